@@ -1,0 +1,229 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KestruneMenuClient/ConnectionLampState.h"
+#include "KestruneMenuClient/Results.h"
+#include "KestruneMenuClient/StatusSnapshot.h"
+#include "platform/Platform.h"
+
+namespace kestrune {
+
+/// The controller: holds all state of the application and every operation. Lives from before the main loop
+/// starts until the process ends, in a `std::shared_ptr`. Everything is called on the main thread unless it
+/// says otherwise.
+class AppDelegate final : public ApplicationDelegate,
+                          public ActionTarget,
+                          public std::enable_shared_from_this<AppDelegate> {
+ public:
+  /// `platform` outlives the controller.
+  explicit AppDelegate(Platform& platform);
+
+  // ApplicationCore.cpp: life cycle, preferences, connection mode, paths
+
+  void applicationDidFinishLaunching() override;
+  void applicationWillTerminate() override;
+
+  bool isAutoConnectEnabled() const;
+  bool isKeepAwakeEnabled() const;
+  bool isOfficialConnectionMode() const;
+  void setAutoConnectEnabled(bool enabled);
+  void setKeepAwakeEnabled(bool enabled);
+  void setOfficialConnectionMode(bool official);
+  std::string connectionModeLabel() const;
+
+  /// The backend's folder: what the environment says, else the folder above the last "dist" on the way to the
+  /// application, else the working directory. Whether it exists is not asked.
+  static std::string resolveRepoPath(const MainBundle& mainBundle);
+  /// For a report of a fault: where the backend is, by which rule, what of it is there, and how the client is
+  /// set. Lines for a person, without secrets.
+  static std::string describeBackend(Platform& platform);
+  std::string currentExecutablePath() const;
+  std::string currentAppBundlePath() const;
+
+  // CommandExecution.cpp: shell runner, backend command lines, stop script
+
+  static constexpr Seconds defaultTimeout{12.0};
+  static constexpr Seconds stopTimeout{8.0};
+
+  /// Runs a line in a login shell and waits for it: about 0.2 s longer than `timeout` at most, or 1 s where a
+  /// service that the line left behind keeps its pipes open. Never fails: what went wrong is in the result.
+  /// Blocks; any thread.
+  CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout);
+  /// `text` as a single word of a shell line.
+  static std::string shellEscape(std::string_view text);
+  static std::string kestruneClientCommand(std::string_view subcommand);
+  std::string backendCommandLine(std::string_view subcommand) const;
+  std::string backendServiceStopCommand() const;
+  /// Blocks for about 9 s at most.
+  void stopBackendServicesSynchronously();
+
+  // StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
+
+  static ConnectionLampState inferLampState(const CommandResult& result);
+  static std::string prettifyOutput(std::string_view output);
+  /// "OK" or "需檢查" and the detail of the first line that carries `label`; absent when no line does.
+  static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
+  static std::string compactDiagnosticDetail(std::string_view detail);
+  /// Takes note of a report of the backend, and of when it came.
+  void updateCodexRuntimeSummaries(std::string_view output);
+
+  /// Asks the backend for its status and shows it. Dropped while another refresh is under way.
+  void refreshStatus(bool triggerNotification);
+  /// Finds out how things are and tells `completion`, once, on the main thread. Needs no start: nothing is
+  /// shown, and nothing started or stopped. With auto-connect off the backend is not asked.
+  void checkStatus(std::function<void(const StatusSnapshot&)> completion);
+  /// Lets go of a check that is under way, and ends what it runs.
+  void abandonCheck();
+  /// Shows that auto-connect is off. Runs no command.
+  void presentAutoConnectDisabledState();
+  /// (Re)starts the timer that refreshes every 20 seconds.
+  void startPeriodicRefresh();
+  void startMonitoringNetwork();
+  /// Asks the backend to bring its services back and then for its status. Any number may be under way.
+  /// Returns at once; with `showWindow`, what the backend said is shown at the end, followed by
+  /// `extraContent`.
+  void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
+                         const std::optional<std::string>& extraContent = std::nullopt);
+  /// Asks the local service for the current project and thread, at most every 45 seconds. Calls `completion`
+  /// exactly once, when the fields have their values: at once when there is nothing to wait for.
+  void refreshLiveSessionSnapshot(const Job& completion);
+  static std::string compactThreadName(std::string_view name);
+
+  // MenuBarPresentation.cpp: lamp, logo, button, menu, commands, result window, notifications
+
+  void configureStatusItem();
+  void updateButton(ConnectionLampState state, const std::string& title);
+  /// Null when there is no logo at all.
+  ImageRef loadMenuBarLogo(ConnectionLampState state);
+  ImageRef baseMenuBarLogo();
+  ImageRef makeGrayscaleImage(const Image& image);
+  void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
+  void performAction(std::string_view action) override;
+  /// Asks for a window with one button; returns at once.
+  void showResultWindow(const std::string& title, const std::string& content, bool isError);
+  void requestNotificationPermission();
+  void showNotification(const std::string& title, const std::string& body);
+
+  // ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
+
+  /// The value of `key` in the backend's .env, possibly empty; absent when no line defines it or the file
+  /// cannot be read.
+  std::optional<std::string> loadEnvValue(std::string_view key) const;
+  /// Sets these keys in the backend's .env and keeps every other line.
+  OperationResult saveEnvValues(const std::map<std::string, std::string>& values);
+  static std::string percentEncodeQueryValue(std::string_view value);
+  /// What the phone scans; absent without a token.
+  std::optional<std::string> makePairingURL() const;
+  /// A square image of `size` points; null when the text cannot be encoded.
+  ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
+
+  // SystemIntegration.cpp: keep-awake, launch at login
+
+  void ensureSleepAssertion();
+  void releaseSleepAssertion();
+  void syncSleepAssertionWithSettings();
+  std::string userLaunchAgentPath(const std::string& label) const;
+  std::string userLaunchAgentPath() const;
+  std::string legacyUserLaunchAgentPath() const;
+  bool isLaunchAtLoginEnabled() const;
+  OperationResult setLaunchAtLoginEnabled(bool enabled);
+
+ private:
+  friend struct AppDelegateState;  // the tests' view of the fields
+
+  struct DefaultsKey {
+    static constexpr auto autoConnectEnabled = "autoConnectEnabled";
+    static constexpr auto keepAwakeEnabled = "keepAwakeEnabled";
+    static constexpr auto connectionMode = "connectionMode";
+  };
+
+  /// One command of the menu: the name that its row carries, and what it runs.
+  struct MenuCommand {
+    std::string_view action;
+    void (AppDelegate::*run)();
+  };
+  static const MenuCommand menuCommands[];
+
+  /// A status command that has ended, and what it says in short.
+  struct StatusReport {
+    CommandResult result;
+    ConnectionLampState lamp;
+    std::string text;
+  };
+  void checkBackend(std::function<void(const StatusSnapshot&)> completion);
+  void queryStatus(std::function<void(const StatusReport&)> then);
+  void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
+  StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
+  void forgetSession();
+  void periodicRefreshDidTick();
+  void pathDidUpdate(const NetworkPath& path);
+  void actOnPathUpdate(bool changed);
+  /// Runs a line on the worker and hands its result to `then` on the main thread.
+  void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
+
+  std::string envPath() const;
+  std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
+  std::string publicAPIURL() const;
+  Alert makeSettingsAlert() const;
+  void settingsDidClose(const AlertAnswer& answer);
+  static View makeSettingsSectionLabel(const char* title);
+  static View makeSettingsHint(const char* text, int lines = 2);
+  static View makeSettingsField(const std::string& text, const std::string& placeholder);
+  static View makeSecureSettingsField(const std::string& text, const std::string& placeholder);
+  static View makeSettingsRow(const char* title, View field);
+  static View makeSettingsButton(const char* title, const char* action);
+
+  void refreshNow();
+  void stopConnection();
+  void showStatus();
+  void showCodexRuntimeStatus();
+  void openCodexApp();
+  void showChatGPTRemoteGuide();
+  void openProjectFolder();
+  void showSettings();
+  void showPairingQR();
+  void toggleLaunchAtLogin();
+  void toggleAutoConnect();
+  void toggleKeepAwake();
+  void toggleConnectionMode();
+  void restartMenuClient();
+  void quit();
+
+  Platform& platform;
+
+  std::unique_ptr<StatusItem> statusItem;
+  std::unique_ptr<PathMonitor> pathMonitor;
+  bool networkIsWatched = false;  ///< by a check without a start
+  std::unique_ptr<DispatchQueue> monitorQueue;
+  const std::string repoPath;
+  const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
+  const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
+  std::string lastPathDescription = "未知網路";
+  std::string currentProjectTitle = "目前專案";
+  std::string currentThreadName = "尚未取得";
+  std::string codexVersionSummary = "Codex：尚未檢查";
+  std::string codexRemoteControlSummary = "Remote Control：尚未檢查";
+  std::string codexAppSummary = "Codex App：尚未檢查";
+  std::string chatGPTRemoteSummary = "ChatGPT Remote：尚未檢查";
+  std::optional<std::int64_t> reportedAt;  ///< the calendar time of the newest report of the backend
+  ImageRef cachedConnectedLogo;
+  ImageRef cachedDisconnectedLogo;
+  std::unique_ptr<DispatchQueue> workerQueue;
+  bool reconnectInProgress = false;
+  bool statusRefreshInProgress = false;
+  bool liveSessionRefreshInProgress = false;
+  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< on the clock's continuous time
+  std::unique_ptr<Timer> refreshTimer;
+  std::uint32_t displaySleepAssertionID = 0;
+  std::uint32_t systemSleepAssertionID = 0;
+  bool sleepAssertionActive = false;
+};
+
+}  // namespace kestrune

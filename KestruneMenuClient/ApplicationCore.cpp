@@ -1,0 +1,153 @@
+#include <cstdio>
+#include <cstdlib>
+
+#include "KestruneMenuClient/AppDelegate.h"
+#include "KestruneMenuClient/EnvKeys.h"
+#include "KestruneMenuClient/FatalError.h"
+#include "KestruneMenuClient/Text.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto repoPathVariable = "KESTRUNE_REPO_PATH";
+constexpr auto officialMode = "official_chatgpt";
+constexpr auto selfHostedMode = "kestrune_self_hosted";
+
+struct RepoLocation {
+  std::string path;
+  const char* rule;  ///< that chose it, in words
+};
+
+RepoLocation locateRepo(const MainBundle& mainBundle) {
+  if (const auto path = mainBundle.environmentVariable(repoPathVariable); path && !trimmed(*path).empty()) {
+    return {*path, "named by KESTRUNE_REPO_PATH"};
+  }
+  const std::string bundlePath = mainBundle.bundlePath();
+  if (const auto dist = bundlePath.rfind("/dist/"); dist != std::string::npos)
+    return {bundlePath.substr(0, dist), "above the last \"dist\" on the way to the program"};
+  return {mainBundle.currentDirectoryPath(), "the working directory"};
+}
+
+}  // namespace
+
+void fatalError(const char* message) {
+  std::fprintf(stderr, "KestruneMenuClient: fatal error: %s\n", message);
+  std::abort();
+}
+
+// --- life cycle
+
+AppDelegate::AppDelegate(Platform& givenPlatform)
+    : platform(givenPlatform),
+      pathMonitor(platform.pathMonitors.makePathMonitor()),
+      monitorQueue(platform.dispatch.makeSerialQueue("kestrune.menu.monitor", QualityOfService::standard,
+                                                     QueueTarget::mainThread)),
+      repoPath(resolveRepoPath(platform.mainBundle)),
+      workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
+                                                    QueueTarget::ownThread)) {}
+
+void AppDelegate::applicationDidFinishLaunching() {
+  if (platform.application == nullptr) fatalError("there is no application object");
+  platform.application->setActivationPolicy(ActivationPolicy::accessory);
+  requestNotificationPermission();
+  configureStatusItem();
+  startMonitoringNetwork();
+  startPeriodicRefresh();
+  if (isAutoConnectEnabled()) {
+    refreshStatus(false);
+  } else {
+    presentAutoConnectDisabledState();
+  }
+  platform.launchAgents.repair(launchAgentLabel, repoPath);
+}
+
+void AppDelegate::applicationWillTerminate() {
+  pathMonitor->cancel();
+  if (refreshTimer) refreshTimer->invalidate();
+  releaseSleepAssertion();
+  // A command that is still queued or running could start again what the stop is about to end.
+  workerQueue->close();
+  platform.processes.reserveForThisThread();
+  stopBackendServicesSynchronously();
+}
+
+// --- diagnosis
+
+std::string AppDelegate::describeBackend(Platform& platform) {
+  const AppDelegate self(platform);
+  const RepoLocation repo = locateRepo(platform.mainBundle);
+  const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
+  std::string text;
+  // Paths are others' words, too.
+  const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
+  line("Program: " + self.currentExecutablePath());
+  line("Backend: " + repo.path + ", " + repo.rule);
+  for (const char* const file : {"/.venv/bin/activate", "/.env"}) {
+    const std::string path = repo.path + file;
+    line("  " + path + ": " + (platform.fileManager.fileExists(path) ? "there" : "missing"));
+  }
+  const auto token = self.loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
+  line(std::string("  token of the local service: ") + (!token           ? "not set"
+                                                        : token->empty() ? "empty"
+                                                                         : "set"));
+  line("Automatic connection: " + onOff(self.isAutoConnectEnabled()));
+  line("Keep awake: " + onOff(self.isKeepAwakeEnabled()));
+  line(std::string("Mode: ") + (self.isOfficialConnectionMode() ? officialMode : selfHostedMode));
+  line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath());
+  return text;
+}
+
+// --- preferences
+
+bool AppDelegate::isAutoConnectEnabled() const {
+  return platform.userDefaults.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
+}
+
+bool AppDelegate::isKeepAwakeEnabled() const {
+  return platform.userDefaults.boolForKey(DefaultsKey::keepAwakeEnabled).value_or(true);
+}
+
+bool AppDelegate::isOfficialConnectionMode() const {
+  return platform.userDefaults.stringForKey(DefaultsKey::connectionMode) == officialMode;
+}
+
+void AppDelegate::setAutoConnectEnabled(bool enabled) {
+  platform.userDefaults.setBool(DefaultsKey::autoConnectEnabled, enabled);
+}
+
+void AppDelegate::setKeepAwakeEnabled(bool enabled) {
+  platform.userDefaults.setBool(DefaultsKey::keepAwakeEnabled, enabled);
+}
+
+void AppDelegate::setOfficialConnectionMode(bool official) {
+  platform.userDefaults.setString(DefaultsKey::connectionMode, official ? officialMode : selfHostedMode);
+}
+
+std::string AppDelegate::connectionModeLabel() const {
+  return isOfficialConnectionMode() ? "官方 ChatGPT" : "Kestrune 自托管";
+}
+
+// --- paths
+
+std::string AppDelegate::resolveRepoPath(const MainBundle& mainBundle) {
+  return locateRepo(mainBundle).path;
+}
+
+std::string AppDelegate::currentExecutablePath() const {
+  return platform.mainBundle.executablePath().value_or(
+      repoPath + "/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient");
+}
+
+std::string AppDelegate::currentAppBundlePath() const {
+  static constexpr std::string_view suffix = ".app";
+  if (std::string bundlePath = platform.mainBundle.bundlePath(); bundlePath.ends_with(suffix))
+    return bundlePath;
+  const std::string executablePath = currentExecutablePath();
+  if (const auto at = executablePath.rfind(suffix); at != std::string::npos) {
+    return executablePath.substr(0, at + suffix.size());
+  }
+  return repoPath + "/dist/Kestrune Menu Client.app";
+}
+
+}  // namespace kestrune

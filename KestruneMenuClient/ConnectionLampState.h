@@ -1,0 +1,34 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace kestrune {
+
+/// The verdict on the backend's health.
+enum class ConnectionLampState { ok, warning, error };
+
+namespace detail {
+struct LampWords {
+  std::string_view icon;
+  std::string_view label;
+};
+inline constexpr std::array<LampWords, 3> lampWords{{
+    {"🟢", "已連線"},
+    {"🟡", "檢查中"},
+    {"🔴", "異常"},
+}};
+}  // namespace detail
+
+/// The lamp's coloured dot.
+constexpr std::string_view menuIcon(ConnectionLampState state) {
+  return detail::lampWords[static_cast<std::size_t>(state)].icon;
+}
+
+/// The lamp's word.
+constexpr std::string_view menuLabel(ConnectionLampState state) {
+  return detail::lampWords[static_cast<std::size_t>(state)].label;
+}
+
+}  // namespace kestrune

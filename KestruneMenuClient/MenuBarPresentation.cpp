@@ -1,0 +1,298 @@
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <random>
+
+#include "KestruneMenuClient/AppDelegate.h"
+#include "KestruneMenuClient/FatalError.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr double logoSize = 22;  // points
+
+/// A random UUID (version 4).
+std::string makeUUID() {
+  std::random_device random;
+  const auto word = [&random](unsigned keep, unsigned set) { return (random() & keep) | set; };
+  char text[37];
+  std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%04X%08X", word(0xffffffff, 0), word(0xffff, 0),
+                word(0x0fff, 0x4000), word(0x3fff, 0x8000), word(0xffff, 0), word(0xffffffff, 0));
+  return text;
+}
+
+ImageRef asMenuBarLogo(ImageRef image) {
+  if (image) {
+    image->isTemplate = false;
+    image->width = logoSize;
+    image->height = logoSize;
+  }
+  return image;
+}
+
+}  // namespace
+
+// --- lamp, logo, button
+
+void AppDelegate::configureStatusItem() {
+  statusItem = platform.statusBar.statusItem(squareStatusItemLength);
+  updateButton(ConnectionLampState::warning, "Kestrune");
+  rebuildMenu("正在檢查狀態…", ConnectionLampState::warning, 0);
+}
+
+void AppDelegate::updateButton(ConnectionLampState state, const std::string& title) {
+  if (!statusItem) fatalError("the button is updated before the status item exists");
+  if (!statusItem->hasButton()) return;
+  StatusButton button;
+  button.image = asMenuBarLogo(loadMenuBarLogo(state));
+  button.imagePosition = ImagePosition::imageOnly;
+  button.toolTip = title + " · " + std::string(menuLabel(state)) + " · " + currentProjectTitle;
+  button.accessibilityLabel = button.toolTip;
+  statusItem->setButton(button);
+}
+
+ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
+  if (state == ConnectionLampState::ok) {
+    if (!cachedConnectedLogo) cachedConnectedLogo = baseMenuBarLogo();
+    return cachedConnectedLogo;
+  }
+  if (cachedDisconnectedLogo) return cachedDisconnectedLogo;
+  if (const ImageRef logo = baseMenuBarLogo()) {
+    if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
+  }
+  // Asked anew: the first answer may have been the reason why it could not be greyed.
+  return baseMenuBarLogo();
+}
+
+ImageRef AppDelegate::baseMenuBarLogo() {
+  const auto resource = [this](const char* name, const char* extension) -> ImageRef {
+    const auto path = platform.mainBundle.pathForResource(name, extension);
+    return path ? platform.images.imageFromFile(*path) : nullptr;
+  };
+  if (const ImageRef logo = resource("codex-menubar", "png"))
+    return asMenuBarLogo(std::make_shared<Image>(*logo));
+  if (ImageRef icon = platform.images.imageNamed("KestruneMacClient")) return asMenuBarLogo(std::move(icon));
+  return asMenuBarLogo(resource("KestruneMacClient", "icns"));
+}
+
+ImageRef AppDelegate::makeGrayscaleImage(const Image& image) {
+  return asMenuBarLogo(
+      platform.images.applyColorControls(image, {.saturation = 0.0, .brightness = 0.0, .contrast = 1.0}));
+}
+
+// --- menu
+
+void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
+  if (!statusItem) fatalError("the menu is built before the status item exists");
+  Menu menu;
+  const auto add = [this, &menu](MenuItem item) {
+    item.id = static_cast<int>(menu.items.size()) + 1;
+    item.target = weak_from_this();
+    menu.items.push_back(std::move(item));
+  };
+  const auto line = [&add](std::string title) { add({.title = std::move(title), .enabled = false}); };
+  const auto command = [&add](std::string title, const char* action, const char* key) {
+    add({.title = std::move(title), .action = action, .keyEquivalent = key});
+  };
+  const auto toggle = [&add](std::string title, const char* action, const char* key, bool on) {
+    add({.title = std::move(title), .action = action, .keyEquivalent = key, .checked = on});
+  };
+  const auto separator = [&add] { add({.isSeparator = true}); };
+
+  line("Kestrune");
+  const StatusSnapshot current = snapshot(statusText, state);
+  for (std::string& row : statusRows(current)) line(std::move(row));
+  separator();
+  line("連線與常駐");
+  toggle("開機自動啟動菜單欄", "toggleLaunchAtLogin", "l", isLaunchAtLoginEnabled());
+  toggle("自動維持連線", "toggleAutoConnect", "a", isAutoConnectEnabled());
+  toggle("保持 Mac 醒著（防止斷線）", "toggleKeepAwake", "k", isKeepAwakeEnabled());
+  command(std::string("使用") + (isOfficialConnectionMode() ? " Kestrune 自托管模式" : "官方 ChatGPT 模式"),
+          "toggleConnectionMode", "m");
+  if (reconnectInProgress) {
+    line("正在重新檢查並恢復連線…");
+  } else if (isAutoConnectEnabled()) {
+    command("手動停止連線", "stopConnection", "x");
+  } else {
+    command("立即重新檢查連線", "refreshNow", "r");
+  }
+  separator();
+  line("查看與設定");
+  command("查看完整診斷", "showStatus", "s");
+  command("檢查 Codex 版本與 Remote Control", "showCodexRuntimeStatus", "c");
+  command("打開 Codex App", "openCodexApp", "d");
+  command("官方 ChatGPT 連接說明", "showChatGPTRemoteGuide", "g");
+  command("打開專案資料夾", "openProjectFolder", "o");
+  command("連線與 Token 設定…", "showSettings", ",");
+  command("重新啟動菜單欄", "restartMenuClient", "R");
+  separator();
+  command("退出 Kestrune", "quit", "q");
+
+  statusItem->setMenu(std::move(menu));
+  platform.statusFeed.publish(statusJson(current, true));
+}
+
+// --- commands
+
+const AppDelegate::MenuCommand AppDelegate::menuCommands[] = {
+    {"toggleLaunchAtLogin", &AppDelegate::toggleLaunchAtLogin},
+    {"toggleAutoConnect", &AppDelegate::toggleAutoConnect},
+    {"toggleKeepAwake", &AppDelegate::toggleKeepAwake},
+    {"toggleConnectionMode", &AppDelegate::toggleConnectionMode},
+    {"stopConnection", &AppDelegate::stopConnection},
+    {"refreshNow", &AppDelegate::refreshNow},
+    {"showStatus", &AppDelegate::showStatus},
+    {"showCodexRuntimeStatus", &AppDelegate::showCodexRuntimeStatus},
+    {"openCodexApp", &AppDelegate::openCodexApp},
+    {"showChatGPTRemoteGuide", &AppDelegate::showChatGPTRemoteGuide},
+    {"openProjectFolder", &AppDelegate::openProjectFolder},
+    {"showSettings", &AppDelegate::showSettings},
+    {"showPairingQR", &AppDelegate::showPairingQR},
+    {"restartMenuClient", &AppDelegate::restartMenuClient},
+    {"quit", &AppDelegate::quit},
+};
+
+void AppDelegate::performAction(std::string_view action) {
+  const auto* const command =
+      std::find_if(std::begin(menuCommands), std::end(menuCommands),
+                   [action](const MenuCommand& each) { return each.action == action; });
+  if (command != std::end(menuCommands)) (this->*command->run)();
+}
+
+void AppDelegate::runOnWorker(std::string commandLine, Seconds timeout,
+                              std::function<void(const CommandResult&)> then) {
+  workerQueue->async(
+      [self = shared_from_this(), commandLine = std::move(commandLine), timeout, then = std::move(then)] {
+        self->platform.dispatch.mainQueue().async(
+            [self, then, result = self->runShellCommand(commandLine, timeout)] { then(result); });
+      });
+}
+
+void AppDelegate::stopConnection() {
+  runOnWorker(backendServiceStopCommand(), stopTimeout, [this](const CommandResult& result) {
+    setAutoConnectEnabled(false);
+    reconnectInProgress = false;
+    releaseSleepAssertion();
+    forgetSession();
+    rebuildMenu("已手動關停，背景服務已停止", ConnectionLampState::error, 0);
+    updateButton(ConnectionLampState::error, "Kestrune");
+    showResultWindow("手動關停連線",
+                     result.output.empty() ? "已停止本地服務、桌面橋接與反向隧道，並已關閉自動連線。"
+                                           : prettifyOutput(result.output) + "\n\n已同步關閉自動連線。",
+                     false);
+  });
+}
+
+void AppDelegate::showStatus() {
+  runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
+    updateCodexRuntimeSummaries(result.output);
+    refreshStatus(false);
+    showResultWindow("目前狀態", prettifyOutput(result.output), !result.ok);
+  });
+}
+
+void AppDelegate::showCodexRuntimeStatus() {
+  runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
+    updateCodexRuntimeSummaries(result.output);
+    rebuildMenu("Codex 診斷已更新", inferLampState(result), 0);
+    showResultWindow("Codex 版本與 Remote Control", prettifyOutput(result.output), false);
+  });
+}
+
+void AppDelegate::openProjectFolder() {
+  platform.workspace.open(repoPath);
+}
+
+void AppDelegate::openCodexApp() {
+  const std::string path = platform.workspace.codexAppPath();
+  if (platform.fileManager.fileExists(path)) {
+    platform.workspace.open(path);
+    return;
+  }
+  showResultWindow(
+      "未找到 Codex App",
+      "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 Codex App，不能只靠 CLI 或 IDE "
+      "啟動。",
+      true);
+}
+
+void AppDelegate::showChatGPTRemoteGuide() {
+  showResultWindow(
+      "官方 ChatGPT 連接說明",
+      "官方 ChatGPT 手機連接流程：\n\n"
+      "1. 確認 Mac 已安裝並登入最新版 Codex App。\n"
+      "2. 保持 Mac 醒著、在線，並讓 Codex App 持續運行。\n"
+      "3. 在 Codex App 側邊欄選「Set up Codex mobile」。\n"
+      "4. 用手機掃描 Codex App 顯示的 QR code。\n"
+      "5. 在 ChatGPT App 內確認同一個帳號和 workspace，完成連接。\n\n"
+      "Kestrune 自托管路徑仍然使用 VPS Relay、Mac service 和手機 App "
+      "Token。兩條路徑可以並行使用：普通遠程控制用官方 ChatGPT App；需要自托管、私有 Relay 或獨立交付時用 "
+      "Kestrune。",
+      false);
+}
+
+void AppDelegate::toggleAutoConnect() {
+  const bool enabled = !isAutoConnectEnabled();
+  setAutoConnectEnabled(enabled);
+  if (enabled) {
+    reconnectServices(false);
+    // The hyphen is U+2011, which keeps the word on one line.
+    showResultWindow("已開啟自動連線",
+                     "之後換 Wi\u2011Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。", false);
+  } else {
+    runOnWorker(backendServiceStopCommand(), stopTimeout, [](const CommandResult&) {});
+    presentAutoConnectDisabledState();
+    showResultWindow("已關閉自動連線", "已停止本地服務、桌面橋接與反向隧道；之後換網時也不會自動重連。",
+                     false);
+  }
+}
+
+void AppDelegate::toggleConnectionMode() {
+  const bool official = !isOfficialConnectionMode();
+  setOfficialConnectionMode(official);
+  rebuildMenu(official ? "已切換到官方 ChatGPT 模式" : "已切換到 Kestrune 自托管模式",
+              ConnectionLampState::warning, 0);
+  showResultWindow(
+      "已切換連接模式",
+      official ? "目前模式：官方 ChatGPT。\n\n菜單欄會重點協助你保持 Mac 醒著、打開 Codex App、檢查 ChatGPT "
+                 "Remote Ready。Kestrune 自托管服務不會被自動關閉；需要停止時可手動關停連線。"
+               : "目前模式：Kestrune 自托管。\n\n菜單欄會重點協助你維持 Mac service、desktop bridge、VPS "
+                 "tunnel、配對 QR 和手機 App Token。",
+      false);
+}
+
+void AppDelegate::restartMenuClient() {
+  if (const auto failure = platform.workspace.openNewInstance(currentAppBundlePath())) {
+    showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + *failure, true);
+  } else {
+    platform.application->terminate();
+  }
+}
+
+void AppDelegate::quit() {
+  platform.application->terminate();
+}
+
+// --- result window
+
+void AppDelegate::showResultWindow(const std::string& title, const std::string& content, bool isError) {
+  Alert alert{.style = isError ? AlertStyle::warning : AlertStyle::informational,
+              .messageText = title,
+              .informativeText = content,
+              .buttons = {"好"}};
+  platform.alerts.present({[alert = std::move(alert)] { return alert; }, [](const AlertAnswer&) {}});
+}
+
+// --- notifications
+
+void AppDelegate::requestNotificationPermission() {
+  platform.notifications.requestAuthorization(static_cast<unsigned>(NotificationOption::alert) |
+                                              static_cast<unsigned>(NotificationOption::sound));
+}
+
+void AppDelegate::showNotification(const std::string& title, const std::string& body) {
+  platform.notifications.add({.identifier = makeUUID(), .title = title, .body = body});
+}
+
+}  // namespace kestrune

@@ -1,0 +1,120 @@
+#include "KestruneMenuClient/AppDelegate.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto assertionName = "Kestrune keeps Mac awake for the mobile bridge";
+
+}  // namespace
+
+// --- keep-awake
+
+void AppDelegate::ensureSleepAssertion() {
+  if (sleepAssertionActive) return;
+  PowerAssertions& assertions = platform.powerAssertions;
+  const auto display =
+      assertions.create(PowerAssertionType::noDisplaySleep, powerAssertionLevelOn, assertionName);
+  if (!display) return;
+  const auto system =
+      assertions.create(PowerAssertionType::preventUserIdleSystemSleep, powerAssertionLevelOn, assertionName);
+  if (!system) {
+    assertions.release(*display);
+    return;
+  }
+  displaySleepAssertionID = *display;
+  systemSleepAssertionID = *system;
+  sleepAssertionActive = true;
+}
+
+void AppDelegate::releaseSleepAssertion() {
+  if (!sleepAssertionActive) return;
+  platform.powerAssertions.release(displaySleepAssertionID);
+  platform.powerAssertions.release(systemSleepAssertionID);
+  displaySleepAssertionID = 0;
+  systemSleepAssertionID = 0;
+  sleepAssertionActive = false;
+}
+
+void AppDelegate::syncSleepAssertionWithSettings() {
+  if (isAutoConnectEnabled() && isKeepAwakeEnabled()) {
+    ensureSleepAssertion();
+  } else {
+    releaseSleepAssertion();
+  }
+}
+
+void AppDelegate::toggleKeepAwake() {
+  const bool enabled = !isKeepAwakeEnabled();
+  setKeepAwakeEnabled(enabled);
+  if (enabled) {
+    syncSleepAssertionWithSettings();
+  } else {
+    releaseSleepAssertion();
+  }
+  const auto state = isAutoConnectEnabled() ? ConnectionLampState::warning : ConnectionLampState::error;
+  rebuildMenu(enabled ? "保持喚醒已開啟" : "保持喚醒已關閉", state, 0);
+  updateButton(state, "Kestrune");
+  if (enabled) {
+    showResultWindow(
+        "已開啟保持喚醒",
+        "自動連線開啟期間，Kestrune 會請求 macOS 防止閒置睡眠與螢幕睡眠，讓手機端更容易保持連線。", false);
+  } else {
+    showResultWindow("已關閉保持喚醒", "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。", false);
+  }
+}
+
+// --- launch at login
+
+std::string AppDelegate::userLaunchAgentPath(const std::string& label) const {
+  return platform.launchAgents.path(label);
+}
+
+std::string AppDelegate::userLaunchAgentPath() const {
+  return userLaunchAgentPath(launchAgentLabel);
+}
+
+std::string AppDelegate::legacyUserLaunchAgentPath() const {
+  return userLaunchAgentPath(legacyLaunchAgentLabel);
+}
+
+bool AppDelegate::isLaunchAtLoginEnabled() const {
+  return platform.launchAgents.isRegistered(launchAgentLabel) ||
+         platform.launchAgents.isRegistered(legacyLaunchAgentLabel);
+}
+
+OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
+  const std::string path = userLaunchAgentPath();
+  FileManager& files = platform.fileManager;
+  if (auto failure = files.createDirectory(path.substr(0, path.rfind('/'))))
+    return {false, std::move(*failure)};
+  // A file that cannot be removed is most often one that is not there.
+  if (!enabled) {
+    files.removeItem(path);
+    files.removeItem(legacyUserLaunchAgentPath());
+    return {true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
+  }
+  files.removeItem(legacyUserLaunchAgentPath());
+  const std::string document =
+      platform.launchAgents.document(launchAgentLabel, currentExecutablePath(), repoPath);
+  if (auto failure = files.writeAtomically(path, document)) return {false, std::move(*failure)};
+  return {true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
+}
+
+void AppDelegate::toggleLaunchAtLogin() {
+  const bool was = isLaunchAtLoginEnabled();
+  const OperationResult result = setLaunchAtLoginEnabled(!was);
+  if (isAutoConnectEnabled()) {
+    reconnectServices(false);
+  } else {
+    presentAutoConnectDisabledState();
+  }
+  std::string content = result.message;
+  if (content.empty()) {
+    content =
+        was ? "之後重開 Mac，Kestrune 菜單欄不會自動載入。" : "之後重開 Mac，Kestrune 菜單欄會自動載入。";
+  }
+  showResultWindow(was ? "已關閉開機自動啟動" : "已開啟開機自動啟動", prettifyOutput(content), !result.ok);
+}
+
+}  // namespace kestrune

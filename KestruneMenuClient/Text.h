@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// Text is UTF-8 whatever the locale says, and a character is what a user takes for one: an extended grapheme
+// cluster. Every function is pure and may be called from any thread.
+
+namespace kestrune {
+
+/// Whether `bytes` are well-formed UTF-8.
+bool isValidUtf8(std::string_view bytes);
+
+/// White space is the tab and what Unicode calls a space separator; newlines are U+000A to U+000D, U+0085,
+/// U+2028 and U+2029.
+bool isWhiteSpaceOrNewline(char32_t character);
+
+/// `text` without the white space and newlines at both ends. Ill-formed bytes are no white space.
+std::string_view trimmed(std::string_view text);
+
+/// Takes a text apart at its newlines. CR LF is one newline; empty lines count; an empty text has no line.
+class LineSplitter {
+ public:
+  explicit LineSplitter(std::string_view text) : rest(text), atEnd(text.empty()) {}
+
+  /// Puts the next line into `line`; false when there is none left.
+  bool next(std::string_view& line);
+
+ private:
+  std::string_view rest;
+  bool atEnd;
+};
+
+/// `text` unchanged if it has at most `limit` characters, otherwise its first `limit - 3` characters and
+/// "...".
+std::string shortened(std::string_view text, std::size_t limit);
+
+/// `text` with every `from` replaced by `to`. `from` is not empty.
+std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
+
+/// As much of the beginning of `text` as has room in `limit` bytes; no character code is cut in two.
+std::string_view withinBytes(std::string_view text, std::size_t limit);
+
+/// `text` without what could do more than be read: control characters, line ends, the characters that turn
+/// the writing direction, and what is no character at all, become blanks.
+std::string withoutControls(std::string_view text);
+
+/// `text` as it may stand in one row of a menu: without controls, and shortened if it is too long for any
+/// screen.
+std::string displayRow(std::string_view text);
+
+}  // namespace kestrune

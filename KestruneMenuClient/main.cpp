@@ -1,0 +1,145 @@
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KestruneMenuClient/AppDelegate.h"
+#include "KestruneMenuClient/StatusCommand.h"
+#include "platform/Host.h"
+
+namespace {
+
+constexpr auto usage =
+    "Usage: KestruneMenuClient [--terminal] [--background]\n"
+    "       KestruneMenuClient --status [--json | --waybar] [--follow]\n"
+    "       KestruneMenuClient --diagnose\n"
+    "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
+    "\n"
+    "  --terminal    show the menu on standard output and read commands from standard input\n"
+    "  --background  when a client already runs, end without a word instead of having it show its menu\n"
+    "  --status      print how things are and exit; nothing is started, stopped or shown elsewhere.\n"
+    "                The exit status is 0 when all is well, 3 for a warning, 4 for a fault\n"
+    "  --json        with --status: as a line of JSON\n"
+    "  --waybar      with --status: as a line for a custom module of Waybar\n"
+    "  --follow      with --status: go on, with each change\n"
+    "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
+    "  --help        show this and exit\n"
+    "  --version     show the version and exit\n"
+    "\n"
+    "Environment: KESTRUNE_REPO_PATH names the backend's folder. Without it, the folder above the last\n"
+    "\"dist\" on the way to the program is taken, or else the working directory.\n";
+
+constexpr int failure = 1;
+constexpr int usageError = 2;
+
+/// What the command line asks for.
+struct Request {
+  kestrune::StartOptions start;
+  bool status = false;
+  bool diagnose = false;
+  std::optional<kestrune::StatusFormat> format;
+  bool follow = false;
+
+  /// Whether its options go together.
+  bool isSound() const {
+    const bool starts = start.face == kestrune::Face::terminal || start.background;
+    return status + diagnose + starts <= 1 && (status || (!format && !follow));
+  }
+};
+
+// For the life of the process: nothing may outlive them.
+std::unique_ptr<kestrune::Host> host;
+std::shared_ptr<kestrune::ApplicationDelegate> delegate;
+
+[[noreturn]] void refuse(const std::string& why) {
+  std::fprintf(stderr, "KestruneMenuClient: %s\n\n%s", why.c_str(), usage);
+  std::exit(usageError);
+}
+
+bool print(const std::string& text) {
+  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+[[noreturn]] void answer(const std::string& text) {
+  std::exit(print(text) ? 0 : failure);
+}
+
+/// Of two formats, the second would take the place of the first without a word.
+void setFormat(Request& request, kestrune::StatusFormat format) {
+  if (request.format && *request.format != format) refuse("--json and --waybar exclude each other");
+  request.format = format;
+}
+
+Request parse(int argumentCount, char** arguments) {
+  Request request;
+  for (int i = 1; i < argumentCount; ++i) {
+    const std::string_view argument = arguments[i];
+    request.start.arguments.emplace_back(argument);
+    if (argument == "--terminal") {
+      request.start.face = kestrune::Face::terminal;
+    } else if (argument == "--background") {
+      request.start.background = true;
+    } else if (argument == "--status") {
+      request.status = true;
+    } else if (argument == "--json") {
+      setFormat(request, kestrune::StatusFormat::json);
+    } else if (argument == "--waybar") {
+      setFormat(request, kestrune::StatusFormat::waybar);
+    } else if (argument == "--follow") {
+      request.follow = true;
+    } else if (argument == "--diagnose") {
+      request.diagnose = true;
+    } else if (argument == "--help" || argument == "-h") {
+      answer(usage);
+    } else if (argument == "--version") {
+      answer("KestruneMenuClient " KESTRUNE_VERSION "\n");
+    } else {
+      refuse("unknown option: " + std::string(argument));
+    }
+  }
+  if (!request.isSound()) refuse("these options do not go together");
+  return request;
+}
+
+void tellStatus(const Request& request) {
+  const auto command = std::make_shared<kestrune::StatusCommand>(
+      host->platform(),
+      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow},
+      // A reader that stalls must not keep a follower from being ended.
+      [follows = request.follow](const std::string& text) {
+        return follows ? host->write(text) : print(text);
+      });
+  delegate = command;
+  host->endWithOutput();
+  host->platform().application->run(*command);
+  host->leave(command->exitCode());
+}
+
+void runClient() {
+  if (!host->becomeOnlyInstance()) host->leave(0);
+  const auto controller = std::make_shared<kestrune::AppDelegate>(host->platform());
+  delegate = controller;
+  host->leave(host->platform().application->run(*controller));
+}
+
+void diagnose() {
+  const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" +
+                             kestrune::AppDelegate::describeBackend(host->platform()) + host->describe());
+  host->leave(printed ? 0 : failure);
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  const Request request = parse(argumentCount, arguments);
+  host = kestrune::makeHost(request.start);
+  if (request.status) {
+    tellStatus(request);
+  } else if (request.diagnose) {
+    diagnose();
+  } else {
+    runClient();
+  }
+}

@@ -1,0 +1,29 @@
+# What every target of this project is compiled with.
+add_library(kestrune_options INTERFACE)
+target_include_directories(kestrune_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(kestrune_options INTERFACE
+  -ffunction-sections -fdata-sections
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
+  $<$<BOOL:${KESTRUNE_WERROR}>:-Werror>
+  $<$<CONFIG:Release>:-fstack-protector-strong>)
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KESTRUNE_SANITIZE)
+  target_compile_definitions(kestrune_options INTERFACE _FORTIFY_SOURCE=2)
+endif()
+
+if(KESTRUNE_SANITIZE)
+  target_compile_options(kestrune_options INTERFACE
+    -fsanitize=${KESTRUNE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kestrune_options INTERFACE -fsanitize=${KESTRUNE_SANITIZE})
+  if(KESTRUNE_SANITIZE MATCHES "undefined")
+    # This check asks the system whether memory can be read through a pipe of its own, and takes the answer for a fault in
+    # the tests that leave the process no descriptors.
+    target_compile_options(kestrune_options INTERFACE -fno-sanitize=vptr)
+  endif()
+endif()
+
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT KESTRUNE_IPO OUTPUT ignored)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ${KESTRUNE_IPO})
+endif()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)

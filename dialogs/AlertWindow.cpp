@@ -1,0 +1,209 @@
+#include "dialogs/AlertWindow.h"
+
+#include <QApplication>
+#include <QGridLayout>
+#include <QInputMethod>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QStyle>
+#include <algorithm>
+#include <utility>
+
+#include "dialogs/Appearance.h"
+#include "dialogs/MessageText.h"
+#include "dialogs/PlainText.h"
+#include "dialogs/TextLabel.h"
+#include "dialogs/ViewBuilder.h"
+
+namespace kestrune::dialogs {
+
+namespace {
+
+// Points: how wide and high texts read well.
+constexpr double narrowestText = 300;
+constexpr double widestText = 440;
+constexpr double widestLongText = 640;
+constexpr double highestLongText = 520;
+
+constexpr double betweenTexts = 2;  // beside what the style leaves between widgets
+constexpr double narrowestButton = 84;
+
+constexpr qsizetype longestTitle = 300;  // UTF-16 units
+constexpr int mostTitleLines = 3;
+
+QWidget* makeTitle(const QString& text, int width) {
+  QFont font = QApplication::font();
+  font.setBold(true);
+  if (auto* const title = ShortText::make(text, font, width)) {
+    // To be marked with the mouse, but no stop on the way from button to button.
+    title->setFocusPolicy(Qt::ClickFocus);
+    return title;
+  }
+  View view{.kind = ViewKind::label, .text = text.toStdString(), .fontWeight = FontWeight::semibold};
+  view.maximumLines = mostTitleLines;
+  return new TextLabel(view);
+}
+
+}  // namespace
+
+AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
+    : DialogWindow(beneath), id(number), alertStyle(alert.style), buttonCount(alert.buttons.size()) {
+  setName(readableLine(alert.messageText).left(longestTitle));
+
+  auto* const layout = new QVBoxLayout(this);
+  const QMargins margins = layout->contentsMargins();
+  const QSize room = roomForWindow().shrunkBy(margins);
+  QWidget* const buttons = makeButtons(alert, room.width());
+  const QSize roomForBody = room - QSize(0, buttons->sizeHint().height() + 2 * layout->spacing());
+
+  QWidget* body = makeBody(alert, roomForBody);
+  const QSize least = body->minimumSizeHint();
+  if (least.width() > roomForBody.width() || least.height() > roomForBody.height()) {
+    // The buttons stay in sight whatever becomes of the rest.
+    auto* const area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidget(body);
+    area->setWidgetResizable(true);
+    body = area;
+    flexible = true;
+  }
+  layout->addWidget(body, 1);
+  layout->addSpacing(layout->spacing());
+  layout->addWidget(buttons);
+  firstButton->setDefault(true);
+  if (firstFocus == nullptr) firstFocus = firstButton;
+  firstFocus->setFocus();
+
+  if (flexible) {
+    resize(layout->totalSizeHint().boundedTo(roomForWindow()));
+  } else {
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+  }
+}
+
+QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
+  auto* const body = new QWidget(this);
+  auto* const grid = new QGridLayout(body);
+  grid->setContentsMargins(0, 0, 0, 0);
+  grid->setColumnStretch(1, 1);
+  const int gap = 2 * grid->horizontalSpacing();
+  grid->setHorizontalSpacing(gap);
+
+  const int side = style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, this);
+  icon = new QLabel;
+  icon->setFixedSize(side, side);
+  icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
+                                                            : QStringLiteral("訊息"));
+  // Told as a picture from the beginning; which one comes later.
+  icon->setPixmap(QPixmap(1, 1));
+  BuiltView built;
+  if (alert.accessoryView) {
+    built = buildView(*alert.accessoryView, [this](const std::string& action) {
+      if (onPressed) onPressed(action);
+    });
+  }
+
+  const int beside = side + gap;
+  int width = pixels(widestText);
+  if (built.widget != nullptr)
+    width = std::max(pixels(narrowestText), built.widget->sizeHint().width() - beside);
+  width = std::max(1, std::min(width, room.width() - beside));
+
+  // Beside the icon, and in the middle of it when there is little to say.
+  auto* const texts = new QVBoxLayout;
+  texts->addStretch();
+  texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
+  grid->addWidget(icon, 0, 0, Qt::AlignTop);
+  grid->addLayout(texts, 0, 1);
+  grid->setColumnMinimumWidth(1, std::min(pixels(narrowestText) - beside, width));
+
+  int row = 1;
+  if (const QString text = readableText(alert.informativeText); !text.isEmpty()) {
+    ShortText* const label = ShortText::make(text, QApplication::font(), width);
+    if (label != nullptr && label->sizeHint().height() <= room.height() / 2) {
+      texts->addSpacing(pixels(betweenTexts));
+      texts->addWidget(label, 0, Qt::AlignLeading);
+    } else {
+      delete label;
+      const int taken = grid->sizeHint().height() + grid->verticalSpacing() +
+                        (built.widget != nullptr ? built.widget->sizeHint().height() : 0);
+      longText = new LongText(text, QSize(std::min(pixels(widestLongText), room.width()),
+                                          std::min(pixels(highestLongText), room.height() - taken)));
+      longText->setAccessibleName(accessibleName());
+      grid->addWidget(longText, row++, 0, 1, 2);
+      flexible = true;
+    }
+  }
+  texts->addStretch();
+
+  if (built.widget != nullptr) {
+    grid->addWidget(built.widget, row, 0, 1, 2, built.canShrink ? Qt::Alignment() : Qt::AlignHCenter);
+    fields = std::move(built.fields);
+    if (built.firstField != nullptr) firstFocus = built.firstField;
+    flexible = flexible || built.canShrink;
+  }
+  return body;
+}
+
+QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
+  auto* const row = new QWidget;
+  auto* const layout = new QBoxLayout(QBoxLayout::LeftToRight, row);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addStretch();
+  for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
+    auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
+    button->setMinimumWidth(pixels(narrowestButton));
+    if (i == 0) firstButton = button;
+    connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
+    layout->addWidget(button);
+  }
+  if (row->sizeHint().width() > room) layout->setDirection(QBoxLayout::TopToBottom);
+  return row;
+}
+
+void AlertWindow::furnish() {
+  // The desktop's icon: to look for it takes longer than everything else here.
+  const auto which =
+      alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
+  icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
+}
+
+void AlertWindow::reject() {
+  // What cannot be answered in two ways is not cancelled either.
+  answer(buttonCount == 1 ? std::optional<std::size_t>(0) : std::nullopt);
+}
+
+void AlertWindow::keyPressEvent(QKeyEvent* event) {
+  // The keyboard is on a button when the window opens; a long text is read from there all the same.
+  if (longText != nullptr) {
+    QScrollBar* const bar = longText->verticalScrollBar();
+    switch (event->key()) {
+      case Qt::Key_PageUp:
+        return bar->triggerAction(QAbstractSlider::SliderPageStepSub);
+      case Qt::Key_PageDown:
+        return bar->triggerAction(QAbstractSlider::SliderPageStepAdd);
+      case Qt::Key_Home:
+        return bar->triggerAction(QAbstractSlider::SliderToMinimum);
+      case Qt::Key_End:
+        return bar->triggerAction(QAbstractSlider::SliderToMaximum);
+      default:
+        break;
+    }
+  }
+  DialogWindow::keyPressEvent(event);
+}
+
+void AlertWindow::answer(std::optional<std::size_t> button) {
+  if (!onAnswered) return;
+  QGuiApplication::inputMethod()->commit();
+  AlertAnswer result{button, {}};
+  for (const auto& [identifier, field] : fields) result.fields[identifier] = field->text().toStdString();
+  hide();
+  std::exchange(onAnswered, nullptr)(result);
+}
+
+}  // namespace kestrune::dialogs

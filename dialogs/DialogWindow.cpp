@@ -1,0 +1,53 @@
+#include "dialogs/DialogWindow.h"
+
+#include <QEvent>
+#include <QLineEdit>
+#include <QShowEvent>
+#include <QWindow>
+#include <utility>
+
+namespace kestrune::dialogs {
+
+DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
+  setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+  if (beneath != nullptr) setWindowModality(Qt::WindowModal);
+}
+
+void DialogWindow::present() {
+  if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
+  const bool first = isHidden();
+  show();
+  // The toolkit marks the text of a field that has the keyboard at first: the next key would replace it, and
+  // of a long one only the end is to be seen.
+  if (auto* const field = qobject_cast<QLineEdit*>(focusWidget()); first && field != nullptr) {
+    field->home(false);
+  }
+  raise();
+  activateWindow();
+}
+
+void DialogWindow::setName(const QString& name) {
+  const QString program = QStringLiteral("Kestrune");
+  // Alone in a task bar, a name like "state" would not say whose it is.
+  setWindowTitle(name.contains(program) ? name
+                 : name.isEmpty()       ? program
+                                        : name + QStringLiteral(" — ") + program);
+  setAccessibleName(name.isEmpty() ? program : name);
+}
+
+void DialogWindow::showEvent(QShowEvent* event) {
+  QDialog::showEvent(event);
+  if (onShown) windowHandle()->installEventFilter(this);
+}
+
+bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Expose && windowHandle()->isExposed() && onShown) {
+    watched->removeEventFilter(this);
+    furnish();
+    // Not before the event has done its work, which is the first drawing.
+    QMetaObject::invokeMethod(this, std::exchange(onShown, nullptr), Qt::QueuedConnection);
+  }
+  return QDialog::eventFilter(watched, event);
+}
+
+}  // namespace kestrune::dialogs

@@ -1,0 +1,201 @@
+#include "dialogs/MenuRow.h"
+
+#include <QEvent>
+#include <QKeyEvent>
+#include <QPainter>
+#include <QSignalBlocker>
+#include <QStyleOptionMenuItem>
+
+#include "KestruneMenuClient/Text.h"
+#include "dialogs/Appearance.h"
+#include "dialogs/PlainText.h"
+
+namespace kestrune::dialogs {
+
+namespace {
+
+constexpr double ordinarySize = 13;  // points
+
+/// A row as the desktop draws it in its menus.
+QStyleOptionMenuItem menuOption(const QWidget& row) {
+  QStyleOptionMenuItem option;
+  option.initFrom(&row);
+  option.menuItemType = QStyleOptionMenuItem::Normal;
+  option.menuHasCheckableItems = true;
+  option.maxIconWidth = 0;
+  option.menuRect = row.rect();
+  option.font = row.font();
+  return option;
+}
+
+/// The colour of the text, which styles take from one of these.
+void setTextColor(QStyleOptionMenuItem& option, const QColor& color) {
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+    option.palette.setColor(role, color);
+  }
+}
+
+QSize sizeFor(const QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
+  const QFontMetrics metrics = row.fontMetrics();
+  const QSize content(metrics.size(Qt::TextSingleLine, title).width(), metrics.height());
+  return row.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &row) +
+         QSize(option.reservedShortcutWidth, 0);
+}
+
+/// The title as far as there is room for it beside what the style puts around it.
+QString elided(const QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
+  const int around = sizeFor(row, option, QString()).width();
+  return row.fontMetrics().elidedText(title, Qt::ElideRight, row.width() - around);
+}
+
+void tellWhatIsLeftOut(QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
+  row.setToolTip(elided(row, option, title) == title ? QString() : toolTipText(title));
+}
+
+QString titleOf(const MenuItem& item) {
+  return QString::fromStdString(displayRow(item.title));
+}
+
+}  // namespace
+
+MenuRowKind kindOf(const MenuItem& item, const MenuItem* previous) {
+  if (item.isSeparator) return MenuRowKind::separator;
+  if (item.enabled || !item.action.empty()) return MenuRowKind::command;
+  return previous == nullptr || previous->isSeparator ? MenuRowKind::heading : MenuRowKind::label;
+}
+
+QKeySequence keysOf(const MenuItem& item) {
+  const QString text = QString::fromStdString(item.keyEquivalent);
+  if (text.size() != 1) return {};
+  const QChar key = text.front();
+  Qt::KeyboardModifiers modifiers = Qt::ControlModifier;
+  if (key.isUpper()) modifiers |= Qt::ShiftModifier;
+  return {QKeyCombination(modifiers, static_cast<Qt::Key>(key.toUpper().unicode()))};
+}
+
+// --- a row to read
+
+MenuLabel::MenuLabel() {
+  setTextFormat(Qt::PlainText);
+  setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+}
+
+void MenuLabel::setItem(const MenuItem& item, MenuRowKind kindNow) {
+  kind = kindNow;
+  setFont(fontFor(ordinarySize, kind == MenuRowKind::heading ? FontWeight::semibold : FontWeight::regular));
+  setText(titleOf(item));
+  tellWhatIsLeftOut(*this, option(), text());
+}
+
+QStyleOptionMenuItem MenuLabel::option() const {
+  QStyleOptionMenuItem made = menuOption(*this);
+  // Dimmed, but less so than what a desktop switches off: it is there to be read.
+  made.state = QStyle::State_Enabled | QStyle::State_Active;
+  made.palette.setCurrentColorGroup(QPalette::Active);
+  setTextColor(made, colorFor(TextColor::secondary, palette()));
+  return made;
+}
+
+QSize MenuLabel::sizeHint() const {
+  return sizeFor(*this, option(), text());
+}
+
+void MenuLabel::paintEvent(QPaintEvent*) {
+  QStyleOptionMenuItem drawn = option();
+  drawn.text = withoutMnemonics(elided(*this, drawn, text()));
+  QPainter painter(this);
+  style()->drawControl(QStyle::CE_MenuItem, &drawn, &painter, this);
+}
+
+void MenuLabel::resizeEvent(QResizeEvent* event) {
+  QLabel::resizeEvent(event);
+  tellWhatIsLeftOut(*this, option(), text());
+}
+
+void MenuLabel::changeEvent(QEvent* event) {
+  QLabel::changeEvent(event);
+  if (event->type() == QEvent::ApplicationFontChange) {
+    setFont(fontFor(ordinarySize, kind == MenuRowKind::heading ? FontWeight::semibold : FontWeight::regular));
+  }
+}
+
+// --- a row to choose
+
+MenuButton::MenuButton() {
+  // Return presses the row that is marked; when none is, it must not press the first.
+  setAutoDefault(false);
+  setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+}
+
+void MenuButton::setItem(const MenuItem& item, int keyWidth) {
+  title = titleOf(item);
+  keyRoom = keyWidth;
+  setText(withoutMnemonics(title));
+  // A new text takes the shortcut away.
+  setShortcut(keysOf(item));
+  keys = shortcut().toString(QKeySequence::NativeText);
+  setCheckable(item.checked.has_value());
+  {
+    const QSignalBlocker silence(this);  // only what a user does is a choice
+    setChecked(item.checked.value_or(false));
+  }
+  setEnabled(item.enabled);
+  tellWhatIsLeftOut(*this, option(), title);
+  updateGeometry();
+  update();
+}
+
+QStyleOptionMenuItem MenuButton::option() const {
+  QStyleOptionMenuItem made = menuOption(*this);
+  if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
+  made.checked = isChecked();
+  made.reservedShortcutWidth = keyRoom;
+  if (isEnabled()) {
+    setTextColor(made, palette().color(QPalette::WindowText));
+  } else {
+    made.palette.setCurrentColorGroup(QPalette::Active);
+    setTextColor(made, colorFor(TextColor::secondary, palette()));
+    made.state |= QStyle::State_Enabled;
+  }
+  made.state.setFlag(QStyle::State_Selected, hasFocus() && isEnabled());
+  made.state.setFlag(QStyle::State_Sunken, isDown());
+  // The tab makes a style leave room for the keys.
+  made.text = QLatin1Char('\t') + keys;
+  return made;
+}
+
+QSize MenuButton::sizeHint() const {
+  return sizeFor(*this, option(), title);
+}
+
+void MenuButton::keyPressEvent(QKeyEvent* event) {
+  switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+      return click();
+    case Qt::Key_Space:
+      return QPushButton::keyPressEvent(event);
+    default:
+      // The window moves from row to row; a button's own idea of it knows no scrolling.
+      event->ignore();
+  }
+}
+
+void MenuButton::enterEvent(QEnterEvent* event) {
+  QPushButton::enterEvent(event);
+  if (isEnabled() && isActiveWindow()) setFocus(Qt::MouseFocusReason);
+}
+
+void MenuButton::paintEvent(QPaintEvent*) {
+  QStyleOptionMenuItem drawn = option();
+  drawn.text.prepend(withoutMnemonics(elided(*this, drawn, title)));
+  QPainter painter(this);
+  style()->drawControl(QStyle::CE_MenuItem, &drawn, &painter, this);
+}
+
+void MenuButton::resizeEvent(QResizeEvent* event) {
+  QPushButton::resizeEvent(event);
+  tellWhatIsLeftOut(*this, option(), title);
+}
+
+}  // namespace kestrune::dialogs

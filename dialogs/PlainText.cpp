@@ -1,0 +1,100 @@
+#include "dialogs/PlainText.h"
+
+#include <QStringView>
+#include <QTextBoundaryFinder>
+
+#include "KestruneMenuClient/Text.h"
+
+namespace kestrune::dialogs {
+
+namespace {
+
+constexpr qsizetype longestLine = 2000;  // UTF-16 units; the layout of a line takes time beyond proportion
+constexpr qsizetype lookBack = 64;       // units, for a good place to break a line
+constexpr qsizetype keptEnd = 1500;      // units at each end of a text to elide: wider than any field
+
+void appendReadable(std::string& readable, std::string_view line) {
+  for (;;) {
+    const auto tab = line.find('\t');
+    readable += withoutControls(line.substr(0, tab));
+    if (tab == std::string_view::npos) return;
+    readable += '\t';
+    line.remove_prefix(tab + 1);
+  }
+}
+
+QString toQString(std::string_view utf8) {
+  return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
+}
+
+/// Where to break `line`, which is longer than a line may be: behind a blank or between two characters, and
+/// if there is no such place nearby, as a character may have any number of marks, then anywhere but inside a
+/// pair of surrogates.
+qsizetype breakIn(QStringView line) {
+  const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
+  QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window.constData(), window.size());
+  qsizetype between = 0;
+  for (auto at = finder.toNextBoundary(); at > 0 && at <= lookBack; at = finder.toNextBoundary()) {
+    between = at;
+  }
+  for (auto at = lookBack; at > 0; --at) {
+    if (window[at - 1].isSpace()) return longestLine - lookBack + at;
+  }
+  if (between > 0) return longestLine - lookBack + between;
+  return window[lookBack].isLowSurrogate() ? longestLine - 1 : longestLine;
+}
+
+}  // namespace
+
+QString readableText(std::string_view utf8) {
+  std::string readable;
+  readable.reserve(utf8.size());
+  LineSplitter lines(utf8);
+  bool first = true;
+  for (std::string_view line; lines.next(line); first = false) {
+    if (!first) readable += '\n';
+    appendReadable(readable, line);
+  }
+  return toQString(readable);
+}
+
+QString readableLine(std::string_view utf8) {
+  return toQString(withoutControls(utf8));
+}
+
+QString withoutMnemonics(QString text) {
+  return text.replace(QLatin1Char('&'), QStringLiteral("&&"));
+}
+
+QString toolTipText(const QString& text) {
+  return QStringLiteral("<qt>") + text.toHtmlEscaped() + QStringLiteral("</qt>");
+}
+
+QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width) {
+  if (text.size() <= 2 * keptEnd) return metrics.elidedText(text, Qt::ElideMiddle, width);
+  const auto ends = text.first(keptEnd) + QChar(0x2026) + text.last(keptEnd);
+  return metrics.elidedText(ends, Qt::ElideMiddle, width);
+}
+
+BrokenText withLongLinesBroken(const QString& text) {
+  BrokenText broken;
+  broken.text.reserve(text.size() + text.size() / longestLine + 1);
+  int number = 0;
+  for (QStringView rest(text);;) {
+    const auto end = rest.indexOf(QLatin1Char('\n'));
+    auto line = end < 0 ? rest : rest.first(end);
+    while (line.size() > longestLine) {
+      const auto at = breakIn(line);
+      broken.text.append(line.first(at)).append(QLatin1Char('\n'));
+      broken.continuations.push_back(++number);
+      line = line.sliced(at);
+    }
+    broken.text.append(line);
+    if (end < 0) return broken;
+    broken.text.append(QLatin1Char('\n'));
+    ++number;
+    rest = rest.sliced(end + 1);
+  }
+}
+
+}  // namespace kestrune::dialogs

@@ -1,0 +1,99 @@
+#include "dialogs/Session.h"
+
+#include <QCoreApplication>
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+#include <variant>
+
+#include "dialogs/AlertWindow.h"
+
+namespace kestrune::dialogs {
+
+Session::Session(int input, int outputDescriptor)
+    : output(outputDescriptor),
+      reader(
+          input, [this](const std::string& line) { take(line); }, [this] { end(0); }) {}
+
+Session::~Session() {
+  if (!alerts.empty()) delete alerts.front();
+}
+
+void Session::take(const std::string& line) {
+  const auto decoded = decodeRequest(line);
+  if (const auto* const reason = std::get_if<std::string>(&decoded)) return refuse(*reason);
+  std::visit([this](const auto& request) { perform(request); }, std::get<Request>(decoded));
+}
+
+void Session::perform(const ShowAlert& request) {
+  const int id = request.id;
+  const auto known = [id](const AlertWindow* each) { return each->id == id; };
+  if (menu) return refuse("an alert, while the menu is shown");
+  if (std::any_of(alerts.begin(), alerts.end(), known)) return refuse("an alert that is open already");
+
+  auto* const window = new AlertWindow(id, request.alert, alerts.empty() ? nullptr : alerts.back());
+  window->onShown = [this, id] { tell(Shown{id}); };
+  window->onPressed = [this, id](const std::string& action) { tell(Pressed{id, action}); };
+  window->onAnswered = [this, id](const AlertAnswer& answer) {
+    forget(id);
+    tell(Answered{id, answer});
+    if (alerts.empty()) return end(0);
+    // The keyboard goes back to where it came from, also where no window manager sees to it.
+    alerts.back()->activateWindow();
+  };
+  alerts.push_back(window);
+  window->present();
+}
+
+void Session::forget(int id) {
+  while (!alerts.empty()) {
+    AlertWindow* const top = alerts.back();
+    alerts.pop_back();
+    top->deleteLater();
+    if (top->id == id) return;
+    // Beneath another window only a screen reader reaches a button; what stands on it goes with it.
+    tell(Answered{top->id, {}});
+  }
+}
+
+void Session::perform(const Raise& request) {
+  constexpr int menuId = 0;
+  if (request.id == menuId && menu) menu->present();
+  auto at = std::find_if(alerts.begin(), alerts.end(),
+                         [&request](const AlertWindow* each) { return each->id == request.id; });
+  for (; at != alerts.end(); ++at) (*at)->present();
+}
+
+void Session::perform(const ShowMenu& request) {
+  if (!alerts.empty()) return refuse("the menu, while an alert is shown");
+  if (menu) return menu->setMenu(request.menu);
+
+  menu = std::make_unique<MenuWindow>();
+  menu->onShown = [this] { tell(Shown{}); };
+  menu->onChosen = [this](int item) {
+    tell(Chosen{item});
+    end(0);
+  };
+  menu->onClosed = [this] { end(0); };
+  menu->setMenu(request.menu);
+  menu->present();
+}
+
+void Session::tell(const Event& event) {
+  if (!writeLine(output, encode(event))) end(1);
+}
+
+void Session::refuse(const std::string& reason) {
+  std::fprintf(stderr, "KestruneMenuDialogs: not understood: %s\n", reason.c_str());
+  tell(Refused{reason});
+  end(1);
+}
+
+void Session::end(int status) {
+  // Of several reasons to end, the first says how.
+  if (std::exchange(ended, true)) return;
+  reader.stop();
+  QCoreApplication::exit(status);
+}
+
+}  // namespace kestrune::dialogs

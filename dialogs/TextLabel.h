@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QLabel>
+#include <vector>
+
+#include "platform/View.h"
+
+namespace kestrune::dialogs {
+
+/// The label of a view: what does not fit, in width or in lines, is left out and told by the tool tip. A
+/// label of the toolkit beneath, so that it is read as one; only how it is drawn is its own.
+class TextLabel final : public QLabel {
+ public:
+  explicit TextLabel(const View& view, QWidget* parent = nullptr);
+
+  QSize sizeHint() const override;
+  QSize minimumSizeHint() const override { return sizeHint(); }
+  bool hasHeightForWidth() const override { return true; }
+  int heightForWidth(int width) const override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void changeEvent(QEvent* event) override;
+
+ private:
+  struct Line {
+    QString text;
+    double height;
+    double ascent;
+  };
+  struct Lines {
+    std::vector<Line> all;
+    bool complete = true;  ///< nothing is left out
+  };
+  Lines breakLines(int width) const;
+  const Lines& linesFor(int width) const;
+  void takeFont();
+
+  View view;                     ///< without its text
+  mutable int widthOfLines = 0;  ///< which the lines below are for; 0: none yet
+  mutable Lines lines;
+};
+
+}  // namespace kestrune::dialogs

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kestrune {
+
+/// Where this process was started from, and what it was given. Behind a port so that a test can put the
+/// program anywhere. Any thread; what is returned does not change while the process lives.
+class MainBundle {
+ public:
+  virtual ~MainBundle() = default;
+
+  /// The application's folder, without a trailing slash.
+  virtual std::string bundlePath() const = 0;
+
+  /// The program that runs, as it was found at start; absent when the host cannot tell.
+  virtual std::optional<std::string> executablePath() const = 0;
+
+  /// The file "name.extension" among the application's resources; absent when there is none.
+  virtual std::optional<std::string> pathForResource(const std::string& name,
+                                                     const std::string& extension) const = 0;
+
+  /// Absent when the variable is not set.
+  virtual std::optional<std::string> environmentVariable(const std::string& name) const = 0;
+
+  /// The working directory at the start of the process.
+  virtual std::string currentDirectoryPath() const = 0;
+};
+
+}  // namespace kestrune

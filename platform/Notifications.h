@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+namespace kestrune {
+
+struct Notification {
+  std::string identifier;  ///< unique: no notification replaces another
+  std::string title;
+  std::string body;
+
+  bool operator==(const Notification&) const = default;
+};
+
+enum class NotificationOption : unsigned { badge = 1, sound = 2, alert = 4 };
+
+/// Posts notifications of this machine's own. Behind a port so that a test reads what the user would. Main
+/// thread.
+class Notifications {
+ public:
+  virtual ~Notifications() = default;
+
+  /// Asks the user once for the right to show alerts and play sounds; what is answered is not told.
+  virtual void requestAuthorization(unsigned options) = 0;
+
+  /// Shows `notification` at once; one that cannot be shown is dropped in silence.
+  virtual void add(const Notification& notification) = 0;
+};
+
+}  // namespace kestrune

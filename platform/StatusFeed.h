@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kestrune {
+
+/// What another client tells of itself. Not told any more once this goes. Main thread.
+class StatusSubscription {
+ public:
+  virtual ~StatusSubscription() = default;
+};
+
+/// Where the client of this user tells other programs of the same user how things are, and where they hear
+/// it. Main thread.
+class StatusFeed {
+ public:
+  virtual ~StatusFeed() = default;
+
+  /// Tells every subscriber `line`, a text without a line end, and each later one that it is the newest; one
+  /// that is equal to the line before is not told again. A subscriber that does not listen is given up.
+  virtual void publish(const std::string& line) = 0;
+
+  /// Hears the client that runs: its newest line soon, then each later one. `onEnd` is called once, last,
+  /// when it has ended or was never heard. Null when no client runs. Neither is called from inside this call.
+  virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
+                                                        std::function<void()> onEnd) = 0;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,184 @@
+#include "platform/linux/SingleInstance.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+
+#include "platform/linux/Identity.h"
+#include "platform/posix/Diagnostics.h"
+#include "platform/posix/Files.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto objectPath = "/com/dovrel/kestrune/menuclient";
+constexpr auto interfaceName = "org.freedesktop.Application";
+
+constexpr Seconds busPatience{2.0};           // a bus that has not answered by then counts as none
+constexpr Seconds predecessorPatience{12.0};  // more than the stop at the end of the other one can take
+constexpr Seconds lockRetry{0.1};
+
+constexpr int activationSignalNumber = SIGUSR1;
+
+}  // namespace
+
+const sd_bus_vtable SingleInstance::interface[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Activate", "a{sv}", "", &SingleInstance::activated, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+SingleInstance::SingleInstance(EventLoop& givenLoop, SessionBus& givenBus, std::string givenLockPath,
+                               std::function<void()> givenOnActivate)
+    : loop(givenLoop),
+      sessionBus(givenBus),
+      lockPath(std::move(givenLockPath)),
+      onActivate(std::move(givenOnActivate)),
+      activationSignal(loop.onSignal(activationSignalNumber, onActivate)) {
+  sessionBus.add(*this);
+}
+
+SingleInstance::~SingleInstance() {
+  sessionBus.remove(*this);
+  busLost();
+}
+
+bool SingleInstance::claim(Claim givenKind) {
+  kind = givenKind;
+  if (kind == Claim::wait) {
+    deadline = loop.after(predecessorPatience, [this] { outcome = Outcome::alone; });
+  } else if (bus != nullptr) {
+    deadline = loop.after(busPatience, [this] {
+      reportOnce("the session bus does not answer");
+      claimLock();
+    });
+  }
+  if (bus != nullptr) {
+    requestName();
+  } else {
+    claimLock();
+  }
+  loop.runUntil([this] { return outcome != Outcome::undecided && (outcome == Outcome::alone || otherTold); });
+  deadline.reset();
+  retry.reset();
+  return outcome == Outcome::alone;
+}
+
+void SingleInstance::busConnected(sd_bus* connection) {
+  bus = connection;
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_add_object_vtable(bus, &slot, objectPath, interfaceName, interface, this) >= 0)
+    object.reset(slot);
+  // The name is claimed anew on each connection, also by one that still waits for it.
+  if (outcome == Outcome::alone || (outcome == Outcome::undecided && kind)) requestName();
+}
+
+void SingleInstance::busLost() {
+  object.reset();
+  request.reset();
+  acquired.reset();
+  call.reset();
+  bus = nullptr;
+}
+
+void SingleInstance::requestName() {
+  sd_bus_slot* slot = nullptr;
+  const std::uint64_t flags = kind == Claim::wait ? SD_BUS_NAME_QUEUE : 0;
+  if (kind == Claim::wait &&
+      sd_bus_match_signal_async(bus, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                "org.freedesktop.DBus", "NameAcquired", &nameAcquired, &ignoreAnswer,
+                                this) >= 0) {
+    acquired.reset(slot);
+  }
+  if (sd_bus_request_name_async(bus, &slot, applicationIdentifier, flags, &nameReply, this) >= 0) {
+    request.reset(slot);
+  } else if (outcome == Outcome::undecided) {
+    claimLock();
+  }
+}
+
+int SingleInstance::nameReply(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& self = *static_cast<SingleInstance*>(data);
+  std::uint32_t result = 0;
+  if (self.outcome != Outcome::undecided) return 0;
+  if (sd_bus_message_is_method_error(reply, nullptr) || sd_bus_message_read(reply, "u", &result) < 0) {
+    self.claimLock();
+    return 0;
+  }
+  constexpr std::uint32_t owner = 1, inQueue = 2, alreadyOwner = 4;
+  if (result == owner || result == alreadyOwner) {
+    self.outcome = Outcome::alone;
+  } else if (result != inQueue) {
+    self.activateOther();
+  }
+  return 0;
+}
+
+int SingleInstance::nameAcquired(sd_bus_message* signal, void* data, sd_bus_error*) {
+  const char* name = nullptr;
+  if (sd_bus_message_read(signal, "s", &name) >= 0 && std::strcmp(name, applicationIdentifier) == 0) {
+    static_cast<SingleInstance*>(data)->outcome = Outcome::alone;
+  }
+  return 0;
+}
+
+void SingleInstance::activateOther() {
+  outcome = Outcome::second;
+  otherTold = kind == Claim::refuseQuietly;
+  if (otherTold) return;
+  sd_bus_slot* slot = nullptr;
+  // Whether the other one answers does not matter, but an unsent message would be lost with the connection.
+  deadline = loop.after(busPatience, [this] { otherTold = true; });
+  if (sd_bus_call_method_async(bus, &slot, applicationIdentifier, objectPath, interfaceName, "Activate",
+                               &otherAnswered, this, "a{sv}", 0) >= 0) {
+    call.reset(slot);
+  }
+}
+
+int SingleInstance::otherAnswered(sd_bus_message*, void* data, sd_bus_error*) {
+  static_cast<SingleInstance*>(data)->otherTold = true;
+  return 0;
+}
+
+int SingleInstance::activated(sd_bus_message* call, void* data, sd_bus_error*) {
+  const int result = sd_bus_reply_method_return(call, "");
+  static_cast<SingleInstance*>(data)->onActivate();
+  return result;
+}
+
+void SingleInstance::claimLock() {
+  if (!lock) {
+    const auto folder = std::filesystem::path(lockPath).parent_path();
+    std::error_code failure = makeFolders(folder);
+    if (!failure) {
+      lock.reset(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+      if (!lock) failure = {errno, std::system_category()};
+    }
+    if (failure) {
+      reportOnce("cannot lock " + lockPath + ": " + failure.message());
+      outcome = Outcome::alone;
+      return;
+    }
+  }
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  if (fcntl(lock.get(), F_SETLK, &whole) == 0) {
+    outcome = Outcome::alone;
+  } else if (kind == Claim::wait) {
+    retry = loop.after(lockRetry, [this] { claimLock(); });
+  } else if (fcntl(lock.get(), F_GETLK, &whole) == 0 && whole.l_type != F_UNLCK) {
+    // The kernel says who holds the lock; a number written to the file could be that of a stranger by now.
+    if (whole.l_pid > 0 && kind == Claim::refuse) kill(whole.l_pid, activationSignalNumber);
+    outcome = Outcome::second;
+    otherTold = true;
+  } else {
+    outcome = Outcome::alone;
+  }
+}
+
+}  // namespace kestrune

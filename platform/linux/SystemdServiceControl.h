@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/ServiceControl.h"
+
+namespace kestrune {
+
+/// The user's systemd units, and the process tools of Linux.
+class SystemdServiceControl final : public ServiceControl {
+ public:
+  std::string unloadLine(const std::string& label) const override;
+  std::string endMatchingLine(const std::string& pattern) const override;
+  std::string killListenersLine(int port) const override;
+};
+
+}  // namespace kestrune

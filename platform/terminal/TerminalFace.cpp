@@ -1,0 +1,206 @@
+#include "platform/terminal/TerminalFace.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "KestruneMenuClient/Text.h"
+#include "platform/terminal/TerminalText.h"
+
+namespace kestrune {
+
+class TerminalFace::Item final : public StatusItem {
+ public:
+  explicit Item(TerminalFace& givenFace) : face(givenFace) {}
+
+  bool hasButton() const override { return true; }
+
+  void setButton(const StatusButton& button) override {
+    std::string text = displayRow(button.toolTip.value_or(button.title));
+    if (text == face.title) return;
+    face.title = std::move(text);
+    face.changed();
+  }
+
+  void setMenu(Menu changed) override {
+    const bool same = changed == face.menu;
+    face.menu = std::move(changed);
+    if (!same) face.changed();
+  }
+
+ private:
+  TerminalFace& face;
+};
+
+TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor)
+    : queue(loop.mainQueue()),
+      output(loop, STDOUT_FILENO),
+      input(loop),
+      abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
+
+std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
+  input.start([this](const std::string& line) { handleLine(line); },
+              [this] {
+                inputEnded = true;
+                if (!open.empty()) finishAlert({});
+              });
+  return std::make_unique<Item>(*this);
+}
+
+/// Button and menu change together: one print for both. An open alert keeps the last lines for itself; the
+/// menu follows when it is answered.
+void TerminalFace::changed() {
+  if (std::exchange(printPending, true)) return;
+  queue.async([this] {
+    if (printPending && open.empty()) printMenu();
+  });
+}
+
+void TerminalFace::printMenu() {
+  printPending = false;
+  std::string text = "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
+  for (std::size_t i = 0; i < menu.items.size(); ++i) text += row(i + 1, menu.items[i]);
+  prompt(std::move(text));
+}
+
+std::string TerminalFace::row(std::size_t number, const MenuItem& item) const {
+  std::string text = std::to_string(number);
+  text.insert(0, text.size() < 2 ? 2 - text.size() : 0, ' ');
+  if (item.isSeparator) return styled(dimStyle, text + "      " + terminalRule) + "\n";
+  text += "  " + (item.keyEquivalent.empty() ? " " : item.keyEquivalent) + " ";
+  text += item.checked ? (*item.checked ? "✓ " : "✗ ") : "  ";
+  text += displayRow(item.title);
+  return (item.enabled ? text : styled(dimStyle, text)) + "\n";
+}
+
+/// Both in one piece: of two, the second is dropped when a slow terminal has too much of the first to read.
+void TerminalFace::prompt(std::string text) {
+  const TerminalDialogue* const dialogue = open.empty() ? nullptr : open.back().dialogue.get();
+  input.hideTyping(dialogue != nullptr && dialogue->asksForSecret());
+  if (input.isTerminal()) {
+    text += dialogue != nullptr ? dialogue->question() : "列號或按鍵> ";
+  } else if (dialogue != nullptr && dialogue->asksForField()) {
+    text += dialogue->question() + "\n";
+  }
+  output.write(text);
+}
+
+void TerminalFace::handleLine(const std::string& line) {
+  const std::string text(trimmed(line));
+  if (!open.empty()) {
+    answerAlert(line);
+  } else if (text.empty()) {
+    printMenu();
+  } else {
+    choose(text);
+  }
+}
+
+void TerminalFace::choose(const std::string& text) {
+  const auto number = numberIn(text);
+  const auto chosen = number
+                          ? (*number >= 1 && *number <= menu.items.size()
+                                 ? menu.items.begin() + static_cast<std::ptrdiff_t>(*number - 1)
+                                 : menu.items.end())
+                          : std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
+                              return !item.keyEquivalent.empty() && item.keyEquivalent == text;
+                            });
+  if (chosen == menu.items.end()) {
+    prompt("沒有這一列：" + displayRow(text) + "\n");
+  } else if (chosen->action.empty() || !chosen->enabled) {
+    prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
+  } else {
+    performMenuItem(MenuItem(*chosen));
+  }
+}
+
+void TerminalFace::present(AlertRequest request) {
+  const bool isThere =
+      !request.identifier.empty() &&
+      (std::any_of(open.begin(), open.end(),
+                   [&](const Open& each) { return each.request.identifier == request.identifier; }) ||
+       std::any_of(waiting.begin(), waiting.end(),
+                   [&](const AlertRequest& each) { return each.identifier == request.identifier; }));
+  if (isThere) return;
+  if (performing) {
+    queue.async([this, request = std::move(request)] { show(request); });
+  } else {
+    waiting.push_back(std::move(request));
+    queue.async([this] { showNextAlert(); });
+  }
+}
+
+void TerminalFace::showNextAlert() {
+  if (!open.empty() || waiting.empty()) return;
+  AlertRequest next = std::move(waiting.front());
+  waiting.pop_front();
+  show(std::move(next));
+}
+
+void TerminalFace::show(AlertRequest request) {
+  TerminalAbilities present = abilities;
+  present.columns = output.columns();
+  auto dialogue = std::make_unique<TerminalDialogue>(request.describe(), present);
+  std::string text = dialogue->begin();
+  open.push_back({std::move(request), std::move(dialogue)});
+  if (!inputEnded) return prompt(std::move(text));
+  output.write(text);
+  finishAlert({});
+}
+
+void TerminalFace::answerAlert(const std::string& line) {
+  TerminalDialogue& dialogue = *open.back().dialogue;
+  // The end of a line that was not shown was not shown either.
+  const std::string unseenEnd = dialogue.asksForSecret() && input.isTerminal() ? "\n" : "";
+  const auto step = dialogue.take(line);
+  std::string text = unseenEnd + step.text;
+  if (step.answer) {
+    output.write(text);
+    return finishAlert(*step.answer);
+  }
+  if (const auto target = dialogue.target(); target && !step.action.empty()) {
+    output.write(text);
+    performing = true;
+    target->performAction(step.action);
+    performing = false;
+    // What it has asked for comes first, with a prompt of its own.
+    queue.async([this, depth = open.size()] {
+      if (open.size() == depth) prompt();
+    });
+    return;
+  }
+  prompt(std::move(text));
+}
+
+void TerminalFace::finishAlert(const AlertAnswer& answer) {
+  const auto completion = std::move(open.back().request.completion);
+  open.pop_back();
+  completion(answer);
+  queue.async([this, depth = open.size()] { goOn(depth); });
+}
+
+/// With the alert beneath the one that was answered, the next one, or the menu.
+void TerminalFace::goOn(std::size_t depth) {
+  if (open.size() > depth) return;  // another has come already
+  if (!open.empty()) {
+    if (inputEnded) return finishAlert({});
+    prompt(open.back().dialogue->again());
+  } else if (!waiting.empty()) {
+    showNextAlert();
+  } else if (printPending) {
+    printMenu();
+  } else {
+    prompt();
+  }
+}
+
+void TerminalFace::close() {
+  input.hideTyping(false);
+}
+
+std::string TerminalFace::styled(const char* style, const std::string& text) const {
+  return abilities.styles ? style + text + plainStyle : text;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+
+#include "platform/linux/EventLoop.h"
+#include "platform/posix/FileDescriptor.h"
+
+namespace kestrune {
+
+/// Reads lines from standard input by a descriptor of its own, and leaves "/dev/null" there for children.
+/// Reads nothing before `start`. Main thread.
+class TerminalInput {
+ public:
+  explicit TerminalInput(EventLoop& loop);
+
+  /// Makes what is read here standard input again, for a program that takes over this process.
+  void giveBack() const;
+
+  bool isTerminal() const { return terminal; }
+
+  /// Keeps a terminal from showing what is typed from now on, or lets it show that again if this has kept it
+  /// from it. In the background, where the terminal is another's, it takes effect with the next SIGCONT.
+  void hideTyping(bool hide);
+
+  /// Calls `onLine` with each line, without its end, and `onEnd` once, when there are no more. Between two
+  /// lines everything is done that the first one put into the queue.
+  void start(std::function<void(const std::string&)> onLine, std::function<void()> onEnd);
+
+ private:
+  void wait();
+  void goOn();
+  bool takeTurn();
+  bool readSome();
+  void end();
+  void applyHiding();
+
+  EventLoop& loop;
+  FileDescriptor input;
+  const bool terminal;
+  const bool mayBlock;
+  bool turnIsDue = false;         ///< something will be read or told as soon as the loop comes to it
+  bool hidden = false;            ///< what is typed is not to be seen
+  bool silenced = false;          ///< by this, and not by whoever had the terminal before
+  std::deque<std::string> lines;  ///< that are read and not told
+  std::function<void(const std::string&)> onLine;
+  std::function<void()> onEnd;
+  std::string begun;  ///< a line whose end has not come
+  EventSource readable;
+  EventSource continued;
+};
+
+}  // namespace kestrune

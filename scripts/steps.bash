@@ -1,0 +1,74 @@
+# What run, test and .ci/run have in common. To be sourced.
+
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
+
+build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libutf8proc-dev libpng-dev libqrencode-dev
+    nlohmann-json3-dev qt6-base-dev)
+# The tools that the client runs, the language of the sample backend, and what windows need for X11 and for Wayland.
+run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
+# Daemons, a display and a panel of the tests' own, and who makes and judges a package.
+test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
+    x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst
+    mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
+    dpkg-dev file lintian appstream man-db)
+# clang too, so that both compilers see every line.
+sanitizer_packages=(clang libclang-rt-14-dev)
+
+log=$(mktemp)
+trap 'rm -f -- "$log"' EXIT
+
+# fail MESSAGE...: says why, and ends.
+fail() {
+    printf '%s\n' "$@" >&2
+    exit 1
+}
+
+# step WHAT COMMAND...: one line that says what is done, and every five seconds that it goes on. A command that fails
+# shows what it said.
+step() {
+    local began=$SECONDS next=5 status=0 pid
+    printf '%s …' "$1"
+    shift
+    "$@" </dev/null >"$log" 2>&1 &
+    pid=$!
+    while kill -0 "$pid" 2>/dev/null; do
+        sleep 0.1
+        if [ $((SECONDS - began)) -ge "$next" ]; then
+            printf ' %ds' "$next"
+            next=$((next + 5))
+        fi
+    done
+    wait "$pid" || status=$?
+    if [ "$status" -ne 0 ]; then
+        printf ' failed\n'
+        cat -- "$log" >&2
+        exit "$status"
+    fi
+    printf ' done\n'
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo --non-interactive "$@" 2>/dev/null || sudo "$@"; fi
+}
+
+# install_missing PACKAGE...: the packages of these that are not there.
+install_missing() {
+    local missing=() package
+    for package; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "These packages are missing; install them as root: ${missing[*]}"
+        sudo --validate || fail "These packages are missing, and sudo is refused: ${missing[*]}"
+    fi
+    step "Reading the list of packages" as_root apt-get -q update
+    step "Installing ${missing[*]}" as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q -y --no-install-recommends install "${missing[@]}"
+}
+
+# build PRESET: configures if need be, and builds.
+build() {
+    [ -f "build/$1/build.ninja" ] || step "Configuring ($1)" cmake --preset "$1"
+    step "Building ($1)" cmake --build --preset "$1"
+}

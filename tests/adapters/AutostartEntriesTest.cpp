@@ -1,0 +1,264 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/linux/AutostartEntries.h"
+#include "platform/posix/FileDescriptor.h"
+#include "tests/support/FakePlatform.h"
+#include "tests/support/ScopedVariable.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr auto label = "com.example.client";
+
+/// Names of folders; the last ones are beyond some readers of entries.
+const char* const oddNames[] = {"plain",      "with blank",     "引號 \"雙\" '單'", "$HOME `id` $(id)",
+                                "100% %f %%", "a;b|c&d<e>f*?",  "brackets [x] {y}", "#hash ~",
+                                "a=b",        "back\\slash\\n", "tab\there",        "line\nend"};
+constexpr std::size_t commonNames = 9;
+
+std::string textOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
+/// What a command prints, and in the end its status if that is not 0.
+std::string outputOf(const std::string& command) {
+  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+  std::string text;
+  char buffer[4096];
+  for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, count);
+  const int status = pclose(pipe);
+  return status == 0 ? text : text + "status " + std::to_string(status);
+}
+
+struct AutostartEntriesTest : ::testing::Test {
+  ScratchFolder home;
+  FakeMainBundle bundle;
+  AutostartEntries agents{home.file("autostart"), bundle};
+  const std::string path = agents.path(label);
+
+  AutostartEntriesTest() { fs::create_directory(home.file("autostart")); }
+
+  void put(const std::string& text) const { std::ofstream(path) << text; }
+
+  /// A program that notes in which repository and how it was called.
+  std::string program(const std::string& folder, const std::string& name = "KestruneMenuClient") const {
+    fs::create_directories(home.file(folder));
+    std::string file = home.file(folder) + "/" + name;
+    std::ofstream(file)
+        << "#!/bin/sh\n"
+           "{ cd \"${KESTRUNE_REPO_PATH:-.}\"; pwd; printf '%s\\n' \"$0\" \"$@\"; } > \"$NOTES\"\n";
+    chmod(file.c_str(), 0755);
+    return file;
+  }
+
+  /// What it has noted when the command, which waits for no program, has started it.
+  std::string notesAfter(const std::string& command) const {
+    const std::string notes = home.file("notes");
+    unlink(notes.c_str());
+    EXPECT_EQ(mkfifo(notes.c_str(), 0600), 0);
+    const FileDescriptor pipe(open(notes.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const ScopedVariable noted("NOTES", notes);
+    const ScopedVariable unset("KESTRUNE_REPO_PATH", std::nullopt);
+    EXPECT_EQ(outputOf(command), "");
+    std::string text;
+    for (pollfd readable{pipe.get(), POLLIN, 0}; poll(&readable, 1, 5000) == 1;) {
+      char buffer[4096];
+      const ssize_t count = read(pipe.get(), buffer, sizeof buffer);
+      if (count <= 0) return text;
+      text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return "silence after " + text;
+  }
+};
+
+TEST_F(AutostartEntriesTest, AreNamedAfterTheirLabel) {
+  EXPECT_EQ(path, home.file("autostart") + "/com.example.client.desktop");
+}
+
+TEST_F(AutostartEntriesTest, StartTheProgramInItsRepositoryWithoutAWindow) {
+  EXPECT_EQ(agents.document(label, "/opt/client", "/home/u/repo"),
+            "[Desktop Entry]\n"
+            "Type=Application\n"
+            "Name=Kestrune\n"
+            "Comment=Keeps the bridge to the phone connected\n"
+            "Comment[zh_TW]=保持手機連線\n"
+            "Exec=\"/opt/client\" --background\n"
+            "TryExec=/opt/client\n"
+            "Path=/home/u/repo\n"
+            "Icon=KestruneMacClient\n"
+            "Terminal=false\n"
+            "StartupNotify=false\n"
+            "X-GNOME-Autostart-enabled=true\n");
+}
+
+TEST_F(AutostartEntriesTest, CarryTheVariableThatNamedTheRepository) {
+  bundle.environment["KESTRUNE_REPO_PATH"] = "repo";
+  bundle.currentDirectory = "/home/u";
+  const std::string document = agents.document(label, "/opt/client", "repo");
+  EXPECT_NE(document.find("\nExec=env \"KESTRUNE_REPO_PATH=/home/u/repo\" \"/opt/client\" --background\n"),
+            std::string::npos)
+      << document;
+  EXPECT_NE(document.find("\nPath=/home/u/repo\n"), std::string::npos) << document;
+}
+
+TEST_F(AutostartEntriesTest, AreValid) {
+  for (const bool named : {false, true}) {
+    if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+    for (const std::string name : oddNames) {
+      put(agents.document(label, home.file(name) + "/KestruneMenuClient", home.file(name)));
+      EXPECT_EQ(outputOf("desktop-file-validate " + path), "") << name;
+    }
+  }
+}
+
+TEST_F(AutostartEntriesTest, AreRunAsTheyAreMeant) {
+  for (const bool named : {false, true}) {
+    if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+    for (std::size_t i = 0; i < std::size(oddNames); ++i) {
+      const std::string repo = home.file(oddNames[i]);
+      const std::string executable = program(std::string(oddNames[i]) + "/bin");
+      put(agents.document(label, executable, repo));
+      EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
+          << textOf(path);
+      if (i >= commonNames) continue;
+      EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
+          << textOf(path);
+    }
+  }
+}
+
+// --- switched on or off
+
+TEST_F(AutostartEntriesTest, CountAsNoneWhenADesktopHasSwitchedThemOff) {
+  const std::string entry = agents.document(label, "/opt/client", "/repo");
+  put(entry);
+  EXPECT_TRUE(agents.isRegistered(label));
+  for (const std::string off : {"Hidden=true\n", "Hidden = true\n", "Hidden=true\r\n"}) {
+    put(entry + off);
+    EXPECT_FALSE(agents.isRegistered(label)) << off;
+  }
+  put("[Desktop Entry]\nExec=client\nX-GNOME-Autostart-enabled=false\n");
+  EXPECT_FALSE(agents.isRegistered(label));
+}
+
+TEST_F(AutostartEntriesTest, CountWhenOnlySomethingElseIsSwitchedOff) {
+  for (const std::string on :
+       {"[Desktop Entry]\n", "[Desktop Entry]\nHidden=false\n", "[Desktop Entry]\n#Hidden=true\n",
+        "[Desktop Entry]\nNoDisplay=true\n", "[Desktop Entry]\n[Desktop Action a]\nHidden=true\n",
+        "[Desktop Entry]\nHidden=false\nHidden=true\n", "", "rubbish"}) {
+    put(on);
+    EXPECT_TRUE(agents.isRegistered(label)) << on;
+  }
+}
+
+TEST_F(AutostartEntriesTest, CountAsNoneWhenTheyAreLinkedToNothing) {
+  fs::create_symlink("/dev/null", path);
+  EXPECT_FALSE(agents.isRegistered(label));
+}
+
+TEST_F(AutostartEntriesTest, CountWhenTheyCannotBeRead) {
+  fs::create_directory(path);
+  EXPECT_TRUE(agents.isRegistered(label));
+}
+
+// --- repair
+
+TEST_F(AutostartEntriesTest, AreLedToTheRunningProgramWhenTheirOwnIsGone) {
+  for (const std::string name : oddNames) {
+    const std::string gone = home.file(name) + "/old/KestruneMenuClient";
+    const std::string present = program(name + "/new");
+    bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+    put(agents.document(label, gone, home.file(name)));
+    bundle.executable = present;
+    bundle.environment.clear();
+    agents.repair(label, home.file("present"));
+    bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+    EXPECT_EQ(textOf(path), agents.document(label, present, home.file(name)));
+  }
+}
+
+TEST_F(AutostartEntriesTest, AreLedToThePresentRepositoryWhenTheirOwnIsGone) {
+  for (const bool named : {false, true}) {
+    for (const std::string name : oddNames) {
+      if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+      const std::string present = program(name + "/new");
+      put(agents.document(label, home.file("gone") + "/KestruneMenuClient", home.file("gone") + name));
+      const std::string expected = agents.document(label, present, home.file(name));
+      bundle.executable = present;
+      bundle.environment.clear();
+      agents.repair(label, home.file(name));
+      EXPECT_EQ(textOf(path), expected);
+    }
+  }
+}
+
+TEST_F(AutostartEntriesTest, StartNoneOfTheNeighbours) {
+  for (const std::string neighbour : {"a-b", "a b", "axb", "a.b", "a(b", "a[b"}) program(neighbour);
+  const std::string executable = program("a$b");
+  put(agents.document(label, executable, home.file("a$b")));
+  EXPECT_EQ(notesAfter("gio launch " + path), home.file("a$b") + "\n" + executable + "\n--background\n");
+}
+
+TEST_F(AutostartEntriesTest, StayAsTheyAreOtherwise) {
+  const std::string there = program("there");
+  const std::string gone = home.file("gone") + "/KestruneMenuClient";
+  const std::string building = program("tree/build/release");
+  std::ofstream(home.file("tree/build/CMakeCache.txt")) << "\n";
+  struct Case {
+    const char* name;
+    std::string entry;
+    std::optional<std::string> running;
+  };
+  const Case cases[] = {
+      {"its program is there", agents.document(label, there, "/repo"), program("other")},
+      {"the running one may go as easily", agents.document(label, gone, "/repo"), building},
+      {"nobody knows which one runs", agents.document(label, gone, "/repo"), std::nullopt},
+      {"it starts something else", agents.document(label, home.file("gone") + "/other", "/repo"), there},
+      {"its command was changed", "[Desktop Entry]\nExec=sh -c client\nTryExec=" + gone + "\n", there},
+      {"it has no program", "[Desktop Entry]\nExec=\"" + gone + "\"\n", there},
+      {"it is empty", "", there},
+  };
+  for (const auto& each : cases) {
+    put(each.entry);
+    bundle.executable = each.running;
+    agents.repair(label, "/repo");
+    EXPECT_EQ(textOf(path), each.entry) << each.name;
+  }
+}
+
+TEST_F(AutostartEntriesTest, AreNotMadeWhereThereIsNone) {
+  bundle.executable = program("there");
+  agents.repair(label, "/repo");
+  EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(AutostartEntriesTest, KeepWhatTheUserMadeOfThemWhenTheyAreRepaired) {
+  bundle.executable = program("there");
+  const std::string gone = home.file("gone") + "/KestruneMenuClient";
+  put("# mine\n[Desktop Entry]\nHidden=true\nExec=nice \"" + gone + "\" --background\nTryExec=" + gone +
+      "\nX-GNOME-Autostart-enabled=false\n\n[Desktop Action a]\nName=a\nExec=other\n");
+  agents.repair(label, "/repo");
+  EXPECT_EQ(textOf(path),
+            "# mine\n[Desktop Entry]\nHidden=true\nExec=nice \"" + *bundle.executable +
+                "\" --background\nTryExec=" + *bundle.executable +
+                "\nX-GNOME-Autostart-enabled=false\n\n[Desktop Action a]\nName=a\nExec=other\n");
+  EXPECT_FALSE(agents.isRegistered(label));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/linux/Inhibitors.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/RoundTrip.h"
+#include "tests/support/ScopedVariable.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/StubLocks.h"
+#include "tests/support/StubService.h"
+#include "tests/support/VirtualTime.h"
+
+namespace kestrune::testing {
+
+inline constexpr auto managerName = "org.gnome.SessionManager";
+inline constexpr auto saverName = "org.freedesktop.ScreenSaver";
+inline constexpr auto powerName = "org.freedesktop.PowerManagement";
+inline constexpr auto loginName = "org.freedesktop.login1";
+
+inline constexpr auto reason = "to be reached";
+inline constexpr int on = powerAssertionLevelOn;
+inline constexpr auto display = PowerAssertionType::noDisplaySleep;
+inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
+
+inline constexpr Seconds atOnce{0.1};
+inline constexpr Seconds patienceWithAService{0.25};
+inline constexpr Seconds aLittleMore{0.45};  // and never anything like the bus's own limit of time
+
+inline const std::string managerCall =
+    std::string("/org/gnome/SessionManager Inhibit 'com.dovrel.kestrune.menuclient', 0, '") + reason + "', 8";
+inline const std::string saverCall =
+    std::string("/org/freedesktop/ScreenSaver Inhibit 'Kestrune', '") + reason + "'";
+inline const std::string otherSaverCall = std::string("/ScreenSaver Inhibit 'Kestrune', '") + reason + "'";
+inline const std::string powerCall =
+    std::string("/org/freedesktop/PowerManagement/Inhibit Inhibit 'Kestrune', '") + reason + "'";
+inline const std::string loginCall =
+    std::string("/org/freedesktop/login1 Inhibit 'idle', 'Kestrune', '") + reason + "', 'block'";
+
+using Calls = std::vector<std::string>;
+
+/// A machine with both buses, on which the services come and go as a test wants it.
+struct AwakeDesk : ::testing::Test {
+  SignalState restored;
+  // The session's bus comes second: while they live, the last one made is the user's own.
+  PrivateBus systemDaemon;
+  ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", systemDaemon.address()};
+  PrivateBus sessionDaemon;
+  EventLoop loop;
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop timers{clock, log};
+  SessionBus sessionBus{loop};
+  SystemBus systemBus{loop};
+  StubLocks locks;
+  std::unique_ptr<StubService> manager, saver, power, login;
+  std::unique_ptr<Inhibitors> inhibitors = std::make_unique<Inhibitors>(sessionBus, systemBus, timers, clock);
+  RoundTrip sessionTrip{sessionBus};
+  RoundTrip systemTrip{systemBus};
+
+  static bool asked(const std::unique_ptr<StubService>& service, const std::string& call) {
+    const Calls calls = service->calls();
+    return std::find(calls.begin(), calls.end(), call) != calls.end();
+  }
+
+  std::unique_ptr<StubService> serve(const char* name, StubService::Behaviour behaviour) const {
+    const PrivateBus& daemon = name == std::string(loginName) ? systemDaemon : sessionDaemon;
+    return std::make_unique<StubService>(daemon.address(), name, std::move(behaviour));
+  }
+
+  void startBuses() {
+    systemDaemon.start();
+    sessionDaemon.start();
+  }
+
+  /// Returns when the program knows who is there.
+  void connect() {
+    sessionBus.connect();
+    systemBus.connect();
+    ASSERT_TRUE(knowsAll());
+  }
+  bool knowsAll() { return sessionTrip.succeeds(loop) && systemTrip.succeeds(loop); }
+
+  bool comesAbout(const std::function<bool()>& condition) { return comesTrueElsewhere(loop, condition); }
+
+  std::optional<std::uint32_t> create(PowerAssertionType type) {
+    return inhibitors->create(type, on, reason);
+  }
+
+  /// Lets the program's minute after a silence pass.
+  void letTheMinutePass() { timers.advance(Seconds{60.0}); }
+};
+
+}  // namespace kestrune::testing

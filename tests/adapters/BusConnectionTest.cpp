@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/TrayDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+using BusConnection = EmptyDesk;
+constexpr Seconds atOnce{1.0};  // a call that waits for the bus waits 25 s
+
+TEST_F(BusConnection, TellsItsClientsOnceThatItIsThere) {
+  daemon.start();
+  EXPECT_FALSE(bus.isConnected());
+  bus.connect();
+  EXPECT_TRUE(bus.isConnected());
+  probe.catchUp(loop);
+  EXPECT_EQ(probe.connections, 1);
+  EXPECT_EQ(probe.losses, 0);
+}
+
+TEST_F(BusConnection, TellsALateClientAtOnce) {
+  daemon.start();
+  bus.connect();
+  BusProbe late;
+  bus.add(late);
+  EXPECT_EQ(late.connections, 1);
+  late.catchUp(loop);
+  bus.remove(late);
+}
+
+TEST_F(BusConnection, TellsARemovedClientNothing) {
+  daemon.start();
+  BusProbe removed;
+  bus.add(removed);
+  bus.remove(removed);
+  bus.connect();
+  probe.catchUp(loop);
+  EXPECT_EQ(removed.connections, 0);
+}
+
+TEST_F(BusConnection, TellsItsClientsWhenItEnds) {
+  daemon.start();
+  BusProbe client;
+  {
+    SessionBus shortLived(loop);
+    shortLived.add(client);
+    shortLived.connect();
+    client.catchUp(loop);
+  }
+  EXPECT_EQ(client.connections, 1);
+  EXPECT_EQ(client.losses, 1);
+  EXPECT_EQ(client.bus, nullptr);
+}
+
+TEST_F(BusConnection, IsMadeAnewOnceAfterEachEndOfTheBus) {
+  daemon.start();
+  bus.connect();
+  probe.catchUp(loop);
+  for (int restart = 1; restart <= 2; ++restart) {
+    daemon.stop();
+    daemon.start();
+    ASSERT_TRUE(comesTrue(loop, [this, restart] { return probe.connections == restart + 1; }));
+    EXPECT_EQ(probe.losses, restart);
+    probe.catchUp(loop);
+  }
+}
+
+TEST_F(BusConnection, IsFoundWhenTheBusStartsLater) {
+  bus.connect();
+  EXPECT_FALSE(bus.isConnected());
+  EXPECT_EQ(probe.connections, 0);
+  daemon.start();
+  EXPECT_TRUE(comesTrue(loop, [this] { return bus.isConnected(); }));
+  probe.catchUp(loop);
+  EXPECT_EQ(probe.connections, 1);
+  EXPECT_EQ(probe.losses, 0);
+}
+
+TEST_F(BusConnection, DoesNotWaitForABusThatHasStopped) {
+  daemon.start();
+  daemon.freeze();
+  EXPECT_LT(durationOf([this] { bus.connect(); }), atOnce);
+  EXPECT_LT(durationOf([this] { settleQueue(loop); }), atOnce);
+  daemon.thaw();
+  probe.catchUp(loop);
+  EXPECT_EQ(probe.connections, 1);
+}
+
+TEST_F(BusConnection, IsMadeAnewWhenTheBusEndsBeforeItAnswers) {
+  daemon.start();
+  daemon.freeze();
+  bus.connect();
+  settleQueue(loop);
+  daemon.stop();
+  daemon.start();
+  ASSERT_TRUE(comesTrue(loop, [this] { return probe.connections == 2; }));
+  probe.catchUp(loop);
+}
+
+TEST_F(BusConnection, IsTriedEverMoreRarelyWhereNobodyAnswers) {
+  const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const std::string path = daemon.address().substr(std::strlen("unix:path="));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listening.get(), 8), 0);
+  std::vector<std::chrono::steady_clock::time_point> attempts;
+  const EventSource accepting = loop.onDescriptor(listening.get(), EPOLLIN, [&] {
+    const FileDescriptor hungUp(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    attempts.push_back(std::chrono::steady_clock::now());
+  });
+  bus.connect();
+  ASSERT_TRUE(comesTrue(loop, [&attempts] { return attempts.size() == 4; }));
+  // Three pauses, each twice as long as the one before.
+  EXPECT_GT(Seconds(attempts.back() - attempts.front()), Seconds{0.5});
+}
+
+TEST_F(BusConnection, OfTheMachineIsAnother) {
+  daemon.start();
+  SystemBus machine(loop);
+  BusProbe client;
+  machine.add(client);
+  const ScopedVariable nowhere("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null/bus");
+  machine.connect();
+  EXPECT_FALSE(machine.isConnected());
+  const ScopedVariable found("DBUS_SYSTEM_BUS_ADDRESS", daemon.address());
+  const ScopedVariable none("DBUS_SESSION_BUS_ADDRESS", "unix:path=/dev/null/bus");
+  ASSERT_TRUE(comesTrue(loop, [&client] { return client.connections == 1; }));
+  client.catchUp(loop);
+  machine.remove(client);
+}
+
+TEST_F(BusConnection, SaysOnceThatThereIsNone) {
+  // A fault of its own: one that this process has said before would not be said again.
+  const ScratchFolder folder;
+  std::ofstream(folder.file("file")) << "not a folder";
+  ForkedProgram program([&folder](const ForkedProgram::Say& say) {
+    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + folder.file("file/bus")).c_str(), 1);
+    EventLoop ownLoop;
+    SessionBus ownBus(ownLoop);
+    ownBus.connect();
+    ownBus.connect();
+    say(ownBus.isConnected() ? "connected" : "alone");
+  });
+  EXPECT_EQ(program.line(), "alone");
+  program.waitForEnd();
+  const std::string said = program.standardError();
+  EXPECT_EQ(said.rfind("KestruneMenuClient: no session bus (Not a directory)", 0), 0u) << said;
+  EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
+}
+
+TEST_F(BusConnection, SaysNothingWhenAllIsWell) {
+  daemon.start();
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    EventLoop ownLoop;
+    SessionBus ownBus(ownLoop);
+    BusProbe client;
+    ownBus.add(client);
+    ownBus.connect();
+    client.catchUp(ownLoop);
+    ownBus.remove(client);
+    say("done");
+  });
+  EXPECT_EQ(program.line(), "done");
+  program.waitForEnd();
+  EXPECT_EQ(program.standardError(), "");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

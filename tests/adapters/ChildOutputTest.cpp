@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/adapters/RealChildren.h"
+#include "tests/support/ProcessEnd.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr std::size_t limit = std::size_t{16} << 20;
+// Far more than anything here should take, far less than what it must not wait for.
+constexpr Seconds generous{3.0};
+
+struct ChildOutput : ::testing::Test, RealChildren {
+  std::string outputOf(const Arguments& arguments) {
+    const auto child = launch(arguments);
+    std::string output = child->readOutput(patience);
+    EXPECT_TRUE(ends(*child));
+    return output;
+  }
+};
+
+TEST_F(ChildOutput, PutsStandardOutputBeforeStandardErrorWhateverCameFirst) {
+  EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");
+}
+
+TEST_F(ChildOutput, IsEmptyWhenNothingWasWritten) {
+  EXPECT_EQ(outputOf({}), "");
+}
+
+TEST_F(ChildOutput, KeepsEveryByte) {
+  EXPECT_EQ(outputOf({"bytes", "00fff0410a00"}), std::string("\0\xff\xf0"
+                                                             "A\n\0",
+                                                             6));
+}
+
+TEST_F(ChildOutput, IsReadOnWhileTheChildWritesMoreThanAPipeHolds) {
+  EXPECT_EQ(outputOf({"flood", "1000000", "flood-err", "1000000"}), std::string(2000000, 'x'));
+}
+
+TEST_F(ChildOutput, KeepsTheChildWaitingWhenNobodyReadsIt) {
+  const auto child = launchUpTo({"flood", "60000"}, {"flood", "1000000"});
+  EXPECT_TRUE(child->isRunning());
+  EXPECT_EQ(child->readOutput(patience).size(), 1060000U);
+  EXPECT_TRUE(ends(*child));
+}
+
+TEST_F(ChildOutput, StopsAtTheLimit) {
+  EXPECT_EQ(outputOf({"flood", std::to_string(limit + 100000)}).size(), limit);
+}
+
+TEST_F(ChildOutput, ReachesTheLimit) {
+  EXPECT_EQ(outputOf({"flood", std::to_string(limit)}), std::string(limit, 'x'));
+}
+
+TEST_F(ChildOutput, IsCutBetweenCharacters) {
+  for (const std::string character : {"é", "字", "🟢"}) {
+    // One byte first moves the limit into the middle of a character, whatever its size.
+    const std::string output = outputOf({"out", "x", "of", character, "flood", std::to_string(limit)});
+    const std::size_t whole = (limit - 1) / character.size();
+    EXPECT_EQ(output.size(), 1 + whole * character.size()) << character;
+    EXPECT_TRUE(output.ends_with(character)) << character;
+  }
+}
+
+TEST_F(ChildOutput, IsNotShortenedWhereTheLimitFallsBetweenCharacters) {
+  const std::string output = outputOf({"of", "🟢", "flood", std::to_string(limit), "flood", "4"});
+  EXPECT_EQ(output.size(), limit);
+  EXPECT_TRUE(output.ends_with("🟢"));
+}
+
+TEST_F(ChildOutput, TakesOfStandardErrorWhatStandardOutputLeavesOfTheLimit) {
+  const std::string output = outputOf({"flood", "10000000", "of", "字", "flood-err", "12000000"});
+  EXPECT_EQ(output.substr(0, 10000000), std::string(10000000, 'x'));
+  EXPECT_EQ(output.size(), 10000000 + (limit - 10000000) / 3 * 3);
+  EXPECT_TRUE(output.ends_with("字"));
+}
+
+TEST_F(ChildOutput, WaitsForADescendantNoLongerThanItsPatienceLasts) {
+  const auto child = launchUpTo({"out", "x\n", "leave", "60", "err", "y\n"}, {});
+  std::string output;
+  const Seconds duration = durationOf([&] { output = child->readOutput(Seconds{0.1}); });
+  const Leftover descendant(numberBehind(output, "left"));
+  EXPECT_TRUE(descendant.runs());
+  EXPECT_TRUE(output.starts_with("x\nleft ")) << output;
+  EXPECT_TRUE(output.ends_with("\ny\n")) << output;
+  EXPECT_GE(duration, Seconds{0.1});
+  EXPECT_LT(duration, generous);
+  EXPECT_TRUE(ends(*child));
+  EXPECT_EQ(child->terminationStatus(), 0);
+}
+
+TEST_F(ChildOutput, EndsWithTheLastProcessThatCouldWriteMore) {
+  const auto child = launchUpTo({"leave", "60"});
+  const Seconds duration = durationOf([&] {
+    child->terminateGroup();
+    child->readOutput(Seconds{60});
+  });
+  EXPECT_LT(duration, generous);
+  EXPECT_TRUE(ends(*child));
+}
+
+TEST_F(ChildOutput, TakesWhatIsThereWithoutPatience) {
+  const auto child = launchUpTo({"out", "x"});
+  std::string output;
+  EXPECT_LT(durationOf([&] { output = child->readOutput(Seconds{0}); }), generous);
+  EXPECT_EQ(output, "x");
+  EXPECT_TRUE(child->isRunning());
+  child->terminate();
+  EXPECT_TRUE(ends(*child));
+}
+
+TEST_F(ChildOutput, TakesAllThatIsThereWithoutPatience) {
+  const auto child = launchUpTo({"flood", "60000", "flood-err", "60000"});
+  EXPECT_EQ(child->readOutput(Seconds{0}).size(), 120000U);
+  child->terminate();
+  EXPECT_TRUE(ends(*child));
+}
+
+TEST_F(ChildOutput, IsNotReadForEverWhenADescendantWritesWithoutEnd) {
+  for (const Seconds each : {Seconds{0}, Seconds{0.1}}) {
+    const auto child = launch({"leave-flooding", "60"});
+    ASSERT_TRUE(ends(*child));
+    std::string output;
+    EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
+    EXPECT_LE(output.size(), limit);
+    // Nobody reads any more, of which it dies.
+    EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
+  }
+}
+
+/// The most memory that this process has had since it last was told to count anew, in bytes.
+std::size_t peakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) * 1024;
+  }
+  return 0;
+}
+
+TEST_F(ChildOutput, TakesNoMoreMemoryThanTheLimitNeeds) {
+  std::ofstream("/proc/self/clear_refs") << 5;
+  const std::size_t before = peakMemory();
+  ASSERT_GT(before, 0U);
+  outputOf({"flood", "500000000"});
+  EXPECT_LT(peakMemory() - before, 12 * limit);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,97 @@
+#include "platform/linux/Diagnosis.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/posix/ChildProcesses.h"
+#include "tests/support/FakePlatform.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/ScopedVariable.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/StubService.h"
+
+namespace kestrune::testing {
+namespace {
+
+/// Answers a call of that method; any other is refused.
+template <typename... Values>
+StubService::Behaviour answering(const char* member, const char* types, Values... values) {
+  return [=](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), member) != 0) return false;
+    return sd_bus_reply_method_return(call, types, values...) >= 0;
+  };
+}
+
+/// Answers for the session manager and its inhibitor alike.
+bool sessionManager(sd_bus_message* call) {
+  const std::string member = sd_bus_message_get_member(call);
+  if (member == "GetInhibitors") return sd_bus_reply_method_return(call, "ao", 1, "/inhibitor/1") >= 0;
+  return member == "GetAppId" && sd_bus_reply_method_return(call, "s", "a\x1b[31mplayer") >= 0;
+}
+
+bool watcher(sd_bus_message* call) {
+  const char *interface = nullptr, *name = nullptr;
+  sd_bus_message_read(call, "ss", &interface, &name);
+  if (std::strcmp(name, "IsStatusNotifierHostRegistered") == 0)
+    return sd_bus_reply_method_return(call, "v", "b", 0) >= 0;
+  return sd_bus_reply_method_return(call, "v", "as", 2, ":1.2/Item", ":1.3/Item") >= 0;
+}
+
+struct Diagnosis : ::testing::Test {
+  SignalState restored;
+  PrivateBus daemon;
+  const ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", daemon.address()};
+  EventLoop loop;
+  SessionBus sessionBus{loop};
+  SystemBus systemBus{loop};
+  FakeMainBundle bundle;
+  ChildProcesses processes;
+
+  std::string described() {
+    return describeSession(loop, sessionBus, systemBus, bundle, processes, "/nowhere/windows");
+  }
+};
+
+TEST_F(Diagnosis, TellsWhoIsThereAndWhoKeepsTheMachineAwake) {
+  daemon.start();
+  const std::string address = daemon.address();
+  const StubService tray(address, "org.kde.StatusNotifierWatcher", &watcher);
+  const StubService notifier(address, "org.freedesktop.Notifications",
+                             answering("GetServerInformation", "ssss", "note", "maker", "1.2", "1"));
+  const StubService session(address, "org.gnome.SessionManager", &sessionManager);
+  const StubService power(address, "org.freedesktop.PowerManagement", answering("HasInhibit", "b", 1));
+  const StubService login(
+      address, "org.freedesktop.login1",
+      answering("ListInhibitors", "a(ssssuu)", 1, "idle", "Kestrune", "why", "block", 0u, 42u));
+  const std::string text = described();
+  const std::string process = "(process " + std::to_string(getpid()) + ")\n";
+  EXPECT_NE(text.find("Session bus: answers\nSystem bus: answers\nClient on the bus: none\nTray: "),
+            text.npos)
+      << text;
+  EXPECT_NE(text.find(process + "  shows items: no, there is no host\n  item: :1.2/Item\n  item: :1.3/Item\n"
+                                "Notifications: note 1.2 (maker)\nAsked to keep it awake:\n"),
+            text.npos)
+      << text;
+  EXPECT_NE(text.find("  org.freedesktop.ScreenSaver: none\n"), text.npos) << text;
+  for (const char* const held :
+       {"  org.gnome.SessionManager: a [31mplayer\n", "  org.freedesktop.PowerManagement: somebody\n",
+        "  org.freedesktop.login1: idle (block) by Kestrune, process 42\n"}) {
+    EXPECT_NE(text.find(held, text.find("Held awake by:\n")), text.npos) << held << text;
+  }
+}
+
+TEST_F(Diagnosis, WaitsForNobodyWhoDoesNotAnswer) {
+  daemon.start();
+  const StubService tray(daemon.address(), "org.kde.StatusNotifierWatcher",
+                         [](sd_bus_message*) { return true; });
+  const auto begin = std::chrono::steady_clock::now();
+  const std::string text = described();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, Seconds{10});
+  EXPECT_EQ(text.find("shows items"), text.npos) << text;
+  EXPECT_NE(text.find("Held awake by:\n  nobody who could be asked\n"), text.npos) << text;
+  EXPECT_NE(text.find("Windows: /nowhere/windows is missing, no display\n"), text.npos) << text;
+}
+
+}  // namespace
+}  // namespace kestrune::testing

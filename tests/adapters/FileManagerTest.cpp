@@ -1,0 +1,284 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "platform/posix/SystemFileManager.h"
+#include "tests/support/FakePlatform.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+// --- contract
+
+struct FakeFiles {
+  CallLog log;
+  FakeFileManager files{log};
+  std::string path(const std::string& name) const { return "/home/u/" + name; }
+};
+
+struct SystemFiles {
+  ScratchFolder folder;
+  SystemFileManager files{"/home/u"};
+  std::string path(const std::string& name) const { return folder.file(name); }
+};
+
+template <typename Files>
+struct FileManagerContract : ::testing::Test, Files {};
+using FileManagers = ::testing::Types<FakeFiles, SystemFiles>;
+TYPED_TEST_SUITE(FileManagerContract, FileManagers);
+
+TYPED_TEST(FileManagerContract, HasNothingThatWasNotWritten) {
+  EXPECT_FALSE(this->files.fileExists(this->path("a")));
+  EXPECT_EQ(this->files.contents(this->path("a")), std::nullopt);
+}
+
+TYPED_TEST(FileManagerContract, ReadsWhatWasWrittenLast) {
+  const std::string bytes("\0\xFF\r\nb", 5);
+  for (const std::string& each : {std::string("first"), std::string(), bytes}) {
+    EXPECT_EQ(this->files.writeAtomically(this->path("a"), each), std::nullopt);
+    EXPECT_TRUE(this->files.fileExists(this->path("a")));
+    EXPECT_EQ(this->files.contents(this->path("a")), each);
+  }
+}
+
+TYPED_TEST(FileManagerContract, RemovesAFileAndTellsWhenThereIsNone) {
+  this->files.writeAtomically(this->path("a"), "text");
+  EXPECT_EQ(this->files.removeItem(this->path("a")), std::nullopt);
+  EXPECT_FALSE(this->files.fileExists(this->path("a")));
+  EXPECT_NE(this->files.removeItem(this->path("a")).value_or(""), "");
+}
+
+TYPED_TEST(FileManagerContract, MakesFoldersThatMayBeThere) {
+  EXPECT_EQ(this->files.createDirectory(this->path("b/c")), std::nullopt);
+  EXPECT_EQ(this->files.createDirectory(this->path("b/c")), std::nullopt);
+  EXPECT_EQ(this->files.writeAtomically(this->path("b/c/d"), "text"), std::nullopt);
+  EXPECT_EQ(this->files.contents(this->path("b/c/d")), "text");
+}
+
+TYPED_TEST(FileManagerContract, KnowsTheHomeFolder) {
+  EXPECT_EQ(this->files.homeDirectoryPath(), "/home/u");
+}
+
+// --- the system's own
+
+struct FileManager : ::testing::Test {
+  ScratchFolder folder;
+  SystemFileManager files{"/home/u"};
+  const std::string path = folder.file(".env");
+
+  void put(const std::string& text, mode_t mode = 0600) const {
+    std::ofstream(path, std::ios::binary) << text;
+    chmod(path.c_str(), mode);
+  }
+  static std::string contentsOf(const std::string& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+  }
+  static mode_t modeOf(const std::string& file) {
+    struct stat state {};
+    EXPECT_EQ(stat(file.c_str(), &state), 0) << file;
+    return state.st_mode & 07777;
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> found;
+    for (const auto& each : fs::directory_iterator(folder.file("."))) found.insert(each.path().filename());
+    return found;
+  }
+};
+
+TEST_F(FileManager, SaysInTheSystemsWordsWhyItCannot) {
+  put("text");
+  const std::string inside = path + "/inside";
+  EXPECT_EQ(files.writeAtomically(inside, "text"), "Not a directory");
+  EXPECT_EQ(files.createDirectory(inside), "Not a directory");
+  EXPECT_EQ(files.removeItem(inside), "Not a directory");
+  EXPECT_EQ(files.removeItem(folder.file("none")), "No such file or directory");
+  EXPECT_EQ(contentsOf(path), "text");
+}
+
+TEST_F(FileManager, FindsFilesFoldersAndWhatLinksLeadTo) {
+  put("text");
+  fs::create_directory(folder.file("folder"));
+  fs::create_symlink(path, folder.file("link"));
+  for (const char* const name : {".env", "folder", "link"}) EXPECT_TRUE(files.fileExists(folder.file(name)));
+  EXPECT_FALSE(files.fileExists(path + "/inside"));
+}
+
+TEST_F(FileManager, DoesNotTakeALinkToNothingForAFile) {
+  fs::create_symlink(folder.file("none"), path);
+  EXPECT_FALSE(files.fileExists(path));
+}
+
+TEST_F(FileManager, ReadsNoFolderAndNoPipe) {
+  EXPECT_EQ(files.contents(folder.file(".")), std::nullopt);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(files.contents(path), std::nullopt);
+}
+
+TEST_F(FileManager, KeepsAnUnreadableFileBesideWhatReplacesIt) {
+  put("what \xFF was", 0640);
+  EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_TRUE(files.fileExists(path));
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_EQ(contentsOf(path + ".unreadable"), "what \xFF was");
+  EXPECT_EQ(modeOf(path + ".unreadable"), 0640U);
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable"}));
+}
+
+TEST_F(FileManager, KeepsEveryUnreadableFileThatThereWas) {
+  for (const char* const text : {"first", "second", "third"}) {
+    put(text);
+    EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+    EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  }
+  EXPECT_EQ(contentsOf(path + ".unreadable"), "first");
+  EXPECT_EQ(contentsOf(path + ".unreadable-2"), "second");
+  EXPECT_EQ(contentsOf(path + ".unreadable-3"), "third");
+}
+
+TEST_F(FileManager, KeepsAnUnreadableFileOnceHoweverOftenItsReplacementFails) {
+  put("text");
+  std::ofstream(path + ".unreadable") << "older";
+  for (int attempt = 0; attempt < 3; ++attempt) EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable", ".env.unreadable-2"}));
+}
+
+TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_EQ(files.writeAtomically(path, "new"), "Invalid argument");
+  EXPECT_TRUE(fs::is_fifo(path));
+  const std::string link = folder.file("link");
+  fs::create_symlink("/dev/null", link);
+  EXPECT_TRUE(files.writeAtomically(link, "new"));
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+TEST_F(FileManager, DoesNotReadAFileOfAnySize) {
+  put("");
+  fs::resize_file(path, std::uintmax_t{65} << 20);
+  EXPECT_EQ(files.contents(path), std::nullopt);
+  fs::resize_file(path, std::uintmax_t{10} << 20);
+  EXPECT_EQ(files.contents(path).value_or("").size(), std::size_t{10} << 20);
+}
+
+TEST_F(FileManager, LeavesALinkToAnUnreadableFileALink) {
+  const std::string target = folder.file("target");
+  std::ofstream(target) << "text";
+  fs::create_symlink("target", path);
+  EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_TRUE(fs::is_symlink(path));
+  EXPECT_EQ(contentsOf(target), "new");
+  EXPECT_EQ(contentsOf(target + ".unreadable"), "text");
+}
+
+TEST_F(FileManager, LeavesAloneWhatIsNoFile) {
+  fs::create_directory(path);
+  EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_EQ(files.writeAtomically(path, "new"), "Is a directory");
+  EXPECT_EQ(names(), std::set<std::string>{".env"});
+}
+
+TEST_F(FileManager, ReplacesAFileThatNobodyMayReadByOneThatItsOwnerMayRead) {
+  put("text", 0000);
+  EXPECT_EQ(files.keepUnreadable(path), std::nullopt);
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_EQ(modeOf(path), 0400U);
+  EXPECT_EQ(modeOf(path + ".unreadable"), 0000U);
+  put("text", 0240);
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST_F(FileManager, SavesThatAreKilledLeaveTheOldFileOrTheNewOne) {
+  const std::string old(20'000, 'o');
+  const std::string replacement(30'000, 'n');
+  std::mt19937 random(20);
+  int saves = 0;
+  while (saves < 1000) {
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      for (;;) {
+        if (files.writeAtomically(path, old) || files.writeAtomically(path, replacement)) return;
+        say("saved twice");
+      }
+    });
+    const int length = static_cast<int>(random() % 20);
+    for (int save = 0; save < length; ++save) ASSERT_EQ(program.line(), "saved twice");
+    program.end(SIGKILL);
+    saves += 2 * length + 1;
+    const auto found = files.contents(path);
+    if (!found) {
+      ASSERT_EQ(length, 0);  // killed before there was any
+      continue;
+    }
+    ASSERT_TRUE(*found == old || *found == replacement) << found->size();
+    for (const auto& name : names())
+      ASSERT_TRUE(name == ".env" || modeOf(folder.file(name)) == 0600U) << name;
+  }
+}
+
+TEST_F(FileManager, TwoHundredReadersSeeTheOldFileOrTheNewOne) {
+  const std::string texts[] = {std::string(10'000, 'a'), std::string(15'000, 'b')};
+  put(texts[0]);
+  std::atomic<bool> done = false;
+  std::atomic<int> wrong = 0;
+  std::atomic<int> readings = 0;
+  std::vector<std::thread> readers;
+  for (int reader = 0; reader < 200; ++reader) {
+    readers.emplace_back([&] {
+      while (!done) {
+        const auto found = files.contents(path);
+        if (found != texts[0] && found != texts[1]) ++wrong;
+        ++readings;
+      }
+    });
+  }
+  for (int save = 0; readings < 2000; ++save) {
+    EXPECT_EQ(files.writeAtomically(path, texts[save % 2]), std::nullopt);
+  }
+  done = true;
+  for (auto& reader : readers) reader.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(FileManager, LeavesTheOldFileWhenTheDiskIsFull) {
+  ForkedProgram program([this](const ForkedProgram::Say& say) {
+    const int alone = CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER);
+    const std::string disk = folder.file(".");
+    if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
+      return say("no disk");
+    }
+    say(files.writeAtomically(path, "old").value_or("saved"));
+    say(files.writeAtomically(path, std::string(100'000, 'n')).value_or("saved"));
+    say(files.contents(path).value_or("gone"));
+    say(std::to_string(names().size()) + " files");
+    say(files.writeAtomically(path, "new").value_or("saved"));
+    say(files.contents(path).value_or("gone"));
+  });
+  for (const char* const said : {"saved", "No space left on device", "old", "1 files", "saved", "new"}) {
+    EXPECT_EQ(program.line(), said);
+  }
+}
+
+}  // namespace
+}  // namespace kestrune::testing

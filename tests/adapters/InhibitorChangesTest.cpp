@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include "tests/adapters/AwakeDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+struct InhibitorChanges : AwakeDesk {
+  void SetUp() override { startBuses(); }
+};
+
+// --- services that come and go
+
+TEST_F(InhibitorChanges, AreTakenAgainWhenTheServiceStartsAgain) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  saver.reset();
+  saver = serve(saverName, StubService::grants(8));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 8"); }));
+  EXPECT_EQ(saver->calls().size(), 2u);
+}
+
+TEST_F(InhibitorChanges, AreTakenInAnotherPlaceWhenTheServiceStartsAgain) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  saver.reset();
+  saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(8)));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, otherSaverCall); }));
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/ScreenSaver UnInhibit 8"); }));
+}
+
+TEST_F(InhibitorChanges, AskEachServiceOnceAtATime) {
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(display));
+  saver = serve(saverName, StubService::saysNothing());
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  power = serve(powerName, StubService::grants(5));
+  ASSERT_TRUE(comesAbout([this] { return asked(power, powerCall); }));
+  letTheMinutePass();
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  saver->settle();
+  EXPECT_EQ(saver->calls(), Calls{saverCall});
+}
+
+TEST_F(InhibitorChanges, AreTakenFromWhoReplacesTheService) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  ASSERT_TRUE(create(display));
+  const auto replacement = serve(saverName, StubService::grants(8));
+  EXPECT_TRUE(comesAbout([&] { return asked(replacement, saverCall); }));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+}
+
+TEST_F(InhibitorChanges, AreTakenAgainWhenLoginStartsAgain) {
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(system);
+  ASSERT_TRUE(identifier);
+  login.reset();
+  login = serve(loginName, locks.grants());
+  EXPECT_TRUE(comesAbout([this] { return asked(login, loginCall); }));
+  login->settle();
+  ASSERT_TRUE(systemTrip.succeeds(loop));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 1; }));
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(InhibitorChanges, KeepTheLockOfALoginThatIsNotThere) {
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(system));
+  login.reset();
+  ASSERT_TRUE(systemTrip.succeeds(loop));
+  EXPECT_EQ(locks.held(), 1u);
+}
+
+TEST_F(InhibitorChanges, AreHandedToASessionManagerThatAppears) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  ASSERT_TRUE(create(display));
+  manager = serve(managerName, StubService::grants(7));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_EQ(manager->calls(), Calls{managerCall});
+}
+
+TEST_F(InhibitorChanges, StayWhereTheyAreUntilTheNewServiceHasThem) {
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(display));
+  saver = serve(saverName, StubService::saysNothing());
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  EXPECT_EQ(locks.held(), 1u);
+  saver.reset();
+  saver = serve(saverName, StubService::grants(3));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(InhibitorChanges, FallBackToWhatIsLeft) {
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(display));
+  saver.reset();
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 1; }));
+}
+
+TEST_F(InhibitorChanges, TryAgainAfterAMinuteWhenTheNewServiceRefuses) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  ASSERT_TRUE(create(display));
+  saver.reset();
+  saver = serve(saverName, StubService::refuses(SD_BUS_ERROR_FAILED));
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  saver->settle();
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  saver->behave(StubService::grants(8));
+  EXPECT_EQ(saver->newCalls().size(), 1u);
+  letTheMinutePass();
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  EXPECT_TRUE(comesAbout([this] { return timers.liveTimers() == 0; }));
+}
+
+TEST_F(InhibitorChanges, GiveBackWhatIsGrantedAfterTheirRelease) {
+  saver = serve(saverName, StubService::grants(3));
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  saver.reset();
+  sd_bus_message* held = nullptr;
+  saver = serve(saverName, [&held](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) held = sd_bus_message_ref(call);
+    return true;
+  });
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  inhibitors->release(*identifier);
+  saver->perform([&held] {
+    sd_bus_reply_method_return(held, "u", 9);
+    sd_bus_message_unref(held);
+  });
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 9"); }));
+}
+
+// --- buses that come and go
+
+TEST_F(InhibitorChanges, AreTakenAgainWhenTheBusesComeBack) {
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(display));
+  const auto identifier = create(system);
+  ASSERT_TRUE(identifier);
+  saver.reset();
+  login.reset();
+  sessionDaemon.stop();
+  systemDaemon.stop();
+  startBuses();
+  saver = serve(saverName, StubService::grants(8));
+  login = serve(loginName, locks.grants());
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  EXPECT_TRUE(comesAbout([this] { return asked(login, loginCall); }));
+  login->settle();
+  ASSERT_TRUE(systemTrip.succeeds(loop));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 1; }));
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(InhibitorChanges, NeedNoBusToBeAskedFor) {
+  sessionDaemon.stop();
+  systemDaemon.stop();
+  sessionBus.connect();
+  systemBus.connect();
+  EXPECT_LT(durationOf([this] {
+              EXPECT_FALSE(create(display));
+              EXPECT_FALSE(create(system));
+            }),
+            atOnce);
+}
+
+TEST_F(InhibitorChanges, DoNotWaitForABusThatIsNotUp) {
+  login = serve(loginName, locks.grants());
+  saver = serve(saverName, StubService::grants(3));
+  sessionDaemon.freeze();
+  systemDaemon.freeze();
+  sessionBus.connect();
+  systemBus.connect();
+  settleQueue(loop);
+  EXPECT_LT(durationOf([this] {
+              EXPECT_FALSE(create(display));
+              EXPECT_FALSE(create(system));
+            }),
+            atOnce);
+  sessionDaemon.thaw();
+  systemDaemon.thaw();
+  ASSERT_TRUE(knowsAll());
+  EXPECT_TRUE(create(display));
+  EXPECT_TRUE(create(system));
+}
+
+TEST_F(InhibitorChanges, WaitOnceForABusThatStops) {
+  login = serve(loginName, locks.grants());
+  connect();
+  systemDaemon.freeze();
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(system)); }), aLittleMore);
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(system)); }), atOnce);
+  systemDaemon.thaw();
+  ASSERT_TRUE(systemTrip.succeeds(loop));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(InhibitorChanges, DoNotWaitForAStoppedBusToGiveBack) {
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto first = create(display);
+  const auto second = create(system);
+  ASSERT_TRUE(first && second);
+  sessionDaemon.freeze();
+  systemDaemon.freeze();
+  EXPECT_LT(durationOf([&] {
+              inhibitors->release(*first);
+              inhibitors->release(*second);
+            }),
+            atOnce);
+  sessionDaemon.thaw();
+  systemDaemon.thaw();
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,301 @@
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "tests/adapters/AwakeDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+struct Inhibitors : AwakeDesk {
+  void SetUp() override { startBuses(); }
+};
+
+// --- who is asked, and for what
+
+TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
+  manager = serve(managerName, StubService::grants(7));
+  saver = serve(saverName, StubService::grants(1));
+  power = serve(powerName, StubService::grants(1));
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(manager->newCalls(), Calls{managerCall});
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return asked(manager, "/org/gnome/SessionManager Uninhibit 7"); }));
+  EXPECT_EQ(saver->calls(), Calls{});
+  EXPECT_EQ(power->calls(), Calls{});
+  EXPECT_EQ(login->calls(), Calls{});
+}
+
+TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager) {
+  saver = serve(saverName, StubService::grants(3));
+  power = serve(powerName, StubService::grants(5));
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(saver->newCalls(), Calls{saverCall});
+  EXPECT_EQ(power->newCalls(), Calls{powerCall});
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(
+      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+  EXPECT_EQ(login->calls(), Calls{});
+}
+
+TEST_F(Inhibitors, TakeALockForTheDisplayWhereThereIsNothingElse) {
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(login->calls(), Calls{loginCall});
+  EXPECT_EQ(locks.held(), 1u);
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(Inhibitors, TakeALockForTheSystem) {
+  manager = serve(managerName, StubService::grants(1));
+  saver = serve(saverName, StubService::grants(1));
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(system);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(login->calls(), Calls{loginCall});
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_EQ(manager->calls(), Calls{});
+  EXPECT_EQ(saver->calls(), Calls{});
+}
+
+TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
+  power = serve(powerName, StubService::grants(5));
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(system);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(locks.held(), 1u);
+  EXPECT_EQ(power->newCalls(), Calls{powerCall});
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_TRUE(
+      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+}
+
+TEST_F(Inhibitors, AreContentWithThePowerManagementWhereThereIsNoSystemBus) {
+  systemDaemon.stop();
+  power = serve(powerName, StubService::grants(5));
+  sessionBus.connect();
+  systemBus.connect();
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  EXPECT_TRUE(create(system));
+  EXPECT_EQ(power->calls(), Calls{powerCall});
+}
+
+TEST_F(Inhibitors, HoldNothingWhereThereIsNobodyToAsk) {
+  connect();
+  EXPECT_FALSE(create(display));
+  EXPECT_FALSE(create(system));
+}
+
+TEST_F(Inhibitors, TakeACookieOfZeroForACookie) {
+  saver = serve(saverName, StubService::grants(0));
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  EXPECT_NE(*identifier, 0u);
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 0"); }));
+}
+
+TEST_F(Inhibitors, FindTheScreenSaverInItsOtherPlaceAndRememberIt) {
+  saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(3)));
+  connect();
+  const auto first = create(display);
+  const auto second = create(display);
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(saver->newCalls(), (Calls{saverCall, otherSaverCall, otherSaverCall}));
+  inhibitors->release(*first);
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/ScreenSaver UnInhibit 3"); }));
+}
+
+TEST_F(Inhibitors, PassOverAServiceThatDoesNotOfferThis) {
+  saver = serve(saverName, StubService::grants(3));
+  power = serve(powerName, StubService::offersNothing());
+  login = serve(loginName, locks.grants());
+  connect();
+  EXPECT_TRUE(create(display));
+  EXPECT_TRUE(create(system));
+  EXPECT_EQ(power->calls(), Calls{powerCall});
+}
+
+TEST_F(Inhibitors, AskAgainAfterAMinuteWhetherItDoes) {
+  power = serve(powerName, StubService::offersNothing());
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto identifier = create(display);
+  ASSERT_TRUE(identifier);
+  EXPECT_EQ(locks.held(), 1u);
+  power->behave(StubService::grants(5));
+  letTheMinutePass();
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_EQ(power->newCalls(), (Calls{powerCall, powerCall}));
+  inhibitors->release(*identifier);
+  EXPECT_TRUE(
+      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+}
+
+TEST_F(Inhibitors, GiveTheLockToNoOtherProgram) {
+  const auto inheritable = [] {
+    std::set<int> found;
+    for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+      const int flags = fcntl(descriptor, F_GETFD);
+      if (flags != -1 && (flags & FD_CLOEXEC) == 0) found.insert(descriptor);
+    }
+    return found;
+  };
+  login = serve(loginName, locks.grants());
+  connect();
+  const auto before = inheritable();
+  ASSERT_TRUE(create(system));
+  EXPECT_EQ(inheritable(), before);
+}
+
+TEST_F(Inhibitors, LeaveNothingOpenBehind) {
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  for (int round = 0; round < 100; ++round) {
+    const auto first = create(display);
+    const auto second = create(system);
+    ASSERT_TRUE(first && second);
+    inhibitors->release(*first);
+    inhibitors->release(*second);
+  }
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_EQ(timers.liveTimers(), 0u);
+}
+
+TEST_F(Inhibitors, GiveEverythingBackAtTheirEnd) {
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(display));
+  ASSERT_TRUE(create(system));
+  inhibitors.reset();
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+}
+
+// --- who refuses
+
+TEST_F(Inhibitors, HoldAllOrNothing) {
+  saver = serve(saverName, StubService::grants(3));
+  power = serve(powerName, StubService::refuses(SD_BUS_ERROR_LIMITS_EXCEEDED));
+  login = serve(loginName, locks.grants());
+  connect();
+  EXPECT_FALSE(create(display));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_FALSE(create(system));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+TEST_F(Inhibitors, DoNotGoBehindTheSessionManager) {
+  manager = serve(managerName, StubService::refuses("org.gnome.SessionManager.GeneralError"));
+  saver = serve(saverName, StubService::grants(3));
+  login = serve(loginName, locks.grants());
+  connect();
+  EXPECT_FALSE(create(display));
+  EXPECT_EQ(saver->calls(), Calls{});
+  EXPECT_EQ(login->calls(), Calls{});
+}
+
+TEST_F(Inhibitors, AskAgainNextTimeWhoRefused) {
+  saver = serve(saverName, StubService::refuses(SD_BUS_ERROR_FAILED));
+  connect();
+  EXPECT_FALSE(create(display));
+  saver->behave(StubService::grants(3));
+  EXPECT_TRUE(create(display));
+}
+
+TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
+  const StubService::Behaviour rubbish = [](sd_bus_message* call) {
+    sd_bus_reply_method_return(call, "as", 2, "no", "cookie");
+    return true;
+  };
+  saver = serve(saverName, rubbish);
+  login = serve(loginName, rubbish);
+  connect();
+  EXPECT_FALSE(create(display));
+  EXPECT_FALSE(create(system));
+  saver->behave([](sd_bus_message* call) {
+    sd_bus_reply_method_return(call, "");
+    return true;
+  });
+  EXPECT_FALSE(create(display));
+}
+
+// --- who says nothing
+
+TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
+  saver = serve(saverName, StubService::saysNothing());
+  connect();
+  const Seconds first = durationOf([this] { EXPECT_FALSE(create(display)); });
+  EXPECT_GE(first, patienceWithAService);
+  EXPECT_LT(first, aLittleMore);
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(display)); }), atOnce);
+  clock.sleep(Seconds{59.9});
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(display)); }), atOnce);
+  EXPECT_EQ(saver->newCalls(), Calls{saverCall});
+  saver->behave(StubService::grants(3));
+  clock.sleep(Seconds{0.1});
+  EXPECT_TRUE(create(display));
+  EXPECT_EQ(saver->newCalls(), Calls{saverCall});
+}
+
+TEST_F(Inhibitors, CountSleepIntoTheMinute) {
+  login = serve(loginName, StubService::saysNothing());
+  connect();
+  EXPECT_FALSE(create(system));
+  login->behave(locks.grants());
+  clock.suspend(Seconds{60.0});
+  EXPECT_TRUE(create(system));
+}
+
+TEST_F(Inhibitors, AskAtOnceWhenTheSilentServiceStartsAgain) {
+  saver = serve(saverName, StubService::saysNothing());
+  connect();
+  EXPECT_FALSE(create(display));
+  saver.reset();
+  saver = serve(saverName, StubService::grants(3));
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  EXPECT_TRUE(create(display));
+}
+
+TEST_F(Inhibitors, GiveBackWhatIsGrantedTooLate) {
+  sd_bus_message* held = nullptr;
+  saver = serve(saverName, [&held](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) held = sd_bus_message_ref(call);
+    return true;
+  });
+  connect();
+  EXPECT_FALSE(create(display));
+  saver->perform([&held] {
+    sd_bus_reply_method_return(held, "u", 9);
+    sd_bus_message_unref(held);
+  });
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 9"); }));
+}
+
+TEST_F(Inhibitors, ReleaseTheOthersWhenOneSaysNothing) {
+  power = serve(powerName, StubService::saysNothing());
+  login = serve(loginName, locks.grants());
+  connect();
+  EXPECT_FALSE(create(system));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

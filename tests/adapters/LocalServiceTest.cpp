@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "platform/linux/SystemClock.h"
+#include "platform/posix/CurlLocalService.h"
+#include "tests/support/LocalServiceStandIn.h"
+#include "tests/support/NetworkNamespace.h"
+#include "tests/support/ScopedVariable.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string httpAnswer(const std::string& body, const std::string& status = "200 OK",
+                       const std::string& more = "") {
+  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + more +
+         "Connection: close\r\n\r\n" + body;
+}
+
+struct LocalServiceTest : ::testing::Test {
+  LocalServiceTest() { network.ip("link set lo up"); }
+
+  void answerWith(const std::string& bytes, std::function<void()> whileAsked = {}) {
+    server = std::make_unique<LocalServiceStandIn>(bytes, std::move(whileAsked));
+  }
+  std::optional<std::string> ask(const std::string& token = "token", Seconds limit = Seconds{5}) {
+    return CurlLocalService(children, clock, limit).getProjects(token);
+  }
+  /// What the only request said, with line ends as one character.
+  std::string request() const {
+    const auto requests = server->requests();
+    EXPECT_EQ(requests.size(), 1U);
+    std::string text = requests.empty() ? "" : requests.front();
+    std::erase(text, '\r');
+    return text;
+  }
+
+  NetworkNamespace network;
+  ChildProcesses children;
+  SystemClock clock;
+  std::unique_ptr<LocalServiceStandIn> server;
+};
+
+TEST_F(LocalServiceTest, AsksForTheProjectsWithTheToken) {
+  answerWith(httpAnswer("{\"projects\": []}"));
+  EXPECT_EQ(ask("abc"), "{\"projects\": []}");
+  EXPECT_TRUE(request().starts_with("GET /desktop/projects HTTP/1.1\nHost: 127.0.0.1:8765\n")) << request();
+  EXPECT_NE(request().find("\nAuthorization: Bearer abc\n"), std::string::npos) << request();
+}
+
+TEST_F(LocalServiceTest, TakesTheAnswerWhateverItsStatus) {
+  for (const char* const status : {"401 Unauthorized", "500 Internal Server Error"}) {
+    server.reset();
+    answerWith(httpAnswer("sorry", status));
+    EXPECT_EQ(ask(), "sorry") << status;
+  }
+}
+
+TEST_F(LocalServiceTest, FollowsNoRedirection) {
+  answerWith(httpAnswer("elsewhere", "302 Found", "Location: http://127.0.0.1:8765/other\r\n"));
+  EXPECT_EQ(ask(), "elsewhere");
+  EXPECT_EQ(server->requests().size(), 1U);
+}
+
+TEST_F(LocalServiceTest, TakesBytesAsTheyAre) {
+  const std::string bytes("\0\xFF\r\n \xE5", 6);
+  answerWith(httpAnswer(bytes));
+  EXPECT_EQ(ask(), bytes);
+}
+
+TEST_F(LocalServiceTest, TakesAnEmptyAnswer) {
+  answerWith(httpAnswer(""));
+  EXPECT_EQ(ask(), "");
+}
+
+TEST_F(LocalServiceTest, HasNoAnswerWhereNobodyListens) {
+  EXPECT_EQ(ask(), std::nullopt);
+}
+
+TEST_F(LocalServiceTest, HasNoAnswerFromOneThatBreaksOff) {
+  std::string half = httpAnswer("{\"projects\": []}");
+  half.resize(half.size() - 3);
+  answerWith(half);
+  EXPECT_EQ(ask(), std::nullopt);
+}
+
+TEST_F(LocalServiceTest, HasNoAnswerFromOneThatSpeaksAnotherLanguage) {
+  answerWith("SSH-2.0-other\r\n");
+  EXPECT_EQ(ask(), std::nullopt);
+}
+
+TEST_F(LocalServiceTest, HasNoAnswerFromOneThatIsTooSlow) {
+  answerWith("");
+  const Seconds begin = clock.awakeTime();
+  EXPECT_EQ(ask("token", Seconds{0.2}), std::nullopt);
+  EXPECT_GE((clock.awakeTime() - begin).count(), 0.2);
+  EXPECT_LT((clock.awakeTime() - begin).count(), 5.0);
+}
+
+TEST_F(LocalServiceTest, KeepsNoMoreOfALongAnswerThanFits) {
+  constexpr std::size_t kept = std::size_t{16} << 20;
+  answerWith(httpAnswer(std::string(kept + 100'000, 'x')));
+  const auto answer = ask();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->size(), kept);
+}
+
+TEST_F(LocalServiceTest, SendsAnEmptyToken) {
+  answerWith(httpAnswer("."));
+  EXPECT_EQ(ask(""), ".");
+  EXPECT_NE(request().find("\nAuthorization: Bearer"), std::string::npos) << request();
+}
+
+TEST_F(LocalServiceTest, SendsAnyTokenAsItIs) {
+  for (const char* const token : {"with \"quotes\" and 'these'", "back\\slash\\n", "a  b",
+                                  "$(id) `id` %41 @file", "密鑰 🔑", "-H x", "a:b;c,d"}) {
+    server.reset();
+    answerWith(httpAnswer("."));
+    EXPECT_EQ(ask(token), ".") << token;
+    EXPECT_NE(request().find(std::string("\nAuthorization: Bearer ") + token + "\n"), std::string::npos)
+        << request();
+  }
+}
+
+TEST_F(LocalServiceTest, SendsALongTokenWhole) {
+  const std::string token(60'000, 't');
+  answerWith(httpAnswer("."));
+  EXPECT_EQ(ask(token), ".");
+  EXPECT_NE(request().find("Bearer " + token + "\n"), std::string::npos);
+}
+
+TEST_F(LocalServiceTest, RefusesATokenThatWouldEndItsHeader) {
+  answerWith(httpAnswer("."));
+  for (const std::string token : {"a\nX-Other: b", "a\rb", "a\tb", "\x1B[31m", "\x7F"}) {
+    EXPECT_EQ(ask(token), std::nullopt);
+  }
+  EXPECT_EQ(ask(std::string("a\0b", 3)), std::nullopt);
+  EXPECT_TRUE(server->requests().empty());
+}
+
+TEST_F(LocalServiceTest, ShowsTheTokenToNobodyElse) {
+  const std::string token = "s3cret-of-a-user";
+  int processes = 0;
+  std::string places;
+  answerWith(httpAnswer("."), [&] {
+    for (const auto& process : fs::directory_iterator("/proc")) {
+      if (!std::isdigit(static_cast<unsigned char>(process.path().filename().string()[0]))) continue;
+      for (const char* const name : {"cmdline", "environ"}) {
+        std::ostringstream text;
+        text << std::ifstream(process.path() / name).rdbuf();
+        if (text.str().find("/desktop/projects") != std::string::npos) ++processes;
+        if (text.str().find(token) != std::string::npos) places += (process.path() / name).string() + " ";
+      }
+    }
+  });
+  EXPECT_EQ(ask(token), ".");
+  server.reset();  // whose thread has counted
+  EXPECT_GE(processes, 1);
+  EXPECT_EQ(places, "");
+}
+
+TEST_F(LocalServiceTest, LetsNeitherSettingsNorProxiesOfTheUserInterfere) {
+  const ScratchFolder home;
+  std::ofstream(home.file(".curlrc")) << "header = \"X-Other: a\"\nuser-agent = \"other\"\n";
+  const ScopedVariable homeVariable("HOME", home.file(""));
+  const ScopedVariable curlHome("CURL_HOME", home.file(""));
+  const ScopedVariable proxy("http_proxy", "http://127.0.0.1:9");
+  const ScopedVariable anyProxy("ALL_PROXY", "http://127.0.0.1:9");
+  answerWith(httpAnswer("."));
+  EXPECT_EQ(ask(), ".");
+  EXPECT_EQ(request().find("other"), std::string::npos) << request();
+  EXPECT_EQ(request().find("X-Other"), std::string::npos) << request();
+}
+
+TEST_F(LocalServiceTest, SaysThatItCannotAsk) {
+  const ScratchFolder empty;
+  const ScopedVariable path("PATH", empty.file(""));
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(ask(), std::nullopt);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "KestruneMenuClient: the local service cannot be asked: curl: No such file or directory\n");
+}
+
+TEST_F(LocalServiceTest, AsksNobodyOnceTheProcessIsAboutToEnd) {
+  answerWith(httpAnswer("."));
+  std::thread([this] { children.reserveForThisThread(); }).join();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(ask(), std::nullopt);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(server->requests().empty());
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/linux/EventLoop.h"
+#include "platform/linux/SystemClock.h"
+#include "tests/support/ComesTrue.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/VirtualTime.h"
+
+// The two main loops that there are, with the same few means to let things happen on them.
+
+namespace kestrune::testing {
+
+struct VirtualLoop {
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop loop{clock, log};
+
+  /// Lets time pass until `condition` holds.
+  bool letPassUntil(const std::function<bool()>& condition) {
+    for (int step = 0; step < 5000 && !condition(); ++step) loop.advance(Seconds{0.001});
+    return condition();
+  }
+
+  /// What a long job does to the main thread.
+  void keepBusy(Seconds duration) { clock.sleep(duration); }
+};
+
+struct RealLoop {
+  SignalState restored;
+  SystemClock clock;
+  EventLoop loop;
+
+  bool letPassUntil(const std::function<bool()>& condition) {
+    // Also what happens on other threads is to be noticed.
+    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
+    return comesTrue(loop, condition);
+  }
+
+  void keepBusy(Seconds duration) {
+    const Seconds end = clock.awakeTime() + duration;
+    while (clock.awakeTime() < end) {
+    }
+  }
+};
+
+/// Lets `duration` pass on either.
+template <typename Loop>
+void letPass(Loop& loop, Seconds duration) {
+  const Seconds end = loop.clock.continuousTime() + duration;
+  loop.letPassUntil([&] { return loop.clock.continuousTime() >= end; });
+}
+
+}  // namespace kestrune::testing

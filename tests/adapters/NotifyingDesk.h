@@ -1,0 +1,89 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "platform/linux/DesktopNotifications.h"
+#include "tests/support/ComesTrueElsewhere.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/RoundTrip.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/StubService.h"
+#include "tests/support/VirtualTime.h"
+
+namespace kestrune::testing {
+
+inline constexpr auto daemonName = "org.freedesktop.Notifications";
+inline const std::string question = "/org/freedesktop/Notifications GetCapabilities";
+
+using Calls = std::vector<std::string>;
+
+/// What a daemon is told of a notification.
+inline std::string notify(const std::string& title, const std::string& body) {
+  return "/org/freedesktop/Notifications Notify 'Kestrune', 0, '/logo.png', '" + title + "', '" + body +
+         "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', 'transient': b true}, -1";
+}
+
+/// A daemon that says of itself what is listed, and shows everything.
+inline StubService::Behaviour able(std::vector<std::string> capabilities) {
+  return [capabilities = std::move(capabilities)](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), "GetCapabilities") != 0) return true;
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_return(call, &reply);
+    std::vector<char*> list;
+    for (const auto& each : capabilities) list.push_back(const_cast<char*>(each.c_str()));
+    list.push_back(nullptr);
+    sd_bus_message_append_strv(reply, list.data());
+    sd_bus_send(nullptr, reply, nullptr);
+    sd_bus_message_unref(reply);
+    return true;
+  };
+}
+inline const StubService::Behaviour plain = able({"body", "actions"});
+inline const StubService::Behaviour markup = able({"body", "body-markup", "actions"});
+
+/// A desktop whose bus and daemon come and go as a test wants it.
+struct NotifyingDesk : ::testing::Test {
+  SignalState restored;
+  PrivateBus bus;
+  EventLoop loop;
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop timers{clock, log};
+  SessionBus sessionBus{loop};
+  std::unique_ptr<StubService> daemon;
+  std::unique_ptr<kestrune::DesktopNotifications> notifications =
+      std::make_unique<kestrune::DesktopNotifications>(sessionBus, timers, "/logo.png");
+  RoundTrip trip{sessionBus};
+
+  std::unique_ptr<StubService> serve(StubService::Behaviour behaviour) const {
+    return std::make_unique<StubService>(bus.address(), daemonName, std::move(behaviour));
+  }
+  void connect() {
+    sessionBus.connect();
+    ASSERT_TRUE(trip.succeeds(loop));
+  }
+  void add(const std::string& title, const std::string& body) { notifications->add({"id", title, body}); }
+  bool comesTo(std::size_t calls) {
+    return comesTrueElsewhere(loop, [this, calls] { return daemon->calls().size() >= calls; });
+  }
+  std::string lastCall() const {
+    const Calls calls = daemon->calls();
+    return calls.empty() ? "" : calls.back();
+  }
+  /// What comes of a body.
+  std::string shown(const std::string& body) {
+    const std::string before = "'/logo.png', 't', '";
+    daemon->newCalls();
+    add("t", body);
+    if (!comesTrueElsewhere(loop, [&] { return lastCall().find(before) != std::string::npos; }))
+      return "nothing";
+    const std::string call = lastCall();
+    const auto from = call.find(before) + before.size();
+    return call.substr(from, call.rfind("', [], {") - from);
+  }
+};
+
+}  // namespace kestrune::testing

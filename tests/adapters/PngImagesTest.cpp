@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/posix/PngImages.h"
+#include "tests/support/PngFile.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+const std::string resources = SOURCE_FOLDER "/resources/";
+
+std::string bytesOf(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+struct Png : ::testing::Test {
+  ScratchFolder folder;
+  PngImages images{{folder.file("own"), folder.file("shared")}};
+
+  std::string put(const std::string& name, const std::string& bytes) const {
+    const std::string path = folder.file(name);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    putBytes(path, bytes);
+    return path;
+  }
+  std::string put(const std::string& name, int side) const {
+    return put(name, pngOf(makePattern(side, side)));
+  }
+
+  static std::vector<int> widths(const ImageRef& image) {
+    std::vector<int> found;
+    for (const auto& each : image->bitmaps) found.push_back(each.width);
+    return found;
+  }
+};
+
+// --- files
+
+TEST_F(Png, OfTheLogoIsReadWithAllItsResolutions) {
+  const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
+  ASSERT_NE(logo, nullptr);
+  EXPECT_EQ(widths(logo), (std::vector{16, 22, 24, 32, 44, 48, 64}));
+  EXPECT_EQ(logo->width, 22);
+  EXPECT_EQ(logo->height, 22);
+  for (const auto& each : logo->bitmaps) {
+    EXPECT_EQ(each.height, each.width);
+    EXPECT_EQ(each.rgba.size(), static_cast<std::size_t>(each.width * each.height * 4));
+  }
+}
+
+TEST_F(Png, OfTheLogoHasColoursAndClearCorners) {
+  const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
+  ASSERT_NE(logo, nullptr);
+  for (const auto& each : logo->bitmaps) {
+    EXPECT_EQ(each.rgba[3], 0) << each.width;
+    std::size_t coloured = 0;
+    for (std::size_t at = 0; at < each.rgba.size(); at += 4) {
+      coloured += each.rgba[at + 3] == 255 && each.rgba[at] != each.rgba[at + 2];
+    }
+    EXPECT_GT(coloured, 0U) << each.width;
+  }
+}
+
+TEST_F(Png, IsReadPixelByPixel) {
+  // Half transparent, which must not darken the colours.
+  const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
+  const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(image->bitmaps, std::vector{pixels});
+}
+
+TEST_F(Png, IsJoinedByItsOtherResolutionsAndByNothingElse) {
+  put("logo.png", 22);
+  put("logo-44.png", 44);
+  put("logo-16.png", 16);
+  put("logo-dark.png", 30);
+  put("logo-44x.png", 31);
+  put("logo-.png", 32);
+  put("logo-64.bmp", 33);
+  put("other-48.png", 34);
+  put("logo2-48.png", 35);
+  put("folder/logo-48.png", 36);
+  put("logo-66.png", std::string("no image"));
+  std::filesystem::create_directory(folder.file("logo-88.png"));
+  const ImageRef image = images.imageFromFile(folder.file("logo.png"));
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(widths(image), (std::vector{16, 22, 44}));
+  EXPECT_EQ(image->width, 22);
+}
+
+TEST_F(Png, AloneHasOneResolution) {
+  EXPECT_EQ(widths(images.imageFromFile(put("logo.png", 22))), std::vector{22});
+}
+
+TEST_F(Png, IsReadInTheWorkingFolder) {
+  put("logo.png", 22);
+  put("logo-44.png", 44);
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.file("."));
+  const ImageRef image = images.imageFromFile("logo.png");
+  std::filesystem::current_path(before);
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(widths(image), (std::vector{22, 44}));
+}
+
+TEST_F(Png, IsNotMadeUpForWhatHoldsNone) {
+  const std::string logo = bytesOf(resources + "codex-menubar.png");
+  ASSERT_GT(logo.size(), 200U);
+  EXPECT_EQ(images.imageFromFile(put("empty.png", std::string())), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("garbage.png", std::string(5000, 'x'))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("signature.png", logo.substr(0, 8))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("header.png", logo.substr(0, 33))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("half.png", logo.substr(0, logo.size() / 2))), nullptr);
+  std::filesystem::create_directory(folder.file("folder.png"));
+  EXPECT_EQ(images.imageFromFile(folder.file("folder.png")), nullptr);
+  EXPECT_EQ(images.imageFromFile(resources + "codex-menubar.svg"), nullptr);
+}
+
+TEST_F(Png, SurvivesAnyTruncation) {
+  const std::string logo = bytesOf(resources + "codex-menubar.png");
+  for (std::size_t size = 0; size < logo.size() - 100; size += 7) {
+    EXPECT_EQ(images.imageFromFile(put("cut.png", logo.substr(0, size))), nullptr) << size;
+  }
+}
+
+TEST_F(Png, IsNoLargerThanALogoCanBe) {
+  EXPECT_EQ(widths(images.imageFromFile(put("large.png", pngOf(makePattern(1024, 1))))), std::vector{1024});
+  EXPECT_EQ(images.imageFromFile(put("wide.png", pngOf(makePattern(1025, 1)))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("high.png", pngOf(makePattern(1, 1025)))), nullptr);
+}
+
+// --- icon files
+
+std::string bigEndian(std::size_t value) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(value >> shift));
+  return bytes;
+}
+
+/// A part of an icon file, or the whole of it.
+std::string icns(const std::string& type, const std::string& contents) {
+  return type + bigEndian(contents.size() + 8) + contents;
+}
+
+TEST_F(Png, InAnIconFileIsReadWithTheOthersThere) {
+  const std::string bytes =
+      icns("icns", icns("TOC ", "whatever") + icns("ic07", pngOf(makePattern(32, 32))) +
+                       icns("is32", std::string(100, 'r')) + icns("icp4", pngOf(makePattern(16, 16))));
+  const ImageRef image = images.imageFromFile(put("icon.icns", bytes));
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(widths(image), (std::vector{16, 32}));
+  EXPECT_EQ(image->bitmaps[1], makePattern(32, 32));
+}
+
+TEST_F(Png, IsNotMadeUpForAnIconFileWithoutOne) {
+  const std::string part = icns("icp4", pngOf(makePattern(16, 16)));
+  EXPECT_EQ(images.imageFromFile(put("a.icns", std::string("icns"))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("b.icns", icns("icns", ""))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("c.icns", icns("icns", icns("is32", "older kinds")))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("d.icns", icns("icns", part.substr(0, part.size() / 2)))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("e.icns", icns("icns", "icp4" + bigEndian(0xffffffff) + "x"))), nullptr);
+  EXPECT_EQ(images.imageFromFile(put("f.icns", icns("icns", "icp4" + bigEndian(0) + part))), nullptr);
+}
+
+TEST_F(Png, BeforeTheDamageInAnIconFileIsRead) {
+  const std::string bytes =
+      icns("icns", icns("icp4", pngOf(makePattern(16, 16))) + "ic07" + bigEndian(7) + "x");
+  const ImageRef image = images.imageFromFile(put("icon.icns", bytes));
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(widths(image), std::vector{16});
+}
+
+// --- icons of the desktop
+
+TEST_F(Png, OfAnIconIsFoundInAllItsSizes) {
+  put("own/icons/hicolor/48x48/apps/Example.png", 48);
+  put("own/icons/hicolor/16x16/apps/Example.png", 16);
+  put("own/icons/hicolor/22x22/apps/Example.png", 22);
+  const ImageRef image = images.imageNamed("Example");
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(widths(image), (std::vector{16, 22, 48}));
+  EXPECT_EQ(image->width, 22);
+}
+
+TEST_F(Png, OfAnIconOfTheUserComesBeforeThatOfTheMachine) {
+  put("shared/icons/hicolor/22x22/apps/Example.png", 22);
+  EXPECT_EQ(widths(images.imageNamed("Example")), std::vector{22});
+  put("own/icons/hicolor/32x32/apps/Example.png", 32);
+  EXPECT_EQ(widths(images.imageNamed("Example")), std::vector{32});
+}
+
+TEST_F(Png, OfAnIconMayLieAmongThePixmaps) {
+  put("shared/pixmaps/Example.png", 40);
+  EXPECT_EQ(widths(images.imageNamed("Example")), std::vector{40});
+}
+
+TEST_F(Png, OfAnIconIsNoPath) {
+  put("own/icons/hicolor/22x22/apps/Example.png", 22);
+  put("own/icons/hicolor/22x22/Example.png", 22);
+  EXPECT_EQ(images.imageNamed("../Example"), nullptr);
+  EXPECT_EQ(images.imageNamed(folder.file("own/icons/hicolor/22x22/Example")), nullptr);
+}
+
+TEST_F(Png, OfAnIconIsNotFoundWhereNoneIs) {
+  put("own/icons/hicolor/22x22/apps/Example.png", std::string("no image"));
+  EXPECT_EQ(images.imageNamed("Example"), nullptr);
+  EXPECT_EQ(PngImages({}).imageNamed("Example"), nullptr);
+}
+
+// --- filters
+
+std::vector<std::uint8_t> filtered(const std::vector<std::uint8_t>& pixel, const ColorControls& controls) {
+  PngImages images({});
+  return images.applyColorControls({1, 1, true, {{1, 1, pixel}}}, controls)->bitmaps.at(0).rgba;
+}
+
+using Pixel = std::vector<std::uint8_t>;
+
+TEST(ColorControls, WeighTheColoursByTheirBrightness) {
+  constexpr ColorControls grey{.saturation = 0};
+  EXPECT_EQ(filtered({255, 0, 0, 255}, grey), (Pixel{54, 54, 54, 255}));     // 0.2125 of 255
+  EXPECT_EQ(filtered({0, 255, 0, 200}, grey), (Pixel{182, 182, 182, 200}));  // 0.7154 of 255
+  EXPECT_EQ(filtered({0, 0, 255, 0}, grey), (Pixel{18, 18, 18, 0}));         // 0.0721 of 255
+  EXPECT_EQ(filtered({255, 255, 255, 1}, grey), (Pixel{255, 255, 255, 1}));
+  EXPECT_EQ(filtered({0, 0, 0, 255}, grey), (Pixel{0, 0, 0, 255}));
+  EXPECT_EQ(filtered({10, 200, 120, 255}, grey), (Pixel{154, 154, 154, 255}));
+}
+
+TEST(ColorControls, LeaveEveryShadeAloneUnlessTheyAreChanged) {
+  for (int shade = 0; shade < 256; ++shade) {
+    const auto byte = static_cast<std::uint8_t>(shade);
+    const auto other = static_cast<std::uint8_t>(255 - shade);
+    EXPECT_EQ(filtered({byte, other, 128, byte}, {}), (Pixel{byte, other, 128, byte}));
+  }
+}
+
+TEST(ColorControls, KeepAShadeOfGreyThatIsGreyAlready) {
+  for (int shade = 0; shade < 256; ++shade) {
+    const auto byte = static_cast<std::uint8_t>(shade);
+    EXPECT_EQ(filtered({byte, byte, byte, 255}, {.saturation = 0}), (Pixel{byte, byte, byte, 255}));
+  }
+}
+
+TEST(ColorControls, AddBrightnessWithinWhatAShadeCanBe) {
+  EXPECT_EQ(filtered({0, 100, 250, 7}, {.brightness = 0.2}), (Pixel{51, 151, 255, 7}));
+  EXPECT_EQ(filtered({0, 100, 250, 7}, {.brightness = -0.2}), (Pixel{0, 49, 199, 7}));
+}
+
+TEST(ColorControls, SpreadTheShadesByContrast) {
+  EXPECT_EQ(filtered({0, 255, 10, 7}, {.contrast = 0}), (Pixel{128, 128, 128, 7}));
+  EXPECT_EQ(filtered({0, 255, 153, 7}, {.contrast = 2}), (Pixel{0, 255, 179, 7}));
+}
+
+TEST(ColorControls, LeaveHalfTheColourAtHalfTheSaturation) {
+  EXPECT_EQ(filtered({255, 0, 0, 255}, {.saturation = 0.5}), (Pixel{155, 27, 27, 255}));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include "tests/adapters/RealChildren.h"
+#include "tests/support/FakePlatform.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr Seconds endless{1e9};
+
+struct FakeChildren {
+  CallLog log;
+  VirtualClock clock;
+  FakeProcesses processes{clock, log};
+
+  std::unique_ptr<Process> launch(const ChildScript& script) {
+    processes.scripts = {{"child", script}};
+    return processes.launch("/bin/program", {"child"}).process;
+  }
+  LaunchResult launchInVain() {
+    processes.launchError = "No such file or directory";
+    return processes.launch("/no/such/program", {"child"});
+  }
+  bool ends(Process& child) {
+    for (int second = 0; second < 100 && child.isRunning(); ++second) clock.sleep(Seconds{1});
+    return !child.isRunning();
+  }
+};
+
+struct TrueChildren : RealChildren {
+  std::unique_ptr<Process> launch(const ChildScript& script) {
+    Arguments arguments{"out", script.output};
+    if (script.ignoresTerminate) arguments.insert(arguments.end(), {"ignore", std::to_string(SIGTERM)});
+    if (script.ignoresInterrupt) arguments.insert(arguments.end(), {"ignore", std::to_string(SIGINT)});
+    if (script.runtime > Seconds{0}) return launchUpTo(arguments);
+    arguments.insert(arguments.end(), {"exit", std::to_string(script.status)});
+    return RealChildren::launch(arguments);
+  }
+  LaunchResult launchInVain() { return processes.launch("/no/such/program", {"child"}); }
+};
+
+template <typename Children>
+struct ProcessesContract : ::testing::Test {
+  Children children;
+};
+
+using Kinds = ::testing::Types<FakeChildren, TrueChildren>;
+TYPED_TEST_SUITE(ProcessesContract, Kinds);
+
+TYPED_TEST(ProcessesContract, ReportsSuccess) {
+  const auto child = this->children.launch({});
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_EQ(child->terminationStatus(), 0);
+}
+
+TYPED_TEST(ProcessesContract, ReportsTheStatusOfAFailure) {
+  const auto child = this->children.launch({.status = 3});
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_EQ(child->terminationStatus(), 3);
+}
+
+TYPED_TEST(ProcessesContract, KeepsWhatAChildWroteUntilItIsRead) {
+  const auto child = this->children.launch({.output = "字\n"});
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_EQ(child->readOutput(Seconds{0}), "字\n");
+}
+
+TYPED_TEST(ProcessesContract, ReadsWhatARunningChildHasWrittenSoFar) {
+  const auto child = this->children.launch({.runtime = endless, .output = "so far"});
+  EXPECT_EQ(child->readOutput(Seconds{0}), "so far");
+  EXPECT_TRUE(child->isRunning());
+  child->terminate();
+  EXPECT_TRUE(this->children.ends(*child));
+}
+
+TYPED_TEST(ProcessesContract, EndsAChildByAskingItTo) {
+  const auto child = this->children.launch({.runtime = endless});
+  EXPECT_TRUE(child->isRunning());
+  child->terminate();
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_NE(child->terminationStatus(), 0);
+}
+
+TYPED_TEST(ProcessesContract, EndsAChildByInterruptingIt) {
+  const auto child = this->children.launch({.runtime = endless});
+  child->interrupt();
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_NE(child->terminationStatus(), 0);
+}
+
+TYPED_TEST(ProcessesContract, EndsAChildWithItsGroup) {
+  const auto child = this->children.launch({.runtime = endless});
+  child->terminateGroup();
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_NE(child->terminationStatus(), 0);
+}
+
+TYPED_TEST(ProcessesContract, InterruptsAChildThatIgnoredTheWishToEnd) {
+  const auto child = this->children.launch({.runtime = endless, .ignoresTerminate = true});
+  child->terminate();
+  EXPECT_TRUE(child->isRunning());
+  child->interrupt();
+  EXPECT_TRUE(this->children.ends(*child));
+}
+
+TYPED_TEST(ProcessesContract, TerminatesAChildThatIgnoresInterrupts) {
+  const auto child = this->children.launch({.runtime = endless, .ignoresInterrupt = true});
+  child->interrupt();
+  EXPECT_TRUE(child->isRunning());
+  child->terminate();
+  EXPECT_TRUE(this->children.ends(*child));
+}
+
+TYPED_TEST(ProcessesContract, ChangesNothingAboutAChildThatHasEnded) {
+  const auto child = this->children.launch({.output = "said"});
+  ASSERT_TRUE(this->children.ends(*child));
+  child->terminate();
+  child->interrupt();
+  child->terminateGroup();
+  EXPECT_FALSE(child->isRunning());
+  EXPECT_EQ(child->terminationStatus(), 0);
+  EXPECT_EQ(child->readOutput(Seconds{0}), "said");
+}
+
+TYPED_TEST(ProcessesContract, DescribesWhyThereIsNoChild) {
+  const LaunchResult result = this->children.launchInVain();
+  EXPECT_EQ(result.process, nullptr);
+  EXPECT_EQ(result.error, "No such file or directory");
+}
+
+TYPED_TEST(ProcessesContract, NeedsNoDescriptionOfAChildThatThereIs) {
+  const LaunchResult result = this->children.processes.launch(TEST_CHILD, {"exit", "0"});
+  ASSERT_NE(result.process, nullptr);
+  EXPECT_EQ(result.error, "");
+  EXPECT_TRUE(this->children.ends(*result.process));
+}
+
+TYPED_TEST(ProcessesContract, EndsEveryChildWhenItIsReserved) {
+  const auto first =
+      this->children.launch({.runtime = endless, .ignoresTerminate = true, .ignoresInterrupt = true});
+  const auto second = this->children.launch({.runtime = endless});
+  this->children.processes.reserveForThisThread();
+  ASSERT_TRUE(this->children.ends(*first));
+  ASSERT_TRUE(this->children.ends(*second));
+  EXPECT_NE(first->terminationStatus(), 0);
+  EXPECT_NE(second->terminationStatus(), 0);
+}
+
+TYPED_TEST(ProcessesContract, StillLaunchesForTheThreadThatItWasReservedFor) {
+  this->children.processes.reserveForThisThread();
+  const auto child = this->children.launch({.output = "last"});
+  ASSERT_TRUE(this->children.ends(*child));
+  EXPECT_EQ(child->terminationStatus(), 0);
+  EXPECT_EQ(child->readOutput(Seconds{0}), "last");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <set>
+
+#include "platform/posix/QRSymbols.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+using Pixel = std::array<std::uint8_t, 4>;
+
+Pixel pixel(const Bitmap& bitmap, int column, int row) {
+  const auto at = 4 * (static_cast<std::size_t>(row) * static_cast<std::size_t>(bitmap.width) +
+                       static_cast<std::size_t>(column));
+  return {bitmap.rgba[at], bitmap.rgba[at + 1], bitmap.rgba[at + 2], bitmap.rgba[at + 3]};
+}
+
+constexpr Pixel black{0, 0, 0, 255};
+constexpr Pixel white{255, 255, 255, 255};
+
+/// What a reader of QR symbols makes of it, magnified as on a screen.
+std::string readBack(const Bitmap& bitmap) {
+  constexpr int scale = 4;
+  const ScratchFolder folder;
+  const std::string file = folder.file("symbol.pgm");
+  std::ofstream picture(file, std::ios::binary);
+  picture << "P5\n" << bitmap.width * scale << " " << bitmap.height * scale << "\n255\n";
+  for (int row = 0; row < bitmap.height * scale; ++row) {
+    for (int column = 0; column < bitmap.width * scale; ++column) {
+      picture << static_cast<char>(pixel(bitmap, column / scale, row / scale)[0]);
+    }
+  }
+  picture.close();
+  std::string text;
+  FILE* const reader = popen(("zbarimg --nodbus --quiet --raw -Sbinary " + file).c_str(), "r");
+  char buffer[4096];
+  for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, reader)) > 0;) text.append(buffer, count);
+  EXPECT_EQ(pclose(reader), 0);
+  return text;
+}
+
+struct QRSymbolsTest : ::testing::Test {
+  QRSymbols symbols;
+};
+
+TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
+  const auto bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b");
+  ASSERT_TRUE(bitmap);
+  EXPECT_EQ(bitmap->width, bitmap->height);
+  // Sizes of symbols are 17 modules and four for each version.
+  EXPECT_EQ((bitmap->width - 8 - 17) % 4, 0);
+  std::set<Pixel> colours;
+  for (int row = 0; row < bitmap->height; ++row) {
+    for (int column = 0; column < bitmap->width; ++column) {
+      const Pixel found = pixel(*bitmap, column, row);
+      colours.insert(found);
+      const bool atTheEdge = std::min(row, column) < 4 || std::max(row, column) >= bitmap->width - 4;
+      EXPECT_TRUE(!atTheEdge || found == white) << column << " " << row;
+    }
+  }
+  EXPECT_EQ(colours, (std::set<Pixel>{black, white}));
+  EXPECT_EQ(pixel(*bitmap, 4, 4), black);
+}
+
+TEST_F(QRSymbolsTest, AreReadBack) {
+  for (const std::string message :
+       {"a", "kestrune://configure?apiUrl=https://relay.example.com&token=abc", "0123456789", "ABC 123",
+        "a%2Bb%3D%26", "mixed 123 ABC abc", "$'()*,;:@/-._~!"}) {
+    const auto bitmap = symbols.generate(message);
+    ASSERT_TRUE(bitmap) << message;
+    EXPECT_EQ(readBack(*bitmap), message);
+  }
+}
+
+TEST_F(QRSymbolsTest, AreReadBackAtEveryLength) {
+  std::string message = "kestrune://configure?apiUrl=https://relay.example.com&token=";
+  while (message.size() < 2331) {
+    const auto bitmap = symbols.generate(message);
+    ASSERT_TRUE(bitmap) << message.size();
+    EXPECT_EQ(readBack(*bitmap), message) << message.size();
+    message.append(211, 't');
+  }
+}
+
+TEST_F(QRSymbolsTest, HoldWhatTheLargestHoldsAndNoMore) {
+  // Version 40 at level M, in byte mode.
+  constexpr std::size_t most = 2331;
+  const auto largest = symbols.generate(std::string(most, 'a'));
+  ASSERT_TRUE(largest);
+  EXPECT_EQ(largest->width, 177 + 8);
+  EXPECT_FALSE(symbols.generate(std::string(most + 1, 'a')));
+  // Letters and digits take no less room than others: all are bytes.
+  EXPECT_TRUE(symbols.generate(std::string(most, '1')));
+  EXPECT_FALSE(symbols.generate(std::string(most + 1, '1')));
+}
+
+TEST_F(QRSymbolsTest, AreNotMadeOfNothing) {
+  EXPECT_FALSE(symbols.generate(""));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <list>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/ChildProcesses.h"
+#include "tests/support/Milestone.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/SignalState.h"
+
+namespace kestrune::testing {
+
+using Arguments = std::vector<std::string>;
+
+/// Starts real children, waits for their ends, and takes care of the descendants that they leave behind.
+class RealChildren {
+ public:
+  RealChildren() {
+    // Held back, the signal tells of each end to those who ask, and none is missed.
+    sigemptyset(&childSignal);
+    sigaddset(&childSignal, SIGCHLD);
+    pthread_sigmask(SIG_BLOCK, &childSignal, nullptr);
+    // What a child leaves behind becomes a child of the test.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+  }
+  ~RealChildren() {
+    EXPECT_TRUE(groupEnds(anyGroup)) << "a test leaves a process behind";
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+  }
+  RealChildren(const RealChildren&) = delete;
+  RealChildren& operator=(const RealChildren&) = delete;
+
+  /// Never null.
+  std::unique_ptr<Process> launch(const Arguments& arguments) {
+    auto launched = processes.launch(TEST_CHILD, arguments);
+    if (!launched.process) throw std::runtime_error(launched.error);
+    return std::move(launched.process);
+  }
+
+  /// A child that does what `arguments` say, and then `rest`; returns when it has come to the rest.
+  std::unique_ptr<Process> launchUpTo(Arguments arguments, const Arguments& rest = {"pause"}) {
+    const Milestone& reached = milestones.emplace_back(folder.file(std::to_string(milestones.size())));
+    arguments.insert(arguments.end(), {"touch", reached.path});
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    auto child = launch(arguments);
+    if (!reached.isReached()) throw std::runtime_error("the child does not do what it is told");
+    return child;
+  }
+
+  /// Waits for ends of children until `condition` holds; false when that does not come about in time.
+  bool comesTrue(const std::function<bool()>& condition) {
+    const timespec wait{static_cast<time_t>(patience.count()), 0};
+    while (!condition()) {
+      if (sigtimedwait(&childSignal, nullptr, &wait) != SIGCHLD && errno == EAGAIN) return condition();
+    }
+    return true;
+  }
+
+  bool ends(Process& child) {
+    return comesTrue([&] { return !child.isRunning(); });
+  }
+
+  /// Whether all descendants that are left in the group have ended, or do so; they are reaped.
+  bool groupEnds(pid_t group) {
+    return comesTrue([&] {
+      pid_t reaped = 0;
+      while ((reaped = waitpid(group == anyGroup ? -1 : -group, nullptr, WNOHANG)) > 0) {
+      }
+      return reaped < 0 && errno == ECHILD;
+    });
+  }
+
+  static constexpr pid_t anyGroup = 0;
+
+  SignalState restored;
+  ScratchFolder folder;
+  ChildProcesses processes;
+
+ private:
+  sigset_t childSignal{};
+  std::list<Milestone> milestones;
+};
+
+/// The number behind `name` in `text`.
+inline pid_t numberBehind(const std::string& text, const std::string& name) {
+  const auto at = text.find(name + " ");
+  if (at == std::string::npos) throw std::runtime_error("no " + name + " in: " + text);
+  return std::stoi(text.substr(at + name.size() + 1));
+}
+
+}  // namespace kestrune::testing

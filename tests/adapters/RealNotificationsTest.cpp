@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "platform/linux/DesktopNotifications.h"
+#include "tests/support/ComesTrueElsewhere.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/RealDesktop.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/StartingBus.h"
+
+// The notifications with a daemon that shows them.
+
+namespace kestrune::testing {
+namespace {
+
+struct RealDaemon : ::testing::Test {
+  void configure(const std::string& markup) {
+    std::ofstream(screen.home.file("dunstrc"))
+        << "[global]\nstack_duplicates = no\nmarkup = " << markup << "\n";
+  }
+  std::vector<std::string> command() const { return {"dunst", "-conf", screen.home.file("dunstrc")}; }
+
+  /// Returns when it is there.
+  void startDaemon(const std::string& markup) {
+    bus.start();
+    configure(markup);
+    daemon = std::make_unique<RealProgram>(command(), screen.variables());
+    sessionBus.connect();
+    ASSERT_GE(sd_bus_open_user(&caller), 0);
+    ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return history() == "[]"; })) << daemon->errors();
+  }
+  ~RealDaemon() override { sd_bus_flush_close_unref(caller); }
+
+  BusMessage ask(const char* member) const {
+    sd_bus_message* reply = nullptr;
+    sd_bus_call_method(caller, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+                       "org.dunstproject.cmd0", member, nullptr, &reply, "");
+    return BusMessage(reply);
+  }
+
+  /// Everything that it has shown and closed, the last first: "[summary | body | shown]".
+  std::string history() const {
+    const BusMessage reply = ask("NotificationListHistory");
+    if (!reply) return "no answer";
+    std::string text = "[";
+    sd_bus_message_enter_container(reply.get(), 'a', "a{sv}");
+    while (sd_bus_message_enter_container(reply.get(), 'a', "{sv}") > 0) {
+      std::map<std::string, std::string> values;
+      while (sd_bus_message_enter_container(reply.get(), 'e', "sv") > 0) {
+        const char* name = nullptr;
+        const char* contents = nullptr;
+        const char* value = nullptr;
+        sd_bus_message_read(reply.get(), "s", &name);
+        sd_bus_message_peek_type(reply.get(), nullptr, &contents);
+        if (contents == std::string("s")) {
+          sd_bus_message_read(reply.get(), "v", "s", &value);
+          values[name] = value;
+        } else {
+          sd_bus_message_skip(reply.get(), "v");
+        }
+        sd_bus_message_exit_container(reply.get());
+      }
+      sd_bus_message_exit_container(reply.get());
+      text += values["appname"] + " | " + values["icon_path"] + " | " + values["summary"] + " | " +
+              values["message"] + "\n";
+    }
+    return text + "]";
+  }
+
+  bool hasShown(unsigned count) {
+    return comesTrueElsewhere(loop, [this, count] {
+      sd_bus_message* reply = nullptr;
+      std::uint32_t displayed = 0;
+      sd_bus_get_property(caller, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+                          "org.dunstproject.cmd0", "displayedLength", nullptr, &reply, "u");
+      if (reply != nullptr) sd_bus_message_read(reply, "u", &displayed);
+      sd_bus_message_unref(reply);
+      return displayed == count;
+    });
+  }
+
+  PrivateBus bus;
+  SignalState restored;
+  EventLoop loop;
+  SessionBus sessionBus{loop};
+  RealDisplay screen;
+  std::unique_ptr<RealProgram> daemon;
+  const std::string logo = SOURCE_FOLDER "/resources/codex-menubar-64.png";
+  kestrune::DesktopNotifications notifications{sessionBus, loop, logo};
+  sd_bus* caller = nullptr;
+};
+
+TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItReadsMarkup) {
+  startDaemon("full");
+  notifications.add({"1", "a <b> & c", "<i>x</i> & \"y\"\n&amp; 換網 🟢"});
+  notifications.add({"2", "a <b> & c", "<i>x</i> & \"y\"\n&amp; 換網 🟢"});
+  ASSERT_TRUE(hasShown(2)) << daemon->errors();
+  ask("NotificationCloseAll");
+  const std::string entry = "Kestrune | " + logo +
+                            " | a <b> & c | <b>a &lt;b&gt; &amp; c</b>\n"
+                            "&lt;i&gt;x&lt;/i&gt; &amp; \"y\"\n&amp;amp; 換網 🟢\n";
+  EXPECT_EQ(history(), "[" + entry + entry + "]");
+  EXPECT_EQ(daemon->errors(), "");
+}
+
+TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItDoesNot) {
+  startDaemon("no");
+  notifications.add({"1", "a <b> & c", "<i>x</i> & y\n&amp;"});
+  ASSERT_TRUE(hasShown(1)) << daemon->errors();
+  ask("NotificationCloseAll");
+  EXPECT_EQ(history(), "[Kestrune | " + logo +
+                           " | a <b> & c | <b>a &lt;b&gt; &amp; c</b>\n"
+                           "&lt;i&gt;x&lt;/i&gt; &amp; y\n&amp;amp;\n]");
+  EXPECT_EQ(daemon->errors(), "");
+}
+
+TEST_F(RealDaemon, IsStartedByTheBus) {
+  StartingBus startingBus;
+  configure("full");
+  startingBus.add("org.freedesktop.Notifications", "/usr/bin/dunst -conf " + screen.home.file("dunstrc"));
+  startingBus.start(screen.variables());
+  sessionBus.connect();
+  ASSERT_GE(sd_bus_open_user(&caller), 0);
+  notifications.add({"1", "started", "<&>"});
+  ASSERT_TRUE(hasShown(1));
+  ask("NotificationCloseAll");
+  EXPECT_EQ(history(), "[Kestrune | " + logo + " | started | <b>started</b>\n&lt;&amp;&gt;\n]");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include "platform/linux/SystemdServiceControl.h"
+#include "platform/macos/LaunchdServiceControl.h"
+
+namespace kestrune::testing {
+namespace {
+
+template <typename Control>
+Control makeControl();
+template <>
+SystemdServiceControl makeControl() {
+  return {};
+}
+template <>
+LaunchdServiceControl makeControl() {
+  return LaunchdServiceControl(501);
+}
+
+template <typename Control>
+struct ServiceControlContract : ::testing::Test {
+  const Control control = makeControl<Control>();
+};
+
+using Controls = ::testing::Types<SystemdServiceControl, LaunchdServiceControl>;
+TYPED_TEST_SUITE(ServiceControlContract, Controls);
+
+TYPED_TEST(ServiceControlContract, WordsCompleteLinesThatNeverFail) {
+  for (const auto& line :
+       {this->control.unloadLine("com.example.service"), this->control.endMatchingLine("example-service"),
+        this->control.killListenersLine(80)}) {
+    EXPECT_TRUE(line.ends_with(" || true")) << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+  }
+}
+
+TEST(SystemdServiceControl, StopsTheUnitOfTheUserWithoutWaitingForIt) {
+  EXPECT_EQ(SystemdServiceControl().unloadLine("com.kestrune.mac-service"),
+            "timeout --foreground 1 systemctl --user --no-block --no-ask-password stop "
+            "com.kestrune.mac-service.service "
+            "2>/dev/null || true");
+}
+
+TEST(SystemdServiceControl, MatchesCommandLinesByAPatternThatDoesNotMatchItself) {
+  EXPECT_EQ(SystemdServiceControl().endMatchingLine("kestrune-mac-service"),
+            "pkill -f '[k]estrune-mac-service' || true");
+  EXPECT_EQ(SystemdServiceControl().endMatchingLine("127.0.0.1:18765:127.0.0.1:8765"),
+            "pkill -f '[1]27.0.0.1:18765:127.0.0.1:8765' || true");
+}
+
+TEST(SystemdServiceControl, KillsListenersOnly) {
+  EXPECT_EQ(SystemdServiceControl().killListenersLine(8765),
+            "lsof -ti tcp:8765 -sTCP:LISTEN | xargs -r kill -9 2>/dev/null || true");
+}
+
+TEST(LaunchdServiceControl, BootsTheJobOfTheUserOut) {
+  EXPECT_EQ(LaunchdServiceControl(501).unloadLine("com.kestrune.mac-service"),
+            "launchctl bootout gui/501/com.kestrune.mac-service || true");
+  EXPECT_EQ(LaunchdServiceControl(0).unloadLine("com.halvask.mac-tunnel"),
+            "launchctl bootout gui/0/com.halvask.mac-tunnel || true");
+}
+
+TEST(LaunchdServiceControl, MatchesCommandLines) {
+  EXPECT_EQ(LaunchdServiceControl(501).endMatchingLine("halvask-desktop-bridge"),
+            "pkill -f 'halvask-desktop-bridge' || true");
+}
+
+TEST(LaunchdServiceControl, KillsWhoeverUsesThePort) {
+  EXPECT_EQ(LaunchdServiceControl(501).killListenersLine(8766),
+            "lsof -ti tcp:8766 | xargs kill -9 2>/dev/null || true");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

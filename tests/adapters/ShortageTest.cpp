@@ -1,0 +1,380 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include "platform/linux/EventLoop.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/posix/ChildProcesses.h"
+#include "platform/posix/CurlLocalService.h"
+#include "platform/posix/Files.h"
+#include "platform/posix/PngImages.h"
+#include "platform/posix/PreferencesFile.h"
+#include "platform/posix/SystemFileManager.h"
+#include "platform/tray/DialogProcess.h"
+#include "tests/adapters/AwakeDesk.h"
+#include "tests/adapters/RealChildren.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/PngFile.h"
+#include "tests/support/ProcessShortage.h"
+#include "tests/support/ResourceLimit.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/StandInDialogs.h"
+#include "tests/support/TrayDesk.h"
+
+// A machine that has no process, no thread or no descriptor to spare for a while.
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+// --- processes and threads
+
+constexpr auto anyProgram = "/bin/true";
+
+TEST(ProcessShortage, OfThreadsHasAWorkerWaitForOne) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    EventLoop loop;
+    const auto worker =
+        loop.makeSerialQueue("worker", QualityOfService::userInitiated, QueueTarget::ownThread);
+    auto shortage = std::make_unique<ProcessShortage>();
+    std::atomic<int> ran = 0;
+    for (const int number : {1, 2}) {
+      worker->async([&ran, &say, number] {
+        say("job " + std::to_string(number));
+        ++ran;
+      });
+    }
+    settleQueue(loop);
+    say("still here");
+    shortage.reset();
+    if (!comesTrueElsewhere(loop, [&ran] { return ran == 2; })) say("nobody ran the jobs");
+  });
+  EXPECT_EQ(program.line(), "still here");
+  EXPECT_EQ(program.line(), "job 1");
+  EXPECT_EQ(program.line(), "job 2");
+  EXPECT_EQ(program.line(), "end");
+  program.waitForEnd();
+  EXPECT_EQ(program.standardError(),
+            "KestruneMenuClient: no thread for commands (Resource temporarily unavailable): they wait\n");
+}
+
+TEST(ProcessShortage, OfThreadsKeepsNobodyWaitingForAWorkerThatGoes) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    EventLoop loop;
+    auto closed = loop.makeSerialQueue("closed", QualityOfService::standard, QueueTarget::ownThread);
+    auto gone = loop.makeSerialQueue("gone", QualityOfService::standard, QueueTarget::ownThread);
+    auto shortage = std::make_unique<ProcessShortage>();
+    closed->async([&say] { say("a job of a queue that was closed"); });
+    gone->async([&say] { say("a job of a queue that is gone"); });
+    closed->close();
+    gone.reset();
+    shortage.reset();
+    // One that is tried again after them.
+    const auto last = loop.makeSerialQueue("last", QualityOfService::standard, QueueTarget::ownThread);
+    shortage = std::make_unique<ProcessShortage>();
+    std::atomic<bool> done = false;
+    last->async([&done] { done = true; });
+    shortage.reset();
+    say(comesTrueElsewhere(loop, [&done] { return done.load(); }) ? "done" : "never");
+  });
+  EXPECT_EQ(program.line(), "done");
+  EXPECT_EQ(program.line(), "end");
+}
+
+TEST(ProcessShortage, IsWhyACommandDoesNotStartAndPasses) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    ChildProcesses processes;
+    auto shortage = std::make_unique<ProcessShortage>();
+    for (int i = 0; i < 3; ++i) say(processes.launch(anyProgram, {}).error);
+    shortage.reset();
+    const auto launched = processes.launch(anyProgram, {});
+    if (!launched.process) return say(launched.error);
+    launched.process->readOutput(patience);
+    say("started");
+  });
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(program.line(), std::strerror(EAGAIN));
+  EXPECT_EQ(program.line(), "started");
+}
+
+/// How the kernel describes what a thread of this process does: 'S' while it waits.
+char stateOfThread(pid_t thread) {
+  std::string text;
+  readWholeFile("/proc/self/task/" + std::to_string(thread) + "/stat", text);
+  const auto name = text.rfind(") ");
+  return name == std::string::npos ? '?' : text[name + 2];
+}
+
+TEST(ProcessShortage, MayPassWhileTheBackendIsToBeStopped) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    ChildProcesses processes;
+    std::unique_ptr<ProcessShortage> shortage;
+    std::promise<void> begun;
+    std::thread somebodyElse([&, stopping = gettid()] {
+      begun.get_future().wait();
+      while (stateOfThread(stopping) != 'S') sched_yield();
+      shortage.reset();
+    });
+    shortage = std::make_unique<ProcessShortage>();
+    processes.reserveForThisThread();
+    begun.set_value();
+    const auto launched = processes.launch(anyProgram, {});
+    if (launched.process) launched.process->readOutput(patience);
+    say(launched.process ? "stopped" : launched.error);
+    somebodyElse.join();
+  });
+  EXPECT_EQ(program.line(), "stopped");
+}
+
+TEST(ProcessShortage, HoldsTheEndUpForAMoment) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    ChildProcesses processes;
+    const ProcessShortage shortage;
+    processes.reserveForThisThread();
+    std::string error;
+    const Seconds took = durationOf([&] { error = processes.launch(anyProgram, {}).error; });
+    say(error);
+    say(took < Seconds{3.0} ? "soon" : "late");
+  });
+  EXPECT_EQ(program.line(), std::strerror(EAGAIN));
+  EXPECT_EQ(program.line(), "soon");
+}
+
+TEST(ProcessShortage, IsWhyAWindowDoesNotOpenAndPasses) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    EventLoop loop;
+    bool ended = false;
+    const auto open = [&] {
+      DialogProcess window(
+          loop, [](const dialogs::Event&) {}, [&](const auto&) { ended = true; });
+      const auto problem = window.start(anyProgram);
+      if (problem) return *problem;
+      return comesTrue(loop, [&ended] { return ended; }) ? std::string("opened") : std::string("stuck");
+    };
+    auto shortage = std::make_unique<ProcessShortage>();
+    say(open());
+    shortage.reset();
+    say(open());
+  });
+  EXPECT_EQ(program.line(), std::strerror(EAGAIN));
+  EXPECT_EQ(program.line(), "opened");
+}
+
+TEST(ProcessShortage, MakesTheLocalServiceOneThatSaysNothing) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    SystemClock clock;
+    ChildProcesses processes;
+    CurlLocalService service(processes, clock);
+    const ProcessShortage shortage;
+    say(service.getProjects("token") ? "an answer" : "nothing");
+  });
+  EXPECT_EQ(program.line(), "nothing");
+  program.waitForEnd();
+  EXPECT_EQ(
+      program.standardError(),
+      "KestruneMenuClient: the local service cannot be asked: curl: Resource temporarily unavailable\n");
+}
+
+// --- descriptors
+
+/// The limit that leaves room for so many descriptors more. Those that are open may have gaps between them.
+rlim_t limitWith(int left) {
+  std::vector<FileDescriptor> taken;
+  for (int i = 0; i <= left; ++i) taken.emplace_back(dup(STDERR_FILENO));
+  return static_cast<rlim_t>(taken.back().get());
+}
+
+std::ptrdiff_t openDescriptors() {
+  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+struct DescriptorShortage : ::testing::Test, RealChildren {
+  /// Has `work` done with no descriptor left, then with one, and so on, until it succeeds; it may leave none
+  /// open meanwhile. How many it took.
+  static int neededFor(const std::function<bool()>& work) {
+    constexpr int far = 20;
+    const std::ptrdiff_t before = openDescriptors();
+    for (int left = 0; left < far; ++left) {
+      bool done = false;
+      {
+        const ResourceLimit limit(RLIMIT_NOFILE, limitWith(left));
+        done = work();
+      }
+      EXPECT_EQ(openDescriptors(), before) << "with " << left << " left";
+      if (done) return left;
+    }
+    return far;
+  }
+
+  std::string contentsOf(const std::string& name) const {
+    std::string text;
+    EXPECT_EQ(readWholeFile(folder.file(name), text), std::error_code()) << name;
+    return text;
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> found;
+    for (const auto& each : fs::directory_iterator(folder.file(""))) found.push_back(each.path().filename());
+    return found;
+  }
+};
+
+TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheLaunchOfACommand) {
+  EXPECT_EQ(neededFor([&] {
+              const auto launched = processes.launch(TEST_CHILD, {"out", "here"});
+              if (!launched.process) {
+                EXPECT_EQ(launched.error, std::strerror(EMFILE));
+                return false;
+              }
+              EXPECT_EQ(launched.process->readOutput(patience), "here");
+              return ends(*launched.process);
+            }),
+            4);
+}
+
+TEST_F(DescriptorShortage, DoesNotReachTheCommandThatEndsTheBackend) {
+  // The loop and all else may have taken the rest.
+  const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
+  EXPECT_EQ(processes.launch(TEST_CHILD, {}).error, std::strerror(EMFILE));
+  processes.reserveForThisThread();
+  const auto launched = processes.launch(TEST_CHILD, {"out", "stopped"});
+  ASSERT_NE(launched.process, nullptr) << launched.error;
+  EXPECT_EQ(launched.process->readOutput(patience), "stopped");
+  EXPECT_TRUE(ends(*launched.process));
+}
+
+TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheOpeningOfAWindow) {
+  EventLoop loop;
+  const auto open = [&loop] {
+    bool ended = false;
+    DialogProcess window(
+        loop, [](const dialogs::Event&) {}, [&](const auto&) { ended = true; });
+    if (const auto problem = window.start(anyProgram)) {
+      EXPECT_EQ(*problem, std::strerror(EMFILE));
+      return false;
+    }
+    return kestrune::testing::comesTrue(loop, [&] { return ended; });
+  };
+  // What the loop keeps for good is there before.
+  ASSERT_TRUE(open());
+  ASSERT_TRUE(hasNoChildren(loop));
+  EXPECT_EQ(neededFor(open), 4);
+  // One that nobody could watch is reaped with the next, once it has ended.
+  siginfo_t ended{};
+  EXPECT_EQ(waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+  ASSERT_TRUE(open());
+  EXPECT_TRUE(hasNoChildren(loop));
+}
+
+TEST_F(DescriptorShortage, LeavesSettingsAsTheyAre) {
+  std::ofstream(folder.file(".env")) << "TOKEN=all there is\n";
+  const std::string path = folder.file(".env");
+  SystemFileManager files(folder.file(""));
+  // As the settings are saved: what cannot be read is kept, and then replaced.
+  EXPECT_EQ(neededFor([&] {
+              if (files.contents(path)) return !files.writeAtomically(path, "TOKEN=new\n");
+              EXPECT_EQ(files.keepUnreadable(path), std::strerror(EMFILE));
+              EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), std::strerror(EMFILE));
+              return false;
+            }),
+            1);
+  EXPECT_EQ(contentsOf(".env"), "TOKEN=new\n");
+  EXPECT_EQ(names(), std::vector<std::string>{".env"});
+}
+
+TEST_F(DescriptorShortage, DoesNotPassOffSettingsAsUnreadable) {
+  std::ofstream(folder.file(".env")) << "TOKEN=all there is\n";
+  SystemFileManager files(folder.file(""));
+  {
+    const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
+    EXPECT_EQ(files.keepUnreadable(folder.file(".env")), std::strerror(EMFILE));
+  }
+  EXPECT_EQ(names(), std::vector<std::string>{".env"});
+}
+
+TEST_F(DescriptorShortage, LeavesPreferencesAsTheyAreAndHoldsTheNewOnes) {
+  std::ofstream(folder.file("preferences.json")) << R"({"theirs": 1, "flag": true})";
+  PreferencesFile preferences(folder.file("preferences.json"));
+  EXPECT_EQ(neededFor([&] {
+              preferences.setBool("flag", false);
+              EXPECT_EQ(preferences.boolForKey("flag"), false);
+              std::string text;
+              return !readWholeFile(folder.file("preferences.json"), text) && text.find("false") != text.npos;
+            }),
+            1);
+  EXPECT_NE(contentsOf("preferences.json").find("theirs"), std::string::npos);
+  EXPECT_EQ(names(), std::vector<std::string>{"preferences.json"});
+}
+
+TEST_F(DescriptorShortage, OfALogoPasses) {
+  putBytes(folder.file("logo.png"), pngOf(makePattern(2, 2)));
+  PngImages images({});
+  EXPECT_EQ(neededFor([&] { return images.imageFromFile(folder.file("logo.png")) != nullptr; }), 1);
+}
+
+TEST_F(DescriptorShortage, OfTheLocalServiceIsNoAnswer) {
+  SystemClock clock;
+  CurlLocalService service(processes, clock);
+  const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
+  EXPECT_EQ(service.getProjects("token"), std::nullopt);
+}
+
+// --- descriptors for the buses
+
+struct DescriptorShortageOnBus : EmptyDesk {
+  SignalState restored;
+};
+
+TEST_F(DescriptorShortageOnBus, HoldsUpTheItemUntilItIsOver) {
+  daemon.start();
+  showTray();
+  bus.connect();
+  item = bar.statusItem(squareStatusItemLength);
+  ASSERT_TRUE(host->hasItem());
+  host.reset();
+  daemon.stop();
+  daemon.start();
+  {
+    const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
+    ASSERT_TRUE(comesTrue(loop, [this] { return probe.losses == 1; }));
+    settleQueue(loop);
+    EXPECT_EQ(probe.connections, 1);
+    EXPECT_FALSE(bus.isConnected());
+  }
+  ASSERT_TRUE(comesTrue(loop, [this] { return probe.connections == 2; }));
+  showTray();
+  EXPECT_TRUE(host->hasItem());
+}
+
+TEST_F(AwakeDesk, IsNotHeldWithoutADescriptorForTheLockAndIsAgainLater) {
+  startBuses();
+  std::optional<ResourceLimit> limit;
+  BusMessage answer;
+  login = serve(loginName, [&](sd_bus_message* call) {
+    // The last descriptor that there is stays in the message, which is kept.
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_return(call, &reply);
+    answer.reset(reply);
+    sd_bus_message_append(reply, "h", STDERR_FILENO);
+    limit.emplace(RLIMIT_NOFILE, limitWith(0));
+    sd_bus_send(nullptr, reply, nullptr);
+    return true;
+  });
+  connect();
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(system)); }), aLittleMore);
+  ASSERT_TRUE(limit);
+  limit.reset();
+  login->behave(locks.grants());
+  letTheMinutePass();
+  ASSERT_TRUE(comesAbout([this] { return systemTrip.connections == 2; }));
+  ASSERT_TRUE(knowsAll());
+  EXPECT_TRUE(create(system));
+  EXPECT_TRUE(comesAbout([this] { return locks.held() == 1; }));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/support/InstanceProgram.h"
+#include "tests/support/NameOnBus.h"
+#include "tests/support/PrivateBus.h"
+
+namespace kestrune::testing {
+namespace {
+
+using Claim = SingleInstance::Claim;
+constexpr auto clientName = "com.dovrel.kestrune.menuclient";
+
+struct SingleInstanceOnBus : ::testing::Test {
+  void SetUp() override { daemon.start(); }
+
+  PrivateBus daemon;
+  ScratchFolder folder;
+  const std::string lock = folder.file("runtime/lock");
+};
+
+TEST_F(SingleInstanceOnBus, OwnsTheNameOfTheProgram) {
+  InstanceProgram first(lock, Claim::refuse);
+  EXPECT_EQ(first.line(), "waiting");
+  EXPECT_EQ(first.line(), "alone");
+  EXPECT_EQ(NameOnBus(clientName).owner(), first.pid());
+  EXPECT_FALSE(std::filesystem::exists(lock));
+}
+
+TEST_F(SingleInstanceOnBus, TurnsEveryLaterStartDownAndIsToldOfEach) {
+  InstanceProgram first(lock, Claim::refuse);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  for (int start = 0; start < 2; ++start) {
+    InstanceProgram later(lock, Claim::refuse);
+    EXPECT_EQ(later.line(), "waiting");
+    EXPECT_EQ(later.line(), "second");
+    later.waitForEnd();
+    EXPECT_EQ(first.line(), "activated");
+  }
+  EXPECT_EQ(NameOnBus(clientName).owner(), first.pid());
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end");
+}
+
+TEST_F(SingleInstanceOnBus, GivesWayWithoutAWordWhenItWasNotStartedByHand) {
+  InstanceProgram first(lock, Claim::refuseQuietly);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram later(lock, Claim::refuseQuietly);
+  later.line();
+  EXPECT_EQ(later.line(), "second");
+  later.waitForEnd();
+  InstanceProgram loud(lock, Claim::refuse);
+  loud.line();
+  EXPECT_EQ(loud.line(), "second");
+  loud.waitForEnd();
+  EXPECT_EQ(first.line(), "activated");
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end") << "the quiet one must not make it show itself";
+}
+
+TEST_F(SingleInstanceOnBus, MakesRoomWhenItEnds) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    InstanceProgram first(lock, Claim::refuse);
+    first.line();
+    ASSERT_EQ(first.line(), "alone");
+    first.end(signal);
+  }
+  InstanceProgram next(lock, Claim::refuse);
+  next.line();
+  EXPECT_EQ(next.line(), "alone");
+}
+
+TEST_F(SingleInstanceOnBus, WaitsForTheOneThatItReplaces) {
+  InstanceProgram first(lock, Claim::refuse);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram successor(lock, Claim::wait);
+  NameOnBus name(clientName);
+  ASSERT_TRUE(name.isWantedBy(2));
+  EXPECT_EQ(successor.line(), "waiting");
+  EXPECT_TRUE(successor.isSilent());
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end") << "a successor must not make it show itself";
+  EXPECT_EQ(successor.line(), "alone");
+  EXPECT_EQ(name.owner(), successor.pid());
+}
+
+TEST_F(SingleInstanceOnBus, DoesNotWaitWhenThereIsNobodyToReplace) {
+  InstanceProgram successor(lock, Claim::wait);
+  EXPECT_EQ(successor.line(), "waiting");
+  EXPECT_EQ(successor.line(), "alone");
+  EXPECT_EQ(NameOnBus(clientName).owner(), successor.pid());
+}
+
+TEST_F(SingleInstanceOnBus, TurnsAStartDownAfterItHasReplacedAnother) {
+  InstanceProgram first(lock, Claim::wait);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram later(lock, Claim::refuse);
+  later.line();
+  EXPECT_EQ(later.line(), "second");
+  EXPECT_EQ(first.line(), "activated");
+}
+
+TEST_F(SingleInstanceOnBus, ClaimsTheNameAgainOnABusThatStartsAnew) {
+  for (const Claim kind : {Claim::refuse, Claim::wait}) {
+    InstanceProgram first(lock, kind);
+    first.line();
+    ASSERT_EQ(first.line(), "alone");
+    daemon.stop();
+    daemon.start();
+    EXPECT_EQ(NameOnBus(clientName).owner(), first.pid());
+    InstanceProgram later(lock, Claim::refuse);
+    later.line();
+    EXPECT_EQ(later.line(), "second");
+    EXPECT_EQ(first.line(), "activated");
+  }
+}
+
+TEST_F(SingleInstanceOnBus, ClaimsTheNameOnABusThatStartsAnewMeanwhile) {
+  daemon.freeze();
+  InstanceProgram first(lock, Claim::refuse);
+  ASSERT_EQ(first.line(), "waiting");
+  daemon.stop();
+  daemon.start();
+  EXPECT_EQ(first.line(), "alone");
+  EXPECT_EQ(NameOnBus(clientName).owner(), first.pid());
+}
+
+TEST_F(SingleInstanceOnBus, ReplacesAnotherOnABusThatStartsAnewMeanwhile) {
+  InstanceProgram first(lock, Claim::refuse);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram successor(lock, Claim::wait);
+  ASSERT_TRUE(NameOnBus(clientName).isWantedBy(2));
+  ASSERT_EQ(successor.line(), "waiting");
+  daemon.stop();
+  first.end(SIGTERM);
+  daemon.start();
+  ASSERT_EQ(successor.line(), "alone");
+  EXPECT_EQ(NameOnBus(clientName).owner(), successor.pid());
+}
+
+TEST_F(SingleInstanceOnBus, ClaimsTheNameWhenTheBusComesLater) {
+  daemon.stop();
+  InstanceProgram first(lock, Claim::refuse);
+  ASSERT_EQ(first.line(), "alone");
+  daemon.start();
+  EXPECT_EQ(NameOnBus(clientName).owner(), first.pid());
+  InstanceProgram later(lock, Claim::refuse);
+  later.line();
+  EXPECT_EQ(later.line(), "second");
+  EXPECT_EQ(first.line(), "activated");
+}
+
+struct SingleInstanceWithoutBus : ::testing::Test {
+  PrivateBus daemon;
+  ScratchFolder folder;
+  const std::string lock = folder.file("runtime/client/lock");
+};
+
+TEST_F(SingleInstanceWithoutBus, HoldsALockInAFolderOfTheUsersOwn) {
+  InstanceProgram first(lock, Claim::refuse);
+  EXPECT_EQ(first.line(), "alone");
+  EXPECT_EQ(std::filesystem::status(folder.file("runtime/client")).permissions(),
+            std::filesystem::perms::owner_all);
+  EXPECT_EQ(std::filesystem::status(lock).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(SingleInstanceWithoutBus, TurnsEveryLaterStartDownAndIsToldOfEach) {
+  InstanceProgram first(lock, Claim::refuse);
+  ASSERT_EQ(first.line(), "alone");
+  for (int start = 0; start < 2; ++start) {
+    InstanceProgram later(lock, Claim::refuse);
+    EXPECT_EQ(later.line(), "second");
+    later.waitForEnd();
+    EXPECT_EQ(first.line(), "activated");
+  }
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end");
+}
+
+TEST_F(SingleInstanceWithoutBus, GivesWayWithoutAWordWhenItWasNotStartedByHand) {
+  InstanceProgram first(lock, Claim::refuseQuietly);
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram later(lock, Claim::refuseQuietly);
+  EXPECT_EQ(later.line(), "second");
+  later.waitForEnd();
+  InstanceProgram loud(lock, Claim::refuse);
+  EXPECT_EQ(loud.line(), "second");
+  loud.waitForEnd();
+  EXPECT_EQ(first.line(), "activated");
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end") << "the quiet one must not make it show itself";
+}
+
+TEST_F(SingleInstanceWithoutBus, MakesRoomWhenItEnds) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    InstanceProgram first(lock, Claim::refuse);
+    ASSERT_EQ(first.line(), "alone");
+    first.end(signal);
+  }
+  InstanceProgram next(lock, Claim::refuse);
+  EXPECT_EQ(next.line(), "alone");
+}
+
+TEST_F(SingleInstanceWithoutBus, WaitsForTheOneThatItReplaces) {
+  InstanceProgram first(lock, Claim::refuse);
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram successor(lock, Claim::wait);
+  ASSERT_EQ(successor.line(), "waiting");
+  EXPECT_TRUE(successor.isSilent());
+  first.end(SIGTERM);
+  EXPECT_EQ(first.line(), "end") << "a successor must not make it show itself";
+  EXPECT_EQ(successor.line(), "alone");
+}
+
+TEST_F(SingleInstanceWithoutBus, DoesNotWaitWhenThereIsNobodyToReplace) {
+  InstanceProgram successor(lock, Claim::wait);
+  EXPECT_EQ(successor.line(), "alone");
+}
+
+TEST_F(SingleInstanceWithoutBus, DoesNotMindALockThatSomeoneLeftBehind) {
+  std::filesystem::create_directories(folder.file("runtime/client"));
+  std::ofstream(lock) << "1";
+  InstanceProgram first(lock, Claim::refuse);
+  EXPECT_EQ(first.line(), "alone");
+}
+
+TEST_F(SingleInstanceWithoutBus, GoesOnWhereNothingCanBeLocked) {
+  std::ofstream(folder.file("file")) << "not a folder";
+  for (const Claim kind : {Claim::refuse, Claim::wait}) {
+    const std::string impossible = folder.file("file/lock");
+    InstanceProgram first(impossible, kind);
+    EXPECT_EQ(first.line(), "alone");
+    first.end(SIGTERM);
+    EXPECT_NE(first.standardError().find("KestruneMenuClient: cannot lock " + impossible + ": "),
+              std::string::npos);
+  }
+}
+
+TEST_F(SingleInstanceWithoutBus, DoesNotFollowALinkInPlaceOfItsLock) {
+  std::filesystem::create_directories(folder.file("runtime/client"));
+  std::filesystem::create_symlink(folder.file("elsewhere"), lock);
+  InstanceProgram first(lock, Claim::refuse);
+  EXPECT_EQ(first.line(), "alone");
+  EXPECT_FALSE(std::filesystem::exists(folder.file("elsewhere")));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

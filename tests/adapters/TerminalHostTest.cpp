@@ -1,0 +1,161 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <optional>
+
+#include "platform/Host.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+/// Shows a small menu and ends.
+class Demonstration final : public ApplicationDelegate {
+ public:
+  explicit Demonstration(Platform& givenPlatform) : platform(givenPlatform) {}
+
+  void applicationDidFinishLaunching() override {
+    item = platform.statusBar.statusItem(squareStatusItemLength);
+    StatusButton button;
+    button.toolTip = "the title";
+    item->setButton(button);
+    item->setMenu({{{.id = 1, .title = "the row", .enabled = false}}});
+    platform.dispatch.mainQueue().async([this] { platform.application->terminate(); });
+  }
+  void applicationWillTerminate() override {}
+
+ private:
+  Platform& platform;
+  std::unique_ptr<StatusItem> item;
+};
+
+/// The terminal face as a whole program has it.
+struct TerminalHost : ::testing::Test {
+  static void demonstrate() {
+    const auto host = makeHost({.face = Face::terminal});
+    Demonstration demonstration(host->platform());
+    host->platform().application->run(demonstration);
+  }
+
+  /// What appears on a terminal when the variables are so.
+  std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
+    PseudoTerminal terminal;
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      const auto set = [](const char* name, const std::optional<std::string>& value) {
+        value ? setenv(name, value->c_str(), 1) : unsetenv(name);
+      };
+      set("TERM", term);
+      set("NO_COLOR", noColor);
+      const StandardStreams streams(terminal.inside.get(), terminal.inside.get());
+      demonstrate();
+      say("done");
+    });
+    EXPECT_EQ(program.line(), "done");
+    Screen screen(loop, terminal.outside.get());
+    EXPECT_TRUE(screen.shows("> "));
+    return screen.text;
+  }
+
+  EventLoop loop;
+};
+
+TEST_F(TerminalHost, UsesColoursOnATerminal) {
+  EXPECT_NE(shown("xterm", std::nullopt).find("\x1b[1mthe title\x1b[0m"), std::string::npos);
+  EXPECT_NE(shown("xterm", "").find("\x1b[1mthe title\x1b[0m"), std::string::npos);
+}
+
+TEST_F(TerminalHost, UsesNoColoursWhereNobodyWantsThem) {
+  const std::pair<std::optional<std::string>, std::optional<std::string>> environments[] = {
+      {"xterm", "1"}, {"dumb", std::nullopt}, {std::nullopt, std::nullopt}};
+  for (const auto& [term, noColor] : environments) {
+    const std::string text = shown(term, noColor);
+    EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
+    EXPECT_NE(text.find("the title"), std::string::npos) << text;
+  }
+}
+
+TEST_F(TerminalHost, UsesNoColoursInAPipe) {
+  PipeEnds pipe;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    setenv("TERM", "xterm", 1);
+    unsetenv("NO_COLOR");
+    const PseudoTerminal terminal;
+    const StandardStreams streams(terminal.inside.get(), pipe.writing.get());
+    demonstrate();
+    say("done");
+  });
+  ASSERT_EQ(program.line(), "done");
+  Screen screen(loop, pipe.reading.get());
+  EXPECT_TRUE(screen.shows("the row"));
+  EXPECT_EQ(screen.text.find('\x1b'), std::string::npos);
+}
+
+TEST_F(TerminalHost, WorksAsAServiceWithoutInput) {
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  PipeEnds pipe;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    const StandardStreams streams(nothing.get(), pipe.writing.get());
+    demonstrate();
+    say("done");
+  });
+  ASSERT_EQ(program.line(), "done");
+  Screen screen(loop, pipe.reading.get());
+  EXPECT_TRUE(screen.shows("the row"));
+}
+
+TEST_F(TerminalHost, WorksWithAClosedInput) {
+  PipeEnds pipe;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    const StandardStreams streams(-1, pipe.writing.get());
+    demonstrate();
+    say("done");
+  });
+  ASSERT_EQ(program.line(), "done");
+  Screen screen(loop, pipe.reading.get());
+  EXPECT_TRUE(screen.shows("the row"));
+}
+
+TEST_F(TerminalHost, WorksWithAClosedOutput) {
+  PipeEnds pipe;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    const StandardStreams streams(pipe.reading.get(), -1);
+    demonstrate();
+    say("done");
+  });
+  EXPECT_EQ(program.line(), "done");
+}
+
+TEST_F(TerminalHost, WorksWithoutAnyStandardStream) {
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    close(STDERR_FILENO);
+    const StandardStreams streams(-1, -1);
+    demonstrate();
+    say("done");
+  });
+  EXPECT_EQ(program.line(), "done");
+}
+
+TEST_F(TerminalHost, HandsItsTerminalToTheInstanceThatReplacesIt) {
+  const ScratchFolder folder;
+  // The new instance is this test program, which does as its standard input says.
+  std::ofstream(folder.file("input")) << "--gtest_filter=TerminalHost.WorksWithAClosedInput\n";
+  const FileDescriptor input(open(folder.file("input").c_str(), O_RDONLY | O_CLOEXEC));
+  PipeEnds pipe;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    const StandardStreams streams(input.get(), pipe.writing.get());
+    const auto host =
+        makeHost({.face = Face::terminal,
+                  .arguments = {"--gtest_list_tests", "--gtest_filter=-*", "--gtest_flagfile=/dev/stdin"}});
+    if (const auto failure = host->platform().workspace.openNewInstance("")) say(*failure);
+    host->leave(EXIT_FAILURE);
+  });
+  EXPECT_EQ(program.line(), "end");
+  program.waitForEnd();
+  Screen screen(loop, pipe.reading.get());
+  EXPECT_TRUE(screen.shows("TerminalHost.\n  WorksWithAClosedInput\n"));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,305 @@
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <fstream>
+#include <optional>
+
+#include "platform/terminal/TerminalInput.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+using namespace std::string_literals;
+using Lines = std::vector<std::string>;
+
+struct TerminalInputOn : ::testing::Test {
+  /// Makes an input of `descriptor`; -1: of a closed one.
+  void read(int descriptor, bool start = true) {
+    {
+      const StandardStreams streams(descriptor, STDERR_FILENO);
+      input.emplace(loop);
+      left.reset();
+      struct stat state {};
+      if (fstat(STDIN_FILENO, &state) == 0) left = state;
+      char byte = 0;
+      childrenFindTheEnd = ::read(STDIN_FILENO, &byte, 1) == 0;
+    }
+    if (start) begin();
+  }
+  void begin() {
+    input->start([this](const std::string& line) { lines.push_back(line); }, [this] { ++ends; });
+  }
+  bool ended() {
+    return comesTrue(loop, [this] { return ends > 0; });
+  }
+  static void put(const FileDescriptor& descriptor, std::string_view text) {
+    ASSERT_EQ(write(descriptor.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+
+  EventLoop loop;
+  PipeEnds pipe;
+  std::optional<TerminalInput> input;
+  std::optional<struct stat> left;  ///< what stands in for standard input
+  bool childrenFindTheEnd = false;
+  Lines lines;
+  int ends = 0;
+};
+
+TEST_F(TerminalInputOn, APipeIsGivenBackToWhoeverTakesOver) {
+  read(pipe.reading.get(), false);
+  put(pipe.writing, "for the next\n");
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const StandardStreams streams(nothing.get(), STDERR_FILENO);
+  input->giveBack();
+  char buffer[64];
+  const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+  ASSERT_GT(count, 0);
+  EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(count)), "for the next\n");
+  EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), 0) << "must be one that stays open";
+}
+
+TEST_F(TerminalInputOn, APipeThatHasEndedIsNotGivenBack) {
+  read(pipe.reading.get());
+  pipe.writing.reset();
+  ASSERT_TRUE(ended());
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const StandardStreams streams(nothing.get(), STDERR_FILENO);
+  input->giveBack();
+  char byte = 0;
+  EXPECT_EQ(::read(STDIN_FILENO, &byte, 1), 0);
+}
+
+TEST_F(TerminalInputOn, APipeGivesLinesAndOneEnd) {
+  read(pipe.reading.get());
+  put(pipe.writing, "one\n\ntwo\nthree\n");
+  pipe.writing.reset();
+  ASSERT_TRUE(ended());
+  settleQueue(loop);
+  EXPECT_EQ(lines, (Lines{"one", "", "two", "three"}));
+  EXPECT_EQ(ends, 1);
+  EXPECT_FALSE(input->isTerminal());
+}
+
+TEST_F(TerminalInputOn, APipePutsThePiecesOfALineTogether) {
+  read(pipe.reading.get());
+  for (const char* const piece : {"o", "n", "e\ntw", "\xe9", "\x9b", "\xa2\n"}) {
+    put(pipe.writing, piece);
+    settleQueue(loop);
+  }
+  EXPECT_EQ(lines, (Lines{"one", "tw離"}));
+}
+
+TEST_F(TerminalInputOn, APipeGivesALastLineWithoutAnEnd) {
+  read(pipe.reading.get());
+  put(pipe.writing, "one\nlast");
+  settleQueue(loop);
+  EXPECT_EQ(lines, Lines{"one"});
+  pipe.writing.reset();
+  ASSERT_TRUE(ended());
+  EXPECT_EQ(lines, (Lines{"one", "last"}));
+}
+
+TEST_F(TerminalInputOn, APipeThatWasClosedBeforeEnds) {
+  put(pipe.writing, "early\n");
+  pipe.writing.reset();
+  read(pipe.reading.get());
+  ASSERT_TRUE(ended());
+  EXPECT_EQ(lines, Lines{"early"});
+}
+
+TEST_F(TerminalInputOn, AnEmptyPipeThatWasClosedBeforeEnds) {
+  pipe.writing.reset();
+  read(pipe.reading.get());
+  EXPECT_TRUE(ended());
+  EXPECT_EQ(lines, Lines{});
+}
+
+TEST_F(TerminalInputOn, APipeCutsALineThatIsFarTooLong) {
+  read(pipe.reading.get());
+  const std::string much(60000, 'x');
+  for (int time = 0; time < 20; ++time) {
+    put(pipe.writing, much);
+    comesTrue(loop, [this] {
+      int waiting = 0;
+      return ioctl(pipe.reading.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+    });
+  }
+  put(pipe.writing, "\nnext\n");
+  ASSERT_TRUE(comesTrue(loop, [this] { return lines.size() == 2; }));
+  EXPECT_GE(lines[0].size(), 65536u);
+  EXPECT_LT(lines[0].size(), 100000u);
+  EXPECT_EQ(lines[0].find_first_not_of('x'), std::string::npos);
+  EXPECT_EQ(lines[1], "next");
+}
+
+TEST_F(TerminalInputOn, APipeThatNeverRunsDryLeavesTheLoopItsOtherSources) {
+  ForkedProgram flood([this](const ForkedProgram::Say&) {
+    pipe.reading.reset();
+    std::string block;
+    while (block.size() < 65536) block += "x\n";
+    while (write(pipe.writing.get(), block.data(), block.size()) > 0) {
+    }
+  });
+  ForkedProgram reader([this](const ForkedProgram::Say& say) {
+    pipe.writing.reset();
+    EventLoop ownLoop;
+    const StandardStreams streams(pipe.reading.get(), STDERR_FILENO);
+    TerminalInput endless(ownLoop);
+    bool due = false;
+    const EventSource alarm = ownLoop.after(Seconds{0.05}, [&due] { due = true; });
+    endless.start([](const std::string&) {}, [] {});
+    ownLoop.runUntil([&due] { return due; });
+    say("in time");
+  });
+  EXPECT_EQ(reader.line(), "in time");
+}
+
+TEST_F(TerminalInputOn, APipeIsReadOnlyAfterTheStart) {
+  put(pipe.writing, "early\n");
+  read(pipe.reading.get(), false);
+  settleQueue(loop);
+  int waiting = 0;
+  ASSERT_EQ(ioctl(pipe.reading.get(), FIONREAD, &waiting), 0);
+  EXPECT_EQ(waiting, 6);
+  begin();
+  EXPECT_TRUE(comesTrue(loop, [this] { return lines == Lines{"early"}; }));
+}
+
+TEST_F(TerminalInputOn, APipeIsLeftAsItWasForThoseWhoShareIt) {
+  read(pipe.reading.get());
+  EXPECT_EQ(fcntl(pipe.reading.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(TerminalInputOn, ATerminalIsLeftAsItWasForThoseWhoShareIt) {
+  const PseudoTerminal terminal;
+  read(terminal.inside.get());
+  EXPECT_TRUE(input->isTerminal());
+  EXPECT_EQ(fcntl(terminal.inside.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(TerminalInputOn, ATerminalGivesLinesAndGoesOnAfterwards) {
+  const PseudoTerminal terminal;
+  read(terminal.inside.get());
+  put(terminal.outside, "one\ntw");
+  ASSERT_TRUE(comesTrue(loop, [this] { return lines.size() == 1; }));
+  put(terminal.outside, "o\n");
+  ASSERT_TRUE(comesTrue(loop, [this] { return lines.size() == 2; }));
+  EXPECT_EQ(lines, (Lines{"one", "two"}));
+  EXPECT_EQ(ends, 0);
+}
+
+TEST_F(TerminalInputOn, ATerminalEndsWhereTheUserSaysSo) {
+  const PseudoTerminal terminal;
+  read(terminal.inside.get());
+  put(terminal.outside, "one\n\x04");
+  ASSERT_TRUE(ended());
+  EXPECT_EQ(lines, Lines{"one"});
+}
+
+TEST_F(TerminalInputOn, ATerminalThatIsClosedEnds) {
+  PseudoTerminal terminal;
+  read(terminal.inside.get());
+  terminal.inside.reset();
+  terminal.outside.reset();
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(TerminalInputOn, ASocketGivesLinesAndAnEnd) {
+  int ends_[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
+  const FileDescriptor inside(ends_[0]);
+  FileDescriptor outside(ends_[1]);
+  read(inside.get());
+  put(outside, "one\ntwo");
+  settleQueue(loop);
+  EXPECT_EQ(lines, Lines{"one"});
+  outside.reset();
+  ASSERT_TRUE(ended());
+  EXPECT_EQ(lines, (Lines{"one", "two"}));
+}
+
+TEST_F(TerminalInputOn, AFileGivesItsLinesAndAnEnd) {
+  const ScratchFolder folder;
+  std::string longLine(10000, 'y');
+  std::ofstream(folder.file("commands")) << "one\n" << longLine << "\nlast";
+  const FileDescriptor file(open(folder.file("commands").c_str(), O_RDONLY | O_CLOEXEC));
+  read(file.get());
+  EXPECT_EQ(lines, Lines{}) << "nothing comes before the loop runs";
+  ASSERT_TRUE(ended());
+  settleQueue(loop);
+  EXPECT_EQ(lines, (Lines{"one", longLine, "last"}));
+  EXPECT_EQ(ends, 1);
+}
+
+TEST_F(TerminalInputOn, NothingEndsOnce) {
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  read(nothing.get());
+  EXPECT_EQ(ends, 0) << "nothing comes before the loop runs";
+  ASSERT_TRUE(ended());
+  settleQueue(loop);
+  EXPECT_EQ(lines, Lines{});
+  EXPECT_EQ(ends, 1);
+}
+
+TEST_F(TerminalInputOn, AClosedDescriptorEndsOnce) {
+  read(-1);
+  EXPECT_EQ(ends, 0) << "nothing comes before the loop runs";
+  ASSERT_TRUE(ended());
+  settleQueue(loop);
+  EXPECT_EQ(lines, Lines{});
+  EXPECT_EQ(ends, 1);
+}
+
+TEST_F(TerminalInputOn, AnythingThatHasEndedLeavesTheLoopAtRest) {
+  pipe.writing.reset();
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  for (const int descriptor : {pipe.reading.get(), nothing.get(), -1}) {
+    ends = 0;
+    read(descriptor);
+    ASSERT_TRUE(ended());
+    EXPECT_TRUE(isIdle(loop));
+  }
+}
+
+TEST_F(TerminalInputOn, AFolderEnds) {
+  const FileDescriptor folder(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  read(folder.get());
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(TerminalInputOn, AnythingLeavesNothingForChildren) {
+  const PseudoTerminal terminal;
+  for (const int descriptor : {pipe.reading.get(), terminal.inside.get()}) {
+    read(descriptor, false);
+    ASSERT_TRUE(left.has_value());
+    EXPECT_EQ(left->st_rdev, makedev(1, 3));
+    EXPECT_TRUE(childrenFindTheEnd);
+  }
+}
+
+TEST_F(TerminalInputOn, AClosedDescriptorLeavesNothingForChildren) {
+  read(-1, false);
+  ASSERT_TRUE(left.has_value()) << "a child would take the first file that it opens for its standard input";
+  EXPECT_EQ(left->st_rdev, makedev(1, 3));
+  EXPECT_TRUE(childrenFindTheEnd);
+}
+
+TEST_F(TerminalInputOn, AnythingIsKeptFromChildren) {
+  read(pipe.reading.get());
+  int inherited = 0;
+  for (int descriptor = 3; descriptor < 256; ++descriptor) {
+    const int flags = fcntl(descriptor, F_GETFD);
+    struct stat state {};
+    struct stat ours {};
+    if (flags < 0 || fstat(descriptor, &state) != 0 || fstat(pipe.reading.get(), &ours) != 0) continue;
+    if (state.st_ino == ours.st_ino && (flags & FD_CLOEXEC) == 0) ++inherited;
+  }
+  EXPECT_EQ(inherited, 0);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/RecordingTarget.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+/// The face as a job of a session of its own on a terminal, and the shell that rules which job has the
+/// terminal.
+struct TerminalJob : ::testing::Test {
+  void SetUp() override {
+    ASSERT_EQ(shell.line(), "ready");
+    ASSERT_TRUE(screen.shows("row 0"));
+  }
+
+  static void face(int inside, const ForkedProgram::Say& say) {
+    dup2(inside, STDIN_FILENO);
+    dup2(inside, STDOUT_FILENO);
+    EventLoop loop;
+    TerminalFace face(loop, false, false);
+    const auto target = std::make_shared<RecordingTarget>();
+    target->onPerform = [&] { say("performed " + target->performed.back()); };
+    const auto item = face.statusItem(squareStatusItemLength);
+    int version = 0;
+    const auto show = [&] {
+      item->setMenu(
+          {{{.id = 1, .title = "row " + std::to_string(version++), .action = "act", .target = target}}});
+    };
+    show();
+    const EventSource change = loop.onSignal(SIGUSR2, show);
+    bool asked = false;
+    const EventSource question = loop.onSignal(SIGUSR1, [&asked] { asked = true; });
+    for (;;) {
+      loop.runUntil([&asked] { return asked; });
+      asked = false;
+      say(isIdle(loop) ? "idle" : "busy");
+    }
+  }
+
+  void runShell(const ForkedProgram::Say& say) {
+    setsid();
+    const int inside = terminal.inside.get();
+    ioctl(inside, TIOCSCTTY, 0);
+    std::signal(SIGTTOU, SIG_IGN);
+    termios settings{};
+    tcgetattr(inside, &settings);
+    settings.c_lflag |= TOSTOP;
+    tcsetattr(inside, TCSANOW, &settings);
+    const pid_t job = fork();
+    if (job == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      setpgid(0, 0);
+      std::signal(SIGTTOU, SIG_DFL);
+      face(inside, say);
+      _exit(0);
+    }
+    setpgid(job, job);
+    say("ready");
+    char command = 0;
+    while (read(commands.reading.get(), &command, 1) == 1) {
+      if (command == 'f') tcsetpgrp(inside, job);
+      if (command == 'b') tcsetpgrp(inside, getpgrp());
+      if (command == 'c') kill(job, SIGCONT);
+      if (command == 'm') kill(job, SIGUSR2);
+      if (command == 'i') kill(job, SIGUSR1);
+      if (command == '?') {
+        int status = 0;
+        say(waitpid(job, &status, WUNTRACED | WNOHANG) == 0 ? "runs" : "stopped or ended");
+      }
+    }
+    kill(job, SIGKILL);
+    waitpid(job, nullptr, 0);
+  }
+
+  void command(char letter) { ASSERT_EQ(write(commands.writing.get(), &letter, 1), 1); }
+  void type(std::string_view text) {
+    ASSERT_EQ(write(terminal.outside.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  void TearDown() override { commands.writing.reset(); }
+
+  PseudoTerminal terminal;
+  PipeEnds commands;
+  ForkedProgram shell{[this](const ForkedProgram::Say& say) {
+    commands.writing.reset();
+    runShell(say);
+  }};
+  EventLoop loop;
+  Screen screen{loop, terminal.outside.get()};
+};
+
+TEST_F(TerminalJob, GoesOnInTheBackground) {
+  type("1\n");
+  for (int version = 1; version <= 3; ++version) {
+    command('m');
+    EXPECT_TRUE(screen.shows("row " + std::to_string(version)));
+  }
+  command('?');
+  EXPECT_EQ(shell.line(), "runs");
+}
+
+TEST_F(TerminalJob, RestsInTheBackgroundThoughItCannotReadWhatIsThere) {
+  type("1\n");
+  command('m');
+  ASSERT_TRUE(screen.shows("row 1"));
+  command('i');
+  EXPECT_EQ(shell.line(), "idle");
+}
+
+TEST_F(TerminalJob, ReadsInTheForeground) {
+  command('f');
+  command('?');
+  ASSERT_EQ(shell.line(), "runs");
+  type("1\n");
+  EXPECT_EQ(shell.line(), "performed act");
+}
+
+TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
+  type("1\n");
+  command('m');
+  ASSERT_TRUE(screen.shows("row 1"));
+  command('f');
+  command('c');
+  EXPECT_EQ(shell.line(), "performed act");
+}
+
+TEST_F(TerminalJob, ReadsWhenItIsBroughtToTheForegroundWithoutHavingStopped) {
+  type("early\n");
+  command('m');
+  ASSERT_TRUE(screen.shows("row 1"));
+  command('f');
+  command('?');
+  ASSERT_EQ(shell.line(), "runs");
+  type("1\n");
+  EXPECT_EQ(shell.line(), "performed act");
+}
+
+TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {
+  command('f');
+  command('?');
+  ASSERT_EQ(shell.line(), "runs");
+  type("1\n");
+  ASSERT_EQ(shell.line(), "performed act");
+  command('b');
+  command('m');
+  ASSERT_TRUE(screen.shows("row 1"));
+  command('f');
+  command('?');
+  ASSERT_EQ(shell.line(), "runs");
+  type("1\n");
+  EXPECT_EQ(shell.line(), "performed act");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

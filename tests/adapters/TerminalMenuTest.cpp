@@ -1,0 +1,277 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/FakePlatform.h"
+#include "tests/support/RecordingTarget.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+using namespace std::string_literals;
+using Words = std::vector<std::string>;
+
+StatusButton buttonWith(const std::string& toolTip) {
+  StatusButton button;
+  button.toolTip = toolTip;
+  return button;
+}
+
+struct TerminalMenu : ::testing::Test {
+  void SetUp() override {
+    item = rig.face->statusItem(squareStatusItemLength);
+    item->setButton(buttonWith("Kestrune"));
+    item->setMenu(menu);
+    rig.settle();
+  }
+
+  /// What is on the screen from now on.
+  void clear() {
+    rig.settle();
+    rig.screen.text.clear();
+  }
+  std::string onScreen() {
+    rig.settle();
+    return std::exchange(rig.screen.text, {});
+  }
+  std::string after(const std::string& typed) {
+    clear();
+    rig.type(typed);
+    return onScreen();
+  }
+
+  /// The words of the row with that number.
+  Words row(int number) const {
+    std::istringstream lines(rig.screen.text);
+    for (std::string line; std::getline(lines, line);) {
+      std::istringstream words(line);
+      Words found;
+      for (std::string word; words >> word;) found.push_back(word);
+      if (!found.empty() && found.front() == std::to_string(number)) return found;
+    }
+    return {};
+  }
+
+  EventLoop loop;
+  TerminalRig rig{loop, TerminalRig::Line::pipes};
+  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
+  Menu menu{{
+      {.id = 1, .title = "status", .enabled = false, .target = target},
+      {.id = 2, .isSeparator = true, .target = target},
+      {.id = 3, .title = "refresh", .action = "refresh", .keyEquivalent = "r", .target = target},
+      {.id = 4, .title = "restart", .action = "restart", .keyEquivalent = "R", .target = target},
+      {.id = 5, .title = "off", .action = "switch", .keyEquivalent = "a", .checked = false, .target = target},
+      {.id = 6, .title = "on", .action = "other", .keyEquivalent = ",", .checked = true, .target = target},
+      {.id = 7, .title = "no", .action = "no", .keyEquivalent = "n", .enabled = false, .target = target},
+  }};
+  std::unique_ptr<StatusItem> item;
+};
+
+TEST_F(TerminalMenu, ShowsTheTitleAndEveryRowWithItsNumberKeyAndMark) {
+  EXPECT_EQ(rig.screen.count("Kestrune"), 1u);
+  EXPECT_LT(rig.screen.text.find("Kestrune"), rig.screen.text.find("status"));
+  EXPECT_EQ(row(1), (Words{"1", "status"}));
+  EXPECT_EQ(row(2).size(), 2u);
+  EXPECT_EQ(row(3), (Words{"3", "r", "refresh"}));
+  EXPECT_EQ(row(4), (Words{"4", "R", "restart"}));
+  EXPECT_EQ(row(5), (Words{"5", "a", "✗", "off"}));
+  EXPECT_EQ(row(6), (Words{"6", ",", "✓", "on"}));
+  EXPECT_EQ(row(7), (Words{"7", "n", "no"}));
+  EXPECT_EQ(row(8), Words{});
+}
+
+TEST_F(TerminalMenu, AlwaysHasAButton) {
+  EXPECT_TRUE(item->hasButton());
+}
+
+TEST_F(TerminalMenu, IsNotPrintedWhenNothingChanged) {
+  clear();
+  item->setMenu(menu);
+  item->setButton(buttonWith("Kestrune"));
+  EXPECT_EQ(onScreen(), "");
+}
+
+TEST_F(TerminalMenu, IsNotPrintedForWhatATextDoesNotShow) {
+  clear();
+  StatusButton button = buttonWith("Kestrune");
+  button.image = makeTestImage(2, 1, 2, 3);
+  button.accessibilityLabel = "described";
+  item->setButton(button);
+  EXPECT_EQ(onScreen(), "");
+}
+
+TEST_F(TerminalMenu, IsPrintedOnceForAButtonAndAMenu) {
+  clear();
+  menu.items[0].title = "changed";
+  item->setMenu(menu);
+  item->setButton(buttonWith("Kestrune · ok"));
+  menu.items[0].title = "changed again";
+  item->setMenu(menu);
+  rig.settle();
+  EXPECT_EQ(rig.screen.count("Kestrune · ok"), 1u);
+  EXPECT_EQ(row(1), (Words{"1", "changed", "again"}));
+  EXPECT_EQ(rig.screen.count("restart"), 1u);
+}
+
+TEST_F(TerminalMenu, IsPrintedForEachChange) {
+  clear();
+  item->setButton(buttonWith("Kestrune · other"));
+  EXPECT_NE(onScreen().find("refresh"), std::string::npos);
+  menu.items[4].checked = true;
+  item->setMenu(menu);
+  rig.settle();
+  EXPECT_EQ(row(5), (Words{"5", "a", "✓", "off"}));
+}
+
+TEST_F(TerminalMenu, IsPrintedWhenItIsAskedFor) {
+  EXPECT_NE(after("\n").find("refresh"), std::string::npos);
+  EXPECT_NE(after("  \t \n").find("refresh"), std::string::npos);
+  rig.face->printMenu();
+  EXPECT_NE(onScreen().find("refresh"), std::string::npos);
+  EXPECT_EQ(target->performed, CallLog{});
+}
+
+TEST_F(TerminalMenu, PerformsTheRowWhoseNumberIsTyped) {
+  after("3\n");
+  EXPECT_EQ(target->performed, CallLog{"refresh"});
+  after("  6 \t\n");
+  EXPECT_EQ(target->performed, (CallLog{"refresh", "other"}));
+}
+
+TEST_F(TerminalMenu, PerformsTheRowWhoseKeyIsTyped) {
+  after("a\n");
+  after(",\n");
+  EXPECT_EQ(target->performed, (CallLog{"switch", "other"}));
+}
+
+TEST_F(TerminalMenu, DistinguishesSmallFromCapitalKeys) {
+  after("R\n");
+  EXPECT_EQ(target->performed, CallLog{"restart"});
+  after("r\n");
+  EXPECT_EQ(target->performed, (CallLog{"restart", "refresh"}));
+  after("A\n");
+  EXPECT_EQ(target->performed.size(), 2u);
+}
+
+TEST_F(TerminalMenu, TakesSeveralLinesAtOnceInOrder) {
+  after("3\nR\n5\n");
+  EXPECT_EQ(target->performed, (CallLog{"refresh", "restart", "switch"}));
+}
+
+TEST_F(TerminalMenu, SaysThatThereIsNoSuchRow) {
+  for (const std::string typed :
+       {"0", "8", "-1", "+3", "3x", "3 3", "z", "rr", "99999999999999999999", "３"}) {
+    EXPECT_EQ(after(typed + "\n"), "沒有這一列：" + typed + "\n");
+  }
+  EXPECT_EQ(target->performed, CallLog{});
+}
+
+TEST_F(TerminalMenu, SaysThatARowIsOnlyToBeRead) {
+  EXPECT_EQ(after("1\n"), "這一列只供查看：status\n");
+  EXPECT_EQ(after("7\n"), "這一列只供查看：no\n");
+  EXPECT_EQ(after("n\n"), "這一列只供查看：no\n");
+  EXPECT_EQ(after("2\n").rfind("這一列只供查看：", 0), 0u);
+  EXPECT_EQ(target->performed, CallLog{});
+}
+
+TEST_F(TerminalMenu, DoesNotMindATargetThatIsGone) {
+  target.reset();
+  after("3\n");
+  EXPECT_EQ(after("z\n"), "沒有這一列：z\n");
+}
+
+TEST_F(TerminalMenu, MayBeReplacedByTheRowThatIsPerformed) {
+  target->onPerform = [this] { item->setMenu({{{.id = 1, .title = "new"}}}); };
+  after("3\n");
+  EXPECT_EQ(row(1), Words{});
+  clear();
+  rig.face->printMenu();
+  rig.settle();
+  EXPECT_EQ(row(1), (Words{"1", "new"}));
+  EXPECT_EQ(row(2), Words{});
+}
+
+TEST_F(TerminalMenu, StaysAliveWhenNobodyReadsIt) {
+  rig.screen.lookAway();
+  for (int change = 0; change < 3000; ++change) {
+    menu.items[0].title = "change " + std::to_string(change);
+    item->setMenu(menu);
+    settleQueue(loop);
+  }
+  rig.type("3\n");
+  EXPECT_TRUE(comesTrue(loop, [this] { return target->performed == CallLog{"refresh"}; }));
+}
+
+TEST_F(TerminalMenu, StaysAliveWhenItsReaderIsGone) {
+  rig.closeScreen();
+  menu.items[0].title = "changed";
+  item->setMenu(menu);
+  rig.type("unknown\n3\n");
+  EXPECT_TRUE(comesTrue(loop, [this] { return target->performed == CallLog{"refresh"}; }));
+}
+
+TEST_F(TerminalMenu, StaysAliveWhenItsInputHasEnded) {
+  rig.type("3");
+  rig.endInput();
+  rig.settle();
+  EXPECT_EQ(target->performed, CallLog{"refresh"});
+  clear();
+  menu.items[0].title = "supervised";
+  item->setMenu(menu);
+  rig.settle();
+  EXPECT_EQ(row(1), (Words{"1", "supervised"}));
+}
+
+TEST_F(TerminalMenu, TakesLinesThatComeInPiecesOrWithBothLineEnds) {
+  after("1");
+  after("0\n");
+  EXPECT_EQ(target->performed, CallLog{});
+  after("3\r");
+  after("\n");
+  after("R\r\n");
+  EXPECT_EQ(target->performed, (CallLog{"refresh", "restart"}));
+}
+
+TEST_F(TerminalMenu, AnswersAnEndlessLineShortly) {
+  const std::string much(60000, 'x');
+  for (int time = 0; time < 5; ++time) {
+    rig.type(much);
+    for (int round = 0; round < 10; ++round) rig.settle();
+  }
+  clear();
+  rig.type("\n3\n");
+  EXPECT_TRUE(comesTrue(loop, [this] { return target->performed == CallLog{"refresh"}; }));
+  rig.settle();
+  EXPECT_EQ(rig.screen.text, "沒有這一列：" + std::string(197, 'x') + "...\n");
+}
+
+TEST_F(TerminalMenu, LetsNoTextCommandTheTerminal) {
+  clear();
+  menu.items[0].title = "a\x1b[2Jb\tc\rd\u009b31me\u202ef\x07g\0h"s;
+  item->setMenu(menu);
+  item->setButton(buttonWith("x\x1b]0;title\x07y\nz"));
+  rig.settle();
+  EXPECT_NE(rig.screen.text.find("a [2Jb c d 31me f g h\n"), std::string::npos) << rig.screen.text;
+  EXPECT_NE(rig.screen.text.find("x ]0;title y z\n"), std::string::npos) << rig.screen.text;
+  clear();
+  EXPECT_EQ(after("\x1b[31mred\x07\n"), "沒有這一列： [31mred \n");
+}
+
+TEST_F(TerminalMenu, ShortensATitleThatNoScreenHolds) {
+  menu.items[0].title = std::string(1 << 20, 'x');
+  item->setMenu(menu);
+  rig.settle();
+  EXPECT_NE(rig.screen.text.find(" " + std::string(197, 'x') + "...\n"), std::string::npos);
+}
+
+TEST_F(TerminalMenu, ShowsTheTitleOfAButtonWithoutToolTip) {
+  clear();
+  StatusButton button;
+  button.title = "plain";
+  item->setButton(button);
+  EXPECT_NE(onScreen().find("plain\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform/terminal/TerminalOutput.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/HeapInUse.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr std::size_t megabyte = std::size_t{1} << 20;
+
+std::string numberedLines(int count) {
+  std::string text;
+  for (int line = 0; line < count; ++line) text += "line " + std::to_string(line) + "\n";
+  return text;
+}
+
+struct TerminalOutputTo : ::testing::Test {
+  EventLoop loop;
+  PipeEnds pipe;
+  PseudoTerminal terminal;
+};
+
+TEST_F(TerminalOutputTo, APipeIsWholeAndInOrder) {
+  TerminalOutput output(loop, pipe.writing.get());
+  EXPECT_FALSE(output.isTerminal());
+  Screen screen(loop, pipe.reading.get());
+  const std::string text = numberedLines(40000);
+  for (std::size_t at = 0; at < text.size(); at += 5000)
+    output.write(std::string_view(text).substr(at, 5000));
+  EXPECT_TRUE(comesTrue(loop, [&] { return screen.text.size() >= text.size(); }));
+  EXPECT_TRUE(screen.text == text);
+}
+
+TEST_F(TerminalOutputTo, ATerminalIsWholeAndInOrder) {
+  TerminalOutput output(loop, terminal.inside.get());
+  EXPECT_TRUE(output.isTerminal());
+  Screen screen(loop, terminal.outside.get());
+  output.write(numberedLines(5000) + "the end");
+  ASSERT_TRUE(screen.shows("the end"));
+  EXPECT_EQ(screen.count("line "), 5000u);
+  EXPECT_LT(screen.text.find("line 4998"), screen.text.find("line 4999"));
+}
+
+TEST_F(TerminalOutputTo, ASocketIsWholeAndInOrder) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const FileDescriptor inside(ends[0]);
+  const FileDescriptor outside(ends[1]);
+  TerminalOutput output(loop, inside.get());
+  const std::string text = numberedLines(40000);
+  EXPECT_LT(durationOf([&] { output.write(text); }), patience);
+  EXPECT_EQ(fcntl(inside.get(), F_GETFL) & O_NONBLOCK, 0);
+  Screen screen(loop, outside.get());
+  EXPECT_TRUE(comesTrue(loop, [&] { return screen.text.size() >= text.size(); }));
+  EXPECT_TRUE(screen.text == text);
+}
+
+TEST_F(TerminalOutputTo, AFileFollowsWhatIsThere) {
+  const ScratchFolder folder;
+  const std::string path = folder.file("log");
+  const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(write(file.get(), "before\n", 7), 7);
+  TerminalOutput output(loop, file.get());
+  EXPECT_FALSE(output.isTerminal());
+  output.write("menu\n");
+  ASSERT_EQ(write(file.get(), "between\n", 8), 8);
+  output.write("menu again\n");
+  std::stringstream contents;
+  contents << std::ifstream(path).rdbuf();
+  EXPECT_EQ(contents.str(), "before\nmenu\nbetween\nmenu again\n");
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoNeverReadsKeepsNobodyWaiting) {
+  TerminalOutput output(loop, pipe.writing.get());
+  const Seconds spent = durationOf([&] {
+    for (int time = 0; time < 1000; ++time) output.write(std::string(2000, 'x'));
+    settleQueue(loop);
+  });
+  EXPECT_LT(spent, patience);
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoNeverReadsCostsOnlySoMuchMemory) {
+  TerminalOutput output(loop, pipe.writing.get());
+  const auto before = heapInUse();
+  const std::string text(megabyte, 'x');
+  for (int time = 0; time < 300; ++time) output.write(text);
+  EXPECT_LT(heapInUse(), before + 5 * megabyte);
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoReadsAgainIsToldAgain) {
+  TerminalOutput output(loop, pipe.writing.get());
+  for (int time = 0; time < 2000; ++time) output.write(std::string(2000, 'x'));
+  Screen screen(loop, pipe.reading.get());
+  ASSERT_TRUE(comesTrue(loop, [&screen] { return screen.text.size() >= megabyte / 2; }));
+  settleQueue(loop);
+  ASSERT_TRUE(comesTrue(loop, [&] {
+    output.write("news\n");
+    return screen.text.find("news\n") != std::string::npos;
+  }));
+}
+
+TEST_F(TerminalOutputTo, SomeoneElsesTerminalOrPipeKeepsNobodyWaiting) {
+  for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
+    ForkedProgram program([foreign](const ForkedProgram::Say& say) {
+      // What may be written to, but not opened again: so it is after changing to another user.
+      fchmod(foreign, 0);
+      constexpr uid_t nobody = 65534;
+      if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");
+      EventLoop ownLoop;
+      TerminalOutput output(ownLoop, foreign);
+      for (int time = 0; time < 200; ++time) output.write(std::string(2000, 'x'));
+      say("goes on");
+    });
+    EXPECT_EQ(program.line(), "goes on");
+  }
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoIsGoneIsNoFault) {
+  TerminalOutput output(loop, pipe.writing.get());
+  output.write("one\n");
+  pipe.reading.reset();
+  output.write("two\n");
+  output.write("three\n");
+  settleQueue(loop);
+  EXPECT_FALSE(output.isTerminal());
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoGoesWhileSomethingWaitsIsNoFault) {
+  TerminalOutput output(loop, pipe.writing.get());
+  output.write(std::string(megabyte / 2, 'x'));
+  pipe.reading.reset();
+  settleQueue(loop);
+  output.write("two\n");
+  settleQueue(loop);
+}
+
+TEST_F(TerminalOutputTo, AFullDiskIsNoFault) {
+  const FileDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  TerminalOutput output(loop, full.get());
+  output.write("one\n");
+  output.write("two\n");
+  settleQueue(loop);
+}
+
+TEST_F(TerminalOutputTo, AClosedDescriptorIsNoFault) {
+  const int closed = fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 100);
+  close(closed);
+  TerminalOutput output(loop, closed);
+  output.write("one\n");
+  settleQueue(loop);
+  EXPECT_FALSE(output.isTerminal());
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoHasReadAllLeavesTheLoopAtRest) {
+  TerminalOutput output(loop, pipe.writing.get());
+  output.write(std::string(megabyte / 2, 'x'));
+  EXPECT_TRUE(isIdle(loop)) << "while the pipe is full";
+  Screen screen(loop, pipe.reading.get());
+  ASSERT_TRUE(comesTrue(loop, [&screen] { return screen.text.size() == megabyte / 2; }));
+  EXPECT_TRUE(isIdle(loop)) << "when all is read";
+}
+
+TEST_F(TerminalOutputTo, AReaderWhoIsGoneLeavesTheLoopAtRest) {
+  TerminalOutput output(loop, pipe.writing.get());
+  output.write(std::string(megabyte / 2, 'x'));
+  pipe.reading.reset();
+  EXPECT_TRUE(isIdle(loop));
+}
+
+TEST_F(TerminalOutputTo, ASocketWhoseReaderGoesWhileSomethingWaitsIsNoFault) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  // The program that started this one has it open, too.
+  const FileDescriptor inside(ends[0]);
+  FileDescriptor outside(ends[1]);
+  TerminalOutput output(loop, inside.get());
+  output.write(std::string(megabyte, 'x'));
+  outside.reset();
+  EXPECT_TRUE(isIdle(loop));
+  output.write("two\n");
+  EXPECT_TRUE(isIdle(loop));
+}
+
+TEST_F(TerminalOutputTo, AWriterKnowsWhatItDropped) {
+  DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
+  EXPECT_TRUE(writer.write("one\n"));
+  EXPECT_TRUE(writer.write(std::string(2 * megabyte, 'x')))
+      << "one that waits alone may be as long as it likes";
+  EXPECT_FALSE(writer.write("two\n"));
+  {
+    Screen screen(loop, pipe.reading.get());
+    ASSERT_TRUE(comesTrue(loop, [&screen] { return screen.text.size() == 4 + 2 * megabyte; }));
+  }
+  EXPECT_TRUE(writer.write("three\n"));
+  pipe.reading.reset();
+  EXPECT_FALSE(writer.write("four\n"));
+}
+
+TEST_F(TerminalOutputTo, AWriterCountsWhatIsStillToBeWritten) {
+  DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
+  std::string expected;
+  Screen screen(loop, pipe.reading.get());
+  for (int part = 0; part < 5; ++part) {
+    const std::string text(megabyte - 1, static_cast<char>('a' + part));
+    expected += text;
+    ASSERT_TRUE(writer.write(text)) << part;
+    ASSERT_TRUE(comesTrue(loop, [&] { return screen.text.size() > expected.size() - megabyte / 4; }));
+    EXPECT_FALSE(writer.write(std::string(megabyte, '-'))) << part;
+    ASSERT_TRUE(comesTrue(loop, [&] { return screen.text.size() == expected.size(); }));
+  }
+  EXPECT_TRUE(screen.text == expected);
+}
+
+TEST_F(TerminalOutputTo, ADescriptorIsLeftAsItWasForThoseWhoShareIt) {
+  TerminalOutput toPipe(loop, pipe.writing.get());
+  TerminalOutput toTerminal(loop, terminal.inside.get());
+  EXPECT_EQ(fcntl(pipe.writing.get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(fcntl(terminal.inside.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,175 @@
+#include <gtest/gtest.h>
+
+#include "tests/adapters/Loops.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr Seconds interval{0.005};
+constexpr Seconds fewIntervals = 4 * interval;
+constexpr Seconds rounding{0.00001};
+
+template <typename Loop>
+struct TimerContract : ::testing::Test {
+  Loop loop;
+  std::vector<Seconds> ticks;
+  std::unique_ptr<Timer> timer;
+
+  Seconds now() const { return loop.clock.continuousTime(); }
+
+  void schedule(std::function<void()> action = [] {}) {
+    timer = loop.loop.scheduleRepeating(interval, [this, action = std::move(action)] {
+      ticks.push_back(now());
+      action();
+    });
+  }
+  void letTick(std::size_t count) {
+    EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
+  }
+};
+
+using Loops = ::testing::Types<VirtualLoop, RealLoop>;
+TYPED_TEST_SUITE(TimerContract, Loops);
+
+TYPED_TEST(TimerContract, TicksFirstAfterOneInterval) {
+  const Seconds begin = this->now();
+  this->schedule();
+  EXPECT_TRUE(this->ticks.empty());
+  this->letTick(1);
+  EXPECT_GE(this->ticks.at(0) - begin, interval - rounding);
+}
+
+TYPED_TEST(TimerContract, CountsTheFirstIntervalFromTheCallHoweverLongTheLoopWasBusy) {
+  Seconds begin{};
+  this->loop.loop.mainQueue().async([&] {
+    this->loop.keepBusy(fewIntervals);
+    begin = this->now();
+    this->schedule();
+  });
+  this->letTick(1);
+  EXPECT_GE(this->ticks.at(0) - begin, interval - rounding);
+}
+
+TYPED_TEST(TimerContract, TicksAgainAndAgain) {
+  const Seconds begin = this->now();
+  this->schedule();
+  this->letTick(5);
+  EXPECT_GE(this->ticks.at(4) - begin, 5 * interval - rounding);
+}
+
+TYPED_TEST(TimerContract, DoesNotTickAfterItWasInvalidated) {
+  this->schedule();
+  this->letTick(1);
+  this->timer->invalidate();
+  letPass(this->loop, fewIntervals);
+  EXPECT_EQ(this->ticks.size(), 1U);
+}
+
+TYPED_TEST(TimerContract, MayBeInvalidatedAgain) {
+  this->schedule();
+  this->timer->invalidate();
+  this->timer->invalidate();
+  letPass(this->loop, fewIntervals);
+  EXPECT_TRUE(this->ticks.empty());
+}
+
+TYPED_TEST(TimerContract, DoesNotTickAfterItWasInvalidatedAlthoughItWasDueBefore) {
+  this->schedule();
+  this->loop.loop.mainQueue().async([&] {
+    this->loop.keepBusy(2 * interval);
+    this->timer->invalidate();
+  });
+  letPass(this->loop, fewIntervals);
+  EXPECT_TRUE(this->ticks.empty());
+}
+
+TYPED_TEST(TimerContract, MayBeInvalidatedByItsOwnAction) {
+  this->schedule([this] { this->timer->invalidate(); });
+  this->letTick(1);
+  letPass(this->loop, fewIntervals);
+  EXPECT_EQ(this->ticks.size(), 1U);
+}
+
+TYPED_TEST(TimerContract, MayBeDestroyedByItsOwnAction) {
+  // What the action holds must live until it is done.
+  this->schedule([this, text = std::make_shared<std::string>("still there")] {
+    this->timer.reset();
+    EXPECT_EQ(*text, "still there");
+  });
+  this->letTick(1);
+  letPass(this->loop, fewIntervals);
+  EXPECT_EQ(this->ticks.size(), 1U);
+}
+
+TYPED_TEST(TimerContract, IsInvalidatedWhenItIsDestroyed) {
+  this->schedule();
+  this->timer.reset();
+  letPass(this->loop, fewIntervals);
+  EXPECT_TRUE(this->ticks.empty());
+}
+
+TYPED_TEST(TimerContract, LetsGoOfItsActionWhenItIsDestroyed) {
+  auto held = std::make_shared<int>(0);
+  const std::weak_ptr<int> watched = held;
+  this->schedule([held] {});
+  held.reset();
+  EXPECT_FALSE(watched.expired());
+  this->timer.reset();
+  EXPECT_TRUE(watched.expired());
+}
+
+TYPED_TEST(TimerContract, MakesOneTickOfThoseThatWereMissedWhileTheMainThreadWasBusy) {
+  this->schedule();
+  this->loop.loop.mainQueue().async([&] { this->loop.keepBusy(fewIntervals + interval / 2); });
+  this->letTick(2);
+  EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), interval / 2);
+}
+
+TYPED_TEST(TimerContract, MakesOneTickOfThoseThatItsOwnActionMissed) {
+  this->schedule([this] {
+    if (this->ticks.size() == 1) this->loop.keepBusy(fewIntervals + interval / 2);
+  });
+  this->letTick(3);
+  EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), fewIntervals);
+  EXPECT_GE(this->ticks.at(2) - this->ticks.at(1), interval / 2);
+}
+
+TYPED_TEST(TimerContract, MayBeInvalidatedByTheActionOfAnotherThatIsDueAtTheSameTime) {
+  std::unique_ptr<Timer> first;
+  std::unique_ptr<Timer> second;
+  int count = 0;
+  const auto action = [&] {
+    ++count;
+    first.reset();
+    second.reset();
+  };
+  first = this->loop.loop.scheduleRepeating(interval, action);
+  second = this->loop.loop.scheduleRepeating(interval, action);
+  this->loop.loop.mainQueue().async([&] { this->loop.keepBusy(2 * interval); });
+  EXPECT_TRUE(this->loop.letPassUntil([&] { return count > 0; }));
+  letPass(this->loop, fewIntervals);
+  EXPECT_EQ(count, 1);
+}
+
+TYPED_TEST(TimerContract, MayBeReplacedByItsOwnAction) {
+  this->schedule([this] {
+    if (this->ticks.size() == 1) this->schedule();
+  });
+  this->letTick(3);
+  EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), interval - rounding);
+}
+
+TEST(VirtualTimer, MakesOneTickOfTheTimeAsleep) {
+  VirtualLoop machine;
+  int ticks = 0;
+  const auto timer = machine.loop.scheduleRepeating(Seconds{20}, [&] { ++ticks; });
+  machine.loop.suspend(Seconds{3600});
+  EXPECT_EQ(ticks, 1);
+  machine.loop.advance(Seconds{19.9});
+  EXPECT_EQ(ticks, 1);
+  machine.loop.advance(Seconds{0.1});
+  EXPECT_EQ(ticks, 2);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include "platform/tray/TrayAdvice.h"
+#include "tests/support/FakePlatform.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/RoundTrip.h"
+#include "tests/support/SignalState.h"
+#include "tests/support/StubService.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+
+/// A watcher whose one property says whether there is a host.
+StubService::Behaviour watcherWithHost(bool there) {
+  return [there](sd_bus_message* call) {
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_return(call, &reply);
+    sd_bus_message_append(reply, "v", "b", static_cast<int>(there));
+    sd_bus_send(nullptr, reply, nullptr);
+    sd_bus_message_unref(reply);
+    return true;
+  };
+}
+
+struct TrayAdvised : ::testing::Test {
+  SignalState restored;
+  PrivateBus daemon;
+  EventLoop loop;
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop timers{clock, log};
+  SessionBus bus{loop};
+  FakeNotifications notifications{log};
+  RoundTrip trip{bus};
+  std::unique_ptr<StubService> watcher;
+  std::unique_ptr<TrayAdvice> advice;
+
+  void start() {
+    daemon.start();
+    bus.connect();
+    ASSERT_TRUE(trip.succeeds(loop));
+    advice = std::make_unique<TrayAdvice>(bus, timers, notifications);
+  }
+  void watch(StubService::Behaviour behaviour) {
+    watcher = std::make_unique<StubService>(daemon.address(), watcherName, std::move(behaviour));
+  }
+  /// How many were told once `duration` has passed and everybody who was asked has answered.
+  std::size_t adviceAfter(Seconds duration) {
+    timers.advance(duration);
+    if (watcher) {
+      EXPECT_TRUE(comesTrueElsewhere(loop, [this] { return !watcher->calls().empty(); }));
+      watcher->settle();
+    }
+    EXPECT_TRUE(trip.succeeds(loop));
+    return notifications.posted.size();
+  }
+  /// The same after both looks.
+  std::size_t adviceAtLast() {
+    EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+    if (watcher) watcher->newCalls();
+    return adviceAfter(TrayAdvice::secondLook);
+  }
+};
+
+TEST_F(TrayAdvised, IsWhoeverHasNoTray) {
+  start();
+  EXPECT_EQ(adviceAtLast(), 1U);
+  const Notification& said = notifications.posted.at(0);
+  EXPECT_NE(said.body.find("gnome-shell-extension-appindicator"), std::string::npos);
+  EXPECT_NE(said.body.find("再啟動一次 Kestrune"), std::string::npos);
+}
+
+TEST_F(TrayAdvised, IsWhoeverHasAWatcherWithoutAHost) {
+  start();
+  watch(watcherWithHost(false));
+  EXPECT_EQ(adviceAtLast(), 1U);
+}
+
+TEST_F(TrayAdvised, IsNobodyWhoHasATray) {
+  start();
+  watch(watcherWithHost(true));
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+}
+
+TEST_F(TrayAdvised, IsNobodyWhoseTrayComesWithinHalfAMinute) {
+  start();
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience - Seconds{0.1}), 0U);
+  watch(watcherWithHost(true));
+  EXPECT_EQ(adviceAfter(Seconds{0.1}), 0U);
+}
+
+TEST_F(TrayAdvised, IsTheUserOnce) {
+  start();
+  EXPECT_EQ(adviceAtLast(), 1U);
+  EXPECT_EQ(adviceAfter(2 * TrayAdvice::patience), 1U);
+}
+
+TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
+  start();
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  watch(watcherWithHost(true));
+  EXPECT_EQ(adviceAfter(TrayAdvice::secondLook), 0U);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
+TEST_F(TrayAdvised, IsNobodyWhoseTrayRefusesToSay) {
+  start();
+  watch([](sd_bus_message*) { return false; });
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
+TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
+  bus.connect();
+  advice = std::make_unique<TrayAdvice>(bus, timers, notifications);
+  timers.advance(2 * TrayAdvice::patience);
+  EXPECT_TRUE(notifications.posted.empty());
+  daemon.start();
+  EXPECT_EQ(adviceAfter(Seconds{0}), 0U);
+  EXPECT_EQ(adviceAtLast(), 1U);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

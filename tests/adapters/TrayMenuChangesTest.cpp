@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/FakePlatform.h"
+#include "tests/support/HeapInUse.h"
+#include "tests/support/TrayDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+using News = std::vector<std::string>;
+
+struct TrayMenuChanges : TrayDesk {
+  void SetUp() override {
+    TrayDesk::SetUp();
+    item->setMenu(menu);
+    host->news();
+  }
+  /// What the host is told when the menu becomes what it is now.
+  News newsOf() {
+    item->setMenu(menu);
+    return host->news();
+  }
+  std::string revision() {
+    const std::string layout = host->menu("GetLayout", "iias", 0, 0, 0);
+    return layout.substr(0, layout.find(','));
+  }
+
+  Menu menu{{
+      {.id = 1, .title = "status", .enabled = false},
+      {.id = 2, .isSeparator = true},
+      {.id = 3, .title = "stop", .action = "stop", .keyEquivalent = "x"},
+      {.id = 4, .title = "switch", .action = "switch", .checked = false},
+  }};
+};
+
+TEST_F(TrayMenuChanges, AreNotToldWhenThereAreNone) {
+  for (int time = 0; time < 3; ++time) EXPECT_EQ(newsOf(), News{});
+  EXPECT_EQ(revision(), "2");
+}
+
+TEST_F(TrayMenuChanges, DoNotCountWhomARowActsOn) {
+  menu.items[2].target = std::weak_ptr<ActionTarget>();
+  EXPECT_EQ(newsOf(), News{});
+}
+
+TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
+  menu.items[0].title = "other";
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(1, {'label': s 'other'})], []"});
+  menu.items[3].checked = true;
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(4, {'toggle-state': i 1})], []"});
+  menu.items[2].enabled = false;
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(3, {'enabled': b false})], []"});
+  menu.items[2].keyEquivalent = "X";
+  EXPECT_EQ(newsOf(),
+            News{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'x']]})], []"});
+}
+
+TEST_F(TrayMenuChanges, AreToldTogether) {
+  menu.items[0].title = "other";
+  menu.items[3].checked = true;
+  EXPECT_EQ(newsOf(),
+            News{"ItemsPropertiesUpdated [(1, {'label': s 'other'}), (4, {'toggle-state': i 1})], []"});
+}
+
+TEST_F(TrayMenuChanges, NameThePropertiesThatAreGone) {
+  menu.items[2].keyEquivalent.clear();
+  menu.items[3].checked.reset();
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [], [(3, ['shortcut']), (4, ['toggle-state', "
+                           "'toggle-type'])]"});
+}
+
+TEST_F(TrayMenuChanges, NameThePropertiesThatAreNew) {
+  menu.items[0].checked = true;
+  EXPECT_EQ(newsOf(),
+            News{"ItemsPropertiesUpdated [(1, {'toggle-state': i 1, 'toggle-type': s 'checkmark'})], []"});
+}
+
+TEST_F(TrayMenuChanges, ThatNobodySeesAreNotTold) {
+  menu.items[0].title = "status\n";
+  newsOf();
+  menu.items[0].title = "status\t";
+  EXPECT_EQ(newsOf(), News{});
+}
+
+TEST_F(TrayMenuChanges, ThatTheHostIsToldOfCanBeReadAtOnce) {
+  menu.items[0].title = "new";
+  item->setMenu(menu);
+  EXPECT_EQ(host->menu("GetProperty", "is", 1, "label"), "s 'new'");
+}
+
+TEST_F(TrayMenuChanges, CountUpTheRevision) {
+  EXPECT_EQ(revision(), "2");
+  menu.items[0].title = "other";
+  newsOf();
+  EXPECT_EQ(revision(), "3");
+  newsOf();
+  EXPECT_EQ(revision(), "3");
+  menu.items.pop_back();
+  newsOf();
+  EXPECT_EQ(revision(), "4");
+}
+
+TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
+  menu.items.push_back({.id = 5, .title = "more"});
+  EXPECT_EQ(newsOf(), News{"LayoutUpdated 3, 0"});
+  std::swap(menu.items[0], menu.items[2]);
+  EXPECT_EQ(newsOf(), News{"LayoutUpdated 4, 0"});
+  menu.items.erase(menu.items.begin());
+  EXPECT_EQ(newsOf(), News{"LayoutUpdated 5, 0"});
+  menu.items.clear();
+  EXPECT_EQ(newsOf(), News{"LayoutUpdated 6, 0"});
+  EXPECT_EQ(newsOf(), News{});
+}
+
+TEST_F(TrayMenuChanges, OfARowIntoASeparatorAreTold) {
+  menu.items[0] = {.id = 1, .isSeparator = true};
+  EXPECT_EQ(newsOf(),
+            News{"ItemsPropertiesUpdated [(1, {'type': s 'separator'})], [(1, ['enabled', 'label'])]"});
+}
+
+TEST_F(TrayMenuChanges, DoNotMakeTheProcessGrow) {
+  StatusButton button;
+  const ImageRef images[] = {makeTestImage(22, 1, 2, 3), makeTestImage(22, 4, 5, 6)};
+  const auto rebuild = [&](int times) {
+    for (int time = 0; time < times; ++time) {
+      menu.items[0].title = "status " + std::to_string(time);
+      menu.items[3].checked = time % 2 == 0;
+      item->setMenu(menu);
+      button.toolTip = menu.items[0].title;
+      button.image = images[time / 10 % 2];
+      item->setButton(button);
+      if (time % 50 == 0) host->news();
+    }
+    host->news();
+  };
+  rebuild(500);
+  const auto before = heapInUse();
+  rebuild(5000);
+  EXPECT_LT(heapInUse(), before + 128 * 1024);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

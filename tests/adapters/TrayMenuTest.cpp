@@ -1,0 +1,250 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "tests/support/RecordingTarget.h"
+#include "tests/support/TrayDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+using namespace std::string_literals;
+using Texts = std::vector<std::string>;
+
+constexpr auto invalid = "error org.freedesktop.DBus.Error.InvalidArgs";
+
+struct TrayMenu : TrayDesk {
+  void SetUp() override {
+    TrayDesk::SetUp();
+    item->setMenu(menu);
+    settleQueue(loop);
+    host->news();
+  }
+
+  /// What was performed once everything that was asked for is done.
+  CallLog performed() {
+    host->catchUp();
+    settleQueue(loop);
+    return target->performed;
+  }
+
+  std::string labelOf(const std::string& title) {
+    item->setMenu({{{.id = 1, .title = title}}});
+    return host->menu("GetProperty", "is", 1, "label");
+  }
+
+  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
+  Menu menu{{
+      {.id = 1, .title = "status", .enabled = false, .target = target},
+      {.id = 2, .isSeparator = true, .target = target},
+      {.id = 3, .title = "quit", .action = "quit", .keyEquivalent = "q", .target = target},
+      {.id = 4, .title = "off", .action = "switch", .checked = false, .target = target},
+      {.id = 5, .title = "on", .action = "other", .checked = true, .target = target},
+      {.id = 6, .title = "forbidden", .action = "forbidden", .enabled = false, .target = target},
+  }};
+};
+
+constexpr auto row1 = "(1, {'enabled': b false, 'label': s 'status'}, [])";
+constexpr auto row3 = "(3, {'enabled': b true, 'label': s 'quit', 'shortcut': aas [['Control', 'q']]}, [])";
+
+TEST_F(TrayMenu, ListsItsRowsInOrder) {
+  EXPECT_EQ(host->rows(),
+            (Texts{row1, "(2, {'type': s 'separator'}, [])", row3,
+                   "(4, {'enabled': b true, 'label': s 'off', 'toggle-state': i 0, 'toggle-type': s "
+                   "'checkmark'}, [])",
+                   "(5, {'enabled': b true, 'label': s 'on', 'toggle-state': i 1, 'toggle-type': s "
+                   "'checkmark'}, [])",
+                   "(6, {'enabled': b false, 'label': s 'forbidden'}, [])"}));
+}
+
+TEST_F(TrayMenu, HasTheSameRowsAtAnyDepthButTheFirst) {
+  const std::string all = host->menu("GetLayout", "iias", 0, -1, 0);
+  EXPECT_NE(all.find(row3), std::string::npos);
+  EXPECT_EQ(host->menu("GetLayout", "iias", 0, 1, 0), all);
+  EXPECT_EQ(host->menu("GetLayout", "iias", 0, INT32_MAX, 0), all);
+  EXPECT_EQ(host->menu("GetLayout", "iias", 0, 0, 0), "2, (0, {'children-display': s 'submenu'}, [])");
+}
+
+TEST_F(TrayMenu, DescribesOneRow) {
+  EXPECT_EQ(host->menu("GetLayout", "iias", 3, -1, 0), "2, "s + row3);
+  EXPECT_EQ(host->menu("GetLayout", "iias", 1, 0, 0), "2, "s + row1);
+}
+
+TEST_F(TrayMenu, KnowsNoRowThatIsNotThere) {
+  for (const int id : {7, -1, INT32_MAX, INT32_MIN}) {
+    EXPECT_EQ(host->menu("GetLayout", "iias", id, -1, 0), invalid) << id;
+    EXPECT_EQ(host->menu("GetProperty", "is", id, "label"), invalid) << id;
+    EXPECT_EQ(host->menu("AboutToShow", "i", id), invalid) << id;
+    EXPECT_EQ(host->clicked(id), invalid) << id;
+  }
+  EXPECT_EQ(performed(), CallLog{});
+}
+
+TEST_F(TrayMenu, GivesOnlyThePropertiesThatAreAskedFor) {
+  EXPECT_EQ(host->menu("GetLayout", "iias", 3, -1, 2, "label", "no-such-thing"),
+            "2, (3, {'label': s 'quit'}, [])");
+  EXPECT_EQ(host->menu("GetLayout", "iias", 0, 0, 1, "label"), "2, (0, {}, [])");
+  EXPECT_EQ(host->menu("GetLayout", "iias", 3, 0, 1, "no-such-thing"), "2, (3, {}, [])");
+  EXPECT_EQ(host->menu("GetLayout", "iias", 2, 0, 1, "label"), "2, (2, {}, [])");
+}
+
+TEST_F(TrayMenu, GivesThePropertiesOfSeveralRows) {
+  EXPECT_EQ(host->menu("GetGroupProperties", "aias", 3, 3, 99, 1, 1, "label"),
+            "[(3, {'label': s 'quit'}), (1, {'label': s 'status'})]");
+  EXPECT_EQ(host->menu("GetGroupProperties", "aias", 3, 3, 1, 3, 2, "label", "label"),
+            "[(3, {'label': s 'quit'}), (1, {'label': s 'status'})]");
+  EXPECT_EQ(host->menu("GetGroupProperties", "aias", 2, -5, INT32_MIN, 0), "[]");
+  EXPECT_EQ(host->menu("GetGroupProperties", "aias", 1, 2, 0), "[(2, {'type': s 'separator'})]");
+}
+
+TEST_F(TrayMenu, GivesThePropertiesOfAllRowsWhenNoneIsNamed) {
+  EXPECT_EQ(host->menu("GetGroupProperties", "aias", 0, 2, "enabled", "type"),
+            "[(1, {'enabled': b false}), (2, {'type': s 'separator'}), (3, {'enabled': b true}), "
+            "(4, {'enabled': b true}), (5, {'enabled': b true}), (6, {'enabled': b false})]");
+}
+
+TEST_F(TrayMenu, GivesOneProperty) {
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "label"), "s 'quit'");
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "enabled"), "b true");
+  EXPECT_EQ(host->menu("GetProperty", "is", 5, "toggle-state"), "i 1");
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "no-such-thing"), invalid);
+}
+
+TEST_F(TrayMenu, SaysWhichProtocolItSpeaks) {
+  const auto get = [this](const char* name) {
+    return textOf(host->call(TrayHost::menuPath, "org.freedesktop.DBus.Properties", "Get", "ss",
+                             TrayHost::menuInterface, name));
+  };
+  EXPECT_EQ(get("Version"), "u 3");
+  EXPECT_EQ(get("TextDirection"), "s 'ltr'");
+  EXPECT_EQ(get("Status"), "s 'normal'");
+  EXPECT_EQ(get("IconThemePath"), "as []");
+}
+
+TEST_F(TrayMenu, PerformsAClickedRowOnce) {
+  EXPECT_EQ(host->clicked(3), "");
+  EXPECT_EQ(performed(), CallLog{"quit"});
+  EXPECT_EQ(host->clicked(4), "");
+  EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
+}
+
+TEST_F(TrayMenu, AnswersBeforeItPerforms) {
+  BusMessage answer;
+  bool answeredFirst = false;
+  target->onPerform = [&] {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!answer && std::chrono::steady_clock::now() < end) {
+      if (sd_bus_process(host->connection(), nullptr) == 0) sd_bus_wait(host->connection(), 100000);
+    }
+    answeredFirst = answer != nullptr;
+  };
+  sd_bus_slot* slot = nullptr;
+  sd_bus_call_method_async(
+      host->connection(), &slot, host->itemName().c_str(), TrayHost::menuPath, TrayHost::menuInterface,
+      "Event",
+      [](sd_bus_message* reply, void* data, sd_bus_error*) {
+        static_cast<BusMessage*>(data)->reset(sd_bus_message_ref(reply));
+        return 0;
+      },
+      &answer, "isvu", 3, "clicked", "i", 0, 0u);
+  const BusSlot pending(slot);
+  ASSERT_TRUE(comesTrue(loop, [this] { return !target->performed.empty(); }));
+  EXPECT_TRUE(answeredFirst);
+}
+
+TEST_F(TrayMenu, PerformsNothingForAnyOtherEvent) {
+  for (const char* const event : {"opened", "closed", "hovered", "", "CLICKED", "x-vendor-special"}) {
+    EXPECT_EQ(host->menu("Event", "isvu", 3, event, "i", 0, 0u), "") << event;
+    EXPECT_EQ(host->menu("Event", "isvu", 0, event, "s", "", 0u), "") << event;
+  }
+  EXPECT_EQ(host->menu("Event", "isvu", 0, "clicked", "i", 0, 0u), "");
+  EXPECT_EQ(performed(), CallLog{});
+}
+
+TEST_F(TrayMenu, PerformsNoRowThatIsOnlyToBeRead) {
+  for (const int id : {1, 2, 6}) EXPECT_EQ(host->clicked(id), "") << id;
+  EXPECT_EQ(performed(), CallLog{});
+}
+
+TEST_F(TrayMenu, PerformsEventsThatComeInAGroup) {
+  EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 5, 0, "closed", "i", 0, 0u, 3, "clicked", "s", "", 1u, 77,
+                       "clicked", "i", 0, 2u, 5, "hovered", "i", 0, 3u, 4, "clicked", "i", 0, 4u),
+            "[77]");
+  EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
+}
+
+TEST_F(TrayMenu, AnswersAGroupWithoutAnyKnownRowWithAnError) {
+  EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 77, "clicked", "i", 0, 0u, -3, "clicked", "i", 0, 0u),
+            invalid);
+  EXPECT_EQ(host->menu("AboutToShowGroup", "ai", 2, 77, -3), invalid);
+}
+
+TEST_F(TrayMenu, NeedsNoUpdateBeforeItIsShown) {
+  EXPECT_EQ(host->menu("AboutToShow", "i", 0), "false");
+  EXPECT_EQ(host->menu("AboutToShow", "i", 3), "false");
+  EXPECT_EQ(host->menu("AboutToShowGroup", "ai", 4, 0, 3, 99, -1), "[], [99, -1]");
+  EXPECT_EQ(host->news(), Texts{});
+}
+
+TEST_F(TrayMenu, RejectsCallsWithWrongArguments) {
+  EXPECT_EQ(host->menu("Event", "is", 3, "clicked"), invalid);
+  EXPECT_EQ(host->menu("Event", "ssvu", "3", "clicked", "i", 0, 0u), invalid);
+  EXPECT_EQ(host->menu("GetLayout", "ii", 0, -1), invalid);
+  EXPECT_EQ(host->menu("EventGroup", "a(isv)", 1, 3, "clicked", "i", 0), invalid);
+  EXPECT_EQ(host->menu("AboutToShow", "u", 0u), invalid);
+  EXPECT_EQ(performed(), CallLog{});
+}
+
+TEST_F(TrayMenu, DoesNotMindATargetThatIsGone) {
+  target.reset();
+  EXPECT_EQ(host->clicked(3), "");
+  host->catchUp();
+  settleQueue(loop);
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "label"), "s 'quit'");
+}
+
+TEST_F(TrayMenu, PerformsWhatTheUserSawWhenItWasClicked) {
+  target->onPerform = [this] { item->setMenu({}); };
+  EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 3, "clicked", "i", 0, 0u, 4, "clicked", "i", 0, 0u), "[]");
+  EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
+  EXPECT_EQ(host->rows(), Texts{});
+}
+
+TEST_F(TrayMenu, ShowsUnderscoresAndMarkupAsTheyAre) {
+  EXPECT_EQ(labelOf("_my_project__&_<b>R&D</b>"), "s '__my__project____&__<b>R&D</b>'");
+}
+
+TEST_F(TrayMenu, KeepsControlCharactersOutOfLabels) {
+  EXPECT_EQ(labelOf("a\0b\tc\r\nd\x1b[31me\u202ef\u2066g\u2028h\u0085i\x7f"s), "s 'a b c  d [31me f g h i '");
+}
+
+TEST_F(TrayMenu, ReplacesBytesThatAreNotText) {
+  EXPECT_EQ(labelOf("a\xff\xc3(z"), "s 'a  (z'");
+}
+
+TEST_F(TrayMenu, ShortensALabelThatNoScreenHolds) {
+  EXPECT_EQ(labelOf(std::string(1 << 20, 'x')), "s '" + std::string(197, 'x') + "...'");
+  EXPECT_EQ(labelOf(std::string(1 << 20, '_')), "s '" + std::string(2 * 197, '_') + "...'");
+}
+
+TEST_F(TrayMenu, WritesShortcutsWithTheNamesOfTheKeys) {
+  const auto shortcut = [this](const std::string& key) {
+    item->setMenu({{{.id = 1, .title = "row", .action = "act", .keyEquivalent = key}}});
+    return host->menu("GetProperty", "is", 1, "shortcut");
+  };
+  EXPECT_EQ(shortcut("l"), "aas [['Control', 'l']]");
+  EXPECT_EQ(shortcut("r"), "aas [['Control', 'r']]");
+  EXPECT_EQ(shortcut("R"), "aas [['Control', 'Shift', 'r']]");
+  EXPECT_EQ(shortcut(","), "aas [['Control', 'comma']]");
+  item->setMenu({{{.id = 1, .title = "row", .action = "act"}}});
+  EXPECT_EQ(host->rows(), Texts{"(1, {'enabled': b true, 'label': s 'row'}, [])"});
+}
+
+TEST_F(TrayMenu, IsEmptyBeforeItIsSet) {
+  item.reset();
+  item = bar.statusItem(squareStatusItemLength);
+  EXPECT_EQ(host->menu("GetLayout", "iias", 0, -1, 0), "1, (0, {'children-display': s 'submenu'}, [])");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/TrayDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr Seconds atOnce{1.0};  // a call that waits for the bus waits 25 s
+using Registrations = std::vector<std::string>;
+
+Menu oneRow(const std::string& title) {
+  return {{{.id = 1, .title = title}}};
+}
+
+StatusButton buttonWith(const std::string& toolTip) {
+  StatusButton button;
+  button.toolTip = toolTip;
+  return button;
+}
+
+struct TrayRegistration : EmptyDesk {
+  void showItem() {
+    bus.connect();
+    item = bar.statusItem(squareStatusItemLength);
+  }
+  std::string label() { return host->menu("GetProperty", "is", 1, "label"); }
+};
+
+TEST_F(TrayRegistration, TellsTheWatcherThePathOfItsObjectOnce) {
+  daemon.start();
+  showTray();
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  host->catchUp();
+  EXPECT_EQ(host->registrations, Registrations{"/StatusNotifierItem"});
+}
+
+TEST_F(TrayRegistration, WaitsForAWatcherThatStartsLater) {
+  daemon.start();
+  showItem();
+  probe.catchUp(loop);
+  showTray();
+  ASSERT_TRUE(host->hasItem());
+  host->catchUp();
+  EXPECT_EQ(host->registrations, Registrations{"/StatusNotifierItem"});
+}
+
+TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherStartsAnew) {
+  daemon.start();
+  showTray();
+  showItem();
+  item->setMenu(oneRow("still here"));
+  ASSERT_TRUE(host->hasItem());
+  for (int restart = 0; restart < 3; ++restart) {
+    showTray();
+    ASSERT_TRUE(host->hasItem()) << "after restart " << restart;
+    EXPECT_EQ(label(), "s 'still here'");
+  }
+  EXPECT_EQ(probe.connections, 1);
+}
+
+TEST_F(TrayRegistration, IsRepeatedWhenAHostAppears) {
+  daemon.start();
+  showTray();
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  host->announceHost();
+  EXPECT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
+}
+
+TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
+  daemon.start();
+  showTray("org.example.Error.NoHost");
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  host->announceHost();
+  ASSERT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
+  showTray();
+  EXPECT_TRUE(host->hasItem());
+}
+
+TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {
+  daemon.start();
+  showTray();
+  showItem();
+  item->setButton(buttonWith("tip"));
+  item->setMenu(oneRow("before"));
+  ASSERT_TRUE(host->hasItem());
+  host.reset();
+  for (int restart = 1; restart <= 2; ++restart) {
+    daemon.stop();
+    ASSERT_TRUE(comesTrue(loop, [this, restart] { return probe.losses == restart; }));
+    item->setMenu(oneRow("meanwhile"));
+    daemon.start();
+    ASSERT_TRUE(comesTrue(loop, [this, restart] { return probe.connections == restart + 1; }));
+    showTray();
+    ASSERT_TRUE(host->hasItem());
+    EXPECT_EQ(label(), "s 'meanwhile'");
+    EXPECT_EQ(host->property("ToolTip"), "(sa(iiay)ss) ('', [], 'tip', '')");
+    host.reset();
+  }
+}
+
+TEST_F(TrayRegistration, ComesAboutWhenTheBusAppearsAfterTheItem) {
+  showItem();
+  EXPECT_FALSE(bus.isConnected());
+  EXPECT_TRUE(item->hasButton());
+  item->setButton(buttonWith("tip"));
+  item->setMenu(oneRow("early"));
+  daemon.start();
+  ASSERT_TRUE(comesTrue(loop, [this] { return bus.isConnected(); }));
+  showTray();
+  ASSERT_TRUE(host->hasItem());
+  EXPECT_EQ(label(), "s 'early'");
+}
+
+TEST_F(TrayRegistration, DoesNotWaitForABusThatHasStopped) {
+  daemon.start();
+  showTray();
+  daemon.freeze();
+  EXPECT_LT(durationOf([this] {
+              showItem();
+              item->setButton(buttonWith("tip"));
+              item->setMenu(oneRow("waiting"));
+              settleQueue(loop);
+            }),
+            atOnce);
+  daemon.thaw();
+  ASSERT_TRUE(host->hasItem());
+  EXPECT_EQ(label(), "s 'waiting'");
+}
+
+TEST_F(TrayRegistration, SurvivesABusThatStopsAndGoesOn) {
+  daemon.start();
+  showTray();
+  showItem();
+  item->setMenu(oneRow("before"));
+  ASSERT_TRUE(host->hasItem());
+  host->catchUp();
+  daemon.freeze();
+  EXPECT_LT(durationOf([this] {
+              item->setButton(buttonWith("tip"));
+              item->setMenu(oneRow("after"));
+              settleQueue(loop);
+            }),
+            atOnce);
+  daemon.thaw();
+  EXPECT_EQ(label(), "s 'after'");
+  EXPECT_EQ(probe.connections, 1);
+}
+
+TEST_F(TrayRegistration, LeavesAStoppedBusAtOnce) {
+  daemon.start();
+  showTray();
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  daemon.freeze();
+  auto second = std::make_unique<SessionBus>(loop);
+  second->connect();
+  item->setMenu(oneRow("never told"));
+  EXPECT_LT(durationOf([this, &second] {
+              item.reset();
+              second.reset();
+            }),
+            atOnce);
+  daemon.thaw();
+}
+
+TEST_F(TrayRegistration, EndsWithTheItem) {
+  daemon.start();
+  showTray();
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  item.reset();
+  EXPECT_EQ(host->property("Id"), "error org.freedesktop.DBus.Error.UnknownObject");
+  EXPECT_EQ(host->rows(), Registrations{"error org.freedesktop.DBus.Error.UnknownObject"});
+}
+
+}  // namespace
+}  // namespace kestrune::testing

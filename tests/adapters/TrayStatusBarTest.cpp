@@ -1,0 +1,55 @@
+#include <gtest/gtest.h>
+
+#include "platform/tray/TrayStatusBar.h"
+#include "tests/support/RecordingTarget.h"
+#include "tests/support/StandInDialogs.h"
+#include "tests/support/TrayDesk.h"
+
+namespace kestrune::testing {
+namespace {
+
+/// The item of the desktop face, and the window that belongs to it.
+struct TrayStatusBarOn : EmptyDesk {
+  ~TrayStatusBarOn() override {
+    window.close();
+    daemon.stop();
+    EXPECT_TRUE(hasNoChildren(loop));
+  }
+
+  StandInDialogs dialogs{loop};
+  MenuWindow window{loop, dialogs.program(), true};
+  TrayStatusBar statusBar{bus, loop.mainQueue(), window};
+  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
+  Menu menu{{{.id = 1, .title = "stop", .action = "stop", .target = target}}};
+};
+
+TEST_F(TrayStatusBarOn, ATrayShowsTheMenuAsAWindowAtAClick) {
+  daemon.start();
+  showTray();
+  bus.connect();
+  item = statusBar.statusItem(squareStatusItemLength);
+  ASSERT_TRUE(host->hasItem());
+  item->setMenu(menu);
+  settleQueue(loop);
+  EXPECT_TRUE(dialogs.runs.empty());
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "Activate", "ii", 0, 0);
+  DialogsRun& run = dialogs.run();
+  EXPECT_EQ(run.asked<dialogs::ShowMenu>(1).front().menu, menu);
+  run.say(dialogs::Shown{});
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "Activate", "ii", 0, 0);
+  run.asked<dialogs::Raise>(1);
+  run.say(dialogs::Chosen{1});
+  EXPECT_TRUE(run.ends());
+  EXPECT_EQ(target->performed, CallLog{"stop"});
+}
+
+TEST_F(TrayStatusBarOn, ADesktopWithoutATrayHasTheMenuForTheWindowAllTheSame) {
+  item = statusBar.statusItem(squareStatusItemLength);
+  EXPECT_TRUE(item->hasButton());
+  item->setMenu(menu);
+  window.show();
+  EXPECT_EQ(dialogs.run().asked<dialogs::ShowMenu>(1).front().menu, menu);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,125 @@
+"""The installed package in the session of a desktop: for a system in which nothing else is built or installed."""
+
+import json
+import os
+import subprocess
+import unittest
+from pathlib import Path
+
+from desktop import isolation
+from desktop.bus import CLIENT, DAEMON, Bus
+from desktop.session import CONNECTED, PORTS, PROGRAM, Session, listening_ports, running, wait_for_end
+from desktop.xfce import Panel, Screen
+
+APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
+NEXT_VERSION = "/packages/second.deb"
+
+# As a service manager tells the main process of a service that it is.
+AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
+
+PROGRAM_OF_WINDOWS = "KestruneMenuDialogs"
+LOGIN_ROW, REPORT_ROW, RESTART_ROW = 14, 21, 27
+
+
+def program_of(pid):
+    try:
+        return os.readlink(f"/proc/{pid}/exe")
+    except OSError:
+        return ""
+
+
+def processes_of(name):
+    return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
+
+
+class Rehearsal(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        self.session.environment["PATH"] = f"{self.session.bin}:" + self.session.environment["PATH"]
+        self.bus = Bus(self.session)
+        self.screen = Screen(self.session)
+        self.addCleanup(self.screen.close)
+        # So that windows get the keyboard.
+        self.session.spawn("openbox", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.panel = Panel(self.session, self.bus, self.screen)
+
+    def log_in(self):
+        """What a desktop does with the autostart folder, while the service manager starts the unit."""
+        unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
+        self.session.spawn("dex", "--autostart", "--environment", "XFCE", stdout=subprocess.DEVNULL).wait()
+        return unit
+
+    def owner(self):
+        return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0]
+
+    def status(self):
+        return json.loads(self.screen.run(PROGRAM, "--status", "--json"))
+
+    def close_window(self, title):
+        """Waits for the client's window, and closes it; it is to have that title."""
+        window, = self.screen.run("xdotool", "search", "--sync", "--onlyvisible", "--classname", PROGRAM_OF_WINDOWS).split()
+        shown = self.screen.run("xprop", "-id", window, "-notype", "8u", "_NET_WM_NAME").decode()
+        self.assertIn(title, shown)
+        self.screen.screenshot(title)
+        [program] = processes_of(PROGRAM_OF_WINDOWS)
+        self.screen.run("xdotool", "windowfocus", "--sync", window, "key", "Escape")
+        wait_for_end(program)
+
+    def quit(self):
+        [client], services = processes_of("KestruneMenuClient"), self.session.services()
+        self.panel.click_last_row(self.panel.open_menu())
+        for pid in [client, *services]:
+            wait_for_end(pid)
+        self.assertTrue(listening_ports().isdisjoint(PORTS))
+
+    def test_it(self):
+        traffic = self.bus.monitor()
+        self.session.spawn("dex", APPLICATION).wait()
+        traffic.wait_for_status(CONNECTED)
+        self.panel.wait_for_icon(coloured=True)
+        self.assertEqual(self.status()["source"], "client")
+        self.panel.open_menu()
+        self.screen.screenshot("menu")
+        self.screen.run("xdotool", "key", "Escape")
+        self.bus.click(REPORT_ROW)
+        self.close_window("目前狀態")
+        self.bus.click(LOGIN_ROW)
+        self.close_window("已開啟開機自動啟動")
+        entry = self.session.config / "autostart/com.dovrel.kestrune.menuclient.desktop"
+        self.assertIn("\nTryExec=/usr/bin/KestruneMenuClient\n", entry.read_text())
+        self.quit()
+        traffic.close()
+
+        traffic = self.bus.monitor()
+        unit = self.log_in()
+        traffic.wait_for_status(CONNECTED)
+        for pid in processes_of("KestruneMenuClient"):
+            if pid != self.owner():
+                wait_for_end(pid)
+        self.assertEqual(processes_of("KestruneMenuClient"), [self.owner()])
+        if unit.pid != self.owner():
+            self.assertEqual(unit.status(), 0)
+        self.assertEqual(processes_of(PROGRAM_OF_WINDOWS), [])
+        self.panel.wait_for_icon(coloured=True)
+        self.screen.screenshot("after the login")
+        traffic.close()
+
+        before = self.owner()
+        subprocess.run(["apt-get", "-q", "-y", "install", NEXT_VERSION], check=True)
+        self.assertEqual(self.owner(), before)
+        self.assertEqual(program_of(before), f"{PROGRAM} (deleted)")
+        self.assertEqual(self.status()["source"], "client")
+        self.bus.click(REPORT_ROW)
+        self.close_window("目前狀態")
+        traffic = self.bus.monitor()
+        self.bus.click(RESTART_ROW)
+        traffic.wait("NameOwnerChanged", lambda data: data[0] == CLIENT and data[2])
+        traffic.wait_for_status(CONNECTED)
+        self.assertEqual(program_of(self.owner()), str(PROGRAM))
+        self.panel.wait_for_icon(coloured=True)
+        self.screen.screenshot("after the upgrade")
+        traffic.close()
+        self.quit()
+
+
+isolation.main()

@@ -1,0 +1,206 @@
+"""What the client says to other programs: --status from the one that runs or from a check, and --diagnose."""
+
+import json
+import os
+import signal
+import subprocess
+import unittest
+
+from desktop import isolation
+from desktop.bus import CLIENT, DAEMON, Bus, SystemBus
+from desktop.service import SECRET
+from desktop.session import CONNECTED, PROGRAM, Session, Text, own
+
+NO_CLIENT = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。\n"
+
+
+class StatusTest(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+
+    def status(self, *options):
+        """The exit status and the output of a question, which never complains."""
+        status, output, errors = self.session.run("--status", *options)
+        self.assertEqual(errors, "")
+        return status, output
+
+    def json(self):
+        status, output = self.status("--json")
+        self.assertEqual(output.count("\n"), 1)
+        return status, json.loads(output)
+
+    def follow(self, *options):
+        process = self.session.spawn(PROGRAM, "--status", "--follow", *options, stdout=subprocess.PIPE)
+        return process, Text(own(process.stdout))
+
+    @staticmethod
+    def wait_for_line(text, condition):
+        return text.wait(lambda all: [line for line in map(json.loads, all.splitlines(keepends=True)[:all.count("\n")])
+                                      if condition(line)], "such line")[-1]
+
+
+class WithoutAClient(StatusTest):
+    def test_it_is_checked(self):
+        self.session.backend("refresh")
+        status, said = self.json()
+        self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 1))
+        self.assertEqual((said["project"], said["thread"], said["network"]),
+                         ("Kestrune Menu Client", "Tray menu and status lamp", "網路未連線"))
+        status, text = self.status()
+        self.assertEqual((status, text.splitlines()[0]), (0, CONNECTED))
+        self.assertTrue(text.endswith(NO_CLIENT))
+
+    def test_a_check_starts_and_stops_nothing(self):
+        self.session.note_commands()
+        before = sorted(path for path in self.session.root.rglob("*") if not path.name.endswith(".pyc"))
+        status, said = self.json()
+        self.assertEqual((status, said["lamp"]), (4, "error"))
+        self.assertEqual(self.session.events.next(), "status asked")
+        after = sorted(path for path in self.session.root.rglob("*") if not path.name.endswith(".pyc"))
+        self.assertEqual(after, before)
+        self.assertEqual(self.session.processes(), [])
+
+    def test_a_check_of_a_working_backend_leaves_it_alone(self):
+        self.session.backend("refresh")
+        before = self.session.services()
+        self.status()
+        self.assertEqual(self.session.services(), before)
+
+    def test_with_automatic_connection_off_nothing_runs(self):
+        self.session.prefer('{"autoConnectEnabled": false}')
+        self.session.stub_backend('touch "$HOME/touched"\n')
+        status, text = self.status()
+        self.assertEqual(status, 3)
+        self.assertIn("🟡 連線狀態：已停用，不會啟動背景服務\n", text)
+        self.assertIn("檢查時間：尚未檢查\n", text)
+        self.assertFalse((self.session.home / "touched").exists())
+
+    def test_an_interrupted_check_leaves_no_process(self):
+        self.session.stub_backend('echo "status asked" > "$HOME/events"; sleep 1000\n')
+        process, text = self.follow("--json")
+        self.assertEqual(self.session.events.next(), "status asked")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(), 1)
+        self.assertEqual(text.all(), "")
+        text.close()
+        self.assertEqual(self.session.processes(), [])
+
+    def test_what_does_not_go_together(self):
+        for options in (["--json"], ["--follow"], ["--waybar"], ["--status", "--terminal"], ["--status", "--background"],
+                        ["--status", "--diagnose"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
+            with self.subTest(options=options):
+                status, output, errors = self.session.run(*options)
+                self.assertEqual((status, output), (2, ""))
+                self.assertIn("Usage:", errors)
+
+
+class WithAClient(StatusTest):
+    def setUp(self):
+        super().setUp()
+        self.session.backend("refresh")
+        self.client = self.session.terminal()
+        self.assertEqual(self.client.checked().status, CONNECTED)
+
+    def test_it_is_asked_and_does_nothing_for_it(self):
+        menus = len(self.client.menus())
+        self.session.note_commands()
+        self.session.stub_backend('touch "$HOME/touched"\n')
+        status, said = self.json()
+        self.assertEqual((status, said["lamp"], said["source"]), (0, "ok", "client"))
+        self.assertFalse((self.session.home / "touched").exists())
+        self.assertEqual(len(self.client.menus()), menus)
+
+    def test_it_is_followed_until_it_ends(self):
+        process, text = self.follow("--json")
+        self.wait_for_line(text, lambda line: line["lamp"] == "ok" and line["source"] == "client")
+        self.session.stub_backend("echo '[FAIL] tunnel: 斷了'\n")
+        self.client.type("s")
+        self.wait_for_line(text, lambda line: line["lamp"] == "error" and line["source"] == "client")
+        self.client.process.kill()
+        self.wait_for_line(text, lambda line: line["source"] == "check")
+        process.terminate()
+        self.assertEqual(process.wait(), 4)
+        text.close()
+
+    def test_waybar_reads_a_line_for_each_change(self):
+        process, text = self.follow("--waybar")
+        line = self.wait_for_line(text, lambda line: line["class"] == "ok")
+        self.assertEqual((line["text"], line["alt"]), ("🟢", "ok"))
+        self.assertTrue(line["tooltip"].startswith(CONNECTED + "\n"))
+        process.terminate()
+        self.assertEqual(process.wait(), 0)
+        text.close()
+
+    def test_a_follower_ends_with_its_reader(self):
+        near, far = os.pipe()
+        process = self.session.spawn(PROGRAM, "--status", "--follow", "--json", stdout=far)
+        os.close(far)
+        self.assertTrue(os.read(near, 1))
+        os.close(near)
+        process.wait()
+
+    def test_one_that_hangs_is_not_waited_for(self):
+        self.client.process.send_signal(signal.SIGSTOP)
+        status, said = self.json()
+        self.client.process.send_signal(signal.SIGCONT)
+        self.assertEqual((status, said["source"], said["lamp"]), (0, "check", "ok"))
+
+    def test_its_successor_is_found(self):
+        self.client.type("R")
+        self.client.checked()
+        self.assertEqual(self.json()[1]["source"], "client")
+
+
+class Diagnosis(StatusTest):
+    def diagnosis(self):
+        status, output, errors = self.session.run("--diagnose")
+        self.assertEqual(status, 0)
+        return output, errors
+
+    def test_without_anything(self):
+        text, errors = self.diagnosis()
+        self.assertRegex(text, r"^KestruneMenuClient \d+\.\d+\.\d+\n")
+        for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Client that answers: none",
+                     "Session bus: does not answer", "Tray: none", "  DISPLAY: not set",
+                     "Automatic connection: on", "  lsof: /usr/bin/lsof"):
+            self.assertIn(line + "\n", text)
+        self.assertRegex(text, r"\nWindows: KestruneMenuDialogs \d.*, no display\n")
+        self.assertIn("no session bus", errors)
+
+    def test_paths_cannot_do_more_than_be_read(self):
+        self.session.environment["KESTRUNE_REPO_PATH"] = "/a\x1b[31m\nTray: forged"
+        text, _ = self.diagnosis()
+        self.assertNotIn("\x1b", text)
+        self.assertIn("Backend: /a [31m Tray: forged, named", text)
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        for option in ("--diagnose", "--status", "--help"):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                self.assertEqual(self.session.start(option, stdout=full).status(), 1, option)
+
+    def test_with_a_client_and_its_session(self):
+        bus = Bus(self.session)
+        SystemBus(self.session)
+        (self.session.repo / ".env").write_text(f"KESTRUNE_MAC_SERVICE_TOKEN={SECRET}\nKESTRUNE_APP_TOKEN={SECRET}\n")
+        started = self.session.home / "started"
+        self.session.program("a-watcher", f"touch '{started}'\n")
+        (bus.services / "watcher.service").write_text(
+            f"[D-BUS Service]\nName=org.gnome.SessionManager\nExec={self.session.bin / 'a-watcher'}\n")
+        bus.call(DAEMON, "ReloadConfig")
+        traffic = bus.monitor()
+        client = self.session.start("--background")
+        bus.wait_for_owner(CLIENT)
+        text, errors = self.diagnosis()
+        self.assertEqual(errors, "")
+        self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
+        self.assertIn(f"Client on the bus: KestruneMenuCli (process {client.pid})\n", text)
+        self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
+        self.assertIn("  token of the local service: set\n", text)
+        self.assertNotIn(SECRET, text)
+        # It is not told to show its menu, and nothing is started for the occasion.
+        self.assertEqual(traffic.said("Activate"), [])
+        self.assertFalse(started.exists())
+        traffic.close()
+
+
+isolation.main()

@@ -1,0 +1,135 @@
+"""The lines by which the client of this host stops the backend, run as the client runs them, on real processes."""
+
+import signal
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+from desktop import isolation
+from desktop.session import BUILD, PATIENCE, Session, listening_ports, wait_for_end
+
+# Ways in which the parts of a backend are called.
+PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
+         "halvask-mac-service", "/bin/sh ./halvask-desktop-bridge.sh",
+         "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
+# No part of one, however similar.
+OTHERS = ("kestrune-mac-client status", "com.kestrune.mac-service", "ssh -L 127.0.0.1:18765:127.0.0.1:9000 relay",
+          "kestrune mac-service", "sleep")
+UNITS = ("com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
+         "com.halvask.mac-service", "com.halvask.mac-tunnel", "com.halvask.desktop-bridge")
+PORTS = {8765, 8766}
+STOP_LIMIT = 8.0
+
+# Notes how it is called, and fails as for a unit that there is not.
+SYSTEMCTL = 'echo "$*" >> "$HOME/units"\nexit 5\n'
+
+# Takes no hint.
+LISTENER = """
+import signal, socket, sys
+signal.signal(signal.SIGTERM, signal.SIG_IGN)
+family, address, port = int(sys.argv[1]), sys.argv[2], int(sys.argv[3])
+listener = socket.socket(family)
+# The connections that an earlier listener left may still hold the port.
+listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+listener.bind((address, port))
+listener.listen()
+print("ready", flush=True)
+connections = []
+while True:
+    connections.append(listener.accept())
+"""
+
+VISITOR = """
+import signal, socket, sys
+connection = socket.create_connection(("127.0.0.1", int(sys.argv[1])))
+print("ready", flush=True)
+signal.pause()
+"""
+
+
+class StopScript(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        self.script = subprocess.run([BUILD / "tests/print_stop_script"], capture_output=True, check=True,
+                                     text=True).stdout
+
+    def stop(self):
+        begin = time.monotonic()
+        done = subprocess.run(["/bin/bash", "-lc", self.script], env=self.session.environment, cwd=self.session.home,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              timeout=PATIENCE, start_new_session=True)
+        self.assertLess(time.monotonic() - begin, STOP_LIMIT)
+        # A shell that its own lines had ended would not say that all is well.
+        self.assertEqual(done.returncode, 0, done.stdout)
+        return done.stdout
+
+    def called(self, words):
+        """A process whose command line begins with these words."""
+        return self.session.spawn("/bin/bash", "-c", 'exec -a "$0" sleep 1000', words)
+
+    def python(self, program, *arguments):
+        process = self.session.spawn(sys.executable, "-c", program, *map(str, arguments), stdout=subprocess.PIPE)
+        self.addCleanup(process.stdout.close)
+        self.assertEqual(process.stdout.readline(), b"ready\n")
+        return process
+
+    def listener(self, port, family=socket.AF_INET, address="127.0.0.1"):
+        return self.python(LISTENER, int(family), address, port)
+
+    def assertEnd(self, processes, number):
+        for process in processes:
+            with self.subTest(process=process.args):
+                wait_for_end(process.pid)
+                self.assertEqual(process.wait(), -number)
+
+    def assertRun(self, processes):
+        for process in processes:
+            with self.subTest(process=process.args):
+                self.assertIsNone(process.poll())
+
+    def test_reaches_every_line_and_nobody_else(self):
+        self.session.program("systemctl", SYSTEMCTL)
+        parts = [self.called(words) for words in PARTS]
+        others = [self.called(words) for words in OTHERS]
+        listeners = [self.listener(port) for port in sorted(PORTS)]
+        listeners.append(self.listener(8765, socket.AF_INET6, "::1"))
+        bystander = self.listener(8767)
+        visitors = [self.python(VISITOR, port) for port in (*sorted(PORTS), 8767)]
+
+        self.assertEqual(self.stop(), "")
+
+        units = (self.session.home / "units").read_text().splitlines()
+        self.assertEqual(units, [f"--user --no-block --no-ask-password stop {unit}.service" for unit in UNITS])
+        self.assertEnd(parts, signal.SIGTERM)
+        self.assertEnd(listeners, signal.SIGKILL)
+        self.assertEqual(listening_ports(), {8767})
+        self.assertRun([*others, bystander, *visitors])
+
+    def test_says_nothing_when_there_is_nothing_to_stop(self):
+        self.session.program("systemctl", "")
+        self.assertEqual(self.stop(), "")
+
+    def test_does_not_need_a_service_manager(self):
+        # The real tool, which finds no manager in this session.
+        listener = self.listener(8766)
+        self.assertEqual(self.stop(), "")
+        self.assertEnd([listener], signal.SIGKILL)
+        # What it would say tells that it knows its options.
+        self.script = self.script.replace("2>/dev/null", "")
+        output = self.stop().splitlines()
+        self.assertEqual(len(output), len(UNITS), output)
+        for line in output:
+            self.assertRegex(line, "connect to .*bus")
+
+    def test_reaches_the_last_line_in_time_when_the_service_manager_hangs(self):
+        self.session.program("systemctl", "exec sleep 1000\n")
+        listener = self.listener(8766)
+        self.assertEqual(self.stop(), "")
+        self.assertEnd([listener], signal.SIGKILL)
+        self.assertEqual(self.session.processes(), [])
+
+
+if __name__ == "__main__":
+    isolation.main()

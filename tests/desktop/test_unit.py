@@ -1,0 +1,79 @@
+"""The client as the main process of a service, which is over for the service manager when that process is."""
+
+import unittest
+from pathlib import Path
+
+from desktop import isolation
+from desktop.bus import CLIENT, DAEMON, Bus
+from desktop.session import CONNECTED, SOURCE, Session, running, wait_for_end
+
+COMMAND, = [line.removeprefix("ExecStart=")
+            for line in (SOURCE / "packaging/kestrune-menu-client.service").read_text().splitlines()
+            if line.startswith("ExecStart=")]
+
+# As a service manager tells the main process of a service that it is.
+AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
+
+
+class Unit(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        self.bus = Bus(self.session)
+        self.traffic = self.bus.monitor()
+        self.addCleanup(self.traffic.close)
+        self.session.backend("refresh")
+
+    def start(self, **options):
+        program, *arguments = COMMAND.split()
+        self.assertEqual(program, "KestruneMenuClient")
+        client = self.session.start(*arguments, **options)
+        self.traffic.wait_for_status(CONNECTED)
+        return client
+
+    def restart(self):
+        """By the menu, until the new instance is connected: its process."""
+        services = self.session.services()
+        traffic = self.bus.monitor()
+        self.addCleanup(traffic.close)
+        self.bus.click(27)
+        traffic.wait("NameOwnerChanged", lambda data: data[0] == CLIENT and data[2])
+        traffic.wait_for_status(CONNECTED)
+        # It has ended as it does when it quits.
+        for pid in services:
+            wait_for_end(pid)
+        return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0]
+
+    def test_it_starts_anew_in_its_own_process(self):
+        client = self.start(through=["sh", "-c", AS_SERVICE])
+        self.assertEqual(self.restart(), client.pid)
+        # The new instance knows as well what it is.
+        self.assertEqual(self.restart(), client.pid)
+        self.assertEqual(client.end(), 0)
+
+    def test_what_was_opened_before_is_reaped_by_the_new_instance(self):
+        self.session.program("xdg-open", 'echo $$ > "$HOME/events"\nread -r < "$HOME/gate"\n')
+        path = f"{self.session.bin}:{self.session.environment['PATH']}"
+        client = self.start(through=["sh", "-c", AS_SERVICE], environment={"PATH": path})
+        self.bus.click(25)
+        opened = int(self.session.events.next())
+        self.assertEqual(self.restart(), client.pid)
+        self.assertIn(opened, running())
+        self.session.gate.open()
+        wait_for_end(opened)
+        # What is asked the second time is answered after everything that had happened the first time.
+        for _ in range(2):
+            self.bus.rows()
+        self.assertFalse(Path(f"/proc/{opened}").exists())
+        self.assertEqual(client.end(), 0)
+
+    def test_a_descendant_of_another_service_gives_way_to_another_process(self):
+        client = self.start(environment={"SYSTEMD_EXEC_PID": "1"})
+        successor = self.restart()
+        self.assertEqual(client.status(), 0)
+        self.assertNotEqual(successor, client.pid)
+        self.bus.click(29)
+        wait_for_end(successor)
+
+
+if __name__ == "__main__":
+    isolation.main()

@@ -1,0 +1,141 @@
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr auto disabledRow = "🟡 連線狀態：已停用，不會啟動背景服務";
+
+struct AutoConnectToggle : ControllerTest {
+  AutoConnectToggle() { makeStatusItem(); }
+
+  const Alert onWindow = informationWindow("已開啟自動連線",
+                                           "之後換 Wi\xE2\x80\x91"
+                                           "Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。");
+  const Alert offWindow =
+      informationWindow("已關閉自動連線", "已停止本地服務、桌面橋接與反向隧道；之後換網時也不會自動重連。");
+};
+
+TEST_F(AutoConnectToggle, SwitchedOffShowsTheDisabledStateAndItsWindowBeforeTheStopHasRun) {
+  controller->ensureSleepAssertion();
+  newCalls();
+  controller->performAction("toggleAutoConnect");
+  machine.loop.runMain();
+  EXPECT_EQ(
+      newCalls(),
+      (CallLog{"release display assertion", "release system assertion", std::string("setMenu ") + disabledRow,
+               "setButton Kestrune · 檢查中 · 未同步", "present alert", "show alert 已關閉自動連線"}));
+  EXPECT_TRUE(isStored("autoConnectEnabled", false));
+  EXPECT_EQ(machine.loop.workerJobs(), 1U);
+  EXPECT_EQ(machine.statusBar.row(15).checked, false);
+  EXPECT_EQ(machine.alerts.shown, std::vector{offWindow});
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffQueuesTheStopBeforeAnythingIsShown) {
+  int seen = 0;
+  machine.statusBar.whenMenuIsSet = [&] {
+    ++seen;
+    EXPECT_EQ(machine.loop.workerJobs(), 1U);
+    EXPECT_TRUE(isStored("autoConnectEnabled", false));
+  };
+  controller->performAction("toggleAutoConnect");
+  EXPECT_EQ(seen, 1);
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffRunsTheStopScriptOnTheWorkerForEightSecondsAtMost) {
+  stopAnswers({.runtime = Seconds{60}});
+  controller->performAction("toggleAutoConnect");
+  EXPECT_NEAR(timeOfWorkerJob().count(), 8.2, 0.051);
+  ASSERT_EQ(machine.processes.launches.size(), 1U);
+  EXPECT_EQ(machine.processes.launches[0].arguments,
+            (std::vector<std::string>{"-lc", controller->backendServiceStopCommand()}));
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffIgnoresWhatComesOfTheStop) {
+  for (const ChildScript& script :
+       {ChildScript{.output = "[FAIL] Codex CLI: x"}, ChildScript{.status = 1, .output = "x"},
+        ChildScript{.runtime = Seconds{60}, .ignoresTerminate = true, .ignoresInterrupt = true}}) {
+    setAutoConnect(true);
+    stopAnswers(script);
+    controller->performAction("toggleAutoConnect");
+    machine.loop.runMain();
+    const auto menus = machine.statusBar.menus.size();
+    const auto windows = machine.alerts.shown.size();
+    machine.loop.settle();
+    EXPECT_EQ(machine.statusBar.menus.size(), menus);
+    EXPECT_EQ(machine.alerts.shown.size(), windows);
+    machine.alerts.answer(0);
+  }
+  EXPECT_EQ(stops(), 3U);
+  EXPECT_EQ(state.codexVersionSummary, "Codex：尚未檢查");
+}
+
+TEST_F(AutoConnectToggle, SwitchedOnAsksForItsWindowBeforeTheReconnectIsShown) {
+  setAutoConnect(false);
+  controller->performAction("toggleAutoConnect");
+  EXPECT_EQ(newCalls(), CallLog{"present alert"});
+  EXPECT_FALSE(state.reconnectInProgress);
+  EXPECT_EQ(machine.loop.workerJobs(), 1U);
+  machine.loop.runMain();
+  EXPECT_EQ(newCalls(), (CallLog{"create display assertion", "create system assertion",
+                                 "setMenu 🟡 連線狀態：正在重新連線…",
+                                 "setButton Kestrune · 檢查中 · 目前專案", "show alert 已開啟自動連線"}));
+  EXPECT_TRUE(isStored("autoConnectEnabled", true));
+  EXPECT_EQ(machine.statusBar.row(15).checked, true);
+}
+
+TEST_F(AutoConnectToggle, SwitchedOnReconnectsWithoutAnotherWindow) {
+  setAutoConnect(false);
+  refreshAnswers({.status = 1, .output = "x"});
+  choose("toggleAutoConnect");
+  machine.alerts.answer(0);
+  machine.loop.advance(Seconds{5});
+  EXPECT_EQ(reconnects(), 1U);
+  EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_EQ(machine.alerts.shown, std::vector{onWindow});
+  EXPECT_TRUE(machine.notifications.posted.empty());
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffAndOnStopsBeforeItReconnects) {
+  controller->performAction("toggleAutoConnect");
+  choose("toggleAutoConnect");
+  ASSERT_EQ(machine.processes.launches.size(), 2U);
+  EXPECT_EQ(machine.processes.launches[0].arguments.back(), controller->backendServiceStopCommand());
+  EXPECT_EQ(machine.processes.launches[1].arguments.back(), controller->backendCommandLine("refresh"));
+  machine.alerts.answer(0);
+  EXPECT_EQ(machine.alerts.shown, (std::vector{offWindow, onWindow}));
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffDuringARefreshShowsTheOldLampOnceMoreUntilTheNextTick) {
+  controller->startPeriodicRefresh();
+  controller->refreshStatus(false);
+  controller->performAction("toggleAutoConnect");
+  EXPECT_EQ(statusRow(), disabledRow);
+  machine.loop.settle();
+  EXPECT_EQ(statusRow(), "🟢 連線狀態：已連線");
+  EXPECT_TRUE(machine.powerAssertions.held.empty());
+  machine.loop.advance(Seconds{20.1});
+  EXPECT_EQ(statusRow(), disabledRow);
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffDuringAReconnectLeavesTheConnectionCommandAsItIs) {
+  refreshAnswers({.runtime = Seconds{3}});
+  controller->reconnectServices(false);
+  machine.loop.runMain();
+  controller->performAction("toggleAutoConnect");
+  EXPECT_EQ(statusRow(), disabledRow);
+  EXPECT_EQ(machine.statusBar.row(18).title, "正在重新檢查並恢復連線…");
+  EXPECT_TRUE(state.reconnectInProgress);
+}
+
+TEST_F(AutoConnectToggle, SwitchedOffKeepsTheControllerUntilTheStopHasRun) {
+  const std::weak_ptr<AppDelegate> weak = controller;
+  controller->performAction("toggleAutoConnect");
+  controller.reset();
+  EXPECT_FALSE(weak.expired());
+  machine.loop.settle();
+  EXPECT_EQ(stops(), 1U);
+  EXPECT_TRUE(weak.expired());
+}
+
+}  // namespace
+}  // namespace kestrune::testing

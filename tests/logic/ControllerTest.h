@@ -1,0 +1,140 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "tests/support/AppDelegateState.h"
+#include "tests/support/FakePlatform.h"
+
+namespace kestrune {
+
+inline void PrintTo(const MenuItem& item, std::ostream* stream) {
+  *stream << item.id << (item.isSeparator ? " separator" : "") << " \"" << item.title << "\" action \""
+          << item.action << "\" key \"" << item.keyEquivalent << "\""
+          << (item.checked ? (*item.checked ? " on" : " off") : "") << (item.enabled ? "" : " disabled");
+}
+
+inline void PrintTo(const Menu& menu, std::ostream* stream) {
+  *stream << ::testing::PrintToString(menu.items);
+}
+
+inline void PrintTo(const View& view, std::ostream* stream) {
+  *stream << "kind " << static_cast<int>(view.kind) << " id \"" << view.identifier << "\" \"" << view.text
+          << "\" placeholder \"" << view.placeholder << "\" action \"" << view.action << "\" called \""
+          << view.accessibilityLabel << "\" font " << view.fontSize << " weight "
+          << static_cast<int>(view.fontWeight) << " color " << static_cast<int>(view.textColor) << " text "
+          << static_cast<int>(view.textAlignment) << " break " << static_cast<int>(view.lineBreak)
+          << " lines " << view.maximumLines << " size " << view.width << "x" << view.height << " alignment "
+          << static_cast<int>(view.alignment) << " spacing " << view.spacing << " insets " << view.insets.top
+          << " " << view.insets.left << " " << view.insets.bottom << " " << view.insets.right << " "
+          << (view.image ? "image " : "") << ::testing::PrintToString(view.children);
+}
+
+inline void PrintTo(const OperationResult& result, std::ostream* stream) {
+  *stream << (result.ok ? "ok \"" : "not ok \"") << result.message << "\"";
+}
+
+inline void PrintTo(const Alert& alert, std::ostream* stream) {
+  *stream << (alert.style == AlertStyle::warning ? "warning" : "informational") << " \"" << alert.messageText
+          << "\" \"" << alert.informativeText << "\" " << ::testing::PrintToString(alert.buttons)
+          << (alert.accessoryView ? " " + ::testing::PrintToString(*alert.accessoryView) : "");
+}
+
+inline void PrintTo(const CommandResult& result, std::ostream* stream) {
+  *stream << (result.ok ? "ok \"" : "not ok \"") << result.output << "\"";
+}
+
+}  // namespace kestrune
+
+namespace kestrune::testing {
+
+/// The windows that tell the user what came of a command.
+inline Alert informationWindow(std::string title, std::string content) {
+  return {.style = AlertStyle::informational,
+          .messageText = std::move(title),
+          .informativeText = std::move(content),
+          .buttons = {"好"}};
+}
+inline Alert errorWindow(std::string title, std::string content) {
+  return {.style = AlertStyle::warning,
+          .messageText = std::move(title),
+          .informativeText = std::move(content),
+          .buttons = {"好"}};
+}
+
+/// A controller on a machine of fakes.
+struct ControllerTest : ::testing::Test {
+  FakePlatform machine;
+  std::shared_ptr<AppDelegate> controller = std::make_shared<AppDelegate>(machine.platform);
+  AppDelegateState state{*controller};
+
+  ControllerTest() { newCalls(); }
+
+  /// What the machine was asked since this was called last.
+  CallLog newCalls() { return std::exchange(machine.log, {}); }
+
+  /// What a shell line does from now on that contains `text`.
+  void shellAnswers(const char* text, ChildScript script) {
+    auto& scripts = machine.processes.scripts;
+    scripts.insert(scripts.begin(), {text, std::move(script)});
+  }
+  void backendAnswers(ChildScript script) { shellAnswers("kestrune-mac-client status", std::move(script)); }
+  void refreshAnswers(ChildScript script) { shellAnswers("kestrune-mac-client refresh", std::move(script)); }
+  void stopAnswers(ChildScript script) { shellAnswers("launchctl bootout", std::move(script)); }
+
+  std::size_t statusQueries() const { return machine.processes.launchesOf("kestrune-mac-client status"); }
+  std::size_t reconnects() const { return machine.processes.launchesOf("kestrune-mac-client refresh"); }
+  std::size_t stops() const { return machine.processes.launchesOf("launchctl bootout"); }
+
+  /// How long the next job of the worker takes.
+  Seconds timeOfWorkerJob() {
+    const Seconds begin = machine.clock.awakeTime();
+    machine.loop.runOneWorkerJob();
+    return machine.clock.awakeTime() - begin;
+  }
+
+  /// The user chooses a command, and everything happens that follows at once.
+  void choose(const char* action) {
+    controller->performAction(action);
+    machine.loop.settle();
+  }
+
+  bool isStored(const char* key, bool value) const {
+    const auto found = machine.userDefaults.values.find(key);
+    return found != machine.userDefaults.values.end() &&
+           found->second == std::variant<bool, std::string>(value);
+  }
+
+  static constexpr auto envFile = "/home/u/backend/.env";
+
+  /// What the backend's .env holds; it is there as soon as this was called.
+  std::string& env() { return machine.fileManager.files[envFile]; }
+
+  void setAutoConnect(bool enabled) { machine.userDefaults.setBool("autoConnectEnabled", enabled); }
+
+  /// Starts, and lets everything happen that follows at once.
+  void startUp() {
+    controller->applicationDidFinishLaunching();
+    machine.loop.settle();
+    newCalls();
+  }
+
+  /// Only the status item, without the queries of a start.
+  void makeStatusItem() {
+    controller->configureStatusItem();
+    newCalls();
+  }
+
+  void refresh(bool triggerNotification = false) {
+    controller->refreshStatus(triggerNotification);
+    machine.loop.settle();
+  }
+
+  const std::string& statusRow() const { return machine.statusBar.row(2).title; }
+};
+
+}  // namespace kestrune::testing

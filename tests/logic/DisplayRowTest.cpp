@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include "KestruneMenuClient/Text.h"
+#include "tests/logic/Characters.h"
+
+namespace kestrune::testing {
+namespace {
+
+TEST(DisplayRow, LeavesWhatCanBeRead) {
+  for (const char* text : {"", " ", "🟢 連線狀態：已連線", "my_project & <co>",
+                           "保持 Mac 醒著（防止斷線）", "a  b ", "\u00A0　"}) {
+    EXPECT_EQ(displayRow(text), text);
+  }
+  for (const std::string_view character : singleCharacters) EXPECT_EQ(displayRow(character), character);
+}
+
+TEST(DisplayRow, HasNoControlCharacters) {
+  for (int code = 0; code < 0xA0; ++code) {
+    if (code >= 0x20 && code < 0x7F) continue;
+    std::string text = "a";
+    if (code >= 0x80) text += '\xC2';
+    text += static_cast<char>(code);
+    EXPECT_EQ(displayRow(text + "b"), "a b") << code;
+  }
+}
+
+TEST(DisplayRow, IsOneLine) {
+  EXPECT_EQ(displayRow("a\nb\u2028c\u2029d\u0085e\tf"), "a b c d e f");
+  EXPECT_EQ(displayRow("a\r\nb"), "a  b");
+}
+
+TEST(DisplayRow, CannotTurnTheWritingDirection) {
+  for (const char* turn :
+       {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067", "\u2068", "\u2069"}) {
+    EXPECT_EQ(displayRow(std::string("a") + turn + "b"), "a b");
+  }
+}
+
+TEST(DisplayRow, ShowsEachIllFormedByteAsABlank) {
+  EXPECT_EQ(displayRow("a\xff\x80z"), "a  z");
+  EXPECT_EQ(displayRow("a\xe4\xb8"), "a  ");
+}
+
+TEST(DisplayRow, OfTwoHundredCharactersIsShownWhole) {
+  for (const std::string_view character : singleCharacters) {
+    EXPECT_EQ(displayRow(repeated(character, 200)), repeated(character, 200));
+  }
+}
+
+TEST(DisplayRow, OfMoreCharactersIsCut) {
+  for (const std::string_view character : singleCharacters) {
+    EXPECT_EQ(displayRow(repeated(character, 201)), repeated(character, 197) + "...");
+    EXPECT_EQ(displayRow(repeated(character, 2000)), repeated(character, 197) + "...");
+  }
+}
+
+TEST(DisplayRow, OfAMegabyteIsCutAtOnce) {
+  EXPECT_EQ(displayRow(std::string(1 << 20, 'x')), std::string(197, 'x') + "...");
+  EXPECT_EQ(displayRow(repeated("中", 1 << 18)), repeated("中", 197) + "...");
+}
+
+TEST(DisplayRow, OfOneEndlessCharacterIsCutBetweenItsCodes) {
+  const std::string row = displayRow("x" + repeated("\u0301", 1 << 18));
+  EXPECT_LT(row.size(), 1U << 14);
+  EXPECT_TRUE(isValidUtf8(row));
+  EXPECT_EQ(row.rfind("x\u0301", 0), 0U);
+}
+
+TEST(WithoutControls, KeepsTheLength) {
+  EXPECT_EQ(withoutControls("a\u0007b\u202Ec\n" + repeated("x", 1000)), "a b c " + repeated("x", 1000));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

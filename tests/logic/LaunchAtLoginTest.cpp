@@ -1,0 +1,241 @@
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+constexpr auto folder = "/home/u/Library/LaunchAgents";
+constexpr auto currentFile = "/home/u/Library/LaunchAgents/com.dovrel.kestrune.menuclient.plist";
+constexpr auto legacyFile = "/home/u/Library/LaunchAgents/com.dovrel.halvask.menuclient.plist";
+
+const OperationResult switchedOff{true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
+const OperationResult switchedOn{true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
+
+/// The property list that starts a program, as this system has always written it.
+std::string documentFor(const std::string& program) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+         "<plist version=\"1.0\">\n"
+         "<dict>\n"
+         "  <key>Label</key>\n"
+         "  <string>com.dovrel.kestrune.menuclient</string>\n"
+         "  <key>ProgramArguments</key>\n"
+         "  <array>\n"
+         "    <string>" +
+         program +
+         "</string>\n"
+         "  </array>\n"
+         "  <key>RunAtLoad</key>\n"
+         "  <true/>\n"
+         "  <key>KeepAlive</key>\n"
+         "  <false/>\n"
+         "</dict>\n"
+         "</plist>";
+}
+
+struct LaunchAtLogin : ControllerTest {
+  std::map<std::string, std::string>& files = machine.fileManager.files;
+
+  void arrange(bool current, bool legacy) {
+    files.clear();
+    if (current) files[currentFile] = "current";
+    if (legacy) files[legacyFile] = "legacy";
+  }
+};
+
+TEST_F(LaunchAtLogin, FilesAreNamedAfterTheirLabelsInTheUsersFolder) {
+  EXPECT_EQ(controller->userLaunchAgentPath("com.example.x"),
+            "/home/u/Library/LaunchAgents/com.example.x.plist");
+  EXPECT_EQ(controller->userLaunchAgentPath(), currentFile);
+  EXPECT_EQ(controller->legacyUserLaunchAgentPath(), legacyFile);
+}
+
+TEST_F(LaunchAtLogin, IsEnabledWhenEitherFileIsThere) {
+  for (const bool current : {true, false}) {
+    for (const bool legacy : {true, false}) {
+      arrange(current, legacy);
+      EXPECT_EQ(controller->isLaunchAtLoginEnabled(), current || legacy);
+    }
+  }
+}
+
+TEST_F(LaunchAtLogin, WhatTheFileHoldsDoesNotMatter) {
+  machine.fileManager.unreadable.insert(currentFile);
+  EXPECT_TRUE(controller->isLaunchAtLoginEnabled());
+  EXPECT_TRUE(machine.fileManager.asked.empty());
+}
+
+TEST_F(LaunchAtLogin, EnablingMakesTheFolderRemovesTheLegacyFileAndWritesTheCurrentOne) {
+  for (const bool current : {true, false}) {
+    for (const bool legacy : {true, false}) {
+      arrange(current, legacy);
+      EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), switchedOn);
+      EXPECT_EQ(newCalls(),
+                (CallLog{std::string("create folder ") + folder, std::string("remove ") + legacyFile,
+                         std::string("write ") + currentFile}));
+      EXPECT_EQ(files, (std::map<std::string, std::string>{
+                           {currentFile, documentFor("/opt/kestrune/KestruneMenuClient")}}));
+    }
+  }
+}
+
+TEST_F(LaunchAtLogin, DocumentNamesTheProgramUnescaped) {
+  machine.mainBundle.executable = "/home/u/a <b> & \"c\" 'd' 專案/KestruneMenuClient";
+  controller->setLaunchAtLoginEnabled(true);
+  EXPECT_EQ(files.at(currentFile), documentFor("/home/u/a <b> & \"c\" 'd' 專案/KestruneMenuClient"));
+}
+
+TEST_F(LaunchAtLogin, DocumentNamesTheProgramOfTheRepositoryWhenItsOwnIsUnknown) {
+  machine.mainBundle.executable.reset();
+  controller->setLaunchAtLoginEnabled(true);
+  EXPECT_EQ(files.at(currentFile),
+            documentFor("/home/u/backend/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient"));
+}
+
+TEST_F(LaunchAtLogin, DisablingMakesTheFolderAndRemovesBothFiles) {
+  for (const bool current : {true, false}) {
+    for (const bool legacy : {true, false}) {
+      arrange(current, legacy);
+      EXPECT_EQ(controller->setLaunchAtLoginEnabled(false), switchedOff);
+      EXPECT_EQ(newCalls(),
+                (CallLog{std::string("create folder ") + folder, std::string("remove ") + currentFile,
+                         std::string("remove ") + legacyFile}));
+      EXPECT_TRUE(files.empty());
+    }
+  }
+}
+
+TEST_F(LaunchAtLogin, FolderThatCannotBeMadeFailsBothAndTouchesNoFile) {
+  machine.fileManager.folderError = "Permission denied";
+  for (const bool enabled : {true, false}) {
+    arrange(true, true);
+    EXPECT_EQ(controller->setLaunchAtLoginEnabled(enabled), (OperationResult{false, "Permission denied"}));
+    EXPECT_EQ(newCalls(), CallLog{std::string("create folder ") + folder});
+    EXPECT_EQ(files.size(), 2U);
+  }
+}
+
+TEST_F(LaunchAtLogin, WriteThatFailsLeavesTheLegacyFileRemoved) {
+  machine.fileManager.writeError = "No space left on device";
+  arrange(true, true);
+  EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), (OperationResult{false, "No space left on device"}));
+  EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
+}
+
+TEST_F(LaunchAtLogin, FileThatCannotBeRemovedFailsNothing) {
+  machine.fileManager.removeError = "Operation not permitted";
+  arrange(true, true);
+  EXPECT_EQ(controller->setLaunchAtLoginEnabled(false), switchedOff);
+  EXPECT_TRUE(controller->isLaunchAtLoginEnabled());
+  EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), switchedOn);
+  EXPECT_EQ(files.at(currentFile), documentFor("/opt/kestrune/KestruneMenuClient"));
+}
+
+TEST_F(LaunchAtLogin, SettingItShowsNothingAndRunsNothing) {
+  makeStatusItem();
+  for (const bool enabled : {true, false}) {
+    controller->setLaunchAtLoginEnabled(enabled);
+    machine.loop.settle();
+  }
+  EXPECT_TRUE(machine.processes.launches.empty());
+  EXPECT_TRUE(machine.alerts.shown.empty());
+  EXPECT_EQ(machine.statusBar.menus.size(), 1U);
+  EXPECT_TRUE(machine.userDefaults.values.empty());
+}
+
+// --- the menu's command
+
+struct LaunchAtLoginToggle : LaunchAtLogin {
+  LaunchAtLoginToggle() { makeStatusItem(); }
+
+  /// The row of the menu is chosen; what the window says then.
+  Alert toggle() {
+    choose("toggleLaunchAtLogin");
+    Alert window = machine.alerts.shown.back();
+    machine.alerts.answer(0);
+    return window;
+  }
+};
+
+TEST_F(LaunchAtLoginToggle, SwitchesOnReconnectsAndShowsTheWindow) {
+  choose("toggleLaunchAtLogin");
+  EXPECT_EQ(newCalls(),
+            (CallLog{std::string("create folder ") + folder, std::string("remove ") + legacyFile,
+                     std::string("write ") + currentFile, "present alert", "create display assertion",
+                     "create system assertion", "setMenu 🟡 連線狀態：正在重新連線…",
+                     "setButton Kestrune · 檢查中 · 目前專案", "show alert 已開啟開機自動啟動",
+                     "launch /bin/bash"}));
+  EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow("已開啟開機自動啟動", switchedOn.message)});
+  EXPECT_EQ(machine.statusBar.row(14).checked, true);
+}
+
+TEST_F(LaunchAtLoginToggle, SwitchesOffReconnectsAndShowsTheWindow) {
+  arrange(true, false);
+  EXPECT_EQ(toggle(), informationWindow("已關閉開機自動啟動", switchedOff.message));
+  EXPECT_EQ(machine.statusBar.row(14).checked, false);
+  EXPECT_EQ(reconnects(), 1U);
+}
+
+TEST_F(LaunchAtLoginToggle, ReconnectHasNoWindowOfItsOwn) {
+  toggle();
+  machine.loop.advance(Seconds{2});
+  EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_EQ(machine.alerts.shown.size(), 1U);
+}
+
+TEST_F(LaunchAtLoginToggle, LegacyFileAloneIsShownAsOnAndSwitchedOff) {
+  arrange(false, true);
+  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+  EXPECT_EQ(machine.statusBar.row(14).checked, true);
+  EXPECT_EQ(toggle().messageText, "已關閉開機自動啟動");
+  EXPECT_TRUE(files.empty());
+  EXPECT_EQ(machine.statusBar.row(14).checked, false);
+}
+
+TEST_F(LaunchAtLoginToggle, WithAutoConnectOffShowsThatAndRunsNothing) {
+  setAutoConnect(false);
+  choose("toggleLaunchAtLogin");
+  EXPECT_EQ(newCalls(), (CallLog{std::string("create folder ") + folder, std::string("remove ") + legacyFile,
+                                 std::string("write ") + currentFile,
+                                 "setMenu 🟡 連線狀態：已停用，不會啟動背景服務",
+                                 "setButton Kestrune · 檢查中 · 未同步", "present alert",
+                                 "show alert 已開啟開機自動啟動"}));
+  EXPECT_EQ(machine.statusBar.row(14).checked, true);
+  EXPECT_FALSE(controller->isAutoConnectEnabled());
+}
+
+TEST_F(LaunchAtLoginToggle, TitleFollowsTheIntentionWhenItFails) {
+  machine.fileManager.folderError = "Permission denied";
+  EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "Permission denied"));
+  EXPECT_EQ(machine.statusBar.row(14).checked, false);
+  arrange(true, false);
+  EXPECT_EQ(toggle(), errorWindow("已關閉開機自動啟動", "Permission denied"));
+  EXPECT_EQ(reconnects(), 2U);
+  machine.fileManager.folderError.reset();
+  machine.fileManager.writeError = "No space left on device";
+  arrange(false, false);
+  EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "No space left on device"));
+}
+
+TEST_F(LaunchAtLoginToggle, FailureWithoutADescriptionStillSaysSomething) {
+  machine.fileManager.folderError = "";
+  EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "之後重開 Mac，Kestrune 菜單欄會自動載入。"));
+  arrange(true, false);
+  EXPECT_EQ(toggle(), errorWindow("已關閉開機自動啟動", "之後重開 Mac，Kestrune 菜單欄不會自動載入。"));
+}
+
+TEST_F(LaunchAtLoginToggle, MarkersInTheDescriptionAreShownAsDots) {
+  machine.fileManager.folderError = "[FAIL] a [OK] b";
+  EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "🔴 a 🟢 b"));
+}
+
+TEST_F(LaunchAtLoginToggle, TwiceIsAsBefore) {
+  toggle();
+  EXPECT_TRUE(controller->isLaunchAtLoginEnabled());
+  toggle();
+  EXPECT_FALSE(controller->isLaunchAtLoginEnabled());
+  EXPECT_TRUE(files.empty());
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,181 @@
+#include <set>
+
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+const std::set<std::string> allActions{
+    "toggleLaunchAtLogin", "toggleAutoConnect",
+    "toggleKeepAwake",     "toggleConnectionMode",
+    "stopConnection",      "refreshNow",
+    "showStatus",          "showCodexRuntimeStatus",
+    "openCodexApp",        "showChatGPTRemoteGuide",
+    "openProjectFolder",   "showSettings",
+    "restartMenuClient",   "quit",
+};
+
+struct MenuCommands : ControllerTest {
+  MenuCommands() { makeStatusItem(); }
+};
+
+TEST_F(MenuCommands, AreTheFourteenActionsOfTheRows) {
+  std::set<std::string> actions;
+  for (const bool autoConnect : {true, false}) {
+    setAutoConnect(autoConnect);
+    controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+    for (const MenuItem& item : machine.statusBar.menu().items) {
+      if (!item.action.empty()) actions.insert(item.action);
+    }
+  }
+  EXPECT_EQ(actions, allActions);
+}
+
+TEST_F(MenuCommands, EachCanBeChosenAtAnyTime) {
+  for (const std::string& action : allActions) {
+    FakePlatform other;
+    const auto another = std::make_shared<AppDelegate>(other.platform);
+    another->applicationDidFinishLaunching();
+    another->performAction(action);
+    other.loop.settle();
+    another->performAction(action);
+    other.loop.settle();
+    EXPECT_EQ(other.statusBar.menu().items.size(), 29U) << action;
+  }
+}
+
+TEST_F(MenuCommands, UnknownNameIsIgnored) {
+  for (const char* action : {"", "noSuchAction", "Quit", "quit ", "qui", "quit\n", "refreshNow:"}) {
+    controller->performAction(action);
+  }
+  machine.loop.settle();
+  EXPECT_EQ(newCalls(), CallLog{});
+  EXPECT_TRUE(machine.userDefaults.values.empty());
+}
+
+TEST_F(MenuCommands, QuitTerminatesTheApplication) {
+  controller->performAction("quit");
+  EXPECT_EQ(newCalls(), CallLog{"terminate"});
+}
+
+TEST_F(MenuCommands, ChosenRowReachesTheController) {
+  performMenuItem(machine.statusBar.row(29));
+  EXPECT_EQ(newCalls(), CallLog{"terminate"});
+}
+
+TEST_F(MenuCommands, RowThatIsDisabledOrHasNoActionDoesNothing) {
+  state.reconnectInProgress = true;
+  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+  newCalls();
+  for (const MenuItem& item : machine.statusBar.menu().items) {
+    if (!item.enabled || item.isSeparator) performMenuItem(item);
+  }
+  MenuItem quit = machine.statusBar.row(29);
+  quit.enabled = false;
+  performMenuItem(quit);
+  machine.loop.settle();
+  EXPECT_EQ(newCalls(), CallLog{});
+}
+
+TEST_F(MenuCommands, RefreshNowSwitchesAutoConnectBackOnBeforeItReconnects) {
+  setAutoConnect(false);
+  controller->performAction("refreshNow");
+  EXPECT_EQ(machine.userDefaults.values.at("autoConnectEnabled"), (std::variant<bool, std::string>(true)));
+  machine.loop.runMain();
+  EXPECT_EQ(newCalls(), (CallLog{"create display assertion", "create system assertion",
+                                 "setMenu 🟡 連線狀態：正在重新連線…",
+                                 "setButton Kestrune · 檢查中 · " + state.currentProjectTitle}));
+  EXPECT_EQ(machine.statusBar.row(15).checked, true);
+}
+
+TEST_F(MenuCommands, RefreshNowStoresAutoConnectEvenWhenItIsOnAlready) {
+  controller->performAction("refreshNow");
+  EXPECT_EQ(machine.userDefaults.values.at("autoConnectEnabled"), (std::variant<bool, std::string>(true)));
+}
+
+TEST_F(MenuCommands, RefreshNowShowsWhatTheBackendSaidAtTheEnd) {
+  refreshAnswers({.output = "[OK] tunnel: up"});
+  choose("refreshNow");
+  EXPECT_EQ(reconnects(), 1U);
+  EXPECT_TRUE(machine.alerts.shown.empty());
+  machine.loop.advance(Seconds{1.25});
+  EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow("刷新連線", "🟢 tunnel: up")});
+}
+
+TEST_F(MenuCommands, OpenProjectFolderOpensTheRepositoryUnchecked) {
+  choose("openProjectFolder");
+  EXPECT_EQ(newCalls(), CallLog{"open /home/u/backend"});
+  EXPECT_EQ(machine.loop.workerJobs(), 0U);
+}
+
+TEST_F(MenuCommands, OpenCodexAppOpensItWhereItIsKept) {
+  machine.fileManager.files["/Applications/Codex.app"];
+  choose("openCodexApp");
+  EXPECT_EQ(newCalls(), CallLog{"open /Applications/Codex.app"});
+}
+
+TEST_F(MenuCommands, OpenCodexAppOpensNothingThatIsMissingAndSaysSo) {
+  for (const char* const other : {"/Applications/Codex", "/Applications"}) machine.fileManager.files[other];
+  choose("openCodexApp");
+  EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 未找到 Codex App"}));
+  EXPECT_EQ(machine.alerts.shown,
+            std::vector{errorWindow("未找到 Codex App",
+                                    "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 "
+                                    "Codex App，不能只靠 CLI 或 IDE 啟動。")});
+}
+
+TEST_F(MenuCommands, OpenCodexAppLooksForItEachTime) {
+  choose("openCodexApp");
+  machine.alerts.answer(0);
+  newCalls();
+  machine.fileManager.files["/Applications/Codex.app"];
+  choose("openCodexApp");
+  EXPECT_EQ(newCalls(), CallLog{"open /Applications/Codex.app"});
+}
+
+TEST_F(MenuCommands, GuideIsOnlyAText) {
+  choose("showChatGPTRemoteGuide");
+  EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 官方 ChatGPT 連接說明"}));
+  EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow(
+                                      "官方 ChatGPT 連接說明",
+                                      "官方 ChatGPT 手機連接流程：\n"
+                                      "\n"
+                                      "1. 確認 Mac 已安裝並登入最新版 Codex App。\n"
+                                      "2. 保持 Mac 醒著、在線，並讓 Codex App 持續運行。\n"
+                                      "3. 在 Codex App 側邊欄選「Set up Codex mobile」。\n"
+                                      "4. 用手機掃描 Codex App 顯示的 QR code。\n"
+                                      "5. 在 ChatGPT App 內確認同一個帳號和 workspace，完成連接。\n"
+                                      "\n"
+                                      "Kestrune 自托管路徑仍然使用 VPS Relay、Mac service 和手機 App Token。"
+                                      "兩條路徑可以並行使用：普通遠程控制用官方 ChatGPT App；"
+                                      "需要自托管、私有 Relay 或獨立交付時用 Kestrune。")});
+}
+
+TEST_F(MenuCommands, RestartStartsTheBundleAnewAndTerminatesAtOnce) {
+  machine.mainBundle.bundle = "/home/u/backend/dist/Kestrune Menu Client.app";
+  controller->performAction("restartMenuClient");
+  EXPECT_EQ(newCalls(),
+            (CallLog{"open new instance of /home/u/backend/dist/Kestrune Menu Client.app", "terminate"}));
+  EXPECT_EQ(machine.loop.workerJobs(), 0U);
+}
+
+TEST_F(MenuCommands, RestartThatFailsSaysSoAndKeepsTheInstance) {
+  machine.workspace.launchError = "找不到檔案。";
+  choose("restartMenuClient");
+  EXPECT_EQ(newCalls(), (CallLog{"open new instance of " + controller->currentAppBundlePath(),
+                                 "present alert", "show alert 重新啟動失敗"}));
+  EXPECT_EQ(machine.alerts.shown,
+            std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：找不到檔案。")});
+  EXPECT_FALSE(machine.loop.isTerminated());
+}
+
+TEST_F(MenuCommands, RestartMayBeTriedAgainAfterAFailure) {
+  machine.workspace.launchError = "x";
+  choose("restartMenuClient");
+  machine.workspace.launchError.reset();
+  choose("restartMenuClient");
+  EXPECT_TRUE(machine.loop.isTerminated());
+}
+
+}  // namespace
+}  // namespace kestrune::testing

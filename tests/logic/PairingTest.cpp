@@ -1,0 +1,225 @@
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+TEST(QueryValue, KeepsOnlyWhatNeedsNoEncoding) {
+  const std::string kept = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*,;:@/";
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue(kept), kept);
+  constexpr auto digits = "0123456789ABCDEF";
+  for (int code = 1; code < 128; ++code) {
+    const std::string text(1, static_cast<char>(code));
+    const std::string encoded = std::string("%") + digits[code / 16] + digits[code % 16];
+    EXPECT_EQ(AppDelegate::percentEncodeQueryValue(text),
+              kept.find(text) != std::string::npos ? text : encoded);
+  }
+}
+
+TEST(QueryValue, EncodesTheBytesOfWhatIsNotAscii) {
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue("é"), "%C3%A9");
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue("e\u0301"), "e%CC%81");
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue("中 😀"), "%E4%B8%AD%20%F0%9F%98%80");
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue("Ａ"), "%EF%BC%A1");
+}
+
+TEST(QueryValue, EncodesAnEncodedOneOnceMore) {
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue("%2F"), "%252F");
+  EXPECT_EQ(AppDelegate::percentEncodeQueryValue(""), "");
+}
+
+struct PairingLink : ControllerTest {
+  std::optional<std::string> link(const std::string& text) {
+    env() = text;
+    return controller->makePairingURL();
+  }
+};
+
+TEST_F(PairingLink, CarriesTheAddressAndTheToken) {
+  EXPECT_EQ(link("KESTRUNE_PUBLIC_API_URL=https://relay.test:8443/api\nKESTRUNE_APP_API_TOKEN=abc"),
+            "kestrune://configure?apiUrl=https://relay.test:8443/api&token=abc");
+}
+
+TEST_F(PairingLink, EncodesBoth) {
+  EXPECT_EQ(link("KESTRUNE_PUBLIC_API_URL=https://r.test/a?b=c&d=e f\nKESTRUNE_APP_API_TOKEN=a+b=c/%中"),
+            "kestrune://configure?apiUrl=https://r.test/a%3Fb%3Dc%26d%3De%20f&token=a%2Bb%3Dc/%25%E4%B8%AD");
+}
+
+TEST_F(PairingLink, PlaceholderStandsOnlyForAnAddressThatIsAbsent) {
+  EXPECT_EQ(link("KESTRUNE_APP_API_TOKEN=abc"),
+            "kestrune://configure?apiUrl=https://relay.example.com&token=abc");
+  EXPECT_EQ(link("KESTRUNE_PUBLIC_API_URL=\nKESTRUNE_APP_API_TOKEN=abc"),
+            "kestrune://configure?apiUrl=&token=abc");
+  EXPECT_EQ(link("HALVASK_PUBLIC_API_URL=https://old.test\nKESTRUNE_APP_API_TOKEN=abc"),
+            "kestrune://configure?apiUrl=https://relay.example.com&token=abc");
+}
+
+TEST_F(PairingLink, LegacyTokenStandsOnlyForOneThatIsAbsent) {
+  const std::string begin = "kestrune://configure?apiUrl=https://relay.example.com&token=";
+  EXPECT_EQ(link("HALVASK_APP_API_TOKEN=abc"), begin + "abc");
+  EXPECT_EQ(link("HALVASK_APP_API_TOKEN=abc\nKESTRUNE_APP_API_TOKEN=def"), begin + "def");
+  EXPECT_EQ(link("KESTRUNE_APP_API_TOKEN=\nHALVASK_APP_API_TOKEN=abc"), std::nullopt);
+  EXPECT_EQ(link("KESTRUNE_APP_API_TOKEN=  \nHALVASK_APP_API_TOKEN=abc"), std::nullopt);
+}
+
+TEST_F(PairingLink, NeedsAToken) {
+  for (const char* const text : {"", "KESTRUNE_PUBLIC_API_URL=https://r.test",
+                                 "KESTRUNE_APP_API_TOKEN=", "KESTRUNE_APP_API_TOKEN= \t\u3000",
+                                 "HALVASK_APP_API_TOKEN=", "KESTRUNE_MAC_SERVICE_TOKEN=abc"}) {
+    EXPECT_EQ(link(text), std::nullopt) << text;
+  }
+  machine.fileManager.files.clear();
+  EXPECT_EQ(controller->makePairingURL(), std::nullopt);
+}
+
+TEST_F(PairingLink, TokenLosesTheSpaceAroundIt) {
+  EXPECT_EQ(link("KESTRUNE_APP_API_TOKEN= \t\u3000a b\u00A0 "),
+            "kestrune://configure?apiUrl=https://relay.example.com&token=a%20b");
+}
+
+TEST_F(PairingLink, AddressIsReadBeforeTheTokenAndTheLegacyTokenLast) {
+  int reads = 0;
+  env();
+  machine.fileManager.whenRead = [&] {
+    const std::string number = std::to_string(++reads);
+    env() = "KESTRUNE_PUBLIC_API_URL=" + number + "\nHALVASK_APP_API_TOKEN=" + number;
+  };
+  EXPECT_EQ(controller->makePairingURL(), "kestrune://configure?apiUrl=1&token=3");
+  EXPECT_EQ(reads, 3);
+}
+
+struct PairingPicture : ControllerTest {};
+
+TEST_F(PairingPicture, ShowsTheSymbolOfTheTextInTheSizeAskedFor) {
+  const ImageRef image = controller->makeQRCodeImage("link", 100.5);
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(
+      *image,
+      (Image{
+          .width = 100.5, .height = 100.5, .isTemplate = false, .bitmaps = {Bitmap{1, 1, {0, 0, 0, 255}}}}));
+  EXPECT_EQ(machine.qrCodes.messages, std::vector<std::string>{"link"});
+}
+
+TEST_F(PairingPicture, MeasuresTwoHundredAndSixtyPointsHoweverLongTheText) {
+  for (const std::size_t length : {1U, 2000U}) {
+    const ImageRef image = controller->makeQRCodeImage(std::string(length, 'x'));
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->width, 260);
+    EXPECT_EQ(image->height, 260);
+  }
+}
+
+TEST_F(PairingPicture, IsMissingWhenThereIsNoSymbol) {
+  machine.qrCodes.fails = true;
+  EXPECT_EQ(controller->makeQRCodeImage("link"), nullptr);
+}
+
+struct PairingDialog : ControllerTest {
+  PairingDialog() {
+    env() = "KESTRUNE_PUBLIC_API_URL=https://relay.test?a=1\nKESTRUNE_APP_API_TOKEN=top secret";
+  }
+
+  const Alert& dialog() const { return machine.alerts.shown.back(); }
+  const View& stack() const { return dialog().accessoryView->children.at(0); }
+
+  const Alert noToken =
+      errorWindow("無法生成配對 QR", "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
+  const Alert noPicture = errorWindow("無法生成配對 QR", "QR 圖片生成失敗，請稍後再試。");
+};
+
+TEST_F(PairingDialog, SaysHowToScanIt) {
+  choose("showPairingQR");
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  Alert words = dialog();
+  words.accessoryView.reset();
+  EXPECT_EQ(words,
+            (Alert{.style = AlertStyle::informational,
+                   .messageText = "手機配對 QR",
+                   .informativeText = "用 iPhone 系統相機掃描，下方 Kestrune 會自動填入 API URL 與 Token。",
+                   .buttons = {"好"}}));
+}
+
+TEST_F(PairingDialog, HoldsThePictureAndTheAddressBelowIt) {
+  choose("showPairingQR");
+  ASSERT_TRUE(dialog().accessoryView);
+  const ImageRef picture = stack().children.at(0).image;
+  EXPECT_EQ(*dialog().accessoryView,
+            (View{.kind = ViewKind::container,
+                  .width = 300,
+                  .height = 315,
+                  .insets = {.top = 8, .bottom = 8},
+                  .children = {{.kind = ViewKind::stack,
+                                .alignment = StackAlignment::centerX,
+                                .spacing = 10,
+                                .children = {{.kind = ViewKind::image,
+                                              .accessibilityLabel = "手機配對 QR",
+                                              .width = 260,
+                                              .height = 260,
+                                              .image = picture},
+                                             {.kind = ViewKind::label,
+                                              .text = "API URL：https://relay.test?a=1",
+                                              .fontSize = 11,
+                                              .fontWeight = FontWeight::regular,
+                                              .textColor = TextColor::secondary,
+                                              .textAlignment = TextAlignment::center,
+                                              .lineBreak = LineBreak::truncateMiddle,
+                                              .maximumLines = 1,
+                                              .width = 290}}}}}));
+  ASSERT_NE(picture, nullptr);
+  EXPECT_EQ(picture->width, 260);
+  EXPECT_EQ(picture->height, 260);
+  EXPECT_EQ(
+      machine.qrCodes.messages,
+      std::vector<std::string>{"kestrune://configure?apiUrl=https://relay.test%3Fa%3D1&token=top%20secret"});
+}
+
+TEST_F(PairingDialog, NeverShowsTheTokenAsText) {
+  choose("showPairingQR");
+  EXPECT_EQ(::testing::PrintToString(dialog()).find("secret"), std::string::npos);
+}
+
+TEST_F(PairingDialog, ShowsThePlaceholderForAnAddressThatIsAbsentAndAnEmptyOneAsItIs) {
+  env() = "KESTRUNE_APP_API_TOKEN=abc";
+  choose("showPairingQR");
+  EXPECT_EQ(stack().children.at(1).text, "API URL：https://relay.example.com");
+  machine.alerts.answer(0);
+  env() = "KESTRUNE_PUBLIC_API_URL=\nKESTRUNE_APP_API_TOKEN=abc";
+  choose("showPairingQR");
+  EXPECT_EQ(stack().children.at(1).text, "API URL：");
+}
+
+TEST_F(PairingDialog, AnswerIsIgnored) {
+  for (const std::optional<std::size_t> button : {std::optional<std::size_t>(0), {}}) {
+    choose("showPairingQR");
+    newCalls();
+    machine.alerts.answer(button);
+    machine.loop.settle();
+    EXPECT_EQ(newCalls(), CallLog{});
+  }
+  EXPECT_EQ(machine.alerts.shown.size(), 2U);
+}
+
+TEST_F(PairingDialog, WithoutATokenIsAnErrorAndNothingIsEncoded) {
+  for (const char* const text :
+       {"", "KESTRUNE_APP_API_TOKEN=\nHALVASK_APP_API_TOKEN=abc", "KESTRUNE_APP_API_TOKEN=  "}) {
+    env() = text;
+    choose("showPairingQR");
+    EXPECT_EQ(dialog(), noToken);
+    machine.alerts.answer(0);
+  }
+  EXPECT_EQ(machine.alerts.shown.size(), 3U);
+  EXPECT_TRUE(machine.qrCodes.messages.empty());
+}
+
+TEST_F(PairingDialog, WithoutAPictureIsAnError) {
+  machine.qrCodes.fails = true;
+  choose("showPairingQR");
+  EXPECT_EQ(machine.alerts.shown, std::vector{noPicture});
+}
+
+TEST_F(PairingDialog, IsNoCommandOfTheMenu) {
+  makeStatusItem();
+  for (const MenuItem& item : machine.statusBar.menu().items) EXPECT_NE(item.action, "showPairingQR");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include "KestruneMenuClient/Text.h"
+#include "tests/support/HostileTexts.h"
+
+namespace kestrune::testing {
+namespace {
+
+// A D-Bus library refuses a whole message, such as that with all rows of the menu, for one of them.
+TEST(ReadableText, HasNoNoncharacters) {
+  for (const char* nothing : {"\uFDD0", "\uFDEF", "\uFFFE", "\uFFFF", "\U0001FFFE", "\U0010FFFF"}) {
+    EXPECT_EQ(withoutControls(std::string("a") + nothing + "b"), "a b");
+  }
+  for (const char* character : {"\uFDCF", "\uFDF0", "\uFFFD", "\U0001FFFD", "\U00020000"}) {
+    EXPECT_EQ(withoutControls(character), character);
+  }
+}
+
+TEST(ReadableText, HasNoCharacterThatCommandsAScreenAndLacksNoOther) {
+  for (utf8proc_int32_t character = 0; character <= 0x10FFFF; ++character) {
+    utf8proc_uint8_t bytes[4];
+    const auto length = utf8proc_encode_char(character, bytes);
+    const std::string text(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
+    if (character >= 0xD800 && character <= 0xDFFF) {
+      ASSERT_EQ(faultOf(withoutControls(text)), "") << character;
+    } else {
+      ASSERT_EQ(withoutControls(text), commandsAScreen(character) ? " " : text) << character;
+    }
+  }
+}
+
+TEST(ReadableText, OfAnyHostileTextCanOnlyBeRead) {
+  for (const auto& each : hostileTexts()) {
+    EXPECT_EQ(faultOf(withoutControls(each.text)), "") << each.name;
+    EXPECT_EQ(faultOf(displayRow(each.text)), "") << each.name;
+  }
+}
+
+TEST(ReadableText, IsCutBetweenCharacterCodes) {
+  EXPECT_EQ(withinBytes("中文", 7), "中文");
+  EXPECT_EQ(withinBytes("中文", 6), "中文");
+  EXPECT_EQ(withinBytes("中文", 5), "中");
+  EXPECT_EQ(withinBytes("中文", 3), "中");
+  EXPECT_EQ(withinBytes("中文", 2), "");
+  EXPECT_EQ(withinBytes("abc", 2), "ab");
+  EXPECT_EQ(withinBytes("", 2), "");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,225 @@
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+/// Runs one line, of which the test decides what its child does and how long that takes.
+struct ShellRunner : ControllerTest {
+  CommandResult run(ChildScript script, Seconds timeout = Seconds{1.98}) {
+    machine.processes.scripts = {{"the line", std::move(script)}};
+    const Seconds begin = machine.clock.awakeTime();
+    CommandResult result = controller->runShellCommand("the line", timeout);
+    elapsed = (machine.clock.awakeTime() - begin).count();
+    return result;
+  }
+
+  double elapsed = -1;
+  static constexpr double exact = 1e-6;
+};
+
+TEST_F(ShellRunner, GivesTheWholeLineToALoginShellAsOneArgument) {
+  const std::string line = "a && b || 'c d'; e | f\n\ng > \"h\" # i\n";
+  controller->runShellCommand(line);
+  ASSERT_EQ(machine.processes.launches.size(), 1U);
+  EXPECT_EQ(machine.processes.launches[0].executable, "/bin/bash");
+  EXPECT_EQ(machine.processes.launches[0].arguments, (std::vector<std::string>{"-lc", line}));
+}
+
+TEST_F(ShellRunner, SuccessWithoutOutputSaysSo) {
+  EXPECT_EQ(run({}), (CommandResult{true, "沒有輸出。"}));
+}
+
+TEST_F(ShellRunner, FailureWithoutOutputSaysSo) {
+  EXPECT_EQ(run({.status = 1}), (CommandResult{false, "沒有輸出。"}));
+}
+
+TEST_F(ShellRunner, OutputOfASuccess) {
+  EXPECT_EQ(run({.output = "a\nb\n"}), (CommandResult{true, "a\nb"}));
+}
+
+TEST_F(ShellRunner, OutputOfAFailureIsKept) {
+  EXPECT_EQ(run({.status = 7, .output = "no such thing\n"}), (CommandResult{false, "no such thing"}));
+}
+
+TEST_F(ShellRunner, OnlyStatusZeroIsSuccess) {
+  for (const int status : {1, 2, 126, 127, 130, 143, 255, -1}) {
+    EXPECT_FALSE(run({.status = status, .output = "x"}).ok) << status;
+  }
+}
+
+TEST_F(ShellRunner, TrimsWhiteSpaceAndNewlinesAtBothEndsOnly) {
+  struct Case {
+    const char* output;
+    const char* shown;
+  };
+  const Case cases[] = {
+      {"  a  b  ", "a  b"},     {"\r\n\ta\r\n\r\nb\v\f\n", "a\r\n\r\nb"},
+      {"　\u00A0a\u2028", "a"}, {"\u0085\u2029a", "a"},
+      {" \n\t ", "沒有輸出。"}, {"　", "沒有輸出。"},
+  };
+  for (const Case& each : cases) EXPECT_EQ(run({.output = each.output}).output, each.shown);
+}
+
+TEST_F(ShellRunner, OutputThatIsNotUtf8CountsAsNone) {
+  for (const char* bytes : {"\xff", "abc\x80", "\xe4\xb8", "a\xc3", "\xed\xa0\x80", "\xc0\xaf",
+                            "\xf4\x90\x80\x80", "\xe4\xb8 b"}) {
+    EXPECT_EQ(run({.output = bytes}), (CommandResult{true, "沒有輸出。"}));
+    EXPECT_EQ(run({.status = 1, .output = bytes}), (CommandResult{false, "沒有輸出。"}));
+    EXPECT_EQ(run({.runtime = Seconds{9}, .output = bytes}),
+              (CommandResult{false, "命令逾時，已停止等待。"}));
+  }
+}
+
+TEST_F(ShellRunner, ShellThatCannotBeStartedIsDescribedByTheSystem) {
+  machine.processes.launchError = "No such file or directory";
+  EXPECT_EQ(run({}), (CommandResult{false, "No such file or directory"}));
+  EXPECT_EQ(elapsed, 0);
+  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
+  EXPECT_TRUE(machine.processes.readPatience.empty());
+}
+
+TEST_F(ShellRunner, ChildThatHasEndedIsNotWaitedFor) {
+  run({});
+  EXPECT_EQ(elapsed, 0);
+}
+
+TEST_F(ShellRunner, LooksEveryTwentiethOfASecond) {
+  run({.runtime = Seconds{0.01}});
+  EXPECT_NEAR(elapsed, 0.05, exact);
+  run({.runtime = Seconds{0.06}});
+  EXPECT_NEAR(elapsed, 0.10, exact);
+  run({.runtime = Seconds{1.23}});
+  EXPECT_NEAR(elapsed, 1.25, exact);
+}
+
+TEST_F(ShellRunner, ChildThatEndsInTimeGetsNoSignal) {
+  EXPECT_EQ(run({.runtime = Seconds{1.9}, .output = "x"}), (CommandResult{true, "x"}));
+  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
+}
+
+TEST_F(ShellRunner, TimeOutWithoutOutput) {
+  EXPECT_EQ(run({.runtime = Seconds{60}}), (CommandResult{false, "命令逾時，已停止等待。"}));
+  EXPECT_NEAR(elapsed, 2.0 + 0.2, exact);
+}
+
+TEST_F(ShellRunner, TimeOutWithOutputNamesBoth) {
+  EXPECT_EQ(run({.runtime = Seconds{60}, .output = "x\n"}),
+            (CommandResult{false, "x\n命令逾時，已停止等待。"}));
+}
+
+TEST_F(ShellRunner, TimeOutWithBlankOutputIsTheBareNotice) {
+  EXPECT_EQ(run({.runtime = Seconds{60}, .output = " \n\t\n"}),
+            (CommandResult{false, "命令逾時，已停止等待。"}));
+}
+
+TEST_F(ShellRunner, ChildThatEndsWhenAskedToIsNotInterrupted) {
+  run({.runtime = Seconds{60}});
+  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
+}
+
+TEST_F(ShellRunner, ChildThatIgnoresTerminationIsInterrupted) {
+  run({.runtime = Seconds{60}, .ignoresTerminate = true});
+  EXPECT_EQ(newCalls(),
+            (CallLog{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"}));
+}
+
+TEST_F(ShellRunner, ChildHasAFifthOfASecondToEndBeforeItIsInterrupted) {
+  run({.runtime = Seconds{60}, .reaction = Seconds{0.19}});
+  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
+  run({.runtime = Seconds{60}, .reaction = Seconds{0.21}});
+  EXPECT_EQ(newCalls(),
+            (CallLog{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"}));
+}
+
+TEST_F(ShellRunner, ChildThatSurvivesBothSignalsIsNotWaitedFor) {
+  EXPECT_EQ(
+      run({.runtime = Seconds{3600}, .output = "x", .ignoresTerminate = true, .ignoresInterrupt = true}),
+      (CommandResult{false, "x\n命令逾時，已停止等待。"}));
+  EXPECT_NEAR(elapsed, 2.2, exact);
+}
+
+TEST_F(ShellRunner, TimedOutChildFailsWhateverItsExitStatus) {
+  EXPECT_FALSE(run({.runtime = Seconds{2.1}, .status = 0, .ignoresTerminate = true}).ok);
+  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
+}
+
+TEST_F(ShellRunner, LimitIsTwelveSecondsUnlessToldOtherwise) {
+  machine.processes.scripts = {{"quick", {.runtime = Seconds{11.9}}}, {"slow", {.runtime = Seconds{60}}}};
+  EXPECT_TRUE(controller->runShellCommand("quick").ok);
+  const Seconds begin = machine.clock.awakeTime();
+  EXPECT_FALSE(controller->runShellCommand("slow").ok);
+  EXPECT_NEAR((machine.clock.awakeTime() - begin).count(), 12.2, 0.051);
+}
+
+TEST_F(ShellRunner, LimitOfNothingStopsAChildThatStillRuns) {
+  for (const double limit : {0.0, -0.5, -1e9}) {
+    EXPECT_EQ(run({.runtime = Seconds{60}}, Seconds{limit}),
+              (CommandResult{false, "命令逾時，已停止等待。"}));
+    EXPECT_NEAR(elapsed, 0.2, exact);
+  }
+}
+
+TEST_F(ShellRunner, LimitOfNothingLetsAChildPassThatHasEnded) {
+  for (const double limit : {0.0, -0.5}) {
+    EXPECT_EQ(run({.output = "x"}, Seconds{limit}), (CommandResult{true, "x"}));
+    EXPECT_EQ(elapsed, 0);
+  }
+}
+
+TEST_F(ShellRunner, ChildThatEndsBetweenTheLastLookAndTheVerdictIsInTime) {
+  EXPECT_EQ(run({.runtime = Seconds{0.01},
+                 .output = "x",
+                 .whileRunning = [this] { machine.clock.sleep(Seconds{0.02}); }},
+                Seconds{0}),
+            (CommandResult{true, "x"}));
+  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
+}
+
+TEST_F(ShellRunner, TimeThatTheMachineSleepsDoesNotCount) {
+  bool slept = false;
+  EXPECT_EQ(run({.runtime = Seconds{1},
+                 .output = "x",
+                 .whileRunning =
+                     [&] {
+                       if (!std::exchange(slept, true)) machine.clock.suspend(Seconds{3600});
+                     }}),
+            (CommandResult{true, "x"}));
+  EXPECT_TRUE(slept);
+  run({.runtime = Seconds{60}});
+  EXPECT_NEAR(elapsed, 2.2, exact);
+}
+
+TEST_F(ShellRunner, AfterANormalEndTheOutputMayTakeASecond) {
+  run({.runtime = Seconds{0.1}});
+  EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{1}});
+}
+
+TEST_F(ShellRunner, AfterATimeOutTheOutputIsTakenAsItIs) {
+  run({.runtime = Seconds{60}});
+  EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{0}});
+}
+
+TEST_F(ShellRunner, RunsShareNothing) {
+  EXPECT_FALSE(run({.runtime = Seconds{60}, .output = "x"}).ok);
+  EXPECT_EQ(run({.output = "y"}), (CommandResult{true, "y"}));
+}
+
+TEST(ShellEscape, MakesOneWordOfAnyText) {
+  struct Case {
+    const char* text;
+    const char* word;
+  };
+  const Case cases[] = {
+      {"", "''"},
+      {"a", "'a'"},
+      {"a'b", "'a'\"'\"'b'"},
+      {"'", "''\"'\"''"},
+      {"''", "''\"'\"''\"'\"''"},
+      {"$(x) `y` \"z\" \\ \n *", "'$(x) `y` \"z\" \\ \n *'"},
+      {"密碼", "'密碼'"},
+  };
+  for (const Case& each : cases) EXPECT_EQ(AppDelegate::shellEscape(each.text), each.word);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

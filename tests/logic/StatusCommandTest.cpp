@@ -1,0 +1,285 @@
+#include "KestruneMenuClient/StatusCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+namespace {
+
+using nlohmann::json;
+
+const ChildScript healthy{.output = "[OK] Codex CLI: 1.2\n"};
+const ChildScript faulty{.output = "[FAIL] tunnel\n"};
+
+struct StatusCommandTest : ControllerTest {
+  std::vector<std::string> printed;
+  bool readerIsThere = true;
+  std::shared_ptr<StatusCommand> command;
+
+  void ask(StatusFormat format = StatusFormat::json, bool follow = false) {
+    command = std::make_shared<StatusCommand>(machine.platform, StatusCommand::Options{format, follow},
+                                              [this](const std::string& text) {
+                                                printed.push_back(text);
+                                                return readerIsThere;
+                                              });
+    newCalls();
+    command->applicationDidFinishLaunching();
+    machine.loop.settle();
+  }
+  void networkIs(const NetworkPath& path) {
+    machine.pathMonitors.report(path);
+    machine.loop.settle();
+  }
+  json lastPrinted() const { return printed.empty() ? json() : json::parse(printed.back()); }
+};
+
+// --- what a client says that runs
+
+TEST_F(StatusCommandTest, SaysWhatTheRunningClientSays) {
+  backendAnswers(healthy);
+  startUp();
+  const std::size_t before = statusQueries();
+  ask();
+  ASSERT_EQ(printed.size(), 1U);
+  EXPECT_EQ(lastPrinted()["source"], "client");
+  EXPECT_EQ(lastPrinted()["lamp"], "ok");
+  EXPECT_EQ(lastPrinted()["codex_cli"], "Codex：OK 1.2");
+  EXPECT_EQ(statusQueries(), before);
+  EXPECT_TRUE(machine.loop.isTerminated());
+  EXPECT_EQ(command->exitCode(), 0);
+}
+
+TEST_F(StatusCommandTest, TellsTheLampByItsExitCode) {
+  backendAnswers(faulty);
+  startUp();
+  ask();
+  EXPECT_EQ(command->exitCode(), 4);
+}
+
+TEST_F(StatusCommandTest, FollowsTheRunningClient) {
+  backendAnswers(healthy);
+  startUp();
+  ask(StatusFormat::json, true);
+  ASSERT_EQ(printed.size(), 1U);
+  backendAnswers(faulty);
+  refresh();
+  ASSERT_EQ(printed.size(), 2U);
+  EXPECT_EQ(lastPrinted()["lamp"], "error");
+  EXPECT_FALSE(machine.loop.isTerminated());
+  EXPECT_EQ(command->exitCode(), 4);
+}
+
+TEST_F(StatusCommandTest, PrintsNothingTwiceAsItFollows) {
+  startUp();
+  ask(StatusFormat::waybar, true);
+  machine.statusFeed.publish(machine.statusFeed.lines.back() + " ");
+  machine.loop.settle();
+  EXPECT_EQ(printed.size(), 1U);
+}
+
+TEST_F(StatusCommandTest, SetsTextsApartByAnEmptyLineAsItFollows) {
+  startUp();
+  ask(StatusFormat::text, true);
+  state.currentProjectTitle = "another";
+  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+  machine.loop.settle();
+  ASSERT_EQ(printed.size(), 2U);
+  EXPECT_TRUE(printed[0].starts_with("🟡 連線狀態：") ||
+              printed[0].starts_with("🟢 連線狀態："));
+  EXPECT_TRUE(printed[1].starts_with("\n🟢 連線狀態：x\n"));
+}
+
+TEST_F(StatusCommandTest, EndsWhenNobodyReadsAnyMore) {
+  startUp();
+  readerIsThere = false;
+  ask(StatusFormat::json, true);
+  EXPECT_TRUE(machine.loop.isTerminated());
+}
+
+TEST_F(StatusCommandTest, ChecksForItselfWhenTheClientCannotBeUnderstood) {
+  machine.statusFeed.publish("{\"schema\": 2}");
+  backendAnswers(healthy);
+  ask();
+  networkIs({.satisfied = true});
+  ASSERT_EQ(printed.size(), 1U);
+  EXPECT_EQ(lastPrinted()["source"], "check");
+}
+
+TEST_F(StatusCommandTest, ChecksForItselfWhenTheClientEnds) {
+  startUp();
+  ask(StatusFormat::json, true);
+  ASSERT_EQ(printed.size(), 1U);
+  backendAnswers(faulty);
+  machine.statusFeed.end();
+  machine.loop.advance(Seconds{11.9});
+  EXPECT_EQ(printed.size(), 1U);
+  machine.loop.advance(Seconds{0.2});
+  networkIs({.satisfied = true});
+  ASSERT_EQ(printed.size(), 2U);
+  EXPECT_EQ(lastPrinted()["source"], "check");
+  EXPECT_EQ(lastPrinted()["lamp"], "error");
+}
+
+TEST_F(StatusCommandTest, WaitsForTheSuccessorOfAClientThatEnds) {
+  startUp();
+  ask(StatusFormat::json, true);
+  const std::size_t before = statusQueries();
+  machine.statusFeed.end();
+  machine.loop.advance(Seconds{9});
+  machine.statusFeed.publish(statusJson({.status = "the successor"}, true));
+  machine.loop.advance(Seconds{1});
+  EXPECT_EQ(lastPrinted()["status"], "the successor");
+  EXPECT_EQ(statusQueries(), before);
+}
+
+TEST_F(StatusCommandTest, FailsWhenItCannotPrint) {
+  backendAnswers(healthy);
+  startUp();
+  readerIsThere = false;
+  ask();
+  EXPECT_EQ(command->exitCode(), 1);
+}
+
+// --- what it finds for itself
+
+TEST_F(StatusCommandTest, ChecksOnceWithoutAClient) {
+  backendAnswers(healthy);
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=secret\n";
+  machine.localService.answer = R"({"projects": [{"selected": true, "title": "P", "thread_name": "T"}]})";
+  ask();
+  EXPECT_TRUE(printed.empty());
+  networkIs({.satisfied = true, .usesWiFi = true});
+  ASSERT_EQ(printed.size(), 1U);
+  const json said = lastPrinted();
+  EXPECT_EQ(said["source"], "check");
+  EXPECT_EQ(said["lamp"], "ok");
+  EXPECT_EQ(said["project"], "P");
+  EXPECT_EQ(said["thread"], "T");
+  EXPECT_EQ(said["network"], "Wi-Fi 已連線");
+  EXPECT_EQ(said["keeps_awake"], false);
+  EXPECT_FALSE(said["checked_at"].is_null());
+  EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_TRUE(machine.loop.isTerminated());
+}
+
+TEST_F(StatusCommandTest, StartsStopsAndShowsNothingAsItChecks) {
+  backendAnswers(healthy);
+  ask();
+  networkIs({.satisfied = true});
+  command->applicationWillTerminate();
+  EXPECT_EQ(machine.processes.launches.size(), 1U);
+  EXPECT_EQ(reconnects() + stops(), 0U);
+  EXPECT_TRUE(machine.statusBar.menus.empty());
+  EXPECT_TRUE(machine.statusBar.buttons.empty());
+  EXPECT_TRUE(machine.alerts.shown.empty());
+  EXPECT_TRUE(machine.notifications.posted.empty());
+  EXPECT_TRUE(machine.powerAssertions.held.empty());
+  EXPECT_TRUE(machine.statusFeed.lines.empty());
+}
+
+TEST_F(StatusCommandTest, ReconnectsNothingWhenTheNetworkChangesAsItChecks) {
+  backendAnswers(healthy);
+  ask(StatusFormat::json, true);
+  networkIs({.satisfied = true});
+  networkIs({.satisfied = false});
+  machine.loop.advance(Seconds{5});
+  EXPECT_EQ(reconnects(), 0U);
+  EXPECT_TRUE(machine.notifications.posted.empty());
+  EXPECT_EQ(printed.size(), 1U);
+}
+
+TEST_F(StatusCommandTest, RunsNothingWithAutoConnectOff) {
+  setAutoConnect(false);
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=secret\n";
+  ask();
+  networkIs({.satisfied = true});
+  ASSERT_EQ(printed.size(), 1U);
+  const json said = lastPrinted();
+  EXPECT_EQ(said["status"], "已停用，不會啟動背景服務");
+  EXPECT_EQ(said["auto_connect"], false);
+  EXPECT_EQ(said["project"], "未同步");
+  EXPECT_EQ(said["thread"], "尚未啟動");
+  EXPECT_TRUE(said["checked_at"].is_null());
+  EXPECT_TRUE(machine.processes.launches.empty());
+  EXPECT_TRUE(machine.localService.tokens.empty());
+  EXPECT_EQ(command->exitCode(), 3);
+}
+
+TEST_F(StatusCommandTest, LooksAgainEveryTwentySecondsAsItFollowsWithoutAClient) {
+  backendAnswers(healthy);
+  ask(StatusFormat::json, true);
+  networkIs({.satisfied = true});
+  ASSERT_EQ(printed.size(), 1U);
+  machine.loop.advance(Seconds{19.9});
+  EXPECT_EQ(statusQueries(), 1U);
+  machine.loop.advance(Seconds{0.2});
+  EXPECT_EQ(statusQueries(), 2U);
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(statusQueries(), 3U);
+  EXPECT_EQ(machine.loop.liveTimers(), 1U);
+}
+
+TEST_F(StatusCommandTest, FindsAClientThatStartsLater) {
+  backendAnswers(healthy);
+  ask(StatusFormat::json, true);
+  networkIs({.satisfied = true});
+  machine.statusFeed.publish(statusJson({.status = "from the client"}, true));
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(lastPrinted()["status"], "from the client");
+  EXPECT_EQ(statusQueries(), 1U);
+  machine.loop.advance(Seconds{60});
+  EXPECT_EQ(statusQueries(), 1U);
+}
+
+TEST_F(StatusCommandTest, EndsWhatItRunsWhenItIsInterrupted) {
+  backendAnswers({.runtime = Seconds{100}});
+  ask();
+  machine.pathMonitors.report({.satisfied = true});
+  machine.loop.runMain();
+  ASSERT_EQ(machine.loop.workerJobs(), 1U);
+  command->applicationWillTerminate();
+  machine.loop.settle();
+  EXPECT_EQ(machine.processes.reservations, 1);
+  EXPECT_TRUE(machine.processes.launches.empty());
+  EXPECT_TRUE(printed.empty());
+  EXPECT_EQ(command->exitCode(), 1);
+}
+
+// --- what a client says of itself
+
+struct PublishedStatus : ControllerTest {
+  json published() const { return json::parse(machine.statusFeed.lines.back()); }
+};
+
+TEST_F(PublishedStatus, IsThatOfTheMenu) {
+  makeStatusItem();
+  EXPECT_EQ(published()["status"], "正在檢查狀態…");
+  EXPECT_TRUE(published()["checked_at"].is_null());
+  backendAnswers(faulty);
+  refresh();
+  EXPECT_EQ(published()["lamp"], "error");
+  EXPECT_EQ(published()["checked_at"], "2026-01-15T11:20:00Z");
+}
+
+TEST_F(PublishedStatus, TellsOfTogglesAndReconnects) {
+  startUp();
+  choose("toggleKeepAwake");
+  choose("toggleConnectionMode");
+  EXPECT_EQ(published()["connection_mode"], "官方 ChatGPT");
+  controller->reconnectServices(false);
+  machine.loop.runMain();
+  EXPECT_EQ(published()["reconnecting"], true);
+  choose("toggleAutoConnect");
+  EXPECT_EQ(published()["auto_connect"], false);
+}
+
+TEST_F(PublishedStatus, HasNoSecrets) {
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=5eCret\nKESTRUNE_APP_TOKEN=5eCret\n";
+  backendAnswers(healthy);
+  startUp();
+  for (const auto& line : machine.statusFeed.lines) EXPECT_EQ(line.find("5eCret"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,175 @@
+#include "KestruneMenuClient/Text.h"
+
+#include <gtest/gtest.h>
+#include <utf8proc.h>
+
+#include <set>
+#include <vector>
+
+#include "tests/logic/Characters.h"
+
+namespace kestrune::testing {
+namespace {
+
+std::string encoded(char32_t character) {
+  utf8proc_uint8_t bytes[4];
+  const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(character), bytes);
+  return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)};
+}
+
+constexpr char32_t lastCharacter = 0x10FFFF;
+constexpr bool isSurrogate(char32_t character) {
+  return character >= 0xD800 && character <= 0xDFFF;
+}
+
+// --- white space and newlines
+
+TEST(WhiteSpace, IsTheTabTheSpaceSeparatorsAndTheNewlines) {
+  const std::set<char32_t> newlines{0x0A, 0x0B, 0x0C, 0x0D, 0x85, 0x2028, 0x2029};
+  std::size_t count = 0;
+  for (char32_t character = 0; character <= lastCharacter; ++character) {
+    const bool expected = character == '\t' || newlines.count(character) == 1 ||
+                          utf8proc_category(static_cast<utf8proc_int32_t>(character)) == UTF8PROC_CATEGORY_ZS;
+    ASSERT_EQ(isWhiteSpaceOrNewline(character), expected) << "U+" << std::hex << unsigned(character);
+    count += expected;
+  }
+  EXPECT_EQ(count, 25U);
+}
+
+TEST(Trimming, TakesExactlyWhiteSpaceAndNewlinesFromBothEnds) {
+  for (char32_t character = 0; character <= lastCharacter; ++character) {
+    if (isSurrogate(character)) continue;
+    const std::string end = encoded(character);
+    const std::string text = end + "a" + end;
+    const bool space = isWhiteSpaceOrNewline(character);
+    ASSERT_EQ(trimmed(text), space ? "a" : std::string_view(text)) << "U+" << std::hex << unsigned(character);
+  }
+}
+
+TEST(Trimming, TakesAnyMixtureButNothingFromTheMiddle) {
+  EXPECT_EQ(trimmed(" \t\r\n　\u00A0\u2028a 　\n b\v\f\u0085\u2029\u202F "), "a 　\n b");
+}
+
+TEST(Trimming, LeavesNothingOfATextOfSpace) {
+  EXPECT_EQ(trimmed(""), "");
+  EXPECT_EQ(trimmed(" "), "");
+  EXPECT_EQ(trimmed(" \t\r\n　\u2028\u0085"), "");
+}
+
+TEST(Trimming, LeavesInvisibleCharactersThatAreNoSpace) {
+  for (const char* text : {"\u200B", "\u200D", "\uFEFF", "\u2060", "\u180E", "\u001C", "\u001F", "\u007F"}) {
+    EXPECT_EQ(trimmed(text), text);
+  }
+  const std::string_view nul("\0", 1);
+  EXPECT_EQ(trimmed(nul), nul);
+}
+
+TEST(Trimming, TakesIllFormedBytesForNoSpace) {
+  for (const std::string_view text :
+       {"\xff", "\x80", "\xe3\x80", "\xc2", "\x80\x80\x80\x80\x80", "a\xe3\x80\x80\x80", "a\xe2\x80"}) {
+    EXPECT_EQ(trimmed(text), text);
+    EXPECT_EQ(trimmed(" " + std::string(text) + "　"), text);
+  }
+}
+
+// --- UTF-8
+
+TEST(Utf8, EveryCharacterIsValidInItsOneForm) {
+  for (char32_t character = 0; character <= lastCharacter; ++character) {
+    if (isSurrogate(character)) continue;
+    ASSERT_TRUE(isValidUtf8("a" + encoded(character) + "b")) << "U+" << std::hex << unsigned(character);
+  }
+  EXPECT_TRUE(isValidUtf8(""));
+}
+
+TEST(Utf8, IllFormedBytesAreNotValidWhereverTheyStand) {
+  const std::vector<std::string> illFormed{
+      "\x80",
+      "\xbf",
+      "\xc0\x80",
+      "\xc1\xbf",
+      "\xc2",
+      "\xe0\x80\x80",
+      "\xe0\x9f\xbf",
+      "\xe4\xb8",
+      "\xed\xa0\x80",
+      "\xed\xbf\xbf",
+      "\xf0\x8f\xbf\xbf",
+      "\xf0\x9f\x98",
+      "\xf4\x90\x80\x80",
+      "\xf5\x80\x80\x80",
+      "\xfe",
+      "\xff",
+  };
+  for (const std::string& bytes : illFormed) {
+    EXPECT_FALSE(isValidUtf8(bytes));
+    EXPECT_FALSE(isValidUtf8(bytes + "中"));
+    EXPECT_FALSE(isValidUtf8("中" + bytes));
+    EXPECT_FALSE(isValidUtf8("a" + bytes + "b"));
+  }
+}
+
+// --- cutting by characters
+
+TEST(Shortening, CountsCharactersAsAReaderDoes) {
+  for (const std::string_view character : singleCharacters) {
+    SCOPED_TRACE(character);
+    EXPECT_EQ(shortened(repeated(character, 10), 10), repeated(character, 10));
+    EXPECT_EQ(shortened(repeated(character, 11), 10), repeated(character, 7) + "...");
+    EXPECT_EQ(shortened(repeated(character, 500), 10), repeated(character, 7) + "...");
+  }
+}
+
+TEST(Shortening, CountsAMixtureCharacterByCharacter) {
+  std::string ten;
+  std::string seven;
+  for (int i = 0; i < 10; ++i) {
+    ten += singleCharacters[i];
+    if (i < 7) seven += singleCharacters[i];
+  }
+  EXPECT_EQ(shortened(ten, 10), ten);
+  EXPECT_EQ(shortened(ten + "x", 10), seven + "...");
+}
+
+TEST(Shortening, OddRegionalIndicatorStandsAlone) {
+  const std::string flags = repeated("🇹🇼", 9) + "🇹";
+  EXPECT_EQ(shortened(flags, 10), flags);
+  EXPECT_EQ(shortened(flags + "🇼🇹", 10), repeated("🇹🇼", 7) + "...");
+}
+
+TEST(Shortening, MarksBehindTheLastCharacterBelongToIt) {
+  const std::string marks = repeated("\u0301", 100);
+  EXPECT_EQ(shortened(repeated("x", 10) + marks, 10), repeated("x", 10) + marks);
+  EXPECT_EQ(shortened(repeated("x", 7) + marks + repeated("x", 4), 10), repeated("x", 7) + marks + "...");
+}
+
+TEST(Shortening, CarriageReturnAndLineFeedAreOneCharacter) {
+  EXPECT_EQ(shortened(repeated("\r\n", 10), 10), repeated("\r\n", 10));
+  EXPECT_EQ(shortened(repeated("\r\n", 11), 10), repeated("\r\n", 7) + "...");
+}
+
+TEST(Shortening, IllFormedByteIsOneCharacter) {
+  EXPECT_EQ(shortened(std::string(10, '\xff'), 10), std::string(10, '\xff'));
+  EXPECT_EQ(shortened(std::string(11, '\xff'), 10), std::string(7, '\xff') + "...");
+}
+
+TEST(Shortening, LeavesAnEmptyTextEmpty) {
+  EXPECT_EQ(shortened("", 10), "");
+}
+
+// --- replacing
+
+TEST(Replacing, TakesEachOccurrenceFromLeftToRight) {
+  EXPECT_EQ(replacingAll("aXbXX", "X", "--"), "a--b----");
+  EXPECT_EQ(replacingAll("aaa", "aa", "b"), "ba");
+  EXPECT_EQ(replacingAll("abc", "x", "y"), "abc");
+  EXPECT_EQ(replacingAll("", "x", "y"), "");
+  EXPECT_EQ(replacingAll("xx", "x", ""), "");
+}
+
+TEST(Replacing, DoesNotLookAtWhatItPutIn) {
+  EXPECT_EQ(replacingAll("'", "'", "'\"'\"'"), "'\"'\"'");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

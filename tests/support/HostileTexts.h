@@ -1,0 +1,102 @@
+#pragma once
+
+#include <utf8proc.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrune::testing {
+
+/// Whether a character does more to a screen than to be seen, or is none; by the character database, not by
+/// the program's own lists.
+inline bool commandsAScreen(utf8proc_int32_t character) {
+  const utf8proc_property_t& property = *utf8proc_get_property(character);
+  switch (property.category) {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_CS:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+      return true;
+    default:
+      break;
+  }
+  switch (property.bidi_class) {
+    case UTF8PROC_BIDI_CLASS_LRE:
+    case UTF8PROC_BIDI_CLASS_LRO:
+    case UTF8PROC_BIDI_CLASS_RLE:
+    case UTF8PROC_BIDI_CLASS_RLO:
+    case UTF8PROC_BIDI_CLASS_PDF:
+    case UTF8PROC_BIDI_CLASS_LRI:
+    case UTF8PROC_BIDI_CLASS_RLI:
+    case UTF8PROC_BIDI_CLASS_FSI:
+    case UTF8PROC_BIDI_CLASS_PDI:
+      return true;
+    default:
+      break;
+  }
+  return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+}
+
+/// The first fault of a text that a user is to read, in words; empty when there is none. `lines`: it may have
+/// several.
+inline std::string faultOf(std::string_view shown, bool lines = false) {
+  for (std::size_t at = 0; at < shown.size();) {
+    utf8proc_int32_t character = 0;
+    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(shown.data() + at),
+                                         static_cast<utf8proc_ssize_t>(shown.size() - at), &character);
+    if (length <= 0) return "ill-formed at " + std::to_string(at);
+    if (commandsAScreen(character) && !(lines && character == '\n')) {
+      return "character " + std::to_string(character) + " at " + std::to_string(at);
+    }
+    at += static_cast<std::size_t>(length);
+  }
+  return "";
+}
+
+struct HostileText {
+  std::string name;
+  std::string text;
+};
+
+/// Texts that are not meant to be read, each between the words "before" and "behind".
+inline std::vector<HostileText> hostileTexts() {
+  using namespace std::string_literals;
+  constexpr std::size_t megabyte = 1 << 20;
+  const auto many = [](std::string_view piece) {
+    std::string text;
+    while (text.size() < megabyte) text += piece;
+    return text;
+  };
+  std::string controls;
+  for (int code = 0; code < 0xA0; ++code) {
+    if (code >= 0x20 && code < 0x7F) continue;
+    if (code >= 0x80) controls += '\xC2';
+    controls += static_cast<char>(code);
+  }
+  std::vector<HostileText> texts{
+      {"every control character", controls},
+      {"a NUL", "\0"s},
+      {"the clearing of a screen", "\x1b[2J\x1b[H\u009b2J"},
+      {"the title of a terminal", "\x1b]0;owned\x07\x1b]2;owned\x1b\\"},
+      {"a link and the clipboard", "\x1b]8;;http://example.com\x1b\\x\x1b]8;;\x1b\\\x1b]52;c;eA==\x07"},
+      {"a device control string", "\x1bP+q544e\x1b\\\u0090x\u009c"},
+      {"overwriting", "\r\b\b\b\b\b\b\b\x7f\x1b[A\x1b[2K"},
+      {"line ends", "\n\r\n\v\f\u0085\u2028\u2029"},
+      {"directions", "\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"},
+      {"characters without a width", "\u200b\u200c\u200d\u2060\ufeff\u00ad\u200e\u200f\u061c\u180e"},
+      {"no characters", "\ufdd0\ufffe\uffff\U0010ffff"},
+      {"ill-formed bytes", "\xff\xfe\xc0\x80\xed\xa0\x80\xf4\x90\x80\x80\xe4\xb8"},
+      {"markup", "<b>&amp;<img src=\"file:///etc/passwd\">%s%n$(id)`id`"},
+      {"a megabyte in a line", many("x")},
+      {"a megabyte without a width", many("\u200b")},
+      {"a megabyte of one character", many("\u0301")},
+      {"a megabyte of lines", many("\n")},
+      {"a megabyte of escapes", many("\x1b[31m")},
+      {"a megabyte of bytes", many("\xff")},
+  };
+  for (auto& each : texts) each.text = "before" + each.text + "behind";
+  return texts;
+}
+
+}  // namespace kestrune::testing

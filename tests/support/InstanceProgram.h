@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "platform/linux/SingleInstance.h"
+#include "tests/support/ForkedProgram.h"
+
+namespace kestrune::testing {
+
+/// A process that claims to be the only one: says "alone" or "second", and "activated" whenever it is told to
+/// show itself. One that is alone runs until SIGTERM.
+class InstanceProgram : public ForkedProgram {
+ public:
+  InstanceProgram(const std::string& lockPath, SingleInstance::Claim kind)
+      : ForkedProgram([&lockPath, kind](const Say& say) { run(lockPath, kind, say); }) {}
+
+  static void run(const std::string& lockPath, SingleInstance::Claim kind, const Say& say) {
+    EventLoop loop;
+    SessionBus bus(loop);
+    SingleInstance instance(loop, bus, lockPath, [&say] { say("activated"); });
+    bus.connect();
+    // Heard only from one that is not sure at once.
+    bool decided = false;
+    loop.mainQueue().async([&] {
+      if (!decided) say("waiting");
+    });
+    decided = instance.claim(kind);
+    say(decided ? "alone" : "second");
+    if (decided) loop.runUntil([] { return false; });
+  }
+};
+
+}  // namespace kestrune::testing

@@ -1,0 +1,173 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+// A child process that does what its arguments say, one after the other:
+//   out TEXT, err TEXT      write TEXT to standard output or error
+//   flood N, flood-err N    write N bytes to standard output or error
+//   of TEXT                 what floods consist of from now on
+//   bytes HEX               write the bytes to standard output
+//   ignore SIGNAL           ignore the signal of that number from now on
+//   log-signals FILE        append the number of each SIGTERM and SIGINT to FILE, and go on
+//   on-term TEXT            at SIGTERM, write TEXT to standard output and exit with status 7
+//   descriptors             write the numbers of the open descriptors
+//   signals                 write the blocked and the ignored signals that the kernel knows of
+//   ids                     write "pid N pgid N sid N"
+//   leave SECONDS           leave a descendant behind that keeps both pipes open so long; write "left N", its
+//   pid leave-flooding SECONDS  the same, and it writes to both of them without end leave-session SECONDS the
+//   same in a session of its own, and without the pipes touch FILE              make the file, or tell who
+//   reads from that named pipe copy-input              write the first line of standard input to standard
+//   output pause                   wait for a signal raise SIGNAL            die of it exit STATUS
+
+namespace {
+
+std::string onTerm;
+std::string floodText = "x";
+int signalLog = -1;
+
+void put(int descriptor, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
+    if (count < 0) std::exit(99);
+    done += static_cast<std::size_t>(count);
+  }
+}
+
+void flood(int descriptor, long size) {
+  std::string block;
+  while (block.size() < 65536) block += floodText;
+  for (long left = size; left > 0; left -= static_cast<long>(block.size())) {
+    put(descriptor, block.substr(0, static_cast<std::size_t>(left)));
+  }
+}
+
+void showStatusLines(const char* const* names, std::size_t count) {
+  std::FILE* const file = std::fopen("/proc/self/status", "re");
+  char line[256];
+  while (file != nullptr && std::fgets(line, sizeof line, file) != nullptr) {
+    for (std::size_t i = 0; i < count; ++i) {
+      if (std::strncmp(line, names[i], std::strlen(names[i])) == 0) put(STDOUT_FILENO, line);
+    }
+  }
+  if (file != nullptr) std::fclose(file);
+}
+
+/// Waits until nobody can write to the pipe any more.
+void waitForEnd(const int (&ends)[2]) {
+  close(ends[1]);
+  char nothing = 0;
+  if (read(ends[0], &nothing, 1) != 0) std::exit(96);
+  close(ends[0]);
+}
+
+void leaveDescendant(unsigned seconds, const std::string& kind) {
+  int settled[2];
+  int announced[2];
+  if (pipe(settled) != 0 || pipe(announced) != 0) std::exit(96);
+  const pid_t left = fork();
+  if (left != 0) {
+    close(announced[0]);
+    waitForEnd(settled);
+    put(STDOUT_FILENO, "left " + std::to_string(left) + "\n");
+    close(announced[1]);
+    return;
+  }
+  if (kind == "leave-session") {
+    setsid();
+    const int nothing = open("/dev/null", O_RDWR);
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) dup2(nothing, descriptor);
+  }
+  alarm(seconds);
+  for (const int each : settled) close(each);
+  waitForEnd(announced);
+  while (kind == "leave-flooding") {
+    flood(STDOUT_FILENO, 65536);
+    flood(STDERR_FILENO, 65536);
+  }
+  for (;;) pause();
+}
+
+void logSignals(const char* file) {
+  signalLog = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  for (const int number : {SIGTERM, SIGINT}) {
+    signal(number, [](int arrived) {
+      const char text[] = {static_cast<char>('0' + arrived / 10), static_cast<char>('0' + arrived % 10), ' '};
+      if (write(signalLog, text, sizeof text) < 0) _exit(97);
+    });
+  }
+}
+
+void copyLine() {
+  for (char next = 0; next != '\n' && read(STDIN_FILENO, &next, 1) == 1;) put(STDOUT_FILENO, {next});
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  for (int i = 1; i < count; ++i) {
+    const std::string verb = arguments[i];
+    const std::string argument = i + 1 < count ? arguments[i + 1] : "";
+    const auto number = std::strtol(argument.c_str(), nullptr, 10);
+    const bool alone = verb == "descriptors" || verb == "signals" || verb == "ids" || verb == "pause" ||
+                       verb == "copy-input";
+    if (!alone) ++i;
+    if (verb == "out") {
+      put(STDOUT_FILENO, argument);
+    } else if (verb == "err") {
+      put(STDERR_FILENO, argument);
+    } else if (verb == "flood" || verb == "flood-err") {
+      flood(verb == "flood" ? STDOUT_FILENO : STDERR_FILENO, number);
+    } else if (verb == "of") {
+      floodText = argument;
+    } else if (verb == "bytes") {
+      std::string bytes;
+      for (std::size_t at = 0; at + 1 < argument.size(); at += 2) {
+        bytes.push_back(static_cast<char>(std::stoi(argument.substr(at, 2), nullptr, 16)));
+      }
+      put(STDOUT_FILENO, bytes);
+    } else if (verb == "ignore") {
+      signal(static_cast<int>(number), SIG_IGN);
+    } else if (verb == "log-signals") {
+      logSignals(argument.c_str());
+    } else if (verb == "on-term") {
+      onTerm = argument;
+      signal(SIGTERM, [](int) {
+        put(STDOUT_FILENO, onTerm);
+        _exit(7);
+      });
+    } else if (verb == "descriptors") {
+      for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) put(STDOUT_FILENO, std::to_string(descriptor) + " ");
+      }
+    } else if (verb == "signals") {
+      const char* const names[] = {"SigBlk", "SigIgn"};
+      showStatusLines(names, 2);
+    } else if (verb == "ids") {
+      put(STDOUT_FILENO, "pid " + std::to_string(getpid()) + " pgid " + std::to_string(getpgid(0)) + " sid " +
+                             std::to_string(getsid(0)) + "\n");
+    } else if (verb.starts_with("leave")) {
+      leaveDescendant(static_cast<unsigned>(number), verb);
+    } else if (verb == "touch") {
+      close(open(argument.c_str(), O_WRONLY | O_CREAT, 0600));
+    } else if (verb == "copy-input") {
+      copyLine();
+    } else if (verb == "pause") {
+      pause();
+    } else if (verb == "raise") {
+      signal(static_cast<int>(number), SIG_DFL);
+      raise(static_cast<int>(number));
+    } else if (verb == "exit") {
+      return static_cast<int>(number);
+    } else {
+      std::fprintf(stderr, "test_child: what is \"%s\"?\n", verb.c_str());
+      return 98;
+    }
+  }
+  return 0;
+}
