@@ -1,0 +1,94 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "fuzz/Fuzz.h"
+#include "platform/linux/AutostartEntries.h"
+#include "tests/support/FakePlatform.h"
+#include "tests/support/ScratchFolder.h"
+
+// An entry in the autostart folder: the path of the running program, the repository, and what the entry
+// holds.
+
+namespace {
+
+using namespace kestrune;
+using fuzz::require;
+
+constexpr auto label = "com.example.client";
+
+std::string contentsOf(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void put(const std::string& file, const std::string& text) {
+  std::ofstream(file, std::ios::binary) << text;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines(1);
+  for (const char each : text) {
+    if (each == '\n') {
+      lines.emplace_back();
+    } else {
+      lines.back() += each;
+    }
+  }
+  if (lines.back().empty()) lines.pop_back();
+  return lines;
+}
+
+/// An entry of anybody's is repaired at most, and never switched.
+void repair(AutostartEntries& entries, const std::string& repo, const std::string& text) {
+  const std::string path = entries.path(label);
+  put(path, text);
+  const bool wasRegistered = entries.isRegistered(label);
+  require(contentsOf(path) == text, "to look changes nothing");
+  entries.repair(label, repo);
+  require(entries.isRegistered(label) == wasRegistered, "an entry stays switched as it was");
+  const std::string repaired = contentsOf(path);
+  if (repaired == text) return;
+
+  const auto before = linesOf(text);
+  const auto after = linesOf(repaired);
+  require(before.size() == after.size(), "no line comes or goes");
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    const bool isOurs =
+        after[i].starts_with("Exec=") || after[i].starts_with("TryExec=") || after[i].starts_with("Path=");
+    require(isOurs || after[i] == before[i], "only the program and its folder are repaired");
+  }
+  entries.repair(label, repo);
+  require(contentsOf(path) == repaired, "what is repaired is in order");
+}
+
+/// Our own entry leads to whatever program runs by then.
+void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
+  const std::string path = entries.path(label);
+  const std::string document = entries.document(label, "/gone/KestruneMenuClient", repo);
+  require(linesOf(document).size() == 12, "no path puts a line into an entry");
+  put(path, document);
+  require(entries.isRegistered(label), "an entry is switched on at first");
+  entries.repair(label, repo);
+  require(contentsOf(path) == entries.document(label, executable, repo),
+          "an entry leads to the running program");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const testing::ScratchFolder folder;
+  fuzz::Input input(data, size);
+  testing::FakeMainBundle bundle;
+  const std::string executable = "/there/" + std::string(input.text());
+  const std::string repo = "/" + std::string(input.text());
+  if (input.byte() == 'v') bundle.environment["KESTRUNE_REPO_PATH"] = repo;
+  AutostartEntries entries(folder.file(""), bundle);
+
+  bundle.executable = executable;
+  repair(entries, repo, std::string(input.rest()));
+  bundle.executable = executable + "/KestruneMenuClient";
+  lead(entries, repo, *bundle.executable);
+  return 0;
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+
+#include "tests/support/AppDelegateState.h"
+#include "tests/support/FakePlatform.h"
+
+namespace kestrune::fuzz {
+
+/// A controller on a machine of fakes, with its item in the status bar.
+struct Controller {
+  static constexpr auto envFile = "/home/u/backend/.env";
+  static constexpr auto templateFile = "/home/u/backend/.env.example";
+
+  testing::FakePlatform machine;
+  std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(machine.platform);
+  AppDelegateState state{*delegate};
+
+  Controller() { delegate->configureStatusItem(); }
+};
+
+}  // namespace kestrune::fuzz

@@ -1,0 +1,33 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <vector>
+
+#include "fuzz/Fuzz.h"
+
+// Gives a fuzzer the files of the folders that are named, for builds without the fuzzing library.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void replay(const fs::path& file) {
+  std::printf("%s\n", file.c_str());
+  std::fflush(stdout);
+  std::ifstream stream(file, std::ios::binary);
+  const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
+  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  std::set<fs::path> files;
+  for (int i = 1; i < count; ++i) {
+    files.insert(fs::directory_iterator(arguments[i]), fs::directory_iterator());
+  }
+  LLVMFuzzerTestOneInput(nullptr, 0);
+  for (const auto& file : files) replay(file);
+  return files.empty() ? 1 : 0;
+}

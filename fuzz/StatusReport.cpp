@@ -1,0 +1,96 @@
+#include "fuzz/Controller.h"
+#include "fuzz/Fuzz.h"
+
+#include "KestruneMenuClient/Text.h"
+
+// What the backend's "status" prints: its first byte says how it ended, the others are its output.
+
+namespace {
+
+using namespace kestrune;
+using fuzz::require;
+
+constexpr std::string_view okMarker = "[OK]";
+constexpr std::string_view failMarker = "[FAIL]";
+
+bool holds(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+/// The lamp by the words of the contract: a fault in what is left of a report without the lines of the
+/// runtime.
+ConnectionLampState expectedLamp(const CommandResult& result) {
+  std::string kept;
+  LineSplitter lines(result.output);
+  for (std::string_view line; lines.next(line);) {
+    bool isReserved = false;
+    for (const char* const label :
+         {"Codex CLI", "Codex Remote Control", "Codex App", "ChatGPT Remote Ready"}) {
+      isReserved = isReserved || holds(line, label);
+    }
+    if (!isReserved) kept.append(line).append("\n");
+  }
+  for (const char* const fault : {"無回應", "未載入", "[FAIL]"}) {
+    if (holds(kept, fault)) return ConnectionLampState::error;
+  }
+  return result.ok ? ConnectionLampState::ok : ConnectionLampState::warning;
+}
+
+void checkSummary(const std::string& summary, std::string_view prefix) {
+  require(summary.starts_with(prefix), "a summary begins with its prefix");
+  std::string_view detail = std::string_view(summary).substr(prefix.size());
+  if (detail == "尚未檢查") return;
+  for (const std::string_view verdict : {"OK ", "需檢查 "}) {
+    if (!detail.starts_with(verdict)) continue;
+    detail.remove_prefix(verdict.size());
+    require(shortened(detail, 44) == detail, "a detail has at most 44 characters");
+    require(!holds(detail, "（"), "a detail has no explanation");
+    std::string_view line;
+    require(!LineSplitter(detail).next(line) || line == detail, "a detail is one line");
+    return;
+  }
+  require(false, "a detail says what came of the check");
+}
+
+void interpret(const CommandResult& result) {
+  require(AppDelegate::inferLampState(result) == expectedLamp(result), "the lamp is the contract's");
+
+  const std::string pretty = AppDelegate::prettifyOutput(result.output);
+  require(!holds(pretty, okMarker) && !holds(pretty, failMarker), "no marker is left in what is shown");
+  if (!holds(result.output, "🟢") && !holds(result.output, "🔴")) {
+    require(replacingAll(replacingAll(pretty, "🟢", okMarker), "🔴", failMarker) == result.output,
+            "nothing but the markers is changed");
+  }
+}
+
+/// The same report on its whole way: from the pipe of the command into the menu.
+void refresh(bool ok, std::string report) {
+  fuzz::Controller controller;
+  auto& machine = controller.machine;
+  machine.processes.scripts = {{"status", {.status = ok ? 0 : 1, .output = std::move(report)}}};
+  controller.delegate->refreshStatus(false);
+  machine.loop.settle();
+
+  require(!controller.state.statusRefreshInProgress, "a refresh comes to its end");
+  checkSummary(controller.state.codexVersionSummary, "Codex：");
+  checkSummary(controller.state.codexRemoteControlSummary, "Remote Control：");
+  checkSummary(controller.state.codexAppSummary, "Codex App：");
+  checkSummary(controller.state.chatGPTRemoteSummary, "ChatGPT Remote：");
+  require(machine.statusBar.menu().items.size() == 29, "the menu has its rows");
+  for (const auto& item : machine.statusBar.menu().items) {
+    require(isValidUtf8(item.title), "a row is text");
+    std::string_view line;
+    require(!LineSplitter(item.title).next(line) || line == item.title, "a row is one line");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const bool ok = input.byte() == '0';
+  const std::string report(input.rest());
+  interpret({ok, report});
+  refresh(ok, report);
+  return 0;
+}

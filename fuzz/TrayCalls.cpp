@@ -1,0 +1,260 @@
+#include <sys/socket.h>
+#include <systemd/sd-bus.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <vector>
+
+#include "fuzz/Fuzz.h"
+#include "platform/linux/SessionBus.h"
+#include "platform/tray/StatusNotifierItem.h"
+#include "tests/support/VirtualTime.h"
+
+// What hosts ask of the item in the tray and of its menu, on a line of their own without a bus between: one
+// step behind the other, each begun by a byte that says which.
+
+namespace {
+
+using namespace kestrune;
+using fuzz::Input;
+using fuzz::require;
+
+struct Method {
+  const char* path;
+  const char* interface;
+  const char* member;
+  std::string_view types;
+};
+
+constexpr auto item = StatusNotifierItem::objectPath;
+constexpr auto menu = DBusMenu::objectPath;
+constexpr auto itemInterface = "org.kde.StatusNotifierItem";
+constexpr auto menuInterface = "com.canonical.dbusmenu";
+constexpr auto properties = "org.freedesktop.DBus.Properties";
+
+constexpr std::array methods{
+    Method{menu, menuInterface, "GetLayout", "iias"},
+    Method{menu, menuInterface, "GetGroupProperties", "aias"},
+    Method{menu, menuInterface, "GetProperty", "is"},
+    Method{menu, menuInterface, "Event", "isvu"},
+    Method{menu, menuInterface, "EventGroup", "a(isvu)"},
+    Method{menu, menuInterface, "AboutToShow", "i"},
+    Method{menu, menuInterface, "AboutToShowGroup", "ai"},
+    Method{item, itemInterface, "Activate", "ii"},
+    Method{item, itemInterface, "Scroll", "is"},
+    Method{item, itemInterface, "ProvideXdgActivationToken", "s"},
+    Method{item, properties, "Get", "ss"},
+    Method{menu, properties, "GetAll", "s"},
+    Method{item, properties, "GetAll", "s"},
+    Method{menu, properties, "Set", "ssv"},
+};
+
+/// How many characters the first type of these takes.
+std::size_t firstType(std::string_view types) {
+  if (types.front() == 'a') return 1 + firstType(types.substr(1));
+  return types.front() == '(' ? types.find(')') + 1 : 1;
+}
+
+int append(sd_bus_message* message, std::string_view types, Input& input);
+
+/// A container that holds `contents` so many times.
+int appendContainer(sd_bus_message* message, char kind, std::string_view contents, int count, Input& input) {
+  int result = sd_bus_message_open_container(message, kind, std::string(contents).c_str());
+  for (int i = 0; i < count && result >= 0; ++i) result = append(message, contents, input);
+  return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+int appendOne(sd_bus_message* message, std::string_view type, Input& input) {
+  static constexpr std::array<std::string_view, 6> inVariants{"i", "s", "u", "as", "(is)", "v"};
+  const std::string_view inside = type.substr(1);
+  switch (type.front()) {
+    case 'i':
+    case 'u':
+      return sd_bus_message_append(message, std::string(type).c_str(), input.word());
+    case 's':
+      return sd_bus_message_append(message, "s", std::string(input.text()).c_str());
+    case 'v':
+      return appendContainer(message, 'v', inVariants.at(input.byte() % inVariants.size()), 1, input);
+    case 'a':
+      return appendContainer(message, 'a', inside, input.byte() % 8, input);
+    default:
+      return appendContainer(message, 'r', inside.substr(0, inside.size() - 1), 1, input);
+  }
+}
+
+/// Values of these types, made of the input.
+int append(sd_bus_message* message, std::string_view types, Input& input) {
+  int result = 0;
+  while (result >= 0 && !types.empty()) {
+    const std::size_t length = firstType(types);
+    result = appendOne(message, types.substr(0, length), input);
+    types.remove_prefix(length);
+  }
+  return result;
+}
+
+/// Sees to it that only rows that can be chosen are performed.
+struct Target final : ActionTarget {
+  void performAction(std::string_view action) override {
+    require(action == "allowed", "what is disabled does nothing");
+  }
+};
+
+/// Without connection: the item is given the one that the host is on.
+SessionBus& idleBus() {
+  // The loop keeps the signals to itself that end the process, and nobody could end a fuzzer.
+  sigset_t before;
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  static EventLoop loop;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  static SessionBus bus(loop);
+  return bus;
+}
+
+struct BusDeleter {
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+using Bus = std::unique_ptr<sd_bus, BusDeleter>;
+
+Bus makeBus(int descriptor, bool isServer) {
+  sd_bus* bus = nullptr;
+  bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_fd(bus, descriptor, descriptor) >= 0;
+  if (isServer) done = done && sd_bus_set_server(bus, 1, sd_id128_t{{1}}) >= 0;
+  done = done && sd_bus_set_anonymous(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
+  require(done, "a connection can be made");
+  return Bus(bus);
+}
+
+/// An item and a host, at both ends of a line.
+class Desk {
+ public:
+  Desk() {
+    std::array<int, 2> ends{};
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) == 0,
+            "there are sockets");
+    program = makeBus(ends[0], true);
+    host = makeBus(ends[1], false);
+    tray.busConnected(program.get());
+    settle();
+  }
+  ~Desk() { tray.busLost(); }
+  Desk(const Desk&) = delete;
+  Desk& operator=(const Desk&) = delete;
+
+  void step(Input& input) {
+    const std::uint8_t choice = input.byte();
+    if (choice < 0xA0) {
+      call(methods.at(choice % methods.size()), methods.at(choice % methods.size()).types, input);
+    } else if (choice < 0xB0) {
+      call(methods.at(choice % methods.size()), methods.at(input.byte() % methods.size()).types, input);
+    } else if (choice < 0xC0) {
+      tellOfOwner(input);
+    } else if (choice < 0xE0) {
+      setMenu(input);
+    } else {
+      StatusButton button;
+      button.toolTip = std::string(input.text());
+      button.accessibilityLabel = button.toolTip;
+      tray.setButton(button);
+    }
+    settle();
+  }
+
+ private:
+  void call(const Method& method, std::string_view types, Input& input) {
+    sd_bus_message* message = nullptr;
+    require(sd_bus_message_new_method_call(host.get(), &message, nullptr, method.path, method.interface,
+                                           method.member) >= 0,
+            "a call can be made");
+    const BusMessage owned(message);
+    // Not every text can be said on a bus.
+    if (append(message, types, input) < 0) return;
+    answered = false;
+    sd_bus_slot* slot = nullptr;
+    require(sd_bus_call_async(host.get(), &slot, message, &answer, this, 0) >= 0, "a call can be sent");
+    const BusSlot pending(slot);
+    settle();
+    require(answered, "every call is answered");
+  }
+
+  static int answer(sd_bus_message* reply, void* self, sd_bus_error*) {
+    static_cast<Desk*>(self)->answered = true;
+    const sd_bus_error* const error = sd_bus_message_get_error(reply);
+    bool isExpected = error == nullptr;
+    for (const char* const name : {SD_BUS_ERROR_INVALID_ARGS, SD_BUS_ERROR_UNKNOWN_INTERFACE,
+                                   SD_BUS_ERROR_UNKNOWN_PROPERTY, SD_BUS_ERROR_PROPERTY_READ_ONLY}) {
+      isExpected = isExpected || sd_bus_error_has_name(error, name) != 0;
+    }
+    require(isExpected, "a call that is refused is the caller's fault");
+    // So says the library for what cannot be put into an answer.
+    require(error == nullptr || std::strcmp(error->message, std::strerror(EINVAL)) != 0,
+            "an answer can be said on a bus");
+    return 0;
+  }
+
+  void tellOfOwner(Input& input) {
+    sd_bus_message* message = nullptr;
+    require(sd_bus_message_new_signal(host.get(), &message, "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                      "NameOwnerChanged") >= 0,
+            "a signal can be made");
+    const BusMessage owned(message);
+    const bool isWhole = input.byte() % 2 == 0;
+    if (sd_bus_message_set_sender(message, "org.freedesktop.DBus") < 0 ||
+        sd_bus_message_append(message, "s", "org.kde.StatusNotifierWatcher") < 0 ||
+        append(message, isWhole ? "ss" : "i", input) < 0)
+      return;
+    require(sd_bus_send(host.get(), message, nullptr) >= 0, "a signal can be sent");
+  }
+
+  void setMenu(Input& input) {
+    // The program's own, unlike the titles.
+    static constexpr std::array keys{"", "q", "R", ","};
+    Menu shown;
+    for (int id = 1 + input.byte() % 2, last = id + input.byte() % 8; id < last; ++id) {
+      const std::uint8_t look = input.byte();
+      const bool enabled = look % 2 == 0;
+      shown.items.push_back({.id = id,
+                             .isSeparator = look >= 0xE0,
+                             .title = std::string(input.text()),
+                             .action = enabled ? "allowed" : "forbidden",
+                             .keyEquivalent = keys.at(look / 2 % keys.size()),
+                             .enabled = enabled,
+                             .target = target});
+      if (look >= 0x80) shown.items.back().checked = look >= 0xC0;
+    }
+    tray.setMenu(std::move(shown));
+  }
+
+  /// Lets both ends say and do everything that they have to.
+  void settle() {
+    for (bool goesOn = true; goesOn;) {
+      goesOn = false;
+      for (sd_bus* const bus : {program.get(), host.get()}) {
+        const int result = sd_bus_process(bus, nullptr);
+        require(result >= 0 && sd_bus_is_open(bus) > 0, "the line stays");
+        goesOn = goesOn || result > 0;
+      }
+    }
+    loop.runMain();
+  }
+
+  testing::CallLog log;
+  testing::VirtualClock clock;
+  testing::FakeLoop loop{clock, log};
+  std::shared_ptr<Target> target = std::make_shared<Target>();
+  Bus program;
+  Bus host;
+  StatusNotifierItem tray{idleBus(), loop.mainQueue(), [] {}};
+  bool answered = false;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  Desk desk;
+  for (int steps = 0; steps < 32 && !input.empty(); ++steps) desk.step(input);
+  return 0;
+}
