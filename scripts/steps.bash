@@ -11,6 +11,8 @@ test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth x
     x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
     dpkg-dev file lintian appstream man-db)
+# What the benchmarks measure with.
+benchmark_packages=(libbenchmark-dev libxcb1-dev dbus-daemon xvfb util-linux iproute2)
 # clang too, so that both compilers see every line.
 sanitizer_packages=(clang libclang-rt-14-dev)
 
