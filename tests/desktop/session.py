@@ -24,6 +24,8 @@ PROGRAM = BUILD / "KestruneMenuClient"
 
 # Far more than anything here takes; only a fault lets it pass.
 PATIENCE = 40.0
+# What was killed is gone by then.
+MOMENT = 5.0
 
 PORTS = 8765, 8766, 18765
 
@@ -358,9 +360,12 @@ class Session:
     def close(self):
         for client in self.clients:
             client.close()
-        for pid in self.processes():
-            end_process(pid)
+        # Until there are none: while one is ended, another may start one more.
+        while pids := self.processes():
+            for pid in pids:
+                end_process(pid)
         for child in self.others:
+            child.kill()
             child.wait()
         self.events.close()
         self.gate.close()
@@ -407,6 +412,11 @@ class Session:
         """Ids of the processes that were started in this session and have not ended."""
         mark = f"HOME={self.home}".encode()
         return [pid for pid in running() if mark in read_process(pid, "environ").split(b"\0")]
+
+    def wait_for_ends(self, besides=frozenset()):
+        """Waits for the end of what has been killed, which nobody else does: a moment, if the machine is busy."""
+        for pid in set(self.processes()) - besides:
+            wait_for_end(pid, MOMENT)
 
     # --- backend
 

@@ -184,7 +184,10 @@ class LoggedIn(Login):
         client.type("l")
         self.assertEqual(client.next_window(), ON)
         client.type("1")
+        services = self.session.services()
         self.assertEqual(client.quit(), 0)
+        for pid in services:
+            wait_for_end(pid)
 
     def log_in(self):
         """What the entry starts, as a session does it: its process, and what it says on the bus."""
@@ -198,6 +201,8 @@ class LoggedIn(Login):
         return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0], traffic
 
     def assertRunsAgain(self, program):
+        # Which project is selected may be asked before what is down is up again, and then not for a while.
+        self.session.backend("refresh")
         pid, traffic = self.log_in()
         self.assertEqual(Path(f"/proc/{pid}/exe").resolve(), program.resolve())
         self.assertEqual(read_process(pid, "cmdline").split(b"\0")[1:-1], [b"--background"])

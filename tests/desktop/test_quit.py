@@ -38,6 +38,7 @@ class Quit(unittest.TestCase):
     def assertAllStopped(self):
         for pid in self.services:
             wait_for_end(pid)
+        self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
         self.assertEqual(listening_ports(), set())
 

@@ -21,6 +21,7 @@ UNITS = ("com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.de
          "com.halvask.mac-service", "com.halvask.mac-tunnel", "com.halvask.desktop-bridge")
 PORTS = {8765, 8766}
 STOP_LIMIT = 8.0
+SLACK = 3.0  # for a machine that has other things to do; a second more for each unit would be more than that
 
 # Notes how it is called, and fails as for a unit that there is not.
 SYSTEMCTL = 'echo "$*" >> "$HOME/units"\nexit 5\n'
@@ -60,14 +61,21 @@ class StopScript(unittest.TestCase):
         done = subprocess.run(["/bin/bash", "-lc", self.script], env=self.session.environment, cwd=self.session.home,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                               timeout=PATIENCE, start_new_session=True)
-        self.assertLess(time.monotonic() - begin, STOP_LIMIT)
+        self.assertLess(time.monotonic() - begin, STOP_LIMIT + SLACK)
         # A shell that its own lines had ended would not say that all is well.
         self.assertEqual(done.returncode, 0, done.stdout)
         return done.stdout
 
     def called(self, words):
         """A process whose command line begins with these words."""
-        return self.session.spawn("/bin/bash", "-c", 'exec -a "$0" sleep 1000', words)
+        process = self.session.spawn("/bin/bash", "-c", 'exec -a "$0" cat -', words,
+                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.stdin.close)
+        # While it is only becoming that process, it has no command line for a moment.
+        process.stdin.write(b"there\n")
+        self.assertEqual(process.stdout.readline(), b"there\n")
+        return process
 
     def python(self, program, *arguments):
         process = self.session.spawn(sys.executable, "-c", program, *map(str, arguments), stdout=subprocess.PIPE)
