@@ -83,6 +83,7 @@ class WithoutAClient(StatusTest):
         self.assertEqual(process.wait(), 1)
         self.assertEqual(text.all(), "")
         text.close()
+        self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
 
     def test_what_does_not_go_together(self):
@@ -98,12 +99,14 @@ class WithAClient(StatusTest):
     def setUp(self):
         super().setUp()
         self.session.backend("refresh")
+        self.session.note_commands()
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
+        # All commands of the start are over: none of them finds another backend.
+        self.session.wait_for_start()
 
     def test_it_is_asked_and_does_nothing_for_it(self):
         menus = len(self.client.menus())
-        self.session.note_commands()
         self.session.stub_backend('touch "$HOME/touched"\n')
         status, said = self.json()
         self.assertEqual((status, said["lamp"], said["source"]), (0, "ok", "client"))
@@ -190,6 +193,8 @@ class Diagnosis(StatusTest):
         traffic = bus.monitor()
         client = self.session.start("--background")
         bus.wait_for_owner(CLIENT)
+        # It has its name before it has started, and answers only afterwards.
+        bus.rows()
         text, errors = self.diagnosis()
         self.assertEqual(errors, "")
         self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
