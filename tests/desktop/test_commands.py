@@ -178,6 +178,8 @@ class Connection(Typed):
 
     def test_the_new_check_shows_what_the_backend_said(self):
         self.start()
+        # What is typed meanwhile is to be there before it is over.
+        self.session.stub_backend('[[ $1 != refresh ]] || read -r < "$HOME/gate"\n' + COUNTING_BACKEND)
         self.assertOpens("x", STOPPED)
         self.client.menu_with(2, STOPPED_BY_HAND)
         self.client.type("18")
@@ -185,6 +187,7 @@ class Connection(Typed):
         self.assertEqual(menu.rows[18].title, "正在重新檢查並恢復連線…")
         self.client.type("18")
         self.client.said("這一列只供查看：正在重新檢查並恢復連線…")
+        self.session.gate.open()
         self.assertEqual(self.client.next_window(), RECONNECTED)
         self.client.type("1")
         self.client.menu_with(*counted(3))
