@@ -9,7 +9,12 @@ from desktop.xfce import Screen
 from dialogs.desk import ScreenReader
 
 
+YOUNG = 8.0  # seconds; what is left until the first tick is enough for any test
+
+
 class OnScreen(unittest.TestCase):
+    client = None
+
     @classmethod
     def setUpClass(cls):
         cls.session = Session(cls)
@@ -31,6 +36,21 @@ class OnScreen(unittest.TestCase):
         cls.client = cls.session.start(**options)
         cls.traffic.wait_for_label(*counted(2))
         cls.session.wait_for_start()
+
+    @classmethod
+    def start_in_time(cls, **options):
+        """Such a client, which is not about to ask the backend of its own accord: it does so 20 seconds after its
+        start, and what it asks would count among what a test asks for."""
+        if cls.client and cls.client.age() < YOUNG:
+            return
+        if cls.client:
+            assert cls.client.end() == 0
+            (cls.session.home / "count").unlink()
+            # Nor does what the one before has said count for this one.
+            cls.traffic.close()
+            cls.traffic = cls.bus.monitor()
+            cls.addClassCleanup(cls.traffic.close)
+        cls.start(**options)
 
     @classmethod
     def start_switched_off(cls, **options):
@@ -79,6 +99,17 @@ class OnScreen(unittest.TestCase):
 
     def assertAsked(self, *commands):
         self.assertEqual([self.session.events.next() for _ in commands], [f"{each} asked" for each in commands])
+
+    def reports(self):
+        """How many the backend has made."""
+        return (self.session.home / "count").read_text().count("\n")
+
+    def assertReconnects(self):
+        """What a reconnect asks for is asked for, and reported. The timer may ask before and after that."""
+        while self.session.events.next() != "refresh asked":
+            pass
+        self.assertAsked("status")
+        self.traffic.wait_for_label(*counted(self.reports()))
 
     def labels(self, *numbers):
         rows = self.bus.rows()

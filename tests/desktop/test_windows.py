@@ -26,12 +26,10 @@ class Commands(OnScreen):
     def setUpClass(cls):
         super().setUpClass()
         cls.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
-        # Not by way of a login shell, as the commands of the backend.
-        cls.start(environment={"PATH": f"{cls.session.bin}:{cls.session.environment['PATH']}"})
 
-    def reports(self):
-        """How many the backend has made."""
-        return (self.session.home / "count").read_text().count("\n")
+    def setUp(self):
+        # Not by way of a login shell, as the commands of the backend.
+        self.start_in_time(environment={"PATH": f"{self.session.bin}:{self.session.environment['PATH']}"})
 
     def test_the_diagnosis(self):
         number = self.reports() + 1
@@ -108,10 +106,8 @@ class Commands(OnScreen):
 
 
 class MenuWindow(OnScreen):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.start()
+    def setUp(self):
+        self.start_in_time()
 
     def assertMenuOpens(self):
         """With the rows of the menu in the tray."""
@@ -196,9 +192,8 @@ class Services(OnScreen):
         self.close(window)
         self.assertTrue(self.mark(15))
         services = self.session.services()
-        self.traffic.wait_for_label(*counted(3))
+        self.assertReconnects()
         self.assertEqual(self.labels(2), [CONNECTED])
-        self.assertAsked("refresh", "status")
 
         self.assertOpens(15, NOT_CONNECTING)
         for pid in services:
@@ -208,11 +203,10 @@ class Services(OnScreen):
 
         self.bus.click(15)
         self.assertShows(CONNECTING)
-        self.traffic.wait_for_label(*counted(4))
+        self.assertReconnects()
         self.assertEqual(self.labels(2), [CONNECTED])
         self.assertTrue(self.mark(15))
         self.session.services()
-        self.assertAsked("refresh", "status")
 
 
 class Quitting(OnScreen):
@@ -233,6 +227,7 @@ class Quitting(OnScreen):
         self.assertEqual(self.client.status(), 0)
         for pid in self.services:
             wait_for_end(pid)
+        self.session.wait_for_ends(besides=self.before)
         self.assertEqual(set(self.session.processes()), self.before)
         self.assertEqual(self.client.errors.all(), NO_TRAY)
 
@@ -277,9 +272,18 @@ class LostDisplay(OnScreen):
 
 class Restart(OnScreen):
     def test_a_fresh_client_takes_over(self):
+        self.session.program("lsof", HELD_UP_STOP)
         self.start()
         before = self.client.pid
+        claims = len(self.traffic.said("RequestName"))
         self.bus.click(27)
+        self.assertEqual(self.session.events.next(), "stopping")
+        # The name passes from one to the other if the other waits for it by then.
+        self.traffic.wait("RequestName", lambda _: len(self.traffic.said("RequestName")) > claims)
+        self.session.gate.open()
+        self.assertEqual(self.session.events.next(), "stopping")
+        (self.session.bin / "lsof").unlink()
+        self.session.gate.open()
         self.assertEqual(self.client.status(), 0)
         self.traffic.wait("NameOwnerChanged", lambda data: data[0] == CLIENT and data[1] and data[2])
         after = self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0]
