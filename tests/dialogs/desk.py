@@ -404,6 +404,11 @@ class Node:
         bits = low | high << 32
         return {name for bit, name in STATES.items() if bits >> bit & 1}
 
+    def is_shown(self):
+        with suppress(GLib.Error):  # it is gone
+            return "showing" in self.states()
+        return False
+
     def children(self):
         return [Node(self.reader, *child) for child in self.ask(ACCESSIBLE, "GetChildren")[0]]
 
