@@ -19,7 +19,7 @@ exec /lib/systemd/systemd-logind
 """
 
 REASON = "Kestrune keeps Mac awake for the mobile bridge"
-SOON = 5.0  # seconds
+SOON = 12.0  # seconds; far less than the 25 that a call may take on a bus
 
 HELD, NOT_HELD = "保持喚醒：已開啟", "保持喚醒：已關閉"
 

@@ -139,6 +139,7 @@ class FailingBus(OnABus):
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
         self.assertLess(client.age(), BUS_LIMIT + SLACK)
+        client.complained(SILENT_BUS)
         self.assertEqual(client.errors.so_far, SILENT_BUS)
         self.assertEqual(self.session.run("--terminal"), (0, "", SILENT_BUS))
         self.assertEqual(client.next_menu().status, CONNECTED)
