@@ -68,6 +68,8 @@ class Settings(OnScreen):
         """Types that in the place of what the field holds."""
         self.field(window, title).focus()
         self.screen.run("xdotool", "key", "ctrl+a", "Delete")
+        # Of a text as long as the one before, its length would tell nothing.
+        self.field(window, title).wait(lambda node: node.property(*LENGTH) == 0, "empty field")
         # By way of a pipe: what is typed here must be in no command line.
         subprocess.run(["xdotool", "type", "--delay", "0", "--file", "-"], input=text.encode(), check=True,
                        env=self.session.environment)
