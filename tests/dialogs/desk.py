@@ -20,6 +20,8 @@ VERSION = 1
 
 # Far more than anything here takes; only a fault lets it pass.
 PATIENCE = 40.0
+# A window manager that says nothing for so long is asked again.
+ANSWER = 0.1
 
 BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -128,10 +130,17 @@ class Desk:
         os.close(near)
 
     def start_manager(self):
-        # It says that it manages by a property of the root window.
         with self.watch_root() as changes:
             self.spawn("openbox", "--sm-disable", env={**self.environment, "XDG_CONFIG_HOME": str(self.root)})
-            changes.wait(b"_NET_SUPPORTING_WM_CHECK(WINDOW)")
+            changes.wait(b"_NET_CLIENT_LIST(WINDOW)")
+            # That it manages it says before it does, and what it is asked for until then may lie there until
+            # something else comes. It has to have done something.
+            deadline = Deadline()
+            while b"_NET_NUMBER_OF_DESKTOPS(CARDINAL) = 2" not in changes.text:
+                if deadline.left() == 0:
+                    raise AssertionError("the window manager does nothing")
+                self.run("xdotool", "set_num_desktops", "2")
+                changes.read(ANSWER)
 
     def watch_root(self):
         return RootWindow(self)
@@ -189,9 +198,15 @@ class RootWindow:
     def wait(self, what):
         deadline = Deadline()
         while what not in self.text:
-            if not select.select([self.process.stdout], [], [], deadline.left())[0]:
+            if not self.read(deadline.left()):
                 raise AssertionError(f"no {what} within {PATIENCE:g} s, but {self.text}")
+
+    def read(self, seconds):
+        """Whether there was any in that time."""
+        there = bool(select.select([self.process.stdout], [], [], seconds)[0])
+        if there:
             self.text += os.read(self.process.stdout.fileno(), 65536)
+        return there
 
     def __enter__(self):
         return self
