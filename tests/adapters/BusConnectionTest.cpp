@@ -11,7 +11,7 @@ namespace kestrune::testing {
 namespace {
 
 using BusConnection = EmptyDesk;
-constexpr Seconds atOnce{1.0};  // a call that waits for the bus waits 25 s
+constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
 
 TEST_F(BusConnection, TellsItsClientsOnceThatItIsThere) {
   daemon.start();

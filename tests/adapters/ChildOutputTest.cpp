@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
 // Far more than anything here should take, far less than what it must not wait for.
-constexpr Seconds generous{3.0};
+constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
   std::string outputOf(const Arguments& arguments) {

@@ -5,7 +5,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{0.1};
+constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
 
 struct DesktopNotifications : NotifyingDesk {
   void SetUp() override { bus.start(); }

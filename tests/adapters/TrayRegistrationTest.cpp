@@ -5,7 +5,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{1.0};  // a call that waits for the bus waits 25 s
+constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
 using Registrations = std::vector<std::string>;
 
 Menu oneRow(const std::string& title) {

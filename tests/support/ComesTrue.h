@@ -6,8 +6,9 @@
 
 namespace kestrune::testing {
 
-/// How long a test waits for something that is certain to come about soon.
-inline constexpr Seconds patience{5.0};
+/// How long a test waits for something that is certain to come about soon, also on a busy machine.
+inline constexpr Seconds patience{20.0};
+inline constexpr int patienceInMilliseconds = 20'000;
 
 /// Runs the loop until `condition` holds; false when that does not come about in time.
 inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {

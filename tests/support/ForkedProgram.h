@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "platform/posix/FileDescriptor.h"
+#include "tests/support/ComesTrue.h"
 
 namespace kestrune::testing {
 
@@ -60,7 +61,7 @@ class ForkedProgram {
         return first;
       }
       pollfd readable{voice.get(), POLLIN, 0};
-      if (poll(&readable, 1, 5000) != 1) return "silence";
+      if (poll(&readable, 1, patienceInMilliseconds) != 1) return "silence";
       char buffer[256];
       const ssize_t count = read(voice.get(), buffer, sizeof buffer);
       if (count <= 0) return "end";
@@ -84,7 +85,7 @@ class ForkedProgram {
   void waitForEnd() {
     const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     pollfd ended{handle.get(), POLLIN, 0};
-    if (poll(&ended, 1, 5000) != 1) {
+    if (poll(&ended, 1, patienceInMilliseconds) != 1) {
       ADD_FAILURE() << "the program does not end";
       kill(process, SIGKILL);
     }

@@ -6,6 +6,8 @@
 #include <functional>
 #include <string>
 
+#include "tests/support/ComesTrue.h"
+
 namespace kestrune::testing {
 
 /// Who owns a name on the user's bus, and who waits for it, seen from a connection of its own.
@@ -57,7 +59,7 @@ class NameOnBus {
   static constexpr auto path = "/org/freedesktop/DBus";
 
   bool await(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (!condition()) {
       if (std::chrono::steady_clock::now() > end) return false;
       while (sd_bus_process(bus, nullptr) > 0) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/posix/FileDescriptor.h"
+#include "tests/support/ComesTrue.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/ScratchFolder.h"
 
@@ -65,7 +66,8 @@ class PrivateBus {
     announcing.reset();
     pollfd announcement{announced.get(), POLLIN, 0};
     char byte = 0;
-    if (process < 0 || poll(&announcement, 1, 5000) != 1 || read(announced.get(), &byte, 1) != 1) {
+    if (process < 0 || poll(&announcement, 1, patienceInMilliseconds) != 1 ||
+        read(announced.get(), &byte, 1) != 1) {
       stop();
       std::stringstream said;
       said << std::ifstream(log).rdbuf();
