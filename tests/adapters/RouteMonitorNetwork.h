@@ -73,9 +73,12 @@ struct RouteMonitorNetwork : ::testing::Test {
   Seconds timeUntil(const NetworkPath& path, const std::string& words) {
     const Seconds begin = clock.awakeTime();
     network.ip(words);
+    lastChange = clock.awakeTime();
     EXPECT_TRUE(reports(path)) << words;
     return lastReport - begin;
   }
+  /// Whether the update came sooner after the end of that command than a loss is reported.
+  bool wasSoon() const { return lastReport - lastChange < PathReports::lossDelay; }
 
   /// Makes the kernel's folder of devices say that `device` is such a one.
   void pretend(const std::string& device, const std::string& uevent, const std::string& subfolder = {}) {
@@ -95,6 +98,7 @@ struct RouteMonitorNetwork : ::testing::Test {
   RouteMonitors monitors{loop, clock, bus, devices.file("")};
   std::unique_ptr<PathMonitor> monitor = monitors.makePathMonitor();
   std::vector<Update> updates;
+  Seconds lastChange{};
   Seconds lastReport{};
 };
 

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <array>
@@ -16,7 +17,7 @@ namespace {
 
 bool isReadable(int descriptor) {
   pollfd readable{descriptor, POLLIN, 0};
-  return poll(&readable, 1, static_cast<int>(patience.count() * 1000)) == 1;
+  return poll(&readable, 1, patienceInMilliseconds) == 1;
 }
 
 struct RouteMonitorSocket : RouteMonitorNetwork {
@@ -50,12 +51,24 @@ struct RouteMonitorSocket : RouteMonitorNetwork {
 
 TEST_F(RouteMonitorSocket, HearsOfWhatConcernsTheDefaultRoute) {
   network.addCable("cable", "10.1.0.2/24");
-  for (const char* const words :
-       {"link set cable down", "link set cable up", "route add default via 10.1.0.1", "route delete default",
-        "-6 route add unreachable default", "address delete 10.1.0.2/24 dev cable", "link delete cable"}) {
+  struct {
+    const char* words;
+    std::map<std::string, bool> running{};  // told a moment later
+  } const changes[] = {
+      {"link set cable down", {{"cable-peer", false}}},
+      {"link set cable up", {{"cable", true}, {"cable-peer", true}}},
+      {"route add default via 10.1.0.1"},
+      {"route delete default"},
+      {"-6 route add unreachable default"},
+      {"address delete 10.1.0.2/24 dev cable"},
+      {"link delete cable"},
+  };
+  for (const auto& [words, running] : changes) {
     RouteListener listener;
     ASSERT_TRUE(listener.isOpen());
+    LinkNews news;
     network.ip(words);
+    for (const auto& [name, isRunning] : running) news.awaitRunning(name, isRunning);
     EXPECT_TRUE(listener.takeMessages()) << words;
     EXPECT_FALSE(listener.takeMessages());
   }
@@ -157,13 +170,19 @@ TEST_F(RouteMonitorSocket, ReadsWhileEverythingChanges) {
     const std::string number = std::to_string(i);
     commands += "link add pair" + number + " type veth peer name end" + number + "\n";
   }
-  const pid_t changes = beginBatch(commands);
+  // It waits for more, and so does not end before the first reading.
+  const std::string pipe = devices.file("changes");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const pid_t changes = NetworkNamespace::begin("-batch " + pipe);
+  FileDescriptor more(open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(write(more.get(), commands.data(), commands.size()), static_cast<ssize_t>(commands.size()));
   const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, changes, 0)));
   int readings = 0;
   for (pollfd ended{handle.get(), POLLIN, 0}; poll(&ended, 1, 0) == 0; ++readings) {
     const auto table = read();
     ASSERT_TRUE(table);
     EXPECT_EQ(table->defaultHops().size(), 1u);
+    more.reset();
   }
   EXPECT_TRUE(NetworkNamespace::finish(changes));
   EXPECT_GT(readings, 0);

@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libmnl/libmnl.h>
 #include <linux/if.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sched.h>
 #include <spawn.h>
@@ -11,16 +14,68 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "platform/linux/RouteSocket.h"
+#include "platform/linux/NetlinkMessages.h"
 #include "platform/posix/FileDescriptor.h"
+#include "tests/support/ComesTrue.h"
 
 namespace kestrune::testing {
+
+/// What the kernel tells of interfaces from now on.
+class LinkNews {
+ public:
+  LinkNews() : socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
+    sockaddr_nl own{};
+    own.nl_family = AF_NETLINK;
+    own.nl_groups = RTMGRP_LINK;
+    if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
+      throw std::runtime_error("the kernel tells nothing");
+    }
+  }
+
+  /// Returns when the kernel has told that the interface runs, or that it does not. That comes a moment after
+  /// its other end went up or down, and is the last that is told of it.
+  void awaitRunning(const std::string& name, bool running) {
+    const int index = indexOf(name);
+    for (takeMessages(); !isRunning.contains(index) || isRunning[index] != running; takeMessages()) {
+      pollfd more{socket.get(), POLLIN, 0};
+      if (poll(&more, 1, patienceInMilliseconds) != 1) {
+        throw std::runtime_error(name + (running ? " does not come up" : " does not go down"));
+      }
+    }
+  }
+
+ private:
+  int indexOf(const std::string& name) const {
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    const FileDescriptor any(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (ioctl(any.get(), SIOCGIFINDEX, &request) != 0) throw std::runtime_error("no interface " + name);
+    return request.ifr_ifindex;
+  }
+
+  void takeMessages() {
+    alignas(nlmsghdr) std::array<char, 32768> buffer;
+    for (ssize_t size; (size = recv(socket.get(), buffer.data(), buffer.size(), 0)) > 0;) {
+      forEachNetlinkMessage(buffer.data(), static_cast<std::size_t>(size), [this](const nlmsghdr& message) {
+        if (message.nlmsg_type != RTM_NEWLINK) return true;
+        const auto* const link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
+        isRunning[link->ifi_index] = (link->ifi_flags & IFF_RUNNING) != 0;
+        return true;
+      });
+    }
+  }
+
+  const FileDescriptor socket;
+  std::map<int, bool> isRunning;  // as it was told last, by index
+};
 
 /// A network of a test's own, with a loopback that is down and nothing else. The thread that made it, and the
 /// processes that it starts, are in it for as long as this lives.
@@ -58,29 +113,21 @@ class NetworkNamespace {
   /// Runs `ip` with these words.
   void ip(const std::string& words) const { EXPECT_TRUE(finish(begin(words))) << "ip " << words; }
 
-  /// An Ethernet cable: `name` is plugged in here, NAME-peer is the socket on the wall. Both are up.
-  void addCable(const std::string& name, const std::string& address) const {
-    RouteListener news;
+  /// An Ethernet cable: `name` is plugged in here, NAME-peer is the socket on the wall. Both are up, and the
+  /// kernel has told everything of that.
+  void addCable(const std::string& name, const std::string& address = {}) const {
+    LinkNews news;
     ip("link add " + name + " type veth peer name " + name + "-peer");
     ip("link set " + name + "-peer up");
     ip("link set " + name + " up");
-    ip("address add " + address + " dev " + name + (address.find(':') != std::string::npos ? " nodad" : ""));
-    // The kernel says so a moment after the carrier is there.
-    while (!isRunning(name)) {
-      pollfd more{news.descriptor(), POLLIN, 0};
-      if (poll(&more, 1, 5000) != 1) throw std::runtime_error(name + " does not come up");
-      news.takeMessages();
+    if (!address.empty()) {
+      ip("address add " + address + " dev " + name +
+         (address.find(':') != std::string::npos ? " nodad" : ""));
     }
+    for (const auto& end : {name, name + "-peer"}) news.awaitRunning(end, true);
   }
 
  private:
-  static bool isRunning(const std::string& name) {
-    const FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    ifreq request{};
-    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    return ioctl(any.get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0;
-  }
-
   /// A process with threads cannot enter a user namespace, and some sanitizers start one. Replaces this
   /// process.
   static void runThisTestAsRootOfItsOwn() {
