@@ -26,9 +26,13 @@ inline constexpr int on = powerAssertionLevelOn;
 inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
-inline constexpr Seconds atOnce{0.1};
 inline constexpr Seconds patienceWithAService{0.25};
-inline constexpr Seconds aLittleMore{0.45};  // and never anything like the bus's own limit of time
+inline constexpr Seconds soon{5.0};  // never anything like the bus's own limit of time
+
+/// How often the program was ready to wait that long for an answer.
+inline int quarterSeconds = 0;
+/// Only then the program gives up after that time: a service that answers may take longer on a busy machine.
+inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =
     std::string("/org/gnome/SessionManager Inhibit 'com.dovrel.kestrune.menuclient', 0, '") + reason + "', 8";
@@ -44,6 +48,8 @@ using Calls = std::vector<std::string>;
 
 /// A machine with both buses, on which the services come and go as a test wants it.
 struct AwakeDesk : ::testing::Test {
+  AwakeDesk() { quarterSeconds = 0; }
+
   SignalState restored;
   // The session's bus comes second: while they live, the last one made is the user's own.
   PrivateBus systemDaemon;
@@ -88,6 +94,13 @@ struct AwakeDesk : ::testing::Test {
 
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
+  }
+  /// The same where whoever is asked says nothing.
+  std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
+    nobodyAnswers = true;
+    const auto identifier = create(type);
+    nobodyAnswers = false;
+    return identifier;
   }
 
   /// Lets the program's minute after a silence pass.

@@ -1,8 +1,25 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <set>
 
 #include "tests/adapters/AwakeDesk.h"
+
+// Takes the place of the library's own in this program, so that no test depends on how fast a service is.
+extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
+                           sd_bus_message** reply) {
+  using namespace kestrune;
+  using namespace kestrune::testing;
+  static const auto real = reinterpret_cast<decltype(&sd_bus_call)>(dlsym(RTLD_NEXT, "sd_bus_call"));
+  const auto microseconds = [](Seconds duration) {
+    return static_cast<std::uint64_t>(duration.count() * 1e6);
+  };
+  if (limit == microseconds(patienceWithAService)) {
+    ++quarterSeconds;
+    if (!nobodyAnswers) limit = microseconds(patience);
+  }
+  return real(bus, call, limit, error, reply);
+}
 
 namespace kestrune::testing {
 namespace {
@@ -242,12 +259,14 @@ TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
 TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
   saver = serve(saverName, StubService::saysNothing());
   connect();
-  const Seconds first = durationOf([this] { EXPECT_FALSE(create(display)); });
+  const Seconds first = durationOf([this] { EXPECT_FALSE(createUnanswered(display)); });
   EXPECT_GE(first, patienceWithAService);
-  EXPECT_LT(first, aLittleMore);
-  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(display)); }), atOnce);
+  EXPECT_LT(first, soon);
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(createUnanswered(display)); }), soon);
   clock.sleep(Seconds{59.9});
-  EXPECT_LT(durationOf([this] { EXPECT_FALSE(create(display)); }), atOnce);
+  EXPECT_LT(durationOf([this] { EXPECT_FALSE(createUnanswered(display)); }), soon);
+  EXPECT_EQ(quarterSeconds, 1);
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
   clock.sleep(Seconds{0.1});
@@ -258,7 +277,7 @@ TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
 TEST_F(Inhibitors, CountSleepIntoTheMinute) {
   login = serve(loginName, StubService::saysNothing());
   connect();
-  EXPECT_FALSE(create(system));
+  EXPECT_FALSE(createUnanswered(system));
   login->behave(locks.grants());
   clock.suspend(Seconds{60.0});
   EXPECT_TRUE(create(system));
@@ -267,7 +286,7 @@ TEST_F(Inhibitors, CountSleepIntoTheMinute) {
 TEST_F(Inhibitors, AskAtOnceWhenTheSilentServiceStartsAgain) {
   saver = serve(saverName, StubService::saysNothing());
   connect();
-  EXPECT_FALSE(create(display));
+  EXPECT_FALSE(createUnanswered(display));
   saver.reset();
   saver = serve(saverName, StubService::grants(3));
   ASSERT_TRUE(sessionTrip.succeeds(loop));
@@ -281,7 +300,8 @@ TEST_F(Inhibitors, GiveBackWhatIsGrantedTooLate) {
     return true;
   });
   connect();
-  EXPECT_FALSE(create(display));
+  EXPECT_FALSE(createUnanswered(display));
+  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   saver->perform([&held] {
     sd_bus_reply_method_return(held, "u", 9);
     sd_bus_message_unref(held);
@@ -293,7 +313,7 @@ TEST_F(Inhibitors, ReleaseTheOthersWhenOneSaysNothing) {
   power = serve(powerName, StubService::saysNothing());
   login = serve(loginName, locks.grants());
   connect();
-  EXPECT_FALSE(create(system));
+  EXPECT_FALSE(createUnanswered(system));
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 

@@ -98,8 +98,10 @@ TEST_F(RealScreenSaver, IsOffWhileTheDisplayIsToStayOn) {
   ASSERT_TRUE(identifier) << service->output() << service->errors();
   ASSERT_TRUE(comesAbout([this] { return service->says("Disabling screensaver\n"); }))
       << service->output() << service->errors();
-  EXPECT_TRUE(service->says(std::string("name='Kestrune' reason='") + reason + "'"))
-      << service->output() << service->errors();
+  EXPECT_TRUE(comesAbout([this] {
+    return service->says(std::string("name='Kestrune' reason='") + reason + "'");
+  })) << service->output()
+      << service->errors();
   EXPECT_FALSE(service->says("Enabling screensaver\n"));
   inhibitors->release(*identifier);
   EXPECT_TRUE(comesAbout([this] { return service->says("Enabling screensaver\n"); }))

@@ -8,6 +8,7 @@
 #include "tests/support/RealDesktop.h"
 #include "tests/support/SignalState.h"
 #include "tests/support/StartingBus.h"
+#include "tests/support/VirtualTime.h"
 
 // The notifications with a daemon that shows them.
 
@@ -87,7 +88,11 @@ struct RealDaemon : ::testing::Test {
   RealDisplay screen;
   std::unique_ptr<RealProgram> daemon;
   const std::string logo = SOURCE_FOLDER "/resources/codex-menubar-64.png";
-  kestrune::DesktopNotifications notifications{sessionBus, loop, logo};
+  // Their time stands still: a daemon may take as long to start and to answer as the machine lets it.
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop timers{clock, log};
+  kestrune::DesktopNotifications notifications{sessionBus, timers, logo};
   sd_bus* caller = nullptr;
 };
 
