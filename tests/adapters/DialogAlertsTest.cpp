@@ -373,14 +373,15 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
 }
 
 TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
-  DialogAlerts hasty(loop, notifications, stand.program(), true, Seconds{1});
+  constexpr Seconds limit{3};
+  DialogAlerts hasty(loop, notifications, stand.program(), true, limit);
   hasty.present(
       {[this] { return alert("a"); },
        [this](const AlertAnswer& answer) { answers.push_back(answer.button ? "answered" : "cancelled"); }});
   DialogsRun& run = stand.run();
   const int id = run.asked<ShowAlert>(1).front().id;
   run.say(Shown{id});
-  letPass(machine, Seconds{1.05});
+  letPass(machine, limit + Seconds{0.05});
   EXPECT_EQ(answers, Texts{});
   run.say(Answered{id, {0}});
   ASSERT_TRUE(areAnswered(1));
@@ -413,7 +414,7 @@ const Failure failures[] = {
     {"SaysAnEmptyLine", "echo" AND_HANG, "it answered: a line that is not of the protocol"},
     {"SaysNothingKnown", "echo '{\"version\":1}'" AND_HANG, "it answered: a line that tells nothing known"},
     {"SaysNoText", "printf '\\000\\377\\376\\n'" AND_HANG, "it answered: a line that is not of the protocol"},
-    {"NeverEndsItsLine", "exec " TEST_CHILD " flood 17000000 pause", "it answered without end"},
+    {"NeverEndsItsLine", "exec " TEST_CHILD " flood 17000000 pause", "it answered without end", patience},
     {"IsOfAnotherVersion", "echo '{\"version\":2,\"shown\":1}'" AND_HANG,
      "it answered: it speaks version 2 of the protocol, this half version 1; install both from the same "
      "build"},

@@ -162,12 +162,13 @@ TEST_F(TheMenuWindow, ComesToTheFrontWhenItIsAskedForAgain) {
 }
 
 TEST_F(TheMenuWindow, HasTimeWithoutLimitOnceItIsThere) {
-  MenuWindow hasty(loop, stand.program(), true, Seconds{1});
+  constexpr Seconds limit{3};
+  MenuWindow hasty(loop, stand.program(), true, limit);
   hasty.show();
   DialogsRun& run = stand.run();
   run.asked<ShowMenu>(1);
   run.say(Shown{});
-  letPass(machine, Seconds{1.05});
+  letPass(machine, limit + Seconds{0.05});
   EXPECT_FALSE(run.ended);
   EXPECT_EQ(errors.text(), "");
   run.end();
@@ -215,7 +216,8 @@ const Failure failures[] = {
     {"Missing", nullptr, "No such file or directory"},
     {"Ends", "exit 0", "it ended before its window came"},
     {"Crashes", "kill -9 $$", "it ended before its window came"},
-    {"Hangs", AND_HANG, "its window did not come", Seconds{0.02}},
+    // Long enough for one that does not.
+    {"Hangs", AND_HANG, "its window did not come", Seconds{2}},
     {"SaysNonsense", "echo nonsense" AND_HANG, "it answered: a line that is not of the protocol"},
     {"SaysNonsenseLater", "echo '{\"version\":1,\"shown\":0}'\necho nonsense" AND_HANG,
      "it answered: a line that is not of the protocol"},
