@@ -57,7 +57,8 @@ TYPED_TEST(MainQueueContract, CountsTheDelayFromTheCallHoweverLongTheLoopWasBusy
 }
 
 TYPED_TEST(MainQueueContract, RunsDelayedJobsWhenTheyAreDueAndNotAsTheyWerePosted) {
-  this->post(Seconds{0.015}, 3);
+  // Far enough apart that no pause between the calls changes their order.
+  this->post(Seconds{0.5}, 3);
   this->post(Seconds{0.005}, 1);
   this->post(Seconds{0.010}, 2);
   this->letRun(3);
@@ -127,10 +128,11 @@ TYPED_TEST(MainQueueContract, LetsADelayedJobThatHasRunPostAsItGoes) {
 }
 
 TYPED_TEST(MainQueueContract, DropsItsDelayedJobsWhenItIsClosed) {
-  this->post(Seconds{0.005}, 1);
+  constexpr Seconds delay{0.5};  // not over before the queue is closed, however slow the machine
+  this->post(delay, 1);
   letPass(this->loop, Seconds{0.001});
   this->queue().close();
-  letPass(this->loop, Seconds{0.01});
+  letPass(this->loop, delay + Seconds{0.01});
   EXPECT_TRUE(this->ran.empty());
 }
 
