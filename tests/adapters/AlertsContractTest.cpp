@@ -52,12 +52,12 @@ class FakeAlertFace final : public AlertFace {
   FakeAlerts fake{loop.mainQueue(), log};
 };
 
-class TextAlertFace final : public AlertFace {
+class TextAlertFace final : public AlertFace, private Alerts {
  public:
   explicit TextAlertFace(TerminalRig::Line line)
       : rig(loop, line), item(rig.face->statusItem(squareStatusItemLength)) {}
 
-  Alerts& alerts() override { return *rig.face; }
+  Alerts& alerts() override { return *this; }
   Texts seen() override {
     catchUp();
     Texts messages;
@@ -75,12 +75,24 @@ class TextAlertFace final : public AlertFace {
   }
   void cancel() override {
     catchUp();
+    const std::size_t before = completed;
     rig.endInput();
     inputEnded = true;
-    settleUntilRead();
+    // A terminal passes an end on before long.
+    EXPECT_TRUE(comesTrue(loop, [this, before] { return completed > before; }));
+    settleQueue(loop);
   }
 
  private:
+  void present(AlertRequest request) override {
+    rig.face->present({std::move(request.describe),
+                       [this, completion = std::move(request.completion)](const AlertAnswer& answer) {
+                         ++completed;
+                         completion(answer);
+                       },
+                       request.identifier});
+  }
+
   /// Waits for the answer to a line that means nothing: whatever was under way before it is done.
   void catchUp() {
     settleQueue(loop);
@@ -92,19 +104,11 @@ class TextAlertFace final : public AlertFace {
   std::size_t answers() const {
     return rig.screen.count("沒有這一列：mark\n") + rig.screen.count("請輸入按鈕編號。\n");
   }
-  void settleUntilRead() {
-    // An end that a terminal has not passed on yet is passed on before long.
-    const std::size_t before = rig.screen.text.size();
-    comesTrue(loop, [this, before] {
-      rig.screen.read();
-      return rig.line == TerminalRig::Line::pipes || rig.screen.text.size() > before;
-    });
-    settleQueue(loop);
-  }
 
   EventLoop loop;
   TerminalRig rig;
   std::unique_ptr<StatusItem> item;
+  std::size_t completed = 0;
   bool inputEnded = false;
 };
 
