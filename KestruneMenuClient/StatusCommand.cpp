@@ -106,7 +106,10 @@ void StatusCommand::show(const StatusSnapshot& snapshot, bool fromClient) {
   shown = text;
   const bool printed = print(apart ? "\n" + text : text);
   if (!printed) code = 1;
-  if (!printed || !options.follow) platform.application->terminate();
+  if (printed && options.follow) return;
+  // The client may have said more by now than it was asked for.
+  subscription.reset();
+  platform.application->terminate();
 }
 
 }  // namespace kestrune

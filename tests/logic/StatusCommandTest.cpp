@@ -57,6 +57,16 @@ TEST_F(StatusCommandTest, TellsTheLampByItsExitCode) {
   EXPECT_EQ(command->exitCode(), 4);
 }
 
+TEST_F(StatusCommandTest, SaysItOnceHoweverMuchTheClientSays) {
+  backendAnswers(healthy);
+  startUp();
+  ask();
+  controller->rebuildMenu("x", ConnectionLampState::error, 0);
+  machine.loop.settle();
+  EXPECT_EQ(printed.size(), 1U);
+  EXPECT_EQ(command->exitCode(), 0);
+}
+
 TEST_F(StatusCommandTest, FollowsTheRunningClient) {
   backendAnswers(healthy);
   startUp();
