@@ -34,7 +34,8 @@ std::optional<NetworkPath> PathReports::endReading(std::optional<DefaultPath> fo
   if (!found) found = current ? current : DefaultPath{.path = {.satisfied = true}, .hops = {}};
   if (found != current) {
     current = std::move(found);
-    currentSince = burstRead;
+    // A resume may have come since, from which the wait began anew.
+    currentSince = std::max(currentSince, burstRead);
     std::rotate(changes.begin(), changes.begin() + 1, changes.end());
     changes.back() = burstRead;
   }

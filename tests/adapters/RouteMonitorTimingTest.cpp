@@ -280,6 +280,15 @@ TEST_F(RouteMonitorTiming, GivesANetworkTwoSecondsToComeBackAfterAResume) {
   EXPECT_EQ(said, (Said{{0, wiFiWords}, {8249, wiFiWords}}));
 }
 
+TEST_F(RouteMonitorTiming, GivesThatTimeToALossThatIsOnlyReadAfterTheResume) {
+  startOn(wiFi);
+  change(5000, none);
+  passUntil(5200);
+  reports.resume(clock.awakeTime());
+  passUntil(20000);
+  EXPECT_EQ(said, (Said{{0, wiFiWords}, {7200, lossWords}}));
+}
+
 TEST_F(RouteMonitorTiming, ReportsOnceWhenANetworkComesBackRightAfterAResume) {
   startOn(wiFi);
   passUntil(5000);
