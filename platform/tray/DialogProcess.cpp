@@ -68,11 +68,14 @@ void DialogProcess::readSome() {
   const ssize_t count = read(output.get(), buffer, sizeof buffer);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) return finish(std::nullopt);
+  // What was there before has no line end.
+  std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
   const auto stillAlive = alive;
-  for (std::size_t end; (end = begun.find('\n')) != std::string::npos;) {
+  for (std::size_t end; (end = begun.find('\n', unsearched)) != std::string::npos;) {
     const auto event = dialogs::decodeEvent(begun.substr(0, end));
     begun.erase(0, end + 1);
+    unsearched = 0;
     if (const auto* const problem = std::get_if<std::string>(&event))
       return finish("it answered: " + *problem);
     const auto& understood = std::get<dialogs::Event>(event);
