@@ -76,6 +76,7 @@ std::string TerminalFace::row(std::size_t number, const MenuItem& item) const {
 
 /// Both in one piece: of two, the second is dropped when a slow terminal has too much of the first to read.
 void TerminalFace::prompt(std::string text) {
+  ++prompts;
   const TerminalDialogue* const dialogue = open.empty() ? nullptr : open.back().dialogue.get();
   input.hideTyping(dialogue != nullptr && dialogue->asksForSecret());
   if (input.isTerminal()) {
@@ -112,6 +113,10 @@ void TerminalFace::choose(const std::string& text) {
     prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
   } else {
     performMenuItem(MenuItem(*chosen));
+    // What it leads to may take a while, or be seen elsewhere.
+    queue.async([this, before = prompts] {
+      if (prompts == before && open.empty()) prompt();
+    });
   }
 }
 

@@ -64,6 +64,7 @@ class TerminalFace final : public StatusBar, public Alerts {
   std::string title;  ///< the button's tooltip
   Menu menu;
   bool printPending = false;
+  std::size_t prompts = 0;  ///< given so far
 
   std::deque<AlertRequest> waiting;
   std::vector<Open> open;   ///< each on top of the one before

@@ -22,6 +22,31 @@ TEST(TerminalPrompt, StandsAfterWhateverIsPrintedOnATerminal) {
   EXPECT_TRUE(rig.screen.shows("請輸入按鈕編號。\n按鈕編號> "));
 }
 
+TEST(TerminalPrompt, ComesBackOnceAfterARowWhateverThatDoes) {
+  struct Commands final : ActionTarget {
+    void performAction(std::string_view action) override {
+      if (action == "change") (*item)->setMenu({{{.id = 1, .title = "changed"}}});
+    }
+    std::unique_ptr<StatusItem>* item = nullptr;
+  };
+  EventLoop loop;
+  TerminalRig rig(loop, TerminalRig::Line::terminal);
+  auto item = rig.face->statusItem(squareStatusItemLength);
+  const auto commands = std::make_shared<Commands>();
+  commands->item = &item;
+  item->setMenu({{{.id = 1, .title = "quiet", .action = "none", .target = commands},
+                  {.id = 2, .title = "change it", .action = "change", .target = commands}}});
+  EXPECT_TRUE(rig.screen.shows("change it\n列號或按鍵> "));
+  rig.screen.text.clear();
+  rig.type("1\n");
+  EXPECT_TRUE(rig.screen.shows("1\n列號或按鍵> "));
+  rig.screen.text.clear();
+  rig.type("2\n");
+  EXPECT_TRUE(rig.screen.shows("changed\n列號或按鍵> "));
+  rig.settle();
+  EXPECT_EQ(rig.screen.count("列號或按鍵> "), 1U);
+}
+
 TEST(TerminalPrompt, StandsAlsoAfterAReportThatIsFarTooLong) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
