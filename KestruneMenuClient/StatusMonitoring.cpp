@@ -334,12 +334,14 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
 void AppDelegate::checkStatus(std::function<void(const StatusSnapshot&)> completion) {
   if (networkIsWatched) return checkBackend(completion);
   networkIsWatched = true;
+  // Shared, because each call may be that of a copy.
+  const auto first = std::make_shared<bool>(true);
   pathMonitor->start(*monitorQueue, [weak = weak_from_this(), completion = std::move(completion),
-                                     first = true](const NetworkPath& path) mutable {
+                                     first](const NetworkPath& path) {
     const auto self = weak.lock();
     if (!self) return;
     self->lastPathDescription = describe(path);
-    if (std::exchange(first, false)) self->checkBackend(completion);
+    if (std::exchange(*first, false)) self->checkBackend(completion);
   });
 }
 

@@ -239,7 +239,9 @@ TEST_F(StatusCommandTest, FindsAClientThatStartsLater) {
   EXPECT_EQ(lastPrinted()["status"], "from the client");
   EXPECT_EQ(statusQueries(), 1U);
   machine.loop.advance(Seconds{60});
+  networkIs({.satisfied = false});
   EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_EQ(lastPrinted()["source"], "client");
 }
 
 TEST_F(StatusCommandTest, EndsWhatItRunsWhenItIsInterrupted) {

@@ -243,7 +243,8 @@ std::unique_ptr<PathMonitor> FakePathMonitors::makePathMonitor() {
 void FakePathMonitors::report(const NetworkPath& path) {
   if (!onUpdate) return;
   queue->async([this, path] {
-    if (onUpdate) onUpdate(path);
+    // What it keeps to itself from one call to the next is lost.
+    if (const auto copy = onUpdate) copy(path);
   });
 }
 
