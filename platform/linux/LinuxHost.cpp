@@ -102,7 +102,10 @@ class LinuxHost final : public Host {
       const auto noColor = bundle.environmentVariable("NO_COLOR");
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
-      loop.onTerminate([this] { terminal->close(); });
+      loop.onTerminate([this] {
+        instance.announceEnd();
+        terminal->close();
+      });
     } else {
       const std::string program = dialogsPath();
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
@@ -110,6 +113,7 @@ class LinuxHost final : public Host {
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
       tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
       loop.onTerminate([this] {
+        instance.announceEnd();
         dialogs->close();
         menuWindow->close();
       });

@@ -17,12 +17,29 @@ namespace {
 
 constexpr auto objectPath = "/com/dovrel/kestrune/menuclient";
 constexpr auto interfaceName = "org.freedesktop.Application";
+/// Who owns this name, too, is about to end.
+constexpr auto endingName = "com.dovrel.kestrune.menuclient.Ending";
+
+constexpr auto driver = "org.freedesktop.DBus";
+constexpr auto driverPath = "/org/freedesktop/DBus";
 
 constexpr Seconds busPatience{2.0};           // a bus that has not answered by then counts as none
 constexpr Seconds predecessorPatience{12.0};  // more than the stop at the end of the other one can take
 constexpr Seconds lockRetry{0.1};
 
 constexpr int activationSignalNumber = SIGUSR1;
+
+/// What is locked in the file, by the one that runs and by one that is about to end. No byte need be there.
+constexpr off_t runningByte = 0, endingByte = 1;
+
+struct flock lockOf(off_t byte) {
+  struct flock one {};
+  one.l_type = F_WRLCK;
+  one.l_whence = SEEK_SET;
+  one.l_start = byte;
+  one.l_len = 1;
+  return one;
+}
 
 }  // namespace
 
@@ -50,12 +67,9 @@ SingleInstance::~SingleInstance() {
 bool SingleInstance::claim(Claim givenKind) {
   kind = givenKind;
   if (kind == Claim::wait) {
-    deadline = loop.after(predecessorPatience, [this] { outcome = Outcome::alone; });
+    waitForOther();
   } else if (bus != nullptr) {
-    deadline = loop.after(busPatience, [this] {
-      reportOnce("the session bus does not answer");
-      claimLock();
-    });
+    waitForBus();
   }
   if (bus != nullptr) {
     requestName();
@@ -66,6 +80,13 @@ bool SingleInstance::claim(Claim givenKind) {
   deadline.reset();
   retry.reset();
   return outcome == Outcome::alone;
+}
+
+void SingleInstance::waitForBus() {
+  deadline = loop.after(busPatience, [this] {
+    reportOnce("the session bus does not answer");
+    claimLock();
+  });
 }
 
 void SingleInstance::busConnected(sd_bus* connection) {
@@ -81,17 +102,17 @@ void SingleInstance::busLost() {
   object.reset();
   request.reset();
   acquired.reset();
+  question.reset();
   call.reset();
+  announcement.reset();
   bus = nullptr;
 }
 
 void SingleInstance::requestName() {
   sd_bus_slot* slot = nullptr;
   const std::uint64_t flags = kind == Claim::wait ? SD_BUS_NAME_QUEUE : 0;
-  if (kind == Claim::wait &&
-      sd_bus_match_signal_async(bus, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                "org.freedesktop.DBus", "NameAcquired", &nameAcquired, &ignoreAnswer,
-                                this) >= 0) {
+  if (kind == Claim::wait && sd_bus_match_signal_async(bus, &slot, driver, driverPath, driver, "NameAcquired",
+                                                       &nameAcquired, &ignoreAnswer, this) >= 0) {
     acquired.reset(slot);
   }
   if (sd_bus_request_name_async(bus, &slot, applicationIdentifier, flags, &nameReply, this) >= 0) {
@@ -113,7 +134,7 @@ int SingleInstance::nameReply(sd_bus_message* reply, void* data, sd_bus_error*) 
   if (result == owner || result == alreadyOwner) {
     self.outcome = Outcome::alone;
   } else if (result != inQueue) {
-    self.activateOther();
+    self.askWhetherOtherEnds();
   }
   return 0;
 }
@@ -124,6 +145,44 @@ int SingleInstance::nameAcquired(sd_bus_message* signal, void* data, sd_bus_erro
     static_cast<SingleInstance*>(data)->outcome = Outcome::alone;
   }
   return 0;
+}
+
+void SingleInstance::announceEnd() {
+  if (outcome != Outcome::alone) return;
+  sd_bus_slot* slot = nullptr;
+  if (bus != nullptr && sd_bus_request_name_async(bus, &slot, endingName, 0, &ignoreAnswer, this) >= 0)
+    announcement.reset(slot);
+  struct flock ending = lockOf(endingByte);
+  if (lock) fcntl(lock.get(), F_SETLK, &ending);
+}
+
+void SingleInstance::askWhetherOtherEnds() {
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_method_async(bus, &slot, driver, driverPath, driver, "NameHasOwner", &endingReply, this,
+                               "s", endingName) >= 0) {
+    question.reset(slot);
+  } else {
+    activateOther();
+  }
+}
+
+int SingleInstance::endingReply(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& self = *static_cast<SingleInstance*>(data);
+  int ends = 0;
+  if (self.outcome != Outcome::undecided) return 0;
+  if (!sd_bus_message_is_method_error(reply, nullptr) && sd_bus_message_read(reply, "b", &ends) >= 0 &&
+      ends != 0) {
+    self.waitForOther();
+    self.requestName();
+  } else {
+    self.activateOther();
+  }
+  return 0;
+}
+
+void SingleInstance::waitForOther() {
+  kind = Claim::wait;
+  deadline = loop.after(predecessorPatience, [this] { outcome = Outcome::alone; });
 }
 
 void SingleInstance::activateOther() {
@@ -139,8 +198,16 @@ void SingleInstance::activateOther() {
   }
 }
 
-int SingleInstance::otherAnswered(sd_bus_message*, void* data, sd_bus_error*) {
-  static_cast<SingleInstance*>(data)->otherTold = true;
+int SingleInstance::otherAnswered(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& self = *static_cast<SingleInstance*>(data);
+  if (!sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NO_REPLY)) {
+    self.otherTold = true;
+    return 0;
+  }
+  // It has ended instead.
+  self.outcome = Outcome::undecided;
+  self.waitForBus();
+  self.requestName();
   return 0;
 }
 
@@ -164,21 +231,34 @@ void SingleInstance::claimLock() {
       return;
     }
   }
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
-  if (fcntl(lock.get(), F_SETLK, &whole) == 0) {
-    outcome = Outcome::alone;
-  } else if (kind == Claim::wait) {
-    retry = loop.after(lockRetry, [this] { claimLock(); });
-  } else if (fcntl(lock.get(), F_GETLK, &whole) == 0 && whole.l_type != F_UNLCK) {
+  for (;;) {
+    struct flock running = lockOf(runningByte);
+    if (fcntl(lock.get(), F_SETLK, &running) == 0) {
+      outcome = Outcome::alone;
+      return;
+    }
+    const bool taken = errno == EAGAIN || errno == EACCES;
+    if (kind != Claim::wait && taken && holderEnds()) waitForOther();
+    if (kind == Claim::wait) {
+      retry = loop.after(lockRetry, [this] { claimLock(); });
+      return;
+    }
+    if (!taken || fcntl(lock.get(), F_GETLK, &running) != 0) {
+      outcome = Outcome::alone;
+      return;
+    }
+    if (running.l_type == F_UNLCK) continue;  // it has ended since
     // The kernel says who holds the lock; a number written to the file could be that of a stranger by now.
-    if (whole.l_pid > 0 && kind == Claim::refuse) kill(whole.l_pid, activationSignalNumber);
+    if (running.l_pid > 0 && kind == Claim::refuse) kill(running.l_pid, activationSignalNumber);
     outcome = Outcome::second;
     otherTold = true;
-  } else {
-    outcome = Outcome::alone;
+    return;
   }
+}
+
+bool SingleInstance::holderEnds() const {
+  struct flock ending = lockOf(endingByte);
+  return fcntl(lock.get(), F_GETLK, &ending) == 0 && ending.l_type != F_UNLCK;
 }
 
 }  // namespace kestrune

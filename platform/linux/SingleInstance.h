@@ -24,8 +24,13 @@ class SingleInstance final : public BusClient {
   ~SingleInstance() override;
 
   /// Runs the loop until this is the only instance, and returns true; or tells the other one to show itself
-  /// and returns false. Waits for the end of another one for 12 s at most, then goes on beside it.
+  /// and returns false. Waits for the end of another one for 12 s at most, then goes on beside it; so, too,
+  /// for one that has announced its end, whatever the kind.
   bool claim(Claim kind);
+
+  /// Later starts wait from now on, instead of giving way to this instance. For the time in which it still
+  /// has something to end that a successor must not share.
+  void announceEnd();
 
   void busConnected(sd_bus* bus) override;
   void busLost() override;
@@ -33,11 +38,16 @@ class SingleInstance final : public BusClient {
  private:
   enum class Outcome { undecided, alone, second };
 
+  void waitForBus();
   void requestName();
   void claimLock();
+  bool holderEnds() const;
+  void askWhetherOtherEnds();
+  void waitForOther();
   void activateOther();
   static int nameReply(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int nameAcquired(sd_bus_message* signal, void* self, sd_bus_error* error);
+  static int endingReply(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int activated(sd_bus_message* call, void* self, sd_bus_error* error);
   static int otherAnswered(sd_bus_message* reply, void* self, sd_bus_error* error);
   static const sd_bus_vtable interface[];
@@ -48,7 +58,7 @@ class SingleInstance final : public BusClient {
   const std::function<void()> onActivate;
 
   sd_bus* bus = nullptr;
-  BusSlot object, request, acquired, call;
+  BusSlot object, request, acquired, question, call, announcement;
   FileDescriptor lock;
   EventSource activationSignal, deadline, retry;
   std::optional<Claim> kind;  ///< absent until the claim

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include <chrono>
 #include <fstream>
 
 #include "tests/support/InstanceProgram.h"
@@ -11,6 +13,42 @@ namespace {
 
 using Claim = SingleInstance::Claim;
 constexpr auto clientName = "com.dovrel.kestrune.menuclient";
+
+/// Has the name of the program, and is told to show itself, but says nothing.
+class MuteInstance {
+ public:
+  MuteInstance() {
+    sd_bus_open_user(&bus);
+    sd_bus_add_filter(bus, nullptr, &hear, this);
+    sd_bus_request_name(bus, clientName, 0);
+  }
+  ~MuteInstance() { end(); }
+  MuteInstance(const MuteInstance&) = delete;
+  MuteInstance& operator=(const MuteInstance&) = delete;
+
+  bool isTold() {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!told && std::chrono::steady_clock::now() < deadline) {
+      if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, 100000);  // microseconds
+    }
+    return told;
+  }
+  void end() {
+    // Programs that were forked meanwhile have the connection, too.
+    if (bus != nullptr) shutdown(sd_bus_get_fd(bus), SHUT_RDWR);
+    bus = sd_bus_close_unref(bus);
+  }
+
+ private:
+  static int hear(sd_bus_message* message, void* self, sd_bus_error*) {
+    const bool asked = sd_bus_message_is_method_call(message, "org.freedesktop.Application", "Activate") > 0;
+    if (asked) static_cast<MuteInstance*>(self)->told = true;
+    return asked ? 1 : 0;
+  }
+
+  sd_bus* bus = nullptr;
+  bool told = false;
+};
 
 struct SingleInstanceOnBus : ::testing::Test {
   void SetUp() override { daemon.start(); }
@@ -86,6 +124,35 @@ TEST_F(SingleInstanceOnBus, WaitsForTheOneThatItReplaces) {
   EXPECT_EQ(first.line(), "end") << "a successor must not make it show itself";
   EXPECT_EQ(successor.line(), "alone");
   EXPECT_EQ(name.owner(), successor.pid());
+}
+
+TEST_F(SingleInstanceOnBus, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
+  for (const Claim kind : {Claim::refuse, Claim::refuseQuietly}) {
+    SlowlyEndingInstance first(lock);
+    first.line();
+    ASSERT_EQ(first.line(), "alone");
+    first.tell(SIGTERM);
+    ASSERT_EQ(first.line(), "ending");
+    InstanceProgram later(lock, kind);
+    NameOnBus name(clientName);
+    ASSERT_TRUE(name.isWantedBy(2));
+    EXPECT_EQ(later.line(), "waiting");
+    EXPECT_TRUE(later.isSilent());
+    first.end(SIGCONT);
+    EXPECT_EQ(first.line(), "end");
+    EXPECT_EQ(later.line(), "alone");
+    EXPECT_EQ(name.owner(), later.pid());
+  }
+}
+
+TEST_F(SingleInstanceOnBus, TakesThePlaceOfOneThatEndsInsteadOfShowingItself) {
+  MuteInstance first;
+  InstanceProgram later(lock, Claim::refuse);
+  ASSERT_TRUE(first.isTold());
+  first.end();
+  EXPECT_EQ(later.line(), "waiting");
+  EXPECT_EQ(later.line(), "alone");
+  EXPECT_EQ(NameOnBus(clientName).owner(), later.pid());
 }
 
 TEST_F(SingleInstanceOnBus, DoesNotWaitWhenThereIsNobodyToReplace) {
@@ -217,6 +284,21 @@ TEST_F(SingleInstanceWithoutBus, WaitsForTheOneThatItReplaces) {
   first.end(SIGTERM);
   EXPECT_EQ(first.line(), "end") << "a successor must not make it show itself";
   EXPECT_EQ(successor.line(), "alone");
+}
+
+TEST_F(SingleInstanceWithoutBus, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
+  for (const Claim kind : {Claim::refuse, Claim::refuseQuietly}) {
+    SlowlyEndingInstance first(lock);
+    ASSERT_EQ(first.line(), "alone");
+    first.tell(SIGTERM);
+    ASSERT_EQ(first.line(), "ending");
+    InstanceProgram later(lock, kind);
+    EXPECT_EQ(later.line(), "waiting");
+    EXPECT_TRUE(later.isSilent());
+    first.end(SIGCONT);
+    EXPECT_EQ(first.line(), "end");
+    EXPECT_EQ(later.line(), "alone");
+  }
 }
 
 TEST_F(SingleInstanceWithoutBus, DoesNotWaitWhenThereIsNobodyToReplace) {

@@ -6,6 +6,7 @@ import time
 import unittest
 
 from desktop import isolation
+from desktop.bus import CLIENT, Bus
 from desktop.session import (CHECKING, CONNECTED, DISABLED, NO_BUS, PORTS, RECONNECTING, Session, listening_ports,
                              running, wait_for_end)
 
@@ -35,12 +36,15 @@ class Quit(unittest.TestCase):
         self.services = self.session.services()
         self.assertLessEqual(set(PORTS), listening_ports())
 
-    def assertAllStopped(self):
+    def assertServicesStopped(self):
         for pid in self.services:
             wait_for_end(pid)
+        self.assertEqual(listening_ports(), set())
+
+    def assertAllStopped(self):
+        self.assertServicesStopped()
         self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
-        self.assertEqual(listening_ports(), set())
 
     def connected_client(self):
         client = self.session.terminal()
@@ -124,6 +128,34 @@ class Quit(unittest.TestCase):
         self.session.gate.open()
         self.assertEqual(client.status(), 0)
         self.assertAllStopped()
+
+    def assertTakesOver(self, wait, *options):
+        """A start while the backend is being stopped, which `wait` is to see begin."""
+        self.session.program("pkill", HELD_UP_STOP)
+        client = self.connected_client()
+        client.send(signal.SIGTERM)
+        self.assertEqual(self.session.events.next(), "stop began")
+        later = self.session.start("--terminal", *options)
+        wait(later)
+        self.session.gate.open()
+        self.assertEqual(client.status(), 0)
+        # Of what it brings up nothing is stopped.
+        while later.next_menu().status != CONNECTED:
+            pass
+        self.services = self.session.services()
+        self.assertEqual(later.quit(), 0)
+        self.assertServicesStopped()
+
+    def test_a_start_meanwhile_waits_for_the_end(self):
+        self.assertTakesOver(lambda later: later.complained(NO_BUS))
+
+    def test_a_start_at_login_meanwhile_waits_for_the_end(self):
+        bus = Bus(self.session)
+        traffic = bus.monitor()
+        self.addCleanup(traffic.close)
+        waits_for_the_name = [CLIENT, 0]
+        self.assertTakesOver(lambda _: traffic.wait("RequestName", lambda data: data == waits_for_the_name),
+                             "--background")
 
     def test_a_check_that_hangs_is_ended_and_not_waited_for(self):
         self.session.stub_backend(STUBBORN_STATUS)

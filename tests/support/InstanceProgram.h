@@ -14,7 +14,8 @@ class InstanceProgram : public ForkedProgram {
   InstanceProgram(const std::string& lockPath, SingleInstance::Claim kind)
       : ForkedProgram([&lockPath, kind](const Say& say) { run(lockPath, kind, say); }) {}
 
-  static void run(const std::string& lockPath, SingleInstance::Claim kind, const Say& say) {
+  static void run(const std::string& lockPath, SingleInstance::Claim kind, const Say& say,
+                  bool takesItsTime = false) {
     EventLoop loop;
     SessionBus bus(loop);
     SingleInstance instance(loop, bus, lockPath, [&say] { say("activated"); });
@@ -27,7 +28,19 @@ class InstanceProgram : public ForkedProgram {
     decided = instance.claim(kind);
     say(decided ? "alone" : "second");
     if (decided) loop.runUntil([] { return false; });
+    if (!takesItsTime) return;
+    instance.announceEnd();
+    say("ending");
+    raise(SIGSTOP);
   }
+};
+
+/// One that says "ending" when it is told to end, and does so when it is told to continue.
+struct SlowlyEndingInstance : ForkedProgram {
+  explicit SlowlyEndingInstance(const std::string& lockPath)
+      : ForkedProgram([&lockPath](const Say& say) {
+          InstanceProgram::run(lockPath, SingleInstance::Claim::refuse, say, true);
+        }) {}
 };
 
 }  // namespace kestrune::testing
