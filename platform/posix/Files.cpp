@@ -4,11 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 
+#include "platform/posix/AccessList.h"
 #include "platform/posix/FileDescriptor.h"
 
 namespace kestrune {
@@ -112,7 +115,9 @@ std::error_code writeFileAtomically(const std::string& path, std::string_view co
       const bool given =
           fchown(file.get(), old.st_uid, old.st_gid) == 0 || fchown(file.get(), uid_t(-1), old.st_gid) == 0;
       const mode_t mode = (old.st_mode & 07777) | S_IRUSR;
-      if (fchmod(file.get(), given ? mode : mode & ~mode_t{077}) != 0) return lastError();
+      // With an access list, the bits for the group only limit it: without it they would be the group's own.
+      const bool shared = given && fchmod(file.get(), mode) == 0 && copyAccessList(target, file.get());
+      if (!shared && fchmod(file.get(), mode & ~mode_t{077}) != 0) return lastError();
     }
     if (const auto failure = writeAll(file.get(), contents)) return failure;
     return rename(temporary.c_str(), target.c_str()) == 0 ? std::error_code() : lastError();
@@ -134,8 +139,11 @@ std::error_code keepDamagedFile(const std::string& path) {
 }
 
 bool isPassing(const std::error_code& failure) {
-  return failure == std::errc::too_many_files_open || failure == std::errc::too_many_files_open_in_system ||
-         failure == std::errc::not_enough_memory || failure == std::errc::io_error;
+  // The last ones are those of a disk in the network.
+  static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
+                                    ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
+  return std::any_of(std::begin(passing), std::end(passing),
+                     [&](int error) { return failure == std::error_code(error, std::system_category()); });
 }
 
 std::error_code keepUnreadableFile(const std::string& path) {

@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -142,6 +145,53 @@ TEST_F(WriteFileAtomically, ShowsAReaderTheOldFileOrTheNewOne) {
     EXPECT_TRUE(contents == zeros || contents == ones) << contents.size() << " bytes";
   }
   writer.join();
+}
+
+/// As the kernel has it: the user with the number 12345 may read the file, its group may not.
+std::string accessList() {
+  struct Entry {
+    std::uint16_t kind, permissions;
+    std::uint32_t id;
+  };
+  constexpr std::uint16_t owner = 1, user = 2, group = 4, mask = 16, others = 32;
+  constexpr auto nobody = static_cast<std::uint32_t>(-1);
+  constexpr std::uint32_t version = 2;
+  const Entry entries[] = {
+      {owner, 6, nobody}, {user, 4, 12345}, {group, 0, nobody}, {mask, 4, nobody}, {others, 0, nobody}};
+  std::string list(sizeof version + sizeof entries, '\0');
+  std::memcpy(list.data(), &version, sizeof version);
+  std::memcpy(list.data() + sizeof version, entries, sizeof entries);
+  return list;
+}
+
+TEST_F(WriteFileAtomically, KeepsTheAccessListWithTheModeThatItMeans) {
+  static constexpr auto attribute = "system.posix_acl_access";
+  const auto listOf = [this] {
+    std::string list(1000, '\0');
+    const ssize_t size = getxattr(path.c_str(), attribute, list.data(), list.size());
+    return list.substr(0, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  };
+  put("old");
+  const std::string list = accessList();
+  const bool keepsLists = setxattr(path.c_str(), attribute, list.data(), list.size(), 0) == 0;
+  ASSERT_TRUE(keepsLists || errno == ENOTSUP);
+  const mode_t before = modeOf(path);
+  ASSERT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(listOf(), keepsLists ? list : "");
+  EXPECT_EQ(modeOf(path), before);
+}
+
+TEST_F(WriteFileAtomically, HasNoneOfTheListThatAFolderHandsDown) {
+  put("old");
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  const std::string list = accessList();
+  const std::string here = folder.file(".");
+  ASSERT_TRUE(setxattr(here.c_str(), "system.posix_acl_default", list.data(), list.size(), 0) == 0 ||
+              errno == ENOTSUP);
+  ASSERT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  EXPECT_EQ(modeOf(path), 0640U);
+  EXPECT_EQ(getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0), -1);
 }
 
 TEST_F(WriteFileAtomically, KeepsTheMode) {
