@@ -60,12 +60,17 @@ Loaded load(const std::string& path) {
 }  // namespace
 
 PreferencesFile::PreferencesFile(std::string givenPath)
-    : path(std::move(givenPath)), unsaved(std::make_unique<json>(json::object())) {}
+    : path(std::move(givenPath)),
+      unsaved(std::make_unique<json>(json::object())),
+      lastRead(std::make_unique<json>(json::object())) {}
 
 PreferencesFile::~PreferencesFile() = default;
 
 json PreferencesFile::current() const {
-  json preferences = load(path).preferences;
+  Loaded found = load(path);
+  // What was switched off stays so while nobody can look.
+  if (found.state != State::unreachable) *lastRead = std::move(found.preferences);
+  json preferences = *lastRead;
   preferences.update(*unsaved);
   return preferences;
 }
@@ -109,7 +114,10 @@ std::error_code PreferencesFile::save() const {
     if (const auto failure = keepDamagedFile(path)) return failure;
   }
   preferences.update(*unsaved);
-  return writeFileAtomically(path, preferences.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+  const auto failure =
+      writeFileAtomically(path, preferences.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+  if (!failure) *lastRead = std::move(preferences);
+  return failure;
 }
 
 }  // namespace kestrune

@@ -28,7 +28,8 @@ class PreferencesFile final : public UserDefaults {
   std::error_code save() const;
 
   const std::string path;
-  const std::unique_ptr<nlohmann::json> unsaved;  ///< what could not be written, and holds for this process
+  const std::unique_ptr<nlohmann::json> unsaved;   ///< what could not be written, and holds for this process
+  const std::unique_ptr<nlohmann::json> lastRead;  ///< holds while the file cannot be opened
 };
 
 }  // namespace kestrune

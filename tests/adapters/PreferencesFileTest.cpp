@@ -215,6 +215,23 @@ TEST_F(Preferences, AreNotDamagedByAProcessThatCannotOpenThem) {
   EXPECT_EQ(written(), (json{{"theirs", 1}, {"flag", false}, {"text", "t"}}));
 }
 
+TEST_F(Preferences, HoldAsTheyWereWhileTheyCannotBeOpened) {
+  put(R"({"flag": false})");
+  EXPECT_EQ(preferences.boolForKey("flag"), false);
+  preferences.setString("text", "t");
+  {
+    const ResourceLimit noDescriptors(RLIMIT_NOFILE, 0);
+    EXPECT_EQ(preferences.boolForKey("flag"), false);
+    EXPECT_EQ(preferences.stringForKey("text"), "t");
+  }
+  put(R"({"flag": true})");
+  EXPECT_EQ(preferences.boolForKey("flag"), true);
+  fs::remove(path);
+  EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
+  const ResourceLimit noDescriptors(RLIMIT_NOFILE, 0);
+  EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
+}
+
 // --- what cannot be written
 
 /// A folder that cannot be made, as there is a file in its place.
