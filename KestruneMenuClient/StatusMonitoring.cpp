@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -88,6 +89,40 @@ const json& member(const json& object, const char* name) {
   return found != object.end() ? *found : null;
 }
 
+/// The unit of UTF-16 that `text` begins with, escaped.
+std::optional<unsigned> escapedUnit(std::string_view text) {
+  constexpr std::size_t length = 6;
+  unsigned unit = 0;
+  if (text.size() < length || !text.starts_with("\\u")) return std::nullopt;
+  const auto read = std::from_chars(text.data() + 2, text.data() + length, unit, 16);
+  if (read.ec != std::errc() || read.ptr != text.data() + length) return std::nullopt;
+  return unit;
+}
+
+/// Stands for half a character, of which no text can be made: U+FDD0, which is no character at all.
+constexpr std::string_view halfCharacter = "\xEF\xB7\x90";
+
+/// The name of a folder need not be text, and the service sends such a one with halves of characters in it.
+/// The library would take the whole answer for damaged.
+std::string withoutHalfCharacters(std::string_view answer) {
+  const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
+  const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };
+  std::string whole;
+  whole.reserve(answer.size());
+  while (!answer.empty()) {
+    const auto plain = std::min(answer.find('\\'), answer.size());
+    const std::string_view escape = answer.substr(plain);
+    const auto unit = escapedUnit(escape);
+    const bool pair = isHigh(unit) && isLow(escapedUnit(escape.substr(6)));
+    const bool half = !pair && (isHigh(unit) || isLow(unit));
+    const auto length = std::min<std::size_t>(escape.size(), pair ? 12 : unit ? 6 : 2);
+    whole += answer.substr(0, plain);
+    whole += half ? halfCharacter : escape.substr(0, length);
+    answer = escape.substr(length);
+  }
+  return whole;
+}
+
 /// Reads the service's answer: the first project that is selected counts, and lends its title to a thread
 /// without a name.
 LiveSession selectedSession(const std::optional<std::string>& answer) {
@@ -99,7 +134,7 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
     tooDeep = tooDeep || depth > answerDepthLimit;
     return !tooDeep;
   };
-  const json root = json::parse(*answer, watchDepth, false);
+  const json root = json::parse(withoutHalfCharacters(*answer), watchDepth, false);
   if (tooDeep || !root.is_object()) return session;
   const json& projects = member(root, "projects");
   if (!projects.is_array()) return session;
@@ -107,14 +142,17 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
     // A list that holds something else is not what the service promised: nothing in it is believed.
     if (!project.is_object()) return session;
     if (!isTruthy(member(project, "selected"))) continue;
-    const auto take = [](const json& value, std::string& into) {
-      if (value.is_string() && isTruthy(value)) into = value.get<std::string>();
+    bool canBeShown = true;
+    const auto take = [&canBeShown](const json& value, std::string& into) {
+      if (!value.is_string() || !isTruthy(value)) return;
+      into = value.get<std::string>();
+      canBeShown = canBeShown && into.find(halfCharacter) == std::string::npos;
     };
     const json& title = member(project, "title");
     const json& threadName = member(project, "thread_name");
     take(title, session.projectTitle);
     take(isTruthy(threadName) ? threadName : title, session.threadName);
-    return session;
+    return canBeShown ? session : LiveSession();
   }
   return session;
 }

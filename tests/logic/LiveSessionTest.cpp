@@ -358,6 +358,29 @@ TEST_F(LiveSession, NoAnswerOrOneOfNoUseGivesThePlaceholders) {
   }
 }
 
+TEST_F(LiveSession, HalfACharacterMattersOnlyWhereItWouldBeShown) {
+  struct Case {
+    const char* projects;
+    Session session;
+  };
+  const Case cases[] = {
+      {R"([{"title":"\udcff"},{"selected":true,"title":"a","path":"\uD83D x"}])", {"a", "a"}},
+      {R"([{"selected":true,"title":"a","\udcff":1,"x":"\ud83d\ud83d"}])", {"a", "a"}},
+      {R"([{"selected":true,"title":"\ud83d\ude00","x":"\ude00\ud83d"}])", {"😀", "😀"}},
+      {R"([{"selected":true,"title":"\\ud83d","thread_name":"\\\\udcff"}])", {"\\ud83d", "\\\\udcff"}},
+      {R"([{"selected":true,"title":"a","thread_name":"x\udcff"}])", placeholders},
+      {R"([{"selected":true,"title":"\ud83dx","thread_name":"b"}])", placeholders},
+      {R"([{"selected":true,"title":"\ud83d\u0041"}])", placeholders},
+  };
+  for (const auto& each : cases) EXPECT_EQ(shownForProjects(each.projects), each.session) << each.projects;
+  for (const char* const damaged : {R"({"projects":[{"selected":true,"title":"a"}],"x":"\ud83)",
+                                    R"({"projects":[{"selected":true,"title":"a\u12g4"}]})",
+                                    R"({"projects":[{"selected":true,"title":"a"}]\ud83d})",
+                                    R"({"projects":[{"selected":true,"title":"a"}]}\)"}) {
+    EXPECT_EQ(shownFor(damaged), placeholders) << damaged;
+  }
+}
+
 TEST_F(LiveSession, SpaceAroundTheAnswerDoesNotMatter) {
   EXPECT_EQ(shownFor("\n\t {\"projects\" : [ {\"selected\":true,\"title\":\"a\"} ] }\r\n"),
             (Session{"a", "a"}));
