@@ -171,6 +171,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string envPath() const;
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
   std::string publicAPIURL() const;
+  std::optional<std::string> pairingURL(const std::string& apiURL) const;
   Alert makeSettingsAlert() const;
   void settingsDidClose(const AlertAnswer& answer);
   static View makeSettingsSectionLabel(const char* title);

@@ -167,7 +167,10 @@ std::string AppDelegate::publicAPIURL() const {
 }
 
 std::optional<std::string> AppDelegate::makePairingURL() const {
-  const std::string apiURL = publicAPIURL();
+  return pairingURL(publicAPIURL());
+}
+
+std::optional<std::string> AppDelegate::pairingURL(const std::string& apiURL) const {
   const std::string chosen = loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
   const std::string_view token = trimmed(chosen);
   if (token.empty()) return std::nullopt;
@@ -185,7 +188,9 @@ ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) cons
 void AppDelegate::showPairingQR() {
   static constexpr auto failureTitle = "無法生成配對 QR";
   static constexpr double imageSize = 260;
-  const auto link = makePairingURL();
+  // Once for both: what stands below the code is what is in it.
+  const std::string apiURL = publicAPIURL();
+  const auto link = pairingURL(apiURL);
   if (!link) {
     showResultWindow(failureTitle, "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。", true);
     return;
@@ -201,7 +206,7 @@ void AppDelegate::showPairingQR() {
                .height = imageSize,
                .image = image};
   View address{.kind = ViewKind::label,
-               .text = "API URL：" + publicAPIURL(),
+               .text = "API URL：" + apiURL,
                .fontSize = 11,
                .textColor = TextColor::secondary,
                .textAlignment = TextAlignment::center,

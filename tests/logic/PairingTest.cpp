@@ -138,6 +138,17 @@ TEST_F(PairingDialog, SaysHowToScanIt) {
                    .buttons = {"好"}}));
 }
 
+TEST_F(PairingDialog, ReadsTheAddressOnceForThePictureAndForTheUser) {
+  int reads = 0;
+  machine.fileManager.whenRead = [&] {
+    const std::string number = std::to_string(++reads);
+    env() = "KESTRUNE_PUBLIC_API_URL=" + number + "\nHALVASK_APP_API_TOKEN=" + number;
+  };
+  choose("showPairingQR");
+  EXPECT_EQ(machine.qrCodes.messages, std::vector<std::string>{"kestrune://configure?apiUrl=1&token=3"});
+  EXPECT_EQ(stack().children.at(1).text, "API URL：1");
+}
+
 TEST_F(PairingDialog, HoldsThePictureAndTheAddressBelowIt) {
   choose("showPairingQR");
   ASSERT_TRUE(dialog().accessoryView);
