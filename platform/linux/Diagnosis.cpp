@@ -263,12 +263,12 @@ std::string describeClient(EventLoop& loop, StatusSocket& feed) {
     command += (command.empty() ? "" : " ") + word;
     inTerminal = inTerminal || word == "--terminal";
   }
-  std::string status;
+  std::optional<std::string> status;
   bool ended = false;
   const auto subscription =
       feed.subscribe([&status](const std::string& line) { status = line; }, [&ended] { ended = true; });
-  loop.runUntil([&] { return !subscription || ended || !status.empty(); });
-  const auto told = parseStatusJson(status);
+  loop.runUntil([&] { return !subscription || ended || status; });
+  const auto told = parseStatusJson(status.value_or(""));
   return "Client that answers: process " + std::to_string(*process) + ", in the " +
          (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +
          (told ? std::string("  lamp: ") + std::string(menuIcon(told->lamp)) +

@@ -3,6 +3,7 @@
 import json
 import os
 import signal
+import socket
 import subprocess
 import unittest
 
@@ -175,6 +176,20 @@ class Diagnosis(StatusTest):
         text, _ = self.diagnosis()
         self.assertNotIn("\x1b", text)
         self.assertIn("Backend: /a [31m Tray: forged, named", text)
+
+    def test_one_that_says_nothing_of_itself_is_not_waited_for(self):
+        place = self.session.runtime / "kestrune-menu-client"
+        place.mkdir()
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(str(place / "status"))
+            listener.listen()
+            asking = self.session.start("--diagnose")
+            # It looks who is there before it listens.
+            listener.accept()[0].close()
+            with listener.accept()[0] as caller:
+                caller.send(b"\n")
+                self.assertEqual(asking.status(), 0)
+        self.assertIn("  it hangs, or is of another version\n", asking.output.all())
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         for option in ("--diagnose", "--status", "--help"):
