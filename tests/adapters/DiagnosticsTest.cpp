@@ -1,0 +1,42 @@
+#include "platform/posix/Diagnostics.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "tests/support/StandardErrorText.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+TEST(Diagnostics, SayEachFaultOnce) {
+  const StandardErrorText errors;
+  for (const char* const message : {"a", "b", "a"}) reportOnce(message);
+  EXPECT_EQ(errors.text(), "KestruneMenuClient: a\nKestruneMenuClient: b\n");
+}
+
+TEST(Diagnostics, WaitForNoReader) {
+  const StandardErrorText restored;
+  const PipeEnds pipe;
+  fcntl(pipe.writing.get(), F_SETFL, O_NONBLOCK);
+  char piece[4096] = {};
+  while (write(pipe.writing.get(), piece, sizeof piece) > 0) {
+  }
+  fcntl(pipe.writing.get(), F_SETFL, 0);
+  dup2(pipe.writing.get(), STDERR_FILENO);
+  reportOnce("held up");
+  // Later it is told after all.
+  fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
+  while (read(pipe.reading.get(), piece, sizeof piece) > 0) {
+  }
+  reportOnce("held up");
+  const ssize_t count = read(pipe.reading.get(), piece, sizeof piece);
+  ASSERT_GT(count, 0);
+  EXPECT_EQ(std::string(piece, static_cast<std::size_t>(count)), "KestruneMenuClient: held up\n");
+}
+
+}  // namespace
+}  // namespace kestrune::testing
