@@ -38,6 +38,13 @@ std::error_code followLinks(fs::path& path) {
   return {ELOOP, std::system_category()};
 }
 
+bool isNowhere(const fs::path& file) {
+  struct stat it {};
+  struct stat nowhere {};
+  return stat(file.c_str(), &it) == 0 && stat("/dev/null", &nowhere) == 0 && it.st_dev == nowhere.st_dev &&
+         it.st_ino == nowhere.st_ino;
+}
+
 std::error_code writeAll(int descriptor, std::string_view contents) {
   while (!contents.empty()) {
     const ssize_t written = write(descriptor, contents.data(), contents.size());
@@ -101,6 +108,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
 std::error_code writeFileAtomically(const std::string& path, std::string_view contents) {
   fs::path target(path);
   if (const auto failure = followLinks(target)) return failure;
+  if (isNowhere(target)) target = path;
   const fs::path folder = folderOf(target);
 
   std::string temporary = folder / ("." + target.filename().string() + ".XXXXXX");
@@ -108,7 +116,8 @@ std::error_code writeFileAtomically(const std::string& path, std::string_view co
   if (!file) return lastError();
 
   const auto fill = [&]() -> std::error_code {
-    if (struct stat old{}; stat(target.c_str(), &old) == 0) {
+    // A link is still there only if it leads to nowhere.
+    if (struct stat old{}; lstat(target.c_str(), &old) == 0 && !S_ISLNK(old.st_mode)) {
       if (S_ISDIR(old.st_mode)) return {EISDIR, std::system_category()};
       if (!S_ISREG(old.st_mode)) return {EINVAL, std::system_category()};
       // The owner first: giving a file away clears bits of its mode.

@@ -13,7 +13,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents);
 /// Replaces the file at `path` in a single step that survives a power cut: a reader sees the old file or the
 /// new one. An existing file keeps its mode and, where this user may give it, its owner, but its owner can
 /// always read it; a new one is readable by its owner alone. A symbolic link stays a link: what it points to
-/// is replaced. Any thread.
+/// is replaced, but of a link to "/dev/null" the link itself. Any thread.
 std::error_code writeFileAtomically(const std::string& path, std::string_view contents);
 
 /// Gives the file at `path`, or what a link there points to, the name ".damaged" behind its own, with a

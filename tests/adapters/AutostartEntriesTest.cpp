@@ -12,6 +12,7 @@
 
 #include "platform/linux/AutostartEntries.h"
 #include "platform/posix/FileDescriptor.h"
+#include "platform/posix/Files.h"
 #include "tests/support/FakePlatform.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/ScratchFolder.h"
@@ -169,6 +170,8 @@ TEST_F(AutostartEntriesTest, CountWhenOnlySomethingElseIsSwitchedOff) {
 TEST_F(AutostartEntriesTest, CountAsNoneWhenTheyAreLinkedToNothing) {
   fs::create_symlink("/dev/null", path);
   EXPECT_FALSE(agents.isRegistered(label));
+  ASSERT_EQ(writeFileAtomically(path, agents.document(label, "/program", "/repository")), std::error_code());
+  EXPECT_TRUE(agents.isRegistered(label));
 }
 
 TEST_F(AutostartEntriesTest, CountWhenTheyCannotBeRead) {

@@ -167,8 +167,19 @@ TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
   EXPECT_EQ(files.writeAtomically(path, "new"), "Invalid argument");
   EXPECT_TRUE(fs::is_fifo(path));
   const std::string link = folder.file("link");
-  fs::create_symlink("/dev/null", link);
+  fs::create_symlink("/dev/zero", link);
   EXPECT_TRUE(files.writeAtomically(link, "new"));
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_TRUE(fs::is_character_file("/dev/zero"));
+}
+
+TEST_F(FileManager, ReplacesALinkToNowhere) {
+  fs::create_symlink("/dev/null", folder.file("nowhere"));
+  fs::create_symlink("nowhere", path);
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_FALSE(fs::is_symlink(path));
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_TRUE(fs::is_symlink(folder.file("nowhere")));
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
