@@ -16,15 +16,20 @@ class BusInquiry final : public BusClient {
     std::string destination, path, interface, method;
     std::vector<std::string> arguments{};  ///< all of them texts
   };
-  /// `reply` is the answer, from which the values are to be read; null when there was none, or an error.
-  /// `nobodyThere`: the bus says that nobody has that name.
-  using Answer = std::function<void(sd_bus_message* reply, bool nobodyThere)>;
+  enum class Outcome {
+    answered,
+    refused,      ///< with an error
+    nobodyThere,  ///< the bus says that nobody has that name
+    unanswered,   ///< not in time, or not before whoever was asked was gone
+  };
+  /// `reply` is the answer, from which the values are to be read; null unless the outcome is `answered`.
+  using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;
 
   /// `connection` outlives this.
   explicit BusInquiry(BusConnection& connection);
   ~BusInquiry() override;
 
-  /// `answer` may ask more. It is not called when the bus is lost.
+  /// `answer` may ask more. When the bus is lost it may be called, as unanswered, or not at all.
   void ask(const Question& question, Answer answer);
   /// Whether the bus itself has answered.
   bool isAnswered() const { return answered; }

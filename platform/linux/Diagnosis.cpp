@@ -120,6 +120,7 @@ class SessionInquiry {
 
  private:
   using Owners = std::map<std::string, std::string>;
+  using Outcome = BusInquiry::Outcome;
 
   static std::string presence(const BusInquiry& bus) {
     return bus.isAnswered() ? "answers" : "does not answer";
@@ -135,7 +136,7 @@ class SessionInquiry {
              "org.freedesktop.DBus",
              "GetConnectionUnixProcessID",
              {name}},
-            [name, &owners](sd_bus_message* reply, bool) {
+            [name, &owners](sd_bus_message* reply, Outcome) {
               std::uint32_t pid = 0;
               if (reply == nullptr || sd_bus_message_read(reply, "u", &pid) < 0) return;
               const std::string number = std::to_string(pid);
@@ -152,11 +153,11 @@ class SessionInquiry {
                    {watcher, name}},
                   std::move(answer));
     };
-    property("IsStatusNotifierHostRegistered", [this](sd_bus_message* reply, bool) {
+    property("IsStatusNotifierHostRegistered", [this](sd_bus_message* reply, Outcome) {
       int there = 0;
       if (reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0) trayHost = there != 0;
     });
-    property("RegisteredStatusNotifierItems", [this](sd_bus_message* reply, bool) {
+    property("RegisteredStatusNotifierItems", [this](sd_bus_message* reply, Outcome) {
       if (reply != nullptr && sd_bus_message_enter_container(reply, 'v', "as") >= 0)
         items = textsIn(reply, "s", "s");
     });
@@ -164,7 +165,7 @@ class SessionInquiry {
 
   void askForNotifications() {
     session.ask({notifications, "/org/freedesktop/Notifications", notifications, "GetServerInformation"},
-                [this](sd_bus_message* reply, bool) {
+                [this](sd_bus_message* reply, Outcome) {
                   if (reply == nullptr) return;
                   const std::string name = textIn(reply), vendor = textIn(reply), version = textIn(reply);
                   notifier = name + " " + version + " (" + vendor + ")";
@@ -173,7 +174,7 @@ class SessionInquiry {
 
   void askForLocks() {
     system.ask({loginManager, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"},
-               [this](sd_bus_message* reply, bool) {
+               [this](sd_bus_message* reply, Outcome) {
                  if (reply == nullptr || sd_bus_message_enter_container(reply, 'a', "(ssssuu)") < 0) return;
                  const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
                  std::uint32_t user = 0, pid = 0;
@@ -186,12 +187,12 @@ class SessionInquiry {
 
   void askForSessionInhibitors() {
     session.ask({sessionManager, "/org/gnome/SessionManager", sessionManager, "GetInhibitors"},
-                [this](sd_bus_message* reply, bool) {
+                [this](sd_bus_message* reply, Outcome) {
                   if (reply == nullptr) return;
                   for (const std::string& path : textsIn(reply, "o", "o")) {
                     session.ask(
                         {sessionManager, path, "org.gnome.SessionManager.Inhibitor", "GetAppId"},
-                        [this](sd_bus_message* application, bool) {
+                        [this](sd_bus_message* application, Outcome) {
                           if (application == nullptr) return;
                           inhibitors.push_back(std::string(sessionManager) + ": " + textIn(application));
                         });
@@ -203,7 +204,7 @@ class SessionInquiry {
   void askForPowerManagement() {
     session.ask({powerManagement, "/org/freedesktop/PowerManagement/Inhibit",
                  "org.freedesktop.PowerManagement.Inhibit", "HasInhibit"},
-                [this](sd_bus_message* reply, bool) {
+                [this](sd_bus_message* reply, Outcome) {
                   int held = 0;
                   if (reply == nullptr || sd_bus_message_read(reply, "b", &held) < 0 || held == 0) return;
                   inhibitors.push_back(std::string(powerManagement) + ": somebody");

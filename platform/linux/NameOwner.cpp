@@ -59,7 +59,7 @@ int NameOwner::changed(sd_bus_message* signal, void* data, sd_bus_error*) {
   const char* name = nullptr;
   const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
+  if (isFromBus(signal) && sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
     static_cast<NameOwner*>(data)->set(after);
   }
   return 0;

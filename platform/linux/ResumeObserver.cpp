@@ -27,6 +27,7 @@ void ResumeObserver::busLost() {
 }
 
 int ResumeObserver::prepareForSleep(sd_bus_message* signal, void* self, sd_bus_error*) {
+  if (!isForEverybody(signal)) return 0;
   int goesToSleep = 1;
   if (sd_bus_message_read(signal, "b", &goesToSleep) < 0 || goesToSleep != 0) return 0;
   // A copy, because the handler may destroy this.

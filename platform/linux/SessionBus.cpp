@@ -24,6 +24,15 @@ int ignoreAnswer(sd_bus_message*, void*, sd_bus_error*) {
   return 0;
 }
 
+bool isFromBus(sd_bus_message* signal) {
+  const char* const sender = sd_bus_message_get_sender(signal);
+  return sender != nullptr && std::strcmp(sender, busName) == 0;
+}
+
+bool isForEverybody(sd_bus_message* signal) {
+  return sd_bus_message_get_destination(signal) == nullptr;
+}
+
 BusConnection::BusConnection(EventLoop& givenLoop, BusKind givenKind)
     : loop(givenLoop), kind(givenKind), retryDelay(firstRetry) {}
 

@@ -27,6 +27,14 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 /// handler, a refusal would end the connection, which others use too, and which would be made anew for ever.
 int ignoreAnswer(sd_bus_message* reply, void* data, sd_bus_error* error);
 
+/// Whether the bus itself says this. A match does not tell: it is asked only of what goes to everybody, so
+/// that anybody may send this connection any signal under its unique name.
+bool isFromBus(sd_bus_message* signal);
+
+/// Whether a signal went to everybody, and so, unlike one to this connection alone, only to whom the bus
+/// found a match for, with the sender that it names.
+bool isForEverybody(sd_bus_message* signal);
+
 /// What uses the bus, and starts over with each connection.
 class BusClient {
  public:

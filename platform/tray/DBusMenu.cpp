@@ -38,6 +38,36 @@ int unknownId(sd_bus_error* error, int id) {
   return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The menu has no item %d", id);
 }
 
+bool isClick(const char* event) {
+  return std::strcmp(event, "clicked") == 0;
+}
+
+/// Ids, each once. Beside a question of millions of them, a tree would be larger than the question.
+class IdSet {
+ public:
+  void insert(int id) {
+    if (ids.size() >= limit) {
+      tidy();
+      limit = std::max(limit, 2 * ids.size());
+    }
+    ids.push_back(id);
+  }
+
+  const std::vector<int>& sorted() {
+    tidy();
+    return ids;
+  }
+
+ private:
+  void tidy() {
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+  }
+
+  std::size_t limit = 1024;
+  std::vector<int> ids;
+};
+
 int readIds(sd_bus_message* call, std::vector<int>& ids) {
   const void* data = nullptr;
   std::size_t size = 0;
@@ -317,26 +347,30 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   return send(reply, appendValue(reply.get(), property->second));
 }
 
-/// Whether there is such a row. What it does is done later: the host waits for its answer.
-bool DBusMenu::perform(int id, const char* event) {
-  if (id == rootId) return true;
+bool DBusMenu::hasRow(int id) const {
+  return id == rootId || items.contains(id);
+}
+
+/// What the row does is done later: the host waits for its answer.
+void DBusMenu::choose(int id) {
   const auto item = items.find(id);
-  if (item == items.end()) return false;
-  if (std::strcmp(event, "clicked") == 0) queue.async([chosen = item->second] { performMenuItem(chosen); });
-  return true;
+  if (item != items.end()) queue.async([chosen = item->second] { performMenuItem(chosen); });
 }
 
 int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
   std::int32_t id = 0;
   const char* name = nullptr;
   if (const int result = sd_bus_message_read(call, "is", &id, &name); result < 0) return result;
-  if (!perform(id, name)) return unknownId(error, id);
+  if (!hasRow(id)) return unknownId(error, id);
+  if (isClick(name)) choose(id);
   return sd_bus_reply_method_return(call, "");
 }
 
 int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
-  std::vector<int> unknown;
-  std::size_t count = 0;
+  // Each row once, however often it is named: neither what is to be done nor the answer must grow with that.
+  std::set<int> chosen;
+  IdSet unknown;
+  bool anyKnown = false;
   int result = sd_bus_message_enter_container(call, 'a', "(isvu)");
   while (result >= 0 && (result = sd_bus_message_enter_container(call, 'r', "isvu")) > 0) {
     std::int32_t id = 0;
@@ -344,15 +378,20 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
     result = sd_bus_message_read(call, "is", &id, &name);
     if (result >= 0) result = sd_bus_message_skip(call, "vu");
     if (result >= 0) result = sd_bus_message_exit_container(call);
-    if (result >= 0 && !perform(id, name)) unknown.push_back(id);
-    ++count;
+    if (result < 0) break;
+    if (!hasRow(id)) {
+      unknown.insert(id);
+      continue;
+    }
+    anyKnown = true;
+    if (isClick(name) && chosen.insert(id).second) choose(id);
   }
   if (result < 0) return result;
-  if (count > 0 && unknown.size() == count) return unknownId(error, unknown.front());
+  const std::vector<int>& ids = unknown.sorted();
+  if (!anyKnown && !ids.empty()) return unknownId(error, ids.front());
   const Message reply = replyTo(call);
   if (!reply) return -ENOMEM;
-  return send(reply,
-              sd_bus_message_append_array(reply.get(), 'i', unknown.data(), unknown.size() * sizeof(int)));
+  return send(reply, sd_bus_message_append_array(reply.get(), 'i', ids.data(), ids.size() * sizeof(int)));
 }
 
 int DBusMenu::aboutToShow(sd_bus_message* call, sd_bus_error* error) {

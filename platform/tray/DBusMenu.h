@@ -45,7 +45,8 @@ class DBusMenu {
   static int appendRow(sd_bus_message* message, int id, const Properties& properties, const Filter& filter);
 
   void announce(const std::vector<int>& before, const std::map<int, Properties>& old);
-  bool perform(int id, const char* event);
+  bool hasRow(int id) const;
+  void choose(int id);
 
   int getLayout(sd_bus_message* call, sd_bus_error* error);
   int getGroupProperties(sd_bus_message* call, sd_bus_error* error);

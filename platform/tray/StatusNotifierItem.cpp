@@ -155,12 +155,14 @@ int StatusNotifierItem::watcherOwnerChanged(sd_bus_message* signal, void* data, 
   const char* name = nullptr;
   const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(signal, "sss", &name, &before, &after) < 0 || *after == '\0') return 0;
+  if (!isFromBus(signal) || sd_bus_message_read(signal, "sss", &name, &before, &after) < 0) return 0;
+  if (*after == '\0') return 0;
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }
 
-int StatusNotifierItem::hostRegistered(sd_bus_message*, void* data, sd_bus_error*) {
+int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
+  if (!isForEverybody(signal)) return 0;
   // A watcher that had no host may have refused the item; one that knows it takes it as it is.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;

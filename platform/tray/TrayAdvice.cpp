@@ -22,31 +22,40 @@ const Notification advice{
 }  // namespace
 
 TrayAdvice::TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications)
-    : timers(givenTimers),
-      notifications(givenNotifications),
-      inquiry(bus),
-      timer(timers.scheduleRepeating(patience, [this] { look(); })) {}
+    : timers(givenTimers), notifications(givenNotifications), inquiry(bus) {
+  lookAfter(patience);
+}
+
+void TrayAdvice::lookAfter(Seconds delay) {
+  timer = timers.scheduleRepeating(delay, [this] { look(); });
+}
 
 void TrayAdvice::look() {
+  // Until there is an answer: a bus that is lost takes the question along, and a tray may be too busy for it.
+  lookAfter(patience);
   // Without a bus there is nobody to ask, or to tell: later, then.
-  if (!inquiry.isConnected()) return;
-  timer.reset();
+  if (!inquiry.isConnected() || !inquiry.isDone()) return;
+  if (unanswered == looksInVain) return timer.reset();
+  ++unanswered;
   inquiry.ask({watcherName,
                StatusNotifierItem::watcherPath,
                "org.freedesktop.DBus.Properties",
                "Get",
                {watcherName, "IsStatusNotifierHostRegistered"}},
-              [this](sd_bus_message* reply, bool nobodyThere) {
+              [this](sd_bus_message* reply, BusInquiry::Outcome outcome) {
+                if (outcome == BusInquiry::Outcome::unanswered) return;
+                unanswered = 0;
+                timer.reset();
                 int there = 0;
                 const bool hasNone =
                     reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-                if (nobodyThere || hasNone) missed();
+                if (outcome == BusInquiry::Outcome::nobodyThere || hasNone) missed();
               });
 }
 
 void TrayAdvice::missed() {
   if (!missedBefore) {
-    timer = timers.scheduleRepeating(secondLook, [this] { look(); });
+    lookAfter(secondLook);
   } else {
     notifications.add(advice);
   }

@@ -9,16 +9,19 @@
 namespace kestrune {
 
 /// Tells the user once, by a notification, when the desktop shows no tray icons half a minute after this was
-/// made, nor a moment later: a client without an icon would go unnoticed. Main thread.
+/// made, nor a moment later: a client without an icon would go unnoticed. A look to which nobody answers is
+/// repeated, a few times. Main thread.
 class TrayAdvice {
  public:
   static constexpr Seconds patience{30.0};
   static constexpr Seconds secondLook{5.0};  ///< after the first: panels restart, and come late after a sleep
+  static constexpr int looksInVain = 10;     ///< as many in a row without an answer, and there are no more
 
   /// What is given outlives this.
   TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& notifications);
 
  private:
+  void lookAfter(Seconds delay);
   void look();
   void missed();
 
@@ -26,6 +29,7 @@ class TrayAdvice {
   Notifications& notifications;
   BusInquiry inquiry;
   std::unique_ptr<Timer> timer;
+  int unanswered = 0;  ///< looks in a row
   bool missedBefore = false;
 };
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/adapters/AwakeDesk.h"
+#include "tests/support/Stranger.h"
 
 namespace kestrune::testing {
 namespace {
@@ -82,6 +83,20 @@ TEST_F(InhibitorChanges, KeepTheLockOfALoginThatIsNotThere) {
   login.reset();
   ASSERT_TRUE(systemTrip.succeeds(loop));
   EXPECT_EQ(locks.held(), 1u);
+}
+
+TEST_F(InhibitorChanges, AreTakenFromNobodyButTheBus) {
+  login = serve(loginName, locks.grants());
+  connect();
+  ASSERT_TRUE(create(system));
+  Stranger stranger(systemDaemon);
+  for (const char* const owner : {"", ":1.99"}) {
+    stranger.tellOfOwner(systemTrip.uniqueName(), loginName, ":1.1", owner);
+    ASSERT_TRUE(systemTrip.succeeds(loop));
+    EXPECT_TRUE(create(system)) << "after \"" << owner << '"';
+  }
+  EXPECT_EQ(login->calls(), (Calls{loginCall, loginCall, loginCall}));
+  EXPECT_EQ(locks.held(), 3u);
 }
 
 TEST_F(InhibitorChanges, AreHandedToASessionManagerThatAppears) {

@@ -4,6 +4,7 @@
 #include "tests/support/PrivateBus.h"
 #include "tests/support/RoundTrip.h"
 #include "tests/support/ScopedVariable.h"
+#include "tests/support/Stranger.h"
 
 namespace kestrune::testing {
 namespace {
@@ -86,6 +87,17 @@ TEST_F(RouteMonitorResumeSignal, IsNotBelievedOfOthers) {
   listen();
   FakeLogind(system.daemon, "org.example.login1").prepareForSleep(false);
   EXPECT_EQ(heardOf(), 0);
+}
+
+TEST_F(RouteMonitorResumeSignal, IsNotBelievedOfOthersWhoTellNobodyElse) {
+  listen();
+  FakeLogind logind(system.daemon);
+  Stranger(system.daemon)
+      .tell(roundTrip.uniqueName(), "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+            "PrepareForSleep", "b", 0);
+  EXPECT_EQ(heardOf(), 0);
+  logind.prepareForSleep(false);
+  EXPECT_EQ(heardOf(), 1);
 }
 
 TEST_F(RouteMonitorResumeSignal, IsIgnoredWhenItIsNoSuchSignal) {

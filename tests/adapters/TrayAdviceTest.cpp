@@ -122,5 +122,70 @@ TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
+TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
+  start();
+  for (int loss = 1; loss <= 2; ++loss) {
+    watch(StubService::saysNothing());
+    EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+    daemon.stop();
+    ASSERT_TRUE(comesTrue(loop, [this] { return !bus.isConnected(); }));
+    watcher.reset();
+    daemon.start();
+    ASSERT_TRUE(comesTrue(loop, [&] { return trip.connections == loss + 1; }));
+  }
+  EXPECT_EQ(adviceAtLast(), 1U);
+}
+
+TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringTheSecondLook) {
+  start();
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  watch(StubService::saysNothing());
+  EXPECT_EQ(adviceAfter(TrayAdvice::secondLook), 0U);
+  daemon.stop();
+  ASSERT_TRUE(comesTrue(loop, [this] { return !bus.isConnected(); }));
+  watcher.reset();
+  daemon.start();
+  ASSERT_TRUE(comesTrue(loop, [this] { return trip.connections == 2; }));
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 1U);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
+TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
+  start();
+  watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  watcher->behave(watcherWithHost(false));
+  watcher->newCalls();
+  EXPECT_EQ(adviceAtLast(), 1U);
+}
+
+TEST_F(TrayAdvised, IsNobodyWhoseTrayAnswersTheNextLook) {
+  start();
+  watch(StubService::refuses(SD_BUS_ERROR_TIMEOUT));
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  watcher->behave(watcherWithHost(true));
+  watcher->newCalls();
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
+TEST_F(TrayAdvised, IsNotLookedForWhileAnAnswerIsAwaited) {
+  start();
+  watch(StubService::saysNothing());
+  EXPECT_EQ(adviceAfter(3 * TrayAdvice::patience), 0U);
+  EXPECT_EQ(watcher->calls().size(), 1U);
+}
+
+TEST_F(TrayAdvised, IsNotLookedForWithoutEnd) {
+  start();
+  watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
+  for (int look = 0; look < TrayAdvice::looksInVain; ++look) {
+    EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+    ASSERT_EQ(watcher->newCalls().size(), 1U);
+  }
+  timers.advance(TrayAdvice::patience);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
 }  // namespace
 }  // namespace kestrune::testing

@@ -173,6 +173,23 @@ TEST_F(TrayMenu, PerformsEventsThatComeInAGroup) {
   EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
 }
 
+TEST_F(TrayMenu, PerformsARowOnceHoweverOftenAGroupNamesIt) {
+  EXPECT_EQ(
+      host->menu("EventGroup", "a(isvu)", 6, 3, "clicked", "i", 0, 0u, 3, "clicked", "i", 0, 1u, 4, "hovered",
+                 "i", 0, 1u, 4, "clicked", "i", 0, 1u, 3, "clicked", "s", "", 2u, 4, "clicked", "i", 0, 2u),
+      "[]");
+  EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
+  EXPECT_EQ(host->clicked(3), "");
+  EXPECT_EQ(performed(), (CallLog{"quit", "switch", "quit"}));
+}
+
+TEST_F(TrayMenu, TellsOnceOfARowThatAGroupNamesInVain) {
+  EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 5, 77, "clicked", "i", 0, 0u, -3, "clicked", "i", 0, 0u, 77,
+                       "hovered", "i", 0, 0u, 3, "hovered", "i", 0, 0u, 77, "clicked", "i", 0, 0u),
+            "[-3, 77]");
+  EXPECT_EQ(performed(), CallLog{});
+}
+
 TEST_F(TrayMenu, AnswersAGroupWithoutAnyKnownRowWithAnError) {
   EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 77, "clicked", "i", 0, 0u, -3, "clicked", "i", 0, 0u),
             invalid);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/Stranger.h"
 #include "tests/support/TrayDesk.h"
 
 namespace kestrune::testing {
@@ -66,6 +67,19 @@ TEST_F(TrayRegistration, IsRepeatedWhenAHostAppears) {
   ASSERT_TRUE(host->hasItem());
   host->announceHost();
   EXPECT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
+}
+
+TEST_F(TrayRegistration, IsNotRepeatedForThoseWhoTellNobodyElse) {
+  daemon.start();
+  showTray();
+  showItem();
+  ASSERT_TRUE(host->hasItem());
+  Stranger stranger(daemon);
+  stranger.tellOfOwner(host->itemName(), StatusNotifierItem::watcherName, "", ":1.99");
+  stranger.tell(host->itemName(), StatusNotifierItem::watcherPath, StatusNotifierItem::watcherName,
+                "StatusNotifierHostRegistered", "");
+  host->catchUp();
+  EXPECT_EQ(host->registrations.size(), 1U);
 }
 
 TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {

@@ -245,6 +245,25 @@ class Giants(Hostile):
         self.assertEqual([number for number, _ in rows], [3])
         self.assertBounded(before)
 
+    def test_a_row_that_is_chosen_hundreds_of_thousands_of_times_in_a_group_is_chosen_once(self):
+        before = self.memory("VmRSS")
+        event = GUIDE_ROW, "clicked", ("i", 0), 0
+        self.assertEqual(self.caller.ask(MENU, "EventGroup", "a(isvu)", [event] * 400_000).values(), [[]])
+        self.assertAnswersSoon()
+        self.assertEqual(len(self.daemon.wait("Notify", 2)), 2)
+        self.assertLess(self.memory("VmHWM"), PEAK)
+        self.assertLess(self.memory("VmRSS") - before, LEFT_OF_GIANTS)
+        self.bus.click(29)
+        self.assertEqual(self.client.status(), 0)
+
+    def test_rows_that_a_group_names_in_vain_are_told_once(self):
+        before = self.memory("VmRSS")
+        others = [77] * 400_000 + list(range(1000, 101_000)) * 2
+        events = [(row, "clicked", ("i", 0), 0) for row in (1, *others)]
+        self.assertEqual(self.caller.ask(MENU, "EventGroup", "a(isvu)", events).values(),
+                         [[77, *range(1000, 101_000)]])
+        self.assertBounded(before)
+
     def test_a_million_names_of_properties(self):
         before = self.memory("VmRSS")
         names = [f"{number:x}" for number in range(GIANT // 12)]

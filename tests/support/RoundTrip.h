@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "platform/linux/SessionBus.h"
 #include "tests/support/ComesTrue.h"
 
@@ -27,6 +29,12 @@ class RoundTrip final : public BusClient {
         &done, "");
     const BusSlot pending(slot);
     return comesTrue(loop, [&done] { return done; });
+  }
+
+  /// The unique name of the connection, once it has answered.
+  std::string uniqueName() const {
+    const char* name = nullptr;
+    return bus != nullptr && sd_bus_get_unique_name(bus, &name) >= 0 ? name : "";
   }
 
   void busConnected(sd_bus* connected) override {
