@@ -141,7 +141,8 @@ int SingleInstance::nameReply(sd_bus_message* reply, void* data, sd_bus_error*) 
 
 int SingleInstance::nameAcquired(sd_bus_message* signal, void* data, sd_bus_error*) {
   const char* name = nullptr;
-  if (sd_bus_message_read(signal, "s", &name) >= 0 && std::strcmp(name, applicationIdentifier) == 0) {
+  if (isFromBus(signal) && sd_bus_message_read(signal, "s", &name) >= 0 &&
+      std::strcmp(name, applicationIdentifier) == 0) {
     static_cast<SingleInstance*>(data)->outcome = Outcome::alone;
   }
   return 0;

@@ -7,6 +7,7 @@
 #include "tests/support/InstanceProgram.h"
 #include "tests/support/NameOnBus.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/Stranger.h"
 
 namespace kestrune::testing {
 namespace {
@@ -124,6 +125,23 @@ TEST_F(SingleInstanceOnBus, WaitsForTheOneThatItReplaces) {
   EXPECT_EQ(first.line(), "end") << "a successor must not make it show itself";
   EXPECT_EQ(successor.line(), "alone");
   EXPECT_EQ(name.owner(), successor.pid());
+}
+
+TEST_F(SingleInstanceOnBus, TakesNobodysWordButThatOfTheBus) {
+  InstanceProgram first(lock, Claim::refuse);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram successor(lock, Claim::wait);
+  NameOnBus name(clientName);
+  ASSERT_TRUE(name.isWantedBy(2));
+  EXPECT_EQ(successor.line(), "waiting");
+  Stranger(daemon).tell(name.lastToWant(), "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameAcquired",
+                        "s", clientName);
+  // What comes first is told first.
+  successor.tell(SIGUSR1);
+  EXPECT_EQ(successor.line(), "activated");
+  first.end(SIGTERM);
+  EXPECT_EQ(successor.line(), "alone");
 }
 
 TEST_F(SingleInstanceOnBus, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {

@@ -42,17 +42,21 @@ class NameOnBus {
   bool isWantedBy(int count) {
     return await([&] {
       sd_bus_message* reply = nullptr;
+      const char* connection = nullptr;
       int found = 0;
       if (sd_bus_call_method(bus, driver, path, driver, "ListQueuedOwners", nullptr, &reply, "s",
                              name.c_str()) < 0) {
         return false;
       }
       sd_bus_message_enter_container(reply, 'a', "s");
-      while (sd_bus_message_skip(reply, "s") > 0) ++found;
+      for (; sd_bus_message_read(reply, "s", &connection) > 0; ++found) last = connection;
       sd_bus_message_unref(reply);
       return found == count;
     });
   }
+
+  /// The connection that has waited for the shortest time, as it was then.
+  const std::string& lastToWant() const { return last; }
 
  private:
   static constexpr auto driver = "org.freedesktop.DBus";
@@ -70,6 +74,7 @@ class NameOnBus {
   }
 
   const std::string name;
+  std::string last;
   sd_bus* bus = nullptr;
 };
 
