@@ -103,7 +103,7 @@ class LinuxHost final : public Host {
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
       loop.onTerminate([this] {
-        instance.announceEnd();
+        announceEnd();
         terminal->close();
       });
     } else {
@@ -113,7 +113,7 @@ class LinuxHost final : public Host {
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
       tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
       loop.onTerminate([this] {
-        instance.announceEnd();
+        announceEnd();
         dialogs->close();
         menuWindow->close();
       });
@@ -179,6 +179,11 @@ class LinuxHost final : public Host {
   }
 
  private:
+  void announceEnd() {
+    // The place of one that takes over this process is not to be had.
+    if (!workspace.replacesThisProcess()) instance.announceEnd();
+  }
+
   void onActivate() {
     if (!isClient) return;
     if (terminal) {

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "platform/linux/Identity.h"
 #include "platform/posix/Diagnostics.h"
@@ -25,7 +26,7 @@ constexpr auto driverPath = "/org/freedesktop/DBus";
 
 constexpr Seconds busPatience{2.0};           // a bus that has not answered by then counts as none
 constexpr Seconds predecessorPatience{12.0};  // more than the stop at the end of the other one can take
-constexpr Seconds lockRetry{0.1};
+constexpr Seconds retryDelay{0.1};
 
 constexpr int activationSignalNumber = SIGUSR1;
 
@@ -173,8 +174,7 @@ int SingleInstance::endingReply(sd_bus_message* reply, void* data, sd_bus_error*
   if (self.outcome != Outcome::undecided) return 0;
   if (!sd_bus_message_is_method_error(reply, nullptr) && sd_bus_message_read(reply, "b", &ends) >= 0 &&
       ends != 0) {
-    self.waitForOther();
-    self.requestName();
+    self.tryAgain(&SingleInstance::requestName);
   } else {
     self.activateOther();
   }
@@ -182,11 +182,18 @@ int SingleInstance::endingReply(sd_bus_message* reply, void* data, sd_bus_error*
 }
 
 void SingleInstance::waitForOther() {
-  kind = Claim::wait;
   deadline = loop.after(predecessorPatience, [this] { outcome = Outcome::alone; });
 }
 
+/// Not by a place in the queue for the name: whoever replaces the other one may have got there first, and is
+/// then the one to give way to.
+void SingleInstance::tryAgain(void (SingleInstance::*claimOnceMore)()) {
+  if (!std::exchange(otherEnds, true)) waitForOther();
+  retry = loop.after(retryDelay, [this, claimOnceMore] { (this->*claimOnceMore)(); });
+}
+
 void SingleInstance::activateOther() {
+  otherEnds = false;
   outcome = Outcome::second;
   otherTold = kind == Claim::refuseQuietly;
   if (otherTold) return;
@@ -239,11 +246,11 @@ void SingleInstance::claimLock() {
       return;
     }
     const bool taken = errno == EAGAIN || errno == EACCES;
-    if (kind != Claim::wait && taken && holderEnds()) waitForOther();
     if (kind == Claim::wait) {
-      retry = loop.after(lockRetry, [this] { claimLock(); });
+      retry = loop.after(retryDelay, [this] { claimLock(); });
       return;
     }
+    if (taken && holderEnds()) return tryAgain(&SingleInstance::claimLock);
     if (!taken || fcntl(lock.get(), F_GETLK, &running) != 0) {
       outcome = Outcome::alone;
       return;

@@ -44,6 +44,7 @@ class SingleInstance final : public BusClient {
   bool holderEnds() const;
   void askWhetherOtherEnds();
   void waitForOther();
+  void tryAgain(void (SingleInstance::*claimOnceMore)());
   void activateOther();
   static int nameReply(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int nameAcquired(sd_bus_message* signal, void* self, sd_bus_error* error);
@@ -64,6 +65,7 @@ class SingleInstance final : public BusClient {
   std::optional<Claim> kind;  ///< absent until the claim
   Outcome outcome = Outcome::undecided;
   bool otherTold = false;
+  bool otherEnds = false;
 };
 
 }  // namespace kestrune

@@ -51,6 +51,40 @@ class MuteInstance {
   bool told = false;
 };
 
+/// How often anybody asks the bus whether a name has an owner.
+class Questions {
+ public:
+  explicit Questions(const PrivateBus& daemon) {
+    sd_bus_new(&bus);
+    sd_bus_set_address(bus, daemon.address().c_str());
+    sd_bus_set_bus_client(bus, 1);
+    sd_bus_set_monitor(bus, 1);
+    sd_bus_start(bus);
+    sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                       "org.freedesktop.DBus.Monitoring", "BecomeMonitor", nullptr, nullptr, "asu", 1,
+                       "type='method_call',member='NameHasOwner'", 0);
+  }
+  ~Questions() { sd_bus_flush_close_unref(bus); }
+  Questions(const Questions&) = delete;
+  Questions& operator=(const Questions&) = delete;
+
+  /// Whether, sooner or later, it is so often.
+  bool number(int count) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (int heard = 0; heard < count;) {
+      sd_bus_message* message = nullptr;
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      if (sd_bus_process(bus, &message) == 0) sd_bus_wait(bus, 100000);  // microseconds
+      if (message != nullptr && sd_bus_message_is_method_call(message, nullptr, "NameHasOwner") > 0) ++heard;
+      sd_bus_message_unref(message);
+    }
+    return true;
+  }
+
+ private:
+  sd_bus* bus = nullptr;
+};
+
 struct SingleInstanceOnBus : ::testing::Test {
   void SetUp() override { daemon.start(); }
 
@@ -151,16 +185,35 @@ TEST_F(SingleInstanceOnBus, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
     ASSERT_EQ(first.line(), "alone");
     first.tell(SIGTERM);
     ASSERT_EQ(first.line(), "ending");
+    Questions questions(daemon);
     InstanceProgram later(lock, kind);
-    NameOnBus name(clientName);
-    ASSERT_TRUE(name.isWantedBy(2));
+    ASSERT_TRUE(questions.number(2));
     EXPECT_EQ(later.line(), "waiting");
     EXPECT_TRUE(later.isSilent());
     first.end(SIGCONT);
     EXPECT_EQ(first.line(), "end");
     EXPECT_EQ(later.line(), "alone");
-    EXPECT_EQ(name.owner(), later.pid());
+    EXPECT_EQ(NameOnBus(clientName).owner(), later.pid());
   }
+}
+
+TEST_F(SingleInstanceOnBus, GivesWayToWhoeverReplacesOneThatIsAboutToEnd) {
+  SlowlyEndingInstance first(lock);
+  first.line();
+  ASSERT_EQ(first.line(), "alone");
+  InstanceProgram successor(lock, Claim::wait);
+  ASSERT_TRUE(NameOnBus(clientName).isWantedBy(2));
+  EXPECT_EQ(successor.line(), "waiting");
+  first.tell(SIGTERM);
+  ASSERT_EQ(first.line(), "ending");
+  Questions questions(daemon);
+  InstanceProgram later(lock, Claim::refuse);
+  ASSERT_TRUE(questions.number(2));
+  first.end(SIGCONT);
+  EXPECT_EQ(successor.line(), "alone");
+  EXPECT_EQ(successor.line(), "activated");
+  EXPECT_EQ(later.line(), "waiting");
+  EXPECT_EQ(later.line(), "second");
 }
 
 TEST_F(SingleInstanceOnBus, TakesThePlaceOfOneThatEndsInsteadOfShowingItself) {

@@ -78,13 +78,16 @@ class OnlyOne(OnABus):
         first.type("q")
         self.assertEqual(self.session.events.next(), "stopping")
         # As long as a whole start takes, the successor has had the time to be too early.
-        self.assertEqual(self.session.run("--terminal")[0], 0)
+        other = self.session.terminal()
+        self.traffic.wait("NameHasOwner")
         self.session.gate.open()
         self.assertEqual(self.session.events.next(), "stopping")
         self.session.gate.open()
         self.assertEqual(first.status(), 0)
         self.session.wait_for_start()
         self.assertEqual(successor.checked().status, CONNECTED)
+        self.assertEqual(other.status(), 0)
+        self.assertEqual(other.menus(), [])
         successor.type("q")
         for _ in range(2):
             self.assertEqual(self.session.events.next(), "stopping")

@@ -153,8 +153,8 @@ class Quit(unittest.TestCase):
         bus = Bus(self.session)
         traffic = bus.monitor()
         self.addCleanup(traffic.close)
-        waits_for_the_name = [CLIENT, 0]
-        self.assertTakesOver(lambda _: traffic.wait("RequestName", lambda data: data == waits_for_the_name),
+        # It asks whether the one that has the name is about to end.
+        self.assertTakesOver(lambda _: traffic.wait("NameHasOwner", lambda data: data == [f"{CLIENT}.Ending"]),
                              "--background")
 
     def test_a_check_that_hangs_is_ended_and_not_waited_for(self):

@@ -329,7 +329,7 @@ class OnlyOne(unittest.TestCase):
         first.type("q")
         self.assertEqual(self.session.events.next(), "stopping")
         # As long as a whole start takes, the successor has had the time to be too early.
-        self.assertEqual(self.session.run("--terminal")[0], 0)
+        self.assertEqual(self.session.run("--help")[0], 0)
         self.session.gate.open()
         self.assertEqual(self.session.events.next(), "stopping")
         self.session.gate.open()

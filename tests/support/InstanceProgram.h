@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <string>
 
 #include "platform/linux/SingleInstance.h"
@@ -29,9 +30,15 @@ class InstanceProgram : public ForkedProgram {
     say(decided ? "alone" : "second");
     if (decided) loop.runUntil([] { return false; });
     if (!takesItsTime) return;
+    // Held back first, so that it cannot come too early.
+    sigset_t release;
+    sigemptyset(&release);
+    sigaddset(&release, SIGCONT);
+    sigprocmask(SIG_BLOCK, &release, nullptr);
     instance.announceEnd();
     say("ending");
-    raise(SIGSTOP);
+    int released = 0;
+    sigwait(&release, &released);
   }
 };
 
