@@ -131,11 +131,7 @@ class SessionInquiry {
   }
 
   void askForOwner(BusInquiry& bus, const std::string& name, Owners& owners) {
-    bus.ask({"org.freedesktop.DBus",
-             "/org/freedesktop/DBus",
-             "org.freedesktop.DBus",
-             "GetConnectionUnixProcessID",
-             {name}},
+    bus.ask({busName, busPath, busName, "GetConnectionUnixProcessID", {name}},
             [name, &owners](sd_bus_message* reply, Outcome) {
               std::uint32_t pid = 0;
               if (reply == nullptr || sd_bus_message_read(reply, "u", &pid) < 0) return;

@@ -4,13 +4,6 @@
 
 namespace kestrune {
 
-namespace {
-
-constexpr auto busName = "org.freedesktop.DBus";
-constexpr auto busPath = "/org/freedesktop/DBus";
-
-}  // namespace
-
 NameOwner::NameOwner(std::string givenName, std::function<void(const std::string&)> givenOnChange)
     : name(std::move(givenName)), onChange(std::move(givenOnChange)) {}
 

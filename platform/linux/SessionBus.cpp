@@ -12,9 +12,6 @@ namespace {
 
 constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
-constexpr auto busName = "org.freedesktop.DBus";
-constexpr auto busPath = "/org/freedesktop/DBus";
-constexpr auto busInterface = "org.freedesktop.DBus";
 constexpr auto localPath = "/org/freedesktop/DBus/Local";
 constexpr auto localInterface = "org.freedesktop.DBus.Local";
 
@@ -71,8 +68,7 @@ void BusConnection::tryToConnect() {
   }
   disconnection.reset(slot);
   // A socket that takes connections is not yet a bus: only one that answers is tried again without delay.
-  if (sd_bus_call_method_async(bus, &slot, busName, busPath, busInterface, "GetId", &answered, this, "") >=
-      0) {
+  if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
     firstAnswer.reset(slot);
   }
   for (auto* const client : clients) client->busConnected(bus);

@@ -10,6 +10,10 @@
 
 namespace kestrune {
 
+/// The bus itself, as one that can be asked on every bus. Its interface has the name, too.
+inline constexpr auto busName = "org.freedesktop.DBus";
+inline constexpr auto busPath = "/org/freedesktop/DBus";
+
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };

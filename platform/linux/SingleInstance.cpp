@@ -21,9 +21,6 @@ constexpr auto interfaceName = "org.freedesktop.Application";
 /// Who owns this name, too, is about to end.
 constexpr auto endingName = "com.dovrel.kestrune.menuclient.Ending";
 
-constexpr auto driver = "org.freedesktop.DBus";
-constexpr auto driverPath = "/org/freedesktop/DBus";
-
 constexpr Seconds busPatience{2.0};           // a bus that has not answered by then counts as none
 constexpr Seconds predecessorPatience{12.0};  // more than the stop at the end of the other one can take
 constexpr Seconds retryDelay{0.1};
@@ -112,7 +109,7 @@ void SingleInstance::busLost() {
 void SingleInstance::requestName() {
   sd_bus_slot* slot = nullptr;
   const std::uint64_t flags = kind == Claim::wait ? SD_BUS_NAME_QUEUE : 0;
-  if (kind == Claim::wait && sd_bus_match_signal_async(bus, &slot, driver, driverPath, driver, "NameAcquired",
+  if (kind == Claim::wait && sd_bus_match_signal_async(bus, &slot, busName, busPath, busName, "NameAcquired",
                                                        &nameAcquired, &ignoreAnswer, this) >= 0) {
     acquired.reset(slot);
   }
@@ -160,8 +157,8 @@ void SingleInstance::announceEnd() {
 
 void SingleInstance::askWhetherOtherEnds() {
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_method_async(bus, &slot, driver, driverPath, driver, "NameHasOwner", &endingReply, this,
-                               "s", endingName) >= 0) {
+  if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "NameHasOwner", &endingReply, this, "s",
+                               endingName) >= 0) {
     question.reset(slot);
   } else {
     activateOther();

@@ -169,10 +169,12 @@ TEST_F(SingleInstanceOnBus, TakesNobodysWordButThatOfTheBus) {
   NameOnBus name(clientName);
   ASSERT_TRUE(name.isWantedBy(2));
   EXPECT_EQ(successor.line(), "waiting");
-  Stranger(daemon).tell(name.lastToWant(), "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameAcquired",
-                        "s", clientName);
-  // What comes first is told first.
-  successor.tell(SIGUSR1);
+  Stranger stranger(daemon);
+  stranger.tell(name.lastToWant(), "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameAcquired", "s",
+                clientName);
+  // By the same way, and so behind it.
+  stranger.ask(name.lastToWant(), "/com/dovrel/kestrune/menuclient", "org.freedesktop.Application",
+               "Activate", "a{sv}", 0);
   EXPECT_EQ(successor.line(), "activated");
   first.end(SIGTERM);
   EXPECT_EQ(successor.line(), "alone");

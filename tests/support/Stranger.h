@@ -35,7 +35,17 @@ class Stranger {
     if (!done) throw std::runtime_error("the stranger cannot speak");
   }
 
-  /// The same of what the bus would say: that a name has changed hands.
+  /// Returns with its answer.
+  template <typename... Arguments>
+  void ask(const std::string& receiver, const char* path, const char* interface, const char* member,
+           const char* types, Arguments... arguments) {
+    if (sd_bus_call_method(bus, receiver.c_str(), path, interface, member, nullptr, nullptr, types,
+                           arguments...) < 0) {
+      throw std::runtime_error("the stranger is not answered");
+    }
+  }
+
+  /// Tells it what only the bus may: that a name has changed hands.
   void tellOfOwner(const std::string& receiver, const char* name, const char* before, const char* after) {
     tell(receiver, driverPath, driver, "NameOwnerChanged", "sss", name, before, after);
   }
