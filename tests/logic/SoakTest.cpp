@@ -11,40 +11,40 @@ namespace {
 
 constexpr Seconds day{24 * 3600.0};
 
-/// Always the same week, unless somebody wants another.
+/// The same events at each run, unless the variable names others.
 std::uint64_t seed() {
   const char* const wanted = std::getenv("KESTRUNE_SOAK_SEED");
   return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 20260;
 }
 
-void liveAWeek(Soak& soak) {
-  soak.live(day);
+void liveTwoDays(Soak& soak) {
+  soak.live(day / 2);
   soak.calmDown();
   const auto before = heapInUse();
-  soak.live(6 * day);
+  soak.live(1.5 * day);
   soak.calmDown();
   EXPECT_LT(heapInUse(), before + 64 * 1024);
   soak.quit();
 }
 
-TEST(Soak, AWeekOfEverythingBreaksNoRuleAndLeavesNothingBehind) {
+TEST(Soak, TwoDaysOfRandomEventsKeepTheInvariantsAndLeakNothing) {
   SCOPED_TRACE("KESTRUNE_SOAK_SEED=" + std::to_string(seed()));
   Soak soak(seed());
   try {
-    liveAWeek(soak);
+    liveTwoDays(soak);
   } catch (const RuleBroken& broken) {
     FAIL() << broken.what();
   }
-  // A week in which little happened would prove little.
-  EXPECT_GT(soak.refreshes(), 20'000U);
-  EXPECT_GT(soak.menus(), 30'000U);
+  // Too few events would prove little.
+  EXPECT_GT(soak.refreshes(), 5'000U);
+  EXPECT_GT(soak.menus(), 8'000U);
   EXPECT_EQ(soak.happened().size(), 28U);
-  for (const auto& [what, times] : soak.happened()) EXPECT_GE(times, 10) << what;
+  for (const auto& [what, times] : soak.happened()) EXPECT_GE(times, 5) << what;
 }
 
-TEST(Soak, AnEndAtAnyMomentStopsTheBackendAndLeavesNothingBehind) {
+TEST(Soak, QuitAtAnyMomentStopsTheBackendAndLeaksNothing) {
   SCOPED_TRACE("KESTRUNE_SOAK_SEED=" + std::to_string(seed()));
-  constexpr std::uint64_t lives = 600;
+  constexpr std::uint64_t lives = 200;
   std::size_t before = 0;
   int inTheMiddle = 0;
   for (std::uint64_t life = 0; life < lives; ++life) {
@@ -58,7 +58,7 @@ TEST(Soak, AnEndAtAnyMomentStopsTheBackendAndLeavesNothingBehind) {
     inTheMiddle += soak.happened().contains("an end in the middle of a command") ? 1 : 0;
   }
   EXPECT_LT(heapInUse(), before + 64 * 1024);
-  EXPECT_GT(inTheMiddle, 30) << "that is what most may go wrong with";
+  EXPECT_GT(inTheMiddle, 10) << "quits while a command runs";
 }
 
 }  // namespace

@@ -18,13 +18,6 @@ constexpr auto codexReport =
     "  [OK] Codex App: installed  \n"
     "[OK] ChatGPT Remote Ready: yes";
 
-const SoakSummaries codexSummaries{"Codex：OK 0.46.0", "Remote Control：需檢查 not enabled",
-                                   "Codex App：OK installed", "ChatGPT Remote：OK yes"};
-
-std::string firstLineOf(const std::string& text) {
-  return text.substr(0, text.find('\n'));
-}
-
 /// A detail of any length, whose characters are made of up to seven codes.
 std::string detail(Chance& chance) {
   static const std::vector<std::string> pieces{"v",  "0.46.0 ", "中文",   "e\u0301", "👨\u200D👩\u200D👧\u200D👦",
@@ -43,48 +36,40 @@ class Soak::Shell final : public Processes {
 
   LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override {
     FakeProcesses& processes = soak.machine.processes;
-    soak.rules.shellLineBegins(arguments);
-    Output will;
-    processes.scripts = {{"", soak.nextChild(will)}};
-    const int status = processes.scripts.front().second.status;
+    soak.rules.shellLineBegins(arguments.back());
+    processes.scripts = {{"", soak.nextChild()}};
     LaunchResult launched = processes.launch(executable, arguments);
     if (!launched.process) {
       ++soak.tally["a shell that is missing"];
-      soak.rules.shellLineIsDone({.ok = false, .firstLine = firstLineOf(launched.error)});
+      soak.rules.shellLineIsDone();
       return launched;
     }
-    return {std::make_unique<Child>(soak, std::move(launched.process), std::move(will), status), {}};
+    return {std::make_unique<Child>(soak, std::move(launched.process)), {}};
   }
   void reserveForThisThread() override { soak.machine.processes.reserveForThisThread(); }
 
  private:
-  /// Tells the rules what its end means.
+  /// Tells the rules of its end.
   class Child final : public Process {
    public:
-    Child(Soak& givenSoak, std::unique_ptr<Process> givenProcess, Output given, int givenStatus)
-        : soak(givenSoak), process(std::move(givenProcess)), output(std::move(given)), status(givenStatus) {}
+    Child(Soak& givenSoak, std::unique_ptr<Process> givenProcess)
+        : soak(givenSoak), process(std::move(givenProcess)) {}
     bool isRunning() override { return process->isRunning(); }
     void terminate() override {
-      timedOut = true;
+      ++soak.tally["a command that took too long"];
       process->terminate();
     }
     void interrupt() override { process->interrupt(); }
     void terminateGroup() override { process->terminateGroup(); }
     int terminationStatus() const override { return process->terminationStatus(); }
     std::string readOutput(Seconds patience) override {
-      if (timedOut) ++soak.tally["a command that took too long"];
-      const char* const instead = timedOut ? "命令逾時，已停止等待。" : "沒有輸出。";
-      soak.rules.shellLineIsDone({!timedOut && status == 0, output.fault,
-                                  output.firstLine.empty() ? instead : output.firstLine, output.summaries});
+      soak.rules.shellLineIsDone();
       return process->readOutput(patience);
     }
 
    private:
     Soak& soak;
     std::unique_ptr<Process> process;
-    const Output output;
-    const int status;
-    bool timedOut = false;
   };
 
   Soak& soak;
@@ -101,7 +86,8 @@ Soak::Soak(std::uint64_t seed)
   machine.workspace.launchError = "no such program";
   machine.localService.whileAsked = [this] { serviceIsAsked(); };
   machine.fileManager.files[envFile] = calmEnv;
-  call("start", [this] { controller->applicationDidFinishLaunching(); });
+  controller->applicationDidFinishLaunching();
+  rules.look();
 }
 
 Soak::~Soak() = default;
@@ -136,33 +122,27 @@ void Soak::calmDown() {
   machine.powerAssertions.displayFails = machine.powerAssertions.systemFails = false;
   machine.loop.settle();
   while (machine.alerts.top() != nullptr) {
-    call("answer", [this] { machine.alerts.answer(std::nullopt); });
+    machine.alerts.answer(std::nullopt);
     machine.loop.settle();
   }
   // The longest that anything waits for: the tick, and the interval between two looks at the session.
   machine.loop.advance(Seconds{100});
   machine.processes.scripts = {};
   machine.localService.answer.reset();
-  rules.checkIdle(1);
+  rules.checkCalm();
 }
 
 void Soak::quit() {
-  call("quit", [this] { controller->performAction("quit"); });
+  controller->performAction("quit");
   if (rules.isCommandUnderWay()) ++tally["an end in the middle of a command"];
   rules.end();
-  call("terminate", [this] { controller->applicationWillTerminate(); });
+  controller->applicationWillTerminate();
 }
 
 /// What the main thread does while the worker is busy.
 void Soak::meanwhile() {
   happen();
   machine.loop.serveMain();
-}
-
-void Soak::call(const std::string& name, const std::function<void()>& what) {
-  rules.callBegins(name);
-  what();
-  rules.callIsDone();
 }
 
 // --- what happens
@@ -199,6 +179,7 @@ void Soak::happen() {
                                      [&left](const Happening& each) { return (left -= each.weight) < 0; });
     ++tally[chosen->name];
     (this->*chosen->happen)();
+    rules.look();
   }
 }
 
@@ -211,7 +192,7 @@ void Soak::networkReports() {
                                               {.satisfied = true, .usesWiredEthernet = true},
                                               {.satisfied = true, .usesCellular = true}};
   const NetworkPath path = chance.among(paths);
-  rules.networkWillChange(path);
+  rules.networkChanges(path);
   machine.pathMonitors.report(path);
 }
 
@@ -230,7 +211,7 @@ void Soak::userChooses() {
   }
   const std::string action = chance.among(offered);
   ++tally[action];
-  call(action, [&] { controller->performAction(action); });
+  controller->performAction(action);
 }
 
 void Soak::userAnswers() {
@@ -238,7 +219,7 @@ void Soak::userAnswers() {
   if (top == nullptr) return;
   const bool isSettings = top->buttons.size() == 3;
   if (isSettings && chance.comesUp(0.5)) {
-    return call("press", [this] { machine.alerts.press("showPairingQR"); });
+    return machine.alerts.press("showPairingQR");
   }
   const std::size_t button = chance.below(top->buttons.size() + 1);
   std::map<std::string, std::string> fields;
@@ -249,11 +230,8 @@ void Soak::userAnswers() {
       if (chance.comesUp(0.5)) fields[key] = chance.among(values);
     }
   }
-  const bool saves = isSettings && button == 0;
-  if (saves) ++tally["saved settings"];
-  call(saves ? "save the settings" : "answer", [&] {
-    machine.alerts.answer(button < top->buttons.size() ? std::optional(button) : std::nullopt, fields);
-  });
+  if (isSettings && button == 0) ++tally["saved settings"];
+  machine.alerts.answer(button < top->buttons.size() ? std::optional(button) : std::nullopt, fields);
 }
 
 void Soak::moodChanges() {
@@ -316,50 +294,40 @@ void Soak::clockJumps() {
 
 // --- what the backend does
 
-Soak::Output Soak::output() {
-  if (calm) return {calmReport, false, calmReport};
-  const auto plain = [](std::string text, bool fault = false) {
-    std::string line = firstLineOf(text);
-    return Output{std::move(text), fault, std::move(line)};
-  };
-  const auto with = [](const std::optional<SoakSummaries>& summaries, Output output) {
-    output.summaries = summaries;
-    return output;
-  };
+std::string Soak::output() {
+  if (calm) return calmReport;
   const bool isWell = mood == Mood::well || (mood == Mood::slow && chance.comesUp(0.5));
-  if (isWell) return with(codexSummaries, plain(std::string(calmReport) + "\n" + codexReport));
+  const std::string codex = codexReport;
+  if (isWell) return std::string(calmReport) + "\n" + codex;
   switch (chance.below(mood == Mood::wild ? 11 : 5)) {
     case 0:
-      return with(codexSummaries, plain("[FAIL] tunnel: down\n" + std::string(codexReport), true));
+      return "[FAIL] tunnel: down\n" + codex;
     case 1:
-      return plain("desktop bridge 未載入", true);
+      return "desktop bridge 未載入";
     case 2:
-      return with(codexSummaries, plain(std::string(codexReport) + "\nMac service 無回應", true));
+      return codex + "\nMac service 無回應";
     case 3:
-      return with(
-          SoakSummaries{"Codex：需檢查 無回應", nothingOfCodex[1], nothingOfCodex[2], nothingOfCodex[3]},
-          plain("[FAIL] Codex CLI: 無回應\nbash: no such client"));
+      return "[FAIL] Codex CLI: 無回應\nbash: no such client";
     case 4:
-      return with(std::nullopt, plain("[OK] Codex CLI: " + detail(chance) + "\n[FAIL] Codex App: " +
-                                      detail(chance) + "\n[FAIL] ChatGPT Remote Ready: " + detail(chance)));
+      return "[OK] Codex CLI: " + detail(chance) + "\n[FAIL] Codex App: " + detail(chance) +
+             "\n[FAIL] ChatGPT Remote Ready: " + detail(chance);
     case 5:
-      return {""};
+      return "";
     case 6:
-      return {" \n\t\u3000\n"};
+      return " \n\t\u3000\n";
     case 7:
-      return {"[FAIL] tunnel \xff\xc0\x80"};
+      return "[FAIL] tunnel \xff\xc0\x80";
     case 8:
-      return plain(std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x'));
+      return std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x');
     case 9:
-      return plain("a\x1b[31m\0\a\b\u202E\u200Bz\x7f\nb"s);
+      return "a\x1b[31m\0\a\b\u202E\u200Bz\x7f\nb"s;
     default:
-      return plain(std::string(chance.below(2000) + 1, '['));
+      return std::string(chance.below(2000) + 1, '[');
   }
 }
 
-ChildScript Soak::nextChild(Output& will) {
-  will = output();
-  ChildScript script{.output = will.bytes, .whileRunning = [this] { meanwhile(); }};
+ChildScript Soak::nextChild() {
+  ChildScript script{.output = output(), .whileRunning = [this] { meanwhile(); }};
   if (calm) return script;
   if (mood == Mood::failing || chance.comesUp(0.05)) script.status = static_cast<int>(chance.below(3));
   if (mood == Mood::slow ? chance.comesUp(0.5) : chance.comesUp(0.02)) {
@@ -374,34 +342,25 @@ ChildScript Soak::nextChild(Output& will) {
 }
 
 void Soak::serviceIsAsked() {
-  struct Answer {
-    std::optional<std::string> bytes;
-    SoakSession means{};
-  };
-  static const std::vector<Answer> good{
-      {R"({"projects": [{"title": "no"}, {"selected": true, "title": "app", "thread_name": "fix it"}]})",
-       {"app", "fix it"}},
-      {R"({"projects": [{"selected": 1, "title": "app"}]})", {"app", "app"}},
-      {R"({"projects": [{"selected": true, "title": "app", "thread_name": "a thread whose name is longer than a row"}]})",
-       {"app", "a thread whose name is longer than a row"}},
-      {R"({"projects": [{"selected": true, "title": "\u0007\u202Eapp\n", "thread_name": ""}]})",
-       {"\a\u202Eapp\n", "\a\u202Eapp\n"}},
-  };
-  static const std::vector<Answer> bad{{std::nullopt},
-                                       {"{}"},
-                                       {""},
-                                       {"null"},
-                                       {"[]"},
-                                       {"<html>"},
-                                       {std::string(5000, '[')},
-                                       {"{\"projects\": [{\"selected\": true, \"title\": \"\xff\"}]}"},
-                                       {R"({"projects": null})"},
-                                       {R"({"projects": [3, {"selected": true, "title": "app"}]})"},
-                                       {R"({"projects": [{"selected": false, "title": "app"}]})"},
-                                       {R"({"projects": [{"selected": true, "title": 3}]})"}};
-  const Answer& chosen = calm ? bad.front() : chance.among(serviceIsWell ? good : bad);
-  machine.localService.answer = chosen.bytes;
-  rules.localServiceIsAsked(chosen.means);
+  static const std::vector<std::optional<std::string>> good{
+      R"({"projects": [{"title": "no"}, {"selected": true, "title": "app", "thread_name": "fix it"}]})",
+      R"({"projects": [{"selected": 1, "title": "app"}]})",
+      R"({"projects": [{"selected": true, "title": "app", "thread_name": "a thread whose name is longer than a row"}]})",
+      R"({"projects": [{"selected": true, "title": "\u0007\u202Eapp\n", "thread_name": ""}]})"};
+  static const std::vector<std::optional<std::string>> bad{
+      std::nullopt,
+      "{}",
+      "",
+      "null",
+      "[]",
+      "<html>",
+      std::string(5000, '['),
+      "{\"projects\": [{\"selected\": true, \"title\": \"\xff\"}]}",
+      R"({"projects": null})",
+      R"({"projects": [3, {"selected": true, "title": "app"}]})",
+      R"({"projects": [{"selected": false, "title": "app"}]})",
+      R"({"projects": [{"selected": true, "title": 3}]})"};
+  machine.localService.answer = calm ? std::nullopt : chance.among(serviceIsWell ? good : bad);
   if (calm || chance.comesUp(0.6)) return;
   for (Seconds left = chance.between(0, 5.5); left.count() > 0; left -= Seconds{0.25}) {
     machine.clock.sleep(std::min(left, Seconds{0.25}));

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -60,12 +59,6 @@ class Soak {
  private:
   class Shell;
   enum class Mood { well, failing, slow, wild };
-  struct Output {
-    std::string bytes;
-    bool fault = false;
-    std::string firstLine{};  ///< empty: there is no text
-    std::optional<SoakSummaries> summaries = nothingOfCodex;
-  };
   struct Happening {
     const char* name;
     int weight;
@@ -75,7 +68,6 @@ class Soak {
 
   void happen();
   void meanwhile();
-  void call(const std::string& name, const std::function<void()>& what);
 
   void networkReports();
   void networkFlaps();
@@ -90,8 +82,8 @@ class Soak {
   void machineSleeps();
   void clockJumps();
 
-  Output output();
-  ChildScript nextChild(Output& will);
+  std::string output();
+  ChildScript nextChild();
   void serviceIsAsked();
 
   Chance chance;

@@ -113,7 +113,6 @@ std::unique_ptr<Timer> FakeLoop::scheduleRepeating(Seconds interval, std::functi
 }
 
 void FakeLoop::run(Step step, const Job& job) {
-  if (whenStepBegins) whenStepBegins(step);
   job();
   if (whenStepIsDone) whenStepIsDone(step);
 }

@@ -77,8 +77,8 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   /// What runs: a job of the main queue, one that was to run later, a tick of a timer, a job of a worker.
   enum class Step { main, delayed, tick, worker };
-  /// Called before and after each of them.
-  std::function<void(Step)> whenStepBegins, whenStepIsDone;
+  /// Called after each of them.
+  std::function<void(Step)> whenStepIsDone;
 
   bool isTerminated() const { return terminated; }
   std::size_t mainJobs() const { return main.size(); }
