@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include "KestruneMenuClient/ConnectionLampState.h"
-#include "KestruneMenuClient/Results.h"
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/ConnectionLampState.h"
+#include "KestruneMenuClient/status/Results.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "platform/Platform.h"
 
 namespace kestrune {

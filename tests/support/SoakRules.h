@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/ConnectionLampState.h"
+#include "KestruneMenuClient/status/ConnectionLampState.h"
 #include "tests/support/AppDelegateState.h"
 #include "tests/support/FakePlatform.h"
 

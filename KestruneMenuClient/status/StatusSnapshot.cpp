@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 
 #include <array>
 #include <chrono>
