@@ -8,9 +8,12 @@
 #include <string>
 #include <string_view>
 
-#include "KestruneMenuClient/ConnectionLampState.h"
-#include "KestruneMenuClient/Results.h"
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/ConnectionLampState.h"
+#include "KestruneMenuClient/backend/ShellRunner.h"
+#include "KestruneMenuClient/settings/Preferences.h"
+#include "KestruneMenuClient/status/Results.h"
+#include "KestruneMenuClient/status/StatusReport.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "platform/Platform.h"
 
 namespace kestrune {
@@ -38,8 +41,6 @@ class AppDelegate final : public ApplicationDelegate,
   void setOfficialConnectionMode(bool official);
   std::string connectionModeLabel() const;
 
-  /// The backend's folder: what the environment says, else the folder above the last "dist" on the way to the
-  /// application, else the working directory. Whether it exists is not asked.
   static std::string resolveRepoPath(const MainBundle& mainBundle);
   /// For a report of a fault: where the backend is, by which rule, what of it is there, and how the client is
   /// set. Lines for a person, without secrets.
@@ -49,14 +50,11 @@ class AppDelegate final : public ApplicationDelegate,
 
   // CommandExecution.cpp: shell runner, backend command lines, stop script
 
-  static constexpr Seconds defaultTimeout{12.0};
+  static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
 
-  /// Runs a line in a login shell and waits for it: about 0.2 s longer than `timeout` at most, or 1 s where a
-  /// service that the line left behind keeps its pipes open. Never fails: what went wrong is in the result.
-  /// Blocks; any thread.
+  /// Blocks; any thread. See ShellRunner.h.
   CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout);
-  /// `text` as a single word of a shell line.
   static std::string shellEscape(std::string_view text);
   static std::string kestruneClientCommand(std::string_view subcommand);
   std::string backendCommandLine(std::string_view subcommand) const;
@@ -71,7 +69,6 @@ class AppDelegate final : public ApplicationDelegate,
   /// "OK" or "需檢查" and the detail of the first line that carries `label`; absent when no line does.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail);
-  /// Takes note of a report of the backend, and of when it came.
   void updateCodexRuntimeSummaries(std::string_view output);
 
   /// Asks the backend for its status and shows it. Dropped while another refresh is under way.
@@ -138,12 +135,6 @@ class AppDelegate final : public ApplicationDelegate,
  private:
   friend struct AppDelegateState;  // the tests' view of the fields
 
-  struct DefaultsKey {
-    static constexpr auto autoConnectEnabled = "autoConnectEnabled";
-    static constexpr auto keepAwakeEnabled = "keepAwakeEnabled";
-    static constexpr auto connectionMode = "connectionMode";
-  };
-
   /// One command of the menu: the name that its row carries, and what it runs.
   struct MenuCommand {
     std::string_view action;
@@ -151,14 +142,10 @@ class AppDelegate final : public ApplicationDelegate,
   };
   static const MenuCommand menuCommands[];
 
-  /// A status command that has ended, and what it says in short.
-  struct StatusReport {
-    CommandResult result;
-    ConnectionLampState lamp;
-    std::string text;
-  };
   void checkBackend(std::function<void(const StatusSnapshot&)> completion);
   void queryStatus(std::function<void(const StatusReport&)> then);
+  /// Remembers what a report says about Codex, and when it came.
+  void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
   void forgetSession();
@@ -198,6 +185,7 @@ class AppDelegate final : public ApplicationDelegate,
   void quit();
 
   Platform& platform;
+  Preferences preferences;
 
   std::unique_ptr<StatusItem> statusItem;
   std::unique_ptr<PathMonitor> pathMonitor;

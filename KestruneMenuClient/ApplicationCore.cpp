@@ -2,34 +2,12 @@
 #include <cstdlib>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/EnvKeys.h"
 #include "KestruneMenuClient/FatalError.h"
 #include "KestruneMenuClient/Text.h"
+#include "KestruneMenuClient/backend/BackendCommands.h"
+#include "KestruneMenuClient/settings/EnvKeys.h"
 
 namespace kestrune {
-
-namespace {
-
-constexpr auto repoPathVariable = "KESTRUNE_REPO_PATH";
-constexpr auto officialMode = "official_chatgpt";
-constexpr auto selfHostedMode = "kestrune_self_hosted";
-
-struct RepoLocation {
-  std::string path;
-  const char* rule;  ///< that chose it, in words
-};
-
-RepoLocation locateRepo(const MainBundle& mainBundle) {
-  if (const auto path = mainBundle.environmentVariable(repoPathVariable); path && !trimmed(*path).empty()) {
-    return {*path, "named by KESTRUNE_REPO_PATH"};
-  }
-  const std::string bundlePath = mainBundle.bundlePath();
-  if (const auto dist = bundlePath.rfind("/dist/"); dist != std::string::npos)
-    return {bundlePath.substr(0, dist), "above the last \"dist\" on the way to the program"};
-  return {mainBundle.currentDirectoryPath(), "the working directory"};
-}
-
-}  // namespace
 
 void fatalError(const char* message) {
   std::fprintf(stderr, "KestruneMenuClient: fatal error: %s\n", message);
@@ -40,6 +18,7 @@ void fatalError(const char* message) {
 
 AppDelegate::AppDelegate(Platform& givenPlatform)
     : platform(givenPlatform),
+      preferences(platform.userDefaults),
       pathMonitor(platform.pathMonitors.makePathMonitor()),
       monitorQueue(platform.dispatch.makeSerialQueue("kestrune.menu.monitor", QualityOfService::standard,
                                                      QueueTarget::mainThread)),
@@ -93,7 +72,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
                                                                          : "set"));
   line("Automatic connection: " + onOff(self.isAutoConnectEnabled()));
   line("Keep awake: " + onOff(self.isKeepAwakeEnabled()));
-  line(std::string("Mode: ") + (self.isOfficialConnectionMode() ? officialMode : selfHostedMode));
+  line(std::string("Mode: ") + self.preferences.connectionMode());
   line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath());
   return text;
 }
@@ -101,31 +80,31 @@ std::string AppDelegate::describeBackend(Platform& platform) {
 // --- preferences
 
 bool AppDelegate::isAutoConnectEnabled() const {
-  return platform.userDefaults.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
+  return preferences.isAutoConnectEnabled();
 }
 
 bool AppDelegate::isKeepAwakeEnabled() const {
-  return platform.userDefaults.boolForKey(DefaultsKey::keepAwakeEnabled).value_or(true);
+  return preferences.isKeepAwakeEnabled();
 }
 
 bool AppDelegate::isOfficialConnectionMode() const {
-  return platform.userDefaults.stringForKey(DefaultsKey::connectionMode) == officialMode;
+  return preferences.isOfficialConnectionMode();
 }
 
 void AppDelegate::setAutoConnectEnabled(bool enabled) {
-  platform.userDefaults.setBool(DefaultsKey::autoConnectEnabled, enabled);
+  preferences.setAutoConnectEnabled(enabled);
 }
 
 void AppDelegate::setKeepAwakeEnabled(bool enabled) {
-  platform.userDefaults.setBool(DefaultsKey::keepAwakeEnabled, enabled);
+  preferences.setKeepAwakeEnabled(enabled);
 }
 
 void AppDelegate::setOfficialConnectionMode(bool official) {
-  platform.userDefaults.setString(DefaultsKey::connectionMode, official ? officialMode : selfHostedMode);
+  preferences.setOfficialConnectionMode(official);
 }
 
 std::string AppDelegate::connectionModeLabel() const {
-  return isOfficialConnectionMode() ? "官方 ChatGPT" : "Kestrune 自托管";
+  return preferences.connectionModeLabel();
 }
 
 // --- paths

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/EnvKeys.h"
+#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "KestruneMenuClient/Text.h"
 
 namespace kestrune {

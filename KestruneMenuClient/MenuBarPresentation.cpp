@@ -194,8 +194,9 @@ void AppDelegate::showStatus() {
 
 void AppDelegate::showCodexRuntimeStatus() {
   runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
-    updateCodexRuntimeSummaries(result.output);
-    rebuildMenu("Codex 診斷已更新", inferLampState(result), 0);
+    const StatusReport report(result.ok, result.output);
+    take(report);
+    rebuildMenu("Codex 診斷已更新", report.lamp, 0);
     showResultWindow("Codex 版本與 Remote Control", prettifyOutput(result.output), false);
   });
 }

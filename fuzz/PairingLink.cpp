@@ -1,6 +1,6 @@
 #include <optional>
 
-#include "KestruneMenuClient/EnvKeys.h"
+#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "KestruneMenuClient/Text.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "KestruneMenuClient/Text.h"
 #include "platform/linux/BusInquiry.h"
 #include "platform/linux/Identity.h"

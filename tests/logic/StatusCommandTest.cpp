@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/StatusCommand.h"
+#include "KestruneMenuClient/status/StatusCommand.h"
 
 #include <nlohmann/json.hpp>
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "tests/support/ScopedVariable.h"
 
 namespace kestrune {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "KestruneMenuClient/Text.h"
 
 namespace kestrune::testing {

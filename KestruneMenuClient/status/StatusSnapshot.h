@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/ConnectionLampState.h"
+#include "KestruneMenuClient/status/ConnectionLampState.h"
 
 namespace kestrune {
 

@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/StatusSnapshot.h"
+#include "KestruneMenuClient/status/StatusSnapshot.h"
 
 #include <array>
 #include <chrono>
@@ -6,8 +6,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "KestruneMenuClient/AppDelegate.h"
 #include "KestruneMenuClient/Text.h"
+#include "KestruneMenuClient/status/LiveSession.h"
 
 namespace kestrune {
 
@@ -108,7 +108,7 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
       snapshot.codexApp,
       snapshot.chatGPTRemote,
       "同步專案：" + snapshot.project,
-      "同步會話：" + AppDelegate::compactThreadName(snapshot.thread),
+      "同步會話：" + compactThreadName(snapshot.thread),
       "目前網路：" + snapshot.network,
       std::string("保持喚醒：") + (snapshot.keepsAwake ? "已開啟" : "已關閉"),
   };

@@ -1,0 +1,49 @@
+#include "KestruneMenuClient/backend/ShellRunner.h"
+
+#include <utility>
+
+#include "KestruneMenuClient/Text.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr Seconds pollInterval{0.05};
+constexpr Seconds graceAfterTerminate{0.2};
+// A service that the command left behind may keep a pipe open for as long as it runs.
+constexpr Seconds pipePatience{1.0};
+
+constexpr auto noOutput = "沒有輸出。";
+constexpr auto timedOutNotice = "命令逾時，已停止等待。";
+
+}  // namespace
+
+CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
+                              Seconds timeout) {
+  const auto launched = processes.launch("/bin/bash", {"-lc", commandLine});
+  if (!launched.process) return {false, launched.error};
+  Process& child = *launched.process;
+
+  const Seconds deadline = clock.awakeTime() + timeout;
+  while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(pollInterval);
+
+  const bool timedOut = child.isRunning();
+  if (timedOut) {
+    child.terminate();
+    clock.sleep(graceAfterTerminate);
+    if (child.isRunning()) child.interrupt();
+    // What the shell started would otherwise outlive it, one more with each refresh.
+    child.terminateGroup();
+  }
+
+  const std::string bytes = child.readOutput(timedOut ? Seconds{0} : pipePatience);
+  std::string text(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
+  if (timedOut) return {false, text.empty() ? timedOutNotice : text + "\n" + timedOutNotice};
+  return {child.terminationStatus() == 0, text.empty() ? noOutput : std::move(text)};
+}
+
+std::string shellEscape(std::string_view text) {
+  return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
+}
+
+}  // namespace kestrune

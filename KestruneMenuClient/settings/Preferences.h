@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+
+#include "platform/UserDefaults.h"
+
+namespace kestrune {
+
+/// The three preferences that outlive the process. Reads and writes the store at every call. Main thread.
+class Preferences {
+ public:
+  /// `givenStore` outlives this.
+  explicit Preferences(UserDefaults& givenStore) : store(givenStore) {}
+
+  /// On when the preference was never written.
+  bool isAutoConnectEnabled() const {
+    return store.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
+  }
+  bool isKeepAwakeEnabled() const { return store.boolForKey(DefaultsKey::keepAwakeEnabled).value_or(true); }
+  /// Self-hosted when the preference was never written or is anything else.
+  bool isOfficialConnectionMode() const {
+    return store.stringForKey(DefaultsKey::connectionMode) == officialMode;
+  }
+
+  void setAutoConnectEnabled(bool enabled) { store.setBool(DefaultsKey::autoConnectEnabled, enabled); }
+  void setKeepAwakeEnabled(bool enabled) { store.setBool(DefaultsKey::keepAwakeEnabled, enabled); }
+  void setOfficialConnectionMode(bool official) {
+    store.setString(DefaultsKey::connectionMode, official ? officialMode : selfHostedMode);
+  }
+
+  /// The mode's stable name, as it is stored.
+  const char* connectionMode() const { return isOfficialConnectionMode() ? officialMode : selfHostedMode; }
+  /// The mode as the menu shows it.
+  std::string connectionModeLabel() const {
+    return isOfficialConnectionMode() ? "官方 ChatGPT" : "Kestrune 自托管";
+  }
+
+ private:
+  struct DefaultsKey {
+    static constexpr auto autoConnectEnabled = "autoConnectEnabled";
+    static constexpr auto keepAwakeEnabled = "keepAwakeEnabled";
+    static constexpr auto connectionMode = "connectionMode";
+  };
+  static constexpr auto officialMode = "official_chatgpt";
+  static constexpr auto selfHostedMode = "kestrune_self_hosted";
+
+  UserDefaults& store;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,114 @@
+#include "KestruneMenuClient/status/LiveSession.h"
+
+#include <algorithm>
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+#include "KestruneMenuClient/Text.h"
+
+namespace kestrune {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr int answerDepthLimit = 990;
+constexpr std::size_t threadNameLimit = 34;  // characters
+
+/// Whether Python takes the value for true, as the service does.
+bool isTruthy(const json& value) {
+  switch (value.type()) {
+    case json::value_t::null:
+      return false;
+    case json::value_t::boolean:
+      return value.get<bool>();
+    case json::value_t::number_integer:
+    case json::value_t::number_unsigned:
+    case json::value_t::number_float:
+      return value.get<double>() != 0;
+    case json::value_t::string:
+      return !value.get_ref<const std::string&>().empty();
+    default:
+      return !value.empty();
+  }
+}
+
+/// The member `name`, or null.
+const json& member(const json& object, const char* name) {
+  static const json null;
+  const auto found = object.find(name);
+  return found != object.end() ? *found : null;
+}
+
+/// The UTF-16 code unit of the \u escape that `text` begins with.
+std::optional<unsigned> escapedUnit(std::string_view text) {
+  constexpr std::size_t length = 6;
+  unsigned unit = 0;
+  if (text.size() < length || !text.starts_with("\\u")) return std::nullopt;
+  const auto read = std::from_chars(text.data() + 2, text.data() + length, unit, 16);
+  if (read.ec != std::errc() || read.ptr != text.data() + length) return std::nullopt;
+  return unit;
+}
+
+/// U+FDD0, a noncharacter: replaces each lone surrogate.
+constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
+
+/// A folder's name need not be UTF-8: Python's json module then writes lone surrogates. The JSON library
+/// would refuse the whole answer because of one.
+std::string withoutLoneSurrogates(std::string_view answer) {
+  const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
+  const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };
+  std::string whole;
+  whole.reserve(answer.size());
+  while (!answer.empty()) {
+    const auto plain = std::min(answer.find('\\'), answer.size());
+    const std::string_view escape = answer.substr(plain);
+    const auto unit = escapedUnit(escape);
+    const bool pair = isHigh(unit) && isLow(escapedUnit(escape.substr(6)));
+    const bool lone = !pair && (isHigh(unit) || isLow(unit));
+    const auto length = std::min<std::size_t>(escape.size(), pair ? 12 : unit ? 6 : 2);
+    whole += answer.substr(0, plain);
+    whole += lone ? surrogateMark : escape.substr(0, length);
+    answer = escape.substr(length);
+  }
+  return whole;
+}
+
+}  // namespace
+
+LiveSession selectedSession(const std::optional<std::string>& answer) {
+  LiveSession session;
+  if (!answer) return session;
+  // Python's json module gives up at about this depth, too.
+  bool tooDeep = false;
+  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, const json&) {
+    tooDeep = tooDeep || depth > answerDepthLimit;
+    return !tooDeep;
+  };
+  const json root = json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
+  if (tooDeep || !root.is_object()) return session;
+  const json& projects = member(root, "projects");
+  if (!projects.is_array()) return session;
+  for (const json& project : projects) {
+    if (!project.is_object()) return session;
+    if (!isTruthy(member(project, "selected"))) continue;
+    bool isText = true;
+    const auto take = [&isText](const json& value, std::string& into) {
+      if (!value.is_string() || !isTruthy(value)) return;
+      into = value.get<std::string>();
+      isText = isText && into.find(surrogateMark) == std::string::npos;
+    };
+    const json& title = member(project, "title");
+    const json& threadName = member(project, "thread_name");
+    take(title, session.projectTitle);
+    take(isTruthy(threadName) ? threadName : title, session.threadName);
+    return isText ? session : LiveSession();
+  }
+  return session;
+}
+
+std::string compactThreadName(std::string_view name) {
+  return shortened(trimmed(name), threadNameLimit);
+}
+
+}  // namespace kestrune

@@ -1,0 +1,93 @@
+#include "KestruneMenuClient/status/StatusReport.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "KestruneMenuClient/Text.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr std::size_t detailLimit = 44;  // characters
+constexpr std::string_view okMarker = "[OK]";
+constexpr std::string_view failMarker = "[FAIL]";
+
+bool contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+bool isFault(std::string_view line) {
+  if (!contains(line, "無回應") && !contains(line, "未載入") && !contains(line, failMarker)) return false;
+  return std::none_of(codexItems.begin(), codexItems.end(),
+                      [line](const CodexItem& item) { return contains(line, item.label); });
+}
+
+/// What follows "MARKER LABEL: " at the start of `line`; absent when the line starts otherwise.
+std::optional<std::string_view> detailAfter(std::string_view line, std::string_view marker,
+                                            std::string_view label) {
+  for (const std::string_view piece : {marker, std::string_view(" "), label, std::string_view(": ")}) {
+    if (!line.starts_with(piece)) return std::nullopt;
+    line.remove_prefix(piece.size());
+  }
+  return line;
+}
+
+/// What a trimmed line says about `label`; unknown when it is not the line of that item.
+CodexFinding findingIn(std::string_view line, std::string_view label) {
+  if (const auto detail = detailAfter(line, okMarker, label))
+    return {CodexVerdict::ok, compactDetail(*detail)};
+  if (const auto detail = detailAfter(line, failMarker, label))
+    return {CodexVerdict::needsCheck, compactDetail(*detail)};
+  return {};
+}
+
+}  // namespace
+
+std::string codexRow(const CodexItem& item, const CodexFinding& finding) {
+  const std::string prefix(item.rowPrefix);
+  switch (finding.verdict) {
+    case CodexVerdict::ok:
+      return prefix + "OK " + finding.detail;
+    case CodexVerdict::needsCheck:
+      return prefix + "需檢查 " + finding.detail;
+    case CodexVerdict::unknown:
+      break;
+  }
+  return prefix + "尚未檢查";
+}
+
+StatusReport::StatusReport(bool givenOk, std::string_view output)
+    : ok(givenOk), lamp(ok ? ConnectionLampState::ok : ConnectionLampState::warning), text("狀態未知") {
+  LineSplitter lines(output);
+  bool isFirst = true;
+  for (std::string_view line; lines.next(line); isFirst = false) {
+    if (isFirst) text = line;
+    if (isFault(line)) lamp = ConnectionLampState::error;
+    const std::string_view item = trimmed(line);
+    if (!item.starts_with('[')) continue;
+    for (std::size_t i = 0; i < codexItems.size(); ++i) {
+      if (codex[i].verdict == CodexVerdict::unknown) codex[i] = findingIn(item, codexItems[i].label);
+    }
+  }
+  if (ok) text = menuLabel(lamp);
+}
+
+CodexFinding codexFinding(std::string_view output, std::string_view label) {
+  LineSplitter lines(output);
+  CodexFinding finding;
+  for (std::string_view line; finding.verdict == CodexVerdict::unknown && lines.next(line);)
+    finding = findingIn(trimmed(line), label);
+  return finding;
+}
+
+std::string compactDetail(std::string_view detail) {
+  detail = trimmed(detail);
+  return shortened(trimmed(detail.substr(0, detail.find("（"))), detailLimit);
+}
+
+std::string prettified(std::string_view output) {
+  return replacingAll(replacingAll(output, okMarker, "🟢"), failMarker, "🔴");
+}
+
+}  // namespace kestrune
