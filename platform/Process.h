@@ -14,6 +14,8 @@ class Process {
  public:
   virtual ~Process() = default;
 
+  /// Asked again and again, as by whoever waits for the end, it lets the child write 64 KiB to each pipe
+  /// before that blocks, however little the kernel lets a pipe hold.
   virtual bool isRunning() = 0;
 
   /// Asks the child to end (SIGTERM). Nothing happens to one that has ended.

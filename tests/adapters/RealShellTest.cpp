@@ -295,6 +295,16 @@ TEST_F(RealShell, WaitsASecondForDescendantsThatKeepThePipesOpenAfterTheEnd) {
   EXPECT_LT(duration, generous);
 }
 
+TEST_F(RealShell, TakesAReportOf64KiBWholeWhateverAPipeHolds) {
+  const std::string lines = "for ((i = 0; i < 655; ++i)); do printf '%099d\\n' $i; done";
+  for (const std::string size : {"8192", "65536"}) {
+    const CommandResult result = run(child + " narrow " + size + "; " + lines);
+    EXPECT_TRUE(result.ok) << size;
+    EXPECT_EQ(result.output.size(), 655U * 100 - 1) << size;
+    EXPECT_TRUE(result.output.ends_with("00654")) << size;
+  }
+}
+
 TEST_F(RealShell, RunsNothingForOtherThreadsOnceTheEndHasBegun) {
   processes.reserveForThisThread();
   CommandResult refused;
