@@ -9,7 +9,8 @@
 namespace kestrune {
 
 /// A child process with a pipe for each of its two outputs, used by one thread at a time. Destroying it ends
-/// nothing: a child that still runs is left alone and reaped when it ends.
+/// nothing: a child that still runs is left alone and reaped when it ends. Whoever still holds a pipe when
+/// the output was read, or this is destroyed, can go on writing to it; what comes is discarded.
 class Process {
  public:
   virtual ~Process() = default;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Host.h"
@@ -17,6 +18,7 @@
 #include "platform/linux/Diagnosis.h"
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/Inhibitors.h"
+#include "platform/linux/LeftoverPipes.h"
 #include "platform/linux/ProgramBundle.h"
 #include "platform/linux/RouteMonitor.h"
 #include "platform/linux/SessionBus.h"
@@ -46,7 +48,7 @@ constexpr auto folderName = "/kestrune-menu-client";
 /// The logo in the size that notifications show, and its name where only the desktop has it.
 constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
-constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open
+constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open of its own
 constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
 
 /// One that starts with too few could be deaf and mute, and nobody would know.
@@ -211,7 +213,8 @@ class LinuxHost final : public Host {
   PngImages images;
   PreferencesFile preferences;
   AutostartEntries agents;
-  ChildProcesses processes;
+  LeftoverPipes leftovers{loop};
+  ChildProcesses processes{[this](FileDescriptor pipe) { leftovers.add(std::move(pipe)); }};
   SystemdServiceControl services;
   DesktopNotifications notifications;
   Inhibitors assertions;

@@ -101,6 +101,9 @@ struct Output {
 
 /// The children that have not been reaped, and who may have more.
 struct ChildProcesses::Register {
+  explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
+
+  const TakePipe leftover;
   std::mutex mutex;
   std::vector<pid_t> running;    // their owners reap them
   std::vector<pid_t> abandoned;  // nobody else will
@@ -120,6 +123,7 @@ class ChildProcesses::Child final : public Process {
         err(std::move(givenError)) {}
 
   ~Child() override {
+    leavePipes();
     const std::lock_guard lock(siblings->mutex);
     if (reaped) return;
     std::erase(siblings->running, pid);
@@ -157,8 +161,7 @@ class ChildProcesses::Child final : public Process {
       std::array<pollfd, 2> waiting{{{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}}};
       poll(waiting.data(), waiting.size(), static_cast<int>(left));
     }
-    out.readEnd.reset();
-    err.readEnd.reset();
+    leavePipes();
     if (out.cut) dropCutCharacter(out.bytes);
     if (const auto room = outputLimit - out.bytes.size(); err.bytes.size() > room) {
       err.bytes.resize(room);
@@ -183,6 +186,13 @@ class ChildProcesses::Child final : public Process {
     if (!reaped) kill(pid, number);
   }
 
+  void leavePipes() {
+    for (Output* const each : {&out, &err}) {
+      if (each->readEnd && siblings->leftover) siblings->leftover(std::move(each->readEnd));
+      each->readEnd.reset();
+    }
+  }
+
   const std::shared_ptr<Register> siblings;
   const pid_t pid;
   Output out;
@@ -191,7 +201,8 @@ class ChildProcesses::Child final : public Process {
   bool reaped = false;
 };
 
-ChildProcesses::ChildProcesses() : children(std::make_shared<Register>()) {
+ChildProcesses::ChildProcesses(TakePipe leftover)
+    : children(std::make_shared<Register>(std::move(leftover))) {
   for (auto& each : spare) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
