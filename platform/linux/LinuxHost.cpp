@@ -1,8 +1,10 @@
 #include <fcntl.h>
+#include <libintl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +52,15 @@ constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
 constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open of its own
 constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
+
+/// Has the C library describe errors in the user's language. Numbers, characters and order stay those of "C".
+void followMessageLanguage() {
+  setlocale(LC_MESSAGES, "");
+  // Converted to the characters of "C", Chinese would become question marks.
+  bind_textdomain_codeset("libc", "UTF-8");
+  // The first message opens the catalogue, which a process that has run out of descriptors cannot.
+  static_cast<void>(std::strerror(ENOENT));
+}
 
 /// One that starts with too few could be deaf and mute, and nobody would know.
 void requireDescriptors() {
@@ -237,6 +248,7 @@ class LinuxHost final : public Host {
 }  // namespace
 
 std::unique_ptr<Host> makeHost(const StartOptions& options) {
+  followMessageLanguage();
   requireDescriptors();
   return std::make_unique<LinuxHost>(options);
 }
