@@ -46,8 +46,8 @@ std::string_view withinBytes(std::string_view text, std::size_t limit);
 /// the writing direction, and what is no character at all, become blanks.
 std::string withoutControls(std::string_view text);
 
-/// `text` as it may stand in one row of a menu: without controls, and shortened if it is too long for any
-/// screen.
+/// `text` as it may stand in one row of a menu or in a tooltip: without controls, and shortened to 200
+/// characters, which is more than any screen shows.
 std::string displayRow(std::string_view text);
 
 }  // namespace kestrune

@@ -9,11 +9,14 @@
 namespace kestrune {
 
 /// A child process with a pipe for each of its two outputs, used by one thread at a time. Destroying it ends
-/// nothing: a child that still runs is left alone and reaped when it ends.
+/// nothing: a child that still runs is left alone and reaped when it ends. Whoever still holds a pipe when
+/// the output was read, or this is destroyed, can go on writing to it; what comes is discarded.
 class Process {
  public:
   virtual ~Process() = default;
 
+  /// Asked again and again, as by whoever waits for the end, it lets the child write 64 KiB to each pipe
+  /// before that blocks, however little the kernel lets a pipe hold.
   virtual bool isRunning() = 0;
 
   /// Asks the child to end (SIGTERM). Nothing happens to one that has ended.

@@ -1,13 +1,16 @@
 #include <fcntl.h>
+#include <libintl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Host.h"
@@ -17,6 +20,7 @@
 #include "platform/linux/Diagnosis.h"
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/Inhibitors.h"
+#include "platform/linux/LeftoverPipes.h"
 #include "platform/linux/ProgramBundle.h"
 #include "platform/linux/RouteMonitor.h"
 #include "platform/linux/SessionBus.h"
@@ -46,8 +50,17 @@ constexpr auto folderName = "/kestrune-menu-client";
 /// The logo in the size that notifications show, and its name where only the desktop has it.
 constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
-constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open
+constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open of its own
 constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
+
+/// Has the C library describe errors in the user's language. Numbers, characters and order stay those of "C".
+void followMessageLanguage() {
+  setlocale(LC_MESSAGES, "");
+  // Converted to the characters of "C", Chinese would become question marks.
+  bind_textdomain_codeset("libc", "UTF-8");
+  // The first message opens the catalogue, which a process that has run out of descriptors cannot.
+  static_cast<void>(std::strerror(ENOENT));
+}
 
 /// One that starts with too few could be deaf and mute, and nobody would know.
 void requireDescriptors() {
@@ -211,7 +224,8 @@ class LinuxHost final : public Host {
   PngImages images;
   PreferencesFile preferences;
   AutostartEntries agents;
-  ChildProcesses processes;
+  LeftoverPipes leftovers{loop};
+  ChildProcesses processes{[this](FileDescriptor pipe) { leftovers.add(std::move(pipe)); }};
   SystemdServiceControl services;
   DesktopNotifications notifications;
   Inhibitors assertions;
@@ -234,6 +248,7 @@ class LinuxHost final : public Host {
 }  // namespace
 
 std::unique_ptr<Host> makeHost(const StartOptions& options) {
+  followMessageLanguage();
   requireDescriptors();
   return std::make_unique<LinuxHost>(options);
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
+constexpr std::size_t promisedRoom = 65536;                 // bytes, of each pipe
 
 // For a second in all, where the reserved launch finds no process to spare.
 constexpr int reservedAttempts = 20;
@@ -34,16 +36,6 @@ using std::chrono::steady_clock;
 
 std::string describe(int error) {
   return std::system_category().message(error);
-}
-
-/// The ends of a pipe: first the one to read, which does not block, then the one to write.
-using Pipe = std::array<FileDescriptor, 2>;
-
-int makePipe(Pipe& ends) {
-  int descriptors[2];
-  if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
-  ends = {FileDescriptor(descriptors[0]), FileDescriptor(descriptors[1])};
-  return fcntl(descriptors[0], F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
 }
 
 /// Without the beginning of a character at the end of `bytes` that was cut there.
@@ -57,19 +49,44 @@ void dropCutCharacter(std::string& bytes) {
   if (expected > bytes.size() - (lead - 1)) bytes.resize(lead - 1);
 }
 
-/// One of a child's outputs, while it is read.
-struct Source {
-  FileDescriptor& descriptor;
+/// The pipe of one of a child's outputs.
+struct Output {
+  FileDescriptor readEnd;   // does not block; closed when nobody can write to the pipe any more
+  FileDescriptor writeEnd;  // tells whether the pipe is full; closed before the pipe is read to its end
   std::string bytes{};
   bool cut = false;
+
+  int open() {
+    int descriptors[2];
+    if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
+    readEnd.reset(descriptors[0]);
+    writeEnd.reset(descriptors[1]);
+    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
+  }
+
+  /// Reads from a full pipe to which fewer than 64 KiB were written. The kernel makes pipes of two pages, or
+  /// one, for a user who has many; and a page that is partly filled is full when the next write does not fit.
+  void makeRoom() {
+    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    pollfd writable{writeEnd.get(), POLLOUT, 0};
+    if (!writeEnd || poll(&writable, 1, 0) != 0) return;
+    int queued = 0;
+    ioctl(readEnd.get(), FIONREAD, &queued);
+    const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
+    if (written >= promisedRoom) return;
+    // Less than a page might leave the pipe full.
+    std::string some(std::max(page, promisedRoom - written), '\0');
+    const ssize_t count = read(readEnd.get(), some.data(), some.size());
+    if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
+  }
 
   /// Takes all that is there, of which it keeps `room` bytes at most.
   void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
-      const ssize_t count = read(descriptor.get(), buffer.data(), buffer.size());
+      const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0 && errno == EAGAIN) return;
-      if (count <= 0) return descriptor.reset();
+      if (count <= 0) return readEnd.reset();
       const auto kept = std::min(static_cast<std::size_t>(count), room);
       bytes.append(buffer.data(), kept);
       room -= kept;
@@ -84,6 +101,9 @@ struct Source {
 
 /// The children that have not been reaped, and who may have more.
 struct ChildProcesses::Register {
+  explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
+
+  const TakePipe leftover;
   std::mutex mutex;
   std::vector<pid_t> running;    // their owners reap them
   std::vector<pid_t> abandoned;  // nobody else will
@@ -96,14 +116,14 @@ struct ChildProcesses::Register {
 
 class ChildProcesses::Child final : public Process {
  public:
-  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, FileDescriptor givenOutput,
-        FileDescriptor givenError)
+  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, Output givenOutput, Output givenError)
       : siblings(std::move(givenRegister)),
         pid(givenPid),
-        output(std::move(givenOutput)),
-        error(std::move(givenError)) {}
+        out(std::move(givenOutput)),
+        err(std::move(givenError)) {}
 
   ~Child() override {
+    leavePipes();
     const std::lock_guard lock(siblings->mutex);
     if (reaped) return;
     std::erase(siblings->running, pid);
@@ -112,15 +132,10 @@ class ChildProcesses::Child final : public Process {
   }
 
   bool isRunning() override {
-    if (reaped) return false;
-    // Under the lock: once reaped, the number may belong to a stranger, who must not be signalled.
-    const std::lock_guard lock(siblings->mutex);
-    const pid_t result = waitpid(pid, &status, WNOHANG);
-    if (result == 0 || (result < 0 && errno == EINTR)) return true;
-    if (result < 0) status = -1;
-    reaped = true;
-    std::erase(siblings->running, pid);
-    return false;
+    if (reaped || reap()) return false;
+    out.makeRoom();
+    err.makeRoom();
+    return true;
   }
 
   void terminate() override { signal(SIGTERM); }
@@ -136,18 +151,17 @@ class ChildProcesses::Child final : public Process {
   std::string readOutput(Seconds patience) override {
     const auto deadline = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(patience);
     std::vector<char> buffer(65536);
-    Source out{output};
-    Source err{error};
+    out.writeEnd.reset();
+    err.writeEnd.reset();
     for (;;) {
-      if (output) out.drain(outputLimit - out.bytes.size(), buffer, deadline);
-      if (error) err.drain(outputLimit - err.bytes.size(), buffer, deadline);
+      if (out.readEnd) out.drain(outputLimit - out.bytes.size(), buffer, deadline);
+      if (err.readEnd) err.drain(outputLimit - err.bytes.size(), buffer, deadline);
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-      if ((!output && !error) || left <= 0) break;
-      std::array<pollfd, 2> waiting{{{output.get(), POLLIN, 0}, {error.get(), POLLIN, 0}}};
+      if ((!out.readEnd && !err.readEnd) || left <= 0) break;
+      std::array<pollfd, 2> waiting{{{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}}};
       poll(waiting.data(), waiting.size(), static_cast<int>(left));
     }
-    output.reset();
-    error.reset();
+    leavePipes();
     if (out.cut) dropCutCharacter(out.bytes);
     if (const auto room = outputLimit - out.bytes.size(); err.bytes.size() > room) {
       err.bytes.resize(room);
@@ -158,19 +172,37 @@ class ChildProcesses::Child final : public Process {
   }
 
  private:
+  bool reap() {
+    // Under the lock: once reaped, the number may belong to a stranger, who must not be signalled.
+    const std::lock_guard lock(siblings->mutex);
+    const pid_t result = waitpid(pid, &status, WNOHANG);
+    if (result == 0 || (result < 0 && errno == EINTR)) return false;
+    if (result < 0) status = -1;
+    std::erase(siblings->running, pid);
+    return reaped = true;
+  }
+
   void signal(int number) {
     if (!reaped) kill(pid, number);
   }
 
+  void leavePipes() {
+    for (Output* const each : {&out, &err}) {
+      if (each->readEnd && siblings->leftover) siblings->leftover(std::move(each->readEnd));
+      each->readEnd.reset();
+    }
+  }
+
   const std::shared_ptr<Register> siblings;
   const pid_t pid;
-  FileDescriptor output;
-  FileDescriptor error;
+  Output out;
+  Output err;
   int status = -1;
   bool reaped = false;
 };
 
-ChildProcesses::ChildProcesses() : children(std::make_shared<Register>()) {
+ChildProcesses::ChildProcesses(TakePipe leftover)
+    : children(std::make_shared<Register>(std::move(leftover))) {
   for (auto& each : spare) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
@@ -186,15 +218,15 @@ LaunchResult ChildProcesses::launch(const std::string& executable, const std::ve
   if (children->onlyThread && *children->onlyThread != std::this_thread::get_id()) {
     return {nullptr, describe(ECANCELED), true};
   }
-  Pipe output;
-  Pipe error;
-  if (const int failure = makePipe(output)) return {nullptr, describe(failure)};
-  if (const int failure = makePipe(error)) return {nullptr, describe(failure)};
+  Output output;
+  Output error;
+  if (const int failure = output.open()) return {nullptr, describe(failure)};
+  if (const int failure = error.open()) return {nullptr, describe(failure)};
   const SpawnOptions options{.executable = executable,
                              .arguments = arguments,
                              .input = input,
-                             .output = output[1].get(),
-                             .error = error[1].get()};
+                             .output = output.writeEnd.get(),
+                             .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
   // What the reservation ended counts as a process until its owner has reaped it, and the end of a session
@@ -208,7 +240,7 @@ LaunchResult ChildProcesses::launch(const std::string& executable, const std::ve
   }
   if (failure != 0) return {nullptr, describe(failure)};
   children->running.push_back(pid);
-  return {std::make_unique<Child>(children, pid, std::move(output[0]), std::move(error[0])), {}};
+  return {std::make_unique<Child>(children, pid, std::move(output), std::move(error)), {}};
 }
 
 void ChildProcesses::reserveForThisThread() {

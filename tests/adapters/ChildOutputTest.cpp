@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sched.h>
+
+#include <chrono>
 #include <fstream>
 
 #include "tests/adapters/RealChildren.h"
@@ -44,6 +47,52 @@ TEST_F(ChildOutput, KeepsTheChildWaitingWhenNobodyReadsIt) {
   EXPECT_TRUE(child->isRunning());
   EXPECT_EQ(child->readOutput(patience).size(), 1060000U);
   EXPECT_TRUE(ends(*child));
+}
+
+/// Looks again and again whether the child runs, as the runner does, until `condition` holds.
+bool comesTrueWhileWatched(Process& child, const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (child.isRunning() && !condition() && std::chrono::steady_clock::now() < deadline) sched_yield();
+  return condition();
+}
+
+bool endsWhileWatched(Process& child) {
+  return comesTrueWhileWatched(child, [&child] { return !child.isRunning(); });
+}
+
+TEST_F(ChildOutput, Has64KiBOfRoomHoweverLittleAPipeHolds) {
+  for (const char* const size : {"4096", "8192", "65536"}) {
+    const auto child = launch({"narrow", size, "flood", "65536", "of", "y", "flood-err", "65536"});
+    EXPECT_TRUE(endsWhileWatched(*child)) << size;
+    EXPECT_EQ(child->readOutput(Seconds{0}), std::string(65536, 'x') + std::string(65536, 'y')) << size;
+  }
+}
+
+TEST_F(ChildOutput, Has64KiBOfRoomForManySmallWrites) {
+  // A page of a pipe keeps what is left of it when the next write does not fit.
+  const std::string half(2049, 'x');
+  Arguments arguments;
+  for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {
+    arguments.insert(arguments.end(), {"out", half});
+  }
+  const auto child = launch(arguments);
+  EXPECT_TRUE(endsWhileWatched(*child));
+  EXPECT_EQ(child->readOutput(Seconds{0}).size(), arguments.size() / 2 * half.size());
+}
+
+TEST_F(ChildOutput, HasNoMoreRoomThan64KiBAndAPage) {
+  for (const std::string size : {"4096", "8192", "65536"}) {
+    const Milestone written(folder.file(size));
+    const auto child = launch({"narrow", size, "flood", "65536", "touch", written.path, "flood", "1000000"});
+    ASSERT_TRUE(comesTrueWhileWatched(*child, [&] { return written.isReached(Seconds{0}); })) << size;
+    for (int look = 0; look < 5000; ++look) {
+      ASSERT_TRUE(child->isRunning()) << size;
+      sched_yield();
+    }
+    child->terminate();
+    ASSERT_TRUE(ends(*child));
+    EXPECT_LE(child->readOutput(Seconds{0}).size(), 65536U + 4096U) << size;
+  }
 }
 
 TEST_F(ChildOutput, StopsAtTheLimit) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -21,6 +22,8 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 
 namespace kestrune::testing {
 namespace {
+
+namespace fs = std::filesystem;
 
 const std::string notice = "命令逾時，已停止等待。";
 const std::string nothing = "沒有輸出。";
@@ -293,6 +296,33 @@ TEST_F(RealShell, WaitsASecondForDescendantsThatKeepThePipesOpenAfterTheEnd) {
   EXPECT_EQ(succeeded, success(std::to_string(second.pid) + "\nx"));
   EXPECT_GE(duration, Seconds{1});
   EXPECT_LT(duration, generous);
+}
+
+TEST_F(RealShell, TakesAReportOf64KiBWholeWhateverAPipeHolds) {
+  const std::string lines = "for ((i = 0; i < 655; ++i)); do printf '%099d\\n' $i; done";
+  for (const std::string size : {"8192", "65536"}) {
+    const CommandResult result = run(child + " narrow " + size + "; " + lines);
+    EXPECT_TRUE(result.ok) << size;
+    EXPECT_EQ(result.output.size(), 655U * 100 - 1) << size;
+    EXPECT_TRUE(result.output.ends_with("00654")) << size;
+  }
+}
+
+TEST_F(RealShell, TellsWhatBothClientsSayWhenTheCurrentOneFails) {
+  fs::create_directories(folder.file(".venv/bin"));
+  std::ofstream(folder.file(".venv/bin/activate")) << "PATH='" + folder.file(".venv/bin") + "':$PATH\n";
+  const auto program = [this](const std::string& name, const std::string& text) {
+    const std::string path = folder.file(".venv/bin/" + name);
+    std::ofstream(path) << "#!/bin/sh\n" + text;
+    fs::permissions(path, fs::perms::owner_all);
+  };
+  program("kestrune-mac-client", "echo \"current: $*\"; echo 'current: no' >&2; exit 3\n");
+  program("halvask-mac-client", "echo \"legacy: $*\"; exit \"$LEGACY_STATUS\"\n");
+  fakes.mainBundle.environment["KESTRUNE_REPO_PATH"] = folder.file(".");
+  const std::string line = std::make_shared<AppDelegate>(platform)->backendCommandLine("status");
+  const std::string both = "current: status\nlegacy: status\ncurrent: no";
+  EXPECT_EQ(run("LEGACY_STATUS=0; export LEGACY_STATUS; " + line), success(both));
+  EXPECT_EQ(run("LEGACY_STATUS=4; export LEGACY_STATUS; " + line), failure(both));
 }
 
 TEST_F(RealShell, RunsNothingForOtherThreadsOnceTheEndHasBegun) {

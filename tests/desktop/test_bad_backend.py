@@ -125,18 +125,33 @@ class BadBackend(unittest.TestCase):
         end_process(descendant)
         self.quit()
 
-    def test_a_descendant_that_never_stops_writing(self):
+    def test_a_service_that_a_command_leaves_behind_goes_on_writing(self):
         menu = self.menu_with("""
+            echo "$1 asked" > "$HOME/events"
             echo '[OK] Mac service: 好'
-            yes 好好好好好好好好好好好好好好好好 &
-            echo $! > "$HOME/events"
+            [[ $1 == refresh ]] || exit 0
+            {
+                echo $BASHPID > "$HOME/service"
+                read -r < "$HOME/gate"
+                head -c 1000000 /dev/zero && head -c 1000000 /dev/zero >&2 && result=written
+                echo "${result:-lost}" > "$HOME/events"
+                exec yes 好好好好好好好好好好好好好好好好
+            } &
         """)
         self.assertEqual(menu.status, CONNECTED)
-        # It ends with its pipe, which the client reads no longer.
-        wait_for_end(int(self.session.events.next()))
+        # The output of the refresh has been read when the status is asked for again.
+        self.session.wait_for_start()
+        self.session.gate.open()
+        self.assertEqual(self.session.events.next(), "written")
+        # It writes on without end, and costs the client neither memory nor its attention.
+        self.client.type("99")
+        self.client.said("沒有這一列：99")
         peak = re.search(rb"VmHWM:\s+(\d+) kB", read_process(self.client.pid, "status"))
         self.assertLess(int(peak.group(1)), 128 * 1024)
+        service = int((self.session.home / "service").read_text())
+        self.assertIn(service, running())
         self.quit()
+        wait_for_end(service)
 
     def test_a_command_gets_nothing_of_the_client(self):
         # Read by programs that the shell starts: it handles some signals in its own way. And not through a

@@ -13,6 +13,7 @@
 //   flood N, flood-err N    write N bytes to standard output or error
 //   of TEXT                 what floods consist of from now on
 //   bytes HEX               write the bytes to standard output
+//   narrow N                have both pipes hold N bytes only, from one memory page on
 //   ignore SIGNAL           ignore the signal of that number from now on
 //   log-signals FILE        append the number of each SIGTERM and SIGINT to FILE, and go on
 //   on-term TEXT            at SIGTERM, write TEXT to standard output and exit with status 7
@@ -131,6 +132,10 @@ int main(int count, char** arguments) {
         bytes.push_back(static_cast<char>(std::stoi(argument.substr(at, 2), nullptr, 16)));
       }
       put(STDOUT_FILENO, bytes);
+    } else if (verb == "narrow") {
+      for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(output, F_SETPIPE_SZ, number) < 0) return 95;
+      }
     } else if (verb == "ignore") {
       signal(static_cast<int>(number), SIG_IGN);
     } else if (verb == "log-signals") {

@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <poll.h>
+
+#include <algorithm>
+#include <atomic>
+#include <deque>
+#include <filesystem>
+#include <thread>
+
+#include "platform/linux/LeftoverPipes.h"
+#include "tests/adapters/RealChildren.h"
+#include "tests/support/ComesTrueElsewhere.h"
+#include "tests/support/ProcessEnd.h"
+#include "tests/support/TerminalRig.h"
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// How many ends of pipes this process holds. The loop has descriptors of other kinds.
+std::ptrdiff_t openPipes() {
+  std::error_code ignored;
+  return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"), [&ignored](const auto& each) {
+    return fs::read_symlink(each, ignored).string().starts_with("pipe:");
+  });
+}
+
+struct LeftoverPipesTest : ::testing::Test {
+  SignalState restored;
+  EventLoop loop;
+  LeftoverPipes leftovers{loop};
+
+  /// The write end of a pipe that is left over.
+  FileDescriptor leftoverPipe() {
+    PipeEnds pipe;
+    fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
+    leftovers.add(std::move(pipe.reading));
+    return std::move(pipe.writing);
+  }
+
+  /// Writes as much, by a thread of its own, while the loop runs. False when the pipe breaks.
+  bool canWrite(const FileDescriptor& end, std::size_t size) {
+    std::atomic<bool> done = false;
+    bool whole = true;
+    std::thread writer([&] {
+      const std::string page(4096, 'x');
+      for (std::size_t left = size; whole && left > 0; left -= page.size()) {
+        whole = write(end.get(), page.data(), page.size()) == static_cast<ssize_t>(page.size());
+      }
+      done = true;
+    });
+    EXPECT_TRUE(comesTrueElsewhere(loop, [&] { return done.load(); }));
+    writer.join();
+    return whole;
+  }
+
+  static bool isBroken(const FileDescriptor& end) {
+    pollfd broken{end.get(), 0, 0};
+    return poll(&broken, 1, 0) == 1;
+  }
+};
+
+TEST_F(LeftoverPipesTest, LetTheirWritersGoOnForAsLongAsTheyLive) {
+  FileDescriptor output, error;
+  // As the worker adds them.
+  std::thread([&] {
+    output = leftoverPipe();
+    error = leftoverPipe();
+  }).join();
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(canWrite(output, std::size_t{1} << 17));
+    EXPECT_TRUE(canWrite(error, std::size_t{1} << 17));
+  }
+}
+
+TEST_F(LeftoverPipesTest, AreClosedWhenNobodyCanWriteAnyMore) {
+  const auto before = openPipes();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(write(leftoverPipe().get(), "x", 1), 1);
+  EXPECT_EQ(openPipes(), before + 3);
+  EXPECT_TRUE(comesTrueElsewhere(loop, [before] { return openPipes() == before; }));
+  EXPECT_TRUE(isIdle(loop));
+}
+
+TEST_F(LeftoverPipesTest, GiveUpTheOldestWhereThereAreTooMany) {
+  std::deque<FileDescriptor> writers;
+  for (std::size_t i = 0; i < LeftoverPipes::limit; ++i) writers.push_back(leftoverPipe());
+  EXPECT_FALSE(isBroken(writers.front()));
+  const auto most = openPipes();
+  for (int more = 0; more < 3; ++more) {
+    writers.push_back(leftoverPipe());
+    EXPECT_TRUE(isBroken(writers.front()));
+    writers.pop_front();
+    EXPECT_FALSE(isBroken(writers.front()));
+  }
+  EXPECT_EQ(openPipes(), most);
+  EXPECT_TRUE(canWrite(writers.front(), std::size_t{1} << 18));
+}
+
+TEST_F(LeftoverPipesTest, DoNotKeepTheLoopBusyWhenSomebodyWritesWithoutEnd) {
+  const FileDescriptor end = leftoverPipe();
+  constexpr std::size_t pipeSize = 65536;
+  constexpr int fills = 10;
+  // A pipe is emptied once in 50 ms; the first two fills need not wait for that.
+  EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
+}
+
+/// A child, and who gets the pipes that it leaves over.
+struct LeftoversOfAChild : ::testing::Test, RealChildren {
+  std::vector<FileDescriptor> left;
+  ChildProcesses leaving{[this](FileDescriptor pipe) { left.push_back(std::move(pipe)); }};
+
+  std::unique_ptr<Process> launch(const Arguments& arguments) {
+    return leaving.launch(TEST_CHILD, arguments).process;
+  }
+};
+
+TEST_F(LeftoversOfAChild, AreThePipesThatADescendantHolds) {
+  const auto child = launch({"leave", "60"});
+  ASSERT_TRUE(ends(*child));
+  const Leftover descendant(numberBehind(child->readOutput(Seconds{0.05}), "left"));
+  EXPECT_EQ(left.size(), 2U);
+}
+
+TEST_F(LeftoversOfAChild, AreNoneWhenNobodyHoldsAPipe) {
+  auto child = launch({"out", "x", "leave-session", "60"});
+  ASSERT_TRUE(ends(*child));
+  const Leftover service(numberBehind(child->readOutput(patience), "left"));
+  child.reset();
+  EXPECT_TRUE(left.empty());
+}
+
+TEST_F(LeftoversOfAChild, AreThePipesOfOneThatIsForgotten) {
+  launch({"ids", "pause"}).reset();
+  ASSERT_EQ(left.size(), 2U);
+  pollfd waiting{left[0].get(), POLLIN, 0};
+  ASSERT_EQ(poll(&waiting, 1, patienceInMilliseconds), 1);
+  std::string said(100, '\0');
+  ASSERT_GT(read(left[0].get(), said.data(), said.size()), 0);
+  const Leftover forgotten(numberBehind(said, "pid"));
+  EXPECT_TRUE(forgotten.runs());
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include <libintl.h>
+
+#include <clocale>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/Host.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ResourceLimit.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Writes a catalogue of messages, as msgfmt does.
+void writeCatalogue(const fs::path& file, std::map<std::string, std::string> messages) {
+  messages[""] = "Content-Type: text/plain; charset=UTF-8\n";
+  const auto count = static_cast<std::uint32_t>(messages.size());
+  constexpr std::uint32_t magic = 0x950412de, headSize = 28, entrySize = 8;
+  const std::uint32_t translations = headSize + count * entrySize, texts = translations + count * entrySize;
+  std::vector<std::uint32_t> numbers{magic, 0, count, headSize, translations, 0, texts};
+  std::string bytes;
+  const auto add = [&](const std::string& text) {
+    numbers.push_back(static_cast<std::uint32_t>(text.size()));
+    numbers.push_back(texts + static_cast<std::uint32_t>(bytes.size()));
+    bytes += text + '\0';
+  };
+  for (const auto& [original, translation] : messages) add(original);
+  for (const auto& [original, translation] : messages) add(translation);
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary)
+          .write(reinterpret_cast<const char*>(numbers.data()),
+                 static_cast<std::streamsize>(numbers.size() * sizeof numbers[0]))
+      << bytes;
+}
+
+/// The whole program's host, in a session whose language has a catalogue of the C library's messages.
+struct MessageLanguage : ::testing::Test {
+  MessageLanguage() {
+    writeCatalogue(
+        folder.file("test/LC_MESSAGES/libc.mo"),
+        {{"No such file or directory", "沒有此一檔案或目錄"}, {"Too many open files", "開啟太多檔案"}});
+  }
+
+  using Body = std::function<void(Processes&, const ForkedProgram::Say&)>;
+
+  ForkedProgram programIn(const char* locale, const Body& body) {
+    return ForkedProgram([&](const ForkedProgram::Say& say) {
+      setenv("LC_ALL", locale, 1);
+      setenv("LANGUAGE", "test", 1);
+      bindtextdomain("libc", folder.file(".").c_str());
+      const auto host = makeHost({.face = Face::terminal});
+      body(host->platform().processes, say);
+    });
+  }
+
+  /// How the system says in that locale that a program is missing.
+  std::string complaintIn(const char* locale) {
+    return programIn(locale,
+                     [](Processes& processes, const ForkedProgram::Say& say) {
+                       say(processes.launch("/no/such/program", {}).error);
+                     })
+        .line();
+  }
+
+  ScratchFolder folder;
+};
+
+// The locale beside "C" that every system has.
+constexpr auto otherLocale = "C.UTF-8";
+
+TEST_F(MessageLanguage, IsThatOfTheSession) {
+  EXPECT_EQ(complaintIn(otherLocale), "沒有此一檔案或目錄");
+}
+
+TEST_F(MessageLanguage, IsEnglishWithoutOne) {
+  EXPECT_EQ(complaintIn("C"), "No such file or directory");
+  EXPECT_EQ(complaintIn("no_SUCH.UTF-8"), "No such file or directory");
+}
+
+TEST_F(MessageLanguage, IsKnownAlsoWhenNoFileCanBeOpened) {
+  ForkedProgram program = programIn(otherLocale, [](Processes& processes, const ForkedProgram::Say& say) {
+    const ResourceLimit none(RLIMIT_NOFILE, 0);
+    say(processes.launch("/bin/true", {}).error);
+  });
+  EXPECT_EQ(program.line(), "開啟太多檔案");
+}
+
+TEST_F(MessageLanguage, ChangesNothingElse) {
+  ForkedProgram program = programIn(otherLocale, [](Processes&, const ForkedProgram::Say& say) {
+    for (const int category : {LC_CTYPE, LC_NUMERIC, LC_COLLATE, LC_TIME, LC_MONETARY}) {
+      say(std::setlocale(category, nullptr));
+    }
+  });
+  for (int category = 0; category < 5; ++category) EXPECT_EQ(program.line(), "C");
+}
+
+}  // namespace
+}  // namespace kestrune::testing
