@@ -43,9 +43,9 @@ TEST(SystemdServiceControl, StopsTheUnitOfTheUserWithoutWaitingForIt) {
 
 TEST(SystemdServiceControl, MatchesCommandLinesByAPatternThatDoesNotMatchItself) {
   EXPECT_EQ(SystemdServiceControl().endMatchingLine("kestrune-mac-service"),
-            "pkill -f '[k]estrune-mac-service' || true");
-  EXPECT_EQ(SystemdServiceControl().endMatchingLine("127.0.0.1:18765:127.0.0.1:8765"),
-            "pkill -f '[1]27.0.0.1:18765:127.0.0.1:8765' || true");
+            "for pid in $(pgrep -f '[k]estrune-mac-service'); do [ $pid = $PPID ] || "
+            "grep -sqzE '(^|/)KestruneMenu(Client|Dialogs)( |$)' /proc/$pid/cmdline || "
+            "kill $pid 2>/dev/null; done || true");
 }
 
 TEST(SystemdServiceControl, KillsListenersOnly) {
