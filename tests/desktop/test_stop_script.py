@@ -137,7 +137,9 @@ class StopScript(unittest.TestCase):
         name = "/home/u/kestrune-desktop-bridge/menu"
         self.assertEqual(self.stop("bash", "-c", 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"', name), "")
 
-    def test_reaches_the_last_line_in_time_when_the_service_manager_hangs(self):
+    def test_reaches_the_last_line_in_time_after_a_slow_login_when_the_service_manager_hangs(self):
+        with self.session.profile.open("a") as profile:
+            profile.write("sleep 3\n")
         self.session.program("systemctl", "exec sleep 1000\n")
         listener = self.listener(8766)
         self.assertEqual(self.stop(), "")
