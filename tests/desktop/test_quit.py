@@ -65,7 +65,7 @@ class Quit(unittest.TestCase):
         self.assertAllStopped()
 
     def test_by_a_signal(self):
-        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(signal=number.name):
                 self.session.backend("refresh")
                 self.services = self.session.services()
@@ -121,7 +121,7 @@ class Quit(unittest.TestCase):
         client = self.connected_client()
         client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stop began")
-        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             client.send(number)
         # What stops the services is still held up.
         self.assertLessEqual(set(self.services), set(running()))
