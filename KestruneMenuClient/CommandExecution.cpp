@@ -11,8 +11,16 @@ constexpr Seconds graceAfterTerminate{0.2};
 // A service that the command left behind may keep a pipe open for as long as it runs.
 constexpr Seconds pipePatience{1.0};
 
+/// How long a program may take to print its version.
+constexpr Seconds trialLimit{2.0};
+
 constexpr auto noOutput = "沒有輸出。";
 constexpr auto timedOutNotice = "命令逾時，已停止等待。";
+
+/// What a child wrote, trimmed; empty when it is not UTF-8.
+std::string textOf(const std::string& bytes) {
+  return std::string(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
+}
 
 }  // namespace
 
@@ -33,10 +41,34 @@ CommandResult AppDelegate::runShellCommand(const std::string& commandLine, Secon
     child.terminateGroup();
   }
 
-  const std::string bytes = child.readOutput(timedOut ? Seconds{0} : pipePatience);
-  std::string text(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
+  std::string text = textOf(child.readOutput(timedOut ? Seconds{0} : pipePatience));
   if (timedOut) return {false, text.empty() ? timedOutNotice : text + "\n" + timedOutNotice};
   return {child.terminationStatus() == 0, text.empty() ? noOutput : std::move(text)};
+}
+
+void AppDelegate::tryProgram(const std::string& executable,
+                             const std::function<void(const OperationResult&)>& then) {
+  LaunchResult launched = platform.processes.launch(executable, {"--version"});
+  if (!launched.process) return then({false, launched.error});
+  awaitTrial(std::move(launched.process), platform.clock.awakeTime() + trialLimit, then);
+}
+
+void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
+                             const std::function<void(const OperationResult&)>& then) {
+  const bool isRunning = trial->isRunning();
+  if (isRunning && platform.clock.awakeTime() < deadline) {
+    return platform.dispatch.mainQueue().asyncAfter(
+        pollInterval,
+        [self = shared_from_this(), trial, deadline, then] { self->awaitTrial(trial, deadline, then); });
+  }
+  if (isRunning) {
+    trial->terminateGroup();
+    return then({false, timedOutNotice});
+  }
+  const int status = trial->terminationStatus();
+  if (status == 0) return then({true, ""});
+  const std::string text = textOf(trial->readOutput(Seconds{0}));
+  then({false, text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
 }
 
 std::string AppDelegate::shellEscape(std::string_view text) {

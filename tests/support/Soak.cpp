@@ -43,6 +43,11 @@ class Soak::Shell final : public Processes {
 
   LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override {
     FakeProcesses& processes = soak.machine.processes;
+    // No command, but the trial before a restart, which the main thread runs.
+    if (arguments.back() == "--version") {
+      processes.scripts = {};
+      return processes.launch(executable, arguments);
+    }
     soak.rules.shellLineBegins(arguments);
     Output will;
     processes.scripts = {{"", soak.nextChild(will)}};
