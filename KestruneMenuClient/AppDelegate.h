@@ -154,6 +154,11 @@ class AppDelegate final : public ApplicationDelegate,
   void actOnPathUpdate(bool changed);
   /// Runs a line on the worker and hands its result to `then` on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
+  /// Finds out whether a program can run: starts it with `--version` and waits for 2 s at most. Calls `then`
+  /// once, at once or from the main queue; a failure carries the program's words or the system's.
+  void tryProgram(const std::string& executable, const std::function<void(const OperationResult&)>& then);
+  void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
+                  const std::function<void(const OperationResult&)>& then);
 
   std::string envPath() const;
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;

@@ -4,8 +4,40 @@
 
 namespace kestrune {
 
+namespace {
+
+/// How long a program may take to print its version.
+constexpr Seconds trialLimit{2.0};
+
+}  // namespace
+
 CommandResult AppDelegate::runShellCommand(const std::string& commandLine, Seconds timeout) {
   return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
+}
+
+void AppDelegate::tryProgram(const std::string& executable,
+                             const std::function<void(const OperationResult&)>& then) {
+  LaunchResult launched = platform.processes.launch(executable, {"--version"});
+  if (!launched.process) return then({false, launched.error});
+  awaitTrial(std::move(launched.process), platform.clock.awakeTime() + trialLimit, then);
+}
+
+void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
+                             const std::function<void(const OperationResult&)>& then) {
+  const bool isRunning = trial->isRunning();
+  if (isRunning && platform.clock.awakeTime() < deadline) {
+    return platform.dispatch.mainQueue().asyncAfter(
+        commandPollInterval,
+        [self = shared_from_this(), trial, deadline, then] { self->awaitTrial(trial, deadline, then); });
+  }
+  if (isRunning) {
+    trial->terminateGroup();
+    return then({false, commandTimedOut});
+  }
+  const int status = trial->terminationStatus();
+  if (status == 0) return then({true, ""});
+  const std::string text = commandText(trial->readOutput(Seconds{0}));
+  then({false, text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
 }
 
 std::string AppDelegate::shellEscape(std::string_view text) {

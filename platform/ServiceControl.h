@@ -13,8 +13,8 @@ class ServiceControl {
   /// Unloads the user's service `label` from the service manager, if it is loaded.
   virtual std::string unloadLine(const std::string& label) const = 0;
 
-  /// Asks every process to end (SIGTERM) whose command line contains `pattern`, except the shell that runs
-  /// the line.
+  /// Asks every process to end (SIGTERM) whose command line contains `pattern`. On Linux it spares the shell
+  /// that runs the line, this client and its windows.
   virtual std::string endMatchingLine(const std::string& pattern) const = 0;
 
   /// Kills (SIGKILL) whoever listens on the TCP port.

@@ -19,7 +19,8 @@ class Workspace {
 
   /// Starts this application once more, from the bundle at `bundlePath`, beside the instance that runs; the
   /// new one waits until this one has gone. Returns the system's description of why it could not be started;
-  /// absent on success.
+  /// absent on success. Where the new one takes over this process at its end, a failure comes too late to be
+  /// returned: find out first whether the program can run.
   virtual std::optional<std::string> openNewInstance(const std::string& bundlePath) = 0;
 };
 

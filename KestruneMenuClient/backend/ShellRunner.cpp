@@ -8,13 +8,11 @@ namespace kestrune {
 
 namespace {
 
-constexpr Seconds pollInterval{0.05};
 constexpr Seconds graceAfterTerminate{0.2};
 // A service that the command left behind may keep a pipe open for as long as it runs.
 constexpr Seconds pipePatience{1.0};
 
 constexpr auto noOutput = "沒有輸出。";
-constexpr auto timedOutNotice = "命令逾時，已停止等待。";
 
 }  // namespace
 
@@ -25,7 +23,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
   Process& child = *launched.process;
 
   const Seconds deadline = clock.awakeTime() + timeout;
-  while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(pollInterval);
+  while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(commandPollInterval);
 
   const bool timedOut = child.isRunning();
   if (timedOut) {
@@ -36,10 +34,13 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
     child.terminateGroup();
   }
 
-  const std::string bytes = child.readOutput(timedOut ? Seconds{0} : pipePatience);
-  std::string text(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
-  if (timedOut) return {false, text.empty() ? timedOutNotice : text + "\n" + timedOutNotice};
+  std::string text = commandText(child.readOutput(timedOut ? Seconds{0} : pipePatience));
+  if (timedOut) return {false, text.empty() ? commandTimedOut : text + "\n" + commandTimedOut};
   return {child.terminationStatus() == 0, text.empty() ? noOutput : std::move(text)};
+}
+
+std::string commandText(const std::string& bytes) {
+  return std::string(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
 }
 
 std::string shellEscape(std::string_view text) {

@@ -56,7 +56,6 @@ void DesktopWorkspace::open(const std::string& path) {
 }
 
 std::optional<std::string> DesktopWorkspace::openNewInstance(const std::string&) {
-  if (access(executable.c_str(), X_OK) != 0) return describe(errno);
   if (inPlace) {
     replacing = true;
     return std::nullopt;

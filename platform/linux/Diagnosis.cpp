@@ -36,7 +36,7 @@ constexpr auto loginManager = "org.freedesktop.login1";
 constexpr std::array keepers{sessionManager, "org.freedesktop.ScreenSaver", powerManagement};
 
 /// What the client runs.
-constexpr std::array programs{"bash", "curl", "lsof", "pkill", "systemctl", "xdg-open", "gio"};
+constexpr std::array programs{"bash", "curl", "lsof", "pgrep", "systemctl", "xdg-open", "gio"};
 
 std::string firstLine(const fs::path& file) {
   std::string line;

@@ -27,7 +27,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP};
+constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 constexpr Seconds threadRetry{0.5};   // where the machine has none to spare
 constexpr std::uint64_t exactly = 1;  // microseconds: sd-event may otherwise fire up to 250 ms late
 

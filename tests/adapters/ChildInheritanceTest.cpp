@@ -71,7 +71,8 @@ TEST_F(ChildInheritance, BlocksNoSignal) {
 }
 
 TEST_F(ChildInheritance, IgnoresNoSignal) {
-  for (const int each : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
+  for (const int each : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+    std::signal(each, SIG_IGN);
   EXPECT_EQ(signals("SigIgn"), none);
 }
 

@@ -49,7 +49,7 @@ void signalThisProcess(int number) {
 }
 
 struct EndingSignal : ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Each, EndingSignal, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
+INSTANTIATE_TEST_SUITE_P(Each, EndingSignal, ::testing::Values(SIGTERM, SIGINT, SIGHUP, SIGQUIT),
                          [](const auto& signal) { return std::string(sigabbrev_np(signal.param)); });
 
 TEST_P(EndingSignal, EndsTheApplicationInOrder) {
@@ -75,7 +75,7 @@ TEST_P(EndingSignal, EndsTheApplicationOnceHoweverOftenItComes) {
   const auto run = [] {
     WholeRun app;
     app.onLaunch = [](WholeRun&) {
-      for (const int each : {SIGTERM, SIGINT, SIGHUP, GetParam()}) signalThisProcess(each);
+      for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) signalThisProcess(each);
     };
     app.onTerminate = [](WholeRun&) { signalThisProcess(GetParam()); };
     app.untilTheEnd();
@@ -182,7 +182,7 @@ TEST_F(EventLoopAlone, LeavesTheSignalsToTheMainThread) {
     told.set_value(mask);
   });
   const sigset_t mask = told.get_future().get();
-  for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+  for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGCHLD}) {
     EXPECT_TRUE(sigismember(&mask, each)) << sigabbrev_np(each);
   }
 }

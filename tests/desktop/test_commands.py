@@ -5,7 +5,7 @@ import unittest
 
 from desktop import isolation
 from desktop.session import (CHECKING, CONNECTED, COUNTING_BACKEND, DISABLED, NO_BUS, PROGRAM, RECONNECTING, Session,
-                             Window, counted, running, wait_for_end)
+                             Window, counted, running, wait_for_end, write_script)
 from desktop.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
                              RECONNECTED, STOPPED, codex_check, diagnosis)
 
@@ -249,12 +249,22 @@ class Restart(Typed):
         self.client.type("1")
         self.assertEqual(self.client.quit(), 0)
 
+    def assertStays(self, why):
+        self.assertOpens("R", Window("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + why, warns=True))
+
     def test_one_that_cannot_start_anew_goes_on(self):
         program = self.session.root / "KestruneMenuClient"
         shutil.copy(PROGRAM, program)
         self.start(program=program)
         program.unlink()
-        self.assertOpens("R", Window("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：No such file or directory", warns=True))
+        self.assertStays("No such file or directory")
+        write_script(program, "exit 3\n")
+        self.assertStays("程式以狀態 3 結束。")
+        program.write_text("no program")
+        self.assertStays("Exec format error")
+        program.unlink()
+        program.mkdir()
+        self.assertStays("Permission denied")
         self.assertOpens("g", GUIDE)
         self.assertQuits()
 

@@ -18,7 +18,7 @@ if mkdir "$HOME/held-up" 2>/dev/null; then
     echo "stop began" > "$HOME/events"
     read -r < "$HOME/gate"
 fi
-exec /usr/bin/pkill "$@"
+exec /usr/bin/pgrep "$@"
 """
 
 STUBBORN_STATUS = """
@@ -65,7 +65,7 @@ class Quit(unittest.TestCase):
         self.assertAllStopped()
 
     def test_by_a_signal(self):
-        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(signal=number.name):
                 self.session.backend("refresh")
                 self.services = self.session.services()
@@ -117,11 +117,11 @@ class Quit(unittest.TestCase):
         self.assertAllStopped()
 
     def test_more_signals_do_not_cut_the_stop_short(self):
-        self.session.program("pkill", HELD_UP_STOP)
+        self.session.program("pgrep", HELD_UP_STOP)
         client = self.connected_client()
         client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stop began")
-        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             client.send(number)
         # What stops the services is still held up.
         self.assertLessEqual(set(self.services), set(running()))
@@ -131,7 +131,7 @@ class Quit(unittest.TestCase):
 
     def assertTakesOver(self, wait, *options):
         """A start while the backend is being stopped, which `wait` is to see begin."""
-        self.session.program("pkill", HELD_UP_STOP)
+        self.session.program("pgrep", HELD_UP_STOP)
         client = self.connected_client()
         client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stop began")

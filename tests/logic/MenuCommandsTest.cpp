@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <set>
 
 #include "tests/logic/ControllerTest.h"
@@ -155,18 +156,71 @@ TEST_F(MenuCommands, RestartStartsTheBundleAnewAndTerminatesAtOnce) {
   machine.mainBundle.bundle = "/home/u/backend/dist/Kestrune Menu Client.app";
   controller->performAction("restartMenuClient");
   EXPECT_EQ(newCalls(),
-            (CallLog{"open new instance of /home/u/backend/dist/Kestrune Menu Client.app", "terminate"}));
+            (CallLog{"launch /opt/kestrune/KestruneMenuClient",
+                     "open new instance of /home/u/backend/dist/Kestrune Menu Client.app", "terminate"}));
+  EXPECT_EQ(machine.processes.launches.back().arguments, std::vector<std::string>{"--version"});
   EXPECT_EQ(machine.loop.workerJobs(), 0U);
 }
 
 TEST_F(MenuCommands, RestartThatFailsSaysSoAndKeepsTheInstance) {
   machine.workspace.launchError = "找不到檔案。";
   choose("restartMenuClient");
-  EXPECT_EQ(newCalls(), (CallLog{"open new instance of " + controller->currentAppBundlePath(),
+  EXPECT_EQ(newCalls(), (CallLog{"launch /opt/kestrune/KestruneMenuClient",
+                                 "open new instance of " + controller->currentAppBundlePath(),
                                  "present alert", "show alert 重新啟動失敗"}));
   EXPECT_EQ(machine.alerts.shown,
             std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：找不到檔案。")});
   EXPECT_FALSE(machine.loop.isTerminated());
+}
+
+TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramCannotStart) {
+  machine.processes.launchError = "Exec format error";
+  choose("restartMenuClient");
+  EXPECT_EQ(newCalls(),
+            (CallLog{"launch /opt/kestrune/KestruneMenuClient", "present alert", "show alert 重新啟動失敗"}));
+  EXPECT_EQ(machine.alerts.shown,
+            std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：Exec format error")});
+}
+
+TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramFails) {
+  shellAnswers("--version", {.status = 127, .output = "libx.so.1: cannot open shared object file\n"});
+  choose("restartMenuClient");
+  shellAnswers("--version", {.status = 139});
+  choose("restartMenuClient");
+  machine.alerts.answer(0);
+  EXPECT_EQ(
+      machine.alerts.shown,
+      (std::vector{errorWindow("重新啟動失敗",
+                               "無法重新打開 Kestrune 菜單欄：libx.so.1: cannot open shared object file"),
+                   errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：程式以狀態 139 結束。")}));
+  EXPECT_FALSE(machine.loop.isTerminated());
+}
+
+TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSecondsAndGoesOnMeanwhile) {
+  shellAnswers("--version", {.runtime = Seconds{60}});
+  choose("restartMenuClient");
+  machine.loop.advance(Seconds{1.9});
+  EXPECT_EQ(newCalls(), CallLog{"launch /opt/kestrune/KestruneMenuClient"});
+  machine.loop.advance(Seconds{0.2});
+  EXPECT_EQ(newCalls(), (CallLog{"terminate group", "present alert", "show alert 重新啟動失敗"}));
+  EXPECT_EQ(machine.alerts.shown,
+            std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：命令逾時，已停止等待。")});
+
+  shellAnswers("--version", {.runtime = Seconds{1.9}});
+  choose("restartMenuClient");
+  EXPECT_FALSE(machine.loop.isTerminated());
+  machine.loop.advance(Seconds{2});
+  EXPECT_TRUE(machine.loop.isTerminated());
+}
+
+TEST_F(MenuCommands, RestartChosenTwiceStartsOneNewInstance) {
+  shellAnswers("--version", {.runtime = Seconds{0.1}});
+  choose("restartMenuClient");
+  choose("restartMenuClient");
+  machine.loop.advance(Seconds{1});
+  const CallLog calls = newCalls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "terminate"), 1);
+  EXPECT_TRUE(machine.loop.isTerminated());
 }
 
 TEST_F(MenuCommands, RestartMayBeTriedAgainAfterAFailure) {

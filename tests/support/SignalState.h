@@ -23,7 +23,8 @@ class SignalState {
   SignalState& operator=(const SignalState&) = delete;
 
  private:
-  static constexpr std::array numbers{SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGPIPE, SIGUSR1, SIGUSR2, SIGXFSZ};
+  static constexpr std::array numbers{SIGHUP,  SIGINT,  SIGQUIT, SIGTERM, SIGCHLD,
+                                      SIGPIPE, SIGUSR1, SIGUSR2, SIGXFSZ};
   sigset_t mask{};
   std::array<struct sigaction, numbers.size()> actions{};
 };

@@ -36,6 +36,11 @@ class Soak::Shell final : public Processes {
 
   LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override {
     FakeProcesses& processes = soak.machine.processes;
+    // The trial before a restart is no command of the worker.
+    if (arguments.back() == "--version") {
+      processes.scripts = {};
+      return processes.launch(executable, arguments);
+    }
     soak.rules.shellLineBegins(arguments.back());
     processes.scripts = {{"", soak.nextChild()}};
     LaunchResult launched = processes.launch(executable, arguments);
