@@ -93,7 +93,7 @@ class AppDelegate final : public ApplicationDelegate,
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name);
 
-  // MenuBarPresentation.cpp: lamp, logo, button, menu, commands, result window, notifications
+  // MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications; StatusMenu.cpp: the menu
 
   void configureStatusItem();
   void updateButton(ConnectionLampState state, const std::string& title);
@@ -135,12 +135,8 @@ class AppDelegate final : public ApplicationDelegate,
  private:
   friend struct AppDelegateState;  // the tests' view of the fields
 
-  /// One command of the menu: the name that its row carries, and what it runs.
-  struct MenuCommand {
-    std::string_view action;
-    void (AppDelegate::*run)();
-  };
-  static const MenuCommand menuCommands[];
+  struct MenuRow;
+  static const MenuRow menuRows[];
 
   void checkBackend(std::function<void(const StatusSnapshot&)> completion);
   void queryStatus(std::function<void(const StatusReport&)> then);
@@ -148,6 +144,7 @@ class AppDelegate final : public ApplicationDelegate,
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
+  bool isReconnecting() const { return reconnectInProgress; }
   void forgetSession();
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);

@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <random>
 
 #include "KestruneMenuClient/AppDelegate.h"
@@ -81,84 +79,7 @@ ImageRef AppDelegate::makeGrayscaleImage(const Image& image) {
       platform.images.applyColorControls(image, {.saturation = 0.0, .brightness = 0.0, .contrast = 1.0}));
 }
 
-// --- menu
-
-void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
-  if (!statusItem) fatalError("the menu is built before the status item exists");
-  Menu menu;
-  const auto add = [this, &menu](MenuItem item) {
-    item.id = static_cast<int>(menu.items.size()) + 1;
-    item.target = weak_from_this();
-    menu.items.push_back(std::move(item));
-  };
-  const auto line = [&add](std::string title) { add({.title = std::move(title), .enabled = false}); };
-  const auto command = [&add](std::string title, const char* action, const char* key) {
-    add({.title = std::move(title), .action = action, .keyEquivalent = key});
-  };
-  const auto toggle = [&add](std::string title, const char* action, const char* key, bool on) {
-    add({.title = std::move(title), .action = action, .keyEquivalent = key, .checked = on});
-  };
-  const auto separator = [&add] { add({.isSeparator = true}); };
-
-  line("Kestrune");
-  const StatusSnapshot current = snapshot(statusText, state);
-  for (std::string& row : statusRows(current)) line(std::move(row));
-  separator();
-  line("連線與常駐");
-  toggle("開機自動啟動菜單欄", "toggleLaunchAtLogin", "l", isLaunchAtLoginEnabled());
-  toggle("自動維持連線", "toggleAutoConnect", "a", isAutoConnectEnabled());
-  toggle("保持 Mac 醒著（防止斷線）", "toggleKeepAwake", "k", isKeepAwakeEnabled());
-  command(std::string("使用") + (isOfficialConnectionMode() ? " Kestrune 自托管模式" : "官方 ChatGPT 模式"),
-          "toggleConnectionMode", "m");
-  if (reconnectInProgress) {
-    line("正在重新檢查並恢復連線…");
-  } else if (isAutoConnectEnabled()) {
-    command("手動停止連線", "stopConnection", "x");
-  } else {
-    command("立即重新檢查連線", "refreshNow", "r");
-  }
-  separator();
-  line("查看與設定");
-  command("查看完整診斷", "showStatus", "s");
-  command("檢查 Codex 版本與 Remote Control", "showCodexRuntimeStatus", "c");
-  command("打開 Codex App", "openCodexApp", "d");
-  command("官方 ChatGPT 連接說明", "showChatGPTRemoteGuide", "g");
-  command("打開專案資料夾", "openProjectFolder", "o");
-  command("連線與 Token 設定…", "showSettings", ",");
-  command("重新啟動菜單欄", "restartMenuClient", "R");
-  separator();
-  command("退出 Kestrune", "quit", "q");
-
-  statusItem->setMenu(std::move(menu));
-  platform.statusFeed.publish(statusJson(current, true));
-}
-
 // --- commands
-
-const AppDelegate::MenuCommand AppDelegate::menuCommands[] = {
-    {"toggleLaunchAtLogin", &AppDelegate::toggleLaunchAtLogin},
-    {"toggleAutoConnect", &AppDelegate::toggleAutoConnect},
-    {"toggleKeepAwake", &AppDelegate::toggleKeepAwake},
-    {"toggleConnectionMode", &AppDelegate::toggleConnectionMode},
-    {"stopConnection", &AppDelegate::stopConnection},
-    {"refreshNow", &AppDelegate::refreshNow},
-    {"showStatus", &AppDelegate::showStatus},
-    {"showCodexRuntimeStatus", &AppDelegate::showCodexRuntimeStatus},
-    {"openCodexApp", &AppDelegate::openCodexApp},
-    {"showChatGPTRemoteGuide", &AppDelegate::showChatGPTRemoteGuide},
-    {"openProjectFolder", &AppDelegate::openProjectFolder},
-    {"showSettings", &AppDelegate::showSettings},
-    {"showPairingQR", &AppDelegate::showPairingQR},
-    {"restartMenuClient", &AppDelegate::restartMenuClient},
-    {"quit", &AppDelegate::quit},
-};
-
-void AppDelegate::performAction(std::string_view action) {
-  const auto* const command =
-      std::find_if(std::begin(menuCommands), std::end(menuCommands),
-                   [action](const MenuCommand& each) { return each.action == action; });
-  if (command != std::end(menuCommands)) (this->*command->run)();
-}
 
 void AppDelegate::runOnWorker(std::string commandLine, Seconds timeout,
                               std::function<void(const CommandResult&)> then) {

@@ -1,0 +1,95 @@
+#include <algorithm>
+#include <iterator>
+
+#include "KestruneMenuClient/AppDelegate.h"
+#include "KestruneMenuClient/FatalError.h"
+
+namespace kestrune {
+
+/// A row of the menu: its place, what it shows and what it runs. Rows 2 to 11 are those of `statusRows`.
+struct AppDelegate::MenuRow {
+  int number;               ///< permanent; of rows that share it, the first that applies shows
+  const char* title = "";   ///< empty: a separator
+  const char* action = "";  ///< the name by which faces and scripts choose the row
+  const char* key = "";
+  void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
+  bool (AppDelegate::*isOn)() const = nullptr;     ///< the check mark; null: the row has none
+  bool (AppDelegate::*applies)() const = nullptr;  ///< null: always
+};
+
+namespace {
+
+constexpr int lastRow = 29;
+constexpr int firstStatusRow = 2;
+constexpr int notInTheMenu = 0;
+
+}  // namespace
+
+using A = AppDelegate;
+const AppDelegate::MenuRow AppDelegate::menuRows[] = {
+    {1, "Kestrune"},
+    {12},
+    {13, "連線與常駐"},
+    {14, "開機自動啟動菜單欄", "toggleLaunchAtLogin", "l", &A::toggleLaunchAtLogin,
+     &A::isLaunchAtLoginEnabled},
+    {15, "自動維持連線", "toggleAutoConnect", "a", &A::toggleAutoConnect, &A::isAutoConnectEnabled},
+    {16, "保持 Mac 醒著（防止斷線）", "toggleKeepAwake", "k", &A::toggleKeepAwake, &A::isKeepAwakeEnabled},
+    {17, "使用 Kestrune 自托管模式", "toggleConnectionMode", "m", &A::toggleConnectionMode, nullptr,
+     &A::isOfficialConnectionMode},
+    {17, "使用官方 ChatGPT 模式", "toggleConnectionMode", "m", &A::toggleConnectionMode},
+    {18, "正在重新檢查並恢復連線…", "", "", nullptr, nullptr, &A::isReconnecting},
+    {18, "手動停止連線", "stopConnection", "x", &A::stopConnection, nullptr, &A::isAutoConnectEnabled},
+    {18, "立即重新檢查連線", "refreshNow", "r", &A::refreshNow},
+    {19},
+    {20, "查看與設定"},
+    {21, "查看完整診斷", "showStatus", "s", &A::showStatus},
+    {22, "檢查 Codex 版本與 Remote Control", "showCodexRuntimeStatus", "c", &A::showCodexRuntimeStatus},
+    {23, "打開 Codex App", "openCodexApp", "d", &A::openCodexApp},
+    {24, "官方 ChatGPT 連接說明", "showChatGPTRemoteGuide", "g", &A::showChatGPTRemoteGuide},
+    {25, "打開專案資料夾", "openProjectFolder", "o", &A::openProjectFolder},
+    {26, "連線與 Token 設定…", "showSettings", ",", &A::showSettings},
+    {27, "重新啟動菜單欄", "restartMenuClient", "R", &A::restartMenuClient},
+    {28},
+    {29, "退出 Kestrune", "quit", "q", &A::quit},
+    // A button of the settings dialog.
+    {notInTheMenu, "顯示手機配對 QR", "showPairingQR", "", &A::showPairingQR},
+};
+
+void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
+  if (!statusItem) fatalError("the menu is built before the status item exists");
+  const StatusSnapshot current = snapshot(statusText, state);
+  const std::vector<std::string> status = statusRows(current);
+  const auto isStatusRow = [&status](int number) {
+    return number >= firstStatusRow && number < firstStatusRow + static_cast<int>(status.size());
+  };
+  Menu menu;
+  for (int number = 1; number <= lastRow; ++number) {
+    MenuItem item{.id = number, .enabled = false, .target = weak_from_this()};
+    if (isStatusRow(number)) {
+      item.title = status[static_cast<std::size_t>(number - firstStatusRow)];
+    } else {
+      const auto* const row =
+          std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
+            return each.number == number && (each.applies == nullptr || (this->*each.applies)());
+          });
+      item.title = row->title;
+      item.isSeparator = item.title.empty();
+      item.action = row->action;
+      item.keyEquivalent = row->key;
+      item.enabled = row->run != nullptr || item.isSeparator;
+      if (row->isOn != nullptr) item.checked = (this->*row->isOn)();
+    }
+    menu.items.push_back(std::move(item));
+  }
+  statusItem->setMenu(std::move(menu));
+  platform.statusFeed.publish(statusJson(current, true));
+}
+
+void AppDelegate::performAction(std::string_view action) {
+  const auto* const row =
+      std::find_if(std::begin(menuRows), std::end(menuRows),
+                   [action](const MenuRow& each) { return each.run != nullptr && each.action == action; });
+  if (row != std::end(menuRows)) (this->*row->run)();
+}
+
+}  // namespace kestrune
