@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "dialogs/Appearance.h"
+#include "dialogs/MenuRow.h"
 #include "dialogs/SecretKeeper.h"
 #include "dialogs/Session.h"
 #include "dialogs/ToolkitWords.h"
@@ -88,6 +90,8 @@ int main(int argumentCount, char** arguments) {
 
   QApplication application(argumentCount, arguments);
   kestrune::dialogs::keepSecretsFromScreenReaders();
+  kestrune::dialogs::preferColorEmoji();
+  kestrune::dialogs::tellRowsToScreenReaders();
   kestrune::dialogs::ToolkitWords words;
   QCoreApplication::installTranslator(&words);
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));

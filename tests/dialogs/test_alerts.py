@@ -3,6 +3,7 @@
 import os
 import resource
 import signal
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -84,12 +85,12 @@ class Texts(Alerts):
         self.desk.screenshot("letters")
         self.assertEqual(window.names("label"), ["文字 🎉", text])
 
-    def test_what_could_do_more_than_be_read_becomes_blanks(self):
+    def test_what_could_do_more_than_be_read_is_not_shown(self):
         text = "a\0b \x1b[31mred\x1b[0m \u202eturned\u202c \u2066x\u2069 \x7f\x9b\r\nnext\rlast\u2028end\tafter\u0301"
         _, window = self.opened(alert(1, "a\0b\nc\u202e", text), name="a b c ")
         self.desk.screenshot("controls")
         self.assertEqual(window.names("label"),
-                         ["a b c ", "a b  [31mred [0m  turned   x    \nnext\nlast\nend\tafter\u0301"])
+                         ["a b c ", "a b red  turned   x    \nnext\nlast\nend\tafter\u0301"])
 
     def test_400_lines_scroll_and_the_button_stays_in_sight(self):
         program, window = self.opened(alert(1, "目前狀態", REPORT))
@@ -146,6 +147,13 @@ class Copies(Alerts):
         self.desk.keys("ctrl+a", "ctrl+c", "Tab")
         window.find("push button", "好").has_focus()
 
+    def menu_of(self, node):
+        """What a right click on it opens."""
+        self.desk.reader.signals.clear()
+        left, top, *_ = node.place()
+        self.desk.run("xdotool", "mousemove", str(left + 10), str(top + 5), "click", "3")
+        return self.desk.reader.told_of("popup menu")
+
     def pasted(self, program):
         program.show(alert(2, "貼上", view=field("copy")))
         program.window("貼上").find("text").has_focus()
@@ -168,16 +176,31 @@ class Copies(Alerts):
         self.assertEqual(self.pasted(program), answered(2, 0, copy=f"前\n\n{line}\n後"))
 
     def test_by_the_menu_of_the_text(self):
-        program, window = self.opened(alert(1, text=REPORT))
-        window.find("text").focus()
-        self.desk.reader.signals.clear()
-        self.desk.keys("ctrl+a", "Menu")
-        menu = self.desk.reader.told_of("popup menu")
-        self.desk.screenshot("context-menu")
-        self.assertEqual([name.partition("\t")[0] for name in menu.names("menu item")], ["複製(C)", "全選"])
-        self.desk.keys("c")
+        for role, text in (("text", REPORT), ("label", "一 <b>\n二 &")):
+            with self.subTest(role):
+                program, window = self.opened(alert(1, text=text))
+                shown = [node for node in window.all() if node.role() == role][-1]
+                shown.focus()
+                self.desk.keys("ctrl+a")
+                menu = self.menu_of(shown)
+                self.desk.screenshot(f"context-menu-{role}")
+                self.assertEqual([name.partition("\t")[0] for name in menu.names("menu item")], ["複製(C)", "全選"])
+                self.desk.keys("c")
+                self.desk.reader.wait(lambda: not menu.is_shown(), "end of the menu")
+                self.assertEqual(self.pasted(program), answered(2, 0, copy=text))
+                self.desk.keys("Escape")
+                self.assertEnds(program, answered(1, 0))
+
+    def test_by_the_menu_of_a_short_text_alone(self):
+        program, window = self.opened(alert(1, text="一 <b>\n二 &"))
+        text = window.find("label", "一 <b>\n二 &")
+        menu = self.menu_of(text)
+        self.assertEqual(["enabled" in node.states() for node in menu.all() if node.role() == "menu item"], [False, True])
+        self.desk.keys("Up", "Return")
         self.desk.reader.wait(lambda: not menu.is_shown(), "end of the menu")
-        self.assertEqual(self.pasted(program), answered(2, 0, copy=REPORT))
+        self.desk.keys("ctrl+c", "Tab")
+        window.find("push button", "好").has_focus()
+        self.assertEqual(self.pasted(program), answered(2, 0, copy="一 <b>\n二 &"))
 
 
 class Buttons(Alerts):
@@ -349,6 +372,81 @@ class Views(Alerts):
         program, _ = self.opened(alert(1, view=view("stack", *map(view, kinds))))
         self.desk.keys("Escape")
         self.assertEqual(program.event()["answered"]["button"], 0)
+
+
+def lightness(colour):
+    return sum(int(colour[at:at + 2], 16) for at in (1, 3, 5)) / 3
+
+
+def is_coloured(colour):
+    parts = [int(colour[at:at + 2], 16) for at in (1, 3, 5)]
+    return max(parts) - min(parts) > 60
+
+
+DARK_KDE = "\n".join(f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252"
+                     for part in ("Button", "Selection", "Tooltip", "View", "Window")) + "\n"
+
+
+class DarkDesktop(Alerts):
+    def test_a_placeholder_is_told_from_its_field(self):
+        settings = self.desk.root / "kde"
+        settings.mkdir()
+        (settings / "kdeglobals").write_text(DARK_KDE)
+        program = self.program(environment={"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5",
+                                            "XDG_CONFIG_HOME": str(settings)})
+        program.show(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))))
+        window = program.window("標題")
+        self.desk.screenshot("placeholder-dark")
+        left, top, width, height = window.find("text", "提示").place()
+        shades = sorted(map(lightness, self.desk.colours(left + 4, top + 4, width - 8, height - 8)))
+        self.assertLess(shades[0], 50)
+        self.assertGreater(shades[-1], 120)
+
+
+FONTS = """<?xml version="1.0"?>
+<!DOCTYPE fontconfig SYSTEM "urn:fontconfig:fonts.dtd">
+<fontconfig>
+  <dir>{folder}</dir>
+  <cachedir>{folder}/cache</cachedir>
+  <match><edit name="family" mode="prepend" binding="strong"><string>Noto Sans CJK TC</string></edit></match>
+</fontconfig>
+"""
+LATIN_AND_GREY_EMOJI, CHINESE, EMOJI = "DejaVuSans.ttf", "NotoSansCJK-Regular.ttc", "NotoColorEmoji.ttf"
+
+
+class OwnFonts(Alerts):
+    """With some of the fonts of the machine, and no others."""
+
+    def setUp(self):
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
+        (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
+        installed = map(Path, self.desk.run("fc-list", "--format=%{file}\\n").decode().splitlines())
+        self.installed = {font.name: font for font in installed}
+
+    def shades(self, text, *fonts):
+        """The colours in which `text` is shown with these fonts."""
+        for font in fonts:
+            (self.folder / font).symlink_to(self.installed[font])
+        program = self.program(environment={"FONTCONFIG_FILE": str(self.folder / "fonts.conf")})
+        program.show(alert(1, "標題", text))
+        place = program.window("標題").find("label", text).place()
+        self.desk.screenshot("fonts-" + "-".join(fonts))
+        return self.desk.colours(*place)
+
+    def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
+        # It stands before the emoji where no family is named.
+        shades = self.shades("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI)
+        self.assertTrue([shade for shade in shades if is_coloured(shade)], shades)
+
+    def test_lamps_are_in_colour_without_an_emoji_font(self):
+        shades = self.shades("🟢🟡🔴", CHINESE)
+        self.assertLessEqual({"#3FA34D", "#F2B90C", "#E5484D"}, shades)
+
+    def test_digits_are_those_of_the_text(self):
+        # An emoji font has them too, for keys with a digit on them.
+        text = "0123456789#*"
+        plain = self.shades(text, CHINESE)
+        self.assertEqual(self.shades(text, EMOJI), plain)
 
 
 class Stacked(Alerts):
