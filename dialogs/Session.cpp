@@ -57,11 +57,11 @@ void Session::forget(int id) {
 }
 
 void Session::perform(const Raise& request) {
-  constexpr int menuId = 0;
-  if (request.id == menuId && menu) menu->present();
-  auto at = std::find_if(alerts.begin(), alerts.end(),
-                         [&request](const AlertWindow* each) { return each->id == request.id; });
-  for (; at != alerts.end(); ++at) (*at)->present();
+  // The toolkit takes it from there, for the next window that is activated.
+  if (!request.activationToken.empty())
+    qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
+  if (menu) menu->present();
+  for (auto* const each : alerts) each->present();
 }
 
 void Session::perform(const ShowMenu& request) {
