@@ -1,12 +1,18 @@
 #include "dialogs/DialogWindow.h"
 
 #include <QEvent>
+#include <QGuiApplication>
 #include <QLineEdit>
 #include <QShowEvent>
 #include <QWindow>
 #include <utility>
 
 namespace kestrune::dialogs {
+
+bool isOnWayland() {
+  static const bool answer = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+  return answer;
+}
 
 DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
   setWindowFlag(Qt::WindowContextHelpButtonHint, false);
@@ -37,15 +43,29 @@ void DialogWindow::setName(const QString& name) {
 
 void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
-  if (onShown) windowHandle()->installEventFilter(this);
+  if (event->spontaneous()) return;
+  windowHandle()->installEventFilter(this);
+  // Tiling compositors float a window that is mapped with a fixed size. Once it is mapped, it may be resized.
+  if (isOnWayland()) limitSize(size(), size());
+}
+
+void DialogWindow::limitSize(QSize least, QSize most) {
+  windowHandle()->setMinimumSize(least);
+  windowHandle()->setMaximumSize(most);
 }
 
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
-  if (event->type() == QEvent::Expose && windowHandle()->isExposed() && onShown) {
+  if (event->type() == QEvent::Expose && windowHandle()->isExposed()) {
     watched->removeEventFilter(this);
-    furnish();
+    if (onShown) furnish();
     // Not before the event has done its work, which is the first drawing.
-    QMetaObject::invokeMethod(this, std::exchange(onShown, nullptr), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+          if (isOnWayland()) limitSize(minimumSize(), maximumSize());
+          if (onShown) std::exchange(onShown, nullptr)();
+        },
+        Qt::QueuedConnection);
   }
   return QDialog::eventFilter(watched, event);
 }

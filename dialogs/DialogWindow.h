@@ -5,6 +5,8 @@
 
 namespace kestrune::dialogs {
 
+bool isOnWayland();
+
 /// What the windows of this program have in common.
 class DialogWindow : public QDialog {
  public:
@@ -27,6 +29,9 @@ class DialogWindow : public QDialog {
 
   void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  void limitSize(QSize least, QSize most);
 };
 
 }  // namespace kestrune::dialogs

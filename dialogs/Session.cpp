@@ -57,11 +57,17 @@ void Session::forget(int id) {
 }
 
 void Session::perform(const Raise& request) {
-  constexpr int menuId = 0;
-  if (request.id == menuId && menu) menu->present();
-  auto at = std::find_if(alerts.begin(), alerts.end(),
-                         [&request](const AlertWindow* each) { return each->id == request.id; });
-  for (; at != alerts.end(); ++at) (*at)->present();
+  std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
+  if (menu) windows.push_back(menu.get());
+  // The toolkit takes it from there, for the next window that is activated.
+  if (!request.activationToken.empty())
+    qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
+  // A Wayland client is not told that its window is minimised, nor that a token was refused. A window that is
+  // mapped again appears on the current workspace.
+  if (isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow()) {
+    for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
+  }
+  for (auto* const each : windows) each->present();
 }
 
 void Session::perform(const ShowMenu& request) {

@@ -87,6 +87,8 @@ int main(int argumentCount, char** arguments) {
   std::signal(SIGPIPE, SIG_IGN);
   // A session that is saved must not start it again at the next login: nobody would be there to talk to.
   unsetenv("SESSION_MANAGER");
+  // That of the client's own start, used up long ago.
+  unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
   kestrune::dialogs::keepSecretsFromScreenReaders();

@@ -8,7 +8,7 @@ build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libut
 run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
 # Daemons, a display and a panel of the tests' own, and who makes and judges a package.
 test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
-    x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst
+    x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst sway
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
     dpkg-dev file lintian appstream man-db)
 # What the benchmarks measure with.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,8 +38,6 @@ class TerminalDialogue {
   bool asksForField() const { return next < parts.size(); }
   /// Whether the answer to it must not be seen.
   bool asksForSecret() const;
-
-  std::shared_ptr<ActionTarget> target() const { return alert.target.lock(); }
 
  private:
   void collect(const View& view);

@@ -34,7 +34,7 @@ class TerminalFace::Item final : public StatusItem {
 };
 
 TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor)
-    : queue(loop.mainQueue()),
+    : AlertQueue(loop.mainQueue()),
       output(loop, STDOUT_FILENO),
       input(loop),
       abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
@@ -77,7 +77,7 @@ std::string TerminalFace::row(std::size_t number, const MenuItem& item) const {
 /// Both in one piece: of two, the second is dropped when a slow terminal has too much of the first to read.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
-  const TerminalDialogue* const dialogue = open.empty() ? nullptr : open.back().dialogue.get();
+  const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
   input.hideTyping(dialogue != nullptr && dialogue->asksForSecret());
   if (input.isTerminal()) {
     text += dialogue != nullptr ? dialogue->question() : "列號或按鍵> ";
@@ -120,42 +120,18 @@ void TerminalFace::choose(const std::string& text) {
   }
 }
 
-void TerminalFace::present(AlertRequest request) {
-  const bool isThere =
-      !request.identifier.empty() &&
-      (std::any_of(open.begin(), open.end(),
-                   [&](const Open& each) { return each.request.identifier == request.identifier; }) ||
-       std::any_of(waiting.begin(), waiting.end(),
-                   [&](const AlertRequest& each) { return each.identifier == request.identifier; }));
-  if (isThere) return;
-  if (performing) {
-    queue.async([this, request = std::move(request)] { show(request); });
-  } else {
-    waiting.push_back(std::move(request));
-    queue.async([this] { showNextAlert(); });
-  }
-}
-
-void TerminalFace::showNextAlert() {
-  if (!open.empty() || waiting.empty()) return;
-  AlertRequest next = std::move(waiting.front());
-  waiting.pop_front();
-  show(std::move(next));
-}
-
-void TerminalFace::show(AlertRequest request) {
+void TerminalFace::show(const Open& shown) {
   TerminalAbilities present = abilities;
   present.columns = output.columns();
-  auto dialogue = std::make_unique<TerminalDialogue>(request.describe(), present);
-  std::string text = dialogue->begin();
-  open.push_back({std::move(request), std::move(dialogue)});
+  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, present));
+  std::string text = dialogues.back()->begin();
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);
   finishAlert({});
 }
 
 void TerminalFace::answerAlert(const std::string& line) {
-  TerminalDialogue& dialogue = *open.back().dialogue;
+  TerminalDialogue& dialogue = *dialogues.back();
   // The end of a line that was not shown was not shown either.
   const std::string unseenEnd = dialogue.asksForSecret() && input.isTerminal() ? "\n" : "";
   const auto step = dialogue.take(line);
@@ -164,35 +140,22 @@ void TerminalFace::answerAlert(const std::string& line) {
     output.write(text);
     return finishAlert(*step.answer);
   }
-  if (const auto target = dialogue.target(); target && !step.action.empty()) {
+  if (!step.action.empty()) {
     output.write(text);
-    performing = true;
-    target->performAction(step.action);
-    performing = false;
-    // What it has asked for comes first, with a prompt of its own.
-    queue.async([this, depth = open.size()] {
-      if (open.size() == depth) prompt();
-    });
-    return;
+    return press(open.back().id, step.action);
   }
   prompt(std::move(text));
 }
 
-void TerminalFace::finishAlert(const AlertAnswer& answer) {
-  const auto completion = std::move(open.back().request.completion);
-  open.pop_back();
-  completion(answer);
-  queue.async([this, depth = open.size()] { goOn(depth); });
+void TerminalFace::finishAlert(const AlertAnswer& given) {
+  dialogues.pop_back();
+  answer(open.back().id, given);
 }
 
-/// With the alert beneath the one that was answered, the next one, or the menu.
-void TerminalFace::goOn(std::size_t depth) {
-  if (open.size() > depth) return;  // another has come already
+void TerminalFace::resume() {
   if (!open.empty()) {
     if (inputEnded) return finishAlert({});
-    prompt(open.back().dialogue->again());
-  } else if (!waiting.empty()) {
-    showNextAlert();
+    prompt(dialogues.back()->again());
   } else if (printPending) {
     printMenu();
   } else {
@@ -201,6 +164,8 @@ void TerminalFace::goOn(std::size_t depth) {
 }
 
 void TerminalFace::close() {
+  forget();
+  dialogues.clear();
   input.hideTyping(false);
 }
 

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <deque>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/Alert.h"
+#include "platform/AlertQueue.h"
 #include "platform/StatusItem.h"
 #include "platform/terminal/TerminalDialogue.h"
 #include "platform/terminal/TerminalInput.h"
@@ -17,7 +14,7 @@ namespace kestrune {
 
 /// The menu and the alerts as text, for machines and sessions without a desktop. Prints the menu whenever it
 /// changes; takes the number of a row or its key. Main thread.
-class TerminalFace final : public StatusBar, public Alerts {
+class TerminalFace final : public StatusBar, public AlertQueue {
  public:
   /// `styled` and `colored`: may use styles, and colours where there is no doing without, if the output is a
   /// terminal.
@@ -25,7 +22,6 @@ class TerminalFace final : public StatusBar, public Alerts {
 
   /// The only one; it refers to this.
   std::unique_ptr<StatusItem> statusItem(double length) override;
-  void present(AlertRequest request) override;
 
   /// Leaves the terminal as it was found. For the end of the process.
   void close();
@@ -38,24 +34,19 @@ class TerminalFace final : public StatusBar, public Alerts {
 
  private:
   class Item;
-  struct Open {
-    AlertRequest request;
-    std::unique_ptr<TerminalDialogue> dialogue;
-  };
 
   void changed();
   void handleLine(const std::string& line);
   void choose(const std::string& text);
-  void showNextAlert();
-  void show(AlertRequest request);
+  void show(const Open& shown) override;
+  void raise() override {}
+  void resume() override;
   void answerAlert(const std::string& line);
   void finishAlert(const AlertAnswer& answer);
-  void goOn(std::size_t depth);
   void prompt(std::string text = {});
   std::string row(std::size_t number, const MenuItem& item) const;
   std::string styled(const char* style, const std::string& text) const;
 
-  MainQueue& queue;
   TerminalOutput output;
   TerminalInput input;
   const TerminalAbilities abilities;  ///< but for the columns, which change
@@ -66,9 +57,7 @@ class TerminalFace final : public StatusBar, public Alerts {
   bool printPending = false;
   std::size_t prompts = 0;  ///< given so far
 
-  std::deque<AlertRequest> waiting;
-  std::vector<Open> open;   ///< each on top of the one before
-  bool performing = false;  ///< a button inside an open alert is doing what it does
+  std::vector<std::unique_ptr<TerminalDialogue>> dialogues;  ///< one for each open alert
 };
 
 }  // namespace kestrune

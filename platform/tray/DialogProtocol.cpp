@@ -264,9 +264,7 @@ Request requestFrom(const json& object) {
   if (const auto alert = object.find("alert"); alert != object.end()) {
     return ShowAlert{wholeNumber(object.at("id"), 1), alertFromJson(*alert)};
   }
-  if (const auto raise = object.find("raise"); raise != object.end()) {
-    return Raise{wholeNumber(*raise, 0)};
-  }
+  if (const auto raise = object.find("raise"); raise != object.end()) return Raise{raise->get<std::string>()};
   if (const auto menu = object.find("menu"); menu != object.end()) return ShowMenu{menuFromJson(*menu)};
   throw Misunderstood{"a line that asks for nothing known"};
 }
@@ -319,7 +317,7 @@ std::string encode(const Request& request) {
                                  return json{{"id", each.id}, {"alert", alertToJson(each.alert)}};
                                },
                                [](const Raise& each) {
-                                 return json{{"raise", each.id}};
+                                 return json{{"raise", each.activationToken}};
                                },
                                [](const ShowMenu& each) {
                                  return json{{"menu", menuToJson(each.menu)}};

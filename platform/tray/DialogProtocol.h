@@ -20,10 +20,9 @@ struct ShowAlert {
   Alert alert;
 };
 
-/// Bring this window to the front, with those that stand on it. One that is answered already is passed over:
-/// the answer and this may have crossed on their way.
+/// Bring all windows to the front. The token also serves the next window that is shown.
 struct Raise {
-  int id = 0;  ///< of the alert; 0 for the menu
+  std::string activationToken{};  ///< by which the desktop allows it (xdg-activation); empty: none
 };
 
 /// Show this menu as a window, or change the one that shows to it. A process shows alerts or a menu, not

@@ -7,12 +7,6 @@
 
 namespace kestrune {
 
-namespace {
-
-constexpr int menuId = 0;  // where an alert has its number
-
-}  // namespace
-
 MenuWindow::MenuWindow(EventLoop& givenLoop, std::string givenProgram, bool givenHasDisplay,
                        Seconds givenPatience)
     : loop(givenLoop),
@@ -28,11 +22,8 @@ void MenuWindow::setMenu(const Menu& changed) {
   if (process) process->send(dialogs::ShowMenu{menu});
 }
 
-void MenuWindow::show() {
-  if (process) {
-    process->send(dialogs::Raise{menuId});
-    return;
-  }
+void MenuWindow::show(const std::string& activationToken) {
+  if (process) return process->send(dialogs::Raise{activationToken});
   if (!hasDisplay) return report("there is no display");
   process = std::make_unique<DialogProcess>(
       loop, [this](const dialogs::Event& event) { handle(event); },
@@ -41,6 +32,7 @@ void MenuWindow::show() {
     process.reset();
     return report(*problem);
   }
+  if (!activationToken.empty()) process->send(dialogs::Raise{activationToken});
   process->send(dialogs::ShowMenu{menu});
   deadline = loop.after(patience, [this] {
     process->kill();

@@ -19,9 +19,9 @@ class MenuWindow {
 
   void setMenu(const Menu& menu);
 
-  /// Shows the window, or brings the one that is open to the front. One that cannot be shown is told on
-  /// standard error.
-  void show();
+  /// Shows the window, or brings the one that is open to the front; by `activationToken` (xdg-activation) if
+  /// whoever asks was given one, else it is empty. A window that cannot be shown is told on standard error.
+  void show(const std::string& activationToken = {});
 
   void close();
 

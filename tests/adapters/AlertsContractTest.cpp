@@ -39,6 +39,7 @@ class FakeAlertFace final : public AlertFace {
   void press(std::size_t button) override {
     loop.runMain();
     fake.answer(button);
+    loop.runMain();
   }
   void cancel() override {
     loop.runMain();

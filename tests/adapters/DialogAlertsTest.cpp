@@ -100,14 +100,6 @@ TEST_F(TheDialogAlerts, TakeAnAnswerThatComesBeforeTheWindowIsReported) {
   EXPECT_EQ(answers, Texts{"a 1"});
 }
 
-TEST_F(TheDialogAlerts, TakeAButtonThatIsNotThereForNone) {
-  DialogsRun& run = open("a");
-  run.say(Answered{lastId, {2}});
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"a cancelled"});
-  EXPECT_EQ(notified(), Texts{});
-}
-
 TEST_F(TheDialogAlerts, IgnoreWhatConcernsNoOpenAlert) {
   DialogsRun& run = open("a");
   run.say(Shown{lastId + 1});
@@ -209,36 +201,12 @@ TEST_F(TheDialogAlerts, StackWhatAButtonInsideAsksFor) {
   EXPECT_EQ(next.front().alert.messageText, "queued");
 }
 
-TEST_F(TheDialogAlerts, KeepTheQueueBehindTheLowestOfAStack) {
-  DialogsRun& run = open("first");
+TEST_F(TheDialogAlerts, AreRaisedForAnAlertThatHasToWait) {
+  DialogsRun& run = open("minimised");
   present("queued");
-  target->onPerform = [this] { present("top"); };
-  run.say(Pressed{lastId, "explain"});
-  const int top = run.asked<ShowAlert>(2)[1].id;
-  run.say(Answered{top, {1}});
-  ASSERT_TRUE(areAnswered(1));
-  settleQueue(loop);
-  EXPECT_EQ(stand.runs.size(), 1u);
+  run.asked<dialogs::Raise>(1);
   EXPECT_EQ(run.requests.size(), 2u);
-  run.say(Answered{lastId, {0}});
-  EXPECT_EQ(stand.run(2).asked<ShowAlert>(1).front().alert.messageText, "queued");
-  EXPECT_EQ(answers, (Texts{"top 1", "first 0"}));
-}
-
-TEST_F(TheDialogAlerts, QueueWhatAnAnswerAsksFor) {
-  DialogsRun& run = open("first");
-  present("queued");
-  target->onPerform = [this] { present("top"); };
-  run.say(Pressed{lastId, "explain"});
-  const int top = run.asked<ShowAlert>(2)[1].id;
-  windows.present({[this] { return alert("later"); }, [](const AlertAnswer&) {}});
-  run.say(Answered{top, {0}});
-  run.say(Answered{lastId, {0}});
-  DialogsRun& second = stand.run(2);
-  const auto queued = second.asked<ShowAlert>(1).front();
-  EXPECT_EQ(queued.alert.messageText, "queued");
-  second.say(Answered{queued.id, {0}});
-  EXPECT_EQ(stand.run(3).asked<ShowAlert>(1).front().alert.messageText, "later");
+  EXPECT_EQ(answers, Texts{});
 }
 
 TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
@@ -251,17 +219,6 @@ TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
   EXPECT_EQ(answers, (Texts{"top cancelled", "first cancelled"}));
   EXPECT_EQ(notified(), (Texts{"top|about top", "first|about first"}));
   EXPECT_NE(notifications.posted[0].identifier, notifications.posted[1].identifier);
-}
-
-TEST_F(TheDialogAlerts, DoNothingForAButtonWhoseTargetHasGone) {
-  DialogsRun& run = open("a");
-  const std::weak_ptr<RecordingTarget> watched = target;
-  target.reset();
-  EXPECT_TRUE(watched.expired());
-  run.say(Pressed{lastId, "act"});
-  run.say(Answered{lastId, {0}});
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"a 0"});
 }
 
 TEST_F(TheDialogAlerts, HoldNothingUpWhenTheProgramReadsSlowly) {

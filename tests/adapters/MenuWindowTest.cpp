@@ -154,11 +154,20 @@ TEST_F(TheMenuWindow, ComesToTheFrontWhenItIsAskedForAgain) {
   window.setMenu(menu);
   DialogsRun& run = open();
   window.show();
-  EXPECT_EQ(run.asked<Raise>(1).front().id, 0);
-  window.show();
-  run.asked<Raise>(2);
+  EXPECT_EQ(run.asked<Raise>(1).front().activationToken, "");
+  window.show("token");
+  EXPECT_EQ(run.asked<Raise>(2).back().activationToken, "token");
   EXPECT_EQ(stand.runs.size(), 1u);
   EXPECT_EQ(run.asked<ShowMenu>(1).size(), 1u);
+}
+
+TEST_F(TheMenuWindow, IsGivenTheTokenThatItIsActivatedByBeforeItComes) {
+  window.setMenu(menu);
+  window.show("token");
+  DialogsRun& run = stand.run();
+  run.asked<ShowMenu>(1);
+  ASSERT_EQ(run.requests.size(), 2u);
+  EXPECT_EQ(std::get<Raise>(run.requests[0]).activationToken, "token");
 }
 
 TEST_F(TheMenuWindow, HasTimeWithoutLimitOnceItIsThere) {

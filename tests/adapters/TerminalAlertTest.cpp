@@ -96,29 +96,6 @@ TEST_F(TerminalAlert, IsAnsweredOnce) {
   EXPECT_EQ(answers, Answers{"a 0"});
 }
 
-TEST_F(TerminalAlert, ComesAloneAndInTurn) {
-  present("first");
-  present("second");
-  present("third");
-  const std::string shown = onScreen();
-  EXPECT_NE(shown.find("first"), std::string::npos);
-  EXPECT_EQ(shown.find("second"), std::string::npos);
-  EXPECT_NE(after("\n").find("second"), std::string::npos);
-  EXPECT_NE(after("2\n").find("third"), std::string::npos);
-  after("\n");
-  EXPECT_EQ(answers, (Answers{"first 0", "second 1", "third 0"}));
-}
-
-TEST_F(TerminalAlert, AskedForByAnAnswerComesAfterThoseThatWait) {
-  present({.messageText = "first", .informativeText = "", .buttons = {"OK"}}, [this] { present("last"); });
-  present("second");
-  onScreen();
-  EXPECT_NE(after("\n").find("second"), std::string::npos);
-  EXPECT_NE(after("\n").find("last"), std::string::npos);
-  after("2\n");
-  EXPECT_EQ(answers, (Answers{"first 0", "second 0", "last 1"}));
-}
-
 TEST_F(TerminalAlert, KeepsTheMenuBackUntilItIsAnswered) {
   present("a");
   onScreen();

@@ -218,15 +218,10 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
     ASSERT_TRUE(rig.screen.shows("the-row"));
   }
 
-  void present(Alert alert, const std::string& identifier = {}) {
+  void present(Alert alert) {
     alert.target = target;
-    rig.face->present({.describe =
-                           [this, alert] {
-                             ++described;
-                             return alert;
-                           },
-                       .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); },
-                       .identifier = identifier});
+    rig.face->present({.describe = [alert] { return alert; },
+                       .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
   }
   bool isAnswered() {
     return comesTrue(loop, [this] { return !answers.empty(); });
@@ -241,7 +236,6 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
   TerminalRig rig{loop, GetParam()};
   std::unique_ptr<StatusItem> item;
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  int described = 0;
   std::vector<AlertAnswer> answers;
 };
 
@@ -272,21 +266,6 @@ TEST_P(TerminalForm, IsCancelledByTheEndOfTheInput) {
   EXPECT_EQ(answers[0].button, std::nullopt);
 }
 
-TEST_P(TerminalForm, IsThereOnceUnderItsIdentifier) {
-  present(form({}), "form");
-  present(form({}), "form");
-  EXPECT_TRUE(rig.screen.shows("[1] Save"));
-  present(form({}), "form");
-  rig.type("2\n");
-  ASSERT_TRUE(isAnswered());
-  settleQueue(loop);
-  EXPECT_EQ(described, 1);
-  EXPECT_EQ(answers.size(), 1U);
-  present(form({}), "form");
-  settleQueue(loop);
-  EXPECT_EQ(described, 2);
-}
-
 TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
@@ -310,7 +289,7 @@ TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
   };
-  present(form({field("a", "1"), field("b", "2"), button("Show", "show")}), "form");
+  present(form({field("a", "1"), field("b", "2"), button("Show", "show")}));
   EXPECT_TRUE(rig.screen.shows("Field a"));
   // The empty line closes what stands on top, and not the form beneath.
   rig.type("new\n\n3\n\n2\n");

@@ -115,7 +115,7 @@ TEST(DialogProtocol, APictureArrivesWithAllItsBitmaps) {
 }
 
 TEST(DialogProtocol, RaisingArrives) {
-  EXPECT_EQ(requested<Raise>(encode(Request{Raise{3}})).id, 3);
+  EXPECT_EQ(requested<Raise>(encode(Request{Raise{"token"}})).activationToken, "token");
 }
 
 TEST(DialogProtocol, AMenuArrivesWhole) {
@@ -166,7 +166,7 @@ TEST(DialogProtocol, ATextOfMegabytesArrives) {
 
 TEST(DialogProtocol, AnotherVersionSaysWhichIsWhich) {
   for (const auto& [version, said] : {std::pair{0, "0"}, {2, "2"}, {-1, "-1"}}) {
-    json line = json::parse(encode(Request{Raise{1}}));
+    json line = json::parse(encode(Request{Raise{"t"}}));
     line["version"] = version;
     const auto expected = "it speaks version "s + said +
                           " of the protocol, this half version 1; install both from the same build";
@@ -188,13 +188,13 @@ TEST(DialogProtocol, RubbishIsRefusedAndNotQuoted) {
                            "\xff\xfe"s,
                            "\0"s,
                            "{\"version\":1}"s,
-                           R"({"version":"1","raise":1})"s,
-                           R"({"version":1.0,"raise":1})"s,
-                           R"({"version":true,"raise":1})"s,
-                           R"({"version":99999999999,"raise":1})"s,
+                           R"({"version":"1","raise":""})"s,
+                           R"({"version":1.0,"raise":""})"s,
+                           R"({"version":true,"raise":""})"s,
+                           R"({"version":99999999999,"raise":""})"s,
                            R"({"version":1,"secret":1})"s,
-                           R"([{"version":1,"raise":1}])"s,
-                           R"({"version":1,"raise":1} {"version":1,"raise":1})"s,
+                           R"([{"version":1,"raise":""}])"s,
+                           R"({"version":1,"raise":1} {"version":1,"raise":""})"s,
                            std::string(200'000, '['),
                            R"({"version":1,"alert":)" + std::string(200'000, '[')}) {
     for (const auto& reason : {reasonAgainstRequest(line), reasonAgainstEvent(line)}) {
@@ -255,7 +255,7 @@ TEST(DialogProtocol, NoWrongValueGetsThroughUnnoticed) {
   };
   forEachReplacement(json::parse(encode(Request{ShowAlert{1, alert}})), take);
   forEachReplacement(json::parse(encode(Request{ShowMenu{fullMenu()}})), take);
-  forEachReplacement(json::parse(encode(Request{Raise{1}})), take);
+  forEachReplacement(json::parse(encode(Request{Raise{"t"}})), take);
   EXPECT_GT(refused, 500);
 }
 

@@ -87,11 +87,11 @@ class Managed(unittest.TestCase):
     def test_raising_brings_it_before_others_and_out_of_its_icon(self):
         program = self.open(alert(1, "甲", view=field("a", "x")))
         other = self.open(alert(1, "乙"))
-        program.send({"raise": 1})
+        program.send({"raise": ""})
         program.window("甲")
         self.desk.run("xdotool", "windowminimize", "--sync", self.window("甲"))
         other.window("乙")
-        program.send({"raise": 1})
+        program.send({"raise": ""})
         program.window("甲")
         self.desk.keys("Return")
         self.assertEqual(program.event(), {"id": 1, "answered": {"button": 0, "fields": {"a": "x"}}})

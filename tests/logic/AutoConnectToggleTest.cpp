@@ -102,6 +102,7 @@ TEST_F(AutoConnectToggle, SwitchedOffAndOnStopsBeforeItReconnects) {
   EXPECT_EQ(machine.processes.launches[0].arguments.back(), controller->backendServiceStopCommand());
   EXPECT_EQ(machine.processes.launches[1].arguments.back(), controller->backendCommandLine("refresh"));
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown, (std::vector{offWindow, onWindow}));
 }
 

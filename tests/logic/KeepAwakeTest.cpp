@@ -202,6 +202,7 @@ TEST_F(KeepAwakeToggle, GoesThereAndBack) {
   choose("toggleKeepAwake");
   EXPECT_TRUE(isStored("keepAwakeEnabled", true));
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown, (std::vector{offWindow, onWindow}));
   EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
 }

@@ -164,7 +164,9 @@ TEST_F(Reconnect, WindowHasTheTitleThatItIsGivenOrItsOwn) {
   machine.loop.settle();
   machine.loop.advance(Seconds{1.25});
   machine.alerts.answer(0);
+  machine.loop.runMain();
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown, (std::vector{informationWindow("刷新連線", "沒有輸出。"),
                                                informationWindow("設定已保存", "沒有輸出。"),
                                                informationWindow("", "沒有輸出。")}));
@@ -300,6 +302,7 @@ TEST_F(Reconnect, TwoEachHaveTheirWindowAndTheirFinalRefresh) {
   machine.loop.advance(Seconds{5});
   EXPECT_EQ(statusQueries(), 2U);
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown,
             (std::vector{informationWindow("a", "沒有輸出。"), informationWindow("b", "沒有輸出。")}));
   EXPECT_FALSE(state.reconnectInProgress);

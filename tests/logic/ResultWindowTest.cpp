@@ -53,6 +53,7 @@ TEST_F(ResultWindow, SecondOneWaitsForTheFirstAndStillSaysItsOwn) {
   machine.loop.settle();
   EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow("a", "1")});
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown, (std::vector{informationWindow("a", "1"), errorWindow("b", "2")}));
 }
 

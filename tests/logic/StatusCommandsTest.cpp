@@ -105,7 +105,9 @@ TEST_F(ShowStatus, WarnsOfAFailure) {
   machine.processes.launchError = "Cannot allocate memory";
   choose("showStatus");
   machine.alerts.answer(0);
+  machine.loop.runMain();
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown,
             (std::vector{errorWindow("目前狀態", "🟢 a"), errorWindow("目前狀態", "命令逾時，已停止等待。"),
                          errorWindow("目前狀態", "Cannot allocate memory")}));
@@ -184,7 +186,9 @@ TEST_F(ShowCodexRuntimeStatus, WindowIsNeverAnError) {
   machine.processes.launchError = "Cannot allocate memory";
   choose("showCodexRuntimeStatus");
   machine.alerts.answer(0);
+  machine.loop.runMain();
   machine.alerts.answer(0);
+  machine.loop.runMain();
   constexpr auto title = "Codex 版本與 Remote Control";
   EXPECT_EQ(machine.alerts.shown,
             (std::vector{informationWindow(title, "🔴 x"), informationWindow(title, "命令逾時，已停止等待。"),

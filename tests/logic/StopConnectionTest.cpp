@@ -148,6 +148,7 @@ TEST_F(StopConnection, ChosenTwiceRunsTwiceAndShowsOneWindowAfterTheOther) {
   EXPECT_EQ(stops(), 2U);
   EXPECT_EQ(machine.alerts.shown.size(), 1U);
   machine.alerts.answer(0);
+  machine.loop.runMain();
   EXPECT_EQ(machine.alerts.shown.size(), 2U);
 }
 

@@ -130,52 +130,27 @@ void FakeStatusFeed::end() {
 void FakeAlerts::present(AlertRequest request) {
   log.emplace_back("present alert");
   if (whenAsked) whenAsked();
-  const auto isSame = [&request](const AlertRequest& each) { return each.identifier == request.identifier; };
-  if (!request.identifier.empty() &&
-      (std::any_of(waiting.begin(), waiting.end(), isSame) ||
-       std::any_of(open.begin(), open.end(), [&](const Open& each) { return isSame(each.request); }))) {
-    raised.push_back(request.identifier);
-    return;
-  }
-  if (performing) {
-    queue.async([this, request = std::move(request)] { show(request); });
-  } else {
-    waiting.push_back(std::move(request));
-    queue.async([this] { showNext(); });
-  }
+  AlertQueue::present(std::move(request));
 }
 
-void FakeAlerts::showNext() {
-  if (!open.empty() || waiting.empty()) return;
-  AlertRequest next = std::move(waiting.front());
-  waiting.pop_front();
-  show(std::move(next));
-}
-
-void FakeAlerts::show(AlertRequest request) {
-  shown.push_back(request.describe());
-  log.push_back("show alert " + shown.back().messageText);
-  open.push_back({std::move(request), shown.back()});
+void FakeAlerts::show(const Open& one) {
+  shown.push_back(one.alert);
+  log.push_back("show alert " + one.alert.messageText);
 }
 
 void FakeAlerts::answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields) {
-  const Open answered = std::move(open.back());
-  open.pop_back();
+  const Open& answered = open.back();
   const std::function<void(const View&)> collect = [&](const View& view) {
     if (!view.identifier.empty()) fields.emplace(view.identifier, view.text);
     for (const auto& child : view.children) collect(child);
   };
   if (answered.alert.accessoryView) collect(*answered.alert.accessoryView);
-  answered.request.completion({button, std::move(fields)});
-  showNext();
+  AlertQueue::answer(answered.id, {button, std::move(fields)});
 }
 
 void FakeAlerts::press(const std::string& action) {
-  const auto target = open.back().alert.target.lock();
-  if (!target) throw std::logic_error("the buttons of this alert have no target");
-  performing = true;
-  target->performAction(action);
-  performing = false;
+  if (open.back().alert.target.expired()) throw std::logic_error("the buttons of this alert have no target");
+  AlertQueue::press(open.back().id, action);
 }
 
 ImageRef FakeImages::imageFromFile(const std::string& path) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/AlertQueue.h"
 #include "platform/Platform.h"
 #include "platform/macos/LaunchdAgents.h"
 #include "platform/macos/LaunchdServiceControl.h"
@@ -52,8 +52,8 @@ struct FakeStatusFeed final : StatusFeed {
   std::vector<std::weak_ptr<std::function<void(const std::string*)>>> subscribers;
 };
 
-struct FakeAlerts final : Alerts {
-  FakeAlerts(DispatchQueue& givenQueue, CallLog& givenLog) : queue(givenQueue), log(givenLog) {}
+struct FakeAlerts final : AlertQueue {
+  FakeAlerts(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
   void present(AlertRequest request) override;
   /// Answers the alert that shows, and shows the next. Fields that are not given keep their texts.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
@@ -62,22 +62,14 @@ struct FakeAlerts final : Alerts {
   /// The one that can be answered; null when none shows.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
 
-  DispatchQueue& queue;
   CallLog& log;
-  std::vector<Alert> shown;         ///< every one, in order
-  std::vector<std::string> raised;  ///< the identifiers of those that were asked for while they were there
+  std::vector<Alert> shown;  ///< every one, in order
+  int raises = 0;            ///< how often the open ones were brought to the front
   std::function<void()> whenAsked;
 
  private:
-  struct Open {
-    AlertRequest request;
-    Alert alert;
-  };
-  void showNext();
-  void show(AlertRequest request);
-  std::deque<AlertRequest> waiting;
-  std::vector<Open> open;
-  bool performing = false;
+  void show(const Open& one) override;
+  void raise() override { ++raises; }
 };
 
 struct FakeImages final : Images {

@@ -152,7 +152,6 @@ void SoakRules::forgetWhatWasSeen() {
   keepLast(machine.statusFeed.lines);
   forget(machine.log);
   forget(machine.alerts.shown);
-  forget(machine.alerts.raised);
   forget(machine.images.asked);
   forget(machine.images.read);
   forget(machine.images.filtered);
