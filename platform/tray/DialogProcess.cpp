@@ -8,6 +8,7 @@
 #include <csignal>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "platform/posix/Spawn.h"
 
@@ -32,7 +33,7 @@ DialogProcess::~DialogProcess() {
   *alive = false;
 }
 
-std::optional<std::string> DialogProcess::start(const std::string& path) {
+std::optional<std::string> DialogProcess::start(const std::string& path, const std::string& activationToken) {
   int in[2];
   int out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
@@ -43,9 +44,14 @@ std::optional<std::string> DialogProcess::start(const std::string& path) {
   const FileDescriptor childOutput(out[1]);
   fcntl(ownInput.get(), F_SETFL, O_NONBLOCK);
   fcntl(ownOutput.get(), F_SETFL, O_NONBLOCK);
-  if (const int failure =
-          spawn({.executable = path, .arguments = {}, .input = childInput.get(), .output = childOutput.get()},
-                pid)) {
+  std::vector<std::string> environment;
+  if (!activationToken.empty()) environment.push_back("XDG_ACTIVATION_TOKEN=" + activationToken);
+  if (const int failure = spawn({.executable = path,
+                                 .arguments = {},
+                                 .input = childInput.get(),
+                                 .output = childOutput.get(),
+                                 .environment = std::move(environment)},
+                                pid)) {
     return describe(failure);
   }
   loop.reap(pid);

@@ -30,8 +30,9 @@ class DialogProcess {
   DialogProcess(const DialogProcess&) = delete;
   DialogProcess& operator=(const DialogProcess&) = delete;
 
-  /// Starts the program at `path`. Returns why it could not be started; absent on success.
-  std::optional<std::string> start(const std::string& path);
+  /// Starts the program at `path`, whose first window the desktop lets come to the front by that token, if it
+  /// is not empty. Returns why it could not be started; absent on success.
+  std::optional<std::string> start(const std::string& path, const std::string& activationToken = "");
 
   void send(const dialogs::Request& request);
 

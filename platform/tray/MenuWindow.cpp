@@ -28,7 +28,7 @@ void MenuWindow::setMenu(const Menu& changed) {
   if (process) process->send(dialogs::ShowMenu{menu});
 }
 
-void MenuWindow::show() {
+void MenuWindow::show(const std::string& activationToken) {
   if (process) {
     process->send(dialogs::Raise{menuId});
     return;
@@ -37,7 +37,7 @@ void MenuWindow::show() {
   process = std::make_unique<DialogProcess>(
       loop, [this](const dialogs::Event& event) { handle(event); },
       [this](const std::optional<std::string>& problem) { ended(problem); });
-  if (const auto problem = process->start(program)) {
+  if (const auto problem = process->start(program, activationToken)) {
     process.reset();
     return report(*problem);
   }

@@ -20,8 +20,8 @@ class MenuWindow {
   void setMenu(const Menu& menu);
 
   /// Shows the window, or brings the one that is open to the front. One that cannot be shown is told on
-  /// standard error.
-  void show();
+  /// standard error. The desktop lets a window come to the front by its `activationToken`; empty without one.
+  void show(const std::string& activationToken = "");
 
   void close();
 

@@ -64,6 +64,19 @@ TEST_F(TheMenuWindow, ShowsTheMenuAsItIsNow) {
   EXPECT_EQ(open().asked<ShowMenu>(1).front().menu, menu);
 }
 
+TEST_F(TheMenuWindow, IsGivenTheTokenByWhichItMayComeToTheFront) {
+  stand.replaceBy("echo \"[$XDG_ACTIVATION_TOKEN]\" >> \"$0.said\"");
+  std::string said;
+  for (const char* const token : {"", "a token"}) {
+    window.show(token);
+    said += "[" + std::string(token) + "]\n";
+    ASSERT_TRUE(hasNoChildren(loop));
+    std::ifstream file(stand.program() + ".said");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), said);
+    window.close();
+  }
+}
+
 TEST_F(TheMenuWindow, FollowsTheMenuWhileItIsOpen) {
   window.setMenu(menu);
   DialogsRun& run = open();
