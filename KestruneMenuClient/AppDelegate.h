@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KestruneMenuClient/ConnectionLampState.h"
 #include "KestruneMenuClient/Results.h"
@@ -106,6 +107,9 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
+  /// Does the same for another program, but only what an enabled row of the menu does. Returns why not, in
+  /// English; absent when it was done.
+  std::optional<std::string> performRequest(const std::string& action);
   /// Asks for a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError);
   void requestNotificationPermission();
@@ -200,6 +204,7 @@ class AppDelegate final : public ApplicationDelegate,
   Platform& platform;
 
   std::unique_ptr<StatusItem> statusItem;
+  std::vector<std::string_view> offeredActions;  ///< of the rows that are enabled
   std::unique_ptr<PathMonitor> pathMonitor;
   bool networkIsWatched = false;  ///< by a check without a start
   std::unique_ptr<DispatchQueue> monitorQueue;

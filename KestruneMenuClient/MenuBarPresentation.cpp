@@ -86,16 +86,19 @@ ImageRef AppDelegate::makeGrayscaleImage(const Image& image) {
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (!statusItem) fatalError("the menu is built before the status item exists");
   Menu menu;
+  offeredActions.clear();
   const auto add = [this, &menu](MenuItem item) {
     item.id = static_cast<int>(menu.items.size()) + 1;
     item.target = weak_from_this();
     menu.items.push_back(std::move(item));
   };
   const auto line = [&add](std::string title) { add({.title = std::move(title), .enabled = false}); };
-  const auto command = [&add](std::string title, const char* action, const char* key) {
+  const auto command = [this, &add](std::string title, const char* action, const char* key) {
+    offeredActions.emplace_back(action);
     add({.title = std::move(title), .action = action, .keyEquivalent = key});
   };
-  const auto toggle = [&add](std::string title, const char* action, const char* key, bool on) {
+  const auto toggle = [this, &add](std::string title, const char* action, const char* key, bool on) {
+    offeredActions.emplace_back(action);
     add({.title = std::move(title), .action = action, .keyEquivalent = key, .checked = on});
   };
   const auto separator = [&add] { add({.isSeparator = true}); };
@@ -158,6 +161,16 @@ void AppDelegate::performAction(std::string_view action) {
       std::find_if(std::begin(menuCommands), std::end(menuCommands),
                    [action](const MenuCommand& each) { return each.action == action; });
   if (command != std::end(menuCommands)) (this->*command->run)();
+}
+
+std::optional<std::string> AppDelegate::performRequest(const std::string& action) {
+  if (std::find(offeredActions.begin(), offeredActions.end(), action) != offeredActions.end()) {
+    performAction(action);
+    return std::nullopt;
+  }
+  const bool isKnown = std::any_of(std::begin(menuCommands), std::end(menuCommands),
+                                   [&action](const MenuCommand& each) { return each.action == action; });
+  return isKnown ? "no enabled row of the menu does this: " + action : "unknown action: " + action;
 }
 
 void AppDelegate::runOnWorker(std::string commandLine, Seconds timeout,
