@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KestruneMenuClient/status/ConnectionLampState.h"
 #include "KestruneMenuClient/backend/ShellRunner.h"
@@ -103,6 +104,9 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
+  /// Does the same for another program, but only what an enabled row of the menu does. Returns why not, in
+  /// English; absent when it was done.
+  std::optional<std::string> performRequest(const std::string& action);
   /// Asks for a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError);
   void requestNotificationPermission();
@@ -137,6 +141,7 @@ class AppDelegate final : public ApplicationDelegate,
 
   struct MenuRow;
   static const MenuRow menuRows[];
+  const MenuRow& rowAt(int number) const;
 
   void checkBackend(std::function<void(const StatusSnapshot&)> completion);
   void queryStatus(std::function<void(const StatusReport&)> then);

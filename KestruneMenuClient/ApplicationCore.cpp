@@ -39,6 +39,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     presentAutoConnectDisabledState();
   }
   platform.launchAgents.repair(launchAgentLabel, repoPath);
+  platform.requests.onPerform([weak = weak_from_this()](const std::string& action) {
+    const auto self = weak.lock();
+    return self ? self->performRequest(action) : "the client is about to end";
+  });
 }
 
 void AppDelegate::applicationWillTerminate() {

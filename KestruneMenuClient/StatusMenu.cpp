@@ -21,7 +21,12 @@ namespace {
 
 constexpr int lastRow = 29;
 constexpr int firstStatusRow = 2;
+constexpr int lastStatusRow = 11;
 constexpr int notInTheMenu = 0;
+
+constexpr bool isStatusRow(int number) {
+  return number >= firstStatusRow && number <= lastStatusRow;
+}
 
 }  // namespace
 
@@ -55,29 +60,30 @@ const AppDelegate::MenuRow AppDelegate::menuRows[] = {
     {notInTheMenu, "顯示手機配對 QR", "showPairingQR", "", &A::showPairingQR},
 };
 
+/// The row that shows at this place now.
+const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
+  return *std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
+    return each.number == number && (each.applies == nullptr || (this->*each.applies)());
+  });
+}
+
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (!statusItem) fatalError("the menu is built before the status item exists");
   const StatusSnapshot current = snapshot(statusText, state);
   const std::vector<std::string> status = statusRows(current);
-  const auto isStatusRow = [&status](int number) {
-    return number >= firstStatusRow && number < firstStatusRow + static_cast<int>(status.size());
-  };
   Menu menu;
   for (int number = 1; number <= lastRow; ++number) {
     MenuItem item{.id = number, .enabled = false, .target = weak_from_this()};
     if (isStatusRow(number)) {
       item.title = status[static_cast<std::size_t>(number - firstStatusRow)];
     } else {
-      const auto* const row =
-          std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
-            return each.number == number && (each.applies == nullptr || (this->*each.applies)());
-          });
-      item.title = row->title;
+      const MenuRow& row = rowAt(number);
+      item.title = row.title;
       item.isSeparator = item.title.empty();
-      item.action = row->action;
-      item.keyEquivalent = row->key;
-      item.enabled = row->run != nullptr || item.isSeparator;
-      if (row->isOn != nullptr) item.checked = (this->*row->isOn)();
+      item.action = row.action;
+      item.keyEquivalent = row.key;
+      item.enabled = row.run != nullptr || item.isSeparator;
+      if (row.isOn != nullptr) item.checked = (this->*row.isOn)();
     }
     menu.items.push_back(std::move(item));
   }
@@ -90,6 +96,17 @@ void AppDelegate::performAction(std::string_view action) {
       std::find_if(std::begin(menuRows), std::end(menuRows),
                    [action](const MenuRow& each) { return each.run != nullptr && each.action == action; });
   if (row != std::end(menuRows)) (this->*row->run)();
+}
+
+std::optional<std::string> AppDelegate::performRequest(const std::string& action) {
+  const auto isNamed = [&action](const MenuRow& row) { return row.run != nullptr && row.action == action; };
+  if (std::none_of(std::begin(menuRows), std::end(menuRows), isNamed)) return "unknown action: " + action;
+  for (int number = 1; number <= lastRow; ++number) {
+    if (isStatusRow(number) || !isNamed(rowAt(number))) continue;
+    performAction(action);
+    return std::nullopt;
+  }
+  return "no enabled row of the menu does this: " + action;
 }
 
 }  // namespace kestrune

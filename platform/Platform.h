@@ -14,6 +14,7 @@
 #include "platform/PowerAssertions.h"
 #include "platform/Process.h"
 #include "platform/QRCode.h"
+#include "platform/Requests.h"
 #include "platform/ServiceControl.h"
 #include "platform/StatusFeed.h"
 #include "platform/StatusItem.h"
@@ -32,6 +33,7 @@ struct Platform {
   Clock& clock;
   StatusBar& statusBar;
   StatusFeed& statusFeed;
+  Requests& requests;
   Alerts& alerts;
   Images& images;
   Notifications& notifications;

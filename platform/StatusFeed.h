@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// What another client tells of itself. Not told any more once this goes. Main thread.
+/// What the client of this user tells of itself. Not told any more once this goes. Main thread.
 class StatusSubscription {
  public:
   virtual ~StatusSubscription() = default;
@@ -22,10 +22,11 @@ class StatusFeed {
   /// that is equal to the line before is not told again. A subscriber that does not listen is given up.
   virtual void publish(const std::string& line) = 0;
 
-  /// Hears the client that runs: its newest line soon, then each later one. `onEnd` is called once, last,
-  /// when it has ended or was never heard. Null when no client runs. Neither is called from inside this call.
+  /// Hears the client that runs, and each that runs later: its newest line soon, then each later one.
+  /// `onAbsence` is called, soon, when no client runs or the one that does says nothing, and whenever the one
+  /// that was heard has ended. Never null. Neither is called from inside this call.
   virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
-                                                        std::function<void()> onEnd) = 0;
+                                                        std::function<void()> onAbsence) = 0;
 };
 
 }  // namespace kestrune

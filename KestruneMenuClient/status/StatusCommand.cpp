@@ -6,11 +6,10 @@ namespace kestrune {
 
 namespace {
 
-/// As often as a client asks.
+/// As often as a client asks the backend.
 constexpr Seconds checkInterval{20.0};
-/// A client that restarts is away for as long as it takes to stop the backend.
-constexpr Seconds successorInterval{1.0};
-constexpr int successorLooks = 12;
+/// The successor of a client is there as soon as that one has ended.
+constexpr Seconds successorPatience{1.0};
 
 std::string formatted(const StatusSnapshot& snapshot, StatusFormat format, bool fromClient) {
   switch (format) {
@@ -42,35 +41,19 @@ void StatusCommand::applicationWillTerminate() {
 }
 
 void StatusCommand::look() {
-  if (!subscribe()) check();
-}
-
-bool StatusCommand::subscribe() {
-  nextLook.reset();
+  next.reset();
   const auto weak = weak_from_this();
   subscription = platform.statusFeed.subscribe(
       [weak](const std::string& line) {
         if (const auto self = weak.lock()) self->heard(line);
       },
       [weak] {
-        if (const auto self = weak.lock()) self->ended();
+        if (const auto self = weak.lock()) self->clientIsAbsent();
       });
-  return subscription != nullptr;
-}
-
-void StatusCommand::lookForSuccessor(int looks) {
-  if (subscribe()) return;
-  if (looks == 0) return check();
-  after(successorInterval, [this, looks] { lookForSuccessor(looks - 1); });
-}
-
-void StatusCommand::after(Seconds delay, std::function<void()> then) {
-  nextLook = platform.timers.scheduleRepeating(delay, [weak = weak_from_this(), then = std::move(then)] {
-    if (const auto self = weak.lock()) then();
-  });
 }
 
 void StatusCommand::heard(const std::string& line) {
+  next.reset();
   if (const auto snapshot = parseStatusJson(line)) {
     hasHeard = true;
     show(*snapshot, true);
@@ -80,21 +63,31 @@ void StatusCommand::heard(const std::string& line) {
   }
 }
 
-void StatusCommand::ended() {
-  subscription.reset();
+void StatusCommand::clientIsAbsent() {
   if (std::exchange(hasHeard, false)) {
-    lookForSuccessor(successorLooks);
+    after(successorPatience, &StatusCommand::check);
   } else {
     check();
   }
 }
 
 void StatusCommand::check() {
+  next.reset();
+  if (std::exchange(isChecking, true)) return;
   controller->checkStatus([weak = weak_from_this()](const StatusSnapshot& snapshot) {
     const auto self = weak.lock();
     if (!self) return;
+    self->isChecking = false;
+    // A client that has started meanwhile knows better.
+    if (self->hasHeard) return;
     self->show(snapshot, false);
-    if (self->options.follow) self->after(checkInterval, [self = self.get()] { self->look(); });
+    if (self->options.follow) self->after(checkInterval, &StatusCommand::look);
+  });
+}
+
+void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
+  next = platform.timers.scheduleRepeating(delay, [weak = weak_from_this(), then] {
+    if (const auto self = weak.lock()) (*self.*then)();
   });
 }
 

@@ -30,12 +30,10 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
 
  private:
   void look();
-  bool subscribe();
-  void lookForSuccessor(int looks);
-  void after(Seconds delay, std::function<void()> then);
   void heard(const std::string& line);
-  void ended();
+  void clientIsAbsent();
   void check();
+  void after(Seconds delay, void (StatusCommand::*then)());
   void show(const StatusSnapshot& snapshot, bool fromClient);
 
   Platform& platform;
@@ -43,8 +41,9 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::function<bool(const std::string&)> print;
   const std::shared_ptr<AppDelegate> controller;
   std::unique_ptr<StatusSubscription> subscription;
-  std::unique_ptr<Timer> nextLook;
-  bool hasHeard = false;  ///< the client of the subscription
+  std::unique_ptr<Timer> next;
+  bool hasHeard = false;    ///< a client that has not ended yet
+  bool isChecking = false;  ///< for itself
   std::string shown;      ///< the last text that was printed
   int code = 1;
 };

@@ -15,7 +15,6 @@
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "KestruneMenuClient/Text.h"
 #include "platform/linux/BusInquiry.h"
-#include "platform/linux/Identity.h"
 #include "platform/tray/StatusNotifierItem.h"
 
 namespace kestrune {
@@ -86,8 +85,7 @@ class SessionInquiry {
   void run() {
     sessionBus.connect();
     systemBus.connect();
-    for (const char* const name : {applicationIdentifier, watcher, notifications})
-      askForOwner(session, name, sessionOwners);
+    for (const char* const name : {watcher, notifications}) askForOwner(session, name, sessionOwners);
     for (const char* const name : keepers) askForOwner(session, name, sessionOwners);
     askForOwner(system, loginManager, systemOwners);
     askForTray();
@@ -102,7 +100,6 @@ class SessionInquiry {
 
   std::string lines() const {
     std::string text = "Session bus: " + presence(session) + "\nSystem bus: " + presence(system) + "\n";
-    text += "Client on the bus: " + owner(sessionOwners, applicationIdentifier) + "\n";
     text += "Tray: " + owner(sessionOwners, watcher) + "\n";
     if (trayHost)
       text += std::string("  shows items: ") + (*trayHost ? "yes" : "no, there is no host") + "\n";
@@ -280,8 +277,8 @@ std::string fontLines(const MainBundle& bundle, Processes& processes) {
 
 }  // namespace
 
-std::string describeClient(EventLoop& loop, StatusSocket& feed) {
-  const auto process = feed.runningClient();
+std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
+  const auto process = rendezvous.runningClient();
   if (!process) return "Client that answers: none\n";
   std::ifstream file("/proc/" + std::to_string(*process) + "/cmdline", std::ios::binary);
   std::string command, word;
@@ -291,10 +288,10 @@ std::string describeClient(EventLoop& loop, StatusSocket& feed) {
     inTerminal = inTerminal || word == "--terminal";
   }
   std::optional<std::string> status;
-  bool ended = false;
-  const auto subscription =
-      feed.subscribe([&status](const std::string& line) { status = line; }, [&ended] { ended = true; });
-  loop.runUntil([&] { return !subscription || ended || status; });
+  bool absent = false;
+  const auto subscription = rendezvous.subscribe([&status](const std::string& line) { status = line; },
+                                                 [&absent] { absent = true; });
+  loop.runUntil([&] { return absent || status; });
   const auto told = parseStatusJson(status.value_or(""));
   return "Client that answers: process " + std::to_string(*process) + ", in the " +
          (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +

@@ -4,14 +4,14 @@
 
 #include "platform/MainBundle.h"
 #include "platform/Process.h"
+#include "platform/instance/Rendezvous.h"
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/SessionBus.h"
-#include "platform/linux/StatusSocket.h"
 
 namespace kestrune {
 
 /// The client that runs, as far as it answers: its process, its face, its command line and its state.
-std::string describeClient(EventLoop& loop, StatusSocket& feed);
+std::string describeClient(EventLoop& loop, Rendezvous& rendezvous);
 
 /// What a report of a fault needs to know of this session: lines for a person, without secrets. Looks and
 /// asks, and starts no service; waits for 2 s at most for those who do not answer. `windows` is the program

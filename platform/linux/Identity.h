@@ -2,7 +2,7 @@
 
 namespace kestrune {
 
-/// What this application is called on the desktop: its name on the bus, and that of its desktop entries.
+/// What this application is called on the desktop, by which its desktop entries are named.
 inline constexpr auto applicationIdentifier = "com.dovrel.kestrune.menuclient";
 
 }  // namespace kestrune

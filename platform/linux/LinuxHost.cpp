@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/Host.h"
+#include "platform/instance/Rendezvous.h"
 #include "platform/linux/AutostartEntries.h"
 #include "platform/linux/DesktopNotifications.h"
 #include "platform/linux/DesktopWorkspace.h"
@@ -24,8 +25,6 @@
 #include "platform/linux/ProgramBundle.h"
 #include "platform/linux/RouteMonitor.h"
 #include "platform/linux/SessionBus.h"
-#include "platform/linux/SingleInstance.h"
-#include "platform/linux/StatusSocket.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemdServiceControl.h"
 #include "platform/posix/ChildProcesses.h"
@@ -85,22 +84,33 @@ bool isMainProcessOfService(const MainBundle& environment) {
   return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
 }
 
-/// Where the files of a client lie that runs.
-std::string runtimeFolder(const UserFolders& folders) {
-  return (folders.runtime.empty() ? folders.state : folders.runtime) + folderName;
+/// What the desktop gives to a program that it starts, so that its window may come to the front. Not for the
+/// programs that this one starts.
+std::string takeActivationToken() {
+  std::string token;
+  for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
+    if (const char* const value = std::getenv(name); value != nullptr && *value != '\0') token = value;
+    unsetenv(name);
+  }
+  return token;
+}
+
+Claim claimFor(const StartOptions& options) {
+  return {.kind = wasRelaunched()      ? Claim::Kind::replace
+                  : options.background ? Claim::Kind::giveWay
+                                       : Claim::Kind::show,
+          .activationToken = takeActivationToken()};
 }
 
 class LinuxHost final : public Host {
  public:
   explicit LinuxHost(const StartOptions& options)
-      : claim(wasRelaunched()      ? SingleInstance::Claim::wait
-              : options.background ? SingleInstance::Claim::refuseQuietly
-                                   : SingleInstance::Claim::refuse),
+      : claim(claimFor(options)),
         folders(UserFolders::fromEnvironment(bundle)),
         bus(loop),
         systemBus(loop),
-        instance(loop, bus, runtimeFolder(folders) + "/lock", [this] { onActivate(); }),
-        statusFeed(loop, runtimeFolder(folders) + "/status"),
+        rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
+                   [this](const std::string& activationToken) { show(activationToken); }),
         images(folders.data),
         preferences(folders.config + folderName + "/preferences.json"),
         agents(folders.config + "/autostart", bundle),
@@ -110,13 +120,13 @@ class LinuxHost final : public Host {
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {
     // The process will hold secrets of the user's, which a core dump would leave on the disk.
     prctl(PR_SET_DUMPABLE, 0);
-    if (claim == SingleInstance::Claim::wait) loop.reapInherited();
+    if (claim.kind == Claim::Kind::replace) loop.reapInherited();
     if (options.face == Face::terminal) {
       const auto noColor = bundle.environmentVariable("NO_COLOR");
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
       loop.onTerminate([this] {
-        announceEnd();
+        rendezvous.announceEnd();
         terminal->close();
       });
     } else {
@@ -126,7 +136,7 @@ class LinuxHost final : public Host {
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
       tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
       loop.onTerminate([this] {
-        announceEnd();
+        rendezvous.announceEnd();
         dialogs->close();
         menuWindow->close();
       });
@@ -137,7 +147,8 @@ class LinuxHost final : public Host {
         .timers = loop,
         .clock = clock,
         .statusBar = terminal ? static_cast<StatusBar&>(*terminal) : *tray,
-        .statusFeed = statusFeed,
+        .statusFeed = rendezvous,
+        .requests = rendezvous,
         .alerts = terminal ? static_cast<Alerts&>(*terminal) : *dialogs,
         .images = images,
         .notifications = notifications,
@@ -156,10 +167,9 @@ class LinuxHost final : public Host {
   }
 
   bool becomeOnlyInstance() override {
+    if (!rendezvous.claim(claim)) return false;
     bus.connect();
     systemBus.connect();
-    if (!instance.claim(claim)) return false;
-    isClient = true;
     if (tray) advice.emplace(bus, loop, notifications);
     return true;
   }
@@ -167,7 +177,7 @@ class LinuxHost final : public Host {
   Platform& platform() override { return *parts; }
 
   std::string describe() override {
-    return describeClient(loop, statusFeed) +
+    return describeClient(loop, rendezvous) +
            describeSession(loop, bus, systemBus, bundle, processes, dialogsPath());
   }
 
@@ -185,6 +195,7 @@ class LinuxHost final : public Host {
     std::fflush(nullptr);
     if (workspace.replacesThisProcess()) {
       if (terminal) terminal->giveBackInput();
+      rendezvous.passOn();
       workspace.replaceThisProcess();
       status = EXIT_FAILURE;
     }
@@ -192,17 +203,12 @@ class LinuxHost final : public Host {
   }
 
  private:
-  void announceEnd() {
-    // The place of one that takes over this process is not to be had.
-    if (!workspace.replacesThisProcess()) instance.announceEnd();
-  }
-
-  void onActivate() {
-    if (!isClient) return;
+  /// For a later start, which ends.
+  void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();
     } else {
-      menuWindow->show();
+      menuWindow->show(activationToken);
     }
   }
 
@@ -212,15 +218,14 @@ class LinuxHost final : public Host {
     return !bundle.environmentVariable(variable).value_or("").empty();
   }
 
-  const SingleInstance::Claim claim;
+  const Claim claim;
   const ProgramBundle bundle;
   const UserFolders folders;
   EventLoop loop;
   SystemClock clock;
   SessionBus bus;
   SystemBus systemBus;
-  SingleInstance instance;
-  StatusSocket statusFeed;
+  Rendezvous rendezvous;
   PngImages images;
   PreferencesFile preferences;
   AutostartEntries agents;
@@ -234,7 +239,6 @@ class LinuxHost final : public Host {
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;
   DesktopWorkspace workspace;
-  bool isClient = false;
   EventSource outputEnd;
   std::optional<TerminalOutput> output;
   std::unique_ptr<TerminalFace> terminal;

@@ -4,6 +4,7 @@ import json
 import signal
 import subprocess
 import threading
+from contextlib import suppress
 from urllib.parse import quote
 
 from desktop.session import PATIENCE, Deadline, Text, end_process, own
@@ -26,7 +27,7 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 """
 
 DAEMON = "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"
-CLIENT = "com.dovrel.kestrune.menuclient"
+CLIENT = "the client"  # stands for the unique name of its connection: it has no other
 ITEM = CLIENT, "/StatusNotifierItem", "org.kde.StatusNotifierItem"
 MENU = CLIENT, "/MenuBar", "com.canonical.dbusmenu"
 
@@ -72,6 +73,7 @@ class Bus:
         self.daemon.send_signal(signal.SIGCONT)
 
     def busctl(self, *arguments):
+        arguments = [self.client() if each == CLIENT else each for each in arguments]
         done = subprocess.run(["busctl", f"--{self.kind}", "--json=short", *arguments], env=self.session.environment,
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, encoding="utf-8",
                               timeout=PATIENCE)
@@ -98,10 +100,28 @@ class Bus:
     def click(self, row):
         self.call(MENU, "Event", "isvu", row, "clicked", "i", 0, 0)
 
+    def client(self):
+        """The unique name of the client's connection."""
+        names = [each["name"] for each in self.busctl("list", "--unique") if each["process"] == "KestruneMenuCli"]
+        if not names:
+            raise Refused("the client is not on the bus")
+        return max(names, key=lambda name: int(name.rpartition(".")[2]))
+
+    def wait_for_client(self, besides=None):
+        """The same, as soon as it is there and is another one than that."""
+        deadline = Deadline()
+        while deadline.left():
+            with suppress(Refused):
+                if (name := self.client()) != besides:
+                    return name
+        raise AssertionError("the client does not come to the bus")
+
     def has_owner(self, name):
         return self.call(DAEMON, "NameHasOwner", "s", name)[0]
 
     def wait_for_owner(self, name):
+        if name == CLIENT:
+            return self.wait_for_client()
         # Listened to before it is asked, so that the moment in between cannot be missed.
         traffic = self.monitor()
         if not self.has_owner(name):
@@ -143,7 +163,7 @@ class Monitor:
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
         # Not every version says when it has begun, and so it has to have heard something.
-        begin = f"{CLIENT}.monitor{self.process.pid}"
+        begin = f"org.example.monitor{self.process.pid}"
         deadline = Deadline()
         while not self.said("NameHasOwner", lambda data: data == [begin]):
             if deadline.left() == 0:

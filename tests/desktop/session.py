@@ -418,6 +418,16 @@ class Session:
         for pid in set(self.processes()) - besides:
             wait_for_end(pid, MOMENT)
 
+    @staticmethod
+    def wait_for_peer():
+        """Waits until a process is connected to the client's socket, such as one that waits for its end."""
+        deadline = Deadline()
+        # The listening socket is one of them.
+        while Path("/proc/net/unix").read_text().count("/socket.new\n") < 2:
+            if deadline.left() == 0:
+                raise AssertionError("nobody connects to the client")
+            time.sleep(0.01)
+
     # --- backend
 
     @staticmethod

@@ -197,7 +197,7 @@ class LoggedIn(Login):
         self.login = subprocess.Popen(["dex", "--wait", str(self.entry)], env=environment, cwd="/",
                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.session.others.append(self.login)
-        traffic.wait("NameOwnerChanged", lambda data: data[0] == CLIENT and data[2])
+        self.bus.wait_for_owner(CLIENT)
         return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0], traffic
 
     def assertRunsAgain(self, program):

@@ -290,7 +290,7 @@ class OtherInstance(Peers):
         self.start()
         self.session.wait_for_start()
         successor = self.session.terminal(environment={"KESTRUNE_MENU_CLIENT_RELAUNCH": "1"})
-        self.traffic.wait("RequestName", lambda _: len(self.traffic.said("RequestName")) == 2)
+        self.session.wait_for_peer()
         self.client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stopping")
         self.assertEqual(self.client.end(signal.SIGKILL), -signal.SIGKILL)

@@ -6,7 +6,6 @@ import time
 import unittest
 
 from desktop import isolation
-from desktop.bus import CLIENT, Bus
 from desktop.session import (CHECKING, CONNECTED, DISABLED, NO_BUS, PORTS, RECONNECTING, Session, listening_ports,
                              running, wait_for_end)
 
@@ -129,14 +128,13 @@ class Quit(unittest.TestCase):
         self.assertEqual(client.status(), 0)
         self.assertAllStopped()
 
-    def assertTakesOver(self, wait, *options):
-        """A start while the backend is being stopped, which `wait` is to see begin."""
+    def test_a_start_meanwhile_waits_for_the_end(self):
         self.session.program("pgrep", HELD_UP_STOP)
         client = self.connected_client()
         client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stop began")
-        later = self.session.start("--terminal", *options)
-        wait(later)
+        later = self.session.terminal()
+        self.session.wait_for_peer()
         self.session.gate.open()
         self.assertEqual(client.status(), 0)
         # Of what it brings up nothing is stopped.
@@ -145,17 +143,6 @@ class Quit(unittest.TestCase):
         self.services = self.session.services()
         self.assertEqual(later.quit(), 0)
         self.assertServicesStopped()
-
-    def test_a_start_meanwhile_waits_for_the_end(self):
-        self.assertTakesOver(lambda later: later.complained(NO_BUS))
-
-    def test_a_start_at_login_meanwhile_waits_for_the_end(self):
-        bus = Bus(self.session)
-        traffic = bus.monitor()
-        self.addCleanup(traffic.close)
-        # It asks whether the one that has the name is about to end.
-        self.assertTakesOver(lambda _: traffic.wait("NameHasOwner", lambda data: data == [f"{CLIENT}.Ending"]),
-                             "--background")
 
     def test_a_check_that_hangs_is_ended_and_not_waited_for(self):
         self.session.stub_backend(STUBBORN_STATUS)

@@ -181,7 +181,7 @@ class Diagnosis(StatusTest):
         place = self.session.runtime / "kestrune-menu-client"
         place.mkdir()
         with socket.socket(socket.AF_UNIX) as listener:
-            listener.bind(str(place / "status"))
+            listener.bind(str(place / "socket"))
             listener.listen()
             asking = self.session.start("--diagnose")
             # It looks who is there before it listens.
@@ -205,22 +205,16 @@ class Diagnosis(StatusTest):
         (bus.services / "watcher.service").write_text(
             f"[D-BUS Service]\nName=org.gnome.SessionManager\nExec={self.session.bin / 'a-watcher'}\n")
         bus.call(DAEMON, "ReloadConfig")
-        traffic = bus.monitor()
         client = self.session.start("--background")
         bus.wait_for_owner(CLIENT)
-        # It has its name before it has started, and answers only afterwards.
-        bus.rows()
         text, errors = self.diagnosis()
         self.assertEqual(errors, "")
         self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
-        self.assertIn(f"Client on the bus: KestruneMenuCli (process {client.pid})\n", text)
         self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
         self.assertIn("  token of the local service: set\n", text)
         self.assertNotIn(SECRET, text)
-        # It is not told to show its menu, and nothing is started for the occasion.
-        self.assertEqual(traffic.said("Activate"), [])
+        # Nothing is started for the occasion.
         self.assertFalse(started.exists())
-        traffic.close()
 
 
 isolation.main()

@@ -35,8 +35,9 @@ class Unit(unittest.TestCase):
         services = self.session.services()
         traffic = self.bus.monitor()
         self.addCleanup(traffic.close)
+        before = self.bus.client()
         self.bus.click(27)
-        traffic.wait("NameOwnerChanged", lambda data: data[0] == CLIENT and data[2])
+        self.bus.wait_for_client(besides=before)
         traffic.wait_for_status(CONNECTED)
         # It has ended as it does when it quits.
         for pid in services:

@@ -4,9 +4,11 @@ import os
 import socket
 import struct
 import threading
+from functools import cached_property
 from typing import NamedTuple
 from urllib.parse import unquote
 
+from desktop.bus import CLIENT
 from desktop.session import PATIENCE, Deadline
 
 CALL, ANSWER, ERROR, SIGNAL = 1, 2, 3, 4
@@ -129,6 +131,7 @@ class Connection:
     """One of the programs. What comes is read only when it is asked for."""
 
     def __init__(self, bus):
+        self.bus = bus
         self.serial = 0
         self.begun = bytearray()
         self.sending = threading.Lock()
@@ -164,9 +167,14 @@ class Connection:
             self.socket.sendall(header + body)
             return self.serial
 
-    @staticmethod
-    def addressed(target, member):
+    @cached_property
+    def client(self):
+        return self.bus.client()
+
+    def addressed(self, target, member):
         destination, path, interface = target
+        if destination == CLIENT:
+            destination = self.client
         return {PATH: path, DESTINATION: destination, INTERFACE: interface, MEMBER: member}
 
     def call(self, target, member, signature="", *arguments, flags=0):

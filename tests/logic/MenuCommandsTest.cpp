@@ -54,6 +54,59 @@ TEST_F(MenuCommands, UnknownNameIsIgnored) {
   EXPECT_TRUE(machine.userDefaults.values.empty());
 }
 
+// --- what other programs ask for
+
+struct RequestedCommands : ControllerTest {
+  RequestedCommands() {
+    backendAnswers({.output = "fine"});
+    startUp();
+  }
+  std::string refusal(const std::string& action) {
+    const auto problem = machine.requests.perform(action);
+    machine.loop.settle();
+    return problem.value_or("");
+  }
+};
+
+TEST_F(RequestedCommands, AreThoseOfTheRows) {
+  EXPECT_EQ(refusal("showChatGPTRemoteGuide"), "");
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  EXPECT_EQ(machine.alerts.shown[0].messageText, "官方 ChatGPT 連接說明");
+  EXPECT_EQ(refusal("quit"), "");
+  EXPECT_TRUE(machine.loop.isTerminated());
+}
+
+TEST_F(RequestedCommands, AreNoOthers) {
+  newCalls();
+  for (const std::string action : {"", "fly", "Quit", "quit ", "quit\n"}) {
+    EXPECT_EQ(refusal(action), "unknown action: " + action);
+  }
+  // A button of the settings, and no row.
+  EXPECT_EQ(refusal("showPairingQR"), "no enabled row of the menu does this: showPairingQR");
+  EXPECT_EQ(newCalls(), CallLog{});
+}
+
+TEST_F(RequestedCommands, AreThoseOfEnabledRowsOnly) {
+  EXPECT_EQ(refusal("refreshNow"), "no enabled row of the menu does this: refreshNow");
+  controller->reconnectServices(false);
+  machine.loop.runMain();
+  EXPECT_NE(machine.requests.perform("stopConnection"), std::nullopt);
+  machine.loop.settle();
+  setAutoConnect(false);
+  EXPECT_EQ(stops(), 0U);
+  refresh();
+  EXPECT_EQ(refusal("refreshNow"), "");
+  machine.loop.advance(Seconds{2});
+  EXPECT_EQ(refusal("stopConnection"), "");
+  EXPECT_EQ(stops(), 1U);
+}
+
+TEST_F(RequestedCommands, AreRefusedWhenTheControllerHasGone) {
+  const auto perform = machine.requests.perform;
+  controller.reset();
+  EXPECT_NE(perform("quit"), std::nullopt);
+}
+
 TEST_F(MenuCommands, QuitTerminatesTheApplication) {
   controller->performAction("quit");
   EXPECT_EQ(newCalls(), CallLog{"terminate"});

@@ -87,42 +87,39 @@ std::unique_ptr<StatusItem> FakeStatusBar::statusItem(double givenLength) {
 }
 
 struct FakeStatusFeed::Subscription final : StatusSubscription {
-  std::shared_ptr<std::function<void(const std::string*)>> hear;
+  std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
 };
 
 void FakeStatusFeed::publish(const std::string& line) {
+  const bool isNew = lines.empty() || lines.back() != line;
+  if (isNew) lines.push_back(line);
+  if (isNew || !runs) tell(line);
   runs = true;
-  if (!lines.empty() && lines.back() == line) return;
-  lines.push_back(line);
-  for (const auto& each : subscribers) {
-    queue.async([each, line] {
-      if (const auto hear = each.lock()) (*hear)(&line);
-    });
-  }
 }
 
 std::unique_ptr<StatusSubscription> FakeStatusFeed::subscribe(std::function<void(const std::string&)> onLine,
-                                                              std::function<void()> onEnd) {
-  if (!runs) return nullptr;
+                                                              std::function<void()> onAbsence) {
   auto made = std::make_unique<Subscription>();
-  made->hear = std::make_shared<std::function<void(const std::string*)>>(
-      [onLine = std::move(onLine), onEnd = std::move(onEnd)](const std::string* line) {
-        line != nullptr ? onLine(*line) : onEnd();
+  made->hear = std::make_shared<std::function<void(const std::optional<std::string>&)>>(
+      [onLine = std::move(onLine), onAbsence = std::move(onAbsence)](const std::optional<std::string>& line) {
+        line ? onLine(*line) : onAbsence();
       });
   subscribers.push_back(made->hear);
-  if (!lines.empty()) {
-    queue.async([each = subscribers.back(), line = lines.back()] {
-      if (const auto hear = each.lock()) (*hear)(&line);
-    });
-  }
+  queue.async([each = subscribers.back(), line = runs ? std::optional(lines.back()) : std::nullopt] {
+    if (const auto hear = each.lock()) (*hear)(line);
+  });
   return made;
 }
 
 void FakeStatusFeed::end() {
   runs = false;
-  for (const auto& each : std::exchange(subscribers, {})) {
-    queue.async([each] {
-      if (const auto hear = each.lock()) (*hear)(nullptr);
+  tell(std::nullopt);
+}
+
+void FakeStatusFeed::tell(std::optional<std::string> line) {
+  for (const auto& each : subscribers) {
+    queue.async([each, line] {
+      if (const auto hear = each.lock()) (*hear)(line);
     });
   }
 }
@@ -336,6 +333,7 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .clock = either(real.clock, fakes.clock),
       .statusBar = either(real.statusBar, fakes.statusBar),
       .statusFeed = fakes.statusFeed,
+      .requests = fakes.requests,
       .alerts = either(real.alerts, fakes.alerts),
       .images = either(real.images, fakes.images),
       .notifications = fakes.notifications,

@@ -39,7 +39,7 @@ struct FakeStatusFeed final : StatusFeed {
   explicit FakeStatusFeed(DispatchQueue& givenQueue) : queue(givenQueue) {}
   void publish(const std::string& line) override;
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
-                                                std::function<void()> onEnd) override;
+                                                std::function<void()> onAbsence) override;
   /// The client that runs ends.
   void end();
 
@@ -49,7 +49,15 @@ struct FakeStatusFeed final : StatusFeed {
 
  private:
   struct Subscription;
-  std::vector<std::weak_ptr<std::function<void(const std::string*)>>> subscribers;
+  void tell(std::optional<std::string> line);
+  std::vector<std::weak_ptr<std::function<void(const std::optional<std::string>&)>>> subscribers;
+};
+
+struct FakeRequests final : Requests {
+  void onPerform(std::function<std::optional<std::string>(const std::string&)> given) override {
+    perform = std::move(given);
+  }
+  std::function<std::optional<std::string>(const std::string&)> perform;
 };
 
 struct FakeAlerts final : AlertQueue {
@@ -256,6 +264,7 @@ struct FakePlatform {
   FakeLoop loop{clock, log};
   FakeStatusBar statusBar{log};
   FakeStatusFeed statusFeed{loop.mainQueue()};
+  FakeRequests requests;
   FakeAlerts alerts{loop.mainQueue(), log};
   FakeImages images;
   FakeNotifications notifications{log};

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/instance/Rendezvous.h"
+#include "tests/adapters/Loops.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace kestrune::testing {
+
+/// One start of the program. The lock of each is its own, as that of a process.
+struct Start {
+  Start(EventLoop& loop, const InstanceFolders& folders)
+      : rendezvous(loop, folders, [this](const std::string& token) { shown.push_back(token); }) {}
+
+  bool claims(const Claim& claim = {}) { return rendezvous.claim(claim); }
+
+  std::vector<std::string> shown;  ///< the token of each request to show the menu
+  Rendezvous rendezvous;
+};
+
+/// A loop on which several of them run, and the folders in which they meet.
+struct Instances : RealLoop {
+  Instances() { std::filesystem::create_directories(runtime); }
+
+  ScratchFolder folder;
+  const std::string runtime = folder.file("runtime"), state = folder.file("state");
+  const InstanceFolders folders{runtime, state, folder.file("none")};
+  const std::string place = runtime + "/kestrune-menu-client";
+  const std::string stateSocket = state + "/kestrune-menu-client/socket";
+  const std::string socket = place + "/socket";
+};
+
+/// Another process that has connected to a socket, and what it was answered.
+struct RawPeer {
+  RawPeer(EventLoop& givenLoop, const std::string& place) : loop(givenLoop), socket(newInstanceSocket()) {
+    if (withSocketAddress(socket.get(), place, "socket", &::connect) != 0) socket.reset();
+  }
+
+  void say(const std::string& words) const { send(socket.get(), words.data(), words.size(), MSG_NOSIGNAL); }
+
+  /// Reads what has come so far, and whether that was all.
+  void read() {
+    char bytes[4096];
+    ssize_t count = 0;
+    while ((count = recv(socket.get(), bytes, sizeof bytes, 0)) > 0) {
+      text.append(bytes, static_cast<std::size_t>(count));
+    }
+    hasEnded = count == 0 || errno == ECONNRESET;
+  }
+  bool hears(const std::string& expected) {
+    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
+    return comesTrue(loop, [&] { return read(), text == expected; });
+  }
+  bool isDisconnected() {
+    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
+    return comesTrue(loop, [&] { return read(), hasEnded; });
+  }
+
+  EventLoop& loop;
+  FileDescriptor socket;
+  std::string text;
+  bool hasEnded = false;
+};
+
+}  // namespace kestrune::testing

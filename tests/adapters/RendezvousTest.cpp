@@ -1,0 +1,370 @@
+#include "platform/instance/Rendezvous.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/adapters/Instances.h"
+#include "tests/support/InstanceProgram.h"
+#include "tests/support/StandardErrorText.h"
+
+namespace {
+
+/// What locking a file fails with; 0 when it does not.
+int lockFailure = 0;
+
+}  // namespace
+
+// Takes the place of the library's own in this program: a file system may have no locks.
+extern "C" int flock(int descriptor, int operation) noexcept {
+  if (lockFailure == 0) return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+  errno = lockFailure;
+  return -1;
+}
+
+namespace kestrune::testing {
+namespace {
+
+using Kind = Claim::Kind;
+using Tokens = std::vector<std::string>;
+constexpr Seconds moment{0.05};
+
+struct RendezvousTest : ::testing::Test, Instances {
+  void TearDown() override { lockFailure = 0; }
+
+  std::unique_ptr<Start> start() { return std::make_unique<Start>(loop, folders); }
+  std::unique_ptr<Start> client() {
+    auto made = start();
+    EXPECT_TRUE(made->claims());
+    return made;
+  }
+  /// On a loop that does not run, as in a process that hangs.
+  std::unique_ptr<Start> hangingClient() {
+    auto made = std::make_unique<Start>(stopped, folders);
+    EXPECT_TRUE(made->claims());
+    return made;
+  }
+  bool isTurnedDown(const Claim& claim = {}) { return !Start(loop, folders).claims(claim); }
+
+  EventLoop stopped;
+};
+
+TEST_F(RendezvousTest, TurnsEveryLaterStartDownAndIsAskedToShowItself) {
+  const auto first = client();
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
+  EXPECT_EQ(first->shown, (Tokens{"", "gnome-1_TIME2"}));
+  EXPECT_EQ(start()->rendezvous.runningClient(), getpid());
+}
+
+TEST_F(RendezvousTest, LeavesOutATokenThatIsNoLine) {
+  const auto first = client();
+  EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
+  EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
+  EXPECT_EQ(first->shown, (Tokens{"", ""}));
+}
+
+TEST_F(RendezvousTest, AsksNothingOfTheClientForAStartInTheBackground) {
+  const auto first = client();
+  EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(first->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, WaitsForTheOneThatItReplaces) {
+  auto first = client();
+  const auto end = loop.after(moment, [&] {
+    EXPECT_TRUE(first->shown.empty());
+    first.reset();
+  });
+  const auto successor = start();
+  EXPECT_TRUE(successor->claims({.kind = Kind::replace}));
+  EXPECT_EQ(first, nullptr);
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(successor->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, DoesNotWaitWhenThereIsNobodyToReplace) {
+  EXPECT_TRUE(start()->claims({.kind = Kind::replace}));
+}
+
+TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
+  for (const Kind kind : {Kind::show, Kind::giveWay, Kind::replace}) {
+    auto first = client();
+    first->rendezvous.announceEnd();
+    const auto end = loop.after(moment, [&] {
+      EXPECT_TRUE(first->shown.empty());
+      first.reset();
+    });
+    EXPECT_TRUE(start()->claims({.kind = kind}));
+    EXPECT_EQ(first, nullptr);
+  }
+}
+
+TEST_F(RendezvousTest, WaitsForOneThatBeginsToEndInsteadOfAnswering) {
+  auto first = hangingClient();
+  const auto begin = loop.after(moment, [&] { first->rendezvous.announceEnd(); });
+  const auto end = loop.after(moment * 3, [&] { first.reset(); });
+  EXPECT_TRUE(start()->claims({.answerPatience = moment * 2}));
+  EXPECT_EQ(first, nullptr);
+}
+
+TEST_F(RendezvousTest, TakesThePlaceOfOneThatEndsInsteadOfAnswering) {
+  auto first = hangingClient();
+  const auto end = loop.after(moment, [&] { first.reset(); });
+  EXPECT_TRUE(start()->claims());
+}
+
+TEST_F(RendezvousTest, IsTurnedDownByOneThatHangsAndShowsItselfLater) {
+  const auto first = hangingClient();
+  EXPECT_TRUE(isTurnedDown({.activationToken = "token", .answerPatience = moment}));
+  stopped.runUntil([&] { return !first->shown.empty(); });
+  EXPECT_EQ(first->shown, Tokens{"token"});
+  EXPECT_EQ(Claim{}.answerPatience, Seconds{2});
+}
+
+TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
+  auto first = hangingClient();
+  const auto successor = start();
+  {
+    const StandardErrorText errors;
+    EXPECT_TRUE(successor->claims({.kind = Kind::replace, .endPatience = moment}));
+    EXPECT_EQ(errors.text(),
+              "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
+  }
+  EXPECT_EQ(Claim{}.endPatience, Seconds{12});
+  first.reset();
+  successor->rendezvous.publish("1");
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(successor->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    InstanceProgram first(folders, Kind::show);
+    ASSERT_EQ(first.line(), "client");
+    first.end(signal);
+  }
+  EXPECT_TRUE(start()->claims());
+}
+
+TEST_F(RendezvousTest, IsTurnedDownByWhoeverReplacesOneThatIsAboutToEnd) {
+  auto first = client();
+  first->rendezvous.announceEnd();
+  std::unique_ptr<Start> replacement;
+  const auto end = loop.after(moment, [&] {
+    first.reset();
+    replacement = client();
+  });
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(replacement->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, GivesWayToWhoeverHasReplacedTheOneThatItWaitedFor) {
+  InstanceProgram first(folders, Kind::show);
+  ASSERT_EQ(first.line(), "client");
+  InstanceProgram successor(folders, Kind::replace);
+  ASSERT_EQ(successor.line(), "waiting");
+  successor.tell(SIGSTOP);
+  first.end(SIGTERM);
+  InstanceProgram other(folders, Kind::show);
+  ASSERT_EQ(other.line(), "client");
+  successor.tell(SIGCONT);
+  EXPECT_EQ(successor.line(), "second");
+  EXPECT_TRUE(other.isSilent());
+}
+
+TEST_F(RendezvousTest, IsTheUsersAlone) {
+  const auto first = client();
+  for (const auto& [path, mode] : std::map<std::string, unsigned>{
+           {place, S_IFDIR | 0700}, {place + "/lock", S_IFREG | 0600}, {socket, S_IFSOCK | 0600}}) {
+    struct stat found {};
+    EXPECT_EQ(lstat(path.c_str(), &found), 0) << path;
+    EXPECT_EQ(found.st_mode, mode) << path;
+  }
+}
+
+TEST_F(RendezvousTest, GoesOnWhereNothingCanBeLockedAndIsFoundByItsSocket) {
+  for (const int failure : {ENOLCK, EIO}) {
+    lockFailure = failure;
+    const auto first = start();
+    {
+      const StandardErrorText errors;
+      EXPECT_TRUE(first->claims());
+      EXPECT_EQ(errors.text(), "KestruneMenuClient: cannot lock " + place +
+                                   "/lock: " + std::system_category().message(failure) + "\n");
+    }
+    EXPECT_TRUE(isTurnedDown());
+    EXPECT_EQ(first->shown.size(), 1U);
+  }
+}
+
+TEST_F(RendezvousTest, GoesOnWhereThereCanBeNoFolder) {
+  std::ofstream(state) << "not a folder";
+  const StandardErrorText errors;
+  EXPECT_TRUE(Start(loop, InstanceFolders("", state, "")).claims({.kind = Kind::replace}));
+  EXPECT_EQ(errors.text().find("KestruneMenuClient: cannot lock " + state), 0U) << errors.text();
+}
+
+TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
+  ForkedProgram program([this](const ForkedProgram::Say& say) {
+    const int alone = CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER);
+    // Room for the folder of the client and its lock.
+    if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
+      return say("no disk");
+    }
+    EventLoop own;
+    Start first(own, folders);
+    say(first.claims() ? "client" : "second");
+    say(Start(own, folders).claims({.answerPatience = moment}) ? "client" : "second");
+    mount("none", runtime.c_str(), "tmpfs", MS_REMOUNT, "nr_inodes=9");
+    first.rendezvous.publish("1");
+    say(Start(own, folders).claims() ? "client" : "second");
+    say(std::to_string(first.shown.size()));
+  });
+  for (const char* const said : {"client", "second", "second", "1"}) EXPECT_EQ(program.line(), said);
+  program.waitForEnd();
+  EXPECT_EQ(program.standardError(), "KestruneMenuClient: nobody can reach the client by " + socket +
+                                         ": No space left on device\n"
+                                         "KestruneMenuClient: another client has locked " +
+                                         place + "/lock, and takes no requests\n");
+}
+
+TEST_F(RendezvousTest, DoesNotFollowALinkInPlaceOfItsLock) {
+  std::filesystem::create_directories(place);
+  std::filesystem::create_symlink(folder.file("elsewhere"), place + "/lock");
+  const StandardErrorText errors;
+  EXPECT_TRUE(start()->claims());
+  EXPECT_FALSE(std::filesystem::exists(folder.file("elsewhere")));
+}
+
+TEST_F(RendezvousTest, UsesNoFolderOfAnotherUser) {
+  // Only root can give a folder away, and everybody else finds one of root's.
+  if (geteuid() == 0) {
+    std::filesystem::create_directories(place);
+    ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
+  } else {
+    std::filesystem::create_directory_symlink("/usr", place);
+  }
+  const StandardErrorText errors;
+  EXPECT_TRUE(start()->claims());
+  EXPECT_NE(errors.text().find("/lock: Operation not permitted\n"), std::string::npos) << errors.text();
+  EXPECT_FALSE(std::filesystem::exists(place + "/lock"));
+}
+
+TEST_F(RendezvousTest, PassesItsLockOnToTheProgramThatItBecomes) {
+  ForkedProgram program([this](const ForkedProgram::Say& say) {
+    InstanceLock before;
+    before.take(place);
+    before.passOn();
+    InstanceLock after, another;  // the first of which takes it over, as the environment says
+    say(std::getenv("KESTRUNE_MENU_CLIENT_LOCK") == nullptr ? "taken over" : "still there");
+    say(another.take(place) == InstanceLock::Result::held ? "held" : "not held");
+    say(after.take(place) == InstanceLock::Result::taken ? "taken" : "not taken");
+  });
+  for (const char* const said : {"taken over", "held", "taken"}) EXPECT_EQ(program.line(), said);
+}
+
+TEST_F(RendezvousTest, TakesOverNoLockThatIsNone) {
+  for (const char* const number : {"", "x", "-1", "0", "99999"}) {
+    setenv("KESTRUNE_MENU_CLIENT_LOCK", number, 1);
+    EXPECT_EQ(InstanceLock().take(place), InstanceLock::Result::taken);
+  }
+  EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
+}
+
+TEST_F(RendezvousTest, MakesLockAndSocketAnewWhereSomebodyHasRemovedThem) {
+  const auto first = client();
+  RawPeer follower(loop, place);
+  follower.say("follow\n");
+  first->rendezvous.publish("1");
+  ASSERT_TRUE(follower.hears("1\n"));
+  for (const std::string& removed : {socket, place + "/lock", place}) {
+    std::filesystem::remove_all(removed);
+    first->rendezvous.publish("1");
+    EXPECT_TRUE(isTurnedDown()) << removed;
+  }
+  EXPECT_EQ(first->shown.size(), 3U);
+  first->rendezvous.publish("2");
+  EXPECT_TRUE(follower.hears("1\n2\n"));
+}
+
+TEST_F(RendezvousTest, LeavesThePlaceToAnotherClientAndTakesItBackAfterIt) {
+  const auto first = client();
+  std::filesystem::remove_all(place);
+  auto other = client();
+  {
+    const StandardErrorText errors;
+    first->rendezvous.publish("1");
+    first->rendezvous.publish("2");
+    EXPECT_EQ(errors.text(),
+              "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
+  }
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(other->shown.size(), 1U);
+  other.reset();
+  first->rendezvous.publish("3");
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(first->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, IsFoundByASessionWithARuntimeFolderWhenItHasNone) {
+  Start first(loop, InstanceFolders("", state, ""));
+  ASSERT_TRUE(first.claims());
+  EXPECT_TRUE(std::filesystem::exists(stateSocket));
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(first.shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
+  const auto first = client();
+  std::filesystem::remove_all(runtime);
+  first->rendezvous.publish("1");
+  EXPECT_TRUE(std::filesystem::exists(stateSocket));
+  std::filesystem::create_directories(runtime);
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(first->shown.size(), 1U);
+}
+
+struct InstanceFoldersTest : ::testing::Test {
+  ScratchFolder folder;
+  const std::string runtimes = folder.file("user"), own = runtimes + "/" + std::to_string(geteuid());
+  const std::string state = folder.file("state");
+
+  std::string chosen(const std::string& runtime) const {
+    const std::string path = InstanceFolders(runtime, state, runtimes).current();
+    EXPECT_TRUE(path.ends_with("/kestrune-menu-client"));
+    return path.substr(0, path.rfind('/'));
+  }
+};
+
+TEST_F(InstanceFoldersTest, AreInTheFirstRuntimeFolderOfTheUserThatThereIs) {
+  EXPECT_EQ(chosen(""), state);
+  std::filesystem::create_directories(own);
+  EXPECT_EQ(chosen(""), own);
+  EXPECT_EQ(chosen("/nowhere"), own);
+  EXPECT_EQ(chosen("/dev/null"), own);
+  std::filesystem::create_directories(folder.file("session"));
+  EXPECT_EQ(chosen(folder.file("session")), folder.file("session"));
+}
+
+TEST_F(InstanceFoldersTest, AreInNoRuntimeFolderOfAnotherUser) {
+  std::string foreign = "/usr";
+  if (geteuid() == 0) {
+    foreign = folder.file("foreign");
+    std::filesystem::create_directories(foreign);
+    ASSERT_EQ(chown(foreign.c_str(), 65534, 65534), 0);
+  }
+  EXPECT_EQ(chosen(foreign), state);
+}
+
+}  // namespace
+}  // namespace kestrune::testing

@@ -1,0 +1,199 @@
+#include "platform/instance/RequestServer.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/adapters/Instances.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ResourceLimit.h"
+
+namespace kestrune::testing {
+namespace {
+
+struct RequestServerTest : ::testing::Test, Instances {
+  RequestServerTest() {
+    std::filesystem::create_directories(place);
+    EXPECT_FALSE(server.listen(place));
+  }
+
+  std::unique_ptr<RawPeer> peer(const std::string& text) {
+    auto made = std::make_unique<RawPeer>(loop, place);
+    made->say(text);
+    return made;
+  }
+  /// What another process is answered.
+  std::string answer(const std::string& request) {
+    const auto asking = peer(request + "\n");
+    comesTrue(loop, [&] { return asking->read(), asking->text.ends_with('\n') || asking->hasEnded; });
+    return asking->text;
+  }
+
+  std::vector<std::string> asked;
+  std::function<void()> whilePerforming;
+  RequestServer server{loop,
+                       {.show = [this](const std::string& token) { asked.push_back("show:" + token); },
+                        .perform = [this](const std::string& action) -> std::optional<std::string> {
+                          asked.push_back("perform:" + action);
+                          if (whilePerforming) whilePerforming();
+                          if (action == "quit") return std::nullopt;
+                          return "no such row";
+                        }}};
+};
+
+TEST_F(RequestServerTest, AnswersRequests) {
+  EXPECT_EQ(answer("show"), "ok\n");
+  EXPECT_EQ(answer("show a token"), "ok\n");
+  EXPECT_EQ(answer("perform quit"), "ok\n");
+  EXPECT_EQ(answer("perform fly"), "error no such row\n");
+  EXPECT_EQ(asked, (std::vector<std::string>{"show:", "show:a token", "perform:quit", "perform:fly"}));
+}
+
+TEST_F(RequestServerTest, RefusesWhatItDoesNotKnow) {
+  for (const std::string request :
+       {"", " ", "Show", "showing", " show", "quit", "GET / HTTP/1.1\r", "\xff"}) {
+    EXPECT_EQ(answer(request), "error unknown request\n") << request;
+  }
+  EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(RequestServerTest, AnswersEachLineOfAPeerInItsOrder) {
+  const auto asking = peer("show 1\nnothing\nperf");
+  ASSERT_TRUE(asking->hears("ok\nerror unknown request\n"));
+  asking->say("orm quit\nshow 2");
+  ASSERT_TRUE(asking->hears("ok\nerror unknown request\nok\n"));
+  EXPECT_EQ(asked, (std::vector<std::string>{"show:1", "perform:quit"}));
+}
+
+TEST_F(RequestServerTest, TellsTheStatusOnceOrAlways) {
+  const auto once = peer("status\n"), always = peer("follow\n");
+  server.publish("1");
+  EXPECT_TRUE(once->hears("1\n"));
+  EXPECT_TRUE(always->hears("1\n"));
+  server.publish("2");
+  EXPECT_TRUE(always->hears("1\n2\n"));
+  EXPECT_EQ(answer("status"), "2\n");
+  EXPECT_TRUE(once->hears("1\n"));
+}
+
+TEST_F(RequestServerTest, DoesWhatAPeerAskedForThatHasLeft) {
+  peer("show\n").reset();
+  EXPECT_TRUE(comesTrue(loop, [&] { return !asked.empty(); }));
+}
+
+TEST_F(RequestServerTest, DisconnectsAPeerWhoseLineDoesNotEnd) {
+  const auto endless = peer(std::string(100000, 'x'));
+  EXPECT_TRUE(endless->isDisconnected());
+  EXPECT_EQ(answer("show"), "ok\n");
+}
+
+TEST_F(RequestServerTest, DisconnectsAPeerThatDoesNotRead) {
+  const auto deaf = peer("follow\n"), listening = peer("follow\n");
+  std::string said;
+  for (int i = 0; i < 20; ++i) {
+    const std::string line = std::to_string(i) + std::string(50000, 'x');
+    server.publish(line);
+    said += line + "\n";
+    ASSERT_TRUE(listening->hears(said));
+  }
+  EXPECT_TRUE(deaf->isDisconnected());
+  EXPECT_LT(deaf->text.size(), said.size());
+}
+
+TEST_F(RequestServerTest, MayDisconnectAPeerWhileItDoesWhatThatOneAsksFor) {
+  whilePerforming = [&] {
+    for (int i = 0; i < 20; ++i) server.publish(std::to_string(i) + std::string(50000, 'x'));
+  };
+  const auto asking = peer("follow\nperform quit\nshow\n");
+  EXPECT_TRUE(asking->isDisconnected());
+  EXPECT_EQ(asked, std::vector<std::string>{"perform:quit"});
+}
+
+TEST_F(RequestServerTest, LeavesRoomForAnotherPeerByDisconnectingTheOldest) {
+  std::vector<std::unique_ptr<RawPeer>> peers;
+  for (int i = 0; i < 70; ++i) {
+    peers.push_back(peer("status\n"));
+    settleQueue(loop);
+  }
+  server.publish("1");
+  EXPECT_TRUE(peers.back()->hears("1\n"));
+  EXPECT_TRUE(peers.front()->isDisconnected());
+  EXPECT_EQ(peers.front()->text, "");
+}
+
+TEST_F(RequestServerTest, DisconnectsProcessesOfOtherUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  // Nothing but who asks is in the way.
+  for (std::filesystem::path each = socket; each != "/tmp"; each = each.parent_path())
+    chmod(each.c_str(), 0777);
+  ForkedProgram stranger([this](const ForkedProgram::Say& say) {
+    if (setuid(65534) != 0) return say("still root");
+    EventLoop own;
+    RawPeer asking(own, place);
+    asking.say("show\n");
+    say(asking.isDisconnected() ? "refused" + asking.text : "answered");
+  });
+  std::string said;
+  ASSERT_TRUE(letPassUntil([&] { return !stranger.isSilent(); }));
+  EXPECT_EQ(stranger.line(), "refused");
+  EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(RequestServerTest, ListensWhereAnAddressHasNoRoomForThePath) {
+  const std::string far = folder.file(std::string(100, 'a')) + "/" + std::string(100, 'b');
+  std::filesystem::create_directories(far);
+  ASSERT_FALSE(server.listen(far));
+  RawPeer asking(loop, far);
+  asking.say("show\n");
+  EXPECT_TRUE(asking.hears("ok\n"));
+}
+
+TEST_F(RequestServerTest, TakesThePlaceOfADeadSocketOrALinkAndLeavesWhatThatLeadsTo) {
+  std::ofstream(folder.file("precious")) << "kept";
+  std::filesystem::remove(socket);
+  std::filesystem::create_symlink(folder.file("precious"), socket);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(server.isInPlace());
+    ASSERT_FALSE(server.listen(place));
+    EXPECT_EQ(answer("show"), "ok\n");
+    // Another one is killed before it has the name.
+    RequestServer other(loop, {});
+    ASSERT_FALSE(other.listen(place));
+  }
+  std::string text;
+  std::ifstream(folder.file("precious")) >> text;
+  EXPECT_EQ(text, "kept");
+}
+
+TEST_F(RequestServerTest, SaysWhyItCannotListen) {
+  std::filesystem::remove(socket);
+  std::filesystem::create_directories(socket + "/in the way");
+  EXPECT_EQ(server.listen(place), std::errc::is_a_directory);
+  EXPECT_FALSE(server.isInPlace());
+  EXPECT_EQ(server.listen(folder.file("nowhere")), std::errc::no_such_file_or_directory);
+}
+
+TEST_F(RequestServerTest, RestsWhileThereAreNoDescriptorsAndGoesOnThen) {
+  const auto asking = peer("show\n");
+  // The first timer of a loop takes a descriptor, and a client has long had one.
+  loop.after(Seconds{60}, [] {});
+  int turns = 0;
+  {
+    const FileDescriptor lowestFree(dup(STDIN_FILENO));
+    const ResourceLimit none(RLIMIT_NOFILE, static_cast<rlim_t>(lowestFree.get()));
+    const Seconds end = clock.awakeTime() + Seconds{0.2};
+    loop.runUntil([&] {
+      ++turns;
+      // Something has to wake the loop.
+      loop.mainQueue().asyncAfter(Seconds{0.05}, [] {});
+      return clock.awakeTime() >= end;
+    });
+  }
+  EXPECT_LT(turns, 50);
+  EXPECT_TRUE(asking->hears("ok\n"));
+}
+
+}  // namespace
+}  // namespace kestrune::testing
