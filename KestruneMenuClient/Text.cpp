@@ -64,6 +64,43 @@ constexpr bool isNoncharacter(char32_t character) {
   return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
 }
 
+std::size_t skip(std::string_view text, std::size_t from, char first, char last) {
+  while (from < text.size() && text[from] >= first && text[from] <= last) ++from;
+  return from;
+}
+
+/// The bytes of the escape sequence that begins `text`, as ECMA-48 forms them, with ESC or with a C1 control;
+/// 0 if none does, or one that does not end.
+std::size_t escapeSequenceLength(std::string_view text) {
+  if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
+  const bool isC1 = text[0] == '\xC2';
+  const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
+  switch (kind) {
+    case '[': {  // a control sequence
+      const std::size_t end = skip(text, skip(text, 2, '0', '?'), ' ', '/');
+      return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
+    }
+    case ']':  // an operating system command, and the other control strings
+    case 'P':
+    case 'X':
+    case '^':
+    case '_':
+      for (std::size_t end = 2; end < text.size();) {
+        const Decoded decoded = decode(text.substr(end));
+        if (decoded.character == '\a' || decoded.character == 0x9C) return end + decoded.length;
+        if (text.substr(end).starts_with("\x1B\\")) return end + 2;
+        if (isControl(decoded.character)) return 0;
+        end += decoded.length;
+      }
+      return 0;
+    default: {
+      if (isC1) return 0;
+      const std::size_t end = skip(text, 1, ' ', '/');
+      return end < text.size() && text[end] >= '0' && text[end] <= '~' ? end + 1 : 0;
+    }
+  }
+}
+
 /// The first byte of every newline: lets the splitter pass over most of a text without decoding it.
 constexpr bool mayBeginNewline(char byte) {
   const auto value = static_cast<unsigned char>(byte);
@@ -162,6 +199,10 @@ std::string withoutControls(std::string_view text) {
   std::string plain;
   plain.reserve(text.size());
   while (!text.empty()) {
+    if (const std::size_t length = escapeSequenceLength(text)) {
+      text.remove_prefix(length);
+      continue;
+    }
     const Decoded decoded = decode(text);
     const bool readable = decoded.character != invalidCharacter && !isControl(decoded.character) &&
                           !isNewline(decoded.character) && !turnsWritingDirection(decoded.character) &&

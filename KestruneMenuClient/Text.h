@@ -42,8 +42,9 @@ std::string replacingAll(std::string_view text, std::string_view from, std::stri
 /// As much of the beginning of `text` as has room in `limit` bytes; no character code is cut in two.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
-/// `text` without what could do more than be read: control characters, line ends, the characters that turn
-/// the writing direction, and what is no character at all, become blanks.
+/// `text` without what could do more than be read. Escape sequences of a terminal are left out; other control
+/// characters, line ends, the characters that turn the writing direction, and what is no character at all,
+/// become blanks.
 std::string withoutControls(std::string_view text);
 
 /// `text` as it may stand in one row of a menu: without controls, and shortened if it is too long for any

@@ -63,7 +63,7 @@ TEST_F(DesktopNotifications, KeepTheirLinesAndNoOtherControls) {
   daemon = serve(plain);
   connect();
   using namespace std::string_literals;
-  EXPECT_EQ(shown("a\nb\r\nc\n\nd\te\0f\x1b[31mg\u202Eh\xFFi\uFFFEj\n"s), "a\nb\nc\n\nd e f [31mg h i j\n");
+  EXPECT_EQ(shown("a\nb\r\nc\n\nd\te\0f\x1b[31mg\u202Eh\xFFi\uFFFEj\n"s), "a\nb\nc\n\nd e fg h i j\n");
 }
 
 TEST_F(DesktopNotifications, AreCutWhenTheyAreTooLongForAnyScreen) {

@@ -75,7 +75,7 @@ TEST_F(Diagnosis, TellsWhoIsThereAndWhoKeepsTheMachineAwake) {
       << text;
   EXPECT_NE(text.find("  org.freedesktop.ScreenSaver: none\n"), text.npos) << text;
   for (const char* const held :
-       {"  org.gnome.SessionManager: a [31mplayer\n", "  org.freedesktop.PowerManagement: somebody\n",
+       {"  org.gnome.SessionManager: aplayer\n", "  org.freedesktop.PowerManagement: somebody\n",
         "  org.freedesktop.login1: idle (block) by Kestrune, process 42\n"}) {
     EXPECT_NE(text.find(held, text.find("Held awake by:\n")), text.npos) << held << text;
   }

@@ -176,7 +176,7 @@ TEST_F(TrayItem, LeavesTheDescriptionAsItIs) {
 }
 
 TEST_F(TrayItem, KeepsControlCharactersOutOfTheToolTip) {
-  EXPECT_EQ(toolTipFor("a\0b\tc\nd\x1b[31me\u202ef\x7f"s), "(sa(iiay)ss) ('', [], 'a b c d [31me f ', '')");
+  EXPECT_EQ(toolTipFor("a\0b\tc\nd\x1b[31me\u202ef\x7f"s), "(sa(iiay)ss) ('', [], 'a b c de f ', '')");
 }
 
 TEST_F(TrayItem, ReplacesBytesThatAreNotText) {

@@ -175,7 +175,7 @@ class Diagnosis(StatusTest):
         self.session.environment["KESTRUNE_REPO_PATH"] = "/a\x1b[31m\nTray: forged"
         text, _ = self.diagnosis()
         self.assertNotIn("\x1b", text)
-        self.assertIn("Backend: /a [31m Tray: forged, named", text)
+        self.assertIn("Backend: /a Tray: forged, named", text)
 
     def test_one_that_says_nothing_of_itself_is_not_waited_for(self):
         place = self.session.runtime / "kestrune-menu-client"

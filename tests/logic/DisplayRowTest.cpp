@@ -20,8 +20,28 @@ TEST(DisplayRow, HasNoControlCharacters) {
     std::string text = "a";
     if (code >= 0x80) text += '\xC2';
     text += static_cast<char>(code);
-    EXPECT_EQ(displayRow(text + "b"), "a b") << code;
+    EXPECT_EQ(displayRow(text + "漢"), "a 漢") << code;
   }
+}
+
+TEST(DisplayRow, HasNoEscapeSequence) {
+  for (const char* const sequence :
+       {"\x1b[31m", "\x1b[38;5;231m", "\x1b[?25l", "\x1b[1 q", "\u009b2J", "\x1b]0;title\a",
+        "\x1b]8;;http://x.example/漢\x1b\\", "\u009d2;title\u009c", "\x1bP+q544e\x1b\\", "\x1b_a\x1b\\",
+        "\x1b^a\x1b\\", "\x1bXa\u009c", "\x1b(B", "\0337", "\x1b\\", "\x1bM", "\x1b#8"}) {
+    EXPECT_EQ(displayRow(sequence), "") << sequence + 1;
+    EXPECT_EQ(displayRow("a" + std::string(sequence) + "b"), "ab") << sequence + 1;
+  }
+}
+
+TEST(DisplayRow, KeepsWhatStandsBehindABrokenEscapeSequence) {
+  EXPECT_EQ(displayRow("a\x1b"), "a ");
+  EXPECT_EQ(displayRow("a\x1b 漢"), "a  漢");
+  EXPECT_EQ(displayRow("a\x1b[3"), "a [3");
+  EXPECT_EQ(displayRow("a\x1b[3漢"), "a [3漢");
+  EXPECT_EQ(displayRow("a\x1b[3\x1b[31mb"), "a [3b");
+  EXPECT_EQ(displayRow("a\x1b]0;title"), "a ]0;title");
+  EXPECT_EQ(displayRow("a\x1b]0;title\nb\a"), "a ]0;title b ");
 }
 
 TEST(DisplayRow, IsOneLine) {
