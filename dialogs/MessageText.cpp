@@ -1,5 +1,9 @@
 #include "dialogs/MessageText.h"
 
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QGuiApplication>
+#include <QMenu>
 #include <QMimeData>
 #include <QScrollBar>
 #include <QStyle>
@@ -73,6 +77,27 @@ ShortText::ShortText(const QString& text, const QFont& font, int wanted) : QLabe
   setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
   setAlignment(Qt::AlignLeading | Qt::AlignTop);
   setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+}
+
+void ShortText::contextMenuEvent(QContextMenuEvent* event) {
+  // The toolkit's label offers a menu for a link only.
+  constexpr auto context = "QWidgetTextControl";
+  const auto titled = [](const char* word, QKeySequence::StandardKey key) {
+    return QCoreApplication::translate(context, word) + QLatin1Char('\t') +
+           QKeySequence(key).toString(QKeySequence::NativeText);
+  };
+  auto* const menu = new QMenu(this);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->addAction(titled("&Copy", QKeySequence::Copy), this,
+                  [this] {
+                    QGuiApplication::clipboard()->setText(
+                        selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
+                  })
+      ->setEnabled(hasSelectedText());
+  menu->addSeparator();
+  menu->addAction(titled("Select All", QKeySequence::SelectAll), this,
+                  [this] { setSelection(0, static_cast<int>(text().size())); });
+  menu->popup(event->globalPos());
 }
 
 QSize ShortText::sizeHint() const {

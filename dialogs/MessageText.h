@@ -16,6 +16,9 @@ class ShortText final : public QLabel {
   QSize sizeHint() const override;
   QSize minimumSizeHint() const override { return sizeHint(); }
 
+ protected:
+  void contextMenuEvent(QContextMenuEvent* event) override;
+
  private:
   ShortText(const QString& text, const QFont& font, int wanted);
 

@@ -146,6 +146,13 @@ class Copies(Alerts):
         self.desk.keys("ctrl+a", "ctrl+c", "Tab")
         window.find("push button", "好").has_focus()
 
+    def menu_of(self, node):
+        """What a right click on it opens."""
+        self.desk.reader.signals.clear()
+        left, top, *_ = node.place()
+        self.desk.run("xdotool", "mousemove", str(left + 10), str(top + 5), "click", "3")
+        return self.desk.reader.told_of("popup menu")
+
     def pasted(self, program):
         program.show(alert(2, "貼上", view=field("copy")))
         program.window("貼上").find("text").has_focus()
@@ -168,16 +175,31 @@ class Copies(Alerts):
         self.assertEqual(self.pasted(program), answered(2, 0, copy=f"前\n\n{line}\n後"))
 
     def test_by_the_menu_of_the_text(self):
-        program, window = self.opened(alert(1, text=REPORT))
-        window.find("text").focus()
-        self.desk.reader.signals.clear()
-        self.desk.keys("ctrl+a", "Menu")
-        menu = self.desk.reader.told_of("popup menu")
-        self.desk.screenshot("context-menu")
-        self.assertEqual([name.partition("\t")[0] for name in menu.names("menu item")], ["複製(C)", "全選"])
-        self.desk.keys("c")
+        for role, text in (("text", REPORT), ("label", "一 <b>\n二 &")):
+            with self.subTest(role):
+                program, window = self.opened(alert(1, text=text))
+                shown = [node for node in window.all() if node.role() == role][-1]
+                shown.focus()
+                self.desk.keys("ctrl+a")
+                menu = self.menu_of(shown)
+                self.desk.screenshot(f"context-menu-{role}")
+                self.assertEqual([name.partition("\t")[0] for name in menu.names("menu item")], ["複製(C)", "全選"])
+                self.desk.keys("c")
+                self.desk.reader.wait(lambda: not menu.is_shown(), "end of the menu")
+                self.assertEqual(self.pasted(program), answered(2, 0, copy=text))
+                self.desk.keys("Escape")
+                self.assertEnds(program, answered(1, 0))
+
+    def test_by_the_menu_of_a_short_text_alone(self):
+        program, window = self.opened(alert(1, text="一 <b>\n二 &"))
+        text = window.find("label", "一 <b>\n二 &")
+        menu = self.menu_of(text)
+        self.assertEqual(["enabled" in node.states() for node in menu.all() if node.role() == "menu item"], [False, True])
+        self.desk.keys("Up", "Return")
         self.desk.reader.wait(lambda: not menu.is_shown(), "end of the menu")
-        self.assertEqual(self.pasted(program), answered(2, 0, copy=REPORT))
+        self.desk.keys("ctrl+c", "Tab")
+        window.find("push button", "好").has_focus()
+        self.assertEqual(self.pasted(program), answered(2, 0, copy="一 <b>\n二 &"))
 
 
 class Buttons(Alerts):
