@@ -5,6 +5,8 @@
 #include <QPainter>
 #include <QSignalBlocker>
 #include <QStyleOptionMenuItem>
+#include <algorithm>
+#include <utility>
 
 #include "KestruneMenuClient/Text.h"
 #include "dialogs/Appearance.h"
@@ -14,7 +16,9 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr double ordinarySize = 13;  // points
+// Points.
+constexpr double ordinarySize = 13;
+constexpr double beforeKeys = 16;
 
 /// A row as the desktop draws it in its menus.
 QStyleOptionMenuItem menuOption(const QWidget& row) {
@@ -35,17 +39,24 @@ void setTextColor(QStyleOptionMenuItem& option, const QColor& color) {
   }
 }
 
-QSize sizeFor(const QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
-  const QFontMetrics metrics = row.fontMetrics();
-  const QSize content(metrics.size(Qt::TextSingleLine, title).width(), metrics.height());
+int widthOf(const QWidget& row, const QString& title) {
+  return row.fontMetrics().size(Qt::TextSingleLine, title).width();
+}
+
+QSize sizeFor(const QWidget& row, QStyleOptionMenuItem option, const QString& title) {
+  const QSize content(widthOf(row, title), row.fontMetrics().height());
+  // Some styles count the keys, others leave them to the menu.
+  const int keys = std::exchange(option.reservedShortcutWidth, 0);
   return row.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &row) +
-         QSize(option.reservedShortcutWidth, 0);
+         QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
 }
 
 /// The title as far as there is room for it beside what the style puts around it.
 QString elided(const QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
-  const int around = sizeFor(row, option, QString()).width();
-  return row.fontMetrics().elidedText(title, Qt::ElideRight, row.width() - around);
+  // What is around the title is not to be had from a shorter one: a style may have a least width.
+  const int missing = sizeFor(row, option, title).width() - row.width();
+  if (missing <= 0) return title;
+  return row.fontMetrics().elidedText(title, Qt::ElideRight, std::max(0, widthOf(row, title) - missing));
 }
 
 void tellWhatIsLeftOut(QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
@@ -149,7 +160,6 @@ QStyleOptionMenuItem MenuButton::option() const {
   QStyleOptionMenuItem made = menuOption(*this);
   if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
   made.checked = isChecked();
-  made.reservedShortcutWidth = keyRoom;
   if (isEnabled()) {
     setTextColor(made, palette().color(QPalette::WindowText));
   } else {
@@ -159,8 +169,11 @@ QStyleOptionMenuItem MenuButton::option() const {
   }
   made.state.setFlag(QStyle::State_Selected, hasFocus() && isEnabled());
   made.state.setFlag(QStyle::State_Sunken, isDown());
-  // The tab makes a style leave room for the keys.
-  made.text = QLatin1Char('\t') + keys;
+  if (!keys.isEmpty()) {
+    made.reservedShortcutWidth = keyRoom;
+    // The tab makes a style leave room for the keys.
+    made.text = QLatin1Char('\t') + keys;
+  }
   return made;
 }
 

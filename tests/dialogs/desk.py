@@ -414,6 +414,9 @@ class Node:
             return "password text"
         return self.ask(ACCESSIBLE, "GetRoleName")[0]
 
+    def description(self):
+        return self.property(ACCESSIBLE, "Description")
+
     def states(self):
         low, high = self.ask(ACCESSIBLE, "GetState")[0]
         bits = low | high << 32

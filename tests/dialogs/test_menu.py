@@ -67,6 +67,29 @@ class Looks(Menus):
         self.assertEqual({name: self.rows[name].keys() for name in CHOICES[3:]}, dict(zip(CHOICES[3:], [
             "Ctrl+M", "Ctrl+X", "Ctrl+S", "Ctrl+C", "Ctrl+D", "Ctrl+G", "Ctrl+O", "Ctrl+,", "Ctrl+Shift+R", "Ctrl+Q"])))
 
+    def test_no_row_is_cut_that_the_window_could_show(self):
+        key = item(1, "a", "a", "R")
+        for title in ("檢查 Codex 版本與 Remote Control", "長" * 20, "l" * 30):
+            for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
+                with self.subTest(row=row), self.desk.program() as self.program:
+                    self.program.show({"menu": [key, row]})
+                    window = self.program.window("Kestrune")
+                    # Of a row that is cut, the tool tip has the whole title.
+                    self.assertEqual([node.description() for node in window.all() if node.name() == title], [""])
+
+    def test_a_row_without_keys_has_the_room_of_the_keys(self):
+        lengths = range(20, 60)
+        rows = [item(1, "a", "a", "R")]
+        for length in lengths:
+            rows += [item(100 + length, "長" * length, enabled=False), item(length, "高" * length, "b", enabled=False)]
+        self.open({"menu": rows})
+        self.desk.screenshot("menu-cut")
+        cut = {node.name() for node in self.window.all() if node.description()}
+        self.assertIn("長" * lengths[-1], cut)
+        self.assertNotIn("長" * lengths[0], cut)
+        self.assertEqual({length for length in lengths if "高" * length in cut},
+                         {length for length in lengths if "長" * length in cut})
+
     def test_titles_are_plain_text_in_one_row(self):
         self.open({"menu": [item(1, "<b>a</b> &b _c\n\0\u202ed", "x"), item(2, "l" * 500, enabled=False),
                             item(3, "off", "y", "z", enabled=False), item(4, "off too", "y", checked=True, enabled=False)]})
