@@ -1,9 +1,9 @@
 #include "dialogs/MenuRow.h"
 
+#include <QAccessibleWidget>
 #include <QEvent>
 #include <QKeyEvent>
 #include <QPainter>
-#include <QSignalBlocker>
 #include <QStyleOptionMenuItem>
 #include <algorithm>
 #include <utility>
@@ -65,6 +65,46 @@ void tellWhatIsLeftOut(QWidget& row, const QStyleOptionMenuItem& option, const Q
 
 QString titleOf(const MenuItem& item) {
   return QString::fromStdString(displayRow(item.title));
+}
+
+/// A row to choose, for screen readers.
+class AccessibleRow final : public QAccessibleWidget {
+ public:
+  explicit AccessibleRow(MenuButton& button) : QAccessibleWidget(&button), row(button) {}
+
+  QAccessible::Role role() const override {
+    return row.isCheckable() ? QAccessible::CheckBox : QAccessible::PushButton;
+  }
+  QString text(QAccessible::Text kind) const override {
+    return kind == QAccessible::Name ? row.name() : QAccessibleWidget::text(kind);
+  }
+  QAccessible::State state() const override {
+    QAccessible::State state = QAccessibleWidget::state();
+    state.checkable = row.isCheckable();
+    state.checked = row.isChecked();
+    return state;
+  }
+  QStringList actionNames() const override {
+    if (!row.isEnabled()) return {};
+    return QStringList(row.isCheckable() ? toggleAction() : pressAction()) + QAccessibleWidget::actionNames();
+  }
+  void doAction(const QString& action) override {
+    if (action == toggleAction() || action == pressAction()) return row.click();
+    QAccessibleWidget::doAction(action);
+  }
+  QStringList keyBindingsForAction(const QString&) const override {
+    return {row.shortcut().toString(QKeySequence::NativeText)};
+  }
+
+ private:
+  MenuButton& row;
+};
+
+QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
+  if (auto* const row = dynamic_cast<MenuButton*>(object)) return new AccessibleRow(*row);
+  if (const auto* const frame = qobject_cast<QFrame*>(object); frame && frame->frameShape() == QFrame::HLine)
+    return new QAccessibleWidget(static_cast<QWidget*>(object), QAccessible::Separator);
+  return nullptr;
 }
 
 }  // namespace
@@ -146,10 +186,7 @@ void MenuButton::setItem(const MenuItem& item, int keyWidth) {
   setShortcut(keysOf(item));
   keys = shortcut().toString(QKeySequence::NativeText);
   setCheckable(item.checked.has_value());
-  {
-    const QSignalBlocker silence(this);  // only what a user does is a choice
-    setChecked(item.checked.value_or(false));
-  }
+  setChecked(item.checked.value_or(false));
   setEnabled(item.enabled);
   tellWhatIsLeftOut(*this, option(), title);
   updateGeometry();
@@ -209,6 +246,10 @@ void MenuButton::paintEvent(QPaintEvent*) {
 void MenuButton::resizeEvent(QResizeEvent* event) {
   QPushButton::resizeEvent(event);
   tellWhatIsLeftOut(*this, option(), title);
+}
+
+void tellRowsToScreenReaders() {
+  QAccessible::installFactory(&accessibleRow);
 }
 
 }  // namespace kestrune::dialogs

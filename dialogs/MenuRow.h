@@ -48,6 +48,9 @@ class MenuButton final : public QPushButton {
   /// `keyWidth` is how many pixels the widest keys in the menu take.
   void setItem(const MenuItem& item, int keyWidth);
 
+  /// As it is read aloud.
+  const QString& name() const { return title; }
+
   QSize sizeHint() const override;
   QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
 
@@ -65,5 +68,9 @@ class MenuButton final : public QPushButton {
   QString keys;
   int keyRoom = 0;
 };
+
+/// From now on, screen readers are told the keys of rows with a check mark, and lines of the window are
+/// separators to them. The toolkit leaves out the first and takes the second for empty panels.
+void tellRowsToScreenReaders();
 
 }  // namespace kestrune::dialogs

@@ -147,8 +147,6 @@ QWidget* MenuWindow::makeRow(MenuRowKind kind, int id) {
   }
   auto* const button = new MenuButton;
   connect(button, &QPushButton::clicked, this, [this, id] { choose(id); });
-  // A screen reader turns a check mark instead of clicking it.
-  connect(button, &QPushButton::toggled, this, [this, id] { choose(id); });
   return button;
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "dialogs/MenuRow.h"
 #include "dialogs/SecretKeeper.h"
 #include "dialogs/Session.h"
 #include "dialogs/ToolkitWords.h"
@@ -88,6 +89,7 @@ int main(int argumentCount, char** arguments) {
 
   QApplication application(argumentCount, arguments);
   kestrune::dialogs::keepSecretsFromScreenReaders();
+  kestrune::dialogs::tellRowsToScreenReaders();
   kestrune::dialogs::ToolkitWords words;
   QCoreApplication::installTranslator(&words);
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));
