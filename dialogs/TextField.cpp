@@ -1,5 +1,6 @@
 #include "dialogs/TextField.h"
 
+#include <QEvent>
 #include <QPainter>
 #include <QStyleOptionFrame>
 #include <limits>
@@ -11,7 +12,8 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr int innerMargin = 2;  // what the toolkit's own drawing of a field leaves free at each side
+constexpr float placeholderShare = 0.5;  // of the text's colour
+constexpr int innerMargin = 2;           // what the toolkit's own drawing of a field leaves free at each side
 
 }  // namespace
 
@@ -22,6 +24,21 @@ TextField::TextField(const View& view, QWidget* parent) : QLineEdit(parent), poi
   setCursorPosition(0);
   setPlaceholderText(readableLine(view.placeholder));
   setSizePolicy(points > 0 ? QSizePolicy::Fixed : QSizePolicy::Expanding, QSizePolicy::Fixed);
+  dimPlaceholder();
+}
+
+void TextField::dimPlaceholder() {
+  // The palette that the toolkit makes of KDE's settings has black ones, on a dark desktop too.
+  QPalette dimmed = palette();
+  QColor color = dimmed.color(QPalette::Active, QPalette::Text);
+  color.setAlphaF(placeholderShare);
+  dimmed.setColor(QPalette::PlaceholderText, color);
+  if (dimmed != palette()) setPalette(dimmed);
+}
+
+void TextField::changeEvent(QEvent* event) {
+  QLineEdit::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) dimPlaceholder();
 }
 
 QSize TextField::sizeHint() const {

@@ -18,8 +18,11 @@ class TextField final : public QLineEdit {
 
  protected:
   void paintEvent(QPaintEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
+  void dimPlaceholder();
+
   double points;  ///< the stated width, 0 if there is none
 };
 

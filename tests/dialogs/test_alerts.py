@@ -373,6 +373,30 @@ class Views(Alerts):
         self.assertEqual(program.event()["answered"]["button"], 0)
 
 
+def lightness(colour):
+    return sum(int(colour[at:at + 2], 16) for at in (1, 3, 5)) / 3
+
+
+DARK_KDE = "\n".join(f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252"
+                     for part in ("Button", "Selection", "Tooltip", "View", "Window")) + "\n"
+
+
+class DarkDesktop(Alerts):
+    def test_a_placeholder_is_told_from_its_field(self):
+        settings = self.desk.root / "kde"
+        settings.mkdir()
+        (settings / "kdeglobals").write_text(DARK_KDE)
+        program = self.program(environment={"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5",
+                                            "XDG_CONFIG_HOME": str(settings)})
+        program.show(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))))
+        window = program.window("標題")
+        self.desk.screenshot("placeholder-dark")
+        left, top, width, height = window.find("text", "提示").place()
+        shades = sorted(map(lightness, self.desk.colours(left + 4, top + 4, width - 8, height - 8)))
+        self.assertLess(shades[0], 50)
+        self.assertGreater(shades[-1], 120)
+
+
 class Stacked(Alerts):
     def setUp(self):
         super().setUp()
