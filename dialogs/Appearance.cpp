@@ -1,9 +1,11 @@
 #include "dialogs/Appearance.h"
 
 #include <QApplication>
+#include <QFontDatabase>
 #include <QScreen>
 #include <QWidget>
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace kestrune::dialogs {
@@ -14,6 +16,11 @@ constexpr double ordinaryPoints = 13;
 constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels: ten typographic points on a usual screen
 constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels
 constexpr double secondaryShare = 0.68;  // of the text's colour: readable, and told apart from the primary
+
+constexpr std::array emojiFamilies{
+    "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
+    "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
+    "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
 // The frame is the window manager's, and cannot be asked for before there is a window.
 constexpr QSize frame(16, 48);
@@ -51,6 +58,21 @@ QFont fontFor(double points, FontWeight weight) {
       break;
   }
   return font;
+}
+
+void preferColorEmoji() {
+  const QFont font = QApplication::font();
+  // Emoji fonts have digits, too, so the desktop's font comes first. It may be a name like "Sans Serif",
+  // which the toolkit looks up only after the substitutions: they begin with the font that this leads to.
+  QStringList substitutions{QFontInfo(font).family()};
+  const QStringList installed = QFontDatabase::families();
+  for (const char* const family : emojiFamilies) {
+    if (const auto name = QString::fromLatin1(family); installed.contains(name)) substitutions.append(name);
+  }
+  QFontDatabase::addApplicationFont(QStringLiteral(":/resources/lamps.ttf"));
+  substitutions.append(QStringLiteral("Kestrune Lamps"));
+  const QStringList families = font.families();
+  for (const QString& family : families) QFont::insertSubstitutions(family, substitutions);
 }
 
 QColor colorFor(TextColor color, const QPalette& palette) {

@@ -22,6 +22,10 @@ int pixels(double points);
 /// The desktop's font in another size and weight. Small print stays legible.
 QFont fontFor(double points, FontWeight weight);
 
+/// From now on, emoji are drawn in colour, if a font for that is installed, and the lamps 🟢 🟡 🔴 in any case.
+/// By itself the toolkit may take a font that has them in black and white.
+void preferColorEmoji();
+
 /// A colour that is not the desktop's own, but made of two of it.
 QColor colorFor(TextColor color, const QPalette& palette);
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "dialogs/Appearance.h"
 #include "dialogs/MenuRow.h"
 #include "dialogs/SecretKeeper.h"
 #include "dialogs/Session.h"
@@ -89,6 +90,7 @@ int main(int argumentCount, char** arguments) {
 
   QApplication application(argumentCount, arguments);
   kestrune::dialogs::keepSecretsFromScreenReaders();
+  kestrune::dialogs::preferColorEmoji();
   kestrune::dialogs::tellRowsToScreenReaders();
   kestrune::dialogs::ToolkitWords words;
   QCoreApplication::installTranslator(&words);
