@@ -228,12 +228,17 @@ std::string environmentLines(const MainBundle& bundle) {
   return text;
 }
 
-/// What a program says of itself first.
-std::string versionOf(Processes& processes, const std::string& program) {
-  const auto launched = processes.launch(program, {"--version"});
+/// What a program says first.
+std::string firstWordsOf(Processes& processes, const std::string& program,
+                         const std::vector<std::string>& arguments) {
+  const auto launched = processes.launch(program, arguments);
   if (!launched.process) return launched.error;
   const std::string said = launched.process->readOutput(patience);
   return said.substr(0, said.find('\n'));
+}
+
+std::string versionOf(Processes& processes, const std::string& program) {
+  return firstWordsOf(processes, program, {"--version"});
 }
 
 std::string programLines(const MainBundle& bundle, Processes& processes) {
@@ -244,6 +249,31 @@ std::string programLines(const MainBundle& bundle, Processes& processes) {
     text += "  " + std::string(name) + ": " + program.value_or("not found");
     if (program && std::string_view(name) == "curl") text += ", " + versionOf(processes, *program);
     text += "\n";
+  }
+  return text;
+}
+
+/// Whether the windows can show what they say: for each kind of text, a font that has it.
+std::string fontLines(const MainBundle& bundle, Processes& processes) {
+  struct Kind {
+    const char* name;
+    const char* pattern;
+    const char* package;
+  };
+  constexpr std::array kinds{
+      Kind{"Chinese", ":lang=zh-tw", "fonts-noto-cjk"},
+      Kind{"emoji in colour", ":charset=1f7e2:color=true", "fonts-noto-color-emoji"},
+  };
+  const auto lister = programInPath("fc-list", bundle.environmentVariable("PATH").value_or(""));
+  std::string text;
+  for (const Kind& kind : kinds) {
+    std::string font = "unknown without fc-list";
+    if (lister) {
+      // Its warnings would come without the sign.
+      const std::string said = firstWordsOf(processes, *lister, {"--format==%{family[0]}\n", kind.pattern});
+      font = said.starts_with('=') ? said.substr(1) : std::string("none; try ") + kind.package;
+    }
+    text += "  " + std::string(kind.name) + ": " + font + "\n";
   }
   return text;
 }
@@ -285,8 +315,8 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
   const std::string text =
       "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) +
       "Windows: " + (hasWindows ? versionOf(processes, windows) : windows + " is missing") +
-      (display ? "" : ", no display") + "\n" + inquiry.lines() + "Programs:\n" +
-      programLines(bundle, processes);
+      (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) + inquiry.lines() +
+      "Programs:\n" + programLines(bundle, processes);
   // What others say of themselves is for a person to read, and nothing else.
   std::string plain, line;
   for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/posix/ChildProcesses.h"
 #include "tests/support/FakePlatform.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/ScopedVariable.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/SignalState.h"
 #include "tests/support/StubService.h"
 
@@ -79,6 +82,25 @@ TEST_F(Diagnosis, TellsWhoIsThereAndWhoKeepsTheMachineAwake) {
         "  org.freedesktop.login1: idle (block) by Kestrune, process 42\n"}) {
     EXPECT_NE(text.find(held, text.find("Held awake by:\n")), text.npos) << held << text;
   }
+}
+
+TEST_F(Diagnosis, TellsWhichFontsAreThere) {
+  EXPECT_NE(described().find("Fonts:\n  Chinese: unknown without fc-list\n"), std::string::npos);
+  const ScratchFolder folder;
+  const auto fontconfig = [&](const std::string& script) {
+    std::ofstream(folder.file("fc-list")) << "#!/bin/bash\n" << script;
+    std::filesystem::permissions(folder.file("fc-list"), std::filesystem::perms::owner_all);
+    bundle.environment["PATH"] = folder.file("");
+    return described();
+  };
+  std::string text =
+      fontconfig("[[ $2 == :lang=zh-tw ]] && printf '=Some Sans\n=Some Serif\n'; echo warning >&2");
+  EXPECT_NE(text.find("  Chinese: Some Sans\n  emoji in colour: none; try fonts-noto-color-emoji\n"),
+            std::string::npos)
+      << text;
+  text = fontconfig("[[ $2 == :charset=1f7e2:color=true ]] && echo =Emoji; echo warning >&2");
+  EXPECT_NE(text.find("  Chinese: none; try fonts-noto-cjk\n  emoji in colour: Emoji\n"), std::string::npos)
+      << text;
 }
 
 TEST_F(Diagnosis, WaitsForNobodyWhoDoesNotAnswer) {
