@@ -27,6 +27,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "curl, lsof, procps")
 # Without them the client goes on: without windows, without readable ones, or without opening a folder.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-  "dbus-user-session | dbus-session-bus, fonts-noto-cjk, qt6-qpa-plugins, qt6-wayland, xdg-utils")
+  "dbus-user-session | dbus-session-bus, fonts-noto-cjk, fonts-noto-color-emoji, qt6-qpa-plugins, qt6-wayland, xdg-utils")
 
 include(CPack)

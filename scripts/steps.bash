@@ -69,6 +69,14 @@ install_missing() {
         apt-get -q -y --no-install-recommends install "${missing[@]}"
 }
 
+# install_missing_fonts: one with Chinese characters and one with emoji in colour, unless there are such fonts.
+install_missing_fonts() {
+    local missing=()
+    [ -n "$(fc-list :lang=zh-tw)" ] || missing+=(fonts-noto-cjk)
+    [ -n "$(fc-list :charset=1f7e2:color=true)" ] || missing+=(fonts-noto-color-emoji)
+    install_missing "${missing[@]}"
+}
+
 # build PRESET: configures if need be, and builds.
 build() {
     [ -f "build/$1/build.ninja" ] || step "Configuring ($1)" cmake --preset "$1"
