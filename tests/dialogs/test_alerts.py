@@ -3,7 +3,6 @@
 import os
 import resource
 import signal
-import tempfile
 import unittest
 from pathlib import Path
 
@@ -372,81 +371,6 @@ class Views(Alerts):
         program, _ = self.opened(alert(1, view=view("stack", *map(view, kinds))))
         self.desk.keys("Escape")
         self.assertEqual(program.event()["answered"]["button"], 0)
-
-
-def lightness(colour):
-    return sum(int(colour[at:at + 2], 16) for at in (1, 3, 5)) / 3
-
-
-def is_coloured(colour):
-    parts = [int(colour[at:at + 2], 16) for at in (1, 3, 5)]
-    return max(parts) - min(parts) > 60
-
-
-DARK_KDE = "\n".join(f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252"
-                     for part in ("Button", "Selection", "Tooltip", "View", "Window")) + "\n"
-
-
-class DarkDesktop(Alerts):
-    def test_a_placeholder_is_told_from_its_field(self):
-        settings = self.desk.root / "kde"
-        settings.mkdir()
-        (settings / "kdeglobals").write_text(DARK_KDE)
-        program = self.program(environment={"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5",
-                                            "XDG_CONFIG_HOME": str(settings)})
-        program.show(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))))
-        window = program.window("標題")
-        self.desk.screenshot("placeholder-dark")
-        left, top, width, height = window.find("text", "提示").place()
-        shades = sorted(map(lightness, self.desk.colours(left + 4, top + 4, width - 8, height - 8)))
-        self.assertLess(shades[0], 50)
-        self.assertGreater(shades[-1], 120)
-
-
-FONTS = """<?xml version="1.0"?>
-<!DOCTYPE fontconfig SYSTEM "urn:fontconfig:fonts.dtd">
-<fontconfig>
-  <dir>{folder}</dir>
-  <cachedir>{folder}/cache</cachedir>
-  <match><edit name="family" mode="prepend" binding="strong"><string>Noto Sans CJK TC</string></edit></match>
-</fontconfig>
-"""
-LATIN_AND_GREY_EMOJI, CHINESE, EMOJI = "DejaVuSans.ttf", "NotoSansCJK-Regular.ttc", "NotoColorEmoji.ttf"
-
-
-class OwnFonts(Alerts):
-    """With some of the fonts of the machine, and no others."""
-
-    def setUp(self):
-        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
-        (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
-        installed = map(Path, self.desk.run("fc-list", "--format=%{file}\\n").decode().splitlines())
-        self.installed = {font.name: font for font in installed}
-
-    def shades(self, text, *fonts):
-        """The colours in which `text` is shown with these fonts."""
-        for font in fonts:
-            (self.folder / font).symlink_to(self.installed[font])
-        program = self.program(environment={"FONTCONFIG_FILE": str(self.folder / "fonts.conf")})
-        program.show(alert(1, "標題", text))
-        place = program.window("標題").find("label", text).place()
-        self.desk.screenshot("fonts-" + "-".join(fonts))
-        return self.desk.colours(*place)
-
-    def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
-        # It stands before the emoji where no family is named.
-        shades = self.shades("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI)
-        self.assertTrue([shade for shade in shades if is_coloured(shade)], shades)
-
-    def test_lamps_are_in_colour_without_an_emoji_font(self):
-        shades = self.shades("🟢🟡🔴", CHINESE)
-        self.assertLessEqual({"#3FA34D", "#F2B90C", "#E5484D"}, shades)
-
-    def test_digits_are_those_of_the_text(self):
-        # An emoji font has them too, for keys with a digit on them.
-        text = "0123456789#*"
-        plain = self.shades(text, CHINESE)
-        self.assertEqual(self.shades(text, EMOJI), plain)
 
 
 class Stacked(Alerts):
