@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "dialogs/Appearance.h"
+#include "dialogs/ColorScheme.h"
 #include "dialogs/MenuRow.h"
 #include "dialogs/SecretKeeper.h"
 #include "dialogs/Session.h"
@@ -102,6 +103,7 @@ int main(int argumentCount, char** arguments) {
   QGuiApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setWindowIcon(programIcon());
 
+  const kestrune::dialogs::ColorScheme scheme;
   const kestrune::dialogs::Session session(STDIN_FILENO, STDOUT_FILENO);
   return QCoreApplication::exec();
 }

@@ -1,0 +1,205 @@
+"""The fonts and the colours of the windows."""
+
+import tempfile
+import threading
+import unittest
+from pathlib import Path
+
+from gi.repository import Gio, GLib
+
+from dialogs.asked import alert, field, menu, view
+from dialogs.desk import Deadline, Desk, ScreenReader
+
+
+def lightness(colour):
+    return sum(int(colour[at:at + 2], 16) for at in (1, 3, 5)) / 3
+
+
+def is_coloured(colour):
+    parts = [int(colour[at:at + 2], 16) for at in (1, 3, 5)]
+    return max(parts) - min(parts) > 60
+
+
+class Windows(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.desk = Desk(cls)
+
+    def program(self, **environment):
+        return self.enterContext(self.desk.program(environment=environment))
+
+    def opened(self, request, **environment):
+        """The window of a program that is asked for that."""
+        program = self.program(**environment)
+        program.show(request)
+        return program.window("標題" if "alert" in request else "Kestrune")
+
+    def background(self, window, scale=1):
+        left, top, *_ = window.place()
+        [colour] = self.desk.colours(scale * left + 1, scale * top + 1, 2, 2)
+        return lightness(colour)
+
+
+def dark_kde(desk):
+    """The environment of a KDE desktop with dark colours, which the toolkit knows by itself."""
+    settings = desk.root / "kde"
+    settings.mkdir(exist_ok=True)
+    (settings / "kdeglobals").write_text("".join(
+        f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252\n"
+        for part in ("Button", "Selection", "Tooltip", "View", "Window")))
+    return {"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5", "XDG_CONFIG_HOME": str(settings)}
+
+
+class DarkDesktop(Windows):
+    def test_a_placeholder_is_told_from_its_field(self):
+        window = self.opened(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))),
+                             **dark_kde(self.desk))
+        self.desk.screenshot("placeholder-dark")
+        left, top, width, height = window.find("text", "提示").place()
+        shades = sorted(map(lightness, self.desk.colours(left + 4, top + 4, width - 8, height - 8)))
+        self.assertLess(shades[0], 50)
+        self.assertGreater(shades[-1], 120)
+
+
+FONTS = """<?xml version="1.0"?>
+<!DOCTYPE fontconfig SYSTEM "urn:fontconfig:fonts.dtd">
+<fontconfig>
+  <dir>{folder}</dir>
+  <cachedir>{folder}/cache</cachedir>
+  <match><edit name="family" mode="prepend" binding="strong"><string>Noto Sans CJK TC</string></edit></match>
+</fontconfig>
+"""
+LATIN_AND_GREY_EMOJI, CHINESE, EMOJI = "DejaVuSans.ttf", "NotoSansCJK-Regular.ttc", "NotoColorEmoji.ttf"
+
+
+class OwnFonts(Windows):
+    """With some of the fonts of the machine, and no others."""
+
+    def setUp(self):
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
+        (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
+        installed = map(Path, self.desk.run("fc-list", "--format=%{file}\\n").decode().splitlines())
+        self.installed = {font.name: font for font in installed}
+
+    def shades(self, text, *fonts):
+        """The colours in which `text` is shown with these fonts."""
+        for font in fonts:
+            (self.folder / font).symlink_to(self.installed[font])
+        window = self.opened(alert(1, "標題", text), FONTCONFIG_FILE=str(self.folder / "fonts.conf"))
+        place = window.find("label", text).place()
+        self.desk.screenshot("fonts-" + "-".join(fonts))
+        return self.desk.colours(*place)
+
+    def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
+        # It stands before the emoji where no family is named.
+        shades = self.shades("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI)
+        self.assertTrue([shade for shade in shades if is_coloured(shade)], shades)
+
+    def test_lamps_are_in_colour_without_an_emoji_font(self):
+        shades = self.shades("🟢🟡🔴", CHINESE)
+        self.assertLessEqual({"#3FA34D", "#F2B90C", "#E5484D"}, shades)
+
+    def test_digits_are_those_of_the_text(self):
+        # An emoji font has them too, for keys with a digit on them.
+        text = "0123456789#*"
+        plain = self.shades(text, CHINESE)
+        self.assertEqual(self.shades(text, EMOJI), plain)
+
+
+PORTAL = "org.freedesktop.portal.Desktop"
+SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
+  <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="v" direction="out"/></method>
+  <signal name="SettingChanged"><arg type="s"/><arg type="s"/><arg type="v"/></signal>
+</interface></node>"""
+NOTHING, DARK, LIGHT = range(3)
+COLOUR_SCHEME = "org.freedesktop.appearance", "color-scheme"
+
+
+class Portal:
+    """Tells the colours that a desktop prefers, in a thread of its own."""
+
+    def __init__(self, test, preferred):
+        self.preferred = preferred
+        self.loop = GLib.MainLoop.new(GLib.MainContext.new(), False)
+        self.ready = threading.Event()
+        thread = threading.Thread(target=self.run, args=[test.desk.environment["DBUS_SESSION_BUS_ADDRESS"]])
+        thread.start()
+        test.addCleanup(thread.join)
+        test.addCleanup(lambda: self.do(self.loop.quit))
+        self.ready.wait()
+
+    def run(self, address):
+        context = self.loop.get_context()
+        context.push_thread_default()
+        self.bus = ScreenReader.connect(address)
+        self.bus.register_object("/org/freedesktop/portal/desktop",
+                                 Gio.DBusNodeInfo.new_for_xml(SETTINGS).interfaces[0], self.answer, None, None)
+        self.bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+                           GLib.Variant("(su)", (PORTAL, 0)), None, Gio.DBusCallFlags.NONE, -1, None)
+        self.ready.set()
+        self.loop.run()
+        self.bus.close_sync()
+
+    def do(self, action):
+        source = GLib.idle_source_new()
+        source.set_callback(lambda *_: action())
+        source.attach(self.loop.get_context())
+
+    def answer(self, _bus, _sender, _path, _interface, _method, parameters, invocation):
+        if parameters.unpack() == COLOUR_SCHEME and self.preferred is not None:
+            invocation.return_value(GLib.Variant("(v)", (GLib.Variant("v", GLib.Variant("u", self.preferred)),)))
+
+    def change(self, preferred, names=COLOUR_SCHEME):
+        self.bus.emit_signal(None, "/org/freedesktop/portal/desktop", "org.freedesktop.portal.Settings", "SettingChanged",
+                             GLib.Variant("(ssv)", (*names, GLib.Variant("u", preferred))))
+
+
+class Preferences(Windows):
+    """Of a desktop whose theme is light."""
+
+    def assertBecomes(self, window, *, dark, scale=1):
+        """Once it is drawn anew, which nobody tells."""
+        deadline = Deadline()
+        while (self.background(window, scale) < 128) != dark:
+            self.assertGreater(deadline.left(), 0)
+
+    def test_dark_windows(self):
+        Portal(self, DARK)
+        for name, request in (("alert", alert(1, view=field("a", placeholder="x"))), ("menu", menu())):
+            for scale in (1, 2):
+                with self.subTest(name=name, scale=scale):
+                    window = self.opened(request, QT_SCALE_FACTOR=str(scale))
+                    self.desk.screenshot(f"dark-{name}-{scale}")
+                    self.assertBecomes(window, dark=True, scale=scale)
+
+    def test_light_windows(self):
+        for preferred in (NOTHING, LIGHT):
+            with self.subTest(preferred):
+                Portal(self, preferred)
+                self.assertBecomes(self.opened(alert(1)), dark=False)
+                self.doCleanups()
+
+    def test_a_change_is_followed_and_taken_back(self):
+        portal = Portal(self, LIGHT)
+        window = self.opened(alert(1, text="\n".join("文字" * 20 for _ in range(50)), view=field("a", "x")))
+        for preferred in (DARK, LIGHT, DARK, NOTHING):
+            # Whatever else changes does not count.
+            portal.change(preferred)
+            portal.change(3 - preferred, names=("org.freedesktop.appearance", "contrast"))
+            self.assertBecomes(window, dark=preferred == DARK)
+
+    def test_a_portal_that_does_not_answer_is_not_waited_for(self):
+        portal = Portal(self, None)
+        window = self.opened(alert(1))
+        self.assertBecomes(window, dark=False)
+        portal.change(DARK)
+        self.assertBecomes(window, dark=True)
+
+    def test_a_theme_that_is_dark_keeps_its_colours(self):
+        Portal(self, DARK)
+        window = self.opened(alert(1), **dark_kde(self.desk))
+        self.assertEqual(self.background(window), lightness("#232629"))
+
+
+if __name__ == "__main__":
+    unittest.main()
