@@ -58,6 +58,11 @@ void TerminalFace::changed() {
 }
 
 void TerminalFace::printMenu() {
+  if (open.empty()) input.discardUnfinishedLine();
+  writeMenu();
+}
+
+void TerminalFace::writeMenu() {
   printPending = false;
   std::string text = "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
   for (std::size_t i = 0; i < menu.items.size(); ++i) text += row(i + 1, menu.items[i]);
@@ -92,7 +97,7 @@ void TerminalFace::handleLine(const std::string& line) {
   if (!open.empty()) {
     answerAlert(line);
   } else if (text.empty()) {
-    printMenu();
+    writeMenu();
   } else {
     choose(text);
   }
@@ -138,6 +143,7 @@ void TerminalFace::present(AlertRequest request) {
 
 void TerminalFace::showNextAlert() {
   if (!open.empty() || waiting.empty()) return;
+  input.discardUnfinishedLine();  // typed for the menu
   AlertRequest next = std::move(waiting.front());
   waiting.pop_front();
   show(std::move(next));
@@ -194,7 +200,7 @@ void TerminalFace::goOn(std::size_t depth) {
   } else if (!waiting.empty()) {
     showNextAlert();
   } else if (printPending) {
-    printMenu();
+    writeMenu();
   } else {
     prompt();
   }

@@ -33,7 +33,8 @@ class TerminalFace final : public StatusBar, public Alerts {
   /// Gives standard input back, for a program that takes over this process.
   void giveBackInput() const { input.giveBack(); }
 
-  /// Prints the menu again, changed or not.
+  /// Prints the menu again, changed or not. What the user has begun to type at its prompt is discarded: the
+  /// prompt that is printed does not show it. What is typed into an open alert stays.
   void printMenu();
 
  private:
@@ -44,6 +45,7 @@ class TerminalFace final : public StatusBar, public Alerts {
   };
 
   void changed();
+  void writeMenu();
   void handleLine(const std::string& line);
   void choose(const std::string& text);
   void showNextAlert();

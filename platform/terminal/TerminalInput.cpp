@@ -15,6 +15,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t lineLimit = 65536;  // bytes; a longer line is cut
+constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of a terminal's input, line ends included
 
 FileDescriptor takeStandardInput() {
   struct stat state {};
@@ -62,7 +63,7 @@ void TerminalInput::hideTyping(bool hide) {
 
 void TerminalInput::applyHiding() {
   if (!terminal || !input || hidden == silenced) return;
-  if (const pid_t owner = tcgetpgrp(input.get()); owner >= 0 && owner != getpgrp()) return;
+  if (isInBackground()) return;
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
@@ -72,6 +73,23 @@ void TerminalInput::applyHiding() {
   }
   settings.c_lflag ^= ECHO;
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
+}
+
+bool TerminalInput::isInBackground() const {
+  const pid_t owner = tcgetpgrp(input.get());
+  return owner >= 0 && owner != getpgrp();
+}
+
+void TerminalInput::discardUnfinishedLine() {
+  if (!terminal || !readable || isInBackground()) return;
+  // Each read gives one finished line. The last one gives none, and has the kernel pass on first what has not
+  // reached the line discipline yet.
+  for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
+  }
+  if (!lines.empty()) goOn();
+  if (!input) return;
+  tcflush(input.get(), TCIFLUSH);
+  begun.clear();
 }
 
 void TerminalInput::start(std::function<void(const std::string&)> givenOnLine,

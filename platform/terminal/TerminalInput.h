@@ -28,6 +28,10 @@ class TerminalInput {
   /// lines everything is done that the first one put into the queue.
   void start(std::function<void(const std::string&)> onLine, std::function<void()> onEnd);
 
+  /// Discards the line that the user of a terminal has begun to type. Lines that are finished stay. Does
+  /// nothing on a pipe or a file, and in the background, where the line is typed for another job.
+  void discardUnfinishedLine();
+
  private:
   void wait();
   void goOn();
@@ -35,6 +39,7 @@ class TerminalInput {
   bool readSome();
   void end();
   void applyHiding();
+  bool isInBackground() const;
 
   EventLoop& loop;
   FileDescriptor input;

@@ -321,6 +321,25 @@ TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
   EXPECT_EQ(answers.at(1).fields.at("a"), "new");
 }
 
+TEST_P(TerminalForm, KeepsTheAnswerThatIsBeingTypedWhenTheMenuChanges) {
+  present(form({field("a", "1"), field("b", "2")}));
+  EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
+  rig.type("ne");
+  if (GetParam() == TerminalRig::Line::terminal) {
+    EXPECT_TRUE(rig.screen.shows("> ne"));
+  }
+  rig.settle();
+  item->setMenu({{{.id = 1, .title = "changed"}}});
+  rig.settle();
+  rig.face->printMenu();
+  EXPECT_TRUE(rig.screen.shows("changed"));
+  rig.type("w\n");
+  EXPECT_TRUE(rig.screen.shows("Field b［2］> "));
+  rig.type("\n1\n");
+  ASSERT_TRUE(isAnswered());
+  EXPECT_EQ(answers[0].fields.at("a"), "new");
+}
+
 struct TerminalSecret : TerminalForm {};
 INSTANTIATE_TEST_SUITE_P(On, TerminalSecret, ::testing::Values(TerminalRig::Line::terminal),
                          [](const auto&) { return "Terminal"; });

@@ -246,6 +246,14 @@ TEST_F(TerminalMenu, AnswersAnEndlessLineShortly) {
   EXPECT_EQ(rig.screen.text, "沒有這一列：" + std::string(197, 'x') + "...\n");
 }
 
+TEST_F(TerminalMenu, KeepsTheBeginningOfALineOnAPipeWhenItChanges) {
+  after("沒有");
+  menu.items[0].title = "changed";
+  item->setMenu(menu);
+  rig.face->printMenu();
+  EXPECT_EQ(after("這一列\n"), "沒有這一列：沒有這一列\n");
+}
+
 TEST_F(TerminalMenu, LetsNoTextCommandTheTerminal) {
   clear();
   menu.items[0].title = "a\x1b[2Jb\tc\rd\u009b31me\u202ef\x07g\0h"s;
