@@ -40,7 +40,7 @@ TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor)
       abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
 
 std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
-  input.start([this](const std::string& line) { handleLine(line); },
+  input.start([this](const std::optional<std::string>& line) { handleLine(line); },
               [this] {
                 inputEnded = true;
                 if (!open.empty()) finishAlert({});
@@ -92,15 +92,23 @@ void TerminalFace::prompt(std::string text) {
   output.write(text);
 }
 
-void TerminalFace::handleLine(const std::string& line) {
-  const std::string text(trimmed(line));
+void TerminalFace::handleLine(const std::optional<std::string>& line) {
+  if (!line) return refuseLine();
+  const std::string text(trimmed(*line));
   if (!open.empty()) {
-    answerAlert(line);
+    answerAlert(*line);
   } else if (text.empty()) {
     writeMenu();
   } else {
     choose(text);
   }
+}
+
+void TerminalFace::refuseLine() {
+  // What was typed behind it answers later questions, not this one once more.
+  input.discardTyped();
+  prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
+         " 個位元組。請重新輸入。\n");
 }
 
 void TerminalFace::choose(const std::string& text) {
@@ -162,10 +170,9 @@ void TerminalFace::show(AlertRequest request) {
 
 void TerminalFace::answerAlert(const std::string& line) {
   TerminalDialogue& dialogue = *open.back().dialogue;
-  // The end of a line that was not shown was not shown either.
-  const std::string unseenEnd = dialogue.asksForSecret() && input.isTerminal() ? "\n" : "";
+  std::string text = endOfUnseenLine();
   const auto step = dialogue.take(line);
-  std::string text = unseenEnd + step.text;
+  text += step.text;
   if (step.answer) {
     output.write(text);
     return finishAlert(*step.answer);
@@ -182,6 +189,11 @@ void TerminalFace::answerAlert(const std::string& line) {
     return;
   }
   prompt(std::move(text));
+}
+
+/// The end of a line that the terminal did not show was not shown either.
+std::string TerminalFace::endOfUnseenLine() const {
+  return input.isTerminal() && !open.empty() && open.back().dialogue->asksForSecret() ? "\n" : "";
 }
 
 void TerminalFace::finishAlert(const AlertAnswer& answer) {

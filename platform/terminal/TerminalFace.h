@@ -46,11 +46,13 @@ class TerminalFace final : public StatusBar, public Alerts {
 
   void changed();
   void writeMenu();
-  void handleLine(const std::string& line);
+  void handleLine(const std::optional<std::string>& line);
+  void refuseLine();
   void choose(const std::string& text);
   void showNextAlert();
   void show(AlertRequest request);
   void answerAlert(const std::string& line);
+  std::string endOfUnseenLine() const;
   void finishAlert(const AlertAnswer& answer);
   void goOn(std::size_t depth);
   void prompt(std::string text = {});

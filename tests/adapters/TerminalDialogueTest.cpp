@@ -228,6 +228,13 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
                        .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); },
                        .identifier = identifier});
   }
+  /// For one answer, and does not end it.
+  void typeTooMuch() {
+    for (int piece = 0; piece < (GetParam() == TerminalRig::Line::terminal ? 5 : 70); ++piece) {
+      rig.type(std::string(1000, 'x'));
+      rig.settle();
+    }
+  }
   bool isAnswered() {
     return comesTrue(loop, [this] { return !answers.empty(); });
   }
@@ -321,6 +328,33 @@ TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
   EXPECT_EQ(answers.at(1).fields.at("a"), "new");
 }
 
+TEST_P(TerminalForm, RefusesAnAnswerThatIsTooLongAndAsksAgain) {
+  present(form({field("a", "1"), field("b", "2")}));
+  EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
+  typeTooMuch();
+  rig.type("\n");
+  const std::string limit = GetParam() == TerminalRig::Line::terminal ? "4094" : "65536";
+  EXPECT_TRUE(
+      rig.screen.shows("這一行太長，沒有採用：最多 " + limit + " 個位元組。請重新輸入。\nField a［1］> "));
+  rig.type("new\n");
+  EXPECT_TRUE(rig.screen.shows("Field b［2］> "));
+  rig.type("\n1\n");
+  ASSERT_TRUE(isAnswered());
+  EXPECT_EQ(answers[0].fields, (std::map<std::string, std::string>{{"a", "new"}, {"b", "2"}}));
+}
+
+TEST_P(TerminalForm, IsCancelledByAnEndWithinAnAnswerThatIsTooLong) {
+  present(form({field("a", "1")}));
+  EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
+  typeTooMuch();
+  rig.endInput();
+  // On a terminal the first end only passes on what was typed.
+  if (GetParam() == TerminalRig::Line::terminal) rig.endInput();
+  ASSERT_TRUE(isAnswered());
+  EXPECT_EQ(answers[0].button, std::nullopt);
+  EXPECT_TRUE(rig.screen.shows("這一行太長"));
+}
+
 TEST_P(TerminalForm, KeepsTheAnswerThatIsBeingTypedWhenTheMenuChanges) {
   present(form({field("a", "1"), field("b", "2")}));
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
@@ -356,6 +390,34 @@ TEST_P(TerminalSecret, IsNotSeen) {
   ASSERT_TRUE(isAnswered());
   EXPECT_EQ(answers[0].fields.at("key"), "sk-secret");
   EXPECT_EQ(rig.screen.count("sk-secret"), 0U);
+}
+
+TEST_P(TerminalSecret, IsNotSeenEitherWhenItIsTooLong) {
+  present(form({field("key", "", ViewKind::secureTextField), field("b", "2")}));
+  EXPECT_TRUE(rig.screen.shows("Field key（未填，輸入時不顯示）> "));
+  rig.type("sk-" + std::string(5000, 'x') + "\n");
+  EXPECT_TRUE(
+      rig.screen.shows("輸入時不顯示）> \n這一行太長，沒有採用：最多 4094 個位元組。請重新輸入。\n"
+                       "Field key（未填，輸入時不顯示）> "));
+  EXPECT_FALSE(isEchoed());
+  rig.type("sk-short\n");
+  EXPECT_TRUE(rig.screen.shows("Field b［2］> "));
+  rig.type("\n1\n");
+  ASSERT_TRUE(isAnswered());
+  EXPECT_EQ(answers[0].fields.at("key"), "sk-short");
+  EXPECT_EQ(rig.screen.count("sk-"), 0U);
+}
+
+TEST_P(TerminalSecret, IsNotTakenFromWhatWasTypedBehindARefusedAnswer) {
+  present(form({field("key", "old", ViewKind::secureTextField), field("b", "2")}));
+  EXPECT_TRUE(rig.screen.shows("Field key（已填，不顯示）> "));
+  rig.type(std::string(5000, 'x') + "\nfor b\n1\n");
+  EXPECT_TRUE(rig.screen.shows("請重新輸入。\nField key（已填，不顯示）> "));
+  rig.type("new\n");
+  EXPECT_TRUE(rig.screen.shows("Field b［2］> "));
+  rig.type("\n1\n");
+  ASSERT_TRUE(isAnswered());
+  EXPECT_EQ(answers[0].fields, (std::map<std::string, std::string>{{"key", "new"}, {"b", "2"}}));
 }
 
 TEST_P(TerminalSecret, LeavesTheTerminalAsItWas) {
