@@ -11,8 +11,11 @@ constexpr auto assertionName = "Kestrune keeps Mac awake for the mobile bridge";
 // --- keep-awake
 
 void AppDelegate::ensureSleepAssertion() {
-  if (sleepAssertionActive) return;
   PowerAssertions& assertions = platform.powerAssertions;
+  if (sleepAssertionActive) {
+    if (assertions.isHeld(displaySleepAssertionID) && assertions.isHeld(systemSleepAssertionID)) return;
+    releaseSleepAssertion();
+  }
   const auto display =
       assertions.create(PowerAssertionType::noDisplaySleep, powerAssertionLevelOn, assertionName);
   if (!display) return;

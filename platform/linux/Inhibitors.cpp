@@ -82,6 +82,15 @@ std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, co
   return identifier;
 }
 
+bool Inhibitors::isHeld(std::uint32_t identifier) {
+  const auto found = assertions.find(identifier);
+  if (found == assertions.end()) return false;
+  const auto services = servicesFor(found->second.type);
+  return services && !services->empty() &&
+         std::all_of(services->begin(), services->end(),
+                     [identifier](const InhibitorService* each) { return each->holds(identifier); });
+}
+
 void Inhibitors::release(std::uint32_t identifier) {
   if (assertions.erase(identifier) == 0) return;
   giveBack(identifier);

@@ -30,6 +30,7 @@ class Inhibitors final : public PowerAssertions {
   Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, Timers& timers, const Clock& clock);
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
+  bool isHeld(std::uint32_t identifier) override;
   void release(std::uint32_t identifier) override;
 
  private:

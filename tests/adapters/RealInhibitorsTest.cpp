@@ -68,8 +68,10 @@ TEST_F(RealLoginTest, IsAskedAgainAfterItsOwnRestart) {
   const auto identifier = create(system);
   ASSERT_TRUE(identifier);
   login.reset();
+  EXPECT_TRUE(comesAbout([&] { return !inhibitors->isHeld(*identifier); }));
   login = std::make_unique<RealLogin>(systemDaemon.address());
   EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{lock}; }));
+  EXPECT_TRUE(comesAbout([&] { return inhibitors->isHeld(*identifier); }));
   inhibitors->release(*identifier);
   EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }));
 }

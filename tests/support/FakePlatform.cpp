@@ -224,6 +224,10 @@ std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type
   return next;
 }
 
+bool FakePowerAssertions::isHeld(std::uint32_t identifier) {
+  return held.contains(identifier) && !lost.contains(identifier);
+}
+
 void FakePowerAssertions::release(std::uint32_t identifier) {
   const auto found = held.find(identifier);
   if (found == held.end()) {
