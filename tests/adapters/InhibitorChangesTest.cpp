@@ -46,7 +46,6 @@ TEST_F(InhibitorChanges, AskEachServiceOnceAtATime) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   power = serve(powerName, StubService::grants(5));
   ASSERT_TRUE(comesAbout([this] { return asked(power, powerCall); }));
-  letTheMinutePass();
   ASSERT_TRUE(sessionTrip.succeeds(loop));
   saver->settle();
   EXPECT_EQ(saver->calls(), Calls{saverCall});
@@ -173,22 +172,6 @@ TEST_F(InhibitorChanges, FallBackToWhatIsLeft) {
   saver.reset();
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 1; }));
   EXPECT_TRUE(comesAbout([&] { return inhibitors->isHeld(*identifier); }));
-}
-
-TEST_F(InhibitorChanges, TryAgainAfterAMinuteWhenTheNewServiceRefuses) {
-  saver = serve(saverName, StubService::grants(3));
-  connect();
-  ASSERT_TRUE(create(display));
-  saver.reset();
-  saver = serve(saverName, StubService::refuses(SD_BUS_ERROR_FAILED));
-  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
-  saver->settle();
-  ASSERT_TRUE(sessionTrip.succeeds(loop));
-  saver->behave(StubService::grants(8));
-  EXPECT_EQ(saver->newCalls().size(), 1u);
-  letTheMinutePass();
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
-  EXPECT_TRUE(comesAbout([this] { return timers.liveTimers() == 0; }));
 }
 
 TEST_F(InhibitorChanges, GiveBackWhatIsGrantedAfterTheirRelease) {

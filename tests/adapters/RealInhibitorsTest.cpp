@@ -18,11 +18,9 @@ using Locks = std::vector<std::string>;
 void holdUntilKilled(PowerAssertionType type, const ForkedProgram::Say& say) {
   EventLoop loop;
   VirtualClock clock;
-  CallLog log;
-  FakeLoop timers{clock, log};
   SessionBus sessionBus(loop);
   SystemBus systemBus(loop);
-  Inhibitors inhibitors(sessionBus, systemBus, timers, clock);
+  Inhibitors inhibitors(sessionBus, systemBus, clock);
   sessionBus.connect();
   systemBus.connect();
   std::optional<std::uint32_t> identifier;
