@@ -147,9 +147,11 @@ std::string AutostartEntries::path(const std::string& label) const {
 bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
-  // A link to "/dev/null" is one more way to switch an entry off.
-  if (readWholeFile(path(label), text))
-    return fs::exists(path(label), failure) && !fs::is_character_file(path(label), failure);
+  if (readWholeFile(path(label), text)) {
+    // A link to "/dev/null" is one more way to switch an entry off. A folder starts nothing.
+    const fs::file_status there = fs::status(path(label), failure);
+    return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
+  }
   const auto values = valuesOf(linesOf(text));
   const auto says = [&values](const char* key, const char* value) {
     const auto found = values.find(key);

@@ -175,8 +175,13 @@ TEST_F(AutostartEntriesTest, CountAsNoneWhenTheyAreLinkedToNothing) {
 }
 
 TEST_F(AutostartEntriesTest, CountWhenTheyCannotBeRead) {
-  fs::create_directory(path);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_TRUE(agents.isRegistered(label));
+}
+
+TEST_F(AutostartEntriesTest, CountAsNoneWhenAFolderIsInTheirPlace) {
+  fs::create_directory(path);
+  EXPECT_FALSE(agents.isRegistered(label));
 }
 
 // --- repair

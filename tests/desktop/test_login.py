@@ -115,6 +115,11 @@ class Toggled(Login):
         window = self.toggle()
         self.assertEqual(window, Window(ON.title, "Not a directory", warns=True))
         self.assertIs(self.mark(), False)
+        self.entry.parent.unlink()
+        self.entry.mkdir(parents=True)
+        self.assertIs(self.mark(), False)
+        self.assertEqual(self.toggle(), Window(ON.title, "Is a directory", warns=True))
+        self.assertIs(self.mark(), False)
         self.assertQuits()
 
     def test_with_automatic_connection_it_reconnects(self):
