@@ -228,7 +228,7 @@ class LoggedIn(Login):
         self.assertRunsAgain(PROGRAM)
 
     def test_in_a_folder_of_any_name(self):
-        program = self.install("a \"b\" $HOME `c` 50% d=e 安裝")
+        program = self.install("a 'b' ;c & (d) *? [e] 安裝")
         self.switch_on(program=program)
         self.assertRunsAgain(program)
 

@@ -376,7 +376,7 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .workspace = fakes.workspace,
       .processes = either(real.processes, fakes.processes),
       .serviceControl = either(real.serviceControl, fakes.serviceControl),
-      .launchAgents = fakes.launchAgents,
+      .launchAgents = either(real.launchAgents, fakes.launchAgents),
       .localService = fakes.localService,
       .qrCodes = fakes.qrCodes,
   };

@@ -253,6 +253,7 @@ struct RealParts {
   Clock* clock = nullptr;
   Processes* processes = nullptr;
   const ServiceControl* serviceControl = nullptr;
+  LaunchAgents* launchAgents = nullptr;
   StatusBar* statusBar = nullptr;
   Alerts* alerts = nullptr;
   Images* images = nullptr;
