@@ -11,8 +11,11 @@ constexpr auto assertionName = "Kestrune keeps Mac awake for the mobile bridge";
 // --- keep-awake
 
 void AppDelegate::ensureSleepAssertion() {
-  if (sleepAssertionActive) return;
   PowerAssertions& assertions = platform.powerAssertions;
+  if (sleepAssertionActive) {
+    if (assertions.isHeld(displaySleepAssertionID) && assertions.isHeld(systemSleepAssertionID)) return;
+    releaseSleepAssertion();
+  }
   const auto display =
       assertions.create(PowerAssertionType::noDisplaySleep, powerAssertionLevelOn, assertionName);
   if (!display) return;
@@ -94,10 +97,14 @@ OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
     files.removeItem(legacyUserLaunchAgentPath());
     return {true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
   }
+  const auto document = platform.launchAgents.document(launchAgentLabel, currentExecutablePath(), repoPath);
+  if (!document) {
+    return {false,
+            "程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、=），所以沒有開啟。"
+            "請移到名稱簡單的資料夾，再試一次。"};
+  }
   files.removeItem(legacyUserLaunchAgentPath());
-  const std::string document =
-      platform.launchAgents.document(launchAgentLabel, currentExecutablePath(), repoPath);
-  if (auto failure = files.writeAtomically(path, document)) return {false, std::move(*failure)};
+  if (auto failure = files.writeAtomically(path, *document)) return {false, std::move(*failure)};
   return {true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
 }
 

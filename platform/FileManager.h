@@ -28,7 +28,7 @@ class FileManager {
   /// success.
   virtual std::optional<std::string> keepUnreadable(const std::string& path) = 0;
 
-  /// Makes a folder and those above it; one that exists is fine.
+  /// Makes a folder and those above it, with the default mode; one that exists is fine.
   virtual std::optional<std::string> createDirectory(const std::string& path) = 0;
 
   /// Removes a file.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace kestrune {
@@ -17,9 +18,9 @@ class LaunchAgents {
   virtual bool isRegistered(const std::string& label) const = 0;
 
   /// What the file holds that starts `executablePath` at login, so that it finds the backend in `repoPath`
-  /// again.
-  virtual std::string document(const std::string& label, const std::string& executablePath,
-                               const std::string& repoPath) const = 0;
+  /// again. Absent when one of the paths holds a character that cannot be written there.
+  virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
+                                              const std::string& repoPath) const = 0;
 
   /// Leads an agent of this application to the running program and to the backend in `repoPath` if the
   /// program that it starts is gone. Nothing happens to one that is not there, or is not ours.

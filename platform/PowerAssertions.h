@@ -21,7 +21,12 @@ class PowerAssertions {
   virtual std::optional<std::uint32_t> create(PowerAssertionType type, int level,
                                               const std::string& name) = 0;
 
-  /// Gives the assertion back. An identifier that is not held is ignored.
+  /// Whether the assertion is in force, as far as is known. A host may lose one that was taken: the service
+  /// that granted it is gone, or runs again and has not granted it anew.
+  virtual bool isHeld(std::uint32_t identifier) = 0;
+
+  /// Gives the assertion back, or what is left of one that was lost. An identifier that was not taken is
+  /// ignored.
   virtual void release(std::uint32_t identifier) = 0;
 };
 

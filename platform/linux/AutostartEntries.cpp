@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestruneMenuClient/Text.h"
 #include "platform/posix/Diagnostics.h"
 #include "platform/posix/Files.h"
 
@@ -59,32 +60,23 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Whether readers of desktop entries agree on how this is written in a command line. They do not for what
-/// has to be escaped there, nor for a program that could be taken for a variable.
-bool isPlain(std::string_view text) {
-  return std::none_of(text.begin(), text.end(), [](char each) {
-    return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
-           std::string_view("\"`$\\%=").find(each) != std::string_view::npos;
-  });
+/// Whether readers of desktop entries agree on how this is quoted in a command line. They do not on what has
+/// to be escaped there, nor on a program that could be taken for a variable.
+bool canBeQuoted(std::string_view text) {
+  return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
+           return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
+                  std::string_view("\"`$\\%=").find(each) != std::string_view::npos;
+         });
 }
 
-/// The command that starts a program. In the path of one, a shell is left to find what cannot be written: a
-/// character that is none of those that can.
 std::string launchCommand(const std::string& executable) {
-  if (isPlain(executable)) return "\"" + executable + "\" --background";
-  static constexpr auto otherThanPlain = "'[!][:alnum:]' !#&()*+,.:;<>?@[^_{|}~-']'";
-  std::string pattern;
-  for (const char each : executable) {
-    const bool plain = each != '\'' && isPlain({&each, 1});
-    pattern += plain ? std::string(1, each) : otherThanPlain;
-  }
-  return "sh -c \"exec '" + pattern + "' --background\"";
+  return "\"" + executable + "\" --background";
 }
 
 /// The variable that leads to the repository, as an argument.
 std::string repoArgument(const std::string& repo) {
-  // The program starts there, so that a name that cannot be written need not be.
-  return std::string("\"") + repoVariable + "=" + (isPlain(repo) ? repo : ".") + "\"";
+  // The program starts there, so that a name that cannot be quoted need not be.
+  return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
 std::vector<std::string> linesOf(std::string_view text) {
@@ -147,9 +139,11 @@ std::string AutostartEntries::path(const std::string& label) const {
 bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
-  // A link to "/dev/null" is one more way to switch an entry off.
-  if (readWholeFile(path(label), text))
-    return fs::exists(path(label), failure) && !fs::is_character_file(path(label), failure);
+  if (readWholeFile(path(label), text)) {
+    // A link to "/dev/null" is one more way to switch an entry off. A folder starts nothing.
+    const fs::file_status there = fs::status(path(label), failure);
+    return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
+  }
   const auto values = valuesOf(linesOf(text));
   const auto says = [&values](const char* key, const char* value) {
     const auto found = values.find(key);
@@ -158,9 +152,10 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   return !says("Hidden", "true") && !says("X-GNOME-Autostart-enabled", "false");
 }
 
-std::string AutostartEntries::document(const std::string&, const std::string& executablePath,
-                                       const std::string& repoPath) const {
+std::optional<std::string> AutostartEntries::document(const std::string&, const std::string& executablePath,
+                                                      const std::string& repoPath) const {
   const std::string repo = absolute(repoPath);
+  if (!canBeQuoted(executablePath) || !isValidUtf8(repo)) return std::nullopt;
   std::string command = launchCommand(executablePath);
   if (!bundle.environmentVariable(repoVariable).value_or("").empty()) {
     command = "env " + repoArgument(repo) + " " + command;
@@ -191,6 +186,10 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() &&
                       replace(command, launchCommand(gone), launchCommand(*present));
   if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
+  if (!document(label, *present, repoPath)) {
+    reportOnce("cannot repair " + path(label) + ": a path cannot be written there");
+    return;
+  }
 
   if (const auto start = values.find("Path"); start != values.end()) {
     // The program was in the repository, more often than not, and has gone with it.

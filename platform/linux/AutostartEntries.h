@@ -17,8 +17,8 @@ class AutostartEntries final : public LaunchAgents {
 
   std::string path(const std::string& label) const override;
   bool isRegistered(const std::string& label) const override;
-  std::string document(const std::string& label, const std::string& executablePath,
-                       const std::string& repoPath) const override;
+  std::optional<std::string> document(const std::string& label, const std::string& executablePath,
+                                      const std::string& repoPath) const override;
 
   /// Whether the entry is switched on, and whatever else stands in it, stays as it is. A program in a build
   /// folder is no replacement: it goes as easily.

@@ -46,11 +46,9 @@ InhibitorService::~InhibitorService() {
 InhibitorService::Presence InhibitorService::presence() const {
   if (bus == nullptr) return Presence::absent;
   if (!owner.isKnown()) return Presence::unknown;
-  return owner.owner().empty() || isPassedOver() ? Presence::absent : Presence::there;
-}
-
-bool InhibitorService::isPassedOver() const {
-  return !owner.owner().empty() && clock.continuousTime() < passedOverUntil;
+  // One that does not offer this may only have been busy with its start.
+  const bool isPassedOver = clock.continuousTime() < passedOverUntil;
+  return owner.owner().empty() || isPassedOver ? Presence::absent : Presence::there;
 }
 
 bool InhibitorService::mayBeAsked() const {

@@ -34,7 +34,7 @@ class InhibitorService final : public BusClient {
  public:
   enum class Presence {
     unknown,  ///< the bus has not said so far
-    absent,   ///< no bus, nobody there, or somebody who does not offer this
+    absent,   ///< no bus, nobody there, or somebody who, asked within the last minute, did not offer this
     there,
   };
   enum class Answer {
@@ -52,8 +52,6 @@ class InhibitorService final : public BusClient {
   InhibitorService& operator=(const InhibitorService&) = delete;
 
   Presence presence() const;
-  /// Whether it runs, but counts as absent for a minute, because it did not offer this when it was asked.
-  bool isPassedOver() const;
 
   /// Asks on behalf of `holder`, a number of the caller's own and not 0, and waits for the answer: 250 ms at
   /// most, and not at all for a minute after a silence.

@@ -12,7 +12,6 @@ namespace {
 using Presence = InhibitorService::Presence;
 using Answer = InhibitorService::Answer;
 
-constexpr Seconds attemptInterval{60.0};
 constexpr auto applicationName = "Kestrune";
 
 int appendNameAndReason(sd_bus_message* call, const char* reason) {
@@ -60,9 +59,8 @@ const InhibitorProtocol logind{
 
 }  // namespace
 
-Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, Timers& givenTimers, const Clock& clock)
-    : timers(givenTimers),
-      sessionManager(sessionBus, clock, gnomeSessionManager, [this] { settle(); }),
+Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock)
+    : sessionManager(sessionBus, clock, gnomeSessionManager, [this] { settle(); }),
       screenSaver(sessionBus, clock, freedesktopScreenSaver, [this] { settle(); }),
       powerManagement(sessionBus, clock, freedesktopPowerManagement, [this] { settle(); }),
       login(systemBus, clock, logind, [this] { settle(); }) {}
@@ -80,6 +78,15 @@ std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, co
   assertions.emplace(identifier, std::move(assertion));
   settle();
   return identifier;
+}
+
+bool Inhibitors::isHeld(std::uint32_t identifier) {
+  const auto found = assertions.find(identifier);
+  if (found == assertions.end()) return false;
+  const auto services = servicesFor(found->second.type);
+  return services && !services->empty() &&
+         std::all_of(services->begin(), services->end(),
+                     [identifier](const InhibitorService* each) { return each->holds(identifier); });
 }
 
 void Inhibitors::release(std::uint32_t identifier) {
@@ -131,7 +138,6 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
 
 /// Makes up for what has changed around the assertions that are held.
 void Inhibitors::settle() {
-  bool settled = true;
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
     if (!services) continue;
@@ -141,21 +147,12 @@ void Inhibitors::settle() {
       held = false;
       service->inhibitLater(identifier, assertion.name);
     }
-    settled = settled && held;
     if (!held) continue;
     // Only now that the others have it: in between, the machine would be free to sleep.
     for (auto* const service : all) {
       const bool needed = std::find(services->begin(), services->end(), service) != services->end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);
     }
-  }
-  // One that is passed over may only have been busy with its start.
-  const bool passedOver =
-      std::any_of(all.begin(), all.end(), [](const InhibitorService* each) { return each->isPassedOver(); });
-  if (settled && (!passedOver || assertions.empty())) {
-    nextAttempt.reset();
-  } else if (!nextAttempt) {
-    nextAttempt = timers.scheduleRepeating(attemptInterval, [this] { settle(); });
   }
 }
 

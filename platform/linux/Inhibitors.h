@@ -2,13 +2,11 @@
 
 #include <array>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/PowerAssertions.h"
-#include "platform/Timer.h"
 #include "platform/linux/InhibitorService.h"
 
 namespace kestrune {
@@ -20,16 +18,18 @@ namespace kestrune {
 /// of the screen-saver and the power-management service; on a machine that has none of them, by logind. The
 /// system is kept awake by logind, and by the power-management service if there is one: where there is, it is
 /// what puts the machine to sleep. An assertion is held only if all of these have granted it. A service that
-/// starts again, or appears later, is asked then, without anybody waiting for it.
+/// starts again, or appears later, is asked then, without anybody waiting for it; if it refuses, the
+/// assertion is lost.
 ///
 /// `create` waits for at most 250 ms for a service; one that has not answered by then is left alone for a
 /// minute, as long as it does not start again. It never waits for a bus that is not up.
 class Inhibitors final : public PowerAssertions {
  public:
   /// What is given outlives this. What is held is given back when this is destroyed.
-  Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, Timers& timers, const Clock& clock);
+  Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock);
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
+  bool isHeld(std::uint32_t identifier) override;
   void release(std::uint32_t identifier) override;
 
  private:
@@ -44,10 +44,8 @@ class Inhibitors final : public PowerAssertions {
   void giveBack(std::uint32_t identifier);
   void settle();
 
-  Timers& timers;
   std::map<std::uint32_t, Assertion> assertions;
   std::uint32_t lastIdentifier = 0;
-  std::unique_ptr<Timer> nextAttempt;
   InhibitorService sessionManager, screenSaver, powerManagement, login;
   const std::array<InhibitorService*, 4> all{&sessionManager, &screenSaver, &powerManagement, &login};
 };

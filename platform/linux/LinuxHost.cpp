@@ -115,7 +115,7 @@ class LinuxHost final : public Host {
         preferences(folders.config + folderName + "/preferences.json"),
         agents(folders.config + "/autostart", bundle),
         notifications(bus, loop, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
-        assertions(bus, systemBus, loop, clock),
+        assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {
     // The process will hold secrets of the user's, which a core dump would leave on the disk.

@@ -43,8 +43,9 @@ bool LaunchdAgents::isRegistered(const std::string& label) const {
 }
 
 /// The program finds its repository by its own place: launchd starts it without a working directory.
-std::string LaunchdAgents::document(const std::string& label, const std::string& executablePath,
-                                    const std::string&) const {
+std::optional<std::string> LaunchdAgents::document(const std::string& label,
+                                                   const std::string& executablePath,
+                                                   const std::string&) const {
   return beforeLabel + label + betweenLabelAndProgram + executablePath + afterProgram;
 }
 

@@ -15,8 +15,8 @@ class LaunchdAgents final : public LaunchAgents {
 
   std::string path(const std::string& label) const override;
   bool isRegistered(const std::string& label) const override;
-  std::string document(const std::string& label, const std::string& executablePath,
-                       const std::string& repoPath) const override;
+  std::optional<std::string> document(const std::string& label, const std::string& executablePath,
+                                      const std::string& repoPath) const override;
   /// Does nothing: an application that was moved is moved by its user, who knows.
   void repair(const std::string& label, const std::string& repoPath) override;
 

@@ -179,13 +179,13 @@ std::error_code keepUnreadableFile(const std::string& path) {
   return {};
 }
 
-std::error_code makeFolders(const std::string& path) {
+std::error_code makeFolders(const std::string& path, mode_t mode) {
   std::error_code failure;
   if (fs::is_directory(path, failure)) return {};
   if (const fs::path parent = fs::path(path).parent_path(); !parent.empty() && parent != path) {
-    if (const auto above = makeFolders(parent)) return above;
+    if (const auto above = makeFolders(parent, mode)) return above;
   }
-  if (mkdir(path.c_str(), 0700) == 0) return {};
+  if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
   // Another process may have made it just now; anything else that is there is in the way.
   if (fs::is_directory(path, failure)) return {};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -29,7 +31,8 @@ bool isPassing(const std::error_code& failure);
 /// read just now is left alone, too, and the failure says why. Any thread.
 std::error_code keepUnreadableFile(const std::string& path);
 
-/// Makes the folder `path` and those above it, for their owner alone. One that exists is fine.
-std::error_code makeFolders(const std::string& path);
+/// Makes the folder `path` and those above it, with `mode` as far as the umask allows it. One that exists is
+/// fine.
+std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
 
 }  // namespace kestrune

@@ -40,7 +40,7 @@ std::optional<std::string> SystemFileManager::keepUnreadable(const std::string& 
 }
 
 std::optional<std::string> SystemFileManager::createDirectory(const std::string& path) {
-  return description(makeFolders(path));
+  return description(makeFolders(path, 0777));
 }
 
 std::optional<std::string> SystemFileManager::removeItem(const std::string& path) {

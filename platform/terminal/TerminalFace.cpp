@@ -40,7 +40,7 @@ TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor)
       abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
 
 std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
-  input.start([this](const std::string& line) { handleLine(line); },
+  input.start([this](const std::optional<std::string>& line) { handleLine(line); },
               [this] {
                 inputEnded = true;
                 if (!open.empty()) finishAlert({});
@@ -58,6 +58,11 @@ void TerminalFace::changed() {
 }
 
 void TerminalFace::printMenu() {
+  if (open.empty()) input.discardUnfinishedLine();
+  writeMenu();
+}
+
+void TerminalFace::writeMenu() {
   printPending = false;
   std::string text = "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
   for (std::size_t i = 0; i < menu.items.size(); ++i) text += row(i + 1, menu.items[i]);
@@ -87,15 +92,23 @@ void TerminalFace::prompt(std::string text) {
   output.write(text);
 }
 
-void TerminalFace::handleLine(const std::string& line) {
-  const std::string text(trimmed(line));
+void TerminalFace::handleLine(const std::optional<std::string>& line) {
+  if (!line) return refuseLine();
+  const std::string text(trimmed(*line));
   if (!open.empty()) {
-    answerAlert(line);
+    answerAlert(*line);
   } else if (text.empty()) {
-    printMenu();
+    writeMenu();
   } else {
     choose(text);
   }
+}
+
+void TerminalFace::refuseLine() {
+  // What was typed behind it answers later questions, not this one once more.
+  input.discardTyped();
+  prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
+         " 個位元組。請重新輸入。\n");
 }
 
 void TerminalFace::choose(const std::string& text) {
@@ -121,6 +134,7 @@ void TerminalFace::choose(const std::string& text) {
 }
 
 void TerminalFace::show(const Open& shown) {
+  if (dialogues.empty()) input.discardUnfinishedLine();  // typed for the menu
   TerminalAbilities present = abilities;
   present.columns = output.columns();
   dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, present));
@@ -132,10 +146,9 @@ void TerminalFace::show(const Open& shown) {
 
 void TerminalFace::answerAlert(const std::string& line) {
   TerminalDialogue& dialogue = *dialogues.back();
-  // The end of a line that was not shown was not shown either.
-  const std::string unseenEnd = dialogue.asksForSecret() && input.isTerminal() ? "\n" : "";
+  std::string text = endOfUnseenLine();
   const auto step = dialogue.take(line);
-  std::string text = unseenEnd + step.text;
+  text += step.text;
   if (step.answer) {
     output.write(text);
     return finishAlert(*step.answer);
@@ -145,6 +158,11 @@ void TerminalFace::answerAlert(const std::string& line) {
     return press(open.back().id, step.action);
   }
   prompt(std::move(text));
+}
+
+/// The end of a line that the terminal did not show was not shown either.
+std::string TerminalFace::endOfUnseenLine() const {
+  return input.isTerminal() && !dialogues.empty() && dialogues.back()->asksForSecret() ? "\n" : "";
 }
 
 void TerminalFace::finishAlert(const AlertAnswer& given) {
@@ -157,7 +175,7 @@ void TerminalFace::resume() {
     if (inputEnded) return finishAlert({});
     prompt(dialogues.back()->again());
   } else if (printPending) {
-    printMenu();
+    writeMenu();
   } else {
     prompt();
   }

@@ -29,19 +29,23 @@ class TerminalFace final : public StatusBar, public AlertQueue {
   /// Gives standard input back, for a program that takes over this process.
   void giveBackInput() const { input.giveBack(); }
 
-  /// Prints the menu again, changed or not.
+  /// Prints the menu again, changed or not. What the user has begun to type at its prompt is discarded: the
+  /// prompt that is printed does not show it. What is typed into an open alert stays.
   void printMenu();
 
  private:
   class Item;
 
   void changed();
-  void handleLine(const std::string& line);
+  void writeMenu();
+  void handleLine(const std::optional<std::string>& line);
+  void refuseLine();
   void choose(const std::string& text);
   void show(const Open& shown) override;
   void raise() override {}
   void resume() override;
   void answerAlert(const std::string& line);
+  std::string endOfUnseenLine() const;
   void finishAlert(const AlertAnswer& answer);
   void prompt(std::string text = {});
   std::string row(std::size_t number, const MenuItem& item) const;

@@ -14,7 +14,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t lineLimit = 65536;  // bytes; a longer line is cut
+constexpr std::size_t lineLimit = 65536;              // bytes
+constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of a terminal's input, line ends included
 
 FileDescriptor takeStandardInput() {
   struct stat state {};
@@ -62,7 +63,7 @@ void TerminalInput::hideTyping(bool hide) {
 
 void TerminalInput::applyHiding() {
   if (!terminal || !input || hidden == silenced) return;
-  if (const pid_t owner = tcgetpgrp(input.get()); owner >= 0 && owner != getpgrp()) return;
+  if (isInBackground()) return;
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
@@ -74,7 +75,34 @@ void TerminalInput::applyHiding() {
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
 }
 
-void TerminalInput::start(std::function<void(const std::string&)> givenOnLine,
+bool TerminalInput::isInBackground() const {
+  const pid_t owner = tcgetpgrp(input.get());
+  return owner >= 0 && owner != getpgrp();
+}
+
+std::size_t TerminalInput::longestLine() const {
+  // The line discipline drops what it has no room for: a line that fills it may have been cut.
+  return terminal ? lineDisciplineCapacity - 2 : lineLimit;
+}
+
+void TerminalInput::discardUnfinishedLine() {
+  if (!terminal || !readable || isInBackground()) return;
+  // Each read gives one finished line. The last one gives none, and has the kernel pass on first what has not
+  // reached the line discipline yet.
+  for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
+  }
+  if (!lines.empty()) goOn();
+  if (!input) return;
+  tcflush(input.get(), TCIFLUSH);
+  begun = "";
+}
+
+void TerminalInput::discardTyped() {
+  discardUnfinishedLine();
+  if (terminal) lines.clear();
+}
+
+void TerminalInput::start(std::function<void(const std::optional<std::string>&)> givenOnLine,
                           std::function<void()> givenOnEnd) {
   onLine = std::move(givenOnLine);
   onEnd = std::move(givenOnEnd);
@@ -109,7 +137,7 @@ void TerminalInput::goOn() {
 /// False when there is nothing more to do now.
 bool TerminalInput::takeTurn() {
   if (!lines.empty()) {
-    const std::string line = std::move(lines.front());
+    const std::optional<std::string> line = std::move(lines.front());
     lines.pop_front();
     onLine(line);
     return true;
@@ -135,13 +163,21 @@ bool TerminalInput::readSome() {
     end();
     return true;
   }
-  begun.append(buffer, static_cast<std::size_t>(count));
-  for (std::size_t end; (end = begun.find('\n')) != std::string::npos;) {
-    lines.push_back(begun.substr(0, end));
-    begun.erase(0, end + 1);
+  std::string_view bytes(buffer, static_cast<std::size_t>(count));
+  for (std::size_t end; (end = bytes.find('\n')) != std::string_view::npos; bytes.remove_prefix(end + 1)) {
+    append(bytes.substr(0, end));
+    lines.push_back(std::exchange(begun, ""));
   }
-  if (begun.size() > lineLimit) begun.resize(lineLimit);
+  append(bytes);
   return true;
+}
+
+void TerminalInput::append(std::string_view piece) {
+  if (begun && begun->size() + piece.size() <= longestLine()) {
+    *begun += piece;
+  } else {
+    begun.reset();
+  }
 }
 
 void TerminalInput::end() {
@@ -149,7 +185,7 @@ void TerminalInput::end() {
   readable.reset();
   continued.reset();
   input.reset();
-  if (!begun.empty()) lines.push_back(std::exchange(begun, {}));
+  if (begun != "") lines.push_back(std::exchange(begun, ""));
 }
 
 }  // namespace kestrune

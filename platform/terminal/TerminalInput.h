@@ -2,7 +2,9 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/EventLoop.h"
 #include "platform/posix/FileDescriptor.h"
@@ -24,29 +26,41 @@ class TerminalInput {
   /// from it. In the background, where the terminal is another's, it takes effect with the next SIGCONT.
   void hideTyping(bool hide);
 
-  /// Calls `onLine` with each line, without its end, and `onEnd` once, when there are no more. Between two
-  /// lines everything is done that the first one put into the queue.
-  void start(std::function<void(const std::string&)> onLine, std::function<void()> onEnd);
+  /// The length in bytes up to which lines are told whole.
+  std::size_t longestLine() const;
+
+  /// Calls `onLine` with each line, without its end, or with nothing for one that is too long, and `onEnd`
+  /// once, when there are no more. Between two lines everything is done that the first one put into the
+  /// queue.
+  void start(std::function<void(const std::optional<std::string>& line)> onLine, std::function<void()> onEnd);
+
+  /// Discards the line that the user of a terminal has begun to type. Lines that are finished stay. Does
+  /// nothing on a pipe or a file, and in the background, where the line is typed for another job.
+  void discardUnfinishedLine();
+  /// The same for finished lines as well.
+  void discardTyped();
 
  private:
   void wait();
   void goOn();
   bool takeTurn();
   bool readSome();
+  void append(std::string_view piece);
   void end();
   void applyHiding();
+  bool isInBackground() const;
 
   EventLoop& loop;
   FileDescriptor input;
   const bool terminal;
   const bool mayBlock;
-  bool turnIsDue = false;         ///< something will be read or told as soon as the loop comes to it
-  bool hidden = false;            ///< what is typed is not to be seen
-  bool silenced = false;          ///< by this, and not by whoever had the terminal before
-  std::deque<std::string> lines;  ///< that are read and not told
-  std::function<void(const std::string&)> onLine;
+  bool turnIsDue = false;  ///< something will be read or told as soon as the loop comes to it
+  bool hidden = false;     ///< what is typed is not to be seen
+  bool silenced = false;   ///< by this, and not by whoever had the terminal before
+  std::deque<std::optional<std::string>> lines;  ///< that are read and not told
+  std::function<void(const std::optional<std::string>&)> onLine;
   std::function<void()> onEnd;
-  std::string begun;  ///< a line whose end has not come
+  std::optional<std::string> begun{""};  ///< a line whose end has not come; absent when it is too long
   EventSource readable;
   EventSource continued;
 };

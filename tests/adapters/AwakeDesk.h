@@ -57,13 +57,11 @@ struct AwakeDesk : ::testing::Test {
   PrivateBus sessionDaemon;
   EventLoop loop;
   VirtualClock clock;
-  CallLog log;
-  FakeLoop timers{clock, log};
   SessionBus sessionBus{loop};
   SystemBus systemBus{loop};
   StubLocks locks;
   std::unique_ptr<StubService> manager, saver, power, login;
-  std::unique_ptr<Inhibitors> inhibitors = std::make_unique<Inhibitors>(sessionBus, systemBus, timers, clock);
+  std::unique_ptr<Inhibitors> inhibitors = std::make_unique<Inhibitors>(sessionBus, systemBus, clock);
   RoundTrip sessionTrip{sessionBus};
   RoundTrip systemTrip{systemBus};
 
@@ -102,9 +100,6 @@ struct AwakeDesk : ::testing::Test {
     nobodyAnswers = false;
     return identifier;
   }
-
-  /// Lets the program's minute after a silence pass.
-  void letTheMinutePass() { timers.advance(Seconds{60.0}); }
 };
 
 }  // namespace kestrune::testing

@@ -113,6 +113,14 @@ TEST_F(FileManager, SaysInTheSystemsWordsWhyItCannot) {
   EXPECT_EQ(contentsOf(path), "text");
 }
 
+TEST_F(FileManager, MakesFoldersOfTheDefaultMode) {
+  const mode_t before = umask(022);
+  EXPECT_EQ(files.createDirectory(folder.file("a/b")), std::nullopt);
+  umask(before);
+  EXPECT_EQ(modeOf(folder.file("a")), 0755U);
+  EXPECT_EQ(modeOf(folder.file("a/b")), 0755U);
+}
+
 TEST_F(FileManager, FindsFilesFoldersAndWhatLinksLeadTo) {
   put("text");
   fs::create_directory(folder.file("folder"));

@@ -322,6 +322,14 @@ TEST_F(MakeFolders, MakesAllThatAreMissingForTheirOwnerAlone) {
   }
 }
 
+TEST_F(MakeFolders, GivesThemTheModeThatTheUmaskLeaves) {
+  const mode_t before = umask(027);
+  EXPECT_EQ(makeFolders(folder.file("a/b"), 0777), std::error_code());
+  umask(before);
+  EXPECT_EQ(modeOf(folder.file("a")), 0750U);
+  EXPECT_EQ(modeOf(folder.file("a/b")), 0750U);
+}
+
 TEST_F(MakeFolders, LeavesThoseAloneThatExist) {
   fs::create_directory(folder.file("a"));
   ASSERT_EQ(chmod(folder.file("a").c_str(), 0755), 0);

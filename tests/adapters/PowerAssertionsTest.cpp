@@ -16,6 +16,10 @@ struct FakeMachine : ::testing::Test {
   PowerAssertions& assertions() { return fake; }
   bool comesToHold(std::size_t count) const { return fake.held.size() == count; }
   void refuseFromNowOn() { fake.displayFails = fake.systemFails = true; }
+  void lose() {
+    for (const auto& [identifier, type] : fake.held) fake.lost.insert(identifier);
+  }
+  void recover() {}
 };
 
 /// A machine with nothing but logind: there is one lock for each assertion.
@@ -30,6 +34,14 @@ struct LinuxMachine : AwakeDesk {
     return comesAbout([this, count] { return locks.held() == count; });
   }
   void refuseFromNowOn() { login->behave(StubService::refuses(SD_BUS_ERROR_ACCESS_DENIED)); }
+  void lose() {
+    login.reset();
+    ASSERT_TRUE(systemTrip.succeeds(loop));
+  }
+  void recover() {
+    login = serve(loginName, locks.grants());
+    ASSERT_TRUE(systemTrip.succeeds(loop));
+  }
 };
 
 template <typename Machine>
@@ -60,6 +72,30 @@ TYPED_TEST(PowerAssertionsContract, HoldsEachUntilItIsReleased) {
   EXPECT_TRUE(this->comesToHold(1));
   this->assertions().release(*second);
   EXPECT_TRUE(this->comesToHold(0));
+}
+
+TYPED_TEST(PowerAssertionsContract, TellsWhichAreHeld) {
+  const auto first = this->assertions().create(display, on, reason);
+  const auto second = this->assertions().create(system, on, reason);
+  ASSERT_TRUE(first && second);
+  this->assertions().release(*first);
+  EXPECT_FALSE(this->assertions().isHeld(*first));
+  EXPECT_TRUE(this->assertions().isHeld(*second));
+  EXPECT_FALSE(this->assertions().isHeld(0));
+}
+
+TYPED_TEST(PowerAssertionsContract, TellsOfThoseThatAreLostAndTakesNewOnes) {
+  const auto lost = this->assertions().create(display, on, reason);
+  ASSERT_TRUE(lost);
+  this->lose();
+  EXPECT_FALSE(this->assertions().isHeld(*lost));
+  this->assertions().release(*lost);
+  this->recover();
+  const auto taken = this->assertions().create(display, on, reason);
+  ASSERT_TRUE(taken);
+  EXPECT_NE(*taken, *lost);
+  EXPECT_TRUE(this->assertions().isHeld(*taken));
+  EXPECT_TRUE(this->comesToHold(1));
 }
 
 TYPED_TEST(PowerAssertionsContract, IgnoresTheReleaseOfWhatIsNotHeld) {

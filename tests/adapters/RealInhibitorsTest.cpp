@@ -18,11 +18,9 @@ using Locks = std::vector<std::string>;
 void holdUntilKilled(PowerAssertionType type, const ForkedProgram::Say& say) {
   EventLoop loop;
   VirtualClock clock;
-  CallLog log;
-  FakeLoop timers{clock, log};
   SessionBus sessionBus(loop);
   SystemBus systemBus(loop);
-  Inhibitors inhibitors(sessionBus, systemBus, timers, clock);
+  Inhibitors inhibitors(sessionBus, systemBus, clock);
   sessionBus.connect();
   systemBus.connect();
   std::optional<std::uint32_t> identifier;
@@ -68,8 +66,10 @@ TEST_F(RealLoginTest, IsAskedAgainAfterItsOwnRestart) {
   const auto identifier = create(system);
   ASSERT_TRUE(identifier);
   login.reset();
+  EXPECT_TRUE(comesAbout([&] { return !inhibitors->isHeld(*identifier); }));
   login = std::make_unique<RealLogin>(systemDaemon.address());
   EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{lock}; }));
+  EXPECT_TRUE(comesAbout([&] { return inhibitors->isHeld(*identifier); }));
   inhibitors->release(*identifier);
   EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }));
 }

@@ -369,7 +369,7 @@ TEST_F(AwakeDesk, IsNotHeldWithoutADescriptorForTheLockAndIsAgainLater) {
   ASSERT_TRUE(limit);
   limit.reset();
   login->behave(locks.grants());
-  letTheMinutePass();
+  clock.sleep(Seconds{60});
   ASSERT_TRUE(comesAbout([this] { return systemTrip.connections == 2; }));
   ASSERT_TRUE(knowsAll());
   EXPECT_TRUE(create(system));

@@ -1,38 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <termios.h>
-
-#include <csignal>
 #include <cstdio>
 #include <fstream>
 
 #include "platform/posix/QRSymbols.h"
-#include "tests/support/RecordingTarget.h"
+#include "platform/terminal/TerminalDialogue.h"
+#include "tests/support/FormViews.h"
 #include "tests/support/ScratchFolder.h"
-#include "tests/support/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {
-
-View label(const std::string& text) {
-  return {.kind = ViewKind::label, .text = text};
-}
-View field(const std::string& name, const std::string& text, ViewKind kind = ViewKind::textField) {
-  return {.kind = kind, .identifier = name, .text = text, .accessibilityLabel = "Field " + name};
-}
-View stack(std::vector<View> children) {
-  return {.kind = ViewKind::stack, .children = std::move(children)};
-}
-View button(const std::string& title, const std::string& action) {
-  return {.kind = ViewKind::button, .text = title, .action = action};
-}
-Alert form(std::vector<View> views) {
-  return {.style = AlertStyle::informational,
-          .messageText = "Form",
-          .informativeText = "About it",
-          .buttons = {"Save", "Cancel"},
-          .accessoryView = stack(std::move(views))};
-}
 
 // --- what is asked and what becomes of the answers
 
@@ -207,157 +184,6 @@ TEST(TerminalDialogue, DrawsNoCodeThatWouldBeBroken) {
   EXPECT_EQ(narrow.find("█"), std::string::npos);
   EXPECT_NE(narrow.find("（終端機太窄，圖放不下：需要 29 欄，現在是 28 欄。）\n"), std::string::npos)
       << narrow;
-}
-
-// --- on a terminal
-
-struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
-  void SetUp() override {
-    item = rig.face->statusItem(squareStatusItemLength);
-    item->setMenu({{{.id = 1, .title = "the-row"}}});
-    ASSERT_TRUE(rig.screen.shows("the-row"));
-  }
-
-  void present(Alert alert) {
-    alert.target = target;
-    rig.face->present({.describe = [alert] { return alert; },
-                       .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
-  }
-  bool isAnswered() {
-    return comesTrue(loop, [this] { return !answers.empty(); });
-  }
-  bool isEchoed() const {
-    termios settings{};
-    EXPECT_EQ(tcgetattr(rig.terminal.inside.get(), &settings), 0);
-    return (settings.c_lflag & ECHO) != 0;
-  }
-
-  EventLoop loop;
-  TerminalRig rig{loop, GetParam()};
-  std::unique_ptr<StatusItem> item;
-  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  std::vector<AlertAnswer> answers;
-};
-
-INSTANTIATE_TEST_SUITE_P(On, TerminalForm,
-                         ::testing::Values(TerminalRig::Line::pipes, TerminalRig::Line::terminal),
-                         [](const auto& line) {
-                           return line.param == TerminalRig::Line::pipes ? "Pipes" : "Terminal";
-                         });
-
-TEST_P(TerminalForm, IsFilledInFieldByField) {
-  present(form({field("a", "1"), field("b", "2")}));
-  EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
-  EXPECT_EQ(rig.screen.count("Field b"), 0U);
-  rig.type("new\n");
-  EXPECT_TRUE(rig.screen.shows("Field b［2］> "));
-  rig.type("\n");
-  EXPECT_TRUE(rig.screen.shows("[1] Save  [2] Cancel"));
-  rig.type("1\n");
-  ASSERT_TRUE(isAnswered());
-  EXPECT_EQ(answers[0].fields, (std::map<std::string, std::string>{{"a", "new"}, {"b", "2"}}));
-}
-
-TEST_P(TerminalForm, IsCancelledByTheEndOfTheInput) {
-  present(form({field("a", "1")}));
-  EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
-  rig.endInput();
-  ASSERT_TRUE(isAnswered());
-  EXPECT_EQ(answers[0].button, std::nullopt);
-}
-
-TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
-  target->onPerform = [this] {
-    present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
-  };
-  present(form({button("Show", "show")}));
-  present({.messageText = "Later", .informativeText = "", .buttons = {"Bye"}});
-  EXPECT_TRUE(rig.screen.shows("[3] Show"));
-  rig.type("3\n");
-  EXPECT_TRUE(rig.screen.shows("[1] Fine"));
-  EXPECT_EQ(target->performed, CallLog{"show"});
-  EXPECT_EQ(rig.screen.count("Later"), 0U);
-  rig.type("1\n");
-  ASSERT_TRUE(isAnswered());
-  EXPECT_TRUE(comesTrue(loop, [this] { return rig.screen.count("[3] Show") == 2; }));
-  rig.type("1\n");
-  EXPECT_TRUE(rig.screen.shows("[1] Bye"));
-  EXPECT_EQ(answers.size(), 2U);
-}
-
-TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
-  target->onPerform = [this] {
-    present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
-  };
-  present(form({field("a", "1"), field("b", "2"), button("Show", "show")}));
-  EXPECT_TRUE(rig.screen.shows("Field a"));
-  // The empty line closes what stands on top, and not the form beneath.
-  rig.type("new\n\n3\n\n2\n");
-  EXPECT_TRUE(comesTrue(loop, [this] { return answers.size() == 2; }));
-  EXPECT_EQ(answers.at(0).button, 0U);
-  EXPECT_EQ(answers.at(0).fields.size(), 0U);
-  EXPECT_EQ(answers.at(1).button, 1U);
-  EXPECT_EQ(answers.at(1).fields.at("a"), "new");
-}
-
-struct TerminalSecret : TerminalForm {};
-INSTANTIATE_TEST_SUITE_P(On, TerminalSecret, ::testing::Values(TerminalRig::Line::terminal),
-                         [](const auto&) { return "Terminal"; });
-
-TEST_P(TerminalSecret, IsNotSeen) {
-  present(form({field("key", "", ViewKind::secureTextField), field("b", "2")}));
-  EXPECT_TRUE(isEchoed());
-  EXPECT_TRUE(rig.screen.shows("Field key（未填，輸入時不顯示）> "));
-  EXPECT_FALSE(isEchoed());
-  rig.type("sk-secret\n");
-  EXPECT_TRUE(rig.screen.shows("輸入時不顯示）> \nField b［2］> "));
-  EXPECT_TRUE(isEchoed());
-  rig.type("\n1\n");
-  ASSERT_TRUE(isAnswered());
-  EXPECT_EQ(answers[0].fields.at("key"), "sk-secret");
-  EXPECT_EQ(rig.screen.count("sk-secret"), 0U);
-}
-
-TEST_P(TerminalSecret, LeavesTheTerminalAsItWas) {
-  present(form({field("key", "", ViewKind::secureTextField)}));
-  EXPECT_TRUE(rig.screen.shows("Field key"));
-  EXPECT_FALSE(isEchoed());
-  rig.face->close();
-  EXPECT_TRUE(isEchoed());
-}
-
-TEST_P(TerminalSecret, LeavesTheTerminalAsItWasAlsoAtTheEndOfTheInput) {
-  present(form({field("key", "", ViewKind::secureTextField)}));
-  EXPECT_TRUE(rig.screen.shows("Field key"));
-  rig.endInput();
-  ASSERT_TRUE(isAnswered());
-  EXPECT_EQ(answers[0].button, std::nullopt);
-  EXPECT_TRUE(isEchoed());
-}
-
-TEST_P(TerminalSecret, LeavesATerminalSilentThatWasSilentBefore) {
-  termios settings{};
-  ASSERT_EQ(tcgetattr(rig.terminal.inside.get(), &settings), 0);
-  settings.c_lflag &= ~tcflag_t{ECHO};
-  ASSERT_EQ(tcsetattr(rig.terminal.inside.get(), TCSANOW, &settings), 0);
-  present(form({field("key", "", ViewKind::secureTextField), field("b", "2")}));
-  EXPECT_TRUE(rig.screen.shows("Field key"));
-  rig.type("x\n");
-  EXPECT_TRUE(rig.screen.shows("Field b"));
-  EXPECT_FALSE(isEchoed());
-  rig.face->close();
-  EXPECT_FALSE(isEchoed());
-}
-
-TEST_P(TerminalSecret, IsHiddenAgainWhenThisJobComesBack) {
-  present(form({field("key", "", ViewKind::secureTextField)}));
-  EXPECT_TRUE(rig.screen.shows("Field key"));
-  termios settings{};
-  ASSERT_EQ(tcgetattr(rig.terminal.inside.get(), &settings), 0);
-  settings.c_lflag |= ECHO;
-  ASSERT_EQ(tcsetattr(rig.terminal.inside.get(), TCSANOW, &settings), 0);
-  raise(SIGCONT);
-  EXPECT_TRUE(comesTrue(loop, [this] { return !isEchoed(); }));
 }
 
 }  // namespace

@@ -233,7 +233,7 @@ TEST_F(TerminalMenu, TakesLinesThatComeInPiecesOrWithBothLineEnds) {
   EXPECT_EQ(target->performed, (CallLog{"refresh", "restart"}));
 }
 
-TEST_F(TerminalMenu, AnswersAnEndlessLineShortly) {
+TEST_F(TerminalMenu, RefusesAnEndlessLine) {
   const std::string much(60000, 'x');
   for (int time = 0; time < 5; ++time) {
     rig.type(much);
@@ -243,7 +243,15 @@ TEST_F(TerminalMenu, AnswersAnEndlessLineShortly) {
   rig.type("\n3\n");
   EXPECT_TRUE(comesTrue(loop, [this] { return target->performed == CallLog{"refresh"}; }));
   rig.settle();
-  EXPECT_EQ(rig.screen.text, "沒有這一列：" + std::string(197, 'x') + "...\n");
+  EXPECT_EQ(rig.screen.text, "這一行太長，沒有採用：最多 65536 個位元組。請重新輸入。\n");
+}
+
+TEST_F(TerminalMenu, KeepsTheBeginningOfALineOnAPipeWhenItChanges) {
+  after("沒有");
+  menu.items[0].title = "changed";
+  item->setMenu(menu);
+  rig.face->printMenu();
+  EXPECT_EQ(after("這一列\n"), "沒有這一列：沒有這一列\n");
 }
 
 TEST_F(TerminalMenu, LetsNoTextCommandTheTerminal) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <poll.h>
 
+#include "tests/support/RecordingTarget.h"
 #include "tests/support/TerminalRig.h"
 
 namespace kestrune::testing {
@@ -45,6 +47,77 @@ TEST(TerminalPrompt, ComesBackOnceAfterARowWhateverThatDoes) {
   EXPECT_TRUE(rig.screen.shows("changed\n列號或按鍵> "));
   rig.settle();
   EXPECT_EQ(rig.screen.count("列號或按鍵> "), 1U);
+}
+
+/// A menu on a terminal whose rows are performed by their numbers.
+struct TerminalTyping : ::testing::Test {
+  TerminalTyping() {
+    item = rig.face->statusItem(squareStatusItemLength);
+    show("first");
+    EXPECT_TRUE(rig.screen.shows("first\n列號或按鍵> "));
+  }
+
+  void show(const std::string& last) {
+    Menu menu;
+    for (int row = 1; row <= 14; ++row) {
+      menu.items.push_back({.id = row, .title = "row", .action = std::to_string(row), .target = target});
+    }
+    menu.items.back().title = last;
+    item->setMenu(menu);
+  }
+  /// Types that, and returns when the line discipline has it, without having the loop read it.
+  void type(std::string_view text, std::string_view echo) {
+    rig.settle();
+    rig.screen.text.clear();
+    rig.type(text);
+    for (pollfd shown{rig.terminal.outside.get(), POLLIN, 0}; rig.screen.text != echo; rig.screen.read()) {
+      ASSERT_EQ(poll(&shown, 1, patienceInMilliseconds), 1) << rig.screen.text;
+    }
+  }
+  bool performs(const CallLog& rows) {
+    return comesTrue(loop, [&] { return target->performed == rows; });
+  }
+
+  EventLoop loop;
+  TerminalRig rig{loop, TerminalRig::Line::terminal};
+  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
+  std::unique_ptr<StatusItem> item;
+};
+
+TEST_F(TerminalTyping, IsForgottenWhenTheMenuIsPrintedUnasked) {
+  // Ctrl-D passes on what was typed so far, and the line goes on.
+  for (const std::string typed : {"1", "1\x04"}) {
+    for (const bool changed : {true, false}) {
+      target->performed.clear();
+      type(typed, "1");
+      rig.settle();
+      changed ? show("changed " + typed) : rig.face->printMenu();
+      EXPECT_TRUE(rig.screen.shows("\n列號或按鍵> "));
+      rig.type("4\n");
+      EXPECT_TRUE(performs({"4"})) << ::testing::PrintToString(target->performed);
+    }
+  }
+}
+
+TEST_F(TerminalTyping, IsPerformedIfItsLineWasFinishedBefore) {
+  type("3\n5\n1", "3\n5\n1");
+  show("changed");
+  EXPECT_TRUE(rig.screen.shows("changed\n列號或按鍵> "));
+  rig.type("4\n");
+  EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
+}
+
+TEST_F(TerminalTyping, IsNoAnswerToAQuestionThatCameMeanwhile) {
+  type("2", "2");
+  std::optional<AlertAnswer> answer;
+  rig.face->present({[] {
+                       return Alert{.messageText = "?", .informativeText = "", .buttons = {"Yes", "No"}};
+                     },
+                     [&answer](const AlertAnswer& given) { answer = given; }});
+  EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
+  rig.type("\n");
+  EXPECT_TRUE(comesTrue(loop, [&] { return answer.has_value(); }));
+  EXPECT_EQ(answer->button, 0U);
 }
 
 TEST(TerminalPrompt, StandsAlsoAfterAReportThatIsFarTooLong) {

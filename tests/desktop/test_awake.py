@@ -117,6 +117,13 @@ class Awake(unittest.TestCase):
             self.traffic.wait("Inhibit", lambda _: len(self.traffic.said("Inhibit")) == so_far + 2)
             # The last of them is answered before anything that is asked now.
             self.assertHeld()
+        self.login.kill()
+        self.login.wait()
+        self.press("s", *counted(4))
+        self.assertEqual(self.menu.status, CONNECTED)
+        self.start_login_manager()
+        self.press("s", *counted(6), holds=True)
+        self.assertHeld()
         self.assertEqual(self.client.quit(), 0)
 
     def test_a_login_manager_that_hangs_holds_nothing_up(self):

@@ -115,6 +115,11 @@ class Toggled(Login):
         window = self.toggle()
         self.assertEqual(window, Window(ON.title, "Not a directory", warns=True))
         self.assertIs(self.mark(), False)
+        self.entry.parent.unlink()
+        self.entry.mkdir(parents=True)
+        self.assertIs(self.mark(), False)
+        self.assertEqual(self.toggle(), Window(ON.title, "Is a directory", warns=True))
+        self.assertIs(self.mark(), False)
         self.assertQuits()
 
     def test_with_automatic_connection_it_reconnects(self):
@@ -223,7 +228,7 @@ class LoggedIn(Login):
         self.assertRunsAgain(PROGRAM)
 
     def test_in_a_folder_of_any_name(self):
-        program = self.install("a \"b\" $HOME `c` 50% d=e 安裝")
+        program = self.install("a 'b' ;c & (d) *? [e] 安裝")
         self.switch_on(program=program)
         self.assertRunsAgain(program)
 

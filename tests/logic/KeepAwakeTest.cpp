@@ -93,6 +93,37 @@ TEST_F(KeepAwake, TakesNewAssertionsAfterARelease) {
   EXPECT_EQ(machine.powerAssertions.held.count(state.systemSleepAssertionID), 1U);
 }
 
+TEST_F(KeepAwake, TakesBothAnewWhenEitherWasLost) {
+  for (const std::uint32_t& lost :
+       {std::ref(state.displaySleepAssertionID), std::ref(state.systemSleepAssertionID)}) {
+    controller->ensureSleepAssertion();
+    machine.powerAssertions.lost.insert(lost);
+    newCalls();
+    controller->ensureSleepAssertion();
+    EXPECT_EQ(newCalls(), (CallLog{"release display assertion", "release system assertion",
+                                   "create display assertion", "create system assertion"}));
+    EXPECT_TRUE(state.sleepAssertionActive);
+  }
+}
+
+TEST_F(KeepAwake, RowFollowsALossAndTheReturnOfTheServiceWithTheNextTick) {
+  startUp();
+  machine.loop.advance(Seconds{1});
+  ASSERT_EQ(machine.statusBar.row(11).title, "保持喚醒：已開啟");
+  machine.powerAssertions.lost.insert(state.systemSleepAssertionID);
+  machine.powerAssertions.systemFails = true;
+  for (int tick = 0; tick < 3; ++tick) {
+    machine.loop.advance(Seconds{20});
+    EXPECT_EQ(machine.statusBar.row(11).title, "保持喚醒：已關閉");
+    EXPECT_EQ(machine.statusBar.row(16).checked, true);
+    EXPECT_TRUE(isReleased());
+  }
+  machine.powerAssertions.systemFails = false;
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(machine.statusBar.row(11).title, "保持喚醒：已開啟");
+  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
+}
+
 TEST_F(KeepAwake, IsHeldOnlyWhileBothPreferencesAreOn) {
   for (const bool heldBefore : {true, false}) {
     for (const bool autoConnect : {true, false}) {

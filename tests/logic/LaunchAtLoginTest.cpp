@@ -122,6 +122,26 @@ TEST_F(LaunchAtLogin, WriteThatFailsLeavesTheLegacyFileRemoved) {
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
+TEST_F(LaunchAtLogin, PathThatTheFileCannotHoldIsToldAndLeavesTheLegacyFile) {
+  struct RefusingAgents final : LaunchAgents {
+    std::string path(const std::string& label) const override { return "/agents/" + label; }
+    bool isRegistered(const std::string&) const override { return true; }
+    std::optional<std::string> document(const std::string&, const std::string&,
+                                        const std::string&) const override {
+      return std::nullopt;
+    }
+    void repair(const std::string&, const std::string&) override {}
+  } agents;
+  Platform platform = platformWith(machine, {.launchAgents = &agents});
+  const auto refused = std::make_shared<AppDelegate>(platform);
+  newCalls();
+  EXPECT_EQ(refused->setLaunchAtLoginEnabled(true),
+            (OperationResult{false,
+                             "程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、="
+                             "），所以沒有開啟。請移到名稱簡單的資料夾，再試一次。"}));
+  EXPECT_EQ(newCalls(), CallLog{"create folder /agents"});
+}
+
 TEST_F(LaunchAtLogin, FileThatCannotBeRemovedFailsNothing) {
   machine.fileManager.removeError = "Operation not permitted";
   arrange(true, true);

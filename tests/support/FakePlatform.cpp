@@ -196,6 +196,10 @@ std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type
   return next;
 }
 
+bool FakePowerAssertions::isHeld(std::uint32_t identifier) {
+  return held.contains(identifier) && !lost.contains(identifier);
+}
+
 void FakePowerAssertions::release(std::uint32_t identifier) {
   const auto found = held.find(identifier);
   if (found == held.end()) {
@@ -345,7 +349,7 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .workspace = fakes.workspace,
       .processes = either(real.processes, fakes.processes),
       .serviceControl = either(real.serviceControl, fakes.serviceControl),
-      .launchAgents = fakes.launchAgents,
+      .launchAgents = either(real.launchAgents, fakes.launchAgents),
       .localService = fakes.localService,
       .qrCodes = fakes.qrCodes,
   };

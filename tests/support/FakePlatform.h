@@ -105,12 +105,14 @@ struct FakeNotifications final : Notifications {
 struct FakePowerAssertions final : PowerAssertions {
   explicit FakePowerAssertions(CallLog& givenLog) : log(givenLog) {}
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
+  bool isHeld(std::uint32_t identifier) override;
   void release(std::uint32_t identifier) override;
 
   CallLog& log;
   bool displayFails = false;
   bool systemFails = false;
   std::map<std::uint32_t, PowerAssertionType> held;
+  std::set<std::uint32_t> lost;  ///< of those that are held: the ones that are no longer in force
   std::vector<std::string> names;
   std::vector<int> levels;
 
@@ -251,6 +253,7 @@ struct RealParts {
   Clock* clock = nullptr;
   Processes* processes = nullptr;
   const ServiceControl* serviceControl = nullptr;
+  LaunchAgents* launchAgents = nullptr;
   StatusBar* statusBar = nullptr;
   Alerts* alerts = nullptr;
   Images* images = nullptr;
