@@ -27,7 +27,7 @@ def allowed(bracket, header):
 
 
 def main():
-    closed = sorted(ROOT.glob("KestruneMenuClient/*")) + sorted(ROOT.glob("platform/*.h"))
+    closed = sorted(ROOT.glob("KestruneMenuClient/**/*.*")) + sorted(ROOT.glob("platform/*.h"))
     everywhere = closed + [path for pattern in ("platform/**/*.h", "platform/**/*.cpp", "dialogs/*")
                            for path in sorted(ROOT.glob(pattern))]
     faults = []
