@@ -2,16 +2,16 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/status/ConnectionLampState.h"
 #include "KestruneMenuClient/backend/ShellRunner.h"
+#include "KestruneMenuClient/settings/EnvFile.h"
 #include "KestruneMenuClient/settings/Preferences.h"
+#include "KestruneMenuClient/status/ConnectionLampState.h"
 #include "KestruneMenuClient/status/Results.h"
 #include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
@@ -118,7 +118,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
   /// Sets these keys in the backend's .env and keeps every other line.
-  OperationResult saveEnvValues(const std::map<std::string, std::string>& values);
+  OperationResult saveEnvValues(const EnvValues& values);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// What the phone scans; absent without a token.
   std::optional<std::string> makePairingURL() const;
@@ -166,14 +166,9 @@ class AppDelegate final : public ApplicationDelegate,
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
   std::string publicAPIURL() const;
   std::optional<std::string> pairingURL(const std::string& apiURL) const;
-  Alert makeSettingsAlert() const;
+  /// What the fields of the settings dialog show at first.
+  EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer);
-  static View makeSettingsSectionLabel(const char* title);
-  static View makeSettingsHint(const char* text, int lines = 2);
-  static View makeSettingsField(const std::string& text, const std::string& placeholder);
-  static View makeSecureSettingsField(const std::string& text, const std::string& placeholder);
-  static View makeSettingsRow(const char* title, View field);
-  static View makeSettingsButton(const char* title, const char* action);
 
   void refreshNow();
   void stopConnection();
