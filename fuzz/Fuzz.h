@@ -53,6 +53,9 @@ class Input {
     return piece;
   }
 
+  /// As many bytes, or all that are left.
+  std::string_view piece(std::size_t count) { return take(count); }
+
   /// Everything that is left.
   std::string_view rest() { return take(left.size()); }
 

@@ -1,49 +1,34 @@
 #include <memory>
 
 #include "fuzz/Fuzz.h"
-#include "platform/linux/NetlinkMessages.h"
-#include "platform/linux/RouteTable.h"
+#include "platform/network/PathLookup.h"
 
-// What the kernel sends about interfaces and routes: one message behind the other.
-
-namespace {
-
-using namespace kestrune;
-using fuzz::require;
-
-/// In memory of just its size, so that a step beyond is seen.
-void take(RouteTable& table, const nlmsghdr& message) {
-  const std::size_t size = message.nlmsg_len;
-  const auto copy = std::make_unique<std::uint32_t[]>((size + 3) / 4);
-  std::memcpy(copy.get(), &message, size);
-  const auto& alone = *reinterpret_cast<const nlmsghdr*>(copy.get());
-  table.add(alone);
-  static_cast<void>(concernsDefaultRoute(alone));
-}
-
-}  // namespace
+// What a socket of rtnetlink brings: the kernel's answers to a question, and news between them.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) return 0;
-  const auto aligned = std::make_unique<std::uint32_t[]>((size + 3) / 4);
-  std::memcpy(aligned.get(), data, size);
+  using namespace kestrune;
+  using fuzz::require;
 
-  RouteTable table;
-  forEachNetlinkMessage(reinterpret_cast<const char*>(aligned.get()), size,
-                        [&table](const nlmsghdr& message) {
-                          take(table, message);
-                          return true;
-                        });
-
-  for (const NextHop& hop : table.defaultHops()) {
-    const auto link = table.interfaces().find(hop.interface);
-    require(link != table.interfaces().end() && link->second.usable,
-            "a way out leads over a usable interface");
+  // Datagrams one behind the other, each with its length in words in front.
+  fuzz::Input input(data, size);
+  unsigned requests = 0;
+  PathLookup lookup(0, [&requests](const nlmsghdr& request) {
+    require(request.nlmsg_seq == ++requests, "requests are numbered in their order");
+    return 0;
+  });
+  while (!input.empty()) {
+    const std::size_t words = input.byte();
+    const std::string_view datagram = input.piece(words * sizeof(std::uint32_t));
+    // In memory of just its size, so that a step beyond is seen.
+    const auto copy = std::make_unique<std::uint32_t[]>((datagram.size() + 3) / 4);
+    std::memcpy(copy.get(), datagram.data(), datagram.size());
+    const unsigned before = requests;
+    static_cast<void>(lookup.take(reinterpret_cast<const char*>(copy.get()), datagram.size()));
+    require(requests - before <= datagram.size() / sizeof(nlmsghdr),
+            "a message leads to one request at most");
   }
-  static_cast<void>(table.needsNextHopObjects());
-  for (const auto& [index, link] : table.interfaces()) {
-    require(link.index == index, "an interface stands under its own index");
-    require(link.name.find('\0') == std::string::npos, "a name ends at its end");
+  if (const auto found = lookup.path("/nonexistent")) {
+    require(found->path.satisfied || *found == RoutedPath{}, "what is no path has nothing to tell");
   }
   return 0;
 }

@@ -24,8 +24,8 @@ class PathMonitor {
 
   /// Calls `onUpdate` on `queue`, which the main thread runs, once soon after the start, then after each
   /// change and after each resume from sleep. An update may be equal to the one before: after a resume, after
-  /// a short interruption, or where another network of the same type has taken over. Called once, on the main
-  /// thread.
+  /// a short interruption, or where the address or the network is another one of the same type. Called once,
+  /// on the main thread.
   virtual void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) = 0;
 
   /// Once this returns, `onUpdate` is not called again, also not by what is on the queue already. Main

@@ -23,10 +23,10 @@
 #include "platform/linux/Inhibitors.h"
 #include "platform/linux/LeftoverPipes.h"
 #include "platform/linux/ProgramBundle.h"
-#include "platform/linux/RouteMonitor.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemdServiceControl.h"
+#include "platform/network/NetworkMonitor.h"
 #include "platform/posix/ChildProcesses.h"
 #include "platform/posix/CurlLocalService.h"
 #include "platform/posix/FileDescriptor.h"
@@ -234,7 +234,7 @@ class LinuxHost final : public Host {
   SystemdServiceControl services;
   DesktopNotifications notifications;
   Inhibitors assertions;
-  RouteMonitors pathMonitors{loop, clock, systemBus};
+  NetworkMonitors pathMonitors{loop, clock, systemBus};
   SystemFileManager files{folders.home};
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;

@@ -7,6 +7,7 @@
 
 #include "platform/linux/SystemClock.h"
 #include "platform/posix/CurlLocalService.h"
+#include "tests/support/ComesTrue.h"
 #include "tests/support/LocalServiceStandIn.h"
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/ScopedVariable.h"
@@ -24,7 +25,7 @@ std::string httpAnswer(const std::string& body, const std::string& status = "200
 }
 
 struct LocalServiceTest : ::testing::Test {
-  LocalServiceTest() { network.ip("link set lo up"); }
+  LocalServiceTest() { network.ip({"link set lo up"}); }
 
   void answerWith(const std::string& bytes, std::function<void()> whileAsked = {}) {
     server = std::make_unique<LocalServiceStandIn>(bytes, std::move(whileAsked));

@@ -2,7 +2,7 @@
 
 #include <deque>
 
-#include "tests/adapters/RouteMonitorNetwork.h"
+#include "tests/adapters/NetworkRig.h"
 #include "tests/support/FakePlatform.h"
 
 namespace kestrune::testing {
@@ -52,19 +52,9 @@ struct FakeNetwork {
   }
 };
 
-struct RealNetwork {
-  SignalState signals;
-  NetworkNamespace network;
-  ScratchFolder devices;
-  SystemClock clock;
-  EventLoop loop;
-  SystemBus bus{loop};
-  RouteMonitors monitors{loop, clock, bus, devices.file("")};
-
-  RealNetwork() { network.addCable("cable", "10.1.0.2/24"); }
-
-  void plugIn() { network.ip("route add default via 10.1.0.1"); }
-  void pullOut() { network.ip("route delete default"); }
+struct RealNetwork : NetworkRig {
+  void plugIn() { network.ip({"route add default via 10.1.0.1"}); }
+  void pullOut() { network.ip({"route delete default"}); }
   bool comesTrue(const std::function<bool()>& condition) { return testing::comesTrue(loop, condition); }
 };
 

@@ -1,0 +1,386 @@
+#include <fcntl.h>
+#include <linux/if.h>
+#include <linux/if_tun.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+
+#include <cstring>
+
+#include "tests/adapters/NetworkRig.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/ResourceLimit.h"
+
+namespace kestrune::testing {
+namespace {
+
+using Commands = std::vector<std::string>;
+
+/// A network as these commands make it, and what becomes of it when they change it.
+struct Network {
+  const char* name;
+  Commands commands;
+  NetworkPath path;
+  Commands change{};
+  NetworkPath after{};
+};
+
+void check(const std::vector<Network>& networks) {
+  for (const auto& [name, commands, path, change, after] : networks) {
+    SCOPED_TRACE(name);
+    MonitoredNetwork machine;
+    Commands all = commands;
+    all.insert(all.end(), change.begin(), change.end());
+    if (::testing::PrintToString(all).find("::") != std::string::npos) machine.useIPv6();
+    machine.network.ip(commands);
+    machine.startOn(path);
+    if (change.empty()) continue;
+    machine.network.ip(change);
+    EXPECT_TRUE(machine.becomes(after));
+  }
+}
+
+const std::string viaGateway = "route add default via 10.1.0.1 metric 100";
+const std::string viaIPv6Gateway = "route add default via fd00:1::1 metric 100";
+
+TEST(NetworkPaths, AreThoseOfTheKernel) {
+  check({
+      {"no_route", {}, disconnected},
+      {"route_elsewhere", {"route add 10.9.0.0/16 via 10.1.0.1"}, disconnected},
+      {"ipv4", {viaGateway}, viaCable},
+      {"ipv6", {viaIPv6Gateway}, viaCable},
+      {"ipv4_through_an_ipv6_gateway", {"route add default via inet6 fd00:1::1"}, viaCable},
+      {"ipv4_before_ipv6", {viaGateway, "route add default via fd00:2::1 metric 1"}, viaCable},
+      {"ipv6_where_ipv4_has_no_carrier",
+       {viaGateway, "route add default via fd00:2::1", "link set cable-peer down"},
+       viaWiFi},
+      {"lowest_metric", {viaGateway, "route add default via 10.2.0.1 metric 50"}, viaWiFi},
+      {"other_type_of_service", {"route add default via 10.1.0.1 tos 0x10"}, disconnected},
+      {"loopback", {"route add default dev lo"}, disconnected},
+      {"no_carrier", {viaGateway, viaIPv6Gateway, "link set cable-peer down"}, disconnected},
+      {"other_table", {"route add default via 10.1.0.1 table 100"}, disconnected},
+      {"other_table_with_a_rule",
+       {"route add default via 10.1.0.1 table 100", "rule add lookup 100"},
+       viaCable},
+      {"other_table_with_a_rule_of_a_mark",
+       {"route add default via 10.1.0.1 table 100", "rule add fwmark 1 lookup 100"},
+       disconnected},
+      {"default_table", {"route add default via 10.1.0.1 table default"}, viaCable},
+      {"rule_before_main",
+       {viaGateway, "route add default via 10.2.0.1 table 100", "rule add lookup 100"},
+       viaWiFi},
+      {"unreachable_by_rule", {viaGateway, "rule add unreachable"}, disconnected},
+      {"halves", {"route add 0.0.0.0/1 via 10.1.0.1", "route add 128.0.0.0/1 via 10.1.0.1"}, viaCable},
+      {"halves_before_the_default",
+       {viaGateway, "route add 0.0.0.0/1 via 10.2.0.1", "route add 128.0.0.0/1 via 10.2.0.1"},
+       viaWiFi},
+      {"ipv6_global_part", {"route add 2000::/3 via fd00:1::1"}, viaCable},
+      {"next_hop_object", {"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"}, viaCable},
+      {"next_hop_group",
+       {"nexthop add id 1 via 10.2.0.1 dev wifi", "nexthop add id 2 group 1", "route add default nhid 2"},
+       viaWiFi},
+      {"ipv6_next_hop_object",
+       {"nexthop add id 1 via fd00:1::1 dev cable", "route add ::/0 nhid 1"},
+       viaCable},
+      {"multipath",
+       {"route add default nexthop via 10.1.0.1 dev cable nexthop via 10.2.0.1 dev wifi",
+        "link set cable down"},
+       viaWiFi},
+      {"multipath_the_other_way",
+       {"route add default nexthop via 10.1.0.1 dev cable nexthop via 10.2.0.1 dev wifi",
+        "link set wifi down"},
+       viaCable},
+      {"ipv6_multipath",
+       {"route add default nexthop via fd00:1::1 dev cable nexthop via fd00:2::1 dev wifi",
+        "link set cable down"},
+       viaWiFi},
+  });
+}
+
+TEST(NetworkPaths, AreNoneWhereARouteRejects) {
+  std::vector<Network> networks;
+  for (const char* const type : {"unreachable", "blackhole", "prohibit", "throw"}) {
+    const std::string reject = std::string("route add ") + type;
+    networks.push_back(
+        {type, {viaGateway, viaIPv6Gateway, reject + " default", reject + " ::/0 metric 5"}, disconnected});
+  }
+  networks.push_back(
+      {"below_a_usable_one", {viaGateway, "route add unreachable default metric 200"}, viaCable});
+  networks.push_back({"of_ipv4_only", {viaIPv6Gateway, "route add blackhole default"}, viaCable});
+  check(networks);
+}
+
+TEST(NetworkPaths, FollowEachChange) {
+  const Commands ipv4{viaGateway};
+  const Commands ipv6{viaIPv6Gateway};
+  check({
+      {"route_comes", {}, disconnected, {viaGateway}, viaCable},
+      {"ipv6_route_comes", {}, disconnected, {viaIPv6Gateway}, viaCable},
+      {"route_goes", ipv4, viaCable, {"route delete default"}, disconnected},
+      {"better_route_comes", ipv4, viaCable, {"route add default via 10.2.0.1 metric 50"}, viaWiFi},
+      {"interface_goes_down", ipv4, viaCable, {"link set cable down"}, disconnected},
+      {"interface_goes_down_under_ipv6", ipv6, viaCable, {"link set cable down"}, disconnected},
+      {"interface_goes", ipv4, viaCable, {"link delete cable"}, disconnected},
+      {"cable_is_pulled", ipv4, viaCable, {"link set cable-peer down"}, disconnected},
+      {"cable_is_plugged_in",
+       {viaGateway, "link set cable-peer down"},
+       disconnected,
+       {"link set cable-peer up"},
+       viaCable},
+      {"address_takes_its_route_along",
+       ipv4,
+       viaCable,
+       {"address delete 10.1.0.2/24 dev cable"},
+       disconnected},
+      {"rule_comes",
+       {"route add default via 10.1.0.1 table 100"},
+       disconnected,
+       {"rule add lookup 100"},
+       viaCable},
+      {"next_hop_object_goes",
+       {"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"},
+       viaCable,
+       {"nexthop delete id 1"},
+       disconnected},
+      {"gateway_changes",
+       ipv4,
+       viaCable,
+       {"route replace default via 10.1.0.3 dev cable metric 100"},
+       viaCable},
+      {"ipv6_source_changes",
+       {viaIPv6Gateway, "address add 2001:db8::2/64 dev cable nodad"},
+       viaCable,
+       {"address change 2001:db8::2/64 dev cable preferred_lft 0"},
+       viaCable},
+  });
+}
+
+/// Virtual devices made over Wi-Fi or a bridge, and used as the default route.
+TEST(NetworkPaths, KnowWhatIsBeneathADevice) {
+  const auto through = [](const char* name, Commands commands, const NetworkPath& path) {
+    commands.insert(commands.end(), {"link set made up", "route add default dev made"});
+    return Network{name, std::move(commands), path};
+  };
+  check({
+      through("macvlan", {"link add link wifi name made type macvlan"}, viaWiFi),
+      through("vxlan", {"link add made type vxlan id 5 dstport 4789 remote 10.2.0.9"}, viaSomething),
+      through("bridge", {"link add made type bridge", "link set wifi master made"}, viaWiFi),
+      // A Wi-Fi station cannot be bridged: this is an access point, and the cable leads out.
+      through("bridge_of_both",
+              {"link add made type bridge", "link set wifi master made", "link set cable master made"},
+              viaCable),
+      through("macvlan_over_a_bridge",
+              {"link add bridge type bridge", "link set wifi master bridge", "link set bridge up",
+               "link add link bridge name made type macvlan"},
+              viaWiFi),
+      through("tunnel_without_a_program", {"tuntap add made mode tun"}, disconnected),
+  });
+}
+
+struct NetworkMonitorTest : ::testing::Test, MonitoredNetwork {
+  /// A tunnel as a user's VPN opens one; it has a carrier while the descriptor lives.
+  static FileDescriptor openTunnel(const char* name, int mode) {
+    FileDescriptor tunnel(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
+    request.ifr_flags = static_cast<short>(mode | IFF_NO_PI);
+    if (ioctl(tunnel.get(), TUNSETIFF, &request) != 0) tunnel.reset();
+    return tunnel;
+  }
+};
+
+TEST_F(NetworkMonitorTest, DoesNotKnowWhatCarriesAVPN) {
+  network.ip({"route add default via 10.2.0.1"});
+  startOn(viaWiFi);
+  const FileDescriptor tunnel = openTunnel("vpn", IFF_TUN);
+  ASSERT_TRUE(tunnel) << std::strerror(errno);
+  network.ip({"link set vpn up", "route add 0.0.0.0/1 dev vpn", "route add 128.0.0.0/1 dev vpn"});
+  EXPECT_TRUE(becomes(viaSomething));
+  network.ip({"link delete vpn"});
+  EXPECT_TRUE(becomes(viaWiFi));
+}
+
+TEST_F(NetworkMonitorTest, DoesNotKnowABridgeOfTunnelsOnly) {
+  const FileDescriptor machine = openTunnel("machine", IFF_TAP);
+  ASSERT_TRUE(machine) << std::strerror(errno);
+  network.ip({"link add bridge type bridge", "link set machine up master bridge", "link set bridge up",
+              "address add 10.3.0.2/24 dev bridge", "route add default via 10.3.0.1"});
+  startOn(viaSomething);
+}
+
+TEST_F(NetworkMonitorTest, HearsOfNextHopObjectsThatRoutesDoNotSpellOut) {
+  std::ofstream("/proc/sys/net/ipv4/nexthop_compat_mode") << "0" << std::flush;
+  network.ip({"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"});
+  startOn(viaCable);
+  network.ip({"nexthop replace id 1 via 10.2.0.1 dev wifi"});
+  EXPECT_TRUE(becomes(viaWiFi));
+}
+
+TEST_F(NetworkMonitorTest, HearsOfIPv6Rules) {
+  useIPv6();
+  network.ip({"route add default via fd00:1::1 table 100"});
+  startOn(disconnected);
+  network.ip({"rule add lookup 100"}, "-6");
+  EXPECT_TRUE(becomes(viaCable));
+}
+
+/// With real delays, so that all of a change falls into one burst.
+TEST_F(NetworkMonitorTest, ReportsAnotherSourceAddressOfTheSameInterface) {
+  network.ip({viaGateway});
+  NetworkMonitors usual(loop, clock, bus, devices.file(""));
+  monitor = usual.makePathMonitor();
+  startOn(viaCable);
+  network.ip({"address delete 10.1.0.2/24 dev cable", "address add 10.1.0.7/24 dev cable", viaGateway});
+  EXPECT_TRUE(becomes(viaCable));
+}
+
+TEST_F(NetworkMonitorTest, ReportsNoUpdateOfWhatDoesNotConcernThePath) {
+  useIPv6();
+  network.ip({viaGateway});
+  startOn(viaCable);
+  for (const char* const words :
+       {"route add 10.9.0.0/16 via 10.1.0.1", "route add default via 10.1.0.1 table 9",
+        "address add 10.1.0.3/24 dev cable", "route add fd00:9::/64 dev cable", "link set wifi mtu 1400",
+        "link set wifi down", "neighbor add 10.1.0.1 lladdr 02:00:00:00:00:01 dev cable",
+        "route add default via fd00:1::1", "route delete default via fd00:1::1"}) {
+    network.ip({words});
+    ASSERT_TRUE(isIdle(loop));
+  }
+  network.ip({"route delete default"});
+  EXPECT_TRUE(becomes(disconnected));
+  EXPECT_EQ(updates, std::vector{disconnected});
+}
+
+TEST_F(NetworkMonitorTest, ReadsTheDevicesOfTheKernel) {
+  const ScratchFolder mountPoint;
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    // As the kernel shows it in this network namespace.
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("devices", mountPoint.file("").c_str(), "sysfs", 0, nullptr) != 0) {
+      return say("no mount");
+    }
+    EventLoop ownLoop;
+    SystemBus ownBus(ownLoop);
+    NetworkMonitors ownMonitors(ownLoop, clock, ownBus, mountPoint.file("class/net"));
+    const auto own = ownMonitors.makePathMonitor();
+    network.ip({viaGateway});
+    std::optional<NetworkPath> path;
+    own->start(ownLoop.mainQueue(), [&path](NetworkPath update) { path = update; });
+    comesTrue(ownLoop, [&path] { return path.has_value(); });
+    say(path ? ::testing::PrintToString(*path) : "silence");
+  });
+  EXPECT_EQ(program.line(), "connected wired");
+  program.waitForEnd();
+}
+
+// --- its life
+
+TEST_F(NetworkMonitorTest, MayBeCancelledByItsOwnUpdate) {
+  monitor->start(loop.mainQueue(), [this](NetworkPath path) {
+    updates.push_back(path);
+    if (path.satisfied) monitor->cancel();
+  });
+  ASSERT_TRUE(becomes(disconnected));
+  network.ip({viaGateway});
+  EXPECT_TRUE(becomes(viaCable));
+}
+
+TEST_F(NetworkMonitorTest, MayBeDestroyedByItsOwnUpdate) {
+  bool gone = false;
+  monitor->start(loop.mainQueue(), [&](NetworkPath) {
+    monitor.reset();
+    gone = true;
+  });
+  EXPECT_TRUE(comesTrue(loop, [&] { return gone; }));
+}
+
+TEST_F(NetworkMonitorTest, MayBeDestroyedDuringAQuestion) {
+  start();
+  monitor.reset();
+  settleQueue(loop);
+  EXPECT_TRUE(updates.empty());
+}
+
+TEST_F(NetworkMonitorTest, LeavesNoDescriptorBehind) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  startOn(disconnected);
+  monitor->cancel();
+  // What the loop itself keeps is there by now.
+  const auto before = descriptors();
+  monitor = monitors.makePathMonitor();
+  startOn(disconnected);
+  EXPECT_EQ(descriptors(), before + 1);
+  monitor->cancel();
+  EXPECT_EQ(descriptors(), before);
+}
+
+// --- storms
+
+TEST_F(NetworkMonitorTest, WakesUpAFewTimesInAStorm) {
+  network.ip({viaGateway});
+  NetworkMonitors usual(loop, clock, bus, devices.file(""));
+  monitor = usual.makePathMonitor();
+  startOn(viaCable);
+  std::uint64_t before = 0, after = 0;
+  sd_event_get_iteration(loop.event(), &before);
+  const Seconds begin = clock.awakeTime();
+  Commands storm;
+  for (int i = 0; i < 1000; ++i) storm.push_back("link set wifi mtu " + std::to_string(1300 + i % 100));
+  network.ip(storm);
+  network.ip({"route replace default via 10.2.0.1 metric 100"});
+  EXPECT_TRUE(becomes(viaWiFi));
+  sd_event_get_iteration(loop.event(), &after);
+  const auto bursts = static_cast<std::uint64_t>((clock.awakeTime() - begin) / PathTiming().burst) + 1;
+  // The message, the timer, and the answers to the question and to what came before them.
+  EXPECT_LE(after - before, 12 * bursts);
+  EXPECT_EQ(updates.size(), 1u);
+}
+
+// --- where the kernel does not answer
+
+/// A process that has no descriptor left until the first update. It says each of its two first updates.
+void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
+  EventLoop loop;
+  SystemBus bus(loop);
+  NetworkMonitors monitors(loop, rig.clock, bus, rig.devices.file(""));
+  std::vector<NetworkPath> seen;
+  std::unique_ptr<ResourceLimit> limit;
+  const auto start = [&](PathMonitor& monitor) {
+    seen.clear();
+    monitor.start(loop.mainQueue(), [&](NetworkPath path) {
+      limit.reset();
+      seen.push_back(path);
+    });
+  };
+  // What the loop keeps, and what a sanitizer opens at the first use of a type, is there before.
+  const auto first = monitors.makePathMonitor();
+  start(*first);
+  comesTrue(loop, [&seen] { return seen.size() == 1; });
+  first->cancel();
+  const auto second = monitors.makePathMonitor();
+  const int next = dup(STDERR_FILENO);
+  close(next);
+  limit = std::make_unique<ResourceLimit>(RLIMIT_NOFILE, static_cast<rlim_t>(next));
+  start(*second);
+  if (!seen.empty()) say("too early");
+  for (std::size_t number = 1; number <= 2; ++number) {
+    if (!comesTrue(loop, [&] { return seen.size() == number; })) return say("silence");
+    say(::testing::PrintToString(seen.back()));
+  }
+}
+
+TEST_F(NetworkMonitorTest, TakesTheMachineForConnectedWithoutASocketAndAsksAgain) {
+  network.ip({viaGateway});
+  ForkedProgram program([this](const ForkedProgram::Say& say) { runWithoutDescriptors(*this, say); });
+  EXPECT_EQ(program.line(), "connected");
+  EXPECT_EQ(program.line(), "connected wired");
+  program.waitForEnd();
+  EXPECT_EQ(program.standardError(),
+            "KestruneMenuClient: the routes cannot be read (Too many open files): changes of the network go "
+            "unnoticed\n");
+}
+
+}  // namespace
+}  // namespace kestrune::testing

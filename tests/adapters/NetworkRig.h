@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/SystemClock.h"
+#include "platform/network/NetworkMonitor.h"
+#include "tests/support/ComesTrue.h"
+#include "tests/support/NetworkNamespace.h"
+#include "tests/support/NetworkPaths.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/SignalState.h"
+
+namespace kestrune::testing {
+
+/// A machine with a cable and Wi-Fi, both with a carrier and an IPv4 address, and no route to the outside.
+/// Its monitors report everything at once; PathReportsTest is about the timing.
+struct NetworkRig {
+  NetworkRig() {
+    // Other messages of IPv6 would hide that one is missed.
+    setIPv6("default/addr_gen_mode", 1);  // no link-local addresses
+    setIPv6("all/disable_ipv6", 1);
+    setIPv6("default/disable_ipv6", 1);
+    network.ip({"link set lo up"});
+    addCable("cable", "10.1.0.2/24");
+    addCable("wifi", "10.2.0.2/24");
+    pretend("wifi", "DEVTYPE=wlan\n");
+  }
+
+  /// An Ethernet cable: `name` is the end here, NAME-peer that at the wall.
+  void addCable(const std::string& name, const std::string& address) const {
+    network.ip({"link add " + name + " type veth peer name " + name + "-peer",
+                "link set " + name + "-peer up", "link set " + name + " up",
+                "address add " + address + " dev " + name});
+  }
+
+  /// Gives both an IPv6 address too.
+  void useIPv6() const {
+    setIPv6("all/disable_ipv6", 0);
+    network.ip({"address add fd00:1::2/64 dev cable nodad", "address add fd00:2::2/64 dev wifi nodad"});
+  }
+
+  static void setIPv6(const std::string& setting, int value) {
+    std::ofstream("/proc/sys/net/ipv6/conf/" + setting) << value << std::flush;
+  }
+
+  /// Makes the kernel's folder of devices say that of `device`.
+  void pretend(const std::string& device, const std::string& uevent) const {
+    std::filesystem::create_directories(devices.file(device));
+    std::ofstream(devices.file(device + "/uevent")) << uevent;
+  }
+
+  SignalState signals;
+  NetworkNamespace network;
+  ScratchFolder devices;
+  SystemClock clock;
+  EventLoop loop;
+  SystemBus bus{loop};
+  NetworkMonitors monitors{
+      loop, clock, bus, devices.file(""), {.burst = Seconds{0}, .loss = Seconds{0}, .memory = Seconds{0}}};
+};
+
+/// Such a machine with a monitor, whose updates are written down.
+struct MonitoredNetwork : NetworkRig {
+  void start() {
+    monitor->start(loop.mainQueue(), [this](NetworkPath path) { updates.push_back(path); });
+  }
+
+  /// Whether the last update says `path` before long.
+  ::testing::AssertionResult becomes(const NetworkPath& path) {
+    if (comesTrue(loop, [&] { return !updates.empty() && updates.back() == path; }))
+      return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << ::testing::PrintToString(updates);
+  }
+
+  /// Starts, and forgets the updates once there is one with that path.
+  void startOn(const NetworkPath& path) {
+    start();
+    ASSERT_TRUE(becomes(path));
+    updates.clear();
+  }
+
+  std::unique_ptr<PathMonitor> monitor = monitors.makePathMonitor();
+  std::vector<NetworkPath> updates;
+};
+
+}  // namespace kestrune::testing

@@ -1,0 +1,369 @@
+#include "platform/network/PathReports.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "tests/support/VirtualTime.h"
+
+namespace kestrune::testing {
+namespace {
+
+const RoutedPath none;
+const RoutedPath wired{{.satisfied = true, .usesWiredEthernet = true}, 2, "gateway", "source"};
+const RoutedPath wiFi{{.satisfied = true, .usesWiFi = true}, 3, "gateway", "source"};
+const RoutedPath otherWiFi{{.satisfied = true, .usesWiFi = true}, 3, "gateway", "another source"};
+const RoutedPath tunnel{{.satisfied = true}, 4, "", "source"};
+
+std::string nameOf(const NetworkPath& path) {
+  if (!path.satisfied) return "none";
+  if (path.usesWiFi) return "Wi-Fi";
+  return path.usesWiredEthernet ? "wired" : "other";
+}
+
+/// A machine whose network changes when a test says so. Times are milliseconds since it began.
+struct Machine {
+  struct Report {
+    long when;
+    std::string path;
+    bool operator==(const Report&) const = default;
+    friend void PrintTo(const Report& report, std::ostream* out) {
+      *out << report.path << " at " << report.when;
+    }
+  };
+  using Said = std::vector<Report>;
+
+  long now() const { return std::lround((clock.awakeTime() - beginning).count() * 1000); }
+
+  void say(const std::optional<NetworkPath>& path) {
+    if (path) said.push_back({now(), nameOf(*path)});
+  }
+
+  void act() {
+    if (answerDue && clock.awakeTime() >= *answerDue) {
+      answerDue.reset();
+      say(reports.endQuestion(questionsFail ? std::nullopt : std::optional(network), clock.awakeTime()));
+    } else if (reports.beginQuestion(clock.awakeTime())) {
+      ++questions;
+      answerDue = clock.awakeTime() + answerTime;
+    } else {
+      say(reports.takeReport(clock.awakeTime()));
+    }
+  }
+
+  /// Lets time pass until `end`, doing what is due at each moment.
+  void passUntil(long end) {
+    const Seconds last = beginning + Seconds{static_cast<double>(end) / 1000};
+    for (;;) {
+      const auto due = answerDue ? answerDue : reports.due();
+      // What is due at `end` happens before the test goes on.
+      if (!due || *due > last + Seconds{1e-6}) break;
+      clock.sleep(*due - clock.awakeTime());
+      act();
+    }
+    clock.sleep(last - clock.awakeTime());
+  }
+
+  /// At `when` the network is another one, and the kernel says that something has changed.
+  void change(long when, const RoutedPath& to) {
+    passUntil(when);
+    network = to;
+    reports.notice(clock.awakeTime());
+  }
+
+  void resume(long when) {
+    passUntil(when);
+    reports.resume(clock.awakeTime());
+  }
+
+  void startOn(const RoutedPath& path) { change(0, path), passUntil(0); }
+
+  /// What was said in the end, a long time after the last change.
+  const Said& saidInTheEnd() {
+    passUntil(now() + 100'000);
+    EXPECT_EQ(reports.due(), std::nullopt);
+    return said;
+  }
+
+  VirtualClock clock;
+  const Seconds beginning = clock.awakeTime();
+  PathReports reports;
+  RoutedPath network;
+  bool questionsFail = false;
+  Seconds answerTime{0};
+  std::optional<Seconds> answerDue;
+  int questions = 0;
+  Said said;
+};
+
+struct PathReportsTest : ::testing::Test, Machine {};
+
+TEST_F(PathReportsTest, HasNothingToDoBeforeItBegins) {
+  EXPECT_EQ(reports.due(), std::nullopt);
+  EXPECT_FALSE(reports.beginQuestion(clock.awakeTime()));
+  EXPECT_EQ(reports.takeReport(clock.awakeTime()), std::nullopt);
+}
+
+TEST_F(PathReportsTest, ReportsTheFirstPathAtOnce) {
+  startOn(wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAtOnceThatThereIsNoneAtFirst) {
+  startOn(none);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}}));
+}
+
+TEST_F(PathReportsTest, AsksOncePerBurstAndReportsAGainAtItsEnd) {
+  startOn(none);
+  for (long message = 5000; message < 5250; message += 10) change(message, wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}}));
+  EXPECT_EQ(questions, 2);
+}
+
+TEST_F(PathReportsTest, AsksFourTimesASecondAtMost) {
+  startOn(wired);
+  for (long message = 5000; message < 15000; ++message) change(message, wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
+  EXPECT_LE(questions, 42);
+}
+
+TEST_F(PathReportsTest, ReportsALossTwoSecondsAfterTheFirstMessage) {
+  startOn(wired);
+  change(5000, none);
+  passUntil(6999);
+  EXPECT_EQ(said.size(), 1u);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7000, "none"}}));
+}
+
+TEST_F(PathReportsTest, CountsALossFromItsBeginningWhateverElseComes) {
+  startOn(wired);
+  for (long message = 5000; message < 9000; message += 300) change(message, none);
+  // The burst that is under way at 7000 may bring the network back.
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAnotherTypeAtOnce) {
+  startOn(wired);
+  change(5000, wiFi);
+  change(9000, tunnel);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5250, "Wi-Fi"}, {9250, "other"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAnotherNetworkOfTheSameType) {
+  startOn(wiFi);
+  change(5000, otherWiFi);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {5250, "Wi-Fi"}}));
+}
+
+TEST_F(PathReportsTest, DoesNotReportWhatIsOverWithinABurst) {
+  startOn(wired);
+  change(5000, none);
+  change(5200, wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAnInterruptionOnceAndNotAsALoss) {
+  startOn(wired);
+  change(5000, none);
+  change(6990, wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7240, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsOnlyTheNetworkThatReplacesALostOne) {
+  startOn(wired);
+  change(5000, none);
+  change(6000, wiFi);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {6250, "Wi-Fi"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAGainAfterALossAtOnce) {
+  startOn(wired);
+  change(5000, none);
+  change(8000, wired);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7000, "none"}, {8250, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAGainAtOnceAfterManyChanges) {
+  startOn(none);
+  for (long when = 5000; when < 9000; when += 200) change(when, when % 400 == 0 ? wired : none);
+  change(9000, wiFi);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}, {9250, "Wi-Fi"}}));
+}
+
+TEST_F(PathReportsTest, AsksAgainWhatChangesBeforeTheAnswer) {
+  startOn(wired);
+  answerTime = Seconds{0.1};
+  change(5000, wiFi);
+  change(5300, tunnel);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5350, "other"}}));
+  EXPECT_EQ(questions, 3);
+}
+
+// --- sleep
+
+TEST_F(PathReportsTest, ReportsAnUnchangedPathAgainAfterAResume) {
+  startOn(wired);
+  resume(5000);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5250, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsAfterAResumeThatThereIsStillNoPath) {
+  startOn(none);
+  resume(5000);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "none"}}));
+}
+
+TEST_F(PathReportsTest, GivesANetworkTwoSecondsToComeBackAfterAResume) {
+  startOn(wiFi);
+  change(5000, none);
+  resume(6000);
+  change(7999, wiFi);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {8249, "Wi-Fi"}}));
+}
+
+TEST_F(PathReportsTest, CountsALossThatIsAskedAboutAfterAResumeFromTheResume) {
+  startOn(wiFi);
+  change(5000, none);
+  resume(5200);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {7200, "none"}}));
+}
+
+// --- failures
+
+TEST_F(PathReportsTest, TakesAnUnknownPathForASatisfiedOne) {
+  questionsFail = true;
+  startOn(none);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "other"}}));
+}
+
+TEST_F(PathReportsTest, KeepsTheLastKnownPathWhenAQuestionFails) {
+  startOn(wired);
+  questionsFail = true;
+  change(5000, none);
+  resume(20000);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {20250, "wired"}}));
+}
+
+// --- networks that flap
+
+TEST_F(PathReportsTest, LooksAgainEveryTenSecondsWhileTheLinkFlaps) {
+  startOn(wired);
+  for (long second = 5; second < 40; ++second) {
+    change(second * 1000, none);
+    change(second * 1000 + 500, wired);
+  }
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"},
+                                  {5750, "wired"},
+                                  {6750, "wired"},
+                                  {7750, "wired"},
+                                  {17750, "wired"},
+                                  {27750, "wired"},
+                                  {37750, "wired"},
+                                  {47750, "wired"}}));
+}
+
+TEST_F(PathReportsTest, ReportsEveryTenSecondsWhileTwoNetworksTakeTurns) {
+  startOn(wired);
+  for (long second = 1; second < 40; ++second) change(second * 1000, second % 2 == 0 ? wired : wiFi);
+  change(40000, tunnel);
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"},
+                                  {1250, "Wi-Fi"},
+                                  {2250, "wired"},
+                                  {3250, "Wi-Fi"},
+                                  {14250, "wired"},
+                                  {25250, "Wi-Fi"},
+                                  {36250, "wired"},
+                                  {46250, "other"}}));
+}
+
+TEST_F(PathReportsTest, ReportsALossOnlyAfterTenSecondsWhileTheNetworkFlaps) {
+  startOn(none);
+  for (long second = 1; second < 60; second += 6) {
+    change(second * 1000, wired);
+    change((second + 3) * 1000, none);
+  }
+  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"},
+                                  {1250, "wired"},
+                                  {6000, "none"},
+                                  {7250, "wired"},
+                                  {19250, "wired"},
+                                  {31250, "wired"},
+                                  {43250, "wired"},
+                                  {55250, "wired"},
+                                  {68000, "none"}}));
+}
+
+/// A machine whose network changes at random, and that resumes now and then.
+struct RandomMachine : Machine {
+  /// `slowness` is the longest time between two changes.
+  RandomMachine(unsigned seed, unsigned slowness) {
+    std::mt19937 random(seed);
+    const std::array paths{none, none, wired, wiFi, otherWiFi, tunnel};
+    changeAndNote(0, paths[random() % paths.size()]);
+    for (int i = 0; i < 80; ++i) {
+      const long when = now() + 1 + static_cast<long>(random() % slowness);
+      const std::size_t choice = random() % (paths.size() + 1);
+      if (choice == paths.size()) {
+        resume(when);
+        calmSince = when;
+      } else {
+        changeAndNote(when, paths[choice]);
+      }
+    }
+    saidInTheEnd();
+  }
+
+  /// Whether the four reports before that one came within a minute.
+  static bool flaps(const Said& list, std::size_t report) {
+    return report >= PathReports::manyReports &&
+           list[report - 1].when - list[report - PathReports::manyReports].when < 60'000;
+  }
+
+  void changeAndNote(long when, const RoutedPath& to) {
+    passUntil(when);
+    if (!said.empty()) expectReported();
+    const RoutedPath before = network;
+    change(when, to);
+    if (to.path != before.path) calmSince = when;
+  }
+
+  /// The state of the network must have been reported if it has lasted.
+  void expectReported() const {
+    Said changes;
+    for (const auto& report : said) {
+      if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
+    }
+    const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
+    constexpr long bursts = 500;  // that of the change, and one that began just before the report was due
+    if (now() - calmSince < patience + bursts) return;
+    EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
+  }
+
+  long calmSince = 0;
+};
+
+TEST(RandomPathReports, KeepTheirRules) {
+  for (const unsigned slowness : {100U, 1000U, 4000U, 10'000U, 30'000U}) {
+    for (unsigned seed = 1; seed <= 50; ++seed) {
+      SCOPED_TRACE(std::to_string(slowness) + ", seed " + std::to_string(seed));
+      const RandomMachine machine(seed, slowness);
+      EXPECT_EQ(machine.said.back().path, nameOf(machine.network.path));
+      Machine::Said changes;
+      for (std::size_t i = 0; i < machine.said.size(); ++i) {
+        const auto& report = machine.said[i];
+        const bool differs = changes.empty() || changes.back().path != report.path;
+        const auto& before = differs ? changes : machine.said;
+        const std::size_t place = differs ? changes.size() : i;
+        if (RandomMachine::flaps(before, place)) {
+          EXPECT_GE(report.when - before[place - 1].when, 10'000) << i;
+        }
+        if (differs) changes.push_back(report);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kestrune::testing
