@@ -42,7 +42,7 @@ class Installed(unittest.TestCase):
     def test_in_a_prefix_by_way_of_a_link(self):
         prefix = self.session.root / "前綴 a prefix"
         self.install(prefix)
-        link = self.session.bin / "kestrune"
+        link = self.session.bin / "KestruneMenuClient"
         link.symlink_to(prefix / "bin/KestruneMenuClient")
         self.assertConnectsWithLogo(link)
 

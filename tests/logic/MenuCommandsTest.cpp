@@ -241,6 +241,7 @@ TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramFails) {
   shellAnswers("--version", {.status = 139});
   choose("restartMenuClient");
   machine.alerts.answer(0);
+  machine.loop.settle();
   EXPECT_EQ(
       machine.alerts.shown,
       (std::vector{errorWindow("重新啟動失敗",
