@@ -241,7 +241,11 @@ void SoakRules::expectCommand(const std::string& action) {
   } else if (action == settingsSaved) {
     const bool written = std::find(machine.log.begin(), machine.log.end(), std::string("write ") + envFile) !=
                          machine.log.end();
-    if (written && !machine.fileManager.writeError) expectReconnect();
+    if (!written || machine.fileManager.writeError) return;
+    const bool kept = std::find(machine.log.begin(), machine.log.end(),
+                                "write privately " + std::string(envFile) + ".previous") != machine.log.end();
+    notifications = kept ? 1 : 0;
+    expectReconnect();
   } else if (action == "terminate") {
     held = false;
   } else if (action == "stopConnection") {
