@@ -117,8 +117,10 @@ class AppDelegate final : public ApplicationDelegate,
   /// The value of `key` in the backend's .env, possibly empty; absent when no line defines it or the file
   /// cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets these keys in the backend's .env and keeps every other line.
-  OperationResult saveEnvValues(const EnvValues& values);
+  /// Sets these keys in the backend's .env and keeps every other line. With `shown`, what the user saw of
+  /// these keys: a file that holds a value which is neither there nor in `values` is first copied to
+  /// ".env.previous" beside it, and a notification says so.
+  OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// What the phone scans; absent without a token.
   std::optional<std::string> makePairingURL() const;
@@ -165,10 +167,11 @@ class AppDelegate final : public ApplicationDelegate,
   std::string envPath() const;
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
   std::string publicAPIURL() const;
-  std::optional<std::string> pairingURL(const std::string& apiURL) const;
+  EnvFile envTemplate() const;
+  std::string pairingToken() const;
   /// What the fields of the settings dialog show at first.
   EnvValues settingsValues() const;
-  void settingsDidClose(const AlertAnswer& answer);
+  void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);
 
   void refreshNow();
   void stopConnection();

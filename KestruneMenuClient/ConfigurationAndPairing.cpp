@@ -9,14 +9,27 @@ namespace kestrune {
 
 namespace {
 
+/// What the phone scans; absent without a token.
+std::optional<std::string> pairingURL(const std::string& apiURL, const std::string& token) {
+  if (token.empty()) return std::nullopt;
+  return "kestrune://configure?apiUrl=" + AppDelegate::percentEncodeQueryValue(apiURL) +
+         "&token=" + AppDelegate::percentEncodeQueryValue(token);
+}
+
 bool isAllowedInQueryValue(char character) {
   static constexpr std::string_view marks = "-._~!$'()*,;:@/";
   return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
          (character >= '0' && character <= '9') || marks.find(character) != std::string_view::npos;
 }
 
-std::optional<std::string> asText(std::optional<std::string> bytes) {
-  return bytes && isValidUtf8(*bytes) ? std::move(bytes) : std::nullopt;
+/// The file that was read; absent when it was not, or is no text.
+std::optional<EnvFile> envFileIn(FileContents contents) {
+  if (contents.outcome != ReadOutcome::read || !isValidUtf8(contents.bytes)) return std::nullopt;
+  return EnvFile(std::move(contents.bytes));
+}
+
+OperationResult notSaved(const std::string& reason) {
+  return {false, reason + "設定沒有保存。"};
 }
 
 constexpr auto settingsIdentifier = "settings";
@@ -30,9 +43,8 @@ std::string AppDelegate::envPath() const {
 }
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
-  auto text = asText(platform.fileManager.contents(envPath()));
-  if (!text) return std::nullopt;
-  return EnvFile(std::move(*text)).value(key);
+  const auto file = envFileIn(platform.fileManager.contents(envPath()));
+  return file ? file->value(key) : std::nullopt;
 }
 
 std::optional<std::string> AppDelegate::loadEnvValue(const char* key, const char* legacyKey) const {
@@ -40,24 +52,36 @@ std::optional<std::string> AppDelegate::loadEnvValue(const char* key, const char
   return value ? std::move(value) : loadEnvValue(legacyKey);
 }
 
-OperationResult AppDelegate::saveEnvValues(const EnvValues& values) {
+OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
   FileManager& files = platform.fileManager;
   const std::string path = envPath();
-  EnvFile file;
-  if (auto text = asText(files.contents(path))) {
-    file = EnvFile(std::move(*text));
-  } else {
-    // What is about to be replaced could not be read, but may be all that the user has.
-    if (files.fileExists(path)) {
-      if (auto failure = files.keepUnreadable(path)) return {false, std::move(*failure)};
-    }
-    const std::string templatePath = repoPath + "/.env.example";
-    if (files.fileExists(templatePath)) {
-      if (auto seed = asText(files.contents(templatePath))) file = EnvFile(std::move(*seed));
+  FileContents found = files.contents(path);
+  if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
+  if (found.outcome == ReadOutcome::passing) return {false, found.problem};
+  const auto old = envFileIn(std::move(found));
+  const EnvFile seed = old ? EnvFile() : envTemplate();
+  const auto contents = (old ? *old : seed).with(values, FileManager::sizeLimit);
+  if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
+
+  const std::string previous = path + ".previous";
+  const bool losesValue = old && shown && old->losesValue(values, *shown);
+  if (losesValue) {
+    if (const auto failure = files.writePrivately(previous, old->text())) {
+      return notSaved("無法把原有的設定保留為 " + previous + "：" + *failure + "。");
     }
   }
-  if (auto failure = files.writeAtomically(path, file.with(values))) return {false, std::move(*failure)};
+  // A file that could not be read may be all that the user has.
+  auto failure = old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
+  if (failure) return {false, std::move(*failure)};
+  if (losesValue)
+    showNotification("原有設定已保留", "設定視窗沒有顯示的值已被覆蓋，原檔案保留在 " + previous);
   return {true, "設定已保存到 " + path};
+}
+
+EnvFile AppDelegate::envTemplate() const {
+  const std::string path = repoPath + "/.env.example";
+  if (!platform.fileManager.fileExists(path)) return {};
+  return envFileIn(platform.fileManager.contents(path)).value_or(EnvFile());
 }
 
 // --- pairing link and picture
@@ -80,16 +104,14 @@ std::string AppDelegate::publicAPIURL() const {
   return loadEnvValue(env::publicAPIURL).value_or(env::placeholderPublicAPIURL);
 }
 
-std::optional<std::string> AppDelegate::makePairingURL() const {
-  return pairingURL(publicAPIURL());
+std::string AppDelegate::pairingToken() const {
+  const std::string chosen = loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
+  return std::string(trimmed(chosen));
 }
 
-std::optional<std::string> AppDelegate::pairingURL(const std::string& apiURL) const {
-  const std::string chosen = loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
-  const std::string_view token = trimmed(chosen);
-  if (token.empty()) return std::nullopt;
-  return "kestrune://configure?apiUrl=" + percentEncodeQueryValue(apiURL) +
-         "&token=" + percentEncodeQueryValue(token);
+std::optional<std::string> AppDelegate::makePairingURL() const {
+  const std::string apiURL = publicAPIURL();
+  return pairingURL(apiURL, pairingToken());
 }
 
 ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) const {
@@ -104,9 +126,18 @@ void AppDelegate::showPairingQR() {
   static constexpr double imageSize = 260;
   // Once for both: what stands below the code is what is in it.
   const std::string apiURL = publicAPIURL();
-  const auto link = pairingURL(apiURL);
+  const std::string token = pairingToken();
+  const auto link = pairingURL(apiURL, token);
   if (!link) {
     showResultWindow(failureTitle, "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。", true);
+    return;
+  }
+  // A value with a line end goes on over lines that may hold other secrets.
+  if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
+    showResultWindow(failureTitle,
+                     ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"
+                     "請把 .env 的換行改成 LF，再顯示配對 QR。",
+                     true);
     return;
   }
   const ImageRef image = makeQRCodeImage(*link);
@@ -146,15 +177,17 @@ void AppDelegate::showPairingQR() {
 // --- settings dialog
 
 void AppDelegate::showSettings() {
-  const auto describe = [self = shared_from_this()] {
-    Alert alert = makeSettingsAlert(self->settingsValues(), self->platform.fileManager.homeDirectoryPath());
+  const auto shown = std::make_shared<EnvValues>();
+  const auto describe = [self = shared_from_this(), shown] {
+    *shown = self->settingsValues();
+    Alert alert = makeSettingsAlert(*shown, self->platform.fileManager.homeDirectoryPath());
     alert.target = self;
     return alert;
   };
-  platform.alerts.present({.describe = describe,
-                           .completion = [self = shared_from_this()](
-                                             const AlertAnswer& answer) { self->settingsDidClose(answer); },
-                           .identifier = settingsIdentifier});
+  const auto completion = [self = shared_from_this(), shown](const AlertAnswer& answer) {
+    self->settingsDidClose(answer, *shown);
+  };
+  platform.alerts.present({.describe = describe, .completion = completion, .identifier = settingsIdentifier});
 }
 
 EnvValues AppDelegate::settingsValues() const {
@@ -168,7 +201,7 @@ EnvValues AppDelegate::settingsValues() const {
   return values;
 }
 
-void AppDelegate::settingsDidClose(const AlertAnswer& answer) {
+void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& shown) {
   static constexpr std::size_t save = 0;
   static constexpr std::size_t openFile = 1;
   static constexpr auto failureTitle = "設定保存失敗";
@@ -177,7 +210,7 @@ void AppDelegate::settingsDidClose(const AlertAnswer& answer) {
 
   const EnvValues values = settingsOf(answer);
   if (const auto fault = faultOfSettings(values)) return showResultWindow(failureTitle, *fault, true);
-  const OperationResult result = saveEnvValues(values);
+  const OperationResult result = saveEnvValues(values, &shown);
   if (result.ok) {
     reconnectServices(true, "設定已保存並開始重新檢查");
   } else {

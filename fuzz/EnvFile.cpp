@@ -53,10 +53,12 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves a value as the settings do, which trim it and refuse a line end.
+/// Saves a value as the settings do, which trim it and refuse a line end. They showed the one that the reader
+/// finds.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
-  const OperationResult result = controller.delegate->saveEnvValues({{key, value}});
+  const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};
+  const OperationResult result = controller.delegate->saveEnvValues({{key, value}}, &shown);
   require(result.ok, "what can be written is written");
   const std::string after = controller.machine.fileManager.files.at(Controller::envFile);
   require(controller.delegate->loadEnvValue(key) == value, "what was written is read back");
@@ -83,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           "a value comes from a readable file, and is trimmed");
   controller.delegate->makePairingURL();
 
+  const std::string shown = found.value_or("");
   const bool isKey = isValidUtf8(key) && key.find('=') == std::string::npos && linesOf(key).size() == 1;
   const bool isValue = isValidUtf8(value) && linesOf(value).size() == 1;
   if (isKey && isValue) {
@@ -92,6 +95,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool wasKept =
         std::count(log.begin(), log.end(), std::string("keep unreadable ") + Controller::envFile) == 1;
     require(wasKept == (!isSeed && !isTemplate), "what cannot be read is kept before it is replaced");
+    const auto lines = linesOf(text);
+    const bool loses = std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+      if (!line.starts_with(key + "=")) return false;
+      const std::string old(trimmed(std::string_view(line).substr(key.size() + 1)));
+      return !old.empty() && old != shown && old != value;
+    });
+    const auto& files = controller.machine.fileManager.files;
+    const auto previous = files.find(std::string(Controller::envFile) + ".previous");
+    require((previous != files.end()) == (isSeed && !isTemplate && loses), "a value that nobody saw is kept");
+    require(previous == files.end() || previous->second == text, "the whole file is kept");
   }
   return 0;
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 #include <utility>
-#include <vector>
 
 #include "KestruneMenuClient/Text.h"
 
@@ -11,84 +10,134 @@ namespace kestrune {
 
 namespace {
 
-/// The lines as the reader of .env sees them: CR LF is one character that ends no line.
-std::vector<std::string_view> linesForReading(std::string_view text) {
-  std::vector<std::string_view> lines;
-  std::size_t begin = 0;
-  for (std::size_t at = 0; at <= text.size(); ++at) {
-    const bool ends = at == text.size() || (text[at] == '\n' && (at == 0 || text[at - 1] != '\r'));
-    if (!ends) continue;
-    if (at > begin) lines.push_back(text.substr(begin, at - begin));
-    begin = at + 1;
-  }
-  return lines;
+constexpr std::string_view longNewlines[] = {"\u0085", "\u2028", "\u2029"};
+
+bool isShortNewline(char character) {
+  return character >= '\n' && character <= '\r';
 }
 
-/// The length of the line separator that `text` begins with; 0 when it begins with none. CR LF is two.
-std::size_t separatorLength(std::string_view text) {
-  if (text.front() >= '\n' && text.front() <= '\r') return 1;
-  for (const std::string_view separator : {"\u0085", "\u2028", "\u2029"}) {
-    if (text.starts_with(separator)) return separator.size();
+/// The length of the newline character that `text` begins with; 0 when it begins with none.
+std::size_t newlineLength(std::string_view text) {
+  if (isShortNewline(text.front())) return 1;
+  if (static_cast<unsigned char>(text.front()) < 0x80) return 0;
+  for (const auto newline : longNewlines) {
+    if (text.starts_with(newline)) return newline.size();
   }
   return 0;
 }
 
-/// The lines as the writer of .env sees them: every separator counts by itself, and empty lines are kept.
-std::vector<std::string> linesForWriting(std::string_view text) {
-  std::vector<std::string> lines(1);
-  while (!text.empty()) {
-    const std::size_t length = separatorLength(text);
-    if (length > 0) {
-      lines.emplace_back();
-    } else {
-      lines.back() += text.front();
-    }
-    text.remove_prefix(std::max<std::size_t>(length, 1));
-  }
-  return lines;
+bool endsWithNewline(std::string_view text) {
+  return (!text.empty() && isShortNewline(text.back())) ||
+         std::any_of(std::begin(longNewlines), std::end(longNewlines),
+                     [text](std::string_view newline) { return text.ends_with(newline); });
 }
 
-std::string joined(const std::vector<std::string>& lines) {
-  std::string text;
-  for (std::size_t i = 0; i < lines.size(); ++i) text += (i > 0 ? "\n" : "") + lines[i];
-  return text;
+/// Where the first newline character behind `at` begins; the end of the text when there is none.
+std::size_t findNewline(std::string_view text, std::size_t at) {
+  while (at < text.size() && newlineLength(text.substr(at)) == 0) ++at;
+  return at;
+}
+
+/// Appends `text` with a line feed for every newline character.
+void appendLines(std::string& result, std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t end = findNewline(text, 0);
+    result += text.substr(0, end);
+    text.remove_prefix(end);
+    if (text.empty()) return;
+    result += '\n';
+    text.remove_prefix(newlineLength(text));
+  }
 }
 
 }  // namespace
 
-EnvFile::EnvFile(std::string givenText) : text(std::move(givenText)) {}
+EnvFile::EnvFile(std::string givenContents) : exists(true), contents(std::move(givenContents)) {}
 
 std::optional<std::string> EnvFile::value(std::string_view key) const {
-  if (!text) return std::nullopt;
   const std::string prefix = std::string(key) + "=";
-  for (const std::string_view line : linesForReading(*text)) {
+  const std::string_view text = contents;
+  const auto endsLine = [text](std::size_t at) {
+    return text[at] == '\n' && (at == 0 || text[at - 1] != '\r');
+  };
+  for (auto at = text.find(prefix); at != std::string_view::npos; at = text.find(prefix, at + 1)) {
+    if (at > 0 && !endsLine(at - 1)) continue;
+    std::size_t end = at;
+    while (end < text.size() && !endsLine(end)) ++end;
+    const std::string_view line = text.substr(at, end - at);
     if (line.starts_with(prefix)) return std::string(trimmed(line.substr(prefix.size())));
   }
   return std::nullopt;
 }
 
-std::string EnvFile::with(const EnvValues& values) const {
-  std::vector<std::string> lines;
-  if (text) lines = linesForWriting(*text);
-  std::set<std::string> written;
-  for (auto& line : lines) {
-    const auto equals = line.find('=');
-    if (equals == std::string::npos) continue;
-    const auto value = values.find(line.substr(0, equals));
-    if (value == values.end()) continue;
-    line = value->first + "=" + value->second;
-    written.insert(value->first);
+/// Calls `action` for every line that defines one of the keys: with where the line begins and ends, the entry
+/// of `values`, and the value in the line.
+template <typename Action>
+void EnvFile::forEachDefinition(const EnvValues& values, Action&& action) const {
+  const std::string_view text = contents;
+  for (auto equals = text.find('='); equals != std::string_view::npos; equals = text.find('=', equals)) {
+    const std::string_view before = text.substr(0, equals);
+    const auto entry = std::find_if(values.begin(), values.end(), [before](const auto& each) {
+      if (!before.ends_with(each.first)) return false;
+      const std::string_view rest = before.substr(0, before.size() - each.first.size());
+      return rest.empty() || endsWithNewline(rest);
+    });
+    if (entry == values.end()) {
+      ++equals;
+      continue;
+    }
+    const std::size_t end = findNewline(text, equals);
+    action(equals - entry->first.size(), end, *entry, text.substr(equals + 1, end - equals - 1));
+    equals = end;
   }
+}
+
+std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t limit) const {
+  std::set<std::string_view> written;
+  std::size_t size = contents.size();
+  forEachDefinition(values, [&](std::size_t, std::size_t, const auto& entry, std::string_view old) {
+    size = size - old.size() + entry.second.size();
+    written.insert(entry.first);
+  });
+  for (const auto& [key, value] : values) {
+    if (!written.contains(key)) size += 3 + key.size() + value.size();
+  }
+  if (size > limit) return std::nullopt;
+
+  std::string result;
+  result.reserve(size);
+  const std::string_view text = contents;
+  std::size_t copied = 0;
+  forEachDefinition(values, [&](std::size_t begin, std::size_t end, const auto& entry, std::string_view) {
+    appendLines(result, text.substr(copied, begin - copied));
+    result.append(entry.first).append("=").append(entry.second);
+    copied = end;
+  });
+  appendLines(result, text.substr(copied));
+  bool isFirst = !exists;
+  bool lastIsEmpty = text.empty() || endsWithNewline(text);
   for (const auto& [key, value] : values) {
     if (written.contains(key)) continue;
-    if (!lines.empty() && !lines.back().empty()) lines.emplace_back();
-    lines.push_back(key + "=" + value);
+    if (!isFirst) result += lastIsEmpty ? "\n" : "\n\n";
+    result.append(key).append("=").append(value);
+    isFirst = lastIsEmpty = false;
   }
-  return joined(lines);
+  return result;
+}
+
+bool EnvFile::losesValue(const EnvValues& values, const EnvValues& shown) const {
+  bool loses = false;
+  forEachDefinition(values, [&](std::size_t, std::size_t, const auto& entry, std::string_view old) {
+    const std::string_view value = trimmed(old);
+    const auto before = shown.find(entry.first);
+    const bool wasShown = before != shown.end() && trimmed(before->second) == value;
+    loses = loses || (!value.empty() && !wasShown && value != trimmed(entry.second));
+  });
+  return loses;
 }
 
 bool EnvFile::holdsLineEnd(std::string_view text) {
-  return linesForWriting(text).size() > 1;
+  return findNewline(text, 0) < text.size();
 }
 
 }  // namespace kestrune

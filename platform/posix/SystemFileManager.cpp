@@ -24,10 +24,14 @@ bool SystemFileManager::fileExists(const std::string& path) const {
   return access(path.c_str(), F_OK) == 0;
 }
 
-std::optional<std::string> SystemFileManager::contents(const std::string& path) const {
+FileContents SystemFileManager::contents(const std::string& path) const {
   std::string bytes;
-  if (readWholeFile(path, bytes)) return std::nullopt;
-  return bytes;
+  const std::error_code failure = readWholeFile(path, bytes);
+  if (!failure) return {ReadOutcome::read, std::move(bytes)};
+  const ReadOutcome outcome = failure == std::errc::file_too_large ? ReadOutcome::tooLarge
+                              : isPassing(failure)                 ? ReadOutcome::passing
+                                                                   : ReadOutcome::unreadable;
+  return {outcome, {}, failure.message()};
 }
 
 std::optional<std::string> SystemFileManager::writeAtomically(const std::string& path,
@@ -35,8 +39,14 @@ std::optional<std::string> SystemFileManager::writeAtomically(const std::string&
   return description(writeFileAtomically(path, contents));
 }
 
-std::optional<std::string> SystemFileManager::keepUnreadable(const std::string& path) {
-  return description(keepUnreadableFile(path));
+std::optional<std::string> SystemFileManager::writePrivately(const std::string& path,
+                                                             const std::string& contents) {
+  return description(writePrivateFile(path, contents));
+}
+
+std::optional<std::string> SystemFileManager::replaceUnreadable(const std::string& path,
+                                                                const std::string& contents) {
+  return description(replaceUnreadableFile(path, contents));
 }
 
 std::optional<std::string> SystemFileManager::createDirectory(const std::string& path) {

@@ -11,9 +11,10 @@ class SystemFileManager final : public FileManager {
   explicit SystemFileManager(std::string home);
 
   bool fileExists(const std::string& path) const override;
-  std::optional<std::string> contents(const std::string& path) const override;
+  FileContents contents(const std::string& path) const override;
   std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> keepUnreadable(const std::string& path) override;
+  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
   std::optional<std::string> createDirectory(const std::string& path) override;
   std::optional<std::string> removeItem(const std::string& path) override;
   std::string homeDirectoryPath() const override { return home; }

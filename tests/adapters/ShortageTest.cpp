@@ -274,25 +274,18 @@ TEST_F(DescriptorShortage, LeavesSettingsAsTheyAre) {
   std::ofstream(folder.file(".env")) << "TOKEN=all there is\n";
   const std::string path = folder.file(".env");
   SystemFileManager files(folder.file(""));
-  // As the settings are saved: what cannot be read is kept, and then replaced.
+  const std::string shortage = std::strerror(EMFILE);
   EXPECT_EQ(neededFor([&] {
-              if (files.contents(path)) return !files.writeAtomically(path, "TOKEN=new\n");
-              EXPECT_EQ(files.keepUnreadable(path), std::strerror(EMFILE));
-              EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), std::strerror(EMFILE));
+              const FileContents found = files.contents(path);
+              if (found.outcome == ReadOutcome::read) return !files.writeAtomically(path, "TOKEN=new\n");
+              EXPECT_EQ(found.outcome, ReadOutcome::passing);
+              EXPECT_EQ(found.problem, shortage);
+              EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), shortage);
+              EXPECT_EQ(files.replaceUnreadable(path, "TOKEN=new\n"), shortage);
               return false;
             }),
             1);
   EXPECT_EQ(contentsOf(".env"), "TOKEN=new\n");
-  EXPECT_EQ(names(), std::vector<std::string>{".env"});
-}
-
-TEST_F(DescriptorShortage, DoesNotPassOffSettingsAsUnreadable) {
-  std::ofstream(folder.file(".env")) << "TOKEN=all there is\n";
-  SystemFileManager files(folder.file(""));
-  {
-    const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
-    EXPECT_EQ(files.keepUnreadable(folder.file(".env")), std::strerror(EMFILE));
-  }
   EXPECT_EQ(names(), std::vector<std::string>{".env"});
 }
 

@@ -219,8 +219,9 @@ class Fields(Settings):
         self.assertEqual(self.session.events.pending(), [])
 
     def test_saved_it_keeps_the_other_lines(self):
-        window = self.open("# mine\nOTHER=1\nHALVASK_APP_API_TOKEN=old\nKESTRUNE_PROJECT_ROOT=/a\n"
-                           " OPENAI_API_KEY=indented\nKESTRUNE_PROJECT_ROOT=/b\nlast")
+        text = ("# mine\nOTHER=1\nHALVASK_APP_API_TOKEN=old\nKESTRUNE_PROJECT_ROOT=/a\n"
+                " OPENAI_API_KEY=indented\nKESTRUNE_PROJECT_ROOT=/b\nlast")
+        window = self.open(text)
         self.env.chmod(0o640)
         self.type(window, API_URL, "  https://r.example/?a=b&c  ")
         self.type(window, SERVICE_TOKEN, "  mac <&> \"token\" ")
@@ -236,7 +237,12 @@ class Fields(Settings):
             'KESTRUNE_MAC_SERVICE_TOKEN=mac <&> "token"\n\nKESTRUNE_PUBLIC_API_URL=https://r.example/?a=b&c\n\n'
             "OPENAI_API_KEY=sk-xyz")
         self.assertEqual(self.env.stat().st_mode & 0o777, 0o640)
-        self.assertEqual(sorted(path.name for path in self.session.repo.glob(".env*")), [".env", ".env.example"])
+        # The second project root was in no field.
+        previous = self.session.repo / ".env.previous"
+        self.addCleanup(previous.unlink)
+        self.assertEqual((previous.read_text(), previous.stat().st_mode & 0o777), (text, 0o600))
+        self.assertEqual(sorted(path.name for path in self.session.repo.glob(".env*")),
+                         [".env", ".env.example", ".env.previous"])
 
     def test_what_cannot_be_saved_is_told(self):
         self.env.mkdir()

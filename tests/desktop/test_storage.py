@@ -1,6 +1,7 @@
 """Disks that are full or read-only, limits, links and folders of others, wherever the client writes."""
 
 import os
+import pathlib
 import resource
 import stat
 import subprocess
@@ -317,6 +318,22 @@ class Links(Storage):
         self.assertEqual((self.session.repo / ".env.unreadable-2").read_bytes(), unreadable)
         self.assertEnds()
 
+    def test_where_settings_that_nobody_saw_are_kept(self):
+        unseen = b"X=1\r\nKESTRUNE_APP_API_TOKEN=one\r\nOPENAI_API_KEY=sk\r\n"
+        self.env.write_bytes(unseen)
+        self.env.chmod(0o644)
+        previous = self.session.repo / ".env.previous"
+        previous.symlink_to(self.victim)
+        self.begin()
+        self.save_token("two")
+        self.assertSaved()
+        self.assertUntouched()
+        self.assertFalse(previous.is_symlink())
+        self.assertEqual(previous.read_bytes(), unseen)
+        self.assertEqual(stat.S_IMODE(previous.stat().st_mode), 0o600)
+        self.assertIn("\nKESTRUNE_APP_API_TOKEN=two\n\nOPENAI_API_KEY=\n", self.env.read_text())
+        self.assertEnds()
+
     def test_where_damaged_preferences_are_kept(self):
         self.session.prefer("damage")
         damaged = self.preferences.with_name("preferences.json.damaged")
@@ -407,13 +424,16 @@ class Owners(Storage):
         self.assertEqual(self.env.read_text(), TOKEN)
         self.assertEqual(self.preferences.read_text(), SWITCHED_OFF)
 
-    def test_settings_that_it_may_not_read_are_kept(self):
+    def test_settings_of_somebody_else_are_kept_though_no_hard_link_to_them_is_allowed(self):
         self.env.write_text(TOKEN)
-        self.env.chmod(0)
+        self.env.chmod(0o600)
+        os.chown(self.env, 12345, 12345)
+        self.assertEqual(pathlib.Path("/proc/sys/fs/protected_hardlinks").read_text(), "1\n")
         self.begin(through=AS_ANYBODY)
         self.save_token("two")
         self.assertSaved()
-        self.assertEqual((self.session.repo / ".env.unreadable").read_text(), TOKEN)
+        kept = self.session.repo / ".env.unreadable"
+        self.assertEqual((kept.read_text(), kept.stat().st_uid), (TOKEN, 12345))
         self.assertIn("KESTRUNE_APP_API_TOKEN=two\n", self.env.read_text())
         self.assertEnds()
 

@@ -38,6 +38,13 @@ TEST_F(EnvReader, FindsNothingInAFileWithAnIllFormedByteAnywhere) {
   EXPECT_EQ(load("# 註解 😀\nKEY=a\n"), "a");
 }
 
+TEST_F(EnvReader, FindsNothingInAFileOfMoreThanSixteenMebibytes) {
+  std::string text = "KEY=a\n" + std::string(FileManager::sizeLimit - 6, '#');
+  EXPECT_EQ(FileManager::sizeLimit, 16U * 1024 * 1024);
+  EXPECT_EQ(load(text), "a");
+  EXPECT_EQ(load(text + "#"), std::nullopt);
+}
+
 TEST_F(EnvReader, FindsTheLineThatBeginsWithTheKey) {
   struct Case {
     const char* text;

@@ -1,7 +1,30 @@
+#include <fstream>
+
+#include "KestruneMenuClient/Text.h"
 #include "tests/logic/ControllerTest.h"
+#include "tests/support/ForkedProgram.h"
 
 namespace kestrune::testing {
 namespace {
+
+/// By how many bytes `work` makes the most memory grow that a process ever had.
+std::size_t peakMemoryOf(const std::function<void()>& work) {
+  static constexpr auto kibibyte = std::size_t{1} << 10;
+  const auto peak = [] {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+      if (word == "VmHWM:" && status >> word) return std::stoull(word) * kibibyte;
+    }
+    throw std::runtime_error("no peak");
+  };
+  ForkedProgram program([&](const ForkedProgram::Say& say) {
+    std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts at what is in use now
+    const auto before = peak();
+    work();
+    say(std::to_string(peak() - before));
+  });
+  return std::stoull(program.line());
+}
 
 using Values = std::map<std::string, std::string>;
 
@@ -182,6 +205,48 @@ TEST_F(EnvWriter, FileThatCannotBeKeptIsNotReplaced) {
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
   EXPECT_EQ(newCalls(), CallLog{"keep unreadable /home/u/backend/.env"});
   EXPECT_EQ(env(), "KEY=\xFF");
+}
+
+TEST_F(EnvWriter, FileThatCannotBeReadJustNowIsLeftAlone) {
+  machine.fileManager.readError = "Too many open files";
+  env() = "KEY=old";
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, "Too many open files"}));
+  EXPECT_EQ(newCalls(), CallLog{});
+}
+
+TEST_F(EnvWriter, FileOfMoreThanSixteenMebibytesIsLeftAlone) {
+  const std::string text = "KEY=old\n" + std::string(FileManager::sizeLimit - 8, '#');
+  const std::string larger = text + "#";
+  machine.fileManager.files[templateFile] = "KEY=";
+  env() = larger;
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}),
+            (OperationResult{false, "/home/u/backend/.env 超過 16 MiB，無法讀取。設定沒有保存。"}));
+  EXPECT_EQ(newCalls(), CallLog{});
+  EXPECT_TRUE(env() == larger);
+  EXPECT_TRUE(after(text, {{"KEY", "new"}}).starts_with("KEY=new\n##"));
+}
+
+TEST_F(EnvWriter, NothingIsWrittenThatTheReaderWouldRefuse) {
+  const std::string text = "KEY=old\n" + std::string(FileManager::sizeLimit - 8, '#');
+  const OperationResult tooLarge{false, "保存後 /home/u/backend/.env 會超過 16 MiB。設定沒有保存。"};
+  env() = text;
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "newer"}}), tooLarge);
+  EXPECT_TRUE(env() == text);
+  // A short file can become a long one: each of its lines gets the value.
+  std::string lines;
+  for (int i = 0; i < 1000; ++i) lines += "KEY=\n";
+  env() = lines;
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", std::string(20'000, 'x')}}), tooLarge);
+  EXPECT_EQ(env(), lines);
+  EXPECT_EQ(newCalls(), CallLog{});
+}
+
+TEST_F(EnvWriter, NeedsLessThanFourTimesTheMemoryOfTheFile) {
+  std::string lines(std::size_t{512} << 10, '\n');
+  while (lines.size() < std::size_t{1} << 20) lines += "a\nKEY=\n\r\n\u2028";
+  env() = lines;
+  EXPECT_LT(peakMemoryOf([this] { controller->saveEnvValues({{"KEY", ""}}); }), 4 * lines.size());
+  EXPECT_LT(peakMemoryOf([this] { controller->loadEnvValue("NONE"); }), 4 * lines.size());
 }
 
 TEST_F(EnvWriter, FailureIsTheSystemsDescriptionAndLeavesTheFileAsItWas) {

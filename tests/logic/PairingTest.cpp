@@ -123,6 +123,10 @@ struct PairingDialog : ControllerTest {
 
   const Alert noToken =
       errorWindow("無法生成配對 QR", "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
+  const Alert lineEnds =
+      errorWindow("無法生成配對 QR",
+                  ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"
+                  "請把 .env 的換行改成 LF，再顯示配對 QR。");
   const Alert noPicture = errorWindow("無法生成配對 QR", "QR 圖片生成失敗，請稍後再試。");
 };
 
@@ -219,6 +223,30 @@ TEST_F(PairingDialog, WithoutATokenIsAnErrorAndNothingIsEncoded) {
   }
   EXPECT_EQ(machine.alerts.shown.size(), 3U);
   EXPECT_TRUE(machine.qrCodes.messages.empty());
+}
+
+TEST_F(PairingDialog, ValueThatGoesOnOverOtherLinesIsInNoCode) {
+  for (const char* const end : {"\r\n", "\r", "\v", "\f", "\u0085", "\u2028", "\u2029"}) {
+    for (const char* const key : {"KESTRUNE_APP_API_TOKEN=", "HALVASK_APP_API_TOKEN="}) {
+      env() = key + std::string("token") + end + "OPENAI_API_KEY=secret" + end;
+      EXPECT_NE(controller->makePairingURL(), std::nullopt);
+      choose("showPairingQR");
+      EXPECT_EQ(dialog(), lineEnds);
+      machine.alerts.answer(0);
+    }
+    env() = std::string("KESTRUNE_APP_API_TOKEN=token\nKESTRUNE_PUBLIC_API_URL=https://r.test") + end + "X=1";
+    choose("showPairingQR");
+    EXPECT_EQ(dialog(), lineEnds);
+    machine.alerts.answer(0);
+  }
+  EXPECT_TRUE(machine.qrCodes.messages.empty());
+}
+
+TEST_F(PairingDialog, LineEndBehindAValueIsNoPartOfIt) {
+  env() = "KESTRUNE_APP_API_TOKEN=token\r\n";
+  choose("showPairingQR");
+  EXPECT_EQ(machine.qrCodes.messages,
+            std::vector<std::string>{"kestrune://configure?apiUrl=https://relay.example.com&token=token"});
 }
 
 TEST_F(PairingDialog, WithoutAPictureIsAnError) {

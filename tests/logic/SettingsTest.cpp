@@ -374,6 +374,100 @@ TEST_F(Settings, SavingOverAFileThatCannotBeKeptShowsWhyAndWritesNothing) {
   EXPECT_EQ(machine.alerts.shown.back(), errorWindow("設定保存失敗", "Permission denied"));
 }
 
+// --- values that the dialog neither showed nor writes
+
+struct SettingsOverOtherValues : Settings {
+  static constexpr auto previousFile = "/home/u/backend/.env.previous";
+
+  /// The file changes while the dialog is open, which is then saved.
+  void saveOver(const std::string& shown, const std::string& meanwhile,
+                const std::map<std::string, std::string>& edited = {}) {
+    env() = shown;
+    open();
+    newCalls();
+    env() = meanwhile;
+    machine.alerts.answer(save, edited);
+    machine.loop.settle();
+  }
+  void expectKept(const std::string& text) {
+    const CallLog calls = newCalls();
+    ASSERT_GE(calls.size(), 3U);
+    EXPECT_EQ(calls[0], std::string("write privately ") + previousFile);
+    EXPECT_EQ(calls[1], "write /home/u/backend/.env");
+    EXPECT_EQ(calls[2], "notify 原有設定已保留");
+    EXPECT_EQ(machine.fileManager.files[previousFile], text);
+    ASSERT_EQ(machine.notifications.posted.size(), 1U);
+    EXPECT_EQ(machine.notifications.posted[0].title, "原有設定已保留");
+    EXPECT_EQ(machine.notifications.posted[0].body,
+              std::string("設定視窗沒有顯示的值已被覆蓋，原檔案保留在 ") + previousFile);
+    EXPECT_EQ(reconnects(), 1U);
+  }
+  void expectNothingKept() {
+    EXPECT_FALSE(machine.fileManager.files.contains(previousFile));
+    EXPECT_TRUE(machine.notifications.posted.empty());
+    EXPECT_EQ(newCalls().at(0), "write /home/u/backend/.env");
+  }
+};
+
+TEST_F(SettingsOverOtherValues, KeepsAFileWithLineEndsThatTheReaderDoesNotSee) {
+  const std::string text = "X=1\r\nKESTRUNE_APP_API_TOKEN=app\r\nOPENAI_API_KEY=sk-1\r\n";
+  saveOver(text, text);
+  expectKept(text);
+  EXPECT_NE(env().find("\nKESTRUNE_APP_API_TOKEN=\n"), std::string::npos);
+}
+
+TEST_F(SettingsOverOtherValues, KeepsAFileThatCouldNotBeReadBefore) {
+  saveOver("KESTRUNE_APP_API_TOKEN=app\nX=\xFF", "KESTRUNE_APP_API_TOKEN=app\n");
+  expectKept("KESTRUNE_APP_API_TOKEN=app\n");
+}
+
+TEST_F(SettingsOverOtherValues, KeepsAFileThatAnotherProgramChangedMeanwhile) {
+  saveOver("KESTRUNE_APP_API_TOKEN=shown\n", "KESTRUNE_APP_API_TOKEN=theirs\n", {{appToken, "typed"}});
+  expectKept("KESTRUNE_APP_API_TOKEN=theirs\n");
+}
+
+TEST_F(SettingsOverOtherValues, KeepsTheSecondValueOfAKey) {
+  const std::string text = "OPENAI_API_KEY=first\nOPENAI_API_KEY=second\n";
+  saveOver(text, text);
+  expectKept(text);
+}
+
+TEST_F(SettingsOverOtherValues, KeepsNothingThatTheUserSawOrThatStays) {
+  const std::string shown = "KESTRUNE_APP_API_TOKEN= shown \nOPENAI_API_KEY=\nX=1\n";
+  for (const char* const meanwhile :
+       {shown.c_str(), "KESTRUNE_APP_API_TOKEN=typed\n", "KESTRUNE_APP_API_TOKEN=\n",
+        " KESTRUNE_APP_API_TOKEN=indented\n", "KESTRUNE_APP_API_TOKEN=shown\nX=theirs\n",
+        "HALVASK_APP_API_TOKEN=theirs\nOTHER=theirs\n", ""}) {
+    saveOver(shown, meanwhile, {{appToken, "typed"}});
+    expectNothingKept();
+    machine.loop.advance(Seconds{2});
+    machine.alerts.answer(0);  // the window of the reconnect
+  }
+}
+
+TEST_F(SettingsOverOtherValues, SavesNothingWithoutACopy) {
+  const std::string text = "X=1\r\nOPENAI_API_KEY=sk-1\r\n";
+  machine.fileManager.keepError = "No space left on device";
+  saveOver(text, text);
+  machine.loop.advance(Seconds{2});
+  EXPECT_EQ(newCalls(), (CallLog{std::string("write privately ") + previousFile, "present alert",
+                                 "show alert 設定保存失敗"}));
+  EXPECT_EQ(machine.alerts.shown.back(),
+            errorWindow("設定保存失敗", std::string("無法把原有的設定保留為 ") + previousFile +
+                                            "：No space left on device。設定沒有保存。"));
+  EXPECT_EQ(env(), text);
+  EXPECT_TRUE(machine.notifications.posted.empty());
+}
+
+TEST_F(SettingsOverOtherValues, TellsOfNoCopyWhenTheFileItselfCannotBeWritten) {
+  const std::string text = "X=1\r\nOPENAI_API_KEY=sk-1\r\n";
+  machine.fileManager.writeError = "No space left on device";
+  saveOver(text, text);
+  EXPECT_EQ(machine.alerts.shown.back(), errorWindow("設定保存失敗", "No space left on device"));
+  EXPECT_EQ(env(), text);
+  EXPECT_TRUE(machine.notifications.posted.empty());
+}
+
 TEST_F(Settings, SavingRefusesAFieldOfMoreThanOneLine) {
   struct Field {
     const char* key;

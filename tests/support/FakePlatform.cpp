@@ -274,11 +274,14 @@ bool FakeFileManager::fileExists(const std::string& path) const {
   return files.contains(path) || unreadable.contains(path);
 }
 
-std::optional<std::string> FakeFileManager::contents(const std::string& path) const {
+FileContents FakeFileManager::contents(const std::string& path) const {
   asked.push_back(path);
   if (whenRead) whenRead();
+  if (readError) return {ReadOutcome::passing, {}, *readError};
   const auto found = files.find(path);
-  return found != files.end() ? std::optional(found->second) : std::nullopt;
+  if (found == files.end()) return {ReadOutcome::unreadable, {}, "not there"};
+  if (found->second.size() > sizeLimit) return {ReadOutcome::tooLarge, {}, "too large"};
+  return {ReadOutcome::read, found->second};
 }
 
 std::optional<std::string> FakeFileManager::writeAtomically(const std::string& path,
@@ -290,9 +293,21 @@ std::optional<std::string> FakeFileManager::writeAtomically(const std::string& p
   return std::nullopt;
 }
 
-std::optional<std::string> FakeFileManager::keepUnreadable(const std::string& path) {
-  log.push_back("keep unreadable " + path);
-  return keepError;
+std::optional<std::string> FakeFileManager::writePrivately(const std::string& path,
+                                                           const std::string& contents) {
+  log.push_back("write privately " + path);
+  if (keepError) return keepError;
+  files[path] = contents;
+  return std::nullopt;
+}
+
+std::optional<std::string> FakeFileManager::replaceUnreadable(const std::string& path,
+                                                              const std::string& contents) {
+  if (fileExists(path)) {
+    log.push_back("keep unreadable " + path);
+    if (keepError) return keepError;
+  }
+  return writeAtomically(path, contents);
 }
 
 std::optional<std::string> FakeFileManager::createDirectory(const std::string& path) {

@@ -218,9 +218,10 @@ struct FakeQRCodes final : QRCodeGenerator {
 struct FakeFileManager final : FileManager {
   explicit FakeFileManager(CallLog& givenLog) : log(givenLog) {}
   bool fileExists(const std::string& path) const override;
-  std::optional<std::string> contents(const std::string& path) const override;
+  FileContents contents(const std::string& path) const override;
   std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> keepUnreadable(const std::string& path) override;
+  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
   std::optional<std::string> createDirectory(const std::string& path) override;
   std::optional<std::string> removeItem(const std::string& path) override;
   std::string homeDirectoryPath() const override { return "/home/u"; }
@@ -231,7 +232,8 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> writeError;   ///< of every write
   std::optional<std::string> folderError;  ///< of every folder that is to be made
   std::optional<std::string> removeError;  ///< of every file that is to be removed
-  std::optional<std::string> keepError;
+  std::optional<std::string> keepError;    ///< of every file that is to be kept, privately or as unreadable
+  std::optional<std::string> readError;    ///< of every read, and passing
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before the file is looked at
 };

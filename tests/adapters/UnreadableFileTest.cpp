@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "platform/FileManager.h"
+#include "platform/posix/Files.h"
+#include "tests/support/ForkedProgram.h"
+#include "tests/support/RefusedCall.h"
+#include "tests/support/ScratchFolder.h"
+
+// A file that cannot be read is replaced, but kept: as a hard link, as a copy, or by exchanging two names.
+
+namespace kestrune::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct UnreadableFile : ::testing::Test {
+  ScratchFolder folder;
+  const std::string path = folder.file(".env");
+  const std::string kept = path + ".unreadable";
+
+  void put(const std::string& text, mode_t mode = 0600) const {
+    std::ofstream(path, std::ios::binary) << text;
+    chmod(path.c_str(), mode);
+  }
+  static std::string contentsOf(const std::string& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+  }
+  static mode_t modeOf(const std::string& file) {
+    struct stat state {};
+    EXPECT_EQ(stat(file.c_str(), &state), 0) << file;
+    return state.st_mode & 07777;
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> found;
+    for (const auto& each : fs::directory_iterator(folder.file("."))) found.insert(each.path().filename());
+    return found;
+  }
+
+  /// Root may read everything: then this process becomes somebody else for good, to whom the folder and all
+  /// in it belong.
+  void becomeOrdinaryUser() const {
+    constexpr uid_t nobody = 65534;
+    if (geteuid() != 0) return;
+    const bool done = chown(folder.file(".").c_str(), nobody, nobody) == 0 &&
+                      (!fs::exists(path) || chown(path.c_str(), nobody, nobody) == 0) &&
+                      setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
+    if (!done) throw std::runtime_error("no other user");
+  }
+  /// What `replaceUnreadableFile` says in a process of its own, after `prepare`.
+  std::string replaceAfter(const std::function<void()>& prepare) const {
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      becomeOrdinaryUser();
+      prepare();
+      say(replaceUnreadableFile(path, "new").message());
+    });
+    return program.line();
+  }
+};
+
+const std::string success = std::error_code().message();
+
+TEST_F(UnreadableFile, IsKeptBesideWhatReplacesIt) {
+  put("what \xFF was", 0640);
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_EQ(contentsOf(kept), "what \xFF was");
+  EXPECT_EQ(modeOf(kept), 0640U);
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(modeOf(path), 0640U);
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable"}));
+}
+
+TEST_F(UnreadableFile, IsKeptBesideEveryOtherThatThereWas) {
+  for (const char* const text : {"first", "second", "third"}) {
+    put(text);
+    EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  }
+  EXPECT_EQ(contentsOf(kept), "first");
+  EXPECT_EQ(contentsOf(kept + "-2"), "second");
+  EXPECT_EQ(contentsOf(kept + "-3"), "third");
+}
+
+TEST_F(UnreadableFile, IsKeptOnceEvenIfAKillCameBeforeItWasReplaced) {
+  put("text");
+  std::ofstream(kept) << "older";
+  fs::create_hard_link(path, kept + "-2");
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_EQ(contentsOf(kept + "-2"), "text");
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable", ".env.unreadable-2"}));
+}
+
+TEST_F(UnreadableFile, BehindALinkLeavesTheLink) {
+  const std::string target = folder.file("target");
+  std::ofstream(target) << "text";
+  fs::create_symlink("target", path);
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_TRUE(fs::is_symlink(path));
+  EXPECT_EQ(contentsOf(target), "new");
+  EXPECT_EQ(contentsOf(target + ".unreadable"), "text");
+}
+
+TEST_F(UnreadableFile, ThatDoesNotExistIsMade) {
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(names(), std::set<std::string>{".env"});
+}
+
+TEST_F(UnreadableFile, ThatIsAFolderIsLeftAlone) {
+  fs::create_directory(path);
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code(EISDIR, std::system_category()));
+  EXPECT_EQ(names(), std::set<std::string>{".env"});
+}
+
+TEST_F(UnreadableFile, ThatNobodyMayReadIsReplacedByOneThatItsOwnerMayRead) {
+  put("text", 0000);
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_EQ(modeOf(path), 0400U);
+  EXPECT_EQ(modeOf(kept), 0000U);
+  put("text", 0240);
+  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST_F(UnreadableFile, OnADiskWithoutHardLinksIsCopiedIfItHasBytesToRead) {
+  put("what \xFF was", 0640);
+  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
+  EXPECT_EQ(contentsOf(kept), "what \xFF was");
+  EXPECT_EQ(modeOf(kept), 0600U);
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(modeOf(path), 0640U);
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable"}));
+}
+
+TEST_F(UnreadableFile, ThatAllowsNoHardLinkChangesNamesWithTheNewOne) {
+  put("text", 0040);
+  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
+  EXPECT_EQ(modeOf(kept), 0040U);
+  EXPECT_EQ(modeOf(path), 0440U);
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable"}));
+  chmod(kept.c_str(), 0400);
+  EXPECT_EQ(contentsOf(kept), "text");
+  EXPECT_EQ(contentsOf(path), "new");
+}
+
+TEST_F(UnreadableFile, StaysWhereNamesCannotBeExchangedEither) {
+  for (const int error : {EINVAL, ENOSYS}) {
+    put("text", 0000);
+    EXPECT_EQ(replaceAfter([error] {
+                refuseHardLinks(EPERM);
+                refuseCall(SYS_renameat2, error);
+              }),
+              "Operation not permitted");
+    EXPECT_EQ(modeOf(path), 0000U);
+    EXPECT_EQ(names(), std::set<std::string>{".env"});
+    chmod(path.c_str(), 0600);
+    EXPECT_EQ(contentsOf(path), "text");
+  }
+}
+
+TEST_F(UnreadableFile, StaysAloneWhenTheNewOneCannotBeWritten) {
+  put("what \xFF was");
+  EXPECT_EQ(replaceAfter([] { refuseCall(SYS_fsync, ENOSPC); }), "No space left on device");
+  EXPECT_EQ(replaceAfter([] {
+              refuseHardLinks(EPERM);
+              refuseCall(SYS_fsync, ENOSPC);
+            }),
+            "No space left on device");
+  EXPECT_EQ(contentsOf(path), "what \xFF was");
+  EXPECT_EQ(names(), std::set<std::string>{".env"});
+}
+
+TEST_F(UnreadableFile, OfAnotherUserIsThereAtEveryMomentOfAReplacementThatIsKilled) {
+  put("");
+  std::mt19937 random(20);
+  for (int round = 0; round < 100; ++round) {
+    ForkedProgram program([this](const ForkedProgram::Say& say) {
+      becomeOrdinaryUser();
+      // As fs.protected_hardlinks does with what belongs to somebody else.
+      refuseHardLinks(EPERM);
+      skipFlushes();
+      for (;;) {
+        chmod(path.c_str(), 0000);
+        if (const auto failure = replaceUnreadableFile(path, "new")) return say(failure.message());
+        unlink(kept.c_str());
+        say("saved");
+      }
+    });
+    const auto length = random() % 10;
+    for (std::size_t save = 0; save < length; ++save) {
+      while (program.isSilent()) ASSERT_EQ(access(path.c_str(), F_OK), 0) << "round " << round;
+      ASSERT_EQ(program.line(), "saved");
+    }
+    program.end(SIGKILL);
+    ASSERT_EQ(access(path.c_str(), F_OK), 0) << "round " << round;
+    for (const auto& name : names()) {
+      const bool isNew = name.starts_with(".kestrune-new-");
+      ASSERT_TRUE(!isNew || modeOf(folder.file(name)) == 0600U) << name;
+    }
+    fs::remove(kept);
+  }
+  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
+  EXPECT_EQ(names(), (std::set<std::string>{".env", ".env.unreadable"}));
+}
+
+}  // namespace
+}  // namespace kestrune::testing

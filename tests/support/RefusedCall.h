@@ -1,0 +1,56 @@
+#pragma once
+
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <cstddef>
+#include <stdexcept>
+
+namespace kestrune::testing {
+
+/// From now on the kernel answers that system call of this thread, and of whoever it starts, with `action`,
+/// one of SECCOMP_RET_…. For a process of the test's own.
+inline void answerCall(int number, unsigned action) {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, action),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program{sizeof filter / sizeof *filter, filter};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    throw std::runtime_error("no filter of system calls");
+  }
+}
+
+/// The call fails with that error; with 0, it succeeds and does nothing.
+inline void refuseCall(int number, int error) {
+  answerCall(number, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
+}
+
+/// Ends this process instead of renaming anything.
+inline void dieAtRename() {
+#ifdef SYS_rename
+  answerCall(SYS_rename, SECCOMP_RET_KILL_PROCESS);
+#endif
+  answerCall(SYS_renameat, SECCOMP_RET_KILL_PROCESS);
+  answerCall(SYS_renameat2, SECCOMP_RET_KILL_PROCESS);
+}
+
+/// Has this thread be on a disk without hard links.
+inline void refuseHardLinks(int error) {
+#ifdef SYS_link
+  refuseCall(SYS_link, error);
+#endif
+  refuseCall(SYS_linkat, error);
+}
+
+/// Has `fsync` do nothing. It takes nearly all the time of a save, and kills are to come between other steps.
+inline void skipFlushes() {
+  refuseCall(SYS_fsync, 0);
+}
+
+}  // namespace kestrune::testing
