@@ -4,24 +4,12 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <utility>
 
-#include "platform/posix/Files.h"
-
 namespace kestrune {
 
-namespace {
-
 constexpr auto folderName = "/kestrune-menu-client";
-
-bool isOwnFolder(const std::string& path) {
-  struct stat found {};
-  return stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == geteuid();
-}
-
-}  // namespace
 
 InstanceFolders::InstanceFolders(std::string runtime, std::string givenState, const std::string& userRuntimes)
     : runtimes{std::move(runtime), userRuntimes + "/" + std::to_string(geteuid())},
@@ -36,33 +24,33 @@ std::string InstanceFolders::current() const {
 
 FileDescriptor InstanceFolders::connect(const char* socketName) const {
   for (const std::string& folder : {current(), state + folderName}) {
-    FileDescriptor socket = newInstanceSocket();
-    if (withSocketAddress(socket.get(), folder, socketName, &::connect) == 0 &&
-        peerOf(socket).uid == geteuid()) {
-      return socket;
-    }
+    FileDescriptor socket = instanceSocket(folder, socketName, &::connect);
+    if (socket && peerOf(socket).uid == geteuid()) return socket;
   }
   return {};
 }
 
-std::error_code makeInstanceFolder(const std::string& folder) {
-  if (const auto failure = makeFolders(folder)) return failure;
-  return isOwnFolder(folder) ? std::error_code() : std::error_code(EPERM, std::system_category());
+bool isOwnFolder(const std::string& path) {
+  struct stat found {};
+  return stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == geteuid();
 }
 
-FileDescriptor newInstanceSocket() {
-  return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-}
-
-int withSocketAddress(int socket, const std::string& folder, const char* name,
-                      int (*use)(int, const sockaddr*, socklen_t)) {
+FileDescriptor instanceSocket(const std::string& folder, const char* name,
+                              int (*use)(int, const sockaddr*, socklen_t)) {
+  // An address has room for 107 bytes, and so it names the folder by a descriptor.
   const FileDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) return -1;
+  if (!opened) return {};
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", opened.get(), name);
   const void* const bytes = &address;
-  return use(socket, static_cast<const sockaddr*>(bytes), sizeof address);
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  // The mode of the socket becomes that of its file.
+  if (socket && (fchmod(socket.get(), 0600) != 0 ||
+                 use(socket.get(), static_cast<const sockaddr*>(bytes), sizeof address) != 0)) {
+    socket.reset();
+  }
+  return socket;
 }
 
 ucred peerOf(const FileDescriptor& socket) {
@@ -70,10 +58,6 @@ ucred peerOf(const FileDescriptor& socket) {
   socklen_t size = sizeof process;
   getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &process, &size);
   return process;
-}
-
-std::error_code lastSystemError() {
-  return {errno, std::system_category()};
 }
 
 }  // namespace kestrune

@@ -6,57 +6,72 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "platform/Requests.h"
 #include "platform/StatusFeed.h"
-#include "platform/instance/Claimant.h"
 #include "platform/instance/InstanceFolders.h"
-#include "platform/instance/InstanceLock.h"
 #include "platform/instance/RequestServer.h"
 
 namespace kestrune {
 
-/// Makes this process the one client of its user, and lets it and other processes of the user find each
-/// other. Main thread.
+/// How a start claims to be the client.
+struct Claim {
+  enum class Kind {
+    show,     ///< asks a client that runs to show its menu, and gives up
+    giveWay,  ///< gives up when a client runs
+    replace,  ///< waits for the end of its predecessor, and gives up when any other client runs
+  };
+  Kind kind = Kind::show;
+  pid_t predecessor = 0;          ///< the process that is replaced
+  std::string activationToken{};  ///< for the client that runs; empty without one
+  Seconds answerPatience{2.0};    ///< with a client that does not answer
+  Seconds endPatience{12.0};      ///< with a client that is ending, which takes less
+};
+
+/// Makes this process the one client of its user, and lets it and the other processes of the user find each
+/// other. The process that holds the lock is the client; the kernel releases it when the process ends. Main
+/// thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
-  /// `onShow` runs when a later start, which ends, asks the client to show its menu; with the activation
-  /// token of that start, or an empty text.
-  Rendezvous(EventLoop& loop, InstanceFolders folders,
-             std::function<void(const std::string& activationToken)> onShow);
+  /// `onShow` runs when a later start asks the client to show its menu, with the activation token of that
+  /// start or an empty text. Takes over the lock that was passed on to this program.
+  Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is clear whether this process is the client. If it is, it takes requests from
-  /// then on. It also is where nothing can be locked or a predecessor does not end; standard error says so.
+  /// Runs the loop until it is clear whether this process is the client; a client takes requests from then
+  /// on. A client that is ending is waited for, whatever the kind of the claim. Where nothing can be locked,
+  /// or the other client does not end, this process is the client all the same, and standard error says why.
   bool claim(const Claim& claim);
 
-  /// Later starts wait for the end of this process from now on, instead of giving way to it.
+  /// From now on, later starts wait for the end of this process.
   void announceEnd();
 
-  /// Keeps the claim for the program that this process becomes by exec.
-  void passOn() const { lock.passOn(); }
+  /// Keeps the lock for the program that this process is about to become by exec.
+  void passOn() const;
 
   /// The process of the client that runs; absent when there is none.
   std::optional<pid_t> runningClient() const;
 
-  // StatusFeed
-
-  /// Also sees to it that the lock and the socket are in place. Where they cannot be, standard error says
-  /// why, and the next line is another occasion.
+  /// Also makes lock and socket anew where they are gone or could not be made before. When that fails,
+  /// standard error says why, and the next line is another occasion.
   void publish(const std::string& line) override;
-  /// A client that says nothing for 2 s counts as absent, until its socket is made anew.
+
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;
-
-  // Requests
-  void onPerform(std::function<std::optional<std::string>(const std::string& action)> perform) override;
+  void onPerform(std::function<std::optional<std::string>(const std::string&)> perform) override;
 
  private:
+  class Attempt;
+
+  bool isLocked() const;
+  std::error_code takeLock(const std::string& folder);
   void takePlace();
 
   EventLoop& loop;
   const InstanceFolders folders;
-  InstanceLock lock;
-  std::function<std::optional<std::string>(const std::string& action)> perform;
+  FileDescriptor lock;
+  std::string place;  ///< the folder of the lock
+  std::function<std::optional<std::string>(const std::string&)> perform;
   RequestServer server;
   bool isClient = false;
 };

@@ -1,8 +1,5 @@
 #include "platform/instance/RequestServer.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -15,40 +12,33 @@ constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a line
 constexpr Seconds descriptorRest{1.0};
-/// The socket gets its final name once it listens: nobody finds one that refuses connections.
+/// Until it listens: no process is to find a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
 
 }  // namespace
 
-RequestServer::RequestServer(EventLoop& givenLoop, Handlers givenHandlers)
-    : loop(givenLoop), handlers(std::move(givenHandlers)) {}
+RequestServer::RequestServer(EventLoop& givenLoop, Show givenShow, Perform givenPerform)
+    : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
 
 std::error_code RequestServer::listen(const std::string& folder) {
   rest.reset();
   callers.reset();
-  listener.reset();
-  FileDescriptor made = newInstanceSocket();
-  const std::string unfinished = folder + "/" + newSocketName, finished = folder + "/" + runningSocketName;
+  const std::string unfinished = folder + "/" + newSocketName;
   unlink(unfinished.c_str());
-  struct stat found {};
-  // The mode of the socket becomes that of its file.
-  if (!made || fchmod(made.get(), 0600) < 0 ||
-      withSocketAddress(made.get(), folder, newSocketName, &bind) < 0 || ::listen(made.get(), backlog) < 0 ||
-      lstat(unfinished.c_str(), &found) < 0 || rename(unfinished.c_str(), finished.c_str()) < 0) {
-    return lastSystemError();
+  listener = instanceSocket(folder, newSocketName, &bind);
+  if (!listener || ::listen(listener.get(), backlog) < 0 ||
+      rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
+    const std::error_code failure(errno, std::system_category());
+    listener.reset();
+    return failure;
   }
   place = folder;
-  device = found.st_dev;
-  inode = found.st_ino;
-  listener = std::move(made);
   callers = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   return {};
 }
 
 bool RequestServer::isInPlace() const {
-  struct stat found {};
-  return listener && lstat((place + "/" + runningSocketName).c_str(), &found) == 0 &&
-         found.st_dev == device && found.st_ino == inode;
+  return listener && access((place + "/" + runningSocketName).c_str(), F_OK) == 0;
 }
 
 void RequestServer::publish(const std::string& status) {
@@ -116,10 +106,10 @@ void RequestServer::answer(const PeerRef& peer, const std::string& line) {
     peer->wish = request == "follow" ? Wish::everyStatus : Wish::oneStatus;
     if (newest) tellStatus(peer);
   } else if (request == "show") {
-    handlers.show(argument);
+    show(argument);
     tell(peer, "ok");
   } else if (request == "perform") {
-    const auto problem = handlers.perform(argument);
+    const auto problem = perform(argument);
     tell(peer, problem ? "error " + *problem : "ok");
   } else {
     tell(peer, "error unknown request");
@@ -131,7 +121,7 @@ void RequestServer::tellStatus(const PeerRef& peer) {
   tell(peer, *newest);
 }
 
-/// A peer that leaves so much unread that a line does not fit into the socket's buffer does not read.
+/// A peer does not read when a line no longer fits into the socket's buffer.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   const std::string text = line + "\n";
   if (send(peer->socket.get(), text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size()))

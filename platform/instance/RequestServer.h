@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 #include <list>
 #include <memory>
@@ -21,28 +19,26 @@ namespace kestrune {
 ///     show [TOKEN]     shows the menu; TOKEN is an activation token of the desktop: "ok"
 ///     perform ACTION   chooses the row of the menu that has this action: "ok", or "error" and the reason
 ///
-/// Any other line is answered by "error" and a reason. Whoever sends a line without an end, or does not read,
-/// is disconnected. Main thread.
+/// Any other line is answered by "error" and a reason. A peer is disconnected when a line of it is longer
+/// than 4096 bytes, when it does not read, or when 64 others have connected after it. Main thread.
 class RequestServer {
  public:
-  struct Handlers {
-    std::function<void(const std::string& activationToken)> show;
-    /// Returns why the action cannot be performed; absent when it was.
-    std::function<std::optional<std::string>(const std::string& action)> perform;
-  };
+  using Show = std::function<void(const std::string& activationToken)>;
+  /// Returns why the action cannot be performed; absent when it was.
+  using Perform = std::function<std::optional<std::string>(const std::string& action)>;
 
-  RequestServer(EventLoop& loop, Handlers handlers);
+  RequestServer(EventLoop& loop, Show show, Perform perform);
 
   /// Puts the socket into `folder`, which exists, in place of any other. Those who are connected stay so.
   std::error_code listen(const std::string& folder);
 
-  /// Whether the socket is where it was put.
+  /// Whether a socket is still there.
   bool isInPlace() const;
 
   /// The newest status, a text without a line end. The same text as before is not told again.
   void publish(const std::string& status);
 
-  /// Renames the socket: who connects from now on gets no answer, but notices the end of this process.
+  /// Renames the socket: a process that connects from now on gets no answer, but notices the end of this one.
   void announceEnd();
 
  private:
@@ -64,11 +60,10 @@ class RequestServer {
   void drop(const PeerRef& peer);
 
   EventLoop& loop;
-  const Handlers handlers;
+  const Show show;
+  const Perform perform;
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
-  dev_t device = 0;   ///< with the next, the file of the socket
-  ino_t inode = 0;
   EventSource callers;
   EventSource rest;  ///< while there are no descriptors for another peer
   std::list<PeerRef> peers;

@@ -61,10 +61,11 @@ std::optional<std::string> DesktopWorkspace::openNewInstance(const std::string&)
     return std::nullopt;
   }
   pid_t pid = 0;
-  if (const int failure = spawn({.executable = executable,
-                                 .arguments = arguments,
-                                 .environment = {std::string(relaunchVariable) + "=1"}},
-                                pid)) {
+  if (const int failure =
+          spawn({.executable = executable,
+                 .arguments = arguments,
+                 .environment = {std::string(relaunchVariable) + "=" + std::to_string(getpid())}},
+                pid)) {
     return describe(failure);
   }
   loop.reap(pid);
@@ -75,7 +76,7 @@ void DesktopWorkspace::replaceThisProcess() const {
   std::vector<char*> argv{const_cast<char*>(executable.c_str())};
   for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
   argv.push_back(nullptr);
-  setenv(relaunchVariable, "1", 1);
+  setenv(relaunchVariable, std::to_string(getpid()).c_str(), 1);
   // The signals stay held back: one that has come since the loop ended is for the new instance to hear.
   execv(executable.c_str(), argv.data());
   reportOnce("cannot start " + executable + " again: " + describe(errno));

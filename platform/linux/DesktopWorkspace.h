@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// Set in the environment of a client that is started to replace another.
+/// In the environment of a client that is started to replace another: the process of that one.
 inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 
 /// Opens things as the desktop does, and starts the running program afresh. Main thread.

@@ -288,10 +288,10 @@ std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
     inTerminal = inTerminal || word == "--terminal";
   }
   std::optional<std::string> status;
-  bool absent = false;
+  bool isAbsent = false;
   const auto subscription = rendezvous.subscribe([&status](const std::string& line) { status = line; },
-                                                 [&absent] { absent = true; });
-  loop.runUntil([&] { return absent || status; });
+                                                 [&isAbsent] { isAbsent = true; });
+  loop.runUntil([&] { return isAbsent || status; });
   const auto told = parseStatusJson(status.value_or(""));
   return "Client that answers: process " + std::to_string(*process) + ", in the " +
          (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +

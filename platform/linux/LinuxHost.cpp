@@ -72,10 +72,12 @@ void requireDescriptors() {
   }
 }
 
-bool wasRelaunched() {
-  const bool relaunched = std::getenv(relaunchVariable) != nullptr;
+/// The client that has started this one to replace it; 0 without one.
+pid_t takePredecessor() {
+  const char* const process = std::getenv(relaunchVariable);
+  const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
   unsetenv(relaunchVariable);
-  return relaunched;
+  return predecessor;
 }
 
 /// Whether the service manager has started this very process. It takes the end of it for that of the service,
@@ -96,9 +98,11 @@ std::string takeActivationToken() {
 }
 
 Claim claimFor(const StartOptions& options) {
-  return {.kind = wasRelaunched()      ? Claim::Kind::replace
+  const pid_t predecessor = takePredecessor();
+  return {.kind = predecessor != 0     ? Claim::Kind::replace
                   : options.background ? Claim::Kind::giveWay
                                        : Claim::Kind::show,
+          .predecessor = predecessor,
           .activationToken = takeActivationToken()};
 }
 

@@ -134,7 +134,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
   DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, false);
   EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), std::nullopt);
   EXPECT_TRUE(hasNoChildren(loop));
-  EXPECT_EQ(machine.started(), (Texts{"client", "1", "--one", "two words"}));
+  EXPECT_EQ(machine.started(), (Texts{"client", std::to_string(getpid()), "--one", "two words"}));
   EXPECT_NE(machine.record().at(2), std::to_string(getpid()));
   EXPECT_FALSE(workspace.replacesThisProcess());
   EXPECT_EQ(std::getenv(relaunchVariable), nullptr) << "this process is none that replaces another";
@@ -171,7 +171,7 @@ TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
   EXPECT_EQ(program.line(), "end");
   const std::string pid = std::to_string(program.pid());
   program.waitForEnd();
-  EXPECT_EQ(machine.record(), (Texts{"client", "1", pid, "--terminal"}));
+  EXPECT_EQ(machine.record(), (Texts{"client", pid, pid, "--terminal"}));
 }
 
 TEST_F(DesktopWorkspaceOn, ATerminalLosesNoSignalOnTheWay) {
@@ -181,14 +181,14 @@ TEST_F(DesktopWorkspaceOn, ATerminalLosesNoSignalOnTheWay) {
     const auto source = own.onSignal(SIGUSR1, [] {});
     DesktopWorkspace workspace(own, bundle, {}, true);
     workspace.openNewInstance("");
-    // As a second start does that finds this one still there.
     raise(SIGUSR1);
     workspace.replaceThisProcess();
     say("stayed");
   });
   EXPECT_EQ(program.line(), "end");
+  const std::string pid = std::to_string(program.pid());
   program.waitForEnd();
-  EXPECT_EQ(machine.started(), (Texts{"client", "1"}));
+  EXPECT_EQ(machine.started(), (Texts{"client", pid}));
 }
 
 TEST_F(DesktopWorkspaceOn, ATerminalStaysWhenTheProgramHasGoneMeanwhile) {

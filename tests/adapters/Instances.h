@@ -37,9 +37,8 @@ struct Instances : RealLoop {
 
 /// Another process that has connected to a socket, and what it was answered.
 struct RawPeer {
-  RawPeer(EventLoop& givenLoop, const std::string& place) : loop(givenLoop), socket(newInstanceSocket()) {
-    if (withSocketAddress(socket.get(), place, "socket", &::connect) != 0) socket.reset();
-  }
+  RawPeer(EventLoop& givenLoop, const std::string& place)
+      : loop(givenLoop), socket(instanceSocket(place, "socket", &::connect)) {}
 
   void say(const std::string& words) const { send(socket.get(), words.data(), words.size(), MSG_NOSIGNAL); }
 

@@ -35,6 +35,7 @@ namespace {
 using Kind = Claim::Kind;
 using Tokens = std::vector<std::string>;
 constexpr Seconds moment{0.05};
+const Claim replacement{.kind = Kind::replace, .predecessor = getpid()};
 
 struct RendezvousTest : ::testing::Test, Instances {
   void TearDown() override { lockFailure = 0; }
@@ -85,14 +86,20 @@ TEST_F(RendezvousTest, WaitsForTheOneThatItReplaces) {
     first.reset();
   });
   const auto successor = start();
-  EXPECT_TRUE(successor->claims({.kind = Kind::replace}));
+  EXPECT_TRUE(successor->claims(replacement));
   EXPECT_EQ(first, nullptr);
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(successor->shown.size(), 1U);
 }
 
+TEST_F(RendezvousTest, GivesWayToAClientThatIsNotTheOneThatItReplaces) {
+  const auto first = client();
+  EXPECT_TRUE(isTurnedDown({.kind = Kind::replace, .predecessor = getppid()}));
+  EXPECT_TRUE(first->shown.empty());
+}
+
 TEST_F(RendezvousTest, DoesNotWaitWhenThereIsNobodyToReplace) {
-  EXPECT_TRUE(start()->claims({.kind = Kind::replace}));
+  EXPECT_TRUE(start()->claims(replacement));
 }
 
 TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
@@ -110,7 +117,7 @@ TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
 
 TEST_F(RendezvousTest, WaitsForOneThatBeginsToEndInsteadOfAnswering) {
   auto first = hangingClient();
-  const auto begin = loop.after(moment, [&] { first->rendezvous.announceEnd(); });
+  loop.mainQueue().async([&] { first->rendezvous.announceEnd(); });
   const auto end = loop.after(moment * 3, [&] { first.reset(); });
   EXPECT_TRUE(start()->claims({.answerPatience = moment * 2}));
   EXPECT_EQ(first, nullptr);
@@ -125,7 +132,7 @@ TEST_F(RendezvousTest, TakesThePlaceOfOneThatEndsInsteadOfAnswering) {
 TEST_F(RendezvousTest, IsTurnedDownByOneThatHangsAndShowsItselfLater) {
   const auto first = hangingClient();
   EXPECT_TRUE(isTurnedDown({.activationToken = "token", .answerPatience = moment}));
-  stopped.runUntil([&] { return !first->shown.empty(); });
+  EXPECT_TRUE(comesTrue(stopped, [&] { return !first->shown.empty(); }));
   EXPECT_EQ(first->shown, Tokens{"token"});
   EXPECT_EQ(Claim{}.answerPatience, Seconds{2});
 }
@@ -135,7 +142,7 @@ TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
   const auto successor = start();
   {
     const StandardErrorText errors;
-    EXPECT_TRUE(successor->claims({.kind = Kind::replace, .endPatience = moment}));
+    EXPECT_TRUE(successor->claims({.kind = Kind::replace, .predecessor = getpid(), .endPatience = moment}));
     EXPECT_EQ(errors.text(),
               "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
   }
@@ -148,7 +155,7 @@ TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
 
 TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
   for (const int signal : {SIGTERM, SIGKILL}) {
-    InstanceProgram first(folders, Kind::show);
+    InstanceProgram first(folders);
     ASSERT_EQ(first.line(), "client");
     first.end(signal);
   }
@@ -158,23 +165,23 @@ TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
 TEST_F(RendezvousTest, IsTurnedDownByWhoeverReplacesOneThatIsAboutToEnd) {
   auto first = client();
   first->rendezvous.announceEnd();
-  std::unique_ptr<Start> replacement;
+  std::unique_ptr<Start> other;
   const auto end = loop.after(moment, [&] {
     first.reset();
-    replacement = client();
+    other = client();
   });
   EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(replacement->shown.size(), 1U);
+  EXPECT_EQ(other->shown.size(), 1U);
 }
 
 TEST_F(RendezvousTest, GivesWayToWhoeverHasReplacedTheOneThatItWaitedFor) {
-  InstanceProgram first(folders, Kind::show);
+  InstanceProgram first(folders);
   ASSERT_EQ(first.line(), "client");
-  InstanceProgram successor(folders, Kind::replace);
+  InstanceProgram successor(folders, {.kind = Kind::replace, .predecessor = first.pid()});
   ASSERT_EQ(successor.line(), "waiting");
   successor.tell(SIGSTOP);
   first.end(SIGTERM);
-  InstanceProgram other(folders, Kind::show);
+  InstanceProgram other(folders);
   ASSERT_EQ(other.line(), "client");
   successor.tell(SIGCONT);
   EXPECT_EQ(successor.line(), "second");
@@ -209,7 +216,7 @@ TEST_F(RendezvousTest, GoesOnWhereNothingCanBeLockedAndIsFoundByItsSocket) {
 TEST_F(RendezvousTest, GoesOnWhereThereCanBeNoFolder) {
   std::ofstream(state) << "not a folder";
   const StandardErrorText errors;
-  EXPECT_TRUE(Start(loop, InstanceFolders("", state, "")).claims({.kind = Kind::replace}));
+  EXPECT_TRUE(Start(loop, InstanceFolders("", state, "")).claims(replacement));
   EXPECT_EQ(errors.text().find("KestruneMenuClient: cannot lock " + state), 0U) << errors.text();
 }
 
@@ -262,21 +269,25 @@ TEST_F(RendezvousTest, UsesNoFolderOfAnotherUser) {
 
 TEST_F(RendezvousTest, PassesItsLockOnToTheProgramThatItBecomes) {
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    InstanceLock before;
-    before.take(place);
-    before.passOn();
-    InstanceLock after, another;  // the first of which takes it over, as the environment says
-    say(std::getenv("KESTRUNE_MENU_CLIENT_LOCK") == nullptr ? "taken over" : "still there");
-    say(another.take(place) == InstanceLock::Result::held ? "held" : "not held");
-    say(after.take(place) == InstanceLock::Result::taken ? "taken" : "not taken");
+    EventLoop own;
+    Start before(own, folders);
+    before.claims();
+    before.rendezvous.passOn();
+    std::filesystem::remove(socket);  // as with exec, nobody answers
+    // Of those that come after it, the first takes the lock over.
+    Start after(own, folders), another(own, folders);
+    say(another.claims({.answerPatience = moment}) ? "client" : "second");
+    say(after.claims(replacement) ? "client" : "second");
+    say(std::getenv("KESTRUNE_MENU_CLIENT_LOCK") == nullptr ? "no trace" : "a trace");
+    _exit(0);
   });
-  for (const char* const said : {"taken over", "held", "taken"}) EXPECT_EQ(program.line(), said);
+  for (const char* const said : {"second", "client", "no trace"}) EXPECT_EQ(program.line(), said);
 }
 
 TEST_F(RendezvousTest, TakesOverNoLockThatIsNone) {
   for (const char* const number : {"", "x", "-1", "0", "99999"}) {
     setenv("KESTRUNE_MENU_CLIENT_LOCK", number, 1);
-    EXPECT_EQ(InstanceLock().take(place), InstanceLock::Result::taken);
+    EXPECT_TRUE(start()->claims());
   }
   EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
 }
@@ -352,18 +363,12 @@ TEST_F(InstanceFoldersTest, AreInTheFirstRuntimeFolderOfTheUserThatThereIs) {
   EXPECT_EQ(chosen(""), own);
   EXPECT_EQ(chosen("/nowhere"), own);
   EXPECT_EQ(chosen("/dev/null"), own);
-  std::filesystem::create_directories(folder.file("session"));
-  EXPECT_EQ(chosen(folder.file("session")), folder.file("session"));
-}
-
-TEST_F(InstanceFoldersTest, AreInNoRuntimeFolderOfAnotherUser) {
-  std::string foreign = "/usr";
-  if (geteuid() == 0) {
-    foreign = folder.file("foreign");
-    std::filesystem::create_directories(foreign);
-    ASSERT_EQ(chown(foreign.c_str(), 65534, 65534), 0);
-  }
-  EXPECT_EQ(chosen(foreign), state);
+  const std::string session = folder.file("session");
+  std::filesystem::create_directories(session);
+  EXPECT_EQ(chosen(session), session);
+  // Of another user.
+  EXPECT_TRUE(geteuid() != 0 || chown(session.c_str(), 65534, 65534) == 0);
+  EXPECT_EQ(chosen(geteuid() == 0 ? session : "/usr"), own);
 }
 
 }  // namespace

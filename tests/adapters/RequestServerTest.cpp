@@ -33,14 +33,13 @@ struct RequestServerTest : ::testing::Test, Instances {
 
   std::vector<std::string> asked;
   std::function<void()> whilePerforming;
-  RequestServer server{loop,
-                       {.show = [this](const std::string& token) { asked.push_back("show:" + token); },
-                        .perform = [this](const std::string& action) -> std::optional<std::string> {
-                          asked.push_back("perform:" + action);
-                          if (whilePerforming) whilePerforming();
-                          if (action == "quit") return std::nullopt;
-                          return "no such row";
-                        }}};
+  RequestServer server{loop, [this](const std::string& token) { asked.push_back("show:" + token); },
+                       [this](const std::string& action) -> std::optional<std::string> {
+                         asked.push_back("perform:" + action);
+                         if (whilePerforming) whilePerforming();
+                         if (action == "quit") return std::nullopt;
+                         return "no such row";
+                       }};
 };
 
 TEST_F(RequestServerTest, AnswersRequests) {
@@ -135,7 +134,6 @@ TEST_F(RequestServerTest, DisconnectsProcessesOfOtherUsers) {
     asking.say("show\n");
     say(asking.isDisconnected() ? "refused" + asking.text : "answered");
   });
-  std::string said;
   ASSERT_TRUE(letPassUntil([&] { return !stranger.isSilent(); }));
   EXPECT_EQ(stranger.line(), "refused");
   EXPECT_TRUE(asked.empty());
@@ -155,12 +153,10 @@ TEST_F(RequestServerTest, TakesThePlaceOfADeadSocketOrALinkAndLeavesWhatThatLead
   std::filesystem::remove(socket);
   std::filesystem::create_symlink(folder.file("precious"), socket);
   for (int i = 0; i < 2; ++i) {
-    EXPECT_FALSE(server.isInPlace());
     ASSERT_FALSE(server.listen(place));
     EXPECT_EQ(answer("show"), "ok\n");
-    // Another one is killed before it has the name.
-    RequestServer other(loop, {});
-    ASSERT_FALSE(other.listen(place));
+    RequestServer dead(loop, nullptr, nullptr);
+    ASSERT_FALSE(dead.listen(place));
   }
   std::string text;
   std::ifstream(folder.file("precious")) >> text;

@@ -7,7 +7,7 @@ import threading
 from contextlib import suppress
 from urllib.parse import quote
 
-from desktop.session import PATIENCE, Deadline, Text, end_process, own
+from desktop.session import PATIENCE, Deadline, Text, end_process, own, read_process
 
 # Without the machine's services: they would bring in what no test asked for.
 CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -28,6 +28,7 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 
 DAEMON = "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"
 CLIENT = "the client"  # stands for the unique name of its connection: it has no other
+NOBODY = "org.example.Nobody"
 ITEM = CLIENT, "/StatusNotifierItem", "org.kde.StatusNotifierItem"
 MENU = CLIENT, "/MenuBar", "com.canonical.dbusmenu"
 
@@ -57,6 +58,7 @@ class Bus:
         self.start()
 
     def start(self):
+        self.found = NOBODY
         self.daemon = self.session.spawn("dbus-daemon", f"--config-file={self.configuration}", "--nofork",
                                          "--print-address=1", stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         address = Text(own(self.daemon.stdout))
@@ -102,10 +104,17 @@ class Bus:
 
     def client(self):
         """The unique name of the client's connection."""
-        names = [each["name"] for each in self.busctl("list", "--unique") if each["process"] == "KestruneMenuCli"]
-        if not names:
+        if not self.has_owner(self.found):
+            self.found = next(filter(self.is_client, self.call(DAEMON, "ListNames")[0]), NOBODY)
+        if self.found == NOBODY:
             raise Refused("the client is not on the bus")
-        return max(names, key=lambda name: int(name.rpartition(".")[2]))
+        return self.found
+
+    def is_client(self, name):
+        with suppress(Refused):
+            [pid] = self.call(DAEMON, "GetConnectionUnixProcessID", "s", name)
+            return read_process(pid, "comm") == b"KestruneMenuCli\n"
+        return False
 
     def wait_for_client(self, besides=None):
         """The same, as soon as it is there and is another one than that."""

@@ -24,11 +24,7 @@ class OnABus(unittest.TestCase):
         self.addCleanup(self.traffic.close)
 
 
-class OnlyOne(OnABus):
-    def setUp(self):
-        super().setUp()
-        self.session.stub_backend(REPORTING)
-
+class OnlyOne(unittest.TestCase):
     def test_a_start_without_the_bus_finds_the_one_on_it(self):
         self.session = Session(self)
         self.bus = Bus(self.session)
@@ -38,22 +34,10 @@ class OnlyOne(OnABus):
         self.assertEqual(first.checked().status, CONNECTED)
         self.assertEqual(self.session.run("--terminal", environment={"DBUS_SESSION_BUS_ADDRESS": ""}), (0, "", ""))
         self.assertEqual(first.next_menu().status, CONNECTED)
-        self.assertLessEqual(set(services), set(running()))
-        self.assertEqual(first.quit(), 0)
-
-    def test_a_start_on_the_bus_finds_the_one_without_it(self):
-        first = self.session.terminal(environment={"DBUS_SESSION_BUS_ADDRESS": ""})
-        self.assertEqual(first.checked().status, CONNECTED)
-        self.assertEqual(self.session.run("--terminal"), (0, "", ""))
-        self.assertEqual(first.next_menu().status, CONNECTED)
-        self.assertEqual(first.quit(), 0)
-
-    def test_a_start_while_the_bus_is_away_finds_the_one_that_was_on_it(self):
-        first = self.session.terminal()
-        self.assertEqual(first.checked().status, CONNECTED)
         self.bus.stop()
         self.assertEqual(self.session.run("--terminal"), (0, "", ""))
         self.assertEqual(first.next_menu().status, CONNECTED)
+        self.assertLessEqual(set(services), set(running()))
         self.assertEqual(first.quit(), 0)
 
 

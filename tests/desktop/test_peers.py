@@ -289,7 +289,7 @@ class OtherInstance(Peers):
         self.session.program("lsof", 'echo "stopping" > "$HOME/events"; read -r < "$HOME/gate"\n')
         self.start()
         self.session.wait_for_start()
-        successor = self.session.terminal(environment={"KESTRUNE_MENU_CLIENT_RELAUNCH": "1"})
+        successor = self.session.terminal(environment={"KESTRUNE_MENU_CLIENT_RELAUNCH": str(self.client.pid)})
         self.session.wait_for_peer()
         self.client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stopping")

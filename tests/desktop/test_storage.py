@@ -346,15 +346,6 @@ class Links(Storage):
         self.assertEqual(self.preferences.with_name("preferences.json.damaged-2").read_text(), "damage")
         self.assertEnds()
 
-    def test_in_place_of_the_lock(self):
-        folder = self.session.runtime / "kestrune-menu-client"
-        folder.mkdir()
-        (folder / "lock").symlink_to(self.victim)
-        self.begin()
-        self.client.complained(f"cannot lock {folder}/lock: ")
-        self.assertUntouched()
-        self.assertEnds()
-
     def test_that_lead_in_a_ring(self):
         self.entry.parent.mkdir()
         self.entry.symlink_to(self.entry.with_name("other"))
