@@ -45,6 +45,8 @@ int widthOf(const QWidget& row, const QString& title) {
 
 QSize sizeFor(const QWidget& row, QStyleOptionMenuItem option, const QString& title) {
   const QSize content(widthOf(row, title), row.fontMetrics().height());
+  // Breeze measures the text by itself.
+  option.text.prepend(withoutMnemonics(title));
   // Some styles count the keys, others leave them to the menu.
   const int keys = std::exchange(option.reservedShortcutWidth, 0);
   return row.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &row) +

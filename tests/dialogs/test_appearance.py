@@ -1,14 +1,13 @@
 """The fonts and the colours of the windows."""
 
 import tempfile
-import threading
 import unittest
 from pathlib import Path
 
 from gi.repository import Gio, GLib
 
 from dialogs.asked import alert, field, menu, view
-from dialogs.desk import Deadline, Desk, ScreenReader
+from dialogs.desk import Deadline, Desk, ScreenReader, call
 
 
 def lightness(colour):
@@ -25,14 +24,13 @@ class Windows(unittest.TestCase):
     def setUpClass(cls):
         cls.desk = Desk(cls)
 
-    def program(self, **environment):
-        return self.enterContext(self.desk.program(environment=environment))
-
     def opened(self, request, **environment):
         """The window of a program that is asked for that."""
-        program = self.program(**environment)
-        program.show(request)
-        return program.window("標題" if "alert" in request else "Kestrune")
+        program = self.enterContext(self.desk.program(environment=environment))
+        program.send(request)
+        window = program.window("標題" if "alert" in request else "Kestrune")
+        self.assertEqual(program.event(), {"shown": request.get("id", 0)})
+        return window
 
     def background(self, window, scale=1):
         left, top, *_ = window.place()
@@ -106,7 +104,7 @@ class OwnFonts(Windows):
         self.assertEqual(self.shades(text, EMOJI), plain)
 
 
-PORTAL = "org.freedesktop.portal.Desktop"
+PORTAL, PORTAL_PATH = "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop"
 SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
   <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="v" direction="out"/></method>
   <signal name="SettingChanged"><arg type="s"/><arg type="s"/><arg type="v"/></signal>
@@ -116,41 +114,22 @@ COLOUR_SCHEME = "org.freedesktop.appearance", "color-scheme"
 
 
 class Portal:
-    """Tells the colours that a desktop prefers, in a thread of its own."""
+    """Tells the colours that a desktop prefers, while the test waits for a window."""
 
     def __init__(self, test, preferred):
         self.preferred = preferred
-        self.loop = GLib.MainLoop.new(GLib.MainContext.new(), False)
-        self.ready = threading.Event()
-        thread = threading.Thread(target=self.run, args=[test.desk.environment["DBUS_SESSION_BUS_ADDRESS"]])
-        thread.start()
-        test.addCleanup(thread.join)
-        test.addCleanup(lambda: self.do(self.loop.quit))
-        self.ready.wait()
-
-    def run(self, address):
-        context = self.loop.get_context()
-        context.push_thread_default()
-        self.bus = ScreenReader.connect(address)
-        self.bus.register_object("/org/freedesktop/portal/desktop",
-                                 Gio.DBusNodeInfo.new_for_xml(SETTINGS).interfaces[0], self.answer, None, None)
-        self.bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-                           GLib.Variant("(su)", (PORTAL, 0)), None, Gio.DBusCallFlags.NONE, -1, None)
-        self.ready.set()
-        self.loop.run()
-        self.bus.close_sync()
-
-    def do(self, action):
-        source = GLib.idle_source_new()
-        source.set_callback(lambda *_: action())
-        source.attach(self.loop.get_context())
+        self.bus = ScreenReader.connect(test.desk.environment["DBUS_SESSION_BUS_ADDRESS"])
+        test.addCleanup(self.bus.close_sync)
+        self.bus.register_object(PORTAL_PATH, Gio.DBusNodeInfo.new_for_xml(SETTINGS).interfaces[0], self.answer, None, None)
+        call(self.bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+             GLib.Variant("(su)", (PORTAL, 0)))
 
     def answer(self, _bus, _sender, _path, _interface, _method, parameters, invocation):
         if parameters.unpack() == COLOUR_SCHEME and self.preferred is not None:
             invocation.return_value(GLib.Variant("(v)", (GLib.Variant("v", GLib.Variant("u", self.preferred)),)))
 
     def change(self, preferred, names=COLOUR_SCHEME):
-        self.bus.emit_signal(None, "/org/freedesktop/portal/desktop", "org.freedesktop.portal.Settings", "SettingChanged",
+        self.bus.emit_signal(None, PORTAL_PATH, "org.freedesktop.portal.Settings", "SettingChanged",
                              GLib.Variant("(ssv)", (*names, GLib.Variant("u", preferred))))
 
 
