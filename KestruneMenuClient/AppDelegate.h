@@ -15,7 +15,7 @@
 #include "KestruneMenuClient/status/Results.h"
 #include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
-#include "platform/Platform.h"
+#include "ports/Platform.h"
 
 namespace kestrune {
 
@@ -94,7 +94,8 @@ class AppDelegate final : public ApplicationDelegate,
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name);
 
-  // MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications; StatusMenu.cpp: the menu
+  // MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications; StatusMenu.cpp: the
+  // menu
 
   void configureStatusItem();
   void updateButton(ConnectionLampState state, const std::string& title);

@@ -3,9 +3,9 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 #include "KestruneMenuClient/FatalError.h"
-#include "KestruneMenuClient/Text.h"
 #include "KestruneMenuClient/backend/BackendCommands.h"
 #include "KestruneMenuClient/settings/EnvKeys.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

@@ -2,8 +2,8 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 #include "KestruneMenuClient/settings/EnvKeys.h"
-#include "KestruneMenuClient/Text.h"
 #include "KestruneMenuClient/settings/SettingsForm.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

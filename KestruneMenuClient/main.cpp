@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/status/StatusCommand.h"
-#include "platform/Host.h"
+#include "KestruneMenuClient/StatusCommand.h"
+#include "ports/Host.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/EventLoop.h"
-#include "platform/linux/SessionBus.h"
-#include "platform/tray/StatusNotifierItem.h"
+#include "adapters/bus/SessionBus.h"
+#include "adapters/loop/EventLoop.h"
+#include "adapters/tray/StatusNotifierItem.h"
 
-// Rebuilds the exported menu 5,000 times, each time with other texts, and prints how much the process grew by it, in
-// kilobytes of memory that is its own.
+// Rebuilds the exported menu 5,000 times, each time with other texts, and prints how much the process grew by
+// it, in kilobytes of memory that is its own.
 
 namespace {
 
@@ -38,8 +38,10 @@ int main() {
     if (done == warmUp) before = privateMemory();
     kestrune::Menu menu;
     for (int row = 1; row <= rows; ++row) {
-      menu.items.push_back(
-          {.id = row, .title = "狀態 " + std::to_string(done * rows + row), .action = "quit", .enabled = done % 2 == 0});
+      menu.items.push_back({.id = row,
+                            .title = "狀態 " + std::to_string(done * rows + row),
+                            .action = "quit",
+                            .enabled = done % 2 == 0});
     }
     item.setMenu(std::move(menu));
     if (++done < warmUp + rebuilds) loop.mainQueue().async(rebuild);

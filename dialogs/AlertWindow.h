@@ -7,7 +7,7 @@
 #include <string>
 
 #include "dialogs/DialogWindow.h"
-#include "platform/Alert.h"
+#include "ports/Alert.h"
 
 class QLabel;
 class QLineEdit;

@@ -5,7 +5,7 @@
 #include <QPalette>
 #include <QSize>
 
-#include "platform/View.h"
+#include "ports/View.h"
 
 // Sizes, fonts and colours of a view in terms of the desktop's own: a view counts in points, 13 of which are
 // the height of ordinary text.
@@ -22,8 +22,8 @@ int pixels(double points);
 /// The desktop's font in another size and weight. Small print stays legible.
 QFont fontFor(double points, FontWeight weight);
 
-/// From now on, emoji are drawn in colour, if a font for that is installed, and the lamps 🟢 🟡 🔴 in any case.
-/// By itself the toolkit may take a font that has them in black and white.
+/// From now on, emoji are drawn in colour, if a font for that is installed, and the lamps 🟢 🟡 🔴 in any
+/// case. By itself the toolkit may take a font that has them in black and white.
 void preferColorEmoji();
 
 /// A colour that is not the desktop's own, but made of two of it.

@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "KestruneMenuClient/Text.h"
 #include "dialogs/Appearance.h"
 #include "dialogs/PlainText.h"
+#include "text/Text.h"
 
 namespace kestrune::dialogs {
 

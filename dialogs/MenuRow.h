@@ -3,7 +3,7 @@
 #include <QLabel>
 #include <QPushButton>
 
-#include "platform/Menu.h"
+#include "ports/Menu.h"
 
 class QStyleOptionMenuItem;
 

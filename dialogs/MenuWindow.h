@@ -6,7 +6,7 @@
 
 #include "dialogs/DialogWindow.h"
 #include "dialogs/MenuRow.h"
-#include "platform/Menu.h"
+#include "ports/Menu.h"
 
 class QScrollArea;
 class QVBoxLayout;

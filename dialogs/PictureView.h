@@ -4,7 +4,7 @@
 #include <QLabel>
 #include <vector>
 
-#include "platform/View.h"
+#include "ports/View.h"
 
 namespace kestrune::dialogs {
 

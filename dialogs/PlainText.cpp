@@ -3,7 +3,7 @@
 #include <QStringView>
 #include <QTextBoundaryFinder>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune::dialogs {
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "adapters/windows/protocol/DialogProtocol.h"
 #include "dialogs/MenuWindow.h"
 #include "dialogs/Streams.h"
-#include "platform/tray/DialogProtocol.h"
 
 namespace kestrune::dialogs {
 

@@ -2,7 +2,7 @@
 
 #include <QLineEdit>
 
-#include "platform/View.h"
+#include "ports/View.h"
 
 namespace kestrune::dialogs {
 

@@ -3,7 +3,7 @@
 #include <QLabel>
 #include <vector>
 
-#include "platform/View.h"
+#include "ports/View.h"
 
 namespace kestrune::dialogs {
 

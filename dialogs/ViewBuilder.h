@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "platform/View.h"
+#include "ports/View.h"
 
 class QLineEdit;
 class QWidget;

@@ -3,10 +3,10 @@
 #include <iterator>
 #include <vector>
 
+#include "adapters/files/AutostartEntries.h"
 #include "fuzz/Fuzz.h"
-#include "platform/linux/AutostartEntries.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ScratchFolder.h"
 
 // An entry in the autostart folder: the path of the running program, the repository, and what the entry
 // holds.

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "tests/support/AppDelegateState.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/AppDelegateState.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::fuzz {
 

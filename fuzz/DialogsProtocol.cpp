@@ -2,9 +2,9 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
-#include "KestruneMenuClient/Text.h"
+#include "adapters/windows/protocol/DialogProtocol.h"
 #include "fuzz/Fuzz.h"
-#include "platform/tray/DialogProtocol.h"
+#include "text/Text.h"
 
 // A line between the client and its dialogs program, in both directions, or, where it begins as none does, a
 // text that a line carries.

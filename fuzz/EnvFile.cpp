@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "KestruneMenuClient/Text.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
+#include "text/Text.h"
 
 // The backend's .env: where it is found (in its place, or as a template), a key, a value, and what the file
 // holds.

@@ -1,7 +1,7 @@
 #include <memory>
 
+#include "adapters/network/PathLookup.h"
 #include "fuzz/Fuzz.h"
-#include "platform/network/PathLookup.h"
 
 // What a socket of rtnetlink brings: the kernel's answers to a question, and news between them.
 

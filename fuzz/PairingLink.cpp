@@ -1,9 +1,9 @@
 #include <optional>
 
 #include "KestruneMenuClient/settings/EnvKeys.h"
-#include "KestruneMenuClient/Text.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
+#include "text/Text.h"
 
 // A value in the link that the phone scans, and a .env that the link is made of.
 

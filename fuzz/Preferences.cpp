@@ -4,10 +4,10 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "KestruneMenuClient/Text.h"
+#include "adapters/files/PreferencesFile.h"
 #include "fuzz/Fuzz.h"
-#include "platform/posix/PreferencesFile.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/rig/ScratchFolder.h"
+#include "text/Text.h"
 
 // The file of the preferences: a key, a text to be kept under it, and what the file holds.
 

@@ -1,6 +1,6 @@
-#include "KestruneMenuClient/Text.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
+#include "text/Text.h"
 
 // What the local service answers.
 

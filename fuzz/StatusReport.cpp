@@ -1,7 +1,7 @@
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 // What the backend's "status" prints: its first byte says how it ended, the others are its output.
 

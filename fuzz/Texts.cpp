@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 #include "KestruneMenuClient/AppDelegate.h"
 #include "fuzz/Fuzz.h"

@@ -7,10 +7,10 @@
 #include <memory>
 #include <vector>
 
+#include "adapters/bus/SessionBus.h"
+#include "adapters/tray/StatusNotifierItem.h"
 #include "fuzz/Fuzz.h"
-#include "platform/linux/SessionBus.h"
-#include "platform/tray/StatusNotifierItem.h"
-#include "tests/support/VirtualTime.h"
+#include "tests/rig/VirtualTime.h"
 
 // What hosts ask of the item in the tray and of its menu, on a line of their own without a bus between: one
 // step behind the other, each begun by a byte that says which.

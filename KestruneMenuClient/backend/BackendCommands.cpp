@@ -1,7 +1,7 @@
 #include "KestruneMenuClient/backend/BackendCommands.h"
 
-#include "KestruneMenuClient/Text.h"
 #include "KestruneMenuClient/backend/BackendContract.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

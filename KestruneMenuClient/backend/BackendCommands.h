@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/MainBundle.h"
+#include "ports/MainBundle.h"
 
 // Where the backend is, and the shell lines that run its client. All functions are pure and may be called
 // from any thread.

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

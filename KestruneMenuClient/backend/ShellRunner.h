@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "KestruneMenuClient/status/Results.h"
-#include "platform/Clock.h"
-#include "platform/Process.h"
+#include "ports/Clock.h"
+#include "ports/Process.h"
 
 namespace kestrune {
 

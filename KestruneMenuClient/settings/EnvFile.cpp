@@ -4,7 +4,7 @@
 #include <set>
 #include <utility>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

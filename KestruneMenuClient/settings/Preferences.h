@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/UserDefaults.h"
+#include "ports/UserDefaults.h"
 
 namespace kestrune {
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "KestruneMenuClient/settings/EnvKeys.h"
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

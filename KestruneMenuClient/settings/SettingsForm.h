@@ -4,7 +4,7 @@
 #include <string>
 
 #include "KestruneMenuClient/settings/EnvFile.h"
-#include "platform/Alert.h"
+#include "ports/Alert.h"
 
 // The dialog that edits five settings of the backend's .env: its views, and what becomes of its fields. Pure;
 // any thread.

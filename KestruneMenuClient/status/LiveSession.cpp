@@ -4,7 +4,7 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/PathMonitor.h"
+#include "ports/PathMonitor.h"
 
 namespace kestrune {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

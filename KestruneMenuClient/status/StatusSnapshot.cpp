@@ -6,8 +6,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "KestruneMenuClient/Text.h"
 #include "KestruneMenuClient/status/LiveSession.h"
+#include "text/Text.h"
 
 namespace kestrune {
 

@@ -3,11 +3,11 @@
 #include <ostream>
 #include <sstream>
 
-#include "platform/tray/DialogAlerts.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StandInDialogs.h"
-#include "tests/support/TerminalRig.h"
+#include "adapters/windows/DialogAlerts.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StandInDialogs.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

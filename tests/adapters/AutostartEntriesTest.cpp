@@ -11,12 +11,12 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/AutostartEntries.h"
-#include "platform/posix/FileDescriptor.h"
-#include "platform/posix/Files.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/AutostartEntries.h"
+#include "adapters/files/Files.h"
+#include "adapters/system/FileDescriptor.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -5,14 +5,14 @@
 #include <algorithm>
 #include <memory>
 
-#include "platform/linux/Inhibitors.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/RoundTrip.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StubLocks.h"
-#include "tests/support/StubService.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/awake/Inhibitors.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/RoundTrip.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StubLocks.h"
+#include "tests/rig/StubService.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 

@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,10 +1,10 @@
-#include "platform/linux/BusInquiry.h"
+#include "adapters/bus/BusInquiry.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/support/SignalState.h"
-#include "tests/support/StubService.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StubService.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

@@ -6,9 +6,9 @@
 #include <bitset>
 #include <filesystem>
 
-#include "platform/posix/FileDescriptor.h"
+#include "adapters/system/FileDescriptor.h"
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ScopedVariable.h"
+#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune::testing {
 namespace {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ProcessEnd.h"
+#include "tests/rig/ProcessEnd.h"
 
 namespace kestrune::testing {
 namespace {

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ProcessEnd.h"
-#include "tests/support/ResourceLimit.h"
+#include "tests/rig/ProcessEnd.h"
+#include "tests/rig/ResourceLimit.h"
 
 namespace kestrune::testing {
 namespace {

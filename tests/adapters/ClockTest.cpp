@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/SystemClock.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/loop/SystemClock.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 namespace {

@@ -7,12 +7,12 @@
 #include <ostream>
 #include <sstream>
 
-#include "platform/linux/DesktopWorkspace.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StandInDialogs.h"
-#include "tests/support/StandardErrorText.h"
+#include "adapters/desktop/DesktopWorkspace.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StandInDialogs.h"
+#include "tests/rig/StandardErrorText.h"
 
 namespace kestrune::testing {
 namespace {

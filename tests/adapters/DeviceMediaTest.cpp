@@ -1,4 +1,4 @@
-#include "platform/network/DeviceMedia.h"
+#include "adapters/network/DeviceMedia.h"
 
 #include <gtest/gtest.h>
 #include <linux/if_arp.h>
@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/support/ScratchFolder.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

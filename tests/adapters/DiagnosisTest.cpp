@@ -1,4 +1,4 @@
-#include "platform/linux/Diagnosis.h"
+#include "host/Diagnosis.h"
 
 #include <gtest/gtest.h>
 
@@ -6,13 +6,13 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/posix/ChildProcesses.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StubService.h"
+#include "adapters/children/ChildProcesses.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StubService.h"
 
 namespace kestrune::testing {
 namespace {

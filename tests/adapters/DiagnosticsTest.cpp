@@ -1,4 +1,4 @@
-#include "platform/posix/Diagnostics.h"
+#include "adapters/system/Diagnostics.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "tests/support/StandardErrorText.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/StandardErrorText.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

@@ -3,12 +3,12 @@
 #include <filesystem>
 #include <ostream>
 
-#include "platform/tray/DialogAlerts.h"
+#include "adapters/windows/DialogAlerts.h"
 #include "tests/adapters/Loops.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/StandInDialogs.h"
-#include "tests/support/StandardErrorText.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/StandInDialogs.h"
+#include "tests/rig/StandardErrorText.h"
 
 namespace kestrune::testing {
 namespace {

@@ -11,13 +11,13 @@
 #include <future>
 #include <set>
 
-#include "platform/posix/ChildProcesses.h"
-#include "platform/posix/FileDescriptor.h"
-#include "platform/posix/Spawn.h"
+#include "adapters/children/ChildProcesses.h"
+#include "adapters/children/Spawn.h"
+#include "adapters/system/FileDescriptor.h"
 #include "tests/adapters/Loops.h"
-#include "tests/support/ResourceLimit.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/StandInDialogs.h"
+#include "tests/rig/ResourceLimit.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/StandInDialogs.h"
 
 namespace kestrune::testing {
 namespace {

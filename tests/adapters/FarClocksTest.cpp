@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/RealProgram.h"
+#include "tests/rig/RealProgram.h"
 
 namespace kestrune::testing {
 namespace {

@@ -14,11 +14,11 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/posix/SystemFileManager.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/RefusedCall.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/SystemFileManager.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RefusedCall.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -15,11 +15,11 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/posix/FileDescriptor.h"
-#include "platform/posix/Files.h"
-#include "tests/support/ResourceLimit.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/SignalState.h"
+#include "adapters/files/Files.h"
+#include "adapters/system/FileDescriptor.h"
+#include "tests/rig/ResourceLimit.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 namespace {

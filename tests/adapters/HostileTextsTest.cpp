@@ -1,12 +1,12 @@
-#include "tests/support/HostileTexts.h"
+#include "tests/rig/HostileTexts.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "tests/adapters/NotifyingDesk.h"
-#include "tests/support/TerminalRig.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/TerminalRig.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

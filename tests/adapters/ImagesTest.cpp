@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "platform/posix/PngImages.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/PngFile.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/pictures/PngImages.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/PngFile.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/adapters/AwakeDesk.h"
-#include "tests/support/Stranger.h"
+#include "tests/rig/Stranger.h"
 
 namespace kestrune::testing {
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/instance/Rendezvous.h"
+#include "adapters/instance/Rendezvous.h"
 #include "tests/adapters/Loops.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 

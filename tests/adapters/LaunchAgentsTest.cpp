@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/AutostartEntries.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/AutostartEntries.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

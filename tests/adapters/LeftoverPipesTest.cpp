@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/linux/LeftoverPipes.h"
+#include "adapters/children/LeftoverPipes.h"
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ComesTrueElsewhere.h"
-#include "tests/support/ProcessEnd.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ProcessEnd.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

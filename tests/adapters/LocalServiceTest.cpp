@@ -5,13 +5,13 @@
 #include <memory>
 #include <sstream>
 
-#include "platform/linux/SystemClock.h"
-#include "platform/posix/CurlLocalService.h"
-#include "tests/support/ComesTrue.h"
-#include "tests/support/LocalServiceStandIn.h"
-#include "tests/support/NetworkNamespace.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/children/CurlLocalService.h"
+#include "adapters/loop/SystemClock.h"
+#include "tests/rig/ComesTrue.h"
+#include "tests/rig/LocalServiceStandIn.h"
+#include "tests/rig/NetworkNamespace.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

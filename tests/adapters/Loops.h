@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/linux/EventLoop.h"
-#include "platform/linux/SystemClock.h"
-#include "tests/support/ComesTrue.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/loop/EventLoop.h"
+#include "adapters/loop/SystemClock.h"
+#include "tests/rig/ComesTrue.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/VirtualTime.h"
 
 // The two main loops that there are, with the same few means to let things happen on them.
 

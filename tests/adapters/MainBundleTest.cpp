@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/ProgramBundle.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/ProgramBundle.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -3,11 +3,11 @@
 #include <filesystem>
 #include <ostream>
 
-#include "platform/tray/MenuWindow.h"
+#include "adapters/windows/MenuWindow.h"
 #include "tests/adapters/Loops.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/StandInDialogs.h"
-#include "tests/support/StandardErrorText.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/StandInDialogs.h"
+#include "tests/rig/StandardErrorText.h"
 
 namespace kestrune::testing {
 namespace {

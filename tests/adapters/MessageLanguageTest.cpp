@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/Host.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/ResourceLimit.h"
-#include "tests/support/ScratchFolder.h"
+#include "ports/Host.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/ResourceLimit.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "tests/adapters/NetworkRig.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/ResourceLimit.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/ResourceLimit.h"
 
 namespace kestrune::testing {
 namespace {

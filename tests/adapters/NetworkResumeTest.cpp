@@ -1,10 +1,10 @@
 #include <stdexcept>
 
 #include "tests/adapters/NetworkRig.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/RoundTrip.h"
-#include "tests/support/ScopedVariable.h"
-#include "tests/support/Stranger.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/RoundTrip.h"
+#include "tests/rig/ScopedVariable.h"
+#include "tests/rig/Stranger.h"
 
 namespace kestrune::testing {
 namespace {

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/SystemClock.h"
-#include "platform/network/NetworkMonitor.h"
-#include "tests/support/ComesTrue.h"
-#include "tests/support/NetworkNamespace.h"
-#include "tests/support/NetworkPaths.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/SignalState.h"
+#include "adapters/loop/SystemClock.h"
+#include "adapters/network/NetworkMonitor.h"
+#include "tests/rig/ComesTrue.h"
+#include "tests/rig/NetworkNamespace.h"
+#include "tests/rig/NetworkPaths.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 

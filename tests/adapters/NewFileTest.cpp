@@ -11,10 +11,10 @@
 #include <set>
 #include <sstream>
 
-#include "platform/posix/Files.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/RefusedCall.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/Files.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RefusedCall.h"
+#include "tests/rig/ScratchFolder.h"
 
 // The new file that takes the place of an old one: its mode, and what is left of it after a kill.
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/adapters/NotifyingDesk.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 namespace {

@@ -5,13 +5,13 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/linux/DesktopNotifications.h"
-#include "tests/support/ComesTrueElsewhere.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/RoundTrip.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StubService.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/desktop/DesktopNotifications.h"
+#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/RoundTrip.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StubService.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 

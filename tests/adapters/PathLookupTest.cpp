@@ -1,4 +1,4 @@
-#include "platform/network/PathLookup.h"
+#include "adapters/network/PathLookup.h"
 
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
@@ -12,7 +12,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/support/NetworkPaths.h"
+#include "tests/rig/NetworkPaths.h"
 
 namespace kestrune::testing {
 namespace {

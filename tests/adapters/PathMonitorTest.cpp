@@ -3,7 +3,7 @@
 #include <deque>
 
 #include "tests/adapters/NetworkRig.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 namespace {

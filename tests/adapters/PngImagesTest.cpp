@@ -4,9 +4,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/posix/PngImages.h"
-#include "tests/support/PngFile.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/pictures/PngImages.h"
+#include "tests/rig/PngFile.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -3,7 +3,7 @@
 #include <set>
 
 #include "tests/adapters/AwakeDesk.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 namespace {

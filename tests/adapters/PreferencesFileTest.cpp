@@ -8,10 +8,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "platform/posix/PreferencesFile.h"
-#include "tests/support/ResourceLimit.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/SignalState.h"
+#include "adapters/files/PreferencesFile.h"
+#include "tests/rig/ResourceLimit.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 namespace {

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ProcessEnd.h"
+#include "tests/rig/ProcessEnd.h"
 
 namespace kestrune::testing {
 namespace {

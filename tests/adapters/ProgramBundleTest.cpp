@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/ProgramBundle.h"
+#include "adapters/files/ProgramBundle.h"
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/ScopedVariable.h"
+#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune::testing {
 namespace {

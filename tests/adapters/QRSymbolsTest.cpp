@@ -5,8 +5,8 @@
 #include <fstream>
 #include <set>
 
-#include "platform/posix/QRSymbols.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/pictures/QRSymbols.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/posix/ChildProcesses.h"
-#include "tests/support/Milestone.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/SignalState.h"
+#include "adapters/children/ChildProcesses.h"
+#include "tests/rig/Milestone.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "tests/adapters/AwakeDesk.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/RealDesktop.h"
-#include "tests/support/StartingBus.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RealDesktop.h"
+#include "tests/rig/StartingBus.h"
 
 // The inhibitors with the services that they are for.
 

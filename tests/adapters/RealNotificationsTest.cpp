@@ -2,13 +2,13 @@
 
 #include <map>
 
-#include "platform/linux/DesktopNotifications.h"
-#include "tests/support/ComesTrueElsewhere.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/RealDesktop.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StartingBus.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/desktop/DesktopNotifications.h"
+#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/RealDesktop.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StartingBus.h"
+#include "tests/rig/VirtualTime.h"
 
 // The notifications with a daemon that shows them.
 

@@ -6,11 +6,11 @@
 #include <thread>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "platform/linux/SystemClock.h"
+#include "adapters/loop/SystemClock.h"
 #include "tests/adapters/RealChildren.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ProcessEnd.h"
-#include "tests/support/ScopedVariable.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ProcessEnd.h"
+#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune {
 

@@ -1,4 +1,4 @@
-#include "platform/instance/Rendezvous.h"
+#include "adapters/instance/Rendezvous.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <fstream>
 
 #include "tests/adapters/Instances.h"
-#include "tests/support/InstanceProgram.h"
-#include "tests/support/StandardErrorText.h"
+#include "tests/rig/InstanceProgram.h"
+#include "tests/rig/StandardErrorText.h"
 
 namespace {
 

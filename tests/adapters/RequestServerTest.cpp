@@ -1,4 +1,4 @@
-#include "platform/instance/RequestServer.h"
+#include "adapters/instance/RequestServer.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,8 +7,8 @@
 #include <fstream>
 
 #include "tests/adapters/Instances.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/ResourceLimit.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/ResourceLimit.h"
 
 namespace kestrune::testing {
 namespace {

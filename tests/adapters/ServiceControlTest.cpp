@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/SystemdServiceControl.h"
-#include "platform/macos/LaunchdServiceControl.h"
+#include "adapters/children/SystemdServiceControl.h"
+#include "adapters/launchd/LaunchdServiceControl.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,9 +1,9 @@
-#include "platform/StatusFeed.h"
+#include "ports/StatusFeed.h"
 
 #include <gtest/gtest.h>
 
 #include "tests/adapters/Instances.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

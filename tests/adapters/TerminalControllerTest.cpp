@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <fstream>
 
-#include "platform/posix/QRSymbols.h"
-#include "platform/terminal/TerminalDialogue.h"
-#include "tests/support/FormViews.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/pictures/QRSymbols.h"
+#include "adapters/terminal/TerminalDialogue.h"
+#include "tests/rig/FormViews.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

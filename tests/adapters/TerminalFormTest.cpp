@@ -3,9 +3,9 @@
 
 #include <csignal>
 
-#include "tests/support/FormViews.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/FormViews.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

@@ -3,10 +3,10 @@
 #include <fstream>
 #include <optional>
 
-#include "platform/Host.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/TerminalRig.h"
+#include "ports/Host.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

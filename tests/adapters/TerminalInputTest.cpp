@@ -5,10 +5,10 @@
 #include <fstream>
 #include <optional>
 
-#include "platform/terminal/TerminalInput.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/TerminalRig.h"
+#include "adapters/terminal/TerminalInput.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

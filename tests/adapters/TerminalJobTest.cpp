@@ -2,9 +2,9 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <sstream>
 
-#include "tests/support/FakePlatform.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

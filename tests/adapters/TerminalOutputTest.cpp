@@ -4,11 +4,11 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/terminal/TerminalOutput.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/HeapInUse.h"
-#include "tests/support/ScratchFolder.h"
-#include "tests/support/TerminalRig.h"
+#include "adapters/terminal/TerminalOutput.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/HeapInUse.h"
+#include "tests/rig/ScratchFolder.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/TerminalRig.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {

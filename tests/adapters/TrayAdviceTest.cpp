@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "platform/tray/TrayAdvice.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/RoundTrip.h"
-#include "tests/support/SignalState.h"
-#include "tests/support/StubService.h"
+#include "adapters/tray/TrayAdvice.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/PrivateBus.h"
+#include "tests/rig/RoundTrip.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StubService.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "platform/posix/PngImages.h"
-#include "tests/support/AppDelegateState.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/TrayDesk.h"
+#include "adapters/pictures/PngImages.h"
+#include "tests/rig/AppDelegateState.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

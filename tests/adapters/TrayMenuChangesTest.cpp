@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/FakePlatform.h"
-#include "tests/support/HeapInUse.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/HeapInUse.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

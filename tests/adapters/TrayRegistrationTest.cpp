@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/Stranger.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/Stranger.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

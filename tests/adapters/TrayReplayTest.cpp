@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "KestruneMenuClient/Text.h"
-#include "tests/support/Soak.h"
-#include "tests/support/TrayDesk.h"
+#include "tests/rig/Soak.h"
+#include "tests/rig/TrayDesk.h"
+#include "text/Text.h"
 
 namespace kestrune::testing {
 namespace {

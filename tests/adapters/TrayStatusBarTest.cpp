@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "platform/tray/TrayStatusBar.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/StandInDialogs.h"
-#include "tests/support/TrayDesk.h"
+#include "adapters/tray/TrayStatusBar.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/StandInDialogs.h"
+#include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <ostream>
 
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/StatusFace.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/StatusFace.h"
 
 namespace kestrune::testing {
 namespace {

@@ -11,11 +11,11 @@
 #include <set>
 #include <sstream>
 
-#include "platform/FileManager.h"
-#include "platform/posix/Files.h"
-#include "tests/support/ForkedProgram.h"
-#include "tests/support/RefusedCall.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/Files.h"
+#include "ports/FileManager.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RefusedCall.h"
+#include "tests/rig/ScratchFolder.h"
 
 // A file that cannot be read is replaced, but kept: as a hard link, as a copy, or by exchanging two names.
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "platform/posix/PreferencesFile.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/ScratchFolder.h"
+#include "adapters/files/PreferencesFile.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {

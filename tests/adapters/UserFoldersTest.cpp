@@ -3,8 +3,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "platform/linux/ProgramBundle.h"
-#include "tests/support/FakePlatform.h"
+#include "adapters/files/ProgramBundle.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 namespace {

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "platform/tray/DialogProtocol.h"
+#include "adapters/windows/protocol/DialogProtocol.h"
 
 namespace kestrune::dialogs {
 namespace {

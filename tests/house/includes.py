@@ -1,5 +1,6 @@
-"""Keeps host and toolkit headers out of the controller and the ports: they may include the standard library, each other
-and small pure libraries only. Host conditionals belong to no source outside a host's folder."""
+"""Checks every include against the rooms that the build declares: a file includes its own room and the rooms that its
+room links, and a room links nothing that it does not include. The controller, the ports and text/ include no header of
+the host. No source has a host conditional."""
 
 import os
 import pathlib
@@ -7,6 +8,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(os.environ["KESTRUNE_SOURCE"])
+ROOMS_FILE = pathlib.Path(os.environ["KESTRUNE_BUILD"]) / "rooms.txt"
 
 STANDARD = set("""
 algorithm array atomic bit charconv chrono cmath compare concepts condition_variable csignal cstddef cstdint cstdio ctime
@@ -15,38 +17,60 @@ numeric optional random ranges set span stdexcept string string_view system_erro
 unordered_map unordered_set utility variant vector
 """.split())
 PURE = {"utf8proc.h", "nlohmann/json.hpp", "nlohmann/json_fwd.hpp"}
+PORTABLE = ("text", "ports", "KestruneMenuClient", "adapters/alerts", "adapters/launchd")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
 HOST_CONDITIONAL = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b_{0,2}(?:linux|APPLE|FreeBSD|unix|WIN32|MACH)\b")
 
 
-def allowed(bracket, header):
-    if bracket == "<":
-        return header in STANDARD or header in PURE
-    return header.startswith("KestruneMenuClient/") or re.fullmatch(r"platform/\w+\.h", header)
+def read_rooms():
+    """Each room's folder, with the rooms that it links."""
+    lines = ROOMS_FILE.read_text(encoding="utf-8").splitlines()
+    rooms = {room: set(filter(None, linked.strip().split(";"))) for room, linked in (line.split(":") for line in lines)}
+    assert rooms, "the build declares no rooms"
+    return rooms
+
+
+def check_file(path, room, links):
+    """The faults of one file, and the rooms that it includes."""
+    faults, included = [], set()
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        where = f"{path.relative_to(ROOT)}:{number}"
+        if HOST_CONDITIONAL.match(line):
+            faults.append(f"{where}: the build picks files, the code picks no hosts")
+        match = INCLUDE.match(line)
+        if not match:
+            continue
+        bracket, header = match.groups()
+        if bracket == "<":
+            if room.startswith(PORTABLE) and header not in STANDARD | PURE:
+                faults.append(f"{where}: {header} is a header of the host")
+            continue
+        folder = str(pathlib.PurePosixPath(header).parent)
+        included.add(folder)
+        if folder != room and folder not in links:
+            faults.append(f"{where}: {room} does not link {folder}")
+    return faults, included
 
 
 def main():
-    closed = sorted(ROOT.glob("KestruneMenuClient/**/*.*")) + sorted(ROOT.glob("platform/*.h"))
-    everywhere = closed + [path for pattern in ("platform/**/*.h", "platform/**/*.cpp", "dialogs/*")
-                           for path in sorted(ROOT.glob(pattern))]
-    faults = []
-    checked = 0
-    for path in closed:
-        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            match = INCLUDE.match(line)
-            if not match:
-                continue
+    rooms = read_rooms()
+    faults, checked = [], 0
+    for room, links in rooms.items():
+        files = sorted(ROOT.glob(f"{room}/*.h")) + sorted(ROOT.glob(f"{room}/*.cpp"))
+        included = set()
+        for path in files:
+            new, folders = check_file(path, room, links)
+            faults += new
+            included |= folders
             checked += 1
-            if not allowed(*match.groups()):
-                faults.append(f"{path.relative_to(ROOT)}:{number}: must not include {match.group(2)}")
-    for path in set(everywhere):
-        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            if HOST_CONDITIONAL.match(line):
-                faults.append(f"{path.relative_to(ROOT)}:{number}: the build picks files, the code picks no hosts")
-    print("\n".join(sorted(faults)) or f"{checked} includes in {len(closed)} files are in order")
-    if faults or checked == 0:
-        sys.exit(1)
+        faults += [f"{room} links {linked} and includes nothing of it" for linked in sorted(links - included)]
+    for folder in ("text", "ports", "KestruneMenuClient", "adapters", "dialogs", "host"):
+        for path in ROOT.glob(f"{folder}/**/*.cpp"):
+            if str(path.parent.relative_to(ROOT)) not in rooms:
+                faults.append(f"{path.relative_to(ROOT)}: stands in no room")
+    print("\n".join(sorted(faults)) or f"{checked} files in {len(rooms)} rooms are in order")
+    sys.exit(1 if faults else 0)
 
 
 main()

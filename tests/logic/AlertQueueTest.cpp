@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "platform/AlertQueue.h"
-#include "tests/support/RecordingTarget.h"
-#include "tests/support/VirtualTime.h"
+#include "adapters/alerts/AlertQueue.h"
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "tests/support/AppDelegateState.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/rig/AppDelegateState.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune {
 

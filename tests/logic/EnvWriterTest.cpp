@@ -1,8 +1,8 @@
 #include <fstream>
 
-#include "KestruneMenuClient/Text.h"
 #include "tests/logic/ControllerTest.h"
-#include "tests/support/ForkedProgram.h"
+#include "tests/rig/ForkedProgram.h"
+#include "text/Text.h"
 
 namespace kestrune::testing {
 namespace {

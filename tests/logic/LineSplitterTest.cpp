@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 namespace kestrune::testing {
 namespace {

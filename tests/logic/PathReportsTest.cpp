@@ -1,11 +1,11 @@
-#include "platform/network/PathReports.h"
+#include "adapters/network/PathReports.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 
-#include "tests/support/VirtualTime.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "KestruneMenuClient/Text.h"
-#include "tests/support/HostileTexts.h"
+#include "tests/rig/HostileTexts.h"
+#include "text/Text.h"
 
 namespace kestrune::testing {
 namespace {

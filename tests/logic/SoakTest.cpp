@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/support/HeapInUse.h"
-#include "tests/support/Soak.h"
+#include "tests/rig/HeapInUse.h"
+#include "tests/rig/Soak.h"
 
 namespace kestrune::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/status/StatusCommand.h"
+#include "KestruneMenuClient/StatusCommand.h"
 
 #include <nlohmann/json.hpp>
 

@@ -4,7 +4,7 @@
 #include <ostream>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
-#include "tests/support/ScopedVariable.h"
+#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune {
 

@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/Text.h"
+#include "text/Text.h"
 
 #include <gtest/gtest.h>
 #include <utf8proc.h>

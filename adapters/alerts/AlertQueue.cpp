@@ -1,0 +1,74 @@
+#include "adapters/alerts/AlertQueue.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kestrune {
+
+void AlertQueue::present(AlertRequest request) {
+  const bool isNew = !isThere(request.identifier);
+  const bool comesOnTop = isNew && performing;
+  // The window that it waits for may be minimised, or on another workspace.
+  if (!comesOnTop && !open.empty()) raise();
+  if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
+  queue.async([this] { showNext(); });
+}
+
+bool AlertQueue::isThere(const std::string& identifier) const {
+  if (identifier.empty()) return false;
+  const auto isSame = [&identifier](const AlertRequest& each) { return each.identifier == identifier; };
+  return std::any_of(waiting.begin(), waiting.end(), isSame) ||
+         std::any_of(stacking.begin(), stacking.end(), isSame) ||
+         std::any_of(open.begin(), open.end(), [&](const Open& each) { return isSame(each.request); });
+}
+
+void AlertQueue::showNext() {
+  auto& next = stacking.empty() ? waiting : stacking;
+  if (next.empty() || (stacking.empty() && !open.empty())) return;
+  AlertRequest request = std::move(next.front());
+  next.pop_front();
+  Alert alert = request.describe();
+  open.push_back({++lastId, std::move(request), std::move(alert)});
+  show(open.back());
+}
+
+void AlertQueue::press(int id, const std::string& action) {
+  const auto pressed = find(id);
+  const auto target = pressed != open.end() ? pressed->alert.target.lock() : nullptr;
+  if (target) {
+    performing = true;
+    target->performAction(action);
+    performing = false;
+  }
+  goOn();
+}
+
+void AlertQueue::answer(int id, AlertAnswer answer) {
+  const auto ended = find(id);
+  if (ended == open.end()) return;
+  if (answer.button && *answer.button >= ended->alert.buttons.size()) answer.button.reset();
+  const auto completion = std::move(ended->request.completion);
+  open.erase(ended);
+  completion(answer);
+  goOn();
+}
+
+/// Not before what was pressed or answered has had its own alerts shown.
+void AlertQueue::goOn() {
+  queue.async([this, before = lastId] {
+    showNext();
+    if (lastId == before) resume();
+  });
+}
+
+void AlertQueue::forget() {
+  waiting.clear();
+  stacking.clear();
+  open.clear();
+}
+
+std::vector<AlertQueue::Open>::iterator AlertQueue::find(int id) {
+  return std::find_if(open.begin(), open.end(), [id](const Open& each) { return each.id == id; });
+}
+
+}  // namespace kestrune

@@ -1,0 +1,159 @@
+#include "adapters/awake/Inhibitors.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "adapters/system/Identity.h"
+
+namespace kestrune {
+
+namespace {
+
+using Presence = InhibitorService::Presence;
+using Answer = InhibitorService::Answer;
+
+constexpr auto applicationName = "Kestrune";
+
+int appendNameAndReason(sd_bus_message* call, const char* reason) {
+  return sd_bus_message_append(call, "ss", applicationName, reason);
+}
+
+const InhibitorProtocol gnomeSessionManager{
+    .name = "org.gnome.SessionManager",
+    .interface = "org.gnome.SessionManager",
+    .paths = {"/org/gnome/SessionManager"},
+    .giveBackMethod = "Uninhibit",
+    .appendArguments =
+        [](sd_bus_message* call, const char* reason) {
+          constexpr std::uint32_t noWindow = 0, idle = 8;
+          return sd_bus_message_append(call, "susu", applicationIdentifier, noWindow, reason, idle);
+        },
+};
+
+const InhibitorProtocol freedesktopScreenSaver{
+    .name = "org.freedesktop.ScreenSaver",
+    .interface = "org.freedesktop.ScreenSaver",
+    .paths = {"/org/freedesktop/ScreenSaver", "/ScreenSaver"},
+    .giveBackMethod = "UnInhibit",
+    .appendArguments = &appendNameAndReason,
+};
+
+const InhibitorProtocol freedesktopPowerManagement{
+    .name = "org.freedesktop.PowerManagement",
+    .interface = "org.freedesktop.PowerManagement.Inhibit",
+    .paths = {"/org/freedesktop/PowerManagement/Inhibit"},
+    .giveBackMethod = "UnInhibit",
+    .appendArguments = &appendNameAndReason,
+};
+
+const InhibitorProtocol logind{
+    .name = "org.freedesktop.login1",
+    .interface = "org.freedesktop.login1.Manager",
+    .paths = {"/org/freedesktop/login1"},
+    .giveBackMethod = nullptr,
+    .appendArguments =
+        [](sd_bus_message* call, const char* reason) {
+          return sd_bus_message_append(call, "ssss", "idle", applicationName, reason, "block");
+        },
+};
+
+}  // namespace
+
+Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock)
+    : sessionManager(sessionBus, clock, gnomeSessionManager, [this] { settle(); }),
+      screenSaver(sessionBus, clock, freedesktopScreenSaver, [this] { settle(); }),
+      powerManagement(sessionBus, clock, freedesktopPowerManagement, [this] { settle(); }),
+      login(systemBus, clock, logind, [this] { settle(); }) {}
+
+std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
+  // 0 means none, and after so many the first ones may still be held.
+  do ++lastIdentifier;
+  while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
+  const std::uint32_t identifier = lastIdentifier;
+  Assertion assertion{type, name};
+  if (!inhibit(identifier, assertion)) {
+    giveBack(identifier);
+    return std::nullopt;
+  }
+  assertions.emplace(identifier, std::move(assertion));
+  settle();
+  return identifier;
+}
+
+bool Inhibitors::isHeld(std::uint32_t identifier) {
+  const auto found = assertions.find(identifier);
+  if (found == assertions.end()) return false;
+  const auto services = servicesFor(found->second.type);
+  return services && !services->empty() &&
+         std::all_of(services->begin(), services->end(),
+                     [identifier](const InhibitorService* each) { return each->holds(identifier); });
+}
+
+void Inhibitors::release(std::uint32_t identifier) {
+  if (assertions.erase(identifier) == 0) return;
+  giveBack(identifier);
+  settle();
+}
+
+/// Who has to grant an assertion of this type, as the machine is now. Nothing while that is not known.
+std::optional<Inhibitors::Services> Inhibitors::servicesFor(PowerAssertionType type) {
+  Services found;
+  bool known = true;
+  const auto look = [&found, &known](InhibitorService& service) {
+    const Presence presence = service.presence();
+    if (presence == Presence::there) found.push_back(&service);
+    known = known && presence != Presence::unknown;
+  };
+  if (type == PowerAssertionType::noDisplaySleep) {
+    look(sessionManager);
+    if (known && found.empty()) {
+      look(screenSaver);
+      look(powerManagement);
+    }
+    if (known && found.empty()) look(login);
+  } else {
+    look(login);
+    look(powerManagement);
+  }
+  if (!known) return std::nullopt;
+  return found;
+}
+
+bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
+  for (;;) {
+    // Looked up each time: a service that turns out not to offer this leaves its part to others.
+    const auto services = servicesFor(assertion.type);
+    if (!services || services->empty()) return false;
+    const auto next =
+        std::find_if(services->begin(), services->end(),
+                     [identifier](const InhibitorService* each) { return !each->holds(identifier); });
+    if (next == services->end()) return true;
+    if ((*next)->inhibit(identifier, assertion.name) == Answer::refused) return false;
+  }
+}
+
+void Inhibitors::giveBack(std::uint32_t identifier) {
+  for (auto* const service : all) service->giveBack(identifier);
+}
+
+/// Makes up for what has changed around the assertions that are held.
+void Inhibitors::settle() {
+  for (const auto& [identifier, assertion] : assertions) {
+    const auto services = servicesFor(assertion.type);
+    if (!services) continue;
+    bool held = true;
+    for (auto* const service : *services) {
+      if (service->holds(identifier)) continue;
+      held = false;
+      service->inhibitLater(identifier, assertion.name);
+    }
+    if (!held) continue;
+    // Only now that the others have it: in between, the machine would be free to sleep.
+    for (auto* const service : all) {
+      const bool needed = std::find(services->begin(), services->end(), service) != services->end();
+      if (!needed && service->holds(identifier)) service->giveBack(identifier);
+    }
+  }
+}
+
+}  // namespace kestrune

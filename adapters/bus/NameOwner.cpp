@@ -1,0 +1,61 @@
+#include "adapters/bus/NameOwner.h"
+
+#include <utility>
+
+namespace kestrune {
+
+NameOwner::NameOwner(std::string givenName, std::function<void(const std::string&)> givenOnChange)
+    : name(std::move(givenName)), onChange(std::move(givenOnChange)) {}
+
+void NameOwner::busConnected(sd_bus* bus) {
+  sd_bus_slot* slot = nullptr;
+  const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
+                           "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
+  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &changed, &ignoreAnswer, this) >= 0) match.reset(slot);
+  sd_bus_message* call = nullptr;
+  if (sd_bus_message_new_method_call(bus, &call, busName, busPath, busName, "GetNameOwner") < 0) return;
+  const BusMessage owned(call);
+  // Without a limit of time: a bus that has stopped answers when it goes on, and is not asked a second time.
+  if (sd_bus_message_append(call, "s", name.c_str()) >= 0 &&
+      sd_bus_call_async(bus, &slot, call, &answered, this, UINT64_MAX) >= 0) {
+    question.reset(slot);
+  }
+}
+
+void NameOwner::busLost() {
+  match.reset();
+  question.reset();
+  current.clear();
+  known = false;
+}
+
+void NameOwner::set(std::string owner) {
+  known = true;
+  const std::string before = std::exchange(current, std::move(owner));
+  onChange(before);
+}
+
+int NameOwner::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& self = *static_cast<NameOwner*>(data);
+  // A signal that came first has said the same already.
+  if (self.known) return 0;
+  const char* owner = nullptr;
+  if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) self.set({});
+  } else if (sd_bus_message_read(reply, "s", &owner) >= 0) {
+    self.set(owner);
+  }
+  return 0;
+}
+
+int NameOwner::changed(sd_bus_message* signal, void* data, sd_bus_error*) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (isFromBus(signal) && sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
+    static_cast<NameOwner*>(data)->set(after);
+  }
+  return 0;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,108 @@
+#include "adapters/bus/SessionBus.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "adapters/system/Diagnostics.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr Seconds firstRetry{0.1};
+constexpr Seconds longestRetry{30.0};
+constexpr auto localPath = "/org/freedesktop/DBus/Local";
+constexpr auto localInterface = "org.freedesktop.DBus.Local";
+
+}  // namespace
+
+int ignoreAnswer(sd_bus_message*, void*, sd_bus_error*) {
+  return 0;
+}
+
+bool isFromBus(sd_bus_message* signal) {
+  const char* const sender = sd_bus_message_get_sender(signal);
+  return sender != nullptr && std::strcmp(sender, busName) == 0;
+}
+
+bool isForEverybody(sd_bus_message* signal) {
+  return sd_bus_message_get_destination(signal) == nullptr;
+}
+
+BusConnection::BusConnection(EventLoop& givenLoop, BusKind givenKind)
+    : loop(givenLoop), kind(givenKind), retryDelay(firstRetry) {}
+
+BusConnection::~BusConnection() {
+  disconnect();
+}
+
+void BusConnection::add(BusClient& client) {
+  clients.push_back(&client);
+  if (bus != nullptr) client.busConnected(bus);
+}
+
+void BusConnection::remove(BusClient& client) {
+  std::erase(clients, &client);
+}
+
+void BusConnection::connect() {
+  tryToConnect();
+  if (bus == nullptr) connectLater();
+}
+
+void BusConnection::tryToConnect() {
+  int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
+  if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
+  sd_bus_slot* slot = nullptr;
+  if (result >= 0) {
+    result = sd_bus_match_signal(bus, &slot, nullptr, localPath, localInterface, "Disconnected",
+                                 &disconnected, this);
+  }
+  if (result < 0) {
+    if (bus != nullptr) sd_bus_detach_event(bus);
+    bus = sd_bus_close_unref(bus);
+    reportOnce(std::string(kind == BusKind::session ? "no session bus (" : "no system bus (") +
+               std::strerror(-result) + "): going on without it");
+    return;
+  }
+  disconnection.reset(slot);
+  // A socket that takes connections is not yet a bus: only one that answers is tried again without delay.
+  if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
+    firstAnswer.reset(slot);
+  }
+  for (auto* const client : clients) client->busConnected(bus);
+}
+
+void BusConnection::disconnect() {
+  if (bus == nullptr) return;
+  for (auto* const client : clients) client->busLost();
+  disconnection.reset();
+  firstAnswer.reset();
+  sd_bus_detach_event(bus);
+  // Not flushed: that would wait for a bus that has stopped.
+  bus = sd_bus_close_unref(bus);
+}
+
+void BusConnection::connectLater() {
+  retry = loop.after(retryDelay, [this] {
+    disconnect();
+    tryToConnect();
+    if (bus == nullptr) connectLater();
+  });
+  retryDelay = std::min(retryDelay * 2, longestRetry);
+}
+
+int BusConnection::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
+  if (!sd_bus_message_is_method_error(reply, nullptr))
+    static_cast<BusConnection*>(data)->retryDelay = firstRetry;
+  return 0;
+}
+
+int BusConnection::disconnected(sd_bus_message*, void* data, sd_bus_error*) {
+  // The connection must not be destroyed inside its own callback.
+  static_cast<BusConnection*>(data)->connectLater();
+  return 0;
+}
+
+}  // namespace kestrune

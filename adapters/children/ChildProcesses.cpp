@@ -1,0 +1,257 @@
+#include "adapters/children/ChildProcesses.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "adapters/children/Spawn.h"
+#include "adapters/system/FileDescriptor.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
+constexpr std::size_t promisedRoom = 65536;                 // bytes, of each pipe
+
+// For a second in all, where the reserved launch finds no process to spare.
+constexpr int reservedAttempts = 20;
+constexpr std::chrono::milliseconds attemptInterval{50};
+
+using std::chrono::steady_clock;
+
+std::string describe(int error) {
+  return std::system_category().message(error);
+}
+
+/// Without the beginning of a character at the end of `bytes` that was cut there.
+void dropCutCharacter(std::string& bytes) {
+  std::size_t lead = bytes.size();
+  while (lead > 0 && bytes.size() - lead < 3 && (static_cast<unsigned char>(bytes[lead - 1]) & 0xC0) == 0x80)
+    --lead;
+  if (lead == 0) return;
+  const auto first = static_cast<unsigned char>(bytes[lead - 1]);
+  const std::size_t expected = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
+  if (expected > bytes.size() - (lead - 1)) bytes.resize(lead - 1);
+}
+
+/// The pipe of one of a child's outputs.
+struct Output {
+  FileDescriptor readEnd;   // does not block; closed when nobody can write to the pipe any more
+  FileDescriptor writeEnd;  // tells whether the pipe is full; closed before the pipe is read to its end
+  std::string bytes{};
+  bool cut = false;
+
+  int open() {
+    int descriptors[2];
+    if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
+    readEnd.reset(descriptors[0]);
+    writeEnd.reset(descriptors[1]);
+    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
+  }
+
+  /// Reads from a full pipe to which fewer than 64 KiB were written. The kernel makes pipes of two pages, or
+  /// one, for a user who has many; and a page that is partly filled is full when the next write does not fit.
+  void makeRoom() {
+    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    pollfd writable{writeEnd.get(), POLLOUT, 0};
+    if (!writeEnd || poll(&writable, 1, 0) != 0) return;
+    int queued = 0;
+    ioctl(readEnd.get(), FIONREAD, &queued);
+    const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
+    if (written >= promisedRoom) return;
+    // Less than a page might leave the pipe full.
+    std::string some(std::max(page, promisedRoom - written), '\0');
+    const ssize_t count = read(readEnd.get(), some.data(), some.size());
+    if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
+  }
+
+  /// Takes all that is there, of which it keeps `room` bytes at most.
+  void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
+    for (;;) {
+      const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0 && errno == EAGAIN) return;
+      if (count <= 0) return readEnd.reset();
+      const auto kept = std::min(static_cast<std::size_t>(count), room);
+      bytes.append(buffer.data(), kept);
+      room -= kept;
+      if (kept < static_cast<std::size_t>(count)) cut = true;
+      // A descendant may write faster than this reads.
+      if (cut && steady_clock::now() >= deadline) return;
+    }
+  }
+};
+
+}  // namespace
+
+/// The children that have not been reaped, and who may have more.
+struct ChildProcesses::Register {
+  explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
+
+  const TakePipe leftover;
+  std::mutex mutex;
+  std::vector<pid_t> running;    // their owners reap them
+  std::vector<pid_t> abandoned;  // nobody else will
+  std::optional<std::thread::id> onlyThread;
+
+  void reapAbandoned() {
+    std::erase_if(abandoned, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+  }
+};
+
+class ChildProcesses::Child final : public Process {
+ public:
+  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, Output givenOutput, Output givenError)
+      : siblings(std::move(givenRegister)),
+        pid(givenPid),
+        out(std::move(givenOutput)),
+        err(std::move(givenError)) {}
+
+  ~Child() override {
+    leavePipes();
+    const std::lock_guard lock(siblings->mutex);
+    if (reaped) return;
+    std::erase(siblings->running, pid);
+    siblings->abandoned.push_back(pid);
+    siblings->reapAbandoned();
+  }
+
+  bool isRunning() override {
+    if (reaped || reap()) return false;
+    out.makeRoom();
+    err.makeRoom();
+    return true;
+  }
+
+  void terminate() override { signal(SIGTERM); }
+  void interrupt() override { signal(SIGINT); }
+
+  // A group keeps its number for as long as it has members, also when its leader has been reaped.
+  void terminateGroup() override { kill(-pid, SIGTERM); }
+
+  int terminationStatus() const override {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+  }
+
+  std::string readOutput(Seconds patience) override {
+    const auto deadline = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(patience);
+    std::vector<char> buffer(65536);
+    out.writeEnd.reset();
+    err.writeEnd.reset();
+    for (;;) {
+      if (out.readEnd) out.drain(outputLimit - out.bytes.size(), buffer, deadline);
+      if (err.readEnd) err.drain(outputLimit - err.bytes.size(), buffer, deadline);
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+      if ((!out.readEnd && !err.readEnd) || left <= 0) break;
+      std::array<pollfd, 2> waiting{{{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}}};
+      poll(waiting.data(), waiting.size(), static_cast<int>(left));
+    }
+    leavePipes();
+    if (out.cut) dropCutCharacter(out.bytes);
+    if (const auto room = outputLimit - out.bytes.size(); err.bytes.size() > room) {
+      err.bytes.resize(room);
+      err.cut = true;
+    }
+    if (err.cut) dropCutCharacter(err.bytes);
+    return std::move(out.bytes) + err.bytes;
+  }
+
+ private:
+  bool reap() {
+    // Under the lock: once reaped, the number may belong to a stranger, who must not be signalled.
+    const std::lock_guard lock(siblings->mutex);
+    const pid_t result = waitpid(pid, &status, WNOHANG);
+    if (result == 0 || (result < 0 && errno == EINTR)) return false;
+    if (result < 0) status = -1;
+    std::erase(siblings->running, pid);
+    return reaped = true;
+  }
+
+  void signal(int number) {
+    if (!reaped) kill(pid, number);
+  }
+
+  void leavePipes() {
+    for (Output* const each : {&out, &err}) {
+      if (each->readEnd && siblings->leftover) siblings->leftover(std::move(each->readEnd));
+      each->readEnd.reset();
+    }
+  }
+
+  const std::shared_ptr<Register> siblings;
+  const pid_t pid;
+  Output out;
+  Output err;
+  int status = -1;
+  bool reaped = false;
+};
+
+ChildProcesses::ChildProcesses(TakePipe leftover)
+    : children(std::make_shared<Register>(std::move(leftover))) {
+  for (auto& each : spare) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+LaunchResult ChildProcesses::launch(const std::string& executable,
+                                    const std::vector<std::string>& arguments) {
+  return launch(executable, arguments, STDIN_FILENO);
+}
+
+LaunchResult ChildProcesses::launch(const std::string& executable, const std::vector<std::string>& arguments,
+                                    int input) {
+  std::unique_lock lock(children->mutex);
+  children->reapAbandoned();
+  if (children->onlyThread && *children->onlyThread != std::this_thread::get_id()) {
+    return {nullptr, describe(ECANCELED), true};
+  }
+  Output output;
+  Output error;
+  if (const int failure = output.open()) return {nullptr, describe(failure)};
+  if (const int failure = error.open()) return {nullptr, describe(failure)};
+  const SpawnOptions options{.executable = executable,
+                             .arguments = arguments,
+                             .input = input,
+                             .output = output.writeEnd.get(),
+                             .error = error.writeEnd.get()};
+  pid_t pid = 0;
+  int failure = spawn(options, pid);
+  // What the reservation ended counts as a process until its owner has reaped it, and the end of a session
+  // frees more.
+  for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
+    lock.unlock();
+    std::this_thread::sleep_for(attemptInterval);
+    lock.lock();
+    children->reapAbandoned();
+    failure = spawn(options, pid);
+  }
+  if (failure != 0) return {nullptr, describe(failure)};
+  children->running.push_back(pid);
+  return {std::make_unique<Child>(children, pid, std::move(output), std::move(error)), {}};
+}
+
+void ChildProcesses::reserveForThisThread() {
+  const std::lock_guard lock(children->mutex);
+  children->onlyThread = std::this_thread::get_id();
+  children->reapAbandoned();
+  // What ends the backend must not fail for want of descriptors.
+  for (auto& each : spare) each.reset();
+  for (const auto* const pids : {&children->running, &children->abandoned}) {
+    for (const pid_t pid : *pids) kill(-pid, SIGKILL);
+  }
+}
+
+}  // namespace kestrune

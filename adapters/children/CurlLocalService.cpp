@@ -1,0 +1,63 @@
+#include "adapters/children/CurlLocalService.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "adapters/system/Diagnostics.h"
+#include "adapters/system/FileDescriptor.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr Seconds grace{1.0};          // for a child that does not keep to its limit
+constexpr Seconds pollInterval{0.01};  // between the end of its output and its own
+constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
+
+/// Whether the token can stand in a header line as it is: no control character has a place there.
+bool canStandInHeader(const std::string& token) {
+  return std::none_of(token.begin(), token.end(), [](char each) {
+    const auto byte = static_cast<unsigned char>(each);
+    return byte < 0x20 || byte == 0x7F;
+  });
+}
+
+/// A file without a name that holds `text`, to be read from its beginning; none when there is no memory.
+FileDescriptor fileInMemory(const std::string& text) {
+  FileDescriptor file(memfd_create("header", MFD_CLOEXEC));
+  const auto size = static_cast<ssize_t>(text.size());
+  if (file && (write(file.get(), text.data(), text.size()) != size || lseek(file.get(), 0, SEEK_SET) != 0)) {
+    file.reset();
+  }
+  return file;
+}
+
+}  // namespace
+
+std::optional<std::string> CurlLocalService::getProjects(const std::string& token) {
+  if (!canStandInHeader(token)) return std::nullopt;
+  const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
+  if (!header) return std::nullopt;
+  // Neither the user's own settings nor a proxy have a say in this.
+  const auto launched = children.launch("curl",
+                                        {"-q", "--silent", "--max-time", std::to_string(limit.count()),
+                                         "--noproxy", "*", "--header", "@-", address},
+                                        header.get());
+  if (!launched.process) {
+    if (!launched.reserved) reportOnce("the local service cannot be asked: curl: " + launched.error);
+    return std::nullopt;
+  }
+  Process& child = *launched.process;
+  const Seconds deadline = clock.awakeTime() + limit + grace;
+  std::string answer = child.readOutput(limit + grace);
+  while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(pollInterval);
+  if (child.isRunning()) {
+    child.terminate();
+    return std::nullopt;
+  }
+  return child.terminationStatus() == 0 ? std::optional(std::move(answer)) : std::nullopt;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,60 @@
+#include "adapters/children/Spawn.h"
+
+#include <spawn.h>
+#include <unistd.h>
+
+#include <csignal>
+
+extern char** environ;
+
+namespace kestrune {
+
+namespace {
+
+/// What posix_spawn is told; freed with this.
+struct Settings {
+  posix_spawn_file_actions_t actions{};
+  posix_spawnattr_t attributes{};
+
+  Settings() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+  }
+  ~Settings() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+  }
+  Settings(const Settings&) = delete;
+  Settings& operator=(const Settings&) = delete;
+};
+
+}  // namespace
+
+int spawn(const SpawnOptions& options, pid_t& pid) {
+  Settings settings;
+  sigset_t none;
+  sigset_t all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setflags(
+      &settings.attributes,
+      static_cast<short>(POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
+  posix_spawnattr_setsigmask(&settings.attributes, &none);
+  posix_spawnattr_setsigdefault(&settings.attributes, &all);
+  posix_spawn_file_actions_adddup2(&settings.actions, options.input, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&settings.actions, options.output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&settings.actions, options.error, STDERR_FILENO);
+  posix_spawn_file_actions_addclosefrom_np(&settings.actions, STDERR_FILENO + 1);
+
+  std::vector<char*> argv{const_cast<char*>(options.executable.c_str())};
+  for (const auto& each : options.arguments) argv.push_back(const_cast<char*>(each.c_str()));
+  argv.push_back(nullptr);
+  std::vector<char*> environment;
+  for (const auto& each : options.environment) environment.push_back(const_cast<char*>(each.c_str()));
+  for (char** each = environ; *each != nullptr; ++each) environment.push_back(*each);
+  environment.push_back(nullptr);
+  return posix_spawnp(&pid, options.executable.c_str(), &settings.actions, &settings.attributes, argv.data(),
+                      environment.data());
+}
+
+}  // namespace kestrune

@@ -1,0 +1,85 @@
+#include "adapters/desktop/DesktopWorkspace.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include "adapters/children/Spawn.h"
+#include "adapters/system/Diagnostics.h"
+#include "adapters/system/FileDescriptor.h"
+
+namespace kestrune {
+
+namespace {
+
+struct Opener {
+  const char* program;
+  std::vector<std::string> arguments;
+};
+
+std::string describe(int error) {
+  return std::system_category().message(error);
+}
+
+}  // namespace
+
+DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundle,
+                                   std::vector<std::string> givenArguments, bool givenInPlace)
+    : loop(givenLoop),
+      executable(bundle.executablePath().value_or("")),
+      workingDirectory(bundle.currentDirectoryPath()),
+      arguments(std::move(givenArguments)),
+      inPlace(givenInPlace) {}
+
+void DesktopWorkspace::open(const std::string& path) {
+  const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  // Absolute, so that no name can be taken for an option or an address.
+  const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
+  std::string failures;
+  for (const auto& opener : std::array{Opener{"xdg-open", {absolute}}, Opener{"gio", {"open", absolute}}}) {
+    pid_t pid = 0;
+    const int failure = spawn({.executable = opener.program,
+                               .arguments = opener.arguments,
+                               .input = nothing.get(),
+                               .output = nothing.get(),
+                               .error = nothing.get()},
+                              pid);
+    if (failure == 0) return loop.reap(pid);
+    failures += std::string(": ") + opener.program + ": " + describe(failure);
+  }
+  reportOnce("cannot open a folder or file" + failures);
+}
+
+std::optional<std::string> DesktopWorkspace::openNewInstance(const std::string&) {
+  if (inPlace) {
+    replacing = true;
+    return std::nullopt;
+  }
+  pid_t pid = 0;
+  if (const int failure =
+          spawn({.executable = executable,
+                 .arguments = arguments,
+                 .environment = {std::string(relaunchVariable) + "=" + std::to_string(getpid())}},
+                pid)) {
+    return describe(failure);
+  }
+  loop.reap(pid);
+  return std::nullopt;
+}
+
+void DesktopWorkspace::replaceThisProcess() const {
+  std::vector<char*> argv{const_cast<char*>(executable.c_str())};
+  for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
+  argv.push_back(nullptr);
+  setenv(relaunchVariable, std::to_string(getpid()).c_str(), 1);
+  // The signals stay held back: one that has come since the loop ended is for the new instance to hear.
+  execv(executable.c_str(), argv.data());
+  reportOnce("cannot start " + executable + " again: " + describe(errno));
+}
+
+}  // namespace kestrune

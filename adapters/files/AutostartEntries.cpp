@@ -1,0 +1,215 @@
+#include "adapters/files/AutostartEntries.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "adapters/files/Files.h"
+#include "adapters/system/Diagnostics.h"
+#include "text/Text.h"
+
+namespace kestrune {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto repoVariable = "KESTRUNE_REPO_PATH";
+
+/// As every value of a desktop entry is written.
+std::string escaped(std::string_view value) {
+  std::string text;
+  for (const char each : value) {
+    switch (each) {
+      case '\\':
+        text += "\\\\";
+        break;
+      case '\n':
+        text += "\\n";
+        break;
+      case '\t':
+        text += "\\t";
+        break;
+      case '\r':
+        text += "\\r";
+        break;
+      case ' ':
+        // Blanks at the beginning would be taken for part of the syntax.
+        text += text.empty() ? "\\s" : " ";
+        break;
+      default:
+        text += each;
+    }
+  }
+  return text;
+}
+
+std::string unescaped(std::string_view value) {
+  std::string text;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (value[i] != '\\' || i + 1 == value.size()) {
+      text += value[i];
+      continue;
+    }
+    const char code = value[++i];
+    text += code == 'n' ? '\n' : code == 't' ? '\t' : code == 'r' ? '\r' : code == 's' ? ' ' : code;
+  }
+  return text;
+}
+
+/// Whether readers of desktop entries agree on how this is quoted in a command line. They do not on what has
+/// to be escaped there, nor on a program that could be taken for a variable.
+bool canBeQuoted(std::string_view text) {
+  return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
+           return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
+                  std::string_view("\"`$\\%=").find(each) != std::string_view::npos;
+         });
+}
+
+std::string launchCommand(const std::string& executable) {
+  return "\"" + executable + "\" --background";
+}
+
+/// The variable that leads to the repository, as an argument.
+std::string repoArgument(const std::string& repo) {
+  // The program starts there, so that a name that cannot be quoted need not be.
+  return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
+}
+
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  for (std::size_t end; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1)) {
+    lines.emplace_back(text.substr(0, end));
+  }
+  if (!text.empty()) lines.emplace_back(text);
+  return lines;
+}
+
+/// What stands behind each key of the entry itself, and in which line. Of a key that is there twice, the
+/// first counts.
+struct Value {
+  std::size_t line;
+  std::string text;
+};
+std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
+  std::map<std::string, Value> values;
+  bool inEntry = false;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const std::string_view line = lines[i];
+    if (line.starts_with('[')) inEntry = line.starts_with("[Desktop Entry]");
+    const auto equals = line.find('=');
+    if (!inEntry || equals == std::string_view::npos) continue;
+    std::string_view key = line.substr(0, equals);
+    while (key.ends_with(' ')) key.remove_suffix(1);
+    std::string_view value = line.substr(equals + 1);
+    while (value.starts_with(' ')) value.remove_prefix(1);
+    while (value.ends_with(' ') || value.ends_with('\r')) value.remove_suffix(1);
+    values.emplace(key, Value{i, std::string(value)});
+  }
+  return values;
+}
+
+bool replace(std::string& text, const std::string& part, const std::string& replacement) {
+  const auto at = text.find(part);
+  if (at == std::string::npos) return false;
+  text.replace(at, part.size(), replacement);
+  return true;
+}
+
+bool isInBuildFolder(const fs::path& program) {
+  std::error_code failure;
+  for (fs::path folder = program.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
+    if (fs::exists(folder / "CMakeCache.txt", failure)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+AutostartEntries::AutostartEntries(std::string givenFolder, const MainBundle& givenBundle)
+    : folder(std::move(givenFolder)), bundle(givenBundle) {}
+
+std::string AutostartEntries::path(const std::string& label) const {
+  return folder + "/" + label + ".desktop";
+}
+
+bool AutostartEntries::isRegistered(const std::string& label) const {
+  std::string text;
+  std::error_code failure;
+  if (readWholeFile(path(label), text)) {
+    // A link to "/dev/null" is one more way to switch an entry off. A folder starts nothing.
+    const fs::file_status there = fs::status(path(label), failure);
+    return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
+  }
+  const auto values = valuesOf(linesOf(text));
+  const auto says = [&values](const char* key, const char* value) {
+    const auto found = values.find(key);
+    return found != values.end() && found->second.text == value;
+  };
+  return !says("Hidden", "true") && !says("X-GNOME-Autostart-enabled", "false");
+}
+
+std::optional<std::string> AutostartEntries::document(const std::string&, const std::string& executablePath,
+                                                      const std::string& repoPath) const {
+  const std::string repo = absolute(repoPath);
+  if (!canBeQuoted(executablePath) || !isValidUtf8(repo)) return std::nullopt;
+  std::string command = launchCommand(executablePath);
+  if (!bundle.environmentVariable(repoVariable).value_or("").empty()) {
+    command = "env " + repoArgument(repo) + " " + command;
+  }
+  return "[Desktop Entry]\n"
+         "Type=Application\n"
+         "Name=Kestrune\n"
+         "Comment=Keeps the bridge to the phone connected\n"
+         "Comment[zh_TW]=保持手機連線\n"
+         "Exec=" +
+         command + "\nTryExec=" + escaped(executablePath) + "\nPath=" + escaped(repo) +
+         "\n"
+         "Icon=KestruneMacClient\n"
+         "Terminal=false\n"
+         "StartupNotify=false\n"
+         "X-GNOME-Autostart-enabled=true\n";
+}
+
+void AutostartEntries::repair(const std::string& label, const std::string& repoPath) {
+  std::string text;
+  const auto present = bundle.executablePath();
+  if (!present || readWholeFile(path(label), text)) return;
+  auto lines = linesOf(text);
+  auto values = valuesOf(lines);
+  const std::string gone = unescaped(values["TryExec"].text);
+  std::string command = values["Exec"].text;
+  std::error_code failure;
+  const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() &&
+                      replace(command, launchCommand(gone), launchCommand(*present));
+  if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
+  if (!document(label, *present, repoPath)) {
+    reportOnce("cannot repair " + path(label) + ": a path cannot be written there");
+    return;
+  }
+
+  if (const auto start = values.find("Path"); start != values.end()) {
+    // The program was in the repository, more often than not, and has gone with it.
+    const std::string former = unescaped(start->second.text);
+    if (!fs::is_directory(former, failure)) {
+      replace(command, repoArgument(former), repoArgument(absolute(repoPath)));
+      lines[start->second.line] = "Path=" + escaped(absolute(repoPath));
+    }
+  }
+  lines[values["Exec"].line] = "Exec=" + command;
+  lines[values["TryExec"].line] = "TryExec=" + escaped(*present);
+  std::string repaired;
+  for (const auto& line : lines) repaired += line + "\n";
+  if (const auto problem = writeFileAtomically(path(label), repaired)) {
+    reportOnce("cannot repair " + path(label) + ": " + problem.message());
+  }
+}
+
+std::string AutostartEntries::absolute(const std::string& repoPath) const {
+  return repoPath.starts_with('/') ? repoPath : bundle.currentDirectoryPath() + "/" + repoPath;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ports/LaunchAgents.h"
+#include "ports/MainBundle.h"
+
+namespace kestrune {
+
+/// The desktop entries that a session starts at login. An entry that a desktop has switched off, as each of
+/// them does in its own way, counts as none.
+class AutostartEntries final : public LaunchAgents {
+ public:
+  /// `folder` is the user's autostart folder; `bundle` is the running program.
+  AutostartEntries(std::string folder, const MainBundle& bundle);
+
+  std::string path(const std::string& label) const override;
+  bool isRegistered(const std::string& label) const override;
+  std::optional<std::string> document(const std::string& label, const std::string& executablePath,
+                                      const std::string& repoPath) const override;
+
+  /// Whether the entry is switched on, and whatever else stands in it, stays as it is. A program in a build
+  /// folder is no replacement: it goes as easily.
+  void repair(const std::string& label, const std::string& repoPath) override;
+
+ private:
+  std::string absolute(const std::string& repoPath) const;
+
+  const std::string folder;
+  const MainBundle& bundle;
+};
+
+}  // namespace kestrune

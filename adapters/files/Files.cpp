@@ -1,0 +1,166 @@
+#include "adapters/files/Files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+
+#include "adapters/files/NewFile.h"
+#include "adapters/system/FileDescriptor.h"
+#include "ports/FileManager.h"
+
+namespace kestrune {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int linkLimit = 40;  // as many as the kernel follows
+
+std::error_code lastError() {
+  return {errno, std::system_category()};
+}
+
+/// The file that `path` means, whether it exists or not, with links followed.
+std::error_code followLinks(fs::path& path) {
+  for (int followed = 0; followed <= linkLimit; ++followed) {
+    std::error_code failure;
+    const fs::path target = fs::read_symlink(path, failure);
+    if (failure) return {};
+    path = target.is_absolute() ? target : path.parent_path() / target;
+  }
+  return {ELOOP, std::system_category()};
+}
+
+bool isNowhere(const fs::path& file) {
+  struct stat it {};
+  struct stat nowhere {};
+  return stat(file.c_str(), &it) == 0 && stat("/dev/null", &nowhere) == 0 && it.st_dev == nowhere.st_dev &&
+         it.st_ino == nowhere.st_ino;
+}
+
+bool isTaken(const fs::path& name) {
+  std::error_code failure;
+  return fs::exists(fs::symlink_status(name, failure));
+}
+
+/// The name of `file` with `ending` behind it, and a number where that is taken, unless it will do all the
+/// same.
+fs::path freeName(const fs::path& file, const std::string& ending,
+                  const std::function<bool(const fs::path&)>& willDo = {}) {
+  fs::path name = file.string() + ending;
+  for (int number = 2; isTaken(name) && !(willDo && willDo(name)); ++number) {
+    name = file.string() + ending + "-" + std::to_string(number);
+  }
+  return name;
+}
+
+}  // namespace
+
+std::error_code readWholeFile(const std::string& path, std::string& contents) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file) return lastError();
+  struct stat state {};
+  if (fstat(file.get(), &state) != 0) return lastError();
+  if (S_ISDIR(state.st_mode)) return {EISDIR, std::system_category()};
+  if (!S_ISREG(state.st_mode)) return {EINVAL, std::system_category()};
+  std::string bytes;
+  // A file that grows meanwhile, and those of /proc, are longer than they say.
+  const auto size = static_cast<std::size_t>(state.st_size);
+  bytes.reserve(std::min(size, FileManager::sizeLimit));
+  char buffer[16384];
+  for (;;) {
+    const ssize_t count = read(file.get(), buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return lastError();
+    if (count == 0) break;
+    if (bytes.size() + static_cast<std::size_t>(count) > FileManager::sizeLimit) {
+      return {EFBIG, std::system_category()};
+    }
+    bytes.append(buffer, static_cast<std::size_t>(count));
+  }
+  contents = std::move(bytes);
+  return {};
+}
+
+std::error_code writeFileAtomically(const std::string& path, std::string_view contents) {
+  fs::path target(path);
+  if (const auto failure = followLinks(target)) return failure;
+  if (isNowhere(target)) target = path;
+  NewFile file(target);
+  if (const auto failure = file.keepAccess()) return failure;
+  if (const auto failure = file.write(contents)) return failure;
+  return file.replaceTarget();
+}
+
+std::error_code writePrivateFile(const std::string& path, std::string_view contents) {
+  NewFile file(path);
+  if (const auto failure = file.write(contents)) return failure;
+  return file.replaceTarget();
+}
+
+std::error_code keepDamagedFile(const std::string& path) {
+  fs::path target(path);
+  if (const auto failure = followLinks(target)) return failure;
+  std::error_code failure;
+  fs::rename(target, freeName(target, ".damaged"), failure);
+  return failure;
+}
+
+bool isPassing(const std::error_code& failure) {
+  // The last ones are those of a disk in the network.
+  static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
+                                    ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
+  return std::any_of(std::begin(passing), std::end(passing),
+                     [&](int error) { return failure == std::error_code(error, std::system_category()); });
+}
+
+std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents) {
+  fs::path target(path);
+  if (const auto failure = followLinks(target)) return failure;
+  struct stat state {};
+  if (lstat(target.c_str(), &state) != 0 || !S_ISREG(state.st_mode))
+    return writeFileAtomically(path, contents);
+  const auto isThisOne = [&state](const fs::path& name) {
+    struct stat other {};
+    return lstat(name.c_str(), &other) == 0 && other.st_dev == state.st_dev && other.st_ino == state.st_ino;
+  };
+  NewFile file(target);
+  if (const auto failure = file.keepAccess()) return failure;
+  if (const auto failure = file.write(contents)) return failure;
+  const fs::path kept = freeName(target, ".unreadable", isThisOne);
+  if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
+
+  // Not every disk has hard links, and fs.protected_hardlinks refuses them for a file of another user.
+  const std::error_code unlinkable = lastError();
+  std::string bytes;
+  const std::error_code unreadable = readWholeFile(target, bytes);
+  if (!unreadable) {
+    if (const auto failure = writePrivateFile(kept, bytes)) return failure;
+    return file.replaceTarget();
+  }
+  if (unreadable != std::errc::permission_denied) return unreadable;
+  return file.replaceTargetKeeping(kept) ? unlinkable : std::error_code();
+}
+
+std::error_code makeFolders(const std::string& path, mode_t mode) {
+  std::error_code failure;
+  if (fs::is_directory(path, failure)) return {};
+  if (const fs::path parent = fs::path(path).parent_path(); !parent.empty() && parent != path) {
+    if (const auto above = makeFolders(parent, mode)) return above;
+  }
+  if (mkdir(path.c_str(), mode) == 0) return {};
+  const std::error_code problem = lastError();
+  // Another process may have made it just now; anything else that is there is in the way.
+  if (fs::is_directory(path, failure)) return {};
+  return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
+}
+
+}  // namespace kestrune

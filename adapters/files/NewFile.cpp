@@ -1,0 +1,138 @@
+#include "adapters/files/NewFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "adapters/files/AccessList.h"
+
+namespace kestrune {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view prefix = ".kestrune-new-";
+constexpr std::string_view randomPart = "XXXXXX";
+
+std::error_code lastError() {
+  return {errno, std::system_category()};
+}
+
+std::error_code writeAll(int descriptor, std::string_view contents) {
+  while (!contents.empty()) {
+    const ssize_t written = write(descriptor, contents.data(), contents.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return lastError();
+    contents.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return fsync(descriptor) == 0 ? std::error_code() : lastError();
+}
+
+bool isThere(const std::string& name) {
+  struct stat state {};
+  return lstat(name.c_str(), &state) == 0;
+}
+
+/// False when another process has the lock. Without locks on this disk, nobody has one.
+bool lock(int file) {
+  return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+/// Removes the new files that processes of this user left in `folder` when they were killed. Those of living
+/// ones are locked.
+void removeAbandoned(const fs::path& folder) {
+  std::error_code failure;
+  const fs::directory_iterator end;
+  for (fs::directory_iterator entry(folder, failure); !failure && entry != end; entry.increment(failure)) {
+    const std::string path = entry->path();
+    const std::string name = entry->path().filename();
+    if (!name.starts_with(prefix) || name.size() != prefix.size() + randomPart.size()) continue;
+    struct stat state {};
+    if (lstat(path.c_str(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_uid != geteuid()) continue;
+    // For writing, because NFS locks no other file.
+    const FileDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
+  }
+}
+
+fs::path folderOf(const fs::path& file) {
+  return file.has_parent_path() ? file.parent_path() : fs::path(".");
+}
+
+/// Flushes the names in a folder to the disk. Failure changes nothing: the names are there.
+void flush(const fs::path& folder) {
+  const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor) fsync(descriptor.get());
+}
+
+}  // namespace
+
+NewFile::NewFile(fs::path givenTarget) : target(std::move(givenTarget)), folder(folderOf(target)) {}
+
+NewFile::~NewFile() {
+  if (!name.empty()) unlink(name.c_str());
+}
+
+std::error_code NewFile::keepAccess() {
+  struct stat old {};
+  if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return {};
+  if (S_ISDIR(old.st_mode)) return {EISDIR, std::system_category()};
+  if (!S_ISREG(old.st_mode)) return {EINVAL, std::system_category()};
+  access = Access{old.st_uid, old.st_gid, (old.st_mode & 07777) | S_IRUSR, accessList(target)};
+  return {};
+}
+
+std::error_code NewFile::write(std::string_view contents) {
+  removeAbandoned(folder);
+  // Another process that removes abandoned files can come between the creation and the lock.
+  do {
+    name = folder / (std::string(prefix) + std::string(randomPart));
+    file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
+    if (!file) {
+      name.clear();
+      return lastError();
+    }
+  } while (!lock(file.get()) || !isThere(name));
+  fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have taken these, too
+  return writeAll(file.get(), contents);
+}
+
+std::error_code NewFile::replaceTarget() {
+  if (rename(name.c_str(), target.c_str()) != 0) return lastError();
+  finish();
+  return {};
+}
+
+std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
+  // First the name that says what it holds afterwards: `name` may be removed as abandoned.
+  if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
+  name = kept;
+  if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();
+  finish();
+  return {};
+}
+
+void NewFile::finish() {
+  name.clear();
+  if (access) {
+    // The owner first, because fchown clears bits of the mode; the mode last, because with an access list its
+    // group bits are the list's mask, and without it they would be the group's own.
+    const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
+                         fchown(file.get(), uid_t(-1), access->group) == 0) &&
+                        access->list && setAccessList(file.get(), *access->list) &&
+                        fchmod(file.get(), access->mode) == 0;
+    if (!shared) fchmod(file.get(), access->mode & ~mode_t{077});
+    fsync(file.get());
+  }
+  file.reset();
+  flush(folder);
+}
+
+}  // namespace kestrune

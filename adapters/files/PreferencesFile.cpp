@@ -1,0 +1,123 @@
+#include "adapters/files/PreferencesFile.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <utility>
+
+#include "adapters/files/Files.h"
+#include "adapters/system/Diagnostics.h"
+
+namespace kestrune {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; ours are a few hundred
+constexpr int depthLimit = 100;                          // ours are flat
+
+enum class State {
+  usable,       ///< read, or not there yet
+  damaged,      ///< there, but not to be read as preferences
+  unreachable,  ///< who knows: this process could not look
+};
+
+struct Loaded {
+  State state;
+  json preferences = json::object();
+};
+
+/// Something else than an object where there are no preferences in `text`. The library writes what is nested
+/// by recursion: with what it could read, but not write again, a later change would end the process.
+json parsed(const std::string& text) {
+  if (text.size() > sizeLimit) return {};
+  bool tooDeep = false;
+  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, const json&) {
+    tooDeep = tooDeep || depth > depthLimit;
+    return !tooDeep;
+  };
+  json found = json::parse(text, watchDepth, false);
+  if (tooDeep) return {};
+  return found;
+}
+
+Loaded load(const std::string& path) {
+  std::string text;
+  if (const std::error_code failure = readWholeFile(path, text)) {
+    if (failure == std::errc::no_such_file_or_directory || failure == std::errc::not_a_directory) {
+      return {State::usable};
+    }
+    return {isPassing(failure) ? State::unreachable : State::damaged};
+  }
+  json found = parsed(text);
+  if (!found.is_object()) return {State::damaged};
+  return {State::usable, std::move(found)};
+}
+
+}  // namespace
+
+PreferencesFile::PreferencesFile(std::string givenPath)
+    : path(std::move(givenPath)),
+      unsaved(std::make_unique<json>(json::object())),
+      lastRead(std::make_unique<json>(json::object())) {}
+
+PreferencesFile::~PreferencesFile() = default;
+
+json PreferencesFile::current() const {
+  Loaded found = load(path);
+  // What was switched off stays so while nobody can look.
+  if (found.state != State::unreachable) *lastRead = std::move(found.preferences);
+  json preferences = *lastRead;
+  preferences.update(*unsaved);
+  return preferences;
+}
+
+std::optional<bool> PreferencesFile::boolForKey(const std::string& key) const {
+  const json preferences = current();
+  const auto found = preferences.find(key);
+  return found != preferences.end() && found->is_boolean() ? std::optional(found->get<bool>()) : std::nullopt;
+}
+
+std::optional<std::string> PreferencesFile::stringForKey(const std::string& key) const {
+  const json preferences = current();
+  const auto found = preferences.find(key);
+  return found != preferences.end() && found->is_string() ? std::optional(found->get<std::string>())
+                                                          : std::nullopt;
+}
+
+void PreferencesFile::setBool(const std::string& key, bool value) {
+  set(key, value);
+}
+
+void PreferencesFile::setString(const std::string& key, const std::string& value) {
+  set(key, value);
+}
+
+void PreferencesFile::set(const std::string& key, json value) {
+  (*unsaved)[key] = std::move(value);
+  if (const std::error_code failure = save()) {
+    reportOnce("cannot write the preferences " + path + ": " + failure.message());
+  } else {
+    *unsaved = json::object();
+  }
+}
+
+std::error_code PreferencesFile::save() const {
+  if (const auto failure = makeFolders(fs::path(path).parent_path())) return failure;
+  auto [state, preferences] = load(path);
+  // What could not be read would be lost.
+  if (state == State::unreachable) return std::make_error_code(std::errc::too_many_files_open);
+  if (state == State::damaged) {
+    if (const auto failure = keepDamagedFile(path)) return failure;
+  }
+  preferences.update(*unsaved);
+  const auto failure =
+      writeFileAtomically(path, preferences.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+  if (!failure) *lastRead = std::move(preferences);
+  return failure;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "ports/FileManager.h"
+
+namespace kestrune {
+
+/// The files of this machine, by way of posix/Files.
+class SystemFileManager final : public FileManager {
+ public:
+  /// `home` is the user's home folder.
+  explicit SystemFileManager(std::string home);
+
+  bool fileExists(const std::string& path) const override;
+  FileContents contents(const std::string& path) const override;
+  std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> createDirectory(const std::string& path) override;
+  std::optional<std::string> removeItem(const std::string& path) override;
+  std::string homeDirectoryPath() const override { return home; }
+
+ private:
+  const std::string home;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,117 @@
+#include "adapters/instance/ClientSubscription.h"
+
+#include <sys/inotify.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace kestrune {
+
+namespace {
+
+constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; ours are a few thousand at most
+constexpr Seconds patience{2.0};                         // with a client that says nothing
+
+class ClientSubscription final : public StatusSubscription {
+ public:
+  ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
+                     std::function<void(const std::string&)> givenOnLine,
+                     std::function<void()> givenOnAbsence)
+      : loop(givenLoop),
+        folders(givenFolders),
+        onLine(std::move(givenOnLine)),
+        onAbsence(std::move(givenOnAbsence)),
+        watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (watch) changes = loop.onDescriptor(watch.get(), EPOLLIN, [this] { folderChanged(); });
+    watchFolder();
+    if (!connect()) deadline = loop.after(Seconds{0}, [this] { disconnect(); });
+  }
+
+ private:
+  /// Watches the folder, or the nearest one above it that exists.
+  void watchFolder() {
+    const std::filesystem::path folder = folders.current();
+    std::filesystem::path watched, before;
+    // Again until it stays the same: a folder may be made just before the one above it is watched.
+    do {
+      before = watched;
+      watched = folder;
+      while (inotify_add_watch(watch.get(), watched.c_str(), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR) < 0 &&
+             watched.has_relative_path()) {
+        watched = watched.parent_path();
+      }
+    } while (watched != before);
+  }
+
+  void folderChanged() {
+    alignas(inotify_event) char events[4096];
+    while (::read(watch.get(), events, sizeof events) > 0) {
+    }
+    watchFolder();
+    if (!socket) connect();
+  }
+
+  bool connect() {
+    socket = folders.connect(runningSocketName);
+    if (!socket) return false;
+    constexpr std::string_view request = "follow\n";
+    send(socket.get(), request.data(), request.size(), MSG_NOSIGNAL);
+    input = loop.onDescriptor(socket.get(), EPOLLIN, [this] { read(); });
+    deadline = loop.after(patience, [this] { disconnect(); });
+    return true;
+  }
+
+  void read() {
+    char bytes[16384];
+    const ssize_t count = recv(socket.get(), bytes, sizeof bytes, 0);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (count <= 0) return disconnect();
+    unread.append(bytes, static_cast<std::size_t>(count));
+    // Whoever is told of a line may let this go.
+    const std::weak_ptr<bool> stillThere = alive;
+    for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
+      const std::string line = unread.substr(0, lineEnd);
+      unread.erase(0, lineEnd + 1);
+      deadline.reset();
+      const auto tell = onLine;
+      tell(line);
+      if (stillThere.expired()) return;
+    }
+    if (unread.size() > lineLimit) disconnect();
+  }
+
+  /// The client has ended, or says nothing. One that was heard may have a successor already.
+  void disconnect() {
+    const bool wasHeard = socket && !deadline;
+    input.reset();
+    deadline.reset();
+    socket.reset();
+    unread.clear();
+    if (wasHeard && connect()) return;
+    const auto tell = onAbsence;
+    tell();
+  }
+
+  EventLoop& loop;
+  const InstanceFolders& folders;
+  const std::function<void(const std::string&)> onLine;
+  const std::function<void()> onAbsence;
+  const std::shared_ptr<bool> alive = std::make_shared<bool>();
+  const FileDescriptor watch;  ///< of inotify
+  FileDescriptor socket;
+  std::string unread;
+  EventSource changes, input;
+  EventSource deadline;  ///< there until the client has said something
+};
+
+}  // namespace
+
+std::unique_ptr<StatusSubscription> followClient(EventLoop& loop, const InstanceFolders& folders,
+                                                 std::function<void(const std::string&)> onLine,
+                                                 std::function<void()> onAbsence) {
+  return std::make_unique<ClientSubscription>(loop, folders, std::move(onLine), std::move(onAbsence));
+}
+
+}  // namespace kestrune

@@ -1,0 +1,63 @@
+#include "adapters/instance/InstanceFolders.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cstdio>
+#include <utility>
+
+namespace kestrune {
+
+constexpr auto folderName = "/kestrune-menu-client";
+
+InstanceFolders::InstanceFolders(std::string runtime, std::string givenState, const std::string& userRuntimes)
+    : runtimes{std::move(runtime), userRuntimes + "/" + std::to_string(geteuid())},
+      state(std::move(givenState)) {}
+
+std::string InstanceFolders::current() const {
+  for (const std::string& each : runtimes) {
+    if (isOwnFolder(each)) return each + folderName;
+  }
+  return state + folderName;
+}
+
+FileDescriptor InstanceFolders::connect(const char* socketName) const {
+  for (const std::string& folder : {current(), state + folderName}) {
+    FileDescriptor socket = instanceSocket(folder, socketName, &::connect);
+    if (socket && peerOf(socket).uid == geteuid()) return socket;
+  }
+  return {};
+}
+
+bool isOwnFolder(const std::string& path) {
+  struct stat found {};
+  return stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == geteuid();
+}
+
+FileDescriptor instanceSocket(const std::string& folder, const char* name,
+                              int (*use)(int, const sockaddr*, socklen_t)) {
+  // An address has room for 107 bytes, and so it names the folder by a descriptor.
+  const FileDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) return {};
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", opened.get(), name);
+  const void* const bytes = &address;
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  // The mode of the socket becomes that of its file.
+  if (socket && (fchmod(socket.get(), 0600) != 0 ||
+                 use(socket.get(), static_cast<const sockaddr*>(bytes), sizeof address) != 0)) {
+    socket.reset();
+  }
+  return socket;
+}
+
+ucred peerOf(const FileDescriptor& socket) {
+  ucred process{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  socklen_t size = sizeof process;
+  getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &process, &size);
+  return process;
+}
+
+}  // namespace kestrune

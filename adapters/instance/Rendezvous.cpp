@@ -1,0 +1,216 @@
+#include "adapters/instance/Rendezvous.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+#include "adapters/files/Files.h"
+#include "adapters/instance/ClientSubscription.h"
+#include "adapters/system/Diagnostics.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto lockName = "/lock";
+/// Names the descriptor of a lock that was passed on.
+constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
+/// A client that starts locks before it listens, and one that ends is unlocked a moment after its socket is
+/// gone.
+constexpr Seconds lookInterval{0.02};
+constexpr std::size_t tokenLimit = 1024;  // bytes
+
+FileDescriptor passedOnLock() {
+  const char* const number = std::getenv(passedOnVariable);
+  const int descriptor = number != nullptr ? std::atoi(number) : 0;
+  unsetenv(passedOnVariable);
+  const bool isThere = descriptor > STDERR_FILENO && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
+  return FileDescriptor(isThere ? descriptor : -1);
+}
+
+bool isFileAt(const FileDescriptor& file, const std::string& path) {
+  struct stat ours {
+  }, there{};
+  return fstat(file.get(), &ours) == 0 && lstat(path.c_str(), &there) == 0 && ours.st_dev == there.st_dev &&
+         ours.st_ino == there.st_ino;
+}
+
+bool isLine(const std::string& token) {
+  return token.size() <= tokenLimit &&
+         std::none_of(token.begin(), token.end(), [](unsigned char each) { return each < ' '; });
+}
+
+}  // namespace
+
+/// Finds out whether this process is the client.
+class Rendezvous::Attempt {
+ public:
+  Attempt(Rendezvous& givenSelf, const Claim& givenClaim) : self(givenSelf), claim(givenClaim) {}
+
+  bool succeeds() {
+    setPatience(claim.kind == Claim::Kind::replace);
+    look();
+    self.loop.runUntil([this] { return isClient.has_value(); });
+    return isClient.value_or(false);
+  }
+
+ private:
+  void look() {
+    if ((other = self.folders.connect(runningSocketName))) {
+      const bool replaces = claim.kind == Claim::Kind::replace && claim.predecessor == peerOf(other).pid;
+      if (!replaces && claim.kind != Claim::Kind::show) {
+        isClient = false;
+        return;
+      }
+      listen(replaces);
+    } else if ((other = self.folders.connect(endingSocketName))) {
+      listen(true);
+    } else if (self.takeLock(self.folders.current()) == std::errc::operation_would_block) {
+      lookAgainSoon();
+    } else {
+      isClient = true;
+    }
+  }
+
+  /// Reads from the other client. The kernel closes the connection when that process ends.
+  void listen(bool untilItsEnd) {
+    setPatience(untilItsEnd);
+    if (!untilItsEnd) {
+      const bool hasToken = !claim.activationToken.empty() && isLine(claim.activationToken);
+      const std::string request = "show" + (hasToken ? " " + claim.activationToken : "") + "\n";
+      send(other.get(), request.data(), request.size(), MSG_NOSIGNAL);
+    }
+    input = self.loop.onDescriptor(other.get(), EPOLLIN, [this] { hear(); });
+  }
+
+  void hear() {
+    char bytes[256];
+    const ssize_t count = recv(other.get(), bytes, sizeof bytes, 0);
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return lookAgainSoon();
+    if (count > 0 && !waitsForEnd) isClient = false;
+  }
+
+  void lookAgainSoon() {
+    input.reset();
+    other.reset();
+    retry = self.loop.after(lookInterval, [this] { look(); });
+  }
+
+  void setPatience(bool forEnd) {
+    if (deadline && waitsForEnd == forEnd) return;
+    waitsForEnd = forEnd;
+    deadline = self.loop.after(forEnd ? claim.endPatience : claim.answerPatience, [this] { giveUp(); });
+  }
+
+  void giveUp() {
+    const bool hangs = static_cast<bool>(other);
+    input.reset();
+    other.reset();
+    if (waitsForEnd) {
+      isClient = true;
+    } else if ((other = self.folders.connect(endingSocketName))) {
+      listen(true);  // it has begun to end instead of answering
+    } else {
+      isClient = false;
+      if (!hangs)
+        reportOnce("another client has locked " + self.folders.current() + lockName +
+                   ", and takes no requests");
+    }
+  }
+
+  Rendezvous& self;
+  const Claim& claim;
+  std::optional<bool> isClient;  ///< absent until it is clear
+  bool waitsForEnd = false;
+  FileDescriptor other;  ///< connected to the other client
+  EventSource input, deadline, retry;
+};
+
+Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
+                       std::function<void(const std::string&)> onShow)
+    : loop(givenLoop),
+      folders(std::move(givenFolders)),
+      lock(passedOnLock()),
+      server(givenLoop, std::move(onShow), [this](const std::string& action) {
+        return perform ? perform(action) : "the client has not started yet";
+      }) {}
+
+bool Rendezvous::claim(const Claim& claim) {
+  isClient = Attempt(*this, claim).succeeds();
+  if (isClient) takePlace();
+  return isClient;
+}
+
+void Rendezvous::announceEnd() {
+  server.announceEnd();
+  isClient = false;
+}
+
+void Rendezvous::passOn() const {
+  if (!lock || fcntl(lock.get(), F_SETFD, 0) != 0) return;
+  setenv(passedOnVariable, std::to_string(lock.get()).c_str(), 1);
+}
+
+std::optional<pid_t> Rendezvous::runningClient() const {
+  const FileDescriptor socket = folders.connect(runningSocketName);
+  return socket ? std::optional(peerOf(socket).pid) : std::nullopt;
+}
+
+void Rendezvous::publish(const std::string& line) {
+  if (isClient && !(isLocked() && server.isInPlace())) takePlace();
+  server.publish(line);
+}
+
+/// Whether the file that was locked is still the one that another process would open.
+bool Rendezvous::isLocked() const {
+  return isFileAt(lock, place + lockName);
+}
+
+std::error_code Rendezvous::takeLock(const std::string& folder) {
+  const std::string path = folder + lockName;
+  if (const auto failure = makeFolders(folder)) return failure;
+  // The owner of the folder could replace the lock file.
+  if (!isOwnFolder(folder)) return {EPERM, std::system_category()};
+  FileDescriptor file =
+      isFileAt(lock, path)
+          ? std::move(lock)
+          : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return {errno, std::system_category()};
+  lock = std::move(file);
+  place = folder;
+  return {};
+}
+
+void Rendezvous::takePlace() {
+  const bool wasLocked = isLocked();
+  const std::string folder = wasLocked ? place : folders.current();
+  if (const auto failure = takeLock(folder)) {
+    const bool isHeld = failure == std::errc::operation_would_block;
+    reportOnce(isHeld ? "another client has locked " + folder + lockName + ": going on beside it"
+                      : "cannot lock " + folder + lockName + ": " + failure.message());
+    // The socket of another client is left to it.
+    if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
+  } else if (wasLocked && server.isInPlace()) {
+    return;
+  }
+  if (const auto failure = server.listen(folder)) {
+    reportOnce("nobody can reach the client by " + folder + "/" + runningSocketName + ": " +
+               failure.message());
+  }
+}
+
+std::unique_ptr<StatusSubscription> Rendezvous::subscribe(std::function<void(const std::string&)> onLine,
+                                                          std::function<void()> onAbsence) {
+  return followClient(loop, folders, std::move(onLine), std::move(onAbsence));
+}
+
+void Rendezvous::onPerform(std::function<std::optional<std::string>(const std::string&)> givenPerform) {
+  perform = std::move(givenPerform);
+}
+
+}  // namespace kestrune

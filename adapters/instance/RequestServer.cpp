@@ -1,0 +1,137 @@
+#include "adapters/instance/RequestServer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+namespace kestrune {
+
+namespace {
+
+constexpr int backlog = 16;
+constexpr std::size_t peerLimit = 64;
+constexpr std::size_t requestLimit = 4096;  // bytes of a line
+constexpr Seconds descriptorRest{1.0};
+/// Until it listens: no process is to find a socket that refuses connections.
+constexpr auto newSocketName = "socket.new";
+
+}  // namespace
+
+RequestServer::RequestServer(EventLoop& givenLoop, Show givenShow, Perform givenPerform)
+    : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
+
+std::error_code RequestServer::listen(const std::string& folder) {
+  rest.reset();
+  callers.reset();
+  const std::string unfinished = folder + "/" + newSocketName;
+  unlink(unfinished.c_str());
+  listener = instanceSocket(folder, newSocketName, &bind);
+  if (!listener || ::listen(listener.get(), backlog) < 0 ||
+      rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
+    const std::error_code failure(errno, std::system_category());
+    listener.reset();
+    return failure;
+  }
+  place = folder;
+  callers = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
+  return {};
+}
+
+bool RequestServer::isInPlace() const {
+  return listener && access((place + "/" + runningSocketName).c_str(), F_OK) == 0;
+}
+
+void RequestServer::publish(const std::string& status) {
+  if (newest == status) return;
+  newest = status;
+  const auto all = peers;
+  for (const PeerRef& each : all) {
+    if (each->wish != Wish::nothing) tellStatus(each);
+  }
+}
+
+void RequestServer::announceEnd() {
+  if (!isInPlace()) return;
+  rename((place + "/" + runningSocketName).c_str(), (place + "/" + endingSocketName).c_str());
+}
+
+void RequestServer::accept() {
+  while (true) {
+    FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (caller) {
+      add(std::move(caller));
+      continue;
+    }
+    if (errno == EINTR || errno == ECONNABORTED) continue;
+    if (errno == EAGAIN) return;
+    // Out of descriptors: stop polling the listener for a while, or epoll spins.
+    sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
+    rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
+    return;
+  }
+}
+
+void RequestServer::add(FileDescriptor socket) {
+  if (peerOf(socket).uid != geteuid()) return;
+  if (peers.size() >= peerLimit) drop(PeerRef(peers.front()));
+  const auto peer = std::make_shared<Peer>(Peer{.socket = std::move(socket)});
+  peers.push_back(peer);
+  peer->input = loop.onDescriptor(peer->socket.get(), EPOLLIN, [this, weak = std::weak_ptr(peer)] {
+    if (const auto self = weak.lock()) read(self);
+  });
+}
+
+void RequestServer::read(const PeerRef& peer) {
+  char bytes[requestLimit];
+  const ssize_t count = recv(peer->socket.get(), bytes, sizeof bytes, 0);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count <= 0) return drop(peer);
+  std::string& unread = peer->unread.append(bytes, static_cast<std::size_t>(count));
+  // An answer, or what a request does, may disconnect the peer.
+  for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
+    const std::string line = unread.substr(0, end);
+    unread.erase(0, end + 1);
+    answer(peer, line);
+  }
+  if (unread.size() < requestLimit) return;
+  tell(peer, "error the request is too long");
+  drop(peer);
+}
+
+void RequestServer::answer(const PeerRef& peer, const std::string& line) {
+  const std::size_t space = line.find(' ');
+  const std::string request = line.substr(0, space);
+  const std::string argument = space == std::string::npos ? "" : line.substr(space + 1);
+  if (request == "status" || request == "follow") {
+    peer->wish = request == "follow" ? Wish::everyStatus : Wish::oneStatus;
+    if (newest) tellStatus(peer);
+  } else if (request == "show") {
+    show(argument);
+    tell(peer, "ok");
+  } else if (request == "perform") {
+    const auto problem = perform(argument);
+    tell(peer, problem ? "error " + *problem : "ok");
+  } else {
+    tell(peer, "error unknown request");
+  }
+}
+
+void RequestServer::tellStatus(const PeerRef& peer) {
+  if (peer->wish == Wish::oneStatus) peer->wish = Wish::nothing;
+  tell(peer, *newest);
+}
+
+/// A peer does not read when a line no longer fits into the socket's buffer.
+void RequestServer::tell(const PeerRef& peer, const std::string& line) {
+  const std::string text = line + "\n";
+  if (send(peer->socket.get(), text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size()))
+    drop(peer);
+}
+
+void RequestServer::drop(const PeerRef& peer) {
+  peer->input.reset();
+  peer->socket.reset();
+  peers.remove(peer);
+}
+
+}  // namespace kestrune

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+
+#include "adapters/instance/InstanceFolders.h"
+#include "adapters/loop/EventLoop.h"
+
+namespace kestrune {
+
+/// Answers the requests of other processes of this user, one line each, on the client's socket:
+///
+///     status           the newest status, as soon as there is one
+///     follow           the same, and then each later one
+///     show [TOKEN]     shows the menu; TOKEN is an activation token of the desktop: "ok"
+///     perform ACTION   chooses the row of the menu that has this action: "ok", or "error" and the reason
+///
+/// Any other line is answered by "error" and a reason. A peer is disconnected when a line of it is longer
+/// than 4096 bytes, when it does not read, or when 64 others have connected after it. Main thread.
+class RequestServer {
+ public:
+  using Show = std::function<void(const std::string& activationToken)>;
+  /// Returns why the action cannot be performed; absent when it was.
+  using Perform = std::function<std::optional<std::string>(const std::string& action)>;
+
+  RequestServer(EventLoop& loop, Show show, Perform perform);
+
+  /// Puts the socket into `folder`, which exists, in place of any other. Those who are connected stay so.
+  std::error_code listen(const std::string& folder);
+
+  /// Whether a socket is still there.
+  bool isInPlace() const;
+
+  /// The newest status, a text without a line end. The same text as before is not told again.
+  void publish(const std::string& status);
+
+  /// Renames the socket: a process that connects from now on gets no answer, but notices the end of this one.
+  void announceEnd();
+
+ private:
+  enum class Wish { nothing, oneStatus, everyStatus };
+  struct Peer {
+    FileDescriptor socket;
+    std::string unread{};
+    Wish wish = Wish::nothing;
+    EventSource input{};
+  };
+  using PeerRef = std::shared_ptr<Peer>;
+
+  void accept();
+  void add(FileDescriptor socket);
+  void read(const PeerRef& peer);
+  void answer(const PeerRef& peer, const std::string& line);
+  void tellStatus(const PeerRef& peer);
+  void tell(const PeerRef& peer, const std::string& line);
+  void drop(const PeerRef& peer);
+
+  EventLoop& loop;
+  const Show show;
+  const Perform perform;
+  FileDescriptor listener;
+  std::string place;  ///< the folder of the socket
+  EventSource callers;
+  EventSource rest;  ///< while there are no descriptors for another peer
+  std::list<PeerRef> peers;
+  std::optional<std::string> newest;
+};
+
+}  // namespace kestrune

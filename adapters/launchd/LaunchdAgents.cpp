@@ -1,0 +1,54 @@
+#include "adapters/launchd/LaunchdAgents.h"
+
+#include <utility>
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto beforeLabel =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n"
+    "<dict>\n"
+    "  <key>Label</key>\n"
+    "  <string>";
+constexpr auto betweenLabelAndProgram =
+    "</string>\n"
+    "  <key>ProgramArguments</key>\n"
+    "  <array>\n"
+    "    <string>";
+constexpr auto afterProgram =
+    "</string>\n"
+    "  </array>\n"
+    "  <key>RunAtLoad</key>\n"
+    "  <true/>\n"
+    "  <key>KeepAlive</key>\n"
+    "  <false/>\n"
+    "</dict>\n"
+    "</plist>";
+
+}  // namespace
+
+LaunchdAgents::LaunchdAgents(std::string givenHome, std::function<bool(const std::string&)> givenFileExists)
+    : home(std::move(givenHome)), fileExists(std::move(givenFileExists)) {}
+
+std::string LaunchdAgents::path(const std::string& label) const {
+  return home + "/Library/LaunchAgents/" + label + ".plist";
+}
+
+bool LaunchdAgents::isRegistered(const std::string& label) const {
+  return fileExists(path(label));
+}
+
+/// The program finds its repository by its own place: launchd starts it without a working directory.
+std::optional<std::string> LaunchdAgents::document(const std::string& label,
+                                                   const std::string& executablePath,
+                                                   const std::string&) const {
+  return beforeLabel + label + betweenLabelAndProgram + executablePath + afterProgram;
+}
+
+void LaunchdAgents::repair(const std::string&, const std::string&) {}
+
+}  // namespace kestrune

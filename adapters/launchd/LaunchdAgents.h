@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "ports/LaunchAgents.h"
+
+namespace kestrune {
+
+/// The property lists by which launchd starts programs at login.
+class LaunchdAgents final : public LaunchAgents {
+ public:
+  /// `home` is the user's home folder; `fileExists` looks for a file there.
+  LaunchdAgents(std::string home, std::function<bool(const std::string&)> fileExists);
+
+  std::string path(const std::string& label) const override;
+  bool isRegistered(const std::string& label) const override;
+  std::optional<std::string> document(const std::string& label, const std::string& executablePath,
+                                      const std::string& repoPath) const override;
+  /// Does nothing: an application that was moved is moved by its user, who knows.
+  void repair(const std::string& label, const std::string& repoPath) override;
+
+ private:
+  const std::string home;
+  const std::function<bool(const std::string&)> fileExists;
+};
+
+}  // namespace kestrune

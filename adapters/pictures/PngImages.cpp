@@ -1,0 +1,148 @@
+#include "adapters/pictures/PngImages.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "adapters/files/Files.h"
+
+namespace kestrune {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned largestSide = 1024;  // pixels; a logo is far smaller
+constexpr std::string_view icnsSignature = "icns";
+constexpr std::size_t icnsHeader =
+    8;  // four letters and the length, big-endian, of what they head, themselves included
+
+std::optional<Bitmap> decodePng(std::string_view bytes) {
+  png_image reader{};
+  reader.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_memory(&reader, bytes.data(), bytes.size())) return std::nullopt;
+  if (reader.width > largestSide || reader.height > largestSide) {
+    png_image_free(&reader);
+    return std::nullopt;
+  }
+  reader.format = PNG_FORMAT_RGBA;
+  Bitmap bitmap{static_cast<int>(reader.width), static_cast<int>(reader.height), {}};
+  bitmap.rgba.resize(PNG_IMAGE_SIZE(reader));
+  if (!png_image_finish_read(&reader, nullptr, bitmap.rgba.data(), 0, nullptr)) return std::nullopt;
+  return bitmap;
+}
+
+std::size_t bigEndian(std::string_view bytes) {
+  std::size_t value = 0;
+  for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+  return value;
+}
+
+/// The pictures of an icon file that are PNGs; its other kinds are older and smaller.
+std::vector<Bitmap> decodeIcns(std::string_view bytes) {
+  std::vector<Bitmap> bitmaps;
+  bytes = bytes.substr(icnsHeader);
+  while (bytes.size() > icnsHeader) {
+    const std::size_t length = bigEndian(bytes.substr(4, 4));
+    if (length <= icnsHeader || length > bytes.size()) break;
+    if (auto bitmap = decodePng(bytes.substr(icnsHeader, length - icnsHeader)))
+      bitmaps.push_back(std::move(*bitmap));
+    bytes.remove_prefix(length);
+  }
+  return bitmaps;
+}
+
+std::vector<Bitmap> decodeFile(const std::string& path) {
+  std::string bytes;
+  if (readWholeFile(path, bytes)) return {};
+  if (bytes.starts_with(icnsSignature) && bytes.size() > icnsHeader) return decodeIcns(bytes);
+  auto bitmap = decodePng(bytes);
+  return bitmap ? std::vector{std::move(*bitmap)} : std::vector<Bitmap>();
+}
+
+/// "name-N.png" for the file "name.png", for whatever N there is.
+std::vector<std::string> otherResolutions(const fs::path& path) {
+  std::vector<std::string> found;
+  const std::string prefix = path.stem().string() + "-";
+  std::error_code failure;
+  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  for (const auto& entry : fs::directory_iterator(folder, failure)) {
+    const std::string stem = entry.path().stem();
+    if (entry.path().extension() != path.extension() || !stem.starts_with(prefix)) continue;
+    unsigned size = 0;
+    const char* const end = stem.data() + stem.size();
+    const auto parsed = std::from_chars(stem.data() + prefix.size(), end, size);
+    if (parsed.ec == std::errc() && parsed.ptr == end) found.push_back(entry.path());
+  }
+  return found;
+}
+
+/// Null without bitmaps. The image measures as many points as the first has pixels.
+ImageRef makeImage(std::vector<Bitmap> bitmaps) {
+  if (bitmaps.empty()) return nullptr;
+  auto image = std::make_shared<Image>();
+  image->width = bitmaps.front().width;
+  image->height = bitmaps.front().height;
+  std::stable_sort(bitmaps.begin(), bitmaps.end(),
+                   [](const Bitmap& a, const Bitmap& b) { return a.width < b.width; });
+  image->bitmaps = std::move(bitmaps);
+  return image;
+}
+
+std::uint8_t toByte(double value) {
+  return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
+}
+
+}  // namespace
+
+PngImages::PngImages(std::vector<std::string> folders) : dataFolders(std::move(folders)) {}
+
+ImageRef PngImages::imageFromFile(const std::string& path) {
+  auto bitmaps = decodeFile(path);
+  if (bitmaps.empty()) return nullptr;
+  for (const auto& other : otherResolutions(path)) {
+    auto more = decodeFile(other);
+    std::move(more.begin(), more.end(), std::back_inserter(bitmaps));
+  }
+  return makeImage(std::move(bitmaps));
+}
+
+ImageRef PngImages::imageNamed(const std::string& name) {
+  static constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
+  if (name.find('/') != std::string::npos) return nullptr;
+  for (const auto& folder : dataFolders) {
+    std::vector<Bitmap> bitmaps;
+    for (const int size : sizes) {
+      const std::string side = std::to_string(size);
+      auto more = decodeFile(folder + "/icons/hicolor/" + side + "x" + side + "/apps/" + name + ".png");
+      std::move(more.begin(), more.end(), std::back_inserter(bitmaps));
+    }
+    if (bitmaps.empty()) bitmaps = decodeFile(folder + "/pixmaps/" + name + ".png");
+    if (auto image = makeImage(std::move(bitmaps))) return image;
+  }
+  return nullptr;
+}
+
+ImageRef PngImages::applyColorControls(const Image& image, const ColorControls& controls) {
+  auto filtered = std::make_shared<Image>(image);
+  for (auto& bitmap : filtered->bitmaps) {
+    for (std::size_t at = 0; at + 3 < bitmap.rgba.size(); at += 4) {
+      std::uint8_t* const pixel = &bitmap.rgba[at];
+      const double grey = (0.2125 * pixel[0] + 0.7154 * pixel[1] + 0.0721 * pixel[2]) / 255;
+      for (int channel = 0; channel < 3; ++channel) {
+        const double saturated = grey + (pixel[channel] / 255.0 - grey) * controls.saturation;
+        pixel[channel] = toByte((saturated - 0.5) * controls.contrast + 0.5 + controls.brightness);
+      }
+    }
+  }
+  return filtered;
+}
+
+}  // namespace kestrune

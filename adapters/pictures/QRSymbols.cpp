@@ -1,0 +1,42 @@
+#include "adapters/pictures/QRSymbols.h"
+
+#include <qrencode.h>
+
+#include <climits>
+#include <memory>
+
+namespace kestrune {
+
+namespace {
+
+constexpr int quietZone = 4;  // modules on each side
+constexpr std::size_t bytesPerPixel = 4;
+constexpr std::uint8_t white = 255;
+constexpr std::uint8_t black = 0;
+
+}  // namespace
+
+std::optional<Bitmap> QRSymbols::generate(const std::string& message) {
+  if (message.size() > INT_MAX) return std::nullopt;
+  constexpr int anyVersion = 0;
+  const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(
+      QRcode_encodeData(static_cast<int>(message.size()),
+                        reinterpret_cast<const unsigned char*>(message.data()), anyVersion, QR_ECLEVEL_M),
+      &QRcode_free);
+  if (!symbol) return std::nullopt;
+
+  const auto width = static_cast<std::size_t>(symbol->width);
+  const std::size_t side = width + std::size_t{2} * quietZone;
+  Bitmap bitmap{static_cast<int>(side), static_cast<int>(side), {}};
+  bitmap.rgba.assign(bytesPerPixel * side * side, white);
+  for (std::size_t row = 0; row < width; ++row) {
+    for (std::size_t column = 0; column < width; ++column) {
+      if ((symbol->data[row * width + column] & 1) == 0) continue;
+      const std::size_t at = bytesPerPixel * ((row + quietZone) * side + column + quietZone);
+      bitmap.rgba[at] = bitmap.rgba[at + 1] = bitmap.rgba[at + 2] = black;
+    }
+  }
+  return bitmap;
+}
+
+}  // namespace kestrune

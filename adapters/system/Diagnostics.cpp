@@ -1,0 +1,22 @@
+#include "adapters/system/Diagnostics.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <mutex>
+#include <set>
+
+namespace kestrune {
+
+void reportOnce(const std::string& message) {
+  static std::mutex mutex;
+  static std::set<std::string> said;
+  const std::lock_guard lock(mutex);
+  // A terminal that is held takes nothing, for as long as its user likes.
+  pollfd output{STDERR_FILENO, POLLOUT, 0};
+  if (poll(&output, 1, 0) == 0) return;
+  if (said.insert(message).second) std::fprintf(stderr, "KestruneMenuClient: %s\n", message.c_str());
+}
+
+}  // namespace kestrune

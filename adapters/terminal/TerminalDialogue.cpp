@@ -1,0 +1,161 @@
+#include "adapters/terminal/TerminalDialogue.h"
+
+#include <utility>
+
+#include "adapters/terminal/TerminalText.h"
+#include "text/Text.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto emptyingWord = "清空";
+
+/// A cell of a picture is two pixels: its background and, drawn on it, its lower half. The upper half would
+/// not do: fonts leave a line free above it, which would cut through what has to be dark.
+constexpr auto lowerHalf = "▄";
+/// Black and white, whatever the colours of the terminal are, by what is dark: above, and below.
+constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
+                                          {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
+/// Without colours the text has the colour of the light pixels, as it is on a dark screen.
+constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
+
+bool isField(const View& view) {
+  return view.kind == ViewKind::textField || view.kind == ViewKind::secureTextField;
+}
+
+bool isDark(const Bitmap& bitmap, int column, int row) {
+  if (row >= bitmap.height) return false;
+  constexpr int middle = 128;
+  const auto at = 4 * (static_cast<std::size_t>(row) * static_cast<std::size_t>(bitmap.width) +
+                       static_cast<std::size_t>(column));
+  return bitmap.rgba[at] < middle && bitmap.rgba[at + 3] >= middle;
+}
+
+}  // namespace
+
+TerminalDialogue::TerminalDialogue(Alert givenAlert, TerminalAbilities givenAbilities)
+    : alert(std::move(givenAlert)), abilities(givenAbilities) {
+  if (alert.accessoryView) collect(*alert.accessoryView);
+}
+
+void TerminalDialogue::collect(const View& view) {
+  if (view.kind == ViewKind::button) {
+    buttons.push_back(&view);
+  } else if (isField(view)) {
+    // The question says already what the label before it would.
+    if (!parts.empty() && parts.back()->kind == ViewKind::label &&
+        parts.back()->text == view.accessibilityLabel) {
+      parts.pop_back();
+    }
+    parts.push_back(&view);
+    fields[view.identifier] = view.text;
+  } else if (view.kind == ViewKind::label || view.kind == ViewKind::image) {
+    parts.push_back(&view);
+  }
+  for (const auto& child : view.children) collect(child);
+}
+
+std::string TerminalDialogue::begin() {
+  const std::string mark = alert.style == AlertStyle::warning ? "⚠ " : "ℹ ";
+  std::string text =
+      "\n" + styled(boldStyle, mark + displayRow(alert.messageText)) + "\n" + terminalRule + "\n";
+  LineSplitter lines(alert.informativeText);
+  for (std::string_view line; lines.next(line);) text += withoutControls(line) + "\n";
+  if (!fields.empty())
+    text += "（每一欄按 Enter 保留原值，輸入「" + std::string(emptyingWord) + "」清除。）\n";
+  text += "\n";
+  return text + advance();
+}
+
+/// Prints on, up to the next field or the buttons.
+std::string TerminalDialogue::advance() {
+  std::string text;
+  for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);
+  return next < parts.size() ? text : text + again();
+}
+
+std::string TerminalDialogue::again() const {
+  return buttonLine() + "\n";
+}
+
+TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
+  const std::string answer(trimmed(line));
+  if (asksForField()) {
+    const View& field = *parts[next++];
+    if (!answer.empty()) fields[field.identifier] = answer == emptyingWord ? "" : line;
+    return {.text = advance()};
+  }
+  // Return alone presses the first button.
+  const std::size_t number = answer.empty() ? 1 : numberIn(answer).value_or(0);
+  if (number >= 1 && number <= alert.buttons.size()) return {.answer = AlertAnswer{number - 1, fields}};
+  if (number > alert.buttons.size() && number <= alert.buttons.size() + buttons.size()) {
+    return {.action = buttons[number - alert.buttons.size() - 1]->action};
+  }
+  return {.text = "請輸入按鈕編號。\n"};
+}
+
+std::string TerminalDialogue::question() const {
+  if (!asksForField()) return "按鈕編號> ";
+  const View& field = *parts[next];
+  const std::string value = displayRow(field.text);
+  std::string present;
+  if (asksForSecret()) {
+    present = value.empty() ? "（未填，輸入時不顯示）" : "（已填，不顯示）";
+  } else {
+    present = value.empty() ? "（未填）" : "［" + value + "］";
+  }
+  return displayRow(field.accessibilityLabel) + present + "> ";
+}
+
+bool TerminalDialogue::asksForSecret() const {
+  return asksForField() && parts[next]->kind == ViewKind::secureTextField;
+}
+
+std::string TerminalDialogue::textOf(const View& view) const {
+  if (view.kind == ViewKind::image) return view.image ? picture(*view.image) : std::string();
+  const std::string text = displayRow(view.text);
+  if (view.fontWeight == FontWeight::semibold) return "\n" + styled(boldStyle, text) + "\n";
+  return (view.textColor == TextColor::secondary ? styled(dimStyle, text) : text) + "\n";
+}
+
+/// Two rows of pixels in each line.
+std::string TerminalDialogue::picture(const Image& image) const {
+  const Bitmap& bitmap = image.bitmaps.front();
+  if (abilities.columns > 0 && abilities.columns < bitmap.width) {
+    // In lines that are broken there is nothing to be recognised.
+    return "（終端機太窄，圖放不下：需要 " + std::to_string(bitmap.width) + " 欄，現在是 " +
+           std::to_string(abilities.columns) + " 欄。）\n";
+  }
+  std::string text;
+  for (int row = 0; row < bitmap.height; row += 2) {
+    const char* colors = nullptr;
+    for (int column = 0; column < bitmap.width; ++column) {
+      const bool above = isDark(bitmap, column, row);
+      const bool below = isDark(bitmap, column, row + 1);
+      const char* const wanted = cellColors[above][below];
+      if (abilities.colors && std::exchange(colors, wanted) != wanted) text += wanted;
+      text += abilities.colors ? lowerHalf : lightBlocks[above][below];
+    }
+    if (abilities.colors) text += plainStyle;
+    text += "\n";
+  }
+  return text;
+}
+
+std::string TerminalDialogue::buttonLine() const {
+  std::string text;
+  std::size_t number = 0;
+  const auto add = [&text, &number](const std::string& title) {
+    text += "[" + std::to_string(++number) + "] " + displayRow(title) + "  ";
+  };
+  for (const auto& button : alert.buttons) add(button);
+  for (const auto* const button : buttons) add(button->text);
+  return text;
+}
+
+std::string TerminalDialogue::styled(const char* style, const std::string& text) const {
+  return abilities.styles ? style + text + plainStyle : text;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "adapters/bus/SessionBus.h"
+#include "adapters/tray/DBusMenu.h"
+#include "ports/StatusItem.h"
+
+namespace kestrune {
+
+/// A status item exported as org.kde.StatusNotifierItem, with its menu beside it. Registers with the tray
+/// whenever there is one. Needs no display. Main thread.
+class StatusNotifierItem final : public StatusItem, public BusClient {
+ public:
+  static constexpr auto objectPath = "/StatusNotifierItem";
+  /// Who lists the items for the hosts that show them; the name is that of its interface, too.
+  static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+  static constexpr auto watcherPath = "/StatusNotifierWatcher";
+
+  /// `onActivate` runs when a host reports a plain click instead of showing the menu.
+  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, std::function<void()> onActivate);
+  ~StatusNotifierItem() override;
+
+  bool hasButton() const override { return true; }
+  void setButton(const StatusButton& button) override;
+  void setMenu(Menu menu) override { exportedMenu.setMenu(std::move(menu)); }
+
+  void busConnected(sd_bus* bus) override;
+  void busLost() override;
+
+ private:
+  /// One resolution of the icon in the bytes that hosts expect: alpha, red, green, blue.
+  struct Pixmap {
+    std::int32_t width;
+    std::int32_t height;
+    std::vector<std::uint8_t> argb;
+  };
+
+  void registerWithWatcher();
+  int appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const;
+  int appendToolTip(sd_bus_message* message) const;
+  static int registered(sd_bus_message* reply, void* self, sd_bus_error* error);
+  static int watcherOwnerChanged(sd_bus_message* signal, void* self, sd_bus_error* error);
+  static int hostRegistered(sd_bus_message* signal, void* self, sd_bus_error* error);
+  static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
+                      sd_bus_message* reply, void* self, sd_bus_error* error);
+  static int activate(sd_bus_message* call, void* self, sd_bus_error* error);
+  static int ignore(sd_bus_message* call, void* self, sd_bus_error* error);
+  static const sd_bus_vtable interface[];
+
+  SessionBus& sessionBus;
+  DispatchQueue& queue;
+  const std::function<void()> onActivate;
+  DBusMenu exportedMenu;
+
+  StatusButton button;
+  std::vector<Pixmap> pixmaps;
+  std::string toolTip;
+
+  sd_bus* bus = nullptr;
+  BusSlot object, ownerMatch, hostMatch, registration;
+};
+
+}  // namespace kestrune

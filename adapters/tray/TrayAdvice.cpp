@@ -1,0 +1,65 @@
+#include "adapters/tray/TrayAdvice.h"
+
+#include "adapters/tray/StatusNotifierItem.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto watcherName = StatusNotifierItem::watcherName;
+
+const Notification advice{
+    .identifier = "no-tray",
+    .title = "Kestrune 已啟動，但桌面沒有系統匣",
+    .body =
+        "這個桌面沒有顯示系統匣圖示（StatusNotifierItem）的程式，所以看不到 Kestrune "
+        "的圖示；連線仍會照常維持。\n"
+        "GNOME：請安裝並啟用擴充功能「AppIndicator and KStatusNotifierItem Support」（Debian／Ubuntu "
+        "套件 gnome-shell-extension-appindicator），再重新登入。\n"
+        "沒有系統匣時，再啟動一次 Kestrune，就會以視窗打開選單。",
+};
+
+}  // namespace
+
+TrayAdvice::TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications)
+    : timers(givenTimers), notifications(givenNotifications), inquiry(bus) {
+  lookAfter(patience);
+}
+
+void TrayAdvice::lookAfter(Seconds delay) {
+  timer = timers.scheduleRepeating(delay, [this] { look(); });
+}
+
+void TrayAdvice::look() {
+  // Until there is an answer: a bus that is lost takes the question along, and a tray may be too busy for it.
+  lookAfter(patience);
+  // Without a bus there is nobody to ask, or to tell: later, then.
+  if (!inquiry.isConnected() || !inquiry.isDone()) return;
+  if (unanswered == looksInVain) return timer.reset();
+  ++unanswered;
+  inquiry.ask({watcherName,
+               StatusNotifierItem::watcherPath,
+               "org.freedesktop.DBus.Properties",
+               "Get",
+               {watcherName, "IsStatusNotifierHostRegistered"}},
+              [this](sd_bus_message* reply, BusInquiry::Outcome outcome) {
+                if (outcome == BusInquiry::Outcome::unanswered) return;
+                unanswered = 0;
+                timer.reset();
+                int there = 0;
+                const bool hasNone =
+                    reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
+                if (outcome == BusInquiry::Outcome::nobodyThere || hasNone) missed();
+              });
+}
+
+void TrayAdvice::missed() {
+  if (!missedBefore) {
+    lookAfter(secondLook);
+  } else {
+    notifications.add(advice);
+  }
+  missedBefore = true;
+}
+
+}  // namespace kestrune

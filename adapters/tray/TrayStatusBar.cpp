@@ -1,0 +1,32 @@
+#include "adapters/tray/TrayStatusBar.h"
+
+#include "adapters/tray/StatusNotifierItem.h"
+
+namespace kestrune {
+
+namespace {
+
+class TrayStatusItem final : public StatusItem {
+ public:
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow)
+      : item(bus, queue, [&givenWindow] { givenWindow.show(); }), window(givenWindow) {}
+
+  bool hasButton() const override { return item.hasButton(); }
+  void setButton(const StatusButton& button) override { item.setButton(button); }
+  void setMenu(Menu menu) override {
+    window.setMenu(menu);
+    item.setMenu(std::move(menu));
+  }
+
+ private:
+  StatusNotifierItem item;
+  MenuWindow& window;
+};
+
+}  // namespace
+
+std::unique_ptr<StatusItem> TrayStatusBar::statusItem(double) {
+  return std::make_unique<TrayStatusItem>(bus, queue, window);
+}
+
+}  // namespace kestrune

@@ -1,0 +1,81 @@
+#include "adapters/windows/DialogAlerts.h"
+
+#include <utility>
+
+#include "adapters/system/Diagnostics.h"
+
+namespace kestrune {
+
+DialogAlerts::DialogAlerts(EventLoop& givenLoop, Notifications& givenNotifications, std::string givenProgram,
+                           bool givenHasDisplay, Seconds givenPatience)
+    : AlertQueue(givenLoop.mainQueue()),
+      loop(givenLoop),
+      notifications(givenNotifications),
+      program(std::move(givenProgram)),
+      hasDisplay(givenHasDisplay),
+      patience(givenPatience) {}
+
+DialogAlerts::~DialogAlerts() = default;
+
+void DialogAlerts::close() {
+  forget();
+  if (process) process->kill();
+  forgetProcess();
+}
+
+void DialogAlerts::show(const Open& shown) {
+  if (!hasDisplay) return giveUp("there is no display");
+  if (!process) {
+    process = std::make_unique<DialogProcess>(
+        loop, [this](const dialogs::Event& event) { handle(event); },
+        [this](const std::optional<std::string>& reason) {
+          giveUp(reason.value_or("it ended without an answer"));
+        });
+    if (const auto problem = process->start(program)) return giveUp(*problem);
+  }
+  process->send(dialogs::ShowAlert{shown.id, shown.alert});
+  deadline = loop.after(patience, [this] {
+    process->kill();
+    giveUp("its window did not come");
+  });
+}
+
+void DialogAlerts::raise() {
+  if (process) process->send(dialogs::Raise{});
+}
+
+void DialogAlerts::handle(const dialogs::Event& event) {
+  if (const auto* const shown = std::get_if<dialogs::Shown>(&event)) {
+    if (shown->id == open.back().id) deadline.reset();
+  } else if (const auto* const pressed = std::get_if<dialogs::Pressed>(&event)) {
+    press(pressed->id, pressed->action);
+  } else if (const auto* const answered = std::get_if<dialogs::Answered>(&event)) {
+    if (answered->id == open.back().id) deadline.reset();
+    answer(answered->id, answered->answer);
+    if (open.empty()) forgetProcess();
+  }
+}
+
+/// The program is of no more use: what it showed is told otherwise, from the top down.
+void DialogAlerts::giveUp(const std::string& reason) {
+  forgetProcess();
+  while (!open.empty()) {
+    fallBack(open.back(), reason);
+    answer(open.back().id, {});
+  }
+}
+
+/// The texts of fields stay out of it: a notification may be kept, and read by others.
+void DialogAlerts::fallBack(const Open& lost, const std::string& reason) {
+  reportOnce("no window from " + program + ": " + reason);
+  notifications.add({.identifier = "alert-" + std::to_string(lost.id),
+                     .title = lost.alert.messageText,
+                     .body = lost.alert.informativeText});
+}
+
+void DialogAlerts::forgetProcess() {
+  deadline.reset();
+  process.reset();
+}
+
+}  // namespace kestrune

@@ -1,0 +1,264 @@
+#include <fcntl.h>
+#include <libintl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "adapters/awake/Inhibitors.h"
+#include "adapters/bus/SessionBus.h"
+#include "adapters/children/ChildProcesses.h"
+#include "adapters/children/CurlLocalService.h"
+#include "adapters/children/LeftoverPipes.h"
+#include "adapters/children/SystemdServiceControl.h"
+#include "adapters/desktop/DesktopNotifications.h"
+#include "adapters/desktop/DesktopWorkspace.h"
+#include "adapters/files/AutostartEntries.h"
+#include "adapters/files/PreferencesFile.h"
+#include "adapters/files/ProgramBundle.h"
+#include "adapters/files/SystemFileManager.h"
+#include "adapters/instance/Rendezvous.h"
+#include "adapters/loop/EventLoop.h"
+#include "adapters/loop/SystemClock.h"
+#include "adapters/network/NetworkMonitor.h"
+#include "adapters/pictures/PngImages.h"
+#include "adapters/pictures/QRSymbols.h"
+#include "adapters/system/FileDescriptor.h"
+#include "adapters/terminal/TerminalFace.h"
+#include "adapters/terminal/TerminalOutput.h"
+#include "adapters/tray/TrayAdvice.h"
+#include "adapters/tray/TrayStatusBar.h"
+#include "adapters/windows/DialogAlerts.h"
+#include "adapters/windows/MenuWindow.h"
+#include "host/Diagnosis.h"
+#include "ports/Host.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr auto folderName = "/kestrune-menu-client";
+/// The logo in the size that notifications show, and its name where only the desktop has it.
+constexpr auto iconName = "codex-menubar-64";
+constexpr auto themeIconName = "KestruneMacClient";
+constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open of its own
+constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
+
+/// Has the C library describe errors in the user's language. Numbers, characters and order stay those of "C".
+void followMessageLanguage() {
+  setlocale(LC_MESSAGES, "");
+  // Converted to the characters of "C", Chinese would become question marks.
+  bind_textdomain_codeset("libc", "UTF-8");
+  // The first message opens the catalogue, which a process that has run out of descriptors cannot.
+  static_cast<void>(std::strerror(ENOENT));
+}
+
+/// One that starts with too few could be deaf and mute, and nobody would know.
+void requireDescriptors() {
+  std::vector<FileDescriptor> taken;
+  for (int i = 0; i < descriptorsNeeded; ++i) {
+    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (taken.back()) continue;
+    std::fprintf(stderr, "KestruneMenuClient: cannot start: %s\n", std::strerror(errno));
+    std::_Exit(EXIT_FAILURE);
+  }
+}
+
+/// The client that has started this one to replace it; 0 without one.
+pid_t takePredecessor() {
+  const char* const process = std::getenv(relaunchVariable);
+  const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
+  unsetenv(relaunchVariable);
+  return predecessor;
+}
+
+/// Whether the service manager has started this very process. It takes the end of it for that of the service,
+/// and ends whatever is left, a new instance with it.
+bool isMainProcessOfService(const MainBundle& environment) {
+  return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
+}
+
+/// What the desktop gives to a program that it starts, so that its window may come to the front. Not for the
+/// programs that this one starts.
+std::string takeActivationToken() {
+  std::string token;
+  for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
+    if (const char* const value = std::getenv(name); value != nullptr && *value != '\0') token = value;
+    unsetenv(name);
+  }
+  return token;
+}
+
+Claim claimFor(const StartOptions& options) {
+  const pid_t predecessor = takePredecessor();
+  return {.kind = predecessor != 0     ? Claim::Kind::replace
+                  : options.background ? Claim::Kind::giveWay
+                                       : Claim::Kind::show,
+          .predecessor = predecessor,
+          .activationToken = takeActivationToken()};
+}
+
+class LinuxHost final : public Host {
+ public:
+  explicit LinuxHost(const StartOptions& options)
+      : claim(claimFor(options)),
+        folders(UserFolders::fromEnvironment(bundle)),
+        bus(loop),
+        systemBus(loop),
+        rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
+                   [this](const std::string& activationToken) { show(activationToken); }),
+        images(folders.data),
+        preferences(folders.config + folderName + "/preferences.json"),
+        agents(folders.config + "/autostart", bundle),
+        notifications(bus, loop, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
+        assertions(bus, systemBus, clock),
+        workspace(loop, bundle, options.arguments,
+                  options.face == Face::terminal || isMainProcessOfService(bundle)) {
+    // The process will hold secrets of the user's, which a core dump would leave on the disk.
+    prctl(PR_SET_DUMPABLE, 0);
+    if (claim.kind == Claim::Kind::replace) loop.reapInherited();
+    if (options.face == Face::terminal) {
+      const auto noColor = bundle.environmentVariable("NO_COLOR");
+      const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
+      terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
+      loop.onTerminate([this] {
+        rendezvous.announceEnd();
+        terminal->close();
+      });
+    } else {
+      const std::string program = dialogsPath();
+      const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
+      menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
+      dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
+      loop.onTerminate([this] {
+        rendezvous.announceEnd();
+        dialogs->close();
+        menuWindow->close();
+      });
+    }
+    parts = std::make_unique<Platform>(Platform{
+        .application = &loop,
+        .dispatch = loop,
+        .timers = loop,
+        .clock = clock,
+        .statusBar = terminal ? static_cast<StatusBar&>(*terminal) : *tray,
+        .statusFeed = rendezvous,
+        .requests = rendezvous,
+        .alerts = terminal ? static_cast<Alerts&>(*terminal) : *dialogs,
+        .images = images,
+        .notifications = notifications,
+        .powerAssertions = assertions,
+        .pathMonitors = pathMonitors,
+        .userDefaults = preferences,
+        .mainBundle = bundle,
+        .fileManager = files,
+        .workspace = workspace,
+        .processes = processes,
+        .serviceControl = services,
+        .launchAgents = agents,
+        .localService = localService,
+        .qrCodes = qrCodes,
+    });
+  }
+
+  bool becomeOnlyInstance() override {
+    if (!rendezvous.claim(claim)) return false;
+    bus.connect();
+    systemBus.connect();
+    if (tray) advice.emplace(bus, loop, notifications);
+    return true;
+  }
+
+  Platform& platform() override { return *parts; }
+
+  std::string describe() override {
+    return describeClient(loop, rendezvous) +
+           describeSession(loop, bus, systemBus, bundle, processes, dialogsPath());
+  }
+
+  void endWithOutput() override {
+    // Of a pipe or a socket that nobody reads, no event but this is reported.
+    outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
+  }
+
+  bool write(const std::string& text) override {
+    if (!output) output.emplace(loop, STDOUT_FILENO);
+    return output->write(text);
+  }
+
+  [[noreturn]] void leave(int status) override {
+    std::fflush(nullptr);
+    if (workspace.replacesThisProcess()) {
+      if (terminal) terminal->giveBackInput();
+      rendezvous.passOn();
+      workspace.replaceThisProcess();
+      status = EXIT_FAILURE;
+    }
+    std::_Exit(status);
+  }
+
+ private:
+  /// For a later start, which ends.
+  void show(const std::string& activationToken) {
+    if (terminal) {
+      terminal->printMenu();
+    } else {
+      menuWindow->show(activationToken);
+    }
+  }
+
+  std::string dialogsPath() const { return bundle.bundlePath() + dialogsProgram; }
+
+  bool isSet(const char* variable) const {
+    return !bundle.environmentVariable(variable).value_or("").empty();
+  }
+
+  const Claim claim;
+  const ProgramBundle bundle;
+  const UserFolders folders;
+  EventLoop loop;
+  SystemClock clock;
+  SessionBus bus;
+  SystemBus systemBus;
+  Rendezvous rendezvous;
+  PngImages images;
+  PreferencesFile preferences;
+  AutostartEntries agents;
+  LeftoverPipes leftovers{loop};
+  ChildProcesses processes{[this](FileDescriptor pipe) { leftovers.add(std::move(pipe)); }};
+  SystemdServiceControl services;
+  DesktopNotifications notifications;
+  Inhibitors assertions;
+  NetworkMonitors pathMonitors{loop, clock, systemBus};
+  SystemFileManager files{folders.home};
+  CurlLocalService localService{processes, clock};
+  QRSymbols qrCodes;
+  DesktopWorkspace workspace;
+  EventSource outputEnd;
+  std::optional<TerminalOutput> output;
+  std::unique_ptr<TerminalFace> terminal;
+  std::unique_ptr<MenuWindow> menuWindow;
+  std::unique_ptr<DialogAlerts> dialogs;
+  std::unique_ptr<TrayStatusBar> tray;
+  std::optional<TrayAdvice> advice;
+  std::unique_ptr<Platform> parts;
+};
+
+}  // namespace
+
+std::unique_ptr<Host> makeHost(const StartOptions& options) {
+  followMessageLanguage();
+  requireDescriptors();
+  return std::make_unique<LinuxHost>(options);
+}
+
+}  // namespace kestrune

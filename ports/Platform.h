@@ -1,0 +1,53 @@
+#pragma once
+
+#include "ports/Alert.h"
+#include "ports/Application.h"
+#include "ports/Clock.h"
+#include "ports/DispatchQueue.h"
+#include "ports/FileManager.h"
+#include "ports/Image.h"
+#include "ports/LaunchAgents.h"
+#include "ports/LocalService.h"
+#include "ports/MainBundle.h"
+#include "ports/Notifications.h"
+#include "ports/PathMonitor.h"
+#include "ports/PowerAssertions.h"
+#include "ports/Process.h"
+#include "ports/QRCode.h"
+#include "ports/Requests.h"
+#include "ports/ServiceControl.h"
+#include "ports/StatusFeed.h"
+#include "ports/StatusItem.h"
+#include "ports/Timer.h"
+#include "ports/UserDefaults.h"
+#include "ports/Workspace.h"
+
+namespace kestrune {
+
+/// Everything that the controller asks of a machine. What is referred to outlives the controller.
+struct Platform {
+  Application*
+      application;  ///< null only where the host failed to make one; a controller refuses to start then
+  Dispatch& dispatch;
+  Timers& timers;
+  Clock& clock;
+  StatusBar& statusBar;
+  StatusFeed& statusFeed;
+  Requests& requests;
+  Alerts& alerts;
+  Images& images;
+  Notifications& notifications;
+  PowerAssertions& powerAssertions;
+  PathMonitors& pathMonitors;
+  UserDefaults& userDefaults;
+  const MainBundle& mainBundle;
+  FileManager& fileManager;
+  Workspace& workspace;
+  Processes& processes;
+  const ServiceControl& serviceControl;
+  LaunchAgents& launchAgents;
+  LocalService& localService;
+  QRCodeGenerator& qrCodes;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ports/Image.h"
+
+namespace kestrune {
+
+enum class ViewKind { label, textField, secureTextField, button, image, stack, scroll, container };
+
+enum class FontWeight { regular, medium, semibold };
+enum class TextColor { primary, secondary };
+enum class TextAlignment { natural, center };
+enum class LineBreak { wordWrap, truncateMiddle };
+enum class StackAlignment { leading, centerX };
+
+/// Empty room around a content, in points.
+struct Insets {
+  double top = 0;
+  double left = 0;
+  double bottom = 0;
+  double right = 0;
+
+  bool operator==(const Insets&) const = default;
+};
+
+/// What stands inside an alert, described: a tree of plain values that a face draws. Sizes are in points; 0
+/// leaves a size to the content. What a field of this does not concern is ignored.
+struct View {
+  ViewKind kind = ViewKind::container;
+  std::string identifier{};   ///< of a field: the key of its text in the answer, unique in the alert
+  std::string text{};         ///< of labels, buttons and fields
+  std::string placeholder{};  ///< of fields
+  std::string action{};       ///< of a button: what it asks of the alert's target; the alert stays open
+  std::string accessibilityLabel{};  ///< what the view is called where its text does not say; empty: its text
+
+  double fontSize = 13;
+  FontWeight fontWeight = FontWeight::regular;
+  TextColor textColor = TextColor::primary;
+  TextAlignment textAlignment = TextAlignment::natural;
+  LineBreak lineBreak = LineBreak::wordWrap;
+  int maximumLines = 0;  ///< 0: as many as it takes
+
+  double width = 0;
+  double height = 0;
+  StackAlignment alignment = StackAlignment::leading;  ///< of a stack, which is always vertical
+  double spacing = 0;                                  ///< between the children of a stack
+  Insets insets{};                                     ///< of a stack or a container, around the children
+
+  ImageRef image{};              ///< scaled in proportion to the size of the view
+  std::vector<View> children{};  ///< of a stack, any; of a scroll view or a container, one
+
+  bool operator==(const View&) const = default;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,382 @@
+#include "tests/rig/FakePlatform.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace kestrune::testing {
+
+namespace {
+
+class FakeStatusItem final : public StatusItem {
+ public:
+  explicit FakeStatusItem(FakeStatusBar& givenBar) : bar(givenBar) {}
+  bool hasButton() const override { return bar.hasButton; }
+  void setButton(const StatusButton& button) override {
+    bar.log.push_back("setButton " + button.toolTip.value_or("-"));
+    bar.buttons.push_back(button);
+  }
+  void setMenu(Menu menu) override {
+    bar.log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
+    bar.menus.push_back(std::move(menu));
+    if (bar.whenMenuIsSet) bar.whenMenuIsSet();
+  }
+
+ private:
+  FakeStatusBar& bar;
+};
+
+class FakePathMonitor final : public PathMonitor {
+ public:
+  explicit FakePathMonitor(FakePathMonitors& givenOwner) : owner(givenOwner) {}
+  void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) override {
+    owner.log.push_back("start path monitor on " + queue.label());
+    owner.queue = &queue;
+    owner.onUpdate = std::move(onUpdate);
+  }
+  void cancel() override {
+    owner.log.push_back("cancel path monitor");
+    owner.onUpdate = nullptr;
+  }
+
+ private:
+  FakePathMonitors& owner;
+};
+
+class FakeProcess final : public Process {
+ public:
+  FakeProcess(FakeProcesses& givenOwner, ChildScript givenScript)
+      : owner(givenOwner), script(std::move(givenScript)), end(owner.clock.awakeTime() + script.runtime) {}
+
+  bool isRunning() override {
+    const bool answer = runs();
+    if (answer && script.whileRunning) script.whileRunning();
+    return answer;
+  }
+  void terminate() override { signal("terminate child", script.ignoresTerminate); }
+  void interrupt() override { signal("interrupt child", script.ignoresInterrupt); }
+  void terminateGroup() override { signal("terminate group", script.ignoresTerminate); }
+  int terminationStatus() const override { return signalled || killed() ? 143 : script.status; }
+  std::string readOutput(Seconds patience) override {
+    owner.readPatience.push_back(patience);
+    return script.output;
+  }
+
+ private:
+  bool killed() const { return owner.reservations > reservationsBefore; }
+  bool runs() const { return !killed() && owner.clock.awakeTime() < end; }
+  void signal(const char* words, bool ignored) {
+    owner.log.push_back(words);
+    if (ignored || !runs()) return;
+    signalled = true;
+    end = std::min(end, owner.clock.awakeTime() + script.reaction);
+  }
+
+  FakeProcesses& owner;
+  const ChildScript script;
+  const int reservationsBefore = owner.reservations;
+  Seconds end;
+  bool signalled = false;
+};
+
+}  // namespace
+
+std::unique_ptr<StatusItem> FakeStatusBar::statusItem(double givenLength) {
+  log.push_back("statusItem");
+  length = givenLength;
+  return std::make_unique<FakeStatusItem>(*this);
+}
+
+struct FakeStatusFeed::Subscription final : StatusSubscription {
+  std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
+};
+
+void FakeStatusFeed::publish(const std::string& line) {
+  const bool isNew = lines.empty() || lines.back() != line;
+  if (isNew) lines.push_back(line);
+  if (isNew || !runs) tell(line);
+  runs = true;
+}
+
+std::unique_ptr<StatusSubscription> FakeStatusFeed::subscribe(std::function<void(const std::string&)> onLine,
+                                                              std::function<void()> onAbsence) {
+  auto made = std::make_unique<Subscription>();
+  made->hear = std::make_shared<std::function<void(const std::optional<std::string>&)>>(
+      [onLine = std::move(onLine), onAbsence = std::move(onAbsence)](const std::optional<std::string>& line) {
+        line ? onLine(*line) : onAbsence();
+      });
+  subscribers.push_back(made->hear);
+  queue.async([each = subscribers.back(), line = runs ? std::optional(lines.back()) : std::nullopt] {
+    if (const auto hear = each.lock()) (*hear)(line);
+  });
+  return made;
+}
+
+void FakeStatusFeed::end() {
+  runs = false;
+  tell(std::nullopt);
+}
+
+void FakeStatusFeed::tell(std::optional<std::string> line) {
+  for (const auto& each : subscribers) {
+    queue.async([each, line] {
+      if (const auto hear = each.lock()) (*hear)(line);
+    });
+  }
+}
+
+void FakeAlerts::present(AlertRequest request) {
+  log.emplace_back("present alert");
+  if (whenAsked) whenAsked();
+  AlertQueue::present(std::move(request));
+}
+
+void FakeAlerts::show(const Open& one) {
+  shown.push_back(one.alert);
+  log.push_back("show alert " + one.alert.messageText);
+}
+
+void FakeAlerts::answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields) {
+  const Open& answered = open.back();
+  const std::function<void(const View&)> collect = [&](const View& view) {
+    if (!view.identifier.empty()) fields.emplace(view.identifier, view.text);
+    for (const auto& child : view.children) collect(child);
+  };
+  if (answered.alert.accessoryView) collect(*answered.alert.accessoryView);
+  AlertQueue::answer(answered.id, {button, std::move(fields)});
+}
+
+void FakeAlerts::press(const std::string& action) {
+  if (open.back().alert.target.expired()) throw std::logic_error("the buttons of this alert have no target");
+  AlertQueue::press(open.back().id, action);
+}
+
+ImageRef FakeImages::imageFromFile(const std::string& path) {
+  asked.push_back(path);
+  const auto found = files.find(path);
+  if (found == files.end()) return nullptr;
+  return read.emplace_back(std::make_shared<Image>(*found->second));
+}
+
+ImageRef FakeImages::imageNamed(const std::string& name) {
+  asked.push_back(name);
+  const auto found = named.find(name);
+  return found != named.end() ? found->second : nullptr;
+}
+
+ImageRef FakeImages::applyColorControls(const Image& image, const ColorControls& controls) {
+  filtered.push_back(controls);
+  if (filterFails) return nullptr;
+  auto copy = std::make_shared<Image>(image);
+  if (controls == ColorControls{}) return copy;
+  for (auto& bitmap : copy->bitmaps) {
+    for (std::size_t at = 0; at + 3 < bitmap.rgba.size(); at += 4) {
+      bitmap.rgba[at] = bitmap.rgba[at + 2] = bitmap.rgba[at + 1];
+    }
+  }
+  return copy;
+}
+
+void FakeNotifications::requestAuthorization(unsigned options) {
+  log.push_back("requestAuthorization " + std::to_string(options));
+}
+
+void FakeNotifications::add(const Notification& notification) {
+  log.push_back("notify " + notification.title);
+  posted.push_back(notification);
+}
+
+std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type, int level,
+                                                         const std::string& name) {
+  const bool display = type == PowerAssertionType::noDisplaySleep;
+  log.push_back(display ? "create display assertion" : "create system assertion");
+  names.push_back(name);
+  levels.push_back(level);
+  if (display ? displayFails : systemFails) return std::nullopt;
+  held.emplace(++next, type);
+  return next;
+}
+
+bool FakePowerAssertions::isHeld(std::uint32_t identifier) {
+  return held.contains(identifier) && !lost.contains(identifier);
+}
+
+void FakePowerAssertions::release(std::uint32_t identifier) {
+  const auto found = held.find(identifier);
+  if (found == held.end()) {
+    log.push_back("release unknown assertion");
+    return;
+  }
+  log.push_back(found->second == PowerAssertionType::noDisplaySleep ? "release display assertion"
+                                                                    : "release system assertion");
+  held.erase(found);
+}
+
+std::unique_ptr<PathMonitor> FakePathMonitors::makePathMonitor() {
+  log.push_back("makePathMonitor");
+  return std::make_unique<FakePathMonitor>(*this);
+}
+
+void FakePathMonitors::report(const NetworkPath& path) {
+  if (!onUpdate) return;
+  queue->async([this, path] {
+    // What it keeps to itself from one call to the next is lost.
+    if (const auto copy = onUpdate) copy(path);
+  });
+}
+
+std::optional<bool> FakeUserDefaults::boolForKey(const std::string& key) const {
+  asked.push_back(key);
+  const auto found = values.find(key);
+  if (found == values.end() || !std::holds_alternative<bool>(found->second)) return std::nullopt;
+  return std::get<bool>(found->second);
+}
+
+std::optional<std::string> FakeUserDefaults::stringForKey(const std::string& key) const {
+  asked.push_back(key);
+  const auto found = values.find(key);
+  if (found == values.end() || !std::holds_alternative<std::string>(found->second)) return std::nullopt;
+  return std::get<std::string>(found->second);
+}
+
+std::optional<std::string> FakeMainBundle::pathForResource(const std::string& name,
+                                                           const std::string& extension) const {
+  const auto found = resources.find(name + "." + extension);
+  return found != resources.end() ? std::optional(found->second) : std::nullopt;
+}
+
+std::optional<std::string> FakeMainBundle::environmentVariable(const std::string& name) const {
+  const auto found = environment.find(name);
+  return found != environment.end() ? std::optional(found->second) : std::nullopt;
+}
+
+LaunchResult FakeProcesses::launch(const std::string& executable, const std::vector<std::string>& arguments) {
+  log.push_back("launch " + executable);
+  launches.push_back({executable, arguments, clock.awakeTime()});
+  if (launchError) return {nullptr, *launchError};
+  const auto script = std::find_if(scripts.begin(), scripts.end(), [&arguments](const auto& each) {
+    return arguments.back().find(each.first) != std::string::npos;
+  });
+  return {std::make_unique<FakeProcess>(*this, script != scripts.end() ? script->second : ChildScript{}), {}};
+}
+
+void FakeProcesses::reserveForThisThread() {
+  log.push_back("reserve processes");
+  ++reservations;
+}
+
+std::size_t FakeProcesses::launchesOf(const std::string& text) const {
+  return static_cast<std::size_t>(std::count_if(
+      launches.begin(), launches.end(),
+      [&text](const Launch& each) { return each.arguments.back().find(text) != std::string::npos; }));
+}
+
+bool FakeFileManager::fileExists(const std::string& path) const {
+  return files.contains(path) || unreadable.contains(path);
+}
+
+FileContents FakeFileManager::contents(const std::string& path) const {
+  asked.push_back(path);
+  if (whenRead) whenRead();
+  if (readError) return {ReadOutcome::passing, {}, *readError};
+  const auto found = files.find(path);
+  if (found == files.end()) return {ReadOutcome::unreadable, {}, "not there"};
+  if (found->second.size() > sizeLimit) return {ReadOutcome::tooLarge, {}, "too large"};
+  return {ReadOutcome::read, found->second};
+}
+
+std::optional<std::string> FakeFileManager::writeAtomically(const std::string& path,
+                                                            const std::string& contents) {
+  log.push_back("write " + path);
+  if (writeError) return writeError;
+  unreadable.erase(path);
+  files[path] = contents;
+  return std::nullopt;
+}
+
+std::optional<std::string> FakeFileManager::writePrivately(const std::string& path,
+                                                           const std::string& contents) {
+  log.push_back("write privately " + path);
+  if (keepError) return keepError;
+  files[path] = contents;
+  return std::nullopt;
+}
+
+std::optional<std::string> FakeFileManager::replaceUnreadable(const std::string& path,
+                                                              const std::string& contents) {
+  if (fileExists(path)) {
+    log.push_back("keep unreadable " + path);
+    if (keepError) return keepError;
+  }
+  return writeAtomically(path, contents);
+}
+
+std::optional<std::string> FakeFileManager::createDirectory(const std::string& path) {
+  log.push_back("create folder " + path);
+  return folderError;
+}
+
+std::optional<std::string> FakeFileManager::removeItem(const std::string& path) {
+  log.push_back("remove " + path);
+  if (removeError) return removeError;
+  return files.erase(path) + unreadable.erase(path) > 0 ? std::nullopt
+                                                        : std::optional<std::string>("not there");
+}
+
+std::optional<std::string> FakeLocalService::getProjects(const std::string& token) {
+  log.push_back("ask local service");
+  tokens.push_back(token);
+  if (whileAsked) whileAsked();
+  clock.sleep(duration);
+  return answer;
+}
+
+std::optional<Bitmap> FakeQRCodes::generate(const std::string& message) {
+  messages.push_back(message);
+  if (fails) return std::nullopt;
+  return Bitmap{1, 1, {0, 0, 0, 255}};
+}
+
+std::optional<std::string> FakeWorkspace::openNewInstance(const std::string& bundlePath) {
+  log.push_back("open new instance of " + bundlePath);
+  return launchError;
+}
+
+Platform platformWith(FakePlatform& fakes, const RealParts& real) {
+  const auto either = [](auto* given, auto& fake) -> decltype(*given) {
+    return given != nullptr ? *given : fake;
+  };
+  return {
+      .application = &fakes.loop,
+      .dispatch = fakes.loop,
+      .timers = fakes.loop,
+      .clock = either(real.clock, fakes.clock),
+      .statusBar = either(real.statusBar, fakes.statusBar),
+      .statusFeed = fakes.statusFeed,
+      .requests = fakes.requests,
+      .alerts = either(real.alerts, fakes.alerts),
+      .images = either(real.images, fakes.images),
+      .notifications = fakes.notifications,
+      .powerAssertions = fakes.powerAssertions,
+      .pathMonitors = fakes.pathMonitors,
+      .userDefaults = fakes.userDefaults,
+      .mainBundle = fakes.mainBundle,
+      .fileManager = fakes.fileManager,
+      .workspace = fakes.workspace,
+      .processes = either(real.processes, fakes.processes),
+      .serviceControl = either(real.serviceControl, fakes.serviceControl),
+      .launchAgents = either(real.launchAgents, fakes.launchAgents),
+      .localService = fakes.localService,
+      .qrCodes = fakes.qrCodes,
+  };
+}
+
+ImageRef makeTestImage(int side, std::uint8_t red, std::uint8_t green, std::uint8_t blue,
+                       std::uint8_t alpha) {
+  Bitmap bitmap{side, side, {}};
+  for (int pixel = 0; pixel < side * side; ++pixel) {
+    for (const std::uint8_t channel : {red, green, blue, alpha}) bitmap.rgba.push_back(channel);
+  }
+  return std::make_shared<Image>(Image{double(side), double(side), true, {bitmap}});
+}
+
+}  // namespace kestrune::testing

@@ -1,0 +1,295 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "adapters/alerts/AlertQueue.h"
+#include "adapters/launchd/LaunchdAgents.h"
+#include "adapters/launchd/LaunchdServiceControl.h"
+#include "ports/Platform.h"
+#include "tests/rig/VirtualTime.h"
+
+namespace kestrune::testing {
+
+struct FakeStatusBar final : StatusBar {
+  explicit FakeStatusBar(CallLog& givenLog) : log(givenLog) {}
+  std::unique_ptr<StatusItem> statusItem(double length) override;
+
+  CallLog& log;
+  bool hasButton = true;
+  double length = 0;
+  std::vector<StatusButton> buttons;  ///< every one that was set, the last shows
+  std::vector<Menu> menus;            ///< every one that was set, the last shows
+  std::function<void()> whenMenuIsSet;
+
+  const StatusButton& button() const { return buttons.back(); }
+  const Menu& menu() const { return menus.back(); }
+  /// The row with that number, counted from 1.
+  const MenuItem& row(std::size_t number) const { return menu().items.at(number - 1); }
+};
+
+/// Tells its subscribers at once.
+struct FakeStatusFeed final : StatusFeed {
+  explicit FakeStatusFeed(DispatchQueue& givenQueue) : queue(givenQueue) {}
+  void publish(const std::string& line) override;
+  std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
+                                                std::function<void()> onAbsence) override;
+  /// The client that runs ends.
+  void end();
+
+  DispatchQueue& queue;
+  std::vector<std::string> lines;  ///< every one that was new
+  bool runs = false;               ///< whether a client does
+
+ private:
+  struct Subscription;
+  void tell(std::optional<std::string> line);
+  std::vector<std::weak_ptr<std::function<void(const std::optional<std::string>&)>>> subscribers;
+};
+
+struct FakeRequests final : Requests {
+  void onPerform(std::function<std::optional<std::string>(const std::string&)> given) override {
+    perform = std::move(given);
+  }
+  std::function<std::optional<std::string>(const std::string&)> perform;
+};
+
+struct FakeAlerts final : AlertQueue {
+  FakeAlerts(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
+  void present(AlertRequest request) override;
+  /// Answers the alert that shows, and shows the next. Fields that are not given keep their texts.
+  void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
+  /// Presses a button inside the alert that shows. What is asked for by it stands on top.
+  void press(const std::string& action);
+  /// The one that can be answered; null when none shows.
+  const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
+
+  CallLog& log;
+  std::vector<Alert> shown;  ///< every one, in order
+  int raises = 0;            ///< how often the open ones were brought to the front
+  std::function<void()> whenAsked;
+
+ private:
+  void show(const Open& one) override;
+  void raise() override { ++raises; }
+};
+
+struct FakeImages final : Images {
+  ImageRef imageFromFile(const std::string& path) override;
+  ImageRef imageNamed(const std::string& name) override;
+  ImageRef applyColorControls(const Image& image, const ColorControls& controls) override;
+
+  std::map<std::string, ImageRef> files;
+  std::map<std::string, ImageRef> named;
+  bool filterFails = false;
+  std::vector<std::string> asked;  ///< paths and names, in order
+  std::vector<ImageRef> read;      ///< what was read from files, in order
+  std::vector<ColorControls> filtered;
+};
+
+struct FakeNotifications final : Notifications {
+  explicit FakeNotifications(CallLog& givenLog) : log(givenLog) {}
+  void requestAuthorization(unsigned options) override;
+  void add(const Notification& notification) override;
+
+  CallLog& log;
+  std::vector<Notification> posted;
+};
+
+struct FakePowerAssertions final : PowerAssertions {
+  explicit FakePowerAssertions(CallLog& givenLog) : log(givenLog) {}
+  std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
+  bool isHeld(std::uint32_t identifier) override;
+  void release(std::uint32_t identifier) override;
+
+  CallLog& log;
+  bool displayFails = false;
+  bool systemFails = false;
+  std::map<std::uint32_t, PowerAssertionType> held;
+  std::set<std::uint32_t> lost;  ///< of those that are held: the ones that are no longer in force
+  std::vector<std::string> names;
+  std::vector<int> levels;
+
+ private:
+  std::uint32_t next = 41;
+};
+
+struct FakePathMonitors final : PathMonitors {
+  explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
+  std::unique_ptr<PathMonitor> makePathMonitor() override;
+  /// Reports a path to the monitor that was started, if it was not cancelled.
+  void report(const NetworkPath& path);
+
+  CallLog& log;
+  DispatchQueue* queue = nullptr;
+  std::function<void(NetworkPath)> onUpdate;
+};
+
+struct FakeUserDefaults final : UserDefaults {
+  std::optional<bool> boolForKey(const std::string& key) const override;
+  std::optional<std::string> stringForKey(const std::string& key) const override;
+  void setBool(const std::string& key, bool value) override { values.insert_or_assign(key, value); }
+  void setString(const std::string& key, const std::string& value) override {
+    values.insert_or_assign(key, value);
+  }
+
+  std::map<std::string, std::variant<bool, std::string>> values;
+  mutable std::vector<std::string> asked;  ///< the keys that were read, in order
+};
+
+struct FakeMainBundle final : MainBundle {
+  std::string bundlePath() const override { return bundle; }
+  std::optional<std::string> executablePath() const override { return executable; }
+  std::optional<std::string> pathForResource(const std::string& name,
+                                             const std::string& extension) const override;
+  std::optional<std::string> environmentVariable(const std::string& name) const override;
+  std::string currentDirectoryPath() const override { return currentDirectory; }
+
+  std::string bundle = "/opt/kestrune";
+  std::optional<std::string> executable = "/opt/kestrune/KestruneMenuClient";
+  std::string currentDirectory = "/home/u/backend";
+  std::map<std::string, std::string> environment;
+  std::map<std::string, std::string> resources;  ///< by "name.extension"
+};
+
+/// What a child of the fake does.
+struct ChildScript {
+  Seconds runtime{0};    ///< how long it runs if nothing stops it
+  int status = 0;        ///< its exit status when it ends by itself
+  std::string output{};  ///< what both of its pipes hold at the end
+  bool ignoresTerminate = false;
+  bool ignoresInterrupt = false;
+  Seconds reaction{0};  ///< how long it goes on after a signal that it does not ignore
+  /// Called whenever it is found running: what happens meanwhile on the main thread.
+  std::function<void()> whileRunning{};
+};
+
+struct FakeProcesses final : Processes {
+  FakeProcesses(VirtualClock& givenClock, CallLog& givenLog) : clock(givenClock), log(givenLog) {}
+  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override;
+  void reserveForThisThread() override;
+
+  /// What each launch finds, by a text that its last argument contains; the first that fits. Others end at
+  /// once with success and no output.
+  std::vector<std::pair<std::string, ChildScript>> scripts;
+  std::optional<std::string> launchError;
+
+  struct Launch {
+    std::string executable;
+    std::vector<std::string> arguments;
+    Seconds at;
+  };
+  std::vector<Launch> launches;
+  /// How many launches had a last argument that contains `text`.
+  std::size_t launchesOf(const std::string& text) const;
+  std::vector<Seconds> readPatience;
+  int reservations = 0;  ///< children that were launched before one are killed by it
+
+  VirtualClock& clock;
+  CallLog& log;
+};
+
+struct FakeLocalService final : LocalService {
+  FakeLocalService(VirtualClock& givenClock, CallLog& givenLog) : clock(givenClock), log(givenLog) {}
+  std::optional<std::string> getProjects(const std::string& token) override;
+
+  VirtualClock& clock;
+  CallLog& log;
+  std::optional<std::string> answer;
+  Seconds duration{0};
+  std::vector<std::string> tokens;  ///< of every request
+  std::function<void()> whileAsked;
+};
+
+/// Makes symbols of one dark module, however long the message.
+struct FakeQRCodes final : QRCodeGenerator {
+  std::optional<Bitmap> generate(const std::string& message) override;
+
+  bool fails = false;
+  std::vector<std::string> messages;
+};
+
+struct FakeFileManager final : FileManager {
+  explicit FakeFileManager(CallLog& givenLog) : log(givenLog) {}
+  bool fileExists(const std::string& path) const override;
+  FileContents contents(const std::string& path) const override;
+  std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  std::optional<std::string> createDirectory(const std::string& path) override;
+  std::optional<std::string> removeItem(const std::string& path) override;
+  std::string homeDirectoryPath() const override { return "/home/u"; }
+
+  CallLog& log;
+  std::map<std::string, std::string> files;
+  std::set<std::string> unreadable;        ///< there, but of no use to this user
+  std::optional<std::string> writeError;   ///< of every write
+  std::optional<std::string> folderError;  ///< of every folder that is to be made
+  std::optional<std::string> removeError;  ///< of every file that is to be removed
+  std::optional<std::string> keepError;    ///< of every file that is to be kept, privately or as unreadable
+  std::optional<std::string> readError;    ///< of every read, and passing
+  mutable std::vector<std::string> asked;  ///< the files that were read, in order
+  std::function<void()> whenRead;          ///< called before the file is looked at
+};
+
+struct FakeWorkspace final : Workspace {
+  explicit FakeWorkspace(CallLog& givenLog) : log(givenLog) {}
+  void open(const std::string& path) override { log.push_back("open " + path); }
+  std::string codexAppPath() const override { return "/Applications/Codex.app"; }
+  std::optional<std::string> openNewInstance(const std::string& bundlePath) override;
+
+  CallLog& log;
+  std::optional<std::string> launchError;
+};
+
+struct FakePlatform;
+
+/// What is real in a machine that is made up otherwise; null: nothing.
+struct RealParts {
+  Clock* clock = nullptr;
+  Processes* processes = nullptr;
+  const ServiceControl* serviceControl = nullptr;
+  LaunchAgents* launchAgents = nullptr;
+  StatusBar* statusBar = nullptr;
+  Alerts* alerts = nullptr;
+  Images* images = nullptr;
+};
+Platform platformWith(FakePlatform& fakes, const RealParts& real);
+
+/// A whole machine for the controller, to be looked at from every side.
+struct FakePlatform {
+  CallLog log;
+  VirtualClock clock;
+  FakeLoop loop{clock, log};
+  FakeStatusBar statusBar{log};
+  FakeStatusFeed statusFeed{loop.mainQueue()};
+  FakeRequests requests;
+  FakeAlerts alerts{loop.mainQueue(), log};
+  FakeImages images;
+  FakeNotifications notifications{log};
+  FakePowerAssertions powerAssertions{log};
+  FakePathMonitors pathMonitors{log};
+  FakeUserDefaults userDefaults;
+  FakeMainBundle mainBundle;
+  FakeProcesses processes{clock, log};
+  LaunchdServiceControl serviceControl{501};
+  FakeFileManager fileManager{log};
+  LaunchdAgents launchAgents{"/home/u",
+                             [this](const std::string& path) { return fileManager.fileExists(path); }};
+  FakeLocalService localService{clock, log};
+  FakeQRCodes qrCodes;
+  FakeWorkspace workspace{log};
+  Platform platform = platformWith(*this, {});
+};
+
+/// An image of one bitmap, all of one colour.
+ImageRef makeTestImage(int side, std::uint8_t red, std::uint8_t green, std::uint8_t blue,
+                       std::uint8_t alpha = 255);
+
+}  // namespace kestrune::testing

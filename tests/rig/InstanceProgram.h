@@ -1,0 +1,29 @@
+#pragma once
+
+#include <csignal>
+#include <string>
+
+#include "adapters/instance/Rendezvous.h"
+#include "tests/rig/ForkedProgram.h"
+
+namespace kestrune::testing {
+
+/// A process that claims to be the client: says "waiting" when that is not clear at once, "client" or
+/// "second", and "shown" whenever it is asked to show itself. A client runs until SIGTERM.
+struct InstanceProgram : ForkedProgram {
+  explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
+      : ForkedProgram([&folders, &claim](const Say& say) {
+          EventLoop loop;
+          Rendezvous rendezvous(loop, folders, [&say](const std::string&) { say("shown"); });
+          bool isClear = false;
+          loop.mainQueue().async([&] {
+            if (!isClear) say("waiting");
+          });
+          const bool isClient = rendezvous.claim(claim);
+          isClear = true;
+          say(isClient ? "client" : "second");
+          if (isClient) loop.runUntil([] { return false; });
+        }) {}
+};
+
+}  // namespace kestrune::testing

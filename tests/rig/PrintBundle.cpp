@@ -1,0 +1,44 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "adapters/files/ProgramBundle.h"
+
+// Tells what the running program knows of itself. It learns that first; then it does what its arguments say:
+//   chdir FOLDER            work there
+//   remove PATH             take a file or a folder away
+//   rename PATH PATH        move one
+//   resource NAME EXTENSION write where that resource is, or "none"
+//   variable NAME           write what it is set to, or "none"
+//   paths                   write the bundle's folder, the program and the working folder, each on a line
+
+int main(int count, char** arguments) {
+  const kestrune::ProgramBundle bundle;
+  const auto say = [](const std::optional<std::string>& text) { std::puts(text ? text->c_str() : "none"); };
+  for (int i = 1; i < count; ++i) {
+    const std::string verb = arguments[i];
+    const auto next = [&] { return i + 1 < count ? arguments[++i] : ""; };
+    if (verb == "chdir") {
+      std::filesystem::current_path(next());
+    } else if (verb == "remove") {
+      std::filesystem::remove_all(next());
+    } else if (verb == "rename") {
+      const std::string from = next();
+      std::filesystem::rename(from, next());
+    } else if (verb == "resource") {
+      const std::string name = next();
+      say(bundle.pathForResource(name, next()));
+    } else if (verb == "variable") {
+      say(bundle.environmentVariable(next()));
+    } else if (verb == "paths") {
+      say(bundle.bundlePath());
+      say(bundle.executablePath());
+      say(bundle.currentDirectoryPath());
+    } else {
+      std::fprintf(stderr, "print_bundle: what is \"%s\"?\n", verb.c_str());
+      return 98;
+    }
+  }
+}

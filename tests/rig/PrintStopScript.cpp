@@ -1,0 +1,16 @@
+#include <cstdio>
+
+#include "KestruneMenuClient/AppDelegate.h"
+#include "adapters/children/SystemdServiceControl.h"
+#include "tests/rig/FakePlatform.h"
+
+// Writes the shell lines by which the client of this host stops the backend. Run them in a namespace only:
+// they end whatever looks like a backend.
+
+int main() {
+  kestrune::testing::FakePlatform fakes;
+  const kestrune::SystemdServiceControl services;
+  auto platform = kestrune::testing::platformWith(fakes, {.serviceControl = &services});
+  const auto controller = std::make_shared<kestrune::AppDelegate>(platform);
+  std::fputs(controller->backendServiceStopCommand().c_str(), stdout);
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+
+#include "adapters/system/FileDescriptor.h"
+#include "tests/rig/ComesTrue.h"
+
+namespace kestrune::testing {
+
+/// Whether the process ends, or has ended, within `wait`. It may be anybody's child.
+inline bool ends(pid_t pid, Seconds wait = patience) {
+  const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  if (!process && errno == ESRCH) return true;
+  if (!process) throw std::runtime_error("no such process can be");
+  pollfd waiting{process.get(), POLLIN, 0};
+  return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;
+}
+
+/// A process that a child left behind, and that a test ends with itself.
+class Leftover {
+ public:
+  explicit Leftover(pid_t givenPid) : pid(givenPid) {}
+  ~Leftover() {
+    if (runs()) kill(pid, SIGKILL);
+  }
+  Leftover(const Leftover&) = delete;
+  Leftover& operator=(const Leftover&) = delete;
+
+  bool runs() const { return pid > 0 && !ends(pid, Seconds{0}); }
+
+  const pid_t pid;
+};
+
+}  // namespace kestrune::testing

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "ports/Menu.h"
+#include "tests/rig/VirtualTime.h"
+
+namespace kestrune::testing {
+
+/// Writes down what the user chose.
+struct RecordingTarget final : ActionTarget {
+  void performAction(std::string_view action) override {
+    performed.emplace_back(action);
+    if (onPerform) onPerform();
+  }
+
+  CallLog performed;
+  std::function<void()> onPerform;
+};
+
+}  // namespace kestrune::testing

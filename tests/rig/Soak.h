@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/rig/SoakRules.h"
+
+namespace kestrune::testing {
+
+/// Makes the same choices again for the same seed, on every machine.
+class Chance {
+ public:
+  explicit Chance(std::uint64_t seed) : engine(seed) {}
+
+  std::size_t below(std::size_t limit) { return static_cast<std::size_t>(engine() % limit); }
+  bool comesUp(double probability) { return fraction() < probability; }
+  Seconds between(double least, double most) { return Seconds{least + (most - least) * fraction()}; }
+  template <typename T>
+  const T& among(const std::vector<T>& all) {
+    return all[below(all.size())];
+  }
+
+ private:
+  double fraction() { return static_cast<double>(engine() >> 11) / 9007199254740992.0; }
+  std::mt19937_64 engine;
+};
+
+/// A controller on a machine on which everything happens that may happen to it in a long time, by chance,
+/// under the eyes of the rules.
+class Soak {
+ public:
+  explicit Soak(std::uint64_t seed);
+  ~Soak();
+  Soak(const Soak&) = delete;
+  Soak& operator=(const Soak&) = delete;
+
+  /// Lets so much time pass, not counting what is slept or jumped.
+  void live(Seconds duration);
+  /// As that, but quits at some moment in it, whatever is under way then.
+  void liveAndQuit(Seconds duration);
+  /// From now on nothing new happens and the backend is well: returns when everything is done that was begun,
+  /// all windows are answered and the status has been told once more. The next `live` ends the calm.
+  void calmDown();
+  void quit();
+
+  std::size_t refreshes() const { return rules.refreshes(); }
+  std::size_t menus() const { return rules.menus(); }
+  /// How often what happened, in words.
+  const std::map<std::string, int>& happened() const { return tally; }
+
+  FakePlatform machine;
+
+ private:
+  class Shell;
+  enum class Mood { well, failing, slow, wild };
+  struct Happening {
+    const char* name;
+    int weight;
+    void (Soak::*happen)();
+  };
+  static const std::vector<Happening> happenings;
+
+  void happen();
+  void meanwhile();
+
+  void networkReports();
+  void networkFlaps();
+  void userChooses();
+  void userAnswers();
+  void moodChanges();
+  void envChanges();
+  void serviceChanges();
+  void assertionsAreRefused();
+  void filesFail();
+  void shellIsMissing();
+  void machineSleeps();
+  void clockJumps();
+
+  std::string output();
+  ChildScript nextChild();
+  void serviceIsAsked();
+
+  Chance chance;
+  std::unique_ptr<Shell> shell;
+  Platform platform;
+  std::shared_ptr<AppDelegate> controller;
+  SoakRules rules;
+
+  bool calm = true;
+  Mood mood = Mood::well;
+  bool serviceIsWell = true;
+  Seconds next{0};
+  Seconds end{0};
+  std::optional<Seconds> quitting;
+  std::map<std::string, int> tally;
+};
+
+}  // namespace kestrune::testing

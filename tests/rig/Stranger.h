@@ -1,0 +1,60 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "tests/rig/PrivateBus.h"
+
+namespace kestrune::testing {
+
+/// Some program on a bus that sends others signals that are not its to send.
+class Stranger {
+ public:
+  explicit Stranger(const PrivateBus& daemon) {
+    const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
+                      sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
+    if (!done) throw std::runtime_error("no stranger");
+  }
+  ~Stranger() { sd_bus_flush_close_unref(bus); }
+  Stranger(const Stranger&) = delete;
+  Stranger& operator=(const Stranger&) = delete;
+
+  /// To the connection of that unique name alone. Returns when the bus has passed it on.
+  template <typename... Arguments>
+  void tell(const std::string& receiver, const char* path, const char* interface, const char* member,
+            const char* types, Arguments... arguments) {
+    sd_bus_message* signal = nullptr;
+    const bool done = sd_bus_message_new_signal(bus, &signal, path, interface, member) >= 0 &&
+                      sd_bus_message_set_destination(signal, receiver.c_str()) >= 0 &&
+                      sd_bus_message_append(signal, types, arguments...) >= 0 &&
+                      sd_bus_send(bus, signal, nullptr) >= 0 &&
+                      sd_bus_call_method(bus, driver, driverPath, driver, "GetId", nullptr, nullptr, "") >= 0;
+    sd_bus_message_unref(signal);
+    if (!done) throw std::runtime_error("the stranger cannot speak");
+  }
+
+  /// Returns with its answer.
+  template <typename... Arguments>
+  void ask(const std::string& receiver, const char* path, const char* interface, const char* member,
+           const char* types, Arguments... arguments) {
+    if (sd_bus_call_method(bus, receiver.c_str(), path, interface, member, nullptr, nullptr, types,
+                           arguments...) < 0) {
+      throw std::runtime_error("the stranger is not answered");
+    }
+  }
+
+  /// Tells it what only the bus may: that a name has changed hands.
+  void tellOfOwner(const std::string& receiver, const char* name, const char* before, const char* after) {
+    tell(receiver, driverPath, driver, "NameOwnerChanged", "sss", name, before, after);
+  }
+
+ private:
+  static constexpr auto driver = "org.freedesktop.DBus";
+  static constexpr auto driverPath = "/org/freedesktop/DBus";
+
+  sd_bus* bus = nullptr;
+};
+
+}  // namespace kestrune::testing

@@ -1,0 +1,195 @@
+#pragma once
+
+#include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "adapters/system/FileDescriptor.h"
+#include "tests/rig/BusText.h"
+#include "tests/rig/ComesTrueElsewhere.h"
+
+namespace kestrune::testing {
+
+/// A service on a bus, on a thread of its own, so that the thread under test may wait for it. Writes down
+/// what it is asked. Leaves the bus with this.
+class StubService {
+ public:
+  /// Answers a call, or not, on the service's thread. False: the service has no such method.
+  using Behaviour = std::function<bool(sd_bus_message* call)>;
+
+  /// Returns when it has the name.
+  StubService(std::string givenAddress, std::string givenName, Behaviour givenBehaviour)
+      : address(std::move(givenAddress)), name(std::move(givenName)), behaviour(std::move(givenBehaviour)) {
+    std::promise<void> started;
+    auto ready = started.get_future();
+    thread = std::thread([this, &started] { run(started); });
+    try {
+      ready.get();
+    } catch (...) {
+      thread.join();
+      throw;
+    }
+  }
+
+  ~StubService() {
+    perform([this] { sd_event_exit(loop, 0); });
+    thread.join();
+  }
+  StubService(const StubService&) = delete;
+  StubService& operator=(const StubService&) = delete;
+
+  /// Everything that it was asked so far, in order: "path Method arguments".
+  std::vector<std::string> calls() const {
+    const std::lock_guard lock(mutex);
+    return record;
+  }
+
+  /// The calls from the last look on.
+  std::vector<std::string> newCalls() {
+    const std::lock_guard lock(mutex);
+    return std::exchange(record, {});
+  }
+
+  void behave(Behaviour changed) {
+    perform([this, &changed] { behaviour = std::move(changed); });
+  }
+
+  /// Runs `work` on the service's thread, and returns when it is done.
+  void perform(const std::function<void()>& work) {
+    std::promise<void> done;
+    {
+      const std::lock_guard lock(mutex);
+      jobs.emplace_back([&] {
+        work();
+        done.set_value();
+      });
+    }
+    const std::uint64_t one = 1;
+    if (write(wakeUp.get(), &one, sizeof one) < 0) throw std::runtime_error("stub: no wake-up");
+    done.get_future().get();
+  }
+
+  /// Returns when the bus has passed on everything that this service has answered.
+  void settle() {
+    perform([this] {
+      must(sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                              "GetId", nullptr, nullptr, ""),
+           "settle");
+    });
+  }
+
+  // Behaviours
+
+  /// Grants every inhibition with a cookie of its own, from `first` on.
+  static Behaviour grants(std::uint32_t first) {
+    return [next = first](sd_bus_message* call) mutable {
+      if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {
+        sd_bus_reply_method_return(call, "u", next++);
+      } else {
+        sd_bus_reply_method_return(call, "");
+      }
+      return true;
+    };
+  }
+
+  static Behaviour refuses(std::string errorName) {
+    return [errorName = std::move(errorName)](sd_bus_message* call) {
+      sd_bus_reply_method_errorf(call, errorName.c_str(), "not today");
+      return true;
+    };
+  }
+
+  static Behaviour saysNothing() {
+    return [](sd_bus_message*) { return true; };
+  }
+
+  static Behaviour offersNothing() {
+    return [](sd_bus_message*) { return false; };
+  }
+
+  static Behaviour offersAt(std::string path, Behaviour behaviour) {
+    return [path = std::move(path), behaviour = std::move(behaviour)](sd_bus_message* call) {
+      return path == sd_bus_message_get_path(call) && behaviour(call);
+    };
+  }
+
+ private:
+  static void must(int result, const char* what) {
+    if (result < 0) throw std::runtime_error(std::string("stub: ") + what + ": " + std::strerror(-result));
+  }
+
+  void run(std::promise<void>& started) {
+    try {
+      must(sd_event_new(&loop), "loop");
+      must(sd_event_add_io(loop, nullptr, wakeUp.get(), EPOLLIN, &wokenUp, this), "wake-up");
+      must(sd_bus_new(&bus), "bus");
+      must(sd_bus_set_address(bus, address.c_str()), "address");
+      must(sd_bus_set_bus_client(bus, 1), "client");
+      must(sd_bus_negotiate_fds(bus, 1), "descriptors");
+      must(sd_bus_start(bus), "connect");
+      must(sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL), "attach");
+      must(sd_bus_add_filter(bus, nullptr, &called, this), "listen");
+      must(sd_bus_request_name(bus, name.c_str(),
+                               SD_BUS_NAME_ALLOW_REPLACEMENT | SD_BUS_NAME_REPLACE_EXISTING),
+           "own the name");
+      started.set_value();
+      sd_event_loop(loop);
+    } catch (...) {
+      started.set_exception(std::current_exception());
+    }
+    if (bus != nullptr) sd_bus_detach_event(bus);
+    sd_bus_flush_close_unref(bus);
+    sd_event_unref(loop);
+  }
+
+  static int wokenUp(sd_event_source*, int descriptor, std::uint32_t, void* data) {
+    auto& self = *static_cast<StubService*>(data);
+    std::uint64_t count = 0;
+    if (read(descriptor, &count, sizeof count) < 0) return 0;
+    std::deque<std::function<void()>> batch;
+    {
+      const std::lock_guard lock(self.mutex);
+      batch.swap(self.jobs);
+    }
+    for (const auto& job : batch) job();
+    return 0;
+  }
+
+  static int called(sd_bus_message* message, void* data, sd_bus_error*) {
+    auto& self = *static_cast<StubService*>(data);
+    if (!sd_bus_message_is_method_call(message, nullptr, nullptr)) return 0;
+    const std::string arguments = textOf(BusMessage(sd_bus_message_ref(message)));
+    {
+      const std::lock_guard lock(self.mutex);
+      self.record.push_back(std::string(sd_bus_message_get_path(message)) + " " +
+                            sd_bus_message_get_member(message) + (arguments.empty() ? "" : " " + arguments));
+    }
+    sd_bus_message_rewind(message, 1);
+    return self.behaviour(message) ? 1 : 0;
+  }
+
+  const std::string address;
+  const std::string name;
+  const FileDescriptor wakeUp{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  sd_event* loop = nullptr;  // the service's thread only
+  sd_bus* bus = nullptr;     // the service's thread only
+  Behaviour behaviour;       // the service's thread only
+  mutable std::mutex mutex;
+  std::vector<std::string> record;         // guarded by mutex
+  std::deque<std::function<void()>> jobs;  // guarded by mutex
+  std::thread thread;
+};
+
+}  // namespace kestrune::testing

@@ -1,0 +1,169 @@
+#pragma once
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "adapters/system/FileDescriptor.h"
+#include "adapters/terminal/TerminalFace.h"
+#include "tests/rig/ComesTrue.h"
+
+namespace kestrune::testing {
+
+/// Puts other descriptors in the place of standard input and output while it lives; -1: closed.
+class StandardStreams {
+ public:
+  StandardStreams(int input, int output)
+      : oldInput(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10)),
+        oldOutput(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10)) {
+    put(input, STDIN_FILENO);
+    put(output, STDOUT_FILENO);
+  }
+  ~StandardStreams() {
+    put(oldInput.get(), STDIN_FILENO);
+    put(oldOutput.get(), STDOUT_FILENO);
+  }
+  StandardStreams(const StandardStreams&) = delete;
+  StandardStreams& operator=(const StandardStreams&) = delete;
+
+ private:
+  static void put(int descriptor, int place) {
+    if (descriptor >= 0) {
+      dup2(descriptor, place);
+    } else {
+      ::close(place);
+    }
+  }
+
+  const FileDescriptor oldInput;
+  const FileDescriptor oldOutput;
+};
+
+struct PipeEnds {
+  PipeEnds() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    reading.reset(ends[0]);
+    writing.reset(ends[1]);
+  }
+  FileDescriptor reading;
+  FileDescriptor writing;
+};
+
+struct PseudoTerminal {
+  PseudoTerminal() {
+    int ends[2];
+    if (openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) != 0) throw std::runtime_error("no terminal");
+    for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+    outside.reset(ends[0]);
+    inside.reset(ends[1]);
+  }
+  FileDescriptor outside;  ///< keyboard and screen
+  FileDescriptor inside;   ///< what a program has for input and output
+};
+
+/// Collects what comes out of a descriptor.
+class Screen {
+ public:
+  Screen(EventLoop& givenLoop, int givenDescriptor)
+      : loop(givenLoop), descriptor(fcntl(givenDescriptor, F_DUPFD_CLOEXEC, 3)) {
+    fcntl(descriptor.get(), F_SETFL, fcntl(descriptor.get(), F_GETFL) | O_NONBLOCK);
+    lookAgain();
+  }
+
+  void lookAgain() {
+    readable = loop.onDescriptor(descriptor.get(), EPOLLIN, [this] { read(); });
+  }
+  void lookAway() { readable.reset(); }
+  void close() {
+    readable.reset();
+    descriptor.reset();
+  }
+
+  /// Whether `part` appears sooner or later.
+  bool shows(std::string_view part) {
+    return comesTrue(loop, [this, part] { return text.find(part) != std::string::npos; });
+  }
+  std::size_t count(std::string_view part) const {
+    std::size_t found = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++found;
+    return found;
+  }
+  /// Reads what is there now.
+  void read() {
+    char buffer[16384];
+    for (ssize_t count; (count = ::read(descriptor.get(), buffer, sizeof buffer)) != 0;) {
+      if (count < 0 && errno == EAGAIN) return;
+      if (count < 0) break;
+      // A terminal turns every line end into two characters.
+      for (const char each : std::string_view(buffer, static_cast<std::size_t>(count))) {
+        if (each != '\r') text += each;
+      }
+    }
+    readable.reset();
+  }
+
+  std::string text;
+
+ private:
+  EventLoop& loop;
+  FileDescriptor descriptor;
+  EventSource readable;
+};
+
+/// The terminal face between a keyboard and a screen of a test's own.
+class TerminalRig {
+ public:
+  enum class Line { pipes, terminal };
+
+  explicit TerminalRig(EventLoop& givenLoop, Line givenLine, bool colored = false)
+      : loop(givenLoop), line(givenLine), screen(loop, outgoing()) {
+    const StandardStreams streams(line == Line::terminal ? terminal.inside.get() : toProgram.reading.get(),
+                                  line == Line::terminal ? terminal.inside.get() : fromProgram.writing.get());
+    face = std::make_unique<TerminalFace>(loop, colored, colored);
+    toProgram.reading.reset();
+    fromProgram.writing.reset();
+  }
+
+  void type(std::string_view text) const {
+    if (write(incoming(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+      throw std::runtime_error("the keyboard is stuck");
+    }
+  }
+  void endInput() {
+    if (line == Line::terminal) return type("\x04");
+    toProgram.writing.reset();
+  }
+
+  void closeScreen() {
+    screen.close();
+    fromProgram.reading.reset();
+  }
+
+  /// Returns when what was typed into pipes is read, and what that brings about is on the screen.
+  void settle() {
+    settleQueue(loop);
+    screen.read();
+  }
+
+  EventLoop& loop;
+  const Line line;
+  PipeEnds toProgram;
+  PipeEnds fromProgram;
+  PseudoTerminal terminal;
+  Screen screen;
+  std::unique_ptr<TerminalFace> face;
+
+ private:
+  int incoming() const { return line == Line::terminal ? terminal.outside.get() : toProgram.writing.get(); }
+  int outgoing() const { return line == Line::terminal ? terminal.outside.get() : fromProgram.reading.get(); }
+};
+
+}  // namespace kestrune::testing

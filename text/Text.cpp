@@ -1,0 +1,222 @@
+#include "text/Text.h"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+
+namespace kestrune {
+
+namespace {
+
+constexpr std::size_t rowLimit = 200;                // characters
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // more than so many characters ever take
+
+/// One character code read from UTF-8. `length` is 0 at the end of the text; an ill-formed byte is read by
+/// itself as `invalidCharacter`.
+struct Decoded {
+  char32_t character;
+  std::size_t length;
+};
+
+constexpr char32_t invalidCharacter = 0xFFFFFFFF;
+
+Decoded decode(std::string_view text) {
+  if (text.empty()) return {invalidCharacter, 0};
+  const auto first = static_cast<unsigned char>(text.front());
+  if (first < 0x80) return {first, 1};
+  utf8proc_int32_t character = 0;
+  const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                       static_cast<utf8proc_ssize_t>(text.size()), &character);
+  if (length <= 0) return {invalidCharacter, 1};
+  return {static_cast<char32_t>(character), static_cast<std::size_t>(length)};
+}
+
+constexpr bool isNewline(char32_t character) {
+  return (character >= 0x0A && character <= 0x0D) || character == 0x85 || character == 0x2028 ||
+         character == 0x2029;
+}
+
+constexpr bool isSpaceSeparator(char32_t character) {
+  switch (character) {
+    case 0x20:
+    case 0xA0:
+    case 0x1680:
+    case 0x202F:
+    case 0x205F:
+    case 0x3000:
+      return true;
+    default:
+      return character >= 0x2000 && character <= 0x200A;
+  }
+}
+
+constexpr bool isControl(char32_t character) {
+  return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+}
+
+/// Embeddings, overrides and isolates: they reorder what stands behind them.
+constexpr bool turnsWritingDirection(char32_t character) {
+  return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+}
+
+/// Codes that no text is made of. D-Bus libraries refuse a whole message for one of them.
+constexpr bool isNoncharacter(char32_t character) {
+  return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+}
+
+std::size_t skip(std::string_view text, std::size_t from, char first, char last) {
+  while (from < text.size() && text[from] >= first && text[from] <= last) ++from;
+  return from;
+}
+
+/// The bytes of the escape sequence that begins `text`, as ECMA-48 forms them, with ESC or with a C1 control;
+/// 0 if none does, or one that does not end.
+std::size_t escapeSequenceLength(std::string_view text) {
+  if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
+  const bool isC1 = text[0] == '\xC2';
+  const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
+  switch (kind) {
+    case '[': {  // a control sequence
+      const std::size_t end = skip(text, skip(text, 2, '0', '?'), ' ', '/');
+      return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
+    }
+    case ']':  // an operating system command, and the other control strings
+    case 'P':
+    case 'X':
+    case '^':
+    case '_':
+      for (std::size_t end = 2; end < text.size();) {
+        const Decoded decoded = decode(text.substr(end));
+        if (decoded.character == '\a' || decoded.character == 0x9C) return end + decoded.length;
+        if (text.substr(end).starts_with("\x1B\\")) return end + 2;
+        if (isControl(decoded.character)) return 0;
+        end += decoded.length;
+      }
+      return 0;
+    default: {
+      if (isC1) return 0;
+      const std::size_t end = skip(text, 1, ' ', '/');
+      return end < text.size() && text[end] >= '0' && text[end] <= '~' ? end + 1 : 0;
+    }
+  }
+}
+
+/// The first byte of every newline: lets the splitter pass over most of a text without decoding it.
+constexpr bool mayBeginNewline(char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return (value >= 0x0A && value <= 0x0D) || value == 0xC2 || value == 0xE2;
+}
+
+/// The number of bytes of the first `count` characters of `text`, or of all of it if it has no more.
+std::size_t prefixLength(std::string_view text, std::size_t count) {
+  utf8proc_int32_t state = 0;
+  utf8proc_int32_t previous = 0;
+  std::size_t position = 0;
+  for (std::size_t characters = 0; position < text.size();) {
+    const Decoded decoded = decode(text.substr(position));
+    const auto current =
+        static_cast<utf8proc_int32_t>(decoded.character == invalidCharacter ? 0xFFFD : decoded.character);
+    const bool begins = position == 0 || utf8proc_grapheme_break_stateful(previous, current, &state);
+    if (begins && ++characters > count) break;
+    previous = current;
+    position += decoded.length;
+  }
+  return position;
+}
+
+}  // namespace
+
+bool isValidUtf8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const Decoded decoded = decode(bytes);
+    if (decoded.character == invalidCharacter) return false;
+    bytes.remove_prefix(decoded.length);
+  }
+  return true;
+}
+
+bool isWhiteSpaceOrNewline(char32_t character) {
+  return character == '\t' || isSpaceSeparator(character) || isNewline(character);
+}
+
+std::string_view trimmed(std::string_view text) {
+  for (Decoded first = decode(text); first.length > 0 && isWhiteSpaceOrNewline(first.character);
+       first = decode(text)) {
+    text.remove_prefix(first.length);
+  }
+  while (!text.empty()) {
+    std::size_t begin = text.size() - 1;
+    while (begin > 0 && text.size() - begin < 4 && (static_cast<unsigned char>(text[begin]) & 0xC0) == 0x80)
+      --begin;
+    const Decoded last = decode(text.substr(begin));
+    if (begin + last.length != text.size() || !isWhiteSpaceOrNewline(last.character)) break;
+    text = text.substr(0, begin);
+  }
+  return text;
+}
+
+bool LineSplitter::next(std::string_view& line) {
+  if (atEnd) return false;
+  const std::string_view text = rest;
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    if (!mayBeginNewline(text[position])) continue;
+    const Decoded decoded = decode(text.substr(position));
+    if (!isNewline(decoded.character)) continue;
+    const std::size_t length = text.substr(position).starts_with("\r\n") ? 2 : decoded.length;
+    line = text.substr(0, position);
+    rest = text.substr(position + length);
+    return true;
+  }
+  line = text;
+  atEnd = true;
+  return true;
+}
+
+std::string shortened(std::string_view text, std::size_t limit) {
+  if (prefixLength(text, limit) == text.size()) return std::string(text);
+  return std::string(text.substr(0, prefixLength(text, limit - 3))) + "...";
+}
+
+std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  result.reserve(text.size());
+  for (;;) {
+    const auto at = text.find(from);
+    result += text.substr(0, at);
+    if (at == std::string_view::npos) return result;
+    result += to;
+    text.remove_prefix(at + from.size());
+  }
+}
+
+std::string_view withinBytes(std::string_view text, std::size_t limit) {
+  std::size_t end = std::min(text.size(), limit);
+  while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return text.substr(0, end);
+}
+
+std::string withoutControls(std::string_view text) {
+  std::string plain;
+  plain.reserve(text.size());
+  while (!text.empty()) {
+    if (const std::size_t length = escapeSequenceLength(text)) {
+      text.remove_prefix(length);
+      continue;
+    }
+    const Decoded decoded = decode(text);
+    const bool readable = decoded.character != invalidCharacter && !isControl(decoded.character) &&
+                          !isNewline(decoded.character) && !turnsWritingDirection(decoded.character) &&
+                          !isNoncharacter(decoded.character);
+    plain += readable ? text.substr(0, decoded.length) : " ";
+    text.remove_prefix(decoded.length);
+  }
+  return plain;
+}
+
+std::string displayRow(std::string_view text) {
+  // A text of any length may come here with every refresh; of one that is longer than this, not even more is
+  // looked at.
+  return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
+}
+
+}  // namespace kestrune
