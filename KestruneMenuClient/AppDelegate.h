@@ -8,11 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include "KestruneMenuClient/backend/Results.h"
 #include "KestruneMenuClient/backend/ShellRunner.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "KestruneMenuClient/settings/Preferences.h"
 #include "KestruneMenuClient/status/ConnectionLampState.h"
-#include "KestruneMenuClient/status/Results.h"
+#include "KestruneMenuClient/status/LiveSession.h"
 #include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "ports/Platform.h"
@@ -74,11 +75,6 @@ class AppDelegate final : public ApplicationDelegate,
 
   /// Asks the backend for its status and shows it. Dropped while another refresh is under way.
   void refreshStatus(bool triggerNotification);
-  /// Finds out how things are and tells `completion`, once, on the main thread. Needs no start: nothing is
-  /// shown, and nothing started or stopped. With auto-connect off the backend is not asked.
-  void checkStatus(std::function<void(const StatusSnapshot&)> completion);
-  /// Lets go of a check that is under way, and ends what it runs.
-  void abandonCheck();
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
   /// (Re)starts the timer that refreshes every 20 seconds.
@@ -146,14 +142,12 @@ class AppDelegate final : public ApplicationDelegate,
   static const MenuRow menuRows[];
   const MenuRow& rowAt(int number) const;
 
-  void checkBackend(std::function<void(const StatusSnapshot&)> completion);
-  void queryStatus(std::function<void(const StatusReport&)> then);
   /// Remembers what a report says about Codex, and when it came.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
   bool isReconnecting() const { return reconnectInProgress; }
-  void forgetSession();
+  void show(const LiveSession& session);
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);
   void actOnPathUpdate(bool changed);
@@ -195,7 +189,6 @@ class AppDelegate final : public ApplicationDelegate,
 
   std::unique_ptr<StatusItem> statusItem;
   std::unique_ptr<PathMonitor> pathMonitor;
-  bool networkIsWatched = false;  ///< by a check without a start
   std::unique_ptr<DispatchQueue> monitorQueue;
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";

@@ -22,12 +22,6 @@ bool isAllowedInQueryValue(char character) {
          (character >= '0' && character <= '9') || marks.find(character) != std::string_view::npos;
 }
 
-/// The file that was read; absent when it was not, or is no text.
-std::optional<EnvFile> envFileIn(FileContents contents) {
-  if (contents.outcome != ReadOutcome::read || !isValidUtf8(contents.bytes)) return std::nullopt;
-  return EnvFile(std::move(contents.bytes));
-}
-
 OperationResult notSaved(const std::string& reason) {
   return {false, reason + "設定沒有保存。"};
 }
@@ -43,13 +37,13 @@ std::string AppDelegate::envPath() const {
 }
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
-  const auto file = envFileIn(platform.fileManager.contents(envPath()));
+  const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
   return file ? file->value(key) : std::nullopt;
 }
 
 std::optional<std::string> AppDelegate::loadEnvValue(const char* key, const char* legacyKey) const {
-  auto value = loadEnvValue(key);
-  return value ? std::move(value) : loadEnvValue(legacyKey);
+  const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
+  return file ? file->value(key, legacyKey) : std::nullopt;
 }
 
 OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
@@ -58,7 +52,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   FileContents found = files.contents(path);
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
   if (found.outcome == ReadOutcome::passing) return {false, found.problem};
-  const auto old = envFileIn(std::move(found));
+  const auto old = EnvFile::in(std::move(found));
   const EnvFile seed = old ? EnvFile() : envTemplate();
   const auto contents = (old ? *old : seed).with(values, FileManager::sizeLimit);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
@@ -81,7 +75,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
 EnvFile AppDelegate::envTemplate() const {
   const std::string path = repoPath + "/.env.example";
   if (!platform.fileManager.fileExists(path)) return {};
-  return envFileIn(platform.fileManager.contents(path)).value_or(EnvFile());
+  return EnvFile::in(platform.fileManager.contents(path)).value_or(EnvFile());
 }
 
 // --- pairing link and picture

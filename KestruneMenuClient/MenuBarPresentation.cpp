@@ -95,7 +95,7 @@ void AppDelegate::stopConnection() {
     setAutoConnectEnabled(false);
     reconnectInProgress = false;
     releaseSleepAssertion();
-    forgetSession();
+    show(LiveSession::disabled);
     rebuildMenu("已手動關停，背景服務已停止", ConnectionLampState::error, 0);
     updateButton(ConnectionLampState::error, "Kestrune");
     showResultWindow("手動關停連線",

@@ -88,7 +88,7 @@ void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState
     menu.items.push_back(std::move(item));
   }
   statusItem->setMenu(std::move(menu));
-  platform.statusFeed.publish(statusJson(current, true));
+  platform.statusFeed.publish([current] { return statusJson(current, true); });
 }
 
 void AppDelegate::performAction(std::string_view action) {

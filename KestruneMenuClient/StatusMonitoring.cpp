@@ -12,7 +12,6 @@ namespace {
 constexpr Seconds refreshInterval{20.0};
 constexpr Seconds settlingTime{1.2};
 constexpr Seconds liveSessionInterval{45.0};
-constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 constexpr auto networkChangedTitle = "Kestrune 網路已變更";
 
 }  // namespace
@@ -53,16 +52,12 @@ void AppDelegate::take(const StatusReport& report) {
 void AppDelegate::refreshStatus(bool triggerNotification) {
   if (statusRefreshInProgress) return;
   statusRefreshInProgress = true;
-  queryStatus([self = shared_from_this(), triggerNotification](const StatusReport& report) {
-    self->statusQueryDidFinish(report, triggerNotification);
-  });
-}
-
-void AppDelegate::queryStatus(std::function<void(const StatusReport&)> then) {
-  workerQueue->async([self = shared_from_this(), then = std::move(then)] {
+  workerQueue->async([self = shared_from_this(), triggerNotification] {
     const CommandResult result = self->runShellCommand(self->backendCommandLine("status"));
     self->platform.dispatch.mainQueue().async(
-        [then, report = StatusReport(result.ok, result.output)] { then(report); });
+        [self, triggerNotification, report = StatusReport(result.ok, result.output)] {
+          self->statusQueryDidFinish(report, triggerNotification);
+        });
   });
 }
 
@@ -87,14 +82,14 @@ void AppDelegate::statusQueryDidFinish(const StatusReport& report, bool triggerN
 
 void AppDelegate::presentAutoConnectDisabledState() {
   releaseSleepAssertion();
-  forgetSession();
+  show(LiveSession::disabled);
   rebuildMenu(disabledStatus, ConnectionLampState::warning, 0);
   updateButton(ConnectionLampState::warning, "Kestrune");
 }
 
-void AppDelegate::forgetSession() {
-  currentProjectTitle = "未同步";
-  currentThreadName = "尚未啟動";
+void AppDelegate::show(const LiveSession& session) {
+  currentProjectTitle = session.projectTitle;
+  currentThreadName = session.threadName;
 }
 
 StatusSnapshot AppDelegate::snapshot(const std::string& statusText, ConnectionLampState state) const {
@@ -193,39 +188,6 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
 
 // --- status without a start
 
-void AppDelegate::checkStatus(std::function<void(const StatusSnapshot&)> completion) {
-  if (networkIsWatched) return checkBackend(completion);
-  networkIsWatched = true;
-  // Shared, because each call may be that of a copy.
-  const auto first = std::make_shared<bool>(true);
-  pathMonitor->start(*monitorQueue, [weak = weak_from_this(), completion = std::move(completion),
-                                     first](const NetworkPath& path) {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->lastPathDescription = pathDescription(path);
-    if (std::exchange(*first, false)) self->checkBackend(completion);
-  });
-}
-
-void AppDelegate::checkBackend(std::function<void(const StatusSnapshot&)> completion) {
-  if (!isAutoConnectEnabled()) {
-    forgetSession();
-    return completion(snapshot(disabledStatus, ConnectionLampState::warning));
-  }
-  queryStatus([self = shared_from_this(), completion = std::move(completion)](const StatusReport& report) {
-    self->take(report);
-    self->refreshLiveSessionSnapshot([self, completion, text = report.text, lamp = report.lamp] {
-      completion(self->snapshot(text, lamp));
-    });
-  });
-}
-
-void AppDelegate::abandonCheck() {
-  pathMonitor->cancel();
-  workerQueue->close();
-  platform.processes.reserveForThisThread();
-}
-
 // --- live snapshot
 
 void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
@@ -239,8 +201,7 @@ void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
   }
   const auto token = loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
   if (!token) {
-    currentProjectTitle = "未配置";
-    currentThreadName = "未配置";
+    show(LiveSession::notConfigured);
     return finish();
   }
   liveSessionRefreshInProgress = true;
@@ -249,8 +210,7 @@ void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
     self->platform.dispatch.mainQueue().async([self, session, completion] {
       self->liveSessionRefreshInProgress = false;
       self->lastLiveSessionRefreshAt = self->platform.clock.continuousTime();
-      self->currentProjectTitle = session.projectTitle;
-      self->currentThreadName = session.threadName;
+      self->show(session);
       if (completion) completion();
     });
   });

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/StatusCommand.h"
+#include "KestruneMenuClient/status/StatusCommand.h"
 #include "ports/Host.h"
 
 namespace {

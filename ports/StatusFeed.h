@@ -12,15 +12,19 @@ class StatusSubscription {
   virtual ~StatusSubscription() = default;
 };
 
+/// The newest status as one line, without a line end.
+using StatusLine = std::function<std::string()>;
+
 /// Where the client of this user tells other programs of the same user how things are, and where they hear
 /// it. Main thread.
 class StatusFeed {
  public:
   virtual ~StatusFeed() = default;
 
-  /// Tells every subscriber `line`, a text without a line end, and each later one that it is the newest; one
-  /// that is equal to the line before is not told again. A subscriber that does not listen is given up.
-  virtual void publish(const std::string& line) = 0;
+  /// Tells every subscriber the line, and each later one until the next call; a line that is equal to the one
+  /// before is not told again. `line` is called only when somebody subscribes. A subscriber that does not
+  /// listen is given up.
+  virtual void publish(StatusLine line) = 0;
 
   /// Hears the client that runs, and each that runs later: its newest line soon, then each later one.
   /// `onAbsence` is called, soon, when no client runs or the one that does says nothing, and whenever the one

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "KestruneMenuClient/status/Results.h"
+#include "KestruneMenuClient/backend/Results.h"
 #include "ports/Clock.h"
 #include "ports/Process.h"
 

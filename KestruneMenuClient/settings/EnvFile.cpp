@@ -54,6 +54,16 @@ void appendLines(std::string& result, std::string_view text) {
 
 EnvFile::EnvFile(std::string givenContents) : exists(true), contents(std::move(givenContents)) {}
 
+std::optional<EnvFile> EnvFile::in(FileContents read) {
+  if (read.outcome != ReadOutcome::read || !isValidUtf8(read.bytes)) return std::nullopt;
+  return EnvFile(std::move(read.bytes));
+}
+
+std::optional<std::string> EnvFile::value(std::string_view key, std::string_view legacyKey) const {
+  auto found = value(key);
+  return found ? std::move(found) : value(legacyKey);
+}
+
 std::optional<std::string> EnvFile::value(std::string_view key) const {
   const std::string prefix = std::string(key) + "=";
   const std::string_view text = contents;

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "ports/FileManager.h"
+
 namespace kestrune {
 
 /// Values of the backend's .env by their keys. No key holds an equals sign.
@@ -21,12 +23,17 @@ class EnvFile {
   /// `contents` are well-formed UTF-8.
   explicit EnvFile(std::string contents);
 
+  /// The file that was read; absent when it was not, or is not well-formed UTF-8.
+  static std::optional<EnvFile> in(FileContents read);
+
   /// Empty also for a file that does not exist.
   const std::string& text() const { return contents; }
 
   /// The value in the first line that begins with `key` and an equals sign, trimmed, possibly empty; absent
   /// when no line does. A line feed ends a line, but not behind a carriage return.
   std::optional<std::string> value(std::string_view key) const;
+  /// The value of `legacyKey` when `key` has none.
+  std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
   /// The text with `values`: every line that defines one of the keys is rewritten, and the keys that have no
   /// line are appended in ascending order. Every newline character ends a line, CR LF two, and each becomes a

@@ -76,6 +76,9 @@ std::string withoutLoneSurrogates(std::string_view answer) {
 
 }  // namespace
 
+const LiveSession LiveSession::disabled{"未同步", "尚未啟動"};
+const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
+
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;

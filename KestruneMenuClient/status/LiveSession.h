@@ -11,6 +11,9 @@ struct LiveSession {
   std::string projectTitle = "目前專案";
   std::string threadName = "尚未取得";
 
+  static const LiveSession disabled;       ///< with auto-connect off
+  static const LiveSession notConfigured;  ///< without a token for the local service
+
   bool operator==(const LiveSession&) const = default;
 };
 

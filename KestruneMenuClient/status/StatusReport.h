@@ -36,6 +36,8 @@ inline constexpr std::array<CodexItem, 4> codexItems{{{"Codex CLI", "Codex："},
 /// The row of the menu for `item`, such as "Codex：OK 0.46.0".
 std::string codexRow(const CodexItem& item, const CodexFinding& finding);
 
+using CodexFindings = std::array<CodexFinding, codexItems.size()>;
+
 /// A report, read once. `ok`: the command ended in time with exit status 0.
 struct StatusReport {
   StatusReport(bool ok, std::string_view output);
@@ -43,7 +45,7 @@ struct StatusReport {
   bool ok;
   ConnectionLampState lamp;
   std::string text;  ///< one line for the menu: the lamp's word, or the first line of a command that failed
-  std::array<CodexFinding, codexItems.size()> codex;
+  CodexFindings codex;
 };
 
 /// The finding of the first line of `output` that carries `label`; unknown when no line does.

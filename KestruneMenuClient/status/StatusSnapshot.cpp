@@ -6,7 +6,6 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "KestruneMenuClient/status/LiveSession.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -98,6 +97,16 @@ std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromCl
 }
 
 }  // namespace
+
+void StatusSnapshot::setCodex(const CodexFindings& findings) {
+  std::string* const rows[] = {&codexVersion, &codexRemoteControl, &codexApp, &chatGPTRemote};
+  for (std::size_t i = 0; i < codexItems.size(); ++i) *rows[i] = codexRow(codexItems[i], findings[i]);
+}
+
+void StatusSnapshot::setSession(const LiveSession& session) {
+  project = session.projectTitle;
+  thread = session.threadName;
+}
 
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
   return {

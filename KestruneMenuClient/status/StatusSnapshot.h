@@ -7,8 +7,13 @@
 #include <vector>
 
 #include "KestruneMenuClient/status/ConnectionLampState.h"
+#include "KestruneMenuClient/status/LiveSession.h"
+#include "KestruneMenuClient/status/StatusReport.h"
 
 namespace kestrune {
+
+/// The status of a client whose auto-connect is off.
+inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
 /// How things are, as the first rows of the menu say it.
 struct StatusSnapshot {
@@ -26,6 +31,9 @@ struct StatusSnapshot {
   bool autoConnect = true;
   bool reconnecting = false;
   std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent when the backend was not asked yet
+
+  void setCodex(const CodexFindings& findings);
+  void setSession(const LiveSession& session);
 
   bool operator==(const StatusSnapshot&) const = default;
 };

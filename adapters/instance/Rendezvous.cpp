@@ -161,9 +161,9 @@ std::optional<pid_t> Rendezvous::runningClient() const {
   return socket ? std::optional(peerOf(socket).pid) : std::nullopt;
 }
 
-void Rendezvous::publish(const std::string& line) {
+void Rendezvous::publish(StatusLine line) {
   if (isClient && !(isLocked() && server.isInPlace())) takePlace();
-  server.publish(line);
+  server.publish(std::move(line));
 }
 
 /// Whether the file that was locked is still the one that another process would open.

@@ -54,7 +54,7 @@ class Rendezvous final : public StatusFeed, public Requests {
 
   /// Also makes lock and socket anew where they are gone or could not be made before. When that fails,
   /// standard error says why, and the next line is another occasion.
-  void publish(const std::string& line) override;
+  void publish(StatusLine line) override;
 
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;

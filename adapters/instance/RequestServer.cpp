@@ -41,13 +41,14 @@ bool RequestServer::isInPlace() const {
   return listener && access((place + "/" + runningSocketName).c_str(), F_OK) == 0;
 }
 
-void RequestServer::publish(const std::string& status) {
-  if (newest == status) return;
-  newest = status;
-  const auto all = peers;
-  for (const PeerRef& each : all) {
-    if (each->wish != Wish::nothing) tellStatus(each);
-  }
+void RequestServer::publish(StatusLine line) {
+  newest = std::move(line);
+  std::list<PeerRef> waiting = peers;
+  waiting.remove_if([](const PeerRef& each) { return each->wish == Wish::nothing; });
+  if (waiting.empty()) return;
+  const std::string current = newest();
+  if (current == told) return;
+  for (const PeerRef& each : waiting) tellStatus(each, current);
 }
 
 void RequestServer::announceEnd() {
@@ -104,7 +105,7 @@ void RequestServer::answer(const PeerRef& peer, const std::string& line) {
   const std::string argument = space == std::string::npos ? "" : line.substr(space + 1);
   if (request == "status" || request == "follow") {
     peer->wish = request == "follow" ? Wish::everyStatus : Wish::oneStatus;
-    if (newest) tellStatus(peer);
+    if (newest) tellStatus(peer, newest());
   } else if (request == "show") {
     show(argument);
     tell(peer, "ok");
@@ -116,9 +117,10 @@ void RequestServer::answer(const PeerRef& peer, const std::string& line) {
   }
 }
 
-void RequestServer::tellStatus(const PeerRef& peer) {
+void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   if (peer->wish == Wish::oneStatus) peer->wish = Wish::nothing;
-  tell(peer, *newest);
+  told = line;
+  tell(peer, line);
 }
 
 /// A peer does not read when a line no longer fits into the socket's buffer.

@@ -9,6 +9,7 @@
 
 #include "adapters/instance/InstanceFolders.h"
 #include "adapters/loop/EventLoop.h"
+#include "ports/StatusFeed.h"
 
 namespace kestrune {
 
@@ -35,8 +36,8 @@ class RequestServer {
   /// Whether a socket is still there.
   bool isInPlace() const;
 
-  /// The newest status, a text without a line end. The same text as before is not told again.
-  void publish(const std::string& status);
+  /// See StatusFeed.h.
+  void publish(StatusLine line);
 
   /// Renames the socket: a process that connects from now on gets no answer, but notices the end of this one.
   void announceEnd();
@@ -55,7 +56,7 @@ class RequestServer {
   void add(FileDescriptor socket);
   void read(const PeerRef& peer);
   void answer(const PeerRef& peer, const std::string& line);
-  void tellStatus(const PeerRef& peer);
+  void tellStatus(const PeerRef& peer, const std::string& line);
   void tell(const PeerRef& peer, const std::string& line);
   void drop(const PeerRef& peer);
 
@@ -67,7 +68,8 @@ class RequestServer {
   EventSource callers;
   EventSource rest;  ///< while there are no descriptors for another peer
   std::list<PeerRef> peers;
-  std::optional<std::string> newest;
+  StatusLine newest;                ///< null until the first is published
+  std::optional<std::string> told;  ///< the line that those who follow have
 };
 
 }  // namespace kestrune

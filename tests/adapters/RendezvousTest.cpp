@@ -148,7 +148,7 @@ TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
   }
   EXPECT_EQ(Claim{}.endPatience, Seconds{12});
   first.reset();
-  successor->rendezvous.publish("1");
+  successor->rendezvous.publish([] { return "1"; });
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(successor->shown.size(), 1U);
 }
@@ -233,7 +233,7 @@ TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
     say(first.claims() ? "client" : "second");
     say(Start(own, folders).claims({.answerPatience = moment}) ? "client" : "second");
     mount("none", runtime.c_str(), "tmpfs", MS_REMOUNT, "nr_inodes=9");
-    first.rendezvous.publish("1");
+    first.rendezvous.publish([] { return "1"; });
     say(Start(own, folders).claims() ? "client" : "second");
     say(std::to_string(first.shown.size()));
   });
@@ -296,15 +296,15 @@ TEST_F(RendezvousTest, MakesLockAndSocketAnewWhereSomebodyHasRemovedThem) {
   const auto first = client();
   RawPeer follower(loop, place);
   follower.say("follow\n");
-  first->rendezvous.publish("1");
+  first->rendezvous.publish([] { return "1"; });
   ASSERT_TRUE(follower.hears("1\n"));
   for (const std::string& removed : {socket, place + "/lock", place}) {
     std::filesystem::remove_all(removed);
-    first->rendezvous.publish("1");
+    first->rendezvous.publish([] { return "1"; });
     EXPECT_TRUE(isTurnedDown()) << removed;
   }
   EXPECT_EQ(first->shown.size(), 3U);
-  first->rendezvous.publish("2");
+  first->rendezvous.publish([] { return "2"; });
   EXPECT_TRUE(follower.hears("1\n2\n"));
 }
 
@@ -314,15 +314,15 @@ TEST_F(RendezvousTest, LeavesThePlaceToAnotherClientAndTakesItBackAfterIt) {
   auto other = client();
   {
     const StandardErrorText errors;
-    first->rendezvous.publish("1");
-    first->rendezvous.publish("2");
+    first->rendezvous.publish([] { return "1"; });
+    first->rendezvous.publish([] { return "2"; });
     EXPECT_EQ(errors.text(),
               "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
   }
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(other->shown.size(), 1U);
   other.reset();
-  first->rendezvous.publish("3");
+  first->rendezvous.publish([] { return "3"; });
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(first->shown.size(), 1U);
 }
@@ -338,7 +338,7 @@ TEST_F(RendezvousTest, IsFoundByASessionWithARuntimeFolderWhenItHasNone) {
 TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
   const auto first = client();
   std::filesystem::remove_all(runtime);
-  first->rendezvous.publish("1");
+  first->rendezvous.publish([] { return "1"; });
   EXPECT_TRUE(std::filesystem::exists(stateSocket));
   std::filesystem::create_directories(runtime);
   EXPECT_TRUE(isTurnedDown());

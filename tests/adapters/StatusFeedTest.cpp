@@ -53,22 +53,22 @@ TYPED_TEST_SUITE(StatusFeedContract, Feeds);
 
 TYPED_TEST(StatusFeedContract, TellsTheNewestLineAndEachLaterOneOnce) {
   this->startClient();
-  this->client().publish("1");
-  this->client().publish("2");
+  this->client().publish([] { return "1"; });
+  this->client().publish([] { return "2"; });
   Heard heard;
   heard.subscribeTo(this->other());
   EXPECT_TRUE(heard.lines.empty());
   ASSERT_TRUE(this->comesTo(heard, {"2"}));
-  this->client().publish("2");
-  this->client().publish("");
-  this->client().publish("2");
+  this->client().publish([] { return "2"; });
+  this->client().publish([] { return ""; });
+  this->client().publish([] { return "2"; });
   EXPECT_TRUE(this->comesTo(heard, {"2", "", "2"}));
   EXPECT_EQ(heard.absences, 0);
 }
 
 TYPED_TEST(StatusFeedContract, TellsEverySubscriberAndNobodyWhoHasLeft) {
   this->startClient();
-  this->client().publish("1");
+  this->client().publish([] { return "1"; });
   Heard gone, first, second;
   for (Heard* const each : {&gone, &first, &second}) each->subscribeTo(this->other());
   gone.subscription.reset();
@@ -85,7 +85,7 @@ TYPED_TEST(StatusFeedContract, TellsThatThereIsNoClientAndHearsOneThatStarts) {
   ASSERT_TRUE(this->letPassUntil([&] { return heard.absences == 1; }));
   for (int start = 1; start <= 2; ++start) {
     this->startClient();
-    this->client().publish("1");
+    this->client().publish([] { return "1"; });
     ASSERT_TRUE(this->letPassUntil([&] { return heard.lines.size() == static_cast<std::size_t>(start); }));
     this->endClient();
     ASSERT_TRUE(this->letPassUntil([&] { return heard.absences == start + 1; }));
@@ -95,7 +95,7 @@ TYPED_TEST(StatusFeedContract, TellsThatThereIsNoClientAndHearsOneThatStarts) {
 
 TYPED_TEST(StatusFeedContract, MayBeLeftFromInsideACall) {
   this->startClient();
-  this->client().publish("1");
+  this->client().publish([] { return "1"; });
   std::unique_ptr<StatusSubscription> subscription;
   int calls = 0;
   const auto leave = [&] {
@@ -105,7 +105,7 @@ TYPED_TEST(StatusFeedContract, MayBeLeftFromInsideACall) {
   subscription = this->other().subscribe([&](const std::string&) { leave(); }, leave);
   Heard watch;
   watch.subscribeTo(this->other());
-  this->client().publish("2");
+  this->client().publish([] { return "2"; });
   ASSERT_TRUE(
       this->letPassUntil([&] { return !watch.lines.empty() && watch.lines.back() == "2" && calls > 0; }));
   EXPECT_EQ(calls, 1);
@@ -126,13 +126,13 @@ TEST_F(ClientSubscriptionTest, NoticesAClientWhoseFoldersWereNotThere) {
   heard.subscribeTo(other());
   ASSERT_TRUE(isAbsent(heard, 1));
   startClient();
-  client().publish("in the state folder");
+  client().publish([] { return "in the state folder"; });
   EXPECT_TRUE(letPassUntil([&] { return heard.lines == Lines{"in the state folder"}; }));
 }
 
 TEST_F(ClientSubscriptionTest, NoticesAClientAfterItsFoldersWereRemoved) {
   startClient();
-  client().publish("1");
+  client().publish([] { return "1"; });
   Heard heard;
   heard.subscribeTo(other());
   ASSERT_TRUE(letPassUntil([&] { return heard.lines.size() == 1; }));
@@ -141,22 +141,22 @@ TEST_F(ClientSubscriptionTest, NoticesAClientAfterItsFoldersWereRemoved) {
   endClient();
   ASSERT_TRUE(isAbsent(heard, 1));
   startClient();
-  client().publish("2");
+  client().publish([] { return "2"; });
   EXPECT_TRUE(letPassUntil([&] { return heard.lines == (Lines{"1", "2"}); }));
 }
 
 TEST_F(ClientSubscriptionTest, FindsTheSuccessorOfAClientThatEnds) {
   startClient();
-  client().publish("1");
+  client().publish([] { return "1"; });
   Heard heard;
   heard.subscribeTo(other());
   ASSERT_TRUE(letPassUntil([&] { return heard.lines.size() == 1; }));
   running->rendezvous.announceEnd();
-  client().publish("2");
+  client().publish([] { return "2"; });
   EXPECT_TRUE(letPassUntil([&] { return heard.lines.size() == 2; }));
   endClient();
   startClient();
-  client().publish("3");
+  client().publish([] { return "3"; });
   EXPECT_TRUE(letPassUntil([&] { return heard.lines == (Lines{"1", "2", "3"}); }));
   EXPECT_EQ(heard.absences, 0);
 }
@@ -165,7 +165,7 @@ TEST_F(ClientSubscriptionTest, TakesAClientThatSaysNothingForAbsent) {
   EventLoop stopped;
   Start hung(stopped, folders);
   ASSERT_TRUE(hung.claims());
-  hung.rendezvous.publish("never said");
+  hung.rendezvous.publish([] { return "never said"; });
   Heard heard;
   const Seconds begin = clock.awakeTime();
   heard.subscribeTo(other());

@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/StatusCommand.h"
+#include "KestruneMenuClient/status/StatusCommand.h"
 
 #include <nlohmann/json.hpp>
 
@@ -83,7 +83,7 @@ TEST_F(StatusCommandTest, FollowsTheRunningClient) {
 TEST_F(StatusCommandTest, PrintsNothingTwiceAsItFollows) {
   startUp();
   ask(StatusFormat::waybar, true);
-  machine.statusFeed.publish(machine.statusFeed.lines.back() + " ");
+  machine.statusFeed.publish([line = machine.statusFeed.lines.back()] { return line + " "; });
   machine.loop.settle();
   EXPECT_EQ(printed.size(), 1U);
 }
@@ -108,7 +108,7 @@ TEST_F(StatusCommandTest, EndsWhenNobodyReadsAnyMore) {
 }
 
 TEST_F(StatusCommandTest, ChecksForItselfWhenTheClientCannotBeUnderstood) {
-  machine.statusFeed.publish("{\"schema\": 2}");
+  machine.statusFeed.publish([] { return "{\"schema\": 2}"; });
   backendAnswers(healthy);
   ask();
   networkIs({.satisfied = true});
@@ -137,7 +137,7 @@ TEST_F(StatusCommandTest, WaitsForTheSuccessorOfAClientThatEnds) {
   const std::size_t before = statusQueries();
   machine.statusFeed.end();
   machine.loop.advance(Seconds{0.9});
-  machine.statusFeed.publish(statusJson({.status = "the successor"}, true));
+  machine.statusFeed.publish([] { return statusJson({.status = "the successor"}, true); });
   machine.loop.settle();
   EXPECT_EQ(lastPrinted()["status"], "the successor");
   machine.loop.advance(Seconds{5});
@@ -235,7 +235,7 @@ TEST_F(StatusCommandTest, FindsAClientThatStartsLater) {
   backendAnswers(healthy);
   ask(StatusFormat::json, true);
   networkIs({.satisfied = true});
-  machine.statusFeed.publish(statusJson({.status = "from the client"}, true));
+  machine.statusFeed.publish([] { return statusJson({.status = "from the client"}, true); });
   machine.loop.settle();
   EXPECT_EQ(lastPrinted()["status"], "from the client");
   EXPECT_EQ(statusQueries(), 1U);
@@ -248,7 +248,7 @@ TEST_F(StatusCommandTest, FindsAClientThatStartsLater) {
 TEST_F(StatusCommandTest, BelievesAClientThatStartsWhileItChecks) {
   backendAnswers(healthy);
   ask(StatusFormat::json, true);
-  machine.statusFeed.publish(statusJson({.status = "from the client"}, true));
+  machine.statusFeed.publish([] { return statusJson({.status = "from the client"}, true); });
   networkIs({.satisfied = true});
   EXPECT_EQ(statusQueries(), 1U);
   ASSERT_EQ(printed.size(), 1U);

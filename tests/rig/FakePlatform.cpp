@@ -90,7 +90,8 @@ struct FakeStatusFeed::Subscription final : StatusSubscription {
   std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
 };
 
-void FakeStatusFeed::publish(const std::string& line) {
+void FakeStatusFeed::publish(StatusLine newest) {
+  const std::string line = newest();
   const bool isNew = lines.empty() || lines.back() != line;
   if (isNew) lines.push_back(line);
   if (isNew || !runs) tell(line);

@@ -37,7 +37,7 @@ struct FakeStatusBar final : StatusBar {
 /// Tells its subscribers at once.
 struct FakeStatusFeed final : StatusFeed {
   explicit FakeStatusFeed(DispatchQueue& givenQueue) : queue(givenQueue) {}
-  void publish(const std::string& line) override;
+  void publish(StatusLine line) override;
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;
   /// The client that runs ends.

@@ -1,4 +1,4 @@
-#include "KestruneMenuClient/StatusCommand.h"
+#include "KestruneMenuClient/status/StatusCommand.h"
 
 #include <utility>
 
@@ -30,14 +30,14 @@ StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
     : platform(givenPlatform),
       options(givenOptions),
       print(std::move(givenPrint)),
-      controller(std::make_shared<AppDelegate>(givenPlatform)) {}
+      ownCheck(std::make_shared<StatusCheck>(givenPlatform)) {}
 
 void StatusCommand::applicationDidFinishLaunching() {
   look();
 }
 
 void StatusCommand::applicationWillTerminate() {
-  controller->abandonCheck();
+  ownCheck->abandon();
 }
 
 void StatusCommand::look() {
@@ -74,7 +74,7 @@ void StatusCommand::clientIsAbsent() {
 void StatusCommand::check() {
   next.reset();
   if (std::exchange(isChecking, true)) return;
-  controller->checkStatus([weak = weak_from_this()](const StatusSnapshot& snapshot) {
+  ownCheck->run([weak = weak_from_this()](const StatusSnapshot& snapshot) {
     const auto self = weak.lock();
     if (!self) return;
     self->isChecking = false;

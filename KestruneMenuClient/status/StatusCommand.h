@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "KestruneMenuClient/AppDelegate.h"
+#include "KestruneMenuClient/status/StatusCheck.h"
 
 namespace kestrune {
 
@@ -39,12 +39,12 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   Platform& platform;
   const Options options;
   const std::function<bool(const std::string&)> print;
-  const std::shared_ptr<AppDelegate> controller;
+  const std::shared_ptr<StatusCheck> ownCheck;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;
   bool hasHeard = false;    ///< a client that has not ended yet
   bool isChecking = false;  ///< for itself
-  std::string shown;      ///< the last text that was printed
+  std::string shown;        ///< the last text that was printed
   int code = 1;
 };
 
