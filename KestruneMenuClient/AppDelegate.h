@@ -155,9 +155,9 @@ class AppDelegate final : public ApplicationDelegate,
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
   /// Finds out whether a program can run: starts it with `--version` and waits for 2 s at most. Calls `then`
   /// once, at once or from the main queue; a failure carries the program's words or the system's.
-  void tryProgram(const std::string& executable, const std::function<void(const OperationResult&)>& then);
+  void tryProgram(const std::string& executable, const std::function<void(const Result<>&)>& then);
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
-                  const std::function<void(const OperationResult&)>& then);
+                  const std::function<void(const Result<>&)>& then);
 
   std::string envPath() const;
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;

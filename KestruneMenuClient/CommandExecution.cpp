@@ -16,14 +16,14 @@ CommandResult AppDelegate::runShellCommand(const std::string& commandLine, Secon
 }
 
 void AppDelegate::tryProgram(const std::string& executable,
-                             const std::function<void(const OperationResult&)>& then) {
-  LaunchResult launched = platform.processes.launch(executable, {"--version"});
-  if (!launched.process) return then({false, launched.error});
-  awaitTrial(std::move(launched.process), platform.clock.awakeTime() + trialLimit, then);
+                             const std::function<void(const Result<>&)>& then) {
+  auto launched = platform.processes.launch(executable, {"--version"});
+  if (!launched) return then(Failure{launched.reason()});
+  awaitTrial(std::move(*launched), platform.clock.awakeTime() + trialLimit, then);
 }
 
 void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
-                             const std::function<void(const OperationResult&)>& then) {
+                             const std::function<void(const Result<>&)>& then) {
   const bool isRunning = trial->isRunning();
   if (isRunning && platform.clock.awakeTime() < deadline) {
     return platform.dispatch.mainQueue().asyncAfter(
@@ -32,12 +32,12 @@ void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds dead
   }
   if (isRunning) {
     trial->terminateGroup();
-    return then({false, commandTimedOut});
+    return then(Failure{commandTimedOut});
   }
   const int status = trial->terminationStatus();
-  if (status == 0) return then({true, ""});
+  if (status == 0) return then(Done{});
   const std::string text = commandText(trial->readOutput(Seconds{0}));
-  then({false, text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
+  then(Failure{text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
 }
 
 std::string AppDelegate::shellEscape(std::string_view text) {

@@ -60,13 +60,13 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   const std::string previous = path + ".previous";
   const bool losesValue = old && shown && old->losesValue(values, *shown);
   if (losesValue) {
-    if (const auto failure = files.writePrivately(previous, old->text())) {
-      return notSaved("無法把原有的設定保留為 " + previous + "：" + *failure + "。");
-    }
+    if (const auto kept = files.writePrivately(previous, old->text()); !kept)
+      return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
   // A file that could not be read may be all that the user has.
-  auto failure = old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
-  if (failure) return {false, std::move(*failure)};
+  const auto written =
+      old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
+  if (!written) return {false, written.reason()};
   if (losesValue)
     showNotification("原有設定已保留", "設定視窗沒有顯示的值已被覆蓋，原檔案保留在 " + previous);
   return {true, "設定已保存到 " + path};

@@ -186,11 +186,10 @@ void AppDelegate::toggleConnectionMode() {
 
 void AppDelegate::restartMenuClient() {
   // A program that cannot run is found out before the shut-down, which stops the backend.
-  tryProgram(currentExecutablePath(), [this](const OperationResult& trial) {
-    const auto failure =
-        trial.ok ? platform.workspace.openNewInstance(currentAppBundlePath()) : std::optional(trial.message);
-    if (!failure) return platform.application->terminate();
-    showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + *failure, true);
+  tryProgram(currentExecutablePath(), [this](const Result<>& trial) {
+    const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
+    if (opened) return platform.application->terminate();
+    showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + opened.reason(), true);
   });
 }
 

@@ -89,8 +89,8 @@ bool AppDelegate::isLaunchAtLoginEnabled() const {
 OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   const std::string path = userLaunchAgentPath();
   FileManager& files = platform.fileManager;
-  if (auto failure = files.createDirectory(path.substr(0, path.rfind('/'))))
-    return {false, std::move(*failure)};
+  if (const auto made = files.createDirectory(path.substr(0, path.rfind('/'))); !made)
+    return {false, made.reason()};
   // A file that cannot be removed is most often one that is not there.
   if (!enabled) {
     files.removeItem(path);
@@ -104,7 +104,7 @@ OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
             "請移到名稱簡單的資料夾，再試一次。"};
   }
   files.removeItem(legacyUserLaunchAgentPath());
-  if (auto failure = files.writeAtomically(path, *document)) return {false, std::move(*failure)};
+  if (const auto written = files.writeAtomically(path, *document); !written) return {false, written.reason()};
   return {true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
 }
 

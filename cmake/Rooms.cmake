@@ -17,6 +17,10 @@ function(kestrune_room folder)
   if(sources)
     add_library(room_${name} STATIC ${sources})
     target_link_libraries(room_${name} PUBLIC ${libraries} ${ARG_LINKS})
+    # A room is compiled as one source: most of what its sources compile is the headers that they share.
+    set_target_properties(room_${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+    # GCC takes an included .cpp for a header, and warns of its anonymous namespaces.
+    target_compile_options(room_${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   else()
     add_library(room_${name} INTERFACE)
     target_link_libraries(room_${name} INTERFACE ${libraries} ${ARG_LINKS})

@@ -23,7 +23,7 @@ constexpr std::array emojiFamilies{
     "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
 // The frame is the window manager's, and cannot be asked for before there is a window.
-constexpr QSize frame(16, 48);
+constexpr QSize windowFrame(16, 48);
 
 }  // namespace
 
@@ -93,7 +93,7 @@ QSize roomForWindow() {
   for (const QScreen* const screen : QGuiApplication::screens()) {
     room = room.boundedTo(screen->availableSize());
   }
-  return room - frame;
+  return room - windowFrame;
 }
 
 }  // namespace kestrune::dialogs

@@ -14,8 +14,8 @@ namespace kestrune::dialogs {
 namespace {
 
 // Points.
-constexpr double narrowest = 260;
-constexpr double widest = 520;
+constexpr double leastWidth = 260;
+constexpr double largestWidth = 520;
 constexpr double edge = 6;  // above the first row and below the last
 constexpr double separatorHeight = 9;
 
@@ -54,7 +54,7 @@ MenuRowKind kindAt(const Menu& menu, std::size_t index) {
 MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new Area) {
   setName(QString());
   setFocusPolicy(Qt::StrongFocus);
-  setMinimumWidth(pixels(narrowest));
+  setMinimumWidth(pixels(leastWidth));
   auto* const whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
   area->setFrameShape(QFrame::NoFrame);
@@ -154,7 +154,7 @@ int MenuWindow::widthForRows() const {
   const QSize wanted = layout->sizeHint();
   const QSize room = roomForWindow();
   const int bar = wanted.height() > room.height() ? area->verticalScrollBar()->sizeHint().width() : 0;
-  return std::min(std::clamp(wanted.width(), pixels(narrowest), pixels(widest)) + bar, room.width());
+  return std::min(std::clamp(wanted.width(), pixels(leastWidth), pixels(largestWidth)) + bar, room.width());
 }
 
 void MenuWindow::choose(int id) {

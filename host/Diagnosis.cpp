@@ -229,8 +229,8 @@ std::string environmentLines(const MainBundle& bundle) {
 std::string firstWordsOf(Processes& processes, const std::string& program,
                          const std::vector<std::string>& arguments) {
   const auto launched = processes.launch(program, arguments);
-  if (!launched.process) return launched.error;
-  const std::string said = launched.process->readOutput(patience);
+  if (!launched) return launched.reason();
+  const std::string said = (*launched)->readOutput(patience);
   return said.substr(0, said.find('\n'));
 }
 

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
+
+#include "ports/Result.h"
 
 namespace kestrune {
 
@@ -19,9 +20,7 @@ struct FileContents {
   std::string problem{};  ///< the system's description; empty when the file was read
 };
 
-/// The files of this machine. Behind a port so that a test brings its own. An operation that changes
-/// something and fails returns the system's description of the failure, and is absent on success. Main
-/// thread.
+/// The files of this machine. Behind a port so that a test brings its own. Main thread.
 class FileManager {
  public:
   static constexpr std::size_t sizeLimit = std::size_t{16} << 20;  ///< bytes of the largest file that is read
@@ -37,24 +36,22 @@ class FileManager {
   /// Replaces the file, or makes it, in a single step: whoever reads sees the old one or the new one, also
   /// after a power cut. An existing file keeps its mode and owner, a link stays a link; a new file is
   /// readable by its owner alone.
-  virtual std::optional<std::string> writeAtomically(const std::string& path,
-                                                     const std::string& contents) = 0;
+  virtual Result<> writeAtomically(const std::string& path, const std::string& contents) = 0;
 
   /// Replaces what is at `path`, be it a link, in a single step that survives a power cut. The new file is
   /// readable by its owner alone, whatever the old one was.
-  virtual std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) = 0;
+  virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
   /// As `writeAtomically`, but the old file is kept beside the new one, under a name that says that it could
   /// not be read. There is a file at `path` all the while, and on failure it is the old one. Only regular
   /// files are kept.
-  virtual std::optional<std::string> replaceUnreadable(const std::string& path,
-                                                       const std::string& contents) = 0;
+  virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
   /// Makes a folder and those above it, with the default mode; one that exists is fine.
-  virtual std::optional<std::string> createDirectory(const std::string& path) = 0;
+  virtual Result<> createDirectory(const std::string& path) = 0;
 
   /// Removes a file.
-  virtual std::optional<std::string> removeItem(const std::string& path) = 0;
+  virtual Result<> removeItem(const std::string& path) = 0;
 
   /// The user's home folder, without a trailing slash.
   virtual std::string homeDirectoryPath() const = 0;

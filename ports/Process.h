@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ports/Clock.h"
+#include "ports/Result.h"
 
 namespace kestrune {
 
@@ -37,13 +38,6 @@ class Process {
   virtual std::string readOutput(Seconds patience) = 0;
 };
 
-/// Either a child or the system's description of why there is none.
-struct LaunchResult {
-  std::unique_ptr<Process> process;
-  std::string error;      ///< never empty when there is no process
-  bool reserved = false;  ///< there is none because launches are reserved for another thread
-};
-
 /// Starts child processes. Behind a port so that a test needs none. Any thread.
 class Processes {
  public:
@@ -51,7 +45,8 @@ class Processes {
 
   /// Starts `executable` as the leader of a session of its own, with this process's environment, working
   /// directory and standard input, and no other descriptor of this process.
-  virtual LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) = 0;
+  virtual Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                                  const std::vector<std::string>& arguments) = 0;
 
   /// Ends (SIGKILL) the groups of all children that run, and from then on launches only for the calling
   /// thread; for any other thread `launch` fails. Waits for nothing. Called once, when the process is about

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <optional>
 #include <string>
+
+#include "ports/Result.h"
 
 namespace kestrune {
 
@@ -18,10 +19,9 @@ class Workspace {
   virtual std::string codexAppPath() const = 0;
 
   /// Starts this application once more, from the bundle at `bundlePath`, beside the instance that runs; the
-  /// new one waits until this one has gone. Returns the system's description of why it could not be started;
-  /// absent on success. Where the new one takes over this process at its end, a failure comes too late to be
-  /// returned: find out first whether the program can run.
-  virtual std::optional<std::string> openNewInstance(const std::string& bundlePath) = 0;
+  /// new one waits until this one has gone. Where the new one takes over this process at its end, a failure
+  /// comes too late to be returned: find out first whether the program can run.
+  virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 
 }  // namespace kestrune

@@ -19,8 +19,8 @@ constexpr auto noOutput = "沒有輸出。";
 CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
                               Seconds timeout) {
   const auto launched = processes.launch("/bin/bash", {"-lc", commandLine});
-  if (!launched.process) return {false, launched.error};
-  Process& child = *launched.process;
+  if (!launched) return {false, launched.reason()};
+  Process& child = **launched;
 
   const Seconds deadline = clock.awakeTime() + timeout;
   while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(commandPollInterval);

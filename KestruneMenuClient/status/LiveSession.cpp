@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-using nlohmann::json;
+using Json = nlohmann::json;
 
 namespace {
 
@@ -16,17 +16,17 @@ constexpr int answerDepthLimit = 990;
 constexpr std::size_t threadNameLimit = 34;  // characters
 
 /// Whether Python takes the value for true, as the service does.
-bool isTruthy(const json& value) {
+bool isTruthy(const Json& value) {
   switch (value.type()) {
-    case json::value_t::null:
+    case Json::value_t::null:
       return false;
-    case json::value_t::boolean:
+    case Json::value_t::boolean:
       return value.get<bool>();
-    case json::value_t::number_integer:
-    case json::value_t::number_unsigned:
-    case json::value_t::number_float:
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+    case Json::value_t::number_float:
       return value.get<double>() != 0;
-    case json::value_t::string:
+    case Json::value_t::string:
       return !value.get_ref<const std::string&>().empty();
     default:
       return !value.empty();
@@ -34,8 +34,8 @@ bool isTruthy(const json& value) {
 }
 
 /// The member `name`, or null.
-const json& member(const json& object, const char* name) {
-  static const json null;
+const Json& member(const Json& object, const char* name) {
+  static const Json null;
   const auto found = object.find(name);
   return found != object.end() ? *found : null;
 }
@@ -84,25 +84,25 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
   if (!answer) return session;
   // Python's json module gives up at about this depth, too.
   bool tooDeep = false;
-  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, const json&) {
+  const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > answerDepthLimit;
     return !tooDeep;
   };
-  const json root = json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
+  const Json root = Json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
   if (tooDeep || !root.is_object()) return session;
-  const json& projects = member(root, "projects");
+  const Json& projects = member(root, "projects");
   if (!projects.is_array()) return session;
-  for (const json& project : projects) {
+  for (const Json& project : projects) {
     if (!project.is_object()) return session;
     if (!isTruthy(member(project, "selected"))) continue;
     bool isText = true;
-    const auto take = [&isText](const json& value, std::string& into) {
+    const auto take = [&isText](const Json& value, std::string& into) {
       if (!value.is_string() || !isTruthy(value)) return;
       into = value.get<std::string>();
       isText = isText && into.find(surrogateMark) == std::string::npos;
     };
-    const json& title = member(project, "title");
-    const json& threadName = member(project, "thread_name");
+    const Json& title = member(project, "title");
+    const Json& threadName = member(project, "thread_name");
     take(title, session.projectTitle);
     take(isTruthy(threadName) ? threadName : title, session.threadName);
     return isText ? session : LiveSession();

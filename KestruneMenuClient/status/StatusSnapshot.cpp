@@ -10,7 +10,7 @@
 
 namespace kestrune {
 
-using nlohmann::json;
+using Json = nlohmann::json;
 
 namespace {
 
@@ -76,8 +76,8 @@ constexpr FlagMember flagMembers[] = {
     {"keeps_awake", &StatusSnapshot::keepsAwake},
 };
 
-std::string asLine(const json& value) {
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+std::string asLine(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 /// A text in which bars look for markup.
@@ -124,7 +124,7 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
 }
 
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
-  json value{{"schema", schema},
+  Json value{{"schema", schema},
              {"source", fromClient ? "client" : "check"},
              {"lamp", namesOf(snapshot.lamp).name},
              {"checked_at", nullptr}};
@@ -137,7 +137,7 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
 std::optional<StatusSnapshot> parseStatusJson(std::string_view line) {
   StatusSnapshot snapshot;
   try {
-    const json value = json::parse(line);
+    const Json value = Json::parse(line);
     if (value.at("schema") != schema) return std::nullopt;
     const std::string lamp = value.at("lamp");
     std::size_t at = 0;
@@ -146,11 +146,11 @@ std::optional<StatusSnapshot> parseStatusJson(std::string_view line) {
     snapshot.lamp = static_cast<ConnectionLampState>(at);
     for (const auto& [name, text] : textMembers) value.at(name).get_to(snapshot.*text);
     for (const auto& [name, flag] : flagMembers) value.at(name).get_to(snapshot.*flag);
-    if (const json& time = value.at("checked_at"); !time.is_null()) {
+    if (const Json& time = value.at("checked_at"); !time.is_null()) {
       snapshot.checkedAt = parsedTime(time.get<std::string>());
       if (!snapshot.checkedAt) return std::nullopt;
     }
-  } catch (const json::exception&) {
+  } catch (const Json::exception&) {
     return std::nullopt;
   }
   return snapshot;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,25 +17,21 @@
 #include <thread>
 #include <utility>
 
+#include "adapters/children/OutputPipe.h"
 #include "adapters/children/Spawn.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 
 namespace {
 
 constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
-constexpr std::size_t promisedRoom = 65536;                 // bytes, of each pipe
 
 // For a second in all, where the reserved launch finds no process to spare.
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
 
 using std::chrono::steady_clock;
-
-std::string describe(int error) {
-  return std::system_category().message(error);
-}
 
 /// Without the beginning of a character at the end of `bytes` that was cut there.
 void dropCutCharacter(std::string& bytes) {
@@ -48,54 +43,6 @@ void dropCutCharacter(std::string& bytes) {
   const std::size_t expected = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
   if (expected > bytes.size() - (lead - 1)) bytes.resize(lead - 1);
 }
-
-/// The pipe of one of a child's outputs.
-struct Output {
-  FileDescriptor readEnd;   // does not block; closed when nobody can write to the pipe any more
-  FileDescriptor writeEnd;  // tells whether the pipe is full; closed before the pipe is read to its end
-  std::string bytes{};
-  bool cut = false;
-
-  int open() {
-    int descriptors[2];
-    if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
-    readEnd.reset(descriptors[0]);
-    writeEnd.reset(descriptors[1]);
-    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
-  }
-
-  /// Reads from a full pipe to which fewer than 64 KiB were written. The kernel makes pipes of two pages, or
-  /// one, for a user who has many; and a page that is partly filled is full when the next write does not fit.
-  void makeRoom() {
-    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    pollfd writable{writeEnd.get(), POLLOUT, 0};
-    if (!writeEnd || poll(&writable, 1, 0) != 0) return;
-    int queued = 0;
-    ioctl(readEnd.get(), FIONREAD, &queued);
-    const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
-    if (written >= promisedRoom) return;
-    // Less than a page might leave the pipe full.
-    std::string some(std::max(page, promisedRoom - written), '\0');
-    const ssize_t count = read(readEnd.get(), some.data(), some.size());
-    if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
-  }
-
-  /// Takes all that is there, of which it keeps `room` bytes at most.
-  void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
-    for (;;) {
-      const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0 && errno == EAGAIN) return;
-      if (count <= 0) return readEnd.reset();
-      const auto kept = std::min(static_cast<std::size_t>(count), room);
-      bytes.append(buffer.data(), kept);
-      room -= kept;
-      if (kept < static_cast<std::size_t>(count)) cut = true;
-      // A descendant may write faster than this reads.
-      if (cut && steady_clock::now() >= deadline) return;
-    }
-  }
-};
 
 }  // namespace
 
@@ -116,7 +63,8 @@ struct ChildProcesses::Register {
 
 class ChildProcesses::Child final : public Process {
  public:
-  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, Output givenOutput, Output givenError)
+  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, OutputPipe givenOutput,
+        OutputPipe givenError)
       : siblings(std::move(givenRegister)),
         pid(givenPid),
         out(std::move(givenOutput)),
@@ -187,7 +135,7 @@ class ChildProcesses::Child final : public Process {
   }
 
   void leavePipes() {
-    for (Output* const each : {&out, &err}) {
+    for (OutputPipe* const each : {&out, &err}) {
       if (each->readEnd && siblings->leftover) siblings->leftover(std::move(each->readEnd));
       each->readEnd.reset();
     }
@@ -195,8 +143,8 @@ class ChildProcesses::Child final : public Process {
 
   const std::shared_ptr<Register> siblings;
   const pid_t pid;
-  Output out;
-  Output err;
+  OutputPipe out;
+  OutputPipe err;
   int status = -1;
   bool reaped = false;
 };
@@ -206,22 +154,23 @@ ChildProcesses::ChildProcesses(TakePipe leftover)
   for (auto& each : spare) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
-LaunchResult ChildProcesses::launch(const std::string& executable,
-                                    const std::vector<std::string>& arguments) {
+Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& executable,
+                                                        const std::vector<std::string>& arguments) {
   return launch(executable, arguments, STDIN_FILENO);
 }
 
-LaunchResult ChildProcesses::launch(const std::string& executable, const std::vector<std::string>& arguments,
-                                    int input) {
+Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& executable,
+                                                        const std::vector<std::string>& arguments,
+                                                        int input) {
   std::unique_lock lock(children->mutex);
   children->reapAbandoned();
   if (children->onlyThread && *children->onlyThread != std::this_thread::get_id()) {
-    return {nullptr, describe(ECANCELED), true};
+    return Failure{describe(ECANCELED)};
   }
-  Output output;
-  Output error;
-  if (const int failure = output.open()) return {nullptr, describe(failure)};
-  if (const int failure = error.open()) return {nullptr, describe(failure)};
+  OutputPipe output;
+  OutputPipe error;
+  if (const int failure = output.open()) return Failure{describe(failure)};
+  if (const int failure = error.open()) return Failure{describe(failure)};
   const SpawnOptions options{.executable = executable,
                              .arguments = arguments,
                              .input = input,
@@ -238,9 +187,9 @@ LaunchResult ChildProcesses::launch(const std::string& executable, const std::ve
     children->reapAbandoned();
     failure = spawn(options, pid);
   }
-  if (failure != 0) return {nullptr, describe(failure)};
+  if (failure != 0) return Failure{describe(failure)};
   children->running.push_back(pid);
-  return {std::make_unique<Child>(children, pid, std::move(output), std::move(error)), {}};
+  return std::make_unique<Child>(children, pid, std::move(output), std::move(error));
 }
 
 void ChildProcesses::reserveForThisThread() {

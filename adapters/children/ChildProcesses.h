@@ -22,9 +22,11 @@ class ChildProcesses final : public Processes {
   /// destroyed. Without it they are closed, and whoever writes to one gets SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
-  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override;
+  Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                          const std::vector<std::string>& arguments) override;
   /// As above, with another standard input. An executable without a slash is looked up on PATH.
-  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments, int input);
+  Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                          const std::vector<std::string>& arguments, int input);
   void reserveForThisThread() override;
 
  private:

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 
+#include "adapters/children/Spawn.h"
 #include "adapters/system/Diagnostics.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 
 namespace kestrune {
@@ -45,11 +47,13 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
                                         {"-q", "--silent", "--max-time", std::to_string(limit.count()),
                                          "--noproxy", "*", "--header", "@-", address},
                                         header.get());
-  if (!launched.process) {
-    if (!launched.reserved) reportOnce("the local service cannot be asked: curl: " + launched.error);
+  if (!launched) {
+    // Launches are reserved while the client ends: that is no fault of curl.
+    if (launched.reason() != describe(ECANCELED))
+      reportOnce("the local service cannot be asked: curl: " + launched.reason());
     return std::nullopt;
   }
-  Process& child = *launched.process;
+  Process& child = **launched;
   const Seconds deadline = clock.awakeTime() + limit + grace;
   std::string answer = child.readOutput(limit + grace);
   while (child.isRunning() && clock.awakeTime() < deadline) clock.sleep(pollInterval);

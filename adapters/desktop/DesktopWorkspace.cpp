@@ -11,6 +11,7 @@
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Diagnostics.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 
 namespace kestrune {
@@ -21,10 +22,6 @@ struct Opener {
   const char* program;
   std::vector<std::string> arguments;
 };
-
-std::string describe(int error) {
-  return std::system_category().message(error);
-}
 
 }  // namespace
 
@@ -55,10 +52,10 @@ void DesktopWorkspace::open(const std::string& path) {
   reportOnce("cannot open a folder or file" + failures);
 }
 
-std::optional<std::string> DesktopWorkspace::openNewInstance(const std::string&) {
+Result<> DesktopWorkspace::openNewInstance(const std::string&) {
   if (inPlace) {
     replacing = true;
-    return std::nullopt;
+    return Done{};
   }
   pid_t pid = 0;
   if (const int failure =
@@ -66,10 +63,10 @@ std::optional<std::string> DesktopWorkspace::openNewInstance(const std::string&)
                  .arguments = arguments,
                  .environment = {std::string(relaunchVariable) + "=" + std::to_string(getpid())}},
                 pid)) {
-    return describe(failure);
+    return Failure{describe(failure)};
   }
   loop.reap(pid);
-  return std::nullopt;
+  return Done{};
 }
 
 void DesktopWorkspace::replaceThisProcess() const {

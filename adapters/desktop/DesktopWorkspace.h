@@ -23,7 +23,7 @@ class DesktopWorkspace final : public Workspace {
 
   void open(const std::string& path) override;
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
-  std::optional<std::string> openNewInstance(const std::string& bundlePath) override;
+  Result<> openNewInstance(const std::string& bundlePath) override;
 
   /// Whether this process is to become the new instance at its end.
   bool replacesThisProcess() const { return replacing; }

@@ -13,6 +13,7 @@
 #include <iterator>
 
 #include "adapters/files/NewFile.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 #include "ports/FileManager.h"
 
@@ -24,10 +25,6 @@ namespace {
 
 constexpr int linkLimit = 40;  // as many as the kernel follows
 
-std::error_code lastError() {
-  return {errno, std::system_category()};
-}
-
 /// The file that `path` means, whether it exists or not, with links followed.
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
@@ -36,7 +33,7 @@ std::error_code followLinks(fs::path& path) {
     if (failure) return {};
     path = target.is_absolute() ? target : path.parent_path() / target;
   }
-  return {ELOOP, std::system_category()};
+  return systemError(ELOOP);
 }
 
 bool isNowhere(const fs::path& file) {
@@ -69,8 +66,8 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   if (!file) return lastError();
   struct stat state {};
   if (fstat(file.get(), &state) != 0) return lastError();
-  if (S_ISDIR(state.st_mode)) return {EISDIR, std::system_category()};
-  if (!S_ISREG(state.st_mode)) return {EINVAL, std::system_category()};
+  if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
+  if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
   std::string bytes;
   // A file that grows meanwhile, and those of /proc, are longer than they say.
   const auto size = static_cast<std::size_t>(state.st_size);
@@ -82,7 +79,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
     if (count < 0) return lastError();
     if (count == 0) break;
     if (bytes.size() + static_cast<std::size_t>(count) > FileManager::sizeLimit) {
-      return {EFBIG, std::system_category()};
+      return systemError(EFBIG);
     }
     bytes.append(buffer, static_cast<std::size_t>(count));
   }
@@ -119,7 +116,7 @@ bool isPassing(const std::error_code& failure) {
   static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
                                     ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
   return std::any_of(std::begin(passing), std::end(passing),
-                     [&](int error) { return failure == std::error_code(error, std::system_category()); });
+                     [&](int error) { return failure == systemError(error); });
 }
 
 std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents) {

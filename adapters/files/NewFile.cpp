@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "adapters/files/AccessList.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 
@@ -20,10 +21,6 @@ namespace {
 
 constexpr std::string_view prefix = ".kestrune-new-";
 constexpr std::string_view randomPart = "XXXXXX";
-
-std::error_code lastError() {
-  return {errno, std::system_category()};
-}
 
 std::error_code writeAll(int descriptor, std::string_view contents) {
   while (!contents.empty()) {
@@ -83,8 +80,8 @@ NewFile::~NewFile() {
 std::error_code NewFile::keepAccess() {
   struct stat old {};
   if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return {};
-  if (S_ISDIR(old.st_mode)) return {EISDIR, std::system_category()};
-  if (!S_ISREG(old.st_mode)) return {EINVAL, std::system_category()};
+  if (S_ISDIR(old.st_mode)) return systemError(EISDIR);
+  if (!S_ISREG(old.st_mode)) return systemError(EINVAL);
   access = Access{old.st_uid, old.st_gid, (old.st_mode & 07777) | S_IRUSR, accessList(target)};
   return {};
 }

@@ -12,7 +12,7 @@
 namespace kestrune {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
+using Json = nlohmann::json;
 
 namespace {
 
@@ -27,19 +27,19 @@ enum class State {
 
 struct Loaded {
   State state;
-  json preferences = json::object();
+  Json preferences = Json::object();
 };
 
 /// Something else than an object where there are no preferences in `text`. The library writes what is nested
 /// by recursion: with what it could read, but not write again, a later change would end the process.
-json parsed(const std::string& text) {
+Json parsed(const std::string& text) {
   if (text.size() > sizeLimit) return {};
   bool tooDeep = false;
-  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, const json&) {
+  const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > depthLimit;
     return !tooDeep;
   };
-  json found = json::parse(text, watchDepth, false);
+  Json found = Json::parse(text, watchDepth, false);
   if (tooDeep) return {};
   return found;
 }
@@ -52,7 +52,7 @@ Loaded load(const std::string& path) {
     }
     return {isPassing(failure) ? State::unreachable : State::damaged};
   }
-  json found = parsed(text);
+  Json found = parsed(text);
   if (!found.is_object()) return {State::damaged};
   return {State::usable, std::move(found)};
 }
@@ -61,28 +61,28 @@ Loaded load(const std::string& path) {
 
 PreferencesFile::PreferencesFile(std::string givenPath)
     : path(std::move(givenPath)),
-      unsaved(std::make_unique<json>(json::object())),
-      lastRead(std::make_unique<json>(json::object())) {}
+      unsaved(std::make_unique<Json>(Json::object())),
+      lastRead(std::make_unique<Json>(Json::object())) {}
 
 PreferencesFile::~PreferencesFile() = default;
 
-json PreferencesFile::current() const {
+Json PreferencesFile::current() const {
   Loaded found = load(path);
   // What was switched off stays so while nobody can look.
   if (found.state != State::unreachable) *lastRead = std::move(found.preferences);
-  json preferences = *lastRead;
+  Json preferences = *lastRead;
   preferences.update(*unsaved);
   return preferences;
 }
 
 std::optional<bool> PreferencesFile::boolForKey(const std::string& key) const {
-  const json preferences = current();
+  const Json preferences = current();
   const auto found = preferences.find(key);
   return found != preferences.end() && found->is_boolean() ? std::optional(found->get<bool>()) : std::nullopt;
 }
 
 std::optional<std::string> PreferencesFile::stringForKey(const std::string& key) const {
-  const json preferences = current();
+  const Json preferences = current();
   const auto found = preferences.find(key);
   return found != preferences.end() && found->is_string() ? std::optional(found->get<std::string>())
                                                           : std::nullopt;
@@ -96,12 +96,12 @@ void PreferencesFile::setString(const std::string& key, const std::string& value
   set(key, value);
 }
 
-void PreferencesFile::set(const std::string& key, json value) {
+void PreferencesFile::set(const std::string& key, Json value) {
   (*unsaved)[key] = std::move(value);
   if (const std::error_code failure = save()) {
     reportOnce("cannot write the preferences " + path + ": " + failure.message());
   } else {
-    *unsaved = json::object();
+    *unsaved = Json::object();
   }
 }
 
@@ -115,7 +115,7 @@ std::error_code PreferencesFile::save() const {
   }
   preferences.update(*unsaved);
   const auto failure =
-      writeFileAtomically(path, preferences.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+      writeFileAtomically(path, preferences.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
   if (!failure) *lastRead = std::move(preferences);
   return failure;
 }

@@ -7,13 +7,15 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 
 namespace {
 
-std::optional<std::string> description(const std::error_code& failure) {
-  return failure ? std::optional(failure.message()) : std::nullopt;
+Result<> resultOf(const std::error_code& failure) {
+  if (failure) return Failure{failure.message()};
+  return Done{};
 }
 
 }  // namespace
@@ -34,28 +36,24 @@ FileContents SystemFileManager::contents(const std::string& path) const {
   return {outcome, {}, failure.message()};
 }
 
-std::optional<std::string> SystemFileManager::writeAtomically(const std::string& path,
-                                                              const std::string& contents) {
-  return description(writeFileAtomically(path, contents));
+Result<> SystemFileManager::writeAtomically(const std::string& path, const std::string& contents) {
+  return resultOf(writeFileAtomically(path, contents));
 }
 
-std::optional<std::string> SystemFileManager::writePrivately(const std::string& path,
-                                                             const std::string& contents) {
-  return description(writePrivateFile(path, contents));
+Result<> SystemFileManager::writePrivately(const std::string& path, const std::string& contents) {
+  return resultOf(writePrivateFile(path, contents));
 }
 
-std::optional<std::string> SystemFileManager::replaceUnreadable(const std::string& path,
-                                                                const std::string& contents) {
-  return description(replaceUnreadableFile(path, contents));
+Result<> SystemFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
+  return resultOf(replaceUnreadableFile(path, contents));
 }
 
-std::optional<std::string> SystemFileManager::createDirectory(const std::string& path) {
-  return description(makeFolders(path, 0777));
+Result<> SystemFileManager::createDirectory(const std::string& path) {
+  return resultOf(makeFolders(path, 0777));
 }
 
-std::optional<std::string> SystemFileManager::removeItem(const std::string& path) {
-  if (unlink(path.c_str()) == 0) return std::nullopt;
-  return std::error_code(errno, std::system_category()).message();
+Result<> SystemFileManager::removeItem(const std::string& path) {
+  return resultOf(unlink(path.c_str()) == 0 ? std::error_code() : lastError());
 }
 
 }  // namespace kestrune

@@ -12,11 +12,11 @@ class SystemFileManager final : public FileManager {
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> createDirectory(const std::string& path) override;
-  std::optional<std::string> removeItem(const std::string& path) override;
+  Result<> writeAtomically(const std::string& path, const std::string& contents) override;
+  Result<> writePrivately(const std::string& path, const std::string& contents) override;
+  Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  Result<> createDirectory(const std::string& path) override;
+  Result<> removeItem(const std::string& path) override;
   std::string homeDirectoryPath() const override { return home; }
 
  private:

@@ -12,6 +12,7 @@
 #include "adapters/files/Files.h"
 #include "adapters/instance/ClientSubscription.h"
 #include "adapters/system/Diagnostics.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 
@@ -175,12 +176,12 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
   const std::string path = folder + lockName;
   if (const auto failure = makeFolders(folder)) return failure;
   // The owner of the folder could replace the lock file.
-  if (!isOwnFolder(folder)) return {EPERM, std::system_category()};
+  if (!isOwnFolder(folder)) return systemError(EPERM);
   FileDescriptor file =
       isFileAt(lock, path)
           ? std::move(lock)
           : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return {errno, std::system_category()};
+  if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return lastError();
   lock = std::move(file);
   place = folder;
   return {};

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "adapters/system/Errors.h"
+
 namespace kestrune {
 
 namespace {
@@ -28,7 +30,7 @@ std::error_code RequestServer::listen(const std::string& folder) {
   listener = instanceSocket(folder, newSocketName, &bind);
   if (!listener || ::listen(listener.get(), backlog) < 0 ||
       rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
-    const std::error_code failure(errno, std::system_category());
+    const std::error_code failure = lastError();
     listener.reset();
     return failure;
   }

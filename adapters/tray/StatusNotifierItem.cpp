@@ -11,7 +11,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr auto interfaceName = "org.kde.StatusNotifierItem";
+constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
 /// One host takes a tooltip for markup and drops all of it when that is malformed; the full-width forms read
 /// the same.
@@ -97,14 +97,14 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
   }
   if (bus == nullptr) return;
   // Hosts read the description again together with the icon.
-  if (newIcon || newDescription) sd_bus_emit_signal(bus, objectPath, interfaceName, "NewIcon", "");
-  if (newToolTip) sd_bus_emit_signal(bus, objectPath, interfaceName, "NewToolTip", "");
+  if (newIcon || newDescription) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
+  if (newToolTip) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewToolTip", "");
 }
 
 void StatusNotifierItem::busConnected(sd_bus* connection) {
   bus = connection;
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_vtable(bus, &slot, objectPath, interfaceName, interface, this) >= 0)
+  if (sd_bus_add_object_vtable(bus, &slot, objectPath, itemInterface, interface, this) >= 0)
     object.reset(slot);
   exportedMenu.busConnected(bus);
   const std::string rule = std::string(

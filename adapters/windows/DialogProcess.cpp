@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "adapters/children/Spawn.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 
@@ -18,10 +19,6 @@ namespace {
 constexpr std::size_t requestLimit = std::size_t{256}
                                      << 20;               // bytes; the largest output there can be, as JSON
 constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes
-
-std::string describe(int error) {
-  return std::system_category().message(error);
-}
 
 }  // namespace
 

@@ -18,8 +18,8 @@ using ::testing::ExitedWithCode;
 struct ChildInheritance : ::testing::Test, RealChildren {
   std::string outputOf(const std::string& program, const Arguments& arguments) {
     const auto launched = processes.launch(program, arguments);
-    std::string output = launched.process->readOutput(patience);
-    EXPECT_TRUE(ends(*launched.process));
+    std::string output = (*launched)->readOutput(patience);
+    EXPECT_TRUE(ends(**launched));
     return output;
   }
   std::string outputOf(const Arguments& arguments) { return outputOf(TEST_CHILD, arguments); }

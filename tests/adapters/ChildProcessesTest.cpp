@@ -90,7 +90,7 @@ TEST_F(ChildProcess, IsTheOnlyOneThatIsReaped) {
 
 TEST_F(ChildProcess, OutlivesThoseWhoLaunchedIt) {
   auto others = std::make_unique<ChildProcesses>();
-  const auto child = others->launch(TEST_CHILD, {"out", "x", "pause"}).process;
+  const auto child = std::move(*others->launch(TEST_CHILD, {"out", "x", "pause"}));
   others.reset();
   EXPECT_TRUE(child->isRunning());
   child->terminate();
@@ -135,25 +135,25 @@ INSTANTIATE_TEST_SUITE_P(Each, FailedLaunch,
 
 TEST_P(FailedLaunch, IsDescribedInTheWordsOfTheSystem) {
   ChildProcesses processes;
-  const LaunchResult result = processes.launch(GetParam().executable, {});
-  EXPECT_EQ(result.process, nullptr);
-  EXPECT_EQ(result.error, std::strerror(GetParam().expected));
+  const auto result = processes.launch(GetParam().executable, {});
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.reason(), std::strerror(GetParam().expected));
 }
 
 TEST_F(ChildProcess, DoesNotStartWithAnArgumentThatIsTooLong) {
-  const LaunchResult result = processes.launch(TEST_CHILD, {"out", std::string(std::size_t{1} << 20, 'x')});
-  EXPECT_EQ(result.process, nullptr);
-  EXPECT_EQ(result.error, std::strerror(E2BIG));
+  const auto result = processes.launch(TEST_CHILD, {"out", std::string(std::size_t{1} << 20, 'x')});
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.reason(), std::strerror(E2BIG));
 }
 
 TEST_F(ChildProcess, DoesNotStartWithoutDescriptorsForItsPipes) {
-  LaunchResult result;
+  Result<std::unique_ptr<Process>> result = Failure{};
   {
     const ResourceLimit none(RLIMIT_NOFILE, 0);
     result = processes.launch(TEST_CHILD, {});
   }
-  EXPECT_EQ(result.process, nullptr);
-  EXPECT_EQ(result.error, std::strerror(EMFILE));
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.reason(), std::strerror(EMFILE));
 }
 
 TEST_F(ChildProcess, LeavesNoDescriptorOpen) {
@@ -163,7 +163,7 @@ TEST_F(ChildProcess, LeavesNoDescriptorOpen) {
     EXPECT_EQ(child->readOutput(patience), "x");
     EXPECT_TRUE(ends(*child));
     launch({"pause"})->terminate();
-    EXPECT_NE(processes.launch("/no/such/program", {}).error, "");
+    EXPECT_NE(processes.launch("/no/such/program", {}).reason(), "");
   }
   EXPECT_EQ(openDescriptors(), before);
 }

@@ -132,7 +132,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopDoesNotWaitForWhatItOpens) {
 TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, false);
-  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), std::nullopt);
+  EXPECT_TRUE(workspace.openNewInstance(bundle.bundlePath()));
   EXPECT_TRUE(hasNoChildren(loop));
   EXPECT_EQ(machine.started(), (Texts{"client", std::to_string(getpid()), "--one", "two words"}));
   EXPECT_NE(machine.record().at(2), std::to_string(getpid()));
@@ -144,16 +144,16 @@ TEST_F(DesktopWorkspaceOn, ADesktopTellsWhyThereIsNoNewInstance) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {}, false);
   machine.remove("client");
-  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), "No such file or directory");
+  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"No such file or directory"});
   machine.add("client", std::filesystem::perms::owner_read);
-  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), "Permission denied");
+  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"Permission denied"});
   EXPECT_EQ(machine.record(), Texts{});
 }
 
 TEST_F(DesktopWorkspaceOn, AMachineThatCannotTellWhatRunsStartsNoNewInstance) {
   bundle.executable = std::nullopt;
   DesktopWorkspace workspace(loop, bundle, {}, false);
-  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), "No such file or directory");
+  EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"No such file or directory"});
 }
 
 TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
@@ -161,7 +161,7 @@ TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     DesktopWorkspace workspace(loop, bundle, {"--terminal"}, true);
     say(workspace.replacesThisProcess() ? "too early" : "not yet");
-    if (const auto failure = workspace.openNewInstance("")) say(*failure);
+    if (const auto opened = workspace.openNewInstance(""); !opened) say(opened.reason());
     say(machine.record().empty() && workspace.replacesThisProcess() ? "will" : "will not");
     workspace.replaceThisProcess();
     say("stayed");
@@ -292,13 +292,13 @@ TEST_P(WorkspaceContract, KnowsWhereTheCodexAppIs) {
 }
 
 TEST_P(WorkspaceContract, StartsANewInstance) {
-  EXPECT_EQ(face->workspace().openNewInstance("/opt/kestrune"), std::nullopt);
+  EXPECT_TRUE(face->workspace().openNewInstance("/opt/kestrune"));
   EXPECT_EQ(face->happened(), Texts{"new instance"});
 }
 
 TEST_P(WorkspaceContract, TellsWhyItCannotStartANewInstance) {
   face->breakProgram();
-  EXPECT_NE(face->workspace().openNewInstance("/opt/kestrune").value_or(""), "");
+  EXPECT_NE(face->workspace().openNewInstance("/opt/kestrune").reason(), "");
 }
 
 }  // namespace

@@ -117,7 +117,7 @@ TEST(IgnoredChildSignal, LosesNoExitStatus) {
     WholeRun app;
     app.onLaunch = [](WholeRun& self) {
       ChildProcesses processes;
-      const auto child = processes.launch(TEST_CHILD, {"exit", "0"}).process;
+      const auto child = std::move(*processes.launch(TEST_CHILD, {"exit", "0"}));
       child->readOutput(patience);
       EXPECT_TRUE(comesTrue(self.loop, [&] {
         self.loop.mainQueue().async([] {});

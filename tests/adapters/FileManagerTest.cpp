@@ -60,23 +60,23 @@ TYPED_TEST(FileManagerContract, HasNothingThatWasNotWritten) {
 TYPED_TEST(FileManagerContract, ReadsWhatWasWrittenLast) {
   const std::string bytes("\0\xFF\r\nb", 5);
   for (const std::string& each : {std::string("first"), std::string(), bytes}) {
-    EXPECT_EQ(this->files.writeAtomically(this->path("a"), each), std::nullopt);
+    EXPECT_TRUE(this->files.writeAtomically(this->path("a"), each));
     EXPECT_TRUE(this->files.fileExists(this->path("a")));
     expectRead(this->files.contents(this->path("a")), each);
   }
-  EXPECT_EQ(this->files.writePrivately(this->path("a"), "private"), std::nullopt);
+  EXPECT_TRUE(this->files.writePrivately(this->path("a"), "private"));
   expectRead(this->files.contents(this->path("a")), "private");
-  EXPECT_EQ(this->files.replaceUnreadable(this->path("a"), "readable"), std::nullopt);
+  EXPECT_TRUE(this->files.replaceUnreadable(this->path("a"), "readable"));
   expectRead(this->files.contents(this->path("a")), "readable");
-  EXPECT_EQ(this->files.replaceUnreadable(this->path("b"), "new"), std::nullopt);
+  EXPECT_TRUE(this->files.replaceUnreadable(this->path("b"), "new"));
   expectRead(this->files.contents(this->path("b")), "new");
 }
 
 TYPED_TEST(FileManagerContract, ReadsNoFileThatIsTooLarge) {
   const std::string largest(FileManager::sizeLimit, 'x');
-  EXPECT_EQ(this->files.writeAtomically(this->path("a"), largest), std::nullopt);
+  EXPECT_TRUE(this->files.writeAtomically(this->path("a"), largest));
   expectRead(this->files.contents(this->path("a")), largest);
-  EXPECT_EQ(this->files.writeAtomically(this->path("a"), largest + "x"), std::nullopt);
+  EXPECT_TRUE(this->files.writeAtomically(this->path("a"), largest + "x"));
   const FileContents found = this->files.contents(this->path("a"));
   EXPECT_EQ(found.outcome, ReadOutcome::tooLarge);
   EXPECT_EQ(found.bytes, "");
@@ -85,15 +85,15 @@ TYPED_TEST(FileManagerContract, ReadsNoFileThatIsTooLarge) {
 
 TYPED_TEST(FileManagerContract, RemovesAFileAndTellsWhenThereIsNone) {
   this->files.writeAtomically(this->path("a"), "text");
-  EXPECT_EQ(this->files.removeItem(this->path("a")), std::nullopt);
+  EXPECT_TRUE(this->files.removeItem(this->path("a")));
   EXPECT_FALSE(this->files.fileExists(this->path("a")));
-  EXPECT_NE(this->files.removeItem(this->path("a")).value_or(""), "");
+  EXPECT_NE(this->files.removeItem(this->path("a")).reason(), "");
 }
 
 TYPED_TEST(FileManagerContract, MakesFoldersThatMayBeThere) {
-  EXPECT_EQ(this->files.createDirectory(this->path("b/c")), std::nullopt);
-  EXPECT_EQ(this->files.createDirectory(this->path("b/c")), std::nullopt);
-  EXPECT_EQ(this->files.writeAtomically(this->path("b/c/d"), "text"), std::nullopt);
+  EXPECT_TRUE(this->files.createDirectory(this->path("b/c")));
+  EXPECT_TRUE(this->files.createDirectory(this->path("b/c")));
+  EXPECT_TRUE(this->files.writeAtomically(this->path("b/c/d"), "text"));
   expectRead(this->files.contents(this->path("b/c/d")), "text");
 }
 
@@ -132,16 +132,16 @@ struct FileManager : ::testing::Test {
 TEST_F(FileManager, SaysInTheSystemsWordsWhyItCannot) {
   put("text");
   const std::string inside = path + "/inside";
-  EXPECT_EQ(files.writeAtomically(inside, "text"), "Not a directory");
-  EXPECT_EQ(files.createDirectory(inside), "Not a directory");
-  EXPECT_EQ(files.removeItem(inside), "Not a directory");
-  EXPECT_EQ(files.removeItem(folder.file("none")), "No such file or directory");
+  EXPECT_EQ(files.writeAtomically(inside, "text"), Failure{"Not a directory"});
+  EXPECT_EQ(files.createDirectory(inside), Failure{"Not a directory"});
+  EXPECT_EQ(files.removeItem(inside), Failure{"Not a directory"});
+  EXPECT_EQ(files.removeItem(folder.file("none")), Failure{"No such file or directory"});
   EXPECT_EQ(contentsOf(path), "text");
 }
 
 TEST_F(FileManager, MakesFoldersOfTheDefaultMode) {
   const mode_t before = umask(022);
-  EXPECT_EQ(files.createDirectory(folder.file("a/b")), std::nullopt);
+  EXPECT_TRUE(files.createDirectory(folder.file("a/b")));
   umask(before);
   EXPECT_EQ(modeOf(folder.file("a")), 0755U);
   EXPECT_EQ(modeOf(folder.file("a/b")), 0755U);
@@ -168,12 +168,12 @@ TEST_F(FileManager, ReadsNoFolderAndNoPipe) {
 
 TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_EQ(files.replaceUnreadable(path, "new"), "Invalid argument");
-  EXPECT_EQ(files.writeAtomically(path, "new"), "Invalid argument");
+  EXPECT_EQ(files.replaceUnreadable(path, "new"), Failure{"Invalid argument"});
+  EXPECT_EQ(files.writeAtomically(path, "new"), Failure{"Invalid argument"});
   EXPECT_TRUE(fs::is_fifo(path));
   const std::string link = folder.file("link");
   fs::create_symlink("/dev/zero", link);
-  EXPECT_TRUE(files.writeAtomically(link, "new"));
+  EXPECT_FALSE(files.writeAtomically(link, "new"));
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_TRUE(fs::is_character_file("/dev/zero"));
 }
@@ -181,7 +181,7 @@ TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
 TEST_F(FileManager, ReplacesALinkToNowhere) {
   fs::create_symlink("/dev/null", folder.file("nowhere"));
   fs::create_symlink("nowhere", path);
-  EXPECT_EQ(files.writeAtomically(path, "new"), std::nullopt);
+  EXPECT_TRUE(files.writeAtomically(path, "new"));
   EXPECT_FALSE(fs::is_symlink(path));
   EXPECT_EQ(contentsOf(path), "new");
   EXPECT_TRUE(fs::is_symlink(folder.file("nowhere")));
@@ -198,7 +198,7 @@ TEST_F(FileManager, SavesThatAreKilledLeaveTheOldFileOrTheNewOne) {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
       skipFlushes();
       for (;;) {
-        if (files.writeAtomically(path, old) || files.writeAtomically(path, replacement)) return;
+        if (!files.writeAtomically(path, old) || !files.writeAtomically(path, replacement)) return;
         say("saved twice");
       }
     });
@@ -213,7 +213,7 @@ TEST_F(FileManager, SavesThatAreKilledLeaveTheOldFileOrTheNewOne) {
       ASSERT_TRUE(name == ".env" || modeOf(folder.file(name)) == 0600U) << name;
     chmod(path.c_str(), 0644);
   }
-  EXPECT_EQ(files.writeAtomically(path, "last"), std::nullopt);
+  EXPECT_TRUE(files.writeAtomically(path, "last"));
   EXPECT_EQ(names(), std::set<std::string>{".env"});
 }
 
@@ -234,7 +234,7 @@ TEST_F(FileManager, TwoHundredReadersSeeTheOldFileOrTheNewOne) {
     });
   }
   for (int save = 0; readings < 2000; ++save) {
-    EXPECT_EQ(files.writeAtomically(path, texts[save % 2]), std::nullopt);
+    EXPECT_TRUE(files.writeAtomically(path, texts[save % 2]));
   }
   done = true;
   for (auto& reader : readers) reader.join();
@@ -249,11 +249,12 @@ TEST_F(FileManager, LeavesTheOldFileWhenTheDiskIsFull) {
         mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
       return say("no disk");
     }
-    say(files.writeAtomically(path, "old").value_or("saved"));
-    say(files.writeAtomically(path, std::string(100'000, 'n')).value_or("saved"));
+    const auto said = [](const Result<>& result) { return result ? "saved" : result.reason(); };
+    say(said(files.writeAtomically(path, "old")));
+    say(said(files.writeAtomically(path, std::string(100'000, 'n'))));
     say(files.contents(path).bytes);
     say(std::to_string(names().size()) + " files");
-    say(files.writeAtomically(path, "new").value_or("saved"));
+    say(said(files.writeAtomically(path, "new")));
     say(files.contents(path).bytes);
   });
   for (const char* const said : {"saved", "No space left on device", "old", "1 files", "saved", "new"}) {

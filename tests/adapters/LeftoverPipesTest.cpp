@@ -112,7 +112,7 @@ struct LeftoversOfAChild : ::testing::Test, RealChildren {
   ChildProcesses leaving{[this](FileDescriptor pipe) { left.push_back(std::move(pipe)); }};
 
   std::unique_ptr<Process> launch(const Arguments& arguments) {
-    return leaving.launch(TEST_CHILD, arguments).process;
+    return std::move(*leaving.launch(TEST_CHILD, arguments));
   }
 };
 

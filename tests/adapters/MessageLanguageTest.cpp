@@ -63,7 +63,7 @@ struct MessageLanguage : ::testing::Test {
   std::string complaintIn(const char* locale) {
     return programIn(locale,
                      [](Processes& processes, const ForkedProgram::Say& say) {
-                       say(processes.launch("/no/such/program", {}).error);
+                       say(processes.launch("/no/such/program", {}).reason());
                      })
         .line();
   }
@@ -86,7 +86,7 @@ TEST_F(MessageLanguage, IsEnglishWithoutOne) {
 TEST_F(MessageLanguage, IsKnownAlsoWhenNoFileCanBeOpened) {
   ForkedProgram program = programIn(otherLocale, [](Processes& processes, const ForkedProgram::Say& say) {
     const ResourceLimit none(RLIMIT_NOFILE, 0);
-    say(processes.launch("/bin/true", {}).error);
+    say(processes.launch("/bin/true", {}).reason());
   });
   EXPECT_EQ(program.line(), "開啟太多檔案");
 }

@@ -40,10 +40,10 @@ TEST_F(ReservedProcesses, SpareServicesInASessionOfTheirOwn) {
 
 TEST_F(ReservedProcesses, LaunchNothingForAnyOtherThread) {
   processes.reserveForThisThread();
-  LaunchResult refused;
+  Result<std::unique_ptr<Process>> refused = Failure{};
   std::thread([&] { refused = processes.launch(TEST_CHILD, {}); }).join();
-  EXPECT_EQ(refused.process, nullptr);
-  EXPECT_EQ(refused.error, std::strerror(ECANCELED));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.reason(), std::strerror(ECANCELED));
 }
 
 TEST_F(ReservedProcesses, LaunchForTheThreadThatReservedThemWhicheverItIs) {
@@ -52,7 +52,7 @@ TEST_F(ReservedProcesses, LaunchForTheThreadThatReservedThemWhicheverItIs) {
     const auto child = launch({"out", "here"});
     EXPECT_EQ(child->readOutput(patience), "here");
   }).join();
-  EXPECT_EQ(processes.launch(TEST_CHILD, {}).error, std::strerror(ECANCELED));
+  EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
 }
 
 TEST_F(ReservedProcesses, LeaveThoseAloneThatHaveEnded) {

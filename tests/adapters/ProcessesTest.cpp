@@ -15,9 +15,9 @@ struct FakeChildren {
 
   std::unique_ptr<Process> launch(const ChildScript& script) {
     processes.scripts = {{"child", script}};
-    return processes.launch("/bin/program", {"child"}).process;
+    return std::move(*processes.launch("/bin/program", {"child"}));
   }
-  LaunchResult launchInVain() {
+  Result<std::unique_ptr<Process>> launchInVain() {
     processes.launchError = "No such file or directory";
     return processes.launch("/no/such/program", {"child"});
   }
@@ -36,7 +36,7 @@ struct TrueChildren : RealChildren {
     arguments.insert(arguments.end(), {"exit", std::to_string(script.status)});
     return RealChildren::launch(arguments);
   }
-  LaunchResult launchInVain() { return processes.launch("/no/such/program", {"child"}); }
+  Result<std::unique_ptr<Process>> launchInVain() { return processes.launch("/no/such/program", {"child"}); }
 };
 
 template <typename Children>
@@ -123,16 +123,15 @@ TYPED_TEST(ProcessesContract, ChangesNothingAboutAChildThatHasEnded) {
 }
 
 TYPED_TEST(ProcessesContract, DescribesWhyThereIsNoChild) {
-  const LaunchResult result = this->children.launchInVain();
-  EXPECT_EQ(result.process, nullptr);
-  EXPECT_EQ(result.error, "No such file or directory");
+  const auto result = this->children.launchInVain();
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.reason(), "No such file or directory");
 }
 
 TYPED_TEST(ProcessesContract, NeedsNoDescriptionOfAChildThatThereIs) {
-  const LaunchResult result = this->children.processes.launch(TEST_CHILD, {"exit", "0"});
-  ASSERT_NE(result.process, nullptr);
-  EXPECT_EQ(result.error, "");
-  EXPECT_TRUE(this->children.ends(*result.process));
+  const auto result = this->children.processes.launch(TEST_CHILD, {"exit", "0"});
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(this->children.ends(**result));
 }
 
 TYPED_TEST(ProcessesContract, EndsEveryChildWhenItIsReserved) {

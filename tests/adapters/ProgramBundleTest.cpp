@@ -25,10 +25,10 @@ struct RunningProgram : ::testing::Test, RealChildren {
 
   std::string say(const std::string& started, const Arguments& arguments) {
     const auto launched = processes.launch(started, arguments);
-    EXPECT_EQ(launched.error, "");
-    std::string said = launched.process->readOutput(patience);
-    EXPECT_TRUE(ends(*launched.process));
-    EXPECT_EQ(launched.process->terminationStatus(), 0) << said;
+    EXPECT_TRUE(launched);
+    std::string said = (*launched)->readOutput(patience);
+    EXPECT_TRUE(ends(**launched));
+    EXPECT_EQ((*launched)->terminationStatus(), 0) << said;
     return said;
   }
   std::string say(const Arguments& arguments) { return say(program, arguments); }

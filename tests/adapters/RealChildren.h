@@ -44,8 +44,8 @@ class RealChildren {
   /// Never null.
   std::unique_ptr<Process> launch(const Arguments& arguments) {
     auto launched = processes.launch(TEST_CHILD, arguments);
-    if (!launched.process) throw std::runtime_error(launched.error);
-    return std::move(launched.process);
+    if (!launched) throw std::runtime_error(launched.reason());
+    return std::move(*launched);
   }
 
   /// A child that does what `arguments` say, and then `rest`; returns when it has come to the rest.

@@ -88,10 +88,10 @@ class WatchedChildren final : public Processes {
  public:
   explicit WatchedChildren(Processes& givenProcesses) : processes(givenProcesses) {}
 
-  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override {
-    LaunchResult result = processes.launch(executable, arguments);
-    if (result.process)
-      result.process = std::make_unique<WatchedChild>(std::move(result.process), readPatience);
+  Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                          const std::vector<std::string>& arguments) override {
+    auto result = processes.launch(executable, arguments);
+    if (result) *result = std::make_unique<WatchedChild>(std::move(*result), readPatience);
     return result;
   }
   void reserveForThisThread() override { processes.reserveForThisThread(); }

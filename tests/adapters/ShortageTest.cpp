@@ -91,11 +91,11 @@ TEST(ProcessShortage, IsWhyACommandDoesNotStartAndPasses) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     ChildProcesses processes;
     auto shortage = std::make_unique<ProcessShortage>();
-    for (int i = 0; i < 3; ++i) say(processes.launch(anyProgram, {}).error);
+    for (int i = 0; i < 3; ++i) say(processes.launch(anyProgram, {}).reason());
     shortage.reset();
     const auto launched = processes.launch(anyProgram, {});
-    if (!launched.process) return say(launched.error);
-    launched.process->readOutput(patience);
+    if (!launched) return say(launched.reason());
+    (*launched)->readOutput(patience);
     say("started");
   });
   for (int i = 0; i < 3; ++i) EXPECT_EQ(program.line(), std::strerror(EAGAIN));
@@ -124,8 +124,8 @@ TEST(ProcessShortage, MayPassWhileTheBackendIsToBeStopped) {
     processes.reserveForThisThread();
     begun.set_value();
     const auto launched = processes.launch(anyProgram, {});
-    if (launched.process) launched.process->readOutput(patience);
-    say(launched.process ? "stopped" : launched.error);
+    if (launched) (*launched)->readOutput(patience);
+    say(launched ? "stopped" : launched.reason());
     somebodyElse.join();
   });
   EXPECT_EQ(program.line(), "stopped");
@@ -137,7 +137,7 @@ TEST(ProcessShortage, HoldsTheEndUpForAMoment) {
     const ProcessShortage shortage;
     processes.reserveForThisThread();
     std::string error;
-    const Seconds took = durationOf([&] { error = processes.launch(anyProgram, {}).error; });
+    const Seconds took = durationOf([&] { error = processes.launch(anyProgram, {}).reason(); });
     say(error);
     say(took < Seconds{3.0} ? "soon" : "late");
   });
@@ -226,12 +226,12 @@ struct DescriptorShortage : ::testing::Test, RealChildren {
 TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheLaunchOfACommand) {
   EXPECT_EQ(neededFor([&] {
               const auto launched = processes.launch(TEST_CHILD, {"out", "here"});
-              if (!launched.process) {
-                EXPECT_EQ(launched.error, std::strerror(EMFILE));
+              if (!launched) {
+                EXPECT_EQ(launched.reason(), std::strerror(EMFILE));
                 return false;
               }
-              EXPECT_EQ(launched.process->readOutput(patience), "here");
-              return ends(*launched.process);
+              EXPECT_EQ((*launched)->readOutput(patience), "here");
+              return ends(**launched);
             }),
             4);
 }
@@ -239,12 +239,12 @@ TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheLaunchOfACommand) {
 TEST_F(DescriptorShortage, DoesNotReachTheCommandThatEndsTheBackend) {
   // The loop and all else may have taken the rest.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
-  EXPECT_EQ(processes.launch(TEST_CHILD, {}).error, std::strerror(EMFILE));
+  EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
   processes.reserveForThisThread();
   const auto launched = processes.launch(TEST_CHILD, {"out", "stopped"});
-  ASSERT_NE(launched.process, nullptr) << launched.error;
-  EXPECT_EQ(launched.process->readOutput(patience), "stopped");
-  EXPECT_TRUE(ends(*launched.process));
+  ASSERT_TRUE(launched) << launched.reason();
+  EXPECT_EQ((*launched)->readOutput(patience), "stopped");
+  EXPECT_TRUE(ends(**launched));
 }
 
 TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheOpeningOfAWindow) {
@@ -277,11 +277,11 @@ TEST_F(DescriptorShortage, LeavesSettingsAsTheyAre) {
   const std::string shortage = std::strerror(EMFILE);
   EXPECT_EQ(neededFor([&] {
               const FileContents found = files.contents(path);
-              if (found.outcome == ReadOutcome::read) return !files.writeAtomically(path, "TOKEN=new\n");
+              if (found.outcome == ReadOutcome::read) return bool(files.writeAtomically(path, "TOKEN=new\n"));
               EXPECT_EQ(found.outcome, ReadOutcome::passing);
               EXPECT_EQ(found.problem, shortage);
-              EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), shortage);
-              EXPECT_EQ(files.replaceUnreadable(path, "TOKEN=new\n"), shortage);
+              EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), Failure{shortage});
+              EXPECT_EQ(files.replaceUnreadable(path, "TOKEN=new\n"), Failure{shortage});
               return false;
             }),
             1);

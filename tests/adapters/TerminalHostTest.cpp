@@ -148,7 +148,7 @@ TEST_F(TerminalHost, HandsItsTerminalToTheInstanceThatReplacesIt) {
     const auto host =
         makeHost({.face = Face::terminal,
                   .arguments = {"--gtest_list_tests", "--gtest_filter=-*", "--gtest_flagfile=/dev/stdin"}});
-    if (const auto failure = host->platform().workspace.openNewInstance("")) say(*failure);
+    if (const auto opened = host->platform().workspace.openNewInstance(""); !opened) say(opened.reason());
     host->leave(EXIT_FAILURE);
   });
   EXPECT_EQ(program.line(), "end");

@@ -250,14 +250,15 @@ std::optional<std::string> FakeMainBundle::environmentVariable(const std::string
   return found != environment.end() ? std::optional(found->second) : std::nullopt;
 }
 
-LaunchResult FakeProcesses::launch(const std::string& executable, const std::vector<std::string>& arguments) {
+Result<std::unique_ptr<Process>> FakeProcesses::launch(const std::string& executable,
+                                                       const std::vector<std::string>& arguments) {
   log.push_back("launch " + executable);
   launches.push_back({executable, arguments, clock.awakeTime()});
-  if (launchError) return {nullptr, *launchError};
+  if (launchError) return Failure{*launchError};
   const auto script = std::find_if(scripts.begin(), scripts.end(), [&arguments](const auto& each) {
     return arguments.back().find(each.first) != std::string::npos;
   });
-  return {std::make_unique<FakeProcess>(*this, script != scripts.end() ? script->second : ChildScript{}), {}};
+  return std::make_unique<FakeProcess>(*this, script != scripts.end() ? script->second : ChildScript{});
 }
 
 void FakeProcesses::reserveForThisThread() {
@@ -285,42 +286,40 @@ FileContents FakeFileManager::contents(const std::string& path) const {
   return {ReadOutcome::read, found->second};
 }
 
-std::optional<std::string> FakeFileManager::writeAtomically(const std::string& path,
-                                                            const std::string& contents) {
+Result<> FakeFileManager::writeAtomically(const std::string& path, const std::string& contents) {
   log.push_back("write " + path);
-  if (writeError) return writeError;
+  if (writeError) return Failure{*writeError};
   unreadable.erase(path);
   files[path] = contents;
-  return std::nullopt;
+  return Done{};
 }
 
-std::optional<std::string> FakeFileManager::writePrivately(const std::string& path,
-                                                           const std::string& contents) {
+Result<> FakeFileManager::writePrivately(const std::string& path, const std::string& contents) {
   log.push_back("write privately " + path);
-  if (keepError) return keepError;
+  if (keepError) return Failure{*keepError};
   files[path] = contents;
-  return std::nullopt;
+  return Done{};
 }
 
-std::optional<std::string> FakeFileManager::replaceUnreadable(const std::string& path,
-                                                              const std::string& contents) {
+Result<> FakeFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
   if (fileExists(path)) {
     log.push_back("keep unreadable " + path);
-    if (keepError) return keepError;
+    if (keepError) return Failure{*keepError};
   }
   return writeAtomically(path, contents);
 }
 
-std::optional<std::string> FakeFileManager::createDirectory(const std::string& path) {
+Result<> FakeFileManager::createDirectory(const std::string& path) {
   log.push_back("create folder " + path);
-  return folderError;
+  if (folderError) return Failure{*folderError};
+  return Done{};
 }
 
-std::optional<std::string> FakeFileManager::removeItem(const std::string& path) {
+Result<> FakeFileManager::removeItem(const std::string& path) {
   log.push_back("remove " + path);
-  if (removeError) return removeError;
-  return files.erase(path) + unreadable.erase(path) > 0 ? std::nullopt
-                                                        : std::optional<std::string>("not there");
+  if (removeError) return Failure{*removeError};
+  if (files.erase(path) + unreadable.erase(path) == 0) return Failure{"not there"};
+  return Done{};
 }
 
 std::optional<std::string> FakeLocalService::getProjects(const std::string& token) {
@@ -337,9 +336,10 @@ std::optional<Bitmap> FakeQRCodes::generate(const std::string& message) {
   return Bitmap{1, 1, {0, 0, 0, 255}};
 }
 
-std::optional<std::string> FakeWorkspace::openNewInstance(const std::string& bundlePath) {
+Result<> FakeWorkspace::openNewInstance(const std::string& bundlePath) {
   log.push_back("open new instance of " + bundlePath);
-  return launchError;
+  if (launchError) return Failure{*launchError};
+  return Done{};
 }
 
 Platform platformWith(FakePlatform& fakes, const RealParts& real) {

@@ -172,7 +172,8 @@ struct ChildScript {
 
 struct FakeProcesses final : Processes {
   FakeProcesses(VirtualClock& givenClock, CallLog& givenLog) : clock(givenClock), log(givenLog) {}
-  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override;
+  Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                          const std::vector<std::string>& arguments) override;
   void reserveForThisThread() override;
 
   /// What each launch finds, by a text that its last argument contains; the first that fits. Others end at
@@ -219,11 +220,11 @@ struct FakeFileManager final : FileManager {
   explicit FakeFileManager(CallLog& givenLog) : log(givenLog) {}
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  std::optional<std::string> writeAtomically(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> writePrivately(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
-  std::optional<std::string> createDirectory(const std::string& path) override;
-  std::optional<std::string> removeItem(const std::string& path) override;
+  Result<> writeAtomically(const std::string& path, const std::string& contents) override;
+  Result<> writePrivately(const std::string& path, const std::string& contents) override;
+  Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  Result<> createDirectory(const std::string& path) override;
+  Result<> removeItem(const std::string& path) override;
   std::string homeDirectoryPath() const override { return "/home/u"; }
 
   CallLog& log;
@@ -242,7 +243,7 @@ struct FakeWorkspace final : Workspace {
   explicit FakeWorkspace(CallLog& givenLog) : log(givenLog) {}
   void open(const std::string& path) override { log.push_back("open " + path); }
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
-  std::optional<std::string> openNewInstance(const std::string& bundlePath) override;
+  Result<> openNewInstance(const std::string& bundlePath) override;
 
   CallLog& log;
   std::optional<std::string> launchError;

@@ -34,7 +34,8 @@ class Soak::Shell final : public Processes {
  public:
   explicit Shell(Soak& givenSoak) : soak(givenSoak) {}
 
-  LaunchResult launch(const std::string& executable, const std::vector<std::string>& arguments) override {
+  Result<std::unique_ptr<Process>> launch(const std::string& executable,
+                                          const std::vector<std::string>& arguments) override {
     FakeProcesses& processes = soak.machine.processes;
     // The trial before a restart is no command of the worker.
     if (arguments.back() == "--version") {
@@ -43,13 +44,13 @@ class Soak::Shell final : public Processes {
     }
     soak.rules.shellLineBegins(arguments.back());
     processes.scripts = {{"", soak.nextChild()}};
-    LaunchResult launched = processes.launch(executable, arguments);
-    if (!launched.process) {
+    auto launched = processes.launch(executable, arguments);
+    if (!launched) {
       ++soak.tally["a shell that is missing"];
       soak.rules.shellLineIsDone();
       return launched;
     }
-    return {std::make_unique<Child>(soak, std::move(launched.process)), {}};
+    return std::make_unique<Child>(soak, std::move(*launched));
   }
   void reserveForThisThread() override { soak.machine.processes.reserveForThisThread(); }
 

@@ -9,7 +9,7 @@
 
 namespace kestrune::dialogs {
 
-using nlohmann::json;
+using Json = nlohmann::json;
 
 namespace {
 
@@ -52,7 +52,7 @@ struct Words<StackAlignment> {
 };
 
 template <typename Enumeration>
-json wordFor(Enumeration value) {
+Json wordFor(Enumeration value) {
   return Words<Enumeration>::values.at(static_cast<std::size_t>(value));
 }
 
@@ -62,7 +62,7 @@ struct Misunderstood {
 };
 
 template <typename Enumeration>
-Enumeration fromWord(const json& object, const char* name) {
+Enumeration fromWord(const Json& object, const char* name) {
   const auto& word = object.at(name).get_ref<const std::string&>();
   const auto& words = Words<Enumeration>::values;
   for (std::size_t i = 0; i < words.size(); ++i) {
@@ -74,7 +74,7 @@ Enumeration fromWord(const json& object, const char* name) {
 // The library's own conversions take a truth value for a number, and do what they like with one that is out
 // of range.
 
-int wholeNumber(const json& value, int least, int most = std::numeric_limits<int>::max()) {
+int wholeNumber(const Json& value, int least, int most = std::numeric_limits<int>::max()) {
   if (!value.is_number_integer()) throw Misunderstood{"a number that is not whole"};
   constexpr auto largest = std::uint64_t{std::numeric_limits<std::int64_t>::max()};
   const auto number = value.is_number_unsigned()
@@ -84,7 +84,7 @@ int wholeNumber(const json& value, int least, int most = std::numeric_limits<int
   return static_cast<int>(number);
 }
 
-double length(const json& value, double most = largestLength) {
+double length(const Json& value, double most = largestLength) {
   if (!value.is_number()) throw Misunderstood{"a size that is no number"};
   const auto points = value.get<double>();
   if (!(points >= 0 && points <= most)) throw Misunderstood{"a size out of range"};
@@ -92,14 +92,14 @@ double length(const json& value, double most = largestLength) {
 }
 
 /// The elements of an array; the library would also go through an object, or take a single value for one.
-const json& arrayAt(const json& object, const char* name) {
-  const json& elements = object.at(name);
+const Json& arrayAt(const Json& object, const char* name) {
+  const Json& elements = object.at(name);
   if (!elements.is_array()) throw Misunderstood{std::string("no array of ") + name};
   return elements;
 }
 
-json imageToJson(const Image& image) {
-  json bitmaps = json::array();
+Json imageToJson(const Image& image) {
+  Json bitmaps = Json::array();
   for (const auto& bitmap : image.bitmaps) {
     static constexpr std::string_view digits = "0123456789abcdef";
     std::string pixels;
@@ -119,7 +119,7 @@ std::uint8_t fromDigit(char digit) {
   throw Misunderstood{"pixels that are no hexadecimal digits"};
 }
 
-ImageRef imageFromJson(const json& object) {
+ImageRef imageFromJson(const Json& object) {
   auto image = std::make_shared<Image>();
   image->width = length(object.at("width"));
   image->height = length(object.at("height"));
@@ -142,8 +142,8 @@ ImageRef imageFromJson(const json& object) {
   return image;
 }
 
-json viewToJson(const View& view) {
-  json object{
+Json viewToJson(const View& view) {
+  Json object{
       {"kind", wordFor(view.kind)},
       {"identifier", view.identifier},
       {"text", view.text},
@@ -161,14 +161,14 @@ json viewToJson(const View& view) {
       {"alignment", wordFor(view.alignment)},
       {"spacing", view.spacing},
       {"insets", {view.insets.top, view.insets.left, view.insets.bottom, view.insets.right}},
-      {"children", json::array()},
+      {"children", Json::array()},
   };
   if (view.image) object["image"] = imageToJson(*view.image);
   for (const auto& child : view.children) object["children"].push_back(viewToJson(child));
   return object;
 }
 
-View viewFromJson(const json& object, int depth = 0) {
+View viewFromJson(const Json& object, int depth = 0) {
   if (depth == deepestView) throw Misunderstood{"views inside views without end"};
   View view;
   view.kind = fromWord<ViewKind>(object, "kind");
@@ -195,8 +195,8 @@ View viewFromJson(const json& object, int depth = 0) {
   return view;
 }
 
-json alertToJson(const Alert& alert) {
-  json object{{"style", wordFor(alert.style)},
+Json alertToJson(const Alert& alert) {
+  Json object{{"style", wordFor(alert.style)},
               {"messageText", alert.messageText},
               {"informativeText", alert.informativeText},
               {"buttons", alert.buttons}};
@@ -204,7 +204,7 @@ json alertToJson(const Alert& alert) {
   return object;
 }
 
-Alert alertFromJson(const json& object) {
+Alert alertFromJson(const Json& object) {
   Alert alert;
   alert.style = fromWord<AlertStyle>(object, "style");
   alert.messageText = object.at("messageText").get<std::string>();
@@ -216,21 +216,21 @@ Alert alertFromJson(const json& object) {
   return alert;
 }
 
-json menuToJson(const Menu& menu) {
-  json items = json::array();
+Json menuToJson(const Menu& menu) {
+  Json items = Json::array();
   for (const auto& item : menu.items) {
     items.push_back({{"id", item.id},
                      {"isSeparator", item.isSeparator},
                      {"title", item.title},
                      {"action", item.action},
                      {"keyEquivalent", item.keyEquivalent},
-                     {"checked", item.checked ? json(*item.checked) : json()},
+                     {"checked", item.checked ? Json(*item.checked) : Json()},
                      {"enabled", item.enabled}});
   }
   return items;
 }
 
-Menu menuFromJson(const json& items) {
+Menu menuFromJson(const Json& items) {
   Menu menu;
   if (!items.is_array()) throw Misunderstood{"a menu that is no array"};
   for (const auto& object : items) {
@@ -255,12 +255,12 @@ template <typename... Cases>
 Overloaded(Cases...) -> Overloaded<Cases...>;
 
 /// Text that came from outside may hold anything; a line must come about all the same.
-std::string toLine(json object) {
+std::string toLine(Json object) {
   object["version"] = protocolVersion;
-  return object.dump(-1, ' ', false, json::error_handler_t::replace);
+  return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-Request requestFrom(const json& object) {
+Request requestFrom(const Json& object) {
   if (const auto alert = object.find("alert"); alert != object.end()) {
     return ShowAlert{wholeNumber(object.at("id"), 1), alertFromJson(*alert)};
   }
@@ -269,7 +269,7 @@ Request requestFrom(const json& object) {
   throw Misunderstood{"a line that asks for nothing known"};
 }
 
-Event eventFrom(const json& object) {
+Event eventFrom(const Json& object) {
   if (const auto shown = object.find("shown"); shown != object.end()) return Shown{wholeNumber(*shown, 0)};
   if (const auto pressed = object.find("pressed"); pressed != object.end()) {
     return Pressed{wholeNumber(object.at("id"), 1), pressed->get<std::string>()};
@@ -291,9 +291,9 @@ Event eventFrom(const json& object) {
 }
 
 template <typename Message>
-std::variant<Message, std::string> decode(const std::string& line, Message (*read)(const json&)) {
+std::variant<Message, std::string> decode(const std::string& line, Message (*read)(const Json&)) {
   try {
-    const json object = json::parse(line);
+    const Json object = Json::parse(line);
     const int version = wholeNumber(object.at("version"), std::numeric_limits<int>::min());
     if (version != protocolVersion) {
       throw Misunderstood{"it speaks version " + std::to_string(version) +
@@ -303,7 +303,7 @@ std::variant<Message, std::string> decode(const std::string& line, Message (*rea
     return read(object);
   } catch (const Misunderstood& problem) {
     return problem.reason;
-  } catch (const json::exception&) {
+  } catch (const Json::exception&) {
     // Its own words would quote what the line holds, which may be a secret.
     return std::string("a line that is not of the protocol");
   }
@@ -314,13 +314,13 @@ std::variant<Message, std::string> decode(const std::string& line, Message (*rea
 std::string encode(const Request& request) {
   return toLine(std::visit(Overloaded{
                                [](const ShowAlert& each) {
-                                 return json{{"id", each.id}, {"alert", alertToJson(each.alert)}};
+                                 return Json{{"id", each.id}, {"alert", alertToJson(each.alert)}};
                                },
                                [](const Raise& each) {
-                                 return json{{"raise", each.activationToken}};
+                                 return Json{{"raise", each.activationToken}};
                                },
                                [](const ShowMenu& each) {
-                                 return json{{"menu", menuToJson(each.menu)}};
+                                 return Json{{"menu", menuToJson(each.menu)}};
                                },
                            },
                            request));
@@ -330,22 +330,22 @@ std::string encode(const Event& event) {
   return toLine(std::visit(
       Overloaded{
           [](const Shown& each) {
-            return json{{"shown", each.id}};
+            return Json{{"shown", each.id}};
           },
           [](const Pressed& each) {
-            return json{{"id", each.id}, {"pressed", each.action}};
+            return Json{{"id", each.id}, {"pressed", each.action}};
           },
           [](const Answered& each) {
             const auto& button = each.answer.button;
-            return json{
+            return Json{
                 {"id", each.id},
-                {"answered", {{"button", button ? json(*button) : json()}, {"fields", each.answer.fields}}}};
+                {"answered", {{"button", button ? Json(*button) : Json()}, {"fields", each.answer.fields}}}};
           },
           [](const Chosen& each) {
-            return json{{"chosen", each.item}};
+            return Json{{"chosen", each.item}};
           },
           [](const Refused& each) {
-            return json{{"refused", each.reason}};
+            return Json{{"refused", each.reason}};
           },
       },
       event));
