@@ -138,7 +138,9 @@ class LinuxHost final : public Host {
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow, [this] {
+        if (advice) advice->trayChanged();
+      });
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         dialogs->close();
