@@ -128,7 +128,8 @@ class LinuxHost final : public Host {
     if (options.face == Face::terminal) {
       const auto noColor = bundle.environmentVariable("NO_COLOR");
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
-      terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
+      terminal =
+          std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb, notifications);
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         terminal->close();
@@ -157,7 +158,7 @@ class LinuxHost final : public Host {
         .requests = rendezvous,
         .alerts = terminal ? static_cast<Alerts&>(*terminal) : *dialogs,
         .images = images,
-        .notifications = notifications,
+        .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
         .pathMonitors = pathMonitors,
         .userDefaults = preferences,
