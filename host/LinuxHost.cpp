@@ -128,7 +128,8 @@ class LinuxHost final : public Host {
     if (options.face == Face::terminal) {
       const auto noColor = bundle.environmentVariable("NO_COLOR");
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
-      terminal = std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb);
+      terminal =
+          std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb, notifications);
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         terminal->close();
@@ -138,7 +139,9 @@ class LinuxHost final : public Host {
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow, [this] {
+        if (advice) advice->trayChanged();
+      });
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         dialogs->close();
@@ -155,7 +158,7 @@ class LinuxHost final : public Host {
         .requests = rendezvous,
         .alerts = terminal ? static_cast<Alerts&>(*terminal) : *dialogs,
         .images = images,
-        .notifications = notifications,
+        .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
         .pathMonitors = pathMonitors,
         .userDefaults = preferences,

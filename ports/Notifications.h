@@ -8,6 +8,7 @@ struct Notification {
   std::string identifier;  ///< unique: no notification replaces another
   std::string title;
   std::string body;
+  bool lasting = false;  ///< stays until the user or `withdraw` removes it
 
   bool operator==(const Notification&) const = default;
 };
@@ -25,6 +26,9 @@ class Notifications {
 
   /// Shows `notification` at once; one that cannot be shown is dropped in silence.
   virtual void add(const Notification& notification) = 0;
+
+  /// Removes a lasting notification, if it is still shown.
+  virtual void withdraw(const std::string& identifier) = 0;
 };
 
 }  // namespace kestrune

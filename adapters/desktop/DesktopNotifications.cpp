@@ -1,5 +1,6 @@
 #include "adapters/desktop/DesktopNotifications.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -19,6 +20,7 @@ constexpr auto applicationName = "Kestrune";
 
 constexpr Seconds answerTime{1.0};
 constexpr std::size_t waitingLimit = 32;       // notifications
+constexpr std::size_t lastingLimit = 32;       // notifications
 constexpr std::uint64_t unsentLimit = 64;      // messages that the bus has not taken
 constexpr std::size_t bodyLimit = 1000;        // characters
 constexpr std::size_t bodyByteLimit = 16'000;  // more than so many characters ever take
@@ -97,6 +99,7 @@ void DesktopNotifications::busLost() {
   question.reset();
   deadline.reset();
   waiting.clear();
+  lasting.clear();
   readsMarkup.reset();
   waitedEnough = false;
   bus = nullptr;
@@ -107,6 +110,7 @@ void DesktopNotifications::ownerChanged(const std::string& before) {
   waitedEnough = false;
   // A question that found nobody there goes to the daemon that it starts.
   if (before.empty()) return;
+  lasting.clear();
   question.reset();
   if (!waiting.empty()) ask();
 }
@@ -137,7 +141,7 @@ void DesktopNotifications::sendWaiting() {
   for (const auto& notification : std::exchange(waiting, {})) send(notification);
 }
 
-void DesktopNotifications::send(const Notification& notification) const {
+void DesktopNotifications::send(const Notification& notification) {
   std::uint64_t unsent = 0;
   if (sd_bus_get_n_queued_write(bus, &unsent) < 0 || unsent > unsentLimit) return;
   sd_bus_message* call = nullptr;
@@ -146,13 +150,51 @@ void DesktopNotifications::send(const Notification& notification) const {
   const BusMessage owned(call);
   constexpr std::uint32_t replacesNone = 0;
   constexpr std::int32_t defaultExpiration = -1;
+  constexpr std::int32_t noExpiration = 0;
+  // Daemons with a list keep only what is not transient in it; GNOME Shell removes what is not resident with
+  // a click. Those without a list go by the expiration.
   if (sd_bus_message_append(call, "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
                             displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
-                            "desktop-entry", "s", applicationIdentifier, "transient", "b", 1,
-                            defaultExpiration) < 0)
+                            "desktop-entry", "s", applicationIdentifier,
+                            notification.lasting ? "resident" : "transient", "b", 1,
+                            notification.lasting ? noExpiration : defaultExpiration) < 0)
     return;
-  sd_bus_message_set_expect_reply(call, false);
-  sd_bus_send(bus, call, nullptr);
+  if (!notification.lasting) {
+    sd_bus_message_set_expect_reply(call, false);
+    sd_bus_send(bus, call, nullptr);
+    return;
+  }
+  auto& sent = lasting.emplace_back(Lasting{*this, notification.identifier});
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_async(bus, &slot, call, &shown, &sent, UINT64_MAX) >= 0) sent.reply.reset(slot);
+  if (lasting.size() > lastingLimit) lasting.pop_front();
+}
+
+int DesktopNotifications::shown(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& sent = *static_cast<Lasting*>(data);
+  sent.reply.reset();
+  sd_bus_message_read(reply, "u", &sent.number);
+  if (sent.withdrawn) sent.self.withdraw(std::string(sent.identifier));
+  return 0;
+}
+
+void DesktopNotifications::withdraw(const std::string& identifier) {
+  std::erase_if(waiting, [&](const Notification& each) { return each.identifier == identifier; });
+  const auto found = std::find_if(lasting.begin(), lasting.end(),
+                                  [&](const Lasting& each) { return each.identifier == identifier; });
+  if (found == lasting.end()) return;
+  found->withdrawn = true;
+  if (found->reply) return;
+  sd_bus_message* call = nullptr;
+  if (found->number != 0 && sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath,
+                                                           daemonInterface, "CloseNotification") >= 0) {
+    const BusMessage owned(call);
+    sd_bus_message_append(call, "u", found->number);
+    sd_bus_message_set_auto_start(call, false);
+    sd_bus_message_set_expect_reply(call, false);
+    sd_bus_send(bus, call, nullptr);
+  }
+  lasting.erase(found);
 }
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {

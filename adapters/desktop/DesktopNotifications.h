@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,17 +29,28 @@ class DesktopNotifications final : public Notifications, public BusClient {
   /// Does nothing: a desktop lets its user choose without being asked.
   void requestAuthorization(unsigned options) override;
   void add(const Notification& notification) override;
+  /// One of the last 32 lasting ones, if its daemon still runs.
+  void withdraw(const std::string& identifier) override;
 
   void busConnected(sd_bus* bus) override;
   void busLost() override;
 
  private:
+  struct Lasting {
+    DesktopNotifications& self;
+    std::string identifier;
+    BusSlot reply{};           ///< null when the daemon has answered
+    std::uint32_t number = 0;  ///< that the daemon gave it; 0: none
+    bool withdrawn = false;
+  };
+
   void ownerChanged(const std::string& before);
   void ask();
   void sendWaiting();
-  void send(const Notification& notification) const;
+  void send(const Notification& notification);
   std::string bodyText(const std::string& body) const;
   static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
+  static int shown(sd_bus_message* reply, void* lasting, sd_bus_error* error);
 
   SessionBus& sessionBus;
   Timers& timers;
@@ -46,6 +59,7 @@ class DesktopNotifications final : public Notifications, public BusClient {
 
   sd_bus* bus = nullptr;
   std::deque<Notification> waiting;  ///< for the answer of the daemon
+  std::list<Lasting> lasting;        ///< what the daemon was given
   BusSlot question;                  ///< null when the daemon is not being asked
   std::unique_ptr<Timer> deadline;   ///< of what is waiting
   std::optional<bool> readsMarkup;

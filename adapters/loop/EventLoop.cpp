@@ -253,6 +253,8 @@ EventLoop::EventLoop() {
   for (const int each : endingSignals) sigaddset(&blocked, each);
   pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  // Their default ends the process without stopping the backend.
+  for (const int each : {SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
   // A file that grows too large for its limit is an error of that file, not the end of the process.
   std::signal(SIGXFSZ, SIG_IGN);
   // A parent that ignored it would have the kernel throw away how our children end.

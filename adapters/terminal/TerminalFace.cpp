@@ -33,8 +33,9 @@ class TerminalFace::Item final : public StatusItem {
   TerminalFace& face;
 };
 
-TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor)
+TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor, Notifications& givenDesktop)
     : AlertQueue(loop.mainQueue()),
+      desktop(givenDesktop),
       output(loop, STDOUT_FILENO),
       input(loop),
       abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
@@ -46,6 +47,13 @@ std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
                 if (!open.empty()) finishAlert({});
               });
   return std::make_unique<Item>(*this);
+}
+
+void TerminalFace::add(const Notification& notification) {
+  desktop.add(notification);
+  const std::string line = "\n" + withoutControls(notification.title + "：" + notification.body) + "\n";
+  if (news.find(line) == std::string::npos) news += line;
+  changed();
 }
 
 /// Button and menu change together: one print for both. An open alert keeps the last lines for itself; the
@@ -64,7 +72,7 @@ void TerminalFace::printMenu() {
 
 void TerminalFace::writeMenu() {
   printPending = false;
-  std::string text = "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
+  std::string text = std::exchange(news, {}) + "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
   for (std::size_t i = 0; i < menu.items.size(); ++i) text += row(i + 1, menu.items[i]);
   prompt(std::move(text));
 }

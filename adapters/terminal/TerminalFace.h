@@ -8,20 +8,27 @@
 #include "adapters/terminal/TerminalDialogue.h"
 #include "adapters/terminal/TerminalInput.h"
 #include "adapters/terminal/TerminalOutput.h"
+#include "ports/Notifications.h"
 #include "ports/StatusItem.h"
 
 namespace kestrune {
 
 /// The menu and the alerts as text, for machines and sessions without a desktop. Prints the menu whenever it
 /// changes; takes the number of a row or its key. Main thread.
-class TerminalFace final : public StatusBar, public AlertQueue {
+class TerminalFace final : public StatusBar, public AlertQueue, public Notifications {
  public:
   /// `styled` and `colored`: may use styles, and colours where there is no doing without, if the output is a
-  /// terminal.
-  TerminalFace(EventLoop& loop, bool styled, bool colored);
+  /// terminal. `desktop` outlives this.
+  TerminalFace(EventLoop& loop, bool styled, bool colored, Notifications& desktop);
 
   /// The only one; it refers to this.
   std::unique_ptr<StatusItem> statusItem(double length) override;
+
+  void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
+  /// Hands it to the desktop, and prints it above the menu: a terminal often has no desktop. While an alert
+  /// is open it waits, and a second one with the same text adds nothing.
+  void add(const Notification& notification) override;
+  void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
   /// Leaves the terminal as it was found. For the end of the process.
   void close();
@@ -51,6 +58,7 @@ class TerminalFace final : public StatusBar, public AlertQueue {
   std::string row(std::size_t number, const MenuItem& item) const;
   std::string styled(const char* style, const std::string& text) const;
 
+  Notifications& desktop;
   TerminalOutput output;
   TerminalInput input;
   const TerminalAbilities abilities;  ///< but for the columns, which change
@@ -58,6 +66,7 @@ class TerminalFace final : public StatusBar, public AlertQueue {
 
   std::string title;  ///< the button's tooltip
   Menu menu;
+  std::string news;  ///< notifications to be printed with the menu, a line each
   bool printPending = false;
   std::size_t prompts = 0;  ///< given so far
 

@@ -62,10 +62,12 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& givenQueue,
-                                       std::function<void()> givenOnActivate)
+                                       std::function<void()> givenOnActivate,
+                                       std::function<void()> givenOnRegistered)
     : sessionBus(givenBus),
       queue(givenQueue),
       onActivate(std::move(givenOnActivate)),
+      onRegistered(std::move(givenOnRegistered)),
       exportedMenu(givenQueue) {
   sessionBus.add(*this);
 }
@@ -139,11 +141,13 @@ void StatusNotifierItem::registerWithWatcher() {
   }
 }
 
-int StatusNotifierItem::registered(sd_bus_message* reply, void*, sd_bus_error*) {
+int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_error*) {
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
-  if (failure == nullptr) return 0;
-  if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
-      sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
+  if (failure == nullptr) {
+    const auto& self = *static_cast<StatusNotifierItem*>(data);
+    if (self.onRegistered) self.onRegistered();
+  } else if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
+             sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce("no tray on this desktop: the icon appears as soon as there is one");
   } else {
     reportOnce(std::string("the tray did not take the icon: ") + failure->name);

@@ -20,8 +20,10 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
-  /// `onActivate` runs when a host reports a plain click instead of showing the menu.
-  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, std::function<void()> onActivate);
+  /// `onActivate` runs when a host reports a plain click instead of showing the menu, `onRegistered` whenever
+  /// a tray has taken the item; it may be null.
+  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, std::function<void()> onActivate,
+                     std::function<void()> onRegistered = {});
   ~StatusNotifierItem() override;
 
   bool hasButton() const override { return true; }
@@ -53,7 +55,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
 
   SessionBus& sessionBus;
   DispatchQueue& queue;
-  const std::function<void()> onActivate;
+  const std::function<void()> onActivate, onRegistered;
   DBusMenu exportedMenu;
 
   StatusButton button;

@@ -1,5 +1,7 @@
 #include "adapters/tray/TrayAdvice.h"
 
+#include <utility>
+
 #include "adapters/tray/StatusNotifierItem.h"
 
 namespace kestrune {
@@ -17,6 +19,7 @@ const Notification advice{
         "GNOME：請安裝並啟用擴充功能「AppIndicator and KStatusNotifierItem Support」（Debian／Ubuntu "
         "套件 gnome-shell-extension-appindicator），再重新登入。\n"
         "沒有系統匣時，再啟動一次 Kestrune，就會以視窗打開選單。",
+    .lasting = true,
 };
 
 }  // namespace
@@ -49,17 +52,21 @@ void TrayAdvice::look() {
                 int there = 0;
                 const bool hasNone =
                     reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-                if (outcome == BusInquiry::Outcome::nobodyThere || hasNone) missed();
+                if (outcome == BusInquiry::Outcome::nobodyThere || hasNone) {
+                  missed();
+                } else if (advised) {
+                  notifications.withdraw(advice.identifier);
+                }
               });
 }
 
+void TrayAdvice::trayChanged() {
+  if (advised) look();
+}
+
 void TrayAdvice::missed() {
-  if (!missedBefore) {
-    lookAfter(secondLook);
-  } else {
-    notifications.add(advice);
-  }
-  missedBefore = true;
+  if (!std::exchange(missedBefore, true)) return lookAfter(secondLook);
+  if (!std::exchange(advised, true)) notifications.add(advice);
 }
 
 }  // namespace kestrune

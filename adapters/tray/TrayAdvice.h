@@ -10,7 +10,7 @@ namespace kestrune {
 
 /// Tells the user once, by a notification, when the desktop shows no tray icons half a minute after this was
 /// made, nor a moment later: a client without an icon would go unnoticed. A look to which nobody answers is
-/// repeated, a few times. Main thread.
+/// repeated, a few times. The notification is withdrawn when there is a tray. Main thread.
 class TrayAdvice {
  public:
   static constexpr Seconds patience{30.0};
@@ -19,6 +19,9 @@ class TrayAdvice {
 
   /// What is given outlives this.
   TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& notifications);
+
+  /// A tray has taken the icon: looks again, if the user was told that there is none.
+  void trayChanged();
 
  private:
   void lookAfter(Seconds delay);
@@ -31,6 +34,7 @@ class TrayAdvice {
   std::unique_ptr<Timer> timer;
   int unanswered = 0;  ///< looks in a row
   bool missedBefore = false;
+  bool advised = false;
 };
 
 }  // namespace kestrune

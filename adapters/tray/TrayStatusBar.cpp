@@ -8,8 +8,11 @@ namespace {
 
 class TrayStatusItem final : public StatusItem {
  public:
-  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow)
-      : item(bus, queue, [&givenWindow] { givenWindow.show(); }), window(givenWindow) {}
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow,
+                 const std::function<void()>& onRegistered)
+      : item(
+            bus, queue, [&givenWindow] { givenWindow.show(); }, onRegistered),
+        window(givenWindow) {}
 
   bool hasButton() const override { return item.hasButton(); }
   void setButton(const StatusButton& button) override { item.setButton(button); }
@@ -26,7 +29,7 @@ class TrayStatusItem final : public StatusItem {
 }  // namespace
 
 std::unique_ptr<StatusItem> TrayStatusBar::statusItem(double) {
-  return std::make_unique<TrayStatusItem>(bus, queue, window);
+  return std::make_unique<TrayStatusItem>(bus, queue, window, onRegistered);
 }
 
 }  // namespace kestrune

@@ -70,7 +70,8 @@ void DialogAlerts::fallBack(const Open& lost, const std::string& reason) {
   reportOnce("no window from " + program + ": " + reason);
   notifications.add({.identifier = "alert-" + std::to_string(lost.id),
                      .title = lost.alert.messageText,
-                     .body = lost.alert.informativeText});
+                     .body = lost.alert.informativeText,
+                     .lasting = true});
 }
 
 void DialogAlerts::forgetProcess() {

@@ -104,6 +104,112 @@ TEST_F(DesktopNotifications, DoWithoutAnIconWhoseNameIsNoText) {
   EXPECT_NE(lastCall().find("'Kestrune', 0, '', '1'"), std::string::npos);
 }
 
+// --- those that last
+
+/// A daemon that numbers what it shows from `number` on.
+StubService::Behaviour numberingFrom(std::uint32_t number) {
+  return [number](sd_bus_message* call) mutable {
+    if (std::strcmp(sd_bus_message_get_member(call), "Notify") != 0) return plain(call);
+    sd_bus_reply_method_return(call, "u", number++);
+    return true;
+  };
+}
+std::string closing(int number) {
+  return "/org/freedesktop/Notifications CloseNotification " + std::to_string(number);
+}
+
+TEST_F(DesktopNotifications, StayWhenTheyAreMeantTo) {
+  daemon = serve(plain);
+  connect();
+  notifications->add({"id", "t", "b", true});
+  ASSERT_TRUE(comesTo(2));
+  EXPECT_EQ(lastCall(), notify("t", "b", true));
+}
+
+TEST_F(DesktopNotifications, AreWithdrawnByTheirNumbers) {
+  daemon = serve(numberingFrom(7));
+  connect();
+  for (const char* const each : {"a", "b", "c"}) notifications->add({each, each, "", true});
+  ASSERT_TRUE(comesTo(4));
+  daemon->settle();
+  ASSERT_TRUE(trip.succeeds(loop));
+  for (const char* const each : {"b", "b", "x", "c"}) notifications->withdraw(each);
+  ASSERT_TRUE(comesTo(6));
+  ASSERT_TRUE(trip.succeeds(loop));
+  EXPECT_EQ(daemon->calls(), (Calls{question, notify("a", "", true), notify("b", "", true),
+                                    notify("c", "", true), closing(8), closing(9)}));
+}
+
+TEST_F(DesktopNotifications, AreWithdrawnAsSoonAsTheirNumberIsKnown) {
+  sd_bus_message* held = nullptr;
+  daemon = serve([&held](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), "Notify") != 0) return plain(call);
+    held = sd_bus_message_ref(call);
+    return true;
+  });
+  connect();
+  notifications->add({"a", "a", "", true});
+  ASSERT_TRUE(comesTo(2));
+  notifications->withdraw("a");
+  daemon->perform([&held] {
+    sd_bus_reply_method_return(held, "u", 7);
+    sd_bus_message_unref(held);
+  });
+  ASSERT_TRUE(comesTo(3));
+  EXPECT_EQ(lastCall(), closing(7));
+}
+
+TEST_F(DesktopNotifications, AreNotSentAfterTheyWereWithdrawn) {
+  daemon = serve(StubService::saysNothing());
+  connect();
+  notifications->add({"a", "a", "", true});
+  notifications->withdraw("a");
+  add("next", "");
+  timers.advance(Seconds{1.0});
+  ASSERT_TRUE(comesTo(2));
+  EXPECT_EQ(daemon->calls(), (Calls{question, notify("next", "")}));
+}
+
+TEST_F(DesktopNotifications, AreNotWithdrawnFromADaemonThatNeverHadThem) {
+  daemon = serve([](sd_bus_message* call) {
+    if (std::strcmp(sd_bus_message_get_member(call), "Notify") != 0) return plain(call);
+    sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many");
+    return true;
+  });
+  connect();
+  notifications->add({"refused", "refused", "", true});
+  ASSERT_TRUE(comesTo(2));
+  daemon->settle();
+  ASSERT_TRUE(trip.succeeds(loop));
+  notifications->withdraw("refused");
+  daemon->behave(numberingFrom(7));
+  notifications->add({"lost", "lost", "", true});
+  ASSERT_TRUE(comesTo(3));
+  daemon.reset();
+  daemon = serve(numberingFrom(7));
+  ASSERT_TRUE(trip.succeeds(loop));
+  notifications->withdraw("lost");
+  add("next", "");
+  ASSERT_TRUE(comesTo(2));
+  EXPECT_EQ(daemon->calls(), (Calls{question, notify("next", "")}));
+}
+
+TEST_F(DesktopNotifications, AreRememberedToALimit) {
+  daemon = serve(numberingFrom(1));
+  connect();
+  for (int number = 1; number <= 33; ++number) {
+    notifications->add({std::to_string(number), "t", "", true});
+    ASSERT_TRUE(comesTo(static_cast<std::size_t>(number) + 1));
+  }
+  daemon->settle();
+  ASSERT_TRUE(trip.succeeds(loop));
+  daemon->newCalls();
+  notifications->withdraw("1");
+  notifications->withdraw("2");
+  ASSERT_TRUE(comesTo(1));
+  EXPECT_EQ(daemon->calls(), Calls{closing(2)});
+}
+
 // --- daemons that come and go
 
 TEST_F(DesktopNotifications, AskAnotherDaemonAnew) {

@@ -320,10 +320,11 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
     EXPECT_TRUE(areAnswered(static_cast<std::size_t>(each) + 1));
   }
   EXPECT_EQ(answers, (Texts{"cancelled", "cancelled"}));
-  EXPECT_EQ(notifications.posted, (std::vector<Notification>{
-                                      {.identifier = "alert-1", .title = "a", .body = "about a"},
-                                      {.identifier = "alert-2", .title = "a", .body = "about a"},
-                                  }));
+  EXPECT_EQ(notifications.posted,
+            (std::vector<Notification>{
+                {.identifier = "alert-1", .title = "a", .body = "about a", .lasting = true},
+                {.identifier = "alert-2", .title = "a", .body = "about a", .lasting = true},
+            }));
   EXPECT_EQ(errors.text(), complaint("there is no display"));
   settleQueue(loop);
   EXPECT_TRUE(stand.runs.empty());

@@ -110,6 +110,19 @@ TEST(IgnoredHangup, StaysIgnored) {
   EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, still there, terminating, end$");
 }
 
+TEST(UserSignals, AreIgnored) {
+  const auto run = [] {
+    WholeRun app;
+    app.onLaunch = [](WholeRun& self) {
+      for (const int each : {SIGUSR1, SIGUSR2}) signalThisProcess(each);
+      WholeRun::say("still there, ");
+      self.loop.terminate();
+    };
+    app.untilTheEnd();
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, still there, terminating, end$");
+}
+
 TEST(IgnoredChildSignal, LosesNoExitStatus) {
   const auto run = [] {
     // As some programs leave it to those that they start.

@@ -21,9 +21,10 @@ inline const std::string question = "/org/freedesktop/Notifications GetCapabilit
 using Calls = std::vector<std::string>;
 
 /// What a daemon is told of a notification.
-inline std::string notify(const std::string& title, const std::string& body) {
+inline std::string notify(const std::string& title, const std::string& body, bool lasting = false) {
   return "/org/freedesktop/Notifications Notify 'Kestrune', 0, '/logo.png', '" + title + "', '" + body +
-         "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', 'transient': b true}, -1";
+         "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', " +
+         (lasting ? "'resident': b true}, 0" : "'transient': b true}, -1");
 }
 
 /// A daemon that says of itself what is listed, and shows everything.

@@ -120,6 +120,15 @@ TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItDoesNot) {
   EXPECT_EQ(daemon->errors(), "");
 }
 
+TEST_F(RealDaemon, TakesBackWhatIsWithdrawn) {
+  startDaemon("full");
+  for (const char* const each : {"advice", "other"}) notifications.add({each, each, "b", true});
+  ASSERT_TRUE(hasShown(2)) << daemon->errors();
+  notifications.withdraw("advice");
+  ASSERT_TRUE(hasShown(1)) << daemon->errors();
+  EXPECT_EQ(history(), "[Kestrune | " + logo + " | advice | <b>advice</b>\nb\n]");
+}
+
 TEST_F(RealDaemon, IsStartedByTheBus) {
   StartingBus startingBus;
   configure("full");

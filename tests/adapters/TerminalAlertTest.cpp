@@ -107,6 +107,16 @@ TEST_F(TerminalAlert, KeepsTheMenuBackUntilItIsAnswered) {
   EXPECT_EQ(shown.find("meanwhile"), std::string::npos);
 }
 
+TEST_F(TerminalAlert, KeepsNotificationsBackUntilItIsAnswered) {
+  present("a");
+  onScreen();
+  for (const std::string text : {"same", "other", "same"}) rig.face->add({"id", "news", text});
+  EXPECT_EQ(onScreen(), "");
+  const std::string shown = after("\n");
+  EXPECT_TRUE(shown.starts_with("\nnews：same\n\nnews：other\n\n")) << shown;
+  EXPECT_EQ(rig.desktop.posted.size(), 3U);
+}
+
 TEST_F(TerminalAlert, KeepsTheMenuBackWhileOthersWait) {
   present("a");
   present("b");

@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// Shows a small menu and ends.
+/// Shows a small menu and a notification, and ends.
 class Demonstration final : public ApplicationDelegate {
  public:
   explicit Demonstration(Platform& givenPlatform) : platform(givenPlatform) {}
@@ -22,6 +22,7 @@ class Demonstration final : public ApplicationDelegate {
     button.toolTip = "the title";
     item->setButton(button);
     item->setMenu({{{.id = 1, .title = "the row", .enabled = false}}});
+    platform.notifications.add({.identifier = "1", .title = "the news", .body = "of the day"});
     platform.dispatch.mainQueue().async([this] { platform.application->terminate(); });
   }
   void applicationWillTerminate() override {}
@@ -102,6 +103,7 @@ TEST_F(TerminalHost, WorksAsAServiceWithoutInput) {
   });
   ASSERT_EQ(program.line(), "done");
   Screen screen(loop, pipe.reading.get());
+  EXPECT_TRUE(screen.shows("the news：of the day"));
   EXPECT_TRUE(screen.shows("the row"));
 }
 

@@ -21,7 +21,9 @@ struct TerminalJob : ::testing::Test {
     dup2(inside, STDIN_FILENO);
     dup2(inside, STDOUT_FILENO);
     EventLoop loop;
-    TerminalFace face(loop, false, false);
+    CallLog log;
+    FakeNotifications desktop{log};
+    TerminalFace face(loop, false, false, desktop);
     const auto target = std::make_shared<RecordingTarget>();
     target->onPerform = [&] { say("performed " + target->performed.back()); };
     const auto item = face.statusItem(squareStatusItemLength);

@@ -124,6 +124,19 @@ TEST_F(TerminalMenu, IsPrintedForEachChange) {
   EXPECT_EQ(row(5), (Words{"5", "a", "✓", "off"}));
 }
 
+TEST_F(TerminalMenu, IsPrintedBelowANotificationOnce) {
+  clear();
+  const Notification news{"id", "the news", "of\nthe day", true};
+  rig.face->add(news);
+  const std::string shown = onScreen();
+  EXPECT_TRUE(shown.starts_with("\nthe news：of the day\n\nKestrune\n")) << shown;
+  rig.face->printMenu();
+  EXPECT_EQ(onScreen().find("news"), std::string::npos);
+  EXPECT_EQ(rig.desktop.posted, std::vector{news});
+  rig.face->withdraw("id");
+  EXPECT_EQ(rig.desktop.withdrawn, Words{"id"});
+}
+
 TEST_F(TerminalMenu, IsPrintedWhenItIsAskedFor) {
   EXPECT_NE(after("\n").find("refresh"), std::string::npos);
   EXPECT_NE(after("  \t \n").find("refresh"), std::string::npos);

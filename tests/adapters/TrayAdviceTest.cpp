@@ -97,6 +97,34 @@ TEST_F(TrayAdvised, IsTheUserOnce) {
   EXPECT_EQ(adviceAfter(2 * TrayAdvice::patience), 1U);
 }
 
+TEST_F(TrayAdvised, IsNobodyAnyLongerOnceThereIsATray) {
+  start();
+  EXPECT_EQ(adviceAtLast(), 1U);
+  EXPECT_EQ(notifications.posted.at(0).lasting, true);
+  watch(watcherWithHost(false));
+  advice->trayChanged();
+  EXPECT_EQ(adviceAfter(Seconds{0}), 1U);
+  EXPECT_EQ(notifications.withdrawn, CallLog{}) << "nobody shows the icons that the watcher knows";
+  EXPECT_EQ(timers.liveTimers(), 0U);
+  watcher->behave(watcherWithHost(true));
+  watcher->newCalls();
+  advice->trayChanged();
+  EXPECT_EQ(adviceAfter(Seconds{0}), 1U);
+  EXPECT_EQ(notifications.withdrawn, CallLog{notifications.posted.at(0).identifier});
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
+TEST_F(TrayAdvised, IsNotLookedForAgainWhoWasNeverAdvised) {
+  start();
+  watch(watcherWithHost(true));
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  EXPECT_EQ(watcher->newCalls().size(), 1U);
+  advice->trayChanged();
+  watcher->settle();
+  EXPECT_TRUE(trip.succeeds(loop));
+  EXPECT_EQ(watcher->newCalls().size(), 0U);
+}
+
 TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);

@@ -89,8 +89,11 @@ TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
   ASSERT_TRUE(host->hasItem());
   host->announceHost();
   ASSERT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
+  probe.catchUp(loop);
+  EXPECT_EQ(bar.registrations, 0);
   showTray();
   EXPECT_TRUE(host->hasItem());
+  EXPECT_TRUE(comesTrue(loop, [this] { return bar.registrations == 1; }));
 }
 
 TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {

@@ -50,6 +50,9 @@ class Shown(unittest.TestCase):
         check = codex_check(3, failing=True)
         escaped = check.text.replace("&", "&amp;").replace("<", "&lt;").replace(">", "&gt;")
         self.assertEqual(self.shown(3), [NEWS, GUIDE[:2], (check.title, escaped)])
+        # What a window would have kept on the screen stays in the list of the desktop.
+        self.assertEqual([(sorted(call[6]), call[7]) for call in self.traffic.said("Notify")],
+                         [(["desktop-entry", "transient"], -1)] + 2 * [(["desktop-entry", "resident"], 0)])
         self.assertEqual(client.end(), 0)
 
     def test_a_change_of_the_network_is_told_also_while_switched_off(self):

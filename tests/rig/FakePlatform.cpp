@@ -186,6 +186,10 @@ void FakeNotifications::add(const Notification& notification) {
   posted.push_back(notification);
 }
 
+void FakeNotifications::withdraw(const std::string& identifier) {
+  withdrawn.push_back(identifier);
+}
+
 std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type, int level,
                                                          const std::string& name) {
   const bool display = type == PowerAssertionType::noDisplaySleep;

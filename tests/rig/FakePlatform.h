@@ -97,9 +97,11 @@ struct FakeNotifications final : Notifications {
   explicit FakeNotifications(CallLog& givenLog) : log(givenLog) {}
   void requestAuthorization(unsigned options) override;
   void add(const Notification& notification) override;
+  void withdraw(const std::string& identifier) override;
 
   CallLog& log;
   std::vector<Notification> posted;
+  std::vector<std::string> withdrawn;  ///< the identifiers
 };
 
 struct FakePowerAssertions final : PowerAssertions {

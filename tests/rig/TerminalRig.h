@@ -14,6 +14,7 @@
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/terminal/TerminalFace.h"
 #include "tests/rig/ComesTrue.h"
+#include "tests/rig/FakePlatform.h"
 
 namespace kestrune::testing {
 
@@ -127,7 +128,7 @@ class TerminalRig {
       : loop(givenLoop), line(givenLine), screen(loop, outgoing()) {
     const StandardStreams streams(line == Line::terminal ? terminal.inside.get() : toProgram.reading.get(),
                                   line == Line::terminal ? terminal.inside.get() : fromProgram.writing.get());
-    face = std::make_unique<TerminalFace>(loop, colored, colored);
+    face = std::make_unique<TerminalFace>(loop, colored, colored, desktop);
     toProgram.reading.reset();
     fromProgram.writing.reset();
   }
@@ -159,6 +160,8 @@ class TerminalRig {
   PipeEnds fromProgram;
   PseudoTerminal terminal;
   Screen screen;
+  CallLog log;
+  FakeNotifications desktop{log};
   std::unique_ptr<TerminalFace> face;
 
  private:

@@ -44,16 +44,18 @@ class BusProbe final : public BusClient {
   int losses = 0;
 };
 
-/// A tray whose item counts clicks.
+/// A tray whose item counts clicks, and how often it was taken.
 struct ClickedTray final : StatusBar {
   ClickedTray(SessionBus& givenBus, DispatchQueue& givenQueue) : bus(givenBus), queue(givenQueue) {}
   std::unique_ptr<StatusItem> statusItem(double) override {
-    return std::make_unique<StatusNotifierItem>(bus, queue, [this] { ++clicks; });
+    return std::make_unique<StatusNotifierItem>(
+        bus, queue, [this] { ++clicks; }, [this] { ++registrations; });
   }
 
   SessionBus& bus;
   DispatchQueue& queue;
   int clicks = 0;
+  int registrations = 0;  ///< that the tray confirmed
 };
 
 /// A desktop whose bus and tray come and go as a test wants it, with the program's item on it.
