@@ -166,7 +166,7 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(sd_bus_messag
   }
   int descriptor = -1;
   if (sd_bus_message_read(reply, "h", &descriptor) <= 0) return std::nullopt;
-  // The descriptor in the message is closed with the message.
+  // The message owns the descriptor that it carries (SCM_RIGHTS) and closes it.
   grant.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   if (!grant.descriptor) return std::nullopt;
   return grant;

@@ -18,8 +18,8 @@ namespace kestrune {
 
 /// The D-Bus methods by which a service grants an idle inhibitor and takes it back.
 struct InhibitorProtocol {
-  const char* name;       ///< the service's name on its bus
-  const char* interface;  ///< that has a method "Inhibit"
+  const char* name;       ///< bus name of the service
+  const char* interface;  ///< with the method "Inhibit"
   /// Possible object paths, because desktops differ. They are tried in order.
   std::vector<const char*> paths;
   /// The method that releases a cookie. Null for a service that returns a descriptor: closing it releases the
@@ -78,14 +78,14 @@ class InhibitorService final : public BusClient {
   struct Request {
     InhibitorService* service;
     std::uint32_t holder;  ///< 0 when the inhibitor is no longer wanted
-    std::string owner;     ///< who was asked
+    std::string owner;     ///< unique name that was called
     const char* path;
     BusSlot slot;
   };
   /// A request of `inhibit` that timed out.
   struct Unanswered {
     std::uint64_t serial;  ///< of the method call
-    std::string owner;     ///< who was asked
+    std::string owner;     ///< unique name that was called
     const char* path;
   };
 
@@ -109,8 +109,8 @@ class InhibitorService final : public BusClient {
 
   sd_bus* bus = nullptr;
   std::size_t path = 0;                   ///< index of the path in use, in the protocol's paths
-  Seconds passedOverUntil;                ///< by the continuous clock
-  Seconds silentUntil;                    ///< by the continuous clock
+  Seconds passedOverUntil;                ///< on Clock::continuousTime
+  Seconds silentUntil;                    ///< on Clock::continuousTime
   std::map<std::uint32_t, Grant> grants;  ///< by holder
   std::list<Request> requests;
   std::deque<Unanswered> unanswered;
