@@ -88,13 +88,11 @@ class BusConnection {
   Seconds retryDelay;
 };
 
-/// The session bus of the user.
 class SessionBus final : public BusConnection {
  public:
   explicit SessionBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::session) {}
 };
 
-/// The system bus.
 class SystemBus final : public BusConnection {
  public:
   explicit SystemBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::system) {}

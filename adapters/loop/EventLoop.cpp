@@ -100,7 +100,7 @@ class LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// A queue whose jobs run among those of the main queue.
+/// A serial queue that runs its jobs on the main queue.
 class MainThreadSerialQueue final : public DispatchQueue {
  public:
   MainThreadSerialQueue(MainQueue& givenTarget, std::string label)
