@@ -53,7 +53,7 @@ struct ChildProcesses::Register {
   const TakePipe leftover;
   std::mutex mutex;
   std::vector<pid_t> running;    // reaped by their Process
-  std::vector<pid_t> abandoned;  // their Process is destroyed; reaped by the next launch
+  std::vector<pid_t> abandoned;  // their Process is destroyed; reaped by `reapAbandoned`
   std::optional<std::thread::id> onlyThread;
 
   void reapAbandoned() {
@@ -121,7 +121,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Lock: after waitpid the kernel may reuse the PID, and `reserveForThisThread` must not signal that.
+    // Hold the lock: after waitpid the PID may be reused, and `reserveForThisThread` must not kill it then.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;
@@ -178,8 +178,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // A killed child counts against RLIMIT_NPROC until it is reaped; other processes of the session are ending
-  // too.
+  // EAGAIN: a killed child counts against RLIMIT_NPROC until it is reaped. Other processes of the session are
+  // ending and free more.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);

@@ -14,8 +14,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr Seconds grace{1.0};          // for a curl that runs longer than --max-time
-constexpr Seconds pollInterval{0.01};  // from the end of its output to its exit
+constexpr Seconds grace{1.0};          // how long curl may exceed --max-time
+constexpr Seconds pollInterval{0.01};  // between two checks for its exit, after its output ended
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
 /// Whether the token is valid in an HTTP header line: it has no control character.
@@ -48,7 +48,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
                                          "--noproxy", "*", "--header", "@-", address},
                                         header.get());
   if (!launched) {
-    // ECANCELED: launches are reserved while the client ends.
+    // ECANCELED only means that the client is ending and has reserved all launches.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("the local service cannot be asked: curl: " + launched.reason());
     return std::nullopt;

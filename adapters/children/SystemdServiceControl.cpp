@@ -13,9 +13,9 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 
 // The brackets around the first character keep the pattern from matching the shell that runs this line. The
 // path of the client may contain the pattern too. So the line skips $PPID, which is the client, and every
-// process that names the client or its windows as a program: open windows, an instance that waits to take
-// over, a --status command of a panel, the terminal that runs the client. /proc/PID/cmdline separates
-// arguments by NUL; hence grep -z.
+// process whose command line names KestruneMenuClient or KestruneMenuDialogs: open windows, an instance that
+// waits to take over, a --status command of a panel, the terminal that runs the client. /proc/PID/cmdline
+// separates arguments by NUL; hence grep -z.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "for pid in $(pgrep -f '[" + pattern.substr(0, 1) + "]" + pattern.substr(1) +
          "'); do [ $pid = $PPID ] || "

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Lines of shell for the user's systemd units and for the processes of Linux.
+/// Shell lines that stop systemd user units and end processes.
 class SystemdServiceControl final : public ServiceControl {
  public:
   /// When the service manager hangs, the first of these lines in a script takes 1 s, each later one 0.2 s.
