@@ -192,7 +192,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The program was usually in the repository, which is gone too.
+    // The program was usually inside the repository. If that is gone too, replace its path.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

@@ -20,8 +20,8 @@ class AutostartEntries final : public LaunchAgents {
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// Changes the paths in the entry only. Does not enter a program in a build folder, which may soon vanish
-  /// too.
+  /// Changes the paths in the entry only. Does nothing when the running program is in a build folder, which
+  /// may soon vanish too.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

@@ -25,7 +25,7 @@ namespace {
 
 constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// Replaces `path` by the target of the symbolic links there, which may not exist.
+/// Follows the symbolic links at `path`, also to a target that does not exist.
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;

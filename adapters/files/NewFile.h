@@ -31,8 +31,8 @@ class NewFile {
   /// processes of this user left in the folder.
   std::error_code write(std::string_view contents);
 
-  /// Renames the new file to the target, then sets the recorded access, then flushes the folder. Between
-  /// rename and access only this user can open the file. The other order could leave a temporary file that
+  /// Renames the new file to the target, then sets the recorded access, then flushes the folder. Between the
+  /// rename and that, only this user can open the file. The other order could leave a temporary file that
   /// others can read, if this process is killed.
   std::error_code replaceTarget();
 

@@ -28,7 +28,7 @@ class PreferencesFile final : public UserDefaults {
   std::error_code save() const;
 
   const std::string path;
-  const std::unique_ptr<nlohmann::json> unsaved;   ///< values that could not be written but hold here
+  const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written
   const std::unique_ptr<nlohmann::json> lastRead;  ///< used while the file cannot be read
 };
 

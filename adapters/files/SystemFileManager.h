@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// The files of this machine, by adapters/files/Files.
+/// The port FileManager, on the functions of adapters/files/Files.h.
 class SystemFileManager final : public FileManager {
  public:
   explicit SystemFileManager(std::string home);
