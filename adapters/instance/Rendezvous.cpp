@@ -78,7 +78,7 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Reads from the other client. The kernel closes the connection when that process ends.
+  /// Asks the other client to show its menu, or waits for its end: the kernel then closes the connection.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {

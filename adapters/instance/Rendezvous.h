@@ -30,8 +30,8 @@ struct Claim {
 };
 
 /// Makes this process the one client of its user, and lets it and the other processes of the user reach each
-/// other. The process that holds the lock is the client; the kernel releases the lock when it ends. Main
-/// thread.
+/// other. The process that holds the lock is the client; the kernel releases the lock when that process ends.
+/// Main thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
   /// `onShow` runs when a later start asks for the menu, with the activation token of that start or an empty
