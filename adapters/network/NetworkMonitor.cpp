@@ -131,7 +131,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
       reportOnce(std::string("the routes cannot be read (") + std::strerror(error) +
                  "): changes of the network go unnoticed");
     }
-    // The delay doubles: a kernel that always refuses must not cause wake-ups for ever.
+    // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
     retry = parts.loop.after(retryDelay, [this] { notice(); });
     retryDelay = std::min(retryDelay * 2, longestRetry);
   }

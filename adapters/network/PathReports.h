@@ -13,7 +13,7 @@ namespace kestrune {
 /// of one medium apart. Addresses are in network byte order, empty for none.
 struct RoutedPath {
   NetworkPath path;
-  unsigned interface = 0;  ///< index
+  unsigned interface = 0;  ///< interface index
   std::string gateway;
   std::string source;
 
@@ -46,7 +46,7 @@ class PathReports {
   void resume(Seconds now);
 
   /// When to call `beginQuestion`, and `takeReport` if that returns false; absent when there is nothing to
-  /// wait for. During a burst, the time of the question: the known path may be outdated.
+  /// wait for. During a burst it is the time of the next question, because the known path may be outdated.
   std::optional<Seconds> due() const;
   /// Whether `notice` was called since the last question began.
   bool isInBurst() const { return burst.has_value(); }
@@ -68,7 +68,7 @@ class PathReports {
   PathTiming timing;
   std::optional<Seconds> burst;  // the time of its first message
   bool asking = false;
-  Seconds askedBurst{};  // the same, of the burst that the newest question is about
+  Seconds askedBurst{};  // the same of the burst that led to the newest question
   std::optional<RoutedPath> current;
   Seconds currentSince{};
   std::optional<RoutedPath> reported;
