@@ -210,7 +210,7 @@ QStyleOptionMenuItem MenuButton::option() const {
   made.state.setFlag(QStyle::State_Sunken, isDown());
   if (!keys.isEmpty()) {
     made.reservedShortcutWidth = keyRoom;
-    // After a tab, styles expect the shortcut, and leave room for it.
+    // Styles leave room for a shortcut, which they expect after a tab.
     made.text = QLatin1Char('\t') + keys;
   }
   return made;

@@ -17,7 +17,7 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; QLabel lays out the whole text
-constexpr int roomForRounding = 2;         // pixels; two ways to measure a text differ
+constexpr int roomForRounding = 2;         // pixels; QFontMetrics and the layout measure a little differently
 constexpr int measuredLines = 200;         // the width is measured on these first lines only
 constexpr qsizetype measuredLength = 300;  // UTF-16 units: wider than any window
 constexpr int fewestLines = 4;

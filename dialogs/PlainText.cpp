@@ -9,8 +9,8 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype longestLine = 2000;  // UTF-16 units; the time of a layout grows faster than the line
-constexpr qsizetype lookBack = 64;       // units in which a place for a break is searched
+constexpr qsizetype longestLine = 2000;  // UTF-16 units; layout time grows faster than the length
+constexpr qsizetype lookBack = 64;       // units to search for a place to break
 constexpr qsizetype keptEnd = 1500;      // units kept at each end of an elided text: wider than any field
 
 void appendReadable(std::string& readable, std::string_view line) {

@@ -14,7 +14,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr int widestNaturally = 500;   // points, when the view states no width
+constexpr int widestNaturally = 500;   // points; the limit when the view states no width
 constexpr int unlimitedLines = 1000;   // more than any screen shows
 constexpr qsizetype longest = 20'000;  // UTF-16 units: more than a label ever shows
 

@@ -32,8 +32,8 @@ struct ShowMenu {
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program exits with status 0 when its last window is answered, or when its standard input ends; then it
-// closes its windows without an answer. Closing a menu without a choice ends it without an event.
+// The program exits with status 0 when its last window is answered, or at the end of its standard input,
+// which closes the windows without an answer. A menu that is closed without a choice sends no event.
 
 /// The window is on the screen.
 struct Shown {
