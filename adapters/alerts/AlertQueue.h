@@ -9,8 +9,8 @@
 
 namespace kestrune {
 
-/// The order of alerts: one at a time; an alert that a button inside an open alert asks for goes on top of
-/// it. A face derives from this: it shows an alert when told to, and says how it ended. Main thread.
+/// Queues alerts and shows one at a time. An alert that a button inside an open one asks for is shown on top
+/// of it. A face derives from this: it shows an alert when told to, and says how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.

@@ -34,13 +34,13 @@ class InhibitorService final : public BusClient {
  public:
   enum class Presence {
     unknown,  ///< the bus has not answered yet
-    absent,   ///< no bus, no such service, or one that did not offer the method within the last minute
+    absent,   ///< no bus, no such service, or one that lacked the method within the last minute
     there,
   };
   enum class Answer {
     granted,
     refused,  ///< by an error or a timeout, or not asked because of a timeout within the last minute
-    absent,   ///< the service does not offer the method
+    absent,   ///< the service lacks the method
   };
 
   /// `connection` and `clock` outlive this. `onChange` runs when the service appears or vanishes, and when a

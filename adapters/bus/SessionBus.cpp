@@ -80,7 +80,7 @@ void BusConnection::disconnect() {
   disconnection.reset();
   firstAnswer.reset();
   sd_bus_detach_event(bus);
-  // Without a flush, which blocks on a stopped bus.
+  // Close without a flush, which would block on a stopped bus.
   bus = sd_bus_close_unref(bus);
 }
 

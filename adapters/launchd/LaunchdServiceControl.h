@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Lines of shell for the user's launchd jobs and for the processes of macOS.
+/// Shell lines that stop the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
   /// `userID` is the numeric ID of the user who owns the jobs.

@@ -31,7 +31,7 @@ constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 constexpr Seconds threadRetry{0.5};   // after std::thread has failed with EAGAIN
 constexpr std::uint64_t exactly = 1;  // microseconds: sd-event may otherwise fire up to 250 ms late
 
-/// Ends the process when a call fails without which the loop cannot work. `result` is a negative errno.
+/// Ends the process when a call that the loop needs has failed; `result` is then a negative errno.
 void require(int result, const char* what) {
   if (result >= 0) return;
   std::fprintf(stderr, "KestruneMenuClient: %s: %s\n", what, std::strerror(-result));

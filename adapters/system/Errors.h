@@ -10,7 +10,7 @@ inline std::error_code systemError(int number) {
   return {number, std::system_category()};
 }
 
-/// The value of `errno`.
+/// The current `errno` as an error code.
 inline std::error_code lastError() {
   return systemError(errno);
 }
