@@ -56,8 +56,8 @@ class InhibitorService final : public BusClient {
   /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
   /// 250 ms at most; after a timeout, refuses for a minute without asking.
   Answer inhibit(std::uint32_t holder, const std::string& reason);
-  /// Requests it without blocking. Does nothing while a request for `holder` is pending, and for a minute
-  /// after a timeout.
+  /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
+  /// minute after a timeout.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
   /// Gives back the inhibitor of `holder`, if any, and one that a pending request brings later.
   void giveBack(std::uint32_t holder);

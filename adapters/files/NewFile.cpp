@@ -42,7 +42,8 @@ bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-/// Removes the new files that killed processes of this user left in `folder`. Running processes lock theirs.
+/// Removes new files that were left in `folder` by killed processes of this user. Running processes lock
+/// theirs.
 void removeAbandoned(const fs::path& folder) {
   std::error_code failure;
   const fs::directory_iterator end;

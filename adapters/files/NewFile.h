@@ -27,8 +27,8 @@ class NewFile {
   /// regular file.
   std::error_code keepAccess();
 
-  /// Writes `contents` and flushes them to disk (fsync). Before that, removes the new files that killed
-  /// processes of this user left in the folder.
+  /// Writes `contents` and flushes them to disk (fsync). Before that, removes new files that were left in the
+  /// folder by killed processes of this user.
   std::error_code write(std::string_view contents);
 
   /// Renames the new file to the target, then sets the recorded access, then flushes the folder. Between the
