@@ -23,13 +23,13 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// Points: how wide and high texts read well.
+// Points: sizes at which texts are easy to read.
 constexpr double narrowestText = 300;
 constexpr double widestText = 440;
 constexpr double widestLongText = 640;
 constexpr double highestLongText = 520;
 
-constexpr double betweenTexts = 2;  // beside what the style leaves between widgets
+constexpr double betweenTexts = 2;  // added to the style's spacing
 constexpr double narrowestButton = 84;
 
 constexpr qsizetype longestTitle = 300;  // UTF-16 units
@@ -39,7 +39,7 @@ QWidget* makeTitle(const QString& text, int width) {
   QFont font = QApplication::font();
   font.setBold(true);
   if (auto* const title = ShortText::make(text, font, width)) {
-    // To be marked with the mouse, but no stop on the way from button to button.
+    // Selectable with the mouse, but skipped by the Tab key.
     title->setFocusPolicy(Qt::ClickFocus);
     return title;
   }
@@ -63,7 +63,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   QWidget* body = makeBody(alert, roomForBody);
   const QSize least = body->minimumSizeHint();
   if (least.width() > roomForBody.width() || least.height() > roomForBody.height()) {
-    // The buttons stay in sight whatever becomes of the rest.
+    // Scroll the body, so that the buttons stay visible.
     auto* const area = new QScrollArea;
     area->setFrameShape(QFrame::NoFrame);
     area->setWidget(body);
@@ -98,7 +98,7 @@ QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
   icon->setFixedSize(side, side);
   icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
                                                             : QStringLiteral("訊息"));
-  // Told as a picture from the beginning; which one comes later.
+  // A placeholder, so that screen readers find a picture; `furnish` sets the icon.
   icon->setPixmap(QPixmap(1, 1));
   BuiltView built;
   if (alert.accessoryView) {
@@ -113,7 +113,7 @@ QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
     width = std::max(pixels(narrowestText), built.widget->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // Beside the icon, and in the middle of it when there is little to say.
+  // Beside the icon; a short text is centred on it vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
@@ -166,19 +166,19 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
 }
 
 void AlertWindow::furnish() {
-  // The desktop's icon: to look for it takes longer than everything else here.
+  // Loading the theme's icon takes longer than the rest of the window.
   const auto which =
       alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
   icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
 }
 
 void AlertWindow::reject() {
-  // What cannot be answered in two ways is not cancelled either.
+  // Closing an alert with a single button counts as pressing it.
   answer(buttonCount == 1 ? std::optional<std::size_t>(0) : std::nullopt);
 }
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
-  // The keyboard is on a button when the window opens; a long text is read from there all the same.
+  // The focus is on a button when the window opens; these keys scroll the long text all the same.
   if (longText != nullptr) {
     QScrollBar* const bar = longText->verticalScrollBar();
     switch (event->key()) {

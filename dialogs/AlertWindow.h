@@ -17,19 +17,19 @@ namespace kestrune::dialogs {
 
 class LongText;
 
-/// An alert. It always fits the screen with its buttons, whatever it says.
+/// The window of an alert. It fits the screen with all its buttons, however long its texts are.
 class AlertWindow final : public DialogWindow {
  public:
-  /// On top of the alert `beneath`, or by itself.
+  /// On top of `beneath`, or alone when that is null.
   AlertWindow(int number, const Alert& alert, AlertWindow* beneath);
 
   const int id;
 
-  std::function<void(const std::string& action)> onPressed;   ///< a button inside the view
+  std::function<void(const std::string& action)> onPressed;   ///< for a button in the accessory view
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once; the window is hidden by then
 
  protected:
-  /// Escape, and the close button of the frame.
+  /// Called for Escape and for the close button of the frame.
   void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
   void furnish() override;
@@ -46,7 +46,7 @@ class AlertWindow final : public DialogWindow {
   QPushButton* firstButton = nullptr;
   QWidget* firstFocus = nullptr;
   LongText* longText = nullptr;
-  bool flexible = false;  ///< there is something in it that scrolls
+  bool flexible = false;  ///< a part of it scrolls
 };
 
 }  // namespace kestrune::dialogs

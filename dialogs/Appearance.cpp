@@ -13,16 +13,16 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr double ordinaryPoints = 13;
-constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels: ten typographic points on a usual screen
+constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels: 10 pt at 96 dpi
 constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels
-constexpr double secondaryShare = 0.68;  // of the text's colour: readable, and told apart from the primary
+constexpr double secondaryShare = 0.68;           // of the text colour: readable, but distinct from primary
 
 constexpr std::array emojiFamilies{
     "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
     "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
     "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
-// The frame is the window manager's, and cannot be asked for before there is a window.
+// An estimate: the size of the frame is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
 }  // namespace
@@ -62,8 +62,8 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Emoji fonts have digits, too, so the desktop's font comes first. It may be a name like "Sans Serif",
-  // which the toolkit looks up only after the substitutions: they begin with the font that this leads to.
+  // Emoji fonts contain digits, so the desktop's font comes first. Its name may be an alias like "Sans
+  // Serif", which Qt resolves only after the substitutions: begin them with the resolved family.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const char* const family : emojiFamilies) {
@@ -78,7 +78,7 @@ void preferColorEmoji() {
 QColor colorFor(TextColor color, const QPalette& palette) {
   const QColor text = palette.color(QPalette::Active, QPalette::WindowText);
   if (color == TextColor::primary) return text;
-  // The palette's own dimmed colours are for what need not be read: many themes leave them too pale.
+  // Not the palette's disabled colours: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
   const auto blend = [](float over, float under) {
     return static_cast<float>(secondaryShare) * over + static_cast<float>(1 - secondaryShare) * under;

@@ -7,30 +7,29 @@
 
 #include "ports/View.h"
 
-// Sizes, fonts and colours of a view in terms of the desktop's own: a view counts in points, 13 of which are
-// the height of ordinary text.
+// Sizes, fonts and colours of a view, derived from the desktop's own. Views use points: 13 points are the
+// size of the application font.
 
 namespace kestrune::dialogs {
 
-/// The height of ordinary text, in logical pixels.
+/// The size of the application font, in logical pixels.
 double textSize();
 
-/// Logical pixels for a length that has to do with text. A point is one, unless the desktop's text is larger
-/// than usual: then lengths grow with it, so that what fits still fits.
+/// Converts points to logical pixels: one each, or more when the desktop's font is larger than 10 pt, so that
+/// texts still fit.
 int pixels(double points);
 
-/// The desktop's font in another size and weight. Small print stays legible.
+/// The desktop's font in this size and weight. At least 8 pt, or the desktop's size if that is smaller.
 QFont fontFor(double points, FontWeight weight);
 
-/// From now on, emoji are drawn in colour, if a font for that is installed, and the lamps 🟢 🟡 🔴 in any
-/// case. By itself the toolkit may take a font that has them in black and white.
+/// Makes Qt draw emoji in colour when such a font is installed, and the lamps 🟢 🟡 🔴 always
+/// (resources/lamps.ttf). By itself, Qt may choose a black-and-white font.
 void preferColorEmoji();
 
-/// A colour that is not the desktop's own, but made of two of it.
+/// The palette's text colour; for secondary text, blended with its window colour.
 QColor colorFor(TextColor color, const QPalette& palette);
 
-/// What every screen has room for, the frame of a window left aside: it is not known before which screen a
-/// window appears on.
+/// The size that fits on every screen, less a window frame: before a window appears, its screen is unknown.
 QSize roomForWindow();
 
 }  // namespace kestrune::dialogs

@@ -27,7 +27,7 @@ bool isDark(const QPalette& palette) {
   return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
 }
 
-/// As Fusion has it in later versions of Qt.
+/// The dark palette of the style Fusion in later versions of Qt.
 QPalette darkPalette() {
   const QColor window(50, 50, 50);
   QPalette palette(window, window);
@@ -51,7 +51,7 @@ ColorScheme::ColorScheme() {
     answer->deleteLater();
     if (!answer->isError()) follow(answer->reply().arguments().value(0));
   });
-  // A window that is drawn before the answer would flash.
+  // A window that is painted before the answer would flash.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
   QTimer::singleShot(patience, &wait, &QEventLoop::quit);
@@ -64,14 +64,14 @@ void ColorScheme::settingChanged(const QDBusMessage& signal) {
 }
 
 void ColorScheme::follow(QVariant value) {
-  // Read puts the value into two variants, SettingChanged into one.
+  // Read nests the value in two variants, SettingChanged in one.
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;
   if (!dark) {
     QApplication::setPalette(QPalette());
   } else if (QApplication::style()->name() == QLatin1String("fusion") && !isDark(QApplication::palette())) {
-    // Other styles have colours of their own.
+    // Other styles have their own palettes.
     QApplication::setPalette(darkPalette());
   } else {
     return;

@@ -6,14 +6,13 @@
 
 namespace kestrune::dialogs {
 
-/// Makes the windows dark while the desktop prefers that and the toolkit's palette is light: Qt follows
-/// GNOME's preference only since 6.5. The desktop portal tells it. Without a portal the palette stays as it
-/// is.
+/// Sets a dark palette while the desktop portal says "prefer dark" (color-scheme) and Qt's palette is light:
+/// Qt follows GNOME's setting only since 6.5. Without a portal the palette is not changed.
 class ColorScheme final : public QObject {
   Q_OBJECT
 
  public:
-  /// Waits for the portal's answer, if there is a portal, for 100 ms at most. A later answer counts too.
+  /// Waits at most 100 ms for the portal's answer. A later answer takes effect too.
   ColorScheme();
 
  private Q_SLOTS:
@@ -22,7 +21,7 @@ class ColorScheme final : public QObject {
  private:
   void follow(QVariant value);
 
-  bool darkened = false;  ///< the palette is the dark one from here
+  bool darkened = false;  ///< the palette is the dark one of this class
 };
 
 }  // namespace kestrune::dialogs

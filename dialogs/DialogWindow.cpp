@@ -23,8 +23,8 @@ void DialogWindow::present() {
   if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
   const bool first = isHidden();
   show();
-  // The toolkit marks the text of a field that has the keyboard at first: the next key would replace it, and
-  // of a long one only the end is to be seen.
+  // Qt selects the text of the field that has the focus at first: the next key would replace it, and a long
+  // text would show only its end.
   if (auto* const field = qobject_cast<QLineEdit*>(focusWidget()); first && field != nullptr) {
     field->home(false);
   }
@@ -34,7 +34,7 @@ void DialogWindow::present() {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
-  // Alone in a task bar, a name like "state" would not say whose it is.
+  // In a task bar, a title like "state" would not name the program.
   setWindowTitle(name.contains(program) ? name
                  : name.isEmpty()       ? program
                                         : name + QStringLiteral(" — ") + program);
@@ -58,7 +58,7 @@ bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && windowHandle()->isExposed()) {
     watched->removeEventFilter(this);
     if (onShown) furnish();
-    // Not before the event has done its work, which is the first drawing.
+    // Queued: the expose event paints the window first.
     QMetaObject::invokeMethod(
         this,
         [this] {

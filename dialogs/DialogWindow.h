@@ -7,24 +7,23 @@ namespace kestrune::dialogs {
 
 bool isOnWayland();
 
-/// What the windows of this program have in common.
+/// The base class of this program's windows.
 class DialogWindow : public QDialog {
  public:
-  /// A window on top of `beneath`, which waits for it, or one by itself.
+  /// A window-modal window on top of `beneath`, or an independent one when that is null.
   explicit DialogWindow(QWidget* beneath);
 
-  /// Called once, when the window is on the screen and drawn.
+  /// Called once, when the window is on the screen and painted.
   std::function<void()> onShown;
 
-  /// Shows it and brings it to the front, also out of an icon, with the keyboard if the desktop allows it.
+  /// Shows the window, restores it when minimised, raises it, and asks for the keyboard focus.
   void present();
 
  protected:
-  /// What the window is called, in its title and by a screen reader.
+  /// Sets the title, and the name for screen readers.
   void setName(const QString& name);
 
-  /// Called once, when the window has its place on the screen and nothing is drawn yet: for what takes time
-  /// to find and does not change the layout.
+  /// Called once, when the window is mapped but not painted: for slow work that does not change the layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

@@ -20,7 +20,7 @@ namespace {
 constexpr double ordinarySize = 13;
 constexpr double beforeKeys = 16;
 
-/// A row as the desktop draws it in its menus.
+/// Style options that draw a row like an item in the desktop's menus.
 QStyleOptionMenuItem menuOption(const QWidget& row) {
   QStyleOptionMenuItem option;
   option.initFrom(&row);
@@ -32,7 +32,7 @@ QStyleOptionMenuItem menuOption(const QWidget& row) {
   return option;
 }
 
-/// The colour of the text, which styles take from one of these.
+/// Sets the text colour in each role from which a style may take it.
 void setTextColor(QStyleOptionMenuItem& option, const QColor& color) {
   for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
     option.palette.setColor(role, color);
@@ -45,17 +45,17 @@ int widthOf(const QWidget& row, const QString& title) {
 
 QSize sizeFor(const QWidget& row, QStyleOptionMenuItem option, const QString& title) {
   const QSize content(widthOf(row, title), row.fontMetrics().height());
-  // Breeze measures the text by itself.
+  // Breeze measures `option.text` itself.
   option.text.prepend(withoutMnemonics(title));
-  // Some styles count the keys, others leave them to the menu.
+  // Some styles add the width of the shortcut, others leave that to QMenu.
   const int keys = std::exchange(option.reservedShortcutWidth, 0);
   return row.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &row) +
          QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
 }
 
-/// The title as far as there is room for it beside what the style puts around it.
+/// The title, elided to the width that the style leaves for it.
 QString elided(const QWidget& row, const QStyleOptionMenuItem& option, const QString& title) {
-  // What is around the title is not to be had from a shorter one: a style may have a least width.
+  // Measure with the full title: with a shorter one, the style's minimum width might apply.
   const int missing = sizeFor(row, option, title).width() - row.width();
   if (missing <= 0) return title;
   return row.fontMetrics().elidedText(title, Qt::ElideRight, std::max(0, widthOf(row, title) - missing));
@@ -69,7 +69,7 @@ QString titleOf(const MenuItem& item) {
   return QString::fromStdString(displayRow(item.title));
 }
 
-/// A row to choose, for screen readers.
+/// A MenuButton, for screen readers.
 class AccessibleRow final : public QAccessibleWidget {
  public:
   explicit AccessibleRow(MenuButton& button) : QAccessibleWidget(&button), row(button) {}
@@ -126,7 +126,7 @@ QKeySequence keysOf(const MenuItem& item) {
   return {QKeyCombination(modifiers, static_cast<Qt::Key>(key.toUpper().unicode()))};
 }
 
-// --- a row to read
+// --- MenuLabel
 
 MenuLabel::MenuLabel() {
   setTextFormat(Qt::PlainText);
@@ -142,7 +142,7 @@ void MenuLabel::setItem(const MenuItem& item, MenuRowKind kindNow) {
 
 QStyleOptionMenuItem MenuLabel::option() const {
   QStyleOptionMenuItem made = menuOption(*this);
-  // Dimmed, but less so than what a desktop switches off: it is there to be read.
+  // Dimmed, but less than a disabled item, because it is meant to be read.
   made.state = QStyle::State_Enabled | QStyle::State_Active;
   made.palette.setCurrentColorGroup(QPalette::Active);
   setTextColor(made, colorFor(TextColor::secondary, palette()));
@@ -172,10 +172,10 @@ void MenuLabel::changeEvent(QEvent* event) {
   }
 }
 
-// --- a row to choose
+// --- MenuButton
 
 MenuButton::MenuButton() {
-  // Return presses the row that is marked; when none is, it must not press the first.
+  // Return presses the row that has the focus. When none has, it must not press the first row.
   setAutoDefault(false);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
@@ -184,7 +184,7 @@ void MenuButton::setItem(const MenuItem& item, int keyWidth) {
   title = titleOf(item);
   keyRoom = keyWidth;
   setText(withoutMnemonics(title));
-  // A new text takes the shortcut away.
+  // setText removes the shortcut.
   setShortcut(keysOf(item));
   keys = shortcut().toString(QKeySequence::NativeText);
   setCheckable(item.checked.has_value());
@@ -210,7 +210,7 @@ QStyleOptionMenuItem MenuButton::option() const {
   made.state.setFlag(QStyle::State_Sunken, isDown());
   if (!keys.isEmpty()) {
     made.reservedShortcutWidth = keyRoom;
-    // The tab makes a style leave room for the keys.
+    // Styles leave room for a shortcut, which they expect after a tab.
     made.text = QLatin1Char('\t') + keys;
   }
   return made;
@@ -228,7 +228,7 @@ void MenuButton::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // The window moves from row to row; a button's own idea of it knows no scrolling.
+      // The window moves the focus: QPushButton would do it without scrolling.
       event->ignore();
   }
 }

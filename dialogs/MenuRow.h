@@ -9,16 +9,16 @@ class QStyleOptionMenuItem;
 
 namespace kestrune::dialogs {
 
-/// What a row of a menu window is. It may change while the window shows.
+/// The kind of a row in a menu window. It may change while the window is open.
 enum class MenuRowKind { heading, label, separator, command };
 
-/// `previous` is the row above, or null: a row to read that begins a section is the heading of it.
+/// `previous` is the row above, or null. A row without an action that begins a section is its heading.
 MenuRowKind kindOf(const MenuItem& item, const MenuItem* previous);
 
-/// The keys that choose an item; none if it has none.
+/// The shortcut of an item; empty when it has none.
 QKeySequence keysOf(const MenuItem& item);
 
-/// A row to read. A label of the toolkit beneath, so that it is read as one.
+/// A row that cannot be chosen. A QLabel, so that screen readers read it as a label.
 class MenuLabel final : public QLabel {
  public:
   MenuLabel();
@@ -39,16 +39,16 @@ class MenuLabel final : public QLabel {
   MenuRowKind kind = MenuRowKind::label;
 };
 
-/// A row to choose, with its check mark and its keys. A button of the toolkit beneath, so that it is told and
-/// pressed as one. The mark follows no press, only what the menu says.
+/// A row that can be chosen, with check mark and shortcut. A QPushButton, so that screen readers announce and
+/// press it as one. A press does not change the check mark; only `setItem` does.
 class MenuButton final : public QPushButton {
  public:
   MenuButton();
 
-  /// `keyWidth` is how many pixels the widest keys in the menu take.
+  /// `keyWidth` is the width in pixels of the widest shortcut in the menu.
   void setItem(const MenuItem& item, int keyWidth);
 
-  /// As it is read aloud.
+  /// The title, for screen readers.
   const QString& name() const { return title; }
 
   QSize sizeHint() const override;
@@ -69,8 +69,8 @@ class MenuButton final : public QPushButton {
   int keyRoom = 0;
 };
 
-/// From now on, screen readers are told the keys of rows with a check mark, and lines of the window are
-/// separators to them. The toolkit leaves out the first and takes the second for empty panels.
+/// Reports the shortcuts of rows with a check mark to screen readers, and the lines between rows as
+/// separators. Qt omits those shortcuts, and reports the lines as empty panels.
 void tellRowsToScreenReaders();
 
 }  // namespace kestrune::dialogs

@@ -19,7 +19,7 @@ constexpr double largestWidth = 520;
 constexpr double edge = 6;  // above the first row and below the last
 constexpr double separatorHeight = 9;
 
-/// Leaves the keys to the window.
+/// A scroll area that leaves key events to the window.
 class Area final : public QScrollArea {
  public:
   using QScrollArea::QScrollArea;
@@ -36,7 +36,7 @@ void fill(QWidget* widget, MenuRowKind kind, const MenuItem& item, int keyWidth)
   }
 }
 
-/// How many pixels the widest keys take.
+/// The width of the widest shortcut, in pixels.
 int keyWidthOf(const Menu& menu, const QFontMetrics& metrics) {
   int width = 0;
   for (const auto& item : menu.items) {
@@ -107,7 +107,7 @@ void MenuWindow::follow(const Menu& menu) {
     const MenuRowKind kind = kindAt(menu, i);
     const bool choosable = kind == MenuRowKind::command && item.enabled;
     if (focusWidget() == row.widget && !choosable) {
-      // The toolkit would go on to the next row, and what was about to be pressed would be another one.
+      // Qt would focus the next row, and a key would choose a row that the user did not mean.
       lost = static_cast<std::ptrdiff_t>(i);
       setFocus();
     }
@@ -117,7 +117,7 @@ void MenuWindow::follow(const Menu& menu) {
     if (kind != row.kind && !(isLabel(kind) && isLabel(row.kind))) {
       QWidget* const widget = makeRow(kind, row.id);
       delete layout->replaceWidget(row.widget, widget);
-      // In its place for the keyboard and for screen readers too.
+      // Keep the place in the tab order, and among the children for screen readers.
       if (i > 0) setTabOrder(rows[i - 1].widget, widget);
       if (i + 1 < rows.size()) widget->stackUnder(rows[i + 1].widget);
       row.widget->deleteLater();
@@ -127,7 +127,7 @@ void MenuWindow::follow(const Menu& menu) {
     row.kind = kind;
     fill(row.widget, kind, item, keyWidth);
   }
-  // It does not shrink: that would make the window jump with each change.
+  // Never shrink: the window would jump with each change.
   resize(std::max(width(), widthForRows()), height());
 }
 
@@ -212,7 +212,7 @@ void MenuWindow::moveFrom(std::ptrdiff_t index, int step) {
   QWidget* const row = rows[static_cast<std::size_t>(index)].widget;
   row->setFocus(Qt::TabFocusReason);
   area->ensureWidgetVisible(row, 0, row->height());
-  // The rows above the first one to choose are there to be read, and nothing else would bring them back.
+  // The rows above the first choosable one cannot have the focus: scroll up so that they can be read.
   if (row == first->widget) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 

@@ -13,16 +13,16 @@ class QVBoxLayout;
 
 namespace kestrune::dialogs {
 
-/// A menu as a window, for a desktop that shows no tray. Walked through like a menu; nothing is marked before
-/// somebody walks, so that a key meant for another window chooses nothing.
+/// A menu as a window, for desktops without a tray. Keys work as in a menu. No row has the focus at first, so
+/// that a key meant for another window chooses nothing.
 class MenuWindow final : public DialogWindow {
  public:
   MenuWindow();
 
   std::function<void(int item)> onChosen;  ///< the window is hidden by then
-  std::function<void()> onClosed;          ///< without a choice
+  std::function<void()> onClosed;          ///< closed without a choice
 
-  /// Shows these rows. Those that were there before stay where they are, and so does the mark.
+  /// Shows these rows. If the item IDs are the same as before, updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);
 
  protected:
@@ -41,14 +41,14 @@ class MenuWindow final : public DialogWindow {
   QWidget* makeRow(MenuRowKind kind, int id);
   int widthForRows() const;
   void choose(int id);
-  /// Marks the next row that can be chosen, down from the one that is marked, or up.
+  /// Moves the focus to the next row that can be chosen: down for 1, up for -1.
   void move(int step);
   void moveFrom(std::ptrdiff_t index, int step);
 
   QScrollArea* area;
-  QVBoxLayout* layout = nullptr;  ///< of the rows; none before there is a menu
+  QVBoxLayout* layout = nullptr;  ///< of the rows; null before the first menu
   std::vector<Row> rows;
-  std::ptrdiff_t lost = -1;  ///< the row that was marked when it ceased to be one to choose; -1: none
+  std::ptrdiff_t lost = -1;  ///< index of the row that lost the focus when it was disabled; -1: none
 };
 
 }  // namespace kestrune::dialogs

@@ -16,12 +16,12 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; a label lays its text out as one
-constexpr int roomForRounding = 2;         // pixels, between two ways of measuring a text
-constexpr int measuredLines = 200;         // of the first so many the width is taken for that of all
+constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; QLabel lays out the whole text
+constexpr int roomForRounding = 2;         // pixels; QFontMetrics and the layout measure a little differently
+constexpr int measuredLines = 200;         // the width is measured on these first lines only
 constexpr qsizetype measuredLength = 300;  // UTF-16 units: wider than any window
 constexpr int fewestLines = 4;
-constexpr int continuation = 1;  // what a block carries that continues the one before it
+constexpr int continuation = 1;  // user state of a block that continues the one before
 
 /// Calls `take` with each line, until it returns false.
 template <typename Take>
@@ -38,7 +38,7 @@ int lineWidth(const QString& line, const QFontMetrics& metrics) {
   return metrics.size(Qt::TextExpandTabs | Qt::TextSingleLine, line).width() + roomForRounding;
 }
 
-/// How wide a text would be if nobody held it back, but not more than `most`.
+/// The width of the text without wrapping, at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
   int widest = 1;
   int lines = 0;
@@ -49,7 +49,7 @@ int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
   return std::max(1, std::min(widest, most));
 }
 
-/// About how high a text is if its lines may break anywhere; counted until it is higher than `most`.
+/// The approximate height of the text when its lines break anywhere; stops counting above `most`.
 int wrappedHeight(const QString& text, const QFontMetrics& metrics, int width, int most) {
   int height = 0;
   forEachLine(text, [&](const QString& line) {
@@ -80,7 +80,7 @@ ShortText::ShortText(const QString& text, const QFont& font, int wanted) : QLabe
 }
 
 void ShortText::contextMenuEvent(QContextMenuEvent* event) {
-  // The toolkit's label offers a menu for a link only.
+  // QLabel has a context menu for links only.
   constexpr auto context = "QWidgetTextControl";
   const auto titled = [](const char* word, QKeySequence::StandardKey key) {
     return QCoreApplication::translate(context, word) + QLatin1Char('\t') +

@@ -5,12 +5,12 @@
 
 namespace kestrune::dialogs {
 
-/// A text short enough to be seen whole; selectable and copyable. Read aloud when its window opens, as labels
-/// are.
+/// A text that is shown whole and can be selected and copied. A QLabel, so that screen readers read it when
+/// its window opens.
 class ShortText final : public QLabel {
  public:
-  /// As wide as it would like to be, but not wider than `most` pixels. Null when it cannot be shown well like
-  /// that: when it is very long, or holds a word that is too long for a line.
+  /// At its natural width, at most `most` pixels. Null when the text is very long, or has a word that is too
+  /// long for a line.
   static ShortText* make(const QString& text, const QFont& font, int most);
 
   QSize sizeHint() const override;
@@ -25,17 +25,17 @@ class ShortText final : public QLabel {
   int width;
 };
 
-/// A text to scroll in; selectable and copyable. One of any length and shape keeps its window lively.
+/// A text that scrolls and can be selected and copied. Its layout stays fast whatever the length of the text.
 class LongText final : public QPlainTextEdit {
  public:
-  /// It would be as large as its text, but not larger than `room`, and takes as little as a few lines.
+  /// Its preferred size is that of the text, at most `room`. It can shrink to a few lines.
   LongText(const QString& text, QSize room);
 
   QSize sizeHint() const override { return preferred; }
   QSize minimumSizeHint() const override;
 
  protected:
-  /// What is copied is the text as it came, without the breaks in lines that are too long.
+  /// Copies the original text, without the breaks that were added to long lines.
   QMimeData* createMimeDataFromSelection() const override;
 
  private:

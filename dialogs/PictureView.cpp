@@ -26,7 +26,7 @@ PictureView::PictureView(const View& view, QWidget* parent) : QLabel(parent), so
   const double width = view.width > 0 ? view.width : source->width;
   const double height = view.height > 0 ? view.height : source->height;
   setFixedSize(wholePixels(width), wholePixels(height));
-  // Never drawn: a label that holds a picture is one to a screen reader.
+  // Never painted: a QLabel with a pixmap is a picture to screen readers.
   setPixmap(QPixmap(1, 1));
   setAccessibleName(readableLine(view.accessibilityLabel));
 }
@@ -40,7 +40,7 @@ void PictureView::paintEvent(QPaintEvent*) {
   const QImage& image = enough != images.end() ? *enough : images.back();
 
   QPainter painter(this);
-  // Enlarged smoothly, the edges of a code that is to be scanned would blur.
+  // Smooth only when shrinking: smooth enlarging would blur the edges of a QR code.
   painter.setRenderHint(QPainter::SmoothPixmapTransform, image.width() > needed + 0.5);
   const QPointF corner((room.width() - fitting.width()) / 2, (room.height() - fitting.height()) / 2);
   painter.drawImage(QRectF(corner, fitting), image);

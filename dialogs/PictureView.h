@@ -8,19 +8,19 @@
 
 namespace kestrune::dialogs {
 
-/// The picture of a view, in its own colours, at exactly the stated size and at the full resolution of the
-/// screen. A label of the toolkit beneath, so that it is told as a picture.
+/// The picture of a view, in its own colours, at exactly the stated size and the screen's full resolution. A
+/// QLabel, so that screen readers announce it as a picture.
 class PictureView final : public QLabel {
  public:
-  /// `view` has an image.
+  /// `view.image` is not null.
   explicit PictureView(const View& view, QWidget* parent = nullptr);
 
  protected:
   void paintEvent(QPaintEvent* event) override;
 
  private:
-  ImageRef source;             ///< holds the pixels of the images below
-  std::vector<QImage> images;  ///< the smallest first
+  ImageRef source;             ///< owns the pixels of `images`
+  std::vector<QImage> images;  ///< by size, smallest first
 };
 
 }  // namespace kestrune::dialogs

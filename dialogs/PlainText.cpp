@@ -9,9 +9,9 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype longestLine = 2000;  // UTF-16 units; the layout of a line takes time beyond proportion
-constexpr qsizetype lookBack = 64;       // units, for a good place to break a line
-constexpr qsizetype keptEnd = 1500;      // units at each end of a text to elide: wider than any field
+constexpr qsizetype longestLine = 2000;  // UTF-16 units; layout time grows faster than the length
+constexpr qsizetype lookBack = 64;       // units to search for a place to break
+constexpr qsizetype keptEnd = 1500;      // units kept at each end of an elided text: wider than any field
 
 void appendReadable(std::string& readable, std::string_view line) {
   for (;;) {
@@ -27,9 +27,8 @@ QString toQString(std::string_view utf8) {
   return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
 }
 
-/// Where to break `line`, which is longer than a line may be: behind a blank or between two characters, and
-/// if there is no such place nearby, as a character may have any number of marks, then anywhere but inside a
-/// pair of surrogates.
+/// Where to break a line that is too long: after a space, else between two grapheme clusters. A cluster may
+/// have any number of combining marks: if no boundary is near, anywhere but inside a surrogate pair.
 qsizetype breakIn(QStringView line) {
   const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
   QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window.constData(), window.size());

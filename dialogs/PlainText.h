@@ -6,30 +6,30 @@
 #include <string_view>
 #include <vector>
 
-// Text comes from outside and may hold anything. These make it safe to draw, and none of it is ever markup.
+// Make text of any origin safe to display. Qt never interprets the results as markup.
 
 namespace kestrune::dialogs {
 
-/// `utf8` for a text of many lines: lines end with a line feed whatever they ended with; tabs stay; other
-/// controls and what turns the writing direction are blanks.
+/// `utf8` as a text of several lines: all line ends become LF and tabs stay; other control characters and
+/// bidirectional controls become spaces.
 QString readableText(std::string_view utf8);
 
-/// `utf8` for a single line, in which line ends are blanks too.
+/// `utf8` as a single line: line ends become spaces too.
 QString readableLine(std::string_view utf8);
 
-/// `text` for a widget that takes an ampersand for the mark of a key.
+/// `text` with each "&" doubled, for a widget that takes "&" for a mnemonic.
 QString withoutMnemonics(QString text);
 
-/// `text` for a tool tip, which takes some texts for markup.
+/// `text` as escaped HTML, for a tool tip, which takes some texts for HTML.
 QString toolTipText(const QString& text);
 
-/// `text` if it fits in `width`, else with its middle left out. Fast for texts of any length.
+/// `text` if it fits in `width`, else elided in the middle. Fast for texts of any length.
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
-/// A text of which no line is too long to be laid out while somebody waits.
+/// A text whose lines are short enough to be laid out fast.
 struct BrokenText {
   QString text;
-  std::vector<int> continuations;  ///< numbers of the lines, from 0, that only continue the line before them
+  std::vector<int> continuations;  ///< numbers, from 0, of the lines that continue the line before
 };
 BrokenText withLongLinesBroken(const QString& text);
 

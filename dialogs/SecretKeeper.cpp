@@ -9,7 +9,7 @@ namespace {
 
 void tell(QAccessibleEvent* event);
 
-/// As the toolkit would without this.
+/// Handles the event as Qt does without an update handler.
 void pass(QAccessibleEvent* event) {
   QAccessible::installUpdateHandler(nullptr);
   QAccessible::updateAccessibility(event);
@@ -35,7 +35,7 @@ bool tellsOfText(const QAccessibleEvent& event) {
 
 void tell(QAccessibleEvent* event) {
   if (tellsOfText(*event)) {
-    // The toolkit's labels tell of texts that they cannot tell, and it complains of that on standard error.
+    // QLabel sends text events without a text interface, and Qt warns about that on standard error.
     QAccessibleInterface* const source = event->accessibleInterface();
     if (source == nullptr || source->textInterface() == nullptr) return;
   }

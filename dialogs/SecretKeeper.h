@@ -2,9 +2,8 @@
 
 namespace kestrune::dialogs {
 
-/// From now on no screen reader, and nobody else who listens on its bus, is told what is written into a
-/// secure field or deleted there. The toolkit keeps the text of such a field to itself, but tells every
-/// change of it.
+/// Masks the text in accessibility events of secure fields. Qt hides the text of such a field, but sends
+/// every insertion and deletion to all listeners on the accessibility bus.
 void keepSecretsFromScreenReaders();
 
 }  // namespace kestrune::dialogs

@@ -38,7 +38,7 @@ void Session::perform(const ShowAlert& request) {
     forget(id);
     tell(Answered{id, answer});
     if (alerts.empty()) return end(0);
-    // The keyboard goes back to where it came from, also where no window manager sees to it.
+    // Return the focus to the window below; not every session has a window manager that does it.
     alerts.back()->activateWindow();
   };
   alerts.push_back(window);
@@ -51,7 +51,7 @@ void Session::forget(int id) {
     alerts.pop_back();
     top->deleteLater();
     if (top->id == id) return;
-    // Beneath another window only a screen reader reaches a button; what stands on it goes with it.
+    // Only a screen reader can press a button of a covered alert. The alerts on top of it are closed too.
     tell(Answered{top->id, {}});
   }
 }
@@ -59,11 +59,11 @@ void Session::forget(int id) {
 void Session::perform(const Raise& request) {
   std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
   if (menu) windows.push_back(menu.get());
-  // The toolkit takes it from there, for the next window that is activated.
+  // Qt reads the variable when it activates the next window.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  // A Wayland client is not told that its window is minimised, nor that a token was refused. A window that is
-  // mapped again appears on the current workspace.
+  // A Wayland client does not learn that its window is minimised, or that a token was refused. A window that
+  // is mapped again appears on the current workspace.
   if (isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow()) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
@@ -96,7 +96,7 @@ void Session::refuse(const std::string& reason) {
 }
 
 void Session::end(int status) {
-  // Of several reasons to end, the first says how.
+  // The first reason to end decides the status.
   if (std::exchange(ended, true)) return;
   reader.stop();
   QCoreApplication::exit(status);

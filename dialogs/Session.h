@@ -12,12 +12,11 @@ namespace kestrune::dialogs {
 
 class AlertWindow;
 
-/// What the client asks for, as windows, and what becomes of them, as events. Ends the application's main
-/// loop: with 0 when the last window is answered or the client is gone, with 1 when it cannot do what it is
-/// asked for.
+/// Shows the client's requests as windows, and reports their answers as events. Ends the main loop: with
+/// status 0 when the last window is answered or the client has gone, with 1 when a request cannot be served.
 class Session {
  public:
-  /// Reads requests from `input` and writes events to `output`; both stay the caller's.
+  /// Reads requests from `input` and writes events to `output`. The caller owns both descriptors.
   Session(int input, int output);
   ~Session();
 
@@ -32,7 +31,7 @@ class Session {
   void forget(int id);
 
   const int output;
-  std::vector<AlertWindow*> alerts;  ///< each stands on the one before it, which owns it
+  std::vector<AlertWindow*> alerts;  ///< each is on top of the one before, which owns it
   std::unique_ptr<MenuWindow> menu;
   LineReader reader;
   bool ended = false;

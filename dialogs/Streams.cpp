@@ -11,7 +11,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr std::size_t pieceSize = 65536;  // what a pipe holds
+constexpr std::size_t pieceSize = 65536;  // bytes; the usual capacity of a pipe
 
 }  // namespace
 
@@ -22,8 +22,8 @@ LineReader::LineReader(int descriptor, std::function<void(const std::string&)> t
 }
 
 void LineReader::read() {
-  // Read once for each time that there is something, so that it cannot block, whatever mode the other end or
-  // a terminal needs the stream to be in.
+  // One read per event cannot block. So O_NONBLOCK is not set: it would also apply to the other processes
+  // that share this open file, such as a terminal.
   char piece[pieceSize];
   const ssize_t count = ::read(static_cast<int>(notifier.socket()), piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
@@ -47,7 +47,7 @@ bool writeLine(int descriptor, std::string line) {
     const ssize_t count = ::write(descriptor, rest.data(), rest.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0 && errno == EAGAIN) {
-      // The other end made it so; here nothing is left to do but to wait for room.
+      // Another process has set O_NONBLOCK on the shared open file: wait until it is writable.
       pollfd room{descriptor, POLLOUT, 0};
       poll(&room, 1, -1);
       continue;

@@ -6,14 +6,14 @@
 
 namespace kestrune::dialogs {
 
-/// The lines of a stream as they come in. Never blocks.
+/// Reads lines from a descriptor as they arrive. Never blocks.
 class LineReader {
  public:
-  /// `descriptor` stays the caller's. `onLine` is called with each line, without its end; `onEnd` once, when
-  /// the stream ends, which drops a line that was not finished, or when it cannot be read.
+  /// The caller owns `descriptor`. `onLine` gets each line without its line end. `onEnd` runs once, at end of
+  /// file or on a read error; an incomplete last line is dropped.
   LineReader(int descriptor, std::function<void(const std::string&)> onLine, std::function<void()> onEnd);
 
-  /// Nothing is called any more.
+  /// No callback runs after this.
   void stop() { notifier.setEnabled(false); }
 
  private:
@@ -25,7 +25,7 @@ class LineReader {
   std::string begun;
 };
 
-/// Writes a line at once, and its end. False when nobody takes it any more.
+/// Writes a line and a line end; blocks while the pipe is full. False on an error, such as EPIPE.
 bool writeLine(int descriptor, std::string line);
 
 }  // namespace kestrune::dialogs

@@ -12,8 +12,8 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr float placeholderShare = 0.5;  // of the text's colour
-constexpr int innerMargin = 2;           // what the toolkit's own drawing of a field leaves free at each side
+constexpr float placeholderShare = 0.5;  // alpha of the text colour
+constexpr int innerMargin = 2;           // pixels that QLineEdit leaves free on each side
 
 }  // namespace
 
@@ -28,7 +28,7 @@ TextField::TextField(const View& view, QWidget* parent) : QLineEdit(parent), poi
 }
 
 void TextField::dimPlaceholder() {
-  // The palette that the toolkit makes of KDE's settings has black ones, on a dark desktop too.
+  // Qt's palette from KDE's settings has a black PlaceholderText, also on a dark desktop.
   QPalette dimmed = palette();
   QColor color = dimmed.color(QPalette::Active, QPalette::Text);
   color.setAlphaF(placeholderShare);

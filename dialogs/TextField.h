@@ -6,9 +6,8 @@
 
 namespace kestrune::dialogs {
 
-/// A field for one line. While nobody writes in it, a text that does not fit is shown with its middle left
-/// out; the text itself stays whole, however long it is. A secure one shows, tells and copies nothing of what
-/// it holds.
+/// A field of one line. Without the focus, a text that does not fit is painted with its middle elided; the
+/// value stays whole. A secure field does not show its text, report it to screen readers or copy it.
 class TextField final : public QLineEdit {
  public:
   explicit TextField(const View& view, QWidget* parent = nullptr);
@@ -23,7 +22,7 @@ class TextField final : public QLineEdit {
  private:
   void dimPlaceholder();
 
-  double points;  ///< the stated width, 0 if there is none
+  double points;  ///< the stated width; 0 for none
 };
 
 }  // namespace kestrune::dialogs

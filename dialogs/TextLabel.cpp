@@ -14,7 +14,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr int widestNaturally = 500;   // points, of a label that states no width
+constexpr int widestNaturally = 500;   // points; the limit when the view states no width
 constexpr int unlimitedLines = 1000;   // more than any screen shows
 constexpr qsizetype longest = 20'000;  // UTF-16 units: more than a label ever shows
 
@@ -36,7 +36,7 @@ void TextLabel::takeFont() {
 QSize TextLabel::sizeHint() const {
   int width = pixels(view.width);
   if (width == 0) {
-    // Text of which not even a part can fit is not measured to its end.
+    // Do not measure more of the text than a label can show.
     const auto natural = fontMetrics().size(0, text().left(longest)).width() + 1;
     width = std::min(natural, pixels(widestNaturally));
   }
@@ -51,7 +51,7 @@ int TextLabel::heightForWidth(int width) const {
 }
 
 const TextLabel::Lines& TextLabel::linesFor(int width) const {
-  // Asked for many times while a layout is being found.
+  // A cache: a layout asks many times.
   if (std::exchange(widthOfLines, width) != width) lines = breakLines(width);
   return lines;
 }

@@ -7,8 +7,8 @@
 
 namespace kestrune::dialogs {
 
-/// The label of a view: what does not fit, in width or in lines, is left out and told by the tool tip. A
-/// label of the toolkit beneath, so that it is read as one; only how it is drawn is its own.
+/// The label of a view. A text that does not fit, in width or in lines, is elided, and the tool tip shows the
+/// whole. A QLabel, so that screen readers read it; only its painting differs.
 class TextLabel final : public QLabel {
  public:
   explicit TextLabel(const View& view, QWidget* parent = nullptr);
@@ -31,14 +31,14 @@ class TextLabel final : public QLabel {
   };
   struct Lines {
     std::vector<Line> all;
-    bool complete = true;  ///< nothing is left out
+    bool complete = true;  ///< nothing is elided
   };
   Lines breakLines(int width) const;
   const Lines& linesFor(int width) const;
   void takeFont();
 
   View view;                     ///< without its text
-  mutable int widthOfLines = 0;  ///< which the lines below are for; 0: none yet
+  mutable int widthOfLines = 0;  ///< width for which `lines` are valid; 0: none yet
   mutable Lines lines;
 };
 

@@ -12,7 +12,7 @@ struct Word {
   const char* chinese;
 };
 
-// Of the context menus of texts and fields.
+// In the context menus of texts and fields.
 constexpr std::array words{Word{"&Undo", "復原(&U)"},  Word{"&Redo", "重做(&R)"},
                            Word{"Cu&t", "剪下(&T)"},   Word{"&Copy", "複製(&C)"},
                            Word{"&Paste", "貼上(&P)"}, Word{"Delete", "刪除"},

@@ -4,7 +4,7 @@
 
 namespace kestrune::dialogs {
 
-/// The few words that the toolkit itself shows here, in the language of everything else.
+/// Traditional Chinese for the few words that Qt itself shows here.
 class ToolkitWords final : public QTranslator {
  public:
   using QTranslator::QTranslator;

@@ -17,9 +17,9 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr double largeButton = 30;      // points
-constexpr double smallestScroll = 120;  // points: less of a long form is no use
+constexpr double smallestScroll = 120;  // points; a lower form would be hard to use
 
-/// Scrolls what is taller than it, in the vertical only, and takes less room than it asks for if need be.
+/// A vertical scroll area that may be smaller than its size hint.
 class ScrollView final : public QScrollArea {
  public:
   explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {
@@ -36,7 +36,7 @@ class ScrollView final : public QScrollArea {
   QSize sizeHint() const override {
     QSize size = widget() != nullptr ? widget()->sizeHint() : QSize(0, 0);
     if (wanted.height() > 0) size.setHeight(wanted.height());
-    // A scroll bar wider than the room left for it would cut off the end of every line.
+    // Add the scroll bar's width, or it would cover the end of every line.
     size.setWidth(std::max(wanted.width(), size.width() + verticalScrollBar()->sizeHint().width()));
     return size;
   }
@@ -108,7 +108,7 @@ class Builder {
     for (const auto& child : view.children) {
       QWidget* const widget = build(child);
       labelAbove = child.kind == ViewKind::label ? readableLine(child.text) : QString();
-      // In an aligned cell a widget would keep to its hint, and content that scrolls could not give way.
+      // In an aligned cell, a widget keeps its size hint, so a scrolling one could not shrink.
       layout->addWidget(widget, 0, scrolls(child) ? Qt::Alignment() : alignment);
     }
     layout->addStretch();
@@ -122,7 +122,7 @@ class Builder {
       QWidget* const content = build(view.children.front());
       content->setAutoFillBackground(false);
       made->setWidget(content);
-      // Taking it over has made it opaque.
+      // setWidget has made it opaque.
       content->setAutoFillBackground(false);
     }
     built.canShrink = true;
@@ -157,7 +157,7 @@ class Builder {
             pixels(view.insets.bottom)};
   }
 
-  /// Never smaller than what it holds, which a picture of a fixed size or a large font can make larger.
+  /// Fixes the size, but not below the minimum of the content: a picture or a large font may need more.
   static void fixSize(QWidget& widget, double width, double height) {
     const QSize least = widget.minimumSizeHint();
     if (width > 0) widget.setFixedWidth(std::max(pixels(width), least.width()));
@@ -165,7 +165,7 @@ class Builder {
   }
 
   const std::function<void(const std::string&)>& pressed;
-  QString labelAbove;  ///< the label next above in the same stack, after which a field is called
+  QString labelAbove;  ///< the label just above in the stack; the accessible name of a field
 };
 
 }  // namespace

@@ -11,15 +11,15 @@ class QWidget;
 
 namespace kestrune::dialogs {
 
-/// A view as widgets.
+/// The widgets of a view.
 struct BuiltView {
-  QWidget* widget = nullptr;                   ///< without a parent: the caller takes it over
-  std::map<std::string, QLineEdit*> fields{};  ///< by their identifiers; they live as long as the widget
+  QWidget* widget = nullptr;                   ///< without a parent; the caller takes ownership
+  std::map<std::string, QLineEdit*> fields{};  ///< by identifier; owned by `widget`
   QLineEdit* firstField = nullptr;
-  bool canShrink = false;  ///< its height may be less than what it asks for, because its content scrolls
+  bool canShrink = false;  ///< may be lower than its size hint, because its content scrolls
 };
 
-/// `pressed` is called with the action of a button in the view whenever it is pressed.
+/// Calls `pressed` with the action of a button in the view each time that it is pressed.
 BuiltView buildView(const View& view, const std::function<void(const std::string& action)>& pressed);
 
 }  // namespace kestrune::dialogs

@@ -28,10 +28,9 @@ constexpr auto usage =
     "  --help     show this and exit\n"
     "  --version  show the version and exit\n";
 
-/// What the user types here must not lie in a file after a crash. A limit of one byte also keeps the system
-/// from handing the memory to a crash reporter, which a limit of nothing would not. To make the process one
-/// that cannot be dumped or traced at all would cost more: desktop portals refuse such a process, and with
-/// them goes what the desktop says of its colours.
+/// A core dump would contain what the user types. RLIMIT_CORE = 1 also keeps the kernel from piping the dump
+/// to a crash reporter, which 0 does not. PR_SET_DUMPABLE would be stricter, but desktop portals refuse such
+/// a process, and the desktop's colour preference would be lost.
 void forbidCoreDumps() {
   rlimit limit{};
   if (getrlimit(RLIMIT_CORE, &limit) != 0 || limit.rlim_max == 0) return;
@@ -39,8 +38,8 @@ void forbidCoreDumps() {
   setrlimit(RLIMIT_CORE, &limit);
 }
 
-/// The bus library starts a bus of its own where there is none, which would outlive the window and hold it
-/// up.
+/// Disables the autolaunch of libdbus: without a session bus, it starts one that delays and outlives the
+/// window.
 void startNoBus() {
   if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return;
   const char* const folder = std::getenv("XDG_RUNTIME_DIR");
@@ -50,16 +49,16 @@ void startNoBus() {
 }
 
 QIcon programIcon() {
-  // Beside the program in a build or a backend's own folder, and in the prefix that it was installed to.
+  // Beside the program (build, or folder of the backend), else in the install prefix.
   const QString folder = QCoreApplication::applicationDirPath();
   for (const auto& resources :
        {folder + QStringLiteral("/resources"), folder + QStringLiteral("/../share/kestrune-menu-client")}) {
-    // A reader complains of a file that is not there.
+    // QImageReader warns about a missing file.
     if (!QFileInfo(resources).isDir()) continue;
     QIcon icon;
     for (const int side : {16, 24, 32, 48, 64}) {
       QImageReader reader(resources + QStringLiteral("/codex-menubar-%1.png").arg(side), "png");
-      // Asked to find the format itself, it would load the plugins of all others.
+      // Detecting the format would load all image plugins.
       reader.setAutoDetectImageFormat(false);
       if (const QImage image = reader.read(); !image.isNull()) icon.addPixmap(QPixmap::fromImage(image));
     }
@@ -86,9 +85,9 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // A session that is saved must not start it again at the next login: nobody would be there to talk to.
+  // Without XSMP, a saved session does not restart this program at login, where no client would talk to it.
   unsetenv("SESSION_MANAGER");
-  // That of the client's own start, used up long ago.
+  // The token of the client's own start, already used.
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);

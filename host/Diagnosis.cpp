@@ -31,10 +31,10 @@ constexpr auto absent = "none";
 constexpr auto powerManagement = "org.freedesktop.PowerManagement";
 constexpr auto loginManager = "org.freedesktop.login1";
 
-/// Whom the client asks to keep the machine awake, besides the login manager.
+/// The services that the client asks to keep the machine awake, besides logind.
 constexpr std::array keepers{sessionManager, "org.freedesktop.ScreenSaver", powerManagement};
 
-/// What the client runs.
+/// The programs that the client runs.
 constexpr std::array programs{"bash", "curl", "lsof", "pgrep", "systemctl", "xdg-open", "gio"};
 
 std::string firstLine(const fs::path& file) {
@@ -76,7 +76,7 @@ std::vector<std::string> textsIn(sd_bus_message* reply, const char* container, c
   return texts;
 }
 
-/// Everything that is asked, and what was answered.
+/// The D-Bus questions of the report, and their answers.
 class SessionInquiry {
  public:
   SessionInquiry(EventLoop& givenLoop, SessionBus& givenSessionBus, SystemBus& givenSystemBus)
@@ -193,7 +193,7 @@ class SessionInquiry {
                 });
   }
 
-  /// It does not say who.
+  /// HasInhibit does not tell which program inhibits.
   void askForPowerManagement() {
     session.ask({powerManagement, "/org/freedesktop/PowerManagement/Inhibit",
                  "org.freedesktop.PowerManagement.Inhibit", "HasInhibit"},
@@ -225,7 +225,7 @@ std::string environmentLines(const MainBundle& bundle) {
   return text;
 }
 
-/// What a program says first.
+/// The first line of a program's output, or why it could not be started.
 std::string firstWordsOf(Processes& processes, const std::string& program,
                          const std::vector<std::string>& arguments) {
   const auto launched = processes.launch(program, arguments);
@@ -250,7 +250,7 @@ std::string programLines(const MainBundle& bundle, Processes& processes) {
   return text;
 }
 
-/// Whether the windows can show what they say: for each kind of text, a font that has it.
+/// For each kind of text in the windows, an installed font that has it.
 std::string fontLines(const MainBundle& bundle, Processes& processes) {
   struct Kind {
     const char* name;
@@ -266,7 +266,7 @@ std::string fontLines(const MainBundle& bundle, Processes& processes) {
   for (const Kind& kind : kinds) {
     std::string font = "unknown without fc-list";
     if (lister) {
-      // Its warnings would come without the sign.
+      // The "=" tells a family name from a warning of fc-list.
       const std::string said = firstWordsOf(processes, *lister, {"--format==%{family[0]}\n", kind.pattern});
       font = said.starts_with('=') ? said.substr(1) : std::string("none; try ") + kind.package;
     }
@@ -314,7 +314,7 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
       "Windows: " + (hasWindows ? versionOf(processes, windows) : windows + " is missing") +
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) + inquiry.lines() +
       "Programs:\n" + programLines(bundle, processes);
-  // What others say of themselves is for a person to read, and nothing else.
+  // The answers of other processes may contain control characters.
   std::string plain, line;
   for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";
   return plain;

@@ -10,12 +10,12 @@
 
 namespace kestrune {
 
-/// The client that runs, as far as it answers: its process, its face, its command line and its state.
+/// The running client, as far as it answers: its PID, face, command line and state.
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous);
 
-/// What a report of a fault needs to know of this session: lines for a person, without secrets. Looks and
-/// asks, and starts no service; waits for 2 s at most for those who do not answer. `windows` is the program
-/// that shows them. Neither bus is connected yet. Main thread.
+/// Describes this session for a fault report, in lines to read, without secrets. Starts no service; waits for
+/// answers at most 2 s. `windows` is the path of KestruneMenuDialogs. Call it before either bus is connected.
+/// Main thread.
 std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus,
                             const MainBundle& bundle, Processes& processes, const std::string& windows);
 

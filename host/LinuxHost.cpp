@@ -46,22 +46,22 @@ namespace kestrune {
 namespace {
 
 constexpr auto folderName = "/kestrune-menu-client";
-/// The logo in the size that notifications show, and its name where only the desktop has it.
+/// The icon file of notifications, and the name in the icon theme when that file is missing.
 constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
-constexpr int descriptorsNeeded = 32;                    // twice as many as it keeps open of its own
+constexpr int descriptorsNeeded = 32;                    // twice as many as the client keeps open
 constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
 
-/// Has the C library describe errors in the user's language. Numbers, characters and order stay those of "C".
+/// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
 void followMessageLanguage() {
   setlocale(LC_MESSAGES, "");
-  // Converted to the characters of "C", Chinese would become question marks.
+  // Without this, glibc converts to the ASCII of "C": Chinese becomes question marks.
   bind_textdomain_codeset("libc", "UTF-8");
-  // The first message opens the catalogue, which a process that has run out of descriptors cannot.
+  // The first message opens the catalogue, which would fail with EMFILE later.
   static_cast<void>(std::strerror(ENOENT));
 }
 
-/// One that starts with too few could be deaf and mute, and nobody would know.
+/// Exits when too few descriptors are free: the client could neither work nor say why.
 void requireDescriptors() {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i < descriptorsNeeded; ++i) {
@@ -72,7 +72,7 @@ void requireDescriptors() {
   }
 }
 
-/// The client that has started this one to replace it; 0 without one.
+/// The PID of the client that started this one as its replacement; 0 without one.
 pid_t takePredecessor() {
   const char* const process = std::getenv(relaunchVariable);
   const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
@@ -80,14 +80,14 @@ pid_t takePredecessor() {
   return predecessor;
 }
 
-/// Whether the service manager has started this very process. It takes the end of it for that of the service,
-/// and ends whatever is left, a new instance with it.
+/// Whether systemd started this process as the main process of a service. When that process ends, systemd
+/// kills all processes of the service, a new instance included.
 bool isMainProcessOfService(const MainBundle& environment) {
   return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
 }
 
-/// What the desktop gives to a program that it starts, so that its window may come to the front. Not for the
-/// programs that this one starts.
+/// The token by which the desktop lets the window of a started program take the focus. Removed from the
+/// environment, so that no child inherits it.
 std::string takeActivationToken() {
   std::string token;
   for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
@@ -122,7 +122,7 @@ class LinuxHost final : public Host {
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {
-    // The process will hold secrets of the user's, which a core dump would leave on the disk.
+    // No core dump: the memory of this process holds the user's secrets.
     prctl(PR_SET_DUMPABLE, 0);
     if (claim.kind == Claim::Kind::replace) loop.reapInherited();
     if (options.face == Face::terminal) {
@@ -189,7 +189,7 @@ class LinuxHost final : public Host {
   }
 
   void endWithOutput() override {
-    // Of a pipe or a socket that nobody reads, no event but this is reported.
+    // With `events = 0`, epoll still reports EPOLLERR and EPOLLHUP: the reader has gone.
     outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
   }
 
@@ -210,7 +210,7 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// For a later start, which ends.
+  /// Shows the menu for a later start, which then exits.
   void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();

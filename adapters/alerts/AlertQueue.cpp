@@ -8,7 +8,7 @@ namespace kestrune {
 void AlertQueue::present(AlertRequest request) {
   const bool isNew = !isThere(request.identifier);
   const bool comesOnTop = isNew && performing;
-  // The window that it waits for may be minimised, or on another workspace.
+  // The open window may be minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
   queue.async([this] { showNext(); });
@@ -53,7 +53,7 @@ void AlertQueue::answer(int id, AlertAnswer answer) {
   goOn();
 }
 
-/// Not before what was pressed or answered has had its own alerts shown.
+/// Queued, so that alerts which the action or the completion asks for are shown first.
 void AlertQueue::goOn() {
   queue.async([this, before = lastId] {
     showNext();

@@ -9,8 +9,8 @@
 
 namespace kestrune {
 
-/// The order of alerts: one at a time, those that a button inside an alert asks for on top of it. A face
-/// derives from this: it shows an alert when it is told to, and says how it ended. Main thread.
+/// Queues alerts and shows one at a time. An alert that a button inside an open one asks for is shown on top
+/// of it. A face derives from this: it shows an alert when told to, and says how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.
@@ -20,7 +20,7 @@ class AlertQueue : public Alerts {
 
  protected:
   struct Open {
-    int id;  ///< greater than 0, and never used twice
+    int id;  ///< greater than 0, never reused
     AlertRequest request;
     Alert alert;
   };
@@ -28,26 +28,25 @@ class AlertQueue : public Alerts {
   /// Shows `shown`, the last of `open`, on top of the others. May answer it before it returns.
   virtual void show(const Open& shown) = 0;
 
-  /// Brings the open alerts to the front: the user has asked for one that is among them or has to wait for
-  /// them.
+  /// Brings the open alerts to the front: the user asked for one of them, or for one that waits behind them.
   virtual void raise() = 0;
 
-  /// What was pressed or answered has led to no other alert: the last of `open` has the user's attention
-  /// again, or, when none is open, the menu.
+  /// Called when a press or an answer opened no other alert: the last of `open` is in use again, or the menu
+  /// when none is open.
   virtual void resume() {}
 
-  /// A button inside the alert `id` was pressed. Ignored if the alert is not open.
+  /// A button in the view of the alert `id` was pressed. Ignored when the alert is not open.
   void press(int id, const std::string& action);
 
-  /// The alert `id` has ended. Calls its completion. Ignored if the alert is not open; a button that the
-  /// alert does not have counts as none.
+  /// The alert `id` has ended; calls its completion. Ignored when the alert is not open. A button number that
+  /// it does not have counts as none.
   void answer(int id, AlertAnswer answer);
 
-  /// Forgets the open alerts and those that wait. Calls no completion.
+  /// Drops the open and the waiting alerts without calling their completions.
   void forget();
 
   DispatchQueue& queue;
-  std::vector<Open> open;  ///< each on top of the one before
+  std::vector<Open> open;  ///< each is on top of the one before
 
  private:
   bool isThere(const std::string& identifier) const;
@@ -56,8 +55,8 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  std::deque<AlertRequest> stacking;  ///< asked for by a button inside an open alert; the next to be shown
-  bool performing = false;            ///< a button inside an open alert is doing what it does
+  std::deque<AlertRequest> stacking;  ///< asked for by a button inside an open alert; shown next
+  bool performing = false;            ///< the action of such a button is running
   int lastId = 0;
 };
 

@@ -11,8 +11,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::uint64_t answerTime = 250'000;  // microseconds that the main thread waits at most
-constexpr Seconds pause{60.0};  // after a silence, and after an answer that this is not offered
+constexpr std::uint64_t answerTime = 250'000;  // microseconds; the longest wait of the main thread
+constexpr Seconds pause{60.0};                 // after a timeout, and after an error that means "not offered"
 constexpr std::size_t unansweredLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
@@ -46,13 +46,13 @@ InhibitorService::~InhibitorService() {
 InhibitorService::Presence InhibitorService::presence() const {
   if (bus == nullptr) return Presence::absent;
   if (!owner.isKnown()) return Presence::unknown;
-  // One that does not offer this may only have been busy with its start.
+  // After the pause, ask a service again: it may have been starting when it did not offer the method.
   const bool isPassedOver = clock.continuousTime() < passedOverUntil;
   return owner.owner().empty() || isPassedOver ? Presence::absent : Presence::there;
 }
 
 bool InhibitorService::mayBeAsked() const {
-  // A synchronous call would wait for a connection that is not up yet, however long that takes.
+  // Until the connection is authenticated, sd_bus_call waits for that, without a time limit.
   return presence() == Presence::there && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
 }
 
@@ -94,7 +94,7 @@ void InhibitorService::inhibitLater(std::uint32_t holder, const std::string& rea
   if (!call) return;
   requests.push_back({this, holder, owner.owner(), protocol.paths[path], nullptr});
   sd_bus_slot* slot = nullptr;
-  // Without a limit of time: what is granted late is still wanted, or has to be given back.
+  // No timeout: a late grant is still wanted, or must be given back.
   if (sd_bus_call_async(bus, &slot, call.get(), &answered, &requests.back(), UINT64_MAX) >= 0) {
     requests.back().slot.reset(slot);
   } else {
@@ -127,8 +127,8 @@ void InhibitorService::busLost() {
   requests.clear();
   unanswered.clear();
   lateAnswers.reset();
-  // The services of that bus have dropped what this connection held. A descriptor may well be in force still:
-  // it is kept until there is another one in its place.
+  // The services drop the cookies of a lost connection. A logind descriptor may still be in force: keep it
+  // until another grant replaces it.
   for (auto& [holder, grant] : grants) grant.owner.clear();
   bus = nullptr;
   onChange();
@@ -140,7 +140,7 @@ void InhibitorService::ownerChanged() {
   onChange();
 }
 
-/// Calls the owner and not the name: a cookie means something only to who gave it, and nothing is started.
+/// Calls the unique name: only the process that issued a cookie knows it, and no service is started.
 BusMessage InhibitorService::newCall(const std::string& destination, const char* objectPath,
                                      const char* member) const {
   sd_bus_message* call = nullptr;
@@ -166,7 +166,7 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(sd_bus_messag
   }
   int descriptor = -1;
   if (sd_bus_message_read(reply, "h", &descriptor) <= 0) return std::nullopt;
-  // The one in the message goes with the message.
+  // The message owns the descriptor that it carries (SCM_RIGHTS) and closes it.
   grant.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   if (!grant.descriptor) return std::nullopt;
   return grant;
@@ -185,7 +185,7 @@ void InhibitorService::giveBack(const Grant& grant) const {
   sd_bus_send(bus, call.get(), nullptr);
 }
 
-/// Goes on to the next path, and after the last one takes the service for absent for a while.
+/// Switches to the next object path; after the last one, the service counts as absent for `pause`.
 void InhibitorService::goPast(const std::string& asked, const char* objectPath) {
   if (asked != owner.owner() || objectPath != protocol.paths[path]) return;
   if (++path < protocol.paths.size()) return;
@@ -193,7 +193,7 @@ void InhibitorService::goPast(const std::string& asked, const char* objectPath) 
   passedOverUntil = clock.continuousTime() + pause;
 }
 
-/// What is granted after all must not stay with a caller who was told that it was not.
+/// Gives back a grant that arrives after the timeout: the caller was told that it was refused.
 void InhibitorService::expectLateAnswer(sd_bus_message* call) {
   if (!lateAnswers) {
     sd_bus_slot* slot = nullptr;

@@ -16,35 +16,35 @@
 
 namespace kestrune {
 
-/// How a service is asked not to take the user for idle.
+/// The D-Bus methods by which a service grants an idle inhibitor and takes it back.
 struct InhibitorProtocol {
-  const char* name;       ///< the service's name on its bus
-  const char* interface;  ///< that has a method "Inhibit"
-  /// Where the object may be: desktops differ. The later ones are tried when the earlier ones are not there.
+  const char* name;       ///< bus name of the service
+  const char* interface;  ///< with the method "Inhibit"
+  /// Possible object paths, because desktops differ. They are tried in order.
   std::vector<const char*> paths;
-  /// The method that takes the cookie back. Null for a service that answers with a descriptor: that is given
-  /// back by closing it.
+  /// The method that releases a cookie. Null for a service that returns a descriptor: closing it releases the
+  /// inhibitor.
   const char* giveBackMethod;
   int (*appendArguments)(sd_bus_message* call, const char* reason);
 };
 
-/// One service that can keep the display, or the machine, awake, and what it was asked for. Never starts the
-/// service, and gives everything back when it is destroyed. Main thread.
+/// One service that grants idle inhibitors, and the inhibitors that it has granted. Never starts the service.
+/// The destructor gives everything back. Main thread.
 class InhibitorService final : public BusClient {
  public:
   enum class Presence {
-    unknown,  ///< the bus has not said so far
-    absent,   ///< no bus, nobody there, or somebody who, asked within the last minute, did not offer this
+    unknown,  ///< the bus has not answered yet
+    absent,   ///< no bus, no such service, or one that lacked the method within the last minute
     there,
   };
   enum class Answer {
     granted,
-    refused,  ///< by an error, by no answer in time, or not even asked because of such a silence
-    absent,   ///< the service turned out not to offer this
+    refused,  ///< by an error or a timeout, or not asked because of a timeout within the last minute
+    absent,   ///< the service lacks the method
   };
 
-  /// `connection` and `clock` outlive this. `onChange` runs when the service came or went, and when something
-  /// that was asked for later was granted.
+  /// `connection` and `clock` outlive this. `onChange` runs when the service appears or vanishes, and when a
+  /// request of `inhibitLater` is granted.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol,
                    std::function<void()> onChange);
   ~InhibitorService() override;
@@ -53,15 +53,15 @@ class InhibitorService final : public BusClient {
 
   Presence presence() const;
 
-  /// Asks on behalf of `holder`, a number of the caller's own and not 0, and waits for the answer: 250 ms at
-  /// most, and not at all for a minute after a silence.
+  /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
+  /// 250 ms at most; after a timeout, refuses for a minute without asking.
   Answer inhibit(std::uint32_t holder, const std::string& reason);
-  /// Asks without waiting. Does nothing while the service is being asked for `holder`, or in the minute after
-  /// a silence.
+  /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
+  /// minute after a timeout.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
-  /// Gives back what `holder` has, or what is granted to it later on. Does nothing if that is nothing.
+  /// Gives back the inhibitor of `holder`, if any, and one that a pending request brings later.
   void giveBack(std::uint32_t holder);
-  /// Whether what was granted to `holder` is in force, as far as is known: the service still runs.
+  /// Whether the inhibitor of `holder` is in force, as far as known: the process that granted it still runs.
   bool holds(std::uint32_t holder) const;
 
   void busConnected(sd_bus* bus) override;
@@ -69,23 +69,23 @@ class InhibitorService final : public BusClient {
 
  private:
   struct Grant {
-    std::string owner;  ///< who granted it; empty after the loss of that bus
+    std::string owner;  ///< unique name of the service; empty after the bus was lost
     const char* path = nullptr;
     std::uint32_t cookie = 0;
     FileDescriptor descriptor;
   };
-  /// A question that nobody waits for.
+  /// A pending request of `inhibitLater`.
   struct Request {
     InhibitorService* service;
-    std::uint32_t holder;  ///< 0 if what it asks for is not wanted any more
-    std::string owner;     ///< who was asked
+    std::uint32_t holder;  ///< 0 when the inhibitor is no longer wanted
+    std::string owner;     ///< unique name that was called
     const char* path;
     BusSlot slot;
   };
-  /// A question that was waited for in vain.
+  /// A request of `inhibit` that timed out.
   struct Unanswered {
-    std::uint64_t serial;  ///< of the call
-    std::string owner;     ///< who was asked
+    std::uint64_t serial;  ///< of the method call
+    std::string owner;     ///< unique name that was called
     const char* path;
   };
 
@@ -108,9 +108,9 @@ class InhibitorService final : public BusClient {
   NameOwner owner;
 
   sd_bus* bus = nullptr;
-  std::size_t path = 0;                   ///< the one of the protocol's paths that is asked
-  Seconds passedOverUntil;                ///< by the continuous clock
-  Seconds silentUntil;                    ///< by the continuous clock
+  std::size_t path = 0;                   ///< index of the path in use, in the protocol's paths
+  Seconds passedOverUntil;                ///< on Clock::continuousTime
+  Seconds silentUntil;                    ///< on Clock::continuousTime
   std::map<std::uint32_t, Grant> grants;  ///< by holder
   std::list<Request> requests;
   std::deque<Unanswered> unanswered;

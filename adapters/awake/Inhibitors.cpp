@@ -66,7 +66,7 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
       login(systemBus, clock, logind, [this] { settle(); }) {}
 
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
-  // 0 means none, and after so many the first ones may still be held.
+  // 0 means none, and after an overflow an identifier may still be in use.
   do ++lastIdentifier;
   while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
   const std::uint32_t identifier = lastIdentifier;
@@ -95,7 +95,7 @@ void Inhibitors::release(std::uint32_t identifier) {
   settle();
 }
 
-/// Who has to grant an assertion of this type, as the machine is now. Nothing while that is not known.
+/// The services that must grant an assertion of this type now; absent while it is unknown whether one runs.
 std::optional<Inhibitors::Services> Inhibitors::servicesFor(PowerAssertionType type) {
   Services found;
   bool known = true;
@@ -121,7 +121,7 @@ std::optional<Inhibitors::Services> Inhibitors::servicesFor(PowerAssertionType t
 
 bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
   for (;;) {
-    // Looked up each time: a service that turns out not to offer this leaves its part to others.
+    // Look up again each time: when a service turns out not to offer the method, others take its place.
     const auto services = servicesFor(assertion.type);
     if (!services || services->empty()) return false;
     const auto next =
@@ -136,7 +136,7 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// Makes up for what has changed around the assertions that are held.
+/// Adapts the held assertions to services that appeared or vanished.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
@@ -148,7 +148,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Only now that the others have it: in between, the machine would be free to sleep.
+    // Give back last: otherwise nothing would keep the machine awake in between.
     for (auto* const service : all) {
       const bool needed = std::find(services->begin(), services->end(), service) != services->end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

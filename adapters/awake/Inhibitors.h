@@ -11,21 +11,19 @@
 
 namespace kestrune {
 
-/// Power assertions as requests not to take the user for idle; a suspend that the user asks for is never
-/// refused.
+/// Power assertions as idle inhibitors over D-Bus. A suspend that the user asks for is never blocked.
 ///
-/// The display is kept on by the session manager, if it is one of GNOME's kind, or else by all that there is
-/// of the screen-saver and the power-management service; on a machine that has none of them, by logind. The
-/// system is kept awake by logind, and by the power-management service if there is one: where there is, it is
-/// what puts the machine to sleep. An assertion is held only if all of these have granted it. A service that
-/// starts again, or appears later, is asked then, without anybody waiting for it; if it refuses, the
-/// assertion is lost.
+/// For the display, these services are asked: the GNOME session manager; without it, the screen-saver and the
+/// power-management service, as far as they exist; without these, logind. For the system: logind, and the
+/// power-management service if there is one, because that one suspends such machines. An assertion is held
+/// only if all of these have granted it. A service that starts later or again is asked without blocking; if
+/// it refuses, the assertion is lost.
 ///
-/// `create` waits for at most 250 ms for a service; one that has not answered by then is left alone for a
-/// minute, as long as it does not start again. It never waits for a bus that is not up.
+/// `create` waits for a service for at most 250 ms, and then does not ask it for a minute unless it starts
+/// again. It never waits for a bus that is not connected.
 class Inhibitors final : public PowerAssertions {
  public:
-  /// What is given outlives this. What is held is given back when this is destroyed.
+  /// The arguments outlive this. The destructor gives back all inhibitors.
   Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock);
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;

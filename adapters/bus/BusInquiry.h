@@ -8,30 +8,30 @@
 
 namespace kestrune {
 
-/// Puts questions to the programs on a bus, and waits for all answers together. Never starts a program.
-/// Main thread.
+/// Calls methods of several programs on a bus, and tells when all have answered. Never starts a program
+/// (auto-start is off). Main thread.
 class BusInquiry final : public BusClient {
  public:
   struct Question {
     std::string destination, path, interface, method;
-    std::vector<std::string> arguments{};  ///< all of them texts
+    std::vector<std::string> arguments{};  ///< D-Bus type s
   };
   enum class Outcome {
     answered,
-    refused,      ///< with an error
-    nobodyThere,  ///< the bus says that nobody has that name
-    unanswered,   ///< not in time, or not before whoever was asked was gone
+    refused,      ///< by a D-Bus error
+    nobodyThere,  ///< NameHasNoOwner or ServiceUnknown
+    unanswered,   ///< timeout, or the destination left the bus
   };
-  /// `reply` is the answer, from which the values are to be read; null unless the outcome is `answered`.
+  /// `reply` holds the values; null unless the outcome is `answered`.
   using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;
 
   /// `connection` outlives this.
   explicit BusInquiry(BusConnection& connection);
   ~BusInquiry() override;
 
-  /// `answer` may ask more. When the bus is lost it may be called, as unanswered, or not at all.
+  /// `answer` may call `ask`. When the bus is lost, it is called with `unanswered` or not at all.
   void ask(const Question& question, Answer answer);
-  /// Whether the bus itself has answered.
+  /// Whether any reply has come, also an error from the bus daemon.
   bool isAnswered() const { return answered; }
   bool isConnected() const { return bus != nullptr; }
   bool isDone() const { return bus == nullptr || pending == 0; }

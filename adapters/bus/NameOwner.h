@@ -7,11 +7,11 @@
 
 namespace kestrune {
 
-/// Follows who has a name on a bus. Asks without ever starting a service, and waits for nothing. Main thread.
+/// Tracks the owner of a bus name (NameOwnerChanged). Never starts a service and never blocks. Main thread.
 class NameOwner {
  public:
-  /// `onChange` runs when the owner becomes known and after each change, with the owner before: empty if
-  /// there was none, or it was not known. It does not run when the bus is lost.
+  /// `onChange` runs when the owner becomes known and after each change. `before` is the previous owner:
+  /// empty if there was none or it was unknown. It does not run when the bus is lost.
   NameOwner(std::string name, std::function<void(const std::string& before)> onChange);
   NameOwner(const NameOwner&) = delete;
   NameOwner& operator=(const NameOwner&) = delete;
@@ -19,10 +19,10 @@ class NameOwner {
   void busConnected(sd_bus* bus);
   void busLost();
 
-  /// Whether the bus has said who has the name, if anybody.
+  /// Whether the bus has answered: the name has an owner or has none.
   bool isKnown() const { return known; }
 
-  /// The unique name of the owner on this bus; empty when there is none, or it is not known.
+  /// The unique name of the owner; empty when there is none or it is unknown.
   const std::string& owner() const { return current; }
 
  private:

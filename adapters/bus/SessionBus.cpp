@@ -67,7 +67,7 @@ void BusConnection::tryToConnect() {
     return;
   }
   disconnection.reset(slot);
-  // A socket that takes connections is not yet a bus: only one that answers is tried again without delay.
+  // A listening socket may not be a working bus. Reset the delay only when the bus has answered.
   if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
     firstAnswer.reset(slot);
   }
@@ -80,7 +80,7 @@ void BusConnection::disconnect() {
   disconnection.reset();
   firstAnswer.reset();
   sd_bus_detach_event(bus);
-  // Not flushed: that would wait for a bus that has stopped.
+  // Close without a flush, which would block on a stopped bus.
   bus = sd_bus_close_unref(bus);
 }
 

@@ -10,50 +10,49 @@
 
 namespace kestrune {
 
-/// The bus itself, as one that can be asked on every bus. Its interface has the name, too.
+/// The message bus daemon, which answers on every bus. Its name is also the name of its interface.
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
-/// Something registered on a bus connection: an object, a match, or a call that waits for its answer.
-/// Cancelled when this goes.
+/// A slot of a bus connection: an exported object, a match rule or a pending call. Its destructor cancels it.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotDeleter>;
 
 struct BusMessageDeleter {
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
-/// A reference to a message; null when it could not be made.
+/// A reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// For a request to be told of signals: a bus that refuses it leaves its asker without them. Without a
-/// handler, a refusal would end the connection, which others use too, and which would be made anew for ever.
+/// A reply handler for sd_bus_add_match_async that ignores a refused AddMatch: the signals are then missing.
+/// Without a handler, sd-bus closes the connection, and we would reconnect and be refused again.
 int ignoreAnswer(sd_bus_message* reply, void* data, sd_bus_error* error);
 
-/// Whether the bus itself says this. A match does not tell: it is asked only of what goes to everybody, so
-/// that anybody may send this connection any signal under its unique name.
+/// Whether the sender is the bus daemon. Match rules filter broadcasts only: any process may send this
+/// connection a unicast signal.
 bool isFromBus(sd_bus_message* signal);
 
-/// Whether a signal went to everybody, and so, unlike one to this connection alone, only to whom the bus
-/// found a match for, with the sender that it names.
+/// Whether the signal is a broadcast. The bus delivers a broadcast only if it matches one of our rules,
+/// sender included; a unicast signal arrives in any case.
 bool isForEverybody(sd_bus_message* signal);
 
-/// What uses the bus, and starts over with each connection.
+/// A user of a bus connection, which registers again on each new connection.
 class BusClient {
  public:
   virtual ~BusClient() = default;
 
-  /// There is a connection. What is sent on it waits until the bus has answered; nothing blocks.
+  /// A connection is open. sd-bus queues messages until the bus has authenticated it; nothing blocks.
   virtual void busConnected(sd_bus* bus) = 0;
 
-  /// The connection is gone, and every slot on it is to be let go before this returns.
+  /// The connection is lost. Release every slot on it before returning.
   virtual void busLost() = 0;
 };
 
 enum class BusKind { session, system };
 
-/// The connection to a message bus. Connects anew when the bus goes and comes back. Main thread.
+/// The connection to a message bus. Reconnects when the bus comes back. Main thread.
 class BusConnection {
  public:
   BusConnection(EventLoop& loop, BusKind kind);
@@ -61,13 +60,13 @@ class BusConnection {
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Tells `client` of the connection: at once if there is one, and of each later one. It outlives the bus or
-  /// is removed.
+  /// Calls `client` for the connection, at once if there is one, and for each later connection. `client`
+  /// outlives this or is removed.
   void add(BusClient& client);
   void remove(BusClient& client);
 
-  /// Tries to connect, now and whenever the bus is lost. Without a bus it says so on standard error, and goes
-  /// on trying now and then.
+  /// Connects now, and again whenever the bus is lost. Without a bus, reports that on standard error once and
+  /// retries after 0.1 s, then up to every 30 s.
   void connect();
 
   bool isConnected() const { return bus != nullptr; }
@@ -89,13 +88,11 @@ class BusConnection {
   Seconds retryDelay;
 };
 
-/// The user's own bus.
 class SessionBus final : public BusConnection {
  public:
   explicit SessionBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::session) {}
 };
 
-/// The bus of the machine.
 class SystemBus final : public BusConnection {
  public:
   explicit SystemBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::system) {}

@@ -27,13 +27,13 @@ namespace {
 
 constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
 
-// For a second in all, where the reserved launch finds no process to spare.
+// The reserved launch retries for 1 s when fork fails with EAGAIN.
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
 
 using std::chrono::steady_clock;
 
-/// Without the beginning of a character at the end of `bytes` that was cut there.
+/// Drops an incomplete UTF-8 sequence at the end of `bytes`.
 void dropCutCharacter(std::string& bytes) {
   std::size_t lead = bytes.size();
   while (lead > 0 && bytes.size() - lead < 3 && (static_cast<unsigned char>(bytes[lead - 1]) & 0xC0) == 0x80)
@@ -46,14 +46,14 @@ void dropCutCharacter(std::string& bytes) {
 
 }  // namespace
 
-/// The children that have not been reaped, and who may have more.
+/// The children that are not reaped, and the thread that may launch more.
 struct ChildProcesses::Register {
   explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
 
   const TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // their owners reap them
-  std::vector<pid_t> abandoned;  // nobody else will
+  std::vector<pid_t> running;    // reaped by their Process
+  std::vector<pid_t> abandoned;  // their Process is destroyed; reaped by `reapAbandoned`
   std::optional<std::thread::id> onlyThread;
 
   void reapAbandoned() {
@@ -89,7 +89,7 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // A group keeps its number for as long as it has members, also when its leader has been reaped.
+  // A process group ID stays in use while the group has members, also after its leader is reaped.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {
@@ -121,7 +121,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Under the lock: once reaped, the number may belong to a stranger, who must not be signalled.
+    // Hold the lock: after waitpid the PID may be reused, and `reserveForThisThread` must not kill it then.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;
@@ -178,8 +178,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // What the reservation ended counts as a process until its owner has reaped it, and the end of a session
-  // frees more.
+  // EAGAIN: a killed child counts against RLIMIT_NPROC until it is reaped. Other processes of the session are
+  // ending and free more.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
@@ -196,7 +196,7 @@ void ChildProcesses::reserveForThisThread() {
   const std::lock_guard lock(children->mutex);
   children->onlyThread = std::this_thread::get_id();
   children->reapAbandoned();
-  // What ends the backend must not fail for want of descriptors.
+  // Free descriptors for the launch that stops the backend.
   for (auto& each : spare) each.reset();
   for (const auto* const pids : {&children->running, &children->abandoned}) {
     for (const pid_t pid : *pids) kill(-pid, SIGKILL);

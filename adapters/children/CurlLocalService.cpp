@@ -14,11 +14,11 @@ namespace kestrune {
 
 namespace {
 
-constexpr Seconds grace{1.0};          // for a child that does not keep to its limit
-constexpr Seconds pollInterval{0.01};  // between the end of its output and its own
+constexpr Seconds grace{1.0};          // how long curl may exceed --max-time
+constexpr Seconds pollInterval{0.01};  // between two checks for its exit, after its output ended
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
-/// Whether the token can stand in a header line as it is: no control character has a place there.
+/// Whether the token is valid in an HTTP header line: it has no control character.
 bool canStandInHeader(const std::string& token) {
   return std::none_of(token.begin(), token.end(), [](char each) {
     const auto byte = static_cast<unsigned char>(each);
@@ -26,7 +26,7 @@ bool canStandInHeader(const std::string& token) {
   });
 }
 
-/// A file without a name that holds `text`, to be read from its beginning; none when there is no memory.
+/// A memfd that contains `text`, with the offset at its start; empty when memory is short.
 FileDescriptor fileInMemory(const std::string& text) {
   FileDescriptor file(memfd_create("header", MFD_CLOEXEC));
   const auto size = static_cast<ssize_t>(text.size());
@@ -42,13 +42,13 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   if (!canStandInHeader(token)) return std::nullopt;
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) return std::nullopt;
-  // Neither the user's own settings nor a proxy have a say in this.
+  // -q ignores the user's .curlrc, --noproxy every proxy.
   const auto launched = children.launch("curl",
                                         {"-q", "--silent", "--max-time", std::to_string(limit.count()),
                                          "--noproxy", "*", "--header", "@-", address},
                                         header.get());
   if (!launched) {
-    // Launches are reserved while the client ends: that is no fault of curl.
+    // ECANCELED only means that the client is ending and has reserved all launches.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("the local service cannot be asked: curl: " + launched.reason());
     return std::nullopt;

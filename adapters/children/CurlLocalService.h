@@ -6,12 +6,12 @@
 
 namespace kestrune {
 
-/// Asks the service by a child, so that no socket of this process is ever open to the service's port: whoever
-/// has one there is ended when the backend is stopped. The token goes to the child by a file in memory,
-/// because its arguments and its environment can be read by others.
+/// Runs curl to ask the service, so that this process never has a socket on the service's port: stopping the
+/// backend kills the processes on that port. curl gets the token as a memfd on standard input, because other
+/// processes can read its arguments and its environment.
 class CurlLocalService final : public LocalService {
  public:
-  /// `limit` is how long a request may take. What is given outlives this.
+  /// `limit` is the longest time of a request. `children` and `clock` outlive this.
   CurlLocalService(ChildProcesses& givenChildren, Clock& givenClock, Seconds givenLimit = Seconds{5})
       : children(givenChildren), clock(givenClock), limit(givenLimit) {}
 

@@ -12,11 +12,11 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t mostAtOnce = 65536;  // bytes of each pipe
-// Between two reads, so that a service which writes without end neither keeps the loop busy nor wakes it for
+// Pause between two reads: a service that writes without end must not keep the loop busy, nor wake it for
 // each line.
 constexpr Seconds interval{0.05};
 
-/// Whether there may be more to read later.
+/// Reads and discards. False at end of file or on an error.
 bool readAway(const FileDescriptor& pipe, std::vector<char>& buffer) {
   const ssize_t count = read(pipe.get(), buffer.data(), buffer.size());
   return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
@@ -32,7 +32,7 @@ void LeftoverPipes::add(FileDescriptor readEnd) {
   const std::lock_guard lock(mutex);
   if (pipes.size() == limit) pipes.pop_front();
   epoll_event event{.events = EPOLLIN, .data = {}};
-  // Should it fail, for want of memory, the pipe is read whenever another one is.
+  // If this fails with ENOMEM, the pipe is read when another one becomes readable.
   epoll_ctl(readable.get(), EPOLL_CTL_ADD, readEnd.get(), &event);
   pipes.push_back(std::move(readEnd));
 }

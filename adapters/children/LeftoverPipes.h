@@ -8,20 +8,18 @@
 
 namespace kestrune {
 
-/// Discards what is written to pipes that a command's descendants hold after its output was read. A service
-/// that keeps its standard output would die of SIGPIPE if their read ends were closed. Main thread, except
-/// `add`.
+/// Reads and discards the output of processes that a command left behind. A service that keeps the command's
+/// standard output open would die of SIGPIPE if the read end were closed. Main thread, except `add`.
 class LeftoverPipes {
  public:
-  /// How many pipes are read. One more closes the oldest, and who writes to it gets SIGPIPE.
+  /// The most pipes at a time. One more closes the oldest, and the process that writes to it gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& loop);
   LeftoverPipes(const LeftoverPipes&) = delete;
   LeftoverPipes& operator=(const LeftoverPipes&) = delete;
 
-  /// Takes a read end, which does not block. It is closed when nobody can write to the pipe any more. Any
-  /// thread.
+  /// Takes a non-blocking read end, and closes it when no process has the write end open. Any thread.
   void add(FileDescriptor readEnd);
 
  private:

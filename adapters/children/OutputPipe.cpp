@@ -32,7 +32,7 @@ void OutputPipe::makeRoom() {
   ioctl(readEnd.get(), FIONREAD, &queued);
   const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
   if (written >= promisedRoom) return;
-  // Less than a page might leave the pipe full.
+  // Reading less than a page might free no space.
   std::string some(std::max(page, promisedRoom - written), '\0');
   const ssize_t count = read(readEnd.get(), some.data(), some.size());
   if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
@@ -49,7 +49,7 @@ void OutputPipe::drain(std::size_t room, std::vector<char>& buffer,
     bytes.append(buffer.data(), kept);
     room -= kept;
     if (kept < static_cast<std::size_t>(count)) cut = true;
-    // A descendant may write faster than this reads.
+    // A process may write faster than this reads.
     if (cut && std::chrono::steady_clock::now() >= deadline) return;
   }
 }

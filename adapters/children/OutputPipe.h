@@ -9,22 +9,23 @@
 
 namespace kestrune {
 
-/// The pipe of one of a child's outputs. Used by one thread at a time.
+/// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
-  FileDescriptor readEnd;   ///< does not block; closed when nobody can write to the pipe any more
-  FileDescriptor writeEnd;  ///< tells whether the pipe is full; closed before the pipe is read to its end
-  std::string bytes{};      ///< what was read so far
-  bool cut = false;         ///< more was read than was kept
+  FileDescriptor readEnd;   ///< non-blocking; closed at end of file
+  FileDescriptor writeEnd;  ///< polled to see whether the pipe is full; closed before `drain`
+  std::string bytes{};      ///< read so far
+  bool cut = false;         ///< more was read than kept
 
   /// Returns an `errno` value; 0 on success.
   int open();
 
-  /// Reads from a full pipe to which fewer than 64 KiB were written. The kernel makes pipes of two pages, or
-  /// one, for a user who has many; and a page that is partly filled is full when the next write does not fit.
+  /// Lets the child write at least 64 KiB: reads from a full pipe that has held less. The kernel gives a user
+  /// over pipe-user-pages-soft pipes of one or two pages. A page counts as full when the next write does not
+  /// fit.
   void makeRoom();
 
-  /// Reads all that is there through `buffer`, and keeps `room` bytes of it at most. Stops at the deadline
-  /// when more has come than is kept.
+  /// Reads until the pipe is empty, through `buffer`, and keeps at most `room` bytes. Stops at the deadline
+  /// once bytes have been discarded.
   void drain(std::size_t room, std::vector<char>& buffer, std::chrono::steady_clock::time_point deadline);
 };
 

@@ -11,7 +11,7 @@ namespace kestrune {
 
 namespace {
 
-/// What posix_spawn is told; freed with this.
+/// The file actions and attributes for posix_spawn.
 struct Settings {
   posix_spawn_file_actions_t actions{};
   posix_spawnattr_t attributes{};

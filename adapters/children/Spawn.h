@@ -11,15 +11,14 @@ namespace kestrune {
 struct SpawnOptions {
   std::string executable;              ///< looked up on PATH when it has no slash
   std::vector<std::string> arguments;  ///< without the name of the program
-  int input = 0;  ///< the descriptors that the child gets as its first three, and no others
+  int input = 0;                       ///< the child's standard streams; it inherits no other descriptor
   int output = 1;
   int error = 2;
-  std::vector<std::string> environment{};  ///< "NAME=VALUE", besides this process's own
+  std::vector<std::string> environment{};  ///< "NAME=VALUE", added to the environment of this process
 };
 
-/// Starts a child with default signal handling and an empty signal mask, as the leader of a session of its
-/// own. Returns 0, or the system's number for why it could not be started; then `pid` means nothing. Any
-/// thread.
+/// Starts a child in a session of its own (setsid), with default signal dispositions and an empty signal
+/// mask. Returns 0 and sets `pid`, or returns an errno value. Any thread.
 int spawn(const SpawnOptions& options, pid_t& pid);
 
 }  // namespace kestrune

@@ -4,10 +4,10 @@
 
 namespace kestrune {
 
-/// The user's systemd units, and the process tools of Linux.
+/// Shell lines that stop systemd user units and end processes.
 class SystemdServiceControl final : public ServiceControl {
  public:
-  /// With a service manager that hangs, the first of these lines in a script takes 1 s, each other 0.2 s.
+  /// When the service manager hangs, the first of these lines in a script takes 1 s, each later one 0.2 s.
   std::string unloadLine(const std::string& label) const override;
   std::string endMatchingLine(const std::string& pattern) const override;
   std::string killListenersLine(int port) const override;

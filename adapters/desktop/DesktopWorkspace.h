@@ -9,15 +9,15 @@
 
 namespace kestrune {
 
-/// In the environment of a client that is started to replace another: the process of that one.
+/// The environment variable with the PID of the client that a new one replaces.
 inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 
-/// Opens things as the desktop does, and starts the running program afresh. Main thread.
+/// Opens files with the desktop's default programs, and restarts the running program. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are those that this process was started with. `inPlace`: the new instance takes over this
-  /// very process at its end, as a terminal or a service manager needs it that waits for it, instead of
-  /// running beside it.
+  /// `arguments` are those of this process. `inPlace`: the new instance replaces this process by exec at its
+  /// end, because a terminal or a service manager waits for this process; otherwise it starts beside this
+  /// one.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
                    bool inPlace);
 
@@ -25,9 +25,9 @@ class DesktopWorkspace final : public Workspace {
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
   Result<> openNewInstance(const std::string& bundlePath) override;
 
-  /// Whether this process is to become the new instance at its end.
+  /// Whether `openNewInstance` asked for an exec at the end of this process.
   bool replacesThisProcess() const { return replacing; }
-  /// Becomes the new instance; returns only when that fails.
+  /// Calls exec; returns only on failure.
   void replaceThisProcess() const;
 
  private:

@@ -10,7 +10,7 @@ namespace {
 
 constexpr auto attribute = "system.posix_acl_access";
 
-/// Whether the last failure was that there is no list.
+/// Whether errno says that the file, or its file system, has no ACL.
 bool hasNone() {
   return errno == ENODATA || errno == ENOTSUP;
 }

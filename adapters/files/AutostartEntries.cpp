@@ -19,7 +19,7 @@ namespace {
 
 constexpr auto repoVariable = "KESTRUNE_REPO_PATH";
 
-/// As every value of a desktop entry is written.
+/// Escapes a string value of a desktop entry.
 std::string escaped(std::string_view value) {
   std::string text;
   for (const char each : value) {
@@ -37,7 +37,7 @@ std::string escaped(std::string_view value) {
         text += "\\r";
         break;
       case ' ':
-        // Blanks at the beginning would be taken for part of the syntax.
+        // Parsers drop leading spaces of a value.
         text += text.empty() ? "\\s" : " ";
         break;
       default:
@@ -60,8 +60,8 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Whether readers of desktop entries agree on how this is quoted in a command line. They do not on what has
-/// to be escaped there, nor on a program that could be taken for a variable.
+/// Whether all parsers of desktop entries read this text the same way between double quotes in Exec. They
+/// differ on which characters are escaped there, and on a program name that contains "=".
 bool canBeQuoted(std::string_view text) {
   return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
            return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
@@ -73,9 +73,9 @@ std::string launchCommand(const std::string& executable) {
   return "\"" + executable + "\" --background";
 }
 
-/// The variable that leads to the repository, as an argument.
+/// The argument of env(1) that sets KESTRUNE_REPO_PATH.
 std::string repoArgument(const std::string& repo) {
-  // The program starts there, so that a name that cannot be quoted need not be.
+  // The entry's Path key is the repository, so "." stands for a name that cannot be quoted.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
@@ -88,8 +88,8 @@ std::vector<std::string> linesOf(std::string_view text) {
   return lines;
 }
 
-/// What stands behind each key of the entry itself, and in which line. Of a key that is there twice, the
-/// first counts.
+/// The values of the group [Desktop Entry] by key, with the number of their line. The first of two equal keys
+/// counts.
 struct Value {
   std::size_t line;
   std::string text;
@@ -140,7 +140,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // A link to "/dev/null" is one more way to switch an entry off. A folder starts nothing.
+    // A symbolic link to /dev/null switches the entry off. A folder starts nothing.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
@@ -192,7 +192,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The program was in the repository, more often than not, and has gone with it.
+    // The program was usually inside the repository. If that is gone too, replace its path.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

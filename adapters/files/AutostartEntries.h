@@ -8,8 +8,8 @@
 
 namespace kestrune {
 
-/// The desktop entries that a session starts at login. An entry that a desktop has switched off, as each of
-/// them does in its own way, counts as none.
+/// Autostart entries: desktop entries that the session starts at login. An autostart entry that the desktop
+/// has switched off, by Hidden or X-GNOME-Autostart-enabled, counts as missing.
 class AutostartEntries final : public LaunchAgents {
  public:
   /// `folder` is the user's autostart folder; `bundle` is the running program.
@@ -20,8 +20,8 @@ class AutostartEntries final : public LaunchAgents {
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// Whether the entry is switched on, and whatever else stands in it, stays as it is. A program in a build
-  /// folder is no replacement: it goes as easily.
+  /// Changes the paths in the entry only. Does nothing when the running program is in a build folder, which
+  /// may soon vanish too.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

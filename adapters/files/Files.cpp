@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int linkLimit = 40;  // as many as the kernel follows
+constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// The file that `path` means, whether it exists or not, with links followed.
+/// Follows the symbolic links at `path`, also to a target that does not exist.
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;
@@ -48,8 +48,8 @@ bool isTaken(const fs::path& name) {
   return fs::exists(fs::symlink_status(name, failure));
 }
 
-/// The name of `file` with `ending` behind it, and a number where that is taken, unless it will do all the
-/// same.
+/// `file` with `ending` appended, and a number when that name exists, unless `willDo` accepts the existing
+/// file.
 fs::path freeName(const fs::path& file, const std::string& ending,
                   const std::function<bool(const fs::path&)>& willDo = {}) {
   fs::path name = file.string() + ending;
@@ -69,7 +69,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
   if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
   std::string bytes;
-  // A file that grows meanwhile, and those of /proc, are longer than they say.
+  // st_size is too small for files that grow meanwhile and for those in /proc.
   const auto size = static_cast<std::size_t>(state.st_size);
   bytes.reserve(std::min(size, FileManager::sizeLimit));
   char buffer[16384];
@@ -112,7 +112,7 @@ std::error_code keepDamagedFile(const std::string& path) {
 }
 
 bool isPassing(const std::error_code& failure) {
-  // The last ones are those of a disk in the network.
+  // The last five are errors of network file systems.
   static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
                                     ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
   return std::any_of(std::begin(passing), std::end(passing),
@@ -135,7 +135,7 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
   const fs::path kept = freeName(target, ".unreadable", isThisOne);
   if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
 
-  // Not every disk has hard links, and fs.protected_hardlinks refuses them for a file of another user.
+  // No hard link: the file system has none, or fs.protected_hardlinks forbids one for another user's file.
   const std::error_code unlinkable = lastError();
   std::string bytes;
   const std::error_code unreadable = readWholeFile(target, bytes);
@@ -155,7 +155,7 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // Another process may have made it just now; anything else that is there is in the way.
+  // Another process may have created it just now. Any other file of that name is an error.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

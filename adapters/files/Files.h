@@ -8,35 +8,33 @@
 
 namespace kestrune {
 
-/// Reads the whole file at `path`, of `FileManager::sizeLimit` at most, into `contents`, which is left alone
-/// on failure. Any thread.
+/// Reads the whole file at `path`, at most `FileManager::sizeLimit` bytes, into `contents`. On failure,
+/// `contents` is unchanged. Any thread.
 std::error_code readWholeFile(const std::string& path, std::string& contents);
 
-/// Replaces the file at `path` in a single step that survives a power cut: a reader sees the old file or the
-/// new one. An existing file keeps its mode and, where this user may give it, its owner, but its owner can
-/// always read it; a new one is readable by its owner alone. A symbolic link stays a link: what it points to
-/// is replaced, but of a link to "/dev/null" the link itself. Any thread.
+/// Replaces the file at `path` atomically and durably: after a power cut, it is the old file or the new one.
+/// An existing file keeps its mode, made readable for its owner, and its owner if this user may set it; a new
+/// file has mode 0600. A symbolic link is kept and its target is replaced, except for a link to /dev/null,
+/// which is replaced itself. Any thread.
 std::error_code writeFileAtomically(const std::string& path, std::string_view contents);
 
-/// Replaces what has the name `path`, a link included, by a file with mode 0600, in a single step that
-/// survives a power cut. Any thread.
+/// Replaces the file or symbolic link at `path` by a file with mode 0600, atomically and durably. Any thread.
 std::error_code writePrivateFile(const std::string& path, std::string_view contents);
 
-/// Gives the file at `path`, or what a link there points to, the name ".damaged" behind its own, with a
-/// number where that is taken. A link stays. Any thread.
+/// Renames the file at `path`, or the target of a symbolic link there, to its name with ".damaged" appended,
+/// and a number if that exists. Any thread.
 std::error_code keepDamagedFile(const std::string& path);
 
-/// Whether `failure` says nothing of the file: this process, or the machine, was short of something.
+/// Whether `failure` is temporary, such as EMFILE or ESTALE, and says nothing about the file.
 bool isPassing(const std::error_code& failure);
 
-/// Replaces a file that could not be read as `writeFileAtomically` does, and keeps it under the name
-/// ".unreadable" behind its own, with a number where that is taken. There is a file at `path` all the while.
-/// Kept as a hard link; else as a copy of its bytes; else by exchanging both names. Where none of them works,
-/// nothing changes. Anything but a regular file is not kept. Any thread.
+/// Replaces an unreadable file like `writeFileAtomically`, and keeps the old one with ".unreadable" appended
+/// to its name, and a number if that exists. There is a file at `path` at any time. The old file is kept as a
+/// hard link, else as a copy, else by RENAME_EXCHANGE; if all fail, nothing changes. Only a regular file is
+/// kept. Any thread.
 std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents);
 
-/// Makes the folder `path` and those above it, with `mode` as far as the umask allows it. One that exists is
-/// fine.
+/// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if it exists.
 std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
 
 }  // namespace kestrune

@@ -37,13 +37,13 @@ bool isThere(const std::string& name) {
   return lstat(name.c_str(), &state) == 0;
 }
 
-/// False when another process has the lock. Without locks on this disk, nobody has one.
+/// False when another process holds the lock. A file system without flock counts as unlocked.
 bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-/// Removes the new files that processes of this user left in `folder` when they were killed. Those of living
-/// ones are locked.
+/// Removes new files that were left in `folder` by killed processes of this user. Running processes lock
+/// theirs.
 void removeAbandoned(const fs::path& folder) {
   std::error_code failure;
   const fs::directory_iterator end;
@@ -53,7 +53,7 @@ void removeAbandoned(const fs::path& folder) {
     if (!name.starts_with(prefix) || name.size() != prefix.size() + randomPart.size()) continue;
     struct stat state {};
     if (lstat(path.c_str(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_uid != geteuid()) continue;
-    // For writing, because NFS locks no other file.
+    // Opened for writing, because NFS needs that for an exclusive lock.
     const FileDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
   }
@@ -63,7 +63,7 @@ fs::path folderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : fs::path(".");
 }
 
-/// Flushes the names in a folder to the disk. Failure changes nothing: the names are there.
+/// Flushes the folder's entries to disk (fsync). An error is ignored: the rename has happened.
 void flush(const fs::path& folder) {
   const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor) fsync(descriptor.get());
@@ -88,7 +88,7 @@ std::error_code NewFile::keepAccess() {
 
 std::error_code NewFile::write(std::string_view contents) {
   removeAbandoned(folder);
-  // Another process that removes abandoned files can come between the creation and the lock.
+  // Another process may remove the file as abandoned between its creation and the lock.
   do {
     name = folder / (std::string(prefix) + std::string(randomPart));
     file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
@@ -97,7 +97,7 @@ std::error_code NewFile::write(std::string_view contents) {
       return lastError();
     }
   } while (!lock(file.get()) || !isThere(name));
-  fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have taken these, too
+  fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these
   return writeAll(file.get(), contents);
 }
 
@@ -108,7 +108,7 @@ std::error_code NewFile::replaceTarget() {
 }
 
 std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
-  // First the name that says what it holds afterwards: `name` may be removed as abandoned.
+  // First rename to `kept`, which then names the right contents: `name` could be removed as abandoned.
   if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
   name = kept;
   if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();
@@ -119,8 +119,8 @@ std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
 void NewFile::finish() {
   name.clear();
   if (access) {
-    // The owner first, because fchown clears bits of the mode; the mode last, because with an access list its
-    // group bits are the list's mask, and without it they would be the group's own.
+    // First the owner, because fchown clears mode bits. Last the mode: with an ACL, its group bits are the
+    // ACL's mask; without the ACL, they would be the rights of the group.
     const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
                          fchown(file.get(), uid_t(-1), access->group) == 0) &&
                         access->list && setAccessList(file.get(), *access->list) &&

@@ -12,34 +12,33 @@
 
 namespace kestrune {
 
-/// A file that is written completely before it replaces another one. Until then it has a name of its own in
-/// the same folder, ".kestrune-new-XXXXXX", and mode 0600 whatever the umask is. It is locked (flock), so
-/// that no other process takes it for an abandoned one, and removed with this unless it has replaced the
-/// target.
+/// A file that is written completely before it replaces another. Until then its name is
+/// ".kestrune-new-XXXXXX" in the same folder, and its mode 0600 whatever the umask is. A lock (flock) tells
+/// other processes that it is not abandoned. The destructor removes it unless it has replaced the target.
 class NewFile {
  public:
-  /// Resolve links in `target` first: what is at that name is replaced.
+  /// Resolve symbolic links in `target` first: a link there is replaced.
   explicit NewFile(std::filesystem::path target);
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  /// Takes note of owner, mode and access list of the target, so that the new file gets them. Fails when the
-  /// target is there but no regular file.
+  /// Records owner, mode and ACL of the target for the new file. Fails when the target exists and is not a
+  /// regular file.
   std::error_code keepAccess();
 
-  /// Writes `contents` and flushes them to the disk. Before that, removes the new files that processes of
-  /// this user left in the folder when they were killed.
+  /// Writes `contents` and flushes them to disk (fsync). Before that, removes new files that were left in the
+  /// folder by killed processes of this user.
   std::error_code write(std::string_view contents);
 
-  /// Renames the new file to the target, gives it the access that was kept, and flushes the folder. For a
-  /// moment after the rename only this user can open it. In the other order a kill could leave a new file
-  /// that others can read.
+  /// Renames the new file to the target, then sets the recorded access, then flushes the folder. Between the
+  /// rename and that, only this user can open the file. The other order could leave a temporary file that
+  /// others can read, if this process is killed.
   std::error_code replaceTarget();
 
-  /// The same, but the target keeps existing under the name `kept`, which is free. Both names change in one
-  /// step (RENAME_EXCHANGE), for which some file systems return an error. A kill just before that step leaves
-  /// the complete new file as `kept`.
+  /// The same, but the old file stays as `kept`, which must be a free name. RENAME_EXCHANGE swaps both names
+  /// in one step; some file systems do not support it. A kill just before the swap leaves the complete new
+  /// file as `kept`.
   std::error_code replaceTargetKeeping(const std::filesystem::path& kept);
 
  private:
@@ -53,7 +52,7 @@ class NewFile {
 
   const std::filesystem::path target;
   const std::filesystem::path folder;
-  std::string name;  ///< empty when there is nothing to remove
+  std::string name;  ///< empty when there is no file to remove
   FileDescriptor file;
   std::optional<Access> access;
 };

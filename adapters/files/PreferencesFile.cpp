@@ -16,13 +16,13 @@ using Json = nlohmann::json;
 
 namespace {
 
-constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; ours are a few hundred
-constexpr int depthLimit = 100;                          // ours are flat
+constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
+constexpr int depthLimit = 100;                          // of nested values; the client writes none
 
 enum class State {
-  usable,       ///< read, or not there yet
-  damaged,      ///< there, but not to be read as preferences
-  unreachable,  ///< who knows: this process could not look
+  usable,       ///< read, or does not exist yet
+  damaged,      ///< exists, but is no JSON object
+  unreachable,  ///< temporarily unreadable, such as EMFILE or EIO
 };
 
 struct Loaded {
@@ -30,8 +30,8 @@ struct Loaded {
   Json preferences = Json::object();
 };
 
-/// Something else than an object where there are no preferences in `text`. The library writes what is nested
-/// by recursion: with what it could read, but not write again, a later change would end the process.
+/// The JSON in `text`; not an object if it is invalid, too large or too deep. nlohmann::json writes by
+/// recursion: a later dump of a value that is nested too deeply would overflow the stack.
 Json parsed(const std::string& text) {
   if (text.size() > sizeLimit) return {};
   bool tooDeep = false;
@@ -68,7 +68,7 @@ PreferencesFile::~PreferencesFile() = default;
 
 Json PreferencesFile::current() const {
   Loaded found = load(path);
-  // What was switched off stays so while nobody can look.
+  // While the file cannot be read, the last known settings hold.
   if (found.state != State::unreachable) *lastRead = std::move(found.preferences);
   Json preferences = *lastRead;
   preferences.update(*unsaved);
@@ -108,7 +108,7 @@ void PreferencesFile::set(const std::string& key, Json value) {
 std::error_code PreferencesFile::save() const {
   if (const auto failure = makeFolders(fs::path(path).parent_path())) return failure;
   auto [state, preferences] = load(path);
-  // What could not be read would be lost.
+  // Writing now would lose the keys that could not be read.
   if (state == State::unreachable) return std::make_error_code(std::errc::too_many_files_open);
   if (state == State::damaged) {
     if (const auto failure = keepDamagedFile(path)) return failure;

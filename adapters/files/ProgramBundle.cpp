@@ -36,7 +36,7 @@ ProgramBundle::ProgramBundle() {
 
 std::optional<std::string> ProgramBundle::pathForResource(const std::string& name,
                                                           const std::string& extension) const {
-  // Beside the program in a build or a backend's own folder, and in the prefix that it was installed to.
+  // Beside the program (build, or folder of the backend), else in the install prefix.
   for (const auto& resources :
        {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / sharedFolder}) {
     std::error_code failure;
@@ -51,7 +51,7 @@ std::optional<std::string> ProgramBundle::environmentVariable(const std::string&
 }
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
-  // A relative path there is to be ignored.
+  // The XDG specification ignores relative paths.
   const auto absolute = [](std::string path) {
     if (!path.starts_with('/')) path.clear();
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();

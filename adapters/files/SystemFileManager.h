@@ -4,10 +4,9 @@
 
 namespace kestrune {
 
-/// The files of this machine, by way of posix/Files.
+/// The port FileManager, on the functions of adapters/files/Files.h.
 class SystemFileManager final : public FileManager {
  public:
-  /// `home` is the user's home folder.
   explicit SystemFileManager(std::string home);
 
   bool fileExists(const std::string& path) const override;

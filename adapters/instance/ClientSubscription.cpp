@@ -11,8 +11,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; ours are a few thousand at most
-constexpr Seconds patience{2.0};                         // with a client that says nothing
+constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
+constexpr Seconds patience{2.0};                         // for the first line of a client
 
 class ClientSubscription final : public StatusSubscription {
  public:
@@ -30,11 +30,11 @@ class ClientSubscription final : public StatusSubscription {
   }
 
  private:
-  /// Watches the folder, or the nearest one above it that exists.
+  /// Watches the folder, or its nearest existing ancestor.
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
-    // Again until it stays the same: a folder may be made just before the one above it is watched.
+    // Repeat until the result is stable: a folder may be created just before its parent is watched.
     do {
       before = watched;
       watched = folder;
@@ -69,7 +69,7 @@ class ClientSubscription final : public StatusSubscription {
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (count <= 0) return disconnect();
     unread.append(bytes, static_cast<std::size_t>(count));
-    // Whoever is told of a line may let this go.
+    // `onLine` may destroy this subscription.
     const std::weak_ptr<bool> stillThere = alive;
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
       const std::string line = unread.substr(0, lineEnd);
@@ -82,7 +82,7 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// The client has ended, or says nothing. One that was heard may have a successor already.
+  /// The client has ended or is silent. When it had sent a line, a successor may be listening already.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -99,11 +99,11 @@ class ClientSubscription final : public StatusSubscription {
   const std::function<void(const std::string&)> onLine;
   const std::function<void()> onAbsence;
   const std::shared_ptr<bool> alive = std::make_shared<bool>();
-  const FileDescriptor watch;  ///< of inotify
+  const FileDescriptor watch;  ///< inotify instance
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< there until the client has said something
+  EventSource deadline;  ///< set until the client has sent a line
 };
 
 }  // namespace

@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// The status of the client that runs, and of each that starts later, as `StatusFeed::subscribe` says. A
-/// client that says nothing for 2 s counts as absent. `loop` and `folders` outlive the subscription. Main
+/// Follows the status of the running client, and of each that starts later; see `StatusFeed::subscribe`. A
+/// client that sends nothing for 2 s counts as absent. `loop` and `folders` outlive the subscription. Main
 /// thread.
 std::unique_ptr<StatusSubscription> followClient(EventLoop& loop, const InstanceFolders& folders,
                                                  std::function<void(const std::string&)> onLine,

@@ -37,7 +37,7 @@ bool isOwnFolder(const std::string& path) {
 
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t)) {
-  // An address has room for 107 bytes, and so it names the folder by a descriptor.
+  // sun_path holds 107 bytes, so the folder is named by its descriptor.
   const FileDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!opened) return {};
   sockaddr_un address{};
@@ -45,7 +45,7 @@ FileDescriptor instanceSocket(const std::string& folder, const char* name,
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", opened.get(), name);
   const void* const bytes = &address;
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  // The mode of the socket becomes that of its file.
+  // bind(2) gives the file the mode of the socket.
   if (socket && (fchmod(socket.get(), 0600) != 0 ||
                  use(socket.get(), static_cast<const sockaddr*>(bytes), sizeof address) != 0)) {
     socket.reset();

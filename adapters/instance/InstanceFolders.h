@@ -9,25 +9,25 @@
 
 namespace kestrune {
 
-/// The socket of a client that answers requests, in its folder.
+/// The file name of the socket of a client that answers requests.
 inline constexpr auto runningSocketName = "socket";
-/// The same socket from the moment at which the client no longer answers, but stops the backend.
+/// The name of the same socket once the client stops the backend and answers no more requests.
 inline constexpr auto endingSocketName = "ending";
 
-/// The folder in which the client of a user has its lock and its socket, and is found by the other processes
-/// of that user. Any thread.
+/// The folder with the lock and the socket of a user's client, where other processes of that user find it.
+/// Any thread.
 class InstanceFolders {
  public:
-  /// `runtime` is the session's runtime folder, empty without one; `state` the user's state folder;
-  /// `userRuntimes` holds a runtime folder for each user who is logged in, named by the user id.
+  /// `runtime` is the session's runtime folder, empty without one; `state` is the user's state folder;
+  /// `userRuntimes` contains a runtime folder per logged-in user, named by the user ID.
   InstanceFolders(std::string runtime, std::string state, const std::string& userRuntimes = "/run/user");
 
-  /// Where a client goes that starts now: into the session's runtime folder, else the user's, else the state
-  /// folder. The folder may not exist yet. Runtime folders of other users are passed over.
+  /// The folder for a client that starts now: in the session's runtime folder, else the user's, else the
+  /// state folder. It may not exist yet. Runtime folders of other users are skipped.
   std::string current() const;
 
-  /// Connects to the client whose socket has that name. Empty when no process of this user takes the
-  /// connection at once. A client is also found that started when there was no runtime folder.
+  /// Connects to the client's socket of that name. Empty when no process of this user accepts at once. Tries
+  /// the state folder too, for a client that started without a runtime folder.
   FileDescriptor connect(const char* socketName) const;
 
  private:
@@ -37,12 +37,12 @@ class InstanceFolders {
 
 bool isOwnFolder(const std::string& path);
 
-/// A stream socket that never blocks, and that `use` (`bind` or `connect`) has given the address of the file
-/// `name` in `folder`. A file that is made is its owner's alone. Empty with errno set on failure.
+/// A non-blocking stream socket, after `use` (`bind` or `connect`) with the address of the file `name` in
+/// `folder`. A file that is created has mode 0600. Empty with errno set on failure.
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t));
 
-/// The process at the other end of a connection; of no user when the kernel does not say.
+/// The credentials of the peer process (SO_PEERCRED); user ID -1 when the kernel does not tell them.
 ucred peerOf(const FileDescriptor& socket);
 
 }  // namespace kestrune

@@ -19,10 +19,10 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// Names the descriptor of a lock that was passed on.
+/// The environment variable with the descriptor number of a lock that was kept across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// A client that starts locks before it listens, and one that ends is unlocked a moment after its socket is
-/// gone.
+/// A starting client takes the lock before it listens; an ending one closes its socket just before the lock
+/// is released.
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t tokenLimit = 1024;  // bytes
 
@@ -48,7 +48,7 @@ bool isLine(const std::string& token) {
 
 }  // namespace
 
-/// Finds out whether this process is the client.
+/// Decides whether this process is the client.
 class Rendezvous::Attempt {
  public:
   Attempt(Rendezvous& givenSelf, const Claim& givenClaim) : self(givenSelf), claim(givenClaim) {}
@@ -78,7 +78,7 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Reads from the other client. The kernel closes the connection when that process ends.
+  /// Asks the other client to show its menu, or waits for its end: the kernel then closes the connection.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {
@@ -115,7 +115,7 @@ class Rendezvous::Attempt {
     if (waitsForEnd) {
       isClient = true;
     } else if ((other = self.folders.connect(endingSocketName))) {
-      listen(true);  // it has begun to end instead of answering
+      listen(true);  // it began to end before it answered
     } else {
       isClient = false;
       if (!hangs)
@@ -126,7 +126,7 @@ class Rendezvous::Attempt {
 
   Rendezvous& self;
   const Claim& claim;
-  std::optional<bool> isClient;  ///< absent until it is clear
+  std::optional<bool> isClient;  ///< absent until decided
   bool waitsForEnd = false;
   FileDescriptor other;  ///< connected to the other client
   EventSource input, deadline, retry;
@@ -167,7 +167,7 @@ void Rendezvous::publish(StatusLine line) {
   server.publish(std::move(line));
 }
 
-/// Whether the file that was locked is still the one that another process would open.
+/// Whether the lock file is still at its path, where another process would open it.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }
@@ -175,7 +175,7 @@ bool Rendezvous::isLocked() const {
 std::error_code Rendezvous::takeLock(const std::string& folder) {
   const std::string path = folder + lockName;
   if (const auto failure = makeFolders(folder)) return failure;
-  // The owner of the folder could replace the lock file.
+  // Another user who owns the folder could replace the lock file.
   if (!isOwnFolder(folder)) return systemError(EPERM);
   FileDescriptor file =
       isFileAt(lock, path)
@@ -194,7 +194,7 @@ void Rendezvous::takePlace() {
     const bool isHeld = failure == std::errc::operation_would_block;
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": going on beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message());
-    // The socket of another client is left to it.
+    // Do not replace the socket of another client.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;

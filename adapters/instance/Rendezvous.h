@@ -15,45 +15,45 @@
 
 namespace kestrune {
 
-/// How a start claims to be the client.
+/// How this process competes with a client that runs already.
 struct Claim {
   enum class Kind {
-    show,     ///< asks a client that runs to show its menu, and gives up
+    show,     ///< asks the running client to show its menu, and gives up
     giveWay,  ///< gives up when a client runs
-    replace,  ///< waits for the end of its predecessor, and gives up when any other client runs
+    replace,  ///< waits until its predecessor has ended; gives up when any other client runs
   };
   Kind kind = Kind::show;
-  pid_t predecessor = 0;          ///< the process that is replaced
-  std::string activationToken{};  ///< for the client that runs; empty without one
-  Seconds answerPatience{2.0};    ///< with a client that does not answer
-  Seconds endPatience{12.0};      ///< with a client that is ending, which takes less
+  pid_t predecessor = 0;          ///< PID of the client to replace
+  std::string activationToken{};  ///< passed to the running client; empty without one
+  Seconds answerPatience{2.0};    ///< longest wait for an answer of the running client
+  Seconds endPatience{12.0};      ///< longest wait for a client that is ending; it needs less
 };
 
-/// Makes this process the one client of its user, and lets it and the other processes of the user find each
-/// other. The process that holds the lock is the client; the kernel releases it when the process ends. Main
-/// thread.
+/// Makes this process the one client of its user, and lets it and the other processes of the user reach each
+/// other. The process that holds the lock is the client; the kernel releases the lock when that process ends.
+/// Main thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
-  /// `onShow` runs when a later start asks the client to show its menu, with the activation token of that
-  /// start or an empty text. Takes over the lock that was passed on to this program.
+  /// `onShow` runs when a later start asks for the menu, with the activation token of that start or an empty
+  /// text. Takes over the lock that was kept across exec.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is clear whether this process is the client; a client takes requests from then
-  /// on. A client that is ending is waited for, whatever the kind of the claim. Where nothing can be locked,
-  /// or the other client does not end, this process is the client all the same, and standard error says why.
+  /// Runs the loop until it is decided whether this process is the client; a client answers requests from
+  /// then on. Waits for a client that is ending, whatever the kind. If nothing can be locked, or the other
+  /// client does not end, this process becomes the client all the same, and standard error says why.
   bool claim(const Claim& claim);
 
-  /// From now on, later starts wait for the end of this process.
+  /// From now on, later starts wait until this process has ended.
   void announceEnd();
 
-  /// Keeps the lock for the program that this process is about to become by exec.
+  /// Keeps the lock open across the exec that follows.
   void passOn() const;
 
-  /// The process of the client that runs; absent when there is none.
+  /// The PID of the running client; absent when there is none.
   std::optional<pid_t> runningClient() const;
 
-  /// Also makes lock and socket anew where they are gone or could not be made before. When that fails,
-  /// standard error says why, and the next line is another occasion.
+  /// Also creates the lock and the socket again when they are missing. If that fails, standard error says
+  /// why, and the next line tries again.
   void publish(StatusLine line) override;
 
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,

@@ -14,7 +14,7 @@ constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a line
 constexpr Seconds descriptorRest{1.0};
-/// Until it listens: no process is to find a socket that refuses connections.
+/// The socket's name until it listens, so that no process finds a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
 
 }  // namespace
@@ -90,7 +90,7 @@ void RequestServer::read(const PeerRef& peer) {
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) return drop(peer);
   std::string& unread = peer->unread.append(bytes, static_cast<std::size_t>(count));
-  // An answer, or what a request does, may disconnect the peer.
+  // `answer` may disconnect the peer.
   for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
     const std::string line = unread.substr(0, end);
     unread.erase(0, end + 1);
@@ -125,7 +125,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// A peer does not read when a line no longer fits into the socket's buffer.
+/// Drops a peer that does not read: a line no longer fits into the socket's buffer.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   const std::string text = line + "\n";
   if (send(peer->socket.get(), text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size()))

@@ -17,11 +17,11 @@ namespace kestrune {
 ///
 ///     status           the newest status, as soon as there is one
 ///     follow           the same, and then each later one
-///     show [TOKEN]     shows the menu; TOKEN is an activation token of the desktop: "ok"
+///     show [TOKEN]     shows the menu; TOKEN is an XDG activation token: "ok"
 ///     perform ACTION   chooses the row of the menu that has this action: "ok", or "error" and the reason
 ///
-/// Any other line is answered by "error" and a reason. A peer is disconnected when a line of it is longer
-/// than 4096 bytes, when it does not read, or when 64 others have connected after it. Main thread.
+/// Any other line is answered by "error" and a reason. A peer is disconnected when its line is longer than
+/// 4096 bytes, when it does not read, or when 64 others have connected after it. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;
@@ -30,16 +30,16 @@ class RequestServer {
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
 
-  /// Puts the socket into `folder`, which exists, in place of any other. Those who are connected stay so.
+  /// Creates the socket in `folder`, which must exist, in place of any other. Connected peers stay connected.
   std::error_code listen(const std::string& folder);
 
-  /// Whether a socket is still there.
+  /// Whether the file of the socket still exists.
   bool isInPlace() const;
 
   /// See StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket: a process that connects from now on gets no answer, but notices the end of this one.
+  /// Renames the socket: a process that connects from now on gets no answer, but notices when this one ends.
   void announceEnd();
 
  private:
@@ -66,10 +66,10 @@ class RequestServer {
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
   EventSource callers;
-  EventSource rest;  ///< while there are no descriptors for another peer
+  EventSource rest;  ///< set while the listener is not polled for lack of descriptors
   std::list<PeerRef> peers;
   StatusLine newest;                ///< null until the first is published
-  std::optional<std::string> told;  ///< the line that those who follow have
+  std::optional<std::string> told;  ///< the last status line that was sent
 };
 
 }  // namespace kestrune

@@ -42,7 +42,7 @@ bool LaunchdAgents::isRegistered(const std::string& label) const {
   return fileExists(path(label));
 }
 
-/// The program finds its repository by its own place: launchd starts it without a working directory.
+/// Ignores the repository: the program finds it from its own path, as launchd sets no working directory.
 std::optional<std::string> LaunchdAgents::document(const std::string& label,
                                                    const std::string& executablePath,
                                                    const std::string&) const {

@@ -7,17 +7,17 @@
 
 namespace kestrune {
 
-/// The property lists by which launchd starts programs at login.
+/// Launch agents: property lists of the programs that launchd starts at login.
 class LaunchdAgents final : public LaunchAgents {
  public:
-  /// `home` is the user's home folder; `fileExists` looks for a file there.
+  /// `home` is the user's home folder; `fileExists` tells whether a path exists.
   LaunchdAgents(std::string home, std::function<bool(const std::string&)> fileExists);
 
   std::string path(const std::string& label) const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
-  /// Does nothing: an application that was moved is moved by its user, who knows.
+  /// Does nothing: on macOS, only the user moves an application.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

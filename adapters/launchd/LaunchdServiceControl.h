@@ -4,10 +4,10 @@
 
 namespace kestrune {
 
-/// The user's launchd jobs, and the process tools of macOS.
+/// Shell lines that stop the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
-  /// `userID` is the numeric id of the user whose jobs are meant.
+  /// `userID` is the numeric ID of the user who owns the jobs.
   explicit LaunchdServiceControl(unsigned userID);
 
   std::string unloadLine(const std::string& label) const override;

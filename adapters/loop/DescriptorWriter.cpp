@@ -14,7 +14,7 @@ namespace kestrune {
 
 namespace {
 
-// What a terminal or a pipe that says that it is writable takes without blocking.
+// A blocking terminal or pipe that polls as writable takes this much without blocking.
 constexpr std::size_t safeAmount = 256;  // bytes
 
 }  // namespace
@@ -35,7 +35,7 @@ bool DescriptorWriter::write(std::string_view text) {
   return static_cast<bool>(output);
 }
 
-/// As the system's, but never blocks.
+/// Like write(2), but fails with EAGAIN instead of blocking.
 ssize_t DescriptorWriter::writeSome(std::string_view text) const {
   if (socket) return send(output.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (mayBlock) {
@@ -55,13 +55,13 @@ void DescriptorWriter::flush() {
     if (written >= 0) {
       sent += static_cast<std::size_t>(written);
     } else if (errno == EAGAIN) {
-      // Not each time: what is left may be much.
+      // Not on every call: the rest may be large, and erase moves it.
       if (sent > pending.size() / 2) pending.erase(0, std::exchange(sent, 0));
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
-      // Whoever read this is gone; the supervision goes on. The source goes first: others may have the same
-      // file open, and the loop would go on hearing of it.
+      // The reader has closed its end; the client goes on. Remove the source before the descriptor is closed:
+      // if another process shares the open file, epoll keeps reporting it.
       writable.reset();
       output.reset();
       break;

@@ -8,14 +8,14 @@
 
 namespace kestrune {
 
-/// Writes to a descriptor without ever blocking: what its reader does not take at once waits in memory, up to
-/// a limit. Main thread.
+/// Writes to a descriptor without blocking. Bytes that it does not accept at once wait in memory, up to a
+/// limit. Main thread.
 class DescriptorWriter {
  public:
-  /// `limit` is in bytes; a text that would exceed it together with what already waits is dropped whole.
+  /// `limit` is in bytes. While bytes wait, a text that would make them exceed it is dropped whole.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
-  /// False when the text was dropped: for the limit, or because the reader is gone.
+  /// False when the text was dropped: it exceeds the limit, or the reader has closed its end.
   bool write(std::string_view text);
 
  private:
@@ -28,7 +28,7 @@ class DescriptorWriter {
   bool socket = false;
   bool mayBlock = false;
   std::string pending;
-  std::size_t sent = 0;  ///< how much of it is written
+  std::size_t sent = 0;  ///< bytes of `pending` that are written
   EventSource writable;
 };
 

@@ -28,10 +28,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-constexpr Seconds threadRetry{0.5};   // where the machine has none to spare
+constexpr Seconds threadRetry{0.5};   // after std::thread has failed with EAGAIN
 constexpr std::uint64_t exactly = 1;  // microseconds: sd-event may otherwise fire up to 250 ms late
 
-/// What the loop cannot work without.
+/// Ends the process when a call that the loop needs has failed; `result` is then a negative errno.
 void require(int result, const char* what) {
   if (result >= 0) return;
   std::fprintf(stderr, "KestruneMenuClient: %s: %s\n", what, std::strerror(-result));
@@ -42,14 +42,14 @@ std::uint64_t microseconds(Seconds duration) {
   return duration.count() <= 0 ? 0 : static_cast<std::uint64_t>(duration.count() * 1e6);
 }
 
-/// Not the loop's own idea of now, which is when it last woke up.
+/// sd_event_now() is the time of the last wake-up; this is the present time.
 std::uint64_t currentTime(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<std::uint64_t>(time.tv_sec) * 1000000 + static_cast<std::uint64_t>(time.tv_nsec) / 1000;
 }
 
-/// A handler that lives as long as its source.
+/// Owned by its source, which deletes it.
 using Handler = std::function<void()>;
 
 void attach(sd_event_source* source, Handler handler) {
@@ -58,7 +58,7 @@ void attach(sd_event_source* source, Handler handler) {
 }
 
 void call(void* data) {
-  // A copy, because the handler may destroy its own source.
+  // Copied, because the handler may destroy its own source.
   const Handler handler = *static_cast<Handler*>(data);
   handler();
 }
@@ -82,7 +82,7 @@ class LoopTimer final : public Timer {
 
  private:
   int fire() {
-    // Armed again before the action, which may invalidate or destroy this timer.
+    // Rearm before the action, which may invalidate or destroy this timer.
     due += interval;
     if (const std::uint64_t time = currentTime(CLOCK_BOOTTIME); due <= time) {
       due = time + interval;
@@ -100,7 +100,7 @@ class LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// A queue whose jobs run among those of the main queue.
+/// A serial queue that runs its jobs on the main queue.
 class MainThreadSerialQueue final : public DispatchQueue {
  public:
   MainThreadSerialQueue(MainQueue& givenTarget, std::string label)
@@ -126,7 +126,7 @@ class MainThreadSerialQueue final : public DispatchQueue {
 
 }  // namespace
 
-/// Jobs come in from any thread, and an eventfd wakes the loop.
+/// Any thread may post a job; an eventfd wakes the loop.
 class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -152,7 +152,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   void close() override {
-    // Destroyed without the lock: a job may hold anything.
+    // Destroyed after the lock is released: the destructor of a job may post another job.
     std::deque<Job> dropped;
     std::multimap<std::uint64_t, Job> droppedDelayed;
     const std::lock_guard lock(mutex);
@@ -170,7 +170,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   void runJobs() {
     std::uint64_t count = 0;
     static_cast<void>(!read(wakeUp.get(), &count, sizeof count));
-    // Only the jobs that are there now: what they post must not keep the loop from its other sources.
+    // Run only the jobs that are queued now: the jobs that they post must not starve the other event sources.
     std::size_t present = 0;
     {
       const std::lock_guard lock(mutex);
@@ -184,14 +184,14 @@ class EventLoop::LoopQueue final : public MainQueue {
     setAlarm();
   }
 
-  /// Runs what is due now, each in the order in which it became due.
+  /// Runs the jobs that are due now, ordered by due time.
   void runDelayed() {
     const std::uint64_t present = currentTime(CLOCK_MONOTONIC);
     for (Job job; !loop.terminating && takeDue(present, job);) runOnce(job);
     setAlarm();
   }
 
-  /// Lets go of the job while no lock is held: what it holds may post as it goes.
+  /// Destroys the job while no lock is held: the destructor of a capture may post another job.
   static void runOnce(Job& job) {
     job();
     job = nullptr;
@@ -230,23 +230,23 @@ class EventLoop::LoopQueue final : public MainQueue {
   EventSource alarm;
   std::mutex mutex;
   std::deque<Job> jobs;                       // guarded by mutex
-  std::multimap<std::uint64_t, Job> delayed;  // by the time at which they are due; guarded by mutex
+  std::multimap<std::uint64_t, Job> delayed;  // by due time; guarded by mutex
   bool closed = false;                        // guarded by mutex
 };
 
-/// Without one of its standard streams, the first files that the process opens would take their places, and
-/// be given to every child.
+/// If a standard stream is closed, the next open() returns its number, and every child inherits that file.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
-    // Opens the lowest number that is free: this one.
+    // open() returns the lowest free number: this one.
     static_cast<void>(!open("/dev/null", O_RDWR));
   }
 }
 
 EventLoop::EventLoop() {
   openMissingStandardStreams();
-  // Before any thread starts: a thread inherits the mask, and a signal must find no thread that takes it.
+  // Before any thread starts: threads inherit the mask, and the kernel gives a signal to any thread that does
+  // not block it.
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGCHLD);
@@ -255,9 +255,9 @@ EventLoop::EventLoop() {
   std::signal(SIGPIPE, SIG_IGN);
   // Their default ends the process without stopping the backend.
   for (const int each : {SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
-  // A file that grows too large for its limit is an error of that file, not the end of the process.
+  // A write beyond RLIMIT_FSIZE fails with EFBIG, instead of ending the process.
   std::signal(SIGXFSZ, SIG_IGN);
-  // A parent that ignored it would have the kernel throw away how our children end.
+  // If SIGCHLD is ignored, as some parents leave it, the kernel discards the exit status of our children.
   std::signal(SIGCHLD, SIG_DFL);
 
   require(sd_event_new(&loop), "event loop");
@@ -266,7 +266,7 @@ EventLoop::EventLoop() {
   for (std::size_t i = 0; i < endingSignals.size(); ++i) {
     struct sigaction inherited {};
     sigaction(endingSignals[i], nullptr, &inherited);
-    // A start under nohup means to outlive its terminal.
+    // nohup ignores SIGHUP: leave it ignored.
     if (endingSignals[i] == SIGHUP && inherited.sa_handler == SIG_IGN) continue;
     terminationSignals[i] = onSignal(endingSignals[i], [this] { terminate(); });
   }
@@ -345,7 +345,7 @@ void EventLoop::reap(pid_t child) {
         return 0;
       },
       this);
-  // It takes a descriptor to watch a child, and there may be none left.
+  // Watching a child takes a pidfd, which fails with EMFILE when no descriptor is free.
   if (added < 0) return unwatched.push_back(child);
   children[child].reset(made);
 }
@@ -362,7 +362,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // A process without a window has no place among the running programs of a Linux desktop.
+  // Linux desktops have no activation policy: a process without a window is not listed as a running program.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

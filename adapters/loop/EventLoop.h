@@ -18,12 +18,12 @@ namespace kestrune {
 struct EventSourceDeleter {
   void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }
 };
-/// A source of the loop, taken out of it when this goes.
+/// An event source; its destructor removes it from the loop.
 using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 
-/// The main loop on sd-event, with all that it runs: the main queue, timers, and the signals that end the
-/// process. Make it before the first thread starts, and call it on that same thread: it blocks signals for
-/// the whole process.
+/// The main loop, on sd-event: the main queue, timers, descriptors, children and the signals that end the
+/// process. Construct it before the first thread starts, because it blocks signals for the whole process.
+/// Call it on that same thread.
 class EventLoop final : public Application, public Dispatch, public Timers {
  public:
   EventLoop();
@@ -33,25 +33,25 @@ class EventLoop final : public Application, public Dispatch, public Timers {
 
   sd_event* event() const { return loop; }
 
-  /// Runs the loop until `done` says so or the application was asked to terminate.
+  /// Runs the loop until `done` returns true or the application was asked to terminate.
   void runUntil(const std::function<bool()>& done);
 
-  /// Calls `handler` on the main thread for each signal of that number from now on.
+  /// Blocks the signal, and calls `handler` on the main thread each time that it arrives.
   EventSource onSignal(int signalNumber, std::function<void()> handler);
-  /// Calls `handler` once on the main thread when `delay` has passed; time asleep does not count.
+  /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);
-  /// Calls `handler` on the main thread whenever `events` (EPOLLIN, EPOLLOUT) are true of the descriptor.
-  /// Null for a descriptor that cannot be waited for, such as that of a regular file.
+  /// Calls `handler` on the main thread while any of `events` (EPOLLIN, EPOLLOUT) is true: level-triggered.
+  /// Returns null for a descriptor that epoll refuses with EPERM, such as a regular file.
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
-  /// Takes over a child that nobody else waits for: reaps it when it ends.
+  /// Reaps this child when it ends. No other code may wait for it.
   void reap(pid_t child);
-  /// The same for the children that this process had before it became the running program.
+  /// Does the same for children that were started before this process called execve.
   void reapInherited();
-  /// Sends a signal to a child that was given to `reap`; nothing happens when it has ended.
+  /// Sends a signal to a child that was given to `reap`; does nothing when it has ended.
   void signalChild(pid_t child, int signalNumber);
 
-  /// `close` runs once when the application terminates, before its delegate is told.
+  /// `close` runs once when the application terminates, before applicationWillTerminate of the delegate.
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
   // Application
@@ -75,8 +75,8 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   sd_event* loop = nullptr;
   std::unique_ptr<LoopQueue> queue;
   std::unique_ptr<EventSource[]> terminationSignals;
-  std::map<pid_t, EventSource> children;  // that are reaped here
-  std::vector<pid_t> unwatched;           // those that are reaped whenever there is another one
+  std::map<pid_t, EventSource> children;  // given to `reap`
+  std::vector<pid_t> unwatched;           // given to `reap` with no descriptor free; reaped in its next call
   std::function<void()> beforeTermination;
   bool terminating = false;
 };

@@ -14,7 +14,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t threadNameLimit = 15;  // the kernel's own
+constexpr std::size_t threadNameLimit = 15;  // TASK_COMM_LEN of the kernel, without the NUL
 
 }  // namespace
 
@@ -31,7 +31,7 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   bool startsLater = false;
   std::thread thread;
 
-  /// Called with the lock. Jobs that nobody runs would hold up for good whoever waits for them.
+  /// Call with the lock held. Retries when no thread can be started: callers wait for their jobs.
   void start() {
     if (thread.joinable() || startsLater || closed) return;
     try {
@@ -62,8 +62,7 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
         busy = true;
         lock.unlock();
         job();
-        // The job goes before the queue counts as idle: what it holds may be the last reference to the
-        // queue's owner.
+        // Destroy the job before `busy` becomes false: it may hold the last reference to the queue's owner.
       }
       lock.lock();
       busy = false;
@@ -98,7 +97,7 @@ void SerialQueue::async(Job job) {
 }
 
 void SerialQueue::close() {
-  std::deque<Job> dropped;  // destroyed without the lock: a job may hold anything
+  std::deque<Job> dropped;  // destroyed after the lock is released: a destructor may call the queue
   {
     const std::lock_guard lock(state->mutex);
     state->closed = true;

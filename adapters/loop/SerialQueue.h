@@ -9,11 +9,11 @@
 
 namespace kestrune {
 
-/// A serial queue on a thread of its own, which starts with the first job, or as soon after it as the machine
-/// has a thread to spare.
+/// A serial queue on a thread of its own. The thread starts with the first job; if that fails (EAGAIN), the
+/// queue tries again later.
 class SerialQueue final : public DispatchQueue {
  public:
-  /// Has a job done after a while, on a thread that there is already. Any thread calls it.
+  /// Runs a job after a delay, on a thread that exists already. Any thread may call it.
   using Later = std::function<void(Job)>;
 
   SerialQueue(std::string label, Later later);
@@ -29,7 +29,7 @@ class SerialQueue final : public DispatchQueue {
   struct State;
 
   const std::string name;
-  const std::shared_ptr<State> state;  // the thread's too, which may outlive the queue
+  const std::shared_ptr<State> state;  // shared with the thread, which may outlive the queue
 };
 
 }  // namespace kestrune

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// The machine's own clocks.
+/// The clocks of this machine: CLOCK_MONOTONIC, CLOCK_BOOTTIME and the calendar.
 class SystemClock final : public Clock {
  public:
   Seconds awakeTime() const override;

@@ -13,14 +13,14 @@ namespace kestrune {
 
 namespace {
 
-/// Ethernet devices that a cable may be behind: hardware, ends of a pair, and ports of a switch. Those of
-/// other kinds look like Ethernet whatever they run over.
+/// IFLA_INFO_KIND of Ethernet devices that count as wired: hardware (no kind), veth pairs, switch ports.
+/// Devices of other kinds are ARPHRD_ETHER whatever they run over.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
-/// What the kernel's folder of devices says of one.
+/// What sysfs says of a device.
 struct Device {
   bool wireless = false;
-  std::string type;  ///< such as "wwan"; empty for most
+  std::string type;  ///< DEVTYPE, such as "wwan"; empty for most
 };
 
 Device deviceOf(unsigned index, const std::string& folder) {
@@ -28,7 +28,7 @@ Device deviceOf(unsigned index, const std::string& folder) {
   std::ifstream lines(folder + "/uevent");
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with("DEVTYPE=")) device.type = line.substr(line.find('=') + 1);
-    // The folder may show the devices of another network namespace.
+    // sysfs may belong to another network namespace.
     if (line.starts_with("IFINDEX=") && line != "IFINDEX=" + std::to_string(index)) return {};
   }
   const auto has = [&folder](const char* name) { return access((folder + name).c_str(), F_OK) == 0; };
@@ -36,7 +36,7 @@ Device deviceOf(unsigned index, const std::string& folder) {
   return device;
 }
 
-/// Unknown for what may be stacked on something else.
+/// Unknown for a device that may be stacked on another.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const Device device = deviceOf(index, devices + "/" + link.name);
   if (device.wireless) return Medium::wiFi;
@@ -51,7 +51,7 @@ Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
 
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices) {
   Medium best = Medium::unknown;
-  std::vector<unsigned> stack{index};  // with all that is beneath, each once
+  std::vector<unsigned> stack{index};  // the interface and all beneath it, each once
   const auto add = [&stack](unsigned each) {
     if (std::find(stack.begin(), stack.end(), each) == stack.end()) stack.push_back(each);
   };

@@ -13,18 +13,18 @@ struct Link {
   bool usable = false;        ///< up and with carrier; never the loopback
   unsigned lower = 0;         ///< index of the device that it is stacked on; 0 for none in this namespace
   unsigned master = 0;        ///< index of the bridge or bond that it is a member of; 0 for none
-  unsigned activeMember = 0;  ///< of a bond: index of the member that carries the traffic; 0 where all do
+  unsigned activeMember = 0;  ///< of a bond: index of the member that carries the traffic; 0 when all do
 };
 
 using Links = std::map<unsigned, Link>;  ///< by index
 
-/// What carries the traffic of an interface in the end. Of several, the last leads out: a Wi-Fi station
-/// cannot be bridged, so that Wi-Fi beside a cable is an access point.
+/// The physical medium beneath an interface. Of several, the one listed last counts: a Wi-Fi station cannot
+/// be bridged, so Wi-Fi beside a cable in a bridge is an access point.
 enum class Medium { unknown, wiFi, cellular, wired };
 
-/// The medium of an interface, or of what is beneath a stacked one. Unknown for tunnels with nothing known
-/// beneath, and for an index that is not among `links`. `devices` has a folder for each device that says what
-/// rtnetlink does not, as /sys/class/net has. Any thread.
+/// The medium of an interface, or of the devices beneath a stacked one. Unknown for a tunnel with nothing
+/// known beneath, and for an index that is not in `links`. `devices` is a folder like /sys/class/net, which
+/// has what rtnetlink does not report. Any thread.
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices);
 
 }  // namespace kestrune

@@ -16,12 +16,12 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t datagramSize = 32768;  // the largest that the kernel fills
+constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
-/// Whatever may lead to another answer. Of routes alone would not do: the kernel does not tell of those that
-/// go with an address or, in IPv4, with an interface.
+/// Multicast groups for all changes that may change the path. The route groups are not enough: the kernel
+/// sends no message for routes that vanish with an address or, in IPv4, with an interface.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 
@@ -65,7 +65,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void wait() {
-    // The next question has a socket of its own: a burst of any length costs two wake-ups.
+    // Close until the next question opens another socket: a burst of any length costs two wake-ups.
     if (reports.isInBurst() && !lookup) close();
     timer.reset();
     if (const auto due = reports.due())
@@ -78,7 +78,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void ask() {
-    // Before the question, so that no change falls between the two.
+    // Subscribe before asking, so that no change is missed in between.
     if (const int error = open(); error != 0) return endQuestion(error);
     lookup.emplace(mnl_socket_get_portid(socket.get()), [this](const nlmsghdr& request) {
       return mnl_socket_sendto(socket.get(), &request, request.nlmsg_len) < 0 ? errno : 0;
@@ -86,7 +86,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     if (lookup->isOver()) endQuestion(0);
   }
 
-  /// Opens a socket that hears of changes from now on; returns an errno, or 0.
+  /// Opens an rtnetlink socket that receives changes from now on. Returns 0 or an errno value.
   int open() {
     socket.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) return errno;
@@ -115,7 +115,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     wait();
   }
 
-  /// `error` is an errno when the question could not be asked, or the answer may be lost.
+  /// `error` is 0, or the errno of opening the socket, sending or receiving.
   void endQuestion(int error) {
     const auto answer = error == 0 ? lookup->path(parts.devices) : std::nullopt;
     if (error == 0) error = lookup->refusal();
@@ -131,7 +131,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
       reportOnce(std::string("the routes cannot be read (") + std::strerror(error) +
                  "): changes of the network go unnoticed");
     }
-    // Ever more rarely: a machine that always refuses must not be kept awake.
+    // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
     retry = parts.loop.after(retryDelay, [this] { notice(); });
     retryDelay = std::min(retryDelay * 2, longestRetry);
   }
@@ -139,7 +139,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   void report(std::optional<NetworkPath> path) {
     if (!path) return;
     queue->async([shared = onUpdate, path = *path] {
-      // A copy, because the update may cancel this.
+      // Copied, because the update may cancel this monitor.
       if (const auto update = *shared) update(path);
     });
   }
@@ -169,7 +169,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
 
   const NetworkMonitors parts;
   DispatchQueue* queue = nullptr;
-  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the updates on the queue
+  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the jobs on the queue
   PathReports reports;
   BusSlot sleepSignal;
   std::unique_ptr<mnl_socket, SocketCloser> socket;

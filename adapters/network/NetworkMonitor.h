@@ -10,15 +10,14 @@
 
 namespace kestrune {
 
-/// Makes monitors of the way to the outside in the network namespace of the calling thread. They ask the
-/// kernel for it over rtnetlink after each burst of messages (`PathLookup`) and after each resume from sleep,
-/// of which logind tells on the system bus, and report what `PathReports` decides. Where the kernel refuses
-/// to answer, the path is reported once as satisfied and of no type, standard error says why, and it is asked
-/// again ever more rarely. Main thread.
+/// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. They
+/// ask the kernel over rtnetlink (`PathLookup`) after each burst of messages and after each resume
+/// (PrepareForSleep of logind), and report what `PathReports` decides. When the kernel refuses to answer,
+/// they report a satisfied path without a type, print the error on standard error, and ask again with growing
+/// delays. Main thread.
 class NetworkMonitors final : public PathMonitors {
  public:
-  /// `devices` is the kernel's folder of network devices. What is referred to outlives this and the
-  /// monitors.
+  /// `devices` is a folder like /sys/class/net. The references outlive this and the monitors.
   NetworkMonitors(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
                   std::string givenDevices = "/sys/class/net", const PathTiming& givenTiming = {})
       : loop(givenLoop),

@@ -15,24 +15,23 @@ namespace kestrune {
 
 namespace {
 
-// A root name server, to which nothing is sent. Machines may reject the addresses that are reserved for
-// documentation, or use them inside. These are outside of every network, and nobody routes them differently
-// from the rest.
+// Addresses of a root name server; nothing is sent to them. Machines may reject documentation addresses or
+// use them locally. The root servers lie outside of every network and are routed like any other host.
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
-/// How the kernel says that there is no such route or interface.
+/// The errors that mean: there is no such route or interface.
 constexpr std::array noneErrors{
     ENETUNREACH,   // no route, or one of type throw
     EHOSTUNREACH,  // unreachable
     EACCES,        // prohibit
     EINVAL,        // blackhole
-    ENODEV,        // an interface that is gone since; news of it will come
+    ENODEV,        // the interface has vanished; a message about that follows
 };
 
 constexpr int largestError = 4095;  // MAX_ERRNO of the kernel
 
-/// Attributes by type, as far as they are used here; null for those that are missing.
+/// Attributes by type, types below 64 only; null when missing.
 using Attributes = std::array<const nlattr*, 64>;
 
 int store(const nlattr* attribute, void* attributes) {
@@ -47,7 +46,7 @@ Attributes attributesIn(const nlattr* parent) {
   return attributes;
 }
 
-/// The fixed part of a message, null when it is too short, and its attributes.
+/// The fixed header of a message (null when the message is too short) and its attributes.
 template <typename Header>
 std::pair<const Header*, Attributes> partsOf(const nlmsghdr& message) {
   Attributes attributes{};
@@ -96,7 +95,7 @@ void PathLookup::askForRoute(unsigned char family, const char* destination) {
   ask(request.header, family);
 }
 
-/// Of the interface with that index, or of all for 0.
+/// Asks for the interface with that index; for all when it is 0.
 void PathLookup::askForLinks(unsigned index) {
   struct {
     nlmsghdr header;
@@ -123,7 +122,7 @@ bool PathLookup::take(const char* datagram, std::size_t size) {
   bool isNews = false;
   int left = static_cast<int>(size);
   const auto* message = reinterpret_cast<const nlmsghdr*>(datagram);
-  // mnl_nlmsg_ok takes a length of 2 GiB or more for a negative one.
+  // mnl_nlmsg_ok reads a length of 2 GiB or more as a negative int, and accepts it.
   for (; mnl_nlmsg_ok(message, left) && message->nlmsg_len <= size;
        message = mnl_nlmsg_next(message, &left)) {
     const auto request = pending.find(message->nlmsg_seq);
@@ -136,7 +135,7 @@ bool PathLookup::take(const char* datagram, std::size_t size) {
   return isNews;
 }
 
-/// Returns whether it is the last answer to its request.
+/// Returns whether this message ends the answer to its request.
 bool PathLookup::takeAnswer(const nlmsghdr& message, unsigned char family) {
   if (message.nlmsg_type == RTM_NEWROUTE) takeRoute(message);
   if (message.nlmsg_type == RTM_NEWLINK) takeLink(message);
@@ -144,7 +143,7 @@ bool PathLookup::takeAnswer(const nlmsghdr& message, unsigned char family) {
     const auto* const header = partsOf<nlmsgerr>(message).first;
     const int error = header != nullptr && header->error >= -largestError ? -header->error : EBADMSG;
     const bool isNone = std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
-    // A kernel without IPv6 refuses to look there, with other errors.
+    // A kernel without IPv6 answers an IPv6 lookup with other errors.
     if (!isNone && family != AF_INET6) lastRefusal = error;
   }
   return message.nlmsg_type == NLMSG_DONE || (message.nlmsg_flags & NLM_F_MULTI) == 0;
@@ -155,7 +154,7 @@ void PathLookup::takeRoute(const nlmsghdr& message) {
   if (header == nullptr) return;
   RoutedPath& route = header->rtm_family == AF_INET6 ? ipv6 : ipv4;
   route.interface = numberOf(attributes[RTA_OIF]);
-  route.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // of the other family
+  route.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // or of IPv6 (RTA_VIA)
   route.source = bytesOf(attributes[RTA_PREFSRC]);
   if (route.interface != 0) askForLinks(route.interface);
 }
@@ -171,10 +170,10 @@ void PathLookup::takeLink(const nlmsghdr& message) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // The two ends of a pair name each other, and an index of another namespace means nothing here.
+  // IFLA_LINK of a pair is its other end; with IFLA_LINK_NETNSID, an index in another network namespace.
   const bool isPair = link.kind == "veth" || link.kind == "netkit";
   if (!isPair && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
-  // Other kinds have other details under the same numbers.
+  // The attribute types in IFLA_INFO_DATA depend on the kind.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
   link.activeMember = numberOf(details[IFLA_BOND_ACTIVE_SLAVE]);
   const bool isStacked = link.lower != 0 || !(isPair || link.kind.empty());

@@ -13,26 +13,26 @@
 
 namespace kestrune {
 
-/// One question to the kernel over rtnetlink: which way would a packet to the outside take, and what carries
-/// it? RTM_GETROUTE looks up a global address of each family as for a packet, sending none, and RTM_GETLINK
-/// describes the interface that it names. Of a stacked device, all interfaces are asked for. Any thread.
+/// One question to the kernel over rtnetlink: by which interface would a packet to the Internet leave, and
+/// what is its medium? RTM_GETROUTE makes the kernel look up a global address of each family as for a packet,
+/// sending none. RTM_GETLINK describes that interface; for a stacked device, all are requested. Any thread.
 class PathLookup {
  public:
-  /// Sends a request to the kernel; returns an errno, or 0.
+  /// Sends a request to the kernel. Returns 0 or an errno value.
   using Send = std::function<int(const nlmsghdr&)>;
 
-  /// Sends the first requests, from the socket with that port ID.
+  /// Sends the first requests. `portId` is the netlink port ID of the socket.
   PathLookup(std::uint32_t portId, Send send);
 
-  /// Takes a datagram, aligned as a message is. Answers may lead to further requests. Returns whether some
-  /// message in it is no answer to a request, but tells of a change.
+  /// Takes a received datagram, aligned like nlmsghdr; may send further requests. Returns true when it
+  /// contains a message that answers no request: something has changed.
   bool take(const char* datagram, std::size_t size);
 
-  /// Whether all requests have been answered, or could not be sent.
+  /// Whether every request has been answered or could not be sent.
   bool isOver() const { return pending.empty(); }
 
-  /// The path of IPv4, or else that of IPv6, over an interface that is usable; absent when the kernel refused
-  /// to answer, and `refusal` is then an errno.
+  /// The IPv4 path, else the IPv6 path, over a usable interface; unsatisfied when there is none. Absent when
+  /// the kernel refused to answer; `refusal` is then an errno value.
   std::optional<RoutedPath> path(const std::string& devices) const;
   int refusal() const { return lastRefusal; }
 

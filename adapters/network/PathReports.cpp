@@ -45,7 +45,7 @@ std::optional<NetworkPath> PathReports::endQuestion(std::optional<RoutedPath> an
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // A resume may have come since.
+    // `resume` may have set a later time meanwhile.
     currentSince = std::max(currentSince, askedBurst);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

@@ -9,11 +9,11 @@
 
 namespace kestrune {
 
-/// The way that the kernel chooses for packets to the outside. Two networks of one type differ in the rest;
-/// addresses are in network byte order, empty for none.
+/// The route that the kernel chooses for packets to the Internet. The fields after `path` tell two networks
+/// of one medium apart. Addresses are in network byte order, empty for none.
 struct RoutedPath {
   NetworkPath path;
-  unsigned interface = 0;  ///< index
+  unsigned interface = 0;  ///< interface index
   std::string gateway;
   std::string source;
 
@@ -27,37 +27,37 @@ struct PathTiming {
   Seconds rest{10.0};    ///< from one report to the next while it flaps
 };
 
-/// Decides when to ask the kernel for the path, and when to report its answer. Each call is given the time,
-/// from a clock that stands still while the machine sleeps.
+/// Decides when to ask the kernel for the path, and when to report its answer. `now` is the time of a clock
+/// that stops during suspend.
 ///
-/// A burst of messages leads to one question. Its answer is reported at once, but a loss only when it has
-/// lasted. A loss that ends sooner and a resume from sleep lead to one report, even of an unchanged path:
-/// open connections may be broken. While the network flaps, `rest` lies between two reports that differ, and
-/// a loss has to last that long; the same holds, counted with all reports, for those of an unchanged path.
+/// A burst of messages leads to one question. A changed path is reported at once, a loss only after it has
+/// lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the path is the same:
+/// open connections may be broken. While the network flaps, reports of a changed path are `rest` apart, and a
+/// loss must last that long. Reports of an unchanged path are limited in the same way, but all reports count.
 class PathReports {
  public:
   static constexpr std::size_t manyReports = 4;
 
   explicit PathReports(const PathTiming& timing = {});
 
-  /// Something may have changed. The first call asks for the first question, without a delay.
+  /// Something may have changed. The first call leads to a question without delay.
   void notice(Seconds now);
-  /// The machine has resumed from sleep. A loss waits anew: networks take a moment to come back.
+  /// The machine has resumed. The time of a loss starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// When to call `beginQuestion`, and `takeReport` if that returns false; absent while there is nothing to
-  /// wait for. During a burst that is its end: what is known may be over already.
+  /// When to call `beginQuestion`, and `takeReport` if that returns false; absent when there is nothing to
+  /// wait for. During a burst it is the time of the next question, because the known path may be outdated.
   std::optional<Seconds> due() const;
-  /// Whether a message has come since the last question began.
+  /// Whether `notice` was called since the last question began.
   bool isInBurst() const { return burst.has_value(); }
 
-  /// Whether to ask the kernel now. After true, `endQuestion` follows.
+  /// Whether to ask the kernel now. After true, the caller must call `endQuestion`.
   bool beginQuestion(Seconds now);
-  /// Takes the answer; absent when the question failed. The path is then the last known one, or a satisfied
-  /// one of no type: supervision must not stop for want of an answer. Returns what to report now, if
-  /// anything.
+  /// Takes the answer; absent when the question failed. Then the last known path counts, or without one a
+  /// satisfied path without a type: the supervision must not stop because of that. Returns what to report
+  /// now, if anything.
   std::optional<NetworkPath> endQuestion(std::optional<RoutedPath> answer, Seconds now);
-  /// What was held until now, if anything.
+  /// Returns the report that is due now, if any.
   std::optional<NetworkPath> takeReport(Seconds now);
 
  private:
@@ -66,14 +66,14 @@ class PathReports {
   Seconds reportDue() const;
 
   PathTiming timing;
-  std::optional<Seconds> burst;  // its first message
+  std::optional<Seconds> burst;  // the time of its first message
   bool asking = false;
-  Seconds askedBurst{};  // the first message of the burst that the newest question is about
+  Seconds askedBurst{};  // the same of the burst that led to the newest question
   std::optional<RoutedPath> current;
   Seconds currentSince{};
   std::optional<RoutedPath> reported;
   bool owed = false;
-  std::vector<Seconds> reports, changes;  // when the newest were reported: all, and those that differed
+  std::vector<Seconds> reports, changes;  // times of the newest reports: of all, and of those that differed
 };
 
 }  // namespace kestrune

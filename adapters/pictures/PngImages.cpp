@@ -19,10 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned largestSide = 1024;  // pixels; a logo is far smaller
+constexpr unsigned largestSide = 1024;  // pixels; a logo is much smaller
 constexpr std::string_view icnsSignature = "icns";
-constexpr std::size_t icnsHeader =
-    8;  // four letters and the length, big-endian, of what they head, themselves included
+constexpr std::size_t icnsHeader = 8;  // four letters and a big-endian length, which counts the header too
 
 std::optional<Bitmap> decodePng(std::string_view bytes) {
   png_image reader{};
@@ -45,7 +44,7 @@ std::size_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-/// The pictures of an icon file that are PNGs; its other kinds are older and smaller.
+/// The PNGs in an ICNS file; its other formats are older and smaller.
 std::vector<Bitmap> decodeIcns(std::string_view bytes) {
   std::vector<Bitmap> bitmaps;
   bytes = bytes.substr(icnsHeader);
@@ -67,7 +66,7 @@ std::vector<Bitmap> decodeFile(const std::string& path) {
   return bitmap ? std::vector{std::move(*bitmap)} : std::vector<Bitmap>();
 }
 
-/// "name-N.png" for the file "name.png", for whatever N there is.
+/// The files "name-N.png" beside "name.png", for any number N.
 std::vector<std::string> otherResolutions(const fs::path& path) {
   std::vector<std::string> found;
   const std::string prefix = path.stem().string() + "-";
@@ -84,7 +83,7 @@ std::vector<std::string> otherResolutions(const fs::path& path) {
   return found;
 }
 
-/// Null without bitmaps. The image measures as many points as the first has pixels.
+/// Null without bitmaps. The first bitmap gives the size of the image: one point per pixel.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();

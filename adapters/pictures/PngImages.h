@@ -7,11 +7,11 @@
 
 namespace kestrune {
 
-/// Images from PNG files, and from icon files (ICNS) that hold PNGs. A file "name.png" is drawn for one pixel
-/// a point; "name-N.png" beside it is the same picture, N pixels wide.
+/// Images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point;
+/// "name-N.png" beside it is the same picture, N pixels wide.
 class PngImages final : public Images {
  public:
-  /// `dataFolders` are where the desktop keeps its icons, the most important first.
+  /// `dataFolders` contain the icon themes (icons/, pixmaps/), most important first.
   explicit PngImages(std::vector<std::string> dataFolders);
 
   ImageRef imageFromFile(const std::string& path) override;

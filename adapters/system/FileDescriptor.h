@@ -21,7 +21,7 @@ class FileDescriptor {
   explicit operator bool() const { return value >= 0; }
   int get() const { return value; }  ///< -1 when there is none
 
-  /// Gives the descriptor away without closing it.
+  /// Returns the descriptor without closing it; the caller owns it.
   int release() { return std::exchange(value, -1); }
 
   void reset(int descriptor = -1) {

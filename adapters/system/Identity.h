@@ -2,7 +2,7 @@
 
 namespace kestrune {
 
-/// What this application is called on the desktop, by which its desktop entries are named.
+/// The application ID; the desktop entries are named after it.
 inline constexpr auto applicationIdentifier = "com.dovrel.kestrune.menuclient";
 
 }  // namespace kestrune

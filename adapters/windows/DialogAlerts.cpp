@@ -56,7 +56,7 @@ void DialogAlerts::handle(const dialogs::Event& event) {
   }
 }
 
-/// The program is of no more use: what it showed is told otherwise, from the top down.
+/// Shows all open alerts as notifications instead, the top one first, and answers them as cancelled.
 void DialogAlerts::giveUp(const std::string& reason) {
   forgetProcess();
   while (!open.empty()) {
@@ -65,7 +65,7 @@ void DialogAlerts::giveUp(const std::string& reason) {
   }
 }
 
-/// The texts of fields stay out of it: a notification may be kept, and read by others.
+/// Without the texts of fields: notifications are kept, and other programs can read them.
 void DialogAlerts::fallBack(const Open& lost, const std::string& reason) {
   reportOnce("no window from " + program + ": " + reason);
   notifications.add({.identifier = "alert-" + std::to_string(lost.id),

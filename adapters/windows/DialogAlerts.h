@@ -10,17 +10,17 @@
 
 namespace kestrune {
 
-/// Alerts as windows of the dialogs program: one run of it for each alert and those on top of it. An alert
-/// that cannot be shown becomes a notification, and counts as cancelled. Main thread.
+/// Alerts as windows of KestruneMenuDialogs, one process for an alert and those on top of it. An alert that
+/// cannot be shown becomes a notification and counts as cancelled. Main thread.
 class DialogAlerts final : public AlertQueue {
  public:
-  /// `program` is the path of the dialogs program; `hasDisplay`: there is something to show windows on;
-  /// `patience`: how long a window may take to come.
+  /// `program` is the path of KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how
+  /// long a window may take to appear.
   DialogAlerts(EventLoop& loop, Notifications& notifications, std::string program, bool hasDisplay,
                Seconds patience = windowPatience);
   ~DialogAlerts() override;
 
-  /// Closes what is open and forgets what waits; no completion is called. For the end of the process.
+  /// Closes the windows and drops the waiting alerts without calling completions. For the end of the process.
   void close();
 
  private:
@@ -38,7 +38,7 @@ class DialogAlerts final : public AlertQueue {
   const Seconds patience;
 
   std::unique_ptr<DialogProcess> process;
-  EventSource deadline;  ///< there until the window of the last alert is on the screen
+  EventSource deadline;  ///< set until the window of the last alert is on the screen
 };
 
 }  // namespace kestrune

@@ -17,7 +17,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t requestLimit = std::size_t{256}
-                                     << 20;               // bytes; the largest output there can be, as JSON
+                                     << 20;               // bytes; fits the largest command output as JSON
 constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes
 
 }  // namespace
@@ -65,7 +65,7 @@ void DialogProcess::readSome() {
   const ssize_t count = read(output.get(), buffer, sizeof buffer);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) return finish(std::nullopt);
-  // What was there before has no line end.
+  // The old part has no line end.
   std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
   const auto stillAlive = alive;
@@ -86,7 +86,7 @@ void DialogProcess::readSome() {
 }
 
 void DialogProcess::finish(const std::optional<std::string>& problem) {
-  // One that does not do as agreed need not end when nobody talks to it any more, either.
+  // A program that breaks the protocol may not end when its standard input is closed.
   kill();
   readable.reset();
   input.reset();

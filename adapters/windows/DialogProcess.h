@@ -14,17 +14,17 @@
 
 namespace kestrune {
 
-/// How long a window that was asked for may take to come.
+/// How long a window may take to appear.
 inline constexpr Seconds windowPatience{5.0};
 
-/// One run of the dialogs program. Destroying it closes its windows. Main thread.
+/// One process of KestruneMenuDialogs. The destructor closes its windows. Main thread.
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;
   using OnEnd = std::function<void(const std::optional<std::string>& problem)>;
 
-  /// `onEvent` and `onEnd` may destroy this. `onEnd` runs once, when no more events will come; `problem` is
-  /// absent when the program ended by itself and did not say why.
+  /// `onEvent` and `onEnd` may destroy this. `onEnd` runs once, when no more events will come. `problem` is
+  /// absent when the program ended by itself and gave no reason.
   DialogProcess(EventLoop& loop, OnEvent onEvent, OnEnd onEnd);
   ~DialogProcess();
   DialogProcess(const DialogProcess&) = delete;
@@ -35,7 +35,7 @@ class DialogProcess {
 
   void send(const dialogs::Request& request);
 
-  /// Ends a program that no longer answers.
+  /// Kills the program (SIGKILL).
   void kill();
 
  private:
@@ -49,7 +49,7 @@ class DialogProcess {
   FileDescriptor output;
   EventSource readable;
   std::unique_ptr<DescriptorWriter> input;
-  std::string begun;                                           ///< a line whose end has not come
+  std::string begun;                                           ///< a line that is not complete yet
   std::shared_ptr<bool> alive = std::make_shared<bool>(true);  ///< false once this is destroyed
 };
 

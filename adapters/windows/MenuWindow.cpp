@@ -56,7 +56,7 @@ void MenuWindow::handle(const dialogs::Event& event) {
   }
 }
 
-/// A window that was closed without a choice leaves nothing to tell.
+/// Reports why there is no window, unless the user closed it without a choice.
 void MenuWindow::ended(const std::optional<std::string>& problem) {
   if (problem || deadline) report(problem.value_or("it ended before its window came"));
   forgetProcess();

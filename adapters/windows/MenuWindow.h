@@ -8,19 +8,19 @@
 
 namespace kestrune {
 
-/// The menu as a window of the dialogs program, for desktops without a tray and for hosts that do not open
-/// menus. Follows the menu while it is open. Main thread.
+/// The menu as a window of KestruneMenuDialogs, for desktops without a tray and for tray hosts that do not
+/// open menus. Shows changes of the menu while it is open. Main thread.
 class MenuWindow {
  public:
-  /// `program` is the path of the dialogs program; `hasDisplay`: there is something to show windows on;
-  /// `patience`: how long the window may take to come.
+  /// `program` is the path of KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how
+  /// long the window may take to appear.
   MenuWindow(EventLoop& loop, std::string program, bool hasDisplay, Seconds patience = windowPatience);
   ~MenuWindow();
 
   void setMenu(const Menu& menu);
 
-  /// Shows the window, or brings the one that is open to the front; by `activationToken` (xdg-activation) if
-  /// whoever asks was given one, else it is empty. A window that cannot be shown is told on standard error.
+  /// Shows the window, or brings the open one to the front. `activationToken` (XDG_ACTIVATION_TOKEN) lets it
+  /// take the focus; empty for none. A window that cannot be shown is reported on standard error.
   void show(const std::string& activationToken = {});
 
   void close();
@@ -37,7 +37,7 @@ class MenuWindow {
   const Seconds patience;
   Menu menu;
   std::unique_ptr<DialogProcess> process;
-  EventSource deadline;  ///< there until the window is on the screen
+  EventSource deadline;  ///< set until the window is on the screen
 };
 
 }  // namespace kestrune

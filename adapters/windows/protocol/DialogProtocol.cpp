@@ -16,9 +16,9 @@ namespace {
 constexpr int deepestView = 16;
 constexpr int largestImageSide = 4096;   // pixels
 constexpr double largestFont = 200;      // points
-constexpr double largestLength = 16384;  // points: no screen shows more
+constexpr double largestLength = 16384;  // points; more than any screen
 
-/// The words for the cases of an enumeration, in their order.
+/// The JSON strings of an enumeration, in the order of its values.
 template <typename Enumeration>
 struct Words;
 template <>
@@ -56,7 +56,7 @@ Json wordFor(Enumeration value) {
   return Words<Enumeration>::values.at(static_cast<std::size_t>(value));
 }
 
-/// What is wrong with a line. Thrown and caught in this file only.
+/// Why a line is invalid. Thrown and caught in this file only.
 struct Misunderstood {
   std::string reason;
 };
@@ -71,8 +71,7 @@ Enumeration fromWord(const Json& object, const char* name) {
   throw Misunderstood{std::string("an unknown ") + name};
 }
 
-// The library's own conversions take a truth value for a number, and do what they like with one that is out
-// of range.
+// nlohmann::json converts true to 1, and a number that is out of range to any value. So check both.
 
 int wholeNumber(const Json& value, int least, int most = std::numeric_limits<int>::max()) {
   if (!value.is_number_integer()) throw Misunderstood{"a number that is not whole"};
@@ -91,7 +90,7 @@ double length(const Json& value, double most = largestLength) {
   return points;
 }
 
-/// The elements of an array; the library would also go through an object, or take a single value for one.
+/// The array `name`. nlohmann::json would also iterate over an object or a single value.
 const Json& arrayAt(const Json& object, const char* name) {
   const Json& elements = object.at(name);
   if (!elements.is_array()) throw Misunderstood{std::string("no array of ") + name};
@@ -254,7 +253,7 @@ struct Overloaded : Cases... {
 template <typename... Cases>
 Overloaded(Cases...) -> Overloaded<Cases...>;
 
-/// Text that came from outside may hold anything; a line must come about all the same.
+/// The text may contain invalid UTF-8; replace it instead of failing.
 std::string toLine(Json object) {
   object["version"] = protocolVersion;
   return object.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -304,7 +303,7 @@ std::variant<Message, std::string> decode(const std::string& line, Message (*rea
   } catch (const Misunderstood& problem) {
     return problem.reason;
   } catch (const Json::exception&) {
-    // Its own words would quote what the line holds, which may be a secret.
+    // The library's message quotes the line, which may contain a secret.
     return std::string("a line that is not of the protocol");
   }
 }

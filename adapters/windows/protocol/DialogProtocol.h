@@ -6,36 +6,34 @@
 #include "ports/Alert.h"
 #include "ports/Menu.h"
 
-// What the client and its dialogs program say to each other: one JSON object in each line, the client on the
-// program's standard input, the program on its standard output. Both halves use these functions, but one may
-// be older than the other after an upgrade: every line carries the version.
+// The protocol between the client and KestruneMenuDialogs: one JSON object per line, requests on the
+// program's standard input, events on its standard output. Both programs link these functions. After an
+// upgrade one may be older than the other, so every line carries the version.
 
 namespace kestrune::dialogs {
 
 inline constexpr int protocolVersion = 1;
 
-/// Show this alert: alone, or on top of those that are open. The identifier is new and greater than 0.
+/// Show this alert, on top of the open ones. The identifier is new and greater than 0.
 struct ShowAlert {
   int id = 0;
   Alert alert;
 };
 
-/// Bring all windows to the front. The token also serves the next window that is shown.
+/// Bring all windows to the front. The token also activates the next window that is shown.
 struct Raise {
-  std::string activationToken{};  ///< by which the desktop allows it (xdg-activation); empty: none
+  std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for none
 };
 
-/// Show this menu as a window, or change the one that shows to it. A process shows alerts or a menu, not
-/// both.
+/// Show this menu as a window, or update the open one. A process shows alerts or a menu, not both.
 struct ShowMenu {
   Menu menu;
 };
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program ends by itself, with status 0, when its last window is answered or its standard input ends,
-// which closes the windows without an answer. A menu that is closed without a choice ends it without an
-// event.
+// The program exits with status 0 when its last window is answered, or at the end of its standard input,
+// which closes the windows without an answer. A menu that is closed without a choice sends no event.
 
 /// The window is on the screen.
 struct Shown {
@@ -48,7 +46,7 @@ struct Pressed {
   std::string action;
 };
 
-/// The alert is answered and gone.
+/// The alert was answered and closed.
 struct Answered {
   int id = 0;
   AlertAnswer answer;
@@ -59,18 +57,18 @@ struct Chosen {
   int item = 0;
 };
 
-/// The program cannot do what it was asked for; it ends.
+/// The program cannot serve a request; it exits.
 struct Refused {
   std::string reason;
 };
 
 using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 
-/// The line, without its end.
+/// Returns the line without a line end.
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// What a line says, or, when it cannot be understood, why.
+/// The message in a line, or the reason why it is invalid.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 
