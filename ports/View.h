@@ -29,10 +29,10 @@ struct Insets {
 /// points; 0 takes the size of the content. Members that do not apply to the kind are ignored.
 struct View {
   ViewKind kind = ViewKind::container;
-  std::string identifier{};   ///< of a field: the key of its text in the answer, unique in the alert
-  std::string text{};         ///< of labels, buttons and fields
-  std::string placeholder{};  ///< of fields
-  std::string action{};       ///< of a button: performed by the alert's target; the alert stays open
+  std::string identifier{};          ///< of a field: the key of its text in the answer, unique in the alert
+  std::string text{};                ///< of labels, buttons and fields
+  std::string placeholder{};         ///< of fields
+  std::string action{};              ///< of a button: performed by the alert's target; the alert stays open
   std::string accessibilityLabel{};  ///< for screen readers; empty: the text
 
   double fontSize = 13;
