@@ -84,7 +84,8 @@ class AppDelegate final : public ApplicationDelegate,
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
   /// Asks the local service for the current project and thread, at most every 45 seconds. Calls `completion`
-  /// once, when the fields are up to date: before this returns if the service is not asked.
+  /// once, when the fields are up to date. If it does not ask the service, it calls `completion` before it
+  /// returns.
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name);
 
@@ -140,7 +141,7 @@ class AppDelegate final : public ApplicationDelegate,
   static const MenuRow menuRows[];
   const MenuRow& rowAt(int number) const;
 
-  /// Stores the report's Codex findings and the current time.
+  /// Stores the report's Codex findings, and the current time as the time of the report.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;

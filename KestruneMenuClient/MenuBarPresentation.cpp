@@ -59,7 +59,7 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
   if (const ImageRef logo = baseMenuBarLogo()) {
     if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
   }
-  // Load it again: a damaged first result may be why the conversion to grey failed.
+  // Load it again: the first image may be damaged, which made the conversion to grey fail.
   return baseMenuBarLogo();
 }
 

@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t rowLimit = 200;                // characters
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // more than `rowLimit` real characters need
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // characters of real texts take fewer bytes than 64
 
 /// One code point read from UTF-8. `length` is 0 at the end of the text. An ill-formed byte is one
 /// `invalidCharacter`.

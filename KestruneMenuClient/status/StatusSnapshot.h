@@ -15,7 +15,7 @@ namespace kestrune {
 /// The status text while auto-connect is off.
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
-/// The state that the first menu rows show.
+/// The state that menu rows 2 to 11 show.
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};
