@@ -20,9 +20,8 @@
 
 namespace kestrune {
 
-/// The controller: holds all state of the application and every operation. Lives from before the main loop
-/// starts until the process ends, in a `std::shared_ptr`. Everything is called on the main thread unless it
-/// says otherwise.
+/// The controller: holds the application's state and has all operations. Owned by a `std::shared_ptr` from
+/// before the main loop starts until the process ends. Main thread, unless a comment says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
                           public std::enable_shared_from_this<AppDelegate> {
@@ -44,8 +43,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string connectionModeLabel() const;
 
   static std::string resolveRepoPath(const MainBundle& mainBundle);
-  /// For a report of a fault: where the backend is, by which rule, what of it is there, and how the client is
-  /// set. Lines for a person, without secrets.
+  /// Describes the backend's folder, the rule that chose it, its files and the client's preferences, for a
+  /// bug report. Lines of text, without secrets.
   static std::string describeBackend(Platform& platform);
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
@@ -68,25 +67,25 @@ class AppDelegate final : public ApplicationDelegate,
 
   static ConnectionLampState inferLampState(const CommandResult& result);
   static std::string prettifyOutput(std::string_view output);
-  /// "OK" or "需檢查" and the detail of the first line that carries `label`; absent when no line does.
+  /// "OK" or "需檢查", and the detail, from the first line with `label`; absent when there is none.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail);
   void updateCodexRuntimeSummaries(std::string_view output);
 
-  /// Asks the backend for its status and shows it. Dropped while another refresh is under way.
+  /// Asks the backend for its status and shows it. Does nothing while another refresh is running.
   void refreshStatus(bool triggerNotification);
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
-  /// (Re)starts the timer that refreshes every 20 seconds.
+  /// Starts or restarts the timer that refreshes every 20 seconds.
   void startPeriodicRefresh();
   void startMonitoringNetwork();
-  /// Asks the backend to bring its services back and then for its status. Any number may be under way.
-  /// Returns at once; with `showWindow`, what the backend said is shown at the end, followed by
-  /// `extraContent`.
+  /// Runs the backend's `refresh`, then asks for its status. Returns at once; any number may run at the same
+  /// time. With `showWindow`, shows the output of `refresh` at the end, followed by `extraContent`.
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
   /// Asks the local service for the current project and thread, at most every 45 seconds. Calls `completion`
-  /// exactly once, when the fields have their values: at once when there is nothing to wait for.
+  /// once, when the fields are up to date. If it does not ask the service, it calls `completion` before it
+  /// returns.
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name);
 
@@ -101,10 +100,10 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
-  /// Does the same for another program, but only what an enabled row of the menu does. Returns why not, in
-  /// English; absent when it was done.
+  /// Performs the action of an enabled menu row for another program. Returns the reason of a failure, in
+  /// English; absent on success.
   std::optional<std::string> performRequest(const std::string& action);
-  /// Asks for a window with one button; returns at once.
+  /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError);
   void requestNotificationPermission();
   void showNotification(const std::string& title, const std::string& body);
@@ -114,12 +113,12 @@ class AppDelegate final : public ApplicationDelegate,
   /// The value of `key` in the backend's .env, possibly empty; absent when no line defines it or the file
   /// cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets these keys in the backend's .env and keeps every other line. With `shown`, what the user saw of
-  /// these keys: a file that holds a value which is neither there nor in `values` is first copied to
-  /// ".env.previous" beside it, and a notification says so.
+  /// Sets these keys in the backend's .env and keeps every other line. `shown` holds the values that the user
+  /// saw. If the file has a value for one of the keys that is neither in `shown` nor in `values`, copies the
+  /// file to ".env.previous" first and shows a notification.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
-  /// What the phone scans; absent without a token.
+  /// The link in the QR code that a phone scans; absent without a token.
   std::optional<std::string> makePairingURL() const;
   /// A square image of `size` points; null when the text cannot be encoded.
   ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
@@ -136,13 +135,13 @@ class AppDelegate final : public ApplicationDelegate,
   OperationResult setLaunchAtLoginEnabled(bool enabled);
 
  private:
-  friend struct AppDelegateState;  // the tests' view of the fields
+  friend struct AppDelegateState;  // lets tests read the fields
 
   struct MenuRow;
   static const MenuRow menuRows[];
   const MenuRow& rowAt(int number) const;
 
-  /// Remembers what a report says about Codex, and when it came.
+  /// Stores the report's Codex findings, and the current time as the time of the report.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
@@ -151,10 +150,11 @@ class AppDelegate final : public ApplicationDelegate,
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);
   void actOnPathUpdate(bool changed);
-  /// Runs a line on the worker and hands its result to `then` on the main thread.
+  /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
-  /// Finds out whether a program can run: starts it with `--version` and waits for 2 s at most. Calls `then`
-  /// once, at once or from the main queue; a failure carries the program's words or the system's.
+  /// Checks that a program can run: starts it with `--version` and waits for 2 s at most. Calls `then` once,
+  /// before this returns or from the main queue. A failure holds the program's output or the system's error
+  /// message.
   void tryProgram(const std::string& executable, const std::function<void(const Result<>&)>& then);
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
                   const std::function<void(const Result<>&)>& then);
@@ -164,7 +164,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string publicAPIURL() const;
   EnvFile envTemplate() const;
   std::string pairingToken() const;
-  /// What the fields of the settings dialog show at first.
+  /// The initial values of the settings dialog.
   EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);
 
@@ -200,14 +200,14 @@ class AppDelegate final : public ApplicationDelegate,
   std::string codexRemoteControlSummary = "Remote Control：尚未檢查";
   std::string codexAppSummary = "Codex App：尚未檢查";
   std::string chatGPTRemoteSummary = "ChatGPT Remote：尚未檢查";
-  std::optional<std::int64_t> reportedAt;  ///< the calendar time of the newest report of the backend
+  std::optional<std::int64_t> reportedAt;  ///< calendar time of the backend's newest report
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;
   std::unique_ptr<DispatchQueue> workerQueue;
   bool reconnectInProgress = false;
   bool statusRefreshInProgress = false;
   bool liveSessionRefreshInProgress = false;
-  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< on the clock's continuous time
+  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< in `Clock::continuousTime`
   std::unique_ptr<Timer> refreshTimer;
   std::uint32_t displaySleepAssertionID = 0;
   std::uint32_t systemSleepAssertionID = 0;

@@ -49,7 +49,7 @@ void AppDelegate::applicationWillTerminate() {
   pathMonitor->cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
-  // A command that is still queued or running could start again what the stop is about to end.
+  // A queued or running command could restart a service that the stop ends.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();
@@ -62,7 +62,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   const RepoLocation repo = locateRepo(platform.mainBundle);
   const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
   std::string text;
-  // Paths are others' words, too.
+  // A path may contain control characters.
   const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
   line("Program: " + self.currentExecutablePath());
   line("Backend: " + repo.path + ", " + repo.rule);

@@ -6,7 +6,7 @@ namespace kestrune {
 
 namespace {
 
-/// How long a program may take to print its version.
+/// Time limit for a program to print its version.
 constexpr Seconds trialLimit{2.0};
 
 }  // namespace
@@ -56,7 +56,7 @@ std::string AppDelegate::backendServiceStopCommand() const {
   const ServiceControl& control = platform.serviceControl;
   std::string script;
   const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
-  // Services first, or the service manager would start again what is ended below.
+  // Unload services first, or the service manager would restart the processes that are ended below.
   for (const auto* label : backend::serviceLabels) append(control.unloadLine(label));
   for (const auto* pattern : backend::processPatterns) append(control.endMatchingLine(pattern));
   for (const int port : backend::ports) append(control.killListenersLine(port));

@@ -9,7 +9,6 @@ namespace kestrune {
 
 namespace {
 
-/// What the phone scans; absent without a token.
 std::optional<std::string> pairingURL(const std::string& apiURL, const std::string& token) {
   if (token.empty()) return std::nullopt;
   return "kestrune://configure?apiUrl=" + AppDelegate::percentEncodeQueryValue(apiURL) +
@@ -63,7 +62,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
     if (const auto kept = files.writePrivately(previous, old->text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
-  // A file that could not be read may be all that the user has.
+  // Keep a file that could not be read: it may be the user's only copy.
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
@@ -118,7 +117,7 @@ ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) cons
 void AppDelegate::showPairingQR() {
   static constexpr auto failureTitle = "無法生成配對 QR";
   static constexpr double imageSize = 260;
-  // Once for both: what stands below the code is what is in it.
+  // Read once, so that the QR code and the text below it agree.
   const std::string apiURL = publicAPIURL();
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
@@ -126,7 +125,7 @@ void AppDelegate::showPairingQR() {
     showResultWindow(failureTitle, "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。", true);
     return;
   }
-  // A value with a line end goes on over lines that may hold other secrets.
+  // A value with a line end includes the lines after it, which may hold other secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     showResultWindow(failureTitle,
                      ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"

@@ -2,7 +2,7 @@
 
 namespace kestrune {
 
-/// Stops the process because of a programming error; `message` goes to standard error.
+/// Aborts because of a programming error; prints `message` on standard error.
 [[noreturn]] void fatalError(const char* message);
 
 }  // namespace kestrune

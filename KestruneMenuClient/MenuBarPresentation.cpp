@@ -59,7 +59,7 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
   if (const ImageRef logo = baseMenuBarLogo()) {
     if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
   }
-  // Asked anew: the first answer may have been the reason why it could not be greyed.
+  // Load it again: the first image may be damaged, which made the conversion to grey fail.
   return baseMenuBarLogo();
 }
 
@@ -159,7 +159,7 @@ void AppDelegate::toggleAutoConnect() {
   setAutoConnectEnabled(enabled);
   if (enabled) {
     reconnectServices(false);
-    // The hyphen is U+2011, which keeps the word on one line.
+    // U+2011 is a non-breaking hyphen.
     showResultWindow("已開啟自動連線",
                      "之後換 Wi\u2011Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。", false);
   } else {
@@ -185,7 +185,7 @@ void AppDelegate::toggleConnectionMode() {
 }
 
 void AppDelegate::restartMenuClient() {
-  // A program that cannot run is found out before the shut-down, which stops the backend.
+  // Check that the program can run before the shutdown, which stops the backend.
   tryProgram(currentExecutablePath(), [this](const Result<>& trial) {
     const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
     if (opened) return platform.application->terminate();

@@ -6,11 +6,11 @@
 
 namespace kestrune {
 
-/// A row of the menu: its place, what it shows and what it runs. Rows 2 to 11 are those of `statusRows`.
+/// A menu row: its number, title and action. Rows 2 to 11 come from `statusRows`.
 struct AppDelegate::MenuRow {
-  int number;               ///< permanent; of rows that share it, the first that applies shows
+  int number;               ///< permanent; of rows with the same number, the first that applies is shown
   const char* title = "";   ///< empty: a separator
-  const char* action = "";  ///< the name by which faces and scripts choose the row
+  const char* action = "";  ///< faces and scripts choose the row by this name
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< the check mark; null: the row has none
@@ -60,7 +60,7 @@ const AppDelegate::MenuRow AppDelegate::menuRows[] = {
     {notInTheMenu, "顯示手機配對 QR", "showPairingQR", "", &A::showPairingQR},
 };
 
-/// The row that shows at this place now.
+/// The row that is shown at `number` now.
 const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
   return *std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
     return each.number == number && (each.applies == nullptr || (this->*each.applies)());

@@ -174,7 +174,7 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
   workerQueue->async([self = shared_from_this(), &mainQueue, showWindow, title, extraContent] {
     CommandResult outcome = self->runShellCommand(self->backendCommandLine("refresh"));
     mainQueue.async([=, &mainQueue, result = std::move(outcome)]() mutable {
-      // The services that were just started need a moment before their status says anything.
+      // Services that were just started need a moment before their status is meaningful.
       mainQueue.asyncAfter(settlingTime, [=, result = std::move(result)] {
         self->refreshStatus(false);
         if (!showWindow) return;
@@ -185,8 +185,6 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
     });
   });
 }
-
-// --- status without a start
 
 // --- live snapshot
 

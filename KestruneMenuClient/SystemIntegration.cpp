@@ -91,7 +91,7 @@ OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   FileManager& files = platform.fileManager;
   if (const auto made = files.createDirectory(path.substr(0, path.rfind('/'))); !made)
     return {false, made.reason()};
-  // A file that cannot be removed is most often one that is not there.
+  // Failures of removeItem are ignored: usually the file does not exist.
   if (!enabled) {
     files.removeItem(path);
     files.removeItem(legacyUserLaunchAgentPath());

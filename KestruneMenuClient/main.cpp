@@ -34,7 +34,7 @@ constexpr auto usage =
 constexpr int failure = 1;
 constexpr int usageError = 2;
 
-/// What the command line asks for.
+/// The parsed command line.
 struct Request {
   kestrune::StartOptions start;
   bool status = false;
@@ -42,14 +42,14 @@ struct Request {
   std::optional<kestrune::StatusFormat> format;
   bool follow = false;
 
-  /// Whether its options go together.
+  /// Whether the options can be combined.
   bool isSound() const {
     const bool starts = start.face == kestrune::Face::terminal || start.background;
     return status + diagnose + starts <= 1 && (status || (!format && !follow));
   }
 };
 
-// For the life of the process: nothing may outlive them.
+// Static, so that they live until the process ends.
 std::unique_ptr<kestrune::Host> host;
 std::shared_ptr<kestrune::ApplicationDelegate> delegate;
 
@@ -66,7 +66,7 @@ bool print(const std::string& text) {
   std::exit(print(text) ? 0 : failure);
 }
 
-/// Of two formats, the second would take the place of the first without a word.
+/// Refuses a second format, which would silently replace the first.
 void setFormat(Request& request, kestrune::StatusFormat format) {
   if (request.format && *request.format != format) refuse("--json and --waybar exclude each other");
   request.format = format;
@@ -107,7 +107,7 @@ void tellStatus(const Request& request) {
   const auto command = std::make_shared<kestrune::StatusCommand>(
       host->platform(),
       kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow},
-      // A reader that stalls must not keep a follower from being ended.
+      // With --follow, a stalled reader must not block the end of this process.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
       });

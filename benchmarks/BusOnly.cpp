@@ -1,7 +1,7 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
-// The least that a resident process on the session bus can be: it connects, and waits.
+// The smallest resident process on the session bus: it connects and waits.
 int main() {
   sd_event* loop = nullptr;
   sd_bus* bus = nullptr;

@@ -4,7 +4,7 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 
-// How long it takes to interpret a status report of so many bytes, all that is done with it.
+// Measures the time to interpret a status report, for reports of increasing size.
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <string>
 
-// To be loaded into the client before all else: what LOOP_TURNS names gets a line for each turn of the main
-// loop, the milliseconds from the end of a wait to the next.
+// Preload this library into the client with LD_PRELOAD. It appends a line to the file LOOP_TURNS for each
+// turn of the main loop: the milliseconds between two calls of epoll_wait.
 
 namespace {
 
@@ -19,7 +19,7 @@ struct Report {
   Report() {
     if (const char* path = std::getenv("LOOP_TURNS"); path != nullptr)
       file = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    // What the client starts is not measured.
+    // Do not measure the client's children.
     unsetenv("LD_PRELOAD");
   }
 

@@ -12,9 +12,8 @@
 #include <memory>
 #include <string>
 
-// A watcher of the display: starts the program that it is given so many times, hands it the first line of a
-// file on its standard input, and prints each time from the start of the process to its mapped window, in
-// milliseconds.
+// Starts a program repeatedly with the first line of a file as its standard input. Prints for each start the
+// milliseconds until the X server reports a mapped window.
 
 extern char** environ;
 
@@ -24,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int patience = 5000;  // milliseconds
 
-/// Whether a window was mapped in the time that was given for it.
+/// Whether a window was mapped within `patience`.
 bool waitForWindow(xcb_connection_t* display) {
   for (;;) {
     while (xcb_generic_event_t* const event = xcb_poll_for_event(display)) {

@@ -7,8 +7,7 @@
 #include "adapters/loop/EventLoop.h"
 #include "adapters/tray/StatusNotifierItem.h"
 
-// Rebuilds the exported menu 5,000 times, each time with other texts, and prints how much the process grew by
-// it, in kilobytes of memory that is its own.
+// Rebuilds the exported menu 5,000 times with new texts, and prints the growth of private memory in kB.
 
 namespace {
 

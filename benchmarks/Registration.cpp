@@ -14,11 +14,11 @@
 #include <string>
 #include <string_view>
 
-// A tray: watcher and host of items, which reads an item and its menu as panels do, and again after each
-// change. Starts the program that it is given, and prints the milliseconds from the start of the process to
-// its registered item, and the id of the process, once the item has told its properties. Stays until its
-// standard input ends; then it kills the program, and prints how often that has told of a change, and what it
-// and the children that it has waited for have used: voluntary context switches, and milliseconds of CPU.
+// A tray: a StatusNotifierWatcher and host that reads an item and its menu as panels do, and again after each
+// change. Starts a program. When the item has answered with its properties, prints the milliseconds from the
+// start to the registration, and the PID. When standard input ends, kills the program and prints the number
+// of its change signals, and the voluntary context switches and CPU milliseconds of the program and of the
+// children that it has waited for.
 
 extern char** environ;
 
@@ -92,8 +92,8 @@ int takeItem(sd_bus_message* call, void*, sd_bus_error*) {
   sd_bus* const bus = sd_bus_message_get_bus(call);
   if (owner.empty()) {
     taken = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-    // Either the path of an item of the caller's, or a name that has one at the usual path, maybe on another
-    // connection.
+    // `service` is either an object path of the caller, or a bus name, possibly of another connection, with
+    // the item at the default path.
     const bool isPath = service[0] == '/';
     owner = isPath ? sd_bus_message_get_sender(call) : service;
     path = isPath ? service : "/StatusNotifierItem";

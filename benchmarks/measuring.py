@@ -1,4 +1,4 @@
-"""What the benchmarks have in common: what they build, the desk that they measure at, and what the kernel counts."""
+"""Common parts of the benchmarks: the build, the test desktop, and the kernel's counters."""
 
 import os
 import random
@@ -24,7 +24,7 @@ BUS = """<busconfig><type>session</type>
 
 
 def install(*packages):
-    """Whether these packages are there now. A name may be that of a list in scripts/steps.bash."""
+    """Installs missing packages; false on failure. A name may be a list in scripts/steps.bash."""
     names = " ".join(f'"${{{name}[@]}}"' if name.endswith("_packages") else name for name in packages)
     script = f". scripts/steps.bash && install_missing {names}"
     return subprocess.run(["bash", "-c", script], cwd=ROOT, stdout=sys.stderr).returncode == 0
@@ -39,18 +39,18 @@ def prepare():
 
 
 def run(work):
-    """Does the work in namespaces of its own, with everything built."""
+    """Builds everything, then calls `work` in its own namespaces."""
     if isolation.MARK not in os.environ:
         prepare()
     isolation.run(work)
 
 
-# --- the desk
+# --- the test desktop
 
 
 @contextmanager
 def program(*command, **options):
-    """Another program, which ends with the block."""
+    """Runs a program and kills it at the end of the block."""
     process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **options)
     try:
         yield process
@@ -61,7 +61,7 @@ def program(*command, **options):
 
 @contextmanager
 def bus(kind, services=""):
-    """A bus of the session or of the system, which starts programs as the folders of services say."""
+    """A session or system bus. `services` is XML that names the folders of service files."""
     with tempfile.TemporaryDirectory() as folder:
         configuration = Path(folder, "bus.conf")
         configuration.write_text(BUS.format(folder, services))
@@ -74,7 +74,7 @@ def bus(kind, services=""):
 
 @contextmanager
 def display():
-    # By an abstract socket alone, of which the namespace has its own: what is in a folder, all share.
+    # Only an abstract socket: these belong to the network namespace, while a socket file would be shared.
     name = f":{random.randrange(100, 60000)}"
     with program("Xvfb", name, "-displayfd", "1", "-nolock", "-nolisten", "tcp", "-nolisten", "unix",
                  "-screen", "0", "1280x900x24", "-noreset", stdout=subprocess.PIPE) as server:
@@ -84,7 +84,7 @@ def display():
 
 
 def use_home(folder):
-    """A user's folders below that one, and in them a copy of the sample backend that the client watches over."""
+    """Creates a user's folders below `folder`, with a copy of the sample backend, and sets the environment."""
     backend = folder / "backend"
     if not backend.exists():
         shutil.copytree(ROOT / "examples/backend", backend, symlinks=True,
@@ -92,7 +92,7 @@ def use_home(folder):
     for name in ("runtime", "temporary"):
         shutil.rmtree(folder / name, ignore_errors=True)
         (folder / name).mkdir(mode=0o700)
-    # They name processes that were killed by numbers, which another namespace gives out again.
+    # The lock files hold PIDs of killed processes, which a new namespace uses again.
     for lock in folder.glob(".config/*/*.lock"):
         lock.unlink()
     for name in [name for name in os.environ if name.startswith("XDG_")]:
@@ -102,7 +102,7 @@ def use_home(folder):
 
 
 class InTray:
-    """A program that has put its item into a tray."""
+    """A program that has registered its item in a tray."""
 
     def __init__(self, *command):
         self.tray = subprocess.Popen([TOOLS / "registration", *command], stdin=subprocess.PIPE,
@@ -114,17 +114,17 @@ class InTray:
         self.milliseconds, self.pid = float(told[0]), int(told[1])
 
     def end(self):
-        """How often it told of a change, the wake-ups and the milliseconds of CPU of it and of the children that it
-        has waited for."""
+        """Kills the program. Returns its number of change signals, wake-ups and milliseconds of CPU; the last two
+        include the children that it has waited for."""
         changes, woken, milliseconds = self.tray.communicate()[0].split()
         return int(changes), int(woken), float(milliseconds)
 
 
-# --- what the kernel counts
+# --- the kernel's counters
 
 
 def read(*path):
-    """What is in a file of a process, or nothing if that has ended."""
+    """The contents of a file in /proc; empty if the process has ended."""
     try:
         return Path("/proc", *map(str, path)).read_text()
     except OSError:
@@ -139,13 +139,13 @@ def threads(pid):
 
 
 def family(pid):
-    """The process, and those that it and its children have started and not lost."""
+    """The PIDs of the process and its descendants, without reparented ones."""
     children = [child for thread in threads(pid) for child in read(pid, "task", thread, "children").split()]
     return [pid, *(each for child in children for each in family(int(child)))]
 
 
 def memory(pids):
-    """Kilobytes of the processes: their share of everything, all that is resident, and what nobody could share."""
+    """PSS, RSS and private dirty memory of the processes, in kB."""
     total = {"Pss": 0, "Rss": 0, "Private_Dirty": 0}
     for pid in pids:
         for line in read(pid, "smaps_rollup").splitlines()[1:]:
@@ -156,8 +156,8 @@ def memory(pids):
 
 
 class Activity:
-    """What processes have done since it was made. To be looked at every now and then, because what a thread has done
-    since the last look is lost when it ends."""
+    """Wake-ups and CPU milliseconds of processes since it was created. Call `look` often: what a thread has done since
+    the last call is lost when the thread ends."""
 
     def __init__(self, *pids):
         self.seen = {}

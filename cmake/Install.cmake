@@ -1,6 +1,6 @@
 set(PROGRAMS KestruneMenuClient)
 if(KESTRUNE_DIALOGS)
-  # Beside the client, which looks for it there.
+  # The client looks for it in its own folder.
   list(APPEND PROGRAMS KestruneMenuDialogs)
 endif()
 
@@ -8,12 +8,12 @@ set(PACKAGE kestrune-menu-client)
 set(PACKAGING ${CMAKE_SOURCE_DIR}/packaging)
 set(IDENTIFIER com.dovrel.kestrune.menuclient)
 set(KESTRUNE_MAINTAINER "The Kestrune Menu Client developers <kestrune-menu-client@example.org>"
-    CACHE STRING "Who answers for the Debian package")
-# Older than any that a distribution gives its own.
+    CACHE STRING "Maintainer of the Debian package")
+# Sorts before the revisions of a distribution's own package.
 set(DEBIAN_REVISION 0kestrune1)
 set(DEBIAN_VERSION ${PROJECT_VERSION}-${DEBIAN_REVISION})
 
-# compress(FILE NAME): NAME.gz in the build folder, without the time of day, which would make each build another.
+# compress(FILE NAME): NAME.gz in the build folder, without a timestamp, so that builds are reproducible.
 set(COMPRESSED "")
 find_program(GZIP gzip REQUIRED)
 function(compress file name)
@@ -27,17 +27,17 @@ foreach(text KestruneMenuClient.1 KestruneMenuDialogs.1 changelog.Debian)
 endforeach()
 compress(${CMAKE_SOURCE_DIR}/CHANGELOG.md changelog)
 add_custom_target(kestrune_texts ALL DEPENDS ${COMPRESSED})
-# Whoever builds the client alone may install it.
+# cmake --install then also works after building the client alone.
 add_dependencies(KestruneMenuClient kestrune_texts)
 
-# Into a prefix, the ordinary way: cmake --install build/release --prefix PREFIX
+# Into a prefix: cmake --install build/release --prefix PREFIX
 install(TARGETS ${PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${LOGOS} DESTINATION ${CMAKE_INSTALL_DATADIR}/${PACKAGE})
 
-# What a desktop, a service manager and a shell know the programs by. Wherever the prefix is, they call them by name.
+# Desktop entry, AppStream metadata, user unit and shell completion. They run the programs by name, so any prefix works.
 install(FILES ${PACKAGING}/${IDENTIFIER}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PACKAGING}/${IDENTIFIER}.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
-# Service managers look here on every architecture.
+# systemd searches this path on every architecture.
 install(FILES ${PACKAGING}/${PACKAGE}.service DESTINATION lib/systemd/user)
 foreach(program IN LISTS PROGRAMS)
   install(FILES ${PACKAGING}/${program}.bash-completion RENAME ${program}
@@ -58,7 +58,7 @@ install(FILES ${PACKAGING}/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
               ${CMAKE_BINARY_DIR}/packaging/changelog.Debian.gz
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE})
 
-# For a backend's own use, where the client finds the backend by the path of its program:
+# Below the folder of one backend, which the client then finds from its own path:
 #   cmake --install build/release --component backend --prefix REPOSITORY/dist
 set(BACKEND_FOLDER "Kestrune Menu Client")
 install(TARGETS ${PROGRAMS} RUNTIME DESTINATION ${BACKEND_FOLDER} COMPONENT backend EXCLUDE_FROM_ALL)

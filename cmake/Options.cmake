@@ -1,4 +1,4 @@
-# What every target of this project is compiled with.
+# The compile options of all targets.
 add_library(kestrune_options INTERFACE)
 target_include_directories(kestrune_options INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(kestrune_options INTERFACE
@@ -15,8 +15,7 @@ if(KESTRUNE_SANITIZE)
     -fsanitize=${KESTRUNE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kestrune_options INTERFACE -fsanitize=${KESTRUNE_SANITIZE})
   if(KESTRUNE_SANITIZE MATCHES "undefined")
-    # This check asks the system whether memory can be read through a pipe of its own, and takes the answer for a fault in
-    # the tests that leave the process no descriptors.
+    # This check probes memory through a pipe. It reports a false error in tests that leave the process no descriptors.
     target_compile_options(kestrune_options INTERFACE -fno-sanitize=vptr)
   endif()
 endif()

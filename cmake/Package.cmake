@@ -18,14 +18,14 @@ every 20 seconds, shows a lamp and a menu in the tray of the desktop or in a
 terminal, and stops the backend when it quits. Its texts are in Traditional
 Chinese.
 
-The process that stays in memory links no toolkit; windows are shown by a
-program of their own.")
+The resident process links no GUI toolkit; a separate program shows the
+windows.")
 
-# The libraries that the programs link, and the programs that they run. Those of essential packages are always there: a
-# dependency on bash, coreutils or findutils would be a fault of the package.
+# The linked libraries, and the programs that are run. Debian policy forbids dependencies on essential packages such as
+# bash, coreutils or findutils.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "curl, lsof, procps")
-# Without them the client goes on: without windows, without readable ones, or without opening a folder.
+# Recommended only: the client runs without a session bus, readable windows or a program that opens folders.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
   "dbus-user-session | dbus-session-bus, fonts-noto-cjk, fonts-noto-color-emoji, qt6-qpa-plugins, qt6-wayland, xdg-utils")
 

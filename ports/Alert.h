@@ -15,7 +15,7 @@ namespace kestrune {
 
 enum class AlertStyle { warning = 0, informational = 1 };
 
-/// A window that says something and waits for one of its buttons.
+/// The description of a window with a message and buttons.
 struct Alert {
   AlertStyle style = AlertStyle::warning;
   std::string messageText;
@@ -24,7 +24,7 @@ struct Alert {
   std::optional<View> accessoryView{};
   std::weak_ptr<ActionTarget> target{};  ///< of the buttons inside the view
 
-  /// Whether both look alike; whom their buttons act on does not count.
+  /// Compares all members except `target`.
   friend bool operator==(const Alert& a, const Alert& b) {
     return a.style == b.style && a.messageText == b.messageText && a.informativeText == b.informativeText &&
            a.buttons == b.buttons && a.accessoryView == b.accessoryView;
@@ -33,28 +33,27 @@ struct Alert {
 
 struct AlertAnswer {
   std::optional<std::size_t>
-      button;  ///< counted from 0; absent when the user cancelled or nobody could be asked
+      button;  ///< counted from 0; absent when the user cancelled or no window could be shown
   std::map<std::string, std::string> fields{};  ///< the texts of the view's fields, by their identifiers
 };
 
 struct AlertRequest {
-  /// Called when the alert's turn has come, so that it says what is true then.
+  /// Called when the alert's turn has come, so that its text is up to date.
   std::function<Alert()> describe;
-  /// Called once, when the alert is answered or given up.
+  /// Called once, when the alert is answered or cancelled.
   std::function<void(const AlertAnswer&)> completion;
-  /// Of an alert of which there is one at a time; empty: any number.
+  /// At most one alert with this identifier is open or waiting; empty: any number.
   std::string identifier{};
 };
 
-/// Shows alerts one at a time, in the order in which they were asked for; those that a button inside an alert
-/// asks for stand on top of it. A face of the program is an implementation of this and of the status bar.
-/// Main thread.
+/// Shows alerts one at a time, in the order of the requests. An alert that a button inside an open alert
+/// requests is shown on top of it. A face implements this and `StatusBar`. Main thread.
 class Alerts {
  public:
   virtual ~Alerts() = default;
 
-  /// Asks for an alert and returns; nothing of the request is called before. If one of the same identifier is
-  /// not answered yet, that one is brought to the front instead, and nothing is called at all.
+  /// Requests an alert and returns before it calls any function of `request`. If an alert with the same
+  /// identifier is not answered yet, raises that one instead and drops `request`.
   virtual void present(AlertRequest request) = 0;
 };
 

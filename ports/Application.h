@@ -2,23 +2,23 @@
 
 namespace kestrune {
 
-/// What the application tells its controller. All calls on the main thread.
+/// The events of an application. All calls on the main thread.
 class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
 
-  /// Once, when the loop runs.
+  /// Called once, when the loop runs.
   virtual void applicationDidFinishLaunching() = 0;
 
-  /// Once, when the process is about to end; the process ends after this returns.
+  /// Called once, before the process ends.
   virtual void applicationWillTerminate() = 0;
 };
 
-/// Regular applications have a main window and a place among the running programs; an accessory lives in the
-/// status bar alone.
+/// A regular application has a main window and an entry in the list of running programs; an accessory has
+/// only its item in the status bar.
 enum class ActivationPolicy { regular = 0, accessory = 1 };
 
-/// The process as the desktop sees it, and its main loop. Behind a port so that a test can be the desktop.
+/// The process as the desktop sees it, and its main loop.
 class Application {
  public:
   virtual ~Application() = default;
@@ -26,12 +26,11 @@ class Application {
   /// Main thread.
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 
-  /// Runs the main loop until `terminate`, with the delegate told of start and end. Returns the exit status.
+  /// Runs the main loop until `terminate`, and calls `delegate` at start and end. Returns the exit status.
   /// Called once, on the main thread.
   virtual int run(ApplicationDelegate& delegate) = 0;
 
-  /// Ends the loop once the work under way on the main thread is done. Asking again changes nothing. Main
-  /// thread.
+  /// Ends the loop when the running callback has returned. Further calls do nothing. Main thread.
   virtual void terminate() = 0;
 };
 

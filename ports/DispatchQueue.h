@@ -10,11 +10,10 @@ namespace kestrune {
 
 using Job = std::function<void()>;
 
-/// Runs jobs one at a time, in the order in which they were posted. Behind a port so that a test runs them
-/// when it wants to.
+/// Runs jobs one at a time, in the order in which they were posted.
 class DispatchQueue {
  public:
-  /// Waits for no job: one that runs while the queue is destroyed is left to finish by itself.
+  /// Does not wait for a running job; it finishes by itself.
   virtual ~DispatchQueue() = default;
 
   virtual const std::string& label() const = 0;
@@ -22,15 +21,14 @@ class DispatchQueue {
   /// Queues `job` and returns; the job never runs before this returns. Any thread.
   virtual void async(Job job) = 0;
 
-  /// Drops the jobs that have not begun, and every job posted from now on. Does not wait for the job that
-  /// runs. Main thread.
+  /// Drops the jobs that have not begun, and all later ones. Does not wait for a running job. Main thread.
   virtual void close() = 0;
 };
 
 /// The queue of the main thread, run by the application's loop.
 class MainQueue : public DispatchQueue {
  public:
-  /// As `async`, no earlier than `delay` from now; time asleep does not count. Any thread.
+  /// Like `async`, but runs `job` after at least `delay`, not counting time suspended. Any thread.
   virtual void asyncAfter(Seconds delay, Job job) = 0;
 };
 
@@ -39,7 +37,7 @@ enum class QualityOfService { standard, userInitiated };
 /// Where the jobs of a serial queue run: on a thread of its own, or between other jobs on the main thread.
 enum class QueueTarget { ownThread, mainThread };
 
-/// Gives out the queues of the process.
+/// Creates the queues of the process.
 class Dispatch {
  public:
   virtual ~Dispatch() = default;

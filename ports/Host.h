@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// How the program shows itself.
+/// How the client shows itself: in the tray, or as text in a terminal.
 enum class Face { tray, terminal };
 
 /// The machine that the program runs on. Main thread.
@@ -16,36 +16,37 @@ class Host {
  public:
   virtual ~Host() = default;
 
-  /// Whether this process is the client of this user. If another one already runs, it is told to show itself,
-  /// and this returns false; if this process was started to replace it, this first waits for its end.
+  /// Whether this process becomes the one client of this user. If another client runs, returns false and,
+  /// unless in the background, makes that client show its menu. If this process was started to replace that
+  /// client, waits for its end first.
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;
 
-  /// What a report of a fault needs to know of the machine and the session: lines for a person, without
-  /// secrets. Starts nothing. Instead of everything else but `platform` and `leave`.
+  /// Describes the machine and the session for a bug report: lines of text, without secrets. Starts no
+  /// service. Call only `platform` and `leave` besides it.
   virtual std::string describe() = 0;
 
-  /// Terminates the application when nobody reads standard output any more.
+  /// Terminates the application when the reader of standard output has closed it.
   virtual void endWithOutput() = 0;
 
-  /// Writes to standard output without ever blocking. False when the text was dropped, because the reader has
-  /// left or has not read for long.
+  /// Writes to standard output and never blocks. False when the text was dropped: the reader has closed the
+  /// pipe, or has not read for long.
   virtual bool write(const std::string& text) = 0;
 
-  /// Ends the process with `status`, or lets the new instance take it over that was asked for. Nothing is
-  /// destroyed: a worker that is still busy may use anything.
+  /// Ends the process with `status`, or calls exec if a restart in this process was requested. Runs no
+  /// destructors: a worker that is still busy may use any object.
   [[noreturn]] virtual void leave(int status) = 0;
 };
 
-/// How the program is started.
+/// The options of a start.
 struct StartOptions {
   Face face = Face::tray;
-  bool background = false;               ///< not by hand: a client that already runs need not show itself
-  std::vector<std::string> arguments{};  ///< as given, to start the program afresh with
+  bool background = false;               ///< a client that already runs does not show its menu
+  std::vector<std::string> arguments{};  ///< as given, for a restart
 };
 
-/// Made once, before the first thread starts. Never null.
+/// Called once, before the first thread starts. Never null.
 std::unique_ptr<Host> makeHost(const StartOptions& options);
 
 }  // namespace kestrune

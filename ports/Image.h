@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// Pixels, row by row from the top left, four bytes each: red, green, blue, alpha (not premultiplied).
+/// Pixels in rows from the top left, four bytes each: red, green, blue, alpha (not premultiplied).
 struct Bitmap {
   int width = 0;
   int height = 0;
@@ -17,19 +17,17 @@ struct Bitmap {
   bool operator==(const Bitmap&) const = default;
 };
 
-/// A picture of one size in points, drawn at one or more resolutions, the smallest first. Never without a
-/// bitmap.
+/// A picture of one size in points, at one or more resolutions, the smallest first. Has at least one bitmap.
 struct Image {
   double width = 0;        ///< points
   double height = 0;       ///< points
-  bool isTemplate = true;  ///< tinted by the bar it stands in, instead of keeping its own colours
+  bool isTemplate = true;  ///< the status bar tints it instead of keeping its colours
   std::vector<Bitmap> bitmaps;
 
   bool operator==(const Image&) const = default;
 };
 
-/// Images are shared between the controller's caches and the button, so that a face can tell "the same"
-/// cheaply.
+/// Shared between the controller's caches and the button, so that a face can compare pointers.
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter: saturation 0 is grey, 1 leaves the colours; brightness is added; contrast 1 changes
@@ -42,16 +40,16 @@ struct ColorControls {
   bool operator==(const ColorControls&) const = default;
 };
 
-/// Reads and filters images. Behind a port because decoders and icon themes belong to the host. Main thread.
+/// Reads and filters images. Main thread.
 class Images {
  public:
   virtual ~Images() = default;
 
-  /// The image in the file at `path`, together with its other resolutions that lie beside it. Null when the
-  /// file cannot be read or holds no image that this host knows.
+  /// The image in the file at `path`, with the other resolutions in the same folder. Null when the file
+  /// cannot be read or decoded.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
-  /// The image that the desktop knows by `name`; null when it knows none.
+  /// The icon `name` of the desktop's icon theme; null when there is none.
   virtual ImageRef imageNamed(const std::string& name) = 0;
 
   /// A filtered copy; null when it cannot be made.

@@ -5,8 +5,8 @@
 
 namespace kestrune {
 
-/// How this host registers the programs that start when the user logs in: a file for each, named after a
-/// label. Behind a port because every host has a place and a format of its own. Main thread.
+/// Registers programs that start at login: one file for each, named after a label. On Linux, autostart
+/// entries. Main thread.
 class LaunchAgents {
  public:
   virtual ~LaunchAgents() = default;
@@ -14,16 +14,16 @@ class LaunchAgents {
   /// The file of the agent `label`.
   virtual std::string path(const std::string& label) const = 0;
 
-  /// Whether the agent's file is there, and the user's desktop has not switched it off.
+  /// Whether the agent's file exists and is not switched off in the desktop's settings.
   virtual bool isRegistered(const std::string& label) const = 0;
 
-  /// What the file holds that starts `executablePath` at login, so that it finds the backend in `repoPath`
-  /// again. Absent when one of the paths holds a character that cannot be written there.
+  /// The contents of a file that starts `executablePath` at login with the backend in `repoPath`. Absent when
+  /// a path contains a character that the format cannot hold.
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 
-  /// Leads an agent of this application to the running program and to the backend in `repoPath` if the
-  /// program that it starts is gone. Nothing happens to one that is not there, or is not ours.
+  /// If the program that this application's agent starts no longer exists, rewrites the file to start the
+  /// running program with the backend in `repoPath`. Ignores a file that is missing or not ours.
   virtual void repair(const std::string& label, const std::string& repoPath) = 0;
 };
 

@@ -5,8 +5,7 @@
 
 namespace kestrune {
 
-/// Where this process was started from, and what it was given. Behind a port so that a test can put the
-/// program anywhere. Any thread; what is returned does not change while the process lives.
+/// The program's paths and environment. Any thread; the results do not change while the process lives.
 class MainBundle {
  public:
   virtual ~MainBundle() = default;
@@ -14,7 +13,7 @@ class MainBundle {
   /// The application's folder, without a trailing slash.
   virtual std::string bundlePath() const = 0;
 
-  /// The program that runs, as it was found at start; absent when the host cannot tell.
+  /// The path of the running program, read at start; absent when the host cannot tell.
   virtual std::optional<std::string> executablePath() const = 0;
 
   /// The file "name.extension" among the application's resources; absent when there is none.

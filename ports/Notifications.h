@@ -5,7 +5,7 @@
 namespace kestrune {
 
 struct Notification {
-  std::string identifier;  ///< unique: no notification replaces another
+  std::string identifier;  ///< unique, so that no notification replaces another
   std::string title;
   std::string body;
   bool lasting = false;  ///< stays until the user or `withdraw` removes it
@@ -15,16 +15,15 @@ struct Notification {
 
 enum class NotificationOption : unsigned { badge = 1, sound = 2, alert = 4 };
 
-/// Posts notifications of this machine's own. Behind a port so that a test reads what the user would. Main
-/// thread.
+/// Shows desktop notifications. Main thread.
 class Notifications {
  public:
   virtual ~Notifications() = default;
 
-  /// Asks the user once for the right to show alerts and play sounds; what is answered is not told.
+  /// Asks the user once for permission to show alerts and play sounds. Does not report the answer.
   virtual void requestAuthorization(unsigned options) = 0;
 
-  /// Shows `notification` at once; one that cannot be shown is dropped in silence.
+  /// Shows `notification` at once. Silently drops one that cannot be shown.
   virtual void add(const Notification& notification) = 0;
 
   /// Removes a lasting notification, if it is still shown.

@@ -7,9 +7,9 @@
 
 namespace kestrune {
 
-/// What the default route of this machine looks like now.
+/// The default route of this machine.
 struct NetworkPath {
-  bool satisfied = false;  ///< some interface can reach beyond this machine
+  bool satisfied = false;  ///< an interface can reach hosts beyond this machine
   bool usesWiFi = false;
   bool usesWiredEthernet = false;
   bool usesCellular = false;
@@ -17,23 +17,23 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path. Behind a port so that a test can move the machine between networks.
+/// Reports changes of the network path.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;
 
-  /// Calls `onUpdate` on `queue`, which the main thread runs, once soon after the start, then after each
-  /// change and after each resume from sleep. An update may be equal to the one before: after a resume, after
-  /// a short interruption, or where the address or the network is another one of the same type. Called once,
-  /// on the main thread.
+  /// Calls `onUpdate` on `queue`, which the main thread runs: soon after the start, after each change, and
+  /// after each resume from suspend. An update may equal the previous one: after a resume, after a short
+  /// interruption, or when only the address or the network of the same type has changed. Called once, on the
+  /// main thread.
   virtual void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) = 0;
 
-  /// Once this returns, `onUpdate` is not called again, also not by what is on the queue already. Main
+  /// After this returns, `onUpdate` is not called again, not even by a job that is already queued. Main
   /// thread.
   virtual void cancel() = 0;
 };
 
-/// Makes path monitors over all interfaces.
+/// Makes path monitors that watch all interfaces.
 class PathMonitors {
  public:
   virtual ~PathMonitors() = default;

@@ -24,10 +24,10 @@
 
 namespace kestrune {
 
-/// Everything that the controller asks of a machine. What is referred to outlives the controller.
+/// All ports that the controller uses. They outlive the controller.
 struct Platform {
   Application*
-      application;  ///< null only where the host failed to make one; a controller refuses to start then
+      application;  ///< null only when the host failed to make one; the controller then aborts at its start
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;

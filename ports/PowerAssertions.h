@@ -10,23 +10,21 @@ enum class PowerAssertionType { noDisplaySleep, preventUserIdleSystemSleep };
 
 inline constexpr int powerAssertionLevelOn = 255;
 
-/// Keeps the display or the system from sleeping while nobody touches it. Behind a port so that a test sees
-/// what is held. Main thread.
+/// Keeps the display or the system from sleeping while the user is idle. On Linux, inhibitors. Main thread.
 class PowerAssertions {
  public:
   virtual ~PowerAssertions() = default;
 
-  /// Takes an assertion that other programs see under `name`. Returns its identifier, never 0, or nothing
-  /// when it is not held.
+  /// Takes an assertion, which other programs see under `name`. Returns its identifier, never 0; absent when
+  /// it was refused.
   virtual std::optional<std::uint32_t> create(PowerAssertionType type, int level,
                                               const std::string& name) = 0;
 
-  /// Whether the assertion is in force, as far as is known. A host may lose one that was taken: the service
-  /// that granted it is gone, or runs again and has not granted it anew.
+  /// Whether the assertion is held, as far as is known. It is lost when the service that granted it has
+  /// ended, or has restarted and not granted it again.
   virtual bool isHeld(std::uint32_t identifier) = 0;
 
-  /// Gives the assertion back, or what is left of one that was lost. An identifier that was not taken is
-  /// ignored.
+  /// Releases the assertion, even if it was partly lost. Ignores an unknown identifier.
   virtual void release(std::uint32_t identifier) = 0;
 };
 

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// Encodes QR symbols. Behind a port because encoders belong to the host. Main thread.
+/// Encodes QR symbols. Main thread.
 class QRCodeGenerator {
  public:
   virtual ~QRCodeGenerator() = default;

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// Why an operation failed: the system's description, or words for a person.
+/// Why an operation failed: the system's error message, or text for the user.
 struct Failure {
   std::string reason;
 
@@ -18,8 +18,8 @@ struct Done {
   bool operator==(const Done&) const = default;
 };
 
-/// What every port returns that can fail: a value, or why there is none. What is merely absent is a
-/// `std::optional` instead.
+/// A value, or the reason of a failure. Every port operation that can fail returns it; a value that may be
+/// absent without a failure is a `std::optional`.
 template <typename Value = Done>
 class Result {
  public:
@@ -32,7 +32,7 @@ class Result {
   Value& operator*() { return std::get<Value>(outcome); }
   const Value& operator*() const { return std::get<Value>(outcome); }
   Value* operator->() { return &**this; }
-  /// Only when there is none.
+  /// Only when there is no value.
   const std::string& reason() const { return std::get<Failure>(outcome).reason; }
 
   bool operator==(const Result&) const = default;

@@ -4,8 +4,8 @@
 
 namespace kestrune {
 
-/// Words the shell lines that end services and processes on this host. Behind a port because service managers
-/// and process tools differ. Each line is complete, ends in "|| true" and has no newline. Any thread.
+/// Builds the shell commands that end services and processes on this host. Each is one complete line, ends in
+/// "|| true" and has no newline. Any thread.
 class ServiceControl {
  public:
   virtual ~ServiceControl() = default;
@@ -13,11 +13,11 @@ class ServiceControl {
   /// Unloads the user's service `label` from the service manager, if it is loaded.
   virtual std::string unloadLine(const std::string& label) const = 0;
 
-  /// Asks every process to end (SIGTERM) whose command line contains `pattern`. On Linux it spares the shell
-  /// that runs the line, this client and its windows.
+  /// Sends SIGTERM to every process whose command line contains `pattern`. On Linux it spares the shell that
+  /// runs the line, this client and `KestruneMenuDialogs`.
   virtual std::string endMatchingLine(const std::string& pattern) const = 0;
 
-  /// Kills (SIGKILL) whoever listens on the TCP port.
+  /// Sends SIGKILL to the processes that listen on the TCP port.
   virtual std::string killListenersLine(int port) const = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// What the client of this user tells of itself. Not told any more once this goes. Main thread.
+/// A subscription to the client's status. Destroying it ends it. Main thread.
 class StatusSubscription {
  public:
   virtual ~StatusSubscription() = default;
@@ -15,20 +15,19 @@ class StatusSubscription {
 /// The newest status as one line, without a line end.
 using StatusLine = std::function<std::string()>;
 
-/// Where the client of this user tells other programs of the same user how things are, and where they hear
-/// it. Main thread.
+/// Publishes the client's status to other processes of the same user, and subscribes to it. Main thread.
 class StatusFeed {
  public:
   virtual ~StatusFeed() = default;
 
-  /// Tells every subscriber the line, and each later one until the next call; a line that is equal to the one
-  /// before is not told again. `line` is called only when somebody subscribes. A subscriber that does not
-  /// listen is given up.
+  /// Sends the line to all subscribers now, and to those that come before the next call. Does not repeat a
+  /// line that equals the previous one. Calls `line` only if there is a subscriber. Drops a subscriber that
+  /// does not read.
   virtual void publish(StatusLine line) = 0;
 
-  /// Hears the client that runs, and each that runs later: its newest line soon, then each later one.
-  /// `onAbsence` is called, soon, when no client runs or the one that does says nothing, and whenever the one
-  /// that was heard has ended. Never null. Neither is called from inside this call.
+  /// Subscribes to the running client and to each later one: `onLine` gets the newest line soon, then each
+  /// later one. `onAbsence` is called soon if no client runs or it does not answer, and whenever the
+  /// subscribed client has ended. Neither is called before this returns. Never null.
   virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                         std::function<void()> onAbsence) = 0;
 };

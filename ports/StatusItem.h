@@ -11,7 +11,7 @@ namespace kestrune {
 
 enum class ImagePosition { noImage = 0, imageOnly = 1 };
 
-/// How the button of a status item looks.
+/// The look of a status item's button.
 struct StatusButton {
   std::string title;
   ImageRef image;  ///< null: no image
@@ -22,7 +22,7 @@ struct StatusButton {
   bool operator==(const StatusButton&) const = default;
 };
 
-/// One item of the status bar: a button, and a menu that opens from it. Main thread.
+/// One item of the status bar: a button with a menu. Main thread.
 class StatusItem {
  public:
   virtual ~StatusItem() = default;
@@ -35,16 +35,15 @@ class StatusItem {
   virtual void setMenu(Menu menu) = 0;
 };
 
-/// The length that makes an item as wide as the bar is high.
+/// Makes an item as wide as the bar is high.
 inline constexpr double squareStatusItemLength = -2;
 
-/// The desktop's status bar. A face of the program is an implementation of this and of the alerts. Main
-/// thread.
+/// The desktop's status bar. A face implements this and `Alerts`. Main thread.
 class StatusBar {
  public:
   virtual ~StatusBar() = default;
 
-  /// Never null: where the desktop has no status bar, the item is kept until there is one.
+  /// Never null. Without a status bar, the item appears when there is one.
   virtual std::unique_ptr<StatusItem> statusItem(double length) = 0;
 };
 

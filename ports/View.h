@@ -15,7 +15,7 @@ enum class TextAlignment { natural, center };
 enum class LineBreak { wordWrap, truncateMiddle };
 enum class StackAlignment { leading, centerX };
 
-/// Empty room around a content, in points.
+/// Empty margins around the content, in points.
 struct Insets {
   double top = 0;
   double left = 0;
@@ -25,22 +25,22 @@ struct Insets {
   bool operator==(const Insets&) const = default;
 };
 
-/// What stands inside an alert, described: a tree of plain values that a face draws. Sizes are in points; 0
-/// leaves a size to the content. What a field of this does not concern is ignored.
+/// The description of the views inside an alert: a tree of plain values that a face draws. Sizes are in
+/// points; 0 takes the size of the content. Members that do not apply to the kind are ignored.
 struct View {
   ViewKind kind = ViewKind::container;
-  std::string identifier{};   ///< of a field: the key of its text in the answer, unique in the alert
-  std::string text{};         ///< of labels, buttons and fields
-  std::string placeholder{};  ///< of fields
-  std::string action{};       ///< of a button: what it asks of the alert's target; the alert stays open
-  std::string accessibilityLabel{};  ///< what the view is called where its text does not say; empty: its text
+  std::string identifier{};          ///< of a field: the key of its text in the answer, unique in the alert
+  std::string text{};                ///< of labels, buttons and fields
+  std::string placeholder{};         ///< of fields
+  std::string action{};              ///< of a button: performed by the alert's target; the alert stays open
+  std::string accessibilityLabel{};  ///< for screen readers; empty: the text
 
   double fontSize = 13;
   FontWeight fontWeight = FontWeight::regular;
   TextColor textColor = TextColor::primary;
   TextAlignment textAlignment = TextAlignment::natural;
   LineBreak lineBreak = LineBreak::wordWrap;
-  int maximumLines = 0;  ///< 0: as many as it takes
+  int maximumLines = 0;  ///< 0: no limit
 
   double width = 0;
   double height = 0;

@@ -6,21 +6,20 @@
 
 namespace kestrune {
 
-/// What the desktop opens for the user. Behind a port so that a test opens nothing. Main thread; nothing here
-/// waits for what it starts.
+/// Opens files and programs. Main thread. Does not wait for the programs that it starts.
 class Workspace {
  public:
   virtual ~Workspace() = default;
 
-  /// Opens a file or a folder in the program that the desktop has for it. What comes of it is not told.
+  /// Opens a file or folder in the desktop's default program. Does not report the result.
   virtual void open(const std::string& path) = 0;
 
-  /// Where this host keeps the Codex App, whether it is there or not.
+  /// The path of the Codex App on this host, whether it is installed or not.
   virtual std::string codexAppPath() const = 0;
 
-  /// Starts this application once more, from the bundle at `bundlePath`, beside the instance that runs; the
-  /// new one waits until this one has gone. Where the new one takes over this process at its end, a failure
-  /// comes too late to be returned: find out first whether the program can run.
+  /// Starts a second instance of this application from the bundle at `bundlePath`; it waits until this one
+  /// has ended. Where this process calls exec at its end instead, the result cannot report a failure of exec:
+  /// check first that the program can run.
   virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 

@@ -1,32 +1,32 @@
-# What run, test and .ci/run have in common. To be sourced.
+# Functions and package lists of run, test, .ci/run, fuzz/run and packaging/rehearse. Source this file.
 
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
 build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libutf8proc-dev libpng-dev libqrencode-dev
     nlohmann-json3-dev qt6-base-dev)
-# The tools that the client runs, the language of the sample backend, and what windows need for X11 and for Wayland.
+# The tools that the client runs, Python for the sample backend, and the Qt plugins for X11 and Wayland.
 run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
-# Daemons, a display and a panel of the tests' own, and who makes and judges a package.
+# Daemons, displays and a panel for the tests; tools that build and check the package.
 test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
     x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst sway
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
     dpkg-dev file lintian appstream man-db)
-# What the benchmarks measure with.
+# What the benchmarks need.
 benchmark_packages=(libbenchmark-dev libxcb1-dev dbus-daemon xvfb util-linux iproute2)
-# clang too, so that both compilers see every line.
+# clang, so that both compilers check the code.
 sanitizer_packages=(clang libclang-rt-14-dev)
 
 log=$(mktemp)
 trap 'rm -f -- "$log"' EXIT
 
-# fail MESSAGE...: says why, and ends.
+# fail MESSAGE...: prints the messages on standard error and exits with status 1.
 fail() {
     printf '%s\n' "$@" >&2
     exit 1
 }
 
-# step WHAT COMMAND...: one line that says what is done, and every five seconds that it goes on. A command that fails
-# shows what it said.
+# step WHAT COMMAND...: runs the command, and prints one line with the elapsed time every five seconds. If it fails,
+# prints its output and exits with its status.
 step() {
     local began=$SECONDS next=5 status=0 pid
     printf '%s …' "$1"
@@ -53,7 +53,7 @@ as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo --non-interactive "$@" 2>/dev/null || sudo "$@"; fi
 }
 
-# install_missing PACKAGE...: the packages of these that are not there.
+# install_missing PACKAGE...: installs the packages that are not installed yet.
 install_missing() {
     local missing=() package
     for package; do
@@ -61,15 +61,15 @@ install_missing() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || fail "These packages are missing; install them as root: ${missing[*]}"
-        sudo --validate || fail "These packages are missing, and sudo is refused: ${missing[*]}"
+        command -v sudo >/dev/null || fail "These packages are missing and there is no sudo. Install them as root: ${missing[*]}"
+        sudo --validate || fail "These packages are missing and sudo failed. Install them as root: ${missing[*]}"
     fi
-    step "Reading the list of packages" as_root apt-get -q update
+    step "Updating the package lists" as_root apt-get -q update
     step "Installing ${missing[*]}" as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get -q -y --no-install-recommends install "${missing[@]}"
 }
 
-# install_missing_fonts: one with Chinese characters and one with emoji in colour, unless there are such fonts.
+# install_missing_fonts: installs a Chinese font and a colour emoji font, unless the system has one.
 install_missing_fonts() {
     local missing=()
     [ -n "$(fc-list :lang=zh-tw)" ] || missing+=(fonts-noto-cjk)
@@ -77,7 +77,7 @@ install_missing_fonts() {
     install_missing "${missing[@]}"
 }
 
-# build PRESET: configures if need be, and builds.
+# build PRESET: configures if necessary, and builds.
 build() {
     [ -f "build/$1/build.ninja" ] || step "Configuring ($1)" cmake --preset "$1"
     step "Building ($1)" cmake --build --preset "$1"

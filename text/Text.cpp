@@ -9,10 +9,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t rowLimit = 200;                // characters
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // more than so many characters ever take
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // characters of real texts take fewer bytes than 64
 
-/// One character code read from UTF-8. `length` is 0 at the end of the text; an ill-formed byte is read by
-/// itself as `invalidCharacter`.
+/// One code point read from UTF-8. `length` is 0 at the end of the text. An ill-formed byte is one
+/// `invalidCharacter`.
 struct Decoded {
   char32_t character;
   std::size_t length;
@@ -54,12 +54,12 @@ constexpr bool isControl(char32_t character) {
   return character < 0x20 || (character >= 0x7F && character <= 0x9F);
 }
 
-/// Embeddings, overrides and isolates: they reorder what stands behind them.
+/// Bidirectional embeddings, overrides and isolates, which reorder the text after them.
 constexpr bool turnsWritingDirection(char32_t character) {
   return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
 
-/// Codes that no text is made of. D-Bus libraries refuse a whole message for one of them.
+/// D-Bus libraries reject a whole message that contains a noncharacter.
 constexpr bool isNoncharacter(char32_t character) {
   return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
 }
@@ -69,8 +69,8 @@ std::size_t skip(std::string_view text, std::size_t from, char first, char last)
   return from;
 }
 
-/// The bytes of the escape sequence that begins `text`, as ECMA-48 forms them, with ESC or with a C1 control;
-/// 0 if none does, or one that does not end.
+/// The length in bytes of the ECMA-48 escape sequence at the start of `text`, introduced by ESC or a C1
+/// control; 0 if there is none, or if it is unterminated.
 std::size_t escapeSequenceLength(std::string_view text) {
   if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
   const bool isC1 = text[0] == '\xC2';
@@ -101,13 +101,13 @@ std::size_t escapeSequenceLength(std::string_view text) {
   }
 }
 
-/// The first byte of every newline: lets the splitter pass over most of a text without decoding it.
+/// Whether `byte` can be the first of a newline. Lets the splitter skip most bytes without decoding.
 constexpr bool mayBeginNewline(char byte) {
   const auto value = static_cast<unsigned char>(byte);
   return (value >= 0x0A && value <= 0x0D) || value == 0xC2 || value == 0xE2;
 }
 
-/// The number of bytes of the first `count` characters of `text`, or of all of it if it has no more.
+/// The length in bytes of the first `count` characters of `text`, or of all of it if it has fewer.
 std::size_t prefixLength(std::string_view text, std::size_t count) {
   utf8proc_int32_t state = 0;
   utf8proc_int32_t previous = 0;
@@ -214,8 +214,7 @@ std::string withoutControls(std::string_view text) {
 }
 
 std::string displayRow(std::string_view text) {
-  // A text of any length may come here with every refresh; of one that is longer than this, not even more is
-  // looked at.
+  // Every refresh may bring a text of any length: cut it first, so that the time is bounded.
   return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
 }
 

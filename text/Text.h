@@ -4,22 +4,22 @@
 #include <string>
 #include <string_view>
 
-// Text is UTF-8 whatever the locale says, and a character is what a user takes for one: an extended grapheme
-// cluster. Every function is pure and may be called from any thread.
+// Text is UTF-8, whatever the locale. A character is an extended grapheme cluster. Every function is pure and
+// may be called from any thread.
 
 namespace kestrune {
 
 /// Whether `bytes` are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
-/// White space is the tab and what Unicode calls a space separator; newlines are U+000A to U+000D, U+0085,
-/// U+2028 and U+2029.
+/// White space is the tab and Unicode's space separators (Zs); newlines are U+000A to U+000D, U+0085, U+2028
+/// and U+2029.
 bool isWhiteSpaceOrNewline(char32_t character);
 
-/// `text` without the white space and newlines at both ends. Ill-formed bytes are no white space.
+/// `text` without white space and newlines at both ends. Ill-formed bytes are not white space.
 std::string_view trimmed(std::string_view text);
 
-/// Takes a text apart at its newlines. CR LF is one newline; empty lines count; an empty text has no line.
+/// Splits a text at its newlines. CR LF is one newline; empty lines count; an empty text has no line.
 class LineSplitter {
  public:
   explicit LineSplitter(std::string_view text) : rest(text), atEnd(text.empty()) {}
@@ -39,16 +39,15 @@ std::string shortened(std::string_view text, std::size_t limit);
 /// `text` with every `from` replaced by `to`. `from` is not empty.
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
 
-/// As much of the beginning of `text` as has room in `limit` bytes; no character code is cut in two.
+/// The longest prefix of `text` that has at most `limit` bytes and splits no code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
-/// `text` without what could do more than be read. Escape sequences of a terminal are left out; other control
-/// characters, line ends, the characters that turn the writing direction, and what is no character at all,
-/// become blanks.
+/// `text` made safe to display. Removes terminal escape sequences. Replaces other control characters, line
+/// ends, bidirectional controls, noncharacters and ill-formed bytes with spaces.
 std::string withoutControls(std::string_view text);
 
-/// `text` as it may stand in one row of a menu or in a tooltip: without controls, and shortened to 200
-/// characters, which is more than any screen shows.
+/// `text` for one menu row or a tooltip: without controls, and shortened to 200 characters, which is more
+/// than any screen shows.
 std::string displayRow(std::string_view text);
 
 }  // namespace kestrune

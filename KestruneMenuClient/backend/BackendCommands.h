@@ -5,26 +5,26 @@
 
 #include "ports/MainBundle.h"
 
-// Where the backend is, and the shell lines that run its client. All functions are pure and may be called
+// The backend's folder, and the shell lines that run its client. All functions are pure and may be called
 // from any thread.
 
 namespace kestrune {
 
-/// The backend's folder, and the rule that chose it, in words.
+/// The backend's folder, and a description of the rule that chose it.
 struct RepoLocation {
   std::string path;
   const char* rule;
 };
 
-/// The folder that KESTRUNE_REPO_PATH names, else the one above the last "dist" in the application's path,
-/// else the working directory. Whether it exists is not checked.
+/// The folder in KESTRUNE_REPO_PATH, else the one that contains the last "dist" in the application's path,
+/// else the working directory. Does not check that it exists.
 RepoLocation locateRepo(const MainBundle& mainBundle);
 
-/// Runs a sub-command of the backend's client; where the current client is missing or fails, of the legacy
-/// one.
+/// A shell line that runs a subcommand of the backend's client, or of the legacy client if the current one is
+/// missing or fails.
 std::string clientCommand(std::string_view subcommand);
 
-/// The same, in the backend's folder and environment. `repoPath` is not escaped.
+/// The same, in the backend's folder and virtual environment. Does not escape `repoPath`.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
 
 }  // namespace kestrune

@@ -2,17 +2,17 @@
 
 #include <array>
 
-// What the backend and this client have agreed on: the names by which the client finds the backend's parts.
+// The names by which the client finds the backend's services, processes and commands.
 
 namespace kestrune::backend {
 
-/// The service manager's labels, in the order in which they are unloaded.
+/// Service labels, in the order of unloading.
 inline constexpr std::array serviceLabels{
     "com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
     "com.halvask.mac-service",  "com.halvask.mac-tunnel",  "com.halvask.desktop-bridge",
 };
 
-/// What the command lines of the backend's processes contain; the last is the tunnel's forwarding.
+/// Substrings of the command lines of the backend's processes; the last is the tunnel's `ssh -R` argument.
 inline constexpr std::array processPatterns{
     "kestrune-mac-service",   "kestrune-desktop-bridge",        "halvask-mac-service",
     "halvask-desktop-bridge", "127.0.0.1:18765:127.0.0.1:8765",

@@ -4,8 +4,8 @@
 
 namespace kestrune {
 
-/// The outcome of one shell command. `ok`: it ended by itself, in time and with exit status 0. `output` is
-/// never empty.
+/// The result of one shell command. `ok`: it exited with status 0 before the timeout. `output` is never
+/// empty.
 struct CommandResult {
   bool ok = false;
   std::string output;
@@ -13,7 +13,7 @@ struct CommandResult {
   bool operator==(const CommandResult&) const = default;
 };
 
-/// The outcome of a file operation, with what the user may be told of it.
+/// The result of a file operation, with a message for the user.
 struct OperationResult {
   bool ok = false;
   std::string message;

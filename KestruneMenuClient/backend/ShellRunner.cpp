@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr Seconds graceAfterTerminate{0.2};
-// A service that the command left behind may keep a pipe open for as long as it runs.
+// A service that the command started may keep a pipe open as long as it runs.
 constexpr Seconds pipePatience{1.0};
 
 constexpr auto noOutput = "沒有輸出。";
@@ -30,7 +30,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
     child.terminate();
     clock.sleep(graceAfterTerminate);
     if (child.isRunning()) child.interrupt();
-    // What the shell started would otherwise outlive it, one more with each refresh.
+    // Otherwise the shell's children outlive it, one more with each refresh.
     child.terminateGroup();
   }
 

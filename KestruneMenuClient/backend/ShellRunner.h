@@ -10,18 +10,18 @@
 namespace kestrune {
 
 inline constexpr Seconds defaultCommandTimeout{12.0};
-/// Between two looks at a command that runs.
+/// How often a running command is polled.
 inline constexpr Seconds commandPollInterval{0.05};
-/// What stands for, or behind, the output of a command that was stopped at its time limit.
+/// Appended to the output of a command that was stopped at its time limit.
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
 
-/// Runs a line in a login shell and waits for it: about 0.2 s longer than `timeout` at most, or 1 s where a
-/// service that the line left behind keeps its pipes open. Never fails: what went wrong is in the result.
+/// Runs a line in a login shell and waits for it. Returns at most about 0.2 s after `timeout`, or 1 s after
+/// the end of the shell if a service that it started keeps the pipes open. The result reports every failure.
 /// Blocks; any thread.
 CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
                               Seconds timeout = defaultCommandTimeout);
 
-/// What a command wrote, trimmed; empty when it is not UTF-8. Pure.
+/// A command's output, trimmed; empty when it is not UTF-8. Pure.
 std::string commandText(const std::string& bytes);
 
 /// `text` as a single word of a shell line. Pure.

@@ -16,7 +16,7 @@ bool isShortNewline(char character) {
   return character >= '\n' && character <= '\r';
 }
 
-/// The length of the newline character that `text` begins with; 0 when it begins with none.
+/// The length in bytes of the newline character at the start of `text`; 0 when there is none.
 std::size_t newlineLength(std::string_view text) {
   if (isShortNewline(text.front())) return 1;
   if (static_cast<unsigned char>(text.front()) < 0x80) return 0;
@@ -32,13 +32,13 @@ bool endsWithNewline(std::string_view text) {
                      [text](std::string_view newline) { return text.ends_with(newline); });
 }
 
-/// Where the first newline character behind `at` begins; the end of the text when there is none.
+/// The position of the first newline character at or after `at`; the end of the text when there is none.
 std::size_t findNewline(std::string_view text, std::size_t at) {
   while (at < text.size() && newlineLength(text.substr(at)) == 0) ++at;
   return at;
 }
 
-/// Appends `text` with a line feed for every newline character.
+/// Appends `text`, with every newline character replaced by a line feed.
 void appendLines(std::string& result, std::string_view text) {
   while (!text.empty()) {
     const std::size_t end = findNewline(text, 0);
@@ -80,8 +80,8 @@ std::optional<std::string> EnvFile::value(std::string_view key) const {
   return std::nullopt;
 }
 
-/// Calls `action` for every line that defines one of the keys: with where the line begins and ends, the entry
-/// of `values`, and the value in the line.
+/// Calls `action` for every line that defines one of the keys, with the line's begin and end, the entry of
+/// `values`, and the value in the line.
 template <typename Action>
 void EnvFile::forEachDefinition(const EnvValues& values, Action&& action) const {
   const std::string_view text = contents;

@@ -1,7 +1,7 @@
 #pragma once
 
-// The keys of the backend's .env that the client reads and writes. The legacy ones are read when the current
-// one is absent, and never written.
+// The keys of the backend's .env that the client reads and writes. A legacy key is read when the current one
+// is absent, and never written.
 
 namespace kestrune::env {
 
@@ -14,7 +14,7 @@ inline constexpr auto projectRoot = "KESTRUNE_PROJECT_ROOT";
 inline constexpr auto legacyProjectRoot = "HALVASK_PROJECT_ROOT";
 inline constexpr auto openAIAPIKey = "OPENAI_API_KEY";
 
-/// Stands for the relay's address until the user has set one.
+/// The relay's address until the user has set one.
 inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 
 }  // namespace kestrune::env

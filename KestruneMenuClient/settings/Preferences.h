@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// The three preferences that outlive the process. Reads and writes the store at every call. Main thread.
+/// The three preferences. Every call reads or writes the store. Main thread.
 class Preferences {
  public:
   /// `givenStore` outlives this.
@@ -17,7 +17,7 @@ class Preferences {
     return store.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
   }
   bool isKeepAwakeEnabled() const { return store.boolForKey(DefaultsKey::keepAwakeEnabled).value_or(true); }
-  /// Self-hosted when the preference was never written or is anything else.
+  /// Self-hosted when the preference was never written or is unknown.
   bool isOfficialConnectionMode() const {
     return store.stringForKey(DefaultsKey::connectionMode) == officialMode;
   }
@@ -28,7 +28,7 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, official ? officialMode : selfHostedMode);
   }
 
-  /// The mode's stable name, as it is stored.
+  /// The mode's name in the store. It never changes.
   const char* connectionMode() const { return isOfficialConnectionMode() ? officialMode : selfHostedMode; }
   /// The mode as the menu shows it.
   std::string connectionModeLabel() const {

@@ -14,7 +14,7 @@ constexpr double documentWidth = 540;
 constexpr double rowWidth = 500;
 constexpr double buttonWidth = 220;
 
-/// One row of the settings dialog: its title and the key that it is kept under.
+/// One row of the settings dialog: its title and its key in .env.
 struct SettingsRow {
   const char* title;
   const char* key;
@@ -115,7 +115,7 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
       makeSettingsHint("建議分開管理兩個 Token：手機 App 用 KESTRUNE_APP_API_TOKEN；Mac 本機服務用 "
                        "KESTRUNE_MAC_SERVICE_TOKEN。"),
   };
-  // The document is as high as its content, and the window shows a part of it.
+  // The document has the height of its content; the window scrolls it.
   View document{.kind = ViewKind::container, .width = documentWidth, .children = {std::move(stack)}};
   View scroll{.kind = ViewKind::scroll,
               .width = dialogWidth,
@@ -145,7 +145,7 @@ std::optional<std::string> faultOfSettings(const EnvValues& values) {
   for (const auto& row : settingsRows) {
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
-    // With either of them in it, the file would say something else, or nothing at all.
+    // A line end would change other values, and ill-formed UTF-8 would make the file unreadable.
     const char* const fault = EnvFile::holdsLineEnd(found->second) ? "不能換行"
                               : !isValidUtf8(found->second)        ? "不是有效的 UTF-8 文字"
                                                                    : nullptr;

@@ -6,19 +6,19 @@
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "ports/Alert.h"
 
-// The dialog that edits five settings of the backend's .env: its views, and what becomes of its fields. Pure;
+// The dialog that edits five settings of the backend's .env: its views, and the values of its fields. Pure;
 // any thread.
 
 namespace kestrune {
 
-/// The dialog, which has no target yet. Its fields show `values`, which have all five keys; the keys are
-/// their identifiers. `home` is the user's home folder.
+/// The dialog, without a target. Its fields show `values`, which has all five keys; a field's identifier is
+/// its key. `home` is the user's home folder.
 Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 
-/// The texts in the fields, trimmed. A field that the face does not know has none.
+/// The trimmed texts of the fields. Omits fields that the face does not return.
 EnvValues settingsOf(const AlertAnswer& answer);
 
-/// Why one of `values` cannot be saved, in words for the user; absent when all can.
+/// Why one of `values` cannot be saved, as text for the user; absent when all can be saved.
 std::optional<std::string> faultOfSettings(const EnvValues& values);
 
 }  // namespace kestrune

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// The verdict on the backend's health.
+/// The backend's health.
 enum class ConnectionLampState { ok, warning, error };
 
 namespace detail {
@@ -21,12 +21,10 @@ inline constexpr std::array<LampWords, 3> lampWords{{
 }};
 }  // namespace detail
 
-/// The lamp's coloured dot.
 constexpr std::string_view menuIcon(ConnectionLampState state) {
   return detail::lampWords[static_cast<std::size_t>(state)].icon;
 }
 
-/// The lamp's word.
 constexpr std::string_view menuLabel(ConnectionLampState state) {
   return detail::lampWords[static_cast<std::size_t>(state)].label;
 }

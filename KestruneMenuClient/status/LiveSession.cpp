@@ -15,7 +15,7 @@ namespace {
 constexpr int answerDepthLimit = 990;
 constexpr std::size_t threadNameLimit = 34;  // characters
 
-/// Whether Python takes the value for true, as the service does.
+/// Whether the value is true in Python, which the service uses.
 bool isTruthy(const Json& value) {
   switch (value.type()) {
     case Json::value_t::null:
@@ -53,8 +53,8 @@ std::optional<unsigned> escapedUnit(std::string_view text) {
 /// U+FDD0, a noncharacter: replaces each lone surrogate.
 constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
 
-/// A folder's name need not be UTF-8: Python's json module then writes lone surrogates. The JSON library
-/// would refuse the whole answer because of one.
+/// For a folder name that is not UTF-8, Python's json module writes lone surrogates. The JSON library would
+/// reject the whole answer because of one.
 std::string withoutLoneSurrogates(std::string_view answer) {
   const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
   const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };
@@ -82,7 +82,7 @@ const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;
-  // Python's json module gives up at about this depth, too.
+  // Python's json module fails at about this depth, too.
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > answerDepthLimit;

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// The project and the thread that the menu shows; placeholders until they are known.
+/// The project and the thread in the menu; placeholders until they are known.
 struct LiveSession {
   std::string projectTitle = "目前專案";
   std::string threadName = "尚未取得";
@@ -17,8 +17,8 @@ struct LiveSession {
   bool operator==(const LiveSession&) const = default;
 };
 
-/// Reads the local service's answer to "GET /desktop/projects": the first project that is selected. A thread
-/// without a name takes the project's title. Placeholders for an answer that is absent or damaged. Any
+/// Reads the first selected project from the local service's answer to "GET /desktop/projects". A thread
+/// without a name gets the project's title. Returns placeholders if the answer is absent or damaged. Any
 /// thread.
 LiveSession selectedSession(const std::optional<std::string>& answer);
 

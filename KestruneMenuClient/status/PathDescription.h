@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// The network path as the menu names it.
+/// The menu's text for a network path.
 constexpr const char* pathDescription(const NetworkPath& path) {
   if (!path.satisfied) return "網路未連線";
   if (path.usesWiFi) return "Wi-Fi 已連線";

@@ -10,7 +10,7 @@
 
 namespace kestrune {
 
-/// Finds out how things are without a client: nothing is shown, started or stopped. Main thread; in a
+/// Determines the status without a running client. Shows, starts and stops nothing. Main thread; owned by a
 /// `std::shared_ptr`.
 class StatusCheck : public std::enable_shared_from_this<StatusCheck> {
  public:
@@ -19,10 +19,10 @@ class StatusCheck : public std::enable_shared_from_this<StatusCheck> {
   /// `platform` outlives this.
   explicit StatusCheck(Platform& platform);
 
-  /// Calls `completion` once. With auto-connect off the backend is not asked. One run at a time.
+  /// Calls `completion` once. Does not ask the backend if auto-connect is off. One run at a time.
   void run(const Completion& completion);
 
-  /// Drops a run that is under way, and kills its command. `completion` is not called any more.
+  /// Cancels a run and kills its command. `completion` is not called any more.
   void abandon();
 
  private:
@@ -35,7 +35,7 @@ class StatusCheck : public std::enable_shared_from_this<StatusCheck> {
   const std::unique_ptr<DispatchQueue> monitorQueue;
   const std::unique_ptr<DispatchQueue> workerQueue;
   bool networkIsWatched = false;
-  StatusSnapshot found;  ///< what the runs so far have found
+  StatusSnapshot found;  ///< the results so far
 };
 
 }  // namespace kestrune

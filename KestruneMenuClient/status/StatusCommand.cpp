@@ -6,9 +6,9 @@ namespace kestrune {
 
 namespace {
 
-/// As often as a client asks the backend.
+/// The interval at which a client asks the backend.
 constexpr Seconds checkInterval{20.0};
-/// The successor of a client is there as soon as that one has ended.
+/// After a client has ended, a restarted one needs less time than this.
 constexpr Seconds successorPatience{1.0};
 
 std::string formatted(const StatusSnapshot& snapshot, StatusFormat format, bool fromClient) {
@@ -78,7 +78,7 @@ void StatusCommand::check() {
     const auto self = weak.lock();
     if (!self) return;
     self->isChecking = false;
-    // A client that has started meanwhile knows better.
+    // A client has started meanwhile; its status is newer.
     if (self->hasHeard) return;
     self->show(snapshot, false);
     if (self->options.follow) self->after(checkInterval, &StatusCommand::look);
@@ -100,7 +100,7 @@ void StatusCommand::show(const StatusSnapshot& snapshot, bool fromClient) {
   const bool printed = print(apart ? "\n" + text : text);
   if (!printed) code = 1;
   if (printed && options.follow) return;
-  // The client may have said more by now than it was asked for.
+  // Ignore later lines of the client: one status was requested.
   subscription.reset();
   platform.application->terminate();
 }

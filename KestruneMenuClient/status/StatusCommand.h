@@ -10,19 +10,20 @@ namespace kestrune {
 
 enum class StatusFormat { text, json, waybar };
 
-/// Says how things are instead of starting the client: what the client of this user says that runs, else what
-/// a check of its own finds. Main thread; in a `std::shared_ptr`.
+/// The option --status: prints the status of the running client, else the result of its own check. Main
+/// thread; owned by a `std::shared_ptr`.
 class StatusCommand final : public ApplicationDelegate, public std::enable_shared_from_this<StatusCommand> {
  public:
   struct Options {
     StatusFormat format = StatusFormat::text;
-    bool follow = false;  ///< go on with each change instead of ending
+    bool follow = false;  ///< print each change instead of exiting
   };
 
-  /// `print` writes a text at once, and returns false when nobody reads any more. `platform` outlives this.
+  /// `print` writes a text at once, and returns false when the reader has closed the output. `platform`
+  /// outlives this.
   StatusCommand(Platform& platform, Options options, std::function<bool(const std::string&)> print);
 
-  /// What the process is to end with, once the loop has.
+  /// The exit status of the process. Valid after the loop has ended.
   int exitCode() const { return code; }
 
   void applicationDidFinishLaunching() override;
@@ -42,9 +43,9 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::shared_ptr<StatusCheck> ownCheck;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;
-  bool hasHeard = false;    ///< a client that has not ended yet
-  bool isChecking = false;  ///< for itself
-  std::string shown;        ///< the last text that was printed
+  bool hasHeard = false;    ///< from a client that has not ended yet
+  bool isChecking = false;  ///< its own check is running
+  std::string shown;        ///< the last printed text
   int code = 1;
 };
 

@@ -23,7 +23,7 @@ bool isFault(std::string_view line) {
                       [line](const CodexItem& item) { return contains(line, item.label); });
 }
 
-/// What follows "MARKER LABEL: " at the start of `line`; absent when the line starts otherwise.
+/// The text after "MARKER LABEL: " at the start of `line`; absent when the line starts differently.
 std::optional<std::string_view> detailAfter(std::string_view line, std::string_view marker,
                                             std::string_view label) {
   for (const std::string_view piece : {marker, std::string_view(" "), label, std::string_view(": ")}) {
@@ -33,7 +33,7 @@ std::optional<std::string_view> detailAfter(std::string_view line, std::string_v
   return line;
 }
 
-/// What a trimmed line says about `label`; unknown when it is not the line of that item.
+/// The finding for `label` in a trimmed line; unknown when the line is about something else.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   if (const auto detail = detailAfter(line, okMarker, label))
     return {CodexVerdict::ok, compactDetail(*detail)};

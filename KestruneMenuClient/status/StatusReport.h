@@ -14,7 +14,7 @@ namespace kestrune {
 
 enum class CodexVerdict { unknown, ok, needsCheck };
 
-/// What a report says about one item of the Codex runtime.
+/// The result for one item of the Codex runtime in a report.
 struct CodexFinding {
   CodexVerdict verdict = CodexVerdict::unknown;
   std::string detail{};  ///< at most 44 characters
@@ -22,23 +22,23 @@ struct CodexFinding {
   bool operator==(const CodexFinding&) const = default;
 };
 
-/// An item of the Codex runtime: its label in a report, and what its row of the menu begins with.
+/// An item of the Codex runtime: its label in a report, and the prefix of its menu row.
 struct CodexItem {
   std::string_view label;
   std::string_view rowPrefix;
 };
-/// In the order of their rows. Lines that mention one of these labels never affect the lamp.
+/// In the order of the menu rows. Lines that contain one of these labels never affect the lamp.
 inline constexpr std::array<CodexItem, 4> codexItems{{{"Codex CLI", "Codex："},
                                                       {"Codex Remote Control", "Remote Control："},
                                                       {"Codex App", "Codex App："},
                                                       {"ChatGPT Remote Ready", "ChatGPT Remote："}}};
 
-/// The row of the menu for `item`, such as "Codex：OK 0.46.0".
+/// The menu row for `item`, such as "Codex：OK 0.46.0".
 std::string codexRow(const CodexItem& item, const CodexFinding& finding);
 
 using CodexFindings = std::array<CodexFinding, codexItems.size()>;
 
-/// A report, read once. `ok`: the command ended in time with exit status 0.
+/// A parsed report. `ok`: the command exited with status 0 before the timeout.
 struct StatusReport {
   StatusReport(bool ok, std::string_view output);
 
@@ -48,13 +48,13 @@ struct StatusReport {
   CodexFindings codex;
 };
 
-/// The finding of the first line of `output` that carries `label`; unknown when no line does.
+/// The finding of the first line of `output` with `label`; unknown when there is none.
 CodexFinding codexFinding(std::string_view output, std::string_view label);
 
-/// What stands before the first full-width parenthesis, trimmed and at most 44 characters long.
+/// The text before the first full-width parenthesis, trimmed, at most 44 characters long.
 std::string compactDetail(std::string_view detail);
 
-/// A report as windows show it: with coloured dots instead of its markers.
+/// The report for a window: with coloured dots instead of markers.
 std::string prettified(std::string_view output);
 
 }  // namespace kestrune

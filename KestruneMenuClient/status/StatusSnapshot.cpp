@@ -50,7 +50,7 @@ std::optional<std::int64_t> parsedTime(const std::string& text) {
   return ((days * 24 + hour) * 60 + minute) * 60 + second;
 }
 
-/// The texts among the members, by name.
+/// The members that are texts, with their names in JSON.
 struct TextMember {
   const char* name;
   std::string StatusSnapshot::*text;
@@ -80,7 +80,7 @@ std::string asLine(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// A text in which bars look for markup.
+/// Escapes a text for bars, which read markup.
 std::string withoutMarkup(std::string_view text) {
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");
 }

@@ -12,10 +12,10 @@
 
 namespace kestrune {
 
-/// The status of a client whose auto-connect is off.
+/// The status text while auto-connect is off.
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
-/// How things are, as the first rows of the menu say it.
+/// The state that menu rows 2 to 11 show.
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};
@@ -30,7 +30,7 @@ struct StatusSnapshot {
   bool keepsAwake = false;
   bool autoConnect = true;
   bool reconnecting = false;
-  std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent when the backend was not asked yet
+  std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent before the backend's first report
 
   void setCodex(const CodexFindings& findings);
   void setSession(const LiveSession& session);
@@ -38,21 +38,21 @@ struct StatusSnapshot {
   bool operator==(const StatusSnapshot&) const = default;
 };
 
-/// The rows of the menu that tell of the status, from the lamp's to that of the power assertion.
+/// The menu rows of the status, from the lamp to the power assertion.
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 
-// Lines for other programs. Their members are described in the manual; what is there once stays.
+// Output for other programs. The manual page describes the members; existing members never change.
 
-/// One line of JSON. `fromClient`: told by a client that runs, and not found out for the occasion.
+/// One line of JSON. `fromClient`: the status comes from a running client, not from a check.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
-/// The other way round; absent when `line` was written by a client that is too different.
+/// Parses a line of `statusJson`; absent when it is invalid or from an incompatible version.
 std::optional<StatusSnapshot> parseStatusJson(std::string_view line);
-/// One line as a custom module of Waybar reads it.
+/// One line for a custom module of Waybar.
 std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient);
-/// Lines for a person, each with its end.
+/// Lines of plain text, each with a line end.
 std::string statusText(const StatusSnapshot& snapshot, bool fromClient);
 
-/// What a script may tell the lamp by: 0 for ok, 3 for a warning, 4 for an error.
+/// The exit status of --status: 0 for ok, 3 for a warning, 4 for an error.
 int statusExitCode(ConnectionLampState lamp);
 
 }  // namespace kestrune
