@@ -20,7 +20,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
-  /// `onActivate` runs when a host reports a plain click instead of showing the menu.
+  /// `onActivate` runs when a host reports a click, with whichever button, instead of showing the menu.
   StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, std::function<void()> onActivate);
   ~StatusNotifierItem() override;
 
