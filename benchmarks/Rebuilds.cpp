@@ -31,7 +31,8 @@ int main() {
   kestrune::EventLoop loop;
   kestrune::SessionBus bus(loop);
   bus.connect();
-  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), [] {});
+  kestrune::ActivationToken token;
+  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), token, [] {});
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

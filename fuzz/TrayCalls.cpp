@@ -246,7 +246,8 @@ class Desk {
   std::shared_ptr<Target> target = std::make_shared<Target>();
   Bus program;
   Bus host;
-  StatusNotifierItem tray{idleBus(), loop.mainQueue(), [] {}};
+  ActivationToken token;
+  StatusNotifierItem tray{idleBus(), loop.mainQueue(), token, [] {}};
   bool answered = false;
 };
 

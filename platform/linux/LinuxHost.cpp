@@ -137,8 +137,8 @@ class LinuxHost final : public Host {
       const std::string program = dialogsPath();
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
-      dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow);
+      dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow, clickToken);
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         dialogs->close();
@@ -245,6 +245,7 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<TerminalOutput> output;
+  ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindow> menuWindow;
   std::unique_ptr<DialogAlerts> dialogs;

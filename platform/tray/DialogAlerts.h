@@ -6,6 +6,7 @@
 #include "platform/AlertQueue.h"
 #include "platform/Notifications.h"
 #include "platform/linux/EventLoop.h"
+#include "platform/tray/ActivationToken.h"
 #include "platform/tray/DialogProcess.h"
 
 namespace kestrune {
@@ -14,10 +15,11 @@ namespace kestrune {
 /// that cannot be shown becomes a notification, and counts as cancelled. Main thread.
 class DialogAlerts final : public AlertQueue {
  public:
-  /// `program` is the path of the dialogs program; `hasDisplay`: there is something to show windows on;
-  /// `patience`: how long a window may take to come.
-  DialogAlerts(EventLoop& loop, Notifications& notifications, std::string program, bool hasDisplay,
-               Seconds patience = windowPatience);
+  /// `token` has what the click on the tray was given for its window; `program` is the path of the dialogs
+  /// program; `hasDisplay`: there is something to show windows on; `patience`: how long a window may take to
+  /// come.
+  DialogAlerts(EventLoop& loop, Notifications& notifications, ActivationToken& token, std::string program,
+               bool hasDisplay, Seconds patience = windowPatience);
   ~DialogAlerts() override;
 
   /// Closes what is open and forgets what waits; no completion is called. For the end of the process.
@@ -33,6 +35,7 @@ class DialogAlerts final : public AlertQueue {
 
   EventLoop& loop;
   Notifications& notifications;
+  ActivationToken& token;
   const std::string program;
   const bool hasDisplay;
   const Seconds patience;

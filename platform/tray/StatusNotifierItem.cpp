@@ -49,7 +49,7 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_METHOD("SecondaryActivate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ContextMenu", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("NewTitle", "", 0),
     SD_BUS_SIGNAL("NewIcon", "", 0),
     SD_BUS_SIGNAL("NewAttentionIcon", "", 0),
@@ -62,9 +62,10 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& givenQueue,
-                                       std::function<void()> givenOnActivate)
+                                       ActivationToken& givenToken, std::function<void()> givenOnActivate)
     : sessionBus(givenBus),
       queue(givenQueue),
+      token(givenToken),
       onActivate(std::move(givenOnActivate)),
       exportedMenu(givenQueue) {
   sessionBus.add(*this);
@@ -213,6 +214,13 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
 int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error*) {
   auto& self = *static_cast<StatusNotifierItem*>(data);
   self.queue.async(self.onActivate);
+  return sd_bus_reply_method_return(call, "");
+}
+
+int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
+  const char* given = nullptr;
+  if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
+  static_cast<StatusNotifierItem*>(data)->token.give(given);
   return sd_bus_reply_method_return(call, "");
 }
 

@@ -7,6 +7,7 @@
 
 #include "platform/StatusItem.h"
 #include "platform/linux/SessionBus.h"
+#include "platform/tray/ActivationToken.h"
 #include "platform/tray/DBusMenu.h"
 
 namespace kestrune {
@@ -21,7 +22,9 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   /// `onActivate` runs when a host reports a click, with whichever button, instead of showing the menu.
-  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, std::function<void()> onActivate);
+  /// `token` has what the host has given for the window.
+  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, ActivationToken& token,
+                     std::function<void()> onActivate);
   ~StatusNotifierItem() override;
 
   bool hasButton() const override { return true; }
@@ -48,11 +51,13 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
   static int activate(sd_bus_message* call, void* self, sd_bus_error* error);
+  static int provideToken(sd_bus_message* call, void* self, sd_bus_error* error);
   static int ignore(sd_bus_message* call, void* self, sd_bus_error* error);
   static const sd_bus_vtable interface[];
 
   SessionBus& sessionBus;
   DispatchQueue& queue;
+  ActivationToken& token;
   const std::function<void()> onActivate;
   DBusMenu exportedMenu;
 

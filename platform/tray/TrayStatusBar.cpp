@@ -8,8 +8,9 @@ namespace {
 
 class TrayStatusItem final : public StatusItem {
  public:
-  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow)
-      : item(bus, queue, [&givenWindow] { givenWindow.show(); }), window(givenWindow) {}
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow, ActivationToken& token)
+      : item(bus, queue, token, [&givenWindow, &token] { givenWindow.show(token.take()); }),
+        window(givenWindow) {}
 
   bool hasButton() const override { return item.hasButton(); }
   void setButton(const StatusButton& button) override { item.setButton(button); }
@@ -26,7 +27,7 @@ class TrayStatusItem final : public StatusItem {
 }  // namespace
 
 std::unique_ptr<StatusItem> TrayStatusBar::statusItem(double) {
-  return std::make_unique<TrayStatusItem>(bus, queue, window);
+  return std::make_unique<TrayStatusItem>(bus, queue, window, token);
 }
 
 }  // namespace kestrune

@@ -4,6 +4,7 @@
 
 #include "platform/StatusItem.h"
 #include "platform/linux/SessionBus.h"
+#include "platform/tray/ActivationToken.h"
 #include "platform/tray/MenuWindow.h"
 
 namespace kestrune {
@@ -11,8 +12,9 @@ namespace kestrune {
 /// The status bar of a desktop: its tray, and a window of the menu for whoever has none. Main thread.
 class TrayStatusBar final : public StatusBar {
  public:
-  TrayStatusBar(SessionBus& givenBus, DispatchQueue& givenQueue, MenuWindow& givenWindow)
-      : bus(givenBus), queue(givenQueue), window(givenWindow) {}
+  TrayStatusBar(SessionBus& givenBus, DispatchQueue& givenQueue, MenuWindow& givenWindow,
+                ActivationToken& givenToken)
+      : bus(givenBus), queue(givenQueue), window(givenWindow), token(givenToken) {}
 
   std::unique_ptr<StatusItem> statusItem(double length) override;
 
@@ -20,6 +22,7 @@ class TrayStatusBar final : public StatusBar {
   SessionBus& bus;
   DispatchQueue& queue;
   MenuWindow& window;
+  ActivationToken& token;
 };
 
 }  // namespace kestrune

@@ -48,11 +48,12 @@ class BusProbe final : public BusClient {
 struct ClickedTray final : StatusBar {
   ClickedTray(SessionBus& givenBus, DispatchQueue& givenQueue) : bus(givenBus), queue(givenQueue) {}
   std::unique_ptr<StatusItem> statusItem(double) override {
-    return std::make_unique<StatusNotifierItem>(bus, queue, [this] { ++clicks; });
+    return std::make_unique<StatusNotifierItem>(bus, queue, token, [this] { ++clicks; });
   }
 
   SessionBus& bus;
   DispatchQueue& queue;
+  ActivationToken token;
   int clicks = 0;
 };
 
