@@ -119,22 +119,33 @@ void DBusMenu::busLost() {
 
 void DBusMenu::setMenu(Menu menu) {
   items = std::move(menu.items);
-  const MenuRows before = std::exchange(rows, menuRows(items));
+  rebuild();
+}
+
+void DBusMenu::setForm(const HostForm& changed) {
+  form = changed;
+  rebuild();
+}
+
+void DBusMenu::rebuild() {
+  const MenuRows before = std::exchange(rows, menuRows(items, form));
   if (rows == before) return;
   ++revision;
   if (bus != nullptr) announce(before);
 }
 
 /// Tells the hosts what is new. Rows that come, go or move make them build their menu anew, which closes it.
+/// Of rows that stay, some hosts do not read all properties again with the layout.
 void DBusMenu::announce(const MenuRows& before) {
   if (rows.children != before.children) {
     sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, MenuRows::root);
-    return;
   }
   std::map<int, MenuRows::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
   for (const auto& [id, properties] : rows.properties) {
-    const MenuRows::Properties& previous = before.properties.at(id);
+    const auto known = before.properties.find(id);
+    if (known == before.properties.end()) continue;
+    const MenuRows::Properties& previous = known->second;
     for (const auto& [name, value] : properties) {
       const auto was = previous.find(name);
       if (was == previous.end() || was->second != value) updated[id].emplace(name, value);
@@ -144,6 +155,7 @@ void DBusMenu::announce(const MenuRows& before) {
     }
   }
 
+  if (updated.empty() && removed.empty()) return;
   sd_bus_message* raw = nullptr;
   if (sd_bus_message_new_signal(bus, &raw, objectPath, interfaceName, "ItemsPropertiesUpdated") < 0) return;
   const BusMessage signal(raw);

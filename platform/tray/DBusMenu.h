@@ -20,11 +20,14 @@ class DBusMenu {
   explicit DBusMenu(DispatchQueue& queue);
 
   void setMenu(Menu menu);
+  /// What the host needs; that of most hosts unless another is set.
+  void setForm(const HostForm& form);
 
   void busConnected(sd_bus* bus);
   void busLost();
 
  private:
+  void rebuild();
   void announce(const MenuRows& before);
   int appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter);
   bool hasRow(int id) const;
@@ -47,7 +50,8 @@ class DBusMenu {
 
   DispatchQueue& queue;
   std::vector<MenuItem> items;
-  MenuRows rows = menuRows({});
+  HostForm form;
+  MenuRows rows = menuRows({}, {});
   std::uint32_t revision = 1;
 
   sd_bus* bus = nullptr;

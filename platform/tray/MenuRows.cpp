@@ -1,5 +1,6 @@
 #include "platform/tray/MenuRows.h"
 
+#include <array>
 #include <cctype>
 #include <utility>
 
@@ -8,6 +9,13 @@
 namespace kestrune {
 
 namespace {
+
+/// Rows that a host may show below another one instead of behind it.
+struct Submenu {
+  int row;
+  int first, last;
+};
+constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
 
 /// The row as a host shows it: an underscore alone would mark the letter behind it for the keyboard.
 std::string label(const std::string& title) {
@@ -37,12 +45,22 @@ MenuRows::Properties propertiesOf(const MenuItem& item) {
 
 }  // namespace
 
-MenuRows menuRows(const std::vector<MenuItem>& items) {
+MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form) {
   MenuRows rows;
-  rows.properties[MenuRows::root] = {{"children-display", std::string("submenu")}};
+  rows.children[MenuRows::root] = {};
+  for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item));
   for (const auto& item : items) {
-    rows.properties.emplace(item.id, propertiesOf(item));
-    rows.children[MenuRows::root].push_back(item.id);
+    int parent = MenuRows::root;
+    for (const auto& submenu : submenus) {
+      if (!form.submenus || item.id < submenu.first || item.id > submenu.last) continue;
+      if (rows.properties.contains(submenu.row)) parent = submenu.row;
+    }
+    rows.children[parent].push_back(item.id);
+  }
+  for (const auto& [id, children] : rows.children) {
+    rows.properties[id]["children-display"] = std::string("submenu");
+    // What is disabled cannot be opened.
+    if (id != MenuRows::root) rows.properties[id]["enabled"] = true;
   }
   return rows;
 }

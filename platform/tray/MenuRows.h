@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/Menu.h"
+#include "platform/tray/HostForm.h"
 
 namespace kestrune {
 
@@ -25,7 +26,7 @@ struct MenuRows {
   bool operator==(const MenuRows&) const = default;
 };
 
-/// Describes a menu of these items.
-MenuRows menuRows(const std::vector<MenuItem>& items);
+/// Describes a menu of these items to a host of that form.
+MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form);
 
 }  // namespace kestrune

@@ -67,7 +67,8 @@ StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& give
       queue(givenQueue),
       token(givenToken),
       onActivate(std::move(givenOnActivate)),
-      exportedMenu(givenQueue) {
+      exportedMenu(givenQueue),
+      hosts([this] { exportedMenu.setForm(hosts.form()); }, [this] { registerWithWatcher(); }) {
   sessionBus.add(*this);
 }
 
@@ -108,24 +109,17 @@ void StatusNotifierItem::busConnected(sd_bus* connection) {
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, interfaceName, interface, this) >= 0)
     object.reset(slot);
   exportedMenu.busConnected(bus);
-  const std::string rule = std::string(
-                               "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-                               "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
-                           watcherName + "'";
-  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &watcherOwnerChanged, &ignoreAnswer, this) >= 0) {
-    ownerMatch.reset(slot);
-  }
   if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
                                 &hostRegistered, &ignoreAnswer, this) >= 0) {
     hostMatch.reset(slot);
   }
-  registerWithWatcher();
+  hosts.busConnected(bus);
 }
 
 void StatusNotifierItem::busLost() {
   exportedMenu.busLost();
+  hosts.busLost();
   object.reset();
-  ownerMatch.reset();
   hostMatch.reset();
   registration.reset();
   bus = nullptr;
@@ -149,16 +143,6 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void*, sd_bus_error*) 
   } else {
     reportOnce(std::string("the tray did not take the icon: ") + failure->name);
   }
-  return 0;
-}
-
-int StatusNotifierItem::watcherOwnerChanged(sd_bus_message* signal, void* data, sd_bus_error*) {
-  const char* name = nullptr;
-  const char* before = nullptr;
-  const char* after = nullptr;
-  if (!isFromBus(signal) || sd_bus_message_read(signal, "sss", &name, &before, &after) < 0) return 0;
-  if (*after == '\0') return 0;
-  static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }
 

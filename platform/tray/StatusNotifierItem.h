@@ -9,6 +9,7 @@
 #include "platform/linux/SessionBus.h"
 #include "platform/tray/ActivationToken.h"
 #include "platform/tray/DBusMenu.h"
+#include "platform/tray/HostForm.h"
 
 namespace kestrune {
 
@@ -18,7 +19,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";
   /// Who lists the items for the hosts that show them; the name is that of its interface, too.
-  static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+  static constexpr auto watcherName = HostFinder::watcherName;
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   /// `onActivate` runs when a host reports a click, with whichever button, instead of showing the menu.
@@ -46,7 +47,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   int appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const;
   int appendToolTip(sd_bus_message* message) const;
   static int registered(sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int watcherOwnerChanged(sd_bus_message* signal, void* self, sd_bus_error* error);
   static int hostRegistered(sd_bus_message* signal, void* self, sd_bus_error* error);
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
@@ -60,13 +60,14 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   ActivationToken& token;
   const std::function<void()> onActivate;
   DBusMenu exportedMenu;
+  HostFinder hosts;
 
   StatusButton button;
   std::vector<Pixmap> pixmaps;
   std::string toolTip;
 
   sd_bus* bus = nullptr;
-  BusSlot object, ownerMatch, hostMatch, registration;
+  BusSlot object, hostMatch, registration;
 };
 
 }  // namespace kestrune

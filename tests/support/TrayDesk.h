@@ -62,9 +62,9 @@ struct EmptyDesk : ::testing::Test {
   EmptyDesk() { bus.add(probe); }
   ~EmptyDesk() override { bus.remove(probe); }
 
-  void showTray(std::string error = {}) {
+  void showTray(std::string error = {}, const std::vector<const char*>& names = {}) {
     host.reset();
-    host = std::make_unique<TrayHost>(loop, std::move(error));
+    host = std::make_unique<TrayHost>(loop, std::move(error), names);
   }
 
   PrivateBus daemon;
