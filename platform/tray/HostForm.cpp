@@ -17,7 +17,7 @@ struct KnownHost {
 // The first that is there counts.
 const KnownHost knownHosts[] = {
     // The AppIndicator extension, which runs in the shell's process.
-    {"org.gnome.Shell", true, {.submenus = true}},
+    {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
 };
 
 }  // namespace

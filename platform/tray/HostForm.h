@@ -10,6 +10,9 @@ namespace kestrune {
 /// What the host that shows the item and its menu needs, and most hosts do not.
 struct HostForm {
   bool submenus = false;  ///< its menu does not scroll: the long parts of ours are submenus
+  /// It shows two underscores in a label as two, but takes away the first one that has something else behind
+  /// it. Most show two as one, and take away each that stands alone.
+  bool firstUnderscoreOnly = false;
 
   bool operator==(const HostForm&) const = default;
 };

@@ -17,9 +17,15 @@ struct Submenu {
 };
 constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
 
-/// The row as a host shows it: an underscore alone would mark the letter behind it for the keyboard.
-std::string label(const std::string& title) {
-  return replacingAll(displayRow(title), "_", "__");
+/// The text from which a host makes the row: an underscore alone would mark the letter behind it for the
+/// keyboard.
+std::string label(const std::string& title, const HostForm& form) {
+  std::string text = displayRow(title);
+  if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
+  for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+    if (text[at] == '_' && text[at + 1] != '_') return text.insert(at, 1, '_');
+  }
+  return text;
 }
 
 /// A letter with Command becomes the letter with Control; an upper-case one has Shift, too.
@@ -32,9 +38,9 @@ MenuRows::Shortcut shortcut(const std::string& keyEquivalent) {
   return keys;
 }
 
-MenuRows::Properties propertiesOf(const MenuItem& item) {
+MenuRows::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
   if (item.isSeparator) return {{"type", std::string("separator")}};
-  MenuRows::Properties properties{{"label", label(item.title)}, {"enabled", item.enabled}};
+  MenuRows::Properties properties{{"label", label(item.title, form)}, {"enabled", item.enabled}};
   if (item.checked) {
     properties["toggle-type"] = std::string("checkmark");
     properties["toggle-state"] = std::int32_t{*item.checked ? 1 : 0};
@@ -48,7 +54,7 @@ MenuRows::Properties propertiesOf(const MenuItem& item) {
 MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form) {
   MenuRows rows;
   rows.children[MenuRows::root] = {};
-  for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item));
+  for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item, form));
   for (const auto& item : items) {
     int parent = MenuRows::root;
     for (const auto& submenu : submenus) {

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <regex>
+
+#include "KestruneMenuClient/Text.h"
 #include "tests/support/RecordingTarget.h"
+#include "tests/support/Soak.h"
 #include "tests/support/StubService.h"
 #include "tests/support/TrayDesk.h"
 
@@ -66,11 +70,39 @@ struct TrayForm : EmptyDesk {
     return parent == 0 && root.size() > 3 ? root.substr(2, root.size() - 3) : root;
   }
   std::string property(int id, const char* name) { return host->menu("GetProperty", "is", id, name); }
+  std::string labelOf(const std::string& title) {
+    row(2).title = title;
+    item->setMenu(menu);
+    const std::string label = property(2, "label");
+    return label.substr(3, label.size() - 4);  // without "s '" and "'"
+  }
 
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   Menu menu;
   std::unique_ptr<StubService> program;
 };
+
+// gnome-shell-extension-appindicator 46 and 59, dbusMenu.js, _updateLabel: replace(/_([^_])/, '$1').
+std::string asGnomeShellShows(const std::string& label) {
+  static const std::regex rule("_([^_])");
+  return std::regex_replace(label, rule, "$1", std::regex_constants::format_first_only);
+}
+
+// libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6, utils.cpp, swapMnemonicChar: of two underscores one stays,
+// and one alone is taken out.
+std::string asQtShows(const std::string& label) {
+  std::string shown;
+  for (std::size_t at = 0; at < label.size(); ++at) {
+    if (label[at] == '_' && ++at == label.size()) break;
+    shown += label[at];
+  }
+  return shown;
+}
+
+// libdbusmenu 18.10, genericmenuitem.c, sanitize_label, of a label without an underscore that stands alone.
+std::string asGtkShows(const std::string& label) {
+  return replacingAll(label, "__", "_");
+}
 
 TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
   runOn({gnomeShell});
@@ -157,6 +189,27 @@ TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
   ASSERT_TRUE(comesTrue(loop, [this] { return probe.connections == 2; }));
   runOn({});
   EXPECT_EQ(layout(), flat);
+}
+
+TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
+  Chance chance(20263);
+  static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
+  const auto check = [&](std::string (*shown)(const std::string&)) {
+    for (int time = 0; time < 300; ++time) {
+      std::string title = "x";  // blanks at the ends are not what this is about
+      for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
+      ASSERT_EQ(shown(labelOf(title)), title);
+    }
+    ASSERT_EQ(shown(labelOf("my_cool_project")), "my_cool_project");
+    ASSERT_EQ(shown(labelOf("__init__.py")), "__init__.py");
+    ASSERT_EQ(shown(labelOf("_")), "_");
+  };
+  runOn({gnomeShell});
+  check(asGnomeShellShows);
+  runOn({});
+  check(asGtkShows);
+  runOn({}, plasma);
+  check(asQtShows);
 }
 
 }  // namespace
