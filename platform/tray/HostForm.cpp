@@ -18,6 +18,8 @@ struct KnownHost {
 const KnownHost knownHosts[] = {
     // The AppIndicator extension, which runs in the shell's process.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
+    // Its watcher runs in a process of its own (kded).
+    {"org.kde.plasmashell", false, {.menuAtError = true}},
 };
 
 }  // namespace

@@ -13,6 +13,7 @@ struct HostForm {
   /// It shows two underscores in a label as two, but takes away the first one that has something else behind
   /// it. Most show two as one, and take away each that stands alone.
   bool firstUnderscoreOnly = false;
+  bool menuAtError = false;  ///< it opens the menu at the icon where Activate is answered with an error
 
   bool operator==(const HostForm&) const = default;
 };

@@ -46,8 +46,8 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_METHOD("Activate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("SecondaryActivate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ContextMenu", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("SecondaryActivate", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ContextMenu", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("NewTitle", "", 0),
@@ -195,7 +195,13 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   return text("");
 }
 
-int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error*) {
+int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error* error) {
+  if (static_cast<StatusNotifierItem*>(data)->hosts.form().menuAtError)
+    return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host shows the menu");
+  return openWindow(call, data, error);
+}
+
+int StatusNotifierItem::openWindow(sd_bus_message* call, void* data, sd_bus_error*) {
   auto& self = *static_cast<StatusNotifierItem*>(data);
   self.queue.async(self.onActivate);
   return sd_bus_reply_method_return(call, "");

@@ -51,6 +51,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
   static int activate(sd_bus_message* call, void* self, sd_bus_error* error);
+  static int openWindow(sd_bus_message* call, void* self, sd_bus_error* error);
   static int provideToken(sd_bus_message* call, void* self, sd_bus_error* error);
   static int ignore(sd_bus_message* call, void* self, sd_bus_error* error);
   static const sd_bus_vtable interface[];

@@ -15,6 +15,7 @@ using News = std::vector<std::string>;
 
 constexpr auto gnomeShell = "org.gnome.Shell";
 constexpr auto plasma = "org.kde.plasmashell";
+constexpr auto lxqt = "org.lxqt.session";
 constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29";
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
@@ -75,6 +76,12 @@ struct TrayForm : EmptyDesk {
     item->setMenu(menu);
     const std::string label = property(2, "label");
     return label.substr(3, label.size() - 4);  // without "s '" and "'"
+  }
+  std::string clicked(const char* method = "Activate") {
+    const std::string answer =
+        textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, method, "ii", 0, 0));
+    settleQueue(loop);
+    return answer;
   }
 
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
@@ -210,6 +217,30 @@ TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
   check(asGtkShows);
   runOn({}, plasma);
   check(asQtShows);
+}
+
+TEST_F(TrayForm, OfPlasmaLeavesAClickToItsOwnMenu) {
+  runOn({}, plasma);
+  EXPECT_EQ(clicked(), "error org.freedesktop.DBus.Error.NotSupported");
+  EXPECT_EQ(bar.clicks, 0);
+  EXPECT_EQ(clicked("SecondaryActivate"), "");
+  EXPECT_EQ(bar.clicks, 1);
+}
+
+TEST_F(TrayForm, OfEveryOtherHostAnswersAClick) {
+  int clicks = 0;
+  for (const auto* const name : {gnomeShell, lxqt, "org.example.Panel"}) {
+    runOn({name});
+    EXPECT_EQ(clicked(), "") << name;
+    EXPECT_EQ(bar.clicks, ++clicks) << name;
+  }
+}
+
+TEST_F(TrayForm, AnswersAClickOncePlasmaIsGone) {
+  runOn({plasma});
+  host->disown(plasma);
+  EXPECT_EQ(clicked(), "");
+  EXPECT_EQ(bar.clicks, 1);
 }
 
 }  // namespace
