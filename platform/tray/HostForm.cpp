@@ -19,7 +19,9 @@ const KnownHost knownHosts[] = {
     // The AppIndicator extension, which runs in the shell's process.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
     // Its watcher runs in a process of its own (kded).
-    {"org.kde.plasmashell", false, {.menuAtError = true}},
+    {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
+    // Its panel is the watcher, but has no name of its own.
+    {"org.lxqt.session", false, {.qtKeys = true}},
 };
 
 }  // namespace

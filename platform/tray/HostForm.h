@@ -14,6 +14,7 @@ struct HostForm {
   /// it. Most show two as one, and take away each that stands alone.
   bool firstUnderscoreOnly = false;
   bool menuAtError = false;  ///< it opens the menu at the icon where Activate is answered with an error
+  bool qtKeys = false;       ///< it reads the keys of a shortcut as Qt does (","); most do as GDK ("comma")
 
   bool operator==(const HostForm&) const = default;
 };

@@ -29,12 +29,13 @@ std::string label(const std::string& title, const HostForm& form) {
 }
 
 /// A letter with Command becomes the letter with Control; an upper-case one has Shift, too.
-MenuRows::Shortcut shortcut(const std::string& keyEquivalent) {
+MenuRows::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& form) {
   if (keyEquivalent.empty()) return {};
   MenuRows::Shortcut keys{"Control"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
   if (std::isupper(letter)) keys.emplace_back("Shift");
-  keys.push_back(keyEquivalent == "," ? "comma" : std::string(1, static_cast<char>(std::tolower(letter))));
+  const bool isNamed = keyEquivalent == "," && !form.qtKeys;
+  keys.push_back(isNamed ? "comma" : std::string(1, static_cast<char>(std::tolower(letter))));
   return keys;
 }
 
@@ -45,7 +46,7 @@ MenuRows::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
     properties["toggle-type"] = std::string("checkmark");
     properties["toggle-state"] = std::int32_t{*item.checked ? 1 : 0};
   }
-  if (auto keys = shortcut(item.keyEquivalent); !keys.empty()) properties["shortcut"] = std::move(keys);
+  if (auto keys = shortcut(item.keyEquivalent, form); !keys.empty()) properties["shortcut"] = std::move(keys);
   return properties;
 }
 

@@ -243,5 +243,18 @@ TEST_F(TrayForm, AnswersAClickOncePlasmaIsGone) {
   EXPECT_EQ(bar.clicks, 1);
 }
 
+TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
+  constexpr auto byName = "aas [['Control', 'comma']]";
+  constexpr auto byCharacter = "aas [['Control', ',']]";
+  runOn({});
+  EXPECT_EQ(property(26, "shortcut"), byName);
+  for (const auto* const qtDesktop : {plasma, lxqt}) {
+    host->own(qtDesktop);
+    EXPECT_EQ(property(26, "shortcut"), byCharacter) << qtDesktop;
+    host->disown(qtDesktop);
+    EXPECT_EQ(property(26, "shortcut"), byName) << qtDesktop;
+  }
+}
+
 }  // namespace
 }  // namespace kestrune::testing
