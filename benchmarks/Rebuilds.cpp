@@ -5,6 +5,7 @@
 
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/SessionBus.h"
+#include "platform/linux/ProgramBundle.h"
 #include "platform/tray/StatusNotifierItem.h"
 
 // Rebuilds the exported menu 5,000 times, each time with other texts, and prints how much the process grew by it, in
@@ -31,8 +32,9 @@ int main() {
   kestrune::EventLoop loop;
   kestrune::SessionBus bus(loop);
   bus.connect();
+  const kestrune::ProgramBundle bundle;
   kestrune::ActivationToken token;
-  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), token, [] {});
+  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), bundle, token, [] {});
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

@@ -10,6 +10,7 @@
 #include "fuzz/Fuzz.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/tray/StatusNotifierItem.h"
+#include "tests/support/FakePlatform.h"
 #include "tests/support/VirtualTime.h"
 
 // What hosts ask of the item in the tray and of its menu, on a line of their own without a bus between: one
@@ -247,7 +248,8 @@ class Desk {
   Bus program;
   Bus host;
   ActivationToken token;
-  StatusNotifierItem tray{idleBus(), loop.mainQueue(), token, [] {}};
+  testing::FakeMainBundle bundle;
+  StatusNotifierItem tray{idleBus(), loop.mainQueue(), bundle, token, [] {}};
   bool answered = false;
 };
 

@@ -138,7 +138,7 @@ class LinuxHost final : public Host {
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow, clickToken);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken);
       loop.onTerminate([this] {
         rendezvous.announceEnd();
         dialogs->close();

@@ -22,6 +22,8 @@ const KnownHost knownHosts[] = {
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
     // Its panel is the watcher, but has no name of its own.
     {"org.lxqt.session", false, {.qtKeys = true}},
+    // The service behind the indicator applets of MATE and XFCE.
+    {"org.ayatana.indicator.application", false, {.iconFiles = true}},
 };
 
 }  // namespace

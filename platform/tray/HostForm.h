@@ -15,6 +15,7 @@ struct HostForm {
   bool firstUnderscoreOnly = false;
   bool menuAtError = false;  ///< it opens the menu at the icon where Activate is answered with an error
   bool qtKeys = false;       ///< it reads the keys of a shortcut as Qt does (","); most do as GDK ("comma")
+  bool iconFiles = false;    ///< it reads no pixmaps, but takes the path of a file for the name of an icon
 
   bool operator==(const HostForm&) const = default;
 };

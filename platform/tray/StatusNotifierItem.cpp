@@ -1,5 +1,6 @@
 #include "platform/tray/StatusNotifierItem.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,14 @@ constexpr auto interfaceName = "org.kde.StatusNotifierItem";
 /// the same.
 std::string withoutMarkup(const std::string& text) {
   return replacingAll(replacingAll(displayRow(text), "<", "＜"), "&", "＆");
+}
+
+bool isGrey(const Bitmap& bitmap) {
+  const auto& rgba = bitmap.rgba;
+  for (std::size_t at = 0; at + 3 < rgba.size(); at += 4) {
+    if (rgba[at] != rgba[at + 1] || rgba[at] != rgba[at + 2]) return false;
+  }
+  return true;
 }
 
 bool sameImage(const ImageRef& a, const ImageRef& b) {
@@ -62,13 +71,15 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& givenQueue,
-                                       ActivationToken& givenToken, std::function<void()> givenOnActivate)
+                                       const MainBundle& givenBundle, ActivationToken& givenToken,
+                                       std::function<void()> givenOnActivate)
     : sessionBus(givenBus),
       queue(givenQueue),
+      bundle(givenBundle),
       token(givenToken),
       onActivate(std::move(givenOnActivate)),
       exportedMenu(givenQueue),
-      hosts([this] { exportedMenu.setForm(hosts.form()); }, [this] { registerWithWatcher(); }) {
+      hosts([this] { formChanged(); }, [this] { registerWithWatcher(); }) {
   sessionBus.add(*this);
 }
 
@@ -153,6 +164,19 @@ int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bu
   return 0;
 }
 
+void StatusNotifierItem::formChanged() {
+  exportedMenu.setForm(hosts.form());
+  sd_bus_emit_signal(bus, objectPath, interfaceName, "NewIcon", "");
+}
+
+/// Empty for hosts that read the pixmaps. The path of the same picture for the others.
+std::string StatusNotifierItem::iconName() const {
+  if (!hosts.form().iconFiles || !button.image) return "";
+  const auto& bitmaps = button.image->bitmaps;
+  const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
+  return bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
+}
+
 int StatusNotifierItem::appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const {
   int result = sd_bus_message_open_container(message, 'a', "(iiay)");
   for (const auto& pixmap : some) {
@@ -185,6 +209,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "Id") return text("kestrune-menu-client");
   if (name == "Title") return text("Kestrune");
   if (name == "Status") return text("Active");
+  if (name == "IconName") return text(self.iconName());
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
   if (name == "IconPixmap") return self.appendPixmaps(reply, self.pixmaps);
   if (name == "OverlayIconPixmap" || name == "AttentionIconPixmap") return self.appendPixmaps(reply, {});

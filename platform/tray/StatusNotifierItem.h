@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/MainBundle.h"
 #include "platform/StatusItem.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/tray/ActivationToken.h"
@@ -23,8 +24,8 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   /// `onActivate` runs when a host reports a click, with whichever button, instead of showing the menu.
-  /// `token` has what the host has given for the window.
-  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, ActivationToken& token,
+  /// `bundle` has the files of the icon; `token` is given what the host gives for the window.
+  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle, ActivationToken& token,
                      std::function<void()> onActivate);
   ~StatusNotifierItem() override;
 
@@ -44,6 +45,8 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   };
 
   void registerWithWatcher();
+  void formChanged();
+  std::string iconName() const;
   int appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const;
   int appendToolTip(sd_bus_message* message) const;
   static int registered(sd_bus_message* reply, void* self, sd_bus_error* error);
@@ -58,6 +61,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
 
   SessionBus& sessionBus;
   DispatchQueue& queue;
+  const MainBundle& bundle;
   ActivationToken& token;
   const std::function<void()> onActivate;
   DBusMenu exportedMenu;

@@ -8,8 +8,9 @@ namespace {
 
 class TrayStatusItem final : public StatusItem {
  public:
-  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow, ActivationToken& token)
-      : item(bus, queue, token, [&givenWindow, &token] { givenWindow.show(token.take()); }),
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle, MenuWindow& givenWindow,
+                 ActivationToken& token)
+      : item(bus, queue, bundle, token, [&givenWindow, &token] { givenWindow.show(token.take()); }),
         window(givenWindow) {}
 
   bool hasButton() const override { return item.hasButton(); }
@@ -27,7 +28,7 @@ class TrayStatusItem final : public StatusItem {
 }  // namespace
 
 std::unique_ptr<StatusItem> TrayStatusBar::statusItem(double) {
-  return std::make_unique<TrayStatusItem>(bus, queue, window, token);
+  return std::make_unique<TrayStatusItem>(bus, queue, bundle, window, token);
 }
 
 }  // namespace kestrune

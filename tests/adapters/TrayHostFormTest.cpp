@@ -16,6 +16,7 @@ using News = std::vector<std::string>;
 constexpr auto gnomeShell = "org.gnome.Shell";
 constexpr auto plasma = "org.kde.plasmashell";
 constexpr auto lxqt = "org.lxqt.session";
+constexpr auto indicators = "org.ayatana.indicator.application";
 constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29";
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
@@ -177,13 +178,15 @@ TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
   layout();
   host->own(gnomeShell);
   const std::string change = "{'children-display': s 'submenu', 'enabled': b true}";
-  EXPECT_EQ(host->news(), (News{"LayoutUpdated 3, 0",
-                                "ItemsPropertiesUpdated [(2, " + change + "), (20, " + change + ")], []"}));
+  EXPECT_EQ(host->news(),
+            (News{"LayoutUpdated 3, 0",
+                  "ItemsPropertiesUpdated [(2, " + change + "), (20, " + change + ")], []", "NewIcon"}));
   EXPECT_EQ(layout(), withSubmenus);
   host->disown(gnomeShell);
   EXPECT_EQ(host->news(), (News{"LayoutUpdated 4, 0",
                                 "ItemsPropertiesUpdated [(2, {'enabled': b false}), (20, {'enabled': b "
-                                "false})], [(2, ['children-display']), (20, ['children-display'])]"}));
+                                "false})], [(2, ['children-display']), (20, ['children-display'])]",
+                                "NewIcon"}));
   EXPECT_EQ(layout(), flat);
 }
 
@@ -254,6 +257,37 @@ TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
     host->disown(qtDesktop);
     EXPECT_EQ(property(26, "shortcut"), byName) << qtDesktop;
   }
+}
+
+TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
+  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
+                          {"codex-menubar-grey.png", "/share/grey.png"}};
+  const auto show = [this](ImageRef image) {
+    StatusButton button;
+    button.image = std::move(image);
+    item->setButton(button);
+    return host->property("IconName");
+  };
+  runOn({}, indicators);
+  EXPECT_EQ(show(nullptr), "s ''");
+  EXPECT_EQ(show(makeTestImage(2, 10, 20, 30)), "s '/share/logo.png'");
+  EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s '/share/grey.png'");
+  bar.bundle.resources.clear();
+  EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
+}
+
+TEST_F(TrayForm, NamesTheFileOfTheIconAsLongAsThereAreIndicatorApplets) {
+  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
+  StatusButton button;
+  button.image = makeTestImage(2, 10, 20, 30);
+  item->setButton(button);
+  runOn({});
+  host->own(indicators);
+  EXPECT_EQ(host->news(), News{"NewIcon"});
+  EXPECT_EQ(host->property("IconName"), "s '/share/logo.png'");
+  host->disown(indicators);
+  EXPECT_EQ(host->news(), News{"NewIcon"});
+  EXPECT_EQ(host->property("IconName"), "s ''");
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ struct TrayStatusBarOn : EmptyDesk {
   StandInDialogs dialogs{loop};
   MenuWindow window{loop, dialogs.program(), true};
   ActivationToken token;
-  TrayStatusBar statusBar{bus, loop.mainQueue(), window, token};
+  FakeMainBundle bundle;
+  TrayStatusBar statusBar{bus, loop.mainQueue(), bundle, window, token};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   Menu menu{{{.id = 1, .title = "stop", .action = "stop", .target = target}}};
 };

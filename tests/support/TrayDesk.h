@@ -7,6 +7,7 @@
 #include "platform/linux/SessionBus.h"
 #include "platform/tray/StatusNotifierItem.h"
 #include "tests/support/ComesTrue.h"
+#include "tests/support/FakePlatform.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TrayHost.h"
 
@@ -48,11 +49,12 @@ class BusProbe final : public BusClient {
 struct ClickedTray final : StatusBar {
   ClickedTray(SessionBus& givenBus, DispatchQueue& givenQueue) : bus(givenBus), queue(givenQueue) {}
   std::unique_ptr<StatusItem> statusItem(double) override {
-    return std::make_unique<StatusNotifierItem>(bus, queue, token, [this] { ++clicks; });
+    return std::make_unique<StatusNotifierItem>(bus, queue, bundle, token, [this] { ++clicks; });
   }
 
   SessionBus& bus;
   DispatchQueue& queue;
+  FakeMainBundle bundle;
   ActivationToken token;
   int clicks = 0;
 };
