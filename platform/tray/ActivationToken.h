@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kestrune {
@@ -9,12 +10,15 @@ namespace kestrune {
 /// opens. Main thread.
 class ActivationToken {
  public:
-  void give(std::string given) { token = std::move(given); }
+  /// Anybody on the bus may give one: a text that is too long for a token counts as none.
+  void give(std::string_view given) { token = given.size() <= longest ? given : ""; }
 
   /// Empty when there is none. A token serves once.
   std::string take() { return std::exchange(token, {}); }
 
  private:
+  static constexpr std::size_t longest = 4096;  // bytes
+
   std::string token;
 };
 

@@ -212,6 +212,18 @@ TEST_F(TrayItem, AnswersTheWheelAndDoesNothing) {
   EXPECT_EQ(host->news(), News{});
 }
 
+TEST_F(TrayItem, KeepsATokenOfAnOrdinaryLength) {
+  const auto kept = [this](const std::string& token) {
+    EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s",
+                                token.c_str())),
+              "");
+    return bar.token.take();
+  };
+  EXPECT_EQ(kept("token"), "token");
+  EXPECT_EQ(kept(std::string(4096, 't')), std::string(4096, 't'));
+  EXPECT_EQ(kept(std::string(4097, 't')), "");
+}
+
 TEST_F(TrayItem, RejectsACallWithWrongArguments) {
   EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "Activate", "s", "here")),
             "error org.freedesktop.DBus.Error.InvalidArgs");
