@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "adapters/bus/SessionBus.h"
+#include "adapters/files/ProgramBundle.h"
 #include "adapters/loop/EventLoop.h"
 #include "adapters/tray/StatusNotifierItem.h"
 
@@ -30,7 +31,9 @@ int main() {
   kestrune::EventLoop loop;
   kestrune::SessionBus bus(loop);
   bus.connect();
-  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), [] {});
+  const kestrune::ProgramBundle bundle;
+  kestrune::ActivationToken token;
+  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), bundle, token, [] {});
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

@@ -10,6 +10,7 @@
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/StatusNotifierItem.h"
 #include "fuzz/Fuzz.h"
+#include "tests/rig/FakePlatform.h"
 #include "tests/rig/VirtualTime.h"
 
 // What hosts ask of the item in the tray and of its menu, on a line of their own without a bus between: one
@@ -183,8 +184,9 @@ class Desk {
     static_cast<Desk*>(self)->answered = true;
     const sd_bus_error* const error = sd_bus_message_get_error(reply);
     bool isExpected = error == nullptr;
-    for (const char* const name : {SD_BUS_ERROR_INVALID_ARGS, SD_BUS_ERROR_UNKNOWN_INTERFACE,
-                                   SD_BUS_ERROR_UNKNOWN_PROPERTY, SD_BUS_ERROR_PROPERTY_READ_ONLY}) {
+    for (const char* const name :
+         {SD_BUS_ERROR_INVALID_ARGS, SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_UNKNOWN_PROPERTY,
+          SD_BUS_ERROR_PROPERTY_READ_ONLY, SD_BUS_ERROR_NOT_SUPPORTED}) {
       isExpected = isExpected || sd_bus_error_has_name(error, name) != 0;
     }
     require(isExpected, "a call that is refused is the caller's fault");
@@ -200,9 +202,13 @@ class Desk {
                                       "NameOwnerChanged") >= 0,
             "a signal can be made");
     const BusMessage owned(message);
-    const bool isWhole = input.byte() % 2 == 0;
+    static constexpr std::array names{"org.kde.StatusNotifierWatcher", "org.gnome.Shell",
+                                      "org.kde.plasmashell", "org.lxqt.session",
+                                      "org.ayatana.indicator.application"};
+    const std::uint8_t choice = input.byte();
+    const bool isWhole = choice % 2 == 0;
     if (sd_bus_message_set_sender(message, "org.freedesktop.DBus") < 0 ||
-        sd_bus_message_append(message, "s", "org.kde.StatusNotifierWatcher") < 0 ||
+        sd_bus_message_append(message, "s", names.at(choice / 2 % names.size())) < 0 ||
         append(message, isWhole ? "ss" : "i", input) < 0)
       return;
     require(sd_bus_send(host.get(), message, nullptr) >= 0, "a signal can be sent");
@@ -246,7 +252,9 @@ class Desk {
   std::shared_ptr<Target> target = std::make_shared<Target>();
   Bus program;
   Bus host;
-  StatusNotifierItem tray{idleBus(), loop.mainQueue(), [] {}};
+  ActivationToken token;
+  testing::FakeMainBundle bundle;
+  StatusNotifierItem tray{idleBus(), loop.mainQueue(), bundle, token, [] {}};
   bool answered = false;
 };
 

@@ -138,8 +138,8 @@ class LinuxHost final : public Host {
       const std::string program = dialogsPath();
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
-      dialogs = std::make_unique<DialogAlerts>(loop, notifications, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), *menuWindow, [this] {
+      dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
+      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken, [this] {
         if (advice) advice->trayChanged();
       });
       loop.onTerminate([this] {
@@ -248,6 +248,7 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<TerminalOutput> output;
+  ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindow> menuWindow;
   std::unique_ptr<DialogAlerts> dialogs;

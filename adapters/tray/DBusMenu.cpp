@@ -1,12 +1,12 @@
 #include "adapters/tray/DBusMenu.h"
 
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <utility>
 
+#include "adapters/tray/MenuMessages.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -14,25 +14,7 @@ namespace kestrune {
 namespace {
 
 constexpr auto interfaceName = "com.canonical.dbusmenu";
-constexpr int rootId = 0;
 constexpr std::uint32_t protocolVersion = 3;
-constexpr std::array<std::string_view, 7> propertyNames{
-    "children-display", "enabled", "label", "shortcut", "toggle-state", "toggle-type", "type"};
-
-/// The row as a host shows it: an underscore alone would mark the letter behind it for the keyboard.
-std::string label(const std::string& title) {
-  return replacingAll(displayRow(title), "_", "__");
-}
-
-/// A letter with Command becomes the letter with Control; an upper-case one has Shift, too.
-std::vector<std::string> shortcut(const std::string& keyEquivalent) {
-  if (keyEquivalent.empty()) return {};
-  std::vector<std::string> keys{"Control"};
-  const auto letter = static_cast<unsigned char>(keyEquivalent.front());
-  if (std::isupper(letter)) keys.emplace_back("Shift");
-  keys.push_back(keyEquivalent == "," ? "comma" : std::string(1, static_cast<char>(std::tolower(letter))));
-  return keys;
-}
 
 int unknownId(sd_bus_error* error, int id) {
   return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The menu has no item %d", id);
@@ -68,28 +50,13 @@ class IdSet {
   std::vector<int> ids;
 };
 
-int readIds(sd_bus_message* call, std::vector<int>& ids) {
-  const void* data = nullptr;
-  std::size_t size = 0;
-  if (const int result = sd_bus_message_read_array(call, 'i', &data, &size); result < 0) return result;
-  ids.resize(size / sizeof(std::int32_t));
-  if (!ids.empty()) std::memcpy(ids.data(), data, size);
-  return 0;
-}
-
-/// A message under construction, let go when this goes.
-struct MessageDeleter {
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
-
-Message replyTo(sd_bus_message* call) {
+BusMessage replyTo(sd_bus_message* call) {
   sd_bus_message* reply = nullptr;
   sd_bus_message_new_method_return(call, &reply);
-  return Message(reply);
+  return BusMessage(reply);
 }
 
-int send(const Message& message, int result) {
+int send(const BusMessage& message, int result) {
   return result < 0 ? result : sd_bus_send(nullptr, message.get(), nullptr);
 }
 
@@ -152,31 +119,34 @@ void DBusMenu::busLost() {
 }
 
 void DBusMenu::setMenu(Menu menu) {
-  const std::vector<int> before = std::move(order);
-  const std::map<int, Properties> old = std::move(exported);
-  order.clear();
-  exported.clear();
-  items.clear();
-  for (auto& item : menu.items) {
-    order.push_back(item.id);
-    exported.emplace(item.id, propertiesOf(item));
-    items.insert_or_assign(item.id, std::move(item));
-  }
-  if (order == before && exported == old) return;
+  items = std::move(menu.items);
+  rebuild();
+}
+
+void DBusMenu::setForm(const HostForm& changed) {
+  form = changed;
+  rebuild();
+}
+
+void DBusMenu::rebuild() {
+  const MenuRows before = std::exchange(rows, menuRows(items, form));
+  if (rows == before) return;
   ++revision;
-  if (bus != nullptr) announce(before, old);
+  if (bus != nullptr) announce(before);
 }
 
 /// Tells the hosts what is new. Rows that come, go or move make them build their menu anew, which closes it.
-void DBusMenu::announce(const std::vector<int>& before, const std::map<int, Properties>& old) {
-  if (order != before) {
-    sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, rootId);
-    return;
+/// Of rows that stay, some hosts do not read all properties again with the layout.
+void DBusMenu::announce(const MenuRows& before) {
+  if (rows.children != before.children) {
+    sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, MenuRows::root);
   }
-  std::map<int, Properties> updated;
+  std::map<int, MenuRows::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
-  for (const auto& [id, properties] : exported) {
-    const Properties& previous = old.at(id);
+  for (const auto& [id, properties] : rows.properties) {
+    const auto known = before.properties.find(id);
+    if (known == before.properties.end()) continue;
+    const MenuRows::Properties& previous = known->second;
     for (const auto& [name, value] : properties) {
       const auto was = previous.find(name);
       if (was == previous.end() || was->second != value) updated[id].emplace(name, value);
@@ -186,14 +156,15 @@ void DBusMenu::announce(const std::vector<int>& before, const std::map<int, Prop
     }
   }
 
+  if (updated.empty() && removed.empty()) return;
   sd_bus_message* raw = nullptr;
   if (sd_bus_message_new_signal(bus, &raw, objectPath, interfaceName, "ItemsPropertiesUpdated") < 0) return;
-  const Message signal(raw);
+  const BusMessage signal(raw);
   int result = sd_bus_message_open_container(raw, 'a', "(ia{sv})");
   for (const auto& [id, properties] : updated) {
     if (result >= 0) result = sd_bus_message_open_container(raw, 'r', "ia{sv}");
     if (result >= 0) result = sd_bus_message_append(raw, "i", id);
-    if (result >= 0) result = appendProperties(raw, properties, {});
+    if (result >= 0) result = appendProperties(raw, properties);
     if (result >= 0) result = sd_bus_message_close_container(raw);
   }
   if (result >= 0) result = sd_bus_message_close_container(raw);
@@ -212,117 +183,56 @@ void DBusMenu::announce(const std::vector<int>& before, const std::map<int, Prop
   send(signal, result);
 }
 
-DBusMenu::Properties DBusMenu::propertiesOf(const MenuItem& item) {
-  if (item.isSeparator) return {{"type", std::string("separator")}};
-  Properties properties{{"label", label(item.title)}, {"enabled", item.enabled}};
-  if (item.checked) {
-    properties["toggle-type"] = std::string("checkmark");
-    properties["toggle-state"] = std::int32_t{*item.checked ? 1 : 0};
-  }
-  if (auto keys = shortcut(item.keyEquivalent); !keys.empty()) properties["shortcut"] = std::move(keys);
-  return properties;
-}
-
-/// Keeps no more of a question than matters for the answer, however long it is.
-int DBusMenu::readFilter(sd_bus_message* call, Filter& filter) {
-  int result = sd_bus_message_enter_container(call, 'a', "s");
-  for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
-    filter.everything = false;
-    const auto known = std::find(propertyNames.begin(), propertyNames.end(), name);
-    if (known != propertyNames.end()) filter.names.insert(*known);
-  }
-  return result < 0 ? result : sd_bus_message_exit_container(call);
-}
-
-int DBusMenu::appendValue(sd_bus_message* message, const Value& value) {
-  if (const auto* const text = std::get_if<std::string>(&value)) {
-    return sd_bus_message_append(message, "v", "s", text->c_str());
-  }
-  if (const auto* const flag = std::get_if<bool>(&value)) {
-    return sd_bus_message_append(message, "v", "b", static_cast<int>(*flag));
-  }
-  if (const auto* const number = std::get_if<std::int32_t>(&value)) {
-    return sd_bus_message_append(message, "v", "i", *number);
-  }
-  // A list of key presses, each a list of keys; ours is one press.
-  const auto& keys = std::get<Shortcut>(value);
-  int result = sd_bus_message_open_container(message, 'v', "aas");
-  if (result >= 0) result = sd_bus_message_open_container(message, 'a', "as");
-  if (result >= 0) result = sd_bus_message_open_container(message, 'a', "s");
-  for (const auto& key : keys) {
-    if (result >= 0) result = sd_bus_message_append(message, "s", key.c_str());
-  }
-  for (int open = 0; open < 3; ++open) {
-    if (result >= 0) result = sd_bus_message_close_container(message);
-  }
-  return result;
-}
-
-int DBusMenu::appendProperties(sd_bus_message* message, const Properties& properties, const Filter& filter) {
-  int result = sd_bus_message_open_container(message, 'a', "{sv}");
-  for (const auto& [name, value] : properties) {
-    if (!filter.everything && !filter.names.contains(name)) continue;
-    if (result >= 0) result = sd_bus_message_open_container(message, 'e', "sv");
-    if (result >= 0) result = sd_bus_message_append(message, "s", name.c_str());
-    if (result >= 0) result = appendValue(message, value);
-    if (result >= 0) result = sd_bus_message_close_container(message);
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
-/// A row without rows below it.
-int DBusMenu::appendRow(sd_bus_message* message, int id, const Properties& properties, const Filter& filter) {
+/// The row, with the rows below it down to `depth`; all of them if that is negative.
+int DBusMenu::appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter) {
   int result = sd_bus_message_open_container(message, 'r', "ia{sv}av");
   if (result >= 0) result = sd_bus_message_append(message, "i", id);
-  if (result >= 0) result = appendProperties(message, properties, filter);
-  if (result >= 0) result = sd_bus_message_append(message, "av", 0);
+  if (result >= 0) result = appendProperties(message, rows.properties.at(id), filter);
+  if (result >= 0) result = sd_bus_message_open_container(message, 'a', "v");
+  const auto below = rows.children.find(id);
+  if (depth != 0 && below != rows.children.end()) {
+    for (const int child : below->second) {
+      if (result >= 0) result = sd_bus_message_open_container(message, 'v', "(ia{sv}av)");
+      if (result >= 0) result = appendRow(message, child, depth < 0 ? depth : depth - 1, filter);
+      if (result >= 0) result = sd_bus_message_close_container(message);
+    }
+  }
+  if (result >= 0) result = sd_bus_message_close_container(message);
   return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
 int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
   std::int32_t parent = 0;
   std::int32_t depth = 0;
-  Filter filter;
+  PropertyFilter filter;
   if (const int result = sd_bus_message_read(call, "ii", &parent, &depth); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
-  if (parent != rootId && !exported.contains(parent)) return unknownId(error, parent);
+  if (!hasRow(parent)) return unknownId(error, parent);
 
-  const Message reply = replyTo(call);
+  const BusMessage reply = replyTo(call);
   if (!reply) return -ENOMEM;
   int result = sd_bus_message_append(reply.get(), "u", revision);
-  if (result < 0) return result;
-  if (parent != rootId) return send(reply, appendRow(reply.get(), parent, exported.at(parent), filter));
-
-  const Properties root{{"children-display", std::string("submenu")}};
-  result = sd_bus_message_open_container(reply.get(), 'r', "ia{sv}av");
-  if (result >= 0) result = sd_bus_message_append(reply.get(), "i", rootId);
-  if (result >= 0) result = appendProperties(reply.get(), root, filter);
-  if (result >= 0) result = sd_bus_message_open_container(reply.get(), 'a', "v");
-  for (const int id : depth == 0 ? std::vector<int>() : order) {
-    if (result >= 0) result = sd_bus_message_open_container(reply.get(), 'v', "(ia{sv}av)");
-    if (result >= 0) result = appendRow(reply.get(), id, exported.at(id), filter);
-    if (result >= 0) result = sd_bus_message_close_container(reply.get());
-  }
-  if (result >= 0) result = sd_bus_message_close_container(reply.get());
-  if (result >= 0) result = sd_bus_message_close_container(reply.get());
+  if (result >= 0) result = appendRow(reply.get(), parent, depth, filter);
   return send(reply, result);
 }
 
 int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
   std::vector<int> ids;
-  Filter filter;
+  PropertyFilter filter;
   if (const int result = readIds(call, ids); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
-  if (ids.empty()) ids = order;
+  if (ids.empty()) {
+    for (const auto& [id, properties] : rows.properties) ids.push_back(id);
+  }
 
-  const Message reply = replyTo(call);
+  const BusMessage reply = replyTo(call);
   if (!reply) return -ENOMEM;
   int result = sd_bus_message_open_container(reply.get(), 'a', "(ia{sv})");
   // Each row once, however often it is named: the answer must not grow with the question.
   std::set<int> answered;
   for (const int id : ids) {
-    const auto row = exported.find(id);
-    if (row == exported.end() || !answered.insert(id).second) continue;
+    const auto row = rows.properties.find(id);
+    if (row == rows.properties.end() || !answered.insert(id).second) continue;
     if (result >= 0) result = sd_bus_message_open_container(reply.get(), 'r', "ia{sv}");
     if (result >= 0) result = sd_bus_message_append(reply.get(), "i", id);
     if (result >= 0) result = appendProperties(reply.get(), row->second, filter);
@@ -336,25 +246,26 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   std::int32_t id = 0;
   const char* name = nullptr;
   if (const int result = sd_bus_message_read(call, "is", &id, &name); result < 0) return result;
-  const auto row = exported.find(id);
-  if (row == exported.end()) return unknownId(error, id);
+  const auto row = rows.properties.find(id);
+  if (row == rows.properties.end()) return unknownId(error, id);
   const auto property = row->second.find(name);
   if (property == row->second.end()) {
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "Item %d has no such property", id);
   }
-  const Message reply = replyTo(call);
+  const BusMessage reply = replyTo(call);
   if (!reply) return -ENOMEM;
   return send(reply, appendValue(reply.get(), property->second));
 }
 
 bool DBusMenu::hasRow(int id) const {
-  return id == rootId || items.contains(id);
+  return rows.properties.contains(id);
 }
 
 /// What the row does is done later: the host waits for its answer.
 void DBusMenu::choose(int id) {
-  const auto item = items.find(id);
-  if (item != items.end()) queue.async([chosen = item->second] { performMenuItem(chosen); });
+  const auto item =
+      std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
+  if (item != items.end()) queue.async([chosen = *item] { performMenuItem(chosen); });
 }
 
 int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
@@ -389,7 +300,7 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
   if (result < 0) return result;
   const std::vector<int>& ids = unknown.sorted();
   if (!anyKnown && !ids.empty()) return unknownId(error, ids.front());
-  const Message reply = replyTo(call);
+  const BusMessage reply = replyTo(call);
   if (!reply) return -ENOMEM;
   return send(reply, sd_bus_message_append_array(reply.get(), 'i', ids.data(), ids.size() * sizeof(int)));
 }
@@ -397,17 +308,16 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
 int DBusMenu::aboutToShow(sd_bus_message* call, sd_bus_error* error) {
   std::int32_t id = 0;
   if (const int result = sd_bus_message_read(call, "i", &id); result < 0) return result;
-  if (id != rootId && !exported.contains(id)) return unknownId(error, id);
+  if (!hasRow(id)) return unknownId(error, id);
   return sd_bus_reply_method_return(call, "b", 0);
 }
 
 int DBusMenu::aboutToShowGroup(sd_bus_message* call, sd_bus_error* error) {
   std::vector<int> ids;
   if (const int result = readIds(call, ids); result < 0) return result;
-  const std::size_t known =
-      std::erase_if(ids, [this](int id) { return id == rootId || exported.contains(id); });
+  const std::size_t known = std::erase_if(ids, [this](int id) { return hasRow(id); });
   if (known == 0 && !ids.empty()) return unknownId(error, ids.front());
-  const Message reply = replyTo(call);
+  const BusMessage reply = replyTo(call);
   if (!reply) return -ENOMEM;
   int result = sd_bus_message_append(reply.get(), "ai", 0);
   if (result >= 0)

@@ -1,14 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <set>
-#include <string>
-#include <string_view>
-#include <variant>
 #include <vector>
 
 #include "adapters/bus/SessionBus.h"
+#include "adapters/tray/MenuMessages.h"
 #include "ports/DispatchQueue.h"
 #include "ports/Menu.h"
 
@@ -24,27 +20,16 @@ class DBusMenu {
   explicit DBusMenu(DispatchQueue& queue);
 
   void setMenu(Menu menu);
+  /// What the host needs; that of most hosts unless another is set.
+  void setForm(const HostForm& form);
 
   void busConnected(sd_bus* bus);
   void busLost();
 
  private:
-  using Shortcut = std::vector<std::string>;
-  using Value = std::variant<std::string, bool, std::int32_t, Shortcut>;
-  using Properties = std::map<std::string, Value, std::less<>>;
-  /// Which properties are asked for.
-  struct Filter {
-    bool everything = true;
-    std::set<std::string_view> names{};  ///< of those that a row can have
-  };
-
-  static Properties propertiesOf(const MenuItem& item);
-  static int readFilter(sd_bus_message* call, Filter& filter);
-  static int appendValue(sd_bus_message* message, const Value& value);
-  static int appendProperties(sd_bus_message* message, const Properties& properties, const Filter& filter);
-  static int appendRow(sd_bus_message* message, int id, const Properties& properties, const Filter& filter);
-
-  void announce(const std::vector<int>& before, const std::map<int, Properties>& old);
+  void rebuild();
+  void announce(const MenuRows& before);
+  int appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter);
   bool hasRow(int id) const;
   void choose(int id);
 
@@ -64,9 +49,9 @@ class DBusMenu {
   static const sd_bus_vtable interface[];
 
   DispatchQueue& queue;
-  std::map<int, MenuItem> items;
-  std::vector<int> order;
-  std::map<int, Properties> exported;
+  std::vector<MenuItem> items;
+  HostForm form;
+  MenuRows rows = menuRows({}, {});
   std::uint32_t revision = 1;
 
   sd_bus* bus = nullptr;

@@ -1,5 +1,6 @@
 #include "adapters/tray/StatusNotifierItem.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,14 @@ constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 /// the same.
 std::string withoutMarkup(const std::string& text) {
   return replacingAll(replacingAll(displayRow(text), "<", "＜"), "&", "＆");
+}
+
+bool isGrey(const Bitmap& bitmap) {
+  const auto& rgba = bitmap.rgba;
+  for (std::size_t at = 0; at + 3 < rgba.size(); at += 4) {
+    if (rgba[at] != rgba[at + 1] || rgba[at] != rgba[at + 2]) return false;
+  }
+  return true;
 }
 
 bool sameImage(const ImageRef& a, const ImageRef& b) {
@@ -46,10 +55,10 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_METHOD("Activate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("SecondaryActivate", "ii", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ContextMenu", "ii", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("SecondaryActivate", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ContextMenu", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("NewTitle", "", 0),
     SD_BUS_SIGNAL("NewIcon", "", 0),
     SD_BUS_SIGNAL("NewAttentionIcon", "", 0),
@@ -62,13 +71,17 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& givenQueue,
+                                       const MainBundle& givenBundle, ActivationToken& givenToken,
                                        std::function<void()> givenOnActivate,
                                        std::function<void()> givenOnRegistered)
     : sessionBus(givenBus),
       queue(givenQueue),
+      bundle(givenBundle),
+      token(givenToken),
       onActivate(std::move(givenOnActivate)),
       onRegistered(std::move(givenOnRegistered)),
-      exportedMenu(givenQueue) {
+      exportedMenu(givenQueue),
+      hosts([this] { formChanged(); }, [this] { registerWithWatcher(); }) {
   sessionBus.add(*this);
 }
 
@@ -109,24 +122,17 @@ void StatusNotifierItem::busConnected(sd_bus* connection) {
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, itemInterface, interface, this) >= 0)
     object.reset(slot);
   exportedMenu.busConnected(bus);
-  const std::string rule = std::string(
-                               "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-                               "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
-                           watcherName + "'";
-  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &watcherOwnerChanged, &ignoreAnswer, this) >= 0) {
-    ownerMatch.reset(slot);
-  }
   if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
                                 &hostRegistered, &ignoreAnswer, this) >= 0) {
     hostMatch.reset(slot);
   }
-  registerWithWatcher();
+  hosts.busConnected(bus);
 }
 
 void StatusNotifierItem::busLost() {
   exportedMenu.busLost();
+  hosts.busLost();
   object.reset();
-  ownerMatch.reset();
   hostMatch.reset();
   registration.reset();
   bus = nullptr;
@@ -155,21 +161,24 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
   return 0;
 }
 
-int StatusNotifierItem::watcherOwnerChanged(sd_bus_message* signal, void* data, sd_bus_error*) {
-  const char* name = nullptr;
-  const char* before = nullptr;
-  const char* after = nullptr;
-  if (!isFromBus(signal) || sd_bus_message_read(signal, "sss", &name, &before, &after) < 0) return 0;
-  if (*after == '\0') return 0;
-  static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
-  return 0;
-}
-
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isForEverybody(signal)) return 0;
   // A watcher that had no host may have refused the item; one that knows it takes it as it is.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
+}
+
+void StatusNotifierItem::formChanged() {
+  exportedMenu.setForm(hosts.form());
+  sd_bus_emit_signal(bus, objectPath, interfaceName, "NewIcon", "");
+}
+
+/// Empty for hosts that read the pixmaps. The path of the same picture for the others.
+std::string StatusNotifierItem::iconName() const {
+  if (!hosts.form().iconFiles || !button.image) return "";
+  const auto& bitmaps = button.image->bitmaps;
+  const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
+  return bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
 }
 
 int StatusNotifierItem::appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const {
@@ -204,6 +213,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "Id") return text("kestrune-menu-client");
   if (name == "Title") return text("Kestrune");
   if (name == "Status") return text("Active");
+  if (name == "IconName") return text(self.iconName());
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
   if (name == "IconPixmap") return self.appendPixmaps(reply, self.pixmaps);
   if (name == "OverlayIconPixmap" || name == "AttentionIconPixmap") return self.appendPixmaps(reply, {});
@@ -214,9 +224,22 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   return text("");
 }
 
-int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error*) {
+int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error* error) {
+  if (static_cast<StatusNotifierItem*>(data)->hosts.form().menuAtError)
+    return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host shows the menu");
+  return openWindow(call, data, error);
+}
+
+int StatusNotifierItem::openWindow(sd_bus_message* call, void* data, sd_bus_error*) {
   auto& self = *static_cast<StatusNotifierItem*>(data);
   self.queue.async(self.onActivate);
+  return sd_bus_reply_method_return(call, "");
+}
+
+int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
+  const char* given = nullptr;
+  if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
+  static_cast<StatusNotifierItem*>(data)->token.give(given);
   return sd_bus_reply_method_return(call, "");
 }
 

@@ -14,11 +14,11 @@ const Notification advice{
     .identifier = "no-tray",
     .title = "Kestrune 已啟動，但桌面沒有系統匣",
     .body =
+        "再啟動一次 Kestrune 就能打開選單；要有圖示，請裝系統匣（GNOME：AppIndicator）。\n"
         "這個桌面沒有顯示系統匣圖示（StatusNotifierItem）的程式，所以看不到 Kestrune "
         "的圖示；連線仍會照常維持。\n"
         "GNOME：請安裝並啟用擴充功能「AppIndicator and KStatusNotifierItem Support」（Debian／Ubuntu "
-        "套件 gnome-shell-extension-appindicator），再重新登入。\n"
-        "沒有系統匣時，再啟動一次 Kestrune，就會以視窗打開選單。",
+        "套件 gnome-shell-extension-appindicator），再重新登入。",
     .lasting = true,
 };
 

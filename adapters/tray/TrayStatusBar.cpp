@@ -8,10 +8,11 @@ namespace {
 
 class TrayStatusItem final : public StatusItem {
  public:
-  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, MenuWindow& givenWindow,
-                 const std::function<void()>& onRegistered)
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle, MenuWindow& givenWindow,
+                 ActivationToken& token, const std::function<void()>& onRegistered)
       : item(
-            bus, queue, [&givenWindow] { givenWindow.show(); }, onRegistered),
+            bus, queue, bundle, token, [&givenWindow, &token] { givenWindow.show(token.take()); },
+            onRegistered),
         window(givenWindow) {}
 
   bool hasButton() const override { return item.hasButton(); }
@@ -29,7 +30,7 @@ class TrayStatusItem final : public StatusItem {
 }  // namespace
 
 std::unique_ptr<StatusItem> TrayStatusBar::statusItem(double) {
-  return std::make_unique<TrayStatusItem>(bus, queue, window, onRegistered);
+  return std::make_unique<TrayStatusItem>(bus, queue, bundle, window, token, onRegistered);
 }
 
 }  // namespace kestrune

@@ -5,25 +5,35 @@
 #include <utility>
 
 #include "adapters/bus/SessionBus.h"
+#include "adapters/windows/ActivationToken.h"
 #include "adapters/windows/MenuWindow.h"
+#include "ports/MainBundle.h"
 #include "ports/StatusItem.h"
 
 namespace kestrune {
 
-/// The status bar of a desktop: its tray, and a window of the menu for whoever has none. Main thread.
+/// The status bar of a desktop: its tray, and the menu as a window for a desktop without one. Main thread.
 class TrayStatusBar final : public StatusBar {
  public:
   /// `onRegistered` runs whenever a tray has taken the icon; it may be null.
-  TrayStatusBar(SessionBus& givenBus, DispatchQueue& givenQueue, MenuWindow& givenWindow,
+  TrayStatusBar(SessionBus& givenBus, DispatchQueue& givenQueue, const MainBundle& givenBundle,
+                MenuWindow& givenWindow, ActivationToken& givenToken,
                 std::function<void()> givenOnRegistered = {})
-      : bus(givenBus), queue(givenQueue), window(givenWindow), onRegistered(std::move(givenOnRegistered)) {}
+      : bus(givenBus),
+        queue(givenQueue),
+        bundle(givenBundle),
+        window(givenWindow),
+        token(givenToken),
+        onRegistered(std::move(givenOnRegistered)) {}
 
   std::unique_ptr<StatusItem> statusItem(double length) override;
 
  private:
   SessionBus& bus;
   DispatchQueue& queue;
+  const MainBundle& bundle;
   MenuWindow& window;
+  ActivationToken& token;
   const std::function<void()> onRegistered;
 };
 

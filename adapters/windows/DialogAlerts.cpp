@@ -6,11 +6,13 @@
 
 namespace kestrune {
 
-DialogAlerts::DialogAlerts(EventLoop& givenLoop, Notifications& givenNotifications, std::string givenProgram,
-                           bool givenHasDisplay, Seconds givenPatience)
+DialogAlerts::DialogAlerts(EventLoop& givenLoop, Notifications& givenNotifications,
+                           ActivationToken& givenToken, std::string givenProgram, bool givenHasDisplay,
+                           Seconds givenPatience)
     : AlertQueue(givenLoop.mainQueue()),
       loop(givenLoop),
       notifications(givenNotifications),
+      token(givenToken),
       program(std::move(givenProgram)),
       hasDisplay(givenHasDisplay),
       patience(givenPatience) {}
@@ -32,6 +34,7 @@ void DialogAlerts::show(const Open& shown) {
           giveUp(reason.value_or("it ended without an answer"));
         });
     if (const auto problem = process->start(program)) return giveUp(*problem);
+    if (const std::string given = token.take(); !given.empty()) process->send(dialogs::Raise{given});
   }
   process->send(dialogs::ShowAlert{shown.id, shown.alert});
   deadline = loop.after(patience, [this] {
@@ -41,7 +44,7 @@ void DialogAlerts::show(const Open& shown) {
 }
 
 void DialogAlerts::raise() {
-  if (process) process->send(dialogs::Raise{});
+  if (process) process->send(dialogs::Raise{token.take()});
 }
 
 void DialogAlerts::handle(const dialogs::Event& event) {

@@ -5,6 +5,7 @@
 
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/loop/EventLoop.h"
+#include "adapters/windows/ActivationToken.h"
 #include "adapters/windows/DialogProcess.h"
 #include "ports/Notifications.h"
 
@@ -14,10 +15,11 @@ namespace kestrune {
 /// cannot be shown becomes a notification and counts as cancelled. Main thread.
 class DialogAlerts final : public AlertQueue {
  public:
-  /// `program` is the path of KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how
-  /// long a window may take to appear.
-  DialogAlerts(EventLoop& loop, Notifications& notifications, std::string program, bool hasDisplay,
-               Seconds patience = windowPatience);
+  /// `token` is what a click in the tray brought for its window. `program` is the path of
+  /// KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how long a window may take to
+  /// appear.
+  DialogAlerts(EventLoop& loop, Notifications& notifications, ActivationToken& token, std::string program,
+               bool hasDisplay, Seconds patience = windowPatience);
   ~DialogAlerts() override;
 
   /// Closes the windows and drops the waiting alerts without calling completions. For the end of the process.
@@ -33,6 +35,7 @@ class DialogAlerts final : public AlertQueue {
 
   EventLoop& loop;
   Notifications& notifications;
+  ActivationToken& token;
   const std::string program;
   const bool hasDisplay;
   const Seconds patience;

@@ -168,7 +168,8 @@ class WindowAlertFace final : public AlertFace, private Alerts {
   StandInDialogs dialogs{loop};
   CallLog log;
   FakeNotifications notifications{log};
-  DialogAlerts windows{loop, notifications, dialogs.program(), true};
+  ActivationToken token;
+  DialogAlerts windows{loop, notifications, token, dialogs.program(), true};
   struct {
     DialogsRun* run;
     int id;

@@ -67,7 +67,8 @@ struct TheDialogAlerts : ::testing::Test {
   CallLog log;
   FakeNotifications notifications{log};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  DialogAlerts windows{loop, notifications, stand.program(), true};
+  ActivationToken token;
+  DialogAlerts windows{loop, notifications, token, stand.program(), true};
   Texts answers;
   std::map<std::string, std::string> lastFields;
   int lastId = 0;
@@ -201,6 +202,20 @@ TEST_F(TheDialogAlerts, StackWhatAButtonInsideAsksFor) {
   EXPECT_EQ(next.front().alert.messageText, "queued");
 }
 
+TEST_F(TheDialogAlerts, AreGivenTheTokenOfTheClickBeforeTheyCome) {
+  token.give("token");
+  DialogsRun& run = open("a");
+  EXPECT_EQ(std::get<dialogs::Raise>(run.requests.at(0)).activationToken, "token");
+  EXPECT_EQ(token.take(), "") << "a token serves once";
+}
+
+TEST_F(TheDialogAlerts, AreRaisedByTheTokenOfTheClick) {
+  DialogsRun& run = open("a");
+  token.give("token");
+  present("b");
+  EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "token");
+}
+
 TEST_F(TheDialogAlerts, AreRaisedForAnAlertThatHasToWait) {
   DialogsRun& run = open("minimised");
   present("queued");
@@ -311,7 +326,7 @@ TEST_F(TheDialogAlerts, CloseWithoutAnythingOpen) {
 }
 
 TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
-  DialogAlerts blind(loop, notifications, stand.program(), false);
+  DialogAlerts blind(loop, notifications, token, stand.program(), false);
   for (int each = 0; each < 2; ++each) {
     blind.present(
         {[this] { return alert("a"); },
@@ -332,7 +347,7 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
 
 TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
   constexpr Seconds limit{3};
-  DialogAlerts hasty(loop, notifications, stand.program(), true, limit);
+  DialogAlerts hasty(loop, notifications, token, stand.program(), true, limit);
   hasty.present(
       {[this] { return alert("a"); },
        [this](const AlertAnswer& answer) { answers.push_back(answer.button ? "answered" : "cancelled"); }});
@@ -389,7 +404,7 @@ TEST_P(DialogAlertsWithAProgramThat, FallBackToNotifications) {
   } else {
     std::filesystem::remove(stand.program());
   }
-  DialogAlerts failing(loop, notifications, stand.program(), true, GetParam().patience);
+  DialogAlerts failing(loop, notifications, token, stand.program(), true, GetParam().patience);
   for (const char* const message : {"a", "b"}) {
     failing.present({[this, message] { return alert(message); },
                      [this, message](const AlertAnswer& answer) {

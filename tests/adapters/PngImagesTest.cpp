@@ -67,6 +67,22 @@ TEST_F(Png, OfTheLogoHasColoursAndClearCorners) {
   }
 }
 
+TEST_F(Png, InGreyIsTheFilteredLogo) {
+  const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
+  const ImageRef file = images.imageFromFile(resources + "codex-menubar-grey.png");
+  ASSERT_TRUE(logo && file);
+  ASSERT_EQ(widths(file), std::vector{22});
+  const ImageRef grey = images.applyColorControls(*logo, {.saturation = 0});
+  const auto& expected = grey->bitmaps.at(1).rgba;
+  const auto& rgba = file->bitmaps.front().rgba;
+  ASSERT_EQ(rgba.size(), expected.size());
+  int farthest = 0;
+  for (std::size_t at = 0; at < rgba.size(); ++at) {
+    if (expected[at | 3U] > 0) farthest = std::max(farthest, std::abs(rgba[at] - expected[at]));
+  }
+  EXPECT_LE(farthest, 3) << "half-transparent pixels are rounded otherwise";
+}
+
 TEST_F(Png, IsReadPixelByPixel) {
   // Half transparent, which must not darken the colours.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};

@@ -195,18 +195,33 @@ TEST_F(TrayItem, TellsAPlainClickOnceAndAfterItsAnswer) {
   EXPECT_EQ(bar.clicks, 1);
 }
 
-TEST_F(TrayItem, AnswersTheOtherGesturesAndDoesNothing) {
+TEST_F(TrayItem, TakesTheOtherClicksForPlainOnes) {
+  int clicks = 0;
   for (const char* const method : {"SecondaryActivate", "ContextMenu"}) {
     EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, method, "ii", 3, 4)), "");
+    settleQueue(loop);
+    EXPECT_EQ(bar.clicks, ++clicks) << method;
   }
+}
+
+TEST_F(TrayItem, AnswersTheWheelAndDoesNothing) {
   EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "Scroll", "is", 120, "vertical")),
-            "");
-  EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s",
-                              "token")),
             "");
   settleQueue(loop);
   EXPECT_EQ(bar.clicks, 0);
   EXPECT_EQ(host->news(), News{});
+}
+
+TEST_F(TrayItem, KeepsATokenOfAnOrdinaryLength) {
+  const auto kept = [this](const std::string& token) {
+    EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s",
+                                token.c_str())),
+              "");
+    return bar.token.take();
+  };
+  EXPECT_EQ(kept("token"), "token");
+  EXPECT_EQ(kept(std::string(4096, 't')), std::string(4096, 't'));
+  EXPECT_EQ(kept(std::string(4097, 't')), "");
 }
 
 TEST_F(TrayItem, RejectsACallWithWrongArguments) {

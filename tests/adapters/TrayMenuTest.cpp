@@ -99,7 +99,7 @@ TEST_F(TrayMenu, GivesThePropertiesOfSeveralRows) {
 
 TEST_F(TrayMenu, GivesThePropertiesOfAllRowsWhenNoneIsNamed) {
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 0, 2, "enabled", "type"),
-            "[(1, {'enabled': b false}), (2, {'type': s 'separator'}), (3, {'enabled': b true}), "
+            "[(0, {}), (1, {'enabled': b false}), (2, {'type': s 'separator'}), (3, {'enabled': b true}), "
             "(4, {'enabled': b true}), (5, {'enabled': b true}), (6, {'enabled': b false})]");
 }
 

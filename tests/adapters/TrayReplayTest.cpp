@@ -162,7 +162,7 @@ struct TrayReplay : TrayDesk {
     const bool isNew = rows != shown;
     shown = std::move(rows);
     ++(isNew ? changes : repetitions);
-    ASSERT_EQ(trusting->news(), isNew ? 1U : 0U) << "menu " << changes + repetitions;
+    ASSERT_EQ(trusting->news() > 0, isNew) << "menu " << changes + repetitions;
     ASSERT_EQ(trusting->rows(), shown) << "menu " << changes + repetitions;
   }
 

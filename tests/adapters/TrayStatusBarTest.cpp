@@ -18,7 +18,9 @@ struct TrayStatusBarOn : EmptyDesk {
 
   StandInDialogs dialogs{loop};
   MenuWindow window{loop, dialogs.program(), true};
-  TrayStatusBar statusBar{bus, loop.mainQueue(), window};
+  ActivationToken token;
+  FakeMainBundle bundle;
+  TrayStatusBar statusBar{bus, loop.mainQueue(), bundle, window, token};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   Menu menu{{{.id = 1, .title = "stop", .action = "stop", .target = target}}};
 };
@@ -41,6 +43,22 @@ TEST_F(TrayStatusBarOn, ATrayShowsTheMenuAsAWindowAtAClick) {
   run.say(dialogs::Chosen{1});
   EXPECT_TRUE(run.ends());
   EXPECT_EQ(target->performed, CallLog{"stop"});
+}
+
+TEST_F(TrayStatusBarOn, ATrayGivesTheWindowTheTokenOfTheClick) {
+  daemon.start();
+  showTray();
+  bus.connect();
+  item = statusBar.statusItem(squareStatusItemLength);
+  ASSERT_TRUE(host->hasItem());
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s", "first");
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s", "last");
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "Activate", "ii", 0, 0);
+  DialogsRun& run = dialogs.run();
+  EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "last");
+  run.asked<dialogs::ShowMenu>(1);
+  host->call(TrayHost::itemPath, TrayHost::itemInterface, "Activate", "ii", 0, 0);
+  EXPECT_EQ(run.asked<dialogs::Raise>(2).back().activationToken, "") << "a token serves once";
 }
 
 TEST_F(TrayStatusBarOn, ADesktopWithoutATrayHasTheMenuForTheWindowAllTheSame) {

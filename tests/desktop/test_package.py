@@ -44,7 +44,7 @@ FILES = {
     DESKTOP_ENTRY, METAINFO, UNIT,
     *(make(program) for make in (binary, manual, completion) for program in PROGRAMS),
     *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
-    *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-16", "-24", "-32", "-44", "-48", "-64")),
+    *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
     *(f"{DOCUMENTS}/{name}" for name in ("copyright", "changelog.gz", "changelog.Debian.gz")),
 }
 

@@ -7,6 +7,7 @@
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/StatusNotifierItem.h"
 #include "tests/rig/ComesTrue.h"
+#include "tests/rig/FakePlatform.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/TrayHost.h"
 
@@ -49,11 +50,13 @@ struct ClickedTray final : StatusBar {
   ClickedTray(SessionBus& givenBus, DispatchQueue& givenQueue) : bus(givenBus), queue(givenQueue) {}
   std::unique_ptr<StatusItem> statusItem(double) override {
     return std::make_unique<StatusNotifierItem>(
-        bus, queue, [this] { ++clicks; }, [this] { ++registrations; });
+        bus, queue, bundle, token, [this] { ++clicks; }, [this] { ++registrations; });
   }
 
   SessionBus& bus;
   DispatchQueue& queue;
+  FakeMainBundle bundle;
+  ActivationToken token;
   int clicks = 0;
   int registrations = 0;  ///< that the tray confirmed
 };
@@ -63,9 +66,9 @@ struct EmptyDesk : ::testing::Test {
   EmptyDesk() { bus.add(probe); }
   ~EmptyDesk() override { bus.remove(probe); }
 
-  void showTray(std::string error = {}) {
+  void showTray(std::string error = {}, const std::vector<const char*>& names = {}) {
     host.reset();
-    host = std::make_unique<TrayHost>(loop, std::move(error));
+    host = std::make_unique<TrayHost>(loop, std::move(error), names);
   }
 
   PrivateBus daemon;

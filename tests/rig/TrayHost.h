@@ -24,8 +24,9 @@ class TrayHost {
   static constexpr auto menuPath = "/MenuBar";
   static constexpr auto menuInterface = "com.canonical.dbusmenu";
 
-  /// `error`: the name of the error with which it turns items down; empty: it takes them.
-  explicit TrayHost(EventLoop& givenLoop, std::string error = {})
+  /// `error`: the name of the error with which it turns items down; empty: it takes them. `names`: what it
+  /// owns on the bus beside the name of the watcher.
+  explicit TrayHost(EventLoop& givenLoop, std::string error = {}, const std::vector<const char*>& names = {})
       : loop(givenLoop), refusal(std::move(error)) {
     sd_bus_slot* slot = nullptr;
     must(sd_bus_open_user(&bus), "connect");
@@ -36,7 +37,8 @@ class TrayHost {
       must(sd_bus_match_signal(bus, &slot, nullptr, path, nullptr, nullptr, &signalled, this), "listen");
       matches.emplace_back(slot);
     }
-    must(sd_bus_request_name(bus, watcherName, 0), "own the name");
+    for (const char* const name : names) own(name);
+    own(watcherName);
   }
 
   ~TrayHost() {
@@ -125,6 +127,9 @@ class TrayHost {
   void announceHost() {
     must(sd_bus_emit_signal(bus, watcherPath, watcherName, "StatusNotifierHostRegistered", ""), "announce");
   }
+
+  void own(const char* name) { must(sd_bus_request_name(bus, name, 0), name); }
+  void disown(const char* name) { must(sd_bus_release_name(bus, name), name); }
 
   sd_bus* connection() const { return bus; }
   const std::string& itemName() const { return item; }

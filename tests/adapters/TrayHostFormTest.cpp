@@ -1,0 +1,294 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "tests/rig/RecordingTarget.h"
+#include "tests/rig/Soak.h"
+#include "tests/rig/StubService.h"
+#include "tests/rig/TrayDesk.h"
+#include "text/Text.h"
+
+namespace kestrune::testing {
+namespace {
+
+using News = std::vector<std::string>;
+
+constexpr auto gnomeShell = "org.gnome.Shell";
+constexpr auto plasma = "org.kde.plasmashell";
+constexpr auto lxqt = "org.lxqt.session";
+constexpr auto indicators = "org.ayatana.indicator.application";
+constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29";
+constexpr auto withSubmenus =
+    "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
+
+/// A row of GetLayout's answer, with the rows below it in brackets.
+std::string nextRow(sd_bus_message* message) {
+  int id = 0;
+  std::string children;
+  EXPECT_GE(sd_bus_message_enter_container(message, 'r', "ia{sv}av"), 0);
+  EXPECT_GE(sd_bus_message_read(message, "i", &id), 0);
+  EXPECT_GE(sd_bus_message_skip(message, "a{sv}"), 0);
+  EXPECT_GE(sd_bus_message_enter_container(message, 'a', "v"), 0);
+  while (sd_bus_message_enter_container(message, 'v', "(ia{sv}av)") > 0) {
+    children += (children.empty() ? "" : " ") + nextRow(message);
+    sd_bus_message_exit_container(message);
+  }
+  EXPECT_GE(sd_bus_message_exit_container(message), 0);
+  EXPECT_GE(sd_bus_message_exit_container(message), 0);
+  return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
+}
+
+/// A client whose tray is that of one desktop or another.
+struct TrayForm : EmptyDesk {
+  TrayForm() {
+    for (int id = 1; id <= 29; ++id)
+      menu.items.push_back({.id = id, .title = "row", .action = "act", .target = target});
+    for (const int id : {12, 19, 28}) row(id) = {.id = id, .isSeparator = true};
+    for (const int id : {1, 2, 3, 11, 13, 20}) row(id).enabled = false;
+    row(26).keyEquivalent = ",";
+    daemon.start();
+    bus.connect();
+    item = bar.statusItem(squareStatusItemLength);
+    item->setMenu(menu);
+  }
+
+  MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
+
+  /// A tray that owns these names, too, beside another program that owns `other`.
+  void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
+    program.reset();
+    if (other != nullptr)
+      program = std::make_unique<StubService>(daemon.address(), other, StubService::offersNothing());
+    showTray({}, names);
+    ASSERT_TRUE(host->hasItem());
+    host->news();
+  }
+
+  std::string layout(int parent = 0, int depth = -1) {
+    const BusMessage reply = host->call(TrayHost::menuPath, TrayHost::menuInterface, "GetLayout", "iias",
+                                        parent, depth, 1, "children-display");
+    EXPECT_EQ(sd_bus_message_skip(reply.get(), "u"), 1) << textOf(reply);
+    const std::string root = nextRow(reply.get());
+    return parent == 0 && root.size() > 3 ? root.substr(2, root.size() - 3) : root;
+  }
+  std::string property(int id, const char* name) { return host->menu("GetProperty", "is", id, name); }
+  std::string labelOf(const std::string& title) {
+    row(2).title = title;
+    item->setMenu(menu);
+    const std::string label = property(2, "label");
+    return label.substr(3, label.size() - 4);  // without "s '" and "'"
+  }
+  std::string clicked(const char* method = "Activate") {
+    const std::string answer =
+        textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, method, "ii", 0, 0));
+    settleQueue(loop);
+    return answer;
+  }
+
+  std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
+  Menu menu;
+  std::unique_ptr<StubService> program;
+};
+
+// gnome-shell-extension-appindicator 46 and 59, dbusMenu.js, _updateLabel: replace(/_([^_])/, '$1').
+std::string asGnomeShellShows(const std::string& label) {
+  static const std::regex rule("_([^_])");
+  return std::regex_replace(label, rule, "$1", std::regex_constants::format_first_only);
+}
+
+// libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6, utils.cpp, swapMnemonicChar: of two underscores one stays,
+// and one alone is taken out.
+std::string asQtShows(const std::string& label) {
+  std::string shown;
+  for (std::size_t at = 0; at < label.size(); ++at) {
+    if (label[at] == '_' && ++at == label.size()) break;
+    shown += label[at];
+  }
+  return shown;
+}
+
+// libdbusmenu 18.10, genericmenuitem.c, sanitize_label, of a label without an underscore that stands alone.
+std::string asGtkShows(const std::string& label) {
+  return replacingAll(label, "__", "_");
+}
+
+TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
+  runOn({gnomeShell});
+  EXPECT_EQ(layout(), withSubmenus);
+  for (const int id : {2, 20}) {
+    EXPECT_EQ(property(id, "children-display"), "s 'submenu'");
+    EXPECT_EQ(property(id, "enabled"), "b true") << "what is disabled does not open";
+    EXPECT_EQ(property(id, "label"), "s 'row'");
+  }
+  EXPECT_EQ(property(3, "enabled"), "b false");
+}
+
+TEST_F(TrayForm, OfGnomeShellIsReadByParts) {
+  runOn({gnomeShell});
+  EXPECT_EQ(layout(0, 1), "1 2 12 13 14 15 16 17 18 19 20 28 29");
+  EXPECT_EQ(layout(0, 0), "0");
+  EXPECT_EQ(layout(2), "2(3 4 5 6 7 8 9 10 11)");
+  EXPECT_EQ(layout(2, 0), "2");
+  EXPECT_EQ(layout(21), "21");
+  EXPECT_NE(host->menu("GetGroupProperties", "aias", 0, 1, "type").find("(3, {}), (4, {})"),
+            std::string::npos);
+}
+
+TEST_F(TrayForm, OfGnomeShellPerformsARowOfASubmenu) {
+  runOn({gnomeShell});
+  for (const int id : {2, 20, 3, 21}) EXPECT_EQ(host->clicked(id), "");
+  settleQueue(loop);
+  EXPECT_EQ(target->performed, CallLog{"act"});
+}
+
+TEST_F(TrayForm, OfGnomeShellTellsOfARowOfASubmenuWithoutANewLayout) {
+  runOn({gnomeShell});
+  row(9).title = "new";
+  item->setMenu(menu);
+  EXPECT_EQ(host->news(), News{"ItemsPropertiesUpdated [(9, {'label': s 'new'})], []"});
+}
+
+TEST_F(TrayForm, OfAMenuWithoutTheRowsOfTheSubmenusHasNone) {
+  runOn({gnomeShell});
+  item->setMenu({{{.id = 3, .title = "a"}, {.id = 20, .title = "b"}}});
+  EXPECT_EQ(layout(), "3 20");
+  EXPECT_EQ(property(20, "children-display"), "error org.freedesktop.DBus.Error.InvalidArgs");
+}
+
+TEST_F(TrayForm, OfEveryOtherHostIsFlat) {
+  runOn({});
+  EXPECT_EQ(layout(), flat);
+  runOn({}, gnomeShell);  // it runs beside another panel, which has the tray
+  EXPECT_EQ(layout(), flat);
+  runOn({}, plasma);
+  EXPECT_EQ(layout(), flat);
+}
+
+TEST_F(TrayForm, FollowsAHostThatChanges) {
+  runOn({gnomeShell});
+  runOn({}, plasma);
+  EXPECT_EQ(layout(), flat);
+  EXPECT_EQ(property(2, "enabled"), "b false");
+  runOn({gnomeShell});
+  EXPECT_EQ(layout(), withSubmenus);
+}
+
+TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
+  runOn({});
+  layout();
+  host->own(gnomeShell);
+  const std::string change = "{'children-display': s 'submenu', 'enabled': b true}";
+  EXPECT_EQ(host->news(),
+            (News{"LayoutUpdated 3, 0",
+                  "ItemsPropertiesUpdated [(2, " + change + "), (20, " + change + ")], []", "NewIcon"}));
+  EXPECT_EQ(layout(), withSubmenus);
+  host->disown(gnomeShell);
+  EXPECT_EQ(host->news(), (News{"LayoutUpdated 4, 0",
+                                "ItemsPropertiesUpdated [(2, {'enabled': b false}), (20, {'enabled': b "
+                                "false})], [(2, ['children-display']), (20, ['children-display'])]",
+                                "NewIcon"}));
+  EXPECT_EQ(layout(), flat);
+}
+
+TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
+  runOn({gnomeShell});
+  host.reset();
+  daemon.stop();
+  ASSERT_TRUE(comesTrue(loop, [this] { return probe.losses == 1; }));
+  daemon.start();
+  ASSERT_TRUE(comesTrue(loop, [this] { return probe.connections == 2; }));
+  runOn({});
+  EXPECT_EQ(layout(), flat);
+}
+
+TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
+  Chance chance(20263);
+  static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
+  const auto check = [&](std::string (*shown)(const std::string&)) {
+    for (int time = 0; time < 300; ++time) {
+      std::string title = "x";  // blanks at the ends are not what this is about
+      for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
+      ASSERT_EQ(shown(labelOf(title)), title);
+    }
+    ASSERT_EQ(shown(labelOf("my_cool_project")), "my_cool_project");
+    ASSERT_EQ(shown(labelOf("__init__.py")), "__init__.py");
+    ASSERT_EQ(shown(labelOf("_")), "_");
+  };
+  runOn({gnomeShell});
+  check(asGnomeShellShows);
+  runOn({});
+  check(asGtkShows);
+  runOn({}, plasma);
+  check(asQtShows);
+}
+
+TEST_F(TrayForm, OfPlasmaLeavesAClickToItsOwnMenu) {
+  runOn({}, plasma);
+  EXPECT_EQ(clicked(), "error org.freedesktop.DBus.Error.NotSupported");
+  EXPECT_EQ(bar.clicks, 0);
+  EXPECT_EQ(clicked("SecondaryActivate"), "");
+  EXPECT_EQ(bar.clicks, 1);
+}
+
+TEST_F(TrayForm, OfEveryOtherHostAnswersAClick) {
+  int clicks = 0;
+  for (const auto* const name : {gnomeShell, lxqt, "org.example.Panel"}) {
+    runOn({name});
+    EXPECT_EQ(clicked(), "") << name;
+    EXPECT_EQ(bar.clicks, ++clicks) << name;
+  }
+}
+
+TEST_F(TrayForm, AnswersAClickOncePlasmaIsGone) {
+  runOn({plasma});
+  host->disown(plasma);
+  EXPECT_EQ(clicked(), "");
+  EXPECT_EQ(bar.clicks, 1);
+}
+
+TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
+  constexpr auto byName = "aas [['Control', 'comma']]";
+  constexpr auto byCharacter = "aas [['Control', ',']]";
+  runOn({});
+  EXPECT_EQ(property(26, "shortcut"), byName);
+  for (const auto* const qtDesktop : {plasma, lxqt}) {
+    host->own(qtDesktop);
+    EXPECT_EQ(property(26, "shortcut"), byCharacter) << qtDesktop;
+    host->disown(qtDesktop);
+    EXPECT_EQ(property(26, "shortcut"), byName) << qtDesktop;
+  }
+}
+
+TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
+  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
+                          {"codex-menubar-grey.png", "/share/grey.png"}};
+  const auto show = [this](ImageRef image) {
+    StatusButton button;
+    button.image = std::move(image);
+    item->setButton(button);
+    return host->property("IconName");
+  };
+  runOn({}, indicators);
+  EXPECT_EQ(show(nullptr), "s ''");
+  EXPECT_EQ(show(makeTestImage(2, 10, 20, 30)), "s '/share/logo.png'");
+  EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s '/share/grey.png'");
+  bar.bundle.resources.clear();
+  EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
+}
+
+TEST_F(TrayForm, NamesTheFileOfTheIconAsLongAsThereAreIndicatorApplets) {
+  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
+  StatusButton button;
+  button.image = makeTestImage(2, 10, 20, 30);
+  item->setButton(button);
+  runOn({});
+  host->own(indicators);
+  EXPECT_EQ(host->news(), News{"NewIcon"});
+  EXPECT_EQ(host->property("IconName"), "s '/share/logo.png'");
+  host->disown(indicators);
+  EXPECT_EQ(host->news(), News{"NewIcon"});
+  EXPECT_EQ(host->property("IconName"), "s ''");
+}
+
+}  // namespace
+}  // namespace kestrune::testing
