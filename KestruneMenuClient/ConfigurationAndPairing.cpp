@@ -66,8 +66,12 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
-  if (losesValue)
-    showNotification("原有設定已保留", "設定視窗沒有顯示的值已被覆蓋，原檔案保留在 " + previous);
+  if (losesValue) {
+    platform.notifications.add({.identifier = previous,
+                                .title = "原有設定已保留",
+                                .body = "設定視窗沒有顯示的值已被覆蓋，原檔案保留在 " + previous,
+                                .lasting = true});
+  }
   return {true, "設定已保存到 " + path};
 }
 
@@ -202,7 +206,7 @@ void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& s
   if (answer.button != save) return;
 
   const EnvValues values = settingsOf(answer);
-  if (const auto fault = faultOfSettings(values)) return showResultWindow(failureTitle, *fault, true);
+  if (const auto fault = faultOfSettings(values, shown)) return showResultWindow(failureTitle, *fault, true);
   const OperationResult result = saveEnvValues(values, &shown);
   if (result.ok) {
     reconnectServices(true, "設定已保存並開始重新檢查");

@@ -44,7 +44,8 @@ void AppDelegate::take(const StatusReport& report) {
   reportedAt = platform.clock.calendarTime();
   std::string* const summaries[] = {&codexVersionSummary, &codexRemoteControlSummary, &codexAppSummary,
                                     &chatGPTRemoteSummary};
-  for (std::size_t i = 0; i < codexItems.size(); ++i) *summaries[i] = codexRow(codexItems[i], report.codex[i]);
+  for (std::size_t i = 0; i < codexItems.size(); ++i)
+    *summaries[i] = codexRow(codexItems[i], report.codex[i]);
 }
 
 // --- refresh cycle

@@ -195,6 +195,17 @@ std::string_view withinBytes(std::string_view text, std::size_t limit) {
   return text.substr(0, end);
 }
 
+std::string withoutEscapeSequences(std::string_view text) {
+  std::string plain;
+  plain.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = escapeSequenceLength(text);
+    if (length == 0) plain += text.front();
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return plain;
+}
+
 std::string withoutControls(std::string_view text) {
   std::string plain;
   plain.reserve(text.size());

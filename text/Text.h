@@ -42,6 +42,9 @@ std::string replacingAll(std::string_view text, std::string_view from, std::stri
 /// The longest prefix of `text` that has at most `limit` bytes and splits no code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
+/// `text` without terminal escape sequences.
+std::string withoutEscapeSequences(std::string_view text);
+
 /// `text` made safe to display. Removes terminal escape sequences. Replaces other control characters, line
 /// ends, bidirectional controls, noncharacters and ill-formed bytes with spaces.
 std::string withoutControls(std::string_view text);

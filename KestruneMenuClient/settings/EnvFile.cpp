@@ -92,12 +92,10 @@ void EnvFile::forEachDefinition(const EnvValues& values, Action&& action) const 
       const std::string_view rest = before.substr(0, before.size() - each.first.size());
       return rest.empty() || endsWithNewline(rest);
     });
-    if (entry == values.end()) {
-      ++equals;
-      continue;
-    }
+    // No later equals sign of this line can end a key.
     const std::size_t end = findNewline(text, equals);
-    action(equals - entry->first.size(), end, *entry, text.substr(equals + 1, end - equals - 1));
+    if (entry != values.end())
+      action(equals - entry->first.size(), end, *entry, text.substr(equals + 1, end - equals - 1));
     equals = end;
   }
 }

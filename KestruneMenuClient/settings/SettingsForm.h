@@ -18,7 +18,8 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 /// The trimmed texts of the fields. Omits fields that the face does not return.
 EnvValues settingsOf(const AlertAnswer& answer);
 
-/// Why one of `values` cannot be saved, as text for the user; absent when all can be saved.
-std::optional<std::string> faultOfSettings(const EnvValues& values);
+/// Why one of `values` cannot be saved, as text for the user; absent when all can be saved. `shown` is what
+/// the fields showed at first.
+std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvValues& shown);
 
 }  // namespace kestrune

@@ -111,7 +111,8 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
 }
 
 std::string compactThreadName(std::string_view name) {
-  return shortened(trimmed(name), threadNameLimit);
+  // Before the text is cut, or part of a sequence would be left.
+  return shortened(trimmed(withoutEscapeSequences(name)), threadNameLimit);
 }
 
 }  // namespace kestrune

@@ -82,8 +82,10 @@ CodexFinding codexFinding(std::string_view output, std::string_view label) {
 }
 
 std::string compactDetail(std::string_view detail) {
-  detail = trimmed(detail);
-  return shortened(trimmed(detail.substr(0, detail.find("（"))), detailLimit);
+  // Before the text is cut, or part of a sequence would be left.
+  const std::string plain = withoutEscapeSequences(detail);
+  const std::string_view rest = trimmed(plain);
+  return shortened(trimmed(rest.substr(0, rest.find("（"))), detailLimit);
 }
 
 std::string prettified(std::string_view output) {

@@ -1,5 +1,6 @@
 """The lines by which the client of this host stops the backend, run as the client runs them, on real processes."""
 
+import shutil
 import signal
 import socket
 import subprocess
@@ -12,11 +13,8 @@ from desktop.session import BUILD, Session, listening_ports, wait_for_end
 # Ways in which the parts of a backend are called.
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
          "halvask-mac-service", "/bin/sh ./halvask-desktop-bridge.sh",
-         "/home/u/KestruneMenuClient/kestrune-mac-service", "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
-# The client, its windows and what runs it, in a folder that is named like a part.
-CLIENT = "/home/u/kestrune-desktop-bridge/dist/app/KestruneMenuClient"
-CLIENTS = (f"{CLIENT} --terminal", CLIENT, CLIENT.replace("Client", "Dialogs"), f"xterm -e {CLIENT} --terminal",
-           f"sh -c '{CLIENT} --status --follow'")
+         "/home/u/KestruneMenuClient/kestrune-mac-service",
+         "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient", "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
 # No part of one, however similar.
 OTHERS = ("kestrune-mac-client status", "com.kestrune.mac-service", "ssh -L 127.0.0.1:18765:127.0.0.1:9000 relay",
           "kestrune mac-service", "sleep")
@@ -77,6 +75,23 @@ class StopScript(unittest.TestCase):
         self.assertEqual(process.stdout.readline(), b"there\n")
         return process
 
+    def clients(self):
+        """The client and its windows, in a folder that is named like a part, and a shell that runs the client."""
+        folder = self.session.home / "kestrune-desktop-bridge/dist"
+        folder.mkdir(parents=True)
+        for name in ("KestruneMenuClient", "KestruneMenuDialogs"):
+            shutil.copy("/bin/cat", folder / name)
+        started = [self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE) for command in (
+            [folder / "KestruneMenuClient", "-"], [folder / "KestruneMenuDialogs", "-"],
+            ["/bin/bash", "-c", f"'{folder}/KestruneMenuClient' -; exit $?"])]
+        for process in started:
+            self.addCleanup(process.stdout.close)
+            self.addCleanup(process.stdin.close)
+            process.stdin.write(b"there\n")
+            process.stdin.flush()
+            self.assertEqual(process.stdout.readline(), b"there\n")
+        return started
+
     def python(self, program, *arguments):
         process = self.session.spawn(sys.executable, "-c", program, *map(str, arguments), stdout=subprocess.PIPE)
         self.addCleanup(process.stdout.close)
@@ -100,7 +115,7 @@ class StopScript(unittest.TestCase):
     def test_reaches_every_line_and_nobody_else(self):
         self.session.program("systemctl", SYSTEMCTL)
         parts = [self.called(words) for words in PARTS]
-        others = [self.called(words) for words in (*OTHERS, *CLIENTS)]
+        others = [*map(self.called, OTHERS), *self.clients()]
         listeners = [self.listener(port) for port in sorted(PORTS)]
         listeners.append(self.listener(8765, socket.AF_INET6, "::1"))
         bystander = self.listener(8767)
@@ -137,14 +152,23 @@ class StopScript(unittest.TestCase):
         name = "/home/u/kestrune-desktop-bridge/menu"
         self.assertEqual(self.stop("bash", "-c", 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"', name), "")
 
-    def test_reaches_the_last_line_in_time_after_a_slow_login_when_the_service_manager_hangs(self):
+    def test_spares_the_terminal_that_runs_the_client(self):
+        self.session.program("systemctl", "")
+        # Two shells that stay, since their last command is not the only one.
+        words = "terminal --working-directory=/home/u/kestrune-desktop-bridge"
+        nested = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'
+        self.assertEqual(self.stop("bash", "-c", nested, words), "")
+
+    def test_reaches_the_last_line_in_time_after_a_slow_login_whatever_the_service_manager_does(self):
         with self.session.profile.open("a") as profile:
             profile.write("sleep 3\n")
-        self.session.program("systemctl", "exec sleep 1000\n")
-        listener = self.listener(8766)
-        self.assertEqual(self.stop(), "")
-        self.assertEnd([listener], signal.SIGKILL)
-        self.assertEqual(self.session.processes(), [])
+        for seconds in (1000, 0.9):
+            with self.subTest(seconds):
+                self.session.program("systemctl", f"exec sleep {seconds}\n")
+                listener = self.listener(8766)
+                self.assertEqual(self.stop(), "")
+                self.assertEnd([listener], signal.SIGKILL)
+                self.assertEqual(self.session.processes(), [])
 
 
 if __name__ == "__main__":
