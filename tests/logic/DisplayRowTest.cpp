@@ -14,7 +14,7 @@ TEST(DisplayRow, LeavesWhatCanBeRead) {
   for (const std::string_view character : singleCharacters) EXPECT_EQ(displayRow(character), character);
 }
 
-TEST(DisplayRow, HasNoControlCharacters) {
+TEST(DisplayRow, HasABlankForEachCharacterThatIsNotToBeSeen) {
   for (int code = 0; code < 0xA0; ++code) {
     if (code >= 0x20 && code < 0x7F) continue;
     std::string text = "a";
@@ -22,6 +22,10 @@ TEST(DisplayRow, HasNoControlCharacters) {
     text += static_cast<char>(code);
     EXPECT_EQ(displayRow(text + "漢"), "a 漢") << code;
   }
+  for (const char* turn : {"\u202A", "\u202E", "\u2066", "\u2069", "\u2028", "\u2029", "\xff"}) {
+    EXPECT_EQ(displayRow(std::string("a") + turn + "b"), "a b");
+  }
+  EXPECT_EQ(displayRow("a\r\nb\xe4\xb8"), "a  b  ");
 }
 
 TEST(DisplayRow, HasNoEscapeSequence) {
@@ -44,39 +48,12 @@ TEST(DisplayRow, KeepsWhatStandsBehindABrokenEscapeSequence) {
   EXPECT_EQ(displayRow("a\x1b]0;title\nb\a"), "a ]0;title b ");
 }
 
-TEST(DisplayRow, IsOneLine) {
-  EXPECT_EQ(displayRow("a\nb\u2028c\u2029d\u0085e\tf"), "a b c d e f");
-  EXPECT_EQ(displayRow("a\r\nb"), "a  b");
-}
-
-TEST(DisplayRow, CannotTurnTheWritingDirection) {
-  for (const char* turn :
-       {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067", "\u2068", "\u2069"}) {
-    EXPECT_EQ(displayRow(std::string("a") + turn + "b"), "a b");
-  }
-}
-
-TEST(DisplayRow, ShowsEachIllFormedByteAsABlank) {
-  EXPECT_EQ(displayRow("a\xff\x80z"), "a  z");
-  EXPECT_EQ(displayRow("a\xe4\xb8"), "a  ");
-}
-
-TEST(DisplayRow, OfTwoHundredCharactersIsShownWhole) {
-  for (const std::string_view character : singleCharacters) {
+TEST(DisplayRow, OfMoreThanTwoHundredCharactersIsCut) {
+  for (const std::string_view character : {"x", "中", "🇹🇼", "👨\u200D👩\u200D👧\u200D👦"}) {
     EXPECT_EQ(displayRow(repeated(character, 200)), repeated(character, 200));
-  }
-}
-
-TEST(DisplayRow, OfMoreCharactersIsCut) {
-  for (const std::string_view character : singleCharacters) {
     EXPECT_EQ(displayRow(repeated(character, 201)), repeated(character, 197) + "...");
-    EXPECT_EQ(displayRow(repeated(character, 2000)), repeated(character, 197) + "...");
+    EXPECT_EQ(displayRow(repeated(character, 1 << 17)), repeated(character, 197) + "...");
   }
-}
-
-TEST(DisplayRow, OfAMegabyteIsCutAtOnce) {
-  EXPECT_EQ(displayRow(std::string(1 << 20, 'x')), std::string(197, 'x') + "...");
-  EXPECT_EQ(displayRow(repeated("中", 1 << 18)), repeated("中", 197) + "...");
 }
 
 TEST(DisplayRow, OfOneEndlessCharacterIsCutBetweenItsCodes) {
@@ -84,10 +61,6 @@ TEST(DisplayRow, OfOneEndlessCharacterIsCutBetweenItsCodes) {
   EXPECT_LT(row.size(), 1U << 14);
   EXPECT_TRUE(isValidUtf8(row));
   EXPECT_EQ(row.rfind("x\u0301", 0), 0U);
-}
-
-TEST(WithoutControls, KeepsTheLength) {
-  EXPECT_EQ(withoutControls("a\u0007b\u202Ec\n" + repeated("x", 1000)), "a b c " + repeated("x", 1000));
 }
 
 }  // namespace

@@ -20,17 +20,9 @@ const std::string newlines[] = {"\n", "\v", "\f", "\r", "\r\n", "\u0085", "\u202
 
 TEST(LineSplitter, EndsALineAtEveryNewline) {
   for (const std::string& newline : newlines) {
-    EXPECT_EQ(linesOf("a" + newline + "b"), (Lines{"a", "b"}));
-    EXPECT_EQ(linesOf("中" + newline + "\u00A0文"), (Lines{"中", "\u00A0文"}));
-  }
-}
-
-TEST(LineSplitter, CountsEmptyLines) {
-  for (const std::string& newline : newlines) {
     EXPECT_EQ(linesOf(newline), (Lines{"", ""}));
-    EXPECT_EQ(linesOf(newline + "a"), (Lines{"", "a"}));
-    EXPECT_EQ(linesOf("a" + newline), (Lines{"a", ""}));
-    EXPECT_EQ(linesOf("a" + newline + newline + "b"), (Lines{"a", "", "b"}));
+    EXPECT_EQ(linesOf("a" + newline + newline + "b" + newline), (Lines{"a", "", "b", ""}));
+    EXPECT_EQ(linesOf("中" + newline + "\u00A0文"), (Lines{"中", "\u00A0文"}));
   }
 }
 
@@ -45,18 +37,9 @@ TEST(LineSplitter, TakesAnyTwoNewlinesForTwoExceptCarriageReturnAndLineFeed) {
   EXPECT_EQ(linesOf("a\n\r\nb"), (Lines{"a", "", "b"}));
 }
 
-TEST(LineSplitter, FindsNoLineInAnEmptyText) {
-  EXPECT_EQ(linesOf(""), Lines{});
-}
-
-TEST(LineSplitter, FindsOneLineInATextWithoutNewline) {
-  EXPECT_EQ(linesOf("a"), Lines{"a"});
-  EXPECT_EQ(linesOf(" "), Lines{" "});
-}
-
 TEST(LineSplitter, EndsNoLineAtWhatOnlyLooksLikeANewline) {
   for (const char* text : {"a\tb", "a\u00A0b", "a\u2027b", "a\u202Ab", "a\u001Cb", "a\u001Eb", "a\u0084b",
-                           "a\u0086b", "a\\nb", "a中b"}) {
+                           "a\u0086b", "a\\nb", "a中b", "a", " "}) {
     EXPECT_EQ(linesOf(text), Lines{text});
   }
 }
@@ -66,6 +49,7 @@ TEST(LineSplitter, EndsNoLineAtIllFormedBytes) {
     EXPECT_EQ(linesOf(text), Lines{text});
   }
   EXPECT_EQ(linesOf("a\xc2\nb\xe2\x80\nc"), (Lines{"a\xc2", "b\xe2\x80", "c"}));
+  EXPECT_EQ(linesOf(std::string_view("a\0b\nc", 5)), (Lines{std::string("a\0b", 3), "c"}));
 }
 
 TEST(LineSplitter, StaysAtTheEnd) {
@@ -75,10 +59,7 @@ TEST(LineSplitter, StaysAtTheEnd) {
   EXPECT_TRUE(splitter.next(line));
   EXPECT_FALSE(splitter.next(line));
   EXPECT_FALSE(splitter.next(line));
-}
-
-TEST(LineSplitter, ReadsATextWithNulCharacters) {
-  EXPECT_EQ(linesOf(std::string_view("a\0b\nc", 5)), (Lines{std::string("a\0b", 3), "c"}));
+  EXPECT_EQ(linesOf(""), Lines{});
 }
 
 }  // namespace

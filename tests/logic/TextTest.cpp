@@ -48,12 +48,8 @@ TEST(Trimming, TakesExactlyWhiteSpaceAndNewlinesFromBothEnds) {
 
 TEST(Trimming, TakesAnyMixtureButNothingFromTheMiddle) {
   EXPECT_EQ(trimmed(" \t\r\n　\u00A0\u2028a 　\n b\v\f\u0085\u2029\u202F "), "a 　\n b");
-}
-
-TEST(Trimming, LeavesNothingOfATextOfSpace) {
-  EXPECT_EQ(trimmed(""), "");
-  EXPECT_EQ(trimmed(" "), "");
   EXPECT_EQ(trimmed(" \t\r\n　\u2028\u0085"), "");
+  EXPECT_EQ(trimmed(""), "");
 }
 
 TEST(Trimming, LeavesInvisibleCharactersThatAreNoSpace) {
@@ -112,23 +108,15 @@ TEST(Utf8, IllFormedBytesAreNotValidWhereverTheyStand) {
 // --- cutting by characters
 
 TEST(Shortening, CountsCharactersAsAReaderDoes) {
-  for (const std::string_view character : singleCharacters) {
+  std::vector<std::string_view> characters(std::begin(singleCharacters), std::end(singleCharacters));
+  characters.insert(characters.end(), {"\r\n", "\xff"});
+  for (const std::string_view character : characters) {
     SCOPED_TRACE(character);
     EXPECT_EQ(shortened(repeated(character, 10), 10), repeated(character, 10));
     EXPECT_EQ(shortened(repeated(character, 11), 10), repeated(character, 7) + "...");
     EXPECT_EQ(shortened(repeated(character, 500), 10), repeated(character, 7) + "...");
   }
-}
-
-TEST(Shortening, CountsAMixtureCharacterByCharacter) {
-  std::string ten;
-  std::string seven;
-  for (int i = 0; i < 10; ++i) {
-    ten += singleCharacters[i];
-    if (i < 7) seven += singleCharacters[i];
-  }
-  EXPECT_EQ(shortened(ten, 10), ten);
-  EXPECT_EQ(shortened(ten + "x", 10), seven + "...");
+  EXPECT_EQ(shortened("", 10), "");
 }
 
 TEST(Shortening, OddRegionalIndicatorStandsAlone) {
@@ -143,20 +131,6 @@ TEST(Shortening, MarksBehindTheLastCharacterBelongToIt) {
   EXPECT_EQ(shortened(repeated("x", 7) + marks + repeated("x", 4), 10), repeated("x", 7) + marks + "...");
 }
 
-TEST(Shortening, CarriageReturnAndLineFeedAreOneCharacter) {
-  EXPECT_EQ(shortened(repeated("\r\n", 10), 10), repeated("\r\n", 10));
-  EXPECT_EQ(shortened(repeated("\r\n", 11), 10), repeated("\r\n", 7) + "...");
-}
-
-TEST(Shortening, IllFormedByteIsOneCharacter) {
-  EXPECT_EQ(shortened(std::string(10, '\xff'), 10), std::string(10, '\xff'));
-  EXPECT_EQ(shortened(std::string(11, '\xff'), 10), std::string(7, '\xff') + "...");
-}
-
-TEST(Shortening, LeavesAnEmptyTextEmpty) {
-  EXPECT_EQ(shortened("", 10), "");
-}
-
 // --- replacing
 
 TEST(Replacing, TakesEachOccurrenceFromLeftToRight) {
@@ -165,9 +139,6 @@ TEST(Replacing, TakesEachOccurrenceFromLeftToRight) {
   EXPECT_EQ(replacingAll("abc", "x", "y"), "abc");
   EXPECT_EQ(replacingAll("", "x", "y"), "");
   EXPECT_EQ(replacingAll("xx", "x", ""), "");
-}
-
-TEST(Replacing, DoesNotLookAtWhatItPutIn) {
   EXPECT_EQ(replacingAll("'", "'", "'\"'\"'"), "'\"'\"'");
 }
 
