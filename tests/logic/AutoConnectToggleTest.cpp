@@ -86,26 +86,5 @@ TEST_F(AutoConnectToggle, SwitchedOffAndOnStopsBeforeItReconnects) {
   EXPECT_EQ(closeWindow(), onWindow);
 }
 
-TEST_F(AutoConnectToggle, SwitchedOffDuringARefreshShowsTheOldLampOnceMoreUntilTheNextTick) {
-  controller->startPeriodicRefresh();
-  controller->refreshStatus(false);
-  controller->performAction("toggleAutoConnect");
-  EXPECT_EQ(statusRow(), disabledRow);
-  machine.loop.settle();
-  EXPECT_EQ(statusRow(), connectedRow);
-  EXPECT_TRUE(machine.powerAssertions.held.empty());
-  machine.loop.advance(Seconds{20.1});
-  EXPECT_EQ(statusRow(), disabledRow);
-}
-
-TEST_F(AutoConnectToggle, SwitchedOffDuringAReconnectLeavesTheConnectionCommandAsItIs) {
-  refreshAnswers({.runtime = Seconds{3}});
-  controller->reconnectServices(false);
-  machine.loop.runMain();
-  controller->performAction("toggleAutoConnect");
-  EXPECT_EQ(statusRow(), disabledRow);
-  EXPECT_EQ(title(18), reconnectingCommand);
-}
-
 }  // namespace
 }  // namespace kestrune::testing

@@ -10,11 +10,7 @@ std::optional<std::string> detailOf(const std::string& report) {
 }
 
 TEST(DiagnosticDetail, IsThatOfTheFirstLineThatCarriesTheLabel) {
-  struct Case {
-    const char* report;
-    const char* detail;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"[OK] Codex CLI: 0.46.0", "OK 0.46.0"},
       {"[FAIL] Codex CLI: not found", "需檢查 not found"},
       {"  \t[OK] Codex CLI:   0.46.0 \t ", "OK 0.46.0"},
@@ -27,7 +23,7 @@ TEST(DiagnosticDetail, IsThatOfTheFirstLineThatCarriesTheLabel) {
       {"x\n\n[OK] Codex CLI:b\n[OK] Codex CLI: c\n[OK] Codex CLI: d", "OK c"},
       {"a\u2028[OK] Codex CLI: b\r\nc", "OK b"},
   };
-  for (const Case& each : cases) EXPECT_EQ(detailOf(each.report), each.detail) << each.report;
+  for (const auto& [report, detail] : cases) EXPECT_EQ(detailOf(report), detail) << report;
 }
 
 TEST(DiagnosticDetail, PrefixIsExact) {

@@ -48,11 +48,7 @@ struct EnvWriter : ControllerTest {
 };
 
 TEST_F(EnvWriter, RewritesInPlaceAndKeepsEveryOtherLine) {
-  struct Case {
-    const char* before;
-    const char* after;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"KEY=old", "KEY=new"},
       {"KEY=old\n", "KEY=new\n"},
       {"KEY=\n", "KEY=new\n"},
@@ -66,33 +62,18 @@ TEST_F(EnvWriter, RewritesInPlaceAndKeepsEveryOtherLine) {
       {"X=1\r\nKEY=old\r\n", "X=1\n\nKEY=new\n\n"},
       {"KEY=old\nX=專案 😀 e\u0301", "KEY=new\nX=專案 😀 e\u0301"},
   };
-  for (const Case& each : cases) EXPECT_EQ(after(each.before, {{"KEY", "new"}}), each.after) << each.before;
+  for (const auto& [before, expected] : cases) EXPECT_EQ(after(before, {{"KEY", "new"}}), expected) << before;
 }
 
 TEST_F(EnvWriter, AppendsAKeyThatNoLineDefines) {
-  struct Case {
-    const char* before;
-    const char* after;
-  };
-  const Case cases[] = {
-      {"X=1\n", "X=1\n\nKEY=new"},
-      {"X=1", "X=1\n\nKEY=new"},
-      {"X=1\n\n", "X=1\n\n\nKEY=new"},
-      {"X=1\n ", "X=1\n \n\nKEY=new"},
-      {"", "\nKEY=new"},
-      {"\n", "\n\nKEY=new"},
-      {" KEY=old", " KEY=old\n\nKEY=new"},
-      {"\tKEY=old\n", "\tKEY=old\n\nKEY=new"},
-      {"KEY =old\n", "KEY =old\n\nKEY=new"},
-      {"key=old\n", "key=old\n\nKEY=new"},
-      {"#KEY=old\n", "#KEY=old\n\nKEY=new"},
-      {"export KEY=old\n", "export KEY=old\n\nKEY=new"},
-      {"KEY\n", "KEY\n\nKEY=new"},
-      {"X=KEY=1\n", "X=KEY=1\n\nKEY=new"},
-      {"X=1\r\n", "X=1\n\n\nKEY=new"},
-      {"\uFEFFKEY=old\n", "\uFEFFKEY=old\n\nKEY=new"},
-  };
-  for (const Case& each : cases) EXPECT_EQ(after(each.before, {{"KEY", "new"}}), each.after) << each.before;
+  for (const std::string line : {"X=1", "X=1\n ", "", " KEY=old", "\tKEY=old", "KEY =old", "key=old",
+                                 "#KEY=old", "export KEY=old", "KEY", "X=KEY=1", "\uFEFFKEY=old"}) {
+    EXPECT_EQ(after(line + "\n", {{"KEY", "new"}}), line + "\n\nKEY=new");
+  }
+  EXPECT_EQ(after("X=1", {{"KEY", "new"}}), "X=1\n\nKEY=new");
+  EXPECT_EQ(after("X=1\n\n", {{"KEY", "new"}}), "X=1\n\n\nKEY=new");
+  EXPECT_EQ(after("X=1\r\n", {{"KEY", "new"}}), "X=1\n\n\nKEY=new");
+  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new");
 }
 
 TEST_F(EnvWriter, AppendsInTheOrderOfTheCodePointsWithABlankLineBetween) {
@@ -139,6 +120,7 @@ TEST_F(EnvWriter, TemplateIsTheSeedOfAFileThatIsMissingOrCannotBeRead) {
   EXPECT_EQ(machine.fileManager.asked, (std::vector<std::string>{envFile, templateFile}));
   EXPECT_EQ(after("\xFF=1\nX=1\n", {{"KEY", "new"}, {"A", "1"}}), expected);
   EXPECT_EQ(machine.fileManager.files.at(templateFile), text);
+  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new") << "there is a file";
   machine.fileManager.files[templateFile] = "TEMPLATE=\xFF\n";
   EXPECT_EQ(afterNone({{"KEY", "new"}}), "KEY=new");
   machine.fileManager.files.erase(templateFile);
@@ -146,27 +128,18 @@ TEST_F(EnvWriter, TemplateIsTheSeedOfAFileThatIsMissingOrCannotBeRead) {
   EXPECT_EQ(afterNone({{"KEY", "new"}}), "KEY=new");
 }
 
-TEST_F(EnvWriter, TemplateIsNotLookedAtWhenThereIsAFile) {
-  machine.fileManager.files[templateFile] = "TEMPLATE=1";
-  EXPECT_EQ(after("X=1", {{"KEY", "new"}}), "X=1\n\nKEY=new");
-  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new");
-  EXPECT_EQ(machine.fileManager.asked, std::vector<std::string>(2, envFile));
-}
-
 TEST_F(EnvWriter, FileThatCannotBeReadIsKeptBeforeItIsReplaced) {
+  const CallLog replacing{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"};
   machine.fileManager.unreadable.insert(envFile);
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), saved);
-  EXPECT_EQ(newCalls(), (CallLog{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"}));
+  EXPECT_EQ(newCalls(), replacing);
   EXPECT_EQ(env(), "KEY=new");
   EXPECT_EQ(after("KEY=\xFF", {{"KEY", "new"}}), "KEY=new");
-  EXPECT_EQ(newCalls(), (CallLog{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"}));
-}
-
-TEST_F(EnvWriter, FileThatCannotBeKeptIsNotReplaced) {
+  EXPECT_EQ(newCalls(), replacing);
   machine.fileManager.keepError = fullDisk.message;
   env() = "KEY=\xFF";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
-  EXPECT_EQ(newCalls(), CallLog{"keep unreadable /home/u/backend/.env"});
+  EXPECT_EQ(newCalls(), CallLog{replacing[0]}) << "and not replaced when it cannot be kept";
   EXPECT_EQ(env(), "KEY=\xFF");
 }
 

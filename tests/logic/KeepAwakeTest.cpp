@@ -102,16 +102,6 @@ TEST_F(KeepAwake, IsHeldOnlyWhileBothPreferencesAreOn) {
   }
 }
 
-TEST_F(KeepAwake, ItsPreferenceIsReadAfterAutoConnectAndOnlyWhenThatIsOn) {
-  prefer(true, true);
-  controller->syncSleepAssertionWithSettings();
-  EXPECT_EQ(machine.userDefaults.asked, (std::vector<std::string>{"autoConnectEnabled", "keepAwakeEnabled"}));
-  machine.userDefaults.asked.clear();
-  prefer(false, true);
-  controller->syncSleepAssertionWithSettings();
-  EXPECT_EQ(machine.userDefaults.asked, std::vector<std::string>{"autoConnectEnabled"});
-}
-
 struct KeepAwakeToggle : KeepAwake {
   KeepAwakeToggle() { makeStatusItem(); }
 

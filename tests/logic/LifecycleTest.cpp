@@ -103,38 +103,6 @@ TEST_F(Lifecycle, StopWaitsForTheStopScriptButNoLongerThanItsLimit) {
             (CallLog{"terminate child", "interrupt child", "terminate group"}));
 }
 
-TEST_F(Lifecycle, EveryQuitStopsTheBackendAndReleasesTheAssertions) {
-  struct Case {
-    const char* name;
-    bool autoConnect;
-    bool keepAwake;
-    bool official;
-    bool reconnecting;
-  };
-  const Case cases[] = {
-      {"connected", true, true, false, false},       {"auto-connect off", false, true, false, false},
-      {"keep-awake off", true, false, false, false}, {"official mode", true, true, true, false},
-      {"everything off", false, false, true, false}, {"during a reconnect", true, true, false, true},
-  };
-  for (const Case& each : cases) {
-    SCOPED_TRACE(each.name);
-    FakePlatform other;
-    const auto another = std::make_shared<AppDelegate>(other.platform);
-    another->applicationDidFinishLaunching();
-    other.loop.settle();
-    AppDelegateState{* another}.reconnectInProgress = each.reconnecting;
-    // Held from before the user changed any preference.
-    another->ensureSleepAssertion();
-    another->setAutoConnectEnabled(each.autoConnect);
-    another->setKeepAwakeEnabled(each.keepAwake);
-    another->setOfficialConnectionMode(each.official);
-    another->applicationWillTerminate();
-    EXPECT_TRUE(other.powerAssertions.held.empty());
-    EXPECT_EQ(other.processes.launchesOf("launchctl bootout"), 1U);
-    EXPECT_EQ(other.processes.launches.back().arguments.back(), another->backendServiceStopCommand());
-  }
-}
-
 TEST_F(Lifecycle, StopDropsARefreshThatHasNotBegun) {
   startUp();
   const auto before = statusQueries();

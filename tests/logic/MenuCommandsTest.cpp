@@ -30,19 +30,6 @@ TEST_F(MenuCommands, AreTheFourteenActionsOfTheRows) {
   EXPECT_EQ(actions, allActions);
 }
 
-TEST_F(MenuCommands, EachCanBeChosenAtAnyTime) {
-  for (const std::string& action : allActions) {
-    FakePlatform other;
-    const auto another = std::make_shared<AppDelegate>(other.platform);
-    another->applicationDidFinishLaunching();
-    another->performAction(action);
-    other.loop.settle();
-    another->performAction(action);
-    other.loop.settle();
-    EXPECT_EQ(other.statusBar.menu().items.size(), 29U) << action;
-  }
-}
-
 TEST_F(MenuCommands, KeepTheControllerUntilWhatTheyBeganIsDone) {
   for (const auto& [action, launches] : {std::pair{"toggleAutoConnect", 1U},
                                          {"stopConnection", 1U},

@@ -25,11 +25,7 @@ TEST_F(Paths, EnvironmentNamesTheRepositoryUnlessItIsBlank) {
 }
 
 TEST_F(Paths, RepositoryIsWhatLiesAboveTheLastDistFolderElseTheWorkingDirectory) {
-  struct Case {
-    const char* bundle;
-    const char* repository;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"/home/u/repo/dist/Kestrune Menu Client.app", "/home/u/repo"},
       {"/home/u/repo/dist/Kestrune Menu Client", "/home/u/repo"},
       {"/a/dist/b/dist/X.app", "/a/dist/b"},
@@ -37,17 +33,15 @@ TEST_F(Paths, RepositoryIsWhatLiesAboveTheLastDistFolderElseTheWorkingDirectory)
       {"/a/dist/dist/X.app", "/a/dist"},
       {"/dist/X.app", ""},
       {"/a/dist//X.app", "/a"},
-      {"/Applications/X.app", "/home/u/backend"},
-      {"/a/dist", "/home/u/backend"},
-      {"/a/Dist/X.app", "/home/u/backend"},
-      {"/a/mydist/X.app", "/home/u/backend"},
-      {"/a/dist2/X.app", "/home/u/backend"},
-      {"dist/X.app", "/home/u/backend"},
-      {"", "/home/u/backend"},
   };
-  for (const Case& each : cases) {
-    bundle.bundle = each.bundle;
-    EXPECT_EQ(repoPath(), each.repository) << each.bundle;
+  for (const auto& [path, repository] : cases) {
+    bundle.bundle = path;
+    EXPECT_EQ(repoPath(), repository) << path;
+  }
+  for (const char* path : {"/Applications/X.app", "/a/dist", "/a/Dist/X.app", "/a/mydist/X.app",
+                           "/a/dist2/X.app", "dist/X.app", ""}) {
+    bundle.bundle = path;
+    EXPECT_EQ(repoPath(), "/home/u/backend") << path;
   }
 }
 
@@ -68,11 +62,7 @@ TEST_F(Paths, ExecutableIsWhatTheBundleReportsElseExpectedInTheRepository) {
 TEST_F(Paths, BundleIsItselfElseFoundFromTheExecutableElseExpectedInTheRepository) {
   bundle.bundle = "/w/W.app";
   EXPECT_EQ(makeController()->currentAppBundlePath(), "/w/W.app");
-  struct Case {
-    const char* executable;
-    const char* bundle;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"/x/Y.app/Contents/MacOS/Y", "/x/Y.app"},
       {"/x/Y.app/Helpers/Z.app/Contents/Z", "/x/Y.app/Helpers/Z.app"},
       {"/x/Y.application/Y", "/x/Y.app"},
@@ -81,11 +71,11 @@ TEST_F(Paths, BundleIsItselfElseFoundFromTheExecutableElseExpectedInTheRepositor
       {"/x/Y.APP/Y", "/home/u/backend/dist/Kestrune Menu Client.app"},
       {"", "/home/u/backend/dist/Kestrune Menu Client.app"},
   };
-  for (const Case& each : cases) {
-    bundle.executable = each.executable;
+  for (const auto& [executable, expected] : cases) {
+    bundle.executable = executable;
     for (const char* path : {"/x/bin", "/x/Y.app/", "/x/Y.APP", "/x/Y.app2", ""}) {
       bundle.bundle = path;
-      EXPECT_EQ(makeController()->currentAppBundlePath(), each.bundle) << path;
+      EXPECT_EQ(makeController()->currentAppBundlePath(), expected) << path;
     }
   }
 }

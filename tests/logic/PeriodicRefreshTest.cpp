@@ -78,15 +78,6 @@ TEST_F(PeriodicRefresh, TimerDoesNotKeepTheControllerAliveAndItsTickThenDoesNoth
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(PeriodicRefresh, WakingFromALongSleepIsOneTick) {
-  machine.loop.suspend(Seconds{3600});
-  EXPECT_EQ(statusQueries(), 1U);
-  machine.loop.advance(Seconds{19.9});
-  EXPECT_EQ(statusQueries(), 1U);
-  machine.loop.advance(Seconds{0.2});
-  EXPECT_EQ(statusQueries(), 2U);
-}
-
 TEST_F(PeriodicRefresh, BackendThatAlwaysHangsIsAskedAgainWithEveryTick) {
   backendAnswers({.runtime = Seconds{3600}, .ignoresTerminate = true, .ignoresInterrupt = true});
   for (std::size_t tick = 1; tick <= 3; ++tick) {

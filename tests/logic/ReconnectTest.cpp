@@ -148,19 +148,6 @@ TEST_F(Reconnect, IsMarkedAsOverByAStatusThatWasAskedForEarlier) {
   EXPECT_EQ(statusQueries(), 2U);
 }
 
-TEST_F(Reconnect, TicksDoNothingUntilItIsOver) {
-  controller->startPeriodicRefresh();
-  machine.loop.advance(Seconds{19.5});
-  controller->reconnectServices(false);
-  machine.loop.settle();
-  machine.loop.advance(Seconds{1});
-  EXPECT_EQ(statusQueries(), 0U);
-  machine.loop.advance(Seconds{0.25});
-  EXPECT_EQ(statusQueries(), 1U);
-  machine.loop.advance(Seconds{20});
-  EXPECT_EQ(statusQueries(), 2U);
-}
-
 TEST_F(Reconnect, TwoRunOneAfterTheOtherEachWithItsTitleAndItsFinalRefresh) {
   refreshAnswers({.runtime = Seconds{2}});
   controller->reconnectServices(true);

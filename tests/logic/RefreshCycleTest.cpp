@@ -195,34 +195,11 @@ TEST_F(RefreshWithSession, IsUnderWayUntilTheSessionIsKnown) {
   EXPECT_EQ(statusQueries(), 1U);
 }
 
-TEST_F(RefreshWithSession, ShowsTheSessionOfTheLastQueryForFortyFiveSeconds) {
-  refresh();
-  machine.localService.answer = R"({"projects":[{"selected":true,"title":"Another"}]})";
-  machine.loop.advance(Seconds{44});
-  newCalls();
-  refresh();
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "setMenu 🟢 連線狀態：已連線",
-                                 "setButton Kestrune · 已連線 · Shop"}));
-  machine.loop.advance(Seconds{1});
-  refresh();
-  EXPECT_EQ(title(8), "同步專案：Another");
-  EXPECT_EQ(title(9), "同步會話：Another");
-}
-
 TEST_F(RefreshWithSession, TicksAskForItEveryThirdTime) {
   controller->startPeriodicRefresh();
   machine.loop.advance(Seconds{20 * 7 + 1});
   EXPECT_EQ(statusQueries(), 7U);
   EXPECT_EQ(machine.localService.tokens.size(), 3U);
-}
-
-TEST_F(RefreshWithSession, WithoutATokenCompletesAtOnceAndSaysThatItIsMissing) {
-  env().clear();
-  beginRefresh();
-  EXPECT_FALSE(state.statusRefreshInProgress);
-  EXPECT_EQ(title(8), "同步專案：未配置");
-  EXPECT_EQ(title(9), "同步會話：未配置");
-  EXPECT_EQ(machine.statusBar.button().toolTip, "Kestrune · 已連線 · 未配置");
 }
 
 }  // namespace

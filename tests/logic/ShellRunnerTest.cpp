@@ -129,26 +129,8 @@ TEST_F(ShellRunner, ChildThatEndsBetweenTheLastLookAndTheVerdictIsInTime) {
   EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
 }
 
-TEST_F(ShellRunner, TimeThatTheMachineSleepsDoesNotCount) {
-  bool slept = false;
-  EXPECT_EQ(run({.runtime = Seconds{1},
-                 .output = "x",
-                 .whileRunning =
-                     [&] {
-                       if (!std::exchange(slept, true)) machine.clock.suspend(Seconds{3600});
-                     }}),
-            (CommandResult{true, "x"}));
-  EXPECT_TRUE(slept);
-  run({.runtime = Seconds{60}});
-  EXPECT_NEAR(elapsed, 2.2, exact);
-}
-
 TEST(ShellEscape, MakesOneWordOfAnyText) {
-  struct Case {
-    const char* text;
-    const char* word;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"", "''"},
       {"a", "'a'"},
       {"a'b", "'a'\"'\"'b'"},
@@ -157,7 +139,7 @@ TEST(ShellEscape, MakesOneWordOfAnyText) {
       {"$(x) `y` \"z\" \\ \n *", "'$(x) `y` \"z\" \\ \n *'"},
       {"密碼", "'密碼'"},
   };
-  for (const Case& each : cases) EXPECT_EQ(AppDelegate::shellEscape(each.text), each.word);
+  for (const auto& [text, word] : cases) EXPECT_EQ(AppDelegate::shellEscape(text), word);
 }
 
 }  // namespace

@@ -101,10 +101,6 @@ TEST_F(StopConnection, ShowsWhatTheScriptSaidAndNeverAsAnError) {
 }
 
 TEST_F(StopConnection, GivesTheScriptEightSecondsAndTakesEffectAllTheSame) {
-  stopAnswers({.runtime = Seconds{7.9}, .output = "x"});
-  stop();
-  EXPECT_EQ(closeWindow(), informationWindow(windowTitle, "x\n\n已同步關閉自動連線。"));
-  setAutoConnect(true);
   stopAnswers({.runtime = Seconds{60}, .output = "x"});
   controller->performAction("stopConnection");
   EXPECT_NEAR(timeOfWorkerJob().count(), 8.2, 0.051);
