@@ -7,15 +7,6 @@ namespace {
 
 using Lamp = ConnectionLampState;
 
-TEST(Lamp, HasADotAndAWordForEachState) {
-  EXPECT_EQ(menuIcon(Lamp::ok), "🟢");
-  EXPECT_EQ(menuIcon(Lamp::warning), "🟡");
-  EXPECT_EQ(menuIcon(Lamp::error), "🔴");
-  EXPECT_EQ(menuLabel(Lamp::ok), "已連線");
-  EXPECT_EQ(menuLabel(Lamp::warning), "檢查中");
-  EXPECT_EQ(menuLabel(Lamp::error), "異常");
-}
-
 struct Button : ControllerTest {
   Button() {
     machine.mainBundle.resources["codex-menubar.png"] = "/logo.png";

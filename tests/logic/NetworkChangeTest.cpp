@@ -28,11 +28,6 @@ struct NetworkChange : WithStatusItem {
   }
 };
 
-TEST_F(NetworkChange, IsWatchedOnTheMonitorsQueueFromTheStart) {
-  controller->startMonitoringNetwork();
-  EXPECT_EQ(newCalls(), CallLog{"start path monitor on kestrune.menu.monitor"});
-}
-
 TEST_F(NetworkChange, PathIsDescribedByTheFirstThatFits) {
   for (unsigned bits = 0; bits < 16; ++bits) {
     const NetworkPath path{.satisfied = (bits & 8) != 0,

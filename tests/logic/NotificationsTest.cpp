@@ -8,11 +8,6 @@ namespace {
 
 using PostedNotifications = ControllerTest;
 
-TEST_F(PostedNotifications, PermissionIsAskedForAlertsAndSoundsButNoBadge) {
-  controller->requestNotificationPermission();
-  EXPECT_EQ(newCalls(), CallLog{"requestAuthorization 6"});
-}
-
 TEST_F(PostedNotifications, HaveARandomIdentifierEach) {
   const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   std::set<std::string> identifiers;

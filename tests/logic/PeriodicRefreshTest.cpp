@@ -78,15 +78,5 @@ TEST_F(PeriodicRefresh, TimerDoesNotKeepTheControllerAliveAndItsTickThenDoesNoth
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(PeriodicRefresh, BackendThatAlwaysHangsIsAskedAgainWithEveryTick) {
-  backendAnswers({.runtime = Seconds{3600}, .ignoresTerminate = true, .ignoresInterrupt = true});
-  for (std::size_t tick = 1; tick <= 3; ++tick) {
-    machine.loop.advance(Seconds{20});
-    machine.loop.settle();
-    EXPECT_EQ(statusRow(), "🟡 連線狀態：命令逾時，已停止等待。");
-  }
-  EXPECT_EQ(statusQueries(), 3U);
-}
-
 }  // namespace
 }  // namespace kestrune::testing

@@ -112,13 +112,6 @@ TEST_F(RefreshCycle, ShellThatCannotBeStartedIsShownByItsErrorAndLetsTheNextRefr
   EXPECT_EQ(statusRow(), connectedRow);
 }
 
-TEST_F(RefreshCycle, UpdatesTheCodexSummariesFromTheSameOutput) {
-  backendAnswers({.status = 1, .output = "[OK] Codex CLI: 0.46.0\n[FAIL] Codex App: missing"});
-  refresh();
-  EXPECT_EQ(title(4), "Codex：OK 0.46.0");
-  EXPECT_EQ(title(6), "Codex App：需檢查 missing");
-}
-
 TEST_F(RefreshCycle, SuccessTakesOrReleasesTheAssertionsAsThePreferencesAsk) {
   backendAnswers({.output = "[FAIL] tunnel: down"});
   refresh();

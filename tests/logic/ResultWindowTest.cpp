@@ -28,17 +28,6 @@ TEST_F(ResultWindow, IsOnlyAskedForAndWaitsForTheOneThatIsOpen) {
   EXPECT_EQ(closeWindow(), errorWindow("b", "2"));
 }
 
-TEST_F(ResultWindow, HoldsUpNothingWhileItIsOpen) {
-  startUp();
-  controller->showResultWindow("目前狀態", "x", false);
-  machine.loop.settle();
-  const auto queries = statusQueries();
-  backendAnswers({.output = "[FAIL] tunnel: down"});
-  machine.loop.advance(Seconds{20.1});
-  EXPECT_EQ(statusQueries(), queries + 1);
-  EXPECT_EQ(statusRow(), "🔴 連線狀態：異常");
-}
-
 TEST_F(ResultWindow, AnswerChangesNothingAlsoWhenTheControllerIsGone) {
   for (const std::optional<std::size_t> button : {std::optional<std::size_t>(0), {}}) {
     controller->showResultWindow("目前狀態", "x", true);

@@ -165,42 +165,27 @@ TEST_F(SettingsOverOtherValues, SavesNothingWithoutACopy) {
   EXPECT_TRUE(machine.notifications.posted.empty()) << "tells of no copy when the file is as it was";
 }
 
-TEST_F(Settings, SavingRefusesAFieldOfMoreThanOneLine) {
-  struct Field {
-    const char* key;
-    const char* title;
-  };
-  const Field all[] = {{apiURL, "手機連線 API URL"},
-                       {appToken, "手機 App Token"},
-                       {serviceToken, "Mac 本機 Token"},
-                       {projectRoot, "專案根目錄"},
-                       {openAIKey, "OpenAI API Key"}};
+TEST_F(Settings, SavingRefusesAFieldOfMoreThanOneLineOrThatIsNoText) {
   env() = "KESTRUNE_APP_API_TOKEN=old";
-  for (const Field& field : all) {
-    for (const char* const end : {"\n", "\v", "\f", "\r", "\u0085", "\u2028", "\u2029", "\r\n"}) {
-      leave(save, {{field.key, std::string("a") + end + "b"}});
-      machine.loop.advance(Seconds{2});
-      EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 設定保存失敗"}));
-      EXPECT_EQ(
-          machine.alerts.shown.back(),
-          errorWindow("設定保存失敗", std::string("「") + field.title + "」的內容不能換行。設定沒有保存。"));
-      machine.alerts.answer(0);
-      EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
-    }
-  }
-  EXPECT_EQ(reconnects(), 0U);
-}
-
-TEST_F(Settings, BytesThatAreNoTextAreRefusedBeforeTheyMakeTheFileUnreadable) {
-  env() = "KESTRUNE_APP_API_TOKEN=old";
-  for (const char* const bytes : {"\xFF", "caf\xE9", "\xE5\xB0", "\xED\xA0\x80"}) {
-    leave(save, {{appToken, "new"}, {projectRoot, bytes}});
+  const auto expectRefused = [this](const char* key, const std::string& text, const std::string& reason) {
+    leave(save, {{key, text}, {key == appToken ? openAIKey : appToken, "new"}});
     machine.loop.advance(Seconds{2});
     EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 設定保存失敗"}));
-    EXPECT_EQ(machine.alerts.shown.back(),
-              errorWindow("設定保存失敗", "「專案根目錄」的內容不是有效的 UTF-8 文字。設定沒有保存。"));
-    machine.alerts.answer(0);
+    EXPECT_EQ(closeWindow(), errorWindow("設定保存失敗", reason + "設定沒有保存。"));
     EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
+  };
+  for (const auto& [key, title] : {std::pair{apiURL, "手機連線 API URL"},
+                                   {appToken, "手機 App Token"},
+                                   {serviceToken, "Mac 本機 Token"},
+                                   {projectRoot, "專案根目錄"},
+                                   {openAIKey, "OpenAI API Key"}}) {
+    const std::string field = std::string("「") + title + "」";
+    for (const std::string end : {"\n", "\v", "\f", "\r", "\u0085", "\u2028", "\u2029", "\r\n"}) {
+      expectRefused(key, "a" + end + "b", field + "的內容不能換行。");
+    }
+    for (const char* const bytes : {"\xFF", "caf\xE9", "\xE5\xB0", "\xED\xA0\x80"}) {
+      expectRefused(key, bytes, field + "的內容不是有效的 UTF-8 文字。");
+    }
   }
   EXPECT_EQ(reconnects(), 0U);
 }
