@@ -1,6 +1,4 @@
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <sstream>
 #include <vector>
 
 #include "adapters/files/AutostartEntries.h"
@@ -14,29 +12,16 @@
 namespace {
 
 using namespace kestrune;
+using fuzz::contentsOf;
+using fuzz::put;
 using fuzz::require;
 
 constexpr auto label = "com.example.client";
 
-std::string contentsOf(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void put(const std::string& file, const std::string& text) {
-  std::ofstream(file, std::ios::binary) << text;
-}
-
 std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines(1);
-  for (const char each : text) {
-    if (each == '\n') {
-      lines.emplace_back();
-    } else {
-      lines.back() += each;
-    }
-  }
-  if (lines.back().empty()) lines.pop_back();
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
 

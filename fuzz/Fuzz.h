@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -22,6 +24,15 @@ inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
   std::abort();
+}
+
+inline std::string contentsOf(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+inline void put(const std::string& file, const std::string& text) {
+  std::ofstream(file, std::ios::binary) << text;
 }
 
 /// Hands out an input piece by piece. At its end there are empty pieces and zeros.

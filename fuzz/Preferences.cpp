@@ -1,7 +1,5 @@
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "adapters/files/PreferencesFile.h"
@@ -14,13 +12,9 @@
 namespace {
 
 using namespace kestrune;
+using fuzz::contentsOf;
 using fuzz::require;
 using nlohmann::json;
-
-std::string contentsOf(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 /// What others keep in the file.
 json othersIn(const std::string& text, const std::string& key) {
@@ -61,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string key(input.text());
   const std::string value(input.text());
   const std::string text(input.rest());
-  std::ofstream(path, std::ios::binary) << text;
+  fuzz::put(path, text);
 
   static_cast<void>(PreferencesFile(path).boolForKey(key));
   static_cast<void>(PreferencesFile(path).stringForKey(key));

@@ -72,10 +72,9 @@ void refresh(bool ok, std::string report) {
   machine.loop.settle();
 
   require(!controller.state.statusRefreshInProgress, "a refresh comes to its end");
-  checkSummary(controller.state.codexVersionSummary, "Codex：");
-  checkSummary(controller.state.codexRemoteControlSummary, "Remote Control：");
-  checkSummary(controller.state.codexAppSummary, "Codex App：");
-  checkSummary(controller.state.chatGPTRemoteSummary, "ChatGPT Remote：");
+  for (std::size_t i = 0; i < codexItems.size(); ++i) {
+    checkSummary(machine.statusBar.row(i + 4).title, codexItems[i].rowPrefix);
+  }
   require(machine.statusBar.menu().items.size() == 29, "the menu has its rows");
   for (const auto& item : machine.statusBar.menu().items) {
     require(isValidUtf8(item.title), "a row is text");

@@ -3,11 +3,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr auto disabledRow = "🟡 連線狀態：已停用，不會啟動背景服務";
-
-struct AutoConnectToggle : ControllerTest {
-  AutoConnectToggle() { makeStatusItem(); }
-
+struct AutoConnectToggle : WithStatusItem {
   const Alert onWindow = informationWindow("已開啟自動連線",
                                            "之後換 Wi\xE2\x80\x91"
                                            "Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。");
@@ -15,30 +11,22 @@ struct AutoConnectToggle : ControllerTest {
       informationWindow("已關閉自動連線", "已停止本地服務、桌面橋接與反向隧道；之後換網時也不會自動重連。");
 };
 
-TEST_F(AutoConnectToggle, SwitchedOffShowsTheDisabledStateAndItsWindowBeforeTheStopHasRun) {
+TEST_F(AutoConnectToggle, SwitchedOffQueuesTheStopAndThenShowsTheDisabledStateAndItsWindow) {
   controller->ensureSleepAssertion();
   newCalls();
+  machine.statusBar.whenMenuIsSet = [&] {
+    EXPECT_EQ(machine.loop.workerJobs(), 1U);
+    EXPECT_TRUE(isStored("autoConnectEnabled", false));
+  };
   controller->performAction("toggleAutoConnect");
   machine.loop.runMain();
   EXPECT_EQ(
       newCalls(),
       (CallLog{"release display assertion", "release system assertion", std::string("setMenu ") + disabledRow,
                "setButton Kestrune · 檢查中 · 未同步", "present alert", "show alert 已關閉自動連線"}));
-  EXPECT_TRUE(isStored("autoConnectEnabled", false));
   EXPECT_EQ(machine.loop.workerJobs(), 1U);
-  EXPECT_EQ(machine.statusBar.row(15).checked, false);
+  EXPECT_EQ(row(15).checked, false);
   EXPECT_EQ(machine.alerts.shown, std::vector{offWindow});
-}
-
-TEST_F(AutoConnectToggle, SwitchedOffQueuesTheStopBeforeAnythingIsShown) {
-  int seen = 0;
-  machine.statusBar.whenMenuIsSet = [&] {
-    ++seen;
-    EXPECT_EQ(machine.loop.workerJobs(), 1U);
-    EXPECT_TRUE(isStored("autoConnectEnabled", false));
-  };
-  controller->performAction("toggleAutoConnect");
-  EXPECT_EQ(seen, 1);
 }
 
 TEST_F(AutoConnectToggle, SwitchedOffRunsTheStopScriptOnTheWorkerForEightSecondsAtMost) {
@@ -51,43 +39,36 @@ TEST_F(AutoConnectToggle, SwitchedOffRunsTheStopScriptOnTheWorkerForEightSeconds
 }
 
 TEST_F(AutoConnectToggle, SwitchedOffIgnoresWhatComesOfTheStop) {
-  for (const ChildScript& script :
-       {ChildScript{.output = "[FAIL] Codex CLI: x"}, ChildScript{.status = 1, .output = "x"},
-        ChildScript{.runtime = Seconds{60}, .ignoresTerminate = true, .ignoresInterrupt = true}}) {
+  for (const ChildScript& script : {ChildScript{.output = "[FAIL] Codex CLI: x"}, ChildScript{.status = 1},
+                                    ChildScript{.runtime = Seconds{60}, .ignoresTerminate = true}}) {
     setAutoConnect(true);
     stopAnswers(script);
     controller->performAction("toggleAutoConnect");
     machine.loop.runMain();
-    const auto menus = machine.statusBar.menus.size();
-    const auto windows = machine.alerts.shown.size();
+    newCalls();
+    machine.loop.runOneWorkerJob();
+    newCalls();
     machine.loop.settle();
-    EXPECT_EQ(machine.statusBar.menus.size(), menus);
-    EXPECT_EQ(machine.alerts.shown.size(), windows);
-    machine.alerts.answer(0);
+    EXPECT_EQ(newCalls(), CallLog{});
+    EXPECT_EQ(closeWindow(), offWindow);
   }
   EXPECT_EQ(stops(), 3U);
-  EXPECT_EQ(state.codexVersionSummary, "Codex：尚未檢查");
+  EXPECT_EQ(title(4), "Codex：尚未檢查");
 }
 
-TEST_F(AutoConnectToggle, SwitchedOnAsksForItsWindowBeforeTheReconnectIsShown) {
+TEST_F(AutoConnectToggle, SwitchedOnAsksForItsWindowAndThenReconnectsWithoutAnother) {
   setAutoConnect(false);
+  refreshAnswers({.status = 1, .output = "x"});
   controller->performAction("toggleAutoConnect");
   EXPECT_EQ(newCalls(), CallLog{"present alert"});
-  EXPECT_FALSE(state.reconnectInProgress);
   EXPECT_EQ(machine.loop.workerJobs(), 1U);
   machine.loop.runMain();
   EXPECT_EQ(newCalls(), (CallLog{"create display assertion", "create system assertion",
-                                 "setMenu 🟡 連線狀態：正在重新連線…",
+                                 std::string("setMenu ") + reconnectingRow,
                                  "setButton Kestrune · 檢查中 · 目前專案", "show alert 已開啟自動連線"}));
   EXPECT_TRUE(isStored("autoConnectEnabled", true));
-  EXPECT_EQ(machine.statusBar.row(15).checked, true);
-}
-
-TEST_F(AutoConnectToggle, SwitchedOnReconnectsWithoutAnotherWindow) {
-  setAutoConnect(false);
-  refreshAnswers({.status = 1, .output = "x"});
-  choose("toggleAutoConnect");
-  machine.alerts.answer(0);
+  EXPECT_EQ(row(15).checked, true);
+  closeWindow();
   machine.loop.advance(Seconds{5});
   EXPECT_EQ(reconnects(), 1U);
   EXPECT_EQ(statusQueries(), 1U);
@@ -101,41 +82,8 @@ TEST_F(AutoConnectToggle, SwitchedOffAndOnStopsBeforeItReconnects) {
   ASSERT_EQ(machine.processes.launches.size(), 2U);
   EXPECT_EQ(machine.processes.launches[0].arguments.back(), controller->backendServiceStopCommand());
   EXPECT_EQ(machine.processes.launches[1].arguments.back(), controller->backendCommandLine("refresh"));
-  machine.alerts.answer(0);
-  machine.loop.runMain();
-  EXPECT_EQ(machine.alerts.shown, (std::vector{offWindow, onWindow}));
-}
-
-TEST_F(AutoConnectToggle, SwitchedOffDuringARefreshShowsTheOldLampOnceMoreUntilTheNextTick) {
-  controller->startPeriodicRefresh();
-  controller->refreshStatus(false);
-  controller->performAction("toggleAutoConnect");
-  EXPECT_EQ(statusRow(), disabledRow);
-  machine.loop.settle();
-  EXPECT_EQ(statusRow(), "🟢 連線狀態：已連線");
-  EXPECT_TRUE(machine.powerAssertions.held.empty());
-  machine.loop.advance(Seconds{20.1});
-  EXPECT_EQ(statusRow(), disabledRow);
-}
-
-TEST_F(AutoConnectToggle, SwitchedOffDuringAReconnectLeavesTheConnectionCommandAsItIs) {
-  refreshAnswers({.runtime = Seconds{3}});
-  controller->reconnectServices(false);
-  machine.loop.runMain();
-  controller->performAction("toggleAutoConnect");
-  EXPECT_EQ(statusRow(), disabledRow);
-  EXPECT_EQ(machine.statusBar.row(18).title, "正在重新檢查並恢復連線…");
-  EXPECT_TRUE(state.reconnectInProgress);
-}
-
-TEST_F(AutoConnectToggle, SwitchedOffKeepsTheControllerUntilTheStopHasRun) {
-  const std::weak_ptr<AppDelegate> weak = controller;
-  controller->performAction("toggleAutoConnect");
-  controller.reset();
-  EXPECT_FALSE(weak.expired());
-  machine.loop.settle();
-  EXPECT_EQ(stops(), 1U);
-  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(closeWindow(), offWindow);
+  EXPECT_EQ(closeWindow(), onWindow);
 }
 
 }  // namespace

@@ -3,18 +3,24 @@
 namespace kestrune::testing {
 namespace {
 
-struct ConnectionModeToggle : ControllerTest {
-  ConnectionModeToggle() { makeStatusItem(); }
-
+struct ConnectionModeToggle : WithStatusItem {
   std::variant<bool, std::string> stored() const { return machine.userDefaults.values.at("connectionMode"); }
 };
 
-TEST_F(ConnectionModeToggle, SwitchesToTheOfficialModeAndSaysSo) {
-  choose("toggleConnectionMode");
+TEST_F(ConnectionModeToggle, SwitchesToTheOfficialModeAndSaysSoButTouchesNothingElse) {
+  controller->reconnectServices(false);
+  machine.loop.runMain();
+  newCalls();
+  controller->performAction("toggleConnectionMode");
+  machine.loop.runMain();
+  EXPECT_EQ(newCalls(), (CallLog{"setMenu 🟡 連線狀態：已切換到官方 ChatGPT 模式",
+                                 "present alert", "show alert 已切換連接模式"}));
+  EXPECT_EQ(machine.loop.workerJobs(), 1U) << "that of the reconnect";
   EXPECT_EQ(stored(), (std::variant<bool, std::string>("official_chatgpt")));
-  EXPECT_EQ(statusRow(), "🟡 連線狀態：已切換到官方 ChatGPT 模式");
-  EXPECT_EQ(machine.statusBar.row(3).title, "連接模式：官方 ChatGPT");
-  EXPECT_EQ(machine.statusBar.row(17).title, "使用 Kestrune 自托管模式");
+  EXPECT_EQ(machine.userDefaults.values.size(), 1U);
+  EXPECT_EQ(title(3), "連接模式：官方 ChatGPT");
+  EXPECT_EQ(title(17), "使用 Kestrune 自托管模式");
+  EXPECT_EQ(title(18), reconnectingCommand);
   EXPECT_EQ(machine.alerts.shown,
             std::vector{informationWindow(
                 "已切換連接模式",
@@ -28,39 +34,13 @@ TEST_F(ConnectionModeToggle, SwitchesToTheSelfHostedModeAndSaysSo) {
   choose("toggleConnectionMode");
   EXPECT_EQ(stored(), (std::variant<bool, std::string>("kestrune_self_hosted")));
   EXPECT_EQ(statusRow(), "🟡 連線狀態：已切換到 Kestrune 自托管模式");
-  EXPECT_EQ(machine.statusBar.row(3).title, "連接模式：Kestrune 自托管");
-  EXPECT_EQ(machine.statusBar.row(17).title, "使用官方 ChatGPT 模式");
+  EXPECT_EQ(title(3), "連接模式：Kestrune 自托管");
+  EXPECT_EQ(title(17), "使用官方 ChatGPT 模式");
   EXPECT_EQ(machine.alerts.shown,
             std::vector{informationWindow("已切換連接模式",
                                           "目前模式：Kestrune 自托管。\n\n"
                                           "菜單欄會重點協助你維持 Mac service、desktop bridge、VPS tunnel、"
                                           "配對 QR 和手機 App Token。")});
-}
-
-TEST_F(ConnectionModeToggle, RebuildsTheMenuWithoutTouchingTheButtonAndThenAsksForItsWindow) {
-  choose("toggleConnectionMode");
-  EXPECT_EQ(newCalls(), (CallLog{"setMenu 🟡 連線狀態：已切換到官方 ChatGPT 模式",
-                                 "present alert", "show alert 已切換連接模式"}));
-}
-
-TEST_F(ConnectionModeToggle, StartsAndStopsNothing) {
-  state.reconnectInProgress = true;
-  controller->ensureSleepAssertion();
-  choose("toggleConnectionMode");
-  machine.loop.advance(Seconds{10});
-  EXPECT_TRUE(machine.processes.launches.empty());
-  EXPECT_TRUE(state.reconnectInProgress);
-  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
-  EXPECT_EQ(machine.userDefaults.values.size(), 1U);
-}
-
-TEST_F(ConnectionModeToggle, LampOfTheStatusIsReplacedUntilTheNextRefresh) {
-  backendAnswers({.output = "[FAIL] tunnel: down"});
-  refresh();
-  choose("toggleConnectionMode");
-  EXPECT_EQ(statusRow(), "🟡 連線狀態：已切換到官方 ChatGPT 模式");
-  refresh();
-  EXPECT_EQ(statusRow(), "🔴 連線狀態：異常");
 }
 
 }  // namespace

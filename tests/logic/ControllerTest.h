@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -103,6 +104,15 @@ struct ControllerTest : ::testing::Test {
     machine.loop.settle();
   }
 
+  /// Closes the window that shows, and lets the next show. What it said.
+  Alert closeWindow() {
+    if (machine.alerts.top() == nullptr) throw std::logic_error("no window shows");
+    const Alert window = *machine.alerts.top();
+    machine.alerts.answer(0);
+    machine.loop.settle();
+    return window;
+  }
+
   bool isStored(const char* key, bool value) const {
     const auto found = machine.userDefaults.values.find(key);
     return found != machine.userDefaults.values.end() &&
@@ -134,7 +144,18 @@ struct ControllerTest : ::testing::Test {
     machine.loop.settle();
   }
 
-  const std::string& statusRow() const { return machine.statusBar.row(2).title; }
+  const MenuItem& row(std::size_t number) const { return machine.statusBar.row(number); }
+  const std::string& title(std::size_t number) const { return row(number).title; }
+  const std::string& statusRow() const { return title(2); }
+
+  static constexpr auto connectedRow = "🟢 連線狀態：已連線";
+  static constexpr auto reconnectingRow = "🟡 連線狀態：正在重新連線…";
+  static constexpr auto disabledRow = "🟡 連線狀態：已停用，不會啟動背景服務";
+  static constexpr auto reconnectingCommand = "正在重新檢查並恢復連線…";
+};
+
+struct WithStatusItem : ControllerTest {
+  WithStatusItem() { makeStatusItem(); }
 };
 
 }  // namespace kestrune::testing

@@ -66,11 +66,7 @@ struct EnvWriter : ControllerTest {
 };
 
 TEST_F(EnvWriter, RewritesInPlaceAndKeepsEveryOtherLine) {
-  struct Case {
-    const char* before;
-    const char* after;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"KEY=old", "KEY=new"},
       {"KEY=old\n", "KEY=new\n"},
       {"KEY=\n", "KEY=new\n"},
@@ -81,44 +77,29 @@ TEST_F(EnvWriter, RewritesInPlaceAndKeepsEveryOtherLine) {
       {"KEY= old \nKEY\n", "KEY=new\nKEY\n"},
       {"KEY=old\n=x\n==\n", "KEY=new\n=x\n==\n"},
       {"\nKEY=old", "\nKEY=new"},
+      {"X=1\r\nKEY=old\r\n", "X=1\n\nKEY=new\n\n"},
       {"KEY=old\nX=專案 😀 e\u0301", "KEY=new\nX=專案 😀 e\u0301"},
   };
-  for (const Case& each : cases) EXPECT_EQ(after(each.before, {{"KEY", "new"}}), each.after) << each.before;
+  for (const auto& [before, expected] : cases) EXPECT_EQ(after(before, {{"KEY", "new"}}), expected) << before;
 }
 
 TEST_F(EnvWriter, AppendsAKeyThatNoLineDefines) {
-  struct Case {
-    const char* before;
-    const char* after;
-  };
-  const Case cases[] = {
-      {"X=1\n", "X=1\n\nKEY=new"},
-      {"X=1", "X=1\n\nKEY=new"},
-      {"X=1\n\n", "X=1\n\n\nKEY=new"},
-      {"X=1\n ", "X=1\n \n\nKEY=new"},
-      {"", "\nKEY=new"},
-      {"\n", "\n\nKEY=new"},
-      {" KEY=old", " KEY=old\n\nKEY=new"},
-      {"\tKEY=old\n", "\tKEY=old\n\nKEY=new"},
-      {"KEY =old\n", "KEY =old\n\nKEY=new"},
-      {"key=old\n", "key=old\n\nKEY=new"},
-      {"#KEY=old\n", "#KEY=old\n\nKEY=new"},
-      {"export KEY=old\n", "export KEY=old\n\nKEY=new"},
-      {"KEY\n", "KEY\n\nKEY=new"},
-      {"X=KEY=1\n", "X=KEY=1\n\nKEY=new"},
-      {"\uFEFFKEY=old\n", "\uFEFFKEY=old\n\nKEY=new"},
-  };
-  for (const Case& each : cases) EXPECT_EQ(after(each.before, {{"KEY", "new"}}), each.after) << each.before;
+  for (const std::string line : {"X=1", "X=1\n ", "", " KEY=old", "\tKEY=old", "KEY =old", "key=old",
+                                 "#KEY=old", "export KEY=old", "KEY", "X=KEY=1", "\uFEFFKEY=old"}) {
+    EXPECT_EQ(after(line + "\n", {{"KEY", "new"}}), line + "\n\nKEY=new");
+  }
+  EXPECT_EQ(after("X=1", {{"KEY", "new"}}), "X=1\n\nKEY=new");
+  EXPECT_EQ(after("X=1\n\n", {{"KEY", "new"}}), "X=1\n\n\nKEY=new");
+  EXPECT_EQ(after("X=1\r\n", {{"KEY", "new"}}), "X=1\n\n\nKEY=new");
+  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new");
 }
 
 TEST_F(EnvWriter, AppendsInTheOrderOfTheCodePointsWithABlankLineBetween) {
   EXPECT_EQ(after("X=1\n", {{"B", "2"}, {"A", "9"}}), "X=1\n\nA=9\n\nB=2");
   EXPECT_EQ(after("X=1", {{"a", "4"}, {"_", "3"}, {"Z", "2"}, {"É", "5"}, {"AB", "1"}, {"A", "0"}}),
             "X=1\n\nA=0\n\nAB=1\n\nZ=2\n\n_=3\n\na=4\n\nÉ=5");
-}
-
-TEST_F(EnvWriter, AppendsOnlyWhatItDidNotRewrite) {
   EXPECT_EQ(after("C=old\nA=old\n", {{"A", "1"}, {"B", "2"}, {"C", "3"}}), "C=3\nA=1\n\nB=2");
+  EXPECT_EQ(after("X=1\n\n# y\n", {}), "X=1\n\n# y\n");
 }
 
 TEST_F(EnvWriter, MakesAFileOfItsOwnWithoutATemplate) {
@@ -135,11 +116,6 @@ TEST_F(EnvWriter, EverySeparatorEndsALineAndBecomesALineFeed) {
   }
 }
 
-TEST_F(EnvWriter, CarriageReturnAndLineFeedAreTwoSeparators) {
-  EXPECT_EQ(after("X=1\r\nKEY=old\r\n", {{"KEY", "new"}}), "X=1\n\nKEY=new\n\n");
-  EXPECT_EQ(after("X=1\r\n", {{"KEY", "new"}}), "X=1\n\n\nKEY=new");
-}
-
 TEST_F(EnvWriter, CharactersThatOnlyLookLikeSeparatorsInTheirBytesStay) {
   const std::string text = "X=a\tb \u00A0\u0084\u0086\u0105\u2027\u202A\u20A8\u3000\u8528\x1C\x1E";
   EXPECT_EQ(after(text + "\nKEY=old", {{"KEY", "new"}}), text + "\nKEY=new");
@@ -149,79 +125,39 @@ TEST_F(EnvWriter, WritesValuesAsTheyArePassed) {
   for (const char* const value : {"", " a ", "\"a\"", "a=b", "=", "#", "$HOME", "\\", "專案 😀"}) {
     EXPECT_EQ(after("KEY=old\n", {{"KEY", value}}), std::string("KEY=") + value + "\n");
     EXPECT_EQ(afterNone({{"KEY", value}}), std::string("KEY=") + value);
+    EXPECT_EQ(controller->loadEnvValue("KEY"), trimmed(value));
   }
 }
 
-TEST_F(EnvWriter, WithoutValuesKeepsTheLines) {
-  EXPECT_EQ(after("X=1\n\n# y\n", {}), "X=1\n\n# y\n");
-  EXPECT_EQ(after("", {}), "");
-}
-
-TEST_F(EnvWriter, ReaderFindsWhatWasWritten) {
-  after("X=1\nKEY=a\nKEY=b\n", {{"KEY", "new"}, {"EMPTY", ""}});
-  EXPECT_EQ(controller->loadEnvValue("KEY"), "new");
-  EXPECT_EQ(controller->loadEnvValue("EMPTY"), "");
-  EXPECT_EQ(controller->loadEnvValue("X"), "1");
-}
-
-TEST_F(EnvWriter, TemplateIsTheSeedOfAFileThatIsMissing) {
-  machine.fileManager.files[templateFile] = "# 範本\r\nB=\n\nKEY=change me\n";
-  EXPECT_EQ(afterNone({{"KEY", "new"}, {"A", "1"}}), "# 範本\n\nB=\n\nKEY=new\n\nA=1");
-  EXPECT_EQ(machine.fileManager.files.at(templateFile), "# 範本\r\nB=\n\nKEY=change me\n");
-}
-
-TEST_F(EnvWriter, TemplateIsNotLookedAtWhenThereIsAFile) {
-  machine.fileManager.files[templateFile] = "TEMPLATE=1";
-  EXPECT_EQ(after("X=1", {{"KEY", "new"}}), "X=1\n\nKEY=new");
-  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new");
-  EXPECT_EQ(machine.fileManager.asked, std::vector<std::string>(2, envFile));
-}
-
-TEST_F(EnvWriter, TemplateThatIsMissingIsNotRead) {
-  afterNone({{"KEY", "new"}});
-  EXPECT_EQ(machine.fileManager.asked, std::vector<std::string>{envFile});
-}
-
-TEST_F(EnvWriter, TemplateOfNoUseIsPassedOver) {
-  machine.fileManager.unreadable.insert(templateFile);
-  EXPECT_EQ(afterNone({{"KEY", "new"}}), "KEY=new");
+TEST_F(EnvWriter, TemplateIsTheSeedOfAFileThatIsMissingOrCannotBeRead) {
+  const std::string text = "# 範本\r\nB=\n\nKEY=change me\n";
+  const std::string expected = "# 範本\n\nB=\n\nKEY=new\n\nA=1";
+  machine.fileManager.files[templateFile] = text;
+  EXPECT_EQ(afterNone({{"KEY", "new"}, {"A", "1"}}), expected);
+  EXPECT_EQ(newCalls(), CallLog{"write /home/u/backend/.env"});
   EXPECT_EQ(machine.fileManager.asked, (std::vector<std::string>{envFile, templateFile}));
-  machine.fileManager.unreadable.clear();
+  EXPECT_EQ(after("\xFF=1\nX=1\n", {{"KEY", "new"}, {"A", "1"}}), expected);
+  EXPECT_EQ(machine.fileManager.files.at(templateFile), text);
+  EXPECT_EQ(after("", {{"KEY", "new"}}), "\nKEY=new") << "there is a file";
   machine.fileManager.files[templateFile] = "TEMPLATE=\xFF\n";
   EXPECT_EQ(afterNone({{"KEY", "new"}}), "KEY=new");
-}
-
-TEST_F(EnvWriter, ReplacesInOneStepAndTouchesNothingElse) {
-  machine.fileManager.files[templateFile] = "KEY=";
-  after("KEY=old", {{"KEY", "new"}});
-  EXPECT_EQ(newCalls(), CallLog{"write /home/u/backend/.env"});
-  afterNone({{"KEY", "new"}});
-  EXPECT_EQ(newCalls(), CallLog{"write /home/u/backend/.env"});
+  machine.fileManager.files.erase(templateFile);
+  machine.fileManager.unreadable.insert(templateFile);
+  EXPECT_EQ(afterNone({{"KEY", "new"}}), "KEY=new");
 }
 
 TEST_F(EnvWriter, FileThatCannotBeReadIsKeptBeforeItIsReplaced) {
+  const CallLog replacing{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"};
   machine.fileManager.unreadable.insert(envFile);
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), saved);
-  EXPECT_EQ(newCalls(), (CallLog{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"}));
+  EXPECT_EQ(newCalls(), replacing);
   EXPECT_EQ(env(), "KEY=new");
   EXPECT_EQ(after("KEY=\xFF", {{"KEY", "new"}}), "KEY=new");
-  EXPECT_EQ(newCalls(), (CallLog{"keep unreadable /home/u/backend/.env", "write /home/u/backend/.env"}));
-}
-
-TEST_F(EnvWriter, TemplateIsTheSeedAlsoInPlaceOfAFileThatCannotBeRead) {
-  machine.fileManager.files[templateFile] = "B=\nKEY=";
-  EXPECT_EQ(after("\xFF=1\nX=1\n", {{"KEY", "new"}}), "B=\nKEY=new");
-  machine.fileManager.files.erase(envFile);
-  machine.fileManager.unreadable.insert(envFile);
-  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), saved);
-  EXPECT_EQ(env(), "B=\nKEY=new");
-}
-
-TEST_F(EnvWriter, FileThatCannotBeKeptIsNotReplaced) {
+  EXPECT_EQ(newCalls(), replacing);
   machine.fileManager.keepError = fullDisk.message;
   env() = "KEY=\xFF";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
-  EXPECT_EQ(newCalls(), CallLog{"keep unreadable /home/u/backend/.env"});
+  EXPECT_EQ(newCalls(), CallLog{replacing[0]}) << "and not replaced when it cannot be kept";
   EXPECT_EQ(env(), "KEY=\xFF");
 }
 
@@ -275,25 +211,8 @@ TEST_F(EnvWriter, FailureIsTheSystemsDescriptionAndLeavesTheFileAsItWas) {
   machine.fileManager.files.clear();
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
   EXPECT_EQ(machine.fileManager.files.size(), 0U);
-}
-
-TEST_F(EnvWriter, FailureWithoutADescriptionIsAFailureAllTheSame) {
   machine.fileManager.writeError = "";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, ""}));
-}
-
-TEST_F(EnvWriter, SaysWhereItWrote) {
-  machine.mainBundle.environment["KESTRUNE_REPO_PATH"] = "/srv/a b";
-  EXPECT_EQ(std::make_shared<AppDelegate>(machine.platform)->saveEnvValues({{"KEY", "new"}}),
-            (OperationResult{true, "設定已保存到 /srv/a b/.env"}));
-  EXPECT_EQ(machine.fileManager.files.at("/srv/a b/.env"), "KEY=new");
-}
-
-TEST_F(EnvWriter, ReadsTheFileAfreshEachTime) {
-  after("X=1", {{"KEY", "a"}});
-  env() = "Y=2\nKEY=b";
-  EXPECT_EQ(controller->saveEnvValues({{"KEY", "c"}}), saved);
-  EXPECT_EQ(env(), "Y=2\nKEY=c");
 }
 
 }  // namespace

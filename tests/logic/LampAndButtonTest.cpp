@@ -1,4 +1,4 @@
-#include <unordered_set>
+#include <tuple>
 
 #include "tests/logic/ControllerTest.h"
 
@@ -6,21 +6,6 @@ namespace kestrune::testing {
 namespace {
 
 using Lamp = ConnectionLampState;
-
-TEST(Lamp, HasADotAndAWordForEachState) {
-  EXPECT_EQ(menuIcon(Lamp::ok), "🟢");
-  EXPECT_EQ(menuIcon(Lamp::warning), "🟡");
-  EXPECT_EQ(menuIcon(Lamp::error), "🔴");
-  EXPECT_EQ(menuLabel(Lamp::ok), "已連線");
-  EXPECT_EQ(menuLabel(Lamp::warning), "檢查中");
-  EXPECT_EQ(menuLabel(Lamp::error), "異常");
-}
-
-TEST(Lamp, StatesStandInOrderAndCanBeHashed) {
-  EXPECT_LT(Lamp::ok, Lamp::warning);
-  EXPECT_LT(Lamp::warning, Lamp::error);
-  EXPECT_EQ(std::unordered_set<Lamp>({Lamp::ok, Lamp::warning, Lamp::error, Lamp::ok}).size(), 3U);
-}
 
 struct Button : ControllerTest {
   Button() {
@@ -33,7 +18,6 @@ struct Button : ControllerTest {
 TEST_F(Button, StatusItemIsSquareAndFirstShowsTheWarningLampThenTheMenu) {
   controller->configureStatusItem();
   EXPECT_EQ(machine.statusBar.length, -2);
-  EXPECT_NE(state.statusItem, nullptr);
   EXPECT_EQ(newCalls(), (CallLog{"statusItem", "setButton Kestrune · 檢查中 · 目前專案",
                                  "setMenu 🟡 連線狀態：正在檢查狀態…"}));
 }
@@ -53,94 +37,38 @@ TEST_F(Button, ItemWithoutAButtonIsLeftAlone) {
   EXPECT_EQ(machine.statusBar.menus.size(), 1U);
 }
 
-TEST_F(Button, ToolTipNamesTheProductTheLampsWordAndTheProject) {
+TEST_F(Button, IsAnImageAloneWhoseToolTipNamesTheProductTheLampAndTheProject) {
+  machine.localService.answer = R"({"projects":[{"selected":true,"title":"my_project & <co>"}]})";
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=t";
   makeStatusItem();
-  state.currentProjectTitle = "my_project & <co>";
-  controller->updateButton(Lamp::ok, "Kestrune");
-  EXPECT_EQ(button().toolTip, "Kestrune · 已連線 · my_project & <co>");
-  controller->updateButton(Lamp::warning, "Kestrune");
-  EXPECT_EQ(button().toolTip, "Kestrune · 檢查中 · my_project & <co>");
-  controller->updateButton(Lamp::error, "Another");
-  EXPECT_EQ(button().toolTip, "Another · 異常 · my_project & <co>");
-}
-
-TEST_F(Button, ToolTipIsTheAccessibleDescriptionToo) {
-  makeStatusItem();
-  for (const Lamp lamp : {Lamp::ok, Lamp::warning, Lamp::error}) {
+  refresh();
+  const auto menus = machine.statusBar.menus.size();
+  const Bitmap colour = machine.images.files["/logo.png"]->bitmaps[0];
+  const Bitmap grey = makeTestImage(44, 100, 100, 100)->bitmaps[0];
+  for (const auto& [lamp, toolTip, shown] :
+       {std::tuple{Lamp::ok, "Kestrune · 已連線 · my_project & <co>", colour},
+        {Lamp::warning, "Kestrune · 檢查中 · my_project & <co>", grey},
+        {Lamp::error, "Kestrune · 異常 · my_project & <co>", grey}}) {
     controller->updateButton(lamp, "Kestrune");
-    ASSERT_TRUE(button().accessibilityLabel.has_value());
-    EXPECT_EQ(button().accessibilityLabel, button().toolTip);
-  }
-}
-
-TEST_F(Button, ToolTipShowsTheProjectOfTheTimeOfDrawing) {
-  makeStatusItem();
-  controller->updateButton(Lamp::ok, "Kestrune");
-  const auto drawn = machine.statusBar.buttons.size();
-  state.currentProjectTitle = "Another";
-  machine.loop.settle();
-  EXPECT_EQ(machine.statusBar.buttons.size(), drawn);
-  EXPECT_EQ(button().toolTip, "Kestrune · 已連線 · 目前專案");
-  controller->updateButton(Lamp::ok, "Kestrune");
-  EXPECT_EQ(button().toolTip, "Kestrune · 已連線 · Another");
-}
-
-TEST_F(Button, IsAnImageAlone) {
-  makeStatusItem();
-  for (const Lamp lamp : {Lamp::ok, Lamp::warning, Lamp::error}) {
-    controller->updateButton(lamp, "Kestrune");
+    EXPECT_EQ(button().toolTip, toolTip);
+    EXPECT_EQ(button().accessibilityLabel, toolTip);
     EXPECT_EQ(button().title, "");
     EXPECT_EQ(button().imagePosition, ImagePosition::imageOnly);
     ASSERT_NE(button().image, nullptr);
-    EXPECT_FALSE(button().image->isTemplate);
-    EXPECT_EQ(button().image->width, 22);
-    EXPECT_EQ(button().image->height, 22);
+    EXPECT_EQ(*button().image, (Image{.width = 22, .height = 22, .isTemplate = false, .bitmaps = {shown}}));
   }
-}
-
-TEST_F(Button, OnlyTheConnectedStateHasColours) {
-  makeStatusItem();
-  controller->updateButton(Lamp::ok, "Kestrune");
-  EXPECT_EQ(button().image->bitmaps, machine.images.files["/logo.png"]->bitmaps);
-  controller->updateButton(Lamp::warning, "Kestrune");
-  EXPECT_EQ(button().image->bitmaps, makeTestImage(44, 100, 100, 100)->bitmaps);
-}
-
-TEST_F(Button, WarningAndErrorShareTheGreyImageAndDifferInTheWord) {
-  makeStatusItem();
-  controller->updateButton(Lamp::warning, "Kestrune");
-  const StatusButton warning = button();
-  controller->updateButton(Lamp::error, "Kestrune");
-  const StatusButton error = button();
-  EXPECT_EQ(warning.image, error.image);
-  EXPECT_EQ(warning.toolTip, "Kestrune · 檢查中 · 目前專案");
-  EXPECT_EQ(error.toolTip, "Kestrune · 異常 · 目前專案");
+  EXPECT_EQ(machine.statusBar.menus.size(), menus);
 }
 
 TEST_F(Button, WithoutALogoShowsNeitherImageNorTextButStillItsToolTip) {
-  machine.mainBundle.resources.clear();
-  makeStatusItem();
-  for (const Lamp lamp : {Lamp::ok, Lamp::warning, Lamp::error}) {
-    controller->updateButton(lamp, "Kestrune");
-    EXPECT_EQ(button().image, nullptr);
-    EXPECT_EQ(button().title, "");
-    EXPECT_EQ(button().imagePosition, ImagePosition::imageOnly);
-    EXPECT_EQ(button().toolTip, "Kestrune · " + std::string(menuLabel(lamp)) + " · 目前專案");
-  }
-}
-
-TEST_F(Button, LogoThatIsGoneClearsTheImage) {
   makeStatusItem();
   ASSERT_NE(button().image, nullptr);
   machine.mainBundle.resources.clear();
   controller->updateButton(Lamp::ok, "Kestrune");
   EXPECT_EQ(button().image, nullptr);
-}
-
-TEST_F(Button, LeavesTheMenuAlone) {
-  makeStatusItem();
-  controller->updateButton(Lamp::error, "Kestrune");
-  EXPECT_EQ(machine.statusBar.menus.size(), 1U);
+  EXPECT_EQ(button().title, "");
+  EXPECT_EQ(button().imagePosition, ImagePosition::imageOnly);
+  EXPECT_EQ(button().toolTip, "Kestrune · 已連線 · 目前專案");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <tuple>
 
 #include "tests/logic/ControllerTest.h"
 
@@ -22,26 +23,49 @@ struct Lifecycle : ControllerTest {
   }
 };
 
-TEST_F(Lifecycle, StartsInOrderAndThenAsksForARefresh) {
-  controller->applicationDidFinishLaunching();
-  EXPECT_EQ(newCalls(), start);
-  EXPECT_TRUE(state.statusRefreshInProgress);
-  EXPECT_EQ(machine.loop.workerJobs(), 1U);
+TEST_F(Lifecycle, ConstructionOnlyMakesThePathMonitorAndBothQueues) {
+  FakePlatform other;
+  const AppDelegate another(other.platform);
+  EXPECT_EQ(other.log, (CallLog{"makePathMonitor", "makeSerialQueue kestrune.menu.monitor",
+                                "makeSerialQueue kestrune.menu.worker"}));
+  const auto& [monitor, worker] = std::tie(other.loop.madeQueues.at(0), other.loop.madeQueues.at(1));
+  EXPECT_EQ(monitor.qualityOfService, QualityOfService::standard);
+  EXPECT_EQ(monitor.target, QueueTarget::mainThread);
+  EXPECT_EQ(worker.qualityOfService, QualityOfService::userInitiated);
+  EXPECT_EQ(worker.target, QueueTarget::ownThread);
 }
 
-TEST_F(Lifecycle, StartsInOrderAndThenShowsThatAutoConnectIsOff) {
-  setAutoConnect(false);
-  controller->applicationDidFinishLaunching();
-  CallLog expected = start;
-  expected.insert(expected.end(), {"setMenu 🟡 連線狀態：已停用，不會啟動背景服務",
-                                   "setButton Kestrune · 檢查中 · 未同步"});
-  EXPECT_EQ(newCalls(), expected);
-}
-
-TEST_F(Lifecycle, FirstRefreshPostsNoNotification) {
+TEST_F(Lifecycle, DestructionEndsTheTimerAndNothingElse) {
   startUp();
+  const std::weak_ptr<AppDelegate> weak = controller;
+  controller.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(machine.loop.liveTimers(), 0U);
+  EXPECT_EQ(newCalls(), CallLog{});
+  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
+}
+
+TEST_F(Lifecycle, StartsInOrderAndThenAsksForARefreshWithoutANotification) {
+  machine.loop.run(*controller);
+  CallLog calls = newCalls();
+  calls.resize(start.size());
+  EXPECT_EQ(calls, start);
   EXPECT_EQ(statusQueries(), 1U);
   EXPECT_TRUE(machine.notifications.posted.empty());
+  EXPECT_TRUE(stopScriptWasLast());
+}
+
+TEST_F(Lifecycle, WithAutoConnectOffStartsInOrderAndRunsNoCommandThenNorWithAnyTick) {
+  setAutoConnect(false);
+  controller->applicationDidFinishLaunching();
+  const CallLog drawing{std::string("setMenu ") + disabledRow, "setButton Kestrune · 檢查中 · 未同步"};
+  CallLog expected = start;
+  expected.insert(expected.end(), drawing.begin(), drawing.end());
+  EXPECT_EQ(newCalls(), expected);
+  for (int tick = 0; tick < 3; ++tick) {
+    machine.loop.advance(Seconds{20});
+    EXPECT_EQ(newCalls(), drawing);
+  }
 }
 
 TEST_F(Lifecycle, StartWithoutAnApplicationObjectStopsTheProcess) {
@@ -50,33 +74,14 @@ TEST_F(Lifecycle, StartWithoutAnApplicationObjectStopsTheProcess) {
   EXPECT_DEATH(controller->applicationDidFinishLaunching(), "fatal error: there is no application object");
 }
 
-TEST_F(Lifecycle, WithAutoConnectOffNoCommandRunsAtStartNorWithAnyTick) {
-  setAutoConnect(false);
-  startUp();
-  EXPECT_EQ(statusRow(), "🟡 連線狀態：已停用，不會啟動背景服務");
-  for (int tick = 0; tick < 3; ++tick) {
-    const auto menus = machine.statusBar.menus.size();
-    machine.loop.advance(Seconds{20});
-    EXPECT_EQ(machine.statusBar.menus.size(), menus + 1);
-    EXPECT_EQ(statusRow(), "🟡 連線狀態：已停用，不會啟動背景服務");
-  }
-  EXPECT_TRUE(machine.processes.launches.empty());
-}
-
 TEST_F(Lifecycle, StopsInOrder) {
   startUp();
   controller->applicationWillTerminate();
   EXPECT_EQ(newCalls(), (CallLog{"cancel path monitor", "invalidate timer", "release display assertion",
                                  "release system assertion", "close kestrune.menu.worker",
                                  "reserve processes", "launch /bin/bash"}));
-  EXPECT_TRUE(stopScriptWasLast());
-}
-
-TEST_F(Lifecycle, StopLeavesTheTimerFieldAsItIsButTheTimerDead) {
-  startUp();
-  controller->applicationWillTerminate();
-  EXPECT_NE(state.refreshTimer, nullptr);
   EXPECT_EQ(machine.loop.liveTimers(), 0U);
+  EXPECT_TRUE(stopScriptWasLast());
 }
 
 TEST_F(Lifecycle, StopsAlsoWhenItNeverStarted) {
@@ -87,56 +92,15 @@ TEST_F(Lifecycle, StopsAlsoWhenItNeverStarted) {
 }
 
 TEST_F(Lifecycle, StopWaitsForTheStopScriptButNoLongerThanItsLimit) {
-  startUp();
-  machine.processes.scripts = {
-      {"launchctl", {.runtime = Seconds{3.01}}},
-  };
-  const Seconds begin = machine.clock.awakeTime();
-  controller->applicationWillTerminate();
-  EXPECT_NEAR((machine.clock.awakeTime() - begin).count(), 3.05, 1e-6);
-}
-
-TEST_F(Lifecycle, StopGivesUpOnAStopScriptThatHangs) {
-  startUp();
-  machine.processes.scripts = {{"launchctl", {.runtime = Seconds{3600}, .ignoresTerminate = true}}};
-  const Seconds begin = machine.clock.awakeTime();
-  controller->applicationWillTerminate();
-  EXPECT_NEAR((machine.clock.awakeTime() - begin).count(), 8.2, 0.051);
+  for (const auto& [runtime, spent] : {std::pair{3.01, 3.05}, {3600.0, 8.2}}) {
+    machine.processes.scripts = {{"launchctl", {.runtime = Seconds{runtime}, .ignoresTerminate = true}}};
+    const Seconds begin = machine.clock.awakeTime();
+    controller->applicationWillTerminate();
+    EXPECT_NEAR((machine.clock.awakeTime() - begin).count(), spent, 0.051);
+  }
   const CallLog calls = newCalls();
   EXPECT_EQ(CallLog(calls.end() - 3, calls.end()),
             (CallLog{"terminate child", "interrupt child", "terminate group"}));
-}
-
-TEST_F(Lifecycle, EveryQuitStopsTheBackendAndReleasesTheAssertions) {
-  struct Case {
-    const char* name;
-    bool autoConnect;
-    bool keepAwake;
-    bool official;
-    bool reconnecting;
-  };
-  const Case cases[] = {
-      {"connected", true, true, false, false},       {"auto-connect off", false, true, false, false},
-      {"keep-awake off", true, false, false, false}, {"official mode", true, true, true, false},
-      {"everything off", false, false, true, false}, {"during a reconnect", true, true, false, true},
-  };
-  for (const Case& each : cases) {
-    SCOPED_TRACE(each.name);
-    FakePlatform other;
-    const auto another = std::make_shared<AppDelegate>(other.platform);
-    another->applicationDidFinishLaunching();
-    other.loop.settle();
-    AppDelegateState{* another}.reconnectInProgress = each.reconnecting;
-    // Held from before the user changed any preference.
-    another->ensureSleepAssertion();
-    another->setAutoConnectEnabled(each.autoConnect);
-    another->setKeepAwakeEnabled(each.keepAwake);
-    another->setOfficialConnectionMode(each.official);
-    another->applicationWillTerminate();
-    EXPECT_TRUE(other.powerAssertions.held.empty());
-    EXPECT_EQ(other.processes.launchesOf("launchctl bootout"), 1U);
-    EXPECT_EQ(other.processes.launches.back().arguments.back(), another->backendServiceStopCommand());
-  }
 }
 
 TEST_F(Lifecycle, StopDropsARefreshThatHasNotBegun) {
@@ -149,7 +113,7 @@ TEST_F(Lifecycle, StopDropsARefreshThatHasNotBegun) {
   EXPECT_TRUE(stopScriptWasLast());
 }
 
-TEST_F(Lifecycle, StopDoesNotWaitForARefreshInFlight) {
+TEST_F(Lifecycle, StopDoesNotWaitForARefreshInFlightAndEndsItsChildBeforeTheStopScriptBegins) {
   startUp();
   bool quitting = false;
   Seconds spent{-1};
@@ -164,30 +128,12 @@ TEST_F(Lifecycle, StopDoesNotWaitForARefreshInFlight) {
   EXPECT_EQ(spent, Seconds{0});
   EXPECT_TRUE(stopScriptWasLast());
   EXPECT_TRUE(machine.powerAssertions.held.empty());
-}
-
-TEST_F(Lifecycle, StopEndsTheChildOfARefreshInFlightBeforeTheStopScriptBegins) {
-  startUp();
-  bool quitting = false;
-  backendAnswers({.runtime = Seconds{11}, .whileRunning = [&] {
-                    if (!std::exchange(quitting, true)) controller->applicationWillTerminate();
-                  }});
-  newCalls();
-  refresh();
   const CallLog calls = newCalls();
   const auto end = std::find(calls.begin(), calls.end(), "reserve processes");
   ASSERT_NE(end, calls.end());
   EXPECT_EQ(std::count(calls.begin(), end, "launch /bin/bash"), 1);
   EXPECT_EQ(std::count(end, calls.end(), "launch /bin/bash"), 1);
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "terminate child"), 0);
-}
-
-TEST_F(Lifecycle, RunTellsTheControllerOfStartAndEnd) {
-  EXPECT_EQ(machine.loop.run(*controller), 0);
-  const CallLog calls = newCalls();
-  ASSERT_GT(calls.size(), start.size());
-  EXPECT_EQ(CallLog(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(start.size())), start);
-  EXPECT_TRUE(stopScriptWasLast());
 }
 
 }  // namespace

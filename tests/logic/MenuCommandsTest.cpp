@@ -16,9 +16,7 @@ const std::set<std::string> allActions{
     "restartMenuClient",   "quit",
 };
 
-struct MenuCommands : ControllerTest {
-  MenuCommands() { makeStatusItem(); }
-};
+using MenuCommands = WithStatusItem;
 
 TEST_F(MenuCommands, AreTheFourteenActionsOfTheRows) {
   std::set<std::string> actions;
@@ -32,16 +30,25 @@ TEST_F(MenuCommands, AreTheFourteenActionsOfTheRows) {
   EXPECT_EQ(actions, allActions);
 }
 
-TEST_F(MenuCommands, EachCanBeChosenAtAnyTime) {
-  for (const std::string& action : allActions) {
+TEST_F(MenuCommands, KeepTheControllerUntilWhatTheyBeganIsDone) {
+  for (const auto& [action, launches] : {std::pair{"toggleAutoConnect", 1U},
+                                         {"stopConnection", 1U},
+                                         {"showCodexRuntimeStatus", 1U},
+                                         {"showStatus", 2U},
+                                         {"refreshNow", 2U},
+                                         {"toggleLaunchAtLogin", 2U}}) {
+    SCOPED_TRACE(action);
     FakePlatform other;
-    const auto another = std::make_shared<AppDelegate>(other.platform);
-    another->applicationDidFinishLaunching();
+    other.fileManager.files[envFile] = "KESTRUNE_MAC_SERVICE_TOKEN=t";
+    auto another = std::make_shared<AppDelegate>(other.platform);
+    another->configureStatusItem();
     another->performAction(action);
-    other.loop.settle();
-    another->performAction(action);
-    other.loop.settle();
-    EXPECT_EQ(other.statusBar.menu().items.size(), 29U) << action;
+    const std::weak_ptr<AppDelegate> weak = std::exchange(another, nullptr);
+    EXPECT_FALSE(weak.expired());
+    other.loop.advance(Seconds{1.25});
+    EXPECT_EQ(other.processes.launches.size(), launches);
+    EXPECT_EQ(other.localService.tokens.size(), launches - 1) << "the session of the refresh";
+    EXPECT_TRUE(weak.expired());
   }
 }
 
@@ -68,12 +75,14 @@ struct RequestedCommands : ControllerTest {
   }
 };
 
-TEST_F(RequestedCommands, AreThoseOfTheRows) {
+TEST_F(RequestedCommands, AreThoseOfTheRowsAsLongAsThereIsAController) {
   EXPECT_EQ(refusal("showChatGPTRemoteGuide"), "");
   ASSERT_EQ(machine.alerts.shown.size(), 1U);
   EXPECT_EQ(machine.alerts.shown[0].messageText, "官方 ChatGPT 連接說明");
   EXPECT_EQ(refusal("quit"), "");
   EXPECT_TRUE(machine.loop.isTerminated());
+  controller.reset();
+  EXPECT_NE(refusal("quit"), "");
 }
 
 TEST_F(RequestedCommands, AreNoOthers) {
@@ -101,20 +110,12 @@ TEST_F(RequestedCommands, AreThoseOfEnabledRowsOnly) {
   EXPECT_EQ(stops(), 1U);
 }
 
-TEST_F(RequestedCommands, AreRefusedWhenTheControllerHasGone) {
-  const auto perform = machine.requests.perform;
+TEST_F(MenuCommands, ChosenRowReachesTheControllerAsLongAsItLives) {
+  performMenuItem(row(29));
+  EXPECT_EQ(newCalls(), CallLog{"terminate"});
   controller.reset();
-  EXPECT_NE(perform("quit"), std::nullopt);
-}
-
-TEST_F(MenuCommands, QuitTerminatesTheApplication) {
-  controller->performAction("quit");
-  EXPECT_EQ(newCalls(), CallLog{"terminate"});
-}
-
-TEST_F(MenuCommands, ChosenRowReachesTheController) {
-  performMenuItem(machine.statusBar.row(29));
-  EXPECT_EQ(newCalls(), CallLog{"terminate"});
+  performMenuItem(row(29));
+  EXPECT_EQ(newCalls(), CallLog{});
 }
 
 TEST_F(MenuCommands, RowThatIsDisabledOrHasNoActionDoesNothing) {
@@ -131,26 +132,17 @@ TEST_F(MenuCommands, RowThatIsDisabledOrHasNoActionDoesNothing) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(MenuCommands, RefreshNowSwitchesAutoConnectBackOnBeforeItReconnects) {
+TEST_F(MenuCommands, RefreshNowSwitchesAutoConnectBackOnReconnectsAndShowsWhatTheBackendSaid) {
   setAutoConnect(false);
-  controller->performAction("refreshNow");
-  EXPECT_EQ(machine.userDefaults.values.at("autoConnectEnabled"), (std::variant<bool, std::string>(true)));
-  machine.loop.runMain();
-  EXPECT_EQ(newCalls(), (CallLog{"create display assertion", "create system assertion",
-                                 "setMenu 🟡 連線狀態：正在重新連線…",
-                                 "setButton Kestrune · 檢查中 · " + state.currentProjectTitle}));
-  EXPECT_EQ(machine.statusBar.row(15).checked, true);
-}
-
-TEST_F(MenuCommands, RefreshNowStoresAutoConnectEvenWhenItIsOnAlready) {
-  controller->performAction("refreshNow");
-  EXPECT_EQ(machine.userDefaults.values.at("autoConnectEnabled"), (std::variant<bool, std::string>(true)));
-}
-
-TEST_F(MenuCommands, RefreshNowShowsWhatTheBackendSaidAtTheEnd) {
   refreshAnswers({.output = "[OK] tunnel: up"});
-  choose("refreshNow");
-  EXPECT_EQ(reconnects(), 1U);
+  controller->performAction("refreshNow");
+  EXPECT_TRUE(isStored("autoConnectEnabled", true));
+  machine.loop.runMain();
+  EXPECT_EQ(newCalls(),
+            (CallLog{"create display assertion", "create system assertion",
+                     std::string("setMenu ") + reconnectingRow, "setButton Kestrune · 檢查中 · 目前專案"}));
+  EXPECT_EQ(row(15).checked, true);
+  machine.loop.settle();
   EXPECT_TRUE(machine.alerts.shown.empty());
   machine.loop.advance(Seconds{1.25});
   EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow("刷新連線", "🟢 tunnel: up")});
@@ -162,26 +154,13 @@ TEST_F(MenuCommands, OpenProjectFolderOpensTheRepositoryUnchecked) {
   EXPECT_EQ(machine.loop.workerJobs(), 0U);
 }
 
-TEST_F(MenuCommands, OpenCodexAppOpensItWhereItIsKept) {
-  machine.fileManager.files["/Applications/Codex.app"];
-  choose("openCodexApp");
-  EXPECT_EQ(newCalls(), CallLog{"open /Applications/Codex.app"});
-}
-
-TEST_F(MenuCommands, OpenCodexAppOpensNothingThatIsMissingAndSaysSo) {
+TEST_F(MenuCommands, OpenCodexAppOpensItWhereItIsKeptOrSaysThatItIsMissing) {
   for (const char* const other : {"/Applications/Codex", "/Applications"}) machine.fileManager.files[other];
   choose("openCodexApp");
   EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 未找到 Codex App"}));
-  EXPECT_EQ(machine.alerts.shown,
-            std::vector{errorWindow("未找到 Codex App",
-                                    "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 "
-                                    "Codex App，不能只靠 CLI 或 IDE 啟動。")});
-}
-
-TEST_F(MenuCommands, OpenCodexAppLooksForItEachTime) {
-  choose("openCodexApp");
-  machine.alerts.answer(0);
-  newCalls();
+  EXPECT_EQ(closeWindow(), errorWindow("未找到 Codex App",
+                                       "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 "
+                                       "Codex App，不能只靠 CLI 或 IDE 啟動。"));
   machine.fileManager.files["/Applications/Codex.app"];
   choose("openCodexApp");
   EXPECT_EQ(newCalls(), CallLog{"open /Applications/Codex.app"});
@@ -215,38 +194,33 @@ TEST_F(MenuCommands, RestartStartsTheBundleAnewAndTerminatesAtOnce) {
   EXPECT_EQ(machine.loop.workerJobs(), 0U);
 }
 
-TEST_F(MenuCommands, RestartThatFailsSaysSoAndKeepsTheInstance) {
+TEST_F(MenuCommands, RestartThatFailsSaysSoKeepsTheInstanceAndMayBeTriedAgain) {
   machine.workspace.launchError = "找不到檔案。";
   choose("restartMenuClient");
   EXPECT_EQ(newCalls(), (CallLog{"launch /opt/kestrune/KestruneMenuClient",
                                  "open new instance of " + controller->currentAppBundlePath(),
                                  "present alert", "show alert 重新啟動失敗"}));
-  EXPECT_EQ(machine.alerts.shown,
-            std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：找不到檔案。")});
+  EXPECT_EQ(closeWindow(), errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：找不到檔案。"));
   EXPECT_FALSE(machine.loop.isTerminated());
-}
-
-TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramCannotStart) {
-  machine.processes.launchError = "Exec format error";
+  machine.workspace.launchError.reset();
   choose("restartMenuClient");
-  EXPECT_EQ(newCalls(),
-            (CallLog{"launch /opt/kestrune/KestruneMenuClient", "present alert", "show alert 重新啟動失敗"}));
-  EXPECT_EQ(machine.alerts.shown,
-            std::vector{errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：Exec format error")});
+  EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramFails) {
+TEST_F(MenuCommands, RestartKeepsTheInstanceWhenTheNewProgramCannotStartOrFails) {
+  const auto expectFailure = [this](const std::string& reason) {
+    newCalls();
+    choose("restartMenuClient");
+    EXPECT_EQ(newCalls(), (CallLog{"launch /opt/kestrune/KestruneMenuClient", "present alert",
+                                   "show alert 重新啟動失敗"}));
+    EXPECT_EQ(closeWindow(), errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + reason));
+  };
   shellAnswers("--version", {.status = 127, .output = "libx.so.1: cannot open shared object file\n"});
-  choose("restartMenuClient");
+  expectFailure("libx.so.1: cannot open shared object file");
   shellAnswers("--version", {.status = 139});
-  choose("restartMenuClient");
-  machine.alerts.answer(0);
-  machine.loop.settle();
-  EXPECT_EQ(
-      machine.alerts.shown,
-      (std::vector{errorWindow("重新啟動失敗",
-                               "無法重新打開 Kestrune 菜單欄：libx.so.1: cannot open shared object file"),
-                   errorWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：程式以狀態 139 結束。")}));
+  expectFailure("程式以狀態 139 結束。");
+  machine.processes.launchError = "Exec format error";
+  expectFailure("Exec format error");
   EXPECT_FALSE(machine.loop.isTerminated());
 }
 
@@ -274,14 +248,6 @@ TEST_F(MenuCommands, RestartChosenTwiceStartsOneNewInstance) {
   machine.loop.advance(Seconds{1});
   const CallLog calls = newCalls();
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "terminate"), 1);
-  EXPECT_TRUE(machine.loop.isTerminated());
-}
-
-TEST_F(MenuCommands, RestartMayBeTriedAgainAfterAFailure) {
-  machine.workspace.launchError = "x";
-  choose("restartMenuClient");
-  machine.workspace.launchError.reset();
-  choose("restartMenuClient");
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 

@@ -7,16 +7,12 @@ namespace {
 
 using Lamp = ConnectionLampState;
 
-struct MenuRows : ControllerTest {
-  MenuRows() { makeStatusItem(); }
-
+struct MenuRows : WithStatusItem {
   /// A menu built now.
   const Menu& build(const std::string& statusText = "x", Lamp lamp = Lamp::warning) {
     controller->rebuildMenu(statusText, lamp, 0);
     return machine.statusBar.menu();
   }
-
-  const MenuItem& row(std::size_t number) const { return machine.statusBar.row(number); }
 
   /// The numbers of the rows in which a menu built now differs from `before`.
   std::set<int> changedSince(const Menu& before) {
@@ -81,129 +77,41 @@ TEST_F(MenuRows, AreTwentyNineInOrder) {
   EXPECT_EQ(build("正在檢查狀態…").items, expected);
 }
 
-TEST_F(MenuRows, HaveTheirPermanentIdentitiesAndTheControllerForTargetInEveryVariant) {
-  for (int variant = 0; variant < 32; ++variant) {
-    const auto has = [variant](int bit) { return (variant >> bit & 1) != 0; };
-    state.reconnectInProgress = has(0);
-    state.sleepAssertionActive = has(1);
-    setAutoConnect(has(2));
-    machine.userDefaults.setBool("keepAwakeEnabled", has(3));
-    controller->setOfficialConnectionMode(has(4));
-    const Menu& menu = build();
-    ASSERT_EQ(menu.items.size(), 29U);
-    for (int i = 0; i < 29; ++i) {
-      const MenuItem& item = menu.items[static_cast<std::size_t>(i)];
-      EXPECT_EQ(item.id, i + 1);
-      EXPECT_EQ(item.target.lock(), controller);
-      EXPECT_EQ(item.isSeparator, i + 1 == 12 || i + 1 == 19 || i + 1 == 28);
-    }
-  }
-}
-
 TEST_F(MenuRows, SecondRowIsTheDotTheWordsAndTheStatusWithNothingBetween) {
-  build("已停用，不會啟動背景服務", Lamp::warning);
-  EXPECT_EQ(row(2).title, "🟡 連線狀態：已停用，不會啟動背景服務");
-  build("已連線", Lamp::ok);
-  EXPECT_EQ(row(2).title, "🟢 連線狀態：已連線");
-  build("異常", Lamp::error);
-  EXPECT_EQ(row(2).title, "🔴 連線狀態：異常");
-  build("", Lamp::error);
-  EXPECT_EQ(row(2).title, "🔴 連線狀態：");
-}
-
-TEST_F(MenuRows, LampChangesOnlyTheSecondRow) {
-  const Menu before = build("x", Lamp::warning);
-  controller->rebuildMenu("x", Lamp::error, 0);
+  const Menu before = build("", Lamp::error);
+  EXPECT_EQ(title(2), "🔴 連線狀態：");
+  controller->rebuildMenu("已連線", Lamp::ok, 99);
   Menu expected = before;
-  expected.items[1].title = "🔴 連線狀態：x";
+  expected.items[1].title = "🟢 連線狀態：已連線";
   EXPECT_EQ(machine.statusBar.menu(), expected);
 }
 
-TEST_F(MenuRows, SummariesAppearAsTheyAreStored) {
-  const Menu before = build();
-  state.codexVersionSummary = " Codex：OK 0.46.0 ";
-  state.codexRemoteControlSummary = "Remote Control：需檢查 not enabled";
-  state.codexAppSummary = "";
-  state.chatGPTRemoteSummary = std::string(300, 'x');
-  EXPECT_EQ(changedSince(before), (std::set<int>{4, 5, 6, 7}));
-  EXPECT_EQ(row(4), label(4, " Codex：OK 0.46.0 "));
-  EXPECT_EQ(row(5), label(5, "Remote Control：需檢查 not enabled"));
-  EXPECT_EQ(row(6), label(6, ""));
-  EXPECT_EQ(row(7), label(7, std::string(300, 'x')));
+TEST_F(MenuRows, TextsAppearAsTheyAreKnownButForTheNameOfTheThread) {
+  const std::string longest(100, 'x');
+  backendAnswers({.output = "[OK] Codex CLI:  0.46.0 \n[FAIL] Codex Remote Control: not enabled"});
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=t";
+  machine.localService.answer = R"({"projects":[{"selected":true,"title":" my_project & <co> )" + longest +
+                                R"(","thread_name":"  )" + longest + R"("}]})";
+  machine.userDefaults.setBool("keepAwakeEnabled", false);
+  controller->startMonitoringNetwork();
+  Menu expected = build();
+  machine.pathMonitors.report({.satisfied = true, .usesWiFi = true});
+  machine.loop.advance(Seconds{5});
+  expected.items[3] = label(4, "Codex：OK 0.46.0");
+  expected.items[4] = label(5, "Remote Control：需檢查 not enabled");
+  expected.items[7] = label(8, "同步專案： my_project & <co> " + longest);
+  expected.items[8] = label(9, "同步會話：" + longest.substr(0, 31) + "...");
+  expected.items[9] = label(10, "目前網路：Wi-Fi 已連線");
+  EXPECT_EQ(build(), expected);
 }
 
-TEST_F(MenuRows, ProjectTitleIsShownWhole) {
-  const Menu before = build();
-  state.currentProjectTitle = " my_project & <co> " + std::string(100, 'x');
-  EXPECT_EQ(changedSince(before), std::set<int>{8});
-  EXPECT_EQ(row(8), label(8, "同步專案： my_project & <co> " + std::string(100, 'x')));
-}
-
-TEST_F(MenuRows, ThreadNameIsShortened) {
-  const Menu before = build();
-  state.currentThreadName = "  " + std::string(35, 'x') + "  ";
-  EXPECT_EQ(changedSince(before), std::set<int>{9});
-  EXPECT_EQ(row(9), label(9, "同步會話：" + std::string(31, 'x') + "..."));
-  EXPECT_EQ(state.currentThreadName, "  " + std::string(35, 'x') + "  ");
-}
-
-TEST_F(MenuRows, NetworkIsShown) {
-  const Menu before = build();
-  state.lastPathDescription = "Wi-Fi 已連線";
-  EXPECT_EQ(changedSince(before), std::set<int>{10});
-  EXPECT_EQ(row(10), label(10, "目前網路：Wi-Fi 已連線"));
-}
-
-TEST_F(MenuRows, EleventhRowShowsWhetherTheAssertionsAreHeld) {
+TEST_F(MenuRows, EleventhRowShowsWhetherTheAssertionsAreHeldAndTheSixteenthWhetherTheyShouldBe) {
   const Menu before = build();
   controller->ensureSleepAssertion();
   EXPECT_EQ(changedSince(before), std::set<int>{11});
   EXPECT_EQ(row(11), label(11, "保持喚醒：已開啟"));
-}
-
-TEST_F(MenuRows, AssertionsAndKeepAwakePreferenceMayDiffer) {
   machine.userDefaults.setBool("keepAwakeEnabled", false);
-  controller->ensureSleepAssertion();
-  build();
-  EXPECT_EQ(row(11).title, "保持喚醒：已開啟");
-  EXPECT_EQ(row(16).checked, false);
-  machine.userDefaults.setBool("keepAwakeEnabled", true);
-  controller->releaseSleepAssertion();
-  build();
-  EXPECT_EQ(row(11).title, "保持喚醒：已關閉");
-  EXPECT_EQ(row(16).checked, true);
-}
-
-TEST_F(MenuRows, LaunchAtLoginIsCheckedWhenEitherLabelIsRegistered) {
-  const Menu before = build();
-  for (const std::vector<std::string>& registered :
-       {std::vector<std::string>{"com.dovrel.kestrune.menuclient"},
-        {"com.dovrel.halvask.menuclient"},
-        {"com.dovrel.kestrune.menuclient", "com.dovrel.halvask.menuclient"}}) {
-    machine.fileManager.files.clear();
-    for (const auto& label : registered) machine.fileManager.files[machine.launchAgents.path(label)];
-    EXPECT_EQ(changedSince(before), std::set<int>{14});
-    EXPECT_EQ(row(14).checked, true);
-  }
-  machine.fileManager.files.clear();
-  for (const char* const label : {"com.dovrel.kestrune", "com.kestrune.mac-service"}) {
-    machine.fileManager.files[machine.launchAgents.path(label)];
-  }
-  EXPECT_EQ(changedSince(before), std::set<int>{});
-}
-
-TEST_F(MenuRows, AutoConnectChangesItsCheckMarkAndTheConnectionCommand) {
-  const Menu before = build();
-  setAutoConnect(false);
-  EXPECT_EQ(changedSince(before), (std::set<int>{15, 18}));
-  EXPECT_EQ(row(15), command(15, "自動維持連線", "toggleAutoConnect", "a", false));
-  EXPECT_EQ(row(18), command(18, "立即重新檢查連線", "refreshNow", "r"));
-}
-
-TEST_F(MenuRows, KeepAwakeChangesItsCheckMarkOnly) {
-  const Menu before = build();
-  machine.userDefaults.setBool("keepAwakeEnabled", false);
-  EXPECT_EQ(changedSince(before), std::set<int>{16});
+  EXPECT_EQ(changedSince(before), (std::set<int>{11, 16}));
   EXPECT_EQ(row(16), command(16, "保持 Mac 醒著（防止斷線）", "toggleKeepAwake", "k", false));
 }
 
@@ -226,67 +134,16 @@ TEST_F(MenuRows, ConnectionCommandDependsOnReconnectFirstAndThenOnAutoConnect) {
   };
   const Case cases[] = {
       {true, true, reconnecting}, {true, false, reconnecting}, {false, true, stop}, {false, false, check}};
+  const Menu before = build();
   for (const Case& each : cases) {
     state.reconnectInProgress = each.reconnectInProgress;
     setAutoConnect(each.autoConnect);
-    build();
+    const std::set<int> changed = changedSince(before);
+    EXPECT_EQ(changed.contains(15), !each.autoConnect);
+    EXPECT_EQ(row(15), command(15, "自動維持連線", "toggleAutoConnect", "a", each.autoConnect));
     EXPECT_EQ(row(18), each.row);
+    EXPECT_LE(changed.size(), 2U);
   }
-}
-
-TEST_F(MenuRows, ReconnectChangesOnlyTheConnectionCommand) {
-  const Menu before = build();
-  state.reconnectInProgress = true;
-  EXPECT_EQ(changedSince(before), std::set<int>{18});
-}
-
-TEST_F(MenuRows, OtherFlagsChangeNothing) {
-  const Menu before = build();
-  state.statusRefreshInProgress = true;
-  state.liveSessionRefreshInProgress = true;
-  EXPECT_EQ(changedSince(before), std::set<int>{});
-}
-
-TEST_F(MenuRows, PendingCountChangesNothing) {
-  const Menu before = build();
-  for (const int pendingCount : {1, 99, -1}) {
-    controller->rebuildMenu("x", Lamp::warning, pendingCount);
-    EXPECT_EQ(machine.statusBar.menu(), before);
-  }
-}
-
-TEST_F(MenuRows, AreASnapshot) {
-  build();
-  const auto menus = machine.statusBar.menus.size();
-  state.currentProjectTitle = "Another";
-  setAutoConnect(false);
-  machine.loop.settle();
-  EXPECT_EQ(machine.statusBar.menus.size(), menus);
-  EXPECT_EQ(row(8).title, "同步專案：目前專案");
-  EXPECT_EQ(row(15).checked, true);
-}
-
-TEST_F(MenuRows, AreBuiltWhollyAnewForEveryChange) {
-  build();
-  const auto menus = machine.statusBar.menus.size();
-  build();
-  EXPECT_EQ(machine.statusBar.menus.size(), menus + 1);
-  EXPECT_EQ(machine.statusBar.menus[menus], machine.statusBar.menus[menus - 1]);
-}
-
-TEST_F(MenuRows, LeaveTheButtonAlone) {
-  const auto buttons = machine.statusBar.buttons.size();
-  build();
-  EXPECT_EQ(machine.statusBar.buttons.size(), buttons);
-}
-
-TEST_F(MenuRows, DoNotKeepTheControllerAlive) {
-  const std::weak_ptr<AppDelegate> weak = controller;
-  build();
-  controller.reset();
-  EXPECT_TRUE(weak.expired());
-  performMenuItem(row(29));
-  EXPECT_FALSE(machine.loop.isTerminated());
 }
 
 TEST(MenuWithoutStatusItem, StopsTheProcess) {

@@ -105,15 +105,49 @@ TEST_F(PathReportsTest, HasNothingToDoBeforeItBegins) {
   EXPECT_EQ(reports.takeReport(clock.awakeTime()), std::nullopt);
 }
 
-TEST_F(PathReportsTest, ReportsTheFirstPathAtOnce) {
-  startOn(wired);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
+/// At that moment the network is another one; absent: the machine resumes.
+struct Event {
+  long when;
+  std::optional<RoutedPath> path;
+};
+struct Course {
+  const char* name;
+  RoutedPath first;
+  std::vector<Event> events;
+  Machine::Said said;
+};
+
+struct PathReportsOf : PathReportsTest, ::testing::WithParamInterface<Course> {};
+
+TEST_P(PathReportsOf, AreThese) {
+  startOn(GetParam().first);
+  for (const auto& [when, path] : GetParam().events) path ? change(when, *path) : resume(when);
+  EXPECT_EQ(saidInTheEnd(), GetParam().said);
 }
 
-TEST_F(PathReportsTest, ReportsAtOnceThatThereIsNoneAtFirst) {
-  startOn(none);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}}));
-}
+const Course courses[] = {
+    {"APathAtFirst", wired, {}, {{0, "wired"}}},
+    {"NoneAtFirst", none, {}, {{0, "none"}}},
+    {"ALoss", wired, {{5000, none}}, {{0, "wired"}, {7000, "none"}}},
+    {"OtherTypes", wired, {{5000, wiFi}, {9000, tunnel}}, {{0, "wired"}, {5250, "Wi-Fi"}, {9250, "other"}}},
+    {"AnotherNetworkOfTheSameType", wiFi, {{5000, otherWiFi}}, {{0, "Wi-Fi"}, {5250, "Wi-Fi"}}},
+    {"WhatIsOverWithinABurst", wired, {{5000, none}, {5200, wired}}, {{0, "wired"}}},
+    {"AnInterruption", wired, {{5000, none}, {6990, wired}}, {{0, "wired"}, {7240, "wired"}}},
+    {"ANetworkThatReplacesALostOne", wired, {{5000, none}, {6000, wiFi}}, {{0, "wired"}, {6250, "Wi-Fi"}}},
+    {"AGainAfterALoss",
+     wired,
+     {{5000, none}, {8000, wired}},
+     {{0, "wired"}, {7000, "none"}, {8250, "wired"}}},
+    {"AResumeOnTheSamePath", wired, {{5000, {}}}, {{0, "wired"}, {5250, "wired"}}},
+    {"AResumeWithoutAPath", none, {{5000, {}}}, {{0, "none"}, {5250, "none"}}},
+    {"ANetworkThatComesBackTwoSecondsAfterAResume",
+     wiFi,
+     {{5000, none}, {6000, {}}, {7999, wiFi}},
+     {{0, "Wi-Fi"}, {8249, "Wi-Fi"}}},
+    {"ALossThatIsAskedAboutAfterAResume", wiFi, {{5000, none}, {5200, {}}}, {{0, "Wi-Fi"}, {7200, "none"}}},
+};
+INSTANTIATE_TEST_SUITE_P(All, PathReportsOf, ::testing::ValuesIn(courses),
+                         [](const auto& each) { return each.param.name; });
 
 TEST_F(PathReportsTest, AsksOncePerBurstAndReportsAGainAtItsEnd) {
   startOn(none);
@@ -129,60 +163,11 @@ TEST_F(PathReportsTest, AsksFourTimesASecondAtMost) {
   EXPECT_LE(questions, 42);
 }
 
-TEST_F(PathReportsTest, ReportsALossTwoSecondsAfterTheFirstMessage) {
-  startOn(wired);
-  change(5000, none);
-  passUntil(6999);
-  EXPECT_EQ(said.size(), 1u);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7000, "none"}}));
-}
-
 TEST_F(PathReportsTest, CountsALossFromItsBeginningWhateverElseComes) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
   // The burst that is under way at 7000 may bring the network back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
-}
-
-TEST_F(PathReportsTest, ReportsAnotherTypeAtOnce) {
-  startOn(wired);
-  change(5000, wiFi);
-  change(9000, tunnel);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5250, "Wi-Fi"}, {9250, "other"}}));
-}
-
-TEST_F(PathReportsTest, ReportsAnotherNetworkOfTheSameType) {
-  startOn(wiFi);
-  change(5000, otherWiFi);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {5250, "Wi-Fi"}}));
-}
-
-TEST_F(PathReportsTest, DoesNotReportWhatIsOverWithinABurst) {
-  startOn(wired);
-  change(5000, none);
-  change(5200, wired);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
-}
-
-TEST_F(PathReportsTest, ReportsAnInterruptionOnceAndNotAsALoss) {
-  startOn(wired);
-  change(5000, none);
-  change(6990, wired);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7240, "wired"}}));
-}
-
-TEST_F(PathReportsTest, ReportsOnlyTheNetworkThatReplacesALostOne) {
-  startOn(wired);
-  change(5000, none);
-  change(6000, wiFi);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {6250, "Wi-Fi"}}));
-}
-
-TEST_F(PathReportsTest, ReportsAGainAfterALossAtOnce) {
-  startOn(wired);
-  change(5000, none);
-  change(8000, wired);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7000, "none"}, {8250, "wired"}}));
 }
 
 TEST_F(PathReportsTest, ReportsAGainAtOnceAfterManyChanges) {
@@ -201,37 +186,6 @@ TEST_F(PathReportsTest, AsksAgainWhatChangesBeforeTheAnswer) {
   EXPECT_EQ(questions, 3);
 }
 
-// --- sleep
-
-TEST_F(PathReportsTest, ReportsAnUnchangedPathAgainAfterAResume) {
-  startOn(wired);
-  resume(5000);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5250, "wired"}}));
-}
-
-TEST_F(PathReportsTest, ReportsAfterAResumeThatThereIsStillNoPath) {
-  startOn(none);
-  resume(5000);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "none"}}));
-}
-
-TEST_F(PathReportsTest, GivesANetworkTwoSecondsToComeBackAfterAResume) {
-  startOn(wiFi);
-  change(5000, none);
-  resume(6000);
-  change(7999, wiFi);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {8249, "Wi-Fi"}}));
-}
-
-TEST_F(PathReportsTest, CountsALossThatIsAskedAboutAfterAResumeFromTheResume) {
-  startOn(wiFi);
-  change(5000, none);
-  resume(5200);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "Wi-Fi"}, {7200, "none"}}));
-}
-
-// --- failures
-
 TEST_F(PathReportsTest, TakesAnUnknownPathForASatisfiedOne) {
   questionsFail = true;
   startOn(none);
@@ -245,8 +199,6 @@ TEST_F(PathReportsTest, KeepsTheLastKnownPathWhenAQuestionFails) {
   resume(20000);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {20250, "wired"}}));
 }
-
-// --- networks that flap
 
 TEST_F(PathReportsTest, LooksAgainEveryTenSecondsWhileTheLinkFlaps) {
   startOn(wired);

@@ -6,76 +6,47 @@ namespace {
 struct Preferences : ControllerTest {
   using Value = std::variant<bool, std::string>;
   std::map<std::string, Value>& stored = machine.userDefaults.values;
+
+  void expectRead(bool autoConnect, bool keepAwake, bool official) const {
+    EXPECT_EQ(controller->isAutoConnectEnabled(), autoConnect);
+    EXPECT_EQ(controller->isKeepAwakeEnabled(), keepAwake);
+    EXPECT_EQ(controller->isOfficialConnectionMode(), official);
+    EXPECT_EQ(controller->connectionModeLabel(), official ? "官方 ChatGPT" : "Kestrune 自托管");
+  }
 };
 
 TEST_F(Preferences, FreshStoreMeansEverythingOnAndSelfHosted) {
-  EXPECT_TRUE(controller->isAutoConnectEnabled());
-  EXPECT_TRUE(controller->isKeepAwakeEnabled());
-  EXPECT_FALSE(controller->isOfficialConnectionMode());
-  EXPECT_EQ(controller->connectionModeLabel(), "Kestrune 自托管");
+  expectRead(true, true, false);
+  EXPECT_TRUE(stored.empty()) << "reading writes nothing";
 }
 
-TEST_F(Preferences, ReadingWritesNothing) {
-  controller->isAutoConnectEnabled();
-  controller->isKeepAwakeEnabled();
-  controller->isOfficialConnectionMode();
-  controller->connectionModeLabel();
-  EXPECT_TRUE(stored.empty());
-}
-
-TEST_F(Preferences, StoredFalseIsNotTheDefault) {
-  controller->setAutoConnectEnabled(false);
-  EXPECT_FALSE(controller->isAutoConnectEnabled());
-  EXPECT_TRUE(controller->isKeepAwakeEnabled());
-  controller->setKeepAwakeEnabled(false);
-  EXPECT_FALSE(controller->isKeepAwakeEnabled());
-}
-
-TEST_F(Preferences, StoredTrueReadsAsOn) {
-  controller->setAutoConnectEnabled(false);
-  controller->setAutoConnectEnabled(true);
-  controller->setKeepAwakeEnabled(false);
-  controller->setKeepAwakeEnabled(true);
-  EXPECT_TRUE(controller->isAutoConnectEnabled());
-  EXPECT_TRUE(controller->isKeepAwakeEnabled());
-}
-
-TEST_F(Preferences, AutoConnectIsStoredAsABooleanUnderItsKey) {
+TEST_F(Preferences, AreStoredUnderTheirKeysAndReadAnewEachTime) {
   controller->setAutoConnectEnabled(false);
   EXPECT_EQ(stored, (std::map<std::string, Value>{{"autoConnectEnabled", false}}));
-  controller->setAutoConnectEnabled(true);
-  EXPECT_EQ(stored, (std::map<std::string, Value>{{"autoConnectEnabled", true}}));
-}
-
-TEST_F(Preferences, KeepAwakeIsStoredAsABooleanUnderItsKey) {
+  expectRead(false, true, false);
   controller->setKeepAwakeEnabled(false);
-  EXPECT_EQ(stored, (std::map<std::string, Value>{{"keepAwakeEnabled", false}}));
+  controller->setOfficialConnectionMode(true);
+  EXPECT_EQ(stored, (std::map<std::string, Value>{{"autoConnectEnabled", false},
+                                                  {"keepAwakeEnabled", false},
+                                                  {"connectionMode", std::string("official_chatgpt")}}));
+  expectRead(false, false, true);
+  controller->setAutoConnectEnabled(true);
   controller->setKeepAwakeEnabled(true);
-  EXPECT_EQ(stored, (std::map<std::string, Value>{{"keepAwakeEnabled", true}}));
-}
-
-TEST_F(Preferences, OfficialModeIsStoredAsItsText) {
-  controller->setOfficialConnectionMode(true);
-  EXPECT_EQ(stored, (std::map<std::string, Value>{{"connectionMode", std::string("official_chatgpt")}}));
-  EXPECT_TRUE(controller->isOfficialConnectionMode());
-  EXPECT_EQ(controller->connectionModeLabel(), "官方 ChatGPT");
-}
-
-TEST_F(Preferences, SelfHostedModeIsWrittenAndDoesNotRemoveTheKey) {
-  controller->setOfficialConnectionMode(true);
   controller->setOfficialConnectionMode(false);
-  EXPECT_EQ(stored, (std::map<std::string, Value>{{"connectionMode", std::string("kestrune_self_hosted")}}));
-  EXPECT_FALSE(controller->isOfficialConnectionMode());
-  EXPECT_EQ(controller->connectionModeLabel(), "Kestrune 自托管");
+  EXPECT_EQ(stored, (std::map<std::string, Value>{{"autoConnectEnabled", true},
+                                                  {"keepAwakeEnabled", true},
+                                                  {"connectionMode", std::string("kestrune_self_hosted")}}));
+  expectRead(true, true, false);
+  stored["autoConnectEnabled"] = false;
+  expectRead(false, true, false);
 }
 
 TEST_F(Preferences, OnlyTheExactTextSelectsTheOfficialMode) {
   for (const char* text : {"OFFICIAL_CHATGPT", "official", "", "official_chatgpt ", " official_chatgpt",
-                           "Official_chatgpt", "kestrune_self_hosted", "official_chatgpt\n"}) {
+                           "kestrune_self_hosted", "official_chatgpt\n"}) {
     SCOPED_TRACE(text);
     stored["connectionMode"] = std::string(text);
-    EXPECT_FALSE(controller->isOfficialConnectionMode());
-    EXPECT_EQ(controller->connectionModeLabel(), "Kestrune 自托管");
+    expectRead(true, true, false);
   }
 }
 
@@ -83,25 +54,7 @@ TEST_F(Preferences, ValueOfTheWrongKindReadsAsNeverWritten) {
   stored["autoConnectEnabled"] = std::string("false");
   stored["keepAwakeEnabled"] = std::string("");
   stored["connectionMode"] = true;
-  EXPECT_TRUE(controller->isAutoConnectEnabled());
-  EXPECT_TRUE(controller->isKeepAwakeEnabled());
-  EXPECT_FALSE(controller->isOfficialConnectionMode());
-}
-
-TEST_F(Preferences, NothingIsCachedBetweenTwoReads) {
-  ASSERT_TRUE(controller->isAutoConnectEnabled());
-  ASSERT_TRUE(controller->isKeepAwakeEnabled());
-  ASSERT_FALSE(controller->isOfficialConnectionMode());
-  stored["autoConnectEnabled"] = false;
-  stored["keepAwakeEnabled"] = false;
-  stored["connectionMode"] = std::string("official_chatgpt");
-  EXPECT_FALSE(controller->isAutoConnectEnabled());
-  EXPECT_FALSE(controller->isKeepAwakeEnabled());
-  EXPECT_TRUE(controller->isOfficialConnectionMode());
-  stored.clear();
-  EXPECT_TRUE(controller->isAutoConnectEnabled());
-  EXPECT_TRUE(controller->isKeepAwakeEnabled());
-  EXPECT_FALSE(controller->isOfficialConnectionMode());
+  expectRead(true, true, false);
 }
 
 }  // namespace

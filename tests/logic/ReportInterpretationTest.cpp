@@ -7,23 +7,13 @@ ConnectionLampState lampOf(bool ok, const std::string& output) {
   return AppDelegate::inferLampState({ok, output});
 }
 
-const char* const newlines[] = {"\n", "\r\n", "\r", "\v", "\f", "\u0085", "\u2028", "\u2029"};
-
-TEST(ReportInterpretation, ReportWithoutFaultFollowsTheExitStatus) {
-  EXPECT_EQ(lampOf(true, "[OK] Mac service: running"), ConnectionLampState::ok);
-  EXPECT_EQ(lampOf(false, "[OK] Mac service: running"), ConnectionLampState::warning);
-}
-
 TEST(ReportInterpretation, EachFaultMarkerIsAnErrorWhateverTheExitStatus) {
-  for (const char* report : {"[FAIL] tunnel: down", "desktop bridge 未載入", "Mac service 無回應", "x[FAIL]y",
-                             "[OK] tunnel: 無回應", "未載入", "無回應"}) {
+  for (const char* report :
+       {"[FAIL] tunnel: down", "desktop bridge 未載入", "Mac service 無回應", "x[FAIL]y",
+        "[OK] tunnel: 無回應", "未載入", "無回應", "[OK] a: b\n\n  [FAIL] tunnel: down  \n[OK] c: d\n"}) {
     EXPECT_EQ(lampOf(true, report), ConnectionLampState::error) << report;
     EXPECT_EQ(lampOf(false, report), ConnectionLampState::error) << report;
   }
-}
-
-TEST(ReportInterpretation, OneFaultAmongManyLinesIsEnough) {
-  EXPECT_EQ(lampOf(true, "[OK] a: b\n\n  [FAIL] tunnel: down  \n[OK] c: d\n"), ConnectionLampState::error);
 }
 
 TEST(ReportInterpretation, MarkersAreExact) {
@@ -34,18 +24,12 @@ TEST(ReportInterpretation, MarkersAreExact) {
 }
 
 TEST(ReportInterpretation, LinesOfTheCodexRuntimeNeverTouchTheLamp) {
-  for (const char* label : {"Codex CLI", "Codex Remote Control", "Codex App", "ChatGPT Remote Ready"}) {
-    for (const char* fault : {"[FAIL]", "無回應", "未載入"}) {
-      const std::string line = std::string(fault) + " " + label + ": not found";
-      EXPECT_EQ(lampOf(true, line), ConnectionLampState::ok) << line;
-      EXPECT_EQ(lampOf(false, line), ConnectionLampState::warning) << line;
+  for (const std::string label : {"Codex CLI", "Codex Remote Control", "Codex App", "ChatGPT Remote Ready"}) {
+    for (const char* fault : {"[FAIL] ", "無回應 x", "[FAIL] bridge of 未載入 "}) {
+      EXPECT_EQ(lampOf(true, fault + label + ": not found"), ConnectionLampState::ok) << fault << label;
+      EXPECT_EQ(lampOf(false, fault + label + "x"), ConnectionLampState::warning) << fault << label;
     }
   }
-}
-
-TEST(ReportInterpretation, LineThatMentionsACodexLabelAnywhereIsLeftOut) {
-  EXPECT_EQ(lampOf(true, "[FAIL] bridge of the Codex App: 無回應"), ConnectionLampState::ok);
-  EXPECT_EQ(lampOf(true, "[FAIL] xCodex CLIx"), ConnectionLampState::ok);
 }
 
 TEST(ReportInterpretation, CodexLabelsAreExact) {
@@ -56,27 +40,21 @@ TEST(ReportInterpretation, CodexLabelsAreExact) {
 }
 
 TEST(ReportInterpretation, LabelAndFaultOnDifferentLinesHaveNothingToDoWithEachOther) {
-  for (const char* newline : newlines) {
-    EXPECT_EQ(lampOf(true, std::string("Codex App") + newline + "[FAIL] tunnel: down"),
+  for (const std::string newline : {"\n", "\r\n", "\u2028"}) {
+    EXPECT_EQ(lampOf(true, "Codex App" + newline + "[FAIL] tunnel: down"), ConnectionLampState::error);
+    EXPECT_EQ(lampOf(true, "[FAIL] tunnel: down" + newline + "[OK] Codex CLI: 1"),
               ConnectionLampState::error);
-    EXPECT_EQ(lampOf(true, std::string("[FAIL] tunnel: down") + newline + "[OK] Codex CLI: 1"),
-              ConnectionLampState::error);
-    EXPECT_EQ(lampOf(true, std::string("[FAIL] Codex CLI: x") + newline + "[OK] tunnel: up"),
-              ConnectionLampState::ok);
+    EXPECT_EQ(lampOf(true, "[FAIL] Codex CLI: x" + newline + "[OK] tunnel: up"), ConnectionLampState::ok);
   }
 }
 
-TEST(ReportInterpretation, FixedTextsOfTheRunnerFollowTheExitStatus) {
-  EXPECT_EQ(lampOf(true, "沒有輸出。"), ConnectionLampState::ok);
-  EXPECT_EQ(lampOf(false, "沒有輸出。"), ConnectionLampState::warning);
-  EXPECT_EQ(lampOf(false, "命令逾時，已停止等待。"), ConnectionLampState::warning);
-  EXPECT_EQ(lampOf(false, "[OK] Mac service: running\n命令逾時，已停止等待。"), ConnectionLampState::warning);
-  EXPECT_EQ(lampOf(false, "No such file or directory"), ConnectionLampState::warning);
-}
-
-TEST(ReportInterpretation, EmptyReportFollowsTheExitStatus) {
-  EXPECT_EQ(lampOf(true, ""), ConnectionLampState::ok);
-  EXPECT_EQ(lampOf(false, ""), ConnectionLampState::warning);
+TEST(ReportInterpretation, ReportWithoutFaultFollowsTheExitStatus) {
+  for (const char* report :
+       {"[OK] Mac service: running", "沒有輸出。", "命令逾時，已停止等待。",
+        "[OK] Mac service: running\n命令逾時，已停止等待。", "No such file or directory", ""}) {
+    EXPECT_EQ(lampOf(true, report), ConnectionLampState::ok) << report;
+    EXPECT_EQ(lampOf(false, report), ConnectionLampState::warning) << report;
+  }
 }
 
 TEST(ReportInterpretation, FaultAtTheEndOfALongReportIsFound) {
@@ -86,20 +64,13 @@ TEST(ReportInterpretation, FaultAtTheEndOfALongReportIsFound) {
   EXPECT_EQ(lampOf(true, report + "[FAIL] tunnel: down"), ConnectionLampState::error);
 }
 
-TEST(DisplayForm, ReplacesTheMarkersByDots) {
+TEST(DisplayForm, ReplacesEveryMarkerByADotAndChangesNothingElse) {
   EXPECT_EQ(AppDelegate::prettifyOutput("[OK] a\n[FAIL] b"), "🟢 a\n🔴 b");
-}
-
-TEST(DisplayForm, ReplacesEveryMarkerWhereverItStands) {
   EXPECT_EQ(AppDelegate::prettifyOutput("[OK][OK] x[FAIL]y[FAIL]"), "🟢🟢 x🔴y🔴");
-  EXPECT_EQ(AppDelegate::prettifyOutput("[FAIL] Codex CLI: x"), "🔴 Codex CLI: x");
-}
-
-TEST(DisplayForm, ChangesNothingElse) {
+  EXPECT_EQ(AppDelegate::prettifyOutput("[[OK]]"), "[🟢]");
   for (const char* text : {"", " [ok] [OK [FAIL ] OK \r\n\t沒有輸出。（x） \n", "[[O]K]", "[FAI[L]"}) {
     EXPECT_EQ(AppDelegate::prettifyOutput(text), text);
   }
-  EXPECT_EQ(AppDelegate::prettifyOutput("[[OK]]"), "[🟢]");
 }
 
 }  // namespace

@@ -25,39 +25,18 @@ TEST_F(ShellRunner, GivesTheWholeLineToALoginShellAsOneArgument) {
   EXPECT_EQ(machine.processes.launches[0].arguments, (std::vector<std::string>{"-lc", line}));
 }
 
-TEST_F(ShellRunner, SuccessWithoutOutputSaysSo) {
-  EXPECT_EQ(run({}), (CommandResult{true, "沒有輸出。"}));
-}
-
-TEST_F(ShellRunner, FailureWithoutOutputSaysSo) {
-  EXPECT_EQ(run({.status = 1}), (CommandResult{false, "沒有輸出。"}));
-}
-
-TEST_F(ShellRunner, OutputOfASuccess) {
-  EXPECT_EQ(run({.output = "a\nb\n"}), (CommandResult{true, "a\nb"}));
-}
-
-TEST_F(ShellRunner, OutputOfAFailureIsKept) {
-  EXPECT_EQ(run({.status = 7, .output = "no such thing\n"}), (CommandResult{false, "no such thing"}));
-}
-
-TEST_F(ShellRunner, OnlyStatusZeroIsSuccess) {
-  for (const int status : {1, 2, 126, 127, 130, 143, 255, -1}) {
-    EXPECT_FALSE(run({.status = status, .output = "x"}).ok) << status;
-  }
-}
-
-TEST_F(ShellRunner, TrimsWhiteSpaceAndNewlinesAtBothEndsOnly) {
-  struct Case {
-    const char* output;
-    const char* shown;
-  };
-  const Case cases[] = {
+TEST_F(ShellRunner, ResultIsTheExitStatusAndTheTrimmedOutput) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "沒有輸出。"},       {" \n\t　", "沒有輸出。"},
       {"  a  b  ", "a  b"},     {"\r\n\ta\r\n\r\nb\v\f\n", "a\r\n\r\nb"},
       {"　\u00A0a\u2028", "a"}, {"\u0085\u2029a", "a"},
-      {" \n\t ", "沒有輸出。"}, {"　", "沒有輸出。"},
   };
-  for (const Case& each : cases) EXPECT_EQ(run({.output = each.output}).output, each.shown);
+  for (const auto& [output, shown] : cases) {
+    for (const int status : {0, 1, 127, 143, 255, -1}) {
+      EXPECT_EQ(run({.status = status, .output = output}), (CommandResult{status == 0, shown}));
+      EXPECT_EQ(elapsed, 0);
+    }
+  }
 }
 
 TEST_F(ShellRunner, OutputThatIsNotUtf8CountsAsNone) {
@@ -78,57 +57,42 @@ TEST_F(ShellRunner, ShellThatCannotBeStartedIsDescribedByTheSystem) {
   EXPECT_TRUE(machine.processes.readPatience.empty());
 }
 
-TEST_F(ShellRunner, ChildThatHasEndedIsNotWaitedFor) {
-  run({});
-  EXPECT_EQ(elapsed, 0);
+TEST_F(ShellRunner, LooksEveryTwentiethOfASecondAndSendsNoSignalInTime) {
+  for (const auto& [runtime, seen] : {std::pair{0.01, 0.05}, {0.06, 0.10}, {1.23, 1.25}, {1.88, 1.9}}) {
+    newCalls();
+    machine.processes.readPatience.clear();
+    EXPECT_EQ(run({.runtime = Seconds{runtime}, .output = "x"}), (CommandResult{true, "x"}));
+    EXPECT_NEAR(elapsed, seen, exact);
+    EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
+    EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{1}});
+  }
 }
 
-TEST_F(ShellRunner, LooksEveryTwentiethOfASecond) {
-  run({.runtime = Seconds{0.01}});
-  EXPECT_NEAR(elapsed, 0.05, exact);
-  run({.runtime = Seconds{0.06}});
-  EXPECT_NEAR(elapsed, 0.10, exact);
-  run({.runtime = Seconds{1.23}});
-  EXPECT_NEAR(elapsed, 1.25, exact);
-}
-
-TEST_F(ShellRunner, ChildThatEndsInTimeGetsNoSignal) {
-  EXPECT_EQ(run({.runtime = Seconds{1.9}, .output = "x"}), (CommandResult{true, "x"}));
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-}
-
-TEST_F(ShellRunner, TimeOutWithoutOutput) {
-  EXPECT_EQ(run({.runtime = Seconds{60}}), (CommandResult{false, "命令逾時，已停止等待。"}));
-  EXPECT_NEAR(elapsed, 2.0 + 0.2, exact);
-}
-
-TEST_F(ShellRunner, TimeOutWithOutputNamesBoth) {
-  EXPECT_EQ(run({.runtime = Seconds{60}, .output = "x\n"}),
-            (CommandResult{false, "x\n命令逾時，已停止等待。"}));
-}
-
-TEST_F(ShellRunner, TimeOutWithBlankOutputIsTheBareNotice) {
-  EXPECT_EQ(run({.runtime = Seconds{60}, .output = " \n\t\n"}),
-            (CommandResult{false, "命令逾時，已停止等待。"}));
-}
-
-TEST_F(ShellRunner, ChildThatEndsWhenAskedToIsNotInterrupted) {
-  run({.runtime = Seconds{60}});
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
-}
-
-TEST_F(ShellRunner, ChildThatIgnoresTerminationIsInterrupted) {
-  run({.runtime = Seconds{60}, .ignoresTerminate = true});
-  EXPECT_EQ(newCalls(),
-            (CallLog{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"}));
+TEST_F(ShellRunner, TimeOutFailsAndTakesTheOutputAsItIs) {
+  const std::pair<const char*, const char*> cases[] = {{"", "命令逾時，已停止等待。"},
+                                                       {" \n\t\n", "命令逾時，已停止等待。"},
+                                                       {"x\n", "x\n命令逾時，已停止等待。"}};
+  for (const auto& [output, shown] : cases) {
+    machine.processes.readPatience.clear();
+    EXPECT_EQ(run({.runtime = Seconds{60}, .output = output}), (CommandResult{false, shown}));
+    EXPECT_NEAR(elapsed, 2.0 + 0.2, exact);
+    EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{0}});
+  }
 }
 
 TEST_F(ShellRunner, ChildHasAFifthOfASecondToEndBeforeItIsInterrupted) {
+  const CallLog asked{"launch /bin/bash", "terminate child", "terminate group"};
+  const CallLog interrupted{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"};
+  run({.runtime = Seconds{60}});
+  EXPECT_EQ(newCalls(), asked);
   run({.runtime = Seconds{60}, .reaction = Seconds{0.19}});
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
+  EXPECT_EQ(newCalls(), asked);
+  EXPECT_FALSE(run({.runtime = Seconds{2.1}, .status = 0, .ignoresTerminate = true}).ok);
+  EXPECT_EQ(newCalls(), asked) << "it ended by itself, but too late";
   run({.runtime = Seconds{60}, .reaction = Seconds{0.21}});
-  EXPECT_EQ(newCalls(),
-            (CallLog{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"}));
+  EXPECT_EQ(newCalls(), interrupted);
+  run({.runtime = Seconds{60}, .ignoresTerminate = true});
+  EXPECT_EQ(newCalls(), interrupted);
 }
 
 TEST_F(ShellRunner, ChildThatSurvivesBothSignalsIsNotWaitedFor) {
@@ -136,11 +100,6 @@ TEST_F(ShellRunner, ChildThatSurvivesBothSignalsIsNotWaitedFor) {
       run({.runtime = Seconds{3600}, .output = "x", .ignoresTerminate = true, .ignoresInterrupt = true}),
       (CommandResult{false, "x\n命令逾時，已停止等待。"}));
   EXPECT_NEAR(elapsed, 2.2, exact);
-}
-
-TEST_F(ShellRunner, TimedOutChildFailsWhateverItsExitStatus) {
-  EXPECT_FALSE(run({.runtime = Seconds{2.1}, .status = 0, .ignoresTerminate = true}).ok);
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "terminate child", "terminate group"}));
 }
 
 TEST_F(ShellRunner, LimitIsTwelveSecondsUnlessToldOtherwise) {
@@ -156,12 +115,7 @@ TEST_F(ShellRunner, LimitOfNothingStopsAChildThatStillRuns) {
     EXPECT_EQ(run({.runtime = Seconds{60}}, Seconds{limit}),
               (CommandResult{false, "命令逾時，已停止等待。"}));
     EXPECT_NEAR(elapsed, 0.2, exact);
-  }
-}
-
-TEST_F(ShellRunner, LimitOfNothingLetsAChildPassThatHasEnded) {
-  for (const double limit : {0.0, -0.5}) {
-    EXPECT_EQ(run({.output = "x"}, Seconds{limit}), (CommandResult{true, "x"}));
+    EXPECT_EQ(run({.output = "x"}, Seconds{limit}), (CommandResult{true, "x"})) << "it has ended already";
     EXPECT_EQ(elapsed, 0);
   }
 }
@@ -175,41 +129,8 @@ TEST_F(ShellRunner, ChildThatEndsBetweenTheLastLookAndTheVerdictIsInTime) {
   EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
 }
 
-TEST_F(ShellRunner, TimeThatTheMachineSleepsDoesNotCount) {
-  bool slept = false;
-  EXPECT_EQ(run({.runtime = Seconds{1},
-                 .output = "x",
-                 .whileRunning =
-                     [&] {
-                       if (!std::exchange(slept, true)) machine.clock.suspend(Seconds{3600});
-                     }}),
-            (CommandResult{true, "x"}));
-  EXPECT_TRUE(slept);
-  run({.runtime = Seconds{60}});
-  EXPECT_NEAR(elapsed, 2.2, exact);
-}
-
-TEST_F(ShellRunner, AfterANormalEndTheOutputMayTakeASecond) {
-  run({.runtime = Seconds{0.1}});
-  EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{1}});
-}
-
-TEST_F(ShellRunner, AfterATimeOutTheOutputIsTakenAsItIs) {
-  run({.runtime = Seconds{60}});
-  EXPECT_EQ(machine.processes.readPatience, std::vector<Seconds>{Seconds{0}});
-}
-
-TEST_F(ShellRunner, RunsShareNothing) {
-  EXPECT_FALSE(run({.runtime = Seconds{60}, .output = "x"}).ok);
-  EXPECT_EQ(run({.output = "y"}), (CommandResult{true, "y"}));
-}
-
 TEST(ShellEscape, MakesOneWordOfAnyText) {
-  struct Case {
-    const char* text;
-    const char* word;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"", "''"},
       {"a", "'a'"},
       {"a'b", "'a'\"'\"'b'"},
@@ -218,7 +139,7 @@ TEST(ShellEscape, MakesOneWordOfAnyText) {
       {"$(x) `y` \"z\" \\ \n *", "'$(x) `y` \"z\" \\ \n *'"},
       {"密碼", "'密碼'"},
   };
-  for (const Case& each : cases) EXPECT_EQ(AppDelegate::shellEscape(each.text), each.word);
+  for (const auto& [text, word] : cases) EXPECT_EQ(AppDelegate::shellEscape(text), word);
 }
 
 }  // namespace

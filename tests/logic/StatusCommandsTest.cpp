@@ -4,9 +4,7 @@ namespace kestrune::testing {
 namespace {
 
 /// What both commands that show the backend's report have in common.
-struct BothStatusCommands : ControllerTest, ::testing::WithParamInterface<const char*> {
-  BothStatusCommands() { makeStatusItem(); }
-
+struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
 };
 
@@ -21,12 +19,6 @@ TEST_P(BothStatusCommands, AskForTheStatusOnTheWorker) {
 }
 
 TEST_P(BothStatusCommands, GiveTheBackendTwelveSeconds) {
-  backendAnswers({.runtime = Seconds{11.9}, .output = "x"});
-  controller->performAction(GetParam());
-  EXPECT_NEAR(timeOfWorkerJob().count(), 11.9, 0.051);
-  machine.loop.settle();
-  EXPECT_EQ(window().informativeText, "x");
-  machine.alerts.answer(0);
   backendAnswers({.runtime = Seconds{60}, .output = "x"});
   controller->performAction(GetParam());
   EXPECT_NEAR(timeOfWorkerJob().count(), 12.2, 0.051);
@@ -34,176 +26,84 @@ TEST_P(BothStatusCommands, GiveTheBackendTwelveSeconds) {
   EXPECT_EQ(window().informativeText, "x\n命令逾時，已停止等待。");
 }
 
-TEST_P(BothStatusCommands, ShowTheWholeReportInReadableForm) {
-  backendAnswers({.output = "[OK] a（b）\n\n[FAIL] c: d\ne [OK]"});
-  choose(GetParam());
-  EXPECT_EQ(machine.alerts.shown.size(), 1U);
-  EXPECT_EQ(window().informativeText, "🟢 a（b）\n\n🔴 c: d\ne 🟢");
-  EXPECT_EQ(window().buttons, std::vector<std::string>{"好"});
-  EXPECT_EQ(window().style, AlertStyle::informational);
-}
-
-TEST_P(BothStatusCommands, FillTheSummariesAtOnce) {
-  backendAnswers({.output = "[OK] Codex CLI: 0.46.0\n[FAIL] Codex App: missing"});
-  controller->performAction(GetParam());
-  machine.loop.runOneWorkerJob();
-  EXPECT_EQ(state.codexVersionSummary, "Codex：尚未檢查");
-  machine.loop.runMain();
-  EXPECT_EQ(state.codexVersionSummary, "Codex：OK 0.46.0");
-  EXPECT_EQ(state.codexAppSummary, "Codex App：需檢查 missing");
-}
-
-TEST_P(BothStatusCommands, AreNotDroppedDuringARefresh) {
+TEST_P(BothStatusCommands, ShowTheWholeReportInReadableFormAlsoDuringARefreshAndWithAutoConnectOff) {
   state.statusRefreshInProgress = true;
+  setAutoConnect(false);
+  backendAnswers({.output = "[OK] Codex CLI: 0.46.0（b）\n\n[FAIL] c: d\ne [OK]"});
   choose(GetParam());
   EXPECT_EQ(statusQueries(), 1U);
-  EXPECT_EQ(machine.alerts.shown.size(), 1U);
-}
-
-TEST_P(BothStatusCommands, WorkAlsoWithAutoConnectOffAndLeaveItOff) {
-  setAutoConnect(false);
-  choose(GetParam());
-  EXPECT_EQ(window().informativeText, "沒有輸出。");
-  EXPECT_FALSE(controller->isAutoConnectEnabled());
-}
-
-TEST_P(BothStatusCommands, PostNoNotification) {
-  choose(GetParam());
+  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+  EXPECT_EQ(title(4), "Codex：OK 0.46.0");
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  EXPECT_EQ(window(),
+            informationWindow(window().messageText, "🟢 Codex CLI: 0.46.0（b）\n\n🔴 c: d\ne 🟢"));
   EXPECT_TRUE(machine.notifications.posted.empty());
-}
-
-TEST_P(BothStatusCommands, KeepTheControllerAliveUntilTheyAreDone) {
-  const std::weak_ptr<AppDelegate> weak = controller;
-  controller->performAction(GetParam());
-  controller.reset();
-  machine.loop.runOneWorkerJob();
-  EXPECT_FALSE(weak.expired());
-  machine.loop.settle();
-  EXPECT_EQ(machine.alerts.shown.size(), 1U);
-  EXPECT_TRUE(weak.expired());
+  EXPECT_FALSE(controller->isAutoConnectEnabled());
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, BothStatusCommands,
                          ::testing::Values("showStatus", "showCodexRuntimeStatus"),
                          [](const auto& each) { return each.param; });
 
-struct ShowStatus : ControllerTest {
-  ShowStatus() { makeStatusItem(); }
-};
+using ShowStatus = WithStatusItem;
 
-TEST_F(ShowStatus, InformsOfASuccess) {
+TEST_F(ShowStatus, WarnsOnlyOfAFailure) {
   backendAnswers({.output = "[FAIL] tunnel: down"});
   choose("showStatus");
-  EXPECT_EQ(machine.alerts.shown, std::vector{informationWindow("目前狀態", "🔴 tunnel: down")});
-}
-
-TEST_F(ShowStatus, WarnsOfAFailure) {
+  EXPECT_EQ(closeWindow(), informationWindow("目前狀態", "🔴 tunnel: down"));
   backendAnswers({.status = 1, .output = "[OK] a"});
   choose("showStatus");
-  backendAnswers({.runtime = Seconds{60}});
-  choose("showStatus");
+  EXPECT_EQ(closeWindow(), errorWindow("目前狀態", "🟢 a"));
   machine.processes.launchError = "Cannot allocate memory";
   choose("showStatus");
-  machine.alerts.answer(0);
-  machine.loop.runMain();
-  machine.alerts.answer(0);
-  machine.loop.runMain();
-  EXPECT_EQ(machine.alerts.shown,
-            (std::vector{errorWindow("目前狀態", "🟢 a"), errorWindow("目前狀態", "命令逾時，已停止等待。"),
-                         errorWindow("目前狀態", "Cannot allocate memory")}));
+  EXPECT_EQ(closeWindow(), errorWindow("目前狀態", "Cannot allocate memory"));
 }
 
-TEST_F(ShowStatus, BeginsARefreshAndThenAsksForItsWindow) {
-  bool asked = false;
-  machine.alerts.whenAsked = [&] {
-    asked = true;
-    EXPECT_TRUE(state.statusRefreshInProgress);
-    EXPECT_EQ(machine.loop.workerJobs(), 1U);
-  };
-  controller->performAction("showStatus");
-  EXPECT_FALSE(state.statusRefreshInProgress);
-  machine.loop.runOneWorkerJob();
-  newCalls();
-  machine.loop.runMain();
-  EXPECT_TRUE(asked);
-  EXPECT_EQ(newCalls(), (CallLog{"present alert", "show alert 目前狀態"}));
-}
-
-TEST_F(ShowStatus, ShowsItsWindowBeforeTheRefreshIsDoneAndTheMenuWithIt) {
+TEST_F(ShowStatus, BeginsARefreshThenShowsItsWindowAndThenTheMenu) {
+  machine.alerts.whenAsked = [this] { EXPECT_TRUE(state.statusRefreshInProgress); };
   choose("showStatus");
   EXPECT_EQ(statusQueries(), 2U);
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "present alert", "show alert 目前狀態",
-                                 "launch /bin/bash", "create display assertion", "create system assertion",
-                                 "setMenu 🟢 連線狀態：已連線",
-                                 "setButton Kestrune · 已連線 · " + state.currentProjectTitle}));
+  EXPECT_EQ(newCalls(),
+            (CallLog{"launch /bin/bash", "present alert", "show alert 目前狀態", "launch /bin/bash",
+                     "create display assertion", "create system assertion",
+                     std::string("setMenu ") + connectedRow, "setButton Kestrune · 已連線 · 未配置"}));
 }
 
-struct ShowCodexRuntimeStatus : ControllerTest {
-  ShowCodexRuntimeStatus() { makeStatusItem(); }
-};
+using ShowCodexRuntimeStatus = WithStatusItem;
 
-TEST_F(ShowCodexRuntimeStatus, RebuildsTheMenuWithoutTouchingTheButton) {
-  controller->performAction("showCodexRuntimeStatus");
-  machine.loop.runOneWorkerJob();
-  newCalls();
-  machine.loop.settle();
-  EXPECT_EQ(newCalls(), (CallLog{"setMenu 🟢 連線狀態：Codex 診斷已更新", "present alert",
-                                 "show alert Codex 版本與 Remote Control"}));
-}
-
-TEST_F(ShowCodexRuntimeStatus, MenuAlreadyShowsTheSummaries) {
-  backendAnswers({.output = "[OK] Codex CLI: 0.46.0"});
-  choose("showCodexRuntimeStatus");
-  EXPECT_EQ(machine.statusBar.menus.size(), 2U);
-  EXPECT_EQ(machine.statusBar.row(4).title, "Codex：OK 0.46.0");
-}
-
-TEST_F(ShowCodexRuntimeStatus, LampIsThatOfTheReport) {
+TEST_F(ShowCodexRuntimeStatus, LampIsThatOfTheReportButTheWindowIsNeverAnError) {
   struct Case {
     int status;
     const char* output;
     const char* row;
+    const char* content;
   };
   const Case cases[] = {
-      {0, "[OK] Mac service: running", "🟢 連線狀態：Codex 診斷已更新"},
-      {0, "[FAIL] Codex CLI: missing", "🟢 連線狀態：Codex 診斷已更新"},
-      {0, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新"},
-      {1, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新"},
-      {1, "x", "🟡 連線狀態：Codex 診斷已更新"},
+      {0, "[FAIL] Codex CLI: missing", "🟢 連線狀態：Codex 診斷已更新", "🔴 Codex CLI: missing"},
+      {0, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新", "🔴 tunnel: down"},
+      {1, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新", "🔴 tunnel: down"},
+      {1, "x", "🟡 連線狀態：Codex 診斷已更新", "x"},
   };
   for (const Case& each : cases) {
     backendAnswers({.status = each.status, .output = each.output});
     choose("showCodexRuntimeStatus");
     EXPECT_EQ(statusRow(), each.row) << each.output;
+    EXPECT_EQ(closeWindow(), informationWindow("Codex 版本與 Remote Control", each.content));
   }
+  EXPECT_EQ(title(4), "Codex：尚未檢查");
 }
 
-TEST_F(ShowCodexRuntimeStatus, WindowIsNeverAnError) {
-  backendAnswers({.status = 1, .output = "[FAIL] x"});
-  choose("showCodexRuntimeStatus");
-  backendAnswers({.runtime = Seconds{60}});
-  choose("showCodexRuntimeStatus");
-  machine.processes.launchError = "Cannot allocate memory";
-  choose("showCodexRuntimeStatus");
-  machine.alerts.answer(0);
-  machine.loop.runMain();
-  machine.alerts.answer(0);
-  machine.loop.runMain();
-  constexpr auto title = "Codex 版本與 Remote Control";
-  EXPECT_EQ(machine.alerts.shown,
-            (std::vector{informationWindow(title, "🔴 x"), informationWindow(title, "命令逾時，已停止等待。"),
-                         informationWindow(title, "Cannot allocate memory")}));
-}
-
-TEST_F(ShowCodexRuntimeStatus, StartsNoRefreshAndTouchesNeitherFlagsNorAssertions) {
+TEST_F(ShowCodexRuntimeStatus, RebuildsTheMenuAndTouchesNothingElse) {
   state.reconnectInProgress = true;
   controller->ensureSleepAssertion();
-  backendAnswers({.status = 1, .output = "x"});
+  newCalls();
+  backendAnswers({.status = 1, .output = "[OK] Codex CLI: 0.46.0"});
   choose("showCodexRuntimeStatus");
-  EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "setMenu 🟡 連線狀態：Codex 診斷已更新",
+                                 "present alert", "show alert Codex 版本與 Remote Control"}));
   EXPECT_FALSE(state.statusRefreshInProgress);
-  EXPECT_TRUE(state.reconnectInProgress);
-  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
+  EXPECT_EQ(title(4), "Codex：OK 0.46.0");
+  EXPECT_EQ(title(18), reconnectingCommand);
 }
 
 }  // namespace

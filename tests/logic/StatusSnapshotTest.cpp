@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <tuple>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "tests/rig/ScopedVariable.h"
@@ -44,16 +45,14 @@ TEST(StatusSnapshot, AsJsonHasEveryMember) {
     "keeps_awake": true, "auto_connect": false, "reconnecting": true})"));
 }
 
-TEST(StatusSnapshot, AsJsonNamesLampAndSource) {
-  for (const auto& [lamp, name] : {std::pair(ConnectionLampState::ok, "ok"),
-                                   {ConnectionLampState::warning, "warning"},
-                                   {ConnectionLampState::error, "error"}}) {
+TEST(StatusSnapshot, NamesLampAndSourceAndHasAnExitCodeForEachLamp) {
+  for (const auto& [lamp, name, code] : {std::tuple(ConnectionLampState::ok, "ok", 0),
+                                         {ConnectionLampState::warning, "warning", 3},
+                                         {ConnectionLampState::error, "error", 4}}) {
     EXPECT_EQ(json::parse(statusJson({.lamp = lamp}, true))["lamp"], name);
+    EXPECT_EQ(statusExitCode(lamp), code);
   }
   EXPECT_EQ(json::parse(statusJson({}, false))["source"], "check");
-}
-
-TEST(StatusSnapshot, AsJsonHasNoTimeBeforeACheck) {
   EXPECT_TRUE(json::parse(statusJson({}, true)).at("checked_at").is_null());
 }
 
@@ -68,12 +67,9 @@ TEST(StatusSnapshot, AsJsonIsOneLineOfTextWhateverTheTextsAre) {
   EXPECT_EQ(json::parse(line)["status"], "a b\"\\");
 }
 
-TEST(StatusSnapshot, IsReadBackAsItWas) {
+TEST(StatusSnapshot, IsReadBackAsItWasAlsoWithMembersThatAreNotKnown) {
   EXPECT_EQ(parseStatusJson(statusJson(full, true)), full);
   EXPECT_EQ(parseStatusJson(statusJson({}, false)), StatusSnapshot{});
-}
-
-TEST(StatusSnapshot, IsReadWithMembersThatAreNotKnown) {
   json value = json::parse(statusJson(full, true));
   value["more"] = {1, 2};
   EXPECT_EQ(parseStatusJson(value.dump()), full);
@@ -113,16 +109,19 @@ TEST(StatusSnapshot, AsTextIsWhatTheMenuSaysAndWhenItWasChecked) {
             "保持喚醒：已開啟\n自動維持連線：已關閉\n檢查時間：2026-01-15 19:04:05\n");
 }
 
+TEST(StatusSnapshot, CanOnlyBeRead) {
+  const StatusSnapshot odd{.status = "a\x1b]0;b\x07\nc\u202Ed", .project = "\r<b>a</b> & c"};
+  const std::string text = statusText(odd, true);
+  EXPECT_EQ(text.find_first_of("\x1b\x07\r"), std::string::npos);
+  EXPECT_NE(text.find("🟡 連線狀態：a c d\n"), std::string::npos) << text;
+  const std::string toolTip = json::parse(statusForWaybar(odd, true))["tooltip"];
+  EXPECT_NE(toolTip.find("同步專案： &lt;b&gt;a&lt;/b&gt; &amp; c"), std::string::npos) << toolTip;
+}
+
 TEST(StatusSnapshot, AsTextSaysThatNoClientRunsAndNothingWasChecked) {
   const std::string text = statusText({}, false);
   EXPECT_NE(text.find("檢查時間：尚未檢查\n沒有可回應的菜單欄程式"), std::string::npos) << text;
   EXPECT_EQ(statusText({}, true).find("沒有可回應"), std::string::npos);
-}
-
-TEST(StatusSnapshot, AsTextCannotDoMoreThanBeRead) {
-  const std::string text = statusText({.status = "a\x1b]0;b\x07\nc\u202Ed", .project = "\r"}, true);
-  EXPECT_EQ(text.find_first_of("\x1b\x07\r"), std::string::npos);
-  EXPECT_NE(text.find("🟡 連線狀態：a c d\n"), std::string::npos) << text;
 }
 
 TEST(StatusSnapshot, ForWaybarIsTheLampWithAllElseBehindIt) {
@@ -132,18 +131,6 @@ TEST(StatusSnapshot, ForWaybarIsTheLampWithAllElseBehindIt) {
   EXPECT_EQ(value["class"], "error");
   const std::string toolTip = value["tooltip"];
   EXPECT_EQ(toolTip + "\n", statusText(full, true));
-}
-
-TEST(StatusSnapshot, ForWaybarIsNeverMarkup) {
-  const json value = json::parse(statusForWaybar({.project = "<b>a</b> & c"}, true));
-  const std::string toolTip = value["tooltip"];
-  EXPECT_NE(toolTip.find("同步專案：&lt;b&gt;a&lt;/b&gt; &amp; c"), std::string::npos) << toolTip;
-}
-
-TEST(StatusSnapshot, HasAnExitCodeForEachLamp) {
-  EXPECT_EQ(statusExitCode(ConnectionLampState::ok), 0);
-  EXPECT_EQ(statusExitCode(ConnectionLampState::warning), 3);
-  EXPECT_EQ(statusExitCode(ConnectionLampState::error), 4);
 }
 
 }  // namespace

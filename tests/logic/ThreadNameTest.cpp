@@ -6,37 +6,20 @@
 namespace kestrune::testing {
 namespace {
 
-TEST(ThreadName, OfThirtyFourCharactersIsShownWhole) {
-  EXPECT_EQ(AppDelegate::compactThreadName(std::string(34, 'x')), std::string(34, 'x'));
-}
-
-TEST(ThreadName, OfThirtyFiveCharactersKeepsTheFirstThirtyOne) {
-  EXPECT_EQ(AppDelegate::compactThreadName("0123456789abcdefghijklmnopqrstuvwxy"),
-            "0123456789abcdefghijklmnopqrstu...");
-}
-
-TEST(ThreadName, LosesTheSpaceAroundItBeforeItIsCounted) {
-  EXPECT_EQ(AppDelegate::compactThreadName(" \n\t　" + std::string(34, 'x') + " \u2028"),
-            std::string(34, 'x'));
-  EXPECT_EQ(AppDelegate::compactThreadName("  a  b  "), "a  b");
-  EXPECT_EQ(AppDelegate::compactThreadName("  "), "");
-  EXPECT_EQ(AppDelegate::compactThreadName(""), "");
-}
-
-TEST(ThreadName, KeepsWhatStandsInParentheses) {
-  EXPECT_EQ(AppDelegate::compactThreadName("修復（第二次）"), "修復（第二次）");
-}
-
-TEST(ThreadName, SpaceWhereItIsCutStays) {
-  EXPECT_EQ(AppDelegate::compactThreadName(std::string(30, 'x') + " " + std::string(9, 'y')),
-            std::string(30, 'x') + " ...");
-}
-
-TEST(ThreadName, CountsCharactersAsAReaderDoes) {
-  for (const std::string_view character : singleCharacters) {
-    EXPECT_EQ(AppDelegate::compactThreadName(repeated(character, 34)), repeated(character, 34));
-    EXPECT_EQ(AppDelegate::compactThreadName(repeated(character, 35)), repeated(character, 31) + "...");
-  }
+TEST(ThreadName, IsTrimmedAndCut) {
+  const std::string longest(34, 'x');
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"  ", ""},
+      {"  a  b  ", "a  b"},
+      {"修復（第二次）", "修復（第二次）"},
+      {" \n\t　" + longest + " \u2028", longest},
+      {"0123456789abcdefghijklmnopqrstuvwxy", "0123456789abcdefghijklmnopqrstu..."},
+      {std::string(30, 'x') + " " + std::string(9, 'y'), std::string(30, 'x') + " ..."},
+      {repeated("👍🏽", 34), repeated("👍🏽", 34)},
+      {repeated("👍🏽", 35), repeated("👍🏽", 31) + "..."},
+  };
+  for (const auto& [name, shown] : cases) EXPECT_EQ(AppDelegate::compactThreadName(name), shown) << name;
 }
 
 }  // namespace

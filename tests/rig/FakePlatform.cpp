@@ -58,6 +58,7 @@ class FakeProcess final : public Process {
   int terminationStatus() const override { return signalled || killed() ? 143 : script.status; }
   std::string readOutput(Seconds patience) override {
     owner.readPatience.push_back(patience);
+    if (script.whenRead) script.whenRead();
     return script.output;
   }
 
@@ -125,17 +126,6 @@ void FakeStatusFeed::tell(std::optional<std::string> line) {
   }
 }
 
-void FakeAlerts::present(AlertRequest request) {
-  log.emplace_back("present alert");
-  if (whenAsked) whenAsked();
-  AlertQueue::present(std::move(request));
-}
-
-void FakeAlerts::show(const Open& one) {
-  shown.push_back(one.alert);
-  log.push_back("show alert " + one.alert.messageText);
-}
-
 void FakeAlerts::answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields) {
   const Open& answered = open.back();
   const std::function<void(const View&)> collect = [&](const View& view) {
@@ -151,19 +141,6 @@ void FakeAlerts::press(const std::string& action) {
   AlertQueue::press(open.back().id, action);
 }
 
-ImageRef FakeImages::imageFromFile(const std::string& path) {
-  asked.push_back(path);
-  const auto found = files.find(path);
-  if (found == files.end()) return nullptr;
-  return read.emplace_back(std::make_shared<Image>(*found->second));
-}
-
-ImageRef FakeImages::imageNamed(const std::string& name) {
-  asked.push_back(name);
-  const auto found = named.find(name);
-  return found != named.end() ? found->second : nullptr;
-}
-
 ImageRef FakeImages::applyColorControls(const Image& image, const ColorControls& controls) {
   filtered.push_back(controls);
   if (filterFails) return nullptr;
@@ -177,19 +154,6 @@ ImageRef FakeImages::applyColorControls(const Image& image, const ColorControls&
   return copy;
 }
 
-void FakeNotifications::requestAuthorization(unsigned options) {
-  log.push_back("requestAuthorization " + std::to_string(options));
-}
-
-void FakeNotifications::add(const Notification& notification) {
-  log.push_back("notify " + notification.title);
-  posted.push_back(notification);
-}
-
-void FakeNotifications::withdraw(const std::string& identifier) {
-  withdrawn.push_back(identifier);
-}
-
 std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type, int level,
                                                          const std::string& name) {
   const bool display = type == PowerAssertionType::noDisplaySleep;
@@ -199,10 +163,6 @@ std::optional<std::uint32_t> FakePowerAssertions::create(PowerAssertionType type
   if (display ? displayFails : systemFails) return std::nullopt;
   held.emplace(++next, type);
   return next;
-}
-
-bool FakePowerAssertions::isHeld(std::uint32_t identifier) {
-  return held.contains(identifier) && !lost.contains(identifier);
 }
 
 void FakePowerAssertions::release(std::uint32_t identifier) {
@@ -221,43 +181,11 @@ std::unique_ptr<PathMonitor> FakePathMonitors::makePathMonitor() {
   return std::make_unique<FakePathMonitor>(*this);
 }
 
-void FakePathMonitors::report(const NetworkPath& path) {
-  if (!onUpdate) return;
-  queue->async([this, path] {
-    // What it keeps to itself from one call to the next is lost.
-    if (const auto copy = onUpdate) copy(path);
-  });
-}
-
-std::optional<bool> FakeUserDefaults::boolForKey(const std::string& key) const {
-  asked.push_back(key);
-  const auto found = values.find(key);
-  if (found == values.end() || !std::holds_alternative<bool>(found->second)) return std::nullopt;
-  return std::get<bool>(found->second);
-}
-
-std::optional<std::string> FakeUserDefaults::stringForKey(const std::string& key) const {
-  asked.push_back(key);
-  const auto found = values.find(key);
-  if (found == values.end() || !std::holds_alternative<std::string>(found->second)) return std::nullopt;
-  return std::get<std::string>(found->second);
-}
-
-std::optional<std::string> FakeMainBundle::pathForResource(const std::string& name,
-                                                           const std::string& extension) const {
-  const auto found = resources.find(name + "." + extension);
-  return found != resources.end() ? std::optional(found->second) : std::nullopt;
-}
-
-std::optional<std::string> FakeMainBundle::environmentVariable(const std::string& name) const {
-  const auto found = environment.find(name);
-  return found != environment.end() ? std::optional(found->second) : std::nullopt;
-}
-
 Result<std::unique_ptr<Process>> FakeProcesses::launch(const std::string& executable,
                                                        const std::vector<std::string>& arguments) {
   log.push_back("launch " + executable);
   launches.push_back({executable, arguments, clock.awakeTime()});
+  if (whenLaunched) whenLaunched(arguments.back());
   if (launchError) return Failure{*launchError};
   const auto script = std::find_if(scripts.begin(), scripts.end(), [&arguments](const auto& each) {
     return arguments.back().find(each.first) != std::string::npos;
@@ -265,19 +193,10 @@ Result<std::unique_ptr<Process>> FakeProcesses::launch(const std::string& execut
   return std::make_unique<FakeProcess>(*this, script != scripts.end() ? script->second : ChildScript{});
 }
 
-void FakeProcesses::reserveForThisThread() {
-  log.push_back("reserve processes");
-  ++reservations;
-}
-
 std::size_t FakeProcesses::launchesOf(const std::string& text) const {
   return static_cast<std::size_t>(std::count_if(
       launches.begin(), launches.end(),
       [&text](const Launch& each) { return each.arguments.back().find(text) != std::string::npos; }));
-}
-
-bool FakeFileManager::fileExists(const std::string& path) const {
-  return files.contains(path) || unreadable.contains(path);
 }
 
 FileContents FakeFileManager::contents(const std::string& path) const {
@@ -290,60 +209,12 @@ FileContents FakeFileManager::contents(const std::string& path) const {
   return {ReadOutcome::read, found->second};
 }
 
-Result<> FakeFileManager::writeAtomically(const std::string& path, const std::string& contents) {
-  log.push_back("write " + path);
-  if (writeError) return Failure{*writeError};
-  unreadable.erase(path);
-  files[path] = contents;
-  return Done{};
-}
-
-Result<> FakeFileManager::writePrivately(const std::string& path, const std::string& contents) {
-  log.push_back("write privately " + path);
-  if (keepError) return Failure{*keepError};
-  files[path] = contents;
-  return Done{};
-}
-
 Result<> FakeFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
   if (fileExists(path)) {
     log.push_back("keep unreadable " + path);
     if (keepError) return Failure{*keepError};
   }
   return writeAtomically(path, contents);
-}
-
-Result<> FakeFileManager::createDirectory(const std::string& path) {
-  log.push_back("create folder " + path);
-  if (folderError) return Failure{*folderError};
-  return Done{};
-}
-
-Result<> FakeFileManager::removeItem(const std::string& path) {
-  log.push_back("remove " + path);
-  if (removeError) return Failure{*removeError};
-  if (files.erase(path) + unreadable.erase(path) == 0) return Failure{"not there"};
-  return Done{};
-}
-
-std::optional<std::string> FakeLocalService::getProjects(const std::string& token) {
-  log.push_back("ask local service");
-  tokens.push_back(token);
-  if (whileAsked) whileAsked();
-  clock.sleep(duration);
-  return answer;
-}
-
-std::optional<Bitmap> FakeQRCodes::generate(const std::string& message) {
-  messages.push_back(message);
-  if (fails) return std::nullopt;
-  return Bitmap{1, 1, {0, 0, 0, 255}};
-}
-
-Result<> FakeWorkspace::openNewInstance(const std::string& bundlePath) {
-  log.push_back("open new instance of " + bundlePath);
-  if (launchError) return Failure{*launchError};
-  return Done{};
 }
 
 Platform platformWith(FakePlatform& fakes, const RealParts& real) {

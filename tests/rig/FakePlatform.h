@@ -62,7 +62,11 @@ struct FakeRequests final : Requests {
 
 struct FakeAlerts final : AlertQueue {
   FakeAlerts(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
-  void present(AlertRequest request) override;
+  void present(AlertRequest request) override {
+    log.emplace_back("present alert");
+    if (whenAsked) whenAsked();
+    AlertQueue::present(std::move(request));
+  }
   /// Answers the alert that shows, and shows the next. Fields that are not given keep their texts.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
   /// Presses a button inside the alert that shows. What is asked for by it stands on top.
@@ -76,13 +80,25 @@ struct FakeAlerts final : AlertQueue {
   std::function<void()> whenAsked;
 
  private:
-  void show(const Open& one) override;
+  void show(const Open& one) override {
+    shown.push_back(one.alert);
+    log.push_back("show alert " + one.alert.messageText);
+  }
   void raise() override { ++raises; }
 };
 
 struct FakeImages final : Images {
-  ImageRef imageFromFile(const std::string& path) override;
-  ImageRef imageNamed(const std::string& name) override;
+  ImageRef imageFromFile(const std::string& path) override {
+    asked.push_back(path);
+    const auto found = files.find(path);
+    if (found == files.end()) return nullptr;
+    return read.emplace_back(std::make_shared<Image>(*found->second));
+  }
+  ImageRef imageNamed(const std::string& name) override {
+    asked.push_back(name);
+    const auto found = named.find(name);
+    return found != named.end() ? found->second : nullptr;
+  }
   ImageRef applyColorControls(const Image& image, const ColorControls& controls) override;
 
   std::map<std::string, ImageRef> files;
@@ -95,9 +111,14 @@ struct FakeImages final : Images {
 
 struct FakeNotifications final : Notifications {
   explicit FakeNotifications(CallLog& givenLog) : log(givenLog) {}
-  void requestAuthorization(unsigned options) override;
-  void add(const Notification& notification) override;
-  void withdraw(const std::string& identifier) override;
+  void requestAuthorization(unsigned options) override {
+    log.push_back("requestAuthorization " + std::to_string(options));
+  }
+  void add(const Notification& notification) override {
+    log.push_back("notify " + notification.title);
+    posted.push_back(notification);
+  }
+  void withdraw(const std::string& identifier) override { withdrawn.push_back(identifier); }
 
   CallLog& log;
   std::vector<Notification> posted;
@@ -107,7 +128,9 @@ struct FakeNotifications final : Notifications {
 struct FakePowerAssertions final : PowerAssertions {
   explicit FakePowerAssertions(CallLog& givenLog) : log(givenLog) {}
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
-  bool isHeld(std::uint32_t identifier) override;
+  bool isHeld(std::uint32_t identifier) override {
+    return held.contains(identifier) && !lost.contains(identifier);
+  }
   void release(std::uint32_t identifier) override;
 
   CallLog& log;
@@ -126,7 +149,13 @@ struct FakePathMonitors final : PathMonitors {
   explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
   std::unique_ptr<PathMonitor> makePathMonitor() override;
   /// Reports a path to the monitor that was started, if it was not cancelled.
-  void report(const NetworkPath& path);
+  void report(const NetworkPath& path) {
+    if (!onUpdate) return;
+    queue->async([this, path] {
+      // What it keeps to itself from one call to the next is lost.
+      if (const auto copy = onUpdate) copy(path);
+    });
+  }
 
   CallLog& log;
   DispatchQueue* queue = nullptr;
@@ -134,8 +163,10 @@ struct FakePathMonitors final : PathMonitors {
 };
 
 struct FakeUserDefaults final : UserDefaults {
-  std::optional<bool> boolForKey(const std::string& key) const override;
-  std::optional<std::string> stringForKey(const std::string& key) const override;
+  std::optional<bool> boolForKey(const std::string& key) const override { return value<bool>(key); }
+  std::optional<std::string> stringForKey(const std::string& key) const override {
+    return value<std::string>(key);
+  }
   void setBool(const std::string& key, bool value) override { values.insert_or_assign(key, value); }
   void setString(const std::string& key, const std::string& value) override {
     values.insert_or_assign(key, value);
@@ -143,14 +174,27 @@ struct FakeUserDefaults final : UserDefaults {
 
   std::map<std::string, std::variant<bool, std::string>> values;
   mutable std::vector<std::string> asked;  ///< the keys that were read, in order
+
+ private:
+  template <typename Type>
+  std::optional<Type> value(const std::string& key) const {
+    asked.push_back(key);
+    const auto found = values.find(key);
+    const auto* const stored = found != values.end() ? std::get_if<Type>(&found->second) : nullptr;
+    return stored != nullptr ? std::optional(*stored) : std::nullopt;
+  }
 };
 
 struct FakeMainBundle final : MainBundle {
   std::string bundlePath() const override { return bundle; }
   std::optional<std::string> executablePath() const override { return executable; }
   std::optional<std::string> pathForResource(const std::string& name,
-                                             const std::string& extension) const override;
-  std::optional<std::string> environmentVariable(const std::string& name) const override;
+                                             const std::string& extension) const override {
+    return valueIn(resources, name + "." + extension);
+  }
+  std::optional<std::string> environmentVariable(const std::string& name) const override {
+    return valueIn(environment, name);
+  }
   std::string currentDirectoryPath() const override { return currentDirectory; }
 
   std::string bundle = "/opt/kestrune";
@@ -158,6 +202,13 @@ struct FakeMainBundle final : MainBundle {
   std::string currentDirectory = "/home/u/backend";
   std::map<std::string, std::string> environment;
   std::map<std::string, std::string> resources;  ///< by "name.extension"
+
+ private:
+  static std::optional<std::string> valueIn(const std::map<std::string, std::string>& all,
+                                            const std::string& key) {
+    const auto found = all.find(key);
+    return found != all.end() ? std::optional(found->second) : std::nullopt;
+  }
 };
 
 /// What a child of the fake does.
@@ -170,18 +221,24 @@ struct ChildScript {
   Seconds reaction{0};  ///< how long it goes on after a signal that it does not ignore
   /// Called whenever it is found running: what happens meanwhile on the main thread.
   std::function<void()> whileRunning{};
+  std::function<void()> whenRead{};  ///< called when its output is taken
 };
 
 struct FakeProcesses final : Processes {
   FakeProcesses(VirtualClock& givenClock, CallLog& givenLog) : clock(givenClock), log(givenLog) {}
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments) override;
-  void reserveForThisThread() override;
+  void reserveForThisThread() override {
+    log.push_back("reserve processes");
+    ++reservations;
+  }
 
   /// What each launch finds, by a text that its last argument contains; the first that fits. Others end at
   /// once with success and no output.
   std::vector<std::pair<std::string, ChildScript>> scripts;
   std::optional<std::string> launchError;
+  /// Called with the last argument of each launch, before its script is looked for.
+  std::function<void(const std::string&)> whenLaunched;
 
   struct Launch {
     std::string executable;
@@ -200,7 +257,13 @@ struct FakeProcesses final : Processes {
 
 struct FakeLocalService final : LocalService {
   FakeLocalService(VirtualClock& givenClock, CallLog& givenLog) : clock(givenClock), log(givenLog) {}
-  std::optional<std::string> getProjects(const std::string& token) override;
+  std::optional<std::string> getProjects(const std::string& token) override {
+    log.push_back("ask local service");
+    tokens.push_back(token);
+    if (whileAsked) whileAsked();
+    clock.sleep(duration);
+    return answer;
+  }
 
   VirtualClock& clock;
   CallLog& log;
@@ -212,7 +275,11 @@ struct FakeLocalService final : LocalService {
 
 /// Makes symbols of one dark module, however long the message.
 struct FakeQRCodes final : QRCodeGenerator {
-  std::optional<Bitmap> generate(const std::string& message) override;
+  std::optional<Bitmap> generate(const std::string& message) override {
+    messages.push_back(message);
+    if (fails) return std::nullopt;
+    return Bitmap{1, 1, {0, 0, 0, 255}};
+  }
 
   bool fails = false;
   std::vector<std::string> messages;
@@ -220,13 +287,35 @@ struct FakeQRCodes final : QRCodeGenerator {
 
 struct FakeFileManager final : FileManager {
   explicit FakeFileManager(CallLog& givenLog) : log(givenLog) {}
-  bool fileExists(const std::string& path) const override;
+  bool fileExists(const std::string& path) const override {
+    return files.contains(path) || unreadable.contains(path);
+  }
   FileContents contents(const std::string& path) const override;
-  Result<> writeAtomically(const std::string& path, const std::string& contents) override;
-  Result<> writePrivately(const std::string& path, const std::string& contents) override;
+  Result<> writeAtomically(const std::string& path, const std::string& contents) override {
+    log.push_back("write " + path);
+    if (writeError) return Failure{*writeError};
+    unreadable.erase(path);
+    files[path] = contents;
+    return Done{};
+  }
+  Result<> writePrivately(const std::string& path, const std::string& contents) override {
+    log.push_back("write privately " + path);
+    if (keepError) return Failure{*keepError};
+    files[path] = contents;
+    return Done{};
+  }
   Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
-  Result<> createDirectory(const std::string& path) override;
-  Result<> removeItem(const std::string& path) override;
+  Result<> createDirectory(const std::string& path) override {
+    log.push_back("create folder " + path);
+    if (folderError) return Failure{*folderError};
+    return Done{};
+  }
+  Result<> removeItem(const std::string& path) override {
+    log.push_back("remove " + path);
+    if (removeError) return Failure{*removeError};
+    if (files.erase(path) + unreadable.erase(path) == 0) return Failure{"not there"};
+    return Done{};
+  }
   std::string homeDirectoryPath() const override { return "/home/u"; }
 
   CallLog& log;
@@ -245,7 +334,11 @@ struct FakeWorkspace final : Workspace {
   explicit FakeWorkspace(CallLog& givenLog) : log(givenLog) {}
   void open(const std::string& path) override { log.push_back("open " + path); }
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
-  Result<> openNewInstance(const std::string& bundlePath) override;
+  Result<> openNewInstance(const std::string& bundlePath) override {
+    log.push_back("open new instance of " + bundlePath);
+    if (launchError) return Failure{*launchError};
+    return Done{};
+  }
 
   CallLog& log;
   std::optional<std::string> launchError;

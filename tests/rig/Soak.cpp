@@ -29,74 +29,17 @@ std::string detail(Chance& chance) {
 
 }  // namespace
 
-/// Runs what chance says instead of each command.
-class Soak::Shell final : public Processes {
- public:
-  explicit Shell(Soak& givenSoak) : soak(givenSoak) {}
-
-  Result<std::unique_ptr<Process>> launch(const std::string& executable,
-                                          const std::vector<std::string>& arguments) override {
-    FakeProcesses& processes = soak.machine.processes;
-    // The trial before a restart is no command of the worker.
-    if (arguments.back() == "--version") {
-      processes.scripts = {};
-      return processes.launch(executable, arguments);
-    }
-    soak.rules.shellLineBegins(arguments.back());
-    processes.scripts = {{"", soak.nextChild()}};
-    auto launched = processes.launch(executable, arguments);
-    if (!launched) {
-      ++soak.tally["a shell that is missing"];
-      soak.rules.shellLineIsDone();
-      return launched;
-    }
-    return std::make_unique<Child>(soak, std::move(*launched));
-  }
-  void reserveForThisThread() override { soak.machine.processes.reserveForThisThread(); }
-
- private:
-  /// Tells the rules of its end.
-  class Child final : public Process {
-   public:
-    Child(Soak& givenSoak, std::unique_ptr<Process> givenProcess)
-        : soak(givenSoak), process(std::move(givenProcess)) {}
-    bool isRunning() override { return process->isRunning(); }
-    void terminate() override {
-      ++soak.tally["a command that took too long"];
-      process->terminate();
-    }
-    void interrupt() override { process->interrupt(); }
-    void terminateGroup() override { process->terminateGroup(); }
-    int terminationStatus() const override { return process->terminationStatus(); }
-    std::string readOutput(Seconds patience) override {
-      soak.rules.shellLineIsDone();
-      return process->readOutput(patience);
-    }
-
-   private:
-    Soak& soak;
-    std::unique_ptr<Process> process;
-  };
-
-  Soak& soak;
-};
-
 Soak::Soak(std::uint64_t seed)
-    : chance(seed),
-      shell(std::make_unique<Shell>(*this)),
-      platform(platformWith(machine, {.processes = shell.get()})),
-      controller(std::make_shared<AppDelegate>(platform)),
-      rules(machine, *controller) {
+    : chance(seed), controller(std::make_shared<AppDelegate>(machine.platform)), rules(machine, *controller) {
   machine.mainBundle.resources["codex-menubar.png"] = "/opt/logo.png";
   machine.images.files["/opt/logo.png"] = makeTestImage(1, 10, 20, 30);
   machine.workspace.launchError = "no such program";
+  machine.processes.whenLaunched = [this](const std::string& line) { lineIsLaunched(line); };
   machine.localService.whileAsked = [this] { serviceIsAsked(); };
   machine.fileManager.files[envFile] = calmEnv;
   controller->applicationDidFinishLaunching();
   rules.look();
 }
-
-Soak::~Soak() = default;
 
 // --- time
 
@@ -133,7 +76,7 @@ void Soak::calmDown() {
   }
   // The longest that anything waits for: the tick, and the interval between two looks at the session.
   machine.loop.advance(Seconds{100});
-  machine.processes.scripts = {};
+  machine.processes.scripts = {};  // their memory
   machine.localService.answer.reset();
   rules.checkCalm();
 }
@@ -303,37 +246,43 @@ void Soak::clockJumps() {
 std::string Soak::output() {
   if (calm) return calmReport;
   const bool isWell = mood == Mood::well || (mood == Mood::slow && chance.comesUp(0.5));
-  const std::string codex = codexReport;
-  if (isWell) return std::string(calmReport) + "\n" + codex;
-  switch (chance.below(mood == Mood::wild ? 11 : 5)) {
-    case 0:
-      return "[FAIL] tunnel: down\n" + codex;
-    case 1:
-      return "desktop bridge 未載入";
-    case 2:
-      return codex + "\nMac service 無回應";
-    case 3:
-      return "[FAIL] Codex CLI: 無回應\nbash: no such client";
-    case 4:
-      return "[OK] Codex CLI: " + detail(chance) + "\n[FAIL] Codex App: " + detail(chance) +
-             "\n[FAIL] ChatGPT Remote Ready: " + detail(chance);
-    case 5:
-      return "";
-    case 6:
-      return " \n\t\u3000\n";
-    case 7:
-      return "[FAIL] tunnel \xff\xc0\x80";
-    case 8:
-      return std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x');
-    case 9:
-      return "a\x1b[31m\0\a\b\u202E\u200Bz\x7f\nb"s;
-    default:
-      return std::string(chance.below(2000) + 1, '[');
+  if (isWell) return calmReport + "\n"s + codexReport;
+  const std::vector<std::string> faulty{
+      "[FAIL] tunnel: down\n"s + codexReport,
+      "desktop bridge 未載入",
+      codexReport + "\nMac service 無回應"s,
+      "[FAIL] Codex CLI: 無回應\nbash: no such client",
+      "[OK] Codex CLI: " + detail(chance) + "\n[FAIL] ChatGPT Remote Ready: " + detail(chance),
+      // Only in a wild mood:
+      "",
+      " \n\t\u3000\n",
+      "[FAIL] tunnel \xff\xc0\x80",
+      std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x'),
+      "a\x1b[31m\0\a\b\u202E\u200Bz\x7f\nb"s,
+      std::string(chance.below(2000) + 1, '['),
+  };
+  return faulty[chance.below(mood == Mood::wild ? faulty.size() : 5)];
+}
+
+void Soak::lineIsLaunched(const std::string& line) {
+  FakeProcesses& processes = machine.processes;
+  processes.scripts = {};
+  // The trial before a restart is no command of the worker.
+  if (line == "--version") return;
+  rules.shellLineBegins(line);
+  if (processes.launchError) {
+    ++tally["a shell that is missing"];
+    return rules.shellLineIsDone();
   }
+  processes.scripts = {{"", nextChild()}};
 }
 
 ChildScript Soak::nextChild() {
   ChildScript script{.output = output(), .whileRunning = [this] { meanwhile(); }};
+  script.whenRead = [this] {
+    if (machine.processes.readPatience.back() == Seconds{0}) ++tally["a command that took too long"];
+    rules.shellLineIsDone();
+  };
   if (calm) return script;
   if (mood == Mood::failing || chance.comesUp(0.05)) script.status = static_cast<int>(chance.below(3));
   if (mood == Mood::slow ? chance.comesUp(0.5) : chance.comesUp(0.02)) {

@@ -36,7 +36,6 @@ class Chance {
 class Soak {
  public:
   explicit Soak(std::uint64_t seed);
-  ~Soak();
   Soak(const Soak&) = delete;
   Soak& operator=(const Soak&) = delete;
 
@@ -57,7 +56,6 @@ class Soak {
   FakePlatform machine;
 
  private:
-  class Shell;
   enum class Mood { well, failing, slow, wild };
   struct Happening {
     const char* name;
@@ -83,12 +81,11 @@ class Soak {
   void clockJumps();
 
   std::string output();
+  void lineIsLaunched(const std::string& line);
   ChildScript nextChild();
   void serviceIsAsked();
 
   Chance chance;
-  std::unique_ptr<Shell> shell;
-  Platform platform;
   std::shared_ptr<AppDelegate> controller;
   SoakRules rules;
 

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tests/logic/ControllerTest.h"
+
+namespace kestrune::testing {
+
+inline constexpr std::size_t save = 0;
+inline constexpr std::size_t openFile = 1;
+inline constexpr std::size_t cancel = 2;
+
+inline constexpr auto apiURL = "KESTRUNE_PUBLIC_API_URL";
+inline constexpr auto appToken = "KESTRUNE_APP_API_TOKEN";
+inline constexpr auto serviceToken = "KESTRUNE_MAC_SERVICE_TOKEN";
+inline constexpr auto projectRoot = "KESTRUNE_PROJECT_ROOT";
+inline constexpr auto openAIKey = "OPENAI_API_KEY";
+inline const std::vector<std::string> keys{apiURL, appToken, serviceToken, projectRoot, openAIKey};
+
+struct Settings : WithStatusItem {
+  const Alert& open() {
+    choose("showSettings");
+    return machine.alerts.shown.back();
+  }
+  /// The settings are opened and left by a button, with these texts in the fields that were edited, and
+  /// everything happens that follows at once.
+  void leave(std::size_t button, const std::map<std::string, std::string>& edited = {}) {
+    open();
+    newCalls();
+    machine.alerts.answer(button, edited);
+    machine.loop.settle();
+  }
+
+  /// The views that the dialog stacks.
+  const std::vector<View>& items() const {
+    return machine.alerts.shown.back().accessoryView->children.at(0).children.at(0).children.at(0).children;
+  }
+  /// What stands in the fields of the dialog that was shown last.
+  std::map<std::string, std::string> fields() const {
+    std::map<std::string, std::string> texts;
+    for (const View& item : items()) {
+      if (item.kind == ViewKind::stack) texts[item.children.at(1).identifier] = item.children.at(1).text;
+    }
+    return texts;
+  }
+};
+
+}  // namespace kestrune::testing
