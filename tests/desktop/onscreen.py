@@ -6,7 +6,7 @@ from pathlib import Path
 from desktop.bus import CLIENT, Bus
 from desktop.session import COUNTING_BACKEND, Session, Window, counted, running, wait_for_end
 from desktop.xfce import Screen
-from dialogs.desk import ScreenReader
+from support.accessibility import ScreenReader
 
 
 YOUNG = 8.0  # seconds; what is left until the first tick is enough for any test

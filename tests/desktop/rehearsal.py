@@ -6,7 +6,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, DAEMON, Bus
 from desktop.session import CONNECTED, PORTS, PROGRAM, Session, listening_ports, running, wait_for_end
 from desktop.xfce import Panel, Screen

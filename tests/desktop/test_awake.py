@@ -5,7 +5,7 @@ import subprocess
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import Bus, SystemBus
 from desktop.session import CONNECTED, COUNTING_BACKEND, NO_BUS, Session, counted
 

@@ -3,7 +3,7 @@
 import re
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import CONNECTED, FAULTY, NO_BUS, Session, end_process, read_process, running, wait_for_end
 
 COMMAND_LIMIT = 12.0

@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, ITEM, Bus
 from desktop.session import CONNECTED, Session, running, wait_for_end
 

@@ -2,7 +2,7 @@
 
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import BUILD, CONNECTED, COUNTING_BACKEND, PATIENCE, Session, counted
 
 YEAR = 365 * 24 * 3600  # seconds

@@ -3,10 +3,10 @@
 import shutil
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import (CHECKING, CONNECTED, COUNTING_BACKEND, DISABLED, NO_BUS, PROGRAM, RECONNECTING, Session,
                              Window, counted, running, wait_for_end, write_script)
-from desktop.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
+from support.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
                              RECONNECTED, STOPPED, codex_check, diagnosis)
 
 OPENER = """

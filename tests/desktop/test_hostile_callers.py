@@ -4,7 +4,7 @@ import signal
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, ITEM, MENU, Bus
 from desktop.session import PATIENCE, Session, read_process
 from desktop.wire import CALL, NO_REPLY, Connection, Peer, answers, put, types

@@ -4,7 +4,7 @@ import shutil
 import subprocess
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import ITEM, Bus
 from desktop.session import BUILD, CONNECTED, PATIENCE, Session
 

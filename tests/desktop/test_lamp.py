@@ -3,7 +3,7 @@
 import signal
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import CONNECTED, FAULTY, NO_BUS, RECONNECTING, Session
 
 COMMAND_LIMIT = 12.0

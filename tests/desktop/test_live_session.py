@@ -3,8 +3,8 @@
 import time
 import unittest
 
-from desktop import isolation
-from desktop.service import SECRET, answer_with, note_what_shells_see, response, stand_in_curl
+from support import isolation
+from support.service import SECRET, answer_with, note_what_shells_see, response, stand_in_curl
 from desktop.session import NO_BUS, RECONNECTING, Session, read_process, running, wait_for_end
 
 STATUS_ONLY = """

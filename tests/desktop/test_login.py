@@ -4,7 +4,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, DAEMON, Bus
 from desktop.session import (BUILD, CONNECTED, PATIENCE, PROGRAM, Session, Window, read_process, running, wait_for_end,
                              write_script)

@@ -5,7 +5,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import Bus
 from desktop.session import CONNECTED, COUNTING_BACKEND, DISABLED, PATIENCE, RECONNECTING, Session, counted
 

@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, STATUS_ROW, Bus
 from desktop.session import BUILD, CONNECTED, NO_BUS, Session, Window, wait_for_end
 

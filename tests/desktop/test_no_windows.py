@@ -3,10 +3,10 @@
 import shutil
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import ITEM, Bus
 from desktop.session import COUNTING_BACKEND, PROGRAM, Session, Window, counted, write_script
-from desktop.windows import GUIDE, MISSING_APP, OFFICIAL_MODE, OWN_MODE, STOPPED, diagnosis
+from support.windows import GUIDE, MISSING_APP, OFFICIAL_MODE, OWN_MODE, STOPPED, diagnosis
 
 NO_DISPLAY = "there is no display"
 

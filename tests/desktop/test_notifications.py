@@ -3,10 +3,10 @@
 import subprocess
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import Bus
 from desktop.session import COUNTING_BACKEND, Session, counted
-from desktop.windows import GUIDE, codex_check
+from support.windows import GUIDE, codex_check
 from desktop.xfce import Screen
 
 DAEMON = "org.freedesktop.Notifications", "/org/freedesktop/Notifications", "org.dunstproject.cmd0"

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.session import BUILD, PATIENCE
 
 PROGRAMS = "KestruneMenuClient", "KestruneMenuDialogs"

@@ -2,7 +2,7 @@
 
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import Bus
 from desktop.session import PORTS, RECONNECTING, Session, listening_ports, wait_for_end
 from desktop.xfce import Panel, Rectangle, Screen

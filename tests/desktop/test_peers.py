@@ -4,7 +4,7 @@ import signal
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, STATUS_ROW, Bus, SystemBus
 from desktop.session import CONNECTED, COUNT, RECONNECTING, Session, counted
 from desktop.wire import SENDER, Connection, Peer, answers, answers_and_dies, dies, refuses

@@ -5,7 +5,7 @@ import signal
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import (CHECKING, CONNECTED, DISABLED, NO_BUS, PORTS, RECONNECTING, Session, listening_ports,
                              running, wait_for_end)
 

@@ -2,12 +2,12 @@
 
 import subprocess
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import ITEM
 from desktop.onscreen import OnScreen
-from desktop.service import SECRET, note_what_shells_see, stand_in_curl
+from support.service import SECRET, note_what_shells_see, stand_in_curl
 from desktop.session import CONNECTED, end_process, read_process, running, wait_for_end
-from desktop.windows import GUIDE, PAIRING_FAILED, PAIRING_IMPOSSIBLE, SAVED, SETTINGS
+from support.windows import GUIDE, PAIRING_FAILED, PAIRING_IMPOSSIBLE, SAVED, SETTINGS
 from desktop.xfce import Rectangle
 
 SETTINGS_ROW, GUIDE_ROW = 26, 24

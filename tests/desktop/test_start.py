@@ -8,7 +8,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.session import CHECKING, CONNECTED, DISABLED, NO_BUS, NO_SYSTEM_BUS, Session, running, wait_for_end
 
 REPORTING = """

@@ -7,9 +7,9 @@ import socket
 import subprocess
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, DAEMON, Bus, SystemBus
-from desktop.service import SECRET
+from support.service import SECRET
 from desktop.session import CONNECTED, PROGRAM, Session, Text, own
 
 NO_CLIENT = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。\n"

@@ -6,7 +6,7 @@ import subprocess
 import sys
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import BUILD, Session, listening_ports, wait_for_end
 
 # Ways in which the parts of a backend are called.

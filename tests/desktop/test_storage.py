@@ -7,11 +7,11 @@ import stat
 import subprocess
 from contextlib import suppress
 
-from desktop import isolation
+from support import isolation
 from desktop.session import PATIENCE, Session, Window, wait_for_end
 from desktop.test_login import OFF, ON
 from desktop.test_terminal_settings import BUTTONS, OKAY, RULE, Dialogue
-from desktop.windows import SETTINGS
+from support.windows import SETTINGS
 
 FAILURE = 1
 PAGE = os.sysconf("SC_PAGE_SIZE")

@@ -4,9 +4,9 @@ import subprocess
 import termios
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import COUNTING_BACKEND, NO_BUS, PATIENCE, Deadline, Session
-from desktop.windows import GUIDE, PAIRING_FAILED, SAVED, SETTINGS
+from support.windows import GUIDE, PAIRING_FAILED, SAVED, SETTINGS
 from desktop.xfce import HEIGHT, WIDTH, Rectangle, Screen
 
 RULE = "─" * 28

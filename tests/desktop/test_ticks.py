@@ -2,7 +2,7 @@
 
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import Bus
 from desktop.session import (CONNECTED, COUNTING_BACKEND, DISABLED, FAULTY, NO_BUS, Session, counted,
                              wait_for_end)

@@ -4,7 +4,7 @@ import re
 import time
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.session import CHECKING, DISABLED, NO_BUS, RECONNECTING, Session, read_process, running, wait_for_end
 
 COMMAND_LIMIT = 12.0

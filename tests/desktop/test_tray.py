@@ -2,7 +2,7 @@
 
 import unittest
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import ITEM, MENU, Bus, Refused
 from desktop.session import CONNECTED, NO_TRAY, RECONNECTING, Session, running, wait_for_end
 

@@ -3,7 +3,7 @@
 import unittest
 from pathlib import Path
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, DAEMON, Bus
 from desktop.session import CONNECTED, SOURCE, Session, running, wait_for_end
 

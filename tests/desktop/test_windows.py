@@ -3,11 +3,11 @@
 import shutil
 import signal
 
-from desktop import isolation
+from support import isolation
 from desktop.bus import CLIENT, DAEMON, ITEM
 from desktop.onscreen import OnScreen
 from desktop.session import CONNECTED, DISABLED, NO_TRAY, counted, end_process, running, wait_for_end
-from desktop.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
+from support.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
                              RECONNECTED, STOPPED, codex_check, diagnosis)
 from desktop.xfce import DISPLAY
 

@@ -1,6 +1,6 @@
 """What the windows of the menu's commands say."""
 
-from desktop.session import Window
+from support.client import Window
 
 MISSING_APP = Window(
     "未找到 Codex App",

@@ -3,7 +3,7 @@
 import subprocess
 import sys
 
-from desktop.session import Text, own
+from support.waiting import Text, own
 
 # In no program's arguments or environment, whatever is done with it.
 SECRET = "5eCret-w0rd"
