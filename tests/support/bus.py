@@ -51,6 +51,7 @@ class Bus:
         self.configuration.write_text(CONFIGURATION.format(address=self.address, services=self.services,
                                                            limits=limits))
         session.environment[self.variable] = self.address
+        session.callback(lambda: self.connection.close())
         self.start()
 
     def start(self):
