@@ -4,8 +4,10 @@ import time
 import unittest
 
 from support import isolation
-from desktop.bus import CLIENT, STATUS_ROW, Bus
-from desktop.session import BUILD, CONNECTED, NO_BUS, Session, Window, wait_for_end
+from support.bus import STATUS_ROW, Bus
+from support.client import CONNECTED, NO_BUS, Window
+from support.processes import wait_for_end
+from support.session import BUILD, REPORTING_BACKEND, Session
 
 REASON = "Resource temporarily unavailable"
 WAITING = f"KestruneMenuClient: no thread for commands ({REASON}): they wait\n"
@@ -23,14 +25,13 @@ class NoProcesses(unittest.TestCase):
                                      "KESTRUNE_TEST_REFUSED": str(self.session.home / "gate")}
 
     def test_from_the_start_everything_waits_until_there_are_some(self):
-        self.session.stub_backend('echo "$1 asked" > "$HOME/events"; echo "[OK] Mac service: 好"\n')
+        self.session.stub_backend(REPORTING_BACKEND)
         bus = Bus(self.session)
         traffic = bus.monitor()
-        self.addCleanup(traffic.close)
         self.refusal.touch()
         client = self.session.start()
         client.complained(WAITING)
-        bus.wait_for_owner(CLIENT)
+        bus.wait_for_client()
         self.assertNotEqual(bus.rows()[STATUS_ROW]["label"], CONNECTED)
         self.assertEqual(self.session.events.pending(), [])
         self.refusal.unlink()
@@ -39,7 +40,7 @@ class NoProcesses(unittest.TestCase):
         self.assertEqual(client.end(), 0)
 
     def test_later_each_command_says_so_and_works_again(self):
-        self.session.stub_backend('echo "[OK] Mac service: 好"\n')
+        self.session.stub_backend(REPORTING_BACKEND)
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
         for _ in range(2):
@@ -53,17 +54,12 @@ class NoProcesses(unittest.TestCase):
             self.assertEqual(client.next_window(), Window("目前狀態", "🟢 Mac service: 好"))
             client.type("1")
             client.menu_with(STATUS_ROW, CONNECTED)
-        self.assertEqual(client.quit(), 0)
-        self.assertEqual(client.errors.all(), NO_BUS)
-
-    def test_at_the_end_it_does_not_wait_for_ever(self):
-        self.session.stub_backend('echo "[OK] Mac service: 好"\n')
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
+        # Nor does it wait for ever at its end.
         self.refusal.touch()
         begin = time.monotonic()
         self.assertEqual(client.quit(), 0)
         self.assertLess(time.monotonic() - begin, STOP_LIMIT)
+        self.assertEqual(client.errors.all(), NO_BUS)
 
     def test_those_that_come_free_at_the_end_stop_the_backend(self):
         self.session.backend("refresh")

@@ -11,7 +11,8 @@ import unittest
 from pathlib import Path
 
 from support import isolation
-from desktop.session import BUILD, PATIENCE
+from support.session import BUILD
+from support.waiting import PATIENCE
 
 PROGRAMS = "KestruneMenuClient", "KestruneMenuDialogs"
 SIDES = 16, 22, 24, 32, 44, 48, 64

@@ -7,7 +7,8 @@ import sys
 import unittest
 
 from support import isolation
-from desktop.session import BUILD, Session, listening_ports, wait_for_end
+from support.processes import listening_ports, wait_for_end
+from support.session import BUILD, Session
 
 # Ways in which the parts of a backend are called.
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
