@@ -10,7 +10,7 @@ from support import isolation
 from support.bus import CLIENT, STATUS_ROW, Bus, SystemBus
 from support.client import CONNECTED
 from support.session import COUNTING_BACKEND, REPORTING_BACKEND, Session
-from support.wire import Connection, Peer, answers, dies, does, refuses
+from support.wire import Peer, answers, dies, does, refuses
 
 WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 DAEMON, ASK = "org.freedesktop.Notifications", "GetCapabilities"

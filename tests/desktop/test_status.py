@@ -11,7 +11,7 @@ from support import isolation
 from support.bus import Bus, SystemBus
 from support.client import CONNECTED
 from support.service import SECRET
-from support.session import PROGRAM, SWITCHED_OFF, Session
+from support.session import PROGRAM, Session
 from support.waiting import Text, own
 from support.wire import DAEMON
 

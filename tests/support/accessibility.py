@@ -13,7 +13,8 @@ STATES = {1: "active", 4: "checked", 7: "editable", 8: "enabled", 11: "focusable
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 ROOT = "/org/a11y/atspi/accessible/root"
 REGISTRY = "org.a11y.atspi.Registry"
-PASSWORD_TEXT = 40
+# By their numbers, as they are met. The toolkit tells the name of this one wrong, and its number right.
+ROLES = {40: "password text"}
 
 
 class ScreenReader:
@@ -127,10 +128,10 @@ class Node:
         return self.property(ACCESSIBLE, "Name")
 
     def role(self):
-        # The toolkit tells the name of a secure field's role wrong, and its number right.
-        if self.ask(ACCESSIBLE, "GetRole")[0] == PASSWORD_TEXT:
-            return "password text"
-        return self.ask(ACCESSIBLE, "GetRoleName")[0]
+        number = self.ask(ACCESSIBLE, "GetRole")[0]
+        if number not in ROLES:
+            ROLES[number] = self.ask(ACCESSIBLE, "GetRoleName")[0]
+        return ROLES[number]
 
     def description(self):
         return self.property(ACCESSIBLE, "Description")
@@ -148,23 +149,27 @@ class Node:
     def children(self):
         return [Node(self.reader, *child) for child in self.ask(ACCESSIBLE, "GetChildren")[0]]
 
+    def walk(self):
+        """Everything in it, top to bottom, also what is not to be seen."""
+        for child in self.children():
+            yield child
+            yield from child.walk()
+
+    def is_visible(self):
+        return "visible" in self.states()
+
     def all(self):
         """Everything in it that is to be seen, top to bottom."""
-        found = []
-        for child in self.children():
-            if "visible" in child.states():
-                found.append(child)
-            found += child.all()
-        return found
+        return list(filter(Node.is_visible, self.walk()))
 
     def find(self, role, name=None):
-        for node in self.all():
-            if node.role() == role and name in (None, node.name()):
+        for node in self.walk():
+            if name in (None, node.name()) and node.role() == role and node.is_visible():
                 return node
         raise LookupError(f"{role} “{name}” in {self}")
 
     def names(self, role):
-        return [node.name() for node in self.all() if node.role() == role]
+        return [node.name() for node in self.walk() if node.role() == role and node.is_visible()]
 
     def text(self):
         return self.ask("org.a11y.atspi.Text", "GetText", "(ii)", 0, -1)[0]
