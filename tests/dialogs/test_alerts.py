@@ -29,36 +29,16 @@ class Texts(Alerts):
         window.find("push button", "好").press()
         self.assertEnds(program, answered(1, 0))
 
-    def test_a_warning_is_told_as_one(self):
-        program, window = self.opened(alert(1, "未找到 Codex App", "請先安裝最新版 Codex App。", style="warning"))
-        self.screen.screenshot("warning")
-        self.assertEqual(window.names("graphic"), ["警告"])
-        program.end_input()
-        self.assertEnds(program)
-
-    def test_without_a_text_there_is_the_title(self):
-        _, window = self.opened(alert(1, "完成", ""))
-        self.assertEqual(window.names("label"), ["完成"])
-
-    def test_nothing_is_taken_for_markup(self):
-        title, text, button = "<i>a</i> & b", "<b>粗</b> &amp; & <img src='/etc/hostname'>\nhttp://x.example", "&好 <u>"
-        _, window = self.opened(alert(1, title, text, [button]))
-        self.screen.screenshot("markup")
-        self.assertEqual(window.names("label"), [title, text])
-        self.assertEqual(window.names("push button"), [button])
-
-    def test_emoji_and_letters_of_all_kinds_stay(self):
-        text = "🟢🟡🔴 👨‍👩‍👧‍👦 🇹🇼 漢字 かな 한글 עברית العربية é e\u0301 \u200f\u200e ZWJ\u200d"
-        _, window = self.opened(alert(1, "文字 🎉", text))
-        self.screen.screenshot("letters")
-        self.assertEqual(window.names("label"), ["文字 🎉", text])
-
-    def test_what_could_do_more_than_be_read_is_not_shown(self):
-        text = "a\0b \x1b[31mred\x1b[0m \u202eturned\u202c \u2066x\u2069 \x7f\x9b\r\nnext\rlast\u2028end\tafter\u0301"
-        _, window = self.opened(alert(1, "a\0b\nc\u202e", text), name="a b c ")
-        self.screen.screenshot("controls")
+    def test_texts_can_only_be_read(self):
+        title, button = "<i>a</i> & b 🎉\0\nc\u202e", "&好 <u>"
+        text = ("<b>粗</b> &amp; & <img src='/etc/hostname'>\nhttp://x.example\n"
+                "🟢🟡🔴 👨‍👩‍👧‍👦 🇹🇼 漢字 かな 한글 עברית العربية é e\u0301 \u200f\u200e ZWJ\u200d\n")
+        controls = "a\0b \x1b[31mred\x1b[0m \u202eturned\u202c \u2066x\u2069 \x7f\x9b\r\nnext\rlast\u2028end\tafter\u0301"
+        _, window = self.opened(alert(1, title, text + controls, [button]), name="<i>a</i> & b 🎉  c ")
+        self.screen.screenshot("texts")
         self.assertEqual(window.names("label"),
-                         ["a b c ", "a b red  turned   x    \nnext\nlast\nend\tafter\u0301"])
+                         ["<i>a</i> & b 🎉  c ", text + "a b red  turned   x    \nnext\nlast\nend\tafter\u0301"])
+        self.assertEqual(window.names("push button"), [button])
 
     def test_400_lines_scroll_and_the_button_stays_in_sight(self):
         program, window = self.opened(alert(1, "目前狀態", REPORT))
@@ -128,12 +108,6 @@ class Copies(Alerts):
         self.screen.keys("ctrl+v", "Return")
         return program.event()
 
-    def test_a_short_text(self):
-        program, window = self.opened(alert(1, text="一 <b>\n二 &"))
-        window.find("label", "一 <b>\n二 &").focus()
-        self.copy_all(window)
-        self.assertEqual(self.pasted(program), answered(2, 0, copy="一 <b>\n二 &"))
-
     def test_a_long_text_without_the_breaks_that_are_not_its_own(self):
         line = "".join(f"{i:05} " for i in range(1500))
         program, window = self.opened(alert(1, text=f"前\n\n{line}\n後"))
@@ -178,19 +152,10 @@ class Buttons(Alerts):
         for place, title in enumerate(self.three):
             program, window = self.opened(alert(7, buttons=self.three))
             self.assertEqual(window.names("push button"), list(self.three))
+            lefts = [window.find("push button", each).place()[0] for each in self.three]
+            self.assertEqual(lefts, sorted(lefts))
             window.find("push button", title).press()
             self.assertEnds(program, answered(7, place))
-
-    def test_they_stand_in_their_order(self):
-        _, window = self.opened(alert(1, buttons=self.three))
-        lefts = [window.find("push button", title).place()[0] for title in self.three]
-        self.assertEqual(lefts, sorted(lefts))
-
-    def test_return_presses_the_first(self):
-        for key in ("Return", "KP_Enter"):
-            program, _ = self.opened(alert(1, buttons=self.three))
-            self.screen.keys(key)
-            self.assertEnds(program, answered(1, 0))
 
     def test_return_in_a_field_and_in_a_text_presses_the_first(self):
         program, window = self.opened(alert(1, text=REPORT, buttons=self.three, view=field("a", "x")))
@@ -210,15 +175,11 @@ class Buttons(Alerts):
         self.screen.keys("space")
         self.assertEnds(program, answered(1, 1))
 
-    def test_escape_cancels(self):
-        program, _ = self.opened(alert(1, buttons=self.three, view=field("a", "x")))
-        self.screen.keys("Escape")
-        self.assertEnds(program, answered(1, None, a="x"))
-
-    def test_escape_presses_the_only_one(self):
-        program, _ = self.opened(alert(1))
-        self.screen.keys("Escape")
-        self.assertEnds(program, answered(1, 0))
+    def test_escape_cancels_or_presses_the_only_one(self):
+        for request, button in ((alert(1, buttons=self.three), None), (alert(1), 0)):
+            program, _ = self.opened(request)
+            self.screen.keys("Escape")
+            self.assertEnds(program, answered(1, button))
 
     def test_many_wide_ones_stay_on_the_screen(self):
         titles = [f"按鈕 {i} " + "寬" * 20 for i in range(5)]
@@ -231,19 +192,6 @@ class Stacked(Alerts):
     def setUp(self):
         super().setUp()
         self.lower = alert(1, "下", buttons=["一", "二"], view=view("button", text="更多", action="more"))
-
-    def test_the_one_on_top_comes_first(self):
-        program, window = self.opened(self.lower)
-        window.find("push button", "更多").press()
-        self.assertEqual(program.event(), {"id": 1, "pressed": "more"})
-        program.show(alert(2, "上"))
-        program.window("上")
-        self.screen.screenshot("stacked")
-        self.screen.keys("Return")
-        self.assertEqual(program.event(), answered(2, 0))
-        program.window("下")
-        self.screen.keys("Escape")
-        self.assertEnds(program, answered(1, None))
 
     def test_three_of_them(self):
         program, _ = self.opened(self.lower, alert(2, "中"), alert(3, "上", buttons=["好", "壞"]))
@@ -280,15 +228,11 @@ class Life(Alerts):
         self.assertEnds(program)
 
     def test_it_ends_when_there_is_nothing_to_do(self):
-        program = self.program()
-        program.end_input()
-        self.assertEnds(program)
-
-    def test_half_a_line_is_no_request(self):
-        program = self.program()
-        program.process.stdin.write(b'{"version": 1, "id": 1, "alert"')
-        program.end_input()
-        self.assertEnds(program)
+        for half_a_request in b"", b'{"version": 1, "id": 1, "alert"':
+            program = self.program()
+            program.process.stdin.write(half_a_request)
+            program.end_input()
+            self.assertEnds(program)
 
     def test_without_a_display_it_ends_without_an_answer(self):
         for environment in ({"DISPLAY": ""}, {"DISPLAY": ":9999"}):
@@ -359,20 +303,11 @@ class Refusals(Alerts):
             program.process.stdin.write(line)
             self.assertRefuses(program, "")
 
-    def test_rubbish_beneath_an_open_window(self):
-        program, _ = self.opened(alert(1))
-        program.process.stdin.write(b"geheim\n")
-        self.assertRefuses(program, "a line that is not of the protocol")
-
-    def test_a_number_that_is_taken(self):
-        program, _ = self.opened(alert(1))
-        program.send(alert(1))
-        self.assertRefuses(program, "open already")
-
-    def test_the_menu_beside_an_alert(self):
-        program, _ = self.opened(alert(1))
-        program.send({"menu": []})
-        self.assertRefuses(program, "while an alert is shown")
+    def test_what_does_not_fit_an_open_window(self):
+        for line, reason in (({"geheim": 1}, ""), (alert(1), "open already"), ({"menu": []}, "while an alert is shown")):
+            program, _ = self.opened(alert(1))
+            program.send(line)
+            self.assertRefuses(program, reason)
 
 
 if __name__ == "__main__":

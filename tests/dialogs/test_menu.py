@@ -2,7 +2,7 @@
 
 from support import isolation
 from support.asked import alert, item, menu
-from support.desk import OnDesk, Program
+from support.desk import OnDesk
 
 CHOICES = ["開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒著（防止斷線）", "使用官方 ChatGPT 模式", "手動停止連線", "查看完整診斷",
            "檢查 Codex 版本與 Remote Control", "打開 Codex App", "官方 ChatGPT 連接說明", "打開專案資料夾", "連線與 Token 設定…",
@@ -13,9 +13,9 @@ class Menus(OnDesk):
     def setUp(self):
         # Out of the way: the row beneath the pointer is marked.
         self.screen.point_at(0, 0)
-        self.program = super().program()
 
     def open(self, shown=None):
+        self.program = OnDesk.program(self)
         self.program.show(shown or menu())
         self.window = self.program.window("Kestrune")
         self.rows = {node.name(): node for node in self.window.all() if node.role() in ("push button", "check box")}
@@ -55,21 +55,19 @@ class Looks(Menus):
         self.assertEqual(len({(left, width) for left, _, width, _ in places}), 1)
         left, top, width, height = self.window.place()
         self.assertLessEqual(places[-1][1] + places[-1][3], top + height)
-
-    def test_the_keys_are_told(self):
-        self.open()
         self.assertEqual({name: self.rows[name].keys() for name in CHOICES}, dict(zip(CHOICES, [
-            "Ctrl+L", "Ctrl+A", "Ctrl+K", "Ctrl+M", "Ctrl+X", "Ctrl+S", "Ctrl+C", "Ctrl+D", "Ctrl+G", "Ctrl+O", "Ctrl+,", "Ctrl+Shift+R", "Ctrl+Q"])))
+            *(f"Ctrl+{key}" for key in "LAKMXSCDGO,"), "Ctrl+Shift+R", "Ctrl+Q"])))
 
     def test_no_row_is_cut_that_the_window_could_show(self):
         key = item(1, "a", "a", "R")
         for title in ("檢查 Codex 版本與 Remote Control", "長" * 20, "l" * 30):
             for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
-                with self.subTest(row=row), Program(self.desk) as self.program:
-                    self.program.show({"menu": [key, row]})
-                    window = self.program.window("Kestrune")
+                with self.subTest(row=row):
+                    self.open({"menu": [key, row]})
                     # Of a row that is cut, the tool tip has the whole title.
-                    self.assertEqual([node.description() for node in window.all() if node.name() == title], [""])
+                    self.assertEqual([node.description() for node in self.window.all() if node.name() == title], [""])
+                    self.program.end_input()
+                    self.assertEnds()
 
     def test_a_row_without_keys_has_the_room_of_the_keys(self):
         lengths = range(20, 60)
@@ -97,43 +95,30 @@ class Looks(Menus):
 
 
 class Choosing(Menus):
-    def test_a_row_is_pressed(self):
+    def test_a_row_is_clicked(self):
         self.open()
-        self.rows["查看完整診斷"].press()
-        self.assertEnds({"chosen": 21})
+        left, top, width, height = self.rows["打開專案資料夾"].place()
+        self.screen.point_at(left + width // 2, top + height // 2)
+        self.rows["打開專案資料夾"].has_focus()
+        self.screen.screenshot("menu-marked")
+        self.screen.click(left + width // 2, top + height // 2)
+        self.assertEnds({"chosen": 25})
 
-    def test_a_check_mark_is_turned(self):
+    def test_keys_and_presses_choose(self):
+        for key, number in {"ctrl+l": 14, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
+            self.open()
+            self.screen.keys(key)
+            self.assertEnds({"chosen": number})
         self.open()
         self.rows["自動維持連線"].press()
         self.assertEnds({"chosen": 15})
 
-    def test_a_row_is_clicked(self):
-        self.open()
-        left, top, width, height = self.rows["打開專案資料夾"].place()
-        self.screen.run("xdotool", "mousemove", str(left + width // 2), str(top + height // 2))
-        self.rows["打開專案資料夾"].has_focus()
-        self.screen.screenshot("menu-marked")
-        self.screen.run("xdotool", "click", "1")
-        self.assertEnds({"chosen": 25})
-
-    def test_a_row_to_read_is_clicked_in_vain(self):
-        self.open()
-        left, top, width, height = self.window.find("label", "目前網路：Wi-Fi").place()
-        self.screen.run("xdotool", "mousemove", str(left + width // 2), str(top + height // 2), "click", "1")
-        self.screen.keys("ctrl+q")
-        self.assertEnds({"chosen": 29})
-
-    def test_keys_choose(self):
-        for key, number in {"ctrl+l": 14, "ctrl+x": 18, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
-            with Program(self.desk) as self.program:
-                self.open()
-                self.screen.keys(key)
-                self.assertEnds({"chosen": number})
-
-    def test_nothing_is_marked_at_first_and_return_chooses_nothing(self):
+    def test_nothing_is_marked_at_first_and_what_is_only_to_be_read_is_clicked_in_vain(self):
         self.open()
         self.assertEqual(self.marked(), [])
         self.screen.keys("Return", "space")
+        left, top, width, height = self.window.find("label", "目前網路：Wi-Fi").place()
+        self.screen.click(left + width // 2, top + height // 2)
         self.press("Down", marks=CHOICES[0])
         self.screen.keys("Return")
         self.assertEnds({"chosen": 14})
@@ -152,34 +137,22 @@ class Choosing(Menus):
         self.screen.keys("space")
         self.assertEnds({"chosen": 14})
 
-    def test_escape_closes_it_without_a_choice(self):
-        self.open()
-        self.press("Down", marks=CHOICES[0])
-        self.screen.keys("Escape")
-        self.assertEnds()
-
-    def test_the_end_of_the_input_closes_it(self):
-        self.open()
-        self.program.end_input()
-        self.assertEnds()
+    def test_it_is_closed_without_a_choice(self):
+        for close in (lambda: self.screen.keys("Escape"), lambda: self.program.end_input()):
+            self.open()
+            close()
+            self.assertEnds()
 
 
 class Following(Menus):
-    def test_rows_change_in_their_places(self):
+    def test_rows_change_in_their_places_and_the_mark_stays(self):
         self.open()
+        self.press("Down", "Down", marks="自動維持連線")
         status = self.window.find("label", "🟢 連線狀態：已連線")
         place = status.place()
         self.program.send(menu("🔴 連線狀態：異常 <b>", checked=False))
         status.wait(lambda node: node.name() == "🔴 連線狀態：異常 <b>", "other status")
         self.assertEqual(status.place(), place)
-        self.rows["自動維持連線"].wait(lambda node: "checked" not in node.states(), "mark taken away")
-        self.screen.keys("Escape")
-        self.assertEnds()
-
-    def test_the_mark_stays(self):
-        self.open()
-        self.press("Down", "Down", marks="自動維持連線")
-        self.program.send(menu("🔴 連線狀態：異常", checked=False))
         self.rows["自動維持連線"].wait(lambda node: "checked" not in node.states(), "mark taken away")
         self.assertEqual(self.marked(), ["自動維持連線"])
         self.screen.keys("Return")
