@@ -15,16 +15,6 @@ from support.windows import LOGIN_OFF, LOGIN_ON
 
 ROW = 14
 
-FOREIGN = """[Desktop Entry]
-Type=Application
-Name=Kestrune
-Exec=env "KESTRUNE_REPO_PATH={repo}" "{gone}" --background
-TryExec={gone}
-Hidden=false
-# mine
-X-Mine=1
-"""
-
 
 class Login(unittest.TestCase):
     def setUp(self):
@@ -80,19 +70,6 @@ class Login(unittest.TestCase):
         self.entry.mkdir()
         self.assertToggles(Window(LOGIN_ON.title, "Is a directory", warns=True))
         self.assertEqual(self.client.quit(), 0)
-
-    def test_an_entry_whose_program_is_gone_starts_the_present_one(self):
-        self.session.prefer(SWITCHED_OFF)
-        self.entry.parent.mkdir()
-        gone = FOREIGN.format(repo=self.session.repo, gone=self.session.root / "gone/KestruneMenuClient")
-        program = self.install("安裝 a prefix")
-        # A program in a build folder is no replacement.
-        for started, text in ((PROGRAM, gone), (program, FOREIGN.format(repo=self.session.repo, gone=program))):
-            self.entry.write_text(gone)
-            client = self.session.terminal(program=started)
-            self.assertIs(client.next_menu().rows[ROW].mark, True)
-            self.assertEqual(client.quit(), 0)
-            self.assertEqual(self.entry.read_text(), text)
 
     def log_in(self):
         """What the entry starts, as a session does it."""

@@ -94,56 +94,60 @@ class Storage(Dialogue):
 
 
 class Disks(Storage):
-    def test_settings_on_a_disk_that_is_full_or_holds_no_more_files(self):
-        for files in (99, 2):  # the folder is one
-            with self.subTest(files=files):
-                disk = self.disk(self.session.root / f"disk {files}", pages=3, files=files)
-                (disk / "settings").write_text(TOKEN)
-                self.env.unlink(missing_ok=True)
-                self.env.symlink_to(disk / "settings")
-                self.start()
-                filler = self.fill(disk) if files > 2 else self.session.home / "count"
-                before = self.names(disk)
-                self.save_token("two")
-                self.assertFails(FULL)
-                self.assertEqual((disk / "settings").read_text(), TOKEN)
-                self.assertEqual(self.names(disk), before)
-                if files > 2:
-                    filler.unlink()
-                    self.save_token("three")
-                    self.assertSaved("three")
-                    self.assertEqual(self.names(disk), ["settings"])
-                    self.assertTrue(self.env.is_symlink())
-                self.assertEnds()
-
-    def test_settings_and_lock_on_a_disk_that_is_read_only(self):
-        self.env.write_text(TOKEN)
-        before = self.names(self.session.repo)
-        self.read_only(self.session.repo)
-        self.read_only(self.session.runtime)
+    def test_on_full_disks_nothing_is_lost_and_everything_is_written_when_there_is_room(self):
+        settings = self.disk(self.session.root / "disk", pages=3) / "settings"
+        settings.write_text(TOKEN)
+        self.env.symlink_to(settings)
+        self.entry.parent.mkdir()
+        self.entry.write_text("[Desktop Entry]\nHidden=true\n")
+        folders = [self.disk(self.entry.parent, pages=2), self.disk(self.preferences.parent, pages=3), settings.parent]
+        files = [self.entry, self.preferences, settings]
         self.start()
-        self.client.complained(f"cannot lock {self.session.runtime}/kestrune-menu-client/lock: {READ_ONLY}\n")
+        before = [file.read_text() for file in files]
+        fillers = [self.fill(folder) for folder in folders]
         self.save_token("two")
-        self.assertFails(READ_ONLY)
-        self.assertEqual(self.env.read_text(), TOKEN)
-        self.assertEqual(self.names(self.session.repo), before)
-        self.assertEnds()
-
-    def test_preferences_on_a_full_disk_hold_and_are_written_when_there_is_room(self):
-        self.disk(self.preferences.parent, pages=3)
-        self.start()
-        filler = self.fill(self.preferences.parent)
+        self.assertFails(FULL)
+        self.assertLoginFails(FULL)
         self.assertPreferencesFail(FULL)
-        self.assertEqual(self.preferences.read_text(), SWITCHED_OFF)
-        self.assertEqual(self.names(self.preferences.parent), ["filler", "preferences.json"])
+        self.assertEqual([file.read_text() for file in files], before)
+        self.assertEqual([self.names(folder) for folder in folders],
+                         [sorted([file.name, "filler"]) for file in files])
         self.ask("", "16  k ✗")
-        filler.unlink()
+        for filler in fillers:
+            filler.unlink()
+        self.save_token("three")
+        self.assertSaved("three")
+        self.assertLogin(LOGIN_ON)
         self.turn("m")
         written = self.session.preferences()
         self.assertEqual((written["autoConnectEnabled"], written["keepAwakeEnabled"]), (False, False))
         self.assertIn("connectionMode", written)
-        self.assertEqual(self.names(self.preferences.parent), ["preferences.json"])
+        self.assertEqual([self.names(folder) for folder in folders], [[file.name] for file in files])
+        self.assertTrue(self.env.is_symlink())
         self.assertEnds()
+
+    def test_on_disks_that_are_read_only_and_in_closed_folders_nothing_changes(self):
+        self.env.write_text(TOKEN)
+        self.entry.parent.mkdir()
+        self.read_only(self.session.runtime)
+        self.read_only(self.session.repo)
+        closed = [self.preferences.parent, self.entry.parent]
+        before = [self.names(folder) for folder in (*closed, self.session.repo)]
+        for folder in closed:
+            self.session.callback(folder.chmod, 0o755)
+            folder.chmod(0)
+        self.start(through=AS_ANYBODY)
+        self.client.complained(f"cannot lock {self.session.runtime}/kestrune-menu-client/lock: {READ_ONLY}\n")
+        self.client.checked()
+        self.save_token("two")
+        self.assertFails(READ_ONLY)
+        self.assertLoginFails(DENIED)
+        self.assertPreferencesFail(DENIED)
+        self.assertEnds()
+        for folder in closed:
+            folder.chmod(0o755)
+        self.assertEqual([self.names(folder) for folder in (*closed, self.session.repo)], before)
+        self.assertEqual((self.env.read_text(), self.preferences.read_text()), (TOKEN, SWITCHED_OFF))
 
 
 class Descriptors(Storage):
@@ -221,30 +225,6 @@ class Descriptors(Storage):
         self.assertEnds()
         for pid in services:
             wait_for_end(pid)
-
-
-class Owners(Storage):
-    def test_folders_that_are_closed_to_it(self):
-        self.session.stub_backend("exit 0\n")
-        self.env.write_text(TOKEN)
-        self.entry.parent.mkdir()
-        closed = [self.preferences.parent, self.entry.parent, self.session.repo]
-        before = [self.names(folder) for folder in closed]
-        for folder, mode in zip(closed, (0, 0, 0o555)):
-            self.session.callback(folder.chmod, 0o755)
-            folder.chmod(mode)
-        self.start(through=AS_ANYBODY)
-        self.client.checked()
-        self.assertLoginFails(DENIED)
-        self.save_token("two")
-        self.assertFails(DENIED)
-        self.assertPreferencesFail(DENIED)
-        self.assertEnds()
-        for folder in closed:
-            folder.chmod(0o755)
-        self.assertEqual([self.names(folder) for folder in closed], before)
-        self.assertEqual(self.env.read_text(), TOKEN)
-        self.assertEqual(self.preferences.read_text(), SWITCHED_OFF)
 
 
 if __name__ == "__main__":
