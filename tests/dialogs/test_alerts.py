@@ -244,6 +244,7 @@ class Life(Alerts):
     def test_when_the_display_goes_it_ends_without_an_answer(self):
         program, _ = self.opened(alert(1))
         other = Screen(self.desk, self.width, self.height)
+        self.desk.environment["DISPLAY"] = self.screen.name
         away = self.program(environment={"DISPLAY": other.name})
         away.show(alert(1))
         other.stop()
@@ -273,12 +274,6 @@ class Life(Alerts):
         program.end_input()
         self.assertEqual(program.status(), 0)
 
-    def test_it_says_what_it_is(self):
-        for argument, words in (("--version", "KestruneMenuDialogs 0."), ("--help", "Usage: KestruneMenuDialogs")):
-            program = self.program(argument, environment={"DISPLAY": ""})
-            self.assertEqual(program.process.wait(PATIENCE), 0)
-            self.assertTrue(program.process.stdout.read().decode().startswith(words))
-
 
 class Refusals(Alerts):
     def assertRefuses(self, program, reason):
@@ -296,9 +291,7 @@ class Refusals(Alerts):
         self.assertRefuses(program, "version 2 of the protocol")
 
     def test_rubbish(self):
-        for line in (b"geheim\n", b"\n", b"\xff\xfe\n", b"{}\n", b"[1]\n", b'{"version": 1, "geheim": 1}\n',
-                     b'{"version": 1, "id": 1, "alert": {"style": "geheim", "messageText": "", "informativeText": "", '
-                     b'"buttons": ["x"]}}\n', b"[" * 100_000 + b"\n"):
+        for line in b"geheim\n", b'{"version": 1, "geheim": 1}\n', b"[" * 100_000 + b"\n":
             program = self.program()
             program.process.stdin.write(line)
             self.assertRefuses(program, "")

@@ -8,36 +8,6 @@ REPORT = "\n".join(f"[OK] 檢查 {i}: com.dovrel.kestrune.part{i} 正在運行 <
 
 
 class Views(Alerts):
-    def test_a_button_inside_is_told_and_the_alert_stays(self):
-        program, window = self.opened(alert(1, view=view("button", text="顯示手機配對 QR", action="showPairingQR", width=220)))
-        button = window.find("push button", "顯示手機配對 QR")
-        width, height = button.place()[2:]
-        self.assertEqual(width, 220)
-        self.assertGreaterEqual(height, 28)
-        for _ in range(2):
-            button.press()
-            self.assertEqual(program.event(), {"id": 1, "pressed": "showPairingQR"})
-        self.screen.keys("Escape")
-        self.assertEnds(program, answered(1, 0))
-
-    def test_fields_are_named_and_their_texts_come_with_the_answer(self):
-        form = view("stack", titled("網址 & 位址", field("url", "https://x.example", "提示")),
-                    titled("權杖", field("token", "", "手機端 API Token")), field("bare", "", "只有提示"),
-                    view("textField", identifier="called", accessibilityLabel="叫做"), spacing=10)
-        program, window = self.opened(alert(1, buttons=["好", "取消"], view=form))
-        self.assertEqual(window.names("text"), ["網址 & 位址", "權杖", "只有提示", "叫做"])
-        self.assertEqual(window.find("text", "網址 & 位址").text(), "https://x.example")
-        window.find("text", "網址 & 位址").has_focus()
-        self.screen.keys("End")
-        self.screen.type("/a")
-        self.screen.keys("Tab")
-        window.find("text", "權杖").has_focus()
-        self.screen.type(" tok en ")
-        # By the screen reader's way, the button could be pressed before that.
-        window.find("text", "權杖").wait(lambda node: node.text() == " tok en ", "typed text")
-        window.find("push button", "取消").press()
-        self.assertEnds(program, answered(1, 1, url="https://x.example/a", token=" tok en ", bare="", called=""))
-
     def test_a_text_of_a_field_stays_whole_whatever_it_is(self):
         texts = ["長" * 100_000, "line\nend\r\n\0\x1b\u202e", "   ", "a" * 32_767 + "b"]
         form = view("stack", *(field(f"f{i}", text) for i, text in enumerate(texts)))
@@ -75,14 +45,6 @@ class Views(Alerts):
         told = changes()
         self.assertEqual(len(told), 3)
         self.assertFalse([text for text in told if "Q" in text or "W" in text])
-
-    def test_a_picture_has_its_size_and_sharp_edges(self):
-        board = ["".join(str((x + y) % 2) for x in range(45)) for y in range(45)]
-        _, window = self.opened(alert(1, view=picture(board, name="配對 QR")))
-        self.screen.screenshot("picture")
-        left, top, width, height = window.find("graphic", "配對 QR").place()
-        self.assertEqual((width, height), (260, 260))
-        self.assertEqual(self.colours(left, top, width, height), {(0, 0, 0), (255, 255, 255)})
 
     def test_a_picture_is_drawn_in_the_resolution_of_the_screen(self):
         program = self.program(environment={"QT_SCALE_FACTOR": "2"})

@@ -4,7 +4,6 @@ import unittest
 
 from support.client import NO_BUS
 from support.session import COUNTING_BACKEND, SWITCHED_OFF, Session
-from support.windows import GUIDE
 
 RULE = "─" * 28
 BUTTONS = "[1] 保存並刷新  [2] 打開 .env  [3] 取消  [4] 顯示手機配對 QR  \n"
@@ -55,13 +54,6 @@ class Dialogue(unittest.TestCase):
         """That window comes; it is closed."""
         self.expect(f"\n{'⚠' if window.warns else 'ℹ'} {window.title}\n{RULE}\n{window.text}\n\n{OKAY}")
         self.client.type("1")
-
-    def assertUnchanged(self, text):
-        # The window comes behind everything that the dialogue has led to.
-        self.client.type("g")
-        self.assertWindow(GUIDE)
-        self.assertEqual(self.env.read_text(), text)
-        self.assertEqual(self.session.events.pending(), [])
 
     def assertQuits(self):
         self.assertEqual(self.client.quit(), 0)
