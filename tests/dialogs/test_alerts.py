@@ -99,7 +99,7 @@ class Copies(Alerts):
         """What a right click on it opens."""
         self.reader.signals.clear()
         left, top, *_ = node.place()
-        self.screen.run("xdotool", "mousemove", str(left + 10), str(top + 5), "click", "3")
+        self.screen.click(left + 10, top + 5, button=3)
         return self.reader.told_of("popup menu")
 
     def pasted(self, program):

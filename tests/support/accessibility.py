@@ -5,10 +5,12 @@ from contextlib import suppress
 from gi.repository import Gio, GLib
 
 from support.bus import PROPERTIES
-from support.waiting import PATIENCE
+from support.waiting import PATIENCE, Deadline
 
 STATES = {1: "active", 4: "checked", 7: "editable", 8: "enabled", 11: "focusable", 12: "focused", 24: "sensitive",
           25: "showing", 30: "visible", 41: "checkable"}
+
+WHILE = 200  # milliseconds
 
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 ROOT = "/org/a11y/atspi/accessible/root"
@@ -54,17 +56,18 @@ class ScreenReader:
         return self.signals
 
     def wait(self, condition, what):
-        """The first true value that it has; asked again with each thing that happens."""
-        late = []
-        timer = GLib.timeout_source_new(int(PATIENCE * 1000))
-        timer.set_callback(lambda *_: late.append(True))
+        """The first true value that it has; asked again with each thing that happens, and after a while, because not
+        everything is told."""
+        deadline = Deadline()
+        timer = GLib.timeout_source_new(WHILE)
+        timer.set_callback(lambda *_: True)
         timer.attach(self.context)
         try:
             while True:
                 with suppress(GLib.Error, LookupError):  # what is asked may be gone by now, or not there yet
                     if value := condition():
                         return value
-                if late:
+                if deadline.left() == 0:
                     raise AssertionError(f"no {what} within {PATIENCE:g} s")
                 self.context.iteration(True)
         finally:
