@@ -7,8 +7,7 @@ from support import isolation
 from support.client import CHECKING, CONNECTED, DISABLED, NO_BUS, Window
 from support.processes import running, wait_for_end, write_script
 from support.session import COUNTING_BACKEND, PROGRAM, Session, counted
-from support.windows import (AWAKE, CONNECTING, GUIDE, MISSING_APP, NOT_AWAKE, NOT_CONNECTING, OFFICIAL_MODE, OWN_MODE,
-                             STOPPED, codex_check, diagnosis)
+from support.windows import CONNECTING, GUIDE, NOT_CONNECTING, STOPPED, codex_check, diagnosis
 
 STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
 
@@ -18,8 +17,6 @@ class Typed(unittest.TestCase):
         self.session = Session(self)
         # Says nothing, as one that knows the units that it is to stop.
         self.session.program("systemctl", "exit 0\n")
-        self.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
-        self.session.find_programs_first()
 
     def start(self, **options):
         """A client with the counting backend, which has been asked for all that a start asks for."""
@@ -54,21 +51,6 @@ class Typed(unittest.TestCase):
         self.assertOpens("c", codex_check(8, failing=True))
         self.assertEqual(self.client.menu_with(*counted(8)).status, "🔴 連線狀態：Codex 診斷已更新")
         self.assertAsked(*["status"] * 6)
-        self.assertQuits()
-
-    def test_switches_go_there_and_back_and_are_remembered(self):
-        self.start()
-        for key, window, status, preference, value in (
-                ("m", OFFICIAL_MODE, "已切換到官方 ChatGPT 模式", "connectionMode", "official_chatgpt"),
-                ("17", OWN_MODE, "已切換到 Kestrune 自托管模式", "connectionMode", "kestrune_self_hosted"),
-                ("k", NOT_AWAKE, "保持喚醒已關閉", "keepAwakeEnabled", False),
-                ("k", AWAKE, "保持喚醒已開啟", "keepAwakeEnabled", True)):
-            self.assertOpens(key, window)
-            self.assertEqual(self.client.next_menu().status, f"🟡 連線狀態：{status}")
-            self.assertEqual(self.session.preferences()[preference], value)
-        self.assertOpens("d", MISSING_APP)
-        self.client.type("o")
-        self.assertEqual(self.session.events.next(), f"1 {self.session.repo}")
         self.assertQuits()
 
     def test_services_stop_and_come_back(self):

@@ -3,7 +3,6 @@
 import struct
 import time
 import unittest
-from contextlib import suppress
 
 from gi.repository import GLib
 
@@ -14,21 +13,9 @@ from support.session import SWITCHED_OFF, Session
 from support.windows import GUIDE
 from support.wire import Connection, Peer, Refused, answers
 
-LARGEST, SMALLEST = 2 ** 31 - 1, -2 ** 31
 SEPARATOR, GUIDE_ROW, QUIT_ROW = 12, 24, 29
 
-METHODS = {
-    MENU: {"GetLayout": "iias", "GetGroupProperties": "aias", "GetProperty": "is", "Event": "isvu",
-           "EventGroup": "a(isvu)", "AboutToShow": "i", "AboutToShowGroup": "ai"},
-    ITEM: {"Activate": "ii", "SecondaryActivate": "ii", "ContextMenu": "ii", "Scroll": "is",
-           "ProvideXdgActivationToken": "s"},
-}
 ZERO = GLib.Variant("i", 0)
-# One value of each of many types, none of which any method takes.
-WRONG = [("", ()), ("y", (255,)), ("x", (-2 ** 63,)), ("d", (float("nan"),)), ("ss", ("clicked", "29")),
-         ("v", (ZERO,)), ("a{sv}i", ({}, 29)), ("u", (29,)), ("isvui", (29, "clicked", ZERO, 0, 0)),
-         ("si", ("clicked", 29)), ("a(iss)", ([(29, "clicked", "")],)), ("as", (["29"],)), ("ay", (b"\xff" * 99,)),
-         ("g", ("isvu",)), ("o", ("/MenuBar",))]
 
 GIANT = 4 << 20  # bytes
 FLOOD = 3000  # calls
@@ -88,8 +75,8 @@ class Hostile(unittest.TestCase):
         """How often the row was chosen that tells something by a notification."""
         return [arguments[3] for _, arguments, _ in self.daemon.calls("Notify")].count(GUIDE.title)
 
-    def assertRefused(self, *call, error=""):
-        with self.assertRaisesRegex(Refused, error):
+    def assertRefused(self, *call):
+        with self.assertRaises(Refused):
             self.ask(*call)
 
     def assertAnswersSoon(self):
@@ -118,29 +105,6 @@ class Hostile(unittest.TestCase):
         cls.bus.click(QUIT_ROW)
         assert cls.client.status() == 0
 
-    def test_wrong_types_are_refused(self):
-        for target, methods in METHODS.items():
-            for method, right in methods.items():
-                for signature, arguments in WRONG:
-                    if signature != right:
-                        with self.subTest(method=method, signature=signature):
-                            self.assertRefused(target, method, signature, *arguments, error="InvalidArgs")
-
-    def test_only_a_click_on_an_enabled_row_does_anything(self):
-        data = [ZERO, GLib.Variant("s", "clicked"), GLib.Variant("v", GLib.Variant("u", 9)),
-                GLib.Variant("a{sv}", {"clicked": GLib.Variant("b", True)}), GLib.Variant("ay", b"x")]
-        enabled = [number for number, row in self.rows.items() if row.get("enabled")]
-        others = [number for number in (*range(-2, 40), LARGEST, SMALLEST) if number not in enabled]
-        self.assertIn(SEPARATOR, others)
-        for value in data:
-            self.ask(MENU, "EventGroup", "a(isvu)", [(row, "clicked", value, 0) for row in others])
-            for row in others:
-                with suppress(Refused):
-                    self.ask(MENU, "Event", "isvu", row, "clicked", value, 0)
-            for row in enabled:
-                for event in ("", "Clicked", "clicked ", "opened", "closed", "hovered", "activate"):
-                    self.ask(MENU, "Event", "isvu", row, event, value, 0)
-
     def test_properties_are_read_only_and_other_ways_to_start_something_do_not_exist(self):
         for target in (MENU, ITEM):
             place = *target[:2], PROPERTIES
@@ -166,7 +130,7 @@ class Hostile(unittest.TestCase):
     def test_thousands_of_calls(self):
         deaf = self.connect()
         self.flood(deaf, MENU, "AboutToShow", "i", 0)
-        self.flood(deaf, ITEM, "Scroll", "is", LARGEST, "vertical")
+        self.flood(deaf, ITEM, "Scroll", "is", 2 ** 31 - 1, "vertical")
         self.assertAnswersSoon()
         deaf.close()
         self.flood(self.caller, MENU, "Event", "isvu", SEPARATOR, "clicked", ZERO, 0, answered=False)

@@ -1,17 +1,15 @@
 """A user who may start no other process and no thread, for a while."""
 
-import time
 import unittest
 
 from support import isolation
 from support.bus import STATUS_ROW, Bus
-from support.client import CONNECTED, NO_BUS, Window
+from support.client import CONNECTED
 from support.processes import wait_for_end
 from support.session import BUILD, REPORTING_BACKEND, Session
 
 REASON = "Resource temporarily unavailable"
 WAITING = f"KestruneMenuClient: no thread for commands ({REASON}): they wait\n"
-FAILED = f"🟡 連線狀態：{REASON}"
 STOP_LIMIT = 8.0
 SLACK = 5.0
 
@@ -38,28 +36,6 @@ class NoProcesses(unittest.TestCase):
         traffic.wait_for_status(CONNECTED)
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
-
-    def test_later_each_command_says_so_and_works_again(self):
-        self.session.stub_backend(REPORTING_BACKEND)
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        for _ in range(2):
-            self.refusal.touch()
-            client.type("s")
-            self.assertEqual(client.next_window(), Window("目前狀態", REASON, warns=True))
-            client.type("1")
-            client.menu_with(STATUS_ROW, FAILED)
-            self.refusal.unlink()
-            client.type("s")
-            self.assertEqual(client.next_window(), Window("目前狀態", "🟢 Mac service: 好"))
-            client.type("1")
-            client.menu_with(STATUS_ROW, CONNECTED)
-        # Nor does it wait for ever at its end.
-        self.refusal.touch()
-        begin = time.monotonic()
-        self.assertEqual(client.quit(), 0)
-        self.assertLess(time.monotonic() - begin, STOP_LIMIT)
-        self.assertEqual(client.errors.all(), NO_BUS)
 
     def test_those_that_come_free_at_the_end_stop_the_backend(self):
         self.session.backend("refresh")

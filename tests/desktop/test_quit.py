@@ -46,11 +46,6 @@ class Quit(unittest.TestCase):
         self.assertEqual(self.session.processes(), [])
         self.assertEqual(listening_ports(), set())
 
-    def started(self, client):
-        """At any moment of the start, which brings the services up once more."""
-        self.assertEqual(client.next_menu().status, CHECKING)
-        return client
-
     def test_by_its_row_and_by_its_key(self):
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
@@ -69,15 +64,21 @@ class Quit(unittest.TestCase):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(signal=number.name):
                 self.refresh()
-                client = self.started(self.session.terminal())
+                client = self.session.terminal()
+                # At any moment of a start that would bring the services up once more.
+                client.next_menu()
                 self.assertEqual(client.end(number), 0)
                 self.assertStopped()
                 self.assertEqual(client.errors.all(), NO_BUS)
+                # What is left to show of the others is that they are handled.
+                self.session.prefer(SWITCHED_OFF)
 
     def test_by_its_terminal(self):
+        self.session.prefer(SWITCHED_OFF)
         for end in (lambda client: os.write(client.input, b"\x03"), lambda client: client.hang_up()):
             self.refresh()
-            client = self.started(self.session.real_terminal())
+            client = self.session.real_terminal()
+            client.next_menu()
             end(client)
             self.assertEqual(client.status(), 0)
             self.assertStopped()

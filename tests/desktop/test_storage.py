@@ -7,7 +7,7 @@ from contextlib import suppress
 
 from support import isolation
 from support.client import Window
-from support.dialogue import OKAY, RULE, Dialogue
+from support.dialogue import OKAY, Dialogue
 from support.processes import wait_for_end
 from support.session import SWITCHED_OFF, Session
 from support.windows import LOGIN_ON, SAVED, SETTINGS
@@ -157,44 +157,6 @@ class Descriptors(Storage):
         free = [number for number in range(len(taken) + left + 1) if number not in taken]
         self.usual = resource.prlimit(self.client.pid, resource.RLIMIT_NOFILE)
         resource.prlimit(self.client.pid, resource.RLIMIT_NOFILE, (free[left], self.usual[1]))
-
-    def lift(self):
-        resource.prlimit(self.client.pid, resource.RLIMIT_NOFILE, self.usual)
-
-    def report(self, key, title):
-        """The sign and the text of a window with what the backend says."""
-        self.client.type(key)
-        sign = self.expect(f" {title}\n{RULE}\n")[-1]
-        text = self.expect(OKAY)
-        self.client.type("1")
-        return sign, text.strip()
-
-    def test_without_any_everything_fails_clearly_and_works_again_later(self):
-        before = self.names(self.session.repo) + [".env"]
-        self.start(TOKEN)
-        self.client.menu_with(10, "目前網路：網路未連線")
-        for left in range(4):
-            self.limit(left)
-            self.assertEqual(self.report("s", "目前狀態"), ("⚠", TOO_MANY))
-            if left == 0:
-                self.save_token("two")
-                self.assertFails(TOO_MANY)
-                self.assertLoginFails(TOO_MANY)
-                self.turn("k")
-                self.assertEqual(self.env.read_text(), TOKEN)
-                self.assertEqual(self.names(self.session.repo), sorted(before))
-                self.assertEqual(self.preferences.read_text(), SWITCHED_OFF)
-            # Behind the check that follows a report: one that came later would have descriptors, and take them
-            # along into the next count.
-            self.assertEqual(self.report("c", "Codex 版本與 Remote Control"), ("ℹ", TOO_MANY))
-            self.lift()
-        self.assertEqual(self.report("s", "目前狀態")[0], "ℹ")
-        self.save_token("three")
-        self.assertSaved("three")
-        self.assertLogin(LOGIN_ON)
-        self.turn("k")
-        self.assertIs(self.session.preferences()["keepAwakeEnabled"], True)
-        self.assertEnds()
 
     def test_from_the_start_it_says_why_it_ends_or_works(self):
         ends, works = 0, 0

@@ -23,7 +23,9 @@ class Unit(unittest.TestCase):
         self.session.program("xdg-open", 'echo $$ > "$HOME/events"\nread -r < "$HOME/gate"\n')
         self.session.find_programs_first()
         self.bus = Bus(self.session)
-        self.session.backend("refresh")
+        self.session.stub_backend("echo '[OK] Mac service: 好'\n")
+        # Once for each port, at every stop.
+        self.session.program("lsof", 'echo stopping > "$HOME/events"\n')
 
     def start(self, **options):
         program, *arguments = COMMAND.split()
@@ -35,15 +37,13 @@ class Unit(unittest.TestCase):
 
     def restart(self):
         """By the menu, until the new instance is connected: its process."""
-        services = self.session.services()
         with self.bus.monitor() as traffic:
             before = self.bus.client()
             self.bus.click(27)
             self.bus.wait_for_client(besides=before)
             traffic.wait_for_status(CONNECTED)
         # It has ended as it does when it quits.
-        for pid in services:
-            wait_for_end(pid)
+        self.assertEqual([self.session.events.next() for _ in range(2)], ["stopping"] * 2)
         return self.bus.pid()
 
     def test_it_starts_anew_in_its_own_process_and_reaps_what_was_opened_before(self):
