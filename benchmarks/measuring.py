@@ -15,7 +15,7 @@ TOOLS = BUILD / "benchmarks"
 CLIENT = BUILD / "KestruneMenuClient"
 
 sys.path.insert(0, str(ROOT / "tests"))
-from desktop import isolation  # noqa: E402
+from rig import isolation  # noqa: E402
 
 BUS = """<busconfig><type>session</type>
 <listen>unix:path={}/bus</listen>{}

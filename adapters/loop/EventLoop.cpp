@@ -393,6 +393,9 @@ std::unique_ptr<DispatchQueue> EventLoop::makeSerialQueue(std::string label, Qua
 }
 
 std::unique_ptr<Timer> EventLoop::scheduleRepeating(Seconds interval, std::function<void()> action) {
+#ifdef KESTRUNE_SHORT_TICKS
+  if (const char* seconds = std::getenv("KESTRUNE_TEST_TICK")) interval = Seconds(std::atof(seconds));
+#endif
   return std::make_unique<LoopTimer>(loop, interval, std::move(action));
 }
 

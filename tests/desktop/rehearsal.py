@@ -6,10 +6,13 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from desktop import isolation
-from desktop.bus import CLIENT, DAEMON, Bus
-from desktop.session import CONNECTED, PORTS, PROGRAM, Session, listening_ports, running, wait_for_end
-from desktop.xfce import Panel, Screen
+from rig import isolation
+from rig.bus import Bus
+from rig.client import CONNECTED
+from rig.display import Screen
+from rig.panel import Panel
+from rig.processes import PORTS, listening_ports, running, wait_for_end
+from rig.session import PROGRAM, Session
 
 APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
 NEXT_VERSION = "/packages/second.deb"
@@ -35,22 +38,18 @@ def processes_of(name):
 class Rehearsal(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        self.session.environment["PATH"] = f"{self.session.bin}:" + self.session.environment["PATH"]
+        self.session.find_programs_first()
         self.bus = Bus(self.session)
         self.screen = Screen(self.session)
-        self.addCleanup(self.screen.close)
         # So that windows get the keyboard.
-        self.session.spawn("openbox", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.screen.start_manager()
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def log_in(self):
         """What a desktop does with the autostart folder, while the service manager starts the unit."""
         unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
-        self.session.spawn("dex", "--autostart", "--environment", "XFCE", stdout=subprocess.DEVNULL).wait()
+        self.session.spawn("dex", "--autostart", "--environment", "XFCE").wait()
         return unit
-
-    def owner(self):
-        return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0]
 
     def status(self):
         return json.loads(self.screen.run(PROGRAM, "--status", "--json"))
@@ -80,7 +79,7 @@ class Rehearsal(unittest.TestCase):
         self.assertEqual(self.status()["source"], "client")
         self.panel.open_menu()
         self.screen.screenshot("menu")
-        self.screen.run("xdotool", "key", "Escape")
+        self.screen.keys("Escape")
         self.bus.click(REPORT_ROW)
         self.close_window("目前狀態")
         self.bus.click(LOGIN_ROW)
@@ -88,25 +87,26 @@ class Rehearsal(unittest.TestCase):
         entry = self.session.config / "autostart/com.dovrel.kestrune.menuclient.desktop"
         self.assertIn("\nTryExec=/usr/bin/KestruneMenuClient\n", entry.read_text())
         self.quit()
-        traffic.close()
+        traffic.kill()
 
         traffic = self.bus.monitor()
         unit = self.log_in()
         traffic.wait_for_status(CONNECTED)
+        self.bus.wait_for_client()
         for pid in processes_of("KestruneMenuClient"):
-            if pid != self.owner():
+            if pid != self.bus.pid():
                 wait_for_end(pid)
-        self.assertEqual(processes_of("KestruneMenuClient"), [self.owner()])
-        if unit.pid != self.owner():
+        self.assertEqual(processes_of("KestruneMenuClient"), [self.bus.pid()])
+        if unit.pid != self.bus.pid():
             self.assertEqual(unit.status(), 0)
         self.assertEqual(processes_of(PROGRAM_OF_WINDOWS), [])
         self.panel.wait_for_icon(coloured=True)
         self.screen.screenshot("after the login")
-        traffic.close()
+        traffic.kill()
 
-        before = self.owner()
+        before = self.bus.pid()
         subprocess.run(["apt-get", "-q", "-y", "install", NEXT_VERSION], check=True)
-        self.assertEqual(self.owner(), before)
+        self.assertEqual(self.bus.pid(), before)
         self.assertEqual(program_of(before), f"{PROGRAM} (deleted)")
         self.assertEqual(self.status()["source"], "client")
         self.bus.click(REPORT_ROW)
@@ -116,10 +116,10 @@ class Rehearsal(unittest.TestCase):
         self.bus.click(RESTART_ROW)
         self.bus.wait_for_client(besides=name)
         traffic.wait_for_status(CONNECTED)
-        self.assertEqual(program_of(self.owner()), str(PROGRAM))
+        self.assertEqual(program_of(self.bus.pid()), str(PROGRAM))
         self.panel.wait_for_icon(coloured=True)
         self.screen.screenshot("after the upgrade")
-        traffic.close()
+        traffic.kill()
         self.quit()
 
 

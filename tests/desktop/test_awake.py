@@ -1,22 +1,14 @@
 """What keeps the machine awake, with a real login manager that lists it."""
 
 import signal
-import subprocess
 import time
 import unittest
 
-from desktop import isolation
-from desktop.bus import Bus, SystemBus
-from desktop.session import CONNECTED, COUNTING_BACKEND, NO_BUS, Session, counted
-
-LOGIN = "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager"
-
-# With folders of its own for what it keeps, and without the devices of the machine.
-LOGIN_MANAGER = """
-mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/logind.conf.d &&
-printf '[Login]\\nNAutoVTs=0\\nReserveVT=0\\n' > /run/systemd/logind.conf.d/test.conf &&
-exec /lib/systemd/systemd-logind
-"""
+from rig import isolation
+from rig.bus import SystemBus
+from rig.client import CONNECTED, NO_BUS
+from rig.logind import LOGIN, start_login_manager
+from rig.session import COUNTING_BACKEND, Session, counted
 
 REASON = "Kestrune keeps Mac awake for the mobile bridge"
 SOON = 12.0  # seconds; far less than the 25 that a call may take on a bus
@@ -32,24 +24,26 @@ class Awake(unittest.TestCase):
         self.bus = SystemBus(self.session)
         self.start_login_manager()
         self.traffic = self.bus.monitor()
-        self.addCleanup(self.traffic.close)
         self.releases = 0
+        self.start()
 
     def start_login_manager(self):
-        self.login = self.session.spawn("unshare", "--mount", "sh", "-c", LOGIN_MANAGER,
-                                        environment={"SYSTEMD_LOG_TARGET": "console"},
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.bus.wait_for_owner(LOGIN[0])
+        self.login = start_login_manager(self.session, self.bus)
+
+    def kill_login_manager(self):
+        self.login.kill()
+        self.login.wait()
 
     def start(self):
         self.client = self.session.terminal()
         menu = self.client.menu_with(*counted(2))
         self.assertEqual(menu.rows[11].title, HELD)
         self.session.wait_for_start()
+        self.assertHeld()
 
     def inhibited(self):
         """What the login manager has told of what is held up, one after the other."""
-        return [changed["BlockInhibited"]["data"]
+        return [changed["BlockInhibited"]
                 for _, changed, _ in self.traffic.said("PropertiesChanged", lambda data: "BlockInhibited" in data[1])]
 
     def inhibitors(self):
@@ -58,11 +52,11 @@ class Awake(unittest.TestCase):
     def assertHeld(self):
         """For the screen and for the system."""
         self.assertEqual([each[:4] + each[5:] for each in self.inhibitors()],
-                         [["idle", "Kestrune", REASON, "block", self.client.pid]] * 2)
+                         [("idle", "Kestrune", REASON, "block", self.client.pid)] * 2)
 
     def assertReleased(self):
         self.releases += 1
-        self.traffic.wait("PropertiesChanged", lambda _: self.inhibited().count("") == self.releases)
+        self.traffic.wait(lambda: self.inhibited().count("") == self.releases, "release")
         self.assertEqual(self.inhibited()[-1], "")
         self.assertEqual(self.inhibitors(), [])
 
@@ -74,9 +68,7 @@ class Awake(unittest.TestCase):
         self.menu = self.client.menu_with(*row)
         self.assertEqual(self.menu.rows[11].title, HELD if holds else NOT_HELD)
 
-    def test_it_is_held_while_both_switches_are_on(self):
-        self.start()
-        self.assertHeld()
+    def test_it_is_held_while_both_switches_are_on_and_the_backend_works(self):
         self.press("k", 2, "🟡 連線狀態：保持喚醒已關閉")
         self.assertReleased()
         self.press("k", 2, "🟡 連線狀態：保持喚醒已開啟", holds=True)
@@ -88,46 +80,33 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.inhibitors(), [])
         self.press("a", *counted(3), holds=True)
         self.assertHeld()
+        failing = self.session.home / "failing"
+        failing.touch()
+        self.press("s", *counted(5))
+        self.assertReleased()
+        failing.unlink()
+        self.press("s", *counted(7), holds=True)
+        self.assertEqual(self.menu.status, CONNECTED)
+        self.assertHeld()
         self.press("x", 18, "立即重新檢查連線")
         self.assertReleased()
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
-
-    def test_a_backend_that_fails_lets_the_machine_sleep(self):
+        # Nothing is left of one that is killed either.
+        (self.session.home / "count").unlink()
+        self.session.events.forget()
+        self.session.prefer("{}")
         self.start()
-        self.assertHeld()
-        failing = self.session.home / "failing"
-        failing.touch()
-        self.press("s", *counted(4))
+        self.assertEqual(self.client.end(signal.SIGKILL), -signal.SIGKILL)
         self.assertReleased()
-        failing.unlink()
-        self.press("s", *counted(6), holds=True)
-        self.assertEqual(self.menu.status, CONNECTED)
-        self.assertHeld()
-        self.assertEqual(self.client.quit(), 0)
 
-    def test_a_login_manager_that_is_killed_is_followed_by_the_next(self):
-        self.start()
-        for _ in range(2):
-            self.assertHeld()
-            self.login.kill()
-            self.login.wait()
-            so_far = len(self.traffic.said("Inhibit"))
-            self.start_login_manager()
-            self.traffic.wait("Inhibit", lambda _: len(self.traffic.said("Inhibit")) == so_far + 2)
-            # The last of them is answered before anything that is asked now.
-            self.assertHeld()
-        self.login.kill()
-        self.login.wait()
-        self.press("s", *counted(4))
-        self.assertEqual(self.menu.status, CONNECTED)
+    def test_a_login_manager_that_hangs_or_is_killed_holds_nothing_up_and_is_followed_by_the_next(self):
+        self.kill_login_manager()
+        so_far = len(self.traffic.said("Inhibit"))
         self.start_login_manager()
-        self.press("s", *counted(6), holds=True)
+        self.traffic.wait_for("Inhibit", count=so_far + 2)
+        # The last of them is answered before anything that is asked now.
         self.assertHeld()
-        self.assertEqual(self.client.quit(), 0)
-
-    def test_a_login_manager_that_hangs_holds_nothing_up(self):
-        self.start()
         self.login.send_signal(signal.SIGSTOP)
         begin = time.monotonic()
         self.press("k", 2, "🟡 連線狀態：保持喚醒已關閉")
@@ -135,23 +114,16 @@ class Awake(unittest.TestCase):
         self.press("s", *counted(4))
         self.assertLess(time.monotonic() - begin, SOON)
         # What it grants when it goes on, the client was told that it had not got.
+        changes = len(self.inhibited())
         self.login.send_signal(signal.SIGCONT)
-        self.traffic.wait("PropertiesChanged", lambda _: self.inhibitors() == [])
-        self.login.kill()
-        self.login.wait()
+        self.traffic.wait(lambda: self.inhibited()[changes:][-1:] == [""], "release")
+        self.assertEqual(self.inhibitors(), [])
+        self.kill_login_manager()
         self.start_login_manager()
         self.press("s", *counted(6), holds=True)
+        self.assertEqual(self.menu.status, CONNECTED)
         self.assertHeld()
         self.assertEqual(self.client.quit(), 0)
-
-    def test_nothing_is_left_of_a_client_that_quits_or_is_killed(self):
-        Bus(self.session)
-        for number, status in ((signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL)):
-            (self.session.home / "count").unlink(missing_ok=True)
-            self.start()
-            self.assertHeld()
-            self.assertEqual(self.client.end(number), status)
-            self.assertReleased()
 
 
 if __name__ == "__main__":

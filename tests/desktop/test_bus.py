@@ -1,33 +1,46 @@
-"""A session bus: that there is one client on it, and what it does when the bus is not there or hangs."""
+"""A session bus that is not there, hangs, or comes and goes."""
 
 import time
 import unittest
 
-from desktop import isolation
-from desktop.bus import CLIENT, ITEM, Bus
-from desktop.session import CONNECTED, Session, running, wait_for_end
+from rig import isolation
+from rig.bus import ITEM, STATUS_ROW, Bus
+from rig.client import CONNECTED
+from rig.processes import running, wait_for_end
+from rig.session import REPORTING_BACKEND, SWITCHED_OFF, Session
+from rig.wire import DAEMON, Peer, answers
 
 STOP_LIMIT = 8.0
-SLACK = 5.0
+SLACK = 5.0  # for a machine that has other things to do
 
-REPORTING = """
-echo "$1 asked" > "$HOME/events"
-echo '[OK] Mac service: 好'
-"""
+WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 
 
-class OnABus(unittest.TestCase):
+class Buses(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
         self.bus = Bus(self.session)
-        self.traffic = self.bus.monitor()
-        self.addCleanup(self.traffic.close)
 
+    def test_the_item_comes_with_the_bus_whenever_that_is_there(self):
+        self.session.stub_backend(REPORTING_BACKEND)
+        self.bus.stop()
+        client = self.session.start()
+        client.complained("no session bus (Connection refused)")
+        self.session.wait_for_start()
+        for times in (1, 1, 10):
+            for again in range(times):
+                if again:
+                    self.bus.stop()
+                self.bus.start()
+            self.bus.wait_for_client()
+            self.assertEqual(list(self.bus.rows()), list(range(1, 30)))
+            self.assertEqual(self.bus.rows()[STATUS_ROW]["label"], CONNECTED)
+            self.assertEqual(self.bus.get(ITEM, "ToolTip")[2], "Kestrune · 已連線 · 未配置")
+            self.assertNotEqual(self.bus.get(ITEM, "IconPixmap"), [])
+            self.bus.stop()
+        self.assertEqual(client.end(), 0)
 
-class OnlyOne(unittest.TestCase):
-    def test_a_start_without_the_bus_finds_the_one_on_it(self):
-        self.session = Session(self)
-        self.bus = Bus(self.session)
+    def test_without_its_bus_it_is_still_the_only_one_and_stops_the_backend_at_its_end(self):
         self.session.backend("refresh")
         services = self.session.services()
         first = self.session.terminal()
@@ -35,70 +48,22 @@ class OnlyOne(unittest.TestCase):
         self.assertEqual(self.session.run("--terminal", environment={"DBUS_SESSION_BUS_ADDRESS": ""}), (0, "", ""))
         self.assertEqual(first.next_menu().status, CONNECTED)
         self.bus.stop()
+        first.complained("no session bus (Connection refused)")
         self.assertEqual(self.session.run("--terminal"), (0, "", ""))
         self.assertEqual(first.next_menu().status, CONNECTED)
         self.assertLessEqual(set(services), set(running()))
         self.assertEqual(first.quit(), 0)
-
-
-class FailingBus(OnABus):
-    def setUp(self):
-        super().setUp()
-        self.session.stub_backend(REPORTING)
-
-    def test_the_item_comes_back_with_the_bus(self):
-        client = self.session.start()
-        self.traffic.wait_for_status(CONNECTED)
-        for _ in range(2):
-            self.bus.stop()
-            self.bus.start()
-            self.bus.wait_for_owner(CLIENT)
-            self.assertEqual(self.bus.rows()[2]["label"], CONNECTED)
-            self.assertEqual(self.bus.get(ITEM, "ToolTip")[2], "Kestrune · 已連線 · 未配置")
-            self.assertNotEqual(self.bus.get(ITEM, "IconPixmap"), [])
-        self.assertEqual(client.end(), 0)
-
-    def test_a_bus_that_comes_later_gets_the_item(self):
-        self.bus.stop()
-        client = self.session.start()
-        client.complained("no session bus (Connection refused)")
-        self.assertEqual(self.session.events.next(), "status asked")
-        self.bus.start()
-        self.bus.wait_for_owner(CLIENT)
-        self.assertEqual(list(self.bus.rows()), list(range(1, 30)))
-        self.assertEqual(client.end(), 0)
-
-    def test_without_its_bus_it_goes_on_and_stops_the_backend_at_its_end(self):
-        self.session = Session(self)
-        self.bus = Bus(self.session)
-        self.session.backend("refresh")
-        services = self.session.services()
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        self.bus.stop()
-        client.complained("no session bus (Connection refused)")
-        client.type("")
-        self.assertEqual(client.next_menu().status, CONNECTED)
-        self.assertEqual(client.quit(), 0)
         for pid in services:
             wait_for_end(pid)
 
-    def test_a_bus_that_hangs_at_the_start_holds_nothing_up(self):
+    def test_a_bus_that_hangs_holds_nothing_up(self):
+        self.session.backend("refresh")
+        services = self.session.services()
         self.bus.freeze()
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
         self.bus.thaw()
-        self.bus.wait_for_owner(CLIENT)
-        self.assertEqual(client.quit(), 0)
-        self.assertEqual(client.errors.all(), "")
-
-    def test_a_bus_that_hangs_later_holds_nothing_up(self):
-        self.session = Session(self)
-        self.bus = Bus(self.session)
-        self.session.backend("refresh")
-        services = self.session.services()
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
+        self.bus.wait_for_client()
         self.bus.freeze()
         client.type("")
         self.assertEqual(client.next_menu().status, CONNECTED)
@@ -107,6 +72,21 @@ class FailingBus(OnABus):
         self.assertLess(time.monotonic() - begin, STOP_LIMIT + SLACK)
         for pid in services:
             wait_for_end(pid, SLACK)
+        self.assertEqual(client.errors.all(), "")
+
+    def test_a_bus_that_tells_it_of_no_signals_is_not_left(self):
+        # One that refuses whatever it is asked for.
+        self.bus = Bus(Session(self), '<limit name="max_match_rules_per_connection">0</limit>')
+        self.bus.session.prefer(SWITCHED_OFF)
+        tray = Peer(self.bus, WATCHER, answers())
+        client = self.bus.session.start()
+        tray.wait_for(REGISTER)
+        [(_, _, name)] = tray.calls(REGISTER)
+        for _ in range(1000):
+            self.bus.call((name, "/", "org.freedesktop.DBus.Peer"), "Ping")
+        self.assertEqual(len(tray.calls(REGISTER)), 1)
+        self.assertTrue(self.bus.call(DAEMON, "NameHasOwner", "s", name)[0])
+        self.assertEqual(client.end(), 0)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,10 @@
 """What the menu says about a backend that really runs."""
 
-import signal
 import unittest
 
-from desktop import isolation
-from desktop.session import CONNECTED, FAULTY, NO_BUS, RECONNECTING, Session
+from rig import isolation
+from rig.client import CONNECTED, FAULTY, NO_BUS, RECONNECTING
+from rig.session import Session
 
 COMMAND_LIMIT = 12.0
 
@@ -52,15 +52,6 @@ class Lamp(unittest.TestCase):
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
 
-    def assertConnected(self):
-        self.client = self.session.terminal()
-        menu = self.client.checked()
-        self.assertEqual(menu.status, CONNECTED)
-        self.assertLess(self.client.age(), COMMAND_LIMIT)
-        self.assertQuits()
-        self.client.assert_only_started(CONNECTED)
-        return menu
-
     def assertRed(self):
         """The first check finds the fault."""
         self.client = self.session.terminal()
@@ -68,64 +59,41 @@ class Lamp(unittest.TestCase):
         # Which project is selected may be asked before what is down is up again, or after.
         self.assertEqual((menu.status, menu.title.rpartition(" ·")[0]), (FAULTY, "Kestrune · 異常"))
         self.assertLess(self.client.age(), COMMAND_LIMIT)
-        return menu
+        self.assertEqual(menu.rows[4].title, "Codex：OK codex-cli 0.46.0")
 
-    def assertRepaired(self):
-        """The reconnect that follows a start mends it."""
-        while (menu := self.client.next_menu()).status in (RECONNECTING, FAULTY):
-            pass
-        self.assertEqual(menu.status, CONNECTED)
-        self.assertQuits()
-
-    def test_a_healthy_backend_is_green_in_a_menu_of_29_rows(self):
-        menu = self.assertConnected()
+    def test_a_healthy_backend_is_green_in_a_menu_that_is_printed_when_it_changes(self):
+        self.session.note_commands()
+        self.client = self.session.terminal()
+        menu = self.client.checked()
         self.assertEqual(menu.title, "Kestrune · 已連線 · Kestrune Menu Client")
         self.assertEqual([(row.key, row.mark, row.title) for row in menu.rows.values()], MENU_WHEN_CONNECTED)
-
-    def test_the_menu_is_printed_when_it_changes_and_when_it_is_asked_for(self):
-        self.session.note_commands()
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
         self.session.wait_for_start()
         # Its command is behind all others on the way to the backend, and so is its window.
-        client.type("s")
-        client.said("ℹ 目前狀態")
-        client.assert_only_started(CONNECTED)
-        client.type("1")
-        printed = len(client.menus())
-        client.type("")
-        self.assertEqual(client.next_menu().status, CONNECTED)
-        self.assertEqual(client.quit(), 0)
-        self.assertEqual(len(client.menus()), printed + 1)
+        self.client.type("s")
+        self.client.said("ℹ 目前狀態")
+        self.client.assert_only_started(CONNECTED)
+        self.client.type("1")
+        printed = len(self.client.menus())
+        self.client.type("")
+        self.assertEqual(self.client.next_menu().status, CONNECTED)
+        self.assertQuits()
+        self.assertEqual(len(self.client.menus()), printed + 1)
 
-    def test_a_stopped_tunnel_is_red(self):
-        self.session.backend("stop", "tunnel")
-        menu = self.assertRed()
-        self.assertEqual(menu.rows[4].title, "Codex：OK codex-cli 0.46.0")
-        self.assertRepaired()
-
-    def test_a_service_that_hangs_is_red_within_the_time_limit(self):
-        self.session.backend("hang", "service")
-        self.assertRed()
-        self.assertRepaired()
-
-    def test_a_backend_that_is_not_running_is_red(self):
-        self.session.backend("stop", "all")
-        self.assertRed()
-        self.assertRepaired()
+    def test_a_fault_is_red_until_the_reconnect_that_follows_a_start_mends_it(self):
+        for fault in (("stop", "tunnel"), ("hang", "service"), ("stop", "all")):
+            with self.subTest(fault):
+                self.session.backend("refresh")
+                self.session.backend(*fault)
+                self.assertRed()
+                while (menu := self.client.next_menu()).status in (RECONNECTING, FAULTY):
+                    pass
+                self.assertEqual(menu.status, CONNECTED)
+                self.assertQuits()
 
     def test_settings_that_are_not_loaded_are_red(self):
         (self.session.repo / ".env").rename(self.session.repo / "env.off")
         self.assertRed()
         self.assertQuits()
-
-    def test_a_new_start_checks_anew(self):
-        self.session.backend("stop", "tunnel")
-        self.assertRed()
-        # Not the ordinary end, which would stop the other services as well.
-        self.assertEqual(self.client.end(signal.SIGKILL), -signal.SIGKILL)
-        self.session.backend("refresh")
-        self.assertConnected()
 
 
 if __name__ == "__main__":

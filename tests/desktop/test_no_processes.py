@@ -1,15 +1,15 @@
 """A user who may start no other process and no thread, for a while."""
 
-import time
 import unittest
 
-from desktop import isolation
-from desktop.bus import CLIENT, STATUS_ROW, Bus
-from desktop.session import BUILD, CONNECTED, NO_BUS, Session, Window, wait_for_end
+from rig import isolation
+from rig.bus import STATUS_ROW, Bus
+from rig.client import CONNECTED
+from rig.processes import wait_for_end
+from rig.session import BUILD, REPORTING_BACKEND, Session
 
 REASON = "Resource temporarily unavailable"
 WAITING = f"KestruneMenuClient: no thread for commands ({REASON}): they wait\n"
-FAILED = f"🟡 連線狀態：{REASON}"
 STOP_LIMIT = 8.0
 SLACK = 5.0
 
@@ -23,47 +23,19 @@ class NoProcesses(unittest.TestCase):
                                      "KESTRUNE_TEST_REFUSED": str(self.session.home / "gate")}
 
     def test_from_the_start_everything_waits_until_there_are_some(self):
-        self.session.stub_backend('echo "$1 asked" > "$HOME/events"; echo "[OK] Mac service: 好"\n')
+        self.session.stub_backend(REPORTING_BACKEND)
         bus = Bus(self.session)
         traffic = bus.monitor()
-        self.addCleanup(traffic.close)
         self.refusal.touch()
         client = self.session.start()
         client.complained(WAITING)
-        bus.wait_for_owner(CLIENT)
+        bus.wait_for_client()
         self.assertNotEqual(bus.rows()[STATUS_ROW]["label"], CONNECTED)
         self.assertEqual(self.session.events.pending(), [])
         self.refusal.unlink()
         traffic.wait_for_status(CONNECTED)
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
-
-    def test_later_each_command_says_so_and_works_again(self):
-        self.session.stub_backend('echo "[OK] Mac service: 好"\n')
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        for _ in range(2):
-            self.refusal.touch()
-            client.type("s")
-            self.assertEqual(client.next_window(), Window("目前狀態", REASON, warns=True))
-            client.type("1")
-            client.menu_with(STATUS_ROW, FAILED)
-            self.refusal.unlink()
-            client.type("s")
-            self.assertEqual(client.next_window(), Window("目前狀態", "🟢 Mac service: 好"))
-            client.type("1")
-            client.menu_with(STATUS_ROW, CONNECTED)
-        self.assertEqual(client.quit(), 0)
-        self.assertEqual(client.errors.all(), NO_BUS)
-
-    def test_at_the_end_it_does_not_wait_for_ever(self):
-        self.session.stub_backend('echo "[OK] Mac service: 好"\n')
-        client = self.session.terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        self.refusal.touch()
-        begin = time.monotonic()
-        self.assertEqual(client.quit(), 0)
-        self.assertLess(time.monotonic() - begin, STOP_LIMIT)
 
     def test_those_that_come_free_at_the_end_stop_the_backend(self):
         self.session.backend("refresh")

@@ -1,14 +1,22 @@
-"""Where no window can be shown: what it would have said becomes a notification, and standard error says why."""
+"""Where no window can be shown: what it would have said becomes a notification, shown by a real daemon as plain text."""
 
 import shutil
 import unittest
 
-from desktop import isolation
-from desktop.bus import ITEM, Bus
-from desktop.session import COUNTING_BACKEND, PROGRAM, Session, Window, counted, write_script
-from desktop.windows import GUIDE, MISSING_APP, OFFICIAL_MODE, OWN_MODE, STOPPED, diagnosis
+from rig import isolation
+from rig.bus import ITEM, Bus
+from rig.client import NO_TRAY, Window
+from rig.display import Screen
+from rig.session import COUNTING_BACKEND, PROGRAM, SWITCHED_OFF, Session, counted, write_script
+from rig.windows import GUIDE, MISSING_APP, OFFICIAL_MODE, STOPPED, codex_check
 
 NO_DISPLAY = "there is no display"
+
+DAEMON = "org.freedesktop.Notifications", "/org/freedesktop/Notifications", "org.dunstproject.cmd0"
+CONFIGURATION = "[global]\nstack_duplicates = no\nmarkup = full\nformat = \"%s\\n%b\"\n"
+
+NEWS = Window("Kestrune 網路已變更", "已自動嘗試重新連接本地服務與反向隧道。")
+NEWS_WHEN_OFF = Window("Kestrune 網路已變更", "目前已停用自動重連；需要時請手動點選「立即重新檢查連線」。")
 
 
 class NoWindows(unittest.TestCase):
@@ -18,23 +26,19 @@ class NoWindows(unittest.TestCase):
         self.session.program("systemctl", "exit 0\n")
         self.bus = Bus(self.session)
         self.traffic = self.bus.monitor()
-        self.addCleanup(self.traffic.close)
         self.told = 0
 
-    def start(self, program=PROGRAM, **options):
+    def start(self, program=PROGRAM, news=NEWS, **options):
         self.dialogs = program.with_name("KestruneMenuDialogs")
         self.client = self.session.start(program=program, **options)
-        self.traffic.wait_for_label(*counted(2))
-        self.assertNotified(Window("Kestrune 網路已變更", "已自動嘗試重新連接本地服務與反向隧道。"))
+        self.assertNotified(news)
 
     def assertNotified(self, window):
         """By one more notification, and by no others."""
         self.told += 1
-        self.traffic.wait("Notify", lambda _: len(self.traffic.said("Notify")) >= self.told)
-        # Nobody is there to say whether markup is read: what could be taken for it is written otherwise.
-        wide = str.maketrans("<&", "＜＆")
+        self.traffic.wait_for("Notify", count=self.told)
         self.assertEqual([tuple(data[3:5]) for data in self.traffic.said("Notify")[self.told - 1:]],
-                         [(window.title, window.text.translate(wide))])
+                         [(window.title, window.text)])
 
     def assertOpens(self, row, window):
         self.bus.click(row)
@@ -44,42 +48,45 @@ class NoWindows(unittest.TestCase):
         self.client.complained(f"KestruneMenuClient: no {what} from {self.dialogs}: {reason}\n")
 
     def test_without_a_display(self):
-        self.start(environment={"DISPLAY": "", "WAYLAND_DISPLAY": ""})
+        screen = Screen(self.session)
+        configuration = self.session.root / "dunstrc"
+        configuration.write_text(CONFIGURATION)
+        self.session.spawn("dunst", "-conf", str(configuration))
+        self.bus.wait_for_owner(DAEMON[0])
+        self.start(environment={"DISPLAY": ""})
+        self.traffic.wait_for_label(*counted(2))
         self.assertOpens(24, GUIDE)
-        self.assertComplains("window", NO_DISPLAY)
         (self.session.home / "failing").touch()
-        self.assertOpens(21, diagnosis(3, failing=True))
+        check = codex_check(3, failing=True)
+        escaped = check.text.replace("&", "&amp;").replace("<", "&lt;").replace(">", "&gt;")
+        self.assertOpens(22, check._replace(text=escaped))
         self.assertOpens(17, OFFICIAL_MODE)
-        self.assertOpens(17, OWN_MODE)
         self.assertOpens(18, STOPPED)
         self.assertEqual(self.bus.rows()[18]["label"], "立即重新檢查連線")
-        self.assertEqual(self.client.end(), 0)
-        self.assertEqual(self.client.errors.all().count(NO_DISPLAY), 1)
-
-    def test_without_a_display_the_menu_stays_where_it_is(self):
-        self.start()
-        self.assertEqual(self.session.run(), (0, "", ""))
+        self.bus.call(DAEMON, "NotificationCloseAll")
+        entries = self.bus.call(DAEMON, "NotificationListHistory")[0]
+        self.assertEqual({entry["appname"] for entry in entries}, {"Kestrune"})
+        self.assertEqual([(entry["summary"], entry["body"]) for entry in reversed(entries)],
+                         [each[:2] for each in (NEWS, GUIDE, check._replace(text=escaped), OFFICIAL_MODE, STOPPED)])
+        self.assertEqual(self.session.run(environment={"DISPLAY": screen.name}), (0, "", ""))
         self.assertComplains("menu window", NO_DISPLAY)
         self.bus.call(ITEM, "Activate", "ii", 0, 0)
         self.assertOpens(23, MISSING_APP)
         self.assertEqual(self.client.end(), 0)
+        # Each kind of window is told about once.
+        self.assertEqual(self.client.errors.all(), NO_TRAY + "".join(
+            f"KestruneMenuClient: no {what} from {self.dialogs}: {NO_DISPLAY}\n" for what in ("window", "menu window")))
 
-    def test_without_the_program_that_shows_them(self):
+    def test_without_a_program_that_shows_them(self):
         program = self.session.root / "KestruneMenuClient"
         shutil.copy(PROGRAM, program)
-        self.start(program=program, environment={"DISPLAY": ":0"})
+        self.session.prefer(SWITCHED_OFF)
+        self.start(program=program, news=NEWS_WHEN_OFF, environment={"DISPLAY": ":0"})
         self.assertOpens(24, GUIDE)
         self.assertComplains("window", "No such file or directory")
         self.bus.call(ITEM, "Activate", "ii", 0, 0)
         self.assertComplains("menu window", "No such file or directory")
-        self.assertOpens(23, MISSING_APP)
-        self.assertEqual(self.client.end(), 0)
-
-    def test_with_a_program_that_does_not_show_them(self):
-        program = self.session.root / "KestruneMenuClient"
-        shutil.copy(PROGRAM, program)
-        write_script(program.with_name("KestruneMenuDialogs"), "echo 'no good' >&2\nexit 1\n")
-        self.start(program=program, environment={"DISPLAY": ":0"})
+        write_script(self.dialogs, "echo 'no good' >&2\nexit 1\n")
         self.assertOpens(24, GUIDE)
         self.assertComplains("window", "it ended without an answer")
         self.assertOpens(23, MISSING_APP)

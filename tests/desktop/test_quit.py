@@ -5,14 +5,15 @@ import signal
 import time
 import unittest
 
-from desktop import isolation
-from desktop.session import (CHECKING, CONNECTED, DISABLED, NO_BUS, PORTS, RECONNECTING, Session, listening_ports,
-                             running, wait_for_end)
+from rig import isolation
+from rig.client import CHECKING, CONNECTED, NO_BUS, RECONNECTING
+from rig.processes import PORTS, listening_ports, running, wait_for_end
+from rig.session import SWITCHED_OFF, Session
 
 STOP_LIMIT = 8.0
 
 # Holds the stop up the first time, before a process has been ended.
-HELD_UP_STOP = """
+HELD_UP_ONCE = """
 if mkdir "$HOME/held-up" 2>/dev/null; then
     echo "stop began" > "$HOME/events"
     read -r < "$HOME/gate"
@@ -31,67 +32,56 @@ wait
 class Quit(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
+        self.refresh()
+
+    def refresh(self):
         self.session.backend("refresh")
         self.services = self.session.services()
         self.assertLessEqual(set(PORTS), listening_ports())
 
-    def assertServicesStopped(self):
+    def assertStopped(self):
         for pid in self.services:
             wait_for_end(pid)
-        self.assertEqual(listening_ports(), set())
-
-    def assertAllStopped(self):
-        self.assertServicesStopped()
         self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
+        self.assertEqual(listening_ports(), set())
 
-    def connected_client(self):
+    def test_by_its_row_and_by_its_key(self):
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
-        return client
-
-    def test_by_its_row(self):
-        client = self.connected_client()
         client.type("29")
         self.assertEqual(client.status(), 0)
-        self.assertAllStopped()
+        self.assertStopped()
         self.assertEqual(client.errors.all(), NO_BUS)
-
-    def test_by_its_key(self):
-        client = self.connected_client()
-        client.type("q")
-        self.assertEqual(client.status(), 0)
-        self.assertAllStopped()
+        self.refresh()
+        self.session.prefer(SWITCHED_OFF)
+        client = self.session.terminal()
+        self.session.backend("hang", "service")
+        self.assertEqual(client.quit(), 0)
+        self.assertStopped()
 
     def test_by_a_signal(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(signal=number.name):
-                self.session.backend("refresh")
-                self.services = self.session.services()
-                client = self.connected_client()
+                self.refresh()
+                client = self.session.terminal()
+                # At any moment of a start that would bring the services up once more.
+                client.next_menu()
                 self.assertEqual(client.end(number), 0)
-                self.assertAllStopped()
+                self.assertStopped()
                 self.assertEqual(client.errors.all(), NO_BUS)
+                # What is left to show of the others is that they are handled.
+                self.session.prefer(SWITCHED_OFF)
 
-    def test_by_a_signal_before_the_first_check_is_done(self):
-        client = self.session.terminal()
-        self.assertEqual(client.next_menu().status, CHECKING)
-        self.assertEqual(client.end(), 0)
-        self.assertAllStopped()
-
-    def test_by_the_keyboard_of_a_terminal(self):
-        client = self.session.real_terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        os.write(client.input, b"\x03")
-        self.assertEqual(client.status(), 0)
-        self.assertAllStopped()
-
-    def test_with_the_terminal_that_goes_away(self):
-        client = self.session.real_terminal()
-        self.assertEqual(client.checked().status, CONNECTED)
-        client.hang_up()
-        self.assertEqual(client.status(), 0)
-        self.assertAllStopped()
+    def test_by_its_terminal(self):
+        self.session.prefer(SWITCHED_OFF)
+        for end in (lambda client: os.write(client.input, b"\x03"), lambda client: client.hang_up()):
+            self.refresh()
+            client = self.session.real_terminal()
+            client.next_menu()
+            end(client)
+            self.assertEqual(client.status(), 0)
+            self.assertStopped()
 
     def test_not_with_its_terminal_under_nohup(self):
         client = self.session.terminal(through=["nohup"])
@@ -100,49 +90,27 @@ class Quit(unittest.TestCase):
         client.type("")
         self.assertEqual(client.next_menu().status, CONNECTED)
         self.assertEqual(client.quit(), 0)
-        self.assertAllStopped()
+        self.assertStopped()
 
-    def test_with_automatic_connection_switched_off(self):
-        self.session.prefer('{"autoConnectEnabled": false}')
+    def test_whatever_comes_meanwhile_waits_for_the_end(self):
+        self.session.program("pgrep", HELD_UP_ONCE)
         client = self.session.terminal()
-        self.assertEqual(client.next_menu().status, DISABLED)
-        self.assertEqual(client.quit(), 0)
-        self.assertAllStopped()
-
-    def test_with_a_service_that_hangs(self):
-        client = self.connected_client()
-        self.session.backend("hang", "service")
-        self.assertEqual(client.quit(), 0)
-        self.assertAllStopped()
-
-    def test_more_signals_do_not_cut_the_stop_short(self):
-        self.session.program("pgrep", HELD_UP_STOP)
-        client = self.connected_client()
+        self.assertEqual(client.checked().status, CONNECTED)
         client.send(signal.SIGTERM)
         self.assertEqual(self.session.events.next(), "stop began")
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             client.send(number)
         # What stops the services is still held up.
         self.assertLessEqual(set(self.services), set(running()))
-        self.session.gate.open()
-        self.assertEqual(client.status(), 0)
-        self.assertAllStopped()
-
-    def test_a_start_meanwhile_waits_for_the_end(self):
-        self.session.program("pgrep", HELD_UP_STOP)
-        client = self.connected_client()
-        client.send(signal.SIGTERM)
-        self.assertEqual(self.session.events.next(), "stop began")
         later = self.session.terminal()
         self.session.wait_for_peer()
         self.session.gate.open()
         self.assertEqual(client.status(), 0)
-        # Of what it brings up nothing is stopped.
-        while later.next_menu().status != CONNECTED:
-            pass
+        # Of what the later one brings up nothing is stopped.
+        later.menu_with(2, CONNECTED)
         self.services = self.session.services()
         self.assertEqual(later.quit(), 0)
-        self.assertServicesStopped()
+        self.assertStopped()
 
     def test_a_check_that_hangs_is_ended_and_not_waited_for(self):
         self.session.stub_backend(STUBBORN_STATUS)
@@ -156,7 +124,7 @@ class Quit(unittest.TestCase):
         self.assertLess(time.monotonic() - begin, STOP_LIMIT)
         for pid in hung:
             wait_for_end(pid)
-        self.assertAllStopped()
+        self.assertStopped()
         self.assertEqual(len(client.menus()), 2)
 
 

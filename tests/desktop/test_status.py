@@ -7,10 +7,13 @@ import socket
 import subprocess
 import unittest
 
-from desktop import isolation
-from desktop.bus import CLIENT, DAEMON, Bus, SystemBus
-from desktop.service import SECRET
-from desktop.session import CONNECTED, PROGRAM, Session, Text, own
+from rig import isolation
+from rig.bus import Bus, SystemBus
+from rig.client import CONNECTED
+from rig.service import SECRET
+from rig.session import PROGRAM, Session
+from rig.waiting import Text, own
+from rig.wire import DAEMON
 
 NO_CLIENT = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。\n"
 
@@ -43,6 +46,7 @@ class StatusTest(unittest.TestCase):
 class WithoutAClient(StatusTest):
     def test_it_is_checked(self):
         self.session.backend("refresh")
+        services = self.session.services()
         status, said = self.json()
         self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 1))
         self.assertEqual((said["project"], said["thread"], said["network"]),
@@ -50,6 +54,7 @@ class WithoutAClient(StatusTest):
         status, text = self.status()
         self.assertEqual((status, text.splitlines()[0]), (0, CONNECTED))
         self.assertTrue(text.endswith(NO_CLIENT))
+        self.assertEqual(self.session.services(), services)
 
     def test_a_check_starts_and_stops_nothing(self):
         self.session.note_commands()
@@ -61,21 +66,6 @@ class WithoutAClient(StatusTest):
         self.assertEqual(after, before)
         self.assertEqual(self.session.processes(), [])
 
-    def test_a_check_of_a_working_backend_leaves_it_alone(self):
-        self.session.backend("refresh")
-        before = self.session.services()
-        self.status()
-        self.assertEqual(self.session.services(), before)
-
-    def test_with_automatic_connection_off_nothing_runs(self):
-        self.session.prefer('{"autoConnectEnabled": false}')
-        self.session.stub_backend('touch "$HOME/touched"\n')
-        status, text = self.status()
-        self.assertEqual(status, 3)
-        self.assertIn("🟡 連線狀態：已停用，不會啟動背景服務\n", text)
-        self.assertIn("檢查時間：尚未檢查\n", text)
-        self.assertFalse((self.session.home / "touched").exists())
-
     def test_an_interrupted_check_leaves_no_process(self):
         self.session.stub_backend('echo "status asked" > "$HOME/events"; sleep 1000\n')
         process, text = self.follow("--json")
@@ -86,14 +76,6 @@ class WithoutAClient(StatusTest):
         text.close()
         self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
-
-    def test_what_does_not_go_together(self):
-        for options in (["--json"], ["--follow"], ["--waybar"], ["--status", "--terminal"], ["--status", "--background"],
-                        ["--status", "--diagnose"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
-            with self.subTest(options=options):
-                status, output, errors = self.session.run(*options)
-                self.assertEqual((status, output), (2, ""))
-                self.assertIn("Usage:", errors)
 
 
 class WithAClient(StatusTest):
@@ -113,9 +95,23 @@ class WithAClient(StatusTest):
         self.assertEqual((status, said["lamp"], said["source"]), (0, "ok", "client"))
         self.assertFalse((self.session.home / "touched").exists())
         self.assertEqual(len(self.client.menus()), menus)
+        # A follower ends with its reader.
+        near, far = os.pipe()
+        process = self.session.spawn(PROGRAM, "--status", "--follow", "--json", stdout=far)
+        os.close(far)
+        self.assertTrue(os.read(near, 1))
+        os.close(near)
+        process.wait()
 
     def test_it_is_followed_until_it_ends(self):
         process, text = self.follow("--json")
+        waybar, bar = self.follow("--waybar")
+        line = self.wait_for_line(bar, lambda line: line["class"] == "ok")
+        self.assertEqual((line["text"], line["alt"]), ("🟢", "ok"))
+        self.assertTrue(line["tooltip"].startswith(CONNECTED + "\n"))
+        waybar.terminate()
+        self.assertEqual(waybar.wait(), 0)
+        bar.close()
         self.wait_for_line(text, lambda line: line["lamp"] == "ok" and line["source"] == "client")
         self.session.stub_backend("echo '[FAIL] tunnel: 斷了'\n")
         self.client.type("s")
@@ -126,30 +122,11 @@ class WithAClient(StatusTest):
         self.assertEqual(process.wait(), 4)
         text.close()
 
-    def test_waybar_reads_a_line_for_each_change(self):
-        process, text = self.follow("--waybar")
-        line = self.wait_for_line(text, lambda line: line["class"] == "ok")
-        self.assertEqual((line["text"], line["alt"]), ("🟢", "ok"))
-        self.assertTrue(line["tooltip"].startswith(CONNECTED + "\n"))
-        process.terminate()
-        self.assertEqual(process.wait(), 0)
-        text.close()
-
-    def test_a_follower_ends_with_its_reader(self):
-        near, far = os.pipe()
-        process = self.session.spawn(PROGRAM, "--status", "--follow", "--json", stdout=far)
-        os.close(far)
-        self.assertTrue(os.read(near, 1))
-        os.close(near)
-        process.wait()
-
-    def test_one_that_hangs_is_not_waited_for(self):
+    def test_one_that_hangs_is_not_waited_for_and_a_successor_is_found(self):
         self.client.process.send_signal(signal.SIGSTOP)
         status, said = self.json()
         self.client.process.send_signal(signal.SIGCONT)
         self.assertEqual((status, said["source"], said["lamp"]), (0, "check", "ok"))
-
-    def test_its_successor_is_found(self):
         self.client.type("R")
         self.client.checked()
         self.assertEqual(self.json()[1]["source"], "client")
@@ -206,7 +183,7 @@ class Diagnosis(StatusTest):
             f"[D-BUS Service]\nName=org.gnome.SessionManager\nExec={self.session.bin / 'a-watcher'}\n")
         bus.call(DAEMON, "ReloadConfig")
         client = self.session.start("--background")
-        bus.wait_for_owner(CLIENT)
+        bus.wait_for_client()
         text, errors = self.diagnosis()
         self.assertEqual(errors, "")
         self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
@@ -217,4 +194,5 @@ class Diagnosis(StatusTest):
         self.assertFalse(started.exists())
 
 
-isolation.main()
+if __name__ == "__main__":
+    isolation.main()

@@ -7,8 +7,9 @@ import subprocess
 import sys
 import unittest
 
-from desktop import isolation
-from desktop.session import BUILD, Session, listening_ports, wait_for_end
+from rig import isolation
+from rig.processes import listening_ports, wait_for_end
+from rig.session import BUILD, Session
 
 # Ways in which the parts of a backend are called.
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",

@@ -3,9 +3,11 @@
 import unittest
 from pathlib import Path
 
-from desktop import isolation
-from desktop.bus import CLIENT, DAEMON, Bus
-from desktop.session import CONNECTED, SOURCE, Session, running, wait_for_end
+from rig import isolation
+from rig.bus import Bus
+from rig.client import CONNECTED
+from rig.processes import running, wait_for_end
+from rig.session import SOURCE, Session
 
 COMMAND, = [line.removeprefix("ExecStart=")
             for line in (SOURCE / "packaging/kestrune-menu-client.service").read_text().splitlines()
@@ -18,45 +20,38 @@ AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 class Unit(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
+        self.session.program("xdg-open", 'echo $$ > "$HOME/events"\nread -r < "$HOME/gate"\n')
+        self.session.find_programs_first()
         self.bus = Bus(self.session)
-        self.traffic = self.bus.monitor()
-        self.addCleanup(self.traffic.close)
-        self.session.backend("refresh")
+        self.session.stub_backend("echo '[OK] Mac service: 好'\n")
+        # Once for each port, at every stop.
+        self.session.program("lsof", 'echo stopping > "$HOME/events"\n')
 
     def start(self, **options):
         program, *arguments = COMMAND.split()
         self.assertEqual(program, "KestruneMenuClient")
-        client = self.session.start(*arguments, **options)
-        self.traffic.wait_for_status(CONNECTED)
+        with self.bus.monitor() as traffic:
+            client = self.session.start(*arguments, **options)
+            traffic.wait_for_status(CONNECTED)
         return client
 
     def restart(self):
         """By the menu, until the new instance is connected: its process."""
-        services = self.session.services()
-        traffic = self.bus.monitor()
-        self.addCleanup(traffic.close)
-        before = self.bus.client()
-        self.bus.click(27)
-        self.bus.wait_for_client(besides=before)
-        traffic.wait_for_status(CONNECTED)
+        with self.bus.monitor() as traffic:
+            before = self.bus.client()
+            self.bus.click(27)
+            self.bus.wait_for_client(besides=before)
+            traffic.wait_for_status(CONNECTED)
         # It has ended as it does when it quits.
-        for pid in services:
-            wait_for_end(pid)
-        return self.bus.call(DAEMON, "GetConnectionUnixProcessID", "s", CLIENT)[0]
+        self.assertEqual([self.session.events.next() for _ in range(2)], ["stopping"] * 2)
+        return self.bus.pid()
 
-    def test_it_starts_anew_in_its_own_process(self):
+    def test_it_starts_anew_in_its_own_process_and_reaps_what_was_opened_before(self):
         client = self.start(through=["sh", "-c", AS_SERVICE])
-        self.assertEqual(self.restart(), client.pid)
-        # The new instance knows as well what it is.
-        self.assertEqual(self.restart(), client.pid)
-        self.assertEqual(client.end(), 0)
-
-    def test_what_was_opened_before_is_reaped_by_the_new_instance(self):
-        self.session.program("xdg-open", 'echo $$ > "$HOME/events"\nread -r < "$HOME/gate"\n')
-        path = f"{self.session.bin}:{self.session.environment['PATH']}"
-        client = self.start(through=["sh", "-c", AS_SERVICE], environment={"PATH": path})
         self.bus.click(25)
         opened = int(self.session.events.next())
+        self.assertEqual(self.restart(), client.pid)
+        # The new instance knows as well what it is.
         self.assertEqual(self.restart(), client.pid)
         self.assertIn(opened, running())
         self.session.gate.open()

@@ -1,32 +1,22 @@
 """The fonts and the colours of the windows."""
 
 import tempfile
-import unittest
 from pathlib import Path
 
-from gi.repository import Gio, GLib
+from gi.repository import GLib
 
-from dialogs.asked import alert, field, menu, view
-from dialogs.desk import Deadline, Desk, ScreenReader, call
-
-
-def lightness(colour):
-    return sum(int(colour[at:at + 2], 16) for at in (1, 3, 5)) / 3
-
-
-def is_coloured(colour):
-    parts = [int(colour[at:at + 2], 16) for at in (1, 3, 5)]
-    return max(parts) - min(parts) > 60
+from rig import isolation
+from rig.asked import alert, field, menu, view
+from rig.desk import OnDesk
+from rig.display import Rectangle
+from rig.waiting import Deadline
+from rig.wire import Peer, answers, values
 
 
-class Windows(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.desk = Desk(cls)
-
+class Windows(OnDesk):
     def opened(self, request, **environment):
         """The window of a program that is asked for that."""
-        program = self.enterContext(self.desk.program(environment=environment))
+        program = self.program(environment=environment)
         program.send(request)
         window = program.window("標題" if "alert" in request else "Kestrune")
         self.assertEqual(program.event(), {"shown": request.get("id", 0)})
@@ -34,8 +24,8 @@ class Windows(unittest.TestCase):
 
     def background(self, window, scale=1):
         left, top, *_ = window.place()
-        [colour] = self.desk.colours(scale * left + 1, scale * top + 1, 2, 2)
-        return lightness(colour)
+        [shade] = set(self.screen.picture(Rectangle(scale * left + 1, scale * top + 1, 2, 2)).shades())
+        return shade
 
 
 def dark_kde(desk):
@@ -52,9 +42,9 @@ class DarkDesktop(Windows):
     def test_a_placeholder_is_told_from_its_field(self):
         window = self.opened(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))),
                              **dark_kde(self.desk))
-        self.desk.screenshot("placeholder-dark")
+        self.screen.screenshot("placeholder-dark")
         left, top, width, height = window.find("text", "提示").place()
-        shades = sorted(map(lightness, self.desk.colours(left + 4, top + 4, width - 8, height - 8)))
+        shades = self.screen.picture(Rectangle(left, top, width, height).within(4)).shades()
         self.assertLess(shades[0], 50)
         self.assertGreater(shades[-1], 120)
 
@@ -76,61 +66,53 @@ class OwnFonts(Windows):
     def setUp(self):
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
         (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
-        installed = map(Path, self.desk.run("fc-list", "--format=%{file}\\n").decode().splitlines())
+        installed = map(Path, self.screen.run("fc-list", "--format=%{file}\\n").decode().splitlines())
         self.installed = {font.name: font for font in installed}
 
-    def shades(self, text, *fonts):
-        """The colours in which `text` is shown with these fonts."""
+    def picture(self, text, *fonts):
+        """How `text` is shown with these fonts."""
         for font in fonts:
             (self.folder / font).symlink_to(self.installed[font])
         window = self.opened(alert(1, "標題", text), FONTCONFIG_FILE=str(self.folder / "fonts.conf"))
         place = window.find("label", text).place()
-        self.desk.screenshot("fonts-" + "-".join(fonts))
-        return self.desk.colours(*place)
+        self.screen.screenshot("fonts-" + "-".join(fonts))
+        return self.screen.picture(Rectangle(*place))
 
     def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
         # It stands before the emoji where no family is named.
-        shades = self.shades("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI)
-        self.assertTrue([shade for shade in shades if is_coloured(shade)], shades)
+        self.assertTrue(self.picture("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI).coloured())
 
     def test_lamps_are_in_colour_without_an_emoji_font(self):
-        shades = self.shades("🟢🟡🔴", CHINESE)
-        self.assertLessEqual({"#3FA34D", "#F2B90C", "#E5484D"}, shades)
+        shown = self.picture("🟢🟡🔴", CHINESE).pixels()
+        self.assertLessEqual({(0x3F, 0xA3, 0x4D), (0xF2, 0xB9, 0x0C), (0xE5, 0x48, 0x4D)}, shown)
 
     def test_digits_are_those_of_the_text(self):
         # An emoji font has them too, for keys with a digit on them.
         text = "0123456789#*"
-        plain = self.shades(text, CHINESE)
-        self.assertEqual(self.shades(text, EMOJI), plain)
+        plain = self.picture(text, CHINESE).pixels()
+        self.assertEqual(self.picture(text, EMOJI).pixels(), plain)
 
 
 PORTAL, PORTAL_PATH = "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop"
-SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
-  <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="v" direction="out"/></method>
-  <signal name="SettingChanged"><arg type="s"/><arg type="s"/><arg type="v"/></signal>
-</interface></node>"""
 NOTHING, DARK, LIGHT = range(3)
 COLOUR_SCHEME = "org.freedesktop.appearance", "color-scheme"
 
 
-class Portal:
-    """Tells the colours that a desktop prefers, while the test waits for a window."""
+class Portal(Peer):
+    """Tells the colours that a desktop prefers."""
 
     def __init__(self, test, preferred):
-        self.preferred = preferred
-        self.bus = ScreenReader.connect(test.desk.environment["DBUS_SESSION_BUS_ADDRESS"])
-        test.addCleanup(self.bus.close_sync)
-        self.bus.register_object(PORTAL_PATH, Gio.DBusNodeInfo.new_for_xml(SETTINGS).interfaces[0], self.answer, None, None)
-        call(self.bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-             GLib.Variant("(su)", (PORTAL, 0)))
+        told = GLib.Variant("v", GLib.Variant("u", preferred or 0))
 
-    def answer(self, _bus, _sender, _path, _interface, _method, parameters, invocation):
-        if parameters.unpack() == COLOUR_SCHEME and self.preferred is not None:
-            invocation.return_value(GLib.Variant("(v)", (GLib.Variant("v", GLib.Variant("u", self.preferred)),)))
+        def behave(peer, call):
+            if tuple(values(call)) == COLOUR_SCHEME and preferred is not None:
+                answers("v", told)(peer, call)
+        super().__init__(test.desk.bus, PORTAL, behave)
+        test.addCleanup(self.kill)
 
     def change(self, preferred, names=COLOUR_SCHEME):
-        self.bus.emit_signal(None, PORTAL_PATH, "org.freedesktop.portal.Settings", "SettingChanged",
-                             GLib.Variant("(ssv)", (*names, GLib.Variant("u", preferred))))
+        self.connection.emit(PORTAL_PATH, "org.freedesktop.portal.Settings", "SettingChanged",
+                             "ssv", *names, GLib.Variant("u", preferred))
 
 
 class Preferences(Windows):
@@ -148,7 +130,7 @@ class Preferences(Windows):
             for scale in (1, 2):
                 with self.subTest(name=name, scale=scale):
                     window = self.opened(request, QT_SCALE_FACTOR=str(scale))
-                    self.desk.screenshot(f"dark-{name}-{scale}")
+                    self.screen.screenshot(f"dark-{name}-{scale}")
                     self.assertBecomes(window, dark=True, scale=scale)
 
     def test_light_windows(self):
@@ -177,8 +159,8 @@ class Preferences(Windows):
     def test_a_theme_that_is_dark_keeps_its_colours(self):
         Portal(self, DARK)
         window = self.opened(alert(1), **dark_kde(self.desk))
-        self.assertEqual(self.background(window), lightness("#232629"))
+        self.assertEqual(self.background(window), sum((0x23, 0x26, 0x29)) / 3)
 
 
 if __name__ == "__main__":
-    unittest.main()
+    isolation.main()

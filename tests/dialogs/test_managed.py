@@ -1,18 +1,18 @@
 """The windows beside those of others, on a desktop with a window manager."""
 
-import unittest
+from rig import isolation
+from rig.asked import alert, field, menu
+from rig.desk import OnDesk
 
-from dialogs.asked import alert, field, menu
-from dialogs.desk import Desk
 
-
-class Managed(unittest.TestCase):
+class Managed(OnDesk):
     @classmethod
     def setUpClass(cls):
-        cls.desk = Desk(cls, manager=True)
+        super().setUpClass()
+        cls.screen.start_manager()
 
     def open(self, *requests):
-        program = self.enterContext(self.desk.program())
+        program = self.program()
         program.show(*requests)
         last = requests[-1]
         program.window(last["alert"]["messageText"] if "alert" in last else "Kestrune")
@@ -20,14 +20,14 @@ class Managed(unittest.TestCase):
 
     def window(self, name):
         """The X11 window whose name begins so."""
-        return self.desk.run("xdotool", "search", "--onlyvisible", "--name", f"^{name}").decode().split()[0]
+        return self.screen.run("xdotool", "search", "--onlyvisible", "--name", f"^{name}").decode().split()[0]
 
     def property(self, window, name):
-        return self.desk.run("xprop", "-id", window, name).decode().partition("=")[2].strip()
+        return self.screen.run("xprop", "-id", window, name).decode().partition("=")[2].strip()
 
     def test_it_is_an_ordinary_dialog_of_the_program(self):
         program = self.open(alert(1, "目前狀態"))
-        self.desk.screenshot("managed")
+        self.screen.screenshot("managed")
         window = self.window("目前狀態 — Kestrune$")
         self.assertIn("_NET_WM_WINDOW_TYPE_DIALOG", self.property(window, "_NET_WM_WINDOW_TYPE"))
         self.assertEqual(self.property(window, "WM_CLASS"), '"KestruneMenuDialogs", "Kestrune"')
@@ -35,53 +35,40 @@ class Managed(unittest.TestCase):
         state = self.property(window, "_NET_WM_STATE")
         for forbidden in ("SKIP_TASKBAR", "SKIP_PAGER", "MODAL", "ABOVE"):
             self.assertNotIn(forbidden, state)
-        self.assertIn("Icon", self.desk.run("xprop", "-id", window, "_NET_WM_ICON").decode())
-
-    def test_a_title_that_names_the_program_says_it_once(self):
+        self.assertIn("Icon", self.screen.run("xprop", "-id", window, "_NET_WM_ICON").decode())
+        # A title that names the program says it once.
         self.open(alert(1, "Kestrune 連線與桌面設定"))
         self.assertEqual(self.property(self.window("Kestrune 連線與桌面設定$"), "WM_NAME"), '"Kestrune 連線與桌面設定"')
 
     def test_its_window_is_held_on_the_screen_by_its_frame(self):
         self.open(alert(1, "長", "\n".join(["一行文字 " * 20] * 400), buttons=["好"] * 12))
-        width, height = 1280, 900
         window = self.window("長")
         left, right, top, bottom = map(int, self.property(window, "_NET_FRAME_EXTENTS").split(","))
-        place = dict(line.split("=") for line in
-                     self.desk.run("xdotool", "getwindowgeometry", "--shell", window).decode().split())
-        x, y, wide, high = (int(place[name]) for name in ("X", "Y", "WIDTH", "HEIGHT"))
-        self.assertTrue(0 <= x - left <= x + wide + right <= width)
-        self.assertTrue(0 <= y - top <= y + high + bottom <= height)
+        place = self.screen.geometry(window)
+        self.assertTrue(0 <= place.left - left <= place.left + place.width + right <= self.width)
+        self.assertTrue(0 <= place.top - top <= place.top + place.height + bottom <= self.height)
 
-    def test_the_close_button_cancels(self):
-        program = self.open(alert(1, buttons=["好", "取消"]))
-        self.desk.keys("alt+F4")
-        self.assertEqual(program.event(), {"id": 1, "answered": {"button": None, "fields": {}}})
-        self.assertEqual(program.status(), 0)
-
-    def test_the_close_button_presses_the_only_button(self):
-        program = self.open(alert(1))
-        self.desk.keys("alt+F4")
-        self.assertEqual(program.event(), {"id": 1, "answered": {"button": 0, "fields": {}}})
-        self.assertEqual(program.status(), 0)
-
-    def test_the_close_button_closes_the_menu(self):
-        program = self.open(menu())
-        self.desk.keys("alt+F4")
-        self.assertEqual(program.status(), 0)
+    def test_the_close_button_cancels_or_presses_the_only_button(self):
+        for request, button in (alert(1, buttons=["好", "取消"]), None), (alert(1), 0), (menu(), None):
+            program = self.open(request)
+            self.screen.keys("alt+F4")
+            if "alert" in request:
+                self.assertEqual(program.event(), {"id": 1, "answered": {"button": button, "fields": {}}})
+            self.assertEqual(program.status(), 0)
 
     def test_one_on_top_belongs_to_the_one_beneath(self):
         program = self.open(alert(1, "下", buttons=["好", "取消"]), alert(2, "上"))
         lower, upper = self.window("下"), self.window("上")
-        owner = self.desk.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]
+        owner = self.screen.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]
         self.assertEqual(int(owner, 16), int(lower))
         self.assertIn("MODAL", self.property(upper, "_NET_WM_STATE"))
         # The keyboard cannot be taken to the lower one meanwhile, and comes back to it afterwards.
-        self.desk.run("xdotool", "windowactivate", lower)
-        self.desk.keys("Return")
+        self.screen.run("xdotool", "windowactivate", lower)
+        self.screen.keys("Return")
         self.assertEqual(program.event(), {"id": 2, "answered": {"button": 0, "fields": {}}})
         program.window("下")
         # A key that goes to the window, and not by way of the manager, which may learn of it later.
-        self.desk.keys("Escape")
+        self.screen.keys("Escape")
         self.assertEqual(program.event(), {"id": 1, "answered": {"button": None, "fields": {}}})
 
     def test_raising_brings_it_before_others_and_out_of_its_icon(self):
@@ -89,14 +76,14 @@ class Managed(unittest.TestCase):
         other = self.open(alert(1, "乙"))
         program.send({"raise": ""})
         program.window("甲")
-        self.desk.run("xdotool", "windowminimize", "--sync", self.window("甲"))
+        self.screen.run("xdotool", "windowminimize", "--sync", self.window("甲"))
         other.window("乙")
         program.send({"raise": ""})
         program.window("甲")
-        self.desk.keys("Return")
+        self.screen.keys("Return")
         self.assertEqual(program.event(), {"id": 1, "answered": {"button": 0, "fields": {"a": "x"}}})
         self.assertEqual(program.status(), 0)
 
 
 if __name__ == "__main__":
-    unittest.main()
+    isolation.main()

@@ -1,28 +1,21 @@
 """The menu as a window."""
 
-import unittest
-
-from dialogs.asked import alert, item, menu
-from dialogs.desk import Desk
+from rig import isolation
+from rig.asked import alert, item, menu
+from rig.desk import OnDesk
 
 CHOICES = ["開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒著（防止斷線）", "使用官方 ChatGPT 模式", "手動停止連線", "查看完整診斷",
            "檢查 Codex 版本與 Remote Control", "打開 Codex App", "官方 ChatGPT 連接說明", "打開專案資料夾", "連線與 Token 設定…",
            "重新啟動菜單欄", "退出 Kestrune"]
 
 
-class Menus(unittest.TestCase):
-    screen = "1280x900"
-
-    @classmethod
-    def setUpClass(cls):
-        cls.desk = Desk(cls, cls.screen)
-
+class Menus(OnDesk):
     def setUp(self):
         # Out of the way: the row beneath the pointer is marked.
-        self.desk.run("xdotool", "mousemove", "0", "0")
-        self.program = self.enterContext(self.desk.program())
+        self.screen.point_at(0, 0)
 
     def open(self, shown=None):
+        self.program = OnDesk.program(self)
         self.program.show(shown or menu())
         self.window = self.program.window("Kestrune")
         self.rows = {node.name(): node for node in self.window.all() if node.role() in ("push button", "check box")}
@@ -37,7 +30,7 @@ class Menus(unittest.TestCase):
         return [name for name, row in self.rows.items() if "focused" in row.states()]
 
     def press(self, *keys, marks):
-        self.desk.keys(*keys)
+        self.screen.keys(*keys)
         self.rows[marks].has_focus()
 
     def bar(self):
@@ -47,7 +40,7 @@ class Menus(unittest.TestCase):
 class Looks(Menus):
     def test_it_has_the_rows_of_the_menu(self):
         self.open()
-        self.desk.screenshot("menu")
+        self.screen.screenshot("menu")
         self.assertEqual(self.window.role(), "dialog")
         labels = [row["title"] for row in menu()["menu"][:11]] + ["連線與常駐", "查看與設定"]
         self.assertEqual(self.window.names("label"), labels)
@@ -62,21 +55,19 @@ class Looks(Menus):
         self.assertEqual(len({(left, width) for left, _, width, _ in places}), 1)
         left, top, width, height = self.window.place()
         self.assertLessEqual(places[-1][1] + places[-1][3], top + height)
-
-    def test_the_keys_are_told(self):
-        self.open()
         self.assertEqual({name: self.rows[name].keys() for name in CHOICES}, dict(zip(CHOICES, [
-            "Ctrl+L", "Ctrl+A", "Ctrl+K", "Ctrl+M", "Ctrl+X", "Ctrl+S", "Ctrl+C", "Ctrl+D", "Ctrl+G", "Ctrl+O", "Ctrl+,", "Ctrl+Shift+R", "Ctrl+Q"])))
+            *(f"Ctrl+{key}" for key in "LAKMXSCDGO,"), "Ctrl+Shift+R", "Ctrl+Q"])))
 
     def test_no_row_is_cut_that_the_window_could_show(self):
         key = item(1, "a", "a", "R")
         for title in ("檢查 Codex 版本與 Remote Control", "長" * 20, "l" * 30):
             for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
-                with self.subTest(row=row), self.desk.program() as self.program:
-                    self.program.show({"menu": [key, row]})
-                    window = self.program.window("Kestrune")
+                with self.subTest(row=row):
+                    self.open({"menu": [key, row]})
                     # Of a row that is cut, the tool tip has the whole title.
-                    self.assertEqual([node.description() for node in window.all() if node.name() == title], [""])
+                    self.assertEqual([node.description() for node in self.window.all() if node.name() == title], [""])
+                    self.program.end_input()
+                    self.assertEnds()
 
     def test_a_row_without_keys_has_the_room_of_the_keys(self):
         lengths = range(20, 60)
@@ -84,7 +75,7 @@ class Looks(Menus):
         for length in lengths:
             rows += [item(100 + length, "長" * length, enabled=False), item(length, "高" * length, "b", enabled=False)]
         self.open({"menu": rows})
-        self.desk.screenshot("menu-cut")
+        self.screen.screenshot("menu-cut")
         cut = {node.name() for node in self.window.all() if node.description()}
         self.assertIn("長" * lengths[-1], cut)
         self.assertNotIn("長" * lengths[0], cut)
@@ -94,55 +85,42 @@ class Looks(Menus):
     def test_titles_are_plain_text_in_one_row(self):
         self.open({"menu": [item(1, "<b>a</b> &b _c\n\0\u202ed", "x"), item(2, "l" * 500, enabled=False),
                             item(3, "off", "y", "z", enabled=False), item(4, "off too", "y", checked=True, enabled=False)]})
-        self.desk.screenshot("menu-odd")
+        self.screen.screenshot("menu-odd")
         self.assertEqual(list(self.rows), ["<b>a</b> &b _c   d", "off", "off too"])
         self.assertEqual(self.window.names("label"), ["l" * 197 + "..."])
         self.assertNotIn("enabled", self.rows["off"].states())
         self.assertLess(self.window.place()[2], 700)
-        self.desk.keys("ctrl+z", "Down", "Return")
+        self.screen.keys("ctrl+z", "Down", "Return")
         self.assertEnds({"chosen": 1})
 
 
 class Choosing(Menus):
-    def test_a_row_is_pressed(self):
+    def test_a_row_is_clicked(self):
         self.open()
-        self.rows["查看完整診斷"].press()
-        self.assertEnds({"chosen": 21})
+        left, top, width, height = self.rows["打開專案資料夾"].place()
+        self.screen.point_at(left + width // 2, top + height // 2)
+        self.rows["打開專案資料夾"].has_focus()
+        self.screen.screenshot("menu-marked")
+        self.screen.click(left + width // 2, top + height // 2)
+        self.assertEnds({"chosen": 25})
 
-    def test_a_check_mark_is_turned(self):
+    def test_keys_and_presses_choose(self):
+        for key, number in {"ctrl+l": 14, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
+            self.open()
+            self.screen.keys(key)
+            self.assertEnds({"chosen": number})
         self.open()
         self.rows["自動維持連線"].press()
         self.assertEnds({"chosen": 15})
 
-    def test_a_row_is_clicked(self):
-        self.open()
-        left, top, width, height = self.rows["打開專案資料夾"].place()
-        self.desk.run("xdotool", "mousemove", str(left + width // 2), str(top + height // 2))
-        self.rows["打開專案資料夾"].has_focus()
-        self.desk.screenshot("menu-marked")
-        self.desk.run("xdotool", "click", "1")
-        self.assertEnds({"chosen": 25})
-
-    def test_a_row_to_read_is_clicked_in_vain(self):
-        self.open()
-        left, top, width, height = self.window.find("label", "目前網路：Wi-Fi").place()
-        self.desk.run("xdotool", "mousemove", str(left + width // 2), str(top + height // 2), "click", "1")
-        self.desk.keys("ctrl+q")
-        self.assertEnds({"chosen": 29})
-
-    def test_keys_choose(self):
-        for key, number in {"ctrl+l": 14, "ctrl+x": 18, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
-            with self.desk.program() as self.program:
-                self.open()
-                self.desk.keys(key)
-                self.assertEnds({"chosen": number})
-
-    def test_nothing_is_marked_at_first_and_return_chooses_nothing(self):
+    def test_nothing_is_marked_at_first_and_what_is_only_to_be_read_is_clicked_in_vain(self):
         self.open()
         self.assertEqual(self.marked(), [])
-        self.desk.keys("Return", "space")
+        self.screen.keys("Return", "space")
+        left, top, width, height = self.window.find("label", "目前網路：Wi-Fi").place()
+        self.screen.click(left + width // 2, top + height // 2)
         self.press("Down", marks=CHOICES[0])
-        self.desk.keys("Return")
+        self.screen.keys("Return")
         self.assertEnds({"chosen": 14})
 
     def test_the_mark_walks_past_what_cannot_be_chosen_and_round(self):
@@ -156,40 +134,28 @@ class Choosing(Menus):
         self.press("Home", marks=CHOICES[0])
         self.press("Tab", marks=CHOICES[1])
         self.press("shift+Tab", marks=CHOICES[0])
-        self.desk.keys("space")
+        self.screen.keys("space")
         self.assertEnds({"chosen": 14})
 
-    def test_escape_closes_it_without_a_choice(self):
-        self.open()
-        self.press("Down", marks=CHOICES[0])
-        self.desk.keys("Escape")
-        self.assertEnds()
-
-    def test_the_end_of_the_input_closes_it(self):
-        self.open()
-        self.program.end_input()
-        self.assertEnds()
+    def test_it_is_closed_without_a_choice(self):
+        for close in (lambda: self.screen.keys("Escape"), lambda: self.program.end_input()):
+            self.open()
+            close()
+            self.assertEnds()
 
 
 class Following(Menus):
-    def test_rows_change_in_their_places(self):
+    def test_rows_change_in_their_places_and_the_mark_stays(self):
         self.open()
+        self.press("Down", "Down", marks="自動維持連線")
         status = self.window.find("label", "🟢 連線狀態：已連線")
         place = status.place()
         self.program.send(menu("🔴 連線狀態：異常 <b>", checked=False))
         status.wait(lambda node: node.name() == "🔴 連線狀態：異常 <b>", "other status")
         self.assertEqual(status.place(), place)
         self.rows["自動維持連線"].wait(lambda node: "checked" not in node.states(), "mark taken away")
-        self.desk.keys("Escape")
-        self.assertEnds()
-
-    def test_the_mark_stays(self):
-        self.open()
-        self.press("Down", "Down", marks="自動維持連線")
-        self.program.send(menu("🔴 連線狀態：異常", checked=False))
-        self.rows["自動維持連線"].wait(lambda node: "checked" not in node.states(), "mark taken away")
         self.assertEqual(self.marked(), ["自動維持連線"])
-        self.desk.keys("Return")
+        self.screen.keys("Return")
         self.assertEnds({"chosen": 15})
 
     def test_a_marked_row_that_says_another_thing_stays_marked(self):
@@ -200,7 +166,7 @@ class Following(Menus):
         row.wait(lambda node: node.name() == "立即重新檢查連線", "other command")
         self.assertEqual(row.keys(), "Ctrl+R")
         self.assertIn("focused", row.states())
-        self.desk.keys("ctrl+x", "ctrl+r")
+        self.screen.keys("ctrl+x", "ctrl+r")
         self.assertEnds({"chosen": 18})
 
     def test_a_marked_row_that_cannot_be_chosen_any_more_passes_its_mark_to_none(self):
@@ -208,17 +174,17 @@ class Following(Menus):
         self.rows["手動停止連線"].focus()
         self.program.send(menu(connection="busy"))
         self.window.has_focus()
-        self.desk.screenshot("menu-busy")
+        self.screen.screenshot("menu-busy")
         self.assertEqual(self.window.names("label")[-2:], ["正在重新檢查並恢復連線…", "查看與設定"])
-        self.desk.keys("Return", "space", "ctrl+x")
+        self.screen.keys("Return", "space", "ctrl+x")
         self.press("Down", marks="查看完整診斷")
         self.program.send(menu(connection="stop"))
-        command = self.desk.reader.wait(lambda: self.window.find("push button", "手動停止連線"), "command")
+        command = self.reader.wait(lambda: self.window.find("push button", "手動停止連線"), "command")
         self.assertEqual(self.window.names("push button")[1], "手動停止連線")
         self.press("Up", "Up", marks="使用官方 ChatGPT 模式")
-        self.desk.keys("Tab")
+        self.screen.keys("Tab")
         command.has_focus()
-        self.desk.keys("Return")
+        self.screen.keys("Return")
         self.assertEnds({"chosen": 18})
 
     def test_a_row_that_grows_widens_the_window_and_it_stays_so(self):
@@ -228,14 +194,14 @@ class Following(Menus):
         self.window.wait(lambda node: node.place()[2] > width, "wider window")
         width = self.window.place()[2]
         self.program.send(menu("🟢"))
-        self.desk.reader.wait(lambda: self.window.find("label", "🟢"), "other status")
+        self.reader.wait(lambda: self.window.find("label", "🟢"), "other status")
         self.assertEqual(self.window.place()[2], width)
 
     def test_other_rows_take_the_place_of_all(self):
         self.open()
         self.program.send({"menu": [item(1, "甲", "a"), item(3, "乙", "b")]})
-        self.desk.reader.wait(lambda: self.window.names("push button") == ["甲", "乙"], "other rows")
-        self.desk.keys("End", "Return")
+        self.reader.wait(lambda: self.window.names("push button") == ["甲", "乙"], "other rows")
+        self.screen.keys("End", "Return")
         self.assertEnds({"chosen": 3})
 
     def test_an_alert_does_not_come_beside_it(self):
@@ -246,11 +212,11 @@ class Following(Menus):
 
 
 class SmallScreen(Menus):
-    screen = "640x480"
+    width, height = 640, 480
 
     def test_it_fits_and_scrolls_with_the_mark(self):
         self.open()
-        self.desk.screenshot("menu-small")
+        self.screen.screenshot("menu-small")
         _, top, _, height = self.window.place()
         self.assertTrue(0 <= top <= top + height <= 480)
         self.assertEqual(self.bar(), 0)
@@ -261,7 +227,7 @@ class SmallScreen(Menus):
         self.press("Down", marks=CHOICES[0])
         # With the rows above it, which nothing else brings back.
         self.assertEqual(self.bar(), 0)
-        self.desk.keys("Next")
+        self.screen.keys("Next")
         self.window.find("scroll bar").wait(lambda _: self.bar() > 100, "page further down")
 
     def test_a_change_does_not_scroll_it(self):
@@ -269,10 +235,10 @@ class SmallScreen(Menus):
         self.press("Up", marks=CHOICES[-1])
         before = self.bar()
         self.program.send(menu("🔴 連線狀態：異常", connection="busy"))
-        self.desk.reader.wait(lambda: self.window.find("label", "正在重新檢查並恢復連線…"), "busy row")
+        self.reader.wait(lambda: self.window.find("label", "正在重新檢查並恢復連線…"), "busy row")
         self.assertEqual(self.bar(), before)
         self.assertIn("focused", self.rows[CHOICES[-1]].states())
 
 
 if __name__ == "__main__":
-    unittest.main()
+    isolation.main()

@@ -1,6 +1,6 @@
 """What the windows of the menu's commands say."""
 
-from desktop.session import Window
+from rig.client import Window
 
 MISSING_APP = Window(
     "未找到 Codex App",
@@ -30,6 +30,8 @@ AWAKE = Window(
     "已開啟保持喚醒",
     "自動連線開啟期間，Kestrune 會請求 macOS 防止閒置睡眠與螢幕睡眠，讓手機端更容易保持連線。")
 NOT_AWAKE = Window("已關閉保持喚醒", "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。")
+LOGIN_ON = Window("已開啟開機自動啟動", "已保存開機自動啟動設定，會在下次登入或重開機後生效。")
+LOGIN_OFF = Window("已關閉開機自動啟動", "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。")
 STOPPED = Window("手動關停連線", "沒有輸出。\n\n已同步關閉自動連線。")
 RECONNECTED = Window("刷新連線", "🟢 隧道 <b>: &amp; 恢復")
 

@@ -1,0 +1,201 @@
+"""What is on the screen, as it is told to a screen reader."""
+
+from contextlib import suppress
+
+from gi.repository import Gio, GLib
+
+from rig.bus import PROPERTIES
+from rig.waiting import PATIENCE, Deadline
+
+STATES = {1: "active", 4: "checked", 7: "editable", 8: "enabled", 11: "focusable", 12: "focused", 24: "sensitive",
+          25: "showing", 30: "visible", 41: "checkable"}
+
+WHILE = 200  # milliseconds
+
+ACCESSIBLE = "org.a11y.atspi.Accessible"
+ROOT = "/org/a11y/atspi/accessible/root"
+REGISTRY = "org.a11y.atspi.Registry"
+# By their numbers, as they are met. The toolkit tells the name of this one wrong, and its number right.
+ROLES = {40: "password text"}
+
+
+class ScreenReader:
+    def __init__(self, session):
+        self.context = GLib.MainContext.default()
+        self.signals = []
+        bus = self.connect(session.environment["DBUS_SESSION_BUS_ADDRESS"])
+        self.launch(session, bus)
+        address = call(bus, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress")[0]
+        self.bus = self.connect(address)
+        self.bus.signal_subscribe(None, None, None, None, None, Gio.DBusSignalFlags.NONE, self.hear)
+        for kind in ("object:", "window:", "focus:"):
+            call(self.bus, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent",
+                 GLib.Variant("(sass)", (kind, [], "")))
+
+    @staticmethod
+    def connect(address):
+        return Gio.DBusConnection.new_for_address_sync(
+            address, Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION,
+            None, None)
+
+    def launch(self, session, bus):
+        ready = []
+        watch = Gio.bus_watch_name_on_connection(bus, "org.a11y.Bus", Gio.BusNameWatcherFlags.NONE,
+                                                 lambda *_: ready.append(True), None)
+        session.spawn("/usr/libexec/at-spi-bus-launcher", "--launch-immediately")
+        self.wait(lambda: ready, "bus for screen readers")
+        Gio.bus_unwatch_name(watch)
+
+    def hear(self, _connection, sender, path, interface, name, parameters):
+        self.signals.append((sender, path, interface.rpartition(".")[2], name, parameters))
+
+    def heard(self):
+        """Everything that was told by itself so far: who, what, and with which values."""
+        while self.context.iteration(False):
+            pass
+        return self.signals
+
+    def wait(self, condition, what):
+        """The first true value that it has; asked again with each thing that happens, and after a while, because not
+        everything is told."""
+        deadline = Deadline()
+        timer = GLib.timeout_source_new(WHILE)
+        timer.set_callback(lambda *_: True)
+        timer.attach(self.context)
+        try:
+            while True:
+                with suppress(GLib.Error, LookupError):  # what is asked may be gone by now, or not there yet
+                    if value := condition():
+                        return value
+                if deadline.left() == 0:
+                    raise AssertionError(f"no {what} within {PATIENCE:g} s")
+                self.context.iteration(True)
+        finally:
+            timer.destroy()
+
+    def applications(self):
+        return Node(self, REGISTRY, ROOT).children()
+
+    def windows(self, pid=None):
+        """Those of a process, for as long as it lives, or of all."""
+        return [window for application in self.applications() if pid in (None, application.pid())
+                for window in application.children()]
+
+    def window(self, name, pid=None):
+        """The window of that name, once it has the keyboard."""
+        return self.wait(lambda: next((window for window in self.windows(pid)
+                                       if window.name() == name and "active" in window.states()), None),
+                         f"active window “{name}”")
+
+    def told_of(self, role):
+        """What has come to be seen in the meantime, also if it belongs to no window that is listed."""
+        def seen():
+            for sender, path, kind, name, values in self.signals:
+                if (kind, name, values.unpack()[0]) == ("Object", "StateChanged", "showing"):
+                    with suppress(GLib.Error):
+                        if (node := Node(self, sender, path)).role() == role:
+                            return node
+            return None
+        return self.wait(seen, role)
+
+
+def call(bus, name, path, interface, method, arguments=None):
+    answer = bus.call_sync(name, path, interface, method, arguments, None, Gio.DBusCallFlags.NONE,
+                           int(PATIENCE * 1000), None)
+    return answer.unpack()
+
+
+class Node:
+    """Something on the screen, as it is told to a screen reader."""
+
+    def __init__(self, reader, bus, path):
+        self.reader, self.bus, self.path = reader, bus, path
+
+    def __eq__(self, other):
+        return (self.bus, self.path) == (other.bus, other.path)
+
+    def __repr__(self):
+        return f"<{self.role()} “{self.name()}”>"
+
+    def ask(self, interface, method, signature="()", *arguments):
+        return call(self.reader.bus, self.bus, self.path, interface, method, GLib.Variant(signature, arguments))
+
+    def property(self, interface, name):
+        return self.ask(PROPERTIES, "Get", "(ss)", interface, name)[0]
+
+    def pid(self):
+        return call(self.reader.bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                    "GetConnectionUnixProcessID", GLib.Variant("(s)", (self.bus,)))[0]
+
+    def name(self):
+        return self.property(ACCESSIBLE, "Name")
+
+    def role(self):
+        number = self.ask(ACCESSIBLE, "GetRole")[0]
+        if number not in ROLES:
+            ROLES[number] = self.ask(ACCESSIBLE, "GetRoleName")[0]
+        return ROLES[number]
+
+    def description(self):
+        return self.property(ACCESSIBLE, "Description")
+
+    def states(self):
+        low, high = self.ask(ACCESSIBLE, "GetState")[0]
+        bits = low | high << 32
+        return {name for bit, name in STATES.items() if bits >> bit & 1}
+
+    def is_shown(self):
+        with suppress(GLib.Error):  # it is gone
+            return "showing" in self.states()
+        return False
+
+    def children(self):
+        return [Node(self.reader, *child) for child in self.ask(ACCESSIBLE, "GetChildren")[0]]
+
+    def walk(self):
+        """Everything in it, top to bottom, also what is not to be seen."""
+        for child in self.children():
+            yield child
+            yield from child.walk()
+
+    def is_visible(self):
+        return "visible" in self.states()
+
+    def all(self):
+        """Everything in it that is to be seen, top to bottom."""
+        return list(filter(Node.is_visible, self.walk()))
+
+    def find(self, role, name=None):
+        for node in self.walk():
+            if name in (None, node.name()) and node.role() == role and node.is_visible():
+                return node
+        raise LookupError(f"{role} “{name}” in {self}")
+
+    def names(self, role):
+        return [node.name() for node in self.walk() if node.role() == role and node.is_visible()]
+
+    def text(self):
+        return self.ask("org.a11y.atspi.Text", "GetText", "(ii)", 0, -1)[0]
+
+    def place(self):
+        """Left, top, width and height on the screen."""
+        return self.ask("org.a11y.atspi.Component", "GetExtents", "(u)", 0)[0]
+
+    def focus(self):
+        self.ask("org.a11y.atspi.Component", "GrabFocus")
+        self.has_focus()
+
+    def has_focus(self):
+        self.reader.wait(lambda: "focused" in self.states(), "focus")
+
+    def press(self):
+        """Does the first of its actions without waiting: its window may be gone before it can say so."""
+        self.reader.bus.call(self.bus, self.path, "org.a11y.atspi.Action", "DoAction", GLib.Variant("(i)", (0,)),
+                             None, Gio.DBusCallFlags.NONE, -1, None, None)
+
+    def keys(self):
+        """The keys that it is pressed with."""
+        return self.ask("org.a11y.atspi.Action", "GetKeyBinding", "(i)", 0)[0]
+
+    def wait(self, condition, what):
+        return self.reader.wait(lambda: condition(self), what)

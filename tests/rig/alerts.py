@@ -1,0 +1,27 @@
+"""Alerts on a desk, and what they answer."""
+
+from rig.desk import OnDesk
+
+
+def answered(number, button, **fields):
+    return {"id": number, "answered": {"button": button, "fields": fields}}
+
+
+class Alerts(OnDesk):
+    def opened(self, *requests, name=None):
+        """The program with these alerts, and the window of the last."""
+        program = self.program()
+        program.show(*requests)
+        return program, program.window(name or requests[-1]["alert"]["messageText"])
+
+    def assertEnds(self, program, *events):
+        for event in events:
+            self.assertEqual(program.event(), event)
+        self.assertEqual(program.status(), 0)
+        self.assertEqual(program.complaint(), "")
+
+    def assertOnScreen(self, *nodes):
+        for node in nodes:
+            left, top, wide, high = node.place()
+            self.assertTrue(0 <= left <= left + wide <= self.width, f"{node} at {node.place()}")
+            self.assertTrue(0 <= top <= top + high <= self.height, f"{node} at {node.place()}")

@@ -1,0 +1,184 @@
+"""Buses of the test's own, and what is said on them."""
+
+import signal
+import subprocess
+from contextlib import suppress
+from urllib.parse import quote
+
+from gi.repository import GLib
+
+from rig.processes import end_process, read_process
+from rig.waiting import Text, own
+from rig.wire import DAEMON, NAME, PATH, Connection, Listener, Refused, values
+
+# Without the machine's services: they would bring in what no test asked for.
+CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>{address}</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{services}</servicedir>
+  {limits}
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+"""
+
+PROPERTIES = "org.freedesktop.DBus.Properties"
+CLIENT = "the client"  # stands for the unique name of its connection: it has no other
+ITEM = CLIENT, "/StatusNotifierItem", "org.kde.StatusNotifierItem"
+MENU = CLIENT, "/MenuBar", "com.canonical.dbusmenu"
+
+STATUS_ROW, NETWORK_ROW = 2, 10
+
+
+class Bus:
+    """The session bus. Its address is in the environment of the session."""
+
+    variable = "DBUS_SESSION_BUS_ADDRESS"
+
+    def __init__(self, session, limits=""):
+        self.session = session
+        folder = session.root / self.variable
+        self.services = folder / "services"  # programs that the bus may start
+        self.services.mkdir(parents=True)
+        self.address = "unix:path=" + quote(str(folder / "bus"))
+        self.configuration = folder / "bus.conf"
+        self.configuration.write_text(CONFIGURATION.format(address=self.address, services=self.services,
+                                                           limits=limits))
+        session.environment[self.variable] = self.address
+        session.callback(lambda: self.connection.close())
+        self.start()
+
+    def start(self):
+        self.daemon = self.session.spawn("dbus-daemon", f"--config-file={self.configuration}", "--nofork",
+                                         "--print-address=1", stdout=subprocess.PIPE)
+        address = Text(own(self.daemon.stdout))
+        address.line()
+        address.close()
+        self.found = None
+        self.connection = Connection(self)
+
+    def stop(self):
+        self.connection.close()
+        end_process(self.daemon.pid)
+
+    def freeze(self):
+        self.daemon.send_signal(signal.SIGSTOP)
+
+    def thaw(self):
+        self.daemon.send_signal(signal.SIGCONT)
+
+    def target(self, target):
+        return (self.client(), *target[1:]) if target[0] == CLIENT else target
+
+    def call(self, target, method, signature="", *arguments):
+        """The values of the answer, in a list."""
+        return self.connection.ask(self.target(target), method, signature, *arguments)
+
+    def get(self, target, name):
+        return self.call((*target[:2], PROPERTIES), "Get", "ss", target[2], name)[0]
+
+    def pid(self, name=CLIENT):
+        return self.call(DAEMON, "GetConnectionUnixProcessID", "s", self.client() if name == CLIENT else name)[0]
+
+    def monitor(self):
+        return Monitor(self)
+
+    # --- the client on it
+
+    def rows(self):
+        """The rows of the exported menu, from identity to properties, in order."""
+        _, (_, _, children) = self.call(MENU, "GetLayout", "iias", 0, -1, [])
+        return {number: properties for number, properties, _ in children}
+
+    def click(self, row):
+        self.call(MENU, "Event", "isvu", row, "clicked", GLib.Variant("i", 0), 0)
+
+    def client(self):
+        """The unique name of the client's connection."""
+        if not (self.found and self.has_owner(self.found)):
+            self.found = next(filter(self.is_client, self.call(DAEMON, "ListNames")[0]), None)
+        if not self.found:
+            raise Refused("the client is not on the bus")
+        return self.found
+
+    def is_client(self, name):
+        with suppress(Refused):
+            return read_process(self.pid(name), "comm") == b"KestruneMenuCli\n"
+        return False
+
+    def has_owner(self, name):
+        return self.call(DAEMON, "NameHasOwner", "s", name)[0]
+
+    def wait_for_client(self, besides=None):
+        """Its name, as soon as it is there and is another one than that."""
+        def found():
+            with suppress(Refused):
+                return self.client() if self.client() != besides else None
+            return None
+        return self.wait_for_change(found)
+
+    def wait_for_owner(self, name):
+        self.wait_for_change(lambda: self.has_owner(name))
+
+    def wait_for_change(self, condition):
+        """The first true value of a condition that changes with the owner of a name."""
+        # Listened to before it is asked, so that the moment in between cannot be missed.
+        with self.monitor() as traffic:
+            changes = 0
+            while not (found := condition()):
+                changes += 1
+                traffic.wait_for("NameOwnerChanged", count=changes)
+        return found
+
+
+class SystemBus(Bus):
+    variable = "DBUS_SYSTEM_BUS_ADDRESS"
+
+
+class Monitor(Listener):
+    """Everything that is said on the bus from now on."""
+
+    def __init__(self, bus):
+        connection = Connection(bus)
+        connection.ask((NAME, PATH, "org.freedesktop.DBus.Monitoring"), "BecomeMonitor", "asu", [], 0)
+        super().__init__(connection)
+        bus.session.callback(self.kill)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.kill()
+
+    def keep(self, message):
+        return (message.get_member(), values(message)) if message.get_member() else None
+
+    def said(self, member, condition=lambda data: True):
+        """The contents of all calls and signals of that name."""
+        return [data for name, data in list(self.kept) if name == member and condition(data)]
+
+    def wait_for(self, member, condition=lambda data: True, count=1):
+        """The content of the last of so many of them, which may have been said already."""
+        return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
+
+    def labels(self, number):
+        """What a row of the menu has changed to, one after the other."""
+        return [properties["label"] for updated, _ in self.said("ItemsPropertiesUpdated")
+                for row, properties in updated if row == number and "label" in properties]
+
+    def wait_for_label(self, number, label):
+        """Waits until that row says so."""
+        self.wait(lambda: self.labels(number)[-1:] == [label], f"row {number} with {label}")
+
+    def wait_for_status(self, status):
+        """Waits until the menu says so, and the network is known: what follows a start does not change it again."""
+        self.wait(lambda: self.labels(STATUS_ROW)[-1:] == [status] and self.labels(NETWORK_ROW), status)
+
+    def wait_for_notification(self, title, text):
+        self.wait_for("Notify", lambda data: data[3:5] == [title, text])

@@ -1,0 +1,167 @@
+"""The running client, and what its terminal face prints."""
+
+import os
+import re
+import signal
+import subprocess
+import time
+from contextlib import suppress
+from typing import NamedTuple
+
+from rig.waiting import PATIENCE, Text, own
+
+CHECKING = "🟡 連線狀態：正在檢查狀態…"
+CONNECTED = "🟢 連線狀態：已連線"
+FAULTY = "🔴 連線狀態：異常"
+RECONNECTING = "🟡 連線狀態：正在重新連線…"
+NETWORK_NOT_KNOWN = "目前網路：未知網路"
+DISABLED = "🟡 連線狀態：已停用，不會啟動背景服務"
+
+NO_BUS = ("KestruneMenuClient: no session bus (No such file or directory): "
+          "going on without it\n")
+NO_SYSTEM_BUS = NO_BUS.replace("session", "system")
+NO_TRAY = "KestruneMenuClient: no tray on this desktop: the icon appears as soon as there is one\n"
+
+
+class Row:
+    def __init__(self, line):
+        self.number = int(line[:2])
+        self.key = line[4].strip()
+        self.mark = {"✓": True, "✗": False}.get(line[6])
+        self.title = line[8:]
+
+
+class Menu:
+    """One print of the menu."""
+
+    PATTERN = re.compile(r"\n([^\n]*)\n─{28}\n((?:[ \d]\d  [^\n]*\n){29})")
+
+    def __init__(self, match):
+        self.title = match.group(1)
+        self.rows = {row.number: row for row in map(Row, match.group(2).splitlines())}
+        self.status = self.rows[2].title
+        self.last = match.end() - 1  # the position of its last character
+
+    @classmethod
+    def all_in(cls, text):
+        return [cls(match) for match in cls.PATTERN.finditer(text)]
+
+
+class Window(NamedTuple):
+    """What a window shows. Its texts may be read in a terminal, on the screen, or in a notification."""
+
+    title: str
+    text: str
+    warns: bool = False
+
+    PRINTED = re.compile(r"\n([ℹ⚠]) ([^\n]*)\n─{28}\n(.*?)\n\n\[1\] 好  \n", re.DOTALL)
+
+    @classmethod
+    def all_in(cls, text):
+        return [cls(title, content, sign == "⚠") for sign, title, content in cls.PRINTED.findall(text)]
+
+
+class Client:
+    """The running program."""
+
+    def __init__(self, command, terminal=None, **options):
+        self.started = time.monotonic()
+        self.process = subprocess.Popen(command, bufsize=0, **options)
+        self.pid = self.process.pid
+        self.input, output, errors = map(own, (self.process.stdin, self.process.stdout, self.process.stderr))
+        if terminal is not None:
+            self.input, output = os.dup(terminal), terminal
+        self.output, self.errors = [descriptor and Text(descriptor) for descriptor in (output, errors)]
+        self.seen = 0  # menus that were handed out
+        self.windows_seen = 0
+
+    def close(self):
+        with suppress(ProcessLookupError):
+            self.process.kill()
+        self.process.wait()
+        self.close_input()
+        for text in (self.output, self.errors):
+            if text:
+                text.close()
+        self.output = self.errors = None
+
+    def close_input(self):
+        if self.input is not None:
+            os.close(self.input)
+        self.input = None
+
+    def hang_up(self):
+        """Takes its terminal away."""
+        self.close_input()
+        self.output.close()
+        self.output = None
+
+    def age(self):
+        return time.monotonic() - self.started
+
+    def menus(self):
+        return Menu.all_in(self.output.so_far)
+
+    def next_menu(self, seconds=PATIENCE):
+        menus = self.output.wait(lambda text: Menu.all_in(text)[self.seen:], "other menu", seconds)
+        self.seen += 1
+        return menus[0]
+
+    def next_window(self):
+        windows = self.output.wait(lambda text: Window.all_in(text)[self.windows_seen:], "other window")
+        self.windows_seen += 1
+        return windows[0]
+
+    def menu_with(self, number, title):
+        """The next menu in which that row says so."""
+        while (menu := self.next_menu()).rows[number].title != title:
+            pass
+        return menu
+
+    def first_check(self):
+        """The menu with the result of the first check."""
+        first = self.next_menu()
+        assert first.status == CHECKING, first.status
+        # The network may be known before that, and be answered by a reconnect.
+        while (menu := self.next_menu()).status == RECONNECTING:
+            pass
+        return menu
+
+    def checked(self):
+        """The menu after what follows a start: the first check, and a reconnect as soon as the network is known. The
+        check at the end of the reconnect may be still to come; it prints nothing if it finds what the first one has."""
+        menu = self.first_check()
+        while menu.status == RECONNECTING or menu.rows[10].title == NETWORK_NOT_KNOWN:
+            menu = self.next_menu()
+        return menu
+
+    def assert_only_started(self, status):
+        """Nothing was printed but what follows a start."""
+        printed = [menu.status for menu in self.menus()]
+        # Which of the two comes first is a matter of chance; what is over before it was printed is left out.
+        assert printed in ([CHECKING, RECONNECTING, status], [CHECKING, status, RECONNECTING, status],
+                           [CHECKING, status]), printed
+
+    def said(self, words):
+        self.output.wait(lambda text: words in text, f"'{words}' on standard output")
+
+    def complained(self, words):
+        self.errors.wait(lambda text: words in text, f"'{words}' on standard error")
+
+    def type(self, line):
+        os.write(self.input, line.encode() + b"\n")
+
+    def send(self, number):
+        self.process.send_signal(number)
+
+    def status(self, seconds=PATIENCE):
+        """The exit status, once the program has ended."""
+        return self.process.wait(seconds)
+
+    def quit(self):
+        self.type("q")
+        return self.status()
+
+    def end(self, number=signal.SIGTERM):
+        self.send(number)
+        return self.status()

@@ -1,0 +1,60 @@
+"""The terminal face, answered line by line."""
+
+import unittest
+
+from rig.client import NO_BUS
+from rig.session import COUNTING_BACKEND, SWITCHED_OFF, Session
+
+RULE = "─" * 28
+BUTTONS = "[1] 保存並刷新  [2] 打開 .env  [3] 取消  [4] 顯示手機配對 QR  \n"
+OKAY = "[1] 好  \n"
+
+
+class Dialogue(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        # Says nothing, as one that knows the units that it is to stop.
+        self.session.program("systemctl", "exit 0\n")
+        self.session.stub_backend(COUNTING_BACKEND)
+        # Then nothing happens but what is typed.
+        self.session.prefer(SWITCHED_OFF)
+        self.env = self.session.repo / ".env"
+        self.read = 0
+
+    def start(self, text=None, **options):
+        """A client on pipes, with that in the file."""
+        if text is not None:
+            self.env.write_text(text)
+        self.client = self.session.terminal(**options)
+        self.read = 0
+
+    def expect(self, words):
+        """Waits for that in what has not been read yet; what came before it."""
+        output = self.client.output
+        at = output.wait(lambda text: text.find(words, self.read) + 1, f"“{words}”") - 1
+        before, self.read = output.so_far[self.read:at], at + len(words)
+        return before
+
+    def ask(self, line, answer):
+        self.client.type(line)
+        self.expect(answer)
+
+    def open_settings(self):
+        self.ask(",", "手機連線 API URL")
+        self.expect("> ")
+
+    def fill_in(self, *fields):
+        """Types that into the first fields of the settings, and keeps what is in the others."""
+        self.open_settings()
+        for line in [*fields, "", "", "", ""][:4]:
+            self.ask(line, "> ")
+        self.ask(fields[4] if len(fields) > 4 else "", BUTTONS)
+
+    def assertWindow(self, window):
+        """That window comes; it is closed."""
+        self.expect(f"\n{'⚠' if window.warns else 'ℹ'} {window.title}\n{RULE}\n{window.text}\n\n{OKAY}")
+        self.client.type("1")
+
+    def assertQuits(self):
+        self.assertEqual(self.client.quit(), 0)
+        self.assertEqual(self.client.errors.all(), NO_BUS)

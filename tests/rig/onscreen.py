@@ -1,0 +1,81 @@
+"""The tray face on a desk: its windows are read and pressed as a screen reader does it."""
+
+import unittest
+from pathlib import Path
+
+from rig.client import Window
+from rig.desk import Desk
+from rig.display import Rectangle
+from rig.processes import end_process, running, wait_for_end
+from rig.session import COUNTING_BACKEND, SWITCHED_OFF, counted
+
+
+class OnScreen(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.session = Desk(cls)
+        cls.bus, cls.screen, cls.reader = cls.session.bus, cls.session.screen, cls.session.reader
+        cls.traffic = cls.bus.monitor()
+        # Says nothing, as one that knows the units that it is to stop.
+        cls.session.program("systemctl", "exit 0\n")
+        cls.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
+        cls.session.find_programs_first()
+
+    @classmethod
+    def start(cls, switched_off=False, **options):
+        """A client with the counting backend, which is asked for nothing any more but what a test asks for."""
+        cls.session.stub_backend(COUNTING_BACKEND)
+        if switched_off:
+            cls.session.prefer(SWITCHED_OFF)
+        cls.client = cls.session.start(**options)
+        cls.bus.wait_for_client()
+        if not switched_off:
+            cls.traffic.wait_for_label(*counted(2))
+            cls.session.wait_for_start()
+
+    @classmethod
+    def end_windows(cls):
+        """What a failing test leaves on the screen would be in the way of all others."""
+        for pid in cls.windows():
+            end_process(pid)
+
+    def window(self, title):
+        return self.reader.window(title)
+
+    def read(self, title):
+        """What the window of that title shows, beside the window itself."""
+        window = self.window(title)
+        self.assertEqual(window.names("push button"), ["好"])
+        [sign] = window.names("graphic")
+        return Window(*window.names("label"), warns={"警告": True, "訊息": False}[sign]), window
+
+    def choose(self, window, button="好"):
+        pid = window.pid()
+        window.find("push button", button).press()
+        wait_for_end(pid)
+
+    def assertShows(self, expected):
+        """That window opens; it is closed by its button."""
+        shown, window = self.read(expected.title)
+        self.assertEqual(shown, expected)
+        self.choose(window)
+
+    def assertOpens(self, row, expected):
+        self.bus.click(row)
+        self.assertShows(expected)
+
+    def assertAsked(self, *commands):
+        self.assertEqual([self.session.events.next() for _ in commands], [f"{each} asked" for each in commands])
+
+    def labels(self, *numbers):
+        rows = self.bus.rows()
+        return [rows[number]["label"] for number in numbers]
+
+    @staticmethod
+    def windows():
+        """Ids of the processes that show windows."""
+        return [pid for pid in running() if Path(f"/proc/{pid}/exe").resolve().name == "KestruneMenuDialogs"]
+
+    @staticmethod
+    def frame(node):
+        return Rectangle(*node.place())

@@ -1,0 +1,112 @@
+"""A real desktop panel with a tray on it."""
+
+import re
+import shutil
+
+from rig.display import Rectangle
+from rig.processes import end_process
+
+PANEL_HEIGHT = 32
+
+# One panel at the upper edge with nothing but a tray.
+CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0">
+  <property name="configver" type="int" value="2"/>
+  <property name="panels" type="array">
+    <value type="int" value="1"/>
+    <property name="dark-mode" type="bool" value="{dark}"/>
+    <property name="panel-1" type="empty">
+      <property name="position" type="string" value="p=6;x=0;y=0"/>
+      <property name="position-locked" type="bool" value="true"/>
+      <property name="length" type="uint" value="100"/>
+      <property name="size" type="uint" value="{size}"/>
+      <property name="icon-size" type="uint" value="22"/>
+      <property name="plugin-ids" type="array">
+        <value type="int" value="1"/>
+      </property>
+    </property>
+  </property>
+  <property name="plugins" type="empty">
+    <property name="plugin-1" type="string" value="systray">
+      <property name="square-icons" type="bool" value="true"/>
+    </property>
+  </property>
+</channel>
+"""
+SETTINGS_SERVICE = "/usr/share/dbus-1/services/org.xfce.Xfconf.service"
+
+# Of the client's menu: texts and separators.
+ROWS = 29
+
+WATCHER = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher"
+
+
+class Panel:
+    def __init__(self, session, bus, screen, dark=False):
+        self.session = session
+        self.bus = bus
+        self.screen = screen
+        shutil.copy(SETTINGS_SERVICE, bus.services)
+        folder = session.config / "xfce4/xfconf/xfce-perchannel-xml"
+        folder.mkdir(parents=True)
+        (folder / "xfce4-panel.xml").write_text(CHANNEL.format(size=PANEL_HEIGHT, dark=str(dark).lower()))
+        session.environment.update({
+            "GDK_SCALE": str(screen.scale),
+            "PANGO_LANGUAGE": "zh_TW",  # or characters would take the forms of another country
+        })
+        side = PANEL_HEIGHT * screen.scale
+        self.icon = Rectangle(0, 0, side, side)
+        self.start()
+
+    def start(self):
+        self.process = self.session.spawn("xfce4-panel", "--disable-wm-check")
+        self.bus.wait_for_owner(WATCHER[0])
+
+    def stop(self):
+        end_process(self.process.pid)
+        self.bus.wait_for_change(lambda: not self.bus.has_owner(WATCHER[0]))
+
+    def items(self):
+        return self.bus.get(WATCHER, "RegisteredStatusNotifierItems")
+
+    def wait_for_item(self):
+        with self.bus.monitor() as traffic:
+            if not self.items():
+                traffic.wait_for("StatusNotifierItemRegistered")
+        return self.items()
+
+    def wait_for_icon(self, coloured):
+        """Waits until the icon is there, in colour or grey."""
+        self.screen.wait_for_picture(
+            self.icon, lambda picture: len(picture.pixels()) > 8 and picture.coloured() == coloured, "the icon")
+
+    def open_menu(self):
+        """Clicks at the icon, and waits until all rows are there: the window of the menu."""
+        so_far = len(self.screen.events.so_far)
+        self.screen.click(*self.icon.centre())
+        window = self.wait_for_popup(so_far)
+        self.wait_for_rows(window)
+        return window
+
+    def wait_for_popup(self, after=0):
+        """The window of the menu that opens, according to the events behind that position."""
+        # Others, with which a toolkit catches the keyboard, lie beyond the edge, where coordinates are negative.
+        placed = r"ConfigureNotify event.*\n.*, window (0x\w+), \(\d+,\d+\), width"
+        mapped = r"MapNotify event.*\n.*, window \1, override YES"
+        popup = re.compile(f"{placed}.*?{mapped}", re.DOTALL)
+        return self.screen.events.wait(lambda text: popup.search(text, after), "menu on the screen").group(1)
+
+    def rows(self, window):
+        """Where the rows of the menu are, its border aside."""
+        return self.screen.geometry(window).within(4 * self.screen.scale)
+
+    def wait_for_rows(self, window):
+        self.screen.wait_for_picture(self.rows(window), lambda picture: picture.bands() == ROWS, f"{ROWS} rows")
+
+    def last_row(self, window):
+        rows = self.rows(window)
+        height = rows.height // ROWS
+        return Rectangle(rows.left, rows.top + rows.height - height, rows.width, height)
+
+    def click_last_row(self, window):
+        self.screen.click(*self.last_row(window).centre())

@@ -1,0 +1,243 @@
+"""A user's session in a temporary folder: a home, a backend, and the client that is under test."""
+
+import contextlib
+import json
+import os
+import pty
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+from urllib.parse import quote
+
+from rig.client import Client
+from rig.processes import end_process, read_process, running, wait_for_end, write_script
+from rig.waiting import PATIENCE, Deadline, Events, Gate
+
+BUILD = Path(os.environ["KESTRUNE_BUILD"])
+SOURCE = Path(os.environ["KESTRUNE_SOURCE"])
+PROGRAM = BUILD / "KestruneMenuClient"
+
+# What was killed is gone by then.
+MOMENT = 5.0
+
+# Each report differs from the one before, so that its arrival is to be seen.
+COUNT = """
+if [[ $1 == status ]]; then
+    echo again >> "$HOME/count"
+    echo "[OK] Codex CLI: $(wc -l < "$HOME/count")"
+fi
+"""
+COUNTING_BACKEND = f"""
+echo "$1 asked" > "$HOME/events"
+{COUNT}
+if [[ $1 == status && -e $HOME/failing ]]; then
+    echo '[FAIL] 隧道 <b>: &amp; 沒有'
+    exit 1
+fi
+[[ $1 == status ]] || echo '[OK] 隧道 <b>: &amp; 恢復'
+"""
+REPORTING_BACKEND = """
+echo "$1 asked" > "$HOME/events"
+echo '[OK] Mac service: 好'
+"""
+# Reports the line that the gate is opened with.
+GATED_BACKEND = """
+[[ $1 == status ]] || exit 0
+echo "status asked" > "$HOME/events"
+read -r report < "$HOME/gate"
+echo "$report"
+[[ $report != FAIL* ]]
+"""
+# Holds the stop up before a process has been ended, twice: for each of the two ports.
+HELD_UP_STOP = """
+echo "stopping" > "$HOME/events"
+read -r < "$HOME/gate"
+"""
+
+SWITCHED_OFF = '{"autoConnectEnabled": false}'
+
+
+def counted(number):
+    """The row of the menu in which the report of that number is to be seen, and what it says."""
+    return 4, f"Codex：OK {number}"
+
+
+class Session(contextlib.ExitStack):
+    """Everything in it ends with the test, or with the class of tests, that it is made for."""
+
+    def __init__(self, test):
+        super().__init__()
+        self.root = Path(tempfile.mkdtemp(prefix="kestrune 資料夾 "))
+        self.callback(shutil.rmtree, self.root)
+        self.home = self.root / "家 home"
+        self.repo = self.root / "後端 my repo"
+        self.config = self.root / "設定 config"
+        self.runtime = self.root / "run"
+        self.bin = self.home / "bin"
+        for folder in (self.home, self.config, self.runtime, self.bin):
+            folder.mkdir()
+        self.runtime.chmod(0o700)
+        self.environment = {
+            "PATH": "/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
+            "LANG": "C.UTF-8",
+            "HOME": str(self.home),
+            "XDG_CONFIG_HOME": str(self.config),
+            "XDG_STATE_HOME": str(self.root / "state"),
+            "XDG_CACHE_HOME": str(self.root / "cache"),
+            "XDG_DATA_HOME": str(self.root / "data"),
+            "XDG_RUNTIME_DIR": str(self.runtime),
+            "KESTRUNE_REPO_PATH": str(self.repo),
+            "GSETTINGS_BACKEND": "memory",
+            "NO_AT_BRIDGE": "1",  # of GTK: screen readers look at the client's windows only
+            "QT_ACCESSIBILITY": "1",
+            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+        }
+        # What a build with sanitizers is told.
+        self.environment |= {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
+        # One that takes connections and says nothing: no test may reach the machine's own.
+        system_bus = self.enter_context(socket.socket(socket.AF_UNIX))
+        system_bus.bind(str(self.runtime / "system_bus"))
+        system_bus.listen()
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + quote(str(self.runtime / "system_bus"))
+        # A login shell sets PATH anew, so what is to be found first must be put there by the user's profile.
+        self.profile = self.home / ".bash_profile"
+        self.profile.write_text('PATH="$HOME/bin:$PATH"\n')
+        self.copy_backend(self.repo)
+        self.backend_program = self.repo / ".venv/bin/kestrune-mac-client"
+        self.events = Events(self.home / "events")
+        self.callback(self.events.close)
+        self.gate = Gate(self.home / "gate")
+        self.callback(self.gate.close)
+        self.clients = []
+        self.others = []
+        self.callback(self.end_all)
+        (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(self.close)
+
+    def end_all(self):
+        for client in self.clients:
+            client.close()
+        # Until there are none: while one is ended, another may start one more.
+        while pids := self.processes():
+            for pid in pids:
+                end_process(pid)
+        for child in self.others:
+            child.kill()
+            child.wait()
+
+    # --- programs
+
+    def start(self, *arguments, program=PROGRAM, through=(), environment=None, **options):
+        """Starts the client, by way of another program if one is given."""
+        ordinary = {"cwd": self.home, "env": {**self.environment, **(environment or {})},
+                    "stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        self.clients.append(Client([*through, program, *arguments], **{**ordinary, **options}))
+        return self.clients[-1]
+
+    def terminal(self, **options):
+        """Starts the client's terminal face on pipes."""
+        return self.start("--terminal", **options)
+
+    def real_terminal(self, **options):
+        """Starts the client's terminal face in a terminal that is its own."""
+        near, far = pty.openpty()
+        client = self.start("--terminal", through=["setsid", "--ctty"], terminal=near, stdin=far, stdout=far, **options)
+        os.close(far)
+        return client
+
+    def run(self, *arguments, **options):
+        """Starts the client and waits for its end: exit status, output, errors."""
+        client = self.start(*arguments, **{"stdin": subprocess.DEVNULL, **options})
+        return client.status(), client.output.all(), client.errors.all()
+
+    def spawn(self, *command, environment=None, **options):
+        """Starts another program of the session. Of the environment, variables that are None are left out."""
+        changed = {**self.environment, **(environment or {})}
+        ordinary = {"env": {name: value for name, value in changed.items() if value is not None}, "cwd": self.home,
+                    "bufsize": 0, "stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
+                    "stderr": subprocess.DEVNULL}
+        self.others.append(subprocess.Popen(command, **{**ordinary, **options}))
+        return self.others[-1]
+
+    def output_of(self, *command, **options):
+        """Runs another program of the session to its end, which must be a good one."""
+        return subprocess.run(command, **{"env": self.environment, "cwd": self.home, "stdin": subprocess.DEVNULL,
+                                          "check": True, "capture_output": True, "timeout": PATIENCE, **options}).stdout
+
+    def program(self, name, text):
+        """Puts a script on the PATH of login shells."""
+        write_script(self.bin / name, text)
+        return self.bin / name
+
+    def find_programs_first(self):
+        """Has the client find the scripts as well, and not its login shells alone."""
+        self.environment["PATH"] = f"{self.bin}:{self.environment['PATH']}"
+
+    def processes(self):
+        """Ids of the processes that were started in this session and have not ended."""
+        mark = f"HOME={self.home}".encode()
+        return [pid for pid in running() if mark in read_process(pid, "environ").split(b"\0")]
+
+    def wait_for_ends(self, besides=frozenset()):
+        """Waits for the end of what has been killed, which nobody else does: a moment, if the machine is busy."""
+        for pid in set(self.processes()) - besides:
+            wait_for_end(pid, MOMENT)
+
+    @staticmethod
+    def wait_for_peer():
+        """Waits until a process is connected to the client's socket, such as one that waits for its end."""
+        deadline = Deadline()
+        # The listening socket is one of them.
+        while Path("/proc/net/unix").read_text().count("/socket.new\n") < 2:
+            if deadline.left() == 0:
+                raise AssertionError("nobody connects to the client")
+            time.sleep(0.01)
+
+    # --- backend
+
+    @staticmethod
+    def copy_backend(folder):
+        shutil.copytree(SOURCE / "examples/backend", folder, symlinks=True,
+                        ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
+
+    def backend(self, *arguments):
+        """Runs the backend's own command line, as its user would."""
+        done = subprocess.run([self.backend_program, *arguments], env=self.environment,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, encoding="utf-8",
+                              timeout=PATIENCE)
+        if done.returncode != 0:
+            raise AssertionError(f"{arguments}: status {done.returncode}\n{done.stdout}{done.stderr}")
+        return done.stdout
+
+    def services(self):
+        """Ids of the backend's three services, all of which must be running."""
+        pids = [int((self.repo / "run" / f"{name}.pid").read_text()) for name in ("service", "bridge", "tunnel")]
+        assert set(pids) <= set(running()), pids
+        return pids
+
+    def stub_backend(self, text):
+        """Puts a script in the place of the backend's command line."""
+        write_script(self.backend_program, text)
+
+    def note_commands(self, counting=False):
+        """Has the backend tell which command it has done; wait_for_start() reads that. With `counting`, its reports
+        differ as those of the counting backend do."""
+        real = self.backend_program.rename(self.backend_program.with_name("real-client"))
+        self.stub_backend((COUNT if counting else "") +
+                          f'"{real}" "$@"; status=$?; echo "$1 asked" > "$HOME/events"; exit $status\n')
+
+    def wait_for_start(self):
+        """Waits until a backend that tells what it is asked for has been asked for all that a start asks for."""
+        asked = [self.events.next() for _ in range(3)]
+        assert asked == ["status asked", "refresh asked", "status asked"], asked
+
+    def preferences(self):
+        return json.loads((self.config / "kestrune-menu-client/preferences.json").read_text())
+
+    def prefer(self, text):
+        """Writes the client's preferences."""
+        folder = self.config / "kestrune-menu-client"
+        folder.mkdir(exist_ok=True)
+        (folder / "preferences.json").write_text(text)

@@ -1,0 +1,82 @@
+"""A Wayland compositor that tiles what is no dialog."""
+
+import json
+import os
+import socket
+import struct
+
+from rig.waiting import PATIENCE, Events
+
+NOBODY = 65534
+RUN_COMMAND, SUBSCRIBE, GET_TREE = 0, 2, 4
+
+
+class Sway:
+    """The compositor, on a screen of its own that nobody sees."""
+
+    def __init__(self, session):
+        folder = session.root / "sway"
+        folder.mkdir()
+        ready = folder / "ready"
+        told = Events(ready)
+        (folder / "config").write_text("xwayland disable\nexec echo $WAYLAND_DISPLAY $SWAYSOCK > ready\n")
+        command = ["sway", "--config", str(folder / "config")]
+        if os.geteuid() == 0:
+            # It refuses to run as root.
+            session.root.chmod(0o711)
+            for path in (folder, ready):
+                os.chown(path, NOBODY, NOBODY)
+            command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", *command]
+        session.spawn(*command, cwd=folder, environment={"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
+                                                         "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1"})
+        display, _, self.path = told.next().partition(" ")
+        told.close()
+        session.environment |= {"DISPLAY": "", "WAYLAND_DISPLAY": str(folder / display)}
+        self.commands, self.events = self.connect(), self.connect()
+        session.callback(self.events.close)
+        session.callback(self.commands.close)
+        self.ask(self.events, SUBSCRIBE, '["window"]')
+
+    def connect(self):
+        connection = socket.socket(socket.AF_UNIX)
+        connection.settimeout(PATIENCE)
+        connection.connect(self.path)
+        return connection
+
+    def ask(self, connection, kind, payload=""):
+        connection.sendall(b"i3-ipc" + struct.pack("<II", len(payload.encode()), kind) + payload.encode())
+        return self.read(connection)
+
+    @staticmethod
+    def read(connection):
+        def exactly(count):
+            data = connection.recv(count, socket.MSG_WAITALL)
+            assert len(data) == count, "the compositor has ended"
+            return data
+        return json.loads(exactly(struct.unpack("<6sII", exactly(14))[1]))
+
+    def command(self, text):
+        for result in self.ask(self.commands, RUN_COMMAND, text):
+            assert result["success"], (text, result)
+
+    def new_window(self, name):
+        """The next one that appears, once it has the keyboard; its name begins so."""
+        new = self.event("new")
+        while (window := self.event("focus"))["id"] != new["id"]:
+            pass
+        assert window["name"].startswith(name), window
+        return window
+
+    def event(self, change):
+        while (event := self.read(self.events))["change"] != change:
+            pass
+        return event["container"]
+
+    def windows(self):
+        """Workspace, beginning of the name, width and whether it has the keyboard, of every window."""
+        def walk(node, workspace):
+            if node.get("pid"):
+                yield workspace, node["name"].split()[0], node["rect"]["width"], node["focused"]
+            for child in node["nodes"] + node["floating_nodes"]:
+                yield from walk(child, node["name"] if node["type"] == "workspace" else workspace)
+        return list(walk(self.ask(self.commands, GET_TREE), None))

@@ -1,0 +1,128 @@
+"""Waiting for what other programs do: for text that they print, and for lines in named pipes."""
+
+import codecs
+import os
+import select
+import threading
+import time
+from contextlib import suppress
+
+# Far more than anything here takes; only a fault lets it pass.
+PATIENCE = 40.0
+
+
+class Deadline:
+    def __init__(self, seconds=PATIENCE):
+        self.end = time.monotonic() + seconds
+
+    def left(self):
+        return max(0.0, self.end - time.monotonic())
+
+
+def own(stream):
+    """The descriptor of a stream, taken over from it."""
+    if stream is None:
+        return None
+    with stream:
+        return os.dup(stream.fileno())
+
+
+class Text:
+    """What comes out of a pipe or a terminal, readable while it grows."""
+
+    def __init__(self, descriptor):
+        self.descriptor = descriptor
+        self.so_far = ""
+        self.ended = False
+        self.arrivals = []  # how long the text was at what time
+        self.changed = threading.Condition()
+        self.let_go = os.eventfd(0)
+        self.reader = threading.Thread(target=self.read, daemon=True)
+        self.reader.start()
+
+    def read(self):
+        decoder = codecs.getincrementaldecoder("utf-8")("backslashreplace")
+        terminal = os.isatty(self.descriptor)
+        data = True
+        while data:
+            data = b""
+            if self.let_go not in select.select([self.descriptor, self.let_go], [], [])[0]:
+                with suppress(OSError):  # with which the output of a terminal ends
+                    data = os.read(self.descriptor, 65536)
+            text = decoder.decode(data, not data)
+            with self.changed:
+                # A terminal puts a carriage return before each line end.
+                self.so_far += text.replace("\r", "") if terminal else text
+                self.arrivals.append((len(self.so_far), time.monotonic()))
+                self.ended = not data
+                self.changed.notify_all()
+
+    def wait(self, find, what, seconds=PATIENCE):
+        """The first true value that `find` has for the text."""
+        deadline = Deadline(seconds)
+        with self.changed:
+            while not (found := find(self.so_far)):
+                if self.ended or not self.changed.wait(deadline.left()):
+                    why = "the output has ended" if self.ended else f"not within {seconds:g} s"
+                    raise AssertionError(f"no {what}: {why}. There is:\n{self.so_far}")
+        return found
+
+    def line(self):
+        """The first line, without its end."""
+        self.wait(lambda text: "\n" in text, "line")
+        return self.so_far.partition("\n")[0]
+
+    def time_of(self, position):
+        """When the character at this position came; for one behind the last, when the last came or the text ended."""
+        return next((when for length, when in self.arrivals if length > position), self.arrivals[-1][1])
+
+    def all(self):
+        """The whole text, once its last writer has closed it."""
+        with self.changed:
+            if not self.changed.wait_for(lambda: self.ended, PATIENCE):
+                raise AssertionError(f"the output is still open after:\n{self.so_far}")
+        return self.so_far
+
+    def close(self):
+        os.eventfd_write(self.let_go, 1)
+        self.reader.join()
+        os.close(self.let_go)
+        os.close(self.descriptor)
+
+
+class Events:
+    """Lines that programs of a test write into a named pipe when something happens."""
+
+    def __init__(self, path):
+        os.mkfifo(path)
+        # Open for writing as well, or the pipe would end with its first writer.
+        self.pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
+        self.begun = ""
+
+    def next(self, seconds=PATIENCE):
+        deadline = Deadline(seconds)
+        while "\n" not in self.begun:
+            if not select.select([self.pipe], [], [], deadline.left())[0]:
+                raise AssertionError(f"nothing happened within {seconds:g} s")
+            self.begun += os.read(self.pipe, 4096).decode()
+        line, _, self.begun = self.begun.partition("\n")
+        return line
+
+    def pending(self):
+        with suppress(BlockingIOError):
+            self.begun += os.read(self.pipe, 65536).decode()
+        return self.begun.splitlines()
+
+    def forget(self):
+        self.pending()
+        self.begun = ""
+
+    def close(self):
+        os.close(self.pipe)
+
+
+class Gate(Events):
+    """Where a program of a test waits, by reading a line, until it is let on."""
+
+    def open(self, line="go"):
+        os.write(self.pipe, line.encode() + b"\n")
