@@ -66,6 +66,7 @@ TEST(CompactDetail, LosesTheExplanationAndIsTrimmedAndCut) {
       {longest + "y（z）", std::string(41, 'x') + "..."},
       {"0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHI", "0123456789abcdefghijklmnopqrstuvwxyzABCDE..."},
       {repeated("🇹🇼", 44), repeated("🇹🇼", 44)},
+      {std::string(40, 'x') + "\x1B[31mred\x1B[0m", std::string(40, 'x') + "red"},
       {repeated("🇹🇼", 45), repeated("🇹🇼", 41) + "..."},
   };
   for (const auto& [detail, compact] : cases) {

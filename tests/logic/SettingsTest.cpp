@@ -89,9 +89,11 @@ struct SettingsOverOtherValues : Settings {
     EXPECT_EQ(calls[2], "notify 原有設定已保留");
     EXPECT_EQ(machine.fileManager.files[previousFile], text);
     ASSERT_EQ(machine.notifications.posted.size(), 1U);
-    EXPECT_EQ(machine.notifications.posted[0].title, "原有設定已保留");
-    EXPECT_EQ(machine.notifications.posted[0].body,
-              std::string("設定視窗沒有顯示的值已被覆蓋，原檔案保留在 ") + previousFile);
+    EXPECT_EQ(machine.notifications.posted[0],
+              (Notification{.identifier = previousFile,
+                            .title = "原有設定已保留",
+                            .body = std::string("設定視窗沒有顯示的值已被覆蓋，原檔案保留在 ") + previousFile,
+                            .lasting = true}));
     EXPECT_EQ(reconnects(), 1U);
   }
   void expectNothingKept() {
@@ -163,6 +165,17 @@ TEST_F(SettingsOverOtherValues, SavesNothingWithoutACopy) {
   EXPECT_EQ(machine.alerts.shown.back(), errorWindow("設定保存失敗", "No space left on device"));
   EXPECT_EQ(env(), text);
   EXPECT_TRUE(machine.notifications.posted.empty()) << "tells of no copy when the file is as it was";
+}
+
+TEST_F(Settings, SavingNamesTheLineEndsOfTheFileWhenAFieldHeldThemFromTheStart) {
+  env() = "KESTRUNE_APP_API_TOKEN=secret\r\nOPENAI_API_KEY=sk\r\n";
+  open();
+  machine.alerts.answer(save);
+  machine.loop.settle();
+  EXPECT_EQ(closeWindow(),
+            errorWindow("設定保存失敗",
+                        ".env 的換行字元不是 LF（例如 CR LF），「手機 App Token」讀到的值包含其他行的內容。"
+                        "請把 .env 的換行改成 LF，再打開設定。設定沒有保存。"));
 }
 
 TEST_F(Settings, SavingRefusesAFieldOfMoreThanOneLineOrThatIsNoText) {

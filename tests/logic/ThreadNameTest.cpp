@@ -17,6 +17,7 @@ TEST(ThreadName, IsTrimmedAndCut) {
       {"0123456789abcdefghijklmnopqrstuvwxy", "0123456789abcdefghijklmnopqrstu..."},
       {std::string(30, 'x') + " " + std::string(9, 'y'), std::string(30, 'x') + " ..."},
       {repeated("👍🏽", 34), repeated("👍🏽", 34)},
+      {std::string(30, 'x') + "\x1B[31mred", std::string(30, 'x') + "red"},
       {repeated("👍🏽", 35), repeated("👍🏽", 31) + "..."},
   };
   for (const auto& [name, shown] : cases) EXPECT_EQ(AppDelegate::compactThreadName(name), shown) << name;
