@@ -252,6 +252,21 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
   EXPECT_TRUE(stand.runs.empty());
 }
 
+TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
+  constexpr Seconds limit{3};
+  DialogAlerts hasty(loop, notifications, stand.program(), true, limit);
+  presentOn(hasty, alert("a"));
+  DialogsRun& run = stand.run();
+  const int id = run.asked<ShowAlert>(1).front().id;
+  run.say(Shown{id});
+  letPass(machine, limit + Seconds{0.05});
+  EXPECT_EQ(answers, Texts{});
+  run.say(Answered{id, {0}});
+  ASSERT_TRUE(areAnswered(1));
+  EXPECT_EQ(answers, Texts{"a 0"});
+  settleQueue(loop);
+}
+
 /// A program that shows no window, and what is said of it.
 struct Failure {
   const char* name;

@@ -135,26 +135,6 @@ TEST(ProcessShortage, HoldsTheEndUpForAMoment) {
   EXPECT_EQ(program.line(), "soon");
 }
 
-TEST(ProcessShortage, IsWhyAWindowDoesNotOpenAndPasses) {
-  ForkedProgram program([](const ForkedProgram::Say& say) {
-    EventLoop loop;
-    bool ended = false;
-    const auto open = [&] {
-      DialogProcess window(
-          loop, [](const dialogs::Event&) {}, [&](const auto&) { ended = true; });
-      const auto problem = window.start(anyProgram);
-      if (problem) return *problem;
-      return comesTrue(loop, [&ended] { return ended; }) ? std::string("opened") : std::string("stuck");
-    };
-    auto shortage = std::make_unique<ProcessShortage>();
-    say(open());
-    shortage.reset();
-    say(open());
-  });
-  EXPECT_EQ(program.line(), std::strerror(EAGAIN));
-  EXPECT_EQ(program.line(), "opened");
-}
-
 // --- descriptors
 
 /// The limit that leaves room for so many descriptors more. Those that are open may have gaps between them.
