@@ -2,26 +2,21 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "adapters/files/AutostartEntries.h"
 #include "adapters/files/Files.h"
 #include "adapters/system/FileDescriptor.h"
 #include "tests/rig/FakePlatform.h"
+#include "tests/rig/FileTest.h"
+#include "tests/rig/OutputOf.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr auto label = "com.example.client";
 
@@ -30,24 +25,8 @@ const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};
 
-std::string textOf(const std::string& file) {
-  std::ostringstream text;
-  text << std::ifstream(file).rdbuf();
-  return text.str();
-}
-
-/// What a command prints, and in the end its status if that is not 0.
-std::string outputOf(const std::string& command) {
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  std::string text;
-  char buffer[4096];
-  for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, count);
-  const int status = pclose(pipe);
-  return status == 0 ? text : text + "status " + std::to_string(status);
-}
-
-struct AutostartEntriesTest : ::testing::Test {
-  ScratchFolder home;
+struct AutostartEntriesTest : FileTest {
+  const ScratchFolder& home = folder;
   FakeMainBundle bundle;
   AutostartEntries agents{home.file("autostart"), bundle};
   const std::string path = agents.path(label);
@@ -60,16 +39,16 @@ struct AutostartEntriesTest : ::testing::Test {
     return names;
   }
 
-  void put(const std::string& text) const { std::ofstream(path) << text; }
+  void put(const std::string& text) const { testing::put(path, text); }
 
   /// A program that notes in which repository and how it was called.
-  std::string program(const std::string& folder, const std::string& name = "KestruneMenuClient") const {
-    fs::create_directories(home.file(folder));
-    std::string file = home.file(folder) + "/" + name;
-    std::ofstream(file)
-        << "#!/bin/sh\n"
-           "{ cd \"${KESTRUNE_REPO_PATH:-.}\"; pwd; printf '%s\\n' \"$0\" \"$@\"; } > \"$NOTES\"\n";
-    chmod(file.c_str(), 0755);
+  std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
+    fs::create_directories(home.file(below));
+    const std::string file = home.file(below) + "/" + name;
+    testing::put(file,
+                 "#!/bin/sh\n{ cd \"${KESTRUNE_REPO_PATH:-.}\"; pwd; printf '%s\\n' \"$0\" \"$@\"; } > "
+                 "\"$NOTES\"\n",
+                 0755);
     return file;
   }
 
@@ -93,10 +72,6 @@ struct AutostartEntriesTest : ::testing::Test {
   }
 };
 
-TEST_F(AutostartEntriesTest, AreNamedAfterTheirLabel) {
-  EXPECT_EQ(path, home.file("autostart") + "/com.example.client.desktop");
-}
-
 TEST_F(AutostartEntriesTest, StartTheProgramInItsRepositoryWithoutAWindow) {
   EXPECT_EQ(agents.document(label, "/opt/client", "/home/u/repo"),
             "[Desktop Entry]\n"
@@ -111,16 +86,6 @@ TEST_F(AutostartEntriesTest, StartTheProgramInItsRepositoryWithoutAWindow) {
             "Terminal=false\n"
             "StartupNotify=false\n"
             "X-GNOME-Autostart-enabled=true\n");
-}
-
-TEST_F(AutostartEntriesTest, CarryTheVariableThatNamedTheRepository) {
-  bundle.environment["KESTRUNE_REPO_PATH"] = "repo";
-  bundle.currentDirectory = "/home/u";
-  const std::string document = *agents.document(label, "/opt/client", "repo");
-  EXPECT_NE(document.find("\nExec=env \"KESTRUNE_REPO_PATH=/home/u/repo\" \"/opt/client\" --background\n"),
-            std::string::npos)
-      << document;
-  EXPECT_NE(document.find("\nPath=/home/u/repo\n"), std::string::npos) << document;
 }
 
 TEST_F(AutostartEntriesTest, AreValid) {
@@ -155,10 +120,10 @@ TEST_F(AutostartEntriesTest, AreRunAsTheyAreMeant) {
       const std::string executable = program((isPlain ? name : "other") + "/bin");
       put(*agents.document(label, executable, repo));
       EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
-          << textOf(path);
+          << contentsOf(path);
       if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // beyond that one
       EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
-          << textOf(path);
+          << contentsOf(path);
     }
   }
 }
@@ -187,19 +152,15 @@ TEST_F(AutostartEntriesTest, CountWhenOnlySomethingElseIsSwitchedOff) {
   }
 }
 
-TEST_F(AutostartEntriesTest, CountAsNoneWhenTheyAreLinkedToNothing) {
+TEST_F(AutostartEntriesTest, CountAsFarAsTheyAreFiles) {
   fs::create_symlink("/dev/null", path);
   EXPECT_FALSE(agents.isRegistered(label));
   ASSERT_EQ(writeFileAtomically(path, *agents.document(label, "/program", "/repository")), std::error_code());
   EXPECT_TRUE(agents.isRegistered(label));
-}
-
-TEST_F(AutostartEntriesTest, CountWhenTheyCannotBeRead) {
+  fs::remove(path);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_TRUE(agents.isRegistered(label));
-}
-
-TEST_F(AutostartEntriesTest, CountAsNoneWhenAFolderIsInTheirPlace) {
+  EXPECT_TRUE(agents.isRegistered(label)) << "though it cannot be read";
+  fs::remove(path);
   fs::create_directory(path);
   EXPECT_FALSE(agents.isRegistered(label));
 }
@@ -216,7 +177,7 @@ TEST_F(AutostartEntriesTest, AreLedToTheRunningProgramWhenTheirOwnIsGone) {
     bundle.environment.clear();
     agents.repair(label, home.file("present"));
     bundle.environment["KESTRUNE_REPO_PATH"] = "set";
-    EXPECT_EQ(textOf(path), agents.document(label, present, home.file(name)));
+    EXPECT_EQ(contentsOf(path), agents.document(label, present, home.file(name)));
   }
 }
 
@@ -230,7 +191,7 @@ TEST_F(AutostartEntriesTest, AreLedToThePresentRepositoryWhenTheirOwnIsGone) {
       bundle.executable = present;
       bundle.environment.clear();
       agents.repair(label, home.file(name));
-      EXPECT_EQ(textOf(path), expected);
+      EXPECT_EQ(contentsOf(path), expected);
     }
   }
 }
@@ -259,14 +220,12 @@ TEST_F(AutostartEntriesTest, StayAsTheyAreOtherwise) {
     put(each.entry);
     bundle.executable = each.running;
     agents.repair(label, "/repo");
-    EXPECT_EQ(textOf(path), each.entry) << each.name;
+    EXPECT_EQ(contentsOf(path), each.entry) << each.name;
   }
-}
-
-TEST_F(AutostartEntriesTest, AreNotMadeWhereThereIsNone) {
-  bundle.executable = program("there");
+  fs::remove(path);
+  bundle.executable = there;
   agents.repair(label, "/repo");
-  EXPECT_FALSE(fs::exists(path));
+  EXPECT_FALSE(fs::exists(path)) << "made where there is none";
 }
 
 TEST_F(AutostartEntriesTest, KeepWhatTheUserMadeOfThemWhenTheyAreRepaired) {
@@ -275,11 +234,32 @@ TEST_F(AutostartEntriesTest, KeepWhatTheUserMadeOfThemWhenTheyAreRepaired) {
   put("# mine\n[Desktop Entry]\nHidden=true\nExec=nice \"" + gone + "\" --background\nTryExec=" + gone +
       "\nX-GNOME-Autostart-enabled=false\n\n[Desktop Action a]\nName=a\nExec=other\n");
   agents.repair(label, "/repo");
-  EXPECT_EQ(textOf(path),
+  EXPECT_EQ(contentsOf(path),
             "# mine\n[Desktop Entry]\nHidden=true\nExec=nice \"" + *bundle.executable +
                 "\" --background\nTryExec=" + *bundle.executable +
                 "\nX-GNOME-Autostart-enabled=false\n\n[Desktop Action a]\nName=a\nExec=other\n");
   EXPECT_FALSE(agents.isRegistered(label));
+}
+
+// --- as the agents of launchd have it
+
+/// `enter` makes the file of the label.
+void expectOnlyThatFileToCount(const LaunchAgents& agents, const std::function<void()>& enter) {
+  EXPECT_FALSE(agents.isRegistered(label));
+  enter();
+  EXPECT_TRUE(agents.isRegistered(label));
+  EXPECT_FALSE(agents.isRegistered("com.example"));
+  EXPECT_FALSE(agents.isRegistered("com.example.client.other"));
+}
+
+TEST_F(AutostartEntriesTest, CountAsSoonAsTheyAreThere) {
+  expectOnlyThatFileToCount(agents, [this] { put("[Desktop Entry]\n"); });
+}
+
+TEST(LaunchdAgents, CountAsSoonAsTheyAreThere) {
+  std::set<std::string> files;
+  const LaunchdAgents agents("/home/u", [&files](const std::string& path) { return files.contains(path); });
+  expectOnlyThatFileToCount(agents, [&] { files.insert(agents.path(label)); });
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <cstring>
 
+#include "adapters/bus/BusInquiry.h"
 #include "tests/rig/ForkedProgram.h"
+#include "tests/rig/SignalState.h"
+#include "tests/rig/StandardErrorText.h"
+#include "tests/rig/StubService.h"
 #include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
@@ -13,48 +18,27 @@ namespace {
 using BusConnection = EmptyDesk;
 constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
 
-TEST_F(BusConnection, TellsItsClientsOnceThatItIsThere) {
+TEST_F(BusConnection, TellsItsClientsOnceThatItIsThereAndThatItEnds) {
   daemon.start();
-  EXPECT_FALSE(bus.isConnected());
-  bus.connect();
-  EXPECT_TRUE(bus.isConnected());
-  probe.catchUp(loop);
-  EXPECT_EQ(probe.connections, 1);
-  EXPECT_EQ(probe.losses, 0);
-}
-
-TEST_F(BusConnection, TellsALateClientAtOnce) {
-  daemon.start();
-  bus.connect();
-  BusProbe late;
-  bus.add(late);
-  EXPECT_EQ(late.connections, 1);
-  late.catchUp(loop);
-  bus.remove(late);
-}
-
-TEST_F(BusConnection, TellsARemovedClientNothing) {
-  daemon.start();
-  BusProbe removed;
-  bus.add(removed);
-  bus.remove(removed);
-  bus.connect();
-  probe.catchUp(loop);
-  EXPECT_EQ(removed.connections, 0);
-}
-
-TEST_F(BusConnection, TellsItsClientsWhenItEnds) {
-  daemon.start();
-  BusProbe client;
+  const StandardErrorText errors;
+  BusProbe removed, late;
   {
     SessionBus shortLived(loop);
-    shortLived.add(client);
+    shortLived.add(probe);
+    shortLived.add(removed);
+    shortLived.remove(removed);
     shortLived.connect();
-    client.catchUp(loop);
+    EXPECT_TRUE(shortLived.isConnected());
+    shortLived.add(late);
+    EXPECT_EQ(late.connections, 1);
+    probe.catchUp(loop);
+    EXPECT_EQ(probe.losses, 0);
   }
-  EXPECT_EQ(client.connections, 1);
-  EXPECT_EQ(client.losses, 1);
-  EXPECT_EQ(client.bus, nullptr);
+  EXPECT_EQ(probe.connections, 1);
+  EXPECT_EQ(probe.losses, 1);
+  EXPECT_EQ(probe.bus, nullptr);
+  EXPECT_EQ(removed.connections, 0);
+  EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(BusConnection, IsMadeAnewOnceAfterEachEndOfTheBus) {
@@ -155,21 +139,70 @@ TEST_F(BusConnection, SaysOnceThatThereIsNone) {
   EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
 }
 
-TEST_F(BusConnection, SaysNothingWhenAllIsWell) {
-  daemon.start();
-  ForkedProgram program([](const ForkedProgram::Say& say) {
-    EventLoop ownLoop;
-    SessionBus ownBus(ownLoop);
-    BusProbe client;
-    ownBus.add(client);
-    ownBus.connect();
-    client.catchUp(ownLoop);
-    ownBus.remove(client);
-    say("done");
-  });
-  EXPECT_EQ(program.line(), "done");
-  program.waitForEnd();
-  EXPECT_EQ(program.standardError(), "");
+// --- questions
+
+constexpr auto serviceName = "org.example.Service";
+using Outcome = BusInquiry::Outcome;
+
+struct BusInquiryOutcome : ::testing::Test {
+  void SetUp() override {
+    daemon.start();
+    bus.connect();
+  }
+
+  void serve(StubService::Behaviour behaviour) {
+    service = std::make_unique<StubService>(daemon.address(), serviceName, std::move(behaviour));
+  }
+  void ask() {
+    inquiry.ask({serviceName, "/", "org.example", "Ask"}, [this](sd_bus_message* reply, Outcome outcome) {
+      EXPECT_EQ(reply != nullptr, outcome == Outcome::answered);
+      outcomes.push_back(outcome);
+    });
+  }
+  std::vector<Outcome> outcomesAtLast() {
+    EXPECT_TRUE(comesTrueElsewhere(loop, [this] { return inquiry.isDone(); }));
+    return outcomes;
+  }
+
+  SignalState restored;
+  PrivateBus daemon;
+  EventLoop loop;
+  SessionBus bus{loop};
+  BusInquiry inquiry{bus};
+  std::unique_ptr<StubService> service;
+  std::vector<Outcome> outcomes;
+};
+
+TEST_F(BusInquiryOutcome, IsNobodyAnAnswerOrARefusal) {
+  ask();
+  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::nobodyThere});
+  serve([](sd_bus_message* call) { return sd_bus_reply_method_return(call, "") >= 0; });
+  ask();
+  EXPECT_EQ(outcomesAtLast().back(), Outcome::answered);
+  service->behave(StubService::refuses(SD_BUS_ERROR_ACCESS_DENIED));
+  ask();
+  EXPECT_EQ(outcomesAtLast().back(), Outcome::refused);
+}
+
+TEST_F(BusInquiryOutcome, IsNoAnswerOfOneThatGoesWithTheQuestion) {
+  serve(StubService::saysNothing());
+  ask();
+  ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return !service->calls().empty(); }));
+  EXPECT_FALSE(inquiry.isDone());
+  service.reset();
+  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
+}
+
+TEST_F(BusInquiryOutcome, IsNoAnswerOfOneThatIsTooLate) {
+  BusProbe probe;
+  bus.add(probe);
+  probe.catchUp(loop);
+  serve(StubService::saysNothing());
+  ASSERT_GE(sd_bus_set_method_call_timeout(probe.bus, 1), 0);
+  ask();
+  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
+  EXPECT_EQ(probe.losses, 0);
+  bus.remove(probe);
 }
 
 }  // namespace

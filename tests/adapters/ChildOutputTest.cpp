@@ -28,10 +28,6 @@ TEST_F(ChildOutput, PutsStandardOutputBeforeStandardErrorWhateverCameFirst) {
   EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");
 }
 
-TEST_F(ChildOutput, IsEmptyWhenNothingWasWritten) {
-  EXPECT_EQ(outputOf({}), "");
-}
-
 TEST_F(ChildOutput, KeepsEveryByte) {
   EXPECT_EQ(outputOf({"bytes", "00fff0410a00"}), std::string("\0\xff\xf0"
                                                              "A\n\0",
@@ -40,13 +36,6 @@ TEST_F(ChildOutput, KeepsEveryByte) {
 
 TEST_F(ChildOutput, IsReadOnWhileTheChildWritesMoreThanAPipeHolds) {
   EXPECT_EQ(outputOf({"flood", "1000000", "flood-err", "1000000"}), std::string(2000000, 'x'));
-}
-
-TEST_F(ChildOutput, KeepsTheChildWaitingWhenNobodyReadsIt) {
-  const auto child = launchUpTo({"flood", "60000"}, {"flood", "1000000"});
-  EXPECT_TRUE(child->isRunning());
-  EXPECT_EQ(child->readOutput(patience).size(), 1060000U);
-  EXPECT_TRUE(ends(*child));
 }
 
 /// Looks again and again whether the child runs, as the runner does, until `condition` holds.
@@ -95,12 +84,10 @@ TEST_F(ChildOutput, HasNoMoreRoomThan64KiBAndAPage) {
   }
 }
 
-TEST_F(ChildOutput, StopsAtTheLimit) {
-  EXPECT_EQ(outputOf({"flood", std::to_string(limit + 100000)}).size(), limit);
-}
-
-TEST_F(ChildOutput, ReachesTheLimit) {
-  EXPECT_EQ(outputOf({"flood", std::to_string(limit)}), std::string(limit, 'x'));
+TEST_F(ChildOutput, StopsAtTheLimitAndNotBefore) {
+  for (const std::string more : {"0", "100000"}) {
+    EXPECT_EQ(outputOf({"flood", std::to_string(limit), "flood", more}), std::string(limit, 'x')) << more;
+  }
 }
 
 TEST_F(ChildOutput, IsCutBetweenCharacters) {
@@ -111,12 +98,6 @@ TEST_F(ChildOutput, IsCutBetweenCharacters) {
     EXPECT_EQ(output.size(), 1 + whole * character.size()) << character;
     EXPECT_TRUE(output.ends_with(character)) << character;
   }
-}
-
-TEST_F(ChildOutput, IsNotShortenedWhereTheLimitFallsBetweenCharacters) {
-  const std::string output = outputOf({"of", "🟢", "flood", std::to_string(limit), "flood", "4"});
-  EXPECT_EQ(output.size(), limit);
-  EXPECT_TRUE(output.ends_with("🟢"));
 }
 
 TEST_F(ChildOutput, TakesOfStandardErrorWhatStandardOutputLeavesOfTheLimit) {
@@ -150,23 +131,6 @@ TEST_F(ChildOutput, EndsWithTheLastProcessThatCouldWriteMore) {
   EXPECT_TRUE(ends(*child));
 }
 
-TEST_F(ChildOutput, TakesWhatIsThereWithoutPatience) {
-  const auto child = launchUpTo({"out", "x"});
-  std::string output;
-  EXPECT_LT(durationOf([&] { output = child->readOutput(Seconds{0}); }), generous);
-  EXPECT_EQ(output, "x");
-  EXPECT_TRUE(child->isRunning());
-  child->terminate();
-  EXPECT_TRUE(ends(*child));
-}
-
-TEST_F(ChildOutput, TakesAllThatIsThereWithoutPatience) {
-  const auto child = launchUpTo({"flood", "60000", "flood-err", "60000"});
-  EXPECT_EQ(child->readOutput(Seconds{0}).size(), 120000U);
-  child->terminate();
-  EXPECT_TRUE(ends(*child));
-}
-
 TEST_F(ChildOutput, IsNotReadForEverWhenADescendantWritesWithoutEnd) {
   for (const Seconds each : {Seconds{0}, Seconds{0.1}}) {
     const auto child = launch({"leave-flooding", "60"});
@@ -192,7 +156,7 @@ TEST_F(ChildOutput, TakesNoMoreMemoryThanTheLimitNeeds) {
   std::ofstream("/proc/self/clear_refs") << 5;
   const std::size_t before = peakMemory();
   ASSERT_GT(before, 0U);
-  outputOf({"flood", "500000000"});
+  outputOf({"flood", "250000000"});
   EXPECT_LT(peakMemory() - before, 12 * limit);
 }
 

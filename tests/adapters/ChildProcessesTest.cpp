@@ -1,26 +1,23 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <bitset>
 #include <cstring>
 #include <filesystem>
 #include <thread>
 
+#include "adapters/system/FileDescriptor.h"
 #include "tests/adapters/RealChildren.h"
 #include "tests/rig/ProcessEnd.h"
-#include "tests/rig/ResourceLimit.h"
+#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune::testing {
 namespace {
 
 struct ChildProcess : ::testing::Test, RealChildren {
-  static std::size_t openDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-  }
-
   /// Whether this process has children, the ended ones that nobody reaped included.
   static bool hasChildren() {
     siginfo_t ignored{};
@@ -28,31 +25,12 @@ struct ChildProcess : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(ChildProcess, CountsAnEndBySignalAsFailure) {
-  const auto child = launch({"raise", std::to_string(SIGKILL)});
-  ASSERT_TRUE(ends(*child));
-  EXPECT_NE(child->terminationStatus(), 0);
-}
-
 TEST_F(ChildProcess, ExitsInItsOwnWayWhenItIsAskedTo) {
   const auto child = launchUpTo({"on-term", "bye"});
   child->terminate();
   ASSERT_TRUE(ends(*child));
   EXPECT_EQ(child->terminationStatus(), 7);
   EXPECT_EQ(child->readOutput(Seconds{0}), "bye");
-}
-
-TEST_F(ChildProcess, IsReapedWhenItsEndIsSeen) {
-  const auto child = launch({});
-  ASSERT_TRUE(ends(*child));
-  EXPECT_FALSE(hasChildren());
-}
-
-TEST_F(ChildProcess, GoesOnWhenNobodyLooksAfterItAnyMore) {
-  auto child = launchUpTo({"ids"});
-  const Leftover forgotten(numberBehind(child->readOutput(Seconds{0}), "pid"));
-  child.reset();
-  EXPECT_TRUE(forgotten.runs());
 }
 
 TEST_F(ChildProcess, IsReapedAtALaterLaunchWhenNobodyLookedAfterIt) {
@@ -114,58 +92,16 @@ TEST_F(ChildProcess, SparesDescendantsInASessionOfTheirOwn) {
   EXPECT_TRUE(service.runs());
 }
 
-struct LaunchError {
-  const char* name;
-  std::string executable;
-  int expected;
-};
-
-void PrintTo(const LaunchError& error, std::ostream* out) {
-  *out << error.name;
-}
-
-struct FailedLaunch : ::testing::TestWithParam<LaunchError> {};
-INSTANTIATE_TEST_SUITE_P(Each, FailedLaunch,
-                         ::testing::Values(LaunchError{"MissingProgram", "/no/such/program", ENOENT},
-                                           LaunchError{"Folder", "/", EACCES},
-                                           LaunchError{"BelowAFile", TEST_CHILD "/x", ENOTDIR},
-                                           LaunchError{"NoName", "", ENOENT},
-                                           LaunchError{"NotExecutable", SOURCE_FOLDER "/LICENSE", EACCES}),
-                         [](const auto& error) { return std::string(error.param.name); });
-
-TEST_P(FailedLaunch, IsDescribedInTheWordsOfTheSystem) {
-  ChildProcesses processes;
-  const auto result = processes.launch(GetParam().executable, {});
-  ASSERT_FALSE(result);
-  EXPECT_EQ(result.reason(), std::strerror(GetParam().expected));
-}
-
-TEST_F(ChildProcess, DoesNotStartWithAnArgumentThatIsTooLong) {
-  const auto result = processes.launch(TEST_CHILD, {"out", std::string(std::size_t{1} << 20, 'x')});
-  ASSERT_FALSE(result);
-  EXPECT_EQ(result.reason(), std::strerror(E2BIG));
-}
-
-TEST_F(ChildProcess, DoesNotStartWithoutDescriptorsForItsPipes) {
-  Result<std::unique_ptr<Process>> result = Failure{};
-  {
-    const ResourceLimit none(RLIMIT_NOFILE, 0);
-    result = processes.launch(TEST_CHILD, {});
-  }
-  ASSERT_FALSE(result);
-  EXPECT_EQ(result.reason(), std::strerror(EMFILE));
-}
-
-TEST_F(ChildProcess, LeavesNoDescriptorOpen) {
-  const std::size_t before = openDescriptors();
-  for (int i = 0; i < 10; ++i) {
-    const auto child = launch({"out", "x"});
-    EXPECT_EQ(child->readOutput(patience), "x");
-    EXPECT_TRUE(ends(*child));
-    launch({"pause"})->terminate();
-    EXPECT_NE(processes.launch("/no/such/program", {}).reason(), "");
-  }
-  EXPECT_EQ(openDescriptors(), before);
+TEST_F(ChildProcess, ThatCannotStartIsDescribedInTheWordsOfTheSystem) {
+  const auto expect = [this](int error, const std::string& executable, const std::string& argument = {}) {
+    EXPECT_EQ(processes.launch(executable, {argument}).reason(), std::strerror(error)) << executable;
+  };
+  expect(ENOENT, "/no/such/program");
+  expect(EACCES, "/");
+  expect(ENOTDIR, TEST_CHILD "/x");
+  expect(ENOENT, "");
+  expect(EACCES, SOURCE_FOLDER "/LICENSE");
+  expect(E2BIG, TEST_CHILD, std::string(std::size_t{1} << 20, 'x'));
 }
 
 TEST_F(ChildProcess, GetsTheArgumentsAsTheyAre) {
@@ -192,6 +128,132 @@ TEST_F(ChildProcess, CanBeLaunchedByManyThreadsAtOnce) {
   for (auto& each : threads) each.join();
   EXPECT_EQ(successes, 20);
   EXPECT_FALSE(hasChildren());
+}
+
+// --- once the end has begun
+
+struct ReservedProcesses : ::testing::Test, RealChildren {};
+
+TEST_F(ReservedProcesses, EndTheWholeGroupOfAChild) {
+  const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
+  processes.reserveForThisThread();
+  EXPECT_TRUE(ends(*child));
+  // The pipes end with the last process that holds them.
+  EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
+}
+
+TEST_F(ReservedProcesses, EndAChildThatWasGivenUp) {
+  auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "ignore", std::to_string(SIGINT)});
+  const Leftover givenUp(numberBehind(child->readOutput(Seconds{0}), "pid"));
+  child->terminate();
+  child->interrupt();
+  child.reset();
+  ASSERT_TRUE(givenUp.runs());
+  processes.reserveForThisThread();
+  EXPECT_TRUE(kestrune::testing::ends(givenUp.pid));
+}
+
+TEST_F(ReservedProcesses, LaunchForTheThreadThatReservedThemWhicheverItIs) {
+  std::thread([&] {
+    processes.reserveForThisThread();
+    const auto child = launch({"out", "here"});
+    EXPECT_EQ(child->readOutput(patience), "here");
+  }).join();
+  EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
+}
+
+TEST_F(ReservedProcesses, LeaveThoseAloneThatHaveEnded) {
+  const auto child = launch({"ids", "leave-session", "60"});
+  ASSERT_TRUE(ends(*child));
+  const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));
+  processes.reserveForThisThread();
+  EXPECT_EQ(child->terminationStatus(), 0);
+  EXPECT_TRUE(service.runs());
+}
+
+// --- what a child inherits
+
+using ::testing::ExitedWithCode;
+
+struct ChildInheritance : ::testing::Test, RealChildren {
+  std::string outputOf(const std::string& program, const Arguments& arguments) {
+    const auto launched = processes.launch(program, arguments);
+    std::string output = (*launched)->readOutput(patience);
+    EXPECT_TRUE(ends(**launched));
+    return output;
+  }
+  std::string outputOf(const Arguments& arguments) { return outputOf(TEST_CHILD, arguments); }
+
+  using Signals = std::bitset<64>;
+  inline static const Signals none;
+
+  /// The signals of that kind that the kernel knows of the child, the first at 0.
+  Signals signals(const std::string& kind) {
+    const std::string all = outputOf({"signals"});
+    Signals found = std::stoull(all.substr(all.find(kind + ":\t") + kind.size() + 2), nullptr, 16);
+    // Between the ordinary and the real-time signals lie those that the C library keeps to itself.
+    for (int own = 32; own < SIGRTMIN; ++own) found.reset(static_cast<std::size_t>(own - 1));
+    return found;
+  }
+};
+
+TEST_F(ChildInheritance, HoldsNoDescriptorButTheStandardOnes) {
+  const FileDescriptor low(open("/dev/null", O_RDWR));
+  const FileDescriptor high(fcntl(low.get(), F_DUPFD, 900));
+  ASSERT_EQ(fcntl(low.get(), F_GETFD), 0) << "must be one that a child inherits";
+  ASSERT_EQ(fcntl(high.get(), F_GETFD), 0) << "must be one that a child inherits";
+  EXPECT_EQ(outputOf({"descriptors"}), "0 1 2 ");
+}
+
+TEST_F(ChildInheritance, WritesToItsPipesAlsoWhenThisProcessHasNoStandardDescriptors) {
+  const auto withoutAny = [] {
+    RealChildren children;
+    const int report = dup(STDERR_FILENO);
+    for (const int each : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(each);
+    const auto child = children.launch({"err", "b", "out", "a"});
+    _exit(child->readOutput(patience) == "ab" && children.ends(*child) && report > 0 ? 0 : 1);
+  };
+  EXPECT_EXIT(withoutAny(), ExitedWithCode(0), "");
+}
+
+TEST_F(ChildInheritance, NeitherBlocksNorIgnoresASignal) {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  EXPECT_EQ(signals("SigBlk"), none);
+  for (const int each : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+    std::signal(each, SIG_IGN);
+  EXPECT_EQ(signals("SigIgn"), none);
+}
+
+TEST_F(ChildInheritance, LeadsASessionAndAGroupOfItsOwn) {
+  const std::string ids = outputOf({"ids"});
+  const pid_t pid = numberBehind(ids, "pid");
+  EXPECT_GT(pid, 0);
+  EXPECT_EQ(numberBehind(ids, "pgid"), pid);
+  EXPECT_EQ(numberBehind(ids, "sid"), pid);
+}
+
+TEST_F(ChildInheritance, HasTheEnvironmentAndTheFolderOfThisProcessAsTheyAreAtTheLaunch) {
+  const ScopedVariable variable("KESTRUNE_TEST_VARIABLE", "a value, 值");
+  const std::filesystem::path before = std::filesystem::current_path();
+  const std::string here = std::filesystem::canonical(folder.file("."));
+  std::filesystem::current_path(here);
+  EXPECT_EQ(outputOf("/bin/sh", {"-c", "echo \"$KESTRUNE_TEST_VARIABLE\"; pwd -P"}),
+            "a value, 值\n" + here + "\n");
+  std::filesystem::current_path(before);
+}
+
+TEST_F(ChildInheritance, ReadsTheStandardInputOfThisProcess) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const FileDescriptor near(ends[1]);
+  const FileDescriptor before(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  dup2(ends[0], STDIN_FILENO);
+  close(ends[0]);
+  ASSERT_EQ(write(near.get(), "a line\n", 7), 7);
+  EXPECT_EQ(outputOf({"copy-input"}), "a line\n");
+  dup2(before.get(), STDIN_FILENO);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <ostream>
 
 #include "adapters/windows/DialogAlerts.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/FakePlatform.h"
+#include "tests/rig/FileTest.h"
 #include "tests/rig/RecordingTarget.h"
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/StandardErrorText.h"
@@ -31,15 +31,16 @@ struct TheDialogAlerts : ::testing::Test {
             .buttons = {"OK", "Cancel"},
             .target = target};
   }
-  void present(Alert shown) {
-    windows.present({[shown] { return shown; },
-                     [this, name = shown.messageText](const AlertAnswer& answer) {
-                       answers.push_back(
-                           name + (answer.button ? " " + std::to_string(*answer.button) : " cancelled"));
-                       lastFields = answer.fields;
-                     }});
-  }
+  void present(Alert shown) { presentOn(windows, std::move(shown)); }
   void present(const std::string& message) { present(alert(message)); }
+  void presentOn(DialogAlerts& face, Alert shown) {
+    face.present({[shown] { return shown; },
+                  [this, name = shown.messageText](const AlertAnswer& answer) {
+                    answers.push_back(name +
+                                      (answer.button ? " " + std::to_string(*answer.button) : " cancelled"));
+                    lastFields = answer.fields;
+                  }});
+  }
   bool areAnswered(std::size_t count) {
     return comesTrue(loop, [this, count] { return answers.size() >= count; });
   }
@@ -84,21 +85,19 @@ TEST_F(TheDialogAlerts, ShowWhatIsAskedForAndPassTheAnswerOn) {
   EXPECT_GT(request.id, 0);
   EXPECT_EQ(request.alert, asked);
   run.say(Shown{request.id});
-  run.say(Answered{request.id, {0, {{"name", "new"}}}});
+  // Nothing more is heard after the last answer, which comes in pieces.
+  const std::string answer = dialogs::encode(Answered{request.id, {0, {{"name", "new"}}}}) + "\n";
+  run.say(answer.substr(0, 5));
+  settleQueue(loop);
+  run.say(answer.substr(5) + answer + "nonsense\n");
   ASSERT_TRUE(areAnswered(1));
   EXPECT_EQ(answers, Texts{"a 0"});
   EXPECT_EQ(lastFields, (std::map<std::string, std::string>{{"name", "new"}}));
   EXPECT_TRUE(run.ends());
+  settleQueue(loop);
+  EXPECT_EQ(answers.size(), 1u);
   EXPECT_EQ(notified(), Texts{});
   EXPECT_EQ(errors.text(), "");
-}
-
-TEST_F(TheDialogAlerts, TakeAnAnswerThatComesBeforeTheWindowIsReported) {
-  present("a");
-  DialogsRun& run = stand.run();
-  run.say(Answered{run.asked<ShowAlert>(1).front().id, {1}});
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"a 1"});
 }
 
 TEST_F(TheDialogAlerts, IgnoreWhatConcernsNoOpenAlert) {
@@ -116,29 +115,6 @@ TEST_F(TheDialogAlerts, IgnoreWhatConcernsNoOpenAlert) {
   EXPECT_EQ(answers, Texts{"a 0"});
 }
 
-TEST_F(TheDialogAlerts, HearNothingMoreAfterTheLastAnswer) {
-  DialogsRun& run = open("a");
-  const std::string answer = dialogs::encode(Answered{lastId, {0}}) + "\n";
-  run.say(answer + answer + "nonsense\n");
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_TRUE(run.ends());
-  settleQueue(loop);
-  EXPECT_EQ(answers, Texts{"a 0"});
-  EXPECT_EQ(notified(), Texts{});
-  EXPECT_EQ(errors.text(), "");
-}
-
-TEST_F(TheDialogAlerts, FindAnswersInPiecesAndSeveralAtOnce) {
-  DialogsRun& run = open("a");
-  const std::string line = dialogs::encode(Pressed{lastId, "act"}) + "\n";
-  run.say(line + line + line.substr(0, 5));
-  ASSERT_TRUE(comesTrue(loop, [this] { return target->performed.size() == 2; }));
-  run.say(line.substr(5));
-  ASSERT_TRUE(comesTrue(loop, [this] { return target->performed.size() == 3; }));
-  run.say(Answered{lastId, {0}});
-  EXPECT_TRUE(areAnswered(1));
-}
-
 TEST_F(TheDialogAlerts, TellWhatALostWindowShowedInANotificationWithoutItsFields) {
   Alert asked = alert("a");
   asked.accessoryView = View{.kind = ViewKind::secureTextField, .identifier = "token", .text = "secret"};
@@ -153,31 +129,6 @@ TEST_F(TheDialogAlerts, TellWhatALostWindowShowedInANotificationWithoutItsFields
   EXPECT_TRUE(notifications.posted[0].identifier.starts_with("alert-"));
   EXPECT_EQ(notified(), Texts{"a|about a"});
   EXPECT_EQ(errors.text(), complaint("it ended without an answer"));
-}
-
-TEST_F(TheDialogAlerts, ShowTheNextInANewRunAfterTheProgramHasEnded) {
-  present("a");
-  present("b");
-  stand.run(1).end();
-  DialogsRun& second = stand.run(2);
-  const auto request = second.asked<ShowAlert>(1).front();
-  EXPECT_EQ(request.alert.messageText, "b");
-  EXPECT_EQ(answers, Texts{"a cancelled"});
-  second.say(Answered{request.id, {0}});
-  ASSERT_TRUE(areAnswered(2));
-  EXPECT_EQ(answers, (Texts{"a cancelled", "b 0"}));
-}
-
-TEST_F(TheDialogAlerts, UseOneRunForEachAlertOfTheQueue) {
-  for (const char* const message : {"a", "b", "c"}) present(message);
-  for (std::size_t number = 1; number <= 3; ++number) {
-    DialogsRun& run = stand.run(number);
-    run.say(Answered{run.asked<ShowAlert>(1).front().id, {0}});
-    EXPECT_TRUE(run.ends());
-    EXPECT_EQ(run.requests.size(), 1u);
-  }
-  ASSERT_TRUE(areAnswered(3));
-  EXPECT_EQ(answers, (Texts{"a 0", "b 0", "c 0"}));
 }
 
 TEST_F(TheDialogAlerts, StackWhatAButtonInsideAsksFor) {
@@ -252,21 +203,10 @@ TEST_F(TheDialogAlerts, HoldNothingUpWhenTheProgramReadsSlowly) {
   EXPECT_EQ(request.alert, large);
   run.say(Answered{request.id, {0}});
   EXPECT_TRUE(areAnswered(1));
-}
-
-TEST_F(TheDialogAlerts, FallBackWhenTheProgramIsGoneBeforeItHasRead) {
-  Alert large = alert("large");
-  large.informativeText.assign(std::size_t{4} << 20, 'x');
-  stand.whenRuns = [](DialogsRun& run) { run.lookAway(); };
   present(large);
-  stand.run().end();
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"large cancelled"});
-}
-
-std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+  stand.run(2).end();  // before it has read
+  ASSERT_TRUE(areAnswered(2));
+  EXPECT_EQ(answers, (Texts{"large 0", "large cancelled"}));
 }
 
 TEST_F(TheDialogAlerts, LeaveNothingBehindAfterAHundredAlerts) {
@@ -284,7 +224,7 @@ TEST_F(TheDialogAlerts, LeaveNothingBehindAfterAHundredAlerts) {
   };
   // The first ones have the loop open what it keeps.
   presentMany(2);
-  const std::size_t before = openDescriptors();
+  const auto before = openDescriptors();
   presentMany(100);
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_EQ(stand.runs.size(), 100u);
@@ -310,31 +250,14 @@ TEST_F(TheDialogAlerts, ForgetEverythingWhenTheyAreClosed) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(TheDialogAlerts, EndAProgramThatHangsWhenTheyAreClosed) {
-  stand.replaceBy("exec " TEST_CHILD " ignore 15 pause");
-  present("a");
-  settleQueue(loop);
-  windows.close();
-  EXPECT_TRUE(hasNoChildren(loop));
-  EXPECT_EQ(answers, Texts{});
-}
-
-TEST_F(TheDialogAlerts, CloseWithoutAnythingOpen) {
-  windows.close();
-  settleQueue(loop);
-  EXPECT_EQ(errors.text(), "");
-}
-
 TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
   DialogAlerts blind(loop, notifications, token, stand.program(), false);
   for (int each = 0; each < 2; ++each) {
-    blind.present(
-        {[this] { return alert("a"); },
-         [this](const AlertAnswer& answer) { answers.push_back(answer.button ? "answered" : "cancelled"); }});
+    presentOn(blind, alert("a"));
     EXPECT_EQ(answers.size(), static_cast<std::size_t>(each)) << "answered before it was asked for";
     EXPECT_TRUE(areAnswered(static_cast<std::size_t>(each) + 1));
   }
-  EXPECT_EQ(answers, (Texts{"cancelled", "cancelled"}));
+  EXPECT_EQ(answers, (Texts{"a cancelled", "a cancelled"}));
   EXPECT_EQ(notifications.posted,
             (std::vector<Notification>{
                 {.identifier = "alert-1", .title = "a", .body = "about a", .lasting = true},
@@ -348,9 +271,7 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
 TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
   constexpr Seconds limit{3};
   DialogAlerts hasty(loop, notifications, token, stand.program(), true, limit);
-  hasty.present(
-      {[this] { return alert("a"); },
-       [this](const AlertAnswer& answer) { answers.push_back(answer.button ? "answered" : "cancelled"); }});
+  presentOn(hasty, alert("a"));
   DialogsRun& run = stand.run();
   const int id = run.asked<ShowAlert>(1).front().id;
   run.say(Shown{id});
@@ -358,7 +279,7 @@ TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
   EXPECT_EQ(answers, Texts{});
   run.say(Answered{id, {0}});
   ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"answered"});
+  EXPECT_EQ(answers, Texts{"a 0"});
   settleQueue(loop);
 }
 
@@ -376,17 +297,13 @@ struct Failure {
 
 const Failure failures[] = {
     {"Missing", nullptr, "No such file or directory"},
-    {"Ends", "exit 0", "it ended without an answer"},
-    {"Fails", "exit 3", "it ended without an answer"},
     {"Crashes", "kill -9 $$", "it ended without an answer"},
     {"ClosesItsOutput", "exec >&-" AND_HANG, "it ended without an answer"},
     {"Hangs", AND_HANG, "its window did not come", Seconds{0.02}},
     {"ShowsAnother", "echo '{\"version\":1,\"shown\":77}'" AND_HANG, "its window did not come",
      Seconds{0.02}},
     {"SaysNonsense", "echo nonsense" AND_HANG, "it answered: a line that is not of the protocol"},
-    {"SaysAnEmptyLine", "echo" AND_HANG, "it answered: a line that is not of the protocol"},
     {"SaysNothingKnown", "echo '{\"version\":1}'" AND_HANG, "it answered: a line that tells nothing known"},
-    {"SaysNoText", "printf '\\000\\377\\376\\n'" AND_HANG, "it answered: a line that is not of the protocol"},
     {"NeverEndsItsLine", "exec " TEST_CHILD " flood 17000000 pause", "it answered without end", patience},
     {"IsOfAnotherVersion", "echo '{\"version\":2,\"shown\":1}'" AND_HANG,
      "it answered: it speaks version 2 of the protocol, this half version 1; install both from the same "
@@ -405,12 +322,7 @@ TEST_P(DialogAlertsWithAProgramThat, FallBackToNotifications) {
     std::filesystem::remove(stand.program());
   }
   DialogAlerts failing(loop, notifications, token, stand.program(), true, GetParam().patience);
-  for (const char* const message : {"a", "b"}) {
-    failing.present({[this, message] { return alert(message); },
-                     [this, message](const AlertAnswer& answer) {
-                       answers.push_back(std::string(message) + (answer.button ? " answered" : " cancelled"));
-                     }});
-  }
+  for (const char* const message : {"a", "b"}) presentOn(failing, alert(message));
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
   // Nobody asks it to end any more, and yet it does.
@@ -419,34 +331,6 @@ TEST_P(DialogAlertsWithAProgramThat, FallBackToNotifications) {
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));
   EXPECT_EQ(notified(), (Texts{"a|about a", "b|about b"}));
   EXPECT_EQ(errors.text(), complaint(GetParam().reason));
-}
-
-TEST_F(TheDialogAlerts, FallBackForAProgramThatMayNotRun) {
-  stand.replaceBy("exit 0");
-  std::filesystem::permissions(stand.program(), std::filesystem::perms::owner_read);
-  present("a");
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(notified(), Texts{"a|about a"});
-  EXPECT_EQ(errors.text(), complaint("Permission denied"));
-}
-
-TEST_F(TheDialogAlerts, FallBackForAProgramThatIsAFolder) {
-  std::filesystem::remove(stand.program());
-  std::filesystem::create_directory(stand.program());
-  present("a");
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(errors.text(), complaint("Permission denied"));
-}
-
-TEST_F(TheDialogAlerts, ShowTheNextByAProgramThatIsPutInPlaceLater) {
-  std::filesystem::rename(stand.program(), stand.program() + "2");
-  present("a");
-  ASSERT_TRUE(areAnswered(1));
-  std::filesystem::rename(stand.program() + "2", stand.program());
-  DialogsRun& run = open("b");
-  run.say(Answered{lastId, {0}});
-  ASSERT_TRUE(areAnswered(2));
-  EXPECT_EQ(answers, (Texts{"a cancelled", "b 0"}));
 }
 
 }  // namespace

@@ -52,32 +52,13 @@ struct EndingSignal : ::testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(Each, EndingSignal, ::testing::Values(SIGTERM, SIGINT, SIGHUP, SIGQUIT),
                          [](const auto& signal) { return std::string(sigabbrev_np(signal.param)); });
 
-TEST_P(EndingSignal, EndsTheApplicationInOrder) {
+TEST_P(EndingSignal, EndsTheApplicationInOrderAndOnce) {
   const auto run = [] {
     WholeRun app;
     app.onLaunch = [](WholeRun&) { signalThisProcess(GetParam()); };
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, terminating, end$");
-}
-
-TEST_P(EndingSignal, DoesNotCutTheEndShort) {
-  const auto run = [] {
-    WholeRun app;
-    app.onLaunch = [](WholeRun& self) { self.loop.terminate(); };
-    app.onTerminate = [](WholeRun&) { signalThisProcess(GetParam()); };
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, terminating, end$");
-}
-
-TEST_P(EndingSignal, EndsTheApplicationOnceHoweverOftenItComes) {
-  const auto run = [] {
-    WholeRun app;
-    app.onLaunch = [](WholeRun&) {
+    app.onTerminate = [](WholeRun&) {
       for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) signalThisProcess(each);
     };
-    app.onTerminate = [](WholeRun&) { signalThisProcess(GetParam()); };
     app.untilTheEnd();
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, terminating, end$");
@@ -145,23 +126,15 @@ TEST(IgnoredChildSignal, LosesNoExitStatus) {
 }
 
 TEST(EndOfTheApplication, ClosesTheWindowsBeforeTheDelegateHearsOfIt) {
-  const auto run = [] {
+  const auto run = [](bool isLaunched) {
     WholeRun app;
     app.loop.onTerminate([] { WholeRun::say("closing, "); });
     app.onLaunch = [](WholeRun& self) { self.loop.terminate(); };
+    if (!isLaunched) app.loop.terminate();
     app.untilTheEnd();
   };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, closing, terminating, end$");
-}
-
-TEST(EndOfTheApplication, ClosesNoWindowsOfOneThatWasNeverLaunched) {
-  const auto run = [] {
-    WholeRun app;
-    app.loop.onTerminate([] { WholeRun::say("closing, "); });
-    app.loop.terminate();
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^$");
+  EXPECT_EXIT(run(true), ExitedWithCode(0), "^launched, closing, terminating, end$");
+  EXPECT_EXIT(run(false), ExitedWithCode(0), "^$");
 }
 
 struct EventLoopAlone : ::testing::Test {
@@ -169,16 +142,13 @@ struct EventLoopAlone : ::testing::Test {
   EventLoop& loop = machine.loop;
 };
 
-TEST_F(EventLoopAlone, MakesABrokenPipeAnErrorInsteadOfTheEnd) {
+TEST_F(EventLoopAlone, MakesABrokenPipeAndAFileThatIsTooLargeErrorsInsteadOfTheEnd) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
   EXPECT_EQ(write(ends[1], "x", 1), -1);
   EXPECT_EQ(errno, EPIPE);
   close(ends[1]);
-}
-
-TEST_F(EventLoopAlone, MakesAFileThatIsTooLargeAnErrorInsteadOfTheEnd) {
   const ScratchFolder folder;
   const FileDescriptor file(open(folder.file("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   const ResourceLimit noRoom(RLIMIT_FSIZE, 0);
@@ -198,15 +168,6 @@ TEST_F(EventLoopAlone, LeavesTheSignalsToTheMainThread) {
   for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGCHLD}) {
     EXPECT_TRUE(sigismember(&mask, each)) << sigabbrev_np(each);
   }
-}
-
-TEST_F(EventLoopAlone, HandlesASignalForAsLongAsItsSourceLives) {
-  int handled = 0;
-  auto source = loop.onSignal(SIGUSR1, [&] { ++handled; });
-  raise(SIGUSR1);
-  EXPECT_TRUE(comesTrue(loop, [&] { return handled == 1; }));
-  raise(SIGUSR1);
-  EXPECT_TRUE(comesTrue(loop, [&] { return handled == 2; }));
 }
 
 TEST_F(EventLoopAlone, LetsAHandlerTakeItsOwnSourceAway) {
@@ -238,32 +199,6 @@ TEST_F(EventLoopAlone, LetsAHandlerTakeItsOwnSourceAway) {
   EXPECT_EQ(handled, 3);
 }
 
-TEST_F(EventLoopAlone, CannotWaitForARegularFile) {
-  const ScratchFolder folder;
-  std::ofstream(folder.file("file")) << "text";
-  const FileDescriptor file(open(folder.file("file").c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(loop.onDescriptor(file.get(), EPOLLIN, [] {}), nullptr);
-}
-
-TEST_F(EventLoopAlone, CallsOnceAfterADelayCountedFromTheCall) {
-  Seconds begin{};
-  Seconds called{};
-  int calls = 0;
-  EventSource source;
-  loop.mainQueue().async([&] {
-    machine.keepBusy(Seconds{0.02});
-    begin = machine.clock.awakeTime();
-    source = loop.after(Seconds{0.01}, [&] {
-      called = machine.clock.awakeTime();
-      ++calls;
-    });
-  });
-  EXPECT_TRUE(comesTrue(loop, [&] { return calls > 0; }));
-  letPass(machine, Seconds{0.02});
-  EXPECT_EQ(calls, 1);
-  EXPECT_GE(called - begin, Seconds{0.00999});
-}
-
 TEST_F(EventLoopAlone, StopsRunningUntilSomethingWhenItIsTerminated) {
   bool late = false;
   const auto deadline = loop.after(patience, [&] { late = true; });
@@ -282,29 +217,14 @@ pid_t startChild(const std::vector<std::string>& arguments) {
 
 TEST_F(EventLoopAlone, ReapsTheChildrenThatItWasGiven) {
   for (int each = 0; each < 20; ++each) loop.reap(startChild({"exit", std::to_string(each)}));
-  EXPECT_TRUE(hasNoChildren(loop));
-}
-
-TEST_F(EventLoopAlone, ReapsAChildThatHasEndedAlready) {
-  const pid_t child = startChild({"exit", "0"});
+  const pid_t ended = startChild({"exit", "0"});
   siginfo_t state{};
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &state, WEXITED | WNOWAIT), 0);
-  loop.reap(child);
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(ended), &state, WEXITED | WNOWAIT), 0);
+  loop.reap(ended);
   EXPECT_TRUE(hasNoChildren(loop));
 }
 
-TEST_F(EventLoopAlone, ReapsNoChildOfSomebodyElse) {
-  const pid_t other = startChild({"exit", "7"});
-  const pid_t own = startChild({"pause"});
-  loop.reap(own);
-  loop.signalChild(own, SIGKILL);
-  EXPECT_TRUE(comesTrue(loop, [own] { return kill(own, 0) != 0; }));
-  int status = 0;
-  EXPECT_EQ(waitpid(other, &status, 0), other);
-  EXPECT_EQ(WEXITSTATUS(status), 7);
-}
-
-TEST_F(EventLoopAlone, SignalsOnlyChildrenThatItWasGiven) {
+TEST_F(EventLoopAlone, SignalsAndReapsOnlyChildrenThatItWasGiven) {
   const pid_t stranger = startChild({"pause"});
   const pid_t own = startChild({"pause"});
   loop.reap(own);
@@ -317,19 +237,6 @@ TEST_F(EventLoopAlone, SignalsOnlyChildrenThatItWasGiven) {
   int status = 0;
   EXPECT_EQ(waitpid(stranger, &status, 0), stranger);
   EXPECT_EQ(WTERMSIG(status), SIGKILL);
-}
-
-TEST_F(EventLoopAlone, ReapsLaterWhatItHasNoDescriptorToWatchBy) {
-  const pid_t unwatched = startChild({"pause"});
-  {
-    const ResourceLimit none(RLIMIT_NOFILE, 0);
-    loop.reap(unwatched);
-  }
-  loop.signalChild(unwatched, SIGKILL);
-  siginfo_t state{};
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(unwatched), &state, WEXITED | WNOWAIT), 0);
-  loop.reap(startChild({"exit", "0"}));
-  EXPECT_TRUE(hasNoChildren(loop));
 }
 
 /// The clocks that the kernel's timers of this process run on.
@@ -356,6 +263,86 @@ TEST_F(EventLoopAlone, DoesNotCountTimeAsleepForDelayedJobs) {
   loop.runUntil([&] { return taken; });
   const auto source = loop.after(Seconds{60}, [] {});
   EXPECT_EQ(timerClocks(), std::set<int>{CLOCK_MONOTONIC});
+}
+
+// --- as the fake has it
+
+template <typename Loop>
+struct ApplicationContract : ::testing::Test, ApplicationDelegate {
+  Loop loop;
+  CallLog events;
+  std::function<void()> onLaunch = [] {};
+
+  void applicationDidFinishLaunching() override {
+    events.push_back("launched");
+    onLaunch();
+  }
+  void applicationWillTerminate() override { events.push_back("terminating"); }
+
+  Application& application() { return loop.loop; }
+  MainQueue& queue() { return loop.loop.mainQueue(); }
+  Job note(const std::string& event) {
+    return [this, event] { events.push_back(event); };
+  }
+};
+
+using Loops = ::testing::Types<VirtualLoop, RealLoop>;
+TYPED_TEST_SUITE(ApplicationContract, Loops);
+
+TYPED_TEST(ApplicationContract, TellsItsDelegateOfStartAndEndOnceAndRunsJobsBetween) {
+  this->queue().async(this->note("posted before"));
+  this->onLaunch = [&] {
+    this->queue().async(this->note("posted at launch"));
+    this->queue().async([&] { this->application().terminate(); });
+  };
+  EXPECT_EQ(this->application().run(*this), 0);
+  EXPECT_EQ(this->events, (CallLog{"launched", "posted before", "posted at launch", "terminating"}));
+}
+
+TYPED_TEST(ApplicationContract, EndsAtOnceWhenItIsTerminatedWhileItLaunches) {
+  this->onLaunch = [&] {
+    this->queue().async(this->note("job"));
+    this->application().terminate();
+    this->application().terminate();
+    this->events.push_back("end of launch");
+  };
+  EXPECT_EQ(this->application().run(*this), 0);
+  EXPECT_EQ(this->events, (CallLog{"launched", "end of launch", "terminating"}));
+}
+
+TYPED_TEST(ApplicationContract, LetsTheJobUnderWayEndAndRunsNoOtherAfterIt) {
+  const auto monitor =
+      this->loop.loop.makeSerialQueue("monitor", QualityOfService::standard, QueueTarget::mainThread);
+  this->onLaunch = [&] {
+    this->queue().async([&] {
+      this->application().terminate();
+      monitor->async(this->note("posted on another queue of the thread"));
+      this->queue().async(this->note("posted after"));
+      this->queue().asyncAfter(Seconds{0}, this->note("posted after, with a delay"));
+      this->events.push_back("end of job");
+    });
+    this->queue().async(this->note("posted before"));
+  };
+  EXPECT_EQ(this->application().run(*this), 0);
+  EXPECT_EQ(this->events, (CallLog{"launched", "end of job", "terminating"}));
+}
+
+TYPED_TEST(ApplicationContract, RunsNoTimerThatIsDueAfterItWasTerminated) {
+  const auto timer = this->loop.loop.scheduleRepeating(Seconds{0.002}, this->note("tick"));
+  this->onLaunch = [&] {
+    this->queue().async([&] {
+      this->loop.keepBusy(Seconds{0.005});
+      this->application().terminate();
+    });
+  };
+  EXPECT_EQ(this->application().run(*this), 0);
+  EXPECT_EQ(this->events, (CallLog{"launched", "terminating"}));
+}
+
+TYPED_TEST(ApplicationContract, DoesNotLaunchWhenItWasTerminatedBefore) {
+  this->application().terminate();
+  EXPECT_EQ(this->application().run(*this), 0);
+  EXPECT_EQ(this->events, CallLog{});
 }
 
 }  // namespace

@@ -1,56 +1,34 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
-#include <thread>
+#include <memory>
 
 #include "adapters/files/Files.h"
 #include "adapters/system/FileDescriptor.h"
+#include "tests/rig/FileTest.h"
+#include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RefusedCall.h"
 #include "tests/rig/ResourceLimit.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 namespace {
 
-namespace fs = std::filesystem;
-
 std::error_code systemError(int number) {
   return {number, std::system_category()};
 }
 
-struct Files : ::testing::Test {
-  ScratchFolder folder;
-  const std::string path = folder.file("file");
+struct Files : FileTest {
+  void put(const std::string& contents) const { testing::put(path, contents); }
 
-  void put(const std::string& contents) const { std::ofstream(path, std::ios::binary) << contents; }
-  static std::string contentsOf(const std::string& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
-  }
-  static struct stat stateOf(const std::string& file) {
-    struct stat state {};
-    EXPECT_EQ(stat(file.c_str(), &state), 0) << file;
-    return state;
-  }
-  static mode_t modeOf(const std::string& file) { return stateOf(file).st_mode & 07777; }
-  std::set<std::string> names() const {
-    std::set<std::string> found;
-    for (const auto& each : fs::directory_iterator(folder.file("."))) found.insert(each.path().filename());
-    return found;
-  }
+  const std::string path = folder.file("file");
 };
 
 // --- reading
@@ -59,25 +37,15 @@ struct ReadWholeFile : Files {
   std::string contents = "before";
 };
 
-TEST_F(ReadWholeFile, ReadsEveryByte) {
+TEST_F(ReadWholeFile, ReadsEveryByteAlsoThroughALink) {
   std::string bytes(100'000, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
-  put(bytes);
-  EXPECT_EQ(readWholeFile(path, contents), std::error_code());
-  EXPECT_EQ(contents, bytes);
-}
-
-TEST_F(ReadWholeFile, ReadsAnEmptyFile) {
-  put("");
-  EXPECT_EQ(readWholeFile(path, contents), std::error_code());
-  EXPECT_EQ(contents, "");
-}
-
-TEST_F(ReadWholeFile, ReadsThroughALink) {
-  put("text");
   fs::create_symlink("file", folder.file("link"));
-  EXPECT_EQ(readWholeFile(folder.file("link"), contents), std::error_code());
-  EXPECT_EQ(contents, "text");
+  for (const std::string& each : {bytes, std::string()}) {
+    put(each);
+    EXPECT_EQ(readWholeFile(folder.file("link"), contents), std::error_code());
+    EXPECT_EQ(contents, each);
+  }
 }
 
 TEST_F(ReadWholeFile, TellsWhyItCannotAndLeavesTheContentsAlone) {
@@ -99,52 +67,13 @@ TEST_F(ReadWholeFile, TellsWhyItCannotAndLeavesTheContentsAlone) {
 
 struct WriteFileAtomically : Files {};
 
-TEST_F(WriteFileAtomically, MakesAFileForItsOwnerAlone) {
-  const mode_t before = umask(0);
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
-  umask(before);
-  EXPECT_EQ(contentsOf(path), "text");
-  EXPECT_EQ(modeOf(path), 0600U);
-  EXPECT_EQ(names(), std::set<std::string>{"file"});
-}
-
 TEST_F(WriteFileAtomically, ReplacesTheWholeContents) {
   put("a long text that was there before");
   EXPECT_EQ(writeFileAtomically(path, std::string("a\0b", 3)), std::error_code());
   EXPECT_EQ(contentsOf(path), std::string("a\0b", 3));
   EXPECT_EQ(writeFileAtomically(path, ""), std::error_code());
   EXPECT_EQ(contentsOf(path), "");
-  EXPECT_EQ(names(), std::set<std::string>{"file"});
-}
-
-TEST_F(WriteFileAtomically, LeavesTheOldFileToThoseWhoReadIt) {
-  put("old");
-  fs::create_hard_link(path, folder.file("other name"));
-  std::ifstream reader(path);
-  EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
-  std::string read;
-  reader >> read;
-  EXPECT_EQ(read, "old");
-  EXPECT_EQ(contentsOf(folder.file("other name")), "old");
-  EXPECT_EQ(contentsOf(path), "new");
-}
-
-TEST_F(WriteFileAtomically, ShowsAReaderTheOldFileOrTheNewOne) {
-  const std::string zeros(300'000, '0');
-  const std::string ones(200'000, '1');
-  put(zeros);
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    for (int i = 0; i < 20; ++i)
-      EXPECT_EQ(writeFileAtomically(path, i % 2 == 0 ? ones : zeros), std::error_code());
-    done = true;
-  });
-  while (!done) {
-    std::string contents;
-    EXPECT_EQ(readWholeFile(path, contents), std::error_code());
-    EXPECT_TRUE(contents == zeros || contents == ones) << contents.size() << " bytes";
-  }
-  writer.join();
+  EXPECT_EQ(names(), Names{"file"});
 }
 
 /// As the kernel has it: the user with the number 12345 may read the file, its group may not.
@@ -214,8 +143,10 @@ TEST_F(WriteFileAtomically, KeepsTheOwner) {
   ASSERT_EQ(chown(path.c_str(), owner, group), 0);
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
   EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
-  EXPECT_EQ(stateOf(path).st_uid, owner);
-  EXPECT_EQ(stateOf(path).st_gid, group);
+  struct stat found {};
+  ASSERT_EQ(stat(path.c_str(), &found), 0);
+  EXPECT_EQ(found.st_uid, owner);
+  EXPECT_EQ(found.st_gid, group);
   EXPECT_EQ(modeOf(path), 0640U);
 }
 
@@ -227,7 +158,7 @@ TEST_F(WriteFileAtomically, WritesInTheWorkingFolder) {
   EXPECT_EQ(contentsOf(path), "text");
 }
 
-TEST_F(WriteFileAtomically, ReplacesWhatALinkMeans) {
+TEST_F(WriteFileAtomically, ReplacesOrMakesWhatALinkMeans) {
   fs::create_directory(folder.file("below"));
   put("old");
   fs::create_symlink("../file", folder.file("below/relative"));
@@ -237,16 +168,8 @@ TEST_F(WriteFileAtomically, ReplacesWhatALinkMeans) {
     EXPECT_EQ(writeFileAtomically(folder.file(link), "by " + link), std::error_code());
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
+    fs::remove(path);  // the next link leads to a file that is yet to be made
   }
-  EXPECT_FALSE(fs::is_symlink(path));
-}
-
-TEST_F(WriteFileAtomically, MakesTheFileThatALinkLeadsTo) {
-  fs::create_directory(folder.file("below"));
-  fs::create_symlink("below/file", folder.file("link"));
-  EXPECT_EQ(writeFileAtomically(folder.file("link"), "text"), std::error_code());
-  EXPECT_TRUE(fs::is_symlink(folder.file("link")));
-  EXPECT_EQ(contentsOf(folder.file("below/file")), "text");
 }
 
 TEST_F(WriteFileAtomically, FollowsAsManyLinksAsTheSystemDoes) {
@@ -292,20 +215,7 @@ TEST_F(WriteFileAtomically, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
   }
   EXPECT_EQ(failure, systemError(EFBIG));
   EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_EQ(names(), std::set<std::string>{"file"});
-}
-
-TEST_F(WriteFileAtomically, LeavesNoDescriptorOpen) {
-  const auto count = [] {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  };
-  const auto before = count();
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
-  EXPECT_NE(writeFileAtomically(path + "/below", "text"), std::error_code());
-  std::string contents;
-  EXPECT_EQ(readWholeFile(path, contents), std::error_code());
-  EXPECT_NE(readWholeFile(folder.file("."), contents), std::error_code());
-  EXPECT_EQ(count(), before);
+  EXPECT_EQ(names(), Names{"file"});
 }
 
 // --- folders
@@ -322,14 +232,6 @@ TEST_F(MakeFolders, MakesAllThatAreMissingForTheirOwnerAlone) {
   }
 }
 
-TEST_F(MakeFolders, GivesThemTheModeThatTheUmaskLeaves) {
-  const mode_t before = umask(027);
-  EXPECT_EQ(makeFolders(folder.file("a/b"), 0777), std::error_code());
-  umask(before);
-  EXPECT_EQ(modeOf(folder.file("a")), 0750U);
-  EXPECT_EQ(modeOf(folder.file("a/b")), 0750U);
-}
-
 TEST_F(MakeFolders, LeavesThoseAloneThatExist) {
   fs::create_directory(folder.file("a"));
   ASSERT_EQ(chmod(folder.file("a").c_str(), 0755), 0);
@@ -339,30 +241,130 @@ TEST_F(MakeFolders, LeavesThoseAloneThatExist) {
   EXPECT_EQ(makeFolders("/"), std::error_code());
 }
 
-TEST_F(MakeFolders, TakesALinkToAFolderForAFolder) {
+TEST_F(MakeFolders, TakesALinkToAFolderAndASlashAtTheEnd) {
   fs::create_directory(folder.file("a"));
   fs::create_symlink("a", folder.file("link"));
   EXPECT_EQ(makeFolders(folder.file("link/b")), std::error_code());
   EXPECT_TRUE(fs::is_directory(folder.file("a/b")));
+  EXPECT_EQ(makeFolders(folder.file("a/c/")), std::error_code());
+  EXPECT_TRUE(fs::is_directory(folder.file("a/c")));
 }
 
-TEST_F(MakeFolders, TakesASlashAtTheEnd) {
-  EXPECT_EQ(makeFolders(folder.file("a/b/")), std::error_code());
-  EXPECT_TRUE(fs::is_directory(folder.file("a/b")));
-}
-
-TEST_F(MakeFolders, TellsThatThereIsSomethingElseInTheirPlace) {
+TEST_F(MakeFolders, TellsThatTheyCannotBeMade) {
   put("text");
   fs::create_symlink("nowhere", folder.file("link"));
   EXPECT_TRUE(makeFolders(path));
   EXPECT_TRUE(makeFolders(path + "/below"));
   EXPECT_TRUE(makeFolders(folder.file("link")));
-  EXPECT_EQ(names(), (std::set<std::string>{"file", "link"}));
-}
-
-TEST_F(MakeFolders, TellsThatTheyCannotBeMade) {
+  EXPECT_EQ(names(), (Names{"file", "link"}));
   EXPECT_EQ(makeFolders(folder.file(std::string(300, 'x'))), systemError(ENAMETOOLONG));
   EXPECT_TRUE(makeFolders("/proc/no/such/folder"));
+}
+
+// --- the new file that takes the place of an old one: its mode, and what is left of it after a kill
+
+struct NewFiles : FileTest {
+  const std::string path = folder.file("file");
+  const std::string abandoned = folder.file(".kestrune-new-AbC123");
+};
+
+TEST_F(NewFiles, AreForTheirOwnerWhateverTheUmask) {
+  for (const mode_t mask : {0U, 0077U, 0777U}) {
+    const mode_t before = umask(mask);
+    EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+    umask(before);
+    EXPECT_EQ(modeOf(path), 0600U) << std::oct << mask;
+    fs::remove(path);
+  }
+}
+
+TEST_F(NewFiles, AreForTheirOwnerUntilTheyReplaceAFileForEverybody) {
+  put(path, "old", 0644);
+  ForkedProgram program([this](const ForkedProgram::Say& say) {
+    dieAtRename();
+    say(writeFileAtomically(path, "new").message());
+  });
+  EXPECT_EQ(program.line(), "end");
+  auto found = names();
+  ASSERT_EQ(found.erase("file"), 1U);
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_EQ(modeOf(folder.file(*found.begin())), 0600U);
+  EXPECT_EQ(contentsOf(path), "old");
+  EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  EXPECT_EQ(modeOf(path), 0644U);
+  EXPECT_EQ(names(), Names{"file"});
+}
+
+TEST_F(NewFiles, ArePrivateInPlaceOfAnything) {
+  put(path, "old", 0644);
+  put(folder.file("victim"), "theirs");
+  fs::create_symlink("victim", folder.file("link"));
+  for (const std::string& each : {path, folder.file("link"), folder.file("none")}) {
+    EXPECT_EQ(writePrivateFile(each, "text"), std::error_code());
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(each)));
+    EXPECT_EQ(contentsOf(each), "text");
+    EXPECT_EQ(modeOf(each), 0600U);
+  }
+  EXPECT_EQ(contentsOf(folder.file("victim")), "theirs");
+  fs::create_directory(folder.file("folder"));
+  EXPECT_EQ(writePrivateFile(folder.file("folder"), "text"), std::error_code(EISDIR, std::system_category()));
+  EXPECT_EQ(names(), (Names{"file", "folder", "link", "none", "victim"}));
+}
+
+TEST_F(NewFiles, OfKilledProcessesAreRemovedByTheNextSaveInTheFolder) {
+  put(abandoned, "left behind");
+  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_EQ(names(), Names{"file"});
+  put(abandoned, "left behind");
+  EXPECT_EQ(writePrivateFile(folder.file("other"), "text"), std::error_code());
+  EXPECT_EQ(names(), (Names{"file", "other"}));
+}
+
+TEST_F(NewFiles, OfNobodyElseAreRemoved) {
+  const Names others{".kestrune-new-", ".kestrune-new-12345", ".kestrune-new-1234567", "kestrune-new-AbC123",
+                     "..env.AbC123",   ".file.AbC123",        ".kestrune-old-AbC123"};
+  for (const auto& name : others) put(folder.file(name), "theirs");
+  fs::create_directory(folder.file(".kestrune-new-folder"));
+  fs::create_symlink("file", folder.file(".kestrune-new-a-link"));
+  ASSERT_EQ(mkfifo(folder.file(".kestrune-new-a-pipe").c_str(), 0600), 0);
+  // Only the superuser can give a file away.
+  put(abandoned, "theirs");
+  const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
+  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  Names expected = others;
+  expected.insert({"file", ".kestrune-new-folder", ".kestrune-new-a-link", ".kestrune-new-a-pipe"});
+  if (isTheirs) expected.insert(".kestrune-new-AbC123");
+  EXPECT_EQ(names(), expected);
+}
+
+TEST_F(NewFiles, ThatAreBeingWrittenAreLeftToTheirProcess) {
+  put(abandoned, "half-wri");
+  ForkedProgram writer([this](const ForkedProgram::Say& say) {
+    const FileDescriptor file(open(abandoned.c_str(), O_WRONLY));
+    say(flock(file.get(), LOCK_EX) == 0 ? "locked" : "not locked");
+    pause();
+  });
+  ASSERT_EQ(writer.line(), "locked");
+  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_EQ(contentsOf(abandoned), "half-wri");
+  writer.end(SIGKILL);
+  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_EQ(names(), Names{"file"});
+}
+
+TEST_F(NewFiles, OfClientsThatSaveAtTheSameTimeAllReplaceTheOld) {
+  std::vector<std::unique_ptr<ForkedProgram>> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.push_back(std::make_unique<ForkedProgram>([this](const ForkedProgram::Say& say) {
+      skipFlushes();
+      for (int save = 0; save < 50; ++save) {
+        if (const auto failure = writeFileAtomically(path, "text")) return say(failure.message());
+      }
+      say("saved");
+    }));
+  }
+  for (const auto& client : clients) EXPECT_EQ(client->line(), "saved");
+  EXPECT_EQ(names(), Names{"file"});
 }
 
 }  // namespace

@@ -167,20 +167,17 @@ TEST_F(PathLookupTest, IsOverTheInterfacesThatCarry) {
   }
 }
 
-TEST_F(PathLookupTest, TakesAnInterfaceThatIsGoneForNoPath) {
-  take(route(1, AF_INET, 7));
-  take(error(2, ENETUNREACH));
-  take(error(3, ENODEV));
-  EXPECT_TRUE(lookup.isOver());
-  EXPECT_EQ(path(), disconnected);
-}
-
-TEST_F(PathLookupTest, TakesRejectedRoutesForNoPath) {
+TEST_F(PathLookupTest, TakesRejectedRoutesAndInterfacesThatAreGoneForNoPath) {
   for (const int number : {ENETUNREACH, EHOSTUNREACH, EACCES, EINVAL}) {
     PathLookup each(portId, [](const nlmsghdr&) { return 0; });
     each.take(error(1, number).datagram().data(), error(1, number).datagram().size());
     EXPECT_EQ(each.path(""), RoutedPath{}) << number;
   }
+  take(route(1, AF_INET, 7));
+  take(error(2, ENETUNREACH));
+  take(error(3, ENODEV));  // the interface is gone
+  EXPECT_TRUE(lookup.isOver());
+  EXPECT_EQ(path(), disconnected);
 }
 
 TEST_F(PathLookupTest, TakesAKernelWithoutIPv6ForOneWithoutARoute) {

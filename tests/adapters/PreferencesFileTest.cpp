@@ -1,55 +1,30 @@
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include <nlohmann/json.hpp>
 
 #include "adapters/files/PreferencesFile.h"
+#include "tests/rig/FakePlatform.h"
+#include "tests/rig/FileTest.h"
 #include "tests/rig/ResourceLimit.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 
-struct Preferences : ::testing::Test {
-  ScratchFolder folder;
+struct Preferences : FileTest {
   const std::string path = folder.file("preferences.json");
   PreferencesFile preferences{path};
 
-  static std::string contentsOf(const std::string& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-  }
   json written() const { return json::parse(contentsOf(path)); }
-  void put(const std::string& contents) const { std::ofstream(path) << contents; }
-  static mode_t modeOf(const std::string& file) {
-    struct stat state {};
-    return stat(file.c_str(), &state) == 0 ? state.st_mode & 07777 : 0;
-  }
-  std::size_t filesInFolder() const {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(folder.file(".")), fs::directory_iterator()));
-  }
+  void put(const std::string& contents) const { testing::put(path, contents); }
 };
 
 TEST_F(Preferences, AreAJsonObject) {
   preferences.setBool("autoConnectEnabled", false);
   preferences.setString("connectionMode", "official_chatgpt");
   EXPECT_EQ(written(), (json{{"autoConnectEnabled", false}, {"connectionMode", "official_chatgpt"}}));
-}
-
-TEST_F(Preferences, OutliveTheProcess) {
-  preferences.setBool("flag", false);
-  EXPECT_EQ(PreferencesFile(path).boolForKey("flag"), false);
 }
 
 TEST_F(Preferences, AreReadAnewEachTime) {
@@ -88,92 +63,35 @@ TEST_F(Preferences, AreForTheirOwnerAloneAndSoAreTheirFolders) {
   EXPECT_EQ(modeOf(folder.file("a")), 0700U);
 }
 
-TEST_F(Preferences, KeepTheModeOfTheirFile) {
-  put("{}");
-  fs::permissions(path, fs::perms(0640));
-  preferences.setBool("flag", true);
-  EXPECT_EQ(modeOf(path), 0640U);
-}
-
-TEST_F(Preferences, StayBehindALink) {
-  const std::string target = folder.file("elsewhere.json");
-  std::ofstream(target) << R"({"theirs": 1})";
-  fs::create_symlink("elsewhere.json", path);
-  preferences.setBool("flag", true);
-  EXPECT_TRUE(fs::is_symlink(path));
-  EXPECT_EQ(json::parse(contentsOf(target)), (json{{"theirs", 1}, {"flag", true}}));
-}
-
-TEST_F(Preferences, FollowALinkToAFileThatIsYetToBeMade) {
-  fs::create_symlink("elsewhere.json", path);
-  preferences.setBool("flag", true);
-  EXPECT_TRUE(fs::is_symlink(path));
-  EXPECT_EQ(json::parse(contentsOf(folder.file("elsewhere.json"))), (json{{"flag", true}}));
-}
-
-TEST_F(Preferences, LeaveNothingElseInTheirFolder) {
-  preferences.setBool("flag", true);
-  preferences.setBool("flag", false);
-  EXPECT_EQ(filesInFolder(), 1U);
-}
-
 // --- what cannot be read as preferences
 
-struct Damage {
-  const char* name;
-  std::string contents;
-};
-
-void PrintTo(const Damage& damage, std::ostream* out) {
-  *out << damage.name;
+TEST_F(Preferences, ThatAreDamagedReadAsNeverWrittenAndAreKeptAsideAtTheNextWrite) {
+  const std::string deep = "{\"theirs\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}";
+  for (const std::string& damage :
+       {std::string("\x7f\x45LF\1\2\3"), std::string(), std::string(R"(["flag", true])"),
+        std::string(R"({"flag": true, "text": "t)"), std::string("{\"flag\": true, \"text\": \"\xff\"}"),
+        deep, std::string(10'000'000, '\0')}) {
+    SCOPED_TRACE(damage.substr(0, 30));
+    put(damage);
+    EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
+    EXPECT_EQ(preferences.stringForKey("text"), std::nullopt);
+    EXPECT_TRUE(contentsOf(path) == damage) << "reading must change nothing";
+    preferences.setBool("other", true);
+    EXPECT_TRUE(contentsOf(path + ".damaged") == damage);
+    EXPECT_EQ(written(), (json{{"other", true}}));
+    fs::remove(path + ".damaged");
+  }
 }
 
-struct DamagedPreferences : Preferences, ::testing::WithParamInterface<Damage> {};
-INSTANTIATE_TEST_SUITE_P(Each, DamagedPreferences,
-                         ::testing::Values(Damage{"Garbage",
-                                                  "\x7f"
-                                                  "ELF\1\2\3"},
-                                           Damage{"Empty", ""}, Damage{"Blank", " \n"},
-                                           Damage{"Array", R"(["flag", true])"}, Damage{"Text", R"("flag")"},
-                                           Damage{"Null", "null"},
-                                           Damage{"Truncated", R"({"flag": true, "text": "t)"},
-                                           Damage{"TrailingGarbage", R"({"flag": true}})"},
-                                           Damage{"InvalidUtf8", "{\"flag\": true, \"text\": \"\xff\"}"},
-                                           Damage{"Deep", "{\"theirs\": " + std::string(500'000, '[') +
-                                                              std::string(500'000, ']') + "}"},
-                                           Damage{"Huge", std::string(10'000'000, '\0')}),
-                         [](const auto& damage) { return std::string(damage.param.name); });
-
-TEST_P(DamagedPreferences, ReadAsNeverWritten) {
-  put(GetParam().contents);
-  EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
-  EXPECT_EQ(preferences.stringForKey("text"), std::nullopt);
-  EXPECT_EQ(contentsOf(path), GetParam().contents) << "reading must change nothing";
-}
-
-TEST_P(DamagedPreferences, AreKeptAsideAtTheNextWrite) {
-  put(GetParam().contents);
-  preferences.setBool("other", true);
-  EXPECT_EQ(contentsOf(path + ".damaged"), GetParam().contents);
-  EXPECT_EQ(written(), (json{{"other", true}}));
-}
-
-TEST_F(Preferences, KeepEveryDamagedFileThatThereWas) {
-  for (const std::string damage : {"first", "second", "third"}) {
+TEST_F(Preferences, KeepEveryDamagedFileUnderANameThatIsFree) {
+  fs::create_symlink("nowhere", path + ".damaged-2");
+  for (const std::string damage : {"first", "third"}) {
     put(damage);
     preferences.setBool("flag", true);
   }
   EXPECT_EQ(contentsOf(path + ".damaged"), "first");
-  EXPECT_EQ(contentsOf(path + ".damaged-2"), "second");
+  EXPECT_TRUE(fs::is_symlink(path + ".damaged-2"));
   EXPECT_EQ(contentsOf(path + ".damaged-3"), "third");
-}
-
-TEST_F(Preferences, DoNotTakeTheNameOfALinkThatLeadsNowhere) {
-  fs::create_symlink("nowhere", path + ".damaged");
-  put("damage");
-  preferences.setBool("flag", true);
-  EXPECT_TRUE(fs::is_symlink(path + ".damaged"));
-  EXPECT_EQ(contentsOf(path + ".damaged-2"), "damage");
 }
 
 TEST_F(Preferences, KeepAFolderInTheirPlaceAside) {
@@ -201,18 +119,6 @@ TEST_F(Preferences, StayBehindALinkAlsoWhenTheyWereDamaged) {
   EXPECT_TRUE(fs::is_symlink(path));
   EXPECT_EQ(written(), (json{{"flag", true}}));
   EXPECT_EQ(contentsOf(target + ".damaged"), "damage");
-}
-
-TEST_F(Preferences, AreNotDamagedByAProcessThatCannotOpenThem) {
-  put(R"({"theirs": 1, "flag": true})");
-  {
-    const ResourceLimit noDescriptors(RLIMIT_NOFILE, 0);
-    preferences.setBool("flag", false);
-    EXPECT_EQ(preferences.boolForKey("flag"), false);
-  }
-  EXPECT_EQ(contentsOf(path), R"({"theirs": 1, "flag": true})");
-  preferences.setString("text", "t");
-  EXPECT_EQ(written(), (json{{"theirs", 1}, {"flag", false}, {"text", "t"}}));
 }
 
 TEST_F(Preferences, HoldAsTheyWereWhileTheyCannotBeOpened) {
@@ -243,16 +149,12 @@ struct UnwritablePreferences : Preferences {
   void makeWritable() const { fs::remove(place); }
 };
 
-TEST_F(UnwritablePreferences, HoldForThisProcess) {
+TEST_F(UnwritablePreferences, HoldForThisProcessOnly) {
   unwritable.setBool("flag", false);
   unwritable.setString("text", "t");
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   EXPECT_EQ(unwritable.stringForKey("text"), "t");
   EXPECT_EQ(contentsOf(place), "a file");
-}
-
-TEST_F(UnwritablePreferences, HoldForNoOtherProcess) {
-  unwritable.setBool("flag", false);
   EXPECT_EQ(PreferencesFile(place + "/preferences.json").boolForKey("flag"), std::nullopt);
 }
 
@@ -263,43 +165,65 @@ TEST_F(UnwritablePreferences, AreAllWrittenWithTheNextOneThatCanBe) {
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   unwritable.setString("text", "t");
   EXPECT_EQ(json::parse(contentsOf(place + "/preferences.json")), (json{{"flag", false}, {"text", "t"}}));
-}
-
-TEST_F(UnwritablePreferences, NoLongerHoldAgainstOthersOnceTheyAreWritten) {
-  unwritable.setBool("flag", true);
-  makeWritable();
-  unwritable.setBool("other", true);
-  PreferencesFile(place + "/preferences.json").setBool("flag", false);
-  EXPECT_EQ(unwritable.boolForKey("flag"), false);
+  // From then on they do not hold against others.
+  PreferencesFile(place + "/preferences.json").setBool("flag", true);
+  EXPECT_EQ(unwritable.boolForKey("flag"), true);
 }
 
 TEST_F(Preferences, HoldOverTheOldFileWhenTheDiskIsFull) {
-  put(R"({"flag": true})");
-  {
-    const SignalState restored;
-    std::signal(SIGXFSZ, SIG_IGN);
-    const ResourceLimit noRoom(RLIMIT_FSIZE, 0);
-    preferences.setBool("flag", false);
-    EXPECT_EQ(preferences.boolForKey("flag"), false);
+  for (const std::string old : {R"({"flag": true})", "damage"}) {
+    put(old);
+    {
+      const SignalState restored;
+      std::signal(SIGXFSZ, SIG_IGN);
+      const ResourceLimit noRoom(RLIMIT_FSIZE, 0);
+      preferences.setBool("flag", false);
+      EXPECT_EQ(preferences.boolForKey("flag"), false);
+    }
+    EXPECT_EQ(contentsOf(fs::exists(path) ? path : path + ".damaged"), old);
+    EXPECT_EQ(names().size(), 1U);
+    preferences.setString("text", "t");
+    EXPECT_EQ(written(), (json{{"flag", false}, {"text", "t"}}));
   }
-  EXPECT_EQ(contentsOf(path), R"({"flag": true})");
-  EXPECT_EQ(filesInFolder(), 1U);
-  preferences.setString("text", "t");
-  EXPECT_EQ(written(), (json{{"flag", false}, {"text", "t"}}));
+  EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
 
-TEST_F(Preferences, OfADamagedFileAreNotLostWhenTheDiskIsFull) {
-  put("damage");
-  {
-    const SignalState restored;
-    std::signal(SIGXFSZ, SIG_IGN);
-    const ResourceLimit noRoom(RLIMIT_FSIZE, 0);
-    preferences.setBool("flag", false);
-    EXPECT_EQ(preferences.boolForKey("flag"), false);
+// --- as the fake has it
+
+template <typename Store>
+Store storeIn(const ScratchFolder& folder);
+template <>
+FakeUserDefaults storeIn(const ScratchFolder&) {
+  return {};
+}
+template <>
+PreferencesFile storeIn(const ScratchFolder& folder) {
+  return PreferencesFile(folder.file("preferences.json"));
+}
+
+template <typename Store>
+struct UserDefaultsContract : FileTest {
+  Store store = storeIn<Store>(folder);
+};
+
+using Stores = ::testing::Types<FakeUserDefaults, PreferencesFile>;
+TYPED_TEST_SUITE(UserDefaultsContract, Stores);
+
+TYPED_TEST(UserDefaultsContract, KeepWhatWasWrittenLastUnderAnyKey) {
+  for (const std::string key : {"", "a/b", "Über", "a.b"}) {
+    EXPECT_EQ(this->store.boolForKey(key), std::nullopt);
+    EXPECT_EQ(this->store.stringForKey(key), std::nullopt);
+    for (const bool value : {true, false}) {
+      this->store.setBool(key, value);
+      EXPECT_EQ(this->store.boolForKey(key), value);
+      EXPECT_EQ(this->store.stringForKey(key), std::nullopt);
+    }
+    for (const std::string text : {"true", "", "official_chatgpt \"引號\" \\ \n\t🟢"}) {
+      this->store.setString(key, text);
+      EXPECT_EQ(this->store.stringForKey(key), text);
+      EXPECT_EQ(this->store.boolForKey(key), std::nullopt);
+    }
   }
-  preferences.setString("text", "t");
-  EXPECT_EQ(written(), (json{{"flag", false}, {"text", "t"}}));
-  EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
 #include <filesystem>
 #include <fstream>
 
 #include "adapters/files/ProgramBundle.h"
 #include "tests/adapters/RealChildren.h"
+#include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScopedVariable.h"
 
 namespace kestrune::testing {
@@ -42,41 +47,20 @@ struct RunningProgram : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(RunningProgram, KnowsItsPathItsFolderAndWhereItWorks) {
-  EXPECT_EQ(say({"paths"}), paths());
-}
-
-TEST_F(RunningProgram, KnowsItsRealPathWhenItWasStartedThroughALink) {
+TEST_F(RunningProgram, KnowsItsPathItsFolderAndWhereItWorksWhateverHappensToThem) {
   fs::create_symlink(program, prefix + "/link");
   EXPECT_EQ(say(prefix + "/link", {"paths"}), paths());
-}
-
-TEST_F(RunningProgram, KeepsToTheFolderWhereItWasStarted) {
   EXPECT_EQ(say({"chdir", "/", "paths"}), paths());
-}
-
-TEST_F(RunningProgram, KeepsItsPathWhenItIsReplacedOrTakenAway) {
+  EXPECT_EQ(say({"rename", bin, prefix + "/moved", "paths"}), paths());
+  fs::rename(prefix + "/moved", bin);
   EXPECT_EQ(say({"remove", program, "paths"}), paths());
 }
 
-TEST_F(RunningProgram, KeepsItsPathWhenItsFolderIsMoved) {
-  EXPECT_EQ(say({"rename", bin, prefix + "/moved", "paths"}), paths());
-}
-
-TEST_F(RunningProgram, FindsAResourceBesideItself) {
-  const std::string logo = putResource("Kestrune Menu Client/resources/logo.png");
-  EXPECT_EQ(say({"resource", "logo", "png"}), logo + "\n");
-}
-
-TEST_F(RunningProgram, FindsAResourceInThePrefixThatItWasInstalledTo) {
-  const std::string logo = putResource("share/kestrune-menu-client/logo.png");
-  EXPECT_EQ(say({"resource", "logo", "png"}), logo + "\n");
-}
-
-TEST_F(RunningProgram, FindsTheResourceBesideItselfFirst) {
-  putResource("share/kestrune-menu-client/logo.png");
-  const std::string logo = putResource("Kestrune Menu Client/resources/logo.png");
-  EXPECT_EQ(say({"resource", "logo", "png"}), logo + "\n");
+TEST_F(RunningProgram, FindsAResourceBesideItselfOrElseInThePrefixThatItWasInstalledTo) {
+  const std::string installed = putResource("share/kestrune-menu-client/logo.png");
+  EXPECT_EQ(say({"resource", "logo", "png"}), installed + "\n");
+  const std::string beside = putResource("Kestrune Menu Client/resources/logo.png");
+  EXPECT_EQ(say({"resource", "logo", "png"}), beside + "\n");
 }
 
 TEST_F(RunningProgram, FindsNoResourceOfAnotherNameOrKind) {
@@ -94,6 +78,62 @@ TEST_F(RunningProgram, KnowsItsEnvironment) {
   EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "\n");
   const ScopedVariable unset("KESTRUNE_TEST_VARIABLE", std::nullopt);
   EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "none\n");
+}
+
+// --- folders of the user
+
+using Paths = std::vector<std::string>;
+
+UserFolders foldersOf(std::map<std::string, std::string> environment) {
+  FakeMainBundle bundle;
+  environment.emplace("HOME", "/home/u");
+  bundle.environment = std::move(environment);
+  return UserFolders::fromEnvironment(bundle);
+}
+
+TEST(UserFolders, LieInTheHomeFolderUnlessTheEnvironmentSaysOtherwise) {
+  // Nothing, emptiness and relative paths say nothing.
+  for (const auto& [config, state, runtime, data] :
+       {std::array{"", "", "", ""}, std::array{"c", "./s", "~/r", "../d"}}) {
+    const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", config},
+                                           {"XDG_STATE_HOME", state},
+                                           {"XDG_RUNTIME_DIR", runtime},
+                                           {"XDG_DATA_HOME", data},
+                                           {"XDG_DATA_DIRS", ""}});
+    EXPECT_EQ(folders.config, "/home/u/.config");
+    EXPECT_EQ(folders.state, "/home/u/.local/state");
+    EXPECT_EQ(folders.runtime, "");
+    EXPECT_EQ(folders.data, (Paths{"/home/u/.local/share", "/usr/local/share", "/usr/share"}));
+  }
+  EXPECT_EQ(foldersOf({}).config, "/home/u/.config");
+  EXPECT_EQ(foldersOf({}).data, (Paths{"/home/u/.local/share", "/usr/local/share", "/usr/share"}));
+}
+
+TEST(UserFolders, IgnoreARelativePathInAListAndNotTheWholeList) {
+  EXPECT_EQ(foldersOf({{"XDG_DATA_DIRS", "f:/e:/g"}}).data, (Paths{"/home/u/.local/share", "/e", "/g"}));
+  EXPECT_EQ(foldersOf({{"XDG_DATA_DIRS", ":/e::/g:"}}).data, (Paths{"/home/u/.local/share", "/e", "/g"}));
+}
+
+TEST(UserFolders, LieWhereTheEnvironmentSaysWithoutASlashAtTheEnd) {
+  const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", "/c/"},
+                                         {"XDG_STATE_HOME", "/s/"},
+                                         {"XDG_RUNTIME_DIR", "/r/"},
+                                         {"XDG_DATA_HOME", "/d/"},
+                                         {"XDG_DATA_DIRS", "/e/:/f//"}});
+  EXPECT_EQ(folders.config, "/c");
+  EXPECT_EQ(folders.state, "/s");
+  EXPECT_EQ(folders.runtime, "/r");
+  EXPECT_EQ(folders.data, (Paths{"/d", "/e", "/f"}));
+}
+
+TEST(UserFolders, AreThoseOfTheAccountWhenThereIsNoHome) {
+  const passwd* const user = getpwuid(getuid());
+  ASSERT_NE(user, nullptr);
+  const std::string home = user->pw_dir;
+  EXPECT_EQ(UserFolders::fromEnvironment(FakeMainBundle()).config, home + "/.config");
+  FakeMainBundle empty;
+  empty.environment["HOME"] = "";
+  EXPECT_EQ(UserFolders::fromEnvironment(empty).state, home + "/.local/state");
 }
 
 }  // namespace

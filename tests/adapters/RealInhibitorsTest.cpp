@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "tests/adapters/AwakeDesk.h"
-#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/StartingBus.h"
 
@@ -11,68 +10,6 @@
 
 namespace kestrune::testing {
 namespace {
-
-using Locks = std::vector<std::string>;
-
-/// Holds an assertion in a process of its own, until that is killed.
-void holdUntilKilled(PowerAssertionType type, const ForkedProgram::Say& say) {
-  EventLoop loop;
-  VirtualClock clock;
-  SessionBus sessionBus(loop);
-  SystemBus systemBus(loop);
-  Inhibitors inhibitors(sessionBus, systemBus, clock);
-  sessionBus.connect();
-  systemBus.connect();
-  std::optional<std::uint32_t> identifier;
-  const bool held = comesTrueElsewhere(
-      loop, [&] { return identifier || (identifier = inhibitors.create(type, on, reason)); });
-  say(held ? "held" : "not held");
-  loop.runUntil([] { return false; });
-}
-
-struct RealLoginTest : AwakeDesk {
-  void SetUp() override {
-    startBuses();
-    login = std::make_unique<RealLogin>(systemDaemon.address());
-    ASSERT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }))
-        << ::testing::PrintToString(login->inhibitors());
-    connect();
-  }
-
-  const std::string lock = std::string("idle, Kestrune, ") + reason + ", block";
-  std::unique_ptr<RealLogin> login;
-};
-
-TEST_F(RealLoginTest, ListsEachAssertionUntilItIsReleased) {
-  const auto first = create(display);
-  const auto second = create(system);
-  ASSERT_TRUE(first && second);
-  EXPECT_EQ(login->inhibitors(), (Locks{lock, lock}));
-  inhibitors->release(*first);
-  EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{lock}; }));
-  inhibitors->release(*second);
-  EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }));
-}
-
-TEST_F(RealLoginTest, ForgetsWhatAKilledClientHeld) {
-  ForkedProgram client([](const ForkedProgram::Say& say) { holdUntilKilled(system, say); });
-  ASSERT_EQ(client.line(), "held");
-  EXPECT_EQ(login->inhibitors(), Locks{lock});
-  client.end(SIGKILL);
-  EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }));
-}
-
-TEST_F(RealLoginTest, IsAskedAgainAfterItsOwnRestart) {
-  const auto identifier = create(system);
-  ASSERT_TRUE(identifier);
-  login.reset();
-  EXPECT_TRUE(comesAbout([&] { return !inhibitors->isHeld(*identifier); }));
-  login = std::make_unique<RealLogin>(systemDaemon.address());
-  EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{lock}; }));
-  EXPECT_TRUE(comesAbout([&] { return inhibitors->isHeld(*identifier); }));
-  inhibitors->release(*identifier);
-  EXPECT_TRUE(comesAbout([this] { return login->inhibitors() == Locks{}; }));
-}
 
 struct RealScreenSaver : AwakeDesk {
   void SetUp() override {
@@ -82,11 +19,8 @@ struct RealScreenSaver : AwakeDesk {
     connect();
   }
 
-  /// Returns when the screen saver holds the assertion.
-  std::optional<std::uint32_t> createWhenItIsThere() {
-    std::optional<std::uint32_t> identifier;
-    comesAbout([&] { return identifier || (identifier = create(display)); });
-    return identifier;
+  bool comesToSay(const std::string& text) {
+    return comesAbout([&] { return service->says(text); });
   }
 
   RealDisplay screen;
@@ -94,37 +28,13 @@ struct RealScreenSaver : AwakeDesk {
 };
 
 TEST_F(RealScreenSaver, IsOffWhileTheDisplayIsToStayOn) {
-  const auto identifier = createWhenItIsThere();
-  ASSERT_TRUE(identifier) << service->output() << service->errors();
-  ASSERT_TRUE(comesAbout([this] { return service->says("Disabling screensaver\n"); }))
-      << service->output() << service->errors();
-  EXPECT_TRUE(comesAbout([this] {
-    return service->says(std::string("name='Kestrune' reason='") + reason + "'");
-  })) << service->output()
-      << service->errors();
+  std::optional<std::uint32_t> identifier;
+  ASSERT_TRUE(comesAbout([&] { return identifier || (identifier = create(display)); })) << service->errors();
+  ASSERT_TRUE(comesToSay("Disabling screensaver\n")) << service->errors();
+  EXPECT_TRUE(comesToSay(std::string("name='Kestrune' reason='") + reason + "'")) << service->output();
   EXPECT_FALSE(service->says("Enabling screensaver\n"));
   inhibitors->release(*identifier);
-  EXPECT_TRUE(comesAbout([this] { return service->says("Enabling screensaver\n"); }))
-      << service->output() << service->errors();
-}
-
-TEST_F(RealScreenSaver, ComesOnAgainWhenTheClientIsGone) {
-  ForkedProgram client([](const ForkedProgram::Say& say) { holdUntilKilled(display, say); });
-  ASSERT_EQ(client.line(), "held");
-  ASSERT_TRUE(comesAbout([this] { return service->says("Disabling screensaver\n"); }))
-      << service->output() << service->errors();
-  client.end(SIGKILL);
-  EXPECT_TRUE(comesAbout([this] { return service->says("Enabling screensaver\n"); }))
-      << service->output() << service->errors();
-}
-
-TEST_F(RealScreenSaver, IsOffAgainAfterItsOwnRestart) {
-  ASSERT_TRUE(createWhenItIsThere()) << service->output() << service->errors();
-  service->end();
-  service = std::make_unique<RealProgram>(std::vector<std::string>{"stdbuf", "-oL", "xssproxy", "-v"},
-                                          screen.variables());
-  EXPECT_TRUE(comesAbout([this] { return service->says("Disabling screensaver\n"); }))
-      << service->output() << service->errors();
+  EXPECT_TRUE(comesToSay("Enabling screensaver\n")) << service->output();
 }
 
 struct RealSessionManager : AwakeDesk {
@@ -159,18 +69,9 @@ struct RealSessionManager : AwakeDesk {
 
 TEST_F(RealSessionManager, TakesNobodyForIdleWhileTheDisplayIsToStayOn) {
   ASSERT_TRUE(knowsAll());
-  const auto identifier = create(display);
-  ASSERT_TRUE(identifier);
+  const auto identifier = create(display).value();
   EXPECT_EQ(isIdleInhibited(), "true");
-  inhibitors->release(*identifier);
-  EXPECT_TRUE(comesAbout([this] { return isIdleInhibited() == "false"; }));
-}
-
-TEST_F(RealSessionManager, ForgetsWhatAKilledClientHeld) {
-  ForkedProgram client([](const ForkedProgram::Say& say) { holdUntilKilled(display, say); });
-  ASSERT_EQ(client.line(), "held");
-  EXPECT_EQ(isIdleInhibited(), "true");
-  client.end(SIGKILL);
+  inhibitors->release(identifier);
   EXPECT_TRUE(comesAbout([this] { return isIdleInhibited() == "false"; }));
 }
 

@@ -109,17 +109,6 @@ TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItReadsMarkup) {
   EXPECT_EQ(daemon->errors(), "");
 }
 
-TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItDoesNot) {
-  startDaemon("no");
-  notifications.add({"1", "a <b> & c", "<i>x</i> & y\n&amp;"});
-  ASSERT_TRUE(hasShown(1)) << daemon->errors();
-  ask("NotificationCloseAll");
-  EXPECT_EQ(history(), "[Kestrune | " + logo +
-                           " | a <b> & c | <b>a &lt;b&gt; &amp; c</b>\n"
-                           "&lt;i&gt;x&lt;/i&gt; &amp; y\n&amp;amp;\n]");
-  EXPECT_EQ(daemon->errors(), "");
-}
-
 TEST_F(RealDaemon, TakesBackWhatIsWithdrawn) {
   startDaemon("full");
   for (const char* const each : {"advice", "other"}) notifications.add({each, each, "b", true});

@@ -61,56 +61,24 @@ TEST_F(RendezvousTest, TurnsEveryLaterStartDownAndIsAskedToShowItself) {
   const auto first = client();
   EXPECT_TRUE(isTurnedDown());
   EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
-  EXPECT_EQ(first->shown, (Tokens{"", "gnome-1_TIME2"}));
+  // A token that is no line is left out, and a start in the background asks for nothing.
+  EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
+  EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
+  EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
+  EXPECT_TRUE(isTurnedDown({.kind = Kind::replace, .predecessor = getppid()}));
+  EXPECT_EQ(first->shown, (Tokens{"", "gnome-1_TIME2", "", ""}));
   EXPECT_EQ(start()->rendezvous.runningClient(), getpid());
 }
 
-TEST_F(RendezvousTest, LeavesOutATokenThatIsNoLine) {
-  const auto first = client();
-  EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
-  EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
-  EXPECT_EQ(first->shown, (Tokens{"", ""}));
-}
-
-TEST_F(RendezvousTest, AsksNothingOfTheClientForAStartInTheBackground) {
-  const auto first = client();
-  EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
-  EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(first->shown.size(), 1U);
-}
-
-TEST_F(RendezvousTest, WaitsForTheOneThatItReplaces) {
-  auto first = client();
-  const auto end = loop.after(moment, [&] {
-    EXPECT_TRUE(first->shown.empty());
-    first.reset();
-  });
-  const auto successor = start();
-  EXPECT_TRUE(successor->claims(replacement));
-  EXPECT_EQ(first, nullptr);
-  EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(successor->shown.size(), 1U);
-}
-
-TEST_F(RendezvousTest, GivesWayToAClientThatIsNotTheOneThatItReplaces) {
-  const auto first = client();
-  EXPECT_TRUE(isTurnedDown({.kind = Kind::replace, .predecessor = getppid()}));
-  EXPECT_TRUE(first->shown.empty());
-}
-
-TEST_F(RendezvousTest, DoesNotWaitWhenThereIsNobodyToReplace) {
-  EXPECT_TRUE(start()->claims(replacement));
-}
-
-TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndHoweverItWasStarted) {
+TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndOrThatItReplaces) {
   for (const Kind kind : {Kind::show, Kind::giveWay, Kind::replace}) {
     auto first = client();
-    first->rendezvous.announceEnd();
+    if (kind != Kind::replace) first->rendezvous.announceEnd();
     const auto end = loop.after(moment, [&] {
       EXPECT_TRUE(first->shown.empty());
       first.reset();
     });
-    EXPECT_TRUE(start()->claims({.kind = kind}));
+    EXPECT_TRUE(start()->claims({.kind = kind, .predecessor = getpid()}));
     EXPECT_EQ(first, nullptr);
   }
 }
@@ -121,12 +89,6 @@ TEST_F(RendezvousTest, WaitsForOneThatBeginsToEndInsteadOfAnswering) {
   const auto end = loop.after(moment * 3, [&] { first.reset(); });
   EXPECT_TRUE(start()->claims({.answerPatience = moment * 2}));
   EXPECT_EQ(first, nullptr);
-}
-
-TEST_F(RendezvousTest, TakesThePlaceOfOneThatEndsInsteadOfAnswering) {
-  auto first = hangingClient();
-  const auto end = loop.after(moment, [&] { first.reset(); });
-  EXPECT_TRUE(start()->claims());
 }
 
 TEST_F(RendezvousTest, IsTurnedDownByOneThatHangsAndShowsItselfLater) {
@@ -160,18 +122,6 @@ TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
     first.end(signal);
   }
   EXPECT_TRUE(start()->claims());
-}
-
-TEST_F(RendezvousTest, IsTurnedDownByWhoeverReplacesOneThatIsAboutToEnd) {
-  auto first = client();
-  first->rendezvous.announceEnd();
-  std::unique_ptr<Start> other;
-  const auto end = loop.after(moment, [&] {
-    first.reset();
-    other = client();
-  });
-  EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(other->shown.size(), 1U);
 }
 
 TEST_F(RendezvousTest, GivesWayToWhoeverHasReplacedTheOneThatItWaitedFor) {
@@ -282,11 +232,9 @@ TEST_F(RendezvousTest, PassesItsLockOnToTheProgramThatItBecomes) {
     _exit(0);
   });
   for (const char* const said : {"second", "client", "no trace"}) EXPECT_EQ(program.line(), said);
-}
-
-TEST_F(RendezvousTest, TakesOverNoLockThatIsNone) {
-  for (const char* const number : {"", "x", "-1", "0", "99999"}) {
-    setenv("KESTRUNE_MENU_CLIENT_LOCK", number, 1);
+  program.waitForEnd();
+  for (const char* const noLock : {"", "x", "-1", "0", "99999"}) {
+    setenv("KESTRUNE_MENU_CLIENT_LOCK", noLock, 1);
     EXPECT_TRUE(start()->claims());
   }
   EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);

@@ -6,34 +6,6 @@
 namespace kestrune::testing {
 namespace {
 
-template <typename Control>
-Control makeControl();
-template <>
-SystemdServiceControl makeControl() {
-  return {};
-}
-template <>
-LaunchdServiceControl makeControl() {
-  return LaunchdServiceControl(501);
-}
-
-template <typename Control>
-struct ServiceControlContract : ::testing::Test {
-  const Control control = makeControl<Control>();
-};
-
-using Controls = ::testing::Types<SystemdServiceControl, LaunchdServiceControl>;
-TYPED_TEST_SUITE(ServiceControlContract, Controls);
-
-TYPED_TEST(ServiceControlContract, WordsCompleteLinesThatNeverFail) {
-  for (const auto& line :
-       {this->control.unloadLine("com.example.service"), this->control.endMatchingLine("example-service"),
-        this->control.killListenersLine(80)}) {
-    EXPECT_TRUE(line.ends_with(" || true")) << line;
-    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
-  }
-}
-
 TEST(SystemdServiceControl, StopsTheUnitOfTheUserWithoutWaitingForIt) {
   EXPECT_EQ(SystemdServiceControl().unloadLine("com.kestrune.mac-service"),
             ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
@@ -52,19 +24,13 @@ TEST(SystemdServiceControl, KillsListenersOnly) {
             "lsof -ti tcp:8765 -sTCP:LISTEN | xargs -r kill -9 2>/dev/null || true");
 }
 
-TEST(LaunchdServiceControl, BootsTheJobOfTheUserOut) {
+TEST(LaunchdServiceControl, WordsTheLinesOfTheStop) {
   EXPECT_EQ(LaunchdServiceControl(501).unloadLine("com.kestrune.mac-service"),
             "launchctl bootout gui/501/com.kestrune.mac-service || true");
   EXPECT_EQ(LaunchdServiceControl(0).unloadLine("com.halvask.mac-tunnel"),
             "launchctl bootout gui/0/com.halvask.mac-tunnel || true");
-}
-
-TEST(LaunchdServiceControl, MatchesCommandLines) {
   EXPECT_EQ(LaunchdServiceControl(501).endMatchingLine("halvask-desktop-bridge"),
             "pkill -f 'halvask-desktop-bridge' || true");
-}
-
-TEST(LaunchdServiceControl, KillsWhoeverUsesThePort) {
   EXPECT_EQ(LaunchdServiceControl(501).killListenersLine(8766),
             "lsof -ti tcp:8766 | xargs kill -9 2>/dev/null || true");
 }

@@ -2,27 +2,20 @@
 
 #include <atomic>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <thread>
 
 #include "adapters/children/ChildProcesses.h"
-#include "adapters/children/CurlLocalService.h"
-#include "adapters/files/Files.h"
 #include "adapters/files/PreferencesFile.h"
 #include "adapters/files/SystemFileManager.h"
 #include "adapters/loop/EventLoop.h"
-#include "adapters/loop/SystemClock.h"
-#include "adapters/pictures/PngImages.h"
 #include "adapters/windows/DialogProcess.h"
 #include "tests/adapters/AwakeDesk.h"
 #include "tests/adapters/RealChildren.h"
+#include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
-#include "tests/rig/PngFile.h"
 #include "tests/rig/ProcessShortage.h"
 #include "tests/rig/ResourceLimit.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/TrayDesk.h"
 
@@ -30,8 +23,6 @@
 
 namespace kestrune::testing {
 namespace {
-
-namespace fs = std::filesystem;
 
 // --- processes and threads
 
@@ -104,8 +95,7 @@ TEST(ProcessShortage, IsWhyACommandDoesNotStartAndPasses) {
 
 /// How the kernel describes what a thread of this process does: 'S' while it waits.
 char stateOfThread(pid_t thread) {
-  std::string text;
-  readWholeFile("/proc/self/task/" + std::to_string(thread) + "/stat", text);
+  const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
   const auto name = text.rfind(") ");
   return name == std::string::npos ? '?' : text[name + 2];
 }
@@ -145,41 +135,6 @@ TEST(ProcessShortage, HoldsTheEndUpForAMoment) {
   EXPECT_EQ(program.line(), "soon");
 }
 
-TEST(ProcessShortage, IsWhyAWindowDoesNotOpenAndPasses) {
-  ForkedProgram program([](const ForkedProgram::Say& say) {
-    EventLoop loop;
-    bool ended = false;
-    const auto open = [&] {
-      DialogProcess window(
-          loop, [](const dialogs::Event&) {}, [&](const auto&) { ended = true; });
-      const auto problem = window.start(anyProgram);
-      if (problem) return *problem;
-      return comesTrue(loop, [&ended] { return ended; }) ? std::string("opened") : std::string("stuck");
-    };
-    auto shortage = std::make_unique<ProcessShortage>();
-    say(open());
-    shortage.reset();
-    say(open());
-  });
-  EXPECT_EQ(program.line(), std::strerror(EAGAIN));
-  EXPECT_EQ(program.line(), "opened");
-}
-
-TEST(ProcessShortage, MakesTheLocalServiceOneThatSaysNothing) {
-  ForkedProgram program([](const ForkedProgram::Say& say) {
-    SystemClock clock;
-    ChildProcesses processes;
-    CurlLocalService service(processes, clock);
-    const ProcessShortage shortage;
-    say(service.getProjects("token") ? "an answer" : "nothing");
-  });
-  EXPECT_EQ(program.line(), "nothing");
-  program.waitForEnd();
-  EXPECT_EQ(
-      program.standardError(),
-      "KestruneMenuClient: the local service cannot be asked: curl: Resource temporarily unavailable\n");
-}
-
 // --- descriptors
 
 /// The limit that leaves room for so many descriptors more. Those that are open may have gaps between them.
@@ -189,11 +144,9 @@ rlim_t limitWith(int left) {
   return static_cast<rlim_t>(taken.back().get());
 }
 
-std::ptrdiff_t openDescriptors() {
-  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-}
+struct DescriptorShortage : FileTest {
+  SignalState restored;
 
-struct DescriptorShortage : ::testing::Test, RealChildren {
   /// Has `work` done with no descriptor left, then with one, and so on, until it succeeds; it may leave none
   /// open meanwhile. How many it took.
   static int neededFor(const std::function<bool()>& work) {
@@ -210,33 +163,25 @@ struct DescriptorShortage : ::testing::Test, RealChildren {
     }
     return far;
   }
-
-  std::string contentsOf(const std::string& name) const {
-    std::string text;
-    EXPECT_EQ(readWholeFile(folder.file(name), text), std::error_code()) << name;
-    return text;
-  }
-  std::vector<std::string> names() const {
-    std::vector<std::string> found;
-    for (const auto& each : fs::directory_iterator(folder.file(""))) found.push_back(each.path().filename());
-    return found;
-  }
 };
 
 TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheLaunchOfACommand) {
+  RealChildren children;
   EXPECT_EQ(neededFor([&] {
-              const auto launched = processes.launch(TEST_CHILD, {"out", "here"});
+              const auto launched = children.processes.launch(TEST_CHILD, {"out", "here"});
               if (!launched) {
                 EXPECT_EQ(launched.reason(), std::strerror(EMFILE));
                 return false;
               }
               EXPECT_EQ((*launched)->readOutput(patience), "here");
-              return ends(**launched);
+              return children.ends(**launched);
             }),
             4);
 }
 
 TEST_F(DescriptorShortage, DoesNotReachTheCommandThatEndsTheBackend) {
+  RealChildren children;
+  ChildProcesses& processes = children.processes;
   // The loop and all else may have taken the rest.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
@@ -244,7 +189,7 @@ TEST_F(DescriptorShortage, DoesNotReachTheCommandThatEndsTheBackend) {
   const auto launched = processes.launch(TEST_CHILD, {"out", "stopped"});
   ASSERT_TRUE(launched) << launched.reason();
   EXPECT_EQ((*launched)->readOutput(patience), "stopped");
-  EXPECT_TRUE(ends(**launched));
+  EXPECT_TRUE(children.ends(**launched));
 }
 
 TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheOpeningOfAWindow) {
@@ -257,7 +202,7 @@ TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheOpeningOfAWindow) {
       EXPECT_EQ(*problem, std::strerror(EMFILE));
       return false;
     }
-    return kestrune::testing::comesTrue(loop, [&] { return ended; });
+    return comesTrue(loop, [&] { return ended; });
   };
   // What the loop keeps for good is there before.
   ASSERT_TRUE(open());
@@ -271,8 +216,8 @@ TEST_F(DescriptorShortage, NeitherBreaksNorLeaksTheOpeningOfAWindow) {
 }
 
 TEST_F(DescriptorShortage, LeavesSettingsAsTheyAre) {
-  std::ofstream(folder.file(".env")) << "TOKEN=all there is\n";
   const std::string path = folder.file(".env");
+  put(path, "TOKEN=all there is\n");
   SystemFileManager files(folder.file(""));
   const std::string shortage = std::strerror(EMFILE);
   EXPECT_EQ(neededFor([&] {
@@ -285,35 +230,22 @@ TEST_F(DescriptorShortage, LeavesSettingsAsTheyAre) {
               return false;
             }),
             1);
-  EXPECT_EQ(contentsOf(".env"), "TOKEN=new\n");
-  EXPECT_EQ(names(), std::vector<std::string>{".env"});
+  EXPECT_EQ(contentsOf(path), "TOKEN=new\n");
+  EXPECT_EQ(names(), Names{".env"});
 }
 
 TEST_F(DescriptorShortage, LeavesPreferencesAsTheyAreAndHoldsTheNewOnes) {
-  std::ofstream(folder.file("preferences.json")) << R"({"theirs": 1, "flag": true})";
-  PreferencesFile preferences(folder.file("preferences.json"));
+  const std::string path = folder.file("preferences.json");
+  put(path, R"({"theirs": 1, "flag": true})");
+  PreferencesFile preferences(path);
   EXPECT_EQ(neededFor([&] {
               preferences.setBool("flag", false);
               EXPECT_EQ(preferences.boolForKey("flag"), false);
-              std::string text;
-              return !readWholeFile(folder.file("preferences.json"), text) && text.find("false") != text.npos;
+              return contentsOf(path).find("false") != std::string::npos;
             }),
             1);
-  EXPECT_NE(contentsOf("preferences.json").find("theirs"), std::string::npos);
-  EXPECT_EQ(names(), std::vector<std::string>{"preferences.json"});
-}
-
-TEST_F(DescriptorShortage, OfALogoPasses) {
-  putBytes(folder.file("logo.png"), pngOf(makePattern(2, 2)));
-  PngImages images({});
-  EXPECT_EQ(neededFor([&] { return images.imageFromFile(folder.file("logo.png")) != nullptr; }), 1);
-}
-
-TEST_F(DescriptorShortage, OfTheLocalServiceIsNoAnswer) {
-  SystemClock clock;
-  CurlLocalService service(processes, clock);
-  const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
-  EXPECT_EQ(service.getProjects("token"), std::nullopt);
+  EXPECT_NE(contentsOf(path).find("theirs"), std::string::npos);
+  EXPECT_EQ(names(), Names{"preferences.json"});
 }
 
 // --- descriptors for the buses

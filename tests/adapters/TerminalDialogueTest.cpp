@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 
 #include "adapters/pictures/QRSymbols.h"
 #include "adapters/terminal/TerminalDialogue.h"
 #include "tests/rig/FormViews.h"
+#include "tests/rig/OutputOf.h"
 #include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
@@ -72,13 +72,6 @@ TEST(TerminalDialogue, NumbersTheButtonsInsideAfterItsOwn) {
   EXPECT_EQ(dialogue.take("").answer->button, 0U);
 }
 
-TEST(TerminalDialogue, ShowsNothingThatCouldCommandATerminal) {
-  TerminalDialogue dialogue(form({label("\x1B[2Jl\na"), field("a", "\x1B]0;t\x07v")}), {});
-  const std::string shown = dialogue.begin() + dialogue.question();
-  EXPECT_EQ(shown.find('\x1B'), std::string::npos);
-  EXPECT_EQ(shown.find('\x07'), std::string::npos);
-}
-
 TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   View heading = label("heading");
   heading.fontWeight = FontWeight::semibold;
@@ -139,13 +132,7 @@ std::string readBack(const std::vector<std::string>& rows) {
     }
   }
   picture.close();
-  FILE* const reader =
-      popen(("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm")).c_str(), "r");
-  std::string text;
-  char buffer[4096];
-  for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, reader)) > 0;) text.append(buffer, count);
-  EXPECT_EQ(pclose(reader), 0);
-  return text;
+  return outputOf("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm"));
 }
 
 TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {

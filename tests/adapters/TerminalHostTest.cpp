@@ -93,56 +93,39 @@ TEST_F(TerminalHost, UsesNoColoursInAPipe) {
   EXPECT_EQ(screen.text.find('\x1b'), std::string::npos);
 }
 
-TEST_F(TerminalHost, WorksAsAServiceWithoutInput) {
+TEST_F(TerminalHost, WorksWithoutInputAsAService) {
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  PipeEnds pipe;
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    const StandardStreams streams(nothing.get(), pipe.writing.get());
-    demonstrate();
-    say("done");
-  });
-  ASSERT_EQ(program.line(), "done");
-  Screen screen(loop, pipe.reading.get());
-  EXPECT_TRUE(screen.shows("the news：of the day"));
-  EXPECT_TRUE(screen.shows("the row"));
-}
-
-TEST_F(TerminalHost, WorksWithAClosedInput) {
-  PipeEnds pipe;
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    const StandardStreams streams(-1, pipe.writing.get());
-    demonstrate();
-    say("done");
-  });
-  ASSERT_EQ(program.line(), "done");
-  Screen screen(loop, pipe.reading.get());
-  EXPECT_TRUE(screen.shows("the row"));
-}
-
-TEST_F(TerminalHost, WorksWithAClosedOutput) {
-  PipeEnds pipe;
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    const StandardStreams streams(pipe.reading.get(), -1);
-    demonstrate();
-    say("done");
-  });
-  EXPECT_EQ(program.line(), "done");
+  for (const int input : {nothing.get(), -1}) {
+    PipeEnds pipe;
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      const StandardStreams streams(input, pipe.writing.get());
+      demonstrate();
+      say("done");
+    });
+    ASSERT_EQ(program.line(), "done");
+    Screen screen(loop, pipe.reading.get());
+    EXPECT_TRUE(screen.shows("the news：of the day"));
+    EXPECT_TRUE(screen.shows("the row"));
+  }
 }
 
 TEST_F(TerminalHost, WorksWithoutAnyStandardStream) {
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    close(STDERR_FILENO);
-    const StandardStreams streams(-1, -1);
-    demonstrate();
-    say("done");
-  });
-  EXPECT_EQ(program.line(), "done");
+  PipeEnds pipe;
+  for (const int input : {pipe.reading.get(), -1}) {
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      if (input < 0) close(STDERR_FILENO);
+      const StandardStreams streams(input, -1);
+      demonstrate();
+      say("done");
+    });
+    EXPECT_EQ(program.line(), "done");
+  }
 }
 
 TEST_F(TerminalHost, HandsItsTerminalToTheInstanceThatReplacesIt) {
   const ScratchFolder folder;
   // The new instance is this test program, which does as its standard input says.
-  std::ofstream(folder.file("input")) << "--gtest_filter=TerminalHost.WorksWithAClosedInput\n";
+  std::ofstream(folder.file("input")) << "--gtest_filter=TerminalHost.UsesColoursOnATerminal\n";
   const FileDescriptor input(open(folder.file("input").c_str(), O_RDONLY | O_CLOEXEC));
   PipeEnds pipe;
   ForkedProgram program([&](const ForkedProgram::Say& say) {
@@ -156,7 +139,7 @@ TEST_F(TerminalHost, HandsItsTerminalToTheInstanceThatReplacesIt) {
   EXPECT_EQ(program.line(), "end");
   program.waitForEnd();
   Screen screen(loop, pipe.reading.get());
-  EXPECT_TRUE(screen.shows("TerminalHost.\n  WorksWithAClosedInput\n"));
+  EXPECT_TRUE(screen.shows("TerminalHost.\n  UsesColoursOnATerminal\n"));
 }
 
 }  // namespace

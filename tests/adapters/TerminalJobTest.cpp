@@ -94,7 +94,7 @@ struct TerminalJob : ::testing::Test {
   Screen screen{loop, terminal.outside.get()};
 };
 
-TEST_F(TerminalJob, GoesOnInTheBackground) {
+TEST_F(TerminalJob, GoesOnInTheBackgroundAndRests) {
   type("1\n");
   for (int version = 1; version <= 3; ++version) {
     command('m');
@@ -102,22 +102,8 @@ TEST_F(TerminalJob, GoesOnInTheBackground) {
   }
   command('?');
   EXPECT_EQ(shell.line(), "runs");
-}
-
-TEST_F(TerminalJob, RestsInTheBackgroundThoughItCannotReadWhatIsThere) {
-  type("1\n");
-  command('m');
-  ASSERT_TRUE(screen.shows("row 1"));
   command('i');
-  EXPECT_EQ(shell.line(), "idle");
-}
-
-TEST_F(TerminalJob, ReadsInTheForeground) {
-  command('f');
-  command('?');
-  ASSERT_EQ(shell.line(), "runs");
-  type("1\n");
-  EXPECT_EQ(shell.line(), "performed act");
+  EXPECT_EQ(shell.line(), "idle") << "though it cannot read what is there";
 }
 
 TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
@@ -126,17 +112,6 @@ TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
   ASSERT_TRUE(screen.shows("row 1"));
   command('f');
   command('c');
-  EXPECT_EQ(shell.line(), "performed act");
-}
-
-TEST_F(TerminalJob, ReadsWhenItIsBroughtToTheForegroundWithoutHavingStopped) {
-  type("early\n");
-  command('m');
-  ASSERT_TRUE(screen.shows("row 1"));
-  command('f');
-  command('?');
-  ASSERT_EQ(shell.line(), "runs");
-  type("1\n");
   EXPECT_EQ(shell.line(), "performed act");
 }
 

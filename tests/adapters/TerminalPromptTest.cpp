@@ -130,16 +130,5 @@ TEST(TerminalPrompt, StandsAlsoAfterAReportThatIsFarTooLong) {
   EXPECT_TRUE(comesTrue(loop, [&] { return rig.screen.text.ends_with("[1] OK  \n按鈕編號> "); }));
 }
 
-TEST(TerminalPrompt, IsLeftOutWhereNobodyTypes) {
-  EventLoop loop;
-  TerminalRig rig(loop, TerminalRig::Line::pipes);
-  const auto item = rig.face->statusItem(squareStatusItemLength);
-  item->setMenu({{{.id = 1, .title = "row"}}});
-  rig.type("unknown\n");
-  rig.settle();
-  EXPECT_EQ(rig.screen.text.find("> "), std::string::npos);
-  EXPECT_NE(rig.screen.text.find("unknown"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace kestrune::testing

@@ -81,12 +81,6 @@ TEST_F(TrayAdvised, IsWhoeverHasAWatcherWithoutAHost) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsNobodyWhoHasATray) {
-  start();
-  watch(watcherWithHost(true));
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
-}
-
 TEST_F(TrayAdvised, IsNobodyWhoseTrayComesWithinHalfAMinute) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience - Seconds{0.1}), 0U);
@@ -167,20 +161,6 @@ TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringTheSecondLook) {
-  start();
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
-  watch(StubService::saysNothing());
-  EXPECT_EQ(adviceAfter(TrayAdvice::secondLook), 0U);
-  daemon.stop();
-  ASSERT_TRUE(comesTrue(loop, [this] { return !bus.isConnected(); }));
-  watcher.reset();
-  daemon.start();
-  ASSERT_TRUE(comesTrue(loop, [this] { return trip.connections == 2; }));
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 1U);
-  EXPECT_EQ(timers.liveTimers(), 0U);
-}
-
 TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
   start();
   watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
@@ -188,16 +168,6 @@ TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
   watcher->behave(watcherWithHost(false));
   watcher->newCalls();
   EXPECT_EQ(adviceAtLast(), 1U);
-}
-
-TEST_F(TrayAdvised, IsNobodyWhoseTrayAnswersTheNextLook) {
-  start();
-  watch(StubService::refuses(SD_BUS_ERROR_TIMEOUT));
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
-  watcher->behave(watcherWithHost(true));
-  watcher->newCalls();
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
-  EXPECT_EQ(timers.liveTimers(), 0U);
 }
 
 TEST_F(TrayAdvised, IsNotLookedForWhileAnAnswerIsAwaited) {

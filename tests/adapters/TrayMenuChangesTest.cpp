@@ -20,10 +20,6 @@ struct TrayMenuChanges : TrayDesk {
     item->setMenu(menu);
     return host->news();
   }
-  std::string revision() {
-    const std::string layout = host->menu("GetLayout", "iias", 0, 0, 0);
-    return layout.substr(0, layout.find(','));
-  }
 
   Menu menu{{
       {.id = 1, .title = "status", .enabled = false},
@@ -32,16 +28,6 @@ struct TrayMenuChanges : TrayDesk {
       {.id = 4, .title = "switch", .action = "switch", .checked = false},
   }};
 };
-
-TEST_F(TrayMenuChanges, AreNotToldWhenThereAreNone) {
-  for (int time = 0; time < 3; ++time) EXPECT_EQ(newsOf(), News{});
-  EXPECT_EQ(revision(), "2");
-}
-
-TEST_F(TrayMenuChanges, DoNotCountWhomARowActsOn) {
-  menu.items[2].target = std::weak_ptr<ActionTarget>();
-  EXPECT_EQ(newsOf(), News{});
-}
 
 TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
   menu.items[0].title = "other";
@@ -55,51 +41,6 @@ TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
             News{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'x']]})], []"});
 }
 
-TEST_F(TrayMenuChanges, AreToldTogether) {
-  menu.items[0].title = "other";
-  menu.items[3].checked = true;
-  EXPECT_EQ(newsOf(),
-            News{"ItemsPropertiesUpdated [(1, {'label': s 'other'}), (4, {'toggle-state': i 1})], []"});
-}
-
-TEST_F(TrayMenuChanges, NameThePropertiesThatAreGone) {
-  menu.items[2].keyEquivalent.clear();
-  menu.items[3].checked.reset();
-  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [], [(3, ['shortcut']), (4, ['toggle-state', "
-                           "'toggle-type'])]"});
-}
-
-TEST_F(TrayMenuChanges, NameThePropertiesThatAreNew) {
-  menu.items[0].checked = true;
-  EXPECT_EQ(newsOf(),
-            News{"ItemsPropertiesUpdated [(1, {'toggle-state': i 1, 'toggle-type': s 'checkmark'})], []"});
-}
-
-TEST_F(TrayMenuChanges, ThatNobodySeesAreNotTold) {
-  menu.items[0].title = "status\n";
-  newsOf();
-  menu.items[0].title = "status\t";
-  EXPECT_EQ(newsOf(), News{});
-}
-
-TEST_F(TrayMenuChanges, ThatTheHostIsToldOfCanBeReadAtOnce) {
-  menu.items[0].title = "new";
-  item->setMenu(menu);
-  EXPECT_EQ(host->menu("GetProperty", "is", 1, "label"), "s 'new'");
-}
-
-TEST_F(TrayMenuChanges, CountUpTheRevision) {
-  EXPECT_EQ(revision(), "2");
-  menu.items[0].title = "other";
-  newsOf();
-  EXPECT_EQ(revision(), "3");
-  newsOf();
-  EXPECT_EQ(revision(), "3");
-  menu.items.pop_back();
-  newsOf();
-  EXPECT_EQ(revision(), "4");
-}
-
 TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
   menu.items.push_back({.id = 5, .title = "more"});
   EXPECT_EQ(newsOf(), News{"LayoutUpdated 3, 0"});
@@ -110,12 +51,6 @@ TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
   menu.items.clear();
   EXPECT_EQ(newsOf(), News{"LayoutUpdated 6, 0"});
   EXPECT_EQ(newsOf(), News{});
-}
-
-TEST_F(TrayMenuChanges, OfARowIntoASeparatorAreTold) {
-  menu.items[0] = {.id = 1, .isSeparator = true};
-  EXPECT_EQ(newsOf(),
-            News{"ItemsPropertiesUpdated [(1, {'type': s 'separator'})], [(1, ['enabled', 'label'])]"});
 }
 
 TEST_F(TrayMenuChanges, DoNotMakeTheProcessGrow) {

@@ -63,9 +63,6 @@ TEST_F(TrayMenu, HasTheSameRowsAtAnyDepthButTheFirst) {
   EXPECT_EQ(host->menu("GetLayout", "iias", 0, 1, 0), all);
   EXPECT_EQ(host->menu("GetLayout", "iias", 0, INT32_MAX, 0), all);
   EXPECT_EQ(host->menu("GetLayout", "iias", 0, 0, 0), "2, (0, {'children-display': s 'submenu'}, [])");
-}
-
-TEST_F(TrayMenu, DescribesOneRow) {
   EXPECT_EQ(host->menu("GetLayout", "iias", 3, -1, 0), "2, "s + row3);
   EXPECT_EQ(host->menu("GetLayout", "iias", 1, 0, 0), "2, "s + row1);
 }
@@ -86,28 +83,22 @@ TEST_F(TrayMenu, GivesOnlyThePropertiesThatAreAskedFor) {
   EXPECT_EQ(host->menu("GetLayout", "iias", 0, 0, 1, "label"), "2, (0, {}, [])");
   EXPECT_EQ(host->menu("GetLayout", "iias", 3, 0, 1, "no-such-thing"), "2, (3, {}, [])");
   EXPECT_EQ(host->menu("GetLayout", "iias", 2, 0, 1, "label"), "2, (2, {}, [])");
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "label"), "s 'quit'");
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "enabled"), "b true");
+  EXPECT_EQ(host->menu("GetProperty", "is", 5, "toggle-state"), "i 1");
+  EXPECT_EQ(host->menu("GetProperty", "is", 3, "no-such-thing"), invalid);
 }
 
-TEST_F(TrayMenu, GivesThePropertiesOfSeveralRows) {
+TEST_F(TrayMenu, GivesThePropertiesOfSeveralRowsOrOfAll) {
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 3, 3, 99, 1, 1, "label"),
             "[(3, {'label': s 'quit'}), (1, {'label': s 'status'})]");
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 3, 3, 1, 3, 2, "label", "label"),
             "[(3, {'label': s 'quit'}), (1, {'label': s 'status'})]");
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 2, -5, INT32_MIN, 0), "[]");
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 1, 2, 0), "[(2, {'type': s 'separator'})]");
-}
-
-TEST_F(TrayMenu, GivesThePropertiesOfAllRowsWhenNoneIsNamed) {
   EXPECT_EQ(host->menu("GetGroupProperties", "aias", 0, 2, "enabled", "type"),
             "[(0, {}), (1, {'enabled': b false}), (2, {'type': s 'separator'}), (3, {'enabled': b true}), "
             "(4, {'enabled': b true}), (5, {'enabled': b true}), (6, {'enabled': b false})]");
-}
-
-TEST_F(TrayMenu, GivesOneProperty) {
-  EXPECT_EQ(host->menu("GetProperty", "is", 3, "label"), "s 'quit'");
-  EXPECT_EQ(host->menu("GetProperty", "is", 3, "enabled"), "b true");
-  EXPECT_EQ(host->menu("GetProperty", "is", 5, "toggle-state"), "i 1");
-  EXPECT_EQ(host->menu("GetProperty", "is", 3, "no-such-thing"), invalid);
 }
 
 TEST_F(TrayMenu, SaysWhichProtocolItSpeaks) {
@@ -119,13 +110,6 @@ TEST_F(TrayMenu, SaysWhichProtocolItSpeaks) {
   EXPECT_EQ(get("TextDirection"), "s 'ltr'");
   EXPECT_EQ(get("Status"), "s 'normal'");
   EXPECT_EQ(get("IconThemePath"), "as []");
-}
-
-TEST_F(TrayMenu, PerformsAClickedRowOnce) {
-  EXPECT_EQ(host->clicked(3), "");
-  EXPECT_EQ(performed(), CallLog{"quit"});
-  EXPECT_EQ(host->clicked(4), "");
-  EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
 }
 
 TEST_F(TrayMenu, AnswersBeforeItPerforms) {
@@ -188,9 +172,6 @@ TEST_F(TrayMenu, TellsOnceOfARowThatAGroupNamesInVain) {
                        "hovered", "i", 0, 0u, 3, "hovered", "i", 0, 0u, 77, "clicked", "i", 0, 0u),
             "[-3, 77]");
   EXPECT_EQ(performed(), CallLog{});
-}
-
-TEST_F(TrayMenu, AnswersAGroupWithoutAnyKnownRowWithAnError) {
   EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 77, "clicked", "i", 0, 0u, -3, "clicked", "i", 0, 0u),
             invalid);
   EXPECT_EQ(host->menu("AboutToShowGroup", "ai", 2, 77, -3), invalid);
@@ -212,14 +193,6 @@ TEST_F(TrayMenu, RejectsCallsWithWrongArguments) {
   EXPECT_EQ(performed(), CallLog{});
 }
 
-TEST_F(TrayMenu, DoesNotMindATargetThatIsGone) {
-  target.reset();
-  EXPECT_EQ(host->clicked(3), "");
-  host->catchUp();
-  settleQueue(loop);
-  EXPECT_EQ(host->menu("GetProperty", "is", 3, "label"), "s 'quit'");
-}
-
 TEST_F(TrayMenu, PerformsWhatTheUserSawWhenItWasClicked) {
   target->onPerform = [this] { item->setMenu({}); };
   EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 3, "clicked", "i", 0, 0u, 4, "clicked", "i", 0, 0u), "[]");
@@ -229,14 +202,6 @@ TEST_F(TrayMenu, PerformsWhatTheUserSawWhenItWasClicked) {
 
 TEST_F(TrayMenu, ShowsUnderscoresAndMarkupAsTheyAre) {
   EXPECT_EQ(labelOf("_my_project__&_<b>R&D</b>"), "s '__my__project____&__<b>R&D</b>'");
-}
-
-TEST_F(TrayMenu, KeepsControlCharactersOutOfLabels) {
-  EXPECT_EQ(labelOf("a\0b\tc\r\nd\x1b[31me\u202ef\u2066g\u2028h\u0085i\x7f"s), "s 'a b c  de f g h i '");
-}
-
-TEST_F(TrayMenu, ReplacesBytesThatAreNotText) {
-  EXPECT_EQ(labelOf("a\xff\xc3(z"), "s 'a  (z'");
 }
 
 TEST_F(TrayMenu, ShortensALabelThatNoScreenHolds) {
@@ -255,12 +220,6 @@ TEST_F(TrayMenu, WritesShortcutsWithTheNamesOfTheKeys) {
   EXPECT_EQ(shortcut(","), "aas [['Control', 'comma']]");
   item->setMenu({{{.id = 1, .title = "row", .action = "act"}}});
   EXPECT_EQ(host->rows(), Texts{"(1, {'enabled': b true, 'label': s 'row'}, [])"});
-}
-
-TEST_F(TrayMenu, IsEmptyBeforeItIsSet) {
-  item.reset();
-  item = bar.statusItem(squareStatusItemLength);
-  EXPECT_EQ(host->menu("GetLayout", "iias", 0, -1, 0), "1, (0, {'children-display': s 'submenu'}, [])");
 }
 
 }  // namespace

@@ -115,6 +115,14 @@ class StubService {
     return [](sd_bus_message*) { return true; };
   }
 
+  /// Keeps the call of that method in `held`, for an answer later, and says nothing.
+  static Behaviour holds(const char* member, sd_bus_message*& held) {
+    return [member, &held](sd_bus_message* call) {
+      if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);
+      return true;
+    };
+  }
+
   static Behaviour offersNothing() {
     return [](sd_bus_message*) { return false; };
   }

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "tests/rig/ScratchFolder.h"
+
+namespace kestrune::testing {
+
+namespace fs = std::filesystem;
+
+inline void put(const std::string& file, const std::string& contents, mode_t mode = 0644) {
+  std::ofstream(file, std::ios::binary) << contents;
+  chmod(file.c_str(), mode);
+}
+
+inline std::string contentsOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+inline mode_t modeOf(const std::string& file) {
+  struct stat state {};
+  EXPECT_EQ(stat(file.c_str(), &state), 0) << file;
+  return state.st_mode & 07777;
+}
+
+/// How many descriptors this process has open.
+inline std::ptrdiff_t openDescriptors() {
+  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+using Names = std::set<std::string>;
+
+/// A folder of a test's own, and what is in it.
+struct FileTest : ::testing::Test {
+  Names names() const {
+    Names found;
+    for (const auto& each : fs::directory_iterator(folder.file("."))) found.insert(each.path().filename());
+    return found;
+  }
+
+  const ScratchFolder folder;
+};
+
+}  // namespace kestrune::testing
