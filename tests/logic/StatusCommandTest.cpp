@@ -69,6 +69,8 @@ TEST_F(StatusCommandTest, FollowsTheRunningClientAndPrintsNothingTwice) {
   EXPECT_EQ(lastPrinted()["lamp"], "error");
   EXPECT_FALSE(machine.loop.isTerminated());
   EXPECT_EQ(command->exitCode(), 4);
+  ask(StatusFormat::waybar, true);
+  EXPECT_EQ(lastPrinted()["class"], "error");
 }
 
 TEST_F(StatusCommandTest, SetsTextsApartByAnEmptyLineAsItFollows) {
