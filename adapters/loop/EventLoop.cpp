@@ -238,7 +238,6 @@ class EventLoop::LoopQueue final : public MainQueue {
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
-    // open() returns the lowest free number: this one.
     static_cast<void>(!open("/dev/null", O_RDWR));
   }
 }
@@ -252,9 +251,8 @@ EventLoop::EventLoop() {
   sigaddset(&blocked, SIGCHLD);
   for (const int each : endingSignals) sigaddset(&blocked, each);
   pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-  std::signal(SIGPIPE, SIG_IGN);
-  // Their default ends the process without stopping the backend.
-  for (const int each : {SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
+  // By default these end the process without stopping the backend.
+  for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
   // A write beyond RLIMIT_FSIZE fails with EFBIG, instead of ending the process.
   std::signal(SIGXFSZ, SIG_IGN);
   // If SIGCHLD is ignored, as some parents leave it, the kernel discards the exit status of our children.
