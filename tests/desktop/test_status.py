@@ -11,7 +11,7 @@ from support import isolation
 from support.bus import Bus, SystemBus
 from support.client import CONNECTED
 from support.service import SECRET
-from support.session import PROGRAM, Session
+from support.session import PROGRAM, REPORTING_BACKEND, Session
 from support.waiting import Text, own
 from support.wire import DAEMON
 
@@ -81,8 +81,7 @@ class WithoutAClient(StatusTest):
 class WithAClient(StatusTest):
     def setUp(self):
         super().setUp()
-        self.session.backend("refresh")
-        self.session.note_commands()
+        self.session.stub_backend(REPORTING_BACKEND)
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
         # All commands of the start are over: none of them finds another backend.
