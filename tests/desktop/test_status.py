@@ -11,7 +11,7 @@ from rig import isolation
 from rig.bus import Bus, SystemBus
 from rig.client import CONNECTED
 from rig.service import SECRET
-from rig.session import PROGRAM, Session
+from rig.session import PROGRAM, REPORTING_BACKEND, Session
 from rig.waiting import Text, own
 from rig.wire import DAEMON
 
@@ -81,8 +81,7 @@ class WithoutAClient(StatusTest):
 class WithAClient(StatusTest):
     def setUp(self):
         super().setUp()
-        self.session.backend("refresh")
-        self.session.note_commands()
+        self.session.stub_backend(REPORTING_BACKEND)
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
         # All commands of the start are over: none of them finds another backend.
