@@ -101,6 +101,8 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
+  /// What `performRequest` takes: a line for each action, with the texts of its rows.
+  static std::string describeActions();
   /// Does the same for another program, but only what an enabled row of the menu does. Returns why not, in
   /// English; absent when it was done.
   std::optional<std::string> performRequest(const std::string& action);

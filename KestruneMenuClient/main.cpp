@@ -14,6 +14,7 @@ namespace {
 constexpr auto usage =
     "Usage: KestruneMenuClient [--terminal] [--background]\n"
     "       KestruneMenuClient --status [--json | --waybar] [--follow]\n"
+    "       KestruneMenuClient --perform ACTION\n"
     "       KestruneMenuClient --diagnose\n"
     "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
     "\n"
@@ -24,6 +25,8 @@ constexpr auto usage =
     "  --json        with --status: as a line of JSON\n"
     "  --waybar      with --status: as a line for a custom module of Waybar\n"
     "  --follow      with --status: go on, with each change\n"
+    "  --perform     have the client that runs do what a row of its menu does; \"help\" lists the actions.\n"
+    "                The exit status is 0 when the client took it, 1 with the reason when it did not\n"
     "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
     "  --help        show this and exit\n"
     "  --version     show the version and exit\n"
@@ -39,13 +42,14 @@ struct Request {
   kestrune::StartOptions start;
   bool status = false;
   bool diagnose = false;
+  std::optional<std::string> action;  ///< of a row of the client that runs
   std::optional<kestrune::StatusFormat> format;
   bool follow = false;
 
   /// Whether its options go together.
   bool isSound() const {
     const bool starts = start.face == kestrune::Face::terminal || start.background;
-    return status + diagnose + starts <= 1 && (status || (!format && !follow));
+    return status + diagnose + action.has_value() + starts <= 1 && (status || (!format && !follow));
   }
 };
 
@@ -91,6 +95,10 @@ Request parse(int argumentCount, char** arguments) {
       request.follow = true;
     } else if (argument == "--diagnose") {
       request.diagnose = true;
+    } else if (argument == "--perform") {
+      if (request.action) refuse("--perform takes one action");
+      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists them");
+      request.action = arguments[i];
     } else if (argument == "--help" || argument == "-h") {
       answer(usage);
     } else if (argument == "--version") {
@@ -117,6 +125,14 @@ void tellStatus(const Request& request) {
   host->leave(command->exitCode());
 }
 
+void perform(const std::string& action) {
+  if (action == "help") answer(kestrune::AppDelegate::describeActions());
+  host = kestrune::makeHost({});
+  const auto refusal = host->perform(action);
+  if (refusal) std::fprintf(stderr, "KestruneMenuClient: %s\n", refusal->c_str());
+  host->leave(!refusal && print("ok\n") ? 0 : failure);
+}
+
 void runClient() {
   if (!host->becomeOnlyInstance()) host->leave(0);
   const auto controller = std::make_shared<kestrune::AppDelegate>(host->platform());
@@ -134,6 +150,7 @@ void diagnose() {
 
 int main(int argumentCount, char** arguments) {
   const Request request = parse(argumentCount, arguments);
+  if (request.action) perform(*request.action);
   host = kestrune::makeHost(request.start);
   if (request.status) {
     tellStatus(request);

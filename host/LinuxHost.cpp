@@ -183,6 +183,8 @@ class LinuxHost final : public Host {
 
   Platform& platform() override { return *parts; }
 
+  std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
+
   std::string describe() override {
     return describeClient(loop, rendezvous) +
            describeSession(loop, bus, systemBus, bundle, processes, dialogsPath());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ class Host {
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;
+
+  /// Has the client that runs choose the row of its menu with that action, and waits until it has. Returns why
+  /// it did not, in one line; absent when it did. Instead of everything else but `leave`.
+  virtual std::optional<std::string> perform(const std::string& action) = 0;
 
   /// What a report of a fault needs to know of the machine and the session: lines for a person, without
   /// secrets. Starts nothing. Instead of everything else but `platform` and `leave`.

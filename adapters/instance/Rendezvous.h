@@ -49,6 +49,10 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// Keeps the lock for the program that this process is about to become by exec.
   void passOn() const;
 
+  /// Runs the loop until the client that runs has chosen the row of its menu with that action. Returns why it
+  /// did not, in one line; absent when it did. One that says nothing is waited for until `patience` is over.
+  std::optional<std::string> ask(const std::string& action, Seconds patience = Seconds{2.0});
+
   /// The process of the client that runs; absent when there is none.
   std::optional<pid_t> runningClient() const;
 

@@ -345,6 +345,37 @@ TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
   EXPECT_EQ(first->shown.size(), 1U);
 }
 
+TEST_F(RendezvousTest, AsksTheClientForAnActionAndSaysWhatItSays) {
+  const auto first = client();
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client has not started yet");
+  Tokens performed;
+  first->rendezvous.onPerform([&](const std::string& action) -> std::optional<std::string> {
+    performed.push_back(action);
+    if (action == "quit") return std::nullopt;
+    return "unknown action: " + action;
+  });
+  EXPECT_EQ(start()->rendezvous.ask("quit"), std::nullopt);
+  EXPECT_EQ(start()->rendezvous.ask("fly away"), "unknown action: fly away");
+  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"), "an action is one word");
+  EXPECT_EQ(performed, (Tokens{"quit", "fly away"}));
+}
+
+TEST_F(RendezvousTest, SaysWhyNoClientTakesAnAction) {
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "no client runs");
+  {
+    const auto hanging = hangingClient();
+    EXPECT_EQ(start()->rendezvous.ask("quit", moment), "the client that runs does not answer");
+    hanging->rendezvous.announceEnd();
+    EXPECT_EQ(start()->rendezvous.ask("quit"), "the client is about to end");
+  }
+  const FileDescriptor listener = instanceSocket(place, "socket", &::bind);
+  ASSERT_EQ(listen(listener.get(), 1), 0);
+  const EventSource leaving = loop.onDescriptor(listener.get(), EPOLLIN, [&listener] {
+    FileDescriptor(accept(listener.get(), nullptr, nullptr)).reset();
+  });
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client that runs does not answer");
+}
+
 struct InstanceFoldersTest : ::testing::Test {
   ScratchFolder folder;
   const std::string runtimes = folder.file("user"), own = runtimes + "/" + std::to_string(geteuid());

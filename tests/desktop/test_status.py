@@ -89,7 +89,7 @@ class WithoutAClient(StatusTest):
 
     def test_what_does_not_go_together(self):
         for options in (["--json"], ["--follow"], ["--waybar"], ["--status", "--terminal"], ["--status", "--background"],
-                        ["--status", "--diagnose"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
+                        ["--status", "--diagnose"], ["--status", "--perform", "quit"], ["--perform"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
             with self.subTest(options=options):
                 status, output, errors = self.session.run(*options)
                 self.assertEqual((status, output), (2, ""))
@@ -153,6 +153,28 @@ class WithAClient(StatusTest):
         self.client.type("R")
         self.client.checked()
         self.assertEqual(self.json()[1]["source"], "client")
+
+
+class Performing(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+
+    def test_the_client_does_it_or_says_why_not(self):
+        self.session.prefer('{"autoConnectEnabled": false}')
+        client = self.session.terminal()
+        client.next_menu()
+        self.assertEqual(self.session.run("--perform", "showChatGPTRemoteGuide"), (0, "ok\n", ""))
+        client.next_window()
+        self.assertEqual(self.session.run("--perform", "stopConnection"),
+                         (1, "", "KestruneMenuClient: no enabled row of the menu does this: stopConnection\n"))
+        self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
+        self.assertEqual(client.process.wait(), 0)
+
+    def test_without_a_client_only_the_list_can_be_had(self):
+        status, output, errors = self.session.run("--perform", "help")
+        self.assertEqual((status, errors), (0, ""))
+        self.assertIn("\nshowSettings            連線與 Token 設定…\n", output)
+        self.assertEqual(self.session.run("--perform", "quit"), (1, "", "KestruneMenuClient: no client runs\n"))
 
 
 class Diagnosis(StatusTest):
