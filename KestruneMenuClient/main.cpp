@@ -1,5 +1,7 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,7 +15,7 @@ namespace {
 
 constexpr auto usage =
     "Usage: KestruneMenuClient [--terminal] [--background]\n"
-    "       KestruneMenuClient --status [--json | --waybar] [--follow]\n"
+    "       KestruneMenuClient --status [--json | --waybar] [--follow] [--exit-zero]\n"
     "       KestruneMenuClient --perform ACTION\n"
     "       KestruneMenuClient --diagnose\n"
     "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
@@ -25,6 +27,7 @@ constexpr auto usage =
     "  --json        with --status: as a line of JSON\n"
     "  --waybar      with --status: as a line for a custom module of Waybar\n"
     "  --follow      with --status: go on, with each change\n"
+    "  --exit-zero   with --status: exit with 0 whatever the lamp says, and with 1 when it cannot be told\n"
     "  --perform     have the client that runs do what a row of its menu does; \"help\" lists the actions.\n"
     "                The exit status is 0 when the client took it, 1 with the reason when it did not\n"
     "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
@@ -45,11 +48,13 @@ struct Request {
   std::optional<std::string> action;  ///< of a row of the client that runs
   std::optional<kestrune::StatusFormat> format;
   bool follow = false;
+  bool exitZero = false;
 
   /// Whether its options go together.
   bool isSound() const {
     const bool starts = start.face == kestrune::Face::terminal || start.background;
-    return status + diagnose + action.has_value() + starts <= 1 && (status || (!format && !follow));
+    return status + diagnose + action.has_value() + starts <= 1 &&
+           (status || (!format && !follow && !exitZero));
   }
 };
 
@@ -62,8 +67,13 @@ std::shared_ptr<kestrune::ApplicationDelegate> delegate;
   std::exit(usageError);
 }
 
+/// Says why it cannot. A reader that has left needs no word.
 bool print(const std::string& text) {
-  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+  if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
+  if (errno != EPIPE) {
+    std::fprintf(stderr, "KestruneMenuClient: cannot write to standard output: %s\n", std::strerror(errno));
+  }
+  return false;
 }
 
 [[noreturn]] void answer(const std::string& text) {
@@ -93,6 +103,8 @@ Request parse(int argumentCount, char** arguments) {
       setFormat(request, kestrune::StatusFormat::waybar);
     } else if (argument == "--follow") {
       request.follow = true;
+    } else if (argument == "--exit-zero") {
+      request.exitZero = true;
     } else if (argument == "--diagnose") {
       request.diagnose = true;
     } else if (argument == "--perform") {
@@ -114,7 +126,8 @@ Request parse(int argumentCount, char** arguments) {
 void tellStatus(const Request& request) {
   const auto command = std::make_shared<kestrune::StatusCommand>(
       host->platform(),
-      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow},
+      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow,
+                                       request.exitZero},
       // A reader that stalls must not keep a follower from being ended.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);

@@ -16,7 +16,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
  public:
   struct Options {
     StatusFormat format = StatusFormat::text;
-    bool follow = false;  ///< go on with each change instead of ending
+    bool follow = false;    ///< go on with each change instead of ending
+    bool exitZero = false;  ///< end with 0 whatever the lamp says
   };
 
   /// `print` writes a text at once, and returns false when nobody reads any more. `platform` outlives this.

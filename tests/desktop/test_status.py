@@ -44,9 +44,9 @@ class WithoutAClient(StatusTest):
     def test_it_is_checked(self):
         self.session.backend("refresh")
         status, said = self.json()
-        self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 1))
+        self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 2))
         self.assertEqual((said["project"], said["thread"], said["network"]),
-                         ("Kestrune Menu Client", "Tray menu and status lamp", "網路未連線"))
+                         ("Kestrune Menu Client", "Tray menu and status lamp", "none"))
         status, text = self.status()
         self.assertEqual((status, text.splitlines()[0]), (0, CONNECTED))
         self.assertTrue(text.endswith(NO_CLIENT))
@@ -88,7 +88,7 @@ class WithoutAClient(StatusTest):
         self.assertEqual(self.session.processes(), [])
 
     def test_what_does_not_go_together(self):
-        for options in (["--json"], ["--follow"], ["--waybar"], ["--status", "--terminal"], ["--status", "--background"],
+        for options in (["--json"], ["--follow"], ["--waybar"], ["--exit-zero"], ["--status", "--terminal"], ["--status", "--background"],
                         ["--status", "--diagnose"], ["--status", "--perform", "quit"], ["--perform"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
             with self.subTest(options=options):
                 status, output, errors = self.session.run(*options)
@@ -216,7 +216,10 @@ class Diagnosis(StatusTest):
     def test_output_that_cannot_be_written_is_a_failure(self):
         for option in ("--diagnose", "--status", "--help"):
             with open("/dev/full", "w", encoding="utf-8") as full:
-                self.assertEqual(self.session.start(option, stdout=full).status(), 1, option)
+                process = self.session.start(option, stdout=full)
+                self.assertEqual(process.status(), 1, option)
+                self.assertTrue(process.errors.all().endswith(
+                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), option)
 
     def test_with_a_client_and_its_session(self):
         bus = Bus(self.session)
