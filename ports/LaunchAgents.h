@@ -14,6 +14,9 @@ class LaunchAgents {
   /// The file of the agent `label`.
   virtual std::string path(const std::string& label) const = 0;
 
+  /// Whether something on this machine starts agents at login.
+  virtual bool areRead() const = 0;
+
   /// Whether the agent's file is there, and the user's desktop has not switched it off.
   virtual bool isRegistered(const std::string& label) const = 0;
 

@@ -66,9 +66,12 @@ class BusConnection {
   void add(BusClient& client);
   void remove(BusClient& client);
 
+  /// What a bus is whose socket is not there: a fault to be told, or usual where there is no desktop.
+  enum class Absence { fault, expected };
+
   /// Tries to connect, now and whenever the bus is lost. Without a bus it says so on standard error, and goes
   /// on trying now and then.
-  void connect();
+  void connect(Absence absence = Absence::fault);
 
   bool isConnected() const { return bus != nullptr; }
 
@@ -81,6 +84,7 @@ class BusConnection {
 
   EventLoop& loop;
   const BusKind kind;
+  Absence absence = Absence::fault;
   std::vector<BusClient*> clients;
   sd_bus* bus = nullptr;
   BusSlot disconnection;

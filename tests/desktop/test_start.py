@@ -9,7 +9,8 @@ import unittest
 from pathlib import Path
 
 from desktop import isolation
-from desktop.session import CHECKING, CONNECTED, DISABLED, NO_BUS, NO_SYSTEM_BUS, Session, running, wait_for_end
+from desktop.session import (CHECKING, CONNECTED, DISABLED, NO_BUS, NO_BUS_FOR_THE_TRAY, NO_SYSTEM_BUS, Session, running,
+                             wait_for_end)
 
 REPORTING = """
 echo "$1 asked" > "$HOME/events"
@@ -125,7 +126,7 @@ class Start(unittest.TestCase):
         self.assertEqual(self.session.events.next(), "status asked")
         client.complained("no session bus")
         self.assertEqual(client.end(), 0)
-        self.assertEqual(client.errors.all(), NO_BUS)
+        self.assertEqual(client.errors.all(), NO_BUS_FOR_THE_TRAY)
         self.assertEqual(client.output.all(), "")
 
     def test_the_tray_face_without_a_bus_stops_the_backend_at_its_end(self):
