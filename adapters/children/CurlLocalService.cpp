@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Diagnostics.h"
@@ -36,6 +37,13 @@ FileDescriptor fileInMemory(const std::string& text) {
   return file;
 }
 
+/// Seconds with three decimals: curl 8.14 misreads more.
+std::string withMilliseconds(Seconds limit) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f", limit.count());
+  return text;
+}
+
 }  // namespace
 
 std::optional<std::string> CurlLocalService::getProjects(const std::string& token) {
@@ -43,10 +51,10 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) return std::nullopt;
   // Neither the user's own settings nor a proxy have a say in this.
-  const auto launched = children.launch("curl",
-                                        {"-q", "--silent", "--max-time", std::to_string(limit.count()),
-                                         "--noproxy", "*", "--header", "@-", address},
-                                        header.get());
+  const auto launched = children.launch(
+      "curl",
+      {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
+      header.get());
   if (!launched) {
     // Launches are reserved while the client ends: that is no fault of curl.
     if (launched.reason() != describe(ECANCELED))

@@ -63,6 +63,16 @@ TEST_F(LocalServiceTest, TakesTheAnswerWhateverItsStatus) {
   }
 }
 
+TEST_F(LocalServiceTest, NamesItsLimitWithThreeDecimals) {
+  // curl 8.14 takes 0.200000 for 0.02 s.
+  const ScratchFolder programs;
+  std::ofstream(programs.file("curl")) << "#!/bin/sh\necho \"$@\"\n";
+  fs::permissions(programs.file("curl"), fs::perms::owner_all);
+  const ScopedVariable path("PATH", programs.file(""));
+  EXPECT_NE(ask("token", Seconds{0.2}).value_or("").find(" --max-time 0.200 "), std::string::npos);
+  EXPECT_NE(ask("token", Seconds{5}).value_or("").find(" --max-time 5.000 "), std::string::npos);
+}
+
 TEST_F(LocalServiceTest, FollowsNoRedirection) {
   answerWith(httpAnswer("elsewhere", "302 Found", "Location: http://127.0.0.1:8765/other\r\n"));
   EXPECT_EQ(ask(), "elsewhere");
