@@ -17,6 +17,7 @@
 #include "adapters/files/SystemFileManager.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ForkedProgram.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/RefusedCall.h"
 #include "tests/rig/ScratchFolder.h"
 
@@ -242,8 +243,9 @@ TEST_F(FileManager, TwoHundredReadersSeeTheOldFileOrTheNewOne) {
 }
 
 TEST_F(FileManager, LeavesTheOldFileWhenTheDiskIsFull) {
+  requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    const int alone = CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER);
+    const int alone = CLONE_NEWNS | (needsUserNamespace() ? CLONE_NEWUSER : 0);
     const std::string disk = folder.file(".");
     if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/rig/BusText.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/RealProgram.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"
@@ -91,8 +92,9 @@ class RealLogin {
         "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/logind.conf.d &&"
         " printf '[Login]\\nNAutoVTs=0\\nReserveVT=0\\n' >/run/systemd/logind.conf.d/test.conf &&"
         " exec setpriv --pdeathsig KILL env SYSTEMD_LOG_TARGET=console /lib/systemd/systemd-logind";
+    requireNamespaces("--mount");
     std::vector<std::string> words{"unshare", "--mount"};
-    if (geteuid() != 0) words.insert(words.end(), {"--user", "--map-root-user"});
+    if (needsUserNamespace()) words.insert(words.end(), {"--user", "--map-root-user"});
     words.insert(words.end(), {"--", "sh", "-c", script});
     return words;
   }
