@@ -245,10 +245,8 @@ TEST_F(FileManager, TwoHundredReadersSeeTheOldFileOrTheNewOne) {
 TEST_F(FileManager, LeavesTheOldFileWhenTheDiskIsFull) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    const int alone = CLONE_NEWNS | (needsUserNamespace() ? CLONE_NEWUSER : 0);
     const std::string disk = folder.file(".");
-    if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
+    if (!enterMountNamespace() || mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
       return say("no disk");
     }
     const auto said = [](const Result<>& result) { return result ? "saved" : result.reason(); };

@@ -224,10 +224,8 @@ TEST_F(RendezvousTest, GoesOnWhereThereCanBeNoFolder) {
 TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    const int alone = CLONE_NEWNS | (needsUserNamespace() ? CLONE_NEWUSER : 0);
     // Room for the folder of the client and its lock.
-    if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
+    if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
     EventLoop own;
