@@ -1,7 +1,5 @@
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -67,12 +65,10 @@ std::shared_ptr<kestrune::ApplicationDelegate> delegate;
   std::exit(usageError);
 }
 
-/// Says why it cannot. A reader that has left needs no word.
+/// Says why it cannot.
 bool print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
-  if (errno != EPIPE) {
-    std::fprintf(stderr, "KestruneMenuClient: cannot write to standard output: %s\n", std::strerror(errno));
-  }
+  std::perror("KestruneMenuClient: cannot write to standard output");
   return false;
 }
 
