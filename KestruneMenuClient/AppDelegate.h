@@ -100,6 +100,8 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
+  /// The actions that `performRequest` takes: one line each, with the texts of the rows.
+  static std::string describeActions();
   /// Performs the action of an enabled menu row for another program. Returns the reason of a failure, in
   /// English; absent on success.
   std::optional<std::string> performRequest(const std::string& action);

@@ -77,7 +77,8 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   line("Automatic connection: " + onOff(self.isAutoConnectEnabled()));
   line("Keep awake: " + onOff(self.isKeepAwakeEnabled()));
   line(std::string("Mode: ") + self.preferences.connectionMode());
-  line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath());
+  line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath() +
+       (platform.launchAgents.areRead() ? "" : ", which nothing reads: there is no desktop"));
   return text;
 }
 

@@ -23,6 +23,7 @@ constexpr int lastRow = 29;
 constexpr int firstStatusRow = 2;
 constexpr int lastStatusRow = 11;
 constexpr int notInTheMenu = 0;
+constexpr std::size_t actionWidth = 22;  // of the longest name
 
 constexpr bool isStatusRow(int number) {
   return number >= firstStatusRow && number <= lastStatusRow;
@@ -96,6 +97,24 @@ void AppDelegate::performAction(std::string_view action) {
       std::find_if(std::begin(menuRows), std::end(menuRows),
                    [action](const MenuRow& each) { return each.run != nullptr && each.action == action; });
   if (row != std::end(menuRows)) (this->*row->run)();
+}
+
+std::string AppDelegate::describeActions() {
+  std::string lines;
+  std::string_view described;
+  for (const MenuRow& row : menuRows) {
+    if (row.run == nullptr || row.number == notInTheMenu) continue;
+    if (row.action == described) {  // two texts of one row
+      lines.pop_back();
+      lines += std::string(" / ") + row.title + "\n";
+      continue;
+    }
+    described = row.action;
+    std::string name(described);
+    name.resize(std::max(name.size(), actionWidth), ' ');
+    lines += name + "  " + row.title + "\n";
+  }
+  return lines;
 }
 
 std::optional<std::string> AppDelegate::performRequest(const std::string& action) {

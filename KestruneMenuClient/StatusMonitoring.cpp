@@ -96,7 +96,7 @@ void AppDelegate::show(const LiveSession& session) {
 StatusSnapshot AppDelegate::snapshot(const std::string& statusText, ConnectionLampState state) const {
   return {.lamp = state,
           .status = statusText,
-          .connectionMode = connectionModeLabel(),
+          .officialMode = isOfficialConnectionMode(),
           .codexVersion = codexVersionSummary,
           .codexRemoteControl = codexRemoteControlSummary,
           .codexApp = codexAppSummary,

@@ -121,6 +121,10 @@ void AppDelegate::toggleLaunchAtLogin() {
     content =
         was ? "之後重開 Mac，Kestrune 菜單欄不會自動載入。" : "之後重開 Mac，Kestrune 菜單欄會自動載入。";
   }
+  if (!was && result.ok && !platform.launchAgents.areRead()) {
+    showNotification("Kestrune 不會在登入時啟動",
+                     "這台電腦沒有安裝桌面環境，登入時沒有程式會讀取這個自動啟動項目。");
+  }
   showResultWindow(was ? "已關閉開機自動啟動" : "已開啟開機自動啟動", prettifyOutput(content), !result.ok);
 }
 

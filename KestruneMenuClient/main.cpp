@@ -13,7 +13,8 @@ namespace {
 
 constexpr auto usage =
     "Usage: KestruneMenuClient [--terminal] [--background]\n"
-    "       KestruneMenuClient --status [--json | --waybar] [--follow]\n"
+    "       KestruneMenuClient --status [--json | --waybar] [--follow] [--exit-zero]\n"
+    "       KestruneMenuClient --perform ACTION\n"
     "       KestruneMenuClient --diagnose\n"
     "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
     "\n"
@@ -24,6 +25,9 @@ constexpr auto usage =
     "  --json        with --status: as a line of JSON\n"
     "  --waybar      with --status: as a line for a custom module of Waybar\n"
     "  --follow      with --status: go on, with each change\n"
+    "  --exit-zero   with --status: exit with 0 whatever the lamp says, and with 1 when it cannot be told\n"
+    "  --perform     have the client that runs do what a row of its menu does; \"help\" lists the actions.\n"
+    "                The exit status is 0 when the client took it, 1 with the reason when it did not\n"
     "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
     "  --help        show this and exit\n"
     "  --version     show the version and exit\n"
@@ -39,13 +43,16 @@ struct Request {
   kestrune::StartOptions start;
   bool status = false;
   bool diagnose = false;
+  std::optional<std::string> action;  ///< of a row of the client that runs
   std::optional<kestrune::StatusFormat> format;
   bool follow = false;
+  bool exitZero = false;
 
   /// Whether the options can be combined.
   bool isSound() const {
     const bool starts = start.face == kestrune::Face::terminal || start.background;
-    return status + diagnose + starts <= 1 && (status || (!format && !follow));
+    return status + diagnose + action.has_value() + starts <= 1 &&
+           (status || (!format && !follow && !exitZero));
   }
 };
 
@@ -58,8 +65,11 @@ std::shared_ptr<kestrune::ApplicationDelegate> delegate;
   std::exit(usageError);
 }
 
+/// Says why it cannot.
 bool print(const std::string& text) {
-  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+  if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
+  std::perror("KestruneMenuClient: cannot write to standard output");
+  return false;
 }
 
 [[noreturn]] void answer(const std::string& text) {
@@ -89,8 +99,14 @@ Request parse(int argumentCount, char** arguments) {
       setFormat(request, kestrune::StatusFormat::waybar);
     } else if (argument == "--follow") {
       request.follow = true;
+    } else if (argument == "--exit-zero") {
+      request.exitZero = true;
     } else if (argument == "--diagnose") {
       request.diagnose = true;
+    } else if (argument == "--perform") {
+      if (request.action) refuse("--perform takes one action");
+      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists them");
+      request.action = arguments[i];
     } else if (argument == "--help" || argument == "-h") {
       answer(usage);
     } else if (argument == "--version") {
@@ -106,7 +122,8 @@ Request parse(int argumentCount, char** arguments) {
 void tellStatus(const Request& request) {
   const auto command = std::make_shared<kestrune::StatusCommand>(
       host->platform(),
-      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow},
+      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow,
+                                       request.exitZero},
       // With --follow, a stalled reader must not block the end of this process.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
@@ -115,6 +132,14 @@ void tellStatus(const Request& request) {
   host->endWithOutput();
   host->platform().application->run(*command);
   host->leave(command->exitCode());
+}
+
+void perform(const std::string& action) {
+  if (action == "help") answer(kestrune::AppDelegate::describeActions());
+  host = kestrune::makeHost({});
+  const auto refusal = host->perform(action);
+  if (refusal) std::fprintf(stderr, "KestruneMenuClient: %s\n", refusal->c_str());
+  host->leave(!refusal && print("ok\n") ? 0 : failure);
 }
 
 void runClient() {
@@ -134,6 +159,7 @@ void diagnose() {
 
 int main(int argumentCount, char** arguments) {
   const Request request = parse(argumentCount, arguments);
+  if (request.action) perform(*request.action);
   host = kestrune::makeHost(request.start);
   if (request.status) {
     tellStatus(request);

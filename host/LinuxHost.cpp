@@ -117,7 +117,7 @@ class LinuxHost final : public Host {
                    [this](const std::string& activationToken) { show(activationToken); }),
         images(folders.data),
         preferences(folders.config + folderName + "/preferences.json"),
-        agents(folders.config + "/autostart", bundle),
+        agents(folders.config + "/autostart", bundle, folders.data),
         notifications(bus, loop, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
@@ -175,13 +175,15 @@ class LinuxHost final : public Host {
 
   bool becomeOnlyInstance() override {
     if (!rendezvous.claim(claim)) return false;
-    bus.connect();
+    bus.connect(terminal ? SessionBus::Absence::expected : SessionBus::Absence::fault);
     systemBus.connect();
     if (tray) advice.emplace(bus, loop, notifications);
     return true;
   }
 
   Platform& platform() override { return *parts; }
+
+  std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
     return describeClient(loop, rendezvous) +

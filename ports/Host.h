@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,10 @@ class Host {
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;
+
+  /// Makes the running client perform the action of a menu row, and waits until it has. Returns why it did
+  /// not, in one line; absent on success. Call only `leave` besides it.
+  virtual std::optional<std::string> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report: lines of text, without secrets. Starts no
   /// service. Call only `platform` and `leave` besides it.

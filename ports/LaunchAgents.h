@@ -14,6 +14,9 @@ class LaunchAgents {
   /// The file of the agent `label`.
   virtual std::string path(const std::string& label) const = 0;
 
+  /// Whether a desktop on this machine starts agents at login.
+  virtual bool areRead() const = 0;
+
   /// Whether the agent's file exists and is not switched off in the desktop's settings.
   virtual bool isRegistered(const std::string& label) const = 0;
 

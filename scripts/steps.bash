@@ -17,7 +17,7 @@ benchmark_packages=(libbenchmark-dev libxcb1-dev dbus-daemon xvfb util-linux ipr
 sanitizer_packages=(clang libclang-rt-14-dev)
 
 log=$(mktemp)
-trap 'rm -f -- "$log"' EXIT
+trap 'kill $(jobs -p) 2>/dev/null || true; rm -f -- "$log"' EXIT
 
 # fail MESSAGE...: prints the messages on standard error and exits with status 1.
 fail() {
@@ -49,36 +49,55 @@ step() {
     printf ' done\n'
 }
 
+# asks_no_password: whether sudo does what it is told here without a question.
+asks_no_password() { sudo --non-interactive true 2>/dev/null; }
+
 as_root() {
-    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo --non-interactive "$@" 2>/dev/null || sudo "$@"; fi
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif asks_no_password; then
+        sudo --non-interactive "$@"
+    else
+        sudo "$@"
+    fi
 }
 
 # install_missing PACKAGE...: installs the packages that are not installed yet.
 install_missing() {
-    local missing=() package
+    local missing=() package command
     for package; do
         [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
+    command="apt-get install --no-install-recommends ${missing[*]}"
     if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || fail "These packages are missing and there is no sudo. Install them as root: ${missing[*]}"
-        sudo --validate || fail "These packages are missing and sudo failed. Install them as root: ${missing[*]}"
+        command -v sudo >/dev/null || fail "Packages are missing, and there is no sudo. As root: $command"
+        if ! asks_no_password; then
+            [ -t 0 ] || fail "Packages are missing, and without a terminal sudo cannot ask for a password. As root: $command"
+            echo "These packages are missing, and sudo may ask for your password to install them: ${missing[*]}"
+            sudo --validate || fail "Packages are missing, and sudo is refused. As root: $command"
+        fi
     fi
-    step "Updating the package lists" as_root apt-get -q update
-    step "Installing ${missing[*]}" as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get -q -y --no-install-recommends install "${missing[@]}"
+    (step "Updating the package lists" as_root apt-get -q update &&
+        step "Installing ${missing[*]}" as_root env DEBIAN_FRONTEND=noninteractive \
+            apt-get -q -y --no-install-recommends install "${missing[@]}") ||
+        fail "The packages could not be installed, for the reason above. Once there is a network, as root: $command"
 }
 
 # install_missing_fonts: installs a Chinese font and a colour emoji font, unless the system has one.
 install_missing_fonts() {
     local missing=()
-    [ -n "$(fc-list :lang=zh-tw)" ] || missing+=(fonts-noto-cjk)
-    [ -n "$(fc-list :charset=1f7e2:color=true)" ] || missing+=(fonts-noto-color-emoji)
+    has_font :lang=zh-tw || missing+=(fonts-noto-cjk)
+    has_font :charset=1f7e2:color=true || missing+=(fonts-noto-color-emoji)
     install_missing "${missing[@]}"
 }
 
+has_font() { [ -n "$(fc-list "$1" 2>/dev/null)" ]; }
+
 # build PRESET: configures if necessary, and builds.
 build() {
+    mkdir -p -- "build/$1" 2>/dev/null && [ -w "build/$1" ] ||
+        fail "Nothing can be built in $PWD, which you may not write to: copy it to where you may, and start it there."
     [ -f "build/$1/build.ninja" ] || step "Configuring ($1)" cmake --preset "$1"
     step "Building ($1)" cmake --build --preset "$1"
 }

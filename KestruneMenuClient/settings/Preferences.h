@@ -25,15 +25,15 @@ class Preferences {
   void setAutoConnectEnabled(bool enabled) { store.setBool(DefaultsKey::autoConnectEnabled, enabled); }
   void setKeepAwakeEnabled(bool enabled) { store.setBool(DefaultsKey::keepAwakeEnabled, enabled); }
   void setOfficialConnectionMode(bool official) {
-    store.setString(DefaultsKey::connectionMode, official ? officialMode : selfHostedMode);
+    store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
   /// The mode's name in the store. It never changes.
-  const char* connectionMode() const { return isOfficialConnectionMode() ? officialMode : selfHostedMode; }
+  const char* connectionMode() const { return nameOfMode(isOfficialConnectionMode()); }
+  static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// The mode as the menu shows it.
-  std::string connectionModeLabel() const {
-    return isOfficialConnectionMode() ? "官方 ChatGPT" : "Kestrune 自托管";
-  }
+  std::string connectionModeLabel() const { return labelOfMode(isOfficialConnectionMode()); }
+  static const char* labelOfMode(bool official) { return official ? "官方 ChatGPT" : "Kestrune 自托管"; }
 
  private:
   struct DefaultsKey {

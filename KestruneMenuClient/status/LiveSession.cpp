@@ -79,6 +79,16 @@ std::string withoutLoneSurrogates(std::string_view answer) {
 const LiveSession LiveSession::disabled{"未同步", "尚未啟動"};
 const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
 
+bool LiveSession::hasProject() const {
+  return !projectTitle.empty() && projectTitle != LiveSession().projectTitle &&
+         projectTitle != disabled.projectTitle && projectTitle != notConfigured.projectTitle;
+}
+
+bool LiveSession::hasThread() const {
+  return !threadName.empty() && threadName != LiveSession().threadName && threadName != disabled.threadName &&
+         threadName != notConfigured.threadName;
+}
+
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;

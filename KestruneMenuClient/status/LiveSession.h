@@ -14,6 +14,10 @@ struct LiveSession {
   static const LiveSession disabled;       ///< with auto-connect off
   static const LiveSession notConfigured;  ///< without a token for the local service
 
+  /// Whether they are known, and no placeholders.
+  bool hasProject() const;
+  bool hasThread() const;
+
   bool operator==(const LiveSession&) const = default;
 };
 

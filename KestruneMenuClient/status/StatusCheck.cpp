@@ -36,7 +36,7 @@ void StatusCheck::run(const Completion& completion) {
 }
 
 void StatusCheck::askBackend(const Completion& completion) {
-  found.connectionMode = preferences.connectionModeLabel();
+  found.officialMode = preferences.isOfficialConnectionMode();
   found.autoConnect = preferences.isAutoConnectEnabled();
   if (!found.autoConnect) {
     found.lamp = ConnectionLampState::warning;

@@ -92,7 +92,7 @@ void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
 }
 
 void StatusCommand::show(const StatusSnapshot& snapshot, bool fromClient) {
-  code = statusExitCode(snapshot.lamp);
+  code = options.exitZero ? 0 : statusExitCode(snapshot.lamp);
   const std::string text = formatted(snapshot, options.format, fromClient);
   if (text == shown) return;
   const bool apart = options.format == StatusFormat::text && !shown.empty();

@@ -16,7 +16,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
  public:
   struct Options {
     StatusFormat format = StatusFormat::text;
-    bool follow = false;  ///< print each change instead of exiting
+    bool follow = false;    ///< print each change instead of exiting
+    bool exitZero = false;  ///< exit with 0 whatever the lamp is
   };
 
   /// `print` writes a text at once, and returns false when the reader has closed the output. `platform`

@@ -12,6 +12,8 @@ namespace {
 constexpr std::size_t detailLimit = 44;  // characters
 constexpr std::string_view okMarker = "[OK]";
 constexpr std::string_view failMarker = "[FAIL]";
+constexpr std::string_view okWord = "OK";
+constexpr std::string_view needsCheckWord = "需檢查";
 
 bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
@@ -48,13 +50,24 @@ std::string codexRow(const CodexItem& item, const CodexFinding& finding) {
   const std::string prefix(item.rowPrefix);
   switch (finding.verdict) {
     case CodexVerdict::ok:
-      return prefix + "OK " + finding.detail;
+      return prefix + std::string(okWord) + " " + finding.detail;
     case CodexVerdict::needsCheck:
-      return prefix + "需檢查 " + finding.detail;
+      return prefix + std::string(needsCheckWord) + " " + finding.detail;
     case CodexVerdict::unknown:
       break;
   }
   return prefix + "尚未檢查";
+}
+
+CodexFinding codexFindingOfRow(const CodexItem& item, std::string_view row) {
+  if (!row.starts_with(item.rowPrefix)) return {};
+  row.remove_prefix(item.rowPrefix.size());
+  const auto detailAfterWord = [row](std::string_view word) {
+    return std::string(trimmed(row.substr(word.size())));
+  };
+  if (row.starts_with(okWord)) return {CodexVerdict::ok, detailAfterWord(okWord)};
+  if (row.starts_with(needsCheckWord)) return {CodexVerdict::needsCheck, detailAfterWord(needsCheckWord)};
+  return {};
 }
 
 StatusReport::StatusReport(bool givenOk, std::string_view output)

@@ -36,6 +36,9 @@ inline constexpr std::array<CodexItem, 4> codexItems{{{"Codex CLI", "Codex："},
 /// The menu row for `item`, such as "Codex：OK 0.46.0".
 std::string codexRow(const CodexItem& item, const CodexFinding& finding);
 
+/// The finding that such a row tells; unknown for any other text.
+CodexFinding codexFindingOfRow(const CodexItem& item, std::string_view row);
+
 using CodexFindings = std::array<CodexFinding, codexItems.size()>;
 
 /// A parsed report. `ok`: the command exited with status 0 before the timeout.

@@ -6,6 +6,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "KestruneMenuClient/settings/Preferences.h"
+#include "KestruneMenuClient/status/PathDescription.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -14,7 +16,7 @@ using Json = nlohmann::json;
 
 namespace {
 
-constexpr int schema = 1;
+constexpr int schema = 2;
 constexpr auto timeFormat = "%Y-%m-%dT%H:%M:%SZ";
 constexpr auto noClientAnswers = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。";
 
@@ -50,18 +52,24 @@ std::optional<std::int64_t> parsedTime(const std::string& text) {
   return ((days * 24 + hour) * 60 + minute) * 60 + second;
 }
 
-/// The members that are texts, with their names in JSON.
+/// The members that hold a row's text, with their names in JSON.
 struct TextMember {
   const char* name;
   std::string StatusSnapshot::*text;
 };
-constexpr TextMember textMembers[] = {
-    {"status", &StatusSnapshot::status},
-    {"connection_mode", &StatusSnapshot::connectionMode},
+/// In the order of `codexItems`.
+constexpr TextMember codexMembers[] = {
     {"codex_cli", &StatusSnapshot::codexVersion},
     {"codex_remote_control", &StatusSnapshot::codexRemoteControl},
     {"codex_app", &StatusSnapshot::codexApp},
     {"chatgpt_remote", &StatusSnapshot::chatGPTRemote},
+};
+constexpr TextMember textMembers[] = {
+    {"status", &StatusSnapshot::status},
+    codexMembers[0],
+    codexMembers[1],
+    codexMembers[2],
+    codexMembers[3],
     {"project", &StatusSnapshot::project},
     {"thread", &StatusSnapshot::thread},
     {"network", &StatusSnapshot::network},
@@ -75,6 +83,14 @@ constexpr FlagMember flagMembers[] = {
     {"reconnecting", &StatusSnapshot::reconnecting},
     {"keeps_awake", &StatusSnapshot::keepsAwake},
 };
+
+constexpr auto modeMember = "connection_mode";
+constexpr auto rowsMember = "rows";
+constexpr const char* verdictNames[] = {"unknown", "ok", "needs_check"};
+
+Json textOrNull(bool isKnown, const std::string& text) {
+  return isKnown ? Json(displayRow(text)) : Json();
+}
 
 std::string asLine(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -99,8 +115,8 @@ std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromCl
 }  // namespace
 
 void StatusSnapshot::setCodex(const CodexFindings& findings) {
-  std::string* const rows[] = {&codexVersion, &codexRemoteControl, &codexApp, &chatGPTRemote};
-  for (std::size_t i = 0; i < codexItems.size(); ++i) *rows[i] = codexRow(codexItems[i], findings[i]);
+  for (std::size_t i = 0; i < codexItems.size(); ++i)
+    this->*codexMembers[i].text = codexRow(codexItems[i], findings[i]);
 }
 
 void StatusSnapshot::setSession(const LiveSession& session) {
@@ -111,7 +127,7 @@ void StatusSnapshot::setSession(const LiveSession& session) {
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
   return {
       std::string(menuIcon(snapshot.lamp)) + " 連線狀態：" + snapshot.status,
-      "連接模式：" + snapshot.connectionMode,
+      std::string("連接模式：") + Preferences::labelOfMode(snapshot.officialMode),
       snapshot.codexVersion,
       snapshot.codexRemoteControl,
       snapshot.codexApp,
@@ -127,9 +143,22 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
   Json value{{"schema", schema},
              {"source", fromClient ? "client" : "check"},
              {"lamp", namesOf(snapshot.lamp).name},
-             {"checked_at", nullptr}};
+             {"checked_at", nullptr},
+             {modeMember, Preferences::nameOfMode(snapshot.officialMode)},
+             {"network", nullptr}};
   if (snapshot.checkedAt) value["checked_at"] = formatted(*snapshot.checkedAt, timeFormat, false);
-  for (const auto& [name, text] : textMembers) value[name] = displayRow(snapshot.*text);
+  if (const char* const network = pathName(snapshot.network)) value["network"] = network;
+  for (std::size_t i = 0; i < codexItems.size(); ++i) {
+    const CodexFinding finding = codexFindingOfRow(codexItems[i], displayRow(snapshot.*codexMembers[i].text));
+    value[codexMembers[i].name] = verdictNames[static_cast<std::size_t>(finding.verdict)];
+    value[std::string(codexMembers[i].name) + "_detail"] = finding.detail;
+  }
+  const LiveSession session{snapshot.project, snapshot.thread};
+  value["project"] = textOrNull(session.hasProject(), snapshot.project);
+  value["thread"] = textOrNull(session.hasThread(), snapshot.thread);
+  Json& rows = value[rowsMember];
+  rows[modeMember] = Preferences::labelOfMode(snapshot.officialMode);
+  for (const auto& [name, text] : textMembers) rows[name] = displayRow(snapshot.*text);
   for (const auto& [name, flag] : flagMembers) value[name] = snapshot.*flag;
   return asLine(value);
 }
@@ -144,7 +173,10 @@ std::optional<StatusSnapshot> parseStatusJson(std::string_view line) {
     while (at < lampNames.size() && lampNames[at].name != lamp) ++at;
     if (at == lampNames.size()) return std::nullopt;
     snapshot.lamp = static_cast<ConnectionLampState>(at);
-    for (const auto& [name, text] : textMembers) value.at(name).get_to(snapshot.*text);
+    const Json& mode = value.at(modeMember);
+    snapshot.officialMode = mode == Preferences::nameOfMode(true);
+    if (!snapshot.officialMode && mode != Preferences::nameOfMode(false)) return std::nullopt;
+    for (const auto& [name, text] : textMembers) value.at(rowsMember).at(name).get_to(snapshot.*text);
     for (const auto& [name, flag] : flagMembers) value.at(name).get_to(snapshot.*flag);
     if (const Json& time = value.at("checked_at"); !time.is_null()) {
       snapshot.checkedAt = parsedTime(time.get<std::string>());

@@ -19,7 +19,7 @@ inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};
-  std::string connectionMode{};
+  bool officialMode = false;
   std::string codexVersion{};
   std::string codexRemoteControl{};
   std::string codexApp{};

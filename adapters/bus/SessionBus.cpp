@@ -1,6 +1,7 @@
 #include "adapters/bus/SessionBus.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -12,6 +13,7 @@ namespace {
 
 constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
+constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
 constexpr auto localPath = "/org/freedesktop/DBus/Local";
 constexpr auto localInterface = "org.freedesktop.DBus.Local";
 
@@ -46,7 +48,8 @@ void BusConnection::remove(BusClient& client) {
   std::erase(clients, &client);
 }
 
-void BusConnection::connect() {
+void BusConnection::connect(Absence givenAbsence) {
+  absence = givenAbsence;
   tryToConnect();
   if (bus == nullptr) connectLater();
 }
@@ -62,8 +65,12 @@ void BusConnection::tryToConnect() {
   if (result < 0) {
     if (bus != nullptr) sd_bus_detach_event(bus);
     bus = sd_bus_close_unref(bus);
-    reportOnce(std::string(kind == BusKind::session ? "no session bus (" : "no system bus (") +
-               std::strerror(-result) + "): going on without it");
+    // Without an address there is no medium.
+    const bool isMissing = result == -ENOENT || result == -ENOMEDIUM;
+    if (isMissing && absence == Absence::expected) return;
+    const bool isSession = kind == BusKind::session;
+    reportOnce(std::string(isSession ? "no session bus (" : "no system bus (") + std::strerror(-result) +
+               "): going on without it" + (isMissing && isSession ? withoutDesktop : ""));
     return;
   }
   disconnection.reset(slot);

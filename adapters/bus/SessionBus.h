@@ -65,9 +65,12 @@ class BusConnection {
   void add(BusClient& client);
   void remove(BusClient& client);
 
-  /// Connects now, and again whenever the bus is lost. Without a bus, reports that on standard error once and
-  /// retries after 0.1 s, then up to every 30 s.
-  void connect();
+  /// Whether a missing socket of the bus is an error, or usual because there is no desktop.
+  enum class Absence { fault, expected };
+
+  /// Connects now, and again whenever the bus is lost. Without a bus, reports that on standard error once,
+  /// unless that is expected, and retries after 0.1 s, then up to every 30 s.
+  void connect(Absence absence = Absence::fault);
 
   bool isConnected() const { return bus != nullptr; }
 
@@ -80,6 +83,7 @@ class BusConnection {
 
   EventLoop& loop;
   const BusKind kind;
+  Absence absence = Absence::fault;
   std::vector<BusClient*> clients;
   sd_bus* bus = nullptr;
   BusSlot disconnection;

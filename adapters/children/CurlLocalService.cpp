@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Diagnostics.h"
@@ -36,6 +37,13 @@ FileDescriptor fileInMemory(const std::string& text) {
   return file;
 }
 
+/// Seconds with three decimals: curl 8.14 misreads more.
+std::string withMilliseconds(Seconds limit) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f", limit.count());
+  return text;
+}
+
 }  // namespace
 
 std::optional<std::string> CurlLocalService::getProjects(const std::string& token) {
@@ -43,10 +51,10 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) return std::nullopt;
   // -q ignores the user's .curlrc, --noproxy every proxy.
-  const auto launched = children.launch("curl",
-                                        {"-q", "--silent", "--max-time", std::to_string(limit.count()),
-                                         "--noproxy", "*", "--header", "@-", address},
-                                        header.get());
+  const auto launched = children.launch(
+      "curl",
+      {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
+      header.get());
   if (!launched) {
     // ECANCELED only means that the client is ending and has reserved all launches.
     if (launched.reason() != describe(ECANCELED))

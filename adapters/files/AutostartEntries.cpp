@@ -5,7 +5,6 @@
 #include <map>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "adapters/files/Files.h"
 #include "adapters/system/Diagnostics.h"
@@ -129,8 +128,17 @@ bool isInBuildFolder(const fs::path& program) {
 
 }  // namespace
 
-AutostartEntries::AutostartEntries(std::string givenFolder, const MainBundle& givenBundle)
-    : folder(std::move(givenFolder)), bundle(givenBundle) {}
+AutostartEntries::AutostartEntries(std::string givenFolder, const MainBundle& givenBundle,
+                                   std::vector<std::string> givenDataFolders)
+    : folder(std::move(givenFolder)), bundle(givenBundle), dataFolders(std::move(givenDataFolders)) {}
+
+bool AutostartEntries::areRead() const {
+  std::error_code failure;
+  return !bundle.environmentVariable("XDG_CURRENT_DESKTOP").value_or("").empty() ||
+         std::any_of(dataFolders.begin(), dataFolders.end(), [&failure](const std::string& each) {
+           return fs::exists(each + "/xsessions", failure) || fs::exists(each + "/wayland-sessions", failure);
+         });
+}
 
 std::string AutostartEntries::path(const std::string& label) const {
   return folder + "/" + label + ".desktop";

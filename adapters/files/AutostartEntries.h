@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ports/LaunchAgents.h"
 #include "ports/MainBundle.h"
@@ -12,10 +13,13 @@ namespace kestrune {
 /// has switched off, by Hidden or X-GNOME-Autostart-enabled, counts as missing.
 class AutostartEntries final : public LaunchAgents {
  public:
-  /// `folder` is the user's autostart folder; `bundle` is the running program.
-  AutostartEntries(std::string folder, const MainBundle& bundle);
+  /// `folder` is the user's autostart folder; `bundle` is the running program; `dataFolders` are those in
+  /// which desktops are installed.
+  AutostartEntries(std::string folder, const MainBundle& bundle, std::vector<std::string> dataFolders = {});
 
   std::string path(const std::string& label) const override;
+  /// Whether this is the session of a desktop, or one is installed.
+  bool areRead() const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
@@ -29,6 +33,7 @@ class AutostartEntries final : public LaunchAgents {
 
   const std::string folder;
   const MainBundle& bundle;
+  const std::vector<std::string> dataFolders;
 };
 
 }  // namespace kestrune

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "adapters/files/Files.h"
@@ -24,7 +25,8 @@ constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
 /// A starting client takes the lock before it listens; an ending one closes its socket just before the lock
 /// is released.
 constexpr Seconds lookInterval{0.02};
-constexpr std::size_t tokenLimit = 1024;  // bytes
+constexpr std::size_t wordLimit = 1024;  // bytes
+constexpr std::string_view refusal = "error ";
 
 FileDescriptor passedOnLock() {
   const char* const number = std::getenv(passedOnVariable);
@@ -41,9 +43,10 @@ bool isFileAt(const FileDescriptor& file, const std::string& path) {
          ours.st_ino == there.st_ino;
 }
 
-bool isLine(const std::string& token) {
-  return token.size() <= tokenLimit &&
-         std::none_of(token.begin(), token.end(), [](unsigned char each) { return each < ' '; });
+/// Whether a request can hold this.
+bool isLine(const std::string& word) {
+  return word.size() <= wordLimit &&
+         std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
 }
 
 }  // namespace
@@ -155,6 +158,29 @@ void Rendezvous::announceEnd() {
 void Rendezvous::passOn() const {
   if (!lock || fcntl(lock.get(), F_SETFD, 0) != 0) return;
   setenv(passedOnVariable, std::to_string(lock.get()).c_str(), 1);
+}
+
+std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds patience) {
+  if (!isLine(action)) return "an action is one word";
+  const FileDescriptor client = folders.connect(runningSocketName);
+  if (!client) return folders.connect(endingSocketName) ? "the client is about to end" : "no client runs";
+  const std::string request = "perform " + action + "\n";
+  send(client.get(), request.data(), request.size(), MSG_NOSIGNAL);
+  std::string answer;
+  bool isOver = false;
+  const EventSource deadline = loop.after(patience, [&isOver] { isOver = true; });
+  const EventSource input = loop.onDescriptor(client.get(), EPOLLIN, [&] {
+    char bytes[1024];
+    const ssize_t count = recv(client.get(), bytes, sizeof bytes, 0);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (count > 0) answer.append(bytes, static_cast<std::size_t>(count));
+    isOver = count <= 0 || answer.ends_with('\n');
+  });
+  loop.runUntil([&isOver] { return isOver; });
+  if (answer == "ok\n") return std::nullopt;
+  if (!answer.ends_with('\n')) return "the client that runs does not answer";
+  answer.pop_back();
+  return answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer;
 }
 
 std::optional<pid_t> Rendezvous::runningClient() const {

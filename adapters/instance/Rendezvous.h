@@ -49,6 +49,10 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// Keeps the lock open across the exec that follows.
   void passOn() const;
 
+  /// Asks the running client to perform the action of a menu row, and runs the loop until it has. Returns why
+  /// it did not, in one line; absent on success. Waits `patience` for an answer.
+  std::optional<std::string> ask(const std::string& action, Seconds patience = Seconds{2.0});
+
   /// The PID of the running client; absent when there is none.
   std::optional<pid_t> runningClient() const;
 

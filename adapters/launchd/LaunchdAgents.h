@@ -14,6 +14,7 @@ class LaunchdAgents final : public LaunchAgents {
   LaunchdAgents(std::string home, std::function<bool(const std::string&)> fileExists);
 
   std::string path(const std::string& label) const override;
+  bool areRead() const override { return true; }
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;

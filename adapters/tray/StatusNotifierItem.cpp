@@ -154,7 +154,9 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
     if (self.onRegistered) self.onRegistered();
   } else if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
              sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
-    reportOnce("no tray on this desktop: the icon appears as soon as there is one");
+    reportOnce(
+        "no tray on this desktop: the icon appears as soon as there is one; "
+        "where there is no desktop, use --terminal");
   } else {
     reportOnce(std::string("the tray did not take the icon: ") + failure->name);
   }

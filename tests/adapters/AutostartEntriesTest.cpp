@@ -262,5 +262,15 @@ TEST(LaunchdAgents, CountAsSoonAsTheyAreThere) {
   expectOnlyThatFileToCount(agents, [&] { files.insert(agents.path(label)); });
 }
 
+TEST_F(AutostartEntriesTest, AreReadWhereThereIsADesktop) {
+  const AutostartEntries entries(home.file("autostart"), bundle, {home.file("data"), home.file("usr")});
+  EXPECT_FALSE(entries.areRead());
+  fs::create_directories(home.file("usr/wayland-sessions"));
+  EXPECT_TRUE(entries.areRead());
+  EXPECT_FALSE(agents.areRead());
+  bundle.environment["XDG_CURRENT_DESKTOP"] = "XFCE";
+  EXPECT_TRUE(agents.areRead());
+}
+
 }  // namespace
 }  // namespace kestrune::testing

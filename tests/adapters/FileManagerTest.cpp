@@ -10,6 +10,7 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/RefusedCall.h"
 
 namespace kestrune::testing {

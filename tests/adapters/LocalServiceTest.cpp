@@ -164,5 +164,15 @@ TEST_F(LocalServiceTest, AsksNobodyOnceTheProcessIsAboutToEnd) {
   EXPECT_TRUE(server->requests().empty());
 }
 
+TEST_F(LocalServiceTest, NamesItsLimitWithThreeDecimals) {
+  // curl 8.14 takes 0.200000 for 0.02 s.
+  const ScratchFolder programs;
+  std::ofstream(programs.file("curl")) << "#!/bin/sh\necho \"$@\"\n";
+  fs::permissions(programs.file("curl"), fs::perms::owner_all);
+  const ScopedVariable path("PATH", programs.file(""));
+  EXPECT_NE(ask("token", Seconds{0.2}).value_or("").find(" --max-time 0.200 "), std::string::npos);
+  EXPECT_NE(ask("token", Seconds{5}).value_or("").find(" --max-time 5.000 "), std::string::npos);
+}
+
 }  // namespace
 }  // namespace kestrune::testing

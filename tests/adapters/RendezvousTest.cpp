@@ -13,6 +13,7 @@
 
 #include "tests/adapters/Instances.h"
 #include "tests/rig/InstanceProgram.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/StandardErrorText.h"
 
 namespace {
@@ -171,11 +172,10 @@ TEST_F(RendezvousTest, GoesOnWhereThereCanBeNoFolder) {
 }
 
 TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
+  requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    const int alone = CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER);
     // Room for the folder of the client and its lock.
-    if (unshare(alone) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
+    if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
     EventLoop own;
@@ -291,6 +291,29 @@ TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
   std::filesystem::create_directories(runtime);
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(first->shown.size(), 1U);
+}
+
+TEST_F(RendezvousTest, AsksTheClientForAnActionAndSaysWhatItSays) {
+  const auto first = client();
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client has not started yet");
+  Tokens performed;
+  first->rendezvous.onPerform([&](const std::string& action) -> std::optional<std::string> {
+    performed.push_back(action);
+    if (action == "quit") return std::nullopt;
+    return "unknown action: " + action;
+  });
+  EXPECT_EQ(start()->rendezvous.ask("quit"), std::nullopt);
+  EXPECT_EQ(start()->rendezvous.ask("fly away"), "unknown action: fly away");
+  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"), "an action is one word");
+  EXPECT_EQ(performed, (Tokens{"quit", "fly away"}));
+}
+
+TEST_F(RendezvousTest, SaysWhyNoClientTakesAnAction) {
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "no client runs");
+  const auto hanging = hangingClient();
+  EXPECT_EQ(start()->rendezvous.ask("quit", moment), "the client that runs does not answer");
+  hanging->rendezvous.announceEnd();
+  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client is about to end");
 }
 
 struct InstanceFoldersTest : ::testing::Test {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/adapters/Loops.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/RealProgram.h"
 
 namespace kestrune::testing {
@@ -191,12 +192,13 @@ TYPED_TEST(ClockContract, SleepsAtLeastAsLongAsAskedAndNotForNothing) {
 /// one for the other goes unnoticed. So the tests of whatever looks at a clock run once more where they are a
 /// year apart.
 TEST(FarClocks, AreNotMixedUp) {
+  requireNamespaces("--time --boottime 1 --fork");
   constexpr double year = 365 * 24 * 3600.0;
   const std::string tests = std::filesystem::read_symlink("/proc/self/exe");
   const std::string filter =
       "ClockContract*:TimerContract*:*MainQueue*:*QueueContract*:EventLoopAlone*:RealShell.Stops*";
   std::vector<std::string> words{"unshare"};
-  if (geteuid() != 0) words.insert(words.end(), {"--user", "--map-root-user"});
+  if (needsUserNamespace()) words.insert(words.end(), {"--user", "--map-root-user"});
   words.insert(words.end(), {"--time", "--boottime", std::to_string(static_cast<long>(year)), "--fork",
                              "--kill-child", "--", "sh", "-c", R"(cat /proc/uptime && exec "$0" "$@" 2>&1)",
                              tests, "--gtest_brief=1", "--gtest_filter=" + filter});

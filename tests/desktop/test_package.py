@@ -129,8 +129,26 @@ class Package(unittest.TestCase):
                            env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "100"})
                 self.assertNotRegex(text, r"warning:|@\w+@")
                 self.assertEqual(re.findall(r"^ {7}(--\S+)", text, re.MULTILINE), options)
-                offered = run("bash", "-c", 'source "$0" && complete -p "$1"', self.tree / completion(program), program)
-                self.assertEqual(re.fullmatch(rf"complete -W '(.*)' {program}\n", offered).group(1).split(), options)
+                self.assertEqual(self.offered(program, ""), options)
+
+    def offered(self, program, before):
+        """What a Tab after that word offers."""
+        return run("bash", "-c", """
+            source "$0" && program=$1 before=$2
+            eval "set -- $(complete -p "${1##*/}")"
+            case $2 in
+                -F) "$3" "$program" "" "$before"; printf '%s\n' "${COMPREPLY[@]}" ;;
+                -W) compgen -W "$3" ;;
+            esac
+        """, self.tree / completion(program), self.tree / binary(program), before).split()
+
+    def test_the_actions_of_desktop_and_completion_are_those_that_there_are(self):
+        program = PROGRAMS[0]
+        actions = [line.split()[0] for line in run(self.tree / binary(program), "--perform", "help").splitlines()]
+        self.assertEqual(self.offered(program, "--perform"), ["help", *actions])
+        offered = re.findall("^Exec=KestruneMenuClient --perform (.*)", (self.tree / DESKTOP_ENTRY).read_text(), re.MULTILINE)
+        self.assertEqual(offered, ["showSettings", "showStatus", "toggleAutoConnect", "quit"])
+        self.assertLessEqual(set(offered), set(actions))
 
     def test_its_unit_is_in_order(self):
         programs = self.folder / "unit"

@@ -6,7 +6,7 @@ import socket
 import unittest
 
 from rig import isolation
-from rig.client import CONNECTED, NO_BUS, NO_SYSTEM_BUS
+from rig.client import CONNECTED, NO_BUS, NO_BUS_FOR_THE_TRAY, NO_SYSTEM_BUS
 from rig.processes import running, wait_for_end
 from rig.session import REPORTING_BACKEND, Session
 
@@ -41,8 +41,9 @@ class Options(unittest.TestCase):
                 self.assertIn("Usage:", errors)
 
     def test_what_does_not_go_together(self):
-        for options in (["--json"], ["--follow"], ["--waybar"], ["--status", "--terminal"], ["--status", "--background"],
-                        ["--status", "--diagnose"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
+        for options in (["--json"], ["--follow"], ["--waybar"], ["--exit-zero"], ["--status", "--terminal"],
+                        ["--status", "--background"], ["--status", "--diagnose"], ["--status", "--perform", "quit"],
+                        ["--perform"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
             with self.subTest(options=options):
                 status, output, errors = self.session.run(*options)
                 self.assertEqual((status, output), (2, ""))
@@ -72,7 +73,7 @@ class Start(unittest.TestCase):
         client = self.session.start()
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
-        self.assertEqual((client.output.all(), client.errors.all()), ("", NO_BUS))
+        self.assertEqual((client.output.all(), client.errors.all()), ("", NO_BUS_FOR_THE_TRAY))
         for pid in services:
             wait_for_end(pid)
 

@@ -48,9 +48,9 @@ class WithoutAClient(StatusTest):
         self.session.backend("refresh")
         services = self.session.services()
         status, said = self.json()
-        self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 1))
+        self.assertEqual((status, said["lamp"], said["source"], said["schema"]), (0, "ok", "check", 2))
         self.assertEqual((said["project"], said["thread"], said["network"]),
-                         ("Kestrune Menu Client", "Tray menu and status lamp", "網路未連線"))
+                         ("Kestrune Menu Client", "Tray menu and status lamp", "none"))
         status, text = self.status()
         self.assertEqual((status, text.splitlines()[0]), (0, CONNECTED))
         self.assertTrue(text.endswith(NO_CLIENT))
@@ -131,6 +131,28 @@ class WithAClient(StatusTest):
         self.assertEqual(self.json()[1]["source"], "client")
 
 
+class Performing(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+
+    def test_the_client_does_it_or_says_why_not(self):
+        self.session.prefer('{"autoConnectEnabled": false}')
+        client = self.session.terminal()
+        client.next_menu()
+        self.assertEqual(self.session.run("--perform", "showChatGPTRemoteGuide"), (0, "ok\n", ""))
+        client.next_window()
+        self.assertEqual(self.session.run("--perform", "stopConnection"),
+                         (1, "", "KestruneMenuClient: no enabled row of the menu does this: stopConnection\n"))
+        self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
+        self.assertEqual(client.process.wait(), 0)
+
+    def test_without_a_client_only_the_list_can_be_had(self):
+        status, output, errors = self.session.run("--perform", "help")
+        self.assertEqual((status, errors), (0, ""))
+        self.assertIn("\nshowSettings            連線與 Token 設定…\n", output)
+        self.assertEqual(self.session.run("--perform", "quit"), (1, "", "KestruneMenuClient: no client runs\n"))
+
+
 class Diagnosis(StatusTest):
     def diagnosis(self):
         status, output, errors = self.session.run("--diagnose")
@@ -170,7 +192,10 @@ class Diagnosis(StatusTest):
     def test_output_that_cannot_be_written_is_a_failure(self):
         for option in ("--diagnose", "--status", "--help"):
             with open("/dev/full", "w", encoding="utf-8") as full:
-                self.assertEqual(self.session.start(option, stdout=full).status(), 1, option)
+                process = self.session.start(option, stdout=full)
+                self.assertEqual(process.status(), 1, option)
+                self.assertTrue(process.errors.all().endswith(
+                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), option)
 
     def test_with_a_client_and_its_session(self):
         bus = Bus(self.session)

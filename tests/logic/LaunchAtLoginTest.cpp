@@ -106,16 +106,41 @@ TEST_F(LaunchAtLogin, WriteThatFailsLeavesTheLegacyFileRemoved) {
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
+/// Agents that nothing reads.
+struct OddAgents final : LaunchAgents {
+  bool areRead() const override { return false; }
+  std::string path(const std::string& label) const override { return "/agents/" + label; }
+  bool isRegistered(const std::string&) const override { return registered; }
+  std::optional<std::string> document(const std::string&, const std::string&,
+                                      const std::string&) const override {
+    return text;
+  }
+  void repair(const std::string&, const std::string&) override {}
+
+  bool registered = false;
+  std::optional<std::string> text;  ///< absent: a path cannot be written there
+};
+
+TEST_F(LaunchAtLogin, TellsWhenNothingWillReadTheAgent) {
+  setAutoConnect(false);
+  OddAgents agents;
+  agents.text = "agent";
+  Platform platform = platformWith(machine, {.launchAgents = &agents});
+  const auto alone = std::make_shared<AppDelegate>(platform);
+  alone->configureStatusItem();
+  alone->performAction("toggleLaunchAtLogin");
+  EXPECT_EQ(files["/agents/com.dovrel.kestrune.menuclient"], "agent");
+  ASSERT_EQ(machine.notifications.posted.size(), 1U);
+  EXPECT_EQ(machine.notifications.posted[0].title, "Kestrune 不會在登入時啟動");
+  agents.registered = true;
+  alone->performAction("toggleLaunchAtLogin");
+  EXPECT_EQ(machine.notifications.posted.size(), 1U);
+  EXPECT_NE(AppDelegate::describeBackend(platform).find("which nothing reads: there is no desktop\n"),
+            std::string::npos);
+}
+
 TEST_F(LaunchAtLogin, PathThatTheFileCannotHoldIsToldAndLeavesTheLegacyFile) {
-  struct RefusingAgents final : LaunchAgents {
-    std::string path(const std::string& label) const override { return "/agents/" + label; }
-    bool isRegistered(const std::string&) const override { return true; }
-    std::optional<std::string> document(const std::string&, const std::string&,
-                                        const std::string&) const override {
-      return std::nullopt;
-    }
-    void repair(const std::string&, const std::string&) override {}
-  } agents;
+  OddAgents agents;
   Platform platform = platformWith(machine, {.launchAgents = &agents});
   const auto refused = std::make_shared<AppDelegate>(platform);
   newCalls();

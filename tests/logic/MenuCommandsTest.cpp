@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <set>
+#include <sstream>
 
 #include "tests/logic/ControllerTest.h"
 
@@ -93,6 +94,29 @@ TEST_F(RequestedCommands, AreNoOthers) {
   // A button of the settings, and no row.
   EXPECT_EQ(refusal("showPairingQR"), "no enabled row of the menu does this: showPairingQR");
   EXPECT_EQ(newCalls(), CallLog{});
+}
+
+TEST_F(RequestedCommands, AreListedWithTheTextsOfTheirRows) {
+  std::stringstream lines(AppDelegate::describeActions());
+  std::string list;
+  for (std::string action, text; lines >> action && std::getline(lines >> std::ws, text);) {
+    list += action + ":" + text + "\n";
+  }
+  EXPECT_EQ(list,
+            "toggleLaunchAtLogin:開機自動啟動菜單欄\n"
+            "toggleAutoConnect:自動維持連線\n"
+            "toggleKeepAwake:保持 Mac 醒著（防止斷線）\n"
+            "toggleConnectionMode:使用 Kestrune 自托管模式 / 使用官方 ChatGPT 模式\n"
+            "stopConnection:手動停止連線\n"
+            "refreshNow:立即重新檢查連線\n"
+            "showStatus:查看完整診斷\n"
+            "showCodexRuntimeStatus:檢查 Codex 版本與 Remote Control\n"
+            "openCodexApp:打開 Codex App\n"
+            "showChatGPTRemoteGuide:官方 ChatGPT 連接說明\n"
+            "openProjectFolder:打開專案資料夾\n"
+            "showSettings:連線與 Token 設定…\n"
+            "restartMenuClient:重新啟動菜單欄\n"
+            "quit:退出 Kestrune\n");
 }
 
 TEST_F(RequestedCommands, AreThoseOfEnabledRowsOnly) {

@@ -44,7 +44,8 @@ TEST_F(StatusCommandTest, SaysOnceWhatTheRunningClientSays) {
   ASSERT_EQ(printed.size(), 1U);
   EXPECT_EQ(lastPrinted()["source"], "client");
   EXPECT_EQ(lastPrinted()["lamp"], "ok");
-  EXPECT_EQ(lastPrinted()["codex_cli"], "Codex：OK 1.2");
+  EXPECT_EQ(lastPrinted()["codex_cli"], "ok");
+  EXPECT_EQ(lastPrinted()["codex_cli_detail"], "1.2");
   EXPECT_EQ(statusQueries(), before);
   EXPECT_TRUE(machine.loop.isTerminated());
   EXPECT_EQ(command->exitCode(), 0);
@@ -106,7 +107,7 @@ TEST_F(StatusCommandTest, WaitsForTheSuccessorOfAClientThatEnds) {
   machine.loop.advance(Seconds{0.9});
   machine.statusFeed.publish([] { return statusJson({.status = "the successor"}, true); });
   machine.loop.settle();
-  EXPECT_EQ(lastPrinted()["status"], "the successor");
+  EXPECT_EQ(lastPrinted()["rows"]["status"], "the successor");
   machine.loop.advance(Seconds{5});
   EXPECT_EQ(statusQueries(), before);
 }
@@ -136,7 +137,7 @@ TEST_F(StatusCommandTest, ChecksOnceWithoutAClientThatItUnderstands) {
   EXPECT_EQ(said["lamp"], "ok");
   EXPECT_EQ(said["project"], "P");
   EXPECT_EQ(said["thread"], "T");
-  EXPECT_EQ(said["network"], "Wi-Fi 已連線");
+  EXPECT_EQ(said["network"], "wifi");
   EXPECT_EQ(said["keeps_awake"], false);
   EXPECT_FALSE(said["checked_at"].is_null());
   EXPECT_EQ(machine.processes.launches.size(), 1U);
@@ -158,10 +159,10 @@ TEST_F(StatusCommandTest, RunsNothingWithAutoConnectOff) {
   networkIs({.satisfied = true});
   ASSERT_EQ(printed.size(), 1U);
   const json said = lastPrinted();
-  EXPECT_EQ(said["status"], "已停用，不會啟動背景服務");
+  EXPECT_EQ(said["rows"]["status"], "已停用，不會啟動背景服務");
   EXPECT_EQ(said["auto_connect"], false);
-  EXPECT_EQ(said["project"], "未同步");
-  EXPECT_EQ(said["thread"], "尚未啟動");
+  EXPECT_EQ(said["rows"]["project"], "未同步");
+  EXPECT_EQ(said["rows"]["thread"], "尚未啟動");
   EXPECT_TRUE(said["checked_at"].is_null());
   EXPECT_TRUE(machine.processes.launches.empty());
   EXPECT_TRUE(machine.localService.tokens.empty());
@@ -185,7 +186,7 @@ TEST_F(StatusCommandTest, LooksAgainEveryTwentySecondsAsItFollowsUntilAClientSta
   EXPECT_TRUE(machine.notifications.posted.empty());
   machine.statusFeed.publish([] { return statusJson({.status = "from the client"}, true); });
   machine.loop.settle();
-  EXPECT_EQ(lastPrinted()["status"], "from the client");
+  EXPECT_EQ(lastPrinted()["rows"]["status"], "from the client");
   machine.loop.advance(Seconds{60});
   networkIs({.satisfied = true});
   EXPECT_EQ(statusQueries(), 3U);
@@ -199,7 +200,7 @@ TEST_F(StatusCommandTest, BelievesAClientThatStartsWhileItChecks) {
   networkIs({.satisfied = true});
   EXPECT_EQ(statusQueries(), 1U);
   ASSERT_EQ(printed.size(), 1U);
-  EXPECT_EQ(lastPrinted()["status"], "from the client");
+  EXPECT_EQ(lastPrinted()["rows"]["status"], "from the client");
   machine.loop.advance(Seconds{60});
   EXPECT_EQ(statusQueries(), 1U);
 }
@@ -226,19 +227,35 @@ struct PublishedStatus : ControllerTest {
 
 TEST_F(PublishedStatus, IsThatOfTheMenu) {
   makeStatusItem();
-  EXPECT_EQ(published()["status"], "正在檢查狀態…");
+  EXPECT_EQ(published()["rows"]["status"], "正在檢查狀態…");
   EXPECT_TRUE(published()["checked_at"].is_null());
   backendAnswers(faulty);
   refresh();
   EXPECT_EQ(published()["lamp"], "error");
   EXPECT_EQ(published()["checked_at"], "2026-01-15T11:20:00Z");
   choose("toggleConnectionMode");
-  EXPECT_EQ(published()["connection_mode"], "官方 ChatGPT");
+  EXPECT_EQ(published()["connection_mode"], "official_chatgpt");
   controller->reconnectServices(false);
   machine.loop.runMain();
   EXPECT_EQ(published()["reconnecting"], true);
   choose("toggleAutoConnect");
   EXPECT_EQ(published()["auto_connect"], false);
+}
+
+TEST_F(StatusCommandTest, EndsWithZeroWhateverTheLampSaysWhenItIsTold) {
+  backendAnswers(faulty);
+  startUp();
+  const auto askForZero = [this] {
+    command = std::make_shared<StatusCommand>(machine.platform, StatusCommand::Options{.exitZero = true},
+                                              [this](const std::string&) { return readerIsThere; });
+    command->applicationDidFinishLaunching();
+    EXPECT_EQ(command->exitCode(), 1);
+    machine.loop.settle();
+    return command->exitCode();
+  };
+  EXPECT_EQ(askForZero(), 0);
+  readerIsThere = false;
+  EXPECT_EQ(askForZero(), 1);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <ostream>
 #include <tuple>
 
+#include "KestruneMenuClient/status/PathDescription.h"
+#include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "tests/rig/ScopedVariable.h"
 
@@ -23,11 +25,11 @@ using nlohmann::json;
 /// Every member has a value of its own.
 const StatusSnapshot full{.lamp = ConnectionLampState::error,
                           .status = "異常",
-                          .connectionMode = "官方 ChatGPT",
-                          .codexVersion = "Codex：1",
-                          .codexRemoteControl = "Remote Control：2",
+                          .officialMode = true,
+                          .codexVersion = "Codex：OK 1",
+                          .codexRemoteControl = "Remote Control：需檢查 2",
                           .codexApp = "Codex App：3",
-                          .chatGPTRemote = "ChatGPT Remote：4",
+                          .chatGPTRemote = "ChatGPT Remote：尚未檢查",
                           .project = "project",
                           .thread = "thread",
                           .network = "Wi-Fi 已連線",
@@ -38,11 +40,54 @@ const StatusSnapshot full{.lamp = ConnectionLampState::error,
 
 TEST(StatusSnapshot, AsJsonHasEveryMember) {
   EXPECT_EQ(json::parse(statusJson(full, true)), json::parse(R"({
-    "schema": 1, "source": "client", "lamp": "error", "checked_at": "2026-01-15T11:04:05Z",
-    "status": "異常", "connection_mode": "官方 ChatGPT", "codex_cli": "Codex：1",
-    "codex_remote_control": "Remote Control：2", "codex_app": "Codex App：3", "chatgpt_remote": "ChatGPT Remote：4",
-    "project": "project", "thread": "thread", "network": "Wi-Fi 已連線",
-    "keeps_awake": true, "auto_connect": false, "reconnecting": true})"));
+    "schema": 2, "source": "client", "lamp": "error", "checked_at": "2026-01-15T11:04:05Z",
+    "connection_mode": "official_chatgpt", "codex_cli": "ok", "codex_cli_detail": "1",
+    "codex_remote_control": "needs_check", "codex_remote_control_detail": "2", "codex_app": "unknown",
+    "codex_app_detail": "", "chatgpt_remote": "unknown", "chatgpt_remote_detail": "",
+    "project": "project", "thread": "thread", "network": "wifi",
+    "keeps_awake": true, "auto_connect": false, "reconnecting": true,
+    "rows": {"status": "異常", "connection_mode": "官方 ChatGPT", "codex_cli": "Codex：OK 1",
+             "codex_remote_control": "Remote Control：需檢查 2", "codex_app": "Codex App：3",
+             "chatgpt_remote": "ChatGPT Remote：尚未檢查", "project": "project", "thread": "thread",
+             "network": "Wi-Fi 已連線"}})"));
+}
+
+TEST(StatusSnapshot, AsJsonNamesWhatAReportSaysOfEachItem) {
+  const StatusReport report(true,
+                            "[OK] Codex CLI: （1.0）\n[FAIL] Codex Remote Control: off\n[OK] Codex App: b（c）");
+  StatusSnapshot snapshot;
+  snapshot.setCodex(report.codex);
+  const json value = json::parse(statusJson(snapshot, true));
+  EXPECT_EQ(value["codex_cli"], "ok");
+  EXPECT_EQ(value["codex_cli_detail"], "");
+  EXPECT_EQ(value["codex_remote_control"], "needs_check");
+  EXPECT_EQ(value["codex_remote_control_detail"], "off");
+  EXPECT_EQ(value["codex_app_detail"], "b");
+  EXPECT_EQ(value["chatgpt_remote"], "unknown");
+}
+
+TEST(StatusSnapshot, AsJsonNamesEachKindOfNetwork) {
+  for (const auto& [path, name] :
+       {std::pair(NetworkPath{}, json("none")),
+        {NetworkPath{.satisfied = true, .usesWiFi = true, .usesWiredEthernet = true}, "wifi"},
+        {NetworkPath{.satisfied = true, .usesWiredEthernet = true, .usesCellular = true}, "wired"},
+        {NetworkPath{.satisfied = true, .usesCellular = true}, "cellular"},
+        {NetworkPath{.satisfied = true}, "other"}}) {
+    EXPECT_EQ(json::parse(statusJson({.network = pathDescription(path)}, true))["network"], name);
+  }
+  EXPECT_TRUE(json::parse(statusJson({.network = "未知網路"}, true))["network"].is_null());
+}
+
+TEST(StatusSnapshot, AsJsonHasNoPlaceholders) {
+  for (const LiveSession& session : {LiveSession(), LiveSession::disabled, LiveSession::notConfigured}) {
+    StatusSnapshot snapshot;
+    snapshot.setSession(session);
+    const json value = json::parse(statusJson(snapshot, true));
+    EXPECT_TRUE(value.at("project").is_null()) << session.projectTitle;
+    EXPECT_TRUE(value.at("thread").is_null()) << session.threadName;
+    EXPECT_EQ(value["rows"]["project"], session.projectTitle);
+  }
+  EXPECT_EQ(json::parse(statusJson({}, true))["connection_mode"], "kestrune_self_hosted");
 }
 
 TEST(StatusSnapshot, NamesLampAndSourceAndHasAnExitCodeForEachLamp) {
@@ -64,7 +109,7 @@ TEST(StatusSnapshot, AsJsonIsOneLineOfTextWhateverTheTextsAre) {
   const std::string line = statusJson(odd, true);
   EXPECT_EQ(line.find_first_of(std::string("\n\x1b\0", 3)), std::string::npos);
   EXPECT_LT(line.size(), 5000U);
-  EXPECT_EQ(json::parse(line)["status"], "a b\"\\");
+  EXPECT_EQ(json::parse(line)["rows"]["status"], "a b\"\\");
 }
 
 TEST(StatusSnapshot, IsReadBackAsItWasAlsoWithMembersThatAreNotKnown) {
@@ -77,16 +122,19 @@ TEST(StatusSnapshot, IsReadBackAsItWasAlsoWithMembersThatAreNotKnown) {
 
 TEST(StatusSnapshot, IsNotReadFromAnythingElse) {
   const json good = json::parse(statusJson(full, true));
-  std::vector<std::string> lines{"", "{", "[]", "null", "{\"schema\": 1}", "rubbish"};
-  for (const auto& [name, ignored] : good.items()) {
-    if (name == "source") continue;
+  std::vector<std::string> lines{"", "{", "[]", "null", "{\"schema\": 2}", "rubbish"};
+  for (const char* const name :
+       {"/schema", "/lamp", "/checked_at", "/connection_mode", "/auto_connect", "/reconnecting",
+        "/keeps_awake", "/rows", "/rows/status", "/rows/codex_cli", "/rows/codex_remote_control",
+        "/rows/codex_app", "/rows/chatgpt_remote", "/rows/project", "/rows/thread", "/rows/network"}) {
+    const json::json_pointer member(name);
     json without = good, odd = good;
-    without.erase(name);
-    odd[name] = json::array();
+    without.at(member.parent_pointer()).erase(member.back());
+    odd.at(member) = json::array();
     lines.push_back(without.dump());
     lines.push_back(odd.dump());
   }
-  for (const auto& [name, value] : {std::pair<const char*, json>("schema", 2), {"lamp", "blue"}}) {
+  for (const auto& [name, value] : {std::pair<const char*, json>("schema", 1), {"lamp", "blue"}}) {
     json other = good;
     other[name] = value;
     lines.push_back(other.dump());
@@ -104,8 +152,8 @@ TEST(StatusSnapshot, IsNotReadFromAnythingElse) {
 TEST(StatusSnapshot, AsTextIsWhatTheMenuSaysAndWhenItWasChecked) {
   const ScopedVariable zone("TZ", "TST-8");
   EXPECT_EQ(statusText(full, true),
-            "🔴 連線狀態：異常\n連接模式：官方 ChatGPT\nCodex：1\nRemote Control：2\nCodex App：3\n"
-            "ChatGPT Remote：4\n同步專案：project\n同步會話：thread\n目前網路：Wi-Fi 已連線\n"
+            "🔴 連線狀態：異常\n連接模式：官方 ChatGPT\nCodex：OK 1\nRemote Control：需檢查 2\nCodex App：3\n"
+            "ChatGPT Remote：尚未檢查\n同步專案：project\n同步會話：thread\n目前網路：Wi-Fi 已連線\n"
             "保持喚醒：已開啟\n自動維持連線：已關閉\n檢查時間：2026-01-15 19:04:05\n");
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "adapters/system/FileDescriptor.h"
+#include "tests/rig/Namespaces.h"
 
 namespace kestrune::testing {
 
@@ -24,7 +25,8 @@ class NetworkNamespace {
  public:
   NetworkNamespace() : before(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)) {
     if (unshare(CLONE_NEWNET) == 0) return;
-    if (geteuid() != 0) runThisTestAsRootOfItsOwn();
+    requireNamespaces("--net");
+    runThisTestAsRootOfItsOwn();
     throw std::runtime_error("this machine lets nobody make a network namespace");
   }
   ~NetworkNamespace() { setns(before.get(), CLONE_NEWNET); }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/rig/BusText.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/RealProgram.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"

@@ -17,10 +17,12 @@ RECONNECTING = "🟡 連線狀態：正在重新連線…"
 NETWORK_NOT_KNOWN = "目前網路：未知網路"
 DISABLED = "🟡 連線狀態：已停用，不會啟動背景服務"
 
-NO_BUS = ("KestruneMenuClient: no session bus (No such file or directory): "
-          "going on without it\n")
-NO_SYSTEM_BUS = NO_BUS.replace("session", "system")
-NO_TRAY = "KestruneMenuClient: no tray on this desktop: the icon appears as soon as there is one\n"
+NO_BUS = ""  # a terminal needs none
+NO_DESKTOP = "; where there is no desktop, use --terminal\n"
+NO_BUS_FOR_THE_TRAY = ("KestruneMenuClient: no session bus (No such file or directory): "
+                       "going on without it" + NO_DESKTOP)
+NO_SYSTEM_BUS = "KestruneMenuClient: no system bus (No such file or directory): going on without it\n"
+NO_TRAY = "KestruneMenuClient: no tray on this desktop: the icon appears as soon as there is one" + NO_DESKTOP
 
 
 class Row:

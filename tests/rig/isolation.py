@@ -12,6 +12,7 @@ import sys
 import unittest
 
 MARK = "KESTRUNE_TEST_ISOLATED"
+SKIPPED = 77  # as CMake knows it
 
 
 def main():
@@ -41,7 +42,13 @@ def run(work):
 
 
 def enter():
-    as_root = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+    """Skips the script where the machine refuses the namespaces; with KESTRUNE_NO_SKIPS it fails."""
     namespaces = ["--pid", "--net", "--mount", "--ipc", "--fork", "--kill-child", "--mount-proc"]
-    os.environ[MARK] = "1"
-    os.execvp("unshare", ["unshare", *as_root, *namespaces, "--", sys.executable, *sys.orig_argv[1:]])
+    for as_root in ([], ["--user", "--map-root-user"]):
+        unshare = ["unshare", *as_root, *namespaces, "--"]
+        trial = subprocess.run([*unshare, "ip", "link", "set", "lo", "up"], capture_output=True, text=True)
+        if trial.returncode == 0:
+            os.environ[MARK] = "1"
+            os.execvp("unshare", [*unshare, sys.executable, *sys.orig_argv[1:]])
+    print(f"[  SKIPPED ] needs namespaces, which this machine refuses: {trial.stderr.strip()}")
+    sys.exit("KESTRUNE_NO_SKIPS" in os.environ or SKIPPED)

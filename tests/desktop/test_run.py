@@ -1,0 +1,121 @@
+"""./run, with stand-ins for what installs, builds and is built."""
+
+import os
+import shutil
+import socket
+import subprocess
+import unittest
+
+from rig import isolation
+from rig.processes import write_script
+from rig.session import SOURCE, Session
+
+CLIENT = """[ "$1" != --version ] || { [ ! -e "$HOME/broken" ]; exit; }
+echo "client $* on $KESTRUNE_REPO_PATH" """
+
+
+class Run(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        self.tree = self.session.root / "tree"
+        for name in ("run", "scripts", "examples"):
+            place = self.tree / name
+            place.parent.mkdir(exist_ok=True)
+            (shutil.copytree if (SOURCE / name).is_dir() else shutil.copy)(SOURCE / name, place)
+        built = self.tree / "build/release"
+        built.mkdir(parents=True)
+        (built / "build.ninja").touch()
+        write_script(built / "KestruneMenuClient", CLIENT)
+        self.stub("dpkg-query", '[ ! -e "$HOME/missing" ] && echo -n installed')
+        self.stub("cmake", "exit 0")
+        self.stub("id", "echo 1000")
+        self.stub("sudo", "exit 1")
+        self.state = self.session.root / "state"
+        self.sample = self.state / "kestrune-menu-client/backend"
+
+    def stub(self, name, text):
+        self.session.program(name, text + "\n")
+
+    def run_it(self, *options, **environment):
+        given = {**self.session.environment, "KESTRUNE_REPO_PATH": "", **environment}
+        done = subprocess.run([self.tree / "run", *options], env={**given, "PATH": f"{self.session.bin}:{given['PATH']}"},
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        return done.returncode, done.stdout, done.stderr
+
+    def assertFails(self, line, *options, **environment):
+        status, output, errors = self.run_it(*options, **environment)
+        self.assertEqual((status, errors.count("\n")), (1, 1), output + errors)
+        self.assertIn(line, errors)
+        self.assertNotIn("\nclient ", output)
+        self.assertEqual(self.session.processes(), [])
+
+    def listen(self, port):
+        listener = socket.create_server(("127.0.0.1", port))
+        self.addCleanup(listener.close)
+
+    def test_the_client_is_started_on_a_sample_and_again_on_what_that_left_over(self):
+        for _ in range(2):
+            status, output, errors = self.run_it()
+            self.assertEqual((status, errors), (0, ""))
+            self.assertTrue(output.endswith(f"\nclient --terminal on {self.sample}\n"), output)
+            self.assertEqual(len(self.session.processes()), 3)
+
+    def test_a_client_that_cannot_start_leaves_nothing_running(self):
+        (self.session.home / "broken").touch()
+        self.assertEqual(self.run_it()[0], 1)
+        self.assertEqual(self.session.processes(), [])
+
+    def test_ports_of_others_are_left_to_them(self):
+        for port in (8766, 8765):
+            self.listen(port)
+            self.assertFails(f"Stop what listens on port {port} first.")
+
+    def test_a_client_that_runs_is_named(self):
+        self.listen(8765)
+        place = self.session.runtime / "kestrune-menu-client"
+        place.mkdir()
+        holder = self.session.spawn("flock", place / "lock", "sh", "-c", "echo; read -r _", stdin=subprocess.PIPE,
+                                    stdout=subprocess.PIPE)
+        holder.stdout.read(1)
+        status, _, errors = self.run_it()
+        self.assertEqual((status, errors.partition(".")[0]), (1, "The client already runs"))
+        holder.stdin.close()
+        holder.stdout.close()
+        holder.wait()
+
+    def test_without_anybody_to_ask_for_a_password(self):
+        (self.session.home / "missing").touch()
+        self.assertFails("nobody is here to give sudo a password. As root: apt-get install")
+
+    def test_a_sudo_without_a_password_is_asked_nothing(self):
+        (self.session.home / "missing").touch()
+        self.stub("sudo", '[ "$1" = --non-interactive ] && shift && "$@"')
+        self.stub("apt-get", 'echo "$*" >>"$HOME/asked"')
+        status, _, errors = self.run_it()
+        self.assertEqual((status, errors), (0, ""))
+        asked = (self.session.home / "asked").read_text().splitlines()
+        self.assertEqual([line.split()[-1] for line in asked[:1]], ["update"])
+        self.assertIn("install g++", asked[1])
+
+    def test_without_a_network(self):
+        (self.session.home / "missing").touch()
+        self.stub("sudo", '[ "$1" = --non-interactive ] && shift && "$@"')
+        self.stub("apt-get", '[[ "$*" = *update ]] || { echo "E: no network"; exit 100; }')
+        status, _, errors = self.run_it()
+        self.assertEqual(status, 1)
+        self.assertRegex(errors, "^E: no network\nThe packages could not be installed.* as root: apt-get install.*\n$")
+
+    def test_without_a_home_that_can_be_written(self):
+        self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="/proc/nowhere")
+        self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="", HOME="")
+        status, output, errors = self.run_it(XDG_STATE_HOME="/proc/nowhere", KESTRUNE_REPO_PATH="/mine")
+        self.assertEqual((status, errors), (0, ""))
+        self.assertTrue(output.endswith("\nclient --terminal on /mine\n"))
+
+    def test_nothing_is_built_where_nobody_may_write(self):
+        (self.tree / "build").rename(self.tree / "elsewhere")
+        (self.tree / "build").touch()
+        self.assertFails("which you may not write to: copy it")
+
+
+isolation.main()
