@@ -53,8 +53,8 @@ TEST(StatusSnapshot, AsJsonHasEveryMember) {
 }
 
 TEST(StatusSnapshot, AsJsonNamesWhatAReportSaysOfEachItem) {
-  const StatusReport report(true,
-                            "[OK] Codex CLI: （1.0）\n[FAIL] Codex Remote Control: off\n[OK] Codex App: b（c）");
+  const StatusReport report(
+      true, "[OK] Codex CLI: （1.0）\n[FAIL] Codex Remote Control: off\n[OK] Codex App: b（c）");
   StatusSnapshot snapshot;
   snapshot.setCodex(report.codex);
   const json value = json::parse(statusJson(snapshot, true));
