@@ -1,0 +1,53 @@
+"""What the client keeps in memory, descriptors, threads and children."""
+
+import contextlib
+import os
+import threading
+
+from rig.processes import read_process
+
+SAMPLES = 2.0  # seconds between two
+
+
+class Kept:
+    """What the client has at one moment."""
+
+    names = "PSS, kB", "RSS, kB", "private, kB", "descriptors", "threads", "children", "of them zombies"
+    bounded, flat = names[1:3], names[3:]
+
+    def __init__(self, pid):
+        lines = [line.split() for line in read_process(pid, "smaps_rollup").decode().splitlines()[1:]]
+        sizes = {line[0]: int(line[1]) for line in lines}
+        self.memory = [sizes[name] for name in ("Pss:", "Rss:", "Private_Dirty:")]
+        states = []
+        for each in filter(str.isdigit, os.listdir("/proc")):
+            # The name before it, in brackets, may have spaces.
+            fields = read_process(each, "stat").decode().rpartition(")")[2].split()
+            if fields and int(fields[1]) == pid:
+                states.append(fields[0])
+        self.counts = [len(os.listdir(f"/proc/{pid}/{folder}")) for folder in ("fd", "task")]
+        self.counts += [len(states), states.count("Z")]
+
+    def values(self):
+        return [*self.memory, *self.counts]
+
+
+class Sampler(threading.Thread):
+    """Looks at the client all the time, and keeps the most of each."""
+
+    def __init__(self, pid):
+        super().__init__(daemon=True)
+        self.pid = pid
+        self.most = Kept(pid).values()
+        self.count = 1
+        self.enough = threading.Event()
+
+    def run(self):
+        while not self.enough.wait(SAMPLES):
+            with contextlib.suppress(OSError, KeyError):  # it has ended, which others notice
+                self.most = list(map(max, self.most, Kept(self.pid).values()))
+                self.count += 1
+
+    def stop(self):
+        self.enough.set()
+        self.join()
