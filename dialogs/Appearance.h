@@ -19,7 +19,8 @@ double textSize();
 /// texts still fit.
 int pixels(double points);
 
-/// The desktop's font in this size and weight. At least 8 pt, or the desktop's size if that is smaller.
+/// The desktop's font in this size and weight. Never below 8 pt, or below the desktop's own size
+/// where that is smaller than 8 pt.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt draw emoji in colour when such a font is installed, and the lamps 🟢 🟡 🔴 always

@@ -64,7 +64,7 @@ void ColorScheme::settingChanged(const QDBusMessage& signal) {
 }
 
 void ColorScheme::follow(QVariant value) {
-  // Read nests the value in two variants, SettingChanged in one.
+  // The portal's method `Read` wraps the value in two variants, its signal `SettingChanged` in one.
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;

@@ -16,7 +16,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; QLabel lays out the whole text
+constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; QLabel lays out all of a text, however long
 constexpr int roomForRounding = 2;         // pixels; QFontMetrics and the layout measure a little differently
 constexpr int measuredLines = 200;         // the width is measured on these first lines only
 constexpr qsizetype measuredLength = 300;  // UTF-16 units: wider than any window

@@ -25,11 +25,11 @@ class Host {
   virtual Platform& platform() = 0;
 
   /// Makes the running client perform the action of a menu row, and waits until it has. Returns why it did
-  /// not, in one line; absent on success. Call only `leave` besides it.
+  /// not, in one line; absent on success. Apart from this, only `leave` may be called.
   virtual std::optional<std::string> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report: lines of text, without secrets. Starts no
-  /// service. Call only `platform` and `leave` besides it.
+  /// service. Apart from this, only `platform` and `leave` may be called.
   virtual std::string describe() = 0;
 
   /// Terminates the application when the reader of standard output has closed it.

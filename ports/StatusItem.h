@@ -38,7 +38,7 @@ class StatusItem {
 /// Makes an item as wide as the bar is high.
 inline constexpr double squareStatusItemLength = -2;
 
-/// The desktop's status bar. A face implements this and `Alerts`. Main thread.
+/// The desktop's status bar. Each face (tray, terminal) implements this and `Alerts`. Main thread.
 class StatusBar {
  public:
   virtual ~StatusBar() = default;

@@ -16,7 +16,6 @@ class Timer {
   virtual void invalidate() = 0;
 };
 
-/// Makes timers on the main loop.
 class Timers {
  public:
   virtual ~Timers() = default;

@@ -28,7 +28,7 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
-  /// The mode's name in the store. It never changes.
+  /// The mode's name in the store: the same in all versions.
   const char* connectionMode() const { return nameOfMode(isOfficialConnectionMode()); }
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// The mode as the menu shows it.

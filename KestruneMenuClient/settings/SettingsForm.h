@@ -11,8 +11,8 @@
 
 namespace kestrune {
 
-/// The dialog, without a target. Its fields show `values`, which has all five keys; a field's identifier is
-/// its key. `home` is the user's home folder.
+/// The settings dialog; the caller sets `Alert::target`. Its fields show `values`, which has all five keys; a
+/// field's identifier is its key. `home`, the user's home folder, is the placeholder of the project root.
 Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 
 /// The trimmed texts of the fields. Omits fields that the face does not return.

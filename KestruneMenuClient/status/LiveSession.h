@@ -14,7 +14,7 @@ struct LiveSession {
   static const LiveSession disabled;       ///< with auto-connect off
   static const LiveSession notConfigured;  ///< without a token for the local service
 
-  /// Whether they are known, and no placeholders.
+  /// Whether the title, or the name, is a real one and not a placeholder.
   bool hasProject() const;
   bool hasThread() const;
 

@@ -8,8 +8,8 @@ namespace kestrune {
 
 /// A kind of network path.
 struct PathKind {
-  const char* name;         ///< for programs
-  const char* description;  ///< for the menu
+  const char* name;  ///< for programs
+  const char* description;
 };
 
 /// In the order in which they are tried.

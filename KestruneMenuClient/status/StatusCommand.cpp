@@ -8,7 +8,7 @@ namespace {
 
 /// The interval at which a client asks the backend.
 constexpr Seconds checkInterval{20.0};
-/// After a client has ended, a restarted one needs less time than this.
+/// How long to wait for another client after one has ended. A restart takes less.
 constexpr Seconds successorPatience{1.0};
 
 std::string formatted(const StatusSnapshot& snapshot, StatusFormat format, bool fromClient) {

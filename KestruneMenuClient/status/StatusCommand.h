@@ -45,7 +45,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;
   bool hasHeard = false;    ///< from a client that has not ended yet
-  bool isChecking = false;  ///< its own check is running
+  bool isChecking = false;  ///< `ownCheck` is running
   std::string shown;        ///< the last printed text
   int code = 1;
 };

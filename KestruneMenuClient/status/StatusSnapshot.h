@@ -38,10 +38,11 @@ struct StatusSnapshot {
   bool operator==(const StatusSnapshot&) const = default;
 };
 
-/// The menu rows of the status, from the lamp to the power assertion.
+/// The texts of menu rows 2 to 11: from the row of the lamp to the row of the power assertion.
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 
-// Output for other programs. The manual page describes the members; existing members never change.
+// Output for other programs. The manual page describes the JSON members. Name and meaning of a member stay
+// the same within a schema version.
 
 /// One line of JSON. `fromClient`: the status comes from a running client, not from a check.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);

@@ -53,7 +53,8 @@ void AlertQueue::answer(int id, AlertAnswer answer) {
   goOn();
 }
 
-/// Queued, so that alerts which the action or the completion asks for are shown first.
+/// Goes on from the queue: an alert that the button's action or the completion asks for is shown before the
+/// earlier alert resumes.
 void AlertQueue::goOn() {
   queue.async([this, before = lastId] {
     showNext();

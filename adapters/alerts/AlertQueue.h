@@ -56,7 +56,7 @@ class AlertQueue : public Alerts {
 
   std::deque<AlertRequest> waiting;
   std::deque<AlertRequest> stacking;  ///< asked for by a button inside an open alert; shown next
-  bool performing = false;            ///< the action of such a button is running
+  bool performing = false;            ///< the action of a button inside an alert is running
   int lastId = 0;
 };
 

@@ -13,11 +13,11 @@ namespace kestrune {
 
 /// Power assertions as idle inhibitors over D-Bus. A suspend that the user asks for is never blocked.
 ///
-/// For the display, these services are asked: the GNOME session manager; without it, the screen-saver and the
-/// power-management service, as far as they exist; without these, logind. For the system: logind, and the
-/// power-management service if there is one, because that one suspends such machines. An assertion is held
-/// only if all of these have granted it. A service that starts later or again is asked without blocking; if
-/// it refuses, the assertion is lost.
+/// For the display, it asks the GNOME session manager. Without that, it asks the screen-saver and the
+/// power-management service, if they exist, else logind. For the system, it asks logind, and the
+/// power-management service if there is one, which can suspend the machine by itself. An assertion is held
+/// only if every service that was asked has granted it. A service that starts later or again is asked without
+/// blocking; if it refuses, the assertion is lost.
 ///
 /// `create` waits for a service for at most 250 ms, and then does not ask it for a minute unless it starts
 /// again. It never waits for a bus that is not connected.

@@ -74,7 +74,8 @@ void BusConnection::tryToConnect() {
     return;
   }
   disconnection.reset(slot);
-  // A listening socket may not be a working bus. Reset the delay only when the bus has answered.
+  // A socket can accept connections although the bus does not work. Reset the delay before the next attempt
+  // only when the bus has answered.
   if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
     firstAnswer.reset(slot);
   }

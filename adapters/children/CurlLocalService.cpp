@@ -37,7 +37,7 @@ FileDescriptor fileInMemory(const std::string& text) {
   return file;
 }
 
-/// Seconds with three decimals: curl 8.14 misreads more.
+/// Seconds with three decimals: curl 8.14 misreads a number with more.
 std::string withMilliseconds(Seconds limit) {
   char text[32];
   std::snprintf(text, sizeof text, "%.3f", limit.count());

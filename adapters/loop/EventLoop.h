@@ -59,7 +59,6 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
 
-  // Dispatch
   MainQueue& mainQueue() override;
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;

@@ -65,7 +65,8 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void wait() {
-    // Close until the next question opens another socket: a burst of any length costs two wake-ups.
+    // During a burst, close the socket until the next lookup opens another: a burst of any length wakes the
+    // process only twice.
     if (reports.isInBurst() && !lookup) close();
     timer.reset();
     if (const auto due = reports.due())

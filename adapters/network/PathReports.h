@@ -53,9 +53,9 @@ class PathReports {
 
   /// Whether to ask the kernel now. After true, the caller must call `endQuestion`.
   bool beginQuestion(Seconds now);
-  /// Takes the answer; absent when the question failed. Then the last known path counts, or without one a
-  /// satisfied path without a type: the supervision must not stop because of that. Returns what to report
-  /// now, if anything.
+  /// Takes the answer; absent when the question failed. After a failure the last known path stays. Without
+  /// one it assumes a satisfied path of unknown type, so that the client goes on to supervise the backend.
+  /// Returns what to report now, if anything.
   std::optional<NetworkPath> endQuestion(std::optional<RoutedPath> answer, Seconds now);
   /// Returns the report that is due now, if any.
   std::optional<NetworkPath> takeReport(Seconds now);
@@ -66,9 +66,9 @@ class PathReports {
   Seconds reportDue() const;
 
   PathTiming timing;
-  std::optional<Seconds> burst;  // the time of its first message
+  std::optional<Seconds> burst;  // the time of its first message, while one is under way
   bool asking = false;
-  Seconds askedBurst{};  // the same of the burst that led to the newest question
+  Seconds askedBurst{};  // the time of the first message of the burst that led to the newest question
   std::optional<RoutedPath> current;
   Seconds currentSince{};
   std::optional<RoutedPath> reported;

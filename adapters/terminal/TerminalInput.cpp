@@ -108,7 +108,7 @@ void TerminalInput::start(std::function<void(const std::optional<std::string>&)>
   onEnd = std::move(givenOnEnd);
   if (terminal) {
     continued = loop.onSignal(SIGCONT, [this] {
-      // Whoever had the terminal meanwhile may have left it as it likes.
+      // Another program may have changed the terminal's settings meanwhile.
       silenced = false;
       applyHiding();
       goOn();
@@ -118,14 +118,15 @@ void TerminalInput::start(std::function<void(const std::optional<std::string>&)>
 }
 
 void TerminalInput::wait() {
-  // Told of what arrives, not of what is there: in the background what is there cannot be read, and whoever
-  // brings this job to the foreground need not tell it.
+  // Edge-triggered: a job in the background cannot read pending input, and a level-triggered descriptor would
+  // make the loop spin. SIGCONT tells when the job is in the foreground, but not every shell sends it.
   if (input) readable = loop.onDescriptor(input.get(), EPOLLIN | EPOLLET, [this] { goOn(); });
   // Regular files and "/dev/null" cannot be waited for, and never block.
   if (!readable) goOn();
 }
 
-/// One line or one piece at a time: what never runs dry must leave the loop its other sources.
+/// Takes one line or one piece for each turn of the loop, so that endless input does not starve its other
+/// sources.
 void TerminalInput::goOn() {
   if (std::exchange(turnIsDue, true)) return;
   loop.mainQueue().async([this] {

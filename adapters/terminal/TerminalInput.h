@@ -54,10 +54,10 @@ class TerminalInput {
   FileDescriptor input;
   const bool terminal;
   const bool mayBlock;
-  bool turnIsDue = false;  ///< something will be read or told as soon as the loop comes to it
-  bool hidden = false;     ///< what is typed is not to be seen
-  bool silenced = false;   ///< by this, and not by whoever had the terminal before
-  std::deque<std::optional<std::string>> lines;  ///< that are read and not told
+  bool turnIsDue = false;                        ///< a job that reads or delivers is on the queue
+  bool hidden = false;                           ///< typed text must not be echoed
+  bool silenced = false;                         ///< this has switched the echo off
+  std::deque<std::optional<std::string>> lines;  ///< already read, not yet delivered
   std::function<void(const std::optional<std::string>&)> onLine;
   std::function<void()> onEnd;
   std::optional<std::string> begun{""};  ///< a line whose end has not come; absent when it is too long

@@ -20,7 +20,7 @@ class DBusMenu {
   explicit DBusMenu(DispatchQueue& queue);
 
   void setMenu(Menu menu);
-  /// What the host needs; that of most hosts unless another is set.
+  /// Sets what the host needs. Before the first call, the needs of most hosts are assumed.
   void setForm(const HostForm& form);
 
   void busConnected(sd_bus* bus);

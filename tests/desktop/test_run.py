@@ -68,7 +68,7 @@ class Run(unittest.TestCase):
     def test_ports_of_others_are_left_to_them(self):
         for port in (8766, 8765):
             self.listen(port)
-            self.assertFails(f"Stop what listens on port {port} first.")
+            self.assertFails(f"Stop the listener on port {port} first.")
 
     def test_a_client_that_runs_is_named(self):
         self.listen(8765)
@@ -85,7 +85,7 @@ class Run(unittest.TestCase):
 
     def test_without_anybody_to_ask_for_a_password(self):
         (self.session.home / "missing").touch()
-        self.assertFails("nobody is here to give sudo a password. As root: apt-get install")
+        self.assertFails("without a terminal sudo cannot ask for a password. As root: apt-get install")
 
     def test_a_sudo_without_a_password_is_asked_nothing(self):
         (self.session.home / "missing").touch()
