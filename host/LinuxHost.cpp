@@ -37,7 +37,7 @@
 #include "adapters/tray/TrayAdvice.h"
 #include "adapters/tray/TrayStatusBar.h"
 #include "adapters/windows/DialogAlerts.h"
-#include "adapters/windows/MenuWindow.h"
+#include "adapters/windows/MenuWindowProcess.h"
 #include "host/Diagnosis.h"
 #include "ports/Host.h"
 
@@ -137,7 +137,7 @@ class LinuxHost final : public Host {
     } else {
       const std::string program = dialogsPath();
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-      menuWindow = std::make_unique<MenuWindow>(loop, program, hasDisplay);
+      menuWindow = std::make_unique<MenuWindowProcess>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
       tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken, [this] {
         if (advice) advice->trayChanged();
@@ -252,7 +252,7 @@ class LinuxHost final : public Host {
   std::optional<TerminalOutput> output;
   ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
-  std::unique_ptr<MenuWindow> menuWindow;
+  std::unique_ptr<MenuWindowProcess> menuWindow;
   std::unique_ptr<DialogAlerts> dialogs;
   std::unique_ptr<TrayStatusBar> tray;
   std::optional<TrayAdvice> advice;

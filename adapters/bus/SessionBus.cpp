@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

@@ -7,9 +7,9 @@
 #include <cstdio>
 
 #include "adapters/children/Spawn.h"
-#include "adapters/system/Diagnostics.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

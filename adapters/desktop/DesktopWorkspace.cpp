@@ -10,9 +10,9 @@
 #include <utility>
 
 #include "adapters/children/Spawn.h"
-#include "adapters/system/Diagnostics.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

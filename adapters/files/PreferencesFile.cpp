@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

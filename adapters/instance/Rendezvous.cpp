@@ -12,8 +12,8 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/instance/ClientSubscription.h"
-#include "adapters/system/Diagnostics.h"
 #include "adapters/system/Errors.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

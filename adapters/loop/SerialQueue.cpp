@@ -8,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "adapters/network/PathLookup.h"
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

@@ -129,7 +129,7 @@ void DBusMenu::setForm(const HostForm& changed) {
 }
 
 void DBusMenu::rebuild() {
-  const MenuRows before = std::exchange(rows, menuRows(items, form));
+  const MenuLayout before = std::exchange(rows, menuLayout(items, form));
   if (rows == before) return;
   ++revision;
   if (bus != nullptr) announce(before);
@@ -137,16 +137,16 @@ void DBusMenu::rebuild() {
 
 /// Tells the hosts what is new. Rows that come, go or move make them build their menu anew, which closes it.
 /// Of rows that stay, some hosts do not read all properties again with the layout.
-void DBusMenu::announce(const MenuRows& before) {
+void DBusMenu::announce(const MenuLayout& before) {
   if (rows.children != before.children) {
-    sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, MenuRows::root);
+    sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, MenuLayout::root);
   }
-  std::map<int, MenuRows::Properties> updated;
+  std::map<int, MenuLayout::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
   for (const auto& [id, properties] : rows.properties) {
     const auto known = before.properties.find(id);
     if (known == before.properties.end()) continue;
-    const MenuRows::Properties& previous = known->second;
+    const MenuLayout::Properties& previous = known->second;
     for (const auto& [name, value] : properties) {
       const auto was = previous.find(name);
       if (was == previous.end() || was->second != value) updated[id].emplace(name, value);

@@ -28,7 +28,7 @@ class DBusMenu {
 
  private:
   void rebuild();
-  void announce(const MenuRows& before);
+  void announce(const MenuLayout& before);
   int appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter);
   bool hasRow(int id) const;
   void choose(int id);
@@ -51,7 +51,7 @@ class DBusMenu {
   DispatchQueue& queue;
   std::vector<MenuItem> items;
   HostForm form;
-  MenuRows rows = menuRows({}, {});
+  MenuLayout rows = menuLayout({}, {});
   std::uint32_t revision = 1;
 
   sd_bus* bus = nullptr;

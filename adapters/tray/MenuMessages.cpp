@@ -32,7 +32,7 @@ int readIds(sd_bus_message* call, std::vector<int>& ids) {
   return 0;
 }
 
-int appendValue(sd_bus_message* message, const MenuRows::Value& value) {
+int appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
   if (const auto* const text = std::get_if<std::string>(&value)) {
     return sd_bus_message_append(message, "v", "s", text->c_str());
   }
@@ -43,7 +43,7 @@ int appendValue(sd_bus_message* message, const MenuRows::Value& value) {
     return sd_bus_message_append(message, "v", "i", *number);
   }
   // A list of key presses, each a list of keys; ours is one press.
-  const auto& keys = std::get<MenuRows::Shortcut>(value);
+  const auto& keys = std::get<MenuLayout::Shortcut>(value);
   int result = sd_bus_message_open_container(message, 'v', "aas");
   if (result >= 0) result = sd_bus_message_open_container(message, 'a', "as");
   if (result >= 0) result = sd_bus_message_open_container(message, 'a', "s");
@@ -56,7 +56,7 @@ int appendValue(sd_bus_message* message, const MenuRows::Value& value) {
   return result;
 }
 
-int appendProperties(sd_bus_message* message, const MenuRows::Properties& properties,
+int appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
                      const PropertyFilter& filter) {
   int result = sd_bus_message_open_container(message, 'a', "{sv}");
   for (const auto& [name, value] : properties) {

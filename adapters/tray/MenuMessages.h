@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "adapters/tray/MenuRows.h"
+#include "adapters/tray/MenuLayout.h"
 
 // What the messages of com.canonical.dbusmenu are made of. Each function returns what sd-bus returned:
 // negative on failure.
@@ -23,8 +23,8 @@ struct PropertyFilter {
 int readFilter(sd_bus_message* call, PropertyFilter& filter);
 int readIds(sd_bus_message* call, std::vector<int>& ids);
 
-int appendValue(sd_bus_message* message, const MenuRows::Value& value);
-int appendProperties(sd_bus_message* message, const MenuRows::Properties& properties,
+int appendValue(sd_bus_message* message, const MenuLayout::Value& value);
+int appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
                      const PropertyFilter& filter = {});
 
 }  // namespace kestrune

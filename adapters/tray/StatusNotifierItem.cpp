@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 #include "text/Text.h"
 
 namespace kestrune {

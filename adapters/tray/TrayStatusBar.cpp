@@ -8,8 +8,9 @@ namespace {
 
 class TrayStatusItem final : public StatusItem {
  public:
-  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle, MenuWindow& givenWindow,
-                 ActivationToken& token, const std::function<void()>& onRegistered)
+  TrayStatusItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle,
+                 MenuWindowProcess& givenWindow, ActivationToken& token,
+                 const std::function<void()>& onRegistered)
       : item(
             bus, queue, bundle, token, [&givenWindow, &token] { givenWindow.show(token.take()); },
             onRegistered),
@@ -24,7 +25,7 @@ class TrayStatusItem final : public StatusItem {
 
  private:
   StatusNotifierItem item;
-  MenuWindow& window;
+  MenuWindowProcess& window;
 };
 
 }  // namespace

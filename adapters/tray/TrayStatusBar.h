@@ -6,7 +6,7 @@
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/windows/ActivationToken.h"
-#include "adapters/windows/MenuWindow.h"
+#include "adapters/windows/MenuWindowProcess.h"
 #include "ports/MainBundle.h"
 #include "ports/StatusItem.h"
 
@@ -17,7 +17,7 @@ class TrayStatusBar final : public StatusBar {
  public:
   /// `onRegistered` runs whenever a tray has taken the icon; it may be null.
   TrayStatusBar(SessionBus& givenBus, DispatchQueue& givenQueue, const MainBundle& givenBundle,
-                MenuWindow& givenWindow, ActivationToken& givenToken,
+                MenuWindowProcess& givenWindow, ActivationToken& givenToken,
                 std::function<void()> givenOnRegistered = {})
       : bus(givenBus),
         queue(givenQueue),
@@ -32,7 +32,7 @@ class TrayStatusBar final : public StatusBar {
   SessionBus& bus;
   DispatchQueue& queue;
   const MainBundle& bundle;
-  MenuWindow& window;
+  MenuWindowProcess& window;
   ActivationToken& token;
   const std::function<void()> onRegistered;
 };

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

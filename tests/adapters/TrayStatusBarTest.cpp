@@ -17,7 +17,7 @@ struct TrayStatusBarOn : EmptyDesk {
   }
 
   StandInDialogs dialogs{loop};
-  MenuWindow window{loop, dialogs.program(), true};
+  MenuWindowProcess window{loop, dialogs.program(), true};
   ActivationToken token;
   FakeMainBundle bundle;
   TrayStatusBar statusBar{bus, loop.mainQueue(), bundle, window, token};

@@ -10,12 +10,12 @@ namespace kestrune {
 
 /// The menu as a window of KestruneMenuDialogs, for desktops without a tray and for tray hosts that do not
 /// open menus. Shows changes of the menu while it is open. Main thread.
-class MenuWindow {
+class MenuWindowProcess {
  public:
   /// `program` is the path of KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how
   /// long the window may take to appear.
-  MenuWindow(EventLoop& loop, std::string program, bool hasDisplay, Seconds patience = windowPatience);
-  ~MenuWindow();
+  MenuWindowProcess(EventLoop& loop, std::string program, bool hasDisplay, Seconds patience = windowPatience);
+  ~MenuWindowProcess();
 
   void setMenu(const Menu& menu);
 

@@ -13,7 +13,7 @@
 namespace kestrune {
 
 /// A menu in the terms of com.canonical.dbusmenu: what each row shows, and which rows are below which.
-struct MenuRows {
+struct MenuLayout {
   using Shortcut = std::vector<std::string>;  ///< keys that are pressed together
   using Value = std::variant<std::string, bool, std::int32_t, Shortcut>;
   using Properties = std::map<std::string, Value, std::less<>>;
@@ -23,10 +23,10 @@ struct MenuRows {
   std::map<int, Properties> properties;      ///< of the root and of every row, by id
   std::map<int, std::vector<int>> children;  ///< of the root and of every submenu: ids in their order
 
-  bool operator==(const MenuRows&) const = default;
+  bool operator==(const MenuLayout&) const = default;
 };
 
 /// Describes a menu of these items to a host of that form.
-MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form);
+MenuLayout menuLayout(const std::vector<MenuItem>& items, const HostForm& form);
 
 }  // namespace kestrune

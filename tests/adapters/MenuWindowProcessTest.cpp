@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <ostream>
 
-#include "adapters/windows/MenuWindow.h"
+#include "adapters/windows/MenuWindowProcess.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/RecordingTarget.h"
 #include "tests/rig/StandInDialogs.h"
@@ -45,7 +45,7 @@ struct TheMenuWindow : ::testing::Test {
       {.id = 3, .title = "stop", .action = "stop", .target = target},
       {.id = 4, .title = "tick", .action = "tick", .checked = true, .target = target},
   }};
-  MenuWindow window{loop, stand.program(), true};
+  MenuWindowProcess window{loop, stand.program(), true};
 };
 
 TEST_F(TheMenuWindow, ShowsTheMenuAsItIsNow) {
@@ -147,7 +147,7 @@ TEST_F(TheMenuWindow, ComesToTheFrontWhenItIsAskedForAgain) {
 
 TEST_F(TheMenuWindow, HasTimeWithoutLimitOnceItIsThere) {
   constexpr Seconds limit{3};
-  MenuWindow hasty(loop, stand.program(), true, limit);
+  MenuWindowProcess hasty(loop, stand.program(), true, limit);
   hasty.show();
   DialogsRun& run = stand.run();
   run.asked<ShowMenu>(1);
@@ -176,7 +176,7 @@ TEST_F(TheMenuWindow, IsClosedAlsoWhenItsProgramHangs) {
 }
 
 TEST_F(TheMenuWindow, IsToldAsMissingWhereThereIsNoDisplay) {
-  MenuWindow blind(loop, stand.program(), false);
+  MenuWindowProcess blind(loop, stand.program(), false);
   blind.setMenu(menu);
   for (int each = 0; each < 2; ++each) blind.show();
   EXPECT_EQ(errors.text(), complaint("there is no display"));
@@ -198,7 +198,7 @@ TEST_F(TheMenuWindow, IsToldAboutOnceAndCanBeTriedAgain) {
       {"echo '{\"version\":1,\"refused\":\"too much\"}'" AND_HANG, "too much"},
   };
   std::string complaints;
-  std::optional<MenuWindow> failing;
+  std::optional<MenuWindowProcess> failing;
   for (const auto& [script, reason] : failures) {
     stand.replaceBy(script);
     // Long enough for one that does not hang.

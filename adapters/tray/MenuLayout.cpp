@@ -1,4 +1,4 @@
-#include "adapters/tray/MenuRows.h"
+#include "adapters/tray/MenuLayout.h"
 
 #include <array>
 #include <cctype>
@@ -29,9 +29,9 @@ std::string label(const std::string& title, const HostForm& form) {
 }
 
 /// A letter with Command becomes the letter with Control; an upper-case one has Shift, too.
-MenuRows::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& form) {
+MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& form) {
   if (keyEquivalent.empty()) return {};
-  MenuRows::Shortcut keys{"Control"};
+  MenuLayout::Shortcut keys{"Control"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
   if (std::isupper(letter)) keys.emplace_back("Shift");
   const bool isNamed = keyEquivalent == "," && !form.qtKeys;
@@ -39,9 +39,9 @@ MenuRows::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& fo
   return keys;
 }
 
-MenuRows::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
+MenuLayout::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
   if (item.isSeparator) return {{"type", std::string("separator")}};
-  MenuRows::Properties properties{{"label", label(item.title, form)}, {"enabled", item.enabled}};
+  MenuLayout::Properties properties{{"label", label(item.title, form)}, {"enabled", item.enabled}};
   if (item.checked) {
     properties["toggle-type"] = std::string("checkmark");
     properties["toggle-state"] = std::int32_t{*item.checked ? 1 : 0};
@@ -52,12 +52,12 @@ MenuRows::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
 
 }  // namespace
 
-MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form) {
-  MenuRows rows;
-  rows.children[MenuRows::root] = {};
+MenuLayout menuLayout(const std::vector<MenuItem>& items, const HostForm& form) {
+  MenuLayout rows;
+  rows.children[MenuLayout::root] = {};
   for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item, form));
   for (const auto& item : items) {
-    int parent = MenuRows::root;
+    int parent = MenuLayout::root;
     for (const auto& submenu : submenus) {
       if (!form.submenus || item.id < submenu.first || item.id > submenu.last) continue;
       if (rows.properties.contains(submenu.row)) parent = submenu.row;
@@ -67,7 +67,7 @@ MenuRows menuRows(const std::vector<MenuItem>& items, const HostForm& form) {
   for (const auto& [id, children] : rows.children) {
     rows.properties[id]["children-display"] = std::string("submenu");
     // What is disabled cannot be opened.
-    if (id != MenuRows::root) rows.properties[id]["enabled"] = true;
+    if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
   }
   return rows;
 }

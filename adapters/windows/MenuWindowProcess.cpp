@@ -1,28 +1,28 @@
-#include "adapters/windows/MenuWindow.h"
+#include "adapters/windows/MenuWindowProcess.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
-MenuWindow::MenuWindow(EventLoop& givenLoop, std::string givenProgram, bool givenHasDisplay,
-                       Seconds givenPatience)
+MenuWindowProcess::MenuWindowProcess(EventLoop& givenLoop, std::string givenProgram, bool givenHasDisplay,
+                                     Seconds givenPatience)
     : loop(givenLoop),
       program(std::move(givenProgram)),
       hasDisplay(givenHasDisplay),
       patience(givenPatience) {}
 
-MenuWindow::~MenuWindow() = default;
+MenuWindowProcess::~MenuWindowProcess() = default;
 
-void MenuWindow::setMenu(const Menu& changed) {
+void MenuWindowProcess::setMenu(const Menu& changed) {
   if (menu == changed) return;
   menu = changed;
   if (process) process->send(dialogs::ShowMenu{menu});
 }
 
-void MenuWindow::show(const std::string& activationToken) {
+void MenuWindowProcess::show(const std::string& activationToken) {
   if (process) return process->send(dialogs::Raise{activationToken});
   if (!hasDisplay) return report("there is no display");
   process = std::make_unique<DialogProcess>(
@@ -40,12 +40,12 @@ void MenuWindow::show(const std::string& activationToken) {
   });
 }
 
-void MenuWindow::close() {
+void MenuWindowProcess::close() {
   if (process) process->kill();
   forgetProcess();
 }
 
-void MenuWindow::handle(const dialogs::Event& event) {
+void MenuWindowProcess::handle(const dialogs::Event& event) {
   if (std::holds_alternative<dialogs::Shown>(event)) {
     deadline.reset();
   } else if (const auto* const chosen = std::get_if<dialogs::Chosen>(&event)) {
@@ -57,16 +57,16 @@ void MenuWindow::handle(const dialogs::Event& event) {
 }
 
 /// Reports why there is no window, unless the user closed it without a choice.
-void MenuWindow::ended(const std::optional<std::string>& problem) {
+void MenuWindowProcess::ended(const std::optional<std::string>& problem) {
   if (problem || deadline) report(problem.value_or("it ended before its window came"));
   forgetProcess();
 }
 
-void MenuWindow::report(const std::string& problem) const {
+void MenuWindowProcess::report(const std::string& problem) const {
   reportOnce("no menu window from " + program + ": " + problem);
 }
 
-void MenuWindow::forgetProcess() {
+void MenuWindowProcess::forgetProcess() {
   deadline.reset();
   process.reset();
 }

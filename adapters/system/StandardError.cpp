@@ -1,4 +1,4 @@
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 #include <poll.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "adapters/system/Diagnostics.h"
+#include "adapters/system/StandardError.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,13 +12,13 @@
 namespace kestrune::testing {
 namespace {
 
-TEST(Diagnostics, SayEachFaultOnce) {
+TEST(ReportOnce, SaysEachFaultOnce) {
   const StandardErrorText errors;
   for (const char* const message : {"a", "b", "a"}) reportOnce(message);
   EXPECT_EQ(errors.text(), "KestruneMenuClient: a\nKestruneMenuClient: b\n");
 }
 
-TEST(Diagnostics, WaitForNoReader) {
+TEST(ReportOnce, WaitsForNoReader) {
   const StandardErrorText restored;
   const PipeEnds pipe;
   fcntl(pipe.writing.get(), F_SETFL, O_NONBLOCK);
