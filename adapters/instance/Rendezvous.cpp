@@ -160,7 +160,7 @@ void Rendezvous::passOn() const {
   setenv(passedOnVariable, std::to_string(lock.get()).c_str(), 1);
 }
 
-std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds patience) {
+std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds limit) {
   if (!isLine(action)) return "an action is one word";
   const FileDescriptor client = folders.connect(runningSocketName);
   if (!client) return folders.connect(endingSocketName) ? "the client is about to end" : "no client runs";
@@ -168,7 +168,7 @@ std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds pa
   send(client.get(), request.data(), request.size(), MSG_NOSIGNAL);
   std::string answer;
   bool isOver = false;
-  const EventSource deadline = loop.after(patience, [&isOver] { isOver = true; });
+  const EventSource deadline = loop.after(limit, [&isOver] { isOver = true; });
   const EventSource input = loop.onDescriptor(client.get(), EPOLLIN, [&] {
     char bytes[1024];
     const ssize_t count = recv(client.get(), bytes, sizeof bytes, 0);

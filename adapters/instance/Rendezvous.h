@@ -50,8 +50,8 @@ class Rendezvous final : public StatusFeed, public Requests {
   void passOn() const;
 
   /// Asks the running client to perform the action of a menu row, and runs the loop until it has. Returns why
-  /// it did not, in one line; absent on success. Waits `patience` for an answer.
-  std::optional<std::string> ask(const std::string& action, Seconds patience = Seconds{2.0});
+  /// it did not, in one line; absent on success. Waits at most `limit` for an answer.
+  std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
   /// The PID of the running client; absent when there is none.
   std::optional<pid_t> runningClient() const;
