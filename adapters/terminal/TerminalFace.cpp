@@ -113,16 +113,10 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 }
 
 void TerminalFace::refuseLine() {
-  const std::string refusal =
-      endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) + " 個位元組。";
-  if (input.isTerminal() || open.empty()) {
-    // What was typed behind it answers later questions, not this one once more.
-    input.discardTyped();
-    return prompt(refusal + "請重新輸入。\n");
-  }
-  // The next lines of a script would answer the wrong questions.
-  output.write(refusal + "這個視窗已取消。\n");
-  finishAlert({});
+  // What was typed or written behind it answers later questions, not this one once more.
+  if (input.isTerminal() || !open.empty()) input.discardTyped();
+  prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
+         " 個位元組。請重新輸入。\n");
 }
 
 void TerminalFace::choose(const std::string& text) {

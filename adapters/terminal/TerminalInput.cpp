@@ -15,6 +15,8 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t lineLimit = 65536;              // bytes
+constexpr std::size_t pieceSize = 4096;               // bytes that are read at a time
+constexpr std::size_t discardLimit = 1 << 20;         // bytes
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of a terminal's input, line ends included
 
 FileDescriptor takeStandardInput() {
@@ -99,7 +101,14 @@ void TerminalInput::discardUnfinishedLine() {
 
 void TerminalInput::discardTyped() {
   discardUnfinishedLine();
-  if (terminal) lines.clear();
+  if (!terminal) {
+    // A writer may be quick, or never stop.
+    for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
+    }
+    // The rest of a line is no line.
+    if (begun != "") begun.reset();
+  }
+  lines.clear();
 }
 
 void TerminalInput::start(std::function<void(const std::optional<std::string>&)> givenOnLine,
@@ -154,7 +163,7 @@ bool TerminalInput::readSome() {
     pollfd data{input.get(), POLLIN, 0};
     if (poll(&data, 1, 0) == 0) return false;
   }
-  char buffer[4096];
+  char buffer[pieceSize];
   const ssize_t count = read(input.get(), buffer, sizeof buffer);
   if (count < 0 && errno == EINTR) return true;
   if (count < 0 && errno == EAGAIN) return false;

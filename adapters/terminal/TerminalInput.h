@@ -37,7 +37,7 @@ class TerminalInput {
   /// Discards the line that the user of a terminal has begun to type. Lines that are finished stay. Does
   /// nothing on a pipe or a file, and in the background, where the line is typed for another job.
   void discardUnfinishedLine();
-  /// The same for finished lines as well.
+  /// Discards finished lines as well, and on a pipe or a file up to 1 MiB that can be read now.
   void discardTyped();
 
  private:
