@@ -51,7 +51,7 @@ std::optional<std::string> ProgramBundle::environmentVariable(const std::string&
 }
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
-  // The XDG specification ignores relative paths.
+  // XDG base directories that are relative paths are ignored.
   const auto absolute = [](std::string path) {
     if (!path.starts_with('/')) path.clear();
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();
