@@ -14,7 +14,7 @@ SOON = {"KESTRUNE_TEST_TICK": str(TICK)}
 YEAR = 365 * 24 * 3600  # seconds
 
 JUMPING = {"LD_PRELOAD": str(BUILD / "tests/libjumping_clock.so")}
-# Of the call that every shell makes to tell how long it has run.
+# The year that time() returns in bash, which calls it for $SECONDS as well.
 SHOW_TIME = "printf '%(%Y)T\\n' -1"
 
 

@@ -118,7 +118,7 @@ struct OddAgents final : LaunchAgents {
   void repair(const std::string&, const std::string&) override {}
 
   bool registered = false;
-  std::optional<std::string> text;  ///< absent: a path cannot be written there
+  std::optional<std::string> text;  ///< what `document` returns
 };
 
 TEST_F(LaunchAtLogin, TellsWhenNothingWillReadTheAgent) {
