@@ -16,24 +16,29 @@ constexpr auto usage =
     "       KestruneMenuClient --status [--json | --waybar] [--follow] [--exit-zero]\n"
     "       KestruneMenuClient --perform ACTION\n"
     "       KestruneMenuClient --diagnose\n"
-    "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
+    "Keeps a self-hosted bridge alive, and shows its status: in the tray of the desktop, or as text.\n"
     "\n"
-    "  --terminal    show the menu on standard output and read commands from standard input\n"
-    "  --background  when a client already runs, end without a word instead of having it show its menu\n"
-    "  --status      print how things are and exit; nothing is started, stopped or shown elsewhere.\n"
-    "                The exit status is 0 when all is well, 3 for a warning, 4 for a fault\n"
-    "  --json        with --status: as a line of JSON\n"
-    "  --waybar      with --status: as a line for a custom module of Waybar\n"
-    "  --follow      with --status: go on, with each change\n"
-    "  --exit-zero   with --status: exit with 0 whatever the lamp says, and with 1 when it cannot be told\n"
-    "  --perform     have the client that runs do what a row of its menu does; \"help\" lists the actions.\n"
-    "                The exit status is 0 when the client took it, 1 with the reason when it did not\n"
-    "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
+    "  --terminal    show the menu on standard output, and read commands from standard input\n"
+    "  --background  if a client already runs, exit without making it show its menu\n"
+    "  --status      print the status and exit; this starts and stops nothing.\n"
+    "                The exit status is the lamp: 0 green, 3 yellow, 4 red\n"
+    "  --json        with --status: print one line of JSON\n"
+    "  --waybar      with --status: print one line for a custom module of Waybar\n"
+    "  --follow      with --status: keep printing, after each change\n"
+    "  --exit-zero   with --status: exit with 0 for every lamp, with 1 only if there is no status\n"
+    "  --perform     make the running client do what a row of its menu does; \"help\" lists the actions.\n"
+    "                The exit status is 0, or 1 with the reason on standard error\n"
+    "  --diagnose    print what a bug report needs, without secrets, and exit\n"
     "  --help        show this and exit\n"
     "  --version     show the version and exit\n"
     "\n"
-    "Environment: KESTRUNE_REPO_PATH names the backend's folder. Without it, the folder above the last\n"
-    "\"dist\" on the way to the program is taken, or else the working directory.\n";
+    "KESTRUNE_REPO_PATH names the backend's folder. If it is unset or blank, the client uses the folder\n"
+    "that contains the last \"dist\" in the program's path, else the working directory. Set it in:\n"
+    "  GNOME, Plasma       ~/.config/environment.d/kestrune.conf:  KESTRUNE_REPO_PATH=FOLDER\n"
+    "  other X11 desktops  ~/.xsessionrc:  export KESTRUNE_REPO_PATH=FOLDER\n"
+    "  sway                ~/.config/sway/config:  exec env KESTRUNE_REPO_PATH=FOLDER KestruneMenuClient\n"
+    "  login shells        ~/.profile:  export KESTRUNE_REPO_PATH=FOLDER\n"
+    "The entry for start at login, which the menu makes, holds the folder of the client that made it.\n";
 
 constexpr int failure = 1;
 constexpr int usageError = 2;
@@ -115,7 +120,7 @@ Request parse(int argumentCount, char** arguments) {
       refuse("unknown option: " + std::string(argument));
     }
   }
-  if (!request.isSound()) refuse("these options do not go together");
+  if (!request.isSound()) refuse("these options cannot be combined");
   return request;
 }
 
