@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "KestruneMenuClient/settings/SettingsForm.h"
 #include "text/Text.h"
 
@@ -30,10 +29,6 @@ constexpr auto settingsIdentifier = "settings";
 }  // namespace
 
 // --- .env store
-
-std::string AppDelegate::envPath() const {
-  return repoPath + "/.env";
-}
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
   const auto file = EnvFile::in(platform.fileManager.contents(envPath()));

@@ -2,7 +2,6 @@
 #include <iterator>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/FatalError.h"
 
 namespace kestrune {
 
@@ -70,7 +69,12 @@ const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
 
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (!statusItem) fatalError("the menu is built before the status item exists");
-  const StatusSnapshot current = snapshot(statusText, state);
+  // A copy, which is moved: an assignment would keep the memory of a longer text.
+  current.status = std::string(statusText);
+  current.lamp = state;
+  current.officialMode = isOfficialConnectionMode();
+  current.autoConnect = isAutoConnectEnabled();
+  current.keepsAwake = displaySleepAssertionID != 0;
   const std::vector<std::string> status = statusRows(current);
   Menu menu;
   for (int number = 1; number <= lastRow; ++number) {
@@ -89,7 +93,7 @@ void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState
     menu.items.push_back(std::move(item));
   }
   statusItem->setMenu(std::move(menu));
-  platform.statusFeed.publish([current] { return statusJson(current, true); });
+  platform.statusFeed.publish([published = current] { return statusJson(published, true); });
 }
 
 void AppDelegate::performAction(std::string_view action) {

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +10,8 @@
 #include "KestruneMenuClient/status/StatusCommand.h"
 #include "ports/Host.h"
 
+using namespace kestrune;
+
 namespace {
 
 constexpr auto usage =
@@ -16,56 +19,65 @@ constexpr auto usage =
     "       KestruneMenuClient --status [--json | --waybar] [--follow] [--exit-zero]\n"
     "       KestruneMenuClient --perform ACTION\n"
     "       KestruneMenuClient --diagnose\n"
-    "Keeps the backend connected, and shows how it is: in the tray of the desktop, or as text.\n"
+    "Keeps the backend connected and shows its status: in the tray of the desktop, or as text.\n"
     "\n"
     "  --terminal    show the menu on standard output and read commands from standard input\n"
-    "  --background  when a client already runs, end without a word instead of having it show its menu\n"
-    "  --status      print how things are and exit; nothing is started, stopped or shown elsewhere.\n"
-    "                The exit status is 0 when all is well, 3 for a warning, 4 for a fault\n"
-    "  --json        with --status: as a line of JSON\n"
-    "  --waybar      with --status: as a line for a custom module of Waybar\n"
-    "  --follow      with --status: go on, with each change\n"
-    "  --exit-zero   with --status: exit with 0 whatever the lamp says, and with 1 when it cannot be told\n"
-    "  --perform     have the client that runs do what a row of its menu does; \"help\" lists the actions.\n"
-    "                The exit status is 0 when the client took it, 1 with the reason when it did not\n"
-    "  --diagnose    print what a report of a fault needs, without secrets, and exit\n"
-    "  --help        show this and exit\n"
-    "  --version     show the version and exit\n"
+    "  --background  if a client already runs, exit silently instead of showing its menu\n"
+    "  --status      print the status and exit; starts, stops and shows nothing else.\n"
+    "                The exit status is 0 for ok, 3 for a warning, 4 for an error\n"
+    "  --json        with --status: one line of JSON\n"
+    "  --waybar      with --status: one line for a custom module of Waybar\n"
+    "  --follow      with --status: do not exit, and print each change\n"
+    "  --exit-zero   with --status: exit with 0 whatever the status is, and with 1 if it is unknown\n"
+    "  --perform     run the action of a menu row in the running client; \"help\" lists the actions.\n"
+    "                The exit status is 0 on success, 1 on failure, with the reason\n"
+    "  --diagnose    print what a bug report needs, without secrets, and exit\n"
+    "  --help        print this help and exit\n"
+    "  --version     print the version and exit\n"
     "\n"
-    "Environment: KESTRUNE_REPO_PATH names the backend's folder. Without it, the folder above the last\n"
-    "\"dist\" on the way to the program is taken, or else the working directory.\n";
+    "Environment: KESTRUNE_REPO_PATH is the backend's folder. If it is not set, the folder that contains "
+    "the\n"
+    "last \"dist\" in the path of the program is used, else the working directory.\n";
 
 constexpr int failure = 1;
 constexpr int usageError = 2;
 
 /// The parsed command line.
 struct Request {
-  kestrune::StartOptions start;
-  bool status = false;
+  bool terminal = false, background = false;
+  bool status = false, json = false, waybar = false, follow = false, exitZero = false;
   bool diagnose = false;
-  std::optional<std::string> action;  ///< of a row of the client that runs
-  std::optional<kestrune::StatusFormat> format;
-  bool follow = false;
-  bool exitZero = false;
+  std::optional<std::string> action;  ///< for --perform
 
   /// Whether the options can be combined.
   bool isSound() const {
-    const bool starts = start.face == kestrune::Face::terminal || start.background;
-    return status + diagnose + action.has_value() + starts <= 1 &&
-           (status || (!format && !follow && !exitZero));
+    return status + diagnose + action.has_value() + (terminal || background) <= 1 && json + waybar <= 1 &&
+           (status || !(json || waybar || follow || exitZero));
   }
 };
 
+const std::map<std::string_view, bool Request::*> flags{
+    {"--terminal", &Request::terminal},  {"--background", &Request::background},
+    {"--status", &Request::status},      {"--json", &Request::json},
+    {"--waybar", &Request::waybar},      {"--follow", &Request::follow},
+    {"--exit-zero", &Request::exitZero}, {"--diagnose", &Request::diagnose},
+};
+
 // Static, so that they live until the process ends.
-std::unique_ptr<kestrune::Host> host;
-std::shared_ptr<kestrune::ApplicationDelegate> delegate;
+std::unique_ptr<Host> host;
+std::shared_ptr<ApplicationDelegate> delegate;
+
+/// Prints one line on standard error.
+void complain(const std::string& words) {
+  std::fprintf(stderr, "KestruneMenuClient: %s\n", words.c_str());
+}
 
 [[noreturn]] void refuse(const std::string& why) {
-  std::fprintf(stderr, "KestruneMenuClient: %s\n\n%s", why.c_str(), usage);
+  complain(why + "\n\n" + usage);
   std::exit(usageError);
 }
 
-/// Says why it cannot.
+/// Writes to standard output. On failure, complains and returns false.
 bool print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
   std::perror("KestruneMenuClient: cannot write to standard output");
@@ -76,36 +88,15 @@ bool print(const std::string& text) {
   std::exit(print(text) ? 0 : failure);
 }
 
-/// Refuses a second format, which would silently replace the first.
-void setFormat(Request& request, kestrune::StatusFormat format) {
-  if (request.format && *request.format != format) refuse("--json and --waybar exclude each other");
-  request.format = format;
-}
-
 Request parse(int argumentCount, char** arguments) {
   Request request;
   for (int i = 1; i < argumentCount; ++i) {
     const std::string_view argument = arguments[i];
-    request.start.arguments.emplace_back(argument);
-    if (argument == "--terminal") {
-      request.start.face = kestrune::Face::terminal;
-    } else if (argument == "--background") {
-      request.start.background = true;
-    } else if (argument == "--status") {
-      request.status = true;
-    } else if (argument == "--json") {
-      setFormat(request, kestrune::StatusFormat::json);
-    } else if (argument == "--waybar") {
-      setFormat(request, kestrune::StatusFormat::waybar);
-    } else if (argument == "--follow") {
-      request.follow = true;
-    } else if (argument == "--exit-zero") {
-      request.exitZero = true;
-    } else if (argument == "--diagnose") {
-      request.diagnose = true;
+    if (const auto flag = flags.find(argument); flag != flags.end()) {
+      request.*flag->second = true;
     } else if (argument == "--perform") {
-      if (request.action) refuse("--perform takes one action");
-      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists them");
+      if (request.action) refuse("--perform can be given once");
+      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists all actions");
       request.action = arguments[i];
     } else if (argument == "--help" || argument == "-h") {
       answer(usage);
@@ -115,16 +106,17 @@ Request parse(int argumentCount, char** arguments) {
       refuse("unknown option: " + std::string(argument));
     }
   }
-  if (!request.isSound()) refuse("these options do not go together");
+  if (!request.isSound()) refuse("these options cannot be combined");
   return request;
 }
 
 void tellStatus(const Request& request) {
-  const auto command = std::make_shared<kestrune::StatusCommand>(
-      host->platform(),
-      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow,
-                                       request.exitZero},
-      // With --follow, a stalled reader must not block the end of this process.
+  const auto format = request.json     ? StatusFormat::json
+                      : request.waybar ? StatusFormat::waybar
+                                       : StatusFormat::text;
+  const auto command = std::make_shared<StatusCommand>(
+      host->platform(), StatusCommand::Options{format, request.follow, request.exitZero},
+      // With --follow, a reader that stalls must not block the end of this process.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
       });
@@ -135,23 +127,23 @@ void tellStatus(const Request& request) {
 }
 
 void perform(const std::string& action) {
-  if (action == "help") answer(kestrune::AppDelegate::describeActions());
-  host = kestrune::makeHost({});
+  if (action == "help") answer(AppDelegate::describeActions());
+  host = makeHost({});
   const auto refusal = host->perform(action);
-  if (refusal) std::fprintf(stderr, "KestruneMenuClient: %s\n", refusal->c_str());
+  if (refusal) complain(*refusal);
   host->leave(!refusal && print("ok\n") ? 0 : failure);
 }
 
 void runClient() {
   if (!host->becomeOnlyInstance()) host->leave(0);
-  const auto controller = std::make_shared<kestrune::AppDelegate>(host->platform());
+  const auto controller = std::make_shared<AppDelegate>(host->platform());
   delegate = controller;
   host->leave(host->platform().application->run(*controller));
 }
 
 void diagnose() {
   const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" +
-                             kestrune::AppDelegate::describeBackend(host->platform()) + host->describe());
+                             AppDelegate::describeBackend(host->platform()) + host->describe());
   host->leave(printed ? 0 : failure);
 }
 
@@ -160,7 +152,9 @@ void diagnose() {
 int main(int argumentCount, char** arguments) {
   const Request request = parse(argumentCount, arguments);
   if (request.action) perform(*request.action);
-  host = kestrune::makeHost(request.start);
+  host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
+                   .background = request.background,
+                   .arguments = {arguments + 1, arguments + argumentCount}});
   if (request.status) {
     tellStatus(request);
   } else if (request.diagnose) {

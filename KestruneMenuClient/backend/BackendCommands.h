@@ -4,9 +4,9 @@
 #include <string_view>
 
 #include "ports/MainBundle.h"
+#include "ports/ServiceControl.h"
 
-// The backend's folder, and the shell lines that run its client. All functions are pure and may be called
-// from any thread.
+// The backend's folder, and the shell lines that run its client and stop its services. Any thread.
 
 namespace kestrune {
 
@@ -26,5 +26,8 @@ std::string clientCommand(std::string_view subcommand);
 
 /// The same, in the backend's folder and virtual environment. Does not escape `repoPath`.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
+
+/// A shell script that ends all services and processes of the backend: 13 lines, each of which succeeds.
+std::string stopScript(const ServiceControl& control);
 
 }  // namespace kestrune
