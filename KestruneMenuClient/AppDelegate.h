@@ -54,6 +54,8 @@ class AppDelegate final : public ApplicationDelegate,
   /// Describes the backend's folder, the rule that chose it, its files and the client's preferences, for a
   /// bug report. Lines of text, without secrets.
   static std::string describeBackend(Platform& platform);
+  /// The warning that the folder holds no backend, in English; absent when it holds one.
+  std::optional<std::string> missingBackendWarning() const;
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 

@@ -79,6 +79,12 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   return text;
 }
 
+std::optional<std::string> AppDelegate::missingBackendWarning() const {
+  if (holdsBackend(platform.fileManager, repoPath)) return std::nullopt;
+  return "no backend in " + withoutControls(repoPath) + ", " + locateRepo(platform.mainBundle).rule +
+         ": it has no .venv/bin/activate. Set KESTRUNE_REPO_PATH to the folder of the backend.";
+}
+
 // --- paths
 
 std::string AppDelegate::currentExecutablePath() const {

@@ -107,7 +107,14 @@ void AppDelegate::showStatus() {
   runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
     updateCodexRuntimeSummaries(result.output);
     refreshStatus(false);
-    showResultWindow("目前狀態", prettifyOutput(result.output), !result.ok);
+    std::string content = prettifyOutput(result.output);
+    if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
+      content =
+          "後端資料夾 " + repoPath +
+          " 裡沒有 .venv/bin/activate。請把環境變數 KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n" +
+          content;
+    }
+    showResultWindow("目前狀態", content, !result.ok);
   });
 }
 

@@ -138,6 +138,7 @@ void runClient() {
   if (!host->becomeOnlyInstance()) host->leave(0);
   const auto controller = std::make_shared<AppDelegate>(host->platform());
   delegate = controller;
+  if (const auto warning = controller->missingBackendWarning()) complain(*warning);
   host->leave(host->platform().application->run(*controller));
 }
 

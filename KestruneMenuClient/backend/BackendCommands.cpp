@@ -40,6 +40,10 @@ RepoLocation locateRepo(const MainBundle& mainBundle) {
   return {mainBundle.currentDirectoryPath(), "the working directory"};
 }
 
+bool holdsBackend(const FileManager& files, const std::string& repoPath) {
+  return files.fileExists(repoPath + "/" + environmentScript);
+}
+
 std::string clientCommand(std::string_view subcommand) {
   const std::string client = clientProgram;
   const std::string argument(subcommand);

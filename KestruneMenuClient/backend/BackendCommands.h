@@ -3,10 +3,12 @@
 #include <string>
 #include <string_view>
 
+#include "ports/FileManager.h"
 #include "ports/MainBundle.h"
 #include "ports/ServiceControl.h"
 
-// The backend's folder, and the shell lines that run its client and stop its services. Any thread.
+// The backend's folder, and the shell lines that run its client and stop its services. Any thread, unless a
+// comment says otherwise.
 
 namespace kestrune {
 
@@ -19,6 +21,9 @@ struct RepoLocation {
 /// The folder in KESTRUNE_REPO_PATH, else the one that contains the last "dist" in the application's path,
 /// else the working directory. Does not check that it exists.
 RepoLocation locateRepo(const MainBundle& mainBundle);
+
+/// Whether the folder has the virtual environment that every command line activates. Main thread.
+bool holdsBackend(const FileManager& files, const std::string& repoPath);
 
 /// A shell line that runs a subcommand of the backend's client, or of the legacy client if the current one is
 /// missing or fails.
