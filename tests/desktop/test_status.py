@@ -190,12 +190,12 @@ class Diagnosis(StatusTest):
         self.assertIn("  it hangs, or is of another version\n", asking.output.all())
 
     def test_output_that_cannot_be_written_is_a_failure(self):
-        for option in ("--diagnose", "--status", "--help"):
+        for options in (["--diagnose"], ["--status"], ["--status", "--follow"], ["--help"]):
             with open("/dev/full", "w", encoding="utf-8") as full:
-                process = self.session.start(option, stdout=full)
-                self.assertEqual(process.status(), 1, option)
+                process = self.session.start(*options, stdout=full)
+                self.assertEqual(process.status(), 1, options)
                 self.assertTrue(process.errors.all().endswith(
-                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), option)
+                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), options)
 
     def test_with_a_client_and_its_session(self):
         bus = Bus(self.session)
