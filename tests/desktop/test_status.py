@@ -162,7 +162,7 @@ class Diagnosis(StatusTest):
     def test_without_anything(self):
         text, errors = self.diagnosis()
         self.assertRegex(text, r"^KestruneMenuClient \d+\.\d+\.\d+\n")
-        for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Client that answers: none",
+        for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Running client: none",
                      "Session bus: does not answer", "Tray: none", "  DISPLAY: not set",
                      "Automatic connection: on", "  lsof: /usr/bin/lsof"):
             self.assertIn(line + "\n", text)
@@ -187,7 +187,7 @@ class Diagnosis(StatusTest):
             with listener.accept()[0] as caller:
                 caller.send(b"\n")
                 self.assertEqual(asking.status(), 0)
-        self.assertIn("  it hangs, or is of another version\n", asking.output.all())
+        self.assertIn("  does not answer, or has another version\n", asking.output.all())
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         for options in (["--diagnose"], ["--status"], ["--status", "--follow"], ["--help"]):
@@ -210,7 +210,7 @@ class Diagnosis(StatusTest):
         bus.wait_for_client()
         text, errors = self.diagnosis()
         self.assertEqual(errors, "")
-        self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
+        self.assertIn(f"Running client: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
         self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
         self.assertIn("  token of the local service: set\n", text)
         self.assertNotIn(SECRET, text)
