@@ -55,15 +55,13 @@ std::string formatted(std::int64_t time, const char* format, bool local) {
 std::optional<std::int64_t> parsedTime(const std::string& text) {
   int year = 0;
   unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%2uZ", &year, &month, &day, &hour, &minute, &second) !=
-      6) {
-    return std::nullopt;
-  }
-  const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
-                                         std::chrono::day(day)};
-  if (!date.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
-  const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-  return ((days * 24 + hour) * 60 + minute) * 60 + second;
+  std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%2uZ", &year, &month, &day, &hour, &minute, &second);
+  const std::chrono::sys_days date =
+      std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+  const std::int64_t days = date.time_since_epoch().count();
+  const std::int64_t time = ((days * 24 + hour) * 60 + minute) * 60 + second;
+  // Rejects a date that does not exist, and text that is no time.
+  return formatted(time, timeFormat, false) == text ? std::optional(time) : std::nullopt;
 }
 
 std::string detailMember(const CodexItem& item) {
