@@ -124,17 +124,6 @@ TEST_F(Logo, GreyCopyHasNoSaturation) {
   EXPECT_EQ(*original, before);
 }
 
-TEST_F(Logo, IsLookedUpAgainWhileItIsMissing) {
-  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::ok), nullptr);
-  EXPECT_EQ(newlyAsked(), Asked{"KestruneMacClient"});
-  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::warning), nullptr);
-  EXPECT_EQ(newlyAsked(), (Asked{"KestruneMacClient", "KestruneMacClient"}));
-  EXPECT_TRUE(machine.images.filtered.empty());
-  bundleHasPng();
-  EXPECT_NE(controller->loadMenuBarLogo(Lamp::ok), nullptr);
-  EXPECT_NE(controller->loadMenuBarLogo(Lamp::warning), nullptr);
-}
-
 TEST_F(Logo, IsCachedInColourAndInGrey) {
   bundleHasPng();
   const ImageRef grey = controller->loadMenuBarLogo(Lamp::warning);

@@ -233,15 +233,5 @@ TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSeconds) {
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-TEST_F(MenuCommands, RestartChosenTwiceTerminatesOnce) {
-  shellAnswers("--version", {.runtime = Seconds{0.1}});
-  choose("restartMenuClient");
-  choose("restartMenuClient");
-  machine.loop.advance(Seconds{1});
-  const CallLog calls = newCalls();
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "terminate"), 1);
-  EXPECT_TRUE(machine.loop.isTerminated());
-}
-
 }  // namespace
 }  // namespace kestrune::testing

@@ -56,6 +56,7 @@ TEST_F(Paths, ExecutableFallsBackToTheRepository) {
   bundle.executable.reset();
   EXPECT_EQ(makeController()->currentExecutablePath(),
             "/home/u/backend/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient");
+  EXPECT_EQ(makeController()->currentAppBundlePath(), "/home/u/backend/dist/Kestrune Menu Client.app");
 }
 
 TEST_F(Paths, BundleFallsBackToTheExecutableAndTheRepository) {
@@ -76,14 +77,6 @@ TEST_F(Paths, BundleFallsBackToTheExecutableAndTheRepository) {
       bundle.bundle = path;
       EXPECT_EQ(makeController()->currentAppBundlePath(), expected) << path;
     }
-  }
-}
-
-TEST_F(Paths, BundleWithoutAnExecutableIsInTheRepository) {
-  bundle.executable.reset();
-  for (const std::string repository : {"/srv/repo", "/srv/old.app/repo"}) {
-    bundle.environment["KESTRUNE_REPO_PATH"] = repository;
-    EXPECT_EQ(makeController()->currentAppBundlePath(), repository + "/dist/Kestrune Menu Client.app");
   }
 }
 

@@ -152,23 +152,6 @@ TEST_F(Settings, FieldsFallBackToLegacyKeys) {
   for (const auto& [key, text] : fields()) EXPECT_EQ(text, "") << key;
 }
 
-TEST_F(Settings, FieldsAreReadInOrder) {
-  env();
-  int reads = 0;
-  machine.fileManager.whenRead = [&] {
-    const std::string number = std::to_string(++reads);
-    env() = "KESTRUNE_PUBLIC_API_URL=" + number + "\nOPENAI_API_KEY=" + number;
-    for (const char* const key : {"APP_API_TOKEN", "MAC_SERVICE_TOKEN", "PROJECT_ROOT"}) {
-      env() += std::string("\nHALVASK_") + key + "=" + number;
-    }
-  };
-  open();
-  EXPECT_EQ(fields(),
-            (std::map<std::string, std::string>{
-                {apiURL, "1"}, {appToken, "2"}, {serviceToken, "3"}, {projectRoot, "4"}, {openAIKey, "5"}}));
-  EXPECT_EQ(reads, 5);
-}
-
 TEST_F(Settings, FileIsReadWhenTheDialogIsShown) {
   env() = "KESTRUNE_APP_API_TOKEN=early";
   choose("showChatGPTRemoteGuide");

@@ -49,14 +49,6 @@ TEST_F(ShellRunner, OutputThatIsNotUtf8IsDiscarded) {
   }
 }
 
-TEST_F(ShellRunner, FailedStartGivesTheSystemError) {
-  machine.processes.launchError = "No such file or directory";
-  EXPECT_EQ(run({}), (CommandResult{false, "No such file or directory"}));
-  EXPECT_EQ(elapsed, 0);
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_TRUE(machine.processes.readPatience.empty());
-}
-
 TEST_F(ShellRunner, PollsTwentyTimesASecond) {
   for (const auto& [runtime, seen] : {std::pair{0.01, 0.05}, {0.06, 0.10}, {1.23, 1.25}, {1.88, 1.9}}) {
     newCalls();

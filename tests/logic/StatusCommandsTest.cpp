@@ -8,16 +8,6 @@ struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const 
   const Alert& window() const { return machine.alerts.shown.back(); }
 };
 
-TEST_P(BothStatusCommands, AskForTheStatusOnTheWorker) {
-  controller->performAction(GetParam());
-  machine.loop.runMain();
-  EXPECT_EQ(newCalls(), CallLog{});
-  ASSERT_TRUE(machine.loop.runOneWorkerJob());
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_EQ(machine.processes.launches.back().arguments,
-            (std::vector<std::string>{"-lc", controller->backendCommandLine("status")}));
-}
-
 TEST_P(BothStatusCommands, ShowTheReportDuringARefresh) {
   state.statusRefreshInProgress = true;
   setAutoConnect(false);
