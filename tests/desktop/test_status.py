@@ -142,7 +142,7 @@ class Performing(unittest.TestCase):
         self.assertEqual(self.session.run("--perform", "showChatGPTRemoteGuide"), (0, "ok\n", ""))
         client.next_window()
         self.assertEqual(self.session.run("--perform", "stopConnection"),
-                         (1, "", "KestruneMenuClient: no enabled row of the menu does this: stopConnection\n"))
+                         (1, "", "KestruneMenuClient: no enabled menu row has this action now: stopConnection\n"))
         self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
         self.assertEqual(client.process.wait(), 0)
 

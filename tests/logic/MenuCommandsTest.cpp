@@ -57,10 +57,10 @@ TEST_F(RequestedCommands, RunTheActionOfARow) {
 TEST_F(RequestedCommands, RefuseUnknownActions) {
   newCalls();
   for (const std::string action : {"", "fly", "Quit", "quit ", "quit\n"}) {
-    EXPECT_EQ(refusal(action), "unknown action: " + action);
+    EXPECT_EQ(refusal(action), "unknown action: " + action + "; \"--perform help\" lists all actions");
   }
   // A button of the settings, and no row.
-  EXPECT_EQ(refusal("showPairingQR"), "no enabled row of the menu does this: showPairingQR");
+  EXPECT_EQ(refusal("showPairingQR"), "no enabled menu row has this action now: showPairingQR");
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
@@ -88,7 +88,7 @@ TEST_F(RequestedCommands, AreListedWithTheTextsOfTheirRows) {
 }
 
 TEST_F(RequestedCommands, RefuseDisabledRows) {
-  EXPECT_EQ(refusal("refreshNow"), "no enabled row of the menu does this: refreshNow");
+  EXPECT_EQ(refusal("refreshNow"), "no enabled menu row has this action now: refreshNow");
   controller->reconnectServices(false);
   machine.loop.runMain();
   EXPECT_NE(machine.requests.perform("stopConnection"), std::nullopt);
