@@ -195,16 +195,13 @@ std::string withoutEscapeSequences(std::string_view text) {
 }
 
 std::string withoutControls(std::string_view text) {
+  const std::string rest = withoutEscapeSequences(text);
   std::string plain;
-  plain.reserve(text.size());
-  while (!text.empty()) {
-    if (const std::size_t length = escapeSequenceLength(text)) {
-      text.remove_prefix(length);
-      continue;
-    }
-    const Decoded decoded = decode(text);
-    plain += isReadable(decoded.character) ? text.substr(0, decoded.length) : " ";
-    text.remove_prefix(decoded.length);
+  plain.reserve(rest.size());
+  for (std::size_t at = 0; at < rest.size();) {
+    const Decoded decoded = decode(std::string_view(rest).substr(at));
+    plain += isReadable(decoded.character) ? rest.substr(at, decoded.length) : " ";
+    at += decoded.length;
   }
   return plain;
 }
