@@ -85,13 +85,6 @@ class Start(unittest.TestCase):
         self.assertEqual(client.errors.all(), NO_BUS + NO_SYSTEM_BUS)
         self.assertNotRegex(client.output.so_far, "Mac service|秘密")
 
-    def test_a_folder_without_a_backend_is_named(self):
-        client = self.session.terminal(environment={"KESTRUNE_REPO_PATH": "/nowhere"})
-        client.next_menu()
-        self.assertEqual(client.end(), 0)
-        self.assertEqual(client.errors.all(), "KestruneMenuClient: no backend in /nowhere, named by KESTRUNE_REPO_PATH: "
-                         "it has no .venv/bin/activate. Set KESTRUNE_REPO_PATH to the folder of the backend.\n")
-
     def test_a_crash_leaves_no_memory_on_the_disk(self):
         client = self.session.terminal(through=["sh", "-c", 'ulimit -S -c "$(ulimit -H -c)" && exec "$@"', "sh"])
         client.next_menu()
