@@ -13,6 +13,7 @@
 #include "ports/PathMonitor.h"
 #include "ports/PowerAssertions.h"
 #include "ports/Process.h"
+#include "ports/QRCode.h"
 #include "ports/ServiceControl.h"
 #include "ports/StatusFeed.h"
 #include "ports/StatusItem.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ports/Image.h"
+#include "ports/QRCode.h"
 
 namespace kestrune {
 

@@ -272,7 +272,7 @@ struct FakeLocalService final : LocalService {
   std::function<void()> whileAsked;
 };
 
-/// Every symbol is a single dark module.
+/// Makes symbols of one dark module, however long the message.
 struct FakeQRCodes final : QRCodeGenerator {
   std::optional<Bitmap> generate(const std::string& message) override {
     messages.push_back(message);
