@@ -261,8 +261,9 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
   const bool display = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
   const bool hasWindows = access(windows.c_str(), X_OK) == 0;
   const std::string text =
-      "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) +
-      "Windows: " + (hasWindows ? firstWordsOf(processes, windows, {"--version"}) : windows + " is missing") +
+      "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) + "Windows: " +
+      (hasWindows ? firstWordsOf(processes, windows, {"--version"})
+                  : windows + " is missing (package kestrune-menu-dialogs)") +
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
       busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
   // The answers of other processes may contain control characters.
