@@ -8,17 +8,25 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/backend/Results.h"
+#include "KestruneMenuClient/backend/BackendCommands.h"
 #include "KestruneMenuClient/backend/ShellRunner.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "KestruneMenuClient/settings/Preferences.h"
-#include "KestruneMenuClient/status/ConnectionLampState.h"
-#include "KestruneMenuClient/status/LiveSession.h"
-#include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "ports/Platform.h"
 
 namespace kestrune {
+
+/// Aborts because of a programming error; prints `message` on standard error.
+[[noreturn]] void fatalError(const char* message);
+
+/// The result of a file operation, with a message for the user.
+struct OperationResult {
+  bool ok = false;
+  std::string message;
+
+  bool operator==(const OperationResult&) const = default;
+};
 
 /// The controller: holds the application's state and has all operations. Owned by a `std::shared_ptr` from
 /// before the main loop starts until the process ends. Main thread, unless a comment says otherwise.
@@ -34,18 +42,20 @@ class AppDelegate final : public ApplicationDelegate,
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
 
-  bool isAutoConnectEnabled() const;
-  bool isKeepAwakeEnabled() const;
-  bool isOfficialConnectionMode() const;
-  void setAutoConnectEnabled(bool enabled);
-  void setKeepAwakeEnabled(bool enabled);
-  void setOfficialConnectionMode(bool official);
-  std::string connectionModeLabel() const;
+  bool isAutoConnectEnabled() const { return preferences.isAutoConnectEnabled(); }
+  bool isKeepAwakeEnabled() const { return preferences.isKeepAwakeEnabled(); }
+  bool isOfficialConnectionMode() const { return preferences.isOfficialConnectionMode(); }
+  void setAutoConnectEnabled(bool enabled) { preferences.setAutoConnectEnabled(enabled); }
+  void setKeepAwakeEnabled(bool enabled) { preferences.setKeepAwakeEnabled(enabled); }
+  void setOfficialConnectionMode(bool official) { preferences.setOfficialConnectionMode(official); }
+  std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
-  static std::string resolveRepoPath(const MainBundle& mainBundle);
+  static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
   /// Describes the backend's folder, the rule that chose it, its files and the client's preferences, for a
   /// bug report. Lines of text, without secrets.
   static std::string describeBackend(Platform& platform);
+  /// The warning that the folder holds no backend, in English; absent when it holds one.
+  std::optional<std::string> missingBackendWarning() const;
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
@@ -55,22 +65,29 @@ class AppDelegate final : public ApplicationDelegate,
   static constexpr Seconds stopTimeout{8.0};
 
   /// Blocks; any thread. See ShellRunner.h.
-  CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout);
+  CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout) {
+    return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
+  }
+  /// `text` as a single word of a shell line.
   static std::string shellEscape(std::string_view text);
-  static std::string kestruneClientCommand(std::string_view subcommand);
-  std::string backendCommandLine(std::string_view subcommand) const;
-  std::string backendServiceStopCommand() const;
+  static std::string kestruneClientCommand(std::string_view subcommand) { return clientCommand(subcommand); }
+  std::string backendCommandLine(std::string_view subcommand) const {
+    return kestrune::backendCommandLine(repoPath, subcommand);
+  }
+  std::string backendServiceStopCommand() const { return stopScript(platform.serviceControl); }
   /// Blocks for about 9 s at most.
-  void stopBackendServicesSynchronously();
+  void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
   // StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
 
-  static ConnectionLampState inferLampState(const CommandResult& result);
-  static std::string prettifyOutput(std::string_view output);
+  static ConnectionLampState inferLampState(const CommandResult& result) {
+    return StatusReport(result.ok, result.output).lamp;
+  }
+  static std::string prettifyOutput(std::string_view output) { return prettified(output); }
   /// "OK" or "需檢查", and the detail, from the first line with `label`; absent when there is none.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
-  static std::string compactDiagnosticDetail(std::string_view detail);
-  void updateCodexRuntimeSummaries(std::string_view output);
+  static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
+  void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }
 
   /// Asks the backend for its status and shows it. Does nothing while another refresh is running.
   void refreshStatus(bool triggerNotification);
@@ -87,7 +104,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// once, when the fields are up to date. If it does not ask the service, it calls `completion` before it
   /// returns.
   void refreshLiveSessionSnapshot(const Job& completion);
-  static std::string compactThreadName(std::string_view name);
+  static std::string compactThreadName(std::string_view name) { return kestrune::compactThreadName(name); }
 
   // MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications; StatusMenu.cpp: the
   // menu
@@ -130,9 +147,11 @@ class AppDelegate final : public ApplicationDelegate,
   void ensureSleepAssertion();
   void releaseSleepAssertion();
   void syncSleepAssertionWithSettings();
-  std::string userLaunchAgentPath(const std::string& label) const;
-  std::string userLaunchAgentPath() const;
-  std::string legacyUserLaunchAgentPath() const;
+  std::string userLaunchAgentPath(const std::string& label) const {
+    return platform.launchAgents.path(label);
+  }
+  std::string userLaunchAgentPath() const { return userLaunchAgentPath(launchAgentLabel); }
+  std::string legacyUserLaunchAgentPath() const { return userLaunchAgentPath(legacyLaunchAgentLabel); }
   bool isLaunchAtLoginEnabled() const;
   OperationResult setLaunchAtLoginEnabled(bool enabled);
 
@@ -146,9 +165,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// Stores the report's Codex findings, and the current time as the time of the report.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
-  StatusSnapshot snapshot(const std::string& statusText, ConnectionLampState state) const;
-  bool isReconnecting() const { return reconnectInProgress; }
-  void show(const LiveSession& session);
+  /// Rebuilds the menu and redraws the button.
+  void show(const std::string& statusText, ConnectionLampState state);
+  bool isReconnecting() const { return current.reconnecting; }
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);
   void actOnPathUpdate(bool changed);
@@ -161,7 +180,7 @@ class AppDelegate final : public ApplicationDelegate,
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
                   const std::function<void(const Result<>&)>& then);
 
-  std::string envPath() const;
+  std::string envPath() const { return repoPath + "/.env"; }
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
   std::string publicAPIURL() const;
   EnvFile envTemplate() const;
@@ -195,25 +214,18 @@ class AppDelegate final : public ApplicationDelegate,
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
   const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
-  std::string lastPathDescription = "未知網路";
-  std::string currentProjectTitle = "目前專案";
-  std::string currentThreadName = "尚未取得";
-  std::string codexVersionSummary = "Codex：尚未檢查";
-  std::string codexRemoteControlSummary = "Remote Control：尚未檢查";
-  std::string codexAppSummary = "Codex App：尚未檢查";
-  std::string chatGPTRemoteSummary = "ChatGPT Remote：尚未檢查";
-  std::optional<std::int64_t> reportedAt;  ///< calendar time of the backend's newest report
+  /// What the menu shows, as far as it is known before `rebuildMenu`.
+  StatusSnapshot current;
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;
   std::unique_ptr<DispatchQueue> workerQueue;
-  bool reconnectInProgress = false;
   bool statusRefreshInProgress = false;
   bool liveSessionRefreshInProgress = false;
   std::optional<Seconds> lastLiveSessionRefreshAt;  ///< in `Clock::continuousTime`
   std::unique_ptr<Timer> refreshTimer;
+  /// Both are 0 while no assertion is held.
   std::uint32_t displaySleepAssertionID = 0;
   std::uint32_t systemSleepAssertionID = 0;
-  bool sleepAssertionActive = false;
 };
 
 }  // namespace kestrune

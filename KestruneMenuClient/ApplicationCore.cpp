@@ -2,9 +2,6 @@
 #include <cstdlib>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/FatalError.h"
-#include "KestruneMenuClient/backend/BackendCommands.h"
-#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -82,41 +79,13 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   return text;
 }
 
-// --- preferences
-
-bool AppDelegate::isAutoConnectEnabled() const {
-  return preferences.isAutoConnectEnabled();
-}
-
-bool AppDelegate::isKeepAwakeEnabled() const {
-  return preferences.isKeepAwakeEnabled();
-}
-
-bool AppDelegate::isOfficialConnectionMode() const {
-  return preferences.isOfficialConnectionMode();
-}
-
-void AppDelegate::setAutoConnectEnabled(bool enabled) {
-  preferences.setAutoConnectEnabled(enabled);
-}
-
-void AppDelegate::setKeepAwakeEnabled(bool enabled) {
-  preferences.setKeepAwakeEnabled(enabled);
-}
-
-void AppDelegate::setOfficialConnectionMode(bool official) {
-  preferences.setOfficialConnectionMode(official);
-}
-
-std::string AppDelegate::connectionModeLabel() const {
-  return preferences.connectionModeLabel();
+std::optional<std::string> AppDelegate::missingBackendWarning() const {
+  if (holdsBackend(platform.fileManager, repoPath)) return std::nullopt;
+  return "no backend in " + withoutControls(repoPath) + ", " + locateRepo(platform.mainBundle).rule +
+         ": it has no .venv/bin/activate. Set KESTRUNE_REPO_PATH to the folder of the backend.";
 }
 
 // --- paths
-
-std::string AppDelegate::resolveRepoPath(const MainBundle& mainBundle) {
-  return locateRepo(mainBundle).path;
-}
 
 std::string AppDelegate::currentExecutablePath() const {
   return platform.mainBundle.executablePath().value_or(

@@ -1,6 +1,5 @@
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/backend/BackendCommands.h"
-#include "KestruneMenuClient/backend/BackendContract.h"
+#include "text/Text.h"
 
 namespace kestrune {
 
@@ -10,10 +9,6 @@ namespace {
 constexpr Seconds trialLimit{2.0};
 
 }  // namespace
-
-CommandResult AppDelegate::runShellCommand(const std::string& commandLine, Seconds timeout) {
-  return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
-}
 
 void AppDelegate::tryProgram(const std::string& executable,
                              const std::function<void(const Result<>&)>& then) {
@@ -41,30 +36,7 @@ void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds dead
 }
 
 std::string AppDelegate::shellEscape(std::string_view text) {
-  return kestrune::shellEscape(text);
-}
-
-std::string AppDelegate::kestruneClientCommand(std::string_view subcommand) {
-  return clientCommand(subcommand);
-}
-
-std::string AppDelegate::backendCommandLine(std::string_view subcommand) const {
-  return kestrune::backendCommandLine(repoPath, subcommand);
-}
-
-std::string AppDelegate::backendServiceStopCommand() const {
-  const ServiceControl& control = platform.serviceControl;
-  std::string script;
-  const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
-  // Unload services first, or the service manager would restart the processes that are ended below.
-  for (const auto* label : backend::serviceLabels) append(control.unloadLine(label));
-  for (const auto* pattern : backend::processPatterns) append(control.endMatchingLine(pattern));
-  for (const int port : backend::ports) append(control.killListenersLine(port));
-  return script;
-}
-
-void AppDelegate::stopBackendServicesSynchronously() {
-  runShellCommand(backendServiceStopCommand(), stopTimeout);
+  return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
 }
 
 }  // namespace kestrune

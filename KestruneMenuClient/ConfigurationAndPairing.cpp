@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "KestruneMenuClient/settings/SettingsForm.h"
 #include "text/Text.h"
 
@@ -15,12 +14,6 @@ std::optional<std::string> pairingURL(const std::string& apiURL, const std::stri
          "&token=" + AppDelegate::percentEncodeQueryValue(token);
 }
 
-bool isAllowedInQueryValue(char character) {
-  static constexpr std::string_view marks = "-._~!$'()*,;:@/";
-  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
-         (character >= '0' && character <= '9') || marks.find(character) != std::string_view::npos;
-}
-
 OperationResult notSaved(const std::string& reason) {
   return {false, reason + "設定沒有保存。"};
 }
@@ -30,10 +23,6 @@ constexpr auto settingsIdentifier = "settings";
 }  // namespace
 
 // --- .env store
-
-std::string AppDelegate::envPath() const {
-  return repoPath + "/.env";
-}
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
   const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
@@ -85,9 +74,11 @@ EnvFile AppDelegate::envTemplate() const {
 
 std::string AppDelegate::percentEncodeQueryValue(std::string_view value) {
   static constexpr std::string_view digits = "0123456789ABCDEF";
+  static constexpr std::string_view allowed =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*,;:@/";
   std::string encoded;
   for (const char character : value) {
-    if (isAllowedInQueryValue(character)) {
+    if (allowed.find(character) != std::string_view::npos) {
       encoded += character;
     } else {
       const auto byte = static_cast<unsigned char>(character);
@@ -119,29 +110,21 @@ ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) cons
 }
 
 void AppDelegate::showPairingQR() {
-  static constexpr auto failureTitle = "無法生成配對 QR";
+  const auto fail = [this](const char* reason) { showResultWindow("無法生成配對 QR", reason, true); };
   static constexpr double imageSize = 260;
   // Read once, so that the QR code and the text below it agree.
   const std::string apiURL = publicAPIURL();
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
-  if (!link) {
-    showResultWindow(failureTitle, "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。", true);
-    return;
-  }
+  if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
   // A value with a line end includes the lines after it, which may hold other secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
-    showResultWindow(failureTitle,
-                     ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"
-                     "請把 .env 的換行改成 LF，再顯示配對 QR。",
-                     true);
-    return;
+    return fail(
+        ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"
+        "請把 .env 的換行改成 LF，再顯示配對 QR。");
   }
   const ImageRef image = makeQRCodeImage(*link);
-  if (!image) {
-    showResultWindow(failureTitle, "QR 圖片生成失敗，請稍後再試。", true);
-    return;
-  }
+  if (!image) return fail("QR 圖片生成失敗，請稍後再試。");
   View picture{.kind = ViewKind::image,
                .accessibilityLabel = "手機配對 QR",
                .width = imageSize,

@@ -2,7 +2,6 @@
 #include <random>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/FatalError.h"
 
 namespace kestrune {
 
@@ -45,7 +44,7 @@ void AppDelegate::updateButton(ConnectionLampState state, const std::string& tit
   StatusButton button;
   button.image = asMenuBarLogo(loadMenuBarLogo(state));
   button.imagePosition = ImagePosition::imageOnly;
-  button.toolTip = title + " · " + std::string(menuLabel(state)) + " · " + currentProjectTitle;
+  button.toolTip = title + " · " + std::string(menuLabel(state)) + " · " + current.session.projectTitle;
   button.accessibilityLabel = button.toolTip;
   statusItem->setButton(button);
 }
@@ -93,11 +92,10 @@ void AppDelegate::runOnWorker(std::string commandLine, Seconds timeout,
 void AppDelegate::stopConnection() {
   runOnWorker(backendServiceStopCommand(), stopTimeout, [this](const CommandResult& result) {
     setAutoConnectEnabled(false);
-    reconnectInProgress = false;
+    current.reconnecting = false;
     releaseSleepAssertion();
-    show(LiveSession::disabled);
-    rebuildMenu("已手動關停，背景服務已停止", ConnectionLampState::error, 0);
-    updateButton(ConnectionLampState::error, "Kestrune");
+    current.session = LiveSession::disabled;
+    show("已手動關停，背景服務已停止", ConnectionLampState::error);
     showResultWindow("手動關停連線",
                      result.output.empty() ? "已停止本地服務、桌面橋接與反向隧道，並已關閉自動連線。"
                                            : prettifyOutput(result.output) + "\n\n已同步關閉自動連線。",
@@ -109,7 +107,14 @@ void AppDelegate::showStatus() {
   runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
     updateCodexRuntimeSummaries(result.output);
     refreshStatus(false);
-    showResultWindow("目前狀態", prettifyOutput(result.output), !result.ok);
+    std::string content = prettifyOutput(result.output);
+    if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
+      content =
+          "後端資料夾 " + repoPath +
+          " 裡沒有 .venv/bin/activate。請把環境變數 KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n" +
+          content;
+    }
+    showResultWindow("目前狀態", content, !result.ok);
   });
 }
 

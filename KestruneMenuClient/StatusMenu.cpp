@@ -2,7 +2,6 @@
 #include <iterator>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/FatalError.h"
 
 namespace kestrune {
 
@@ -70,7 +69,12 @@ const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
 
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (!statusItem) fatalError("the menu is built before the status item exists");
-  const StatusSnapshot current = snapshot(statusText, state);
+  // A copy, which is moved: an assignment would keep the memory of a longer text.
+  current.status = std::string(statusText);
+  current.lamp = state;
+  current.officialMode = isOfficialConnectionMode();
+  current.autoConnect = isAutoConnectEnabled();
+  current.keepsAwake = displaySleepAssertionID != 0;
   const std::vector<std::string> status = statusRows(current);
   Menu menu;
   for (int number = 1; number <= lastRow; ++number) {
@@ -89,7 +93,7 @@ void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState
     menu.items.push_back(std::move(item));
   }
   statusItem->setMenu(std::move(menu));
-  platform.statusFeed.publish([current] { return statusJson(current, true); });
+  platform.statusFeed.publish([published = current] { return statusJson(published, true); });
 }
 
 void AppDelegate::performAction(std::string_view action) {
@@ -119,13 +123,14 @@ std::string AppDelegate::describeActions() {
 
 std::optional<std::string> AppDelegate::performRequest(const std::string& action) {
   const auto isNamed = [&action](const MenuRow& row) { return row.run != nullptr && row.action == action; };
-  if (std::none_of(std::begin(menuRows), std::end(menuRows), isNamed)) return "unknown action: " + action;
+  if (std::none_of(std::begin(menuRows), std::end(menuRows), isNamed))
+    return "unknown action: " + action + "; \"--perform help\" lists all actions";
   for (int number = 1; number <= lastRow; ++number) {
     if (isStatusRow(number) || !isNamed(rowAt(number))) continue;
     performAction(action);
     return std::nullopt;
   }
-  return "no enabled row of the menu does this: " + action;
+  return "no enabled menu row has this action now: " + action;
 }
 
 }  // namespace kestrune

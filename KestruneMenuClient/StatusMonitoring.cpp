@@ -1,9 +1,6 @@
 #include <utility>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "KestruneMenuClient/settings/EnvKeys.h"
-#include "KestruneMenuClient/status/LiveSession.h"
-#include "KestruneMenuClient/status/PathDescription.h"
 
 namespace kestrune {
 
@@ -18,34 +15,15 @@ constexpr auto networkChangedTitle = "Kestrune 網路已變更";
 
 // --- report interpretation
 
-ConnectionLampState AppDelegate::inferLampState(const CommandResult& result) {
-  return StatusReport(result.ok, result.output).lamp;
-}
-
-std::string AppDelegate::prettifyOutput(std::string_view output) {
-  return prettified(output);
-}
-
 std::optional<std::string> AppDelegate::diagnosticDetail(std::string_view output, std::string_view label) {
   const CodexFinding finding = codexFinding(output, label);
   if (finding.verdict == CodexVerdict::unknown) return std::nullopt;
-  return codexRow({label, ""}, finding);
-}
-
-std::string AppDelegate::compactDiagnosticDetail(std::string_view detail) {
-  return compactDetail(detail);
-}
-
-void AppDelegate::updateCodexRuntimeSummaries(std::string_view output) {
-  take(StatusReport(true, output));
+  return codexRow("", finding);
 }
 
 void AppDelegate::take(const StatusReport& report) {
-  reportedAt = platform.clock.calendarTime();
-  std::string* const summaries[] = {&codexVersionSummary, &codexRemoteControlSummary, &codexAppSummary,
-                                    &chatGPTRemoteSummary};
-  for (std::size_t i = 0; i < codexItems.size(); ++i)
-    *summaries[i] = codexRow(codexItems[i], report.codex[i]);
+  current.checkedAt = platform.clock.calendarTime();
+  current.codex = report.codex;
 }
 
 // --- refresh cycle
@@ -71,10 +49,9 @@ void AppDelegate::statusQueryDidFinish(const StatusReport& report, bool triggerN
   }
   refreshLiveSessionSnapshot(
       [self = shared_from_this(), statusText = report.text, lamp = report.lamp, triggerNotification] {
-        self->reconnectInProgress = false;
+        self->current.reconnecting = false;
         self->statusRefreshInProgress = false;
-        self->rebuildMenu(statusText, lamp, 0);
-        self->updateButton(lamp, "Kestrune");
+        self->show(statusText, lamp);
         if (triggerNotification) {
           self->showNotification(networkChangedTitle, "偵測到網路切換，已重新檢查本地服務與隧道狀態。");
         }
@@ -83,31 +60,13 @@ void AppDelegate::statusQueryDidFinish(const StatusReport& report, bool triggerN
 
 void AppDelegate::presentAutoConnectDisabledState() {
   releaseSleepAssertion();
-  show(LiveSession::disabled);
-  rebuildMenu(disabledStatus, ConnectionLampState::warning, 0);
-  updateButton(ConnectionLampState::warning, "Kestrune");
+  current.session = LiveSession::disabled;
+  show(disabledStatus, ConnectionLampState::warning);
 }
 
-void AppDelegate::show(const LiveSession& session) {
-  currentProjectTitle = session.projectTitle;
-  currentThreadName = session.threadName;
-}
-
-StatusSnapshot AppDelegate::snapshot(const std::string& statusText, ConnectionLampState state) const {
-  return {.lamp = state,
-          .status = statusText,
-          .officialMode = isOfficialConnectionMode(),
-          .codexVersion = codexVersionSummary,
-          .codexRemoteControl = codexRemoteControlSummary,
-          .codexApp = codexAppSummary,
-          .chatGPTRemote = chatGPTRemoteSummary,
-          .project = currentProjectTitle,
-          .thread = currentThreadName,
-          .network = lastPathDescription,
-          .keepsAwake = sleepAssertionActive,
-          .autoConnect = isAutoConnectEnabled(),
-          .reconnecting = reconnectInProgress,
-          .checkedAt = reportedAt};
+void AppDelegate::show(const std::string& statusText, ConnectionLampState state) {
+  rebuildMenu(statusText, state, 0);
+  updateButton(state, "Kestrune");
 }
 
 void AppDelegate::startPeriodicRefresh() {
@@ -118,7 +77,7 @@ void AppDelegate::startPeriodicRefresh() {
 }
 
 void AppDelegate::periodicRefreshDidTick() {
-  if (reconnectInProgress) return;
+  if (current.reconnecting) return;
   if (isAutoConnectEnabled()) {
     refreshStatus(false);
   } else {
@@ -140,9 +99,8 @@ void AppDelegate::startMonitoringNetwork() {
 }
 
 void AppDelegate::pathDidUpdate(const NetworkPath& path) {
-  const std::string description = pathDescription(path);
-  const bool changed = description != lastPathDescription;
-  lastPathDescription = description;
+  const NetworkKind network = networkKind(path);
+  const bool changed = std::exchange(current.network, network) != network;
   platform.dispatch.mainQueue().async(
       [self = shared_from_this(), changed] { self->actOnPathUpdate(changed); });
 }
@@ -152,7 +110,7 @@ void AppDelegate::actOnPathUpdate(bool changed) {
     if (changed) {
       reconnectServices(false);
       showNotification(networkChangedTitle, "已自動嘗試重新連接本地服務與反向隧道。");
-    } else if (!reconnectInProgress) {
+    } else if (!current.reconnecting) {
       refreshStatus(false);
     }
   } else {
@@ -167,10 +125,9 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
                                     const std::optional<std::string>& extraContent) {
   MainQueue& mainQueue = platform.dispatch.mainQueue();
   mainQueue.async([self = shared_from_this()] {
-    self->reconnectInProgress = true;
+    self->current.reconnecting = true;
     self->syncSleepAssertionWithSettings();
-    self->rebuildMenu("正在重新連線…", ConnectionLampState::warning, 0);
-    self->updateButton(ConnectionLampState::warning, "Kestrune");
+    self->show("正在重新連線…", ConnectionLampState::warning);
   });
   workerQueue->async([self = shared_from_this(), &mainQueue, showWindow, title, extraContent] {
     CommandResult outcome = self->runShellCommand(self->backendCommandLine("refresh"));
@@ -200,7 +157,7 @@ void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
   }
   const auto token = loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
   if (!token) {
-    show(LiveSession::notConfigured);
+    current.session = LiveSession::notConfigured;
     return finish();
   }
   liveSessionRefreshInProgress = true;
@@ -209,14 +166,10 @@ void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
     self->platform.dispatch.mainQueue().async([self, session, completion] {
       self->liveSessionRefreshInProgress = false;
       self->lastLiveSessionRefreshAt = self->platform.clock.continuousTime();
-      self->show(session);
+      self->current.session = session;
       if (completion) completion();
     });
   });
-}
-
-std::string AppDelegate::compactThreadName(std::string_view name) {
-  return kestrune::compactThreadName(name);
 }
 
 }  // namespace kestrune

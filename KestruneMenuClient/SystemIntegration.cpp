@@ -12,7 +12,7 @@ constexpr auto assertionName = "Kestrune keeps Mac awake for the mobile bridge";
 
 void AppDelegate::ensureSleepAssertion() {
   PowerAssertions& assertions = platform.powerAssertions;
-  if (sleepAssertionActive) {
+  if (displaySleepAssertionID != 0) {
     if (assertions.isHeld(displaySleepAssertionID) && assertions.isHeld(systemSleepAssertionID)) return;
     releaseSleepAssertion();
   }
@@ -27,16 +27,14 @@ void AppDelegate::ensureSleepAssertion() {
   }
   displaySleepAssertionID = *display;
   systemSleepAssertionID = *system;
-  sleepAssertionActive = true;
 }
 
 void AppDelegate::releaseSleepAssertion() {
-  if (!sleepAssertionActive) return;
+  if (displaySleepAssertionID == 0) return;
   platform.powerAssertions.release(displaySleepAssertionID);
   platform.powerAssertions.release(systemSleepAssertionID);
   displaySleepAssertionID = 0;
   systemSleepAssertionID = 0;
-  sleepAssertionActive = false;
 }
 
 void AppDelegate::syncSleepAssertionWithSettings() {
@@ -50,14 +48,9 @@ void AppDelegate::syncSleepAssertionWithSettings() {
 void AppDelegate::toggleKeepAwake() {
   const bool enabled = !isKeepAwakeEnabled();
   setKeepAwakeEnabled(enabled);
-  if (enabled) {
-    syncSleepAssertionWithSettings();
-  } else {
-    releaseSleepAssertion();
-  }
-  const auto state = isAutoConnectEnabled() ? ConnectionLampState::warning : ConnectionLampState::error;
-  rebuildMenu(enabled ? "保持喚醒已開啟" : "保持喚醒已關閉", state, 0);
-  updateButton(state, "Kestrune");
+  syncSleepAssertionWithSettings();
+  show(enabled ? "保持喚醒已開啟" : "保持喚醒已關閉",
+       isAutoConnectEnabled() ? ConnectionLampState::warning : ConnectionLampState::error);
   if (enabled) {
     showResultWindow(
         "已開啟保持喚醒",
@@ -68,18 +61,6 @@ void AppDelegate::toggleKeepAwake() {
 }
 
 // --- launch at login
-
-std::string AppDelegate::userLaunchAgentPath(const std::string& label) const {
-  return platform.launchAgents.path(label);
-}
-
-std::string AppDelegate::userLaunchAgentPath() const {
-  return userLaunchAgentPath(launchAgentLabel);
-}
-
-std::string AppDelegate::legacyUserLaunchAgentPath() const {
-  return userLaunchAgentPath(legacyLaunchAgentLabel);
-}
 
 bool AppDelegate::isLaunchAtLoginEnabled() const {
   return platform.launchAgents.isRegistered(launchAgentLabel) ||

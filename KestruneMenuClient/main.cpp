@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +9,8 @@
 #include "KestruneMenuClient/AppDelegate.h"
 #include "KestruneMenuClient/status/StatusCommand.h"
 #include "ports/Host.h"
+
+using namespace kestrune;
 
 namespace {
 
@@ -45,32 +48,40 @@ constexpr int usageError = 2;
 
 /// The parsed command line.
 struct Request {
-  kestrune::StartOptions start;
-  bool status = false;
+  bool terminal = false, background = false;
+  bool status = false, json = false, waybar = false, follow = false, exitZero = false;
   bool diagnose = false;
-  std::optional<std::string> action;  ///< of a row of the client that runs
-  std::optional<kestrune::StatusFormat> format;
-  bool follow = false;
-  bool exitZero = false;
+  std::optional<std::string> action;  ///< for --perform
 
   /// Whether the options can be combined.
   bool isSound() const {
-    const bool starts = start.face == kestrune::Face::terminal || start.background;
-    return status + diagnose + action.has_value() + starts <= 1 &&
-           (status || (!format && !follow && !exitZero));
+    return status + diagnose + action.has_value() + (terminal || background) <= 1 && json + waybar <= 1 &&
+           (status || !(json || waybar || follow || exitZero));
   }
 };
 
+const std::map<std::string_view, bool Request::*> flags{
+    {"--terminal", &Request::terminal},  {"--background", &Request::background},
+    {"--status", &Request::status},      {"--json", &Request::json},
+    {"--waybar", &Request::waybar},      {"--follow", &Request::follow},
+    {"--exit-zero", &Request::exitZero}, {"--diagnose", &Request::diagnose},
+};
+
 // Static, so that they live until the process ends.
-std::unique_ptr<kestrune::Host> host;
-std::shared_ptr<kestrune::ApplicationDelegate> delegate;
+std::unique_ptr<Host> host;
+std::shared_ptr<ApplicationDelegate> delegate;
+
+/// Prints one line on standard error.
+void complain(const std::string& words) {
+  std::fprintf(stderr, "KestruneMenuClient: %s\n", words.c_str());
+}
 
 [[noreturn]] void refuse(const std::string& why) {
-  std::fprintf(stderr, "KestruneMenuClient: %s\n\n%s", why.c_str(), usage);
+  complain(why + "\n\n" + usage);
   std::exit(usageError);
 }
 
-/// Says why it cannot.
+/// Writes to standard output. On failure, complains and returns false.
 bool print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
   std::perror("KestruneMenuClient: cannot write to standard output");
@@ -81,36 +92,15 @@ bool print(const std::string& text) {
   std::exit(print(text) ? 0 : failure);
 }
 
-/// Refuses a second format, which would silently replace the first.
-void setFormat(Request& request, kestrune::StatusFormat format) {
-  if (request.format && *request.format != format) refuse("--json and --waybar exclude each other");
-  request.format = format;
-}
-
 Request parse(int argumentCount, char** arguments) {
   Request request;
   for (int i = 1; i < argumentCount; ++i) {
     const std::string_view argument = arguments[i];
-    request.start.arguments.emplace_back(argument);
-    if (argument == "--terminal") {
-      request.start.face = kestrune::Face::terminal;
-    } else if (argument == "--background") {
-      request.start.background = true;
-    } else if (argument == "--status") {
-      request.status = true;
-    } else if (argument == "--json") {
-      setFormat(request, kestrune::StatusFormat::json);
-    } else if (argument == "--waybar") {
-      setFormat(request, kestrune::StatusFormat::waybar);
-    } else if (argument == "--follow") {
-      request.follow = true;
-    } else if (argument == "--exit-zero") {
-      request.exitZero = true;
-    } else if (argument == "--diagnose") {
-      request.diagnose = true;
+    if (const auto flag = flags.find(argument); flag != flags.end()) {
+      request.*flag->second = true;
     } else if (argument == "--perform") {
-      if (request.action) refuse("--perform takes one action");
-      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists them");
+      if (request.action) refuse("--perform can be given once");
+      if (++i == argumentCount) refuse("--perform needs an action; \"--perform help\" lists all actions");
       request.action = arguments[i];
     } else if (argument == "--help" || argument == "-h") {
       answer(usage);
@@ -125,11 +115,12 @@ Request parse(int argumentCount, char** arguments) {
 }
 
 void tellStatus(const Request& request) {
-  const auto command = std::make_shared<kestrune::StatusCommand>(
-      host->platform(),
-      kestrune::StatusCommand::Options{request.format.value_or(kestrune::StatusFormat::text), request.follow,
-                                       request.exitZero},
-      // With --follow, a stalled reader must not block the end of this process.
+  const auto format = request.json     ? StatusFormat::json
+                      : request.waybar ? StatusFormat::waybar
+                                       : StatusFormat::text;
+  const auto command = std::make_shared<StatusCommand>(
+      host->platform(), StatusCommand::Options{format, request.follow, request.exitZero},
+      // With --follow, a reader that stalls must not block the end of this process.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
       });
@@ -140,23 +131,24 @@ void tellStatus(const Request& request) {
 }
 
 void perform(const std::string& action) {
-  if (action == "help") answer(kestrune::AppDelegate::describeActions());
-  host = kestrune::makeHost({});
+  if (action == "help") answer(AppDelegate::describeActions());
+  host = makeHost({});
   const auto refusal = host->perform(action);
-  if (refusal) std::fprintf(stderr, "KestruneMenuClient: %s\n", refusal->c_str());
+  if (refusal) complain(*refusal);
   host->leave(!refusal && print("ok\n") ? 0 : failure);
 }
 
 void runClient() {
   if (!host->becomeOnlyInstance()) host->leave(0);
-  const auto controller = std::make_shared<kestrune::AppDelegate>(host->platform());
+  const auto controller = std::make_shared<AppDelegate>(host->platform());
   delegate = controller;
+  if (const auto warning = controller->missingBackendWarning()) complain(*warning);
   host->leave(host->platform().application->run(*controller));
 }
 
 void diagnose() {
   const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" +
-                             kestrune::AppDelegate::describeBackend(host->platform()) + host->describe());
+                             AppDelegate::describeBackend(host->platform()) + host->describe());
   host->leave(printed ? 0 : failure);
 }
 
@@ -165,7 +157,9 @@ void diagnose() {
 int main(int argumentCount, char** arguments) {
   const Request request = parse(argumentCount, arguments);
   if (request.action) perform(*request.action);
-  host = kestrune::makeHost(request.start);
+  host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
+                   .background = request.background,
+                   .arguments = {arguments + 1, arguments + argumentCount}});
   if (request.status) {
     tellStatus(request);
   } else if (request.diagnose) {

@@ -1,6 +1,6 @@
 #include <optional>
 
-#include "KestruneMenuClient/settings/EnvKeys.h"
+#include "KestruneMenuClient/settings/EnvFile.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"

@@ -6,6 +6,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -27,7 +28,6 @@ constexpr Seconds patience{2.0};
 constexpr auto watcher = StatusNotifierItem::watcherName;
 constexpr auto notifications = "org.freedesktop.Notifications";
 constexpr auto sessionManager = "org.gnome.SessionManager";
-constexpr auto absent = "none";
 constexpr auto powerManagement = "org.freedesktop.PowerManagement";
 constexpr auto loginManager = "org.freedesktop.login1";
 
@@ -76,145 +76,104 @@ std::vector<std::string> textsIn(sd_bus_message* reply, const char* container, c
   return texts;
 }
 
-/// The D-Bus questions of the report, and their answers.
-class SessionInquiry {
- public:
-  SessionInquiry(EventLoop& givenLoop, SessionBus& givenSessionBus, SystemBus& givenSystemBus)
-      : loop(givenLoop), sessionBus(givenSessionBus), systemBus(givenSystemBus) {}
-
-  void run() {
-    sessionBus.connect();
-    systemBus.connect();
-    for (const char* const name : {watcher, notifications}) askForOwner(session, name, sessionOwners);
-    for (const char* const name : keepers) askForOwner(session, name, sessionOwners);
-    askForOwner(system, loginManager, systemOwners);
-    askForTray();
-    askForNotifications();
-    askForLocks();
-    askForSessionInhibitors();
-    askForPowerManagement();
-    bool late = false;
-    const EventSource deadline = loop.after(patience, [&late] { late = true; });
-    loop.runUntil([this, &late] { return late || (session.isDone() && system.isDone()); });
-  }
-
-  std::string lines() const {
-    std::string text = "Session bus: " + presence(session) + "\nSystem bus: " + presence(system) + "\n";
-    text += "Tray: " + owner(sessionOwners, watcher) + "\n";
-    if (trayHost)
-      text += std::string("  shows items: ") + (*trayHost ? "yes" : "no, there is no host") + "\n";
-    for (const std::string& item : items) text += "  item: " + item + "\n";
-    text += "Notifications: " + (notifier.empty() ? owner(sessionOwners, notifications) : notifier) + "\n";
-    text += "Asked to keep it awake:\n";
-    for (const char* const name : keepers)
-      text += "  " + std::string(name) + ": " + owner(sessionOwners, name) + "\n";
-    text += "  " + std::string(loginManager) + ": " + owner(systemOwners, loginManager) + "\n";
-    text += "Held awake by:\n";
-    for (const std::string& each : inhibitors) text += "  " + each + "\n";
-    if (inhibitors.empty()) text += "  nobody who could be asked\n";
-    return text;
-  }
-
- private:
-  using Owners = std::map<std::string, std::string>;
-  using Outcome = BusInquiry::Outcome;
-
-  static std::string presence(const BusInquiry& bus) {
-    return bus.isAnswered() ? "answers" : "does not answer";
-  }
-  static std::string owner(const Owners& owners, const std::string& name) {
-    const auto found = owners.find(name);
-    return found != owners.end() ? found->second : absent;
-  }
-
-  void askForOwner(BusInquiry& bus, const std::string& name, Owners& owners) {
-    bus.ask({busName, busPath, busName, "GetConnectionUnixProcessID", {name}},
-            [name, &owners](sd_bus_message* reply, Outcome) {
-              std::uint32_t pid = 0;
-              if (reply == nullptr || sd_bus_message_read(reply, "u", &pid) < 0) return;
-              const std::string number = std::to_string(pid);
-              owners[name] = firstLine("/proc/" + number + "/comm") + " (process " + number + ")";
-            });
-  }
-
-  void askForTray() {
-    const auto property = [this](const char* name, BusInquiry::Answer answer) {
-      session.ask({watcher,
-                   StatusNotifierItem::watcherPath,
-                   "org.freedesktop.DBus.Properties",
-                   "Get",
-                   {watcher, name}},
-                  std::move(answer));
-    };
-    property("IsStatusNotifierHostRegistered", [this](sd_bus_message* reply, Outcome) {
-      int there = 0;
-      if (reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0) trayHost = there != 0;
-    });
-    property("RegisteredStatusNotifierItems", [this](sd_bus_message* reply, Outcome) {
-      if (reply != nullptr && sd_bus_message_enter_container(reply, 'v', "as") >= 0)
-        items = textsIn(reply, "s", "s");
-    });
-  }
-
-  void askForNotifications() {
-    session.ask({notifications, "/org/freedesktop/Notifications", notifications, "GetServerInformation"},
-                [this](sd_bus_message* reply, Outcome) {
-                  if (reply == nullptr) return;
-                  const std::string name = textIn(reply), vendor = textIn(reply), version = textIn(reply);
-                  notifier = name + " " + version + " (" + vendor + ")";
-                });
-  }
-
-  void askForLocks() {
-    system.ask({loginManager, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"},
-               [this](sd_bus_message* reply, Outcome) {
-                 if (reply == nullptr || sd_bus_message_enter_container(reply, 'a', "(ssssuu)") < 0) return;
-                 const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
-                 std::uint32_t user = 0, pid = 0;
-                 while (sd_bus_message_read(reply, "(ssssuu)", &what, &who, &why, &mode, &user, &pid) > 0) {
-                   inhibitors.push_back(std::string(loginManager) + ": " + what + " (" + mode + ") by " +
-                                        who + ", process " + std::to_string(pid));
-                 }
-               });
-  }
-
-  void askForSessionInhibitors() {
-    session.ask({sessionManager, "/org/gnome/SessionManager", sessionManager, "GetInhibitors"},
-                [this](sd_bus_message* reply, Outcome) {
-                  if (reply == nullptr) return;
-                  for (const std::string& path : textsIn(reply, "o", "o")) {
-                    session.ask(
-                        {sessionManager, path, "org.gnome.SessionManager.Inhibitor", "GetAppId"},
-                        [this](sd_bus_message* application, Outcome) {
-                          if (application == nullptr) return;
-                          inhibitors.push_back(std::string(sessionManager) + ": " + textIn(application));
-                        });
-                  }
-                });
-  }
-
-  /// HasInhibit does not tell which program inhibits.
-  void askForPowerManagement() {
-    session.ask({powerManagement, "/org/freedesktop/PowerManagement/Inhibit",
-                 "org.freedesktop.PowerManagement.Inhibit", "HasInhibit"},
-                [this](sd_bus_message* reply, Outcome) {
-                  int held = 0;
-                  if (reply == nullptr || sd_bus_message_read(reply, "b", &held) < 0 || held == 0) return;
-                  inhibitors.push_back(std::string(powerManagement) + ": somebody");
-                });
-  }
-
-  EventLoop& loop;
-  SessionBus& sessionBus;
-  SystemBus& systemBus;
-  BusInquiry session{sessionBus};
-  BusInquiry system{systemBus};
-
-  Owners sessionOwners, systemOwners;
-  std::optional<bool> trayHost;
+/// What the buses say. Asks all questions at once, and waits 2 s at most.
+std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus) {
+  BusInquiry session{sessionBus}, system{systemBus};
+  std::map<std::string, std::string> owners;
   std::vector<std::string> items, inhibitors;
-  std::string notifier;
-};
+  std::string trayHost, notifier;
+  const auto ask = [](BusInquiry& bus, const BusInquiry::Question& question,
+                      std::function<void(sd_bus_message*)> read) {
+    bus.ask(question, [read = std::move(read)](sd_bus_message* reply, BusInquiry::Outcome) {
+      if (reply != nullptr) read(reply);
+    });
+  };
+  const auto askForOwner = [&](BusInquiry& bus, const std::string& name) {
+    ask(bus, {busName, busPath, busName, "GetConnectionUnixProcessID", {name}},
+        [&owners, name](sd_bus_message* reply) {
+          std::uint32_t process = 0;
+          if (sd_bus_message_read(reply, "u", &process) < 0) return;
+          const std::string number = std::to_string(process);
+          owners[name] = firstLine("/proc/" + number + "/comm") + " (process " + number + ")";
+        });
+  };
+  const auto askTray = [&](const char* property, std::function<void(sd_bus_message*)> read) {
+    ask(session,
+        {watcher,
+         StatusNotifierItem::watcherPath,
+         "org.freedesktop.DBus.Properties",
+         "Get",
+         {watcher, property}},
+        std::move(read));
+  };
+
+  sessionBus.connect();
+  systemBus.connect();
+  for (const char* const name : {watcher, notifications}) askForOwner(session, name);
+  for (const char* const name : keepers) askForOwner(session, name);
+  askForOwner(system, loginManager);
+  askTray("IsStatusNotifierHostRegistered", [&](sd_bus_message* reply) {
+    int there = 0;
+    if (sd_bus_message_read(reply, "v", "b", &there) >= 0)
+      trayHost = std::string("  shows items: ") + (there != 0 ? "yes" : "no, there is no host") + "\n";
+  });
+  askTray("RegisteredStatusNotifierItems", [&](sd_bus_message* reply) {
+    if (sd_bus_message_enter_container(reply, 'v', "as") >= 0) items = textsIn(reply, "s", "s");
+  });
+  ask(session, {notifications, "/org/freedesktop/Notifications", notifications, "GetServerInformation"},
+      [&](sd_bus_message* reply) {
+        const std::string name = textIn(reply), vendor = textIn(reply), version = textIn(reply);
+        notifier = name + " " + version + " (" + vendor + ")";
+      });
+  ask(system, {loginManager, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"},
+      [&](sd_bus_message* reply) {
+        if (sd_bus_message_enter_container(reply, 'a', "(ssssuu)") < 0) return;
+        const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
+        std::uint32_t user = 0, process = 0;
+        while (sd_bus_message_read(reply, "(ssssuu)", &what, &who, &why, &mode, &user, &process) > 0) {
+          inhibitors.push_back(std::string(loginManager) + ": " + what + " (" + mode + ") by " + who +
+                               ", process " + std::to_string(process));
+        }
+      });
+  ask(session, {sessionManager, "/org/gnome/SessionManager", sessionManager, "GetInhibitors"},
+      [&](sd_bus_message* reply) {
+        for (const std::string& path : textsIn(reply, "o", "o")) {
+          ask(session, {sessionManager, path, "org.gnome.SessionManager.Inhibitor", "GetAppId"},
+              [&](sd_bus_message* name) {
+                inhibitors.push_back(std::string(sessionManager) + ": " + textIn(name));
+              });
+        }
+      });
+  // HasInhibit does not tell which program inhibits.
+  ask(session,
+      {powerManagement, "/org/freedesktop/PowerManagement/Inhibit", "org.freedesktop.PowerManagement.Inhibit",
+       "HasInhibit"},
+      [&](sd_bus_message* reply) {
+        int held = 0;
+        if (sd_bus_message_read(reply, "b", &held) >= 0 && held != 0)
+          inhibitors.push_back(std::string(powerManagement) + ": unknown program");
+      });
+  bool late = false;
+  const EventSource deadline = loop.after(patience, [&late] { late = true; });
+  loop.runUntil([&] { return late || (session.isDone() && system.isDone()); });
+
+  const auto presence = [](const BusInquiry& bus) {
+    return bus.isAnswered() ? "answers\n" : "does not answer\n";
+  };
+  const auto owner = [&owners](const char* name) {
+    const auto found = owners.find(name);
+    return found != owners.end() ? found->second : std::string("none");
+  };
+  std::string text = std::string("Session bus: ") + presence(session) + "System bus: " + presence(system) +
+                     "Tray: " + owner(watcher) + "\n" + trayHost;
+  for (const std::string& item : items) text += "  item: " + item + "\n";
+  text += "Notifications: " + (notifier.empty() ? owner(notifications) : notifier) + "\n";
+  text += "Services that can keep the machine awake:\n";
+  for (const char* const name : keepers) text += std::string("  ") + name + ": " + owner(name) + "\n";
+  text += std::string("  ") + loginManager + ": " + owner(loginManager) + "\nInhibitors:\n";
+  for (const std::string& each : inhibitors) text += "  " + each + "\n";
+  return text + (inhibitors.empty() ? "  none known\n" : "");
+}
 
 std::string environmentLines(const MainBundle& bundle) {
   std::string text;
@@ -234,17 +193,14 @@ std::string firstWordsOf(Processes& processes, const std::string& program,
   return said.substr(0, said.find('\n'));
 }
 
-std::string versionOf(Processes& processes, const std::string& program) {
-  return firstWordsOf(processes, program, {"--version"});
-}
-
 std::string programLines(const MainBundle& bundle, Processes& processes) {
   std::string text;
   const std::string path = bundle.environmentVariable("PATH").value_or("");
   for (const char* const name : programs) {
     const auto program = programInPath(name, path);
     text += "  " + std::string(name) + ": " + program.value_or("not found");
-    if (program && std::string_view(name) == "curl") text += ", " + versionOf(processes, *program);
+    if (program && std::string_view(name) == "curl")
+      text += ", " + firstWordsOf(processes, *program, {"--version"});
     text += "\n";
   }
   return text;
@@ -253,22 +209,18 @@ std::string programLines(const MainBundle& bundle, Processes& processes) {
 /// For each kind of text in the windows, an installed font that has it.
 std::string fontLines(const MainBundle& bundle, Processes& processes) {
   struct Kind {
-    const char* name;
-    const char* pattern;
-    const char* package;
+    const char *name, *pattern, *package;
   };
-  constexpr std::array kinds{
-      Kind{"Chinese", ":lang=zh-tw", "fonts-noto-cjk"},
-      Kind{"emoji in colour", ":charset=1f7e2:color=true", "fonts-noto-color-emoji"},
-  };
+  constexpr Kind kinds[] = {{"Chinese", ":lang=zh-tw", "fonts-noto-cjk"},
+                            {"colour emoji", ":charset=1f7e2:color=true", "fonts-noto-color-emoji"}};
   const auto lister = programInPath("fc-list", bundle.environmentVariable("PATH").value_or(""));
   std::string text;
   for (const Kind& kind : kinds) {
-    std::string font = "unknown without fc-list";
+    std::string font = "unknown: fc-list is not installed";
     if (lister) {
       // The "=" tells a family name from a warning of fc-list.
       const std::string said = firstWordsOf(processes, *lister, {"--format==%{family[0]}\n", kind.pattern});
-      font = said.starts_with('=') ? said.substr(1) : std::string("none; try ") + kind.package;
+      font = said.starts_with('=') ? said.substr(1) : std::string("none: install ") + kind.package;
     }
     text += "  " + std::string(kind.name) + ": " + font + "\n";
   }
@@ -279,7 +231,7 @@ std::string fontLines(const MainBundle& bundle, Processes& processes) {
 
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
   const auto process = rendezvous.runningClient();
-  if (!process) return "Client that answers: none\n";
+  if (!process) return "Running client: none\n";
   std::ifstream file("/proc/" + std::to_string(*process) + "/cmdline", std::ios::binary);
   std::string command, word;
   bool inTerminal = false;
@@ -293,11 +245,12 @@ std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
                                                  [&isAbsent] { isAbsent = true; });
   loop.runUntil([&] { return isAbsent || status; });
   const auto told = parseStatusJson(status.value_or(""));
-  return "Client that answers: process " + std::to_string(*process) + ", in the " +
+  return "Running client: process " + std::to_string(*process) + ", in the " +
          (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +
          (told ? std::string("  lamp: ") + std::string(menuIcon(told->lamp)) +
-                     (told->keepsAwake ? ", keeps the machine awake" : ", keeps nothing awake") + "\n"
-               : "  it hangs, or is of another version\n");
+                     (told->keepsAwake ? ", keeps the machine awake" : ", does not keep the machine awake") +
+                     "\n"
+               : "  does not answer, or has another version\n");
 }
 
 std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus,
@@ -306,14 +259,13 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
     return !bundle.environmentVariable(name).value_or("").empty();
   };
   const bool display = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-  SessionInquiry inquiry(loop, sessionBus, systemBus);
-  inquiry.run();
   const bool hasWindows = access(windows.c_str(), X_OK) == 0;
   const std::string text =
-      "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) +
-      "Windows: " + (hasWindows ? versionOf(processes, windows) : windows + " is missing") +
-      (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) + inquiry.lines() +
-      "Programs:\n" + programLines(bundle, processes);
+      "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) + "Windows: " +
+      (hasWindows ? firstWordsOf(processes, windows, {"--version"})
+                  : windows + " is missing (package kestrune-menu-dialogs)") +
+      (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
+      busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
   // The answers of other processes may contain control characters.
   std::string plain, line;
   for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";

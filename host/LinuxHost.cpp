@@ -197,7 +197,10 @@ class LinuxHost final : public Host {
 
   bool write(const std::string& text) override {
     if (!output) output.emplace(loop, STDOUT_FILENO);
-    return output->write(text);
+    if (output->write(text)) return true;
+    // `errno` is that of write(2). A reader that has closed the pipe wants no more.
+    if (errno != EPIPE) std::perror("KestruneMenuClient: cannot write to standard output");
+    return false;
   }
 
   [[noreturn]] void leave(int status) override {

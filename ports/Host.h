@@ -35,8 +35,8 @@ class Host {
   /// Terminates the application when the reader of standard output has closed it.
   virtual void endWithOutput() = 0;
 
-  /// Writes to standard output and never blocks. False when the text was dropped: the reader has closed the
-  /// pipe, or has not read for long.
+  /// Writes to standard output and never blocks. False when the text was dropped. Prints the reason on
+  /// standard error, unless the reader has closed the pipe.
   virtual bool write(const std::string& text) = 0;
 
   /// Ends the process with `status`, or calls exec if a restart in this process was requested. Runs no

@@ -14,7 +14,6 @@
 #include "ports/PowerAssertions.h"
 #include "ports/Process.h"
 #include "ports/QRCode.h"
-#include "ports/Requests.h"
 #include "ports/ServiceControl.h"
 #include "ports/StatusFeed.h"
 #include "ports/StatusItem.h"

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kestrune {
@@ -30,6 +31,16 @@ class StatusFeed {
   /// subscribed client has ended. Neither is called before this returns. Never null.
   virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                         std::function<void()> onAbsence) = 0;
+};
+
+/// Requests from other programs of this user. Main thread.
+class Requests {
+ public:
+  virtual ~Requests() = default;
+
+  /// Sets the function that is called for each request to choose a menu row, with the row's action. It
+  /// returns one line with the reason of a failure; absent on success. Requests before this call are refused.
+  virtual void onPerform(std::function<std::optional<std::string>(const std::string& action)> perform) = 0;
 };
 
 }  // namespace kestrune

@@ -2,12 +2,13 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "ports/Clock.h"
 
 namespace kestrune {
 
-/// A running repeating timer. Destroying it invalidates it.
+/// A running timer. Destroying it invalidates it.
 class Timer {
  public:
   virtual ~Timer() = default;
@@ -23,6 +24,22 @@ class Timers {
   /// Runs `action` on the main thread every `interval`, first after one interval. Time suspended counts.
   /// Ticks missed during suspend, or while the main thread was busy, become one tick. Main thread.
   virtual std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) = 0;
+
+  /// Runs `action` once on the main thread, after `delay`. Time suspended counts. Main thread.
+  std::unique_ptr<Timer> scheduleOnce(Seconds delay, std::function<void()> action) {
+    auto once = std::make_unique<OneShot>();
+    once->timer = scheduleRepeating(delay, [timer = &once->timer, action = std::move(action)] {
+      timer->reset();
+      action();
+    });
+    return once;
+  }
+
+ private:
+  struct OneShot final : Timer {
+    void invalidate() override { timer.reset(); }
+    std::unique_ptr<Timer> timer;
+  };
 };
 
 }  // namespace kestrune

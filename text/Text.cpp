@@ -20,6 +20,13 @@ struct Decoded {
 
 constexpr char32_t invalidCharacter = 0xFFFFFFFF;
 
+/// The first bytes of newlines.
+constexpr std::string_view newlineStarts = "\n\v\f\r\xC2\xE2";
+
+bool isContinuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
 Decoded decode(std::string_view text) {
   if (text.empty()) return {invalidCharacter, 0};
   const auto first = static_cast<unsigned char>(text.front());
@@ -31,37 +38,32 @@ Decoded decode(std::string_view text) {
   return {static_cast<char32_t>(character), static_cast<std::size_t>(length)};
 }
 
+utf8proc_category_t categoryOf(char32_t character) {
+  return utf8proc_category(static_cast<utf8proc_int32_t>(character));
+}
+
 constexpr bool isNewline(char32_t character) {
   return (character >= 0x0A && character <= 0x0D) || character == 0x85 || character == 0x2028 ||
          character == 0x2029;
 }
 
-constexpr bool isSpaceSeparator(char32_t character) {
-  switch (character) {
-    case 0x20:
-    case 0xA0:
-    case 0x1680:
-    case 0x202F:
-    case 0x205F:
-    case 0x3000:
-      return true;
-    default:
-      return character >= 0x2000 && character <= 0x200A;
-  }
+/// Whether `decoded` is the tab, a space separator (Zs) or a newline.
+bool isWhiteSpace(const Decoded& decoded) {
+  return decoded.length > 0 && (decoded.character == '\t' || isNewline(decoded.character) ||
+                                categoryOf(decoded.character) == UTF8PROC_CATEGORY_ZS);
 }
 
-constexpr bool isControl(char32_t character) {
-  return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+bool isControl(char32_t character) {
+  return categoryOf(character) == UTF8PROC_CATEGORY_CC;
 }
 
-/// Bidirectional embeddings, overrides and isolates, which reorder the text after them.
-constexpr bool turnsWritingDirection(char32_t character) {
-  return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
-}
-
-/// D-Bus libraries reject a whole message that contains a noncharacter.
-constexpr bool isNoncharacter(char32_t character) {
-  return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+bool isReadable(char32_t character) {
+  if (character == invalidCharacter || isControl(character) || isNewline(character)) return false;
+  // Bidirectional embeddings, overrides and isolates reorder the text after them.
+  if ((character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069))
+    return false;
+  // D-Bus libraries reject a whole message that contains a noncharacter.
+  return (character < 0xFDD0 || character > 0xFDEF) && (character & 0xFFFE) != 0xFFFE;
 }
 
 std::size_t skip(std::string_view text, std::size_t from, char first, char last) {
@@ -101,12 +103,6 @@ std::size_t escapeSequenceLength(std::string_view text) {
   }
 }
 
-/// Whether `byte` can be the first of a newline. Lets the splitter skip most bytes without decoding.
-constexpr bool mayBeginNewline(char byte) {
-  const auto value = static_cast<unsigned char>(byte);
-  return (value >= 0x0A && value <= 0x0D) || value == 0xC2 || value == 0xE2;
-}
-
 /// The length in bytes of the first `count` characters of `text`, or of all of it if it has fewer.
 std::size_t prefixLength(std::string_view text, std::size_t count) {
   utf8proc_int32_t state = 0;
@@ -135,21 +131,14 @@ bool isValidUtf8(std::string_view bytes) {
   return true;
 }
 
-bool isWhiteSpaceOrNewline(char32_t character) {
-  return character == '\t' || isSpaceSeparator(character) || isNewline(character);
-}
-
 std::string_view trimmed(std::string_view text) {
-  for (Decoded first = decode(text); first.length > 0 && isWhiteSpaceOrNewline(first.character);
-       first = decode(text)) {
+  for (Decoded first = decode(text); isWhiteSpace(first); first = decode(text))
     text.remove_prefix(first.length);
-  }
   while (!text.empty()) {
     std::size_t begin = text.size() - 1;
-    while (begin > 0 && text.size() - begin < 4 && (static_cast<unsigned char>(text[begin]) & 0xC0) == 0x80)
-      --begin;
+    while (begin > 0 && text.size() - begin < 4 && isContinuation(text[begin])) --begin;
     const Decoded last = decode(text.substr(begin));
-    if (begin + last.length != text.size() || !isWhiteSpaceOrNewline(last.character)) break;
+    if (begin + last.length != text.size() || !isWhiteSpace(last)) break;
     text = text.substr(0, begin);
   }
   return text;
@@ -157,17 +146,16 @@ std::string_view trimmed(std::string_view text) {
 
 bool LineSplitter::next(std::string_view& line) {
   if (atEnd) return false;
-  const std::string_view text = rest;
-  for (std::size_t position = 0; position < text.size(); ++position) {
-    if (!mayBeginNewline(text[position])) continue;
-    const Decoded decoded = decode(text.substr(position));
-    if (!isNewline(decoded.character)) continue;
-    const std::size_t length = text.substr(position).starts_with("\r\n") ? 2 : decoded.length;
-    line = text.substr(0, position);
-    rest = text.substr(position + length);
+  for (auto at = rest.find_first_of(newlineStarts); at != std::string_view::npos;
+       at = rest.find_first_of(newlineStarts, at + 1)) {
+    const Decoded found = decode(rest.substr(at));
+    if (!isNewline(found.character)) continue;
+    const bool isPair = crLf == CrLf::oneNewline && rest.substr(at).starts_with("\r\n");
+    line = rest.substr(0, at);
+    rest.remove_prefix(at + (isPair ? 2 : found.length));
     return true;
   }
-  line = text;
+  line = rest;
   atEnd = true;
   return true;
 }
@@ -191,7 +179,7 @@ std::string replacingAll(std::string_view text, std::string_view from, std::stri
 
 std::string_view withinBytes(std::string_view text, std::size_t limit) {
   std::size_t end = std::min(text.size(), limit);
-  while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  while (end < text.size() && end > 0 && isContinuation(text[end])) --end;
   return text.substr(0, end);
 }
 
@@ -207,19 +195,13 @@ std::string withoutEscapeSequences(std::string_view text) {
 }
 
 std::string withoutControls(std::string_view text) {
+  const std::string rest = withoutEscapeSequences(text);
   std::string plain;
-  plain.reserve(text.size());
-  while (!text.empty()) {
-    if (const std::size_t length = escapeSequenceLength(text)) {
-      text.remove_prefix(length);
-      continue;
-    }
-    const Decoded decoded = decode(text);
-    const bool readable = decoded.character != invalidCharacter && !isControl(decoded.character) &&
-                          !isNewline(decoded.character) && !turnsWritingDirection(decoded.character) &&
-                          !isNoncharacter(decoded.character);
-    plain += readable ? text.substr(0, decoded.length) : " ";
-    text.remove_prefix(decoded.length);
+  plain.reserve(rest.size());
+  for (std::size_t at = 0; at < rest.size();) {
+    const Decoded decoded = decode(std::string_view(rest).substr(at));
+    plain += isReadable(decoded.character) ? rest.substr(at, decoded.length) : " ";
+    at += decoded.length;
   }
   return plain;
 }

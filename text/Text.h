@@ -12,23 +12,24 @@ namespace kestrune {
 /// Whether `bytes` are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
-/// White space is the tab and Unicode's space separators (Zs); newlines are U+000A to U+000D, U+0085, U+2028
-/// and U+2029.
-bool isWhiteSpaceOrNewline(char32_t character);
-
-/// `text` without white space and newlines at both ends. Ill-formed bytes are not white space.
+/// `text` without white space and newlines at both ends. White space is the tab and Unicode's space
+/// separators (Zs). Newlines are U+000A to U+000D, U+0085, U+2028 and U+2029. Ill-formed bytes are neither.
 std::string_view trimmed(std::string_view text);
 
-/// Splits a text at its newlines. CR LF is one newline; empty lines count; an empty text has no line.
+enum class CrLf { oneNewline, twoNewlines };
+
+/// Splits a text at its newlines. Empty lines count; an empty text has no line.
 class LineSplitter {
  public:
-  explicit LineSplitter(std::string_view text) : rest(text), atEnd(text.empty()) {}
+  explicit LineSplitter(std::string_view text, CrLf givenCrLf = CrLf::oneNewline)
+      : rest(text), crLf(givenCrLf), atEnd(text.empty()) {}
 
   /// Puts the next line into `line`; false when there is none left.
   bool next(std::string_view& line);
 
  private:
   std::string_view rest;
+  const CrLf crLf;
   bool atEnd;
 };
 

@@ -1,9 +1,33 @@
 #include "KestruneMenuClient/backend/BackendCommands.h"
 
-#include "KestruneMenuClient/backend/BackendContract.h"
 #include "text/Text.h"
 
 namespace kestrune {
+
+namespace {
+
+// The names by which the client finds the backend's commands, services and processes.
+
+constexpr auto environmentScript = ".venv/bin/activate";
+constexpr auto clientProgram = "kestrune-mac-client";
+constexpr auto legacyClientProgram = "halvask-mac-client";
+
+/// Service labels, in the order of unloading.
+constexpr const char* serviceLabels[] = {
+    "com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
+    "com.halvask.mac-service",  "com.halvask.mac-tunnel",  "com.halvask.desktop-bridge",
+};
+
+/// Substrings of the command lines of the backend's processes; the last is the tunnel's `ssh -R` argument.
+constexpr const char* processPatterns[] = {
+    "kestrune-mac-service",   "kestrune-desktop-bridge",        "halvask-mac-service",
+    "halvask-desktop-bridge", "127.0.0.1:18765:127.0.0.1:8765",
+};
+
+/// The TCP ports that the backend listens on.
+constexpr int listeningPorts[] = {8765, 8766};
+
+}  // namespace
 
 RepoLocation locateRepo(const MainBundle& mainBundle) {
   if (const auto path = mainBundle.environmentVariable("KESTRUNE_REPO_PATH");
@@ -12,20 +36,33 @@ RepoLocation locateRepo(const MainBundle& mainBundle) {
   }
   const std::string bundlePath = mainBundle.bundlePath();
   if (const auto dist = bundlePath.rfind("/dist/"); dist != std::string::npos)
-    return {bundlePath.substr(0, dist), "above the last \"dist\" on the way to the program"};
+    return {bundlePath.substr(0, dist), "above the last \"dist\" in the path of the program"};
   return {mainBundle.currentDirectoryPath(), "the working directory"};
 }
 
+bool holdsBackend(const FileManager& files, const std::string& repoPath) {
+  return files.fileExists(repoPath + "/" + environmentScript);
+}
+
 std::string clientCommand(std::string_view subcommand) {
-  const std::string client = backend::clientProgram;
-  const std::string legacyClient = backend::legacyClientProgram;
+  const std::string client = clientProgram;
   const std::string argument(subcommand);
-  return "{ command -v " + client + " >/dev/null 2>&1 && " + client + " " + argument + " || " + legacyClient +
-         " " + argument + "; }";
+  return "{ command -v " + client + " >/dev/null 2>&1 && " + client + " " + argument + " || " +
+         legacyClientProgram + " " + argument + "; }";
 }
 
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand) {
-  return "cd '" + repoPath + "' && source .venv/bin/activate && " + clientCommand(subcommand);
+  return "cd '" + repoPath + "' && source " + environmentScript + " && " + clientCommand(subcommand);
+}
+
+std::string stopScript(const ServiceControl& control) {
+  std::string script;
+  const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
+  // Unload services first, or the service manager would restart the processes that are ended below.
+  for (const char* const label : serviceLabels) append(control.unloadLine(label));
+  for (const char* const pattern : processPatterns) append(control.endMatchingLine(pattern));
+  for (const int port : listeningPorts) append(control.killListenersLine(port));
+  return script;
 }
 
 }  // namespace kestrune

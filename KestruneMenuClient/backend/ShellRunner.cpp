@@ -43,8 +43,4 @@ std::string commandText(const std::string& bytes) {
   return std::string(isValidUtf8(bytes) ? trimmed(bytes) : std::string_view());
 }
 
-std::string shellEscape(std::string_view text) {
-  return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
-}
-
 }  // namespace kestrune

@@ -1,16 +1,23 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
-#include "KestruneMenuClient/backend/Results.h"
 #include "ports/Clock.h"
 #include "ports/Process.h"
 
 namespace kestrune {
 
+/// The result of one shell command. `ok`: it exited with status 0 before the timeout. `output` is never
+/// empty.
+struct CommandResult {
+  bool ok = false;
+  std::string output;
+
+  bool operator==(const CommandResult&) const = default;
+};
+
 inline constexpr Seconds defaultCommandTimeout{12.0};
-/// How often a running command is polled.
+/// The interval at which a running command is polled.
 inline constexpr Seconds commandPollInterval{0.05};
 /// Appended to the output of a command that was stopped at its time limit.
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
@@ -23,8 +30,5 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
 
 /// A command's output, trimmed; empty when it is not UTF-8. Pure.
 std::string commandText(const std::string& bytes);
-
-/// `text` as a single word of a shell line. Pure.
-std::string shellEscape(std::string_view text);
 
 }  // namespace kestrune

@@ -1,7 +1,6 @@
 #include "KestruneMenuClient/settings/EnvFile.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 #include "text/Text.h"
@@ -10,44 +9,17 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::string_view longNewlines[] = {"\u0085", "\u2028", "\u2029"};
-
-bool isShortNewline(char character) {
-  return character >= '\n' && character <= '\r';
+/// The end of the reader's line that begins at `begin`: a line feed that does not follow a carriage return.
+std::size_t endOfLine(std::string_view text, std::size_t begin) {
+  auto end = text.find('\n', begin);
+  while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
+  return std::min(end, text.size());
 }
 
-/// The length in bytes of the newline character at the start of `text`; 0 when there is none.
-std::size_t newlineLength(std::string_view text) {
-  if (isShortNewline(text.front())) return 1;
-  if (static_cast<unsigned char>(text.front()) < 0x80) return 0;
-  for (const auto newline : longNewlines) {
-    if (text.starts_with(newline)) return newline.size();
-  }
-  return 0;
-}
-
-bool endsWithNewline(std::string_view text) {
-  return (!text.empty() && isShortNewline(text.back())) ||
-         std::any_of(std::begin(longNewlines), std::end(longNewlines),
-                     [text](std::string_view newline) { return text.ends_with(newline); });
-}
-
-/// The position of the first newline character at or after `at`; the end of the text when there is none.
-std::size_t findNewline(std::string_view text, std::size_t at) {
-  while (at < text.size() && newlineLength(text.substr(at)) == 0) ++at;
-  return at;
-}
-
-/// Appends `text`, with every newline character replaced by a line feed.
-void appendLines(std::string& result, std::string_view text) {
-  while (!text.empty()) {
-    const std::size_t end = findNewline(text, 0);
-    result += text.substr(0, end);
-    text.remove_prefix(end);
-    if (text.empty()) return;
-    result += '\n';
-    text.remove_prefix(newlineLength(text));
-  }
+/// The entry of `values` whose key the line defines; its end when there is none.
+EnvValues::const_iterator entryFor(std::string_view line, const EnvValues& values) {
+  const auto equals = line.find('=');
+  return equals != std::string_view::npos ? values.find(std::string(line.substr(0, equals))) : values.end();
 }
 
 }  // namespace
@@ -67,85 +39,67 @@ std::optional<std::string> EnvFile::value(std::string_view key, std::string_view
 std::optional<std::string> EnvFile::value(std::string_view key) const {
   const std::string prefix = std::string(key) + "=";
   const std::string_view text = contents;
-  const auto endsLine = [text](std::size_t at) {
-    return text[at] == '\n' && (at == 0 || text[at - 1] != '\r');
-  };
-  for (auto at = text.find(prefix); at != std::string_view::npos; at = text.find(prefix, at + 1)) {
-    if (at > 0 && !endsLine(at - 1)) continue;
-    std::size_t end = at;
-    while (end < text.size() && !endsLine(end)) ++end;
-    const std::string_view line = text.substr(at, end - at);
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = endOfLine(text, begin);
+    const std::string_view line = text.substr(begin, end - begin);
     if (line.starts_with(prefix)) return std::string(trimmed(line.substr(prefix.size())));
+    begin = end + 1;
   }
   return std::nullopt;
 }
 
-/// Calls `action` for every line that defines one of the keys, with the line's begin and end, the entry of
-/// `values`, and the value in the line.
-template <typename Action>
-void EnvFile::forEachDefinition(const EnvValues& values, Action&& action) const {
-  const std::string_view text = contents;
-  for (auto equals = text.find('='); equals != std::string_view::npos; equals = text.find('=', equals)) {
-    const std::string_view before = text.substr(0, equals);
-    const auto entry = std::find_if(values.begin(), values.end(), [before](const auto& each) {
-      if (!before.ends_with(each.first)) return false;
-      const std::string_view rest = before.substr(0, before.size() - each.first.size());
-      return rest.empty() || endsWithNewline(rest);
-    });
-    // No later equals sign of this line can end a key.
-    const std::size_t end = findNewline(text, equals);
-    if (entry != values.end())
-      action(equals - entry->first.size(), end, *entry, text.substr(equals + 1, end - equals - 1));
-    equals = end;
-  }
-}
-
 std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t limit) const {
-  std::set<std::string_view> written;
-  std::size_t size = contents.size();
-  forEachDefinition(values, [&](std::size_t, std::size_t, const auto& entry, std::string_view old) {
-    size = size - old.size() + entry.second.size();
-    written.insert(entry.first);
-  });
-  for (const auto& [key, value] : values) {
-    if (!written.contains(key)) size += 3 + key.size() + value.size();
-  }
-  if (size > limit) return std::nullopt;
-
   std::string result;
-  result.reserve(size);
-  const std::string_view text = contents;
-  std::size_t copied = 0;
-  forEachDefinition(values, [&](std::size_t begin, std::size_t end, const auto& entry, std::string_view) {
-    appendLines(result, text.substr(copied, begin - copied));
+  std::size_t expected = contents.size();
+  EnvValues missing = values;
+  for (const auto& [key, value] : values) expected += key.size() + value.size() + 3;
+  result.reserve(expected);
+  bool isFirst = true;
+  const auto startLine = [&result, &isFirst] {
+    if (!std::exchange(isFirst, false)) result += '\n';
+  };
+  const auto define = [&result, &startLine](const auto& entry) {
+    startLine();
     result.append(entry.first).append("=").append(entry.second);
-    copied = end;
-  });
-  appendLines(result, text.substr(copied));
-  bool isFirst = !exists;
-  bool lastIsEmpty = text.empty() || endsWithNewline(text);
-  for (const auto& [key, value] : values) {
-    if (written.contains(key)) continue;
-    if (!isFirst) result += lastIsEmpty ? "\n" : "\n\n";
-    result.append(key).append("=").append(value);
-    isFirst = lastIsEmpty = false;
+  };
+  LineSplitter lines(contents, CrLf::twoNewlines);
+  std::string_view line;
+  while (lines.next(line) && result.size() <= limit) {
+    if (const auto entry = entryFor(line, values); entry != values.end()) {
+      define(*entry);
+      missing.erase(entry->first);
+    } else {
+      startLine();
+      result += line;
+    }
   }
+  // An empty file has one line, a file that does not exist has none.
+  if (exists && contents.empty()) startLine();
+  bool needsEmptyLine = !line.empty();
+  for (const auto& entry : missing) {
+    if (std::exchange(needsEmptyLine, true)) startLine();
+    define(entry);
+  }
+  if (result.size() > limit) return std::nullopt;
   return result;
 }
 
 bool EnvFile::losesValue(const EnvValues& values, const EnvValues& shown) const {
-  bool loses = false;
-  forEachDefinition(values, [&](std::size_t, std::size_t, const auto& entry, std::string_view old) {
-    const std::string_view value = trimmed(old);
-    const auto before = shown.find(entry.first);
+  LineSplitter lines(contents, CrLf::twoNewlines);
+  for (std::string_view line; lines.next(line);) {
+    const auto entry = entryFor(line, values);
+    if (entry == values.end()) continue;
+    const std::string_view value = trimmed(line.substr(entry->first.size() + 1));
+    const auto before = shown.find(entry->first);
     const bool wasShown = before != shown.end() && trimmed(before->second) == value;
-    loses = loses || (!value.empty() && !wasShown && value != trimmed(entry.second));
-  });
-  return loses;
+    if (!value.empty() && !wasShown && value != trimmed(entry->second)) return true;
+  }
+  return false;
 }
 
 bool EnvFile::holdsLineEnd(std::string_view text) {
-  return findNewline(text, 0) < text.size();
+  std::string_view line;
+  return LineSplitter(text).next(line) && line.size() < text.size();
 }
 
 }  // namespace kestrune

@@ -10,6 +10,24 @@
 
 namespace kestrune {
 
+/// The keys of the backend's .env that the client reads and writes. A legacy key is read when the current one
+/// is absent, and never written.
+namespace env {
+
+inline constexpr auto publicAPIURL = "KESTRUNE_PUBLIC_API_URL";
+inline constexpr auto appAPIToken = "KESTRUNE_APP_API_TOKEN";
+inline constexpr auto legacyAppAPIToken = "HALVASK_APP_API_TOKEN";
+inline constexpr auto macServiceToken = "KESTRUNE_MAC_SERVICE_TOKEN";
+inline constexpr auto legacyMacServiceToken = "HALVASK_MAC_SERVICE_TOKEN";
+inline constexpr auto projectRoot = "KESTRUNE_PROJECT_ROOT";
+inline constexpr auto legacyProjectRoot = "HALVASK_PROJECT_ROOT";
+inline constexpr auto openAIAPIKey = "OPENAI_API_KEY";
+
+/// The relay's address until the user has set one.
+inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
+
+}  // namespace env
+
 /// Values of the backend's .env by key. A key contains no equals sign.
 using EnvValues = std::map<std::string, std::string>;
 
@@ -37,7 +55,7 @@ class EnvFile {
 
   /// The text with `values`: rewrites every line that defines one of the keys, and appends the missing keys
   /// in ascending order. Every newline character ends a line, so CR LF ends two, and each becomes a line
-  /// feed. Absent when the result could exceed `limit` bytes, counting the original newline characters.
+  /// feed. Absent when the result would exceed `limit` bytes.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
   /// Whether `with(values)` replaces a non-empty value that differs from those in `shown` and `values` for
@@ -48,9 +66,6 @@ class EnvFile {
   static bool holdsLineEnd(std::string_view text);
 
  private:
-  template <typename Action>
-  void forEachDefinition(const EnvValues& values, Action&& action) const;
-
   bool exists = false;
   std::string contents;
 };

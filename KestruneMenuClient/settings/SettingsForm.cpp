@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "KestruneMenuClient/settings/EnvKeys.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -145,17 +144,15 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
   for (const auto& row : settingsRows) {
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
-    const auto before = shown.find(row.key);
-    const bool wasThere = before != shown.end() && EnvFile::holdsLineEnd(trimmed(before->second));
-    if (EnvFile::holdsLineEnd(found->second) && wasThere) {
-      return ".env 的換行字元不是 LF（例如 CR LF），「" + std::string(row.title) +
-             "」讀到的值包含其他行的內容。請把 .env 的換行改成 LF，再打開設定。設定沒有保存。";
-    }
+    const std::string title = "「" + std::string(row.title) + "」";
     // A line end would change other values, and ill-formed UTF-8 would make the file unreadable.
-    const char* const fault = EnvFile::holdsLineEnd(found->second) ? "不能換行"
-                              : !isValidUtf8(found->second)        ? "不是有效的 UTF-8 文字"
-                                                                   : nullptr;
-    if (fault != nullptr) return std::string("「") + row.title + "」的內容" + fault + "。設定沒有保存。";
+    if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
+    if (!EnvFile::holdsLineEnd(found->second)) continue;
+    const auto before = shown.find(row.key);
+    if (before == shown.end() || !EnvFile::holdsLineEnd(trimmed(before->second)))
+      return title + "的內容不能換行。設定沒有保存。";
+    return ".env 的換行字元不是 LF（例如 CR LF），" + title +
+           "讀到的值包含其他行的內容。請把 .env 的換行改成 LF，再打開設定。設定沒有保存。";
   }
   return std::nullopt;
 }

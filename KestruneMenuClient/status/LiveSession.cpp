@@ -17,20 +17,9 @@ constexpr std::size_t threadNameLimit = 34;  // characters
 
 /// Whether the value is true in Python, which the service uses.
 bool isTruthy(const Json& value) {
-  switch (value.type()) {
-    case Json::value_t::null:
-      return false;
-    case Json::value_t::boolean:
-      return value.get<bool>();
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
-    case Json::value_t::number_float:
-      return value.get<double>() != 0;
-    case Json::value_t::string:
-      return !value.get_ref<const std::string&>().empty();
-    default:
-      return !value.empty();
-  }
+  if (value.is_string()) return !value.get_ref<const std::string&>().empty();
+  if (value.is_number()) return value.get<double>() != 0;
+  return value.is_boolean() ? value.get<bool>() : !value.empty();
 }
 
 /// The member `name`, or null.
@@ -79,14 +68,10 @@ std::string withoutLoneSurrogates(std::string_view answer) {
 const LiveSession LiveSession::disabled{"未同步", "尚未啟動"};
 const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
 
-bool LiveSession::hasProject() const {
-  return !projectTitle.empty() && projectTitle != LiveSession().projectTitle &&
-         projectTitle != disabled.projectTitle && projectTitle != notConfigured.projectTitle;
-}
-
-bool LiveSession::hasThread() const {
-  return !threadName.empty() && threadName != LiveSession().threadName && threadName != disabled.threadName &&
-         threadName != notConfigured.threadName;
+bool LiveSession::isKnown(std::string LiveSession::*member) const {
+  const std::string& text = this->*member;
+  return !text.empty() && text != LiveSession().*member && text != disabled.*member &&
+         text != notConfigured.*member;
 }
 
 LiveSession selectedSession(const std::optional<std::string>& answer) {

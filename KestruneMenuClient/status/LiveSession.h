@@ -14,9 +14,8 @@ struct LiveSession {
   static const LiveSession disabled;       ///< with auto-connect off
   static const LiveSession notConfigured;  ///< without a token for the local service
 
-  /// Whether the title, or the name, is a real one and not a placeholder.
-  bool hasProject() const;
-  bool hasThread() const;
+  /// Whether the member is a real name and not a placeholder.
+  bool isKnown(std::string LiveSession::*member) const;
 
   bool operator==(const LiveSession&) const = default;
 };

@@ -2,6 +2,10 @@
 
 #include <utility>
 
+#include "KestruneMenuClient/backend/BackendCommands.h"
+#include "KestruneMenuClient/backend/ShellRunner.h"
+#include "KestruneMenuClient/settings/EnvFile.h"
+
 namespace kestrune {
 
 namespace {
@@ -30,18 +34,23 @@ StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
     : platform(givenPlatform),
       options(givenOptions),
       print(std::move(givenPrint)),
-      ownCheck(std::make_shared<StatusCheck>(givenPlatform)) {}
+      preferences(platform.userDefaults),
+      repoPath(locateRepo(platform.mainBundle).path),
+      pathMonitor(platform.pathMonitors.makePathMonitor()),
+      workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
+                                                    QueueTarget::ownThread)) {}
 
 void StatusCommand::applicationDidFinishLaunching() {
-  look();
+  subscribe();
 }
 
 void StatusCommand::applicationWillTerminate() {
-  ownCheck->abandon();
+  pathMonitor->cancel();
+  workerQueue->close();
+  platform.processes.reserveForThisThread();
 }
 
-void StatusCommand::look() {
-  next.reset();
+void StatusCommand::subscribe() {
   const auto weak = weak_from_this();
   subscription = platform.statusFeed.subscribe(
       [weak](const std::string& line) {
@@ -74,19 +83,54 @@ void StatusCommand::clientIsAbsent() {
 void StatusCommand::check() {
   next.reset();
   if (std::exchange(isChecking, true)) return;
-  ownCheck->run([weak = weak_from_this()](const StatusSnapshot& snapshot) {
+  if (found.network != NetworkKind::unknown) return askBackend();
+  pathMonitor->start(platform.dispatch.mainQueue(), [weak = weak_from_this()](const NetworkPath& path) {
     const auto self = weak.lock();
     if (!self) return;
-    self->isChecking = false;
-    // A client has started meanwhile; its status is newer.
-    if (self->hasHeard) return;
-    self->show(snapshot, false);
-    if (self->options.follow) self->after(checkInterval, &StatusCommand::look);
+    const bool isFirst = self->found.network == NetworkKind::unknown;
+    self->found.network = networkKind(path);
+    if (isFirst) self->askBackend();
   });
 }
 
+void StatusCommand::askBackend() {
+  found.officialMode = preferences.isOfficialConnectionMode();
+  found.autoConnect = preferences.isAutoConnectEnabled();
+  if (!found.autoConnect) {
+    found.lamp = ConnectionLampState::warning;
+    found.status = disabledStatus;
+    found.session = LiveSession::disabled;
+    return checkDidFinish();
+  }
+  const auto file = EnvFile::in(platform.fileManager.contents(repoPath + "/.env"));
+  const auto token = file ? file->value(env::macServiceToken, env::legacyMacServiceToken) : std::nullopt;
+  workerQueue->async([self = shared_from_this(), token] {
+    Platform& machine = self->platform;
+    const CommandResult result =
+        runShellCommand(machine.processes, machine.clock, backendCommandLine(self->repoPath, "status"));
+    const LiveSession session =
+        token ? selectedSession(machine.localService.getProjects(*token)) : LiveSession::notConfigured;
+    machine.dispatch.mainQueue().async([self, session, report = StatusReport(result.ok, result.output)] {
+      self->found.lamp = report.lamp;
+      self->found.status = report.text;
+      self->found.codex = report.codex;
+      self->found.session = session;
+      self->found.checkedAt = self->platform.clock.calendarTime();
+      self->checkDidFinish();
+    });
+  });
+}
+
+void StatusCommand::checkDidFinish() {
+  isChecking = false;
+  // A client has started meanwhile; its status is newer.
+  if (hasHeard) return;
+  show(found, false);
+  if (options.follow) after(checkInterval, &StatusCommand::subscribe);
+}
+
 void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
-  next = platform.timers.scheduleRepeating(delay, [weak = weak_from_this(), then] {
+  next = platform.timers.scheduleOnce(delay, [weak = weak_from_this(), then] {
     if (const auto self = weak.lock()) (*self.*then)();
   });
 }

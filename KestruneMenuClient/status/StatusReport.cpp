@@ -1,7 +1,6 @@
 #include "KestruneMenuClient/status/StatusReport.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "text/Text.h"
 
@@ -12,8 +11,6 @@ namespace {
 constexpr std::size_t detailLimit = 44;  // characters
 constexpr std::string_view okMarker = "[OK]";
 constexpr std::string_view failMarker = "[FAIL]";
-constexpr std::string_view okWord = "OK";
-constexpr std::string_view needsCheckWord = "需檢查";
 
 bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
@@ -25,49 +22,37 @@ bool isFault(std::string_view line) {
                       [line](const CodexItem& item) { return contains(line, item.label); });
 }
 
-/// The text after "MARKER LABEL: " at the start of `line`; absent when the line starts differently.
-std::optional<std::string_view> detailAfter(std::string_view line, std::string_view marker,
-                                            std::string_view label) {
-  for (const std::string_view piece : {marker, std::string_view(" "), label, std::string_view(": ")}) {
-    if (!line.starts_with(piece)) return std::nullopt;
-    line.remove_prefix(piece.size());
-  }
-  return line;
+/// Removes `prefix` from the start of `line`; false when the line starts differently.
+bool takePrefix(std::string_view& line, std::string_view prefix) {
+  if (!line.starts_with(prefix)) return false;
+  line.remove_prefix(prefix.size());
+  return true;
 }
 
-/// The finding for `label` in a trimmed line; unknown when the line is about something else.
+/// The finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; unknown for any other line.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
-  if (const auto detail = detailAfter(line, okMarker, label))
-    return {CodexVerdict::ok, compactDetail(*detail)};
-  if (const auto detail = detailAfter(line, failMarker, label))
-    return {CodexVerdict::needsCheck, compactDetail(*detail)};
-  return {};
+  const bool isOk = takePrefix(line, okMarker);
+  if (!isOk && !takePrefix(line, failMarker)) return {};
+  if (!takePrefix(line, " ") || !takePrefix(line, label) || !takePrefix(line, ": ")) return {};
+  return {isOk ? CodexVerdict::ok : CodexVerdict::needsCheck, compactDetail(line)};
 }
 
 }  // namespace
 
-std::string codexRow(const CodexItem& item, const CodexFinding& finding) {
-  const std::string prefix(item.rowPrefix);
-  switch (finding.verdict) {
-    case CodexVerdict::ok:
-      return prefix + std::string(okWord) + " " + finding.detail;
-    case CodexVerdict::needsCheck:
-      return prefix + std::string(needsCheckWord) + " " + finding.detail;
-    case CodexVerdict::unknown:
-      break;
-  }
-  return prefix + "尚未檢查";
+std::string_view menuIcon(ConnectionLampState state) {
+  static constexpr std::string_view icons[] = {"🟢", "🟡", "🔴"};
+  return icons[static_cast<std::size_t>(state)];
 }
 
-CodexFinding codexFindingOfRow(const CodexItem& item, std::string_view row) {
-  if (!row.starts_with(item.rowPrefix)) return {};
-  row.remove_prefix(item.rowPrefix.size());
-  const auto detailAfterWord = [row](std::string_view word) {
-    return std::string(trimmed(row.substr(word.size())));
-  };
-  if (row.starts_with(okWord)) return {CodexVerdict::ok, detailAfterWord(okWord)};
-  if (row.starts_with(needsCheckWord)) return {CodexVerdict::needsCheck, detailAfterWord(needsCheckWord)};
-  return {};
+std::string_view menuLabel(ConnectionLampState state) {
+  static constexpr std::string_view labels[] = {"已連線", "檢查中", "異常"};
+  return labels[static_cast<std::size_t>(state)];
+}
+
+std::string codexRow(std::string_view prefix, const CodexFinding& finding) {
+  const std::string row(prefix);
+  if (finding.verdict == CodexVerdict::unknown) return row + "尚未檢查";
+  return row + (finding.verdict == CodexVerdict::ok ? "OK " : "需檢查 ") + finding.detail;
 }
 
 StatusReport::StatusReport(bool givenOk, std::string_view output)
@@ -78,8 +63,7 @@ StatusReport::StatusReport(bool givenOk, std::string_view output)
     if (isFirst) text = line;
     if (isFault(line)) lamp = ConnectionLampState::error;
     const std::string_view item = trimmed(line);
-    if (!item.starts_with('[')) continue;
-    for (std::size_t i = 0; i < codexItems.size(); ++i) {
+    for (std::size_t i = 0; item.starts_with('[') && i < codexItems.size(); ++i) {
       if (codex[i].verdict == CodexVerdict::unknown) codex[i] = findingIn(item, codexItems[i].label);
     }
   }

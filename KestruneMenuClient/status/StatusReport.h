@@ -5,12 +5,17 @@
 #include <string>
 #include <string_view>
 
-#include "KestruneMenuClient/status/ConnectionLampState.h"
-
 // The report that the backend's "status" command prints. All functions are pure and may be called from any
 // thread.
 
 namespace kestrune {
+
+/// The backend's health.
+enum class ConnectionLampState { ok, warning, error };
+
+/// The lamp as a coloured dot, and as a word.
+std::string_view menuIcon(ConnectionLampState state);
+std::string_view menuLabel(ConnectionLampState state);
 
 enum class CodexVerdict { unknown, ok, needsCheck };
 
@@ -22,24 +27,23 @@ struct CodexFinding {
   bool operator==(const CodexFinding&) const = default;
 };
 
-/// An item of the Codex runtime: its label in a report, and the prefix of its menu row.
+/// An item of the Codex runtime: its label in a report, the prefix of its menu row, its name for programs.
 struct CodexItem {
   std::string_view label;
   std::string_view rowPrefix;
+  const char* name;
 };
 /// In the order of the menu rows. Lines that contain one of these labels never affect the lamp.
-inline constexpr std::array<CodexItem, 4> codexItems{{{"Codex CLI", "Codex："},
-                                                      {"Codex Remote Control", "Remote Control："},
-                                                      {"Codex App", "Codex App："},
-                                                      {"ChatGPT Remote Ready", "ChatGPT Remote："}}};
-
-/// The menu row for `item`, such as "Codex：OK 0.46.0".
-std::string codexRow(const CodexItem& item, const CodexFinding& finding);
-
-/// The finding that such a row tells; unknown for any other text.
-CodexFinding codexFindingOfRow(const CodexItem& item, std::string_view row);
+inline constexpr std::array<CodexItem, 4> codexItems{
+    {{"Codex CLI", "Codex：", "codex_cli"},
+     {"Codex Remote Control", "Remote Control：", "codex_remote_control"},
+     {"Codex App", "Codex App：", "codex_app"},
+     {"ChatGPT Remote Ready", "ChatGPT Remote：", "chatgpt_remote"}}};
 
 using CodexFindings = std::array<CodexFinding, codexItems.size()>;
+
+/// A menu row such as "Codex：OK 0.46.0".
+std::string codexRow(std::string_view prefix, const CodexFinding& finding);
 
 /// A parsed report. `ok`: the command exited with status 0 before the timeout.
 struct StatusReport {

@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include "KestruneMenuClient/settings/Preferences.h"
-#include "KestruneMenuClient/status/PathDescription.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -20,14 +19,29 @@ constexpr int schema = 2;
 constexpr auto timeFormat = "%Y-%m-%dT%H:%M:%SZ";
 constexpr auto noClientAnswers = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。";
 
-struct LampNames {
-  const char* name;
-  int exitCode;
-};
-constexpr std::array<LampNames, 3> lampNames{{{"ok", 0}, {"warning", 3}, {"error", 4}}};
+// The names of enumerators in JSON.
+template <std::size_t Count>
+using Names = std::array<const char*, Count>;
+constexpr Names<3> lampNames{"ok", "warning", "error"};
+constexpr Names<3> verdictNames{"unknown", "ok", "needs_check"};
+constexpr Names<6> networkNames{"unknown", "none", "wifi", "wired", "cellular", "other"};
+constexpr Names<6> networkRows{"未知網路",       "網路未連線",     "Wi-Fi 已連線",
+                               "有線網路已連線", "行動網路已連線", "網路已連線"};
 
-const LampNames& namesOf(ConnectionLampState lamp) {
-  return lampNames[static_cast<std::size_t>(lamp)];
+template <typename Enum, std::size_t Count>
+const char* nameOf(Enum value, const Names<Count>& names) {
+  return names[static_cast<std::size_t>(value)];
+}
+
+/// Sets `into` to the enumerator that is called `name`; false when there is none.
+template <typename Enum, std::size_t Count>
+bool read(const Json& name, const Names<Count>& names, Enum& into) {
+  for (std::size_t i = 0; i < Count; ++i) {
+    if (name != names[i]) continue;
+    into = static_cast<Enum>(i);
+    return true;
+  }
+  return false;
 }
 
 std::string formatted(std::int64_t time, const char* format, bool local) {
@@ -41,55 +55,17 @@ std::string formatted(std::int64_t time, const char* format, bool local) {
 std::optional<std::int64_t> parsedTime(const std::string& text) {
   int year = 0;
   unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%2uZ", &year, &month, &day, &hour, &minute, &second) !=
-      6) {
-    return std::nullopt;
-  }
-  const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
-                                         std::chrono::day(day)};
-  if (!date.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
-  const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-  return ((days * 24 + hour) * 60 + minute) * 60 + second;
+  std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%2uZ", &year, &month, &day, &hour, &minute, &second);
+  const std::chrono::sys_days date =
+      std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+  const std::int64_t days = date.time_since_epoch().count();
+  const std::int64_t time = ((days * 24 + hour) * 60 + minute) * 60 + second;
+  // Rejects a date that does not exist, and text that is no time.
+  return formatted(time, timeFormat, false) == text ? std::optional(time) : std::nullopt;
 }
 
-/// The members that hold a row's text, with their names in JSON.
-struct TextMember {
-  const char* name;
-  std::string StatusSnapshot::*text;
-};
-/// In the order of `codexItems`.
-constexpr TextMember codexMembers[] = {
-    {"codex_cli", &StatusSnapshot::codexVersion},
-    {"codex_remote_control", &StatusSnapshot::codexRemoteControl},
-    {"codex_app", &StatusSnapshot::codexApp},
-    {"chatgpt_remote", &StatusSnapshot::chatGPTRemote},
-};
-constexpr TextMember textMembers[] = {
-    {"status", &StatusSnapshot::status},
-    codexMembers[0],
-    codexMembers[1],
-    codexMembers[2],
-    codexMembers[3],
-    {"project", &StatusSnapshot::project},
-    {"thread", &StatusSnapshot::thread},
-    {"network", &StatusSnapshot::network},
-};
-struct FlagMember {
-  const char* name;
-  bool StatusSnapshot::*flag;
-};
-constexpr FlagMember flagMembers[] = {
-    {"auto_connect", &StatusSnapshot::autoConnect},
-    {"reconnecting", &StatusSnapshot::reconnecting},
-    {"keeps_awake", &StatusSnapshot::keepsAwake},
-};
-
-constexpr auto modeMember = "connection_mode";
-constexpr auto rowsMember = "rows";
-constexpr const char* verdictNames[] = {"unknown", "ok", "needs_check"};
-
-Json textOrNull(bool isKnown, const std::string& text) {
-  return isKnown ? Json(displayRow(text)) : Json();
+std::string detailMember(const CodexItem& item) {
+  return std::string(item.name) + "_detail";
 }
 
 std::string asLine(const Json& value) {
@@ -114,52 +90,57 @@ std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromCl
 
 }  // namespace
 
-void StatusSnapshot::setCodex(const CodexFindings& findings) {
-  for (std::size_t i = 0; i < codexItems.size(); ++i)
-    this->*codexMembers[i].text = codexRow(codexItems[i], findings[i]);
-}
-
-void StatusSnapshot::setSession(const LiveSession& session) {
-  project = session.projectTitle;
-  thread = session.threadName;
+NetworkKind networkKind(const NetworkPath& path) {
+  if (!path.satisfied) return NetworkKind::none;
+  if (path.usesWiFi) return NetworkKind::wifi;
+  if (path.usesWiredEthernet) return NetworkKind::wired;
+  return path.usesCellular ? NetworkKind::cellular : NetworkKind::other;
 }
 
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
-  return {
+  std::vector<std::string> rows{
       std::string(menuIcon(snapshot.lamp)) + " 連線狀態：" + snapshot.status,
       std::string("連接模式：") + Preferences::labelOfMode(snapshot.officialMode),
-      snapshot.codexVersion,
-      snapshot.codexRemoteControl,
-      snapshot.codexApp,
-      snapshot.chatGPTRemote,
-      "同步專案：" + snapshot.project,
-      "同步會話：" + compactThreadName(snapshot.thread),
-      "目前網路：" + snapshot.network,
-      std::string("保持喚醒：") + (snapshot.keepsAwake ? "已開啟" : "已關閉"),
   };
+  for (std::size_t i = 0; i < codexItems.size(); ++i)
+    rows.push_back(codexRow(codexItems[i].rowPrefix, snapshot.codex[i]));
+  rows.push_back("同步專案：" + snapshot.session.projectTitle);
+  rows.push_back("同步會話：" + compactThreadName(snapshot.session.threadName));
+  rows.push_back(std::string("目前網路：") + nameOf(snapshot.network, networkRows));
+  rows.push_back(std::string("保持喚醒：") + (snapshot.keepsAwake ? "已開啟" : "已關閉"));
+  return rows;
 }
 
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
+  const std::string project = displayRow(snapshot.session.projectTitle);
+  const std::string thread = displayRow(snapshot.session.threadName);
   Json value{{"schema", schema},
              {"source", fromClient ? "client" : "check"},
-             {"lamp", namesOf(snapshot.lamp).name},
+             {"lamp", nameOf(snapshot.lamp, lampNames)},
              {"checked_at", nullptr},
-             {modeMember, Preferences::nameOfMode(snapshot.officialMode)},
-             {"network", nullptr}};
+             {"connection_mode", Preferences::nameOfMode(snapshot.officialMode)},
+             {"project", nullptr},
+             {"thread", nullptr},
+             {"network", nullptr},
+             {"auto_connect", snapshot.autoConnect},
+             {"reconnecting", snapshot.reconnecting},
+             {"keeps_awake", snapshot.keepsAwake},
+             {"rows",
+              {{"connection_mode", Preferences::labelOfMode(snapshot.officialMode)},
+               {"status", displayRow(snapshot.status)},
+               {"project", project},
+               {"thread", thread},
+               {"network", nameOf(snapshot.network, networkRows)}}}};
   if (snapshot.checkedAt) value["checked_at"] = formatted(*snapshot.checkedAt, timeFormat, false);
-  if (const char* const network = pathName(snapshot.network)) value["network"] = network;
+  if (snapshot.session.isKnown(&LiveSession::projectTitle)) value["project"] = project;
+  if (snapshot.session.isKnown(&LiveSession::threadName)) value["thread"] = thread;
+  if (snapshot.network != NetworkKind::unknown) value["network"] = nameOf(snapshot.network, networkNames);
   for (std::size_t i = 0; i < codexItems.size(); ++i) {
-    const CodexFinding finding = codexFindingOfRow(codexItems[i], displayRow(snapshot.*codexMembers[i].text));
-    value[codexMembers[i].name] = verdictNames[static_cast<std::size_t>(finding.verdict)];
-    value[std::string(codexMembers[i].name) + "_detail"] = finding.detail;
+    const auto& [verdict, detail] = snapshot.codex[i];
+    value[codexItems[i].name] = nameOf(verdict, verdictNames);
+    value[detailMember(codexItems[i])] = displayRow(detail);
+    value["rows"][codexItems[i].name] = displayRow(codexRow(codexItems[i].rowPrefix, snapshot.codex[i]));
   }
-  const LiveSession session{snapshot.project, snapshot.thread};
-  value["project"] = textOrNull(session.hasProject(), snapshot.project);
-  value["thread"] = textOrNull(session.hasThread(), snapshot.thread);
-  Json& rows = value[rowsMember];
-  rows[modeMember] = Preferences::labelOfMode(snapshot.officialMode);
-  for (const auto& [name, text] : textMembers) rows[name] = displayRow(snapshot.*text);
-  for (const auto& [name, flag] : flagMembers) value[name] = snapshot.*flag;
   return asLine(value);
 }
 
@@ -167,21 +148,29 @@ std::optional<StatusSnapshot> parseStatusJson(std::string_view line) {
   StatusSnapshot snapshot;
   try {
     const Json value = Json::parse(line);
-    if (value.at("schema") != schema) return std::nullopt;
-    const std::string lamp = value.at("lamp");
-    std::size_t at = 0;
-    while (at < lampNames.size() && lampNames[at].name != lamp) ++at;
-    if (at == lampNames.size()) return std::nullopt;
-    snapshot.lamp = static_cast<ConnectionLampState>(at);
-    const Json& mode = value.at(modeMember);
+    const Json& mode = value.at("connection_mode");
+    const Json& network = value.at("network");
+    const Json& rows = value.at("rows");
     snapshot.officialMode = mode == Preferences::nameOfMode(true);
-    if (!snapshot.officialMode && mode != Preferences::nameOfMode(false)) return std::nullopt;
-    for (const auto& [name, text] : textMembers) value.at(rowsMember).at(name).get_to(snapshot.*text);
-    for (const auto& [name, flag] : flagMembers) value.at(name).get_to(snapshot.*flag);
+    bool isUnderstood = value.at("schema") == schema && read(value.at("lamp"), lampNames, snapshot.lamp) &&
+                        mode == Preferences::nameOfMode(snapshot.officialMode) &&
+                        (network.is_null() || read(network, networkNames, snapshot.network));
+    for (std::size_t i = 0; i < codexItems.size(); ++i) {
+      auto& [verdict, detail] = snapshot.codex[i];
+      isUnderstood = isUnderstood && read(value.at(codexItems[i].name), verdictNames, verdict);
+      value.at(detailMember(codexItems[i])).get_to(detail);
+    }
+    rows.at("status").get_to(snapshot.status);
+    rows.at("project").get_to(snapshot.session.projectTitle);
+    rows.at("thread").get_to(snapshot.session.threadName);
+    value.at("auto_connect").get_to(snapshot.autoConnect);
+    value.at("reconnecting").get_to(snapshot.reconnecting);
+    value.at("keeps_awake").get_to(snapshot.keepsAwake);
     if (const Json& time = value.at("checked_at"); !time.is_null()) {
       snapshot.checkedAt = parsedTime(time.get<std::string>());
-      if (!snapshot.checkedAt) return std::nullopt;
+      isUnderstood = isUnderstood && snapshot.checkedAt;
     }
+    if (!isUnderstood) return std::nullopt;
   } catch (const Json::exception&) {
     return std::nullopt;
   }
@@ -193,7 +182,7 @@ std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient) {
   for (const std::string& line : statusLines(snapshot, fromClient)) {
     toolTip += (toolTip.empty() ? "" : "\n") + withoutMarkup(line);
   }
-  const char* const lamp = namesOf(snapshot.lamp).name;
+  const char* const lamp = nameOf(snapshot.lamp, lampNames);
   return asLine({{"text", menuIcon(snapshot.lamp)}, {"alt", lamp}, {"class", lamp}, {"tooltip", toolTip}});
 }
 
@@ -204,7 +193,8 @@ std::string statusText(const StatusSnapshot& snapshot, bool fromClient) {
 }
 
 int statusExitCode(ConnectionLampState lamp) {
-  return namesOf(lamp).exitCode;
+  static constexpr std::array codes{0, 3, 4};
+  return codes[static_cast<std::size_t>(lamp)];
 }
 
 }  // namespace kestrune

@@ -6,34 +6,31 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/status/ConnectionLampState.h"
 #include "KestruneMenuClient/status/LiveSession.h"
 #include "KestruneMenuClient/status/StatusReport.h"
+#include "ports/PathMonitor.h"
 
 namespace kestrune {
 
 /// The status text while auto-connect is off.
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
+/// How the machine is connected, in one word.
+enum class NetworkKind { unknown, none, wifi, wired, cellular, other };
+NetworkKind networkKind(const NetworkPath& path);
+
 /// The state that menu rows 2 to 11 show.
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};
   bool officialMode = false;
-  std::string codexVersion{};
-  std::string codexRemoteControl{};
-  std::string codexApp{};
-  std::string chatGPTRemote{};
-  std::string project{};
-  std::string thread{};
-  std::string network{};
+  CodexFindings codex{};
+  LiveSession session{};
+  NetworkKind network = NetworkKind::unknown;
   bool keepsAwake = false;
   bool autoConnect = true;
   bool reconnecting = false;
   std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent before the backend's first report
-
-  void setCodex(const CodexFindings& findings);
-  void setSession(const LiveSession& session);
 
   bool operator==(const StatusSnapshot&) const = default;
 };

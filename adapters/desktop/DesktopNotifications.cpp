@@ -81,7 +81,7 @@ void DesktopNotifications::add(const Notification& notification) {
     return;
   }
   if (!deadline) {
-    deadline = timers.scheduleRepeating(answerTime, [this] {
+    deadline = timers.scheduleOnce(answerTime, [this] {
       waitedEnough = true;
       sendWaiting();
     });

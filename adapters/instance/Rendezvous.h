@@ -10,7 +10,6 @@
 
 #include "adapters/instance/InstanceFolders.h"
 #include "adapters/instance/RequestServer.h"
-#include "ports/Requests.h"
 #include "ports/StatusFeed.h"
 
 namespace kestrune {

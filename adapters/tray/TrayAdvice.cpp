@@ -30,7 +30,7 @@ TrayAdvice::TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& give
 }
 
 void TrayAdvice::lookAfter(Seconds delay) {
-  timer = timers.scheduleRepeating(delay, [this] { look(); });
+  timer = timers.scheduleOnce(delay, [this] { look(); });
 }
 
 void TrayAdvice::look() {

@@ -56,7 +56,7 @@ struct Diagnosis : ::testing::Test {
   }
 };
 
-TEST_F(Diagnosis, TellsWhoIsThereAndWhoKeepsTheMachineAwake) {
+TEST_F(Diagnosis, ListsServicesAndInhibitors) {
   daemon.start();
   const std::string address = daemon.address();
   const StubService tray(address, "org.kde.StatusNotifierWatcher", &watcher);
@@ -70,20 +70,21 @@ TEST_F(Diagnosis, TellsWhoIsThereAndWhoKeepsTheMachineAwake) {
   const std::string text = described();
   const std::string process = "(process " + std::to_string(getpid()) + ")\n";
   EXPECT_NE(text.find("Session bus: answers\nSystem bus: answers\nTray: "), text.npos) << text;
-  EXPECT_NE(text.find(process + "  shows items: no, there is no host\n  item: :1.2/Item\n  item: :1.3/Item\n"
-                                "Notifications: note 1.2 (maker)\nAsked to keep it awake:\n"),
-            text.npos)
+  EXPECT_NE(
+      text.find(process + "  shows items: no, there is no host\n  item: :1.2/Item\n  item: :1.3/Item\n"
+                          "Notifications: note 1.2 (maker)\nServices that can keep the machine awake:\n"),
+      text.npos)
       << text;
   EXPECT_NE(text.find("  org.freedesktop.ScreenSaver: none\n"), text.npos) << text;
   for (const char* const held :
-       {"  org.gnome.SessionManager: aplayer\n", "  org.freedesktop.PowerManagement: somebody\n",
+       {"  org.gnome.SessionManager: aplayer\n", "  org.freedesktop.PowerManagement: unknown program\n",
         "  org.freedesktop.login1: idle (block) by Kestrune, process 42\n"}) {
-    EXPECT_NE(text.find(held, text.find("Held awake by:\n")), text.npos) << held << text;
+    EXPECT_NE(text.find(held, text.find("Inhibitors:\n")), text.npos) << held << text;
   }
 }
 
-TEST_F(Diagnosis, TellsWhichFontsAreThere) {
-  EXPECT_NE(described().find("Fonts:\n  Chinese: unknown without fc-list\n"), std::string::npos);
+TEST_F(Diagnosis, ListsFontsOrThePackageToInstall) {
+  EXPECT_NE(described().find("Fonts:\n  Chinese: unknown: fc-list is not installed\n"), std::string::npos);
   const ScratchFolder folder;
   const auto fontconfig = [&](const std::string& script) {
     std::ofstream(folder.file("fc-list")) << "#!/bin/bash\n" << script;
@@ -93,15 +94,15 @@ TEST_F(Diagnosis, TellsWhichFontsAreThere) {
   };
   std::string text =
       fontconfig("[[ $2 == :lang=zh-tw ]] && printf '=Some Sans\n=Some Serif\n'; echo warning >&2");
-  EXPECT_NE(text.find("  Chinese: Some Sans\n  emoji in colour: none; try fonts-noto-color-emoji\n"),
+  EXPECT_NE(text.find("  Chinese: Some Sans\n  colour emoji: none: install fonts-noto-color-emoji\n"),
             std::string::npos)
       << text;
   text = fontconfig("[[ $2 == :charset=1f7e2:color=true ]] && echo =Emoji; echo warning >&2");
-  EXPECT_NE(text.find("  Chinese: none; try fonts-noto-cjk\n  emoji in colour: Emoji\n"), std::string::npos)
+  EXPECT_NE(text.find("  Chinese: none: install fonts-noto-cjk\n  colour emoji: Emoji\n"), std::string::npos)
       << text;
 }
 
-TEST_F(Diagnosis, WaitsForNobodyWhoDoesNotAnswer) {
+TEST_F(Diagnosis, EndsWithoutTheAnswerOfAServiceThatHangs) {
   daemon.start();
   const StubService tray(daemon.address(), "org.kde.StatusNotifierWatcher",
                          [](sd_bus_message*) { return true; });
@@ -109,8 +110,10 @@ TEST_F(Diagnosis, WaitsForNobodyWhoDoesNotAnswer) {
   const std::string text = described();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, Seconds{10});
   EXPECT_EQ(text.find("shows items"), text.npos) << text;
-  EXPECT_NE(text.find("Held awake by:\n  nobody who could be asked\n"), text.npos) << text;
-  EXPECT_NE(text.find("Windows: /nowhere/windows is missing, no display\n"), text.npos) << text;
+  EXPECT_NE(text.find("Inhibitors:\n  none known\n"), text.npos) << text;
+  EXPECT_NE(text.find("Windows: /nowhere/windows is missing (package kestrune-menu-dialogs), no display\n"),
+            text.npos)
+      << text;
 }
 
 }  // namespace

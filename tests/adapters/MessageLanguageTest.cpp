@@ -74,16 +74,16 @@ struct MessageLanguage : ::testing::Test {
 // The locale beside "C" that every system has.
 constexpr auto otherLocale = "C.UTF-8";
 
-TEST_F(MessageLanguage, IsThatOfTheSession) {
+TEST_F(MessageLanguage, FollowsTheSession) {
   EXPECT_EQ(complaintIn(otherLocale), "沒有此一檔案或目錄");
 }
 
-TEST_F(MessageLanguage, IsEnglishWithoutOne) {
+TEST_F(MessageLanguage, IsEnglishWithoutALocale) {
   EXPECT_EQ(complaintIn("C"), "No such file or directory");
   EXPECT_EQ(complaintIn("no_SUCH.UTF-8"), "No such file or directory");
 }
 
-TEST_F(MessageLanguage, IsKnownAlsoWhenNoFileCanBeOpened) {
+TEST_F(MessageLanguage, WorksWithoutFreeDescriptors) {
   ForkedProgram program = programIn(otherLocale, [](Processes& processes, const ForkedProgram::Say& say) {
     const ResourceLimit none(RLIMIT_NOFILE, 0);
     say(processes.launch("/bin/true", {}).reason());
@@ -91,7 +91,7 @@ TEST_F(MessageLanguage, IsKnownAlsoWhenNoFileCanBeOpened) {
   EXPECT_EQ(program.line(), "開啟太多檔案");
 }
 
-TEST_F(MessageLanguage, ChangesNothingElse) {
+TEST_F(MessageLanguage, ChangesNoOtherCategory) {
   ForkedProgram program = programIn(otherLocale, [](Processes&, const ForkedProgram::Say& say) {
     for (const int category : {LC_CTYPE, LC_NUMERIC, LC_COLLATE, LC_TIME, LC_MONETARY}) {
       say(std::setlocale(category, nullptr));

@@ -35,23 +35,23 @@ struct RealShell : ::testing::Test, RealChildren {
   static CommandResult failure(const std::string& output) { return {false, output}; }
 };
 
-TEST_F(RealShell, ReportsWhatTheShellComplainsAbout) {
+TEST_F(RealShell, OutputHasTheErrorOfTheShell) {
   const CommandResult result = run("cd '/no/such/folder' && echo not reached");
   EXPECT_FALSE(result.ok);
   EXPECT_NE(result.output.find("/no/such/folder"), std::string::npos) << result.output;
   EXPECT_EQ(result.output.find("not reached"), std::string::npos) << result.output;
 }
 
-TEST_F(RealShell, GivesTheWholeTextToTheShellAsOneArgument) {
+TEST_F(RealShell, PassesTheLineAsOneArgument) {
   EXPECT_EQ(run("printf '%s.' 'two  words' \"a\nb\" | tr . ,\necho \" $#\""), success("two  words,a\nb, 0"));
 }
 
-TEST_F(RealShell, ReadsTheProfileOfTheUser) {
+TEST_F(RealShell, ReadsTheProfile) {
   put(folder.file(".bash_profile"), "FROM_PROFILE='read at login'\n");
   EXPECT_EQ(run("echo \"$FROM_PROFILE\""), success("read at login"));
 }
 
-TEST_F(RealShell, StopsACommandAndWhatItLeftInItsGroupWhenItsTimeIsUp) {
+TEST_F(RealShell, StopsTheProcessGroupAtTheTimeLimit) {
   constexpr Seconds limit{0.2};
   CommandResult result;
   const std::string line = TEST_CHILD " pause & exec " TEST_CHILD " pause";
@@ -62,7 +62,7 @@ TEST_F(RealShell, StopsACommandAndWhatItLeftInItsGroupWhenItsTimeIsUp) {
   EXPECT_TRUE(groupEnds(anyGroup));
 }
 
-TEST_F(RealShell, TellsWhatBothClientsSayWhenTheCurrentOneFails) {
+TEST_F(RealShell, RunsTheLegacyClientWhenTheCurrentOneFails) {
   fs::create_directories(folder.file(".venv/bin"));
   put(folder.file(".venv/bin/activate"), "PATH='" + folder.file(".venv/bin") + "':$PATH\n");
   put(folder.file(".venv/bin/kestrune-mac-client"),

@@ -152,6 +152,15 @@ TYPED_TEST(TimerContract, MayBeReplacedByItsOwnAction) {
   EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), interval - rounding);
 }
 
+TYPED_TEST(TimerContract, ScheduleOnceRunsItsActionOnceUnlessDestroyed) {
+  int count = 0;
+  this->timer = this->loop.loop.scheduleOnce(interval, [&] { ++count; });
+  this->loop.loop.scheduleOnce(interval, [&] { count += 10; }).reset();
+  EXPECT_TRUE(this->loop.letPassUntil([&] { return count > 0; }));
+  letPass(this->loop, fewIntervals);
+  EXPECT_EQ(count, 1);
+}
+
 TEST(VirtualTimer, MakesOneTickOfTheTimeAsleep) {
   VirtualLoop machine;
   int ticks = 0;

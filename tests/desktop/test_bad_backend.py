@@ -25,9 +25,9 @@ class BadBackend(unittest.TestCase):
         self.client.said("這一列只供查看：連線與常駐")
         return self.checked
 
-    def quit(self):
+    def quit(self, errors=NO_BUS):
         self.assertEqual(self.client.quit(), 0)
-        self.assertEqual(self.client.errors.all(), NO_BUS)
+        self.assertEqual(self.client.errors.all(), errors)
         self.client.assert_only_started(self.checked.status)
 
     def assertYellow(self, menu, pattern):
@@ -37,9 +37,11 @@ class BadBackend(unittest.TestCase):
                          ["Codex：尚未檢查", "Remote Control：尚未檢查", "Codex App：尚未檢查", "ChatGPT Remote：尚未檢查"])
 
     def test_one_that_is_missing(self):
-        folder = {"KESTRUNE_REPO_PATH": str(self.session.root / "沒有 no such folder")}
-        self.assertYellow(self.menu_with(environment=folder), ".*: cd: /.*/沒有 no such folder: No such file or directory")
-        self.quit()
+        folder = str(self.session.root / "沒有 no such folder")
+        self.assertYellow(self.menu_with(environment={"KESTRUNE_REPO_PATH": folder}),
+                          ".*: cd: /.*/沒有 no such folder: No such file or directory")
+        self.quit(f"KestruneMenuClient: no backend in {folder}, named by KESTRUNE_REPO_PATH: it has no .venv/bin/activate. "
+                  "Set KESTRUNE_REPO_PATH to the folder of the backend.\n")
         self.session.backend_program.unlink()
         self.assertYellow(self.menu_with(), ".*: " + LEGACY_MISSING)
         self.quit()

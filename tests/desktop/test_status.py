@@ -142,7 +142,7 @@ class Performing(unittest.TestCase):
         self.assertEqual(self.session.run("--perform", "showChatGPTRemoteGuide"), (0, "ok\n", ""))
         client.next_window()
         self.assertEqual(self.session.run("--perform", "stopConnection"),
-                         (1, "", "KestruneMenuClient: no enabled row of the menu does this: stopConnection\n"))
+                         (1, "", "KestruneMenuClient: no enabled menu row has this action now: stopConnection\n"))
         self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
         self.assertEqual(client.process.wait(), 0)
 
@@ -162,7 +162,7 @@ class Diagnosis(StatusTest):
     def test_without_anything(self):
         text, errors = self.diagnosis()
         self.assertRegex(text, r"^KestruneMenuClient \d+\.\d+\.\d+\n")
-        for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Client that answers: none",
+        for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Running client: none",
                      "Session bus: does not answer", "Tray: none", "  DISPLAY: not set",
                      "Automatic connection: on", "  lsof: /usr/bin/lsof"):
             self.assertIn(line + "\n", text)
@@ -187,15 +187,15 @@ class Diagnosis(StatusTest):
             with listener.accept()[0] as caller:
                 caller.send(b"\n")
                 self.assertEqual(asking.status(), 0)
-        self.assertIn("  it hangs, or is of another version\n", asking.output.all())
+        self.assertIn("  does not answer, or has another version\n", asking.output.all())
 
     def test_output_that_cannot_be_written_is_a_failure(self):
-        for option in ("--diagnose", "--status", "--help"):
+        for options in (["--diagnose"], ["--status"], ["--status", "--follow"], ["--help"]):
             with open("/dev/full", "w", encoding="utf-8") as full:
-                process = self.session.start(option, stdout=full)
-                self.assertEqual(process.status(), 1, option)
+                process = self.session.start(*options, stdout=full)
+                self.assertEqual(process.status(), 1, options)
                 self.assertTrue(process.errors.all().endswith(
-                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), option)
+                    "KestruneMenuClient: cannot write to standard output: No space left on device\n"), options)
 
     def test_with_a_client_and_its_session(self):
         bus = Bus(self.session)
@@ -210,7 +210,7 @@ class Diagnosis(StatusTest):
         bus.wait_for_client()
         text, errors = self.diagnosis()
         self.assertEqual(errors, "")
-        self.assertIn(f"Client that answers: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
+        self.assertIn(f"Running client: process {client.pid}, in the tray: {PROGRAM} --background\n", text)
         self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
         self.assertIn("  token of the local service: set\n", text)
         self.assertNotIn(SECRET, text)

@@ -8,8 +8,8 @@ namespace {
 
 constexpr Seconds year{365 * 24 * 3600.0};
 
-/// What a clock does while nobody looks: the machine sleeps and only the continuous one goes on, or the
-/// process is kept from running and both do.
+/// A jump of the clocks: the machine is suspended and only the continuous clock advances, or the process is
+/// stopped and both advance.
 struct Jump {
   const char* name;
   bool asleep;
@@ -31,7 +31,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     }
   }
 
-  /// Something that jumps once, in the middle of what it is called by, and lets the main thread see it.
+  /// A function that jumps at its first call, and then serves the main thread.
   std::function<void()> jumpOnce() {
     return [this, done = false]() mutable {
       if (std::exchange(done, true)) return;
@@ -47,7 +47,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     EXPECT_EQ(machine.loop.workerJobs() + machine.loop.mainJobs() + machine.loop.delayedJobs(), 0U);
   }
 
-  /// As if nothing had happened: a query every 20 seconds.
+  /// Expects a query every 20 seconds.
   void expectTicksGoOn() {
     const auto before = statusQueries();
     machine.loop.advance(Seconds{60.1});
@@ -57,19 +57,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
   }
 };
 
-TEST_P(ClockJump, InARefreshLeavesItsCommandItsTimeAndCostsOneTick) {
-  // As much of its time as is left: the jump counts only for a process that is awake.
-  backendAnswers({.runtime = Seconds{5}, .whileRunning = jumpOnce()});
-  refresh();
-  EXPECT_EQ(statusQueries(), 1U);
-  EXPECT_EQ(statusRow(), connectedRow);
-  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
-  expectNothingUnderWay();
-  backendAnswers({});
-  expectTicksGoOn();
-}
-
-TEST_P(ClockJump, InARefreshThatHangsEndsItOnlyByTheTimeThatIsSpentAwake) {
+TEST_P(ClockJump, DuringAHangingRefreshCountsOnlyAwakeTime) {
   backendAnswers({.runtime = 3 * year, .whileRunning = jumpOnce()});
   const Seconds begin = machine.clock.awakeTime();
   refresh();
@@ -83,20 +71,7 @@ TEST_P(ClockJump, InARefreshThatHangsEndsItOnlyByTheTimeThatIsSpentAwake) {
   expectTicksGoOn();
 }
 
-TEST_P(ClockJump, InTheCommandOfAReconnectDoesNotLoseIt) {
-  refreshAnswers({.runtime = Seconds{5}, .whileRunning = jumpOnce()});
-  controller->reconnectServices(true);
-  machine.loop.settle();
-  EXPECT_TRUE(state.reconnectInProgress) << "a tick leaves it alone";
-  EXPECT_EQ(statusQueries(), 0U);
-  machine.loop.advance(Seconds{1.3});
-  EXPECT_EQ(statusQueries(), 1U);
-  EXPECT_EQ(machine.alerts.shown.back(), informationWindow("刷新連線", "沒有輸出。"));
-  expectNothingUnderWay();
-  expectTicksGoOn();
-}
-
-TEST_P(ClockJump, InThePauseOfAReconnectNeitherSkipsNorRepeatsItsEnd) {
+TEST_P(ClockJump, DuringTheSettlingTimeRefreshesOnce) {
   controller->reconnectServices(false);
   machine.loop.settle();
   machine.loop.advance(Seconds{0.6});
@@ -114,40 +89,11 @@ TEST_P(ClockJump, InThePauseOfAReconnectNeitherSkipsNorRepeatsItsEnd) {
   expectTicksGoOn();
 }
 
-TEST_P(ClockJump, InALookAtTheSessionCountsTheIntervalFromItsEnd) {
-  machine.loop.advance(Seconds{39.9});
-  machine.clock.suspend(Seconds{45});
-  machine.localService.whileAsked = jumpOnce();
-  machine.localService.answer = R"({"projects": [{"selected": true, "title": "app"}]})";
-  const auto before = machine.localService.tokens.size();
-  refresh();
-  EXPECT_EQ(machine.localService.tokens.size(), before + 1);
-  EXPECT_EQ(title(8), "同步專案：app");
-  expectNothingUnderWay();
-  machine.clock.suspend(Seconds{44.5});
-  refresh();
-  EXPECT_EQ(machine.localService.tokens.size(), before + 1);
-  machine.clock.suspend(Seconds{0.6});
-  refresh();
-  EXPECT_EQ(machine.localService.tokens.size(), before + 2);
-  expectTicksGoOn();
-}
-
-TEST_P(ClockJump, WithNothingUnderWayMakesOneTick) {
+TEST_P(ClockJump, WhenIdleCausesOneTick) {
   jump();
   machine.loop.settle();
   EXPECT_EQ(statusQueries(), 1U);
   expectTicksGoOn();
-}
-
-TEST_P(ClockJump, AtTheEndLeavesTheStopItsTime) {
-  stopAnswers({.runtime = Seconds{5}, .whileRunning = jumpOnce()});
-  controller->performAction("quit");
-  newCalls();
-  controller->applicationWillTerminate();
-  const CallLog calls = newCalls();
-  EXPECT_EQ(stops(), 1U);
-  EXPECT_EQ(calls.back(), "launch /bin/bash") << "and no signal";
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, ClockJump,

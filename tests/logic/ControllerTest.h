@@ -53,7 +53,7 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 
 namespace kestrune::testing {
 
-/// The windows that tell the user what came of a command.
+/// The result windows.
 inline Alert informationWindow(std::string title, std::string content) {
   return {.style = AlertStyle::informational,
           .messageText = std::move(title),
@@ -67,18 +67,21 @@ inline Alert errorWindow(std::string title, std::string content) {
           .buttons = {"好"}};
 }
 
-/// A controller on a machine of fakes.
+/// A controller on fake ports.
 struct ControllerTest : ::testing::Test {
   FakePlatform machine;
   std::shared_ptr<AppDelegate> controller = std::make_shared<AppDelegate>(machine.platform);
   AppDelegateState state{*controller};
 
-  ControllerTest() { newCalls(); }
+  ControllerTest() {
+    machine.fileManager.files[environmentScript];
+    newCalls();
+  }
 
-  /// What the machine was asked since this was called last.
+  /// The calls of the ports since the previous call of this.
   CallLog newCalls() { return std::exchange(machine.log, {}); }
 
-  /// What a shell line does from now on that contains `text`.
+  /// Sets what shell lines that contain `text` do.
   void shellAnswers(const char* text, ChildScript script) {
     auto& scripts = machine.processes.scripts;
     scripts.insert(scripts.begin(), {text, std::move(script)});
@@ -91,22 +94,22 @@ struct ControllerTest : ::testing::Test {
   std::size_t reconnects() const { return machine.processes.launchesOf("kestrune-mac-client refresh"); }
   std::size_t stops() const { return machine.processes.launchesOf("launchctl bootout"); }
 
-  /// How long the next job of the worker takes.
+  /// Runs the next job of the worker; returns its duration.
   Seconds timeOfWorkerJob() {
     const Seconds begin = machine.clock.awakeTime();
     machine.loop.runOneWorkerJob();
     return machine.clock.awakeTime() - begin;
   }
 
-  /// The user chooses a command, and everything happens that follows at once.
+  /// Performs the action of a row, and runs all jobs that are due.
   void choose(const char* action) {
     controller->performAction(action);
     machine.loop.settle();
   }
 
-  /// Closes the window that shows, and lets the next show. What it said.
+  /// Closes the open window and returns it. The next window opens.
   Alert closeWindow() {
-    if (machine.alerts.top() == nullptr) throw std::logic_error("no window shows");
+    if (machine.alerts.top() == nullptr) throw std::logic_error("no window is open");
     const Alert window = *machine.alerts.top();
     machine.alerts.answer(0);
     machine.loop.settle();
@@ -120,20 +123,21 @@ struct ControllerTest : ::testing::Test {
   }
 
   static constexpr auto envFile = "/home/u/backend/.env";
+  static constexpr auto environmentScript = "/home/u/backend/.venv/bin/activate";
 
-  /// What the backend's .env holds; it is there as soon as this was called.
+  /// The contents of the backend's .env; creates the file.
   std::string& env() { return machine.fileManager.files[envFile]; }
 
   void setAutoConnect(bool enabled) { machine.userDefaults.setBool("autoConnectEnabled", enabled); }
 
-  /// Starts, and lets everything happen that follows at once.
+  /// Starts the controller, and runs all jobs that are due.
   void startUp() {
     controller->applicationDidFinishLaunching();
     machine.loop.settle();
     newCalls();
   }
 
-  /// Only the status item, without the queries of a start.
+  /// Creates the status item only.
   void makeStatusItem() {
     controller->configureStatusItem();
     newCalls();

@@ -12,7 +12,7 @@ struct EnvReader : ControllerTest {
   }
 };
 
-TEST_F(EnvReader, ReadsTheFileOfTheRepositoryAnewEachTimeAndTouchesNothing) {
+TEST_F(EnvReader, ReadsTheFileEachTimeAndWritesNothing) {
   EXPECT_EQ(load("KEY=a"), "a");
   EXPECT_EQ(load("KEY=b"), "b");
   machine.fileManager.files.clear();
@@ -24,13 +24,13 @@ TEST_F(EnvReader, ReadsTheFileOfTheRepositoryAnewEachTimeAndTouchesNothing) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(EnvReader, FindsNothingInAFileWithAnIllFormedByteAnywhere) {
+TEST_F(EnvReader, FindsNothingInAFileThatIsNotUtf8) {
   EXPECT_EQ(load("KEY=a\n# \xFF\n"), std::nullopt);
   EXPECT_EQ(load("\xED\xA0\x80\nKEY=a\n"), std::nullopt);
   EXPECT_EQ(load("# 註解 😀\nKEY=a\n"), "a");
 }
 
-TEST_F(EnvReader, FindsNothingInAFileOfMoreThanSixteenMebibytes) {
+TEST_F(EnvReader, FindsNothingInAFileAboveTheSizeLimit) {
   std::string text = "KEY=a\n" + std::string(FileManager::sizeLimit - 6, '#');
   EXPECT_EQ(FileManager::sizeLimit, 16U * 1024 * 1024);
   EXPECT_EQ(load(text), "a");
@@ -53,7 +53,7 @@ TEST_F(EnvReader, FindsTheFirstLineThatBeginsWithTheKey) {
   EXPECT_EQ(load("KEY=a\r\nX=1\r\n"), "a\r\nX=1");
 }
 
-TEST_F(EnvReader, ValueIsTheRestOfTheLineWithoutTheSpaceAroundIt) {
+TEST_F(EnvReader, TrimsTheValue) {
   for (const std::string value : {"", "a  b\tc", "a=b", "=", "=a=", "\"a b\"", "' a '", "a # no comment",
                                   "a\\", "$HOME/${X}", "專案 😀", "\u200Ba"}) {
     EXPECT_EQ(load("KEY=" + value), value);

@@ -38,7 +38,7 @@ TEST_F(KeepAwake, TakesBothAssertionsOnceAndReleasesThemOnce) {
   EXPECT_EQ(machine.powerAssertions.levels, std::vector<int>(4, 255));
 }
 
-TEST_F(KeepAwake, FailureOfEitherLeavesNoneAndIsSilentAndTheNextSyncTriesAgain) {
+TEST_F(KeepAwake, FailureReleasesBothAndIsRetriedByTheNextSync) {
   machine.powerAssertions.displayFails = true;
   controller->ensureSleepAssertion();
   EXPECT_EQ(newCalls(), CallLog{taken[0]});
@@ -55,7 +55,7 @@ TEST_F(KeepAwake, FailureOfEitherLeavesNoneAndIsSilentAndTheNextSyncTriesAgain) 
   EXPECT_EQ(newCalls(), taken);
 }
 
-TEST_F(KeepAwake, TakesBothAnewWhenEitherWasLost) {
+TEST_F(KeepAwake, TakesBothAgainWhenOneWasLost) {
   for (const auto type :
        {PowerAssertionType::noDisplaySleep, PowerAssertionType::preventUserIdleSystemSleep}) {
     controller->ensureSleepAssertion();
@@ -66,7 +66,7 @@ TEST_F(KeepAwake, TakesBothAnewWhenEitherWasLost) {
   }
 }
 
-TEST_F(KeepAwake, RowFollowsALossAndTheReturnOfTheServiceWithTheNextTick) {
+TEST_F(KeepAwake, RowShowsALossAndARecoveryAtTheNextTick) {
   startUp();
   machine.loop.advance(Seconds{1});
   ASSERT_EQ(title(11), "保持喚醒：已開啟");
@@ -126,7 +126,7 @@ struct KeepAwakeToggle : KeepAwake {
       informationWindow("已關閉保持喚醒", "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。");
 };
 
-TEST_F(KeepAwakeToggle, TakesOrReleasesTheAssertionsThenShowsMenuButtonAndWindow) {
+TEST_F(KeepAwakeToggle, UpdatesAssertionsMenuButtonAndWindowInOrder) {
   controller->ensureSleepAssertion();
   toggle("🟡", false, released);
   toggle("🟡", true, taken);
@@ -134,7 +134,7 @@ TEST_F(KeepAwakeToggle, TakesOrReleasesTheAssertionsThenShowsMenuButtonAndWindow
   EXPECT_TRUE(machine.processes.launches.empty());
 }
 
-TEST_F(KeepAwakeToggle, WithAutoConnectOffShowsTheErrorLampAndReleasesWhatIsStillHeld) {
+TEST_F(KeepAwakeToggle, WithAutoConnectOffShowsTheErrorLamp) {
   prefer(false, false);
   controller->ensureSleepAssertion();
   toggle("🔴", true, released);
@@ -142,18 +142,10 @@ TEST_F(KeepAwakeToggle, WithAutoConnectOffShowsTheErrorLampAndReleasesWhatIsStil
   toggle("🔴", true, CallLog{});
 }
 
-TEST_F(KeepAwakeToggle, SwitchedOnSaysSoAlsoWhenNothingCanBeTaken) {
+TEST_F(KeepAwakeToggle, ShowsItsWindowWhenNoAssertionIsGranted) {
   prefer(true, false);
   machine.powerAssertions.systemFails = true;
   toggle("🟡", true, CallLog{taken[0], taken[1], released[0]});
-}
-
-TEST_F(KeepAwakeToggle, TouchesNeitherFlag) {
-  state.reconnectInProgress = true;
-  state.statusRefreshInProgress = true;
-  toggle("🟡", false, {});
-  EXPECT_TRUE(state.statusRefreshInProgress);
-  EXPECT_EQ(title(18), reconnectingCommand);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ constexpr auto legacyFile = "/home/u/Library/LaunchAgents/com.dovrel.halvask.men
 const OperationResult switchedOff{true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
 const OperationResult switchedOn{true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
 
-/// The property list that starts a program, as this system has always written it.
+/// The property list that starts `program`.
 std::string documentFor(const std::string& program) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
          "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -46,14 +46,7 @@ struct LaunchAtLogin : ControllerTest {
   }
 };
 
-TEST_F(LaunchAtLogin, FilesAreNamedAfterTheirLabelsInTheUsersFolder) {
-  EXPECT_EQ(controller->userLaunchAgentPath("com.example.x"),
-            "/home/u/Library/LaunchAgents/com.example.x.plist");
-  EXPECT_EQ(controller->userLaunchAgentPath(), currentFile);
-  EXPECT_EQ(controller->legacyUserLaunchAgentPath(), legacyFile);
-}
-
-TEST_F(LaunchAtLogin, IsEnabledWhenEitherFileIsThereWhateverItHolds) {
+TEST_F(LaunchAtLogin, IsEnabledWhenEitherFileExists) {
   for (const bool current : {true, false}) {
     for (const bool legacy : {true, false}) {
       arrange(current, legacy);
@@ -65,7 +58,7 @@ TEST_F(LaunchAtLogin, IsEnabledWhenEitherFileIsThereWhateverItHolds) {
   EXPECT_TRUE(machine.fileManager.asked.empty());
 }
 
-TEST_F(LaunchAtLogin, MakesTheFolderRemovesTheLegacyFileAndWritesOrRemovesTheCurrentOne) {
+TEST_F(LaunchAtLogin, WritesOrRemovesTheFilesInOrder) {
   for (const bool current : {true, false}) {
     for (const bool legacy : {true, false}) {
       arrange(current, legacy);
@@ -89,7 +82,7 @@ TEST_F(LaunchAtLogin, DocumentNamesTheProgramUnescaped) {
   EXPECT_EQ(files.at(currentFile), documentFor("/home/u/a <b> & \"c\" 'd' 專案/KestruneMenuClient"));
 }
 
-TEST_F(LaunchAtLogin, FolderThatCannotBeMadeFailsBothAndTouchesNoFile) {
+TEST_F(LaunchAtLogin, FailsWithoutAFolder) {
   machine.fileManager.folderError = "Permission denied";
   for (const bool enabled : {true, false}) {
     arrange(true, true);
@@ -99,14 +92,14 @@ TEST_F(LaunchAtLogin, FolderThatCannotBeMadeFailsBothAndTouchesNoFile) {
   }
 }
 
-TEST_F(LaunchAtLogin, WriteThatFailsLeavesTheLegacyFileRemoved) {
+TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
   machine.fileManager.writeError = "No space left on device";
   arrange(true, true);
   EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), (OperationResult{false, "No space left on device"}));
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
-/// Agents that nothing reads.
+/// Agents without a desktop.
 struct OddAgents final : LaunchAgents {
   bool areRead() const override { return false; }
   std::string path(const std::string& label) const override { return "/agents/" + label; }
@@ -121,7 +114,7 @@ struct OddAgents final : LaunchAgents {
   std::optional<std::string> text;  ///< what `document` returns
 };
 
-TEST_F(LaunchAtLogin, TellsWhenNothingWillReadTheAgent) {
+TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {
   setAutoConnect(false);
   OddAgents agents;
   agents.text = "agent";
@@ -139,7 +132,7 @@ TEST_F(LaunchAtLogin, TellsWhenNothingWillReadTheAgent) {
             std::string::npos);
 }
 
-TEST_F(LaunchAtLogin, PathThatTheFileCannotHoldIsToldAndLeavesTheLegacyFile) {
+TEST_F(LaunchAtLogin, RefusesAPathThatTheFormatCannotHold) {
   OddAgents agents;
   Platform platform = platformWith(machine, {.launchAgents = &agents});
   const auto refused = std::make_shared<AppDelegate>(platform);
@@ -151,7 +144,7 @@ TEST_F(LaunchAtLogin, PathThatTheFileCannotHoldIsToldAndLeavesTheLegacyFile) {
   EXPECT_EQ(newCalls(), CallLog{"create folder /agents"});
 }
 
-TEST_F(LaunchAtLogin, FileThatCannotBeRemovedFailsNothing) {
+TEST_F(LaunchAtLogin, FailedRemovalIsIgnored) {
   machine.fileManager.removeError = "Operation not permitted";
   arrange(true, true);
   EXPECT_EQ(controller->setLaunchAtLoginEnabled(false), switchedOff);
@@ -165,7 +158,7 @@ TEST_F(LaunchAtLogin, FileThatCannotBeRemovedFailsNothing) {
 struct LaunchAtLoginToggle : LaunchAtLogin {
   LaunchAtLoginToggle() { makeStatusItem(); }
 
-  /// The row of the menu is chosen; what the window says then.
+  /// Chooses the row; returns the window.
   Alert toggle() {
     choose("toggleLaunchAtLogin");
     return closeWindow();
@@ -197,7 +190,7 @@ TEST_F(LaunchAtLoginToggle, LegacyFileAloneIsShownAsOnAndSwitchedOff) {
   EXPECT_EQ(reconnects(), 1U);
 }
 
-TEST_F(LaunchAtLoginToggle, WithAutoConnectOffShowsThatAndRunsNothing) {
+TEST_F(LaunchAtLoginToggle, WithAutoConnectOffRunsNothing) {
   setAutoConnect(false);
   choose("toggleLaunchAtLogin");
   CallLog expected = switchingOn;
@@ -208,7 +201,7 @@ TEST_F(LaunchAtLoginToggle, WithAutoConnectOffShowsThatAndRunsNothing) {
   EXPECT_EQ(row(14).checked, true);
 }
 
-TEST_F(LaunchAtLoginToggle, TitleFollowsTheIntentionWhenItFails) {
+TEST_F(LaunchAtLoginToggle, FailureKeepsTheTitleOfTheIntention) {
   machine.fileManager.folderError = "[FAIL] Permission denied";
   EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "🔴 Permission denied"));
   EXPECT_EQ(row(14).checked, false);
@@ -217,7 +210,7 @@ TEST_F(LaunchAtLoginToggle, TitleFollowsTheIntentionWhenItFails) {
   EXPECT_EQ(reconnects(), 2U);
 }
 
-TEST_F(LaunchAtLoginToggle, FailureWithoutADescriptionStillSaysSomething) {
+TEST_F(LaunchAtLoginToggle, FailureWithoutAReasonHasADefaultText) {
   machine.fileManager.folderError = "";
   EXPECT_EQ(toggle(), errorWindow("已開啟開機自動啟動", "之後重開 Mac，Kestrune 菜單欄會自動載入。"));
   arrange(true, false);

@@ -7,7 +7,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Lifecycle : ControllerTest {
-  /// The start-up up to the first refresh, which is the same whatever the preferences say.
+  /// The calls of a start before the first refresh.
   const CallLog start{"setActivationPolicy 1",
                       "requestAuthorization 6",
                       "statusItem",
@@ -23,7 +23,7 @@ struct Lifecycle : ControllerTest {
   }
 };
 
-TEST_F(Lifecycle, ConstructionOnlyMakesThePathMonitorAndBothQueues) {
+TEST_F(Lifecycle, ConstructorCreatesMonitorAndQueues) {
   FakePlatform other;
   const AppDelegate another(other.platform);
   EXPECT_EQ(other.log, (CallLog{"makePathMonitor", "makeSerialQueue kestrune.menu.monitor",
@@ -35,17 +35,7 @@ TEST_F(Lifecycle, ConstructionOnlyMakesThePathMonitorAndBothQueues) {
   EXPECT_EQ(worker.target, QueueTarget::ownThread);
 }
 
-TEST_F(Lifecycle, DestructionEndsTheTimerAndNothingElse) {
-  startUp();
-  const std::weak_ptr<AppDelegate> weak = controller;
-  controller.reset();
-  EXPECT_TRUE(weak.expired());
-  EXPECT_EQ(machine.loop.liveTimers(), 0U);
-  EXPECT_EQ(newCalls(), CallLog{});
-  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
-}
-
-TEST_F(Lifecycle, StartsInOrderAndThenAsksForARefreshWithoutANotification) {
+TEST_F(Lifecycle, StartsInOrder) {
   machine.loop.run(*controller);
   CallLog calls = newCalls();
   calls.resize(start.size());
@@ -55,7 +45,7 @@ TEST_F(Lifecycle, StartsInOrderAndThenAsksForARefreshWithoutANotification) {
   EXPECT_TRUE(stopScriptWasLast());
 }
 
-TEST_F(Lifecycle, WithAutoConnectOffStartsInOrderAndRunsNoCommandThenNorWithAnyTick) {
+TEST_F(Lifecycle, StartWithAutoConnectOffRunsNoCommand) {
   setAutoConnect(false);
   controller->applicationDidFinishLaunching();
   const CallLog drawing{std::string("setMenu ") + disabledRow, "setButton Kestrune · 檢查中 · 未同步"};
@@ -68,7 +58,7 @@ TEST_F(Lifecycle, WithAutoConnectOffStartsInOrderAndRunsNoCommandThenNorWithAnyT
   }
 }
 
-TEST_F(Lifecycle, StartWithoutAnApplicationObjectStopsTheProcess) {
+TEST_F(Lifecycle, StartWithoutAnApplicationAborts) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   machine.platform.application = nullptr;
   EXPECT_DEATH(controller->applicationDidFinishLaunching(), "fatal error: there is no application object");
@@ -84,14 +74,7 @@ TEST_F(Lifecycle, StopsInOrder) {
   EXPECT_TRUE(stopScriptWasLast());
 }
 
-TEST_F(Lifecycle, StopsAlsoWhenItNeverStarted) {
-  controller->applicationWillTerminate();
-  EXPECT_EQ(newCalls(), (CallLog{"cancel path monitor", "close kestrune.menu.worker", "reserve processes",
-                                 "launch /bin/bash"}));
-  EXPECT_TRUE(stopScriptWasLast());
-}
-
-TEST_F(Lifecycle, StopWaitsForTheStopScriptButNoLongerThanItsLimit) {
+TEST_F(Lifecycle, StopWaitsForTheScriptUpToItsLimit) {
   for (const auto& [runtime, spent] : {std::pair{3.01, 3.05}, {3600.0, 8.2}}) {
     machine.processes.scripts = {{"launchctl", {.runtime = Seconds{runtime}, .ignoresTerminate = true}}};
     const Seconds begin = machine.clock.awakeTime();
@@ -103,17 +86,7 @@ TEST_F(Lifecycle, StopWaitsForTheStopScriptButNoLongerThanItsLimit) {
             (CallLog{"terminate child", "interrupt child", "terminate group"}));
 }
 
-TEST_F(Lifecycle, StopDropsARefreshThatHasNotBegun) {
-  startUp();
-  const auto before = statusQueries();
-  controller->refreshStatus(false);
-  controller->applicationWillTerminate();
-  machine.loop.settle();
-  EXPECT_EQ(statusQueries(), before);
-  EXPECT_TRUE(stopScriptWasLast());
-}
-
-TEST_F(Lifecycle, StopDoesNotWaitForARefreshInFlightAndEndsItsChildBeforeTheStopScriptBegins) {
+TEST_F(Lifecycle, StopKillsARunningRefreshBeforeTheScript) {
   startUp();
   bool quitting = false;
   Seconds spent{-1};

@@ -28,19 +28,19 @@ struct LiveSessionRefresh : ControllerTest {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Checkout"}]})";
   }
 
-  /// Asks for the snapshot, without letting anything happen that follows.
+  /// Asks for the snapshot, and runs no job.
   void begin() {
     controller->refreshLiveSessionSnapshot([this] {
       ++completions;
       if (whenComplete) whenComplete();
     });
   }
-  /// A whole snapshot.
+  /// Asks for the snapshot, and runs all jobs.
   void ask() {
     begin();
     machine.loop.settle();
   }
-  /// What a menu says that is built now.
+  /// Project and thread in a new menu.
   Session shown() {
     controller->rebuildMenu("", ConnectionLampState::ok, 0);
     newCalls();
@@ -53,7 +53,7 @@ struct LiveSessionRefresh : ControllerTest {
   std::function<void()> whenComplete;
 };
 
-TEST_F(LiveSessionRefresh, AsksOnTheWorkerAndCompletesOnTheMainThreadWithEverythingInPlace) {
+TEST_F(LiveSessionRefresh, AsksOnTheWorkerAndCompletesOnTheMainThread) {
   begin();
   machine.loop.runMain();
   EXPECT_EQ(newCalls(), CallLog{});
@@ -84,7 +84,7 @@ TEST_F(LiveSessionRefresh, NeedsNoCompletion) {
   EXPECT_EQ(shown(), notConfigured);
 }
 
-TEST_F(LiveSessionRefresh, FailureIsNotReportedAndNotTriedAgainSoonerThanASuccess) {
+TEST_F(LiveSessionRefresh, FailureIsRetriedAfterTheUsualInterval) {
   ask();
   machine.loop.advance(Seconds{45});
   newCalls();
@@ -103,7 +103,7 @@ TEST_F(LiveSessionRefresh, FailureIsNotReportedAndNotTriedAgainSoonerThanASucces
 
 // --- the token
 
-TEST_F(LiveSessionRefresh, TokenIsTheCurrentKeysElseTheLegacyOnes) {
+TEST_F(LiveSessionRefresh, ReadsTheTokenFromTheCurrentOrTheLegacyKey) {
   const std::pair<const char*, const char*> cases[] = {
       {"KESTRUNE_MAC_SERVICE_TOKEN=a", "a"},
       {"HALVASK_MAC_SERVICE_TOKEN=b", "b"},
@@ -121,7 +121,7 @@ TEST_F(LiveSessionRefresh, TokenIsTheCurrentKeysElseTheLegacyOnes) {
   EXPECT_EQ(requests(), std::size(cases));
 }
 
-TEST_F(LiveSessionRefresh, WithoutATokenShowsThatAndAsksNobodyUntilThereIsOne) {
+TEST_F(LiveSessionRefresh, WithoutATokenAsksNobody) {
   for (const char* const text : {"", "KESTRUNE_APP_API_TOKEN=a", "#KESTRUNE_MAC_SERVICE_TOKEN=a"}) {
     completions = 0;
     env() = text;
@@ -139,27 +139,9 @@ TEST_F(LiveSessionRefresh, WithoutATokenShowsThatAndAsksNobodyUntilThereIsOne) {
   EXPECT_EQ(shown(), checkout);
 }
 
-TEST_F(LiveSessionRefresh, TokenThatIsGoneLeavesTheLastRefreshWhereItWas) {
-  ask();
-  machine.loop.advance(Seconds{45});
-  env().clear();
-  ask();
-  EXPECT_EQ(shown(), notConfigured);
-  env() = "KESTRUNE_MAC_SERVICE_TOKEN=secret";
-  ask();
-  EXPECT_EQ(requests(), 2U);
-}
-
-TEST_F(LiveSessionRefresh, TokenIsThatOfTheMomentOfAsking) {
-  begin();
-  env() = "KESTRUNE_MAC_SERVICE_TOKEN=another";
-  machine.loop.settle();
-  EXPECT_EQ(machine.localService.tokens, std::vector<std::string>{"secret"});
-}
-
 // --- how often
 
-TEST_F(LiveSessionRefresh, IsAskedForAgainFortyFiveSecondsAfterTheLastAnswer) {
+TEST_F(LiveSessionRefresh, AsksAgainAfterFortyFiveSeconds) {
   machine.localService.duration = Seconds{4};
   ask();
   machine.loop.advance(Seconds{30});
@@ -173,19 +155,7 @@ TEST_F(LiveSessionRefresh, IsAskedForAgainFortyFiveSecondsAfterTheLastAnswer) {
   EXPECT_EQ(completions, 4);
 }
 
-TEST_F(LiveSessionRefresh, SkippedRequestCompletesAtOnceAndChangesNothing) {
-  ask();
-  env().clear();
-  machine.fileManager.asked.clear();
-  machine.loop.advance(Seconds{20});
-  begin();
-  EXPECT_EQ(completions, 2);
-  EXPECT_EQ(machine.loop.workerJobs(), 0U);
-  EXPECT_EQ(shown(), checkout);
-  EXPECT_TRUE(machine.fileManager.asked.empty());
-}
-
-TEST_F(LiveSessionRefresh, RequestsDuringAQueryCompleteAtOnceAndDoNotEvenLookForAToken) {
+TEST_F(LiveSessionRefresh, RequestDuringAQueryCompletesAtOnce) {
   begin();
   env().clear();
   int others = 0;
@@ -207,7 +177,7 @@ TEST_F(LiveSessionRefresh, RequestsDuringAQueryCompleteAtOnceAndDoNotEvenLookFor
   EXPECT_EQ(requests(), 1U);
 }
 
-TEST_F(LiveSessionRefresh, QueryOverwritesWhatAStopWroteMeanwhile) {
+TEST_F(LiveSessionRefresh, QueryOverwritesTheDisabledState) {
   begin();
   controller->presentAutoConnectDisabledState();
   EXPECT_EQ(shown(), Session::disabled);
@@ -221,7 +191,7 @@ Session ofProjects(const std::string& projects) {
   return selectedSession(R"({"projects":)" + projects + "}");
 }
 
-TEST(SelectedSession, NoAnswerOrOneOfNoUseGivesThePlaceholders) {
+TEST(SelectedSession, DamagedAnswerGivesPlaceholders) {
   EXPECT_EQ(selectedSession(std::nullopt), placeholders);
   for (const char* const answer :
        {"", "null", "[]", R"([{"projects":[{"selected":true,"title":"a"}]}])", "{}", R"({"projects":null})",
@@ -239,7 +209,7 @@ TEST(SelectedSession, NoAnswerOrOneOfNoUseGivesThePlaceholders) {
   }
 }
 
-TEST(SelectedSession, HalfACharacterMattersOnlyWhereItWouldBeShown) {
+TEST(SelectedSession, LoneSurrogateMattersOnlyInShownTexts) {
   struct Case {
     const char* projects;
     Session session;
@@ -281,7 +251,7 @@ TEST(SelectedSession, FirstSelectedProjectCounts) {
   for (const auto& [projects, session] : cases) EXPECT_EQ(ofProjects(projects), session) << projects;
 }
 
-TEST(SelectedSession, SelectedIsWhatTheServicesLanguageTakesForTrue) {
+TEST(SelectedSession, SelectedFollowsTheTruthValuesOfPython) {
   for (const char* const yes : {"true", "1", "-1", "0.5", "18446744073709551616", "\"x\"", "\" \"",
                                 "\"false\"", "[0]", "[null]", "{\"a\":0}"}) {
     EXPECT_EQ(ofProjects(std::string(R"([{"title":"a","selected":)") + yes + "}]"), (Session{"a", "a"}))
@@ -292,7 +262,7 @@ TEST(SelectedSession, SelectedIsWhatTheServicesLanguageTakesForTrue) {
   }
 }
 
-TEST(SelectedSession, OnlyTextsAreShown) {
+TEST(SelectedSession, IgnoresNamesThatAreNotStrings) {
   struct Case {
     const char* title;
     const char* threadName;
@@ -324,7 +294,7 @@ TEST(SelectedSession, OnlyTextsAreShown) {
   }
 }
 
-TEST(SelectedSession, ItemThatIsNoObjectSpoilsTheAnswerUnlessTheSelectedOneStandsBeforeIt) {
+TEST(SelectedSession, ItemBeforeTheSelectedOneMustBeAnObject) {
   for (const char* const item : {"null", "true", "7", "\"x\"", "[]", "[{\"selected\":true}]"}) {
     const std::string selected = R"({"selected":true,"title":"a"})";
     EXPECT_EQ(ofProjects("[" + std::string(item) + "," + selected + "]"), placeholders) << item;
@@ -332,7 +302,7 @@ TEST(SelectedSession, ItemThatIsNoObjectSpoilsTheAnswerUnlessTheSelectedOneStand
   }
 }
 
-TEST(SelectedSession, AnswerThatIsNestedTooDeeplyGivesThePlaceholders) {
+TEST(SelectedSession, DeeplyNestedAnswerGivesPlaceholders) {
   const auto nested = [](int depth) {
     return R"([{"selected":true,"title":"a","x":)" + repeated("[", depth) + repeated("]", depth) + "}]";
   };

@@ -13,12 +13,12 @@ struct NetworkChange : WithStatusItem {
     newCalls();
   }
 
-  /// The network is found like that, and everything happens that follows at once.
+  /// Reports the path, and runs all jobs that are due.
   void report(const NetworkPath& path) {
     machine.pathMonitors.report(path);
     machine.loop.settle();
   }
-  /// The machine has been on that network for a while.
+  /// Reports the first path, and waits for the end of its reconnect.
   void startOn(const NetworkPath& path) {
     report(path);
     machine.loop.advance(Seconds{1.25});
@@ -28,7 +28,7 @@ struct NetworkChange : WithStatusItem {
   }
 };
 
-TEST_F(NetworkChange, PathIsDescribedByTheFirstThatFits) {
+TEST_F(NetworkChange, DescribesThePath) {
   for (unsigned bits = 0; bits < 16; ++bits) {
     const NetworkPath path{.satisfied = (bits & 8) != 0,
                            .usesWiFi = (bits & 4) != 0,
@@ -44,7 +44,7 @@ TEST_F(NetworkChange, PathIsDescribedByTheFirstThatFits) {
   }
 }
 
-TEST_F(NetworkChange, PostsOneNotificationAndReconnectsOnceWithoutAWindow) {
+TEST_F(NetworkChange, NotifiesAndReconnectsOnce) {
   refreshAnswers({.status = 1, .output = "x"});
   machine.pathMonitors.report(wiFi);
   machine.loop.runMain();
@@ -60,7 +60,7 @@ TEST_F(NetworkChange, PostsOneNotificationAndReconnectsOnceWithoutAWindow) {
   EXPECT_EQ(machine.notifications.posted[0].body, "已自動嘗試重新連接本地服務與反向隧道。");
 }
 
-TEST_F(NetworkChange, IsEveryPathThatIsDescribedInAnotherWay) {
+TEST_F(NetworkChange, IsEveryPathWithAnotherDescription) {
   report(noNetwork);
   EXPECT_EQ(reconnects(), 1U) << "the first, whatever it is";
   report(wiFi);
@@ -73,7 +73,7 @@ TEST_F(NetworkChange, IsEveryPathThatIsDescribedInAnotherWay) {
   EXPECT_EQ(machine.notifications.posted.size(), 4U);
 }
 
-TEST_F(NetworkChange, PathThatIsDescribedAlikeOnlyRefreshesTheStatus) {
+TEST_F(NetworkChange, PathWithTheSameDescriptionOnlyRefreshes) {
   startOn(wiFi);
   machine.pathMonitors.report({.satisfied = true, .usesWiFi = true, .usesCellular = true});
   machine.pathMonitors.report(wiFi);
@@ -84,33 +84,14 @@ TEST_F(NetworkChange, PathThatIsDescribedAlikeOnlyRefreshesTheStatus) {
   EXPECT_TRUE(machine.alerts.shown.empty());
 }
 
-TEST_F(NetworkChange, UnchangedPathDoesNothingDuringAReconnect) {
+TEST_F(NetworkChange, UnchangedPathDuringAReconnectDoesNothing) {
   report(wiFi);
   newCalls();
   report(wiFi);
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(NetworkChange, TwoInARowQueueTwoReconnects) {
-  refreshAnswers({.runtime = Seconds{2}});
-  machine.pathMonitors.report(wiFi);
-  machine.pathMonitors.report(wired);
-  machine.loop.runMain();
-  EXPECT_EQ(machine.loop.workerJobs(), 2U);
-  EXPECT_EQ(title(10), "目前網路：有線網路已連線");
-}
-
-TEST_F(NetworkChange, RepeatedBeforeItsReconnectIsMarkedAsksForTheStatusToo) {
-  machine.pathMonitors.report(wiFi);
-  machine.pathMonitors.report(wiFi);
-  machine.loop.settle();
-  ASSERT_EQ(machine.processes.launches.size(), 2U);
-  EXPECT_EQ(machine.processes.launches[0].arguments.back(), controller->backendCommandLine("refresh"));
-  EXPECT_EQ(machine.processes.launches[1].arguments.back(), controller->backendCommandLine("status"));
-  EXPECT_EQ(machine.notifications.posted.size(), 1U);
-}
-
-TEST_F(NetworkChange, WithAutoConnectOffShowsTheDisabledStateAndThenANotificationOfItsOwn) {
+TEST_F(NetworkChange, WithAutoConnectOffOnlyNotifies) {
   startOn(wiFi);
   setAutoConnect(false);
   const CallLog drawing{std::string("setMenu ") + disabledRow, "setButton Kestrune · 檢查中 · 未同步"};
@@ -130,17 +111,7 @@ TEST_F(NetworkChange, WithAutoConnectOffShowsTheDisabledStateAndThenANotificatio
   EXPECT_TRUE(machine.processes.launches.empty());
 }
 
-TEST_F(NetworkChange, SeenWithAutoConnectOffIsNoneOnceItIsOn) {
-  startOn(wiFi);
-  setAutoConnect(false);
-  report(wired);
-  setAutoConnect(true);
-  report(wired);
-  EXPECT_EQ(reconnects(), 0U);
-  EXPECT_EQ(statusQueries(), 1U);
-}
-
-TEST_F(NetworkChange, DescriptionIsStoredOnTheMonitorsQueueBeforeTheMainQueueActs) {
+TEST_F(NetworkChange, StoresThePathOnTheMonitorQueue) {
   setAutoConnect(false);
   machine.pathMonitors.report(wiFi);
   machine.loop.mainQueue().async([this] {
@@ -166,38 +137,12 @@ TEST_F(NetworkChange, HandlerDoesNotKeepTheControllerAlive) {
   EXPECT_TRUE(machine.processes.launches.empty());
 }
 
-TEST_F(NetworkChange, AfterTheEndIsNotHeardOf) {
+TEST_F(NetworkChange, IsIgnoredAfterTheEnd) {
   machine.pathMonitors.report(wiFi);
   controller->applicationWillTerminate();
   newCalls();
   report(wired);
   EXPECT_EQ(newCalls(), CallLog{});
-}
-
-TEST_F(NetworkChange, AtStartUpFollowsTheFirstStatusWhichMarksItsReconnectAsOverEarly) {
-  FakePlatform other;
-  const auto started = std::make_shared<AppDelegate>(other.platform);
-  const auto title = [&other](std::size_t row) { return other.statusBar.row(row).title; };
-  started->applicationDidFinishLaunching();
-  other.pathMonitors.report(wiFi);
-  other.loop.runMain();
-  EXPECT_EQ(title(2), "🟡 連線狀態：正在重新連線…");
-  EXPECT_EQ(title(18), "正在重新檢查並恢復連線…");
-  EXPECT_EQ(other.loop.workerJobs(), 2U);
-
-  other.loop.runOneWorkerJob();
-  other.loop.runMain();
-  EXPECT_EQ(other.processes.launchesOf("kestrune-mac-client status"), 1U);
-  EXPECT_EQ(title(2), "🟢 連線狀態：已連線");
-  EXPECT_EQ(title(18), "手動停止連線");
-
-  other.loop.runOneWorkerJob();
-  other.loop.runMain();
-  EXPECT_EQ(other.processes.launchesOf("kestrune-mac-client refresh"), 1U);
-  EXPECT_EQ(title(2), "🟢 連線狀態：已連線");
-  other.loop.advance(Seconds{1.25});
-  EXPECT_EQ(other.processes.launchesOf("kestrune-mac-client status"), 2U);
-  EXPECT_EQ(other.notifications.posted.size(), 1U);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 namespace kestrune::testing {
 namespace {
 
-/// Where a program lies, and what it was given.
 struct Paths : ::testing::Test {
   FakePlatform machine;
   FakeMainBundle& bundle = machine.mainBundle;
@@ -12,7 +11,7 @@ struct Paths : ::testing::Test {
   std::shared_ptr<AppDelegate> makeController() { return std::make_shared<AppDelegate>(machine.platform); }
 };
 
-TEST_F(Paths, EnvironmentNamesTheRepositoryUnlessItIsBlank) {
+TEST_F(Paths, EnvironmentVariableNamesTheRepository) {
   bundle.bundle = "/home/u/repo/dist/Kestrune Menu Client.app";
   for (const char* value : {"/srv/repo", "  /srv/repo  ", "\t/srv/repo\n", "　/srv/repo", "relative"}) {
     bundle.environment["KESTRUNE_REPO_PATH"] = value;
@@ -24,7 +23,7 @@ TEST_F(Paths, EnvironmentNamesTheRepositoryUnlessItIsBlank) {
   }
 }
 
-TEST_F(Paths, RepositoryIsWhatLiesAboveTheLastDistFolderElseTheWorkingDirectory) {
+TEST_F(Paths, RepositoryIsAboveTheLastDistFolder) {
   const std::pair<const char*, const char*> cases[] = {
       {"/home/u/repo/dist/Kestrune Menu Client.app", "/home/u/repo"},
       {"/home/u/repo/dist/Kestrune Menu Client", "/home/u/repo"},
@@ -45,21 +44,22 @@ TEST_F(Paths, RepositoryIsWhatLiesAboveTheLastDistFolderElseTheWorkingDirectory)
   }
 }
 
-TEST_F(Paths, ControllerKeepsTheRepositoryItWasMadeWith) {
+TEST_F(Paths, ControllerKeepsItsRepository) {
   bundle.environment["KESTRUNE_REPO_PATH"] = " /no/such/folder ";
   const auto controller = makeController();
   bundle.environment["KESTRUNE_REPO_PATH"] = "/elsewhere";
   EXPECT_EQ(controller->backendCommandLine("").rfind("cd ' /no/such/folder ' && ", 0), 0U);
 }
 
-TEST_F(Paths, ExecutableIsWhatTheBundleReportsElseExpectedInTheRepository) {
+TEST_F(Paths, ExecutableFallsBackToTheRepository) {
   EXPECT_EQ(makeController()->currentExecutablePath(), "/opt/kestrune/KestruneMenuClient");
   bundle.executable.reset();
   EXPECT_EQ(makeController()->currentExecutablePath(),
             "/home/u/backend/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient");
+  EXPECT_EQ(makeController()->currentAppBundlePath(), "/home/u/backend/dist/Kestrune Menu Client.app");
 }
 
-TEST_F(Paths, BundleIsItselfElseFoundFromTheExecutableElseExpectedInTheRepository) {
+TEST_F(Paths, BundleFallsBackToTheExecutableAndTheRepository) {
   bundle.bundle = "/w/W.app";
   EXPECT_EQ(makeController()->currentAppBundlePath(), "/w/W.app");
   const std::pair<const char*, const char*> cases[] = {
@@ -80,12 +80,22 @@ TEST_F(Paths, BundleIsItselfElseFoundFromTheExecutableElseExpectedInTheRepositor
   }
 }
 
-TEST_F(Paths, WithoutAnExecutableTheBundleIsExpectedInTheRepository) {
-  bundle.executable.reset();
-  for (const std::string repository : {"/srv/repo", "/srv/old.app/repo"}) {
-    bundle.environment["KESTRUNE_REPO_PATH"] = repository;
-    EXPECT_EQ(makeController()->currentAppBundlePath(), repository + "/dist/Kestrune Menu Client.app");
-  }
+TEST(BackendCommand, PrefersTheCurrentClientAndFallsBackToTheLegacyOne) {
+  EXPECT_EQ(AppDelegate::kestruneClientCommand("status"),
+            "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client status || "
+            "halvask-mac-client status; }");
+  EXPECT_EQ(AppDelegate::kestruneClientCommand("a 'b' $c"),
+            "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client a 'b' $c || "
+            "halvask-mac-client a 'b' $c; }");
+}
+
+TEST(BackendCommand, QuotesTheRepositoryWithoutEscaping) {
+  FakePlatform machine;
+  machine.mainBundle.environment["KESTRUNE_REPO_PATH"] = "/home/u/my repo, it's";
+  EXPECT_EQ(std::make_shared<AppDelegate>(machine.platform)->backendCommandLine("refresh"),
+            "cd '/home/u/my repo, it's' && source .venv/bin/activate && "
+            "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client refresh || "
+            "halvask-mac-client refresh; }");
 }
 
 }  // namespace

@@ -4,7 +4,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Reconnect : WithStatusItem {
-  /// A whole reconnect, to the end of its final refresh.
+  /// Reconnects, and waits for the end of the final refresh.
   void reconnect(bool showWindow, const std::optional<std::string>& extraContent = std::nullopt) {
     controller->reconnectServices(showWindow, "刷新連線", extraContent);
     machine.loop.settle();
@@ -12,7 +12,7 @@ struct Reconnect : WithStatusItem {
   }
 };
 
-TEST_F(Reconnect, IsQueuedThenShownOnTheMainQueueAndRunOnTheWorker) {
+TEST_F(Reconnect, RunsOnTheWorkerAndIsShownOnTheMainQueue) {
   controller->reconnectServices(false);
   EXPECT_EQ(newCalls(), CallLog{});
   EXPECT_EQ(machine.loop.workerJobs(), 1U);
@@ -29,7 +29,7 @@ TEST_F(Reconnect, IsQueuedThenShownOnTheMainQueueAndRunOnTheWorker) {
             (std::vector<std::string>{"-lc", controller->backendCommandLine("refresh")}));
 }
 
-TEST_F(Reconnect, GivesTheBackendTwelveSecondsAndThenTimeToSettle) {
+TEST_F(Reconnect, GivesTheBackendTwelveSecondsAndSettlingTime) {
   refreshAnswers({.runtime = Seconds{11.9}, .output = "x"});
   controller->reconnectServices(true);
   EXPECT_NEAR(timeOfWorkerJob().count(), 11.9, 0.051);
@@ -50,21 +50,7 @@ TEST_F(Reconnect, GivesTheBackendTwelveSecondsAndThenTimeToSettle) {
   EXPECT_EQ(closeWindow(), errorWindow("刷新連線", "x\n命令逾時，已停止等待。"));
 }
 
-TEST_F(Reconnect, IsOverWhenItsFinalRefreshIs) {
-  controller->reconnectServices(false);
-  machine.loop.settle();
-  bool seen = false;
-  backendAnswers({.runtime = Seconds{1}, .whileRunning = [&] {
-                    seen = true;
-                    EXPECT_EQ(title(18), reconnectingCommand);
-                  }});
-  machine.loop.advance(Seconds{1.25});
-  EXPECT_TRUE(seen);
-  EXPECT_EQ(title(18), "手動停止連線");
-  EXPECT_TRUE(machine.notifications.posted.empty());
-}
-
-TEST_F(Reconnect, WindowShowsWhatTheBackendSaidAndThenTheExtraContent) {
+TEST_F(Reconnect, WindowShowsTheOutputAndTheExtraContent) {
   const std::pair<std::optional<std::string>, const char*> cases[] = {
       {std::nullopt, "🟢 a\n🔴 b"},
       {"", "🟢 a\n🔴 b"},
@@ -79,7 +65,7 @@ TEST_F(Reconnect, WindowShowsWhatTheBackendSaidAndThenTheExtraContent) {
   }
 }
 
-TEST_F(Reconnect, ThatFailedSaysSoInItsWindowAndIsNotTriedAgain) {
+TEST_F(Reconnect, FailureIsShownAndNotRetried) {
   refreshAnswers({.status = 1, .output = "[OK] Codex CLI: 1"});
   reconnect(true, "more");
   EXPECT_EQ(closeWindow(), errorWindow("刷新連線", "🟢 Codex CLI: 1\n\nmore"));
@@ -95,33 +81,7 @@ TEST_F(Reconnect, ThatFailedSaysSoInItsWindowAndIsNotTriedAgain) {
   EXPECT_EQ(closeWindow(), errorWindow("刷新連線", "Cannot allocate memory"));
 }
 
-TEST_F(Reconnect, WindowIsAskedForOnceTheFinalRefreshHasBegun) {
-  int asked = 0;
-  machine.alerts.whenAsked = [&] {
-    ++asked;
-    EXPECT_TRUE(state.statusRefreshInProgress);
-    EXPECT_EQ(statusQueries(), 0U);
-  };
-  reconnect(true);
-  EXPECT_EQ(asked, 1);
-  EXPECT_EQ(statusQueries(), 1U);
-}
-
-TEST_F(Reconnect, FinalRefreshDoesNotLookAtAutoConnect) {
-  controller->reconnectServices(false);
-  machine.loop.settle();
-  setAutoConnect(false);
-  for (int time = 0; time < 2; ++time) {
-    machine.loop.advance(Seconds{1.25});
-    EXPECT_EQ(statusRow(), connectedRow);
-    EXPECT_TRUE(machine.powerAssertions.held.empty());
-    reconnect(false);
-  }
-  EXPECT_EQ(statusQueries(), 3U);
-  EXPECT_FALSE(controller->isAutoConnectEnabled());
-}
-
-TEST_F(Reconnect, FinalRefreshIsDroppedDuringAnotherButTheWindowIsShown) {
+TEST_F(Reconnect, WindowIsShownWhenTheFinalRefreshIsDropped) {
   controller->reconnectServices(true);
   machine.loop.settle();
   state.statusRefreshInProgress = true;
@@ -131,7 +91,7 @@ TEST_F(Reconnect, FinalRefreshIsDroppedDuringAnotherButTheWindowIsShown) {
   EXPECT_EQ(title(18), reconnectingCommand);
 }
 
-TEST_F(Reconnect, IsMarkedAsOverByAStatusThatWasAskedForEarlier) {
+TEST_F(Reconnect, EndsWithAnEarlierStatusQuery) {
   bool commandRan = false;
   refreshAnswers({.runtime = Seconds{1}, .whileRunning = [&] {
                     commandRan = true;
@@ -148,7 +108,7 @@ TEST_F(Reconnect, IsMarkedAsOverByAStatusThatWasAskedForEarlier) {
   EXPECT_EQ(statusQueries(), 2U);
 }
 
-TEST_F(Reconnect, TwoRunOneAfterTheOtherEachWithItsTitleAndItsFinalRefresh) {
+TEST_F(Reconnect, TwoRunOneAfterTheOther) {
   refreshAnswers({.runtime = Seconds{2}});
   controller->reconnectServices(true);
   controller->reconnectServices(true, "設定已保存");

@@ -5,7 +5,7 @@ namespace {
 
 using RefreshCycle = WithStatusItem;
 
-TEST_F(RefreshCycle, GivesTheBackendTwelveSecondsButNoneOfTheMainThread) {
+TEST_F(RefreshCycle, GivesTheBackendTwelveSecondsWithoutBlocking) {
   backendAnswers({.runtime = Seconds{11.9}, .output = "[OK] Mac service: running"});
   refresh();
   EXPECT_EQ(statusRow(), connectedRow);
@@ -41,7 +41,7 @@ TEST_F(RefreshCycle, RunsTheQueryOnTheWorkerAndShowsItOnTheMainThread) {
   EXPECT_EQ(machine.notifications.posted[0].body, "偵測到網路切換，已重新檢查本地服務與隧道狀態。");
 }
 
-TEST_F(RefreshCycle, RequestDuringAnotherIsDroppedTogetherWithItsNotification) {
+TEST_F(RefreshCycle, RequestDuringAnotherIsDropped) {
   controller->refreshStatus(false);
   controller->refreshStatus(true);
   backendAnswers({.runtime = Seconds{1}, .whileRunning = [&] { controller->refreshStatus(true); }});
@@ -57,21 +57,7 @@ TEST_F(RefreshCycle, RequestDuringAnotherIsDroppedTogetherWithItsNotification) {
   EXPECT_EQ(machine.notifications.posted.size(), 1U) << "that of the one under way stays";
 }
 
-TEST_F(RefreshCycle, EndsAReconnectThatWasMarkedAsRunningBeforeTheMenuIsBuilt) {
-  for (const int status : {0, 1}) {
-    backendAnswers({.status = status});
-    state.reconnectInProgress = true;
-    machine.statusBar.whenMenuIsSet = [this] {
-      EXPECT_FALSE(state.reconnectInProgress);
-      EXPECT_FALSE(state.statusRefreshInProgress);
-      EXPECT_FALSE(state.liveSessionRefreshInProgress);
-    };
-    refresh();
-    EXPECT_EQ(title(18), "手動停止連線");
-  }
-}
-
-TEST_F(RefreshCycle, SuccessShowsTheLampsWordAndFailureTheFirstLineOfTheOutput) {
+TEST_F(RefreshCycle, ShowsTheLampOrTheFirstLineOfAFailure) {
   struct Case {
     int status;
     const char* output;
@@ -97,7 +83,7 @@ TEST_F(RefreshCycle, SuccessShowsTheLampsWordAndFailureTheFirstLineOfTheOutput) 
   EXPECT_EQ(reconnects(), 0U);
 }
 
-TEST_F(RefreshCycle, ShellThatCannotBeStartedIsShownByItsErrorAndLetsTheNextRefreshRun) {
+TEST_F(RefreshCycle, ShowsTheErrorOfAShellThatCannotStart) {
   for (const auto& [error, shown] : {std::pair{"Cannot allocate memory", "Cannot allocate memory"},
                                      {"\nmore", ""},
                                      {"\u2028more", ""},
@@ -112,7 +98,7 @@ TEST_F(RefreshCycle, ShellThatCannotBeStartedIsShownByItsErrorAndLetsTheNextRefr
   EXPECT_EQ(statusRow(), connectedRow);
 }
 
-TEST_F(RefreshCycle, SuccessTakesOrReleasesTheAssertionsAsThePreferencesAsk) {
+TEST_F(RefreshCycle, SuccessSyncsTheAssertions) {
   backendAnswers({.output = "[FAIL] tunnel: down"});
   refresh();
   EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
@@ -130,7 +116,7 @@ struct RefreshWithSession : RefreshCycle {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Fix the checkout page for tablets"}]})";
   }
 
-  /// Lets a refresh come as far as the answer of the backend's client.
+  /// Starts a refresh, and runs it until the report is read.
   void beginRefresh(bool triggerNotification = false) {
     controller->refreshStatus(triggerNotification);
     machine.loop.runOneWorkerJob();
@@ -138,7 +124,7 @@ struct RefreshWithSession : RefreshCycle {
   }
 };
 
-TEST_F(RefreshWithSession, FailureReleasesTheAssertionsUntilTheNextSuccess) {
+TEST_F(RefreshWithSession, FailureReleasesTheAssertions) {
   refresh();
   backendAnswers({.status = 1, .output = "x"});
   machine.loop.advance(Seconds{45});
@@ -153,16 +139,7 @@ TEST_F(RefreshWithSession, FailureReleasesTheAssertionsUntilTheNextSuccess) {
   EXPECT_EQ(title(11), "保持喚醒：已開啟");
 }
 
-TEST_F(RefreshWithSession, AsksForTheSessionOnceTheAssertionsAreInLineAndShowsEverythingAtTheEnd) {
-  refresh(true);
-  EXPECT_EQ(newCalls(), (CallLog{"launch /bin/bash", "create display assertion", "create system assertion",
-                                 "ask local service", "setMenu 🟢 連線狀態：已連線",
-                                 "setButton Kestrune · 已連線 · Shop", "notify Kestrune 網路已變更"}));
-  EXPECT_EQ(title(8), "同步專案：Shop");
-  EXPECT_EQ(title(9), "同步會話：Fix the checkout page for tablets");
-}
-
-TEST_F(RefreshWithSession, IsUnderWayUntilTheSessionIsKnown) {
+TEST_F(RefreshWithSession, EndsWhenTheSessionIsKnown) {
   backendAnswers({.output = "[OK] Codex CLI: 0.46.0"});
   machine.localService.duration = Seconds{5};
   machine.localService.whileAsked = [this] { controller->refreshStatus(true); };
@@ -188,11 +165,79 @@ TEST_F(RefreshWithSession, IsUnderWayUntilTheSessionIsKnown) {
   EXPECT_EQ(statusQueries(), 1U);
 }
 
-TEST_F(RefreshWithSession, TicksAskForItEveryThirdTime) {
+struct PeriodicRefresh : WithStatusItem {
+  PeriodicRefresh() { controller->startPeriodicRefresh(); }
+};
+
+TEST_F(PeriodicRefresh, TicksEveryTwentySeconds) {
+  EXPECT_EQ(newCalls(), CallLog{"scheduleRepeating 20.000000"});
+  machine.loop.advance(Seconds{19.9});
+  EXPECT_EQ(statusQueries(), 0U);
+  machine.loop.advance(Seconds{0.2});
+  EXPECT_EQ(statusQueries(), 1U);
+  EXPECT_EQ(statusRow(), connectedRow);
+  backendAnswers({.output = "[FAIL] tunnel: down"});
+  machine.loop.advance(Seconds{19.8});
+  EXPECT_EQ(statusQueries(), 1U);
+  machine.loop.advance(Seconds{0.2});
+  EXPECT_EQ(statusQueries(), 2U);
+  EXPECT_EQ(statusRow(), "🔴 連線狀態：異常");
+  EXPECT_TRUE(machine.notifications.posted.empty());
+}
+
+TEST_F(PeriodicRefresh, StartedAgainReplacesItsTimer) {
+  newCalls();
+  machine.loop.advance(Seconds{15});
   controller->startPeriodicRefresh();
-  machine.loop.advance(Seconds{20 * 7 + 1});
-  EXPECT_EQ(statusQueries(), 7U);
-  EXPECT_EQ(machine.localService.tokens.size(), 3U);
+  EXPECT_EQ(newCalls(), (CallLog{"invalidate timer", "scheduleRepeating 20.000000"}));
+  EXPECT_EQ(machine.loop.liveTimers(), 1U);
+  machine.loop.advance(Seconds{19.9});
+  EXPECT_EQ(statusQueries(), 0U);
+  machine.loop.advance(Seconds{0.2});
+  EXPECT_EQ(statusQueries(), 1U);
+}
+
+TEST_F(PeriodicRefresh, TickDuringAReconnectOrARefreshDoesNothing) {
+  newCalls();
+  state.reconnectInProgress = true;
+  for (const bool autoConnect : {false, true}) {
+    setAutoConnect(autoConnect);
+    machine.loop.advance(Seconds{20});
+    EXPECT_EQ(newCalls(), CallLog{});
+    EXPECT_TRUE(state.reconnectInProgress);
+  }
+  state.reconnectInProgress = false;
+  state.statusRefreshInProgress = true;
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(newCalls(), CallLog{});
+  state.statusRefreshInProgress = false;
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(statusQueries(), 1U);
+}
+
+TEST_F(PeriodicRefresh, TickWithAutoConnectOffRunsNothing) {
+  machine.loop.advance(Seconds{20.1});
+  setAutoConnect(false);
+  newCalls();
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(newCalls(),
+            (CallLog{"release display assertion", "release system assertion",
+                     std::string("setMenu ") + disabledRow, "setButton Kestrune · 檢查中 · 未同步"}));
+  setAutoConnect(true);
+  machine.loop.advance(Seconds{20});
+  EXPECT_EQ(statusQueries(), 2U);
+  EXPECT_EQ(statusRow(), connectedRow);
+}
+
+TEST_F(PeriodicRefresh, TimerDoesNotKeepTheControllerAlive) {
+  const std::weak_ptr<AppDelegate> weak = controller;
+  const auto timer = std::move(state.refreshTimer);
+  controller.reset();
+  EXPECT_TRUE(weak.expired());
+  newCalls();
+  ASSERT_EQ(machine.loop.liveTimers(), 1U);
+  machine.loop.advance(Seconds{41});
+  EXPECT_EQ(newCalls(), CallLog{});
 }
 
 }  // namespace

@@ -1,3 +1,6 @@
+#include <regex>
+#include <set>
+
 #include "tests/logic/ControllerTest.h"
 
 namespace kestrune::testing {
@@ -5,7 +8,7 @@ namespace {
 
 using ResultWindow = ControllerTest;
 
-TEST_F(ResultWindow, ShowsWhatItIsGivenAsItIs) {
+TEST_F(ResultWindow, ShowsItsTextUnchanged) {
   for (const std::string& content :
        {std::string(), std::string("  a\tb\r\n\n"), std::string("[OK] <b>&amp;</b> %s\\n"),
         std::string("\x1b[31mred\x1b[0m"), std::string(100'000, 'x') + "\n好"}) {
@@ -18,7 +21,7 @@ TEST_F(ResultWindow, ShowsWhatItIsGivenAsItIs) {
   }
 }
 
-TEST_F(ResultWindow, IsOnlyAskedForAndWaitsForTheOneThatIsOpen) {
+TEST_F(ResultWindow, WaitsForTheOpenWindow) {
   controller->showResultWindow("a", "1", false);
   EXPECT_EQ(newCalls(), CallLog{"present alert"});
   controller->showResultWindow("b", "2", true);
@@ -28,21 +31,17 @@ TEST_F(ResultWindow, IsOnlyAskedForAndWaitsForTheOneThatIsOpen) {
   EXPECT_EQ(closeWindow(), errorWindow("b", "2"));
 }
 
-TEST_F(ResultWindow, AnswerChangesNothingAlsoWhenTheControllerIsGone) {
-  for (const std::optional<std::size_t> button : {std::optional<std::size_t>(0), {}}) {
-    controller->showResultWindow("目前狀態", "x", true);
-    machine.loop.settle();
-    newCalls();
-    machine.alerts.answer(button);
-    machine.loop.settle();
-    EXPECT_EQ(newCalls(), CallLog{});
+using PostedNotifications = ControllerTest;
+
+TEST_F(PostedNotifications, HaveRandomIdentifiers) {
+  const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  std::set<std::string> identifiers;
+  for (int i = 0; i < 100; ++i) controller->showNotification("same", "same");
+  for (const Notification& each : machine.notifications.posted) {
+    EXPECT_TRUE(std::regex_match(each.identifier, uuid)) << each.identifier;
+    identifiers.insert(each.identifier);
   }
-  const std::weak_ptr<AppDelegate> weak = controller;
-  controller->showResultWindow("目前狀態", "x", false);
-  machine.loop.settle();
-  controller.reset();
-  EXPECT_TRUE(weak.expired());
-  machine.alerts.answer(0);
+  EXPECT_EQ(identifiers.size(), 100U);
 }
 
 }  // namespace

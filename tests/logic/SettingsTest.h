@@ -20,8 +20,7 @@ struct Settings : WithStatusItem {
     choose("showSettings");
     return machine.alerts.shown.back();
   }
-  /// The settings are opened and left by a button, with these texts in the fields that were edited, and
-  /// everything happens that follows at once.
+  /// Opens the settings, changes some fields, presses a button, and runs all jobs that are due.
   void leave(std::size_t button, const std::map<std::string, std::string>& edited = {}) {
     open();
     newCalls();
@@ -29,11 +28,11 @@ struct Settings : WithStatusItem {
     machine.loop.settle();
   }
 
-  /// The views that the dialog stacks.
+  /// The views in the stack of the dialog.
   const std::vector<View>& items() const {
     return machine.alerts.shown.back().accessoryView->children.at(0).children.at(0).children.at(0).children;
   }
-  /// What stands in the fields of the dialog that was shown last.
+  /// The texts of the fields of the newest dialog, by key.
   std::map<std::string, std::string> fields() const {
     std::map<std::string, std::string> texts;
     for (const View& item : items()) {

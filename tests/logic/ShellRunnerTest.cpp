@@ -3,7 +3,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// Runs one line, of which the test decides what its child does and how long that takes.
+/// Runs one line with a scripted child.
 struct ShellRunner : ControllerTest {
   CommandResult run(ChildScript script, Seconds timeout = Seconds{1.98}) {
     machine.processes.scripts = {{"the line", std::move(script)}};
@@ -17,7 +17,7 @@ struct ShellRunner : ControllerTest {
   static constexpr double exact = 1e-6;
 };
 
-TEST_F(ShellRunner, GivesTheWholeLineToALoginShellAsOneArgument) {
+TEST_F(ShellRunner, PassesTheLineToALoginShell) {
   const std::string line = "a && b || 'c d'; e | f\n\ng > \"h\" # i\n";
   controller->runShellCommand(line);
   ASSERT_EQ(machine.processes.launches.size(), 1U);
@@ -39,7 +39,7 @@ TEST_F(ShellRunner, ResultIsTheExitStatusAndTheTrimmedOutput) {
   }
 }
 
-TEST_F(ShellRunner, OutputThatIsNotUtf8CountsAsNone) {
+TEST_F(ShellRunner, OutputThatIsNotUtf8IsDiscarded) {
   for (const char* bytes : {"\xff", "abc\x80", "\xe4\xb8", "a\xc3", "\xed\xa0\x80", "\xc0\xaf",
                             "\xf4\x90\x80\x80", "\xe4\xb8 b"}) {
     EXPECT_EQ(run({.output = bytes}), (CommandResult{true, "沒有輸出。"}));
@@ -49,15 +49,7 @@ TEST_F(ShellRunner, OutputThatIsNotUtf8CountsAsNone) {
   }
 }
 
-TEST_F(ShellRunner, ShellThatCannotBeStartedIsDescribedByTheSystem) {
-  machine.processes.launchError = "No such file or directory";
-  EXPECT_EQ(run({}), (CommandResult{false, "No such file or directory"}));
-  EXPECT_EQ(elapsed, 0);
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_TRUE(machine.processes.readPatience.empty());
-}
-
-TEST_F(ShellRunner, LooksEveryTwentiethOfASecondAndSendsNoSignalInTime) {
+TEST_F(ShellRunner, PollsTwentyTimesASecond) {
   for (const auto& [runtime, seen] : {std::pair{0.01, 0.05}, {0.06, 0.10}, {1.23, 1.25}, {1.88, 1.9}}) {
     newCalls();
     machine.processes.readPatience.clear();
@@ -68,7 +60,7 @@ TEST_F(ShellRunner, LooksEveryTwentiethOfASecondAndSendsNoSignalInTime) {
   }
 }
 
-TEST_F(ShellRunner, TimeOutFailsAndTakesTheOutputAsItIs) {
+TEST_F(ShellRunner, TimeoutKeepsTheOutput) {
   const std::pair<const char*, const char*> cases[] = {{"", "命令逾時，已停止等待。"},
                                                        {" \n\t\n", "命令逾時，已停止等待。"},
                                                        {"x\n", "x\n命令逾時，已停止等待。"}};
@@ -80,7 +72,7 @@ TEST_F(ShellRunner, TimeOutFailsAndTakesTheOutputAsItIs) {
   }
 }
 
-TEST_F(ShellRunner, ChildHasAFifthOfASecondToEndBeforeItIsInterrupted) {
+TEST_F(ShellRunner, SendsSigintAfterAFifthOfASecond) {
   const CallLog asked{"launch /bin/bash", "terminate child", "terminate group"};
   const CallLog interrupted{"launch /bin/bash", "terminate child", "interrupt child", "terminate group"};
   run({.runtime = Seconds{60}});
@@ -95,22 +87,7 @@ TEST_F(ShellRunner, ChildHasAFifthOfASecondToEndBeforeItIsInterrupted) {
   EXPECT_EQ(newCalls(), interrupted);
 }
 
-TEST_F(ShellRunner, ChildThatSurvivesBothSignalsIsNotWaitedFor) {
-  EXPECT_EQ(
-      run({.runtime = Seconds{3600}, .output = "x", .ignoresTerminate = true, .ignoresInterrupt = true}),
-      (CommandResult{false, "x\n命令逾時，已停止等待。"}));
-  EXPECT_NEAR(elapsed, 2.2, exact);
-}
-
-TEST_F(ShellRunner, LimitIsTwelveSecondsUnlessToldOtherwise) {
-  machine.processes.scripts = {{"quick", {.runtime = Seconds{11.9}}}, {"slow", {.runtime = Seconds{60}}}};
-  EXPECT_TRUE(controller->runShellCommand("quick").ok);
-  const Seconds begin = machine.clock.awakeTime();
-  EXPECT_FALSE(controller->runShellCommand("slow").ok);
-  EXPECT_NEAR((machine.clock.awakeTime() - begin).count(), 12.2, 0.051);
-}
-
-TEST_F(ShellRunner, LimitOfNothingStopsAChildThatStillRuns) {
+TEST_F(ShellRunner, ZeroTimeoutStopsARunningChild) {
   for (const double limit : {0.0, -0.5, -1e9}) {
     EXPECT_EQ(run({.runtime = Seconds{60}}, Seconds{limit}),
               (CommandResult{false, "命令逾時，已停止等待。"}));
@@ -120,7 +97,7 @@ TEST_F(ShellRunner, LimitOfNothingStopsAChildThatStillRuns) {
   }
 }
 
-TEST_F(ShellRunner, ChildThatEndsBetweenTheLastLookAndTheVerdictIsInTime) {
+TEST_F(ShellRunner, ChildThatEndsAfterTheLastPollIsInTime) {
   EXPECT_EQ(run({.runtime = Seconds{0.01},
                  .output = "x",
                  .whileRunning = [this] { machine.clock.sleep(Seconds{0.02}); }},

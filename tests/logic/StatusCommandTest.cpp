@@ -34,9 +34,9 @@ struct StatusCommandTest : ControllerTest {
   json lastPrinted() const { return printed.empty() ? json() : json::parse(printed.back()); }
 };
 
-// --- what a client says that runs
+// --- with a running client
 
-TEST_F(StatusCommandTest, SaysOnceWhatTheRunningClientSays) {
+TEST_F(StatusCommandTest, PrintsTheStatusOfTheRunningClient) {
   backendAnswers(healthy);
   startUp();
   const std::size_t before = statusQueries();
@@ -55,7 +55,7 @@ TEST_F(StatusCommandTest, SaysOnceWhatTheRunningClientSays) {
   EXPECT_EQ(command->exitCode(), 0);
 }
 
-TEST_F(StatusCommandTest, FollowsTheRunningClientAndPrintsNothingTwice) {
+TEST_F(StatusCommandTest, FollowsTheRunningClient) {
   backendAnswers(healthy);
   startUp();
   ask(StatusFormat::json, true);
@@ -72,7 +72,7 @@ TEST_F(StatusCommandTest, FollowsTheRunningClientAndPrintsNothingTwice) {
   EXPECT_EQ(lastPrinted()["class"], "error");
 }
 
-TEST_F(StatusCommandTest, SetsTextsApartByAnEmptyLineAsItFollows) {
+TEST_F(StatusCommandTest, SeparatesFollowedTextsByAnEmptyLine) {
   startUp();
   ask(StatusFormat::text, true);
   controller->rebuildMenu("x", ConnectionLampState::ok, 0);
@@ -82,7 +82,7 @@ TEST_F(StatusCommandTest, SetsTextsApartByAnEmptyLineAsItFollows) {
   EXPECT_TRUE(printed[1].starts_with("\n🟢 連線狀態：x\n"));
 }
 
-TEST_F(StatusCommandTest, ChecksForItselfWhenTheClientEnds) {
+TEST_F(StatusCommandTest, AsksTheBackendWhenTheClientEnds) {
   startUp();
   ask(StatusFormat::json, true);
   ASSERT_EQ(printed.size(), 1U);
@@ -110,7 +110,7 @@ TEST_F(StatusCommandTest, WaitsForTheSuccessorOfAClientThatEnds) {
   EXPECT_EQ(statusQueries(), before);
 }
 
-TEST_F(StatusCommandTest, EndsWhenNobodyReadsAndFailsUnlessItFollows) {
+TEST_F(StatusCommandTest, EndsWithAnErrorWhenItCannotPrint) {
   startUp();
   readerIsThere = false;
   ask(StatusFormat::json, true);
@@ -119,9 +119,9 @@ TEST_F(StatusCommandTest, EndsWhenNobodyReadsAndFailsUnlessItFollows) {
   EXPECT_EQ(command->exitCode(), 1);
 }
 
-// --- what it finds for itself
+// --- without a client
 
-TEST_F(StatusCommandTest, ChecksOnceWithoutAClientThatItUnderstands) {
+TEST_F(StatusCommandTest, AsksTheBackendWhenTheClientHasAnotherVersion) {
   machine.statusFeed.publish([] { return "{\"schema\": 2}"; });
   backendAnswers(healthy);
   env() = "KESTRUNE_MAC_SERVICE_TOKEN=secret\n";
@@ -167,7 +167,7 @@ TEST_F(StatusCommandTest, RunsNothingWithAutoConnectOff) {
   EXPECT_EQ(command->exitCode(), 3);
 }
 
-TEST_F(StatusCommandTest, LooksAgainEveryTwentySecondsAsItFollowsUntilAClientStarts) {
+TEST_F(StatusCommandTest, AsksTheBackendEveryTwentySecondsUntilAClientStarts) {
   backendAnswers(healthy);
   ask(StatusFormat::json, true);
   networkIs({.satisfied = true});
@@ -191,7 +191,7 @@ TEST_F(StatusCommandTest, LooksAgainEveryTwentySecondsAsItFollowsUntilAClientSta
   EXPECT_EQ(lastPrinted()["source"], "client");
 }
 
-TEST_F(StatusCommandTest, BelievesAClientThatStartsWhileItChecks) {
+TEST_F(StatusCommandTest, PrefersAClientThatStartsMeanwhile) {
   backendAnswers(healthy);
   ask(StatusFormat::json, true);
   machine.statusFeed.publish([] { return statusJson({.status = "from the client"}, true); });
@@ -203,7 +203,7 @@ TEST_F(StatusCommandTest, BelievesAClientThatStartsWhileItChecks) {
   EXPECT_EQ(statusQueries(), 1U);
 }
 
-TEST_F(StatusCommandTest, EndsWhatItRunsWhenItIsInterrupted) {
+TEST_F(StatusCommandTest, KillsItsCommandWhenItEnds) {
   backendAnswers({.runtime = Seconds{100}});
   ask();
   machine.pathMonitors.report({.satisfied = true});
@@ -217,13 +217,13 @@ TEST_F(StatusCommandTest, EndsWhatItRunsWhenItIsInterrupted) {
   EXPECT_EQ(command->exitCode(), 1);
 }
 
-// --- what a client says of itself
+// --- what a client publishes
 
 struct PublishedStatus : ControllerTest {
   json published() const { return json::parse(machine.statusFeed.lines.back()); }
 };
 
-TEST_F(PublishedStatus, IsThatOfTheMenu) {
+TEST_F(PublishedStatus, EqualsTheMenu) {
   makeStatusItem();
   EXPECT_EQ(published()["rows"]["status"], "正在檢查狀態…");
   EXPECT_TRUE(published()["checked_at"].is_null());
@@ -240,7 +240,7 @@ TEST_F(PublishedStatus, IsThatOfTheMenu) {
   EXPECT_EQ(published()["auto_connect"], false);
 }
 
-TEST_F(StatusCommandTest, EndsWithZeroWhateverTheLampSaysWhenItIsTold) {
+TEST_F(StatusCommandTest, ExitZeroIgnoresTheLamp) {
   backendAnswers(faulty);
   startUp();
   const auto askForZero = [this] {

@@ -3,30 +3,12 @@
 namespace kestrune::testing {
 namespace {
 
-/// What both commands that show the backend's report have in common.
+/// The two commands that show the backend's report.
 struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
 };
 
-TEST_P(BothStatusCommands, AskForTheStatusOnTheWorker) {
-  controller->performAction(GetParam());
-  machine.loop.runMain();
-  EXPECT_EQ(newCalls(), CallLog{});
-  ASSERT_TRUE(machine.loop.runOneWorkerJob());
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_EQ(machine.processes.launches.back().arguments,
-            (std::vector<std::string>{"-lc", controller->backendCommandLine("status")}));
-}
-
-TEST_P(BothStatusCommands, GiveTheBackendTwelveSeconds) {
-  backendAnswers({.runtime = Seconds{60}, .output = "x"});
-  controller->performAction(GetParam());
-  EXPECT_NEAR(timeOfWorkerJob().count(), 12.2, 0.051);
-  machine.loop.settle();
-  EXPECT_EQ(window().informativeText, "x\n命令逾時，已停止等待。");
-}
-
-TEST_P(BothStatusCommands, ShowTheWholeReportInReadableFormAlsoDuringARefreshAndWithAutoConnectOff) {
+TEST_P(BothStatusCommands, ShowTheReportDuringARefresh) {
   state.statusRefreshInProgress = true;
   setAutoConnect(false);
   backendAnswers({.output = "[OK] Codex CLI: 0.46.0（b）\n\n[FAIL] c: d\ne [OK]"});
@@ -47,7 +29,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, BothStatusCommands,
 
 using ShowStatus = WithStatusItem;
 
-TEST_F(ShowStatus, WarnsOnlyOfAFailure) {
+TEST_F(ShowStatus, IsAnErrorOnlyWhenTheCommandFails) {
   backendAnswers({.output = "[FAIL] tunnel: down"});
   choose("showStatus");
   EXPECT_EQ(closeWindow(), informationWindow("目前狀態", "🔴 tunnel: down"));
@@ -59,7 +41,21 @@ TEST_F(ShowStatus, WarnsOnlyOfAFailure) {
   EXPECT_EQ(closeWindow(), errorWindow("目前狀態", "Cannot allocate memory"));
 }
 
-TEST_F(ShowStatus, BeginsARefreshThenShowsItsWindowAndThenTheMenu) {
+TEST_F(ShowStatus, NamesAFolderThatHoldsNoBackend) {
+  EXPECT_EQ(controller->missingBackendWarning(), std::nullopt);
+  machine.fileManager.files.erase(environmentScript);
+  EXPECT_EQ(controller->missingBackendWarning(),
+            "no backend in /home/u/backend, the working directory: it has no .venv/bin/activate. "
+            "Set KESTRUNE_REPO_PATH to the folder of the backend.");
+  backendAnswers({.status = 1, .output = "bash: .venv/bin/activate: No such file or directory"});
+  choose("showStatus");
+  EXPECT_EQ(closeWindow(), errorWindow("目前狀態",
+                                       "後端資料夾 /home/u/backend 裡沒有 .venv/bin/activate。請把環境變數 "
+                                       "KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n"
+                                       "bash: .venv/bin/activate: No such file or directory"));
+}
+
+TEST_F(ShowStatus, StartsARefreshAndShowsItsWindow) {
   machine.alerts.whenAsked = [this] { EXPECT_TRUE(state.statusRefreshInProgress); };
   choose("showStatus");
   EXPECT_EQ(statusQueries(), 2U);
@@ -71,7 +67,7 @@ TEST_F(ShowStatus, BeginsARefreshThenShowsItsWindowAndThenTheMenu) {
 
 using ShowCodexRuntimeStatus = WithStatusItem;
 
-TEST_F(ShowCodexRuntimeStatus, LampIsThatOfTheReportButTheWindowIsNeverAnError) {
+TEST_F(ShowCodexRuntimeStatus, ShowsTheLampAndNoErrorWindow) {
   struct Case {
     int status;
     const char* output;
@@ -93,7 +89,7 @@ TEST_F(ShowCodexRuntimeStatus, LampIsThatOfTheReportButTheWindowIsNeverAnError) 
   EXPECT_EQ(title(4), "Codex：尚未檢查");
 }
 
-TEST_F(ShowCodexRuntimeStatus, RebuildsTheMenuAndTouchesNothingElse) {
+TEST_F(ShowCodexRuntimeStatus, OnlyRebuildsTheMenu) {
   state.reconnectInProgress = true;
   controller->ensureSleepAssertion();
   newCalls();

@@ -4,8 +4,6 @@
 #include <ostream>
 #include <tuple>
 
-#include "KestruneMenuClient/status/PathDescription.h"
-#include "KestruneMenuClient/status/StatusReport.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "tests/rig/ScopedVariable.h"
 
@@ -26,19 +24,15 @@ using nlohmann::json;
 const StatusSnapshot full{.lamp = ConnectionLampState::error,
                           .status = "異常",
                           .officialMode = true,
-                          .codexVersion = "Codex：OK 1",
-                          .codexRemoteControl = "Remote Control：需檢查 2",
-                          .codexApp = "Codex App：3",
-                          .chatGPTRemote = "ChatGPT Remote：尚未檢查",
-                          .project = "project",
-                          .thread = "thread",
-                          .network = "Wi-Fi 已連線",
+                          .codex = {{{CodexVerdict::ok, "1"}, {CodexVerdict::needsCheck, "2"}}},
+                          .session = {"project", "thread"},
+                          .network = NetworkKind::wifi,
                           .keepsAwake = true,
                           .autoConnect = false,
                           .reconnecting = true,
                           .checkedAt = 1'768'475'045};
 
-TEST(StatusSnapshot, AsJsonHasEveryMember) {
+TEST(StatusSnapshot, JsonHasEveryMember) {
   EXPECT_EQ(json::parse(statusJson(full, true)), json::parse(R"({
     "schema": 2, "source": "client", "lamp": "error", "checked_at": "2026-01-15T11:04:05Z",
     "connection_mode": "official_chatgpt", "codex_cli": "ok", "codex_cli_detail": "1",
@@ -47,41 +41,27 @@ TEST(StatusSnapshot, AsJsonHasEveryMember) {
     "project": "project", "thread": "thread", "network": "wifi",
     "keeps_awake": true, "auto_connect": false, "reconnecting": true,
     "rows": {"status": "異常", "connection_mode": "官方 ChatGPT", "codex_cli": "Codex：OK 1",
-             "codex_remote_control": "Remote Control：需檢查 2", "codex_app": "Codex App：3",
+             "codex_remote_control": "Remote Control：需檢查 2", "codex_app": "Codex App：尚未檢查",
              "chatgpt_remote": "ChatGPT Remote：尚未檢查", "project": "project", "thread": "thread",
              "network": "Wi-Fi 已連線"}})"));
 }
 
-TEST(StatusSnapshot, AsJsonNamesWhatAReportSaysOfEachItem) {
-  const StatusReport report(
-      true, "[OK] Codex CLI: （1.0）\n[FAIL] Codex Remote Control: off\n[OK] Codex App: b（c）");
-  StatusSnapshot snapshot;
-  snapshot.setCodex(report.codex);
-  const json value = json::parse(statusJson(snapshot, true));
-  EXPECT_EQ(value["codex_cli"], "ok");
-  EXPECT_EQ(value["codex_cli_detail"], "");
-  EXPECT_EQ(value["codex_remote_control"], "needs_check");
-  EXPECT_EQ(value["codex_remote_control_detail"], "off");
-  EXPECT_EQ(value["codex_app_detail"], "b");
-  EXPECT_EQ(value["chatgpt_remote"], "unknown");
-}
-
-TEST(StatusSnapshot, AsJsonNamesEachKindOfNetwork) {
+TEST(StatusSnapshot, JsonNamesTheNetwork) {
   for (const auto& [path, name] :
        {std::pair(NetworkPath{}, json("none")),
         {NetworkPath{.satisfied = true, .usesWiFi = true, .usesWiredEthernet = true}, "wifi"},
         {NetworkPath{.satisfied = true, .usesWiredEthernet = true, .usesCellular = true}, "wired"},
         {NetworkPath{.satisfied = true, .usesCellular = true}, "cellular"},
         {NetworkPath{.satisfied = true}, "other"}}) {
-    EXPECT_EQ(json::parse(statusJson({.network = pathDescription(path)}, true))["network"], name);
+    EXPECT_EQ(json::parse(statusJson({.network = networkKind(path)}, true))["network"], name);
   }
-  EXPECT_TRUE(json::parse(statusJson({.network = "未知網路"}, true))["network"].is_null());
+  EXPECT_TRUE(json::parse(statusJson({}, true))["network"].is_null());
 }
 
-TEST(StatusSnapshot, AsJsonHasNoPlaceholders) {
+TEST(StatusSnapshot, JsonHasNullForPlaceholders) {
   for (const LiveSession& session : {LiveSession(), LiveSession::disabled, LiveSession::notConfigured}) {
     StatusSnapshot snapshot;
-    snapshot.setSession(session);
+    snapshot.session = session;
     const json value = json::parse(statusJson(snapshot, true));
     EXPECT_TRUE(value.at("project").is_null()) << session.projectTitle;
     EXPECT_TRUE(value.at("thread").is_null()) << session.threadName;
@@ -90,7 +70,7 @@ TEST(StatusSnapshot, AsJsonHasNoPlaceholders) {
   EXPECT_EQ(json::parse(statusJson({}, true))["connection_mode"], "kestrune_self_hosted");
 }
 
-TEST(StatusSnapshot, NamesLampAndSourceAndHasAnExitCodeForEachLamp) {
+TEST(StatusSnapshot, JsonNamesLampAndSource) {
   for (const auto& [lamp, name, code] : {std::tuple(ConnectionLampState::ok, "ok", 0),
                                          {ConnectionLampState::warning, "warning", 3},
                                          {ConnectionLampState::error, "error", 4}}) {
@@ -101,18 +81,17 @@ TEST(StatusSnapshot, NamesLampAndSourceAndHasAnExitCodeForEachLamp) {
   EXPECT_TRUE(json::parse(statusJson({}, true)).at("checked_at").is_null());
 }
 
-TEST(StatusSnapshot, AsJsonIsOneLineOfTextWhateverTheTextsAre) {
+TEST(StatusSnapshot, JsonIsOneLine) {
   StatusSnapshot odd = full;
   odd.status = "a\nb\x1b[31m\"\\";
-  odd.project = std::string("\0x\xff", 3);
-  odd.thread = std::string(100000, 'x');
+  odd.session = {std::string("\0x\xff", 3), std::string(100000, 'x')};
   const std::string line = statusJson(odd, true);
   EXPECT_EQ(line.find_first_of(std::string("\n\x1b\0", 3)), std::string::npos);
   EXPECT_LT(line.size(), 5000U);
   EXPECT_EQ(json::parse(line)["rows"]["status"], "a b\"\\");
 }
 
-TEST(StatusSnapshot, IsReadBackAsItWasAlsoWithMembersThatAreNotKnown) {
+TEST(StatusSnapshot, ParsesItsOwnJson) {
   EXPECT_EQ(parseStatusJson(statusJson(full, true)), full);
   EXPECT_EQ(parseStatusJson(statusJson({}, false)), StatusSnapshot{});
   json value = json::parse(statusJson(full, true));
@@ -120,13 +99,13 @@ TEST(StatusSnapshot, IsReadBackAsItWasAlsoWithMembersThatAreNotKnown) {
   EXPECT_EQ(parseStatusJson(value.dump()), full);
 }
 
-TEST(StatusSnapshot, IsNotReadFromAnythingElse) {
+TEST(StatusSnapshot, RejectsOtherJson) {
   const json good = json::parse(statusJson(full, true));
   std::vector<std::string> lines{"", "{", "[]", "null", "{\"schema\": 2}", "rubbish"};
   for (const char* const name :
        {"/schema", "/lamp", "/checked_at", "/connection_mode", "/auto_connect", "/reconnecting",
-        "/keeps_awake", "/rows", "/rows/status", "/rows/codex_cli", "/rows/codex_remote_control",
-        "/rows/codex_app", "/rows/chatgpt_remote", "/rows/project", "/rows/thread", "/rows/network"}) {
+        "/keeps_awake", "/network", "/codex_cli", "/codex_cli_detail", "/chatgpt_remote", "/rows",
+        "/rows/status", "/rows/project", "/rows/thread"}) {
     const json::json_pointer member(name);
     json without = good, odd = good;
     without.at(member.parent_pointer()).erase(member.back());
@@ -149,16 +128,17 @@ TEST(StatusSnapshot, IsNotReadFromAnythingElse) {
   for (const auto& line : lines) EXPECT_EQ(parseStatusJson(line), std::nullopt) << line;
 }
 
-TEST(StatusSnapshot, AsTextIsWhatTheMenuSaysAndWhenItWasChecked) {
+TEST(StatusSnapshot, TextHasTheRowsAndTheTime) {
   const ScopedVariable zone("TZ", "TST-8");
-  EXPECT_EQ(statusText(full, true),
-            "🔴 連線狀態：異常\n連接模式：官方 ChatGPT\nCodex：OK 1\nRemote Control：需檢查 2\nCodex App：3\n"
-            "ChatGPT Remote：尚未檢查\n同步專案：project\n同步會話：thread\n目前網路：Wi-Fi 已連線\n"
-            "保持喚醒：已開啟\n自動維持連線：已關閉\n檢查時間：2026-01-15 19:04:05\n");
+  EXPECT_EQ(
+      statusText(full, true),
+      "🔴 連線狀態：異常\n連接模式：官方 ChatGPT\nCodex：OK 1\nRemote Control：需檢查 2\nCodex App：尚未檢查\n"
+      "ChatGPT Remote：尚未檢查\n同步專案：project\n同步會話：thread\n目前網路：Wi-Fi 已連線\n"
+      "保持喚醒：已開啟\n自動維持連線：已關閉\n檢查時間：2026-01-15 19:04:05\n");
 }
 
-TEST(StatusSnapshot, CanOnlyBeRead) {
-  const StatusSnapshot odd{.status = "a\x1b]0;b\x07\nc\u202Ed", .project = "\r<b>a</b> & c"};
+TEST(StatusSnapshot, TextAndToolTipHaveNoControls) {
+  const StatusSnapshot odd{.status = "a\x1b]0;b\x07\nc\u202Ed", .session = {"\r<b>a</b> & c", ""}};
   const std::string text = statusText(odd, true);
   EXPECT_EQ(text.find_first_of("\x1b\x07\r"), std::string::npos);
   EXPECT_NE(text.find("🟡 連線狀態：a c d\n"), std::string::npos) << text;
@@ -166,13 +146,13 @@ TEST(StatusSnapshot, CanOnlyBeRead) {
   EXPECT_NE(toolTip.find("同步專案： &lt;b&gt;a&lt;/b&gt; &amp; c"), std::string::npos) << toolTip;
 }
 
-TEST(StatusSnapshot, AsTextSaysThatNoClientRunsAndNothingWasChecked) {
+TEST(StatusSnapshot, TextSaysThatNoClientRuns) {
   const std::string text = statusText({}, false);
   EXPECT_NE(text.find("檢查時間：尚未檢查\n沒有可回應的菜單欄程式"), std::string::npos) << text;
   EXPECT_EQ(statusText({}, true).find("沒有可回應"), std::string::npos);
 }
 
-TEST(StatusSnapshot, ForWaybarIsTheLampWithAllElseBehindIt) {
+TEST(StatusSnapshot, WaybarHasTheLampAndAToolTip) {
   const json value = json::parse(statusForWaybar(full, true));
   EXPECT_EQ(value["text"], "🔴");
   EXPECT_EQ(value["alt"], "error");

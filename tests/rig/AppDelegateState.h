@@ -4,14 +4,14 @@
 
 namespace kestrune {
 
-/// The tests' view of what no port shows.
+/// Gives tests access to fields that no port shows.
 struct AppDelegateState {
   AppDelegate& controller;
 
   std::unique_ptr<DispatchQueue>& monitorQueue = controller.monitorQueue;
   std::unique_ptr<Timer>& refreshTimer = controller.refreshTimer;
-  std::string& currentProjectTitle = controller.currentProjectTitle;
-  bool& reconnectInProgress = controller.reconnectInProgress;
+  std::string& currentProjectTitle = controller.current.session.projectTitle;
+  bool& reconnectInProgress = controller.current.reconnecting;
   bool& statusRefreshInProgress = controller.statusRefreshInProgress;
   bool& liveSessionRefreshInProgress = controller.liveSessionRefreshInProgress;
 };

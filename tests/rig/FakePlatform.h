@@ -24,28 +24,27 @@ struct FakeStatusBar final : StatusBar {
   CallLog& log;
   bool hasButton = true;
   double length = 0;
-  std::vector<StatusButton> buttons;  ///< every one that was set, the last shows
-  std::vector<Menu> menus;            ///< every one that was set, the last shows
+  std::vector<StatusButton> buttons;  ///< all that were set, the newest last
+  std::vector<Menu> menus;            ///< all that were set, the newest last
   std::function<void()> whenMenuIsSet;
 
   const StatusButton& button() const { return buttons.back(); }
   const Menu& menu() const { return menus.back(); }
-  /// The row with that number, counted from 1.
+  /// The row `number`, counted from 1.
   const MenuItem& row(std::size_t number) const { return menu().items.at(number - 1); }
 };
 
-/// Tells its subscribers at once.
 struct FakeStatusFeed final : StatusFeed {
   explicit FakeStatusFeed(DispatchQueue& givenQueue) : queue(givenQueue) {}
   void publish(StatusLine line) override;
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;
-  /// The client that runs ends.
+  /// Ends the running client.
   void end();
 
   DispatchQueue& queue;
-  std::vector<std::string> lines;  ///< every one that was new
-  bool runs = false;               ///< whether a client does
+  std::vector<std::string> lines;  ///< published, without repetitions
+  bool runs = false;               ///< whether a client runs
 
  private:
   struct Subscription;
@@ -67,16 +66,16 @@ struct FakeAlerts final : AlertQueue {
     if (whenAsked) whenAsked();
     AlertQueue::present(std::move(request));
   }
-  /// Answers the alert that shows, and shows the next. Fields that are not given keep their texts.
+  /// Answers the top alert, and shows the next. Fields that are not given keep their texts.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
-  /// Presses a button inside the alert that shows. What is asked for by it stands on top.
+  /// Presses a button inside the top alert. An alert that it requests is stacked on top.
   void press(const std::string& action);
-  /// The one that can be answered; null when none shows.
+  /// The alert that can be answered; null when none is open.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
 
   CallLog& log;
-  std::vector<Alert> shown;  ///< every one, in order
-  int raises = 0;            ///< how often the open ones were brought to the front
+  std::vector<Alert> shown;  ///< all, in order
+  int raises = 0;            ///< calls of `raise`
   std::function<void()> whenAsked;
 
  private:
@@ -105,7 +104,7 @@ struct FakeImages final : Images {
   std::map<std::string, ImageRef> named;
   bool filterFails = false;
   std::vector<std::string> asked;  ///< paths and names, in order
-  std::vector<ImageRef> read;      ///< what was read from files, in order
+  std::vector<ImageRef> read;      ///< images read from files, in order
   std::vector<ColorControls> filtered;
 };
 
@@ -137,7 +136,7 @@ struct FakePowerAssertions final : PowerAssertions {
   bool displayFails = false;
   bool systemFails = false;
   std::map<std::uint32_t, PowerAssertionType> held;
-  std::set<std::uint32_t> lost;  ///< of those that are held: the ones that are no longer in force
+  std::set<std::uint32_t> lost;  ///< held assertions that the service has lost
   std::vector<std::string> names;
   std::vector<int> levels;
 
@@ -148,11 +147,11 @@ struct FakePowerAssertions final : PowerAssertions {
 struct FakePathMonitors final : PathMonitors {
   explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
   std::unique_ptr<PathMonitor> makePathMonitor() override;
-  /// Reports a path to the monitor that was started, if it was not cancelled.
+  /// Reports a path to the started monitor, unless it was cancelled.
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
-      // What it keeps to itself from one call to the next is lost.
+      // A copy, because the callback may cancel the monitor.
       if (const auto copy = onUpdate) copy(path);
     });
   }
@@ -211,17 +210,17 @@ struct FakeMainBundle final : MainBundle {
   }
 };
 
-/// What a child of the fake does.
+/// The behaviour of a fake child process.
 struct ChildScript {
-  Seconds runtime{0};    ///< how long it runs if nothing stops it
-  int status = 0;        ///< its exit status when it ends by itself
-  std::string output{};  ///< what both of its pipes hold at the end
+  Seconds runtime{0};    ///< how long it runs without a signal
+  int status = 0;        ///< exit status when it ends by itself
+  std::string output{};  ///< of both pipes
   bool ignoresTerminate = false;
   bool ignoresInterrupt = false;
-  Seconds reaction{0};  ///< how long it goes on after a signal that it does not ignore
-  /// Called whenever it is found running: what happens meanwhile on the main thread.
+  Seconds reaction{0};  ///< how long it continues after a signal that it does not ignore
+  /// Called at each poll that finds it running.
   std::function<void()> whileRunning{};
-  std::function<void()> whenRead{};  ///< called when its output is taken
+  std::function<void()> whenRead{};  ///< called when its output is read
 };
 
 struct FakeProcesses final : Processes {
@@ -233,11 +232,11 @@ struct FakeProcesses final : Processes {
     ++reservations;
   }
 
-  /// What each launch finds, by a text that its last argument contains; the first that fits. Others end at
-  /// once with success and no output.
+  /// The behaviour of each child, by a text that its last argument contains; the first match counts. Other
+  /// children end at once with status 0 and no output.
   std::vector<std::pair<std::string, ChildScript>> scripts;
   std::optional<std::string> launchError;
-  /// Called with the last argument of each launch, before its script is looked for.
+  /// Called with the last argument of each launch, before its script is chosen.
   std::function<void(const std::string&)> whenLaunched;
 
   struct Launch {
@@ -249,7 +248,7 @@ struct FakeProcesses final : Processes {
   /// How many launches had a last argument that contains `text`.
   std::size_t launchesOf(const std::string& text) const;
   std::vector<Seconds> readPatience;
-  int reservations = 0;  ///< children that were launched before one are killed by it
+  int reservations = 0;  ///< each kills the children launched before it
 
   VirtualClock& clock;
   CallLog& log;
@@ -320,14 +319,14 @@ struct FakeFileManager final : FileManager {
 
   CallLog& log;
   std::map<std::string, std::string> files;
-  std::set<std::string> unreadable;        ///< there, but of no use to this user
+  std::set<std::string> unreadable;        ///< files that exist but cannot be read
   std::optional<std::string> writeError;   ///< of every write
-  std::optional<std::string> folderError;  ///< of every folder that is to be made
-  std::optional<std::string> removeError;  ///< of every file that is to be removed
-  std::optional<std::string> keepError;    ///< of every file that is to be kept, privately or as unreadable
-  std::optional<std::string> readError;    ///< of every read, and passing
+  std::optional<std::string> folderError;  ///< of every new folder
+  std::optional<std::string> removeError;  ///< of every removal
+  std::optional<std::string> keepError;  ///< of every `writePrivately` and of the copy of an unreadable file
+  std::optional<std::string> readError;  ///< of every read, with `ReadOutcome::passing`
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
-  std::function<void()> whenRead;          ///< called before the file is looked at
+  std::function<void()> whenRead;          ///< called before each read
 };
 
 struct FakeWorkspace final : Workspace {
@@ -346,7 +345,7 @@ struct FakeWorkspace final : Workspace {
 
 struct FakePlatform;
 
-/// What is real in a machine that is made up otherwise; null: nothing.
+/// The real ports of a fake platform; null: the fake is used.
 struct RealParts {
   Clock* clock = nullptr;
   Processes* processes = nullptr;
@@ -358,7 +357,7 @@ struct RealParts {
 };
 Platform platformWith(FakePlatform& fakes, const RealParts& real);
 
-/// A whole machine for the controller, to be looked at from every side.
+/// A fake of every port.
 struct FakePlatform {
   CallLog log;
   VirtualClock clock;
@@ -384,7 +383,7 @@ struct FakePlatform {
   Platform platform = platformWith(*this, {});
 };
 
-/// An image of one bitmap, all of one colour.
+/// An image with one bitmap of a single colour.
 ImageRef makeTestImage(int side, std::uint8_t red, std::uint8_t green, std::uint8_t blue,
                        std::uint8_t alpha = 255);
 

@@ -14,10 +14,10 @@
 
 namespace kestrune::testing {
 
-/// What the fakes were asked, in order, in words.
+/// The calls of the fakes, in order.
 using CallLog = std::vector<std::string>;
 
-/// A clock that stands still until a test, or someone who sleeps on it, moves it.
+/// A clock that advances only when a test advances it, or when `sleep` is called.
 class VirtualClock final : public Clock {
  public:
   Seconds awakeTime() const override { return awake; }
@@ -29,10 +29,10 @@ class VirtualClock final : public Clock {
     if (duration.count() > 0) awake += duration;
   }
 
-  /// The machine sleeps for `duration`.
+  /// Suspends the machine for `duration`.
   void suspend(Seconds duration) { asleep += duration; }
 
-  /// What the calendar shows when the other clocks show 0.
+  /// The calendar time at 0 of the other clocks.
   std::int64_t calendarStart = 1'768'475'000;
 
  private:
@@ -40,7 +40,7 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// The main loop with its queues and timers, without threads: nothing runs until a test says so.
+/// The main loop with its queues and timers, without threads. Jobs run only when a test calls an operation.
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
@@ -61,23 +61,23 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   // For tests
 
-  /// Runs the jobs of the main thread until there are none that are due.
+  /// Runs the jobs of the main queue.
   void runMain();
-  /// As that, with its timers and what was to run later: what happens on the main thread while a worker is
+  /// Runs the main queue, due timers and due delayed jobs: all that the main thread does while a worker is
   /// busy.
   void serveMain();
-  /// Runs one job of the queues with a thread of their own; false when there is none.
+  /// Runs one job of a worker queue; false when there is none.
   bool runOneWorkerJob();
-  /// Runs all jobs of all queues until there are none that are due.
+  /// Runs all jobs and timers that are due.
   void settle();
-  /// Lets `duration` pass, running what is due at each moment.
+  /// Advances the clock by `duration`, and runs all that becomes due on the way.
   void advance(Seconds duration);
-  /// The machine sleeps for `duration` and wakes; what is due then runs.
+  /// Suspends the machine for `duration`, then runs all that is due.
   void suspend(Seconds duration);
 
-  /// What runs: a job of the main queue, one that was to run later, a tick of a timer, a job of a worker.
+  /// A job of the main queue, a delayed job, a tick of a timer, a job of a worker queue.
   enum class Step { main, delayed, tick, worker };
-  /// Called after each of them.
+  /// Called after each step.
   std::function<void(Step)> whenStepIsDone;
 
   bool isTerminated() const { return terminated; }
