@@ -7,7 +7,7 @@
 
 #include "adapters/children/ChildProcesses.h"
 #include "adapters/files/PreferencesFile.h"
-#include "adapters/files/SystemFileManager.h"
+#include "adapters/files/Files.h"
 #include "adapters/loop/EventLoop.h"
 #include "adapters/windows/DialogProcess.h"
 #include "tests/adapters/AwakeDesk.h"
