@@ -18,9 +18,9 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 namespace kestrune::testing {
 namespace {
 
-/// The controller's commands, run by the real shell.
+/// The controller's runner with the real bash.
 struct RealShell : ::testing::Test, RealChildren {
-  // Whatever the user's own profile does.
+  // Keeps the profile of the user who runs the tests out.
   const ScopedVariable home{"HOME", folder.file(".")};
   SystemClock clock;
   FakePlatform fakes;
@@ -35,23 +35,16 @@ struct RealShell : ::testing::Test, RealChildren {
   static CommandResult failure(const std::string& output) { return {false, output}; }
 };
 
-TEST_F(RealShell, ReportsWhatTheShellComplainsAbout) {
-  const CommandResult result = run("cd '/no/such/folder' && echo not reached");
-  EXPECT_FALSE(result.ok);
-  EXPECT_NE(result.output.find("/no/such/folder"), std::string::npos) << result.output;
-  EXPECT_EQ(result.output.find("not reached"), std::string::npos) << result.output;
-}
-
-TEST_F(RealShell, GivesTheWholeTextToTheShellAsOneArgument) {
+TEST_F(RealShell, WholeLineIsOneArgumentOfTheShell) {
   EXPECT_EQ(run("printf '%s.' 'two  words' \"a\nb\" | tr . ,\necho \" $#\""), success("two  words,a\nb, 0"));
 }
 
-TEST_F(RealShell, ReadsTheProfileOfTheUser) {
+TEST_F(RealShell, LoginProfileIsRead) {
   put(folder.file(".bash_profile"), "FROM_PROFILE='read at login'\n");
   EXPECT_EQ(run("echo \"$FROM_PROFILE\""), success("read at login"));
 }
 
-TEST_F(RealShell, StopsACommandAndWhatItLeftInItsGroupWhenItsTimeIsUp) {
+TEST_F(RealShell, StopsTheWholeGroupAtTheTimeLimit) {
   constexpr Seconds limit{0.2};
   CommandResult result;
   const std::string line = TEST_CHILD " pause & exec " TEST_CHILD " pause";
@@ -62,7 +55,7 @@ TEST_F(RealShell, StopsACommandAndWhatItLeftInItsGroupWhenItsTimeIsUp) {
   EXPECT_TRUE(groupEnds(anyGroup));
 }
 
-TEST_F(RealShell, TellsWhatBothClientsSayWhenTheCurrentOneFails) {
+TEST_F(RealShell, OutputOfBothBackendClientsIsReturned) {
   fs::create_directories(folder.file(".venv/bin"));
   put(folder.file(".venv/bin/activate"), "PATH='" + folder.file(".venv/bin") + "':$PATH\n");
   put(folder.file(".venv/bin/kestrune-mac-client"),
