@@ -22,9 +22,9 @@
 #include "adapters/desktop/DesktopNotifications.h"
 #include "adapters/desktop/DesktopWorkspace.h"
 #include "adapters/files/AutostartEntries.h"
+#include "adapters/files/Files.h"
 #include "adapters/files/PreferencesFile.h"
 #include "adapters/files/ProgramBundle.h"
-#include "adapters/files/SystemFileManager.h"
 #include "adapters/instance/Rendezvous.h"
 #include "adapters/loop/EventLoop.h"
 #include "adapters/loop/SystemClock.h"
@@ -67,7 +67,9 @@ void requireDescriptors() {
   for (int i = 0; i < descriptorsNeeded; ++i) {
     taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
     if (taken.back()) continue;
-    std::fprintf(stderr, "KestruneMenuClient: cannot start: %s\n", std::strerror(errno));
+    std::fprintf(stderr,
+                 "KestruneMenuClient: cannot start: too few file descriptors (%s); raise `ulimit -n`\n",
+                 std::strerror(errno));
     std::_Exit(EXIT_FAILURE);
   }
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,14 +11,11 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <utility>
 
-#include "adapters/children/OutputPipe.h"
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
 
@@ -26,6 +24,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
+constexpr std::size_t leastRoom = 65536;                    // bytes that a child can write to each pipe
 
 // The reserved launch retries for 1 s when fork fails with EAGAIN.
 constexpr int reservedAttempts = 20;
@@ -43,6 +42,57 @@ void dropCutCharacter(std::string& bytes) {
   const std::size_t expected = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
   if (expected > bytes.size() - (lead - 1)) bytes.resize(lead - 1);
 }
+
+/// The pipe for the standard output or standard error of a child. Used by one thread at a time.
+struct OutputPipe {
+  FileDescriptor readEnd;   ///< non-blocking; closed at end of file
+  FileDescriptor writeEnd;  ///< polled to see whether the pipe is full; closed before `drain`
+  std::string bytes{};      ///< read so far
+  bool cut = false;         ///< more was read than kept
+
+  /// Returns an `errno` value; 0 on success.
+  int open() {
+    int descriptors[2];
+    if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
+    readEnd.reset(descriptors[0]);
+    writeEnd.reset(descriptors[1]);
+    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
+  }
+
+  /// Lets the child write at least 64 KiB: reads from a full pipe that has held less. The kernel gives a user
+  /// over pipe-user-pages-soft pipes of one or two pages. A page counts as full when the next write does not
+  /// fit.
+  void makeRoom() {
+    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    pollfd writable{writeEnd.get(), POLLOUT, 0};
+    if (!writeEnd || poll(&writable, 1, 0) != 0) return;
+    int queued = 0;
+    ioctl(readEnd.get(), FIONREAD, &queued);
+    const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
+    if (written >= leastRoom) return;
+    // Reading less than a page might free no space.
+    std::string some(std::max(page, leastRoom - written), '\0');
+    const ssize_t count = read(readEnd.get(), some.data(), some.size());
+    if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
+  }
+
+  /// Reads until the pipe is empty, through `buffer`, and keeps at most `room` bytes. Stops at the deadline
+  /// once bytes have been discarded.
+  void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
+    for (;;) {
+      const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0 && errno == EAGAIN) return;
+      if (count <= 0) return readEnd.reset();
+      const auto kept = std::min(static_cast<std::size_t>(count), room);
+      bytes.append(buffer.data(), kept);
+      room -= kept;
+      if (kept < static_cast<std::size_t>(count)) cut = true;
+      // A process may write faster than this reads.
+      if (cut && steady_clock::now() >= deadline) return;
+    }
+  }
+};
 
 }  // namespace
 

@@ -58,7 +58,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   if (!launched) {
     // ECANCELED only means that the client is ending and has reserved all launches.
     if (launched.reason() != describe(ECANCELED))
-      reportOnce("the local service cannot be asked: curl: " + launched.reason());
+      reportOnce("cannot run curl: " + launched.reason() + "; the menu shows no project and no thread");
     return std::nullopt;
   }
   Process& child = **launched;

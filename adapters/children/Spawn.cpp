@@ -9,42 +9,23 @@ extern char** environ;
 
 namespace kestrune {
 
-namespace {
-
-/// The file actions and attributes for posix_spawn.
-struct Settings {
-  posix_spawn_file_actions_t actions{};
-  posix_spawnattr_t attributes{};
-
-  Settings() {
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-  }
-  ~Settings() {
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-  }
-  Settings(const Settings&) = delete;
-  Settings& operator=(const Settings&) = delete;
-};
-
-}  // namespace
-
 int spawn(const SpawnOptions& options, pid_t& pid) {
-  Settings settings;
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_t actions;
   sigset_t none;
   sigset_t all;
   sigemptyset(&none);
   sigfillset(&all);
+  posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(
-      &settings.attributes,
-      static_cast<short>(POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
-  posix_spawnattr_setsigmask(&settings.attributes, &none);
-  posix_spawnattr_setsigdefault(&settings.attributes, &all);
-  posix_spawn_file_actions_adddup2(&settings.actions, options.input, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&settings.actions, options.output, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&settings.actions, options.error, STDERR_FILENO);
-  posix_spawn_file_actions_addclosefrom_np(&settings.actions, STDERR_FILENO + 1);
+      &attributes, static_cast<short>(POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, options.input, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, options.output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, options.error, STDERR_FILENO);
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 
   std::vector<char*> argv{const_cast<char*>(options.executable.c_str())};
   for (const auto& each : options.arguments) argv.push_back(const_cast<char*>(each.c_str()));
@@ -53,8 +34,11 @@ int spawn(const SpawnOptions& options, pid_t& pid) {
   for (const auto& each : options.environment) environment.push_back(const_cast<char*>(each.c_str()));
   for (char** each = environ; *each != nullptr; ++each) environment.push_back(*each);
   environment.push_back(nullptr);
-  return posix_spawnp(&pid, options.executable.c_str(), &settings.actions, &settings.attributes, argv.data(),
-                      environment.data());
+  const int failure =
+      posix_spawnp(&pid, options.executable.c_str(), &actions, &attributes, argv.data(), environment.data());
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  return failure;
 }
 
 }  // namespace kestrune

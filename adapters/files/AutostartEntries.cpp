@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -19,30 +20,13 @@ namespace {
 constexpr auto repoVariable = "KESTRUNE_REPO_PATH";
 
 /// Escapes a string value of a desktop entry.
-std::string escaped(std::string_view value) {
-  std::string text;
-  for (const char each : value) {
-    switch (each) {
-      case '\\':
-        text += "\\\\";
-        break;
-      case '\n':
-        text += "\\n";
-        break;
-      case '\t':
-        text += "\\t";
-        break;
-      case '\r':
-        text += "\\r";
-        break;
-      case ' ':
-        // Parsers drop leading spaces of a value.
-        text += text.empty() ? "\\s" : " ";
-        break;
-      default:
-        text += each;
-    }
-  }
+std::string escaped(std::string text) {
+  text = replacingAll(text, "\\", "\\\\");
+  text = replacingAll(text, "\n", "\\n");
+  text = replacingAll(text, "\t", "\\t");
+  text = replacingAll(text, "\r", "\\r");
+  // Parsers drop leading spaces of a value.
+  if (text.starts_with(' ')) text.replace(0, 1, "\\s");
   return text;
 }
 
@@ -78,21 +62,26 @@ std::string repoArgument(const std::string& repo) {
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
-std::vector<std::string> linesOf(std::string_view text) {
+std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
-  for (std::size_t end; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1)) {
-    lines.emplace_back(text.substr(0, end));
-  }
-  if (!text.empty()) lines.emplace_back(text);
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
 
-/// The values of the group [Desktop Entry] by key, with the number of their line. The first of two equal keys
-/// counts.
+/// Parsers ignore blanks around "=" and at the end of a line.
+std::string_view withoutBlanks(std::string_view text) {
+  const auto first = text.find_first_not_of(' ');
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \r") + 1 - first);
+}
+
 struct Value {
-  std::size_t line;
+  std::size_t line;  ///< its number
   std::string text;
 };
+
+/// The values of the group [Desktop Entry] by key. The first of two equal keys counts.
 std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
   std::map<std::string, Value> values;
   bool inEntry = false;
@@ -101,12 +90,8 @@ std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
     if (line.starts_with('[')) inEntry = line.starts_with("[Desktop Entry]");
     const auto equals = line.find('=');
     if (!inEntry || equals == std::string_view::npos) continue;
-    std::string_view key = line.substr(0, equals);
-    while (key.ends_with(' ')) key.remove_suffix(1);
-    std::string_view value = line.substr(equals + 1);
-    while (value.starts_with(' ')) value.remove_prefix(1);
-    while (value.ends_with(' ') || value.ends_with('\r')) value.remove_suffix(1);
-    values.emplace(key, Value{i, std::string(value)});
+    const std::string value(withoutBlanks(line.substr(equals + 1)));
+    values.emplace(withoutBlanks(line.substr(0, equals)), Value{i, value});
   }
   return values;
 }
@@ -195,7 +180,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
                       replace(command, launchCommand(gone), launchCommand(*present));
   if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
   if (!document(label, *present, repoPath)) {
-    reportOnce("cannot repair " + path(label) + ": a path cannot be written there");
+    reportOnce("cannot repair " + path(label) + ": it cannot hold the path " + *present + " or " + repoPath);
     return;
   }
 

@@ -15,7 +15,6 @@
 #include "adapters/files/NewFile.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
-#include "ports/FileManager.h"
 
 namespace kestrune {
 
@@ -34,6 +33,11 @@ std::error_code followLinks(fs::path& path) {
     path = target.is_absolute() ? target : path.parent_path() / target;
   }
   return systemError(ELOOP);
+}
+
+Result<> resultOf(const std::error_code& failure) {
+  if (failure) return Failure{failure.message()};
+  return Done{};
 }
 
 bool isNowhere(const fs::path& file) {
@@ -158,6 +162,40 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   // Another process may have created it just now. Any other file of that name is an error.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
+}
+
+bool SystemFileManager::fileExists(const std::string& path) const {
+  return access(path.c_str(), F_OK) == 0;
+}
+
+FileContents SystemFileManager::contents(const std::string& path) const {
+  std::string bytes;
+  const std::error_code failure = readWholeFile(path, bytes);
+  if (!failure) return {ReadOutcome::read, std::move(bytes)};
+  const ReadOutcome outcome = failure == std::errc::file_too_large ? ReadOutcome::tooLarge
+                              : isPassing(failure)                 ? ReadOutcome::passing
+                                                                   : ReadOutcome::unreadable;
+  return {outcome, {}, failure.message()};
+}
+
+Result<> SystemFileManager::writeAtomically(const std::string& path, const std::string& contents) {
+  return resultOf(writeFileAtomically(path, contents));
+}
+
+Result<> SystemFileManager::writePrivately(const std::string& path, const std::string& contents) {
+  return resultOf(writePrivateFile(path, contents));
+}
+
+Result<> SystemFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
+  return resultOf(replaceUnreadableFile(path, contents));
+}
+
+Result<> SystemFileManager::createDirectory(const std::string& path) {
+  return resultOf(makeFolders(path, 0777));
+}
+
+Result<> SystemFileManager::removeItem(const std::string& path) {
+  return resultOf(unlink(path.c_str()) == 0 ? std::error_code() : lastError());
 }
 
 }  // namespace kestrune

@@ -5,6 +5,9 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "ports/FileManager.h"
 
 namespace kestrune {
 
@@ -36,5 +39,23 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
 
 /// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if it exists.
 std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
+
+/// The port FileManager, on the functions above.
+class SystemFileManager final : public FileManager {
+ public:
+  explicit SystemFileManager(std::string givenHome) : home(std::move(givenHome)) {}
+
+  bool fileExists(const std::string& path) const override;
+  FileContents contents(const std::string& path) const override;
+  Result<> writeAtomically(const std::string& path, const std::string& contents) override;
+  Result<> writePrivately(const std::string& path, const std::string& contents) override;
+  Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  Result<> createDirectory(const std::string& path) override;
+  Result<> removeItem(const std::string& path) override;
+  std::string homeDirectoryPath() const override { return home; }
+
+ private:
+  const std::string home;
+};
 
 }  // namespace kestrune

@@ -1,8 +1,10 @@
 #include "adapters/files/NewFile.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,7 +12,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "adapters/files/AccessList.h"
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
@@ -21,6 +22,12 @@ namespace {
 
 constexpr std::string_view prefix = ".kestrune-new-";
 constexpr std::string_view randomPart = "XXXXXX";
+constexpr auto aclAttribute = "system.posix_acl_access";
+
+/// Whether errno says that the file, or its file system, has no ACL.
+bool hasNoAcl() {
+  return errno == ENODATA || errno == ENOTSUP;
+}
 
 std::error_code writeAll(int descriptor, std::string_view contents) {
   while (!contents.empty()) {
@@ -57,6 +64,20 @@ void removeAbandoned(const fs::path& folder) {
     const FileDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
   }
+}
+
+/// The POSIX ACL of the file, as bytes; empty when it has none, absent when it cannot be read.
+std::optional<std::string> accessList(const fs::path& path) {
+  char list[XATTR_SIZE_MAX];
+  const ssize_t size = getxattr(path.c_str(), aclAttribute, list, sizeof list);
+  if (size >= 0) return std::string(list, static_cast<std::size_t>(size));
+  return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
+}
+
+/// An empty `list` removes the ACL that the file inherited from its folder.
+bool setAccessList(int file, const std::string& list) {
+  if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
+  return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
 }
 
 fs::path folderOf(const fs::path& file) {

@@ -19,17 +19,6 @@ namespace {
 constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
 constexpr int depthLimit = 100;                          // of nested values; the client writes none
 
-enum class State {
-  usable,       ///< read, or does not exist yet
-  damaged,      ///< exists, but is no JSON object
-  unreachable,  ///< temporarily unreadable, such as EMFILE or EIO
-};
-
-struct Loaded {
-  State state;
-  Json preferences = Json::object();
-};
-
 /// The JSON in `text`; not an object if it is invalid, too large or too deep. nlohmann::json writes by
 /// recursion: a later dump of a value that is nested too deeply would overflow the stack.
 Json parsed(const std::string& text) {
@@ -44,17 +33,18 @@ Json parsed(const std::string& text) {
   return found;
 }
 
-Loaded load(const std::string& path) {
+/// Reads the preferences; none when there is no file. Fails with EBADMSG when the file is no JSON object.
+std::error_code load(const std::string& path, Json& preferences) {
+  preferences = Json::object();
   std::string text;
-  if (const std::error_code failure = readWholeFile(path, text)) {
-    if (failure == std::errc::no_such_file_or_directory || failure == std::errc::not_a_directory) {
-      return {State::usable};
-    }
-    return {isPassing(failure) ? State::unreachable : State::damaged};
-  }
+  const std::error_code failure = readWholeFile(path, text);
+  const bool isMissing =
+      failure == std::errc::no_such_file_or_directory || failure == std::errc::not_a_directory;
+  if (failure) return isMissing ? std::error_code() : failure;
   Json found = parsed(text);
-  if (!found.is_object()) return {State::damaged};
-  return {State::usable, std::move(found)};
+  if (!found.is_object()) return std::make_error_code(std::errc::bad_message);
+  preferences = std::move(found);
+  return {};
 }
 
 }  // namespace
@@ -67,9 +57,9 @@ PreferencesFile::PreferencesFile(std::string givenPath)
 PreferencesFile::~PreferencesFile() = default;
 
 Json PreferencesFile::current() const {
-  Loaded found = load(path);
+  Json found;
   // While the file cannot be read, the last known settings hold.
-  if (found.state != State::unreachable) *lastRead = std::move(found.preferences);
+  if (!isPassing(load(path, found))) *lastRead = std::move(found);
   Json preferences = *lastRead;
   preferences.update(*unsaved);
   return preferences;
@@ -107,10 +97,10 @@ void PreferencesFile::set(const std::string& key, Json value) {
 
 std::error_code PreferencesFile::save() const {
   if (const auto failure = makeFolders(fs::path(path).parent_path())) return failure;
-  auto [state, preferences] = load(path);
-  // Writing now would lose the keys that could not be read.
-  if (state == State::unreachable) return std::make_error_code(std::errc::too_many_files_open);
-  if (state == State::damaged) {
+  Json preferences;
+  if (const auto unread = load(path, preferences)) {
+    // Writing now would lose the keys that could not be read.
+    if (isPassing(unread)) return unread;
     if (const auto failure = keepDamagedFile(path)) return failure;
   }
   preferences.update(*unsaved);

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <system_error>
 
 namespace kestrune {
@@ -71,10 +72,9 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   folders.state = orElse(absolute(variable("XDG_STATE_HOME")), home + "/.local/state");
   folders.runtime = absolute(variable("XDG_RUNTIME_DIR"));
   folders.data.push_back(orElse(absolute(variable("XDG_DATA_HOME")), home + "/.local/share"));
-  std::string shared = orElse(variable("XDG_DATA_DIRS"), "/usr/local/share:/usr/share") + ":";
-  for (std::size_t end; (end = shared.find(':')) != std::string::npos; shared.erase(0, end + 1)) {
-    if (auto folder = absolute(shared.substr(0, end)); !folder.empty())
-      folders.data.push_back(std::move(folder));
+  std::istringstream shared(orElse(variable("XDG_DATA_DIRS"), "/usr/local/share:/usr/share"));
+  for (std::string each; std::getline(shared, each, ':');) {
+    if (auto folder = absolute(each); !folder.empty()) folders.data.push_back(std::move(folder));
   }
   return folders;
 }

@@ -1,11 +1,9 @@
-#include "adapters/instance/ClientSubscription.h"
-
 #include <sys/inotify.h>
 
-#include <cerrno>
 #include <filesystem>
-#include <string_view>
 #include <utility>
+
+#include "adapters/instance/Rendezvous.h"
 
 namespace kestrune {
 
@@ -14,6 +12,8 @@ namespace {
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
 constexpr Seconds patience{2.0};                         // for the first line of a client
 
+/// Follows the status of the running client, and of each that starts later. A client that sends nothing for
+/// 2 s counts as absent.
 class ClientSubscription final : public StatusSubscription {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
@@ -56,19 +56,14 @@ class ClientSubscription final : public StatusSubscription {
   bool connect() {
     socket = folders.connect(runningSocketName);
     if (!socket) return false;
-    constexpr std::string_view request = "follow\n";
-    send(socket.get(), request.data(), request.size(), MSG_NOSIGNAL);
+    sendLine(socket, "follow");
     input = loop.onDescriptor(socket.get(), EPOLLIN, [this] { read(); });
     deadline = loop.after(patience, [this] { disconnect(); });
     return true;
   }
 
   void read() {
-    char bytes[16384];
-    const ssize_t count = recv(socket.get(), bytes, sizeof bytes, 0);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (count <= 0) return disconnect();
-    unread.append(bytes, static_cast<std::size_t>(count));
+    if (!receive(socket, unread)) return disconnect();
     // `onLine` may destroy this subscription.
     const std::weak_ptr<bool> stillThere = alive;
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
@@ -108,9 +103,8 @@ class ClientSubscription final : public StatusSubscription {
 
 }  // namespace
 
-std::unique_ptr<StatusSubscription> followClient(EventLoop& loop, const InstanceFolders& folders,
-                                                 std::function<void(const std::string&)> onLine,
-                                                 std::function<void()> onAbsence) {
+std::unique_ptr<StatusSubscription> Rendezvous::subscribe(std::function<void(const std::string&)> onLine,
+                                                          std::function<void()> onAbsence) {
   return std::make_unique<ClientSubscription>(loop, folders, std::move(onLine), std::move(onAbsence));
 }
 

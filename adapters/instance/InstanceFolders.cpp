@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -58,6 +59,19 @@ ucred peerOf(const FileDescriptor& socket) {
   socklen_t size = sizeof process;
   getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &process, &size);
   return process;
+}
+
+bool receive(const FileDescriptor& socket, std::string& bytes) {
+  char arrived[4096];
+  const ssize_t count = recv(socket.get(), arrived, sizeof arrived, 0);
+  if (count < 0) return errno == EAGAIN || errno == EINTR;
+  bytes.append(arrived, static_cast<std::size_t>(count));
+  return count > 0;
+}
+
+bool sendLine(const FileDescriptor& socket, std::string line) {
+  line += '\n';
+  return send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
 }
 
 }  // namespace kestrune

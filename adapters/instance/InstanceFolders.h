@@ -45,4 +45,10 @@ FileDescriptor instanceSocket(const std::string& folder, const char* name,
 /// The credentials of the peer process (SO_PEERCRED); user ID -1 when the kernel does not tell them.
 ucred peerOf(const FileDescriptor& socket);
 
+/// Appends what has arrived on the socket. False at end of file or on an error.
+bool receive(const FileDescriptor& socket, std::string& bytes);
+
+/// Sends a line; its end is added. False when it does not fit into the socket's buffer.
+bool sendLine(const FileDescriptor& socket, std::string line);
+
 }  // namespace kestrune

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
-#include "adapters/instance/ClientSubscription.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/StandardError.h"
 
@@ -86,17 +85,15 @@ class Rendezvous::Attempt {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {
       const bool hasToken = !claim.activationToken.empty() && isLine(claim.activationToken);
-      const std::string request = "show" + (hasToken ? " " + claim.activationToken : "") + "\n";
-      send(other.get(), request.data(), request.size(), MSG_NOSIGNAL);
+      sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
     }
     input = self.loop.onDescriptor(other.get(), EPOLLIN, [this] { hear(); });
   }
 
   void hear() {
-    char bytes[256];
-    const ssize_t count = recv(other.get(), bytes, sizeof bytes, 0);
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return lookAgainSoon();
-    if (count > 0 && !waitsForEnd) isClient = false;
+    std::string answer;
+    if (!receive(other, answer)) return lookAgainSoon();
+    if (!answer.empty() && !waitsForEnd) isClient = false;
   }
 
   void lookAgainSoon() {
@@ -123,7 +120,7 @@ class Rendezvous::Attempt {
       isClient = false;
       if (!hangs)
         reportOnce("another client has locked " + self.folders.current() + lockName +
-                   ", and takes no requests");
+                   " and answers no requests: not starting");
     }
   }
 
@@ -164,18 +161,12 @@ std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds li
   if (!isLine(action)) return "an action is one word";
   const FileDescriptor client = folders.connect(runningSocketName);
   if (!client) return folders.connect(endingSocketName) ? "the client is about to end" : "no client runs";
-  const std::string request = "perform " + action + "\n";
-  send(client.get(), request.data(), request.size(), MSG_NOSIGNAL);
+  sendLine(client, "perform " + action);
   std::string answer;
   bool isOver = false;
   const EventSource deadline = loop.after(limit, [&isOver] { isOver = true; });
-  const EventSource input = loop.onDescriptor(client.get(), EPOLLIN, [&] {
-    char bytes[1024];
-    const ssize_t count = recv(client.get(), bytes, sizeof bytes, 0);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (count > 0) answer.append(bytes, static_cast<std::size_t>(count));
-    isOver = count <= 0 || answer.ends_with('\n');
-  });
+  const EventSource input = loop.onDescriptor(
+      client.get(), EPOLLIN, [&] { isOver = !receive(client, answer) || answer.ends_with('\n'); });
   loop.runUntil([&isOver] { return isOver; });
   if (answer == "ok\n") return std::nullopt;
   if (!answer.ends_with('\n')) return "the client that runs does not answer";
@@ -218,22 +209,18 @@ void Rendezvous::takePlace() {
   const std::string folder = wasLocked ? place : folders.current();
   if (const auto failure = takeLock(folder)) {
     const bool isHeld = failure == std::errc::operation_would_block;
-    reportOnce(isHeld ? "another client has locked " + folder + lockName + ": going on beside it"
-                      : "cannot lock " + folder + lockName + ": " + failure.message());
+    reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
+                      : "cannot lock " + folder + lockName + ": " + failure.message() +
+                            "; a second start may not find this client");
     // Do not replace the socket of another client.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;
   }
   if (const auto failure = server.listen(folder)) {
-    reportOnce("nobody can reach the client by " + folder + "/" + runningSocketName + ": " +
-               failure.message());
+    reportOnce("cannot listen on " + folder + "/" + runningSocketName + ": " + failure.message() +
+               "; a second start cannot reach this client");
   }
-}
-
-std::unique_ptr<StatusSubscription> Rendezvous::subscribe(std::function<void(const std::string&)> onLine,
-                                                          std::function<void()> onAbsence) {
-  return followClient(loop, folders, std::move(onLine), std::move(onAbsence));
 }
 
 void Rendezvous::onPerform(std::function<std::optional<std::string>(const std::string&)> givenPerform) {

@@ -85,11 +85,8 @@ void RequestServer::add(FileDescriptor socket) {
 }
 
 void RequestServer::read(const PeerRef& peer) {
-  char bytes[requestLimit];
-  const ssize_t count = recv(peer->socket.get(), bytes, sizeof bytes, 0);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count <= 0) return drop(peer);
-  std::string& unread = peer->unread.append(bytes, static_cast<std::size_t>(count));
+  if (!receive(peer->socket, peer->unread)) return drop(peer);
+  std::string& unread = peer->unread;
   // `answer` may disconnect the peer.
   for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
     const std::string line = unread.substr(0, end);
@@ -127,9 +124,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
 
 /// Drops a peer that does not read: a line no longer fits into the socket's buffer.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
-  const std::string text = line + "\n";
-  if (send(peer->socket.get(), text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size()))
-    drop(peer);
+  if (!sendLine(peer->socket, line)) drop(peer);
 }
 
 void RequestServer::drop(const PeerRef& peer) {

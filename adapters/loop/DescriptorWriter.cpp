@@ -2,11 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -14,19 +11,16 @@ namespace kestrune {
 
 namespace {
 
-// A blocking terminal or pipe that polls as writable takes this much without blocking.
+// A blocking terminal, pipe or socket that polls as writable takes this much without blocking.
 constexpr std::size_t safeAmount = 256;  // bytes
 
 }  // namespace
 
 DescriptorWriter::DescriptorWriter(EventLoop& givenLoop, FileDescriptor descriptor, std::size_t givenLimit)
-    : loop(givenLoop), output(std::move(descriptor)), limit(givenLimit) {
-  struct stat state {};
-  if (!output || fstat(output.get(), &state) != 0) return;
-  socket = S_ISSOCK(state.st_mode);
-  mayBlock =
-      (S_ISFIFO(state.st_mode) || S_ISCHR(state.st_mode)) && (fcntl(output.get(), F_GETFL) & O_NONBLOCK) == 0;
-}
+    : loop(givenLoop),
+      output(std::move(descriptor)),
+      limit(givenLimit),
+      mayBlock((fcntl(output.get(), F_GETFL) & O_NONBLOCK) == 0) {}
 
 bool DescriptorWriter::write(std::string_view text) {
   if (!output || (!pending.empty() && pending.size() - sent + text.size() > limit)) return false;
@@ -37,7 +31,6 @@ bool DescriptorWriter::write(std::string_view text) {
 
 /// Like write(2), but fails with EAGAIN instead of blocking.
 ssize_t DescriptorWriter::writeSome(std::string_view text) const {
-  if (socket) return send(output.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (mayBlock) {
     pollfd room{output.get(), POLLOUT, 0};
     if (poll(&room, 1, 0) <= 0) {

@@ -25,8 +25,7 @@ class DescriptorWriter {
   EventLoop& loop;
   FileDescriptor output;
   const std::size_t limit;
-  bool socket = false;
-  bool mayBlock = false;
+  const bool mayBlock;
   std::string pending;
   std::size_t sent = 0;  ///< bytes of `pending` that are written
   EventSource writable;

@@ -8,12 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <deque>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -21,6 +20,7 @@
 #include <utility>
 
 #include "adapters/loop/SerialQueue.h"
+#include "adapters/loop/SystemClock.h"
 #include "adapters/system/FileDescriptor.h"
 
 namespace kestrune {
@@ -38,67 +38,21 @@ void require(int result, const char* what) {
   std::_Exit(EXIT_FAILURE);
 }
 
-std::uint64_t microseconds(Seconds duration) {
-  return duration.count() <= 0 ? 0 : static_cast<std::uint64_t>(duration.count() * 1e6);
-}
-
-/// sd_event_now() is the time of the last wake-up; this is the present time.
-std::uint64_t currentTime(clockid_t clock) {
-  timespec time{};
-  clock_gettime(clock, &time);
-  return static_cast<std::uint64_t>(time.tv_sec) * 1000000 + static_cast<std::uint64_t>(time.tv_nsec) / 1000;
-}
-
-/// Owned by its source, which deletes it.
 using Handler = std::function<void()>;
 
-void attach(sd_event_source* source, Handler handler) {
+/// The callback of every event source. The source owns the handler.
+constexpr auto callHandler = [](sd_event_source* source, auto...) {
+  // Copied, because the handler may destroy its own source.
+  const Handler handler = *static_cast<Handler*>(sd_event_source_get_userdata(source));
+  handler();
+  return 0;
+};
+
+EventSource withHandler(sd_event_source* source, Handler handler) {
   sd_event_source_set_userdata(source, new Handler(std::move(handler)));
   sd_event_source_set_destroy_callback(source, [](void* data) { delete static_cast<Handler*>(data); });
+  return EventSource(source);
 }
-
-void call(void* data) {
-  // Copied, because the handler may destroy its own source.
-  const Handler handler = *static_cast<Handler*>(data);
-  handler();
-}
-
-class LoopTimer final : public Timer {
- public:
-  LoopTimer(sd_event* loop, Seconds givenInterval, std::function<void()> givenAction)
-      : interval(microseconds(givenInterval)), action(std::move(givenAction)) {
-    sd_event_source* made = nullptr;
-    due = currentTime(CLOCK_BOOTTIME) + interval;
-    require(
-        sd_event_add_time(
-            loop, &made, CLOCK_BOOTTIME, due, exactly,
-            [](sd_event_source*, std::uint64_t, void* self) { return static_cast<LoopTimer*>(self)->fire(); },
-            this),
-        "timer");
-    source.reset(made);
-  }
-
-  void invalidate() override { source.reset(); }
-
- private:
-  int fire() {
-    // Rearm before the action, which may invalidate or destroy this timer.
-    due += interval;
-    if (const std::uint64_t time = currentTime(CLOCK_BOOTTIME); due <= time) {
-      due = time + interval;
-    }
-    sd_event_source_set_time(source.get(), due);
-    sd_event_source_set_enabled(source.get(), SD_EVENT_ONESHOT);
-    const auto copy = action;
-    copy();
-    return 0;
-  }
-
-  const std::uint64_t interval;
-  const std::function<void()> action;
-  std::uint64_t due = 0;
-  EventSource source;
-};
 
 /// A serial queue that runs its jobs on the main queue.
 class MainThreadSerialQueue final : public DispatchQueue {
@@ -131,107 +85,96 @@ class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "eventfd");
-    source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] { runJobs(); });
+    source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
+      std::uint64_t count = 0;
+      static_cast<void>(!read(wakeUp.get(), &count, sizeof count));
+      runJobs();
+    });
   }
 
   const std::string& label() const override { return name; }
 
-  void async(Job job) override {
-    const std::lock_guard lock(mutex);
-    if (closed) return;
-    jobs.push_back(std::move(job));
-    if (jobs.size() == 1) wake();
-  }
+  void async(Job job) override { asyncAfter(Seconds{0}, std::move(job)); }
 
   void asyncAfter(Seconds delay, Job job) override {
-    const std::uint64_t due = currentTime(CLOCK_MONOTONIC) + microseconds(delay);
     const std::lock_guard lock(mutex);
     if (closed) return;
-    const auto place = delayed.emplace(due, std::move(job));
-    if (place == delayed.begin()) wake();
-  }
-
-  void close() override {
-    // Destroyed after the lock is released: the destructor of a job may post another job.
-    std::deque<Job> dropped;
-    std::multimap<std::uint64_t, Job> droppedDelayed;
-    const std::lock_guard lock(mutex);
-    closed = true;
-    dropped.swap(jobs);
-    droppedDelayed.swap(delayed);
-  }
-
- private:
-  void wake() {
+    const Seconds due = timeOf(CLOCK_MONOTONIC) + std::max(delay, Seconds{0});
+    const auto place = jobs.emplace(due, std::move(job));
+    if (place != jobs.begin()) return;
     const std::uint64_t one = 1;
     static_cast<void>(!write(wakeUp.get(), &one, sizeof one));
   }
 
+  void close() override {
+    // Destroyed after the lock is released: the destructor of a job may post another job.
+    std::multimap<Seconds, Job> dropped;
+    const std::lock_guard lock(mutex);
+    closed = true;
+    dropped.swap(jobs);
+  }
+
+ private:
+  /// Runs the jobs that are due now. The jobs that they post wait for the next turn of the loop, so that the
+  /// other event sources do not starve.
   void runJobs() {
-    std::uint64_t count = 0;
-    static_cast<void>(!read(wakeUp.get(), &count, sizeof count));
-    // Run only the jobs that are queued now: the jobs that they post must not starve the other event sources.
-    std::size_t present = 0;
-    {
-      const std::lock_guard lock(mutex);
-      present = jobs.size();
+    const Seconds present = timeOf(CLOCK_MONOTONIC);
+    for (Job job; !loop.terminating && take(present, job);) {
+      job();
+      // Destroyed while the mutex is free: the destructor of a capture may post another job.
+      job = nullptr;
     }
-    for (Job job; present > 0 && !loop.terminating && takeFirst(job); --present) runOnce(job);
-    {
-      const std::lock_guard lock(mutex);
-      if (!jobs.empty()) wake();
-    }
-    setAlarm();
-  }
-
-  /// Runs the jobs that are due now, ordered by due time.
-  void runDelayed() {
-    const std::uint64_t present = currentTime(CLOCK_MONOTONIC);
-    for (Job job; !loop.terminating && takeDue(present, job);) runOnce(job);
-    setAlarm();
-  }
-
-  /// Destroys the job while no lock is held: the destructor of a capture may post another job.
-  static void runOnce(Job& job) {
-    job();
-    job = nullptr;
-  }
-
-  bool takeFirst(Job& job) {
     const std::lock_guard lock(mutex);
-    if (jobs.empty()) return false;
-    job = std::move(jobs.front());
-    jobs.pop_front();
-    return true;
+    if (jobs.empty()) return alarm.reset();
+    alarm = loop.at(CLOCK_MONOTONIC, jobs.begin()->first, [this] { runJobs(); });
   }
 
-  bool takeDue(std::uint64_t present, Job& job) {
+  bool take(Seconds present, Job& job) {
     const std::lock_guard lock(mutex);
-    if (delayed.empty() || delayed.begin()->first > present) return false;
-    job = std::move(delayed.begin()->second);
-    delayed.erase(delayed.begin());
+    if (jobs.empty() || jobs.begin()->first > present) return false;
+    job = std::move(jobs.begin()->second);
+    jobs.erase(jobs.begin());
     return true;
-  }
-
-  void setAlarm() {
-    std::uint64_t due = 0;
-    {
-      const std::lock_guard lock(mutex);
-      if (delayed.empty()) return alarm.reset();
-      due = delayed.begin()->first;
-    }
-    alarm = loop.at(due, [this] { runDelayed(); });
   }
 
   EventLoop& loop;
   const std::string name = "main";
   const FileDescriptor wakeUp;
   EventSource source;
-  EventSource alarm;
+  EventSource alarm;  // for the first delayed job
   std::mutex mutex;
-  std::deque<Job> jobs;                       // guarded by mutex
-  std::multimap<std::uint64_t, Job> delayed;  // by due time; guarded by mutex
-  bool closed = false;                        // guarded by mutex
+  std::multimap<Seconds, Job> jobs;  // by due time (CLOCK_MONOTONIC); guarded by mutex
+  bool closed = false;               // guarded by mutex
+};
+
+/// Repeats on CLOCK_BOOTTIME: time in suspend counts.
+class EventLoop::LoopTimer final : public Timer {
+ public:
+  LoopTimer(EventLoop& givenLoop, Seconds givenInterval, std::function<void()> givenAction)
+      : loop(givenLoop), interval(givenInterval), action(std::move(givenAction)) {
+    wait();
+  }
+
+  void invalidate() override { source.reset(); }
+
+ private:
+  void wait() {
+    const Seconds present = timeOf(CLOCK_BOOTTIME);
+    due += interval;
+    if (due <= present) due = present + interval;
+    source = loop.at(CLOCK_BOOTTIME, due, [this] {
+      wait();
+      // Copied, because the action may destroy this timer.
+      const auto copy = action;
+      copy();
+    });
+  }
+
+  EventLoop& loop;
+  const Seconds interval;
+  const std::function<void()> action;
+  Seconds due{0};
+  EventSource source;
 };
 
 /// If a standard stream is closed, the next open() returns its number, and every child inherits that file.
@@ -260,19 +203,18 @@ EventLoop::EventLoop() {
 
   require(sd_event_new(&loop), "event loop");
   queue = std::make_unique<LoopQueue>(*this);
-  terminationSignals = std::make_unique<EventSource[]>(endingSignals.size());
-  for (std::size_t i = 0; i < endingSignals.size(); ++i) {
+  signals.push_back(onSignal(SIGCHLD, [this] { reapEnded(); }));
+  for (const int each : endingSignals) {
     struct sigaction inherited {};
-    sigaction(endingSignals[i], nullptr, &inherited);
+    sigaction(each, nullptr, &inherited);
     // nohup ignores SIGHUP: leave it ignored.
-    if (endingSignals[i] == SIGHUP && inherited.sa_handler == SIG_IGN) continue;
-    terminationSignals[i] = onSignal(endingSignals[i], [this] { terminate(); });
+    if (each == SIGHUP && inherited.sa_handler == SIG_IGN) continue;
+    signals.push_back(onSignal(each, [this] { terminate(); }));
   }
 }
 
 EventLoop::~EventLoop() {
-  terminationSignals.reset();
-  children.clear();
+  signals.clear();
   queue.reset();
   sd_event_unref(loop);
 }
@@ -287,65 +229,38 @@ EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler)
   sigaddset(&mask, signalNumber);
   pthread_sigmask(SIG_BLOCK, &mask, nullptr);
   sd_event_source* made = nullptr;
-  require(sd_event_add_signal(
-              loop, &made, signalNumber,
-              [](sd_event_source*, const signalfd_siginfo*, void* data) {
-                call(data);
-                return 0;
-              },
-              nullptr),
-          "signal");
-  attach(made, std::move(handler));
-  return EventSource(made);
+  require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "signal");
+  return withHandler(made, std::move(handler));
 }
 
 EventSource EventLoop::after(Seconds delay, std::function<void()> handler) {
-  return at(currentTime(CLOCK_MONOTONIC) + microseconds(delay), std::move(handler));
+  return at(CLOCK_MONOTONIC, timeOf(CLOCK_MONOTONIC) + delay, std::move(handler));
 }
 
-EventSource EventLoop::at(std::uint64_t due, std::function<void()> handler) {
+EventSource EventLoop::at(clockid_t clock, Seconds due, std::function<void()> handler) {
+  const auto microseconds = static_cast<std::uint64_t>(std::ceil(std::max(due.count(), 0.0) * 1e6));
   sd_event_source* made = nullptr;
-  require(sd_event_add_time(
-              loop, &made, CLOCK_MONOTONIC, due, exactly,
-              [](sd_event_source*, std::uint64_t, void* data) {
-                call(data);
-                return 0;
-              },
-              nullptr),
-          "timer");
-  attach(made, std::move(handler));
-  return EventSource(made);
+  require(sd_event_add_time(loop, &made, clock, microseconds, exactly, callHandler, nullptr), "timer");
+  return withHandler(made, std::move(handler));
 }
 
 EventSource EventLoop::onDescriptor(int descriptor, unsigned events, std::function<void()> handler) {
   sd_event_source* made = nullptr;
-  const int result = sd_event_add_io(
-      loop, &made, descriptor, events,
-      [](sd_event_source*, int, std::uint32_t, void* data) {
-        call(data);
-        return 0;
-      },
-      nullptr);
+  const int result = sd_event_add_io(loop, &made, descriptor, events, callHandler, nullptr);
   if (result == -EPERM) return nullptr;
   require(result, "descriptor");
-  attach(made, std::move(handler));
-  return EventSource(made);
+  return withHandler(made, std::move(handler));
 }
 
 void EventLoop::reap(pid_t child) {
-  std::erase_if(unwatched, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
-  sd_event_source* made = nullptr;
-  const int added = sd_event_add_child(
-      loop, &made, child, WEXITED,
-      [](sd_event_source* source, const siginfo_t* ended, void* self) {
-        sd_event_source_set_enabled(source, SD_EVENT_OFF);
-        static_cast<EventLoop*>(self)->children.erase(ended->si_pid);
-        return 0;
-      },
-      this);
-  // Watching a child takes a pidfd, which fails with EMFILE when no descriptor is free.
-  if (added < 0) return unwatched.push_back(child);
-  children[child].reset(made);
+  children.insert(child);
+  reapEnded();  // its SIGCHLD may have been handled before
+}
+
+/// Reaps only the children that were given to `reap`: other code waits for its own. Runs at each SIGCHLD. A
+/// pidfd for each child would need a descriptor, and there may be none left.
+void EventLoop::reapEnded() {
+  std::erase_if(children, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
 }
 
 void EventLoop::reapInherited() {
@@ -354,9 +269,7 @@ void EventLoop::reapInherited() {
 }
 
 void EventLoop::signalChild(pid_t child, int signalNumber) {
-  const bool isOurs =
-      children.contains(child) || std::find(unwatched.begin(), unwatched.end(), child) != unwatched.end();
-  if (isOurs) kill(child, signalNumber);
+  if (children.contains(child)) kill(child, signalNumber);
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
@@ -394,7 +307,7 @@ std::unique_ptr<Timer> EventLoop::scheduleRepeating(Seconds interval, std::funct
 #ifdef KESTRUNE_SHORT_TICKS
   if (const char* seconds = std::getenv("KESTRUNE_TEST_TICK")) interval = Seconds(std::atof(seconds));
 #endif
-  return std::make_unique<LoopTimer>(loop, interval, std::move(action));
+  return std::make_unique<LoopTimer>(*this, interval, std::move(action));
 }
 
 }  // namespace kestrune

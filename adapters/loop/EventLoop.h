@@ -3,10 +3,10 @@
 #include <sys/types.h>
 #include <systemd/sd-event.h>
 
-#include <cstdint>
+#include <ctime>
 #include <functional>
-#include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "ports/Application.h"
@@ -68,14 +68,15 @@ class EventLoop final : public Application, public Dispatch, public Timers {
 
  private:
   class LoopQueue;
+  class LoopTimer;
 
-  EventSource at(std::uint64_t due, std::function<void()> handler);
+  EventSource at(clockid_t clock, Seconds due, std::function<void()> handler);
+  void reapEnded();
 
   sd_event* loop = nullptr;
   std::unique_ptr<LoopQueue> queue;
-  std::unique_ptr<EventSource[]> terminationSignals;
-  std::map<pid_t, EventSource> children;  // given to `reap`
-  std::vector<pid_t> unwatched;           // given to `reap` with no descriptor free; reaped in its next call
+  std::vector<EventSource> signals;
+  std::set<pid_t> children;  // given to `reap`, and not reaped yet
   std::function<void()> beforeTermination;
   bool terminating = false;
 };

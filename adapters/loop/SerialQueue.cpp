@@ -6,17 +6,14 @@
 #include <deque>
 #include <mutex>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::size_t threadNameLimit = 15;  // TASK_COMM_LEN of the kernel, without the NUL
-
-}  // namespace
 
 struct SerialQueue::State : std::enable_shared_from_this<State> {
   State(std::string givenName, Later givenLater) : name(std::move(givenName)), later(std::move(givenLater)) {}
@@ -27,45 +24,39 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   std::condition_variable changed;
   std::deque<Job> jobs;
   bool closed = false;
-  bool busy = false;
-  bool startsLater = false;
-  std::thread thread;
+  bool started = false;  // or will be
 
   /// Call with the lock held. Retries when no thread can be started: callers wait for their jobs.
   void start() {
-    if (thread.joinable() || startsLater || closed) return;
+    if (closed || std::exchange(started, true)) return;
     try {
-      thread = std::thread([self = shared_from_this()] { self->run(); });
+      // Detached: at the end of the process, it may be busy for long.
+      std::thread([self = shared_from_this()] { self->run(); }).detach();
     } catch (const std::system_error& failure) {
-      reportOnce("no thread for commands (" + failure.code().message() + "): they wait");
-      startsLater = true;
+      reportOnce("cannot start a thread for commands (" + failure.code().message() +
+                 "): commands wait until it can be started");
       later([weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) return;
         const std::lock_guard lock(self->mutex);
-        self->startsLater = false;
+        self->started = false;
         self->start();
       });
-      return;
     }
-    pthread_setname_np(thread.native_handle(), name.substr(0, threadNameLimit).c_str());
   }
 
   void run() {
+    pthread_setname_np(pthread_self(), name.substr(0, threadNameLimit).c_str());
     std::unique_lock lock(mutex);
     for (;;) {
       changed.wait(lock, [this] { return closed || !jobs.empty(); });
-      if (jobs.empty()) return;
-      {
-        const Job job = std::move(jobs.front());
-        jobs.pop_front();
-        busy = true;
-        lock.unlock();
-        job();
-        // Destroy the job before `busy` becomes false: it may hold the last reference to the queue's owner.
-      }
+      if (closed) return;
+      Job job = std::move(jobs.front());
+      jobs.pop_front();
+      lock.unlock();
+      job();
+      job = nullptr;  // while the mutex is free: the destructor of a capture may post another job
       lock.lock();
-      busy = false;
     }
   }
 };
@@ -75,17 +66,6 @@ SerialQueue::SerialQueue(std::string label, Later later)
 
 SerialQueue::~SerialQueue() {
   close();
-  bool busy = false;
-  {
-    const std::lock_guard lock(state->mutex);
-    busy = state->busy;
-  }
-  if (!state->thread.joinable()) return;
-  if (busy) {
-    state->thread.detach();
-  } else {
-    state->thread.join();
-  }
 }
 
 void SerialQueue::async(Job job) {

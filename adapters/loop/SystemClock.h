@@ -1,16 +1,26 @@
 #pragma once
 
+#include <ctime>
+#include <thread>
+
 #include "ports/Clock.h"
 
 namespace kestrune {
 
-/// The clocks of this machine: CLOCK_MONOTONIC, CLOCK_BOOTTIME and the calendar.
+/// The present time of a clock of this machine.
+inline Seconds timeOf(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// The clocks of this machine.
 class SystemClock final : public Clock {
  public:
-  Seconds awakeTime() const override;
-  Seconds continuousTime() const override;
-  std::int64_t calendarTime() const override;
-  void sleep(Seconds duration) override;
+  Seconds awakeTime() const override { return timeOf(CLOCK_MONOTONIC); }
+  Seconds continuousTime() const override { return timeOf(CLOCK_BOOTTIME); }
+  std::int64_t calendarTime() const override { return std::time(nullptr); }
+  void sleep(Seconds duration) override { std::this_thread::sleep_for(duration); }
 };
 
 }  // namespace kestrune

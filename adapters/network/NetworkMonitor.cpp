@@ -1,22 +1,20 @@
 #include "adapters/network/NetworkMonitor.h"
 
-#include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
-#include "adapters/network/PathLookup.h"
+#include "adapters/network/RouteLookup.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
 namespace {
 
-constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
@@ -25,22 +23,18 @@ constexpr Seconds longestRetry{64.0};
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 
-struct SocketCloser {
-  void operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
-};
-
 }  // namespace
 
 class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
  public:
-  explicit Monitor(const NetworkMonitors& monitors) : parts(monitors), reports(monitors.timing) {}
+  explicit Monitor(const NetworkMonitors& monitors) : parts(monitors), decision(monitors.timing) {}
   ~Monitor() override { cancel(); }
 
   void start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) override {
     queue = &givenQueue;
     onUpdate = std::make_shared<std::function<void(NetworkPath)>>(std::move(givenOnUpdate));
     parts.bus.add(*this);
-    reports.notice(parts.clock.awakeTime());
+    decision.notice(parts.clock.awakeTime());
     act();
   }
 
@@ -50,91 +44,64 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     sleepSignal.reset();
     timer.reset();
     retry.reset();
-    close();
+    stopListening();
   }
 
  private:
   void act() {
     const Seconds now = parts.clock.awakeTime();
-    if (reports.beginQuestion(now)) {
-      ask();
+    if (decision.isQuestionDue(now)) {
+      ask(now);
     } else {
-      report(reports.takeReport(now));
+      report(decision.takeReport(now));
     }
     wait();
   }
 
   void wait() {
-    // During a burst, close the socket until the next lookup opens another: a burst of any length wakes the
-    // process only twice.
-    if (reports.isInBurst() && !lookup) close();
     timer.reset();
-    if (const auto due = reports.due())
+    if (const auto due = decision.due())
       timer = parts.loop.after(*due - parts.clock.awakeTime(), [this] { act(); });
   }
 
   void notice() {
-    reports.notice(parts.clock.awakeTime());
+    // Not needed until the next question: a burst of any length wakes the process only twice.
+    stopListening();
+    decision.notice(parts.clock.awakeTime());
     wait();
   }
 
-  void ask() {
-    // Subscribe before asking, so that no change is missed in between.
-    if (const int error = open(); error != 0) return endQuestion(error);
-    lookup.emplace(mnl_socket_get_portid(socket.get()), [this](const nlmsghdr& request) {
-      return mnl_socket_sendto(socket.get(), &request, request.nlmsg_len) < 0 ? errno : 0;
-    });
-    if (lookup->isOver()) endQuestion(0);
-  }
-
-  /// Opens an rtnetlink socket that receives changes from now on. Returns 0 or an errno value.
-  int open() {
-    socket.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) return errno;
-    for (int group : groups) {
-      if (mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
-        return errno;
-    }
-    readable = parts.loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { receive(); });
-    return 0;
-  }
-
-  void close() {
-    lookup.reset();
-    readable.reset();
-    socket.reset();
-  }
-
-  void receive() {
-    alignas(nlmsghdr) std::array<char, datagramSize> buffer;
-    const auto size = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
-    const int error = size < 0 ? errno : 0;
-    if (error == EAGAIN || error == EINTR) return;
-    if (!lookup) return notice();  // also for ENOBUFS: messages were lost
-    if (error == 0 && lookup->take(buffer.data(), static_cast<std::size_t>(size))) notice();
-    if (error != 0 || lookup->isOver()) endQuestion(error);
-    wait();
-  }
-
-  /// `error` is 0, or the errno of opening the socket, sending or receiving.
-  void endQuestion(int error) {
-    const auto answer = error == 0 ? lookup->path(parts.devices) : std::nullopt;
-    if (error == 0) error = lookup->refusal();
-    lookup.reset();
-    report(reports.endQuestion(answer, parts.clock.awakeTime()));
+  void ask(Seconds now) {
+    // Listen before asking, so that no change is missed in between.
+    const auto answer = listen() ? lookUpRoute(parts.devices) : Result<RoutedPath>(Failure{describe(errno)});
+    report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
     if (answer) {
       retry.reset();
       retryDelay = firstRetry;
       return;
     }
-    close();
-    if (error != ENOBUFS) {
-      reportOnce(std::string("the routes cannot be read (") + std::strerror(error) +
-                 "): changes of the network go unnoticed");
-    }
+    stopListening();
+    reportOnce("cannot read routes over netlink (" + answer.reason() + "): network changes are not noticed");
     // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
     retry = parts.loop.after(retryDelay, [this] { notice(); });
     retryDelay = std::min(retryDelay * 2, longestRetry);
+  }
+
+  /// Opens an rtnetlink socket that receives changes from now on. False with errno set on failure.
+  bool listen() {
+    socket = openRtnetlink();
+    if (!socket) return false;
+    for (int group : groups) {
+      if (mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
+        return false;
+    }
+    changed = parts.loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
+    return true;
+  }
+
+  void stopListening() {
+    changed.reset();
+    socket.reset();
   }
 
   void report(std::optional<NetworkPath> path) {
@@ -164,18 +131,18 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void resumed() {
-    reports.resume(parts.clock.awakeTime());
+    stopListening();
+    decision.resume(parts.clock.awakeTime());
     wait();
   }
 
   const NetworkMonitors parts;
   DispatchQueue* queue = nullptr;
   std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the jobs on the queue
-  PathReports reports;
+  NetworkDecision decision;
   BusSlot sleepSignal;
-  std::unique_ptr<mnl_socket, SocketCloser> socket;
-  std::optional<PathLookup> lookup;  // while a question is open
-  EventSource readable;
+  NetlinkSocket socket;
+  EventSource changed;
   EventSource timer;
   EventSource retry;
   Seconds retryDelay = firstRetry;  // after the next failure

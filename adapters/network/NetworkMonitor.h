@@ -4,17 +4,17 @@
 #include <string>
 
 #include "adapters/bus/SessionBus.h"
-#include "adapters/network/PathReports.h"
+#include "adapters/network/NetworkDecision.h"
 #include "ports/Clock.h"
 #include "ports/PathMonitor.h"
 
 namespace kestrune {
 
-/// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. They
-/// ask the kernel over rtnetlink (`PathLookup`) after each burst of messages and after each resume
-/// (PrepareForSleep of logind), and report what `PathReports` decides. When the kernel refuses to answer,
-/// they report a satisfied path without a type, print the error on standard error, and ask again with growing
-/// delays. Main thread.
+/// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. A
+/// monitor asks the kernel (`lookUpRoute`) after each burst of rtnetlink messages and after each resume
+/// (PrepareForSleep of logind), and reports what `NetworkDecision` decides. When the kernel refuses to
+/// answer, it reports a satisfied path without a type, prints the error on standard error, and asks again
+/// with growing delays. Main thread.
 class NetworkMonitors final : public PathMonitors {
  public:
   /// `devices` is a folder like /sys/class/net. The references outlive this and the monitors.

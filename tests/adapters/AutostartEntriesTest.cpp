@@ -20,7 +20,7 @@ namespace {
 
 constexpr auto label = "com.example.client";
 
-/// Names of folders that a command line of an entry can hold, and others.
+/// Folder names that can be quoted in Exec, and names that cannot.
 const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|c&d<e>f*? [x] {y} #hash ~ (z)!"};
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};
@@ -41,7 +41,7 @@ struct AutostartEntriesTest : FileTest {
 
   void put(const std::string& text) const { testing::put(path, text); }
 
-  /// A program that notes in which repository and how it was called.
+  /// A program that writes its repository and its arguments to the file $NOTES.
   std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
     fs::create_directories(home.file(below));
     const std::string file = home.file(below) + "/" + name;
@@ -52,7 +52,7 @@ struct AutostartEntriesTest : FileTest {
     return file;
   }
 
-  /// What it has noted when the command, which waits for no program, has started it.
+  /// What the program has written after `command` has started it without waiting for it.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
     unlink(notes.c_str());
@@ -72,7 +72,7 @@ struct AutostartEntriesTest : FileTest {
   }
 };
 
-TEST_F(AutostartEntriesTest, StartTheProgramInItsRepositoryWithoutAWindow) {
+TEST_F(AutostartEntriesTest, EntryStartsTheProgramInTheBackground) {
   EXPECT_EQ(agents.document(label, "/opt/client", "/home/u/repo"),
             "[Desktop Entry]\n"
             "Type=Application\n"
@@ -88,7 +88,7 @@ TEST_F(AutostartEntriesTest, StartTheProgramInItsRepositoryWithoutAWindow) {
             "X-GNOME-Autostart-enabled=true\n");
 }
 
-TEST_F(AutostartEntriesTest, AreValid) {
+TEST_F(AutostartEntriesTest, EntriesAreValidDesktopEntries) {
   for (const bool named : {false, true}) {
     if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
     for (const auto& name : allNames()) {
@@ -102,7 +102,7 @@ TEST_F(AutostartEntriesTest, AreValid) {
   }
 }
 
-TEST_F(AutostartEntriesTest, AreRefusedForAPathThatCannotBeQuoted) {
+TEST_F(AutostartEntriesTest, PathThatCannotBeQuotedIsRefused) {
   for (const auto& name : otherNames) {
     EXPECT_FALSE(agents.document(label, home.file(name) + "/KestruneMenuClient", "/repo")) << name;
   }
@@ -110,7 +110,7 @@ TEST_F(AutostartEntriesTest, AreRefusedForAPathThatCannotBeQuoted) {
   EXPECT_FALSE(agents.document(label, "/opt/KestruneMenuClient", "/not\xFFtext"));
 }
 
-TEST_F(AutostartEntriesTest, AreRunAsTheyAreMeant) {
+TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
   for (const bool named : {false, true}) {
     if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
     for (const auto& name : allNames()) {
@@ -121,7 +121,7 @@ TEST_F(AutostartEntriesTest, AreRunAsTheyAreMeant) {
       put(*agents.document(label, executable, repo));
       EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
-      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // beyond that one
+      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot handle these
       EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
     }
@@ -130,7 +130,7 @@ TEST_F(AutostartEntriesTest, AreRunAsTheyAreMeant) {
 
 // --- switched on or off
 
-TEST_F(AutostartEntriesTest, CountAsNoneWhenADesktopHasSwitchedThemOff) {
+TEST_F(AutostartEntriesTest, EntrySwitchedOffByTheDesktopIsNotRegistered) {
   const std::string entry = *agents.document(label, "/opt/client", "/repo");
   put(entry);
   EXPECT_TRUE(agents.isRegistered(label));
@@ -142,7 +142,7 @@ TEST_F(AutostartEntriesTest, CountAsNoneWhenADesktopHasSwitchedThemOff) {
   EXPECT_FALSE(agents.isRegistered(label));
 }
 
-TEST_F(AutostartEntriesTest, CountWhenOnlySomethingElseIsSwitchedOff) {
+TEST_F(AutostartEntriesTest, EntryStaysRegisteredWhenOtherKeysAreSet) {
   for (const std::string on :
        {"[Desktop Entry]\n", "[Desktop Entry]\nHidden=false\n", "[Desktop Entry]\n#Hidden=true\n",
         "[Desktop Entry]\nNoDisplay=true\n", "[Desktop Entry]\n[Desktop Action a]\nHidden=true\n",
@@ -152,7 +152,7 @@ TEST_F(AutostartEntriesTest, CountWhenOnlySomethingElseIsSwitchedOff) {
   }
 }
 
-TEST_F(AutostartEntriesTest, CountAsFarAsTheyAreFiles) {
+TEST_F(AutostartEntriesTest, FolderOrLinkToDevNullIsNotRegistered) {
   fs::create_symlink("/dev/null", path);
   EXPECT_FALSE(agents.isRegistered(label));
   ASSERT_EQ(writeFileAtomically(path, *agents.document(label, "/program", "/repository")), std::error_code());
@@ -167,7 +167,7 @@ TEST_F(AutostartEntriesTest, CountAsFarAsTheyAreFiles) {
 
 // --- repair
 
-TEST_F(AutostartEntriesTest, AreLedToTheRunningProgramWhenTheirOwnIsGone) {
+TEST_F(AutostartEntriesTest, RepairReplacesAProgramThatIsGone) {
   for (const auto& name : plainNames) {
     const std::string gone = home.file(name) + "/old/KestruneMenuClient";
     const std::string present = program(name + "/new");
@@ -181,7 +181,7 @@ TEST_F(AutostartEntriesTest, AreLedToTheRunningProgramWhenTheirOwnIsGone) {
   }
 }
 
-TEST_F(AutostartEntriesTest, AreLedToThePresentRepositoryWhenTheirOwnIsGone) {
+TEST_F(AutostartEntriesTest, RepairReplacesARepositoryThatIsGone) {
   const std::string present = program("new");
   for (const bool named : {false, true}) {
     for (const auto& name : allNames()) {
@@ -196,7 +196,7 @@ TEST_F(AutostartEntriesTest, AreLedToThePresentRepositoryWhenTheirOwnIsGone) {
   }
 }
 
-TEST_F(AutostartEntriesTest, StayAsTheyAreOtherwise) {
+TEST_F(AutostartEntriesTest, RepairLeavesOtherEntriesAlone) {
   const std::string there = program("there");
   const std::string gone = home.file("gone") + "/KestruneMenuClient";
   const std::string building = program("tree/build/release");
@@ -228,7 +228,7 @@ TEST_F(AutostartEntriesTest, StayAsTheyAreOtherwise) {
   EXPECT_FALSE(fs::exists(path)) << "made where there is none";
 }
 
-TEST_F(AutostartEntriesTest, KeepWhatTheUserMadeOfThemWhenTheyAreRepaired) {
+TEST_F(AutostartEntriesTest, RepairKeepsTheChangesOfTheUser) {
   bundle.executable = program("there");
   const std::string gone = home.file("gone") + "/KestruneMenuClient";
   put("# mine\n[Desktop Entry]\nHidden=true\nExec=nice \"" + gone + "\" --background\nTryExec=" + gone +
@@ -241,28 +241,16 @@ TEST_F(AutostartEntriesTest, KeepWhatTheUserMadeOfThemWhenTheyAreRepaired) {
   EXPECT_FALSE(agents.isRegistered(label));
 }
 
-// --- as the agents of launchd have it
-
-/// `enter` makes the file of the label.
-void expectOnlyThatFileToCount(const LaunchAgents& agents, const std::function<void()>& enter) {
-  EXPECT_FALSE(agents.isRegistered(label));
-  enter();
-  EXPECT_TRUE(agents.isRegistered(label));
-  EXPECT_FALSE(agents.isRegistered("com.example"));
-  EXPECT_FALSE(agents.isRegistered("com.example.client.other"));
-}
-
-TEST_F(AutostartEntriesTest, CountAsSoonAsTheyAreThere) {
-  expectOnlyThatFileToCount(agents, [this] { put("[Desktop Entry]\n"); });
-}
-
-TEST(LaunchdAgents, CountAsSoonAsTheyAreThere) {
+TEST(LaunchdAgents, OnlyTheFileOfTheLabelCounts) {
   std::set<std::string> files;
   const LaunchdAgents agents("/home/u", [&files](const std::string& path) { return files.contains(path); });
-  expectOnlyThatFileToCount(agents, [&] { files.insert(agents.path(label)); });
+  EXPECT_FALSE(agents.isRegistered(label));
+  files.insert(agents.path(label));
+  EXPECT_TRUE(agents.isRegistered(label));
+  EXPECT_FALSE(agents.isRegistered("com.example"));
 }
 
-TEST_F(AutostartEntriesTest, AreReadWhereThereIsADesktop) {
+TEST_F(AutostartEntriesTest, EntriesAreReadOnlyWhereADesktopIsInstalled) {
   const AutostartEntries entries(home.file("autostart"), bundle, {home.file("data"), home.file("usr")});
   EXPECT_FALSE(entries.areRead());
   fs::create_directories(home.file("usr/wayland-sessions"));

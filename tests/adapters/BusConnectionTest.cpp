@@ -16,9 +16,9 @@ namespace kestrune::testing {
 namespace {
 
 using BusConnection = EmptyDesk;
-constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
+constexpr Seconds atOnce{5.0};  // a call that blocks on a stopped bus takes 25 s
 
-TEST_F(BusConnection, TellsItsClientsOnceThatItIsThereAndThatItEnds) {
+TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   daemon.start();
   const StandardErrorText errors;
   BusProbe removed, late;
@@ -41,7 +41,7 @@ TEST_F(BusConnection, TellsItsClientsOnceThatItIsThereAndThatItEnds) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(BusConnection, IsMadeAnewOnceAfterEachEndOfTheBus) {
+TEST_F(BusConnection, ReconnectsOnceAfterEachRestartOfTheBus) {
   daemon.start();
   bus.connect();
   probe.catchUp(loop);
@@ -54,7 +54,7 @@ TEST_F(BusConnection, IsMadeAnewOnceAfterEachEndOfTheBus) {
   }
 }
 
-TEST_F(BusConnection, IsFoundWhenTheBusStartsLater) {
+TEST_F(BusConnection, ConnectsToABusThatStartsLater) {
   bus.connect();
   EXPECT_FALSE(bus.isConnected());
   EXPECT_EQ(probe.connections, 0);
@@ -65,7 +65,7 @@ TEST_F(BusConnection, IsFoundWhenTheBusStartsLater) {
   EXPECT_EQ(probe.losses, 0);
 }
 
-TEST_F(BusConnection, DoesNotWaitForABusThatHasStopped) {
+TEST_F(BusConnection, DoesNotBlockOnAStoppedBus) {
   daemon.start();
   daemon.freeze();
   EXPECT_LT(durationOf([this] { bus.connect(); }), atOnce);
@@ -75,7 +75,7 @@ TEST_F(BusConnection, DoesNotWaitForABusThatHasStopped) {
   EXPECT_EQ(probe.connections, 1);
 }
 
-TEST_F(BusConnection, IsMadeAnewWhenTheBusEndsBeforeItAnswers) {
+TEST_F(BusConnection, ReconnectsWhenTheBusEndsBeforeItAnswers) {
   daemon.start();
   daemon.freeze();
   bus.connect();
@@ -86,7 +86,7 @@ TEST_F(BusConnection, IsMadeAnewWhenTheBusEndsBeforeItAnswers) {
   probe.catchUp(loop);
 }
 
-TEST_F(BusConnection, IsTriedEverMoreRarelyWhereNobodyAnswers) {
+TEST_F(BusConnection, RetryDelayGrowsWhileNobodyAnswers) {
   const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const std::string path = daemon.address().substr(std::strlen("unix:path="));
   sockaddr_un address{};
@@ -101,11 +101,11 @@ TEST_F(BusConnection, IsTriedEverMoreRarelyWhereNobodyAnswers) {
   });
   bus.connect();
   ASSERT_TRUE(comesTrue(loop, [&attempts] { return attempts.size() == 4; }));
-  // Three pauses, each twice as long as the one before.
+  // Delays of 0.1, 0.2 and 0.4 s.
   EXPECT_GT(Seconds(attempts.back() - attempts.front()), Seconds{0.5});
 }
 
-TEST_F(BusConnection, OfTheMachineIsAnother) {
+TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
   daemon.start();
   SystemBus machine(loop);
   BusProbe client;
@@ -120,8 +120,8 @@ TEST_F(BusConnection, OfTheMachineIsAnother) {
   machine.remove(client);
 }
 
-TEST_F(BusConnection, SaysOnceThatThereIsNone) {
-  // A fault of its own: one that this process has said before would not be said again.
+TEST_F(BusConnection, MissingBusIsReportedOnce) {
+  // In its own process with its own error: reportOnce prints a message once per process.
   const ScratchFolder folder;
   std::ofstream(folder.file("file")) << "not a folder";
   ForkedProgram program([&folder](const ForkedProgram::Say& say) {
@@ -139,12 +139,12 @@ TEST_F(BusConnection, SaysOnceThatThereIsNone) {
   EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
 }
 
-// --- questions
+// --- BusInquiry
 
 constexpr auto serviceName = "org.example.Service";
 using Outcome = BusInquiry::Outcome;
 
-struct BusInquiryOutcome : ::testing::Test {
+struct BusInquiryTest : ::testing::Test {
   void SetUp() override {
     daemon.start();
     bus.connect();
@@ -173,7 +173,7 @@ struct BusInquiryOutcome : ::testing::Test {
   std::vector<Outcome> outcomes;
 };
 
-TEST_F(BusInquiryOutcome, IsNobodyAnAnswerOrARefusal) {
+TEST_F(BusInquiryTest, TellsAnswersRefusalsAndMissingServicesApart) {
   ask();
   EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::nobodyThere});
   serve([](sd_bus_message* call) { return sd_bus_reply_method_return(call, "") >= 0; });
@@ -184,7 +184,7 @@ TEST_F(BusInquiryOutcome, IsNobodyAnAnswerOrARefusal) {
   EXPECT_EQ(outcomesAtLast().back(), Outcome::refused);
 }
 
-TEST_F(BusInquiryOutcome, IsNoAnswerOfOneThatGoesWithTheQuestion) {
+TEST_F(BusInquiryTest, ServiceThatLeavesTheBusCountsAsUnanswered) {
   serve(StubService::saysNothing());
   ask();
   ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return !service->calls().empty(); }));
@@ -193,7 +193,7 @@ TEST_F(BusInquiryOutcome, IsNoAnswerOfOneThatGoesWithTheQuestion) {
   EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
 }
 
-TEST_F(BusInquiryOutcome, IsNoAnswerOfOneThatIsTooLate) {
+TEST_F(BusInquiryTest, TimeoutCountsAsUnanswered) {
   BusProbe probe;
   bus.add(probe);
   probe.catchUp(loop);

@@ -12,7 +12,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// Far more than anything here should take, far less than what it must not wait for.
+// Longer than any step here takes, shorter than the 60 s of the descendants.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -24,21 +24,11 @@ struct ChildOutput : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(ChildOutput, PutsStandardOutputBeforeStandardErrorWhateverCameFirst) {
+TEST_F(ChildOutput, StandardOutputComesBeforeStandardError) {
   EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");
 }
 
-TEST_F(ChildOutput, KeepsEveryByte) {
-  EXPECT_EQ(outputOf({"bytes", "00fff0410a00"}), std::string("\0\xff\xf0"
-                                                             "A\n\0",
-                                                             6));
-}
-
-TEST_F(ChildOutput, IsReadOnWhileTheChildWritesMoreThanAPipeHolds) {
-  EXPECT_EQ(outputOf({"flood", "1000000", "flood-err", "1000000"}), std::string(2000000, 'x'));
-}
-
-/// Looks again and again whether the child runs, as the runner does, until `condition` holds.
+/// Calls isRunning() repeatedly, as the runner does, until `condition` holds.
 bool comesTrueWhileWatched(Process& child, const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (child.isRunning() && !condition() && std::chrono::steady_clock::now() < deadline) sched_yield();
@@ -49,7 +39,7 @@ bool endsWhileWatched(Process& child) {
   return comesTrueWhileWatched(child, [&child] { return !child.isRunning(); });
 }
 
-TEST_F(ChildOutput, Has64KiBOfRoomHoweverLittleAPipeHolds) {
+TEST_F(ChildOutput, ChildCanWrite64KiBToASmallPipe) {
   for (const char* const size : {"4096", "8192", "65536"}) {
     const auto child = launch({"narrow", size, "flood", "65536", "of", "y", "flood-err", "65536"});
     EXPECT_TRUE(endsWhileWatched(*child)) << size;
@@ -57,8 +47,8 @@ TEST_F(ChildOutput, Has64KiBOfRoomHoweverLittleAPipeHolds) {
   }
 }
 
-TEST_F(ChildOutput, Has64KiBOfRoomForManySmallWrites) {
-  // A page of a pipe keeps what is left of it when the next write does not fit.
+TEST_F(ChildOutput, ChildCanWrite64KiBInSmallWrites) {
+  // The kernel starts a new page of the pipe when a write does not fit into the current one.
   const std::string half(2049, 'x');
   Arguments arguments;
   for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {
@@ -69,7 +59,7 @@ TEST_F(ChildOutput, Has64KiBOfRoomForManySmallWrites) {
   EXPECT_EQ(child->readOutput(Seconds{0}).size(), arguments.size() / 2 * half.size());
 }
 
-TEST_F(ChildOutput, HasNoMoreRoomThan64KiBAndAPage) {
+TEST_F(ChildOutput, ChildBlocksAfter64KiBAndAPage) {
   for (const std::string size : {"4096", "8192", "65536"}) {
     const Milestone written(folder.file(size));
     const auto child = launch({"narrow", size, "flood", "65536", "touch", written.path, "flood", "1000000"});
@@ -84,15 +74,15 @@ TEST_F(ChildOutput, HasNoMoreRoomThan64KiBAndAPage) {
   }
 }
 
-TEST_F(ChildOutput, StopsAtTheLimitAndNotBefore) {
+TEST_F(ChildOutput, OutputIsCutAtTheLimit) {
   for (const std::string more : {"0", "100000"}) {
     EXPECT_EQ(outputOf({"flood", std::to_string(limit), "flood", more}), std::string(limit, 'x')) << more;
   }
 }
 
-TEST_F(ChildOutput, IsCutBetweenCharacters) {
+TEST_F(ChildOutput, OutputIsCutBetweenCharacters) {
   for (const std::string character : {"é", "字", "🟢"}) {
-    // One byte first moves the limit into the middle of a character, whatever its size.
+    // The first byte makes the limit fall into the middle of a character of any size.
     const std::string output = outputOf({"out", "x", "of", character, "flood", std::to_string(limit)});
     const std::size_t whole = (limit - 1) / character.size();
     EXPECT_EQ(output.size(), 1 + whole * character.size()) << character;
@@ -100,14 +90,14 @@ TEST_F(ChildOutput, IsCutBetweenCharacters) {
   }
 }
 
-TEST_F(ChildOutput, TakesOfStandardErrorWhatStandardOutputLeavesOfTheLimit) {
+TEST_F(ChildOutput, StandardErrorGetsWhatStandardOutputLeavesOfTheLimit) {
   const std::string output = outputOf({"flood", "10000000", "of", "字", "flood-err", "12000000"});
   EXPECT_EQ(output.substr(0, 10000000), std::string(10000000, 'x'));
   EXPECT_EQ(output.size(), 10000000 + (limit - 10000000) / 3 * 3);
   EXPECT_TRUE(output.ends_with("字"));
 }
 
-TEST_F(ChildOutput, WaitsForADescendantNoLongerThanItsPatienceLasts) {
+TEST_F(ChildOutput, ReadingStopsAfterThePatienceWhenADescendantHoldsThePipe) {
   const auto child = launchUpTo({"out", "x\n", "leave", "60", "err", "y\n"}, {});
   std::string output;
   const Seconds duration = durationOf([&] { output = child->readOutput(Seconds{0.1}); });
@@ -121,7 +111,7 @@ TEST_F(ChildOutput, WaitsForADescendantNoLongerThanItsPatienceLasts) {
   EXPECT_EQ(child->terminationStatus(), 0);
 }
 
-TEST_F(ChildOutput, EndsWithTheLastProcessThatCouldWriteMore) {
+TEST_F(ChildOutput, ReadingEndsWithTheLastWriter) {
   const auto child = launchUpTo({"leave", "60"});
   const Seconds duration = durationOf([&] {
     child->terminateGroup();
@@ -131,19 +121,19 @@ TEST_F(ChildOutput, EndsWithTheLastProcessThatCouldWriteMore) {
   EXPECT_TRUE(ends(*child));
 }
 
-TEST_F(ChildOutput, IsNotReadForEverWhenADescendantWritesWithoutEnd) {
+TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
   for (const Seconds each : {Seconds{0}, Seconds{0.1}}) {
     const auto child = launch({"leave-flooding", "60"});
     ASSERT_TRUE(ends(*child));
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // Nobody reads any more, of which it dies.
+    // SIGPIPE ends it: the read ends are closed.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }
 
-/// The most memory that this process has had since it last was told to count anew, in bytes.
+/// The peak memory (VmHWM) in bytes since the last write to clear_refs.
 std::size_t peakMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -152,7 +142,7 @@ std::size_t peakMemory() {
   return 0;
 }
 
-TEST_F(ChildOutput, TakesNoMoreMemoryThanTheLimitNeeds) {
+TEST_F(ChildOutput, MemoryStaysBoundedWhenTheChildWritesMuch) {
   std::ofstream("/proc/self/clear_refs") << 5;
   const std::size_t before = peakMemory();
   ASSERT_GT(before, 0U);

@@ -18,14 +18,14 @@ namespace kestrune::testing {
 namespace {
 
 struct ChildProcess : ::testing::Test, RealChildren {
-  /// Whether this process has children, the ended ones that nobody reaped included.
+  /// Whether this process has children, including zombies.
   static bool hasChildren() {
     siginfo_t ignored{};
     return waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
   }
 };
 
-TEST_F(ChildProcess, ExitsInItsOwnWayWhenItIsAskedTo) {
+TEST_F(ChildProcess, HandlesSIGTERMItself) {
   const auto child = launchUpTo({"on-term", "bye"});
   child->terminate();
   ASSERT_TRUE(ends(*child));
@@ -33,7 +33,7 @@ TEST_F(ChildProcess, ExitsInItsOwnWayWhenItIsAskedTo) {
   EXPECT_EQ(child->readOutput(Seconds{0}), "bye");
 }
 
-TEST_F(ChildProcess, IsReapedAtALaterLaunchWhenNobodyLookedAfterIt) {
+TEST_F(ChildProcess, AbandonedChildIsReapedAtTheNextLaunch) {
   auto child = launchUpTo({"ids"});
   const pid_t pid = numberBehind(child->readOutput(Seconds{0}), "pid");
   child.reset();
@@ -45,7 +45,7 @@ TEST_F(ChildProcess, IsReapedAtALaterLaunchWhenNobodyLookedAfterIt) {
   EXPECT_FALSE(hasChildren());
 }
 
-TEST_F(ChildProcess, IsReapedAtOnceWhenItHadEndedBeforeItWasForgotten) {
+TEST_F(ChildProcess, EndedChildIsReapedWhenItsProcessIsDestroyed) {
   auto child = launch({});
   siginfo_t state{};
   ASSERT_EQ(waitid(P_ALL, 0, &state, WEXITED | WNOWAIT), 0);
@@ -53,7 +53,7 @@ TEST_F(ChildProcess, IsReapedAtOnceWhenItHadEndedBeforeItWasForgotten) {
   EXPECT_FALSE(hasChildren());
 }
 
-TEST_F(ChildProcess, IsTheOnlyOneThatIsReaped) {
+TEST_F(ChildProcess, ChildrenOfOthersAreNotReaped) {
   const pid_t stranger = fork();
   if (stranger == 0) _exit(5);
   siginfo_t state{};
@@ -66,7 +66,7 @@ TEST_F(ChildProcess, IsTheOnlyOneThatIsReaped) {
   EXPECT_EQ(WEXITSTATUS(status), 5);
 }
 
-TEST_F(ChildProcess, OutlivesThoseWhoLaunchedIt) {
+TEST_F(ChildProcess, ProcessOutlivesChildProcesses) {
   auto others = std::make_unique<ChildProcesses>();
   const auto child = std::move(*others->launch(TEST_CHILD, {"out", "x", "pause"}));
   others.reset();
@@ -75,7 +75,7 @@ TEST_F(ChildProcess, OutlivesThoseWhoLaunchedIt) {
   EXPECT_TRUE(ends(*child));
 }
 
-TEST_F(ChildProcess, EndsItsDescendantsWithItsGroupAlsoWhenItHasEndedItself) {
+TEST_F(ChildProcess, TerminateGroupEndsDescendantsOfAnEndedChild) {
   const auto child = launch({"ids", "leave", "60"});
   ASSERT_TRUE(ends(*child));
   const pid_t group = numberBehind(child->readOutput(Seconds{0.05}), "pgid");
@@ -84,7 +84,7 @@ TEST_F(ChildProcess, EndsItsDescendantsWithItsGroupAlsoWhenItHasEndedItself) {
   EXPECT_TRUE(groupEnds(group));
 }
 
-TEST_F(ChildProcess, SparesDescendantsInASessionOfTheirOwn) {
+TEST_F(ChildProcess, TerminateGroupSparesDescendantsInOtherSessions) {
   const auto child = launch({"leave-session", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));
@@ -92,7 +92,7 @@ TEST_F(ChildProcess, SparesDescendantsInASessionOfTheirOwn) {
   EXPECT_TRUE(service.runs());
 }
 
-TEST_F(ChildProcess, ThatCannotStartIsDescribedInTheWordsOfTheSystem) {
+TEST_F(ChildProcess, FailedLaunchHasTheSystemsErrorMessage) {
   const auto expect = [this](int error, const std::string& executable, const std::string& argument = {}) {
     EXPECT_EQ(processes.launch(executable, {argument}).reason(), std::strerror(error)) << executable;
   };
@@ -104,13 +104,7 @@ TEST_F(ChildProcess, ThatCannotStartIsDescribedInTheWordsOfTheSystem) {
   expect(E2BIG, TEST_CHILD, std::string(std::size_t{1} << 20, 'x'));
 }
 
-TEST_F(ChildProcess, GetsTheArgumentsAsTheyAre) {
-  const auto child = launch({"out", "two words ", "out", "", "out", "'\"$HOME*\n"});
-  EXPECT_EQ(child->readOutput(patience), "two words '\"$HOME*\n");
-  EXPECT_TRUE(ends(*child));
-}
-
-TEST_F(ChildProcess, CanBeLaunchedByManyThreadsAtOnce) {
+TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   std::atomic<int> successes = 0;
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 4; ++thread) {
@@ -118,7 +112,7 @@ TEST_F(ChildProcess, CanBeLaunchedByManyThreadsAtOnce) {
       for (int i = 0; i < 5; ++i) {
         const std::string text = std::to_string(thread * 100 + i);
         const auto child = launch({"out", text, "exit", "0"});
-        // The end of its pipes, which no sibling may hold open, is all that there is to wait for.
+        // Fails if a sibling inherited a write end of this child's pipes.
         if (child->readOutput(patience) != text) continue;
         while (child->isRunning()) std::this_thread::yield();
         if (child->terminationStatus() == 0) ++successes;
@@ -130,19 +124,19 @@ TEST_F(ChildProcess, CanBeLaunchedByManyThreadsAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- once the end has begun
+// --- after reserveForThisThread
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 
-TEST_F(ReservedProcesses, EndTheWholeGroupOfAChild) {
+TEST_F(ReservedProcesses, WholeGroupOfAChildIsKilled) {
   const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
   processes.reserveForThisThread();
   EXPECT_TRUE(ends(*child));
-  // The pipes end with the last process that holds them.
+  // The output ends when the last process that holds a write end has ended.
   EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
 }
 
-TEST_F(ReservedProcesses, EndAChildThatWasGivenUp) {
+TEST_F(ReservedProcesses, AbandonedChildIsKilled) {
   auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "ignore", std::to_string(SIGINT)});
   const Leftover givenUp(numberBehind(child->readOutput(Seconds{0}), "pid"));
   child->terminate();
@@ -153,7 +147,7 @@ TEST_F(ReservedProcesses, EndAChildThatWasGivenUp) {
   EXPECT_TRUE(kestrune::testing::ends(givenUp.pid));
 }
 
-TEST_F(ReservedProcesses, LaunchForTheThreadThatReservedThemWhicheverItIs) {
+TEST_F(ReservedProcesses, OnlyTheReservingThreadCanLaunch) {
   std::thread([&] {
     processes.reserveForThisThread();
     const auto child = launch({"out", "here"});
@@ -162,7 +156,7 @@ TEST_F(ReservedProcesses, LaunchForTheThreadThatReservedThemWhicheverItIs) {
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
 }
 
-TEST_F(ReservedProcesses, LeaveThoseAloneThatHaveEnded) {
+TEST_F(ReservedProcesses, DescendantsOfAnEndedChildAreSpared) {
   const auto child = launch({"ids", "leave-session", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));
@@ -187,17 +181,17 @@ struct ChildInheritance : ::testing::Test, RealChildren {
   using Signals = std::bitset<64>;
   inline static const Signals none;
 
-  /// The signals of that kind that the kernel knows of the child, the first at 0.
+  /// The child's signal mask of that kind in /proc/PID/status; bit 0 is signal 1.
   Signals signals(const std::string& kind) {
     const std::string all = outputOf({"signals"});
     Signals found = std::stoull(all.substr(all.find(kind + ":\t") + kind.size() + 2), nullptr, 16);
-    // Between the ordinary and the real-time signals lie those that the C library keeps to itself.
+    // glibc keeps the signals from 32 to SIGRTMIN for itself.
     for (int own = 32; own < SIGRTMIN; ++own) found.reset(static_cast<std::size_t>(own - 1));
     return found;
   }
 };
 
-TEST_F(ChildInheritance, HoldsNoDescriptorButTheStandardOnes) {
+TEST_F(ChildInheritance, ChildInheritsOnlyStandardDescriptors) {
   const FileDescriptor low(open("/dev/null", O_RDWR));
   const FileDescriptor high(fcntl(low.get(), F_DUPFD, 900));
   ASSERT_EQ(fcntl(low.get(), F_GETFD), 0) << "must be one that a child inherits";
@@ -205,7 +199,7 @@ TEST_F(ChildInheritance, HoldsNoDescriptorButTheStandardOnes) {
   EXPECT_EQ(outputOf({"descriptors"}), "0 1 2 ");
 }
 
-TEST_F(ChildInheritance, WritesToItsPipesAlsoWhenThisProcessHasNoStandardDescriptors) {
+TEST_F(ChildInheritance, PipesWorkWhenStandardDescriptorsAreClosed) {
   const auto withoutAny = [] {
     RealChildren children;
     const int report = dup(STDERR_FILENO);
@@ -216,7 +210,7 @@ TEST_F(ChildInheritance, WritesToItsPipesAlsoWhenThisProcessHasNoStandardDescrip
   EXPECT_EXIT(withoutAny(), ExitedWithCode(0), "");
 }
 
-TEST_F(ChildInheritance, NeitherBlocksNorIgnoresASignal) {
+TEST_F(ChildInheritance, ChildNeitherBlocksNorIgnoresSignals) {
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, nullptr);
@@ -226,7 +220,7 @@ TEST_F(ChildInheritance, NeitherBlocksNorIgnoresASignal) {
   EXPECT_EQ(signals("SigIgn"), none);
 }
 
-TEST_F(ChildInheritance, LeadsASessionAndAGroupOfItsOwn) {
+TEST_F(ChildInheritance, ChildLeadsItsOwnSessionAndGroup) {
   const std::string ids = outputOf({"ids"});
   const pid_t pid = numberBehind(ids, "pid");
   EXPECT_GT(pid, 0);
@@ -234,7 +228,7 @@ TEST_F(ChildInheritance, LeadsASessionAndAGroupOfItsOwn) {
   EXPECT_EQ(numberBehind(ids, "sid"), pid);
 }
 
-TEST_F(ChildInheritance, HasTheEnvironmentAndTheFolderOfThisProcessAsTheyAreAtTheLaunch) {
+TEST_F(ChildInheritance, ChildInheritsEnvironmentAndWorkingDirectory) {
   const ScopedVariable variable("KESTRUNE_TEST_VARIABLE", "a value, 值");
   const std::filesystem::path before = std::filesystem::current_path();
   const std::string here = std::filesystem::canonical(folder.file("."));
@@ -244,7 +238,7 @@ TEST_F(ChildInheritance, HasTheEnvironmentAndTheFolderOfThisProcessAsTheyAreAtTh
   std::filesystem::current_path(before);
 }
 
-TEST_F(ChildInheritance, ReadsTheStandardInputOfThisProcess) {
+TEST_F(ChildInheritance, ChildInheritsStandardInput) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   const FileDescriptor near(ends[1]);

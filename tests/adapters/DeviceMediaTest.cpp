@@ -30,18 +30,18 @@ struct DeviceMediaTest : ::testing::Test {
   ScratchFolder devices;
 };
 
-TEST_F(DeviceMediaTest, TakesEthernetForACable) {
+TEST_F(DeviceMediaTest, EthernetIsWired) {
   add(2, "cable");
-  // Each end of a pair, as a container has one.
+  // One end of a veth pair, as in a container.
   add(3, "pair", "veth");
-  // A folder of another namespace is not believed.
+  // A folder whose IFINDEX differs belongs to another network namespace.
   add(4, "elsewhere");
   pretend("elsewhere", "DEVTYPE=wlan\nINTERFACE=elsewhere\nIFINDEX=7\n");
   for (const unsigned index : {2U, 3U, 4U}) EXPECT_EQ(medium(index), Medium::wired) << index;
   EXPECT_EQ(medium(99), Medium::unknown);
 }
 
-TEST_F(DeviceMediaTest, KnowsWiFiByEachOfItsSigns) {
+TEST_F(DeviceMediaTest, EachSignOfWiFiIsEnough) {
   for (const unsigned index : {2U, 3U, 4U}) add(index, std::to_string(index));
   pretend("2", "", "phy80211");
   pretend("3", "INTERFACE=3\nIFINDEX=3\n", "wireless");
@@ -49,7 +49,7 @@ TEST_F(DeviceMediaTest, KnowsWiFiByEachOfItsSigns) {
   for (const unsigned index : {2U, 3U, 4U}) EXPECT_EQ(medium(index), Medium::wiFi) << index;
 }
 
-TEST_F(DeviceMediaTest, KnowsCellularByEachOfItsSigns) {
+TEST_F(DeviceMediaTest, EachSignOfCellularIsEnough) {
   add(2, "two");
   pretend("two", "DEVTYPE=wwan");
   add(3, "three", "", ARPHRD_PPP);
@@ -60,7 +60,7 @@ TEST_F(DeviceMediaTest, KnowsCellularByEachOfItsSigns) {
   for (const unsigned index : {2U, 3U, 4U, 5U, 6U}) EXPECT_EQ(medium(index), Medium::cellular) << index;
 }
 
-TEST_F(DeviceMediaTest, DoesNotKnowTunnels) {
+TEST_F(DeviceMediaTest, TunnelsAreUnknown) {
   for (const char* const kind : {"tun", "vxlan", "geneve", "gretap", "openvswitch", "kind-of-tomorrow"}) {
     add(2, kind, kind);
     EXPECT_EQ(medium(2), Medium::unknown) << kind;
@@ -77,7 +77,7 @@ TEST_F(DeviceMediaTest, DoesNotKnowTunnels) {
   EXPECT_EQ(medium(3), Medium::unknown);
 }
 
-TEST_F(DeviceMediaTest, LooksBeneathWhatIsStacked) {
+TEST_F(DeviceMediaTest, StackedDeviceHasTheMediumBeneath) {
   add(2, "radio");
   pretend("radio", "DEVTYPE=wlan\n");
   add(3, "vlan", "vlan").lower = 2;
@@ -85,7 +85,7 @@ TEST_F(DeviceMediaTest, LooksBeneathWhatIsStacked) {
   EXPECT_EQ(medium(4), Medium::wiFi);
 }
 
-TEST_F(DeviceMediaTest, EndsInARingOfStackedDevices) {
+TEST_F(DeviceMediaTest, RingOfStackedDevicesEnds) {
   for (const unsigned index : {2U, 3U}) {
     Link& link = add(index, "ring", "macvlan");
     link.lower = 5 - index;
@@ -94,7 +94,7 @@ TEST_F(DeviceMediaTest, EndsInARingOfStackedDevices) {
   EXPECT_EQ(medium(2), Medium::unknown);
 }
 
-TEST_F(DeviceMediaTest, LooksAtTheMembersOfABridgeThatCarry) {
+TEST_F(DeviceMediaTest, BridgeHasTheMediumOfItsUsableMembers) {
   add(2, "bridge", "bridge");
   EXPECT_EQ(medium(2), Medium::unknown);
   pretend("radio", "DEVTYPE=wlan\n");
@@ -107,7 +107,7 @@ TEST_F(DeviceMediaTest, LooksAtTheMembersOfABridgeThatCarry) {
   EXPECT_EQ(medium(2), Medium::wired);
 }
 
-TEST_F(DeviceMediaTest, GoesByTheActiveMemberOfABond) {
+TEST_F(DeviceMediaTest, BondHasTheMediumOfItsActiveMember) {
   pretend("radio", "DEVTYPE=wlan\n");
   add(3, "radio").master = 2;
   add(4, "cable").master = 2;

@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// What jobs wrote down, on whatever thread they ran.
+/// A list that jobs on any thread append to.
 class Record {
  public:
   void add(int entry) {
@@ -52,11 +52,11 @@ using RealMonitor = SerialQueueOf<RealLoop, QueueTarget::mainThread>;
 
 template <typename Harness>
 struct DispatchQueueContract : ::testing::Test {
-  // What a job holds is shared with it, as it may outlive a test that failed.
+  // Shared with the jobs, which may outlive a failed test.
   std::shared_ptr<Record> record = std::make_shared<Record>();
   Harness harness;
 
-  /// Posts a job of which can be told whether it ran, and whether it is gone.
+  /// Posts a job, and shows whether it ran and whether it is destroyed.
   struct Watched {
     std::shared_ptr<std::atomic<bool>> ran = std::make_shared<std::atomic<bool>>(false);
     std::weak_ptr<int> held;
@@ -72,14 +72,14 @@ struct DispatchQueueContract : ::testing::Test {
     return harness.letPassUntil([&] { return watched.held.expired(); });
   }
 
-  /// Until it is opened, the queue runs nothing that is posted behind this.
+  /// Blocks the queue's own thread until it is opened.
   struct Gate {
     std::promise<void> opened;
     void open() { opened.set_value(); }
   };
   std::unique_ptr<Gate> holdUp(DispatchQueue& queue) {
     auto gate = std::make_unique<Gate>();
-    // On the main thread nothing runs before the test lets it.
+    // On the main thread, jobs run only when the test runs the loop.
     if (Harness::ownThread) queue.async([opened = gate->opened.get_future().share()] { opened.wait(); });
     return gate;
   }
@@ -89,7 +89,7 @@ using Queues =
     ::testing::Types<VirtualMain, VirtualWorker, VirtualMonitor, RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(DispatchQueueContract, Queues);
 
-TYPED_TEST(DispatchQueueContract, RunsJobsInTheOrderInWhichTheyWerePosted) {
+TYPED_TEST(DispatchQueueContract, JobsRunInTheOrderOfPosting) {
   std::vector<int> expected(100);
   std::iota(expected.begin(), expected.end(), 0);
   for (const int each : expected) {
@@ -99,7 +99,7 @@ TYPED_TEST(DispatchQueueContract, RunsJobsInTheOrderInWhichTheyWerePosted) {
   EXPECT_EQ(this->record->all(), expected);
 }
 
-TYPED_TEST(DispatchQueueContract, LetsAJobThatHasRunPostAsItGoes) {
+TYPED_TEST(DispatchQueueContract, DestructorOfAJobThatRanMayPost) {
   DispatchQueue& queue = this->harness.queue();
   const auto gate = this->holdUp(queue);
   const auto postAndNote = [&queue, record = this->record](int*) {
@@ -113,7 +113,7 @@ TYPED_TEST(DispatchQueueContract, LetsAJobThatHasRunPostAsItGoes) {
   EXPECT_EQ(this->record->all(), (std::vector{1, 2, 3, 4}));
 }
 
-TYPED_TEST(DispatchQueueContract, DropsWhatHasNotBegunWhenItIsClosed) {
+TYPED_TEST(DispatchQueueContract, CloseDropsWaitingJobs) {
   const auto gate = this->holdUp(this->harness.queue());
   const auto first = this->postWatched(this->harness.queue());
   const auto second = this->postWatched(this->harness.queue());
@@ -125,7 +125,7 @@ TYPED_TEST(DispatchQueueContract, DropsWhatHasNotBegunWhenItIsClosed) {
   EXPECT_FALSE(*second.ran);
 }
 
-TYPED_TEST(DispatchQueueContract, DropsWhatIsPostedAfterItWasClosedOnceOrTwice) {
+TYPED_TEST(DispatchQueueContract, JobsPostedAfterCloseAreDropped) {
   this->harness.queue().close();
   this->harness.queue().close();
   const auto watched = this->postWatched(this->harness.queue());
@@ -133,7 +133,7 @@ TYPED_TEST(DispatchQueueContract, DropsWhatIsPostedAfterItWasClosedOnceOrTwice) 
   EXPECT_FALSE(*watched.ran);
 }
 
-TYPED_TEST(DispatchQueueContract, LetsADroppedJobPostAsItGoes) {
+TYPED_TEST(DispatchQueueContract, DestructorOfADroppedJobMayPost) {
   DispatchQueue& queue = this->harness.queue();
   const auto gate = this->holdUp(queue);
   const auto postAndNote = [&queue, record = this->record](int*) {
@@ -154,7 +154,7 @@ struct MainThreadQueueContract : DispatchQueueContract<Harness> {};
 using MainThreadQueues = ::testing::Types<VirtualMain, VirtualMonitor, RealMain, RealMonitor>;
 TYPED_TEST_SUITE(MainThreadQueueContract, MainThreadQueues);
 
-TYPED_TEST(MainThreadQueueContract, RunsItsJobsOnTheMainThread) {
+TYPED_TEST(MainThreadQueueContract, JobsRunOnTheMainThread) {
   this->harness.queue().async([record = this->record, main = std::this_thread::get_id()] {
     record->add(std::this_thread::get_id() == main);
   });
@@ -163,7 +163,7 @@ TYPED_TEST(MainThreadQueueContract, RunsItsJobsOnTheMainThread) {
   EXPECT_EQ(this->record->all(), std::vector{1});
 }
 
-TYPED_TEST(MainThreadQueueContract, DropsTheJobsBehindTheOneThatClosesIt) {
+TYPED_TEST(MainThreadQueueContract, JobThatClosesTheQueueIsTheLast) {
   DispatchQueue& queue = this->harness.queue();
   queue.async([record = this->record, &queue] {
     queue.close();
@@ -181,7 +181,7 @@ struct SerialQueueContract : DispatchQueueContract<Harness> {};
 using SerialQueues = ::testing::Types<VirtualWorker, VirtualMonitor, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(SerialQueueContract, SerialQueues);
 
-TYPED_TEST(SerialQueueContract, DropsWhatHasNotBegunWhenItIsDestroyed) {
+TYPED_TEST(SerialQueueContract, DestructorDropsWaitingJobs) {
   const auto gate = this->holdUp(this->harness.queue());
   const auto watched = this->postWatched(this->harness.queue());
   this->harness.owned.reset();
@@ -190,7 +190,7 @@ TYPED_TEST(SerialQueueContract, DropsWhatHasNotBegunWhenItIsDestroyed) {
   EXPECT_FALSE(*watched.ran);
 }
 
-TYPED_TEST(SerialQueueContract, MayBeDestroyedByAJobOfItsOwn) {
+TYPED_TEST(SerialQueueContract, JobMayDestroyItsQueue) {
   const auto last = std::make_shared<std::unique_ptr<DispatchQueue>>(std::move(this->harness.owned));
   DispatchQueue& queue = **last;
   queue.async([record = this->record, last] {
@@ -201,7 +201,7 @@ TYPED_TEST(SerialQueueContract, MayBeDestroyedByAJobOfItsOwn) {
   EXPECT_EQ(this->record->all(), std::vector{1});
 }
 
-TYPED_TEST(SerialQueueContract, IsLabelledAndIndependentOfItsSiblings) {
+TYPED_TEST(SerialQueueContract, QueuesHaveLabelsAndAreIndependent) {
   const auto sibling =
       this->harness.loop.makeSerialQueue("another", QualityOfService::userInitiated, QueueTarget::ownThread);
   EXPECT_EQ(this->harness.queue().label(), "a queue");
@@ -218,11 +218,11 @@ struct ConcurrentQueueContract : DispatchQueueContract<Harness> {};
 using ConcurrentQueues = ::testing::Types<RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(ConcurrentQueueContract, ConcurrentQueues);
 
-TYPED_TEST(ConcurrentQueueContract, TakesJobsFromManyThreadsAndRunsThemOneAtATime) {
+TYPED_TEST(ConcurrentQueueContract, JobsOfManyThreadsRunOneAtATime) {
   static constexpr std::size_t posters = 4;
   static constexpr int jobsOfEach = 500;
   struct Tally {
-    // Without a lock or an atomic: only jobs that overlap could harm it.
+    // No lock: the jobs run one at a time. The thread sanitizer would notice an overlap.
     std::array<std::vector<int>, posters> entries;
     std::size_t count = 0;
   };
@@ -246,7 +246,7 @@ TYPED_TEST(ConcurrentQueueContract, TakesJobsFromManyThreadsAndRunsThemOneAtATim
   for (const auto& each : tally->entries) EXPECT_EQ(each, expected);
 }
 
-TYPED_TEST(ConcurrentQueueContract, MayBeClosedWhileOthersPost) {
+TYPED_TEST(ConcurrentQueueContract, CloseIsSafeWhileAnotherThreadPosts) {
   std::atomic<bool> closed = false;
   std::thread poster([&] {
     while (!closed) this->harness.queue().async([record = this->record] { record->add(1); });
@@ -262,7 +262,7 @@ TYPED_TEST(ConcurrentQueueContract, MayBeClosedWhileOthersPost) {
 
 struct WorkerQueue : DispatchQueueContract<RealWorker> {};
 
-TEST_F(WorkerQueue, RunsAllItsJobsOnOneThreadOfItsOwn) {
+TEST_F(WorkerQueue, AllJobsRunOnOneOtherThread) {
   auto threads = std::make_shared<std::vector<std::thread::id>>();
   for (int i = 0; i < 3; ++i) {
     harness.queue().async([threads, record = record] {
@@ -276,7 +276,7 @@ TEST_F(WorkerQueue, RunsAllItsJobsOnOneThreadOfItsOwn) {
   EXPECT_EQ(threads->at(2), threads->at(0));
 }
 
-/// A job that is under way until the test lets it end, and tells of its end.
+/// A job that runs until the test ends it.
 struct LongJob {
   std::promise<void> begun;
   std::promise<void> mayEnd;
@@ -292,28 +292,88 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Whether the job waited for the test, and not the other way round.
+  /// Ends the job. True when the test did not wait for the job before that.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();
   }
 };
 
-TEST_F(WorkerQueue, DoesNotWaitForTheJobUnderWayWhenItIsClosedOrDestroyed) {
+TEST_F(WorkerQueue, CloseAndDestructorDoNotWaitForARunningJob) {
   const auto job = LongJob::beginOn(harness.queue());
   harness.queue().close();
   harness.owned.reset();
   EXPECT_TRUE(job->endsWhenLet());
 }
 
-TEST_F(WorkerQueue, DoesNotKeepOtherQueuesWaiting) {
-  const auto job = LongJob::beginOn(harness.queue());
-  const auto other =
-      harness.loop.makeSerialQueue("another", QualityOfService::userInitiated, QueueTarget::ownThread);
-  const auto watched = postWatched(*other);
-  EXPECT_TRUE(goes(watched));
-  EXPECT_TRUE(*watched.ran);
-  EXPECT_TRUE(job->endsWhenLet());
+// --- jobs with a delay, on the main queue
+
+template <typename Loop>
+struct MainQueueContract : ::testing::Test {
+  Loop loop;
+  std::vector<int> ran;
+
+  MainQueue& queue() { return loop.loop.mainQueue(); }
+
+  void post(Seconds delay, int entry) {
+    queue().asyncAfter(delay, [this, entry] { ran.push_back(entry); });
+  }
+  void letRun(std::size_t count) {
+    loop.letPassUntil([&] { return ran.size() >= count; });
+  }
+};
+
+using Loops = ::testing::Types<VirtualLoop, RealLoop>;
+TYPED_TEST_SUITE(MainQueueContract, Loops);
+
+TYPED_TEST(MainQueueContract, DelayCountsFromTheCall) {
+  Seconds posted{};
+  Seconds run{};
+  this->queue().async([&] {
+    this->loop.keepBusy(Seconds{0.02});
+    posted = this->loop.clock.awakeTime();
+    this->queue().asyncAfter(Seconds{0.01}, [&] { run = this->loop.clock.awakeTime(); });
+  });
+  this->loop.letPassUntil([&] { return run > Seconds{0}; });
+  EXPECT_GE(run - posted, Seconds{0.00999});
+}
+
+TYPED_TEST(MainQueueContract, DelayedJobsRunInTheOrderOfTheirDueTimes) {
+  // Delays so far apart that a slow machine does not change the order.
+  this->post(Seconds{0.5}, 3);
+  this->post(Seconds{0.005}, 1);
+  this->post(Seconds{0.010}, 2);
+  this->queue().async([&] { this->loop.keepBusy(Seconds{0.02}); });
+  this->letRun(3);
+  EXPECT_EQ(this->ran, (std::vector{1, 2, 3}));
+}
+
+TYPED_TEST(MainQueueContract, JobsOfEqualDelayRunInTheOrderOfPosting) {
+  std::vector<int> expected(20);
+  std::iota(expected.begin(), expected.end(), 1);
+  for (const int each : expected) this->post(Seconds{0.005}, each);
+  this->letRun(expected.size());
+  EXPECT_EQ(this->ran, expected);
+}
+
+TYPED_TEST(MainQueueContract, JobWithoutDelayRunsAfterTheCallReturns) {
+  this->queue().async([&] {
+    this->post(Seconds{0}, 2);
+    this->post(Seconds{-1}, 2);
+    this->ran.push_back(1);
+  });
+  this->letRun(3);
+  EXPECT_EQ(this->ran, (std::vector{1, 2, 2}));
+}
+
+TEST(VirtualMainQueue, DelayDoesNotCountSuspend) {
+  VirtualLoop machine;
+  bool ran = false;
+  machine.loop.mainQueue().asyncAfter(Seconds{1.2}, [&] { ran = true; });
+  machine.loop.suspend(Seconds{3600});
+  EXPECT_FALSE(ran);
+  machine.loop.advance(Seconds{1.2});
+  EXPECT_TRUE(ran);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <random>
 #include <thread>
 
-#include "adapters/files/SystemFileManager.h"
+#include "adapters/files/Files.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
@@ -41,7 +41,7 @@ struct FileManagerContract : ::testing::Test, Files {};
 using FileManagers = ::testing::Types<FakeFiles, SystemFiles>;
 TYPED_TEST_SUITE(FileManagerContract, FileManagers);
 
-TYPED_TEST(FileManagerContract, KnowsTheHomeFolderAndNothingThatWasNotWritten) {
+TYPED_TEST(FileManagerContract, MissingFileIsUnreadable) {
   EXPECT_EQ(this->files.homeDirectoryPath(), "/home/u");
   EXPECT_FALSE(this->files.fileExists(this->path("a")));
   const FileContents found = this->files.contents(this->path("a"));
@@ -49,7 +49,7 @@ TYPED_TEST(FileManagerContract, KnowsTheHomeFolderAndNothingThatWasNotWritten) {
   EXPECT_NE(found.problem, "");
 }
 
-TYPED_TEST(FileManagerContract, ReadsWhatWasWrittenLast) {
+TYPED_TEST(FileManagerContract, ReadsTheLastWrite) {
   const std::string bytes("\0\xFF\r\nb", 5);
   for (const std::string& each : {std::string("first"), std::string(), bytes}) {
     EXPECT_TRUE(this->files.writeAtomically(this->path("a"), each));
@@ -64,7 +64,7 @@ TYPED_TEST(FileManagerContract, ReadsWhatWasWrittenLast) {
   expectRead(this->files.contents(this->path("b")), "new");
 }
 
-TYPED_TEST(FileManagerContract, ReadsNoFileThatIsTooLarge) {
+TYPED_TEST(FileManagerContract, TooLargeFileIsNotRead) {
   const std::string largest(FileManager::sizeLimit, 'x');
   EXPECT_TRUE(this->files.writeAtomically(this->path("a"), largest));
   expectRead(this->files.contents(this->path("a")), largest);
@@ -75,21 +75,21 @@ TYPED_TEST(FileManagerContract, ReadsNoFileThatIsTooLarge) {
   EXPECT_NE(found.problem, "");
 }
 
-TYPED_TEST(FileManagerContract, RemovesAFileAndTellsWhenThereIsNone) {
+TYPED_TEST(FileManagerContract, RemovingAMissingFileFails) {
   this->files.writeAtomically(this->path("a"), "text");
   EXPECT_TRUE(this->files.removeItem(this->path("a")));
   EXPECT_FALSE(this->files.fileExists(this->path("a")));
   EXPECT_NE(this->files.removeItem(this->path("a")).reason(), "");
 }
 
-TYPED_TEST(FileManagerContract, MakesFoldersThatMayBeThere) {
+TYPED_TEST(FileManagerContract, CreatesFoldersThatMayExist) {
   EXPECT_TRUE(this->files.createDirectory(this->path("b/c")));
   EXPECT_TRUE(this->files.createDirectory(this->path("b/c")));
   EXPECT_TRUE(this->files.writeAtomically(this->path("b/c/d"), "text"));
   expectRead(this->files.contents(this->path("b/c/d")), "text");
 }
 
-// --- the system's own
+// --- SystemFileManager
 
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
@@ -98,17 +98,7 @@ struct FileManager : FileTest {
   const std::string path = folder.file(".env");
 };
 
-TEST_F(FileManager, SaysInTheSystemsWordsWhyItCannot) {
-  put("text");
-  const std::string inside = path + "/inside";
-  EXPECT_EQ(files.writeAtomically(inside, "text"), Failure{"Not a directory"});
-  EXPECT_EQ(files.createDirectory(inside), Failure{"Not a directory"});
-  EXPECT_EQ(files.removeItem(inside), Failure{"Not a directory"});
-  EXPECT_EQ(files.removeItem(folder.file("none")), Failure{"No such file or directory"});
-  EXPECT_EQ(contentsOf(path), "text");
-}
-
-TEST_F(FileManager, MakesFoldersOfTheDefaultMode) {
+TEST_F(FileManager, NewFoldersHaveTheDefaultMode) {
   const mode_t before = umask(022);
   EXPECT_TRUE(files.createDirectory(folder.file("a/b")));
   umask(before);
@@ -116,7 +106,7 @@ TEST_F(FileManager, MakesFoldersOfTheDefaultMode) {
   EXPECT_EQ(modeOf(folder.file("a/b")), 0755U);
 }
 
-TEST_F(FileManager, FindsFilesFoldersAndWhatLinksLeadTo) {
+TEST_F(FileManager, FileExistsFollowsLinks) {
   put("text");
   fs::create_directory(folder.file("folder"));
   fs::create_symlink(path, folder.file("link"));
@@ -126,7 +116,7 @@ TEST_F(FileManager, FindsFilesFoldersAndWhatLinksLeadTo) {
   EXPECT_FALSE(files.fileExists(folder.file("link")));
 }
 
-TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
+TEST_F(FileManager, PipesAndDevicesAreNotReplaced) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_EQ(files.replaceUnreadable(path, "new"), Failure{"Invalid argument"});
   EXPECT_EQ(files.writeAtomically(path, "new"), Failure{"Invalid argument"});
@@ -140,7 +130,7 @@ TEST_F(FileManager, ReplacesNeitherAPipeNorADevice) {
   EXPECT_TRUE(fs::is_character_file("/dev/zero"));
 }
 
-TEST_F(FileManager, ReplacesALinkToNowhere) {
+TEST_F(FileManager, LinkToDevNullIsReplaced) {
   fs::create_symlink("/dev/null", folder.file("nowhere"));
   fs::create_symlink("nowhere", path);
   EXPECT_TRUE(files.writeAtomically(path, "new"));
@@ -150,7 +140,7 @@ TEST_F(FileManager, ReplacesALinkToNowhere) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
-TEST_F(FileManager, SavesThatAreKilledLeaveTheOldFileOrTheNewOne) {
+TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
   const std::string old(20'000, 'o');
   const std::string replacement(30'000, 'n');
   put(old, 0644);
@@ -179,7 +169,7 @@ TEST_F(FileManager, SavesThatAreKilledLeaveTheOldFileOrTheNewOne) {
   EXPECT_EQ(names(), Names{".env"});
 }
 
-TEST_F(FileManager, ReadersSeeTheOldFileOrTheNewOne) {
+TEST_F(FileManager, ReadersSeeTheOldOrTheNewFile) {
   const std::string texts[] = {std::string(10'000, 'a'), std::string(15'000, 'b')};
   put(texts[0]);
   std::atomic<bool> done = false;

@@ -37,18 +37,7 @@ struct ReadWholeFile : Files {
   std::string contents = "before";
 };
 
-TEST_F(ReadWholeFile, ReadsEveryByteAlsoThroughALink) {
-  std::string bytes(100'000, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
-  fs::create_symlink("file", folder.file("link"));
-  for (const std::string& each : {bytes, std::string()}) {
-    put(each);
-    EXPECT_EQ(readWholeFile(folder.file("link"), contents), std::error_code());
-    EXPECT_EQ(contents, each);
-  }
-}
-
-TEST_F(ReadWholeFile, TellsWhyItCannotAndLeavesTheContentsAlone) {
+TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
   put("text");
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
   fs::create_symlink("loop", folder.file("loop"));
@@ -58,7 +47,7 @@ TEST_F(ReadWholeFile, TellsWhyItCannotAndLeavesTheContentsAlone) {
   EXPECT_EQ(readWholeFile(folder.file("loop"), contents), systemError(ELOOP));
   EXPECT_EQ(readWholeFile(folder.file(std::string(300, 'x')), contents), systemError(ENAMETOOLONG));
   EXPECT_EQ(readWholeFile("", contents), systemError(ENOENT));
-  // Nobody writes to it, which is not waited for.
+  // Opening a FIFO without a writer must not block.
   EXPECT_EQ(readWholeFile(folder.file("pipe"), contents), systemError(EINVAL));
   EXPECT_EQ(contents, "before");
 }
@@ -67,16 +56,7 @@ TEST_F(ReadWholeFile, TellsWhyItCannotAndLeavesTheContentsAlone) {
 
 struct WriteFileAtomically : Files {};
 
-TEST_F(WriteFileAtomically, ReplacesTheWholeContents) {
-  put("a long text that was there before");
-  EXPECT_EQ(writeFileAtomically(path, std::string("a\0b", 3)), std::error_code());
-  EXPECT_EQ(contentsOf(path), std::string("a\0b", 3));
-  EXPECT_EQ(writeFileAtomically(path, ""), std::error_code());
-  EXPECT_EQ(contentsOf(path), "");
-  EXPECT_EQ(names(), Names{"file"});
-}
-
-/// As the kernel has it: the user with the number 12345 may read the file, its group may not.
+/// A POSIX ACL in the kernel's format: user 12345 may read, the group may not.
 std::string accessList() {
   struct Entry {
     std::uint16_t kind, permissions;
@@ -93,7 +73,7 @@ std::string accessList() {
   return list;
 }
 
-TEST_F(WriteFileAtomically, KeepsTheAccessListWithTheModeThatItMeans) {
+TEST_F(WriteFileAtomically, KeepsACLAndMode) {
   static constexpr auto attribute = "system.posix_acl_access";
   const auto listOf = [this] {
     std::string list(1000, '\0');
@@ -111,7 +91,7 @@ TEST_F(WriteFileAtomically, KeepsTheAccessListWithTheModeThatItMeans) {
   EXPECT_EQ(modeOf(path), before);
 }
 
-TEST_F(WriteFileAtomically, HasNoneOfTheListThatAFolderHandsDown) {
+TEST_F(WriteFileAtomically, DefaultACLOfTheFolderIsNotInherited) {
   put("old");
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
   const std::string list = accessList();
@@ -135,7 +115,7 @@ TEST_F(WriteFileAtomically, KeepsTheMode) {
 }
 
 TEST_F(WriteFileAtomically, KeepsTheOwner) {
-  // Only the superuser can give a file away.
+  // Only root can change the owner of a file.
   const bool superuser = geteuid() == 0;
   const uid_t owner = superuser ? 12345 : geteuid();
   const gid_t group = superuser ? 23456 : getegid();
@@ -150,7 +130,7 @@ TEST_F(WriteFileAtomically, KeepsTheOwner) {
   EXPECT_EQ(modeOf(path), 0640U);
 }
 
-TEST_F(WriteFileAtomically, WritesInTheWorkingFolder) {
+TEST_F(WriteFileAtomically, RelativePathIsInTheWorkingDirectory) {
   const fs::path before = fs::current_path();
   fs::current_path(folder.file("."));
   EXPECT_EQ(writeFileAtomically("file", "text"), std::error_code());
@@ -158,7 +138,7 @@ TEST_F(WriteFileAtomically, WritesInTheWorkingFolder) {
   EXPECT_EQ(contentsOf(path), "text");
 }
 
-TEST_F(WriteFileAtomically, ReplacesOrMakesWhatALinkMeans) {
+TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
   fs::create_directory(folder.file("below"));
   put("old");
   fs::create_symlink("../file", folder.file("below/relative"));
@@ -168,25 +148,11 @@ TEST_F(WriteFileAtomically, ReplacesOrMakesWhatALinkMeans) {
     EXPECT_EQ(writeFileAtomically(folder.file(link), "by " + link), std::error_code());
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
-    fs::remove(path);  // the next link leads to a file that is yet to be made
+    fs::remove(path);  // the next link is dangling
   }
 }
 
-TEST_F(WriteFileAtomically, FollowsAsManyLinksAsTheSystemDoes) {
-  put("old");
-  constexpr int most = 40;
-  fs::create_symlink("file", folder.file("1"));
-  for (int i = 2; i <= most + 1; ++i)
-    fs::create_symlink(std::to_string(i - 1), folder.file(std::to_string(i)));
-  std::string contents;
-  ASSERT_EQ(readWholeFile(folder.file(std::to_string(most)), contents), std::error_code());
-  EXPECT_EQ(writeFileAtomically(folder.file(std::to_string(most)), "new"), std::error_code());
-  EXPECT_EQ(contentsOf(path), "new");
-  ASSERT_EQ(readWholeFile(folder.file(std::to_string(most + 1)), contents), systemError(ELOOP));
-  EXPECT_EQ(writeFileAtomically(folder.file(std::to_string(most + 1)), "newer"), systemError(ELOOP));
-}
-
-TEST_F(WriteFileAtomically, TellsWhyItCannot) {
+TEST_F(WriteFileAtomically, FailureHasTheErrno) {
   put("text");
   fs::create_directory(folder.file("folder"));
   fs::create_symlink("folder", folder.file("link to a folder"));
@@ -204,7 +170,7 @@ TEST_F(WriteFileAtomically, TellsWhyItCannot) {
   EXPECT_EQ(names(), before);
 }
 
-TEST_F(WriteFileAtomically, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
+TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   put("old");
   std::error_code failure;
   {
@@ -222,7 +188,7 @@ TEST_F(WriteFileAtomically, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
 
 struct MakeFolders : Files {};
 
-TEST_F(MakeFolders, MakesAllThatAreMissingForTheirOwnerAlone) {
+TEST_F(MakeFolders, MissingFoldersAreCreatedWithMode0700) {
   const mode_t before = umask(0);
   EXPECT_EQ(makeFolders(folder.file("a/b/c")), std::error_code());
   umask(before);
@@ -232,7 +198,7 @@ TEST_F(MakeFolders, MakesAllThatAreMissingForTheirOwnerAlone) {
   }
 }
 
-TEST_F(MakeFolders, LeavesThoseAloneThatExist) {
+TEST_F(MakeFolders, ExistingFoldersStay) {
   fs::create_directory(folder.file("a"));
   ASSERT_EQ(chmod(folder.file("a").c_str(), 0755), 0);
   EXPECT_EQ(makeFolders(folder.file("a")), std::error_code());
@@ -241,7 +207,7 @@ TEST_F(MakeFolders, LeavesThoseAloneThatExist) {
   EXPECT_EQ(makeFolders("/"), std::error_code());
 }
 
-TEST_F(MakeFolders, TakesALinkToAFolderAndASlashAtTheEnd) {
+TEST_F(MakeFolders, LinkToAFolderAndTrailingSlashWork) {
   fs::create_directory(folder.file("a"));
   fs::create_symlink("a", folder.file("link"));
   EXPECT_EQ(makeFolders(folder.file("link/b")), std::error_code());
@@ -250,7 +216,7 @@ TEST_F(MakeFolders, TakesALinkToAFolderAndASlashAtTheEnd) {
   EXPECT_TRUE(fs::is_directory(folder.file("a/c")));
 }
 
-TEST_F(MakeFolders, TellsThatTheyCannotBeMade) {
+TEST_F(MakeFolders, FailureIsReturned) {
   put("text");
   fs::create_symlink("nowhere", folder.file("link"));
   EXPECT_TRUE(makeFolders(path));
@@ -261,14 +227,14 @@ TEST_F(MakeFolders, TellsThatTheyCannotBeMade) {
   EXPECT_TRUE(makeFolders("/proc/no/such/folder"));
 }
 
-// --- the new file that takes the place of an old one: its mode, and what is left of it after a kill
+// --- temporary files: their mode, and their removal after a kill
 
 struct NewFiles : FileTest {
   const std::string path = folder.file("file");
   const std::string abandoned = folder.file(".kestrune-new-AbC123");
 };
 
-TEST_F(NewFiles, AreForTheirOwnerWhateverTheUmask) {
+TEST_F(NewFiles, ModeIs0600WhateverTheUmask) {
   for (const mode_t mask : {0U, 0077U, 0777U}) {
     const mode_t before = umask(mask);
     EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
@@ -278,7 +244,7 @@ TEST_F(NewFiles, AreForTheirOwnerWhateverTheUmask) {
   }
 }
 
-TEST_F(NewFiles, AreForTheirOwnerUntilTheyReplaceAFileForEverybody) {
+TEST_F(NewFiles, TemporaryFileHasMode0600) {
   put(path, "old", 0644);
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     dieAtRename();
@@ -295,7 +261,7 @@ TEST_F(NewFiles, AreForTheirOwnerUntilTheyReplaceAFileForEverybody) {
   EXPECT_EQ(names(), Names{"file"});
 }
 
-TEST_F(NewFiles, ArePrivateInPlaceOfAnything) {
+TEST_F(NewFiles, WritePrivateFileReplacesLinksToo) {
   put(path, "old", 0644);
   put(folder.file("victim"), "theirs");
   fs::create_symlink("victim", folder.file("link"));
@@ -311,7 +277,7 @@ TEST_F(NewFiles, ArePrivateInPlaceOfAnything) {
   EXPECT_EQ(names(), (Names{"file", "folder", "link", "none", "victim"}));
 }
 
-TEST_F(NewFiles, OfKilledProcessesAreRemovedByTheNextSaveInTheFolder) {
+TEST_F(NewFiles, NextSaveRemovesAbandonedFiles) {
   put(abandoned, "left behind");
   EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
   EXPECT_EQ(names(), Names{"file"});
@@ -320,14 +286,14 @@ TEST_F(NewFiles, OfKilledProcessesAreRemovedByTheNextSaveInTheFolder) {
   EXPECT_EQ(names(), (Names{"file", "other"}));
 }
 
-TEST_F(NewFiles, OfNobodyElseAreRemoved) {
+TEST_F(NewFiles, FilesOfOthersAreNotRemoved) {
   const Names others{".kestrune-new-", ".kestrune-new-12345", ".kestrune-new-1234567", "kestrune-new-AbC123",
                      "..env.AbC123",   ".file.AbC123",        ".kestrune-old-AbC123"};
   for (const auto& name : others) put(folder.file(name), "theirs");
   fs::create_directory(folder.file(".kestrune-new-folder"));
   fs::create_symlink("file", folder.file(".kestrune-new-a-link"));
   ASSERT_EQ(mkfifo(folder.file(".kestrune-new-a-pipe").c_str(), 0600), 0);
-  // Only the superuser can give a file away.
+  // Only root can change the owner of a file.
   put(abandoned, "theirs");
   const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
   EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
@@ -337,7 +303,7 @@ TEST_F(NewFiles, OfNobodyElseAreRemoved) {
   EXPECT_EQ(names(), expected);
 }
 
-TEST_F(NewFiles, ThatAreBeingWrittenAreLeftToTheirProcess) {
+TEST_F(NewFiles, LockedFilesAreNotRemoved) {
   put(abandoned, "half-wri");
   ForkedProgram writer([this](const ForkedProgram::Say& say) {
     const FileDescriptor file(open(abandoned.c_str(), O_WRONLY));
@@ -352,7 +318,7 @@ TEST_F(NewFiles, ThatAreBeingWrittenAreLeftToTheirProcess) {
   EXPECT_EQ(names(), Names{"file"});
 }
 
-TEST_F(NewFiles, OfClientsThatSaveAtTheSameTimeAllReplaceTheOld) {
+TEST_F(NewFiles, ConcurrentSavesAllSucceed) {
   std::vector<std::unique_ptr<ForkedProgram>> clients;
   for (int i = 0; i < 3; ++i) {
     clients.push_back(std::make_unique<ForkedProgram>([this](const ForkedProgram::Say& say) {

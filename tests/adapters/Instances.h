@@ -12,7 +12,7 @@
 
 namespace kestrune::testing {
 
-/// One start of the program. The lock of each is its own, as that of a process.
+/// One start of the program, with a lock of its own, as in a process of its own.
 struct Start {
   Start(EventLoop& loop, const InstanceFolders& folders)
       : rendezvous(loop, folders, [this](const std::string& token) { shown.push_back(token); }) {}
@@ -23,7 +23,7 @@ struct Start {
   Rendezvous rendezvous;
 };
 
-/// A loop on which several of them run, and the folders in which they meet.
+/// A loop for several starts, and their common folders.
 struct Instances : RealLoop {
   Instances() { std::filesystem::create_directories(runtime); }
 
@@ -35,14 +35,14 @@ struct Instances : RealLoop {
   const std::string socket = place + "/socket";
 };
 
-/// Another process that has connected to a socket, and what it was answered.
+/// A connection to the socket, and the answers on it.
 struct RawPeer {
   RawPeer(EventLoop& givenLoop, const std::string& place)
       : loop(givenLoop), socket(instanceSocket(place, "socket", &::connect)) {}
 
   void say(const std::string& words) const { send(socket.get(), words.data(), words.size(), MSG_NOSIGNAL); }
 
-  /// Reads what has come so far, and whether that was all.
+  /// Reads what has arrived, and whether the connection was closed.
   void read() {
     char bytes[4096];
     ssize_t count = 0;

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// How many ends of pipes this process holds. The loop has descriptors of other kinds.
+/// The number of pipe ends that are open in this process.
 std::ptrdiff_t openPipes() {
   std::error_code ignored;
   return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"), [&ignored](const auto& each) {
@@ -32,7 +32,7 @@ struct LeftoverPipesTest : ::testing::Test {
   EventLoop loop;
   LeftoverPipes leftovers{loop};
 
-  /// The write end of a pipe that is left over.
+  /// Adds a pipe to `leftovers` and returns its write end.
   FileDescriptor leftoverPipe() {
     PipeEnds pipe;
     fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
@@ -40,7 +40,7 @@ struct LeftoverPipesTest : ::testing::Test {
     return std::move(pipe.writing);
   }
 
-  /// Writes as much, by a thread of its own, while the loop runs. False when the pipe breaks.
+  /// Writes `size` bytes on another thread while the loop runs. False when the pipe is broken (EPIPE).
   bool canWrite(const FileDescriptor& end, std::size_t size) {
     std::atomic<bool> done = false;
     bool whole = true;
@@ -62,9 +62,9 @@ struct LeftoverPipesTest : ::testing::Test {
   }
 };
 
-TEST_F(LeftoverPipesTest, LetTheirWritersGoOnForAsLongAsTheyLive) {
+TEST_F(LeftoverPipesTest, WritersCanGoOnWriting) {
   FileDescriptor output, error;
-  // As the worker adds them.
+  // The worker thread adds them.
   std::thread([&] {
     output = leftoverPipe();
     error = leftoverPipe();
@@ -75,7 +75,7 @@ TEST_F(LeftoverPipesTest, LetTheirWritersGoOnForAsLongAsTheyLive) {
   }
 }
 
-TEST_F(LeftoverPipesTest, AreClosedWhenNobodyCanWriteAnyMore) {
+TEST_F(LeftoverPipesTest, PipeIsClosedAfterItsLastWriter) {
   const auto before = openPipes();
   for (int i = 0; i < 3; ++i) EXPECT_EQ(write(leftoverPipe().get(), "x", 1), 1);
   EXPECT_EQ(openPipes(), before + 3);
@@ -83,7 +83,7 @@ TEST_F(LeftoverPipesTest, AreClosedWhenNobodyCanWriteAnyMore) {
   EXPECT_TRUE(isIdle(loop));
 }
 
-TEST_F(LeftoverPipesTest, GiveUpTheOldestWhereThereAreTooMany) {
+TEST_F(LeftoverPipesTest, OldestPipeIsClosedBeyondTheLimit) {
   std::deque<FileDescriptor> writers;
   for (std::size_t i = 0; i < LeftoverPipes::limit; ++i) writers.push_back(leftoverPipe());
   EXPECT_FALSE(isBroken(writers.front()));
@@ -98,15 +98,15 @@ TEST_F(LeftoverPipesTest, GiveUpTheOldestWhereThereAreTooMany) {
   EXPECT_TRUE(canWrite(writers.front(), std::size_t{1} << 18));
 }
 
-TEST_F(LeftoverPipesTest, DoNotKeepTheLoopBusyWhenSomebodyWritesWithoutEnd) {
+TEST_F(LeftoverPipesTest, EndlessWriterDoesNotKeepTheLoopBusy) {
   const FileDescriptor end = leftoverPipe();
   constexpr std::size_t pipeSize = 65536;
   constexpr int fills = 10;
-  // A pipe is emptied once in 50 ms; the first two fills need not wait for that.
+  // A pipe is read once in 50 ms; the first two fills do not wait for that.
   EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
 }
 
-/// A child, and who gets the pipes that it leaves over.
+/// Launches children, and takes the pipes that they leave open.
 struct LeftoversOfAChild : ::testing::Test, RealChildren {
   std::vector<FileDescriptor> left;
   ChildProcesses leaving{[this](FileDescriptor pipe) { left.push_back(std::move(pipe)); }};
@@ -116,14 +116,14 @@ struct LeftoversOfAChild : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(LeftoversOfAChild, AreThePipesThatADescendantHolds) {
+TEST_F(LeftoversOfAChild, PipesHeldByADescendantAreHandedOver) {
   const auto child = launch({"leave", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover descendant(numberBehind(child->readOutput(Seconds{0.05}), "left"));
   EXPECT_EQ(left.size(), 2U);
 }
 
-TEST_F(LeftoversOfAChild, AreNoneWhenNobodyHoldsAPipe) {
+TEST_F(LeftoversOfAChild, PipesWithoutWritersAreNotHandedOver) {
   auto child = launch({"out", "x", "leave-session", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover service(numberBehind(child->readOutput(patience), "left"));
@@ -131,7 +131,7 @@ TEST_F(LeftoversOfAChild, AreNoneWhenNobodyHoldsAPipe) {
   EXPECT_TRUE(left.empty());
 }
 
-TEST_F(LeftoversOfAChild, AreThePipesOfOneThatIsForgotten) {
+TEST_F(LeftoversOfAChild, PipesOfAnAbandonedChildAreHandedOver) {
   launch({"ids", "pause"}).reset();
   ASSERT_EQ(left.size(), 2U);
   pollfd waiting{left[0].get(), POLLIN, 0};

@@ -33,7 +33,7 @@ struct LocalServiceTest : ::testing::Test {
   std::optional<std::string> ask(const std::string& token = "token", Seconds limit = patience) {
     return CurlLocalService(children, clock, limit).getProjects(token);
   }
-  /// What the only request said, with line ends as one character.
+  /// The only request, with LF line ends.
   std::string request() const {
     const auto requests = server->requests();
     EXPECT_EQ(requests.size(), 1U);
@@ -55,7 +55,7 @@ TEST_F(LocalServiceTest, AsksForTheProjectsWithTheToken) {
   EXPECT_NE(request().find("\nAuthorization: Bearer abc\n"), std::string::npos) << request();
 }
 
-TEST_F(LocalServiceTest, TakesAnyAnswerAsItIs) {
+TEST_F(LocalServiceTest, ReturnsTheBodyWhateverTheStatus) {
   const auto expect = [this](const std::optional<std::string>& answer, const std::string& bytes) {
     server.reset();
     answerWith(bytes);
@@ -75,7 +75,7 @@ TEST_F(LocalServiceTest, TakesAnyAnswerAsItIs) {
   EXPECT_EQ(ask(), std::nullopt) << "nobody listens";
 }
 
-TEST_F(LocalServiceTest, HasNoAnswerFromOneThatIsTooSlow) {
+TEST_F(LocalServiceTest, SlowServiceHasNoAnswer) {
   answerWith("");
   const Seconds begin = clock.awakeTime();
   EXPECT_EQ(ask("token", Seconds{0.2}), std::nullopt);
@@ -83,7 +83,7 @@ TEST_F(LocalServiceTest, HasNoAnswerFromOneThatIsTooSlow) {
   EXPECT_LT(clock.awakeTime() - begin, patience);
 }
 
-TEST_F(LocalServiceTest, KeepsNoMoreOfALongAnswerThanFits) {
+TEST_F(LocalServiceTest, LongAnswerIsCut) {
   constexpr std::size_t kept = std::size_t{16} << 20;
   answerWith(httpAnswer(std::string(kept + 100'000, 'x')));
   const auto answer = ask();
@@ -91,7 +91,7 @@ TEST_F(LocalServiceTest, KeepsNoMoreOfALongAnswerThanFits) {
   EXPECT_EQ(answer->size(), kept);
 }
 
-TEST_F(LocalServiceTest, SendsAnyTokenAsItIs) {
+TEST_F(LocalServiceTest, TokenIsSentUnchanged) {
   for (const std::string& token :
        {std::string("with \"quotes\" and 'these'"), std::string("back\\slash\\n"), std::string("a  b"),
         std::string("$(id) `id` %41 @file"), std::string("密鑰 🔑"), std::string("-H x"),
@@ -103,7 +103,7 @@ TEST_F(LocalServiceTest, SendsAnyTokenAsItIs) {
   }
 }
 
-TEST_F(LocalServiceTest, RefusesATokenThatWouldEndItsHeader) {
+TEST_F(LocalServiceTest, TokenWithControlCharactersIsRefused) {
   answerWith(httpAnswer("."));
   for (const std::string token : {"a\nX-Other: b", "a\rb", "a\tb", "\x1B[31m", "\x7F"}) {
     EXPECT_EQ(ask(token), std::nullopt);
@@ -112,7 +112,7 @@ TEST_F(LocalServiceTest, RefusesATokenThatWouldEndItsHeader) {
   EXPECT_TRUE(server->requests().empty());
 }
 
-TEST_F(LocalServiceTest, ShowsTheTokenToNobodyElse) {
+TEST_F(LocalServiceTest, TokenIsInNoCommandLineOrEnvironment) {
   const std::string token = "s3cret-of-a-user";
   int processes = 0;
   std::string places;
@@ -128,12 +128,12 @@ TEST_F(LocalServiceTest, ShowsTheTokenToNobodyElse) {
     }
   });
   EXPECT_EQ(ask(token), ".");
-  server.reset();  // whose thread has counted
+  server.reset();  // joins the thread that has counted
   EXPECT_GE(processes, 1);
   EXPECT_EQ(places, "");
 }
 
-TEST_F(LocalServiceTest, LetsNeitherSettingsNorProxiesOfTheUserInterfere) {
+TEST_F(LocalServiceTest, CurlrcAndProxiesAreIgnored) {
   const ScratchFolder home;
   std::ofstream(home.file(".curlrc")) << "header = \"X-Other: a\"\nuser-agent = \"other\"\n";
   const ScopedVariable homeVariable("HOME", home.file(""));
@@ -146,16 +146,18 @@ TEST_F(LocalServiceTest, LetsNeitherSettingsNorProxiesOfTheUserInterfere) {
   EXPECT_EQ(request().find("X-Other"), std::string::npos) << request();
 }
 
-TEST_F(LocalServiceTest, SaysThatItCannotAsk) {
+TEST_F(LocalServiceTest, MissingCurlIsReported) {
   const ScratchFolder empty;
   const ScopedVariable path("PATH", empty.file(""));
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(ask(), std::nullopt);
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-            "KestruneMenuClient: the local service cannot be asked: curl: No such file or directory\n");
+  EXPECT_EQ(
+      ::testing::internal::GetCapturedStderr(),
+      "KestruneMenuClient: cannot run curl: No such file or directory; the menu shows no project and no "
+      "thread\n");
 }
 
-TEST_F(LocalServiceTest, AsksNobodyOnceTheProcessIsAboutToEnd) {
+TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
   answerWith(httpAnswer("."));
   std::thread([this] { children.reserveForThisThread(); }).join();
   ::testing::internal::CaptureStderr();
@@ -164,8 +166,8 @@ TEST_F(LocalServiceTest, AsksNobodyOnceTheProcessIsAboutToEnd) {
   EXPECT_TRUE(server->requests().empty());
 }
 
-TEST_F(LocalServiceTest, NamesItsLimitWithThreeDecimals) {
-  // curl 8.14 takes 0.200000 for 0.02 s.
+TEST_F(LocalServiceTest, MaxTimeHasThreeDecimals) {
+  // curl 8.14 reads 0.200000 as 0.02 s.
   const ScratchFolder programs;
   std::ofstream(programs.file("curl")) << "#!/bin/sh\necho \"$@\"\n";
   fs::permissions(programs.file("curl"), fs::perms::owner_all);

@@ -6,7 +6,7 @@
 #include "tests/rig/SignalState.h"
 #include "tests/rig/VirtualTime.h"
 
-// The two main loops that there are, with the same few means to let things happen on them.
+// The fake main loop and the real one, with the same interface for contract tests.
 
 namespace kestrune::testing {
 
@@ -21,7 +21,7 @@ struct VirtualLoop {
     return condition();
   }
 
-  /// What a long job does to the main thread.
+  /// Blocks the main thread, like a long job.
   void keepBusy(Seconds duration) { clock.sleep(duration); }
 };
 
@@ -31,7 +31,7 @@ struct RealLoop {
   EventLoop loop;
 
   bool letPassUntil(const std::function<bool()>& condition) {
-    // Also what happens on other threads is to be noticed.
+    // Wakes the loop, to notice what other threads have done.
     const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
     return comesTrue(loop, condition);
   }
@@ -43,7 +43,7 @@ struct RealLoop {
   }
 };
 
-/// Lets `duration` pass on either.
+/// Lets `duration` pass on either loop.
 template <typename Loop>
 void letPass(Loop& loop, Seconds duration) {
   const Seconds end = loop.clock.continuousTime() + duration;

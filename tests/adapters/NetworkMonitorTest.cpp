@@ -6,9 +6,11 @@
 
 #include <cstring>
 
+#include "adapters/network/RouteLookup.h"
 #include "tests/adapters/NetworkRig.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
+#include "tests/rig/RefusedCall.h"
 #include "tests/rig/ResourceLimit.h"
 
 namespace kestrune::testing {
@@ -16,7 +18,7 @@ namespace {
 
 using Commands = std::vector<std::string>;
 
-/// A network as these commands make it, and what becomes of it when they change it.
+/// Commands of `ip` that set up a network, its path, and a change with the path after it.
 struct Network {
   const char* name;
   Commands commands;
@@ -43,7 +45,7 @@ void check(const std::vector<Network>& networks) {
 const std::string viaGateway = "route add default via 10.1.0.1 metric 100";
 const std::string viaIPv6Gateway = "route add default via fd00:1::1 metric 100";
 
-TEST(NetworkPaths, AreThoseOfTheKernel) {
+TEST(NetworkPaths, AreWhatTheKernelRoutes) {
   check({
       {"no_route", {}, disconnected},
       {"route_elsewhere", {"route add 10.9.0.0/16 via 10.1.0.1"}, disconnected},
@@ -97,7 +99,7 @@ TEST(NetworkPaths, AreThoseOfTheKernel) {
   });
 }
 
-TEST(NetworkPaths, AreNoneWhereARouteRejects) {
+TEST(NetworkPaths, RejectRoutesAreNoPath) {
   std::vector<Network> networks;
   for (const char* const type : {"unreachable", "blackhole", "prohibit", "throw"}) {
     const std::string reject = std::string("route add ") + type;
@@ -110,7 +112,7 @@ TEST(NetworkPaths, AreNoneWhereARouteRejects) {
   check(networks);
 }
 
-TEST(NetworkPaths, FollowEachChange) {
+TEST(NetworkPaths, EachChangeIsReported) {
   const Commands ipv4{viaGateway};
   const Commands ipv6{viaIPv6Gateway};
   check({
@@ -154,8 +156,8 @@ TEST(NetworkPaths, FollowEachChange) {
   });
 }
 
-/// Virtual devices made over Wi-Fi or a bridge, and used as the default route.
-TEST(NetworkPaths, KnowWhatIsBeneathADevice) {
+/// Virtual devices on Wi-Fi or a bridge, used as the default route.
+TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
   const auto through = [](const char* name, Commands commands, const NetworkPath& path) {
     commands.insert(commands.end(), {"link set made up", "route add default dev made"});
     return Network{name, std::move(commands), path};
@@ -177,7 +179,7 @@ TEST(NetworkPaths, KnowWhatIsBeneathADevice) {
 }
 
 struct NetworkMonitorTest : ::testing::Test, MonitoredNetwork {
-  /// A tunnel as a user's VPN opens one; it has a carrier while the descriptor lives.
+  /// A tun device like that of a VPN program; it has a carrier while the descriptor is open.
   static FileDescriptor openTunnel(const char* name) {
     FileDescriptor tunnel(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
     ifreq request{};
@@ -188,7 +190,7 @@ struct NetworkMonitorTest : ::testing::Test, MonitoredNetwork {
   }
 };
 
-TEST_F(NetworkMonitorTest, DoesNotKnowWhatCarriesAVPN) {
+TEST_F(NetworkMonitorTest, MediumOfAVPNIsUnknown) {
   network.ip({"route add default via 10.2.0.1"});
   startOn(viaWiFi);
   const FileDescriptor tunnel = openTunnel("vpn");
@@ -199,7 +201,7 @@ TEST_F(NetworkMonitorTest, DoesNotKnowWhatCarriesAVPN) {
   EXPECT_TRUE(becomes(viaWiFi));
 }
 
-TEST_F(NetworkMonitorTest, HearsOfNextHopObjectsThatRoutesDoNotSpellOut) {
+TEST_F(NetworkMonitorTest, ReplacedNextHopObjectIsReported) {
   std::ofstream("/proc/sys/net/ipv4/nexthop_compat_mode") << "0" << std::flush;
   network.ip({"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"});
   startOn(viaCable);
@@ -207,7 +209,7 @@ TEST_F(NetworkMonitorTest, HearsOfNextHopObjectsThatRoutesDoNotSpellOut) {
   EXPECT_TRUE(becomes(viaWiFi));
 }
 
-TEST_F(NetworkMonitorTest, HearsOfIPv6Rules) {
+TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   useIPv6();
   network.ip({"route add default via fd00:1::1 table 100"});
   startOn(disconnected);
@@ -215,8 +217,8 @@ TEST_F(NetworkMonitorTest, HearsOfIPv6Rules) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// With real delays, so that all of a change falls into one burst.
-TEST_F(NetworkMonitorTest, ReportsAnotherSourceAddressOfTheSameInterface) {
+/// With the real delays, so that the whole change is one burst.
+TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   NetworkMonitors usual(loop, clock, bus, devices.file(""));
   monitor = usual.makePathMonitor();
@@ -225,7 +227,7 @@ TEST_F(NetworkMonitorTest, ReportsAnotherSourceAddressOfTheSameInterface) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-TEST_F(NetworkMonitorTest, ReportsNoUpdateOfWhatDoesNotConcernThePath) {
+TEST_F(NetworkMonitorTest, UnrelatedChangesAreNotReported) {
   useIPv6();
   network.ip({viaGateway});
   startOn(viaCable);
@@ -242,10 +244,10 @@ TEST_F(NetworkMonitorTest, ReportsNoUpdateOfWhatDoesNotConcernThePath) {
   EXPECT_EQ(updates, std::vector{disconnected});
 }
 
-TEST_F(NetworkMonitorTest, ReadsTheDevicesOfTheKernel) {
+TEST_F(NetworkMonitorTest, ReadsSysfs) {
   const ScratchFolder mountPoint;
   ForkedProgram program([&](const ForkedProgram::Say& say) {
-    // As the kernel shows it in this network namespace.
+    // A sysfs of this network namespace.
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("devices", mountPoint.file("").c_str(), "sysfs", 0, nullptr) != 0) {
       return say("no mount");
@@ -264,15 +266,15 @@ TEST_F(NetworkMonitorTest, ReadsTheDevicesOfTheKernel) {
   program.waitForEnd();
 }
 
-// --- its life
+// --- descriptors
 
-TEST_F(NetworkMonitorTest, MayBeDestroyedAtAnyTimeAndLeavesNoDescriptorBehind) {
+TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   startOn(disconnected);
   monitor->cancel();
-  const auto before = openDescriptors();  // with what the loop itself keeps
+  const auto before = openDescriptors();  // including those of the loop
   monitor = monitors.makePathMonitor();
   start();
-  monitor.reset();  // during a question
+  monitor.reset();  // before the update runs
   settleQueue(loop);
   EXPECT_TRUE(updates.empty());
   monitor = monitors.makePathMonitor();
@@ -285,9 +287,9 @@ TEST_F(NetworkMonitorTest, MayBeDestroyedAtAnyTimeAndLeavesNoDescriptorBehind) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-// --- where the kernel does not answer
+// --- failures
 
-/// A process that has no descriptor left until the first update. It says each of its two first updates.
+/// Runs a process that has no free descriptor until the first update. Says its first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);
@@ -301,7 +303,7 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
       seen.push_back(path);
     });
   };
-  // What the loop keeps, and what a sanitizer opens at the first use of a type, is there before.
+  // The first monitor makes the loop and the sanitizer open all descriptors that they keep.
   const auto first = monitors.makePathMonitor();
   start(*first);
   comesTrue(loop, [&seen] { return seen.size() == 1; });
@@ -318,15 +320,24 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
   }
 }
 
-TEST_F(NetworkMonitorTest, TakesTheMachineForConnectedWithoutASocketAndAsksAgain) {
+TEST_F(NetworkMonitorTest, CountsAsConnectedWithoutASocketAndAsksAgain) {
   network.ip({viaGateway});
   ForkedProgram program([this](const ForkedProgram::Say& say) { runWithoutDescriptors(*this, say); });
   EXPECT_EQ(program.line(), "connected");
   EXPECT_EQ(program.line(), "connected wired");
   program.waitForEnd();
-  EXPECT_EQ(program.standardError(),
-            "KestruneMenuClient: the routes cannot be read (Too many open files): changes of the network go "
-            "unnoticed\n");
+  EXPECT_EQ(
+      program.standardError(),
+      "KestruneMenuClient: cannot read routes over netlink (Too many open files): network changes are not "
+      "noticed\n");
+}
+
+TEST_F(NetworkMonitorTest, ReportsThatTheKernelRefusesToAnswer) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    refuseCall(SYS_sendto, EPERM);
+    say(lookUpRoute("").reason());
+  });
+  EXPECT_EQ(program.line(), "Operation not permitted");
 }
 
 }  // namespace

@@ -18,11 +18,11 @@
 
 namespace kestrune::testing {
 
-/// A machine with a cable and Wi-Fi, both with a carrier and an IPv4 address, and no route to the outside.
-/// Its monitors report everything at once; PathReportsTest is about the timing.
+/// A network namespace with a cable and Wi-Fi, both with carrier and an IPv4 address, and no default route.
+/// Its monitors report everything at once; NetworkDecisionTest is about the timing.
 struct NetworkRig {
   NetworkRig() {
-    // Other messages of IPv6 would hide that one is missed.
+    // Messages about IPv6 would hide a missing group of IPv4.
     setIPv6("default/addr_gen_mode", 1);  // no link-local addresses
     setIPv6("all/disable_ipv6", 1);
     setIPv6("default/disable_ipv6", 1);
@@ -32,14 +32,14 @@ struct NetworkRig {
     pretend("wifi", "DEVTYPE=wlan\n");
   }
 
-  /// An Ethernet cable: `name` is the end here, NAME-peer that at the wall.
+  /// A veth pair as an Ethernet cable: `name`, and NAME-peer as the other end.
   void addCable(const std::string& name, const std::string& address) const {
     network.ip({"link add " + name + " type veth peer name " + name + "-peer",
                 "link set " + name + "-peer up", "link set " + name + " up",
                 "address add " + address + " dev " + name});
   }
 
-  /// Gives both an IPv6 address too.
+  /// Adds an IPv6 address to both.
   void useIPv6() const {
     setIPv6("all/disable_ipv6", 0);
     network.ip({"address add fd00:1::2/64 dev cable nodad", "address add fd00:2::2/64 dev wifi nodad"});
@@ -49,7 +49,7 @@ struct NetworkRig {
     std::ofstream("/proc/sys/net/ipv6/conf/" + setting) << value << std::flush;
   }
 
-  /// Makes the kernel's folder of devices say that of `device`.
+  /// Writes the uevent file of `device` in the fake /sys/class/net.
   void pretend(const std::string& device, const std::string& uevent) const {
     std::filesystem::create_directories(devices.file(device));
     std::ofstream(devices.file(device + "/uevent")) << uevent;
@@ -65,20 +65,20 @@ struct NetworkRig {
       loop, clock, bus, devices.file(""), {.burst = Seconds{0}, .loss = Seconds{0}, .memory = Seconds{0}}};
 };
 
-/// Such a machine with a monitor, whose updates are written down.
+/// The same with a monitor and a list of its updates.
 struct MonitoredNetwork : NetworkRig {
   void start() {
     monitor->start(loop.mainQueue(), [this](NetworkPath path) { updates.push_back(path); });
   }
 
-  /// Whether the last update says `path` before long.
+  /// Whether the last update becomes `path` in time.
   ::testing::AssertionResult becomes(const NetworkPath& path) {
     if (comesTrue(loop, [&] { return !updates.empty() && updates.back() == path; }))
       return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << ::testing::PrintToString(updates);
   }
 
-  /// Starts, and forgets the updates once there is one with that path.
+  /// Starts the monitor, waits for the update `path`, and clears the list.
   void startOn(const NetworkPath& path) {
     start();
     ASSERT_TRUE(becomes(path));

@@ -13,7 +13,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A queue of the main thread that runs nothing until a test says so.
+/// A queue whose jobs run one by one when the test runs them.
 class HeldQueue final : public DispatchQueue {
  public:
   const std::string& label() const override { return name; }
@@ -37,7 +37,7 @@ class HeldQueue final : public DispatchQueue {
   bool running = false;
 };
 
-/// The network is what the test reports.
+/// A fake monitor that reports the network of the test.
 struct FakeNetwork {
   CallLog log;
   FakePathMonitors monitors{log};
@@ -89,7 +89,7 @@ struct PathMonitorContract : ::testing::Test {
 using Networks = ::testing::Types<FakeNetwork, RealNetwork>;
 TYPED_TEST_SUITE(PathMonitorContract, Networks);
 
-TYPED_TEST(PathMonitorContract, TellsThePathSoonAfterTheStartAndEachChange) {
+TYPED_TEST(PathMonitorContract, ReportsThePathAfterStartAndEachChange) {
   this->start();
   EXPECT_TRUE(this->updates.empty());
   EXPECT_TRUE(this->reports(disconnected));
@@ -99,7 +99,7 @@ TYPED_TEST(PathMonitorContract, TellsThePathSoonAfterTheStartAndEachChange) {
   EXPECT_TRUE(this->reports(disconnected));
 }
 
-TYPED_TEST(PathMonitorContract, TellsNothingOnceCancelledEvenOfWhatIsOnTheQueue) {
+TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
   this->start();
   EXPECT_TRUE(this->reports(disconnected));
   this->network.plugIn();
@@ -110,9 +110,9 @@ TYPED_TEST(PathMonitorContract, TellsNothingOnceCancelledEvenOfWhatIsOnTheQueue)
   EXPECT_EQ(this->updates.size(), 1u);
 }
 
-// --- a machine that sleeps and resumes
+// --- resume from suspend
 
-/// Says on a bus what logind says, under its name or another.
+/// Sends the PrepareForSleep signal of logind, under its name or another.
 class FakeLogind {
  public:
   explicit FakeLogind(const PrivateBus& daemon, const char* name = "org.freedesktop.login1") {
@@ -125,7 +125,7 @@ class FakeLogind {
   FakeLogind(const FakeLogind&) = delete;
   FakeLogind& operator=(const FakeLogind&) = delete;
 
-  /// Returns when the bus has passed it on.
+  /// Returns when the bus has delivered the signal.
   void prepareForSleep(bool goesToSleep) { say("b", goesToSleep ? 1 : 0); }
 
   template <typename... Arguments>
@@ -140,7 +140,7 @@ class FakeLogind {
   sd_bus* bus = nullptr;
 };
 
-/// A machine on a cable that sleeps and resumes. Each resume leads to one update.
+/// A machine on a cable. Each resume leads to one update.
 struct NetworkResume : ::testing::Test, MonitoredNetwork {
   void SetUp() override {
     daemon.start();
@@ -150,7 +150,7 @@ struct NetworkResume : ::testing::Test, MonitoredNetwork {
     EXPECT_EQ(resumes(), 0u);
   }
 
-  /// How many were reported so far.
+  /// The number of updates so far.
   std::size_t resumes() {
     EXPECT_TRUE(roundTrip.succeeds(loop));
     EXPECT_TRUE(isIdle(loop));
@@ -163,7 +163,7 @@ struct NetworkResume : ::testing::Test, MonitoredNetwork {
   RoundTrip roundTrip{bus};
 };
 
-TEST_F(NetworkResume, ReportsAnUnchangedPathAfterEachAndNotBeforeSleep) {
+TEST_F(NetworkResume, EachResumeReportsTheSamePath) {
   FakeLogind logind(daemon);
   for (std::size_t night = 1; night <= 2; ++night) {
     logind.prepareForSleep(true);
@@ -173,7 +173,7 @@ TEST_F(NetworkResume, ReportsAnUnchangedPathAfterEachAndNotBeforeSleep) {
   }
 }
 
-TEST_F(NetworkResume, IsHeardFromLogindOnlyAndInItsOwnWords) {
+TEST_F(NetworkResume, OnlyTheSignalOfLogindCounts) {
   FakeLogind(daemon, "org.example.login1").prepareForSleep(false);
   Stranger(daemon).tell(roundTrip.uniqueName(), "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
                         "PrepareForSleep", "b", 0);
@@ -185,12 +185,12 @@ TEST_F(NetworkResume, IsHeardFromLogindOnlyAndInItsOwnWords) {
   EXPECT_EQ(resumes(), 1u);
 }
 
-TEST_F(NetworkResume, IsHeardAgainWhenTheBusComesBackUntilItIsCancelled) {
+TEST_F(NetworkResume, WorksAfterARestartOfTheBusUntilCancelled) {
   daemon.stop();
   daemon.start();
   ASSERT_TRUE(comesTrue(loop, [this] { return roundTrip.connections == 2; }));
   EXPECT_EQ(resumes(), 0u);
-  // Also from a logind that starts anew, and not once cancelled.
+  // Also from a logind that has restarted.
   for (std::size_t time = 1; time <= 2; ++time) {
     FakeLogind(daemon).prepareForSleep(false);
     EXPECT_EQ(resumes(), time);

@@ -21,13 +21,13 @@ struct Preferences : FileTest {
   void put(const std::string& contents) const { testing::put(path, contents); }
 };
 
-TEST_F(Preferences, AreAJsonObject) {
+TEST_F(Preferences, FileIsAJSONObject) {
   preferences.setBool("autoConnectEnabled", false);
   preferences.setString("connectionMode", "official_chatgpt");
   EXPECT_EQ(written(), (json{{"autoConnectEnabled", false}, {"connectionMode", "official_chatgpt"}}));
 }
 
-TEST_F(Preferences, AreReadAnewEachTime) {
+TEST_F(Preferences, FileIsReadAtEachCall) {
   PreferencesFile other(path);
   preferences.setBool("flag", true);
   EXPECT_EQ(other.boolForKey("flag"), true);
@@ -39,7 +39,7 @@ TEST_F(Preferences, AreReadAnewEachTime) {
   EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
 }
 
-TEST_F(Preferences, OfAnotherKindReadAsAbsent) {
+TEST_F(Preferences, ValuesOfOtherTypesAreAbsent) {
   put(R"({"a": 1, "b": null, "c": [true], "d": {"x": "y"}, "e": "true", "f": 0})");
   for (const std::string key : {"a", "b", "c", "d", "e", "f"}) {
     EXPECT_EQ(preferences.boolForKey(key), std::nullopt) << key;
@@ -49,13 +49,13 @@ TEST_F(Preferences, OfAnotherKindReadAsAbsent) {
   }
 }
 
-TEST_F(Preferences, KeepTheKeysOfOthers) {
+TEST_F(Preferences, UnknownKeysAreKept) {
   put(R"({"theirs": {"deep": [1, 2.5, null, "文"]}, "flag": true})");
   preferences.setBool("flag", false);
   EXPECT_EQ(written(), json::parse(R"({"theirs": {"deep": [1, 2.5, null, "文"]}, "flag": false})"));
 }
 
-TEST_F(Preferences, AreForTheirOwnerAloneAndSoAreTheirFolders) {
+TEST_F(Preferences, FileAndFoldersArePrivate) {
   const std::string deep = folder.file("a/b/preferences.json");
   PreferencesFile(deep).setBool("flag", true);
   EXPECT_EQ(modeOf(deep), 0600U);
@@ -63,9 +63,9 @@ TEST_F(Preferences, AreForTheirOwnerAloneAndSoAreTheirFolders) {
   EXPECT_EQ(modeOf(folder.file("a")), 0700U);
 }
 
-// --- what cannot be read as preferences
+// --- damaged and unreadable files
 
-TEST_F(Preferences, ThatAreDamagedReadAsNeverWrittenAndAreKeptAsideAtTheNextWrite) {
+TEST_F(Preferences, NextWriteKeepsADamagedFileAside) {
   const std::string deep = "{\"theirs\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}";
   for (const std::string& damage :
        {std::string("\x7f\x45LF\1\2\3"), std::string(), std::string(R"(["flag", true])"),
@@ -83,7 +83,7 @@ TEST_F(Preferences, ThatAreDamagedReadAsNeverWrittenAndAreKeptAsideAtTheNextWrit
   }
 }
 
-TEST_F(Preferences, KeepEveryDamagedFileUnderANameThatIsFree) {
+TEST_F(Preferences, EachDamagedFileGetsAFreeName) {
   fs::create_symlink("nowhere", path + ".damaged-2");
   for (const std::string damage : {"first", "third"}) {
     put(damage);
@@ -94,16 +94,7 @@ TEST_F(Preferences, KeepEveryDamagedFileUnderANameThatIsFree) {
   EXPECT_EQ(contentsOf(path + ".damaged-3"), "third");
 }
 
-TEST_F(Preferences, KeepAFolderInTheirPlaceAside) {
-  fs::create_directory(path);
-  std::ofstream(path + "/file") << "somebody's";
-  EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
-  preferences.setBool("flag", true);
-  EXPECT_EQ(contentsOf(path + ".damaged/file"), "somebody's");
-  EXPECT_EQ(written(), (json{{"flag", true}}));
-}
-
-TEST_F(Preferences, DoNotWaitForANamedPipeInTheirPlace) {
+TEST_F(Preferences, NamedPipeIsMovedAside) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
   preferences.setBool("flag", true);
@@ -111,7 +102,7 @@ TEST_F(Preferences, DoNotWaitForANamedPipeInTheirPlace) {
   EXPECT_EQ(written(), (json{{"flag", true}}));
 }
 
-TEST_F(Preferences, StayBehindALinkAlsoWhenTheyWereDamaged) {
+TEST_F(Preferences, LinkToADamagedFileStays) {
   const std::string target = folder.file("elsewhere.json");
   std::ofstream(target) << "damage";
   fs::create_symlink("elsewhere.json", path);
@@ -121,7 +112,7 @@ TEST_F(Preferences, StayBehindALinkAlsoWhenTheyWereDamaged) {
   EXPECT_EQ(contentsOf(target + ".damaged"), "damage");
 }
 
-TEST_F(Preferences, HoldAsTheyWereWhileTheyCannotBeOpened) {
+TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
   put(R"({"flag": false})");
   EXPECT_EQ(preferences.boolForKey("flag"), false);
   preferences.setString("text", "t");
@@ -138,9 +129,9 @@ TEST_F(Preferences, HoldAsTheyWereWhileTheyCannotBeOpened) {
   EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
 }
 
-// --- what cannot be written
+// --- failed writes
 
-/// A folder that cannot be made, as there is a file in its place.
+/// The folder cannot be created: a file has its name.
 struct UnwritablePreferences : Preferences {
   const std::string place = folder.file("place");
   PreferencesFile unwritable{place + "/preferences.json"};
@@ -149,28 +140,19 @@ struct UnwritablePreferences : Preferences {
   void makeWritable() const { fs::remove(place); }
 };
 
-TEST_F(UnwritablePreferences, HoldForThisProcessOnly) {
-  unwritable.setBool("flag", false);
-  unwritable.setString("text", "t");
-  EXPECT_EQ(unwritable.boolForKey("flag"), false);
-  EXPECT_EQ(unwritable.stringForKey("text"), "t");
-  EXPECT_EQ(contentsOf(place), "a file");
-  EXPECT_EQ(PreferencesFile(place + "/preferences.json").boolForKey("flag"), std::nullopt);
-}
-
-TEST_F(UnwritablePreferences, AreAllWrittenWithTheNextOneThatCanBe) {
+TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
   unwritable.setBool("flag", true);
   unwritable.setBool("flag", false);
   makeWritable();
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   unwritable.setString("text", "t");
   EXPECT_EQ(json::parse(contentsOf(place + "/preferences.json")), (json{{"flag", false}, {"text", "t"}}));
-  // From then on they do not hold against others.
+  // Once saved, changes by other processes take effect.
   PreferencesFile(place + "/preferences.json").setBool("flag", true);
   EXPECT_EQ(unwritable.boolForKey("flag"), true);
 }
 
-TEST_F(Preferences, HoldOverTheOldFileWhenTheDiskIsFull) {
+TEST_F(Preferences, NewValuesHoldWhenTheDiskIsFull) {
   for (const std::string old : {R"({"flag": true})", "damage"}) {
     put(old);
     {
@@ -188,28 +170,21 @@ TEST_F(Preferences, HoldOverTheOldFileWhenTheDiskIsFull) {
   EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
 
-// --- as the fake has it
+// --- contract
 
-template <typename Store>
-Store storeIn(const ScratchFolder& folder);
-template <>
-FakeUserDefaults storeIn(const ScratchFolder&) {
-  return {};
-}
-template <>
-PreferencesFile storeIn(const ScratchFolder& folder) {
-  return PreferencesFile(folder.file("preferences.json"));
-}
-
-template <typename Store>
-struct UserDefaultsContract : FileTest {
-  Store store = storeIn<Store>(folder);
+struct FakeStore {
+  FakeUserDefaults store;
 };
-
-using Stores = ::testing::Types<FakeUserDefaults, PreferencesFile>;
+struct FileStore {
+  ScratchFolder folder;
+  PreferencesFile store{folder.file("preferences.json")};
+};
+template <typename Store>
+struct UserDefaultsContract : ::testing::Test, Store {};
+using Stores = ::testing::Types<FakeStore, FileStore>;
 TYPED_TEST_SUITE(UserDefaultsContract, Stores);
 
-TYPED_TEST(UserDefaultsContract, KeepWhatWasWrittenLastUnderAnyKey) {
+TYPED_TEST(UserDefaultsContract, LastValueOfAnyKeyIsKept) {
   for (const std::string key : {"", "a/b", "Über", "a.b"}) {
     EXPECT_EQ(this->store.boolForKey(key), std::nullopt);
     EXPECT_EQ(this->store.stringForKey(key), std::nullopt);

@@ -53,7 +53,7 @@ TYPED_TEST(ProcessesContract, ReportsTheStatusOfAFailure) {
   EXPECT_EQ(child->terminationStatus(), 3);
 }
 
-TYPED_TEST(ProcessesContract, ReadsWhatARunningChildHasWrittenSoFar) {
+TYPED_TEST(ProcessesContract, ReadsTheOutputOfARunningChild) {
   const auto child = this->children.launch({.runtime = endless, .output = "so far"});
   EXPECT_EQ(child->readOutput(Seconds{0}), "so far");
   EXPECT_TRUE(child->isRunning());
@@ -61,7 +61,7 @@ TYPED_TEST(ProcessesContract, ReadsWhatARunningChildHasWrittenSoFar) {
   EXPECT_TRUE(this->children.ends(*child));
 }
 
-TYPED_TEST(ProcessesContract, EndsAChildByEachSignal) {
+TYPED_TEST(ProcessesContract, EachSignalEndsAChild) {
   for (const auto& end : {&Process::terminate, &Process::interrupt, &Process::terminateGroup}) {
     const auto child = this->children.launch({.runtime = endless});
     EXPECT_TRUE(child->isRunning());
@@ -71,7 +71,7 @@ TYPED_TEST(ProcessesContract, EndsAChildByEachSignal) {
   }
 }
 
-TYPED_TEST(ProcessesContract, EndsAChildThatIgnoresOneSignalByTheOther) {
+TYPED_TEST(ProcessesContract, ChildThatIgnoresOneSignalEndsByTheOther) {
   const auto child = this->children.launch({.runtime = endless, .ignoresTerminate = true});
   child->terminate();
   EXPECT_TRUE(child->isRunning());
@@ -84,7 +84,7 @@ TYPED_TEST(ProcessesContract, EndsAChildThatIgnoresOneSignalByTheOther) {
   EXPECT_TRUE(this->children.ends(*other));
 }
 
-TYPED_TEST(ProcessesContract, ChangesNothingAboutAChildThatHasEnded) {
+TYPED_TEST(ProcessesContract, SignalsDoNotChangeAnEndedChild) {
   const auto child = this->children.launch({.output = "字\n"});
   ASSERT_TRUE(this->children.ends(*child));
   child->terminate();
@@ -95,13 +95,13 @@ TYPED_TEST(ProcessesContract, ChangesNothingAboutAChildThatHasEnded) {
   EXPECT_EQ(child->readOutput(Seconds{0}), "字\n");
 }
 
-TYPED_TEST(ProcessesContract, DescribesWhyThereIsNoChild) {
+TYPED_TEST(ProcessesContract, FailedLaunchHasAReason) {
   const auto result = this->children.launchInVain();
   ASSERT_FALSE(result);
   EXPECT_EQ(result.reason(), "No such file or directory");
 }
 
-TYPED_TEST(ProcessesContract, EndsEveryChildWhenItIsReserved) {
+TYPED_TEST(ProcessesContract, ReservingEndsEveryChild) {
   const auto first =
       this->children.launch({.runtime = endless, .ignoresTerminate = true, .ignoresInterrupt = true});
   const auto second = this->children.launch({.runtime = endless});
@@ -112,7 +112,7 @@ TYPED_TEST(ProcessesContract, EndsEveryChildWhenItIsReserved) {
   EXPECT_NE(second->terminationStatus(), 0);
 }
 
-TYPED_TEST(ProcessesContract, StillLaunchesForTheThreadThatItWasReservedFor) {
+TYPED_TEST(ProcessesContract, ReservingThreadCanStillLaunch) {
   this->children.processes.reserveForThisThread();
   const auto child = this->children.launch({.output = "last"});
   ASSERT_TRUE(this->children.ends(*child));

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A program in a prefix of its own, that tells what it knows of itself.
+/// Runs print_bundle from a prefix of its own.
 struct RunningProgram : ::testing::Test, RealChildren {
   const std::string prefix = fs::canonical(folder.file("."));
   const std::string bin = prefix + "/Kestrune Menu Client";
@@ -47,7 +47,7 @@ struct RunningProgram : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(RunningProgram, KnowsItsPathItsFolderAndWhereItWorksWhateverHappensToThem) {
+TEST_F(RunningProgram, PathsStayTheSameWhenFilesAreMoved) {
   fs::create_symlink(program, prefix + "/link");
   EXPECT_EQ(say(prefix + "/link", {"paths"}), paths());
   EXPECT_EQ(say({"chdir", "/", "paths"}), paths());
@@ -56,14 +56,14 @@ TEST_F(RunningProgram, KnowsItsPathItsFolderAndWhereItWorksWhateverHappensToThem
   EXPECT_EQ(say({"remove", program, "paths"}), paths());
 }
 
-TEST_F(RunningProgram, FindsAResourceBesideItselfOrElseInThePrefixThatItWasInstalledTo) {
+TEST_F(RunningProgram, ResourcesAreBesideTheProgramOrInThePrefix) {
   const std::string installed = putResource("share/kestrune-menu-client/logo.png");
   EXPECT_EQ(say({"resource", "logo", "png"}), installed + "\n");
   const std::string beside = putResource("Kestrune Menu Client/resources/logo.png");
   EXPECT_EQ(say({"resource", "logo", "png"}), beside + "\n");
 }
 
-TEST_F(RunningProgram, FindsNoResourceOfAnotherNameOrKind) {
+TEST_F(RunningProgram, MissingResourceIsAbsent) {
   putResource("Kestrune Menu Client/resources/logo.png");
   putResource("Kestrune Menu Client/logo.svg");
   EXPECT_EQ(say({"resource", "logo", "icns"}), "none\n");
@@ -71,7 +71,7 @@ TEST_F(RunningProgram, FindsNoResourceOfAnotherNameOrKind) {
   EXPECT_EQ(say({"resource", "logo", "svg"}), "none\n");
 }
 
-TEST_F(RunningProgram, KnowsItsEnvironment) {
+TEST_F(RunningProgram, ReadsEnvironmentVariables) {
   const ScopedVariable set("KESTRUNE_TEST_VARIABLE", "  值 ");
   EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "  值 \n");
   const ScopedVariable empty("KESTRUNE_TEST_VARIABLE", "");
@@ -80,7 +80,7 @@ TEST_F(RunningProgram, KnowsItsEnvironment) {
   EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "none\n");
 }
 
-// --- folders of the user
+// --- UserFolders
 
 using Paths = std::vector<std::string>;
 
@@ -91,8 +91,8 @@ UserFolders foldersOf(std::map<std::string, std::string> environment) {
   return UserFolders::fromEnvironment(bundle);
 }
 
-TEST(UserFolders, LieInTheHomeFolderUnlessTheEnvironmentSaysOtherwise) {
-  // Nothing, emptiness and relative paths say nothing.
+TEST(UserFolders, DefaultsAreInTheHomeFolder) {
+  // Empty and relative paths are ignored.
   for (const auto& [config, state, runtime, data] :
        {std::array{"", "", "", ""}, std::array{"c", "./s", "~/r", "../d"}}) {
     const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", config},
@@ -109,12 +109,12 @@ TEST(UserFolders, LieInTheHomeFolderUnlessTheEnvironmentSaysOtherwise) {
   EXPECT_EQ(foldersOf({}).data, (Paths{"/home/u/.local/share", "/usr/local/share", "/usr/share"}));
 }
 
-TEST(UserFolders, IgnoreARelativePathInAListAndNotTheWholeList) {
+TEST(UserFolders, RelativePathInAListIsIgnored) {
   EXPECT_EQ(foldersOf({{"XDG_DATA_DIRS", "f:/e:/g"}}).data, (Paths{"/home/u/.local/share", "/e", "/g"}));
   EXPECT_EQ(foldersOf({{"XDG_DATA_DIRS", ":/e::/g:"}}).data, (Paths{"/home/u/.local/share", "/e", "/g"}));
 }
 
-TEST(UserFolders, LieWhereTheEnvironmentSaysWithoutASlashAtTheEnd) {
+TEST(UserFolders, VariablesSetTheFoldersWithoutTrailingSlash) {
   const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", "/c/"},
                                          {"XDG_STATE_HOME", "/s/"},
                                          {"XDG_RUNTIME_DIR", "/r/"},
@@ -126,7 +126,7 @@ TEST(UserFolders, LieWhereTheEnvironmentSaysWithoutASlashAtTheEnd) {
   EXPECT_EQ(folders.data, (Paths{"/d", "/e", "/f"}));
 }
 
-TEST(UserFolders, AreThoseOfTheAccountWhenThereIsNoHome) {
+TEST(UserFolders, HomeOfTheAccountIsUsedWithoutHOME) {
   const passwd* const user = getpwuid(getuid());
   ASSERT_NE(user, nullptr);
   const std::string home = user->pw_dir;

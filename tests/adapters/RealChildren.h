@@ -23,15 +23,15 @@ namespace kestrune::testing {
 
 using Arguments = std::vector<std::string>;
 
-/// Starts real children, waits for their ends, and takes care of the descendants that they leave behind.
+/// Starts real children, waits for their end, and reaps the descendants that they leave behind.
 class RealChildren {
  public:
   RealChildren() {
-    // Held back, the signal tells of each end to those who ask, and none is missed.
+    // Blocked, so that sigtimedwait gets each SIGCHLD.
     sigemptyset(&childSignal);
     sigaddset(&childSignal, SIGCHLD);
     pthread_sigmask(SIG_BLOCK, &childSignal, nullptr);
-    // What a child leaves behind becomes a child of the test.
+    // Orphaned descendants become children of the test.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
   }
   ~RealChildren() {
@@ -48,7 +48,7 @@ class RealChildren {
     return std::move(*launched);
   }
 
-  /// A child that does what `arguments` say, and then `rest`; returns when it has come to the rest.
+  /// Launches a child with `arguments` and then `rest`; returns when it has done `arguments`.
   std::unique_ptr<Process> launchUpTo(Arguments arguments, const Arguments& rest = {"pause"}) {
     const Milestone& reached = milestones.emplace_back(folder.file(std::to_string(milestones.size())));
     arguments.insert(arguments.end(), {"touch", reached.path});
@@ -58,7 +58,7 @@ class RealChildren {
     return child;
   }
 
-  /// Waits for ends of children until `condition` holds; false when that does not come about in time.
+  /// Checks `condition` after each SIGCHLD until it holds; false after a time limit.
   bool comesTrue(const std::function<bool()>& condition) {
     const timespec wait{static_cast<time_t>(patience.count()), 0};
     while (!condition()) {
@@ -71,7 +71,7 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Whether all descendants that are left in the group have ended, or do so; they are reaped.
+  /// Reaps all remaining descendants of the group; false when one does not end in time.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;

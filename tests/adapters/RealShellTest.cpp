@@ -18,9 +18,9 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 namespace kestrune::testing {
 namespace {
 
-/// The controller's commands, run by the real shell.
+/// The controller's runner with the real bash.
 struct RealShell : ::testing::Test, RealChildren {
-  // Whatever the user's own profile does.
+  // Keeps the profile of the user who runs the tests out.
   const ScopedVariable home{"HOME", folder.file(".")};
   SystemClock clock;
   FakePlatform fakes;

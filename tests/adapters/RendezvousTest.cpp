@@ -18,12 +18,12 @@
 
 namespace {
 
-/// What locking a file fails with; 0 when it does not.
+/// The errno that flock fails with; 0 for success.
 int lockFailure = 0;
 
 }  // namespace
 
-// Takes the place of the library's own in this program: a file system may have no locks.
+// Replaces flock(2) of the C library in this program, to simulate a file system without locks.
 extern "C" int flock(int descriptor, int operation) noexcept {
   if (lockFailure == 0) return static_cast<int>(syscall(SYS_flock, descriptor, operation));
   errno = lockFailure;
@@ -47,7 +47,7 @@ struct RendezvousTest : ::testing::Test, Instances {
     EXPECT_TRUE(made->claims());
     return made;
   }
-  /// On a loop that does not run, as in a process that hangs.
+  /// A client whose loop does not run, like a hanging process.
   std::unique_ptr<Start> hangingClient() {
     auto made = std::make_unique<Start>(stopped, folders);
     EXPECT_TRUE(made->claims());
@@ -58,11 +58,11 @@ struct RendezvousTest : ::testing::Test, Instances {
   EventLoop stopped;
 };
 
-TEST_F(RendezvousTest, TurnsEveryLaterStartDownAndIsAskedToShowItself) {
+TEST_F(RendezvousTest, LaterStartsGiveWayAndAskTheClientToShowItsMenu) {
   const auto first = client();
   EXPECT_TRUE(isTurnedDown());
   EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
-  // A token that is no line is left out, and a start in the background asks for nothing.
+  // A token with a line end or of excessive length is left out. A start in the background sends no request.
   EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
   EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
   EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
@@ -71,7 +71,7 @@ TEST_F(RendezvousTest, TurnsEveryLaterStartDownAndIsAskedToShowItself) {
   EXPECT_EQ(start()->rendezvous.runningClient(), getpid());
 }
 
-TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndOrThatItReplaces) {
+TEST_F(RendezvousTest, StartWaitsForAnEndingClientOrItsPredecessor) {
   for (const Kind kind : {Kind::show, Kind::giveWay, Kind::replace}) {
     auto first = client();
     if (kind != Kind::replace) first->rendezvous.announceEnd();
@@ -84,7 +84,7 @@ TEST_F(RendezvousTest, WaitsForOneThatIsAboutToEndOrThatItReplaces) {
   }
 }
 
-TEST_F(RendezvousTest, WaitsForOneThatBeginsToEndInsteadOfAnswering) {
+TEST_F(RendezvousTest, StartWaitsForAClientThatBeginsToEnd) {
   auto first = hangingClient();
   loop.mainQueue().async([&] { first->rendezvous.announceEnd(); });
   const auto end = loop.after(moment * 3, [&] { first.reset(); });
@@ -92,7 +92,7 @@ TEST_F(RendezvousTest, WaitsForOneThatBeginsToEndInsteadOfAnswering) {
   EXPECT_EQ(first, nullptr);
 }
 
-TEST_F(RendezvousTest, IsTurnedDownByOneThatHangsAndShowsItselfLater) {
+TEST_F(RendezvousTest, StartGivesWayToAHangingClient) {
   const auto first = hangingClient();
   EXPECT_TRUE(isTurnedDown({.activationToken = "token", .answerPatience = moment}));
   EXPECT_TRUE(comesTrue(stopped, [&] { return !first->shown.empty(); }));
@@ -100,14 +100,14 @@ TEST_F(RendezvousTest, IsTurnedDownByOneThatHangsAndShowsItselfLater) {
   EXPECT_EQ(Claim{}.answerPatience, Seconds{2});
 }
 
-TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
+TEST_F(RendezvousTest, SuccessorRunsBesideAClientThatDoesNotEnd) {
   auto first = hangingClient();
   const auto successor = start();
   {
     const StandardErrorText errors;
     EXPECT_TRUE(successor->claims({.kind = Kind::replace, .predecessor = getpid(), .endPatience = moment}));
     EXPECT_EQ(errors.text(),
-              "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
+              "KestruneMenuClient: another client has locked " + place + "/lock: running beside it\n");
   }
   EXPECT_EQ(Claim{}.endPatience, Seconds{12});
   first.reset();
@@ -116,7 +116,7 @@ TEST_F(RendezvousTest, GoesOnBesideOneThatDoesNotEndAndTakesItsPlaceLater) {
   EXPECT_EQ(successor->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
+TEST_F(RendezvousTest, NextStartIsTheClientAfterSIGTERMOrSIGKILL) {
   for (const int signal : {SIGTERM, SIGKILL}) {
     InstanceProgram first(folders);
     ASSERT_EQ(first.line(), "client");
@@ -125,7 +125,7 @@ TEST_F(RendezvousTest, MakesRoomWhenItEnds) {
   EXPECT_TRUE(start()->claims());
 }
 
-TEST_F(RendezvousTest, GivesWayToWhoeverHasReplacedTheOneThatItWaitedFor) {
+TEST_F(RendezvousTest, SuccessorGivesWayToAClientThatWasFaster) {
   InstanceProgram first(folders);
   ASSERT_EQ(first.line(), "client");
   InstanceProgram successor(folders, {.kind = Kind::replace, .predecessor = first.pid()});
@@ -139,7 +139,7 @@ TEST_F(RendezvousTest, GivesWayToWhoeverHasReplacedTheOneThatItWaitedFor) {
   EXPECT_TRUE(other.isSilent());
 }
 
-TEST_F(RendezvousTest, IsTheUsersAlone) {
+TEST_F(RendezvousTest, FilesArePrivate) {
   const auto first = client();
   for (const auto& [path, mode] : std::map<std::string, unsigned>{
            {place, S_IFDIR | 0700}, {place + "/lock", S_IFREG | 0600}, {socket, S_IFSOCK | 0600}}) {
@@ -149,7 +149,7 @@ TEST_F(RendezvousTest, IsTheUsersAlone) {
   }
 }
 
-TEST_F(RendezvousTest, GoesOnWhereNothingCanBeLockedAndIsFoundByItsSocket) {
+TEST_F(RendezvousTest, ClientWithoutALockIsFoundByItsSocket) {
   for (const int failure : {ENOLCK, EIO}) {
     lockFailure = failure;
     const auto first = start();
@@ -157,24 +157,25 @@ TEST_F(RendezvousTest, GoesOnWhereNothingCanBeLockedAndIsFoundByItsSocket) {
       const StandardErrorText errors;
       EXPECT_TRUE(first->claims());
       EXPECT_EQ(errors.text(), "KestruneMenuClient: cannot lock " + place +
-                                   "/lock: " + std::system_category().message(failure) + "\n");
+                                   "/lock: " + std::system_category().message(failure) +
+                                   "; a second start may not find this client\n");
     }
     EXPECT_TRUE(isTurnedDown());
     EXPECT_EQ(first->shown.size(), 1U);
   }
 }
 
-TEST_F(RendezvousTest, GoesOnWhereThereCanBeNoFolder) {
+TEST_F(RendezvousTest, ClientRunsWithoutAFolder) {
   std::ofstream(state) << "not a folder";
   const StandardErrorText errors;
   EXPECT_TRUE(Start(loop, InstanceFolders("", state, "")).claims(replacement));
   EXPECT_EQ(errors.text().find("KestruneMenuClient: cannot lock " + state), 0U) << errors.text();
 }
 
-TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
+TEST_F(RendezvousTest, ClientRunsOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    // Room for the folder of the client and its lock.
+    // Inodes for the root, the client's folder and the lock; none for the socket.
     if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
@@ -189,13 +190,14 @@ TEST_F(RendezvousTest, GoesOnOnAFullDisk) {
   });
   for (const char* const said : {"client", "second", "second", "1"}) EXPECT_EQ(program.line(), said);
   program.waitForEnd();
-  EXPECT_EQ(program.standardError(), "KestruneMenuClient: nobody can reach the client by " + socket +
-                                         ": No space left on device\n"
-                                         "KestruneMenuClient: another client has locked " +
-                                         place + "/lock, and takes no requests\n");
+  EXPECT_EQ(program.standardError(),
+            "KestruneMenuClient: cannot listen on " + socket +
+                ": No space left on device; a second start cannot reach this client\n"
+                "KestruneMenuClient: another client has locked " +
+                place + "/lock and answers no requests: not starting\n");
 }
 
-TEST_F(RendezvousTest, DoesNotFollowALinkInPlaceOfItsLock) {
+TEST_F(RendezvousTest, LinkInPlaceOfTheLockIsNotFollowed) {
   std::filesystem::create_directories(place);
   std::filesystem::create_symlink(folder.file("elsewhere"), place + "/lock");
   const StandardErrorText errors;
@@ -203,8 +205,8 @@ TEST_F(RendezvousTest, DoesNotFollowALinkInPlaceOfItsLock) {
   EXPECT_FALSE(std::filesystem::exists(folder.file("elsewhere")));
 }
 
-TEST_F(RendezvousTest, UsesNoFolderOfAnotherUser) {
-  // Only root can give a folder away, and everybody else finds one of root's.
+TEST_F(RendezvousTest, FolderOfAnotherUserIsNotUsed) {
+  // Only root can change the owner; other users link to a folder of root.
   if (geteuid() == 0) {
     std::filesystem::create_directories(place);
     ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
@@ -213,18 +215,18 @@ TEST_F(RendezvousTest, UsesNoFolderOfAnotherUser) {
   }
   const StandardErrorText errors;
   EXPECT_TRUE(start()->claims());
-  EXPECT_NE(errors.text().find("/lock: Operation not permitted\n"), std::string::npos) << errors.text();
+  EXPECT_NE(errors.text().find("/lock: Operation not permitted; "), std::string::npos) << errors.text();
   EXPECT_FALSE(std::filesystem::exists(place + "/lock"));
 }
 
-TEST_F(RendezvousTest, PassesItsLockOnToTheProgramThatItBecomes) {
+TEST_F(RendezvousTest, LockIsKeptAcrossExec) {
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     EventLoop own;
     Start before(own, folders);
     before.claims();
     before.rendezvous.passOn();
-    std::filesystem::remove(socket);  // as with exec, nobody answers
-    // Of those that come after it, the first takes the lock over.
+    std::filesystem::remove(socket);  // after exec, nobody answers
+    // The first Rendezvous that is constructed takes the lock over.
     Start after(own, folders), another(own, folders);
     say(another.claims({.answerPatience = moment}) ? "client" : "second");
     say(after.claims(replacement) ? "client" : "second");
@@ -240,7 +242,7 @@ TEST_F(RendezvousTest, PassesItsLockOnToTheProgramThatItBecomes) {
   EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
 }
 
-TEST_F(RendezvousTest, MakesLockAndSocketAnewWhereSomebodyHasRemovedThem) {
+TEST_F(RendezvousTest, RemovedLockAndSocketAreCreatedAgain) {
   const auto first = client();
   RawPeer follower(loop, place);
   follower.say("follow\n");
@@ -256,7 +258,7 @@ TEST_F(RendezvousTest, MakesLockAndSocketAnewWhereSomebodyHasRemovedThem) {
   EXPECT_TRUE(follower.hears("1\n2\n"));
 }
 
-TEST_F(RendezvousTest, LeavesThePlaceToAnotherClientAndTakesItBackAfterIt) {
+TEST_F(RendezvousTest, ClientTakesItsPlaceBackAfterAnother) {
   const auto first = client();
   std::filesystem::remove_all(place);
   auto other = client();
@@ -265,7 +267,7 @@ TEST_F(RendezvousTest, LeavesThePlaceToAnotherClientAndTakesItBackAfterIt) {
     first->rendezvous.publish([] { return "1"; });
     first->rendezvous.publish([] { return "2"; });
     EXPECT_EQ(errors.text(),
-              "KestruneMenuClient: another client has locked " + place + "/lock: going on beside it\n");
+              "KestruneMenuClient: another client has locked " + place + "/lock: running beside it\n");
   }
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(other->shown.size(), 1U);
@@ -275,7 +277,7 @@ TEST_F(RendezvousTest, LeavesThePlaceToAnotherClientAndTakesItBackAfterIt) {
   EXPECT_EQ(first->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, IsFoundByASessionWithARuntimeFolderWhenItHasNone) {
+TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
   Start first(loop, InstanceFolders("", state, ""));
   ASSERT_TRUE(first.claims());
   EXPECT_TRUE(std::filesystem::exists(stateSocket));
@@ -283,7 +285,7 @@ TEST_F(RendezvousTest, IsFoundByASessionWithARuntimeFolderWhenItHasNone) {
   EXPECT_EQ(first.shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
+TEST_F(RendezvousTest, ClientMovesToTheStateFolderWhenTheRuntimeFolderVanishes) {
   const auto first = client();
   std::filesystem::remove_all(runtime);
   first->rendezvous.publish([] { return "1"; });
@@ -293,7 +295,7 @@ TEST_F(RendezvousTest, GoesIntoTheStateFolderWhenTheRuntimeFolderVanishes) {
   EXPECT_EQ(first->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, AsksTheClientForAnActionAndSaysWhatItSays) {
+TEST_F(RendezvousTest, PerformReturnsTheAnswerOfTheClient) {
   const auto first = client();
   EXPECT_EQ(start()->rendezvous.ask("quit"), "the client has not started yet");
   Tokens performed;
@@ -308,7 +310,7 @@ TEST_F(RendezvousTest, AsksTheClientForAnActionAndSaysWhatItSays) {
   EXPECT_EQ(performed, (Tokens{"quit", "fly away"}));
 }
 
-TEST_F(RendezvousTest, SaysWhyNoClientTakesAnAction) {
+TEST_F(RendezvousTest, PerformReturnsWhyNoClientAnswers) {
   EXPECT_EQ(start()->rendezvous.ask("quit"), "no client runs");
   const auto hanging = hangingClient();
   EXPECT_EQ(start()->rendezvous.ask("quit", moment), "the client that runs does not answer");
@@ -328,7 +330,7 @@ struct InstanceFoldersTest : ::testing::Test {
   }
 };
 
-TEST_F(InstanceFoldersTest, AreInTheFirstRuntimeFolderOfTheUserThatThereIs) {
+TEST_F(InstanceFoldersTest, FirstExistingRuntimeFolderOfTheUserIsUsed) {
   EXPECT_EQ(chosen(""), state);
   std::filesystem::create_directories(own);
   EXPECT_EQ(chosen(""), own);
@@ -337,7 +339,7 @@ TEST_F(InstanceFoldersTest, AreInTheFirstRuntimeFolderOfTheUserThatThereIs) {
   const std::string session = folder.file("session");
   std::filesystem::create_directories(session);
   EXPECT_EQ(chosen(session), session);
-  // Of another user.
+  // A folder of another user is skipped.
   EXPECT_TRUE(geteuid() != 0 || chown(session.c_str(), 65534, 65534) == 0);
   EXPECT_EQ(chosen(geteuid() == 0 ? session : "/usr"), own);
 }

@@ -24,7 +24,7 @@ struct RequestServerTest : ::testing::Test, Instances {
     made->say(text);
     return made;
   }
-  /// What another process is answered.
+  /// The answer to a request of another process.
   std::string answer(const std::string& request) {
     const auto asking = peer(request + "\n");
     comesTrue(loop, [&] { return asking->read(), asking->text.ends_with('\n') || asking->hasEnded; });
@@ -54,7 +54,7 @@ TEST_F(RequestServerTest, AnswersRequests) {
   EXPECT_EQ(asked, (std::vector<std::string>{"show:", "show:a token", "perform:quit", "perform:fly"}));
 }
 
-TEST_F(RequestServerTest, AnswersEachLineOfAPeerInItsOrder) {
+TEST_F(RequestServerTest, LinesAreAnsweredInOrder) {
   const auto asking = peer("show 1\nnothing\nperf");
   ASSERT_TRUE(asking->hears("ok\nerror unknown request\n"));
   asking->say("orm quit\nshow 2");
@@ -64,7 +64,7 @@ TEST_F(RequestServerTest, AnswersEachLineOfAPeerInItsOrder) {
   EXPECT_TRUE(comesTrue(loop, [&] { return asked.size() == 3; }));
 }
 
-TEST_F(RequestServerTest, RefusesWhatItDoesNotKnow) {
+TEST_F(RequestServerTest, UnknownRequestIsAnError) {
   for (const std::string request :
        {"", " ", "Show", "showing", " show", "quit", "GET / HTTP/1.1\r", "\xff"}) {
     EXPECT_EQ(answer(request), "error unknown request\n") << request;
@@ -72,7 +72,7 @@ TEST_F(RequestServerTest, RefusesWhatItDoesNotKnow) {
   EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(RequestServerTest, TellsTheStatusOnceOrAlways) {
+TEST_F(RequestServerTest, StatusIsSentOnceAndFollowForEver) {
   const auto once = peer("status\n"), always = peer("follow\n");
   publish("1");
   EXPECT_TRUE(once->hears("1\n"));
@@ -83,13 +83,13 @@ TEST_F(RequestServerTest, TellsTheStatusOnceOrAlways) {
   EXPECT_TRUE(once->hears("1\n"));
 }
 
-TEST_F(RequestServerTest, DisconnectsAPeerWhoseLineDoesNotEnd) {
+TEST_F(RequestServerTest, PeerWithATooLongLineIsDisconnected) {
   const auto endless = peer(std::string(100000, 'x'));
   EXPECT_TRUE(endless->isDisconnected());
   EXPECT_EQ(answer("show"), "ok\n");
 }
 
-TEST_F(RequestServerTest, DisconnectsAPeerThatDoesNotRead) {
+TEST_F(RequestServerTest, PeerThatDoesNotReadIsDisconnected) {
   const auto deaf = peer("follow\n"), listening = peer("follow\n");
   std::string said;
   for (int i = 0; i < 20; ++i) {
@@ -102,7 +102,7 @@ TEST_F(RequestServerTest, DisconnectsAPeerThatDoesNotRead) {
   EXPECT_LT(deaf->text.size(), said.size());
 }
 
-TEST_F(RequestServerTest, MayDisconnectAPeerWhileItDoesWhatThatOneAsksFor) {
+TEST_F(RequestServerTest, PeerMayBeDisconnectedDuringItsRequest) {
   whilePerforming = [&] {
     for (int i = 0; i < 20; ++i) publish(std::to_string(i) + std::string(50000, 'x'));
   };
@@ -111,7 +111,7 @@ TEST_F(RequestServerTest, MayDisconnectAPeerWhileItDoesWhatThatOneAsksFor) {
   EXPECT_EQ(asked, std::vector<std::string>{"perform:quit"});
 }
 
-TEST_F(RequestServerTest, LeavesRoomForAnotherPeerByDisconnectingTheOldest) {
+TEST_F(RequestServerTest, OldestPeerIsDisconnectedBeyondTheLimit) {
   std::vector<std::unique_ptr<RawPeer>> peers;
   for (int i = 0; i < 70; ++i) {
     peers.push_back(peer("status\n"));
@@ -123,9 +123,9 @@ TEST_F(RequestServerTest, LeavesRoomForAnotherPeerByDisconnectingTheOldest) {
   EXPECT_EQ(peers.front()->text, "");
 }
 
-TEST_F(RequestServerTest, DisconnectsProcessesOfOtherUsers) {
+TEST_F(RequestServerTest, PeerOfAnotherUserIsDisconnected) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-  // Nothing but who asks is in the way.
+  // Only the user ID may be the reason for the refusal.
   for (std::filesystem::path each = socket; each != "/tmp"; each = each.parent_path())
     chmod(each.c_str(), 0777);
   ForkedProgram stranger([this](const ForkedProgram::Say& say) {
@@ -140,7 +140,7 @@ TEST_F(RequestServerTest, DisconnectsProcessesOfOtherUsers) {
   EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(RequestServerTest, ListensWhereAnAddressHasNoRoomForThePath) {
+TEST_F(RequestServerTest, PathLongerThanSunPathWorks) {
   const std::string far = folder.file(std::string(100, 'a')) + "/" + std::string(100, 'b');
   std::filesystem::create_directories(far);
   ASSERT_FALSE(server.listen(far));
@@ -149,7 +149,7 @@ TEST_F(RequestServerTest, ListensWhereAnAddressHasNoRoomForThePath) {
   EXPECT_TRUE(asking.hears("ok\n"));
 }
 
-TEST_F(RequestServerTest, TakesThePlaceOfADeadSocketOrALinkAndLeavesWhatThatLeadsTo) {
+TEST_F(RequestServerTest, DeadSocketOrLinkIsReplaced) {
   std::ofstream(folder.file("precious")) << "kept";
   std::filesystem::remove(socket);
   std::filesystem::create_symlink(folder.file("precious"), socket);
@@ -164,7 +164,7 @@ TEST_F(RequestServerTest, TakesThePlaceOfADeadSocketOrALinkAndLeavesWhatThatLead
   EXPECT_EQ(text, "kept");
 }
 
-TEST_F(RequestServerTest, SaysWhyItCannotListen) {
+TEST_F(RequestServerTest, FailedListenHasTheErrno) {
   std::filesystem::remove(socket);
   std::filesystem::create_directories(socket + "/in the way");
   EXPECT_EQ(server.listen(place), std::errc::is_a_directory);
@@ -172,9 +172,9 @@ TEST_F(RequestServerTest, SaysWhyItCannotListen) {
   EXPECT_EQ(server.listen(folder.file("nowhere")), std::errc::no_such_file_or_directory);
 }
 
-TEST_F(RequestServerTest, RestsWhileThereAreNoDescriptorsAndGoesOnThen) {
+TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // The first timer of a loop takes a descriptor, and a client has long had one.
+  // The loop's first timer opens a timerfd; a running client has one already.
   loop.after(Seconds{60}, [] {});
   int turns = 0;
   {
@@ -183,7 +183,7 @@ TEST_F(RequestServerTest, RestsWhileThereAreNoDescriptorsAndGoesOnThen) {
     const Seconds end = clock.awakeTime() + Seconds{0.2};
     loop.runUntil([&] {
       ++turns;
-      // Something has to wake the loop.
+      // Wakes the loop at the latest then.
       loop.mainQueue().asyncAfter(Seconds{0.05}, [] {});
       return clock.awakeTime() >= end;
     });

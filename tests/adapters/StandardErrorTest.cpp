@@ -12,13 +12,13 @@
 namespace kestrune::testing {
 namespace {
 
-TEST(ReportOnce, SaysEachFaultOnce) {
+TEST(ReportOnce, EachMessageIsPrintedOnce) {
   const StandardErrorText errors;
   for (const char* const message : {"a", "b", "a"}) reportOnce(message);
   EXPECT_EQ(errors.text(), "KestruneMenuClient: a\nKestruneMenuClient: b\n");
 }
 
-TEST(ReportOnce, WaitsForNoReader) {
+TEST(ReportOnce, DoesNotBlockWhileNobodyReads) {
   const StandardErrorText restored;
   const PipeEnds pipe;
   fcntl(pipe.writing.get(), F_SETFL, O_NONBLOCK);
@@ -28,7 +28,7 @@ TEST(ReportOnce, WaitsForNoReader) {
   fcntl(pipe.writing.get(), F_SETFL, 0);
   dup2(pipe.writing.get(), STDERR_FILENO);
   reportOnce("held up");
-  // Later it is told after all.
+  // Printed once the reader continues.
   fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
   while (read(pipe.reading.get(), piece, sizeof piece) > 0) {
   }

@@ -10,7 +10,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// What a subscriber heard.
+/// The calls of a subscription.
 struct Heard {
   Lines lines;
   int absences = 0;
@@ -51,7 +51,7 @@ struct StatusFeedContract : ::testing::Test, Feed {
 using Feeds = ::testing::Types<VirtualFeed, RealFeed>;
 TYPED_TEST_SUITE(StatusFeedContract, Feeds);
 
-TYPED_TEST(StatusFeedContract, TellsTheNewestLineAndEachLaterOneOnce) {
+TYPED_TEST(StatusFeedContract, SubscriberGetsTheNewestLineAndEachChange) {
   this->startClient();
   this->client().publish([] { return "1"; });
   this->client().publish([] { return "2"; });
@@ -66,7 +66,7 @@ TYPED_TEST(StatusFeedContract, TellsTheNewestLineAndEachLaterOneOnce) {
   EXPECT_EQ(heard.absences, 0);
 }
 
-TYPED_TEST(StatusFeedContract, TellsEverySubscriberAndNobodyWhoHasLeft) {
+TYPED_TEST(StatusFeedContract, EverySubscriberIsToldUntilItLeaves) {
   this->startClient();
   this->client().publish([] { return "1"; });
   Heard gone, first, second;
@@ -78,7 +78,7 @@ TYPED_TEST(StatusFeedContract, TellsEverySubscriberAndNobodyWhoHasLeft) {
   EXPECT_EQ(gone.absences, 0);
 }
 
-TYPED_TEST(StatusFeedContract, TellsThatThereIsNoClientAndHearsOneThatStarts) {
+TYPED_TEST(StatusFeedContract, AbsenceIsToldAndALaterClientIsFound) {
   Heard heard;
   heard.subscribeTo(this->other());
   EXPECT_EQ(heard.absences, 0);
@@ -93,7 +93,7 @@ TYPED_TEST(StatusFeedContract, TellsThatThereIsNoClientAndHearsOneThatStarts) {
   EXPECT_EQ(heard.lines, (Lines{"1", "1"}));
 }
 
-TYPED_TEST(StatusFeedContract, MayBeLeftFromInsideACall) {
+TYPED_TEST(StatusFeedContract, CallbackMayDestroyItsSubscription) {
   this->startClient();
   this->client().publish([] { return "1"; });
   std::unique_ptr<StatusSubscription> subscription;
@@ -120,7 +120,7 @@ struct ClientSubscriptionTest : ::testing::Test, RealFeed {
   }
 };
 
-TEST_F(ClientSubscriptionTest, NoticesAClientWhoseFoldersWereNotThere) {
+TEST_F(ClientSubscriptionTest, ClientInANewFolderIsFound) {
   std::filesystem::remove_all(runtime);
   Heard heard;
   heard.subscribeTo(other());
@@ -130,7 +130,7 @@ TEST_F(ClientSubscriptionTest, NoticesAClientWhoseFoldersWereNotThere) {
   EXPECT_TRUE(letPassUntil([&] { return heard.lines == Lines{"in the state folder"}; }));
 }
 
-TEST_F(ClientSubscriptionTest, NoticesAClientAfterItsFoldersWereRemoved) {
+TEST_F(ClientSubscriptionTest, ClientIsFoundAfterItsFolderWasRemoved) {
   startClient();
   client().publish([] { return "1"; });
   Heard heard;
@@ -145,7 +145,7 @@ TEST_F(ClientSubscriptionTest, NoticesAClientAfterItsFoldersWereRemoved) {
   EXPECT_TRUE(letPassUntil([&] { return heard.lines == (Lines{"1", "2"}); }));
 }
 
-TEST_F(ClientSubscriptionTest, FindsTheSuccessorOfAClientThatEnds) {
+TEST_F(ClientSubscriptionTest, SuccessorOfAnEndingClientIsFound) {
   startClient();
   client().publish([] { return "1"; });
   Heard heard;
@@ -161,7 +161,7 @@ TEST_F(ClientSubscriptionTest, FindsTheSuccessorOfAClientThatEnds) {
   EXPECT_EQ(heard.absences, 0);
 }
 
-TEST_F(ClientSubscriptionTest, TakesAClientThatSaysNothingForAbsent) {
+TEST_F(ClientSubscriptionTest, SilentClientCountsAsAbsent) {
   EventLoop stopped;
   Start hung(stopped, folders);
   ASSERT_TRUE(hung.claims());

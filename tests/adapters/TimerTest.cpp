@@ -36,7 +36,7 @@ struct TimerContract : ::testing::Test {
   void letTick(std::size_t count) {
     EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
   }
-  /// How long after `moment` the second tick since then comes.
+  /// The time from `moment` to the second tick after it.
   Seconds secondTickAfter(const Seconds& moment) {
     std::vector<Seconds> since;
     EXPECT_TRUE(loop.letPassUntil([&] {
@@ -52,7 +52,7 @@ struct TimerContract : ::testing::Test {
 using Loops = ::testing::Types<VirtualLoop, RealLoop>;
 TYPED_TEST_SUITE(TimerContract, Loops);
 
-TYPED_TEST(TimerContract, CountsTheFirstIntervalFromTheCallHoweverLongTheLoopWasBusy) {
+TYPED_TEST(TimerContract, FirstIntervalCountsFromTheCall) {
   Seconds begin{};
   this->loop.loop.mainQueue().async([&] {
     this->loop.keepBusy(fewIntervals);
@@ -63,7 +63,7 @@ TYPED_TEST(TimerContract, CountsTheFirstIntervalFromTheCallHoweverLongTheLoopWas
   EXPECT_GE(this->ticks.at(0) - begin, interval - rounding);
 }
 
-TYPED_TEST(TimerContract, TicksAgainAndAgain) {
+TYPED_TEST(TimerContract, Repeats) {
   const Seconds begin = this->now();
   this->schedule();
   EXPECT_TRUE(this->ticks.empty());
@@ -72,7 +72,7 @@ TYPED_TEST(TimerContract, TicksAgainAndAgain) {
   EXPECT_GE(this->ticks.at(4) - begin, 5 * interval - rounding);
 }
 
-TYPED_TEST(TimerContract, DoesNotTickAfterItWasInvalidatedOnceOrTwiceAlthoughItWasDueBefore) {
+TYPED_TEST(TimerContract, InvalidatedTimerDoesNotTickThoughItWasDue) {
   this->schedule();
   this->loop.loop.mainQueue().async([&] {
     this->loop.keepBusy(2 * interval);
@@ -83,8 +83,8 @@ TYPED_TEST(TimerContract, DoesNotTickAfterItWasInvalidatedOnceOrTwiceAlthoughItW
   EXPECT_TRUE(this->ticks.empty());
 }
 
-TYPED_TEST(TimerContract, MayBeDestroyedByItsOwnAction) {
-  // What the action holds must live until it is done.
+TYPED_TEST(TimerContract, ActionMayDestroyItsTimer) {
+  // The captures of the action must live until it returns.
   this->schedule([this, text = std::make_shared<std::string>("still there")] {
     this->timer.reset();
     EXPECT_EQ(*text, "still there");
@@ -94,7 +94,7 @@ TYPED_TEST(TimerContract, MayBeDestroyedByItsOwnAction) {
   EXPECT_EQ(this->ticks.size(), 1U);
 }
 
-TYPED_TEST(TimerContract, LetsGoOfItsActionAndDoesNotTickWhenItIsDestroyed) {
+TYPED_TEST(TimerContract, DestroyedTimerReleasesItsAction) {
   auto held = std::make_shared<int>(0);
   const std::weak_ptr<int> watched = held;
   this->schedule([held] {});
@@ -106,7 +106,7 @@ TYPED_TEST(TimerContract, LetsGoOfItsActionAndDoesNotTickWhenItIsDestroyed) {
   EXPECT_TRUE(this->ticks.empty());
 }
 
-TYPED_TEST(TimerContract, MakesOneTickOfThoseThatWereMissedWhileTheMainThreadWasBusy) {
+TYPED_TEST(TimerContract, MissedTicksBecomeOne) {
   Seconds end{0};
   this->schedule();
   this->loop.loop.mainQueue().async([&] {
@@ -116,18 +116,7 @@ TYPED_TEST(TimerContract, MakesOneTickOfThoseThatWereMissedWhileTheMainThreadWas
   EXPECT_GE(this->secondTickAfter(end), interval / 2);
 }
 
-TYPED_TEST(TimerContract, MakesOneTickOfThoseThatItsOwnActionMissed) {
-  Seconds end{0};
-  this->schedule([&] {
-    if (this->ticks.size() != 1) return;
-    this->loop.keepBusy(fewIntervals + interval / 2);
-    end = this->now();
-  });
-  EXPECT_GE(this->secondTickAfter(end), interval / 2);
-  EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), fewIntervals);
-}
-
-TYPED_TEST(TimerContract, MayBeInvalidatedByTheActionOfAnotherThatIsDueAtTheSameTime) {
+TYPED_TEST(TimerContract, ActionMayDestroyAnotherDueTimer) {
   std::unique_ptr<Timer> first;
   std::unique_ptr<Timer> second;
   int count = 0;
@@ -144,14 +133,6 @@ TYPED_TEST(TimerContract, MayBeInvalidatedByTheActionOfAnotherThatIsDueAtTheSame
   EXPECT_EQ(count, 1);
 }
 
-TYPED_TEST(TimerContract, MayBeReplacedByItsOwnAction) {
-  this->schedule([this] {
-    if (this->ticks.size() == 1) this->schedule();
-  });
-  this->letTick(3);
-  EXPECT_GE(this->ticks.at(1) - this->ticks.at(0), interval - rounding);
-}
-
 TYPED_TEST(TimerContract, ScheduleOnceRunsItsActionOnceUnlessDestroyed) {
   int count = 0;
   this->timer = this->loop.loop.scheduleOnce(interval, [&] { ++count; });
@@ -161,7 +142,7 @@ TYPED_TEST(TimerContract, ScheduleOnceRunsItsActionOnceUnlessDestroyed) {
   EXPECT_EQ(count, 1);
 }
 
-TEST(VirtualTimer, MakesOneTickOfTheTimeAsleep) {
+TEST(VirtualTimer, SuspendBecomesOneTick) {
   VirtualLoop machine;
   int ticks = 0;
   const auto timer = machine.loop.scheduleRepeating(Seconds{20}, [&] { ++ticks; });
@@ -173,7 +154,7 @@ TEST(VirtualTimer, MakesOneTickOfTheTimeAsleep) {
   EXPECT_EQ(ticks, 2);
 }
 
-// --- the clocks that they go by
+// --- SystemClock
 
 template <typename ClockUnderTest>
 struct ClockContract : ::testing::Test {
@@ -183,7 +164,7 @@ struct ClockContract : ::testing::Test {
 using Clocks = ::testing::Types<VirtualClock, SystemClock>;
 TYPED_TEST_SUITE(ClockContract, Clocks);
 
-TYPED_TEST(ClockContract, SleepsAtLeastAsLongAsAskedAndNotForNothing) {
+TYPED_TEST(ClockContract, SleepsAtLeastAsLongAsAsked) {
   const Seconds awake = this->clock.awakeTime();
   const Seconds continuous = this->clock.continuousTime();
   this->clock.sleep(Seconds{0.002});
@@ -195,12 +176,11 @@ TYPED_TEST(ClockContract, SleepsAtLeastAsLongAsAskedAndNotForNothing) {
   EXPECT_GE(this->clock.awakeTime(), before);
 }
 
-// --- where the clocks are far apart
+// --- CLOCK_MONOTONIC and CLOCK_BOOTTIME
 
-/// Where no machine has slept, the clock that counts sleep and the one that does not say the same, and taking
-/// one for the other goes unnoticed. So the tests of whatever looks at a clock run once more where they are a
-/// year apart.
-TEST(FarClocks, AreNotMixedUp) {
+/// On a machine that was never suspended, both clocks show the same time, and a wrong clock goes unnoticed.
+/// So the tests of timers and queues run again in a time namespace where CLOCK_BOOTTIME is a year ahead.
+TEST(FarClocks, MonotonicAndBoottimeAreNotMixedUp) {
   requireNamespaces("--time --boottime 1 --fork");
   constexpr double year = 365 * 24 * 3600.0;
   const std::string tests = std::filesystem::read_symlink("/proc/self/exe");

@@ -20,8 +20,7 @@ namespace {
 struct UnreadableFile : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
 
-  /// Root may read everything: then this process becomes somebody else for good, to whom the folder and all
-  /// in it belong.
+  /// Root may read everything: changes this process to another user, who then owns the folder and its files.
   void becomeOrdinaryUser() const {
     constexpr uid_t nobody = 65534;
     if (geteuid() != 0) return;
@@ -30,7 +29,7 @@ struct UnreadableFile : FileTest {
                       setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
     if (!done) throw std::runtime_error("no other user");
   }
-  /// What `replaceUnreadableFile` says in a process of its own, after `prepare`.
+  /// The error of `replaceUnreadableFile` in a process of its own, after `prepare`.
   std::string replaceAfter(const std::function<void()>& prepare) const {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
@@ -46,7 +45,7 @@ struct UnreadableFile : FileTest {
 
 const std::string success = std::error_code().message();
 
-TEST_F(UnreadableFile, IsKeptBesideWhatReplacesIt) {
+TEST_F(UnreadableFile, OldFileIsKept) {
   put("what \xFF was", 0640);
   EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
   EXPECT_EQ(contentsOf(kept), "what \xFF was");
@@ -56,7 +55,7 @@ TEST_F(UnreadableFile, IsKeptBesideWhatReplacesIt) {
   EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
 }
 
-TEST_F(UnreadableFile, IsKeptBesideEveryOtherThatThereWas) {
+TEST_F(UnreadableFile, EachOldFileGetsAFreeName) {
   for (const char* const text : {"first", "second", "third"}) {
     put(text);
     EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
@@ -66,7 +65,7 @@ TEST_F(UnreadableFile, IsKeptBesideEveryOtherThatThereWas) {
   EXPECT_EQ(contentsOf(kept + "-3"), "third");
 }
 
-TEST_F(UnreadableFile, IsKeptOnceEvenIfAKillCameBeforeItWasReplaced) {
+TEST_F(UnreadableFile, HardLinkOfAKilledAttemptIsReused) {
   put("text");
   std::ofstream(kept) << "older";
   fs::create_hard_link(path, kept + "-2");
@@ -75,7 +74,7 @@ TEST_F(UnreadableFile, IsKeptOnceEvenIfAKillCameBeforeItWasReplaced) {
   EXPECT_EQ(names(), (Names{".env", ".env.unreadable", ".env.unreadable-2"}));
 }
 
-TEST_F(UnreadableFile, BehindALinkLeavesTheLink) {
+TEST_F(UnreadableFile, LinkStaysAndItsTargetIsKept) {
   const std::string target = folder.file("target");
   std::ofstream(target) << "text";
   fs::create_symlink("target", path);
@@ -85,13 +84,13 @@ TEST_F(UnreadableFile, BehindALinkLeavesTheLink) {
   EXPECT_EQ(contentsOf(target + ".unreadable"), "text");
 }
 
-TEST_F(UnreadableFile, ThatIsAFolderIsLeftAlone) {
+TEST_F(UnreadableFile, FolderIsLeftAlone) {
   fs::create_directory(path);
   EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code(EISDIR, std::system_category()));
   EXPECT_EQ(names(), Names{".env"});
 }
 
-TEST_F(UnreadableFile, ThatNobodyMayReadIsReplacedByOneThatItsOwnerMayRead) {
+TEST_F(UnreadableFile, NewFileIsReadableForItsOwner) {
   put("text", 0000);
   EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
   EXPECT_EQ(modeOf(path), 0400U);
@@ -101,7 +100,7 @@ TEST_F(UnreadableFile, ThatNobodyMayReadIsReplacedByOneThatItsOwnerMayRead) {
   EXPECT_EQ(modeOf(path), 0640U);
 }
 
-TEST_F(UnreadableFile, OnADiskWithoutHardLinksIsCopiedIfItHasBytesToRead) {
+TEST_F(UnreadableFile, ReadableFileIsCopiedWithoutHardLinks) {
   put("what \xFF was", 0640);
   EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
   EXPECT_EQ(contentsOf(kept), "what \xFF was");
@@ -111,7 +110,7 @@ TEST_F(UnreadableFile, OnADiskWithoutHardLinksIsCopiedIfItHasBytesToRead) {
   EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
 }
 
-TEST_F(UnreadableFile, ThatAllowsNoHardLinkChangesNamesWithTheNewOne) {
+TEST_F(UnreadableFile, UnreadableFileIsExchangedWithoutHardLinks) {
   put("text", 0040);
   EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
   EXPECT_EQ(modeOf(kept), 0040U);
@@ -122,7 +121,7 @@ TEST_F(UnreadableFile, ThatAllowsNoHardLinkChangesNamesWithTheNewOne) {
   EXPECT_EQ(contentsOf(path), "new");
 }
 
-TEST_F(UnreadableFile, StaysWhereNamesCannotBeExchangedEither) {
+TEST_F(UnreadableFile, NothingChangesWithoutHardLinkAndExchange) {
   for (const int error : {EINVAL, ENOSYS}) {
     put("text", 0000);
     EXPECT_EQ(replaceAfter([error] {
@@ -137,7 +136,7 @@ TEST_F(UnreadableFile, StaysWhereNamesCannotBeExchangedEither) {
   }
 }
 
-TEST_F(UnreadableFile, StaysAloneWhenTheNewOneCannotBeWritten) {
+TEST_F(UnreadableFile, NothingChangesWhenTheNewFileCannotBeWritten) {
   put("what \xFF was");
   EXPECT_EQ(replaceAfter([] { refuseCall(SYS_fsync, ENOSPC); }), "No space left on device");
   EXPECT_EQ(replaceAfter([] {
@@ -149,13 +148,13 @@ TEST_F(UnreadableFile, StaysAloneWhenTheNewOneCannotBeWritten) {
   EXPECT_EQ(names(), Names{".env"});
 }
 
-TEST_F(UnreadableFile, OfAnotherUserIsThereAtEveryMomentOfAReplacementThatIsKilled) {
+TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
   put("");
   std::mt19937 random(20);
   for (int round = 0; round < 40; ++round) {
     ForkedProgram program([this](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
-      // As fs.protected_hardlinks does with what belongs to somebody else.
+      // Like fs.protected_hardlinks for the file of another user.
       refuseHardLinks(EPERM);
       skipFlushes();
       for (;;) {

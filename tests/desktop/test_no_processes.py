@@ -9,7 +9,7 @@ from rig.processes import wait_for_end
 from rig.session import BUILD, REPORTING_BACKEND, Session
 
 REASON = "Resource temporarily unavailable"
-WAITING = f"KestruneMenuClient: no thread for commands ({REASON}): they wait\n"
+WAITING = f"KestruneMenuClient: cannot start a thread for commands ({REASON}): commands wait until it can be started\n"
 STOP_LIMIT = 8.0
 SLACK = 5.0
 

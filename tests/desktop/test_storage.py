@@ -137,7 +137,8 @@ class Disks(Storage):
             self.session.callback(folder.chmod, 0o755)
             folder.chmod(0)
         self.start(through=AS_ANYBODY)
-        self.client.complained(f"cannot lock {self.session.runtime}/kestrune-menu-client/lock: {READ_ONLY}\n")
+        self.client.complained(f"cannot lock {self.session.runtime}/kestrune-menu-client/lock: {READ_ONLY}; "
+                               "a second start may not find this client\n")
         self.client.checked()
         self.save_token("two")
         self.assertFails(READ_ONLY)

@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "adapters/alerts/AlertQueue.h"
-#include "adapters/launchd/LaunchdAgents.h"
-#include "adapters/launchd/LaunchdServiceControl.h"
+#include "adapters/launchd/Launchd.h"
 #include "ports/Platform.h"
 #include "tests/rig/VirtualTime.h"
 

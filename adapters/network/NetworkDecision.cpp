@@ -1,4 +1,4 @@
-#include "adapters/network/PathReports.h"
+#include "adapters/network/NetworkDecision.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,51 +8,43 @@ namespace kestrune {
 namespace {
 
 void remember(std::vector<Seconds>& times, Seconds now) {
-  if (times.size() == PathReports::manyReports) times.erase(times.begin());
+  if (times.size() == NetworkDecision::manyReports) times.erase(times.begin());
   times.push_back(now);
 }
 
 }  // namespace
 
-PathReports::PathReports(const PathTiming& givenTiming) : timing(givenTiming) {}
+NetworkDecision::NetworkDecision(const PathTiming& givenTiming) : timing(givenTiming) {}
 
-void PathReports::notice(Seconds now) {
+void NetworkDecision::notice(Seconds now) {
   if (!burst) burst = now;
 }
 
-void PathReports::resume(Seconds now) {
+void NetworkDecision::resume(Seconds now) {
   owed = true;
   currentSince = now;
   notice(now);
 }
 
-std::optional<Seconds> PathReports::due() const {
-  if (asking) return std::nullopt;
+std::optional<Seconds> NetworkDecision::due() const {
   if (burst) return questionDue();
   return isPending() ? std::optional(reportDue()) : std::nullopt;
 }
 
-bool PathReports::beginQuestion(Seconds now) {
-  if (asking || !burst || now < questionDue()) return false;
-  askedBurst = *burst;
+std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath> answer, Seconds now) {
+  const Seconds noticed = burst.value_or(now);
   burst.reset();
-  asking = true;
-  return true;
-}
-
-std::optional<NetworkPath> PathReports::endQuestion(std::optional<RoutedPath> answer, Seconds now) {
-  asking = false;
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // `resume` may have set a later time meanwhile.
-    currentSince = std::max(currentSince, askedBurst);
+    // A resume counts from its own time.
+    currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;
   return takeReport(now);
 }
 
-Seconds PathReports::reportDue() const {
+Seconds NetworkDecision::reportDue() const {
   if (!reported) return currentSince;
   const bool differs = current->path != reported->path;
   const bool isLoss = differs && !current->path.satisfied;
@@ -62,7 +54,7 @@ Seconds PathReports::reportDue() const {
   return (isLoss ? std::max(currentSince, times.back()) : times.back()) + timing.rest;
 }
 
-std::optional<NetworkPath> PathReports::takeReport(Seconds now) {
+std::optional<NetworkPath> NetworkDecision::takeReport(Seconds now) {
   if (!current || !isPending() || now < reportDue()) return std::nullopt;
   if (!reported || current->path != reported->path) remember(changes, now);
   remember(reports, now);

@@ -27,36 +27,34 @@ struct PathTiming {
   Seconds rest{10.0};    ///< from one report to the next while it flaps
 };
 
-/// Decides when to ask the kernel for the path, and when to report its answer. `now` is the time of a clock
-/// that stops during suspend.
+/// Decides whether the network counts as up or down: when to ask the kernel (`lookUpRoute`), and when to
+/// report its answer. `now` is the time of a clock that stops during suspend.
 ///
 /// A burst of messages leads to one question. A changed path is reported at once, a loss only after it has
 /// lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the path is the same:
 /// open connections may be broken. While the network flaps, reports of a changed path are `rest` apart, and a
 /// loss must last that long. Reports of an unchanged path are limited in the same way, but all reports count.
-class PathReports {
+class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
 
-  explicit PathReports(const PathTiming& timing = {});
+  explicit NetworkDecision(const PathTiming& timing = {});
 
   /// Something may have changed. The first call leads to a question without delay.
   void notice(Seconds now);
   /// The machine has resumed. The time of a loss starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// When to call `beginQuestion`, and `takeReport` if that returns false; absent when there is nothing to
-  /// wait for. During a burst it is the time of the next question, because the known path may be outdated.
+  /// When to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait for.
+  /// During a burst it is the time of the next question, because the known path may be outdated.
   std::optional<Seconds> due() const;
-  /// Whether `notice` was called since the last question began.
-  bool isInBurst() const { return burst.has_value(); }
 
-  /// Whether to ask the kernel now. After true, the caller must call `endQuestion`.
-  bool beginQuestion(Seconds now);
+  /// Whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
+  bool isQuestionDue(Seconds now) const { return burst && now >= questionDue(); }
   /// Takes the answer; absent when the question failed. After a failure the last known path stays. Without
   /// one it assumes a satisfied path of unknown type, so that the client goes on to supervise the backend.
   /// Returns what to report now, if anything.
-  std::optional<NetworkPath> endQuestion(std::optional<RoutedPath> answer, Seconds now);
+  std::optional<NetworkPath> takeAnswer(std::optional<RoutedPath> answer, Seconds now);
   /// Returns the report that is due now, if any.
   std::optional<NetworkPath> takeReport(Seconds now);
 
@@ -67,8 +65,6 @@ class PathReports {
 
   PathTiming timing;
   std::optional<Seconds> burst;  // the time of its first message, while one is under way
-  bool asking = false;
-  Seconds askedBurst{};  // the time of the first message of the burst that led to the newest question
   std::optional<RoutedPath> current;
   Seconds currentSince{};
   std::optional<RoutedPath> reported;

@@ -1,4 +1,4 @@
-#include "adapters/network/PathReports.h"
+#include "adapters/network/NetworkDecision.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ std::string nameOf(const NetworkPath& path) {
   return path.usesWiredEthernet ? "wired" : "other";
 }
 
-/// A machine whose network changes when a test says so. Times are milliseconds since it began.
+/// A machine whose network a test changes. Times are milliseconds since its start.
 struct Machine {
   struct Report {
     long when;
@@ -41,71 +41,61 @@ struct Machine {
   }
 
   void act() {
-    if (answerDue && clock.awakeTime() >= *answerDue) {
-      answerDue.reset();
-      say(reports.endQuestion(questionsFail ? std::nullopt : std::optional(network), clock.awakeTime()));
-    } else if (reports.beginQuestion(clock.awakeTime())) {
-      ++questions;
-      answerDue = clock.awakeTime() + answerTime;
-    } else {
-      say(reports.takeReport(clock.awakeTime()));
-    }
+    const Seconds present = clock.awakeTime();
+    if (!decision.isQuestionDue(present)) return say(decision.takeReport(present));
+    ++questions;
+    say(decision.takeAnswer(questionsFail ? std::nullopt : std::optional(network), present));
   }
 
-  /// Lets time pass until `end`, doing what is due at each moment.
+  /// Lets time pass until `end`, and does what is due until then.
   void passUntil(long end) {
     const Seconds last = beginning + Seconds{static_cast<double>(end) / 1000};
-    for (;;) {
-      const auto due = answerDue ? answerDue : reports.due();
-      // What is due at `end` happens before the test goes on.
-      if (!due || *due > last + Seconds{1e-6}) break;
+    for (auto due = decision.due(); due && *due <= last + Seconds{1e-6}; due = decision.due()) {
       clock.sleep(*due - clock.awakeTime());
       act();
     }
     clock.sleep(last - clock.awakeTime());
   }
 
-  /// At `when` the network is another one, and the kernel says that something has changed.
+  /// Changes the network at `when`, with a message of the kernel.
   void change(long when, const RoutedPath& to) {
     passUntil(when);
     network = to;
-    reports.notice(clock.awakeTime());
+    decision.notice(clock.awakeTime());
   }
 
   void resume(long when) {
     passUntil(when);
-    reports.resume(clock.awakeTime());
+    decision.resume(clock.awakeTime());
   }
 
   void startOn(const RoutedPath& path) { change(0, path), passUntil(0); }
 
-  /// What was said in the end, a long time after the last change.
+  /// All reports, a long time after the last change.
   const Said& saidInTheEnd() {
     passUntil(now() + 100'000);
-    EXPECT_EQ(reports.due(), std::nullopt);
+    EXPECT_EQ(decision.due(), std::nullopt);
     return said;
   }
 
   VirtualClock clock;
   const Seconds beginning = clock.awakeTime();
-  PathReports reports;
+  NetworkDecision decision;
   RoutedPath network;
   bool questionsFail = false;
-  Seconds answerTime{0};
-  std::optional<Seconds> answerDue;
   int questions = 0;
   Said said;
 };
 
-struct PathReportsTest : ::testing::Test, Machine {};
+struct NetworkDecisionTest : ::testing::Test, Machine {};
 
-TEST_F(PathReportsTest, HasNothingToDoBeforeItBegins) {
-  EXPECT_EQ(reports.due(), std::nullopt);
-  EXPECT_FALSE(reports.beginQuestion(clock.awakeTime()));
-  EXPECT_EQ(reports.takeReport(clock.awakeTime()), std::nullopt);
+TEST_F(NetworkDecisionTest, NothingIsDueBeforeTheStart) {
+  EXPECT_EQ(decision.due(), std::nullopt);
+  EXPECT_FALSE(decision.isQuestionDue(clock.awakeTime()));
+  EXPECT_EQ(decision.takeReport(clock.awakeTime()), std::nullopt);
 }
 
-/// At that moment the network is another one; absent: the machine resumes.
+/// A change of the network; a resume when `path` is absent.
 struct Event {
   long when;
   std::optional<RoutedPath> path;
@@ -117,9 +107,9 @@ struct Course {
   Machine::Said said;
 };
 
-struct PathReportsOf : PathReportsTest, ::testing::WithParamInterface<Course> {};
+struct NetworkDecisionCourse : NetworkDecisionTest, ::testing::WithParamInterface<Course> {};
 
-TEST_P(PathReportsOf, AreThese) {
+TEST_P(NetworkDecisionCourse, GivesTheReports) {
   startOn(GetParam().first);
   for (const auto& [when, path] : GetParam().events) path ? change(when, *path) : resume(when);
   EXPECT_EQ(saidInTheEnd(), GetParam().said);
@@ -146,53 +136,44 @@ const Course courses[] = {
      {{0, "Wi-Fi"}, {8249, "Wi-Fi"}}},
     {"ALossThatIsAskedAboutAfterAResume", wiFi, {{5000, none}, {5200, {}}}, {{0, "Wi-Fi"}, {7200, "none"}}},
 };
-INSTANTIATE_TEST_SUITE_P(All, PathReportsOf, ::testing::ValuesIn(courses),
+INSTANTIATE_TEST_SUITE_P(All, NetworkDecisionCourse, ::testing::ValuesIn(courses),
                          [](const auto& each) { return each.param.name; });
 
-TEST_F(PathReportsTest, AsksOncePerBurstAndReportsAGainAtItsEnd) {
+TEST_F(NetworkDecisionTest, AsksOncePerBurstAndReportsAGainAtItsEnd) {
   startOn(none);
   for (long message = 5000; message < 5250; message += 10) change(message, wired);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}}));
   EXPECT_EQ(questions, 2);
 }
 
-TEST_F(PathReportsTest, AsksFourTimesASecondAtMost) {
+TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
   startOn(wired);
   for (long message = 5000; message < 15000; ++message) change(message, wired);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}}));
   EXPECT_LE(questions, 42);
 }
 
-TEST_F(PathReportsTest, CountsALossFromItsBeginningWhateverElseComes) {
+TEST_F(NetworkDecisionTest, LossCountsFromItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // The burst that is under way at 7000 may bring the network back.
+  // At 7000 a burst is under way, which may bring the network back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 
-TEST_F(PathReportsTest, ReportsAGainAtOnceAfterManyChanges) {
+TEST_F(NetworkDecisionTest, GainIsReportedAtOnceAfterManyChanges) {
   startOn(none);
   for (long when = 5000; when < 9000; when += 200) change(when, when % 400 == 0 ? wired : none);
   change(9000, wiFi);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}, {9250, "Wi-Fi"}}));
 }
 
-TEST_F(PathReportsTest, AsksAgainWhatChangesBeforeTheAnswer) {
-  startOn(wired);
-  answerTime = Seconds{0.1};
-  change(5000, wiFi);
-  change(5300, tunnel);
-  EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {5350, "other"}}));
-  EXPECT_EQ(questions, 3);
-}
-
-TEST_F(PathReportsTest, TakesAnUnknownPathForASatisfiedOne) {
+TEST_F(NetworkDecisionTest, FirstFailureCountsAsSatisfied) {
   questionsFail = true;
   startOn(none);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "other"}}));
 }
 
-TEST_F(PathReportsTest, KeepsTheLastKnownPathWhenAQuestionFails) {
+TEST_F(NetworkDecisionTest, LastKnownPathStaysWhenAQuestionFails) {
   startOn(wired);
   questionsFail = true;
   change(5000, none);
@@ -200,7 +181,7 @@ TEST_F(PathReportsTest, KeepsTheLastKnownPathWhenAQuestionFails) {
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {20250, "wired"}}));
 }
 
-TEST_F(PathReportsTest, LooksAgainEveryTenSecondsWhileTheLinkFlaps) {
+TEST_F(NetworkDecisionTest, InterruptionsAreReportedEveryTenSecondsWhileTheLinkFlaps) {
   startOn(wired);
   for (long second = 5; second < 40; ++second) {
     change(second * 1000, none);
@@ -216,7 +197,7 @@ TEST_F(PathReportsTest, LooksAgainEveryTenSecondsWhileTheLinkFlaps) {
                                   {47750, "wired"}}));
 }
 
-TEST_F(PathReportsTest, ReportsEveryTenSecondsWhileTwoNetworksTakeTurns) {
+TEST_F(NetworkDecisionTest, ChangesAreReportedEveryTenSecondsWhileTwoNetworksTakeTurns) {
   startOn(wired);
   for (long second = 1; second < 40; ++second) change(second * 1000, second % 2 == 0 ? wired : wiFi);
   change(40000, tunnel);
@@ -230,7 +211,7 @@ TEST_F(PathReportsTest, ReportsEveryTenSecondsWhileTwoNetworksTakeTurns) {
                                   {46250, "other"}}));
 }
 
-TEST_F(PathReportsTest, ReportsALossOnlyAfterTenSecondsWhileTheNetworkFlaps) {
+TEST_F(NetworkDecisionTest, LossIsReportedAfterTenSecondsWhileTheNetworkFlaps) {
   startOn(none);
   for (long second = 1; second < 60; second += 6) {
     change(second * 1000, wired);
@@ -247,7 +228,7 @@ TEST_F(PathReportsTest, ReportsALossOnlyAfterTenSecondsWhileTheNetworkFlaps) {
                                   {68000, "none"}}));
 }
 
-/// A machine whose network changes at random, and that resumes now and then.
+/// A machine with random changes and resumes.
 struct RandomMachine : Machine {
   /// `slowness` is the longest time between two changes.
   RandomMachine(unsigned seed, unsigned slowness) {
@@ -267,10 +248,10 @@ struct RandomMachine : Machine {
     saidInTheEnd();
   }
 
-  /// Whether the four reports before that one came within a minute.
+  /// Whether the four reports before `report` came within a minute.
   static bool flaps(const Said& list, std::size_t report) {
-    return report >= PathReports::manyReports &&
-           list[report - 1].when - list[report - PathReports::manyReports].when < 60'000;
+    return report >= NetworkDecision::manyReports &&
+           list[report - 1].when - list[report - NetworkDecision::manyReports].when < 60'000;
   }
 
   void changeAndNote(long when, const RoutedPath& to) {
@@ -281,14 +262,14 @@ struct RandomMachine : Machine {
     if (to.path != before.path) calmSince = when;
   }
 
-  /// The state of the network must have been reported if it has lasted.
+  /// Checks that a state of the network that has lasted was reported.
   void expectReported() const {
     Said changes;
     for (const auto& report : said) {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // that of the change, and one that began just before the report was due
+    constexpr long bursts = 500;  // of the change, and of one just before the report was due
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }
@@ -296,7 +277,7 @@ struct RandomMachine : Machine {
   long calmSince = 0;
 };
 
-TEST(RandomPathReports, KeepTheirRules) {
+TEST(RandomNetworkDecision, ReportsKeepTheRules) {
   for (const unsigned slowness : {100U, 1000U, 4000U, 10'000U, 30'000U}) {
     for (unsigned seed = 1; seed <= 50; ++seed) {
       SCOPED_TRACE(std::to_string(slowness) + ", seed " + std::to_string(seed));

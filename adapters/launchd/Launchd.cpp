@@ -1,4 +1,4 @@
-#include "adapters/launchd/LaunchdAgents.h"
+#include "adapters/launchd/Launchd.h"
 
 #include <utility>
 
@@ -50,5 +50,19 @@ std::optional<std::string> LaunchdAgents::document(const std::string& label,
 }
 
 void LaunchdAgents::repair(const std::string&, const std::string&) {}
+
+LaunchdServiceControl::LaunchdServiceControl(unsigned userID) : domain("gui/" + std::to_string(userID)) {}
+
+std::string LaunchdServiceControl::unloadLine(const std::string& label) const {
+  return "launchctl bootout " + domain + "/" + label + " || true";
+}
+
+std::string LaunchdServiceControl::endMatchingLine(const std::string& pattern) const {
+  return "pkill -f '" + pattern + "' || true";
+}
+
+std::string LaunchdServiceControl::killListenersLine(int port) const {
+  return "lsof -ti tcp:" + std::to_string(port) + " | xargs kill -9 2>/dev/null || true";
+}
 
 }  // namespace kestrune

@@ -1,0 +1,195 @@
+#include "adapters/network/RouteLookup.h"
+
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <functional>
+#include <utility>
+
+#include "adapters/network/DeviceMedia.h"
+#include "adapters/system/Errors.h"
+
+namespace kestrune {
+
+namespace {
+
+// Addresses of a root name server; nothing is sent to them. Machines may reject documentation addresses or
+// use them locally. The root servers lie outside of every network and are routed like any other host.
+constexpr auto ipv4Destination = "198.41.0.4";
+constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
+
+/// The errors that mean: there is no such route or interface.
+constexpr std::array noneErrors{
+    ENETUNREACH,   // no route, or one of type throw
+    EHOSTUNREACH,  // unreachable
+    EACCES,        // prohibit
+    EINVAL,        // blackhole
+    ENODEV,        // the interface has vanished; a message about that follows
+};
+
+constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
+
+/// Attributes by type, types below 64 only; null when missing.
+using Attributes = std::array<const nlattr*, 64>;
+
+int store(const nlattr* attribute, void* attributes) {
+  const auto type = mnl_attr_get_type(attribute);
+  if (type < std::tuple_size_v<Attributes>) (*static_cast<Attributes*>(attributes))[type] = attribute;
+  return MNL_CB_OK;
+}
+
+Attributes attributesIn(const nlattr* parent) {
+  Attributes attributes{};
+  if (parent != nullptr) mnl_attr_parse_nested(parent, &store, &attributes);
+  return attributes;
+}
+
+/// The fixed header of a message (null when the message is too short) and its attributes.
+template <typename Header>
+std::pair<const Header*, Attributes> partsOf(const nlmsghdr& message) {
+  Attributes attributes{};
+  if (mnl_nlmsg_get_payload_len(&message) < sizeof(Header)) return {nullptr, attributes};
+  mnl_attr_parse(&message, sizeof(Header), &store, &attributes);
+  return {static_cast<const Header*>(mnl_nlmsg_get_payload(&message)), attributes};
+}
+
+std::string bytesOf(const nlattr* attribute) {
+  if (attribute == nullptr) return {};
+  return {static_cast<const char*>(mnl_attr_get_payload(attribute)), mnl_attr_get_payload_len(attribute)};
+}
+
+std::string textOf(const nlattr* attribute) {
+  const std::string bytes = bytesOf(attribute);
+  return bytes.substr(0, bytes.find('\0'));
+}
+
+std::uint32_t numberOf(const nlattr* attribute) {
+  const bool isNumber = attribute != nullptr && mnl_attr_get_payload_len(attribute) >= sizeof(std::uint32_t);
+  return isNumber ? mnl_attr_get_u32(attribute) : 0;
+}
+
+/// A request with its fixed header, to which attributes can be added.
+template <typename Header>
+struct Request {
+  explicit Request(std::uint16_t type, std::uint16_t flags = 0) {
+    message->nlmsg_type = type;
+    message->nlmsg_flags = NLM_F_REQUEST | flags;
+  }
+
+  alignas(nlmsghdr) char buffer[128]{};
+  nlmsghdr* const message = mnl_nlmsg_put_header(buffer);
+  Header* const header = static_cast<Header*>(mnl_nlmsg_put_extra_header(message, sizeof(Header)));
+};
+
+using Take = std::function<void(const nlmsghdr&)>;
+
+/// Sends a request, and passes each message of the answer to `take`. The kernel has queued the answer when
+/// sendto returns, so nothing blocks. Returns 0 or an errno value.
+int ask(mnl_socket* socket, const nlmsghdr& request, Take take) {
+  const auto pass = [](const nlmsghdr* message, void* data) {
+    (*static_cast<Take*>(data))(*message);
+    return (message->nlmsg_flags & NLM_F_MULTI) != 0 ? MNL_CB_OK : MNL_CB_STOP;
+  };
+  if (mnl_socket_sendto(socket, &request, request.nlmsg_len) < 0) return errno;
+  alignas(nlmsghdr) std::array<char, datagramSize> buffer;
+  int result = MNL_CB_OK;
+  while (result == MNL_CB_OK) {
+    const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
+    if (size < 0) return errno;
+    result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), 0, mnl_socket_get_portid(socket), pass,
+                        &take);
+  }
+  return result < 0 ? errno : 0;
+}
+
+int askForRoute(mnl_socket* socket, unsigned char family, RoutedPath& path) {
+  Request<rtmsg> request(RTM_GETROUTE);
+  const std::size_t size = family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr);
+  request.header->rtm_family = family;
+  request.header->rtm_dst_len = static_cast<unsigned char>(8 * size);
+  in6_addr address{};
+  inet_pton(family, family == AF_INET ? ipv4Destination : ipv6Destination, &address);
+  mnl_attr_put(request.message, RTA_DST, size, &address);
+  return ask(socket, *request.message, [&path](const nlmsghdr& message) {
+    const auto [header, attributes] = partsOf<rtmsg>(message);
+    path.interface = numberOf(attributes[RTA_OIF]);
+    path.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // or of IPv6 (RTA_VIA)
+    path.source = bytesOf(attributes[RTA_PREFSRC]);
+  });
+}
+
+/// Whether a virtual device is one end of a pair.
+bool isPair(const Link& link) {
+  return link.kind == "veth" || link.kind == "netkit";
+}
+
+void takeLink(const nlmsghdr& message, Links& links) {
+  const auto [header, attributes] = partsOf<ifinfomsg>(message);
+  if (header == nullptr) return;
+  const auto description = attributesIn(attributes[IFLA_LINKINFO]);
+  Link link;
+  link.name = textOf(attributes[IFLA_IFNAME]);
+  link.kind = textOf(description[IFLA_INFO_KIND]);
+  link.hardwareType = header->ifi_type;
+  constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
+  link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
+  link.master = numberOf(attributes[IFLA_MASTER]);
+  // IFLA_LINK of a pair is its other end; with IFLA_LINK_NETNSID, an index in another network namespace.
+  if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
+  // The attribute types in IFLA_INFO_DATA depend on the kind.
+  const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
+  link.activeMember = numberOf(details[IFLA_BOND_ACTIVE_SLAVE]);
+  links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
+}
+
+/// Asks for one interface, and for all when that one is a stacked device.
+int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
+  const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
+  Request<ifinfomsg> one(RTM_GETLINK);
+  one.header->ifi_index = static_cast<int>(index);
+  if (const int error = ask(socket, *one.message, take); error != 0) return error;
+  const Link& link = links[index];
+  if (link.lower == 0 && (link.kind.empty() || isPair(link))) return 0;
+  return ask(socket, *Request<ifinfomsg>(RTM_GETLINK, NLM_F_DUMP).message, take);
+}
+
+}  // namespace
+
+NetlinkSocket openRtnetlink() {
+  NetlinkSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (socket && mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) socket.reset();
+  return socket;
+}
+
+Result<RoutedPath> lookUpRoute(const std::string& devices) {
+  const NetlinkSocket socket = openRtnetlink();
+  if (!socket) return Failure{describe(errno)};
+  int refusal = 0;
+  for (const int family : {AF_INET, AF_INET6}) {
+    RoutedPath found;
+    Links links;
+    int error = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
+    if (error == 0 && found.interface != 0) error = askForLinks(socket.get(), found.interface, links);
+    if (error == EINTR) return lookUpRoute(devices);  // an interface came or went during the dump
+    const bool isNone = std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
+    // A kernel without IPv6 answers an IPv6 lookup with other errors.
+    if (error != 0 && !isNone && family != AF_INET6) refusal = error;
+    if (error != 0 || !links[found.interface].usable) continue;
+    const Medium medium = mediumOf(found.interface, links, devices);
+    found.path = {.satisfied = true,
+                  .usesWiFi = medium == Medium::wiFi,
+                  .usesWiredEthernet = medium == Medium::wired,
+                  .usesCellular = medium == Medium::cellular};
+    return found;
+  }
+  if (refusal != 0) return Failure{describe(refusal)};
+  return RoutedPath{};
+}
+
+}  // namespace kestrune
