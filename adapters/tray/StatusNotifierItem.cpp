@@ -172,7 +172,7 @@ int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bu
 
 void StatusNotifierItem::formChanged() {
   exportedMenu.setForm(hosts.form());
-  sd_bus_emit_signal(bus, objectPath, interfaceName, "NewIcon", "");
+  sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
 /// Empty for hosts that read the pixmaps. The path of the same picture for the others.
