@@ -34,8 +34,8 @@
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/terminal/TerminalFace.h"
 #include "adapters/terminal/TerminalOutput.h"
+#include "adapters/tray/StatusNotifierItem.h"
 #include "adapters/tray/TrayAdvice.h"
-#include "adapters/tray/TrayStatusBar.h"
 #include "adapters/windows/DialogAlerts.h"
 #include "adapters/windows/MenuWindowProcess.h"
 #include "host/Diagnosis.h"
@@ -139,8 +139,17 @@ class LinuxHost final : public Host {
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindowProcess>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken, [this] {
-        if (advice) advice->trayChanged();
+      tray = std::make_unique<TrayStatusBar>(TrayParts{
+          .bus = bus,
+          .queue = loop.mainQueue(),
+          .bundle = bundle,
+          .token = clickToken,
+          .onClick = [this] { menuWindow->show(clickToken.take()); },
+          .onMenu = [this](const Menu& menu) { menuWindow->setMenu(menu); },
+          .onRegistered =
+              [this] {
+                if (advice) advice->trayChanged();
+              },
       });
       loop.onTerminate([this] {
         rendezvous.announceEnd();

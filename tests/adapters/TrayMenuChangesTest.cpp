@@ -41,6 +41,18 @@ TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
             News{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'x']]})], []"});
 }
 
+TEST_F(TrayMenuChanges, AreToldTogetherWithPropertiesThatAreGone) {
+  menu.items[2].keyEquivalent = "";
+  menu.items[2].title = "stopping";
+  menu.items[3].checked.reset();
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(3, {'label': s 'stopping'})], [(3, ['shortcut']), (4, "
+                           "['toggle-state', 'toggle-type'])]"});
+  menu.items[0].title = "status\n";
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(1, {'label': s 'status '})], []"});
+  menu.items[0].title = "status\t";
+  EXPECT_EQ(newsOf(), News{}) << "it looks the same";
+}
+
 TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
   menu.items.push_back({.id = 5, .title = "more"});
   EXPECT_EQ(newsOf(), News{"LayoutUpdated 3, 0"});
