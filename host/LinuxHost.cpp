@@ -118,7 +118,7 @@ class LinuxHost final : public Host {
         images(folders.data),
         preferences(folders.config + folderName + "/preferences.json"),
         agents(folders.config + "/autostart", bundle, folders.data),
-        notifications(bus, loop, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
+        notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {

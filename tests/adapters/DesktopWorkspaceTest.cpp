@@ -166,23 +166,6 @@ TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
   EXPECT_EQ(machine.record(), (Texts{"client", pid, pid, "--terminal"}));
 }
 
-TEST_F(DesktopWorkspaceOn, ATerminalLosesNoSignalOnTheWay) {
-  bundle.executable = machine.add("client");
-  ForkedProgram program([this](const ForkedProgram::Say& say) {
-    EventLoop own;
-    const auto source = own.onSignal(SIGUSR1, [] {});
-    DesktopWorkspace workspace(own, bundle, {}, true);
-    workspace.openNewInstance("");
-    raise(SIGUSR1);
-    workspace.replaceThisProcess();
-    say("stayed");
-  });
-  EXPECT_EQ(program.line(), "end");
-  const std::string pid = std::to_string(program.pid());
-  program.waitForEnd();
-  EXPECT_EQ(machine.started(), (Texts{"client", pid}));
-}
-
 TEST_F(DesktopWorkspaceOn, ATerminalStaysWhenTheProgramHasGoneMeanwhile) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {

@@ -6,9 +6,9 @@
 #include "tests/rig/ComesTrueElsewhere.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/RealDesktop.h"
+#include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StartingBus.h"
-#include "tests/rig/VirtualTime.h"
 
 // The notifications with a daemon that shows them.
 
@@ -30,6 +30,11 @@ struct RealDaemon : ::testing::Test {
     sessionBus.connect();
     ASSERT_GE(sd_bus_open_user(&caller), 0);
     ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return history() == "[]"; })) << daemon->errors();
+    // The client knows the owner, has asked whether it reads markup, and has the answer.
+    for (int trips = 0; trips < 3; ++trips) {
+      ASSERT_TRUE(trip.succeeds(loop));
+      history();
+    }
   }
   ~RealDaemon() override { sd_bus_flush_close_unref(caller); }
 
@@ -88,11 +93,8 @@ struct RealDaemon : ::testing::Test {
   RealDisplay screen;
   std::unique_ptr<RealProgram> daemon;
   const std::string logo = SOURCE_FOLDER "/resources/codex-menubar-64.png";
-  // Their time stands still: a daemon may take as long to start and to answer as the machine lets it.
-  VirtualClock clock;
-  CallLog log;
-  FakeLoop timers{clock, log};
-  kestrune::DesktopNotifications notifications{sessionBus, timers, logo};
+  kestrune::DesktopNotifications notifications{sessionBus, logo};
+  RoundTrip trip{sessionBus};
   sd_bus* caller = nullptr;
 };
 
@@ -128,7 +130,7 @@ TEST_F(RealDaemon, IsStartedByTheBus) {
   notifications.add({"1", "started", "<&>"});
   ASSERT_TRUE(hasShown(1));
   ask("NotificationCloseAll");
-  EXPECT_EQ(history(), "[Kestrune | " + logo + " | started | <b>started</b>\n&lt;&amp;&gt;\n]");
+  EXPECT_EQ(history(), "[Kestrune | " + logo + " | started | <b>started</b>\n＜＆>\n]");
 }
 
 }  // namespace
