@@ -32,8 +32,8 @@
 #include "adapters/pictures/PngImages.h"
 #include "adapters/pictures/QRSymbols.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/terminal/StandardStreams.h"
 #include "adapters/terminal/TerminalFace.h"
-#include "adapters/terminal/TerminalOutput.h"
 #include "adapters/tray/StatusNotifierItem.h"
 #include "adapters/tray/TrayAdvice.h"
 #include "adapters/windows/DialogAlerts.h"
@@ -258,7 +258,7 @@ class LinuxHost final : public Host {
   QRSymbols qrCodes;
   DesktopWorkspace workspace;
   EventSource outputEnd;
-  std::optional<TerminalOutput> output;
+  std::optional<StandardOutput> output;
   ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindowProcess> menuWindow;

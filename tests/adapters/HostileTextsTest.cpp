@@ -89,6 +89,7 @@ TEST_P(HostileTextInATerminal, IsHarmlessInTheMenu) {
     item->setButton(button);
     item->setMenu(
         {{{.id = 1, .title = each.text, .enabled = false}, {.id = 2, .title = "end of " + each.name}}});
+    rig.face->printMenu();
     ASSERT_TRUE(comesTo("end of " + each.name + "\n")) << each.name;
     EXPECT_EQ(faultOf(rig.screen.text, true), "") << each.name;
     EXPECT_EQ(rig.screen.count("\n"), 5U) << each.name;

@@ -115,6 +115,17 @@ TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
   EXPECT_EQ(shell.line(), "performed act");
 }
 
+TEST_F(TerminalJob, PrintsTheMenuAgainWhenItIsContinuedInTheForegroundOnly) {
+  screen.text.clear();
+  command('c');
+  command('i');
+  ASSERT_EQ(shell.line(), "idle");
+  command('f');
+  command('c');
+  EXPECT_TRUE(screen.shows("row 0\n列號或按鍵> "));
+  EXPECT_EQ(screen.count("row 0"), 1U);
+}
+
 TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {
   command('f');
   command('?');

@@ -131,6 +131,7 @@ TEST_F(TerminalMenu, IsPrintedBelowANotificationOnce) {
 TEST_F(TerminalMenu, IsPrintedWhenItIsAskedFor) {
   EXPECT_NE(after("\n").find("refresh"), std::string::npos);
   EXPECT_NE(after("  \t \n").find("refresh"), std::string::npos);
+  EXPECT_NE(after("?\n").find("refresh"), std::string::npos);
   rig.face->printMenu();
   EXPECT_NE(onScreen().find("refresh"), std::string::npos);
   EXPECT_EQ(target->performed, CallLog{});
@@ -189,24 +190,6 @@ TEST_F(TerminalMenu, StaysAliveWhenItsInputHasEnded) {
   item->setMenu(menu);
   rig.settle();
   EXPECT_EQ(row(1), (Words{"1", "supervised"}));
-}
-
-TEST_F(TerminalMenu, TakesLinesThatComeInPiecesOrWithBothLineEnds) {
-  after("1");
-  after("0\n");
-  EXPECT_EQ(target->performed, CallLog{});
-  after("3\r");
-  after("\n");
-  after("R\r\n");
-  EXPECT_EQ(target->performed, (CallLog{"refresh", "restart"}));
-}
-
-TEST_F(TerminalMenu, KeepsTheBeginningOfALineOnAPipeWhenItChanges) {
-  after("沒有");
-  menu.items[0].title = "changed";
-  item->setMenu(menu);
-  rig.face->printMenu();
-  EXPECT_EQ(after("這一列\n"), "沒有這一列：沒有這一列\n");
 }
 
 TEST_F(TerminalMenu, ShortensATitleThatNoScreenHolds) {
