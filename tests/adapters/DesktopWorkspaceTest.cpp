@@ -70,7 +70,7 @@ struct DesktopWorkspaceOn : ::testing::Test {
   FakeMainBundle bundle;
 };
 
-TEST_F(DesktopWorkspaceOn, ADesktopOpensByItsCommonWay) {
+TEST_F(DesktopWorkspaceOn, ADesktopOpensFilesByXdgOpen) {
   machine.add("xdg-open");
   machine.add("gio");
   openOnDesktop("/a/folder");
@@ -78,7 +78,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopOpensByItsCommonWay) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopWithoutItOpensByGio) {
+TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
   machine.add("gio");
   openOnDesktop("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"gio", "", "open", "/a/folder"}));
@@ -88,7 +88,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutItOpensByGio) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopWithNeitherIsToldOnce) {
+TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
   // In a process of its own, because a complaint is made only once in the life of one.
   ForkedProgram program([this](const ForkedProgram::Say&) {
@@ -101,7 +101,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithNeitherIsToldOnce) {
             ": xdg-open: No such file or directory: gio: Permission denied\n");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopOpensAnyNameAsOneAbsoluteArgument) {
+TEST_F(DesktopWorkspaceOn, AnyNameIsOpenedAsOneAbsoluteArgument) {
   machine.add("xdg-open");
   std::size_t opened = 0;
   for (const std::string name :
@@ -112,7 +112,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopOpensAnyNameAsOneAbsoluteArgument) {
   }
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopDoesNotWaitForWhatItOpens) {
+TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
   machine.add("xdg-open");
   const std::string gate = machine.folder.file("gate");
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
@@ -124,7 +124,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopDoesNotWaitForWhatItOpens) {
   EXPECT_TRUE(hasNoChildren(loop));
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
+TEST_F(DesktopWorkspaceOn, ANewInstanceGetsTheArgumentsOfThisOne) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, false);
   EXPECT_TRUE(workspace.openNewInstance(bundle.bundlePath()));
@@ -135,7 +135,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
   EXPECT_EQ(std::getenv(relaunchVariable), nullptr) << "this process is none that replaces another";
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopTellsWhyThereIsNoNewInstance) {
+TEST_F(DesktopWorkspaceOn, AFailureToStartANewInstanceHasAReason) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {}, false);
   machine.remove("client");
@@ -148,7 +148,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopTellsWhyThereIsNoNewInstance) {
   EXPECT_EQ(machine.record(), Texts{});
 }
 
-TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
+TEST_F(DesktopWorkspaceOn, InPlaceThisProcessCallsExecAtItsEnd) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     DesktopWorkspace workspace(loop, bundle, {"--terminal"}, true);
@@ -166,7 +166,7 @@ TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
   EXPECT_EQ(machine.record(), (Texts{"client", pid, pid, "--terminal"}));
 }
 
-TEST_F(DesktopWorkspaceOn, ATerminalStaysWhenTheProgramHasGoneMeanwhile) {
+TEST_F(DesktopWorkspaceOn, InPlaceAFailedExecReturns) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     DesktopWorkspace workspace(loop, bundle, {}, true);

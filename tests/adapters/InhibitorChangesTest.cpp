@@ -12,7 +12,7 @@ struct InhibitorChanges : AwakeDesk {
 
 // --- services that come and go
 
-TEST_F(InhibitorChanges, AreTakenAgainWhenTheServiceStartsAgain) {
+TEST_F(InhibitorChanges, AreRequestedAgainWhenTheServiceRestarts) {
   saver = serve(saverName, StubService::grants(3));
   connect();
   const auto identifier = create(display).value();
@@ -38,7 +38,7 @@ TEST_F(InhibitorChanges, AskEachServiceOnceAtATime) {
   EXPECT_EQ(saver->calls(), Calls{saverCall});
 }
 
-TEST_F(InhibitorChanges, AreTakenFromWhoReplacesTheService) {
+TEST_F(InhibitorChanges, AreRequestedFromANewOwnerOfTheName) {
   saver = serve(saverName, StubService::grants(3));
   connect();
   ASSERT_TRUE(create(display));
@@ -47,7 +47,7 @@ TEST_F(InhibitorChanges, AreTakenFromWhoReplacesTheService) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
 }
 
-TEST_F(InhibitorChanges, AreLostWithLoginUntilItStartsAgain) {
+TEST_F(InhibitorChanges, AreLostWithLogindUntilItRestarts) {
   login = serve(loginName, locks.grants());
   connect();
   const auto identifier = create(system).value();
@@ -63,7 +63,7 @@ TEST_F(InhibitorChanges, AreLostWithLoginUntilItStartsAgain) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(InhibitorChanges, AreLostToAScreenSaverThatStartsAgainAndRefuses) {
+TEST_F(InhibitorChanges, AreLostIfAScreenSaverRestartsAndRefuses) {
   saver = serve(saverName, StubService::grants(3));
   connect();
   const auto identifier = create(display).value();
@@ -79,7 +79,7 @@ TEST_F(InhibitorChanges, AreLostToAScreenSaverThatStartsAgainAndRefuses) {
   EXPECT_TRUE(create(display));
 }
 
-TEST_F(InhibitorChanges, AreTakenFromNobodyButTheBus) {
+TEST_F(InhibitorChanges, IgnoreForgedNameOwnerChanged) {
   login = serve(loginName, locks.grants());
   connect();
   ASSERT_TRUE(create(system));
@@ -93,7 +93,7 @@ TEST_F(InhibitorChanges, AreTakenFromNobodyButTheBus) {
   EXPECT_EQ(locks.held(), 3u);
 }
 
-TEST_F(InhibitorChanges, AreHandedToASessionManagerThatAppears) {
+TEST_F(InhibitorChanges, MoveToASessionManagerThatAppears) {
   saver = serve(saverName, StubService::grants(3));
   connect();
   ASSERT_TRUE(create(display));
@@ -102,7 +102,7 @@ TEST_F(InhibitorChanges, AreHandedToASessionManagerThatAppears) {
   EXPECT_EQ(manager->calls(), Calls{managerCall});
 }
 
-TEST_F(InhibitorChanges, StayWhereTheyAreUntilTheNewServiceHasThem) {
+TEST_F(InhibitorChanges, AreKeptUntilTheNewServiceHasGranted) {
   login = serve(loginName, locks.grants());
   connect();
   ASSERT_TRUE(create(display));
@@ -115,7 +115,7 @@ TEST_F(InhibitorChanges, StayWhereTheyAreUntilTheNewServiceHasThem) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(InhibitorChanges, FallBackToWhatIsLeft) {
+TEST_F(InhibitorChanges, FallBackToLogind) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();
@@ -125,7 +125,7 @@ TEST_F(InhibitorChanges, FallBackToWhatIsLeft) {
   EXPECT_TRUE(comesAbout([&] { return inhibitors->isHeld(identifier); }));
 }
 
-TEST_F(InhibitorChanges, GiveBackWhatIsGrantedAfterTheirRelease) {
+TEST_F(InhibitorChanges, GiveBackAGrantThatComesAfterTheRelease) {
   saver = serve(saverName, StubService::grants(3));
   connect();
   const auto identifier = create(display).value();
@@ -143,7 +143,7 @@ TEST_F(InhibitorChanges, GiveBackWhatIsGrantedAfterTheirRelease) {
 
 // --- buses that come and go
 
-TEST_F(InhibitorChanges, AreTakenAgainWhenTheBusesComeBack) {
+TEST_F(InhibitorChanges, AreRequestedAgainWhenTheBusesComeBack) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();
@@ -165,7 +165,7 @@ TEST_F(InhibitorChanges, AreTakenAgainWhenTheBusesComeBack) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(InhibitorChanges, DoNotWaitForABusThatIsNotUp) {
+TEST_F(InhibitorChanges, DoNotWaitForABusThatIsNotReady) {
   login = serve(loginName, locks.grants());
   saver = serve(saverName, StubService::grants(3));
   sessionDaemon.freeze();
@@ -186,7 +186,7 @@ TEST_F(InhibitorChanges, DoNotWaitForABusThatIsNotUp) {
   EXPECT_TRUE(create(system));
 }
 
-TEST_F(InhibitorChanges, WaitOnceForABusThatStops) {
+TEST_F(InhibitorChanges, WaitOnceForAFrozenBus) {
   login = serve(loginName, locks.grants());
   connect();
   systemDaemon.freeze();
@@ -198,7 +198,7 @@ TEST_F(InhibitorChanges, WaitOnceForABusThatStops) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(InhibitorChanges, DoNotWaitForAStoppedBusToGiveBack) {
+TEST_F(InhibitorChanges, AreReleasedWithoutWaitingForAFrozenBus) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();

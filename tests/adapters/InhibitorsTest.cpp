@@ -60,7 +60,7 @@ TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager
   EXPECT_EQ(login->calls(), Calls{});
 }
 
-TEST_F(Inhibitors, HoldEachByAnIdentifierOfItsOwnUntilItIsReleased) {
+TEST_F(Inhibitors, HaveAnIdentifierEachAndAreReleasedByIt) {
   login = serve(loginName, locks.grants());
   connect();
   std::set<std::uint32_t> identifiers{0};
@@ -94,7 +94,7 @@ TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, FindTheScreenSaverInItsOtherPlaceAndRememberIt) {
+TEST_F(Inhibitors, UseTheSecondPathOfTheScreenSaver) {
   saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(3)));
   connect();
   const auto first = create(display).value();
@@ -104,7 +104,7 @@ TEST_F(Inhibitors, FindTheScreenSaverInItsOtherPlaceAndRememberIt) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/ScreenSaver UnInhibit 3"); }));
 }
 
-TEST_F(Inhibitors, AskAgainAfterAMinuteWhetherItDoes) {
+TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
   power = serve(powerName, StubService::offersNothing());
   login = serve(loginName, locks.grants());
   connect();
@@ -124,7 +124,7 @@ TEST_F(Inhibitors, AskAgainAfterAMinuteWhetherItDoes) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, GiveTheLockToNoOtherProgram) {
+TEST_F(Inhibitors, HoldLogindDescriptorsCloseOnExec) {
   const auto inheritable = [] {
     std::set<int> found;
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
@@ -140,7 +140,7 @@ TEST_F(Inhibitors, GiveTheLockToNoOtherProgram) {
   EXPECT_EQ(inheritable(), before);
 }
 
-TEST_F(Inhibitors, GiveEverythingBackAtTheirEnd) {
+TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();
@@ -164,7 +164,7 @@ TEST_F(Inhibitors, HoldAllOrNothing) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(Inhibitors, DoNotGoBehindTheSessionManager) {
+TEST_F(Inhibitors, AskNobodyElseIfTheSessionManagerRefuses) {
   manager = serve(managerName, StubService::refuses("org.gnome.SessionManager.GeneralError"));
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
@@ -176,7 +176,7 @@ TEST_F(Inhibitors, DoNotGoBehindTheSessionManager) {
   EXPECT_TRUE(create(display)) << "it is asked again next time";
 }
 
-TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
+TEST_F(Inhibitors, RefuseMalformedReplies) {
   const StubService::Behaviour rubbish = [](sd_bus_message* call) {
     sd_bus_reply_method_return(call, "as", 2, "no", "cookie");
     return true;
@@ -195,7 +195,7 @@ TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
 
 // --- who says nothing
 
-TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
+TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   saver = serve(saverName, StubService::saysNothing());
   connect();
   const Seconds first = durationOf([this] { EXPECT_FALSE(createUnanswered(display)); });
@@ -213,7 +213,7 @@ TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }
 
-TEST_F(Inhibitors, GiveBackWhatIsGrantedTooLate) {
+TEST_F(Inhibitors, GiveBackALateGrant) {
   sd_bus_message* held = nullptr;
   saver = serve(saverName, StubService::holds("Inhibit", held));
   connect();

@@ -27,7 +27,7 @@ struct RealScreenSaver : AwakeDesk {
   std::unique_ptr<RealProgram> service;
 };
 
-TEST_F(RealScreenSaver, IsOffWhileTheDisplayIsToStayOn) {
+TEST_F(RealScreenSaver, IsDisabledWhileAnInhibitorIsHeld) {
   std::optional<std::uint32_t> identifier;
   ASSERT_TRUE(comesAbout([&] { return identifier || (identifier = create(display)); })) << service->errors();
   ASSERT_TRUE(comesToSay("Disabling screensaver\n")) << service->errors();
@@ -67,7 +67,7 @@ struct RealSessionManager : AwakeDesk {
   sd_bus* bus = nullptr;
 };
 
-TEST_F(RealSessionManager, TakesNobodyForIdleWhileTheDisplayIsToStayOn) {
+TEST_F(RealSessionManager, IsIdleInhibitedWhileAnInhibitorIsHeld) {
   ASSERT_TRUE(knowsAll());
   const auto identifier = create(display).value();
   EXPECT_EQ(isIdleInhibited(), "true");
@@ -75,7 +75,7 @@ TEST_F(RealSessionManager, TakesNobodyForIdleWhileTheDisplayIsToStayOn) {
   EXPECT_TRUE(comesAbout([this] { return isIdleInhibited() == "false"; }));
 }
 
-TEST_F(AwakeDesk, StartsNoServiceToBeHeld) {
+TEST_F(AwakeDesk, StartsNoServiceToHoldAnInhibitor) {
   const ScratchFolder folder;
   const std::string pipe = folder.file("started");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);

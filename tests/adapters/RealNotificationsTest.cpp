@@ -98,7 +98,7 @@ struct RealDaemon : ::testing::Test {
   sd_bus* caller = nullptr;
 };
 
-TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItReadsMarkup) {
+TEST_F(RealDaemon, ShowsTextsLiterallyAlthoughItReadsMarkup) {
   startDaemon("full");
   notifications.add({"1", "a <b> & c", "<i>x</i> & \"y\"\n&amp; 換網 🟢"});
   notifications.add({"2", "a <b> & c", "<i>x</i> & \"y\"\n&amp; 換網 🟢"});
@@ -111,7 +111,7 @@ TEST_F(RealDaemon, ShowsWhatIsPostedAlsoWhenItReadsMarkup) {
   EXPECT_EQ(daemon->errors(), "");
 }
 
-TEST_F(RealDaemon, TakesBackWhatIsWithdrawn) {
+TEST_F(RealDaemon, WithdrawsALastingNotification) {
   startDaemon("full");
   for (const char* const each : {"advice", "other"}) notifications.add({each, each, "b", true});
   ASSERT_TRUE(hasShown(2)) << daemon->errors();

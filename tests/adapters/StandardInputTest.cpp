@@ -109,7 +109,7 @@ TEST_F(StandardInputOn, APipeGivesALineOf65536BytesAndNoneThatIsLonger) {
   EXPECT_EQ(lines, (Lines{longest, tooLong, "next", tooLong, "last", tooLong}));
 }
 
-TEST_F(StandardInputOn, APipeThatNeverRunsDryLeavesTheLoopItsOtherSources) {
+TEST_F(StandardInputOn, AnEndlessPipeDoesNotStarveTheLoop) {
   ForkedProgram flood([this](const ForkedProgram::Say&) {
     pipe.reading.reset();
     std::string block;
@@ -172,7 +172,7 @@ TEST_F(StandardInputOn, AFileGivesItsLinesAndAnEnd) {
   EXPECT_EQ(ends, 1);
 }
 
-TEST_F(StandardInputOn, AnythingThatHasEndedSaysSoOnceAndLeavesTheLoopAtRest) {
+TEST_F(StandardInputOn, AnythingEndsOnceAndLeavesTheLoopIdle) {
   pipe.writing.reset();
   PseudoTerminal terminal;
   terminal.outside.reset();
@@ -190,7 +190,7 @@ TEST_F(StandardInputOn, AnythingThatHasEndedSaysSoOnceAndLeavesTheLoopAtRest) {
   EXPECT_EQ(lines, Lines{});
 }
 
-TEST_F(StandardInputOn, AnythingLeavesNothingForChildren) {
+TEST_F(StandardInputOn, AnythingLeavesDevNullForChildren) {
   const PseudoTerminal terminal;
   for (const int descriptor : {pipe.reading.get(), terminal.inside.get(), -1}) {
     read(descriptor, false);
@@ -200,7 +200,7 @@ TEST_F(StandardInputOn, AnythingLeavesNothingForChildren) {
   }
 }
 
-TEST_F(StandardInputOn, AnythingIsKeptFromChildren) {
+TEST_F(StandardInputOn, TheOwnDescriptorIsCloseOnExec) {
   read(pipe.reading.get());
   int inherited = 0;
   for (int descriptor = 3; descriptor < 256; ++descriptor) {

@@ -53,7 +53,7 @@ TEST_F(StandardOutputTo, AFileFollowsWhatIsThere) {
   EXPECT_EQ(contents.str(), "before\nmenu\nbetween\nmenu again\n");
 }
 
-TEST_F(StandardOutputTo, SomeoneElsesTerminalOrPipeKeepsNobodyWaiting) {
+TEST_F(StandardOutputTo, WhatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
       // What may be written to, but not opened again: so it is after changing to another user.
@@ -69,7 +69,7 @@ TEST_F(StandardOutputTo, SomeoneElsesTerminalOrPipeKeepsNobodyWaiting) {
   }
 }
 
-TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsNoFault) {
+TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsIgnored) {
   const FileDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   const int closed = fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 100);
   close(closed);
@@ -83,7 +83,7 @@ TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsNoFault) {
   }
 }
 
-TEST_F(StandardOutputTo, AReaderWhoHasReadAllLeavesTheLoopAtRest) {
+TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
   StandardOutput output(loop, pipe.writing.get());
   output.write(std::string(megabyte / 2, 'x'));
   EXPECT_TRUE(isIdle(loop)) << "while the pipe is full";

@@ -50,7 +50,7 @@ struct TerminalAlert : ::testing::Test {
   int described = 0;
 };
 
-TEST_F(TerminalAlert, TakesReturnForTheFirstButtonOrANumber) {
+TEST_F(TerminalAlert, TakesAnEmptyLineForTheFirstButton) {
   present("a");
   after("\n");
   EXPECT_EQ(answers, Answers{"a 0"});
@@ -62,7 +62,7 @@ TEST_F(TerminalAlert, TakesReturnForTheFirstButtonOrANumber) {
   EXPECT_EQ(answers, (Answers{"a 0", "b 0", "c 1"}));
 }
 
-TEST_F(TerminalAlert, KeepsTheMenuBackUntilAllAreAnswered) {
+TEST_F(TerminalAlert, HoldsTheMenuBackUntilAllAreAnswered) {
   present("a");
   present("b");
   EXPECT_EQ(described, 0);
@@ -77,7 +77,7 @@ TEST_F(TerminalAlert, KeepsTheMenuBackUntilAllAreAnswered) {
   EXPECT_EQ(shown.find("meanwhile"), std::string::npos);
 }
 
-TEST_F(TerminalAlert, KeepsNotificationsBackUntilItIsAnswered) {
+TEST_F(TerminalAlert, HoldsNotificationsBackUntilItIsAnswered) {
   present("a");
   onScreen();
   for (const std::string text : {"same", "other", "same"}) rig.face->add({"id", "news", text});

@@ -31,7 +31,7 @@ TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   EXPECT_EQ(answer->fields, (std::map<std::string, std::string>{{"a", "2"}, {"b", "3"}}));
 }
 
-TEST(TerminalDialogue, KeepsEmptiesAndReplacesValues) {
+TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
   TerminalDialogue dialogue(form({field("kept", "1"), field("blank", "2"), field("emptied", "3"),
                                   field("emptied-widely", "4"), field("replaced", "5")}),
                             {}, false, 0);
@@ -43,7 +43,7 @@ TEST(TerminalDialogue, KeepsEmptiesAndReplacesValues) {
           {"kept", "1"}, {"blank", "2"}, {"emptied", ""}, {"emptied-widely", ""}, {"replaced", " x y "}}));
 }
 
-TEST(TerminalDialogue, TellsOfASecretOnlyThatThereIsOne) {
+TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
   TerminalDialogue dialogue(form({field("key", "sk-secret", ViewKind::secureTextField),
                                   field("other", "", ViewKind::secureTextField), field("plain", "")}),
                             {}, false, 0);
@@ -135,7 +135,7 @@ std::string readBack(const std::vector<std::string>& rows) {
   return outputOf("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm"));
 }
 
-TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {
+TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
   QRSymbols symbols;
   for (const std::string& message :
        {std::string("a"),
@@ -158,7 +158,7 @@ TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {
   }
 }
 
-TEST(TerminalDialogue, DrawsNoCodeThatWouldBeBroken) {
+TEST(TerminalDialogue, RefusesAQRCodeThatIsTooWide) {
   QRSymbols symbols;
   const Image image{.width = 260, .height = 260, .bitmaps = {*symbols.generate("a")}};
   const int width = image.bitmaps[0].width;

@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(On, TerminalForm,
                            return line.param == TerminalRig::Line::pipes ? "Pipes" : "Terminal";
                          });
 
-TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
+TEST_P(TerminalForm, IsBelowTheAlertThatItsButtonOpens) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
   };
@@ -70,7 +70,7 @@ TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
   EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
+TEST_P(TerminalForm, TakesEachLineAsTheAnswerToTheOpenQuestion) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
   };
@@ -156,7 +156,7 @@ TEST_P(TerminalSecret, IsNotSeenEvenWhenItIsTooLong) {
   EXPECT_EQ(rig.screen.count("sk-"), 0U);
 }
 
-TEST_P(TerminalSecret, LeavesTheTerminalAsItWasAlsoAtTheEndOfTheInput) {
+TEST_P(TerminalSecret, RestoresTheEchoAtTheEndOfTheInput) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));
   rig.endInput();
@@ -165,7 +165,7 @@ TEST_P(TerminalSecret, LeavesTheTerminalAsItWasAlsoAtTheEndOfTheInput) {
   EXPECT_TRUE(isEchoed());
 }
 
-TEST_P(TerminalSecret, LeavesATerminalSilentThatWasSilentBefore) {
+TEST_P(TerminalSecret, KeepsTheEchoOffIfItWasOffBefore) {
   termios settings{};
   ASSERT_EQ(tcgetattr(rig.terminal.inside.get(), &settings), 0);
   settings.c_lflag &= ~tcflag_t{ECHO};
@@ -179,7 +179,7 @@ TEST_P(TerminalSecret, LeavesATerminalSilentThatWasSilentBefore) {
   EXPECT_FALSE(isEchoed());
 }
 
-TEST_P(TerminalSecret, IsHiddenAgainWhenThisJobComesBack) {
+TEST_P(TerminalSecret, IsAskedForAgainWithoutEchoAfterSIGCONT) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));
   termios settings{};

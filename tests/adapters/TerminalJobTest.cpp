@@ -94,7 +94,7 @@ struct TerminalJob : ::testing::Test {
   Screen screen{loop, terminal.outside.get()};
 };
 
-TEST_F(TerminalJob, GoesOnInTheBackgroundAndRests) {
+TEST_F(TerminalJob, PrintsInTheBackgroundWithoutSpinning) {
   type("1\n");
   for (int version = 1; version <= 3; ++version) {
     command('m');

@@ -81,7 +81,7 @@ TEST_F(TerminalMenu, ShowsTheTitleAndEveryRowWithItsNumberKeyAndMark) {
   EXPECT_EQ(row(8), Words{});
 }
 
-TEST_F(TerminalMenu, IsNotPrintedWhenNothingChangedThatATextShows) {
+TEST_F(TerminalMenu, IsNotPrintedForChangesThatTextDoesNotShow) {
   clear();
   item->setMenu(menu);
   item->setButton(buttonWith("Kestrune"));
@@ -115,7 +115,7 @@ TEST_F(TerminalMenu, IsPrintedForEachChange) {
   EXPECT_EQ(row(5), (Words{"5", "a", "✓", "off"}));
 }
 
-TEST_F(TerminalMenu, IsPrintedBelowANotificationOnce) {
+TEST_F(TerminalMenu, IsPrintedOnceBelowANotification) {
   clear();
   const Notification news{"id", "the news", "of\nthe day", true};
   rig.face->add(news);
@@ -128,7 +128,7 @@ TEST_F(TerminalMenu, IsPrintedBelowANotificationOnce) {
   EXPECT_EQ(rig.desktop.withdrawn, Words{"id"});
 }
 
-TEST_F(TerminalMenu, IsPrintedWhenItIsAskedFor) {
+TEST_F(TerminalMenu, IsPrintedOnRequest) {
   EXPECT_NE(after("\n").find("refresh"), std::string::npos);
   EXPECT_NE(after("  \t \n").find("refresh"), std::string::npos);
   EXPECT_NE(after("?\n").find("refresh"), std::string::npos);
@@ -137,7 +137,7 @@ TEST_F(TerminalMenu, IsPrintedWhenItIsAskedFor) {
   EXPECT_EQ(target->performed, CallLog{});
 }
 
-TEST_F(TerminalMenu, PerformsTheRowsWhoseNumbersOrKeysAreTyped) {
+TEST_F(TerminalMenu, RunsRowsByNumberOrKey) {
   after("3\nR\n5\n");
   EXPECT_EQ(target->performed, (CallLog{"refresh", "restart", "switch"}));
   after("  6 \t\na\nr\nA\n,\n");
@@ -145,7 +145,7 @@ TEST_F(TerminalMenu, PerformsTheRowsWhoseNumbersOrKeysAreTyped) {
             (CallLog{"refresh", "restart", "switch", "other", "switch", "refresh", "other"}));
 }
 
-TEST_F(TerminalMenu, SaysThatThereIsNoSuchRow) {
+TEST_F(TerminalMenu, RefusesUnknownRows) {
   for (const std::string typed :
        {"0", "8", "-1", "+3", "3x", "3 3", "z", "rr", "99999999999999999999", "３"}) {
     EXPECT_EQ(after(typed + "\n"), "沒有這一列：" + typed + "\n");
@@ -153,7 +153,7 @@ TEST_F(TerminalMenu, SaysThatThereIsNoSuchRow) {
   EXPECT_EQ(target->performed, CallLog{});
 }
 
-TEST_F(TerminalMenu, SaysThatARowIsOnlyToBeRead) {
+TEST_F(TerminalMenu, RefusesDisabledRows) {
   EXPECT_EQ(after("1\n"), "這一列只供查看：status\n");
   EXPECT_EQ(after("7\n"), "這一列只供查看：no\n");
   EXPECT_EQ(after("n\n"), "這一列只供查看：no\n");
@@ -161,7 +161,7 @@ TEST_F(TerminalMenu, SaysThatARowIsOnlyToBeRead) {
   EXPECT_EQ(target->performed, CallLog{});
 }
 
-TEST_F(TerminalMenu, MayBeReplacedByTheRowThatIsPerformed) {
+TEST_F(TerminalMenu, MayBeReplacedByTheActionOfARow) {
   target->onPerform = [this] { item->setMenu({{{.id = 1, .title = "new"}}}); };
   after("3\n");
   EXPECT_EQ(row(1), Words{});

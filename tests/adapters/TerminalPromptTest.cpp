@@ -10,7 +10,7 @@
 namespace kestrune::testing {
 namespace {
 
-TEST(TerminalPrompt, StandsAfterWhateverIsPrintedOnATerminal) {
+TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
   const auto item = rig.face->statusItem(squareStatusItemLength);
@@ -27,7 +27,7 @@ TEST(TerminalPrompt, StandsAfterWhateverIsPrintedOnATerminal) {
   EXPECT_TRUE(rig.screen.shows("請輸入按鈕編號。\n按鈕編號> "));
 }
 
-TEST(TerminalPrompt, ComesBackOnceAfterARowWhateverThatDoes) {
+TEST(TerminalPrompt, ComesBackOnceAfterARow) {
   struct Commands final : ActionTarget {
     void performAction(std::string_view action) override {
       if (action == "change") (*item)->setMenu({{{.id = 1, .title = "changed"}}});
@@ -186,7 +186,7 @@ struct TerminalTyping : ::testing::Test {
   std::unique_ptr<StatusItem> item;
 };
 
-TEST_F(TerminalTyping, IsForgottenWhenTheMenuIsPrintedUnasked) {
+TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
   // Ctrl-D passes on what was typed so far, and the line goes on.
   for (const std::string typed : {"1", "1\x04"}) {
     for (const bool changed : {true, false}) {
@@ -201,7 +201,7 @@ TEST_F(TerminalTyping, IsForgottenWhenTheMenuIsPrintedUnasked) {
   }
 }
 
-TEST_F(TerminalTyping, IsPerformedIfItsLineWasFinishedBefore) {
+TEST_F(TerminalTyping, IsKeptIfItsLineWasFinishedBefore) {
   type("3\n5\n1", "3\n5\n1");
   show("changed");
   EXPECT_TRUE(rig.screen.shows("changed\n列號或按鍵> "));
@@ -209,7 +209,7 @@ TEST_F(TerminalTyping, IsPerformedIfItsLineWasFinishedBefore) {
   EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
 }
 
-TEST_F(TerminalTyping, IsNoAnswerToAQuestionThatCameMeanwhile) {
+TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
   type("2", "2");
   std::optional<AlertAnswer> answer;
   rig.face->present({[] {
@@ -222,7 +222,7 @@ TEST_F(TerminalTyping, IsNoAnswerToAQuestionThatCameMeanwhile) {
   EXPECT_EQ(answer->button, 0U);
 }
 
-TEST(TerminalPrompt, StandsAlsoAfterAReportThatIsFarTooLong) {
+TEST(TerminalPrompt, FollowsAReportOf2Megabytes) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
   const auto item = rig.face->statusItem(squareStatusItemLength);

@@ -24,7 +24,7 @@ StubService::Behaviour watcherWithHost(bool there) {
   };
 }
 
-struct TrayAdvised : ::testing::Test {
+struct TrayAdviceTo : ::testing::Test {
   SignalState restored;
   PrivateBus daemon;
   EventLoop loop;
@@ -64,7 +64,7 @@ struct TrayAdvised : ::testing::Test {
   }
 };
 
-TEST_F(TrayAdvised, IsWhoeverHasNoTray) {
+TEST_F(TrayAdviceTo, NotifiesOnceWithoutATray) {
   start();
   EXPECT_EQ(adviceAtLast(), 1U);
   const Notification& said = notifications.posted.at(0);
@@ -76,14 +76,14 @@ TEST_F(TrayAdvised, IsWhoeverHasNoTray) {
   EXPECT_EQ(adviceAfter(2 * TrayAdvice::patience), 1U);
 }
 
-TEST_F(TrayAdvised, IsNobodyWhoseTrayComesWithinHalfAMinute) {
+TEST_F(TrayAdviceTo, SaysNothingIfATrayComesWithin30Seconds) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience - Seconds{0.1}), 0U);
   watch(watcherWithHost(true));
   EXPECT_EQ(adviceAfter(Seconds{0.1}), 0U);
 }
 
-TEST_F(TrayAdvised, IsNobodyAnyLongerOnceThereIsATray) {
+TEST_F(TrayAdviceTo, WithdrawsTheNotificationWhenAHostShowsIcons) {
   start();
   EXPECT_EQ(adviceAtLast(), 1U);
   EXPECT_EQ(notifications.posted.at(0).lasting, true);
@@ -100,7 +100,7 @@ TEST_F(TrayAdvised, IsNobodyAnyLongerOnceThereIsATray) {
   EXPECT_EQ(timers.liveTimers(), 0U);
 }
 
-TEST_F(TrayAdvised, IsNotLookedForAgainWhoWasNeverAdvised) {
+TEST_F(TrayAdviceTo, DoesNotLookAgainUnlessItHasNotified) {
   start();
   watch(watcherWithHost(true));
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
@@ -111,7 +111,7 @@ TEST_F(TrayAdvised, IsNotLookedForAgainWhoWasNeverAdvised) {
   EXPECT_EQ(watcher->newCalls().size(), 0U);
 }
 
-TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
+TEST_F(TrayAdviceTo, SaysNothingIfTheTrayRestartsDuringTheFirstLook) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
   watch(watcherWithHost(true));
@@ -119,7 +119,7 @@ TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
   EXPECT_EQ(timers.liveTimers(), 0U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
+TEST_F(TrayAdviceTo, WaitsForABus) {
   bus.connect();
   advice = std::make_unique<TrayAdvice>(bus, timers, notifications);
   timers.advance(2 * TrayAdvice::patience);
@@ -129,7 +129,7 @@ TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
+TEST_F(TrayAdviceTo, LooksAgainAfterTheBusWasLost) {
   start();
   for (int loss = 1; loss <= 2; ++loss) {
     watch(StubService::saysNothing());
@@ -143,7 +143,7 @@ TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
+TEST_F(TrayAdviceTo, LooksAgainUntilTheWatcherAnswers) {
   start();
   watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
@@ -152,7 +152,7 @@ TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsNotLookedForWithoutEnd) {
+TEST_F(TrayAdviceTo, GivesUpAfterTenLooksWithoutAnAnswer) {
   start();
   watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
   for (int look = 0; look < TrayAdvice::looksInVain; ++look) {

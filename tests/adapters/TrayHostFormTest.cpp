@@ -112,7 +112,7 @@ std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }
 
-TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
+TEST_F(TrayForm, GnomeShellGetsTwoSubmenus) {
   runOn({gnomeShell});
   EXPECT_EQ(layout(), withSubmenus);
   for (const int id : {2, 20}) {
@@ -123,7 +123,7 @@ TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
   EXPECT_EQ(property(3, "enabled"), "b false");
 }
 
-TEST_F(TrayForm, OfGnomeShellIsReadByParts) {
+TEST_F(TrayForm, GnomeShellGetsThePartOfTheLayoutThatItAsksFor) {
   runOn({gnomeShell});
   EXPECT_EQ(layout(0, 1), "1 2 12 13 14 15 16 17 18 19 20 28 29");
   EXPECT_EQ(layout(0, 0), "0");
@@ -134,21 +134,21 @@ TEST_F(TrayForm, OfGnomeShellIsReadByParts) {
             std::string::npos);
 }
 
-TEST_F(TrayForm, OfGnomeShellPerformsARowOfASubmenu) {
+TEST_F(TrayForm, RowsOfASubmenuCanBeChosen) {
   runOn({gnomeShell});
   for (const int id : {2, 20, 3, 21}) EXPECT_EQ(host->clicked(id), "");
   settleQueue(loop);
   EXPECT_EQ(target->performed, CallLog{"act"});
 }
 
-TEST_F(TrayForm, OfAMenuWithoutTheRowsOfTheSubmenusHasNone) {
+TEST_F(TrayForm, MenuWithoutSubmenuRowsStaysFlat) {
   runOn({gnomeShell});
   item->setMenu({{{.id = 3, .title = "a"}, {.id = 20, .title = "b"}}});
   EXPECT_EQ(layout(), "3 20");
   EXPECT_EQ(property(20, "children-display"), "error org.freedesktop.DBus.Error.InvalidArgs");
 }
 
-TEST_F(TrayForm, OfEveryOtherHostIsFlat) {
+TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   runOn({});
   EXPECT_EQ(layout(), flat);
   runOn({}, gnomeShell);  // it runs beside another panel, which has the tray
@@ -157,7 +157,7 @@ TEST_F(TrayForm, OfEveryOtherHostIsFlat) {
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
+TEST_F(TrayForm, ChangeOfTheFormIsSentToTheHost) {
   runOn({});
   layout();
   host->own(gnomeShell);
@@ -177,7 +177,7 @@ TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
+TEST_F(TrayForm, FormIsFoundAgainAfterABusRestart) {
   runOn({gnomeShell});
   host.reset();
   daemon.stop();
@@ -188,7 +188,7 @@ TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
+TEST_F(TrayForm, UnderscoresAreKeptOnEveryHost) {
   Chance chance(20263);
   static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
   const auto check = [&](std::string (*shown)(const std::string&)) {
@@ -209,7 +209,7 @@ TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
   check(asQtShows);
 }
 
-TEST_F(TrayForm, OfPlasmaLeavesAClickToItsOwnMenu) {
+TEST_F(TrayForm, ActivateFailsOnPlasmaSoThatItOpensTheMenu) {
   runOn({}, plasma);
   EXPECT_EQ(clicked(), "error org.freedesktop.DBus.Error.NotSupported");
   EXPECT_EQ(clicks, 0);
@@ -217,7 +217,7 @@ TEST_F(TrayForm, OfPlasmaLeavesAClickToItsOwnMenu) {
   EXPECT_EQ(clicks, 1);
 }
 
-TEST_F(TrayForm, OfEveryOtherHostAnswersAClick) {
+TEST_F(TrayForm, ActivateOpensTheWindowOnOtherHosts) {
   int expected = 0;
   for (const auto* const name : {gnomeShell, lxqt, "org.example.Panel"}) {
     runOn({name});
@@ -226,7 +226,7 @@ TEST_F(TrayForm, OfEveryOtherHostAnswersAClick) {
   }
 }
 
-TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
+TEST_F(TrayForm, ShortcutKeysAreNamedAsTheHostReadsThem) {
   constexpr auto byName = "aas [['Control', 'comma']]";
   constexpr auto byCharacter = "aas [['Control', ',']]";
   runOn({});
@@ -239,7 +239,7 @@ TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
   }
 }
 
-TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
+TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
   bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
                       {"codex-menubar-grey.png", "/share/grey.png"}};
   const auto show = [this](ImageRef image) {
@@ -256,7 +256,7 @@ TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
 }
 
-TEST_F(TrayForm, NamesTheFileOfTheIconAsLongAsThereAreIndicatorApplets) {
+TEST_F(TrayForm, IconFileFollowsTheIndicatorService) {
   bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
   StatusButton button;
   button.image = makeTestImage(2, 10, 20, 30);

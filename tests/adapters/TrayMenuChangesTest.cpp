@@ -29,7 +29,7 @@ struct TrayMenuChanges : TrayDesk {
   }};
 };
 
-TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
+TEST_F(TrayMenuChanges, SendOnlyTheChangedProperty) {
   menu.items[0].title = "other";
   EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(1, {'label': s 'other'})], []"});
   menu.items[3].checked = true;
@@ -41,7 +41,7 @@ TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
             News{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'x']]})], []"});
 }
 
-TEST_F(TrayMenuChanges, AreToldTogetherWithPropertiesThatAreGone) {
+TEST_F(TrayMenuChanges, SendTheNamesOfRemovedProperties) {
   menu.items[2].keyEquivalent = "";
   menu.items[2].title = "stopping";
   menu.items[3].checked.reset();
@@ -53,7 +53,7 @@ TEST_F(TrayMenuChanges, AreToldTogetherWithPropertiesThatAreGone) {
   EXPECT_EQ(newsOf(), News{}) << "it looks the same";
 }
 
-TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
+TEST_F(TrayMenuChanges, OfTheListOfRowsSendLayoutUpdated) {
   menu.items.push_back({.id = 5, .title = "more"});
   EXPECT_EQ(newsOf(), News{"LayoutUpdated 3, 0"});
   std::swap(menu.items[0], menu.items[2]);
@@ -65,7 +65,7 @@ TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
   EXPECT_EQ(newsOf(), News{});
 }
 
-TEST_F(TrayMenuChanges, DoNotMakeTheProcessGrow) {
+TEST_F(TrayMenuChanges, DoNotLeakMemory) {
   StatusButton button;
   const ImageRef images[] = {makeTestImage(22, 1, 2, 3), makeTestImage(22, 4, 5, 6)};
   const auto rebuild = [&](int times) {

@@ -34,7 +34,7 @@ struct TrayRegistration : EmptyDesk {
   std::string label() { return host->menu("GetProperty", "is", 1, "label"); }
 };
 
-TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherStartsAnew) {
+TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherRestarts) {
   ASSERT_TRUE(showsItem());
   item->setMenu(oneRow("still here"));
   for (int restart = 0; restart < 3; ++restart) {
@@ -51,7 +51,7 @@ TEST_F(TrayRegistration, IsRepeatedWhenAHostAppears) {
   EXPECT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
 }
 
-TEST_F(TrayRegistration, IsNotRepeatedForThoseWhoTellNobodyElse) {
+TEST_F(TrayRegistration, IsNotRepeatedForUnicastSignals) {
   ASSERT_TRUE(showsItem());
   Stranger stranger(daemon);
   stranger.tellOfOwner(host->itemName(), StatusNotifierItem::watcherName, "", ":1.99");
@@ -61,7 +61,7 @@ TEST_F(TrayRegistration, IsNotRepeatedForThoseWhoTellNobodyElse) {
   EXPECT_EQ(host->registrations.size(), 1U);
 }
 
-TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
+TEST_F(TrayRegistration, IsRepeatedAfterARefusal) {
   daemon.start();
   showTray("org.example.Error.NoHost");
   showItem();
@@ -75,7 +75,7 @@ TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
   EXPECT_TRUE(comesTrue(loop, [this] { return registrations == 1; }));
 }
 
-TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {
+TEST_F(TrayRegistration, IsRepeatedAfterABusRestart) {
   ASSERT_TRUE(showsItem());
   item->setButton(buttonWith("tip"));
   item->setMenu(oneRow("before"));
@@ -94,7 +94,7 @@ TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {
   }
 }
 
-TEST_F(TrayRegistration, ComesAboutWhenTheBusAppearsAfterTheItem) {
+TEST_F(TrayRegistration, WorksIfTheBusStartsLater) {
   showItem();
   EXPECT_FALSE(bus.isConnected());
   EXPECT_TRUE(item->hasButton());
@@ -107,7 +107,7 @@ TEST_F(TrayRegistration, ComesAboutWhenTheBusAppearsAfterTheItem) {
   EXPECT_EQ(label(), "s 'early'");
 }
 
-TEST_F(TrayRegistration, SurvivesABusThatStopsAndGoesOn) {
+TEST_F(TrayRegistration, DoesNotBlockOnAFrozenBus) {
   ASSERT_TRUE(showsItem());
   item->setMenu(oneRow("before"));
   host->catchUp();
@@ -123,7 +123,7 @@ TEST_F(TrayRegistration, SurvivesABusThatStopsAndGoesOn) {
   EXPECT_EQ(probe.connections, 1);
 }
 
-TEST_F(TrayRegistration, LeavesAStoppedBusAtOnce) {
+TEST_F(TrayRegistration, EndsWithoutBlockingOnAFrozenBus) {
   ASSERT_TRUE(showsItem());
   daemon.freeze();
   auto second = std::make_unique<SessionBus>(loop);
