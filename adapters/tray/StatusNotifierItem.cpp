@@ -152,8 +152,8 @@ void StatusNotifierItem::registerWithWatcher() {
 int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_error*) {
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
   if (failure == nullptr) {
-    const auto& parts = static_cast<StatusNotifierItem*>(data)->parts;
-    if (parts.onRegistered) parts.onRegistered();
+    const auto& self = *static_cast<StatusNotifierItem*>(data);
+    if (self.parts.onRegistered) self.parts.onRegistered();
   } else if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
              sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce(
