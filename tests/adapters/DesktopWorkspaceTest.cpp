@@ -19,12 +19,12 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// A machine whose programs write down how they are started.
+/// A PATH with programs that record how they are started.
 class RecordingMachine {
  public:
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
 
-  /// Adds a program, and returns where it is.
+  /// Adds a program, and returns its path.
   std::string add(const std::string& name,
                   std::filesystem::perms permissions = std::filesystem::perms::owner_all) {
     const std::string program = folder.file("bin/" + name);
@@ -36,14 +36,14 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Name, mark of the relaunch, process number and arguments of all programs that were started.
+  /// Name, relaunch variable, PID and arguments of each program that was started.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;
     for (std::string entry; std::getline(file, entry, '\0');) entries.push_back(entry);
     return entries;
   }
-  /// The same without the process number of the first.
+  /// `record` without the PID of the first program.
   Texts started() const {
     Texts entries = record();
     if (entries.size() > 2) entries.erase(entries.begin() + 2);
@@ -90,7 +90,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // In a process of its own, because a complaint is made only once in the life of one.
+  // In its own process, because each message is reported once per process.
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");
@@ -118,7 +118,7 @@ TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   std::ofstream(machine.folder.file("bin/xdg-open"), std::ios::app) << ": <'" << gate << "'\n";
   DesktopWorkspace(loop, bundle, {}, false).open("/a/folder");
-  // Opens only for a program that is there to be held back.
+  // Blocks until the program has opened the FIFO.
   const FileDescriptor held(open(gate.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
   EXPECT_TRUE(hasNoChildren(loop));

@@ -12,19 +12,6 @@ struct InhibitorChanges : AwakeDesk {
 
 // --- services that come and go
 
-TEST_F(InhibitorChanges, AreRequestedAgainWhenTheServiceRestarts) {
-  saver = serve(saverName, StubService::grants(3));
-  connect();
-  const auto identifier = create(display).value();
-  saver.reset();
-  saver = serve(saverName, StubService::grants(8));
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
-  ASSERT_TRUE(sessionTrip.succeeds(loop));
-  inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 8"); }));
-  EXPECT_EQ(saver->calls().size(), 2u);
-}
-
 TEST_F(InhibitorChanges, AskEachServiceOnceAtATime) {
   login = serve(loginName, locks.grants());
   connect();
@@ -184,18 +171,6 @@ TEST_F(InhibitorChanges, DoNotWaitForABusThatIsNotReady) {
   ASSERT_TRUE(knowsAll());
   EXPECT_TRUE(create(display));
   EXPECT_TRUE(create(system));
-}
-
-TEST_F(InhibitorChanges, WaitOnceForAFrozenBus) {
-  login = serve(loginName, locks.grants());
-  connect();
-  systemDaemon.freeze();
-  EXPECT_LT(durationOf([this] { EXPECT_FALSE(createUnanswered(system)); }), soon);
-  EXPECT_LT(durationOf([this] { EXPECT_FALSE(createUnanswered(system)); }), soon);
-  EXPECT_EQ(quarterSeconds, 1);
-  systemDaemon.thaw();
-  ASSERT_TRUE(systemTrip.succeeds(loop));
-  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
 TEST_F(InhibitorChanges, AreReleasedWithoutWaitingForAFrozenBus) {

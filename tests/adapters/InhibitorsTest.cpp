@@ -5,7 +5,7 @@
 
 #include "tests/adapters/AwakeDesk.h"
 
-// Takes the place of the library's own in this program, so that no test depends on how fast a service is.
+// Replaces sd_bus_call in this program: no test depends on the speed of a service.
 extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
                            sd_bus_message** reply) {
   using namespace kestrune;
@@ -28,7 +28,7 @@ struct Inhibitors : AwakeDesk {
   void SetUp() override { startBuses(); }
 };
 
-// --- who is asked, and for what
+// --- requests
 
 TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
   manager = serve(managerName, StubService::grants(7));
@@ -151,7 +151,7 @@ TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
 }
 
-// --- who refuses
+// --- refusals
 
 TEST_F(Inhibitors, HoldAllOrNothing) {
   saver = serve(saverName, StubService::grants(3));
@@ -193,7 +193,7 @@ TEST_F(Inhibitors, RefuseMalformedReplies) {
   EXPECT_FALSE(create(display));
 }
 
-// --- who says nothing
+// --- timeouts
 
 TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   saver = serve(saverName, StubService::saysNothing());
@@ -208,7 +208,7 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // sleep counts
+  clock.suspend(Seconds{0.1});  // suspend counts
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }

@@ -6,7 +6,7 @@
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/StartingBus.h"
 
-// The inhibitors with the services that they are for.
+// The inhibitors with real services.
 
 namespace kestrune::testing {
 namespace {
@@ -40,7 +40,7 @@ TEST_F(RealScreenSaver, IsDisabledWhileAnInhibitorIsHeld) {
 struct RealSessionManager : AwakeDesk {
   void SetUp() override {
     startBuses();
-    // Of the programs of a session it is to start none.
+    // An empty autostart folder, so that it starts no programs.
     std::filesystem::create_directory(screen.home.file("nothing"));
     service = std::make_unique<RealProgram>(
         std::vector<std::string>{"mate-session", "--failsafe", "--disable-acceleration-check", "--autostart",

@@ -10,7 +10,7 @@
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StartingBus.h"
 
-// The notifications with a daemon that shows them.
+// The notifications with a real daemon.
 
 namespace kestrune::testing {
 namespace {
@@ -22,7 +22,7 @@ struct RealDaemon : ::testing::Test {
   }
   std::vector<std::string> command() const { return {"dunst", "-conf", screen.home.file("dunstrc")}; }
 
-  /// Returns when it is there.
+  /// Returns when the daemon answers.
   void startDaemon(const std::string& markup) {
     bus.start();
     configure(markup);
@@ -45,7 +45,7 @@ struct RealDaemon : ::testing::Test {
     return BusMessage(reply);
   }
 
-  /// Everything that it has shown and closed, the last first: "[summary | body | shown]".
+  /// The closed notifications, the last first: "[application | icon | summary | shown text]".
   std::string history() const {
     const BusMessage reply = ask("NotificationListHistory");
     if (!reply) return "no answer";

@@ -56,7 +56,7 @@ TEST_F(StandardOutputTo, AFileFollowsWhatIsThere) {
 TEST_F(StandardOutputTo, WhatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
-      // What may be written to, but not opened again: so it is after changing to another user.
+      // It can be written to, but not opened again, as after a change of the user.
       fchmod(foreign, 0);
       constexpr uid_t nobody = 65534;
       if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");
@@ -99,7 +99,7 @@ TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
 TEST_F(StandardOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  // The program that started this one has it open, too.
+  // Another process has the socket open, too.
   const FileDescriptor inside(ends[0]);
   FileDescriptor outside(ends[1]);
   StandardOutput output(loop, inside.get());

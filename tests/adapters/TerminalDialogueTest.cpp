@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-// --- what is asked and what becomes of the answers
+// --- questions and answers
 
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
@@ -83,7 +83,7 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
 
 // --- pictures
 
-/// What a dark screen shows, in levels of grey, two for each cell.
+/// The pixels that `text` draws on a dark screen, as levels of grey; two pixels for each character cell.
 std::vector<std::string> drawn(const std::string& text) {
   constexpr char black = '\0';
   constexpr char white = '\xFF';

@@ -30,7 +30,7 @@ class Demonstration final : public ApplicationDelegate {
   std::unique_ptr<StatusItem> item;
 };
 
-/// The terminal face as a whole program has it.
+/// The terminal face in a whole host.
 struct TerminalHost : ::testing::Test {
   static void demonstrate() {
     const auto host = makeHost({.face = Face::terminal});
@@ -38,7 +38,7 @@ struct TerminalHost : ::testing::Test {
     host->platform().application->run(demonstration);
   }
 
-  /// What appears on a terminal when the variables are so.
+  /// The output on a terminal with these values of TERM and NO_COLOR.
   std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
     PseudoTerminal terminal;
     ForkedProgram program([&](const ForkedProgram::Say& say) {

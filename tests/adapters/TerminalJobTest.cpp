@@ -9,8 +9,8 @@
 namespace kestrune::testing {
 namespace {
 
-/// The face as a job of a session of its own on a terminal, and the shell that rules which job has the
-/// terminal.
+/// The face as a job in its own session on a terminal, and a shell that moves it between foreground and
+/// background.
 struct TerminalJob : ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(shell.line(), "ready");

@@ -77,7 +77,7 @@ struct TerminalChanges : ::testing::Test {
     rig.settle();
     return std::exchange(rig.screen.text, {});
   }
-  /// The kernel tells nobody, because the terminal is not this process's controlling terminal.
+  /// The kernel sends no SIGWINCH, because the terminal is not this process's controlling terminal.
   void setHeight(unsigned short rows) const {
     const winsize size{.ws_row = rows, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
     ASSERT_EQ(ioctl(rig.terminal.inside.get(), TIOCSWINSZ, &size), 0);
@@ -151,7 +151,7 @@ TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
   EXPECT_TRUE(text.ends_with("third\nKestrune\n列號或按鍵> ")) << text;
 }
 
-/// A menu on a terminal whose rows are performed by their numbers.
+/// A menu on a terminal. The action of each row is its number.
 struct TerminalTyping : ::testing::Test {
   TerminalTyping() {
     item = rig.face->statusItem(squareStatusItemLength);
@@ -167,7 +167,7 @@ struct TerminalTyping : ::testing::Test {
     menu.items.back().title = last;
     item->setMenu(menu);
   }
-  /// Types that, and returns when the line discipline has it, without having the loop read it.
+  /// Types `text`, and waits for its echo without running the loop.
   void type(std::string_view text, std::string_view echo) {
     rig.settle();
     rig.screen.text.clear();
@@ -187,7 +187,7 @@ struct TerminalTyping : ::testing::Test {
 };
 
 TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
-  // Ctrl-D passes on what was typed so far, and the line goes on.
+  // Ctrl-D makes the kernel return the unfinished line.
   for (const std::string typed : {"1", "1\x04"}) {
     for (const bool changed : {true, false}) {
       target->performed.clear();

@@ -21,7 +21,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// A row of GetLayout's answer, with the rows below it in brackets.
+/// The id of a row in the reply of GetLayout, with the ids below it in brackets.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -38,7 +38,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client whose tray is that of one desktop or another.
+/// A client whose tray host can be that of any desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -54,7 +54,7 @@ struct TrayForm : EmptyDesk {
 
   MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
 
-  /// A tray that owns these names, too, beside another program that owns `other`.
+  /// Starts a tray host that also owns `names`, and another program that owns `other`.
   void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
     program.reset();
     if (other != nullptr)
@@ -151,7 +151,7 @@ TEST_F(TrayForm, MenuWithoutSubmenuRowsStaysFlat) {
 TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   runOn({});
   EXPECT_EQ(layout(), flat);
-  runOn({}, gnomeShell);  // it runs beside another panel, which has the tray
+  runOn({}, gnomeShell);  // the tray belongs to another panel
   EXPECT_EQ(layout(), flat);
   runOn({}, plasma);
   EXPECT_EQ(layout(), flat);
@@ -193,7 +193,7 @@ TEST_F(TrayForm, UnderscoresAreKeptOnEveryHost) {
   static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
   const auto check = [&](std::string (*shown)(const std::string&)) {
     for (int time = 0; time < 300; ++time) {
-      std::string title = "x";  // blanks at the ends are not what this is about
+      std::string title = "x";  // no white space at the start
       for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
       ASSERT_EQ(shown(labelOf(title)), title);
     }

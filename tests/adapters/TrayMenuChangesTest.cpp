@@ -15,7 +15,7 @@ struct TrayMenuChanges : TrayDesk {
     item->setMenu(menu);
     host->news();
   }
-  /// What the host is told when the menu becomes what it is now.
+  /// The signals that the host receives when `menu` is set.
   News newsOf() {
     item->setMenu(menu);
     return host->news();

@@ -21,7 +21,7 @@ struct TrayMenu : TrayDesk {
     host->news();
   }
 
-  /// What was performed once everything that was asked for is done.
+  /// The actions that have run, when all calls are handled.
   CallLog performed() {
     host->catchUp();
     settleQueue(loop);

@@ -6,7 +6,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
+constexpr Seconds atOnce{5.0};  // a call that blocks on a frozen bus takes 25 s
 using Registrations = std::vector<std::string>;
 
 Menu oneRow(const std::string& title) {
@@ -24,7 +24,7 @@ struct TrayRegistration : EmptyDesk {
     bus.connect();
     item = bar.statusItem(squareStatusItemLength);
   }
-  /// On a desktop with everything there.
+  /// With a bus and a tray.
   bool showsItem() {
     daemon.start();
     showTray();
@@ -94,19 +94,6 @@ TEST_F(TrayRegistration, IsRepeatedAfterABusRestart) {
   }
 }
 
-TEST_F(TrayRegistration, WorksIfTheBusStartsLater) {
-  showItem();
-  EXPECT_FALSE(bus.isConnected());
-  EXPECT_TRUE(item->hasButton());
-  item->setButton(buttonWith("tip"));
-  item->setMenu(oneRow("early"));
-  daemon.start();
-  ASSERT_TRUE(comesTrue(loop, [this] { return bus.isConnected(); }));
-  showTray();
-  ASSERT_TRUE(host->hasItem());
-  EXPECT_EQ(label(), "s 'early'");
-}
-
 TEST_F(TrayRegistration, DoesNotBlockOnAFrozenBus) {
   ASSERT_TRUE(showsItem());
   item->setMenu(oneRow("before"));
@@ -121,19 +108,8 @@ TEST_F(TrayRegistration, DoesNotBlockOnAFrozenBus) {
   daemon.thaw();
   EXPECT_EQ(label(), "s 'after'");
   EXPECT_EQ(probe.connections, 1);
-}
-
-TEST_F(TrayRegistration, EndsWithoutBlockingOnAFrozenBus) {
-  ASSERT_TRUE(showsItem());
   daemon.freeze();
-  auto second = std::make_unique<SessionBus>(loop);
-  second->connect();
-  item->setMenu(oneRow("never told"));
-  EXPECT_LT(durationOf([this, &second] {
-              item.reset();
-              second.reset();
-            }),
-            atOnce);
+  EXPECT_LT(durationOf([this] { item.reset(); }), atOnce);
   daemon.thaw();
 }
 
