@@ -33,7 +33,7 @@ int main() {
   bus.connect();
   const kestrune::ProgramBundle bundle;
   kestrune::ActivationToken token;
-  kestrune::StatusNotifierItem item(bus, loop.mainQueue(), bundle, token, [] {});
+  kestrune::StatusNotifierItem item({bus, loop.mainQueue(), bundle, token, [] {}});
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

@@ -254,7 +254,7 @@ class Desk {
   Bus host;
   ActivationToken token;
   testing::FakeMainBundle bundle;
-  StatusNotifierItem tray{idleBus(), loop.mainQueue(), bundle, token, [] {}};
+  StatusNotifierItem tray{{idleBus(), loop.mainQueue(), bundle, token, [] {}}};
   bool answered = false;
 };
 

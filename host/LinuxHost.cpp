@@ -32,10 +32,10 @@
 #include "adapters/pictures/PngImages.h"
 #include "adapters/pictures/QRSymbols.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/terminal/StandardStreams.h"
 #include "adapters/terminal/TerminalFace.h"
-#include "adapters/terminal/TerminalOutput.h"
+#include "adapters/tray/StatusNotifierItem.h"
 #include "adapters/tray/TrayAdvice.h"
-#include "adapters/tray/TrayStatusBar.h"
 #include "adapters/windows/DialogAlerts.h"
 #include "adapters/windows/MenuWindowProcess.h"
 #include "host/Diagnosis.h"
@@ -120,7 +120,7 @@ class LinuxHost final : public Host {
         images(folders.data),
         preferences(folders.config + folderName + "/preferences.json"),
         agents(folders.config + "/autostart", bundle, folders.data),
-        notifications(bus, loop, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
+        notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {
@@ -141,8 +141,17 @@ class LinuxHost final : public Host {
       const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
       menuWindow = std::make_unique<MenuWindowProcess>(loop, program, hasDisplay);
       dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
-      tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken, [this] {
-        if (advice) advice->trayChanged();
+      tray = std::make_unique<TrayStatusBar>(TrayParts{
+          .bus = bus,
+          .queue = loop.mainQueue(),
+          .bundle = bundle,
+          .token = clickToken,
+          .onClick = [this] { menuWindow->show(clickToken.take()); },
+          .onMenu = [this](const Menu& menu) { menuWindow->setMenu(menu); },
+          .onRegistered =
+              [this] {
+                if (advice) advice->trayChanged();
+              },
       });
       loop.onTerminate([this] {
         rendezvous.announceEnd();
@@ -254,7 +263,7 @@ class LinuxHost final : public Host {
   QRSymbols qrCodes;
   DesktopWorkspace workspace;
   EventSource outputEnd;
-  std::optional<TerminalOutput> output;
+  std::optional<StandardOutput> output;
   ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindowProcess> menuWindow;

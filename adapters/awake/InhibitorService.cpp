@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; the longest wait of the main thread
 constexpr Seconds pause{60.0};                 // after a timeout, and after an error that means "not offered"
-constexpr std::size_t unansweredLimit = 16;
+constexpr std::size_t requestLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
                                       SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_NOT_SUPPORTED,
@@ -33,8 +33,8 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
       protocol(std::move(givenProtocol)),
       onChange(std::move(givenOnChange)),
       owner(protocol.name, [this](const std::string&) { ownerChanged(); }),
-      passedOverUntil(clock.continuousTime()),
-      silentUntil(passedOverUntil) {
+      absentUntil(clock.continuousTime()),
+      silentUntil(absentUntil) {
   connection.add(*this);
 }
 
@@ -43,63 +43,52 @@ InhibitorService::~InhibitorService() {
   for (const auto& [holder, grant] : grants) giveBack(grant);
 }
 
-InhibitorService::Presence InhibitorService::presence() const {
-  if (bus == nullptr) return Presence::absent;
-  if (!owner.isKnown()) return Presence::unknown;
-  // After the pause, ask a service again: it may have been starting when it did not offer the method.
-  const bool isPassedOver = clock.continuousTime() < passedOverUntil;
-  return owner.owner().empty() || isPassedOver ? Presence::absent : Presence::there;
+bool InhibitorService::isPresent() const {
+  // After the pause, ask a service again that lacked the method: it may have been starting.
+  return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
 bool InhibitorService::mayBeAsked() const {
   // Until the connection is authenticated, sd_bus_call waits for that, without a time limit.
-  return presence() == Presence::there && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
+  return isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
 }
 
-InhibitorService::Answer InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
+bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
   while (mayBeAsked()) {
-    const char* const asked = protocol.paths[path];
     const BusMessage call = newRequest(reason);
-    if (!call) return Answer::refused;
+    if (!call) return false;
+    const Request request{0, holder, owner.owner(), protocol.paths[path]};
     sd_bus_error error{};
     sd_bus_message* answer = nullptr;
     const int result = sd_bus_call(bus, call.get(), answerTime, &error, &answer);
     const BusMessage reply(answer);
-    const bool notOffered = saysNotOffered(&error);
+    const bool goOn = take(request, answer, result < 0 ? &error : nullptr);
     sd_bus_error_free(&error);
-    if (result >= 0) {
-      auto grant = grantFrom(reply.get(), owner.owner(), asked);
-      if (!grant) return Answer::refused;
-      hold(holder, std::move(*grant));
-      return Answer::granted;
+    std::uint64_t serial = 0;
+    if (result == -ETIMEDOUT) {
+      silentUntil = clock.continuousTime() + pause;
+      // The caller is told that the request was refused: give back what is granted later.
+      if (sd_bus_message_get_cookie(call.get(), &serial) >= 0) expectAnswer(serial, 0);
     }
-    if (!notOffered) {
-      if (result == -ETIMEDOUT) {
-        silentUntil = clock.continuousTime() + pause;
-        expectLateAnswer(call.get());
-      }
-      return Answer::refused;
-    }
-    goPast(owner.owner(), asked);
+    if (holds(holder) || !goOn) return holds(holder);
   }
-  return presence() == Presence::there ? Answer::refused : Answer::absent;
+  return false;
 }
 
 void InhibitorService::inhibitLater(std::uint32_t holder, const std::string& reason) {
-  const bool asked = std::any_of(requests.begin(), requests.end(), [this, holder](const Request& each) {
+  const bool isPending = std::any_of(requests.begin(), requests.end(), [&](const Request& each) {
     return each.holder == holder && each.owner == owner.owner();
   });
-  if (asked || !mayBeAsked()) return;
+  if (isPending || !mayBeAsked()) return;
   const BusMessage call = newRequest(reason);
-  if (!call) return;
-  requests.push_back({this, holder, owner.owner(), protocol.paths[path], nullptr});
-  sd_bus_slot* slot = nullptr;
-  // No timeout: a late grant is still wanted, or must be given back.
-  if (sd_bus_call_async(bus, &slot, call.get(), &answered, &requests.back(), UINT64_MAX) >= 0) {
-    requests.back().slot.reset(slot);
-  } else {
-    requests.pop_back();
-  }
+  std::uint64_t serial = 0;
+  // Without a timeout: a late grant is still wanted, or must be given back.
+  if (call && sd_bus_send(bus, call.get(), &serial) >= 0) expectAnswer(serial, holder);
+}
+
+void InhibitorService::expectAnswer(std::uint64_t serial, std::uint32_t holder) {
+  requests.push_back({serial, holder, owner.owner(), protocol.paths[path]});
+  if (requests.size() > requestLimit) requests.pop_front();
 }
 
 void InhibitorService::giveBack(std::uint32_t holder) {
@@ -120,13 +109,15 @@ bool InhibitorService::holds(std::uint32_t holder) const {
 void InhibitorService::busConnected(sd_bus* connected) {
   bus = connected;
   owner.busConnected(bus);
+  // A filter, because sd-bus has no handler for the late answer to a call that timed out.
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_add_filter(bus, &slot, &answered, this) >= 0) answers.reset(slot);
 }
 
 void InhibitorService::busLost() {
   owner.busLost();
   requests.clear();
-  unanswered.clear();
-  lateAnswers.reset();
+  answers.reset();
   // The services drop the cookies of a lost connection. A logind descriptor may still be in force: keep it
   // until another grant replaces it.
   for (auto& [holder, grant] : grants) grant.owner.clear();
@@ -136,30 +127,60 @@ void InhibitorService::busLost() {
 
 void InhibitorService::ownerChanged() {
   path = 0;
-  passedOverUntil = silentUntil = clock.continuousTime();
+  absentUntil = silentUntil = clock.continuousTime();
   onChange();
 }
 
-/// Calls the unique name: only the process that issued a cookie knows it, and no service is started.
-BusMessage InhibitorService::newCall(const std::string& destination, const char* objectPath,
-                                     const char* member) const {
-  sd_bus_message* call = nullptr;
-  if (sd_bus_message_new_method_call(bus, &call, destination.c_str(), objectPath, protocol.interface,
-                                     member) < 0)
-    return nullptr;
-  return BusMessage(call);
-}
-
+/// Calls the unique name, so that no service is started.
 BusMessage InhibitorService::newRequest(const std::string& reason) const {
-  BusMessage call = newCall(owner.owner(), protocol.paths[path], "Inhibit");
-  if (call && protocol.appendArguments(call.get(), reason.c_str()) < 0) call.reset();
-  return call;
+  sd_bus_message* call = nullptr;
+  sd_bus_message_new_method_call(bus, &call, owner.owner().c_str(), protocol.paths[path], protocol.interface,
+                                 "Inhibit");
+  BusMessage request(call);
+  if (request && protocol.appendArguments(call, reason.c_str()) < 0) request.reset();
+  return request;
 }
 
-std::optional<InhibitorService::Grant> InhibitorService::grantFrom(sd_bus_message* reply,
-                                                                   const std::string& granter,
-                                                                   const char* objectPath) const {
-  Grant grant{granter, objectPath, 0, {}};
+int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error*) {
+  auto& self = *static_cast<InhibitorService*>(data);
+  std::uint64_t serial = 0;
+  if (sd_bus_message_get_reply_cookie(message, &serial) < 0) return 0;
+  const auto found = std::find_if(self.requests.begin(), self.requests.end(),
+                                  [serial](const Request& each) { return each.serial == serial; });
+  if (found == self.requests.end()) return 0;
+  const Request request = std::move(*found);
+  self.requests.erase(found);
+  if (self.take(request, message, sd_bus_message_get_error(message))) self.onChange();
+  return 1;
+}
+
+/// Handles the answer to a request: `error`, or `reply` without one. Returns whether an inhibitor was granted
+/// or the service lacks the method at this path. Then the next path is used; after the last one, the service
+/// counts as absent for `pause`.
+bool InhibitorService::take(const Request& request, sd_bus_message* reply, const sd_bus_error* error) {
+  if (error != nullptr) {
+    const bool isCurrent = request.owner == owner.owner() && request.path == protocol.paths[path];
+    if (!saysNotOffered(error) || !isCurrent) return false;
+    if (++path == protocol.paths.size()) {
+      path = 0;
+      absentUntil = clock.continuousTime() + pause;
+    }
+    return true;
+  }
+  auto grant = grantFrom(request, reply);
+  if (!grant) return false;
+  if (request.holder == 0) {
+    giveBack(*grant);
+    return false;
+  }
+  if (const auto old = grants.find(request.holder); old != grants.end()) giveBack(old->second);
+  grants.insert_or_assign(request.holder, std::move(*grant));
+  return true;
+}
+
+std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request& request,
+                                                                   sd_bus_message* reply) const {
+  Grant grant{request.owner, request.path, 0, {}};
   if (protocol.giveBackMethod != nullptr) {
     if (sd_bus_message_read(reply, "u", &grant.cookie) <= 0) return std::nullopt;
     return grant;
@@ -172,74 +193,11 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(sd_bus_messag
   return grant;
 }
 
-void InhibitorService::hold(std::uint32_t holder, Grant grant) {
-  if (const auto found = grants.find(holder); found != grants.end()) giveBack(found->second);
-  grants.insert_or_assign(holder, std::move(grant));
-}
-
+/// Calls the unique name: only the process that issued a cookie knows it.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
-  const BusMessage call = newCall(grant.owner, grant.path, protocol.giveBackMethod);
-  if (!call || sd_bus_message_append(call.get(), "u", grant.cookie) < 0) return;
-  sd_bus_message_set_expect_reply(call.get(), false);
-  sd_bus_send(bus, call.get(), nullptr);
-}
-
-/// Switches to the next object path; after the last one, the service counts as absent for `pause`.
-void InhibitorService::goPast(const std::string& asked, const char* objectPath) {
-  if (asked != owner.owner() || objectPath != protocol.paths[path]) return;
-  if (++path < protocol.paths.size()) return;
-  path = 0;
-  passedOverUntil = clock.continuousTime() + pause;
-}
-
-/// Gives back a grant that arrives after the timeout: the caller was told that it was refused.
-void InhibitorService::expectLateAnswer(sd_bus_message* call) {
-  if (!lateAnswers) {
-    sd_bus_slot* slot = nullptr;
-    if (sd_bus_add_filter(bus, &slot, &answeredLate, this) < 0) return;
-    lateAnswers.reset(slot);
-  }
-  std::uint64_t serial = 0;
-  if (sd_bus_message_get_cookie(call, &serial) < 0) return;
-  unanswered.push_back({serial, owner.owner(), protocol.paths[path]});
-  if (unanswered.size() > unansweredLimit) unanswered.pop_front();
-}
-
-int InhibitorService::answeredLate(sd_bus_message* message, void* data, sd_bus_error*) {
-  auto& self = *static_cast<InhibitorService*>(data);
-  std::uint64_t serial = 0;
-  if (sd_bus_message_get_reply_cookie(message, &serial) < 0) return 0;
-  const auto call = std::find_if(self.unanswered.begin(), self.unanswered.end(),
-                                 [serial](const Unanswered& each) { return each.serial == serial; });
-  if (call == self.unanswered.end()) return 0;
-  if (sd_bus_message_get_error(message) == nullptr) {
-    if (const auto grant = self.grantFrom(message, call->owner, call->path)) self.giveBack(*grant);
-  }
-  self.unanswered.erase(call);
-  return 1;
-}
-
-int InhibitorService::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
-  auto& self = *static_cast<Request*>(data)->service;
-  const auto place = std::find_if(self.requests.begin(), self.requests.end(),
-                                  [data](const Request& each) { return &each == data; });
-  const Request request = std::move(*place);
-  self.requests.erase(place);
-  if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
-    if (!saysNotOffered(error)) return 0;
-    self.goPast(request.owner, request.path);
-  } else {
-    auto grant = self.grantFrom(reply, request.owner, request.path);
-    if (!grant) return 0;
-    if (request.holder == 0) {
-      self.giveBack(*grant);
-      return 0;
-    }
-    self.hold(request.holder, std::move(*grant));
-  }
-  self.onChange();
-  return 0;
+  sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,
+                           protocol.giveBackMethod, nullptr, nullptr, "u", grant.cookie);
 }
 
 }  // namespace kestrune

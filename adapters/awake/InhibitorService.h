@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -32,17 +31,6 @@ struct InhibitorProtocol {
 /// The destructor gives everything back. Main thread.
 class InhibitorService final : public BusClient {
  public:
-  enum class Presence {
-    unknown,  ///< the bus has not answered yet
-    absent,   ///< no bus, no such service, or one that lacked the method within the last minute
-    there,
-  };
-  enum class Answer {
-    granted,
-    refused,  ///< by an error or a timeout, or not asked because of a timeout within the last minute
-    absent,   ///< the service lacks the method
-  };
-
   /// `connection` and `clock` outlive this. `onChange` runs when the service appears or vanishes, and when a
   /// request of `inhibitLater` is granted.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol,
@@ -51,11 +39,13 @@ class InhibitorService final : public BusClient {
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  Presence presence() const;
+  /// Whether the service is known to run. False if it lacked the method within the last minute.
+  bool isPresent() const;
 
   /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
-  /// 250 ms at most; after a timeout, refuses for a minute without asking.
-  Answer inhibit(std::uint32_t holder, const std::string& reason);
+  /// 250 ms at most; after a timeout, refuses for a minute without asking. False if it was refused, or if the
+  /// service turned out to lack the method and is not present any more.
+  bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
   /// minute after a timeout.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
@@ -74,32 +64,22 @@ class InhibitorService final : public BusClient {
     std::uint32_t cookie = 0;
     FileDescriptor descriptor;
   };
-  /// A pending request of `inhibitLater`.
+  /// A request without an answer.
   struct Request {
-    InhibitorService* service;
-    std::uint32_t holder;  ///< 0 when the inhibitor is no longer wanted
-    std::string owner;     ///< unique name that was called
-    const char* path;
-    BusSlot slot;
-  };
-  /// A request of `inhibit` that timed out.
-  struct Unanswered {
     std::uint64_t serial;  ///< of the method call
+    std::uint32_t holder;  ///< 0 when the inhibitor is not wanted any more
     std::string owner;     ///< unique name that was called
     const char* path;
   };
 
-  BusMessage newCall(const std::string& owner, const char* path, const char* member) const;
   BusMessage newRequest(const std::string& reason) const;
   bool mayBeAsked() const;
-  std::optional<Grant> grantFrom(sd_bus_message* reply, const std::string& owner, const char* path) const;
-  void hold(std::uint32_t holder, Grant grant);
+  void expectAnswer(std::uint64_t serial, std::uint32_t holder);
+  bool take(const Request& request, sd_bus_message* reply, const sd_bus_error* error);
+  std::optional<Grant> grantFrom(const Request& request, sd_bus_message* reply) const;
   void giveBack(const Grant& grant) const;
-  void goPast(const std::string& asked, const char* path);
-  void expectLateAnswer(sd_bus_message* call);
   void ownerChanged();
-  static int answered(sd_bus_message* reply, void* request, sd_bus_error* error);
-  static int answeredLate(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int answered(sd_bus_message* message, void* self, sd_bus_error* error);
 
   BusConnection& connection;
   const Clock& clock;
@@ -109,12 +89,11 @@ class InhibitorService final : public BusClient {
 
   sd_bus* bus = nullptr;
   std::size_t path = 0;                   ///< index of the path in use, in the protocol's paths
-  Seconds passedOverUntil;                ///< on Clock::continuousTime
+  Seconds absentUntil;                    ///< on Clock::continuousTime
   Seconds silentUntil;                    ///< on Clock::continuousTime
   std::map<std::uint32_t, Grant> grants;  ///< by holder
-  std::list<Request> requests;
-  std::deque<Unanswered> unanswered;
-  BusSlot lateAnswers;
+  std::deque<Request> requests;           ///< the oldest first
+  BusSlot answers;
 };
 
 }  // namespace kestrune

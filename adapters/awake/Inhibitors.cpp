@@ -1,6 +1,8 @@
 #include "adapters/awake/Inhibitors.h"
 
 #include <algorithm>
+#include <initializer_list>
+#include <iterator>
 #include <utility>
 
 #include "adapters/system/Identity.h"
@@ -8,9 +10,6 @@
 namespace kestrune {
 
 namespace {
-
-using Presence = InhibitorService::Presence;
-using Answer = InhibitorService::Answer;
 
 constexpr auto applicationName = "Kestrune";
 
@@ -84,8 +83,8 @@ bool Inhibitors::isHeld(std::uint32_t identifier) {
   const auto found = assertions.find(identifier);
   if (found == assertions.end()) return false;
   const auto services = servicesFor(found->second.type);
-  return services && !services->empty() &&
-         std::all_of(services->begin(), services->end(),
+  return !services.empty() &&
+         std::all_of(services.begin(), services.end(),
                      [identifier](const InhibitorService* each) { return each->holds(identifier); });
 }
 
@@ -95,40 +94,33 @@ void Inhibitors::release(std::uint32_t identifier) {
   settle();
 }
 
-/// The services that must grant an assertion of this type now; absent while it is unknown whether one runs.
-std::optional<Inhibitors::Services> Inhibitors::servicesFor(PowerAssertionType type) {
+/// The services that must grant an assertion of this type now.
+Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
   Services found;
-  bool known = true;
-  const auto look = [&found, &known](InhibitorService& service) {
-    const Presence presence = service.presence();
-    if (presence == Presence::there) found.push_back(&service);
-    known = known && presence != Presence::unknown;
+  const auto addPresent = [&found](std::initializer_list<InhibitorService*> services) {
+    std::copy_if(services.begin(), services.end(), std::back_inserter(found),
+                 [](const InhibitorService* each) { return each->isPresent(); });
   };
-  if (type == PowerAssertionType::noDisplaySleep) {
-    look(sessionManager);
-    if (known && found.empty()) {
-      look(screenSaver);
-      look(powerManagement);
-    }
-    if (known && found.empty()) look(login);
-  } else {
-    look(login);
-    look(powerManagement);
+  if (type == PowerAssertionType::preventUserIdleSystemSleep) {
+    addPresent({&login, &powerManagement});
+    return found;
   }
-  if (!known) return std::nullopt;
+  addPresent({&sessionManager});
+  if (found.empty()) addPresent({&screenSaver, &powerManagement});
+  if (found.empty()) addPresent({&login});
   return found;
 }
 
 bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
   for (;;) {
-    // Look up again each time: when a service turns out not to offer the method, others take its place.
+    // Look up again each time: when a service turns out to lack the method, others take its place.
     const auto services = servicesFor(assertion.type);
-    if (!services || services->empty()) return false;
+    if (services.empty()) return false;
     const auto next =
-        std::find_if(services->begin(), services->end(),
+        std::find_if(services.begin(), services.end(),
                      [identifier](const InhibitorService* each) { return !each->holds(identifier); });
-    if (next == services->end()) return true;
-    if ((*next)->inhibit(identifier, assertion.name) == Answer::refused) return false;
+    if (next == services.end()) return true;
+    if (!(*next)->inhibit(identifier, assertion.name) && (*next)->isPresent()) return false;
   }
 }
 
@@ -140,9 +132,8 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
-    if (!services) continue;
     bool held = true;
-    for (auto* const service : *services) {
+    for (auto* const service : services) {
       if (service->holds(identifier)) continue;
       held = false;
       service->inhibitLater(identifier, assertion.name);
@@ -150,7 +141,7 @@ void Inhibitors::settle() {
     if (!held) continue;
     // Give back last: otherwise nothing would keep the machine awake in between.
     for (auto* const service : all) {
-      const bool needed = std::find(services->begin(), services->end(), service) != services->end();
+      const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);
     }
   }

@@ -37,7 +37,7 @@ class Inhibitors final : public PowerAssertions {
     std::string name;
   };
 
-  std::optional<Services> servicesFor(PowerAssertionType type);
+  Services servicesFor(PowerAssertionType type);
   bool inhibit(std::uint32_t identifier, const Assertion& assertion);
   void giveBack(std::uint32_t identifier);
   void settle();

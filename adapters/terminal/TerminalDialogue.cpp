@@ -1,8 +1,8 @@
 #include "adapters/terminal/TerminalDialogue.h"
 
+#include <charconv>
 #include <utility>
 
-#include "adapters/terminal/TerminalText.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -11,14 +11,24 @@ namespace {
 
 constexpr auto emptyingWord = "清空";
 
-/// A cell of a picture is two pixels: its background and, drawn on it, its lower half. The upper half would
-/// not do: fonts leave a line free above it, which would cut through what has to be dark.
+/// A character cell shows two pixels: the background above, and this block below. Not the upper half block:
+/// many fonts leave a light line above it, which would cut through dark parts.
 constexpr auto lowerHalf = "▄";
-/// Black and white, whatever the colours of the terminal are, by what is dark: above, and below.
+/// Black and white whatever the terminal's colours are; by whether the pixel above and the one below are
+/// dark.
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
-/// Without colours the text has the colour of the light pixels, as it is on a dark screen.
+constexpr auto plainColors = "\033[0m";
+/// Without colours: light text on a dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
+
+/// 0 unless `text` is a number.
+std::size_t numberIn(const std::string& text) {
+  std::size_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, number);
+  return parsed.ec == std::errc() && parsed.ptr == end ? number : 0;
+}
 
 bool isField(const View& view) {
   return view.kind == ViewKind::textField || view.kind == ViewKind::secureTextField;
@@ -34,8 +44,9 @@ bool isDark(const Bitmap& bitmap, int column, int row) {
 
 }  // namespace
 
-TerminalDialogue::TerminalDialogue(Alert givenAlert, TerminalAbilities givenAbilities)
-    : alert(std::move(givenAlert)), abilities(givenAbilities) {
+TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors,
+                                   int givenColumns)
+    : alert(std::move(givenAlert)), styles(givenStyles), colors(givenColors), columns(givenColumns) {
   if (alert.accessoryView) collect(*alert.accessoryView);
 }
 
@@ -43,7 +54,7 @@ void TerminalDialogue::collect(const View& view) {
   if (view.kind == ViewKind::button) {
     buttons.push_back(&view);
   } else if (isField(view)) {
-    // The question says already what the label before it would.
+    // Drop the label above: the question repeats it.
     if (!parts.empty() && parts.back()->kind == ViewKind::label &&
         parts.back()->text == view.accessibilityLabel) {
       parts.pop_back();
@@ -58,8 +69,7 @@ void TerminalDialogue::collect(const View& view) {
 
 std::string TerminalDialogue::begin() {
   const std::string mark = alert.style == AlertStyle::warning ? "⚠ " : "ℹ ";
-  std::string text =
-      "\n" + styled(boldStyle, mark + displayRow(alert.messageText)) + "\n" + terminalRule + "\n";
+  std::string text = "\n" + styles.bold(mark + displayRow(alert.messageText)) + "\n" + terminalRule + "\n";
   LineSplitter lines(alert.informativeText);
   for (std::string_view line; lines.next(line);) text += withoutControls(line) + "\n";
   if (!fields.empty())
@@ -68,15 +78,24 @@ std::string TerminalDialogue::begin() {
   return text + advance();
 }
 
-/// Prints on, up to the next field or the buttons.
+/// The text up to the next field or the buttons.
 std::string TerminalDialogue::advance() {
   std::string text;
   for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);
-  return next < parts.size() ? text : text + again();
+  return text + again();
 }
 
+/// The line of buttons, unless a field is asked for.
 std::string TerminalDialogue::again() const {
-  return buttonLine() + "\n";
+  if (asksForField()) return "";
+  std::string text;
+  std::size_t number = 0;
+  const auto add = [&text, &number](const std::string& title) {
+    text += "[" + std::to_string(++number) + "] " + displayRow(title) + "  ";
+  };
+  for (const auto& button : alert.buttons) add(button);
+  for (const auto* const button : buttons) add(button->text);
+  return text + "\n";
 }
 
 TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
@@ -86,8 +105,8 @@ TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
     if (!answer.empty()) fields[field.identifier] = answer == emptyingWord ? "" : line;
     return {.text = advance()};
   }
-  // Return alone presses the first button.
-  const std::size_t number = answer.empty() ? 1 : numberIn(answer).value_or(0);
+  // An empty line presses the first button.
+  const std::size_t number = answer.empty() ? 1 : numberIn(answer);
   if (number >= 1 && number <= alert.buttons.size()) return {.answer = AlertAnswer{number - 1, fields}};
   if (number > alert.buttons.size() && number <= alert.buttons.size() + buttons.size()) {
     return {.action = buttons[number - alert.buttons.size() - 1]->action};
@@ -115,47 +134,31 @@ bool TerminalDialogue::asksForSecret() const {
 std::string TerminalDialogue::textOf(const View& view) const {
   if (view.kind == ViewKind::image) return view.image ? picture(*view.image) : std::string();
   const std::string text = displayRow(view.text);
-  if (view.fontWeight == FontWeight::semibold) return "\n" + styled(boldStyle, text) + "\n";
-  return (view.textColor == TextColor::secondary ? styled(dimStyle, text) : text) + "\n";
+  if (view.fontWeight == FontWeight::semibold) return "\n" + styles.bold(text) + "\n";
+  return (view.textColor == TextColor::secondary ? styles.faint(text) : text) + "\n";
 }
 
-/// Two rows of pixels in each line.
+/// Two rows of pixels in each line. Nothing can read a picture whose lines are wrapped.
 std::string TerminalDialogue::picture(const Image& image) const {
   const Bitmap& bitmap = image.bitmaps.front();
-  if (abilities.columns > 0 && abilities.columns < bitmap.width) {
-    // In lines that are broken there is nothing to be recognised.
+  if (columns > 0 && columns < bitmap.width) {
     return "（終端機太窄，圖放不下：需要 " + std::to_string(bitmap.width) + " 欄，現在是 " +
-           std::to_string(abilities.columns) + " 欄。）\n";
+           std::to_string(columns) + " 欄。）\n";
   }
   std::string text;
   for (int row = 0; row < bitmap.height; row += 2) {
-    const char* colors = nullptr;
+    const char* last = nullptr;
     for (int column = 0; column < bitmap.width; ++column) {
       const bool above = isDark(bitmap, column, row);
       const bool below = isDark(bitmap, column, row + 1);
       const char* const wanted = cellColors[above][below];
-      if (abilities.colors && std::exchange(colors, wanted) != wanted) text += wanted;
-      text += abilities.colors ? lowerHalf : lightBlocks[above][below];
+      if (colors && std::exchange(last, wanted) != wanted) text += wanted;
+      text += colors ? lowerHalf : lightBlocks[above][below];
     }
-    if (abilities.colors) text += plainStyle;
+    if (colors) text += plainColors;
     text += "\n";
   }
   return text;
-}
-
-std::string TerminalDialogue::buttonLine() const {
-  std::string text;
-  std::size_t number = 0;
-  const auto add = [&text, &number](const std::string& title) {
-    text += "[" + std::to_string(++number) + "] " + displayRow(title) + "  ";
-  };
-  for (const auto& button : alert.buttons) add(button);
-  for (const auto* const button : buttons) add(button->text);
-  return text;
-}
-
-std::string TerminalDialogue::styled(const char* style, const std::string& text) const {
-  return abilities.styles ? style + text + plainStyle : text;
 }
 
 }  // namespace kestrune

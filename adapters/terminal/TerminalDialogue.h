@@ -5,17 +5,26 @@
 #include <string>
 #include <vector>
 
-#include "adapters/terminal/TerminalText.h"
 #include "ports/Alert.h"
 
 namespace kestrune {
 
-/// An alert as a conversation: what stands in it from top to bottom, its fields asked for one after the other
-/// where they stand, and at the end its buttons. Knows no terminal; main thread.
+inline constexpr auto terminalRule = "────────────────────────────";
+
+/// How text is emphasised on a terminal.
+struct TextStyles {
+  bool enabled = false;  ///< without styles, text stays as it is
+
+  std::string bold(const std::string& text) const { return enabled ? "\033[1m" + text + "\033[0m" : text; }
+  std::string faint(const std::string& text) const { return enabled ? "\033[2m" + text + "\033[0m" : text; }
+};
+
+/// An alert as a dialogue in lines: prints its view from top to bottom, asks for each field where it stands,
+/// and at the end for a button. Does no input or output itself. Main thread.
 class TerminalDialogue {
  public:
-  /// For a terminal with these abilities.
-  TerminalDialogue(Alert alert, TerminalAbilities abilities);
+  /// `givenColors`: pictures may use colours. `givenColumns`: the width of the terminal; 0: unknown.
+  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors, int givenColumns);
   TerminalDialogue(const TerminalDialogue&) = delete;
   TerminalDialogue& operator=(const TerminalDialogue&) = delete;
 
@@ -24,19 +33,19 @@ class TerminalDialogue {
 
   struct Step {
     std::string text{};                   ///< to print
-    std::optional<AlertAnswer> answer{};  ///< there when the conversation is over
-    std::string action{};                 ///< of the alert's target, to be performed now; empty: none
+    std::optional<AlertAnswer> answer{};  ///< set at the end of the dialogue
+    std::string action{};                 ///< to be performed now by the alert's target; empty: none
   };
   /// Takes the user's answer to the last question.
   Step take(const std::string& line);
 
-  /// What to print when the user comes back to it from elsewhere.
+  /// What to print above the open question when it is asked again.
   std::string again() const;
 
-  /// The question that is open.
+  /// The open question.
   std::string question() const;
   bool asksForField() const { return next < parts.size(); }
-  /// Whether the answer to it must not be seen.
+  /// Whether the terminal must not echo the answer.
   bool asksForSecret() const;
 
  private:
@@ -44,14 +53,14 @@ class TerminalDialogue {
   std::string advance();
   std::string textOf(const View& view) const;
   std::string picture(const Image& image) const;
-  std::string buttonLine() const;
-  std::string styled(const char* style, const std::string& text) const;
 
   const Alert alert;
-  const TerminalAbilities abilities;
-  std::vector<const View*> parts;    ///< of the alert's view, what is printed or asked for
+  const TextStyles styles;
+  const bool colors;
+  const int columns;
+  std::vector<const View*> parts;    ///< labels, pictures and fields of the alert's view
   std::vector<const View*> buttons;  ///< inside the view; numbered after those of the alert
-  std::size_t next = 0;              ///< the part that is asked for
+  std::size_t next = 0;              ///< the index of the part that is asked for
   std::map<std::string, std::string> fields;
 };
 

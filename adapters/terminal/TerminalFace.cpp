@@ -3,12 +3,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <utility>
 
-#include "adapters/terminal/TerminalText.h"
 #include "text/Text.h"
 
 namespace kestrune {
+
+namespace {
+
+// A window that is being resized sends many SIGWINCH.
+constexpr Seconds resizePause{0.2};
+
+}  // namespace
 
 class TerminalFace::Item final : public StatusItem {
  public:
@@ -18,34 +25,41 @@ class TerminalFace::Item final : public StatusItem {
 
   void setButton(const StatusButton& button) override {
     std::string text = displayRow(button.toolTip.value_or(button.title));
-    if (text == face.title) return;
-    face.title = std::move(text);
-    face.changed();
+    if (std::exchange(face.title, text) != text) face.changed();
   }
 
   void setMenu(Menu changed) override {
-    const bool same = changed == face.menu;
-    face.menu = std::move(changed);
-    if (!same) face.changed();
+    if (std::exchange(face.menu, changed) != changed) face.changed();
   }
 
  private:
   TerminalFace& face;
 };
 
-TerminalFace::TerminalFace(EventLoop& loop, bool mayStyle, bool mayColor, Notifications& givenDesktop)
-    : AlertQueue(loop.mainQueue()),
+TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop)
+    : AlertQueue(givenLoop.mainQueue()),
+      loop(givenLoop),
       desktop(givenDesktop),
       output(loop, STDOUT_FILENO),
       input(loop),
-      abilities{.styles = mayStyle && output.isTerminal(), .colors = mayColor && output.isTerminal()} {}
+      styles{styled && output.isTerminal()},
+      colors(colored && output.isTerminal()) {}
 
 std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
-  input.start([this](const std::optional<std::string>& line) { handleLine(line); },
-              [this] {
-                inputEnded = true;
-                if (!open.empty()) finishAlert({});
-              });
+  input.start({.onLine = [this](const std::optional<std::string>& line) { handleLine(line); },
+               .onEnd =
+                   [this] {
+                     inputEnded = true;
+                     if (!open.empty()) finishAlert({});
+                   },
+               .onContinued = [this] { open.empty() ? printMenu() : resume(); }});
+  if (output.isTerminal()) {
+    resized = loop.onSignal(SIGWINCH, [this] {
+      redraw = loop.after(resizePause, [this] {
+        if (open.empty()) printMenu();
+      });
+    });
+  }
   return std::make_unique<Item>(*this);
 }
 
@@ -56,38 +70,65 @@ void TerminalFace::add(const Notification& notification) {
   changed();
 }
 
-/// Button and menu change together: one print for both. An open alert keeps the last lines for itself; the
-/// menu follows when it is answered.
+/// Prints once for changes of button and menu that come together. While an alert is open, the last lines
+/// belong to it: `resume` prints the changes after its answer.
 void TerminalFace::changed() {
   if (std::exchange(printPending, true)) return;
   queue.async([this] {
-    if (printPending && open.empty()) printMenu();
+    if (!printPending || !open.empty()) return;
+    std::string text = changes();
+    if (text.empty()) return;
+    input.discardUnfinishedLine();
+    prompt(std::move(text));
   });
 }
 
 void TerminalFace::printMenu() {
   if (open.empty()) input.discardUnfinishedLine();
-  writeMenu();
+  prompt(wholeMenu());
 }
 
-void TerminalFace::writeMenu() {
+std::string TerminalFace::wholeMenu() {
+  const std::string heading = styles.bold(title) + "\n";
+  std::string text = "\n" + heading + terminalRule + "\n";
+  for (const auto& item : menu.items) text += row(item);
+  // Where the top scrolls away, repeat the title, which names the lamp.
+  const auto lines = std::count(text.begin(), text.end(), '\n');
+  const int height = output.size().ws_row;
+  return shownNow(height > 0 && lines >= height ? text + heading : text);
+}
+
+/// The lines that have changed since they were printed last. A pipe gets the whole menu, because its reader
+/// may keep the last one only.
+std::string TerminalFace::changes() {
+  if (!output.isTerminal() || shownMenu.items.size() != menu.items.size()) return wholeMenu();
+  std::string text = title == shownTitle ? "" : styles.bold(title) + "\n";
+  for (std::size_t i = 0; i < menu.items.size(); ++i) {
+    if (menu.items[i] != shownMenu.items[i]) text += row(menu.items[i]);
+  }
+  return shownNow(text.empty() ? text : "\n" + text);
+}
+
+/// `text` below the notifications. Everything counts as printed from now on.
+std::string TerminalFace::shownNow(const std::string& text) {
   printPending = false;
-  std::string text = std::exchange(news, {}) + "\n" + styled(boldStyle, title) + "\n" + terminalRule + "\n";
-  for (std::size_t i = 0; i < menu.items.size(); ++i) text += row(i + 1, menu.items[i]);
-  prompt(std::move(text));
+  shownTitle = title;
+  shownMenu = menu;
+  return std::exchange(news, {}) + text;
 }
 
-std::string TerminalFace::row(std::size_t number, const MenuItem& item) const {
-  std::string text = std::to_string(number);
+std::string TerminalFace::row(const MenuItem& item) const {
+  std::string text = std::to_string(item.id);
   text.insert(0, text.size() < 2 ? 2 - text.size() : 0, ' ');
-  if (item.isSeparator) return styled(dimStyle, text + "      " + terminalRule) + "\n";
+  if (item.isSeparator) return styles.faint(text + "      " + terminalRule) + "\n";
   text += "  " + (item.keyEquivalent.empty() ? " " : item.keyEquivalent) + " ";
   text += item.checked ? (*item.checked ? "✓ " : "✗ ") : "  ";
   text += displayRow(item.title);
-  return (item.enabled ? text : styled(dimStyle, text)) + "\n";
+  return (item.enabled ? text : styles.faint(text)) + "\n";
 }
 
-/// Both in one piece: of two, the second is dropped when a slow terminal has too much of the first to read.
+/// Writes text and prompt in one piece: of two pieces, the second may be dropped when a slow terminal has not
+/// yet taken the first.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
@@ -105,36 +146,31 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
   const std::string text(trimmed(*line));
   if (!open.empty()) {
     answerAlert(*line);
-  } else if (text.empty()) {
-    writeMenu();
+  } else if (text.empty() || text == "?") {
+    prompt(wholeMenu());
   } else {
     choose(text);
   }
 }
 
 void TerminalFace::refuseLine() {
-  // What was typed or written behind it answers later questions, not this one once more.
+  // What follows a refused answer was meant for later questions, which are not asked yet.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");
 }
 
 void TerminalFace::choose(const std::string& text) {
-  const auto number = numberIn(text);
-  const auto chosen = number
-                          ? (*number >= 1 && *number <= menu.items.size()
-                                 ? menu.items.begin() + static_cast<std::ptrdiff_t>(*number - 1)
-                                 : menu.items.end())
-                          : std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
-                              return !item.keyEquivalent.empty() && item.keyEquivalent == text;
-                            });
+  const auto chosen = std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
+    return std::to_string(item.id) == text || item.keyEquivalent == text;
+  });
   if (chosen == menu.items.end()) {
     prompt("沒有這一列：" + displayRow(text) + "\n");
   } else if (chosen->action.empty() || !chosen->enabled) {
     prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
   } else {
     performMenuItem(MenuItem(*chosen));
-    // What it leads to may take a while, or be seen elsewhere.
+    // The action may print nothing, or only later.
     queue.async([this, before = prompts] {
       if (prompts == before && open.empty()) prompt();
     });
@@ -143,9 +179,7 @@ void TerminalFace::choose(const std::string& text) {
 
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // typed for the menu
-  TerminalAbilities present = abilities;
-  present.columns = output.columns();
-  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, present));
+  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, styles, colors, output.size().ws_col));
   std::string text = dialogues.back()->begin();
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);
@@ -157,18 +191,12 @@ void TerminalFace::answerAlert(const std::string& line) {
   std::string text = endOfUnseenLine();
   const auto step = dialogue.take(line);
   text += step.text;
-  if (step.answer) {
-    output.write(text);
-    return finishAlert(*step.answer);
-  }
-  if (!step.action.empty()) {
-    output.write(text);
-    return press(open.back().id, step.action);
-  }
-  prompt(std::move(text));
+  if (!step.answer && step.action.empty()) return prompt(std::move(text));
+  output.write(text);
+  step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
 }
 
-/// The end of a line that the terminal did not show was not shown either.
+/// The terminal did not echo the end of a secret line.
 std::string TerminalFace::endOfUnseenLine() const {
   return input.isTerminal() && !dialogues.empty() && dialogues.back()->asksForSecret() ? "\n" : "";
 }
@@ -179,24 +207,15 @@ void TerminalFace::finishAlert(const AlertAnswer& given) {
 }
 
 void TerminalFace::resume() {
-  if (!open.empty()) {
-    if (inputEnded) return finishAlert({});
-    prompt(dialogues.back()->again());
-  } else if (printPending) {
-    writeMenu();
-  } else {
-    prompt();
-  }
+  if (open.empty()) return prompt(printPending ? changes() : "");
+  if (inputEnded) return finishAlert({});
+  prompt(dialogues.back()->again());
 }
 
 void TerminalFace::close() {
   forget();
   dialogues.clear();
   input.hideTyping(false);
-}
-
-std::string TerminalFace::styled(const char* style, const std::string& text) const {
-  return abilities.styles ? style + text + plainStyle : text;
 }
 
 }  // namespace kestrune

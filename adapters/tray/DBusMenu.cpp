@@ -1,54 +1,118 @@
 #include "adapters/tray/DBusMenu.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <array>
 #include <cstring>
 #include <set>
+#include <span>
+#include <string_view>
 #include <utility>
 
-#include "adapters/tray/MenuMessages.h"
-#include "text/Text.h"
+#include "adapters/tray/MessageWriter.h"
 
 namespace kestrune {
 
 namespace {
 
-constexpr auto interfaceName = "com.canonical.dbusmenu";
+constexpr auto menuInterface = "com.canonical.dbusmenu";
 constexpr std::uint32_t protocolVersion = 3;
 
-int unknownId(sd_bus_error* error, int id) {
-  return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The menu has no item %d", id);
+constexpr std::array<std::string_view, 7> propertyNames{
+    "children-display", "enabled", "label", "shortcut", "toggle-state", "toggle-type", "type"};
+
+/// Which properties a host asks for.
+struct PropertyFilter {
+  bool everything = true;
+  std::set<std::string_view> names{};  ///< a subset of `propertyNames`
+
+  bool passes(const std::string& name) const { return everything || names.contains(name); }
+};
+
+using Ids = std::span<const std::int32_t>;
+
+int readFilter(sd_bus_message* call, PropertyFilter& filter) {
+  int result = sd_bus_message_enter_container(call, 'a', "s");
+  for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
+    filter.everything = false;
+    // A caller may send millions of names: keep only those of properties.
+    const auto known = std::find(propertyNames.begin(), propertyNames.end(), name);
+    if (known != propertyNames.end()) filter.names.insert(*known);
+  }
+  return result < 0 ? result : sd_bus_message_exit_container(call);
+}
+
+/// `ids` refers to memory of the message.
+int readIds(sd_bus_message* call, Ids& ids) {
+  const void* data = nullptr;
+  std::size_t size = 0;
+  const int result = sd_bus_message_read_array(call, 'i', &data, &size);
+  if (result >= 0) ids = Ids(static_cast<const std::int32_t*>(data), size / sizeof(std::int32_t));
+  return result;
+}
+
+void appendValue(MessageWriter& message, const MenuLayout::Value& value) {
+  if (const auto* const text = std::get_if<std::string>(&value)) {
+    message.append("v", "s", text->c_str());
+  } else if (const auto* const flag = std::get_if<bool>(&value)) {
+    message.append("v", "b", static_cast<int>(*flag));
+  } else if (const auto* const number = std::get_if<std::int32_t>(&value)) {
+    message.append("v", "i", *number);
+  } else {
+    // A list of key presses, each a list of keys; ours is one press.
+    message.container('v', "aas", [&] {
+      message.container('a', "as", [&] {
+        message.container('a', "s", [&] {
+          for (const auto& key : std::get<MenuLayout::Shortcut>(value)) message.append("s", key.c_str());
+        });
+      });
+    });
+  }
+}
+
+void appendProperties(MessageWriter& message, const MenuLayout::Properties& properties,
+                      const PropertyFilter& filter) {
+  message.container('a', "{sv}", [&] {
+    for (const auto& property : properties) {
+      if (!filter.passes(property.first)) continue;
+      message.container('e', "sv", [&] {
+        message.append("s", property.first.c_str());
+        appendValue(message, property.second);
+      });
+    }
+  });
+}
+
+void appendRowProperties(MessageWriter& message, int id, const MenuLayout::Properties& properties,
+                         const PropertyFilter& filter = {}) {
+  message.container('r', "ia{sv}", [&] {
+    message.append("i", id);
+    appendProperties(message, properties, filter);
+  });
+}
+
+/// Appends a row with the rows below it, down to `depth` levels; negative: all levels.
+void appendTree(MessageWriter& message, const MenuLayout& rows, int id, int depth,
+                const PropertyFilter& filter) {
+  message.container('r', "ia{sv}av", [&] {
+    message.append("i", id);
+    appendProperties(message, rows.properties.at(id), filter);
+    message.container('a', "v", [&] {
+      const auto below = rows.children.find(id);
+      if (depth == 0 || below == rows.children.end()) return;
+      for (const int child : below->second) {
+        message.container('v', "(ia{sv}av)", [&] { appendTree(message, rows, child, depth - 1, filter); });
+      }
+    });
+  });
 }
 
 bool isClick(const char* event) {
   return std::strcmp(event, "clicked") == 0;
 }
 
-/// Ids, each once. Beside a question of millions of them, a tree would be larger than the question.
-class IdSet {
- public:
-  void insert(int id) {
-    if (ids.size() >= limit) {
-      tidy();
-      limit = std::max(limit, 2 * ids.size());
-    }
-    ids.push_back(id);
-  }
-
-  const std::vector<int>& sorted() {
-    tidy();
-    return ids;
-  }
-
- private:
-  void tidy() {
-    std::sort(ids.begin(), ids.end());
-    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-  }
-
-  std::size_t limit = 1024;
-  std::vector<int> ids;
-};
+int unknownId(sd_bus_error* error, int id) {
+  return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The menu has no item %d", id);
+}
 
 BusMessage replyTo(sd_bus_message* call) {
   sd_bus_message* reply = nullptr;
@@ -56,38 +120,22 @@ BusMessage replyTo(sd_bus_message* call) {
   return BusMessage(reply);
 }
 
-int send(const BusMessage& message, int result) {
-  return result < 0 ? result : sd_bus_send(nullptr, message.get(), nullptr);
+int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void*,
+                     sd_bus_error*) {
+  const std::string_view property = name;
+  if (property == "Version") return sd_bus_message_append(reply, "u", protocolVersion);
+  if (property == "IconThemePath") return sd_bus_message_append(reply, "as", 0);
+  return sd_bus_message_append(reply, "s", property == "Status" ? "normal" : "ltr");
 }
 
 }  // namespace
 
 const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY(
-        "Version", "u",
-        [](sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*) {
-          return sd_bus_message_append(reply, "u", protocolVersion);
-        },
-        0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY(
-        "TextDirection", "s",
-        [](sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*) {
-          return sd_bus_message_append(reply, "s", "ltr");
-        },
-        0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY(
-        "Status", "s",
-        [](sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*) {
-          return sd_bus_message_append(reply, "s", "normal");
-        },
-        0, 0),
-    SD_BUS_PROPERTY(
-        "IconThemePath", "as",
-        [](sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*) {
-          return sd_bus_message_append(reply, "as", 0);
-        },
-        0, 0),
+    SD_BUS_PROPERTY("Version", "u", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_PROPERTY("TextDirection", "s", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_PROPERTY("Status", "s", &constantProperty, 0, 0),
+    SD_BUS_PROPERTY("IconThemePath", "as", &constantProperty, 0, 0),
     SD_BUS_METHOD("GetLayout", "iias", "u(ia{sv}av)", &handler<&DBusMenu::getLayout>,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("GetGroupProperties", "aias", "a(ia{sv})", &handler<&DBusMenu::getGroupProperties>,
@@ -104,12 +152,10 @@ const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-DBusMenu::DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
-
 void DBusMenu::busConnected(sd_bus* connection) {
   bus = connection;
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_vtable(bus, &slot, objectPath, interfaceName, interface, this) >= 0)
+  if (sd_bus_add_object_vtable(bus, &slot, objectPath, menuInterface, interface, this) >= 0)
     object.reset(slot);
 }
 
@@ -123,7 +169,7 @@ void DBusMenu::setMenu(Menu menu) {
   rebuild();
 }
 
-void DBusMenu::setForm(const HostForm& changed) {
+void DBusMenu::setForm(const TrayHostForm& changed) {
   form = changed;
   rebuild();
 }
@@ -135,11 +181,11 @@ void DBusMenu::rebuild() {
   if (bus != nullptr) announce(before);
 }
 
-/// Tells the hosts what is new. Rows that come, go or move make them build their menu anew, which closes it.
-/// Of rows that stay, some hosts do not read all properties again with the layout.
+/// LayoutUpdated makes hosts build the menu anew, which closes it: send it only when rows come, go or move.
+/// Some hosts then do not read all properties of the other rows again.
 void DBusMenu::announce(const MenuLayout& before) {
   if (rows.children != before.children) {
-    sd_bus_emit_signal(bus, objectPath, interfaceName, "LayoutUpdated", "ui", revision, MenuLayout::root);
+    sd_bus_emit_signal(bus, objectPath, menuInterface, "LayoutUpdated", "ui", revision, MenuLayout::root);
   }
   std::map<int, MenuLayout::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
@@ -155,50 +201,25 @@ void DBusMenu::announce(const MenuLayout& before) {
       if (!properties.contains(name)) removed[id].push_back(name);
     }
   }
-
   if (updated.empty() && removed.empty()) return;
-  sd_bus_message* raw = nullptr;
-  if (sd_bus_message_new_signal(bus, &raw, objectPath, interfaceName, "ItemsPropertiesUpdated") < 0) return;
-  const BusMessage signal(raw);
-  int result = sd_bus_message_open_container(raw, 'a', "(ia{sv})");
-  for (const auto& [id, properties] : updated) {
-    if (result >= 0) result = sd_bus_message_open_container(raw, 'r', "ia{sv}");
-    if (result >= 0) result = sd_bus_message_append(raw, "i", id);
-    if (result >= 0) result = appendProperties(raw, properties);
-    if (result >= 0) result = sd_bus_message_close_container(raw);
-  }
-  if (result >= 0) result = sd_bus_message_close_container(raw);
-  if (result >= 0) result = sd_bus_message_open_container(raw, 'a', "(ias)");
-  for (const auto& [id, names] : removed) {
-    if (result >= 0) result = sd_bus_message_open_container(raw, 'r', "ias");
-    if (result >= 0) result = sd_bus_message_append(raw, "i", id);
-    if (result >= 0) result = sd_bus_message_open_container(raw, 'a', "s");
-    for (const auto& name : names) {
-      if (result >= 0) result = sd_bus_message_append(raw, "s", name.c_str());
-    }
-    if (result >= 0) result = sd_bus_message_close_container(raw);
-    if (result >= 0) result = sd_bus_message_close_container(raw);
-  }
-  if (result >= 0) result = sd_bus_message_close_container(raw);
-  send(signal, result);
-}
 
-/// The row, with the rows below it down to `depth`; all of them if that is negative.
-int DBusMenu::appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter) {
-  int result = sd_bus_message_open_container(message, 'r', "ia{sv}av");
-  if (result >= 0) result = sd_bus_message_append(message, "i", id);
-  if (result >= 0) result = appendProperties(message, rows.properties.at(id), filter);
-  if (result >= 0) result = sd_bus_message_open_container(message, 'a', "v");
-  const auto below = rows.children.find(id);
-  if (depth != 0 && below != rows.children.end()) {
-    for (const int child : below->second) {
-      if (result >= 0) result = sd_bus_message_open_container(message, 'v', "(ia{sv}av)");
-      if (result >= 0) result = appendRow(message, child, depth < 0 ? depth : depth - 1, filter);
-      if (result >= 0) result = sd_bus_message_close_container(message);
+  sd_bus_message* raw = nullptr;
+  sd_bus_message_new_signal(bus, &raw, objectPath, menuInterface, "ItemsPropertiesUpdated");
+  MessageWriter signal{BusMessage(raw)};
+  signal.container('a', "(ia{sv})", [&] {
+    for (const auto& [id, properties] : updated) appendRowProperties(signal, id, properties);
+  });
+  signal.container('a', "(ias)", [&] {
+    for (const auto& row : removed) {
+      signal.container('r', "ias", [&] {
+        signal.append("i", row.first);
+        signal.container('a', "s", [&] {
+          for (const auto& name : row.second) signal.append("s", name.c_str());
+        });
+      });
     }
-  }
-  if (result >= 0) result = sd_bus_message_close_container(message);
-  return result < 0 ? result : sd_bus_message_close_container(message);
+  });
+  signal.send();
 }
 
 int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
@@ -209,59 +230,47 @@ int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
   if (const int result = readFilter(call, filter); result < 0) return result;
   if (!hasRow(parent)) return unknownId(error, parent);
 
-  const BusMessage reply = replyTo(call);
-  if (!reply) return -ENOMEM;
-  int result = sd_bus_message_append(reply.get(), "u", revision);
-  if (result >= 0) result = appendRow(reply.get(), parent, depth, filter);
-  return send(reply, result);
+  MessageWriter reply(replyTo(call));
+  reply.append("u", revision);
+  appendTree(reply, rows, parent, std::max(depth, -1), filter);
+  return reply.send();
 }
 
 int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
-  std::vector<int> ids;
+  Ids ids;
   PropertyFilter filter;
   if (const int result = readIds(call, ids); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
-  if (ids.empty()) {
-    for (const auto& [id, properties] : rows.properties) ids.push_back(id);
-  }
+  // Each row once, however often the call names it: a reply must not grow with the call.
+  std::set<int> wanted;
+  std::copy_if(ids.begin(), ids.end(), std::inserter(wanted, wanted.end()),
+               [this](int id) { return hasRow(id); });
 
-  const BusMessage reply = replyTo(call);
-  if (!reply) return -ENOMEM;
-  int result = sd_bus_message_open_container(reply.get(), 'a', "(ia{sv})");
-  // Each row once, however often it is named: the answer must not grow with the question.
-  std::set<int> answered;
-  for (const int id : ids) {
-    const auto row = rows.properties.find(id);
-    if (row == rows.properties.end() || !answered.insert(id).second) continue;
-    if (result >= 0) result = sd_bus_message_open_container(reply.get(), 'r', "ia{sv}");
-    if (result >= 0) result = sd_bus_message_append(reply.get(), "i", id);
-    if (result >= 0) result = appendProperties(reply.get(), row->second, filter);
-    if (result >= 0) result = sd_bus_message_close_container(reply.get());
-  }
-  if (result >= 0) result = sd_bus_message_close_container(reply.get());
-  return send(reply, result);
+  MessageWriter reply(replyTo(call));
+  reply.container('a', "(ia{sv})", [&] {
+    for (const auto& [id, properties] : rows.properties) {
+      if (ids.empty() || wanted.contains(id)) appendRowProperties(reply, id, properties, filter);
+    }
+  });
+  return reply.send();
 }
 
 int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   std::int32_t id = 0;
   const char* name = nullptr;
   if (const int result = sd_bus_message_read(call, "is", &id, &name); result < 0) return result;
-  const auto row = rows.properties.find(id);
-  if (row == rows.properties.end()) return unknownId(error, id);
-  const auto property = row->second.find(name);
-  if (property == row->second.end()) {
+  if (!hasRow(id)) return unknownId(error, id);
+  const auto& properties = rows.properties.at(id);
+  const auto found = properties.find(name);
+  if (found == properties.end()) {
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "Item %d has no such property", id);
   }
-  const BusMessage reply = replyTo(call);
-  if (!reply) return -ENOMEM;
-  return send(reply, appendValue(reply.get(), property->second));
+  MessageWriter reply(replyTo(call));
+  appendValue(reply, found->second);
+  return reply.send();
 }
 
-bool DBusMenu::hasRow(int id) const {
-  return rows.properties.contains(id);
-}
-
-/// What the row does is done later: the host waits for its answer.
+/// Runs the action later, so that the host does not wait for its answer.
 void DBusMenu::choose(int id) {
   const auto item =
       std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
@@ -278,9 +287,9 @@ int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
 }
 
 int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
-  // Each row once, however often it is named: neither what is to be done nor the answer must grow with that.
-  std::set<int> chosen;
-  IdSet unknown;
+  // Each row once, however often the call names it.
+  std::set<int> clicked;
+  std::vector<int> unknown;
   bool anyKnown = false;
   int result = sd_bus_message_enter_container(call, 'a', "(isvu)");
   while (result >= 0 && (result = sd_bus_message_enter_container(call, 'r', "isvu")) > 0) {
@@ -291,18 +300,19 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
     if (result >= 0) result = sd_bus_message_exit_container(call);
     if (result < 0) break;
     if (!hasRow(id)) {
-      unknown.insert(id);
-      continue;
+      unknown.push_back(id);
+    } else {
+      anyKnown = true;
+      if (isClick(name) && clicked.insert(id).second) choose(id);
     }
-    anyKnown = true;
-    if (isClick(name) && chosen.insert(id).second) choose(id);
   }
   if (result < 0) return result;
-  const std::vector<int>& ids = unknown.sorted();
-  if (!anyKnown && !ids.empty()) return unknownId(error, ids.front());
-  const BusMessage reply = replyTo(call);
-  if (!reply) return -ENOMEM;
-  return send(reply, sd_bus_message_append_array(reply.get(), 'i', ids.data(), ids.size() * sizeof(int)));
+  std::sort(unknown.begin(), unknown.end());
+  unknown.erase(std::unique(unknown.begin(), unknown.end()), unknown.end());
+  if (!anyKnown && !unknown.empty()) return unknownId(error, unknown.front());
+  MessageWriter reply(replyTo(call));
+  reply.appendArray('i', unknown.data(), unknown.size() * sizeof(int));
+  return reply.send();
 }
 
 int DBusMenu::aboutToShow(sd_bus_message* call, sd_bus_error* error) {
@@ -313,16 +323,15 @@ int DBusMenu::aboutToShow(sd_bus_message* call, sd_bus_error* error) {
 }
 
 int DBusMenu::aboutToShowGroup(sd_bus_message* call, sd_bus_error* error) {
-  std::vector<int> ids;
+  Ids ids;
   if (const int result = readIds(call, ids); result < 0) return result;
-  const std::size_t known = std::erase_if(ids, [this](int id) { return hasRow(id); });
-  if (known == 0 && !ids.empty()) return unknownId(error, ids.front());
-  const BusMessage reply = replyTo(call);
-  if (!reply) return -ENOMEM;
-  int result = sd_bus_message_append(reply.get(), "ai", 0);
-  if (result >= 0)
-    result = sd_bus_message_append_array(reply.get(), 'i', ids.data(), ids.size() * sizeof(int));
-  return send(reply, result);
+  std::vector<int> unknown(ids.begin(), ids.end());
+  const std::size_t known = std::erase_if(unknown, [this](int id) { return hasRow(id); });
+  if (known == 0 && !unknown.empty()) return unknownId(error, unknown.front());
+  MessageWriter reply(replyTo(call));
+  reply.append("ai", 0);
+  reply.appendArray('i', unknown.data(), unknown.size() * sizeof(int));
+  return reply.send();
 }
 
 }  // namespace kestrune

@@ -4,24 +4,24 @@
 #include <vector>
 
 #include "adapters/bus/SessionBus.h"
-#include "adapters/tray/MenuMessages.h"
+#include "adapters/tray/MenuLayout.h"
 #include "ports/DispatchQueue.h"
 #include "ports/Menu.h"
 
 namespace kestrune {
 
-/// Exports a menu as com.canonical.dbusmenu. Hosts are told only of the rows and properties that changed, so
-/// that an open menu stays open and changes in place. Main thread.
+/// Exports a menu as com.canonical.dbusmenu. Sends hosts only the rows and properties that changed, so that
+/// an open menu stays open and changes in place. Main thread.
 class DBusMenu {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// What the user chooses is performed on `queue`, once the host has its answer.
-  explicit DBusMenu(DispatchQueue& queue);
+  /// Runs the action of a chosen row on `queue`, after the host has its answer.
+  explicit DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
 
   void setMenu(Menu menu);
-  /// Sets what the host needs. Before the first call, the needs of most hosts are assumed.
-  void setForm(const HostForm& form);
+  /// Before the first call, the form of most hosts is assumed.
+  void setForm(const TrayHostForm& form);
 
   void busConnected(sd_bus* bus);
   void busLost();
@@ -29,8 +29,7 @@ class DBusMenu {
  private:
   void rebuild();
   void announce(const MenuLayout& before);
-  int appendRow(sd_bus_message* message, int id, int depth, const PropertyFilter& filter);
-  bool hasRow(int id) const;
+  bool hasRow(int id) const { return rows.properties.contains(id); }
   void choose(int id);
 
   int getLayout(sd_bus_message* call, sd_bus_error* error);
@@ -41,7 +40,7 @@ class DBusMenu {
   int aboutToShow(sd_bus_message* call, sd_bus_error* error);
   int aboutToShowGroup(sd_bus_message* call, sd_bus_error* error);
 
-  /// Makes a method above a handler of the bus.
+  /// Turns a method above into an sd-bus handler.
   template <int (DBusMenu::*method)(sd_bus_message*, sd_bus_error*)>
   static int handler(sd_bus_message* call, void* self, sd_bus_error* error) {
     return (static_cast<DBusMenu*>(self)->*method)(call, error);
@@ -50,7 +49,7 @@ class DBusMenu {
 
   DispatchQueue& queue;
   std::vector<MenuItem> items;
-  HostForm form;
+  TrayHostForm form;
   MenuLayout rows = menuLayout({}, {});
   std::uint32_t revision = 1;
 

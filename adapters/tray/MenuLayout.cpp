@@ -10,16 +10,15 @@ namespace kestrune {
 
 namespace {
 
-/// Rows that a host may show below another one instead of behind it.
+/// Rows that move into a submenu on hosts whose menu does not scroll.
 struct Submenu {
-  int row;
-  int first, last;
+  int row;          ///< the row that opens it
+  int first, last;  ///< the rows in it
 };
 constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
 
-/// The text from which a host makes the row: an underscore alone would mark the letter behind it for the
-/// keyboard.
-std::string label(const std::string& title, const HostForm& form) {
+/// The label from which the host shows `title`. A single underscore would mark a mnemonic.
+std::string label(const std::string& title, const TrayHostForm& form) {
   std::string text = displayRow(title);
   if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
   for (std::size_t at = 0; at + 1 < text.size(); ++at) {
@@ -28,8 +27,8 @@ std::string label(const std::string& title, const HostForm& form) {
   return text;
 }
 
-/// A letter with Command becomes the letter with Control; an upper-case one has Shift, too.
-MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& form) {
+/// Command becomes Control; an upper-case letter adds Shift.
+MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
   if (keyEquivalent.empty()) return {};
   MenuLayout::Shortcut keys{"Control"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
@@ -39,7 +38,7 @@ MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const HostForm& 
   return keys;
 }
 
-MenuLayout::Properties propertiesOf(const MenuItem& item, const HostForm& form) {
+MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& form) {
   if (item.isSeparator) return {{"type", std::string("separator")}};
   MenuLayout::Properties properties{{"label", label(item.title, form)}, {"enabled", item.enabled}};
   if (item.checked) {
@@ -52,7 +51,7 @@ MenuLayout::Properties propertiesOf(const MenuItem& item, const HostForm& form) 
 
 }  // namespace
 
-MenuLayout menuLayout(const std::vector<MenuItem>& items, const HostForm& form) {
+MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form) {
   MenuLayout rows;
   rows.children[MenuLayout::root] = {};
   for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item, form));
@@ -66,7 +65,7 @@ MenuLayout menuLayout(const std::vector<MenuItem>& items, const HostForm& form) 
   }
   for (const auto& [id, children] : rows.children) {
     rows.properties[id]["children-display"] = std::string("submenu");
-    // What is disabled cannot be opened.
+    // Hosts do not open a disabled submenu.
     if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
   }
   return rows;

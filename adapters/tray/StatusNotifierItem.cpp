@@ -1,11 +1,12 @@
 #include "adapters/tray/StatusNotifierItem.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "adapters/system/StandardError.h"
+#include "adapters/tray/MessageWriter.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -14,10 +15,15 @@ namespace {
 
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
-/// One host takes a tooltip for markup and drops all of it when that is malformed; the full-width forms read
-/// the same.
-std::string withoutMarkup(const std::string& text) {
-  return replacingAll(replacingAll(displayRow(text), "<", "＜"), "&", "＆");
+/// A tooltip's text. Some hosts read markup in it and drop a tooltip with malformed markup; the full-width
+/// forms look the same.
+std::string toolTipOf(const StatusButton& button) {
+  return replacingAll(replacingAll(displayRow(button.toolTip.value_or("")), "<", "＜"), "&", "＆");
+}
+
+const std::vector<Bitmap>& bitmapsOf(const StatusButton& button) {
+  static const std::vector<Bitmap> none;
+  return button.image ? button.image->bitmaps : none;
 }
 
 bool isGrey(const Bitmap& bitmap) {
@@ -28,8 +34,21 @@ bool isGrey(const Bitmap& bitmap) {
   return true;
 }
 
-bool sameImage(const ImageRef& a, const ImageRef& b) {
-  return a == b || (a && b && *a == *b);
+/// Appends the resolutions of an icon. Hosts expect ARGB.
+int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
+  MessageWriter message{BusMessage(sd_bus_message_ref(reply))};
+  message.container('a', "(iiay)", [&] {
+    for (const auto& bitmap : bitmaps) {
+      auto argb = bitmap.rgba;
+      for (auto pixel = argb.begin(); argb.end() - pixel >= 4; pixel += 4)
+        std::rotate(pixel, pixel + 3, pixel + 4);
+      message.container('r', "iiay", [&] {
+        message.append("ii", bitmap.width, bitmap.height);
+        message.appendArray('y', argb.data(), argb.size());
+      });
+    }
+  });
+  return message.status();
 }
 
 }  // namespace
@@ -55,8 +74,8 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_METHOD("Activate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("SecondaryActivate", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ContextMenu", "ii", "", &openWindow, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("SecondaryActivate", "ii", "", &click, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ContextMenu", "ii", "", &click, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("NewTitle", "", 0),
@@ -70,49 +89,32 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-StatusNotifierItem::StatusNotifierItem(SessionBus& givenBus, DispatchQueue& givenQueue,
-                                       const MainBundle& givenBundle, ActivationToken& givenToken,
-                                       std::function<void()> givenOnActivate,
-                                       std::function<void()> givenOnRegistered)
-    : sessionBus(givenBus),
-      queue(givenQueue),
-      bundle(givenBundle),
-      token(givenToken),
-      onActivate(std::move(givenOnActivate)),
-      onRegistered(std::move(givenOnRegistered)),
-      exportedMenu(givenQueue),
+StatusNotifierItem::StatusNotifierItem(TrayParts given)
+    : parts(std::move(given)),
+      exportedMenu(parts.queue),
       hosts([this] { formChanged(); }, [this] { registerWithWatcher(); }) {
-  sessionBus.add(*this);
+  parts.bus.add(*this);
 }
 
 StatusNotifierItem::~StatusNotifierItem() {
-  sessionBus.remove(*this);
+  parts.bus.remove(*this);
   busLost();
 }
 
-void StatusNotifierItem::setButton(const StatusButton& changed) {
-  const bool newIcon = !sameImage(button.image, changed.image);
-  const bool newDescription = button.accessibilityLabel != changed.accessibilityLabel;
-  std::string text = withoutMarkup(changed.toolTip.value_or(""));
-  const bool newToolTip = toolTip != text;
+void StatusNotifierItem::setMenu(Menu menu) {
+  if (parts.onMenu) parts.onMenu(menu);
+  exportedMenu.setMenu(std::move(menu));
+}
 
-  button = changed;
-  toolTip = std::move(text);
-  if (newIcon) {
-    pixmaps.clear();
-    for (const auto& bitmap : button.image ? button.image->bitmaps : std::vector<Bitmap>()) {
-      Pixmap pixmap{bitmap.width, bitmap.height, bitmap.rgba};
-      for (std::size_t at = 0; at + 3 < pixmap.argb.size(); at += 4) {
-        const std::uint8_t alpha = bitmap.rgba[at + 3];
-        std::memcpy(&pixmap.argb[at + 1], &bitmap.rgba[at], 3);
-        pixmap.argb[at] = alpha;
-      }
-      pixmaps.push_back(std::move(pixmap));
-    }
-  }
-  if (bus == nullptr) return;
+void StatusNotifierItem::setButton(const StatusButton& changed) {
+  const auto& image = changed.image;
+  const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
   // Hosts read the description again together with the icon.
-  if (newIcon || newDescription) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
+  const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
+  const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
+  button = changed;
+  if (bus == nullptr) return;
+  if (newIcon) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
   if (newToolTip) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewToolTip", "");
 }
 
@@ -139,7 +141,7 @@ void StatusNotifierItem::busLost() {
 }
 
 void StatusNotifierItem::registerWithWatcher() {
-  // By the path of the object: asking for our own unique name would wait for the bus.
+  // Registers the object path, not our unique name: sd_bus_get_unique_name would block.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus, &slot, watcherName, watcherPath, watcherName,
                                "RegisterStatusNotifierItem", &registered, this, "s", objectPath) >= 0) {
@@ -151,7 +153,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
   if (failure == nullptr) {
     const auto& self = *static_cast<StatusNotifierItem*>(data);
-    if (self.onRegistered) self.onRegistered();
+    if (self.parts.onRegistered) self.parts.onRegistered();
   } else if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
              sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce(
@@ -165,43 +167,22 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isForEverybody(signal)) return 0;
-  // A watcher that had no host may have refused the item; one that knows it takes it as it is.
+  // A watcher without a host may have refused the item. To register twice does no harm.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }
 
 void StatusNotifierItem::formChanged() {
   exportedMenu.setForm(hosts.form());
-  sd_bus_emit_signal(bus, objectPath, interfaceName, "NewIcon", "");
+  sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
-/// Empty for hosts that read the pixmaps. The path of the same picture for the others.
+/// Empty for hosts that read pixmaps, else the path of the same picture.
 std::string StatusNotifierItem::iconName() const {
   if (!hosts.form().iconFiles || !button.image) return "";
-  const auto& bitmaps = button.image->bitmaps;
+  const auto& bitmaps = bitmapsOf(button);
   const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
-  return bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
-}
-
-int StatusNotifierItem::appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const {
-  int result = sd_bus_message_open_container(message, 'a', "(iiay)");
-  for (const auto& pixmap : some) {
-    if (result >= 0) result = sd_bus_message_open_container(message, 'r', "iiay");
-    if (result >= 0) result = sd_bus_message_append(message, "ii", pixmap.width, pixmap.height);
-    if (result >= 0)
-      result = sd_bus_message_append_array(message, 'y', pixmap.argb.data(), pixmap.argb.size());
-    if (result >= 0) result = sd_bus_message_close_container(message);
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
-/// An icon name, pixmaps, a title and a text. The whole of ours is the title: not every host shows the text.
-int StatusNotifierItem::appendToolTip(sd_bus_message* message) const {
-  int result = sd_bus_message_open_container(message, 'r', "sa(iiay)ss");
-  if (result >= 0) result = sd_bus_message_append(message, "s", "");
-  if (result >= 0) result = appendPixmaps(message, {});
-  if (result >= 0) result = sd_bus_message_append(message, "ss", toolTip.c_str(), "");
-  return result < 0 ? result : sd_bus_message_close_container(message);
+  return parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
 }
 
 int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* propertyName,
@@ -217,10 +198,13 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "Status") return text("Active");
   if (name == "IconName") return text(self.iconName());
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
-  if (name == "IconPixmap") return self.appendPixmaps(reply, self.pixmaps);
-  if (name == "OverlayIconPixmap" || name == "AttentionIconPixmap") return self.appendPixmaps(reply, {});
+  if (name == "IconPixmap") return appendPixmaps(reply, bitmapsOf(self.button));
+  if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "IconAccessibleDesc") return text(displayRow(self.button.accessibilityLabel.value_or("")));
-  if (name == "ToolTip") return self.appendToolTip(reply);
+  if (name == "ToolTip") {
+    // An icon name, pixmaps, a title and a text. Some hosts ignore the text, so all of ours is the title.
+    return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, toolTipOf(self.button).c_str(), "");
+  }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);
   if (name == "Menu") return sd_bus_message_append(reply, "o", DBusMenu::objectPath);
   return text("");
@@ -228,20 +212,20 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
 
 int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error* error) {
   if (static_cast<StatusNotifierItem*>(data)->hosts.form().menuAtError)
-    return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host shows the menu");
-  return openWindow(call, data, error);
+    return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host opens the menu");
+  return click(call, data, error);
 }
 
-int StatusNotifierItem::openWindow(sd_bus_message* call, void* data, sd_bus_error*) {
+int StatusNotifierItem::click(sd_bus_message* call, void* data, sd_bus_error*) {
   auto& self = *static_cast<StatusNotifierItem*>(data);
-  self.queue.async(self.onActivate);
+  self.parts.queue.async(self.parts.onClick);
   return sd_bus_reply_method_return(call, "");
 }
 
 int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
-  static_cast<StatusNotifierItem*>(data)->token.give(given);
+  static_cast<StatusNotifierItem*>(data)->parts.token.give(given);
   return sd_bus_reply_method_return(call, "");
 }
 

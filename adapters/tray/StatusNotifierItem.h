@@ -1,79 +1,83 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/DBusMenu.h"
-#include "adapters/tray/HostForm.h"
+#include "adapters/tray/TrayHostForm.h"
 #include "adapters/windows/ActivationToken.h"
 #include "ports/MainBundle.h"
 #include "ports/StatusItem.h"
 
 namespace kestrune {
 
-/// A status item exported as org.kde.StatusNotifierItem, with its menu beside it. Registers with the tray
-/// whenever there is one. Needs no display. Main thread.
+/// What a tray item works with. The references outlive the item.
+struct TrayParts {
+  SessionBus& bus;
+  DispatchQueue& queue;                               ///< the main queue
+  const MainBundle& bundle;                           ///< has the files of the icon
+  ActivationToken& token;                             ///< receives the token that the host sends with a click
+  std::function<void()> onClick;                      ///< any click for which the host does not open the menu
+  std::function<void(const Menu&)> onMenu = nullptr;  ///< the menu has changed; may be null
+  std::function<void()> onRegistered = nullptr;       ///< a tray has accepted the item; may be null
+};
+
+/// A status item exported as org.kde.StatusNotifierItem, with its menu. Registers with each tray that
+/// appears. Needs no display. Main thread.
 class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";
-  /// Who lists the items for the hosts that show them; the name is that of its interface, too.
-  static constexpr auto watcherName = HostFinder::watcherName;
+  /// The watcher lists the items for the hosts, which show them. Its name is also the name of its interface.
+  static constexpr auto watcherName = TrayHostFinder::watcherName;
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
-  /// `onActivate` runs when a host reports a click, with whichever button, instead of showing the menu.
-  /// `onRegistered` runs whenever a tray has taken the item; it may be null. `bundle` has the files of the
-  /// icon; `token` is given what the host gives for the window.
-  StatusNotifierItem(SessionBus& bus, DispatchQueue& queue, const MainBundle& bundle, ActivationToken& token,
-                     std::function<void()> onActivate, std::function<void()> onRegistered = {});
+  explicit StatusNotifierItem(TrayParts given);
   ~StatusNotifierItem() override;
 
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
-  void setMenu(Menu menu) override { exportedMenu.setMenu(std::move(menu)); }
+  void setMenu(Menu menu) override;
 
   void busConnected(sd_bus* bus) override;
   void busLost() override;
 
  private:
-  /// One resolution of the icon in the bytes that hosts expect: alpha, red, green, blue.
-  struct Pixmap {
-    std::int32_t width;
-    std::int32_t height;
-    std::vector<std::uint8_t> argb;
-  };
-
   void registerWithWatcher();
   void formChanged();
   std::string iconName() const;
-  int appendPixmaps(sd_bus_message* message, const std::vector<Pixmap>& some) const;
-  int appendToolTip(sd_bus_message* message) const;
   static int registered(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int hostRegistered(sd_bus_message* signal, void* self, sd_bus_error* error);
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
   static int activate(sd_bus_message* call, void* self, sd_bus_error* error);
-  static int openWindow(sd_bus_message* call, void* self, sd_bus_error* error);
+  static int click(sd_bus_message* call, void* self, sd_bus_error* error);
   static int provideToken(sd_bus_message* call, void* self, sd_bus_error* error);
   static int ignore(sd_bus_message* call, void* self, sd_bus_error* error);
   static const sd_bus_vtable interface[];
 
-  SessionBus& sessionBus;
-  DispatchQueue& queue;
-  const MainBundle& bundle;
-  ActivationToken& token;
-  const std::function<void()> onActivate, onRegistered;
+  const TrayParts parts;
   DBusMenu exportedMenu;
-  HostFinder hosts;
-
+  TrayHostFinder hosts;
   StatusButton button;
-  std::vector<Pixmap> pixmaps;
-  std::string toolTip;
 
   sd_bus* bus = nullptr;
   BusSlot object, hostMatch, registration;
+};
+
+/// The tray as a status bar. Main thread.
+class TrayStatusBar final : public StatusBar {
+ public:
+  explicit TrayStatusBar(TrayParts given) : parts(std::move(given)) {}
+
+  std::unique_ptr<StatusItem> statusItem(double) override {
+    return std::make_unique<StatusNotifierItem>(parts);
+  }
+
+ private:
+  const TrayParts parts;
 };
 
 }  // namespace kestrune

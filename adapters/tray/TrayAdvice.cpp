@@ -34,9 +34,8 @@ void TrayAdvice::lookAfter(Seconds delay) {
 }
 
 void TrayAdvice::look() {
-  // Until there is an answer: a bus that is lost takes the question along, and a tray may be too busy for it.
+  // In case no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
-  // Without a bus there is nobody to ask, or to tell: later, then.
   if (!inquiry.isConnected() || !inquiry.isDone()) return;
   if (unanswered == looksInVain) return timer.reset();
   ++unanswered;
@@ -50,10 +49,10 @@ void TrayAdvice::look() {
                 unanswered = 0;
                 timer.reset();
                 int there = 0;
-                const bool hasNone =
+                const bool hasNoHost =
                     reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-                if (outcome == BusInquiry::Outcome::nobodyThere || hasNone) {
-                  missed();
+                if (outcome == BusInquiry::Outcome::nobodyThere || hasNoHost) {
+                  trayMissing();
                 } else if (advised) {
                   notifications.withdraw(advice.identifier);
                 }
@@ -64,7 +63,7 @@ void TrayAdvice::trayChanged() {
   if (advised) look();
 }
 
-void TrayAdvice::missed() {
+void TrayAdvice::trayMissing() {
   if (!std::exchange(missedBefore, true)) return lookAfter(secondLook);
   if (!std::exchange(advised, true)) notifications.add(advice);
 }

@@ -8,25 +8,24 @@
 
 namespace kestrune {
 
-/// Tells the user once, by a notification, when the desktop shows no tray icons half a minute after this was
-/// made, nor a moment later: a client without an icon would go unnoticed. A look to which nobody answers is
-/// repeated, a few times. The notification is withdrawn when there is a tray. Main thread.
+/// Tells the user once, by a notification, that the desktop shows no tray icons: a client without an icon
+/// would go unnoticed. Withdraws the notification when a tray appears. Main thread.
 class TrayAdvice {
  public:
-  static constexpr Seconds patience{30.0};
-  static constexpr Seconds secondLook{5.0};  ///< after the first: panels restart, and come late after a sleep
-  static constexpr int looksInVain = 10;     ///< as many in a row without an answer, and there are no more
+  static constexpr Seconds patience{30.0};   ///< until the first look, and after a look without an answer
+  static constexpr Seconds secondLook{5.0};  ///< after the first, because a panel may be restarting
+  static constexpr int looksInVain = 10;     ///< after as many looks in a row without an answer, gives up
 
-  /// What is given outlives this.
-  TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& notifications);
+  /// The arguments outlive this.
+  TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications);
 
-  /// A tray has taken the icon: looks again, if the user was told that there is none.
+  /// A tray has accepted the icon: looks again, if the user was told that there is none.
   void trayChanged();
 
  private:
   void lookAfter(Seconds delay);
   void look();
-  void missed();
+  void trayMissing();
 
   Timers& timers;
   Notifications& notifications;

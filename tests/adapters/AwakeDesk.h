@@ -27,11 +27,11 @@ inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
 inline constexpr Seconds patienceWithAService{0.25};
-inline constexpr Seconds soon{5.0};  // never anything like the bus's own limit of time
+inline constexpr Seconds soon{5.0};  // far below the 25 s after which sd-bus gives up
 
-/// How often the program was ready to wait that long for an answer.
+/// How often the client made a call with a timeout of 250 ms.
 inline int quarterSeconds = 0;
-/// Only then the program gives up after that time: a service that answers may take longer on a busy machine.
+/// Whether such a call may time out. Otherwise it waits longer, because a busy machine may be slow.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =
@@ -46,12 +46,12 @@ inline const std::string loginCall =
 
 using Calls = std::vector<std::string>;
 
-/// A machine with both buses, on which the services come and go as a test wants it.
+/// Both buses, with services that come and go as a test wants it.
 struct AwakeDesk : ::testing::Test {
   AwakeDesk() { quarterSeconds = 0; }
 
   SignalState restored;
-  // The session's bus comes second: while they live, the last one made is the user's own.
+  // Second, because the last PrivateBus is the session bus.
   PrivateBus systemDaemon;
   ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", systemDaemon.address()};
   PrivateBus sessionDaemon;
@@ -80,7 +80,7 @@ struct AwakeDesk : ::testing::Test {
     sessionDaemon.start();
   }
 
-  /// Returns when the program knows who is there.
+  /// Returns when the client knows which services run.
   void connect() {
     sessionBus.connect();
     systemBus.connect();
@@ -93,7 +93,7 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// The same where whoever is asked says nothing.
+  /// The same with a service that does not answer.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

@@ -19,12 +19,12 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// A machine whose programs write down how they are started.
+/// A PATH with programs that record how they are started.
 class RecordingMachine {
  public:
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
 
-  /// Adds a program, and returns where it is.
+  /// Adds a program, and returns its path.
   std::string add(const std::string& name,
                   std::filesystem::perms permissions = std::filesystem::perms::owner_all) {
     const std::string program = folder.file("bin/" + name);
@@ -36,14 +36,14 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Name, mark of the relaunch, process number and arguments of all programs that were started.
+  /// Name, relaunch variable, PID and arguments of each program that was started.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;
     for (std::string entry; std::getline(file, entry, '\0');) entries.push_back(entry);
     return entries;
   }
-  /// The same without the process number of the first.
+  /// `record` without the PID of the first program.
   Texts started() const {
     Texts entries = record();
     if (entries.size() > 2) entries.erase(entries.begin() + 2);
@@ -70,7 +70,7 @@ struct DesktopWorkspaceOn : ::testing::Test {
   FakeMainBundle bundle;
 };
 
-TEST_F(DesktopWorkspaceOn, ADesktopOpensByItsCommonWay) {
+TEST_F(DesktopWorkspaceOn, ADesktopOpensFilesByXdgOpen) {
   machine.add("xdg-open");
   machine.add("gio");
   openOnDesktop("/a/folder");
@@ -78,7 +78,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopOpensByItsCommonWay) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopWithoutItOpensByGio) {
+TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
   machine.add("gio");
   openOnDesktop("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"gio", "", "open", "/a/folder"}));
@@ -88,9 +88,9 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutItOpensByGio) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopWithNeitherIsToldOnce) {
+TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // In a process of its own, because a complaint is made only once in the life of one.
+  // In its own process, because each message is reported once per process.
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");
@@ -101,7 +101,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithNeitherIsToldOnce) {
             ": xdg-open: No such file or directory: gio: Permission denied\n");
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopOpensAnyNameAsOneAbsoluteArgument) {
+TEST_F(DesktopWorkspaceOn, AnyNameIsOpenedAsOneAbsoluteArgument) {
   machine.add("xdg-open");
   std::size_t opened = 0;
   for (const std::string name :
@@ -112,19 +112,19 @@ TEST_F(DesktopWorkspaceOn, ADesktopOpensAnyNameAsOneAbsoluteArgument) {
   }
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopDoesNotWaitForWhatItOpens) {
+TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
   machine.add("xdg-open");
   const std::string gate = machine.folder.file("gate");
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   std::ofstream(machine.folder.file("bin/xdg-open"), std::ios::app) << ": <'" << gate << "'\n";
   DesktopWorkspace(loop, bundle, {}, false).open("/a/folder");
-  // Opens only for a program that is there to be held back.
+  // Blocks until the program has opened the FIFO.
   const FileDescriptor held(open(gate.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
   EXPECT_TRUE(hasNoChildren(loop));
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
+TEST_F(DesktopWorkspaceOn, ANewInstanceGetsTheArgumentsOfThisOne) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, false);
   EXPECT_TRUE(workspace.openNewInstance(bundle.bundlePath()));
@@ -135,7 +135,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopStartsANewInstanceAsThisOneWasStarted) {
   EXPECT_EQ(std::getenv(relaunchVariable), nullptr) << "this process is none that replaces another";
 }
 
-TEST_F(DesktopWorkspaceOn, ADesktopTellsWhyThereIsNoNewInstance) {
+TEST_F(DesktopWorkspaceOn, AFailureToStartANewInstanceHasAReason) {
   bundle.executable = machine.add("client");
   DesktopWorkspace workspace(loop, bundle, {}, false);
   machine.remove("client");
@@ -148,7 +148,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopTellsWhyThereIsNoNewInstance) {
   EXPECT_EQ(machine.record(), Texts{});
 }
 
-TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
+TEST_F(DesktopWorkspaceOn, InPlaceThisProcessCallsExecAtItsEnd) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     DesktopWorkspace workspace(loop, bundle, {"--terminal"}, true);
@@ -166,24 +166,7 @@ TEST_F(DesktopWorkspaceOn, ATerminalBecomesTheNewInstanceAtTheEnd) {
   EXPECT_EQ(machine.record(), (Texts{"client", pid, pid, "--terminal"}));
 }
 
-TEST_F(DesktopWorkspaceOn, ATerminalLosesNoSignalOnTheWay) {
-  bundle.executable = machine.add("client");
-  ForkedProgram program([this](const ForkedProgram::Say& say) {
-    EventLoop own;
-    const auto source = own.onSignal(SIGUSR1, [] {});
-    DesktopWorkspace workspace(own, bundle, {}, true);
-    workspace.openNewInstance("");
-    raise(SIGUSR1);
-    workspace.replaceThisProcess();
-    say("stayed");
-  });
-  EXPECT_EQ(program.line(), "end");
-  const std::string pid = std::to_string(program.pid());
-  program.waitForEnd();
-  EXPECT_EQ(machine.started(), (Texts{"client", pid}));
-}
-
-TEST_F(DesktopWorkspaceOn, ATerminalStaysWhenTheProgramHasGoneMeanwhile) {
+TEST_F(DesktopWorkspaceOn, InPlaceAFailedExecReturns) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     DesktopWorkspace workspace(loop, bundle, {}, true);

@@ -5,7 +5,7 @@
 
 #include "tests/adapters/AwakeDesk.h"
 
-// Takes the place of the library's own in this program, so that no test depends on how fast a service is.
+// Replaces sd_bus_call in this program: no test depends on the speed of a service.
 extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
                            sd_bus_message** reply) {
   using namespace kestrune;
@@ -28,7 +28,7 @@ struct Inhibitors : AwakeDesk {
   void SetUp() override { startBuses(); }
 };
 
-// --- who is asked, and for what
+// --- requests
 
 TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
   manager = serve(managerName, StubService::grants(7));
@@ -46,7 +46,7 @@ TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
 }
 
 TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager) {
-  saver = serve(saverName, StubService::grants(3));
+  saver = serve(saverName, StubService::grants(0));  // a valid cookie
   power = serve(powerName, StubService::grants(5));
   login = serve(loginName, locks.grants());
   connect();
@@ -54,13 +54,13 @@ TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   EXPECT_EQ(power->newCalls(), Calls{powerCall});
   inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 0"); }));
   EXPECT_TRUE(
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
   EXPECT_EQ(login->calls(), Calls{});
 }
 
-TEST_F(Inhibitors, HoldEachByAnIdentifierOfItsOwnUntilItIsReleased) {
+TEST_F(Inhibitors, HaveAnIdentifierEachAndAreReleasedByIt) {
   login = serve(loginName, locks.grants());
   connect();
   std::set<std::uint32_t> identifiers{0};
@@ -74,16 +74,6 @@ TEST_F(Inhibitors, HoldEachByAnIdentifierOfItsOwnUntilItIsReleased) {
     --held;
     EXPECT_TRUE(comesAbout([&] { return locks.held() == held; }));
   }
-}
-
-TEST_F(Inhibitors, TakeALockForTheDisplayWhereThereIsNothingElse) {
-  login = serve(loginName, locks.grants());
-  connect();
-  const auto identifier = create(display).value();
-  EXPECT_EQ(login->calls(), Calls{loginCall});
-  EXPECT_EQ(locks.held(), 1u);
-  inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
 TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
@@ -104,16 +94,7 @@ TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, TakeACookieOfZeroForACookie) {
-  saver = serve(saverName, StubService::grants(0));
-  connect();
-  const auto identifier = create(display).value();
-  EXPECT_NE(identifier, 0u);
-  inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 0"); }));
-}
-
-TEST_F(Inhibitors, FindTheScreenSaverInItsOtherPlaceAndRememberIt) {
+TEST_F(Inhibitors, UseTheSecondPathOfTheScreenSaver) {
   saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(3)));
   connect();
   const auto first = create(display).value();
@@ -123,7 +104,7 @@ TEST_F(Inhibitors, FindTheScreenSaverInItsOtherPlaceAndRememberIt) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/ScreenSaver UnInhibit 3"); }));
 }
 
-TEST_F(Inhibitors, AskAgainAfterAMinuteWhetherItDoes) {
+TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
   power = serve(powerName, StubService::offersNothing());
   login = serve(loginName, locks.grants());
   connect();
@@ -143,7 +124,7 @@ TEST_F(Inhibitors, AskAgainAfterAMinuteWhetherItDoes) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, GiveTheLockToNoOtherProgram) {
+TEST_F(Inhibitors, HoldLogindDescriptorsCloseOnExec) {
   const auto inheritable = [] {
     std::set<int> found;
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
@@ -159,7 +140,7 @@ TEST_F(Inhibitors, GiveTheLockToNoOtherProgram) {
   EXPECT_EQ(inheritable(), before);
 }
 
-TEST_F(Inhibitors, GiveEverythingBackAtTheirEnd) {
+TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();
@@ -170,7 +151,7 @@ TEST_F(Inhibitors, GiveEverythingBackAtTheirEnd) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
 }
 
-// --- who refuses
+// --- refusals
 
 TEST_F(Inhibitors, HoldAllOrNothing) {
   saver = serve(saverName, StubService::grants(3));
@@ -183,7 +164,7 @@ TEST_F(Inhibitors, HoldAllOrNothing) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
 
-TEST_F(Inhibitors, DoNotGoBehindTheSessionManager) {
+TEST_F(Inhibitors, AskNobodyElseIfTheSessionManagerRefuses) {
   manager = serve(managerName, StubService::refuses("org.gnome.SessionManager.GeneralError"));
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
@@ -195,7 +176,7 @@ TEST_F(Inhibitors, DoNotGoBehindTheSessionManager) {
   EXPECT_TRUE(create(display)) << "it is asked again next time";
 }
 
-TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
+TEST_F(Inhibitors, RefuseMalformedReplies) {
   const StubService::Behaviour rubbish = [](sd_bus_message* call) {
     sd_bus_reply_method_return(call, "as", 2, "no", "cookie");
     return true;
@@ -212,9 +193,9 @@ TEST_F(Inhibitors, DoNotTakeRubbishForAGrant) {
   EXPECT_FALSE(create(display));
 }
 
-// --- who says nothing
+// --- timeouts
 
-TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
+TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   saver = serve(saverName, StubService::saysNothing());
   connect();
   const Seconds first = durationOf([this] { EXPECT_FALSE(createUnanswered(display)); });
@@ -227,12 +208,12 @@ TEST_F(Inhibitors, WaitAQuarterOfASecondAndThenNotForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // sleep counts
+  clock.suspend(Seconds{0.1});  // suspend counts
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }
 
-TEST_F(Inhibitors, GiveBackWhatIsGrantedTooLate) {
+TEST_F(Inhibitors, GiveBackALateGrant) {
   sd_bus_message* held = nullptr;
   saver = serve(saverName, StubService::holds("Inhibit", held));
   connect();

@@ -11,7 +11,6 @@
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StubService.h"
-#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 
@@ -20,14 +19,14 @@ inline const std::string question = "/org/freedesktop/Notifications GetCapabilit
 
 using Calls = std::vector<std::string>;
 
-/// What a daemon is told of a notification.
+/// The call that shows a notification.
 inline std::string notify(const std::string& title, const std::string& body, bool lasting = false) {
   return "/org/freedesktop/Notifications Notify 'Kestrune', 0, '/logo.png', '" + title + "', '" + body +
          "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', " +
          (lasting ? "'resident': b true}, 0" : "'transient': b true}, -1");
 }
 
-/// A daemon that says of itself what is listed, and shows everything.
+/// A daemon with these capabilities.
 inline StubService::Behaviour able(std::vector<std::string> capabilities) {
   return [capabilities = std::move(capabilities)](sd_bus_message* call) {
     if (std::strcmp(sd_bus_message_get_member(call), "GetCapabilities") != 0) return true;
@@ -45,25 +44,27 @@ inline StubService::Behaviour able(std::vector<std::string> capabilities) {
 inline const StubService::Behaviour plain = able({"body", "actions"});
 inline const StubService::Behaviour markup = able({"body", "body-markup", "actions"});
 
-/// A desktop whose bus and daemon come and go as a test wants it.
+/// A desktop whose bus and notification daemon come and go as a test wants it.
 struct NotifyingDesk : ::testing::Test {
   SignalState restored;
   PrivateBus bus;
   EventLoop loop;
-  VirtualClock clock;
-  CallLog log;
-  FakeLoop timers{clock, log};
   SessionBus sessionBus{loop};
   std::unique_ptr<StubService> daemon;
   std::unique_ptr<kestrune::DesktopNotifications> notifications =
-      std::make_unique<kestrune::DesktopNotifications>(sessionBus, timers, "/logo.png");
+      std::make_unique<kestrune::DesktopNotifications>(sessionBus, "/logo.png");
   RoundTrip trip{sessionBus};
 
   std::unique_ptr<StubService> serve(StubService::Behaviour behaviour) const {
     return std::make_unique<StubService>(bus.address(), daemonName, std::move(behaviour));
   }
+  /// Returns when the client knows what the daemon has answered to its question, if it has.
   void connect() {
-    sessionBus.connect();
+    if (!sessionBus.isConnected()) sessionBus.connect();
+    ASSERT_TRUE(trip.succeeds(loop));
+    if (!daemon) return;
+    ASSERT_TRUE(comesTo(1));
+    daemon->settle();
     ASSERT_TRUE(trip.succeeds(loop));
   }
   void add(const std::string& title, const std::string& body) { notifications->add({"id", title, body}); }
@@ -74,7 +75,7 @@ struct NotifyingDesk : ::testing::Test {
     const Calls calls = daemon->calls();
     return calls.empty() ? "" : calls.back();
   }
-  /// What comes of a body.
+  /// What the daemon receives for `body`.
   std::string shown(const std::string& body) {
     const std::string before = "'/logo.png', 't', '";
     daemon->newCalls();

@@ -6,7 +6,7 @@
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/StartingBus.h"
 
-// The inhibitors with the services that they are for.
+// The inhibitors with real services.
 
 namespace kestrune::testing {
 namespace {
@@ -27,7 +27,7 @@ struct RealScreenSaver : AwakeDesk {
   std::unique_ptr<RealProgram> service;
 };
 
-TEST_F(RealScreenSaver, IsOffWhileTheDisplayIsToStayOn) {
+TEST_F(RealScreenSaver, IsDisabledWhileAnInhibitorIsHeld) {
   std::optional<std::uint32_t> identifier;
   ASSERT_TRUE(comesAbout([&] { return identifier || (identifier = create(display)); })) << service->errors();
   ASSERT_TRUE(comesToSay("Disabling screensaver\n")) << service->errors();
@@ -40,7 +40,7 @@ TEST_F(RealScreenSaver, IsOffWhileTheDisplayIsToStayOn) {
 struct RealSessionManager : AwakeDesk {
   void SetUp() override {
     startBuses();
-    // Of the programs of a session it is to start none.
+    // An empty autostart folder, so that it starts no programs.
     std::filesystem::create_directory(screen.home.file("nothing"));
     service = std::make_unique<RealProgram>(
         std::vector<std::string>{"mate-session", "--failsafe", "--disable-acceleration-check", "--autostart",
@@ -67,7 +67,7 @@ struct RealSessionManager : AwakeDesk {
   sd_bus* bus = nullptr;
 };
 
-TEST_F(RealSessionManager, TakesNobodyForIdleWhileTheDisplayIsToStayOn) {
+TEST_F(RealSessionManager, IsIdleInhibitedWhileAnInhibitorIsHeld) {
   ASSERT_TRUE(knowsAll());
   const auto identifier = create(display).value();
   EXPECT_EQ(isIdleInhibited(), "true");
@@ -75,7 +75,7 @@ TEST_F(RealSessionManager, TakesNobodyForIdleWhileTheDisplayIsToStayOn) {
   EXPECT_TRUE(comesAbout([this] { return isIdleInhibited() == "false"; }));
 }
 
-TEST_F(AwakeDesk, StartsNoServiceToBeHeld) {
+TEST_F(AwakeDesk, StartsNoServiceToHoldAnInhibitor) {
   const ScratchFolder folder;
   const std::string pipe = folder.file("started");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);

@@ -11,12 +11,12 @@
 namespace kestrune::testing {
 namespace {
 
-// --- what is asked and what becomes of the answers
+// --- questions and answers
 
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
                                   label("between"), field("b", ""), label("last")}),
-                            {});
+                            {}, false, 0);
   EXPECT_EQ(dialogue.begin(),
             "\nℹ Form\n────────────────────────────\nAbout it\n"
             "（每一欄按 Enter 保留原值，輸入「清空」清除。）\n\nfirst\n");
@@ -31,10 +31,10 @@ TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   EXPECT_EQ(answer->fields, (std::map<std::string, std::string>{{"a", "2"}, {"b", "3"}}));
 }
 
-TEST(TerminalDialogue, KeepsEmptiesAndReplacesValues) {
+TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
   TerminalDialogue dialogue(form({field("kept", "1"), field("blank", "2"), field("emptied", "3"),
                                   field("emptied-widely", "4"), field("replaced", "5")}),
-                            {});
+                            {}, false, 0);
   dialogue.begin();
   for (const char* const line : {"", "  ", "清空", " 清空 ", " x y "}) dialogue.take(line);
   EXPECT_EQ(
@@ -43,10 +43,10 @@ TEST(TerminalDialogue, KeepsEmptiesAndReplacesValues) {
           {"kept", "1"}, {"blank", "2"}, {"emptied", ""}, {"emptied-widely", ""}, {"replaced", " x y "}}));
 }
 
-TEST(TerminalDialogue, TellsOfASecretOnlyThatThereIsOne) {
+TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
   TerminalDialogue dialogue(form({field("key", "sk-secret", ViewKind::secureTextField),
                                   field("other", "", ViewKind::secureTextField), field("plain", "")}),
-                            {});
+                            {}, false, 0);
   EXPECT_EQ(dialogue.begin().find("sk-secret"), std::string::npos);
   EXPECT_TRUE(dialogue.asksForSecret());
   EXPECT_EQ(dialogue.question(), "Field key（已填，不顯示）> ");
@@ -60,7 +60,7 @@ TEST(TerminalDialogue, TellsOfASecretOnlyThatThereIsOne) {
 }
 
 TEST(TerminalDialogue, NumbersTheButtonsInsideAfterItsOwn) {
-  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {});
+  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, false, 0);
   EXPECT_NE(dialogue.begin().find("\n[1] Save  [2] Cancel  [3] Show  [4] Hide  \n"), std::string::npos);
   const auto step = dialogue.take("4");
   EXPECT_EQ(step.action, "hide");
@@ -77,13 +77,13 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   heading.fontWeight = FontWeight::semibold;
   View hint = label("hint");
   hint.textColor = TextColor::secondary;
-  TerminalDialogue dialogue(form({heading, hint}), {.styles = true});
+  TerminalDialogue dialogue(form({heading, hint}), {true}, false, 0);
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
 
 // --- pictures
 
-/// What a dark screen shows, in levels of grey, two for each cell.
+/// The pixels that `text` draws on a dark screen, as levels of grey; two pixels for each character cell.
 std::vector<std::string> drawn(const std::string& text) {
   constexpr char black = '\0';
   constexpr char white = '\xFF';
@@ -135,7 +135,7 @@ std::string readBack(const std::vector<std::string>& rows) {
   return outputOf("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm"));
 }
 
-TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {
+TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
   QRSymbols symbols;
   for (const std::string& message :
        {std::string("a"),
@@ -149,7 +149,7 @@ TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {
                                  .buttons = {"OK"},
                                  .accessoryView = View{.kind = ViewKind::image,
                                                        .image = std::make_shared<Image>(std::move(image))}},
-                                {.colors = colored});
+                                {}, colored, 0);
       std::string text = dialogue.begin();
       text.erase(0, text.find("\n\n", 1) + 2);
       text.erase(text.find("[1]"));
@@ -158,7 +158,7 @@ TEST(TerminalDialogue, DrawsACodeThatIsReadFromTheScreen) {
   }
 }
 
-TEST(TerminalDialogue, DrawsNoCodeThatWouldBeBroken) {
+TEST(TerminalDialogue, RefusesAQRCodeThatIsTooWide) {
   QRSymbols symbols;
   const Image image{.width = 260, .height = 260, .bitmaps = {*symbols.generate("a")}};
   const int width = image.bitmaps[0].width;
@@ -166,8 +166,8 @@ TEST(TerminalDialogue, DrawsNoCodeThatWouldBeBroken) {
                     .informativeText = "",
                     .buttons = {"OK"},
                     .accessoryView = View{.kind = ViewKind::image, .image = std::make_shared<Image>(image)}};
-  EXPECT_NE(TerminalDialogue(alert, {.columns = width}).begin().find("█"), std::string::npos);
-  const std::string narrow = TerminalDialogue(alert, {.columns = width - 1}).begin();
+  EXPECT_NE(TerminalDialogue(alert, {}, false, width).begin().find("█"), std::string::npos);
+  const std::string narrow = TerminalDialogue(alert, {}, false, width - 1).begin();
   EXPECT_EQ(narrow.find("█"), std::string::npos);
   EXPECT_NE(narrow.find("（終端機太窄，圖放不下：需要 29 欄，現在是 28 欄。）\n"), std::string::npos)
       << narrow;

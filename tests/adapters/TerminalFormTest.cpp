@@ -22,7 +22,7 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
     rig.face->present({.describe = [alert] { return alert; },
                        .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
   }
-  /// For one answer, and does not end it.
+  /// Types a line that is too long, without its end.
   void typeTooMuch() {
     for (int piece = 0; piece < (GetParam() == TerminalRig::Line::terminal ? 5 : 70); ++piece) {
       rig.type(std::string(1000, 'x'));
@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(On, TerminalForm,
                            return line.param == TerminalRig::Line::pipes ? "Pipes" : "Terminal";
                          });
 
-TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
+TEST_P(TerminalForm, IsBelowTheAlertThatItsButtonOpens) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
   };
@@ -70,13 +70,13 @@ TEST_P(TerminalForm, StandsBeneathWhatItsButtonsAskFor) {
   EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST_P(TerminalForm, TakesEachOfManyLinesForTheQuestionThatIsOpenByThen) {
+TEST_P(TerminalForm, TakesEachLineAsTheAnswerToTheOpenQuestion) {
   target->onPerform = [this] {
     present({.messageText = "On top", .informativeText = "", .buttons = {"Fine"}});
   };
   present(form({field("a", "1"), field("b", "2"), button("Show", "show")}));
   EXPECT_TRUE(rig.screen.shows("Field a"));
-  // The empty line closes what stands on top, and not the form beneath.
+  // The empty line answers the alert on top, not the form below it.
   rig.type("new\n\n3\n\n2\n");
   EXPECT_TRUE(comesTrue(loop, [this] { return answers.size() == 2; }));
   EXPECT_EQ(answers.at(0).button, 0U);
@@ -90,7 +90,7 @@ TEST_P(TerminalForm, RefusesAnAnswerThatIsTooLongAndAsksAgain) {
   present(form({field("a", "1"), field("b", "2")}));
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
-  // A script that does not wait for the question has written the answers to the next ones as well.
+  // A script may already have written the answers to the next questions.
   rig.type(isTerminal ? "\n" : "\nfor b\n1\n");
   const std::string limit = isTerminal ? "4094" : "65536";
   EXPECT_TRUE(
@@ -107,7 +107,7 @@ TEST_P(TerminalForm, IsCancelledByAnEndWithinAnAnswerThatIsTooLong) {
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
   rig.endInput();
-  // On a terminal the first end only passes on what was typed.
+  // On a terminal the first Ctrl-D only makes the kernel return the unfinished line.
   if (GetParam() == TerminalRig::Line::terminal) rig.endInput();
   ASSERT_TRUE(isAnswered());
   EXPECT_EQ(answers[0].button, std::nullopt);
@@ -141,7 +141,7 @@ TEST_P(TerminalSecret, IsNotSeenEvenWhenItIsTooLong) {
   present(form({field("key", "", ViewKind::secureTextField), field("b", "2")}));
   EXPECT_TRUE(isEchoed());
   EXPECT_TRUE(rig.screen.shows("Field key（未填，輸入時不顯示）> "));
-  // What was typed behind a refused answer is no answer to anything.
+  // Lines that were typed behind a refused answer are discarded.
   rig.type("sk-" + std::string(5000, 'x') + "\nsk-other\n1\n");
   EXPECT_TRUE(
       rig.screen.shows("輸入時不顯示）> \n這一行太長，沒有採用：最多 4094 個位元組。請重新輸入。\n"
@@ -156,7 +156,7 @@ TEST_P(TerminalSecret, IsNotSeenEvenWhenItIsTooLong) {
   EXPECT_EQ(rig.screen.count("sk-"), 0U);
 }
 
-TEST_P(TerminalSecret, LeavesTheTerminalAsItWasAlsoAtTheEndOfTheInput) {
+TEST_P(TerminalSecret, RestoresTheEchoAtTheEndOfTheInput) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));
   rig.endInput();
@@ -165,7 +165,7 @@ TEST_P(TerminalSecret, LeavesTheTerminalAsItWasAlsoAtTheEndOfTheInput) {
   EXPECT_TRUE(isEchoed());
 }
 
-TEST_P(TerminalSecret, LeavesATerminalSilentThatWasSilentBefore) {
+TEST_P(TerminalSecret, KeepsTheEchoOffIfItWasOffBefore) {
   termios settings{};
   ASSERT_EQ(tcgetattr(rig.terminal.inside.get(), &settings), 0);
   settings.c_lflag &= ~tcflag_t{ECHO};
@@ -179,7 +179,7 @@ TEST_P(TerminalSecret, LeavesATerminalSilentThatWasSilentBefore) {
   EXPECT_FALSE(isEchoed());
 }
 
-TEST_P(TerminalSecret, IsHiddenAgainWhenThisJobComesBack) {
+TEST_P(TerminalSecret, IsAskedForAgainWithoutEchoAfterSIGCONT) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));
   termios settings{};
@@ -187,7 +187,8 @@ TEST_P(TerminalSecret, IsHiddenAgainWhenThisJobComesBack) {
   settings.c_lflag |= ECHO;
   ASSERT_EQ(tcsetattr(rig.terminal.inside.get(), TCSANOW, &settings), 0);
   raise(SIGCONT);
-  EXPECT_TRUE(comesTrue(loop, [this] { return !isEchoed(); }));
+  EXPECT_TRUE(comesTrue(loop, [this] { return rig.screen.count("Field key") == 2; })) << "asks again";
+  EXPECT_FALSE(isEchoed());
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <optional>
 
 #include "ports/Host.h"
 #include "tests/rig/ForkedProgram.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
@@ -32,7 +30,7 @@ class Demonstration final : public ApplicationDelegate {
   std::unique_ptr<StatusItem> item;
 };
 
-/// The terminal face as a whole program has it.
+/// The terminal face in a whole host.
 struct TerminalHost : ::testing::Test {
   static void demonstrate() {
     const auto host = makeHost({.face = Face::terminal});
@@ -40,7 +38,7 @@ struct TerminalHost : ::testing::Test {
     host->platform().application->run(demonstration);
   }
 
-  /// What appears on a terminal when the variables are so.
+  /// The output on a terminal with these values of TERM and NO_COLOR.
   std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
     PseudoTerminal terminal;
     ForkedProgram program([&](const ForkedProgram::Say& say) {
@@ -120,26 +118,6 @@ TEST_F(TerminalHost, WorksWithoutAnyStandardStream) {
     });
     EXPECT_EQ(program.line(), "done");
   }
-}
-
-TEST_F(TerminalHost, HandsItsTerminalToTheInstanceThatReplacesIt) {
-  const ScratchFolder folder;
-  // The new instance is this test program, which does as its standard input says.
-  std::ofstream(folder.file("input")) << "--gtest_filter=TerminalHost.UsesColoursOnATerminal\n";
-  const FileDescriptor input(open(folder.file("input").c_str(), O_RDONLY | O_CLOEXEC));
-  PipeEnds pipe;
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    const StandardStreams streams(input.get(), pipe.writing.get());
-    const auto host =
-        makeHost({.face = Face::terminal,
-                  .arguments = {"--gtest_list_tests", "--gtest_filter=-*", "--gtest_flagfile=/dev/stdin"}});
-    if (const auto opened = host->platform().workspace.openNewInstance(""); !opened) say(opened.reason());
-    host->leave(EXIT_FAILURE);
-  });
-  EXPECT_EQ(program.line(), "end");
-  program.waitForEnd();
-  Screen screen(loop, pipe.reading.get());
-  EXPECT_TRUE(screen.shows("TerminalHost.\n  UsesColoursOnATerminal\n"));
 }
 
 }  // namespace

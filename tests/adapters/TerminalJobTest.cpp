@@ -9,8 +9,8 @@
 namespace kestrune::testing {
 namespace {
 
-/// The face as a job of a session of its own on a terminal, and the shell that rules which job has the
-/// terminal.
+/// The face as a job in its own session on a terminal, and a shell that moves it between foreground and
+/// background.
 struct TerminalJob : ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(shell.line(), "ready");
@@ -94,7 +94,7 @@ struct TerminalJob : ::testing::Test {
   Screen screen{loop, terminal.outside.get()};
 };
 
-TEST_F(TerminalJob, GoesOnInTheBackgroundAndRests) {
+TEST_F(TerminalJob, PrintsInTheBackgroundWithoutSpinning) {
   type("1\n");
   for (int version = 1; version <= 3; ++version) {
     command('m');
@@ -113,6 +113,17 @@ TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
   command('f');
   command('c');
   EXPECT_EQ(shell.line(), "performed act");
+}
+
+TEST_F(TerminalJob, PrintsTheMenuAgainWhenItIsContinuedInTheForegroundOnly) {
+  screen.text.clear();
+  command('c');
+  command('i');
+  ASSERT_EQ(shell.line(), "idle");
+  command('f');
+  command('c');
+  EXPECT_TRUE(screen.shows("row 0\n列號或按鍵> "));
+  EXPECT_EQ(screen.count("row 0"), 1U);
 }
 
 TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+
+#include <csignal>
 
 #include "tests/rig/RecordingTarget.h"
 #include "tests/rig/TerminalRig.h"
@@ -7,7 +10,7 @@
 namespace kestrune::testing {
 namespace {
 
-TEST(TerminalPrompt, StandsAfterWhateverIsPrintedOnATerminal) {
+TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
   const auto item = rig.face->statusItem(squareStatusItemLength);
@@ -24,7 +27,7 @@ TEST(TerminalPrompt, StandsAfterWhateverIsPrintedOnATerminal) {
   EXPECT_TRUE(rig.screen.shows("請輸入按鈕編號。\n按鈕編號> "));
 }
 
-TEST(TerminalPrompt, ComesBackOnceAfterARowWhateverThatDoes) {
+TEST(TerminalPrompt, ComesBackOnceAfterARow) {
   struct Commands final : ActionTarget {
     void performAction(std::string_view action) override {
       if (action == "change") (*item)->setMenu({{{.id = 1, .title = "changed"}}});
@@ -49,7 +52,106 @@ TEST(TerminalPrompt, ComesBackOnceAfterARowWhateverThatDoes) {
   EXPECT_EQ(rig.screen.count("列號或按鍵> "), 1U);
 }
 
-/// A menu on a terminal whose rows are performed by their numbers.
+/// A menu that has been printed on a terminal.
+struct TerminalChanges : ::testing::Test {
+  TerminalChanges() {
+    item = rig.face->statusItem(squareStatusItemLength);
+    setTitle("Kestrune");
+    item->setMenu(menu);
+    EXPECT_TRUE(rig.screen.shows("third\n列號或按鍵> "));
+    rig.screen.text.clear();
+  }
+
+  void setTitle(const std::string& title) {
+    StatusButton button;
+    button.toolTip = title;
+    item->setButton(button);
+  }
+  void setRow(std::size_t index, const std::string& title) {
+    menu.items[index].title = title;
+    item->setMenu(menu);
+  }
+  std::string shown(const std::string& typed = "") {
+    rig.type(typed);
+    EXPECT_TRUE(comesTrue(loop, [this] { return rig.screen.text.ends_with("> "); }));
+    rig.settle();
+    return std::exchange(rig.screen.text, {});
+  }
+  /// The kernel sends no SIGWINCH, because the terminal is not this process's controlling terminal.
+  void setHeight(unsigned short rows) const {
+    const winsize size{.ws_row = rows, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
+    ASSERT_EQ(ioctl(rig.terminal.inside.get(), TIOCSWINSZ, &size), 0);
+  }
+
+  static constexpr auto whole =
+      "\nKestrune\n────────────────────────────\n 1      first\n 2  s ✗ second\n 3      third\n列號或按鍵> ";
+
+  EventLoop loop;
+  TerminalRig rig{loop, TerminalRig::Line::terminal};
+  Menu menu{{{.id = 1, .title = "first"},
+             {.id = 2, .title = "second", .action = "switch", .keyEquivalent = "s", .checked = false},
+             {.id = 3, .title = "third"}}};
+  std::unique_ptr<StatusItem> item;
+};
+
+TEST_F(TerminalChanges, ArePrintedAlone) {
+  setRow(0, "other");
+  EXPECT_EQ(shown(), "\n 1      other\n列號或按鍵> ");
+  menu.items[1].checked = true;
+  setRow(2, "last");
+  setTitle("Kestrune · ok");
+  EXPECT_EQ(shown(), "\nKestrune · ok\n 2  s ✓ second\n 3      last\n列號或按鍵> ");
+  rig.face->add({"id", "news", "of the day"});
+  EXPECT_EQ(shown(), "\nnews：of the day\n列號或按鍵> ");
+}
+
+TEST_F(TerminalChanges, ThatAreUndoneAtOnceAreNotPrinted) {
+  setRow(0, "other");
+  setRow(0, "first");
+  rig.settle();
+  EXPECT_EQ(rig.screen.text, "");
+}
+
+TEST_F(TerminalChanges, OfTheRowsThemselvesPrintTheWholeMenu) {
+  menu.items.pop_back();
+  item->setMenu(menu);
+  EXPECT_NE(shown().find("first"), std::string::npos);
+}
+
+TEST_F(TerminalChanges, DuringAnAlertArePrintedAfterIt) {
+  rig.face->present({[] { return Alert{.messageText = "?", .informativeText = "", .buttons = {"OK"}}; },
+                     [](const AlertAnswer&) {}});
+  EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
+  setRow(2, "last");
+  rig.settle();
+  rig.screen.text.clear();
+  EXPECT_EQ(shown("\n"), "\n\n 3      last\n列號或按鍵> ");
+}
+
+TEST_F(TerminalChanges, AreInTheWholeMenuThatIsAskedFor) {
+  EXPECT_EQ(shown("\n"), std::string("\n") + whole);
+  EXPECT_EQ(shown("?\n"), std::string("?\n") + whole);
+  rig.face->printMenu();
+  EXPECT_EQ(shown(), whole);
+}
+
+TEST_F(TerminalChanges, OfTheTerminalsSizePrintTheWholeMenuOnce) {
+  raise(SIGWINCH);
+  rig.settle();
+  EXPECT_EQ(rig.screen.text, "") << "more may follow";
+  raise(SIGWINCH);
+  EXPECT_EQ(shown(), whole);
+}
+
+TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
+  setHeight(7);
+  EXPECT_EQ(shown("?\n"), std::string("?\n") + whole);
+  setHeight(6);
+  const std::string text = shown("?\n");
+  EXPECT_TRUE(text.ends_with("third\nKestrune\n列號或按鍵> ")) << text;
+}
+
+/// A menu on a terminal. The action of each row is its number.
 struct TerminalTyping : ::testing::Test {
   TerminalTyping() {
     item = rig.face->statusItem(squareStatusItemLength);
@@ -65,7 +167,7 @@ struct TerminalTyping : ::testing::Test {
     menu.items.back().title = last;
     item->setMenu(menu);
   }
-  /// Types that, and returns when the line discipline has it, without having the loop read it.
+  /// Types `text`, and waits for its echo without running the loop.
   void type(std::string_view text, std::string_view echo) {
     rig.settle();
     rig.screen.text.clear();
@@ -84,8 +186,8 @@ struct TerminalTyping : ::testing::Test {
   std::unique_ptr<StatusItem> item;
 };
 
-TEST_F(TerminalTyping, IsForgottenWhenTheMenuIsPrintedUnasked) {
-  // Ctrl-D passes on what was typed so far, and the line goes on.
+TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
+  // Ctrl-D makes the kernel return the unfinished line.
   for (const std::string typed : {"1", "1\x04"}) {
     for (const bool changed : {true, false}) {
       target->performed.clear();
@@ -99,7 +201,7 @@ TEST_F(TerminalTyping, IsForgottenWhenTheMenuIsPrintedUnasked) {
   }
 }
 
-TEST_F(TerminalTyping, IsPerformedIfItsLineWasFinishedBefore) {
+TEST_F(TerminalTyping, IsKeptIfItsLineWasFinishedBefore) {
   type("3\n5\n1", "3\n5\n1");
   show("changed");
   EXPECT_TRUE(rig.screen.shows("changed\n列號或按鍵> "));
@@ -107,7 +209,7 @@ TEST_F(TerminalTyping, IsPerformedIfItsLineWasFinishedBefore) {
   EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
 }
 
-TEST_F(TerminalTyping, IsNoAnswerToAQuestionThatCameMeanwhile) {
+TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
   type("2", "2");
   std::optional<AlertAnswer> answer;
   rig.face->present({[] {
@@ -120,7 +222,7 @@ TEST_F(TerminalTyping, IsNoAnswerToAQuestionThatCameMeanwhile) {
   EXPECT_EQ(answer->button, 0U);
 }
 
-TEST(TerminalPrompt, StandsAlsoAfterAReportThatIsFarTooLong) {
+TEST(TerminalPrompt, FollowsAReportOf2Megabytes) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
   const auto item = rig.face->statusItem(squareStatusItemLength);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
-/// A watcher whose one property says whether there is a host.
+/// A watcher with or without a host.
 StubService::Behaviour watcherWithHost(bool there) {
   return [there](sd_bus_message* call) {
     sd_bus_message* reply = nullptr;
@@ -24,7 +24,7 @@ StubService::Behaviour watcherWithHost(bool there) {
   };
 }
 
-struct TrayAdvised : ::testing::Test {
+struct TrayAdviceTo : ::testing::Test {
   SignalState restored;
   PrivateBus daemon;
   EventLoop loop;
@@ -46,7 +46,7 @@ struct TrayAdvised : ::testing::Test {
   void watch(StubService::Behaviour behaviour) {
     watcher = std::make_unique<StubService>(daemon.address(), watcherName, std::move(behaviour));
   }
-  /// How many were told once `duration` has passed and everybody who was asked has answered.
+  /// The number of notifications after `duration`, when all questions are answered.
   std::size_t adviceAfter(Seconds duration) {
     timers.advance(duration);
     if (watcher) {
@@ -56,7 +56,7 @@ struct TrayAdvised : ::testing::Test {
     EXPECT_TRUE(trip.succeeds(loop));
     return notifications.posted.size();
   }
-  /// The same after both looks.
+  /// The number of notifications after both looks.
   std::size_t adviceAtLast() {
     EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
     if (watcher) watcher->newCalls();
@@ -64,37 +64,26 @@ struct TrayAdvised : ::testing::Test {
   }
 };
 
-TEST_F(TrayAdvised, IsWhoeverHasNoTray) {
+TEST_F(TrayAdviceTo, NotifiesOnceWithoutATray) {
   start();
   EXPECT_EQ(adviceAtLast(), 1U);
   const Notification& said = notifications.posted.at(0);
   EXPECT_NE(said.body.find("gnome-shell-extension-appindicator"), std::string::npos);
-  // Many desktops show no more than this line.
+  // Many desktops show this line only.
   const std::string firstLine = said.body.substr(0, said.body.find('\n'));
   EXPECT_NE(firstLine.find("再啟動一次 Kestrune"), std::string::npos);
   EXPECT_NE(firstLine.find("AppIndicator"), std::string::npos);
+  EXPECT_EQ(adviceAfter(2 * TrayAdvice::patience), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverHasAWatcherWithoutAHost) {
-  start();
-  watch(watcherWithHost(false));
-  EXPECT_EQ(adviceAtLast(), 1U);
-}
-
-TEST_F(TrayAdvised, IsNobodyWhoseTrayComesWithinHalfAMinute) {
+TEST_F(TrayAdviceTo, SaysNothingIfATrayComesWithin30Seconds) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience - Seconds{0.1}), 0U);
   watch(watcherWithHost(true));
   EXPECT_EQ(adviceAfter(Seconds{0.1}), 0U);
 }
 
-TEST_F(TrayAdvised, IsTheUserOnce) {
-  start();
-  EXPECT_EQ(adviceAtLast(), 1U);
-  EXPECT_EQ(adviceAfter(2 * TrayAdvice::patience), 1U);
-}
-
-TEST_F(TrayAdvised, IsNobodyAnyLongerOnceThereIsATray) {
+TEST_F(TrayAdviceTo, WithdrawsTheNotificationWhenAHostShowsIcons) {
   start();
   EXPECT_EQ(adviceAtLast(), 1U);
   EXPECT_EQ(notifications.posted.at(0).lasting, true);
@@ -111,7 +100,7 @@ TEST_F(TrayAdvised, IsNobodyAnyLongerOnceThereIsATray) {
   EXPECT_EQ(timers.liveTimers(), 0U);
 }
 
-TEST_F(TrayAdvised, IsNotLookedForAgainWhoWasNeverAdvised) {
+TEST_F(TrayAdviceTo, DoesNotLookAgainUnlessItHasNotified) {
   start();
   watch(watcherWithHost(true));
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
@@ -122,7 +111,7 @@ TEST_F(TrayAdvised, IsNotLookedForAgainWhoWasNeverAdvised) {
   EXPECT_EQ(watcher->newCalls().size(), 0U);
 }
 
-TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
+TEST_F(TrayAdviceTo, SaysNothingIfTheTrayRestartsDuringTheFirstLook) {
   start();
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
   watch(watcherWithHost(true));
@@ -130,14 +119,7 @@ TEST_F(TrayAdvised, IsNobodyWhoseTrayStartsAnewAtTheMomentOfTheFirstLook) {
   EXPECT_EQ(timers.liveTimers(), 0U);
 }
 
-TEST_F(TrayAdvised, IsNobodyWhoseTrayRefusesToSay) {
-  start();
-  watch([](sd_bus_message*) { return false; });
-  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
-  EXPECT_EQ(timers.liveTimers(), 0U);
-}
-
-TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
+TEST_F(TrayAdviceTo, WaitsForABus) {
   bus.connect();
   advice = std::make_unique<TrayAdvice>(bus, timers, notifications);
   timers.advance(2 * TrayAdvice::patience);
@@ -147,7 +129,7 @@ TEST_F(TrayAdvised, IsWhoeverHasABusOnlyLater) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
+TEST_F(TrayAdviceTo, LooksAgainAfterTheBusWasLost) {
   start();
   for (int loss = 1; loss <= 2; ++loss) {
     watch(StubService::saysNothing());
@@ -161,7 +143,7 @@ TEST_F(TrayAdvised, IsWhoeverLosesTheBusDuringALook) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
+TEST_F(TrayAdviceTo, LooksAgainUntilTheWatcherAnswers) {
   start();
   watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
   EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
@@ -170,14 +152,7 @@ TEST_F(TrayAdvised, IsWhoeverHasNoHostOnceTheWatcherAnswers) {
   EXPECT_EQ(adviceAtLast(), 1U);
 }
 
-TEST_F(TrayAdvised, IsNotLookedForWhileAnAnswerIsAwaited) {
-  start();
-  watch(StubService::saysNothing());
-  EXPECT_EQ(adviceAfter(3 * TrayAdvice::patience), 0U);
-  EXPECT_EQ(watcher->calls().size(), 1U);
-}
-
-TEST_F(TrayAdvised, IsNotLookedForWithoutEnd) {
+TEST_F(TrayAdviceTo, GivesUpAfterTenLooksWithoutAnAnswer) {
   start();
   watch(StubService::refuses(SD_BUS_ERROR_NO_REPLY));
   for (int look = 0; look < TrayAdvice::looksInVain; ++look) {

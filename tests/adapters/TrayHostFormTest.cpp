@@ -21,7 +21,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// A row of GetLayout's answer, with the rows below it in brackets.
+/// The id of a row in the reply of GetLayout, with the ids below it in brackets.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -38,7 +38,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client whose tray is that of one desktop or another.
+/// A client whose tray host can be that of any desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -54,7 +54,7 @@ struct TrayForm : EmptyDesk {
 
   MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
 
-  /// A tray that owns these names, too, beside another program that owns `other`.
+  /// Starts a tray host that also owns `names`, and another program that owns `other`.
   void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
     program.reset();
     if (other != nullptr)
@@ -112,7 +112,7 @@ std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }
 
-TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
+TEST_F(TrayForm, GnomeShellGetsTwoSubmenus) {
   runOn({gnomeShell});
   EXPECT_EQ(layout(), withSubmenus);
   for (const int id : {2, 20}) {
@@ -123,7 +123,7 @@ TEST_F(TrayForm, OfGnomeShellHasTwoSubmenus) {
   EXPECT_EQ(property(3, "enabled"), "b false");
 }
 
-TEST_F(TrayForm, OfGnomeShellIsReadByParts) {
+TEST_F(TrayForm, GnomeShellGetsThePartOfTheLayoutThatItAsksFor) {
   runOn({gnomeShell});
   EXPECT_EQ(layout(0, 1), "1 2 12 13 14 15 16 17 18 19 20 28 29");
   EXPECT_EQ(layout(0, 0), "0");
@@ -134,46 +134,30 @@ TEST_F(TrayForm, OfGnomeShellIsReadByParts) {
             std::string::npos);
 }
 
-TEST_F(TrayForm, OfGnomeShellPerformsARowOfASubmenu) {
+TEST_F(TrayForm, RowsOfASubmenuCanBeChosen) {
   runOn({gnomeShell});
   for (const int id : {2, 20, 3, 21}) EXPECT_EQ(host->clicked(id), "");
   settleQueue(loop);
   EXPECT_EQ(target->performed, CallLog{"act"});
 }
 
-TEST_F(TrayForm, OfGnomeShellTellsOfARowOfASubmenuWithoutANewLayout) {
-  runOn({gnomeShell});
-  row(9).title = "new";
-  item->setMenu(menu);
-  EXPECT_EQ(host->news(), News{"ItemsPropertiesUpdated [(9, {'label': s 'new'})], []"});
-}
-
-TEST_F(TrayForm, OfAMenuWithoutTheRowsOfTheSubmenusHasNone) {
+TEST_F(TrayForm, MenuWithoutSubmenuRowsStaysFlat) {
   runOn({gnomeShell});
   item->setMenu({{{.id = 3, .title = "a"}, {.id = 20, .title = "b"}}});
   EXPECT_EQ(layout(), "3 20");
   EXPECT_EQ(property(20, "children-display"), "error org.freedesktop.DBus.Error.InvalidArgs");
 }
 
-TEST_F(TrayForm, OfEveryOtherHostIsFlat) {
+TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   runOn({});
   EXPECT_EQ(layout(), flat);
-  runOn({}, gnomeShell);  // it runs beside another panel, which has the tray
+  runOn({}, gnomeShell);  // the tray belongs to another panel
   EXPECT_EQ(layout(), flat);
   runOn({}, plasma);
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, FollowsAHostThatChanges) {
-  runOn({gnomeShell});
-  runOn({}, plasma);
-  EXPECT_EQ(layout(), flat);
-  EXPECT_EQ(property(2, "enabled"), "b false");
-  runOn({gnomeShell});
-  EXPECT_EQ(layout(), withSubmenus);
-}
-
-TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
+TEST_F(TrayForm, ChangeOfTheFormIsSentToTheHost) {
   runOn({});
   layout();
   host->own(gnomeShell);
@@ -182,15 +166,18 @@ TEST_F(TrayForm, IsToldToWhoeverHasReadAnother) {
             (News{"LayoutUpdated 3, 0",
                   "ItemsPropertiesUpdated [(2, " + change + "), (20, " + change + ")], []", "NewIcon"}));
   EXPECT_EQ(layout(), withSubmenus);
+  row(9).title = "new";
+  item->setMenu(menu);
+  EXPECT_EQ(host->news(), News{"ItemsPropertiesUpdated [(9, {'label': s 'new'})], []"});
   host->disown(gnomeShell);
-  EXPECT_EQ(host->news(), (News{"LayoutUpdated 4, 0",
+  EXPECT_EQ(host->news(), (News{"LayoutUpdated 5, 0",
                                 "ItemsPropertiesUpdated [(2, {'enabled': b false}), (20, {'enabled': b "
                                 "false})], [(2, ['children-display']), (20, ['children-display'])]",
                                 "NewIcon"}));
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
+TEST_F(TrayForm, FormIsFoundAgainAfterABusRestart) {
   runOn({gnomeShell});
   host.reset();
   daemon.stop();
@@ -201,12 +188,12 @@ TEST_F(TrayForm, IsFoundAnewOnABusThatStartsAnew) {
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
+TEST_F(TrayForm, UnderscoresAreKeptOnEveryHost) {
   Chance chance(20263);
   static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
   const auto check = [&](std::string (*shown)(const std::string&)) {
     for (int time = 0; time < 300; ++time) {
-      std::string title = "x";  // blanks at the ends are not what this is about
+      std::string title = "x";  // no white space at the start
       for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
       ASSERT_EQ(shown(labelOf(title)), title);
     }
@@ -222,31 +209,24 @@ TEST_F(TrayForm, KeepsUnderscoresOnEveryHost) {
   check(asQtShows);
 }
 
-TEST_F(TrayForm, OfPlasmaLeavesAClickToItsOwnMenu) {
+TEST_F(TrayForm, ActivateFailsOnPlasmaSoThatItOpensTheMenu) {
   runOn({}, plasma);
   EXPECT_EQ(clicked(), "error org.freedesktop.DBus.Error.NotSupported");
-  EXPECT_EQ(bar.clicks, 0);
+  EXPECT_EQ(clicks, 0);
   EXPECT_EQ(clicked("SecondaryActivate"), "");
-  EXPECT_EQ(bar.clicks, 1);
+  EXPECT_EQ(clicks, 1);
 }
 
-TEST_F(TrayForm, OfEveryOtherHostAnswersAClick) {
-  int clicks = 0;
+TEST_F(TrayForm, ActivateOpensTheWindowOnOtherHosts) {
+  int expected = 0;
   for (const auto* const name : {gnomeShell, lxqt, "org.example.Panel"}) {
     runOn({name});
     EXPECT_EQ(clicked(), "") << name;
-    EXPECT_EQ(bar.clicks, ++clicks) << name;
+    EXPECT_EQ(clicks, ++expected) << name;
   }
 }
 
-TEST_F(TrayForm, AnswersAClickOncePlasmaIsGone) {
-  runOn({plasma});
-  host->disown(plasma);
-  EXPECT_EQ(clicked(), "");
-  EXPECT_EQ(bar.clicks, 1);
-}
-
-TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
+TEST_F(TrayForm, ShortcutKeysAreNamedAsTheHostReadsThem) {
   constexpr auto byName = "aas [['Control', 'comma']]";
   constexpr auto byCharacter = "aas [['Control', ',']]";
   runOn({});
@@ -259,9 +239,9 @@ TEST_F(TrayForm, NamesAKeyAsItsHostReadsIt) {
   }
 }
 
-TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
-  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
-                          {"codex-menubar-grey.png", "/share/grey.png"}};
+TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
+  bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
+                      {"codex-menubar-grey.png", "/share/grey.png"}};
   const auto show = [this](ImageRef image) {
     StatusButton button;
     button.image = std::move(image);
@@ -272,12 +252,12 @@ TEST_F(TrayForm, OfAnIndicatorAppletNamesTheFileOfTheIcon) {
   EXPECT_EQ(show(nullptr), "s ''");
   EXPECT_EQ(show(makeTestImage(2, 10, 20, 30)), "s '/share/logo.png'");
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s '/share/grey.png'");
-  bar.bundle.resources.clear();
+  bundle.resources.clear();
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
 }
 
-TEST_F(TrayForm, NamesTheFileOfTheIconAsLongAsThereAreIndicatorApplets) {
-  bar.bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
+TEST_F(TrayForm, IconFileFollowsTheIndicatorService) {
+  bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
   StatusButton button;
   button.image = makeTestImage(2, 10, 20, 30);
   item->setButton(button);

@@ -15,7 +15,7 @@ struct TrayMenuChanges : TrayDesk {
     item->setMenu(menu);
     host->news();
   }
-  /// What the host is told when the menu becomes what it is now.
+  /// The signals that the host receives when `menu` is set.
   News newsOf() {
     item->setMenu(menu);
     return host->news();
@@ -29,7 +29,7 @@ struct TrayMenuChanges : TrayDesk {
   }};
 };
 
-TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
+TEST_F(TrayMenuChanges, SendOnlyTheChangedProperty) {
   menu.items[0].title = "other";
   EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(1, {'label': s 'other'})], []"});
   menu.items[3].checked = true;
@@ -41,7 +41,19 @@ TEST_F(TrayMenuChanges, AreToldOfTheRowAndThePropertyThatChanged) {
             News{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'x']]})], []"});
 }
 
-TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
+TEST_F(TrayMenuChanges, SendTheNamesOfRemovedProperties) {
+  menu.items[2].keyEquivalent = "";
+  menu.items[2].title = "stopping";
+  menu.items[3].checked.reset();
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(3, {'label': s 'stopping'})], [(3, ['shortcut']), (4, "
+                           "['toggle-state', 'toggle-type'])]"});
+  menu.items[0].title = "status\n";
+  EXPECT_EQ(newsOf(), News{"ItemsPropertiesUpdated [(1, {'label': s 'status '})], []"});
+  menu.items[0].title = "status\t";
+  EXPECT_EQ(newsOf(), News{}) << "it looks the same";
+}
+
+TEST_F(TrayMenuChanges, OfTheListOfRowsSendLayoutUpdated) {
   menu.items.push_back({.id = 5, .title = "more"});
   EXPECT_EQ(newsOf(), News{"LayoutUpdated 3, 0"});
   std::swap(menu.items[0], menu.items[2]);
@@ -53,7 +65,7 @@ TEST_F(TrayMenuChanges, OfTheRowsThemselvesAreToldAsANewLayout) {
   EXPECT_EQ(newsOf(), News{});
 }
 
-TEST_F(TrayMenuChanges, DoNotMakeTheProcessGrow) {
+TEST_F(TrayMenuChanges, DoNotLeakMemory) {
   StatusButton button;
   const ImageRef images[] = {makeTestImage(22, 1, 2, 3), makeTestImage(22, 4, 5, 6)};
   const auto rebuild = [&](int times) {

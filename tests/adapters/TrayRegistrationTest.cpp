@@ -6,7 +6,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // a call that waits for the bus waits 25 s
+constexpr Seconds atOnce{5.0};  // a call that blocks on a frozen bus takes 25 s
 using Registrations = std::vector<std::string>;
 
 Menu oneRow(const std::string& title) {
@@ -24,7 +24,7 @@ struct TrayRegistration : EmptyDesk {
     bus.connect();
     item = bar.statusItem(squareStatusItemLength);
   }
-  /// On a desktop with everything there.
+  /// With a bus and a tray.
   bool showsItem() {
     daemon.start();
     showTray();
@@ -34,17 +34,7 @@ struct TrayRegistration : EmptyDesk {
   std::string label() { return host->menu("GetProperty", "is", 1, "label"); }
 };
 
-TEST_F(TrayRegistration, WaitsForAWatcherThatStartsLater) {
-  daemon.start();
-  showItem();
-  probe.catchUp(loop);
-  showTray();
-  ASSERT_TRUE(host->hasItem());
-  host->catchUp();
-  EXPECT_EQ(host->registrations, Registrations{"/StatusNotifierItem"});
-}
-
-TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherStartsAnew) {
+TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherRestarts) {
   ASSERT_TRUE(showsItem());
   item->setMenu(oneRow("still here"));
   for (int restart = 0; restart < 3; ++restart) {
@@ -61,7 +51,7 @@ TEST_F(TrayRegistration, IsRepeatedWhenAHostAppears) {
   EXPECT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
 }
 
-TEST_F(TrayRegistration, IsNotRepeatedForThoseWhoTellNobodyElse) {
+TEST_F(TrayRegistration, IsNotRepeatedForUnicastSignals) {
   ASSERT_TRUE(showsItem());
   Stranger stranger(daemon);
   stranger.tellOfOwner(host->itemName(), StatusNotifierItem::watcherName, "", ":1.99");
@@ -71,7 +61,7 @@ TEST_F(TrayRegistration, IsNotRepeatedForThoseWhoTellNobodyElse) {
   EXPECT_EQ(host->registrations.size(), 1U);
 }
 
-TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
+TEST_F(TrayRegistration, IsRepeatedAfterARefusal) {
   daemon.start();
   showTray("org.example.Error.NoHost");
   showItem();
@@ -79,13 +69,13 @@ TEST_F(TrayRegistration, IsTriedAgainAfterAWatcherThatRefused) {
   host->announceHost();
   ASSERT_TRUE(comesTrue(loop, [this] { return host->registrations.size() == 2; }));
   probe.catchUp(loop);
-  EXPECT_EQ(bar.registrations, 0);
+  EXPECT_EQ(registrations, 0);
   showTray();
   EXPECT_TRUE(host->hasItem());
-  EXPECT_TRUE(comesTrue(loop, [this] { return bar.registrations == 1; }));
+  EXPECT_TRUE(comesTrue(loop, [this] { return registrations == 1; }));
 }
 
-TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {
+TEST_F(TrayRegistration, IsRepeatedAfterABusRestart) {
   ASSERT_TRUE(showsItem());
   item->setButton(buttonWith("tip"));
   item->setMenu(oneRow("before"));
@@ -104,20 +94,7 @@ TEST_F(TrayRegistration, IsRepeatedOnABusThatStartsAnew) {
   }
 }
 
-TEST_F(TrayRegistration, ComesAboutWhenTheBusAppearsAfterTheItem) {
-  showItem();
-  EXPECT_FALSE(bus.isConnected());
-  EXPECT_TRUE(item->hasButton());
-  item->setButton(buttonWith("tip"));
-  item->setMenu(oneRow("early"));
-  daemon.start();
-  ASSERT_TRUE(comesTrue(loop, [this] { return bus.isConnected(); }));
-  showTray();
-  ASSERT_TRUE(host->hasItem());
-  EXPECT_EQ(label(), "s 'early'");
-}
-
-TEST_F(TrayRegistration, SurvivesABusThatStopsAndGoesOn) {
+TEST_F(TrayRegistration, DoesNotBlockOnAFrozenBus) {
   ASSERT_TRUE(showsItem());
   item->setMenu(oneRow("before"));
   host->catchUp();
@@ -131,19 +108,8 @@ TEST_F(TrayRegistration, SurvivesABusThatStopsAndGoesOn) {
   daemon.thaw();
   EXPECT_EQ(label(), "s 'after'");
   EXPECT_EQ(probe.connections, 1);
-}
-
-TEST_F(TrayRegistration, LeavesAStoppedBusAtOnce) {
-  ASSERT_TRUE(showsItem());
   daemon.freeze();
-  auto second = std::make_unique<SessionBus>(loop);
-  second->connect();
-  item->setMenu(oneRow("never told"));
-  EXPECT_LT(durationOf([this, &second] {
-              item.reset();
-              second.reset();
-            }),
-            atOnce);
+  EXPECT_LT(durationOf([this] { item.reset(); }), atOnce);
   daemon.thaw();
 }
 

@@ -45,22 +45,6 @@ class BusProbe final : public BusClient {
   int losses = 0;
 };
 
-/// A tray whose item counts clicks, and how often it was taken.
-struct ClickedTray final : StatusBar {
-  ClickedTray(SessionBus& givenBus, DispatchQueue& givenQueue) : bus(givenBus), queue(givenQueue) {}
-  std::unique_ptr<StatusItem> statusItem(double) override {
-    return std::make_unique<StatusNotifierItem>(
-        bus, queue, bundle, token, [this] { ++clicks; }, [this] { ++registrations; });
-  }
-
-  SessionBus& bus;
-  DispatchQueue& queue;
-  FakeMainBundle bundle;
-  ActivationToken token;
-  int clicks = 0;
-  int registrations = 0;  ///< that the tray confirmed
-};
-
 /// A desktop whose bus and tray come and go as a test wants it, with the program's item on it.
 struct EmptyDesk : ::testing::Test {
   EmptyDesk() { bus.add(probe); }
@@ -75,7 +59,18 @@ struct EmptyDesk : ::testing::Test {
   EventLoop loop;
   SessionBus bus{loop};
   BusProbe probe;
-  ClickedTray bar{bus, loop.mainQueue()};
+  FakeMainBundle bundle;
+  ActivationToken token;
+  Menu lastMenu;
+  int clicks = 0;
+  int registrations = 0;  ///< that the tray confirmed
+  TrayStatusBar bar{{.bus = bus,
+                     .queue = loop.mainQueue(),
+                     .bundle = bundle,
+                     .token = token,
+                     .onClick = [this] { ++clicks; },
+                     .onMenu = [this](const Menu& menu) { lastMenu = menu; },
+                     .onRegistered = [this] { ++registrations; }}};
   std::unique_ptr<StatusItem> item;
   std::unique_ptr<TrayHost> host;
 };

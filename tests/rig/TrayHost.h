@@ -154,6 +154,9 @@ class TrayHost {
   }
 
   static int signalled(sd_bus_message* signal, void* data, sd_bus_error*) {
+    const bool fromItem = sd_bus_message_get_path(signal) == std::string_view(itemPath);
+    // Hosts do not see a signal of another interface.
+    if (!sd_bus_message_is_signal(signal, fromItem ? itemInterface : menuInterface, nullptr)) return 0;
     const std::string arguments = textOf(BusMessage(sd_bus_message_ref(signal)));
     static_cast<TrayHost*>(data)->signals.push_back(sd_bus_message_get_member(signal) +
                                                     (arguments.empty() ? "" : " " + arguments));

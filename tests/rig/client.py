@@ -34,19 +34,25 @@ class Row:
 
 
 class Menu:
-    """One print of the menu."""
+    """What the menu says after it was printed, or on a terminal only what had changed."""
 
-    PATTERN = re.compile(r"\n([^\n]*)\n─{28}\n((?:[ \d]\d  [^\n]*\n){29})")
+    ROWS = r"((?:[ \d]\d  [^\n]*\n)+)"
+    PATTERN = re.compile(rf"\n([^\n]*)\n─{{28}}\n{ROWS}|\n(?:(Kestrune[^\n]*)\n)?{ROWS}列號或按鍵> ")
 
-    def __init__(self, match):
-        self.title = match.group(1)
-        self.rows = {row.number: row for row in map(Row, match.group(2).splitlines())}
+    def __init__(self, match, before):
+        title, rows, new_title, changed = match.groups()
+        self.title = title or new_title or before.title
+        self.rows = {**(before.rows if changed else {}),
+                     **{row.number: row for row in map(Row, (rows or changed).splitlines())}}
         self.status = self.rows[2].title
-        self.last = match.end() - 1  # the position of its last character
+        self.last = match.end(2 if rows else 4) - 1  # the position of its last character
 
     @classmethod
     def all_in(cls, text):
-        return [cls(match) for match in cls.PATTERN.finditer(text)]
+        menus = [None]
+        for match in cls.PATTERN.finditer(text):
+            menus.append(cls(match, menus[-1]))
+        return menus[1:]
 
 
 class Window(NamedTuple):

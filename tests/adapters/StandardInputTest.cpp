@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <fstream>
 #include <optional>
 
-#include "adapters/terminal/TerminalInput.h"
+#include "adapters/terminal/StandardStreams.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/TerminalRig.h"
@@ -18,8 +17,8 @@ using Lines = std::vector<std::string>;
 
 constexpr auto tooLong = "(too long)";
 
-struct TerminalInputOn : ::testing::Test {
-  /// Makes an input of `descriptor`; -1: of a closed one.
+struct StandardInputOn : ::testing::Test {
+  /// Makes an input that reads `descriptor`; -1: standard input is closed.
   void read(int descriptor, bool start = true) {
     {
       const StandardStreams streams(descriptor, STDERR_FILENO);
@@ -33,8 +32,8 @@ struct TerminalInputOn : ::testing::Test {
     if (start) begin();
   }
   void begin() {
-    input->start([this](const std::optional<std::string>& line) { lines.push_back(line.value_or(tooLong)); },
-                 [this] { ++ends; });
+    input->start({.onLine = [this](const auto& line) { lines.push_back(line.value_or(tooLong)); },
+                  .onEnd = [this] { ++ends; }});
   }
   bool ended() {
     return comesTrue(loop, [this] { return ends > 0; });
@@ -45,14 +44,14 @@ struct TerminalInputOn : ::testing::Test {
 
   EventLoop loop;
   PipeEnds pipe;
-  std::optional<TerminalInput> input;
+  std::optional<StandardInput> input;
   std::optional<struct stat> left;  ///< what stands in for standard input
   bool childrenFindTheEnd = false;
   Lines lines;
   int ends = 0;
 };
 
-TEST_F(TerminalInputOn, APipeIsGivenBackToWhoeverTakesOver) {
+TEST_F(StandardInputOn, APipeIsGivenBackToWhoeverTakesOver) {
   read(pipe.reading.get(), false);
   put(pipe.writing, "for the next\n");
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -65,18 +64,7 @@ TEST_F(TerminalInputOn, APipeIsGivenBackToWhoeverTakesOver) {
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), 0) << "must be one that stays open";
 }
 
-TEST_F(TerminalInputOn, APipeThatHasEndedIsNotGivenBack) {
-  read(pipe.reading.get());
-  pipe.writing.reset();
-  ASSERT_TRUE(ended());
-  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  const StandardStreams streams(nothing.get(), STDERR_FILENO);
-  input->giveBack();
-  char byte = 0;
-  EXPECT_EQ(::read(STDIN_FILENO, &byte, 1), 0);
-}
-
-TEST_F(TerminalInputOn, APipeGivesLinesAndOneEnd) {
+TEST_F(StandardInputOn, APipeGivesLinesAndOneEnd) {
   read(pipe.reading.get());
   EXPECT_EQ(fcntl(pipe.reading.get(), F_GETFL) & O_NONBLOCK, 0) << "others share it";
   put(pipe.writing, "one\n\ntwo\nthree\nlast");
@@ -90,16 +78,7 @@ TEST_F(TerminalInputOn, APipeGivesLinesAndOneEnd) {
   EXPECT_FALSE(input->isTerminal());
 }
 
-TEST_F(TerminalInputOn, APipePutsThePiecesOfALineTogether) {
-  read(pipe.reading.get());
-  for (const char* const piece : {"o", "n", "e\ntw", "\xe9", "\x9b", "\xa2\n"}) {
-    put(pipe.writing, piece);
-    settleQueue(loop);
-  }
-  EXPECT_EQ(lines, (Lines{"one", "tw離"}));
-}
-
-TEST_F(TerminalInputOn, APipeGivesALineOf65536BytesAndNoneThatIsLonger) {
+TEST_F(StandardInputOn, APipeGivesALineOf65536BytesAndNoneThatIsLonger) {
   read(pipe.reading.get());
   const auto type = [this](std::string_view text) {
     while (!text.empty()) {
@@ -119,7 +98,7 @@ TEST_F(TerminalInputOn, APipeGivesALineOf65536BytesAndNoneThatIsLonger) {
   EXPECT_EQ(lines, (Lines{longest, tooLong, "next", tooLong, "last", tooLong}));
 }
 
-TEST_F(TerminalInputOn, APipeThatNeverRunsDryLeavesTheLoopItsOtherSources) {
+TEST_F(StandardInputOn, AnEndlessPipeDoesNotStarveTheLoop) {
   ForkedProgram flood([this](const ForkedProgram::Say&) {
     pipe.reading.reset();
     std::string block;
@@ -131,28 +110,17 @@ TEST_F(TerminalInputOn, APipeThatNeverRunsDryLeavesTheLoopItsOtherSources) {
     pipe.writing.reset();
     EventLoop ownLoop;
     const StandardStreams streams(pipe.reading.get(), STDERR_FILENO);
-    TerminalInput endless(ownLoop);
+    StandardInput endless(ownLoop);
     bool due = false;
     const EventSource alarm = ownLoop.after(Seconds{0.05}, [&due] { due = true; });
-    endless.start([](const std::optional<std::string>&) {}, [] {});
+    endless.start({.onLine = [](const auto&) {}, .onEnd = [] {}});
     ownLoop.runUntil([&due] { return due; });
     say("in time");
   });
   EXPECT_EQ(reader.line(), "in time");
 }
 
-TEST_F(TerminalInputOn, APipeIsReadOnlyAfterTheStart) {
-  put(pipe.writing, "early\n");
-  read(pipe.reading.get(), false);
-  settleQueue(loop);
-  int waiting = 0;
-  ASSERT_EQ(ioctl(pipe.reading.get(), FIONREAD, &waiting), 0);
-  EXPECT_EQ(waiting, 6);
-  begin();
-  EXPECT_TRUE(comesTrue(loop, [this] { return lines == Lines{"early"}; }));
-}
-
-TEST_F(TerminalInputOn, ATerminalGivesLinesUntilTheUserEndsIt) {
+TEST_F(StandardInputOn, ATerminalGivesLinesUntilTheUserEndsIt) {
   const PseudoTerminal terminal;
   read(terminal.inside.get());
   EXPECT_TRUE(input->isTerminal());
@@ -164,11 +132,11 @@ TEST_F(TerminalInputOn, ATerminalGivesLinesUntilTheUserEndsIt) {
   EXPECT_EQ(lines, (Lines{"one", "two"}));
 }
 
-TEST_F(TerminalInputOn, ATerminalGivesNoLineThatTheKernelMayHaveCut) {
+TEST_F(StandardInputOn, ATerminalGivesNoLineThatTheKernelMayHaveCut) {
   const PseudoTerminal terminal;
   read(terminal.inside.get());
   const std::string longest(4094, 'x');
-  // Ctrl-D passes on what was typed so far, and the line goes on.
+  // Ctrl-D makes the kernel return the unfinished line.
   const std::string passedOn = "\x04";
   for (const auto& typed :
        {longest, longest + "x", std::string(20000, 'x'), longest + "x" + passedOn + "rest",
@@ -180,21 +148,7 @@ TEST_F(TerminalInputOn, ATerminalGivesNoLineThatTheKernelMayHaveCut) {
   EXPECT_EQ(lines, (Lines{longest, tooLong, tooLong, tooLong, tooLong, "next"}));
 }
 
-TEST_F(TerminalInputOn, ASocketGivesLinesAndAnEnd) {
-  int ends_[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
-  const FileDescriptor inside(ends_[0]);
-  FileDescriptor outside(ends_[1]);
-  read(inside.get());
-  put(outside, "one\ntwo");
-  settleQueue(loop);
-  EXPECT_EQ(lines, Lines{"one"});
-  outside.reset();
-  ASSERT_TRUE(ended());
-  EXPECT_EQ(lines, (Lines{"one", "two"}));
-}
-
-TEST_F(TerminalInputOn, AFileGivesItsLinesAndAnEnd) {
+TEST_F(StandardInputOn, AFileGivesItsLinesAndAnEnd) {
   const ScratchFolder folder;
   std::string longLine(10000, 'y');
   std::ofstream(folder.file("commands")) << "one\n" << longLine << "\nlast";
@@ -207,7 +161,7 @@ TEST_F(TerminalInputOn, AFileGivesItsLinesAndAnEnd) {
   EXPECT_EQ(ends, 1);
 }
 
-TEST_F(TerminalInputOn, AnythingThatHasEndedSaysSoOnceAndLeavesTheLoopAtRest) {
+TEST_F(StandardInputOn, AnythingEndsOnceAndLeavesTheLoopIdle) {
   pipe.writing.reset();
   PseudoTerminal terminal;
   terminal.outside.reset();
@@ -225,7 +179,7 @@ TEST_F(TerminalInputOn, AnythingThatHasEndedSaysSoOnceAndLeavesTheLoopAtRest) {
   EXPECT_EQ(lines, Lines{});
 }
 
-TEST_F(TerminalInputOn, AnythingLeavesNothingForChildren) {
+TEST_F(StandardInputOn, AnythingLeavesDevNullForChildren) {
   const PseudoTerminal terminal;
   for (const int descriptor : {pipe.reading.get(), terminal.inside.get(), -1}) {
     read(descriptor, false);
@@ -233,19 +187,6 @@ TEST_F(TerminalInputOn, AnythingLeavesNothingForChildren) {
     EXPECT_EQ(left->st_rdev, makedev(1, 3));
     EXPECT_TRUE(childrenFindTheEnd);
   }
-}
-
-TEST_F(TerminalInputOn, AnythingIsKeptFromChildren) {
-  read(pipe.reading.get());
-  int inherited = 0;
-  for (int descriptor = 3; descriptor < 256; ++descriptor) {
-    const int flags = fcntl(descriptor, F_GETFD);
-    struct stat state {};
-    struct stat ours {};
-    if (flags < 0 || fstat(descriptor, &state) != 0 || fstat(pipe.reading.get(), &ours) != 0) continue;
-    if (state.st_ino == ours.st_ino && (flags & FD_CLOEXEC) == 0) ++inherited;
-  }
-  EXPECT_EQ(inherited, 0);
 }
 
 }  // namespace

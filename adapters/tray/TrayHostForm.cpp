@@ -1,4 +1,4 @@
-#include "adapters/tray/HostForm.h"
+#include "adapters/tray/TrayHostForm.h"
 
 #include <string>
 #include <utility>
@@ -7,20 +7,19 @@ namespace kestrune {
 
 namespace {
 
-/// A host, told by the name of its program.
 struct KnownHost {
-  const char* program;
-  bool hasTheWatcher;  ///< only where this program is the watcher, too
-  HostForm form;
+  const char* program;  ///< its bus name
+  bool isWatcher;       ///< counts only while the same process is the StatusNotifierWatcher
+  TrayHostForm form;
 };
 
-// The first that is there counts.
+// The first one that runs counts.
 const KnownHost knownHosts[] = {
     // The AppIndicator extension, which runs in the shell's process.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
-    // Its watcher runs in a process of its own (kded).
+    // The watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
-    // Its panel is the watcher, but has no name of its own.
+    // The watcher is its panel, which has no name of its own.
     {"org.lxqt.session", false, {.qtKeys = true}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
@@ -28,41 +27,39 @@ const KnownHost knownHosts[] = {
 
 }  // namespace
 
-HostFinder::HostFinder(std::function<void()> givenOnForm, std::function<void()> onWatcher)
+TrayHostFinder::TrayHostFinder(std::function<void()> givenOnForm, std::function<void()> onWatcher)
     : onForm(std::move(givenOnForm)),
       watcher(watcherName, [this, onWatcher = std::move(onWatcher)](const std::string& before) {
-        look();
+        update();
         if (!watcher.owner().empty() || before.empty()) onWatcher();
       }) {
   for (const auto& host : knownHosts) {
-    programs.emplace_back(host.program, [this](const std::string&) { look(); });
+    programs.emplace_back(host.program, [this](const std::string&) { update(); });
   }
 }
 
-void HostFinder::busConnected(sd_bus* bus) {
+void TrayHostFinder::busConnected(sd_bus* bus) {
   for (auto& program : programs) program.busConnected(bus);
-  // The last, so that everything else is known when this is.
+  // Last: when its owner is known, so are the others.
   watcher.busConnected(bus);
 }
 
-void HostFinder::busLost() {
+void TrayHostFinder::busLost() {
   for (auto& program : programs) program.busLost();
   watcher.busLost();
 }
 
-void HostFinder::look() {
+void TrayHostFinder::update() {
   if (!watcher.isKnown()) return;
-  HostForm found;
+  TrayHostForm found;
   auto program = programs.begin();
   for (const auto& host : knownHosts) {
     const std::string& owner = (program++)->owner();
-    if (owner.empty() || (host.hasTheWatcher && owner != watcher.owner())) continue;
+    if (owner.empty() || (host.isWatcher && owner != watcher.owner())) continue;
     found = host.form;
     break;
   }
-  if (found == current) return;
-  current = found;
-  onForm();
+  if (std::exchange(current, found) != found) onForm();
 }
 
 }  // namespace kestrune

@@ -1,7 +1,8 @@
-#include "adapters/terminal/TerminalInput.h"
+#include "adapters/terminal/StandardStreams.h"
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,16 +19,20 @@ constexpr std::size_t lineLimit = 65536;              // bytes
 constexpr std::size_t pieceSize = 4096;               // bytes that are read at a time
 constexpr std::size_t discardLimit = 1 << 20;         // bytes
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of a terminal's input, line ends included
+constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output
 
-FileDescriptor takeStandardInput() {
+/// A descriptor of our own for what `descriptor` is open on. O_NONBLOCK belongs to the open file, which other
+/// processes may share: open a pipe or a terminal again. A regular file never blocks, and has a position that
+/// must stay shared.
+FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
-  if (fstat(STDIN_FILENO, &state) != 0) return {};
+  if (fstat(descriptor, &state) != 0) return {};
   FileDescriptor own;
-  // Where that is possible, an opening of its own, so that not to block concerns nobody else.
   if (S_ISFIFO(state.st_mode) || S_ISCHR(state.st_mode)) {
-    own.reset(open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    own.reset(open(path.c_str(), accessMode | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
-  if (!own) own.reset(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  if (!own) own.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   return own;
 }
 
@@ -43,54 +48,64 @@ void leaveNothingForChildren() {
 
 }  // namespace
 
-TerminalInput::TerminalInput(EventLoop& givenLoop)
+StandardOutput::StandardOutput(EventLoop& loop, int descriptor)
+    : terminal(isatty(descriptor) == 1),
+      screen(terminal ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1),
+      writer(loop, openAgain(descriptor, O_WRONLY), pendingLimit) {}
+
+winsize StandardOutput::size() const {
+  winsize size{};
+  if (screen) ioctl(screen.get(), TIOCGWINSZ, &size);
+  return size;
+}
+
+StandardInput::StandardInput(EventLoop& givenLoop)
     : loop(givenLoop),
-      input(takeStandardInput()),
+      input(openAgain(STDIN_FILENO, O_RDONLY)),
       terminal(input && isatty(input.get()) == 1),
       mayBlock(input && (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0) {
   leaveNothingForChildren();
-  // In the background, reading and writing fail instead of stopping the whole program.
+  // In the background, reading and writing then fail instead of stopping this process.
   std::signal(SIGTTIN, SIG_IGN);
   std::signal(SIGTTOU, SIG_IGN);
 }
 
-void TerminalInput::giveBack() const {
+void StandardInput::giveBack() const {
   if (input) dup2(input.get(), STDIN_FILENO);
 }
 
-void TerminalInput::hideTyping(bool hide) {
+void StandardInput::hideTyping(bool hide) {
   hidden = hide;
   applyHiding();
 }
 
-void TerminalInput::applyHiding() {
-  if (!terminal || !input || hidden == silenced) return;
-  if (isInBackground()) return;
+void StandardInput::applyHiding() {
+  if (!terminal || !input || hidden == silenced || isInBackground()) return;
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
   if (shown != hidden) {
-    silenced = false;  // it is as it should be without this
+    silenced = false;  // another program has set it
     return;
   }
   settings.c_lflag ^= ECHO;
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
 }
 
-bool TerminalInput::isInBackground() const {
+bool StandardInput::isInBackground() const {
   const pid_t owner = tcgetpgrp(input.get());
   return owner >= 0 && owner != getpgrp();
 }
 
-std::size_t TerminalInput::longestLine() const {
-  // The line discipline drops what it has no room for: a line that fills it may have been cut.
+std::size_t StandardInput::longestLine() const {
+  // The line discipline drops what does not fit: a line that fills it may have been cut.
   return terminal ? lineDisciplineCapacity - 2 : lineLimit;
 }
 
-void TerminalInput::discardUnfinishedLine() {
+void StandardInput::discardUnfinishedLine() {
   if (!terminal || !readable || isInBackground()) return;
-  // Each read gives one finished line. The last one gives none, and has the kernel pass on first what has not
-  // reached the line discipline yet.
+  // Each read returns one finished line. The last one returns none; it also makes the kernel move what was
+  // typed into the line discipline, where tcflush discards it.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty()) goOn();
@@ -99,44 +114,43 @@ void TerminalInput::discardUnfinishedLine() {
   begun = "";
 }
 
-void TerminalInput::discardTyped() {
+void StandardInput::discardTyped() {
   discardUnfinishedLine();
   if (!terminal) {
-    // A writer may be quick, or never stop.
+    // Limited: the writer may never stop.
     for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
     }
-    // The rest of a line is no line.
+    // The rest of a line that was discarded must not count as a line.
     if (begun != "") begun.reset();
   }
   lines.clear();
 }
 
-void TerminalInput::start(std::function<void(const std::optional<std::string>&)> givenOnLine,
-                          std::function<void()> givenOnEnd) {
-  onLine = std::move(givenOnLine);
-  onEnd = std::move(givenOnEnd);
+void StandardInput::start(Reader given) {
+  reader = std::move(given);
   if (terminal) {
     continued = loop.onSignal(SIGCONT, [this] {
       // Another program may have changed the terminal's settings meanwhile.
       silenced = false;
       applyHiding();
       goOn();
+      if (reader.onContinued && !isInBackground()) reader.onContinued();
     });
   }
   wait();
 }
 
-void TerminalInput::wait() {
-  // Edge-triggered: a job in the background cannot read pending input, and a level-triggered descriptor would
-  // make the loop spin. SIGCONT tells when the job is in the foreground, but not every shell sends it.
+void StandardInput::wait() {
+  // Edge-triggered: a job in the background cannot read pending input, and level-triggered epoll would make
+  // the loop spin. After a change to the foreground, SIGCONT or the next input wakes the loop.
   if (input) readable = loop.onDescriptor(input.get(), EPOLLIN | EPOLLET, [this] { goOn(); });
-  // Regular files and "/dev/null" cannot be waited for, and never block.
+  // epoll refuses regular files and "/dev/null", which never block.
   if (!readable) goOn();
 }
 
-/// Takes one line or one piece for each turn of the loop, so that endless input does not starve its other
+/// Handles one line or one piece in each turn of the loop, so that endless input does not starve other
 /// sources.
-void TerminalInput::goOn() {
+void StandardInput::goOn() {
   if (std::exchange(turnIsDue, true)) return;
   loop.mainQueue().async([this] {
     turnIsDue = false;
@@ -145,20 +159,20 @@ void TerminalInput::goOn() {
 }
 
 /// False when there is nothing more to do now.
-bool TerminalInput::takeTurn() {
+bool StandardInput::takeTurn() {
   if (!lines.empty()) {
     const std::optional<std::string> line = std::move(lines.front());
     lines.pop_front();
-    onLine(line);
+    reader.onLine(line);
     return true;
   }
   if (input) return readSome();
-  if (onEnd) std::exchange(onEnd, nullptr)();
+  if (reader.onEnd) std::exchange(reader.onEnd, nullptr)();
   return false;
 }
 
 /// False when there is nothing more to read now.
-bool TerminalInput::readSome() {
+bool StandardInput::readSome() {
   if (mayBlock) {
     pollfd data{input.get(), POLLIN, 0};
     if (poll(&data, 1, 0) == 0) return false;
@@ -167,8 +181,7 @@ bool TerminalInput::readSome() {
   const ssize_t count = read(input.get(), buffer, sizeof buffer);
   if (count < 0 && errno == EINTR) return true;
   if (count < 0 && errno == EAGAIN) return false;
-  // Another job has the terminal.
-  if (count < 0 && errno == EIO && terminal && tcgetpgrp(input.get()) != getpgrp()) return false;
+  if (count < 0 && errno == EIO && terminal && isInBackground()) return false;
   if (count <= 0) {
     end();
     return true;
@@ -182,7 +195,7 @@ bool TerminalInput::readSome() {
   return true;
 }
 
-void TerminalInput::append(std::string_view piece) {
+void StandardInput::append(std::string_view piece) {
   if (begun && begun->size() + piece.size() <= longestLine()) {
     *begun += piece;
   } else {
@@ -190,7 +203,7 @@ void TerminalInput::append(std::string_view piece) {
   }
 }
 
-void TerminalInput::end() {
+void StandardInput::end() {
   hideTyping(false);
   readable.reset();
   continued.reset();

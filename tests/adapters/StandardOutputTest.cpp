@@ -4,9 +4,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "adapters/terminal/TerminalOutput.h"
+#include "adapters/terminal/StandardStreams.h"
 #include "tests/rig/ForkedProgram.h"
-#include "tests/rig/HeapInUse.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/TerminalRig.h"
 
@@ -21,14 +20,14 @@ std::string numberedLines(int count) {
   return text;
 }
 
-struct TerminalOutputTo : ::testing::Test {
+struct StandardOutputTo : ::testing::Test {
   EventLoop loop;
   PipeEnds pipe;
   PseudoTerminal terminal;
 };
 
-TEST_F(TerminalOutputTo, APipeIsWholeAndInOrder) {
-  TerminalOutput output(loop, pipe.writing.get());
+TEST_F(StandardOutputTo, APipeIsWholeAndInOrder) {
+  StandardOutput output(loop, pipe.writing.get());
   EXPECT_FALSE(output.isTerminal());
   EXPECT_EQ(fcntl(pipe.writing.get(), F_GETFL) & O_NONBLOCK, 0) << "others share it";
   Screen screen(loop, pipe.reading.get());
@@ -39,23 +38,12 @@ TEST_F(TerminalOutputTo, APipeIsWholeAndInOrder) {
   EXPECT_TRUE(screen.text == text);
 }
 
-TEST_F(TerminalOutputTo, ATerminalIsWholeAndInOrder) {
-  TerminalOutput output(loop, terminal.inside.get());
-  EXPECT_TRUE(output.isTerminal());
-  EXPECT_EQ(fcntl(terminal.inside.get(), F_GETFL) & O_NONBLOCK, 0) << "others share it";
-  Screen screen(loop, terminal.outside.get());
-  output.write(numberedLines(5000) + "the end");
-  ASSERT_TRUE(screen.shows("the end"));
-  EXPECT_EQ(screen.count("line "), 5000u);
-  EXPECT_LT(screen.text.find("line 4998"), screen.text.find("line 4999"));
-}
-
-TEST_F(TerminalOutputTo, AFileFollowsWhatIsThere) {
+TEST_F(StandardOutputTo, AFileFollowsWhatIsThere) {
   const ScratchFolder folder;
   const std::string path = folder.file("log");
   const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(write(file.get(), "before\n", 7), 7);
-  TerminalOutput output(loop, file.get());
+  StandardOutput output(loop, file.get());
   EXPECT_FALSE(output.isTerminal());
   output.write("menu\n");
   ASSERT_EQ(write(file.get(), "between\n", 8), 8);
@@ -65,35 +53,15 @@ TEST_F(TerminalOutputTo, AFileFollowsWhatIsThere) {
   EXPECT_EQ(contents.str(), "before\nmenu\nbetween\nmenu again\n");
 }
 
-TEST_F(TerminalOutputTo, AReaderWhoNeverReadsCostsOnlySoMuchMemory) {
-  TerminalOutput output(loop, pipe.writing.get());
-  const auto before = heapInUse();
-  const std::string text(megabyte, 'x');
-  for (int time = 0; time < 300; ++time) output.write(text);
-  EXPECT_LT(heapInUse(), before + 5 * megabyte);
-}
-
-TEST_F(TerminalOutputTo, AReaderWhoReadsAgainIsToldAgain) {
-  TerminalOutput output(loop, pipe.writing.get());
-  for (int time = 0; time < 2000; ++time) output.write(std::string(2000, 'x'));
-  Screen screen(loop, pipe.reading.get());
-  ASSERT_TRUE(comesTrue(loop, [&screen] { return screen.text.size() >= megabyte / 2; }));
-  settleQueue(loop);
-  ASSERT_TRUE(comesTrue(loop, [&] {
-    output.write("news\n");
-    return screen.text.find("news\n") != std::string::npos;
-  }));
-}
-
-TEST_F(TerminalOutputTo, SomeoneElsesTerminalOrPipeKeepsNobodyWaiting) {
+TEST_F(StandardOutputTo, WhatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
-      // What may be written to, but not opened again: so it is after changing to another user.
+      // It can be written to, but not opened again, as after a change of the user.
       fchmod(foreign, 0);
       constexpr uid_t nobody = 65534;
       if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");
       EventLoop ownLoop;
-      TerminalOutput output(ownLoop, foreign);
+      StandardOutput output(ownLoop, foreign);
       for (int time = 0; time < 200; ++time) output.write(std::string(2000, 'x'));
       say("goes on");
     });
@@ -101,22 +69,13 @@ TEST_F(TerminalOutputTo, SomeoneElsesTerminalOrPipeKeepsNobodyWaiting) {
   }
 }
 
-TEST_F(TerminalOutputTo, AReaderWhoIsGoneIsNoFault) {
-  TerminalOutput output(loop, pipe.writing.get());
-  output.write("one\n");
-  pipe.reading.reset();
-  output.write("two\n");
-  output.write("three\n");
-  settleQueue(loop);
-  EXPECT_FALSE(output.isTerminal());
-}
-
-TEST_F(TerminalOutputTo, AFullDiskOrAClosedDescriptorIsNoFault) {
+TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsIgnored) {
   const FileDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   const int closed = fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 100);
   close(closed);
-  for (const int descriptor : {full.get(), closed}) {
-    TerminalOutput output(loop, descriptor);
+  pipe.reading.reset();
+  for (const int descriptor : {full.get(), closed, pipe.writing.get()}) {
+    StandardOutput output(loop, descriptor);
     output.write("one\n");
     output.write("two\n");
     settleQueue(loop);
@@ -124,8 +83,8 @@ TEST_F(TerminalOutputTo, AFullDiskOrAClosedDescriptorIsNoFault) {
   }
 }
 
-TEST_F(TerminalOutputTo, AReaderWhoHasReadAllLeavesTheLoopAtRest) {
-  TerminalOutput output(loop, pipe.writing.get());
+TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
+  StandardOutput output(loop, pipe.writing.get());
   output.write(std::string(megabyte / 2, 'x'));
   EXPECT_TRUE(isIdle(loop)) << "while the pipe is full";
   Screen screen(loop, pipe.reading.get());
@@ -137,13 +96,13 @@ TEST_F(TerminalOutputTo, AReaderWhoHasReadAllLeavesTheLoopAtRest) {
   EXPECT_TRUE(isIdle(loop)) << "when the reader is gone";
 }
 
-TEST_F(TerminalOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
+TEST_F(StandardOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  // The program that started this one has it open, too.
+  // Another process has the socket open, too.
   const FileDescriptor inside(ends[0]);
   FileDescriptor outside(ends[1]);
-  TerminalOutput output(loop, inside.get());
+  StandardOutput output(loop, inside.get());
   const std::string text = numberedLines(40000);
   output.write(text);
   EXPECT_EQ(fcntl(inside.get(), F_GETFL) & O_NONBLOCK, 0) << "others share it";
@@ -159,7 +118,7 @@ TEST_F(TerminalOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
   EXPECT_TRUE(isIdle(loop));
 }
 
-TEST_F(TerminalOutputTo, AWriterKnowsWhatItDropped) {
+TEST_F(StandardOutputTo, AWriterKnowsWhatItDropped) {
   DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
   EXPECT_TRUE(writer.write("one\n"));
   EXPECT_TRUE(writer.write(std::string(2 * megabyte, 'x')))
@@ -174,7 +133,7 @@ TEST_F(TerminalOutputTo, AWriterKnowsWhatItDropped) {
   EXPECT_FALSE(writer.write("four\n"));
 }
 
-TEST_F(TerminalOutputTo, AWriterCountsWhatIsStillToBeWritten) {
+TEST_F(StandardOutputTo, AWriterCountsWhatIsStillToBeWritten) {
   DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
   std::string expected;
   Screen screen(loop, pipe.reading.get());
