@@ -1,5 +1,6 @@
 #include "adapters/terminal/TerminalDialogue.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "adapters/terminal/TerminalText.h"
@@ -50,8 +51,10 @@ void TerminalDialogue::collect(const View& view) {
     }
     parts.push_back(&view);
     fields[view.identifier] = view.text;
-  } else if (view.kind == ViewKind::label || view.kind == ViewKind::image) {
+  } else if (view.kind == ViewKind::label) {
     parts.push_back(&view);
+  } else if (view.kind == ViewKind::image && view.image) {
+    image = &view;
   }
   for (const auto& child : view.children) collect(child);
 }
@@ -76,7 +79,7 @@ std::string TerminalDialogue::advance() {
 }
 
 std::string TerminalDialogue::again() const {
-  return buttonLine() + "\n";
+  return buttonLine() + "\n" + (image != nullptr ? picture(*image->image) : "");
 }
 
 TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
@@ -113,20 +116,25 @@ bool TerminalDialogue::asksForSecret() const {
 }
 
 std::string TerminalDialogue::textOf(const View& view) const {
-  if (view.kind == ViewKind::image) return view.image ? picture(*view.image) : std::string();
   const std::string text = displayRow(view.text);
   if (view.fontWeight == FontWeight::semibold) return "\n" + styled(boldStyle, text) + "\n";
   return (view.textColor == TextColor::secondary ? styled(dimStyle, text) : text) + "\n";
 }
 
-/// Two rows of pixels in each line.
-std::string TerminalDialogue::picture(const Image& image) const {
-  const Bitmap& bitmap = image.bitmaps.front();
-  if (abilities.columns > 0 && abilities.columns < bitmap.width) {
-    // In lines that are broken there is nothing to be recognised.
-    return "（終端機太窄，圖放不下：需要 " + std::to_string(bitmap.width) + " 欄，現在是 " +
-           std::to_string(abilities.columns) + " 欄。）\n";
+/// The largest bitmap that fits above the prompt. Two rows of pixels in each line.
+std::string TerminalDialogue::picture(const Image& pictured) const {
+  const auto rowsFor = [](const Bitmap& bitmap) { return (bitmap.height + 1) / 2 + 1; };
+  const auto& bitmaps = pictured.bitmaps;
+  const auto fitting = std::find_if(bitmaps.rbegin(), bitmaps.rend(), [&](const Bitmap& each) {
+    return (abilities.columns == 0 || each.width <= abilities.columns) &&
+           (abilities.rows == 0 || rowsFor(each) <= abilities.rows);
+  });
+  if (fitting == bitmaps.rend()) {
+    // A part of a QR code, or one with broken lines, cannot be scanned.
+    return "（終端機太小，圖放不下：需要 " + std::to_string(bitmaps.front().width) + " 欄、" +
+           std::to_string(rowsFor(bitmaps.front())) + " 列。）\n";
   }
+  const Bitmap& bitmap = *fitting;
   std::string text;
   for (int row = 0; row < bitmap.height; row += 2) {
     const char* colors = nullptr;

@@ -51,6 +51,7 @@ class TerminalDialogue {
   const TerminalAbilities abilities;
   std::vector<const View*> parts;    ///< of the alert's view, what is printed or asked for
   std::vector<const View*> buttons;  ///< inside the view; numbered after those of the alert
+  const View* image = nullptr;       ///< printed last, so that nothing scrolls it away
   std::size_t next = 0;              ///< the part that is asked for
   std::map<std::string, std::string> fields;
 };

@@ -144,7 +144,8 @@ void TerminalFace::choose(const std::string& text) {
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // typed for the menu
   TerminalAbilities present = abilities;
-  present.columns = output.columns();
+  present.columns = output.size().ws_col;
+  present.rows = output.size().ws_row;
   dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, present));
   std::string text = dialogues.back()->begin();
   if (!inputEnded) return prompt(std::move(text));

@@ -1,7 +1,6 @@
 #include "adapters/terminal/TerminalOutput.h"
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,9 +33,10 @@ TerminalOutput::TerminalOutput(EventLoop& loop, int descriptor)
       screen(terminal ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1),
       writer(loop, openAgain(descriptor), pendingLimit) {}
 
-int TerminalOutput::columns() const {
+winsize TerminalOutput::size() const {
   winsize size{};
-  return screen && ioctl(screen.get(), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+  if (screen) ioctl(screen.get(), TIOCGWINSZ, &size);
+  return size;
 }
 
 }  // namespace kestrune

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/ioctl.h>
+
 #include <string_view>
 
 #include "adapters/loop/DescriptorWriter.h"
@@ -17,12 +19,12 @@ class TerminalOutput {
 
   bool isTerminal() const { return terminal; }
 
-  /// How wide the terminal is now; 0 when it does not say, or is none.
-  int columns() const;
+  /// The size of the terminal now; zeros when it does not tell, or is none.
+  winsize size() const;
 
  private:
   const bool terminal;
-  const FileDescriptor screen;  ///< to ask how wide it is; empty where there is no terminal
+  const FileDescriptor screen;  ///< to ask for its size; empty where there is no terminal
   DescriptorWriter writer;
 };
 

@@ -17,6 +17,7 @@ struct TerminalAbilities {
   bool styles = false;  ///< bold and faint text, as far as its user wants any
   bool colors = false;  ///< for what is nothing without them
   int columns = 0;      ///< 0: nobody knows
+  int rows = 0;         ///< 0: nobody knows
 };
 
 inline constexpr auto terminalRule = "────────────────────────────";
