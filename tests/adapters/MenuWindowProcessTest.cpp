@@ -194,8 +194,8 @@ TEST_F(TheMenuWindow, IsToldAboutOnceAndCanBeTriedAgain) {
       {"kill -9 $$", "it ended before its window came"},
       {AND_HANG, "its window did not come"},
       {"echo nonsense" AND_HANG, nonsense},
-      {"echo '{\"version\":1,\"shown\":0}'\necho nonsense" AND_HANG, nonsense},
-      {"echo '{\"version\":1,\"refused\":\"too much\"}'" AND_HANG, "too much"},
+      {"echo '{\"version\":2,\"shown\":{\"id\":0}}'\necho nonsense" AND_HANG, nonsense},
+      {"echo '{\"version\":2,\"refused\":{\"reason\":\"too much\"}}'" AND_HANG, "too much"},
   };
   std::string complaints;
   std::optional<MenuWindowProcess> failing;
