@@ -311,7 +311,7 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
   const bool hasWindows = access(windows.c_str(), X_OK) == 0;
   const std::string text =
       "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) +
-      "Windows: " + (hasWindows ? versionOf(processes, windows) : windows + " is missing") +
+      "Windows: " + (hasWindows ? versionOf(processes, windows) : windows + " is missing (package kestrune-menu-dialogs)") +
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) + inquiry.lines() +
       "Programs:\n" + programLines(bundle, processes);
   // The answers of other processes may contain control characters.

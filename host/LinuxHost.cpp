@@ -135,10 +135,8 @@ class LinuxHost final : public Host {
         terminal->close();
       });
     } else {
-      const std::string program = dialogsPath();
-      const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-      menuWindow = std::make_unique<MenuWindowProcess>(loop, program, hasDisplay);
-      dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
+      menuWindow = std::make_unique<MenuWindowProcess>(loop, dialogProgram);
+      dialogs = std::make_unique<DialogAlerts>(loop, dialogProgram, clickToken);
       tray = std::make_unique<TrayStatusBar>(bus, loop.mainQueue(), bundle, *menuWindow, clickToken, [this] {
         if (advice) advice->trayChanged();
       });
@@ -250,6 +248,7 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<TerminalOutput> output;
+  DialogProgram dialogProgram{dialogsPath(), isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindowProcess> menuWindow;

@@ -17,7 +17,10 @@ struct TrayStatusBarOn : EmptyDesk {
   }
 
   StandInDialogs dialogs{loop};
-  MenuWindowProcess window{loop, dialogs.program(), true};
+  CallLog log;
+  FakeNotifications notifications{log};
+  DialogProgram program{dialogs.program(), true, notifications};
+  MenuWindowProcess window{loop, program};
   ActivationToken token;
   FakeMainBundle bundle;
   TrayStatusBar statusBar{bus, loop.mainQueue(), bundle, window, token};
