@@ -37,7 +37,7 @@ constexpr int mostTitleLines = 3;
 QWidget* makeTitle(const QString& text, int width) {
   QFont font = QApplication::font();
   font.setBold(true);
-  if (auto* const title = ShortText::make(text, font, width)) {
+  if (auto* const title = makeShortText(text, font, width)) {
     // Selectable with the mouse, but skipped by the Tab key.
     title->setFocusPolicy(Qt::ClickFocus);
     return title;
@@ -121,8 +121,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
 
   int row = 1;
   if (const QString text = readableText(alert.informativeText); !text.isEmpty()) {
-    ShortText* const label = ShortText::make(text, QApplication::font(), width);
-    if (label != nullptr && label->sizeHint().height() <= room.height() / 2) {
+    QLabel* const label = makeShortText(text, QApplication::font(), width);
+    if (label != nullptr && label->height() <= room.height() / 2) {
       texts->addSpacing(pixels(betweenTexts));
       texts->addWidget(label, 0, Qt::AlignLeading);
     } else {

@@ -46,6 +46,7 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   QFont font;
   font.setWeight(isLabel && beginsSection ? QFont::DemiBold : QFont::Normal);
   setFont(font);
+  setAccessibleName(wholeTitle);
   setText(withoutMnemonics(wholeTitle));
   // setText removes the shortcut.
   setShortcut(keysOf(item));
@@ -58,8 +59,8 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// Draws the row without its title, only the shortcut: styles leave room for one, which they expect after a
-/// tab.
+/// The style options of the row, without its title. Styles leave room for the shortcut, which they expect
+/// after a tab.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);

@@ -24,9 +24,8 @@ class MenuRow final : public QPushButton {
   /// widest shortcut in the menu.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
-  // For screen readers.
+  /// For screen readers.
   QAccessible::Role role() const { return accessibleRole; }
-  const QString& title() const { return wholeTitle; }
 
   QSize sizeHint() const override;
   QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }

@@ -1,7 +1,6 @@
 #include "dialogs/MessageText.h"
 
 #include <QClipboard>
-#include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
@@ -35,47 +34,43 @@ QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, i
   return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
 }
 
+/// QLabel itself has a context menu for links only.
+void showContextMenu(QLabel* label, QPoint place) {
+  const auto titled = [](const char* word, QKeySequence::StandardKey key) {
+    return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +
+           QKeySequence(key).toString(QKeySequence::NativeText);
+  };
+  const auto copy = [label] {
+    QGuiApplication::clipboard()->setText(
+        label->selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
+  };
+  const auto selectAll = [label] { label->setSelection(0, static_cast<int>(label->text().size())); };
+  auto* const menu = new QMenu(label);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->addAction(titled("&Copy", QKeySequence::Copy), label, copy)->setEnabled(label->hasSelectedText());
+  menu->addSeparator();
+  menu->addAction(titled("Select All", QKeySequence::SelectAll), label, selectAll);
+  menu->popup(label->mapToGlobal(place));
+}
+
 }  // namespace
 
-ShortText* ShortText::make(const QString& text, const QFont& font, int most) {
+QLabel* makeShortText(const QString& text, const QFont& font, int most) {
   if (text.size() > mostForLabel) return nullptr;
   const QFontMetrics metrics(font);
   const int width = naturalWidth(text, metrics, most);
-  return wrappedSize(text, metrics, width).width() <= width ? new ShortText(text, font, width) : nullptr;
-}
-
-ShortText::ShortText(const QString& text, const QFont& font, int wanted) : QLabel(text), width(wanted) {
-  setFont(font);
-  setTextFormat(Qt::PlainText);
-  setWordWrap(true);
-  setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-  setAlignment(Qt::AlignLeading | Qt::AlignTop);
-  setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-}
-
-void ShortText::contextMenuEvent(QContextMenuEvent* event) {
-  // QLabel has a context menu for links only.
-  constexpr auto context = "QWidgetTextControl";
-  const auto titled = [](const char* word, QKeySequence::StandardKey key) {
-    return QCoreApplication::translate(context, word) + QLatin1Char('\t') +
-           QKeySequence(key).toString(QKeySequence::NativeText);
-  };
-  auto* const menu = new QMenu(this);
-  menu->setAttribute(Qt::WA_DeleteOnClose);
-  menu->addAction(titled("&Copy", QKeySequence::Copy), this,
-                  [this] {
-                    QGuiApplication::clipboard()->setText(
-                        selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
-                  })
-      ->setEnabled(hasSelectedText());
-  menu->addSeparator();
-  menu->addAction(titled("Select All", QKeySequence::SelectAll), this,
-                  [this] { setSelection(0, static_cast<int>(text().size())); });
-  menu->popup(event->globalPos());
-}
-
-QSize ShortText::sizeHint() const {
-  return {width, heightForWidth(width)};
+  if (wrappedSize(text, metrics, width).width() > width) return nullptr;
+  auto* const label = new QLabel(text);
+  label->setFont(font);
+  label->setTextFormat(Qt::PlainText);
+  label->setWordWrap(true);
+  label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+  label->setAlignment(Qt::AlignLeading | Qt::AlignTop);
+  label->setFixedSize(width, label->heightForWidth(width));
+  label->setContextMenuPolicy(Qt::CustomContextMenu);
+  QObject::connect(label, &QLabel::customContextMenuRequested, label,
+                   [label](QPoint place) { showContextMenu(label, place); });
+  return label;
 }
 
 LongText::LongText(const QString& text, QSize room) {

@@ -54,7 +54,7 @@ void tell(QAccessibleEvent* event) {
     }
     case QAccessible::TextUpdated:
     case QAccessible::ValueChanged:
-      return;
+      return;  // contains the text
     default:
       return pass(event);
   }
@@ -65,9 +65,6 @@ class AccessibleRow final : public QAccessibleWidget {
   explicit AccessibleRow(MenuRow& represented) : QAccessibleWidget(&represented), row(represented) {}
 
   QAccessible::Role role() const override { return row.role(); }
-  QString text(QAccessible::Text kind) const override {
-    return kind == QAccessible::Name ? row.title() : QAccessibleWidget::text(kind);
-  }
   QAccessible::State state() const override {
     QAccessible::State state = QAccessibleWidget::state();
     state.checkable = row.isCheckable();
