@@ -103,10 +103,10 @@ std::optional<std::string> AppDelegate::makePairingURL() const {
 }
 
 ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) const {
-  auto symbol = platform.qrCodes.generate(text);
-  if (!symbol) return nullptr;
+  auto symbols = platform.qrCodes.generate(text);
+  if (symbols.empty()) return nullptr;
   return std::make_shared<Image>(
-      Image{.width = size, .height = size, .isTemplate = false, .bitmaps = {std::move(*symbol)}});
+      Image{.width = size, .height = size, .isTemplate = false, .bitmaps = std::move(symbols)});
 }
 
 void AppDelegate::showPairingQR() {

@@ -16,7 +16,6 @@
 #include "dialogs/Appearance.h"
 #include "dialogs/MessageText.h"
 #include "dialogs/PlainText.h"
-#include "dialogs/TextLabel.h"
 #include "dialogs/ViewBuilder.h"
 
 namespace kestrune::dialogs {
@@ -38,14 +37,14 @@ constexpr int mostTitleLines = 3;
 QWidget* makeTitle(const QString& text, int width) {
   QFont font = QApplication::font();
   font.setBold(true);
-  if (auto* const title = ShortText::make(text, font, width)) {
+  if (auto* const title = makeShortText(text, font, width)) {
     // Selectable with the mouse, but skipped by the Tab key.
     title->setFocusPolicy(Qt::ClickFocus);
     return title;
   }
   View view{.kind = ViewKind::label, .text = text.toStdString(), .fontWeight = FontWeight::semibold};
   view.maximumLines = mostTitleLines;
-  return new TextLabel(view);
+  return buildView(view);
 }
 
 }  // namespace
@@ -60,7 +59,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   QWidget* const buttons = makeButtons(alert, room.width());
   const QSize roomForBody = room - QSize(0, buttons->sizeHint().height() + 2 * layout->spacing());
 
-  QWidget* body = makeBody(alert, roomForBody);
+  makeBody(alert, roomForBody);
   const QSize least = body->minimumSizeHint();
   if (least.width() > roomForBody.width() || least.height() > roomForBody.height()) {
     // Scroll the body, so that the buttons stay visible.
@@ -68,15 +67,17 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
     area->setFrameShape(QFrame::NoFrame);
     area->setWidget(body);
     area->setWidgetResizable(true);
-    body = area;
+    layout->addWidget(area, 1);
     flexible = true;
+  } else {
+    layout->addWidget(body, 1);
   }
-  layout->addWidget(body, 1);
   layout->addSpacing(layout->spacing());
   layout->addWidget(buttons);
+  auto* const firstButton = buttons->findChild<QPushButton*>();
   firstButton->setDefault(true);
-  if (firstFocus == nullptr) firstFocus = firstButton;
-  firstFocus->setFocus();
+  auto* const firstField = body->findChild<QLineEdit*>();
+  (firstField != nullptr ? static_cast<QWidget*>(firstField) : firstButton)->setFocus();
 
   if (flexible) {
     resize(layout->totalSizeHint().boundedTo(roomForWindow()));
@@ -85,8 +86,8 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   }
 }
 
-QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
-  auto* const body = new QWidget(this);
+void AlertWindow::makeBody(const Alert& alert, QSize room) {
+  body = new QWidget(this);
   auto* const grid = new QGridLayout(body);
   grid->setContentsMargins(0, 0, 0, 0);
   grid->setColumnStretch(1, 1);
@@ -100,17 +101,14 @@ QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
                                                             : QStringLiteral("訊息"));
   // A placeholder, so that screen readers find a picture; `furnish` sets the icon.
   icon->setPixmap(QPixmap(1, 1));
-  BuiltView built;
+  QWidget* view = nullptr;
   if (alert.accessoryView) {
-    built = buildView(*alert.accessoryView, [this](const std::string& action) {
-      if (onPressed) onPressed(action);
-    });
+    view = buildView(*alert.accessoryView, [this](const std::string& action) { onPressed(action); });
   }
 
   const int beside = side + gap;
   int width = pixels(widestText);
-  if (built.widget != nullptr)
-    width = std::max(pixels(narrowestText), built.widget->sizeHint().width() - beside);
+  if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
   // Beside the icon; a short text is centred on it vertically.
@@ -123,14 +121,14 @@ QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
 
   int row = 1;
   if (const QString text = readableText(alert.informativeText); !text.isEmpty()) {
-    ShortText* const label = ShortText::make(text, QApplication::font(), width);
-    if (label != nullptr && label->sizeHint().height() <= room.height() / 2) {
+    QLabel* const label = makeShortText(text, QApplication::font(), width);
+    if (label != nullptr && label->height() <= room.height() / 2) {
       texts->addSpacing(pixels(betweenTexts));
       texts->addWidget(label, 0, Qt::AlignLeading);
     } else {
       delete label;
       const int taken = grid->sizeHint().height() + grid->verticalSpacing() +
-                        (built.widget != nullptr ? built.widget->sizeHint().height() : 0);
+                        (view != nullptr ? view->sizeHint().height() : 0);
       longText = new LongText(text, QSize(std::min(pixels(widestLongText), room.width()),
                                           std::min(pixels(highestLongText), room.height() - taken)));
       longText->setAccessibleName(accessibleName());
@@ -140,13 +138,10 @@ QWidget* AlertWindow::makeBody(const Alert& alert, QSize room) {
   }
   texts->addStretch();
 
-  if (built.widget != nullptr) {
-    grid->addWidget(built.widget, row, 0, 1, 2, built.canShrink ? Qt::Alignment() : Qt::AlignHCenter);
-    fields = std::move(built.fields);
-    if (built.firstField != nullptr) firstFocus = built.firstField;
-    flexible = flexible || built.canShrink;
+  if (view != nullptr) {
+    grid->addWidget(view, row, 0, 1, 2, canShrink(*view) ? Qt::Alignment() : Qt::AlignHCenter);
+    flexible = flexible || canShrink(*view);
   }
-  return body;
 }
 
 QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
@@ -157,7 +152,6 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
   for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
     auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
     button->setMinimumWidth(pixels(narrowestButton));
-    if (i == 0) firstButton = button;
     connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
     layout->addWidget(button);
   }
@@ -179,21 +173,7 @@ void AlertWindow::reject() {
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
   // The focus is on a button when the window opens; these keys scroll the long text all the same.
-  if (longText != nullptr) {
-    QScrollBar* const bar = longText->verticalScrollBar();
-    switch (event->key()) {
-      case Qt::Key_PageUp:
-        return bar->triggerAction(QAbstractSlider::SliderPageStepSub);
-      case Qt::Key_PageDown:
-        return bar->triggerAction(QAbstractSlider::SliderPageStepAdd);
-      case Qt::Key_Home:
-        return bar->triggerAction(QAbstractSlider::SliderToMinimum);
-      case Qt::Key_End:
-        return bar->triggerAction(QAbstractSlider::SliderToMaximum);
-      default:
-        break;
-    }
-  }
+  if (longText != nullptr && scrollByKey(*longText->verticalScrollBar(), *event)) return;
   DialogWindow::keyPressEvent(event);
 }
 
@@ -201,7 +181,8 @@ void AlertWindow::answer(std::optional<std::size_t> button) {
   if (!onAnswered) return;
   QGuiApplication::inputMethod()->commit();
   AlertAnswer result{button, {}};
-  for (const auto& [identifier, field] : fields) result.fields[identifier] = field->text().toStdString();
+  for (const auto* const field : body->findChildren<QLineEdit*>())
+    result.fields[field->objectName().toStdString()] = field->text().toStdString();
   hide();
   std::exchange(onAnswered, nullptr)(result);
 }

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 
@@ -10,8 +9,6 @@
 #include "ports/Alert.h"
 
 class QLabel;
-class QLineEdit;
-class QPushButton;
 
 namespace kestrune::dialogs {
 
@@ -35,18 +32,16 @@ class AlertWindow final : public DialogWindow {
   void furnish() override;
 
  private:
-  QWidget* makeBody(const Alert& alert, QSize room);
+  void makeBody(const Alert& alert, QSize room);
   QWidget* makeButtons(const Alert& alert, int room);
   void answer(std::optional<std::size_t> button);
 
   const AlertStyle alertStyle;
   const std::size_t buttonCount;
-  std::map<std::string, QLineEdit*> fields;
   QLabel* icon = nullptr;
-  QPushButton* firstButton = nullptr;
-  QWidget* firstFocus = nullptr;
   LongText* longText = nullptr;
-  bool flexible = false;  ///< a part of it scrolls
+  QWidget* body = nullptr;  ///< all but the buttons
+  bool flexible = false;    ///< a part of it scrolls
 };
 
 }  // namespace kestrune::dialogs

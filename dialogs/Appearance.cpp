@@ -38,25 +38,12 @@ int pixels(double points) {
 }
 
 QFont fontFor(double points, FontWeight weight) {
-  QFont font = QApplication::font();
+  static constexpr std::array weights{QFont::Normal, QFont::Medium, QFont::DemiBold};
   const double ordinary = textSize();
   const double wanted = ordinary * points / ordinaryPoints;
-  const double factor = std::max(wanted, std::min(ordinary, smallestPrint)) / ordinary;
-  if (font.pixelSize() > 0) {
-    font.setPixelSize(static_cast<int>(std::lround(font.pixelSize() * factor)));
-  } else {
-    font.setPointSizeF(font.pointSizeF() * factor);
-  }
-  switch (weight) {
-    case FontWeight::regular:
-      break;
-    case FontWeight::medium:
-      font.setWeight(QFont::Medium);
-      break;
-    case FontWeight::semibold:
-      font.setWeight(QFont::DemiBold);
-      break;
-  }
+  QFont font = QApplication::font();
+  font.setPixelSize(static_cast<int>(std::lround(std::max(wanted, std::min(ordinary, smallestPrint)))));
+  font.setWeight(weights.at(static_cast<std::size_t>(weight)));
   return font;
 }
 
@@ -80,12 +67,11 @@ QColor colorFor(TextColor color, const QPalette& palette) {
   if (color == TextColor::primary) return text;
   // Not the palette's disabled colours: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
-  const auto blend = [](float over, float under) {
-    return static_cast<float>(secondaryShare) * over + static_cast<float>(1 - secondaryShare) * under;
+  const auto blend = [](int over, int under) {
+    return static_cast<int>(std::lround(secondaryShare * over + (1 - secondaryShare) * under));
   };
-  return QColor::fromRgbF(blend(static_cast<float>(text.redF()), static_cast<float>(window.redF())),
-                          blend(static_cast<float>(text.greenF()), static_cast<float>(window.greenF())),
-                          blend(static_cast<float>(text.blueF()), static_cast<float>(window.blueF())));
+  return {blend(text.red(), window.red()), blend(text.green(), window.green()),
+          blend(text.blue(), window.blue())};
 }
 
 QSize roomForWindow() {

@@ -2,7 +2,9 @@
 
 #include <QEvent>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QLineEdit>
+#include <QScrollBar>
 #include <QShowEvent>
 #include <QWindow>
 #include <utility>
@@ -12,6 +14,20 @@ namespace kestrune::dialogs {
 bool isOnWayland() {
   static const bool answer = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
   return answer;
+}
+
+bool scrollByKey(QScrollBar& bar, const QKeyEvent& event) {
+  static constexpr std::pair<Qt::Key, QAbstractSlider::SliderAction> actions[] = {
+      {Qt::Key_PageUp, QAbstractSlider::SliderPageStepSub},
+      {Qt::Key_PageDown, QAbstractSlider::SliderPageStepAdd},
+      {Qt::Key_Home, QAbstractSlider::SliderToMinimum},
+      {Qt::Key_End, QAbstractSlider::SliderToMaximum}};
+  for (const auto& [key, action] : actions) {
+    if (event.key() != key) continue;
+    bar.triggerAction(action);
+    return true;
+  }
+  return false;
 }
 
 DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {

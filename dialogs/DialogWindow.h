@@ -3,9 +3,14 @@
 #include <QDialog>
 #include <functional>
 
+class QScrollBar;
+
 namespace kestrune::dialogs {
 
 bool isOnWayland();
+
+/// Scrolls for Page Up, Page Down, Home and End; false for other keys.
+bool scrollByKey(QScrollBar& bar, const QKeyEvent& event);
 
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {

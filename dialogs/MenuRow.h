@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QLabel>
+#include <QAccessible>
 #include <QPushButton>
 
 #include "ports/Menu.h"
@@ -9,47 +9,23 @@ class QStyleOptionMenuItem;
 
 namespace kestrune::dialogs {
 
-/// The kind of a row in a menu window. It may change while the window is open.
-enum class MenuRowKind { heading, label, separator, command };
-
-/// `previous` is the row above, or null. A row without an action that begins a section is its heading.
-MenuRowKind kindOf(const MenuItem& item, const MenuItem* previous);
-
 /// The shortcut of an item; empty when it has none.
 QKeySequence keysOf(const MenuItem& item);
 
-/// A row that cannot be chosen. A QLabel, so that screen readers read it as a label.
-class MenuLabel final : public QLabel {
+/// A row in a menu window, painted like an item in the desktop's menus. It is enabled while it can be chosen;
+/// a press does not change its check mark, only `setItem` does.
+class MenuRow final : public QPushButton {
  public:
-  MenuLabel();
+  explicit MenuRow(int id);
 
-  void setItem(const MenuItem& item, MenuRowKind kind);
+  const int id;  ///< of the item
 
-  QSize sizeHint() const override;
-  QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
+  /// A row without an action that begins a section is its heading. `keyWidth` is the width in pixels of the
+  /// widest shortcut in the menu.
+  void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
- protected:
-  void paintEvent(QPaintEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
-  void changeEvent(QEvent* event) override;
-
- private:
-  QStyleOptionMenuItem option() const;
-
-  MenuRowKind kind = MenuRowKind::label;
-};
-
-/// A row that can be chosen, with check mark and shortcut. A QPushButton, so that screen readers announce and
-/// press it as one. A press does not change the check mark; only `setItem` does.
-class MenuButton final : public QPushButton {
- public:
-  MenuButton();
-
-  /// `keyWidth` is the width in pixels of the widest shortcut in the menu.
-  void setItem(const MenuItem& item, int keyWidth);
-
-  /// The title, for screen readers.
-  const QString& name() const { return title; }
+  /// For screen readers.
+  QAccessible::Role role() const { return accessibleRole; }
 
   QSize sizeHint() const override;
   QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
@@ -63,14 +39,11 @@ class MenuButton final : public QPushButton {
 
  private:
   QStyleOptionMenuItem option() const;
+  QString elidedTitle() const;
 
-  QString title;
-  QString keys;
+  QAccessible::Role accessibleRole = QAccessible::StaticText;
+  QString wholeTitle;
   int keyRoom = 0;
 };
-
-/// Reports the shortcuts of rows with a check mark to screen readers, and the lines between rows as
-/// separators. Qt omits those shortcuts, and reports the lines as empty panels.
-void tellRowsToScreenReaders();
 
 }  // namespace kestrune::dialogs

@@ -17,7 +17,6 @@ namespace {
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
 constexpr double edge = 6;  // above the first row and below the last
-constexpr double separatorHeight = 9;
 
 /// A scroll area that leaves key events to the window.
 class Area final : public QScrollArea {
@@ -27,27 +26,6 @@ class Area final : public QScrollArea {
  protected:
   void keyPressEvent(QKeyEvent* event) override { event->ignore(); }
 };
-
-void fill(QWidget* widget, MenuRowKind kind, const MenuItem& item, int keyWidth) {
-  if (kind == MenuRowKind::command) {
-    static_cast<MenuButton*>(widget)->setItem(item, keyWidth);
-  } else if (kind != MenuRowKind::separator) {
-    static_cast<MenuLabel*>(widget)->setItem(item, kind);
-  }
-}
-
-/// The width of the widest shortcut, in pixels.
-int keyWidthOf(const Menu& menu, const QFontMetrics& metrics) {
-  int width = 0;
-  for (const auto& item : menu.items) {
-    width = std::max(width, metrics.horizontalAdvance(keysOf(item).toString(QKeySequence::NativeText)));
-  }
-  return width;
-}
-
-MenuRowKind kindAt(const Menu& menu, std::size_t index) {
-  return kindOf(menu.items[index], index > 0 ? &menu.items[index - 1] : nullptr);
-}
 
 }  // namespace
 
@@ -66,88 +44,46 @@ MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new Area) {
 }
 
 void MenuWindow::setMenu(const Menu& menu) {
-  const bool same = std::equal(rows.begin(), rows.end(), menu.items.begin(), menu.items.end(),
-                               [](const Row& row, const MenuItem& item) { return row.id == item.id; });
-  if (same && !rows.empty()) {
-    follow(menu);
-  } else {
-    rebuild(menu);
+  const bool isNew = rows.empty() ||
+                     !std::equal(rows.begin(), rows.end(), menu.items.begin(), menu.items.end(),
+                                 [](const MenuRow* row, const MenuItem& item) { return row->id == item.id; });
+  QWidget* const content = isNew ? new QWidget : nullptr;
+  if (isNew) {
+    layout = new QVBoxLayout(content);
+    layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
+    layout->setSpacing(0);
+    rows.clear();
+    last = -1;
+    for (const auto& item : menu.items) {
+      auto* const row = new MenuRow(item.id);
+      connect(row, &QPushButton::clicked, this, [this, row] { choose(row->id); });
+      layout->addWidget(row);
+      rows.push_back(row);
+    }
+    layout->addStretch();
   }
-}
-
-void MenuWindow::rebuild(const Menu& menu) {
-  auto* const content = new QWidget;
-  layout = new QVBoxLayout(content);
-  layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
-  layout->setSpacing(0);
-  rows.clear();
-  lost = -1;
-  const int keyWidth = keyWidthOf(menu, fontMetrics());
-  for (std::size_t i = 0; i < menu.items.size(); ++i) {
+  int keyWidth = 0;
+  for (const auto& item : menu.items) {
+    const QString keys = keysOf(item).toString(QKeySequence::NativeText);
+    keyWidth = std::max(keyWidth, fontMetrics().horizontalAdvance(keys));
+  }
+  bool beginsSection = true;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
     const MenuItem& item = menu.items[i];
-    const MenuRowKind kind = kindAt(menu, i);
-    QWidget* const widget = makeRow(kind, item.id);
-    fill(widget, kind, item, keyWidth);
-    layout->addWidget(widget);
-    rows.push_back({item.id, kind, widget});
+    if (focusWidget() == rows[i] && !item.enabled) {
+      // Qt would focus the next row, and a key would choose a row that the user did not mean.
+      last = static_cast<std::ptrdiff_t>(i);
+      setFocus();
+    }
+    rows[i]->setItem(item, beginsSection, keyWidth);
+    beginsSection = item.isSeparator;
   }
-  layout->addStretch();
+  // Never narrower than before: the window would jump with each change.
+  if (!isNew) return resize(std::max(width(), widthForRows()), height());
   area->setWidget(content);
   content->setAutoFillBackground(false);
   setFocus();
-
   resize(widthForRows(), std::min(layout->sizeHint().height(), roomForWindow().height()));
-}
-
-void MenuWindow::follow(const Menu& menu) {
-  const int keyWidth = keyWidthOf(menu, fontMetrics());
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    Row& row = rows[i];
-    const MenuItem& item = menu.items[i];
-    const MenuRowKind kind = kindAt(menu, i);
-    const bool choosable = kind == MenuRowKind::command && item.enabled;
-    if (focusWidget() == row.widget && !choosable) {
-      // Qt would focus the next row, and a key would choose a row that the user did not mean.
-      lost = static_cast<std::ptrdiff_t>(i);
-      setFocus();
-    }
-    const auto isLabel = [](MenuRowKind each) {
-      return each == MenuRowKind::label || each == MenuRowKind::heading;
-    };
-    if (kind != row.kind && !(isLabel(kind) && isLabel(row.kind))) {
-      QWidget* const widget = makeRow(kind, row.id);
-      delete layout->replaceWidget(row.widget, widget);
-      // Keep the place in the tab order, and among the children for screen readers.
-      if (i > 0) setTabOrder(rows[i - 1].widget, widget);
-      if (i + 1 < rows.size()) widget->stackUnder(rows[i + 1].widget);
-      row.widget->deleteLater();
-      row.widget = widget;
-      widget->show();
-    }
-    row.kind = kind;
-    fill(row.widget, kind, item, keyWidth);
-  }
-  // Never shrink: the window would jump with each change.
-  resize(std::max(width(), widthForRows()), height());
-}
-
-QWidget* MenuWindow::makeRow(MenuRowKind kind, int id) {
-  switch (kind) {
-    case MenuRowKind::heading:
-    case MenuRowKind::label:
-      return new MenuLabel;
-    case MenuRowKind::separator: {
-      auto* const line = new QFrame;
-      line->setFrameStyle(static_cast<int>(QFrame::HLine) | QFrame::Sunken);
-      line->setFixedHeight(pixels(separatorHeight));
-      return line;
-    }
-    case MenuRowKind::command:
-      break;
-  }
-  auto* const button = new MenuButton;
-  connect(button, &QPushButton::clicked, this, [this, id] { choose(id); });
-  return button;
 }
 
 int MenuWindow::widthForRows() const {
@@ -171,49 +107,37 @@ void MenuWindow::reject() {
 }
 
 void MenuWindow::keyPressEvent(QKeyEvent* event) {
-  QScrollBar* const bar = area->verticalScrollBar();
   const auto count = static_cast<std::ptrdiff_t>(rows.size());
+  const auto focused = std::find(rows.begin(), rows.end(), focusWidget());
+  if (focused != rows.end()) last = focused - rows.begin();
   switch (event->key()) {
     case Qt::Key_Down:
-      return move(1);
+      return moveFrom(last, 1);
     case Qt::Key_Up:
-      return move(-1);
+      return moveFrom(last < 0 ? count : last, -1);
     case Qt::Key_Home:
       return moveFrom(-1, 1);
     case Qt::Key_End:
       return moveFrom(count, -1);
-    case Qt::Key_PageDown:
-      return bar->triggerAction(QAbstractSlider::SliderPageStepAdd);
-    case Qt::Key_PageUp:
-      return bar->triggerAction(QAbstractSlider::SliderPageStepSub);
     default:
-      DialogWindow::keyPressEvent(event);
+      if (!scrollByKey(*area->verticalScrollBar(), *event)) DialogWindow::keyPressEvent(event);
   }
 }
 
-void MenuWindow::move(int step) {
-  const auto marked =
-      std::find_if(rows.begin(), rows.end(), [this](const Row& row) { return row.widget == focusWidget(); });
-  const auto from = marked != rows.end() ? marked - rows.begin() : lost;
-  const auto count = static_cast<std::ptrdiff_t>(rows.size());
-  moveFrom(from < 0 && step < 0 ? count : from, step);
-}
-
 void MenuWindow::moveFrom(std::ptrdiff_t index, int step) {
-  const auto choosable = [](const Row& row) {
-    return row.kind == MenuRowKind::command && row.widget->isEnabled();
-  };
-  const auto first = std::find_if(rows.begin(), rows.end(), choosable);
+  const auto first =
+      std::find_if(rows.begin(), rows.end(), [](const MenuRow* row) { return row->isEnabled(); });
   if (first == rows.end()) return;
   const auto count = static_cast<std::ptrdiff_t>(rows.size());
+  MenuRow* row = nullptr;
   do {
     index = (index + step + count) % count;
-  } while (!choosable(rows[static_cast<std::size_t>(index)]));
-  QWidget* const row = rows[static_cast<std::size_t>(index)].widget;
+    row = rows[static_cast<std::size_t>(index)];
+  } while (!row->isEnabled());
   row->setFocus(Qt::TabFocusReason);
   area->ensureWidgetVisible(row, 0, row->height());
   // The rows above the first choosable one cannot have the focus: scroll up so that they can be read.
-  if (row == first->widget) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
+  if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 
 }  // namespace kestrune::dialogs

@@ -30,25 +30,15 @@ class MenuWindow final : public DialogWindow {
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
-  struct Row {
-    int id;
-    MenuRowKind kind;
-    QWidget* widget;
-  };
-
-  void rebuild(const Menu& menu);
-  void follow(const Menu& menu);
-  QWidget* makeRow(MenuRowKind kind, int id);
   int widthForRows() const;
   void choose(int id);
-  /// Moves the focus to the next row that can be chosen: down for 1, up for -1.
-  void move(int step);
+  /// Moves the focus from row `index` to the next one that can be chosen: down for 1, up for -1.
   void moveFrom(std::ptrdiff_t index, int step);
 
   QScrollArea* area;
   QVBoxLayout* layout = nullptr;  ///< of the rows; null before the first menu
-  std::vector<Row> rows;
-  std::ptrdiff_t lost = -1;  ///< index of the row that lost the focus when it was disabled; -1: none
+  std::vector<MenuRow*> rows;
+  std::ptrdiff_t last = -1;  ///< index of the row that had the focus last; -1: none
 };
 
 }  // namespace kestrune::dialogs

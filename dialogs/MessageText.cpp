@@ -1,13 +1,12 @@
 #include "dialogs/MessageText.h"
 
 #include <QClipboard>
-#include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
 #include <QScrollBar>
 #include <QStyle>
-#include <QTextBlock>
+#include <QTextDocumentFragment>
 #include <algorithm>
 
 #include "dialogs/PlainText.h"
@@ -16,92 +15,62 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype mostForLabel = 2000;   // UTF-16 units; QLabel lays out all of a text, however long
-constexpr int roomForRounding = 2;         // pixels; QFontMetrics and the layout measure a little differently
-constexpr int measuredLines = 200;         // the width is measured on these first lines only
-constexpr qsizetype measuredLength = 300;  // UTF-16 units: wider than any window
+constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel lays out all of a text, however long
+constexpr qsizetype measuredLength = 20'000;  // UTF-16 units: more than any screen shows
+constexpr int roomForRounding = 2;  // pixels; QFontMetrics and the layout measure a little differently
 constexpr int fewestLines = 4;
-constexpr int continuation = 1;  // user state of a block that continues the one before
-
-/// Calls `take` with each line, until it returns false.
-template <typename Take>
-void forEachLine(const QString& text, Take take) {
-  for (qsizetype begin = 0; begin <= text.size();) {
-    auto end = text.indexOf(QLatin1Char('\n'), begin);
-    if (end < 0) end = text.size();
-    if (!take(text.mid(begin, end - begin))) return;
-    begin = end + 1;
-  }
-}
-
-int lineWidth(const QString& line, const QFontMetrics& metrics) {
-  return metrics.size(Qt::TextExpandTabs | Qt::TextSingleLine, line).width() + roomForRounding;
-}
 
 /// The width of the text without wrapping, at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
-  int widest = 1;
-  int lines = 0;
-  forEachLine(text, [&](const QString& line) {
-    widest = std::max(widest, lineWidth(line.left(measuredLength), metrics));
-    return widest < most && ++lines < measuredLines;
-  });
-  return std::max(1, std::min(widest, most));
+  const int width = metrics.size(Qt::TextExpandTabs, text.left(measuredLength)).width() + roomForRounding;
+  return std::max(1, std::min(width, most));
 }
 
-/// The approximate height of the text when its lines break anywhere; stops counting above `most`.
-int wrappedHeight(const QString& text, const QFontMetrics& metrics, int width, int most) {
-  int height = 0;
-  forEachLine(text, [&](const QString& line) {
-    height += (1 + (lineWidth(line, metrics) - 1) / width) * metrics.lineSpacing();
-    return height < most;
-  });
-  return height;
+/// The size of the text in lines of this width. A line breaks between words, and anywhere with `flags`
+/// Qt::TextWrapAnywhere.
+QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, int flags = 0) {
+  const QRect unlimited(0, 0, width, QWIDGETSIZE_MAX);
+  flags |= static_cast<int>(Qt::TextWordWrap) | Qt::TextExpandTabs;
+  return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
+}
+
+/// QLabel itself has a context menu for links only.
+void showContextMenu(QLabel* label, QPoint place) {
+  const auto titled = [](const char* word, QKeySequence::StandardKey key) {
+    return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +
+           QKeySequence(key).toString(QKeySequence::NativeText);
+  };
+  const auto copy = [label] {
+    QGuiApplication::clipboard()->setText(
+        label->selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
+  };
+  const auto selectAll = [label] { label->setSelection(0, static_cast<int>(label->text().size())); };
+  auto* const menu = new QMenu(label);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->addAction(titled("&Copy", QKeySequence::Copy), label, copy)->setEnabled(label->hasSelectedText());
+  menu->addSeparator();
+  menu->addAction(titled("Select All", QKeySequence::SelectAll), label, selectAll);
+  menu->popup(label->mapToGlobal(place));
 }
 
 }  // namespace
 
-ShortText* ShortText::make(const QString& text, const QFont& font, int most) {
+QLabel* makeShortText(const QString& text, const QFont& font, int most) {
   if (text.size() > mostForLabel) return nullptr;
   const QFontMetrics metrics(font);
   const int width = naturalWidth(text, metrics, most);
-  const QRect unlimited(0, 0, width, QWIDGETSIZE_MAX);
-  const auto wrapped = metrics.boundingRect(unlimited, Qt::TextWordWrap | Qt::TextExpandTabs, text);
-  return wrapped.width() <= width ? new ShortText(text, font, width) : nullptr;
-}
-
-ShortText::ShortText(const QString& text, const QFont& font, int wanted) : QLabel(text), width(wanted) {
-  setFont(font);
-  setTextFormat(Qt::PlainText);
-  setWordWrap(true);
-  setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-  setAlignment(Qt::AlignLeading | Qt::AlignTop);
-  setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-}
-
-void ShortText::contextMenuEvent(QContextMenuEvent* event) {
-  // QLabel has a context menu for links only.
-  constexpr auto context = "QWidgetTextControl";
-  const auto titled = [](const char* word, QKeySequence::StandardKey key) {
-    return QCoreApplication::translate(context, word) + QLatin1Char('\t') +
-           QKeySequence(key).toString(QKeySequence::NativeText);
-  };
-  auto* const menu = new QMenu(this);
-  menu->setAttribute(Qt::WA_DeleteOnClose);
-  menu->addAction(titled("&Copy", QKeySequence::Copy), this,
-                  [this] {
-                    QGuiApplication::clipboard()->setText(
-                        selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
-                  })
-      ->setEnabled(hasSelectedText());
-  menu->addSeparator();
-  menu->addAction(titled("Select All", QKeySequence::SelectAll), this,
-                  [this] { setSelection(0, static_cast<int>(text().size())); });
-  menu->popup(event->globalPos());
-}
-
-QSize ShortText::sizeHint() const {
-  return {width, heightForWidth(width)};
+  if (wrappedSize(text, metrics, width).width() > width) return nullptr;
+  auto* const label = new QLabel(text);
+  label->setFont(font);
+  label->setTextFormat(Qt::PlainText);
+  label->setWordWrap(true);
+  label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+  label->setAlignment(Qt::AlignLeading | Qt::AlignTop);
+  label->setFixedSize(width, label->heightForWidth(width));
+  label->setContextMenuPolicy(Qt::CustomContextMenu);
+  QObject::connect(label, &QLabel::customContextMenuRequested, label,
+                   [label](QPoint place) { showContextMenu(label, place); });
+  return label;
 }
 
 LongText::LongText(const QString& text, QSize room) {
@@ -112,15 +81,13 @@ LongText::LongText(const QString& text, QSize room) {
   setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
   setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
-  const BrokenText broken = withLongLinesBroken(text);
-  setPlainText(broken.text);
-  for (const int number : broken.continuations)
-    document()->findBlockByNumber(number).setUserState(continuation);
+  const QString broken = withLongLinesBroken(text);
+  setPlainText(broken);
 
   const int around = 2 * (frameWidth() + static_cast<int>(document()->documentMargin()));
   const int beside = around + style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
-  const int width = naturalWidth(text, fontMetrics(), room.width() - beside);
-  const int height = wrappedHeight(broken.text, fontMetrics(), width, room.height()) + around;
+  const int width = naturalWidth(broken, fontMetrics(), room.width() - beside);
+  const int height = wrappedSize(broken, fontMetrics(), width, Qt::TextWrapAnywhere).height() + around;
   preferred = {width + beside, std::max(std::min(height, room.height()), fewestHeight())};
 }
 
@@ -133,19 +100,8 @@ QSize LongText::minimumSizeHint() const {
 }
 
 QMimeData* LongText::createMimeDataFromSelection() const {
-  const QTextCursor cursor = textCursor();
-  QString copy;
-  QTextBlock block = document()->findBlock(cursor.selectionStart());
-  for (bool first = true; block.isValid() && block.position() <= cursor.selectionEnd();
-       block = block.next()) {
-    const int from = std::max(cursor.selectionStart() - block.position(), 0);
-    const int to = std::min(cursor.selectionEnd() - block.position(), block.length() - 1);
-    if (!first && block.userState() != continuation) copy += QLatin1Char('\n');
-    copy += block.text().mid(from, to - from);
-    first = false;
-  }
   auto* const copied = new QMimeData;
-  copied->setText(copy);
+  copied->setText(withoutAddedBreaks(textCursor().selection().toPlainText()));
   return copied;
 }
 

@@ -5,25 +5,10 @@
 
 namespace kestrune::dialogs {
 
-/// A text that is shown whole and can be selected and copied. A QLabel, so that screen readers read it when
-/// its window opens.
-class ShortText final : public QLabel {
- public:
-  /// At its natural width, at most `most` pixels. Null when the text is very long, or has a word that is too
-  /// long for a line.
-  static ShortText* make(const QString& text, const QFont& font, int most);
-
-  QSize sizeHint() const override;
-  QSize minimumSizeHint() const override { return sizeHint(); }
-
- protected:
-  void contextMenuEvent(QContextMenuEvent* event) override;
-
- private:
-  ShortText(const QString& text, const QFont& font, int wanted);
-
-  int width;
-};
+/// A text that is shown whole and can be selected and copied, at its natural width, at most `most` pixels. A
+/// QLabel, so that screen readers read it when its window opens. Null when the text is very long, or has a
+/// word that is too long for a line.
+QLabel* makeShortText(const QString& text, const QFont& font, int most);
 
 /// A text that scrolls and can be selected and copied. Its layout stays fast whatever the length of the text.
 class LongText final : public QPlainTextEdit {

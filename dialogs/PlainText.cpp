@@ -2,6 +2,7 @@
 
 #include <QStringView>
 #include <QTextBoundaryFinder>
+#include <string>
 
 #include "text/Text.h"
 
@@ -12,6 +13,8 @@ namespace {
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; layout time grows faster than the length
 constexpr qsizetype lookBack = 64;       // units to search for a place to break
 constexpr qsizetype keptEnd = 1500;      // units kept at each end of an elided text: wider than any field
+
+const QString addedBreak = QStringLiteral("\u2060\n");
 
 void appendReadable(std::string& readable, std::string_view line) {
   for (;;) {
@@ -31,14 +34,11 @@ QString toQString(std::string_view utf8) {
 /// have any number of combining marks: if no boundary is near, anywhere but inside a surrogate pair.
 qsizetype breakIn(QStringView line) {
   const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
+  const auto space = window.first(lookBack).lastIndexOf(QLatin1Char(' '));
+  if (space >= 0) return longestLine - lookBack + space + 1;
   QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window.constData(), window.size());
-  qsizetype between = 0;
-  for (auto at = finder.toNextBoundary(); at > 0 && at <= lookBack; at = finder.toNextBoundary()) {
-    between = at;
-  }
-  for (auto at = lookBack; at > 0; --at) {
-    if (window[at - 1].isSpace()) return longestLine - lookBack + at;
-  }
+  finder.setPosition(lookBack);
+  const auto between = finder.isAtBoundary() ? lookBack : finder.toPreviousBoundary();
   if (between > 0) return longestLine - lookBack + between;
   return window[lookBack].isLowSurrogate() ? longestLine - 1 : longestLine;
 }
@@ -75,25 +75,26 @@ QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int 
   return metrics.elidedText(ends, Qt::ElideMiddle, width);
 }
 
-BrokenText withLongLinesBroken(const QString& text) {
-  BrokenText broken;
-  broken.text.reserve(text.size() + text.size() / longestLine + 1);
-  int number = 0;
+QString withLongLinesBroken(const QString& text) {
+  QString broken;
+  broken.reserve(text.size() + addedBreak.size() * (text.size() / longestLine + 1));
   for (QStringView rest(text);;) {
     const auto end = rest.indexOf(QLatin1Char('\n'));
     auto line = end < 0 ? rest : rest.first(end);
     while (line.size() > longestLine) {
       const auto at = breakIn(line);
-      broken.text.append(line.first(at)).append(QLatin1Char('\n'));
-      broken.continuations.push_back(++number);
+      broken.append(line.first(at)).append(addedBreak);
       line = line.sliced(at);
     }
-    broken.text.append(line);
+    broken.append(line);
     if (end < 0) return broken;
-    broken.text.append(QLatin1Char('\n'));
-    ++number;
+    broken.append(QLatin1Char('\n'));
     rest = rest.sliced(end + 1);
   }
+}
+
+QString withoutAddedBreaks(QString text) {
+  return text.remove(addedBreak);
 }
 
 }  // namespace kestrune::dialogs

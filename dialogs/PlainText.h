@@ -2,9 +2,7 @@
 
 #include <QFontMetrics>
 #include <QString>
-#include <string>
 #include <string_view>
-#include <vector>
 
 // Make text of any origin safe to display. Qt never interprets the results as markup.
 
@@ -26,11 +24,9 @@ QString toolTipText(const QString& text);
 /// `text` if it fits in `width`, else elided in the middle. Fast for texts of any length.
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
-/// A text whose lines are short enough to be laid out fast.
-struct BrokenText {
-  QString text;
-  std::vector<int> continuations;  ///< numbers, from 0, of the lines that continue the line before
-};
-BrokenText withLongLinesBroken(const QString& text);
+/// `text` with breaks in lines that are too long to be laid out fast. Each added break follows an invisible
+/// character (word joiner, U+2060), by which `withoutAddedBreaks` finds it.
+QString withLongLinesBroken(const QString& text);
+QString withoutAddedBreaks(QString text);
 
 }  // namespace kestrune::dialogs

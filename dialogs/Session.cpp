@@ -1,8 +1,12 @@
 #include "dialogs/Session.h"
 
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -10,13 +14,34 @@
 
 namespace kestrune::dialogs {
 
-Session::Session(int input, int outputDescriptor)
-    : output(outputDescriptor),
-      reader(
-          input, [this](const std::string& line) { take(line); }, [this] { end(0); }) {}
+namespace {
+
+constexpr std::size_t pieceSize = 65536;  // bytes; the usual capacity of a pipe
+
+}  // namespace
+
+Session::Session() : input(STDIN_FILENO, QSocketNotifier::Read) {
+  QObject::connect(&input, &QSocketNotifier::activated, &input, [this] { read(); });
+}
 
 Session::~Session() {
   if (!alerts.empty()) delete alerts.front();
+}
+
+void Session::read() {
+  // One read per event cannot block. So O_NONBLOCK is not set: it would also apply to the other processes
+  // that share this open file, such as a terminal.
+  char piece[pieceSize];
+  const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
+  if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
+  if (count <= 0) return end(0);
+  std::string_view rest(piece, static_cast<std::size_t>(count));
+  for (auto end = rest.find('\n'); end != rest.npos && input.isEnabled(); end = rest.find('\n')) {
+    begun += rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+    take(std::exchange(begun, {}));
+  }
+  begun += rest;
 }
 
 void Session::take(const std::string& line) {
@@ -86,7 +111,7 @@ void Session::perform(const ShowMenu& request) {
 }
 
 void Session::tell(const Event& event) {
-  if (!writeLine(output, encode(event))) end(1);
+  if (std::puts(encode(event).c_str()) == EOF || std::fflush(stdout) != 0) end(1);
 }
 
 void Session::refuse(const std::string& reason) {
@@ -97,8 +122,8 @@ void Session::refuse(const std::string& reason) {
 
 void Session::end(int status) {
   // The first reason to end decides the status.
-  if (std::exchange(ended, true)) return;
-  reader.stop();
+  if (!input.isEnabled()) return;
+  input.setEnabled(false);
   QCoreApplication::exit(status);
 }
 

@@ -1,23 +1,172 @@
 #include "dialogs/ViewBuilder.h"
 
+#include <QEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QStyleOptionFrame>
+#include <QTextLayout>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "dialogs/Appearance.h"
-#include "dialogs/PictureView.h"
 #include "dialogs/PlainText.h"
-#include "dialogs/TextField.h"
-#include "dialogs/TextLabel.h"
 
 namespace kestrune::dialogs {
 
 namespace {
 
-constexpr double largeButton = 30;      // points
-constexpr double smallestScroll = 120;  // points; a lower form would be hard to use
+// Points.
+constexpr double largeButton = 30;
+constexpr double smallestScroll = 120;   // a lower form would be hard to use
+constexpr double widestNaturally = 500;  // of a label, when the view states no width
+
+constexpr qsizetype longestLabel = 20'000;  // UTF-16 units: more than a label ever shows
+constexpr float placeholderShare = 0.5;     // alpha of the text colour
+constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on each side
+
+/// `text` with line breaks for `width`. Line `most` is the last, elided if there is more; 0: no limit.
+QString brokenIntoLines(const QString& text, const QFont& font, int width, int most) {
+  QTextLayout layout(QString(text).replace(QLatin1Char('\n'), QChar::LineSeparator), font);
+  QTextOption option;
+  option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  layout.setTextOption(option);
+  QStringList lines;
+  layout.beginLayout();
+  for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+    line.setLineWidth(width);
+    QString part = text.mid(line.textStart(), line.textLength());
+    if (lines.size() + 1 == most) {
+      part = text.mid(line.textStart()).replace(QLatin1Char('\n'), QLatin1Char(' '));
+      lines.append(QFontMetrics(font).elidedText(part, Qt::ElideRight, width));
+      break;
+    }
+    lines.append(part.remove(QLatin1Char('\n')));
+  }
+  layout.endLayout();
+  return lines.join(QLatin1Char('\n'));
+}
+
+/// A text that does not fit, in width or in lines, is elided, and the tool tip shows the whole. A QLabel with
+/// the whole text, for screen readers; only its painting differs.
+class Label final : public QLabel {
+ public:
+  explicit Label(const View& view)
+      : color(view.textColor),
+        alignment(view.textAlignment == TextAlignment::center ? Qt::AlignHCenter : Qt::AlignLeading) {
+    const bool single = view.lineBreak == LineBreak::truncateMiddle;
+    setTextFormat(Qt::PlainText);
+    setText(single ? readableLine(view.text) : readableText(view.text));
+    setFont(fontFor(view.fontSize, view.fontWeight));
+    if (!view.accessibilityLabel.empty()) setAccessibleName(readableLine(view.accessibilityLabel));
+    const QFontMetrics metrics(font());
+    const QString start = text().left(longestLabel);
+    const int width = view.width > 0 ? pixels(view.width)
+                                     : std::min(metrics.size(0, start).width() + 1, pixels(widestNaturally));
+    shown = single ? elidedInTheMiddle(text(), metrics, width)
+                   : brokenIntoLines(start, font(), width, view.maximumLines);
+    const int height = std::max(metrics.size(0, shown).height(), metrics.height());
+    setFixedSize(width, view.height > 0 ? pixels(view.height) : height);
+    const auto joined = [](QString lines) { return lines.remove(QLatin1Char('\n')); };
+    if (joined(shown) != joined(text())) setToolTip(toolTipText(text()));
+  }
+
+ protected:
+  void paintEvent(QPaintEvent*) override {
+    QPainter painter(this);
+    painter.setPen(colorFor(color, palette()));
+    painter.drawText(rect(), static_cast<int>(Qt::AlignTop | alignment), shown);
+  }
+
+ private:
+  const TextColor color;
+  const Qt::Alignment alignment;
+  QString shown;
+};
+
+/// A field of one line. Without the focus, a text that does not fit is painted with its middle elided; the
+/// value stays whole.
+class Field final : public QLineEdit {
+ public:
+  explicit Field(const View& view) {
+    setMaxLength(std::numeric_limits<int>::max());
+    setObjectName(QString::fromStdString(view.identifier));
+    if (view.kind == ViewKind::secureTextField) setEchoMode(QLineEdit::Password);
+    setText(QString::fromStdString(view.text));
+    setCursorPosition(0);
+    setPlaceholderText(readableLine(view.placeholder));
+    setAccessibleName(view.accessibilityLabel.empty() ? placeholderText()
+                                                      : readableLine(view.accessibilityLabel));
+    if (view.width > 0) setFixedWidth(pixels(view.width));
+    dimPlaceholder();
+  }
+
+ protected:
+  void changeEvent(QEvent* event) override {
+    QLineEdit::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) dimPlaceholder();
+  }
+
+  void paintEvent(QPaintEvent* event) override {
+    QStyleOptionFrame option;
+    initStyleOption(&option);
+    const QRect inside = style()
+                             ->subElementRect(QStyle::SE_LineEditContents, &option, this)
+                             .adjusted(innerMargin, 0, -innerMargin, 0);
+    if (hasFocus() || echoMode() != QLineEdit::Normal) return QLineEdit::paintEvent(event);
+    const QString shown = elidedInTheMiddle(text(), fontMetrics(), inside.width());
+    if (shown == text()) return QLineEdit::paintEvent(event);
+
+    QPainter painter(this);
+    style()->drawPrimitive(QStyle::PE_PanelLineEdit, &option, &painter, this);
+    painter.setPen(palette().color(QPalette::Text));
+    painter.drawText(inside, Qt::AlignLeading | Qt::AlignVCenter | Qt::TextSingleLine, shown);
+  }
+
+ private:
+  void dimPlaceholder() {
+    // Qt's palette from KDE's settings has a black PlaceholderText, also on a dark desktop.
+    QPalette dimmed = palette();
+    QColor color = dimmed.color(QPalette::Active, QPalette::Text);
+    color.setAlphaF(placeholderShare);
+    dimmed.setColor(QPalette::PlaceholderText, color);
+    if (dimmed != palette()) setPalette(dimmed);
+  }
+};
+
+/// A picture in its own colours, at exactly the stated size and the screen's full resolution.
+class Picture final : public QLabel {
+ public:
+  explicit Picture(const View& view) : source(view.image) {
+    const auto& largest = source->bitmaps.back();
+    image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
+    setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
+                 static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
+    // Never painted: a QLabel with a pixmap is a picture to screen readers.
+    setPixmap(QPixmap(1, 1));
+    setAccessibleName(readableLine(view.accessibilityLabel));
+  }
+
+ protected:
+  void paintEvent(QPaintEvent*) override {
+    QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
+    place.moveCenter(QRectF(rect()).center());
+    QPainter painter(this);
+    // Smooth only when shrinking: smooth enlarging would blur the edges of a QR code.
+    painter.setRenderHint(QPainter::SmoothPixmapTransform,
+                          image.width() > place.width() * devicePixelRatioF() + 0.5);
+    painter.drawImage(place, image);
+  }
+
+ private:
+  const ImageRef source;  ///< owns the pixels of `image`
+  QImage image;
+};
 
 /// A vertical scroll area that may be smaller than its size hint.
 class ScrollView final : public QScrollArea {
@@ -45,135 +194,83 @@ class ScrollView final : public QScrollArea {
   }
 
  private:
-  QSize wanted;
+  const QSize wanted;
 };
 
-class Builder {
- public:
-  explicit Builder(const std::function<void(const std::string&)>& onPressed) : pressed(onPressed) {}
+using OnPressed = std::function<void(const std::string& action)>;
 
-  QWidget* build(const View& view) {
-    switch (view.kind) {
-      case ViewKind::label:
-        return new TextLabel(view);
-      case ViewKind::textField:
-      case ViewKind::secureTextField:
-        return field(view);
-      case ViewKind::button:
-        return button(view);
-      case ViewKind::image:
-        return view.image ? new PictureView(view) : new QWidget;
-      case ViewKind::stack:
-        return stack(view);
-      case ViewKind::scroll:
-        return scroll(view);
-      case ViewKind::container:
-        return container(view);
-    }
-    return new QWidget;
+QWidget* buildButton(const View& view, const OnPressed& pressed) {
+  auto* const button = new QPushButton(withoutMnemonics(readableLine(view.text)));
+  if (!view.accessibilityLabel.empty()) button->setAccessibleName(readableLine(view.accessibilityLabel));
+  button->setMinimumHeight(pixels(largeButton));
+  if (view.width > 0) button->setFixedWidth(std::max(pixels(view.width), button->minimumSizeHint().width()));
+  QObject::connect(button, &QPushButton::clicked, button,
+                   [pressed, action = view.action] { pressed(action); });
+  return button;
+}
+
+QWidget* buildScrollView(const View& view, const OnPressed& pressed) {
+  auto* const area = new ScrollView(view);
+  if (view.children.empty()) return area;
+  QWidget* const content = buildView(view.children.front(), pressed);
+  area->setWidget(content);
+  // setWidget has made it opaque.
+  content->setAutoFillBackground(false);
+  return area;
+}
+
+/// A stack, or a container, which centres its content.
+QWidget* buildColumn(const View& view, const OnPressed& pressed) {
+  auto* const column = new QWidget;
+  auto* const layout = new QVBoxLayout(column);
+  layout->setSpacing(pixels(view.spacing));
+  layout->setContentsMargins(pixels(view.insets.left), pixels(view.insets.top), pixels(view.insets.right),
+                             pixels(view.insets.bottom));
+  const bool centred = view.kind == ViewKind::container || view.alignment == StackAlignment::centerX;
+  for (const auto& child : view.children) {
+    QWidget* const widget = buildView(child, pressed);
+    // In an aligned cell, a widget keeps its size hint, so a scrolling one could not shrink.
+    layout->addWidget(widget, 0,
+                      canShrink(*widget) ? Qt::Alignment()
+                      : centred          ? Qt::AlignHCenter
+                                         : Qt::AlignLeading);
   }
-
-  BuiltView built;
-
- private:
-  QWidget* field(const View& view) {
-    auto* const made = new TextField(view);
-    built.fields[view.identifier] = made;
-    if (built.firstField == nullptr) built.firstField = made;
-    if (!view.accessibilityLabel.empty()) {
-      made->setAccessibleName(readableLine(view.accessibilityLabel));
-    } else {
-      made->setAccessibleName(labelAbove.isEmpty() ? made->placeholderText() : labelAbove);
-    }
-    return made;
+  // Not below the minimum of the content: a picture or a large font may need more than the stated size.
+  const QSize least = column->minimumSizeHint();
+  if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
+  if (canShrink(*column)) {
+    if (view.height > 0) column->setMaximumHeight(pixels(view.height));
+    return column;
   }
-
-  QWidget* button(const View& view) {
-    auto* const made = new QPushButton(withoutMnemonics(readableLine(view.text)));
-    if (!view.accessibilityLabel.empty()) made->setAccessibleName(readableLine(view.accessibilityLabel));
-    made->setMinimumHeight(pixels(largeButton));
-    if (view.width > 0) made->setFixedWidth(std::max(pixels(view.width), made->minimumSizeHint().width()));
-    QObject::connect(made, &QPushButton::clicked, made,
-                     [callback = pressed, action = view.action] { callback(action); });
-    return made;
-  }
-
-  QWidget* stack(const View& view) {
-    auto* const made = new QWidget;
-    auto* const layout = new QVBoxLayout(made);
-    layout->setSpacing(pixels(view.spacing));
-    layout->setContentsMargins(marginsOf(view));
-    const auto alignment = view.alignment == StackAlignment::centerX ? Qt::AlignHCenter : Qt::AlignLeading;
-    labelAbove.clear();
-    for (const auto& child : view.children) {
-      QWidget* const widget = build(child);
-      labelAbove = child.kind == ViewKind::label ? readableLine(child.text) : QString();
-      // In an aligned cell, a widget keeps its size hint, so a scrolling one could not shrink.
-      layout->addWidget(widget, 0, scrolls(child) ? Qt::Alignment() : alignment);
-    }
-    layout->addStretch();
-    fixSize(*made, view.width, 0);
-    return made;
-  }
-
-  QWidget* scroll(const View& view) {
-    auto* const made = new ScrollView(view);
-    if (!view.children.empty()) {
-      QWidget* const content = build(view.children.front());
-      content->setAutoFillBackground(false);
-      made->setWidget(content);
-      // setWidget has made it opaque.
-      content->setAutoFillBackground(false);
-    }
-    built.canShrink = true;
-    return made;
-  }
-
-  QWidget* container(const View& view) {
-    auto* const made = new QWidget;
-    auto* const layout = new QVBoxLayout(made);
-    layout->setSpacing(0);
-    layout->setContentsMargins(marginsOf(view));
-    bool shrinks = false;
-    for (const auto& child : view.children) {
-      shrinks = shrinks || scrolls(child);
-      QWidget* const widget = build(child);
-      layout->addWidget(widget, 0, scrolls(child) ? Qt::Alignment() : Qt::AlignHCenter);
-    }
-    if (!shrinks) layout->addStretch();
-    fixSize(*made, view.width, shrinks ? 0 : view.height);
-    if (shrinks && view.height > 0) made->setMaximumHeight(pixels(view.height));
-    return made;
-  }
-
-  static bool scrolls(const View& view) {
-    return view.kind == ViewKind::scroll ||
-           ((view.kind == ViewKind::container || view.kind == ViewKind::stack) &&
-            std::any_of(view.children.begin(), view.children.end(), &Builder::scrolls));
-  }
-
-  static QMargins marginsOf(const View& view) {
-    return {pixels(view.insets.left), pixels(view.insets.top), pixels(view.insets.right),
-            pixels(view.insets.bottom)};
-  }
-
-  /// Fixes the size, but not below the minimum of the content: a picture or a large font may need more.
-  static void fixSize(QWidget& widget, double width, double height) {
-    const QSize least = widget.minimumSizeHint();
-    if (width > 0) widget.setFixedWidth(std::max(pixels(width), least.width()));
-    if (height > 0) widget.setFixedHeight(std::max(pixels(height), least.height()));
-  }
-
-  const std::function<void(const std::string&)>& pressed;
-  QString labelAbove;  ///< the label just above in the stack; the accessible name of a field
-};
+  layout->addStretch();
+  if (view.height > 0) column->setFixedHeight(std::max(pixels(view.height), least.height()));
+  return column;
+}
 
 }  // namespace
 
-BuiltView buildView(const View& view, const std::function<void(const std::string&)>& pressed) {
-  Builder builder(pressed);
-  builder.built.widget = builder.build(view);
-  return std::move(builder.built);
+bool canShrink(const QWidget& widget) {
+  return dynamic_cast<const QScrollArea*>(&widget) != nullptr || widget.findChild<QScrollArea*>() != nullptr;
+}
+
+QWidget* buildView(const View& view, const OnPressed& pressed) {
+  switch (view.kind) {
+    case ViewKind::label:
+      return new Label(view);
+    case ViewKind::textField:
+    case ViewKind::secureTextField:
+      return new Field(view);
+    case ViewKind::button:
+      return buildButton(view, pressed);
+    case ViewKind::image:
+      return view.image ? new Picture(view) : new QWidget;
+    case ViewKind::scroll:
+      return buildScrollView(view, pressed);
+    case ViewKind::stack:
+    case ViewKind::container:
+      return buildColumn(view, pressed);
+  }
+  return new QWidget;
 }
 
 }  // namespace kestrune::dialogs

@@ -1,25 +1,20 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <string>
 
 #include "ports/View.h"
 
-class QLineEdit;
 class QWidget;
 
 namespace kestrune::dialogs {
 
-/// The widgets of a view.
-struct BuiltView {
-  QWidget* widget = nullptr;                   ///< without a parent; the caller takes ownership
-  std::map<std::string, QLineEdit*> fields{};  ///< by identifier; owned by `widget`
-  QLineEdit* firstField = nullptr;
-  bool canShrink = false;  ///< may be lower than its size hint, because its content scrolls
-};
+/// The widget of a view, without a parent; the caller takes ownership. The fields in it are QLineEdits whose
+/// object names are their identifiers. `pressed` is called with the action of a button each time that it is
+/// pressed.
+QWidget* buildView(const View& view, const std::function<void(const std::string& action)>& pressed = {});
 
-/// Calls `pressed` with the action of a button in the view each time that it is pressed.
-BuiltView buildView(const View& view, const std::function<void(const std::string& action)>& pressed);
+/// Whether `widget` or a part of it scrolls, so that it may be lower than its size hint.
+bool canShrink(const QWidget& widget);
 
 }  // namespace kestrune::dialogs

@@ -5,18 +5,18 @@
 #include <QFileInfo>
 #include <QIcon>
 #include <QImageReader>
+#include <QTranslator>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "dialogs/Appearance.h"
 #include "dialogs/ColorScheme.h"
-#include "dialogs/MenuRow.h"
-#include "dialogs/SecretKeeper.h"
+#include "dialogs/ScreenReaders.h"
 #include "dialogs/Session.h"
-#include "dialogs/ToolkitWords.h"
 
 namespace {
 
@@ -67,6 +67,21 @@ QIcon programIcon() {
   return {};
 }
 
+/// Traditional Chinese for the words that Qt shows in the context menus of texts and fields.
+class QtWords final : public QTranslator {
+ public:
+  bool isEmpty() const override { return false; }
+  QString translate(const char*, const char* text, const char*, int) const override {
+    static constexpr std::pair<std::string_view, const char*> words[] = {
+        {"&Undo", "復原(&U)"},  {"&Redo", "重做(&R)"}, {"Cu&t", "剪下(&T)"},   {"&Copy", "複製(&C)"},
+        {"&Paste", "貼上(&P)"}, {"Delete", "刪除"},    {"Select All", "全選"}, {"Input Method", "輸入法"}};
+    for (const auto& [english, chinese] : words) {
+      if (english == text) return QString::fromUtf8(chinese);
+    }
+    return {};
+  }
+};
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -91,10 +106,9 @@ int main(int argumentCount, char** arguments) {
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
-  kestrune::dialogs::keepSecretsFromScreenReaders();
+  kestrune::dialogs::prepareForScreenReaders();
   kestrune::dialogs::preferColorEmoji();
-  kestrune::dialogs::tellRowsToScreenReaders();
-  kestrune::dialogs::ToolkitWords words;
+  QtWords words;
   QCoreApplication::installTranslator(&words);
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));
   QCoreApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
@@ -103,6 +117,6 @@ int main(int argumentCount, char** arguments) {
   QGuiApplication::setWindowIcon(programIcon());
 
   const kestrune::dialogs::ColorScheme scheme;
-  const kestrune::dialogs::Session session(STDIN_FILENO, STDOUT_FILENO);
+  const kestrune::dialogs::Session session;
   return QCoreApplication::exec();
 }

@@ -137,10 +137,8 @@ class LinuxHost final : public Host {
         terminal->close();
       });
     } else {
-      const std::string program = dialogsPath();
-      const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-      menuWindow = std::make_unique<MenuWindowProcess>(loop, program, hasDisplay);
-      dialogs = std::make_unique<DialogAlerts>(loop, notifications, clickToken, program, hasDisplay);
+      menuWindow = std::make_unique<MenuWindowProcess>(loop, dialogProgram);
+      dialogs = std::make_unique<DialogAlerts>(loop, dialogProgram, clickToken);
       tray = std::make_unique<TrayStatusBar>(TrayParts{
           .bus = bus,
           .queue = loop.mainQueue(),
@@ -264,6 +262,7 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<StandardOutput> output;
+  DialogProgram dialogProgram{dialogsPath(), isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<MenuWindowProcess> menuWindow;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <optional>
@@ -15,11 +14,11 @@
 
 namespace kestrune {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-constexpr unsigned largestSide = 1024;  // pixels; a logo is much smaller
+constexpr std::array sizes{22, 16, 24, 32,
+                           44, 48, 64};  // pixels; a theme's first one is the size of the image
+constexpr unsigned largestSide = 1024;   // pixels; a logo is much smaller
 constexpr std::string_view icnsSignature = "icns";
 constexpr std::size_t icnsHeader = 8;  // four letters and a big-endian length, which counts the header too
 
@@ -66,23 +65,6 @@ std::vector<Bitmap> decodeFile(const std::string& path) {
   return bitmap ? std::vector{std::move(*bitmap)} : std::vector<Bitmap>();
 }
 
-/// The files "name-N.png" beside "name.png", for any number N.
-std::vector<std::string> otherResolutions(const fs::path& path) {
-  std::vector<std::string> found;
-  const std::string prefix = path.stem().string() + "-";
-  std::error_code failure;
-  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-  for (const auto& entry : fs::directory_iterator(folder, failure)) {
-    const std::string stem = entry.path().stem();
-    if (entry.path().extension() != path.extension() || !stem.starts_with(prefix)) continue;
-    unsigned size = 0;
-    const char* const end = stem.data() + stem.size();
-    const auto parsed = std::from_chars(stem.data() + prefix.size(), end, size);
-    if (parsed.ec == std::errc() && parsed.ptr == end) found.push_back(entry.path());
-  }
-  return found;
-}
-
 /// Null without bitmaps. The first bitmap gives the size of the image: one point per pixel.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
@@ -106,15 +88,16 @@ PngImages::PngImages(std::vector<std::string> folders) : dataFolders(std::move(f
 ImageRef PngImages::imageFromFile(const std::string& path) {
   auto bitmaps = decodeFile(path);
   if (bitmaps.empty()) return nullptr;
-  for (const auto& other : otherResolutions(path)) {
-    auto more = decodeFile(other);
+  const std::filesystem::path file(path);
+  for (const int size : sizes) {
+    const std::string name = file.stem().string() + "-" + std::to_string(size) + file.extension().string();
+    auto more = decodeFile(file.parent_path() / name);
     std::move(more.begin(), more.end(), std::back_inserter(bitmaps));
   }
   return makeImage(std::move(bitmaps));
 }
 
 ImageRef PngImages::imageNamed(const std::string& name) {
-  static constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
   if (name.find('/') != std::string::npos) return nullptr;
   for (const auto& folder : dataFolders) {
     std::vector<Bitmap> bitmaps;

@@ -8,7 +8,7 @@
 namespace kestrune {
 
 /// Images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point;
-/// "name-N.png" beside it is the same picture, N pixels wide.
+/// "name-N.png" beside it is the same picture, N pixels wide, for N = 16, 22, 24, 32, 44, 48 and 64.
 class PngImages final : public Images {
  public:
   /// `dataFolders` contain the icon themes (icons/, pixmaps/), most important first.

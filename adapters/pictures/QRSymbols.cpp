@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <memory>
+#include <optional>
 
 namespace kestrune {
 
@@ -14,14 +15,12 @@ constexpr std::size_t bytesPerPixel = 4;
 constexpr std::uint8_t white = 255;
 constexpr std::uint8_t black = 0;
 
-}  // namespace
-
-std::optional<Bitmap> QRSymbols::generate(const std::string& message) {
-  if (message.size() > INT_MAX) return std::nullopt;
+/// Absent when `message` does not fit into a symbol of `level`.
+std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   constexpr int anyVersion = 0;
   const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(
       QRcode_encodeData(static_cast<int>(message.size()),
-                        reinterpret_cast<const unsigned char*>(message.data()), anyVersion, QR_ECLEVEL_M),
+                        reinterpret_cast<const unsigned char*>(message.data()), anyVersion, level),
       &QRcode_free);
   if (!symbol) return std::nullopt;
 
@@ -37,6 +36,16 @@ std::optional<Bitmap> QRSymbols::generate(const std::string& message) {
     }
   }
   return bitmap;
+}
+
+}  // namespace
+
+std::vector<Bitmap> QRSymbols::generate(const std::string& message) {
+  if (message.size() > INT_MAX) return {};
+  const auto usual = symbolFor(message, QR_ECLEVEL_M);
+  if (!usual) return {};
+  const auto compact = symbolFor(message, QR_ECLEVEL_L);
+  return compact->width < usual->width ? std::vector{*compact, *usual} : std::vector{*usual};
 }
 
 }  // namespace kestrune

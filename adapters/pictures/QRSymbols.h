@@ -7,7 +7,7 @@ namespace kestrune {
 /// QR symbols by libqrencode.
 class QRSymbols final : public QRCodeGenerator {
  public:
-  std::optional<Bitmap> generate(const std::string& message) override;
+  std::vector<Bitmap> generate(const std::string& message) override;
 };
 
 }  // namespace kestrune

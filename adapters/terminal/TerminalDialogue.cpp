@@ -1,5 +1,6 @@
 #include "adapters/terminal/TerminalDialogue.h"
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -45,8 +46,8 @@ bool isDark(const Bitmap& bitmap, int column, int row) {
 }  // namespace
 
 TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors,
-                                   int givenColumns)
-    : alert(std::move(givenAlert)), styles(givenStyles), colors(givenColors), columns(givenColumns) {
+                                   int givenColumns, int givenRows)
+    : alert(std::move(givenAlert)), styles(givenStyles), colors(givenColors), columns(givenColumns), rows(givenRows) {
   if (alert.accessoryView) collect(*alert.accessoryView);
 }
 
@@ -61,8 +62,10 @@ void TerminalDialogue::collect(const View& view) {
     }
     parts.push_back(&view);
     fields[view.identifier] = view.text;
-  } else if (view.kind == ViewKind::label || view.kind == ViewKind::image) {
+  } else if (view.kind == ViewKind::label) {
     parts.push_back(&view);
+  } else if (view.kind == ViewKind::image && view.image) {
+    image = &view;
   }
   for (const auto& child : view.children) collect(child);
 }
@@ -85,7 +88,7 @@ std::string TerminalDialogue::advance() {
   return text + again();
 }
 
-/// The line of buttons, unless a field is asked for.
+/// The line of buttons and the image, unless a field is asked for.
 std::string TerminalDialogue::again() const {
   if (asksForField()) return "";
   std::string text;
@@ -95,7 +98,7 @@ std::string TerminalDialogue::again() const {
   };
   for (const auto& button : alert.buttons) add(button);
   for (const auto* const button : buttons) add(button->text);
-  return text + "\n";
+  return text + "\n" + (image != nullptr ? picture(*image->image) : "");
 }
 
 TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
@@ -132,19 +135,25 @@ bool TerminalDialogue::asksForSecret() const {
 }
 
 std::string TerminalDialogue::textOf(const View& view) const {
-  if (view.kind == ViewKind::image) return view.image ? picture(*view.image) : std::string();
   const std::string text = displayRow(view.text);
   if (view.fontWeight == FontWeight::semibold) return "\n" + styles.bold(text) + "\n";
   return (view.textColor == TextColor::secondary ? styles.faint(text) : text) + "\n";
 }
 
-/// Two rows of pixels in each line. Nothing can read a picture whose lines are wrapped.
-std::string TerminalDialogue::picture(const Image& image) const {
-  const Bitmap& bitmap = image.bitmaps.front();
-  if (columns > 0 && columns < bitmap.width) {
-    return "（終端機太窄，圖放不下：需要 " + std::to_string(bitmap.width) + " 欄，現在是 " +
-           std::to_string(columns) + " 欄。）\n";
+/// The largest bitmap that fits above the prompt. Two rows of pixels in each line.
+std::string TerminalDialogue::picture(const Image& pictured) const {
+  const auto rowsFor = [](const Bitmap& bitmap) { return (bitmap.height + 1) / 2 + 1; };
+  const auto& bitmaps = pictured.bitmaps;
+  const auto fitting = std::find_if(bitmaps.rbegin(), bitmaps.rend(), [&](const Bitmap& each) {
+    return (columns == 0 || each.width <= columns) &&
+           (rows == 0 || rowsFor(each) <= rows);
+  });
+  if (fitting == bitmaps.rend()) {
+    // A part of a QR code, or one with broken lines, cannot be scanned.
+    return "（終端機太小，圖放不下：需要 " + std::to_string(bitmaps.front().width) + " 欄、" +
+           std::to_string(rowsFor(bitmaps.front())) + " 列。）\n";
   }
+  const Bitmap& bitmap = *fitting;
   std::string text;
   for (int row = 0; row < bitmap.height; row += 2) {
     const char* last = nullptr;

@@ -23,8 +23,9 @@ struct TextStyles {
 /// and at the end for a button. Does no input or output itself. Main thread.
 class TerminalDialogue {
  public:
-  /// `givenColors`: pictures may use colours. `givenColumns`: the width of the terminal; 0: unknown.
-  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors, int givenColumns);
+  /// `givenColors`: pictures may use colours. `givenColumns` and `givenRows`: the size of the terminal; 0: unknown.
+  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors, int givenColumns,
+                   int givenRows);
   TerminalDialogue(const TerminalDialogue&) = delete;
   TerminalDialogue& operator=(const TerminalDialogue&) = delete;
 
@@ -58,8 +59,10 @@ class TerminalDialogue {
   const TextStyles styles;
   const bool colors;
   const int columns;
-  std::vector<const View*> parts;    ///< labels, pictures and fields of the alert's view
+  const int rows;
+  std::vector<const View*> parts;    ///< labels and fields of the alert's view
   std::vector<const View*> buttons;  ///< inside the view; numbered after those of the alert
+  const View* image = nullptr;       ///< printed last, so that nothing scrolls it away
   std::size_t next = 0;              ///< the index of the part that is asked for
   std::map<std::string, std::string> fields;
 };

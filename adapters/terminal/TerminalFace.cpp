@@ -179,7 +179,9 @@ void TerminalFace::choose(const std::string& text) {
 
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // typed for the menu
-  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, styles, colors, output.size().ws_col));
+  const winsize size = output.size();
+  dialogues.push_back(
+      std::make_unique<TerminalDialogue>(shown.alert, styles, colors, size.ws_col, size.ws_row));
   std::string text = dialogues.back()->begin();
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);

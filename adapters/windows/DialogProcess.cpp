@@ -11,6 +11,7 @@
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
+#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
@@ -22,14 +23,46 @@ constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes
 
 }  // namespace
 
-DialogProcess::DialogProcess(EventLoop& givenLoop, OnEvent givenOnEvent, OnEnd givenOnEnd)
-    : loop(givenLoop), onEvent(std::move(givenOnEvent)), onEnd(std::move(givenOnEnd)) {}
+void DialogProgram::report(const std::string& reason) {
+  if (!hasDisplay || access(path.c_str(), F_OK) == 0) {
+    return reportOnce("no window from " + path + ": " + reason);
+  }
+  reportOnce(
+      "no windows: " + path +
+      " is missing; notifications are shown instead. Install the package kestrune-menu-dialogs, or start "
+      "with --terminal");
+  if (std::exchange(isReportedMissing, true)) return;
+  notifications.add(
+      {.identifier = "no-dialogs",
+       .title = "Kestrune 無法顯示視窗",
+       .body = "沒有安裝套件 kestrune-menu-dialogs，內容改用通知顯示。請安裝這個套件，或在終端機執行 "
+               "KestruneMenuClient --terminal。",
+       .lasting = true});
+}
+
+DialogProcess::DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent,
+                             OnEnd givenOnEnd)
+    : loop(givenLoop),
+      program(givenProgram),
+      onEvent(std::move(givenOnEvent)),
+      onEnd(std::move(givenOnEnd)) {}
 
 DialogProcess::~DialogProcess() {
   *alive = false;
 }
 
-std::optional<std::string> DialogProcess::start(const std::string& path) {
+bool DialogProcess::start(const std::string& activationToken) {
+  if (const auto problem =
+          program.hasDisplay ? spawnProgram() : std::optional<std::string>("there is no display")) {
+    program.report(*problem);
+    return false;
+  }
+  if (!activationToken.empty()) send(dialogs::Raise{activationToken});
+  return true;
+}
+
+/// Why it failed; absent on success.
+std::optional<std::string> DialogProcess::spawnProgram() {
   int in[2];
   int out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
@@ -40,9 +73,11 @@ std::optional<std::string> DialogProcess::start(const std::string& path) {
   const FileDescriptor childOutput(out[1]);
   fcntl(ownInput.get(), F_SETFL, O_NONBLOCK);
   fcntl(ownOutput.get(), F_SETFL, O_NONBLOCK);
-  if (const int failure =
-          spawn({.executable = path, .arguments = {}, .input = childInput.get(), .output = childOutput.get()},
-                pid)) {
+  if (const int failure = spawn({.executable = program.path,
+                                 .arguments = {},
+                                 .input = childInput.get(),
+                                 .output = childOutput.get()},
+                                pid)) {
     return describe(failure);
   }
   loop.reap(pid);
@@ -50,6 +85,12 @@ std::optional<std::string> DialogProcess::start(const std::string& path) {
   output = std::move(ownOutput);
   readable = loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
   return std::nullopt;
+}
+
+void DialogProcess::show(const dialogs::Request& request, int id) {
+  send(request);
+  expected = id;
+  deadline = loop.after(program.patience, [this] { finish("its window did not appear"); });
 }
 
 void DialogProcess::send(const dialogs::Request& request) {
@@ -64,7 +105,10 @@ void DialogProcess::readSome() {
   char buffer[65536];
   const ssize_t count = read(output.get(), buffer, sizeof buffer);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count <= 0) return finish(std::nullopt);
+  if (count <= 0) {
+    return finish(deadline ? std::optional<std::string>("it ended before its window appeared")
+                           : std::nullopt);
+  }
   // The old part has no line end.
   std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
@@ -78,6 +122,9 @@ void DialogProcess::readSome() {
     const auto& understood = std::get<dialogs::Event>(event);
     if (const auto* const refused = std::get_if<dialogs::Refused>(&understood))
       return finish(refused->reason);
+    const auto* const shown = std::get_if<dialogs::Shown>(&understood);
+    const auto* const answered = std::get_if<dialogs::Answered>(&understood);
+    if ((shown && shown->id == expected) || (answered && answered->id == expected)) deadline.reset();
     const auto handler = onEvent;
     handler(understood);
     if (!*stillAlive) return;
@@ -88,10 +135,11 @@ void DialogProcess::readSome() {
 void DialogProcess::finish(const std::optional<std::string>& problem) {
   // A program that breaks the protocol may not end when its standard input is closed.
   kill();
+  deadline.reset();
   readable.reset();
   input.reset();
-  const auto handler = std::exchange(onEnd, nullptr);
-  if (handler) handler(problem);
+  if (problem) program.report(*problem);
+  if (const auto handler = std::exchange(onEnd, nullptr)) handler(problem.has_value());
 }
 
 }  // namespace kestrune

@@ -1,18 +1,11 @@
 #include "adapters/windows/MenuWindowProcess.h"
 
 #include <algorithm>
-#include <utility>
-
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
-MenuWindowProcess::MenuWindowProcess(EventLoop& givenLoop, std::string givenProgram, bool givenHasDisplay,
-                                     Seconds givenPatience)
-    : loop(givenLoop),
-      program(std::move(givenProgram)),
-      hasDisplay(givenHasDisplay),
-      patience(givenPatience) {}
+MenuWindowProcess::MenuWindowProcess(EventLoop& givenLoop, DialogProgram& givenProgram)
+    : loop(givenLoop), program(givenProgram) {}
 
 MenuWindowProcess::~MenuWindowProcess() = default;
 
@@ -24,51 +17,26 @@ void MenuWindowProcess::setMenu(const Menu& changed) {
 
 void MenuWindowProcess::show(const std::string& activationToken) {
   if (process) return process->send(dialogs::Raise{activationToken});
-  if (!hasDisplay) return report("there is no display");
+  // The window has no event for being closed without a choice: its process ends.
   process = std::make_unique<DialogProcess>(
-      loop, [this](const dialogs::Event& event) { handle(event); },
-      [this](const std::optional<std::string>& problem) { ended(problem); });
-  if (const auto problem = process->start(program)) {
-    process.reset();
-    return report(*problem);
-  }
-  if (!activationToken.empty()) process->send(dialogs::Raise{activationToken});
-  process->send(dialogs::ShowMenu{menu});
-  deadline = loop.after(patience, [this] {
-    process->kill();
-    ended("its window did not come");
-  });
+      loop, program, [this](const dialogs::Event& event) { handle(event); },
+      [this](bool) { process.reset(); });
+  if (!process->start(activationToken)) return process.reset();
+  process->show(dialogs::ShowMenu{menu}, 0);
 }
 
 void MenuWindowProcess::close() {
   if (process) process->kill();
-  forgetProcess();
+  process.reset();
 }
 
 void MenuWindowProcess::handle(const dialogs::Event& event) {
-  if (std::holds_alternative<dialogs::Shown>(event)) {
-    deadline.reset();
-  } else if (const auto* const chosen = std::get_if<dialogs::Chosen>(&event)) {
-    forgetProcess();
-    const auto item = std::find_if(menu.items.begin(), menu.items.end(),
-                                   [chosen](const MenuItem& each) { return each.id == chosen->item; });
-    if (item != menu.items.end()) performMenuItem(MenuItem(*item));
-  }
-}
-
-/// Reports why there is no window, unless the user closed it without a choice.
-void MenuWindowProcess::ended(const std::optional<std::string>& problem) {
-  if (problem || deadline) report(problem.value_or("it ended before its window came"));
-  forgetProcess();
-}
-
-void MenuWindowProcess::report(const std::string& problem) const {
-  reportOnce("no menu window from " + program + ": " + problem);
-}
-
-void MenuWindowProcess::forgetProcess() {
-  deadline.reset();
+  const auto* const chosen = std::get_if<dialogs::Chosen>(&event);
+  if (chosen == nullptr) return;
   process.reset();
+  const auto item = std::find_if(menu.items.begin(), menu.items.end(),
+                                 [chosen](const MenuItem& each) { return each.id == chosen->item; });
+  if (item != menu.items.end()) performMenuItem(MenuItem(*item));
 }
 
 }  // namespace kestrune

@@ -12,9 +12,7 @@ namespace kestrune {
 /// open menus. Shows changes of the menu while it is open. Main thread.
 class MenuWindowProcess {
  public:
-  /// `program` is the path of KestruneMenuDialogs; `hasDisplay`: the session has a display; `patience`: how
-  /// long the window may take to appear.
-  MenuWindowProcess(EventLoop& loop, std::string program, bool hasDisplay, Seconds patience = windowPatience);
+  MenuWindowProcess(EventLoop& loop, DialogProgram& program);
   ~MenuWindowProcess();
 
   void setMenu(const Menu& menu);
@@ -27,17 +25,11 @@ class MenuWindowProcess {
 
  private:
   void handle(const dialogs::Event& event);
-  void ended(const std::optional<std::string>& problem);
-  void forgetProcess();
-  void report(const std::string& problem) const;
 
   EventLoop& loop;
-  const std::string program;
-  const bool hasDisplay;
-  const Seconds patience;
+  DialogProgram& program;
   Menu menu;
   std::unique_ptr<DialogProcess> process;
-  EventSource deadline;  ///< set until the window is on the screen
 };
 
 }  // namespace kestrune

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "adapters/windows/DialogAlerts.h"
+#include "adapters/windows/MenuWindowProcess.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
@@ -31,15 +32,14 @@ struct TheDialogAlerts : ::testing::Test {
             .buttons = {"OK", "Cancel"},
             .target = target};
   }
-  void present(Alert shown) { presentOn(windows, std::move(shown)); }
   void present(const std::string& message) { present(alert(message)); }
-  void presentOn(DialogAlerts& face, Alert shown) {
-    face.present({[shown] { return shown; },
-                  [this, name = shown.messageText](const AlertAnswer& answer) {
-                    answers.push_back(name +
-                                      (answer.button ? " " + std::to_string(*answer.button) : " cancelled"));
-                    lastFields = answer.fields;
-                  }});
+  void present(const Alert& shown) {
+    windows.present({[shown] { return shown; },
+                     [this, name = shown.messageText](const AlertAnswer& answer) {
+                       answers.push_back(
+                           name + (answer.button ? " " + std::to_string(*answer.button) : " cancelled"));
+                       lastFields = answer.fields;
+                     }});
   }
   bool areAnswered(std::size_t count) {
     return comesTrue(loop, [this, count] { return answers.size() >= count; });
@@ -69,13 +69,14 @@ struct TheDialogAlerts : ::testing::Test {
   FakeNotifications notifications{log};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   ActivationToken token;
-  DialogAlerts windows{loop, notifications, token, stand.program(), true};
+  DialogProgram program{stand.program(), true, notifications};
+  DialogAlerts windows{loop, program, token};
   Texts answers;
   std::map<std::string, std::string> lastFields;
   int lastId = 0;
 };
 
-TEST_F(TheDialogAlerts, ShowWhatIsAskedForAndPassTheAnswerOn) {
+TEST_F(TheDialogAlerts, ShowAnAlertAndPassItsAnswerOn) {
   Alert asked = alert("a");
   asked.style = AlertStyle::informational;
   asked.accessoryView = View{.kind = ViewKind::textField, .identifier = "name", .text = "old"};
@@ -100,22 +101,7 @@ TEST_F(TheDialogAlerts, ShowWhatIsAskedForAndPassTheAnswerOn) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(TheDialogAlerts, IgnoreWhatConcernsNoOpenAlert) {
-  DialogsRun& run = open("a");
-  run.say(Shown{lastId + 1});
-  run.say(Pressed{lastId + 1, "act"});
-  run.say(Answered{lastId + 1, {0}});
-  run.say(dialogs::Chosen{1});
-  run.say(Pressed{lastId, "mark"});
-  ASSERT_TRUE(comesTrue(loop, [this] { return !target->performed.empty(); }));
-  EXPECT_EQ(target->performed, CallLog{"mark"});
-  EXPECT_EQ(answers, Texts{});
-  run.say(Answered{lastId, {0}});
-  ASSERT_TRUE(areAnswered(1));
-  EXPECT_EQ(answers, Texts{"a 0"});
-}
-
-TEST_F(TheDialogAlerts, TellWhatALostWindowShowedInANotificationWithoutItsFields) {
+TEST_F(TheDialogAlerts, NotifyOfALostWindowWithoutItsFields) {
   Alert asked = alert("a");
   asked.accessoryView = View{.kind = ViewKind::secureTextField, .identifier = "token", .text = "secret"};
   present(asked);
@@ -131,48 +117,18 @@ TEST_F(TheDialogAlerts, TellWhatALostWindowShowedInANotificationWithoutItsFields
   EXPECT_EQ(errors.text(), complaint("it ended without an answer"));
 }
 
-TEST_F(TheDialogAlerts, StackWhatAButtonInsideAsksFor) {
-  present("first");
-  present("queued");
-  DialogsRun& run = stand.run();
-  const int bottom = run.asked<ShowAlert>(1).front().id;
-  run.say(Shown{bottom});
-  target->onPerform = [this] {
-    present("top 1");
-    present("top 2");
-  };
-  run.say(Pressed{bottom, "explain"});
-  const auto requests = run.asked<ShowAlert>(3);
-  EXPECT_EQ(target->performed, CallLog{"explain"});
-  EXPECT_EQ(requests[1].alert.messageText, "top 1");
-  EXPECT_EQ(requests[2].alert.messageText, "top 2");
-  for (std::size_t each = requests.size(); each-- > 0;) run.say(Answered{requests[each].id, {0}});
-  ASSERT_TRUE(areAnswered(3));
-  EXPECT_EQ(answers, (Texts{"top 2 0", "top 1 0", "first 0"}));
-  const auto next = stand.run(2).asked<ShowAlert>(1);
-  EXPECT_EQ(next.front().alert.messageText, "queued");
-}
-
-TEST_F(TheDialogAlerts, AreGivenTheTokenOfTheClickBeforeTheyCome) {
+TEST_F(TheDialogAlerts, SendTheActivationTokenBeforeTheAlert) {
   token.give("token");
   DialogsRun& run = open("a");
   EXPECT_EQ(std::get<dialogs::Raise>(run.requests.at(0)).activationToken, "token");
   EXPECT_EQ(token.take(), "") << "a token serves once";
 }
 
-TEST_F(TheDialogAlerts, AreRaisedByTheTokenOfTheClick) {
+TEST_F(TheDialogAlerts, AreRaisedWithTheActivationTokenWhenAnotherAlertWaits) {
   DialogsRun& run = open("a");
   token.give("token");
   present("b");
   EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "token");
-}
-
-TEST_F(TheDialogAlerts, AreRaisedForAnAlertThatHasToWait) {
-  DialogsRun& run = open("minimised");
-  present("queued");
-  run.asked<dialogs::Raise>(1);
-  EXPECT_EQ(run.requests.size(), 2u);
-  EXPECT_EQ(answers, Texts{});
 }
 
 TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
@@ -187,7 +143,7 @@ TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
   EXPECT_NE(notifications.posted[0].identifier, notifications.posted[1].identifier);
 }
 
-TEST_F(TheDialogAlerts, HoldNothingUpWhenTheProgramReadsSlowly) {
+TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
   // More than pipe and socket together take.
   large.informativeText.assign(std::size_t{4} << 20, 'x');
@@ -209,7 +165,7 @@ TEST_F(TheDialogAlerts, HoldNothingUpWhenTheProgramReadsSlowly) {
   EXPECT_EQ(answers, (Texts{"large 0", "large cancelled"}));
 }
 
-TEST_F(TheDialogAlerts, LeaveNothingBehindAfterAHundredAlerts) {
+TEST_F(TheDialogAlerts, LeakNothingInAHundredAlerts) {
   stand.whenRuns = [this](DialogsRun& run) {
     run.whenAsked = [this, &run](const dialogs::Request& request) {
       if (stand.runs.size() % 2 == 0) return run.end();
@@ -229,10 +185,10 @@ TEST_F(TheDialogAlerts, LeaveNothingBehindAfterAHundredAlerts) {
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_EQ(stand.runs.size(), 100u);
   EXPECT_EQ(notifications.posted.size(), 50u);
-  EXPECT_EQ(errors.text(), complaint("it ended without an answer"));
+  EXPECT_EQ(errors.text(), complaint("it ended before its window appeared"));
 }
 
-TEST_F(TheDialogAlerts, ForgetEverythingWhenTheyAreClosed) {
+TEST_F(TheDialogAlerts, CallNoCompletionAfterClose) {
   DialogsRun& run = open("a");
   present("queued");
   target->onPerform = [this] {
@@ -250,10 +206,10 @@ TEST_F(TheDialogAlerts, ForgetEverythingWhenTheyAreClosed) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
-  DialogAlerts blind(loop, notifications, token, stand.program(), false);
+TEST_F(TheDialogAlerts, BecomeNotificationsWithoutADisplay) {
+  program.hasDisplay = false;
   for (int each = 0; each < 2; ++each) {
-    presentOn(blind, alert("a"));
+    present("a");
     EXPECT_EQ(answers.size(), static_cast<std::size_t>(each)) << "answered before it was asked for";
     EXPECT_TRUE(areAnswered(static_cast<std::size_t>(each) + 1));
   }
@@ -268,10 +224,10 @@ TEST_F(TheDialogAlerts, StartNothingWithoutADisplay) {
   EXPECT_TRUE(stand.runs.empty());
 }
 
-TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
+TEST_F(TheDialogAlerts, HaveNoTimeLimitOnceTheWindowIsShown) {
   constexpr Seconds limit{3};
-  DialogAlerts hasty(loop, notifications, token, stand.program(), true, limit);
-  presentOn(hasty, alert("a"));
+  program.patience = limit;
+  present("a");
   DialogsRun& run = stand.run();
   const int id = run.asked<ShowAlert>(1).front().id;
   run.say(Shown{id});
@@ -283,12 +239,31 @@ TEST_F(TheDialogAlerts, GiveAWindowTimeOnlyUntilItIsThere) {
   settleQueue(loop);
 }
 
-/// A program that shows no window, and what is said of it.
+TEST_F(TheDialogAlerts, ReportAMissingProgramOnceWithItsPackage) {
+  std::filesystem::remove(stand.program());
+  MenuWindowProcess menuWindow(loop, program);
+  menuWindow.show();
+  present("a");
+  present("b");
+  ASSERT_TRUE(areAnswered(2));
+  menuWindow.show();
+  EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));
+  EXPECT_EQ(errors.text(), "KestruneMenuClient: no windows: " + stand.program() +
+                               " is missing; notifications are shown instead. Install the package "
+                               "kestrune-menu-dialogs, or start with --terminal\n");
+  EXPECT_EQ(
+      notified(),
+      (Texts{"Kestrune 無法顯示視窗|沒有安裝套件 kestrune-menu-dialogs，內容改用通知顯示。請安裝這個套件，"
+             "或在終端機執行 KestruneMenuClient --terminal。",
+             "a|about a", "b|about b"}));
+}
+
+/// A program that shows no window, and the reason that is reported.
 struct Failure {
   const char* name;
-  const char* script;  ///< null: there is no program
+  const char* script;
   const char* reason;
-  Seconds patience = windowPatience;
+  Seconds patience{5.0};
 
   friend void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
 };
@@ -296,33 +271,29 @@ struct Failure {
 #define AND_HANG "\nexec " TEST_CHILD " pause"
 
 const Failure failures[] = {
-    {"Missing", nullptr, "No such file or directory"},
-    {"Crashes", "kill -9 $$", "it ended without an answer"},
-    {"ClosesItsOutput", "exec >&-" AND_HANG, "it ended without an answer"},
-    {"Hangs", AND_HANG, "its window did not come", Seconds{0.02}},
-    {"ShowsAnother", "echo '{\"version\":1,\"shown\":77}'" AND_HANG, "its window did not come",
+    {"Crashes", "kill -9 $$", "it ended before its window appeared"},
+    {"ClosesItsOutput", "exec >&-" AND_HANG, "it ended before its window appeared"},
+    {"Hangs", AND_HANG, "its window did not appear", Seconds{0.02}},
+    {"ShowsAnother", "echo '{\"version\":2,\"shown\":{\"id\":77}}'" AND_HANG, "its window did not appear",
      Seconds{0.02}},
     {"SaysNonsense", "echo nonsense" AND_HANG, "it answered: a line that is not of the protocol"},
-    {"SaysNothingKnown", "echo '{\"version\":1}'" AND_HANG, "it answered: a line that tells nothing known"},
+    {"SaysNothingKnown", "echo '{\"version\":2}'" AND_HANG,
+     "it answered: a line that is not of the protocol"},
     {"NeverEndsItsLine", "exec " TEST_CHILD " flood 17000000 pause", "it answered without end", patience},
-    {"IsOfAnotherVersion", "echo '{\"version\":2,\"shown\":1}'" AND_HANG,
-     "it answered: it speaks version 2 of the protocol, this half version 1; install both from the same "
+    {"IsOfAnotherVersion", "echo '{\"version\":3,\"shown\":{\"id\":1}}'" AND_HANG,
+     "it answered: it speaks version 3 of the protocol, this half version 2; install both from the same "
      "build"},
-    {"Refuses", "echo '{\"version\":1,\"refused\":\"too much\"}'" AND_HANG, "too much"},
+    {"Refuses", "echo '{\"version\":2,\"refused\":{\"reason\":\"too much\"}}'" AND_HANG, "too much"},
 };
 
 struct DialogAlertsWithAProgramThat : TheDialogAlerts, ::testing::WithParamInterface<Failure> {};
 INSTANTIATE_TEST_SUITE_P(Each, DialogAlertsWithAProgramThat, ::testing::ValuesIn(failures),
                          [](const auto& failure) { return failure.param.name; });
 
-TEST_P(DialogAlertsWithAProgramThat, FallBackToNotifications) {
-  if (GetParam().script != nullptr) {
-    stand.replaceBy(GetParam().script);
-  } else {
-    std::filesystem::remove(stand.program());
-  }
-  DialogAlerts failing(loop, notifications, token, stand.program(), true, GetParam().patience);
-  for (const char* const message : {"a", "b"}) presentOn(failing, alert(message));
+TEST_P(DialogAlertsWithAProgramThat, BecomeNotifications) {
+  stand.replaceBy(GetParam().script);
+  program.patience = GetParam().patience;
+  for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
   // Nobody asks it to end any more, and yet it does.

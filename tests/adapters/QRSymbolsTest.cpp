@@ -43,55 +43,51 @@ struct QRSymbolsTest : ::testing::Test {
 };
 
 TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
-  const auto bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b");
-  ASSERT_TRUE(bitmap);
-  EXPECT_EQ(bitmap->width, bitmap->height);
+  const Bitmap bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b").at(0);
+  EXPECT_EQ(bitmap.width, bitmap.height);
   // Sizes of symbols are 17 modules and four for each version.
-  EXPECT_EQ((bitmap->width - 8 - 17) % 4, 0);
+  EXPECT_EQ((bitmap.width - 8 - 17) % 4, 0);
   std::set<Pixel> colours;
-  for (int row = 0; row < bitmap->height; ++row) {
-    for (int column = 0; column < bitmap->width; ++column) {
-      const Pixel found = pixel(*bitmap, column, row);
+  for (int row = 0; row < bitmap.height; ++row) {
+    for (int column = 0; column < bitmap.width; ++column) {
+      const Pixel found = pixel(bitmap, column, row);
       colours.insert(found);
-      const bool atTheEdge = std::min(row, column) < 4 || std::max(row, column) >= bitmap->width - 4;
+      const bool atTheEdge = std::min(row, column) < 4 || std::max(row, column) >= bitmap.width - 4;
       EXPECT_TRUE(!atTheEdge || found == white) << column << " " << row;
     }
   }
   EXPECT_EQ(colours, (std::set<Pixel>{black, white}));
-  EXPECT_EQ(pixel(*bitmap, 4, 4), black);
+  EXPECT_EQ(pixel(bitmap, 4, 4), black);
 }
 
-TEST_F(QRSymbolsTest, AreReadBack) {
-  for (const std::string message :
-       {"a", "kestrune://configure?apiUrl=https://relay.example.com&token=abc", "0123456789", "ABC 123",
-        "a%2Bb%3D%26", "mixed 123 ABC abc", "$'()*,;:@/-._~!"}) {
-    const auto bitmap = symbols.generate(message);
-    ASSERT_TRUE(bitmap) << message;
-    EXPECT_EQ(readBack(*bitmap), message);
+TEST_F(QRSymbolsTest, AreDecodedWhateverTheMessageAndItsLength) {
+  std::vector<std::string> messages{"a", "0123456789", "ABC 123", "a%2Bb%3D%26", "$'()*,;:@/-._~!"};
+  for (std::size_t length = 60; length < 2331; length += 211) messages.emplace_back(length, 't');
+  for (const auto& message : messages) {
+    for (const auto& bitmap : symbols.generate(message)) EXPECT_EQ(readBack(bitmap), message);
   }
 }
 
-TEST_F(QRSymbolsTest, AreReadBackAtEveryLength) {
-  std::string message = "kestrune://configure?apiUrl=https://relay.example.com&token=";
-  while (message.size() < 2331) {
-    const auto bitmap = symbols.generate(message);
-    ASSERT_TRUE(bitmap) << message.size();
-    EXPECT_EQ(readBack(*bitmap), message) << message.size();
-    message.append(211, 't');
-  }
+TEST_F(QRSymbolsTest, AreOfLevelMAndBeforeItOfLevelLWhereThatIsSmaller) {
+  const auto widths = [this](std::size_t length) {
+    std::vector<int> found;
+    for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
+    return found;
+  };
+  // Version 5, of 37 modules, has room for 84 bytes with level M and for 106 bytes with level L.
+  EXPECT_EQ(widths(84), std::vector{37});
+  EXPECT_EQ(widths(85), (std::vector{37, 41}));
+  EXPECT_EQ(widths(106), (std::vector{37, 41}));
 }
 
 TEST_F(QRSymbolsTest, HoldWhatTheLargestHoldsAndNoMore) {
-  // Version 40 at level M, in byte mode.
+  // Version 40 with level M, in byte mode: letters and digits take no less room than others.
   constexpr std::size_t most = 2331;
-  const auto largest = symbols.generate(std::string(most, 'a'));
-  ASSERT_TRUE(largest);
-  EXPECT_EQ(largest->width, 177 + 8);
-  EXPECT_FALSE(symbols.generate(std::string(most + 1, 'a')));
-  // Letters and digits take no less room than others: all are bytes.
-  EXPECT_TRUE(symbols.generate(std::string(most, '1')));
-  EXPECT_FALSE(symbols.generate(std::string(most + 1, '1')));
-  EXPECT_FALSE(symbols.generate(""));
+  for (const char letter : {'a', '1'}) {
+    EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);
+    EXPECT_TRUE(symbols.generate(std::string(most + 1, letter)).empty());
+  }
+  EXPECT_TRUE(symbols.generate("").empty());
 }
 
 }  // namespace

@@ -142,35 +142,48 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
         "kestrune://configure?apiUrl=https://relay.example.com&token=" + std::string(40, 't'),
         std::string(300, 'x')}) {
     for (const bool colored : {false, true}) {
-      Image image{.width = 260, .height = 260, .bitmaps = {*symbols.generate(message)}};
+      Image image{.width = 260, .height = 260, .bitmaps = symbols.generate(message)};
       TerminalDialogue dialogue({.style = AlertStyle::informational,
                                  .messageText = "Code",
                                  .informativeText = "",
                                  .buttons = {"OK"},
                                  .accessoryView = View{.kind = ViewKind::image,
                                                        .image = std::make_shared<Image>(std::move(image))}},
-                                {}, colored, 0);
+                                {}, colored, 0, 0);
       std::string text = dialogue.begin();
-      text.erase(0, text.find("\n\n", 1) + 2);
-      text.erase(text.find("[1]"));
+      text.erase(0, text.find("[1] OK  \n") + 9);
       EXPECT_EQ(readBack(drawn(text)), message) << text;
     }
   }
 }
 
-TEST(TerminalDialogue, RefusesAQRCodeThatIsTooWide) {
+/// A dialogue with a QR code of `message` and a label, as it begins on a terminal of this size.
+std::string beginOfCode(const std::string& message, int columns, int rows) {
   QRSymbols symbols;
-  const Image image{.width = 260, .height = 260, .bitmaps = {*symbols.generate("a")}};
-  const int width = image.bitmaps[0].width;
-  const Alert alert{.messageText = "Code",
-                    .informativeText = "",
-                    .buttons = {"OK"},
-                    .accessoryView = View{.kind = ViewKind::image, .image = std::make_shared<Image>(image)}};
-  EXPECT_NE(TerminalDialogue(alert, {}, false, width).begin().find("█"), std::string::npos);
-  const std::string narrow = TerminalDialogue(alert, {}, false, width - 1).begin();
-  EXPECT_EQ(narrow.find("█"), std::string::npos);
-  EXPECT_NE(narrow.find("（終端機太窄，圖放不下：需要 29 欄，現在是 28 欄。）\n"), std::string::npos)
-      << narrow;
+  const Image image{.width = 260, .height = 260, .bitmaps = symbols.generate(message)};
+  const View picture{.kind = ViewKind::image, .image = std::make_shared<Image>(image)};
+  return TerminalDialogue(form({picture, label("below")}), {}, false, columns, rows).begin();
+}
+
+TEST(TerminalDialogue, FitsAPairingCodeAndItsPromptInto80By24) {
+  const std::string link =
+      "kestrune://configure?apiUrl=https://relay.example.com&token=" + std::string(43, 't');
+  for (const int rows : {24, 26, 0}) {
+    std::string text = beginOfCode(link, 80, rows);
+    text.erase(0, text.find("[2] Cancel  \n") + 13);
+    const auto lines = std::count(text.begin(), text.end(), '\n');
+    EXPECT_EQ(lines + 1, rows == 24 ? 24 : 26) << "level L only where level M has no room";
+    EXPECT_EQ(readBack(drawn(text)), link);
+  }
+}
+
+TEST(TerminalDialogue, RefusesACodeThatDoesNotFitWithTheSizeThatItNeeds) {
+  EXPECT_NE(beginOfCode("a", 29, 16).find("█"), std::string::npos);
+  for (const auto& [columns, rows] : {std::pair{28, 16}, {29, 15}, {28, 0}}) {
+    const std::string text = beginOfCode("a", columns, rows);
+    EXPECT_EQ(text.find("█"), std::string::npos);
+    EXPECT_NE(text.find("（終端機太小，圖放不下：需要 29 欄、16 列。）\n"), std::string::npos) << text;
+  }
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 """The settings and the pairing code in the terminal face: answered line by line, and scanned from the screen."""
 
+import fcntl
+import struct
 import termios
 
 from rig import isolation
@@ -48,18 +50,22 @@ class InATerminal(Dialogue):
     def test_the_code_is_scanned_from_a_terminal(self):
         screen = Screen(self.session)
         long = "".join(f"{i * 7919:x}." for i in range(90))
-        for token, term, colours in (("t0k3n", "xterm-256color", ["-bg", "#fdf6e3", "-fg", "#657b83"]),
-                                     ("t0k3n", "xterm-256color", ["-bg", "#002b36", "-fg", "#586e75"]),
-                                     ("t0k3n", "dumb", ["-bg", "black", "-fg", "#c0c0c0"]), (long, "xterm", [])):
+        large, small = (60, 110), (24, 80)
+        for token, term, size, colours in (("t0k3n", "xterm-256color", large, ["-bg", "#fdf6e3", "-fg", "#657b83"]),
+                                           ("t" * 43, "xterm-256color", small, ["-bg", "#002b36", "-fg", "#586e75"]),
+                                           ("t" * 43, "dumb", small, ["-bg", "black", "-fg", "#c0c0c0"]),
+                                           (long, "xterm", large, [])):
             with self.subTest(token=token, colours=colours):
                 self.start(f"KESTRUNE_APP_API_TOKEN={token}\n", TERM=term)
+                fcntl.ioctl(self.client.input, termios.TIOCSWINSZ, struct.pack("HHHH", *size, 0, 0))
                 self.fill_in()
                 self.expect("按鈕編號> ")
                 begin = self.read
                 self.ask("4", f"API URL：{PLACEHOLDER_URL}")
+                self.expect("按鈕編號> ")
                 shown = self.session.root / "shown"
                 shown.write_text(self.client.output.so_far[begin:self.read])
-                terminal = self.session.spawn("xterm", "-fa", "monospace", "-fs", "8", "-geometry", "110x60", *colours,
+                terminal = self.session.spawn("xterm", "-fa", "monospace", "-fs", "8", "-geometry", f"{size[1]}x{size[0]}", *colours,
                                               "-e", "sh", "-c", SHOWING, "sh", str(shown))
                 # Looks again and again, because a program that has drawn tells nobody.
                 deadline = Deadline()

@@ -110,7 +110,7 @@ class Restart(OnScreen):
         self.start(environment={"DISPLAY": self.screen.name + "1"})
         self.bus.click(24)
         self.traffic.wait_for_notification(*GUIDE[:2])
-        self.client.complained("it ended without an answer\n")
+        self.client.complained("it ended before its window appeared\n")
         name = self.bus.client()
         self.bus.click(27)
         self.assertEqual(self.session.events.next(), "stopping")

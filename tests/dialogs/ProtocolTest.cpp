@@ -12,30 +12,37 @@ using namespace std::string_literals;
 using nlohmann::json;
 
 template <typename Message>
-Message requested(const std::string& line) {
-  return std::get<Message>(std::get<Request>(decodeRequest(line)));
+Message decoded(const Request& request) {
+  return std::get<Message>(std::get<Request>(decodeRequest(encode(request))));
 }
 
 template <typename Message>
-Message told(const std::string& line) {
-  return std::get<Message>(std::get<Event>(decodeEvent(line)));
+Message decoded(const Event& event) {
+  return std::get<Message>(std::get<Event>(decodeEvent(encode(event))));
 }
 
-/// Why a line is not understood; empty when it is.
-template <typename Decoded>
-std::string reasonIn(const Decoded& decoded) {
-  const auto* const reason = std::get_if<std::string>(&decoded);
+Alert decodedAlert(const Alert& alert) {
+  return decoded<ShowAlert>(Request{ShowAlert{1, alert}}).alert;
+}
+
+/// Why a line is refused as a request; empty when it is accepted.
+std::string refusal(const std::string& line) {
+  const auto result = decodeRequest(line);
+  const auto* const reason = std::get_if<std::string>(&result);
   return reason != nullptr ? *reason : "";
 }
-std::string reasonAgainstRequest(const std::string& line) {
-  return reasonIn(decodeRequest(line));
-}
-std::string reasonAgainstEvent(const std::string& line) {
-  return reasonIn(decodeEvent(line));
+
+constexpr auto rubbish = "a line that is not of the protocol";
+
+Image twoByOne() {
+  Image image{.width = 260, .height = 130.5, .isTemplate = false, .bitmaps = {}};
+  image.bitmaps.push_back({2, 1, {0, 1, 2, 255, 253, 254, 255, 0}});
+  image.bitmaps.push_back({4, 2, std::vector<std::uint8_t>(32, 0x9a)});
+  return image;
 }
 
-/// One of each kind, with nothing left as it is by default.
-View everything() {
+/// An alert with every kind of view. No member has its default value.
+Alert fullAlert() {
   View view{.kind = ViewKind::container, .width = 560, .height = 315.5, .insets = {1, 2, 3, 4}};
   for (const auto kind : {ViewKind::label, ViewKind::textField, ViewKind::secureTextField, ViewKind::button,
                           ViewKind::image, ViewKind::stack, ViewKind::scroll}) {
@@ -56,22 +63,17 @@ View everything() {
                              .alignment = StackAlignment::centerX,
                              .spacing = 10});
   }
-  return view;
-}
-
-Alert fullAlert() {
   return {.style = AlertStyle::informational,
           .messageText = "Kestrune 連線與桌面設定",
           .informativeText = "第一行\n第二行",
           .buttons = {"保存並刷新", "打開 .env", "取消"},
-          .accessoryView = everything()};
+          .accessoryView = view};
 }
 
-Image twoByOne() {
-  Image image{.width = 260, .height = 130.5, .isTemplate = false, .bitmaps = {}};
-  image.bitmaps.push_back({2, 1, {0, 1, 2, 255, 253, 254, 255, 0}});
-  image.bitmaps.push_back({4, 2, std::vector<std::uint8_t>(32, 0x9a)});
-  return image;
+Alert alertWith(Image image) {
+  Alert alert = fullAlert();
+  alert.accessoryView = View{.kind = ViewKind::image, .image = std::make_shared<Image>(std::move(image))};
+  return alert;
 }
 
 Menu fullMenu() {
@@ -85,191 +87,116 @@ Menu fullMenu() {
            {.id = 4, .title = "保持", .action = "toggleKeepAwake", .keyEquivalent = "R", .checked = false}}};
 }
 
-// --- what is said is understood
-
-TEST(DialogProtocol, RequestsArriveWhole) {
-  const auto arrived = requested<ShowAlert>(encode(Request{ShowAlert{7, fullAlert()}}));
-  EXPECT_EQ(arrived.id, 7);
-  EXPECT_EQ(arrived.alert, fullAlert());
-  Alert alert{.style = AlertStyle::warning, .messageText = "", .informativeText = "", .buttons = {"好"}};
-  EXPECT_EQ(requested<ShowAlert>(encode(Request{ShowAlert{1, alert}})).alert, alert);
-  alert.accessoryView = View{.kind = ViewKind::image, .image = std::make_shared<Image>(twoByOne())};
-  const auto picture = requested<ShowAlert>(encode(Request{ShowAlert{1, alert}})).alert;
+TEST(DialogProtocol, CarriesEveryRequest) {
+  EXPECT_EQ(decoded<ShowAlert>(Request{ShowAlert{7, fullAlert()}}).id, 7);
+  EXPECT_EQ(decodedAlert(fullAlert()), fullAlert());
+  const Alert picture = decodedAlert(alertWith(twoByOne()));
   ASSERT_TRUE(picture.accessoryView && picture.accessoryView->image);
   EXPECT_EQ(*picture.accessoryView->image, twoByOne());
-  EXPECT_EQ(requested<Raise>(encode(Request{Raise{"token"}})).activationToken, "token");
-  EXPECT_EQ(requested<ShowMenu>(encode(Request{ShowMenu{fullMenu()}})).menu, fullMenu());
-  EXPECT_EQ(requested<ShowMenu>(encode(Request{ShowMenu{}})).menu, Menu{});
+  EXPECT_EQ(decoded<Raise>(Request{Raise{"token"}}).activationToken, "token");
+  EXPECT_EQ(decoded<ShowMenu>(Request{ShowMenu{fullMenu()}}).menu, fullMenu());
+  EXPECT_EQ(decoded<ShowMenu>(Request{ShowMenu{}}).menu, Menu{});
 }
 
-TEST(DialogProtocol, EventsArrive) {
-  EXPECT_EQ(told<Shown>(encode(Event{Shown{5}})).id, 5);
-  EXPECT_EQ(told<Shown>(encode(Event{Shown{}})).id, 0);
-  EXPECT_EQ(told<Chosen>(encode(Event{Chosen{29}})).item, 29);
-  EXPECT_EQ(told<Refused>(encode(Event{Refused{"why"}})).reason, "why");
-  const auto pressed = told<Pressed>(encode(Event{Pressed{2, "showPairingQR"}}));
-  EXPECT_EQ(pressed.id, 2);
-  EXPECT_EQ(pressed.action, "showPairingQR");
-}
-
-TEST(DialogProtocol, AnswersArriveWithTheirFields) {
+TEST(DialogProtocol, CarriesEveryEvent) {
+  EXPECT_EQ(decoded<Shown>(Event{Shown{5}}).id, 5);
+  EXPECT_EQ(decoded<Chosen>(Event{Chosen{29}}).item, 29);
+  EXPECT_EQ(decoded<Refused>(Event{Refused{"why"}}).reason, "why");
+  EXPECT_EQ(decoded<Pressed>(Event{Pressed{2, "showPairingQR"}}).action, "showPairingQR");
   const AlertAnswer answer{2, {{"a", "文\n\0字"s}, {"", "x"}}};
-  const auto answered = told<Answered>(encode(Event{Answered{4, answer}}));
+  const auto answered = decoded<Answered>(Event{Answered{4, answer}});
   EXPECT_EQ(answered.id, 4);
   EXPECT_EQ(answered.answer.button, 2U);
   EXPECT_EQ(answered.answer.fields, answer.fields);
-  EXPECT_EQ(told<Answered>(encode(Event{Answered{4, {}}})).answer.button, std::nullopt);
+  EXPECT_EQ(decoded<Answered>(Event{Answered{4, {}}}).answer.button, std::nullopt);
 }
 
-TEST(DialogProtocol, EveryMessageIsOneLine) {
+TEST(DialogProtocol, CarriesAnyTextInOneLine) {
   Alert alert = fullAlert();
-  alert.informativeText = "a\nb\r\nc\u2028d";
-  for (const auto& line : {encode(Request{ShowAlert{1, alert}}), encode(Event{Refused{"a\nb"}})}) {
-    EXPECT_EQ(line.find_first_of("\r\n"), std::string::npos) << line;
-  }
+  alert.informativeText = "a\nb\r\nc\u2028d" + std::string(1'000'000, 'x');
+  EXPECT_EQ(encode(Request{ShowAlert{1, alert}}).find_first_of("\r\n"), std::string::npos);
+  EXPECT_EQ(decodedAlert(alert), alert);
+  alert.messageText = "a\xff\xfe"s + "b\xe4";
+  EXPECT_EQ(decodedAlert(alert).messageText, "a\uFFFD\uFFFDb\uFFFD");
 }
 
-TEST(DialogProtocol, TextThatIsNotUtf8ArrivesAsFarAsItIs) {
-  const Alert alert{.messageText = "a\xff\xfe"s + "b\xe4", .informativeText = "好", .buttons = {"好"}};
-  const auto arrived = requested<ShowAlert>(encode(Request{ShowAlert{1, alert}})).alert;
-  EXPECT_EQ(arrived.messageText, "a\uFFFD\uFFFDb\uFFFD");
-  EXPECT_EQ(arrived.informativeText, "好");
-}
-
-TEST(DialogProtocol, ATextOfMegabytesArrives) {
-  const Alert alert{.messageText = "m", .informativeText = std::string(5'000'000, 'x'), .buttons = {"好"}};
-  EXPECT_EQ(requested<ShowAlert>(encode(Request{ShowAlert{1, alert}})).alert, alert);
-}
-
-// --- what is not is refused
-
-TEST(DialogProtocol, AnotherVersionSaysWhichIsWhich) {
-  for (const auto& [version, said] : {std::pair{0, "0"}, {2, "2"}, {-1, "-1"}}) {
+TEST(DialogProtocol, NamesTheVersionsWhenTheyDiffer) {
+  for (const int version : {0, 1, -1}) {
     json line = json::parse(encode(Request{Raise{"t"}}));
     line["version"] = version;
-    const auto expected = "it speaks version "s + said +
-                          " of the protocol, this half version 1; install both from the same build";
-    EXPECT_EQ(reasonAgainstRequest(line.dump()), expected);
-    EXPECT_EQ(reasonAgainstEvent(line.dump()), expected);
+    EXPECT_EQ(refusal(line.dump()), "it speaks version " + std::to_string(version) +
+                                        " of the protocol, this half version 2; install both from the same "
+                                        "build");
   }
 }
 
-TEST(DialogProtocol, RubbishIsRefusedAndNotQuoted) {
-  for (const std::string& line : {""s,
-                                  "secret"s,
-                                  "{"s,
-                                  "{}"s,
-                                  "[]"s,
-                                  "null"s,
-                                  "1"s,
-                                  "\"secret\""s,
-                                  "\xff\xfe"s,
-                                  "\0"s,
-                                  R"({"version":1})"s,
-                                  R"({"version":"1","raise":""})"s,
-                                  R"({"version":1.0,"raise":""})"s,
-                                  R"({"version":true,"raise":""})"s,
-                                  R"({"version":99999999999,"raise":""})"s,
-                                  R"({"version":1,"secret":1})"s,
-                                  R"([{"version":1,"raise":""}])"s,
-                                  R"({"version":1,"raise":1} {"version":1,"raise":""})"s,
-                                  std::string(200'000, '['),
-                                  R"({"version":1,"alert":)" + std::string(200'000, '[')}) {
-    for (const auto& reason : {reasonAgainstRequest(line), reasonAgainstEvent(line)}) {
-      EXPECT_NE(reason, "") << line.substr(0, 80);
-      EXPECT_EQ(reason.find("secret"), std::string::npos) << reason;
-    }
+TEST(DialogProtocol, RefusesOtherLinesWithoutQuotingThem) {
+  for (const std::string& line :
+       {""s, "secret"s, "{"s, "{}"s, "[]"s, "null"s, "1"s, "\"secret\""s, "\xff\xfe"s, "\0"s,
+        R"({"version":2})"s, R"({"version":"secret","raise":{"activationToken":""}})"s,
+        R"({"version":2,"secret":1})"s, R"({"version":2,"raise":{"activationToken":""},"secret":1})"s,
+        R"([{"version":2,"raise":{"activationToken":""}}])"s, std::string(20'000, '[')}) {
+    EXPECT_EQ(refusal(line), rubbish) << line.substr(0, 80);
+    EXPECT_EQ(std::get<std::string>(decodeEvent(line)), rubbish) << line.substr(0, 80);
   }
 }
 
-/// Every value in `object`, one at a time, replaced by each of some others.
-void forEachReplacement(const json& object, const std::function<void(const json&)>& use) {
+/// Calls `use` with `object` changed in one place: each value replaced by each of some others, and removed.
+void forEachChange(const json& object, const std::function<void(const json&)>& use) {
   const json others = json::parse(R"([null, true, -1, 0.5, 1e300, 1073741824, 18446744073709551615, "secret",
                       [], {}, [1, 2], {"a": 1}, [{}]])");
   const json flat = object.flatten();
   for (const auto& [place, value] : flat.items()) {
+    const json::json_pointer pointer(place);
     for (const auto& other : others) {
       json changed = object;
-      changed[json::json_pointer(place)] = other;
+      changed[pointer] = other;
       use(changed);
     }
     json without = object;
-    const json::json_pointer pointer(place);
     json& holder = without[pointer.parent_pointer()];
-    if (holder.is_object()) {
-      holder.erase(pointer.back());
-      use(without);
-    }
+    if (!holder.is_object()) continue;
+    holder.erase(pointer.back());
+    use(without);
   }
 }
 
-TEST(DialogProtocol, NoWrongValueGetsThroughUnnoticed) {
+TEST(DialogProtocol, AcceptsNoValueThatItChanges) {
   Alert alert = fullAlert();
   alert.accessoryView->children.resize(1);
   alert.accessoryView->children[0].image = std::make_shared<Image>(twoByOne());
   int refused = 0;
-  const auto take = [&refused](const json& changed) {
-    const std::string line = changed.dump();
-    const auto decoded = decodeRequest(line);
-    if (const auto* const reason = std::get_if<std::string>(&decoded)) {
-      ++refused;
-      EXPECT_EQ(reason->find("secret"), std::string::npos) << *reason;
-      return;
-    }
-    // What is taken has been understood as it stands there.
-    json again = json::parse(encode(std::get<Request>(decoded)));
-    EXPECT_EQ(again, json::parse(line));
-  };
-  forEachReplacement(json::parse(encode(Request{ShowAlert{1, alert}})), take);
-  forEachReplacement(json::parse(encode(Request{ShowMenu{fullMenu()}})), take);
-  forEachReplacement(json::parse(encode(Request{Raise{"t"}})), take);
-  EXPECT_GT(refused, 500);
-
-  for (const auto& event : {Event{Shown{1}}, Event{Pressed{1, "a"}}, Event{Answered{1, {0, {{"a", "b"}}}}},
-                            Event{Answered{1, {}}}, Event{Chosen{1}}, Event{Refused{"why"}}}) {
-    forEachReplacement(json::parse(encode(event)), [](const json& changed) {
-      const auto decoded = decodeEvent(changed.dump());
-      if (const auto* const understood = std::get_if<Event>(&decoded)) {
-        EXPECT_EQ(json::parse(encode(*understood)), changed);
+  for (const auto& request :
+       {Request{ShowAlert{1, alert}}, Request{ShowMenu{fullMenu()}}, Request{Raise{"t"}}}) {
+    forEachChange(json::parse(encode(request)), [&refused](const json& changed) {
+      const auto result = decodeRequest(changed.dump());
+      if (const auto* const accepted = std::get_if<Request>(&result)) {
+        EXPECT_EQ(json::parse(encode(*accepted)), changed);
+      } else {
+        ++refused;
       }
     });
   }
+  EXPECT_GT(refused, 500);
 }
 
-TEST(DialogProtocol, PicturesWhosePixelsDoNotAgreeAreRefused) {
-  Alert alert = fullAlert();
-  const auto refused = [&alert](Image image) {
-    alert.accessoryView = View{.kind = ViewKind::image, .image = std::make_shared<Image>(std::move(image))};
-    return reasonAgainstRequest(encode(Request{ShowAlert{1, alert}}));
+TEST(DialogProtocol, RefusesWhatCannotBeDrawn) {
+  const auto refused = [](const Alert& alert, int id = 1) {
+    return refusal(encode(Request{ShowAlert{id, alert}}));
   };
+  EXPECT_EQ(refused(fullAlert()), "");
+  EXPECT_EQ(refused(fullAlert(), 0), rubbish);
+  Alert alert = fullAlert();
+  alert.buttons.clear();
+  EXPECT_EQ(refused(alert), rubbish);
   Image image = twoByOne();
   image.bitmaps[0].rgba.pop_back();
-  EXPECT_EQ(refused(image), "an image whose size and pixels do not agree");
+  EXPECT_EQ(refused(alertWith(image)), rubbish);
   image = twoByOne();
-  image.bitmaps[1].width = 2'000'000'000;
-  EXPECT_EQ(refused(image), "a number out of range");
-  image = twoByOne();
-  image.bitmaps.clear();
-  EXPECT_EQ(refused(image), "an image without a bitmap");
-}
-
-TEST(DialogProtocol, ViewsInViewsComeToAnEnd) {
-  View view;
-  for (int i = 0; i < 1000; ++i) {
-    View outer;
-    outer.children.push_back(std::move(view));
-    view = std::move(outer);
-  }
-  Alert alert = fullAlert();
-  alert.accessoryView = std::move(view);
-  EXPECT_EQ(reasonAgainstRequest(encode(Request{ShowAlert{1, alert}})), "views inside views without end");
-}
-
-TEST(DialogProtocol, AnAlertNeedsAButtonAndANumber) {
-  Alert alert = fullAlert();
-  EXPECT_EQ(reasonAgainstRequest(encode(Request{ShowAlert{0, alert}})), "a number out of range");
-  alert.buttons.clear();
-  EXPECT_EQ(reasonAgainstRequest(encode(Request{ShowAlert{1, alert}})), "an alert without a button");
+  image.bitmaps[1].width = -4;
+  image.bitmaps[1].height = -2;
+  EXPECT_EQ(refused(alertWith(image)), rubbish);
+  EXPECT_EQ(refused(alertWith({})), rubbish);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ from pathlib import Path
 from gi.repository import GLib
 
 from rig import isolation
-from rig.asked import alert, field, menu, view
+from rig.asked import alert, field, menu, title_of, view
 from rig.desk import OnDesk
 from rig.display import Rectangle
 from rig.waiting import Deadline
@@ -18,8 +18,8 @@ class Windows(OnDesk):
         """The window of a program that is asked for that."""
         program = self.program(environment=environment)
         program.send(request)
-        window = program.window("標題" if "alert" in request else "Kestrune")
-        self.assertEqual(program.event(), {"shown": request.get("id", 0)})
+        window = program.window(title_of(request))
+        self.assertEqual(program.event(), {"shown": {"id": request.get("showAlert", {}).get("id", 0)}})
         return window
 
     def background(self, window, scale=1):

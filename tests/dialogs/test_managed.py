@@ -1,7 +1,7 @@
 """The windows beside those of others, on a desktop with a window manager."""
 
 from rig import isolation
-from rig.asked import alert, field, menu
+from rig.asked import alert, field, menu, raising, title_of
 from rig.desk import OnDesk
 
 
@@ -14,8 +14,7 @@ class Managed(OnDesk):
     def open(self, *requests):
         program = self.program()
         program.show(*requests)
-        last = requests[-1]
-        program.window(last["alert"]["messageText"] if "alert" in last else "Kestrune")
+        program.window(title_of(requests[-1]))
         return program
 
     def window(self, name):
@@ -40,7 +39,7 @@ class Managed(OnDesk):
         self.open(alert(1, "Kestrune 連線與桌面設定"))
         self.assertEqual(self.property(self.window("Kestrune 連線與桌面設定$"), "WM_NAME"), '"Kestrune 連線與桌面設定"')
 
-    def test_its_window_is_held_on_the_screen_by_its_frame(self):
+    def test_the_frame_stays_on_the_screen(self):
         self.open(alert(1, "長", "\n".join(["一行文字 " * 20] * 400), buttons=["好"] * 12))
         window = self.window("長")
         left, right, top, bottom = map(int, self.property(window, "_NET_FRAME_EXTENTS").split(","))
@@ -52,11 +51,11 @@ class Managed(OnDesk):
         for request, button in (alert(1, buttons=["好", "取消"]), None), (alert(1), 0), (menu(), None):
             program = self.open(request)
             self.screen.keys("alt+F4")
-            if "alert" in request:
-                self.assertEqual(program.event(), {"id": 1, "answered": {"button": button, "fields": {}}})
+            if "showAlert" in request:
+                self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": button, "fields": {}}}})
             self.assertEqual(program.status(), 0)
 
-    def test_one_on_top_belongs_to_the_one_beneath(self):
+    def test_a_stacked_alert_is_modal_for_the_one_below(self):
         program = self.open(alert(1, "下", buttons=["好", "取消"]), alert(2, "上"))
         lower, upper = self.window("下"), self.window("上")
         owner = self.screen.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]
@@ -65,23 +64,23 @@ class Managed(OnDesk):
         # The keyboard cannot be taken to the lower one meanwhile, and comes back to it afterwards.
         self.screen.run("xdotool", "windowactivate", lower)
         self.screen.keys("Return")
-        self.assertEqual(program.event(), {"id": 2, "answered": {"button": 0, "fields": {}}})
+        self.assertEqual(program.event(), {"answered": {"id": 2, "answer": {"button": 0, "fields": {}}}})
         program.window("下")
         # A key that goes to the window, and not by way of the manager, which may learn of it later.
         self.screen.keys("Escape")
-        self.assertEqual(program.event(), {"id": 1, "answered": {"button": None, "fields": {}}})
+        self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": None, "fields": {}}}})
 
-    def test_raising_brings_it_before_others_and_out_of_its_icon(self):
+    def test_raising_restores_a_minimised_window(self):
         program = self.open(alert(1, "甲", view=field("a", "x")))
         other = self.open(alert(1, "乙"))
-        program.send({"raise": ""})
+        program.send(raising())
         program.window("甲")
         self.screen.run("xdotool", "windowminimize", "--sync", self.window("甲"))
         other.window("乙")
-        program.send({"raise": ""})
+        program.send(raising())
         program.window("甲")
         self.screen.keys("Return")
-        self.assertEqual(program.event(), {"id": 1, "answered": {"button": 0, "fields": {"a": "x"}}})
+        self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": 0, "fields": {"a": "x"}}}})
         self.assertEqual(program.status(), 0)
 
 

@@ -1,7 +1,7 @@
 """The menu as a window."""
 
 from rig import isolation
-from rig.asked import alert, item, menu
+from rig.asked import alert, item, menu, rows
 from rig.desk import OnDesk
 
 CHOICES = ["開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒著（防止斷線）", "使用官方 ChatGPT 模式", "手動停止連線", "查看完整診斷",
@@ -42,7 +42,7 @@ class Looks(Menus):
         self.open()
         self.screen.screenshot("menu")
         self.assertEqual(self.window.role(), "dialog")
-        labels = [row["title"] for row in menu()["menu"][:11]] + ["連線與常駐", "查看與設定"]
+        labels = [row["title"] for row in menu()["showMenu"]["menu"]["items"][:11]] + ["連線與常駐", "查看與設定"]
         self.assertEqual(self.window.names("label"), labels)
         self.assertEqual(list(self.rows), CHOICES)
         self.assertEqual(self.window.names("check box"), CHOICES[:3])
@@ -58,23 +58,23 @@ class Looks(Menus):
         self.assertEqual({name: self.rows[name].keys() for name in CHOICES}, dict(zip(CHOICES, [
             *(f"Ctrl+{key}" for key in "LAKMXSCDGO,"), "Ctrl+Shift+R", "Ctrl+Q"])))
 
-    def test_no_row_is_cut_that_the_window_could_show(self):
+    def test_the_window_is_wide_enough_for_a_row(self):
         key = item(1, "a", "a", "R")
         for title in ("檢查 Codex 版本與 Remote Control", "長" * 20, "l" * 30):
             for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
                 with self.subTest(row=row):
-                    self.open({"menu": [key, row]})
+                    self.open(rows(key, row))
                     # Of a row that is cut, the tool tip has the whole title.
                     self.assertEqual([node.description() for node in self.window.all() if node.name() == title], [""])
                     self.program.end_input()
                     self.assertEnds()
 
-    def test_a_row_without_keys_has_the_room_of_the_keys(self):
+    def test_labels_and_disabled_rows_are_elided_alike(self):
         lengths = range(20, 60)
-        rows = [item(1, "a", "a", "R")]
+        shown = [item(1, "a", "a", "R")]
         for length in lengths:
-            rows += [item(100 + length, "長" * length, enabled=False), item(length, "高" * length, "b", enabled=False)]
-        self.open({"menu": rows})
+            shown += [item(100 + length, "長" * length, enabled=False), item(length, "高" * length, "b", enabled=False)]
+        self.open(rows(*shown))
         self.screen.screenshot("menu-cut")
         cut = {node.name() for node in self.window.all() if node.description()}
         self.assertIn("長" * lengths[-1], cut)
@@ -83,15 +83,15 @@ class Looks(Menus):
                          {length for length in lengths if "長" * length in cut})
 
     def test_titles_are_plain_text_in_one_row(self):
-        self.open({"menu": [item(1, "<b>a</b> &b _c\n\0\u202ed", "x"), item(2, "l" * 500, enabled=False),
-                            item(3, "off", "y", "z", enabled=False), item(4, "off too", "y", checked=True, enabled=False)]})
+        self.open(rows(item(1, "<b>a</b> &b _c\n\0\u202ed", "x"), item(2, "l" * 500, enabled=False),
+                       item(3, "off", "y", "z", enabled=False), item(4, "off too", "y", checked=True, enabled=False)))
         self.screen.screenshot("menu-odd")
         self.assertEqual(list(self.rows), ["<b>a</b> &b _c   d", "off", "off too"])
         self.assertEqual(self.window.names("label"), ["l" * 197 + "..."])
         self.assertNotIn("enabled", self.rows["off"].states())
         self.assertLess(self.window.place()[2], 700)
         self.screen.keys("ctrl+z", "Down", "Return")
-        self.assertEnds({"chosen": 1})
+        self.assertEnds({"chosen": {"item": 1}})
 
 
 class Choosing(Menus):
@@ -102,18 +102,18 @@ class Choosing(Menus):
         self.rows["打開專案資料夾"].has_focus()
         self.screen.screenshot("menu-marked")
         self.screen.click(left + width // 2, top + height // 2)
-        self.assertEnds({"chosen": 25})
+        self.assertEnds({"chosen": {"item": 25}})
 
     def test_keys_and_presses_choose(self):
         for key, number in {"ctrl+l": 14, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
             self.open()
             self.screen.keys(key)
-            self.assertEnds({"chosen": number})
+            self.assertEnds({"chosen": {"item": number}})
         self.open()
         self.rows["自動維持連線"].press()
-        self.assertEnds({"chosen": 15})
+        self.assertEnds({"chosen": {"item": 15}})
 
-    def test_nothing_is_marked_at_first_and_what_is_only_to_be_read_is_clicked_in_vain(self):
+    def test_no_row_has_the_focus_at_first_and_labels_cannot_be_clicked(self):
         self.open()
         self.assertEqual(self.marked(), [])
         self.screen.keys("Return", "space")
@@ -121,9 +121,9 @@ class Choosing(Menus):
         self.screen.click(left + width // 2, top + height // 2)
         self.press("Down", marks=CHOICES[0])
         self.screen.keys("Return")
-        self.assertEnds({"chosen": 14})
+        self.assertEnds({"chosen": {"item": 14}})
 
-    def test_the_mark_walks_past_what_cannot_be_chosen_and_round(self):
+    def test_arrow_keys_skip_labels_and_wrap_around(self):
         self.open()
         self.press("Up", marks=CHOICES[-1])
         self.press("Down", marks=CHOICES[0])
@@ -135,7 +135,7 @@ class Choosing(Menus):
         self.press("Tab", marks=CHOICES[1])
         self.press("shift+Tab", marks=CHOICES[0])
         self.screen.keys("space")
-        self.assertEnds({"chosen": 14})
+        self.assertEnds({"chosen": {"item": 14}})
 
     def test_it_is_closed_without_a_choice(self):
         for close in (lambda: self.screen.keys("Escape"), lambda: self.program.end_input()):
@@ -145,7 +145,7 @@ class Choosing(Menus):
 
 
 class Following(Menus):
-    def test_rows_change_in_their_places_and_the_mark_stays(self):
+    def test_rows_change_in_place_and_keep_the_focus(self):
         self.open()
         self.press("Down", "Down", marks="自動維持連線")
         status = self.window.find("label", "🟢 連線狀態：已連線")
@@ -156,9 +156,9 @@ class Following(Menus):
         self.rows["自動維持連線"].wait(lambda node: "checked" not in node.states(), "mark taken away")
         self.assertEqual(self.marked(), ["自動維持連線"])
         self.screen.keys("Return")
-        self.assertEnds({"chosen": 15})
+        self.assertEnds({"chosen": {"item": 15}})
 
-    def test_a_marked_row_that_says_another_thing_stays_marked(self):
+    def test_a_row_whose_command_changes_keeps_the_focus(self):
         self.open()
         row = self.rows["手動停止連線"]
         row.focus()
@@ -167,9 +167,9 @@ class Following(Menus):
         self.assertEqual(row.keys(), "Ctrl+R")
         self.assertIn("focused", row.states())
         self.screen.keys("ctrl+x", "ctrl+r")
-        self.assertEnds({"chosen": 18})
+        self.assertEnds({"chosen": {"item": 18}})
 
-    def test_a_marked_row_that_cannot_be_chosen_any_more_passes_its_mark_to_none(self):
+    def test_a_disabled_row_loses_the_focus_to_none(self):
         self.open()
         self.rows["手動停止連線"].focus()
         self.program.send(menu(connection="busy"))
@@ -185,9 +185,9 @@ class Following(Menus):
         self.screen.keys("Tab")
         command.has_focus()
         self.screen.keys("Return")
-        self.assertEnds({"chosen": 18})
+        self.assertEnds({"chosen": {"item": 18}})
 
-    def test_a_row_that_grows_widens_the_window_and_it_stays_so(self):
+    def test_a_longer_row_widens_the_window_for_good(self):
         self.open()
         width = self.window.place()[2]
         self.program.send(menu("🟡 連線狀態：" + "慢" * 30))
@@ -197,24 +197,24 @@ class Following(Menus):
         self.reader.wait(lambda: self.window.find("label", "🟢"), "other status")
         self.assertEqual(self.window.place()[2], width)
 
-    def test_other_rows_take_the_place_of_all(self):
+    def test_other_ids_replace_all_rows(self):
         self.open()
-        self.program.send({"menu": [item(1, "甲", "a"), item(3, "乙", "b")]})
+        self.program.send(rows(item(1, "甲", "a"), item(3, "乙", "b")))
         self.reader.wait(lambda: self.window.names("push button") == ["甲", "乙"], "other rows")
         self.screen.keys("End", "Return")
-        self.assertEnds({"chosen": 3})
+        self.assertEnds({"chosen": {"item": 3}})
 
-    def test_an_alert_does_not_come_beside_it(self):
+    def test_an_alert_is_refused_beside_the_menu(self):
         self.open()
         self.program.send(alert(1))
-        self.assertIn("while the menu is shown", self.program.event()["refused"])
+        self.assertIn("while the menu is shown", self.program.event()["refused"]["reason"])
         self.assertEqual(self.program.status(), 1)
 
 
 class SmallScreen(Menus):
     width, height = 640, 480
 
-    def test_it_fits_and_scrolls_with_the_mark(self):
+    def test_it_fits_and_scrolls_with_the_focus(self):
         self.open()
         self.screen.screenshot("menu-small")
         _, top, _, height = self.window.place()

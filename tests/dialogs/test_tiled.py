@@ -1,7 +1,7 @@
 """The windows on Wayland, under a compositor that tiles what is no dialog."""
 
 from rig import isolation
-from rig.asked import alert, field, menu, view
+from rig.asked import alert, field, menu, raising, view
 from rig.desk import OnDesk
 from rig.sway import Sway
 
@@ -28,7 +28,7 @@ class Tiled(OnDesk):
             program.end_input()
             self.assertEqual(program.status(), 0)
 
-    def test_a_long_text_may_be_given_more_room(self):
+    def test_a_floating_window_can_be_resized(self):
         program, _ = self.open(alert(1, "長", REPORT), "長")
         # What came before a window is known when that is there.
         program.show(alert(2, "上"))
@@ -36,14 +36,14 @@ class Tiled(OnDesk):
         self.sway.command('[title="長"] resize set width 900 px')
         self.assertIn(("1", "長", 900, False), self.sway.windows())
 
-    def test_raising_brings_all_from_another_workspace(self):
+    def test_raising_moves_all_to_the_current_workspace(self):
         program, _ = self.open(alert(1, "下", view=field("a", "x")), "下")
         program.show(alert(2, "上"))
         self.sway.new_window("上")
         for name in ("下", "上"):
             self.sway.command(f'[title="{name}"] move to workspace 2')
         self.open(menu(), "Kestrune")
-        program.send({"raise": ""})
+        program.send(raising())
         for name in ("下", "上"):
             self.assertEqual(self.sway.new_window(name)["type"], "floating_con")
         self.assertEqual([(workspace, name, focused) for workspace, name, _, focused in self.sway.windows()],

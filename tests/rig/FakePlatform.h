@@ -273,10 +273,10 @@ struct FakeLocalService final : LocalService {
 
 /// Makes symbols of one dark module, however long the message.
 struct FakeQRCodes final : QRCodeGenerator {
-  std::optional<Bitmap> generate(const std::string& message) override {
+  std::vector<Bitmap> generate(const std::string& message) override {
     messages.push_back(message);
-    if (fails) return std::nullopt;
-    return Bitmap{1, 1, {0, 0, 0, 255}};
+    if (fails) return {};
+    return {{1, 1, {0, 0, 0, 255}}};
   }
 
   bool fails = false;

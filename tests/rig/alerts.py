@@ -1,10 +1,11 @@
 """Alerts on a desk, and what they answer."""
 
+from rig.asked import title_of
 from rig.desk import OnDesk
 
 
 def answered(number, button, **fields):
-    return {"id": number, "answered": {"button": button, "fields": fields}}
+    return {"answered": {"id": number, "answer": {"button": button, "fields": fields}}}
 
 
 class Alerts(OnDesk):
@@ -12,7 +13,7 @@ class Alerts(OnDesk):
         """The program with these alerts, and the window of the last."""
         program = self.program()
         program.show(*requests)
-        return program, program.window(name or requests[-1]["alert"]["messageText"])
+        return program, program.window(name or title_of(requests[-1]))
 
     def assertEnds(self, program, *events):
         for event in events:

@@ -1,18 +1,32 @@
 """What the client asks for."""
 
+VERSION = 2  # of the protocol
+
 
 def alert(number, title="標題", text="內容", buttons=("好",), style="informational", view=None):
-    described = {"style": style, "messageText": title, "informativeText": text, "buttons": list(buttons)}
-    if view:
-        described["accessoryView"] = view
-    return {"id": number, "alert": described}
+    described = {"style": style, "messageText": title, "informativeText": text, "buttons": list(buttons),
+                 "accessoryView": view}
+    return {"showAlert": {"id": number, "alert": described}}
+
+
+def title_of(request):
+    """The title of the window that it opens."""
+    return request["showAlert"]["alert"]["messageText"] if "showAlert" in request else "Kestrune"
+
+
+def raising(token=""):
+    return {"raise": {"activationToken": token}}
 
 
 def view(kind, *children, **properties):
     return {"kind": kind, "identifier": "", "text": "", "placeholder": "", "action": "", "accessibilityLabel": "",
             "fontSize": 13, "fontWeight": "regular", "textColor": "primary", "textAlignment": "natural",
             "lineBreak": "wordWrap", "maximumLines": 0, "width": 0, "height": 0, "alignment": "leading", "spacing": 0,
-            "insets": [0, 0, 0, 0], "children": list(children), **properties}
+            "insets": insets(0, 0, 0, 0), "image": None, "children": list(children), **properties}
+
+
+def insets(top, left, bottom, right):
+    return {"top": top, "left": left, "bottom": bottom, "right": right}
 
 
 def field(identifier, text="", placeholder="", secure=False, width=300):
@@ -21,21 +35,26 @@ def field(identifier, text="", placeholder="", secure=False, width=300):
 
 
 def titled(title, content):
-    return view("stack", view("label", text=title), content, spacing=4)
+    return view("stack", view("label", text=title), {**content, "accessibilityLabel": title}, spacing=4)
 
 
 def picture(*bitmaps, side=260, name="圖"):
     """Each bitmap is rows of digits: 0 is black, 1 is white, 2 is red."""
-    colours = ["000000ff", "ffffffff", "ff0000ff"]
+    colours = [0, 0, 0, 255], [255, 255, 255, 255], [255, 0, 0, 255]
     return view("image", width=side, height=side, accessibilityLabel=name, image={
-        "width": side, "height": side, "bitmaps": [
-            {"width": len(rows[0]), "height": len(rows), "rgba": "".join(colours[int(c)] for row in rows for c in row)}
+        "width": side, "height": side, "isTemplate": False, "bitmaps": [
+            {"width": len(rows[0]), "height": len(rows),
+             "rgba": [channel for row in rows for digit in row for channel in colours[int(digit)]]}
             for rows in bitmaps]})
 
 
 def item(number, title="", action="", key="", checked=None, enabled=True, separator=False):
     return {"id": number, "isSeparator": separator, "title": title, "action": action, "keyEquivalent": key,
             "checked": checked, "enabled": enabled}
+
+
+def rows(*items):
+    return {"showMenu": {"menu": {"items": list(items)}}}
 
 
 def menu(status="🟢 連線狀態：已連線", connection="stop", checked=True):
@@ -45,7 +64,7 @@ def menu(status="🟢 連線狀態：已連線", connection="stop", checked=True
     eighteenth = {"stop": item(18, "手動停止連線", "stopConnection", "x"),
                   "refresh": item(18, "立即重新檢查連線", "refreshNow", "r"),
                   "busy": label(18, "正在重新檢查並恢復連線…")}
-    return {"menu": [
+    return rows(
         label(1, "Kestrune"), label(2, status), label(3, "連接模式：Kestrune 自托管"), label(4, "Codex：尚未檢查"),
         label(5, "Remote Control：尚未檢查"), label(6, "Codex App：尚未檢查"), label(7, "ChatGPT Remote：尚未檢查"),
         label(8, "同步專案：my_project & <b>co</b>"), label(9, "同步會話：尚未取得"), label(10, "目前網路：Wi-Fi"),
@@ -59,4 +78,4 @@ def menu(status="🟢 連線狀態：已連線", connection="stop", checked=True
         item(23, "打開 Codex App", "openCodexApp", "d"), item(24, "官方 ChatGPT 連接說明", "showChatGPTRemoteGuide", "g"),
         item(25, "打開專案資料夾", "openProjectFolder", "o"), item(26, "連線與 Token 設定…", "showSettings", ","),
         item(27, "重新啟動菜單欄", "restartMenuClient", "R"), item(28, separator=True),
-        item(29, "退出 Kestrune", "quit", "q")]}
+        item(29, "退出 Kestrune", "quit", "q"))

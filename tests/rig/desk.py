@@ -7,13 +7,13 @@ import subprocess
 import unittest
 
 from rig.accessibility import ScreenReader
+from rig.asked import VERSION
 from rig.bus import Bus
 from rig.display import Rectangle, Screen
 from rig.session import BUILD, Session
 from rig.waiting import PATIENCE, Deadline
 
 PROGRAM = BUILD / "KestruneMenuDialogs"
-VERSION = 1
 
 
 class Desk(Session):
@@ -88,7 +88,7 @@ class Program:
         self.send(*requests)
         for request in requests:
             shown = self.event()
-            assert shown == {"shown": request.get("id", 0)}, shown
+            assert shown == {"shown": {"id": request.get("showAlert", {}).get("id", 0)}}, shown
 
     def window(self, name):
         """The window of that name, once it has the keyboard."""

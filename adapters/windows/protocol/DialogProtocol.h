@@ -12,7 +12,7 @@
 
 namespace kestrune::dialogs {
 
-inline constexpr int protocolVersion = 1;
+inline constexpr int protocolVersion = 2;
 
 /// Show this alert, on top of the open ones. The identifier is new and greater than 0.
 struct ShowAlert {
