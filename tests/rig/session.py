@@ -66,9 +66,10 @@ def counted(number):
 
 
 class Session(contextlib.ExitStack):
-    """Everything in it ends with the test, or with the class of tests, that it is made for."""
+    """Everything in it ends with the test, or the class of tests, that it is made for; without one, when the caller
+    leaves it as a context manager."""
 
-    def __init__(self, test):
+    def __init__(self, test=None):
         super().__init__()
         self.root = Path(tempfile.mkdtemp(prefix="kestrune 資料夾 "))
         self.callback(shutil.rmtree, self.root)
@@ -114,7 +115,8 @@ class Session(contextlib.ExitStack):
         self.clients = []
         self.others = []
         self.callback(self.end_all)
-        (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(self.close)
+        if test:
+            (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(self.close)
 
     def end_all(self):
         for client in self.clients:
