@@ -1,12 +1,11 @@
 """The tray face on a desk: its windows are read and pressed as a screen reader does it."""
 
 import unittest
-from pathlib import Path
 
 from rig.client import Window
 from rig.desk import Desk
 from rig.display import Rectangle
-from rig.processes import end_process, running, wait_for_end
+from rig.processes import end_process, processes_of, wait_for_end
 from rig.session import COUNTING_BACKEND, SWITCHED_OFF, counted
 
 
@@ -74,7 +73,7 @@ class OnScreen(unittest.TestCase):
     @staticmethod
     def windows():
         """Ids of the processes that show windows."""
-        return [pid for pid in running() if Path(f"/proc/{pid}/exe").resolve().name == "KestruneMenuDialogs"]
+        return processes_of("KestruneMenuDialogs")
 
     @staticmethod
     def frame(node):

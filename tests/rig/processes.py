@@ -28,6 +28,18 @@ def running():
     return [int(name) for name in os.listdir("/proc") if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
 
 
+def program_of(pid):
+    """The path of the program that the process runs; empty if the process has ended."""
+    with suppress(OSError):
+        return os.readlink(f"/proc/{pid}/exe")
+    return ""
+
+
+def processes_of(name):
+    """Ids of the processes that run a program of that name, also if it was replaced meanwhile."""
+    return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
+
+
 def memory(pid, name):
     """Bytes of that kind, such as VmRSS, as the kernel counts them."""
     for line in read_process(pid, "status").decode().splitlines():
