@@ -18,6 +18,12 @@ inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {
   return condition();
 }
 
+/// As `comesTrue`, of something that happens on another thread or in another process.
+inline bool comesTrueElsewhere(EventLoop& loop, const std::function<bool()>& condition) {
+  const auto tick = loop.scheduleRepeating(Seconds{0.002}, [] {});
+  return comesTrue(loop, condition);
+}
+
 /// Runs the loop until everything that was posted on its queue, and what that posted, is done.
 inline void settleQueue(EventLoop& loop) {
   for (int round = 0; round < 12; ++round) {

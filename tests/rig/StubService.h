@@ -1,10 +1,13 @@
 #pragma once
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -18,7 +21,7 @@
 
 #include "adapters/system/FileDescriptor.h"
 #include "tests/rig/BusText.h"
-#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ComesTrue.h"
 
 namespace kestrune::testing {
 
@@ -198,6 +201,36 @@ class StubService {
   std::vector<std::string> record;         // guarded by mutex
   std::deque<std::function<void()>> jobs;  // guarded by mutex
   std::thread thread;
+};
+
+/// Locks as logind grants them: pipes, each held until its other end is closed. Outlives the service that
+/// grants them.
+class StubLocks {
+ public:
+  StubService::Behaviour grants() {
+    return [this](sd_bus_message* call) {
+      int ends[2];
+      if (pipe2(ends, O_CLOEXEC) != 0) return false;
+      const FileDescriptor given(ends[1]);
+      const std::lock_guard lock(mutex);
+      pipes.emplace_back(ends[0]);
+      sd_bus_reply_method_return(call, "h", given.get());
+      return true;
+    };
+  }
+
+  /// The number of locks that are still held.
+  std::size_t held() const {
+    const std::lock_guard lock(mutex);
+    return static_cast<std::size_t>(std::count_if(pipes.begin(), pipes.end(), [](const FileDescriptor& pipe) {
+      pollfd end{pipe.get(), 0, 0};
+      return poll(&end, 1, 0) == 0;
+    }));
+  }
+
+ private:
+  mutable std::mutex mutex;
+  std::vector<FileDescriptor> pipes;  // guarded by mutex
 };
 
 }  // namespace kestrune::testing
