@@ -6,7 +6,7 @@ import unittest
 from rig import isolation
 from rig.bus import ITEM, STATUS_ROW, Bus
 from rig.client import CONNECTED
-from rig.processes import running, wait_for_end
+from rig.processes import wait_for_end
 from rig.session import REPORTING_BACKEND, SWITCHED_OFF, Session
 from rig.wire import DAEMON, Peer, answers
 
@@ -39,22 +39,6 @@ class Buses(unittest.TestCase):
             self.assertNotEqual(self.bus.get(ITEM, "IconPixmap"), [])
             self.bus.stop()
         self.assertEqual(client.end(), 0)
-
-    def test_without_its_bus_it_is_still_the_only_one_and_stops_the_backend_at_its_end(self):
-        self.session.backend("refresh")
-        services = self.session.services()
-        first = self.session.terminal()
-        self.assertEqual(first.checked().status, CONNECTED)
-        self.assertEqual(self.session.run("--terminal", environment={"DBUS_SESSION_BUS_ADDRESS": ""}), (0, "", ""))
-        self.assertEqual(first.next_menu().status, CONNECTED)
-        self.bus.stop()
-        first.complained("no session bus (Connection refused)")
-        self.assertEqual(self.session.run("--terminal"), (0, "", ""))
-        self.assertEqual(first.next_menu().status, CONNECTED)
-        self.assertLessEqual(set(services), set(running()))
-        self.assertEqual(first.quit(), 0)
-        for pid in services:
-            wait_for_end(pid)
 
     def test_a_bus_that_hangs_holds_nothing_up(self):
         self.session.backend("refresh")

@@ -1,13 +1,12 @@
 """The commands of the menu, typed in the terminal face."""
 
-import shutil
 import unittest
 
 from rig import isolation
-from rig.client import CHECKING, CONNECTED, DISABLED, NO_BUS, Window
-from rig.processes import running, wait_for_end, write_script
-from rig.session import COUNTING_BACKEND, PROGRAM, Session, counted
-from rig.windows import CONNECTING, GUIDE, NOT_CONNECTING, STOPPED, codex_check, diagnosis
+from rig.client import CHECKING, CONNECTED, DISABLED, NO_BUS
+from rig.processes import running, wait_for_end
+from rig.session import COUNTING_BACKEND, Session, counted
+from rig.windows import CONNECTING, NOT_CONNECTING, STOPPED, codex_check, diagnosis
 
 STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
 
@@ -99,25 +98,6 @@ class Typed(unittest.TestCase):
         self.client.said("已切換連接模式")
         self.client.type("1")
         self.assertEqual(self.client.quit(), 0)
-
-    def assertStays(self, why):
-        self.assertOpens("R", Window("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + why, warns=True))
-
-    def test_one_that_cannot_start_anew_goes_on(self):
-        program = self.session.root / "KestruneMenuClient"
-        shutil.copy(PROGRAM, program)
-        self.start(program=program)
-        program.unlink()
-        self.assertStays("No such file or directory")
-        write_script(program, "exit 3\n")
-        self.assertStays("程式以狀態 3 結束。")
-        program.write_text("no program")
-        self.assertStays("Exec format error")
-        program.unlink()
-        program.mkdir()
-        self.assertStays("Permission denied")
-        self.assertOpens("g", GUIDE)
-        self.assertQuits()
 
 
 if __name__ == "__main__":

@@ -83,15 +83,6 @@ class Quit(unittest.TestCase):
             self.assertEqual(client.status(), 0)
             self.assertStopped()
 
-    def test_not_with_its_terminal_under_nohup(self):
-        client = self.session.terminal(through=["nohup"])
-        self.assertEqual(client.checked().status, CONNECTED)
-        client.send(signal.SIGHUP)
-        client.type("")
-        self.assertEqual(client.next_menu().status, CONNECTED)
-        self.assertEqual(client.quit(), 0)
-        self.assertStopped()
-
     def test_whatever_comes_meanwhile_waits_for_the_end(self):
         self.session.program("pgrep", HELD_UP_ONCE)
         client = self.session.terminal()

@@ -55,16 +55,6 @@ class Start(unittest.TestCase):
         self.session = Session(self)
         self.session.stub_backend(REPORTING_BACKEND)
 
-    def test_what_the_user_has_chosen_counts(self):
-        self.session.prefer('{"keepAwakeEnabled": false, "connectionMode": "official_chatgpt"}')
-        (self.session.config / "autostart").mkdir()
-        (self.session.config / "autostart/com.dovrel.kestrune.menuclient.desktop").write_text("[Desktop Entry]\n")
-        client = self.session.terminal()
-        menu = client.checked()
-        self.assertEqual((menu.rows[3].title, menu.rows[17].title), ("連接模式：官方 ChatGPT", "使用 Kestrune 自托管模式"))
-        self.assertEqual([menu.rows[number].mark for number in (14, 15, 16)], [True, True, False])
-        self.assertEqual(client.quit(), 0)
-
     def test_the_tray_face_without_a_bus_says_so_once_and_supervises(self):
         self.session = Session(self)
         self.session.backend("refresh")

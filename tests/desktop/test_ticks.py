@@ -1,4 +1,4 @@
-"""What the timer does, and that it goes by the right clock. Ticks of the tests come sooner than those of a release."""
+"""The ticks of the timer, which come sooner than in a release."""
 
 import unittest
 
@@ -11,16 +11,10 @@ from rig.waiting import PATIENCE
 
 TICK = 1.0  # seconds
 SOON = {"KESTRUNE_TEST_TICK": str(TICK)}
-YEAR = 365 * 24 * 3600  # seconds
 
 JUMPING = {"LD_PRELOAD": str(BUILD / "tests/libjumping_clock.so")}
-# The year that time() returns in bash, which calls it for $SECONDS as well.
+# The year that time() returns in bash, which also calls it for $SECONDS.
 SHOW_TIME = "printf '%(%Y)T\\n' -1"
-
-
-def running_for(seconds):
-    """Has a program find that the machine was started so long ago."""
-    return ["unshare", "--time", f"--monotonic={seconds}", f"--boottime={seconds}", "--fork", "--kill-child", "--"]
 
 
 class Ticks(unittest.TestCase):
@@ -81,24 +75,17 @@ class Ticks(unittest.TestCase):
         self.assertEqual((menu.title, menu.rows[3].title), ("Kestrune · 檢查中 · 未同步", "連接模式：官方 ChatGPT"))
         self.assertEqual(client.quit(), 0)
 
-    def test_clocks_that_are_set_or_run_for_long_change_nothing(self):
-        clients = []
-        for options in (dict(environment=JUMPING), *(dict(through=running_for(seconds))
-                                                     for seconds in (YEAR, 100 * YEAR, 2 ** 32 // 1000))):
-            session = Session(self)
-            session.stub_backend(COUNTING_BACKEND)
-            clients.append(session.terminal(**{**options, "environment": SOON | options.get("environment", {})}))
-        for client in clients:
-            # Neither at once, nor in a year.
-            self.assertEqual(client.menu_with(*counted(3)).status, CONNECTED)
-            self.assertGreater(client.age(), TICK)
-            self.assertLess(client.age(), TICK + PATIENCE)
-            self.assertEqual(client.quit(), 0)
-
-    def test_that_jump_are_seen_to_jump(self):
-        years = {year for _ in range(2) for year in self.session.output_of(
-            "bash", "-c", f"{SHOW_TIME}; {SHOW_TIME}", env={**self.session.environment, **JUMPING}).split()}
+    def test_a_calendar_clock_that_jumps_changes_nothing(self):
+        years = set(self.session.output_of("bash", "-c", f"{SHOW_TIME}; {SHOW_TIME}; {SHOW_TIME}",
+                                           env={**self.session.environment, **JUMPING}).split())
         self.assertEqual(len(years), 2)
+        self.session.stub_backend(COUNTING_BACKEND)
+        client = self.session.terminal(environment=JUMPING)
+        # Neither at once, nor in a year.
+        self.assertEqual(client.menu_with(*counted(3)).status, CONNECTED)
+        self.assertGreater(client.age(), TICK)
+        self.assertLess(client.age(), TICK + PATIENCE)
+        self.assertEqual(client.quit(), 0)
 
 
 if __name__ == "__main__":
