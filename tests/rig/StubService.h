@@ -25,14 +25,14 @@
 
 namespace kestrune::testing {
 
-/// A service on a bus, on a thread of its own, so that the thread under test may wait for it. Writes down
-/// what it is asked. Leaves the bus with this.
+/// A service on a bus, on a thread of its own, so that the thread under test may block on it. Records its
+/// calls. The destructor disconnects it.
 class StubService {
  public:
-  /// Answers a call, or not, on the service's thread. False: the service has no such method.
+  /// Handles a call on the service's thread. False: the service has no such method.
   using Behaviour = std::function<bool(sd_bus_message* call)>;
 
-  /// Returns when it has the name.
+  /// Returns when it owns the name.
   StubService(std::string givenAddress, std::string givenName, Behaviour givenBehaviour)
       : address(std::move(givenAddress)), name(std::move(givenName)), behaviour(std::move(givenBehaviour)) {
     std::promise<void> started;
@@ -53,13 +53,13 @@ class StubService {
   StubService(const StubService&) = delete;
   StubService& operator=(const StubService&) = delete;
 
-  /// Everything that it was asked so far, in order: "path Method arguments".
+  /// All calls so far, in order: "path Method arguments".
   std::vector<std::string> calls() const {
     const std::lock_guard lock(mutex);
     return record;
   }
 
-  /// The calls from the last look on.
+  /// The calls since the last newCalls().
   std::vector<std::string> newCalls() {
     const std::lock_guard lock(mutex);
     return std::exchange(record, {});
@@ -95,7 +95,7 @@ class StubService {
 
   // Behaviours
 
-  /// Grants every inhibition with a cookie of its own, from `first` on.
+  /// Grants every inhibition; the cookies count up from `first`.
   static Behaviour grants(std::uint32_t first) {
     return [next = first](sd_bus_message* call) mutable {
       if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {
@@ -118,7 +118,7 @@ class StubService {
     return [](sd_bus_message*) { return true; };
   }
 
-  /// Keeps the call of that method in `held`, for an answer later, and says nothing.
+  /// Keeps the call of that method in `held`, to be answered later.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
       if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);

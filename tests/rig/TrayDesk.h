@@ -29,7 +29,7 @@ struct ClickedTray final : StatusBar {
   int registrations = 0;  ///< that the tray confirmed
 };
 
-/// A desktop whose bus and tray come and go as a test wants it, with the program's item on it.
+/// A desktop with the program's item, whose bus and tray the test starts.
 struct EmptyDesk : ::testing::Test {
   void showTray(std::string error = {}, const std::vector<const char*>& names = {}) {
     host.reset();
@@ -45,7 +45,7 @@ struct EmptyDesk : ::testing::Test {
   std::unique_ptr<TrayHost> host;
 };
 
-/// The same with everything there.
+/// The same, with bus and tray running.
 struct TrayDesk : EmptyDesk {
   void SetUp() override {
     daemon.start();
