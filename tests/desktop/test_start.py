@@ -87,15 +87,6 @@ class Start(unittest.TestCase):
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
 
-    def test_the_end_of_input_is_not_the_end_of_the_client(self):
-        client = self.session.terminal()
-        os.write(client.input, b"5")  # the last line need not end
-        client.close_input()
-        client.said("這一列只供查看：Remote Control：")
-        client.said("已連線")
-        self.assertEqual(client.end(), 0)
-        self.assertEqual(client.errors.all(), NO_BUS)
-
 
 class OnlyOne(unittest.TestCase):
     def setUp(self):

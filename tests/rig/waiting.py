@@ -113,10 +113,6 @@ class Events:
             self.begun += os.read(self.pipe, 65536).decode()
         return self.begun.splitlines()
 
-    def forget(self):
-        self.pending()
-        self.begun = ""
-
     def close(self):
         os.close(self.pipe)
 
