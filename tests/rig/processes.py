@@ -23,8 +23,8 @@ def process_state(pid):
 
 
 def running():
-    """Ids of the processes of the namespace, those aside that have ended and are not reaped yet."""
-    # By their state: a process that is just starting another program has no command line for a moment.
+    """Ids of the processes of the namespace, without zombies."""
+    # By their state: during execve a process has no command line.
     return [int(name) for name in os.listdir("/proc") if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
 
 

@@ -1,4 +1,4 @@
-"""What the windows of the menu's commands say."""
+"""The texts of the windows of the menu's commands."""
 
 from rig.client import Window
 
