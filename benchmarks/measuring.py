@@ -1,26 +1,28 @@
-"""Common parts of the benchmarks: the build, the test desktop, and the kernel's counters."""
+"""Common parts of the benchmarks: the build, a session with a tray, and the kernel's counters. The session, its buses
+and its screen are those of the tests."""
 
 import os
-import random
-import shutil
 import subprocess
 import sys
-import tempfile
-from contextlib import contextmanager
+import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build" / "benchmark"
-TOOLS = BUILD / "benchmarks"
-CLIENT = BUILD / "KestruneMenuClient"
-
+os.environ.setdefault("KESTRUNE_BUILD", str(ROOT / "build/benchmark"))
+os.environ.setdefault("KESTRUNE_SOURCE", str(ROOT))
 sys.path.insert(0, str(ROOT / "tests"))
-from rig import isolation  # noqa: E402
 
-BUS = """<busconfig><type>session</type>
-<listen>unix:path={}/bus</listen>{}
-<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy>
-</busconfig>"""
+from gi.repository import GLib  # noqa: E402
+
+from rig import isolation  # noqa: E402
+from rig.bus import ITEM, MENU, PROPERTIES, Bus, SystemBus  # noqa: E402
+from rig.processes import end_process, read_process  # noqa: E402
+from rig.session import BUILD, PROGRAM, Session  # noqa: E402
+from rig.wire import CALL, DAEMON, SIGNAL, Peer, answers, refuses  # noqa: E402
+
+TOOLS = BUILD / "benchmarks"
+CLIENT = str(PROGRAM)
+PATIENCE = 30  # seconds until an item is registered
 
 
 def install(*packages):
@@ -31,7 +33,9 @@ def install(*packages):
 
 
 def prepare():
-    """Installs and builds what all benchmarks need."""
+    """Installs and builds what all benchmarks need. A build in another folder (KESTRUNE_BUILD) is used as it is."""
+    if BUILD != ROOT / "build/benchmark":
+        return
     if not install("build_packages", "run_packages", "benchmark_packages"):
         sys.exit(1)
     for step in (["--preset", "benchmark"], ["--build", "--preset", "benchmark"]):
@@ -45,90 +49,109 @@ def run(work):
     isolation.run(work)
 
 
-# --- the test desktop
+class Desk(Session):
+    """A session with both buses, on which screen readers are off, as on most desktops."""
+
+    def __init__(self, configuration=""):
+        super().__init__()
+        for name in ("QT_ACCESSIBILITY", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON"):
+            del self.environment[name]
+        self.bus, self.system_bus = Bus(self, configuration), SystemBus(self)
+
+    def end_programs(self):
+        """Kills everything but the buses and the screen."""
+        for pid in set(self.processes()) - {each.pid for each in self.others}:
+            end_process(pid)
 
 
-@contextmanager
-def program(*command, **options):
-    """Runs a program and kills it at the end of the block."""
-    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **options)
-    try:
-        yield process
-    finally:
-        process.kill()
-        process.wait()
+class Tray(Peer):
+    """A StatusNotifierWatcher and host. It reads an item and its menu as panels do, and again after each change."""
 
+    NAME, PATH = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher"
 
-@contextmanager
-def bus(kind, services=""):
-    """A session or system bus. `services` is XML that names the folders of service files."""
-    with tempfile.TemporaryDirectory() as folder:
-        configuration = Path(folder, "bus.conf")
-        configuration.write_text(BUS.format(folder, services))
-        with program("dbus-daemon", "--nofork", "--print-address", f"--config-file={configuration}",
-                     stdout=subprocess.PIPE) as daemon:
-            daemon.stdout.readline()
-            os.environ[f"DBUS_{kind}_BUS_ADDRESS"] = f"unix:path={folder}/bus"
-            yield
+    def __init__(self, bus):
+        self.item = self.menu = self.registered = self.first = None
+        self.changes = 0
+        super().__init__(bus, self.NAME, Tray.serve)
+        for interface in (ITEM[2], MENU[2]):
+            self.send(DAEMON, "AddMatch", "s", f"type='signal',interface='{interface}'")
 
+    def send(self, target, method, *arguments):
+        return self.connection.send(self.connection.message(target, method, *arguments))
 
-@contextmanager
-def display():
-    # Only an abstract socket: these belong to the network namespace, while a socket file would be shared.
-    name = f":{random.randrange(100, 60000)}"
-    with program("Xvfb", name, "-displayfd", "1", "-nolock", "-nolisten", "tcp", "-nolisten", "unix",
-                 "-screen", "0", "1280x900x24", "-noreset", stdout=subprocess.PIPE) as server:
-        server.stdout.readline()
-        os.environ["DISPLAY"] = name
-        yield
+    def read(self, target):
+        if target[2] == ITEM[2]:
+            return self.send((*target[:2], PROPERTIES), "GetAll", "s", target[2])
+        return self.send(target, "GetLayout", "iias", 0, -1, [])
 
+    def serve(self, call):
+        method, arguments = call.get_member(), call.get_body().unpack() if call.get_body() else ()
+        properties = {"RegisteredStatusNotifierItems": GLib.Variant("as", ["".join(self.item[:2])] if self.item else []),
+                      "IsStatusNotifierHostRegistered": GLib.Variant("b", True), "ProtocolVersion": GLib.Variant("i", 0)}
+        if method == "RegisterStatusNotifierItem":
+            if not self.item:
+                self.registered = time.monotonic()
+                # Either an object path of the caller, or a bus name with the item at the default path.
+                service, = arguments
+                is_path = service.startswith("/")
+                self.item = (call.get_sender(), service, ITEM[2]) if is_path else (service, *ITEM[1:])
+                self.first = self.read(self.item)
+            self.connection.emit(self.PATH, self.NAME, "StatusNotifierItemRegistered", "s", *arguments)
+            answers()(self, call)
+        elif method == "RegisterStatusNotifierHost":
+            answers()(self, call)
+        elif method == "GetAll":
+            answers("a{sv}", properties)(self, call)
+        elif method == "Get" and arguments[1] in properties:
+            answers("v", properties[arguments[1]])(self, call)
+        else:
+            refuses("org.freedesktop.DBus.Error.UnknownMethod")(self, call)
 
-def use_home(folder):
-    """Creates a user's folders below `folder`, with a copy of the sample backend, and sets the environment."""
-    backend = folder / "backend"
-    if not backend.exists():
-        shutil.copytree(ROOT / "examples/backend", backend, symlinks=True,
-                        ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
-    for name in ("runtime", "temporary"):
-        shutil.rmtree(folder / name, ignore_errors=True)
-        (folder / name).mkdir(mode=0o700)
-    # The lock files hold PIDs of killed processes, which a new namespace uses again.
-    for lock in folder.glob(".config/*/*.lock"):
-        lock.unlink()
-    for name in [name for name in os.environ if name.startswith("XDG_")]:
-        del os.environ[name]
-    os.environ.update(HOME=str(folder), XDG_RUNTIME_DIR=str(folder / "runtime"), TMPDIR=str(folder / "temporary"),
-                      LANG="C.UTF-8", KESTRUNE_REPO_PATH=str(backend))
+    def keep(self, message):
+        kind = message.get_message_type()
+        if kind == CALL:
+            return super().keep(message)
+        if kind == SIGNAL and message.get_interface() in (ITEM[2], MENU[2]):
+            self.changes += 1
+            changed = self.item if message.get_interface() == ITEM[2] else self.menu
+            if changed and message.get_member() != "ItemsPropertiesUpdated":
+                self.read(changed)
+        elif self.first and message.get_reply_serial() == self.first:
+            [properties] = message.get_body().unpack()
+            if path := properties.get("Menu"):
+                self.menu = (self.item[0], path, MENU[2])
+                self.read(self.menu)
+            return "read"
+        return None
 
 
 class InTray:
     """A program that has registered its item in a tray."""
 
-    def __init__(self, *command):
-        self.tray = subprocess.Popen([TOOLS / "registration", *command], stdin=subprocess.PIPE,
-                                     stdout=subprocess.PIPE, text=True)
-        told = self.tray.stdout.readline().split()
-        if not told:
-            self.tray.communicate()
-            raise LookupError(f"{command[0]} registers no item")
-        self.milliseconds, self.pid = float(told[0]), int(told[1])
+    def __init__(self, desk, *command):
+        self.desk = desk
+        self.tray = Tray(desk.bus)
+        nothing = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0) for number in range(3)]
+        start = time.monotonic()
+        self.pid = os.posix_spawnp(command[0], command, desk.environment, file_actions=nothing)
+        try:
+            self.tray.wait(lambda: "read" in self.tray.kept, "item", PATIENCE)
+        except AssertionError as error:
+            self.end()
+            raise LookupError(f"{command[0]} registers no item") from error
+        self.milliseconds = (self.tray.registered - start) * 1000
 
     def end(self):
         """Kills the program. Returns its number of change signals, wake-ups and milliseconds of CPU; the last two
         include the children that it has waited for."""
-        changes, woken, milliseconds = self.tray.communicate()[0].split()
-        return int(changes), int(woken), float(milliseconds)
+        os.kill(self.pid, 9)
+        used = os.wait4(self.pid, 0)[2]
+        self.tray.kill()
+        self.desk.end_programs()
+        return self.tray.changes, used.ru_nvcsw, (used.ru_utime + used.ru_stime) * 1000
 
 
 # --- the kernel's counters
-
-
-def read(*path):
-    """The contents of a file in /proc; empty if the process has ended."""
-    try:
-        return Path("/proc", *map(str, path)).read_text()
-    except OSError:
-        return ""
 
 
 def threads(pid):
@@ -136,6 +159,11 @@ def threads(pid):
         return os.listdir(f"/proc/{pid}/task")
     except OSError:
         return []
+
+
+def read(pid, *path):
+    """The contents of a file in /proc; empty if the process has ended."""
+    return read_process(pid, "/".join(path)).decode()
 
 
 def family(pid):
@@ -146,12 +174,12 @@ def family(pid):
 
 def memory(pids):
     """PSS, RSS and private dirty memory of the processes, in kB."""
-    total = {"Pss": 0, "Rss": 0, "Private_Dirty": 0}
+    total = {"Pss:": 0, "Rss:": 0, "Private_Dirty:": 0}
     for pid in pids:
         for line in read(pid, "smaps_rollup").splitlines()[1:]:
             name, value, _ = line.split()
-            if name[:-1] in total:
-                total[name[:-1]] += int(value)
+            if name in total:
+                total[name] += int(value)
     return tuple(total.values())
 
 

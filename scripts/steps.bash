@@ -12,7 +12,7 @@ test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth x
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
     dpkg-dev file lintian appstream man-db)
 # What the benchmarks need.
-benchmark_packages=(libbenchmark-dev libxcb1-dev dbus-daemon xvfb util-linux iproute2)
+benchmark_packages=(libbenchmark-dev dbus-daemon xvfb x11-utils python3-gi util-linux iproute2)
 # clang, so that both compilers check the code.
 sanitizer_packages=(clang libclang-rt-14-dev)
 

@@ -10,7 +10,6 @@
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/SignalState.h"
-#include "tests/rig/StubLocks.h"
 #include "tests/rig/StubService.h"
 #include "tests/rig/VirtualTime.h"
 

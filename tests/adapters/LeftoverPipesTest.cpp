@@ -10,7 +10,7 @@
 
 #include "adapters/children/LeftoverPipes.h"
 #include "tests/adapters/RealChildren.h"
-#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ComesTrue.h"
 #include "tests/rig/ProcessEnd.h"
 #include "tests/rig/TerminalRig.h"
 

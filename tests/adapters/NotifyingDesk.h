@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "adapters/desktop/DesktopNotifications.h"
-#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ComesTrue.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"

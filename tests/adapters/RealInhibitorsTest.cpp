@@ -4,7 +4,6 @@
 
 #include "tests/adapters/AwakeDesk.h"
 #include "tests/rig/RealDesktop.h"
-#include "tests/rig/StartingBus.h"
 
 // The inhibitors with real services.
 
@@ -82,7 +81,7 @@ TEST_F(AwakeDesk, StartsNoServiceToHoldAnInhibitor) {
   const FileDescriptor started(open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   const std::string script = folder.file("start");
   std::ofstream(script) << "echo $1 >" << pipe << "\n";
-  StartingBus bus;
+  PrivateBus bus;
   for (const char* const name : {managerName, saverName, powerName, "com.dovrel.kestrune.marker"}) {
     bus.add(name, "/bin/sh " + script + " " + name);
   }

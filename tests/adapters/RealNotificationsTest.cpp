@@ -3,12 +3,13 @@
 #include <map>
 
 #include "adapters/desktop/DesktopNotifications.h"
-#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ComesTrue.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StartingBus.h"
+#include "tests/rig/VirtualTime.h"
 
 // The notifications with a real daemon.
 
@@ -121,7 +122,7 @@ TEST_F(RealDaemon, WithdrawsALastingNotification) {
 }
 
 TEST_F(RealDaemon, IsStartedByTheBus) {
-  StartingBus startingBus;
+  PrivateBus startingBus;
   configure("full");
   startingBus.add("org.freedesktop.Notifications", "/usr/bin/dunst -conf " + screen.home.file("dunstrc"));
   startingBus.start(screen.variables());

@@ -1,17 +1,15 @@
 """The installed package in the session of a desktop: for a system in which nothing else is built or installed."""
 
 import json
-import os
 import subprocess
 import unittest
-from pathlib import Path
 
 from rig import isolation
 from rig.bus import Bus
 from rig.client import CONNECTED
 from rig.display import Screen
 from rig.panel import Panel
-from rig.processes import PORTS, listening_ports, running, wait_for_end
+from rig.processes import PORTS, listening_ports, processes_of, program_of, wait_for_end
 from rig.session import PROGRAM, Session
 
 APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
@@ -22,17 +20,6 @@ AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 
 PROGRAM_OF_WINDOWS = "KestruneMenuDialogs"
 LOGIN_ROW, REPORT_ROW, RESTART_ROW = 14, 21, 27
-
-
-def program_of(pid):
-    try:
-        return os.readlink(f"/proc/{pid}/exe")
-    except OSError:
-        return ""
-
-
-def processes_of(name):
-    return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
 
 
 class Rehearsal(unittest.TestCase):

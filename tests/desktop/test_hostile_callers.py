@@ -1,4 +1,4 @@
-"""Other programs of the session that call the client with what makes no sense, is far too much, or is not for them."""
+"""Callers on the session bus that send far too much."""
 
 import struct
 import time
@@ -7,8 +7,8 @@ import unittest
 from gi.repository import GLib
 
 from rig import isolation
-from rig.bus import ITEM, MENU, PROPERTIES, Bus
-from rig.processes import memory, read_process
+from rig.bus import CLIENT, ITEM, MENU, Bus
+from rig.processes import memory
 from rig.session import SWITCHED_OFF, Session
 from rig.windows import GUIDE
 from rig.wire import Connection, Peer, Refused, answers
@@ -17,13 +17,10 @@ SEPARATOR, GUIDE_ROW, QUIT_ROW = 12, 24, 29
 
 ZERO = GLib.Variant("i", 0)
 
-GIANT = 4 << 20  # bytes
-FLOOD = 3000  # calls
-# Bytes. What one giant took may stay with the client for the next, but no more than that.
-PEAK = 256 << 20
-GROWTH = 40 << 20
-SOON = 5.0  # seconds, until somebody else is answered
-
+GIANT = 2 << 20  # bytes
+FLOOD = 1000  # calls
+PEAK, GROWTH = 256 << 20, 40 << 20  # bytes; malloc may keep what one giant needed
+SOON = 5.0  # seconds
 
 NO_TEXTS = GLib.Variant("as", [])
 
@@ -40,94 +37,63 @@ def clicks(rows):
 
 
 class Hostile(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.session = Session(cls)
-        # Switched off, it runs no command of its own accord: each that runs was asked for.
-        cls.session.prefer(SWITCHED_OFF)
-        cls.session.stub_backend('echo "$1 asked" > "$HOME/events"\n')
-        cls.bus = Bus(cls.session)
-        cls.daemon = Peer(cls.bus, "org.freedesktop.Notifications", answers("as", []))
-        cls.client = cls.session.start()
-        # The last of what follows a start.
-        cls.daemon.wait_for("Notify")
-        cls.chosen = 0
-        cls.rows = cls.bus.rows()
-        cls.children = cls.of_client()
-        cls.before = memory(cls.client.pid, "VmRSS")
-        cls.caller = cls.connect()
+    def setUp(self):
+        self.session = Session(self)
+        # Without auto-connect the client runs no command by itself.
+        self.session.prefer(SWITCHED_OFF)
+        self.session.stub_backend('echo "$1 asked" > "$HOME/events"\n')
+        self.bus = Bus(self.session)
+        self.daemon = Peer(self.bus, "org.freedesktop.Notifications", answers("as", []))
+        self.client = self.session.start()
+        # The last consequence of a start.
+        self.daemon.wait_for("Notify")
+        self.rows = self.bus.rows()
+        self.processes = set(self.session.processes())
+        self.before = memory(self.client.pid, "VmRSS")
+        self.caller = self.connect()
 
-    @classmethod
-    def connect(cls):
-        connection = Connection(cls.bus)
-        cls.session.callback(connection.close)
+    def connect(self):
+        connection = Connection(self.bus)
+        self.session.callback(connection.close)
         return connection
-
-    @classmethod
-    def of_client(cls):
-        """The client and all that it has started."""
-        return {pid for pid in cls.session.processes() if b"dbus-daemon" not in read_process(pid, "cmdline")}
 
     def ask(self, target, method, signature="", *arguments):
         return self.caller.ask(self.bus.target(target), method, signature, *arguments)
 
     def guides(self):
-        """How often the row was chosen that tells something by a notification."""
+        """The number of notifications that the row GUIDE_ROW has caused."""
         return [arguments[3] for _, arguments, _ in self.daemon.calls("Notify")].count(GUIDE.title)
 
-    def assertRefused(self, *call):
-        with self.assertRaises(Refused):
-            self.ask(*call)
-
     def assertAnswersSoon(self):
-        """Somebody else than the caller is served."""
+        """Another caller is served."""
         begin = time.monotonic()
-        self.connect().ask(self.bus.target(("the client", "/", "org.freedesktop.DBus.Peer")), "Ping")
+        self.connect().ask(self.bus.target((CLIENT, "/", "org.freedesktop.DBus.Peer")), "Ping")
         self.assertLess(time.monotonic() - begin, SOON)
 
-    def tearDown(self):
-        """Nothing has happened, and the client still does what it is to do."""
+    def assertChosenOnce(self):
         self.assertAnswersSoon()
+        self.daemon.wait(self.guides, "notification")
+
+    def assertUnchanged(self):
+        """The client is as before, and quits."""
+        self.assertAnswersSoon()
+        self.assertEqual(self.guides(), 1)
         self.assertEqual(self.bus.rows(), self.rows)
         self.assertEqual(self.session.events.pending(), [])
-        self.assertEqual(self.of_client(), self.children)
-        self.assertEqual(self.guides(), self.chosen)
+        self.assertEqual(set(self.session.processes()), self.processes)
         self.assertLess(memory(self.client.pid, "VmHWM"), PEAK)
         self.assertLess(memory(self.client.pid, "VmRSS") - self.before, GROWTH)
-
-    def assertChosenOnce(self):
-        type(self).chosen += 1
-        self.assertAnswersSoon()
-        self.daemon.wait(lambda: self.guides() >= self.chosen, "notification")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.bus.click(QUIT_ROW)
-        assert cls.client.status() == 0
-
-    def test_properties_are_read_only_and_other_ways_to_start_something_do_not_exist(self):
-        for target in (MENU, ITEM):
-            place = *target[:2], PROPERTIES
-            for name, value in self.bus.call(place, "GetAll", "s", target[2])[0].items():
-                self.assertRefused(place, "Set", "ssv", target[2], name, GLib.Variant("s", "changed"))
-                self.assertEqual(self.bus.get(target, name), value)
-            for name in ("", "Exec", "x" * 9999):
-                self.assertRefused(place, "Get", "ss", target[2], name)
-            self.assertRefused(place, "Get", "ss", "org.example", "Menu")
-        application = MENU[0], "/com/dovrel/kestrune/menuclient", "org.freedesktop.Application"
-        self.assertRefused(application, "Activate", "a{sv}", {})
-        self.assertRefused(application, "ActivateAction", "sava{sv}", "quit", [], {})
-        for path in ("/", "/MenuBar/1", "/StatusNotifierItem/menu"):
-            self.assertRefused((MENU[0], path, MENU[2]), "Event", "isvu", QUIT_ROW, "clicked", ZERO, 0)
+        self.bus.click(QUIT_ROW)
+        self.assertEqual(self.client.status(), 0)
 
     def flood(self, caller, target, *call, answered=True):
-        """The same call so many times, as fast as the bus takes it."""
+        """Sends the same call FLOOD times, as fast as the bus takes it."""
         message = caller.message(self.bus.target(target), *call, answered=answered)
         for _ in range(FLOOD):
             last = caller.send(message)
         return last
 
-    def test_thousands_of_calls(self):
+    def test_floods_of_calls(self):
         deaf = self.connect()
         self.flood(deaf, MENU, "AboutToShow", "i", 0)
         self.flood(deaf, ITEM, "Scroll", "is", 2 ** 31 - 1, "vertical")
@@ -140,27 +106,22 @@ class Hostile(unittest.TestCase):
         last = self.flood(self.caller, MENU, "GetLayout", "iias", 0, -1, [])
         self.assertAnswersSoon()
         self.caller.answer_to(last)
-
-    def test_giant_texts(self):
-        text = "好" * (GIANT // 3)
-        self.ask(MENU, "Event", "isvu", 1, text, GLib.Variant("s", text), 0)
-        self.assertRefused(MENU, "GetProperty", "is", 1, text)
-        self.ask(ITEM, "Scroll", "is", 1, text)
-        self.ask(ITEM, "ProvideXdgActivationToken", "s", text)
-        self.assertRefused((*ITEM[:2], PROPERTIES), "Get", "ss", ITEM[2], text)
+        self.assertUnchanged()
 
     def test_giant_lists(self):
         [rows] = self.ask(MENU, "GetGroupProperties", GLib.Variant.new_tuple(numbers([3] * (GIANT // 4)), NO_TEXTS))
         self.assertEqual([number for number, _ in rows], [3])
-        self.assertEqual(self.ask(MENU, "EventGroup", clicks([GUIDE_ROW] * 100_000)), [[]])
+        self.assertEqual(self.ask(MENU, "EventGroup", clicks([GUIDE_ROW] * 30_000)), [[]])
         self.assertChosenOnce()
-        self.assertEqual(self.ask(MENU, "EventGroup", clicks([1, *[77] * 100_000, *[*range(1000, 5000)] * 2])),
+        self.assertEqual(self.ask(MENU, "EventGroup", clicks([1, *[77] * 30_000, *[*range(1000, 5000)] * 2])),
                          [[77, *range(1000, 5000)]])
         names = GLib.Variant.new_strv([f"{number:x}" for number in range(GIANT // 12)])
         self.ask(MENU, "GetLayout", GLib.Variant.new_tuple(ZERO, GLib.Variant("i", -1), names))
         absent = numbers(range(1000, 1000 + GIANT // 4))
         self.assertEqual(self.ask(MENU, "GetGroupProperties", GLib.Variant.new_tuple(absent, NO_TEXTS)), [[]])
-        self.assertRefused(MENU, "AboutToShowGroup", GLib.Variant.new_tuple(absent))
+        with self.assertRaises(Refused):
+            self.ask(MENU, "AboutToShowGroup", GLib.Variant.new_tuple(absent))
+        self.assertUnchanged()
 
 
 if __name__ == "__main__":

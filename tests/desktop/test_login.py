@@ -2,13 +2,12 @@
 
 import subprocess
 import unittest
-from pathlib import Path
 
 from rig import isolation
 from rig.bus import Bus
 from rig.client import CONNECTED
 from rig.display import Screen
-from rig.processes import read_process, running, wait_for_end
+from rig.processes import processes_of, program_of, read_process, wait_for_end
 from rig.session import BUILD, Session
 from rig.waiting import PATIENCE
 from rig.windows import LOGIN_ON
@@ -56,14 +55,14 @@ class Login(unittest.TestCase):
         login = self.log_in()
         bus.wait_for_client()
         pid = bus.pid()
-        self.assertEqual(Path(f"/proc/{pid}/exe").resolve(), program.resolve())
+        self.assertEqual(program_of(pid), str(program))
         self.assertEqual(read_process(pid, "cmdline").split(b"\0")[1:-1], [b"--background"])
         traffic.wait_for_status(CONNECTED)
         self.assertEqual(bus.rows()[8]["label"], "同步專案：Kestrune Menu Client")
         self.assertEqual(bus.rows()[ROW]["toggle-state"], 1)
         # A second start in the session is without a word.
         self.assertEqual(self.log_in().wait(PATIENCE), 0)
-        self.assertEqual([each for each in running() if b"KestruneMenuDialogs" in read_process(each, "cmdline")], [])
+        self.assertEqual(processes_of("KestruneMenuDialogs"), [])
         self.assertNotIn("MapNotify", screen.events.so_far)
         services = self.session.services()
         bus.click(29)

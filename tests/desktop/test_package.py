@@ -151,15 +151,18 @@ class Package(unittest.TestCase):
         self.assertLessEqual(set(offered), set(actions))
 
     def test_its_unit_is_in_order(self):
-        programs = self.folder / "unit"
-        programs.mkdir()
-        # By their whole path: those that a service manager knows by name are the machine's own.
+        units = self.folder / "units"
+        units.mkdir()
+        # Other units of the machine may be at fault.
+        for pattern in ("*.target", "*.slice"):
+            for each in Path("/usr/lib/systemd/user").glob(pattern):
+                (units / each.name).symlink_to(each)
         text = (self.tree / UNIT).read_text()
         self.assertIn("\nExecStart=KestruneMenuClient --background\n", text)
-        unit = programs / Path(UNIT).name
+        unit = units / Path(UNIT).name
         unit.write_text(text.replace("ExecStart=", f"ExecStart={self.tree}/usr/bin/"))
         self.assertEqual(run("systemd-analyze", "--user", "--man=no", "verify", unit,
-                             env={**os.environ, "XDG_RUNTIME_DIR": str(programs)}), "")
+                             env={**os.environ, "XDG_RUNTIME_DIR": str(units), "SYSTEMD_UNIT_PATH": str(units)}), "")
 
     def test_it_installs_and_goes_again(self):
         root = self.folder / "root"

@@ -2,15 +2,12 @@
 
 import os
 import signal
-import time
 import unittest
 
 from rig import isolation
-from rig.client import CHECKING, CONNECTED, NO_BUS, RECONNECTING
+from rig.client import CONNECTED, NO_BUS
 from rig.processes import PORTS, listening_ports, running, wait_for_end
 from rig.session import SWITCHED_OFF, Session
-
-STOP_LIMIT = 8.0
 
 # Holds the stop up the first time, before a process has been ended.
 HELD_UP_ONCE = """
@@ -19,13 +16,6 @@ if mkdir "$HOME/held-up" 2>/dev/null; then
     read -r < "$HOME/gate"
 fi
 exec /usr/bin/pgrep "$@"
-"""
-
-STUBBORN_STATUS = """
-trap '' TERM INT HUP
-sleep 1000 &
-echo "$$ $!" > "$HOME/events"
-wait
 """
 
 
@@ -83,15 +73,6 @@ class Quit(unittest.TestCase):
             self.assertEqual(client.status(), 0)
             self.assertStopped()
 
-    def test_not_with_its_terminal_under_nohup(self):
-        client = self.session.terminal(through=["nohup"])
-        self.assertEqual(client.checked().status, CONNECTED)
-        client.send(signal.SIGHUP)
-        client.type("")
-        self.assertEqual(client.next_menu().status, CONNECTED)
-        self.assertEqual(client.quit(), 0)
-        self.assertStopped()
-
     def test_whatever_comes_meanwhile_waits_for_the_end(self):
         self.session.program("pgrep", HELD_UP_ONCE)
         client = self.session.terminal()
@@ -111,21 +92,6 @@ class Quit(unittest.TestCase):
         self.services = self.session.services()
         self.assertEqual(later.quit(), 0)
         self.assertStopped()
-
-    def test_a_check_that_hangs_is_ended_and_not_waited_for(self):
-        self.session.stub_backend(STUBBORN_STATUS)
-        client = self.session.terminal()
-        for status in (CHECKING, RECONNECTING):
-            self.assertEqual(client.next_menu().status, status)
-        hung = [int(pid) for pid in self.session.events.next().split()]
-        self.assertLessEqual(set(hung), set(running()))
-        begin = time.monotonic()
-        self.assertEqual(client.quit(), 0)
-        self.assertLess(time.monotonic() - begin, STOP_LIMIT)
-        for pid in hung:
-            wait_for_end(pid)
-        self.assertStopped()
-        self.assertEqual(len(client.menus()), 2)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,5 @@
 """./run, with stand-ins for what installs, builds and is built."""
 
-import os
 import shutil
 import socket
 import subprocess

@@ -55,16 +55,6 @@ class Start(unittest.TestCase):
         self.session = Session(self)
         self.session.stub_backend(REPORTING_BACKEND)
 
-    def test_what_the_user_has_chosen_counts(self):
-        self.session.prefer('{"keepAwakeEnabled": false, "connectionMode": "official_chatgpt"}')
-        (self.session.config / "autostart").mkdir()
-        (self.session.config / "autostart/com.dovrel.kestrune.menuclient.desktop").write_text("[Desktop Entry]\n")
-        client = self.session.terminal()
-        menu = client.checked()
-        self.assertEqual((menu.rows[3].title, menu.rows[17].title), ("連接模式：官方 ChatGPT", "使用 Kestrune 自托管模式"))
-        self.assertEqual([menu.rows[number].mark for number in (14, 15, 16)], [True, True, False])
-        self.assertEqual(client.quit(), 0)
-
     def test_the_tray_face_without_a_bus_says_so_once_and_supervises(self):
         self.session = Session(self)
         self.session.backend("refresh")
@@ -96,15 +86,6 @@ class Start(unittest.TestCase):
         client = self.session.start(through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
-
-    def test_the_end_of_input_is_not_the_end_of_the_client(self):
-        client = self.session.terminal()
-        os.write(client.input, b"5")  # the last line need not end
-        client.close_input()
-        client.said("這一列只供查看：Remote Control：")
-        client.said("已連線")
-        self.assertEqual(client.end(), 0)
-        self.assertEqual(client.errors.all(), NO_BUS)
 
 
 class OnlyOne(unittest.TestCase):

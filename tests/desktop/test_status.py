@@ -121,15 +121,6 @@ class WithAClient(StatusTest):
         self.assertEqual(process.wait(), 4)
         text.close()
 
-    def test_one_that_hangs_is_not_waited_for_and_a_successor_is_found(self):
-        self.client.process.send_signal(signal.SIGSTOP)
-        status, said = self.json()
-        self.client.process.send_signal(signal.SIGCONT)
-        self.assertEqual((status, said["source"], said["lamp"]), (0, "check", "ok"))
-        self.client.type("R")
-        self.client.checked()
-        self.assertEqual(self.json()[1]["source"], "client")
-
 
 class Performing(unittest.TestCase):
     def setUp(self):

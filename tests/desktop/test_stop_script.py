@@ -65,16 +65,18 @@ class StopScript(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stdout)
         return done.stdout
 
-    def called(self, words):
-        """A process whose command line begins with these words."""
-        process = self.session.spawn("/bin/bash", "-c", 'exec -a "$0" cat -', words,
-                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    def ready(self, command):
+        """The process, once it has answered: before its exec it has another command line."""
+        process = self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.stdin.close)
-        # While it is only becoming that process, it has no command line for a moment.
         process.stdin.write(b"there\n")
         self.assertEqual(process.stdout.readline(), b"there\n")
         return process
+
+    def called(self, words):
+        """A process whose command line begins with these words."""
+        return self.ready(["/bin/bash", "-c", 'exec -a "$0" cat -', words])
 
     def clients(self):
         """The client and its windows, in a folder that is named like a part, and a shell that runs the client."""
@@ -82,16 +84,9 @@ class StopScript(unittest.TestCase):
         folder.mkdir(parents=True)
         for name in ("KestruneMenuClient", "KestruneMenuDialogs"):
             shutil.copy("/bin/cat", folder / name)
-        started = [self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE) for command in (
+        return [self.ready(command) for command in (
             [folder / "KestruneMenuClient", "-"], [folder / "KestruneMenuDialogs", "-"],
             ["/bin/bash", "-c", f"'{folder}/KestruneMenuClient' -; exit $?"])]
-        for process in started:
-            self.addCleanup(process.stdout.close)
-            self.addCleanup(process.stdin.close)
-            process.stdin.write(b"there\n")
-            process.stdin.flush()
-            self.assertEqual(process.stdout.readline(), b"there\n")
-        return started
 
     def python(self, program, *arguments):
         process = self.session.spawn(sys.executable, "-c", program, *map(str, arguments), stdout=subprocess.PIPE)
@@ -131,10 +126,6 @@ class StopScript(unittest.TestCase):
         self.assertEqual(listening_ports(), {8767})
         self.assertRun([*others, bystander, *visitors])
 
-    def test_says_nothing_when_there_is_nothing_to_stop(self):
-        self.session.program("systemctl", "")
-        self.assertEqual(self.stop(), "")
-
     def test_does_not_need_a_service_manager(self):
         # The real tool, which finds no manager in this session.
         listener = self.listener(8766)
@@ -147,18 +138,13 @@ class StopScript(unittest.TestCase):
         for line in output:
             self.assertRegex(line, "connect to .*bus")
 
-    def test_spares_the_client_that_runs_it_whatever_it_is_called(self):
+    def test_spares_the_client_that_runs_it_and_its_terminal(self):
         self.session.program("systemctl", "")
-        # The second shell keeps the name: the last command is not the only one.
-        name = "/home/u/kestrune-desktop-bridge/menu"
-        self.assertEqual(self.stop("bash", "-c", 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"', name), "")
-
-    def test_spares_the_terminal_that_runs_the_client(self):
-        self.session.program("systemctl", "")
-        # Two shells that stay, since their last command is not the only one.
-        words = "terminal --working-directory=/home/u/kestrune-desktop-bridge"
-        nested = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'
-        self.assertEqual(self.stop("bash", "-c", nested, words), "")
+        # Shells stay, and keep their names, if their last command is not the only one.
+        client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
+        self.assertEqual(self.stop("bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
+        terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'
+        self.assertEqual(self.stop("bash", "-c", terminal, "terminal --directory=/home/u/kestrune-desktop-bridge"), "")
 
     def test_reaches_the_last_line_in_time_after_a_slow_login_whatever_the_service_manager_does(self):
         with self.session.profile.open("a") as profile:

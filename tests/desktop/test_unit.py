@@ -62,14 +62,6 @@ class Unit(unittest.TestCase):
         self.assertFalse(Path(f"/proc/{opened}").exists())
         self.assertEqual(client.end(), 0)
 
-    def test_a_descendant_of_another_service_gives_way_to_another_process(self):
-        client = self.start(environment={"SYSTEMD_EXEC_PID": "1"})
-        successor = self.restart()
-        self.assertEqual(client.status(), 0)
-        self.assertNotEqual(successor, client.pid)
-        self.bus.click(29)
-        wait_for_end(successor)
-
 
 if __name__ == "__main__":
     isolation.main()

@@ -6,9 +6,9 @@ from rig import isolation
 from rig.bus import ITEM
 from rig.client import CONNECTED, NO_TRAY
 from rig.onscreen import OnScreen
-from rig.processes import end_process, running, wait_for_end
+from rig.processes import running, wait_for_end
 from rig.session import HELD_UP_STOP, counted
-from rig.windows import AWAKE, GUIDE, MISSING_APP, NOT_AWAKE, OFFICIAL_MODE, OWN_MODE, codex_check, diagnosis
+from rig.windows import AWAKE, GUIDE, NOT_AWAKE, OFFICIAL_MODE, OWN_MODE
 
 MENU_WINDOW = "Kestrune"
 
@@ -28,23 +28,6 @@ class Windows(OnScreen):
         shown = [node.name() for node in window.all() if node.role() in ("label", "push button", "check box")]
         self.assertEqual(shown, [row["label"] for row in self.bus.rows().values() if "label" in row])
         return window
-
-    def test_reports(self):
-        self.assertOpens(21, diagnosis(1))
-        self.traffic.wait_for_label(*counted(2))
-        (self.session.home / "failing").touch()
-        self.assertOpens(21, diagnosis(3, failing=True))
-        self.traffic.wait_for_label(*counted(4))
-        self.assertOpens(22, codex_check(5, failing=True))
-        self.assertEqual(self.labels(2), ["🔴 連線狀態：Codex 診斷已更新"])
-        self.assertAsked(*["status"] * 5)
-
-    def test_a_window_that_dies_becomes_a_notification(self):
-        self.bus.click(24)
-        end_process(self.window(GUIDE.title).pid())
-        self.traffic.wait_for_notification(*GUIDE[:2])
-        self.client.complained("it ended without an answer\n")
-        self.assertOpens(23, MISSING_APP)
 
     def test_the_menu_as_a_window(self):
         self.bus.call(ITEM, "Activate", "ii", 0, 0)

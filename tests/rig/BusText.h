@@ -34,7 +34,7 @@ inline std::string nextValue(sd_bus_message* message) {
   const char* contents = nullptr;
   if (sd_bus_message_peek_type(message, &type, &contents) <= 0) throw std::runtime_error("no value");
   const auto inside = [&](const char* open, const char* close) {
-    // A copy: the text belongs to what is being read.
+    // A copy: `contents` belongs to the message.
     const std::string signature = contents;
     if (sd_bus_message_enter_container(message, type, signature.c_str()) < 0) {
       throw std::runtime_error("unreadable container");
@@ -72,8 +72,8 @@ inline std::string nextValue(sd_bus_message* message) {
 
 }  // namespace detail
 
-/// What a message holds, to be read by people: (struct), [array], {'key': value}; a variant as its signature
-/// and its value; of an error its name.
+/// The contents of a message as text: (struct), [array], {'key': value}, a variant as "signature value". Of
+/// an error, its name.
 inline std::string textOf(const BusMessage& message) {
   if (!message) return "no answer";
   if (const sd_bus_error* const error = sd_bus_message_get_error(message.get())) {

@@ -6,11 +6,11 @@
 
 namespace kestrune::testing {
 
-/// How long a test waits for something that is certain to come about soon, also on a busy machine.
+/// The time limit of everything that a test waits for, long enough for a busy machine.
 inline constexpr Seconds patience{20.0};
 inline constexpr int patienceInMilliseconds = 20'000;
 
-/// Runs the loop until `condition` holds; false when that does not come about in time.
+/// Runs the loop until `condition` holds; false at the time limit.
 inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {
   bool late = false;
   const EventSource deadline = loop.after(patience, [&late] { late = true; });
@@ -18,7 +18,13 @@ inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {
   return condition();
 }
 
-/// Runs the loop until everything that was posted on its queue, and what that posted, is done.
+/// The same, for a condition that another thread or process changes.
+inline bool comesTrueElsewhere(EventLoop& loop, const std::function<bool()>& condition) {
+  const auto tick = loop.scheduleRepeating(Seconds{0.002}, [] {});
+  return comesTrue(loop, condition);
+}
+
+/// Runs the loop until all jobs on its queue are done, and the jobs that they post.
 inline void settleQueue(EventLoop& loop) {
   for (int round = 0; round < 12; ++round) {
     bool done = false;
@@ -27,7 +33,7 @@ inline void settleQueue(EventLoop& loop) {
   }
 }
 
-/// Whether the loop has nothing to do until something happens.
+/// Whether no event source of the loop is ready.
 inline bool isIdle(EventLoop& loop) {
   constexpr int many = 1000;
   for (int turn = 0; turn < many; ++turn) {
@@ -36,7 +42,7 @@ inline bool isIdle(EventLoop& loop) {
   return false;
 }
 
-/// How long `work` keeps its caller waiting.
+/// The time that `work` takes.
 inline Seconds durationOf(const std::function<void()>& work) {
   const auto begin = std::chrono::steady_clock::now();
   work();

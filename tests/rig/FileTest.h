@@ -33,14 +33,14 @@ inline mode_t modeOf(const std::string& file) {
   return state.st_mode & 07777;
 }
 
-/// How many descriptors this process has open.
+/// The number of open descriptors of this process.
 inline std::ptrdiff_t openDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 using Names = std::set<std::string>;
 
-/// A folder of a test's own, and what is in it.
+/// A test with an empty folder.
 struct FileTest : ::testing::Test {
   Names names() const {
     Names found;

@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <functional>
 #include <stdexcept>
@@ -16,32 +14,24 @@
 #include <utility>
 
 #include "adapters/system/FileDescriptor.h"
-#include "tests/rig/ComesTrue.h"
+#include "tests/rig/ProcessEnd.h"
 
 namespace kestrune::testing {
 
-/// A process of its own that runs a part of the test and says, line by line, how it goes. Ends with this.
+/// A child process that runs a part of the test. Its lines and its standard error arrive through pipes. The
+/// destructor kills it.
 class ForkedProgram {
  public:
+  /// Sends a line to the test.
   using Say = std::function<void(const std::string&)>;
 
   explicit ForkedProgram(const std::function<void(const Say&)>& body) {
-    std::array<FileDescriptor, 2> said = makePipe();
-    std::array<FileDescriptor, 2> complained = makePipe();
-    const pid_t parent = getpid();
-    process = fork();
-    if (process == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      if (getppid() != parent) _exit(1);
-      dup2(complained[1].get(), STDERR_FILENO);
-      body([&said](const std::string& line) {
+    run(false, [&body](int output) {
+      body([output](const std::string& line) {
         const std::string text = line + "\n";
-        if (write(said[1].get(), text.data(), text.size()) < 0) _exit(1);
+        if (write(output, text.data(), text.size()) < 0) _exit(1);
       });
-      _exit(0);
-    }
-    voice = std::move(said[0]);
-    complaints = std::move(complained[0]);
+    });
   }
 
   ~ForkedProgram() {
@@ -52,67 +42,99 @@ class ForkedProgram {
 
   pid_t pid() const { return process; }
 
-  /// The next line that it says; "silence" when none comes, "end" when it has ended.
+  /// The next line; "silence" if none arrives in time, "end" if the process has ended.
   std::string line() {
-    for (;;) {
-      if (const auto at = heard.find('\n'); at != std::string::npos) {
-        const std::string first = heard.substr(0, at);
-        heard.erase(0, at + 1);
-        return first;
+    for (bool isOpen = true;; isOpen = take(lines, heard)) {
+      if (const auto end = heard.find('\n', next); end != std::string::npos) {
+        return heard.substr(std::exchange(next, end + 1), end - next);
       }
-      pollfd readable{voice.get(), POLLIN, 0};
-      if (poll(&readable, 1, patienceInMilliseconds) != 1) return "silence";
-      char buffer[256];
-      const ssize_t count = read(voice.get(), buffer, sizeof buffer);
-      if (count <= 0) return "end";
-      heard.append(buffer, static_cast<std::size_t>(count));
+      if (!isOpen) return "end";
+      if (!arrives(patienceInMilliseconds)) return "silence";
     }
   }
 
-  /// Whether nothing that it said waits to be heard.
-  bool isSilent() const {
-    pollfd readable{voice.get(), POLLIN, 0};
-    return heard.empty() && poll(&readable, 1, 0) == 0;
-  }
+  /// Whether there is no unread line and no end.
+  bool isSilent() const { return next == heard.size() && !arrives(0); }
 
-  void tell(int signal) const { kill(process, signal); }
+  void tell(int signal) const { kill(target, signal); }
 
   /// Ends it by a signal; returns when it has ended.
-  void end(int signal) {
-    kill(process, signal);
+  void end(int signal = SIGKILL) {
+    tell(signal);
     waitForEnd();
   }
   void waitForEnd() {
-    const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-    pollfd ended{handle.get(), POLLIN, 0};
-    if (poll(&ended, 1, patienceInMilliseconds) != 1) {
+    if (!ends(process)) {
       ADD_FAILURE() << "the program does not end";
-      kill(process, SIGKILL);
+      tell(SIGKILL);
     }
     waitpid(std::exchange(process, -1), nullptr, 0);
   }
 
-  /// What it wrote to standard error, once it has ended.
-  std::string standardError() {
-    std::string text;
-    char buffer[4096];
-    for (ssize_t count; (count = read(complaints.get(), buffer, sizeof buffer)) > 0;) {
-      text.append(buffer, static_cast<std::size_t>(count));
+  /// Everything that it has written to standard error so far.
+  const std::string& standardError() {
+    take(errors, complained);
+    return complained;
+  }
+
+ protected:
+  ForkedProgram() = default;
+
+  /// Starts the process. `inGroup`: in a process group of its own, to which all signals go.
+  void run(bool inGroup, const std::function<void(int output)>& body) {
+    const FileDescriptor output = makePipe(lines), error = makePipe(errors);
+    const pid_t parent = getpid();
+    process = fork();
+    if (process == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      if (getppid() != parent) _exit(1);
+      if (inGroup) setpgid(0, 0);
+      dup2(error.get(), STDERR_FILENO);
+      body(output.get());
+      _exit(0);
     }
-    return text;
+    if (process < 0) throw std::runtime_error("cannot fork");
+    // Also here, or a signal to the group could come before the child has made it.
+    if (inGroup) setpgid(process, process);
+    target = inGroup ? -process : process;
+  }
+
+  /// Everything that it has sent so far.
+  const std::string& allLines() {
+    take(lines, heard);
+    return heard;
   }
 
  private:
-  static std::array<FileDescriptor, 2> makePipe() {
+  /// Returns the end to write to. Only the reader is non-blocking.
+  static FileDescriptor makePipe(FileDescriptor& reader) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+    reader.reset(ends[0]);
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    return FileDescriptor(ends[1]);
   }
 
-  FileDescriptor voice;
-  FileDescriptor complaints;
-  std::string heard;
+  /// Appends what the pipe holds; false at its end.
+  static bool take(const FileDescriptor& pipe, std::string& text) {
+    char buffer[4096];
+    ssize_t count;
+    while ((count = read(pipe.get(), buffer, sizeof buffer)) > 0) {
+      text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return count != 0;
+  }
+
+  bool arrives(int milliseconds) const {
+    pollfd readable{lines.get(), POLLIN, 0};
+    return poll(&readable, 1, milliseconds) == 1;
+  }
+
+  FileDescriptor lines, errors;
+  std::string heard, complained;
+  std::size_t next = 0;  // of `heard`, the first character that line() has not returned
   pid_t process = -1;
+  pid_t target = -1;
 };
 
 }  // namespace kestrune::testing

@@ -6,7 +6,7 @@
 
 #include "ports/Alert.h"
 
-// Short ways to write an alert with fields and buttons inside.
+// Functions that make an alert with fields and buttons inside.
 
 namespace kestrune::testing {
 

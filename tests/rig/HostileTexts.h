@@ -8,38 +8,20 @@
 
 namespace kestrune::testing {
 
-/// Whether a character does more to a screen than to be seen, or is none; by the character database, not by
-/// the program's own lists.
+/// Whether a character can control a screen, or is a noncharacter. By the character database, not by the
+/// lists of the program.
 inline bool commandsAScreen(utf8proc_int32_t character) {
-  const utf8proc_property_t& property = *utf8proc_get_property(character);
-  switch (property.category) {
-    case UTF8PROC_CATEGORY_CC:
-    case UTF8PROC_CATEGORY_CS:
-    case UTF8PROC_CATEGORY_ZL:
-    case UTF8PROC_CATEGORY_ZP:
-      return true;
-    default:
-      break;
-  }
-  switch (property.bidi_class) {
-    case UTF8PROC_BIDI_CLASS_LRE:
-    case UTF8PROC_BIDI_CLASS_LRO:
-    case UTF8PROC_BIDI_CLASS_RLE:
-    case UTF8PROC_BIDI_CLASS_RLO:
-    case UTF8PROC_BIDI_CLASS_PDF:
-    case UTF8PROC_BIDI_CLASS_LRI:
-    case UTF8PROC_BIDI_CLASS_RLI:
-    case UTF8PROC_BIDI_CLASS_FSI:
-    case UTF8PROC_BIDI_CLASS_PDI:
-      return true;
-    default:
-      break;
-  }
-  return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+  const auto category = utf8proc_category(character);
+  const bool isControl = category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CS ||
+                         category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
+  const bool isBidiControl =
+      (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+  const bool isNoncharacter = (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+  return isControl || isBidiControl || isNoncharacter;
 }
 
-/// The first fault of a text that a user is to read, in words; empty when there is none. `lines`: it may have
-/// several.
+/// Describes the first fault of a text that is shown to a user; empty if there is none. `lines`: line feeds
+/// are allowed.
 inline std::string faultOf(std::string_view shown, bool lines = false) {
   for (std::size_t at = 0; at < shown.size();) {
     utf8proc_int32_t character = 0;
@@ -59,7 +41,7 @@ struct HostileText {
   std::string text;
 };
 
-/// Texts that are not meant to be read, each between the words "before" and "behind".
+/// Texts that attack a screen or its reader, each between the words "before" and "behind".
 inline std::vector<HostileText> hostileTexts() {
   using namespace std::string_literals;
   constexpr std::size_t megabyte = 1 << 20;

@@ -8,8 +8,8 @@
 
 namespace kestrune::testing {
 
-/// A process that claims to be the client: says "waiting" when that is not clear at once, "client" or
-/// "second", and "shown" whenever it is asked to show itself. A client runs until SIGTERM.
+/// A process that claims to be the client. Says "waiting" if the claim takes time, then "client" or "second",
+/// and "shown" at each request to show itself. A client runs until SIGTERM.
 struct InstanceProgram : ForkedProgram {
   explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
       : ForkedProgram([&folders, &claim](const Say& say) {

@@ -5,8 +5,8 @@
 #include <atomic>
 #include <ctime>
 
-// To be loaded into a program before all else: the time of day that it is told is a year too late and a year
-// too early, by turns. The clocks that only ever go forward are as they are.
+// Preload this library with LD_PRELOAD: CLOCK_REALTIME is alternately a year ahead and a year behind. The
+// monotonic clocks stay as they are.
 
 namespace {
 

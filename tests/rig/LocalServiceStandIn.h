@@ -19,10 +19,10 @@
 
 namespace kestrune::testing {
 
-/// Listens where the backend's local service does, and answers every request with the bytes that it is given.
+/// A server on the port of the backend's local service. It answers every request with the given bytes.
 class LocalServiceStandIn {
  public:
-  /// Without an answer it keeps its callers waiting until it goes. `whileAsked` runs on a thread of its own.
+  /// With an empty answer it never answers. `whileAsked` runs on the thread of the server.
   explicit LocalServiceStandIn(std::string givenAnswer, std::function<void()> givenWhileAsked = {})
       : answer(std::move(givenAnswer)),
         whileAsked(std::move(givenWhileAsked)),
@@ -36,7 +36,7 @@ class LocalServiceStandIn {
     setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listener.get(), 1) != 0) {
-      throw std::runtime_error("nobody can listen on port 8765");
+      throw std::runtime_error("cannot listen on port 8765");
     }
     server = std::thread([this] { serve(); });
   }
@@ -47,7 +47,7 @@ class LocalServiceStandIn {
   LocalServiceStandIn(const LocalServiceStandIn&) = delete;
   LocalServiceStandIn& operator=(const LocalServiceStandIn&) = delete;
 
-  /// The heads of all requests so far, line ends and all.
+  /// The head of each request so far, with its line ends.
   std::vector<std::string> requests() const {
     const std::lock_guard lock(mutex);
     return heads;

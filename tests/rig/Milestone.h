@@ -13,7 +13,8 @@
 
 namespace kestrune::testing {
 
-/// Where a child tells that it has come so far: a named pipe that it opens to write, and closes.
+/// A named pipe by which a child reports that it has come so far: the child opens it for writing, and closes
+/// it.
 class Milestone {
  public:
   explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {
@@ -21,7 +22,7 @@ class Milestone {
     reader.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   }
 
-  /// Whether it is reached within `wait`.
+  /// Whether the child opens it within `wait`.
   bool isReached(Seconds wait = patience) const {
     pollfd waiting{reader.get(), POLLIN, 0};
     return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;

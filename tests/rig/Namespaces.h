@@ -14,24 +14,22 @@
 
 namespace kestrune::testing {
 
-/// Whether unshare(1) makes the namespaces of these options here.
-inline bool canUnshare(const std::string& options) {
-  const int status = std::system(("unshare " + options + " true 2>/dev/null").c_str());
+/// Whether unshare(1) makes the namespaces of these options, and `command` succeeds in them.
+inline bool canUnshare(const std::string& options, const std::string& command = "true") {
+  const int status = std::system(("unshare " + options + " " + command + " 2>/dev/null").c_str());
   if (!WIFEXITED(status) || WEXITSTATUS(status) == 127) throw std::runtime_error("unshare is missing");
   return WEXITSTATUS(status) == 0;
 }
 
-/// Whether other namespaces can only be had in a user namespace.
+/// Whether this process needs a user namespace to make other namespaces.
 inline bool needsUserNamespace() {
   static const bool needed = geteuid() != 0 || !canUnshare("--mount");
   return needed;
 }
 
-/// Called before a test uses the namespaces of these options. Where the machine refuses them, the test is
-/// skipped: as this may be a constructor, by the end of the process, in which ctest runs one test. With
-/// KESTRUNE_NO_SKIPS it fails.
-inline void requireNamespaces(const std::string& options) {
-  if (canUnshare((needsUserNamespace() ? "--user --map-root-user " : "") + options)) return;
+/// Skips the running test, which needs these options of unshare(1). As the caller may be a constructor, this
+/// ends the process, in which ctest runs only this test. With KESTRUNE_NO_SKIPS the test fails.
+inline void skipWithoutNamespaces(const std::string& options) {
   const std::string why = "needs namespaces, which this machine refuses: unshare " + options;
   if (std::getenv("KESTRUNE_NO_SKIPS") != nullptr ||
       ::testing::UnitTest::GetInstance()->test_to_run_count() != 1) {
@@ -42,14 +40,21 @@ inline void requireNamespaces(const std::string& options) {
   _exit(0);
 }
 
-/// Puts this process, which has one thread, into a mount namespace of its own, and where need be into a user
-/// namespace with the same user. False when it is refused.
+/// Called before a test makes these namespaces: skips it where the machine refuses them.
+inline void requireNamespaces(const std::string& options) {
+  if (!canUnshare((needsUserNamespace() ? "--user --map-root-user " : "") + options)) {
+    skipWithoutNamespaces(options);
+  }
+}
+
+/// Moves this process, which must have one thread, into a new mount namespace, and if necessary into a new
+/// user namespace with the same user. False if the kernel refuses.
 inline bool enterMountNamespace() {
   const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
   const bool inUserNamespace = needsUserNamespace();
   if (unshare(CLONE_NEWNS | (inUserNamespace ? CLONE_NEWUSER : 0)) != 0) return false;
   if (inUserNamespace) {
-    // Without a map, no file system takes a file of this user (EOVERFLOW).
+    // Without a uid map, creating a file fails with EOVERFLOW.
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << user + " " + user + " 1";
     std::ofstream("/proc/self/gid_map") << group + " " + group + " 1";

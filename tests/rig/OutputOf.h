@@ -5,7 +5,7 @@
 
 namespace kestrune::testing {
 
-/// What a command of the shell prints, and in the end its status if that is not 0.
+/// The output of a shell command, followed by its status if that is not 0.
 inline std::string outputOf(const std::string& command) {
   FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
   std::string text;

@@ -2,8 +2,6 @@
 
 #include <png.h>
 
-#include <fstream>
-#include <ios>
 #include <stdexcept>
 #include <string>
 
@@ -11,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// The bytes of a PNG file with these pixels.
+/// A PNG file with these pixels.
 inline std::string pngOf(const Bitmap& bitmap) {
   png_image writer{};
   writer.version = PNG_IMAGE_VERSION;
@@ -36,10 +34,6 @@ inline Bitmap makePattern(int width, int height) {
     }
   }
   return bitmap;
-}
-
-inline void putBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 }  // namespace kestrune::testing

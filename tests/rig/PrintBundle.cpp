@@ -6,12 +6,12 @@
 
 #include "adapters/files/ProgramBundle.h"
 
-// Tells what the running program knows of itself. It learns that first; then it does what its arguments say:
+// Makes a ProgramBundle, then does what its arguments say:
 //   chdir FOLDER            work there
-//   remove PATH             take a file or a folder away
-//   rename PATH PATH        move one
-//   resource NAME EXTENSION write where that resource is, or "none"
-//   variable NAME           write what it is set to, or "none"
+//   remove PATH             remove a file or a folder
+//   rename PATH PATH        rename a file or a folder
+//   resource NAME EXTENSION write the path of that resource, or "none"
+//   variable NAME           write its value, or "none"
 //   paths                   write the bundle's folder, the program and the working folder, each on a line
 
 int main(int count, char** arguments) {

@@ -13,16 +13,16 @@
 
 namespace kestrune::testing {
 
-/// Whether the process ends, or has ended, within `wait`. It may be anybody's child.
+/// Whether the process ends, or has ended, within `wait`. It need not be a child.
 inline bool ends(pid_t pid, Seconds wait = patience) {
   const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (!process && errno == ESRCH) return true;
-  if (!process) throw std::runtime_error("no such process can be");
+  if (!process) throw std::runtime_error("cannot open a pidfd");
   pollfd waiting{process.get(), POLLIN, 0};
   return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;
 }
 
-/// A process that a child left behind, and that a test ends with itself.
+/// A descendant that a child left behind. The destructor kills it.
 class Leftover {
  public:
   explicit Leftover(pid_t givenPid) : pid(givenPid) {}

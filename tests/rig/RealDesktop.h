@@ -15,16 +15,16 @@
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"
 
-// Real parts of a machine, each in a process of its own, on the buses of a test.
+// Real programs of a desktop, on the buses of a test.
 
 namespace kestrune::testing {
 
-/// A display without a screen, and folders where the programs on it may keep things.
+/// An Xvfb display, and a home for the programs on it.
 class RealDisplay {
  public:
   std::string variable() const { return "DISPLAY=:" + number; }
 
-  /// The environment of a program on this display that finds nothing of the machine's own desktop.
+  /// The environment of a program on this display, without the settings of the machine's desktop.
   std::vector<std::string> variables() const {
     return {variable(),
             "HOME=" + home.file(""),
@@ -40,7 +40,7 @@ class RealDisplay {
   const ScratchFolder home;
 
  private:
-  // It stays as it is when a test ends the only program on it.
+  // With -noreset, it survives the end of its last client.
   RealProgram server{
       {"Xvfb", "-displayfd", "1", "-noreset", "-screen", "0", "800x600x24", "-nolisten", "tcp"}};
   const std::string number = server.firstLine();

@@ -9,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// Writes down what the user chose.
+/// Records the actions that it performs.
 struct RecordingTarget final : ActionTarget {
   void performAction(std::string_view action) override {
     performed.emplace_back(action);

@@ -10,8 +10,8 @@
 
 namespace kestrune::testing {
 
-/// From now on the kernel answers that system call of this thread, and of whoever it starts, with `action`,
-/// one of SECCOMP_RET_…. For a process of the test's own.
+/// From now on a seccomp filter answers that system call of this thread, and of its children, with `action`
+/// (SECCOMP_RET_…). Use it only in a ForkedProgram.
 inline void answerCall(int number, unsigned action) {
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -22,11 +22,11 @@ inline void answerCall(int number, unsigned action) {
   const sock_fprog program{sizeof filter / sizeof *filter, filter};
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
       prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-    throw std::runtime_error("no filter of system calls");
+    throw std::runtime_error("cannot install a seccomp filter");
   }
 }
 
-/// The call fails with that error; with 0, it succeeds and does nothing.
+/// Makes the call fail with that error, or succeed and do nothing if it is 0.
 inline void refuseCall(int number, int error) {
   answerCall(number, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
 }
@@ -40,7 +40,7 @@ inline void dieAtRename() {
   answerCall(SYS_renameat2, SECCOMP_RET_KILL_PROCESS);
 }
 
-/// Has this thread be on a disk without hard links.
+/// Makes hard links fail, as on a file system without them.
 inline void refuseHardLinks(int error) {
 #ifdef SYS_link
   refuseCall(SYS_link, error);
@@ -48,7 +48,8 @@ inline void refuseHardLinks(int error) {
   refuseCall(SYS_linkat, error);
 }
 
-/// Has `fsync` do nothing. It takes nearly all the time of a save, and kills are to come between other steps.
+/// Makes `fsync` do nothing. It takes nearly all the time of a save, and a random kill should hit the other
+/// steps.
 inline void skipFlushes() {
   refuseCall(SYS_fsync, 0);
 }

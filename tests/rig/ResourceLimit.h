@@ -4,7 +4,7 @@
 
 namespace kestrune::testing {
 
-/// A limit of this process that is lower for the time of a test.
+/// Lowers a resource limit of this process; the destructor restores it.
 class ResourceLimit {
  public:
   ResourceLimit(__rlimit_resource givenResource, rlim_t value) : resource(givenResource) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "adapters/bus/SessionBus.h"
@@ -7,15 +9,20 @@
 
 namespace kestrune::testing {
 
-/// Sends something over a connection of the program's and waits until it is back: whatever was sent there
-/// before has been answered by then, and the answers have been seen.
-class RoundTrip final : public BusClient {
+/// A client of one of the program's connections. Counts what it is told.
+class BusProbe : public BusClient {
  public:
-  explicit RoundTrip(BusConnection& givenConnection) : connection(givenConnection) { connection.add(*this); }
-  ~RoundTrip() override { connection.remove(*this); }
-  RoundTrip(const RoundTrip&) = delete;
-  RoundTrip& operator=(const RoundTrip&) = delete;
+  void busConnected(sd_bus* connected) override {
+    bus = connected;
+    ++connections;
+  }
+  void busLost() override {
+    bus = nullptr;
+    ++losses;
+  }
 
+  /// Calls the bus over the connection; false if no answer comes in time. By then the program has seen the
+  /// answers to everything that it sent before.
   bool succeeds(EventLoop& loop) {
     if (!comesTrue(loop, [this] { return bus != nullptr; })) return false;
     bool done = false;
@@ -30,6 +37,20 @@ class RoundTrip final : public BusClient {
     const BusSlot pending(slot);
     return comesTrue(loop, [&done] { return done; });
   }
+  void catchUp(EventLoop& loop) { EXPECT_TRUE(succeeds(loop)); }
+
+  sd_bus* bus = nullptr;
+  int connections = 0;
+  int losses = 0;
+};
+
+/// The same, added to a connection for as long as this lives.
+class RoundTrip final : public BusProbe {
+ public:
+  explicit RoundTrip(BusConnection& givenConnection) : connection(givenConnection) { connection.add(*this); }
+  ~RoundTrip() override { connection.remove(*this); }
+  RoundTrip(const RoundTrip&) = delete;
+  RoundTrip& operator=(const RoundTrip&) = delete;
 
   /// The unique name of the connection, once it has answered.
   std::string uniqueName() const {
@@ -37,17 +58,8 @@ class RoundTrip final : public BusClient {
     return bus != nullptr && sd_bus_get_unique_name(bus, &name) >= 0 ? name : "";
   }
 
-  void busConnected(sd_bus* connected) override {
-    bus = connected;
-    ++connections;
-  }
-  void busLost() override { bus = nullptr; }
-
-  int connections = 0;
-
  private:
   BusConnection& connection;
-  sd_bus* bus = nullptr;
 };
 
 }  // namespace kestrune::testing

@@ -7,7 +7,7 @@
 
 namespace kestrune::testing {
 
-/// A variable of the environment that has another value, or none, for the time of a test.
+/// Sets or unsets an environment variable; the destructor restores it.
 class ScopedVariable {
  public:
   ScopedVariable(std::string givenName, const std::optional<std::string>& value)

@@ -7,7 +7,7 @@
 
 namespace kestrune::testing {
 
-/// An empty folder of a test's own, gone with the test.
+/// A new empty folder, removed by the destructor.
 class ScratchFolder {
  public:
   ScratchFolder() : made(std::filesystem::temp_directory_path() / "kestrune-XXXXXX") {

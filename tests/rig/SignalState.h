@@ -8,7 +8,7 @@
 
 namespace kestrune::testing {
 
-/// Keeps what a test does to the signals of the process from the tests that follow.
+/// Saves the signal mask and dispositions of this process; the destructor restores them.
 class SignalState {
  public:
   SignalState() {

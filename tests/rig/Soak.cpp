@@ -18,15 +18,6 @@ constexpr auto codexReport =
     "  [OK] Codex App: installed  \n"
     "[OK] ChatGPT Remote Ready: yes";
 
-/// A detail of any length, whose characters are made of up to seven codes.
-std::string detail(Chance& chance) {
-  static const std::vector<std::string> pieces{"v",  "0.46.0 ", "中文",   "e\u0301", "👨\u200D👩\u200D👧\u200D👦",
-                                               "🇹🇼", "（",      "\u202E", "\x01"};
-  std::string text = "x";
-  for (std::size_t left = chance.below(70); left > 0; --left) text += chance.among(pieces);
-  return text;
-}
-
 }  // namespace
 
 Soak::Soak(std::uint64_t seed)
@@ -133,13 +124,12 @@ void Soak::happen() {
 }
 
 void Soak::networkReports() {
+  // Wi-Fi most often, so that a path is often reported twice.
   static const std::vector<NetworkPath> paths{{},
                                               {.satisfied = true},
                                               {.satisfied = true, .usesWiFi = true},
                                               {.satisfied = true, .usesWiFi = true},
-                                              {.satisfied = true, .usesWiFi = true},
-                                              {.satisfied = true, .usesWiredEthernet = true},
-                                              {.satisfied = true, .usesCellular = true}};
+                                              {.satisfied = true, .usesWiredEthernet = true}};
   const NetworkPath path = chance.among(paths);
   rules.networkChanges(path);
   machine.pathMonitors.report(path);
@@ -192,14 +182,9 @@ void Soak::moodChanges() {
 
 void Soak::envChanges() {
   static const std::vector<std::string> contents{
-      calmEnv,
-      calmEnv,
-      "HALVASK_MAC_SERVICE_TOKEN=S3cretT0ken-legacy\n",
+      calmEnv, "HALVASK_MAC_SERVICE_TOKEN=S3cretT0ken-legacy\n",
       "KESTRUNE_MAC_SERVICE_TOKEN=\nOPENAI_API_KEY=S3cretT0ken-key\nKESTRUNE_APP_API_TOKEN=S3cretT0ken-app\n",
-      "KESTRUNE_APP_API_TOKEN=S3cretT0ken-app\nOPENAI_API_KEY=S3cretT0ken-key\n",
-      "KESTRUNE_MAC_SERVICE_TOKEN=S3cretT0ken \xff\n",
-      "",
-  };
+      "KESTRUNE_MAC_SERVICE_TOKEN=S3cretT0ken \xff\n"};
   if (chance.comesUp(0.2)) {
     machine.fileManager.files.erase(envFile);
   } else {
@@ -250,18 +235,15 @@ std::string Soak::output() {
   const std::vector<std::string> faulty{
       "[FAIL] tunnel: down\n"s + codexReport,
       "desktop bridge 未載入",
-      codexReport + "\nMac service 無回應"s,
       "[FAIL] Codex CLI: 無回應\nbash: no such client",
-      "[OK] Codex CLI: " + detail(chance) + "\n[FAIL] ChatGPT Remote Ready: " + detail(chance),
+      "[OK] Codex CLI: " + std::string(chance.below(70), 'x'),
       // Only in a wild mood:
       "",
-      " \n\t\u3000\n",
       "[FAIL] tunnel \xff\xc0\x80",
       std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x'),
       "a\x1b[31m\0\a\b\u202E\u200Bz\x7f\nb"s,
-      std::string(chance.below(2000) + 1, '['),
   };
-  return faulty[chance.below(mood == Mood::wild ? faulty.size() : 5)];
+  return faulty[chance.below(mood == Mood::wild ? faulty.size() : 4)];
 }
 
 void Soak::lineIsLaunched(const std::string& line) {
@@ -299,22 +281,10 @@ ChildScript Soak::nextChild() {
 void Soak::serviceIsAsked() {
   static const std::vector<std::optional<std::string>> good{
       R"({"projects": [{"title": "no"}, {"selected": true, "title": "app", "thread_name": "fix it"}]})",
-      R"({"projects": [{"selected": 1, "title": "app"}]})",
-      R"({"projects": [{"selected": true, "title": "app", "thread_name": "a thread whose name is longer than a row"}]})",
       R"({"projects": [{"selected": true, "title": "\u0007\u202Eapp\n", "thread_name": ""}]})"};
   static const std::vector<std::optional<std::string>> bad{
-      std::nullopt,
-      "{}",
-      "",
-      "null",
-      "[]",
-      "<html>",
-      std::string(5000, '['),
-      "{\"projects\": [{\"selected\": true, \"title\": \"\xff\"}]}",
-      R"({"projects": null})",
-      R"({"projects": [3, {"selected": true, "title": "app"}]})",
-      R"({"projects": [{"selected": false, "title": "app"}]})",
-      R"({"projects": [{"selected": true, "title": 3}]})"};
+      std::nullopt, "<html>", std::string(5000, '['),
+      "{\"projects\": [{\"selected\": true, \"title\": \"\xff\"}]}"};
   machine.localService.answer = calm ? std::nullopt : chance.among(serviceIsWell ? good : bad);
   if (calm || chance.comesUp(0.6)) return;
   for (Seconds left = chance.between(0, 5.5); left.count() > 0; left -= Seconds{0.25}) {

@@ -13,7 +13,7 @@
 
 namespace kestrune::testing {
 
-/// Makes the same choices again for the same seed, on every machine.
+/// Random choices, the same on every machine for the same seed.
 class Chance {
  public:
   explicit Chance(std::uint64_t seed) : engine(seed) {}
@@ -31,26 +31,25 @@ class Chance {
   std::mt19937_64 engine;
 };
 
-/// A controller on a machine on which everything happens that may happen to it in a long time, by chance,
-/// under the eyes of the rules.
+/// A controller on a machine of fakes, on which random events happen. The rules are checked after every step.
 class Soak {
  public:
   explicit Soak(std::uint64_t seed);
   Soak(const Soak&) = delete;
   Soak& operator=(const Soak&) = delete;
 
-  /// Lets so much time pass, not counting what is slept or jumped.
+  /// Lets so much time pass, not counting suspends and jumps of the clock.
   void live(Seconds duration);
-  /// As that, but quits at some moment in it, whatever is under way then.
+  /// The same, and quits at a random moment in it.
   void liveAndQuit(Seconds duration);
-  /// From now on nothing new happens and the backend is well: returns when everything is done that was begun,
-  /// all windows are answered and the status has been told once more. The next `live` ends the calm.
+  /// Stops the events until the next `live`, repairs the backend, answers all windows and waits for the next
+  /// status. Then nothing may be under way.
   void calmDown();
   void quit();
 
   std::size_t refreshes() const { return rules.refreshes(); }
   std::size_t menus() const { return rules.menus(); }
-  /// How often what happened, in words.
+  /// How often each event happened, by its name.
   const std::map<std::string, int>& happened() const { return tally; }
 
   FakePlatform machine;

@@ -24,7 +24,7 @@ bool isGrey(const Image& image) {
   return pixels[0] == pixels[1] && pixels[1] == pixels[2];
 }
 
-/// Whether a secret can be read in `view`, outside the fields that are there to show one.
+/// Whether `view` shows a secret outside the fields for it.
 bool shows(const View& view, std::string_view secret) {
   const bool mayHoldOne = view.kind == ViewKind::secureTextField ||
                           (view.kind == ViewKind::textField && view.identifier.ends_with("_TOKEN"));
@@ -144,7 +144,7 @@ void SoakRules::keepsSecrets(const std::string& text) const {
   rule(!contains(text, secret), "a token shows in: " + text);
 }
 
-/// What the fakes write down in a week would be all that grows.
+/// Clears the records of the fakes, or memory would grow.
 void SoakRules::forgetWhatWasSeen() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();

@@ -15,31 +15,31 @@ struct RuleBroken : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Invariants of a controller: they hold after every step of the main thread, whatever happens. They look at
-/// the machine from outside and predict nothing. Throws RuleBroken.
+/// Invariants of a controller, which hold after every step of the main thread. They look only at the fakes.
+/// Throws RuleBroken.
 class SoakRules {
  public:
   /// Part of every token in every file, and of nothing else.
   static constexpr std::string_view secret = "S3cretT0ken";
 
-  /// What is given outlives this.
+  /// Both must outlive this.
   SoakRules(FakePlatform& machine, AppDelegate& controller);
 
-  /// Compares; called after every step of the main thread.
+  /// Checks the invariants; called after every step of the main thread.
   void look();
 
   void shellLineBegins(const std::string& line);
   void shellLineIsDone();
-  /// The clocks went on while nobody waited.
+  /// The clocks jumped.
   void clockJumped(Seconds duration) { lineBegan += duration; }
   void networkChanges(const NetworkPath& path) { network = path; }
-  /// The controller is about to be told to end: the only command from now on is the stop.
+  /// From now on the only command is the stop.
   void end() { ending = true; }
 
   bool isCommandUnderWay() const { return linesRunning > 0; }
-  /// Nothing is under way or left over, and the menu tells that all is well.
+  /// Checks that nothing is under way or left over, and that the lamp is green.
   void checkCalm() const;
-  /// The end has come, and nothing came after it.
+  /// Checks that the stop ran once, and that nothing happened after it.
   void checkEnd() const;
   std::size_t refreshes() const { return statusLines; }
   std::size_t menus() const { return menusSeen; }

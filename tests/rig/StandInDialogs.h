@@ -26,7 +26,7 @@
 
 namespace kestrune::testing {
 
-/// Whether all children of this process have ended and been reaped, or are so soon; what is left is ended.
+/// Waits until all children of this process have been reaped. False at the time limit; then it kills them.
 inline bool hasNoChildren(EventLoop& loop) {
   const bool none = comesTrue(loop, [] {
     siginfo_t state{};
@@ -41,7 +41,7 @@ inline bool hasNoChildren(EventLoop& loop) {
   return false;
 }
 
-/// One run of the stand-in, which does what the test says.
+/// One run of the fake dialogs program, played by the test.
 class DialogsRun {
  public:
   DialogsRun(EventLoop& givenLoop, FileDescriptor givenConnection)
@@ -52,22 +52,22 @@ class DialogsRun {
   void listen() {
     readable = loop.onDescriptor(connection.get(), EPOLLIN, [this] { readSome(); });
   }
-  /// Takes no more of what is asked for.
+  /// Stops reading requests.
   void lookAway() { readable.reset(); }
 
   void say(const std::string& text) const {
     if (send(connection.get(), text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size()))
-      throw std::runtime_error("the stand-in does not listen");
+      throw std::runtime_error("the fake dialogs program does not read");
   }
   void say(const dialogs::Event& event) const { say(dialogs::encode(event) + "\n"); }
 
-  /// The program ends of itself.
+  /// Ends the program.
   void end() {
     readable.reset();
     connection.reset();
   }
 
-  /// Whether the program has ended, or does so soon.
+  /// Waits until the client has closed the connection; false at the time limit.
   bool ends() {
     return comesTrue(loop, [this] { return ended; });
   }
@@ -82,11 +82,12 @@ class DialogsRun {
       }
       return found;
     };
-    if (!comesTrue(loop, [&] { return ofKind().size() >= count; })) throw std::runtime_error("not asked for");
+    if (!comesTrue(loop, [&] { return ofKind().size() >= count; }))
+      throw std::runtime_error("no such request");
     return ofKind();
   }
 
-  std::vector<dialogs::Request> requests;  ///< all that was asked for
+  std::vector<dialogs::Request> requests;  ///< all so far
   bool ended = false;
 
  private:
@@ -114,7 +115,7 @@ class DialogsRun {
   std::function<void(const dialogs::Request&)> whenAsked;
 };
 
-/// A dialogs program that a test plays.
+/// A fake KestruneMenuDialogs, played by the test.
 class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)
@@ -127,27 +128,28 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // A name of its own, because a complaint about a program is made only once.
+    // A new name: an error about a program is printed only once.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }
 
   std::string program() const { return folder.file("dialogs"); }
 
-  /// Puts a shell script in the place of the stand-in.
+  /// Replaces the program by a shell script.
   void replaceBy(const std::string& script) const {
     std::filesystem::remove(program());
     std::ofstream(program()) << "#!/bin/sh\n" << script << "\n";
     std::filesystem::permissions(program(), std::filesystem::perms::owner_all);
   }
 
-  /// The run of that number, counted from 1; waits until it is there.
+  /// The run of that number, counted from 1; waits for it.
   DialogsRun& run(std::size_t number = 1) {
-    if (!comesTrue(loop, [&] { return runs.size() >= number; })) throw std::runtime_error("not started");
+    if (!comesTrue(loop, [&] { return runs.size() >= number; }))
+      throw std::runtime_error("the program was not started");
     return *std::next(runs.begin(), static_cast<std::ptrdiff_t>(number) - 1);
   }
 
-  std::list<DialogsRun> runs;                 ///< all that there were
+  std::list<DialogsRun> runs;                 ///< all so far
   std::function<void(DialogsRun&)> whenRuns;  ///< called for each new one
 
  private:

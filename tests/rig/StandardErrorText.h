@@ -10,7 +10,7 @@
 
 namespace kestrune::testing {
 
-/// Collects what is written to standard error while it lives.
+/// Redirects standard error into a memfd; the destructor restores it.
 class StandardErrorText {
  public:
   StandardErrorText()

@@ -9,19 +9,19 @@
 
 namespace kestrune::testing {
 
-/// Some program on a bus that sends others signals that are not its to send.
+/// A program on the bus that sends unicast signals which only others may send.
 class Stranger {
  public:
   explicit Stranger(const PrivateBus& daemon) {
     const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
                       sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
-    if (!done) throw std::runtime_error("no stranger");
+    if (!done) throw std::runtime_error("cannot connect to the bus");
   }
   ~Stranger() { sd_bus_flush_close_unref(bus); }
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
-  /// To the connection of that unique name alone. Returns when the bus has passed it on.
+  /// Sends a signal to the connection of that unique name. Returns when the bus has passed it on.
   template <typename... Arguments>
   void tell(const std::string& receiver, const char* path, const char* interface, const char* member,
             const char* types, Arguments... arguments) {
@@ -32,20 +32,20 @@ class Stranger {
                       sd_bus_send(bus, signal, nullptr) >= 0 &&
                       sd_bus_call_method(bus, driver, driverPath, driver, "GetId", nullptr, nullptr, "") >= 0;
     sd_bus_message_unref(signal);
-    if (!done) throw std::runtime_error("the stranger cannot speak");
+    if (!done) throw std::runtime_error("cannot send the signal");
   }
 
-  /// Returns with its answer.
+  /// Calls a method, and returns when it was answered.
   template <typename... Arguments>
   void ask(const std::string& receiver, const char* path, const char* interface, const char* member,
            const char* types, Arguments... arguments) {
     if (sd_bus_call_method(bus, receiver.c_str(), path, interface, member, nullptr, nullptr, types,
                            arguments...) < 0) {
-      throw std::runtime_error("the stranger is not answered");
+      throw std::runtime_error("the call was not answered");
     }
   }
 
-  /// Tells it what only the bus may: that a name has changed hands.
+  /// Sends NameOwnerChanged, which only the bus may send.
   void tellOfOwner(const std::string& receiver, const char* name, const char* before, const char* after) {
     tell(receiver, driverPath, driver, "NameOwnerChanged", "sss", name, before, after);
   }

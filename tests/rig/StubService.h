@@ -1,10 +1,13 @@
 #pragma once
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -18,18 +21,18 @@
 
 #include "adapters/system/FileDescriptor.h"
 #include "tests/rig/BusText.h"
-#include "tests/rig/ComesTrueElsewhere.h"
+#include "tests/rig/ComesTrue.h"
 
 namespace kestrune::testing {
 
-/// A service on a bus, on a thread of its own, so that the thread under test may wait for it. Writes down
-/// what it is asked. Leaves the bus with this.
+/// A service on a bus, on a thread of its own, so that the thread under test may block on it. Records its
+/// calls. The destructor disconnects it.
 class StubService {
  public:
-  /// Answers a call, or not, on the service's thread. False: the service has no such method.
+  /// Handles a call on the service's thread. False: the service has no such method.
   using Behaviour = std::function<bool(sd_bus_message* call)>;
 
-  /// Returns when it has the name.
+  /// Returns when it owns the name.
   StubService(std::string givenAddress, std::string givenName, Behaviour givenBehaviour)
       : address(std::move(givenAddress)), name(std::move(givenName)), behaviour(std::move(givenBehaviour)) {
     std::promise<void> started;
@@ -50,13 +53,13 @@ class StubService {
   StubService(const StubService&) = delete;
   StubService& operator=(const StubService&) = delete;
 
-  /// Everything that it was asked so far, in order: "path Method arguments".
+  /// All calls so far, in order: "path Method arguments".
   std::vector<std::string> calls() const {
     const std::lock_guard lock(mutex);
     return record;
   }
 
-  /// The calls from the last look on.
+  /// The calls since the last newCalls().
   std::vector<std::string> newCalls() {
     const std::lock_guard lock(mutex);
     return std::exchange(record, {});
@@ -92,7 +95,7 @@ class StubService {
 
   // Behaviours
 
-  /// Grants every inhibition with a cookie of its own, from `first` on.
+  /// Grants every inhibition; the cookies count up from `first`.
   static Behaviour grants(std::uint32_t first) {
     return [next = first](sd_bus_message* call) mutable {
       if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {
@@ -115,7 +118,7 @@ class StubService {
     return [](sd_bus_message*) { return true; };
   }
 
-  /// Keeps the call of that method in `held`, for an answer later, and says nothing.
+  /// Keeps the call of that method in `held`, to be answered later.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
       if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);
@@ -198,6 +201,36 @@ class StubService {
   std::vector<std::string> record;         // guarded by mutex
   std::deque<std::function<void()>> jobs;  // guarded by mutex
   std::thread thread;
+};
+
+/// Locks as logind grants them: pipes, each held until its other end is closed. Outlives the service that
+/// grants them.
+class StubLocks {
+ public:
+  StubService::Behaviour grants() {
+    return [this](sd_bus_message* call) {
+      int ends[2];
+      if (pipe2(ends, O_CLOEXEC) != 0) return false;
+      const FileDescriptor given(ends[1]);
+      const std::lock_guard lock(mutex);
+      pipes.emplace_back(ends[0]);
+      sd_bus_reply_method_return(call, "h", given.get());
+      return true;
+    };
+  }
+
+  /// The number of locks that are still held.
+  std::size_t held() const {
+    const std::lock_guard lock(mutex);
+    return static_cast<std::size_t>(std::count_if(pipes.begin(), pipes.end(), [](const FileDescriptor& pipe) {
+      pollfd end{pipe.get(), 0, 0};
+      return poll(&end, 1, 0) == 0;
+    }));
+  }
+
+ private:
+  mutable std::mutex mutex;
+  std::vector<FileDescriptor> pipes;  // guarded by mutex
 };
 
 }  // namespace kestrune::testing

@@ -18,7 +18,7 @@
 
 namespace kestrune::testing {
 
-/// Puts other descriptors in the place of standard input and output while it lives; -1: closed.
+/// Replaces standard input and output; -1 closes one. The destructor restores them.
 class StandardStreams {
  public:
   StandardStreams(int input, int output)
@@ -67,7 +67,7 @@ struct PseudoTerminal {
     inside.reset(ends[1]);
   }
   FileDescriptor outside;  ///< keyboard and screen
-  FileDescriptor inside;   ///< what a program has for input and output
+  FileDescriptor inside;   ///< input and output of the program
 };
 
 /// Collects what comes out of a descriptor.
@@ -88,7 +88,7 @@ class Screen {
     descriptor.reset();
   }
 
-  /// Whether `part` appears sooner or later.
+  /// Waits until `part` is on the screen; false at the time limit.
   bool shows(std::string_view part) {
     return comesTrue(loop, [this, part] { return text.find(part) != std::string::npos; });
   }
@@ -119,7 +119,7 @@ class Screen {
   EventSource readable;
 };
 
-/// The terminal face between a keyboard and a screen of a test's own.
+/// The terminal face, between a keyboard and a screen that the test controls.
 class TerminalRig {
  public:
   enum class Line { pipes, terminal };
@@ -148,7 +148,7 @@ class TerminalRig {
     fromProgram.reading.reset();
   }
 
-  /// Returns when what was typed into pipes is read, and what that brings about is on the screen.
+  /// Returns when the face has read what was typed into pipes, and its output is on the screen.
   void settle() {
     settleQueue(loop);
     screen.read();

@@ -9,22 +9,26 @@
 #include <string>
 
 // A child process that does what its arguments say, one after the other:
-//   out TEXT, err TEXT      write TEXT to standard output or error
-//   flood N, flood-err N    write N bytes to standard output or error
-//   of TEXT                 what floods consist of from now on
-//   bytes HEX               write the bytes to standard output
-//   narrow N                have both pipes hold N bytes only, from one memory page on
-//   ignore SIGNAL           ignore the signal of that number from now on
-//   log-signals FILE        append the number of each SIGTERM and SIGINT to FILE, and go on
-//   on-term TEXT            at SIGTERM, write TEXT to standard output and exit with status 7
-//   descriptors             write the numbers of the open descriptors
-//   signals                 write the blocked and the ignored signals that the kernel knows of
-//   ids                     write "pid N pgid N sid N"
-//   leave SECONDS           leave a descendant behind that keeps both pipes open so long; write "left N", its
-//   pid leave-flooding SECONDS  the same, and it writes to both of them without end leave-session SECONDS the
-//   same in a session of its own, and without the pipes touch FILE              make the file, or tell who
-//   reads from that named pipe copy-input              write the first line of standard input to standard
-//   output pause                   wait for a signal raise SIGNAL            die of it exit STATUS
+//
+//   out TEXT, err TEXT          write TEXT to standard output or standard error
+//   flood N, flood-err N        write N bytes to standard output or standard error
+//   of TEXT                     floods repeat TEXT from now on
+//   bytes HEX                   write these bytes to standard output
+//   narrow N                    set the capacity of both pipes to N bytes
+//   ignore SIGNAL               ignore the signal of that number
+//   log-signals FILE            append the number of each SIGTERM and SIGINT to FILE, and go on
+//   on-term TEXT                at SIGTERM, write TEXT to standard output and exit with status 7
+//   descriptors                 write the numbers of the open descriptors
+//   signals                     write the blocked and the ignored signals that the kernel knows of
+//   ids                         write "pid N pgid N sid N"
+//   leave SECONDS               leave a descendant that keeps both pipes open so long; write "left PID"
+//   leave-flooding SECONDS      the same, and the descendant writes to both pipes all the time
+//   leave-session SECONDS       the same as leave, in a session of its own and without the pipes
+//   touch FILE                  make the file, or open the named pipe for its reader
+//   copy-input                  write the first line of standard input to standard output
+//   pause                       wait for a signal
+//   raise SIGNAL                die of the signal of that number
+//   exit STATUS                 exit
 
 namespace {
 

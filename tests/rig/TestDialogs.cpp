@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-// Stands in for the dialogs program: passes on what it is asked for to the test that listens at the socket
-// TEST_DIALOGS_SOCKET, and what the test says to whoever asked. Ends when either of them has no more to say.
+// A fake KestruneMenuDialogs. Copies its standard input to the socket TEST_DIALOGS_SOCKET, at which the test
+// listens, and what the test sends to its standard output. Ends when either side ends.
 
 namespace {
 

@@ -15,8 +15,7 @@
 
 namespace kestrune::testing {
 
-/// The tray of a desktop: keeps the list of items, looks at them, clicks on them and writes down what they
-/// tell.
+/// The StatusNotifierWatcher of a desktop, and a host: reads an item, clicks on it, and records its signals.
 class TrayHost {
  public:
   static constexpr auto itemPath = "/StatusNotifierItem";
@@ -24,8 +23,8 @@ class TrayHost {
   static constexpr auto menuPath = "/MenuBar";
   static constexpr auto menuInterface = "com.canonical.dbusmenu";
 
-  /// `error`: the name of the error with which it turns items down; empty: it takes them. `names`: what it
-  /// owns on the bus beside the name of the watcher.
+  /// `error`: the name of the error with which it refuses registrations; empty: it accepts them. `names`: bus
+  /// names that it owns beside that of the watcher.
   explicit TrayHost(EventLoop& givenLoop, std::string error = {}, const std::vector<const char*>& names = {})
       : loop(givenLoop), refusal(std::move(error)) {
     sd_bus_slot* slot = nullptr;
@@ -50,8 +49,8 @@ class TrayHost {
   TrayHost(const TrayHost&) = delete;
   TrayHost& operator=(const TrayHost&) = delete;
 
-  std::vector<std::string> registrations;  ///< as what an item registered, in order
-  std::vector<std::string> signals;        ///< "Name" or "Name arguments" of what the items told, in order
+  std::vector<std::string> registrations;  ///< the argument of each registration
+  std::vector<std::string> signals;        ///< "Name" or "Name arguments" of each signal
 
   bool hasItem() {
     return comesTrue(loop, [this] { return !registrations.empty(); });
@@ -114,16 +113,16 @@ class TrayHost {
     return found;
   }
 
-  /// Returns when everything that the item has sent so far is here.
+  /// Returns when all signals that the item has sent so far have arrived.
   void catchUp() { call(itemPath, "org.freedesktop.DBus.Peer", "Ping", ""); }
 
-  /// What the item has told since the last time, once all of it is here.
+  /// The signals since the last news(), once all have arrived.
   std::vector<std::string> news() {
     catchUp();
     return std::exchange(signals, {});
   }
 
-  /// Says that there is a host now that shows what the watcher lists.
+  /// Emits StatusNotifierHostRegistered.
   void announceHost() {
     must(sd_bus_emit_signal(bus, watcherPath, watcherName, "StatusNotifierHostRegistered", ""), "announce");
   }

@@ -1,4 +1,4 @@
-"""What is on the screen, as it is told to a screen reader."""
+"""What a screen reader can read on the screen, over AT-SPI."""
 
 from contextlib import suppress
 
@@ -15,7 +15,7 @@ WHILE = 200  # milliseconds
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 ROOT = "/org/a11y/atspi/accessible/root"
 REGISTRY = "org.a11y.atspi.Registry"
-# By their numbers, as they are met. The toolkit tells the name of this one wrong, and its number right.
+# Cached by number. Qt gives this one a wrong name.
 ROLES = {40: "password text"}
 
 
@@ -50,21 +50,21 @@ class ScreenReader:
         self.signals.append((sender, path, interface.rpartition(".")[2], name, parameters))
 
     def heard(self):
-        """Everything that was told by itself so far: who, what, and with which values."""
+        """All signals so far: sender, path, interface, name and values."""
         while self.context.iteration(False):
             pass
         return self.signals
 
     def wait(self, condition, what):
-        """The first true value that it has; asked again with each thing that happens, and after a while, because not
-        everything is told."""
+        """The first true value of the condition. Checked after each signal, and every WHILE milliseconds, because not
+        every change has a signal."""
         deadline = Deadline()
         timer = GLib.timeout_source_new(WHILE)
         timer.set_callback(lambda *_: True)
         timer.attach(self.context)
         try:
             while True:
-                with suppress(GLib.Error, LookupError):  # what is asked may be gone by now, or not there yet
+                with suppress(GLib.Error, LookupError):  # the object may be gone, or not there yet
                     if value := condition():
                         return value
                 if deadline.left() == 0:
@@ -77,18 +77,18 @@ class ScreenReader:
         return Node(self, REGISTRY, ROOT).children()
 
     def windows(self, pid=None):
-        """Those of a process, for as long as it lives, or of all."""
+        """The windows of a process, or of all."""
         return [window for application in self.applications() if pid in (None, application.pid())
                 for window in application.children()]
 
     def window(self, name, pid=None):
-        """The window of that name, once it has the keyboard."""
+        """The window of that name, once it is active."""
         return self.wait(lambda: next((window for window in self.windows(pid)
                                        if window.name() == name and "active" in window.states()), None),
                          f"active window “{name}”")
 
     def told_of(self, role):
-        """What has come to be seen in the meantime, also if it belongs to no window that is listed."""
+        """A node of that role that a signal has reported as showing, also if it is in no listed window."""
         def seen():
             for sender, path, kind, name, values in self.signals:
                 if (kind, name, values.unpack()[0]) == ("Object", "StateChanged", "showing"):
@@ -106,7 +106,7 @@ def call(bus, name, path, interface, method, arguments=None):
 
 
 class Node:
-    """Something on the screen, as it is told to a screen reader."""
+    """An accessible object."""
 
     def __init__(self, reader, bus, path):
         self.reader, self.bus, self.path = reader, bus, path
@@ -153,7 +153,7 @@ class Node:
         return [Node(self.reader, *child) for child in self.ask(ACCESSIBLE, "GetChildren")[0]]
 
     def walk(self):
-        """Everything in it, top to bottom, also what is not to be seen."""
+        """All descendants, top to bottom."""
         for child in self.children():
             yield child
             yield from child.walk()
@@ -162,7 +162,7 @@ class Node:
         return "visible" in self.states()
 
     def all(self):
-        """Everything in it that is to be seen, top to bottom."""
+        """The visible descendants, top to bottom."""
         return list(filter(Node.is_visible, self.walk()))
 
     def find(self, role, name=None):
@@ -189,12 +189,12 @@ class Node:
         self.reader.wait(lambda: "focused" in self.states(), "focus")
 
     def press(self):
-        """Does the first of its actions without waiting: its window may be gone before it can say so."""
+        """Calls its first action and ignores the answer: the window may close before it answers."""
         self.reader.bus.call(self.bus, self.path, "org.a11y.atspi.Action", "DoAction", GLib.Variant("(i)", (0,)),
                              None, Gio.DBusCallFlags.NONE, -1, None, None)
 
     def keys(self):
-        """The keys that it is pressed with."""
+        """Its keyboard shortcut."""
         return self.ask("org.a11y.atspi.Action", "GetKeyBinding", "(i)", 0)[0]
 
     def wait(self, condition, what):

@@ -1,4 +1,4 @@
-"""Buses of the test's own, and what is said on them."""
+"""Buses of a test, and a monitor of their messages."""
 
 import signal
 import subprocess
@@ -11,7 +11,7 @@ from rig.processes import end_process, read_process
 from rig.waiting import Text, own
 from rig.wire import DAEMON, NAME, PATH, Connection, Listener, Refused, values
 
-# Without the machine's services: they would bring in what no test asked for.
+# Without the service files of the machine.
 CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -29,7 +29,7 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 """
 
 PROPERTIES = "org.freedesktop.DBus.Properties"
-CLIENT = "the client"  # stands for the unique name of its connection: it has no other
+CLIENT = "the client"  # stands for the unique name of its connection; it owns no other name
 ITEM = CLIENT, "/StatusNotifierItem", "org.kde.StatusNotifierItem"
 MENU = CLIENT, "/MenuBar", "com.canonical.dbusmenu"
 
@@ -44,7 +44,7 @@ class Bus:
     def __init__(self, session, limits=""):
         self.session = session
         folder = session.root / self.variable
-        self.services = folder / "services"  # programs that the bus may start
+        self.services = folder / "services"  # service files
         self.services.mkdir(parents=True)
         self.address = "unix:path=" + quote(str(folder / "bus"))
         self.configuration = folder / "bus.conf"
@@ -92,7 +92,7 @@ class Bus:
     # --- the client on it
 
     def rows(self):
-        """The rows of the exported menu, from identity to properties, in order."""
+        """The rows of the exported menu: id to properties, in order."""
         _, (_, _, children) = self.call(MENU, "GetLayout", "iias", 0, -1, [])
         return {number: properties for number, properties, _ in children}
 
@@ -116,7 +116,7 @@ class Bus:
         return self.call(DAEMON, "NameHasOwner", "s", name)[0]
 
     def wait_for_client(self, besides=None):
-        """Its name, as soon as it is there and is another one than that."""
+        """Its unique name, once it is on the bus; `besides` is the name of another client."""
         def found():
             with suppress(Refused):
                 return self.client() if self.client() != besides else None
@@ -127,8 +127,8 @@ class Bus:
         self.wait_for_change(lambda: self.has_owner(name))
 
     def wait_for_change(self, condition):
-        """The first true value of a condition that changes with the owner of a name."""
-        # Listened to before it is asked, so that the moment in between cannot be missed.
+        """The first true value of the condition, checked after each NameOwnerChanged."""
+        # Listen first, so that no signal is missed.
         with self.monitor() as traffic:
             changes = 0
             while not (found := condition()):
@@ -142,7 +142,7 @@ class SystemBus(Bus):
 
 
 class Monitor(Listener):
-    """Everything that is said on the bus from now on."""
+    """Records all messages on the bus from now on."""
 
     def __init__(self, bus):
         connection = Connection(bus)
@@ -160,24 +160,24 @@ class Monitor(Listener):
         return (message.get_member(), values(message)) if message.get_member() else None
 
     def said(self, member, condition=lambda data: True):
-        """The contents of all calls and signals of that name."""
+        """The arguments of all calls and signals of that name."""
         return [data for name, data in list(self.kept) if name == member and condition(data)]
 
     def wait_for(self, member, condition=lambda data: True, count=1):
-        """The content of the last of so many of them, which may have been said already."""
+        """The arguments of the message of that number, counted from 1. It may have been sent already."""
         return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
 
     def labels(self, number):
-        """What a row of the menu has changed to, one after the other."""
+        """The labels that a row of the menu has had, in order."""
         return [properties["label"] for updated, _ in self.said("ItemsPropertiesUpdated")
                 for row, properties in updated if row == number and "label" in properties]
 
     def wait_for_label(self, number, label):
-        """Waits until that row says so."""
+        """Waits until the row has that label."""
         self.wait(lambda: self.labels(number)[-1:] == [label], f"row {number} with {label}")
 
     def wait_for_status(self, status):
-        """Waits until the menu says so, and the network is known: what follows a start does not change it again."""
+        """Waits until row 2 has that label and the network is known: the rest of a start does not change it again."""
         self.wait(lambda: self.labels(STATUS_ROW)[-1:] == [status] and self.labels(NETWORK_ROW), status)
 
     def wait_for_notification(self, title, text):

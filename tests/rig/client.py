@@ -17,7 +17,7 @@ RECONNECTING = "🟡 連線狀態：正在重新連線…"
 NETWORK_NOT_KNOWN = "目前網路：未知網路"
 DISABLED = "🟡 連線狀態：已停用，不會啟動背景服務"
 
-NO_BUS = ""  # a terminal needs none
+NO_BUS = ""  # the terminal face prints no such line
 NO_DESKTOP = "; where there is no desktop, use --terminal\n"
 NO_BUS_FOR_THE_TRAY = ("KestruneMenuClient: no session bus (No such file or directory): "
                        "going on without it" + NO_DESKTOP)
@@ -56,7 +56,7 @@ class Menu:
 
 
 class Window(NamedTuple):
-    """What a window shows. Its texts may be read in a terminal, on the screen, or in a notification."""
+    """The texts of a window, in a terminal, on the screen or in a notification."""
 
     title: str
     text: str
@@ -80,7 +80,7 @@ class Client:
         if terminal is not None:
             self.input, output = os.dup(terminal), terminal
         self.output, self.errors = [descriptor and Text(descriptor) for descriptor in (output, errors)]
-        self.seen = 0  # menus that were handed out
+        self.seen = 0  # menus that next_menu() has returned
         self.windows_seen = 0
 
     def close(self):
@@ -99,7 +99,7 @@ class Client:
         self.input = None
 
     def hang_up(self):
-        """Takes its terminal away."""
+        """Closes the terminal."""
         self.close_input()
         self.output.close()
         self.output = None
@@ -121,7 +121,7 @@ class Client:
         return windows[0]
 
     def menu_with(self, number, title):
-        """The next menu in which that row says so."""
+        """The next menu in which the row has that title."""
         while (menu := self.next_menu()).rows[number].title != title:
             pass
         return menu
@@ -130,23 +130,23 @@ class Client:
         """The menu with the result of the first check."""
         first = self.next_menu()
         assert first.status == CHECKING, first.status
-        # The network may be known before that, and be answered by a reconnect.
+        # The network may be known earlier, and cause a reconnect.
         while (menu := self.next_menu()).status == RECONNECTING:
             pass
         return menu
 
     def checked(self):
-        """The menu after what follows a start: the first check, and a reconnect as soon as the network is known. The
-        check at the end of the reconnect may be still to come; it prints nothing if it finds what the first one has."""
+        """The menu at the end of a start: after the first check, and the reconnect that follows when the network is
+        known. The check of that reconnect may still run; it prints nothing if its result is the same."""
         menu = self.first_check()
         while menu.status == RECONNECTING or menu.rows[10].title == NETWORK_NOT_KNOWN:
             menu = self.next_menu()
         return menu
 
     def assert_only_started(self, status):
-        """Nothing was printed but what follows a start."""
+        """Only the menus of a start were printed."""
         printed = [menu.status for menu in self.menus()]
-        # Which of the two comes first is a matter of chance; what is over before it was printed is left out.
+        # The first check and the reconnect come in any order. A state that is over before its menu is printed is left out.
         assert printed in ([CHECKING, RECONNECTING, status], [CHECKING, status, RECONNECTING, status],
                            [CHECKING, status]), printed
 

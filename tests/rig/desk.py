@@ -1,4 +1,4 @@
-"""A session with a screen and a screen reader, and the program that shows the windows."""
+"""A session with a screen and a screen reader, and KestruneMenuDialogs."""
 
 import json
 import os
@@ -25,7 +25,7 @@ class Desk(Session):
 
 
 class OnDesk(unittest.TestCase):
-    """Tests that share a desk, and start the program on it."""
+    """Tests that share a desk, and start KestruneMenuDialogs on it."""
 
     width, height = 1280, 900
 
@@ -43,7 +43,7 @@ class OnDesk(unittest.TestCase):
 
 
 class Program:
-    """The program that shows the windows, spoken to as the client does."""
+    """KestruneMenuDialogs, with the test in place of the client."""
 
     def __init__(self, desk, *arguments, **options):
         self.process = desk.spawn(PROGRAM, *arguments, **{
@@ -68,7 +68,7 @@ class Program:
                 line = line[self.process.stdin.write(line):]
 
     def event(self):
-        """The next event; None when there is none any more."""
+        """The next event; None at the end of the output."""
         deadline = Deadline()
         while b"\n" not in self.begun:
             if not select.select([self.process.stdout], [], [], deadline.left())[0]:
@@ -84,7 +84,7 @@ class Program:
         return event
 
     def show(self, *requests):
-        """Sends them and waits until the windows of all are on the screen."""
+        """Sends the requests, and waits until all their windows are shown."""
         self.send(*requests)
         for request in requests:
             shown = self.event()
@@ -98,11 +98,11 @@ class Program:
         self.process.stdin.close()
 
     def status(self):
-        """The exit status; everything that it said has been read before."""
+        """The exit status. No event may be left."""
         left = self.event()
         assert left is None, left
         return self.process.wait(PATIENCE)
 
     def complaint(self):
-        """What it said on standard error, once it has ended."""
+        """Its standard error, once it has ended."""
         return self.process.stderr.read().decode()

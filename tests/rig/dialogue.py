@@ -13,23 +13,23 @@ OKAY = "[1] 好  \n"
 class Dialogue(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # Says nothing, as one that knows the units that it is to stop.
+        # As systemctl prints nothing for units that it knows.
         self.session.program("systemctl", "exit 0\n")
         self.session.stub_backend(COUNTING_BACKEND)
-        # Then nothing happens but what is typed.
+        # Without auto-connect the client runs no command by itself.
         self.session.prefer(SWITCHED_OFF)
         self.env = self.session.repo / ".env"
         self.read = 0
 
     def start(self, text=None, **options):
-        """A client on pipes, with that in the file."""
+        """Starts a client on pipes, with this text in .env."""
         if text is not None:
             self.env.write_text(text)
         self.client = self.session.terminal(**options)
         self.read = 0
 
     def expect(self, words):
-        """Waits for that in what has not been read yet; what came before it."""
+        """Waits for these words in the unread output. Returns the output before them."""
         output = self.client.output
         at = output.wait(lambda text: text.find(words, self.read) + 1, f"“{words}”") - 1
         before, self.read = output.so_far[self.read:at], at + len(words)
@@ -44,14 +44,14 @@ class Dialogue(unittest.TestCase):
         self.expect("> ")
 
     def fill_in(self, *fields):
-        """Types that into the first fields of the settings, and keeps what is in the others."""
+        """Types into the first fields of the settings, and keeps the others."""
         self.open_settings()
         for line in [*fields, "", "", "", ""][:4]:
             self.ask(line, "> ")
         self.ask(fields[4] if len(fields) > 4 else "", BUTTONS)
 
     def assertWindow(self, window):
-        """That window comes; it is closed."""
+        """Waits for the window, and closes it."""
         self.expect(f"\n{'⚠' if window.warns else 'ℹ'} {window.title}\n{RULE}\n{window.text}\n\n{OKAY}")
         self.client.type("1")
 

@@ -1,4 +1,4 @@
-"""A screen that nobody sees: what is on it, and what a user does with mouse and keyboard."""
+"""An Xvfb screen: pictures of it, and mouse and keyboard."""
 
 import os
 import random
@@ -12,7 +12,7 @@ from rig.processes import end_process
 from rig.waiting import Deadline, Text, own
 
 WIDTH, HEIGHT = 1280, 1000
-# A window manager that says nothing for so long is asked again.
+# Seconds; a window manager that prints nothing for so long is asked again.
 ANSWER = 0.1
 
 
@@ -35,7 +35,7 @@ class Rectangle:
 
 @dataclass
 class Picture:
-    """Part of the screen: three bytes for each point."""
+    """Part of the screen: three bytes for each pixel."""
 
     width: int
     data: bytes
@@ -44,15 +44,15 @@ class Picture:
         return {tuple(self.data[at:at + 3]) for at in range(0, len(self.data), 3)}
 
     def coloured(self):
-        """Whether there is more than shades of grey."""
+        """Whether a pixel is not grey."""
         return any(max(pixel) - min(pixel) > 60 for pixel in self.pixels())
 
     def shades(self):
-        """The lightness of all points, the darkest first."""
+        """The lightness of all pixels, the darkest first."""
         return sorted(sum(pixel) / 3 for pixel in self.pixels())
 
     def bands(self):
-        """How many parts lie one above the other with nothing but background in between."""
+        """The number of parts above each other that lines of background separate."""
         line = self.width * 3
         background = self.data[:3] * self.width
         blank = [self.data[at:at + line] == background for at in range(0, len(self.data), line)]
@@ -64,14 +64,14 @@ class Screen:
         self.session = session
         self.whole = Rectangle(0, 0, width * scale, height * scale)
         self.scale = scale
-        # A server leaves its keyboard map for a moment in a folder that all share, under the number of its display.
+        # Random: Xvfb keeps its keyboard map for a moment in a shared folder, under the display number.
         self.name = f":{random.randrange(100, 60000)}"
         session.environment["DISPLAY"] = self.name
         session.callback(self.close)
         self.start()
 
     def start(self):
-        # By an abstract socket alone and without a lock file: what is in a folder, all share.
+        # Only an abstract socket, which belongs to the network namespace, and no lock file in a shared folder.
         self.server = self.session.spawn(
             "Xvfb", self.name, "-displayfd", "1", "-nolock", "-nolisten", "tcp", "-nolisten", "unix", "-noreset",
             "-screen", "0", f"{self.whole.width}x{self.whole.height}x24", stdout=subprocess.PIPE)
@@ -92,7 +92,7 @@ class Screen:
         self.events = None
 
     def run(self, *command, **options):
-        """What another program with this screen prints."""
+        """The output of a program on this screen."""
         return self.session.output_of(*command, env={**self.session.environment, "DISPLAY": self.name}, **options)
 
     # --- what is on it
@@ -105,22 +105,22 @@ class Screen:
         self.run("import", "-silent", "-window", "root", "-crop", str(rectangle), "+repage", "-strip", str(path))
 
     def screenshot(self, name):
-        """For somebody who looks at them; they are kept where the environment says."""
+        """Saved in the folder KESTRUNE_SCREENSHOTS, if that is set."""
         if folder := os.environ.get("KESTRUNE_SCREENSHOTS"):
             self.save(self.whole, Path(folder) / f"{name}.png")
 
     def scan(self, rectangle):
-        """What a camera reads there; empty where there is no code."""
+        """The text of the QR code there; empty without one."""
         picture = self.session.root / "scanned.png"
         self.save(rectangle, picture)
         return scan(self.session, picture)
 
     def wait_for_picture(self, rectangle, condition, what):
-        """Looks again and again, because a program that has drawn tells nobody."""
+        """Polls, because there is no event for a finished drawing."""
         deadline = Deadline()
         while not condition(picture := self.picture(rectangle)):
             if deadline.left() == 0:
-                raise AssertionError(f"{what} is not to be seen")
+                raise AssertionError(f"not on the screen: {what}")
         return picture
 
     def wait_for_change(self, rectangle, before):
@@ -133,7 +133,7 @@ class Screen:
         self.events.wait(lambda _: self.has_happened("UnmapNotify", window), f"end of {window}")
 
     def geometry(self, window):
-        """Of a window by its number, in any base."""
+        """The place of a window, given by its id."""
         shell = self.run("xdotool", "getwindowgeometry", "--shell", str(int(window, 0))).decode()
         values = dict(line.split("=") for line in shell.splitlines())
         return Rectangle(*(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")))
@@ -150,16 +150,16 @@ class Screen:
         self.run("xdotool", "key", *names)
 
     def type(self, text):
-        # By way of a pipe: what is typed may be a secret, and must be in no command line.
+        # Through a pipe: a secret must not appear in a command line.
         self.run("xdotool", "type", "--delay", "0", "--file", "-", stdin=None, input=text.encode())
 
     def start_manager(self):
-        """Starts a window manager, and waits until it manages."""
+        """Starts a window manager, and waits until it handles requests."""
         watcher = self.session.spawn("xprop", "-root", "-spy", stdout=subprocess.PIPE)
         descriptor = own(watcher.stdout)
         self.session.spawn("openbox", "--sm-disable")
-        # That it manages it says before it does, and what it is asked for until then may lie there until something
-        # else comes. It has to have done something.
+        # It announces itself before it handles requests, and may leave an early request unhandled. So wait until it has
+        # handled one.
         deadline, said = Deadline(), b""
         while b"_NET_NUMBER_OF_DESKTOPS(CARDINAL) = 2" not in said:
             if deadline.left() == 0:

@@ -1,8 +1,7 @@
 """Runs a script in process and network namespaces of its own.
 
-At its end the client stops a backend by what command lines and ports look like, whoever they belong to: it must never
-see the processes and ports of the machine. Displays, buses and their numbers cannot collide there either, so scripts
-may run side by side.
+At its end the client stops a backend by patterns of command lines and by ports: it must never see the processes and
+ports of the machine. Scripts can run at the same time, because their displays and buses cannot collide.
 """
 
 import os
@@ -21,19 +20,19 @@ def main():
 
 
 def run(work):
-    """Starts the script anew inside, does the work there, and ends with its status."""
+    """Starts the script again in the namespaces, does the work there, and exits with its status."""
     if os.environ.pop(MARK, None) is None:
         enter()
     if os.getpid() != 1:
         sys.exit(f"{MARK} is set, but this is not the first process of a namespace")
-    # A start in the background or under nohup would hand on that these are ignored.
+    # A shell in the background, or nohup, may have them ignored.
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_DFL)
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     worker = os.fork()
     if worker == 0:
         sys.exit(work())
-    # Orphans become children of the first process; one that nobody reaped would never be gone.
+    # Orphans become children of the first process, which has to reap them.
     while True:
         pid, status = os.wait()
         if pid == worker:

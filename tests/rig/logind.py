@@ -1,8 +1,8 @@
-"""A real login manager, which lists what keeps the machine awake."""
+"""A real systemd-logind."""
 
 LOGIN = "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager"
 
-# With folders of its own for what it keeps, and without the devices of the machine.
+# With a /run of its own, and without the virtual terminals of the machine.
 LOGIN_MANAGER = """
 mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/logind.conf.d &&
 printf '[Login]\\nNAutoVTs=0\\nReserveVT=0\\n' > /run/systemd/logind.conf.d/test.conf &&
@@ -11,7 +11,7 @@ exec /lib/systemd/systemd-logind
 
 
 def start_login_manager(session, bus):
-    """Its process, once it has its name on the system bus."""
+    """Returns its process, once it owns its name on the system bus."""
     process = session.spawn("unshare", "--mount", "sh", "-c", LOGIN_MANAGER, environment={"SYSTEMD_LOG_TARGET": "console"})
     bus.wait_for_owner(LOGIN[0])
     return process

@@ -1,12 +1,11 @@
-"""The tray face on a desk: its windows are read and pressed as a screen reader does it."""
+"""The tray face on a desk, whose windows are read and pressed over AT-SPI."""
 
 import unittest
-from pathlib import Path
 
 from rig.client import Window
 from rig.desk import Desk
 from rig.display import Rectangle
-from rig.processes import end_process, running, wait_for_end
+from rig.processes import end_process, processes_of, wait_for_end
 from rig.session import COUNTING_BACKEND, SWITCHED_OFF, counted
 
 
@@ -16,14 +15,14 @@ class OnScreen(unittest.TestCase):
         cls.session = Desk(cls)
         cls.bus, cls.screen, cls.reader = cls.session.bus, cls.session.screen, cls.session.reader
         cls.traffic = cls.bus.monitor()
-        # Says nothing, as one that knows the units that it is to stop.
+        # As systemctl prints nothing for units that it knows.
         cls.session.program("systemctl", "exit 0\n")
         cls.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
         cls.session.find_programs_first()
 
     @classmethod
     def start(cls, switched_off=False, **options):
-        """A client with the counting backend, which is asked for nothing any more but what a test asks for."""
+        """Starts a client with the counting backend, and waits until it runs no command by itself."""
         cls.session.stub_backend(COUNTING_BACKEND)
         if switched_off:
             cls.session.prefer(SWITCHED_OFF)
@@ -35,7 +34,7 @@ class OnScreen(unittest.TestCase):
 
     @classmethod
     def end_windows(cls):
-        """What a failing test leaves on the screen would be in the way of all others."""
+        """A window that a failing test leaves would disturb the other tests."""
         for pid in cls.windows():
             end_process(pid)
 
@@ -43,7 +42,7 @@ class OnScreen(unittest.TestCase):
         return self.reader.window(title)
 
     def read(self, title):
-        """What the window of that title shows, beside the window itself."""
+        """The texts of the window of that title, and the window."""
         window = self.window(title)
         self.assertEqual(window.names("push button"), ["好"])
         [sign] = window.names("graphic")
@@ -55,7 +54,7 @@ class OnScreen(unittest.TestCase):
         wait_for_end(pid)
 
     def assertShows(self, expected):
-        """That window opens; it is closed by its button."""
+        """Waits for the window, and closes it."""
         shown, window = self.read(expected.title)
         self.assertEqual(shown, expected)
         self.choose(window)
@@ -74,7 +73,7 @@ class OnScreen(unittest.TestCase):
     @staticmethod
     def windows():
         """Ids of the processes that show windows."""
-        return [pid for pid in running() if Path(f"/proc/{pid}/exe").resolve().name == "KestruneMenuDialogs"]
+        return processes_of("KestruneMenuDialogs")
 
     @staticmethod
     def frame(node):

@@ -35,7 +35,7 @@ CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
 """
 SETTINGS_SERVICE = "/usr/share/dbus-1/services/org.xfce.Xfconf.service"
 
-# Of the client's menu: texts and separators.
+# Of the client's menu, with separators.
 ROWS = 29
 
 WATCHER = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher"
@@ -52,7 +52,7 @@ class Panel:
         (folder / "xfce4-panel.xml").write_text(CHANNEL.format(size=PANEL_HEIGHT, dark=str(dark).lower()))
         session.environment.update({
             "GDK_SCALE": str(screen.scale),
-            "PANGO_LANGUAGE": "zh_TW",  # or characters would take the forms of another country
+            "PANGO_LANGUAGE": "zh_TW",  # chooses the forms of Chinese characters
         })
         side = PANEL_HEIGHT * screen.scale
         self.icon = Rectangle(0, 0, side, side)
@@ -76,12 +76,12 @@ class Panel:
         return self.items()
 
     def wait_for_icon(self, coloured):
-        """Waits until the icon is there, in colour or grey."""
+        """Waits until the icon is shown, coloured or grey."""
         self.screen.wait_for_picture(
             self.icon, lambda picture: len(picture.pixels()) > 8 and picture.coloured() == coloured, "the icon")
 
     def open_menu(self):
-        """Clicks at the icon, and waits until all rows are there: the window of the menu."""
+        """Clicks on the icon, and waits until all rows are drawn. Returns the window of the menu."""
         so_far = len(self.screen.events.so_far)
         self.screen.click(*self.icon.centre())
         window = self.wait_for_popup(so_far)
@@ -89,15 +89,15 @@ class Panel:
         return window
 
     def wait_for_popup(self, after=0):
-        """The window of the menu that opens, according to the events behind that position."""
-        # Others, with which a toolkit catches the keyboard, lie beyond the edge, where coordinates are negative.
+        """The window of the menu that opens, from the events after that position."""
+        # Windows by which a toolkit grabs the keyboard have negative coordinates.
         placed = r"ConfigureNotify event.*\n.*, window (0x\w+), \(\d+,\d+\), width"
         mapped = r"MapNotify event.*\n.*, window \1, override YES"
         popup = re.compile(f"{placed}.*?{mapped}", re.DOTALL)
         return self.screen.events.wait(lambda text: popup.search(text, after), "menu on the screen").group(1)
 
     def rows(self, window):
-        """Where the rows of the menu are, its border aside."""
+        """The place of the menu without its border."""
         return self.screen.geometry(window).within(4 * self.screen.scale)
 
     def wait_for_rows(self, window):

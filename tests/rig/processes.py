@@ -23,9 +23,21 @@ def process_state(pid):
 
 
 def running():
-    """Ids of the processes of the namespace, those aside that have ended and are not reaped yet."""
-    # By their state: a process that is just starting another program has no command line for a moment.
+    """Ids of the processes of the namespace, without zombies."""
+    # By their state: during execve a process has no command line.
     return [int(name) for name in os.listdir("/proc") if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
+
+
+def program_of(pid):
+    """The path of the program that the process runs; empty if the process has ended."""
+    with suppress(OSError):
+        return os.readlink(f"/proc/{pid}/exe")
+    return ""
+
+
+def processes_of(name):
+    """Ids of the processes that run a program of that name, also if it was replaced meanwhile."""
+    return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
 
 
 def memory(pid, name):

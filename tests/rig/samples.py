@@ -1,4 +1,4 @@
-"""What the client keeps in memory, descriptors, threads and children."""
+"""Memory, descriptors, threads and children of the client."""
 
 import contextlib
 import os
@@ -10,7 +10,7 @@ SAMPLES = 2.0  # seconds between two
 
 
 class Kept:
-    """What the client has at one moment."""
+    """One sample."""
 
     names = "PSS, kB", "RSS, kB", "private, kB", "descriptors", "threads", "children", "of them zombies"
     bounded, flat = names[1:3], names[3:]
@@ -33,7 +33,7 @@ class Kept:
 
 
 class Sampler(threading.Thread):
-    """Looks at the client all the time, and keeps the most of each."""
+    """Takes samples all the time, and keeps the maximum of each value."""
 
     def __init__(self, pid):
         super().__init__(daemon=True)

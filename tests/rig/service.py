@@ -1,6 +1,6 @@
-"""The local service, watched for what it gives away."""
+"""Records of the command lines and environments of shells and of curl, in which no secret may appear."""
 
-# In no program's arguments or environment, whatever is done with it.
+# Must appear in no arguments and no environment.
 SECRET = "5eCret-w0rd"
 
 LOG_OF_SHELLS = """
@@ -13,11 +13,11 @@ exec /usr/bin/curl "$@"
 
 
 def note_what_shells_see(session):
-    """The file in which each login shell notes how it was started."""
+    """Returns the file to which each login shell writes its arguments and environment."""
     session.profile.write_text(session.profile.read_text() + LOG_OF_SHELLS)
     return session.home / "seen"
 
 
 def stand_in_curl(session):
-    """Has each request noted in the same way."""
+    """Makes each curl do the same."""
     session.program("curl", CURL.format(home=session.home))

@@ -20,10 +20,10 @@ BUILD = Path(os.environ["KESTRUNE_BUILD"])
 SOURCE = Path(os.environ["KESTRUNE_SOURCE"])
 PROGRAM = BUILD / "KestruneMenuClient"
 
-# What was killed is gone by then.
+# Seconds until a killed process has ended.
 MOMENT = 5.0
 
-# Each report differs from the one before, so that its arrival is to be seen.
+# Each report differs from the one before.
 COUNT = """
 if [[ $1 == status ]]; then
     echo again >> "$HOME/count"
@@ -43,7 +43,7 @@ REPORTING_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 echo '[OK] Mac service: 好'
 """
-# Reports the line that the gate is opened with.
+# Prints the line that the test writes to the gate.
 GATED_BACKEND = """
 [[ $1 == status ]] || exit 0
 echo "status asked" > "$HOME/events"
@@ -51,7 +51,7 @@ read -r report < "$HOME/gate"
 echo "$report"
 [[ $report != FAIL* ]]
 """
-# Holds the stop up before a process has been ended, twice: for each of the two ports.
+# In place of lsof: blocks the stop twice, once for each port.
 HELD_UP_STOP = """
 echo "stopping" > "$HOME/events"
 read -r < "$HOME/gate"
@@ -61,14 +61,15 @@ SWITCHED_OFF = '{"autoConnectEnabled": false}'
 
 
 def counted(number):
-    """The row of the menu in which the report of that number is to be seen, and what it says."""
+    """The row of the menu that shows the report of that number, and its title."""
     return 4, f"Codex：OK {number}"
 
 
 class Session(contextlib.ExitStack):
-    """Everything in it ends with the test, or with the class of tests, that it is made for."""
+    """Everything in it ends with the test, or the class of tests, that it is made for; without one, when the caller
+    leaves it as a context manager."""
 
-    def __init__(self, test):
+    def __init__(self, test=None):
         super().__init__()
         self.root = Path(tempfile.mkdtemp(prefix="kestrune 資料夾 "))
         self.callback(shutil.rmtree, self.root)
@@ -91,18 +92,18 @@ class Session(contextlib.ExitStack):
             "XDG_RUNTIME_DIR": str(self.runtime),
             "KESTRUNE_REPO_PATH": str(self.repo),
             "GSETTINGS_BACKEND": "memory",
-            "NO_AT_BRIDGE": "1",  # of GTK: screen readers look at the client's windows only
+            "NO_AT_BRIDGE": "1",  # GTK programs stay out of the accessibility bus
             "QT_ACCESSIBILITY": "1",
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
         }
-        # What a build with sanitizers is told.
+        # Options of sanitizers.
         self.environment |= {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
-        # One that takes connections and says nothing: no test may reach the machine's own.
+        # A socket that accepts connections and never answers: no test may reach the bus of the machine.
         system_bus = self.enter_context(socket.socket(socket.AF_UNIX))
         system_bus.bind(str(self.runtime / "system_bus"))
         system_bus.listen()
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + quote(str(self.runtime / "system_bus"))
-        # A login shell sets PATH anew, so what is to be found first must be put there by the user's profile.
+        # A login shell resets PATH, so the profile of the user has to extend it.
         self.profile = self.home / ".bash_profile"
         self.profile.write_text('PATH="$HOME/bin:$PATH"\n')
         self.copy_backend(self.repo)
@@ -114,12 +115,13 @@ class Session(contextlib.ExitStack):
         self.clients = []
         self.others = []
         self.callback(self.end_all)
-        (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(self.close)
+        if test:
+            (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(self.close)
 
     def end_all(self):
         for client in self.clients:
             client.close()
-        # Until there are none: while one is ended, another may start one more.
+        # Repeat until there are none: a process may start another meanwhile.
         while pids := self.processes():
             for pid in pids:
                 end_process(pid)
@@ -130,7 +132,7 @@ class Session(contextlib.ExitStack):
     # --- programs
 
     def start(self, *arguments, program=PROGRAM, through=(), environment=None, **options):
-        """Starts the client, by way of another program if one is given."""
+        """Starts the client, if given through another program."""
         ordinary = {"cwd": self.home, "env": {**self.environment, **(environment or {})},
                     "stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
         self.clients.append(Client([*through, program, *arguments], **{**ordinary, **options}))
@@ -141,7 +143,7 @@ class Session(contextlib.ExitStack):
         return self.start("--terminal", **options)
 
     def real_terminal(self, **options):
-        """Starts the client's terminal face in a terminal that is its own."""
+        """Starts the client's terminal face in a pseudo-terminal."""
         near, far = pty.openpty()
         client = self.start("--terminal", through=["setsid", "--ctty"], terminal=near, stdin=far, stdout=far, **options)
         os.close(far)
@@ -153,7 +155,7 @@ class Session(contextlib.ExitStack):
         return client.status(), client.output.all(), client.errors.all()
 
     def spawn(self, *command, environment=None, **options):
-        """Starts another program of the session. Of the environment, variables that are None are left out."""
+        """Starts another program of the session. A variable of the environment that is None is unset."""
         changed = {**self.environment, **(environment or {})}
         ordinary = {"env": {name: value for name, value in changed.items() if value is not None}, "cwd": self.home,
                     "bufsize": 0, "stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
@@ -162,7 +164,7 @@ class Session(contextlib.ExitStack):
         return self.others[-1]
 
     def output_of(self, *command, **options):
-        """Runs another program of the session to its end, which must be a good one."""
+        """Runs another program of the session, which must exit with 0. Returns its output."""
         return subprocess.run(command, **{"env": self.environment, "cwd": self.home, "stdin": subprocess.DEVNULL,
                                           "check": True, "capture_output": True, "timeout": PATIENCE, **options}).stdout
 
@@ -172,27 +174,27 @@ class Session(contextlib.ExitStack):
         return self.bin / name
 
     def find_programs_first(self):
-        """Has the client find the scripts as well, and not its login shells alone."""
+        """Puts the scripts on the PATH of the client as well, not only of its login shells."""
         self.environment["PATH"] = f"{self.bin}:{self.environment['PATH']}"
 
     def processes(self):
-        """Ids of the processes that were started in this session and have not ended."""
+        """Ids of the running processes of this session."""
         mark = f"HOME={self.home}".encode()
         return [pid for pid in running() if mark in read_process(pid, "environ").split(b"\0")]
 
     def wait_for_ends(self, besides=frozenset()):
-        """Waits for the end of what has been killed, which nobody else does: a moment, if the machine is busy."""
+        """Waits for the end of processes that were killed, for MOMENT at most."""
         for pid in set(self.processes()) - besides:
             wait_for_end(pid, MOMENT)
 
     @staticmethod
     def wait_for_peer():
-        """Waits until a process is connected to the client's socket, such as one that waits for its end."""
+        """Waits until a process is connected to the client's socket, such as a second client."""
         deadline = Deadline()
-        # The listening socket is one of them.
+        # The listening socket counts, too.
         while Path("/proc/net/unix").read_text().count("/socket.new\n") < 2:
             if deadline.left() == 0:
-                raise AssertionError("nobody connects to the client")
+                raise AssertionError("no process connects to the client")
             time.sleep(0.01)
 
     # --- backend
@@ -203,7 +205,7 @@ class Session(contextlib.ExitStack):
                         ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
 
     def backend(self, *arguments):
-        """Runs the backend's own command line, as its user would."""
+        """Runs the command line of the sample backend."""
         done = subprocess.run([self.backend_program, *arguments], env=self.environment,
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, encoding="utf-8",
                               timeout=PATIENCE)
@@ -218,18 +220,18 @@ class Session(contextlib.ExitStack):
         return pids
 
     def stub_backend(self, text):
-        """Puts a script in the place of the backend's command line."""
+        """Replaces the command line of the backend by a script."""
         write_script(self.backend_program, text)
 
     def note_commands(self, counting=False):
-        """Has the backend tell which command it has done; wait_for_start() reads that. With `counting`, its reports
-        differ as those of the counting backend do."""
+        """Makes the backend write an event after each command, which wait_for_start() reads. With `counting`, its
+        reports differ as those of the counting backend."""
         real = self.backend_program.rename(self.backend_program.with_name("real-client"))
         self.stub_backend((COUNT if counting else "") +
                           f'"{real}" "$@"; status=$?; echo "$1 asked" > "$HOME/events"; exit $status\n')
 
     def wait_for_start(self):
-        """Waits until a backend that tells what it is asked for has been asked for all that a start asks for."""
+        """Waits for the events of all commands of a start."""
         asked = [self.events.next() for _ in range(3)]
         assert asked == ["status asked", "refresh asked", "status asked"], asked
 

@@ -1,4 +1,4 @@
-"""A Wayland compositor that tiles what is no dialog."""
+"""sway, a Wayland compositor that tiles windows which are no dialogs."""
 
 import json
 import os
@@ -12,7 +12,7 @@ RUN_COMMAND, SUBSCRIBE, GET_TREE = 0, 2, 4
 
 
 class Sway:
-    """The compositor, on a screen of its own that nobody sees."""
+    """The compositor, with the headless backend."""
 
     def __init__(self, session):
         folder = session.root / "sway"
@@ -60,7 +60,7 @@ class Sway:
             assert result["success"], (text, result)
 
     def new_window(self, name):
-        """The next one that appears, once it has the keyboard; its name begins so."""
+        """The next new window, once it has the focus. Its name begins with `name`."""
         new = self.event("new")
         while (window := self.event("focus"))["id"] != new["id"]:
             pass
@@ -73,7 +73,7 @@ class Sway:
         return event["container"]
 
     def windows(self):
-        """Workspace, beginning of the name, width and whether it has the keyboard, of every window."""
+        """Workspace, first word of the name, width and focus of every window."""
         def walk(node, workspace):
             if node.get("pid"):
                 yield workspace, node["name"].split()[0], node["rect"]["width"], node["focused"]

@@ -1,4 +1,4 @@
-"""Waiting for what other programs do: for text that they print, and for lines in named pipes."""
+"""Waiting for text that programs print, and for lines in named pipes."""
 
 import codecs
 import os
@@ -7,7 +7,7 @@ import threading
 import time
 from contextlib import suppress
 
-# Far more than anything here takes; only a fault lets it pass.
+# The time limit of every wait, in seconds; only a fault reaches it.
 PATIENCE = 40.0
 
 
@@ -20,7 +20,7 @@ class Deadline:
 
 
 def own(stream):
-    """The descriptor of a stream, taken over from it."""
+    """The descriptor of a stream, which this closes."""
     if stream is None:
         return None
     with stream:
@@ -28,13 +28,13 @@ def own(stream):
 
 
 class Text:
-    """What comes out of a pipe or a terminal, readable while it grows."""
+    """The output of a pipe or a terminal, read by a thread."""
 
     def __init__(self, descriptor):
         self.descriptor = descriptor
         self.so_far = ""
         self.ended = False
-        self.arrivals = []  # how long the text was at what time
+        self.arrivals = []  # pairs of length and time
         self.changed = threading.Condition()
         self.let_go = os.eventfd(0)
         self.reader = threading.Thread(target=self.read, daemon=True)
@@ -47,7 +47,7 @@ class Text:
         while data:
             data = b""
             if self.let_go not in select.select([self.descriptor, self.let_go], [], [])[0]:
-                with suppress(OSError):  # with which the output of a terminal ends
+                with suppress(OSError):  # EIO, the end of a terminal
                     data = os.read(self.descriptor, 65536)
             text = decoder.decode(data, not data)
             with self.changed:
@@ -58,7 +58,7 @@ class Text:
                 self.changed.notify_all()
 
     def wait(self, find, what, seconds=PATIENCE):
-        """The first true value that `find` has for the text."""
+        """The first true value of `find(text)`."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find(self.so_far)):
@@ -73,11 +73,11 @@ class Text:
         return self.so_far.partition("\n")[0]
 
     def time_of(self, position):
-        """When the character at this position came; for one behind the last, when the last came or the text ended."""
+        """When the character at this position arrived; for a position behind the end, when the last piece arrived."""
         return next((when for length, when in self.arrivals if length > position), self.arrivals[-1][1])
 
     def all(self):
-        """The whole text, once its last writer has closed it."""
+        """The whole text, once the last writer has closed it."""
         with self.changed:
             if not self.changed.wait_for(lambda: self.ended, PATIENCE):
                 raise AssertionError(f"the output is still open after:\n{self.so_far}")
@@ -91,11 +91,11 @@ class Text:
 
 
 class Events:
-    """Lines that programs of a test write into a named pipe when something happens."""
+    """A named pipe into which programs of a test write a line for each event."""
 
     def __init__(self, path):
         os.mkfifo(path)
-        # Open for writing as well, or the pipe would end with its first writer.
+        # Open for writing as well, or the end of the first writer would be the end of the pipe.
         self.pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
         self.begun = ""
 
@@ -113,16 +113,12 @@ class Events:
             self.begun += os.read(self.pipe, 65536).decode()
         return self.begun.splitlines()
 
-    def forget(self):
-        self.pending()
-        self.begun = ""
-
     def close(self):
         os.close(self.pipe)
 
 
 class Gate(Events):
-    """Where a program of a test waits, by reading a line, until it is let on."""
+    """A named pipe from which a program of a test reads a line before it goes on."""
 
     def open(self, line="go"):
         os.write(self.pipe, line.encode() + b"\n")

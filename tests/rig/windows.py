@@ -1,10 +1,7 @@
-"""What the windows of the menu's commands say."""
+"""The texts of the windows of the menu's commands."""
 
 from rig.client import Window
 
-MISSING_APP = Window(
-    "未找到 Codex App",
-    "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 Codex App，不能只靠 CLI 或 IDE 啟動。", warns=True)
 GUIDE = Window(
     "官方 ChatGPT 連接說明",
     "官方 ChatGPT 手機連接流程：\n\n"
@@ -31,19 +28,8 @@ AWAKE = Window(
     "自動連線開啟期間，Kestrune 會請求 macOS 防止閒置睡眠與螢幕睡眠，讓手機端更容易保持連線。")
 NOT_AWAKE = Window("已關閉保持喚醒", "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。")
 LOGIN_ON = Window("已開啟開機自動啟動", "已保存開機自動啟動設定，會在下次登入或重開機後生效。")
-LOGIN_OFF = Window("已關閉開機自動啟動", "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。")
 STOPPED = Window("手動關停連線", "沒有輸出。\n\n已同步關閉自動連線。")
 RECONNECTED = Window("刷新連線", "🟢 隧道 <b>: &amp; 恢復")
-
-
-def diagnosis(number, failing=False):
-    """What the counting backend reports when it is asked for the time of that number."""
-    fault = "\n🔴 隧道 <b>: &amp; 沒有\n/bin/bash: line 1: halvask-mac-client: command not found" if failing else ""
-    return Window("目前狀態", f"🟢 Codex CLI: {number}{fault}", failing)
-
-
-def codex_check(number, failing=False):
-    return diagnosis(number, failing)._replace(title="Codex 版本與 Remote Control", warns=False)
 
 
 class SETTINGS:
@@ -72,6 +58,3 @@ class SETTINGS:
 
 
 SAVED = RECONNECTED._replace(title="設定已保存並開始重新檢查")
-PAIRING_FAILED = Window(
-    "無法生成配對 QR", "請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。", warns=True)
-PAIRING_IMPOSSIBLE = Window("無法生成配對 QR", "QR 圖片生成失敗，請稍後再試。", warns=True)

@@ -1,5 +1,5 @@
-"""Programs of a test's own on its buses: a socket each, so that one can be deaf, die amid a call, or say what no library
-would let it say. Gio writes and reads the messages."""
+"""D-Bus connections of a test, each on a socket of its own: so it can stop reading, die during a call, or send what no
+library would send. Gio packs and unpacks the messages."""
 
 import os
 import socket
@@ -14,14 +14,14 @@ from rig.waiting import PATIENCE, Deadline
 NAME, PATH = "org.freedesktop.DBus", "/org/freedesktop/DBus"
 DAEMON = NAME, PATH, NAME
 REPLACE_AND_QUEUE_NOT = 2 | 4
-HEADER = 16  # bytes, from which the length of a message is known
+HEADER = 16  # bytes that hold the length of a message
 
 CALL, SIGNAL = Gio.DBusMessageType.METHOD_CALL, Gio.DBusMessageType.SIGNAL
 
 
 def pack(signature, arguments):
-    """The body of a message; absent without arguments. Instead of a signature it may be ready, which for large ones is
-    faster."""
+    """The body of a message; None without arguments. A Variant in place of the signature is the whole body, which is
+    faster for large ones."""
     if isinstance(signature, GLib.Variant):
         return signature
     return GLib.Variant(f"({signature})", arguments) if signature else None
@@ -32,11 +32,11 @@ def values(message):
 
 
 class Refused(Exception):
-    """The other side answered with an error."""
+    """The call was answered with an error."""
 
 
 class Connection:
-    """One of the programs. What comes is read only when it is asked for."""
+    """A connection that reads only when it is told to."""
 
     def __init__(self, bus):
         self.bus = bus
@@ -53,11 +53,11 @@ class Connection:
         [self.name] = self.ask(DAEMON, "Hello")
 
     def close(self):
-        """As if the program were killed: what it has not said by now it never says."""
+        """As if the program were killed."""
         self.socket.close()
 
     def send(self, message):
-        """Returns the serial number that it is given."""
+        """Returns the serial number of the message."""
         with self.sending:
             self.serial += 1
             message.set_serial(self.serial)
@@ -80,7 +80,7 @@ class Connection:
         self.send(message)
 
     def read(self):
-        """The next message; absent when the bus has ended the connection."""
+        """The next message; None when the bus has closed the connection."""
         while True:
             if len(self.begun) >= HEADER:
                 length = Gio.DBusMessage.bytes_needed(bytes(self.begun[:HEADER]))
@@ -96,7 +96,7 @@ class Connection:
     def answer_to(self, serial):
         while True:
             message = self.read()
-            assert message, "the bus has ended the connection"
+            assert message, "the bus has closed the connection"
             if message.get_reply_serial() == serial:
                 return message
 
@@ -109,7 +109,7 @@ class Connection:
 
 
 class Listener:
-    """A program that reads whatever comes, in a thread of its own, and keeps what `keep` says of it."""
+    """Reads all messages in a thread, and collects what `keep(message)` returns for them."""
 
     def __init__(self, connection):
         self.connection = connection
@@ -130,7 +130,7 @@ class Listener:
             pass  # it was killed
 
     def wait(self, find, what, seconds=PATIENCE):
-        """The first true value that `find` has, asked again with each message."""
+        """The first true value of `find()`, called again after each message."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find()):
@@ -142,7 +142,7 @@ class Listener:
         """May be called again."""
         if self.connection.socket.fileno() < 0:
             return
-        # The reader would otherwise keep the connection open.
+        # The blocked reader would keep the connection open.
         self.connection.socket.shutdown(socket.SHUT_RDWR)
         if threading.current_thread() is not self.reader:
             self.reader.join()
@@ -150,8 +150,7 @@ class Listener:
 
 
 class Peer(Listener):
-    """A program that owns a name, keeps what it is called for, and leaves it to `behaviour` what to say to it: a function
-    of this and the call. Nothing is answered without one."""
+    """Owns a bus name, records the calls, and lets `behaviour(peer, call)` answer them. Without one it never answers."""
 
     def __init__(self, bus, name, behaviour=None):
         connection = Connection(bus)
@@ -171,12 +170,12 @@ class Peer(Listener):
         return [call for call in self.kept if call[0] == member]
 
     def wait_for(self, member, count=1):
-        """The values of the first so many calls of that name."""
+        """The arguments of all calls of that method, once there are so many."""
         self.wait(lambda: len(self.calls(member)) >= count, f"{count} {member}")
         return [arguments for _, arguments, _ in self.calls(member)]
 
 
-# What a peer may do with a call
+# Behaviours
 
 def answer(signature, arguments, peer, call):
     reply = Gio.DBusMessage.new_method_reply(call)
@@ -194,7 +193,7 @@ def refuses(error):
 
 
 def dies(peer, _):
-    """With the call in its hands."""
+    """Before it answers."""
     peer.kill()
 
 
