@@ -2,8 +2,9 @@
 
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
+# libgl-dev: on Ubuntu 22.04 qt6-base-dev needs it without depending on it.
 build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libutf8proc-dev libpng-dev libqrencode-dev
-    nlohmann-json3-dev qt6-base-dev)
+    nlohmann-json3-dev qt6-base-dev libgl-dev)
 # The tools that the client runs, Python for the sample backend, and the Qt plugins for X11 and Wayland.
 run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
 # Daemons, displays and a panel for the tests; tools that build and check the package.
