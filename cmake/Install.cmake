@@ -49,10 +49,12 @@ set(ICONS ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
 set(RESOURCES ${CMAKE_SOURCE_DIR}/resources)
 install(FILES ${RESOURCES}/codex-menubar.svg RENAME KestruneMacClient.svg DESTINATION ${ICONS}/scalable/apps)
 install(FILES ${RESOURCES}/codex-menubar.png RENAME KestruneMacClient.png DESTINATION ${ICONS}/22x22/apps)
-foreach(side 16 24 32 44 48 64)
+foreach(side 16 24 32 48 64)
   install(FILES ${RESOURCES}/codex-menubar-${side}.png RENAME KestruneMacClient.png
           DESTINATION ${ICONS}/${side}x${side}/apps)
 endforeach()
+# hicolor has no 44x44: this is 22x22 at twice the scale.
+install(FILES ${RESOURCES}/codex-menubar-44.png RENAME KestruneMacClient.png DESTINATION ${ICONS}/22x22@2/apps)
 
 install(FILES ${PACKAGING}/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
               ${CMAKE_BINARY_DIR}/packaging/changelog.Debian.gz

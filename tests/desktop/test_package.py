@@ -15,7 +15,8 @@ from rig.session import BUILD
 from rig.waiting import PATIENCE
 
 PROGRAMS = "KestruneMenuClient", "KestruneMenuDialogs"
-SIDES = 16, 22, 24, 32, 44, 48, 64
+# The folders of icons, and how large those in them are.
+SIDES = {"22x22@2": 44, **{f"{side}x{side}": side for side in (16, 22, 24, 32, 48, 64)}}
 
 DESKTOP_ENTRY = "usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
 METAINFO = "usr/share/metainfo/com.dovrel.kestrune.menuclient.metainfo.xml"
@@ -25,8 +26,8 @@ DOCUMENTS = "usr/share/doc/kestrune-menu-client"
 ICONS = "usr/share/icons/hicolor"
 
 
-def icon(side):
-    return f"{ICONS}/{side}x{side}/apps/KestruneMacClient.png"
+def icon(folder):
+    return f"{ICONS}/{folder}/apps/KestruneMacClient.png"
 
 
 def manual(program):
@@ -116,8 +117,8 @@ class Package(unittest.TestCase):
         run("appstreamcli", "validate", "--no-net", self.tree / METAINFO)
 
     def test_its_icons_are_as_large_as_their_folders_say(self):
-        for side in SIDES:
-            header = (self.tree / icon(side)).read_bytes()[:24]
+        for folder, side in SIDES.items():
+            header = (self.tree / icon(folder)).read_bytes()[:24]
             self.assertEqual((header[:8], header[16:]), (b"\x89PNG\r\n\x1a\n", side.to_bytes(4, "big") * 2))
 
     def test_manuals_and_completions_know_the_options_that_there_are(self):
