@@ -1,5 +1,7 @@
 """The settings and the pairing code in the terminal face: answered line by line, and scanned from the screen."""
 
+import os
+import pty
 import termios
 
 from rig import isolation
@@ -10,8 +12,6 @@ from rig.windows import SAVED
 
 KEY = "OpenAI API Key"
 PLACEHOLDER_URL = "https://relay.example.com"
-
-SHOWING = 'cat "$1"; exec cat "$HOME/gate"'
 
 
 class InATerminal(Dialogue):
@@ -24,6 +24,20 @@ class InATerminal(Dialogue):
 
     def echoes(self):
         return bool(termios.tcgetattr(self.client.input)[3] & termios.ECHO)
+
+    def open_terminal(self, *options, show):
+        """A window with this file. The pty is made here: xterm calls initgroups before it starts a program of its own
+        as root, which a user namespace refuses."""
+        near, far = pty.openpty()
+        for end in near, far:
+            self.session.callback(os.close, end)
+        settings = termios.tcgetattr(far)
+        # xterm first types the number of its window.
+        settings[3] &= ~termios.ECHO
+        termios.tcsetattr(far, termios.TCSANOW, settings)
+        terminal = self.session.spawn("xterm", f"-S/{near}", *options, pass_fds=[near])
+        self.session.spawn("cat", show, stdout=far)
+        return terminal
 
     def test_the_key_is_not_echoed(self):
         for answered in (True, False):
@@ -59,8 +73,7 @@ class InATerminal(Dialogue):
                 self.ask("4", f"API URL：{PLACEHOLDER_URL}")
                 shown = self.session.root / "shown"
                 shown.write_text(self.client.output.so_far[begin:self.read])
-                terminal = self.session.spawn("xterm", "-fa", "monospace", "-fs", "8", "-geometry", "110x60", *colours,
-                                              "-e", "sh", "-c", SHOWING, "sh", str(shown))
+                terminal = self.open_terminal("-fa", "monospace", "-fs", "8", "-geometry", "110x60", *colours, show=shown)
                 # Looks again and again, because a program that has drawn tells nobody.
                 deadline = Deadline()
                 while not (link := screen.scan(screen.whole)):
