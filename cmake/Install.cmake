@@ -10,7 +10,7 @@ set(IDENTIFIER com.dovrel.kestrune.menuclient)
 set(KESTRUNE_MAINTAINER "The Kestrune Menu Client developers <kestrune-menu-client@example.org>"
     CACHE STRING "Maintainer of the Debian package")
 # Sorts before the revisions of a distribution's own package.
-set(DEBIAN_REVISION 0kestrune1)
+set(DEBIAN_REVISION 0kestrune2)
 set(DEBIAN_VERSION ${PROJECT_VERSION}-${DEBIAN_REVISION})
 
 # compress(FILE NAME): NAME.gz in the build folder, without a timestamp, so that builds are reproducible.
@@ -31,7 +31,8 @@ add_custom_target(kestrune_texts ALL DEPENDS ${COMPRESSED})
 add_dependencies(KestruneMenuClient kestrune_texts)
 
 # Into a prefix: cmake --install build/release --prefix PREFIX
-install(TARGETS ${PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Each component is also a Debian package: client, and dialogs with the program that shows the windows.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME client)
 install(FILES ${LOGOS} DESTINATION ${CMAKE_INSTALL_DATADIR}/${PACKAGE})
 
 # Desktop entry, AppStream metadata, user unit and shell completion. They run the programs by name, so any prefix works.
@@ -39,24 +40,33 @@ install(FILES ${PACKAGING}/${IDENTIFIER}.desktop DESTINATION ${CMAKE_INSTALL_DAT
 install(FILES ${PACKAGING}/${IDENTIFIER}.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 # systemd searches this path on every architecture.
 install(FILES ${PACKAGING}/${PACKAGE}.service DESTINATION lib/systemd/user)
-foreach(program IN LISTS PROGRAMS)
+
+# install_program(PROGRAM COMPONENT): the program, its manual page and completion, and the documents of its package.
+function(install_program program component)
+  set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME ${component})
+  install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${PACKAGING}/${program}.bash-completion RENAME ${program}
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${CMAKE_BINARY_DIR}/packaging/${program}.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-endforeach()
+  install(FILES ${PACKAGING}/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
+                ${CMAKE_BINARY_DIR}/packaging/changelog.Debian.gz
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kestrune-menu-${component})
+endfunction()
+install_program(KestruneMenuClient client)
+if(KESTRUNE_DIALOGS)
+  install_program(KestruneMenuDialogs dialogs)
+endif()
 
 set(ICONS ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
 set(RESOURCES ${CMAKE_SOURCE_DIR}/resources)
 install(FILES ${RESOURCES}/codex-menubar.svg RENAME KestruneMacClient.svg DESTINATION ${ICONS}/scalable/apps)
 install(FILES ${RESOURCES}/codex-menubar.png RENAME KestruneMacClient.png DESTINATION ${ICONS}/22x22/apps)
-foreach(side 16 24 32 44 48 64)
+foreach(side 16 24 32 48 64)
   install(FILES ${RESOURCES}/codex-menubar-${side}.png RENAME KestruneMacClient.png
           DESTINATION ${ICONS}/${side}x${side}/apps)
 endforeach()
-
-install(FILES ${PACKAGING}/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
-              ${CMAKE_BINARY_DIR}/packaging/changelog.Debian.gz
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE})
+# hicolor has no 44x44: this is 22x22 at twice the scale.
+install(FILES ${RESOURCES}/codex-menubar-44.png RENAME KestruneMacClient.png DESTINATION ${ICONS}/22x22@2/apps)
 
 # Below the folder of one backend, which the client then finds from its own path:
 #   cmake --install build/release --component backend --prefix REPOSITORY/dist

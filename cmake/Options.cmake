@@ -5,6 +5,8 @@ target_compile_options(kestrune_options INTERFACE
   -ffunction-sections -fdata-sections
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
   $<$<BOOL:${KESTRUNE_WERROR}>:-Werror>
+  # GCC 11 takes the size() of an array for a read of its elements.
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,12>>:-Wno-maybe-uninitialized>
   $<$<CONFIG:Release>:-fstack-protector-strong>)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KESTRUNE_SANITIZE)
   target_compile_definitions(kestrune_options INTERFACE _FORTIFY_SOURCE=2)

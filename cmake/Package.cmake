@@ -1,4 +1,4 @@
-# The Debian package: cmake --build --preset release && cpack --config build/release/CPackConfig.cmake
+# The Debian packages, which packaging/build makes: one for each component of the installation.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${PACKAGE})
 set(CPACK_PACKAGE_CONTACT ${KESTRUNE_MAINTAINER})
@@ -10,23 +10,50 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${DEBIAN_REVISION})
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "tray companion that keeps a self-hosted Codex bridge alive")
-set(CPACK_PACKAGE_DESCRIPTION
-"Kestrune keeps a self-hosted bridge alive, so that a phone can drive the
+# The linked libraries.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL client)
+
+set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME kestrune-menu-client)
+# The first line is the summary.
+set(CPACK_COMPONENT_CLIENT_DESCRIPTION
+"tray companion that keeps a self-hosted Codex bridge alive
+Kestrune keeps a self-hosted bridge alive, so that a phone can drive the
 Codex sessions of a desktop machine. It asks the local backend for its status
 every 20 seconds, shows a lamp and a menu in the tray of the desktop or in a
 terminal, and stops the backend when it quits. Its texts are in Traditional
 Chinese.
 
-The resident process links no GUI toolkit; a separate program shows the
-windows.")
+The resident process links no GUI toolkit. The package kestrune-menu-dialogs
+shows its windows; without it, the client uses notifications and the terminal.")
+# The programs that it runs. Debian policy forbids dependencies on essential packages such as bash, coreutils or
+# findutils.
+set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "curl, lsof, procps")
+# Recommended only: the client runs without windows and without a session bus.
+set(CPACK_DEBIAN_CLIENT_PACKAGE_RECOMMENDS "dbus-user-session | dbus-session-bus")
 
-# The linked libraries, and the programs that are run. Debian policy forbids dependencies on essential packages such as
-# bash, coreutils or findutils.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "curl, lsof, procps")
-# Recommended only: the client runs without a session bus, readable windows or a program that opens folders.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-  "dbus-user-session | dbus-session-bus, fonts-noto-cjk, fonts-noto-color-emoji, qt6-qpa-plugins, qt6-wayland, xdg-utils")
+if(KESTRUNE_DIALOGS)
+  list(APPEND CPACK_COMPONENTS_ALL dialogs)
+  string(APPEND CPACK_DEBIAN_CLIENT_PACKAGE_RECOMMENDS ", kestrune-menu-dialogs")
+  set(CPACK_DEBIAN_DIALOGS_PACKAGE_NAME kestrune-menu-dialogs)
+  set(CPACK_COMPONENT_DIALOGS_DESCRIPTION
+"windows of the tray companion for a self-hosted Codex bridge
+Kestrune keeps a self-hosted bridge alive, so that a phone can drive the
+Codex sessions of a desktop machine.
+
+This package contains the program that shows the windows of Kestrune Menu
+Client: the settings, the pairing code, the backend's report, and the menu on
+desktops without a tray. A server does not need it.")
+  # On the client of the same version, which speaks the same protocol.
+  set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+  set(CPACK_COMPONENT_DIALOGS_DEPENDS client)
+  # Recommended only: X11, Wayland, readable windows, and a program that opens folders.
+  set(CPACK_DEBIAN_DIALOGS_PACKAGE_RECOMMENDS
+    "fonts-noto-cjk, fonts-noto-color-emoji, qt6-qpa-plugins, qt6-wayland, xdg-utils")
+  # Up to 0.1.0-0kestrune1 one package contained both programs.
+  set(CPACK_DEBIAN_DIALOGS_PACKAGE_BREAKS "kestrune-menu-client (<< 0.1.0-0kestrune2~)")
+  set(CPACK_DEBIAN_DIALOGS_PACKAGE_REPLACES "kestrune-menu-client (<< 0.1.0-0kestrune2~)")
+endif()
 
 include(CPack)

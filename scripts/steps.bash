@@ -1,18 +1,21 @@
-# Functions and package lists of run, test, .ci/run, fuzz/run and packaging/rehearse. Source this file.
+# Functions and package lists of run, test, .ci/run, fuzz/run, packaging/build and packaging/rehearse. Source this file.
 
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
+# libgl-dev: on Ubuntu 22.04 qt6-base-dev needs it without depending on it.
 build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libutf8proc-dev libpng-dev libqrencode-dev
-    nlohmann-json3-dev qt6-base-dev)
+    nlohmann-json3-dev qt6-base-dev libgl-dev)
 # The tools that the client runs, Python for the sample backend, and the Qt plugins for X11 and Wayland.
 run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
-# Daemons, displays and a panel for the tests; tools that build and check the package.
-test_packages=(libgtest-dev dbus-daemon systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
+# What cpack needs for the Debian packages.
+package_packages=(dpkg-dev file)
+# Daemons, displays and a panel for the tests; tools that check the packages.
+test_packages=(libgtest-dev dbus systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
     x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst sway
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
-    dpkg-dev file lintian appstream man-db)
+    "${package_packages[@]}" lintian appstream man-db)
 # What the benchmarks need.
-benchmark_packages=(libbenchmark-dev dbus-daemon xvfb x11-utils python3-gi util-linux iproute2)
+benchmark_packages=(libbenchmark-dev dbus xvfb x11-utils python3-gi util-linux iproute2)
 # clang, so that both compilers check the code.
 sanitizer_packages=(clang libclang-rt-14-dev)
 

@@ -1,6 +1,8 @@
 """The settings and the pairing code in the terminal face: answered line by line, and scanned from the screen."""
 
 import fcntl
+import os
+import pty
 import struct
 import termios
 
@@ -13,8 +15,6 @@ from rig.windows import SAVED
 KEY = "OpenAI API Key"
 PLACEHOLDER_URL = "https://relay.example.com"
 
-SHOWING = 'cat "$1"; exec cat "$HOME/gate"'
-
 
 class InATerminal(Dialogue):
     def start(self, text=None, **environment):
@@ -26,6 +26,20 @@ class InATerminal(Dialogue):
 
     def echoes(self):
         return bool(termios.tcgetattr(self.client.input)[3] & termios.ECHO)
+
+    def open_terminal(self, *options, show):
+        """A window with this file. The pty is made here: xterm calls initgroups before it starts a program of its own
+        as root, which a user namespace refuses."""
+        near, far = pty.openpty()
+        for end in near, far:
+            self.session.callback(os.close, end)
+        settings = termios.tcgetattr(far)
+        # xterm first types the number of its window.
+        settings[3] &= ~termios.ECHO
+        termios.tcsetattr(far, termios.TCSANOW, settings)
+        terminal = self.session.spawn("xterm", f"-S/{near}", *options, pass_fds=[near])
+        self.session.spawn("cat", show, stdout=far)
+        return terminal
 
     def test_the_key_is_not_echoed(self):
         for answered in (True, False):
@@ -65,8 +79,8 @@ class InATerminal(Dialogue):
                 self.expect("按鈕編號> ")
                 shown = self.session.root / "shown"
                 shown.write_text(self.client.output.so_far[begin:self.read])
-                terminal = self.session.spawn("xterm", "-fa", "monospace", "-fs", "8", "-geometry", f"{size[1]}x{size[0]}", *colours,
-                                              "-e", "sh", "-c", SHOWING, "sh", str(shown))
+                terminal = self.open_terminal("-fa", "monospace", "-fs", "8", "-geometry", f"{size[1]}x{size[0]}", *colours,
+                                              show=shown)
                 # Looks again and again, because a program that has drawn tells nobody.
                 deadline = Deadline()
                 while not (link := screen.scan(screen.whole)):

@@ -23,10 +23,14 @@ class Sway:
         command = ["sway", "--config", str(folder / "config")]
         if os.geteuid() == 0:
             # It refuses to run as root.
-            session.root.chmod(0o711)
-            for path in (folder, ready):
-                os.chown(path, NOBODY, NOBODY)
-            command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", *command]
+            try:
+                for path in (folder, ready):
+                    os.chown(path, NOBODY, NOBODY)
+                session.root.chmod(0o711)
+                command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", *command]
+            except OSError:
+                # In a user namespace that knows no other user.
+                command = ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}", *command]
         session.spawn(*command, cwd=folder, environment={"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
                                                          "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1"})
         display, _, self.path = told.next().partition(" ")
