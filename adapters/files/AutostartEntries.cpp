@@ -180,7 +180,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
                       replace(command, launchCommand(gone), launchCommand(*present));
   if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
   if (!document(label, *present, repoPath)) {
-    reportOnce("cannot repair " + path(label) + ": it cannot hold the path " + *present + " or " + repoPath);
+    reportOnce("cannot repair " + path(label) +
+               ": an entry cannot hold the path of the program or the backend");
     return;
   }
 
