@@ -15,7 +15,8 @@ from rig.session import BUILD, Session
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
          "halvask-mac-service", "/bin/sh ./halvask-desktop-bridge.sh",
          "/home/u/KestruneMenuClient/kestrune-mac-service",
-         "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient", "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
+         "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient",
+         "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
 # No part of one, however similar.
 OTHERS = ("kestrune-mac-client status", "com.kestrune.mac-service", "ssh -L 127.0.0.1:18765:127.0.0.1:9000 relay",
           "kestrune mac-service", "sleep")
