@@ -86,8 +86,10 @@ class Tray(Peer):
 
     def serve(self, call):
         method, arguments = call.get_member(), call.get_body().unpack() if call.get_body() else ()
-        properties = {"RegisteredStatusNotifierItems": GLib.Variant("as", ["".join(self.item[:2])] if self.item else []),
-                      "IsStatusNotifierHostRegistered": GLib.Variant("b", True), "ProtocolVersion": GLib.Variant("i", 0)}
+        items = ["".join(self.item[:2])] if self.item else []
+        properties = {"RegisteredStatusNotifierItems": GLib.Variant("as", items),
+                      "IsStatusNotifierHostRegistered": GLib.Variant("b", True),
+                      "ProtocolVersion": GLib.Variant("i", 0)}
         if method == "RegisterStatusNotifierItem":
             if not self.item:
                 self.registered = time.monotonic()

@@ -6,8 +6,7 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
 
-// An entry in the autostart folder: the path of the running program, the repository, and what the entry
-// holds.
+// An autostart entry. The input: the path of the running program, the repository, the text of the entry.
 
 namespace {
 
@@ -25,40 +24,40 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// An entry of anybody's is repaired at most, and never switched.
+/// Repairing any entry does not enable or disable it.
 void repair(AutostartEntries& entries, const std::string& repo, const std::string& text) {
   const std::string path = entries.path(label);
   put(path, text);
   const bool wasRegistered = entries.isRegistered(label);
-  require(contentsOf(path) == text, "to look changes nothing");
+  require(contentsOf(path) == text, "reading changes nothing");
   entries.repair(label, repo);
-  require(entries.isRegistered(label) == wasRegistered, "an entry stays switched as it was");
+  require(entries.isRegistered(label) == wasRegistered, "a repair does not enable or disable an entry");
   const std::string repaired = contentsOf(path);
   if (repaired == text) return;
 
   const auto before = linesOf(text);
   const auto after = linesOf(repaired);
-  require(before.size() == after.size(), "no line comes or goes");
+  require(before.size() == after.size(), "a repair keeps the number of lines");
   for (std::size_t i = 0; i < before.size(); ++i) {
     const bool isOurs =
         after[i].starts_with("Exec=") || after[i].starts_with("TryExec=") || after[i].starts_with("Path=");
-    require(isOurs || after[i] == before[i], "only the program and its folder are repaired");
+    require(isOurs || after[i] == before[i], "a repair changes only Exec, TryExec and Path");
   }
   entries.repair(label, repo);
-  require(contentsOf(path) == repaired, "what is repaired is in order");
+  require(contentsOf(path) == repaired, "a second repair changes nothing");
 }
 
-/// Our own entry leads to whatever program runs by then.
+/// A repair updates an entry of the client to the running program.
 void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
   const std::string path = entries.path(label);
   const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);
   if (!document) return;
-  require(linesOf(*document).size() == 12, "no path puts a line into an entry");
+  require(linesOf(*document).size() == 12, "a path adds no line to an entry");
   put(path, *document);
-  require(entries.isRegistered(label), "an entry is switched on at first");
+  require(entries.isRegistered(label), "a new entry is enabled");
   entries.repair(label, repo);
   require(contentsOf(path) == entries.document(label, executable, repo).value_or(*document),
-          "an entry leads to the running program, if that can be written");
+          "a repaired entry names the running program, if it can be quoted");
 }
 
 }  // namespace

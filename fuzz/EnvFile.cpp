@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// The backend's .env: where it is found (in its place, or as a template), a key, a value, and what the file
-// holds.
+// The backend's .env. The input: whether it is the file or the template, a key, a value, the text of the
+// file.
 
 namespace {
 
@@ -14,7 +14,7 @@ using namespace kestrune;
 using fuzz::Controller;
 using fuzz::require;
 
-/// The lines of a text, each separator by itself ending one.
+/// The lines of a text; each separator ends one.
 std::vector<std::string> linesOf(std::string text) {
   for (const char* const separator : {"\v", "\f", "\r", "\u0085", "\u2028", "\u2029"}) {
     text = replacingAll(text, separator, "\n");
@@ -28,7 +28,7 @@ std::vector<std::string> linesOf(std::string text) {
   return lines;
 }
 
-/// What stands in lines that do not define `key`, in order.
+/// The lines that do not define `key`, in order.
 std::vector<std::string> otherLines(const std::vector<std::string>& lines, const std::string& key) {
   std::vector<std::string> others;
   for (const auto& line : lines) {
@@ -48,13 +48,12 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   for (const auto& each : now) {
     if (each.starts_with(key + "=")) require(each == line, "every line of a key is rewritten");
   }
-  // What is appended stands behind a blank line.
+  // A blank line is before an appended line.
   if (defining == 0 && others.size() == othersBefore.size() + 1 && others.back().empty()) others.pop_back();
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves a value as the settings do, which trim it and refuse a line end. They showed the one that the reader
-/// finds.
+/// Saves a trimmed value without line ends, as the settings do after they have shown the old one.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};
@@ -103,7 +102,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     });
     const auto& files = controller.machine.fileManager.files;
     const auto previous = files.find(std::string(Controller::envFile) + ".previous");
-    require((previous != files.end()) == (isSeed && !isTemplate && loses), "a value that nobody saw is kept");
+    require((previous != files.end()) == (isSeed && !isTemplate && loses),
+            "a file that loses a value that was not shown is kept");
     require(previous == files.end() || previous->second == text, "the whole file is kept");
   }
   return 0;

@@ -11,15 +11,14 @@
 #include <string>
 #include <string_view>
 
-// A fuzzer is one function that is given bytes of any kind, over and over, and ends the process when
-// something does not hold that ought to hold whatever the bytes are. Linked with the fuzzing library it is
-// given new bytes all the time; in an ordinary build `Replay.cpp` gives it those of its corpus.
+// A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. With libFuzzer it
+// gets new bytes all the time; in an ordinary build `Replay.cpp` gives it the files of its corpus.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kestrune::fuzz {
 
-/// Ends the process when something does not hold, and says what.
+/// Aborts if an invariant does not hold, and prints it.
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
@@ -35,7 +34,7 @@ inline void put(const std::string& file, const std::string& text) {
   std::ofstream(file, std::ios::binary) << text;
 }
 
-/// Hands out an input piece by piece. At its end there are empty pieces and zeros.
+/// Splits an input into pieces. At its end there are empty pieces and zeros.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : left(reinterpret_cast<const char*>(data), size) {}
@@ -49,7 +48,7 @@ class Input {
     return first;
   }
 
-  /// Four bytes in the order of this machine.
+  /// Four bytes in the byte order of this machine.
   std::uint32_t word() {
     std::uint32_t value = 0;
     const std::string_view bytes = take(sizeof value);
@@ -57,17 +56,17 @@ class Input {
     return value;
   }
 
-  /// The bytes before the next zero byte, which is left out.
+  /// The bytes before the next NUL, which is skipped.
   std::string_view text() {
     const std::string_view piece = take(std::min(left.find('\0'), left.size()));
     byte();
     return piece;
   }
 
-  /// As many bytes, or all that are left.
+  /// `count` bytes, or all that are left.
   std::string_view piece(std::size_t count) { return take(count); }
 
-  /// Everything that is left.
+  /// All bytes that are left.
   std::string_view rest() { return take(left.size()); }
 
  private:

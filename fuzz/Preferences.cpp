@@ -7,7 +7,7 @@
 #include "tests/rig/ScratchFolder.h"
 #include "text/Text.h"
 
-// The file of the preferences: a key, a text to be kept under it, and what the file holds.
+// The preferences file. The input: a key, a value, the text of the file.
 
 namespace {
 
@@ -16,7 +16,7 @@ using fuzz::contentsOf;
 using fuzz::require;
 using nlohmann::json;
 
-/// What others keep in the file.
+/// The other keys of the file.
 json othersIn(const std::string& text, const std::string& key) {
   json preferences = json::parse(text, nullptr, false);
   if (!preferences.is_object()) return json::object();
@@ -28,22 +28,23 @@ void keep(const std::string& path, const std::string& key, const std::string& va
           const std::string& text) {
   PreferencesFile preferences(path);
   preferences.setBool(key, true);
-  require(preferences.boolForKey(key) == true, "a switch that was set holds");
-  require(!preferences.stringForKey(key), "a switch is no text");
+  require(preferences.boolForKey(key) == true, "a bool that was set is read");
+  require(!preferences.stringForKey(key), "a bool is no string");
   preferences.setString(key, value);
-  require(preferences.stringForKey(key) == value, "a text that was set holds");
-  require(PreferencesFile(path).stringForKey(key) == value, "a text that was set outlives the process");
+  require(preferences.stringForKey(key) == value, "a string that was set is read");
+  require(PreferencesFile(path).stringForKey(key) == value, "a string that was set is in the file");
 
   const std::string damaged = path + ".damaged";
   if (!std::filesystem::exists(damaged)) {
-    require(json::parse(text, nullptr, false).is_object(), "what could not be read is kept");
-    require(othersIn(contentsOf(path), key) == othersIn(text, key), "what others keep stays");
+    require(json::parse(text, nullptr, false).is_object(), "a damaged file is kept");
+    require(othersIn(contentsOf(path), key) == othersIn(text, key), "other keys are kept");
     return;
   }
-  require(contentsOf(damaged) == text, "what could not be read is kept as it is");
+  require(contentsOf(damaged) == text, "a damaged file is kept unchanged");
   const bool mayBeDeep =
       std::count(text.begin(), text.end(), '[') + std::count(text.begin(), text.end(), '{') > 90;
-  require(mayBeDeep || !json::parse(text, nullptr, false).is_object(), "what can be read is no damage");
+  require(mayBeDeep || !json::parse(text, nullptr, false).is_object(),
+          "a file that can be read is not kept as damaged");
 }
 
 }  // namespace
@@ -59,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   static_cast<void>(PreferencesFile(path).boolForKey(key));
   static_cast<void>(PreferencesFile(path).stringForKey(key));
-  require(contentsOf(path) == text, "to look changes nothing");
+  require(contentsOf(path) == text, "reading changes nothing");
   if (isValidUtf8(key) && isValidUtf8(value)) keep(path, key, value, text);
   std::filesystem::remove(path + ".damaged");
   return 0;

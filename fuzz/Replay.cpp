@@ -6,7 +6,7 @@
 
 #include "fuzz/Fuzz.h"
 
-// Gives a fuzzer the files of the folders that are named, for builds without the fuzzing library.
+// Runs a fuzzer with the files of the given folders, in builds without libFuzzer.
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// What the local service answers.
+// An answer of the local service.
 
 using namespace kestrune;
 using fuzz::require;
@@ -10,7 +10,7 @@ using fuzz::require;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const LiveSession session = selectedSession(std::string(fuzz::Input(data, size).rest()));
   for (const std::string& name : {session.projectTitle, session.threadName}) {
-    require(!name.empty() && isValidUtf8(name), "a name is text");
+    require(!name.empty() && isValidUtf8(name), "a name is UTF-8 and not empty");
   }
   const std::string thread = compactThreadName(session.threadName);
   require(shortened(thread, 34) == thread, "a thread's name has at most 34 characters");

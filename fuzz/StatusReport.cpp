@@ -3,7 +3,7 @@
 
 #include "text/Text.h"
 
-// What the backend's "status" prints: its first byte says how it ended, the others are its output.
+// A status report. The input: a byte for the exit status, the output.
 
 namespace {
 
@@ -17,8 +17,7 @@ bool holds(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// The lamp by the words of the contract: a fault in what is left of a report without the lines of the
-/// runtime.
+/// The expected lamp: an error if a fault is in the report without the lines of the Codex items.
 ConnectionLampState expectedLamp(const CommandResult& result) {
   std::string kept;
   LineSplitter lines(result.output);
@@ -49,21 +48,21 @@ void checkSummary(const std::string& summary, std::string_view prefix) {
     require(!LineSplitter(detail).next(line) || line == detail, "a detail is one line");
     return;
   }
-  require(false, "a detail says what came of the check");
+  require(false, "a detail begins with OK or 需檢查");
 }
 
 void interpret(const CommandResult& result) {
-  require(AppDelegate::inferLampState(result) == expectedLamp(result), "the lamp is the contract's");
+  require(AppDelegate::inferLampState(result) == expectedLamp(result), "the lamp is the expected one");
 
   const std::string pretty = AppDelegate::prettifyOutput(result.output);
-  require(!holds(pretty, okMarker) && !holds(pretty, failMarker), "no marker is left in what is shown");
+  require(!holds(pretty, okMarker) && !holds(pretty, failMarker), "the shown text has no marker");
   if (!holds(result.output, "🟢") && !holds(result.output, "🔴")) {
     require(replacingAll(replacingAll(pretty, "🟢", okMarker), "🔴", failMarker) == result.output,
-            "nothing but the markers is changed");
+            "only the markers are replaced");
   }
 }
 
-/// The same report on its whole way: from the pipe of the command into the menu.
+/// Checks the report on its way from the pipe of the command into the menu.
 void refresh(bool ok, std::string report) {
   fuzz::Controller controller;
   auto& machine = controller.machine;
@@ -71,7 +70,7 @@ void refresh(bool ok, std::string report) {
   controller.delegate->refreshStatus(false);
   machine.loop.settle();
 
-  require(!controller.state.statusRefreshInProgress, "a refresh comes to its end");
+  require(!controller.state.statusRefreshInProgress, "a refresh ends");
   for (std::size_t i = 0; i < codexItems.size(); ++i) {
     checkSummary(machine.statusBar.row(i + 4).title, codexItems[i].rowPrefix);
   }

@@ -3,7 +3,7 @@
 #include "KestruneMenuClient/AppDelegate.h"
 #include "fuzz/Fuzz.h"
 
-// Text from anywhere, cut and made fit to be shown: a limit, a part with its replacement, and the text.
+// Cutting, trimming and escaping. The input: a limit, a part and its replacement, the text.
 
 namespace {
 
@@ -13,8 +13,8 @@ using fuzz::require;
 void checkTrimming(std::string_view text) {
   const std::string_view inner = trimmed(text);
   const auto at = static_cast<std::size_t>(inner.data() - text.data());
-  require(at + inner.size() <= text.size(), "what is left is a part of the text");
-  require(trimmed(inner) == inner, "what is trimmed has nothing more to trim");
+  require(at + inner.size() <= text.size(), "trimmed text is a part of the text");
+  require(trimmed(inner) == inner, "trimming twice changes nothing");
   require(trimmed(text.substr(0, at)).empty() && trimmed(text.substr(at + inner.size())).empty(),
           "only space is trimmed");
 }
@@ -25,7 +25,7 @@ void checkLines(std::string_view text) {
   for (std::string_view line; lines.next(line);) {
     if (end != nullptr) {
       const std::string_view separator(end, static_cast<std::size_t>(line.data() - end));
-      require(!separator.empty() && trimmed(separator).empty(), "lines are parted by their ends alone");
+      require(!separator.empty() && trimmed(separator).empty(), "only line ends are between lines");
     } else {
       require(line.data() == text.data(), "the first line is where the text begins");
     }
@@ -39,31 +39,34 @@ void checkLines(std::string_view text) {
 
 void checkCuts(std::string_view text, std::size_t limit) {
   const std::string_view within = withinBytes(text, limit);
-  require(within.size() <= limit && text.starts_with(within), "a beginning fits its limit");
+  require(within.size() <= limit && text.starts_with(within),
+          "withinBytes() returns a prefix within the limit");
   const std::string cut = shortened(text, limit);
   require(cut == text || (cut.ends_with("...") && text.starts_with(cut.substr(0, cut.size() - 3))),
-          "what is cut off is told");
-  require(shortened(cut, limit) == cut, "what is short enough stays as it is");
+          "a cut ends with ...");
+  require(shortened(cut, limit) == cut, "shortening twice changes nothing");
   if (!isValidUtf8(text)) return;
-  require(isValidUtf8(within) && isValidUtf8(cut), "no character code is cut in two");
-  require(within.size() == text.size() || within.size() + 4 > limit, "no more is cut off than need be");
+  require(isValidUtf8(within) && isValidUtf8(cut), "no UTF-8 sequence is cut");
+  require(within.size() == text.size() || within.size() + 4 > limit,
+          "withinBytes() cuts no more than one sequence too much");
 }
 
 void checkRows(std::string_view text) {
   const std::string plain = withoutControls(text);
-  require(isValidUtf8(plain), "what is shown is text");
-  require(withoutControls(plain) == plain, "what is plain stays as it is");
+  require(isValidUtf8(plain), "withoutControls() returns UTF-8");
+  require(withoutControls(plain) == plain, "removing controls twice changes nothing");
   for (const char each : plain)
-    require(static_cast<unsigned char>(each) >= ' ' && each != 0x7F, "nothing controls");
+    require(static_cast<unsigned char>(each) >= ' ' && each != 0x7F, "no control character is left");
   const std::string row = displayRow(text);
-  require(isValidUtf8(row) && displayRow(row) == row && shortened(row, 200) == row, "a row stays a row");
+  require(isValidUtf8(row) && displayRow(row) == row && shortened(row, 200) == row,
+          "displayRow() twice changes nothing, and a row has at most 200 characters");
   const std::string name = AppDelegate::compactThreadName(text);
   require(shortened(name, 34) == name, "a thread's name has at most 34 characters");
 }
 
 void checkReplacing(std::string_view text, std::string_view from, std::string_view to) {
   if (from.empty()) return;
-  require(replacingAll(text, from, from) == text, "the same for the same changes nothing");
+  require(replacingAll(text, from, from) == text, "replacing a part by itself changes nothing");
   const std::string replaced = replacingAll(text, from, to);
   const std::string gone = replacingAll(text, from, "");
   require((text.size() - gone.size()) % from.size() == 0, "whole parts are replaced");

@@ -18,7 +18,7 @@ class Buses(unittest.TestCase):
         self.session = Session(self)
         self.bus = Bus(self.session)
 
-    def test_the_item_comes_with_the_bus_whenever_that_is_there(self):
+    def test_the_item_registers_on_each_bus_that_starts(self):
         self.session.stub_backend(REPORTING_BACKEND)
         self.bus.stop()
         client = self.session.start()
@@ -37,7 +37,7 @@ class Buses(unittest.TestCase):
             self.bus.stop()
         self.assertEqual(client.end(), 0)
 
-    def test_a_bus_that_hangs_holds_nothing_up(self):
+    def test_a_hanging_bus_blocks_neither_start_nor_quit(self):
         self.session.backend("refresh")
         services = self.session.services()
         self.bus.freeze()

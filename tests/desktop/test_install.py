@@ -32,7 +32,7 @@ class Installed(unittest.TestCase):
         self.assertEqual(bus.get(ITEM, "ToolTip")[2], "Kestrune · 已連線 · Kestrune Menu Client")
         return client
 
-    def test_in_a_prefix_by_way_of_a_link(self):
+    def test_it_runs_from_a_prefix_through_a_symbolic_link(self):
         prefix = self.session.root / "前綴 a prefix"
         self.install(prefix)
         self.assertIn("share/kestrune-menu-client/codex-menubar.png", self.files(prefix))
@@ -45,7 +45,7 @@ class Installed(unittest.TestCase):
         shutil.rmtree(prefix)
         self.assertEqual(client.end(), 0)
 
-    def test_in_the_folder_of_a_backend_it_finds_that_backend(self):
+    def test_it_finds_the_backend_that_contains_it(self):
         self.install(self.session.repo / "dist", "--component", "backend")
         folder = self.session.repo / "dist/Kestrune Menu Client"
         self.assertIn("resources/codex-menubar.png", self.files(folder))

@@ -34,7 +34,7 @@ class Login(unittest.TestCase):
         environment = {name: value for name, value in self.session.environment.items() if name != "KESTRUNE_REPO_PATH"}
         return self.session.spawn("dex", "--wait", str(self.entry), env=environment, cwd="/")
 
-    def test_in_a_session_the_client_runs_again_and_finds_its_backend(self):
+    def test_the_autostart_entry_starts_the_client_with_its_backend(self):
         bus = Bus(self.session)
         screen = Screen(self.session)
         self.session.backend("refresh")

@@ -13,7 +13,8 @@ from rig.wire import Peer, answers, dies, does, refuses
 
 WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 DAEMON, ASK = "org.freedesktop.Notifications", "GetCapabilities"
-LOGIN, SLEEP = "org.freedesktop.login1", ("/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareForSleep")
+LOGIN = "org.freedesktop.login1"
+SLEEP = "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareForSleep"
 GUIDE_ROW = 24
 SOON = 8.0  # seconds; the timeout of a D-Bus call is 25
 

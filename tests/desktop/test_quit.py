@@ -36,7 +36,7 @@ class Quit(unittest.TestCase):
         self.assertEqual(self.session.processes(), [])
         self.assertEqual(listening_ports(), set())
 
-    def test_by_its_row_and_by_its_key(self):
+    def test_the_row_and_its_key_quit(self):
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)
         client.type("29")
@@ -50,7 +50,7 @@ class Quit(unittest.TestCase):
         self.assertEqual(client.quit(), 0)
         self.assertStopped()
 
-    def test_by_a_signal(self):
+    def test_signals_quit(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(signal=number.name):
                 self.refresh()
@@ -63,7 +63,7 @@ class Quit(unittest.TestCase):
                 # What is left to show of the others is that they are handled.
                 self.session.prefer(SWITCHED_OFF)
 
-    def test_by_its_terminal(self):
+    def test_ctrl_c_and_a_closed_terminal_quit(self):
         self.session.prefer(SWITCHED_OFF)
         for end in (lambda client: os.write(client.input, b"\x03"), lambda client: client.hang_up()):
             self.refresh()
@@ -73,7 +73,7 @@ class Quit(unittest.TestCase):
             self.assertEqual(client.status(), 0)
             self.assertStopped()
 
-    def test_whatever_comes_meanwhile_waits_for_the_end(self):
+    def test_signals_and_a_second_client_wait_until_the_stop_is_over(self):
         self.session.program("pgrep", HELD_UP_ONCE)
         client = self.session.terminal()
         self.assertEqual(client.checked().status, CONNECTED)

@@ -52,7 +52,7 @@ class Run(unittest.TestCase):
         listener = socket.create_server(("127.0.0.1", port))
         self.addCleanup(listener.close)
 
-    def test_the_client_is_started_on_a_sample_and_again_on_what_that_left_over(self):
+    def test_the_sample_backend_is_used_again(self):
         for _ in range(2):
             status, output, errors = self.run_it()
             self.assertEqual((status, errors), (0, ""))
@@ -64,12 +64,12 @@ class Run(unittest.TestCase):
         self.assertEqual(self.run_it()[0], 1)
         self.assertEqual(self.session.processes(), [])
 
-    def test_ports_of_others_are_left_to_them(self):
+    def test_it_fails_if_another_process_listens_on_a_port(self):
         for port in (8766, 8765):
             self.listen(port)
             self.assertFails(f"Stop the listener on port {port} first.")
 
-    def test_a_client_that_runs_is_named(self):
+    def test_it_fails_if_the_client_already_runs(self):
         self.listen(8765)
         place = self.session.runtime / "kestrune-menu-client"
         place.mkdir()
@@ -82,11 +82,11 @@ class Run(unittest.TestCase):
         holder.stdout.close()
         holder.wait()
 
-    def test_without_anybody_to_ask_for_a_password(self):
+    def test_it_fails_if_sudo_cannot_ask_for_a_password(self):
         (self.session.home / "missing").touch()
         self.assertFails("without a terminal sudo cannot ask for a password. As root: apt-get install")
 
-    def test_a_sudo_without_a_password_is_asked_nothing(self):
+    def test_sudo_without_a_password_is_used(self):
         (self.session.home / "missing").touch()
         self.stub("sudo", '[ "$1" = --non-interactive ] && shift && "$@"')
         self.stub("apt-get", 'echo "$*" >>"$HOME/asked"')
@@ -96,7 +96,7 @@ class Run(unittest.TestCase):
         self.assertEqual([line.split()[-1] for line in asked[:1]], ["update"])
         self.assertIn("install g++", asked[1])
 
-    def test_without_a_network(self):
+    def test_packages_that_cannot_be_installed_are_named(self):
         (self.session.home / "missing").touch()
         self.stub("sudo", '[ "$1" = --non-interactive ] && shift && "$@"')
         self.stub("apt-get", '[[ "$*" = *update ]] || { echo "E: no network"; exit 100; }')
@@ -104,14 +104,14 @@ class Run(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertRegex(errors, "^E: no network\nThe packages could not be installed.* as root: apt-get install.*\n$")
 
-    def test_without_a_home_that_can_be_written(self):
+    def test_it_fails_without_a_writable_state_folder(self):
         self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="/proc/nowhere")
         self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="", HOME="")
         status, output, errors = self.run_it(XDG_STATE_HOME="/proc/nowhere", KESTRUNE_REPO_PATH="/mine")
         self.assertEqual((status, errors), (0, ""))
         self.assertTrue(output.endswith("\nclient --terminal on /mine\n"))
 
-    def test_nothing_is_built_where_nobody_may_write(self):
+    def test_it_fails_without_a_writable_build_folder(self):
         (self.tree / "build").rename(self.tree / "elsewhere")
         (self.tree / "build").touch()
         self.assertFails("which you may not write to: copy it")

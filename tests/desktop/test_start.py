@@ -40,7 +40,7 @@ class Options(unittest.TestCase):
                 self.assertRegex(errors, f"^KestruneMenuClient: unknown option: {unknown}\n")
                 self.assertIn("Usage:", errors)
 
-    def test_what_does_not_go_together(self):
+    def test_options_that_exclude_each_other(self):
         for options in (["--json"], ["--follow"], ["--waybar"], ["--exit-zero"], ["--status", "--terminal"],
                         ["--status", "--background"], ["--status", "--diagnose"], ["--status", "--perform", "quit"],
                         ["--perform"], ["--status", "--json", "--waybar"], ["--diagnose", "--json"]):
@@ -55,7 +55,7 @@ class Start(unittest.TestCase):
         self.session = Session(self)
         self.session.stub_backend(REPORTING_BACKEND)
 
-    def test_the_tray_face_without_a_bus_says_so_once_and_supervises(self):
+    def test_the_tray_face_runs_without_a_bus_and_says_so_once(self):
         self.session = Session(self)
         self.session.backend("refresh")
         self.session.note_commands()
@@ -67,7 +67,7 @@ class Start(unittest.TestCase):
         for pid in services:
             wait_for_end(pid)
 
-    def test_a_machine_without_a_system_bus_is_told_of_and_what_commands_say_is_not(self):
+    def test_standard_error_names_a_missing_system_bus_and_no_output_of_commands(self):
         self.session.stub_backend(REPORTING_BACKEND + "echo '秘密的話' >&2\n")
         client = self.session.terminal(environment={"DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent"})
         self.assertEqual(client.checked().status, CONNECTED)
@@ -75,14 +75,14 @@ class Start(unittest.TestCase):
         self.assertEqual(client.errors.all(), NO_BUS + NO_SYSTEM_BUS)
         self.assertNotRegex(client.output.so_far, "Mac service|秘密")
 
-    def test_a_crash_leaves_no_memory_on_the_disk(self):
+    def test_a_crash_dumps_no_core(self):
         client = self.session.terminal(through=["sh", "-c", 'ulimit -S -c "$(ulimit -H -c)" && exec "$@"', "sh"])
         client.next_menu()
         client.send(signal.SIGSEGV)
         ended = os.waitid(os.P_PID, client.pid, os.WEXITED | os.WNOWAIT)
         self.assertEqual(ended.si_code, os.CLD_KILLED)  # not CLD_DUMPED
 
-    def test_with_all_streams_closed(self):
+    def test_it_starts_with_all_standard_streams_closed(self):
         client = self.session.start(through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
@@ -120,7 +120,7 @@ class OnlyOne(unittest.TestCase):
                     caller.send(b"ok\n")
                     self.assertEqual(later.status(), 0)
 
-    def test_a_successor_that_is_told_to_end_leaves_the_backend_alone(self):
+    def test_a_waiting_client_that_is_terminated_does_not_stop_the_backend(self):
         self.session = Session(self)
         self.session.backend("refresh")
         services = self.session.services()

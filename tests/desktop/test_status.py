@@ -44,7 +44,7 @@ class StatusTest(unittest.TestCase):
 
 
 class WithoutAClient(StatusTest):
-    def test_it_is_checked(self):
+    def test_status_runs_a_check(self):
         self.session.backend("refresh")
         services = self.session.services()
         status, said = self.json()
@@ -87,7 +87,7 @@ class WithAClient(StatusTest):
         # All commands of the start are over: none of them finds another backend.
         self.session.wait_for_start()
 
-    def test_it_is_asked_and_does_nothing_for_it(self):
+    def test_status_comes_from_the_client_without_a_command(self):
         menus = len(self.client.menus())
         self.session.stub_backend('touch "$HOME/touched"\n')
         status, said = self.json()
@@ -102,7 +102,7 @@ class WithAClient(StatusTest):
         os.close(near)
         process.wait()
 
-    def test_it_is_followed_until_it_ends(self):
+    def test_follow_prints_changes_and_the_end_of_the_client(self):
         process, text = self.follow("--json")
         waybar, bar = self.follow("--waybar")
         line = self.wait_for_line(bar, lambda line: line["class"] == "ok")
@@ -126,7 +126,7 @@ class Performing(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
 
-    def test_the_client_does_it_or_says_why_not(self):
+    def test_perform_runs_enabled_rows_only(self):
         self.session.prefer('{"autoConnectEnabled": false}')
         client = self.session.terminal()
         client.next_menu()
@@ -137,7 +137,7 @@ class Performing(unittest.TestCase):
         self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
         self.assertEqual(client.process.wait(), 0)
 
-    def test_without_a_client_only_the_list_can_be_had(self):
+    def test_perform_without_a_client_only_lists_actions(self):
         status, output, errors = self.session.run("--perform", "help")
         self.assertEqual((status, errors), (0, ""))
         self.assertIn("\nshowSettings            連線與 Token 設定…\n", output)
@@ -150,7 +150,7 @@ class Diagnosis(StatusTest):
         self.assertEqual(status, 0)
         return output, errors
 
-    def test_without_anything(self):
+    def test_diagnose_without_client_and_desktop(self):
         text, errors = self.diagnosis()
         self.assertRegex(text, r"^KestruneMenuClient \d+\.\d+\.\d+\n")
         for line in (f"Backend: {self.session.repo}, named by KESTRUNE_REPO_PATH", "Running client: none",
@@ -160,13 +160,13 @@ class Diagnosis(StatusTest):
         self.assertRegex(text, r"\nWindows: KestruneMenuDialogs \d.*, no display\n")
         self.assertIn("no session bus", errors)
 
-    def test_paths_cannot_do_more_than_be_read(self):
+    def test_diagnose_escapes_paths(self):
         self.session.environment["KESTRUNE_REPO_PATH"] = "/a\x1b[31m\nTray: forged"
         text, _ = self.diagnosis()
         self.assertNotIn("\x1b", text)
         self.assertIn("Backend: /a Tray: forged, named", text)
 
-    def test_one_that_says_nothing_of_itself_is_not_waited_for(self):
+    def test_diagnose_does_not_wait_for_a_hanging_client(self):
         place = self.session.runtime / "kestrune-menu-client"
         place.mkdir()
         with socket.socket(socket.AF_UNIX) as listener:
@@ -180,7 +180,7 @@ class Diagnosis(StatusTest):
                 self.assertEqual(asking.status(), 0)
         self.assertIn("  does not answer, or has another version\n", asking.output.all())
 
-    def test_output_that_cannot_be_written_is_a_failure(self):
+    def test_a_full_standard_output_is_an_error(self):
         for options in (["--diagnose"], ["--status"], ["--status", "--follow"], ["--help"]):
             with open("/dev/full", "w", encoding="utf-8") as full:
                 process = self.session.start(*options, stdout=full)
@@ -188,7 +188,7 @@ class Diagnosis(StatusTest):
                 self.assertTrue(process.errors.all().endswith(
                     "KestruneMenuClient: cannot write to standard output: No space left on device\n"), options)
 
-    def test_with_a_client_and_its_session(self):
+    def test_diagnose_with_a_client_and_its_session(self):
         bus = Bus(self.session)
         SystemBus(self.session)
         (self.session.repo / ".env").write_text(f"KESTRUNE_MAC_SERVICE_TOKEN={SECRET}\nKESTRUNE_APP_TOKEN={SECRET}\n")

@@ -15,7 +15,8 @@ from rig.session import BUILD, Session
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
          "halvask-mac-service", "/bin/sh ./halvask-desktop-bridge.sh",
          "/home/u/KestruneMenuClient/kestrune-mac-service",
-         "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient", "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
+         "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient",
+         "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
 # No part of one, however similar.
 OTHERS = ("kestrune-mac-client status", "com.kestrune.mac-service", "ssh -L 127.0.0.1:18765:127.0.0.1:9000 relay",
           "kestrune mac-service", "sleep")
@@ -108,7 +109,7 @@ class StopScript(unittest.TestCase):
             with self.subTest(process=process.args):
                 self.assertIsNone(process.poll())
 
-    def test_reaches_every_line_and_nobody_else(self):
+    def test_it_stops_units_processes_and_listeners_of_the_backend_only(self):
         self.session.program("systemctl", SYSTEMCTL)
         parts = [self.called(words) for words in PARTS]
         others = [*map(self.called, OTHERS), *self.clients()]
@@ -126,7 +127,7 @@ class StopScript(unittest.TestCase):
         self.assertEqual(listening_ports(), {8767})
         self.assertRun([*others, bystander, *visitors])
 
-    def test_does_not_need_a_service_manager(self):
+    def test_it_needs_no_service_manager(self):
         # The real tool, which finds no manager in this session.
         listener = self.listener(8766)
         self.assertEqual(self.stop(), "")
@@ -138,7 +139,7 @@ class StopScript(unittest.TestCase):
         for line in output:
             self.assertRegex(line, "connect to .*bus")
 
-    def test_spares_the_client_that_runs_it_and_its_terminal(self):
+    def test_it_spares_the_client_that_runs_it_and_its_terminal(self):
         self.session.program("systemctl", "")
         # Shells stay, and keep their names, if their last command is not the only one.
         client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
@@ -146,7 +147,7 @@ class StopScript(unittest.TestCase):
         terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'
         self.assertEqual(self.stop("bash", "-c", terminal, "terminal --directory=/home/u/kestrune-desktop-bridge"), "")
 
-    def test_reaches_the_last_line_in_time_after_a_slow_login_whatever_the_service_manager_does(self):
+    def test_a_slow_login_and_a_hanging_systemctl_leave_time_for_the_last_line(self):
         with self.session.profile.open("a") as profile:
             profile.write("sleep 3\n")
         for seconds in (1000, 0.9):

@@ -36,7 +36,7 @@ class InPanel(unittest.TestCase):
         self.assertEqual(len(self.panel.wait_for_item()), 1)
         self.panel.wait_for_icon(coloured=True)
 
-    def test_the_icon_comes_with_each_panel_and_each_screen_and_its_menu_quits(self):
+    def test_the_icon_returns_with_each_panel_and_screen_and_its_menu_quits(self):
         self.session.backend("refresh")
         services = self.session.services()
         client = self.start_client()

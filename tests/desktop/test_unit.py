@@ -46,7 +46,7 @@ class Unit(unittest.TestCase):
         self.assertEqual([self.session.events.next() for _ in range(2)], ["stopping"] * 2)
         return self.bus.pid()
 
-    def test_it_starts_anew_in_its_own_process_and_reaps_what_was_opened_before(self):
+    def test_a_restart_keeps_the_process_and_reaps_earlier_children(self):
         client = self.start(through=["sh", "-c", AS_SERVICE])
         self.bus.click(25)
         opened = int(self.session.events.next())

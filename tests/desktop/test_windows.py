@@ -55,7 +55,7 @@ class Windows(OnScreen):
 
 
 class Quitting(OnScreen):
-    def test_windows_go_before_the_backend_is_stopped(self):
+    def test_windows_close_before_the_backend_is_stopped(self):
         self.session.backend("refresh")
         services = self.session.services()
         before = set(self.session.processes())
@@ -87,7 +87,7 @@ class Quitting(OnScreen):
 
 
 class Restart(OnScreen):
-    def test_a_fresh_client_takes_over(self):
+    def test_a_restart_starts_a_new_client(self):
         self.session.program("lsof", HELD_UP_STOP)
         # A display that is not there, and one that goes, are the same to it.
         self.start(environment={"DISPLAY": self.screen.name + "1"})

@@ -146,7 +146,7 @@ class Client:
     def assert_only_started(self, status):
         """Only the menus of a start were printed."""
         printed = [menu.status for menu in self.menus()]
-        # The first check and the reconnect come in any order. A state that is over before its menu is printed is left out.
+        # The first check and the reconnect come in any order. Not every state is printed.
         assert printed in ([CHECKING, RECONNECTING, status], [CHECKING, status, RECONNECTING, status],
                            [CHECKING, status]), printed
 

@@ -25,7 +25,8 @@ def process_state(pid):
 def running():
     """Ids of the processes of the namespace, without zombies."""
     # By their state: during execve a process has no command line.
-    return [int(name) for name in os.listdir("/proc") if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
+    return [int(name) for name in os.listdir("/proc")
+            if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
 
 
 def program_of(pid):

@@ -150,7 +150,7 @@ class Listener:
 
 
 class Peer(Listener):
-    """Owns a bus name, records the calls, and lets `behaviour(peer, call)` answer them. Without one it never answers."""
+    """Owns a bus name, records the calls, and answers them by `behaviour(peer, call)`; without one, never."""
 
     def __init__(self, bus, name, behaviour=None):
         connection = Connection(bus)
