@@ -1,5 +1,6 @@
 """The installed packages in the session of a desktop: for a system in which nothing else is built or installed."""
 
+import glob
 import json
 import subprocess
 import unittest
@@ -13,7 +14,7 @@ from rig.processes import PORTS, listening_ports, processes_of, program_of, wait
 from rig.session import PROGRAM, Session
 
 APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
-NEXT_VERSION = Path("/packages/second").glob("*.deb")
+NEXT_VERSION = "/packages/second/*.deb"
 
 # As a service manager tells the main process of a service that it is.
 AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
@@ -92,7 +93,7 @@ class Rehearsal(unittest.TestCase):
         traffic.kill()
 
         before = self.bus.pid()
-        subprocess.run(["apt-get", "-q", "-y", "install", *NEXT_VERSION], check=True)
+        subprocess.run(["apt-get", "-q", "-y", "install", *glob.glob(NEXT_VERSION)], check=True)
         self.assertEqual(self.bus.pid(), before)
         self.assertEqual(program_of(before), f"{PROGRAM} (deleted)")
         self.assertEqual(self.status()["source"], "client")
