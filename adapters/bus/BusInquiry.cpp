@@ -12,7 +12,7 @@ BusInquiry::Outcome outcomeOf(sd_bus_message* reply) {
   const auto is = [failure](const char* name) { return sd_bus_error_has_name(failure, name) != 0; };
   if (failure == nullptr) return BusInquiry::Outcome::answered;
   if (is(SD_BUS_ERROR_NAME_HAS_NO_OWNER) || is(SD_BUS_ERROR_SERVICE_UNKNOWN))
-    return BusInquiry::Outcome::nobodyThere;
+    return BusInquiry::Outcome::noOwner;
   if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_TIMEOUT)) return BusInquiry::Outcome::unanswered;
   return BusInquiry::Outcome::refused;
 }

@@ -19,7 +19,7 @@ class BusInquiry final : public BusClient {
   enum class Outcome {
     answered,
     refused,      ///< by a D-Bus error
-    nobodyThere,  ///< NameHasNoOwner or ServiceUnknown
+    noOwner,  ///< NameHasNoOwner or ServiceUnknown
     unanswered,   ///< timeout, or the destination left the bus
   };
   /// `reply` holds the values; null unless the outcome is `answered`.

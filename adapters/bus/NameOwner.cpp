@@ -11,7 +11,7 @@ void NameOwner::busConnected(sd_bus* bus) {
   sd_bus_slot* slot = nullptr;
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
                            "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
-  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &changed, &ignoreAnswer, this) >= 0) match.reset(slot);
+  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &changed, &ignoreReply, this) >= 0) match.reset(slot);
   sd_bus_message* call = nullptr;
   if (sd_bus_message_new_method_call(bus, &call, busName, busPath, busName, "GetNameOwner") < 0) return;
   const BusMessage owned(call);
@@ -52,7 +52,7 @@ int NameOwner::changed(sd_bus_message* signal, void* data, sd_bus_error*) {
   const char* name = nullptr;
   const char* before = nullptr;
   const char* after = nullptr;
-  if (isFromBus(signal) && sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
+  if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
     static_cast<NameOwner*>(data)->set(after);
   }
   return 0;

@@ -19,16 +19,16 @@ constexpr auto localInterface = "org.freedesktop.DBus.Local";
 
 }  // namespace
 
-int ignoreAnswer(sd_bus_message*, void*, sd_bus_error*) {
+int ignoreReply(sd_bus_message*, void*, sd_bus_error*) {
   return 0;
 }
 
-bool isFromBus(sd_bus_message* signal) {
+bool isFromBusDaemon(sd_bus_message* signal) {
   const char* const sender = sd_bus_message_get_sender(signal);
   return sender != nullptr && std::strcmp(sender, busName) == 0;
 }
 
-bool isForEverybody(sd_bus_message* signal) {
+bool isBroadcast(sd_bus_message* signal) {
   return sd_bus_message_get_destination(signal) == nullptr;
 }
 

@@ -28,15 +28,15 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
 /// A reply handler for sd_bus_add_match_async that ignores a refused AddMatch: the signals are then missing.
 /// Without a handler, sd-bus closes the connection, and we would reconnect and be refused again.
-int ignoreAnswer(sd_bus_message* reply, void* data, sd_bus_error* error);
+int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
 /// Whether the sender is the bus daemon. Match rules filter broadcasts only: any process may send this
 /// connection a unicast signal.
-bool isFromBus(sd_bus_message* signal);
+bool isFromBusDaemon(sd_bus_message* signal);
 
 /// Whether the signal is a broadcast. The bus delivers a broadcast only if it matches one of our rules,
 /// sender included; a unicast signal arrives in any case.
-bool isForEverybody(sd_bus_message* signal);
+bool isBroadcast(sd_bus_message* signal);
 
 /// A user of a bus connection, which registers again on each new connection.
 class BusClient {

@@ -116,7 +116,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     sd_bus_slot* slot = nullptr;
     if (sd_bus_match_signal_async(connected, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
                                   "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
-                                  &ignoreAnswer, this) >= 0) {
+                                  &ignoreReply, this) >= 0) {
       sleepSignal.reset(slot);
     }
   }
@@ -125,7 +125,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
 
   static int prepareForSleep(sd_bus_message* signal, void* data, sd_bus_error*) {
     int goesToSleep = 1;
-    if (!isForEverybody(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0) return 0;
+    if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0) return 0;
     if (goesToSleep == 0) static_cast<Monitor*>(data)->resumed();
     return 0;
   }

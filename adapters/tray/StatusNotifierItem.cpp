@@ -125,7 +125,7 @@ void StatusNotifierItem::busConnected(sd_bus* connection) {
     object.reset(slot);
   exportedMenu.busConnected(bus);
   if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
-                                &hostRegistered, &ignoreAnswer, this) >= 0) {
+                                &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
   hosts.busConnected(bus);
@@ -166,7 +166,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 }
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
-  if (!isForEverybody(signal)) return 0;
+  if (!isBroadcast(signal)) return 0;
   // A watcher without a host may have refused the item. To register twice does no harm.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;

@@ -51,7 +51,7 @@ void TrayAdvice::look() {
                 int there = 0;
                 const bool hasNoHost =
                     reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-                if (outcome == BusInquiry::Outcome::nobodyThere || hasNoHost) {
+                if (outcome == BusInquiry::Outcome::noOwner || hasNoHost) {
                   trayMissing();
                 } else if (advised) {
                   notifications.withdraw(advice.identifier);

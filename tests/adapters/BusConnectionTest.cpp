@@ -175,7 +175,7 @@ struct BusInquiryTest : ::testing::Test {
 
 TEST_F(BusInquiryTest, TellsAnswersRefusalsAndMissingServicesApart) {
   ask();
-  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::nobodyThere});
+  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::noOwner});
   serve([](sd_bus_message* call) { return sd_bus_reply_method_return(call, "") >= 0; });
   ask();
   EXPECT_EQ(outcomesAtLast().back(), Outcome::answered);
