@@ -33,7 +33,7 @@ struct Png : FileTest {
 
 // --- files
 
-TEST_F(Png, OfTheLogoIsReadWithAllItsResolutions) {
+TEST_F(Png, ReadsTheLogoWithAllResolutions) {
   const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
   ASSERT_NE(logo, nullptr);
   EXPECT_EQ(widths(logo), (std::vector{16, 22, 24, 32, 44, 48, 64}));
@@ -45,7 +45,7 @@ TEST_F(Png, OfTheLogoIsReadWithAllItsResolutions) {
   }
 }
 
-TEST_F(Png, InGreyIsTheFilteredLogo) {
+TEST_F(Png, MatchesTheFilterInTheGreyLogo) {
   const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
   const ImageRef file = images.imageFromFile(resources + "codex-menubar-grey.png");
   ASSERT_TRUE(logo && file);
@@ -61,7 +61,7 @@ TEST_F(Png, InGreyIsTheFilteredLogo) {
   EXPECT_LE(farthest, 3) << "half-transparent pixels are rounded otherwise";
 }
 
-TEST_F(Png, IsReadPixelByPixel) {
+TEST_F(Png, ReadsEveryPixel) {
   // Half transparent, which must not darken the colours.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
   const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
@@ -73,7 +73,7 @@ TEST_F(Png, IsReadPixelByPixel) {
   EXPECT_EQ(images.imageFromFile(folder.file("pixels.png"))->width, 2) << "each reader has its own";
 }
 
-TEST_F(Png, IsJoinedByItsOtherResolutionsAndByNothingElse) {
+TEST_F(Png, AddsOtherResolutionsInTheFolder) {
   put("logo.png", 22);
   put("logo-44.png", 44);
   put("logo-16.png", 16);
@@ -99,7 +99,7 @@ TEST_F(Png, IsNullForAFileWithoutAnImage) {
     EXPECT_EQ(images.imageFromFile(put("cut.png", logo.substr(0, size))), nullptr) << size;
 }
 
-TEST_F(Png, IsNoLargerThanALogoCanBe) {
+TEST_F(Png, IsNullForAnImageWiderOrHigherThan1024) {
   EXPECT_EQ(widths(images.imageFromFile(put("large.png", pngOf(makePattern(1024, 1))))), std::vector{1024});
   EXPECT_EQ(images.imageFromFile(put("wide.png", pngOf(makePattern(1025, 1)))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("high.png", pngOf(makePattern(1, 1025)))), nullptr);
@@ -118,7 +118,7 @@ std::string icns(const std::string& type, const std::string& contents) {
   return type + bigEndian(contents.size() + 8) + contents;
 }
 
-TEST_F(Png, InAnIconFileIsReadWithTheOthersThere) {
+TEST_F(Png, ReadsAllPngsInAnIcnsFile) {
   const std::string bytes =
       icns("icns", icns("TOC ", "whatever") + icns("ic07", pngOf(makePattern(32, 32))) +
                        icns("is32", std::string(100, 'r')) + icns("icp4", pngOf(makePattern(16, 16))));
@@ -128,7 +128,7 @@ TEST_F(Png, InAnIconFileIsReadWithTheOthersThere) {
   EXPECT_EQ(image->bitmaps[1], makePattern(32, 32));
 }
 
-TEST_F(Png, IsNotMadeUpForAnIconFileWithoutOne) {
+TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   const std::string part = icns("icp4", pngOf(makePattern(16, 16)));
   EXPECT_EQ(images.imageFromFile(put("a.icns", std::string("icns"))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("b.icns", icns("icns", ""))), nullptr);

@@ -7,7 +7,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A face that writes down what it is told.
+/// A face that logs its calls.
 struct RecordingFace final : AlertQueue {
   RecordingFace(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
 
@@ -63,7 +63,7 @@ struct TheAlertQueue : ::testing::Test {
   std::function<void()> whenAnswered;
 };
 
-TEST_F(TheAlertQueue, StacksWhatAButtonInsideAsksFor) {
+TEST_F(TheAlertQueue, StacksAlertsThatAButtonRequests) {
   open("first");
   present("queued");
   target->onPerform = [this] {
@@ -83,7 +83,7 @@ TEST_F(TheAlertQueue, StacksWhatAButtonInsideAsksFor) {
   EXPECT_EQ(newCalls(), (CallLog{"queued 0", "resume "}));
 }
 
-TEST_F(TheAlertQueue, QueuesWhatAnAnswerAsksFor) {
+TEST_F(TheAlertQueue, QueuesAlertsThatACompletionRequests) {
   open("first");
   target->onPerform = [this] { present("top"); };
   press("first");
@@ -101,7 +101,7 @@ TEST_F(TheAlertQueue, QueuesWhatAnAnswerAsksFor) {
   EXPECT_EQ(newCalls(), (CallLog{"queued 0", "show asked for by an answer"}));
 }
 
-TEST_F(TheAlertQueue, ResumesWhenAButtonInsideAsksForNothing) {
+TEST_F(TheAlertQueue, ResumesWhenAButtonRequestsNothing) {
   open("first");
   newCalls();
   press("first");
@@ -112,7 +112,7 @@ TEST_F(TheAlertQueue, ResumesWhenAButtonInsideAsksForNothing) {
   EXPECT_EQ(newCalls(), CallLog{"resume first"});
 }
 
-TEST_F(TheAlertQueue, RaisesWhatAnAlertHasToWaitFor) {
+TEST_F(TheAlertQueue, RaisesTheOpenAlertWhenAnotherWaits) {
   present("minimised");
   present("at the same time");
   EXPECT_EQ(newCalls(), CallLog{}) << "before the caller is done";
@@ -122,7 +122,7 @@ TEST_F(TheAlertQueue, RaisesWhatAnAlertHasToWaitFor) {
   EXPECT_EQ(newCalls(), CallLog{"raise minimised"});
 }
 
-TEST_F(TheAlertQueue, RaisesTheOneOfAnIdentifierInsteadOfShowingAnother) {
+TEST_F(TheAlertQueue, RaisesAnAlertWithTheSameIdentifier) {
   present("other");
   present("waiting", "one");
   loop.runMain();
@@ -138,7 +138,7 @@ TEST_F(TheAlertQueue, RaisesTheOneOfAnIdentifierInsteadOfShowingAnother) {
   EXPECT_EQ(newCalls(), (CallLog{"waiting 0", "resume ", "show afterwards"}));
 }
 
-TEST_F(TheAlertQueue, StacksOneOfAnIdentifierForTwoPresses) {
+TEST_F(TheAlertQueue, StacksAnIdentifierOnceForTwoPresses) {
   open("first");
   target->onPerform = [this] { present("top", "one"); };
   newCalls();
@@ -147,7 +147,7 @@ TEST_F(TheAlertQueue, StacksOneOfAnIdentifierForTwoPresses) {
   EXPECT_EQ(newCalls(), (CallLog{"raise first", "show top"}));
 }
 
-TEST_F(TheAlertQueue, ShowsTheNextWhenOneEndsAtOnce) {
+TEST_F(TheAlertQueue, ShowsTheNextWhenShowAnswersAtOnce) {
   face.answersAtOnce = true;
   present("a");
   present("b");
@@ -155,7 +155,7 @@ TEST_F(TheAlertQueue, ShowsTheNextWhenOneEndsAtOnce) {
   EXPECT_EQ(newCalls(), (CallLog{"show a", "a cancelled", "show b", "b cancelled", "resume "}));
 }
 
-TEST_F(TheAlertQueue, IgnoresWhatIsNotOpenAndAButtonThatIsNotThere) {
+TEST_F(TheAlertQueue, IgnoresUnknownAlertsAndButtons) {
   open("a");
   newCalls();
   answer("a", 2);
@@ -166,7 +166,7 @@ TEST_F(TheAlertQueue, IgnoresWhatIsNotOpenAndAButtonThatIsNotThere) {
   EXPECT_EQ(target->performed, CallLog{});
 }
 
-TEST_F(TheAlertQueue, ForgetsWhatIsOpenAndWhatWaits) {
+TEST_F(TheAlertQueue, ForgetsOpenAndWaitingAlerts) {
   open("first");
   present("queued");
   target->onPerform = [this] {
