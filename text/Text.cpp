@@ -103,7 +103,8 @@ std::size_t escapeSequenceLength(std::string_view text) {
   }
 }
 
-/// The length in bytes of the first `count` characters of `text`, or of all of it if it has fewer.
+/// The length in bytes of the first `count` characters (grapheme clusters) of `text`, or of all of it if it
+/// has fewer.
 std::size_t prefixLength(std::string_view text, std::size_t count) {
   utf8proc_int32_t state = 0;
   utf8proc_int32_t previous = 0;

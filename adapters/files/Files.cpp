@@ -24,7 +24,7 @@ namespace {
 
 constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// Follows the symbolic links at `path`, also to a target that does not exist.
+/// Follows the symbolic links at `path`, also a dangling one.
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;

@@ -66,7 +66,8 @@ void removeAbandoned(const fs::path& folder) {
   }
 }
 
-/// The POSIX ACL of the file, as bytes; empty when it has none, absent when it cannot be read.
+/// The POSIX ACL of the file, the bytes of an extended attribute; empty when it has none, absent when it
+/// cannot be read.
 std::optional<std::string> accessList(const fs::path& path) {
   char list[XATTR_SIZE_MAX];
   const ssize_t size = getxattr(path.c_str(), aclAttribute, list, sizeof list);

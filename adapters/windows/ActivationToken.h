@@ -6,8 +6,8 @@
 
 namespace kestrune {
 
-/// The token (xdg-activation) that the tray was given with the last click, for the window that this click
-/// opens. Main thread.
+/// The activation token (XDG_ACTIVATION_TOKEN) that the tray was given with the last click, for the window
+/// that this click opens. Main thread.
 class ActivationToken {
  public:
   /// Anybody on the bus may give one: a text that is too long for a token counts as none.
