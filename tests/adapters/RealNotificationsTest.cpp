@@ -8,7 +8,6 @@
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"
-#include "tests/rig/StartingBus.h"
 #include "tests/rig/VirtualTime.h"
 
 // The notifications with a real daemon.

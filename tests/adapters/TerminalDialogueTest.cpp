@@ -16,7 +16,7 @@ namespace {
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
                                   label("between"), field("b", ""), label("last")}),
-                            {}, false, 0);
+                            {}, false, 0, 0);
   EXPECT_EQ(dialogue.begin(),
             "\nℹ Form\n────────────────────────────\nAbout it\n"
             "（每一欄按 Enter 保留原值，輸入「清空」清除。）\n\nfirst\n");
@@ -34,7 +34,7 @@ TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
 TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
   TerminalDialogue dialogue(form({field("kept", "1"), field("blank", "2"), field("emptied", "3"),
                                   field("emptied-widely", "4"), field("replaced", "5")}),
-                            {}, false, 0);
+                            {}, false, 0, 0);
   dialogue.begin();
   for (const char* const line : {"", "  ", "清空", " 清空 ", " x y "}) dialogue.take(line);
   EXPECT_EQ(
@@ -46,7 +46,7 @@ TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
 TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
   TerminalDialogue dialogue(form({field("key", "sk-secret", ViewKind::secureTextField),
                                   field("other", "", ViewKind::secureTextField), field("plain", "")}),
-                            {}, false, 0);
+                            {}, false, 0, 0);
   EXPECT_EQ(dialogue.begin().find("sk-secret"), std::string::npos);
   EXPECT_TRUE(dialogue.asksForSecret());
   EXPECT_EQ(dialogue.question(), "Field key（已填，不顯示）> ");
@@ -60,7 +60,7 @@ TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
 }
 
 TEST(TerminalDialogue, NumbersTheButtonsInsideAfterItsOwn) {
-  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, false, 0);
+  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, false, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n[1] Save  [2] Cancel  [3] Show  [4] Hide  \n"), std::string::npos);
   const auto step = dialogue.take("4");
   EXPECT_EQ(step.action, "hide");
@@ -77,7 +77,7 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   heading.fontWeight = FontWeight::semibold;
   View hint = label("hint");
   hint.textColor = TextColor::secondary;
-  TerminalDialogue dialogue(form({heading, hint}), {true}, false, 0);
+  TerminalDialogue dialogue(form({heading, hint}), {true}, false, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
 
