@@ -20,7 +20,7 @@ namespace {
 
 constexpr auto label = "com.example.client";
 
-/// Folder names that can be quoted in Exec, and names that cannot.
+/// Program paths with `plainNames` can be quoted in an entry's Exec key; paths with `otherNames` cannot.
 const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|c&d<e>f*? [x] {y} #hash ~ (z)!"};
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};
@@ -41,7 +41,7 @@ struct AutostartEntriesTest : FileTest {
 
   void put(const std::string& text) const { testing::put(path, text); }
 
-  /// A program that writes its repository and its arguments to the file $NOTES.
+  /// Creates a program that writes its repository and its arguments to the file $NOTES. Returns its path.
   std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
     fs::create_directories(home.file(below));
     const std::string file = home.file(below) + "/" + name;
@@ -52,7 +52,7 @@ struct AutostartEntriesTest : FileTest {
     return file;
   }
 
-  /// What the program has written after `command` has started it without waiting for it.
+  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
     unlink(notes.c_str());
@@ -121,14 +121,14 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
       put(*agents.document(label, executable, repo));
       EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
-      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot handle these
+      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot start such paths
       EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
     }
   }
 }
 
-// --- switched on or off
+// --- entries that the desktop has switched on or off
 
 TEST_F(AutostartEntriesTest, EntrySwitchedOffByTheDesktopIsNotRegistered) {
   const std::string entry = *agents.document(label, "/opt/client", "/repo");
@@ -165,7 +165,7 @@ TEST_F(AutostartEntriesTest, FolderOrLinkToDevNullIsNotRegistered) {
   EXPECT_FALSE(agents.isRegistered(label));
 }
 
-// --- repair
+// --- repair of an entry whose program or repository is gone
 
 TEST_F(AutostartEntriesTest, RepairReplacesAProgramThatIsGone) {
   for (const auto& name : plainNames) {

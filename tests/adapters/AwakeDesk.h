@@ -26,11 +26,11 @@ inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
 inline constexpr Seconds patienceWithAService{0.25};
-inline constexpr Seconds soon{5.0};  // far below the 25 s after which sd-bus gives up
+inline constexpr Seconds soon{5.0};  // far below the 25 s after which an sd-bus call fails
 
-/// How often the client made a call with a timeout of 250 ms.
+/// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;
-/// Whether such a call may time out. Otherwise it waits longer, because a busy machine may be slow.
+/// Whether these calls may time out. If false, they wait longer, because a busy machine may answer late.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =
@@ -45,12 +45,12 @@ inline const std::string loginCall =
 
 using Calls = std::vector<std::string>;
 
-/// Both buses, with services that come and go as a test wants it.
+/// A session bus and a system bus. The test starts and stops both buses and the services on them.
 struct AwakeDesk : ::testing::Test {
   AwakeDesk() { quarterSeconds = 0; }
 
   SignalState restored;
-  // Second, because the last PrivateBus is the session bus.
+  // Each PrivateBus sets DBUS_SESSION_BUS_ADDRESS, so the session bus must be the last one declared.
   PrivateBus systemDaemon;
   ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", systemDaemon.address()};
   PrivateBus sessionDaemon;
@@ -79,7 +79,7 @@ struct AwakeDesk : ::testing::Test {
     sessionDaemon.start();
   }
 
-  /// Returns when the client knows which services run.
+  /// Connects the client to both buses. Returns when the client knows which services run.
   void connect() {
     sessionBus.connect();
     systemBus.connect();
@@ -92,7 +92,7 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// The same with a service that does not answer.
+  /// Calls `create` with a service that does not answer, so that the call may time out.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

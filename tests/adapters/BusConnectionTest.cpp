@@ -16,7 +16,7 @@ namespace kestrune::testing {
 namespace {
 
 using BusConnection = EmptyDesk;
-constexpr Seconds atOnce{5.0};  // a call that blocks on a stopped bus takes 25 s
+constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a stopped bus takes
 
 TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   daemon.start();
@@ -101,7 +101,7 @@ TEST_F(BusConnection, RetryDelayGrowsWhileNobodyAnswers) {
   });
   bus.connect();
   ASSERT_TRUE(comesTrue(loop, [&attempts] { return attempts.size() == 4; }));
-  // Delays of 0.1, 0.2 and 0.4 s.
+  // The connection waits 0.1, 0.2 and 0.4 s between these four attempts, 0.7 s in total.
   EXPECT_GT(Seconds(attempts.back() - attempts.front()), Seconds{0.5});
 }
 
@@ -121,7 +121,8 @@ TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
 }
 
 TEST_F(BusConnection, MissingBusIsReportedOnce) {
-  // In its own process with its own error: reportOnce prints a message once per process.
+  // reportOnce prints a message once per process, so this runs in a process of its own, with an error
+  // (ENOTDIR) that no other test causes.
   const ScratchFolder folder;
   std::ofstream(folder.file("file")) << "not a folder";
   ForkedProgram program([&folder](const ForkedProgram::Say& say) {

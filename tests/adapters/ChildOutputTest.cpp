@@ -12,7 +12,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// Longer than any step here takes, shorter than the 60 s of the descendants.
+// This is longer than any step of these tests, but shorter than the 60 s for which descendants hold a pipe.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -28,7 +28,7 @@ TEST_F(ChildOutput, StandardOutputComesBeforeStandardError) {
   EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");
 }
 
-/// Calls isRunning() repeatedly, as the runner does, until `condition` holds.
+/// Calls isRunning() repeatedly, as the client does, until `condition` holds; returns false if it never does.
 bool comesTrueWhileWatched(Process& child, const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (child.isRunning() && !condition() && std::chrono::steady_clock::now() < deadline) sched_yield();
@@ -48,7 +48,7 @@ TEST_F(ChildOutput, ChildCanWrite64KiBToASmallPipe) {
 }
 
 TEST_F(ChildOutput, ChildCanWrite64KiBInSmallWrites) {
-  // The kernel starts a new page of the pipe when a write does not fit into the current one.
+  // Each write is just over half a page, so the kernel puts each one into a new page of the pipe.
   const std::string half(2049, 'x');
   Arguments arguments;
   for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {
@@ -82,7 +82,7 @@ TEST_F(ChildOutput, OutputIsCutAtTheLimit) {
 
 TEST_F(ChildOutput, OutputIsCutBetweenCharacters) {
   for (const std::string character : {"é", "字", "🟢"}) {
-    // The first byte makes the limit fall into the middle of a character of any size.
+    // Because of the `x`, the limit falls in the middle of a character of 2 or 4 bytes.
     const std::string output = outputOf({"out", "x", "of", character, "flood", std::to_string(limit)});
     const std::size_t whole = (limit - 1) / character.size();
     EXPECT_EQ(output.size(), 1 + whole * character.size()) << character;
@@ -128,12 +128,12 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // SIGPIPE ends it: the read ends are closed.
+    // SIGPIPE ends the writing descendant, because readOutput has closed the read ends of its pipes.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }
 
-/// The peak memory (VmHWM) in bytes since the last write to clear_refs.
+/// Returns this process's peak memory (VmHWM) in bytes. Writing 5 to /proc/self/clear_refs resets the peak.
 std::size_t peakMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {

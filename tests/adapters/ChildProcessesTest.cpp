@@ -18,7 +18,7 @@ namespace kestrune::testing {
 namespace {
 
 struct ChildProcess : ::testing::Test, RealChildren {
-  /// Whether this process has children, including zombies.
+  /// Returns whether this process has children, including zombies.
   static bool hasChildren() {
     siginfo_t ignored{};
     return waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
@@ -112,7 +112,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
       for (int i = 0; i < 5; ++i) {
         const std::string text = std::to_string(thread * 100 + i);
         const auto child = launch({"out", text, "exit", "0"});
-        // Fails if a sibling inherited a write end of this child's pipes.
+        // The output would not end with this child if another child had inherited a write end.
         if (child->readOutput(patience) != text) continue;
         while (child->isRunning()) std::this_thread::yield();
         if (child->terminationStatus() == 0) ++successes;
@@ -124,7 +124,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- after reserveForThisThread
+// --- after reserveForThisThread, with which the client prepares its end
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 
@@ -132,7 +132,7 @@ TEST_F(ReservedProcesses, WholeGroupOfAChildIsKilled) {
   const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
   processes.reserveForThisThread();
   EXPECT_TRUE(ends(*child));
-  // The output ends when the last process that holds a write end has ended.
+  // The descendant also holds a write end of the pipe, so the output ends only when the descendant does.
   EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
 }
 
@@ -181,11 +181,11 @@ struct ChildInheritance : ::testing::Test, RealChildren {
   using Signals = std::bitset<64>;
   inline static const Signals none;
 
-  /// The child's signal mask of that kind in /proc/PID/status; bit 0 is signal 1.
+  /// Returns the child's signals in the line `kind` (such as SigBlk) of /proc/PID/status. Bit 0 is signal 1.
   Signals signals(const std::string& kind) {
     const std::string all = outputOf({"signals"});
     Signals found = std::stoull(all.substr(all.find(kind + ":\t") + kind.size() + 2), nullptr, 16);
-    // glibc keeps the signals from 32 to SIGRTMIN for itself.
+    // glibc uses the signals from 32 up to SIGRTMIN for itself, so the test ignores them.
     for (int own = 32; own < SIGRTMIN; ++own) found.reset(static_cast<std::size_t>(own - 1));
     return found;
   }

@@ -5,9 +5,9 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // a call that blocks on a frozen bus takes 25 s
+constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a frozen bus takes
 
-/// A daemon that numbers what it shows from `number` on.
+/// Behaves as a daemon that gives the first notification the id `number`, and each later one the next id.
 StubService::Behaviour numberingFrom(std::uint32_t number) {
   return [number](sd_bus_message* call) mutable {
     if (std::strcmp(sd_bus_message_get_member(call), "Notify") != 0) return plain(call);
@@ -29,14 +29,14 @@ struct DesktopNotifications : NotifyingDesk {
     connect();
   }
   void addLasting(const char* identifier) { notifications->add({identifier, identifier, "", true}); }
-  /// Returns when the client has the daemon's answers.
+  /// Returns when the client has received all answers that the daemon has sent.
   void settle() {
     daemon->settle();
     ASSERT_TRUE(trip.succeeds(loop));
   }
 };
 
-// --- what is sent
+// --- what the client sends to the daemon
 
 TEST_F(DesktopNotifications, AreTransientAndNameTheClient) {
   start(plain);
@@ -159,7 +159,7 @@ TEST_F(DesktopNotifications, CanBeWithdrawnIfTheyAreAmongTheLast32) {
 
 // --- daemons that come and go, or do not answer
 
-TEST_F(DesktopNotifications, ReadTheSameEitherWayUntilTheDaemonHasAnswered) {
+TEST_F(DesktopNotifications, ReadTheSameWithAndWithoutMarkupUntilTheDaemonHasAnswered) {
   sd_bus_message* held = nullptr;
   start(StubService::holds("GetCapabilities", held));
   EXPECT_EQ(shown("<a> & b"), "＜a> ＆ b");
@@ -174,7 +174,7 @@ TEST_F(DesktopNotifications, ReadTheSameEitherWayUntilTheDaemonHasAnswered) {
   EXPECT_EQ(shown("<"), "＜") << "the answer was that of another daemon";
 }
 
-TEST_F(DesktopNotifications, ReadTheSameEitherWayForADaemonWithoutCapabilities) {
+TEST_F(DesktopNotifications, ReadTheSameWithAndWithoutMarkupIfCapabilitiesAreUnknown) {
   for (const StubService::Behaviour& behaviour :
        {StubService::refuses(SD_BUS_ERROR_UNKNOWN_METHOD), StubService::Behaviour([](sd_bus_message* call) {
           sd_bus_reply_method_return(call, "u", 7);

@@ -19,12 +19,12 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// A PATH with programs that record how they are started.
+/// Replaces PATH by a folder of its own. The programs in the folder record how they are started.
 class RecordingMachine {
  public:
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
 
-  /// Adds a program, and returns its path.
+  /// Adds a recording program to PATH, and returns the path of its file.
   std::string add(const std::string& name,
                   std::filesystem::perms permissions = std::filesystem::perms::owner_all) {
     const std::string program = folder.file("bin/" + name);
@@ -36,14 +36,14 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Name, relaunch variable, PID and arguments of each program that was started.
+  /// Returns the name, the value of `relaunchVariable`, the PID and the arguments of each started program.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;
     for (std::string entry; std::getline(file, entry, '\0');) entries.push_back(entry);
     return entries;
   }
-  /// `record` without the PID of the first program.
+  /// Returns `record()` without the PID of the first program.
   Texts started() const {
     Texts entries = record();
     if (entries.size() > 2) entries.erase(entries.begin() + 2);
@@ -90,7 +90,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // In its own process, because each message is reported once per process.
+  // This runs in a process of its own, because each message is printed only once per process.
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");
@@ -118,7 +118,7 @@ TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   std::ofstream(machine.folder.file("bin/xdg-open"), std::ios::app) << ": <'" << gate << "'\n";
   DesktopWorkspace(loop, bundle, {}, false).open("/a/folder");
-  // Blocks until the program has opened the FIFO.
+  // This open blocks until the program has opened the FIFO, so the program is running from here on.
   const FileDescriptor held(open(gate.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
   EXPECT_TRUE(hasNoChildren(loop));

@@ -32,9 +32,9 @@ struct DeviceMediaTest : ::testing::Test {
 
 TEST_F(DeviceMediaTest, EthernetIsWired) {
   add(2, "cable");
-  // One end of a veth pair, as in a container.
+  // A container sees one end of a veth pair as its Ethernet device.
   add(3, "pair", "veth");
-  // A folder whose IFINDEX differs belongs to another network namespace.
+  // The IFINDEX is not 4: this folder describes a device of another network namespace, and is ignored.
   add(4, "elsewhere");
   pretend("elsewhere", "DEVTYPE=wlan\nINTERFACE=elsewhere\nIFINDEX=7\n");
   for (const unsigned index : {2U, 3U, 4U}) EXPECT_EQ(medium(index), Medium::wired) << index;

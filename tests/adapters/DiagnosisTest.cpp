@@ -17,7 +17,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// Answers a call of that method; any other is refused.
+/// Answers calls of the method `member` with `values`, and refuses all other calls.
 template <typename... Values>
 StubService::Behaviour answering(const char* member, const char* types, Values... values) {
   return [=](sd_bus_message* call) {
@@ -26,7 +26,7 @@ StubService::Behaviour answering(const char* member, const char* types, Values..
   };
 }
 
-/// Answers for the session manager and its inhibitor alike.
+/// Answers GetInhibitors, a call to the session manager, and GetAppId, a call to its only inhibitor.
 bool sessionManager(sd_bus_message* call) {
   const std::string member = sd_bus_message_get_member(call);
   if (member == "GetInhibitors") return sd_bus_reply_method_return(call, "ao", 1, "/inhibitor/1") >= 0;

@@ -44,7 +44,7 @@ struct TheDialogAlerts : ::testing::Test {
   bool areAnswered(std::size_t count) {
     return comesTrue(loop, [this, count] { return answers.size() >= count; });
   }
-  /// Asks for an alert and waits until the window that is to show it is asked for.
+  /// Presents an alert, waits for its request to the dialogs program, and says that its window is shown.
   DialogsRun& open(const std::string& message) {
     present(message);
     DialogsRun& run = stand.run();
@@ -86,7 +86,7 @@ TEST_F(TheDialogAlerts, ShowAnAlertAndPassItsAnswerOn) {
   EXPECT_GT(request.id, 0);
   EXPECT_EQ(request.alert, asked);
   run.say(Shown{request.id});
-  // Nothing more is heard after the last answer, which comes in pieces.
+  // The answer comes in two pieces. The client must ignore everything behind it.
   const std::string answer = dialogs::encode(Answered{request.id, {0, {{"name", "new"}}}}) + "\n";
   run.say(answer.substr(0, 5));
   settleQueue(loop);
@@ -145,7 +145,7 @@ TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
 
 TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
-  // More than pipe and socket together take.
+  // The text is larger than the buffers of the pipe and the socket together.
   large.informativeText.assign(std::size_t{4} << 20, 'x');
   stand.whenRuns = [](DialogsRun& run) { run.lookAway(); };
   present(large);
@@ -160,7 +160,7 @@ TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
   run.say(Answered{request.id, {0}});
   EXPECT_TRUE(areAnswered(1));
   present(large);
-  stand.run(2).end();  // before it has read
+  stand.run(2).end();  // the program ends before it has read the request
   ASSERT_TRUE(areAnswered(2));
   EXPECT_EQ(answers, (Texts{"large 0", "large cancelled"}));
 }
@@ -178,7 +178,7 @@ TEST_F(TheDialogAlerts, LeakNothingInAHundredAlerts) {
     EXPECT_TRUE(hasNoChildren(loop));
     for (auto& run : stand.runs) run.end();
   };
-  // The first ones have the loop open what it keeps.
+  // The first two alerts make the loop open the descriptors that it keeps open.
   presentMany(2);
   const auto before = openDescriptors();
   presentMany(100);
@@ -195,7 +195,7 @@ TEST_F(TheDialogAlerts, CallNoCompletionAfterClose) {
     present("top");
     windows.close();
   };
-  // The button is the last that is heard: what it asks for must not come any more.
+  // The button's action presents "top" and closes the windows, so "top" must never be shown.
   run.say(Pressed{lastId, "quit"});
   EXPECT_TRUE(run.ends());
   settleQueue(loop);
@@ -258,7 +258,7 @@ TEST_F(TheDialogAlerts, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
-/// A program that shows no window, and the reason that is reported.
+/// A script in place of the dialogs program that shows no window, and the reason that the client reports.
 struct Failure {
   const char* name;
   const char* script;
@@ -296,7 +296,7 @@ TEST_P(DialogAlertsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // Nobody asks it to end any more, and yet it does.
+  // The client itself has ended the program, even one that hangs. The test has not closed the windows.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));

@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A list that jobs on any thread append to.
+/// A list of numbers, to which jobs append. Any thread.
 class Record {
  public:
   void add(int entry) {
@@ -52,11 +52,11 @@ using RealMonitor = SerialQueueOf<RealLoop, QueueTarget::mainThread>;
 
 template <typename Harness>
 struct DispatchQueueContract : ::testing::Test {
-  // Shared with the jobs, which may outlive a failed test.
+  // The jobs share the list, because they may outlive the fixture when a test fails.
   std::shared_ptr<Record> record = std::make_shared<Record>();
   Harness harness;
 
-  /// Posts a job, and shows whether it ran and whether it is destroyed.
+  /// State of a job posted by postWatched: `ran` is set by the job, and `held` expires when it is destroyed.
   struct Watched {
     std::shared_ptr<std::atomic<bool>> ran = std::make_shared<std::atomic<bool>>(false);
     std::weak_ptr<int> held;
@@ -72,14 +72,14 @@ struct DispatchQueueContract : ::testing::Test {
     return harness.letPassUntil([&] { return watched.held.expired(); });
   }
 
-  /// Blocks the queue's own thread until it is opened.
+  /// Blocks the queue's own thread until `open` is called.
   struct Gate {
     std::promise<void> opened;
     void open() { opened.set_value(); }
   };
   std::unique_ptr<Gate> holdUp(DispatchQueue& queue) {
     auto gate = std::make_unique<Gate>();
-    // On the main thread, jobs run only when the test runs the loop.
+    // A queue on the main thread needs no blocking: its jobs run only when the test runs the loop.
     if (Harness::ownThread) queue.async([opened = gate->opened.get_future().share()] { opened.wait(); });
     return gate;
   }
@@ -214,7 +214,7 @@ TYPED_TEST(SerialQueueContract, QueuesHaveLabelsAndAreIndependent) {
 template <typename Harness>
 struct ConcurrentQueueContract : DispatchQueueContract<Harness> {};
 
-// The fakes have no threads.
+// Only the real queues take part: the fakes have no threads.
 using ConcurrentQueues = ::testing::Types<RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(ConcurrentQueueContract, ConcurrentQueues);
 
@@ -222,7 +222,7 @@ TYPED_TEST(ConcurrentQueueContract, JobsOfManyThreadsRunOneAtATime) {
   static constexpr std::size_t posters = 4;
   static constexpr int jobsOfEach = 500;
   struct Tally {
-    // No lock: the jobs run one at a time. The thread sanitizer would notice an overlap.
+    // No lock is needed: the jobs run one at a time. The thread sanitizer would report overlapping jobs.
     std::array<std::vector<int>, posters> entries;
     std::size_t count = 0;
   };
@@ -276,7 +276,7 @@ TEST_F(WorkerQueue, AllJobsRunOnOneOtherThread) {
   EXPECT_EQ(threads->at(2), threads->at(0));
 }
 
-/// A job that runs until the test ends it.
+/// A job that runs until the test lets it end.
 struct LongJob {
   std::promise<void> begun;
   std::promise<void> mayEnd;
@@ -292,7 +292,7 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Ends the job. True when the test did not wait for the job before that.
+  /// Lets the job end. True if the job was still running, so nothing has waited for its end before.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();
@@ -306,7 +306,7 @@ TEST_F(WorkerQueue, CloseAndDestructorDoNotWaitForARunningJob) {
   EXPECT_TRUE(job->endsWhenLet());
 }
 
-// --- jobs with a delay, on the main queue
+// --- jobs with a delay (main queue only)
 
 template <typename Loop>
 struct MainQueueContract : ::testing::Test {
@@ -339,7 +339,7 @@ TYPED_TEST(MainQueueContract, DelayCountsFromTheCall) {
 }
 
 TYPED_TEST(MainQueueContract, DelayedJobsRunInTheOrderOfTheirDueTimes) {
-  // Delays so far apart that a slow machine does not change the order.
+  // The delays are so far apart that a slow machine does not change the order.
   this->post(Seconds{0.5}, 3);
   this->post(Seconds{0.005}, 1);
   this->post(Seconds{0.010}, 2);

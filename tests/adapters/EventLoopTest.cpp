@@ -24,7 +24,7 @@ namespace {
 
 using ::testing::ExitedWithCode;
 
-/// Runs the application, prints each step on standard error, and ends the process.
+/// Runs an application that prints each of its steps on standard error, and then ends the process.
 struct WholeRun : ApplicationDelegate {
   EventLoop loop;
   std::function<void(WholeRun&)> onLaunch;
@@ -106,7 +106,7 @@ TEST(UserSignals, AreIgnored) {
 
 TEST(IgnoredChildSignal, LosesNoExitStatus) {
   const auto run = [] {
-    // Some parents leave it ignored.
+    // The process ignores SIGCHLD, as if its parent had ignored the signal before exec.
     std::signal(SIGCHLD, SIG_IGN);
     WholeRun app;
     app.onLaunch = [](WholeRun& self) {
@@ -179,7 +179,7 @@ TEST_F(EventLoopAlone, HandlerMayDestroyItsOwnSource) {
   EventSource writable;
   EventSource delayed;
   EventSource signalled;
-  // The handler owns this heap text: the address sanitizer notices a handler that is destroyed while it runs.
+  // If a handler were destroyed while it runs, it would read its copy of this text from freed memory.
   const std::string text = "long enough to be no small string";
   writable = loop.onDescriptor(input.get(), EPOLLOUT, [&, text] {
     writable.reset();
@@ -231,7 +231,7 @@ TEST_F(EventLoopAlone, SignalsAndReapsOnlyGivenChildren) {
   loop.signalChild(stranger, SIGTERM);
   loop.signalChild(own, SIGTERM);
   EXPECT_TRUE(comesTrue(loop, [own] { return kill(own, 0) != 0; }));
-  // Reaped: another process may have this PID now.
+  // The child has been reaped, so this call must do nothing: another process may have its PID now.
   loop.signalChild(own, SIGTERM);
   kill(stranger, SIGKILL);
   int status = 0;
@@ -239,7 +239,7 @@ TEST_F(EventLoopAlone, SignalsAndReapsOnlyGivenChildren) {
   EXPECT_EQ(WTERMSIG(status), SIGKILL);
 }
 
-/// The clocks of all timerfds of this process.
+/// Returns the clocks that the timerfds of this process use.
 std::set<int> timerClocks() {
   std::set<int> clocks;
   for (const auto& each : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
@@ -265,7 +265,7 @@ TEST_F(EventLoopAlone, DelayedJobsDoNotCountSuspend) {
   EXPECT_EQ(timerClocks(), std::set<int>{CLOCK_MONOTONIC});
 }
 
-// --- contract
+// --- contract: tests for the fake application and the real one
 
 template <typename Loop>
 struct ApplicationContract : ::testing::Test, ApplicationDelegate {

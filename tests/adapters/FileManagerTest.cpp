@@ -16,7 +16,7 @@
 namespace kestrune::testing {
 namespace {
 
-// --- contract
+// --- contract: tests for the fake file manager and the real one
 
 struct FakeFiles {
   CallLog log;
@@ -89,7 +89,7 @@ TYPED_TEST(FileManagerContract, CreatesFoldersThatMayExist) {
   expectRead(this->files.contents(this->path("b/c/d")), "text");
 }
 
-// --- SystemFileManager
+// --- SystemFileManager, the real one
 
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }

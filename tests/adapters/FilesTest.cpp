@@ -47,7 +47,7 @@ TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
   EXPECT_EQ(readWholeFile(folder.file("loop"), contents), systemError(ELOOP));
   EXPECT_EQ(readWholeFile(folder.file(std::string(300, 'x')), contents), systemError(ENAMETOOLONG));
   EXPECT_EQ(readWholeFile("", contents), systemError(ENOENT));
-  // Opening a FIFO without a writer must not block.
+  // The FIFO has no writer. Opening it must not block.
   EXPECT_EQ(readWholeFile(folder.file("pipe"), contents), systemError(EINVAL));
   EXPECT_EQ(contents, "before");
 }
@@ -56,7 +56,7 @@ TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
 
 struct WriteFileAtomically : Files {};
 
-/// A POSIX ACL in the kernel's format: user 12345 may read, the group may not.
+/// Returns a POSIX ACL in the kernel's format: user 12345 may read, the file's group may not.
 std::string accessList() {
   struct Entry {
     std::uint16_t kind, permissions;
@@ -115,7 +115,7 @@ TEST_F(WriteFileAtomically, KeepsTheMode) {
 }
 
 TEST_F(WriteFileAtomically, KeepsTheOwner) {
-  // Only root can change the owner of a file.
+  // Only root can give the file to another user. Other users keep it in their own name.
   const bool superuser = geteuid() == 0;
   const uid_t owner = superuser ? 12345 : geteuid();
   const gid_t group = superuser ? 23456 : getegid();
@@ -148,7 +148,7 @@ TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
     EXPECT_EQ(writeFileAtomically(folder.file(link), "by " + link), std::error_code());
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
-    fs::remove(path);  // the next link is dangling
+    fs::remove(path);  // the next link points to no file
   }
 }
 
@@ -227,7 +227,7 @@ TEST_F(MakeFolders, FailureIsReturned) {
   EXPECT_TRUE(makeFolders("/proc/no/such/folder"));
 }
 
-// --- temporary files: their mode, and their removal after a kill
+// --- temporary files: their mode, and the removal of those that a killed process has left
 
 struct NewFiles : FileTest {
   const std::string path = folder.file("file");
@@ -293,7 +293,7 @@ TEST_F(NewFiles, FilesOfOthersAreNotRemoved) {
   fs::create_directory(folder.file(".kestrune-new-folder"));
   fs::create_symlink("file", folder.file(".kestrune-new-a-link"));
   ASSERT_EQ(mkfifo(folder.file(".kestrune-new-a-pipe").c_str(), 0600), 0);
-  // Only root can change the owner of a file.
+  // Only root can give the file to another user. Otherwise it is a file of this user, and is removed.
   put(abandoned, "theirs");
   const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
   EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());

@@ -11,15 +11,15 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr std::size_t longestRow = 13'000;   // bytes; no screen shows more
+constexpr std::size_t longestRow = 13'000;   // bytes; no screen shows a longer row
 constexpr std::size_t longestBody = 18'000;  // bytes of a notification
 
-/// Expects that `shown` has no control characters, and begins with the harmless beginning of `each`.
+/// Expects `shown` to be `each` without control characters, cut to `limit` bytes. `lines`: allows line ends.
 void expectHarmless(const HostileText& each, std::string_view shown, std::size_t limit, bool lines = false) {
   EXPECT_EQ(faultOf(shown, lines), "") << each.name;
   EXPECT_NE(shown.find("before"), std::string_view::npos) << each.name;
   EXPECT_LE(shown.size(), limit) << each.name;
-  // A short text is shown to its end.
+  // Short texts must not be cut: "behind" is their last word.
   if (each.text.size() < 500) {
     EXPECT_NE(shown.find("behind"), std::string_view::npos) << each.name;
   }
@@ -74,7 +74,7 @@ struct HostileTextInATerminal : ::testing::TestWithParam<TerminalRig::Line> {
   TerminalRig rig{loop, GetParam()};
   std::unique_ptr<StatusItem> item = rig.face->statusItem(squareStatusItemLength);
 
-  /// Waits until the output ends with `end`, and on a terminal with the prompt.
+  /// Waits until the output ends with `end`. On a terminal, the prompt must follow `end`.
   bool comesTo(const std::string& end) {
     const std::string last = end + (GetParam() == TerminalRig::Line::terminal ? "列號或按鍵> " : "");
     return comesTrue(loop, [&] { return rig.screen.text.ends_with(last); });
@@ -115,8 +115,8 @@ TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
                                       .accessoryView = stack};
                        },
                        [&](const AlertAnswer&) { answered = true; }});
-    // Title, text, label, and the question with what the field is called and holds. A megabyte is not looked
-    // through with every piece that comes.
+    // "before" is in the title, the text, the label, and twice in the question: as the field's name and
+    // value. To count it at every read would be slow, so the test first waits for the end of a question.
     const auto ends = [&](std::string_view end) { return rig.screen.text.ends_with(end); };
     ASSERT_TRUE(comesTrue(loop, [&] {
       return (ends("> ") || ends("> \n")) && rig.screen.count("before") >= 5;

@@ -5,7 +5,7 @@
 
 #include "tests/adapters/AwakeDesk.h"
 
-// Replaces sd_bus_call in this program: no test depends on the speed of a service.
+// Replaces sd_bus_call in this program. Its longer timeout keeps the tests independent of a service's speed.
 extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
                            sd_bus_message** reply) {
   using namespace kestrune;
@@ -28,7 +28,7 @@ struct Inhibitors : AwakeDesk {
   void SetUp() override { startBuses(); }
 };
 
-// --- requests
+// --- requests to the services
 
 TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
   manager = serve(managerName, StubService::grants(7));
@@ -46,7 +46,7 @@ TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
 }
 
 TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager) {
-  saver = serve(saverName, StubService::grants(0));  // a valid cookie
+  saver = serve(saverName, StubService::grants(0));  // 0 is a valid cookie
   power = serve(powerName, StubService::grants(5));
   login = serve(loginName, locks.grants());
   connect();
@@ -151,7 +151,7 @@ TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
 }
 
-// --- refusals
+// --- services that refuse
 
 TEST_F(Inhibitors, HoldAllOrNothing) {
   saver = serve(saverName, StubService::grants(3));
@@ -193,7 +193,7 @@ TEST_F(Inhibitors, RefuseMalformedReplies) {
   EXPECT_FALSE(create(display));
 }
 
-// --- timeouts
+// --- timeouts of calls
 
 TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   saver = serve(saverName, StubService::saysNothing());
@@ -208,7 +208,7 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // suspend counts
+  clock.suspend(Seconds{0.1});  // time in suspend counts, too: the minute is over
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }

@@ -12,18 +12,18 @@
 
 namespace kestrune::testing {
 
-/// One start of the program, with a lock of its own, as in a process of its own.
+/// One start of the program. It competes for the lock with other starts, as if it were in another process.
 struct Start {
   Start(EventLoop& loop, const InstanceFolders& folders)
       : rendezvous(loop, folders, [this](const std::string& token) { shown.push_back(token); }) {}
 
   bool claims(const Claim& claim = {}) { return rendezvous.claim(claim); }
 
-  std::vector<std::string> shown;  ///< the token of each request to show the menu
+  std::vector<std::string> shown;  ///< the activation token of each request to show the menu
   Rendezvous rendezvous;
 };
 
-/// A loop for several starts, and their common folders.
+/// An event loop and folders that several starts share.
 struct Instances : RealLoop {
   Instances() { std::filesystem::create_directories(runtime); }
 
@@ -35,14 +35,14 @@ struct Instances : RealLoop {
   const std::string socket = place + "/socket";
 };
 
-/// A connection to the socket, and the answers on it.
+/// A connection to the client's socket. Collects the answers in `text`.
 struct RawPeer {
   RawPeer(EventLoop& givenLoop, const std::string& place)
       : loop(givenLoop), socket(instanceSocket(place, "socket", &::connect)) {}
 
   void say(const std::string& words) const { send(socket.get(), words.data(), words.size(), MSG_NOSIGNAL); }
 
-  /// Reads what has arrived, and whether the connection was closed.
+  /// Reads what has arrived, and sets `hasEnded` if the client has closed the connection.
   void read() {
     char bytes[4096];
     ssize_t count = 0;

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The number of pipe ends that are open in this process.
+/// Returns the number of pipe ends that are open in this process.
 std::ptrdiff_t openPipes() {
   std::error_code ignored;
   return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"), [&ignored](const auto& each) {
@@ -40,7 +40,7 @@ struct LeftoverPipesTest : ::testing::Test {
     return std::move(pipe.writing);
   }
 
-  /// Writes `size` bytes on another thread while the loop runs. False when the pipe is broken (EPIPE).
+  /// Writes `size` bytes on another thread while the loop runs. False if the read end is closed (EPIPE).
   bool canWrite(const FileDescriptor& end, std::size_t size) {
     std::atomic<bool> done = false;
     bool whole = true;
@@ -64,7 +64,7 @@ struct LeftoverPipesTest : ::testing::Test {
 
 TEST_F(LeftoverPipesTest, WritersCanGoOnWriting) {
   FileDescriptor output, error;
-  // The worker thread adds them.
+  // In the client, a worker thread adds the pipes.
   std::thread([&] {
     output = leftoverPipe();
     error = leftoverPipe();
@@ -102,11 +102,11 @@ TEST_F(LeftoverPipesTest, EndlessWriterDoesNotKeepTheLoopBusy) {
   const FileDescriptor end = leftoverPipe();
   constexpr std::size_t pipeSize = 65536;
   constexpr int fills = 10;
-  // A pipe is read once in 50 ms; the first two fills do not wait for that.
+  // The loop empties a pipe only once in 50 ms. So each fill must wait, except for the first two.
   EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
 }
 
-/// Launches children, and takes the pipes that they leave open.
+/// Launches children, and collects in `left` the pipes that their descendants still hold open.
 struct LeftoversOfAChild : ::testing::Test, RealChildren {
   std::vector<FileDescriptor> left;
   ChildProcesses leaving{[this](FileDescriptor pipe) { left.push_back(std::move(pipe)); }};

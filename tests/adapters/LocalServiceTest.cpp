@@ -33,7 +33,7 @@ struct LocalServiceTest : ::testing::Test {
   std::optional<std::string> ask(const std::string& token = "token", Seconds limit = patience) {
     return CurlLocalService(children, clock, limit).getProjects(token);
   }
-  /// The only request, with LF line ends.
+  /// Returns the only request that the server has received, with LF line ends.
   std::string request() const {
     const auto requests = server->requests();
     EXPECT_EQ(requests.size(), 1U);
@@ -128,7 +128,7 @@ TEST_F(LocalServiceTest, TokenIsInNoCommandLineOrEnvironment) {
     }
   });
   EXPECT_EQ(ask(token), ".");
-  server.reset();  // joins the thread that has counted
+  server.reset();  // waits for the server's thread, which counts `processes`
   EXPECT_GE(processes, 1);
   EXPECT_EQ(places, "");
 }
@@ -167,7 +167,7 @@ TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
 }
 
 TEST_F(LocalServiceTest, MaxTimeHasThreeDecimals) {
-  // curl 8.14 reads 0.200000 as 0.02 s.
+  // curl 8.14 takes "0.200000" for 0.02 s, so the client must not pass six decimals.
   const ScratchFolder programs;
   std::ofstream(programs.file("curl")) << "#!/bin/sh\necho \"$@\"\n";
   fs::permissions(programs.file("curl"), fs::perms::owner_all);

@@ -6,7 +6,7 @@
 #include "tests/rig/SignalState.h"
 #include "tests/rig/VirtualTime.h"
 
-// The fake main loop and the real one, with the same interface for contract tests.
+// VirtualLoop, the fake main loop, and RealLoop have the same interface, so contract tests can run on both.
 
 namespace kestrune::testing {
 
@@ -15,13 +15,13 @@ struct VirtualLoop {
   CallLog log;
   FakeLoop loop{clock, log};
 
-  /// Lets time pass until `condition` holds.
+  /// Lets virtual time pass until `condition` holds; returns false if it does not within 5 s.
   bool letPassUntil(const std::function<bool()>& condition) {
     for (int step = 0; step < 5000 && !condition(); ++step) loop.advance(Seconds{0.001});
     return condition();
   }
 
-  /// Blocks the main thread, like a long job.
+  /// Blocks the main thread for `duration`, as a long job does.
   void keepBusy(Seconds duration) { clock.sleep(duration); }
 };
 
@@ -31,7 +31,7 @@ struct RealLoop {
   EventLoop loop;
 
   bool letPassUntil(const std::function<bool()>& condition) {
-    // Wakes the loop, to notice what other threads have done.
+    // The tick wakes the loop, so that it checks `condition` even if only other threads have been active.
     const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
     return comesTrue(loop, condition);
   }
@@ -43,7 +43,7 @@ struct RealLoop {
   }
 };
 
-/// Lets `duration` pass on either loop.
+/// Runs a virtual or real loop for `duration`.
 template <typename Loop>
 void letPass(Loop& loop, Seconds duration) {
   const Seconds end = loop.clock.continuousTime() + duration;

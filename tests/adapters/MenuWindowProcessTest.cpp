@@ -61,7 +61,7 @@ TEST_F(TheMenuWindow, FollowsTheMenuWhileItIsOpen) {
   DialogsRun& run = open();
   menu.items[0].title = "changed";
   window.setMenu(menu);
-  // The same again is no change.
+  // An equal menu is no change, so the client does not send it.
   window.setMenu(Menu(menu));
   menu.items[3].checked = false;
   window.setMenu(menu);
@@ -136,7 +136,7 @@ TEST_F(TheMenuWindow, IsRaisedWhenItIsShownAgain) {
   window.setMenu(menu);
   window.show("first");
   DialogsRun& run = open();
-  // The first token comes before the window does.
+  // The first activation token is sent before the menu, so that the window has the token when it opens.
   EXPECT_EQ(std::get<Raise>(run.requests[0]).activationToken, "first");
   EXPECT_EQ(run.asked<Raise>(2).back().activationToken, "");
   window.show("token");

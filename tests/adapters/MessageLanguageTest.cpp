@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Writes a catalogue of messages, as msgfmt does.
+/// Writes a catalogue of translated messages (.mo file), as msgfmt does.
 void writeCatalogue(const fs::path& file, std::map<std::string, std::string> messages) {
   messages[""] = "Content-Type: text/plain; charset=UTF-8\n";
   const auto count = static_cast<std::uint32_t>(messages.size());
@@ -39,7 +39,7 @@ void writeCatalogue(const fs::path& file, std::map<std::string, std::string> mes
       << bytes;
 }
 
-/// The whole program's host, in a session whose language has a catalogue of the C library's messages.
+/// Runs the client's whole host in a session whose language has translations of the C library's messages.
 struct MessageLanguage : ::testing::Test {
   MessageLanguage() {
     writeCatalogue(
@@ -59,7 +59,7 @@ struct MessageLanguage : ::testing::Test {
     });
   }
 
-  /// How the system says in that locale that a program is missing.
+  /// Returns the error message for a missing program in the given locale.
   std::string complaintIn(const char* locale) {
     return programIn(locale,
                      [](Processes& processes, const ForkedProgram::Say& say) {
@@ -71,7 +71,7 @@ struct MessageLanguage : ::testing::Test {
   ScratchFolder folder;
 };
 
-// The locale beside "C" that every system has.
+// Besides "C", this is the only locale that every system has.
 constexpr auto otherLocale = "C.UTF-8";
 
 TEST_F(MessageLanguage, FollowsTheSession) {

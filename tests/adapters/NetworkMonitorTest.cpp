@@ -18,7 +18,7 @@ namespace {
 
 using Commands = std::vector<std::string>;
 
-/// Commands of `ip` that set up a network, its path, and a change with the path after it.
+/// `ip` runs `commands` to make a network with the path `path`. A `change`, if any, makes the path `after`.
 struct Network {
   const char* name;
   Commands commands;
@@ -156,7 +156,7 @@ TEST(NetworkPaths, EachChangeIsReported) {
   });
 }
 
-/// Virtual devices on Wi-Fi or a bridge, used as the default route.
+/// In each network, the default route leads through a virtual device with the name "made".
 TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
   const auto through = [](const char* name, Commands commands, const NetworkPath& path) {
     commands.insert(commands.end(), {"link set made up", "route add default dev made"});
@@ -166,7 +166,7 @@ TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
       through("macvlan", {"link add link wifi name made type macvlan"}, viaWiFi),
       through("vxlan", {"link add made type vxlan id 5 dstport 4789 remote 10.2.0.9"}, viaSomething),
       through("bridge", {"link add made type bridge", "link set wifi master made"}, viaWiFi),
-      // A Wi-Fi station cannot be bridged: this is an access point, and the cable leads out.
+      // Wi-Fi in a bridge is an access point (a station cannot be bridged), so only the cable leads out.
       through("bridge_of_both",
               {"link add made type bridge", "link set wifi master made", "link set cable master made"},
               viaCable),
@@ -179,7 +179,7 @@ TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
 }
 
 struct NetworkMonitorTest : ::testing::Test, MonitoredNetwork {
-  /// A tun device like that of a VPN program; it has a carrier while the descriptor is open.
+  /// Opens a tun device as a VPN program does. The device has a carrier while the descriptor is open.
   static FileDescriptor openTunnel(const char* name) {
     FileDescriptor tunnel(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
     ifreq request{};
@@ -217,7 +217,7 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// With the real delays, so that the whole change is one burst.
+/// The monitor has its usual delays here, so that the whole change counts as one burst.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   NetworkMonitors usual(loop, clock, bus, devices.file(""));
@@ -247,7 +247,7 @@ TEST_F(NetworkMonitorTest, UnrelatedChangesAreNotReported) {
 TEST_F(NetworkMonitorTest, ReadsSysfs) {
   const ScratchFolder mountPoint;
   ForkedProgram program([&](const ForkedProgram::Say& say) {
-    // A sysfs of this network namespace.
+    // The new sysfs shows the devices of this network namespace.
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("devices", mountPoint.file("").c_str(), "sysfs", 0, nullptr) != 0) {
       return say("no mount");
@@ -266,15 +266,15 @@ TEST_F(NetworkMonitorTest, ReadsSysfs) {
   program.waitForEnd();
 }
 
-// --- descriptors
+// --- descriptors of the monitor
 
 TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   startOn(disconnected);
   monitor->cancel();
-  const auto before = openDescriptors();  // including those of the loop
+  const auto before = openDescriptors();  // the loop keeps some descriptors open
   monitor = monitors.makePathMonitor();
   start();
-  monitor.reset();  // before the update runs
+  monitor.reset();  // before the first update is delivered
   settleQueue(loop);
   EXPECT_TRUE(updates.empty());
   monitor = monitors.makePathMonitor();
@@ -289,7 +289,7 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 
 // --- failures
 
-/// Runs a process that has no free descriptor until the first update. Says its first two updates.
+/// Starts a monitor while no descriptor is free; the first update frees some. Says the first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);
@@ -303,7 +303,7 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
       seen.push_back(path);
     });
   };
-  // The first monitor makes the loop and the sanitizer open all descriptors that they keep.
+  // The first monitor makes the loop and the sanitizer open all descriptors that they keep open.
   const auto first = monitors.makePathMonitor();
   start(*first);
   comesTrue(loop, [&seen] { return seen.size() == 1; });

@@ -18,11 +18,11 @@
 
 namespace kestrune::testing {
 
-/// A network namespace with a cable and Wi-Fi, both with carrier and an IPv4 address, and no default route.
-/// Its monitors report everything at once; NetworkDecisionTest is about the timing.
+/// A network namespace with a cable and Wi-Fi. Both have a carrier and an IPv4 address, but no default route.
+/// Its monitors report every change at once. NetworkDecisionTest tests the delays.
 struct NetworkRig {
   NetworkRig() {
-    // Messages about IPv6 would hide a missing group of IPv4.
+    // IPv6 is off: its messages also wake the monitor, so no test would notice a missing IPv4 message.
     setIPv6("default/addr_gen_mode", 1);  // no link-local addresses
     setIPv6("all/disable_ipv6", 1);
     setIPv6("default/disable_ipv6", 1);
@@ -32,14 +32,14 @@ struct NetworkRig {
     pretend("wifi", "DEVTYPE=wlan\n");
   }
 
-  /// A veth pair as an Ethernet cable: `name`, and NAME-peer as the other end.
+  /// Adds an Ethernet cable: a veth pair of `name`, with the address, and NAME-peer as the far end.
   void addCable(const std::string& name, const std::string& address) const {
     network.ip({"link add " + name + " type veth peer name " + name + "-peer",
                 "link set " + name + "-peer up", "link set " + name + " up",
                 "address add " + address + " dev " + name});
   }
 
-  /// Adds an IPv6 address to both.
+  /// Switches IPv6 on, and gives the cable and the Wi-Fi an IPv6 address each.
   void useIPv6() const {
     setIPv6("all/disable_ipv6", 0);
     network.ip({"address add fd00:1::2/64 dev cable nodad", "address add fd00:2::2/64 dev wifi nodad"});
@@ -65,20 +65,20 @@ struct NetworkRig {
       loop, clock, bus, devices.file(""), {.burst = Seconds{0}, .loss = Seconds{0}, .memory = Seconds{0}}};
 };
 
-/// The same with a monitor and a list of its updates.
+/// A NetworkRig with a monitor, and the list of the monitor's updates.
 struct MonitoredNetwork : NetworkRig {
   void start() {
     monitor->start(loop.mainQueue(), [this](NetworkPath path) { updates.push_back(path); });
   }
 
-  /// Whether the last update becomes `path` in time.
+  /// Waits until the last update is `path`; fails at the time limit.
   ::testing::AssertionResult becomes(const NetworkPath& path) {
     if (comesTrue(loop, [&] { return !updates.empty() && updates.back() == path; }))
       return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << ::testing::PrintToString(updates);
   }
 
-  /// Starts the monitor, waits for the update `path`, and clears the list.
+  /// Starts the monitor, waits for the update `path`, and clears `updates`.
   void startOn(const NetworkPath& path) {
     start();
     ASSERT_TRUE(becomes(path));

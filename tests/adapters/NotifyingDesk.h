@@ -19,14 +19,14 @@ inline const std::string question = "/org/freedesktop/Notifications GetCapabilit
 
 using Calls = std::vector<std::string>;
 
-/// The call that shows a notification.
+/// Returns the call that shows a notification, as StubService records it.
 inline std::string notify(const std::string& title, const std::string& body, bool lasting = false) {
   return "/org/freedesktop/Notifications Notify 'Kestrune', 0, '/logo.png', '" + title + "', '" + body +
          "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', " +
          (lasting ? "'resident': b true}, 0" : "'transient': b true}, -1");
 }
 
-/// A daemon with these capabilities.
+/// Behaves as a notification daemon with the given capabilities.
 inline StubService::Behaviour able(std::vector<std::string> capabilities) {
   return [capabilities = std::move(capabilities)](sd_bus_message* call) {
     if (std::strcmp(sd_bus_message_get_member(call), "GetCapabilities") != 0) return true;
@@ -44,7 +44,7 @@ inline StubService::Behaviour able(std::vector<std::string> capabilities) {
 inline const StubService::Behaviour plain = able({"body", "actions"});
 inline const StubService::Behaviour markup = able({"body", "body-markup", "actions"});
 
-/// A desktop whose bus and notification daemon come and go as a test wants it.
+/// A desktop whose bus and notification daemon the test starts and stops.
 struct NotifyingDesk : ::testing::Test {
   SignalState restored;
   PrivateBus bus;
@@ -58,7 +58,7 @@ struct NotifyingDesk : ::testing::Test {
   std::unique_ptr<StubService> serve(StubService::Behaviour behaviour) const {
     return std::make_unique<StubService>(bus.address(), daemonName, std::move(behaviour));
   }
-  /// Returns when the client knows what the daemon has answered to its question, if it has.
+  /// Connects the client to the bus. If there is a daemon, returns when the client knows its capabilities.
   void connect() {
     if (!sessionBus.isConnected()) sessionBus.connect();
     ASSERT_TRUE(trip.succeeds(loop));
@@ -75,7 +75,7 @@ struct NotifyingDesk : ::testing::Test {
     const Calls calls = daemon->calls();
     return calls.empty() ? "" : calls.back();
   }
-  /// What the daemon receives for `body`.
+  /// Shows a notification with `body`, and returns the body that the daemon receives.
   std::string shown(const std::string& body) {
     const std::string before = "'/logo.png', 't', '";
     daemon->newCalls();

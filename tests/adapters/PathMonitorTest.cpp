@@ -13,7 +13,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A queue whose jobs run one by one when the test runs them.
+/// A queue that keeps its jobs until the test runs them one by one.
 class HeldQueue final : public DispatchQueue {
  public:
   const std::string& label() const override { return name; }
@@ -37,7 +37,7 @@ class HeldQueue final : public DispatchQueue {
   bool running = false;
 };
 
-/// A fake monitor that reports the network of the test.
+/// A network with fake monitors: the test plugs the cable in or pulls it out.
 struct FakeNetwork {
   CallLog log;
   FakePathMonitors monitors{log};
@@ -72,7 +72,7 @@ struct PathMonitorContract : ::testing::Test {
     });
   }
 
-  /// Whether the next update says `path`.
+  /// Waits for an update; returns whether its path is `path`.
   bool reports(const NetworkPath& path) {
     if (!network.comesTrue([this] { return !queue.isEmpty(); })) return false;
     const std::size_t before = updates.size();
@@ -112,7 +112,7 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
 
 // --- resume from suspend
 
-/// Sends the PrepareForSleep signal of logind, under its name or another.
+/// Sends logind's PrepareForSleep signal. Owns the bus name `name`, which is logind's or a wrong one.
 class FakeLogind {
  public:
   explicit FakeLogind(const PrivateBus& daemon, const char* name = "org.freedesktop.login1") {
@@ -125,7 +125,7 @@ class FakeLogind {
   FakeLogind(const FakeLogind&) = delete;
   FakeLogind& operator=(const FakeLogind&) = delete;
 
-  /// Returns when the bus has delivered the signal.
+  /// Sends the signal, and returns when the bus has delivered it.
   void prepareForSleep(bool goesToSleep) { say("b", goesToSleep ? 1 : 0); }
 
   template <typename... Arguments>
@@ -140,7 +140,7 @@ class FakeLogind {
   sd_bus* bus = nullptr;
 };
 
-/// A machine on a cable. Each resume leads to one update.
+/// A machine on a cable, whose monitor runs. Each resume from suspend leads to one update.
 struct NetworkResume : ::testing::Test, MonitoredNetwork {
   void SetUp() override {
     daemon.start();
@@ -150,7 +150,7 @@ struct NetworkResume : ::testing::Test, MonitoredNetwork {
     EXPECT_EQ(resumes(), 0u);
   }
 
-  /// The number of updates so far.
+  /// Returns the number of updates since the start, each of which must be `viaCable`.
   std::size_t resumes() {
     EXPECT_TRUE(roundTrip.succeeds(loop));
     EXPECT_TRUE(isIdle(loop));
@@ -190,7 +190,7 @@ TEST_F(NetworkResume, WorksAfterARestartOfTheBusUntilCancelled) {
   daemon.start();
   ASSERT_TRUE(comesTrue(loop, [this] { return roundTrip.connections == 2; }));
   EXPECT_EQ(resumes(), 0u);
-  // Also from a logind that has restarted.
+  // Each FakeLogind is a new connection to the bus, as after a restart of logind.
   for (std::size_t time = 1; time <= 2; ++time) {
     FakeLogind(daemon).prepareForSleep(false);
     EXPECT_EQ(resumes(), time);

@@ -31,7 +31,7 @@ struct Png : FileTest {
   }
 };
 
-// --- files
+// --- PNG files
 
 TEST_F(Png, ReadsTheLogoWithAllResolutions) {
   const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
@@ -62,7 +62,7 @@ TEST_F(Png, MatchesTheFilterInTheGreyLogo) {
 }
 
 TEST_F(Png, ReadsEveryPixel) {
-  // Half transparent, which must not darken the colours.
+  // The first pixel is half transparent, the second fully. This must not darken their colours.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
   const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
   ASSERT_NE(image, nullptr);
@@ -105,7 +105,7 @@ TEST_F(Png, IsNullForAnImageWiderOrHigherThan1024) {
   EXPECT_EQ(images.imageFromFile(put("high.png", pngOf(makePattern(1, 1025)))), nullptr);
 }
 
-// --- icon files
+// --- ICNS files (Apple's icon files)
 
 std::string bigEndian(std::size_t value) {
   std::string bytes;
@@ -113,7 +113,7 @@ std::string bigEndian(std::size_t value) {
   return bytes;
 }
 
-/// A part of an icon file, or the whole of it.
+/// Returns a part of an ICNS file: type, length and contents. With the type "icns", it is a whole file.
 std::string icns(const std::string& type, const std::string& contents) {
   return type + bigEndian(contents.size() + 8) + contents;
 }
@@ -136,7 +136,7 @@ TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   EXPECT_EQ(images.imageFromFile(put("d.icns", icns("icns", part.substr(0, part.size() / 2)))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("e.icns", icns("icns", "icp4" + bigEndian(0xffffffff) + "x"))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("f.icns", icns("icns", "icp4" + bigEndian(0) + part))), nullptr);
-  // What comes before the damage is read.
+  // The image before the damaged part is read.
   EXPECT_NE(images.imageFromFile(put("g.icns", icns("icns", part + "ic07" + bigEndian(7) + "x"))), nullptr);
 }
 
@@ -168,14 +168,14 @@ TEST_F(Png, OfAnIconIsNoPath) {
   EXPECT_EQ(images.imageNamed(folder.file("own/icons/hicolor/22x22/Example")), nullptr);
 }
 
-TEST_F(Png, OfAnIconIsNotFoundWhereNoneIs) {
+TEST_F(Png, OfAnIconIsNullIfThereIsNone) {
   put("own/icons/hicolor/22x22/apps/Example.png", std::string("no image"));
   EXPECT_EQ(images.imageNamed("Example"), nullptr);
   EXPECT_EQ(PngImages({}).imageNamed("Example"), nullptr);
   EXPECT_EQ(images.imageNamed(""), nullptr);
 }
 
-// --- filters
+// --- ColorControls
 
 std::vector<std::uint8_t> filtered(const std::vector<std::uint8_t>& pixel, const ColorControls& controls) {
   PngImages images({});
@@ -192,15 +192,15 @@ using Pixel = std::vector<std::uint8_t>;
 
 TEST(ColorControls, WeighTheColoursByTheirBrightness) {
   constexpr ColorControls grey{.saturation = 0};
-  EXPECT_EQ(filtered({255, 0, 0, 255}, grey), (Pixel{54, 54, 54, 255}));     // 0.2125 of 255
-  EXPECT_EQ(filtered({0, 255, 0, 200}, grey), (Pixel{182, 182, 182, 200}));  // 0.7154 of 255
-  EXPECT_EQ(filtered({0, 0, 255, 0}, grey), (Pixel{18, 18, 18, 0}));         // 0.0721 of 255
+  EXPECT_EQ(filtered({255, 0, 0, 255}, grey), (Pixel{54, 54, 54, 255}));     // 0.2125 * 255
+  EXPECT_EQ(filtered({0, 255, 0, 200}, grey), (Pixel{182, 182, 182, 200}));  // 0.7154 * 255
+  EXPECT_EQ(filtered({0, 0, 255, 0}, grey), (Pixel{18, 18, 18, 0}));         // 0.0721 * 255
   EXPECT_EQ(filtered({255, 255, 255, 1}, grey), (Pixel{255, 255, 255, 1}));
   EXPECT_EQ(filtered({0, 0, 0, 255}, grey), (Pixel{0, 0, 0, 255}));
   EXPECT_EQ(filtered({10, 200, 120, 255}, grey), (Pixel{154, 154, 154, 255}));
 }
 
-TEST(ColorControls, LeaveEveryShadeAloneUnlessTheyAreChanged) {
+TEST(ColorControls, ChangeNoShadeByDefault) {
   for (int shade = 0; shade < 256; ++shade) {
     const auto byte = static_cast<std::uint8_t>(shade);
     const auto other = static_cast<std::uint8_t>(255 - shade);
@@ -208,7 +208,7 @@ TEST(ColorControls, LeaveEveryShadeAloneUnlessTheyAreChanged) {
   }
 }
 
-TEST(ColorControls, ChangeBrightnessContrastAndSaturationWithinWhatAShadeCanBe) {
+TEST(ColorControls, ChangeBrightnessContrastAndSaturationWithin0To255) {
   EXPECT_EQ(filtered({0, 100, 250, 7}, {.brightness = 0.2}), (Pixel{51, 151, 255, 7}));
   EXPECT_EQ(filtered({0, 100, 250, 7}, {.brightness = -0.2}), (Pixel{0, 49, 199, 7}));
   EXPECT_EQ(filtered({0, 255, 10, 7}, {.contrast = 0}), (Pixel{128, 128, 128, 7}));

@@ -131,7 +131,7 @@ TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
 
 // --- failed writes
 
-/// The folder cannot be created: a file has its name.
+/// Preferences that cannot be saved: a file has the name of their folder, so the folder cannot be created.
 struct UnwritablePreferences : Preferences {
   const std::string place = folder.file("place");
   PreferencesFile unwritable{place + "/preferences.json"};
@@ -147,7 +147,7 @@ TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   unwritable.setString("text", "t");
   EXPECT_EQ(json::parse(contentsOf(place + "/preferences.json")), (json{{"flag", false}, {"text", "t"}}));
-  // Once saved, changes by other processes take effect.
+  // Now that the values are saved, changes by other processes take effect again.
   PreferencesFile(place + "/preferences.json").setBool("flag", true);
   EXPECT_EQ(unwritable.boolForKey("flag"), true);
 }
@@ -170,7 +170,7 @@ TEST_F(Preferences, NewValuesHoldWhenTheDiskIsFull) {
   EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
 
-// --- contract
+// --- contract: tests for the fake preferences and the real ones
 
 struct FakeStore {
   FakeUserDefaults store;

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Runs print_bundle from a prefix of its own.
+/// Runs a copy of the program print_bundle, installed in a prefix of its own.
 struct RunningProgram : ::testing::Test, RealChildren {
   const std::string prefix = fs::canonical(folder.file("."));
   const std::string bin = prefix + "/Kestrune Menu Client";
@@ -80,7 +80,7 @@ TEST_F(RunningProgram, ReadsEnvironmentVariables) {
   EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "none\n");
 }
 
-// --- UserFolders
+// --- UserFolders, the XDG base directories
 
 using Paths = std::vector<std::string>;
 
@@ -92,7 +92,7 @@ UserFolders foldersOf(std::map<std::string, std::string> environment) {
 }
 
 TEST(UserFolders, DefaultsAreInTheHomeFolder) {
-  // Empty and relative paths are ignored.
+  // A variable with an empty or relative path counts as not set.
   for (const auto& [config, state, runtime, data] :
        {std::array{"", "", "", ""}, std::array{"c", "./s", "~/r", "../d"}}) {
     const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", config},

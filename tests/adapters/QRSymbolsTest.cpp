@@ -22,7 +22,7 @@ Pixel pixel(const Bitmap& bitmap, int column, int row) {
 constexpr Pixel black{0, 0, 0, 255};
 constexpr Pixel white{255, 255, 255, 255};
 
-/// What a reader of QR symbols makes of it, magnified as on a screen.
+/// Returns the message that zbarimg, a QR code reader, finds in `bitmap`. Magnifies `bitmap` as on a screen.
 std::string readBack(const Bitmap& bitmap) {
   constexpr int scale = 4;
   const ScratchFolder folder;
@@ -45,7 +45,7 @@ struct QRSymbolsTest : ::testing::Test {
 TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
   const Bitmap bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b").at(0);
   EXPECT_EQ(bitmap.width, bitmap.height);
-  // Sizes of symbols are 17 modules and four for each version.
+  // A symbol of version V is 17 + 4 V modules wide. The quiet zone (white margin) adds 4 on each side.
   EXPECT_EQ((bitmap.width - 8 - 17) % 4, 0);
   std::set<Pixel> colours;
   for (int row = 0; row < bitmap.height; ++row) {
@@ -68,20 +68,20 @@ TEST_F(QRSymbolsTest, AreDecodedWhateverTheMessageAndItsLength) {
   }
 }
 
-TEST_F(QRSymbolsTest, AreOfLevelMAndBeforeItOfLevelLWhereThatIsSmaller) {
+TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
   const auto widths = [this](std::size_t length) {
     std::vector<int> found;
     for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
     return found;
   };
-  // Version 5, of 37 modules, has room for 84 bytes with level M and for 106 bytes with level L.
+  // Version 5 is 37 modules wide. It holds 84 bytes with error correction level M, and 106 with level L.
   EXPECT_EQ(widths(84), std::vector{37});
   EXPECT_EQ(widths(85), (std::vector{37, 41}));
   EXPECT_EQ(widths(106), (std::vector{37, 41}));
 }
 
-TEST_F(QRSymbolsTest, HoldWhatTheLargestHoldsAndNoMore) {
-  // Version 40 with level M, in byte mode: letters and digits take no less room than others.
+TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
+  // This is what version 40, the largest, holds with level M. Letters and digits are encoded as bytes, too.
   constexpr std::size_t most = 2331;
   for (const char letter : {'a', '1'}) {
     EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);

@@ -27,11 +27,11 @@ using Arguments = std::vector<std::string>;
 class RealChildren {
  public:
   RealChildren() {
-    // Blocked, so that sigtimedwait gets each SIGCHLD.
+    // SIGCHLD is blocked, so that sigtimedwait receives it.
     sigemptyset(&childSignal);
     sigaddset(&childSignal, SIGCHLD);
     pthread_sigmask(SIG_BLOCK, &childSignal, nullptr);
-    // Orphaned descendants become children of the test.
+    // Orphaned descendants become children of this process, so that it can reap them.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
   }
   ~RealChildren() {
@@ -41,14 +41,14 @@ class RealChildren {
   RealChildren(const RealChildren&) = delete;
   RealChildren& operator=(const RealChildren&) = delete;
 
-  /// Never null.
+  /// Launches a child with `arguments`. Never returns null.
   std::unique_ptr<Process> launch(const Arguments& arguments) {
     auto launched = processes.launch(TEST_CHILD, arguments);
     if (!launched) throw std::runtime_error(launched.reason());
     return std::move(*launched);
   }
 
-  /// Launches a child with `arguments` and then `rest`; returns when it has done `arguments`.
+  /// Launches a child that does `arguments` and then `rest`. Returns when the child has done `arguments`.
   std::unique_ptr<Process> launchUpTo(Arguments arguments, const Arguments& rest = {"pause"}) {
     const Milestone& reached = milestones.emplace_back(folder.file(std::to_string(milestones.size())));
     arguments.insert(arguments.end(), {"touch", reached.path});
@@ -58,7 +58,7 @@ class RealChildren {
     return child;
   }
 
-  /// Checks `condition` after each SIGCHLD until it holds; false after a time limit.
+  /// Checks `condition` after each SIGCHLD until it holds; returns false at the time limit.
   bool comesTrue(const std::function<bool()>& condition) {
     const timespec wait{static_cast<time_t>(patience.count()), 0};
     while (!condition()) {
@@ -71,7 +71,7 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Reaps all remaining descendants of the group; false when one does not end in time.
+  /// Reaps all descendants in the process group `group`, or in any group; false if one does not end in time.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;
@@ -92,7 +92,7 @@ class RealChildren {
   std::list<Milestone> milestones;
 };
 
-/// The number behind `name` in `text`.
+/// Returns the number that follows `name` in `text`.
 inline pid_t numberBehind(const std::string& text, const std::string& name) {
   const auto at = text.find(name + " ");
   if (at == std::string::npos) throw std::runtime_error("no " + name + " in: " + text);

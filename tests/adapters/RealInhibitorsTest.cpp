@@ -5,7 +5,7 @@
 #include "tests/adapters/AwakeDesk.h"
 #include "tests/rig/RealDesktop.h"
 
-// The inhibitors with real services.
+// Tests of the inhibitors with real services (xssproxy and mate-session).
 
 namespace kestrune::testing {
 namespace {
@@ -39,7 +39,7 @@ TEST_F(RealScreenSaver, IsDisabledWhileAnInhibitorIsHeld) {
 struct RealSessionManager : AwakeDesk {
   void SetUp() override {
     startBuses();
-    // An empty autostart folder, so that it starts no programs.
+    // The autostart folder is empty, so that mate-session starts no programs.
     std::filesystem::create_directory(screen.home.file("nothing"));
     service = std::make_unique<RealProgram>(
         std::vector<std::string>{"mate-session", "--failsafe", "--disable-acceleration-check", "--autostart",

@@ -10,7 +10,7 @@
 #include "tests/rig/SignalState.h"
 #include "tests/rig/VirtualTime.h"
 
-// The notifications with a real daemon.
+// Tests of the notifications with a real daemon (dunst).
 
 namespace kestrune::testing {
 namespace {
@@ -22,7 +22,7 @@ struct RealDaemon : ::testing::Test {
   }
   std::vector<std::string> command() const { return {"dunst", "-conf", screen.home.file("dunstrc")}; }
 
-  /// Returns when the daemon answers.
+  /// Starts the daemon. Returns when the client knows whether the daemon reads markup.
   void startDaemon(const std::string& markup) {
     bus.start();
     configure(markup);
@@ -30,7 +30,7 @@ struct RealDaemon : ::testing::Test {
     sessionBus.connect();
     ASSERT_GE(sd_bus_open_user(&caller), 0);
     ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return history() == "[]"; })) << daemon->errors();
-    // The client knows the owner, has asked whether it reads markup, and has the answer.
+    // In three round trips, the client learns who owns the name, asks about markup, and gets the answer.
     for (int trips = 0; trips < 3; ++trips) {
       ASSERT_TRUE(trip.succeeds(loop));
       history();
@@ -45,7 +45,7 @@ struct RealDaemon : ::testing::Test {
     return BusMessage(reply);
   }
 
-  /// The closed notifications, the last first: "[application | icon | summary | shown text]".
+  /// Returns the closed notifications, the newest first: "[application | icon | summary | shown text]".
   std::string history() const {
     const BusMessage reply = ask("NotificationListHistory");
     if (!reply) return "no answer";

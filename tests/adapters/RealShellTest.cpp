@@ -18,9 +18,9 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 namespace kestrune::testing {
 namespace {
 
-/// The controller's runner with the real bash.
+/// The controller, which runs shell commands with the real bash.
 struct RealShell : ::testing::Test, RealChildren {
-  // Keeps the profile of the user who runs the tests out.
+  // A HOME of its own keeps bash from reading the profile of the user who runs the tests.
   const ScopedVariable home{"HOME", folder.file(".")};
   SystemClock clock;
   FakePlatform fakes;

@@ -18,12 +18,12 @@
 
 namespace {
 
-/// The errno that flock fails with; 0 for success.
+/// The errno with which flock fails; 0 means that flock works.
 int lockFailure = 0;
 
 }  // namespace
 
-// Replaces flock(2) of the C library in this program, to simulate a file system without locks.
+// Replaces flock(2) of the C library in this program, to simulate a file system that has no locks.
 extern "C" int flock(int descriptor, int operation) noexcept {
   if (lockFailure == 0) return static_cast<int>(syscall(SYS_flock, descriptor, operation));
   errno = lockFailure;
@@ -47,7 +47,7 @@ struct RendezvousTest : ::testing::Test, Instances {
     EXPECT_TRUE(made->claims());
     return made;
   }
-  /// A client whose loop does not run, like a hanging process.
+  /// Returns a client whose loop never runs, as in a process that hangs.
   std::unique_ptr<Start> hangingClient() {
     auto made = std::make_unique<Start>(stopped, folders);
     EXPECT_TRUE(made->claims());
@@ -62,7 +62,7 @@ TEST_F(RendezvousTest, LaterStartsGiveWayAndAskTheClientToShowItsMenu) {
   const auto first = client();
   EXPECT_TRUE(isTurnedDown());
   EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
-  // A token with a line end or of excessive length is left out. A start in the background sends no request.
+  // A token with a line end, or one that is too long, arrives as "". The last two starts ask for no menu.
   EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
   EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
   EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
@@ -175,7 +175,7 @@ TEST_F(RendezvousTest, ClientRunsWithoutAFolder) {
 TEST_F(RendezvousTest, ClientRunsOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    // Inodes for the root, the client's folder and the lock; none for the socket.
+    // The disk has three inodes: for its root, the client's folder and the lock. None is left for the socket.
     if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
@@ -206,7 +206,7 @@ TEST_F(RendezvousTest, LinkInPlaceOfTheLockIsNotFollowed) {
 }
 
 TEST_F(RendezvousTest, FolderOfAnotherUserIsNotUsed) {
-  // Only root can change the owner; other users link to a folder of root.
+  // Only root can give the folder to another user. Other users link to a folder of root instead.
   if (geteuid() == 0) {
     std::filesystem::create_directories(place);
     ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
@@ -225,8 +225,8 @@ TEST_F(RendezvousTest, LockIsKeptAcrossExec) {
     Start before(own, folders);
     before.claims();
     before.rendezvous.passOn();
-    std::filesystem::remove(socket);  // after exec, nobody answers
-    // The first Rendezvous that is constructed takes the lock over.
+    std::filesystem::remove(socket);  // after an exec, nobody answers on the socket
+    // Of the two Rendezvous objects (each wants the client's lock and socket), the first takes the lock over.
     Start after(own, folders), another(own, folders);
     say(another.claims({.answerPatience = moment}) ? "client" : "second");
     say(after.claims(replacement) ? "client" : "second");
@@ -339,7 +339,7 @@ TEST_F(InstanceFoldersTest, FirstExistingRuntimeFolderOfTheUserIsUsed) {
   const std::string session = folder.file("session");
   std::filesystem::create_directories(session);
   EXPECT_EQ(chosen(session), session);
-  // A folder of another user is skipped.
+  // A runtime folder that belongs to another user is skipped.
   EXPECT_TRUE(geteuid() != 0 || chown(session.c_str(), 65534, 65534) == 0);
   EXPECT_EQ(chosen(geteuid() == 0 ? session : "/usr"), own);
 }

@@ -24,7 +24,7 @@ struct RequestServerTest : ::testing::Test, Instances {
     made->say(text);
     return made;
   }
-  /// The answer to a request of another process.
+  /// Sends `request` as another process would, and returns the answer.
   std::string answer(const std::string& request) {
     const auto asking = peer(request + "\n");
     comesTrue(loop, [&] { return asking->read(), asking->text.ends_with('\n') || asking->hasEnded; });
@@ -72,7 +72,7 @@ TEST_F(RequestServerTest, UnknownRequestIsAnError) {
   EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(RequestServerTest, StatusIsSentOnceAndFollowForEver) {
+TEST_F(RequestServerTest, StatusGetsOneLineAndFollowGetsEachNewLine) {
   const auto once = peer("status\n"), always = peer("follow\n");
   publish("1");
   EXPECT_TRUE(once->hears("1\n"));
@@ -125,7 +125,7 @@ TEST_F(RequestServerTest, OldestPeerIsDisconnectedBeyondTheLimit) {
 
 TEST_F(RequestServerTest, PeerOfAnotherUserIsDisconnected) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-  // Only the user ID may be the reason for the refusal.
+  // All users may open the socket, so only the user ID can be the reason for the refusal.
   for (std::filesystem::path each = socket; each != "/tmp"; each = each.parent_path())
     chmod(each.c_str(), 0777);
   ForkedProgram stranger([this](const ForkedProgram::Say& say) {
@@ -174,7 +174,7 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // The loop's first timer opens a timerfd; a running client has one already.
+  // The loop opens its timerfd now, for its first timer. A running client has its timerfd already.
   loop.after(Seconds{60}, [] {});
   int turns = 0;
   {
@@ -183,7 +183,7 @@ TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
     const Seconds end = clock.awakeTime() + Seconds{0.2};
     loop.runUntil([&] {
       ++turns;
-      // Wakes the loop at the latest then.
+      // This job wakes the loop after 0.05 s, so that it checks the time again.
       loop.mainQueue().asyncAfter(Seconds{0.05}, [] {});
       return clock.awakeTime() >= end;
     });

@@ -19,7 +19,7 @@
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/TrayDesk.h"
 
-// For a while no process, thread or descriptor can be had (EAGAIN, EMFILE).
+// Tests in which no process, thread or descriptor can be had for a while (EAGAIN, EMFILE).
 
 namespace kestrune::testing {
 namespace {
@@ -67,7 +67,7 @@ TEST(ProcessShortage, ClosedQueueStartsNoThreadLater) {
     closed->close();
     gone.reset();
     shortage.reset();
-    // Its retry comes after theirs.
+    // This queue retries after `closed` and `gone` would. Once its job is done, their jobs cannot come.
     const auto last = loop.makeSerialQueue("last", QualityOfService::standard, QueueTarget::ownThread);
     shortage = std::make_unique<ProcessShortage>();
     std::atomic<bool> done = false;
@@ -94,7 +94,7 @@ TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   EXPECT_EQ(program.line(), "started");
 }
 
-/// The state of a thread of this process in /proc: 'S' while it sleeps.
+/// Returns the state of a thread of this process from /proc: 'S' while the thread sleeps.
 char stateOfThread(pid_t thread) {
   const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
   const auto name = text.rfind(") ");
@@ -138,7 +138,7 @@ TEST(ProcessShortage, ReservedLaunchGivesUpSoon) {
 
 // --- descriptors
 
-/// The RLIMIT_NOFILE that leaves `left` descriptors free. The open ones may have gaps between them.
+/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free, even if the open ones have gaps.
 rlim_t limitWith(int left) {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i <= left; ++i) taken.emplace_back(dup(STDERR_FILENO));
@@ -148,8 +148,8 @@ rlim_t limitWith(int left) {
 struct DescriptorShortage : FileTest {
   SignalState restored;
 
-  /// Runs `work` with no free descriptor, then with one, and so on, until it succeeds. Failed attempts must
-  /// leave none open. Returns how many descriptors `work` needs.
+  /// Runs `work` with no free descriptor, then with one, and so on, until `work` succeeds. No attempt may
+  /// leave a descriptor open. Returns the number of descriptors that `work` needs.
   static int neededFor(const std::function<bool()>& work) {
     constexpr int far = 20;
     const std::ptrdiff_t before = openDescriptors();
@@ -183,7 +183,7 @@ TEST_F(DescriptorShortage, LaunchLeaksNoDescriptor) {
 TEST_F(DescriptorShortage, ReservedLaunchHasSpareDescriptors) {
   RealChildren children;
   ChildProcesses& processes = children.processes;
-  // All other descriptors are taken.
+  // From here on, no descriptor can be opened, except those that `processes` has set aside.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
   processes.reserveForThisThread();
@@ -204,7 +204,7 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
         loop, program, [](const dialogs::Event&) {}, [&](bool) { ended = true; });
     return window.start({}) && comesTrue(loop, [&] { return ended; });
   };
-  // Makes the loop open the descriptors that it keeps.
+  // The first window makes the loop open the descriptors that it keeps open.
   ASSERT_TRUE(open());
   ASSERT_TRUE(hasNoChildren(loop));
   EXPECT_EQ(neededFor(open), 4);
@@ -276,7 +276,7 @@ TEST_F(AwakeDesk, InhibitorIsTakenAfterTheShortage) {
   std::optional<ResourceLimit> limit;
   BusMessage answer;
   login = serve(loginName, [&](sd_bus_message* call) {
-    // The kept message holds the last free descriptor.
+    // `answer` keeps the reply and its descriptor, so that sending the reply frees no descriptor.
     sd_bus_message* reply = nullptr;
     sd_bus_message_new_method_return(call, &reply);
     answer.reset(reply);

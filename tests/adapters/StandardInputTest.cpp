@@ -18,7 +18,7 @@ using Lines = std::vector<std::string>;
 constexpr auto tooLong = "(too long)";
 
 struct StandardInputOn : ::testing::Test {
-  /// Makes an input that reads `descriptor`; -1: standard input is closed.
+  /// Makes an input that reads `descriptor` as standard input; -1 means that standard input is closed.
   void read(int descriptor, bool start = true) {
     {
       const StandardStreams streams(descriptor, STDERR_FILENO);
@@ -45,7 +45,7 @@ struct StandardInputOn : ::testing::Test {
   EventLoop loop;
   PipeEnds pipe;
   std::optional<StandardInput> input;
-  std::optional<struct stat> left;  ///< what stands in for standard input
+  std::optional<struct stat> left;  ///< the file that is standard input after `input` was made
   bool childrenFindTheEnd = false;
   Lines lines;
   int ends = 0;
@@ -136,7 +136,7 @@ TEST_F(StandardInputOn, ATerminalGivesNoLineThatTheKernelMayHaveCut) {
   const PseudoTerminal terminal;
   read(terminal.inside.get());
   const std::string longest(4094, 'x');
-  // Ctrl-D makes the kernel return the unfinished line.
+  // Ctrl-D makes the kernel pass on a line without its end.
   const std::string passedOn = "\x04";
   for (const auto& typed :
        {longest, longest + "x", std::string(20000, 'x'), longest + "x" + passedOn + "rest",

@@ -26,7 +26,7 @@ struct StandardOutputTo : ::testing::Test {
   PseudoTerminal terminal;
 };
 
-TEST_F(StandardOutputTo, APipeIsWholeAndInOrder) {
+TEST_F(StandardOutputTo, APipeGetsTheWholeTextInOrder) {
   StandardOutput output(loop, pipe.writing.get());
   EXPECT_FALSE(output.isTerminal());
   EXPECT_EQ(fcntl(pipe.writing.get(), F_GETFL) & O_NONBLOCK, 0) << "others share it";
@@ -38,7 +38,7 @@ TEST_F(StandardOutputTo, APipeIsWholeAndInOrder) {
   EXPECT_TRUE(screen.text == text);
 }
 
-TEST_F(StandardOutputTo, AFileFollowsWhatIsThere) {
+TEST_F(StandardOutputTo, AFileGetsTheTextAfterWhatOthersWrote) {
   const ScratchFolder folder;
   const std::string path = folder.file("log");
   const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
@@ -53,10 +53,10 @@ TEST_F(StandardOutputTo, AFileFollowsWhatIsThere) {
   EXPECT_EQ(contents.str(), "before\nmenu\nbetween\nmenu again\n");
 }
 
-TEST_F(StandardOutputTo, WhatCannotBeOpenedAgainDoesNotBlock) {
+TEST_F(StandardOutputTo, APipeOrTerminalThatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
-      // It can be written to, but not opened again, as after a change of the user.
+      // The descriptor can be written to, but its file cannot be opened again, as after a change of the user.
       fchmod(foreign, 0);
       constexpr uid_t nobody = 65534;
       if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");
@@ -96,10 +96,10 @@ TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
   EXPECT_TRUE(isIdle(loop)) << "when the reader is gone";
 }
 
-TEST_F(StandardOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
+TEST_F(StandardOutputTo, ASocketGetsTheWholeTextAndItsLostReaderIsNoError) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  // Another process has the socket open, too.
+  // Other processes may have a socket open, too, so the output must not set O_NONBLOCK on it.
   const FileDescriptor inside(ends[0]);
   FileDescriptor outside(ends[1]);
   StandardOutput output(loop, inside.get());
@@ -118,7 +118,7 @@ TEST_F(StandardOutputTo, ASocketIsWholeUntilItsReaderGoesWhichIsNoFault) {
   EXPECT_TRUE(isIdle(loop));
 }
 
-TEST_F(StandardOutputTo, AWriterKnowsWhatItDropped) {
+TEST_F(StandardOutputTo, AWriterReportsADroppedText) {
   DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
   EXPECT_TRUE(writer.write("one\n"));
   EXPECT_TRUE(writer.write(std::string(2 * megabyte, 'x')))
@@ -133,7 +133,7 @@ TEST_F(StandardOutputTo, AWriterKnowsWhatItDropped) {
   EXPECT_FALSE(writer.write("four\n"));
 }
 
-TEST_F(StandardOutputTo, AWriterCountsWhatIsStillToBeWritten) {
+TEST_F(StandardOutputTo, AWriterLimitsOnlyTheUnwrittenText) {
   DescriptorWriter writer(loop, FileDescriptor(fcntl(pipe.writing.get(), F_DUPFD_CLOEXEC, 3)), megabyte);
   std::string expected;
   Screen screen(loop, pipe.reading.get());

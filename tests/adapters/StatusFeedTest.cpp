@@ -10,7 +10,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// The calls of a subscription.
+/// A subscription, and the calls that it has received.
 struct Heard {
   Lines lines;
   int absences = 0;

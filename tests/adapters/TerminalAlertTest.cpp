@@ -58,7 +58,7 @@ TEST_F(TerminalAlert, TakesAnEmptyLineForTheFirstButton) {
   after(" \t\r\n");
   EXPECT_EQ(answers, (Answers{"a 0", "b 0"}));
   present("c");
-  after(" 2 \n1\n\n");  // once
+  after(" 2 \n1\n\n");  // only the first line is an answer
   EXPECT_EQ(answers, (Answers{"a 0", "b 0", "c 1"}));
 }
 

@@ -81,9 +81,9 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
 
-// --- pictures
+// --- pictures, such as QR codes
 
-/// The pixels that `text` draws on a dark screen, as levels of grey; two pixels for each character cell.
+/// Returns the pixel rows that `text` draws on a dark screen: a grey byte per pixel, two pixels per cell.
 std::vector<std::string> drawn(const std::string& text) {
   constexpr char black = '\0';
   constexpr char white = '\xFF';
@@ -157,7 +157,7 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
   }
 }
 
-/// A dialogue with a QR code of `message` and a label, as it begins on a terminal of this size.
+/// Returns what a dialogue with a QR code of `message` prints first, on a terminal of the given size.
 std::string beginOfCode(const std::string& message, int columns, int rows) {
   QRSymbols symbols;
   const Image image{.width = 260, .height = 260, .bitmaps = symbols.generate(message)};

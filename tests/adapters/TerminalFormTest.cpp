@@ -22,7 +22,7 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
     rig.face->present({.describe = [alert] { return alert; },
                        .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
   }
-  /// Types a line that is too long, without its end.
+  /// Types a line that is too long, but does not end it.
   void typeTooMuch() {
     for (int piece = 0; piece < (GetParam() == TerminalRig::Line::terminal ? 5 : 70); ++piece) {
       rig.type(std::string(1000, 'x'));
@@ -76,7 +76,7 @@ TEST_P(TerminalForm, TakesEachLineAsTheAnswerToTheOpenQuestion) {
   };
   present(form({field("a", "1"), field("b", "2"), button("Show", "show")}));
   EXPECT_TRUE(rig.screen.shows("Field a"));
-  // The empty line answers the alert on top, not the form below it.
+  // "3" opens an alert on top of the form. The empty line after "3" answers the alert, not the form.
   rig.type("new\n\n3\n\n2\n");
   EXPECT_TRUE(comesTrue(loop, [this] { return answers.size() == 2; }));
   EXPECT_EQ(answers.at(0).button, 0U);
@@ -90,7 +90,7 @@ TEST_P(TerminalForm, RefusesAnAnswerThatIsTooLongAndAsksAgain) {
   present(form({field("a", "1"), field("b", "2")}));
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
-  // A script may already have written the answers to the next questions.
+  // A script may already have written its next answers into the pipe. They must be discarded.
   rig.type(isTerminal ? "\n" : "\nfor b\n1\n");
   const std::string limit = isTerminal ? "4094" : "65536";
   EXPECT_TRUE(
@@ -107,7 +107,7 @@ TEST_P(TerminalForm, IsCancelledByAnEndWithinAnAnswerThatIsTooLong) {
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
   rig.endInput();
-  // On a terminal the first Ctrl-D only makes the kernel return the unfinished line.
+  // On a terminal, the first Ctrl-D only makes the kernel pass on the line without its end.
   if (GetParam() == TerminalRig::Line::terminal) rig.endInput();
   ASSERT_TRUE(isAnswered());
   EXPECT_EQ(answers[0].button, std::nullopt);
@@ -141,7 +141,7 @@ TEST_P(TerminalSecret, IsNotSeenEvenWhenItIsTooLong) {
   present(form({field("key", "", ViewKind::secureTextField), field("b", "2")}));
   EXPECT_TRUE(isEchoed());
   EXPECT_TRUE(rig.screen.shows("Field key（未填，輸入時不顯示）> "));
-  // Lines that were typed behind a refused answer are discarded.
+  // The first line is refused. The two lines typed behind it must be discarded.
   rig.type("sk-" + std::string(5000, 'x') + "\nsk-other\n1\n");
   EXPECT_TRUE(
       rig.screen.shows("輸入時不顯示）> \n這一行太長，沒有採用：最多 4094 個位元組。請重新輸入。\n"

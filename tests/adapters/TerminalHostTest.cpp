@@ -9,7 +9,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// Shows a small menu and a notification, and ends.
+/// An application that shows a small menu and a notification, and then ends.
 class Demonstration final : public ApplicationDelegate {
  public:
   explicit Demonstration(Platform& givenPlatform) : platform(givenPlatform) {}
@@ -30,7 +30,7 @@ class Demonstration final : public ApplicationDelegate {
   std::unique_ptr<StatusItem> item;
 };
 
-/// The terminal face in a whole host.
+/// Runs a whole host with the terminal face (the user interface in a terminal).
 struct TerminalHost : ::testing::Test {
   static void demonstrate() {
     const auto host = makeHost({.face = Face::terminal});
@@ -38,7 +38,7 @@ struct TerminalHost : ::testing::Test {
     host->platform().application->run(demonstration);
   }
 
-  /// The output on a terminal with these values of TERM and NO_COLOR.
+  /// Returns the output on a terminal, with the given values of TERM and NO_COLOR.
   std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
     PseudoTerminal terminal;
     ForkedProgram program([&](const ForkedProgram::Say& say) {

@@ -9,8 +9,8 @@
 namespace kestrune::testing {
 namespace {
 
-/// The face as a job in its own session on a terminal, and a shell that moves it between foreground and
-/// background.
+/// Runs the face (the user interface in the terminal) as a job of a shell, in a session of its own. The shell
+/// moves the job between foreground and background.
 struct TerminalJob : ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(shell.line(), "ready");

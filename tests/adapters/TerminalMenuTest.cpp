@@ -26,7 +26,7 @@ struct TerminalMenu : ::testing::Test {
     rig.settle();
   }
 
-  /// Forgets what was printed so far.
+  /// Forgets everything that the client has printed so far.
   void clear() {
     rig.settle();
     rig.screen.text.clear();
@@ -41,7 +41,7 @@ struct TerminalMenu : ::testing::Test {
     return onScreen();
   }
 
-  /// The words of the row with that number.
+  /// Returns the words of the menu row with the given number; empty if there is no such row.
   Words row(int number) const {
     std::istringstream lines(rig.screen.text);
     for (std::string line; std::getline(lines, line);) {

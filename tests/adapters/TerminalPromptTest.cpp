@@ -52,7 +52,7 @@ TEST(TerminalPrompt, ComesBackOnceAfterARow) {
   EXPECT_EQ(rig.screen.count("列號或按鍵> "), 1U);
 }
 
-/// A menu that has been printed on a terminal.
+/// A client that has printed its menu on a terminal.
 struct TerminalChanges : ::testing::Test {
   TerminalChanges() {
     item = rig.face->statusItem(squareStatusItemLength);
@@ -77,7 +77,7 @@ struct TerminalChanges : ::testing::Test {
     rig.settle();
     return std::exchange(rig.screen.text, {});
   }
-  /// The kernel sends no SIGWINCH, because the terminal is not this process's controlling terminal.
+  /// Sets the terminal's height. No SIGWINCH comes: the terminal is not this process's controlling terminal.
   void setHeight(unsigned short rows) const {
     const winsize size{.ws_row = rows, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
     ASSERT_EQ(ioctl(rig.terminal.inside.get(), TIOCSWINSZ, &size), 0);
@@ -151,7 +151,7 @@ TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
   EXPECT_TRUE(text.ends_with("third\nKestrune\n列號或按鍵> ")) << text;
 }
 
-/// A menu on a terminal. The action of each row is its number.
+/// A client with a menu of 14 rows on a terminal. The name of each row's action is the row's number.
 struct TerminalTyping : ::testing::Test {
   TerminalTyping() {
     item = rig.face->statusItem(squareStatusItemLength);
@@ -167,7 +167,7 @@ struct TerminalTyping : ::testing::Test {
     menu.items.back().title = last;
     item->setMenu(menu);
   }
-  /// Types `text`, and waits for its echo without running the loop.
+  /// Types `text`, and waits until the terminal has echoed it as `echo`. The client reads nothing meanwhile.
   void type(std::string_view text, std::string_view echo) {
     rig.settle();
     rig.screen.text.clear();
@@ -187,7 +187,7 @@ struct TerminalTyping : ::testing::Test {
 };
 
 TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
-  // Ctrl-D makes the kernel return the unfinished line.
+  // Ctrl-D (\x04) makes the kernel pass on a line without its end.
   for (const std::string typed : {"1", "1\x04"}) {
     for (const bool changed : {true, false}) {
       target->performed.clear();

@@ -36,7 +36,7 @@ struct TimerContract : ::testing::Test {
   void letTick(std::size_t count) {
     EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
   }
-  /// The time from `moment` to the second tick after it.
+  /// Returns the time from `moment` to the second tick after it.
   Seconds secondTickAfter(const Seconds& moment) {
     std::vector<Seconds> since;
     EXPECT_TRUE(loop.letPassUntil([&] {
@@ -84,7 +84,7 @@ TYPED_TEST(TimerContract, InvalidatedTimerDoesNotTickThoughItWasDue) {
 }
 
 TYPED_TEST(TimerContract, ActionMayDestroyItsTimer) {
-  // The captures of the action must live until it returns.
+  // What the action has captured must live until the action returns.
   this->schedule([this, text = std::make_shared<std::string>("still there")] {
     this->timer.reset();
     EXPECT_EQ(*text, "still there");
@@ -154,7 +154,7 @@ TEST(VirtualTimer, SuspendBecomesOneTick) {
   EXPECT_EQ(ticks, 2);
 }
 
-// --- SystemClock
+// --- SystemClock and its fake
 
 template <typename ClockUnderTest>
 struct ClockContract : ::testing::Test {
@@ -176,9 +176,9 @@ TYPED_TEST(ClockContract, SleepsAtLeastAsLongAsAsked) {
   EXPECT_GE(this->clock.awakeTime(), before);
 }
 
-// --- CLOCK_MONOTONIC and CLOCK_BOOTTIME
+// --- the difference between CLOCK_MONOTONIC and CLOCK_BOOTTIME
 
-/// On a machine that was never suspended, both clocks show the same time, and a wrong clock goes unnoticed.
+/// On a machine that was never suspended, both clocks show the same time, so no test notices a wrong clock.
 /// So the tests of timers and queues run again in a time namespace where CLOCK_BOOTTIME is a year ahead.
 TEST(FarClocks, MonotonicAndBoottimeAreNotMixedUp) {
   requireNamespaces("--time --boottime 1 --fork");

@@ -12,7 +12,7 @@ namespace {
 
 constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
-/// A watcher with or without a host.
+/// Behaves as the desktop's tray service; `there`: whether a panel shows the tray icons.
 StubService::Behaviour watcherWithHost(bool there) {
   return [there](sd_bus_message* call) {
     sd_bus_message* reply = nullptr;
@@ -46,7 +46,7 @@ struct TrayAdviceTo : ::testing::Test {
   void watch(StubService::Behaviour behaviour) {
     watcher = std::make_unique<StubService>(daemon.address(), watcherName, std::move(behaviour));
   }
-  /// The number of notifications after `duration`, when all questions are answered.
+  /// Lets `duration` pass and the watcher answer. Returns the number of notifications so far.
   std::size_t adviceAfter(Seconds duration) {
     timers.advance(duration);
     if (watcher) {
@@ -56,7 +56,7 @@ struct TrayAdviceTo : ::testing::Test {
     EXPECT_TRUE(trip.succeeds(loop));
     return notifications.posted.size();
   }
-  /// The number of notifications after both looks.
+  /// Lets the client look for a tray twice. Returns the number of notifications.
   std::size_t adviceAtLast() {
     EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
     if (watcher) watcher->newCalls();
@@ -69,7 +69,7 @@ TEST_F(TrayAdviceTo, NotifiesOnceWithoutATray) {
   EXPECT_EQ(adviceAtLast(), 1U);
   const Notification& said = notifications.posted.at(0);
   EXPECT_NE(said.body.find("gnome-shell-extension-appindicator"), std::string::npos);
-  // Many desktops show this line only.
+  // Many desktops show only the first line of a notification.
   const std::string firstLine = said.body.substr(0, said.body.find('\n'));
   EXPECT_NE(firstLine.find("再啟動一次 Kestrune"), std::string::npos);
   EXPECT_NE(firstLine.find("AppIndicator"), std::string::npos);

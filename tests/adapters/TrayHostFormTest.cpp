@@ -21,7 +21,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// The id of a row in the reply of GetLayout, with the ids below it in brackets.
+/// Reads a row of the reply of GetLayout. Returns its id, with the ids of its submenu in brackets.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -38,7 +38,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client whose tray host can be that of any desktop.
+/// A client with 29 rows. Its tray host can own the bus names by which the client recognises a desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -54,7 +54,7 @@ struct TrayForm : EmptyDesk {
 
   MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
 
-  /// Starts a tray host that also owns `names`, and another program that owns `other`.
+  /// Starts a tray host that owns the bus names `names`, and a program without a tray that owns `other`.
   void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
     program.reset();
     if (other != nullptr)
@@ -76,7 +76,7 @@ struct TrayForm : EmptyDesk {
     row(2).title = title;
     item->setMenu(menu);
     const std::string label = property(2, "label");
-    return label.substr(3, label.size() - 4);  // without "s '" and "'"
+    return label.substr(3, label.size() - 4);  // cuts off the leading "s '" and the closing "'"
   }
   std::string clicked(const char* method = "Activate") {
     const std::string answer =
@@ -90,14 +90,14 @@ struct TrayForm : EmptyDesk {
   std::unique_ptr<StubService> program;
 };
 
-// gnome-shell-extension-appindicator 46 and 59, dbusMenu.js, _updateLabel: replace(/_([^_])/, '$1').
+// Does what gnome-shell-extension-appindicator 46 and 59 do (dbusMenu.js, _updateLabel).
 std::string asGnomeShellShows(const std::string& label) {
   static const std::regex rule("_([^_])");
   return std::regex_replace(label, rule, "$1", std::regex_constants::format_first_only);
 }
 
-// libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6, utils.cpp, swapMnemonicChar: of two underscores one stays,
-// and one alone is taken out.
+// Does what libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6 do (utils.cpp, swapMnemonicChar): "__" becomes
+// "_", and a single "_" is taken out.
 std::string asQtShows(const std::string& label) {
   std::string shown;
   for (std::size_t at = 0; at < label.size(); ++at) {
@@ -107,7 +107,7 @@ std::string asQtShows(const std::string& label) {
   return shown;
 }
 
-// libdbusmenu 18.10, genericmenuitem.c, sanitize_label, of a label without an underscore that stands alone.
+// Does what libdbusmenu 18.10 does (genericmenuitem.c, sanitize_label) if the label has no single underscore.
 std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }
@@ -151,7 +151,7 @@ TEST_F(TrayForm, MenuWithoutSubmenuRowsStaysFlat) {
 TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   runOn({});
   EXPECT_EQ(layout(), flat);
-  runOn({}, gnomeShell);  // the tray belongs to another panel
+  runOn({}, gnomeShell);  // GNOME Shell runs, but the tray is another program's
   EXPECT_EQ(layout(), flat);
   runOn({}, plasma);
   EXPECT_EQ(layout(), flat);
@@ -193,7 +193,7 @@ TEST_F(TrayForm, UnderscoresAreKeptOnEveryHost) {
   static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
   const auto check = [&](std::string (*shown)(const std::string&)) {
     for (int time = 0; time < 300; ++time) {
-      std::string title = "x";  // no white space at the start
+      std::string title = "x";  // so that the title does not begin with a blank
       for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
       ASSERT_EQ(shown(labelOf(title)), title);
     }

@@ -15,7 +15,7 @@ struct TrayMenuChanges : TrayDesk {
     item->setMenu(menu);
     host->news();
   }
-  /// The signals that the host receives when `menu` is set.
+  /// Sets `menu`, and returns the signals that the host receives.
   News newsOf() {
     item->setMenu(menu);
     return host->news();

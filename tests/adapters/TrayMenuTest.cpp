@@ -21,7 +21,7 @@ struct TrayMenu : TrayDesk {
     host->news();
   }
 
-  /// The actions that have run, when all calls are handled.
+  /// Waits until the client has handled all calls. Returns the actions that have run.
   CallLog performed() {
     host->catchUp();
     settleQueue(loop);

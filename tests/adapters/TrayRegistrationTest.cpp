@@ -6,7 +6,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // a call that blocks on a frozen bus takes 25 s
+constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a frozen bus takes
 using Registrations = std::vector<std::string>;
 
 Menu oneRow(const std::string& title) {
@@ -24,7 +24,7 @@ struct TrayRegistration : EmptyDesk {
     bus.connect();
     item = bar.statusItem(squareStatusItemLength);
   }
-  /// With a bus and a tray.
+  /// Starts the bus and a tray. Returns whether the tray gets the item.
   bool showsItem() {
     daemon.start();
     showTray();

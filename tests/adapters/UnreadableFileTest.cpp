@@ -12,7 +12,7 @@
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RefusedCall.h"
 
-// A file that cannot be read is replaced, but kept: as a hard link, as a copy, or by exchanging two names.
+// replaceUnreadableFile keeps the old file: by a hard link (second name), a copy, or an exchange of names.
 
 namespace kestrune::testing {
 namespace {
@@ -20,7 +20,7 @@ namespace {
 struct UnreadableFile : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
 
-  /// Root may read everything: changes this process to another user, who then owns the folder and its files.
+  /// Root may read every file. So if this process is root, makes it an ordinary user who owns the files.
   void becomeOrdinaryUser() const {
     constexpr uid_t nobody = 65534;
     if (geteuid() != 0) return;
@@ -29,7 +29,7 @@ struct UnreadableFile : FileTest {
                       setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
     if (!done) throw std::runtime_error("no other user");
   }
-  /// The error of `replaceUnreadableFile` in a process of its own, after `prepare`.
+  /// Calls `prepare` and then `replaceUnreadableFile` in a process of its own. Returns the error's message.
   std::string replaceAfter(const std::function<void()>& prepare) const {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
@@ -154,7 +154,7 @@ TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
   for (int round = 0; round < 40; ++round) {
     ForkedProgram program([this](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
-      // Like fs.protected_hardlinks for the file of another user.
+      // The kernel does this for another user's file if fs.protected_hardlinks is set.
       refuseHardLinks(EPERM);
       skipFlushes();
       for (;;) {
