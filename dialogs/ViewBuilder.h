@@ -9,12 +9,12 @@ class QWidget;
 
 namespace kestrune::dialogs {
 
-/// The widget of a view, without a parent; the caller takes ownership. The fields in it are QLineEdits whose
-/// object names are their identifiers. `pressed` is called with the action of a button each time that it is
-/// pressed.
+/// Builds the widget of a view. It has no parent, and the caller takes ownership. Each field inside is a
+/// QLineEdit whose object name is the identifier of the field. At each press of a button inside, `pressed` is
+/// called with the action of that button.
 QWidget* buildView(const View& view, const std::function<void(const std::string& action)>& pressed = {});
 
-/// Whether `widget` or a part of it scrolls, so that it may be lower than its size hint.
+/// Returns whether `widget` or a part of it scrolls, so that it may be lower than its size hint.
 bool canShrink(const QWidget& widget);
 
 }  // namespace kestrune::dialogs
