@@ -172,8 +172,7 @@ void AlertWindow::reject() {
 }
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
-  // When the window opens, a button has the focus, not the long text. Make the keys scroll the text
-  // nevertheless.
+  // A button has the focus when the window opens. Make the keys scroll the long text nevertheless.
   if (longText != nullptr && scrollByKey(*longText->verticalScrollBar(), *event)) return;
   DialogWindow::keyPressEvent(event);
 }

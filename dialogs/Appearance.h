@@ -23,12 +23,11 @@ int pixels(double points);
 /// desktop's font itself is smaller than 8 pt; then it is not smaller than the desktop's font.
 QFont fontFor(double points, FontWeight weight);
 
-/// Makes Qt draw emoji in colour if a colour emoji font is installed. The emoji 🟢 🟡 🔴 are always drawn
-/// in colour, from resources/lamps.ttf. Without this call, Qt may choose a black-and-white font.
+/// Makes Qt draw emoji in colour if a colour emoji font is installed. The emoji 🟢 🟡 🔴 are always
+/// drawn in colour, from resources/lamps.ttf. Without this call, Qt may choose a black-and-white font.
 void preferColorEmoji();
 
-/// Returns the text colour of the palette. For secondary text, returns a mixture of the text colour and the
-/// window colour.
+/// Returns the text colour of the palette. For secondary text, mixes it with the window colour.
 QColor colorFor(TextColor color, const QPalette& palette);
 
 /// Returns the largest size that fits on every screen, without the window's frame. It considers every screen

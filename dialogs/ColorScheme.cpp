@@ -64,8 +64,7 @@ void ColorScheme::settingChanged(const QDBusMessage& signal) {
 }
 
 void ColorScheme::follow(QVariant value) {
-  // Unwrap the value. The portal's method `Read` puts it into two variants, the signal `SettingChanged` into
-  // one.
+  // The portal's method `Read` puts the value into two variants, the signal `SettingChanged` into one.
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;

@@ -50,8 +50,7 @@ void DialogWindow::present() {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
-  // Add the program's name. In a task bar, a title like "state" alone would not tell which program it belongs
-  // to.
+  // In a task bar, a title like "state" alone would not tell which program it belongs to.
   setWindowTitle(name.contains(program) ? name
                  : name.isEmpty()       ? program
                                         : name + QStringLiteral(" — ") + program);
@@ -62,8 +61,7 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Give the window a fixed size until it is mapped, so that tiling compositors let it float instead of
-  // tiling it.
+  // Tiling compositors tile a window unless it has a fixed size when it is mapped.
   if (isOnWayland()) limitSize(size(), size());
 }
 

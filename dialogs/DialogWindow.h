@@ -9,8 +9,7 @@ namespace kestrune::dialogs {
 
 bool isOnWayland();
 
-/// Scrolls the view if the key is Page Up, Page Down, Home or End, and returns true. Returns false for other
-/// keys.
+/// Scrolls and returns true if the key is Page Up, Page Down, Home or End. Else returns false.
 bool scrollByKey(QScrollBar& bar, const QKeyEvent& event);
 
 /// The base class of this program's windows.
@@ -30,8 +29,7 @@ class DialogWindow : public QDialog {
   /// Sets the window's title, and its name for screen readers.
   void setName(const QString& name);
 
-  /// Called once, after the window is mapped and before it is painted. Slow work that does not change the
-  /// layout belongs here.
+  /// Called once between mapping and painting, for slow work that does not change the layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

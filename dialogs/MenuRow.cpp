@@ -30,8 +30,7 @@ QKeySequence keysOf(const MenuItem& item) {
 }
 
 MenuRow::MenuRow(int itemId) : id(itemId) {
-  // Return shall press only a row that has the focus. As a default button, the first row would be pressed
-  // when no row has the focus.
+  // Without this, Return would press the first row when no row has the focus.
   setAutoDefault(false);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
@@ -106,8 +105,7 @@ QSize MenuRow::sizeHint() const {
 
 /// Returns the title, shortened with "…" to the width that the style leaves for it.
 QString MenuRow::elidedTitle() const {
-  // Measure the row with the whole title: with a shorter title, the result could be the style's minimum
-  // width.
+  // Measure with the whole title: for a short one, the result could be the style's minimum width.
   const int missing = sizeHint().width() - width();
   if (missing <= 0) return wholeTitle;
   const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
@@ -122,8 +120,7 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // Leave the other keys to the window. It moves the focus and scrolls; QPushButton would move the focus
-      // without scrolling.
+      // The window handles the other keys: it scrolls when it moves the focus, which QPushButton does not.
       event->ignore();
   }
 }

@@ -137,8 +137,7 @@ void MenuWindow::moveFrom(std::ptrdiff_t index, int step) {
   } while (!row->isEnabled());
   row->setFocus(Qt::TabFocusReason);
   area->ensureWidgetVisible(row, 0, row->height());
-  // The rows above the first row that can be chosen cannot get the focus. Scroll to the top, so that they can
-  // be read.
+  // The rows above the first choosable row cannot get the focus. Scroll up, so that they can be read.
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 

@@ -23,8 +23,7 @@ class MenuWindow final : public DialogWindow {
       onChosen;                    ///< called once with the ID of the chosen item, after the window is hidden
   std::function<void()> onClosed;  ///< called when the user closes the window without a choice
 
-  /// Shows the items of `menu`. If the item IDs are the same as before, updates the rows in place and keeps
-  /// the focus.
+  /// Shows `menu`. If the item IDs are the same as before, updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);
 
  protected:
@@ -34,8 +33,7 @@ class MenuWindow final : public DialogWindow {
  private:
   int widthForRows() const;
   void choose(int id);
-  /// Moves the focus from row `index` to the nearest row that can be chosen: downwards if `step` is 1,
-  /// upwards if it is -1.
+  /// Moves the focus from row `index` to the nearest choosable row: down if `step` is 1, up if it is -1.
   void moveFrom(std::ptrdiff_t index, int step);
 
   QScrollArea* area;

@@ -12,8 +12,7 @@ namespace kestrune::dialogs {
 /// characters, and characters that change the writing direction, become spaces.
 QString readableText(std::string_view utf8);
 
-/// Returns `utf8` as a single line. It replaces the same characters by spaces as `readableText`, and line
-/// ends too.
+/// Returns `utf8` as a single line: like `readableText`, but line ends become spaces too.
 QString readableLine(std::string_view utf8);
 
 /// Returns `text` with each "&" doubled, for a widget that would underline the character after a single "&".
@@ -22,13 +21,11 @@ QString withoutMnemonics(QString text);
 /// Returns `text` as escaped HTML for a tool tip. A tool tip would interpret some unescaped texts as HTML.
 QString toolTipText(const QString& text);
 
-/// Returns `text` if it fits in `width` pixels, else `text` shortened with "…" in the middle. Fast for texts
-/// of any length.
+/// Returns `text`, with "…" in the middle if it is wider than `width` pixels. Fast for any length.
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
-/// Returns `text` with line breaks added to lines that are too long to be laid out fast. An invisible
-/// character (word joiner, U+2060) stands before each added break. It tells `withoutAddedBreaks` which breaks
-/// to remove.
+/// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
+/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` finds it.
 QString withLongLinesBroken(const QString& text);
 QString withoutAddedBreaks(QString text);
 

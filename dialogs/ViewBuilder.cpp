@@ -90,8 +90,7 @@ class Label final : public QLabel {
   QString shown;
 };
 
-/// A field of one line. While it does not have the focus, a value that does not fit is painted with "…" in
-/// its middle. The value itself does not change.
+/// A field of one line. While it has no focus, a long value is painted with "…" in its middle.
 class Field final : public QLineEdit {
  public:
   explicit Field(const View& view) {
@@ -140,8 +139,7 @@ class Field final : public QLineEdit {
   }
 };
 
-/// A picture with unchanged colours, painted at the size that the view states and in the full resolution of
-/// the screen.
+/// A picture in its own colours, in the size that the view states and the screen's full resolution.
 class Picture final : public QLabel {
  public:
   explicit Picture(const View& view) : source(view.image) {
@@ -149,8 +147,7 @@ class Picture final : public QLabel {
     image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
     setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
                  static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
-    // This pixmap is never painted. It is set because screen readers take a QLabel with a pixmap for a
-    // picture.
+    // This pixmap is never painted. It makes the QLabel a picture for screen readers.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
   }
@@ -160,8 +157,7 @@ class Picture final : public QLabel {
     QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
     place.moveCenter(QRectF(rect()).center());
     QPainter painter(this);
-    // Smooth the picture only when it is shrunk: when it is enlarged, smoothing would blur the edges of a QR
-    // code.
+    // Smooth only when shrinking the picture. When enlarging, it would blur the edges of a QR code.
     painter.setRenderHint(QPainter::SmoothPixmapTransform,
                           image.width() > place.width() * devicePixelRatioF() + 0.5);
     painter.drawImage(place, image);
@@ -239,8 +235,7 @@ QWidget* buildColumn(const View& view, const OnPressed& pressed) {
                       : centred          ? Qt::AlignHCenter
                                          : Qt::AlignLeading);
   }
-  // The column is at least as large as its content needs: a picture or a large font may need more than the
-  // stated size.
+  // A picture or a large font may need more than the size that the view states.
   const QSize least = column->minimumSizeHint();
   if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
   if (canShrink(*column)) {

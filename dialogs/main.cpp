@@ -38,8 +38,8 @@ void forbidCoreDumps() {
   setrlimit(RLIMIT_CORE, &limit);
 }
 
-/// Keeps libdbus from starting a session bus when there is none. Starting a bus would delay the window, and
-/// the bus would keep running after the window is closed.
+/// Keeps libdbus from starting a session bus when there is none. Its start would delay the window, and the
+/// bus would outlive the program.
 void startNoBus() {
   if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return;
   const char* const folder = std::getenv("XDG_RUNTIME_DIR");
@@ -49,8 +49,7 @@ void startNoBus() {
 }
 
 QIcon programIcon() {
-  // The icons are in the folder of the program (in a build tree or in the backend's folder), else in the
-  // install prefix.
+  // The icons are beside the program (build tree, or the backend's folder), else in the install prefix.
   const QString folder = QCoreApplication::applicationDirPath();
   for (const auto& resources :
        {folder + QStringLiteral("/resources"), folder + QStringLiteral("/../share/kestrune-menu-client")}) {
@@ -101,8 +100,7 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // Do not connect to the session manager (XSMP). It would start this program again at the next login, when
-  // there is no client to talk to it.
+  // The session manager (XSMP) must not start this program at the next login without its client.
   unsetenv("SESSION_MANAGER");
   // This activation token was for the start of the client and is already used.
   unsetenv("XDG_ACTIVATION_TOKEN");
