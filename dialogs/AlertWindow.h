@@ -22,8 +22,7 @@ class AlertWindow final : public DialogWindow {
 
   const int id;
 
-  std::function<void(const std::string& action)>
-      onPressed;  ///< called at each press of a button in the accessory view
+  std::function<void(const std::string& action)> onPressed;   ///< called when a button in the view is pressed
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:

@@ -19,9 +19,8 @@ class MenuWindow final : public DialogWindow {
  public:
   MenuWindow();
 
-  std::function<void(int item)>
-      onChosen;                    ///< called once with the ID of the chosen item, after the window is hidden
-  std::function<void()> onClosed;  ///< called when the user closes the window without a choice
+  std::function<void(int item)> onChosen;  ///< called once, with the item's ID, after the window is hidden
+  std::function<void()> onClosed;          ///< called when the user closes the window without a choice
 
   /// Shows `menu`. If the item IDs are the same as before, updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);

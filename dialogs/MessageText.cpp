@@ -15,11 +15,9 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype mostForLabel =
-    2000;  // UTF-16 units. QLabel lays out the whole text, which is slow for a long one.
+constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
 constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; more text than any screen shows
-constexpr int roomForRounding =
-    2;  // pixels; a text may be laid out a little wider than QFontMetrics has measured it
+constexpr int roomForRounding = 2;            // pixels; the layout may be a little wider than measured
 constexpr int fewestLines = 4;
 
 /// Returns the width of the text without wrapping, but at most `most`. In pixels.

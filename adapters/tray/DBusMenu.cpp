@@ -23,8 +23,7 @@ constexpr std::array<std::string_view, 7> propertyNames{
 /// The properties that a host asks for.
 struct PropertyFilter {
   bool everything = true;
-  std::set<std::string_view>
-      names{};  ///< those of `propertyNames` that the host named; used if not `everything`
+  std::set<std::string_view> names{};  ///< known names from the host; not used if `everything`
 
   bool passes(const std::string& name) const { return everything || names.contains(name); }
 };

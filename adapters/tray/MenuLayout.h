@@ -20,9 +20,8 @@ struct MenuLayout {
 
   static constexpr int root = 0;  ///< the ID of the menu itself
 
-  std::map<int, Properties> properties;  ///< of the menu itself and of each row, by ID
-  std::map<int, std::vector<int>>
-      children;  ///< the IDs of the top rows and of the rows of each submenu, in order
+  std::map<int, Properties> properties;      ///< of the menu itself and of each row, by ID
+  std::map<int, std::vector<int>> children;  ///< IDs of the top rows and of each submenu's rows, in order
 
   bool operator==(const MenuLayout&) const = default;
 };
