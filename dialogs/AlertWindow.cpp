@@ -111,7 +111,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // The texts stand beside the icon. If they are lower than the icon, the stretches centre them vertically.
+  // The texts stand beside the icon. If the icon is higher than the texts, the stretches centre them
+  // vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);

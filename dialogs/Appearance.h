@@ -19,8 +19,8 @@ double textSize();
 /// pt, so that texts still fit.
 int pixels(double points);
 
-/// Returns the desktop's font with this size and weight. The result is not smaller than 8 pt, unless the
-/// desktop's font itself is smaller than 8 pt; then it is not smaller than the desktop's font.
+/// Returns the desktop's font with this size and weight, but at least 8 pt large. If the desktop's font is
+/// smaller than 8 pt, the least size is that of the desktop's font.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt draw emoji in colour if a colour emoji font is installed. The emoji 🟢 🟡 🔴 are always

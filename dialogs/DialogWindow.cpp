@@ -61,7 +61,7 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Tiling compositors tile a window unless it has a fixed size when it is mapped.
+  // Fix the size: tiling compositors tile a window that is mapped without a fixed size.
   if (isOnWayland()) limitSize(size(), size());
 }
 

@@ -15,8 +15,8 @@ bool scrollByKey(QScrollBar& bar, const QKeyEvent& event);
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {
  public:
-  /// Creates a hidden window on top of the window `beneath`, which takes no input while this one is open. If
-  /// `beneath` is null, the new window is independent.
+  /// Creates a hidden window on top of the window `beneath`, which takes no input while the new window is
+  /// open. If `beneath` is null, the new window is independent.
   explicit DialogWindow(QWidget* beneath);
 
   /// Called once, after the window has appeared on the screen and has been painted.

@@ -168,7 +168,7 @@ class Picture final : public QLabel {
   QImage image;
 };
 
-/// A vertical scroll area that can be made lower than its size hint.
+/// A vertical scroll area whose height may be less than its size hint.
 class ScrollView final : public QScrollArea {
  public:
   explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {

@@ -13,7 +13,7 @@ namespace kestrune::dialogs {
 /// the field's identifier as its object name. Each press of a button calls `pressed` with its action.
 QWidget* buildView(const View& view, const std::function<void(const std::string& action)>& pressed = {});
 
-/// Returns whether `widget` or a part of it scrolls, so that it may be lower than its size hint.
+/// Returns whether `widget` or a part of it scrolls, so that its height may be less than its size hint.
 bool canShrink(const QWidget& widget);
 
 }  // namespace kestrune::dialogs

@@ -10,8 +10,7 @@
 namespace kestrune {
 
 /// Queues alerts and shows them one at a time. An alert that a button inside an open alert requests goes on
-/// top of it. A face (tray or terminal) derives from this, shows each alert and says how it ended. Main
-/// thread.
+/// top. A face (tray or terminal) derives from this, shows each alert and says how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.

@@ -138,7 +138,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {
   const std::string text = readableBody(body);
-  // Full-width characters look the same, and mean nothing to a daemon that reads markup.
+  // While the answer is unknown, send full-width characters: they look the same and are no markup.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");

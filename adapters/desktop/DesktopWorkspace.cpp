@@ -35,7 +35,7 @@ DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundl
 
 void DesktopWorkspace::open(const std::string& path) {
   const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  // Make the path absolute: it could not be mistaken for an option or a URL then.
+  // Make the path absolute, so that it cannot be taken for an option or a URL.
   const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
   std::string failures;
   for (const auto& opener : std::array{Opener{"xdg-open", {absolute}}, Opener{"gio", {"open", absolute}}}) {

@@ -61,13 +61,14 @@ class StandardInput {
   /// has switched it off. In the background, the change is made at the next SIGCONT.
   void hideTyping(bool hide);
 
-  /// Returns how long a line may be, in bytes. Longer lines are not passed on.
+  /// Returns how long a line may be, in bytes. For a longer line, `onLine` gets no value.
   std::size_t longestLine() const;
 
   /// Discards the unfinished line that the user is typing, but keeps finished lines. Does nothing on a pipe
   /// or a file. Does nothing in the background either, where the user types for another job.
   void discardUnfinishedLine();
-  /// Also discards finished lines. On a pipe or a file, discards up to 1 MiB of what can be read now.
+  /// Like `discardUnfinishedLine`, but also discards finished lines. On a pipe or a file, discards up to 1
+  /// MiB of what can be read now.
   void discardTyped();
 
  private:

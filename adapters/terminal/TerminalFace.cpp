@@ -70,8 +70,8 @@ void TerminalFace::add(const Notification& notification) {
   changed();
 }
 
-/// Prints changes that come together only once. While an alert is open, prints nothing, because the last
-/// lines belong to the alert: `resume` prints the changes after the alert is answered.
+/// Prints once for several changes that come together. While an alert is open, prints nothing, because the
+/// last lines belong to the alert: `resume` prints the changes after the alert is answered.
 void TerminalFace::changed() {
   if (std::exchange(printPending, true)) return;
   queue.async([this] {
@@ -127,7 +127,7 @@ std::string TerminalFace::row(const MenuItem& item) const {
   return (item.enabled ? text : styles.faint(text)) + "\n";
 }
 
-/// Prints text and prompt in a single write: with two, a slow terminal might lose the second one.
+/// Prints text and prompt in a single write: of two writes to a slow terminal, the second may be dropped.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
@@ -177,7 +177,7 @@ void TerminalFace::choose(const std::string& text) {
 }
 
 void TerminalFace::show(const Open& shown) {
-  if (dialogues.empty()) input.discardUnfinishedLine();  // it was typed for the menu
+  if (dialogues.empty()) input.discardUnfinishedLine();  // the line was typed for the menu
   const winsize size = output.size();
   dialogues.push_back(
       std::make_unique<TerminalDialogue>(shown.alert, styles, colors, size.ws_col, size.ws_row));

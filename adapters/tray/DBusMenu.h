@@ -17,11 +17,11 @@ class DBusMenu {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// Actions of chosen rows run on `givenQueue`, after the reply to the host is sent. It outlives this.
+  /// Actions of chosen rows run on `givenQueue`, after the reply to the host. `givenQueue` outlives this.
   explicit DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
 
   void setMenu(Menu menu);
-  /// Sets how the present tray host differs from most hosts; before the first call, not at all.
+  /// Tells how the present tray host differs from most hosts. Without a call, no difference is assumed.
   void setForm(const TrayHostForm& form);
 
   void busConnected(sd_bus* bus);

@@ -141,7 +141,7 @@ void StatusNotifierItem::busLost() {
 }
 
 void StatusNotifierItem::registerWithWatcher() {
-  // Registers the object path, not our unique name: sd_bus_get_unique_name would block.
+  // Register the object path instead of this program's bus name: sd_bus_get_unique_name would block.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus, &slot, watcherName, watcherPath, watcherName,
                                "RegisterStatusNotifierItem", &registered, this, "s", objectPath) >= 0) {

@@ -11,7 +11,7 @@ namespace kestrune {
 struct TrayHostForm {
   bool submenus = false;  ///< the host's menu does not scroll, so long parts of it become submenus
   /// In a label, the host removes only the first underscore that is followed by another character, and shows
-  /// double underscores as they are. Most hosts remove every single one and show a double one as one.
+  /// double underscores unchanged. Most hosts remove every single underscore and show a double one as one.
   bool firstUnderscoreOnly = false;
   bool menuAtError = false;  ///< if Activate returns an error, the host opens the menu at the icon
   bool qtKeys = false;     ///< the host reads shortcut keys as Qt names them (","), not as GDK does ("comma")

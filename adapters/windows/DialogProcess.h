@@ -18,7 +18,7 @@ namespace kestrune {
 /// The program KestruneMenuDialogs, which shows the windows. Its package may not be installed.
 struct DialogProgram {
   std::string path;
-  bool hasDisplay;  ///< the session has a display
+  bool hasDisplay;  ///< whether the session has a display
   Notifications& notifications;
   Seconds patience{5.0};  ///< how long a window may take to appear
   bool isReportedMissing = false;
@@ -68,7 +68,7 @@ class DialogProcess {
   EventSource readable;
   std::unique_ptr<DescriptorWriter> input;
   std::string begun;     ///< the start of a line whose end has not arrived yet
-  int expected = 0;      ///< the window that must appear before `deadline`
+  int expected = 0;      ///< ID of the window that must appear before `deadline`
   EventSource deadline;  ///< set while a requested window is not on the screen yet
   std::shared_ptr<bool> alive = std::make_shared<bool>(true);  ///< false after this object is destroyed
 };

@@ -269,7 +269,7 @@ struct RandomMachine : Machine {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // the burst at the change, and a burst just before the report was due
+    constexpr long bursts = 500;  // for a burst of messages at the change, and one just before the report
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }

@@ -37,7 +37,7 @@ using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
 /// Says that the window is on the screen.
 struct Shown {
-  int id = 0;  ///< of the alert; 0 for the menu
+  int id = 0;  ///< identifier of the alert; 0 for the menu
 };
 
 /// Says that a button inside the view of an alert was pressed.
