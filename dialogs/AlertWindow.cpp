@@ -22,13 +22,13 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// Points: sizes at which texts are easy to read.
+// The sizes below are in points. They are chosen so that texts are easy to read.
 constexpr double narrowestText = 300;
 constexpr double widestText = 440;
 constexpr double widestLongText = 640;
 constexpr double highestLongText = 520;
 
-constexpr double betweenTexts = 2;  // added to the style's spacing
+constexpr double betweenTexts = 2;  // added to the spacing of the widget style
 constexpr double narrowestButton = 84;
 
 constexpr qsizetype longestTitle = 300;  // UTF-16 units
@@ -38,7 +38,7 @@ QWidget* makeTitle(const QString& text, int width) {
   QFont font = QApplication::font();
   font.setBold(true);
   if (auto* const title = makeShortText(text, font, width)) {
-    // Selectable with the mouse, but skipped by the Tab key.
+    // The user can select the title with the mouse, but the Tab key skips it.
     title->setFocusPolicy(Qt::ClickFocus);
     return title;
   }
@@ -62,7 +62,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   makeBody(alert, roomForBody);
   const QSize least = body->minimumSizeHint();
   if (least.width() > roomForBody.width() || least.height() > roomForBody.height()) {
-    // Scroll the body, so that the buttons stay visible.
+    // The body is too large for the screen. Scroll it, so that the buttons stay visible.
     auto* const area = new QScrollArea;
     area->setFrameShape(QFrame::NoFrame);
     area->setWidget(body);
@@ -99,7 +99,7 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   icon->setFixedSize(side, side);
   icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
                                                             : QStringLiteral("訊息"));
-  // A placeholder, so that screen readers find a picture; `furnish` sets the icon.
+  // This placeholder makes the label a picture for screen readers. `furnish` sets the real icon.
   icon->setPixmap(QPixmap(1, 1));
   QWidget* view = nullptr;
   if (alert.accessoryView) {
@@ -111,7 +111,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // Beside the icon; a short text is centred on it vertically.
+  // The texts stand beside the icon. If the icon is higher than the texts, the stretches centre them
+  // vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
@@ -160,19 +161,19 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
 }
 
 void AlertWindow::furnish() {
-  // Loading the theme's icon takes longer than the rest of the window.
+  // Loading the icon from the theme takes longer than building the rest of the window.
   const auto which =
       alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
   icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
 }
 
 void AlertWindow::reject() {
-  // Closing an alert with a single button counts as pressing it.
+  // Closing an alert that has a single button counts as pressing that button.
   answer(buttonCount == 1 ? std::optional<std::size_t>(0) : std::nullopt);
 }
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
-  // The focus is on a button when the window opens; these keys scroll the long text all the same.
+  // A button has the focus when the window opens. Make the keys scroll the long text nevertheless.
   if (longText != nullptr && scrollByKey(*longText->verticalScrollBar(), *event)) return;
   DialogWindow::keyPressEvent(event);
 }

@@ -14,19 +14,19 @@ namespace kestrune::dialogs {
 
 class LongText;
 
-/// The window of an alert. It fits the screen with all its buttons, however long its texts are.
+/// The window of an alert. It fits on the screen with all its buttons, however long the alert's texts are.
 class AlertWindow final : public DialogWindow {
  public:
-  /// On top of `beneath`, or alone when that is null.
+  /// Creates the hidden window. `beneath` is the window that it covers; null: it covers no window.
   AlertWindow(int number, const Alert& alert, AlertWindow* beneath);
 
   const int id;
 
-  std::function<void(const std::string& action)> onPressed;   ///< for a button in the accessory view
-  std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once; the window is hidden by then
+  std::function<void(const std::string& action)> onPressed;   ///< called when a button in the view is pressed
+  std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:
-  /// Called for Escape and for the close button of the frame.
+  /// Called when the user presses Escape or closes the window by its frame.
   void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
   void furnish() override;
@@ -40,8 +40,8 @@ class AlertWindow final : public DialogWindow {
   const std::size_t buttonCount;
   QLabel* icon = nullptr;
   LongText* longText = nullptr;
-  QWidget* body = nullptr;  ///< all but the buttons
-  bool flexible = false;    ///< a part of it scrolls
+  QWidget* body = nullptr;  ///< all of the window except the row of buttons
+  bool flexible = false;    ///< whether a part of the window scrolls, so that the window may be resized
 };
 
 }  // namespace kestrune::dialogs

@@ -13,16 +13,16 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr double ordinaryPoints = 13;
-constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels: 10 pt at 96 dpi
+constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
 constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels
-constexpr double secondaryShare = 0.68;           // of the text colour: readable, but distinct from primary
+constexpr double secondaryShare = 0.68;           // share of text colour in secondary text, to make it paler
 
 constexpr std::array emojiFamilies{
     "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
     "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
     "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
-// An estimate: the size of the frame is unknown before the window is mapped.
+// An estimate in pixels, because the real size of the frame is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
 }  // namespace
@@ -49,8 +49,8 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Emoji fonts contain digits, so the desktop's font comes first. Its name may be an alias like "Sans
-  // Serif", which Qt resolves only after the substitutions: begin them with the resolved family.
+  // Put the desktop's font first, because emoji fonts contain digits too. Its name may be an alias like "Sans
+  // Serif", which Qt would resolve only after the substitutions. So use the family that the alias stands for.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const char* const family : emojiFamilies) {
@@ -65,7 +65,7 @@ void preferColorEmoji() {
 QColor colorFor(TextColor color, const QPalette& palette) {
   const QColor text = palette.color(QPalette::Active, QPalette::WindowText);
   if (color == TextColor::primary) return text;
-  // Not the palette's disabled colours: many themes make them too pale to read.
+  // The colours for disabled text would not do: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
   const auto blend = [](int over, int under) {
     return static_cast<int>(std::lround(secondaryShare * over + (1 - secondaryShare) * under));

@@ -27,7 +27,7 @@ bool isDark(const QPalette& palette) {
   return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
 }
 
-/// The dark palette of the style Fusion in later versions of Qt.
+/// Returns the dark palette that later versions of Qt have for the widget style Fusion.
 QPalette darkPalette() {
   const QColor window(50, 50, 50);
   QPalette palette(window, window);
@@ -51,7 +51,7 @@ ColorScheme::ColorScheme() {
     answer->deleteLater();
     if (!answer->isError()) follow(answer->reply().arguments().value(0));
   });
-  // A window that is painted before the answer would flash.
+  // Wait for the answer here. A window painted before it would be light first and then turn dark.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
   QTimer::singleShot(patience, &wait, &QEventLoop::quit);
@@ -64,14 +64,14 @@ void ColorScheme::settingChanged(const QDBusMessage& signal) {
 }
 
 void ColorScheme::follow(QVariant value) {
-  // The portal's method `Read` wraps the value in two variants, its signal `SettingChanged` in one.
+  // The portal's method `Read` puts the value into two variants, the signal `SettingChanged` into one.
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;
   if (!dark) {
     QApplication::setPalette(QPalette());
   } else if (QApplication::style()->name() == QLatin1String("fusion") && !isDark(QApplication::palette())) {
-    // Other styles have their own palettes.
+    // Only Fusion gets the dark palette, because other styles have palettes of their own.
     QApplication::setPalette(darkPalette());
   } else {
     return;

@@ -6,13 +6,14 @@
 
 namespace kestrune::dialogs {
 
-/// Sets a dark palette while the desktop portal says "prefer dark" (color-scheme) and Qt's palette is light:
-/// Qt follows GNOME's setting only since 6.5. Without a portal the palette is not changed.
+/// Sets a dark palette while the desktop portal says "prefer dark" (its setting color-scheme) and Qt's own
+/// palette is light. This is needed because Qt before 6.5 does not follow GNOME's setting. Without a portal,
+/// the palette is not changed.
 class ColorScheme final : public QObject {
   Q_OBJECT
 
  public:
-  /// Waits at most 100 ms for the portal's answer. A later answer takes effect too.
+  /// Asks the portal and waits at most 100 ms for its answer. An answer that comes later still takes effect.
   ColorScheme();
 
  private Q_SLOTS:
@@ -21,7 +22,7 @@ class ColorScheme final : public QObject {
  private:
   void follow(QVariant value);
 
-  bool darkened = false;  ///< the palette is the dark one of this class
+  bool darkened = false;  ///< whether this class has set its dark palette
 };
 
 }  // namespace kestrune::dialogs

@@ -39,8 +39,8 @@ void DialogWindow::present() {
   if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
   const bool first = isHidden();
   show();
-  // Qt selects the text of the field that has the focus at first: the next key would replace it, and a long
-  // text would show only its end.
+  // Move the cursor to the start of the focused field, which deselects its text. Qt has selected the text, so
+  // the next key would replace it, and of a long text only the end would be visible.
   if (auto* const field = qobject_cast<QLineEdit*>(focusWidget()); first && field != nullptr) {
     field->home(false);
   }
@@ -50,7 +50,7 @@ void DialogWindow::present() {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
-  // In a task bar, a title like "state" would not name the program.
+  // In a task bar, a title like "state" alone would not tell which program it belongs to.
   setWindowTitle(name.contains(program) ? name
                  : name.isEmpty()       ? program
                                         : name + QStringLiteral(" — ") + program);
@@ -61,7 +61,7 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Tiling compositors float a window that is mapped with a fixed size. Once it is mapped, it may be resized.
+  // Fix the size: tiling compositors tile a window that is mapped without a fixed size.
   if (isOnWayland()) limitSize(size(), size());
 }
 
@@ -74,7 +74,7 @@ bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && windowHandle()->isExposed()) {
     watched->removeEventFilter(this);
     if (onShown) furnish();
-    // Queued: the expose event paints the window first.
+    // This call is queued, so that it runs after the expose event has painted the window.
     QMetaObject::invokeMethod(
         this,
         [this] {

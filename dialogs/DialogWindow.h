@@ -9,26 +9,27 @@ namespace kestrune::dialogs {
 
 bool isOnWayland();
 
-/// Scrolls for Page Up, Page Down, Home and End; false for other keys.
+/// Scrolls and returns true if the key is Page Up, Page Down, Home or End. Else returns false.
 bool scrollByKey(QScrollBar& bar, const QKeyEvent& event);
 
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {
  public:
-  /// A window-modal window on top of `beneath`, or an independent one when that is null.
+  /// Creates a hidden window on top of the window `beneath`, which takes no input while the new window is
+  /// open. If `beneath` is null, the new window is independent.
   explicit DialogWindow(QWidget* beneath);
 
-  /// Called once, when the window is on the screen and painted.
+  /// Called once, after the window has appeared on the screen and has been painted.
   std::function<void()> onShown;
 
-  /// Shows the window, restores it when minimised, raises it, and asks for the keyboard focus.
+  /// Shows the window, restores it if it is minimised, raises it, and asks for the keyboard focus.
   void present();
 
  protected:
-  /// Sets the title, and the name for screen readers.
+  /// Sets the window's title, and its name for screen readers.
   void setName(const QString& name);
 
-  /// Called once, when the window is mapped but not painted: for slow work that does not change the layout.
+  /// Called once between mapping and painting, for slow work that does not change the layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

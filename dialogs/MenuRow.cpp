@@ -14,7 +14,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// Points.
+// The sizes below are in points.
 constexpr double beforeKeys = 16;
 constexpr double separatorHeight = 9;
 
@@ -30,7 +30,7 @@ QKeySequence keysOf(const MenuItem& item) {
 }
 
 MenuRow::MenuRow(int itemId) : id(itemId) {
-  // Return presses the row that has the focus. When none has, it must not press the first row.
+  // Without this, Return would press the first row when no row has the focus.
   setAutoDefault(false);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
@@ -48,7 +48,7 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   setFont(font);
   setAccessibleName(wholeTitle);
   setText(withoutMnemonics(wholeTitle));
-  // setText removes the shortcut.
+  // Set the shortcut after the text, because setText removes it.
   setShortcut(keysOf(item));
   setCheckable(item.checked.has_value());
   setChecked(item.checked.value_or(false));
@@ -59,8 +59,8 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// The style options of the row, without its title. Styles leave room for the shortcut, which they expect
-/// after a tab.
+/// Returns the style options of the row, without its title. If the row has a shortcut, the text is a tab and
+/// the shortcut. From the tab, widget styles know what to align at the right edge.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);
@@ -73,12 +73,13 @@ QStyleOptionMenuItem MenuRow::option() const {
   if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
   made.checked = isChecked();
   if (!isEnabled()) {
-    // Dimmed, but less than a style dims a disabled item: most of these rows are there to be read.
+    // Paint the row as enabled, with a paler text colour. Styles dim disabled items more, but most rows of
+    // this menu that cannot be chosen are there to be read.
     made.state = QStyle::State_Enabled | QStyle::State_Active;
     made.palette.setCurrentColorGroup(QPalette::Active);
   }
   const QColor color = colorFor(isEnabled() ? TextColor::primary : TextColor::secondary, palette());
-  // A style may take the text colour from any of these roles.
+  // Set all three roles, because a style may take the text colour from any of them.
   for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
     made.palette.setColor(role, color);
   made.state.setFlag(QStyle::State_Selected, hasFocus() && isEnabled());
@@ -94,17 +95,17 @@ QSize MenuRow::sizeHint() const {
   QStyleOptionMenuItem measured = option();
   if (measured.menuItemType == QStyleOptionMenuItem::Separator) return {0, pixels(separatorHeight)};
   const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
-  // Breeze measures `text` itself.
+  // The style Breeze measures `text` and ignores `content`.
   measured.text.prepend(withoutMnemonics(wholeTitle));
-  // Some styles add the width of the shortcut, others leave that to QMenu.
+  // Some styles add the reserved width of the shortcut, others do not. So reserve no width, and add it below.
   const int keys = std::exchange(measured.reservedShortcutWidth, 0);
   return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
          QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
 }
 
-/// The title, elided to the width that the style leaves for it.
+/// Returns the title, shortened with "…" to the width that the style leaves for it.
 QString MenuRow::elidedTitle() const {
-  // Measure with the whole title: with a shorter one, the style's minimum width might apply.
+  // Measure with the whole title: for a short one, the result could be the style's minimum width.
   const int missing = sizeHint().width() - width();
   if (missing <= 0) return wholeTitle;
   const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
@@ -119,7 +120,7 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // The window moves the focus: QPushButton would do it without scrolling.
+      // The window handles the other keys: it scrolls when it moves the focus, which QPushButton does not.
       event->ignore();
   }
 }

@@ -9,22 +9,22 @@ class QStyleOptionMenuItem;
 
 namespace kestrune::dialogs {
 
-/// The shortcut of an item; empty when it has none.
+/// Returns the shortcut of an item. The result is empty if the item has no shortcut.
 QKeySequence keysOf(const MenuItem& item);
 
-/// A row in a menu window, painted like an item in the desktop's menus. It is enabled while it can be chosen;
-/// a press does not change its check mark, only `setItem` does.
+/// A row in a menu window, painted like an item in the desktop's menus. The row is enabled while the user can
+/// choose it. A press does not change the check mark of the row; only `setItem` changes it.
 class MenuRow final : public QPushButton {
  public:
   explicit MenuRow(int id);
 
-  const int id;  ///< of the item
+  const int id;  ///< the identifier of the row's menu item
 
-  /// A row without an action that begins a section is its heading. `keyWidth` is the width in pixels of the
-  /// widest shortcut in the menu.
+  /// Shows `item` in this row. If `beginsSection` is true and the item has no action, the row is painted as
+  /// the heading of its section. `keyWidth` is the width, in pixels, of the widest shortcut in the menu.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
-  /// For screen readers.
+  /// Returns what kind of control screen readers take this row for.
   QAccessible::Role role() const { return accessibleRole; }
 
   QSize sizeHint() const override;

@@ -13,12 +13,12 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// Points.
+// The sizes below are in points.
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
-constexpr double edge = 6;  // above the first row and below the last
+constexpr double edge = 6;  // space above the first row and below the last row
 
-/// A scroll area that leaves key events to the window.
+/// A scroll area that does not handle key events but leaves them to the window.
 class Area final : public QScrollArea {
  public:
   using QScrollArea::QScrollArea;
@@ -71,14 +71,15 @@ void MenuWindow::setMenu(const Menu& menu) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const MenuItem& item = menu.items[i];
     if (focusWidget() == rows[i] && !item.enabled) {
-      // Qt would focus the next row, and a key would choose a row that the user did not mean.
+      // This row becomes disabled. Qt would move the focus to the next row, and the user's next key would
+      // choose that row by mistake. So give the focus to the window.
       last = static_cast<std::ptrdiff_t>(i);
       setFocus();
     }
     rows[i]->setItem(item, beginsSection, keyWidth);
     beginsSection = item.isSeparator;
   }
-  // Never narrower than before: the window would jump with each change.
+  // The window may grow but does not shrink: otherwise its width would jump at each change of the menu.
   if (!isNew) return resize(std::max(width(), widthForRows()), height());
   area->setWidget(content);
   content->setAutoFillBackground(false);
@@ -136,7 +137,7 @@ void MenuWindow::moveFrom(std::ptrdiff_t index, int step) {
   } while (!row->isEnabled());
   row->setFocus(Qt::TabFocusReason);
   area->ensureWidgetVisible(row, 0, row->height());
-  // The rows above the first choosable one cannot have the focus: scroll up so that they can be read.
+  // The rows above the first choosable row cannot get the focus. Scroll up, so that they can be read.
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 

@@ -13,16 +13,16 @@ class QVBoxLayout;
 
 namespace kestrune::dialogs {
 
-/// A menu as a window, for desktops without a tray. Keys work as in a menu. No row has the focus at first, so
-/// that a key meant for another window chooses nothing.
+/// A window that shows a menu, for desktops without a tray. The keys work as in a menu. At first no row has
+/// the keyboard focus, so that a key press meant for another window does not choose a row.
 class MenuWindow final : public DialogWindow {
  public:
   MenuWindow();
 
-  std::function<void(int item)> onChosen;  ///< the window is hidden by then
-  std::function<void()> onClosed;          ///< closed without a choice
+  std::function<void(int item)> onChosen;  ///< called once, with the item's ID, after the window is hidden
+  std::function<void()> onClosed;          ///< called when the user closes the window without a choice
 
-  /// Shows these rows. If the item IDs are the same as before, updates the rows in place and keeps the focus.
+  /// Shows `menu`. If the item IDs are the same as before, updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);
 
  protected:
@@ -32,13 +32,13 @@ class MenuWindow final : public DialogWindow {
  private:
   int widthForRows() const;
   void choose(int id);
-  /// Moves the focus from row `index` to the next one that can be chosen: down for 1, up for -1.
+  /// Moves the focus from row `index` to the nearest choosable row: down if `step` is 1, up if it is -1.
   void moveFrom(std::ptrdiff_t index, int step);
 
   QScrollArea* area;
-  QVBoxLayout* layout = nullptr;  ///< of the rows; null before the first menu
+  QVBoxLayout* layout = nullptr;  ///< the layout of the rows; null before the first call of `setMenu`
   std::vector<MenuRow*> rows;
-  std::ptrdiff_t last = -1;  ///< index of the row that had the focus last; -1: none
+  std::ptrdiff_t last = -1;  ///< index of the row that had the focus most recently; -1: no row has had it
 };
 
 }  // namespace kestrune::dialogs

@@ -15,26 +15,26 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel lays out all of a text, however long
-constexpr qsizetype measuredLength = 20'000;  // UTF-16 units: more than any screen shows
-constexpr int roomForRounding = 2;  // pixels; QFontMetrics and the layout measure a little differently
+constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
+constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; more text than any screen shows
+constexpr int roomForRounding = 2;            // pixels; the layout may be a little wider than measured
 constexpr int fewestLines = 4;
 
-/// The width of the text without wrapping, at most `most`.
+/// Returns the width of the text without wrapping, but at most `most`. In pixels.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
   const int width = metrics.size(Qt::TextExpandTabs, text.left(measuredLength)).width() + roomForRounding;
   return std::max(1, std::min(width, most));
 }
 
-/// The size of the text in lines of this width. A line breaks between words, and anywhere with `flags`
-/// Qt::TextWrapAnywhere.
+/// Returns the size of the text when it is wrapped to this width, in pixels. Lines break between words. With
+/// Qt::TextWrapAnywhere in `flags`, they also break inside words that are too long.
 QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, int flags = 0) {
   const QRect unlimited(0, 0, width, QWIDGETSIZE_MAX);
   flags |= static_cast<int>(Qt::TextWordWrap) | Qt::TextExpandTabs;
   return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
 }
 
-/// QLabel itself has a context menu for links only.
+/// Shows a context menu with "Copy" and "Select All". QLabel has its own context menu only for links.
 void showContextMenu(QLabel* label, QPoint place) {
   const auto titled = [](const char* word, QKeySequence::StandardKey key) {
     return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +

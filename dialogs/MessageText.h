@@ -5,22 +5,22 @@
 
 namespace kestrune::dialogs {
 
-/// A text that is shown whole and can be selected and copied, at its natural width, at most `most` pixels. A
-/// QLabel, so that screen readers read it when its window opens. Null when the text is very long, or has a
-/// word that is too long for a line.
+/// Makes a label that shows the whole text, which the user can select and copy. It is as wide as the text,
+/// but at most `most` pixels. It is a QLabel because screen readers read a QLabel when its window opens.
+/// Returns null if the text is very long, or has a word that is too long for a line.
 QLabel* makeShortText(const QString& text, const QFont& font, int most);
 
-/// A text that scrolls and can be selected and copied. Its layout stays fast whatever the length of the text.
+/// A text that scrolls, and that the user can select and copy. Its layout is fast for a text of any length.
 class LongText final : public QPlainTextEdit {
  public:
-  /// Its preferred size is that of the text, at most `room`. It can shrink to a few lines.
+  /// Makes the preferred size that of the text, but at most `room`. The widget can shrink to a few lines.
   LongText(const QString& text, QSize room);
 
   QSize sizeHint() const override { return preferred; }
   QSize minimumSizeHint() const override;
 
  protected:
-  /// Copies the original text, without the breaks that were added to long lines.
+  /// Copies the original text, without the line breaks that were added to long lines.
   QMimeData* createMimeDataFromSelection() const override;
 
  private:

@@ -10,9 +10,9 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr qsizetype longestLine = 2000;  // UTF-16 units; layout time grows faster than the length
-constexpr qsizetype lookBack = 64;       // units to search for a place to break
-constexpr qsizetype keptEnd = 1500;      // units kept at each end of an elided text: wider than any field
+constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
+constexpr qsizetype lookBack = 64;       // UTF-16 units; how far to search backwards for a place to break
+constexpr qsizetype keptEnd = 1500;      // UTF-16 units at each end of a shortened text; no field shows more
 
 const QString addedBreak = QStringLiteral("\u2060\n");
 
@@ -30,8 +30,9 @@ QString toQString(std::string_view utf8) {
   return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
 }
 
-/// Where to break a line that is too long: after a space, else between two grapheme clusters. A cluster may
-/// have any number of combining marks: if no boundary is near, anywhere but inside a surrogate pair.
+/// Returns where to break a line that is too long: after a space, else between two grapheme clusters
+/// (characters with their combining marks). A cluster may have any number of marks. So if no place between
+/// two clusters is near, the break may be anywhere, except inside a surrogate pair.
 qsizetype breakIn(QStringView line) {
   const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
   const auto space = window.first(lookBack).lastIndexOf(QLatin1Char(' '));

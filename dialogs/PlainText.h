@@ -4,28 +4,28 @@
 #include <QString>
 #include <string_view>
 
-// Make text of any origin safe to display. Qt never interprets the results as markup.
+// These functions make text from any source safe to display. Qt does not interpret their results as markup.
 
 namespace kestrune::dialogs {
 
-/// `utf8` as a text of several lines: all line ends become LF and tabs stay; other control characters and
-/// bidirectional controls become spaces.
+/// Returns `utf8` as a text of several lines. Every line end becomes LF, and tabs stay. Other control
+/// characters, and characters that change the writing direction, become spaces.
 QString readableText(std::string_view utf8);
 
-/// `utf8` as a single line: line ends become spaces too.
+/// Returns `utf8` as a single line: like `readableText`, but line ends become spaces too.
 QString readableLine(std::string_view utf8);
 
-/// `text` with each "&" doubled, for a widget that takes "&" for a mnemonic.
+/// Returns `text` with each "&" doubled, for a widget that would underline the character after a single "&".
 QString withoutMnemonics(QString text);
 
-/// `text` as escaped HTML, for a tool tip, which takes some texts for HTML.
+/// Returns `text` as escaped HTML for a tool tip. A tool tip would interpret some unescaped texts as HTML.
 QString toolTipText(const QString& text);
 
-/// `text` if it fits in `width`, else elided in the middle. Fast for texts of any length.
+/// Returns `text`, with "…" in the middle if it is wider than `width` pixels. Fast for any length.
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
-/// `text` with breaks in lines that are too long to be laid out fast. Each added break follows an invisible
-/// character (word joiner, U+2060), by which `withoutAddedBreaks` finds it.
+/// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
+/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` finds it.
 QString withLongLinesBroken(const QString& text);
 QString withoutAddedBreaks(QString text);
 

@@ -13,7 +13,7 @@ namespace {
 
 void tell(QAccessibleEvent* event);
 
-/// Handles the event as Qt does without an update handler.
+/// Sends the event as Qt would if no update handler were installed.
 void pass(QAccessibleEvent* event) {
   QAccessible::installUpdateHandler(nullptr);
   QAccessible::updateAccessibility(event);
@@ -24,8 +24,8 @@ QString masked(const QString& text) {
   return {text.size(), QChar(0x2022)};
 }
 
-/// Whether the event is about a text without a text interface. QLabel sends such, and Qt warns about them on
-/// standard error.
+/// Returns whether the event is about text, but from a widget without a text interface. QLabel sends such
+/// events. Qt warns on standard error about each of them, so they are dropped.
 bool isPointless(QAccessibleEvent& event) {
   static constexpr std::array textEvents{QAccessible::TextInserted, QAccessible::TextRemoved,
                                          QAccessible::TextUpdated, QAccessible::TextCaretMoved,
@@ -54,7 +54,7 @@ void tell(QAccessibleEvent* event) {
     }
     case QAccessible::TextUpdated:
     case QAccessible::ValueChanged:
-      return;  // contains the text
+      return;  // Drop the event, because it contains the whole text.
     default:
       return pass(event);
   }

@@ -2,9 +2,11 @@
 
 namespace kestrune::dialogs {
 
-/// Masks the text in accessibility events of secure fields: Qt hides the text of such a field, but sends
-/// every insertion and deletion to all listeners on the accessibility bus (AT-SPI). Reports the rows of a
-/// menu by role, with their shortcuts. Call once, before the first window.
+/// Changes what Qt tells screen readers over the accessibility bus (AT-SPI). Call it once, before the first
+/// window.
+///
+/// For password fields it masks the text: Qt shows dots on the screen, but sends every inserted and deleted
+/// character to all listeners on the bus. For the rows of a menu it reports their kind and their shortcuts.
 void prepareForScreenReaders();
 
 }  // namespace kestrune::dialogs

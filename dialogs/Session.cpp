@@ -16,7 +16,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr std::size_t pieceSize = 65536;  // bytes; the usual capacity of a pipe
+constexpr std::size_t pieceSize = 65536;  // bytes; the default capacity of a pipe
 
 }  // namespace
 
@@ -29,8 +29,8 @@ Session::~Session() {
 }
 
 void Session::read() {
-  // One read per event cannot block. So O_NONBLOCK is not set: it would also apply to the other processes
-  // that share this open file, such as a terminal.
+  // A single read per notification cannot block, so O_NONBLOCK is not needed. It is not set because it would
+  // also apply to other processes that share standard input, for example when it is a terminal.
   char piece[pieceSize];
   const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
@@ -63,7 +63,7 @@ void Session::perform(const ShowAlert& request) {
     forget(id);
     tell(Answered{id, answer});
     if (alerts.empty()) return end(0);
-    // Return the focus to the window below; not every session has a window manager that does it.
+    // Give the focus to the window below. Not every desktop session has a window manager that does this.
     alerts.back()->activateWindow();
   };
   alerts.push_back(window);
@@ -76,7 +76,7 @@ void Session::forget(int id) {
     alerts.pop_back();
     top->deleteLater();
     if (top->id == id) return;
-    // Only a screen reader can press a button of a covered alert. The alerts on top of it are closed too.
+    // The alerts on top are closed too. Only a screen reader can press a button of a covered alert.
     tell(Answered{top->id, {}});
   }
 }
@@ -84,11 +84,11 @@ void Session::forget(int id) {
 void Session::perform(const Raise& request) {
   std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
   if (menu) windows.push_back(menu.get());
-  // Qt reads the variable when it activates the next window.
+  // Qt reads this variable when it activates the next window.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  // A Wayland client does not learn that its window is minimised, or that a token was refused. A window that
-  // is mapped again appears on the current workspace.
+  // Hide the windows, so that `present` maps them again, on the current workspace. A Wayland program is not
+  // told whether its window is minimised or its activation token was refused.
   if (isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow()) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
@@ -121,7 +121,7 @@ void Session::refuse(const std::string& reason) {
 }
 
 void Session::end(int status) {
-  // The first reason to end decides the status.
+  // The first call decides the exit status; later calls do nothing.
   if (!input.isEnabled()) return;
   input.setEnabled(false);
   QCoreApplication::exit(status);

@@ -12,9 +12,9 @@ namespace kestrune::dialogs {
 
 class AlertWindow;
 
-/// Shows the client's requests, the lines on standard input, as windows. Writes their answers as events to
-/// standard output. Ends the main loop: with status 0 when the last window is answered or the client has
-/// gone, with 1 when a request cannot be served or an event cannot be written.
+/// Reads the client's requests, one a line, from standard input, and shows them as windows. Writes what the
+/// user does as events to standard output. Ends the main loop: with status 0 when the last window is answered
+/// or standard input ends, with 1 when a request cannot be served or an event cannot be written.
 class Session {
  public:
   Session();
@@ -31,9 +31,9 @@ class Session {
   void end(int status);
   void forget(int id);
 
-  QSocketNotifier input;             ///< disabled once the main loop is to end
-  std::string begun;                 ///< a line that is not complete yet
-  std::vector<AlertWindow*> alerts;  ///< each is on top of the one before, which owns it
+  QSocketNotifier input;             ///< disabled once the main loop has been told to end
+  std::string begun;                 ///< the start of a line whose end has not arrived yet
+  std::vector<AlertWindow*> alerts;  ///< from bottom to top; each window owns the next one
   std::unique_ptr<MenuWindow> menu;
 };
 

@@ -21,16 +21,17 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// Points.
+// The sizes below are in points.
 constexpr double largeButton = 30;
-constexpr double smallestScroll = 120;   // a lower form would be hard to use
-constexpr double widestNaturally = 500;  // of a label, when the view states no width
+constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
+constexpr double widestNaturally = 500;  // for a label whose view states no width
 
-constexpr qsizetype longestLabel = 20'000;  // UTF-16 units: more than a label ever shows
-constexpr float placeholderShare = 0.5;     // alpha of the text colour
-constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on each side
+constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; more text than a label ever shows
+constexpr float placeholderShare = 0.5;     // opacity of the placeholder, which has the colour of the text
+constexpr int innerMargin = 2;              // pixels; QLineEdit leaves them free at the left and at the right
 
-/// `text` with line breaks for `width`. Line `most` is the last, elided if there is more; 0: no limit.
+/// Returns `text` with line breaks, so that no line is wider than `width`. If there are more than `most`
+/// lines, line `most` is the last and ends with "…". A `most` of 0 means no limit.
 QString brokenIntoLines(const QString& text, const QFont& font, int width, int most) {
   QTextLayout layout(QString(text).replace(QLatin1Char('\n'), QChar::LineSeparator), font);
   QTextOption option;
@@ -52,8 +53,8 @@ QString brokenIntoLines(const QString& text, const QFont& font, int width, int m
   return lines.join(QLatin1Char('\n'));
 }
 
-/// A text that does not fit, in width or in lines, is elided, and the tool tip shows the whole. A QLabel with
-/// the whole text, for screen readers; only its painting differs.
+/// A QLabel that shortens a text that is too wide or has too many lines, and shows the whole text as its tool
+/// tip. Screen readers get the whole text; only the painted text is shorter.
 class Label final : public QLabel {
  public:
   explicit Label(const View& view)
@@ -89,8 +90,7 @@ class Label final : public QLabel {
   QString shown;
 };
 
-/// A field of one line. Without the focus, a text that does not fit is painted with its middle elided; the
-/// value stays whole.
+/// A field of one line. While it has no focus, a long value is painted with "…" in its middle.
 class Field final : public QLineEdit {
  public:
   explicit Field(const View& view) {
@@ -130,7 +130,7 @@ class Field final : public QLineEdit {
 
  private:
   void dimPlaceholder() {
-    // Qt's palette from KDE's settings has a black PlaceholderText, also on a dark desktop.
+    // With KDE's settings, Qt's palette has a black PlaceholderText, even on a dark desktop.
     QPalette dimmed = palette();
     QColor color = dimmed.color(QPalette::Active, QPalette::Text);
     color.setAlphaF(placeholderShare);
@@ -139,7 +139,7 @@ class Field final : public QLineEdit {
   }
 };
 
-/// A picture in its own colours, at exactly the stated size and the screen's full resolution.
+/// A picture in its own colours, in the size that the view states and the screen's full resolution.
 class Picture final : public QLabel {
  public:
   explicit Picture(const View& view) : source(view.image) {
@@ -147,7 +147,7 @@ class Picture final : public QLabel {
     image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
     setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
                  static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
-    // Never painted: a QLabel with a pixmap is a picture to screen readers.
+    // This pixmap is never painted. It makes the QLabel a picture for screen readers.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
   }
@@ -157,7 +157,7 @@ class Picture final : public QLabel {
     QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
     place.moveCenter(QRectF(rect()).center());
     QPainter painter(this);
-    // Smooth only when shrinking: smooth enlarging would blur the edges of a QR code.
+    // Smooth only when shrinking the picture. When enlarging, it would blur the edges of a QR code.
     painter.setRenderHint(QPainter::SmoothPixmapTransform,
                           image.width() > place.width() * devicePixelRatioF() + 0.5);
     painter.drawImage(place, image);
@@ -168,7 +168,7 @@ class Picture final : public QLabel {
   QImage image;
 };
 
-/// A vertical scroll area that may be smaller than its size hint.
+/// A vertical scroll area whose height may be less than its size hint.
 class ScrollView final : public QScrollArea {
  public:
   explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {
@@ -185,7 +185,7 @@ class ScrollView final : public QScrollArea {
   QSize sizeHint() const override {
     QSize size = widget() != nullptr ? widget()->sizeHint() : QSize(0, 0);
     if (wanted.height() > 0) size.setHeight(wanted.height());
-    // Add the scroll bar's width, or it would cover the end of every line.
+    // Add the width of the scroll bar. Otherwise it would cover the end of every line.
     size.setWidth(std::max(wanted.width(), size.width() + verticalScrollBar()->sizeHint().width()));
     return size;
   }
@@ -214,12 +214,12 @@ QWidget* buildScrollView(const View& view, const OnPressed& pressed) {
   if (view.children.empty()) return area;
   QWidget* const content = buildView(view.children.front(), pressed);
   area->setWidget(content);
-  // setWidget has made it opaque.
+  // Make `content` transparent again, because setWidget has made it opaque.
   content->setAutoFillBackground(false);
   return area;
 }
 
-/// A stack, or a container, which centres its content.
+/// Builds a stack, which places its children one below the other, or a container, which also centres them.
 QWidget* buildColumn(const View& view, const OnPressed& pressed) {
   auto* const column = new QWidget;
   auto* const layout = new QVBoxLayout(column);
@@ -229,13 +229,13 @@ QWidget* buildColumn(const View& view, const OnPressed& pressed) {
   const bool centred = view.kind == ViewKind::container || view.alignment == StackAlignment::centerX;
   for (const auto& child : view.children) {
     QWidget* const widget = buildView(child, pressed);
-    // In an aligned cell, a widget keeps its size hint, so a scrolling one could not shrink.
+    // Do not align a widget that can shrink: in an aligned cell it would keep the height of its size hint.
     layout->addWidget(widget, 0,
                       canShrink(*widget) ? Qt::Alignment()
                       : centred          ? Qt::AlignHCenter
                                          : Qt::AlignLeading);
   }
-  // Not below the minimum of the content: a picture or a large font may need more than the stated size.
+  // A picture or a large font may need more than the size that the view states.
   const QSize least = column->minimumSizeHint();
   if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
   if (canShrink(*column)) {

@@ -9,12 +9,11 @@ class QWidget;
 
 namespace kestrune::dialogs {
 
-/// The widget of a view, without a parent; the caller takes ownership. The fields in it are QLineEdits whose
-/// object names are their identifiers. `pressed` is called with the action of a button each time that it is
-/// pressed.
+/// Builds the widget of a view, without a parent; the caller takes ownership. Each field is a QLineEdit with
+/// the field's identifier as its object name. Each press of a button calls `pressed` with its action.
 QWidget* buildView(const View& view, const std::function<void(const std::string& action)>& pressed = {});
 
-/// Whether `widget` or a part of it scrolls, so that it may be lower than its size hint.
+/// Returns whether `widget` or a part of it scrolls, so that its height may be less than its size hint.
 bool canShrink(const QWidget& widget);
 
 }  // namespace kestrune::dialogs

@@ -28,9 +28,9 @@ constexpr auto usage =
     "  --help     show this and exit\n"
     "  --version  show the version and exit\n";
 
-/// A core dump would contain what the user types. RLIMIT_CORE = 1 also keeps the kernel from piping the dump
-/// to a crash reporter, which 0 does not. PR_SET_DUMPABLE would be stricter, but desktop portals refuse such
-/// a process, and the desktop's colour preference would be lost.
+/// Prevents core dumps, because they would contain what the user types. The limit is 1 and not 0, because
+/// with 0 the kernel would still pipe the dump to a crash reporter. PR_SET_DUMPABLE would be stricter. But
+/// desktop portals refuse a process that sets it, so the desktop's colour preference could not be read.
 void forbidCoreDumps() {
   rlimit limit{};
   if (getrlimit(RLIMIT_CORE, &limit) != 0 || limit.rlim_max == 0) return;
@@ -38,8 +38,8 @@ void forbidCoreDumps() {
   setrlimit(RLIMIT_CORE, &limit);
 }
 
-/// Disables the autolaunch of libdbus: without a session bus, it starts one that delays and outlives the
-/// window.
+/// Keeps libdbus from starting a session bus when there is none. Its start would delay the window, and the
+/// bus would outlive the program.
 void startNoBus() {
   if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return;
   const char* const folder = std::getenv("XDG_RUNTIME_DIR");
@@ -49,16 +49,16 @@ void startNoBus() {
 }
 
 QIcon programIcon() {
-  // Beside the program (build, or folder of the backend), else in the install prefix.
+  // The icons are beside the program (build tree, or the backend's folder), else in the install prefix.
   const QString folder = QCoreApplication::applicationDirPath();
   for (const auto& resources :
        {folder + QStringLiteral("/resources"), folder + QStringLiteral("/../share/kestrune-menu-client")}) {
-    // QImageReader warns about a missing file.
+    // Skip a missing folder: QImageReader would warn about each missing file.
     if (!QFileInfo(resources).isDir()) continue;
     QIcon icon;
     for (const int side : {16, 24, 32, 48, 64}) {
       QImageReader reader(resources + QStringLiteral("/codex-menubar-%1.png").arg(side), "png");
-      // Detecting the format would load all image plugins.
+      // Do not detect the format, because that would load all image plugins.
       reader.setAutoDetectImageFormat(false);
       if (const QImage image = reader.read(); !image.isNull()) icon.addPixmap(QPixmap::fromImage(image));
     }
@@ -67,7 +67,7 @@ QIcon programIcon() {
   return {};
 }
 
-/// Traditional Chinese for the words that Qt shows in the context menus of texts and fields.
+/// Translates the words in Qt's context menus of texts and fields to Traditional Chinese.
 class QtWords final : public QTranslator {
  public:
   bool isEmpty() const override { return false; }
@@ -100,9 +100,9 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // Without XSMP, a saved session does not restart this program at login, where no client would talk to it.
+  // The session manager (XSMP) must not start this program at the next login without its client.
   unsetenv("SESSION_MANAGER");
-  // The token of the client's own start, already used.
+  // This activation token was for the start of the client and is already used.
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);

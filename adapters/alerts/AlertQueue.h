@@ -9,8 +9,8 @@
 
 namespace kestrune {
 
-/// Queues alerts and shows one at a time. An alert that a button inside an open one asks for is shown on top
-/// of it. A face derives from this: it shows an alert when told to, and says how it ended. Main thread.
+/// Queues alerts and shows them one at a time. An alert that a button inside an open alert requests goes on
+/// top. A face (tray or terminal) derives from this, shows each alert and says how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.
@@ -20,33 +20,33 @@ class AlertQueue : public Alerts {
 
  protected:
   struct Open {
-    int id;  ///< greater than 0, never reused
+    int id;  ///< greater than 0, used for one alert only
     AlertRequest request;
     Alert alert;
   };
 
-  /// Shows `shown`, the last of `open`, on top of the others. May answer it before it returns.
+  /// Shows `shown`, the last alert in `open`, on top of the others. May call `answer` before it returns.
   virtual void show(const Open& shown) = 0;
 
-  /// Brings the open alerts to the front: the user asked for one of them, or for one that waits behind them.
+  /// Brings the open alerts to the front. Called when the user requests an alert that is open or must wait.
   virtual void raise() = 0;
 
-  /// Called when a press or an answer opened no other alert: the last of `open` is in use again, or the menu
-  /// when none is open.
+  /// Called when no other alert was opened after a press or an answer. The user then goes on with the last
+  /// alert in `open`, or with the menu if no alert is open.
   virtual void resume() {}
 
-  /// A button in the view of the alert `id` was pressed. Ignored when the alert is not open.
+  /// Performs the action of a button in the view of the alert `id`. Ignored when the alert is not open.
   void press(int id, const std::string& action);
 
-  /// The alert `id` has ended; calls its completion. Ignored when the alert is not open. A button number that
-  /// it does not have counts as none.
+  /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. A button
+  /// number that the alert does not have counts as a cancelled alert.
   void answer(int id, AlertAnswer answer);
 
   /// Drops the open and the waiting alerts without calling their completions.
   void forget();
 
   DispatchQueue& queue;
-  std::vector<Open> open;  ///< each is on top of the one before
+  std::vector<Open> open;  ///< from bottom to top
 
  private:
   bool isThere(const std::string& identifier) const;
@@ -55,8 +55,8 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  std::deque<AlertRequest> stacking;  ///< asked for by a button inside an open alert; shown next
-  bool performing = false;            ///< the action of a button inside an alert is running
+  std::deque<AlertRequest> stacking;  ///< requested by a button inside an open alert; shown before `waiting`
+  bool performing = false;            ///< whether the action of a button inside an alert is running
   int lastId = 0;
 };
 

@@ -18,12 +18,12 @@ constexpr auto daemonInterface = "org.freedesktop.Notifications";
 constexpr auto applicationName = "Kestrune";
 
 constexpr std::size_t lastingLimit = 32;       // notifications
-constexpr std::uint64_t unsentLimit = 64;      // messages in the queue of sd-bus
+constexpr std::uint64_t unsentLimit = 64;      // messages that wait in sd-bus
 constexpr std::size_t bodyLimit = 1000;        // characters
-constexpr std::size_t bodyByteLimit = 16'000;  // more than `bodyLimit` characters need
+constexpr std::size_t bodyByteLimit = 16'000;  // more bytes than `bodyLimit` characters need
 constexpr std::size_t bodyLineLimit = 40;
 
-/// `body` without controls, line by line, and cut to what fits on a screen.
+/// Returns `body` without control characters, shortened to what fits on a screen.
 std::string readableBody(std::string_view body) {
   const std::string_view beginning = withinBytes(body, bodyByteLimit);
   bool cut = beginning.size() < body.size();
@@ -70,7 +70,7 @@ void DesktopNotifications::busLost() {
 void DesktopNotifications::daemonChanged(const std::string& before) {
   question.reset();
   readsMarkup.reset();
-  // A notification that was sent without a daemon goes to the one that it starts.
+  // Keep notifications that were sent while no daemon ran: the bus has started this daemon for them.
   if (!before.empty()) lasting.clear();
   if (daemon.owner().empty()) return;
   sd_bus_slot* slot = nullptr;
@@ -101,9 +101,9 @@ void DesktopNotifications::add(const Notification& notification) {
   const bool lasts = notification.lasting;
   Lasting* const sent = lasts ? &lasting.emplace_back(Lasting{*this, notification.identifier}) : nullptr;
   sd_bus_slot* slot = nullptr;
-  // Daemons with a list of notifications do not keep transient ones in it; GNOME Shell removes those that are
-  // not resident at a click. Daemons without a list go by the expiration. Without slot and handler, sd-bus
-  // asks for no reply.
+  // Daemons that keep a list of notifications leave transient ones out of it. GNOME Shell removes a
+  // notification at a click unless it is resident. Daemons without a list use the expiration. Without slot
+  // and handler, sd-bus asks for no reply.
   sd_bus_call_method_async(bus, lasts ? &slot : nullptr, daemonName, daemonPath, daemonInterface, "Notify",
                            lasts ? &shown : nullptr, sent, "susssasa{sv}i", applicationName, replacesNone,
                            icon.c_str(), displayRow(notification.title).c_str(),
@@ -128,7 +128,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
   if (found == lasting.end()) return;
   found->withdrawn = true;
   if (found->reply) return;
-  // To the unique name, so that no daemon is started.
+  // Call the daemon by its unique name, so that the bus does not start another one.
   if (found->number != 0) {
     sd_bus_call_method_async(bus, nullptr, daemon.owner().c_str(), daemonPath, daemonInterface,
                              "CloseNotification", nullptr, nullptr, "u", found->number);
@@ -138,7 +138,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {
   const std::string text = readableBody(body);
-  // The full-width forms look the same, and mean nothing in markup.
+  // While the answer is unknown, send full-width characters: they look the same and are no markup.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");

@@ -10,22 +10,22 @@
 
 namespace kestrune {
 
-/// Notifications by the desktop's daemon (org.freedesktop.Notifications), which the bus may start. Never
-/// blocks. Without a bus or a daemon, a notification is dropped.
+/// Shows notifications through the desktop's notification daemon (org.freedesktop.Notifications). Never
+/// blocks. If no daemon runs, the bus may start one. Without a bus or a daemon, a notification is dropped.
 ///
-/// Each daemon that appears is asked whether it reads markup. Until it has answered, and if it does not,
-/// texts are sent in a form that reads the same either way.
+/// Each daemon that appears is asked whether it reads markup. Before the answer and without an answer, texts
+/// are sent so that they look the same with and without markup. Main thread.
 class DesktopNotifications final : public Notifications, public BusClient {
  public:
-  /// `icon` is shown beside the text: the path of a picture, or the name of an icon in the theme. `givenBus`
-  /// outlives this.
+  /// `givenIcon` is shown beside the text: the path of a picture, or the name of an icon in the theme.
+  /// `givenBus` outlives this.
   DesktopNotifications(SessionBus& givenBus, std::string givenIcon);
   ~DesktopNotifications() override;
 
-  /// Does nothing: desktops have their own settings for this.
+  /// Does nothing, because desktops have their own settings for permissions.
   void requestAuthorization(unsigned) override {}
   void add(const Notification& notification) override;
-  /// Withdraws one of the last 32 lasting notifications, if its daemon still runs.
+  /// Withdraws a lasting notification, if it is one of the last 32 and its daemon still runs.
   void withdraw(const std::string& identifier) override;
 
   void busConnected(sd_bus* bus) override;
@@ -36,8 +36,8 @@ class DesktopNotifications final : public Notifications, public BusClient {
   struct Lasting {
     DesktopNotifications& self;
     std::string identifier;
-    BusSlot reply{};           ///< null when the daemon has answered
-    std::uint32_t number = 0;  ///< the daemon's number for it; 0: none
+    BusSlot reply{};           ///< the pending call; null after the daemon has answered
+    std::uint32_t number = 0;  ///< the daemon's number for the notification; 0: unknown
     bool withdrawn = false;
   };
 
@@ -50,7 +50,7 @@ class DesktopNotifications final : public Notifications, public BusClient {
   const std::string icon;
   NameOwner daemon;
   sd_bus* bus = nullptr;
-  BusSlot question;  ///< null unless the daemon is being asked
+  BusSlot question;  ///< the pending question about markup; null if none is pending
   std::optional<bool> readsMarkup;
   std::list<Lasting> lasting;
 };

@@ -35,7 +35,7 @@ DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundl
 
 void DesktopWorkspace::open(const std::string& path) {
   const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  // An absolute path cannot be taken for an option or a URL.
+  // Make the path absolute, so that it cannot be taken for an option or a URL.
   const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
   std::string failures;
   for (const auto& opener : std::array{Opener{"xdg-open", {absolute}}, Opener{"gio", {"open", absolute}}}) {
@@ -74,7 +74,7 @@ void DesktopWorkspace::replaceThisProcess() const {
   for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
   argv.push_back(nullptr);
   setenv(relaunchVariable, std::to_string(getpid()).c_str(), 1);
-  // Signals stay blocked: one that came after the loop ended is pending for the new instance.
+  // Signals stay blocked. So a signal that has arrived since the loop ended is delivered to the new client.
   execv(executable.c_str(), argv.data());
   reportOnce("cannot start " + executable + " again: " + describe(errno));
 }

@@ -9,15 +9,15 @@
 
 namespace kestrune {
 
-/// The environment variable with the PID of the client that a new one replaces.
+/// The environment variable that tells a new client the PID of the client that it replaces.
 inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 
-/// Opens files with the desktop's default programs, and restarts the running program. Main thread.
+/// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are those of this process. `inPlace`: the new instance replaces this process by exec at its
-  /// end, because a terminal or a service manager waits for this process; otherwise it starts beside this
-  /// one.
+  /// `arguments` are the arguments of this process. With `inPlace`, the new client replaces this process by
+  /// exec at its end, because a terminal or a service manager waits for this process. Otherwise the new
+  /// client starts as a second process.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
                    bool inPlace);
 
@@ -25,9 +25,9 @@ class DesktopWorkspace final : public Workspace {
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
   Result<> openNewInstance(const std::string& bundlePath) override;
 
-  /// Whether `openNewInstance` asked for an exec at the end of this process.
+  /// Returns whether `openNewInstance` was called and this process must end by exec.
   bool replacesThisProcess() const { return replacing; }
-  /// Calls exec; returns only on failure.
+  /// Replaces this process by exec. Returns only if it fails, and reports why.
   void replaceThisProcess() const;
 
  private:

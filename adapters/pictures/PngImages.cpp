@@ -17,10 +17,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::array sizes{22, 16, 24, 32,
-                           44, 48, 64};  // pixels; a theme's first one is the size of the image
-constexpr unsigned largestSide = 1024;   // pixels; a logo is much smaller
+                           44, 48, 64};  // pixels; the first size that a theme has is the image's size
+constexpr unsigned largestSide = 1024;   // pixels; larger pictures are refused
 constexpr std::string_view icnsSignature = "icns";
-constexpr std::size_t icnsHeader = 8;  // four letters and a big-endian length, which counts the header too
+constexpr std::size_t icnsHeader = 8;  // bytes; four letters and the big-endian length of header and content
 
 std::optional<Bitmap> decodePng(std::string_view bytes) {
   png_image reader{};
@@ -43,7 +43,7 @@ std::size_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-/// The PNGs in an ICNS file; its other formats are older and smaller.
+/// Returns the PNGs in an ICNS file. Pictures in its older formats, which are smaller, are skipped.
 std::vector<Bitmap> decodeIcns(std::string_view bytes) {
   std::vector<Bitmap> bitmaps;
   bytes = bytes.substr(icnsHeader);
@@ -65,7 +65,7 @@ std::vector<Bitmap> decodeFile(const std::string& path) {
   return bitmap ? std::vector{std::move(*bitmap)} : std::vector<Bitmap>();
 }
 
-/// Null without bitmaps. The first bitmap gives the size of the image: one point per pixel.
+/// Returns null if there are no bitmaps. The image has as many points as the first bitmap has pixels.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();

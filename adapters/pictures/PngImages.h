@@ -7,11 +7,11 @@
 
 namespace kestrune {
 
-/// Images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point;
-/// "name-N.png" beside it is the same picture, N pixels wide, for N = 16, 22, 24, 32, 44, 48 and 64.
+/// Reads images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point. An
+/// optional "name-N.png" beside it is the same picture, N pixels wide: 16, 22, 24, 32, 44, 48 or 64.
 class PngImages final : public Images {
  public:
-  /// `dataFolders` contain the icon themes (icons/, pixmaps/), most important first.
+  /// `dataFolders` are searched in this order for icon themes (in icons/) and single icons (in pixmaps/).
   explicit PngImages(std::vector<std::string> dataFolders);
 
   ImageRef imageFromFile(const std::string& path) override;

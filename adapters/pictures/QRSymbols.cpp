@@ -10,12 +10,12 @@ namespace kestrune {
 
 namespace {
 
-constexpr int quietZone = 4;  // modules on each side
+constexpr int quietZone = 4;  // the white border on each side, in modules (squares of the code)
 constexpr std::size_t bytesPerPixel = 4;
 constexpr std::uint8_t white = 255;
 constexpr std::uint8_t black = 0;
 
-/// Absent when `message` does not fit into a symbol of `level`.
+/// Draws the QR code of `message`. Absent when `message` is too long for this error correction `level`.
 std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   constexpr int anyVersion = 0;
   const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// QR symbols by libqrencode.
+/// Makes QR codes with libqrencode.
 class QRSymbols final : public QRCodeGenerator {
  public:
   std::vector<Bitmap> generate(const std::string& message) override;

@@ -16,14 +16,14 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t lineLimit = 65536;              // bytes
-constexpr std::size_t pieceSize = 4096;               // bytes that are read at a time
+constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;         // bytes
-constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of a terminal's input, line ends included
-constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output
+constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of unread terminal input in the kernel
+constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output that may wait
 
-/// A descriptor of our own for what `descriptor` is open on. O_NONBLOCK belongs to the open file, which other
-/// processes may share: open a pipe or a terminal again. A regular file never blocks, and has a position that
-/// must stay shared.
+/// Opens the file behind `descriptor` again if it is a pipe or a terminal. Otherwise O_NONBLOCK would also
+/// apply to other processes that share the open file. Any other descriptor is only duplicated: a regular file
+/// never blocks, and the file position must stay shared.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
@@ -65,7 +65,7 @@ StandardInput::StandardInput(EventLoop& givenLoop)
       terminal(input && isatty(input.get()) == 1),
       mayBlock(input && (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0) {
   leaveNothingForChildren();
-  // In the background, reading and writing then fail instead of stopping this process.
+  // With these signals ignored, a read or write in the background fails instead of stopping this process.
   std::signal(SIGTTIN, SIG_IGN);
   std::signal(SIGTTOU, SIG_IGN);
 }
@@ -85,7 +85,7 @@ void StandardInput::applyHiding() {
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
   if (shown != hidden) {
-    silenced = false;  // another program has set it
+    silenced = false;  // another program has changed the echo
     return;
   }
   settings.c_lflag ^= ECHO;
@@ -98,14 +98,15 @@ bool StandardInput::isInBackground() const {
 }
 
 std::size_t StandardInput::longestLine() const {
-  // The line discipline drops what does not fit: a line that fills it may have been cut.
+  // The kernel cuts a typed line that does not fit into its buffer. So a line that fills the buffer may have
+  // been cut, and counts as too long.
   return terminal ? lineDisciplineCapacity - 2 : lineLimit;
 }
 
 void StandardInput::discardUnfinishedLine() {
   if (!terminal || !readable || isInBackground()) return;
-  // Each read returns one finished line. The last one returns none; it also makes the kernel move what was
-  // typed into the line discipline, where tcflush discards it.
+  // Each read returns one finished line; the last read returns no line. The last read also makes the kernel
+  // move the typed text to where tcflush discards it.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty()) goOn();
@@ -117,10 +118,10 @@ void StandardInput::discardUnfinishedLine() {
 void StandardInput::discardTyped() {
   discardUnfinishedLine();
   if (!terminal) {
-    // Limited: the writer may never stop.
+    // The limit is needed because the writer may never stop.
     for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
     }
-    // The rest of a line that was discarded must not count as a line.
+    // Do not take the rest of a discarded line for a line.
     if (begun != "") begun.reset();
   }
   lines.clear();
@@ -130,7 +131,7 @@ void StandardInput::start(Reader given) {
   reader = std::move(given);
   if (terminal) {
     continued = loop.onSignal(SIGCONT, [this] {
-      // Another program may have changed the terminal's settings meanwhile.
+      // Another program may have changed the terminal's settings while this job was in the background.
       silenced = false;
       applyHiding();
       goOn();
@@ -141,15 +142,14 @@ void StandardInput::start(Reader given) {
 }
 
 void StandardInput::wait() {
-  // Edge-triggered: a job in the background cannot read pending input, and level-triggered epoll would make
-  // the loop spin. After a change to the foreground, SIGCONT or the next input wakes the loop.
+  // Use edge-triggered epoll, which reports new input only once. In the background, input cannot be read, so
+  // level-triggered epoll would report it endlessly. SIGCONT or new input wakes the loop later.
   if (input) readable = loop.onDescriptor(input.get(), EPOLLIN | EPOLLET, [this] { goOn(); });
-  // epoll refuses regular files and "/dev/null", which never block.
+  // epoll refuses regular files and "/dev/null". They never block, so read them right away.
   if (!readable) goOn();
 }
 
-/// Handles one line or one piece in each turn of the loop, so that endless input does not starve other
-/// sources.
+/// Handles one line or one read per turn of the loop, so that endless input does not delay other events.
 void StandardInput::goOn() {
   if (std::exchange(turnIsDue, true)) return;
   loop.mainQueue().async([this] {
@@ -158,7 +158,7 @@ void StandardInput::goOn() {
   });
 }
 
-/// False when there is nothing more to do now.
+/// Passes on one line or reads once. Returns false when there is nothing more to do now.
 bool StandardInput::takeTurn() {
   if (!lines.empty()) {
     const std::optional<std::string> line = std::move(lines.front());
@@ -171,7 +171,7 @@ bool StandardInput::takeTurn() {
   return false;
 }
 
-/// False when there is nothing more to read now.
+/// Reads once. Returns false when there is nothing more to read now.
 bool StandardInput::readSome() {
   if (mayBlock) {
     pollfd data{input.get(), POLLIN, 0};

@@ -17,57 +17,58 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Writes through a descriptor of its own to what `descriptor` is open on.
+  /// Writes to the file or terminal that `descriptor` refers to, through a descriptor opened here.
   StandardOutput(EventLoop& loop, int descriptor);
 
-  /// False when the text was dropped: too much is waiting, or the reader has closed its end.
+  /// Returns false if the text was dropped: too much is waiting, or the reader has closed its end.
   bool write(std::string_view text) { return writer.write(text); }
 
   bool isTerminal() const { return terminal; }
 
-  /// The present size of the terminal; zeros when unknown.
+  /// Returns the present size of the terminal; zeros when it is unknown.
   winsize size() const;
 
  private:
   const bool terminal;
-  const FileDescriptor screen;  ///< to ask for the size; only for a terminal
+  const FileDescriptor screen;  ///< to ask for the size; empty if the output is no terminal
   DescriptorWriter writer;
 };
 
-/// Reads lines from standard input through a descriptor of its own, and puts "/dev/null" in its place for
-/// children. Reads nothing before `start`. Main thread.
+/// Reads lines from standard input, through a descriptor of its own. Puts "/dev/null" in the place of
+/// standard input, so that child processes do not read from it. Reads nothing before `start`. Main thread.
 class StandardInput {
  public:
-  /// What the reader is told, on the main thread.
+  /// Functions that are called on the main thread.
   struct Reader {
-    /// A line without its end; absent when it is too long. Jobs that a line puts on the main queue run before
-    /// the next line is told.
+    /// Called with each line, without its line end, or without a value if the line is too long. Jobs that one
+    /// call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
-    std::function<void()> onEnd;  ///< once, after the last line
+    std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< SIGCONT has put this job into the foreground; may be null
+        nullptr;  ///< called when SIGCONT has put this job into the foreground; may be null
   };
 
   explicit StandardInput(EventLoop& loop);
 
   void start(Reader reader);
 
-  /// Makes what is read here standard input again, for a program that replaces this process.
+  /// Undoes the replacement of standard input by "/dev/null", for a program that replaces this process.
   void giveBack() const;
 
   bool isTerminal() const { return terminal; }
 
-  /// Switches the terminal's echo off, or on again if this has switched it off. In the background, takes
-  /// effect with the next SIGCONT.
+  /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
+  /// has switched it off. In the background, the change is made at the next SIGCONT.
   void hideTyping(bool hide);
 
-  /// The length in bytes of the longest line that is not too long.
+  /// Returns how long a line may be, in bytes. For a longer line, `onLine` gets no value.
   std::size_t longestLine() const;
 
-  /// Discards the line that the user of a terminal has begun to type, but no finished lines. Does nothing on
-  /// a pipe or a file, and in the background, where the line is typed for another job.
+  /// Discards the unfinished line that the user is typing, but keeps finished lines. Does nothing on a pipe
+  /// or a file. Does nothing in the background either, where the user types for another job.
   void discardUnfinishedLine();
-  /// Discards finished lines as well, and on a pipe or a file up to 1 MiB that can be read now.
+  /// Like `discardUnfinishedLine`, but also discards finished lines. On a pipe or a file, discards up to 1
+  /// MiB of what can be read now.
   void discardTyped();
 
  private:
@@ -84,12 +85,12 @@ class StandardInput {
   FileDescriptor input;
   const bool terminal;
   const bool mayBlock;
-  bool turnIsDue = false;                        ///< a job on the main queue reads or tells lines
-  bool hidden = false;                           ///< typed text must not be echoed
-  bool silenced = false;                         ///< this has switched the echo off
-  std::deque<std::optional<std::string>> lines;  ///< read, but not told yet
+  bool turnIsDue = false;  ///< whether a job on the main queue is to read or pass on lines
+  bool hidden = false;     ///< whether typed text must not be echoed
+  bool silenced = false;   ///< whether this object has switched the echo off
+  std::deque<std::optional<std::string>> lines;  ///< not passed on yet; absent: a line too long
   Reader reader;
-  std::optional<std::string> begun{""};  ///< the beginning of a line; absent when it is too long
+  std::optional<std::string> begun{""};  ///< the start of a line; absent when it is already too long
   EventSource readable;
   EventSource continued;
 };

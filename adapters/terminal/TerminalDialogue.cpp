@@ -12,18 +12,18 @@ namespace {
 
 constexpr auto emptyingWord = "清空";
 
-/// A character cell shows two pixels: the background above, and this block below. Not the upper half block:
-/// many fonts leave a light line above it, which would cut through dark parts.
+/// A character cell shows two pixels: the upper one by the background colour, the lower one by this block.
+/// The upper half block would not do: many fonts leave a light line above it.
 constexpr auto lowerHalf = "▄";
-/// Black and white whatever the terminal's colours are; by whether the pixel above and the one below are
-/// dark.
+/// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
+/// whether the upper pixel and the lower pixel are dark.
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
 constexpr auto plainColors = "\033[0m";
-/// Without colours: light text on a dark screen.
+/// Used without colours. Assumes light text on a dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
 
-/// 0 unless `text` is a number.
+/// Returns the number in `text`, or 0 if `text` is not a number.
 std::size_t numberIn(const std::string& text) {
   std::size_t number = 0;
   const char* const end = text.data() + text.size();
@@ -55,7 +55,7 @@ void TerminalDialogue::collect(const View& view) {
   if (view.kind == ViewKind::button) {
     buttons.push_back(&view);
   } else if (isField(view)) {
-    // Drop the label above: the question repeats it.
+    // Drop the label above the field if the question repeats it.
     if (!parts.empty() && parts.back()->kind == ViewKind::label &&
         parts.back()->text == view.accessibilityLabel) {
       parts.pop_back();
@@ -81,14 +81,14 @@ std::string TerminalDialogue::begin() {
   return text + advance();
 }
 
-/// The text up to the next field or the buttons.
+/// Returns the text up to the next field or up to the buttons.
 std::string TerminalDialogue::advance() {
   std::string text;
   for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);
   return text + again();
 }
 
-/// The line of buttons and the image, unless a field is asked for.
+/// Returns the line of buttons and the image. Returns no text while a field is asked for.
 std::string TerminalDialogue::again() const {
   if (asksForField()) return "";
   std::string text;
@@ -140,7 +140,7 @@ std::string TerminalDialogue::textOf(const View& view) const {
   return (view.textColor == TextColor::secondary ? styles.faint(text) : text) + "\n";
 }
 
-/// The largest bitmap that fits above the prompt. Two rows of pixels in each line.
+/// Draws the largest bitmap that fits above the prompt. Each line of text shows two rows of pixels.
 std::string TerminalDialogue::picture(const Image& pictured) const {
   const auto rowsFor = [](const Bitmap& bitmap) { return (bitmap.height + 1) / 2 + 1; };
   const auto& bitmaps = pictured.bitmaps;
@@ -149,7 +149,7 @@ std::string TerminalDialogue::picture(const Image& pictured) const {
            (rows == 0 || rowsFor(each) <= rows);
   });
   if (fitting == bitmaps.rend()) {
-    // A part of a QR code, or one with broken lines, cannot be scanned.
+    // Print no picture: a QR code that is cut or has broken lines cannot be scanned.
     return "（終端機太小，圖放不下：需要 " + std::to_string(bitmaps.front().width) + " 欄、" +
            std::to_string(rowsFor(bitmaps.front())) + " 列。）\n";
   }

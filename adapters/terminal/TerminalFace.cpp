@@ -12,7 +12,7 @@ namespace kestrune {
 
 namespace {
 
-// A window that is being resized sends many SIGWINCH.
+// While a window is being resized, many SIGWINCH arrive. Redraw only after a pause.
 constexpr Seconds resizePause{0.2};
 
 }  // namespace
@@ -70,8 +70,8 @@ void TerminalFace::add(const Notification& notification) {
   changed();
 }
 
-/// Prints once for changes of button and menu that come together. While an alert is open, the last lines
-/// belong to it: `resume` prints the changes after its answer.
+/// Prints once for several changes that come together. While an alert is open, prints nothing, because the
+/// last lines belong to the alert: `resume` prints the changes after the alert is answered.
 void TerminalFace::changed() {
   if (std::exchange(printPending, true)) return;
   queue.async([this] {
@@ -92,14 +92,14 @@ std::string TerminalFace::wholeMenu() {
   const std::string heading = styles.bold(title) + "\n";
   std::string text = "\n" + heading + terminalRule + "\n";
   for (const auto& item : menu.items) text += row(item);
-  // Where the top scrolls away, repeat the title, which names the lamp.
+  // If the menu is higher than the terminal, repeat the title below it: it shows the client's state.
   const auto lines = std::count(text.begin(), text.end(), '\n');
   const int height = output.size().ws_row;
   return shownNow(height > 0 && lines >= height ? text + heading : text);
 }
 
-/// The lines that have changed since they were printed last. A pipe gets the whole menu, because its reader
-/// may keep the last one only.
+/// Returns the lines that have changed since they were last printed. A pipe gets the whole menu, because its
+/// reader may keep only the latest output.
 std::string TerminalFace::changes() {
   if (!output.isTerminal() || shownMenu.items.size() != menu.items.size()) return wholeMenu();
   std::string text = title == shownTitle ? "" : styles.bold(title) + "\n";
@@ -109,7 +109,7 @@ std::string TerminalFace::changes() {
   return shownNow(text.empty() ? text : "\n" + text);
 }
 
-/// `text` below the notifications. Everything counts as printed from now on.
+/// Returns the waiting notifications and `text`. From now on, the present menu and title count as printed.
 std::string TerminalFace::shownNow(const std::string& text) {
   printPending = false;
   shownTitle = title;
@@ -127,8 +127,7 @@ std::string TerminalFace::row(const MenuItem& item) const {
   return (item.enabled ? text : styles.faint(text)) + "\n";
 }
 
-/// Writes text and prompt in one piece: of two pieces, the second may be dropped when a slow terminal has not
-/// yet taken the first.
+/// Prints text and prompt in a single write: of two writes to a slow terminal, the second may be dropped.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
@@ -154,7 +153,7 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 }
 
 void TerminalFace::refuseLine() {
-  // What follows a refused answer was meant for later questions, which are not asked yet.
+  // Discard the lines after a refused answer: they were meant for later questions, which are not asked yet.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");
@@ -170,7 +169,7 @@ void TerminalFace::choose(const std::string& text) {
     prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
   } else {
     performMenuItem(MenuItem(*chosen));
-    // The action may print nothing, or only later.
+    // Print a prompt if the action has not printed one.
     queue.async([this, before = prompts] {
       if (prompts == before && open.empty()) prompt();
     });
@@ -178,7 +177,7 @@ void TerminalFace::choose(const std::string& text) {
 }
 
 void TerminalFace::show(const Open& shown) {
-  if (dialogues.empty()) input.discardUnfinishedLine();  // typed for the menu
+  if (dialogues.empty()) input.discardUnfinishedLine();  // the line was typed for the menu
   const winsize size = output.size();
   dialogues.push_back(
       std::make_unique<TerminalDialogue>(shown.alert, styles, colors, size.ws_col, size.ws_row));
@@ -198,7 +197,7 @@ void TerminalFace::answerAlert(const std::string& line) {
   step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
 }
 
-/// The terminal did not echo the end of a secret line.
+/// Returns the line end that the terminal did not echo after a secret answer, else no text.
 std::string TerminalFace::endOfUnseenLine() const {
   return input.isTerminal() && !dialogues.empty() && dialogues.back()->asksForSecret() ? "\n" : "";
 }

@@ -13,32 +13,32 @@
 
 namespace kestrune {
 
-/// The menu and the alerts as text on standard output, for machines and sessions without a desktop. Reads the
-/// number of a row, or its key. A terminal gets the menu once, and after a change only the rows that changed;
-/// a pipe gets the whole menu with each change. Main thread.
+/// The user interface in a terminal: prints the menu and the alerts on standard output, for machines and
+/// sessions without a desktop. The user types the number of a row, or its key. A terminal gets the whole menu
+/// once, and later only changed rows. A pipe gets the whole menu at each change. Main thread.
 class TerminalFace final : public StatusBar, public AlertQueue, public Notifications {
  public:
-  /// `styled` and `colored`: if the output is a terminal, text may be bold or faint, and pictures may use
-  /// colours. `desktop` outlives this.
+  /// `styled`: text may be bold or faint. `colored`: pictures may use colours. Both count only if the output
+  /// is a terminal. `givenLoop` and `givenDesktop` outlive this.
   TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
 
-  /// Called once; the item refers to this.
+  /// Must be called only once. The item must not outlive this.
   std::unique_ptr<StatusItem> statusItem(double length) override;
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
-  /// Passes it to the desktop, and prints it above the menu, because there may be no desktop. While an alert
-  /// is open it waits; a second one with the same text is not printed.
+  /// Passes the notification to the desktop and also prints it above the menu, because there may be no
+  /// desktop. While an alert is open, the text waits; the same text is not printed twice then.
   void add(const Notification& notification) override;
   void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
-  /// Restores the terminal's settings. For the end of the process.
+  /// Restores the terminal's settings. Called before the process exits.
   void close();
 
   /// Makes standard input what it was at the start, for a program that replaces this process.
   void giveBackInput() const { input.giveBack(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new
-  /// prompt does not show it. Text that is typed into an open alert stays.
+  /// prompt does not show it. Text that is being typed into an open alert is kept.
   void printMenu();
 
  private:
@@ -68,13 +68,13 @@ class TerminalFace final : public StatusBar, public AlertQueue, public Notificat
   const bool colors;
   bool inputEnded = false;
 
-  std::string title, shownTitle;  ///< the button's tooltip: now, and when it was printed last
+  std::string title, shownTitle;  ///< tooltip of the icon: now, and when last printed
   Menu menu, shownMenu;
-  std::string news;  ///< notifications to be printed above the menu, a line each
+  std::string news;  ///< notifications that will be printed above the menu, a line each
   bool printPending = false;
-  std::size_t prompts = 0;  ///< printed so far
+  std::size_t prompts = 0;  ///< number of prompts printed so far
 
-  std::vector<std::unique_ptr<TerminalDialogue>> dialogues;  ///< one for each open alert
+  std::vector<std::unique_ptr<TerminalDialogue>> dialogues;  ///< one dialogue for each open alert
   EventSource resized, redraw;
 };
 

@@ -20,10 +20,10 @@ constexpr std::uint32_t protocolVersion = 3;
 constexpr std::array<std::string_view, 7> propertyNames{
     "children-display", "enabled", "label", "shortcut", "toggle-state", "toggle-type", "type"};
 
-/// Which properties a host asks for.
+/// The properties that a host asks for.
 struct PropertyFilter {
   bool everything = true;
-  std::set<std::string_view> names{};  ///< a subset of `propertyNames`
+  std::set<std::string_view> names{};  ///< known names from the host; not used if `everything`
 
   bool passes(const std::string& name) const { return everything || names.contains(name); }
 };
@@ -34,14 +34,14 @@ int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   int result = sd_bus_message_enter_container(call, 'a', "s");
   for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
     filter.everything = false;
-    // A caller may send millions of names: keep only those of properties.
+    // Keep only the names of known properties: a caller may send millions of names.
     const auto known = std::find(propertyNames.begin(), propertyNames.end(), name);
     if (known != propertyNames.end()) filter.names.insert(*known);
   }
   return result < 0 ? result : sd_bus_message_exit_container(call);
 }
 
-/// `ids` refers to memory of the message.
+/// Reads an array of IDs. Afterwards, `ids` points into the message `call` and is valid as long as it.
 int readIds(sd_bus_message* call, Ids& ids) {
   const void* data = nullptr;
   std::size_t size = 0;
@@ -58,7 +58,7 @@ void appendValue(MessageWriter& message, const MenuLayout::Value& value) {
   } else if (const auto* const number = std::get_if<std::int32_t>(&value)) {
     message.append("v", "i", *number);
   } else {
-    // A list of key presses, each a list of keys; ours is one press.
+    // The interface expects a list of key combinations, each a list of keys. A row has one combination.
     message.container('v', "aas", [&] {
       message.container('a', "as", [&] {
         message.container('a', "s", [&] {
@@ -90,7 +90,7 @@ void appendRowProperties(MessageWriter& message, int id, const MenuLayout::Prope
   });
 }
 
-/// Appends a row with the rows below it, down to `depth` levels; negative: all levels.
+/// Appends the row `id` and the rows below it, down to `depth` levels; a negative `depth` means all levels.
 void appendTree(MessageWriter& message, const MenuLayout& rows, int id, int depth,
                 const PropertyFilter& filter) {
   message.container('r', "ia{sv}av", [&] {
@@ -181,8 +181,9 @@ void DBusMenu::rebuild() {
   if (bus != nullptr) announce(before);
 }
 
-/// LayoutUpdated makes hosts build the menu anew, which closes it: send it only when rows come, go or move.
-/// Some hosts then do not read all properties of the other rows again.
+/// Tells hosts what has changed since `before`. The signal LayoutUpdated makes a host rebuild the menu, which
+/// closes it, so it is sent only when rows come, go or move. Even then the changed properties are sent too,
+/// because some hosts do not read the properties of all rows again.
 void DBusMenu::announce(const MenuLayout& before) {
   if (rows.children != before.children) {
     sd_bus_emit_signal(bus, objectPath, menuInterface, "LayoutUpdated", "ui", revision, MenuLayout::root);
@@ -241,7 +242,7 @@ int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
   PropertyFilter filter;
   if (const int result = readIds(call, ids); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
-  // Each row once, however often the call names it: a reply must not grow with the call.
+  // Return each row once, even if the call names it many times. Otherwise a caller could make the reply huge.
   std::set<int> wanted;
   std::copy_if(ids.begin(), ids.end(), std::inserter(wanted, wanted.end()),
                [this](int id) { return hasRow(id); });
@@ -270,7 +271,7 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   return reply.send();
 }
 
-/// Runs the action later, so that the host does not wait for its answer.
+/// Runs the action of the row `id` in a later job, so that the host gets its reply first.
 void DBusMenu::choose(int id) {
   const auto item =
       std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
@@ -287,7 +288,7 @@ int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
 }
 
 int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
-  // Each row once, however often the call names it.
+  // Choose each row once, even if the call contains many clicks on it.
   std::set<int> clicked;
   std::vector<int> unknown;
   bool anyKnown = false;

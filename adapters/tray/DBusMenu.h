@@ -10,17 +10,18 @@
 
 namespace kestrune {
 
-/// Exports a menu as com.canonical.dbusmenu. Sends hosts only the rows and properties that changed, so that
-/// an open menu stays open and changes in place. Main thread.
+/// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
+/// tray icons) read menus. Announces only changed rows and properties, so that an open menu stays open and
+/// changes in place. Main thread.
 class DBusMenu {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// Runs the action of a chosen row on `queue`, after the host has its answer.
+  /// Actions of chosen rows run on `givenQueue`, after the reply to the host. `givenQueue` outlives this.
   explicit DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
 
   void setMenu(Menu menu);
-  /// Before the first call, the form of most hosts is assumed.
+  /// Tells how the present tray host differs from most hosts. Without a call, no difference is assumed.
   void setForm(const TrayHostForm& form);
 
   void busConnected(sd_bus* bus);
@@ -40,7 +41,7 @@ class DBusMenu {
   int aboutToShow(sd_bus_message* call, sd_bus_error* error);
   int aboutToShowGroup(sd_bus_message* call, sd_bus_error* error);
 
-  /// Turns a method above into an sd-bus handler.
+  /// Turns one of the methods above into a handler for sd-bus.
   template <int (DBusMenu::*method)(sd_bus_message*, sd_bus_error*)>
   static int handler(sd_bus_message* call, void* self, sd_bus_error* error) {
     return (static_cast<DBusMenu*>(self)->*method)(call, error);

@@ -10,14 +10,15 @@ namespace kestrune {
 
 namespace {
 
-/// Rows that move into a submenu on hosts whose menu does not scroll.
+/// Rows that are moved into a submenu if the host's menu does not scroll.
 struct Submenu {
-  int row;          ///< the row that opens it
-  int first, last;  ///< the rows in it
+  int row;          ///< ID of the row that opens the submenu
+  int first, last;  ///< IDs of the rows in the submenu
 };
 constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
 
-/// The label from which the host shows `title`. A single underscore would mark a mnemonic.
+/// Returns a label that the host displays as `title`. It needs escaping, because hosts take a single
+/// underscore for the mark of an access key and do not show it.
 std::string label(const std::string& title, const TrayHostForm& form) {
   std::string text = displayRow(title);
   if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
@@ -27,7 +28,7 @@ std::string label(const std::string& title, const TrayHostForm& form) {
   return text;
 }
 
-/// Command becomes Control; an upper-case letter adds Shift.
+/// Returns the keys of a shortcut: Control for Command, Shift for an upper-case letter, and the key.
 MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
   if (keyEquivalent.empty()) return {};
   MenuLayout::Shortcut keys{"Control"};
@@ -65,7 +66,7 @@ MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& fo
   }
   for (const auto& [id, children] : rows.children) {
     rows.properties[id]["children-display"] = std::string("submenu");
-    // Hosts do not open a disabled submenu.
+    // Enable the row of a submenu, because hosts do not open a disabled one.
     if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
   }
   return rows;

@@ -15,8 +15,8 @@ namespace {
 
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
-/// A tooltip's text. Some hosts read markup in it and drop a tooltip with malformed markup; the full-width
-/// forms look the same.
+/// Returns the text of the tooltip. "<" and "&" become full-width characters, which look the same, because
+/// some hosts read markup and drop a tooltip if its markup is malformed.
 std::string toolTipOf(const StatusButton& button) {
   return replacingAll(replacingAll(displayRow(button.toolTip.value_or("")), "<", "＜"), "&", "＆");
 }
@@ -34,7 +34,7 @@ bool isGrey(const Bitmap& bitmap) {
   return true;
 }
 
-/// Appends the resolutions of an icon. Hosts expect ARGB.
+/// Appends the bitmaps of an icon, as ARGB pixels, which hosts expect.
 int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   MessageWriter message{BusMessage(sd_bus_message_ref(reply))};
   message.container('a', "(iiay)", [&] {
@@ -109,7 +109,7 @@ void StatusNotifierItem::setMenu(Menu menu) {
 void StatusNotifierItem::setButton(const StatusButton& changed) {
   const auto& image = changed.image;
   const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
-  // Hosts read the description again together with the icon.
+  // Announce a new icon for a new description too: hosts read both again at this signal.
   const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
   const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
   button = changed;
@@ -141,7 +141,7 @@ void StatusNotifierItem::busLost() {
 }
 
 void StatusNotifierItem::registerWithWatcher() {
-  // Registers the object path, not our unique name: sd_bus_get_unique_name would block.
+  // Register the object path instead of this program's bus name: sd_bus_get_unique_name would block.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus, &slot, watcherName, watcherPath, watcherName,
                                "RegisterStatusNotifierItem", &registered, this, "s", objectPath) >= 0) {
@@ -167,7 +167,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isBroadcast(signal)) return 0;
-  // A watcher without a host may have refused the item. To register twice does no harm.
+  // The watcher may have refused the item while no host ran. Registering twice is harmless.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }
@@ -177,7 +177,7 @@ void StatusNotifierItem::formChanged() {
   sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
-/// Empty for hosts that read pixmaps, else the path of the same picture.
+/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts.
 std::string StatusNotifierItem::iconName() const {
   if (!hosts.form().iconFiles || !button.image) return "";
   const auto& bitmaps = bitmapsOf(button);
@@ -202,7 +202,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "IconAccessibleDesc") return text(displayRow(self.button.accessibilityLabel.value_or("")));
   if (name == "ToolTip") {
-    // An icon name, pixmaps, a title and a text. Some hosts ignore the text, so all of ours is the title.
+    // An icon name, pixmaps, a title and a text. The title has it all, because some hosts ignore the text.
     return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, toolTipOf(self.button).c_str(), "");
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);

@@ -14,23 +14,24 @@
 
 namespace kestrune {
 
-/// What a tray item works with. The references outlive the item.
+/// The objects that a tray item uses. The references outlive the item.
 struct TrayParts {
   SessionBus& bus;
-  DispatchQueue& queue;                               ///< the main queue
-  const MainBundle& bundle;                           ///< has the files of the icon
-  ActivationToken& token;                             ///< receives the token that the host sends with a click
-  std::function<void()> onClick;                      ///< any click for which the host does not open the menu
-  std::function<void(const Menu&)> onMenu = nullptr;  ///< the menu has changed; may be null
-  std::function<void()> onRegistered = nullptr;       ///< a tray has accepted the item; may be null
+  DispatchQueue& queue;           ///< the main queue
+  const MainBundle& bundle;       ///< contains the icon files
+  ActivationToken& token;         ///< stores the activation token that the host sends with a click
+  std::function<void()> onClick;  ///< called at a click if the host does not open the menu itself
+  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; may be null
+  std::function<void()> onRegistered = nullptr;  ///< called when a tray has accepted the item; may be null
 };
 
-/// A status item exported as org.kde.StatusNotifierItem, with its menu. Registers with each tray that
-/// appears. Needs no display. Main thread.
+/// A status item with a menu, exported on the session bus as org.kde.StatusNotifierItem. Registers with each
+/// tray that appears. Needs no display. Main thread.
 class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";
-  /// The watcher lists the items for the hosts, which show them. Its name is also the name of its interface.
+  /// The bus name of the watcher, the program with the list of all tray items. Tray hosts show the items in
+  /// its list. The D-Bus interface of the watcher has the same name.
   static constexpr auto watcherName = TrayHostFinder::watcherName;
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
@@ -67,7 +68,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   BusSlot object, hostMatch, registration;
 };
 
-/// The tray as a status bar. Main thread.
+/// A status bar whose item is shown in the tray. Main thread.
 class TrayStatusBar final : public StatusBar {
  public:
   explicit TrayStatusBar(TrayParts given) : parts(std::move(given)) {}

@@ -34,7 +34,7 @@ void TrayAdvice::lookAfter(Seconds delay) {
 }
 
 void TrayAdvice::look() {
-  // In case no answer comes: the bus may be lost, or the watcher may hang.
+  // Look again later if no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
   if (!inquiry.isConnected() || !inquiry.isDone()) return;
   if (unanswered == looksInVain) return timer.reset();

@@ -8,18 +8,18 @@
 
 namespace kestrune {
 
-/// Tells the user once, by a notification, that the desktop shows no tray icons: a client without an icon
-/// would go unnoticed. Withdraws the notification when a tray appears. Main thread.
+/// Looks whether the desktop has a tray that shows icons. If not, tells the user once by a notification,
+/// because a client without an icon is easily overlooked. Withdraws it when a tray appears. Main thread.
 class TrayAdvice {
  public:
   static constexpr Seconds patience{30.0};   ///< until the first look, and after a look without an answer
-  static constexpr Seconds secondLook{5.0};  ///< after the first, because a panel may be restarting
-  static constexpr int looksInVain = 10;     ///< after as many looks in a row without an answer, gives up
+  static constexpr Seconds secondLook{5.0};  ///< before the second look: a panel may be restarting
+  static constexpr int looksInVain = 10;     ///< gives up after this many looks in a row without an answer
 
-  /// The arguments outlive this.
+  /// All arguments outlive this object.
   TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications);
 
-  /// A tray has accepted the icon: looks again, if the user was told that there is none.
+  /// To be called when a tray has accepted the icon. If the user was told that there is no tray, looks again.
   void trayChanged();
 
  private:
@@ -31,7 +31,7 @@ class TrayAdvice {
   Notifications& notifications;
   BusInquiry inquiry;
   std::unique_ptr<Timer> timer;
-  int unanswered = 0;  ///< looks in a row
+  int unanswered = 0;  ///< number of looks in a row without an answer
   bool missedBefore = false;
   bool advised = false;
 };

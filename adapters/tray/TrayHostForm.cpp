@@ -8,18 +8,18 @@ namespace kestrune {
 namespace {
 
 struct KnownHost {
-  const char* program;  ///< its bus name
-  bool isWatcher;       ///< counts only while the same process is the StatusNotifierWatcher
+  const char* program;  ///< bus name of the program
+  bool isWatcher;       ///< the host counts only while its process is also the StatusNotifierWatcher
   TrayHostForm form;
 };
 
-// The first one that runs counts.
+// The first host in this list that runs decides the form.
 const KnownHost knownHosts[] = {
-    // The AppIndicator extension, which runs in the shell's process.
+    // GNOME's AppIndicator extension, which runs in the process of the shell.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
-    // The watcher is another process (kded).
+    // KDE Plasma. Its watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
-    // The watcher is its panel, which has no name of its own.
+    // LXQt. Its watcher is the panel, which has no bus name of its own, so look for the session.
     {"org.lxqt.session", false, {.qtKeys = true}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
@@ -40,7 +40,7 @@ TrayHostFinder::TrayHostFinder(std::function<void()> givenOnForm, std::function<
 
 void TrayHostFinder::busConnected(sd_bus* bus) {
   for (auto& program : programs) program.busConnected(bus);
-  // Last: when its owner is known, so are the others.
+  // Connect the watcher last. When its owner is known, the owners of all programs above are known too.
   watcher.busConnected(bus);
 }
 

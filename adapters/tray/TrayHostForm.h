@@ -7,32 +7,33 @@
 
 namespace kestrune {
 
-/// How the tray host at hand differs from most hosts.
+/// How the present tray host (the program that shows tray icons) differs from most hosts.
 struct TrayHostForm {
-  bool submenus = false;  ///< its menu does not scroll: the long parts of ours become submenus
-  /// In a label it removes the first underscore that another character follows, and keeps double underscores.
-  /// Most hosts show a double underscore as one, and remove each single one.
+  bool submenus = false;  ///< the host's menu does not scroll, so long parts of it become submenus
+  /// In a label, the host removes only the first underscore that is followed by another character, and shows
+  /// double underscores unchanged. Most hosts remove every single underscore and show a double one as one.
   bool firstUnderscoreOnly = false;
-  bool menuAtError = false;  ///< if Activate returns an error, it opens the menu at the icon
-  bool qtKeys = false;  ///< it reads the keys of a shortcut as Qt does (","); most read GDK names ("comma")
-  bool iconFiles = false;  ///< it ignores pixmaps, but accepts the path of a file as the name of an icon
+  bool menuAtError = false;  ///< if Activate returns an error, the host opens the menu at the icon
+  bool qtKeys = false;     ///< the host reads shortcut keys as Qt names them (","), not as GDK does ("comma")
+  bool iconFiles = false;  ///< the host ignores pixmaps, but accepts the path of a file as an icon name
 
   bool operator==(const TrayHostForm&) const = default;
 };
 
-/// Finds out by bus names which tray host runs, and whether there is a StatusNotifierWatcher. Main thread.
+/// Finds out which tray host runs by looking for known bus names, and whether there is a
+/// StatusNotifierWatcher (the program with the list of all tray items). Main thread.
 class TrayHostFinder {
  public:
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
-  /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher appears, and once for each
-  /// connection even without one; the form is known by then.
+  /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher appears, and once per bus
+  /// connection even without a watcher. The form is known before `onWatcher` runs.
   TrayHostFinder(std::function<void()> onForm, std::function<void()> onWatcher);
 
   void busConnected(sd_bus* bus);
   void busLost();
 
-  /// The form of most hosts, until another host is found.
+  /// Returns the form of the running host, or the default form while no known host is found.
   const TrayHostForm& form() const { return current; }
 
  private:
@@ -40,7 +41,7 @@ class TrayHostFinder {
 
   const std::function<void()> onForm;
   TrayHostForm current;
-  std::list<NameOwner> programs;  ///< one for each known host, in the same order
+  std::list<NameOwner> programs;  ///< the owner of each known host's bus name, in the order of `knownHosts`
   NameOwner watcher;
 };
 

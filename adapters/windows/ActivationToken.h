@@ -6,14 +6,14 @@
 
 namespace kestrune {
 
-/// The activation token (XDG_ACTIVATION_TOKEN) that the tray was given with the last click, for the window
-/// that this click opens. Main thread.
+/// Keeps the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray, which lets the window
+/// opened by this click take the focus. Main thread.
 class ActivationToken {
  public:
-  /// Anybody on the bus may give one: a text that is too long for a token counts as none.
+  /// Stores a token. Any program on the bus may send one; a text too long for a token is stored as no token.
   void give(std::string_view given) { token = given.size() <= longest ? given : ""; }
 
-  /// Empty when there is none. A token serves once.
+  /// Returns the token and forgets it, because it is valid for one window. Empty when there is no token.
   std::string take() { return std::exchange(token, {}); }
 
  private:

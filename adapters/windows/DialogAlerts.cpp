@@ -39,12 +39,12 @@ void DialogAlerts::handle(const dialogs::Event& event) {
   }
 }
 
-/// Shows all open alerts as notifications instead, the top one first, and answers them as cancelled.
+/// Shows all open alerts as notifications instead, the top alert first, and answers them as cancelled.
 void DialogAlerts::giveUp() {
   process.reset();
   while (!open.empty()) {
     const Open& lost = open.back();
-    // Without the texts of fields: notifications are kept, and other programs can read them.
+    // Leave out the texts of fields: desktops keep notifications, and other programs can read them.
     program.notifications.add({.identifier = "alert-" + std::to_string(lost.id),
                                .title = lost.alert.messageText,
                                .body = lost.alert.informativeText,

@@ -9,15 +9,15 @@
 
 namespace kestrune {
 
-/// Alerts as windows of KestruneMenuDialogs, one process for an alert and those on top of it. An alert that
-/// cannot be shown becomes a notification and counts as cancelled. Main thread.
+/// Shows alerts as windows of the program KestruneMenuDialogs. One process shows an alert and the alerts on
+/// top of it. An alert that cannot be shown becomes a notification and counts as cancelled. Main thread.
 class DialogAlerts final : public AlertQueue {
  public:
-  /// `token` is what a click in the tray brought for its window.
+  /// `token` holds the activation token of the last click in the tray. All arguments outlive this.
   DialogAlerts(EventLoop& loop, DialogProgram& program, ActivationToken& token);
   ~DialogAlerts() override;
 
-  /// Closes the windows and drops the waiting alerts without calling completions. For the end of the process.
+  /// Closes the windows and drops the waiting alerts without completions. Called before the program exits.
   void close();
 
  private:

@@ -18,7 +18,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t requestLimit = std::size_t{256}
-                                     << 20;               // bytes; fits the largest command output as JSON
+                                     << 20;  // bytes; enough for the largest command output as JSON
 constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes
 
 }  // namespace
@@ -61,7 +61,7 @@ bool DialogProcess::start(const std::string& activationToken) {
   return true;
 }
 
-/// Why it failed; absent on success.
+/// Returns why the program could not be started; absent on success.
 std::optional<std::string> DialogProcess::spawnProgram() {
   int in[2];
   int out[2];
@@ -109,7 +109,7 @@ void DialogProcess::readSome() {
     return finish(deadline ? std::optional<std::string>("it ended before its window appeared")
                            : std::nullopt);
   }
-  // The old part has no line end.
+  // What was received before has no line end, so search only the new part.
   std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
   const auto stillAlive = alive;
@@ -133,7 +133,7 @@ void DialogProcess::readSome() {
 }
 
 void DialogProcess::finish(const std::optional<std::string>& problem) {
-  // A program that breaks the protocol may not end when its standard input is closed.
+  // Kill the program: if it breaks the protocol, it may not exit when its standard input is closed.
   kill();
   deadline.reset();
   readable.reset();

@@ -15,17 +15,16 @@
 
 namespace kestrune {
 
-/// The program KestruneMenuDialogs, which shows the windows. It is a package of its own, which may be
-/// missing.
+/// The program KestruneMenuDialogs, which shows the windows. Its package may not be installed.
 struct DialogProgram {
   std::string path;
-  bool hasDisplay;  ///< the session has a display
+  bool hasDisplay;  ///< whether the session has a display
   Notifications& notifications;
   Seconds patience{5.0};  ///< how long a window may take to appear
   bool isReportedMissing = false;
 
   /// Reports on standard error why a window could not be shown, each reason once. If the program is missing,
-  /// reports that instead, and once in a notification.
+  /// reports this instead, and also shows a notification, once.
   void report(const std::string& reason);
 };
 
@@ -33,22 +32,21 @@ struct DialogProgram {
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;
-  /// `failed`: a problem was reported.
+  /// `failed`: whether a problem was reported on standard error.
   using OnEnd = std::function<void(bool failed)>;
 
-  /// `program` outlives this. `onEvent` and `onEnd` may destroy this. `onEnd` runs once, when no more events
-  /// will come.
+  /// `program` outlives this. `onEvent` and `onEnd` may destroy this. `onEnd` runs once, after all events.
   DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
   ~DialogProcess();
   DialogProcess(const DialogProcess&) = delete;
   DialogProcess& operator=(const DialogProcess&) = delete;
 
-  /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) is for its first window; empty for none.
-  /// False, and reported, when it cannot be started; `onEnd` does not run then.
+  /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets its first window take the focus; empty
+  /// for no token. If the start fails, reports why and returns false; `onEnd` does not run then.
   bool start(const std::string& activationToken);
 
-  /// Sends a request for a window. The process fails if the window `id` (0: the menu) does not appear in
-  /// time.
+  /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. If the window does not
+  /// appear within `program.patience`, the process is killed and `onEnd` runs with `failed`.
   void show(const dialogs::Request& request, int id);
 
   void send(const dialogs::Request& request);
@@ -69,10 +67,10 @@ class DialogProcess {
   FileDescriptor output;
   EventSource readable;
   std::unique_ptr<DescriptorWriter> input;
-  std::string begun;                                           ///< a line that is not complete yet
-  int expected = 0;                                            ///< the window that `deadline` is for
-  EventSource deadline;                                        ///< set until the last window is on the screen
-  std::shared_ptr<bool> alive = std::make_shared<bool>(true);  ///< false once this is destroyed
+  std::string begun;     ///< the start of a line whose end has not arrived yet
+  int expected = 0;      ///< ID of the window that must appear before `deadline`
+  EventSource deadline;  ///< set while a requested window is not on the screen yet
+  std::shared_ptr<bool> alive = std::make_shared<bool>(true);  ///< false after this object is destroyed
 };
 
 }  // namespace kestrune

@@ -8,8 +8,8 @@
 
 namespace kestrune {
 
-/// The menu as a window of KestruneMenuDialogs, for desktops without a tray and for tray hosts that do not
-/// open menus. Shows changes of the menu while it is open. Main thread.
+/// Shows the menu as a window of the program KestruneMenuDialogs, for desktops without a tray and for trays
+/// that do not open menus. The open window follows changes of the menu. Main thread.
 class MenuWindowProcess {
  public:
   MenuWindowProcess(EventLoop& loop, DialogProgram& program);
@@ -17,8 +17,8 @@ class MenuWindowProcess {
 
   void setMenu(const Menu& menu);
 
-  /// Shows the window, or brings the open one to the front. `activationToken` (XDG_ACTIVATION_TOKEN) lets it
-  /// take the focus; empty for none. A window that cannot be shown is reported on standard error.
+  /// Shows the window, or brings the open window to the front. `activationToken` (XDG_ACTIVATION_TOKEN) lets
+  /// it take the focus; empty for no token. If the window cannot be shown, reports why on standard error.
   void show(const std::string& activationToken = {});
 
   void close();

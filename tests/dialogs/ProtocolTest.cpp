@@ -25,7 +25,7 @@ Alert decodedAlert(const Alert& alert) {
   return decoded<ShowAlert>(Request{ShowAlert{1, alert}}).alert;
 }
 
-/// Why a line is refused as a request; empty when it is accepted.
+/// Returns why `line` is refused as a request; empty when it is accepted.
 std::string refusal(const std::string& line) {
   const auto result = decodeRequest(line);
   const auto* const reason = std::get_if<std::string>(&result);
@@ -141,7 +141,8 @@ TEST(DialogProtocol, RefusesOtherLinesWithoutQuotingThem) {
   }
 }
 
-/// Calls `use` with `object` changed in one place: each value replaced by each of some others, and removed.
+/// Calls `use` with many copies of `object`, each changed in one place. There, the value is either replaced
+/// by one of `others` or removed.
 void forEachChange(const json& object, const std::function<void(const json&)>& use) {
   const json others = json::parse(R"([null, true, -1, 0.5, 1e300, 1073741824, 18446744073709551615, "secret",
                       [], {}, [1, 2], {"a": 1}, [{}]])");
@@ -161,7 +162,7 @@ void forEachChange(const json& object, const std::function<void(const json&)>& u
   }
 }
 
-TEST(DialogProtocol, AcceptsNoValueThatItChanges) {
+TEST(DialogProtocol, RefusesValuesThatDecodingWouldChange) {
   Alert alert = fullAlert();
   alert.accessoryView->children.resize(1);
   alert.accessoryView->children[0].image = std::make_shared<Image>(twoByOne());
@@ -180,7 +181,7 @@ TEST(DialogProtocol, AcceptsNoValueThatItChanges) {
   EXPECT_GT(refused, 500);
 }
 
-TEST(DialogProtocol, RefusesWhatCannotBeDrawn) {
+TEST(DialogProtocol, RefusesAlertsThatCannotBeDrawn) {
   const auto refused = [](const Alert& alert, int id = 1) {
     return refusal(encode(Request{ShowAlert{id, alert}}));
   };

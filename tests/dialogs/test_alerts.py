@@ -1,4 +1,4 @@
-"""Alerts, read and pressed as a screen reader does, and worked by keyboard. Without a window manager."""
+"""Alert windows, used through the interface for screen readers and by keyboard. No window manager runs."""
 
 import json
 import os
@@ -89,15 +89,15 @@ class Texts(Alerts):
 
 
 class Copies(Alerts):
-    """What is copied from a text is pasted into a field of an alert on top of it."""
+    """The tests paste the copied text into a field of a second alert, to read it there."""
 
     def copy_all(self, window):
-        """Of the text that has the keyboard, until that is done: an alert on top would take the keys away."""
+        """Copies the whole focused text. Waits until the keys are handled, because a second alert would get them."""
         self.screen.keys("ctrl+a", "ctrl+c", "Tab")
         window.find("push button", "好").has_focus()
 
     def menu_of(self, node):
-        """What a right click on it opens."""
+        """Right-clicks on the node and returns the menu that opens."""
         self.reader.signals.clear()
         left, top, *_ = node.place()
         self.screen.click(left + 10, top + 5, button=3)
@@ -109,7 +109,7 @@ class Copies(Alerts):
         self.screen.keys("ctrl+v", "Return")
         return program.event()
 
-    def test_a_long_text_without_the_added_line_breaks(self):
+    def test_a_long_text_is_copied_without_the_added_line_breaks(self):
         line = "".join(f"{i:05} " for i in range(1500))
         program, window = self.opened(alert(1, text=f"前\n\n{line}\n後"))
         text = window.find("text")
@@ -118,7 +118,7 @@ class Copies(Alerts):
         self.copy_all(window)
         self.assertEqual(self.pasted(program), answered(2, 0, copy=f"前\n\n{line}\n後"))
 
-    def test_by_the_context_menu(self):
+    def test_texts_are_copied_by_the_context_menu(self):
         for role, text in (("text", REPORT), ("label", "一 <b>\n二 &")):
             with self.subTest(role):
                 program, window = self.opened(alert(1, text=text))
@@ -149,7 +149,7 @@ class Copies(Alerts):
 class Buttons(Alerts):
     three = "保存並刷新", "打開 .env", "取消"
 
-    def test_each_answers_its_index(self):
+    def test_each_button_answers_its_index(self):
         for place, title in enumerate(self.three):
             program, window = self.opened(alert(7, buttons=self.three))
             self.assertEqual(window.names("push button"), list(self.three))
@@ -158,7 +158,7 @@ class Buttons(Alerts):
             window.find("push button", title).press()
             self.assertEnds(program, answered(7, place))
 
-    def test_return_in_a_field_and_in_a_text_presses_the_first(self):
+    def test_return_in_a_field_and_in_a_text_presses_the_first_button(self):
         program, window = self.opened(alert(1, text=REPORT, buttons=self.three, view=field("a", "x")))
         window.find("text", "標題").focus()
         self.screen.keys("Return")
@@ -168,7 +168,7 @@ class Buttons(Alerts):
         self.screen.keys("Return")
         self.assertEnds(program, answered(1, 0, a="x"))
 
-    def test_space_presses_the_focused_one(self):
+    def test_space_presses_the_focused_button(self):
         program, window = self.opened(alert(1, buttons=self.three))
         window.find("push button", self.three[0]).has_focus()
         self.screen.keys("Tab")
@@ -182,7 +182,7 @@ class Buttons(Alerts):
             self.screen.keys("Escape")
             self.assertEnds(program, answered(1, button))
 
-    def test_many_wide_ones_stay_on_the_screen(self):
+    def test_many_wide_buttons_stay_on_the_screen(self):
         titles = [f"按鈕 {i} " + "寬" * 20 for i in range(5)]
         _, window = self.opened(alert(1, buttons=titles))
         self.assertEqual(window.names("push button"), titles)
@@ -194,7 +194,7 @@ class Stacked(Alerts):
         super().setUp()
         self.lower = alert(1, "下", buttons=["一", "二"], view=view("button", text="更多", action="more"))
 
-    def test_three_of_them(self):
+    def test_three_alerts_are_answered_from_the_top(self):
         program, _ = self.opened(self.lower, alert(2, "中"), alert(3, "上", buttons=["好", "壞"]))
         self.screen.keys("Escape")
         self.assertEqual(program.event(), answered(3, None))
@@ -214,7 +214,7 @@ class Stacked(Alerts):
     def test_raising_keeps_the_order(self):
         program, _ = self.opened(self.lower, alert(2, "上"))
         program.send(raising(), raising("token"))
-        # What came before it is done when this one is there.
+        # When the new alert is shown, the requests before it have been carried out.
         program.show(alert(3, "頂"))
         for number, title in (3, "頂"), (2, "上"):
             program.window(title)
@@ -232,7 +232,7 @@ class Life(Alerts):
         program.end_input()
         self.assertEnds(program)
 
-    def test_end_of_file_without_a_window_ends_it(self):
+    def test_the_end_of_the_input_without_a_window_ends_the_program(self):
         for half_a_request in b"", b'{"version": 2, "showAlert"':
             program = self.program()
             program.process.stdin.write(half_a_request)
@@ -257,7 +257,7 @@ class Life(Alerts):
         self.screen.keys("Return")
         self.assertEnds(program, answered(1, 0))
 
-    def test_a_closed_output_ends_it(self):
+    def test_a_closed_output_ends_the_program(self):
         program, _ = self.opened(alert(1))
         program.process.stdout.close()
         self.screen.keys("Return")
@@ -290,7 +290,7 @@ class Refusals(Alerts):
         self.assertEqual(complaint, f"KestruneMenuDialogs: not understood: {event['refused']['reason']}\n")
         self.assertNotIn("geheim", complaint)
 
-    def test_of_invalid_lines(self):
+    def test_invalid_lines_are_refused(self):
         version = json.dumps({**alert(1, "geheim"), "version": 3}).encode()
         for line, reason in ((version, "version 3 of the protocol"), (b"geheim", ""),
                              (b'{"version": 2, "geheim": 1}', "")):
@@ -298,7 +298,7 @@ class Refusals(Alerts):
             program.process.stdin.write(line + b"\n")
             self.assertRefuses(program, reason)
 
-    def test_of_requests_that_do_not_fit_an_open_window(self):
+    def test_requests_that_do_not_fit_the_open_window_are_refused(self):
         for line, reason in (alert(1), "open already"), (rows(), "while an alert is shown"):
             program, _ = self.opened(alert(1))
             program.send(line)

@@ -15,7 +15,7 @@ from rig.wire import Peer, answers, values
 
 class Windows(OnDesk):
     def opened(self, request, **environment):
-        """The window of a program that is asked for that."""
+        """Starts the program, sends `request` to it, and returns the window that opens."""
         program = self.program(environment=environment)
         program.send(request)
         window = program.window(title_of(request))
@@ -29,7 +29,7 @@ class Windows(OnDesk):
 
 
 def dark_kde(desk):
-    """The environment of a KDE desktop with dark colours, which the toolkit knows by itself."""
+    """Returns the environment of a KDE desktop with dark colours, which Qt reads without a portal."""
     settings = desk.root / "kde"
     settings.mkdir(exist_ok=True)
     (settings / "kdeglobals").write_text("".join(
@@ -39,7 +39,7 @@ def dark_kde(desk):
 
 
 class DarkDesktop(Windows):
-    def test_a_placeholder_is_told_from_its_field(self):
+    def test_a_placeholder_stands_out_from_its_field(self):
         window = self.opened(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))),
                              **dark_kde(self.desk))
         self.screen.screenshot("placeholder-dark")
@@ -61,7 +61,7 @@ LATIN_AND_GREY_EMOJI, CHINESE, EMOJI = "DejaVuSans.ttf", "NotoSansCJK-Regular.tt
 
 
 class OwnFonts(Windows):
-    """With some of the fonts of the machine, and no others."""
+    """The program sees only those fonts of the machine that a test chooses."""
 
     def setUp(self):
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
@@ -70,7 +70,7 @@ class OwnFonts(Windows):
         self.installed = {font.name: font for font in installed}
 
     def picture(self, text, *fonts):
-        """How `text` is shown with these fonts."""
+        """Returns a picture of `text` as a window shows it with these fonts only."""
         for font in fonts:
             (self.folder / font).symlink_to(self.installed[font])
         window = self.opened(alert(1, "標題", text), FONTCONFIG_FILE=str(self.folder / "fonts.conf"))
@@ -79,15 +79,15 @@ class OwnFonts(Windows):
         return self.screen.picture(Rectangle(*place))
 
     def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
-        # It stands before the emoji where no family is named.
+        # Without this program's preference, the font with grey emoji would come before the emoji font.
         self.assertTrue(self.picture("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI).coloured())
 
     def test_lamps_are_in_colour_without_an_emoji_font(self):
         shown = self.picture("🟢🟡🔴", CHINESE).pixels()
         self.assertLessEqual({(0x3F, 0xA3, 0x4D), (0xF2, 0xB9, 0x0C), (0xE5, 0x48, 0x4D)}, shown)
 
-    def test_digits_are_those_of_the_text(self):
-        # An emoji font has them too, for keys with a digit on them.
+    def test_digits_are_not_taken_from_the_emoji_font(self):
+        # An emoji font has digits too, for its emoji of keys with a digit.
         text = "0123456789#*"
         plain = self.picture(text, CHINESE).pixels()
         self.assertEqual(self.picture(text, EMOJI).pixels(), plain)
@@ -99,7 +99,7 @@ COLOUR_SCHEME = "org.freedesktop.appearance", "color-scheme"
 
 
 class Portal(Peer):
-    """Tells the colours that a desktop prefers."""
+    """A desktop portal with the colours that the user prefers. It does not answer if `preferred` is None."""
 
     def __init__(self, test, preferred):
         told = GLib.Variant("v", GLib.Variant("u", preferred or 0))
@@ -116,10 +116,10 @@ class Portal(Peer):
 
 
 class Preferences(Windows):
-    """Of a desktop whose theme is light."""
+    """Colour preferences on a desktop whose theme is light."""
 
     def assertBecomes(self, window, *, dark, scale=1):
-        """Once it is drawn anew, which nobody tells."""
+        """Waits until the window is dark or light. No signal announces this, so it looks at the screen."""
         deadline = Deadline()
         while (self.background(window, scale) < 128) != dark:
             self.assertGreater(deadline.left(), 0)
@@ -144,7 +144,7 @@ class Preferences(Windows):
         portal = Portal(self, LIGHT)
         window = self.opened(alert(1, text="\n".join("文字" * 20 for _ in range(50)), view=field("a", "x")))
         for preferred in (DARK, LIGHT, DARK, NOTHING):
-            # Whatever else changes does not count.
+            # The second change is one of another setting, and must have no effect.
             portal.change(preferred)
             portal.change(3 - preferred, names=("org.freedesktop.appearance", "contrast"))
             self.assertBecomes(window, dark=preferred == DARK)

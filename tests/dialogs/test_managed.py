@@ -1,4 +1,4 @@
-"""The windows beside those of others, on a desktop with a window manager."""
+"""The windows on a desktop with a window manager and windows of other programs."""
 
 from rig import isolation
 from rig.asked import alert, field, menu, raising, title_of
@@ -18,13 +18,13 @@ class Managed(OnDesk):
         return program
 
     def window(self, name):
-        """The X11 window whose name begins so."""
+        """Returns the X11 window whose name begins with `name`."""
         return self.screen.run("xdotool", "search", "--onlyvisible", "--name", f"^{name}").decode().split()[0]
 
     def property(self, window, name):
         return self.screen.run("xprop", "-id", window, name).decode().partition("=")[2].strip()
 
-    def test_it_is_an_ordinary_dialog_of_the_program(self):
+    def test_a_window_is_an_ordinary_dialog_of_the_program(self):
         program = self.open(alert(1, "目前狀態"))
         self.screen.screenshot("managed")
         window = self.window("目前狀態 — Kestrune$")
@@ -35,7 +35,7 @@ class Managed(OnDesk):
         for forbidden in ("SKIP_TASKBAR", "SKIP_PAGER", "MODAL", "ABOVE"):
             self.assertNotIn(forbidden, state)
         self.assertIn("Icon", self.screen.run("xprop", "-id", window, "_NET_WM_ICON").decode())
-        # A title that names the program says it once.
+        # The program's name is not added to a title that already contains it.
         self.open(alert(1, "Kestrune 連線與桌面設定"))
         self.assertEqual(self.property(self.window("Kestrune 連線與桌面設定$"), "WM_NAME"), '"Kestrune 連線與桌面設定"')
 
@@ -61,12 +61,12 @@ class Managed(OnDesk):
         owner = self.screen.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]
         self.assertEqual(int(owner, 16), int(lower))
         self.assertIn("MODAL", self.property(upper, "_NET_WM_STATE"))
-        # The keyboard cannot be taken to the lower one meanwhile, and comes back to it afterwards.
+        # The lower window cannot get the focus while the upper one is open. It gets the focus afterwards.
         self.screen.run("xdotool", "windowactivate", lower)
         self.screen.keys("Return")
         self.assertEqual(program.event(), {"answered": {"id": 2, "answer": {"button": 0, "fields": {}}}})
         program.window("下")
-        # A key that goes to the window, and not by way of the manager, which may learn of it later.
+        # Press Escape, which the window handles. Alt+F4 goes to the manager, which may learn the focus later.
         self.screen.keys("Escape")
         self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": None, "fields": {}}}})
 

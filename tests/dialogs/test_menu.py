@@ -1,4 +1,4 @@
-"""The menu as a window."""
+"""The window that shows the menu."""
 
 from rig import isolation
 from rig.asked import alert, item, menu, rows
@@ -11,7 +11,7 @@ CHOICES = ["開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒�
 
 class Menus(OnDesk):
     def setUp(self):
-        # Out of the way: the row beneath the pointer is marked.
+        # Move the pointer away, because a row beneath the pointer gets marked.
         self.screen.point_at(0, 0)
 
     def open(self, shown=None):
@@ -38,7 +38,7 @@ class Menus(OnDesk):
 
 
 class Looks(Menus):
-    def test_it_has_the_rows_of_the_menu(self):
+    def test_the_window_has_the_rows_of_the_menu(self):
         self.open()
         self.screen.screenshot("menu")
         self.assertEqual(self.window.role(), "dialog")
@@ -49,7 +49,7 @@ class Looks(Menus):
         self.assertEqual(self.window.names("separator"), [""] * 3)
         self.assertEqual(["checked" in self.rows[name].states() for name in CHOICES[:3]], [False, True, True])
         self.assertTrue(all("enabled" in row.states() for row in self.rows.values()))
-        # Top to bottom, all of one width, and none cut off.
+        # The rows are ordered from top to bottom, have the same width, and are not cut off.
         places = [node.place() for node in self.window.all() if node.role() in ("label", "push button", "check box")]
         self.assertEqual(places, sorted(places, key=lambda place: place[1]))
         self.assertEqual(len({(left, width) for left, _, width, _ in places}), 1)
@@ -64,7 +64,7 @@ class Looks(Menus):
             for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
                 with self.subTest(row=row):
                     self.open(rows(key, row))
-                    # Of a row that is cut, the tool tip has the whole title.
+                    # A shortened row has its whole title as tool tip, which is its description here.
                     self.assertEqual([node.description() for node in self.window.all() if node.name() == title], [""])
                     self.program.end_input()
                     self.assertEnds()
@@ -104,7 +104,7 @@ class Choosing(Menus):
         self.screen.click(left + width // 2, top + height // 2)
         self.assertEnds({"chosen": {"item": 25}})
 
-    def test_keys_and_presses_choose(self):
+    def test_shortcuts_and_presses_choose_a_row(self):
         for key, number in {"ctrl+l": 14, "ctrl+comma": 26, "ctrl+shift+r": 27}.items():
             self.open()
             self.screen.keys(key)
@@ -137,7 +137,7 @@ class Choosing(Menus):
         self.screen.keys("space")
         self.assertEnds({"chosen": {"item": 14}})
 
-    def test_it_is_closed_without_a_choice(self):
+    def test_the_window_is_closed_without_a_choice(self):
         for close in (lambda: self.screen.keys("Escape"), lambda: self.program.end_input()):
             self.open()
             close()
@@ -169,7 +169,7 @@ class Following(Menus):
         self.screen.keys("ctrl+x", "ctrl+r")
         self.assertEnds({"chosen": {"item": 18}})
 
-    def test_a_disabled_row_loses_the_focus_to_none(self):
+    def test_when_the_focused_row_is_disabled_no_other_row_gets_the_focus(self):
         self.open()
         self.rows["手動停止連線"].focus()
         self.program.send(menu(connection="busy"))
@@ -214,7 +214,7 @@ class Following(Menus):
 class SmallScreen(Menus):
     width, height = 640, 480
 
-    def test_it_fits_and_scrolls_with_the_focus(self):
+    def test_the_window_fits_the_screen_and_scrolls_with_the_focus(self):
         self.open()
         self.screen.screenshot("menu-small")
         _, top, _, height = self.window.place()
@@ -225,7 +225,7 @@ class SmallScreen(Menus):
         _, row, _, high = self.rows[CHOICES[-1]].place()
         self.assertLessEqual(row + high, top + height)
         self.press("Down", marks=CHOICES[0])
-        # With the rows above it, which nothing else brings back.
+        # The window has scrolled to the top, so the rows above the marked row are visible too.
         self.assertEqual(self.bar(), 0)
         self.screen.keys("Next")
         self.window.find("scroll bar").wait(lambda _: self.bar() > 100, "page further down")

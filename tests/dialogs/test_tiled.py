@@ -1,4 +1,4 @@
-"""The windows on Wayland, under a compositor that tiles what is no dialog."""
+"""The windows on Wayland, under a compositor that tiles every window that is not a dialog."""
 
 from rig import isolation
 from rig.asked import alert, field, menu, raising, view
@@ -30,7 +30,7 @@ class Tiled(OnDesk):
 
     def test_a_floating_window_can_be_resized(self):
         program, _ = self.open(alert(1, "長", REPORT), "長")
-        # What came before a window is known when that is there.
+        # When the second window is there, the compositor knows that the first window may be resized.
         program.show(alert(2, "上"))
         self.sway.new_window("上")
         self.sway.command('[title="長"] resize set width 900 px')

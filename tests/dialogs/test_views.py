@@ -1,4 +1,4 @@
-"""The views inside an alert: fields, pictures, labels and what holds them."""
+"""The views inside an alert: fields, pictures, labels, and the containers around them."""
 
 from rig import isolation
 from rig.alerts import Alerts, answered
@@ -102,7 +102,7 @@ class SmallScreen(Alerts):
         fields = [node for node in window.all() if node.role() == "text"]
         self.assertEqual(len(fields), 20)
         self.assertOnScreen(fields[0])
-        # Where the keyboard goes, the form follows.
+        # The form scrolls to the field that gets the focus.
         self.screen.keys(*["Tab"] * 19)
         fields[19].has_focus()
         self.assertOnScreen(fields[19])

@@ -7,7 +7,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A face that logs its calls.
+/// A face (tray or terminal) that shows nothing and logs its calls.
 struct RecordingFace final : AlertQueue {
   RecordingFace(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
 

@@ -5,24 +5,24 @@
 
 namespace kestrune::testing {
 
-/// Texts of one character each, as a reader counts, though most are made of several character codes.
+/// Texts that a reader counts as one character, though most of them consist of several code points.
 inline constexpr std::string_view singleCharacters[] = {
     "x",
     "中",
     "，",
-    "é",                                     // one code
+    "é",                                     // one code point
     "e\u0301",                               // a letter and its accent
     "q\u0323\u0307\u0301",                   // a letter and three marks
     "\u1112\u1161\u11AB",                    // a Hangul syllable from its parts
-    "한",                                    // the same in one code
-    "\u1112\u1112\u1161\u1161\u11AB\u11AB",  // as many of each part as may be
+    "한",                                    // the same syllable in one code point
+    "\u1112\u1112\u1161\u1161\u11AB\u11AB",  // a Hangul syllable with each part doubled
     "😀",
-    "👍🏽",                                                          // with a skin tone
-    "❤\uFE0F",                                                           // a sign made an emoji
-    "1\uFE0F\u20E3",                                                     // a keycap
-    "👨\u200D👩\u200D👧\u200D👦",                                            // a family
-    "🏳\uFE0F\u200D🌈",                                              // two emoji joined into one
-    "🇹🇼",                                                                // a flag: two regional indicators
+    "👍🏽",                // an emoji with a skin tone
+    "❤\uFE0F",                 // a symbol that is turned into an emoji
+    "1\uFE0F\u20E3",           // a keycap
+    "👨\u200D👩\u200D👧\u200D👦",  // a family
+    "🏳\uFE0F\u200D🌈",    // two emoji joined into one
+    "🇹🇼",                      // a flag: two regional indicators
     "🏴\U000E0067\U000E0062\U000E0073\U000E0063\U000E0074\U000E007F",  // a flag spelled by tags
     "क\u093F",  // a consonant and a vowel sign that stands before it
     "ท\u0E33",  // a consonant and a sign that stands after it

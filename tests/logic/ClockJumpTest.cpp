@@ -8,8 +8,8 @@ namespace {
 
 constexpr Seconds year{365 * 24 * 3600.0};
 
-/// A jump of the clocks: the machine is suspended and only the continuous clock advances, or the process is
-/// stopped and both advance.
+/// A jump of the clocks. If `asleep`, the machine is suspended and only the continuous clock advances.
+/// Otherwise the process is stopped and both clocks advance.
 struct Jump {
   const char* name;
   bool asleep;
@@ -31,7 +31,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     }
   }
 
-  /// A function that jumps at its first call, and then serves the main thread.
+  /// Returns a function that jumps at its first call, and at each call runs jobs of the main thread.
   std::function<void()> jumpOnce() {
     return [this, done = false]() mutable {
       if (std::exchange(done, true)) return;
@@ -47,7 +47,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     EXPECT_EQ(machine.loop.workerJobs() + machine.loop.mainJobs() + machine.loop.delayedJobs(), 0U);
   }
 
-  /// Expects a query every 20 seconds.
+  /// Expects a status query every 20 seconds.
   void expectTicksGoOn() {
     const auto before = statusQueries();
     machine.loop.advance(Seconds{60.1});

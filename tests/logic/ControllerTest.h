@@ -53,7 +53,7 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 
 namespace kestrune::testing {
 
-/// The result windows.
+/// Windows that show the result of an action.
 inline Alert informationWindow(std::string title, std::string content) {
   return {.style = AlertStyle::informational,
           .messageText = std::move(title),
@@ -67,7 +67,7 @@ inline Alert errorWindow(std::string title, std::string content) {
           .buttons = {"好"}};
 }
 
-/// A controller on fake ports.
+/// A controller that works on fake ports.
 struct ControllerTest : ::testing::Test {
   FakePlatform machine;
   std::shared_ptr<AppDelegate> controller = std::make_shared<AppDelegate>(machine.platform);
@@ -78,10 +78,10 @@ struct ControllerTest : ::testing::Test {
     newCalls();
   }
 
-  /// The calls of the ports since the previous call of this.
+  /// Returns the calls of ports since the previous call of this function.
   CallLog newCalls() { return std::exchange(machine.log, {}); }
 
-  /// Sets what shell lines that contain `text` do.
+  /// From now on, a shell line that contains `text` behaves like `script`.
   void shellAnswers(const char* text, ChildScript script) {
     auto& scripts = machine.processes.scripts;
     scripts.insert(scripts.begin(), {text, std::move(script)});
@@ -94,7 +94,7 @@ struct ControllerTest : ::testing::Test {
   std::size_t reconnects() const { return machine.processes.launchesOf("kestrune-mac-client refresh"); }
   std::size_t stops() const { return machine.processes.launchesOf("launchctl bootout"); }
 
-  /// Runs the next job of the worker; returns its duration.
+  /// Runs the next job of the worker thread and returns how long it took.
   Seconds timeOfWorkerJob() {
     const Seconds begin = machine.clock.awakeTime();
     machine.loop.runOneWorkerJob();
@@ -107,7 +107,7 @@ struct ControllerTest : ::testing::Test {
     machine.loop.settle();
   }
 
-  /// Closes the open window and returns it. The next window opens.
+  /// Closes the open window and returns it. If another window is waiting, it opens.
   Alert closeWindow() {
     if (machine.alerts.top() == nullptr) throw std::logic_error("no window is open");
     const Alert window = *machine.alerts.top();
@@ -125,7 +125,7 @@ struct ControllerTest : ::testing::Test {
   static constexpr auto envFile = "/home/u/backend/.env";
   static constexpr auto environmentScript = "/home/u/backend/.venv/bin/activate";
 
-  /// The contents of the backend's .env; creates the file.
+  /// Returns the contents of the backend's .env. Creates the file if it is missing.
   std::string& env() { return machine.fileManager.files[envFile]; }
 
   void setAutoConnect(bool enabled) { machine.userDefaults.setBool("autoConnectEnabled", enabled); }
@@ -137,7 +137,7 @@ struct ControllerTest : ::testing::Test {
     newCalls();
   }
 
-  /// Creates the status item only.
+  /// Creates the status item without starting the controller.
   void makeStatusItem() {
     controller->configureStatusItem();
     newCalls();

@@ -6,7 +6,7 @@
 #include "tests/rig/HeapInUse.h"
 #include "text/Text.h"
 
-// Only a sanitizer's allocator has this.
+// The address of this function is null unless the program is built with a sanitizer.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
                                                          void (*onFree)(const volatile void*))
     __attribute__((weak));
@@ -16,8 +16,8 @@ namespace {
 
 std::size_t peakOfTheHeap = 0;
 
-/// The growth of the peak resident size (VmHWM) during `work`, in bytes. Under a sanitizer, whose allocator
-/// delays frees, the growth of the peak heap size.
+/// Returns by how many bytes `work` raises the peak resident size (VmHWM). With a sanitizer, returns the rise
+/// of the peak heap size instead, because a sanitizer delays the freeing of memory.
 std::size_t peakMemoryOf(const std::function<void()>& work) {
   static constexpr auto kibibyte = std::size_t{1} << 10;
   const auto peak = [] {
@@ -36,7 +36,7 @@ std::size_t peakMemoryOf(const std::function<void()>& work) {
       work();
       return say(std::to_string(peakOfTheHeap - before));
     }
-    std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts at what is in use now
+    std::ofstream("/proc/self/clear_refs") << "5";  // resets VmHWM to the present size
     const auto before = peak();
     work();
     say(std::to_string(peak() - before));
@@ -51,13 +51,13 @@ struct EnvWriter : ControllerTest {
   const OperationResult saved{true, "設定已保存到 /home/u/backend/.env"};
   const OperationResult fullDisk{false, "No space left on device"};
 
-  /// The contents after saving `values` into a file with `text`.
+  /// Returns the contents of the file after saving `values` into a file with `text`.
   std::string after(const std::string& text, const Values& values) {
     env() = text;
     EXPECT_EQ(controller->saveEnvValues(values), saved);
     return env();
   }
-  /// The contents after saving `values` without a file.
+  /// Returns the contents of the file after saving `values` while there is no file.
   std::string afterNone(const Values& values) {
     machine.fileManager.files.erase(envFile);
     EXPECT_EQ(controller->saveEnvValues(values), saved);
@@ -181,7 +181,7 @@ TEST_F(EnvWriter, NeverWritesAFileAboveTheSizeLimit) {
   env() = text;
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "newer"}}), tooLarge);
   EXPECT_TRUE(env() == text);
-  // A short file can become a long one: each of its lines gets the value.
+  // A short file can become too large, because each of its lines gets the long value.
   std::string lines;
   for (int i = 0; i < 1000; ++i) lines += "KEY=\n";
   env() = lines;

@@ -8,7 +8,7 @@ struct KeepAwake : ControllerTest {
     setAutoConnect(autoConnect);
     machine.userDefaults.setBool("keepAwakeEnabled", keepAwake);
   }
-  /// The one that is held of that type is no longer in force.
+  /// Takes the held assertion of this type out of force.
   void lose(PowerAssertionType type) {
     for (const auto& [identifier, heldType] : machine.powerAssertions.held) {
       if (heldType == type) machine.powerAssertions.lost.insert(identifier);
@@ -103,7 +103,7 @@ TEST_F(KeepAwake, IsHeldOnlyWhileBothPreferencesAreOn) {
 struct KeepAwakeToggle : KeepAwake {
   KeepAwakeToggle() { makeStatusItem(); }
 
-  /// Chooses the row, which asks `calls` of the machine and then shows menu, button and window.
+  /// Chooses the row. Expects the calls `calls`, followed by updates of menu, button and window.
   void toggle(const std::string& lamp, bool on, CallLog calls) {
     newCalls();
     choose("toggleKeepAwake");

@@ -72,7 +72,7 @@ struct Logo : ControllerTest {
     machine.images.files[path] = image;
   }
 
-  /// The paths and names that were read since the previous call.
+  /// Returns the image paths and names that were asked for since the previous call.
   Asked newlyAsked() { return std::exchange(machine.images.asked, {}); }
 
   static void expectMenuBarSize(const ImageRef& image) {

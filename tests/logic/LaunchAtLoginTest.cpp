@@ -10,7 +10,7 @@ constexpr auto legacyFile = "/home/u/Library/LaunchAgents/com.dovrel.halvask.men
 const OperationResult switchedOff{true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
 const OperationResult switchedOn{true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
 
-/// The property list that starts `program`.
+/// Returns the property list (the launch agent's file) that starts `program` at login.
 std::string documentFor(const std::string& program) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
          "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -99,7 +99,7 @@ TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
-/// Agents without a desktop.
+/// Launch agents on a machine without a desktop that would read them.
 struct OddAgents final : LaunchAgents {
   bool areRead() const override { return false; }
   std::string path(const std::string& label) const override { return "/agents/" + label; }
@@ -153,12 +153,12 @@ TEST_F(LaunchAtLogin, FailedRemovalIsIgnored) {
   EXPECT_EQ(files.at(currentFile), documentFor("/opt/kestrune/KestruneMenuClient"));
 }
 
-// --- the menu's command
+// --- the menu command
 
 struct LaunchAtLoginToggle : LaunchAtLogin {
   LaunchAtLoginToggle() { makeStatusItem(); }
 
-  /// Chooses the row; returns the window.
+  /// Chooses the row and returns the window that it opens.
   Alert toggle() {
     choose("toggleLaunchAtLogin");
     return closeWindow();

@@ -7,7 +7,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Lifecycle : ControllerTest {
-  /// The calls of a start before the first refresh.
+  /// The calls that a start makes before the first refresh.
   const CallLog start{"setActivationPolicy 1",
                       "requestAuthorization 6",
                       "statusItem",

@@ -28,19 +28,19 @@ struct LiveSessionRefresh : ControllerTest {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Checkout"}]})";
   }
 
-  /// Asks for the snapshot, and runs no job.
+  /// Starts to ask for the project and thread, and runs no job.
   void begin() {
     controller->refreshLiveSessionSnapshot([this] {
       ++completions;
       if (whenComplete) whenComplete();
     });
   }
-  /// Asks for the snapshot, and runs all jobs.
+  /// Asks for the project and thread, and runs all jobs.
   void ask() {
     begin();
     machine.loop.settle();
   }
-  /// Project and thread in a new menu.
+  /// Returns the project and thread that a new menu shows.
   Session shown() {
     controller->rebuildMenu("", ConnectionLampState::ok, 0);
     newCalls();
@@ -139,7 +139,7 @@ TEST_F(LiveSessionRefresh, WithoutATokenAsksNobody) {
   EXPECT_EQ(shown(), checkout);
 }
 
-// --- how often
+// --- how often the service is asked
 
 TEST_F(LiveSessionRefresh, AsksAgainAfterFortyFiveSeconds) {
   machine.localService.duration = Seconds{4};
@@ -185,7 +185,7 @@ TEST_F(LiveSessionRefresh, QueryOverwritesTheDisabledState) {
   EXPECT_EQ(shown(), checkout);
 }
 
-// --- the answer
+// --- the answer of the service
 
 Session ofProjects(const std::string& projects) {
   return selectedSession(R"({"projects":)" + projects + "}");

@@ -59,7 +59,7 @@ TEST_F(RequestedCommands, RefuseUnknownActions) {
   for (const std::string action : {"", "fly", "Quit", "quit ", "quit\n"}) {
     EXPECT_EQ(refusal(action), "unknown action: " + action + "; \"--perform help\" lists all actions");
   }
-  // A button of the settings, and no row.
+  // This action belongs to a button of the settings, not to a row of the menu.
   EXPECT_EQ(refusal("showPairingQR"), "no enabled menu row has this action now: showPairingQR");
   EXPECT_EQ(newCalls(), CallLog{});
 }

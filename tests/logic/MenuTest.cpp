@@ -6,7 +6,7 @@ namespace {
 using Lamp = ConnectionLampState;
 
 struct MenuRows : WithStatusItem {
-  /// A menu built now.
+  /// Builds a new menu and returns it.
   const Menu& build(const std::string& statusText = "x", Lamp lamp = Lamp::warning) {
     controller->rebuildMenu(statusText, lamp, 0);
     return machine.statusBar.menu();

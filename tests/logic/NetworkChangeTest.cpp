@@ -13,12 +13,12 @@ struct NetworkChange : WithStatusItem {
     newCalls();
   }
 
-  /// Reports the path, and runs all jobs that are due.
+  /// Reports `path` as the new network path, and runs all jobs that are due.
   void report(const NetworkPath& path) {
     machine.pathMonitors.report(path);
     machine.loop.settle();
   }
-  /// Reports the first path, and waits for the end of its reconnect.
+  /// Reports `path` as the first network path, and waits until the reconnect has ended.
   void startOn(const NetworkPath& path) {
     report(path);
     machine.loop.advance(Seconds{1.25});
@@ -118,7 +118,7 @@ TEST_F(NetworkChange, StoresThePathOnTheMonitorQueue) {
     EXPECT_EQ(newCalls(), CallLog{});
     controller->rebuildMenu("x", ConnectionLampState::ok, 0);
     EXPECT_EQ(title(10), "目前網路：Wi-Fi 已連線");
-    // What is true when the main queue acts counts, not what was true when the report came.
+    // This preference changes after the path was reported. The main queue must use its new value.
     setAutoConnect(true);
     newCalls();
   });

@@ -22,7 +22,7 @@ std::string nameOf(const NetworkPath& path) {
   return path.usesWiredEthernet ? "wired" : "other";
 }
 
-/// A machine whose network a test changes. Times are milliseconds since its start.
+/// A machine whose network a test changes. All times are in milliseconds since the machine's start.
 struct Machine {
   struct Report {
     long when;
@@ -47,7 +47,7 @@ struct Machine {
     say(decision.takeAnswer(questionsFail ? std::nullopt : std::optional(network), present));
   }
 
-  /// Lets time pass until `end`, and does what is due until then.
+  /// Lets time pass until `end`, and does everything that is due until then.
   void passUntil(long end) {
     const Seconds last = beginning + Seconds{static_cast<double>(end) / 1000};
     for (auto due = decision.due(); due && *due <= last + Seconds{1e-6}; due = decision.due()) {
@@ -57,7 +57,7 @@ struct Machine {
     clock.sleep(last - clock.awakeTime());
   }
 
-  /// Changes the network at `when`, with a message of the kernel.
+  /// Changes the network at `when` and announces the change as a message from the kernel does.
   void change(long when, const RoutedPath& to) {
     passUntil(when);
     network = to;
@@ -71,7 +71,7 @@ struct Machine {
 
   void startOn(const RoutedPath& path) { change(0, path), passUntil(0); }
 
-  /// All reports, a long time after the last change.
+  /// Lets a long time pass after the last change, and returns all reports.
   const Said& saidInTheEnd() {
     passUntil(now() + 100'000);
     EXPECT_EQ(decision.due(), std::nullopt);
@@ -95,7 +95,7 @@ TEST_F(NetworkDecisionTest, NothingIsDueBeforeTheStart) {
   EXPECT_EQ(decision.takeReport(clock.awakeTime()), std::nullopt);
 }
 
-/// A change of the network; a resume when `path` is absent.
+/// A change of the network to `path`, or a resume from suspend when `path` is absent.
 struct Event {
   long when;
   std::optional<RoutedPath> path;
@@ -109,7 +109,7 @@ struct Course {
 
 struct NetworkDecisionCourse : NetworkDecisionTest, ::testing::WithParamInterface<Course> {};
 
-TEST_P(NetworkDecisionCourse, GivesTheReports) {
+TEST_P(NetworkDecisionCourse, ReportsWhatIsExpected) {
   startOn(GetParam().first);
   for (const auto& [when, path] : GetParam().events) path ? change(when, *path) : resume(when);
   EXPECT_EQ(saidInTheEnd(), GetParam().said);
@@ -153,10 +153,10 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
   EXPECT_LE(questions, 42);
 }
 
-TEST_F(NetworkDecisionTest, LossCountsFromItsBeginning) {
+TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // At 7000 a burst is under way, which may bring the network back.
+  // At 7000 a burst of messages is going on. The report waits for its end, because the network may come back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 
@@ -228,9 +228,9 @@ TEST_F(NetworkDecisionTest, LossIsReportedAfterTenSecondsWhileTheNetworkFlaps) {
                                   {68000, "none"}}));
 }
 
-/// A machine with random changes and resumes.
+/// A machine with random changes of the network and random resumes from suspend.
 struct RandomMachine : Machine {
-  /// `slowness` is the longest time between two changes.
+  /// `slowness` is the longest time between two changes, in milliseconds.
   RandomMachine(unsigned seed, unsigned slowness) {
     std::mt19937 random(seed);
     const std::array paths{none, none, wired, wiFi, otherWiFi, tunnel};
@@ -248,7 +248,7 @@ struct RandomMachine : Machine {
     saidInTheEnd();
   }
 
-  /// Whether the four reports before `report` came within a minute.
+  /// Returns whether the four reports before the report at index `report` came within a minute.
   static bool flaps(const Said& list, std::size_t report) {
     return report >= NetworkDecision::manyReports &&
            list[report - 1].when - list[report - NetworkDecision::manyReports].when < 60'000;
@@ -262,14 +262,14 @@ struct RandomMachine : Machine {
     if (to.path != before.path) calmSince = when;
   }
 
-  /// Checks that a state of the network that has lasted was reported.
+  /// If the present state of the network has lasted long enough, checks that it was reported.
   void expectReported() const {
     Said changes;
     for (const auto& report : said) {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // of the change, and of one just before the report was due
+    constexpr long bursts = 500;  // for a burst of messages at the change, and one just before the report
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }

@@ -4,7 +4,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Reconnect : WithStatusItem {
-  /// Reconnects, and waits for the end of the final refresh.
+  /// Reconnects and waits until the final refresh has ended.
   void reconnect(bool showWindow, const std::optional<std::string>& extraContent = std::nullopt) {
     controller->reconnectServices(showWindow, "刷新連線", extraContent);
     machine.loop.settle();
@@ -108,7 +108,7 @@ TEST_F(Reconnect, EndsWithAnEarlierStatusQuery) {
   EXPECT_EQ(statusQueries(), 2U);
 }
 
-TEST_F(Reconnect, TwoRunOneAfterTheOther) {
+TEST_F(Reconnect, TwoReconnectsRunOneAfterTheOther) {
   refreshAnswers({.runtime = Seconds{2}});
   controller->reconnectServices(true);
   controller->reconnectServices(true, "設定已保存");

@@ -67,7 +67,7 @@ TEST(DisplayForm, ReplacesEveryMarkerByADotAndChangesNothingElse) {
   }
 }
 
-/// The detail that a report of this one line gives for "Codex CLI".
+/// Returns the detail about "Codex CLI" in a report (output of the backend's status command).
 std::optional<std::string> detailOf(const std::string& report) {
   return AppDelegate::diagnosticDetail(report, "Codex CLI");
 }

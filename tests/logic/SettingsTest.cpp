@@ -59,12 +59,12 @@ TEST_F(Settings, FailedSaveShowsTheReason) {
   EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
 }
 
-// --- values that the dialog did not show
+// --- saving over values that the dialog did not show
 
 struct SettingsOverOtherValues : Settings {
   static constexpr auto previousFile = "/home/u/backend/.env.previous";
 
-  /// Opens the dialog, changes the file, saves.
+  /// Opens the dialog while the file contains `shown`, changes the file to `meanwhile`, and saves.
   void saveOver(const std::string& shown, const std::string& meanwhile,
                 const std::map<std::string, std::string>& edited = {}) {
     env() = shown;
@@ -102,7 +102,7 @@ struct Change {
   const char* meanwhile;
 };
 
-/// A file that changes while the dialog is open.
+/// The file changes while the dialog is open, so that saving overwrites a value that was not shown.
 struct SettingsThatLoseAValue : SettingsOverOtherValues, ::testing::WithParamInterface<Change> {};
 
 TEST_P(SettingsThatLoseAValue, KeepTheOldFile) {
@@ -136,7 +136,7 @@ TEST_F(SettingsOverOtherValues, KeepsNoCopyWhenNothingIsLost) {
     saveOver(shown, meanwhile, {{appToken, "typed"}});
     expectNothingKept();
     machine.loop.advance(Seconds{2});
-    machine.alerts.answer(0);  // the window of the reconnect
+    machine.alerts.answer(0);  // closes the window of the reconnect
   }
 }
 
@@ -196,7 +196,7 @@ TEST_F(Settings, SavingRefusesLineEndsAndIllFormedUtf8) {
   EXPECT_EQ(reconnects(), 0U);
 }
 
-/// A face that only records requests.
+/// A face (tray or terminal) that shows nothing and records requests.
 struct SilentAlerts final : Alerts {
   void present(AlertRequest request) override { requests.push_back(std::move(request)); }
   std::vector<AlertRequest> requests;
@@ -212,7 +212,7 @@ TEST_F(Settings, SavingLeavesKeysWithoutAField) {
   EXPECT_EQ(env(), "KESTRUNE_MAC_SERVICE_TOKEN=service\nKESTRUNE_APP_API_TOKEN=new");
 }
 
-// --- the other buttons
+// --- the buttons that do not save
 
 TEST_F(Settings, OpeningTheFileSavesNothing) {
   leave(openFile);
@@ -238,7 +238,7 @@ TEST_F(Settings, CancellingDoesNothing) {
   EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
 }
 
-// --- the pairing picture
+// --- the dialog with the pairing picture
 
 TEST_F(Settings, PairingDialogIsStackedOnTheSettings) {
   env() = "KESTRUNE_APP_API_TOKEN=opened";

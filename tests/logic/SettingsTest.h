@@ -20,7 +20,7 @@ struct Settings : WithStatusItem {
     choose("showSettings");
     return machine.alerts.shown.back();
   }
-  /// Opens the settings, changes some fields, presses a button, and runs all jobs that are due.
+  /// Opens the settings, changes the fields in `edited`, presses `button`, and runs all jobs that are due.
   void leave(std::size_t button, const std::map<std::string, std::string>& edited = {}) {
     open();
     newCalls();
@@ -28,11 +28,11 @@ struct Settings : WithStatusItem {
     machine.loop.settle();
   }
 
-  /// The views in the stack of the dialog.
+  /// Returns the views in the stack of the newest dialog.
   const std::vector<View>& items() const {
     return machine.alerts.shown.back().accessoryView->children.at(0).children.at(0).children.at(0).children;
   }
-  /// The texts of the fields of the newest dialog, by key.
+  /// Returns the texts of the fields in the newest dialog, by key.
   std::map<std::string, std::string> fields() const {
     std::map<std::string, std::string> texts;
     for (const View& item : items()) {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr Seconds day{24 * 3600.0};
 
-/// The same events at each run, unless the variable names others.
+/// Returns the seed of the random events: the same at each run, unless the variable gives another.
 std::uint64_t seed() {
   const char* const wanted = std::getenv("KESTRUNE_SOAK_SEED");
   return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 20260;
@@ -35,7 +35,7 @@ TEST(Soak, TwoDaysOfRandomEventsKeepTheInvariants) {
   } catch (const RuleBroken& broken) {
     FAIL() << broken.what();
   }
-  // Too few events would prove little.
+  // Check that enough events happened, because a test with few events would prove little.
   EXPECT_GT(soak.refreshes(), 5'000U);
   EXPECT_GT(soak.menus(), 8'000U);
   EXPECT_EQ(soak.happened().size(), 28U);

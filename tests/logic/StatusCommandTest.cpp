@@ -217,7 +217,7 @@ TEST_F(StatusCommandTest, KillsItsCommandWhenItEnds) {
   EXPECT_EQ(command->exitCode(), 1);
 }
 
-// --- what a client publishes
+// --- the status that a client publishes
 
 struct PublishedStatus : ControllerTest {
   json published() const { return json::parse(machine.statusFeed.lines.back()); }

@@ -3,7 +3,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// The two commands that show the backend's report.
+/// The two commands that show the report (output of the backend's status command).
 struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
 };

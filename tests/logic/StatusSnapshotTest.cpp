@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-/// Every member has a value of its own.
+/// No member has its default value.
 const StatusSnapshot full{.lamp = ConnectionLampState::error,
                           .status = "異常",
                           .officialMode = true,

@@ -215,7 +215,7 @@ TEST(DisplayRow, CutsAnEndlessGraphemeClusterBetweenCodePoints) {
   EXPECT_EQ(row.rfind("x\u0301", 0), 0U);
 }
 
-// A D-Bus library refuses a whole message, such as that with all rows of the menu, for a noncharacter.
+// Noncharacters like U+FFFE are replaced too: a D-Bus library refuses a whole message that contains one.
 TEST(ReadableText, HasNoControlCharacters) {
   for (utf8proc_int32_t character = 0; character <= 0x10FFFF; ++character) {
     utf8proc_uint8_t bytes[4];

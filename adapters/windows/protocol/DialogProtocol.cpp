@@ -26,7 +26,7 @@ struct adl_serializer<kestrune::ImageRef> {
 
 namespace kestrune {
 
-// An unknown word is read as the first value; `decode` notices it.
+// The library reads an unknown word as the first value. `decode` rejects such a message.
 NLOHMANN_JSON_SERIALIZE_ENUM(AlertStyle,
                              {{AlertStyle::warning, "warning"}, {AlertStyle::informational, "informational"}})
 NLOHMANN_JSON_SERIALIZE_ENUM(ViewKind, {{ViewKind::label, "label"},
@@ -85,7 +85,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Refused, reason)
 
 namespace {
 
-/// The member that holds a message, for each kind, in the order of the variant.
+/// The name of the JSON member that holds the message, for each kind in the order of the variant.
 template <typename Message>
 constexpr std::array<const char*, std::variant_size_v<Message>> names{};
 template <>
@@ -102,11 +102,11 @@ Json toJson(const Message& message) {
 
 template <typename Message>
 std::string toLine(const Message& message) {
-  // The text may contain invalid UTF-8; replace it instead of failing.
+  // Replace invalid UTF-8 in the texts instead of failing.
   return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Absent when `object` has no member of that kind or a later one.
+/// Returns the message in `object`. Absent when no member has the name of the kind `kind` or of a later kind.
 template <typename Message, std::size_t kind = 0>
 std::optional<Message> fromJson(const Json& object) {
   if constexpr (kind < std::variant_size_v<Message>) {
@@ -117,7 +117,7 @@ std::optional<Message> fromJson(const Json& object) {
   return std::nullopt;
 }
 
-/// Whether each image has the pixels that its size needs.
+/// Returns whether each image in the view has as many pixels as its size needs.
 bool hasWholeImages(const View& view) {
   const auto isWhole = [](const Bitmap& each) {
     const auto area = static_cast<std::size_t>(each.width) * static_cast<std::size_t>(each.height);
@@ -130,7 +130,7 @@ bool hasWholeImages(const View& view) {
   return std::all_of(view.children.begin(), view.children.end(), &hasWholeImages);
 }
 
-/// Whether the windows can be drawn without a further check.
+/// Returns whether a window can be built from the request without more checks.
 bool isSound(const Request& request) {
   const auto* const shown = std::get_if<ShowAlert>(&request);
   if (shown == nullptr) return true;
@@ -152,10 +152,10 @@ std::variant<Message, std::string> decode(const std::string& line) {
              std::to_string(protocolVersion) + "; install both from the same build";
     }
     const auto message = fromJson<Message>(object);
-    // The library converts true to 1, cuts large numbers and ignores other members.
+    // Encode again and compare: the library accepts true as 1, cuts large numbers, ignores unknown members.
     if (message && toJson(*message) == object && isSound(*message)) return *message;
   } catch (const Json::exception&) {
-    // Its text quotes the line, which may contain a secret.
+    // Do not report the text of the exception: it quotes the line, which may contain a secret.
   }
   return std::string("a line that is not of the protocol");
 }

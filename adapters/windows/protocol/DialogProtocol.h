@@ -6,69 +6,69 @@
 #include "ports/Alert.h"
 #include "ports/Menu.h"
 
-// The protocol between the client and KestruneMenuDialogs: one JSON object per line, requests on the
-// program's standard input, events on its standard output. Both programs link these functions. After an
-// upgrade one may be older than the other, so every line carries the version.
+// The protocol between the client and KestruneMenuDialogs: one JSON object per line. Requests go to the
+// program's standard input, events come from its standard output. Both programs link these functions. Each
+// line has the version, because after an upgrade one of the two running programs may be older.
 
 namespace kestrune::dialogs {
 
 inline constexpr int protocolVersion = 2;
 
-/// Show this alert, on top of the open ones. The identifier is new and greater than 0.
+/// Asks to show this alert on top of the open alerts. `id` is greater than 0 and was not used before.
 struct ShowAlert {
   int id = 0;
   Alert alert;
 };
 
-/// Bring all windows to the front. The token also activates the next window that is shown.
+/// Asks to bring all windows to the front. The token also lets the next shown window take the focus.
 struct Raise {
-  std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for none
+  std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
 
-/// Show this menu as a window, or update the open one. A process shows alerts or a menu, not both.
+/// Asks to show this menu as a window, or to update the open one. A process shows alerts or a menu, not both.
 struct ShowMenu {
   Menu menu;
 };
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program exits with status 0 when its last window is answered, or at the end of its standard input,
-// which closes the windows without an answer. A menu that is closed without a choice sends no event.
+// The program exits with status 0 when its last window is answered. It also exits with 0 when its standard
+// input ends, and then closes its windows unanswered. Closing the menu without a choice sends no event.
 
-/// The window is on the screen.
+/// Says that the window is on the screen.
 struct Shown {
-  int id = 0;  ///< of the alert; 0 for the menu
+  int id = 0;  ///< identifier of the alert; 0 for the menu
 };
 
-/// A button inside an alert's view was pressed.
+/// Says that a button inside the view of an alert was pressed.
 struct Pressed {
   int id = 0;
   std::string action;
 };
 
-/// The alert was answered and closed.
+/// Says that the alert was answered and closed.
 struct Answered {
   int id = 0;
   AlertAnswer answer;
 };
 
-/// A row of the menu was chosen.
+/// Says that a row of the menu was chosen, and the menu closed.
 struct Chosen {
   int item = 0;
 };
 
-/// The program cannot serve a request; it exits.
+/// Says why the program cannot serve a request. The program exits after this event.
 struct Refused {
   std::string reason;
 };
 
 using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 
-/// Returns the line without a line end.
+/// Returns the message as a line, without a line end.
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// The message in a line, or the reason why it is invalid.
+/// Returns the message in `line`, or the reason why the line is invalid.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 
