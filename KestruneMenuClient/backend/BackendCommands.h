@@ -29,8 +29,8 @@ bool holdsBackend(const FileManager& files, const std::string& repoPath);
 /// missing or fails, the line runs the legacy client.
 std::string clientCommand(std::string_view subcommand);
 
-/// Returns the line of `clientCommand`, run in the backend's folder and virtual environment. Does not escape
-/// `repoPath`.
+/// Returns a line that enters the backend's folder, activates its virtual environment and runs
+/// `clientCommand`. Does not escape `repoPath`.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
 
 /// Returns a shell script that ends all services and processes of the backend: 13 lines, which all succeed.

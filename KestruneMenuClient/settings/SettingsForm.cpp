@@ -145,8 +145,7 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // Refuse line ends, which would change other values, and ill-formed UTF-8, which would make the file
-    // unreadable.
+    // A line end would change other values in the file; ill-formed UTF-8 would make the file unreadable.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);

@@ -29,8 +29,7 @@ const Json& member(const Json& object, const char* name) {
   return found != object.end() ? *found : null;
 }
 
-/// Returns the UTF-16 code unit of the \u escape at the start of `text`; absent when `text` starts
-/// differently.
+/// Returns the UTF-16 code unit of the \u escape at the start of `text`; absent when there is no escape.
 std::optional<unsigned> escapedUnit(std::string_view text) {
   constexpr std::size_t length = 6;
   unsigned unit = 0;

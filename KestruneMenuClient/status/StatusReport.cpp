@@ -29,8 +29,7 @@ bool takePrefix(std::string_view& line, std::string_view prefix) {
   return true;
 }
 
-/// Returns the finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; an unknown one for any other
-/// line.
+/// Returns the finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; else an unknown finding.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = takePrefix(line, okMarker);
   if (!isOk && !takePrefix(line, failMarker)) return {};

@@ -33,8 +33,7 @@ struct CodexItem {
   std::string_view rowPrefix;
   const char* name;
 };
-/// The items in the order of their menu rows. A line that contains one of these labels never affects the
-/// lamp.
+/// The items, in the order of their menu rows. A line with one of these labels never affects the lamp.
 inline constexpr std::array<CodexItem, 4> codexItems{
     {{"Codex CLI", "Codex：", "codex_cli"},
      {"Codex Remote Control", "Remote Control：", "codex_remote_control"},
