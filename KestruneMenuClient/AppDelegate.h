@@ -38,7 +38,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// `platform` must outlive the controller.
   explicit AppDelegate(Platform& platform);
 
-  // In ApplicationCore.cpp: life cycle, preferences, connection mode, paths
+  // Defined in ApplicationCore.cpp: life cycle, preferences, connection mode, paths
 
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
@@ -60,7 +60,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // In CommandExecution.cpp: shell runner, backend command lines, stop script
+  // Defined in CommandExecution.cpp: shell runner, backend command lines, stop script
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
@@ -79,7 +79,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// Runs the stop script. Blocks for about 9 s at most.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // In StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
+  // Defined in StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;
@@ -108,8 +108,8 @@ class AppDelegate final : public ApplicationDelegate,
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name) { return kestrune::compactThreadName(name); }
 
-  // In MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications. In
-  // StatusMenu.cpp: the menu
+  // Defined in MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications. The menu
+  // is in StatusMenu.cpp.
 
   void configureStatusItem();
   void updateButton(ConnectionLampState state, const std::string& title);
@@ -129,14 +129,14 @@ class AppDelegate final : public ApplicationDelegate,
   void requestNotificationPermission();
   void showNotification(const std::string& title, const std::string& body);
 
-  // In ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
+  // Defined in ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
 
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
-  /// that the user saw. If this overwrites a value that the user neither saw nor entered, first copies the
-  /// file to ".env.previous", and shows a notification.
+  /// Sets the keys of `values` in the backend's .env and keeps every other line. If `shown`, the values that
+  /// the user saw, is given and a value is overwritten that the user neither saw nor entered, first copies
+  /// the file to ".env.previous", and shows a notification.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the link in the QR code that a phone scans; absent when there is no token.
@@ -144,7 +144,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// Returns `text` as a square QR code of `size` points; null when the text cannot be encoded.
   ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
 
-  // In SystemIntegration.cpp: keep-awake, launch at login
+  // Defined in SystemIntegration.cpp: keep-awake, launch at login
 
   void ensureSleepAssertion();
   void releaseSleepAssertion();

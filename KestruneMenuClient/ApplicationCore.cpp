@@ -46,7 +46,7 @@ void AppDelegate::applicationWillTerminate() {
   pathMonitor->cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
-  // A queued or running command could restart a service that the stop script ends. So drop and kill them all.
+  // Drop queued commands and kill running ones: a command could restart a service that the stop script ends.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();

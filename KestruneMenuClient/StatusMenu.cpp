@@ -108,7 +108,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // the last line is about the same row with another text
+    if (row.action == described) {  // the last line is about this row, which has two texts
       lines.pop_back();
       lines += std::string(" / ") + row.title + "\n";
       continue;

@@ -23,7 +23,7 @@ class Application {
  public:
   virtual ~Application() = default;
 
-  /// Main thread.
+  /// Sets how the desktop shows the application. Main thread.
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 
   /// Runs the main loop until `terminate` is called, and tells `delegate` of the start and the end. Returns

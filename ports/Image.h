@@ -27,7 +27,7 @@ struct Image {
   bool operator==(const Image&) const = default;
 };
 
-/// Shared by the controller's caches and the button, so that a face (tray or terminal) can compare pointers.
+/// Caches and buttons share images, so a face (tray or terminal) can compare pointers instead of pixels.
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every

@@ -14,7 +14,7 @@ bool isValidUtf8(std::string_view bytes);
 
 /// Returns `text` without the white space and newlines at its two ends. White space means the tab and
 /// Unicode's space separators (Zs). Newlines are U+000A to U+000D, U+0085, U+2028 and U+2029. An ill-formed
-/// byte counts as neither.
+/// byte is neither white space nor a newline.
 std::string_view trimmed(std::string_view text);
 
 enum class CrLf { oneNewline, twoNewlines };

@@ -12,7 +12,7 @@ constexpr auto environmentScript = ".venv/bin/activate";
 constexpr auto clientProgram = "kestrune-mac-client";
 constexpr auto legacyClientProgram = "halvask-mac-client";
 
-/// The labels of the backend's services, in the order in which they are unloaded.
+/// The labels of the backend's services, current and legacy, in the order in which they are unloaded.
 constexpr const char* serviceLabels[] = {
     "com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
     "com.halvask.mac-service",  "com.halvask.mac-tunnel",  "com.halvask.desktop-bridge",

@@ -32,8 +32,8 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// `value` and `with` split lines differently. Pure; any thread. Only the text and the result of `with` need
-/// memory that grows with the text.
+/// `value` and `with` split lines differently. Pure; any thread. Memory use grows with the text only for the
+/// text itself and for the result of `with`.
 class EnvFile {
  public:
   /// Stands for a file that does not exist, which has no line, not even an empty line.
