@@ -176,8 +176,8 @@ class AppDelegate final : public ApplicationDelegate,
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
   /// Checks that a program can run: starts it with `--version` and gives it 2 s at most. Calls `then` once,
-  /// before `tryProgram` returns or later from the main queue. A failure holds the program's output or an
-  /// error message.
+  /// before `tryProgram` returns or later from the main queue. If the program fails, the `Result` holds its
+  /// output or an error message.
   void tryProgram(const std::string& executable, const std::function<void(const Result<>&)>& then);
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
                   const std::function<void(const Result<>&)>& then);

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// How reading a file ended.
+/// The outcome of reading a file.
 enum class ReadOutcome {
   read,
   unreadable,  ///< missing, not a regular file, or not permitted
