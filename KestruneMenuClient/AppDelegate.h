@@ -17,7 +17,7 @@
 
 namespace kestrune {
 
-/// Aborts because of a programming error; prints `message` on standard error.
+/// Prints `message` on standard error and aborts, because of a programming error.
 [[noreturn]] void fatalError(const char* message);
 
 /// The result of a file operation, with a message for the user.
@@ -28,16 +28,17 @@ struct OperationResult {
   bool operator==(const OperationResult&) const = default;
 };
 
-/// The controller: holds the application's state and has all operations. Owned by a `std::shared_ptr` from
-/// before the main loop starts until the process ends. Main thread, unless a comment says otherwise.
+/// The controller: holds the application's state and performs all menu actions. Must be owned by a
+/// `std::shared_ptr` from before the main loop starts until the process ends. Main thread, unless a comment
+/// says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
                           public std::enable_shared_from_this<AppDelegate> {
  public:
-  /// `platform` outlives the controller.
+  /// `platform` must outlive the controller.
   explicit AppDelegate(Platform& platform);
 
-  // ApplicationCore.cpp: life cycle, preferences, connection mode, paths
+  // Defined in ApplicationCore.cpp: life cycle, preferences, connection mode, paths
 
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
@@ -51,75 +52,76 @@ class AppDelegate final : public ApplicationDelegate,
   std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
-  /// Describes the backend's folder, the rule that chose it, its files and the client's preferences, for a
-  /// bug report. Lines of text, without secrets.
+  /// Describes the backend's folder, the rule that chose the folder, its files and the client's preferences,
+  /// for a bug report: lines of text, without secrets.
   static std::string describeBackend(Platform& platform);
-  /// The warning that the folder holds no backend, in English; absent when it holds one.
+  /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // CommandExecution.cpp: shell runner, backend command lines, stop script
+  // Defined in CommandExecution.cpp: shell runner, backend command lines, stop script
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
 
-  /// Blocks; any thread. See ShellRunner.h.
+  /// Runs a shell line and waits for its end, see ShellRunner.h. Blocks; any thread.
   CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout) {
     return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
   }
-  /// `text` as a single word of a shell line.
+  /// Returns `text` quoted as a single word of a shell line.
   static std::string shellEscape(std::string_view text);
   static std::string kestruneClientCommand(std::string_view subcommand) { return clientCommand(subcommand); }
   std::string backendCommandLine(std::string_view subcommand) const {
     return kestrune::backendCommandLine(repoPath, subcommand);
   }
   std::string backendServiceStopCommand() const { return stopScript(platform.serviceControl); }
-  /// Blocks for about 9 s at most.
+  /// Runs the stop script. Blocks for about 9 s at most.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
+  // Defined in StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;
   }
   static std::string prettifyOutput(std::string_view output) { return prettified(output); }
-  /// "OK" or "需檢查", and the detail, from the first line with `label`; absent when there is none.
+  /// Returns "OK" or "需檢查", and the detail, from the first line with `label`; absent when no line has it.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
   void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }
 
-  /// Asks the backend for its status and shows it. Does nothing while another refresh is running.
+  /// Asks the backend for its status and shows the status. Does nothing while another refresh is running.
   void refreshStatus(bool triggerNotification);
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
   /// Starts or restarts the timer that refreshes every 20 seconds.
   void startPeriodicRefresh();
   void startMonitoringNetwork();
-  /// Runs the backend's `refresh`, then asks for its status. Returns at once; any number may run at the same
-  /// time. With `showWindow`, shows the output of `refresh` at the end, followed by `extraContent`.
+  /// Runs the backend's command `refresh`, then asks for the backend's status. Returns at once; several calls
+  /// may run at the same time. With `showWindow`, shows the output of `refresh`, followed by `extraContent`,
+  /// in a window at the end.
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
   /// Asks the local service for the current project and thread, at most every 45 seconds. Calls `completion`
-  /// once, when the fields are up to date. If it does not ask the service, it calls `completion` before it
-  /// returns.
+  /// once, when `current.session` is up to date. If the service need not be asked, calls `completion` before
+  /// this returns.
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name) { return kestrune::compactThreadName(name); }
 
-  // MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications; StatusMenu.cpp: the
-  // menu
+  // Defined in MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications. The menu
+  // is in StatusMenu.cpp.
 
   void configureStatusItem();
   void updateButton(ConnectionLampState state, const std::string& title);
-  /// Null when there is no logo at all.
+  /// Returns the logo for the lamp `state`; null when no logo can be loaded.
   ImageRef loadMenuBarLogo(ConnectionLampState state);
   ImageRef baseMenuBarLogo();
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
-  /// The actions that `performRequest` takes: one line each, with the texts of the rows.
+  /// Returns the actions that `performRequest` accepts, one in each line, with the texts of its menu row.
   static std::string describeActions();
-  /// Performs the action of an enabled menu row for another program. Returns the reason of a failure, in
+  /// Performs the action of an enabled menu row for another program. On failure returns the reason, in
   /// English; absent on success.
   std::optional<std::string> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
@@ -127,22 +129,22 @@ class AppDelegate final : public ApplicationDelegate,
   void requestNotificationPermission();
   void showNotification(const std::string& title, const std::string& body);
 
-  // ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
+  // Defined in ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
 
-  /// The value of `key` in the backend's .env, possibly empty; absent when no line defines it or the file
-  /// cannot be read.
+  /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
+  /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets these keys in the backend's .env and keeps every other line. `shown` holds the values that the user
-  /// saw. If the file has a value for one of the keys that is neither in `shown` nor in `values`, copies the
-  /// file to ".env.previous" first and shows a notification.
+  /// Sets the keys of `values` in the backend's .env and keeps every other line. If `shown`, the values that
+  /// the user saw, is given and a value is overwritten that the user neither saw nor entered, first copies
+  /// the file to ".env.previous", and shows a notification.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
-  /// The link in the QR code that a phone scans; absent without a token.
+  /// Returns the link in the QR code that a phone scans; absent when there is no token.
   std::optional<std::string> makePairingURL() const;
-  /// A square image of `size` points; null when the text cannot be encoded.
+  /// Returns `text` as a square QR code of `size` points; null when the text cannot be encoded.
   ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
 
-  // SystemIntegration.cpp: keep-awake, launch at login
+  // Defined in SystemIntegration.cpp: keep-awake, launch at login
 
   void ensureSleepAssertion();
   void releaseSleepAssertion();
@@ -173,9 +175,9 @@ class AppDelegate final : public ApplicationDelegate,
   void actOnPathUpdate(bool changed);
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
-  /// Checks that a program can run: starts it with `--version` and waits for 2 s at most. Calls `then` once,
-  /// before this returns or from the main queue. A failure holds the program's output or the system's error
-  /// message.
+  /// Checks that a program can run: starts it with `--version` and gives it 2 s at most. Calls `then` once,
+  /// before `tryProgram` returns or later from the main queue. If the program fails, the `Result` holds its
+  /// output or an error message.
   void tryProgram(const std::string& executable, const std::function<void(const Result<>&)>& then);
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
                   const std::function<void(const Result<>&)>& then);
@@ -185,7 +187,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string publicAPIURL() const;
   EnvFile envTemplate() const;
   std::string pairingToken() const;
-  /// The initial values of the settings dialog.
+  /// Returns the initial values of the settings dialog.
   EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);
 
@@ -214,16 +216,16 @@ class AppDelegate final : public ApplicationDelegate,
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
   const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
-  /// What the menu shows, as far as it is known before `rebuildMenu`.
+  /// The state that the menu shows. `rebuildMenu` sets the status text, the lamp and the preferences in it.
   StatusSnapshot current;
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;
   std::unique_ptr<DispatchQueue> workerQueue;
   bool statusRefreshInProgress = false;
   bool liveSessionRefreshInProgress = false;
-  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< in `Clock::continuousTime`
+  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< a `Clock::continuousTime`; absent at first
   std::unique_ptr<Timer> refreshTimer;
-  /// Both are 0 while no assertion is held.
+  /// The power assertions. Both identifiers are 0 while no assertion is held.
   std::uint32_t displaySleepAssertionID = 0;
   std::uint32_t systemSleepAssertionID = 0;
 };

@@ -46,7 +46,7 @@ void AppDelegate::applicationWillTerminate() {
   pathMonitor->cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
-  // A queued or running command could restart a service that the stop ends.
+  // Drop queued commands and kill running ones: a command could restart a service that the stop script ends.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();
@@ -59,7 +59,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   const RepoLocation repo = locateRepo(platform.mainBundle);
   const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
   std::string text;
-  // A path may contain control characters.
+  // A path may contain control characters, which a terminal would obey.
   const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
   line("Program: " + self.currentExecutablePath());
   line("Backend: " + repo.path + ", " + repo.rule);

@@ -5,7 +5,7 @@ namespace kestrune {
 
 namespace {
 
-/// Time limit for a program to print its version.
+/// The longest time that a program may take to print its version.
 constexpr Seconds trialLimit{2.0};
 
 }  // namespace

@@ -51,7 +51,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
     if (const auto kept = files.writePrivately(previous, old->text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
-  // Keep a file that could not be read: it may be the user's only copy.
+  // Keep a .env that could not be read: it may be the user's only copy.
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
@@ -112,12 +112,12 @@ ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) cons
 void AppDelegate::showPairingQR() {
   const auto fail = [this](const char* reason) { showResultWindow("無法生成配對 QR", reason, true); };
   static constexpr double imageSize = 260;
-  // Read once, so that the QR code and the text below it agree.
+  // Read each value once, so that the QR code and the text below it agree.
   const std::string apiURL = publicAPIURL();
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
   if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
-  // A value with a line end includes the lines after it, which may hold other secrets.
+  // A value that contains a line end also contains the lines after it, which may hold other secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     return fail(
         ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"

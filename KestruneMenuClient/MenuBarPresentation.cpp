@@ -9,7 +9,7 @@ namespace {
 
 constexpr double logoSize = 22;  // points
 
-/// A random UUID (version 4).
+/// Returns a random UUID (version 4).
 std::string makeUUID() {
   std::random_device random;
   const auto word = [&random](unsigned keep, unsigned set) { return (random() & keep) | set; };
@@ -58,7 +58,7 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
   if (const ImageRef logo = baseMenuBarLogo()) {
     if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
   }
-  // Load it again: the first image may be damaged, which made the conversion to grey fail.
+  // The conversion to grey has failed, perhaps because the first image was damaged. Load the logo again.
   return baseMenuBarLogo();
 }
 
@@ -190,7 +190,7 @@ void AppDelegate::toggleConnectionMode() {
 }
 
 void AppDelegate::restartMenuClient() {
-  // Check that the program can run before the shutdown, which stops the backend.
+  // Before the shutdown, which stops the backend, check that the program can run.
   tryProgram(currentExecutablePath(), [this](const Result<>& trial) {
     const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
     if (opened) return platform.application->terminate();

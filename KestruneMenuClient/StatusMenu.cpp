@@ -5,15 +5,15 @@
 
 namespace kestrune {
 
-/// A menu row: its number, title and action. Rows 2 to 11 come from `statusRows`.
+/// A menu row: its number, title and action. `statusRows` makes rows 2 to 11.
 struct AppDelegate::MenuRow {
-  int number;               ///< permanent; of rows with the same number, the first that applies is shown
+  int number;               ///< never changes; of rows with one number, the first that `applies` is shown
   const char* title = "";   ///< empty: a separator
   const char* action = "";  ///< faces and scripts choose the row by this name
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< the check mark; null: the row has none
-  bool (AppDelegate::*applies)() const = nullptr;  ///< null: always
+  bool (AppDelegate::*applies)() const = nullptr;  ///< null: the row always applies
 };
 
 namespace {
@@ -22,7 +22,7 @@ constexpr int lastRow = 29;
 constexpr int firstStatusRow = 2;
 constexpr int lastStatusRow = 11;
 constexpr int notInTheMenu = 0;
-constexpr std::size_t actionWidth = 22;  // of the longest name
+constexpr std::size_t actionWidth = 22;  // characters in the longest action
 
 constexpr bool isStatusRow(int number) {
   return number >= firstStatusRow && number <= lastStatusRow;
@@ -56,11 +56,11 @@ const AppDelegate::MenuRow AppDelegate::menuRows[] = {
     {27, "重新啟動菜單欄", "restartMenuClient", "R", &A::restartMenuClient},
     {28},
     {29, "退出 Kestrune", "quit", "q", &A::quit},
-    // A button of the settings dialog.
+    // Not a row of the menu: the action of a button in the settings dialog.
     {notInTheMenu, "顯示手機配對 QR", "showPairingQR", "", &A::showPairingQR},
 };
 
-/// The row that is shown at `number` now.
+/// Returns the row that is shown at `number` now.
 const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
   return *std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
     return each.number == number && (each.applies == nullptr || (this->*each.applies)());
@@ -69,7 +69,7 @@ const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
 
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (!statusItem) fatalError("the menu is built before the status item exists");
-  // A copy, which is moved: an assignment would keep the memory of a longer text.
+  // Move a copy into `status`: a plain assignment would keep the memory of an earlier, longer text.
   current.status = std::string(statusText);
   current.lamp = state;
   current.officialMode = isOfficialConnectionMode();
@@ -108,7 +108,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // two texts of one row
+    if (row.action == described) {  // the last line is about this row, which has two texts
       lines.pop_back();
       lines += std::string(" / ") + row.title + "\n";
       continue;

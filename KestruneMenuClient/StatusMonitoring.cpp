@@ -132,7 +132,7 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
   workerQueue->async([self = shared_from_this(), &mainQueue, showWindow, title, extraContent] {
     CommandResult outcome = self->runShellCommand(self->backendCommandLine("refresh"));
     mainQueue.async([=, &mainQueue, result = std::move(outcome)]() mutable {
-      // Services that were just started need a moment before their status is meaningful.
+      // Wait a moment: the status of services that were just started is not meaningful yet.
       mainQueue.asyncAfter(settlingTime, [=, result = std::move(result)] {
         self->refreshStatus(false);
         if (!showWindow) return;

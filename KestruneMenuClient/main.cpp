@@ -51,9 +51,9 @@ struct Request {
   bool terminal = false, background = false;
   bool status = false, json = false, waybar = false, follow = false, exitZero = false;
   bool diagnose = false;
-  std::optional<std::string> action;  ///< for --perform
+  std::optional<std::string> action;  ///< the argument of --perform
 
-  /// Whether the options can be combined.
+  /// Returns whether the options can be combined.
   bool isSound() const {
     return status + diagnose + action.has_value() + (terminal || background) <= 1 && json + waybar <= 1 &&
            (status || !(json || waybar || follow || exitZero));
@@ -67,11 +67,11 @@ const std::map<std::string_view, bool Request::*> flags{
     {"--exit-zero", &Request::exitZero}, {"--diagnose", &Request::diagnose},
 };
 
-// Static, so that they live until the process ends.
+// Static, so that both objects live until the process ends.
 std::unique_ptr<Host> host;
 std::shared_ptr<ApplicationDelegate> delegate;
 
-/// Prints one line on standard error.
+/// Prints `words` on standard error, after the program's name.
 void complain(const std::string& words) {
   std::fprintf(stderr, "KestruneMenuClient: %s\n", words.c_str());
 }
@@ -81,7 +81,7 @@ void complain(const std::string& words) {
   std::exit(usageError);
 }
 
-/// Writes to standard output. On failure, complains and returns false.
+/// Writes `text` to standard output. On failure, prints the reason on standard error and returns false.
 bool print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
   std::perror("KestruneMenuClient: cannot write to standard output");
@@ -120,7 +120,7 @@ void tellStatus(const Request& request) {
                                        : StatusFormat::text;
   const auto command = std::make_shared<StatusCommand>(
       host->platform(), StatusCommand::Options{format, request.follow, request.exitZero},
-      // With --follow, a reader that stalls must not block the end of this process.
+      // With --follow, never block: a reader that stalls must not keep this process from ending.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
       });

@@ -1,6 +1,6 @@
 set(PROGRAMS KestruneMenuClient)
 if(KESTRUNE_DIALOGS)
-  # The client looks for it in its own folder.
+  # The client looks for KestruneMenuDialogs in its own folder.
   list(APPEND PROGRAMS KestruneMenuDialogs)
 endif()
 
@@ -9,11 +9,11 @@ set(PACKAGING ${CMAKE_SOURCE_DIR}/packaging)
 set(IDENTIFIER com.dovrel.kestrune.menuclient)
 set(KESTRUNE_MAINTAINER "The Kestrune Menu Client developers <kestrune-menu-client@example.org>"
     CACHE STRING "Maintainer of the Debian package")
-# Sorts before the revisions of a distribution's own package.
+# Sorts before the revisions of a distribution's own package, which then replaces this package.
 set(DEBIAN_REVISION 0kestrune2)
 set(DEBIAN_VERSION ${PROJECT_VERSION}-${DEBIAN_REVISION})
 
-# compress(FILE NAME): NAME.gz in the build folder, without a timestamp, so that builds are reproducible.
+# compress(FILE NAME): makes NAME.gz from FILE in the build folder; without a timestamp, so builds are reproducible.
 set(COMPRESSED "")
 find_program(GZIP gzip REQUIRED)
 function(compress file name)
@@ -27,21 +27,21 @@ foreach(text KestruneMenuClient.1 KestruneMenuDialogs.1 changelog.Debian)
 endforeach()
 compress(${CMAKE_SOURCE_DIR}/CHANGELOG.md changelog)
 add_custom_target(kestrune_texts ALL DEPENDS ${COMPRESSED})
-# cmake --install then also works after building the client alone.
+# Build these texts with the client, so that cmake --install also works after building the client alone.
 add_dependencies(KestruneMenuClient kestrune_texts)
 
-# Into a prefix: cmake --install build/release --prefix PREFIX
-# Each component is also a Debian package: client, and dialogs with the program that shows the windows.
+# To install into a prefix: cmake --install build/release --prefix PREFIX
+# The two components are also Debian packages: client, and dialogs, which is the program that shows the windows.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME client)
 install(FILES ${LOGOS} DESTINATION ${CMAKE_INSTALL_DATADIR}/${PACKAGE})
 
-# Desktop entry, AppStream metadata, user unit and shell completion. They run the programs by name, so any prefix works.
+# The desktop entry, the AppStream metadata and the user unit run the programs by name, so any prefix works.
 install(FILES ${PACKAGING}/${IDENTIFIER}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PACKAGING}/${IDENTIFIER}.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
-# systemd searches this path on every architecture.
+# systemd searches lib/systemd/user on every architecture.
 install(FILES ${PACKAGING}/${PACKAGE}.service DESTINATION lib/systemd/user)
 
-# install_program(PROGRAM COMPONENT): the program, its manual page and completion, and the documents of its package.
+# install_program(PROGRAM COMPONENT): installs the program, its manual page and completion, and its package's documents.
 function(install_program program component)
   set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME ${component})
   install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -65,10 +65,10 @@ foreach(side 16 24 32 48 64)
   install(FILES ${RESOURCES}/codex-menubar-${side}.png RENAME KestruneMacClient.png
           DESTINATION ${ICONS}/${side}x${side}/apps)
 endforeach()
-# hicolor has no 44x44: this is 22x22 at twice the scale.
+# The theme hicolor has no folder 44x44, so the icon of 44 pixels is a 22x22 icon at twice the scale.
 install(FILES ${RESOURCES}/codex-menubar-44.png RENAME KestruneMacClient.png DESTINATION ${ICONS}/22x22@2/apps)
 
-# Below the folder of one backend, which the client then finds from its own path:
+# Installs the programs below the folder of a backend, so that the client finds the backend from its own path:
 #   cmake --install build/release --component backend --prefix REPOSITORY/dist
 set(BACKEND_FOLDER "Kestrune Menu Client")
 install(TARGETS ${PROGRAMS} RUNTIME DESTINATION ${BACKEND_FOLDER} COMPONENT backend EXCLUDE_FROM_ALL)

@@ -5,7 +5,7 @@ target_compile_options(kestrune_options INTERFACE
   -ffunction-sections -fdata-sections
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
   $<$<BOOL:${KESTRUNE_WERROR}>:-Werror>
-  # GCC 11 takes the size() of an array for a read of its elements.
+  # Silence a false warning: GCC 11 takes the size() of an array for a read of its elements.
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,12>>:-Wno-maybe-uninitialized>
   $<$<CONFIG:Release>:-fstack-protector-strong>)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KESTRUNE_SANITIZE)
@@ -17,7 +17,7 @@ if(KESTRUNE_SANITIZE)
     -fsanitize=${KESTRUNE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kestrune_options INTERFACE -fsanitize=${KESTRUNE_SANITIZE})
   if(KESTRUNE_SANITIZE MATCHES "undefined")
-    # This check probes memory through a pipe. It reports a false error in tests that leave the process no descriptors.
+    # The vptr check needs a pipe, so it reports a false error in tests that leave the process no descriptors.
     target_compile_options(kestrune_options INTERFACE -fno-sanitize=vptr)
   endif()
 endif()

@@ -10,13 +10,13 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${DEBIAN_REVISION})
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-# The linked libraries.
+# Adds dependencies on the packages of the linked libraries.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL client)
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME kestrune-menu-client)
-# The first line is the summary.
+# The first line of the description is the package's summary.
 set(CPACK_COMPONENT_CLIENT_DESCRIPTION
 "tray companion that keeps a self-hosted Codex bridge alive
 Kestrune keeps a self-hosted bridge alive, so that a phone can drive the
@@ -27,10 +27,10 @@ Chinese.
 
 The resident process links no GUI toolkit. The package kestrune-menu-dialogs
 shows its windows; without it, the client uses notifications and the terminal.")
-# The programs that it runs. Debian policy forbids dependencies on essential packages such as bash, coreutils or
-# findutils.
+# The packages of the programs that the client runs, except essential packages such as bash, coreutils or findutils, on
+# which Debian policy forbids dependencies.
 set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "curl, lsof, procps")
-# Recommended only: the client runs without windows and without a session bus.
+# The bus and the windows are only recommended: the client also runs without them.
 set(CPACK_DEBIAN_CLIENT_PACKAGE_RECOMMENDS "dbus-user-session | dbus-session-bus")
 
 if(KESTRUNE_DIALOGS)
@@ -45,13 +45,13 @@ Codex sessions of a desktop machine.
 This package contains the program that shows the windows of Kestrune Menu
 Client: the settings, the pairing code, the backend's report, and the menu on
 desktops without a tray. A server does not need it.")
-  # On the client of the same version, which speaks the same protocol.
+  # The dialogs depend on the client of the same version, because both must speak the same protocol.
   set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
   set(CPACK_COMPONENT_DIALOGS_DEPENDS client)
-  # Recommended only: X11, Wayland, readable windows, and a program that opens folders.
+  # Only recommended: fonts, the Qt plugins for X11 and Wayland, and a program that opens folders.
   set(CPACK_DEBIAN_DIALOGS_PACKAGE_RECOMMENDS
     "fonts-noto-cjk, fonts-noto-color-emoji, qt6-qpa-plugins, qt6-wayland, xdg-utils")
-  # Up to 0.1.0-0kestrune1 one package contained both programs.
+  # Up to 0.1.0-0kestrune1, the package kestrune-menu-client contained both programs.
   set(CPACK_DEBIAN_DIALOGS_PACKAGE_BREAKS "kestrune-menu-client (<< 0.1.0-0kestrune2~)")
   set(CPACK_DEBIAN_DIALOGS_PACKAGE_REPLACES "kestrune-menu-client (<< 0.1.0-0kestrune2~)")
 endif()

@@ -1,6 +1,6 @@
 # kestrune_room(FOLDER ROOMS ... LINKS ...): builds the sources of a folder, without main.cpp, as the static library
-# room_<last part of FOLDER>. ROOMS are the rooms whose headers it includes; each must be declared before, which
-# prevents cycles. LINKS are external libraries. The test house.includes reads the file rooms.txt.
+# room_<last part of FOLDER>. ROOMS are the rooms whose headers the sources include; each must be declared before, which
+# prevents cycles. LINKS are external libraries. The test house.includes reads ROOMS in the file rooms.txt.
 function(kestrune_room folder)
   cmake_parse_arguments(ARG "" "" "ROOMS;LINKS" ${ARGN})
   get_filename_component(name ${folder} NAME)
@@ -17,9 +17,9 @@ function(kestrune_room folder)
   if(sources)
     add_library(room_${name} STATIC ${sources})
     target_link_libraries(room_${name} PUBLIC ${libraries} ${ARG_LINKS})
-    # Compile a room as one source: shared headers are most of the compile time.
+    # Compile each room as one source, because shared headers take most of the compile time.
     set_target_properties(room_${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
-    # GCC treats an included .cpp as a header and warns about its anonymous namespaces.
+    # Silence a warning: GCC takes an included .cpp for a header and warns about its anonymous namespaces.
     target_compile_options(room_${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   else()
     add_library(room_${name} INTERFACE)

@@ -31,10 +31,10 @@ constexpr auto sessionManager = "org.gnome.SessionManager";
 constexpr auto powerManagement = "org.freedesktop.PowerManagement";
 constexpr auto loginManager = "org.freedesktop.login1";
 
-/// The services that the client asks to keep the machine awake, besides logind.
+/// The D-Bus services that the client asks to keep the machine awake, besides logind.
 constexpr std::array keepers{sessionManager, "org.freedesktop.ScreenSaver", powerManagement};
 
-/// The programs that the client runs.
+/// The programs that the client runs, besides KestruneMenuDialogs.
 constexpr std::array programs{"bash", "curl", "lsof", "pgrep", "systemctl", "xdg-open", "gio"};
 
 std::string firstLine(const fs::path& file) {
@@ -76,7 +76,7 @@ std::vector<std::string> textsIn(sd_bus_message* reply, const char* container, c
   return texts;
 }
 
-/// What the buses say. Asks all questions at once, and waits 2 s at most.
+/// Describes what the services on both buses answer. Asks all questions at once, and waits 2 s at most.
 std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus) {
   BusInquiry session{sessionBus}, system{systemBus};
   std::map<std::string, std::string> owners;
@@ -144,7 +144,7 @@ std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemB
               });
         }
       });
-  // HasInhibit does not tell which program inhibits.
+  // HasInhibit tells that some program inhibits, but not which program.
   ask(session,
       {powerManagement, "/org/freedesktop/PowerManagement/Inhibit", "org.freedesktop.PowerManagement.Inhibit",
        "HasInhibit"},
@@ -184,7 +184,7 @@ std::string environmentLines(const MainBundle& bundle) {
   return text;
 }
 
-/// The first line of a program's output, or why it could not be started.
+/// Returns the first line of a program's output, or why the program could not be started.
 std::string firstWordsOf(Processes& processes, const std::string& program,
                          const std::vector<std::string>& arguments) {
   const auto launched = processes.launch(program, arguments);
@@ -206,7 +206,7 @@ std::string programLines(const MainBundle& bundle, Processes& processes) {
   return text;
 }
 
-/// For each kind of text in the windows, an installed font that has it.
+/// Names an installed font for each kind of text in the windows, or the package to install.
 std::string fontLines(const MainBundle& bundle, Processes& processes) {
   struct Kind {
     const char *name, *pattern, *package;
@@ -218,7 +218,7 @@ std::string fontLines(const MainBundle& bundle, Processes& processes) {
   for (const Kind& kind : kinds) {
     std::string font = "unknown: fc-list is not installed";
     if (lister) {
-      // The "=" tells a family name from a warning of fc-list.
+      // The "=" before a family name distinguishes it from a warning of fc-list.
       const std::string said = firstWordsOf(processes, *lister, {"--format==%{family[0]}\n", kind.pattern});
       font = said.starts_with('=') ? said.substr(1) : std::string("none: install ") + kind.package;
     }
@@ -266,7 +266,7 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
                   : windows + " is missing (package kestrune-menu-dialogs)") +
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
       busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
-  // The answers of other processes may contain control characters.
+  // The answers of other processes may contain control characters, which a terminal would obey.
   std::string plain, line;
   for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";
   return plain;

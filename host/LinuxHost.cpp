@@ -46,22 +46,22 @@ namespace kestrune {
 namespace {
 
 constexpr auto folderName = "/kestrune-menu-client";
-/// The icon file of notifications, and the name in the icon theme when that file is missing.
+/// Notifications show the icon file `iconName`, or `themeIconName` of the icon theme if that file is missing.
 constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
 constexpr int descriptorsNeeded = 32;                    // twice as many as the client keeps open
-constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // beside the client
+constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // in the client's folder
 
 /// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
 void followMessageLanguage() {
   setlocale(LC_MESSAGES, "");
-  // Without this, glibc converts to the ASCII of "C": Chinese becomes question marks.
+  // Otherwise glibc converts messages to ASCII, as in the locale "C": Chinese becomes question marks.
   bind_textdomain_codeset("libc", "UTF-8");
-  // The first message opens the catalogue, which would fail with EMFILE later.
+  // Open the message catalogue now: later, opening it could fail with EMFILE.
   static_cast<void>(std::strerror(ENOENT));
 }
 
-/// Exits when too few descriptors are free: the client could neither work nor say why.
+/// Exits when too few descriptors are free, because the client could later neither work nor print why.
 void requireDescriptors() {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i < descriptorsNeeded; ++i) {
@@ -74,7 +74,7 @@ void requireDescriptors() {
   }
 }
 
-/// The PID of the client that started this one as its replacement; 0 without one.
+/// Removes from the environment, and returns, the PID of the client that this process replaces; 0 if not set.
 pid_t takePredecessor() {
   const char* const process = std::getenv(relaunchVariable);
   const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
@@ -82,14 +82,14 @@ pid_t takePredecessor() {
   return predecessor;
 }
 
-/// Whether systemd started this process as the main process of a service. When that process ends, systemd
-/// kills all processes of the service, a new instance included.
+/// Returns whether systemd started this process as the main process of a service. When the main process ends,
+/// systemd kills all processes of the service, including a new instance of the client.
 bool isMainProcessOfService(const MainBundle& environment) {
   return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
 }
 
-/// The token by which the desktop lets the window of a started program take the focus. Removed from the
-/// environment, so that no child inherits it.
+/// Returns the activation token, by which the desktop lets the window of a started program take the focus;
+/// empty if there is no token. Removes it from the environment, so that no child inherits it.
 std::string takeActivationToken() {
   std::string token;
   for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
@@ -124,7 +124,7 @@ class LinuxHost final : public Host {
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   options.face == Face::terminal || isMainProcessOfService(bundle)) {
-    // No core dump: the memory of this process holds the user's secrets.
+    // Prevent core dumps: the memory of this process holds the user's secrets.
     prctl(PR_SET_DUMPABLE, 0);
     if (claim.kind == Claim::Kind::replace) loop.reapInherited();
     if (options.face == Face::terminal) {
@@ -200,14 +200,14 @@ class LinuxHost final : public Host {
   }
 
   void endWithOutput() override {
-    // With `events = 0`, epoll still reports EPOLLERR and EPOLLHUP: the reader has gone.
+    // Even with 0 as events, epoll reports EPOLLERR and EPOLLHUP: the reader has closed the pipe.
     outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
   }
 
   bool write(const std::string& text) override {
     if (!output) output.emplace(loop, STDOUT_FILENO);
     if (output->write(text)) return true;
-    // `errno` is that of write(2). A reader that has closed the pipe wants no more.
+    // `errno` comes from write(2). EPIPE is no error here: the reader has closed the pipe.
     if (errno != EPIPE) std::perror("KestruneMenuClient: cannot write to standard output");
     return false;
   }
@@ -224,7 +224,7 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// Shows the menu for a later start, which then exits.
+  /// Shows the menu because the program was started again. The new process then exits.
   void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();

@@ -15,14 +15,14 @@ namespace kestrune {
 
 enum class AlertStyle { warning = 0, informational = 1 };
 
-/// The description of a window with a message and buttons.
+/// Describes a window with a message and buttons.
 struct Alert {
   AlertStyle style = AlertStyle::warning;
   std::string messageText;
   std::string informativeText;
-  std::vector<std::string> buttons;  ///< at least one; the first is what Return presses
+  std::vector<std::string> buttons;  ///< titles, at least one; the Return key presses the first button
   std::optional<View> accessoryView{};
-  std::weak_ptr<ActionTarget> target{};  ///< of the buttons inside the view
+  std::weak_ptr<ActionTarget> target{};  ///< performs the actions of the buttons in `accessoryView`
 
   /// Compares all members except `target`.
   friend bool operator==(const Alert& a, const Alert& b) {
@@ -32,28 +32,28 @@ struct Alert {
 };
 
 struct AlertAnswer {
-  std::optional<std::size_t>
-      button;  ///< counted from 0; absent when the user cancelled or no window could be shown
-  std::map<std::string, std::string> fields{};  ///< the texts of the view's fields, by their identifiers
+  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent when cancelled or never shown
+  std::map<std::string, std::string> fields{};  ///< the text of each field, by the field's identifier
 };
 
 struct AlertRequest {
-  /// Called when the alert's turn has come, so that its text is up to date.
+  /// Returns the alert. Called just before the alert is shown, so that its text is up to date.
   std::function<Alert()> describe;
   /// Called once, when the alert is answered or cancelled.
   std::function<void(const AlertAnswer&)> completion;
-  /// At most one alert with this identifier is open or waiting; empty: any number.
+  /// At most one alert with this identifier is open or waiting. An empty identifier sets no limit.
   std::string identifier{};
 };
 
-/// Shows alerts one at a time, in the order of the requests. An alert that a button inside an open alert
-/// requests is shown on top of it. A face implements this and `StatusBar`. Main thread.
+/// Shows alerts one at a time, in the order of the requests. If a button inside an open alert requests
+/// another alert, that alert is shown at once, on top of the open one. Each face (tray or terminal)
+/// implements `Alerts` and `StatusBar`. Main thread.
 class Alerts {
  public:
   virtual ~Alerts() = default;
 
-  /// Requests an alert and returns before it calls any function of `request`. If an alert with the same
-  /// identifier is not answered yet, raises that one instead and drops `request`.
+  /// Queues `request`, and returns before any function of `request` is called. If an alert with the same
+  /// identifier is open or waiting, drops `request` and brings the open alert to the front.
   virtual void present(AlertRequest request) = 0;
 };
 

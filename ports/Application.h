@@ -2,15 +2,15 @@
 
 namespace kestrune {
 
-/// The events of an application. All calls on the main thread.
+/// Is told of the start and the end of an application. All calls are made on the main thread.
 class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
 
-  /// Called once, when the loop runs.
+  /// Called once, when the main loop starts.
   virtual void applicationDidFinishLaunching() = 0;
 
-  /// Called once, before the process ends.
+  /// Called once, after the main loop has ended and before the process ends.
   virtual void applicationWillTerminate() = 0;
 };
 
@@ -23,14 +23,14 @@ class Application {
  public:
   virtual ~Application() = default;
 
-  /// Main thread.
+  /// Sets how the desktop shows the application. Main thread.
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 
-  /// Runs the main loop until `terminate`, and calls `delegate` at start and end. Returns the exit status.
-  /// Called once, on the main thread.
+  /// Runs the main loop until `terminate` is called, and tells `delegate` of the start and the end. Returns
+  /// the exit status of the process. Called once, on the main thread.
   virtual int run(ApplicationDelegate& delegate) = 0;
 
-  /// Ends the loop when the running callback has returned. Further calls do nothing. Main thread.
+  /// Ends the main loop once the running callback has returned. Further calls do nothing. Main thread.
   virtual void terminate() = 0;
 };
 

@@ -7,21 +7,21 @@ namespace kestrune {
 
 using Seconds = std::chrono::duration<double>;
 
-/// Reads clocks and sleeps. The fake runs on virtual time.
+/// Reads clocks and sleeps. The fake for tests runs on virtual time.
 class Clock {
  public:
   virtual ~Clock() = default;
 
-  /// Time since a fixed moment, without the time that the machine was suspended. Any thread.
+  /// Returns the time since a fixed moment, without the time that the machine was suspended. Any thread.
   virtual Seconds awakeTime() const = 0;
 
-  /// Time since a fixed moment, including the time that the machine was suspended. Any thread.
+  /// Returns the time since a fixed moment, including the time that the machine was suspended. Any thread.
   virtual Seconds continuousTime() const = 0;
 
-  /// Seconds since 1970. Jumps when the clock is set, so never use it for timeouts. Any thread.
+  /// Returns the seconds since 1970. Jumps when the clock is set, so never use it for timeouts. Any thread.
   virtual std::int64_t calendarTime() const = 0;
 
-  /// Blocks the calling thread; returns at once if `duration` is 0 or less. Any thread.
+  /// Blocks the calling thread for `duration`; returns at once if `duration` is 0 or less. Any thread.
   virtual void sleep(Seconds duration) = 0;
 };
 

@@ -7,50 +7,50 @@
 
 namespace kestrune {
 
-/// The result of reading a file.
+/// The outcome of reading a file.
 enum class ReadOutcome {
   read,
-  unreadable,  ///< also when there is no such file
+  unreadable,  ///< missing, not a regular file, or not permitted
   tooLarge,    ///< longer than `FileManager::sizeLimit`
-  passing,     ///< no descriptors or memory, or an I/O error: the file itself may be fine
+  passing,     ///< failed for lack of descriptors or memory, or by an I/O error; may succeed later
 };
 struct FileContents {
   ReadOutcome outcome = ReadOutcome::unreadable;
   std::string bytes{};    ///< empty unless the file was read
-  std::string problem{};  ///< the system's description; empty when the file was read
+  std::string problem{};  ///< the system's error message; empty when the file was read
 };
 
-/// The file system. Main thread.
+/// Reads and writes files. Main thread.
 class FileManager {
  public:
-  static constexpr std::size_t sizeLimit = std::size_t{16} << 20;  ///< bytes of the largest file that is read
+  static constexpr std::size_t sizeLimit = std::size_t{16} << 20;  ///< in bytes; a longer file is not read
 
   virtual ~FileManager() = default;
 
-  /// Whether there is a file or folder at `path`. Follows symbolic links: a dangling one does not count.
+  /// Returns whether a file or folder exists at `path`. A dangling symbolic link does not count.
   virtual bool fileExists(const std::string& path) const = 0;
 
-  /// All bytes of a file. Only regular files are read.
+  /// Reads a whole file. Only regular files are read.
   virtual FileContents contents(const std::string& path) const = 0;
 
-  /// Replaces or creates the file atomically: a reader sees the old or the new contents, also after a power
-  /// cut. An existing file keeps its mode and owner, a symbolic link is followed. A new file has mode 0600.
+  /// Replaces or creates the file atomically: a reader sees the old or the new contents, even after a power
+  /// cut. An existing file keeps its mode and owner; a symbolic link is followed. A new file has mode 0600.
   virtual Result<> writeAtomically(const std::string& path, const std::string& contents) = 0;
 
-  /// Replaces the file at `path` atomically, also after a power cut; a symbolic link is replaced, not
-  /// followed. The new file has mode 0600, whatever the old one had.
+  /// Replaces or creates the file atomically, even if the power fails. A symbolic link is replaced, not
+  /// followed. The new file has mode 0600, whatever mode the old file had.
   virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
-  /// Like `writeAtomically`, but keeps the old file beside the new one, with ".unreadable" appended to its
-  /// name. A file is at `path` at every moment; on failure it is the old one. Only regular files are kept.
+  /// Like `writeAtomically`, but keeps an old regular file beside the new file, with ".unreadable" appended
+  /// to its name. There is a file at `path` at every moment; on failure it is the old file.
   virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
-  /// Creates a folder and its parents, with the default mode. Succeeds if the folder exists.
+  /// Creates the folder and its missing parents, with the default mode. Succeeds if the folder exists.
   virtual Result<> createDirectory(const std::string& path) = 0;
 
   virtual Result<> removeItem(const std::string& path) = 0;
 
-  /// The user's home folder, without a trailing slash.
+  /// Returns the path of the user's home folder, without a trailing slash.
   virtual std::string homeDirectoryPath() const = 0;
 };
 

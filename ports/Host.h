@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// How the client shows itself: in the tray, or as text in a terminal.
+/// The user interface of the client: the tray, or text in a terminal.
 enum class Face { tray, terminal };
 
 /// The machine that the program runs on. Main thread.
@@ -17,41 +17,42 @@ class Host {
  public:
   virtual ~Host() = default;
 
-  /// Whether this process becomes the one client of this user. If another client runs, returns false and,
-  /// unless in the background, makes that client show its menu. If this process was started to replace that
-  /// client, waits for its end first.
+  /// Tries to make this process the only client of this user, and returns whether it is now. If another
+  /// client runs, returns false and makes that client show its menu, unless `StartOptions::background` is
+  /// set. If this process was started to replace the running client, first waits until that client has ended.
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;
 
-  /// Makes the running client perform the action of a menu row, and waits until it has. Returns why it did
-  /// not, in one line; absent on success. Apart from this, only `leave` may be called.
+  /// Makes the running client perform the action of a menu row, and waits until it is done. On failure
+  /// returns the reason in one line; absent on success. A process that calls this may call only `leave`
+  /// besides.
   virtual std::optional<std::string> perform(const std::string& action) = 0;
 
-  /// Describes the machine and the session for a bug report: lines of text, without secrets. Starts no
-  /// service. Apart from this, only `platform` and `leave` may be called.
+  /// Describes the machine and the session for a bug report, in lines of text without secrets. Starts no
+  /// D-Bus service. A process that calls this may call only `platform` and `leave` besides.
   virtual std::string describe() = 0;
 
-  /// Terminates the application when the reader of standard output has closed it.
+  /// From now on, terminates the application when the reader of standard output closes the pipe.
   virtual void endWithOutput() = 0;
 
-  /// Writes to standard output and never blocks. False when the text was dropped. Prints the reason on
-  /// standard error, unless the reader has closed the pipe.
+  /// Writes `text` to standard output and never blocks. If the text is dropped, returns false and prints the
+  /// reason on standard error; prints nothing if the reader has closed the pipe.
   virtual bool write(const std::string& text) = 0;
 
   /// Ends the process with `status`, or calls exec if a restart in this process was requested. Runs no
-  /// destructors: a worker that is still busy may use any object.
+  /// destructors, because a worker thread that is still busy may use any object.
   [[noreturn]] virtual void leave(int status) = 0;
 };
 
-/// The options of a start.
+/// The options with which the program was started.
 struct StartOptions {
   Face face = Face::tray;
-  bool background = false;               ///< a client that already runs does not show its menu
-  std::vector<std::string> arguments{};  ///< as given, for a restart
+  bool background = false;               ///< do not make a running client show its menu
+  std::vector<std::string> arguments{};  ///< all command-line arguments, which a restart passes on
 };
 
-/// Called once, before the first thread starts. Never null.
+/// Returns the host, never null. Called once, before the first thread starts.
 std::unique_ptr<Host> makeHost(const StartOptions& options);
 
 }  // namespace kestrune

@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// Pixels in rows from the top left, four bytes each: red, green, blue, alpha (not premultiplied).
+/// Pixels in rows, from the top left. Each pixel is four bytes: red, green, blue, alpha (not premultiplied).
 struct Bitmap {
   int width = 0;
   int height = 0;
@@ -17,21 +17,21 @@ struct Bitmap {
   bool operator==(const Bitmap&) const = default;
 };
 
-/// A picture of one size in points, at one or more resolutions, the smallest first. Has at least one bitmap.
+/// A picture of one size in points. `bitmaps` holds it at one or more resolutions, the smallest first.
 struct Image {
   double width = 0;        ///< points
   double height = 0;       ///< points
-  bool isTemplate = true;  ///< the status bar tints it instead of keeping its colours
+  bool isTemplate = true;  ///< true: the status bar replaces the image's colours
   std::vector<Bitmap> bitmaps;
 
   bool operator==(const Image&) const = default;
 };
 
-/// Shared between the controller's caches and the button, so that a face can compare pointers.
+/// Caches and buttons share images, so a face (tray or terminal) can compare pointers instead of pixels.
 using ImageRef = std::shared_ptr<Image>;
 
-/// A colour filter: saturation 0 is grey, 1 leaves the colours; brightness is added; contrast 1 changes
-/// nothing.
+/// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every
+/// channel. Contrast 1 changes nothing.
 struct ColorControls {
   double saturation = 1;
   double brightness = 0;
@@ -45,14 +45,14 @@ class Images {
  public:
   virtual ~Images() = default;
 
-  /// The image in the file at `path`, with the other resolutions in the same folder. Null when the file
-  /// cannot be read or decoded.
+  /// Returns the image in the file at `path`, with the other resolutions from the same folder. Null when the
+  /// file cannot be read or decoded.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
-  /// The icon `name` of the desktop's icon theme; null when there is none.
+  /// Returns the icon `name` of the desktop's icon theme; null when the theme has no such icon.
   virtual ImageRef imageNamed(const std::string& name) = 0;
 
-  /// A filtered copy; null when it cannot be made.
+  /// Returns a filtered copy of `image`; null when the copy cannot be made.
   virtual ImageRef applyColorControls(const Image& image, const ColorControls& controls) = 0;
 };
 

@@ -5,25 +5,25 @@
 
 namespace kestrune {
 
-/// The program's paths and environment. Any thread; the results do not change while the process lives.
+/// Tells the program's paths and environment. Any thread; the results do not change while the process lives.
 class MainBundle {
  public:
   virtual ~MainBundle() = default;
 
-  /// The application's folder, without a trailing slash.
+  /// Returns the application's folder, without a trailing slash.
   virtual std::string bundlePath() const = 0;
 
-  /// The path of the running program, read at start; absent when the host cannot tell.
+  /// Returns the path of the running program, read at start; absent when the host cannot tell.
   virtual std::optional<std::string> executablePath() const = 0;
 
-  /// The file "name.extension" among the application's resources; absent when there is none.
+  /// Returns the path of the file "name.extension" among the application's resources; absent when there is no
+  /// such file.
   virtual std::optional<std::string> pathForResource(const std::string& name,
                                                      const std::string& extension) const = 0;
 
-  /// Absent when the variable is not set.
   virtual std::optional<std::string> environmentVariable(const std::string& name) const = 0;
 
-  /// The working directory at the start of the process.
+  /// Returns the working directory at the start of the process.
   virtual std::string currentDirectoryPath() const = 0;
 };
 

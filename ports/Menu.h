@@ -8,23 +8,23 @@
 
 namespace kestrune {
 
-/// Receives what the user chooses in a menu.
+/// Performs the action of a menu row, or of a button in an alert, that the user has chosen.
 class ActionTarget {
  public:
   virtual ~ActionTarget() = default;
 
-  /// `action` is the `MenuItem::action` of the chosen item; an unknown one is ignored. Main thread.
+  /// Performs `action`, which is the `MenuItem::action` or `View::action`. Ignores an unknown action. Main
+  /// thread.
   virtual void performAction(std::string_view action) = 0;
 };
 
 /// One row of a menu.
 struct MenuItem {
-  int id = 0;  ///< permanent, unique in its menu, greater than 0
+  int id = 0;  ///< greater than 0, unique in its menu; the same in every menu with this row
   bool isSeparator = false;
   std::string title{};
-  std::string action{};  ///< empty: the row does nothing
-  std::string
-      keyEquivalent{};  ///< pressed with the Command key; an upper-case letter adds Shift; empty: none
+  std::string action{};           ///< what choosing the row does; empty: nothing
+  std::string keyEquivalent{};    ///< shortcut with the Command key; upper case adds Shift; empty: none
   std::optional<bool> checked{};  ///< absent: the row has no check mark, and no space for one
   bool enabled = true;
   std::weak_ptr<ActionTarget> target{};
@@ -36,14 +36,14 @@ struct MenuItem {
   }
 };
 
-/// The description of a whole menu. Every change builds a new one; the face finds the differences.
+/// Describes a whole menu. Each change makes a new `Menu`; the face (tray or terminal) finds the differences.
 struct Menu {
   std::vector<MenuItem> items;
 
   bool operator==(const Menu&) const = default;
 };
 
-/// Performs the action of `item` if it has one, is enabled, and its target still exists. Main thread.
+/// Performs the action of `item`, unless it has none, is disabled or has lost its target. Main thread.
 inline void performMenuItem(const MenuItem& item) {
   if (item.action.empty() || !item.enabled) return;
   if (const auto target = item.target.lock()) target->performAction(std::string(item.action));

@@ -20,13 +20,13 @@ class Notifications {
  public:
   virtual ~Notifications() = default;
 
-  /// Asks the user once for permission to show alerts and play sounds. Does not report the answer.
+  /// Asks the user once for permissions, a sum of `NotificationOption`s. Does not report the answer.
   virtual void requestAuthorization(unsigned options) = 0;
 
-  /// Shows `notification` at once. Silently drops one that cannot be shown.
+  /// Shows `notification` at once. If it cannot be shown, drops it without reporting an error.
   virtual void add(const Notification& notification) = 0;
 
-  /// Removes a lasting notification, if it is still shown.
+  /// Removes the lasting notification with this identifier, if it is still shown.
   virtual void withdraw(const std::string& identifier) = 0;
 };
 

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// The default route of this machine.
+/// Describes the default route of this machine.
 struct NetworkPath {
   bool satisfied = false;  ///< an interface can reach hosts beyond this machine
   bool usesWiFi = false;
@@ -17,19 +17,19 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path.
+/// Reports changes of the network path, which is the route to hosts beyond this machine.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;
 
-  /// Calls `onUpdate` on `queue`, which the main thread runs: soon after the start, after each change, and
-  /// after each resume from suspend. An update may equal the previous one: after a resume, after a short
-  /// interruption, or when only the address or the network of the same type has changed. Called once, on the
-  /// main thread.
+  /// Starts calling `onUpdate` on `queue`, whose jobs the main thread runs: soon after the start, after each
+  /// change, and after each resume from suspend. An update may equal the previous update: after a resume,
+  /// after a short interruption, or when the machine got another address or another network of the same type.
+  /// Called once, on the main thread.
   virtual void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) = 0;
 
-  /// After this returns, `onUpdate` is not called again, not even by a job that is already queued. Main
-  /// thread.
+  /// Stops the updates. After this returns, `onUpdate` is not called again, not even by a job that is already
+  /// queued. Main thread.
   virtual void cancel() = 0;
 };
 

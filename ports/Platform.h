@@ -23,10 +23,9 @@
 
 namespace kestrune {
 
-/// All ports that the controller uses. They outlive the controller.
+/// All ports that the controller uses to reach the machine. The ports outlive the controller.
 struct Platform {
-  Application*
-      application;  ///< null only when the host failed to make one; the controller then aborts at its start
+  Application* application;  ///< null if the host could not make it; the controller then aborts at its start
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;

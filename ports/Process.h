@@ -9,15 +9,15 @@
 
 namespace kestrune {
 
-/// A child process with one pipe for standard output and one for standard error. Used by one thread at a
-/// time. The destructor does not end the child; the child is reaped when it ends. After `readOutput` or the
-/// destructor, processes that hold the pipes can still write to them; that output is discarded.
+/// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
+/// at a time. The destructor does not end the child; the child is reaped when it ends. After `readOutput` or
+/// the destructor, processes that hold the pipes open can still write to them; what they write is discarded.
 class Process {
  public:
   virtual ~Process() = default;
 
-  /// Also drains full pipes: if it is called repeatedly, the child can write 64 KiB to each pipe before it
-  /// blocks, however small the kernel made the pipe.
+  /// Returns whether the child is running. Also reads from full pipes: if this is called repeatedly, the
+  /// child can write 64 KiB to each pipe before it blocks, even if the kernel made the pipe smaller.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.
@@ -29,13 +29,13 @@ class Process {
   /// Sends SIGTERM to every process in the child's process group.
   virtual void terminateGroup() = 0;
 
-  /// 0 only when the child exited with status 0; death by a signal is a failure. Call it after the child has
-  /// ended.
+  /// Returns the child's exit status; it is 0 only if the child exited with status 0, and never 0 if a signal
+  /// killed the child. Call this after the child has ended.
   virtual int terminationStatus() const = 0;
 
-  /// The child's whole standard output, followed by its whole standard error. Reads each pipe to its end; if
-  /// a descendant keeps one open, stops after `patience`. Keeps at most 16 MiB, cut between characters.
-  /// Called once.
+  /// Returns the child's whole standard output, followed by its whole standard error. Reads each pipe to its
+  /// end, but stops after `patience` if a descendant of the child keeps a pipe open. Keeps at most 16 MiB,
+  /// cut between characters. Called once.
   virtual std::string readOutput(Seconds patience) = 0;
 };
 
@@ -49,8 +49,8 @@ class Processes {
   virtual Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                                   const std::vector<std::string>& arguments) = 0;
 
-  /// Sends SIGKILL to the process groups of all running children. Afterwards `launch` works only on the
-  /// calling thread and fails on all others. Does not wait. Called once, before the process ends.
+  /// Sends SIGKILL to the process groups of all running children. From then on, `launch` fails on every
+  /// thread except the calling thread. Does not wait for the children. Called once, before this process ends.
   virtual void reserveForThisThread() = 0;
 };
 

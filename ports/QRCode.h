@@ -12,10 +12,10 @@ class QRCodeGenerator {
  public:
   virtual ~QRCodeGenerator() = default;
 
-  /// The symbol for the bytes of `message`, in byte mode, with error-correction level M: one pixel for each
-  /// module, black on white, with a quiet zone of four modules. Before it, if it is smaller, the symbol with
-  /// level L, for a screen where the other has no room. Empty when the message is too long or cannot be
-  /// encoded with level M.
+  /// Encodes the bytes of `message` in byte mode. Each bitmap is a symbol with one pixel for each module,
+  /// black on white, and a quiet zone (white margin) of four modules. The last bitmap is the symbol with
+  /// error-correction level M. If the symbol with level L is smaller, it comes first, for a screen that is
+  /// too small for level M. Empty when the message is too long for level M or cannot be encoded.
   virtual std::vector<Bitmap> generate(const std::string& message) = 0;
 };
 

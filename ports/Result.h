@@ -18,8 +18,8 @@ struct Done {
   bool operator==(const Done&) const = default;
 };
 
-/// A value, or the reason of a failure. Every port operation that can fail returns it; a value that may be
-/// absent without a failure is a `std::optional`.
+/// A value, or the reason of a failure. Every operation of a port that can fail returns a `Result`. A value
+/// that may be absent without a failure is a `std::optional` instead.
 template <typename Value = Done>
 class Result {
  public:
@@ -28,11 +28,11 @@ class Result {
   Result(Failure failure) : outcome(std::move(failure)) {}
 
   explicit operator bool() const { return std::holds_alternative<Value>(outcome); }
-  /// Only when there is a value.
+  /// Call these three only when there is a value.
   Value& operator*() { return std::get<Value>(outcome); }
   const Value& operator*() const { return std::get<Value>(outcome); }
   Value* operator->() { return &**this; }
-  /// Only when there is no value.
+  /// Call this only when there is no value.
   const std::string& reason() const { return std::get<Failure>(outcome).reason; }
 
   bool operator==(const Result&) const = default;

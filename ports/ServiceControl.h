@@ -4,21 +4,21 @@
 
 namespace kestrune {
 
-/// Builds the shell commands that end services and processes on this host. Each is one complete line, ends in
-/// "|| true" and has no newline. Any thread.
+/// Builds shell lines that end services and processes on this host. Each line is a complete command, contains
+/// no newline, and ends in "|| true", so that it always succeeds. Any thread.
 class ServiceControl {
  public:
   virtual ~ServiceControl() = default;
 
-  /// A line that unloads the user's service `label` from the service manager, if it is loaded.
+  /// Returns a line that unloads the user's service `label`, if it is loaded, from the service manager.
   virtual std::string unloadLine(const std::string& label) const = 0;
 
-  /// A line that sends SIGTERM to every process whose command line contains `pattern`. On Linux it spares the
-  /// shell that runs the line, all processes of `KestruneMenuClient` and `KestruneMenuDialogs`, and their
-  /// ancestors.
+  /// Returns a line that sends SIGTERM to every process whose command line contains `pattern`. On Linux, the
+  /// line spares the shell that runs it, all processes of `KestruneMenuClient` and `KestruneMenuDialogs`, and
+  /// the ancestors of all these processes.
   virtual std::string endMatchingLine(const std::string& pattern) const = 0;
 
-  /// A line that sends SIGKILL to the processes that listen on the TCP port.
+  /// Returns a line that sends SIGKILL to the processes that listen on the TCP port `port`.
   virtual std::string killListenersLine(int port) const = 0;
 };
 

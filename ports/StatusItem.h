@@ -27,7 +27,7 @@ class StatusItem {
  public:
   virtual ~StatusItem() = default;
 
-  /// Whether there is a button to draw; an item without one still has its menu.
+  /// Returns whether the item has a button to draw. An item without a button still has its menu.
   virtual bool hasButton() const = 0;
   virtual void setButton(const StatusButton& button) = 0;
 
@@ -35,15 +35,15 @@ class StatusItem {
   virtual void setMenu(Menu menu) = 0;
 };
 
-/// Makes an item as wide as the bar is high.
+/// The `length` for `StatusBar::statusItem` that makes an item as wide as the bar is high.
 inline constexpr double squareStatusItemLength = -2;
 
-/// The desktop's status bar. Each face (tray, terminal) implements this and `Alerts`. Main thread.
+/// The desktop's status bar. Each face (tray or terminal) implements `StatusBar` and `Alerts`. Main thread.
 class StatusBar {
  public:
   virtual ~StatusBar() = default;
 
-  /// Never null. Without a status bar, the item appears when there is one.
+  /// Returns a new item, never null. If there is no status bar yet, the item appears as soon as there is one.
   virtual std::unique_ptr<StatusItem> statusItem(double length) = 0;
 };
 

@@ -5,15 +5,15 @@
 
 namespace kestrune {
 
-/// The user's preferences: a persistent store of keys. Main thread. Nothing is cached between calls. No
-/// operation fails: a value that cannot be written still applies in this process.
+/// The user's preferences: a persistent store of keys and values. Every call reads the store anew. No
+/// operation fails: a value that cannot be written still applies in this process. Main thread.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 
-  /// Absent when the key was never written or is no boolean.
+  /// Absent when the key was never written or its value is no boolean.
   virtual std::optional<bool> boolForKey(const std::string& key) const = 0;
-  /// Absent when the key was never written or is no string.
+  /// Absent when the key was never written or its value is no string.
   virtual std::optional<std::string> stringForKey(const std::string& key) const = 0;
 
   virtual void setBool(const std::string& key, bool value) = 0;

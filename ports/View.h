@@ -25,15 +25,15 @@ struct Insets {
   bool operator==(const Insets&) const = default;
 };
 
-/// The description of the views inside an alert: a tree of plain values that a face draws. Sizes are in
-/// points; 0 takes the size of the content. Members that do not apply to the kind are ignored.
+/// Describes the contents of an alert: a tree of views that a face (tray or terminal) draws. Sizes are in
+/// points; a width or height of 0 fits the content. Members that do not apply to `kind` are ignored.
 struct View {
   ViewKind kind = ViewKind::container;
-  std::string identifier{};          ///< of a field: the key of its text in the answer, unique in the alert
+  std::string identifier{};          ///< of a field: the key of its text in `AlertAnswer::fields`; unique
   std::string text{};                ///< of labels, buttons and fields
   std::string placeholder{};         ///< of fields
-  std::string action{};              ///< of a button: performed by the alert's target; the alert stays open
-  std::string accessibilityLabel{};  ///< for screen readers; empty: the text
+  std::string action{};              ///< of a button: the alert's target performs it; the alert stays open
+  std::string accessibilityLabel{};  ///< for screen readers; if it is empty, they read `text`
 
   double fontSize = 13;
   FontWeight fontWeight = FontWeight::regular;
@@ -48,8 +48,8 @@ struct View {
   double spacing = 0;                                  ///< between the children of a stack
   Insets insets{};                                     ///< of a stack or a container, around the children
 
-  ImageRef image{};              ///< scaled in proportion to the size of the view
-  std::vector<View> children{};  ///< of a stack, any; of a scroll view or a container, one
+  ImageRef image{};              ///< scaled to fit the view; keeps its proportions
+  std::vector<View> children{};  ///< any number in a stack; one in a scroll view or container
 
   bool operator==(const View&) const = default;
 };

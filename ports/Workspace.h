@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// Opens files and programs. Main thread. Does not wait for the programs that it starts.
+/// Opens files and programs. Does not wait for the programs that it starts. Main thread.
 class Workspace {
  public:
   virtual ~Workspace() = default;
@@ -14,12 +14,12 @@ class Workspace {
   /// Opens a file or folder in the desktop's default program. Does not report the result.
   virtual void open(const std::string& path) = 0;
 
-  /// The path of the Codex App on this host, whether it is installed or not.
+  /// Returns the path of the Codex App on this host, whether the app is installed or not.
   virtual std::string codexAppPath() const = 0;
 
-  /// Starts a second instance of this application from the bundle at `bundlePath`; it waits until this one
-  /// has ended. Where this process calls exec at its end instead, the result cannot report a failure of exec:
-  /// check first that the program can run.
+  /// Starts a second instance of this application from the bundle at `bundlePath`; the new instance waits
+  /// until this process has ended. In a terminal or a service, this process calls exec at its end instead.
+  /// The result cannot report a failure of that exec, so check first that the program can run.
   virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 

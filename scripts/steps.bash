@@ -1,22 +1,22 @@
-# Functions and package lists of run, test, .ci/run, fuzz/run, packaging/build and packaging/rehearse. Source this file.
+# Functions and package lists for run, test, .ci/run, fuzz/run and the scripts in packaging/. Source this file.
 
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
-# libgl-dev: on Ubuntu 22.04 qt6-base-dev needs it without depending on it.
+# Packages for the build. On Ubuntu 22.04, qt6-base-dev needs libgl-dev without depending on it.
 build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libmnl-dev libutf8proc-dev libpng-dev libqrencode-dev
     nlohmann-json3-dev qt6-base-dev libgl-dev)
-# The tools that the client runs, Python for the sample backend, and the Qt plugins for X11 and Wayland.
+# Packages for a run: tools that the client calls, Python for the sample backend, Qt plugins for X11 and Wayland.
 run_packages=(bash procps lsof curl python3 qt6-qpa-plugins qt6-wayland)
-# What cpack needs for the Debian packages.
+# Packages that cpack needs to make the Debian packages.
 package_packages=(dpkg-dev file)
-# Daemons, displays and a panel for the tests; tools that check the packages.
+# Packages for the tests: daemons, displays and a panel, and tools that check the Debian packages.
 test_packages=(libgtest-dev dbus systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
     x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst sway
     mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
     "${package_packages[@]}" lintian appstream man-db)
-# What the benchmarks need.
+# Packages for the benchmarks.
 benchmark_packages=(libbenchmark-dev dbus xvfb x11-utils python3-gi util-linux iproute2)
-# clang, so that both compilers check the code.
+# Packages for the sanitizer builds, which use clang, so that both compilers check the code.
 sanitizer_packages=(clang libclang-rt-14-dev)
 
 log=$(mktemp)
@@ -28,8 +28,8 @@ fail() {
     exit 1
 }
 
-# step WHAT COMMAND...: runs the command, and prints one line with the elapsed time every five seconds. If it fails,
-# prints its output and exits with its status.
+# step WHAT COMMAND...: prints WHAT and runs the command, adding the elapsed time every five seconds. If the command
+# fails, prints its output and exits with its status.
 step() {
     local began=$SECONDS next=5 status=0 pid
     printf '%s …' "$1"
@@ -52,7 +52,7 @@ step() {
     printf ' done\n'
 }
 
-# asks_no_password: whether sudo does what it is told here without a question.
+# asks_no_password: succeeds if sudo runs commands here without asking for a password.
 asks_no_password() { sudo --non-interactive true 2>/dev/null; }
 
 as_root() {
@@ -87,7 +87,7 @@ install_missing() {
         fail "The packages could not be installed, for the reason above. Once there is a network, as root: $command"
 }
 
-# install_missing_fonts: installs a Chinese font and a colour emoji font, unless the system has one.
+# install_missing_fonts: installs a Chinese font if the system has no such font, and likewise a colour emoji font.
 install_missing_fonts() {
     local missing=()
     has_font :lang=zh-tw || missing+=(fonts-noto-cjk)
@@ -97,7 +97,7 @@ install_missing_fonts() {
 
 has_font() { [ -n "$(fc-list "$1" 2>/dev/null)" ]; }
 
-# build PRESET: configures if necessary, and builds.
+# build PRESET: builds the preset in build/PRESET, and configures it first if necessary.
 build() {
     mkdir -p -- "build/$1" 2>/dev/null && [ -w "build/$1" ] ||
         fail "Nothing can be built in $PWD, which you may not write to: copy it to where you may, and start it there."

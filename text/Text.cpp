@@ -9,10 +9,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t rowLimit = 200;                // characters
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // characters of real texts take fewer bytes than 64
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // bytes; characters of real texts have fewer than 64
 
-/// One code point read from UTF-8. `length` is 0 at the end of the text. An ill-formed byte is one
-/// `invalidCharacter`.
+/// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
+/// byte is read as `invalidCharacter` with length 1.
 struct Decoded {
   char32_t character;
   std::size_t length;
@@ -20,7 +20,7 @@ struct Decoded {
 
 constexpr char32_t invalidCharacter = 0xFFFFFFFF;
 
-/// The first bytes of newlines.
+/// The bytes with which newline characters begin in UTF-8. Other characters may begin with them, too.
 constexpr std::string_view newlineStarts = "\n\v\f\r\xC2\xE2";
 
 bool isContinuation(char byte) {
@@ -47,7 +47,7 @@ constexpr bool isNewline(char32_t character) {
          character == 0x2029;
 }
 
-/// Whether `decoded` is the tab, a space separator (Zs) or a newline.
+/// Returns whether `decoded` is the tab, a space separator (Zs) or a newline.
 bool isWhiteSpace(const Decoded& decoded) {
   return decoded.length > 0 && (decoded.character == '\t' || isNewline(decoded.character) ||
                                 categoryOf(decoded.character) == UTF8PROC_CATEGORY_ZS);
@@ -59,10 +59,10 @@ bool isControl(char32_t character) {
 
 bool isReadable(char32_t character) {
   if (character == invalidCharacter || isControl(character) || isNewline(character)) return false;
-  // Bidirectional embeddings, overrides and isolates reorder the text after them.
+  // Reject bidirectional embeddings, overrides and isolates, because they reorder the text after them.
   if ((character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069))
     return false;
-  // D-Bus libraries reject a whole message that contains a noncharacter.
+  // Reject noncharacters: D-Bus libraries refuse a whole message that contains a noncharacter.
   return (character < 0xFDD0 || character > 0xFDEF) && (character & 0xFFFE) != 0xFFFE;
 }
 
@@ -71,18 +71,18 @@ std::size_t skip(std::string_view text, std::size_t from, char first, char last)
   return from;
 }
 
-/// The length in bytes of the ECMA-48 escape sequence at the start of `text`, introduced by ESC or a C1
-/// control; 0 if there is none, or if it is unterminated.
+/// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`, introduced by ESC or a
+/// C1 control; 0 if `text` does not start with a sequence, or if the sequence is unterminated.
 std::size_t escapeSequenceLength(std::string_view text) {
   if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
   const bool isC1 = text[0] == '\xC2';
   const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
   switch (kind) {
-    case '[': {  // a control sequence
+    case '[': {  // a control sequence (CSI)
       const std::size_t end = skip(text, skip(text, 2, '0', '?'), ' ', '/');
       return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
     }
-    case ']':  // an operating system command, and the other control strings
+    case ']':  // the control strings: OSC, DCS, SOS, PM and APC
     case 'P':
     case 'X':
     case '^':
@@ -103,8 +103,8 @@ std::size_t escapeSequenceLength(std::string_view text) {
   }
 }
 
-/// The length in bytes of the first `count` characters (grapheme clusters) of `text`, or of all of it if it
-/// has fewer.
+/// Returns the length in bytes of the first `count` characters (grapheme clusters) of `text`, or of the whole
+/// `text` if it has fewer characters.
 std::size_t prefixLength(std::string_view text, std::size_t count) {
   utf8proc_int32_t state = 0;
   utf8proc_int32_t previous = 0;
@@ -208,7 +208,7 @@ std::string withoutControls(std::string_view text) {
 }
 
 std::string displayRow(std::string_view text) {
-  // Every refresh may bring a text of any length: cut it first, so that the time is bounded.
+  // Cut the text first: it may have any length, and comes again with each refresh.
   return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
 }
 

@@ -4,27 +4,28 @@
 #include <string>
 #include <string_view>
 
-// Text is UTF-8, whatever the locale. A character is an extended grapheme cluster. Every function is pure and
-// may be called from any thread.
+// Functions on UTF-8 text. They ignore the locale. A character is an extended grapheme cluster. Every
+// function is pure and may be called from any thread.
 
 namespace kestrune {
 
-/// Whether `bytes` are well-formed UTF-8.
+/// Returns whether `bytes` are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
-/// `text` without white space and newlines at both ends. White space is the tab and Unicode's space
-/// separators (Zs). Newlines are U+000A to U+000D, U+0085, U+2028 and U+2029. Ill-formed bytes are neither.
+/// Returns `text` without the white space and newlines at its two ends. White space means the tab and
+/// Unicode's space separators (Zs). Newlines are U+000A to U+000D, U+0085, U+2028 and U+2029. An ill-formed
+/// byte is neither white space nor a newline.
 std::string_view trimmed(std::string_view text);
 
 enum class CrLf { oneNewline, twoNewlines };
 
-/// Splits a text at its newlines. Empty lines count; an empty text has no line.
+/// Splits a text at its newlines. Empty lines count as lines; an empty text has no line.
 class LineSplitter {
  public:
   explicit LineSplitter(std::string_view text, CrLf givenCrLf = CrLf::oneNewline)
       : rest(text), crLf(givenCrLf), atEnd(text.empty()) {}
 
-  /// Puts the next line into `line`; false when there is none left.
+  /// Puts the next line into `line`; returns false when no line is left.
   bool next(std::string_view& line);
 
  private:
@@ -33,25 +34,25 @@ class LineSplitter {
   bool atEnd;
 };
 
-/// `text` unchanged if it has at most `limit` characters, otherwise its first `limit - 3` characters and
-/// "...".
+/// Returns `text` unchanged if it has at most `limit` characters, otherwise its first `limit - 3` characters
+/// followed by "...".
 std::string shortened(std::string_view text, std::size_t limit);
 
-/// `text` with every `from` replaced by `to`. `from` is not empty.
+/// Returns `text` with every `from` replaced by `to`. `from` must not be empty.
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
 
-/// The longest prefix of `text` that has at most `limit` bytes and splits no code point.
+/// Returns the longest prefix of `text` that has at most `limit` bytes and does not end inside a code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
-/// `text` without terminal escape sequences.
+/// Returns `text` without terminal escape sequences.
 std::string withoutEscapeSequences(std::string_view text);
 
-/// `text` made safe to display. Removes terminal escape sequences. Replaces other control characters, line
-/// ends, bidirectional controls, noncharacters and ill-formed bytes with spaces.
+/// Returns `text` made safe to display: without terminal escape sequences, and with a space in place of every
+/// other control character, line end, bidirectional control, noncharacter and ill-formed byte.
 std::string withoutControls(std::string_view text);
 
-/// `text` for one menu row or a tooltip: without controls, and shortened to 200 characters, which is more
-/// than any screen shows.
+/// Returns `text` ready for a menu row or a tooltip: the result of `withoutControls`, shortened to 200
+/// characters, which is more than any screen shows.
 std::string displayRow(std::string_view text);
 
 }  // namespace kestrune

@@ -12,13 +12,14 @@ constexpr auto environmentScript = ".venv/bin/activate";
 constexpr auto clientProgram = "kestrune-mac-client";
 constexpr auto legacyClientProgram = "halvask-mac-client";
 
-/// Service labels, in the order of unloading.
+/// The labels of the backend's services, current and legacy, in the order in which they are unloaded.
 constexpr const char* serviceLabels[] = {
     "com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
     "com.halvask.mac-service",  "com.halvask.mac-tunnel",  "com.halvask.desktop-bridge",
 };
 
-/// Substrings of the command lines of the backend's processes; the last is the tunnel's `ssh -R` argument.
+/// Each process of the backend has one of these texts in its command line. The last text is the tunnel's
+/// argument to `ssh -R`.
 constexpr const char* processPatterns[] = {
     "kestrune-mac-service",   "kestrune-desktop-bridge",        "halvask-mac-service",
     "halvask-desktop-bridge", "127.0.0.1:18765:127.0.0.1:8765",
@@ -58,7 +59,7 @@ std::string backendCommandLine(const std::string& repoPath, std::string_view sub
 std::string stopScript(const ServiceControl& control) {
   std::string script;
   const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
-  // Unload services first, or the service manager would restart the processes that are ended below.
+  // Unload the services first: otherwise the service manager would restart the processes ended below.
   for (const char* const label : serviceLabels) append(control.unloadLine(label));
   for (const char* const pattern : processPatterns) append(control.endMatchingLine(pattern));
   for (const int port : listeningPorts) append(control.killListenersLine(port));

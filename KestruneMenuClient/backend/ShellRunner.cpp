@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr Seconds graceAfterTerminate{0.2};
-// A service that the command started may keep a pipe open as long as it runs.
+// How long to read after the end of the shell: a service that it started may keep a pipe open for ever.
 constexpr Seconds pipePatience{1.0};
 
 constexpr auto noOutput = "沒有輸出。";
@@ -30,7 +30,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
     child.terminate();
     clock.sleep(graceAfterTerminate);
     if (child.isRunning()) child.interrupt();
-    // Otherwise the shell's children outlive it, one more with each refresh.
+    // End the shell's children, too: otherwise more of them would be left with each refresh.
     child.terminateGroup();
   }
 

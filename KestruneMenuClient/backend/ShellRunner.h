@@ -7,8 +7,8 @@
 
 namespace kestrune {
 
-/// The result of one shell command. `ok`: it exited with status 0 before the timeout. `output` is never
-/// empty.
+/// The result of one shell command. `ok` is true if the command exited with status 0 before the timeout.
+/// `output` is never empty after `runShellCommand`.
 struct CommandResult {
   bool ok = false;
   std::string output;
@@ -22,13 +22,13 @@ inline constexpr Seconds commandPollInterval{0.05};
 /// Appended to the output of a command that was stopped at its time limit.
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
 
-/// Runs a line in a login shell and waits for it. Returns at most about 0.2 s after `timeout`, or 1 s after
-/// the end of the shell if a service that it started keeps the pipes open. The result reports every failure.
-/// Blocks; any thread.
+/// Runs a line in a login shell and waits for the shell's end. Stops the shell at `timeout`, and then returns
+/// within about 0.2 s. Returns 1 s after the shell's end if a service that it started keeps the pipes open.
+/// The result reports every failure. Blocks; any thread.
 CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
                               Seconds timeout = defaultCommandTimeout);
 
-/// A command's output, trimmed; empty when it is not UTF-8. Pure.
+/// Returns a command's output, trimmed; empty when the output is not UTF-8. Pure.
 std::string commandText(const std::string& bytes);
 
 }  // namespace kestrune

@@ -9,14 +9,15 @@ namespace kestrune {
 
 namespace {
 
-/// The end of the reader's line that begins at `begin`: a line feed that does not follow a carriage return.
+/// Returns the end of the line that begins at `begin`, as `value` reads lines: at a line feed that does not
+/// follow a carriage return.
 std::size_t endOfLine(std::string_view text, std::size_t begin) {
   auto end = text.find('\n', begin);
   while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
   return std::min(end, text.size());
 }
 
-/// The entry of `values` whose key the line defines; its end when there is none.
+/// Returns the entry of `values` whose key the line defines; `values.end()` when there is no such entry.
 EnvValues::const_iterator entryFor(std::string_view line, const EnvValues& values) {
   const auto equals = line.find('=');
   return equals != std::string_view::npos ? values.find(std::string(line.substr(0, equals))) : values.end();
@@ -73,7 +74,7 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       result += line;
     }
   }
-  // An empty file has one line, a file that does not exist has none.
+  // An empty file has one line; a file that does not exist has no line.
   if (exists && contents.empty()) startLine();
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {

@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// The keys of the backend's .env that the client reads and writes. A legacy key is read when the current one
-/// is absent, and never written.
+/// The keys of the backend's .env that the client reads and writes. A legacy key is read when the current key
+/// is absent, and is never written.
 namespace env {
 
 inline constexpr auto publicAPIURL = "KESTRUNE_PUBLIC_API_URL";
@@ -23,46 +23,46 @@ inline constexpr auto projectRoot = "KESTRUNE_PROJECT_ROOT";
 inline constexpr auto legacyProjectRoot = "HALVASK_PROJECT_ROOT";
 inline constexpr auto openAIAPIKey = "OPENAI_API_KEY";
 
-/// The relay's address until the user has set one.
+/// The relay's address that is shown until the user has set an address.
 inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 
 }  // namespace env
 
-/// Values of the backend's .env by key. A key contains no equals sign.
+/// Values of the backend's .env by key. A key must not contain an equals sign.
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// Reader and writer split lines differently. Pure; any thread. Only the text and the result of `with` need
-/// memory that grows with the text.
+/// `value` and `with` split lines differently. Pure; any thread. Memory use grows with the text only for the
+/// text itself and for the result of `with`.
 class EnvFile {
  public:
-  /// A file that does not exist. It has no line, not even an empty one.
+  /// Stands for a file that does not exist, which has no line, not even an empty line.
   EnvFile() = default;
-  /// `contents` are well-formed UTF-8.
+  /// `contents` must be well-formed UTF-8.
   explicit EnvFile(std::string contents);
 
-  /// The file that was read; absent when reading failed, or when it is not well-formed UTF-8.
+  /// Returns the file that was read; absent when reading failed, or when the bytes are not well-formed UTF-8.
   static std::optional<EnvFile> in(FileContents read);
 
-  /// Also empty for a file that does not exist.
+  /// Returns the whole text; it is also empty for a file that does not exist.
   const std::string& text() const { return contents; }
 
-  /// The trimmed value, possibly empty, in the first line that begins with `key` and an equals sign; absent
-  /// when there is none. A line feed ends a line, except after a carriage return.
+  /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
+  /// absent when there is no such line. A line feed ends a line, except after a carriage return.
   std::optional<std::string> value(std::string_view key) const;
-  /// The value of `key`, else of `legacyKey`.
+  /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
-  /// The text with `values`: rewrites every line that defines one of the keys, and appends the missing keys
-  /// in ascending order. Every newline character ends a line, so CR LF ends two, and each becomes a line
-  /// feed. Absent when the result would exceed `limit` bytes.
+  /// Returns the text with `values`: rewrites every line that defines one of the keys, and appends the
+  /// missing keys in ascending order. Every newline character ends a line and becomes a line feed, so CR LF
+  /// becomes two line feeds. Absent when the result would exceed `limit` bytes.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
-  /// Whether `with(values)` replaces a non-empty value that differs from those in `shown` and `values` for
-  /// that key. Ignores white space around a value.
+  /// Returns whether `with(values)` overwrites a non-empty value that differs from the values in `shown` and
+  /// `values` for the same key. Ignores white space around a value.
   bool losesValue(const EnvValues& values, const EnvValues& shown) const;
 
-  /// Whether `text` contains a character that ends a line for the writer.
+  /// Returns whether `text` contains a character that ends a line for `with`.
   static bool holdsLineEnd(std::string_view text);
 
  private:

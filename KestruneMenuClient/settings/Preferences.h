@@ -6,18 +6,18 @@
 
 namespace kestrune {
 
-/// The three preferences. Every call reads or writes the store. Main thread.
+/// The client's three preferences. Every call reads or writes the store. Main thread.
 class Preferences {
  public:
-  /// `givenStore` outlives this.
+  /// `givenStore` must outlive this object.
   explicit Preferences(UserDefaults& givenStore) : store(givenStore) {}
 
-  /// On when the preference was never written.
+  /// Returns true when the preference was never written; so does `isKeepAwakeEnabled`.
   bool isAutoConnectEnabled() const {
     return store.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
   }
   bool isKeepAwakeEnabled() const { return store.boolForKey(DefaultsKey::keepAwakeEnabled).value_or(true); }
-  /// Self-hosted when the preference was never written or is unknown.
+  /// Returns false (self-hosted) when the preference was never written or has an unknown value.
   bool isOfficialConnectionMode() const {
     return store.stringForKey(DefaultsKey::connectionMode) == officialMode;
   }
@@ -28,10 +28,10 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
-  /// The mode's name in the store: the same in all versions.
+  /// Returns the mode's name in the store, which is the same in all versions.
   const char* connectionMode() const { return nameOfMode(isOfficialConnectionMode()); }
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
-  /// The mode as the menu shows it.
+  /// Returns the mode's name as the menu shows it.
   std::string connectionModeLabel() const { return labelOfMode(isOfficialConnectionMode()); }
   static const char* labelOfMode(bool official) { return official ? "官方 ChatGPT" : "Kestrune 自托管"; }
 

@@ -114,7 +114,7 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
       makeSettingsHint("建議分開管理兩個 Token：手機 App 用 KESTRUNE_APP_API_TOKEN；Mac 本機服務用 "
                        "KESTRUNE_MAC_SERVICE_TOKEN。"),
   };
-  // The document has the height of its content; the window scrolls it.
+  // The document is as high as its content, and scrolls inside the window.
   View document{.kind = ViewKind::container, .width = documentWidth, .children = {std::move(stack)}};
   View scroll{.kind = ViewKind::scroll,
               .width = dialogWidth,
@@ -145,7 +145,7 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // A line end would change other values, and ill-formed UTF-8 would make the file unreadable.
+    // A line end would change other values in the file; ill-formed UTF-8 would make the file unreadable.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);

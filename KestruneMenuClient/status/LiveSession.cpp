@@ -15,21 +15,21 @@ namespace {
 constexpr int answerDepthLimit = 990;
 constexpr std::size_t threadNameLimit = 34;  // characters
 
-/// Whether the value is true in Python, which the service uses.
+/// Returns whether the value is true in Python, the language of the service.
 bool isTruthy(const Json& value) {
   if (value.is_string()) return !value.get_ref<const std::string&>().empty();
   if (value.is_number()) return value.get<double>() != 0;
   return value.is_boolean() ? value.get<bool>() : !value.empty();
 }
 
-/// The member `name`, or null.
+/// Returns the member `name`, or a JSON null if there is no such member.
 const Json& member(const Json& object, const char* name) {
   static const Json null;
   const auto found = object.find(name);
   return found != object.end() ? *found : null;
 }
 
-/// The UTF-16 code unit of the \u escape that `text` begins with.
+/// Returns the UTF-16 code unit of the \u escape at the start of `text`; absent when there is no escape.
 std::optional<unsigned> escapedUnit(std::string_view text) {
   constexpr std::size_t length = 6;
   unsigned unit = 0;
@@ -39,11 +39,11 @@ std::optional<unsigned> escapedUnit(std::string_view text) {
   return unit;
 }
 
-/// U+FDD0, a noncharacter: replaces each lone surrogate.
+/// U+FDD0, a noncharacter that replaces each lone surrogate.
 constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
 
-/// For a folder name that is not UTF-8, Python's json module writes lone surrogates. The JSON library would
-/// reject the whole answer because of one.
+/// Replaces lone surrogates, which Python's json module writes for a folder name that is not UTF-8. The JSON
+/// library would reject the whole answer because of a lone surrogate.
 std::string withoutLoneSurrogates(std::string_view answer) {
   const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
   const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };
@@ -77,7 +77,7 @@ bool LiveSession::isKnown(std::string LiveSession::*member) const {
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;
-  // Python's json module fails at about this depth, too.
+  // Reject an answer that is nested too deep, at about the depth at which Python's json module fails, too.
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > answerDepthLimit;
@@ -106,7 +106,7 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
 }
 
 std::string compactThreadName(std::string_view name) {
-  // Before the text is cut, or part of a sequence would be left.
+  // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
   return shortened(trimmed(withoutEscapeSequences(name)), threadNameLimit);
 }
 

@@ -10,9 +10,9 @@ namespace kestrune {
 
 namespace {
 
-/// The interval at which a client asks the backend.
+/// The time between two checks with --follow, which is also the refresh interval of a client.
 constexpr Seconds checkInterval{20.0};
-/// How long to wait for another client after one has ended. A restart takes less.
+/// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};
 
 std::string formatted(const StatusSnapshot& snapshot, StatusFormat format, bool fromClient) {
@@ -123,7 +123,7 @@ void StatusCommand::askBackend() {
 
 void StatusCommand::checkDidFinish() {
   isChecking = false;
-  // A client has started meanwhile; its status is newer.
+  // If a client has started during the check, its status is newer.
   if (hasHeard) return;
   show(found, false);
   if (options.follow) after(checkInterval, &StatusCommand::subscribe);
@@ -144,7 +144,7 @@ void StatusCommand::show(const StatusSnapshot& snapshot, bool fromClient) {
   const bool printed = print(apart ? "\n" + text : text);
   if (!printed) code = 1;
   if (printed && options.follow) return;
-  // Ignore later lines of the client: one status was requested.
+  // Nothing more is to be printed, so ignore later lines of the client.
   subscription.reset();
   platform.application->terminate();
 }

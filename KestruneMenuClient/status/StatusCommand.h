@@ -12,21 +12,21 @@ namespace kestrune {
 
 enum class StatusFormat { text, json, waybar };
 
-/// The option --status: prints the status of the running client. If no client answers, asks the backend
-/// itself, unless auto-connect is off. Starts and stops nothing else. Main thread; owned by a
+/// Implements the option --status: prints the status of the running client. If no client answers, asks the
+/// backend itself, unless auto-connect is off. Starts and stops no service. Main thread; must be owned by a
 /// `std::shared_ptr`.
 class StatusCommand final : public ApplicationDelegate, public std::enable_shared_from_this<StatusCommand> {
  public:
   struct Options {
     StatusFormat format = StatusFormat::text;
     bool follow = false;    ///< print each change instead of exiting
-    bool exitZero = false;  ///< exit with 0 whatever the lamp is
+    bool exitZero = false;  ///< exit with 0 whatever the lamp (the backend's health) is
   };
 
-  /// `print` writes a text at once, and returns false when it could not. `platform` outlives this.
+  /// `print` writes a text at once, and returns false on failure. `platform` must outlive this object.
   StatusCommand(Platform& platform, Options options, std::function<bool(const std::string&)> print);
 
-  /// The exit status of the process. Valid after the loop has ended.
+  /// Returns the exit status for the process. Valid after the main loop has ended.
   int exitCode() const { return code; }
 
   void applicationDidFinishLaunching() override;
@@ -37,7 +37,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();
-  /// Determines the status without a client. The first time, waits for the network to be known.
+  /// Determines the status without a client: waits until the network is known, and asks the backend.
   void check();
   void askBackend();
   void checkDidFinish();
@@ -53,10 +53,10 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::unique_ptr<DispatchQueue> workerQueue;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;
-  bool hasHeard = false;    ///< from a client that has not ended yet
-  bool isChecking = false;  ///< `check` has not finished
-  StatusSnapshot found;     ///< by `check`
-  std::string shown;        ///< the last printed text
+  bool hasHeard = false;    ///< a client has sent a line and has not ended yet
+  bool isChecking = false;  ///< `check` has begun and not finished
+  StatusSnapshot found;     ///< the result of the last `check`
+  std::string shown;        ///< the text that was printed last
   int code = 1;
 };
 

@@ -22,14 +22,14 @@ bool isFault(std::string_view line) {
                       [line](const CodexItem& item) { return contains(line, item.label); });
 }
 
-/// Removes `prefix` from the start of `line`; false when the line starts differently.
+/// Removes `prefix` from the start of `line`; returns false when the line starts differently.
 bool takePrefix(std::string_view& line, std::string_view prefix) {
   if (!line.starts_with(prefix)) return false;
   line.remove_prefix(prefix.size());
   return true;
 }
 
-/// The finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; unknown for any other line.
+/// Returns the finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; else an unknown finding.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = takePrefix(line, okMarker);
   if (!isOk && !takePrefix(line, failMarker)) return {};
@@ -79,7 +79,7 @@ CodexFinding codexFinding(std::string_view output, std::string_view label) {
 }
 
 std::string compactDetail(std::string_view detail) {
-  // Before the text is cut, or part of a sequence would be left.
+  // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
   const std::string plain = withoutEscapeSequences(detail);
   const std::string_view rest = trimmed(plain);
   return shortened(trimmed(rest.substr(0, rest.find("（"))), detailLimit);

@@ -5,21 +5,21 @@
 #include <string>
 #include <string_view>
 
-// The report that the backend's "status" command prints. All functions are pure and may be called from any
-// thread.
+// Reads a report, which is the output of the backend's command "status". All functions are pure and may be
+// called from any thread.
 
 namespace kestrune {
 
-/// The backend's health.
+/// The backend's health, which the lamp shows as green, yellow or red.
 enum class ConnectionLampState { ok, warning, error };
 
-/// The lamp as a coloured dot, and as a word.
+/// Return the lamp as a coloured dot and as a word.
 std::string_view menuIcon(ConnectionLampState state);
 std::string_view menuLabel(ConnectionLampState state);
 
 enum class CodexVerdict { unknown, ok, needsCheck };
 
-/// The result for one item of the Codex runtime in a report.
+/// What a report says about one item of the Codex runtime.
 struct CodexFinding {
   CodexVerdict verdict = CodexVerdict::unknown;
   std::string detail{};  ///< at most 44 characters
@@ -27,13 +27,13 @@ struct CodexFinding {
   bool operator==(const CodexFinding&) const = default;
 };
 
-/// An item of the Codex runtime: its label in a report, the prefix of its menu row, its name for programs.
+/// An item of the Codex runtime: its label in a report, the prefix of its menu row, its name in JSON.
 struct CodexItem {
   std::string_view label;
   std::string_view rowPrefix;
   const char* name;
 };
-/// In the order of the menu rows. Lines that contain one of these labels never affect the lamp.
+/// The items, in the order of their menu rows. A line with one of these labels never affects the lamp.
 inline constexpr std::array<CodexItem, 4> codexItems{
     {{"Codex CLI", "Codex：", "codex_cli"},
      {"Codex Remote Control", "Remote Control：", "codex_remote_control"},
@@ -42,26 +42,26 @@ inline constexpr std::array<CodexItem, 4> codexItems{
 
 using CodexFindings = std::array<CodexFinding, codexItems.size()>;
 
-/// A menu row such as "Codex：OK 0.46.0".
+/// Returns a menu row such as "Codex：OK 0.46.0".
 std::string codexRow(std::string_view prefix, const CodexFinding& finding);
 
-/// A parsed report. `ok`: the command exited with status 0 before the timeout.
+/// A parsed report. `ok` is true if the command exited with status 0 before the timeout.
 struct StatusReport {
   StatusReport(bool ok, std::string_view output);
 
   bool ok;
   ConnectionLampState lamp;
-  std::string text;  ///< one line for the menu: the lamp's word, or the first line of a command that failed
+  std::string text;  ///< for the menu: the lamp's word, or the first line if the command failed
   CodexFindings codex;
 };
 
-/// The finding of the first line of `output` with `label`; unknown when there is none.
+/// Returns the finding in the first line of `output` with `label`; an unknown finding when no line has it.
 CodexFinding codexFinding(std::string_view output, std::string_view label);
 
-/// The text before the first full-width parenthesis, trimmed, at most 44 characters long.
+/// Returns the text before the first full-width parenthesis, trimmed, at most 44 characters long.
 std::string compactDetail(std::string_view detail);
 
-/// The report for a window: with coloured dots instead of markers.
+/// Returns the report as a window shows it: with coloured dots instead of the markers [OK] and [FAIL].
 std::string prettified(std::string_view output);
 
 }  // namespace kestrune

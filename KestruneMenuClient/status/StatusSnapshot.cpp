@@ -19,7 +19,7 @@ constexpr int schema = 2;
 constexpr auto timeFormat = "%Y-%m-%dT%H:%M:%SZ";
 constexpr auto noClientAnswers = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。";
 
-// The names of enumerators in JSON.
+// The names of enumerators in JSON, in the order of the enumerators; `networkRows` are names in the menu.
 template <std::size_t Count>
 using Names = std::array<const char*, Count>;
 constexpr Names<3> lampNames{"ok", "warning", "error"};
@@ -33,7 +33,7 @@ const char* nameOf(Enum value, const Names<Count>& names) {
   return names[static_cast<std::size_t>(value)];
 }
 
-/// Sets `into` to the enumerator that is called `name`; false when there is none.
+/// Sets `into` to the enumerator that is called `name`; returns false when there is no such enumerator.
 template <typename Enum, std::size_t Count>
 bool read(const Json& name, const Names<Count>& names, Enum& into) {
   for (std::size_t i = 0; i < Count; ++i) {
@@ -60,7 +60,7 @@ std::optional<std::int64_t> parsedTime(const std::string& text) {
       std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
   const std::int64_t days = date.time_since_epoch().count();
   const std::int64_t time = ((days * 24 + hour) * 60 + minute) * 60 + second;
-  // Rejects a date that does not exist, and text that is no time.
+  // Format the time again: the texts differ if the date does not exist or `text` is no time.
   return formatted(time, timeFormat, false) == text ? std::optional(time) : std::nullopt;
 }
 
@@ -72,7 +72,7 @@ std::string asLine(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Escapes a text for bars, which read markup.
+/// Escapes `text` for Waybar, which interprets markup.
 std::string withoutMarkup(std::string_view text) {
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");
 }

@@ -12,14 +12,14 @@
 
 namespace kestrune {
 
-/// The status text while auto-connect is off.
+/// The status text that is shown while auto-connect is off.
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
-/// How the machine is connected, in one word.
+/// How the machine is connected to the network.
 enum class NetworkKind { unknown, none, wifi, wired, cellular, other };
 NetworkKind networkKind(const NetworkPath& path);
 
-/// The state that menu rows 2 to 11 show.
+/// A snapshot: the state that menu rows 2 to 11 show at one moment.
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};
@@ -35,22 +35,22 @@ struct StatusSnapshot {
   bool operator==(const StatusSnapshot&) const = default;
 };
 
-/// The texts of menu rows 2 to 11: from the row of the lamp to the row of the power assertion.
+/// Returns the texts of menu rows 2 to 11: from the row of the lamp to the row of the power assertion.
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 
-// Output for other programs. The manual page describes the JSON members. Name and meaning of a member stay
-// the same within a schema version.
+// The status as other programs read it. The manual page describes the JSON members. The name and the meaning
+// of a member stay the same within a schema version.
 
-/// One line of JSON. `fromClient`: the status comes from a running client, not from a check.
+/// Returns one line of JSON. `fromClient` is true if a running client sent the status, false after a check.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
-/// Parses a line of `statusJson`; absent when it is invalid or from an incompatible version.
+/// Parses a line of `statusJson`; absent when the line is invalid or from an incompatible version.
 std::optional<StatusSnapshot> parseStatusJson(std::string_view line);
-/// One line for a custom module of Waybar.
+/// Returns one line for a custom module of Waybar, a status bar.
 std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient);
-/// Lines of plain text, each with a line end.
+/// Returns lines of plain text, each with a line end.
 std::string statusText(const StatusSnapshot& snapshot, bool fromClient);
 
-/// The exit status of --status: 0 for ok, 3 for a warning, 4 for an error.
+/// Returns the exit status of --status: 0 for ok, 3 for a warning, 4 for an error.
 int statusExitCode(ConnectionLampState lamp);
 
 }  // namespace kestrune

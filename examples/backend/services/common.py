@@ -1,4 +1,4 @@
-"""What the services and the command line share: settings, projects, asking and logging."""
+"""What the services and the command line share: settings, projects, HTTP requests and logging."""
 
 import http.client
 import json
@@ -20,7 +20,7 @@ ANSWER_LIMIT = 2.0
 
 
 def read_settings():
-    """The KEY=VALUE lines of .env; raises OSError when it cannot be read."""
+    """Returns the KEY=VALUE lines of .env as a dict; raises OSError when .env cannot be read."""
     settings = {}
     for line in ENV_FILE.read_text("utf-8", "replace").splitlines():
         key, equals, value = line.partition("=")
@@ -40,7 +40,7 @@ def service_token():
 
 
 def read_projects():
-    """The projects a user may have edited by hand; raises ValueError when they make no sense."""
+    """Returns the projects in projects.json; raises ValueError when a user has made it invalid."""
     document = json.loads(PROJECTS_FILE.read_text("utf-8"))
     projects = document.get("projects") if isinstance(document, dict) else None
     if not isinstance(projects, list):
@@ -55,7 +55,7 @@ def read_projects():
 
 
 def write_projects(projects):
-    # The service reads this file at each request, so it must never be seen half written.
+    # Replace the file by a rename, so that the service never reads half of it.
     fresh = PROJECTS_FILE.with_suffix(f".{os.getpid()}.new")
     text = json.dumps({"projects": projects}, indent=2, ensure_ascii=False)
     fresh.write_text(text + "\n", "utf-8")
@@ -63,10 +63,11 @@ def write_projects(projects):
 
 
 def ask(port, path, token=""):
-    """GET from this machine: (status, decoded JSON or None). Raises OSError when nobody answers."""
+    """Sends GET to 127.0.0.1. Returns the status and the JSON, which is None if the body is no JSON.
+    Raises OSError when nothing answers."""
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=ANSWER_LIMIT)
     try:
-        # As bytes, because http.client would refuse a token outside Latin-1.
+        # Pass bytes: http.client would refuse a text with characters outside Latin-1.
         connection.request("GET", path, headers={"Authorization": f"Bearer {token}".encode()})
         response = connection.getresponse()
         try:

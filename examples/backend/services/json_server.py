@@ -9,9 +9,9 @@ from common import log
 
 
 class JsonHandler(BaseHTTPRequestHandler):
-    """Answers JSON; a subclass says what a GET of a path gives in `answer`."""
+    """Answers with JSON. In a subclass, `answer` returns the status and the document for a GET."""
 
-    # Seconds a silent connection may keep its thread.
+    # Seconds after which a silent connection is closed, to free its thread.
     timeout = 10
 
     def answer(self, path):
@@ -37,7 +37,7 @@ class JsonHandler(BaseHTTPRequestHandler):
             self.wfile.write(body)
 
     def log_request(self, code="-", size="-"):
-        # The client asks again and again for as long as it runs; only the unusual is news.
+        # The client asks again and again, so log only requests that are refused or fail.
         if code != 200:
             super().log_request(code, size)
 
@@ -47,11 +47,11 @@ class JsonHandler(BaseHTTPRequestHandler):
 
 class JsonServer(ThreadingHTTPServer):
     def server_bind(self):
-        # HTTPServer's own looks up the name of the address, which can stall without a network.
+        # Skip HTTPServer.server_bind: it looks up a host name, which can stall without a network.
         TCPServer.server_bind(self)
 
     def handle_error(self, request, client_address):
-        # A client that gave up waiting is its own affair.
+        # Do not log that a client closed the connection before it got the answer.
         if not isinstance(sys.exc_info()[1], ConnectionError):
             super().handle_error(request, client_address)
 
