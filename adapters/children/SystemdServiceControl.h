@@ -4,10 +4,11 @@
 
 namespace kestrune {
 
-/// Shell lines that stop systemd user units and end processes.
+/// Writes shell lines that stop systemd user units and end processes.
 class SystemdServiceControl final : public ServiceControl {
  public:
-  /// When the service manager hangs, the first of these lines in a script takes 1 s, each later one 0.2 s.
+  /// When the service manager hangs, such a line ends after 1.2 s, and after 0.2 s once two seconds have
+  /// passed since the first of these lines in the script.
   std::string unloadLine(const std::string& label) const override;
   std::string endMatchingLine(const std::string& pattern) const override;
   std::string killListenersLine(int port) const override;
