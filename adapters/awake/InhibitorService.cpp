@@ -11,8 +11,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::uint64_t answerTime =
-    250'000;                    // microseconds; the longest time that `inhibit` blocks the main thread
+constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
 constexpr Seconds pause{60.0};  // without requests, after a timeout or an error of `notOfferedErrors`
 constexpr std::size_t requestLimit = 16;
 
@@ -50,8 +49,7 @@ bool InhibitorService::isPresent() const {
 }
 
 bool InhibitorService::mayBeAsked() const {
-  // Require an authenticated connection: before that, sd_bus_call waits for the authentication without a time
-  // limit.
+  // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
   return isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
 }
 
@@ -69,8 +67,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     std::uint64_t serial = 0;
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
-      // `inhibit` tells its caller that the request was refused. So give the inhibitor back if it is granted
-      // later (holder 0).
+      // The caller is told that the request was refused: an inhibitor that is granted later is given back.
       if (sd_bus_message_get_cookie(call.get(), &serial) >= 0) expectAnswer(serial, 0);
     }
     if (holds(holder) || !goOn) return holds(holder);
@@ -85,8 +82,7 @@ void InhibitorService::inhibitLater(std::uint32_t holder, const std::string& rea
   if (isPending || !mayBeAsked()) return;
   const BusMessage call = newRequest(reason);
   std::uint64_t serial = 0;
-  // Send the call without a timeout: an inhibitor that is granted late is still wanted, or must be given
-  // back.
+  // Send without a timeout: an inhibitor that is granted late is still wanted, or must be given back.
   if (call && sd_bus_send(bus, call.get(), &serial) >= 0) expectAnswer(serial, holder);
 }
 
@@ -113,8 +109,7 @@ bool InhibitorService::holds(std::uint32_t holder) const {
 void InhibitorService::busConnected(sd_bus* connected) {
   bus = connected;
   owner.busConnected(bus);
-  // Use a filter, which sees every message: sd-bus calls no handler for the late answer to a call that timed
-  // out.
+  // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_filter(bus, &slot, &answered, this) >= 0) answers.reset(slot);
 }
@@ -136,8 +131,7 @@ void InhibitorService::ownerChanged() {
   onChange();
 }
 
-/// Returns a call of "Inhibit"; null on failure. The call goes to the unique name of the service, so that the
-/// bus does not start a service.
+/// Returns a call of "Inhibit" to the service's unique name, which starts no service; null on failure.
 BusMessage InhibitorService::newRequest(const std::string& reason) const {
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, owner.owner().c_str(), protocol.paths[path], protocol.interface,
@@ -199,8 +193,7 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request
   return grant;
 }
 
-/// Gives back an inhibitor with a cookie. The call goes to the unique name of the process that issued the
-/// cookie, because no other process knows the cookie.
+/// Releases a cookie. Calls the unique name, because only the process that issued the cookie knows it.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,

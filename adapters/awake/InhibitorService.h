@@ -15,8 +15,7 @@
 
 namespace kestrune {
 
-/// The D-Bus methods by which a service grants an idle inhibitor, which keeps the machine or its display
-/// awake, and takes it back.
+/// The D-Bus methods of a service that grants idle inhibitors (which keep the machine or display awake).
 struct InhibitorProtocol {
   const char* name;       ///< bus name of the service
   const char* interface;  ///< the interface that has the method "Inhibit"
@@ -40,23 +39,19 @@ class InhibitorService final : public BusClient {
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  /// Returns whether the service is known to run. Returns false if it lacked the method "Inhibit" within the
-  /// last minute.
+  /// Returns whether the service runs, as far as known. False if it lacked the method in the last minute.
   bool isPresent() const;
 
-  /// Requests an inhibitor for `holder`, a number that the caller chooses (not 0). Blocks until the answer,
-  /// for at most 250 ms. After a timeout, every call returns false for a minute without asking. Returns false
-  /// if the service has refused, or if it lacks the method; in the second case `isPresent` is false
-  /// afterwards.
+  /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
+  /// for at most 250 ms. After a timeout, returns false for a minute without asking. Returns false if the
+  /// service refused, or if it lacks the method; the service then no longer counts as present.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
   /// minute after a timeout of `inhibit`.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
-  /// Gives back the inhibitor of `holder`, if there is one. If a request for `holder` is pending, also gives
-  /// back the inhibitor that the request brings later.
+  /// Gives back the inhibitor of `holder`, if any, and the inhibitor that a pending request brings later.
   void giveBack(std::uint32_t holder);
-  /// Returns whether the inhibitor of `holder` is in force, as far as known: the process that granted it
-  /// still runs.
+  /// Returns whether the inhibitor of `holder` is in force: the granting process still runs, as far as known.
   bool holds(std::uint32_t holder) const;
 
   void busConnected(sd_bus* bus) override;

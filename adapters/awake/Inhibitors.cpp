@@ -65,8 +65,7 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
       login(systemBus, clock, logind, [this] { settle(); }) {}
 
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
-  // Skip 0, which means no assertion. Skip identifiers in use: after an overflow, the next number may still
-  // be held.
+  // Skip 0, which means no assertion, and identifiers that are still in use after an overflow.
   do ++lastIdentifier;
   while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
   const std::uint32_t identifier = lastIdentifier;
@@ -114,8 +113,7 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
 
 bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
   for (;;) {
-    // Look the services up again each time: when a service turns out to lack the method, other services take
-    // its place.
+    // Look the services up again each time: if a service turns out to lack the method, others take its place.
     const auto services = servicesFor(assertion.type);
     if (services.empty()) return false;
     const auto next =
@@ -130,8 +128,7 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// Adapts the held assertions to services that have appeared or vanished: requests the missing inhibitors,
-/// and gives back the inhibitors that are no longer needed.
+/// Adapts the inhibitors of all held assertions after services have appeared or vanished.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
@@ -142,8 +139,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Give inhibitors back only when all others are held: otherwise nothing would keep the machine awake in
-    // between.
+    // Give inhibitors back last: otherwise nothing would keep the machine awake in between.
     for (auto* const service : all) {
       const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

@@ -22,8 +22,7 @@ class BusInquiry final : public BusClient {
     noOwner,     ///< no program has this bus name (NameHasNoOwner or ServiceUnknown)
     unanswered,  ///< there is no reply: timeout, or the program left the bus
   };
-  /// Receives the result of a call. `reply` contains the returned values; it is null unless `outcome` is
-  /// `answered`.
+  /// Receives the result of a call. `reply` is null unless `outcome` is `answered`.
   using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;
 
   /// `connection` must outlive this object.

@@ -7,8 +7,7 @@
 
 namespace kestrune {
 
-/// Tracks which program owns a bus name (NameOwnerChanged). Never starts a service and never blocks. Main
-/// thread.
+/// Tracks which program owns a bus name. Never starts a service and never blocks. Main thread.
 class NameOwner {
  public:
   /// `onChange` runs when the owner becomes known and after each change, but not when the bus is lost.

@@ -10,16 +10,14 @@
 
 namespace kestrune {
 
-/// The bus name and object path of the bus daemon, which exists on every bus. Its bus name is also the name
-/// of its interface.
+/// The bus daemon, which exists on every bus. Its bus name is also the name of its interface.
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
-/// A slot: the handle that sd-bus returns for an exported object, a match rule or a pending call. Its
-/// destructor removes the object or the rule, or cancels the call.
+/// Owns a slot: an exported object, a match rule or a pending call of sd-bus. The destructor cancels it.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotDeleter>;
 
 struct BusMessageDeleter {
@@ -28,9 +26,8 @@ struct BusMessageDeleter {
 /// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A reply handler for sd_bus_add_match_async that does nothing. If the bus refuses a match rule (AddMatch),
-/// the client only misses the signals. Without a handler, sd-bus would close the connection, and the client
-/// would reconnect and be refused again.
+/// A reply handler for sd_bus_add_match_async that ignores a refusal: only the signals are then missing.
+/// Without a handler, sd-bus closes the connection, and the client would reconnect and be refused again.
 int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
@@ -46,8 +43,7 @@ class BusClient {
  public:
   virtual ~BusClient() = default;
 
-  /// Called when a connection is open. Messages may be sent at once: sd-bus queues them until the bus has
-  /// authenticated the connection, and nothing blocks.
+  /// A connection is open. Until it is authenticated, sd-bus queues the messages; nothing blocks.
   virtual void busConnected(sd_bus* bus) = 0;
 
   /// Called when the connection is lost. Release every slot of this connection before returning.

@@ -139,8 +139,7 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // Also reaches descendants after the child is reaped: the kernel does not reuse the ID of a process group
-  // while the group has members.
+  // Also reaches the descendants of a reaped child: the ID of a group with members is not reused.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {
@@ -172,8 +171,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock until the PID is off the list: after waitpid the PID may be reused, and
-    // `reserveForThisThread` must not kill the new process.
+    // Hold the lock: the PID may be reused after waitpid, and `reserveForThisThread` must not kill it then.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;

@@ -18,15 +18,13 @@ class ChildProcesses final : public Processes {
   /// A function that takes over the non-blocking read end of a pipe. Runs on the thread that uses the child.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// `leftover` receives each pipe that a descendant of the child still has open when the output has been
-  /// read or the Process is destroyed. Without `leftover`, these pipes are closed, and a descendant that
-  /// writes to one gets SIGPIPE.
+  /// `leftover` gets each pipe that a descendant of the child still has open when the output was read or the
+  /// Process was destroyed. Without `leftover`, the pipe is closed, and its writers get SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments) override;
-  /// Does the same with the descriptor `input` as the child's standard input. An executable without a slash
-  /// is looked up on PATH.
+  /// Does the same with `input` as standard input. Without a slash, `executable` is looked up on PATH.
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments, int input);
   void reserveForThisThread() override;

@@ -56,8 +56,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
   if (!launched) {
-    // Do not report ECANCELED: it means that the client is ending, and only the thread that stops the backend
-    // may launch processes.
+    // ECANCELED is no fault: the client is ending, and only the thread that stops the backend may launch.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("cannot run curl: " + launched.reason() + "; the menu shows no project and no thread");
     return std::nullopt;

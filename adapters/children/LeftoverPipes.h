@@ -12,16 +12,14 @@ namespace kestrune {
 /// service that has the command's standard output open would die of SIGPIPE. Main thread, except `add`.
 class LeftoverPipes {
  public:
-  /// The largest number of pipes. One more pipe closes the oldest pipe, and the process that writes to that
-  /// gets SIGPIPE.
+  /// The largest number of pipes. A further pipe closes the oldest pipe, whose writer then gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& loop);
   LeftoverPipes(const LeftoverPipes&) = delete;
   LeftoverPipes& operator=(const LeftoverPipes&) = delete;
 
-  /// Takes over a non-blocking read end. Closes it when no process has the write end open any more. Any
-  /// thread.
+  /// Takes over a non-blocking read end. Closes it when no process has the write end open. Any thread.
   void add(FileDescriptor readEnd);
 
  private:

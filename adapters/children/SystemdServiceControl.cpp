@@ -2,21 +2,19 @@
 
 namespace kestrune {
 
-// Returns a line that does not wait for the unit to stop, and asks for no password. It has a time limit,
-// because the service manager may hang or be slow. The limit is 1.2 s, and 0.2 s once two seconds have passed
-// since the first of these lines: so time remains for the other lines of the script. Errors are not shown,
-// because few backends have all of these units.
+// Does not wait for the unit to stop, and asks for no password. The service manager may hang or be slow, so
+// the line ends after 1.2 s, or after 0.2 s once two seconds have passed since the first of these lines: so
+// time remains for the rest of the script. Errors are not shown: few backends have all these units.
 std::string SystemdServiceControl::unloadLine(const std::string& label) const {
   return ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
          "systemctl --user --no-block --no-ask-password stop " +
          label + ".service 2>/dev/null || true";
 }
 
-// Returns a line that sends SIGTERM to the processes whose command line matches the pattern. The brackets
-// around the first character keep the pattern from matching the shell that runs this line. The pattern may
-// also match a client by its path, or the terminal that runs the client. So the first of these lines lists in
-// `spared` the processes that get no signal: this client, every process of KestruneMenuClient and
-// KestruneMenuDialogs, and all their ancestors.
+// The brackets around the first character keep the pattern from matching the shell that runs this line. The
+// pattern may also match a client by its path, or the terminal that runs the client. So the first of these
+// lines lists in `spared` what gets no signal: this client, every other process of KestruneMenuClient and
+// KestruneMenuDialogs, and the ancestors of all these processes.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "

@@ -58,8 +58,7 @@ std::string launchCommand(const std::string& executable) {
 
 /// Returns the argument of env(1) that sets KESTRUNE_REPO_PATH.
 std::string repoArgument(const std::string& repo) {
-  // The entry's Path key makes the repository the working directory, so "." can replace a path that cannot be
-  // quoted.
+  // The entry's Path key is the working directory, so "." stands for a path that cannot be quoted.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
@@ -134,8 +133,8 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // A file that cannot be read counts as an entry, with two exceptions: a symbolic link to /dev/null
-    // switches the entry off, and a folder starts nothing.
+    // An unreadable entry counts. But a link to /dev/null switches the entry off, and a folder starts
+    // nothing.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }

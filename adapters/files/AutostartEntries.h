@@ -18,8 +18,7 @@ class AutostartEntries final : public LaunchAgents {
   AutostartEntries(std::string folder, const MainBundle& bundle, std::vector<std::string> dataFolders = {});
 
   std::string path(const std::string& label) const override;
-  /// Returns whether anything reads autostart entries: this is the session of a desktop, or a desktop is
-  /// installed.
+  /// Returns whether a desktop reads the entries: this is a desktop's session, or a desktop is installed.
   bool areRead() const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,

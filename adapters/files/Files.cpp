@@ -24,8 +24,7 @@ namespace {
 
 constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// Replaces `path` by the file to which the symbolic links there lead. The file may be missing (a dangling
-/// link).
+/// Replaces a symbolic link in `path` by its final target, which may be missing (dangling link).
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;
@@ -74,8 +73,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
   if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
   std::string bytes;
-  // Read to the end of the file: st_size is too small for files in /proc, and for a file that grows
-  // meanwhile.
+  // Read to the end of the file: st_size is too small for files in /proc and files that grow meanwhile.
   const auto size = static_cast<std::size_t>(state.st_size);
   bytes.reserve(std::min(size, FileManager::sizeLimit));
   char buffer[16384];
@@ -141,8 +139,7 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
   const fs::path kept = freeName(target, ".unreadable", isThisOne);
   if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
 
-  // The hard link has failed: the file system has no hard links, or fs.protected_hardlinks forbids a hard
-  // link to another user's file.
+  // The hard link has failed: not supported, or forbidden by fs.protected_hardlinks. Keep a copy instead.
   const std::error_code unlinkable = lastError();
   std::string bytes;
   const std::error_code unreadable = readWholeFile(target, bytes);
@@ -162,8 +159,7 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // Another process may have created the folder just now. If `path` is anything but a folder, that is an
-  // error.
+  // Another process may have created the folder just now. Any other file at `path` is an error.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

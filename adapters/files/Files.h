@@ -28,8 +28,7 @@ std::error_code writePrivateFile(const std::string& path, std::string_view conte
 /// and a number if that name exists. Any thread.
 std::error_code keepDamagedFile(const std::string& path);
 
-/// Returns whether `failure` is temporary, such as EMFILE or ESTALE, and so says nothing about the file
-/// itself.
+/// Returns whether `failure` is temporary, such as EMFILE or ESTALE, and says nothing about the file.
 bool isPassing(const std::error_code& failure);
 
 /// Replaces an unreadable file like `writeFileAtomically`, and keeps the old file: its name gets

@@ -44,8 +44,7 @@ bool isThere(const std::string& name) {
   return lstat(name.c_str(), &state) == 0;
 }
 
-/// Locks the file. Returns false when another process holds the lock. Returns true on a file system without
-/// flock.
+/// Locks the file. Returns false when another process has locked it; true on a file system without flock.
 bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
@@ -76,8 +75,7 @@ std::optional<std::string> accessList(const fs::path& path) {
   return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
 }
 
-/// Sets the ACL of the file. An empty `list` removes the ACL, which the file may have inherited from its
-/// folder.
+/// Sets the ACL of a file. An empty `list` removes the ACL that the file inherited from its folder.
 bool setAccessList(int file, const std::string& list) {
   if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
@@ -132,8 +130,8 @@ std::error_code NewFile::replaceTarget() {
 }
 
 std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
-  // First rename the new file to `kept`, then swap. If it were swapped under its temporary name, the old file
-  // would get that name, and another process could remove the old file as abandoned.
+  // First rename the new file to `kept`, then swap. A swap under the temporary name would give that name to
+  // the old file, and another process could remove it as abandoned.
   if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
   name = kept;
   if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();

@@ -12,14 +12,12 @@
 
 namespace kestrune {
 
-/// A new file that is written completely before it replaces another file, the target. Until it does, its name
-/// is ".kestrune-new-XXXXXX" in the target's folder, and its mode is 0600 whatever the umask is. Its lock
-/// (flock) tells other processes that it is not abandoned. The destructor removes it unless it has replaced
-/// the target.
+/// A new file that is written completely before it replaces another file, the target. Until then its name is
+/// ".kestrune-new-XXXXXX" in the same folder, and its mode is 0600 whatever the umask is. Its lock (flock)
+/// tells other processes that it is not abandoned. The destructor removes it unless it replaced the target.
 class NewFile {
  public:
-  /// The caller resolves symbolic links in `target` before: if `target` is a link, the link itself is
-  /// replaced.
+  /// The caller resolves symbolic links in `target` before: a link at `target` is itself replaced.
   explicit NewFile(std::filesystem::path target);
   ~NewFile();
   NewFile(const NewFile&) = delete;

@@ -37,8 +37,7 @@ ProgramBundle::ProgramBundle() {
 
 std::optional<std::string> ProgramBundle::pathForResource(const std::string& name,
                                                           const std::string& extension) const {
-  // Look beside the program first, for a program in a build folder or in the folder of the backend. Then look
-  // in the install prefix.
+  // Look beside the program (in a build or backend folder), then in the install prefix.
   for (const auto& resources :
        {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / sharedFolder}) {
     std::error_code failure;

@@ -8,8 +8,7 @@
 namespace kestrune {
 
 /// The running program on Linux: its file is the executable, and its folder is the bundle. Construct it at
-/// the start of the process: it reads the paths once, so they stay the same when the program is upgraded or
-/// its folder is removed.
+/// the start of the process: its paths stay the same when the program is upgraded or its folder is removed.
 class ProgramBundle final : public MainBundle {
  public:
   ProgramBundle();

@@ -34,8 +34,7 @@ class ClientSubscription final : public StatusSubscription {
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
-    // Repeat until the watched folder stays the same: a folder may be created just before its parent is
-    // watched.
+    // Repeat until the watched folder is stable: a folder may be created just before its parent is watched.
     do {
       before = watched;
       watched = folder;
@@ -78,8 +77,7 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// Called when the client has ended or is silent. If the client had sent a line, tries to connect again
-  /// before it reports the absence of a client: a new client may be listening already.
+  /// Called when the client has ended or is silent. If it had sent a line, looks for a new client at once.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();

@@ -38,8 +38,7 @@ bool isOwnFolder(const std::string& path) {
 
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t)) {
-  // sun_path holds 107 bytes only, and the path of the folder may be longer. So the address names the folder
-  // by its descriptor.
+  // Name the folder by its descriptor: sun_path holds only 107 bytes, and the path may be longer.
   const FileDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!opened) return {};
   sockaddr_un address{};

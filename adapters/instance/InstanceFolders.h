@@ -22,14 +22,12 @@ class InstanceFolders {
   /// `userRuntimes`: a folder that contains a runtime folder for each logged-in user, named by the user ID.
   InstanceFolders(std::string runtime, std::string state, const std::string& userRuntimes = "/run/user");
 
-  /// Returns the folder for a client that starts now: in the session's runtime folder, else in the user's
-  /// runtime folder, else in the state folder. The folder may not exist yet. Runtime folders that belong to
-  /// other users are skipped.
+  /// Returns the folder for a client that starts now: in the session's runtime folder, else in the user's,
+  /// else in the state folder. It may not exist yet. Runtime folders that belong to other users are skipped.
   std::string current() const;
 
-  /// Connects to the socket with the file name `socketName`. Returns an empty descriptor when no process of
-  /// this user accepts the connection at once. Tries the state folder too, because the client may have
-  /// started without a runtime folder.
+  /// Connects to the socket `socketName`. Returns an empty descriptor when no process of this user accepts at
+  /// once. Tries the state folder too: the client may have started without a runtime folder.
   FileDescriptor connect(const char* socketName) const;
 
  private:
@@ -39,21 +37,18 @@ class InstanceFolders {
 
 bool isOwnFolder(const std::string& path);
 
-/// Returns a non-blocking stream socket after it has called `use` (`bind` or `connect`) with the address of
-/// the file `name` in `folder`. A file that `bind` creates has mode 0600. On failure, returns an empty
-/// descriptor and sets errno.
+/// Returns a non-blocking stream socket, after `use` (`bind` or `connect`) with the address of the file
+/// `name` in `folder`. A new file has mode 0600. On failure, returns an empty descriptor with errno set.
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t));
 
-/// Returns the credentials of the process at the other end (SO_PEERCRED). Their user ID is -1 when the kernel
-/// does not tell them.
+/// Returns the credentials of the peer process (SO_PEERCRED); user ID -1 when the kernel does not tell them.
 ucred peerOf(const FileDescriptor& socket);
 
 /// Appends to `bytes` what has arrived on the socket. Returns false at end of file or on an error.
 bool receive(const FileDescriptor& socket, std::string& bytes);
 
-/// Sends `line` with a newline appended. Returns false when not all of it fits into the socket's buffer, or
-/// on an error.
+/// Sends `line` and a newline. Returns false when they do not fit into the socket's buffer, or on an error.
 bool sendLine(const FileDescriptor& socket, std::string line);
 
 }  // namespace kestrune

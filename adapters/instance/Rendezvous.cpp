@@ -19,12 +19,10 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// The environment variable that contains the descriptor number of the lock, when the lock was kept open
-/// across exec.
+/// The environment variable with the descriptor number of a lock that was kept open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The time between two attempts to find the other client, while the lock is taken but no socket answers.
-/// This is the case for short: a starting client takes the lock before it listens, and an ending client
-/// closes its socket just before its lock is released.
+/// Wait before another look for a client that holds the lock but has no socket: a starting client takes the
+/// lock before it listens, and an ending client closes its socket just before its lock is released.
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes of an action or an activation token
 constexpr std::string_view refusal = "error ";
@@ -82,8 +80,7 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// With `untilItsEnd`, waits until the other client has ended: the kernel then closes the connection.
-  /// Without it, asks the other client to show its menu.
+  /// Waits until the other client has ended and its connection closes, or asks it to show its menu.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {

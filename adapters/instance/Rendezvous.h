@@ -14,8 +14,7 @@
 
 namespace kestrune {
 
-/// How this process tries to become the client when a client may run already. To give up means that this
-/// process does not become the client.
+/// How this process tries to become the client. To give up means that it does not become the client.
 struct Claim {
   enum class Kind {
     show,     ///< gives up after it has asked the running client to show its menu
@@ -38,10 +37,9 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// of that process, or empty. The constructor takes over the lock, if the lock was kept open across exec.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is decided whether this process is the client, and returns the decision. The
-  /// client answers requests from then on. Waits for a client that is ending, whatever the kind of the claim.
-  /// If nothing can be locked, or the ending client does not end, this process becomes the client all the
-  /// same, and standard error says why.
+  /// Runs the loop until it is decided whether this process is the client, which answers requests from then
+  /// on. Waits for a client that is ending, whatever the kind of the claim. If nothing can be locked, or the
+  /// ending client does not end, this process becomes the client all the same, and standard error says why.
   bool claim(const Claim& claim);
 
   /// From now on, a process that starts later waits until this process has ended.
@@ -50,9 +48,8 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// Keeps the lock open across the exec that this process is about to do.
   void passOn() const;
 
-  /// Asks the running client to perform the action of a menu row, and runs the loop until the client has
-  /// answered, at most for `limit`. Returns a line that says why the action was not performed; absent on
-  /// success.
+  /// Asks the running client to perform the action of a menu row, and runs the loop until it answers, at most
+  /// for `limit`. Returns one line that says why the action was not performed; absent on success.
   std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
   /// Returns the PID of the running client; absent when no client runs.

@@ -67,8 +67,7 @@ void RequestServer::accept() {
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
     if (errno == EAGAIN) return;
-    // No descriptor is left for the connection. Stop watching the listener for a while: otherwise the loop
-    // would try again without a pause.
+    // No descriptor is left: stop watching the listener for a while, or the loop would spin.
     sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
     rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
     return;
@@ -123,8 +122,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// Sends a line to a peer. Drops the peer if the line does not fit into the socket's buffer, because the peer
-/// does not read.
+/// Sends a line. If it does not fit into the socket's buffer, drops the peer, which does not read.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   if (!sendLine(peer->socket, line)) drop(peer);
 }

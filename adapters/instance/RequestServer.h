@@ -33,8 +33,7 @@ class RequestServer {
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
 
-  /// Creates the socket in `folder`, which must exist, and replaces any other socket there. Connected peers
-  /// stay connected.
+  /// Creates the socket in `folder`, which must exist, in place of any other. Connected peers stay connected.
   std::error_code listen(const std::string& folder);
 
   /// Returns whether the file of the socket still exists.
@@ -43,8 +42,7 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket: a process that connects from now on gets no answer, but notices when this process
-  /// ends.
+  /// Renames the socket: a process that connects later gets no answer, but notices when this process ends.
   void announceEnd();
 
  private:

@@ -11,8 +11,7 @@ namespace kestrune {
 
 namespace {
 
-// If poll() reports a blocking terminal, pipe or socket as writable, a write of this many bytes does not
-// block.
+// If poll() reports a blocking terminal, pipe or socket as writable, writing this much does not block.
 constexpr std::size_t safeAmount = 256;  // bytes
 
 }  // namespace
@@ -54,9 +53,8 @@ void DescriptorWriter::flush() {
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
-      // The write has failed, usually because the reader has closed its end. Later texts are dropped. Remove
-      // the event source before the descriptor is closed: while another process shares the open file, epoll
-      // would keep reporting it.
+      // The write has failed: the reader has closed its end. Remove the source before the descriptor is
+      // closed: if another process shares the open file, epoll would keep reporting it.
       writable.reset();
       output.reset();
       break;

@@ -107,8 +107,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   void close() override {
-    // The jobs are destroyed after the lock is released, because the destructor of a job may post another
-    // job.
+    // Destroyed after the lock is released, because the destructor of a job may post another job.
     std::multimap<Seconds, Job> dropped;
     const std::lock_guard lock(mutex);
     closed = true;
@@ -178,8 +177,8 @@ class EventLoop::LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// Opens /dev/null for each closed standard stream. Otherwise the next open() would return the number of that
-/// stream, and every child would inherit the opened file as its standard stream.
+/// Opens /dev/null for each closed standard stream. Otherwise every child would inherit the next opened file
+/// as its standard stream.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
@@ -200,8 +199,7 @@ EventLoop::EventLoop() {
   for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
   // With SIGXFSZ ignored, a write beyond RLIMIT_FSIZE fails with EFBIG and does not end the process.
   std::signal(SIGXFSZ, SIG_IGN);
-  // Some parents start programs with SIGCHLD ignored. The kernel would then discard the exit status of our
-  // children.
+  // Some parents leave SIGCHLD ignored: the kernel would then discard the exit status of our children.
   std::signal(SIGCHLD, SIG_DFL);
 
   require(sd_event_new(&loop), "event loop");
@@ -260,9 +258,8 @@ void EventLoop::reap(pid_t child) {
   reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already
 }
 
-/// Reaps the ended children among those that were given to `reap`. Other code waits for all other children.
-/// Runs at each SIGCHLD. There is no pidfd for each child, because it needs a descriptor, and none may be
-/// left.
+/// Reaps only the children that were given to `reap`; other code waits for all others. Runs at each SIGCHLD.
+/// There is no pidfd for each child, because it needs a descriptor, and none may be left.
 void EventLoop::reapEnded() {
   std::erase_if(children, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
 }
@@ -277,8 +274,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Does nothing: Linux desktops have no activation policy. They do not list a process without a window as a
-  // running program.
+  // Linux desktops have no activation policy: they do not list a process without a window.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

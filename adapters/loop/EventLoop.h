@@ -21,10 +21,9 @@ struct EventSourceDeleter {
 /// An event source of the loop. The destructor removes it from the loop.
 using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 
-/// The main loop, built on sd-event. It runs the main queue and the timers, watches descriptors, reaps
-/// children, and terminates the application at SIGTERM, SIGINT, SIGHUP and SIGQUIT. Construct it before the
-/// first thread starts, because it blocks signals for the whole process. Call its functions on the thread
-/// that constructed it.
+/// The main loop, on sd-event: the main queue, timers, descriptors, children, and the signals that end the
+/// process. Construct it before the first thread starts, because it blocks signals for the whole process.
+/// Call its functions on the thread that constructed it.
 class EventLoop final : public Application, public Dispatch, public Timers {
  public:
   EventLoop();
@@ -52,8 +51,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Sends a signal to a child that was given to `reap`. Does nothing when the child has been reaped.
   void signalChild(pid_t child, int signalNumber);
 
-  /// Sets the function that runs once when the application terminates, before applicationWillTerminate of the
-  /// delegate.
+  /// Sets a function that runs once, just before applicationWillTerminate of the delegate.
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
   // Application

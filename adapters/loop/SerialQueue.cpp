@@ -26,8 +26,7 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   bool closed = false;
   bool started = false;  // whether the thread runs, or a later attempt to start it is scheduled
 
-  /// Starts the thread if it does not run. Call it with `mutex` locked. If no thread can be started, keeps
-  /// the jobs and tries again later, because callers wait for their jobs.
+  /// Starts the thread. If that fails, keeps the jobs and tries again later. Call it with `mutex` locked.
   void start() {
     if (closed || std::exchange(started, true)) return;
     try {

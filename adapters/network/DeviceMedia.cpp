@@ -13,9 +13,8 @@ namespace kestrune {
 
 namespace {
 
-/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty kind), pairs (veth,
-/// netkit), switch ports (dsa) and dummy devices. Other kinds do not count: they are ARPHRD_ETHER too,
-/// whatever medium they run over.
+/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty), pairs (veth, netkit)
+/// and switch ports. Devices of other kinds are ARPHRD_ETHER too, whatever medium they run over.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
 /// What sysfs tells about a network device.
@@ -37,8 +36,7 @@ Device deviceOf(unsigned index, const std::string& folder) {
   return device;
 }
 
-/// Returns the medium of the device itself. Returns unknown for a device that may be stacked on another
-/// device.
+/// Returns the medium of the device itself; unknown if it may be stacked on another device.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const Device device = deviceOf(index, devices + "/" + link.name);
   if (device.wireless) return Medium::wiFi;

@@ -43,13 +43,11 @@ class NetworkDecision {
 
   /// Tells that the path may have changed. Until the first report, this leads to a question without delay.
   void notice(Seconds now);
-  /// Tells that the machine has resumed. A loss counts from now on, because networks need a moment to
-  /// reconnect.
+  /// The machine has resumed. A loss counts from now on, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// Returns when to ask the kernel, or, if there is nothing to ask, when to call `takeReport`; absent when
-  /// there is nothing to wait for. During a burst it is the time of the question, because the known path may
-  /// be outdated.
+  /// Returns when to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait
+  /// for. During a burst it is the time of the question, because the known path may be outdated.
   std::optional<Seconds> due() const;
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.

@@ -17,8 +17,7 @@ namespace kestrune {
 /// asks again with growing delays. Main thread.
 class NetworkMonitors final : public PathMonitors {
  public:
-  /// `devices`: a folder like /sys/class/net. The loop, the clock and the bus must outlive this object and
-  /// its monitors.
+  /// `devices`: a folder like /sys/class/net. All references must outlive this object and its monitors.
   NetworkMonitors(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
                   std::string givenDevices = "/sys/class/net", const PathTiming& givenTiming = {})
       : loop(givenLoop),

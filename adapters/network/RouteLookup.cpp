@@ -19,9 +19,8 @@ namespace kestrune {
 
 namespace {
 
-// The addresses of a root name server; nothing is sent to them. The root servers lie outside of every local
-// network and are routed like any other host on the Internet. Addresses that are reserved for documentation
-// are unsuitable: machines may reject them or use them locally.
+// Addresses of a root name server; nothing is sent to them. Root servers lie outside of every local network,
+// and are routed like any other host. Addresses for documentation would not do: machines may reject them.
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
@@ -51,8 +50,7 @@ Attributes attributesIn(const nlattr* parent) {
   return attributes;
 }
 
-/// Returns the fixed header of a message and its attributes. The header is null when the message is too
-/// short.
+/// Returns the fixed header of a message (null when the message is too short) and its attributes.
 template <typename Header>
 std::pair<const Header*, Attributes> partsOf(const nlmsghdr& message) {
   Attributes attributes{};
@@ -142,8 +140,7 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK is not the device beneath in two cases. For a pair, it is the other end. With
-  // IFLA_LINK_NETNSID, it is an index in another network namespace.
+  // IFLA_LINK is the other end of a pair; with IFLA_LINK_NETNSID, a device in another network namespace.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
   // Read IFLA_INFO_DATA for a bond only: the meaning of its attribute types depends on the kind.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
@@ -151,8 +148,7 @@ void takeLink(const nlmsghdr& message, Links& links) {
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
 }
 
-/// Asks the kernel for the interface `index`, and for all interfaces when that is a stacked device. Returns 0
-/// or an errno value.
+/// Asks for one interface, and for all when it is a stacked device. Returns 0 or an errno value.
 int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
   Request<ifinfomsg> one(RTM_GETLINK);
@@ -182,8 +178,7 @@ Result<RoutedPath> lookUpRoute(const std::string& devices) {
     if (error == 0 && found.interface != 0) error = askForLinks(socket.get(), found.interface, links);
     if (error == EINTR) return lookUpRoute(devices);  // an interface came or went during the dump: ask again
     const bool isNone = std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
-    // Ignore the errors of an IPv6 lookup: a kernel without IPv6 answers it with errors that are not in
-    // `noneErrors`.
+    // Ignore IPv6 errors: a kernel without IPv6 answers with errors that are not in `noneErrors`.
     if (error != 0 && !isNone && family != AF_INET6) refusal = error;
     if (error != 0 || !links[found.interface].usable) continue;
     const Medium medium = mediumOf(found.interface, links, devices);
