@@ -17,7 +17,7 @@ bool holds(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// Returns the expected lamp: an error if any line reports a fault, except the lines of the Codex items.
+/// Returns the expected lamp (the shown state). Faults in the lines of the Codex items are no errors.
 ConnectionLampState expectedLamp(const CommandResult& result) {
   std::string kept;
   LineSplitter lines(result.output);

@@ -39,7 +39,7 @@ class InhibitorService final : public BusClient {
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  /// Returns whether the service runs, as far as known. False if it lacked the method in the last minute.
+  /// Returns whether the service is known to run. Returns false for a minute after it lacked the method.
   bool isPresent() const;
 
   /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
@@ -89,10 +89,10 @@ class InhibitorService final : public BusClient {
 
   sd_bus* bus = nullptr;
   std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
-  Seconds absentUntil;                    ///< on Clock::continuousTime
-  Seconds silentUntil;                    ///< on Clock::continuousTime
-  std::map<std::uint32_t, Grant> grants;  ///< by holder
-  std::deque<Request> requests;           ///< the oldest first
+  Seconds absentUntil;                    ///< `isPresent` is false until then (Clock::continuousTime)
+  Seconds silentUntil;                    ///< no request is sent until then (Clock::continuousTime)
+  std::map<std::uint32_t, Grant> grants;  ///< key: holder
+  std::deque<Request> requests;           ///< oldest first
   BusSlot answers;
 };
 

@@ -139,7 +139,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Give inhibitors back last: otherwise nothing would keep the machine awake in between.
+    // Give superfluous inhibitors back last: otherwise nothing would keep the machine awake in between.
     for (auto* const service : all) {
       const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

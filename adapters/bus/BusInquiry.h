@@ -20,7 +20,7 @@ class BusInquiry final : public BusClient {
     answered,
     refused,     ///< the reply is another D-Bus error
     noOwner,     ///< no program has this bus name (NameHasNoOwner or ServiceUnknown)
-    unanswered,  ///< there is no reply: timeout, or the program left the bus
+    unanswered,  ///< no reply: timeout, the program left the bus, or the call was not sent
   };
   /// Receives the result of a call. `reply` is null unless `outcome` is `answered`.
   using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;

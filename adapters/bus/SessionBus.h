@@ -43,7 +43,7 @@ class BusClient {
  public:
   virtual ~BusClient() = default;
 
-  /// A connection is open. Until it is authenticated, sd-bus queues the messages; nothing blocks.
+  /// Called when a connection is open. sd-bus queues messages until it is authenticated; nothing blocks.
   virtual void busConnected(sd_bus* bus) = 0;
 
   /// Called when the connection is lost. Release every slot of this connection before returning.

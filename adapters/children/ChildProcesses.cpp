@@ -59,9 +59,9 @@ struct OutputPipe {
     return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
   }
 
-  /// Lets the child write at least 64 KiB in total: reads from the pipe when it is full before that. Such
-  /// small pipes exist: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe
-  /// only one or two pages. A page counts as full when the next write does not fit into it.
+  /// Lets the child write at least 64 KiB in total: reads from the pipe when it is full with less. Such small
+  /// pipes exist: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe only one
+  /// or two pages. A page counts as full when the next write does not fit into it.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};
@@ -102,7 +102,7 @@ struct ChildProcesses::Register {
 
   const TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // children whose Process object exists; it reaps them
+  std::vector<pid_t> running;    // children that their Process object reaps
   std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;
 
@@ -171,7 +171,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock: the PID may be reused after waitpid, and `reserveForThisThread` must not kill it then.
+    // Hold the lock: a reaped PID may be reused, and `reserveForThisThread` must not kill its new owner.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;

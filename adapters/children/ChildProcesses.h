@@ -34,7 +34,7 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  std::array<FileDescriptor, 4> spare;  // kept open to be closed for the launch after `reserveForThisThread`
+  std::array<FileDescriptor, 4> spare;       // spare descriptors for the launch after `reserveForThisThread`
 };
 
 }  // namespace kestrune

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t mostAtOnce = 65536;  // bytes that are read from a pipe at a time
 // The pause between two reads. Without it, a service that writes without end would keep the loop busy, and a
-// service that writes a line now and then would wake it for each line.
+// service that writes a line now and then would wake the loop for each line.
 constexpr Seconds interval{0.05};
 
 /// Reads from the pipe and discards the bytes. Returns false at end of file or on an error.

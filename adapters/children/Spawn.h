@@ -11,8 +11,7 @@ namespace kestrune {
 struct SpawnOptions {
   std::string executable;              ///< looked up on PATH when it has no slash
   std::vector<std::string> arguments;  ///< without argv[0], the name of the program
-  /// Descriptors of this process that become the child's standard streams. The child inherits no other
-  /// descriptor.
+  /// Descriptors for the child's standard streams. The child inherits no other descriptor.
   int input = 0;
   int output = 1;
   int error = 2;

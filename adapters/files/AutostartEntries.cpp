@@ -133,8 +133,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // An unreadable entry counts. But a link to /dev/null switches the entry off, and a folder starts
-    // nothing.
+    // An unreadable entry counts as enabled, but not a link to /dev/null (switched off) or a folder.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }

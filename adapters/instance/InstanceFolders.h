@@ -37,8 +37,8 @@ class InstanceFolders {
 
 bool isOwnFolder(const std::string& path);
 
-/// Returns a non-blocking stream socket, after `use` (`bind` or `connect`) with the address of the file
-/// `name` in `folder`. A new file has mode 0600. On failure, returns an empty descriptor with errno set.
+/// Makes a non-blocking stream socket, and calls `use` (`bind` or `connect`) with the address of the file
+/// `name` in `folder`. A new file has mode 0600. Returns an empty descriptor with errno set on failure.
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t));
 

@@ -17,7 +17,7 @@ namespace kestrune {
 /// How this process tries to become the client. To give up means that it does not become the client.
 struct Claim {
   enum class Kind {
-    show,     ///< gives up after it has asked the running client to show its menu
+    show,     ///< if a client runs, asks that client to show its menu, and gives up
     giveWay,  ///< gives up when a client runs
     replace,  ///< waits until `predecessor` has ended; gives up when any other client runs
   };

@@ -13,18 +13,15 @@
 
 namespace kestrune {
 
-/// Answers the requests of other processes of this user on the client's socket. A request is one of these
-/// lines:
+/// Answers the requests of other processes of this user on the client's socket. Each request is a line:
 ///
-///     status           answered by the newest status line, as soon as there is one
-///     follow           answered by the newest status line, and then by each later status line
-///     show [TOKEN]     shows the menu; TOKEN is an XDG activation token; answered by "ok"
-///     perform ACTION   chooses the menu row that has this action; answered by "ok", or "error" and the
-///     reason
+///     status           sends the newest status line, as soon as there is one
+///     follow           sends the newest status line, and then each later status line
+///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
+///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason
 ///
-/// Any other line is answered by "error" and a reason. A peer (the process at the other end of a connection)
-/// is disconnected when its line is longer than 4096 bytes, when it does not read, or when 64 other peers
-/// have connected after it. Main thread.
+/// The answer to any other line is "error" and a reason. A peer (a connected process) is disconnected when
+/// its line exceeds 4096 bytes, when it does not read, or when 64 peers have connected later. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;

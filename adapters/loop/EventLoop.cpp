@@ -177,8 +177,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// Opens /dev/null for each closed standard stream. Otherwise every child would inherit the next opened file
-/// as its standard stream.
+/// Opens /dev/null for closed standard streams: every child would inherit the next opened file instead.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;

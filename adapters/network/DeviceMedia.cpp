@@ -13,8 +13,8 @@ namespace kestrune {
 
 namespace {
 
-/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty), pairs (veth, netkit)
-/// and switch ports. Devices of other kinds are ARPHRD_ETHER too, whatever medium they run over.
+/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty), pairs, switch ports
+/// and dummies. Devices of other kinds are ARPHRD_ETHER too, whatever medium they run over.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
 /// What sysfs tells about a network device.

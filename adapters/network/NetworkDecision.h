@@ -34,7 +34,7 @@ struct PathTiming {
 /// only after it has lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the
 /// path is the same as before, because open connections may be broken. While the network flaps (goes up and
 /// down), reports of a changed path are `rest` apart, and a loss must last for `rest`. Reports of an
-/// unchanged path are limited in the same way, but for these limits all reports count.
+/// unchanged path are limited in the same way, counting all reports.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -43,7 +43,7 @@ class NetworkDecision {
 
   /// Tells that the path may have changed. Until the first report, this leads to a question without delay.
   void notice(Seconds now);
-  /// The machine has resumed. A loss counts from now on, because networks need a moment to reconnect.
+  /// Tells of a resume. A loss counts from now on, because networks need a moment to reconnect.
   void resume(Seconds now);
 
   /// Returns when to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait

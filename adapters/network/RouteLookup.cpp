@@ -140,7 +140,7 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK is the other end of a pair; with IFLA_LINK_NETNSID, a device in another network namespace.
+  // IFLA_LINK names the device beneath, except for a pair and with IFLA_LINK_NETNSID (other namespace).
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
   // Read IFLA_INFO_DATA for a bond only: the meaning of its attribute types depends on the kind.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
@@ -148,7 +148,7 @@ void takeLink(const nlmsghdr& message, Links& links) {
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
 }
 
-/// Asks for one interface, and for all when it is a stacked device. Returns 0 or an errno value.
+/// Asks the kernel for one interface, and for all if this one is stacked. Returns 0 or an errno value.
 int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
   Request<ifinfomsg> one(RTM_GETLINK);
