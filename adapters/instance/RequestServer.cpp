@@ -87,7 +87,7 @@ void RequestServer::add(FileDescriptor socket) {
 void RequestServer::read(const PeerRef& peer) {
   if (!receive(peer->socket, peer->unread)) return drop(peer);
   std::string& unread = peer->unread;
-  // Look at the socket each time: `answer` may disconnect the peer.
+  // Check `peer->socket` each time: `answer` may disconnect the peer.
   for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
     const std::string line = unread.substr(0, end);
     unread.erase(0, end + 1);
