@@ -4,7 +4,7 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 
-// Measures the time to interpret a status report, for reports of increasing size.
+// Measures how long it takes to interpret a status report (output of the backend's status command), by size.
 
 namespace {
 

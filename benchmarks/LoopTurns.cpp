@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <string>
 
-// Preload this library into the client with LD_PRELOAD. It appends a line to the file LOOP_TURNS for each
-// turn of the main loop: the milliseconds between two calls of epoll_wait.
+// A library to preload into the client (LD_PRELOAD). For each turn of the main loop, it appends a line to the
+// file that LOOP_TURNS names: the milliseconds from the end of one epoll_wait to the next call.
 
 namespace {
 
@@ -19,7 +19,7 @@ struct Report {
   Report() {
     if (const char* path = std::getenv("LOOP_TURNS"); path != nullptr)
       file = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    // Do not measure the client's children.
+    // Only the client is measured: its children must not preload this library.
     unsetenv("LD_PRELOAD");
   }
 

@@ -1,5 +1,5 @@
 """Common parts of the benchmarks: the build, a session with a tray, and the kernel's counters. The session, its buses
-and its screen are those of the tests."""
+and its screen come from the tests (tests/rig)."""
 
 import os
 import subprocess
@@ -22,11 +22,11 @@ from rig.wire import CALL, DAEMON, SIGNAL, Peer, answers, refuses  # noqa: E402
 
 TOOLS = BUILD / "benchmarks"
 CLIENT = str(PROGRAM)
-PATIENCE = 30  # seconds until an item is registered
+PATIENCE = 30  # seconds to wait until an item is registered
 
 
 def install(*packages):
-    """Installs missing packages; false on failure. A name may be a list in scripts/steps.bash."""
+    """Installs missing packages. Returns False on failure. A name "…_packages" is a list in scripts/steps.bash."""
     names = " ".join(f'"${{{name}[@]}}"' if name.endswith("_packages") else name for name in packages)
     script = f". scripts/steps.bash && install_missing {names}"
     return subprocess.run(["bash", "-c", script], cwd=ROOT, stdout=sys.stderr).returncode == 0
@@ -43,14 +43,14 @@ def prepare():
 
 
 def run(work):
-    """Builds everything, then calls `work` in its own namespaces."""
+    """Builds everything, then calls `work` in new namespaces, apart from the user's session."""
     if isolation.MARK not in os.environ:
         prepare()
     isolation.run(work)
 
 
 class Desk(Session):
-    """A session with both buses, on which screen readers are off, as on most desktops."""
+    """A session with a session bus and a system bus. Screen readers are off, as on most desktops."""
 
     def __init__(self, configuration=""):
         super().__init__()
@@ -59,13 +59,13 @@ class Desk(Session):
         self.bus, self.system_bus = Bus(self, configuration), SystemBus(self)
 
     def end_programs(self):
-        """Kills everything but the buses and the screen."""
+        """Kills all processes of the session except the buses and the screen."""
         for pid in set(self.processes()) - {each.pid for each in self.others}:
             end_process(pid)
 
 
 class Tray(Peer):
-    """A StatusNotifierWatcher and host. It reads an item and its menu as panels do, and again after each change."""
+    """A tray (StatusNotifierWatcher and host). Reads an item and its menu as panels do, and again after each change."""
 
     NAME, PATH = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher"
 
@@ -93,7 +93,7 @@ class Tray(Peer):
         if method == "RegisterStatusNotifierItem":
             if not self.item:
                 self.registered = time.monotonic()
-                # Either an object path of the caller, or a bus name with the item at the default path.
+                # The argument is an object path of the caller, or a bus name with the item at the default path.
                 service, = arguments
                 is_path = service.startswith("/")
                 self.item = (call.get_sender(), service, ITEM[2]) if is_path else (service, *ITEM[1:])
@@ -128,7 +128,7 @@ class Tray(Peer):
 
 
 class InTray:
-    """A program that has registered its item in a tray."""
+    """Starts a program, and waits until the program has registered its item in a tray."""
 
     def __init__(self, desk, *command):
         self.desk = desk
@@ -144,8 +144,8 @@ class InTray:
         self.milliseconds = (self.tray.registered - start) * 1000
 
     def end(self):
-        """Kills the program. Returns its number of change signals, wake-ups and milliseconds of CPU; the last two
-        include the children that it has waited for."""
+        """Kills the program. Returns its number of change signals, wake-ups and milliseconds of CPU. Wake-ups
+        and CPU include the children that the program has waited for."""
         os.kill(self.pid, 9)
         used = os.wait4(self.pid, 0)[2]
         self.tray.kill()
@@ -164,18 +164,18 @@ def threads(pid):
 
 
 def read(pid, *path):
-    """The contents of a file in /proc; empty if the process has ended."""
+    """Returns the contents of a file in /proc/PID; empty if the process has ended."""
     return read_process(pid, "/".join(path)).decode()
 
 
 def family(pid):
-    """The PIDs of the process and its descendants, without reparented ones."""
+    """Returns the PIDs of the process and its descendants, except descendants whose parent has ended."""
     children = [child for thread in threads(pid) for child in read(pid, "task", thread, "children").split()]
     return [pid, *(each for child in children for each in family(int(child)))]
 
 
 def memory(pids):
-    """PSS, RSS and private dirty memory of the processes, in kB."""
+    """Returns the PSS, RSS and private dirty memory of all the processes together, in kB."""
     total = {"Pss:": 0, "Rss:": 0, "Private_Dirty:": 0}
     for pid in pids:
         for line in read(pid, "smaps_rollup").splitlines()[1:]:
@@ -186,8 +186,8 @@ def memory(pids):
 
 
 class Activity:
-    """Wake-ups and CPU milliseconds of processes since it was created. Call `look` often: what a thread has done since
-    the last call is lost when the thread ends."""
+    """Counts wake-ups and CPU milliseconds of processes since this object was created. Call `look` often: what a thread
+    has done since the last call is lost when the thread ends."""
 
     def __init__(self, *pids):
         self.seen = {}

@@ -6,7 +6,7 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
 
-// An autostart entry. The input: the path of the running program, the repository, the text of the entry.
+// Fuzzes autostart entries. The input: the paths of the running program and the repository, the entry.
 
 namespace {
 
@@ -24,7 +24,7 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// Repairing any entry does not enable or disable it.
+/// Repairs an entry with any text. Checks that this neither enables nor disables the entry.
 void repair(AutostartEntries& entries, const std::string& repo, const std::string& text) {
   const std::string path = entries.path(label);
   put(path, text);
@@ -47,7 +47,7 @@ void repair(AutostartEntries& entries, const std::string& repo, const std::strin
   require(contentsOf(path) == repaired, "a second repair changes nothing");
 }
 
-/// A repair updates an entry of the client to the running program.
+/// Repairs an entry of a client that is gone. Checks that the entry then starts the running program.
 void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
   const std::string path = entries.path(label);
   const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);

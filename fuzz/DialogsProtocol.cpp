@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// The input is a line between the client and KestruneMenuDialogs, in both directions. If it does not begin with
-// a brace, it is also a text inside a message.
+// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line of either
+// direction. If it does not begin with a brace, it is also put as a text into messages.
 
 namespace {
 
@@ -15,7 +15,7 @@ using namespace kestrune::dialogs;
 using fuzz::require;
 using nlohmann::json;
 
-/// A line that is understood says the same when it is encoded again.
+/// Decodes a line. Checks that the message means the same when it is encoded again.
 template <typename Message>
 void echo(const std::string& line, std::variant<Message, std::string> (*decode)(const std::string&)) {
   const auto decoded = decode(line);
@@ -29,7 +29,7 @@ void echo(const std::string& line, std::variant<Message, std::string> (*decode)(
   require(json::parse(again) == json::parse(line), "a message says what its line said");
 }
 
-/// A message with any text is understood by the other half.
+/// Checks that the receiver understands messages that contain this text.
 void carry(const std::string& text) {
   View view{
       .kind = ViewKind::textField, .identifier = text, .text = text, .placeholder = text, .action = text};

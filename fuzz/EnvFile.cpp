@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// The backend's .env. The input: whether it is the file or the template, a key, a value, the text of the
-// file.
+// Fuzzes reading and saving the backend's .env. The input: "template" (or anything else, for .env itself), a
+// key, a value, the text of the file.
 
 namespace {
 
@@ -14,7 +14,7 @@ using namespace kestrune;
 using fuzz::Controller;
 using fuzz::require;
 
-/// The lines of a text; each separator ends one.
+/// Returns the lines of a text. Each of these separators ends a line.
 std::vector<std::string> linesOf(std::string text) {
   for (const char* const separator : {"\v", "\f", "\r", "\u0085", "\u2028", "\u2029"}) {
     text = replacingAll(text, separator, "\n");
@@ -28,7 +28,7 @@ std::vector<std::string> linesOf(std::string text) {
   return lines;
 }
 
-/// The lines that do not define `key`, in order.
+/// Returns the lines that do not define `key`, in order.
 std::vector<std::string> otherLines(const std::vector<std::string>& lines, const std::string& key) {
   std::vector<std::string> others;
   for (const auto& line : lines) {
@@ -48,12 +48,12 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   for (const auto& each : now) {
     if (each.starts_with(key + "=")) require(each == line, "every line of a key is rewritten");
   }
-  // A blank line is before an appended line.
+  // Ignore the blank line that is put before an appended key.
   if (defining == 0 && others.size() == othersBefore.size() + 1 && others.back().empty()) others.pop_back();
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves a trimmed value without line ends, as the settings do after they have shown the old one.
+/// Saves a trimmed value without line ends, as the settings window does after it has shown the old value.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};

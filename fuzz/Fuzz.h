@@ -11,14 +11,14 @@
 #include <string>
 #include <string_view>
 
-// A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. With libFuzzer it
-// gets new bytes all the time; in an ordinary build `Replay.cpp` gives it the files of its corpus.
+// A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. libFuzzer calls
+// the function with ever new bytes. In an ordinary build, `Replay.cpp` calls it with the files of its corpus.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kestrune::fuzz {
 
-/// Aborts if an invariant does not hold, and prints it.
+/// If the invariant `what` does not hold, prints it and aborts.
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
@@ -34,7 +34,7 @@ inline void put(const std::string& file, const std::string& text) {
   std::ofstream(file, std::ios::binary) << text;
 }
 
-/// Splits an input into pieces. At its end there are empty pieces and zeros.
+/// Splits the input of a fuzzer into pieces. After the end of the input, every piece is empty or zero.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : left(reinterpret_cast<const char*>(data), size) {}
@@ -48,7 +48,7 @@ class Input {
     return first;
   }
 
-  /// Four bytes in the byte order of this machine.
+  /// Returns the next four bytes as a number, in the byte order of this machine.
   std::uint32_t word() {
     std::uint32_t value = 0;
     const std::string_view bytes = take(sizeof value);
@@ -56,17 +56,17 @@ class Input {
     return value;
   }
 
-  /// The bytes before the next NUL, which is skipped.
+  /// Returns the bytes before the next NUL, and skips the NUL.
   std::string_view text() {
     const std::string_view piece = take(std::min(left.find('\0'), left.size()));
     byte();
     return piece;
   }
 
-  /// `count` bytes, or all that are left.
+  /// Returns the next `count` bytes, or all bytes that are left if there are fewer.
   std::string_view piece(std::size_t count) { return take(count); }
 
-  /// All bytes that are left.
+  /// Returns all bytes that are left.
   std::string_view rest() { return take(left.size()); }
 
  private:

@@ -5,7 +5,7 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// The pairing link. The input: a value, the text of a .env.
+// Fuzzes the pairing link. The input: a value for the link, the text of the backend's .env.
 
 namespace {
 
@@ -19,7 +19,7 @@ int digit(char character) {
   return character - 'A' + 10;
 }
 
-/// Decodes a value of the link.
+/// Decodes a percent-encoded value of the link.
 std::string decoded(std::string_view value) {
   std::string bytes;
   for (std::size_t at = 0; at < value.size(); ++at) {

@@ -7,7 +7,7 @@
 #include "tests/rig/ScratchFolder.h"
 #include "text/Text.h"
 
-// The preferences file. The input: a key, a value, the text of the file.
+// Fuzzes the preferences file. The input: a key, a value, the text of the file.
 
 namespace {
 
@@ -16,7 +16,7 @@ using fuzz::contentsOf;
 using fuzz::require;
 using nlohmann::json;
 
-/// The other keys of the file.
+/// Returns the preferences in `text` without `key`; empty if `text` is not a JSON object.
 json othersIn(const std::string& text, const std::string& key) {
   json preferences = json::parse(text, nullptr, false);
   if (!preferences.is_object()) return json::object();

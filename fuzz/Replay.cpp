@@ -6,7 +6,7 @@
 
 #include "fuzz/Fuzz.h"
 
-// Runs a fuzzer with the files of the given folders, in builds without libFuzzer.
+// Runs a fuzzer with each file of the given folders, in builds without libFuzzer.
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// An answer of the local service.
+// Fuzzes the choice of project and thread from an answer of the backend's service. The input: the answer.
 
 using namespace kestrune;
 using fuzz::require;

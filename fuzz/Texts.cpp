@@ -3,7 +3,7 @@
 #include "KestruneMenuClient/AppDelegate.h"
 #include "fuzz/Fuzz.h"
 
-// Cutting, trimming and escaping. The input: a limit, a part and its replacement, the text.
+// Fuzzes the functions of text/Text.h. The input: a limit for cuts, a part and its replacement, the text.
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/VirtualTime.h"
 
-// What hosts ask of the item in the tray and of its menu, on a line of their own without a bus between: one
-// step behind the other, each begun by a byte that says which.
+// Fuzzes the D-Bus calls of tray hosts (panels) to the tray item and its menu, over a direct connection
+// without a bus. The input is a sequence of steps; the first byte of a step chooses its kind.
 
 namespace {
 
@@ -52,7 +52,7 @@ constexpr std::array methods{
     Method{menu, properties, "Set", "ssv"},
 };
 
-/// How many characters the first type of these takes.
+/// Returns how many characters the first type in a D-Bus signature takes.
 std::size_t firstType(std::string_view types) {
   if (types.front() == 'a') return 1 + firstType(types.substr(1));
   return types.front() == '(' ? types.find(')') + 1 : 1;
@@ -60,7 +60,7 @@ std::size_t firstType(std::string_view types) {
 
 int append(sd_bus_message* message, std::string_view types, Input& input);
 
-/// A container that holds `contents` so many times.
+/// Appends a container, and fills it `count` times with values of the types `contents`.
 int appendContainer(sd_bus_message* message, char kind, std::string_view contents, int count, Input& input) {
   int result = sd_bus_message_open_container(message, kind, std::string(contents).c_str());
   for (int i = 0; i < count && result >= 0; ++i) result = append(message, contents, input);
@@ -85,7 +85,7 @@ int appendOne(sd_bus_message* message, std::string_view type, Input& input) {
   }
 }
 
-/// Values of these types, made of the input.
+/// Appends values of these types, made of the input.
 int append(sd_bus_message* message, std::string_view types, Input& input) {
   int result = 0;
   while (result >= 0 && !types.empty()) {
@@ -96,16 +96,16 @@ int append(sd_bus_message* message, std::string_view types, Input& input) {
   return result;
 }
 
-/// Sees to it that only rows that can be chosen are performed.
+/// Checks that only the actions of enabled rows are performed.
 struct Target final : ActionTarget {
   void performAction(std::string_view action) override {
     require(action == "allowed", "what is disabled does nothing");
   }
 };
 
-/// Without connection: the item is given the one that the host is on.
+/// Returns a session bus without a connection. `Desk` gives the item the connection to the host.
 SessionBus& idleBus() {
-  // The loop keeps the signals to itself that end the process, and nobody could end a fuzzer.
+  // Restore the signal mask: the loop blocks the signals that end a process, and nobody could end a fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;
@@ -128,7 +128,7 @@ Bus makeBus(int descriptor, bool isServer) {
   return Bus(bus);
 }
 
-/// An item and a host, at both ends of a line.
+/// A tray item and a tray host, at the two ends of a connection.
 class Desk {
  public:
   Desk() {
@@ -170,7 +170,7 @@ class Desk {
                                            method.member) >= 0,
             "a call can be made");
     const BusMessage owned(message);
-    // Not every text can be said on a bus.
+    // Skip arguments that D-Bus cannot carry, such as text that is not UTF-8.
     if (append(message, types, input) < 0) return;
     answered = false;
     sd_bus_slot* slot = nullptr;
@@ -190,7 +190,7 @@ class Desk {
       isExpected = isExpected || sd_bus_error_has_name(error, name) != 0;
     }
     require(isExpected, "a call that is refused is the caller's fault");
-    // So says the library for what cannot be put into an answer.
+    // sd-bus sends this error when a value cannot be put into an answer.
     require(error == nullptr || std::strcmp(error->message, std::strerror(EINVAL)) != 0,
             "an answer can be said on a bus");
     return 0;
@@ -215,7 +215,7 @@ class Desk {
   }
 
   void setMenu(Input& input) {
-    // The program's own, unlike the titles.
+    // The keys are chosen by the program, unlike the titles, which can be any text.
     static constexpr std::array keys{"", "q", "R", ","};
     Menu shown;
     for (int id = 1 + input.byte() % 2, last = id + input.byte() % 8; id < last; ++id) {
@@ -233,7 +233,7 @@ class Desk {
     tray.setMenu(std::move(shown));
   }
 
-  /// Lets both ends say and do everything that they have to.
+  /// Processes messages at both ends until none is left, then runs the jobs of the main queue.
   void settle() {
     for (bool goesOn = true; goesOn;) {
       goesOn = false;

@@ -11,8 +11,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::uint64_t answerTime = 250'000;  // microseconds; the longest wait of the main thread
-constexpr Seconds pause{60.0};                 // after a timeout, and after an error that means "not offered"
+constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
+constexpr Seconds pause{60.0};  // without requests, after a timeout or an error of `notOfferedErrors`
 constexpr std::size_t requestLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
@@ -44,12 +44,12 @@ InhibitorService::~InhibitorService() {
 }
 
 bool InhibitorService::isPresent() const {
-  // After the pause, ask a service again that lacked the method: it may have been starting.
+  // A service that lacked the method counts as present again after the pause: it may have been starting.
   return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
 bool InhibitorService::mayBeAsked() const {
-  // Until the connection is authenticated, sd_bus_call waits for that, without a time limit.
+  // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
   return isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
 }
 
@@ -67,7 +67,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     std::uint64_t serial = 0;
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
-      // The caller is told that the request was refused: give back what is granted later.
+      // The caller is told that the request was refused: an inhibitor that is granted later is given back.
       if (sd_bus_message_get_cookie(call.get(), &serial) >= 0) expectAnswer(serial, 0);
     }
     if (holds(holder) || !goOn) return holds(holder);
@@ -82,7 +82,7 @@ void InhibitorService::inhibitLater(std::uint32_t holder, const std::string& rea
   if (isPending || !mayBeAsked()) return;
   const BusMessage call = newRequest(reason);
   std::uint64_t serial = 0;
-  // Without a timeout: a late grant is still wanted, or must be given back.
+  // Send without a timeout: an inhibitor that is granted late is still wanted, or must be given back.
   if (call && sd_bus_send(bus, call.get(), &serial) >= 0) expectAnswer(serial, holder);
 }
 
@@ -109,7 +109,7 @@ bool InhibitorService::holds(std::uint32_t holder) const {
 void InhibitorService::busConnected(sd_bus* connected) {
   bus = connected;
   owner.busConnected(bus);
-  // A filter, because sd-bus has no handler for the late answer to a call that timed out.
+  // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_filter(bus, &slot, &answered, this) >= 0) answers.reset(slot);
 }
@@ -118,8 +118,8 @@ void InhibitorService::busLost() {
   owner.busLost();
   requests.clear();
   answers.reset();
-  // The services drop the cookies of a lost connection. A logind descriptor may still be in force: keep it
-  // until another grant replaces it.
+  // The services drop the cookies of a lost connection. But a descriptor of logind may keep its inhibitor in
+  // force: keep the descriptor until another grant replaces it.
   for (auto& [holder, grant] : grants) grant.owner.clear();
   bus = nullptr;
   onChange();
@@ -131,7 +131,7 @@ void InhibitorService::ownerChanged() {
   onChange();
 }
 
-/// Calls the unique name, so that no service is started.
+/// Returns a call of "Inhibit" to the service's unique name, which starts no service; null on failure.
 BusMessage InhibitorService::newRequest(const std::string& reason) const {
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, owner.owner().c_str(), protocol.paths[path], protocol.interface,
@@ -154,9 +154,9 @@ int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error
   return 1;
 }
 
-/// Handles the answer to a request: `error`, or `reply` without one. Returns whether an inhibitor was granted
-/// or the service lacks the method at this path. Then the next path is used; after the last one, the service
-/// counts as absent for `pause`.
+/// Handles the answer to a request: `error`, or `reply` if `error` is null. Returns true if an inhibitor was
+/// granted, or if the service lacks the method at this path. If the method is lacking, the next path is used
+/// from now on; after the last path, the service counts as absent for `pause`.
 bool InhibitorService::take(const Request& request, sd_bus_message* reply, const sd_bus_error* error) {
   if (error != nullptr) {
     const bool isCurrent = request.owner == owner.owner() && request.path == protocol.paths[path];
@@ -187,13 +187,13 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request
   }
   int descriptor = -1;
   if (sd_bus_message_read(reply, "h", &descriptor) <= 0) return std::nullopt;
-  // The message owns the descriptor that it carries (SCM_RIGHTS) and closes it.
+  // Duplicate the descriptor (SCM_RIGHTS): the message owns it, and closes it when the message is freed.
   grant.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   if (!grant.descriptor) return std::nullopt;
   return grant;
 }
 
-/// Calls the unique name: only the process that issued a cookie knows it.
+/// Releases a cookie. Calls the unique name, because only the process that issued the cookie knows it.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,

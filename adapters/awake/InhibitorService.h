@@ -15,43 +15,43 @@
 
 namespace kestrune {
 
-/// The D-Bus methods by which a service grants an idle inhibitor and takes it back.
+/// The D-Bus methods of a service that grants idle inhibitors (which keep the machine or display awake).
 struct InhibitorProtocol {
   const char* name;       ///< bus name of the service
-  const char* interface;  ///< with the method "Inhibit"
-  /// Possible object paths, because desktops differ. They are tried in order.
+  const char* interface;  ///< the interface that has the method "Inhibit"
+  /// The object paths to try, in this order. Desktops differ in the path.
   std::vector<const char*> paths;
-  /// The method that releases a cookie. Null for a service that returns a descriptor: closing it releases the
-  /// inhibitor.
+  /// The method that releases an inhibitor by its cookie. Null for a service that grants a descriptor instead
+  /// of a cookie: closing the descriptor releases the inhibitor.
   const char* giveBackMethod;
   int (*appendArguments)(sd_bus_message* call, const char* reason);
 };
 
-/// One service that grants idle inhibitors, and the inhibitors that it has granted. Never starts the service.
-/// The destructor gives everything back. Main thread.
+/// A service that grants idle inhibitors, and the inhibitors that it has granted. Never starts the service.
+/// The destructor gives all inhibitors back. Main thread.
 class InhibitorService final : public BusClient {
  public:
-  /// `connection` and `clock` outlive this. `onChange` runs when the service appears or vanishes, and when a
-  /// request of `inhibitLater` is granted.
+  /// `connection` and `clock` must outlive this object. `onChange` runs when the service appears or vanishes,
+  /// and when a request of `inhibitLater` is granted.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol,
                    std::function<void()> onChange);
   ~InhibitorService() override;
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  /// Whether the service is known to run. False if it lacked the method within the last minute.
+  /// Returns whether the service is known to run. Returns false for a minute after it lacked the method.
   bool isPresent() const;
 
   /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
-  /// 250 ms at most; after a timeout, refuses for a minute without asking. False if it was refused, or if the
-  /// service turned out to lack the method and is not present any more.
+  /// for at most 250 ms. After a timeout, returns false for a minute without asking. Returns false if the
+  /// service refused, or if it lacks the method; the service then no longer counts as present.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
-  /// minute after a timeout.
+  /// minute after a timeout of `inhibit`.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
-  /// Gives back the inhibitor of `holder`, if any, and one that a pending request brings later.
+  /// Gives back the inhibitor of `holder`, if any, and the inhibitor that a pending request brings later.
   void giveBack(std::uint32_t holder);
-  /// Whether the inhibitor of `holder` is in force, as far as known: the process that granted it still runs.
+  /// Returns whether the inhibitor of `holder` is in force: the granting process still runs, as far as known.
   bool holds(std::uint32_t holder) const;
 
   void busConnected(sd_bus* bus) override;
@@ -59,16 +59,16 @@ class InhibitorService final : public BusClient {
 
  private:
   struct Grant {
-    std::string owner;  ///< unique name of the service; empty after the bus was lost
+    std::string owner;  ///< unique name of the granting service; empty after the bus was lost
     const char* path = nullptr;
     std::uint32_t cookie = 0;
     FileDescriptor descriptor;
   };
-  /// A request without an answer.
+  /// A request that has not been answered yet.
   struct Request {
-    std::uint64_t serial;  ///< of the method call
+    std::uint64_t serial;  ///< serial number of the method call
     std::uint32_t holder;  ///< 0 when the inhibitor is not wanted any more
-    std::string owner;     ///< unique name that was called
+    std::string owner;     ///< unique name of the service that was called
     const char* path;
   };
 
@@ -88,11 +88,11 @@ class InhibitorService final : public BusClient {
   NameOwner owner;
 
   sd_bus* bus = nullptr;
-  std::size_t path = 0;                   ///< index of the path in use, in the protocol's paths
-  Seconds absentUntil;                    ///< on Clock::continuousTime
-  Seconds silentUntil;                    ///< on Clock::continuousTime
-  std::map<std::uint32_t, Grant> grants;  ///< by holder
-  std::deque<Request> requests;           ///< the oldest first
+  std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
+  Seconds absentUntil;                    ///< `isPresent` is false until then (Clock::continuousTime)
+  Seconds silentUntil;                    ///< no request is sent until then (Clock::continuousTime)
+  std::map<std::uint32_t, Grant> grants;  ///< key: holder
+  std::deque<Request> requests;           ///< oldest first
   BusSlot answers;
 };
 

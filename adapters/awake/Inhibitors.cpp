@@ -65,7 +65,7 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
       login(systemBus, clock, logind, [this] { settle(); }) {}
 
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
-  // 0 means none, and after an overflow an identifier may still be in use.
+  // Skip 0, which means no assertion, and identifiers that are still in use after an overflow.
   do ++lastIdentifier;
   while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
   const std::uint32_t identifier = lastIdentifier;
@@ -94,7 +94,7 @@ void Inhibitors::release(std::uint32_t identifier) {
   settle();
 }
 
-/// The services that must grant an assertion of this type now.
+/// Returns the services that must grant an assertion of this type now.
 Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
   Services found;
   const auto addPresent = [&found](std::initializer_list<InhibitorService*> services) {
@@ -113,7 +113,7 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
 
 bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
   for (;;) {
-    // Look up again each time: when a service turns out to lack the method, others take its place.
+    // Look the services up again each time: if a service turns out to lack the method, others take its place.
     const auto services = servicesFor(assertion.type);
     if (services.empty()) return false;
     const auto next =
@@ -128,7 +128,7 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// Adapts the held assertions to services that appeared or vanished.
+/// Adapts the inhibitors of all held assertions after services have appeared or vanished.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
@@ -139,7 +139,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Give back last: otherwise nothing would keep the machine awake in between.
+    // Give superfluous inhibitors back last: otherwise nothing would keep the machine awake in between.
     for (auto* const service : all) {
       const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

@@ -11,19 +11,21 @@
 
 namespace kestrune {
 
-/// Power assertions as idle inhibitors over D-Bus. A suspend that the user asks for is never blocked.
+/// Holds power assertions (which keep the machine or its display awake) as idle inhibitors of D-Bus services.
+/// A suspend that the user asks for is never blocked.
 ///
-/// For the display, it asks the GNOME session manager. Without that, it asks the screen-saver and the
-/// power-management service, if they exist, else logind. For the system, it asks logind, and the
-/// power-management service if there is one, which can suspend the machine by itself. An assertion is held
-/// only if every service that was asked has granted it. A service that starts later or again is asked without
+/// An assertion for the display needs an inhibitor of the GNOME session manager. Without a session manager,
+/// it needs inhibitors of the screen-saver and the power-management service, as far as they exist; if both
+/// are missing, of logind. An assertion for the system needs inhibitors of logind and, if it exists, of the
+/// power-management service, which can suspend the machine by itself. An assertion is held only if every
+/// needed service has granted its inhibitor. A service that starts later, or starts again, is asked without
 /// blocking; if it refuses, the assertion is lost.
 ///
-/// `create` waits for a service for at most 250 ms, and then does not ask it for a minute unless it starts
-/// again. It never waits for a bus that is not connected.
+/// `create` waits for a service for at most 250 ms. After a timeout it does not ask this service for a
+/// minute, unless the service starts again. It never waits for a bus that is not connected.
 class Inhibitors final : public PowerAssertions {
  public:
-  /// The arguments outlive this. The destructor gives back all inhibitors.
+  /// The buses and the clock must outlive this object. The destructor gives back all inhibitors.
   Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock);
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;

@@ -50,7 +50,7 @@ void BusInquiry::ask(const Question& question, Answer answer) {
 int BusInquiry::replied(sd_bus_message* reply, void* data, sd_bus_error*) {
   auto& call = *static_cast<Call*>(data);
   const Outcome outcome = outcomeOf(reply);
-  // Every reply from the bus has a sender, errors included. An error that sd-bus makes locally has none.
+  // A reply from the bus has a sender, also an error. An error that sd-bus makes itself has no sender.
   call.inquiry.answered = call.inquiry.answered || sd_bus_message_get_sender(reply) != nullptr;
   call.answer(outcome == Outcome::answered ? reply : nullptr, outcome);
   --call.inquiry.pending;

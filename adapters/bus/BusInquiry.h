@@ -8,30 +8,31 @@
 
 namespace kestrune {
 
-/// Calls methods of several programs on a bus, and tells when all have answered. Never starts a program
-/// (auto-start is off). Main thread.
+/// Calls methods of several programs on a bus, and tells when all calls have been answered. Never starts a
+/// program (auto-start is off). Main thread.
 class BusInquiry final : public BusClient {
  public:
   struct Question {
     std::string destination, path, interface, method;
-    std::vector<std::string> arguments{};  ///< D-Bus type s
+    std::vector<std::string> arguments{};  ///< all of D-Bus type s (string)
   };
   enum class Outcome {
     answered,
-    refused,      ///< by a D-Bus error
-    noOwner,  ///< NameHasNoOwner or ServiceUnknown
-    unanswered,   ///< timeout, or the destination left the bus
+    refused,     ///< the reply is another D-Bus error
+    noOwner,     ///< no program has this bus name (NameHasNoOwner or ServiceUnknown)
+    unanswered,  ///< no reply: timeout, the program left the bus, or the call was not sent
   };
-  /// `reply` holds the values; null unless the outcome is `answered`.
+  /// Receives the result of a call. `reply` is null unless `outcome` is `answered`.
   using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;
 
-  /// `connection` outlives this.
+  /// `connection` must outlive this object.
   explicit BusInquiry(BusConnection& connection);
   ~BusInquiry() override;
 
-  /// `answer` may call `ask`. When the bus is lost, it is called with `unanswered` or not at all.
+  /// Calls a method, and passes the result to `answer`, which may call `ask` again. When the bus is lost,
+  /// `answer` is called with `unanswered` or not at all.
   void ask(const Question& question, Answer answer);
-  /// Whether any reply has come, also an error from the bus daemon.
+  /// Returns whether any reply has come over the bus, even if it was an error from the bus daemon.
   bool isAnswered() const { return answered; }
   bool isConnected() const { return bus != nullptr; }
   bool isDone() const { return bus == nullptr || pending == 0; }

@@ -7,11 +7,11 @@
 
 namespace kestrune {
 
-/// Tracks the owner of a bus name (NameOwnerChanged). Never starts a service and never blocks. Main thread.
+/// Tracks which program owns a bus name. Never starts a service and never blocks. Main thread.
 class NameOwner {
  public:
-  /// `onChange` runs when the owner becomes known and after each change. `before` is the previous owner:
-  /// empty if there was none or it was unknown. It does not run when the bus is lost.
+  /// `onChange` runs when the owner becomes known and after each change, but not when the bus is lost.
+  /// `before`: the previous owner; empty if there was none, or if it was unknown.
   NameOwner(std::string name, std::function<void(const std::string& before)> onChange);
   NameOwner(const NameOwner&) = delete;
   NameOwner& operator=(const NameOwner&) = delete;
@@ -19,10 +19,10 @@ class NameOwner {
   void busConnected(sd_bus* bus);
   void busLost();
 
-  /// Whether the bus has answered: the name has an owner or has none.
+  /// Returns whether the bus has told who owns the name, or that nobody owns it.
   bool isKnown() const { return known; }
 
-  /// The unique name of the owner; empty when there is none or it is unknown.
+  /// Returns the unique bus name of the owner; empty when there is no owner or it is unknown.
   const std::string& owner() const { return current; }
 
  private:

@@ -65,7 +65,7 @@ void BusConnection::tryToConnect() {
   if (result < 0) {
     if (bus != nullptr) sd_bus_detach_event(bus);
     bus = sd_bus_close_unref(bus);
-    // Without an address there is no medium.
+    // The error is ENOENT when the bus has no socket, and ENOMEDIUM when no address of the bus is known.
     const bool isMissing = result == -ENOENT || result == -ENOMEDIUM;
     if (isMissing && absence == Absence::expected) return;
     const bool isSession = kind == BusKind::session;
@@ -74,8 +74,8 @@ void BusConnection::tryToConnect() {
     return;
   }
   disconnection.reset(slot);
-  // A socket can accept connections although the bus does not work. Reset the delay before the next attempt
-  // only when the bus has answered.
+  // An open connection does not prove that the bus works: a socket can accept connections although nobody
+  // answers. So the retry delay is reset only when the bus has answered this call.
   if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
     firstAnswer.reset(slot);
   }
@@ -88,7 +88,7 @@ void BusConnection::disconnect() {
   disconnection.reset();
   firstAnswer.reset();
   sd_bus_detach_event(bus);
-  // Close without a flush, which would block on a stopped bus.
+  // Close the connection without flushing it: a flush would block while the bus daemon is stopped.
   bus = sd_bus_close_unref(bus);
 }
 
@@ -108,7 +108,7 @@ int BusConnection::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
 }
 
 int BusConnection::disconnected(sd_bus_message*, void* data, sd_bus_error*) {
-  // The connection must not be destroyed inside its own callback.
+  // Reconnect later: the connection must not be destroyed inside its own callback.
   static_cast<BusConnection*>(data)->connectLater();
   return 0;
 }

@@ -10,49 +10,49 @@
 
 namespace kestrune {
 
-/// The message bus daemon, which answers on every bus. Its name is also the name of its interface.
+/// The bus daemon, which exists on every bus. Its bus name is also the name of its interface.
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
-/// A slot of a bus connection: an exported object, a match rule or a pending call. Its destructor cancels it.
+/// Owns a slot: an exported object, a match rule or a pending call of sd-bus. The destructor cancels it.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotDeleter>;
 
 struct BusMessageDeleter {
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
-/// A reference to a message; null when the message could not be created.
+/// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A reply handler for sd_bus_add_match_async that ignores a refused AddMatch: the signals are then missing.
-/// Without a handler, sd-bus closes the connection, and we would reconnect and be refused again.
+/// A reply handler for sd_bus_add_match_async that ignores a refusal: only the signals are then missing.
+/// Without a handler, sd-bus closes the connection, and the client would reconnect and be refused again.
 int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
-/// Whether the sender is the bus daemon. Match rules filter broadcasts only: any process may send this
-/// connection a unicast signal.
+/// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
+/// only, and any process may send a unicast signal to this connection.
 bool isFromBusDaemon(sd_bus_message* signal);
 
-/// Whether the signal is a broadcast. The bus delivers a broadcast only if it matches one of our rules,
-/// sender included; a unicast signal arrives in any case.
+/// Returns whether the signal is a broadcast. A broadcast arrives only if it matches one of our rules,
+/// including the sender in the rule. A unicast signal arrives in any case, whoever sent it.
 bool isBroadcast(sd_bus_message* signal);
 
-/// A user of a bus connection, which registers again on each new connection.
+/// An object that uses a bus connection, and sets up its match rules and objects on each new connection.
 class BusClient {
  public:
   virtual ~BusClient() = default;
 
-  /// A connection is open. sd-bus queues messages until the bus has authenticated it; nothing blocks.
+  /// Called when a connection is open. sd-bus queues messages until it is authenticated; nothing blocks.
   virtual void busConnected(sd_bus* bus) = 0;
 
-  /// The connection is lost. Release every slot on it before returning.
+  /// Called when the connection is lost. Release every slot of this connection before returning.
   virtual void busLost() = 0;
 };
 
 enum class BusKind { session, system };
 
-/// The connection to a message bus. Reconnects when the bus comes back. Main thread.
+/// The connection to a message bus. Connects again when the bus comes back. Main thread.
 class BusConnection {
  public:
   BusConnection(EventLoop& loop, BusKind kind);
@@ -60,16 +60,16 @@ class BusConnection {
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Calls `client` for the connection, at once if there is one, and for each later connection. `client`
-  /// outlives this or is removed.
+  /// Tells `client` of the current connection, if there is one, and of each later connection. `client` must
+  /// outlive this object, unless it is removed.
   void add(BusClient& client);
   void remove(BusClient& client);
 
-  /// Whether a missing socket of the bus is an error, or usual because there is no desktop.
+  /// Whether a missing bus is an error, or normal because the machine has no desktop.
   enum class Absence { fault, expected };
 
-  /// Connects now, and again whenever the bus is lost. Without a bus, reports that on standard error once,
-  /// unless that is expected, and retries after 0.1 s, then up to every 30 s.
+  /// Connects now, and again whenever the bus is lost. Without a bus, prints an error on standard error once
+  /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
   void connect(Absence absence = Absence::fault);
 
   bool isConnected() const { return bus != nullptr; }

@@ -23,16 +23,16 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes, both pipes together
-constexpr std::size_t leastRoom = 65536;                    // bytes that a child can write to each pipe
+constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes that are kept of both pipes together
+constexpr std::size_t leastRoom = 65536;  // bytes that a child can write to each pipe without blocking
 
-// The reserved launch retries for 1 s when fork fails with EAGAIN.
+// After `reserveForThisThread`, a launch that fails with EAGAIN is tried again for 1 s.
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
 
 using std::chrono::steady_clock;
 
-/// Drops an incomplete UTF-8 sequence at the end of `bytes`.
+/// Removes an incomplete UTF-8 sequence from the end of `bytes`.
 void dropCutCharacter(std::string& bytes) {
   std::size_t lead = bytes.size();
   while (lead > 0 && bytes.size() - lead < 3 && (static_cast<unsigned char>(bytes[lead - 1]) & 0xC0) == 0x80)
@@ -46,11 +46,11 @@ void dropCutCharacter(std::string& bytes) {
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
   FileDescriptor readEnd;   ///< non-blocking; closed at end of file
-  FileDescriptor writeEnd;  ///< polled to see whether the pipe is full; closed before `drain`
-  std::string bytes{};      ///< read so far
-  bool cut = false;         ///< more was read than kept
+  FileDescriptor writeEnd;  ///< kept open to poll whether the pipe is full; closed before `drain`
+  std::string bytes{};      ///< what has been read so far
+  bool cut = false;         ///< whether bytes were read and then discarded, because the limit was reached
 
-  /// Returns an `errno` value; 0 on success.
+  /// Creates the pipe. Returns 0, or an `errno` value on failure.
   int open() {
     int descriptors[2];
     if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
@@ -59,9 +59,9 @@ struct OutputPipe {
     return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
   }
 
-  /// Lets the child write at least 64 KiB: reads from a full pipe that has held less. The kernel gives a user
-  /// over pipe-user-pages-soft pipes of one or two pages. A page counts as full when the next write does not
-  /// fit.
+  /// Lets the child write at least 64 KiB in total: reads from the pipe when it is full with less. Such small
+  /// pipes exist: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe only one
+  /// or two pages. A page counts as full when the next write does not fit into it.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};
@@ -70,14 +70,14 @@ struct OutputPipe {
     ioctl(readEnd.get(), FIONREAD, &queued);
     const std::size_t written = bytes.size() + static_cast<std::size_t>(queued);
     if (written >= leastRoom) return;
-    // Reading less than a page might free no space.
+    // Read at least a page: reading less might free no space in the pipe.
     std::string some(std::max(page, leastRoom - written), '\0');
     const ssize_t count = read(readEnd.get(), some.data(), some.size());
     if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
   }
 
-  /// Reads until the pipe is empty, through `buffer`, and keeps at most `room` bytes. Stops at the deadline
-  /// once bytes have been discarded.
+  /// Reads through `buffer` until the pipe is empty, and appends at most `room` bytes to `bytes`. Once bytes
+  /// have been discarded, stops at the deadline.
   void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
       const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
@@ -88,7 +88,7 @@ struct OutputPipe {
       bytes.append(buffer.data(), kept);
       room -= kept;
       if (kept < static_cast<std::size_t>(count)) cut = true;
-      // A process may write faster than this reads.
+      // A process may write faster than this loop reads, so the pipe might never be empty.
       if (cut && steady_clock::now() >= deadline) return;
     }
   }
@@ -96,14 +96,14 @@ struct OutputPipe {
 
 }  // namespace
 
-/// The children that are not reaped, and the thread that may launch more.
+/// The children that have not been reaped, and the thread that may launch more.
 struct ChildProcesses::Register {
   explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
 
   const TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // reaped by their Process
-  std::vector<pid_t> abandoned;  // their Process is destroyed; reaped by `reapAbandoned`
+  std::vector<pid_t> running;    // children that their Process object reaps
+  std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;
 
   void reapAbandoned() {
@@ -139,7 +139,7 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // A process group ID stays in use while the group has members, also after its leader is reaped.
+  // Also reaches the descendants of a reaped child: the ID of a group with members is not reused.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {
@@ -171,7 +171,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock: after waitpid the PID may be reused, and `reserveForThisThread` must not kill it then.
+    // Hold the lock: a reaped PID may be reused, and `reserveForThisThread` must not kill its new owner.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;
@@ -228,8 +228,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // EAGAIN: a killed child counts against RLIMIT_NPROC until it is reaped. Other processes of the session are
-  // ending and free more.
+  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). It soon succeeds: killed children count
+  // until they are reaped here, and other processes of the session are ending too.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
@@ -246,7 +246,7 @@ void ChildProcesses::reserveForThisThread() {
   const std::lock_guard lock(children->mutex);
   children->onlyThread = std::this_thread::get_id();
   children->reapAbandoned();
-  // Free descriptors for the launch that stops the backend.
+  // Close the spare descriptors, so that the launch that stops the backend can open its pipes.
   for (auto& each : spare) each.reset();
   for (const auto* const pids : {&children->running, &children->abandoned}) {
     for (const pid_t pid : *pids) kill(-pid, SIGKILL);

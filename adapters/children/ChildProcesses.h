@@ -12,19 +12,19 @@
 
 namespace kestrune {
 
-/// Child processes by posix_spawn.
+/// Starts child processes with posix_spawn.
 class ChildProcesses final : public Processes {
  public:
-  /// Takes over the non-blocking read end of a pipe. Runs on the thread that uses the child.
+  /// A function that takes over the non-blocking read end of a pipe. Runs on the thread that uses the child.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
   /// `leftover` gets each pipe that a descendant of the child still has open when the output was read or the
-  /// Process was destroyed. Without it, the pipes are closed, and a process that writes to one gets SIGPIPE.
+  /// Process was destroyed. Without `leftover`, the pipe is closed, and its writers get SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments) override;
-  /// The same with `input` as standard input. An executable without a slash is looked up on PATH.
+  /// Does the same with `input` as standard input. Without a slash, `executable` is looked up on PATH.
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments, int input);
   void reserveForThisThread() override;
@@ -33,8 +33,8 @@ class ChildProcesses final : public Processes {
   class Child;
   struct Register;
 
-  const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this
-  std::array<FileDescriptor, 4> spare;       // descriptors kept for a launch after `reserveForThisThread`
+  const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
+  std::array<FileDescriptor, 4> spare;       // spare descriptors for the launch after `reserveForThisThread`
 };
 
 }  // namespace kestrune

@@ -15,11 +15,11 @@ namespace kestrune {
 
 namespace {
 
-constexpr Seconds grace{1.0};          // how long curl may exceed --max-time
-constexpr Seconds pollInterval{0.01};  // between two checks for its exit, after its output ended
+constexpr Seconds grace{1.0};          // how much longer than --max-time curl may run
+constexpr Seconds pollInterval{0.01};  // between two checks whether curl has exited after its output
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
-/// Whether the token is valid in an HTTP header line: it has no control character.
+/// Returns whether the token may be part of an HTTP header line: it has no control character.
 bool canStandInHeader(const std::string& token) {
   return std::none_of(token.begin(), token.end(), [](char each) {
     const auto byte = static_cast<unsigned char>(each);
@@ -27,7 +27,7 @@ bool canStandInHeader(const std::string& token) {
   });
 }
 
-/// A memfd that contains `text`, with the offset at its start; empty when memory is short.
+/// Returns a memfd (a file in memory) that contains `text` and is read from its start; empty on failure.
 FileDescriptor fileInMemory(const std::string& text) {
   FileDescriptor file(memfd_create("header", MFD_CLOEXEC));
   const auto size = static_cast<ssize_t>(text.size());
@@ -37,7 +37,7 @@ FileDescriptor fileInMemory(const std::string& text) {
   return file;
 }
 
-/// Seconds with three decimals: curl 8.14 misreads a number with more.
+/// Returns the seconds with three decimals: curl 8.14 misreads a number with more decimals.
 std::string withMilliseconds(Seconds limit) {
   char text[32];
   std::snprintf(text, sizeof text, "%.3f", limit.count());
@@ -50,13 +50,13 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   if (!canStandInHeader(token)) return std::nullopt;
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) return std::nullopt;
-  // -q ignores the user's .curlrc, --noproxy every proxy.
+  // -q makes curl ignore the user's .curlrc; --noproxy "*" makes it ignore every proxy.
   const auto launched = children.launch(
       "curl",
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
   if (!launched) {
-    // ECANCELED only means that the client is ending and has reserved all launches.
+    // ECANCELED is no fault: the client is ending, and only the thread that stops the backend may launch.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("cannot run curl: " + launched.reason() + "; the menu shows no project and no thread");
     return std::nullopt;

@@ -6,12 +6,12 @@
 
 namespace kestrune {
 
-/// Runs curl to ask the service, so that this process never has a socket on the service's port: stopping the
-/// backend kills the processes on that port. curl gets the token as a memfd on standard input, because other
-/// processes can read its arguments and its environment.
+/// Asks the backend's service through curl, so that this process never has a socket on the service's port:
+/// stopping the backend kills the processes on that port. curl reads the token from a memfd (a file in
+/// memory) on its standard input, because other processes can read its arguments and its environment.
 class CurlLocalService final : public LocalService {
  public:
-  /// `limit` is the longest time of a request. `children` and `clock` outlive this.
+  /// `limit`: the longest time of a request. `children` and `clock` must outlive this object.
   CurlLocalService(ChildProcesses& givenChildren, Clock& givenClock, Seconds givenLimit = Seconds{5})
       : children(givenChildren), clock(givenClock), limit(givenLimit) {}
 

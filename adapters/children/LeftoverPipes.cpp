@@ -11,12 +11,12 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t mostAtOnce = 65536;  // bytes of each pipe
-// Pause between two reads: a service that writes without end must not keep the loop busy, nor wake it for
-// each line.
+constexpr std::size_t mostAtOnce = 65536;  // bytes that are read from a pipe at a time
+// The pause between two reads. Without it, a service that writes without end would keep the loop busy, and a
+// service that writes a line now and then would wake the loop for each line.
 constexpr Seconds interval{0.05};
 
-/// Reads and discards. False at end of file or on an error.
+/// Reads from the pipe and discards the bytes. Returns false at end of file or on an error.
 bool readAway(const FileDescriptor& pipe, std::vector<char>& buffer) {
   const ssize_t count = read(pipe.get(), buffer.data(), buffer.size());
   return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
@@ -32,7 +32,7 @@ void LeftoverPipes::add(FileDescriptor readEnd) {
   const std::lock_guard lock(mutex);
   if (pipes.size() == limit) pipes.pop_front();
   epoll_event event{.events = EPOLLIN, .data = {}};
-  // If this fails with ENOMEM, the pipe is read when another one becomes readable.
+  // If this fails (ENOMEM), the pipe does not wake the loop, and is read when another pipe becomes readable.
   epoll_ctl(readable.get(), EPOLL_CTL_ADD, readEnd.get(), &event);
   pipes.push_back(std::move(readEnd));
 }

@@ -8,18 +8,18 @@
 
 namespace kestrune {
 
-/// Reads and discards the output of processes that a command left behind. A service that keeps the command's
-/// standard output open would die of SIGPIPE if the read end were closed. Main thread, except `add`.
+/// Reads and discards the output of processes that a command has left running. If the read end were closed, a
+/// service that has the command's standard output open would die of SIGPIPE. Main thread, except `add`.
 class LeftoverPipes {
  public:
-  /// The most pipes at a time. One more closes the oldest, and the process that writes to it gets SIGPIPE.
+  /// The largest number of pipes. A further pipe closes the oldest pipe, whose writer then gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& loop);
   LeftoverPipes(const LeftoverPipes&) = delete;
   LeftoverPipes& operator=(const LeftoverPipes&) = delete;
 
-  /// Takes a non-blocking read end, and closes it when no process has the write end open. Any thread.
+  /// Takes over a non-blocking read end. Closes it when no process has the write end open. Any thread.
   void add(FileDescriptor readEnd);
 
  private:
@@ -27,11 +27,11 @@ class LeftoverPipes {
   void discard();
 
   EventLoop& loop;
-  const FileDescriptor readable;  // an epoll instance with all pipes, so that any thread can add one
+  const FileDescriptor readable;  // an epoll instance with all pipes, so that any thread can add a pipe
   EventSource source;
   EventSource pause;
   std::mutex mutex;
-  std::deque<FileDescriptor> pipes;  // the oldest first; guarded by mutex
+  std::deque<FileDescriptor> pipes;  // oldest first; guarded by mutex
 };
 
 }  // namespace kestrune

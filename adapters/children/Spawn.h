@@ -7,18 +7,19 @@
 
 namespace kestrune {
 
-/// How a child process is started.
+/// How `spawn` starts a child process.
 struct SpawnOptions {
   std::string executable;              ///< looked up on PATH when it has no slash
-  std::vector<std::string> arguments;  ///< without the name of the program
-  int input = 0;                       ///< the child's standard streams; it inherits no other descriptor
+  std::vector<std::string> arguments;  ///< without argv[0], the name of the program
+  /// Descriptors for the child's standard streams. The child inherits no other descriptor.
+  int input = 0;
   int output = 1;
   int error = 2;
-  std::vector<std::string> environment{};  ///< "NAME=VALUE", added to the environment of this process
+  std::vector<std::string> environment{};  ///< "NAME=VALUE" each, added to the environment of this process
 };
 
-/// Starts a child in a session of its own (setsid), with default signal dispositions and an empty signal
-/// mask. Returns 0 and sets `pid`, or returns an errno value. Any thread.
+/// Starts a child in a session of its own (setsid), with default signal handling and no signal blocked.
+/// Returns 0 and sets `pid`, or returns an errno value. Any thread.
 int spawn(const SpawnOptions& options, pid_t& pid);
 
 }  // namespace kestrune

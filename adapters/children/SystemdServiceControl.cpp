@@ -2,9 +2,9 @@
 
 namespace kestrune {
 
-// Does not wait for the unit to stop, and asks for no password. A service manager may hang or be slow: once
-// two seconds have passed since the first of these lines, each later unit gets 0.2 s instead of 1.2 s, so
-// that time remains for the other lines. Errors are not shown: few backends have all of these units.
+// Does not wait for the unit to stop, and asks for no password. The service manager may hang or be slow, so
+// the line ends after 1.2 s, or after 0.2 s once two seconds have passed since the first of these lines: so
+// time remains for the rest of the script. Errors are not shown: few backends have all these units.
 std::string SystemdServiceControl::unloadLine(const std::string& label) const {
   return ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
          "systemctl --user --no-block --no-ask-password stop " +
@@ -12,9 +12,9 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 }
 
 // The brackets around the first character keep the pattern from matching the shell that runs this line. The
-// path of a client may contain the pattern too, and so may the terminal that runs it. So the first of these
-// lines lists, in `spared`, this client, every other process of KestruneMenuClient and KestruneMenuDialogs,
-// and the ancestors of all of them.
+// pattern may also match a client by its path, or the terminal that runs the client. So the first of these
+// lines lists in `spared` what gets no signal: this client, every other process of KestruneMenuClient and
+// KestruneMenuDialogs, and the ancestors of all these processes.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "
@@ -24,8 +24,8 @@ std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) c
          "'); do [[ $spared == *\" $pid \"* ]] || kill $pid 2>/dev/null; done || true";
 }
 
-// Kills listeners only, not clients of the port, such as a browser. This client listens on no TCP port, and
-// runs curl for its requests to the port.
+// Returns a line that kills only the processes that listen on the port, not its clients, such as a browser.
+// This process is not killed: it listens on no TCP port, and runs curl for its requests to the port.
 std::string SystemdServiceControl::killListenersLine(int port) const {
   return "lsof -ti tcp:" + std::to_string(port) + " -sTCP:LISTEN | xargs -r kill -9 2>/dev/null || true";
 }

@@ -4,10 +4,11 @@
 
 namespace kestrune {
 
-/// Shell lines that stop systemd user units and end processes.
+/// Writes shell lines that stop systemd user units and end processes.
 class SystemdServiceControl final : public ServiceControl {
  public:
-  /// When the service manager hangs, the first of these lines in a script takes 1 s, each later one 0.2 s.
+  /// If the service manager hangs, this line ends after 1.2 s. Once 2 s have passed since the first such line
+  /// of the script, it ends after 0.2 s.
   std::string unloadLine(const std::string& label) const override;
   std::string endMatchingLine(const std::string& pattern) const override;
   std::string killListenersLine(int port) const override;

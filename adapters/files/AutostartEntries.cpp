@@ -19,13 +19,13 @@ namespace {
 
 constexpr auto repoVariable = "KESTRUNE_REPO_PATH";
 
-/// Escapes a string value of a desktop entry.
+/// Returns `text` as a string value of a desktop entry, with escape sequences.
 std::string escaped(std::string text) {
   text = replacingAll(text, "\\", "\\\\");
   text = replacingAll(text, "\n", "\\n");
   text = replacingAll(text, "\t", "\\t");
   text = replacingAll(text, "\r", "\\r");
-  // Parsers drop leading spaces of a value.
+  // Escape a leading space: parsers drop the leading spaces of a value.
   if (text.starts_with(' ')) text.replace(0, 1, "\\s");
   return text;
 }
@@ -43,8 +43,8 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Whether all parsers of desktop entries read this text the same way between double quotes in Exec. They
-/// differ on which characters are escaped there, and on a program name that contains "=".
+/// Returns whether all parsers of desktop entries read this text the same way between double quotes in Exec.
+/// Parsers differ on the characters that are escaped between quotes, and on a program name that contains "=".
 bool canBeQuoted(std::string_view text) {
   return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
            return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
@@ -56,9 +56,9 @@ std::string launchCommand(const std::string& executable) {
   return "\"" + executable + "\" --background";
 }
 
-/// The argument of env(1) that sets KESTRUNE_REPO_PATH.
+/// Returns the argument of env(1) that sets KESTRUNE_REPO_PATH.
 std::string repoArgument(const std::string& repo) {
-  // The entry's Path key is the repository, so "." stands for a name that cannot be quoted.
+  // The entry's Path key is the working directory, so "." stands for a path that cannot be quoted.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
@@ -69,7 +69,7 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// Parsers ignore blanks around "=" and at the end of a line.
+/// Returns the text without blanks at its ends: parsers ignore blanks around "=" and at the end of a line.
 std::string_view withoutBlanks(std::string_view text) {
   const auto first = text.find_first_not_of(' ');
   if (first == std::string_view::npos) return {};
@@ -77,11 +77,11 @@ std::string_view withoutBlanks(std::string_view text) {
 }
 
 struct Value {
-  std::size_t line;  ///< its number
+  std::size_t line;  ///< index of the line, counted from 0
   std::string text;
 };
 
-/// The values of the group [Desktop Entry] by key. The first of two equal keys counts.
+/// Returns the values of the group [Desktop Entry] by key. When a key occurs twice, its first value counts.
 std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
   std::map<std::string, Value> values;
   bool inEntry = false;
@@ -133,7 +133,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // A symbolic link to /dev/null switches the entry off. A folder starts nothing.
+    // An unreadable entry counts as enabled, but not a link to /dev/null (switched off) or a folder.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
@@ -186,7 +186,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The program was usually inside the repository. If that is gone too, replace its path.
+    // The program was usually inside the repository. If the repository is gone too, replace its path.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

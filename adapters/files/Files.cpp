@@ -24,7 +24,7 @@ namespace {
 
 constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// Follows the symbolic links at `path`, also a dangling one.
+/// Replaces a symbolic link in `path` by its final target, which may be missing (dangling link).
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;
@@ -52,8 +52,8 @@ bool isTaken(const fs::path& name) {
   return fs::exists(fs::symlink_status(name, failure));
 }
 
-/// `file` with `ending` appended, and a number when that name exists, unless `willDo` accepts the existing
-/// file.
+/// Returns `file` with `ending` appended. If that name exists, appends a number too, unless `willDo` accepts
+/// the existing file.
 fs::path freeName(const fs::path& file, const std::string& ending,
                   const std::function<bool(const fs::path&)>& willDo = {}) {
   fs::path name = file.string() + ending;
@@ -73,7 +73,7 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
   if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
   std::string bytes;
-  // st_size is too small for files that grow meanwhile and for those in /proc.
+  // Read to the end of the file: st_size is too small for files in /proc and files that grow meanwhile.
   const auto size = static_cast<std::size_t>(state.st_size);
   bytes.reserve(std::min(size, FileManager::sizeLimit));
   char buffer[16384];
@@ -139,7 +139,7 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
   const fs::path kept = freeName(target, ".unreadable", isThisOne);
   if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
 
-  // No hard link: the file system has none, or fs.protected_hardlinks forbids one for another user's file.
+  // The hard link has failed: not supported, or forbidden by fs.protected_hardlinks. Keep a copy instead.
   const std::error_code unlinkable = lastError();
   std::string bytes;
   const std::error_code unreadable = readWholeFile(target, bytes);
@@ -159,7 +159,7 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // Another process may have created it just now. Any other file of that name is an error.
+  // Another process may have created the folder just now. Any other file at `path` is an error.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

@@ -15,32 +15,32 @@ namespace kestrune {
 /// `contents` is unchanged. Any thread.
 std::error_code readWholeFile(const std::string& path, std::string& contents);
 
-/// Replaces the file at `path` atomically and durably: after a power cut, it is the old file or the new one.
-/// An existing file keeps its mode, made readable for its owner, and its owner if this user may set it; a new
-/// file has mode 0600. A symbolic link is kept and its target is replaced, except for a link to /dev/null,
-/// which is replaced itself. Any thread.
+/// Replaces the file at `path` atomically and durably: after a power cut, there is either the old file or the
+/// new one. An existing file keeps its mode, with read permission added for its owner, and it keeps its owner
+/// if this user may set it. A new file has mode 0600. If `path` is a symbolic link, the link stays and its
+/// target is replaced; only a link to /dev/null is replaced itself. Any thread.
 std::error_code writeFileAtomically(const std::string& path, std::string_view contents);
 
-/// Replaces the file or symbolic link at `path` by a file with mode 0600, atomically and durably. Any thread.
+/// Replaces the file or symbolic link at `path` with a file of mode 0600, atomically and durably. Any thread.
 std::error_code writePrivateFile(const std::string& path, std::string_view contents);
 
-/// Renames the file at `path`, or the target of a symbolic link there, to its name with ".damaged" appended,
-/// and a number if that exists. Any thread.
+/// Renames the file at `path`, or the target of a symbolic link at `path`: appends ".damaged" to its name,
+/// and a number if that name exists. Any thread.
 std::error_code keepDamagedFile(const std::string& path);
 
-/// Whether `failure` is temporary, such as EMFILE or ESTALE, and says nothing about the file.
+/// Returns whether `failure` is temporary, such as EMFILE or ESTALE, and says nothing about the file.
 bool isPassing(const std::error_code& failure);
 
-/// Replaces an unreadable file like `writeFileAtomically`, and keeps the old one with ".unreadable" appended
-/// to its name, and a number if that exists. There is a file at `path` at any time. The old file is kept as a
-/// hard link, else as a copy, else by RENAME_EXCHANGE; if all fail, nothing changes. Only a regular file is
-/// kept. Any thread.
+/// Replaces an unreadable file like `writeFileAtomically`, and keeps the old file: its name gets
+/// ".unreadable" appended, and a number if that name exists. There is a file at `path` at any time. The old
+/// file is kept by a hard link; if that fails, as a copy; if that fails too, by swapping both files
+/// (RENAME_EXCHANGE). If all three fail, nothing changes. Only a regular file is kept. Any thread.
 std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents);
 
-/// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if it exists.
+/// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if the folder exists.
 std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
 
-/// The port FileManager, on the functions above.
+/// Implements the port FileManager with the functions above.
 class SystemFileManager final : public FileManager {
  public:
   explicit SystemFileManager(std::string givenHome) : home(std::move(givenHome)) {}

@@ -24,7 +24,7 @@ constexpr std::string_view prefix = ".kestrune-new-";
 constexpr std::string_view randomPart = "XXXXXX";
 constexpr auto aclAttribute = "system.posix_acl_access";
 
-/// Whether errno says that the file, or its file system, has no ACL.
+/// Returns whether errno says that the file has no ACL, or that its file system supports none.
 bool hasNoAcl() {
   return errno == ENODATA || errno == ENOTSUP;
 }
@@ -44,13 +44,13 @@ bool isThere(const std::string& name) {
   return lstat(name.c_str(), &state) == 0;
 }
 
-/// False when another process holds the lock. A file system without flock counts as unlocked.
+/// Locks the file. Returns false when another process has locked it; true on a file system without flock.
 bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-/// Removes new files that were left in `folder` by killed processes of this user. Running processes lock
-/// theirs.
+/// Removes new files that killed processes of this user have left in `folder`. The new files of running
+/// processes are locked, and stay.
 void removeAbandoned(const fs::path& folder) {
   std::error_code failure;
   const fs::directory_iterator end;
@@ -60,14 +60,14 @@ void removeAbandoned(const fs::path& folder) {
     if (!name.starts_with(prefix) || name.size() != prefix.size() + randomPart.size()) continue;
     struct stat state {};
     if (lstat(path.c_str(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_uid != geteuid()) continue;
-    // Opened for writing, because NFS needs that for an exclusive lock.
+    // Open the file for writing: NFS requires that for an exclusive lock.
     const FileDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
   }
 }
 
-/// The POSIX ACL of the file, the bytes of an extended attribute; empty when it has none, absent when it
-/// cannot be read.
+/// Returns the POSIX ACL of the file as the bytes of its extended attribute; empty when the file has no ACL,
+/// absent when the ACL cannot be read.
 std::optional<std::string> accessList(const fs::path& path) {
   char list[XATTR_SIZE_MAX];
   const ssize_t size = getxattr(path.c_str(), aclAttribute, list, sizeof list);
@@ -75,7 +75,7 @@ std::optional<std::string> accessList(const fs::path& path) {
   return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
 }
 
-/// An empty `list` removes the ACL that the file inherited from its folder.
+/// Sets the ACL of a file. An empty `list` removes the ACL that the file inherited from its folder.
 bool setAccessList(int file, const std::string& list) {
   if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
@@ -85,7 +85,7 @@ fs::path folderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : fs::path(".");
 }
 
-/// Flushes the folder's entries to disk (fsync). An error is ignored: the rename has happened.
+/// Flushes the folder's entries to disk (fsync). Ignores errors, because the file has been renamed already.
 void flush(const fs::path& folder) {
   const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor) fsync(descriptor.get());
@@ -110,7 +110,7 @@ std::error_code NewFile::keepAccess() {
 
 std::error_code NewFile::write(std::string_view contents) {
   removeAbandoned(folder);
-  // Another process may remove the file as abandoned between its creation and the lock.
+  // Repeat if another process has removed the file as abandoned, between its creation and its lock.
   do {
     name = folder / (std::string(prefix) + std::string(randomPart));
     file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
@@ -119,7 +119,7 @@ std::error_code NewFile::write(std::string_view contents) {
       return lastError();
     }
   } while (!lock(file.get()) || !isThere(name));
-  fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these
+  fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these mode bits
   return writeAll(file.get(), contents);
 }
 
@@ -130,7 +130,8 @@ std::error_code NewFile::replaceTarget() {
 }
 
 std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
-  // First rename to `kept`, which then names the right contents: `name` could be removed as abandoned.
+  // First rename the new file to `kept`, then swap. A swap under the temporary name would give that name to
+  // the old file, and another process could remove it as abandoned.
   if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
   name = kept;
   if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();
@@ -141,8 +142,8 @@ std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
 void NewFile::finish() {
   name.clear();
   if (access) {
-    // First the owner, because fchown clears mode bits. Last the mode: with an ACL, its group bits are the
-    // ACL's mask; without the ACL, they would be the rights of the group.
+    // Set the owner first, because fchown clears mode bits. Set the mode last: if the file has an ACL, the
+    // group bits of the mode are the ACL's mask, and before the ACL is set they would be rights of the group.
     const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
                          fchown(file.get(), uid_t(-1), access->group) == 0) &&
                         access->list && setAccessList(file.get(), *access->list) &&

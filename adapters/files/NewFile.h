@@ -12,33 +12,33 @@
 
 namespace kestrune {
 
-/// A file that is written completely before it replaces another. Until then its name is
-/// ".kestrune-new-XXXXXX" in the same folder, and its mode 0600 whatever the umask is. A lock (flock) tells
-/// other processes that it is not abandoned. The destructor removes it unless it has replaced the target.
+/// A new file that is written completely before it replaces another file, the target. Until then its name is
+/// ".kestrune-new-XXXXXX" in the same folder, and its mode is 0600 whatever the umask is. Its lock (flock)
+/// tells other processes that it is not abandoned. The destructor removes it unless it replaced the target.
 class NewFile {
  public:
-  /// Resolve symbolic links in `target` first: a link there is replaced.
+  /// The caller resolves symbolic links in `target` before: a link at `target` is itself replaced.
   explicit NewFile(std::filesystem::path target);
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  /// Records owner, mode and ACL of the target for the new file. Fails when the target exists and is not a
-  /// regular file.
+  /// Records owner, mode and ACL of the target, to set them on the new file later. Fails when the target
+  /// exists and is not a regular file.
   std::error_code keepAccess();
 
-  /// Writes `contents` and flushes them to disk (fsync). Before that, removes new files that were left in the
-  /// folder by killed processes of this user.
+  /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes new files
+  /// that killed processes of this user have left in the folder.
   std::error_code write(std::string_view contents);
 
-  /// Renames the new file to the target, then sets the recorded access, then flushes the folder. Between the
-  /// rename and that, only this user can open the file. The other order could leave a temporary file that
-  /// others can read, if this process is killed.
+  /// Renames the new file to the target, then sets the recorded owner, mode and ACL, then flushes the folder
+  /// to disk. Until owner, mode and ACL are set, only this user can open the file. If they were set before
+  /// the rename, a kill of this process could leave a temporary file that others can read.
   std::error_code replaceTarget();
 
-  /// The same, but the old file stays as `kept`, which must be a free name. RENAME_EXCHANGE swaps both names
-  /// in one step; some file systems do not support it. A kill just before the swap leaves the complete new
-  /// file as `kept`.
+  /// Does the same, but keeps the old file with the name `kept`, which must be free. RENAME_EXCHANGE swaps
+  /// both files in one step; some file systems do not support it. If this process is killed just before the
+  /// swap, `kept` is the complete new file.
   std::error_code replaceTargetKeeping(const std::filesystem::path& kept);
 
  private:
@@ -46,7 +46,7 @@ class NewFile {
     uid_t owner;
     gid_t group;
     mode_t mode;
-    std::optional<std::string> list;  ///< absent when it could not be read
+    std::optional<std::string> list;  ///< the ACL; absent when it could not be read
   };
   void finish();
 

@@ -17,10 +17,10 @@ using Json = nlohmann::json;
 namespace {
 
 constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
-constexpr int depthLimit = 100;                          // of nested values; the client writes none
+constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
 
-/// The JSON in `text`; not an object if it is invalid, too large or too deep. nlohmann::json writes by
-/// recursion: a later dump of a value that is nested too deeply would overflow the stack.
+/// Returns the JSON in `text`; not an object if `text` is invalid, too large or too deep. The depth is
+/// limited because nlohmann::json writes values by recursion: a deeply nested value would overflow the stack.
 Json parsed(const std::string& text) {
   if (text.size() > sizeLimit) return {};
   bool tooDeep = false;
@@ -33,7 +33,7 @@ Json parsed(const std::string& text) {
   return found;
 }
 
-/// Reads the preferences; none when there is no file. Fails with EBADMSG when the file is no JSON object.
+/// Reads the preferences; they are empty without a file. Fails with EBADMSG if the file is no JSON object.
 std::error_code load(const std::string& path, Json& preferences) {
   preferences = Json::object();
   std::string text;
@@ -58,7 +58,7 @@ PreferencesFile::~PreferencesFile() = default;
 
 Json PreferencesFile::current() const {
   Json found;
-  // While the file cannot be read, the last known settings hold.
+  // After a temporary failure to read the file, the preferences that were read last stay in force.
   if (!isPassing(load(path, found))) *lastRead = std::move(found);
   Json preferences = *lastRead;
   preferences.update(*unsaved);
@@ -99,7 +99,7 @@ std::error_code PreferencesFile::save() const {
   if (const auto failure = makeFolders(fs::path(path).parent_path())) return failure;
   Json preferences;
   if (const auto unread = load(path, preferences)) {
-    // Writing now would lose the keys that could not be read.
+    // Do not write after a temporary failure: the keys that could not be read would be lost.
     if (isPassing(unread)) return unread;
     if (const auto failure = keepDamagedFile(path)) return failure;
   }

@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// The preferences as a JSON object in a file. Each call reads the file, so that changes by other programs
-/// take effect; unknown keys are kept.
+/// The preferences, stored as a JSON object in a file. Each call reads the file, so that changes by other
+/// programs take effect. Keys that the client does not know are kept.
 class PreferencesFile final : public UserDefaults {
  public:
   explicit PreferencesFile(std::string path);
@@ -28,8 +28,8 @@ class PreferencesFile final : public UserDefaults {
   std::error_code save() const;
 
   const std::string path;
-  const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written
-  const std::unique_ptr<nlohmann::json> lastRead;  ///< used while the file cannot be read
+  const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written yet
+  const std::unique_ptr<nlohmann::json> lastRead;  ///< what was read last; used while the file cannot be read
 };
 
 }  // namespace kestrune

@@ -37,7 +37,7 @@ ProgramBundle::ProgramBundle() {
 
 std::optional<std::string> ProgramBundle::pathForResource(const std::string& name,
                                                           const std::string& extension) const {
-  // Beside the program (build, or folder of the backend), else in the install prefix.
+  // Look beside the program (in a build or backend folder), then in the install prefix.
   for (const auto& resources :
        {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / sharedFolder}) {
     std::error_code failure;
@@ -52,7 +52,7 @@ std::optional<std::string> ProgramBundle::environmentVariable(const std::string&
 }
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
-  // XDG base directories that are relative paths are ignored.
+  // Ignore XDG base directories that are relative paths, as the XDG rules demand.
   const auto absolute = [](std::string path) {
     if (!path.starts_with('/')) path.clear();
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();

@@ -7,8 +7,8 @@
 
 namespace kestrune {
 
-/// The running program on Linux: its file is the executable, its folder the bundle. Construct it at the start
-/// of the process: its paths stay the same when the program is upgraded or its folder is removed.
+/// The running program on Linux: its file is the executable, and its folder is the bundle. Construct it at
+/// the start of the process: its paths stay the same when the program is upgraded or its folder is removed.
 class ProgramBundle final : public MainBundle {
  public:
   ProgramBundle();
@@ -26,13 +26,13 @@ class ProgramBundle final : public MainBundle {
   std::string workingDirectory;
 };
 
-/// The user's folders by the XDG Base Directory rules, without a slash at the end.
+/// The user's home folder and the user's XDG base directories, without a slash at the end.
 struct UserFolders {
   std::string home;
   std::string config;
   std::string state;
-  std::string runtime;            ///< empty when the session has none
-  std::vector<std::string> data;  ///< the folder of the user first
+  std::string runtime;            ///< empty when the session has no runtime folder
+  std::vector<std::string> data;  ///< the user's own folder first, then the shared folders
 
   static UserFolders fromEnvironment(const MainBundle& environment);
 };

@@ -10,10 +10,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
-constexpr Seconds patience{2.0};                         // for the first line of a client
+constexpr Seconds patience{2.0};                         // longest wait for the first line of a client
 
-/// Follows the status of the running client, and of each that starts later. A client that sends nothing for
-/// 2 s counts as absent.
+/// Receives the status lines of the running client, and of each client that starts later. A client that sends
+/// no line for 2 s after the connection counts as absent.
 class ClientSubscription final : public StatusSubscription {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
@@ -30,11 +30,11 @@ class ClientSubscription final : public StatusSubscription {
   }
 
  private:
-  /// Watches the folder, or its nearest existing ancestor.
+  /// Watches the folder of the client's socket, or the nearest ancestor that exists (inotify).
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
-    // Repeat until the result is stable: a folder may be created just before its parent is watched.
+    // Repeat until the watched folder is stable: a folder may be created just before its parent is watched.
     do {
       before = watched;
       watched = folder;
@@ -64,7 +64,7 @@ class ClientSubscription final : public StatusSubscription {
 
   void read() {
     if (!receive(socket, unread)) return disconnect();
-    // `onLine` may destroy this subscription.
+    // `onLine` may destroy this subscription; then `alive` expires.
     const std::weak_ptr<bool> stillThere = alive;
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
       const std::string line = unread.substr(0, lineEnd);
@@ -77,7 +77,7 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// The client has ended or is silent. When it had sent a line, a successor may be listening already.
+  /// Called when the client has ended or is silent. If it had sent a line, looks for a new client at once.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -94,11 +94,11 @@ class ClientSubscription final : public StatusSubscription {
   const std::function<void(const std::string&)> onLine;
   const std::function<void()> onAbsence;
   const std::shared_ptr<bool> alive = std::make_shared<bool>();
-  const FileDescriptor watch;  ///< inotify instance
+  const FileDescriptor watch;  ///< inotify instance that watches the folder
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< set until the client has sent a line
+  EventSource deadline;  ///< set until the connected client has sent its first line
 };
 
 }  // namespace

@@ -38,7 +38,7 @@ bool isOwnFolder(const std::string& path) {
 
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t)) {
-  // sun_path holds 107 bytes, so the folder is named by its descriptor.
+  // Name the folder by its descriptor: sun_path holds only 107 bytes, and the path may be longer.
   const FileDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!opened) return {};
   sockaddr_un address{};
@@ -46,7 +46,7 @@ FileDescriptor instanceSocket(const std::string& folder, const char* name,
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", opened.get(), name);
   const void* const bytes = &address;
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  // bind(2) gives the file the mode of the socket.
+  // Set the mode of the socket first: bind(2) creates the file with the mode of the socket.
   if (socket && (fchmod(socket.get(), 0600) != 0 ||
                  use(socket.get(), static_cast<const sockaddr*>(bytes), sizeof address) != 0)) {
     socket.reset();

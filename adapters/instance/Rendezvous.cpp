@@ -19,12 +19,12 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// The environment variable with the descriptor number of a lock that was kept across exec.
+/// The environment variable with the descriptor number of a lock that was kept open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// A starting client takes the lock before it listens; an ending one closes its socket just before the lock
-/// is released.
+/// Wait before another look for a client that holds the lock but has no socket: a starting client takes the
+/// lock before it listens, and an ending client closes its socket just before its lock is released.
 constexpr Seconds lookInterval{0.02};
-constexpr std::size_t wordLimit = 1024;  // bytes
+constexpr std::size_t wordLimit = 1024;  // bytes of an action or an activation token
 constexpr std::string_view refusal = "error ";
 
 FileDescriptor passedOnLock() {
@@ -42,7 +42,7 @@ bool isFileAt(const FileDescriptor& file, const std::string& path) {
          ours.st_ino == there.st_ino;
 }
 
-/// Whether a request can hold this.
+/// Returns whether `word` can be part of a request: it is short and has no control character.
 bool isLine(const std::string& word) {
   return word.size() <= wordLimit &&
          std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
@@ -50,7 +50,7 @@ bool isLine(const std::string& word) {
 
 }  // namespace
 
-/// Decides whether this process is the client.
+/// Decides whether this process becomes the client. Used for one call of `claim`.
 class Rendezvous::Attempt {
  public:
   Attempt(Rendezvous& givenSelf, const Claim& givenClaim) : self(givenSelf), claim(givenClaim) {}
@@ -80,7 +80,7 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Asks the other client to show its menu, or waits for its end: the kernel then closes the connection.
+  /// Waits until the other client has ended and its connection closes, or asks it to show its menu.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {
@@ -115,7 +115,7 @@ class Rendezvous::Attempt {
     if (waitsForEnd) {
       isClient = true;
     } else if ((other = self.folders.connect(endingSocketName))) {
-      listen(true);  // it began to end before it answered
+      listen(true);  // the other client has begun to end before it answered
     } else {
       isClient = false;
       if (!hangs)
@@ -126,9 +126,9 @@ class Rendezvous::Attempt {
 
   Rendezvous& self;
   const Claim& claim;
-  std::optional<bool> isClient;  ///< absent until decided
+  std::optional<bool> isClient;  ///< absent until this is decided
   bool waitsForEnd = false;
-  FileDescriptor other;  ///< connected to the other client
+  FileDescriptor other;  ///< the connection to the other client
   EventSource input, deadline, retry;
 };
 
@@ -184,7 +184,7 @@ void Rendezvous::publish(StatusLine line) {
   server.publish(std::move(line));
 }
 
-/// Whether the lock file is still at its path, where another process would open it.
+/// Returns whether our lock file is still at its path, so that another process would find it and its lock.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }
@@ -192,7 +192,7 @@ bool Rendezvous::isLocked() const {
 std::error_code Rendezvous::takeLock(const std::string& folder) {
   const std::string path = folder + lockName;
   if (const auto failure = makeFolders(folder)) return failure;
-  // Another user who owns the folder could replace the lock file.
+  // Refuse a folder of another user, who could replace the lock file.
   if (!isOwnFolder(folder)) return systemError(EPERM);
   FileDescriptor file =
       isFileAt(lock, path)
@@ -212,7 +212,7 @@ void Rendezvous::takePlace() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Do not replace the socket of another client.
+    // Listen without the lock, unless this would replace the socket of another client.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;

@@ -14,49 +14,49 @@
 
 namespace kestrune {
 
-/// How this process competes with a client that runs already.
+/// How this process tries to become the client. To give up means that it does not become the client.
 struct Claim {
   enum class Kind {
-    show,     ///< asks the running client to show its menu, and gives up
+    show,     ///< if a client runs, asks that client to show its menu, and gives up
     giveWay,  ///< gives up when a client runs
-    replace,  ///< waits until its predecessor has ended; gives up when any other client runs
+    replace,  ///< waits until `predecessor` has ended; gives up when any other client runs
   };
   Kind kind = Kind::show;
-  pid_t predecessor = 0;          ///< PID of the client to replace
-  std::string activationToken{};  ///< passed to the running client; empty without one
-  Seconds answerPatience{2.0};    ///< longest wait for an answer of the running client
-  Seconds endPatience{12.0};      ///< longest wait for a client that is ending; it needs less
+  pid_t predecessor = 0;          ///< PID of the client to replace; used by `replace` only
+  std::string activationToken{};  ///< XDG activation token for the running client; empty when there is none
+  Seconds answerPatience{2.0};    ///< longest wait for the answer of the running client
+  Seconds endPatience{12.0};  ///< longest wait for the end of an ending client; a client needs less to end
 };
 
-/// Makes this process the one client of its user, and lets it and the other processes of the user reach each
-/// other. The process that holds the lock is the client; the kernel releases the lock when that process ends.
-/// Main thread.
+/// The rendezvous: the lock and the socket of the one client of a user. Through it, this process becomes the
+/// client, and other processes of the user reach the client. The process that holds the lock is the client;
+/// the kernel releases the lock when that process ends. Main thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
-  /// `onShow` runs when a later start asks for the menu, with the activation token of that start or an empty
-  /// text. Takes over the lock that was kept across exec.
+  /// `onShow` runs when a process that starts later asks for the menu. Its argument is the activation token
+  /// of that process, or empty. The constructor takes over the lock, if the lock was kept open across exec.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is decided whether this process is the client; a client answers requests from
-  /// then on. Waits for a client that is ending, whatever the kind. If nothing can be locked, or the other
-  /// client does not end, this process becomes the client all the same, and standard error says why.
+  /// Runs the loop until it is decided whether this process is the client, which answers requests from then
+  /// on. Waits for a client that is ending, whatever the kind of the claim. If nothing can be locked, or the
+  /// ending client does not end, this process becomes the client all the same, and standard error says why.
   bool claim(const Claim& claim);
 
-  /// From now on, later starts wait until this process has ended.
+  /// From now on, a process that starts later waits until this process has ended.
   void announceEnd();
 
-  /// Keeps the lock open across the exec that follows.
+  /// Keeps the lock open across the exec that this process is about to do.
   void passOn() const;
 
-  /// Asks the running client to perform the action of a menu row, and runs the loop until it has. Returns why
-  /// it did not, in one line; absent on success. Waits at most `limit` for an answer.
+  /// Asks the running client to perform the action of a menu row, and runs the loop until it answers, at most
+  /// for `limit`. Returns one line that says why the action was not performed; absent on success.
   std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
-  /// The PID of the running client; absent when there is none.
+  /// Returns the PID of the running client; absent when no client runs.
   std::optional<pid_t> runningClient() const;
 
-  /// Also creates the lock and the socket again when they are missing. If that fails, standard error says
-  /// why, and the next line tries again.
+  /// Publishes a status line. Also creates the lock and the socket again when they are missing. If that
+  /// fails, standard error says why, and the next call tries again.
   void publish(StatusLine line) override;
 
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
@@ -73,7 +73,7 @@ class Rendezvous final : public StatusFeed, public Requests {
   EventLoop& loop;
   const InstanceFolders folders;
   FileDescriptor lock;
-  std::string place;  ///< the folder of the lock
+  std::string place;  ///< the folder of the lock file
   std::function<std::optional<std::string>(const std::string&)> perform;
   RequestServer server;
   bool isClient = false;

@@ -12,9 +12,9 @@ namespace {
 
 constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
-constexpr std::size_t requestLimit = 4096;  // bytes of a line
+constexpr std::size_t requestLimit = 4096;  // bytes of a request line
 constexpr Seconds descriptorRest{1.0};
-/// The socket's name until it listens, so that no process finds a socket that refuses connections.
+/// The file name of the socket until it listens, so that no process finds a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
 
 }  // namespace
@@ -67,7 +67,7 @@ void RequestServer::accept() {
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
     if (errno == EAGAIN) return;
-    // Out of descriptors: stop polling the listener for a while, or epoll spins.
+    // No descriptor is left: stop watching the listener for a while, or the loop would spin.
     sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
     rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
     return;
@@ -87,7 +87,7 @@ void RequestServer::add(FileDescriptor socket) {
 void RequestServer::read(const PeerRef& peer) {
   if (!receive(peer->socket, peer->unread)) return drop(peer);
   std::string& unread = peer->unread;
-  // `answer` may disconnect the peer.
+  // Check `peer->socket` each time: `answer` may disconnect the peer.
   for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
     const std::string line = unread.substr(0, end);
     unread.erase(0, end + 1);
@@ -122,7 +122,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// Drops a peer that does not read: a line no longer fits into the socket's buffer.
+/// Sends a line. If it does not fit into the socket's buffer, drops the peer, which does not read.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   if (!sendLine(peer->socket, line)) drop(peer);
 }

@@ -13,19 +13,19 @@
 
 namespace kestrune {
 
-/// Answers the requests of other processes of this user, one line each, on the client's socket:
+/// Answers the requests of other processes of this user on the client's socket. Each request is a line:
 ///
-///     status           the newest status, as soon as there is one
-///     follow           the same, and then each later one
-///     show [TOKEN]     shows the menu; TOKEN is an XDG activation token: "ok"
-///     perform ACTION   chooses the row of the menu that has this action: "ok", or "error" and the reason
+///     status           sends the newest status line, as soon as there is one
+///     follow           sends the newest status line, and then each later status line
+///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
+///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason
 ///
-/// Any other line is answered by "error" and a reason. A peer is disconnected when its line is longer than
-/// 4096 bytes, when it does not read, or when 64 others have connected after it. Main thread.
+/// The answer to any other line is "error" and a reason. A peer (a connected process) is disconnected when
+/// its line exceeds 4096 bytes, when it does not read, or when 64 peers have connected later. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;
-  /// Returns why the action cannot be performed; absent when it was.
+  /// Performs an action. Returns why the action cannot be performed; absent when it was performed.
   using Perform = std::function<std::optional<std::string>(const std::string& action)>;
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
@@ -33,13 +33,13 @@ class RequestServer {
   /// Creates the socket in `folder`, which must exist, in place of any other. Connected peers stay connected.
   std::error_code listen(const std::string& folder);
 
-  /// Whether the file of the socket still exists.
+  /// Returns whether the file of the socket still exists.
   bool isInPlace() const;
 
-  /// See StatusFeed.h.
+  /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket: a process that connects from now on gets no answer, but notices when this one ends.
+  /// Renames the socket: a process that connects later gets no answer, but notices when this process ends.
   void announceEnd();
 
  private:
@@ -66,9 +66,9 @@ class RequestServer {
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
   EventSource callers;
-  EventSource rest;  ///< set while the listener is not polled for lack of descriptors
+  EventSource rest;  ///< set while the listener is not watched, because no descriptor is left
   std::list<PeerRef> peers;
-  StatusLine newest;                ///< null until the first is published
+  StatusLine newest;                ///< null until the first status is published
   std::optional<std::string> told;  ///< the last status line that was sent
 };
 

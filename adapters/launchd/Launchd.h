@@ -11,7 +11,7 @@ namespace kestrune {
 /// Launch agents: property lists of the programs that launchd starts at login.
 class LaunchdAgents final : public LaunchAgents {
  public:
-  /// `home` is the user's home folder; `fileExists` tells whether a path exists.
+  /// `home`: the user's home folder. `fileExists`: a function that tells whether a path exists.
   LaunchdAgents(std::string home, std::function<bool(const std::string&)> fileExists);
 
   std::string path(const std::string& label) const override;
@@ -19,7 +19,7 @@ class LaunchdAgents final : public LaunchAgents {
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
-  /// Does nothing: on macOS, only the user moves an application.
+  /// Does nothing: on macOS, an application moves only when the user moves it.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:
@@ -27,10 +27,10 @@ class LaunchdAgents final : public LaunchAgents {
   const std::function<bool(const std::string&)> fileExists;
 };
 
-/// Shell lines that stop the user's launchd jobs and end processes.
+/// Writes shell lines that stop the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
-  /// `userID` is the numeric ID of the user who owns the jobs.
+  /// `userID`: the numeric ID of the user who owns the jobs.
   explicit LaunchdServiceControl(unsigned userID);
 
   std::string unloadLine(const std::string& label) const override;

@@ -11,7 +11,7 @@ namespace kestrune {
 
 namespace {
 
-// A blocking terminal, pipe or socket that polls as writable takes this much without blocking.
+// If poll() reports a blocking terminal, pipe or socket as writable, writing this much does not block.
 constexpr std::size_t safeAmount = 256;  // bytes
 
 }  // namespace
@@ -29,7 +29,7 @@ bool DescriptorWriter::write(std::string_view text) {
   return static_cast<bool>(output);
 }
 
-/// Like write(2), but fails with EAGAIN instead of blocking.
+/// Writes like write(2), but fails with EAGAIN where write(2) would block.
 ssize_t DescriptorWriter::writeSome(std::string_view text) const {
   if (mayBlock) {
     pollfd room{output.get(), POLLOUT, 0};
@@ -48,13 +48,13 @@ void DescriptorWriter::flush() {
     if (written >= 0) {
       sent += static_cast<std::size_t>(written);
     } else if (errno == EAGAIN) {
-      // Not on every call: the rest may be large, and erase moves it.
+      // Erase the sent bytes only when they are more than half: erase moves the rest, which may be large.
       if (sent > pending.size() / 2) pending.erase(0, std::exchange(sent, 0));
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
-      // The reader has closed its end; the client goes on. Remove the source before the descriptor is closed:
-      // if another process shares the open file, epoll keeps reporting it.
+      // The write has failed: the reader has closed its end. Remove the source before the descriptor is
+      // closed: if another process shares the open file, epoll would keep reporting it.
       writable.reset();
       output.reset();
       break;

@@ -8,14 +8,14 @@
 
 namespace kestrune {
 
-/// Writes to a descriptor without blocking. Bytes that it does not accept at once wait in memory, up to a
-/// limit. Main thread.
+/// Writes text to a descriptor without blocking. Bytes that the descriptor does not accept at once wait in
+/// memory, up to a limit. Main thread.
 class DescriptorWriter {
  public:
-  /// `limit` is in bytes. While bytes wait, a text that would make them exceed it is dropped whole.
+  /// `limit`: how many bytes may wait. While bytes wait, a text beyond the limit is dropped as a whole.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
-  /// False when the text was dropped: it exceeds the limit, or the reader has closed its end.
+  /// Returns false when the text was dropped: it would exceed the limit, or the reader has closed its end.
   bool write(std::string_view text);
 
  private:
@@ -27,7 +27,7 @@ class DescriptorWriter {
   const std::size_t limit;
   const bool mayBlock;
   std::string pending;
-  std::size_t sent = 0;  ///< bytes of `pending` that are written
+  std::size_t sent = 0;  ///< how many bytes of `pending` have been written
   EventSource writable;
 };
 

@@ -28,10 +28,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-constexpr Seconds threadRetry{0.5};   // after std::thread has failed with EAGAIN
-constexpr std::uint64_t exactly = 1;  // microseconds: sd-event may otherwise fire up to 250 ms late
+constexpr Seconds threadRetry{0.5};   // wait before the next attempt to start a thread
+constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
 
-/// Ends the process when a call that the loop needs has failed; `result` is then a negative errno.
+/// Ends the process if `result` is a negative errno: the loop cannot run without the call that has failed.
 void require(int result, const char* what) {
   if (result >= 0) return;
   std::fprintf(stderr, "KestruneMenuClient: %s: %s\n", what, std::strerror(-result));
@@ -40,9 +40,9 @@ void require(int result, const char* what) {
 
 using Handler = std::function<void()>;
 
-/// The callback of every event source. The source owns the handler.
+/// The sd-event callback of every event source. It calls the handler, which the source owns.
 constexpr auto callHandler = [](sd_event_source* source, auto...) {
-  // Copied, because the handler may destroy its own source.
+  // Call a copy: the handler may destroy the event source, which owns the handler.
   const Handler handler = *static_cast<Handler*>(sd_event_source_get_userdata(source));
   handler();
   return 0;
@@ -54,7 +54,7 @@ EventSource withHandler(sd_event_source* source, Handler handler) {
   return EventSource(source);
 }
 
-/// A serial queue that runs its jobs on the main queue.
+/// A serial queue without a thread of its own: its jobs run on the main queue.
 class MainThreadSerialQueue final : public DispatchQueue {
  public:
   MainThreadSerialQueue(MainQueue& givenTarget, std::string label)
@@ -75,12 +75,12 @@ class MainThreadSerialQueue final : public DispatchQueue {
  private:
   MainQueue& target;
   const std::string name;
-  const std::shared_ptr<bool> open = std::make_shared<bool>(true);  // main thread only
+  const std::shared_ptr<bool> open = std::make_shared<bool>(true);  // read and set on the main thread only
 };
 
 }  // namespace
 
-/// Any thread may post a job; an eventfd wakes the loop.
+/// The main queue. Any thread may post a job; an eventfd then wakes the loop.
 class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -107,7 +107,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   void close() override {
-    // Destroyed after the lock is released: the destructor of a job may post another job.
+    // Destroyed after the lock is released, because the destructor of a job may post another job.
     std::multimap<Seconds, Job> dropped;
     const std::lock_guard lock(mutex);
     closed = true;
@@ -115,13 +115,13 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
  private:
-  /// Runs the jobs that are due now. The jobs that they post wait for the next turn of the loop, so that the
-  /// other event sources do not starve.
+  /// Runs the jobs that are due now. A job that is posted meanwhile waits for the next turn of the loop, so
+  /// that the other event sources get their turn.
   void runJobs() {
     const Seconds present = timeOf(CLOCK_MONOTONIC);
     for (Job job; !loop.terminating && take(present, job);) {
       job();
-      // Destroyed while the mutex is free: the destructor of a capture may post another job.
+      // Destroy the job while the mutex is free: the destructor of a captured object may post another job.
       job = nullptr;
     }
     const std::lock_guard lock(mutex);
@@ -141,13 +141,13 @@ class EventLoop::LoopQueue final : public MainQueue {
   const std::string name = "main";
   const FileDescriptor wakeUp;
   EventSource source;
-  EventSource alarm;  // for the first delayed job
+  EventSource alarm;  // fires when the first delayed job is due
   std::mutex mutex;
-  std::multimap<Seconds, Job> jobs;  // by due time (CLOCK_MONOTONIC); guarded by mutex
+  std::multimap<Seconds, Job> jobs;  // key: due time on CLOCK_MONOTONIC; guarded by mutex
   bool closed = false;               // guarded by mutex
 };
 
-/// Repeats on CLOCK_BOOTTIME: time in suspend counts.
+/// A repeating timer on CLOCK_BOOTTIME, which also counts the time in suspend.
 class EventLoop::LoopTimer final : public Timer {
  public:
   LoopTimer(EventLoop& givenLoop, Seconds givenInterval, std::function<void()> givenAction)
@@ -164,7 +164,7 @@ class EventLoop::LoopTimer final : public Timer {
     if (due <= present) due = present + interval;
     source = loop.at(CLOCK_BOOTTIME, due, [this] {
       wait();
-      // Copied, because the action may destroy this timer.
+      // Call a copy: the action may destroy this timer, which owns it.
       const auto copy = action;
       copy();
     });
@@ -177,7 +177,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// If a standard stream is closed, the next open() returns its number, and every child inherits that file.
+/// Opens /dev/null for closed standard streams: every child would inherit the next opened file instead.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
@@ -187,18 +187,18 @@ void openMissingStandardStreams() {
 
 EventLoop::EventLoop() {
   openMissingStandardStreams();
-  // Before any thread starts: threads inherit the mask, and the kernel gives a signal to any thread that does
-  // not block it.
+  // Block these signals before any thread starts. Threads inherit the mask, and the kernel gives a signal to
+  // any thread that does not block it.
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGCHLD);
   for (const int each : endingSignals) sigaddset(&blocked, each);
   pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-  // By default these end the process without stopping the backend.
+  // Ignore these signals: by default they end the process, and the backend would not be stopped.
   for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
-  // A write beyond RLIMIT_FSIZE fails with EFBIG, instead of ending the process.
+  // With SIGXFSZ ignored, a write beyond RLIMIT_FSIZE fails with EFBIG and does not end the process.
   std::signal(SIGXFSZ, SIG_IGN);
-  // If SIGCHLD is ignored, as some parents leave it, the kernel discards the exit status of our children.
+  // Some parents leave SIGCHLD ignored: the kernel would then discard the exit status of our children.
   std::signal(SIGCHLD, SIG_DFL);
 
   require(sd_event_new(&loop), "event loop");
@@ -207,7 +207,7 @@ EventLoop::EventLoop() {
   for (const int each : endingSignals) {
     struct sigaction inherited {};
     sigaction(each, nullptr, &inherited);
-    // nohup ignores SIGHUP: leave it ignored.
+    // nohup starts programs with SIGHUP ignored: leave it ignored.
     if (each == SIGHUP && inherited.sa_handler == SIG_IGN) continue;
     signals.push_back(onSignal(each, [this] { terminate(); }));
   }
@@ -254,11 +254,11 @@ EventSource EventLoop::onDescriptor(int descriptor, unsigned events, std::functi
 
 void EventLoop::reap(pid_t child) {
   children.insert(child);
-  reapEnded();  // its SIGCHLD may have been handled before
+  reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already
 }
 
-/// Reaps only the children that were given to `reap`: other code waits for its own. Runs at each SIGCHLD. A
-/// pidfd for each child would need a descriptor, and there may be none left.
+/// Reaps only the children that were given to `reap`; other code waits for all others. Runs at each SIGCHLD.
+/// There is no pidfd for each child, because it needs a descriptor, and none may be left.
 void EventLoop::reapEnded() {
   std::erase_if(children, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
 }
@@ -273,7 +273,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Linux desktops have no activation policy: a process without a window is not listed as a running program.
+  // Linux desktops have no activation policy: they do not list a process without a window.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

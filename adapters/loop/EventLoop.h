@@ -18,12 +18,12 @@ namespace kestrune {
 struct EventSourceDeleter {
   void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }
 };
-/// An event source; its destructor removes it from the loop.
+/// An event source of the loop. The destructor removes it from the loop.
 using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 
-/// The main loop, on sd-event: the main queue, timers, descriptors, children and the signals that end the
+/// The main loop, on sd-event: the main queue, timers, descriptors, children, and the signals that end the
 /// process. Construct it before the first thread starts, because it blocks signals for the whole process.
-/// Call it on that same thread.
+/// Call its functions on the thread that constructed it.
 class EventLoop final : public Application, public Dispatch, public Timers {
  public:
   EventLoop();
@@ -33,25 +33,25 @@ class EventLoop final : public Application, public Dispatch, public Timers {
 
   sd_event* event() const { return loop; }
 
-  /// Runs the loop until `done` returns true or the application was asked to terminate.
+  /// Runs the loop until `done` returns true or `terminate` has been called.
   void runUntil(const std::function<bool()>& done);
 
-  /// Blocks the signal, and calls `handler` on the main thread each time that it arrives.
+  /// Blocks the signal, and calls `handler` on the main thread each time the signal arrives.
   EventSource onSignal(int signalNumber, std::function<void()> handler);
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);
-  /// Calls `handler` on the main thread while any of `events` (EPOLLIN, EPOLLOUT) is true: level-triggered.
-  /// Returns null for a descriptor that epoll refuses with EPERM, such as a regular file.
+  /// Calls `handler` on the main thread again and again while any of `events` (EPOLLIN, EPOLLOUT) is true:
+  /// level-triggered. Returns null for a descriptor that epoll refuses with EPERM, such as a regular file.
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
-  /// Reaps this child when it ends. No other code may wait for it.
+  /// Reaps `child` when it ends. No other code may wait for this child.
   void reap(pid_t child);
-  /// Does the same for children that were started before this process called execve.
+  /// Calls `reap` for every child that was started before this process called execve.
   void reapInherited();
-  /// Sends a signal to a child that was given to `reap`; does nothing when it has ended.
+  /// Sends a signal to a child that was given to `reap`. Does nothing when the child has been reaped.
   void signalChild(pid_t child, int signalNumber);
 
-  /// `close` runs once when the application terminates, before applicationWillTerminate of the delegate.
+  /// Sets a function that runs once, just before applicationWillTerminate of the delegate.
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
   // Application
@@ -76,7 +76,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   sd_event* loop = nullptr;
   std::unique_ptr<LoopQueue> queue;
   std::vector<EventSource> signals;
-  std::set<pid_t> children;  // given to `reap`, and not reaped yet
+  std::set<pid_t> children;  // children that were given to `reap` and have not been reaped yet
   std::function<void()> beforeTermination;
   bool terminating = false;
 };

@@ -13,7 +13,7 @@
 
 namespace kestrune {
 
-constexpr std::size_t threadNameLimit = 15;  // TASK_COMM_LEN of the kernel, without the NUL
+constexpr std::size_t threadNameLimit = 15;  // bytes: TASK_COMM_LEN of the kernel, less the NUL
 
 struct SerialQueue::State : std::enable_shared_from_this<State> {
   State(std::string givenName, Later givenLater) : name(std::move(givenName)), later(std::move(givenLater)) {}
@@ -24,13 +24,13 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   std::condition_variable changed;
   std::deque<Job> jobs;
   bool closed = false;
-  bool started = false;  // or will be
+  bool started = false;  // whether the thread runs, or a later attempt to start it is scheduled
 
-  /// Call with the lock held. Retries when no thread can be started: callers wait for their jobs.
+  /// Starts the thread. If that fails, keeps the jobs and tries again later. Call it with `mutex` locked.
   void start() {
     if (closed || std::exchange(started, true)) return;
     try {
-      // Detached: at the end of the process, it may be busy for long.
+      // Detach the thread, so that the end of the process need not wait for it: a job may take long.
       std::thread([self = shared_from_this()] { self->run(); }).detach();
     } catch (const std::system_error& failure) {
       reportOnce("cannot start a thread for commands (" + failure.code().message() +
@@ -55,7 +55,7 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
       jobs.pop_front();
       lock.unlock();
       job();
-      job = nullptr;  // while the mutex is free: the destructor of a capture may post another job
+      job = nullptr;  // destroyed while the mutex is free: the destructor of a captured object may post a job
       lock.lock();
     }
   }
@@ -77,7 +77,7 @@ void SerialQueue::async(Job job) {
 }
 
 void SerialQueue::close() {
-  std::deque<Job> dropped;  // destroyed after the lock is released: a destructor may call the queue
+  std::deque<Job> dropped;  // destroyed after the lock is released: a job's destructor may call this queue
   {
     const std::lock_guard lock(state->mutex);
     state->closed = true;

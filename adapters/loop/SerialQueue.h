@@ -8,11 +8,11 @@
 
 namespace kestrune {
 
-/// A serial queue on a thread of its own. The thread starts with the first job; if that fails (EAGAIN), the
-/// queue tries again later.
+/// A serial queue with its own thread, which starts when the first job is posted. If the thread cannot be
+/// started (EAGAIN), the queue tries again later.
 class SerialQueue final : public DispatchQueue {
  public:
-  /// Runs a job after a delay, on a thread that exists already. Any thread may call it.
+  /// A function that runs a job after a delay, on a thread that exists already. Any thread may call it.
   using Later = std::function<void(Job)>;
 
   SerialQueue(std::string label, Later later);
@@ -28,7 +28,7 @@ class SerialQueue final : public DispatchQueue {
   struct State;
 
   const std::string name;
-  const std::shared_ptr<State> state;  // shared with the thread, which may outlive the queue
+  const std::shared_ptr<State> state;  // shared with the queue's thread, which may outlive the queue
 };
 
 }  // namespace kestrune

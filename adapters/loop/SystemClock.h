@@ -7,14 +7,14 @@
 
 namespace kestrune {
 
-/// The present time of a clock of this machine.
+/// Returns the current time of a kernel clock, such as CLOCK_MONOTONIC. Any thread.
 inline Seconds timeOf(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// The clocks of this machine.
+/// Implements the port Clock with the clocks of the kernel. Any thread.
 class SystemClock final : public Clock {
  public:
   Seconds awakeTime() const override { return timeOf(CLOCK_MONOTONIC); }

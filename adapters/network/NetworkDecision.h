@@ -10,10 +10,10 @@
 namespace kestrune {
 
 /// The route that the kernel chooses for packets to the Internet. The fields after `path` tell two networks
-/// of one medium apart. Addresses are in network byte order, empty for none.
+/// of one medium apart. The addresses are in network byte order; they are empty when there is none.
 struct RoutedPath {
   NetworkPath path;
-  unsigned interface = 0;  ///< interface index
+  unsigned interface = 0;  ///< interface index; 0 for none
   std::string gateway;
   std::string source;
 
@@ -21,41 +21,42 @@ struct RoutedPath {
 };
 
 struct PathTiming {
-  Seconds burst{0.25};   ///< from the first message of a burst to the question
-  Seconds loss{2.0};     ///< how long a loss lasts before it is reported
-  Seconds memory{60.0};  ///< the network flaps when the last `manyReports` came within this time
-  Seconds rest{10.0};    ///< from one report to the next while it flaps
+  Seconds burst{0.25};   ///< from the first message of a burst until the kernel is asked
+  Seconds loss{2.0};     ///< how long a loss of the network lasts before it is reported
+  Seconds memory{60.0};  ///< the network flaps when the last `manyReports` reports came within this time
+  Seconds rest{10.0};    ///< from one report to the next while the network flaps
 };
 
-/// Decides whether the network counts as up or down: when to ask the kernel (`lookUpRoute`), and when to
-/// report its answer. `now` is the time of a clock that stops during suspend.
+/// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer: whether the
+/// network counts as up or down. `now` is always the time of a clock that stops during suspend.
 ///
-/// A burst of messages leads to one question. A changed path is reported at once, a loss only after it has
-/// lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the path is the same:
-/// open connections may be broken. While the network flaps, reports of a changed path are `rest` apart, and a
-/// loss must last that long. Reports of an unchanged path are limited in the same way, but all reports count.
+/// A burst of messages leads to one question. A changed path is reported at once, but the loss of the network
+/// only after it has lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the
+/// path is the same as before, because open connections may be broken. While the network flaps (goes up and
+/// down), reports of a changed path are `rest` apart, and a loss must last for `rest`. Reports of an
+/// unchanged path are limited in the same way, counting all reports.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
 
   explicit NetworkDecision(const PathTiming& timing = {});
 
-  /// Something may have changed. The first call leads to a question without delay.
+  /// Tells that the path may have changed. Until the first report, this leads to a question without delay.
   void notice(Seconds now);
-  /// The machine has resumed. The time of a loss starts again, because networks need a moment to reconnect.
+  /// Tells of a resume. A loss counts from now on, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// When to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait for.
-  /// During a burst it is the time of the next question, because the known path may be outdated.
+  /// Returns when to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait
+  /// for. During a burst it is the time of the question, because the known path may be outdated.
   std::optional<Seconds> due() const;
 
-  /// Whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
+  /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
   bool isQuestionDue(Seconds now) const { return burst && now >= questionDue(); }
-  /// Takes the answer; absent when the question failed. After a failure the last known path stays. Without
-  /// one it assumes a satisfied path of unknown type, so that the client goes on to supervise the backend.
-  /// Returns what to report now, if anything.
+  /// Takes the answer of the kernel; absent when the question failed. After a failure, the last known path
+  /// stays. If no path is known, assumes a satisfied path of unknown medium, so that the client goes on to
+  /// supervise the backend. Returns the path to report now; absent when there is nothing to report.
   std::optional<NetworkPath> takeAnswer(std::optional<RoutedPath> answer, Seconds now);
-  /// Returns the report that is due now, if any.
+  /// Returns the path to report now; absent when no report is due.
   std::optional<NetworkPath> takeReport(Seconds now);
 
  private:
@@ -64,12 +65,12 @@ class NetworkDecision {
   Seconds reportDue() const;
 
   PathTiming timing;
-  std::optional<Seconds> burst;  // the time of its first message, while one is under way
+  std::optional<Seconds> burst;  // time of the first message of the present burst; absent without a burst
   std::optional<RoutedPath> current;
   Seconds currentSince{};
   std::optional<RoutedPath> reported;
   bool owed = false;
-  std::vector<Seconds> reports, changes;  // times of the newest reports: of all, and of those that differed
+  std::vector<Seconds> reports, changes;  // times of the newest reports: all, and those of a changed path
 };
 
 }  // namespace kestrune

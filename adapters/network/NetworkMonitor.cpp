@@ -18,8 +18,8 @@ namespace {
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
-/// Multicast groups for all changes that may change the path. The route groups are not enough: the kernel
-/// sends no message for routes that vanish with an address or, in IPv4, with an interface.
+/// The multicast groups of messages after which the path may be another. The route groups are not enough: the
+/// kernel sends no message for routes that vanish with an address or, in IPv4, with an interface.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 
@@ -65,14 +65,14 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void notice() {
-    // Not needed until the next question: a burst of any length wakes the process only twice.
+    // Stop listening until the question, so that a burst of any length wakes the process only twice.
     stopListening();
     decision.notice(parts.clock.awakeTime());
     wait();
   }
 
   void ask(Seconds now) {
-    // Listen before asking, so that no change is missed in between.
+    // Listen before asking, so that no change between listening and asking is missed.
     const auto answer = listen() ? lookUpRoute(parts.devices) : Result<RoutedPath>(Failure{describe(errno)});
     report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
     if (answer) {
@@ -87,7 +87,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     retryDelay = std::min(retryDelay * 2, longestRetry);
   }
 
-  /// Opens an rtnetlink socket that receives changes from now on. False with errno set on failure.
+  /// Opens an rtnetlink socket that receives changes from now on. Returns false with errno set on failure.
   bool listen() {
     socket = openRtnetlink();
     if (!socket) return false;
@@ -107,7 +107,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   void report(std::optional<NetworkPath> path) {
     if (!path) return;
     queue->async([shared = onUpdate, path = *path] {
-      // Copied, because the update may cancel this monitor.
+      // Call a copy: the function may cancel this monitor, which destroys the original.
       if (const auto update = *shared) update(path);
     });
   }
@@ -145,7 +145,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   EventSource changed;
   EventSource timer;
   EventSource retry;
-  Seconds retryDelay = firstRetry;  // after the next failure
+  Seconds retryDelay = firstRetry;  // the wait after the next failure
 };
 
 std::unique_ptr<PathMonitor> NetworkMonitors::makePathMonitor() {

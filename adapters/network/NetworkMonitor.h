@@ -13,11 +13,11 @@ namespace kestrune {
 /// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. A
 /// monitor asks the kernel (`lookUpRoute`) after each burst of rtnetlink messages and after each resume
 /// (PrepareForSleep of logind), and reports what `NetworkDecision` decides. When the kernel refuses to
-/// answer, it reports a satisfied path without a type, prints the error on standard error, and asks again
-/// with growing delays. Main thread.
+/// answer, the monitor reports a satisfied path of unknown medium, prints the error on standard error, and
+/// asks again with growing delays. Main thread.
 class NetworkMonitors final : public PathMonitors {
  public:
-  /// `devices` is a folder like /sys/class/net. The references outlive this and the monitors.
+  /// `devices`: a folder like /sys/class/net. All references must outlive this object and its monitors.
   NetworkMonitors(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
                   std::string givenDevices = "/sys/class/net", const PathTiming& givenTiming = {})
       : loop(givenLoop),

@@ -19,23 +19,23 @@ namespace kestrune {
 
 namespace {
 
-// Addresses of a root name server; nothing is sent to them. Machines may reject documentation addresses or
-// use them locally. The root servers lie outside of every network and are routed like any other host.
+// Addresses of a root name server; nothing is sent to them. Root servers lie outside of every local network,
+// and are routed like any other host. Addresses for documentation would not do: machines may reject them.
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
-/// The errors that mean: there is no such route or interface.
+/// The errors which mean that there is no such route or interface.
 constexpr std::array noneErrors{
-    ENETUNREACH,   // no route, or one of type throw
-    EHOSTUNREACH,  // unreachable
-    EACCES,        // prohibit
-    EINVAL,        // blackhole
-    ENODEV,        // the interface has vanished; a message about that follows
+    ENETUNREACH,   // no route, or a route of type throw
+    EHOSTUNREACH,  // a route of type unreachable
+    EACCES,        // a route of type prohibit
+    EINVAL,        // a route of type blackhole
+    ENODEV,        // the interface has vanished; a message from the kernel about this follows
 };
 
 constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
 
-/// Attributes by type, types below 64 only; null when missing.
+/// The attributes of a message, by type. A missing attribute is null. Types from 64 on are left out.
 using Attributes = std::array<const nlattr*, 64>;
 
 int store(const nlattr* attribute, void* attributes) {
@@ -50,7 +50,7 @@ Attributes attributesIn(const nlattr* parent) {
   return attributes;
 }
 
-/// The fixed header of a message (null when the message is too short) and its attributes.
+/// Returns the fixed header of a message (null when the message is too short) and its attributes.
 template <typename Header>
 std::pair<const Header*, Attributes> partsOf(const nlmsghdr& message) {
   Attributes attributes{};
@@ -89,8 +89,8 @@ struct Request {
 
 using Take = std::function<void(const nlmsghdr&)>;
 
-/// Sends a request, and passes each message of the answer to `take`. The kernel has queued the answer when
-/// sendto returns, so nothing blocks. Returns 0 or an errno value.
+/// Sends a request, and passes each message of the answer to `take`. Does not block, because the kernel has
+/// queued the answer when sendto returns. Returns 0 or an errno value.
 int ask(mnl_socket* socket, const nlmsghdr& request, Take take) {
   const auto pass = [](const nlmsghdr* message, void* data) {
     (*static_cast<Take*>(data))(*message);
@@ -119,12 +119,12 @@ int askForRoute(mnl_socket* socket, unsigned char family, RoutedPath& path) {
   return ask(socket, *request.message, [&path](const nlmsghdr& message) {
     const auto [header, attributes] = partsOf<rtmsg>(message);
     path.interface = numberOf(attributes[RTA_OIF]);
-    path.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // or of IPv6 (RTA_VIA)
+    path.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // RTA_VIA: IPv6 gateway
     path.source = bytesOf(attributes[RTA_PREFSRC]);
   });
 }
 
-/// Whether a virtual device is one end of a pair.
+/// Returns whether a virtual device is one end of a pair of connected devices.
 bool isPair(const Link& link) {
   return link.kind == "veth" || link.kind == "netkit";
 }
@@ -140,15 +140,15 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK of a pair is its other end; with IFLA_LINK_NETNSID, an index in another network namespace.
+  // IFLA_LINK names the device beneath, except for a pair and with IFLA_LINK_NETNSID (other namespace).
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
-  // The attribute types in IFLA_INFO_DATA depend on the kind.
+  // Read IFLA_INFO_DATA for a bond only: the meaning of its attribute types depends on the kind.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
   link.activeMember = numberOf(details[IFLA_BOND_ACTIVE_SLAVE]);
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
 }
 
-/// Asks for one interface, and for all when that one is a stacked device.
+/// Asks the kernel for one interface, and for all if this one is stacked. Returns 0 or an errno value.
 int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
   Request<ifinfomsg> one(RTM_GETLINK);
@@ -176,9 +176,9 @@ Result<RoutedPath> lookUpRoute(const std::string& devices) {
     Links links;
     int error = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
     if (error == 0 && found.interface != 0) error = askForLinks(socket.get(), found.interface, links);
-    if (error == EINTR) return lookUpRoute(devices);  // an interface came or went during the dump
+    if (error == EINTR) return lookUpRoute(devices);  // an interface came or went during the dump: ask again
     const bool isNone = std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
-    // A kernel without IPv6 answers an IPv6 lookup with other errors.
+    // Ignore IPv6 errors: a kernel without IPv6 answers with errors that are not in `noneErrors`.
     if (error != 0 && !isNone && family != AF_INET6) refusal = error;
     if (error != 0 || !links[found.interface].usable) continue;
     const Medium medium = mediumOf(found.interface, links, devices);

@@ -10,12 +10,12 @@ inline std::error_code systemError(int number) {
   return {number, std::system_category()};
 }
 
-/// The current `errno` as an error code.
+/// Returns the current `errno` as an error code.
 inline std::error_code lastError() {
   return systemError(errno);
 }
 
-/// The text of an `errno` value (strerror), in the user's language.
+/// Returns the text of an `errno` value (strerror), in the user's language.
 inline std::string describe(int number) {
   return systemError(number).message();
 }

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// Owns a file descriptor and closes it.
+/// Owns a file descriptor. The destructor closes it.
 class FileDescriptor {
  public:
   FileDescriptor() = default;
@@ -19,9 +19,9 @@ class FileDescriptor {
   ~FileDescriptor() { reset(); }
 
   explicit operator bool() const { return value >= 0; }
-  int get() const { return value; }  ///< -1 when there is none
+  int get() const { return value; }  ///< -1 when there is no descriptor
 
-  /// Returns the descriptor without closing it; the caller owns it.
+  /// Gives up the descriptor without closing it, and returns it. The caller then owns the descriptor.
   int release() { return std::exchange(value, -1); }
 
   void reset(int descriptor = -1) {

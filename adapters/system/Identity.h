@@ -2,7 +2,7 @@
 
 namespace kestrune {
 
-/// The application ID; the desktop entries are named after it.
+/// The application ID. The desktop entries are named after it.
 inline constexpr auto applicationIdentifier = "com.dovrel.kestrune.menuclient";
 
 }  // namespace kestrune

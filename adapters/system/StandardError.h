@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-/// Prints a fault of the host on standard error, in one line, each message once per process. Prints nothing,
-/// and does not block, while standard error accepts no output. Never pass a command's output, the text of a
-/// field or a token. Any thread.
+/// Prints a message about a fault of this machine on standard error, in one line. Prints the same message
+/// only once per process. While standard error accepts no output, prints nothing and does not block. Never
+/// pass the output of a command, the text of an input field or a token. Any thread.
 void reportOnce(const std::string& message);
 
 }  // namespace kestrune
