@@ -1,4 +1,4 @@
-"""The inhibitors, in the list of a real systemd-logind."""
+"""The inhibitors that keep the machine awake, as a real systemd-logind lists them."""
 
 import signal
 import unittest
@@ -31,7 +31,7 @@ class Awake(unittest.TestCase):
         return self.bus.call(LOGIN, "ListInhibitors")[0]
 
     def assertHeld(self):
-        """For the screen and for the system."""
+        """Checks that the client holds two inhibitors, one for the screen and one for the system."""
         self.assertEqual([each[:4] + each[5:] for each in self.inhibitors()],
                          [("idle", "Kestrune", REASON, "block", self.client.pid)] * 2)
 
@@ -45,7 +45,7 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.inhibitors(), [])
 
     def press(self, key, *row, holds=False):
-        """Types the key, closes the window, and waits for a menu with that row."""
+        """Types the key, closes the window that opens, and waits for a menu with this row."""
         self.client.type(key)
         self.client.next_window()
         self.client.type("1")

@@ -1,4 +1,4 @@
-"""The Debian packages: what is in them, what those say who judge packages, and that they install."""
+"""The Debian packages: their files, their fields, what checking tools say of them, and that dpkg installs them."""
 
 import gzip
 import os
@@ -16,7 +16,7 @@ from rig.waiting import PATIENCE
 
 CLIENT, DIALOGS = PACKAGES = "kestrune-menu-client", "kestrune-menu-dialogs"
 PROGRAMS = {CLIENT: "KestruneMenuClient", DIALOGS: "KestruneMenuDialogs"}
-# The folders of icons, and how large those in them are.
+# The folders of icons, and how many pixels wide and high the icon in each folder is.
 SIDES = {"22x22@2": 44, **{f"{side}x{side}": side for side in (16, 22, 24, 32, 48, 64)}}
 
 DESKTOP_ENTRY = "usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
@@ -52,12 +52,12 @@ FILES[CLIENT] |= {
     *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
     *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
 }
-# How much of a desktop the dependencies of a package bring begins with one of these.
+# Packages that belong to a desktop have names that begin like this.
 GRAPHICS = re.compile(r"lib(qt|x11|xcb|gl|egl|wayland|gtk|fontconfig)|qt6-|fonts-|x11-|xdg-")
 
 
 def run(*command, **options):
-    """What a command says, on both streams; it must succeed."""
+    """Runs a command, which must succeed. Returns its standard output and standard error."""
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           text=True, encoding="utf-8", timeout=PATIENCE * 2, **options)
     if done.returncode != 0:
@@ -71,8 +71,7 @@ class Packages(unittest.TestCase):
         cls.folder = Path(tempfile.mkdtemp(prefix="kestrune-package-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.folder.chmod(0o755)
-        # As one whose files nobody else may read: the packages are for everybody.
-        # Packed by gzip, which takes half the time of xz.
+        # The packages are for all users, even if they are built with a strict umask. gzip takes half the time of xz.
         run("cpack", "--config", BUILD / "CPackConfig.cmake", "-D", "CPACK_DEBIAN_COMPRESSION_TYPE=gzip", "-B", cls.folder,
             umask=0o077)
         cls.files = {each.name.split("_")[0]: each for each in cls.folder.glob("*.deb")}
@@ -112,7 +111,7 @@ class Packages(unittest.TestCase):
                 self.assertIn(f" -- {self.field(package, 'Maintainer')}  ", changes)
 
     def test_say_what_they_need(self):
-        # Those that it runs, and of those that it links the ones that are called the same everywhere.
+        # The programs that the client runs, and linked libraries whose packages have the same name in each release.
         needed = {each.split()[0] for each in self.packages(CLIENT, "Depends")}
         self.assertLessEqual({"curl", "lsof", "procps", "libc6", "libsystemd0", "libmnl0", "libqrencode4"}, needed)
         recommended = self.packages(CLIENT, "Recommends")
@@ -153,7 +152,7 @@ class Packages(unittest.TestCase):
                 self.assertEqual(self.offered(program, ""), options)
 
     def offered(self, program, before):
-        """What a Tab after that word offers."""
+        """Returns what bash offers when the user presses Tab after the word `before`."""
         return run("bash", "-c", """
             source "$0" && program=$1 before=$2
             eval "set -- $(complete -p "${1##*/}")"
@@ -174,7 +173,7 @@ class Packages(unittest.TestCase):
     def test_its_unit_is_in_order(self):
         units = self.folder / "units"
         units.mkdir()
-        # Other units of the machine may be at fault.
+        # Only targets and slices of the machine are visible, because its other units may have faults.
         for pattern in ("*.target", "*.slice"):
             for each in Path("/usr/lib/systemd/user").glob(pattern):
                 (units / each.name).symlink_to(each)
@@ -186,13 +185,13 @@ class Packages(unittest.TestCase):
                              env={**os.environ, "XDG_RUNTIME_DIR": str(units), "SYSTEMD_UNIT_PATH": str(units)}), "")
 
     def dpkg(self, *arguments):
-        """In a system without packages, of which nothing is left afterwards."""
+        """Runs dpkg on a folder that looks like a system without packages. Returns the folder."""
         root = self.folder / "root"
         for folder in ("info", "updates"):
             (root / "var/lib/dpkg" / folder).mkdir(parents=True, exist_ok=True)
         for name in ("status", "available"):
             (root / "var/lib/dpkg" / name).touch()
-        # Nothing that they need is there, nor are the programs of which dpkg makes sure.
+        # The folder has neither the dependencies of the packages nor the programs that dpkg itself needs.
         run("dpkg", f"--root={root}", "--force-depends", "--force-bad-path", "--no-triggers", *arguments)
         return root
 
@@ -223,7 +222,7 @@ class Packages(unittest.TestCase):
             f"Maintainer: {self.field(CLIENT, 'Maintainer')}\nDescription: both programs\n")
         run("dpkg-deb", "--root-owner-group", "-Znone", "--build", old, self.folder / "old.package")
         self.dpkg("--install", self.folder / "old.package")
-        # In the order in which the new package finds files of the old one.
+        # In this order, dpkg finds files of the old package while it unpacks the first new one.
         self.assertInstalled(self.dpkg("--auto-deconfigure", "--install", self.files[DIALOGS], self.files[CLIENT]))
         self.assertPurged(*PACKAGES)
 

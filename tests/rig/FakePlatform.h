@@ -68,8 +68,7 @@ struct FakeAlerts final : AlertQueue {
   /// Answers the top alert with the button of this number, counted from 0; absent means cancelled. Then the
   /// next alert is shown. A field that is not in `fields` keeps its text.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
-  /// Presses the button with this action inside the top alert. If the action requests another alert, that
-  /// alert is shown on top.
+  /// Presses the button with this action inside the top alert. An alert that it requests is shown on top.
   void press(const std::string& action);
   /// Returns the alert that can be answered, or null when no alert is open.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }

@@ -42,8 +42,7 @@ class ForkedProgram {
 
   pid_t pid() const { return process; }
 
-  /// Waits for the next line and returns it. Returns "silence" if no line comes in time, "end" if none can
-  /// come.
+  /// Waits for the next line and returns it. Returns "silence" if none comes in time, "end" if none can come.
   std::string line() {
     for (bool isOpen = true;; isOpen = take(lines, heard)) {
       if (const auto end = heard.find('\n', next); end != std::string::npos) {

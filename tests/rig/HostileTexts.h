@@ -20,8 +20,7 @@ inline bool commandsAScreen(utf8proc_int32_t character) {
   return isControl || isBidiControl || isNoncharacter;
 }
 
-/// Checks a text that a user is shown. Returns a description of its first fault, or "". `lines`: line feeds
-/// are allowed.
+/// Checks a text that a user sees. Returns its first fault, or "". `lines`: line feeds are allowed.
 inline std::string faultOf(std::string_view shown, bool lines = false) {
   for (std::size_t at = 0; at < shown.size();) {
     utf8proc_int32_t character = 0;
@@ -41,8 +40,7 @@ struct HostileText {
   std::string text;
 };
 
-/// Returns texts that try to damage a screen or to deceive its reader. Each text begins with "before" and
-/// ends with "behind".
+/// Returns texts that try to damage a screen or to deceive its reader, each between "before" and "behind".
 inline std::vector<HostileText> hostileTexts() {
   using namespace std::string_literals;
   constexpr std::size_t megabyte = 1 << 20;

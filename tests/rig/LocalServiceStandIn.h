@@ -22,8 +22,7 @@ namespace kestrune::testing {
 /// A fake of the backend's local service, on the same port. Answers every request with the same bytes.
 class LocalServiceStandIn {
  public:
-  /// If `givenAnswer` is empty, no request is answered. The server's thread calls `givenWhileAsked` before it
-  /// answers.
+  /// If `givenAnswer` is empty, never answers. The server's thread calls `givenWhileAsked` before it answers.
   explicit LocalServiceStandIn(std::string givenAnswer, std::function<void()> givenWhileAsked = {})
       : answer(std::move(givenAnswer)),
         whileAsked(std::move(givenWhileAsked)),

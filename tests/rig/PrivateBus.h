@@ -11,8 +11,8 @@
 
 namespace kestrune::testing {
 
-/// A session bus that belongs to one test. While this object exists, DBUS_SESSION_BUS_ADDRESS names this bus,
-/// whether the bus runs or not.
+/// A session bus for one test. While this object exists, DBUS_SESSION_BUS_ADDRESS names this bus, even if it
+/// is not running.
 class PrivateBus {
  public:
   std::string address() const { return "unix:path=" + folder.file("bus"); }

@@ -13,8 +13,7 @@
 
 namespace kestrune::testing {
 
-/// Waits until the process, which need not be a child, has ended. Returns false if this takes longer than
-/// `wait`.
+/// Waits until a process, which need not be a child, has ended. Returns false if this takes more than `wait`.
 inline bool ends(pid_t pid, Seconds wait = patience) {
   const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (!process && errno == ESRCH) return true;

@@ -10,8 +10,7 @@ namespace kestrune::testing {
 /// An installed program that runs beside a test, in its own process group. The destructor kills the group.
 class RealProgram : public ForkedProgram {
  public:
-  /// Starts the program `arguments[0]` from the PATH. `variables` ("NAME=value") are added to the
-  /// environment.
+  /// Starts `arguments[0]` from the PATH. `variables` ("NAME=value") are added to its environment.
   explicit RealProgram(std::vector<std::string> arguments, std::vector<std::string> variables = {})
       : name(arguments.at(0)) {
     run(true, [&](int output) {

@@ -48,8 +48,8 @@ inline void refuseHardLinks(int error) {
   refuseCall(SYS_linkat, error);
 }
 
-/// Makes `fsync` do nothing. A real `fsync` takes nearly all the time of a save, so a kill at a random moment
-/// would hardly ever hit another step.
+/// Makes `fsync` do nothing. A real one takes nearly all the time of a save, so that a kill at a random
+/// moment would hardly ever hit another step.
 inline void skipFlushes() {
   refuseCall(SYS_fsync, 0);
 }

@@ -31,8 +31,7 @@ class Chance {
   std::mt19937_64 engine;
 };
 
-/// Runs a controller on a fake platform, and lets random events happen. SoakRules checks the controller after
-/// every step.
+/// Runs a controller on fakes, and lets random events happen. SoakRules checks the controller at every step.
 class Soak {
  public:
   explicit Soak(std::uint64_t seed);

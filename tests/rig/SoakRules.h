@@ -15,8 +15,7 @@ struct RuleBroken : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Checks invariants of a controller after every step of the main thread, by looking at the fakes. Throws
-/// RuleBroken.
+/// Checks invariants of a controller after each step of the main thread, using the fakes. Throws RuleBroken.
 class SoakRules {
  public:
   /// Every token in the test's files contains this text. If it appears anywhere else, a token has leaked.

@@ -26,8 +26,7 @@
 
 namespace kestrune::testing {
 
-/// Waits until this process has reaped all its children. Returns false at the time limit, after killing the
-/// rest.
+/// Waits until all children of this process are reaped. At the time limit, kills the rest and returns false.
 inline bool hasNoChildren(EventLoop& loop) {
   const bool none = comesTrue(loop, [] {
     siginfo_t state{};

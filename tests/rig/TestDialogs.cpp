@@ -7,9 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-// A fake KestruneMenuDialogs. Copies its standard input to the socket TEST_DIALOGS_SOCKET, where the test
-// listens, and what arrives from the socket to its standard output. Ends when the client or the test closes
-// its side.
+// A fake KestruneMenuDialogs. Copies standard input to the socket TEST_DIALOGS_SOCKET, where the test
+// listens, and what the test sends to standard output. Ends when the client or the test closes its side.
 
 namespace {
 

@@ -15,8 +15,7 @@
 
 namespace kestrune::testing {
 
-/// A fake tray: the StatusNotifierWatcher, and a host that reads an item, clicks on it, and records its
-/// signals.
+/// A fake tray (StatusNotifierWatcher and host): reads an item, clicks on it, and records its signals.
 class TrayHost {
  public:
   static constexpr auto itemPath = "/StatusNotifierItem";

@@ -40,8 +40,7 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// A fake main loop with queues and timers, without threads. Jobs run only while a test calls one of its
-/// functions.
+/// A fake main loop with queues and timers, without threads. Jobs run only inside the calls of a test.
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
@@ -64,8 +63,8 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   /// Runs jobs of the main queue until the queue is empty.
   void runMain();
-  /// Runs the main queue, and the timers and delayed jobs that are due: everything that the main thread does
-  /// while a worker is busy.
+  /// Runs the main queue, and the timers and delayed jobs that are due, as the main thread does beside a busy
+  /// worker.
   void serveMain();
   /// Runs one job of a worker queue. Returns false if there is no job.
   bool runOneWorkerJob();
