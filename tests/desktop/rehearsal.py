@@ -60,7 +60,7 @@ class Rehearsal(unittest.TestCase):
             wait_for_end(pid)
         self.assertTrue(listening_ports().isdisjoint(PORTS))
 
-    def test_it(self):
+    def test_installed_packages_work_through_login_and_upgrade(self):
         traffic = self.bus.monitor()
         self.session.spawn("dex", APPLICATION).wait()
         traffic.wait_for_status(CONNECTED)

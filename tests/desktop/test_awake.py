@@ -52,7 +52,7 @@ class Awake(unittest.TestCase):
         self.menu = self.client.menu_with(*row)
         self.assertEqual(self.menu.rows[11].title, HELD if holds else NOT_HELD)
 
-    def test_they_are_held_while_both_preferences_are_on_and_the_lamp_is_green(self):
+    def test_inhibitors_are_held_while_both_preferences_are_on_and_the_lamp_is_green(self):
         self.press("k", 2, "🟡 連線狀態：保持喚醒已關閉")
         self.assertReleased()
         self.press("k", 2, "🟡 連線狀態：保持喚醒已開啟", holds=True)
@@ -74,7 +74,7 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
 
-    def test_they_end_with_a_client_that_is_killed(self):
+    def test_inhibitors_end_when_the_client_is_killed(self):
         self.assertEqual(self.client.end(signal.SIGKILL), -signal.SIGKILL)
         self.assertReleased()
 

@@ -49,7 +49,7 @@ class Login(unittest.TestCase):
         self.assertEqual(client.quit(), 0)
         for pid in services:
             wait_for_end(pid)
-        # Otherwise the client may ask for the project before the services are up, and then not again for a while.
+        # Start the services first, or the client may ask for the project too early, and then not again for a while.
         self.session.backend("refresh")
         traffic = bus.monitor()
         login = self.log_in()

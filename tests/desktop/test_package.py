@@ -52,7 +52,7 @@ FILES[CLIENT] |= {
     *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
     *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
 }
-# Packages that belong to a desktop have names that begin like this.
+# Packages of a desktop have names that begin like this. The client must depend on none of them.
 GRAPHICS = re.compile(r"lib(qt|x11|xcb|gl|egl|wayland|gtk|fontconfig)|qt6-|fonts-|x11-|xdg-")
 
 
@@ -85,7 +85,7 @@ class Packages(unittest.TestCase):
     def packages(self, package, name):
         return set(re.split(r", | \| ", self.field(package, name)))
 
-    def test_hold_these_files_and_no_others(self):
+    def test_packages_contain_exactly_these_files(self):
         self.assertEqual(set(self.files), set(PACKAGES))
         for package, file in self.files.items():
             with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", file], stdout=subprocess.PIPE) as contents:
@@ -96,7 +96,7 @@ class Packages(unittest.TestCase):
                     executable = each.isdir() or "/bin/" in each.name
                     self.assertEqual((each.mode & 0o7777, each.uid, each.gid), (0o755 if executable else 0o644, 0, 0))
 
-    def test_say_what_they_are(self):
+    def test_packages_have_these_names_fields_and_changes(self):
         version = run(self.tree / binary(PROGRAMS[CLIENT]), "--version").split()[1]
         architecture = run("dpkg", "--print-architecture").strip()
         revision = f"{version}-0kestrune2"
@@ -110,7 +110,7 @@ class Packages(unittest.TestCase):
                 self.assertTrue(changes.startswith(f"kestrune-menu-client ({revision}) "), changes)
                 self.assertIn(f" -- {self.field(package, 'Maintainer')}  ", changes)
 
-    def test_say_what_they_need(self):
+    def test_packages_name_their_dependencies(self):
         # The programs that the client runs, and linked libraries whose packages have the same name in each release.
         needed = {each.split()[0] for each in self.packages(CLIENT, "Depends")}
         self.assertLessEqual({"curl", "lsof", "procps", "libc6", "libsystemd0", "libmnl0", "libqrencode4"}, needed)
@@ -122,25 +122,25 @@ class Packages(unittest.TestCase):
         self.assertTrue(any(each.startswith("libqt6widgets6") for each in needed), needed)
         self.assertLessEqual({"fonts-noto-cjk", "qt6-wayland"}, self.packages(DIALOGS, "Recommends"))
 
-    def test_nobody_finds_fault_with_them(self):
+    def test_lintian_finds_no_fault(self):
         self.assertEqual(run("lintian", "--allow-root", "--no-cfg", "--fail-on", "error,warning", *self.files.values()), "")
 
-    def test_its_desktop_entry_is_in_order(self):
+    def test_desktop_entry_is_valid(self):
         self.assertEqual(run("desktop-file-validate", self.tree / DESKTOP_ENTRY), "")
         lines = (self.tree / DESKTOP_ENTRY).read_text().splitlines()
         for line in ("Exec=KestruneMenuClient", "Icon=KestruneMacClient", "Terminal=false", "StartupNotify=false"):
             self.assertIn(line, lines)
         self.assertTrue(any(line.startswith("Comment[zh_TW]=") for line in lines))
 
-    def test_software_centers_can_read_of_it(self):
+    def test_metainfo_for_software_centers_is_valid(self):
         run("appstreamcli", "validate", "--no-net", self.tree / METAINFO)
 
-    def test_its_icons_are_as_large_as_their_folders_say(self):
+    def test_icons_are_as_large_as_their_folders_say(self):
         for folder, side in SIDES.items():
             header = (self.tree / icon(folder)).read_bytes()[:24]
             self.assertEqual((header[:8], header[16:]), (b"\x89PNG\r\n\x1a\n", side.to_bytes(4, "big") * 2))
 
-    def test_manuals_and_completions_know_the_options_that_there_are(self):
+    def test_manuals_and_completions_list_all_options(self):
         for program in PROGRAMS.values():
             with self.subTest(program):
                 options = re.findall(r"^  (--\S+)", run(self.tree / binary(program), "--help"), re.MULTILINE)
@@ -162,7 +162,7 @@ class Packages(unittest.TestCase):
             esac
         """, self.tree / completion(program), self.tree / binary(program), before).split()
 
-    def test_the_actions_of_desktop_and_completion_are_those_that_there_are(self):
+    def test_desktop_entry_and_completion_offer_existing_actions(self):
         program = PROGRAMS[CLIENT]
         actions = [line.split()[0] for line in run(self.tree / binary(program), "--perform", "help").splitlines()]
         self.assertEqual(self.offered(program, "--perform"), ["help", *actions])
@@ -170,7 +170,7 @@ class Packages(unittest.TestCase):
         self.assertEqual(offered, ["showSettings", "showStatus", "toggleAutoConnect", "quit"])
         self.assertLessEqual(set(offered), set(actions))
 
-    def test_its_unit_is_in_order(self):
+    def test_systemd_unit_is_valid(self):
         units = self.folder / "units"
         units.mkdir()
         # Only targets and slices of the machine are visible, because its other units may have faults.
@@ -205,14 +205,14 @@ class Packages(unittest.TestCase):
         root = self.dpkg("--purge", *packages)
         self.assertEqual([each for each in (root / "usr").rglob("*")] if (root / "usr").exists() else [], [])
 
-    def test_they_install_and_go_again(self):
+    def test_packages_install_and_purge(self):
         self.assertInstalled(self.dpkg("--install", *self.files.values()))
         root = self.dpkg("--purge", DIALOGS)
         self.assertFalse((root / binary(PROGRAMS[DIALOGS])).exists())
         self.assertRegex(run(root / binary(PROGRAMS[CLIENT]), "--version"), "^KestruneMenuClient ")
         self.assertPurged(CLIENT)
 
-    def test_they_replace_the_one_package_that_held_both_programs(self):
+    def test_packages_replace_the_old_one_with_both_programs(self):
         old = self.folder / "old"
         shutil.copytree(self.tree, old)
         shutil.rmtree(old / DOCUMENTS / DIALOGS)

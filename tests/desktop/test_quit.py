@@ -55,12 +55,12 @@ class Quit(unittest.TestCase):
             with self.subTest(signal=number.name):
                 self.refresh()
                 client = self.session.terminal()
-                # The client is ended during a start, which would start the services once more.
+                # The client is ended during its start, in which a reconnect would start the services once more.
                 client.next_menu()
                 self.assertEqual(client.end(number), 0)
                 self.assertStopped()
                 self.assertEqual(client.errors.all(), NO_BUS)
-                # For the other signals it is enough that they are handled, so auto-connect is switched off.
+                # For the other signals it is enough to show that they are handled. These clients start no services.
                 self.session.prefer(SWITCHED_OFF)
 
     def test_ctrl_c_and_a_closed_terminal_quit(self):

@@ -112,7 +112,7 @@ class FirstSettings(Settings):
             for pid in running():
                 seen.write(read_process(pid, "cmdline") + read_process(pid, "environ"))
 
-    def test_from_the_menu_to_the_project_that_is_shown(self):
+    def test_typed_settings_are_saved_and_the_project_is_shown(self):
         self.assertEqual(self.labels(PROJECT_ROW, THREAD_ROW), ["同步專案：未配置", "同步會話：未配置"])
         self.assertFalse(self.env.exists())
         window = self.open()

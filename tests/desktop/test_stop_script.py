@@ -80,8 +80,8 @@ class StopScript(unittest.TestCase):
         return self.ready(["/bin/bash", "-c", 'exec -a "$0" cat -', words])
 
     def clients(self):
-        """Starts the client, its dialogs and a shell that runs the client, in a folder named like a part of a
-        backend."""
+        """Starts processes named like the client and its dialogs, and a shell around such a client, in a folder named
+        like a part of a backend."""
         folder = self.session.home / "kestrune-desktop-bridge/dist"
         folder.mkdir(parents=True)
         for name in ("KestruneMenuClient", "KestruneMenuDialogs"):

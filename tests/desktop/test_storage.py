@@ -89,7 +89,7 @@ class Disks(Dialogue):
 
 
 class Descriptors(Dialogue):
-    def test_with_too_few_at_the_start_it_says_why_it_ends(self):
+    def test_with_too_few_descriptors_it_says_why_it_ends(self):
         statuses = []
         for limit in range(4, 48, 4):
             with self.subTest(limit=limit):
@@ -105,7 +105,7 @@ class Descriptors(Dialogue):
         self.assertEqual(statuses, sorted(statuses, reverse=True))
         self.assertEqual(set(statuses), {0, 1})
 
-    def test_without_any_at_the_end_it_stops_the_backend(self):
+    def test_without_free_descriptors_it_stops_the_backend(self):
         self.session = Session(self)
         self.session.backend("refresh")
         services = self.session.services()

@@ -89,7 +89,7 @@ class Quitting(OnScreen):
 class Restart(OnScreen):
     def test_a_restart_starts_a_new_client(self):
         self.session.program("lsof", HELD_UP_STOP)
-        # A display that does not exist has the same effect as one that has gone.
+        # For the client, a display that does not exist is the same as a display that has gone.
         self.start(environment={"DISPLAY": self.screen.name + "1"})
         self.bus.click(24)
         self.traffic.wait_for_notification(*GUIDE[:2])

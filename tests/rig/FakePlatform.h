@@ -232,8 +232,8 @@ struct FakeProcesses final : Processes {
     ++reservations;
   }
 
-  /// Pairs of a text and a behaviour. A child behaves as the first pair says whose text occurs in the child's
-  /// last argument. A child that matches no pair ends at once, with status 0 and no output.
+  /// Pairs of a text and a behaviour. The first pair whose text occurs in a child's last argument decides how
+  /// the child behaves. If no pair matches, the child ends at once, with status 0 and no output.
   std::vector<std::pair<std::string, ChildScript>> scripts;
   std::optional<std::string> launchError;
   /// Called at each launch with the last argument, before the entry of `scripts` is chosen.
@@ -324,7 +324,7 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> folderError;  ///< if set, the error of every new folder
   std::optional<std::string> removeError;  ///< if set, the error of every removal
   std::optional<std::string> keepError;    ///< if set, the error of `writePrivately` and `replaceUnreadable`
-  std::optional<std::string> readError;    ///< if set, the error of every read
+  std::optional<std::string> readError;    ///< if set, the error of every read (`ReadOutcome::passing`)
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before each read
 };

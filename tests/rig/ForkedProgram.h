@@ -42,7 +42,8 @@ class ForkedProgram {
 
   pid_t pid() const { return process; }
 
-  /// Waits for the next line and returns it. Returns "silence" if none comes in time, "end" if none can come.
+  /// Waits for the next line and returns it. Returns "silence" if no line comes in time, and "end" if the
+  /// child has ended and no line is left.
   std::string line() {
     for (bool isOpen = true;; isOpen = take(lines, heard)) {
       if (const auto end = heard.find('\n', next); end != std::string::npos) {
@@ -80,7 +81,8 @@ class ForkedProgram {
  protected:
   ForkedProgram() = default;
 
-  /// Starts the child, which runs `body`. `inGroup`: it gets its own process group, to which all signals go.
+  /// Starts the child, which runs `body`. With `inGroup` the child gets its own process group, to which all
+  /// signals go.
   void run(bool inGroup, const std::function<void(int output)>& body) {
     const FileDescriptor output = makePipe(lines), error = makePipe(errors);
     const pid_t parent = getpid();
@@ -99,7 +101,7 @@ class ForkedProgram {
     target = inGroup ? -process : process;
   }
 
-  /// Returns everything that the child has sent in lines so far.
+  /// Returns all lines that the child has sent so far.
   const std::string& allLines() {
     take(lines, heard);
     return heard;

@@ -20,7 +20,8 @@ inline bool commandsAScreen(utf8proc_int32_t character) {
   return isControl || isBidiControl || isNoncharacter;
 }
 
-/// Checks a text that a user sees. Returns its first fault, or "". `lines`: line feeds are allowed.
+/// Looks for ill-formed UTF-8 and for characters that control a screen in a text that a user sees. Returns a
+/// description of the first fault, or "". With `lines`, line feeds are allowed.
 inline std::string faultOf(std::string_view shown, bool lines = false) {
   for (std::size_t at = 0; at < shown.size();) {
     utf8proc_int32_t character = 0;

@@ -13,8 +13,8 @@
 
 namespace kestrune::testing {
 
-/// A named pipe by which a child tells the test that it has come to a certain point: the child opens and
-/// closes it.
+/// A named pipe by which a child tells the test that it has come to a certain point: there the child opens
+/// and closes this pipe.
 class Milestone {
  public:
   explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {

@@ -44,7 +44,7 @@ class BusProbe : public BusClient {
   int losses = 0;
 };
 
-/// A BusProbe that the constructor adds to a connection and the destructor removes.
+/// A BusProbe that listens to a connection from its construction to its destruction.
 class RoundTrip final : public BusProbe {
  public:
   explicit RoundTrip(BusConnection& givenConnection) : connection(givenConnection) { connection.add(*this); }

@@ -38,7 +38,8 @@ class SoakRules {
   bool isCommandUnderWay() const { return linesRunning > 0; }
   /// Checks that no work is under way or left over, and that the menu shows a healthy backend.
   void checkCalm() const;
-  /// Checks that the backend was stopped exactly once, and that nothing is held, watched or drawn after this.
+  /// Checks that the backend was stopped exactly once, and that nothing is held, watched or drawn after the
+  /// stop.
   void checkEnd() const;
   std::size_t refreshes() const { return statusLines; }
   std::size_t menus() const { return menusSeen; }

@@ -72,7 +72,7 @@ class DialogsRun {
     return comesTrue(loop, [this] { return ended; });
   }
 
-  /// Waits until `count` requests of this kind have arrived, and returns them all. Throws at the time limit.
+  /// Waits for `count` requests of this kind, and returns all of this kind. Throws at the time limit.
   template <typename Kind>
   std::vector<Kind> asked(std::size_t count) {
     const auto ofKind = [this] {
@@ -115,7 +115,8 @@ class DialogsRun {
   std::function<void(const dialogs::Request&)> whenAsked;
 };
 
-/// A fake KestruneMenuDialogs. The program connects to this object, which acts in its place.
+/// A fake KestruneMenuDialogs. Each run of the program connects to this object, and the test answers in its
+/// place.
 class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)

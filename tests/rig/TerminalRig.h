@@ -18,7 +18,7 @@
 
 namespace kestrune::testing {
 
-/// Replaces standard input and output; -1 closes the stream. The destructor restores both.
+/// Replaces standard input and output by descriptors; -1 closes the stream. The destructor restores both.
 class StandardStreams {
  public:
   StandardStreams(int input, int output)

@@ -122,7 +122,7 @@ class TrayHost {
     return std::exchange(signals, {});
   }
 
-  /// Emits StatusNotifierHostRegistered, the signal that a tray has come.
+  /// Emits StatusNotifierHostRegistered, the signal of a tray that has just started.
   void announceHost() {
     must(sd_bus_emit_signal(bus, watcherPath, watcherName, "StatusNotifierHostRegistered", ""), "announce");
   }

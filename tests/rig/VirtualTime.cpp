@@ -72,7 +72,7 @@ FakeLoop::FakeLoop(VirtualClock& givenClock, CallLog& givenLog)
     : clock(givenClock), log(givenLog), queue(std::make_unique<LoopQueue>(*this)) {}
 
 FakeLoop::~FakeLoop() {
-  // First destroys the jobs: one may hold the last reference to a controller that owns a timer here.
+  // Destroys the jobs first: a job may hold the last reference to a controller, which owns a timer here.
   for (auto* const jobs : {&main, &worker}) std::exchange(*jobs, {});
   std::exchange(delayed, {});
 }

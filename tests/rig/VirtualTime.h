@@ -40,7 +40,8 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// A fake main loop with queues and timers, without threads. Jobs run only inside the calls of a test.
+/// A fake main loop with queues and timers, without threads. Jobs and timers run only while a test calls one
+/// of the functions below.
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
@@ -63,8 +64,8 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   /// Runs jobs of the main queue until the queue is empty.
   void runMain();
-  /// Runs the main queue, and the timers and delayed jobs that are due, as the main thread does beside a busy
-  /// worker.
+  /// Runs the main queue, and the timers and delayed jobs that are due, as the main thread does while a
+  /// worker is busy.
   void serveMain();
   /// Runs one job of a worker queue. Returns false if there is no job.
   bool runOneWorkerJob();

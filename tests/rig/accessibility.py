@@ -88,7 +88,8 @@ class ScreenReader:
                          f"active window “{name}”")
 
     def told_of(self, role):
-        """Waits for a signal that such a node is showing, and returns the node, even if no listed window has it."""
+        """Waits for a signal that a node with this role is showing. Returns this node, even if no listed window
+        contains it."""
         def seen():
             for sender, path, kind, name, values in self.signals:
                 if (kind, name, values.unpack()[0]) == ("Object", "StateChanged", "showing"):

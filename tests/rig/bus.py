@@ -164,7 +164,8 @@ class Monitor(Listener):
         return [data for name, data in list(self.kept) if name == member and condition(data)]
 
     def wait_for(self, member, condition=lambda data: True, count=1):
-        """Waits until `count` such messages are recorded, earlier ones included. Returns the arguments of the last."""
+        """Waits for message number `count` (from 1) with this name, and returns its arguments. Earlier messages
+        count."""
         return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
 
     def labels(self, number):
@@ -173,7 +174,7 @@ class Monitor(Listener):
                 for row, properties in updated if row == number and "label" in properties]
 
     def wait_for_label(self, number, label):
-        """Waits until this is the label of the row."""
+        """Waits until the row has this label."""
         self.wait(lambda: self.labels(number)[-1:] == [label], f"row {number} with {label}")
 
     def wait_for_status(self, status):

@@ -121,7 +121,7 @@ class Client:
         return windows[0]
 
     def menu_with(self, number, title):
-        """Waits for the next menu in which the row has this title."""
+        """Waits for the next menu in which the row has this title, and returns the menu."""
         while (menu := self.next_menu()).rows[number].title != title:
             pass
         return menu

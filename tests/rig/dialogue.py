@@ -29,7 +29,7 @@ class Dialogue(unittest.TestCase):
         self.read = 0
 
     def expect(self, words):
-        """Waits until these words are printed. Returns the unread output before them, and counts both as read."""
+        """Waits for these words in the output since the last call. Returns what was printed before these words."""
         output = self.client.output
         at = output.wait(lambda text: text.find(words, self.read) + 1, f"“{words}”") - 1
         before, self.read = output.so_far[self.read:at], at + len(words)

@@ -1,7 +1,7 @@
 """Runs a script in process and network namespaces of its own.
 
-When the client ends, it stops processes that it finds by their command lines and ports, and must not find those of the
-machine. Scripts can run at the same time, because their displays and buses cannot collide.
+When the client ends, it stops processes that it finds by their command lines and ports. In the namespaces it cannot
+find processes of the machine. Scripts can run at the same time, because their displays and buses cannot collide.
 """
 
 import os

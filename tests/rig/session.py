@@ -66,8 +66,8 @@ def counted(number):
 
 
 class Session(contextlib.ExitStack):
-    """Ends with the test, or with the class of tests, for which it is made. If `test` is None, it ends as a context
-    manager."""
+    """The session ends with the test, or the class of tests, for which it is made. If `test` is None, the caller uses
+    the session as a context manager."""
 
     def __init__(self, test=None):
         super().__init__()

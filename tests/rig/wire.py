@@ -14,7 +14,7 @@ from rig.waiting import PATIENCE, Deadline
 NAME, PATH = "org.freedesktop.DBus", "/org/freedesktop/DBus"
 DAEMON = NAME, PATH, NAME
 REPLACE_AND_QUEUE_NOT = 2 | 4
-HEADER = 16  # the first bytes of a message, which tell its length
+HEADER = 16  # bytes at the start of a message, which tell its length
 
 CALL, SIGNAL = Gio.DBusMessageType.METHOD_CALL, Gio.DBusMessageType.SIGNAL
 
@@ -150,7 +150,8 @@ class Listener:
 
 
 class Peer(Listener):
-    """Owns a bus name, records the calls, and answers them by `behaviour(peer, call)`; without it, never."""
+    """Owns a bus name, records the calls, and answers them by `behaviour(peer, call)`. A peer without a behaviour never
+    answers."""
 
     def __init__(self, bus, name, behaviour=None):
         connection = Connection(bus)
