@@ -34,8 +34,7 @@ class Rehearsal(unittest.TestCase):
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def log_in(self):
-        """Logs in: starts the unit, as a service manager does, and the autostart entries. Returns the client of the
-        unit."""
+        """Logs in: starts the unit, as a service manager does, and the autostart entries. Returns the unit's client."""
         unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
         self.session.spawn("dex", "--autostart", "--environment", "XFCE").wait()
         return unit

@@ -11,7 +11,7 @@ from rig.waiting import PATIENCE
 TICK = 1.0  # seconds
 
 JUMPING = {"LD_PRELOAD": str(BUILD / "tests/libjumping_clock.so")}
-# Prints the year by time(). bash also calls time() for $SECONDS, so two prints may show the same year.
+# Prints the year that bash gets from time(). For $SECONDS it calls time(), too, so two prints may show the same year.
 SHOW_TIME = "printf '%(%Y)T\\n' -1"
 
 

@@ -25,7 +25,8 @@ inline bool comesTrueElsewhere(EventLoop& loop, const std::function<bool()>& con
   return comesTrue(loop, condition);
 }
 
-/// Runs the loop until all jobs on its main queue have run, and also the jobs that these jobs post.
+/// Runs all jobs on the main queue of the loop, then the jobs that these jobs have posted, and so on, 12
+/// times.
 inline void settleQueue(EventLoop& loop) {
   for (int round = 0; round < 12; ++round) {
     bool done = false;

@@ -23,8 +23,8 @@ struct FakeStatusBar final : StatusBar {
   CallLog& log;
   bool hasButton = true;
   double length = 0;
-  std::vector<StatusButton> buttons;  ///< everything that was set, the newest last
-  std::vector<Menu> menus;            ///< everything that was set, the newest last
+  std::vector<StatusButton> buttons;  ///< all buttons that were set, the newest last
+  std::vector<Menu> menus;            ///< all menus that were set, the newest last
   std::function<void()> whenMenuIsSet;
 
   const StatusButton& button() const { return buttons.back(); }

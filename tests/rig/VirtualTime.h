@@ -76,9 +76,10 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   /// Pretends that the machine was suspended for `duration`, then runs everything that is due.
   void suspend(Seconds duration);
 
-  /// What was run: a job of the main queue, a delayed job, the action of a timer, or a job of a worker queue.
+  /// The kinds of steps: a job of the main queue, a delayed job, the action of a timer, a job of a worker
+  /// queue.
   enum class Step { main, delayed, tick, worker };
-  /// Called after each of these steps.
+  /// Called after each step, with its kind.
   std::function<void(Step)> whenStepIsDone;
 
   bool isTerminated() const { return terminated; }

@@ -20,7 +20,7 @@ def main():
 
 
 def run(work):
-    """Starts the script again in the namespaces. There, does the work and exits with the status of the work."""
+    """Starts the script again in the namespaces, runs `work` there, and exits with the status of `work`."""
     if os.environ.pop(MARK, None) is None:
         enter()
     if os.getpid() != 1:

@@ -90,7 +90,7 @@ class Panel:
 
     def wait_for_popup(self, after=0):
         """Waits for a menu that opens after this position in the screen's events. Returns the id of its window."""
-        # Only windows at coordinates that are not negative: toolkits grab the keyboard by windows at negative ones.
+        # Ignores windows at negative coordinates, which toolkits use to grab the keyboard.
         placed = r"ConfigureNotify event.*\n.*, window (0x\w+), \(\d+,\d+\), width"
         mapped = r"MapNotify event.*\n.*, window \1, override YES"
         popup = re.compile(f"{placed}.*?{mapped}", re.DOTALL)

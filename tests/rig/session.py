@@ -191,7 +191,7 @@ class Session(contextlib.ExitStack):
     def wait_for_peer():
         """Waits until a process, such as a second client, is connected to the client's socket."""
         deadline = Deadline()
-        # The socket at which the client listens is counted, too.
+        # The count includes the socket at which the client listens.
         while Path("/proc/net/unix").read_text().count("/socket.new\n") < 2:
             if deadline.left() == 0:
                 raise AssertionError("no process connects to the client")

@@ -194,7 +194,7 @@ def refuses(error):
 
 
 def dies(peer, _):
-    """A behaviour: dies before it answers."""
+    """A behaviour: the peer dies before it answers."""
     peer.kill()
 
 
