@@ -1,4 +1,4 @@
-"""The installed packages in the session of a desktop: for a system in which nothing else is built or installed."""
+"""Uses the installed packages in a desktop's session, in a system in which nothing else is built or installed."""
 
 import glob
 import json
@@ -16,7 +16,7 @@ from rig.session import PROGRAM, Session
 APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
 NEXT_VERSION = "/packages/second/*.deb"
 
-# As a service manager tells the main process of a service that it is.
+# Sets SYSTEMD_EXEC_PID, as the service manager does for the main process of a service.
 AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 
 PROGRAM_OF_WINDOWS = "KestruneMenuDialogs"
@@ -29,12 +29,12 @@ class Rehearsal(unittest.TestCase):
         self.session.find_programs_first()
         self.bus = Bus(self.session)
         self.screen = Screen(self.session)
-        # So that windows get the keyboard.
+        # The window manager gives the keyboard to new windows.
         self.screen.start_manager()
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def log_in(self):
-        """What a desktop does with the autostart folder, while the service manager starts the unit."""
+        """Logs in: starts the unit, as a service manager does, and the autostart entries. Returns the unit's client."""
         unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
         self.session.spawn("dex", "--autostart", "--environment", "XFCE").wait()
         return unit
@@ -43,7 +43,7 @@ class Rehearsal(unittest.TestCase):
         return json.loads(self.screen.run(PROGRAM, "--status", "--json"))
 
     def close_window(self, title):
-        """Waits for the client's window, and closes it; it is to have that title."""
+        """Waits for the client's window, which must have this title, and closes the window."""
         window, = self.screen.run("xdotool", "search", "--sync", "--onlyvisible", "--classname", PROGRAM_OF_WINDOWS).split()
         shown = self.screen.run("xprop", "-id", window, "-notype", "8u", "_NET_WM_NAME").decode()
         self.assertIn(title, shown)
@@ -59,7 +59,7 @@ class Rehearsal(unittest.TestCase):
             wait_for_end(pid)
         self.assertTrue(listening_ports().isdisjoint(PORTS))
 
-    def test_it(self):
+    def test_installed_packages_work_through_login_and_upgrade(self):
         traffic = self.bus.monitor()
         self.session.spawn("dex", APPLICATION).wait()
         traffic.wait_for_status(CONNECTED)

@@ -1,4 +1,4 @@
-"""The inhibitors, in the list of a real systemd-logind."""
+"""The inhibitors that keep the machine awake, as a real systemd-logind lists them."""
 
 import signal
 import unittest
@@ -31,7 +31,7 @@ class Awake(unittest.TestCase):
         return self.bus.call(LOGIN, "ListInhibitors")[0]
 
     def assertHeld(self):
-        """For the screen and for the system."""
+        """Checks that the client holds two inhibitors, one for the screen and one for the system."""
         self.assertEqual([each[:4] + each[5:] for each in self.inhibitors()],
                          [("idle", "Kestrune", REASON, "block", self.client.pid)] * 2)
 
@@ -45,14 +45,14 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.inhibitors(), [])
 
     def press(self, key, *row, holds=False):
-        """Types the key, closes the window, and waits for a menu with that row."""
+        """Types the key, closes the window that opens, and waits for a menu with this row."""
         self.client.type(key)
         self.client.next_window()
         self.client.type("1")
         self.menu = self.client.menu_with(*row)
         self.assertEqual(self.menu.rows[11].title, HELD if holds else NOT_HELD)
 
-    def test_they_are_held_while_both_preferences_are_on_and_the_lamp_is_green(self):
+    def test_inhibitors_are_held_while_both_preferences_are_on_and_the_lamp_is_green(self):
         self.press("k", 2, "🟡 連線狀態：保持喚醒已關閉")
         self.assertReleased()
         self.press("k", 2, "🟡 連線狀態：保持喚醒已開啟", holds=True)
@@ -74,7 +74,7 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
 
-    def test_they_end_with_a_client_that_is_killed(self):
+    def test_inhibitors_end_when_the_client_is_killed(self):
         self.assertEqual(self.client.end(signal.SIGKILL), -signal.SIGKILL)
         self.assertReleased()
 

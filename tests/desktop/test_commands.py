@@ -1,4 +1,4 @@
-"""Commands of the menu that stop the backend, start it, or start the client again. Typed in the terminal face."""
+"""Commands of the menu that stop the backend, start it, or restart the client, typed in a terminal."""
 
 import unittest
 
@@ -14,7 +14,7 @@ STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
 class Typed(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # As systemctl prints nothing for units that it knows.
+        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
         self.session.program("systemctl", "exit 0\n")
         self.session.backend("refresh")
         self.services = self.session.services()
@@ -24,7 +24,8 @@ class Typed(unittest.TestCase):
             wait_for_end(pid)
 
     def assertCommand(self, stop, stopped, status, start, started):
-        """A key stops the services, another starts them again. Each opens a window, and changes the menu."""
+        """The key `stop` stops the services and the key `start` starts them. Each opens a window and changes the
+        menu."""
         self.client.type(stop)
         self.assertEqual(self.client.next_window(), stopped)
         self.client.type("1")

@@ -1,4 +1,4 @@
-"""Callers on the session bus that send far too much."""
+"""Callers on the session bus that send the client far too much."""
 
 import struct
 import time
@@ -19,7 +19,7 @@ ZERO = GLib.Variant("i", 0)
 
 GIANT = 2 << 20  # bytes
 FLOOD = 1000  # calls
-PEAK, GROWTH = 256 << 20, 40 << 20  # bytes; malloc may keep what one giant needed
+PEAK, GROWTH = 256 << 20, 40 << 20  # bytes; malloc may keep the memory that one giant call needed
 SOON = 5.0  # seconds
 
 NO_TEXTS = GLib.Variant("as", [])
@@ -31,7 +31,7 @@ def numbers(values):
 
 
 def clicks(rows):
-    """The body of a group of events."""
+    """Returns the body of an EventGroup call that clicks on these rows."""
     events = {row: GLib.Variant("(isvu)", (row, "clicked", ZERO, 0)) for row in set(rows)}
     return GLib.Variant.new_tuple(GLib.Variant.new_array(None, [events[row] for row in rows]))
 
@@ -39,13 +39,13 @@ def clicks(rows):
 class Hostile(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # Without auto-connect the client runs no command by itself.
+        # While auto-connect is off, the client runs no command by itself.
         self.session.prefer(SWITCHED_OFF)
         self.session.stub_backend('echo "$1 asked" > "$HOME/events"\n')
         self.bus = Bus(self.session)
         self.daemon = Peer(self.bus, "org.freedesktop.Notifications", answers("as", []))
         self.client = self.session.start()
-        # The last consequence of a start.
+        # The notification is the last thing that happens at a start.
         self.daemon.wait_for("Notify")
         self.rows = self.bus.rows()
         self.processes = set(self.session.processes())
@@ -61,11 +61,11 @@ class Hostile(unittest.TestCase):
         return self.caller.ask(self.bus.target(target), method, signature, *arguments)
 
     def guides(self):
-        """The number of notifications that the row GUIDE_ROW has caused."""
+        """Returns the number of notifications that clicks on the row GUIDE_ROW have caused."""
         return [arguments[3] for _, arguments, _ in self.daemon.calls("Notify")].count(GUIDE.title)
 
     def assertAnswersSoon(self):
-        """Another caller is served."""
+        """Checks that the client soon answers another caller."""
         begin = time.monotonic()
         self.connect().ask(self.bus.target((CLIENT, "/", "org.freedesktop.DBus.Peer")), "Ping")
         self.assertLess(time.monotonic() - begin, SOON)
@@ -75,7 +75,7 @@ class Hostile(unittest.TestCase):
         self.daemon.wait(self.guides, "notification")
 
     def assertUnchanged(self):
-        """The client is as before, and quits."""
+        """Checks that the client is the same as before the calls, and that it quits."""
         self.assertAnswersSoon()
         self.assertEqual(self.guides(), 1)
         self.assertEqual(self.bus.rows(), self.rows)
@@ -87,7 +87,7 @@ class Hostile(unittest.TestCase):
         self.assertEqual(self.client.status(), 0)
 
     def flood(self, caller, target, *call, answered=True):
-        """Sends the same call FLOOD times, as fast as the bus takes it."""
+        """Sends the same call FLOOD times, as fast as the bus takes it. Returns the serial number of the last call."""
         message = caller.message(self.bus.target(target), *call, answered=answered)
         for _ in range(FLOOD):
             last = caller.send(message)

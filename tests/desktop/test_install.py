@@ -36,12 +36,12 @@ class Installed(unittest.TestCase):
         prefix = self.session.root / "前綴 a prefix"
         self.install(prefix)
         self.assertIn("share/kestrune-menu-client/codex-menubar.png", self.files(prefix))
-        # What serves the build alone stays there.
+        # Files that only the build needs are not installed.
         self.assertEqual([name for name in self.files(prefix) if "test" in name or name.endswith((".a", ".h"))], [])
         link = self.session.bin / "KestruneMenuClient"
         link.symlink_to(prefix / "bin/KestruneMenuClient")
         client = self.assertConnects(link)
-        # Its folder may go while it runs.
+        # The folder of a running client may be removed.
         shutil.rmtree(prefix)
         self.assertEqual(client.end(), 0)
 
@@ -50,7 +50,7 @@ class Installed(unittest.TestCase):
         folder = self.session.repo / "dist/Kestrune Menu Client"
         self.assertIn("resources/codex-menubar.png", self.files(folder))
         self.assertEqual([path.name for path in (self.session.repo / "dist").iterdir()], [folder.name])
-        # The environment comes before the folder, if it names one.
+        # KESTRUNE_REPO_PATH, if it is set, takes precedence over the folder that contains the program.
         empty = self.session.root / "other"
         empty.mkdir()
         program = folder / "KestruneMenuClient"

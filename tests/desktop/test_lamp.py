@@ -1,4 +1,4 @@
-"""The menu and the lamp with the sample backend."""
+"""The menu and its lamp (🟢 🟡 🔴 in row 2) with the sample backend."""
 
 import unittest
 
@@ -8,7 +8,7 @@ from rig.session import Session
 
 COMMAND_LIMIT = 12.0
 
-# From row 3 on.
+# The titles of the rows from row 3 on.
 ROWS = ["連接模式：Kestrune 自托管", "Codex：OK codex-cli 0.46.0", "Remote Control：需檢查 未執行", "Codex App：需檢查 未執行",
         "ChatGPT Remote：需檢查 尚未就緒", "同步專案：Kestrune Menu Client", "同步會話：Tray menu and status lamp",
         "目前網路：網路未連線", "保持喚醒：已關閉"]
@@ -25,10 +25,10 @@ class Lamp(unittest.TestCase):
         self.assertEqual(self.client.errors.all(), NO_BUS)
 
     def assertRed(self):
-        """The first check finds the fault."""
+        """Starts a client, whose first check of the backend must find the fault."""
         self.client = self.session.terminal()
         menu = self.client.first_check()
-        # Which project is selected may be asked before what is down is up again, or after.
+        # The project in the title is not compared: the client may ask for it before or after the services are up again.
         self.assertEqual((menu.status, menu.title.rpartition(" ·")[0]), (FAULTY, "Kestrune · 異常"))
         self.assertLess(self.client.age(), COMMAND_LIMIT)
         self.assertEqual(menu.rows[4].title, "Codex：OK codex-cli 0.46.0")
@@ -41,7 +41,7 @@ class Lamp(unittest.TestCase):
         self.assertEqual(len(menu.rows), 29)
         self.assertEqual([menu.rows[number].title for number in range(3, 12)], ROWS)
         self.session.wait_for_start()
-        # The worker runs this command after all others.
+        # The worker runs this command after all commands of the start.
         self.client.type("s")
         self.client.said("ℹ 目前狀態")
         self.client.assert_only_started(CONNECTED)

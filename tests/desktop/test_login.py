@@ -1,4 +1,4 @@
-"""Launch at login: the entry in the autostart folder, and what a session makes of it."""
+"""Launch at login: the autostart entry that the client writes, and what a session starts from it."""
 
 import subprocess
 import unittest
@@ -22,15 +22,15 @@ class Login(unittest.TestCase):
         self.entry = self.session.config / "autostart/com.dovrel.kestrune.menuclient.desktop"
 
     def install(self, folder):
-        """The program outside of the build folder."""
+        """Installs the program outside of the build folder, and returns its path."""
         prefix = self.session.root / "prefix"
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL,
                        timeout=PATIENCE)
-        # Not every name is one that the installation takes.
+        # The folder gets its name after the installation, which does not accept every name.
         return prefix.rename(self.session.root / folder) / "bin/KestruneMenuClient"
 
     def log_in(self):
-        """What the entry starts, as a session does it."""
+        """Starts what the autostart entry names, as a session does at login."""
         environment = {name: value for name, value in self.session.environment.items() if name != "KESTRUNE_REPO_PATH"}
         return self.session.spawn("dex", "--wait", str(self.entry), env=environment, cwd="/")
 
@@ -49,7 +49,7 @@ class Login(unittest.TestCase):
         self.assertEqual(client.quit(), 0)
         for pid in services:
             wait_for_end(pid)
-        # Which project is selected may be asked before what is down is up again, and then not for a while.
+        # Start the services first, or the client may ask for the project too early, and then not again for a while.
         self.session.backend("refresh")
         traffic = bus.monitor()
         login = self.log_in()
@@ -60,7 +60,7 @@ class Login(unittest.TestCase):
         traffic.wait_for_status(CONNECTED)
         self.assertEqual(bus.rows()[8]["label"], "同步專案：Kestrune Menu Client")
         self.assertEqual(bus.rows()[ROW]["toggle-state"], 1)
-        # A second start in the session is without a word.
+        # A second start in the same session ends and shows nothing.
         self.assertEqual(self.log_in().wait(PATIENCE), 0)
         self.assertEqual(processes_of("KestruneMenuDialogs"), [])
         self.assertNotIn("MapNotify", screen.events.so_far)

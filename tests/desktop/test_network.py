@@ -1,4 +1,4 @@
-"""A change of the network: a cable that is plugged in and pulled."""
+"""How the client reacts when the network changes: a cable is plugged in and pulled."""
 
 import socket
 import subprocess
@@ -14,14 +14,14 @@ from rig.waiting import PATIENCE
 WIRED = "目前網路：有線網路已連線"
 NONE = "目前網路：網路未連線"
 
-LINK_GROUP = 1  # of rtnetlink
+LINK_GROUP = 1  # the rtnetlink group that reports changes of interfaces
 
 NEWS = ["Kestrune 網路已變更", "已自動嘗試重新連接本地服務與反向隧道。"]
 
 
 class Cable(unittest.TestCase):
     def setUp(self):
-        # The machine's /sys shows the devices of the machine.
+        # Mounts a new /sys, because the old one shows the devices of the machine, not those of this namespace.
         subprocess.run(["mount", "-t", "sysfs", "sysfs", "/sys"], check=True)
         self.change("up", "link add cable type veth peer name wall", "link set wall up", "link set cable up",
                     "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1")
@@ -33,7 +33,7 @@ class Cable(unittest.TestCase):
 
     @staticmethod
     def change(state, *commands):
-        """Runs these commands of ip(8), and waits until the cable has that state."""
+        """Runs these commands of ip(8), and waits until the cable has this state."""
         with socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, socket.NETLINK_ROUTE) as news:
             news.bind((0, LINK_GROUP))
             news.settimeout(PATIENCE)
@@ -49,14 +49,14 @@ class Cable(unittest.TestCase):
         self.change("lowerlayerdown", "link set wall down")
 
     def assertReconnects(self, network):
-        """One reconnect and one notification. Between two reconnects there may be checks."""
+        """Checks that one reconnect and one notification follow. There may be checks between two reconnects."""
         self.assertEqual(self.client.menu_with(2, RECONNECTING).rows[10].title, network)
         while self.session.events.next() != "refresh asked":
             pass
         self.assertEqual(self.session.events.next(), "status asked")
         self.assertEqual(self.client.menu_with(2, CONNECTED).rows[10].title, network)
         self.told += 1
-        # No daemon shows it, which the client does not know.
+        # No daemon shows the notification, but the client does not know this and sends it.
         self.assertEqual(self.traffic.wait_for("Notify", count=self.told)[3:5], NEWS)
 
     def test_each_lasting_change_leads_to_one_reconnect_and_one_notification(self):
@@ -64,7 +64,7 @@ class Cable(unittest.TestCase):
         self.assertReconnects(WIRED)
         self.pull()
         self.plug()
-        # A lasting loss is reported after anything that the short interruption could have caused.
+        # This loss lasts. It is reported after anything that the short interruption could have caused.
         self.pull()
         self.assertReconnects(NONE)
         self.plug()

@@ -1,4 +1,4 @@
-"""The Debian packages: what is in them, what those say who judge packages, and that they install."""
+"""The Debian packages: their files, their fields, what checking tools say of them, and that dpkg installs them."""
 
 import gzip
 import os
@@ -16,7 +16,7 @@ from rig.waiting import PATIENCE
 
 CLIENT, DIALOGS = PACKAGES = "kestrune-menu-client", "kestrune-menu-dialogs"
 PROGRAMS = {CLIENT: "KestruneMenuClient", DIALOGS: "KestruneMenuDialogs"}
-# The folders of icons, and how large those in them are.
+# The folders of icons, and how many pixels wide and high the icon in each folder is.
 SIDES = {"22x22@2": 44, **{f"{side}x{side}": side for side in (16, 22, 24, 32, 48, 64)}}
 
 DESKTOP_ENTRY = "usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
@@ -52,12 +52,12 @@ FILES[CLIENT] |= {
     *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
     *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
 }
-# How much of a desktop the dependencies of a package bring begins with one of these.
+# Packages of a desktop have names that begin like this. The client must depend on none of them.
 GRAPHICS = re.compile(r"lib(qt|x11|xcb|gl|egl|wayland|gtk|fontconfig)|qt6-|fonts-|x11-|xdg-")
 
 
 def run(*command, **options):
-    """What a command says, on both streams; it must succeed."""
+    """Runs a command, which must succeed. Returns its standard output and standard error."""
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           text=True, encoding="utf-8", timeout=PATIENCE * 2, **options)
     if done.returncode != 0:
@@ -71,8 +71,7 @@ class Packages(unittest.TestCase):
         cls.folder = Path(tempfile.mkdtemp(prefix="kestrune-package-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.folder.chmod(0o755)
-        # As one whose files nobody else may read: the packages are for everybody.
-        # Packed by gzip, which takes half the time of xz.
+        # The packages are for all users, even if they are built with a strict umask. gzip takes half the time of xz.
         run("cpack", "--config", BUILD / "CPackConfig.cmake", "-D", "CPACK_DEBIAN_COMPRESSION_TYPE=gzip", "-B", cls.folder,
             umask=0o077)
         cls.files = {each.name.split("_")[0]: each for each in cls.folder.glob("*.deb")}
@@ -86,7 +85,7 @@ class Packages(unittest.TestCase):
     def packages(self, package, name):
         return set(re.split(r", | \| ", self.field(package, name)))
 
-    def test_hold_these_files_and_no_others(self):
+    def test_packages_contain_exactly_these_files(self):
         self.assertEqual(set(self.files), set(PACKAGES))
         for package, file in self.files.items():
             with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", file], stdout=subprocess.PIPE) as contents:
@@ -97,7 +96,7 @@ class Packages(unittest.TestCase):
                     executable = each.isdir() or "/bin/" in each.name
                     self.assertEqual((each.mode & 0o7777, each.uid, each.gid), (0o755 if executable else 0o644, 0, 0))
 
-    def test_say_what_they_are(self):
+    def test_packages_have_these_names_fields_and_changes(self):
         version = run(self.tree / binary(PROGRAMS[CLIENT]), "--version").split()[1]
         architecture = run("dpkg", "--print-architecture").strip()
         revision = f"{version}-0kestrune2"
@@ -111,8 +110,8 @@ class Packages(unittest.TestCase):
                 self.assertTrue(changes.startswith(f"kestrune-menu-client ({revision}) "), changes)
                 self.assertIn(f" -- {self.field(package, 'Maintainer')}  ", changes)
 
-    def test_say_what_they_need(self):
-        # Those that it runs, and of those that it links the ones that are called the same everywhere.
+    def test_packages_name_their_dependencies(self):
+        # The programs that the client runs, and linked libraries whose packages have the same name in each release.
         needed = {each.split()[0] for each in self.packages(CLIENT, "Depends")}
         self.assertLessEqual({"curl", "lsof", "procps", "libc6", "libsystemd0", "libmnl0", "libqrencode4"}, needed)
         recommended = self.packages(CLIENT, "Recommends")
@@ -123,25 +122,25 @@ class Packages(unittest.TestCase):
         self.assertTrue(any(each.startswith("libqt6widgets6") for each in needed), needed)
         self.assertLessEqual({"fonts-noto-cjk", "qt6-wayland"}, self.packages(DIALOGS, "Recommends"))
 
-    def test_nobody_finds_fault_with_them(self):
+    def test_lintian_finds_no_fault(self):
         self.assertEqual(run("lintian", "--allow-root", "--no-cfg", "--fail-on", "error,warning", *self.files.values()), "")
 
-    def test_its_desktop_entry_is_in_order(self):
+    def test_desktop_entry_is_valid(self):
         self.assertEqual(run("desktop-file-validate", self.tree / DESKTOP_ENTRY), "")
         lines = (self.tree / DESKTOP_ENTRY).read_text().splitlines()
         for line in ("Exec=KestruneMenuClient", "Icon=KestruneMacClient", "Terminal=false", "StartupNotify=false"):
             self.assertIn(line, lines)
         self.assertTrue(any(line.startswith("Comment[zh_TW]=") for line in lines))
 
-    def test_software_centers_can_read_of_it(self):
+    def test_metainfo_for_software_centers_is_valid(self):
         run("appstreamcli", "validate", "--no-net", self.tree / METAINFO)
 
-    def test_its_icons_are_as_large_as_their_folders_say(self):
+    def test_icons_are_as_large_as_their_folders_say(self):
         for folder, side in SIDES.items():
             header = (self.tree / icon(folder)).read_bytes()[:24]
             self.assertEqual((header[:8], header[16:]), (b"\x89PNG\r\n\x1a\n", side.to_bytes(4, "big") * 2))
 
-    def test_manuals_and_completions_know_the_options_that_there_are(self):
+    def test_manuals_and_completions_list_all_options(self):
         for program in PROGRAMS.values():
             with self.subTest(program):
                 options = re.findall(r"^  (--\S+)", run(self.tree / binary(program), "--help"), re.MULTILINE)
@@ -153,7 +152,7 @@ class Packages(unittest.TestCase):
                 self.assertEqual(self.offered(program, ""), options)
 
     def offered(self, program, before):
-        """What a Tab after that word offers."""
+        """Returns what bash offers when the user presses Tab after the word `before`."""
         return run("bash", "-c", """
             source "$0" && program=$1 before=$2
             eval "set -- $(complete -p "${1##*/}")"
@@ -163,7 +162,7 @@ class Packages(unittest.TestCase):
             esac
         """, self.tree / completion(program), self.tree / binary(program), before).split()
 
-    def test_the_actions_of_desktop_and_completion_are_those_that_there_are(self):
+    def test_desktop_entry_and_completion_offer_existing_actions(self):
         program = PROGRAMS[CLIENT]
         actions = [line.split()[0] for line in run(self.tree / binary(program), "--perform", "help").splitlines()]
         self.assertEqual(self.offered(program, "--perform"), ["help", *actions])
@@ -171,10 +170,10 @@ class Packages(unittest.TestCase):
         self.assertEqual(offered, ["showSettings", "showStatus", "toggleAutoConnect", "quit"])
         self.assertLessEqual(set(offered), set(actions))
 
-    def test_its_unit_is_in_order(self):
+    def test_systemd_unit_is_valid(self):
         units = self.folder / "units"
         units.mkdir()
-        # Other units of the machine may be at fault.
+        # Only targets and slices of the machine are visible, because its other units may have faults.
         for pattern in ("*.target", "*.slice"):
             for each in Path("/usr/lib/systemd/user").glob(pattern):
                 (units / each.name).symlink_to(each)
@@ -186,13 +185,13 @@ class Packages(unittest.TestCase):
                              env={**os.environ, "XDG_RUNTIME_DIR": str(units), "SYSTEMD_UNIT_PATH": str(units)}), "")
 
     def dpkg(self, *arguments):
-        """In a system without packages, of which nothing is left afterwards."""
+        """Runs dpkg on a folder that looks like a system without packages. Returns the folder."""
         root = self.folder / "root"
         for folder in ("info", "updates"):
             (root / "var/lib/dpkg" / folder).mkdir(parents=True, exist_ok=True)
         for name in ("status", "available"):
             (root / "var/lib/dpkg" / name).touch()
-        # Nothing that they need is there, nor are the programs of which dpkg makes sure.
+        # The folder has neither the dependencies of the packages nor the programs that dpkg itself needs.
         run("dpkg", f"--root={root}", "--force-depends", "--force-bad-path", "--no-triggers", *arguments)
         return root
 
@@ -206,14 +205,14 @@ class Packages(unittest.TestCase):
         root = self.dpkg("--purge", *packages)
         self.assertEqual([each for each in (root / "usr").rglob("*")] if (root / "usr").exists() else [], [])
 
-    def test_they_install_and_go_again(self):
+    def test_packages_install_and_purge(self):
         self.assertInstalled(self.dpkg("--install", *self.files.values()))
         root = self.dpkg("--purge", DIALOGS)
         self.assertFalse((root / binary(PROGRAMS[DIALOGS])).exists())
         self.assertRegex(run(root / binary(PROGRAMS[CLIENT]), "--version"), "^KestruneMenuClient ")
         self.assertPurged(CLIENT)
 
-    def test_they_replace_the_one_package_that_held_both_programs(self):
+    def test_packages_replace_the_old_one_with_both_programs(self):
         old = self.folder / "old"
         shutil.copytree(self.tree, old)
         shutil.rmtree(old / DOCUMENTS / DIALOGS)
@@ -223,7 +222,7 @@ class Packages(unittest.TestCase):
             f"Maintainer: {self.field(CLIENT, 'Maintainer')}\nDescription: both programs\n")
         run("dpkg-deb", "--root-owner-group", "-Znone", "--build", old, self.folder / "old.package")
         self.dpkg("--install", self.folder / "old.package")
-        # In the order in which the new package finds files of the old one.
+        # In this order, dpkg finds files of the old package while it unpacks the first new one.
         self.assertInstalled(self.dpkg("--auto-deconfigure", "--install", self.files[DIALOGS], self.files[CLIENT]))
         self.assertPurged(*PACKAGES)
 

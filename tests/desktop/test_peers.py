@@ -1,4 +1,4 @@
-"""The tray, the notification daemon and the login manager: faulty, killed, and started again."""
+"""The client with a tray, a notification daemon and a login manager that are faulty, killed, and started again."""
 
 import time
 import unittest
@@ -18,7 +18,7 @@ SLEEP = "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareFor
 GUIDE_ROW = 24
 SOON = 8.0  # seconds; the timeout of a D-Bus call is 25
 
-# What the owner of a name may do when it is called.
+# Faulty ways in which the owner of a bus name may react to a call.
 FAULTS = {
     "dies before it answers": dies,
     "never answers": None,
@@ -42,7 +42,7 @@ class Peers(unittest.TestCase):
         self.session.wait_for_start()
 
     def serve(self, name, behaviour, method, click=False):
-        """Starts the owner of a name, and kills it when the client has called its method."""
+        """Starts an owner of the name, kills it when the client has called the method, and returns the arguments."""
         peer = Peer(self.bus, name, behaviour)
         if click:
             self.bus.click(GUIDE_ROW)
@@ -71,7 +71,7 @@ class Peers(unittest.TestCase):
                 login.connection.emit(*SLEEP, signature, *arguments)
             self.assertEqual(self.session.events.next(), "status asked")
             login.kill()
-        # The timer would have asked after 20 seconds.
+        # The timer would have caused a check only after 20 seconds, so the resumes have caused these checks.
         self.assertLess(self.client.age(), 20.0)
         self.assertEqual(self.client.end(), 0)
 

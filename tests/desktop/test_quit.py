@@ -9,7 +9,7 @@ from rig.client import CONNECTED, NO_BUS
 from rig.processes import PORTS, listening_ports, running, wait_for_end
 from rig.session import SWITCHED_OFF, Session
 
-# Holds the stop up the first time, before a process has been ended.
+# A pgrep whose first call waits for the gate. The stop script calls pgrep before it ends a process.
 HELD_UP_ONCE = """
 if mkdir "$HOME/held-up" 2>/dev/null; then
     echo "stop began" > "$HOME/events"
@@ -55,12 +55,12 @@ class Quit(unittest.TestCase):
             with self.subTest(signal=number.name):
                 self.refresh()
                 client = self.session.terminal()
-                # At any moment of a start that would bring the services up once more.
+                # The client is ended during its start, in which a reconnect would start the services once more.
                 client.next_menu()
                 self.assertEqual(client.end(number), 0)
                 self.assertStopped()
                 self.assertEqual(client.errors.all(), NO_BUS)
-                # What is left to show of the others is that they are handled.
+                # For the other signals it is enough to show that they are handled. These clients start no services.
                 self.session.prefer(SWITCHED_OFF)
 
     def test_ctrl_c_and_a_closed_terminal_quit(self):
@@ -81,13 +81,13 @@ class Quit(unittest.TestCase):
         self.assertEqual(self.session.events.next(), "stop began")
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             client.send(number)
-        # What stops the services is still held up.
+        # The stop script is still held up, so the services are running.
         self.assertLessEqual(set(self.services), set(running()))
         later = self.session.terminal()
         self.session.wait_for_peer()
         self.session.gate.open()
         self.assertEqual(client.status(), 0)
-        # Of what the later one brings up nothing is stopped.
+        # The first client stops no service that the later client has started.
         later.menu_with(2, CONNECTED)
         self.services = self.session.services()
         self.assertEqual(later.quit(), 0)

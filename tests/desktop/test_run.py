@@ -1,4 +1,4 @@
-"""./run, with stand-ins for what installs, builds and is built."""
+"""./run, with fakes of the tools that install and build, and of the client."""
 
 import shutil
 import socket

@@ -1,4 +1,4 @@
-"""The settings and the pairing code in the tray face: read, typed and scanned, from the menu to the file."""
+"""The settings and the pairing code on a screen: read, typed and scanned, from the menu to the file."""
 
 from rig import isolation
 from rig.bus import ITEM
@@ -23,7 +23,7 @@ LENGTH = "org.a11y.atspi.Text", "CharacterCount"
 
 BLACK_AND_WHITE = {(0, 0, 0), (255, 255, 255)}
 
-# Refuses to make the settings itself.
+# A backend whose refresh fails if there is no .env, instead of making this file itself.
 CAUTIOUS_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 [[ $1 == refresh && ! -e .env ]] && exit 1
@@ -44,7 +44,7 @@ class Settings(OnScreen):
         return window.find("password text" if title == KEY else "text", title)
 
     def assertFields(self, window, *texts, key):
-        """Compares the texts of the fields, and the length of the key, which is masked."""
+        """Compares the texts of the fields. The key is masked, so only its length is compared."""
         self.assertEqual([self.field(window, title).text() for title in FIELDS if title != KEY], list(texts))
         masked = self.field(window, KEY)
         self.assertEqual((masked.text().strip("●"), masked.property(*LENGTH)), ("", key))
@@ -58,7 +58,7 @@ class Settings(OnScreen):
         self.field(window, title).wait(lambda node: node.property(*LENGTH) == len(text), "typed text")
 
     def assertScanned(self, settings, link):
-        """Opens the pairing code above the settings, and scans it."""
+        """Opens the pairing code on top of the settings, and scans the code."""
         settings.find("push button", PAIRING_BUTTON).press()
         window = self.window(PAIRING)
         self.screen.screenshot(f"pairing-{type(self).__name__}")
@@ -72,7 +72,7 @@ class Settings(OnScreen):
 class DarkDesktop(Settings):
     def test_fields_are_told_in_their_order_and_the_code_is_black_on_white(self):
         self.start(switched_off=True, environment={"QT_QPA_PLATFORMTHEME": "gtk3", "GTK_THEME": "Adwaita:dark"})
-        # As long as a signed token.
+        # This token is as long as a signed token.
         token = "".join(f"{i * 7919:x}." for i in range(90))
         self.env.write_text(f'HALVASK_APP_API_TOKEN={token}漢\nKESTRUNE_MAC_SERVICE_TOKEN="mac"\n'
                             "KESTRUNE_PROJECT_ROOT=/專案 a\nOPENAI_API_KEY=sk-12345\n")
@@ -93,7 +93,7 @@ class DarkDesktop(Settings):
 
 
 class FirstSettings(Settings):
-    """From a backend without settings to one that works."""
+    """Starts with a backend that has no settings, and types settings with which it works."""
 
     @classmethod
     def setUpClass(cls):
@@ -107,12 +107,12 @@ class FirstSettings(Settings):
         cls.traffic.wait_for_label(THREAD_ROW, "同步會話：未配置")
 
     def look_around(self):
-        """Notes the command lines and environments of all processes."""
+        """Records the command lines and environments of all processes."""
         with self.seen.open("ab") as seen:
             for pid in running():
                 seen.write(read_process(pid, "cmdline") + read_process(pid, "environ"))
 
-    def test_from_the_menu_to_the_project_that_is_shown(self):
+    def test_typed_settings_are_saved_and_the_project_is_shown(self):
         self.assertEqual(self.labels(PROJECT_ROW, THREAD_ROW), ["同步專案：未配置", "同步會話：未配置"])
         self.assertFalse(self.env.exists())
         window = self.open()
@@ -148,7 +148,7 @@ class FirstSettings(Settings):
         pairing = self.assertScanned(window, f"kestrune://configure?apiUrl=https://phone.example&token=app-{SECRET}")
         self.look_around()
         self.assertNotIn(SECRET, " ".join(node.name() for node in pairing.all()))
-        # Asked for again, both windows stay as they are.
+        # When the settings are asked for again, both windows stay as they are.
         self.bus.click(SETTINGS_ROW)
         self.assertEqual(self.window(PAIRING), pairing)
         self.assertEqual({window.name() for window in self.reader.windows()}, {SETTINGS.title, PAIRING})

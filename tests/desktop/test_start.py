@@ -1,4 +1,4 @@
-"""How the client starts: its options, what it finds or lacks, and that there is only one of it."""
+"""How the client starts: its options, missing buses and closed streams, and that a user has only one client."""
 
 import os
 import signal
@@ -14,7 +14,7 @@ from rig.session import REPORTING_BACKEND, Session
 class Options(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # Whoever answers an option must not touch the backend or wait for a bus.
+        # A client that only answers an option must not run the backend, which would create this file.
         self.session.stub_backend('touch "$HOME/touched"\n')
 
     def tearDown(self):
@@ -80,7 +80,7 @@ class Start(unittest.TestCase):
         client.next_menu()
         client.send(signal.SIGSEGV)
         ended = os.waitid(os.P_PID, client.pid, os.WEXITED | os.WNOWAIT)
-        self.assertEqual(ended.si_code, os.CLD_KILLED)  # not CLD_DUMPED
+        self.assertEqual(ended.si_code, os.CLD_KILLED)  # with a core dump it would be CLD_DUMPED
 
     def test_it_starts_with_all_standard_streams_closed(self):
         client = self.session.start(through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])
@@ -96,7 +96,7 @@ class OnlyOne(unittest.TestCase):
     def test_a_second_start_tells_the_first_and_ends(self):
         first = self.session.terminal()
         self.assertEqual(first.checked().status, CONNECTED)
-        # The other face is another start of the same program.
+        # The second start may ask for the same face (tray or terminal) or for the other.
         for face in ("--terminal",), ():
             self.assertEqual(self.session.run(*face), (0, "", ""))
             self.assertEqual(first.next_menu().status, CONNECTED)

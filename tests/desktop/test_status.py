@@ -1,4 +1,4 @@
-"""What the client says to other programs: --status from the one that runs or from a check, and --diagnose."""
+"""What the client tells other programs: --status, from the running client or from a check, and --diagnose."""
 
 import json
 import os
@@ -23,7 +23,7 @@ class StatusTest(unittest.TestCase):
         self.session = Session(self)
 
     def status(self, *options):
-        """The exit status and the output of a question, which never complains."""
+        """Asks for the status. Returns exit status and output. Nothing may be printed on standard error."""
         status, output, errors = self.session.run("--status", *options)
         self.assertEqual(errors, "")
         return status, output
@@ -84,7 +84,7 @@ class WithAClient(StatusTest):
         self.session.stub_backend(REPORTING_BACKEND)
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
-        # All commands of the start are over: none of them finds another backend.
+        # Waits for all commands of the start, so that no command meets a backend that a test changes later.
         self.session.wait_for_start()
 
     def test_status_comes_from_the_client_without_a_command(self):
@@ -94,7 +94,7 @@ class WithAClient(StatusTest):
         self.assertEqual((status, said["lamp"], said["source"]), (0, "ok", "client"))
         self.assertFalse((self.session.home / "touched").exists())
         self.assertEqual(len(self.client.menus()), menus)
-        # A follower ends with its reader.
+        # A process that follows the status ends when the reader of its output has ended.
         near, far = os.pipe()
         process = self.session.spawn(PROGRAM, "--status", "--follow", "--json", stdout=far)
         os.close(far)
@@ -173,7 +173,7 @@ class Diagnosis(StatusTest):
             listener.bind(str(place / "socket"))
             listener.listen()
             asking = self.session.start("--diagnose")
-            # It looks who is there before it listens.
+            # --diagnose connects twice: first to see which process listens, then to ask it for the status.
             listener.accept()[0].close()
             with listener.accept()[0] as caller:
                 caller.send(b"\n")
@@ -205,7 +205,7 @@ class Diagnosis(StatusTest):
         self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
         self.assertIn("  token of the local service: set\n", text)
         self.assertNotIn(SECRET, text)
-        # Nothing is started for the occasion.
+        # --diagnose has not started the service of the bus, which would create this file.
         self.assertFalse(started.exists())
 
 

@@ -1,4 +1,4 @@
-"""The lines by which the client of this host stops the backend, run as the client runs them, on real processes."""
+"""The shell lines by which the client stops the backend, run on real processes as the client runs them."""
 
 import shutil
 import signal
@@ -11,13 +11,13 @@ from rig import isolation
 from rig.processes import listening_ports, wait_for_end
 from rig.session import BUILD, Session
 
-# Ways in which the parts of a backend are called.
+# Command lines of parts of a backend.
 PARTS = ("/opt/backend/.venv/bin/kestrune-mac-service", "python3 -u services/kestrune-desktop-bridge --port 8766",
          "halvask-mac-service", "/bin/sh ./halvask-desktop-bridge.sh",
          "/home/u/KestruneMenuClient/kestrune-mac-service",
          "python3 services/kestrune-desktop-bridge --root /home/u/KestruneMenuClient",
          "ssh -N -R 127.0.0.1:18765:127.0.0.1:8765 relay")
-# No part of one, however similar.
+# Command lines that are similar, but belong to no part of a backend.
 OTHERS = ("kestrune-mac-client status", "com.kestrune.mac-service", "ssh -L 127.0.0.1:18765:127.0.0.1:9000 relay",
           "kestrune mac-service", "sleep")
 UNITS = ("com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
@@ -25,10 +25,10 @@ UNITS = ("com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.de
 PORTS = {8765, 8766}
 STOP_LIMIT = 8.0
 
-# Notes how it is called, and fails as for a unit that there is not.
+# A systemctl that records its arguments, and fails as if the unit did not exist.
 SYSTEMCTL = 'echo "$*" >> "$HOME/units"\nexit 5\n'
 
-# Takes no hint.
+# A listener that ignores SIGTERM, so that only SIGKILL ends it.
 LISTENER = """
 import signal, socket, sys
 signal.signal(signal.SIGTERM, signal.SIG_IGN)
@@ -62,12 +62,12 @@ class StopScript(unittest.TestCase):
         done = subprocess.run([*through, "/bin/bash", "-lc", self.script], env=self.session.environment,
                               cwd=self.session.home, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, timeout=STOP_LIMIT, start_new_session=True)
-        # A shell that its own lines had ended would not say that all is well.
+        # If the lines had killed the shell that runs them, its status would not be 0.
         self.assertEqual(done.returncode, 0, done.stdout)
         return done.stdout
 
     def ready(self, command):
-        """The process, once it has answered: before its exec it has another command line."""
+        """Starts a process, and returns it when it has answered. Before its exec it would have another command line."""
         process = self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.stdin.close)
@@ -76,11 +76,12 @@ class StopScript(unittest.TestCase):
         return process
 
     def called(self, words):
-        """A process whose command line begins with these words."""
+        """Starts a process whose command line begins with these words."""
         return self.ready(["/bin/bash", "-c", 'exec -a "$0" cat -', words])
 
     def clients(self):
-        """The client and its windows, in a folder that is named like a part, and a shell that runs the client."""
+        """Starts processes named like the client and its dialogs, and a shell around such a client, in a folder named
+        like a part of a backend."""
         folder = self.session.home / "kestrune-desktop-bridge/dist"
         folder.mkdir(parents=True)
         for name in ("KestruneMenuClient", "KestruneMenuDialogs"):
@@ -128,11 +129,11 @@ class StopScript(unittest.TestCase):
         self.assertRun([*others, bystander, *visitors])
 
     def test_it_needs_no_service_manager(self):
-        # The real tool, which finds no manager in this session.
+        # This runs the real systemctl, which finds no service manager in this session.
         listener = self.listener(8766)
         self.assertEqual(self.stop(), "")
         self.assertEnd([listener], signal.SIGKILL)
-        # What it would say tells that it knows its options.
+        # Without the redirection, the messages of systemctl show that it accepts the options.
         self.script = self.script.replace("2>/dev/null", "")
         output = self.stop().splitlines()
         self.assertEqual(len(output), len(UNITS), output)
@@ -141,7 +142,7 @@ class StopScript(unittest.TestCase):
 
     def test_it_spares_the_client_that_runs_it_and_its_terminal(self):
         self.session.program("systemctl", "")
-        # Shells stay, and keep their names, if their last command is not the only one.
+        # A shell with more than one command to run does not exec the last one. So it stays and keeps its name.
         client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
         self.assertEqual(self.stop("bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
         terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'

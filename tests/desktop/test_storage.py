@@ -1,4 +1,4 @@
-"""Full disks and too few descriptors, wherever the client writes."""
+"""The client on full disks, and with too few descriptors."""
 
 import os
 import resource
@@ -19,7 +19,7 @@ TOKEN = "KESTRUNE_APP_API_TOKEN=one\n"
 
 class Disks(Dialogue):
     def disk(self, folder, pages):
-        """Mounts a tmpfs of so many pages over the folder, with the files of the folder."""
+        """Mounts a tmpfs of this many pages over the folder, and puts the files of the folder into it."""
         folder.mkdir(exist_ok=True)
         kept = {path.name: path.read_bytes() for path in folder.iterdir()}
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={pages * PAGE},mode=0700", "tmpfs", folder], check=True)
@@ -29,7 +29,7 @@ class Disks(Dialogue):
         return folder
 
     def fill(self, folder):
-        """Returns a file that takes the rest of the disk."""
+        """Makes a file that fills the rest of the disk, and returns the file."""
         filler = folder / "filler"
         with filler.open("wb", buffering=0) as file, suppress(OSError):
             while True:
@@ -46,7 +46,7 @@ class Disks(Dialogue):
         self.assertWindow(window)
 
     def turn(self, key):
-        """Changes a preference, and closes the window."""
+        """Types the key that changes a preference, and closes the window that opens."""
         self.ask(key, OKAY)
         self.client.type("1")
 
@@ -89,23 +89,23 @@ class Disks(Dialogue):
 
 
 class Descriptors(Dialogue):
-    def test_with_too_few_at_the_start_it_says_why_it_ends(self):
+    def test_with_too_few_descriptors_it_says_why_it_ends(self):
         statuses = []
         for limit in range(4, 48, 4):
             with self.subTest(limit=limit):
                 self.start(through=["prlimit", f"--nofile={limit}"])
-                with suppress(BrokenPipeError):  # it has ended
+                with suppress(BrokenPipeError):  # the client has ended already
                     self.client.type("q")
                 statuses.append(self.client.status())
                 if statuses[-1]:
                     self.assertIn(TOO_MANY, self.client.errors.all())
                 else:
                     self.assertIn("退出 Kestrune", self.client.output.all())
-        # From some limit on it works.
+        # With few descriptors the client fails; from some limit on it always works.
         self.assertEqual(statuses, sorted(statuses, reverse=True))
         self.assertEqual(set(statuses), {0, 1})
 
-    def test_without_any_at_the_end_it_stops_the_backend(self):
+    def test_without_free_descriptors_it_stops_the_backend(self):
         self.session = Session(self)
         self.session.backend("refresh")
         services = self.session.services()

@@ -1,4 +1,4 @@
-"""The settings and the pairing code in the terminal face: answered line by line, and scanned from the screen."""
+"""The settings and the pairing code in a terminal: answered line by line, and scanned from the screen."""
 
 import fcntl
 import os
@@ -18,7 +18,7 @@ PLACEHOLDER_URL = "https://relay.example.com"
 
 class InATerminal(Dialogue):
     def start(self, text=None, **environment):
-        """On a terminal of its own."""
+        """Starts the client in a pseudo-terminal, with this text in .env."""
         self.env.write_text(text or "")
         self.client = self.session.real_terminal(environment=environment)
         self.read = 0
@@ -28,13 +28,13 @@ class InATerminal(Dialogue):
         return bool(termios.tcgetattr(self.client.input)[3] & termios.ECHO)
 
     def open_terminal(self, *options, show):
-        """A window with this file. The pty is made here: xterm calls initgroups before it starts a program of its own
-        as root, which a user namespace refuses."""
+        """Opens an xterm that shows this file. The pseudo-terminal is made here: if xterm made it as root, it would
+        call initgroups, which a user namespace refuses."""
         near, far = pty.openpty()
         for end in near, far:
             self.session.callback(os.close, end)
         settings = termios.tcgetattr(far)
-        # xterm first types the number of its window.
+        # xterm first types the number of its window, which must not be echoed.
         settings[3] &= ~termios.ECHO
         termios.tcsetattr(far, termios.TCSANOW, settings)
         terminal = self.session.spawn("xterm", f"-S/{near}", *options, pass_fds=[near])
@@ -47,7 +47,7 @@ class InATerminal(Dialogue):
             self.open_settings()
             for typed in ("url", "app", "mac", "root"):
                 self.client.type(typed)
-                # The terminal echoes it.
+                # The terminal echoes the typed text.
                 self.assertTrue(self.expect("> ").startswith(f"{typed}\n"))
             self.assertTrue(self.client.output.so_far[:self.read].endswith(f"{KEY}（未填，輸入時不顯示）> "))
             self.assertFalse(self.echoes())
@@ -56,7 +56,7 @@ class InATerminal(Dialogue):
                 self.assertTrue(self.echoes())
                 self.ask("1", f"ℹ {SAVED.title}\n")
                 self.assertIn("OPENAI_API_KEY=sk-secret\n", self.env.read_text() + "\n")
-            # Also at that question.
+            # When the client ends at the question for the key, it also switches the echo on again.
             self.assertEqual(self.client.end(), 0)
             self.assertTrue(self.echoes())
             self.assertNotIn("secret", self.client.output.so_far)
@@ -81,7 +81,7 @@ class InATerminal(Dialogue):
                 shown.write_text(self.client.output.so_far[begin:self.read])
                 terminal = self.open_terminal("-fa", "monospace", "-fs", "8", "-geometry", f"{size[1]}x{size[0]}", *colours,
                                               show=shown)
-                # Looks again and again, because a program that has drawn tells nobody.
+                # Scans again and again, because no event reports that xterm has drawn.
                 deadline = Deadline()
                 while not (link := screen.scan(screen.whole)):
                     self.assertGreater(deadline.left(), 0, "no code on the screen")

@@ -1,4 +1,4 @@
-"""The tray face in a real panel on a real screen, and what it exports there."""
+"""The tray face (the user interface in a desktop's tray) in a real panel, and what it exports on the bus."""
 
 import unittest
 
@@ -14,7 +14,7 @@ SIZES = [16, 22, 24, 32, 44, 48, 64]
 
 
 def is_grey(pixmaps):
-    """What is to be seen of an icon."""
+    """Returns whether all visible pixels of the icon are grey."""
     return all(len(set(argb[at + 1:at + 4])) == 1 for _, _, argb in pixmaps
                for at in range(0, len(argb), 4) if argb[at] > 0)
 
@@ -29,7 +29,7 @@ class InPanel(unittest.TestCase):
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def start_client(self):
-        # Its environment tells of no screen: it needs none.
+        # The client gets no DISPLAY, because it needs no screen.
         return self.session.start(environment={"DISPLAY": ""})
 
     def assertShown(self):
@@ -74,11 +74,11 @@ class InPanel(unittest.TestCase):
         rows, last = self.panel.rows(menu), self.panel.last_row(menu)
         lamp = Rectangle(rows.left, rows.top, rows.width, 3 * last.height)
         lamp_before, last_before = self.screen.picture(lamp), self.screen.picture(last)
-        # The row below the pointer is marked; it must not be taken away from there.
+        # The row below the pointer gets highlighted. The update of the menu must not remove the highlight.
         self.screen.point_at(*last.centre())
         self.screen.wait_for_change(last, last_before)
 
-        # Everything of a refresh is told at once, and nothing that stays as it is.
+        # One signal reports all rows that a refresh has changed, and no other row.
         updates = len(traffic.said("ItemsPropertiesUpdated"))
         layouts = len(traffic.said("LayoutUpdated"))
         self.session.gate.open("[OK] Codex CLI: 0.46.0（/usr/bin/codex）")
@@ -98,7 +98,7 @@ class InPanel(unittest.TestCase):
         self.assertNotEqual(self.screen.picture(last), last_before)
         self.panel.click_last_row(menu)
         self.assertEqual(client.status(), 0)
-        # What was not heard before is heard when it is so.
+        # The menu closes now, and the test sees it. So it would have seen the menu close earlier.
         self.screen.wait_until_closed(menu)
 
 

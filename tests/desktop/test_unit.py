@@ -1,4 +1,4 @@
-"""The client as the main process of a service, which is over for the service manager when that process is."""
+"""The client as the main process of a service: when this process ends, the service has ended for its manager."""
 
 import unittest
 from pathlib import Path
@@ -13,7 +13,7 @@ COMMAND, = [line.removeprefix("ExecStart=")
             for line in (SOURCE / "packaging/kestrune-menu-client.service").read_text().splitlines()
             if line.startswith("ExecStart=")]
 
-# As a service manager tells the main process of a service that it is.
+# Sets SYSTEMD_EXEC_PID, as the service manager does for the main process of a service.
 AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 
 
@@ -24,7 +24,7 @@ class Unit(unittest.TestCase):
         self.session.find_programs_first()
         self.bus = Bus(self.session)
         self.session.stub_backend("echo '[OK] Mac service: 好'\n")
-        # Once for each port, at every stop.
+        # The stop script calls lsof once for each port.
         self.session.program("lsof", 'echo stopping > "$HOME/events"\n')
 
     def start(self, **options):
@@ -36,13 +36,13 @@ class Unit(unittest.TestCase):
         return client
 
     def restart(self):
-        """By the menu, until the new instance is connected: its process."""
+        """Restarts the client by its menu, waits until the new instance is connected, and returns its process id."""
         with self.bus.monitor() as traffic:
             before = self.bus.client()
             self.bus.click(27)
             self.bus.wait_for_client(besides=before)
             traffic.wait_for_status(CONNECTED)
-        # It has ended as it does when it quits.
+        # The old instance has stopped the backend, as it does when it quits.
         self.assertEqual([self.session.events.next() for _ in range(2)], ["stopping"] * 2)
         return self.bus.pid()
 
@@ -51,12 +51,12 @@ class Unit(unittest.TestCase):
         self.bus.click(25)
         opened = int(self.session.events.next())
         self.assertEqual(self.restart(), client.pid)
-        # The new instance knows as well what it is.
+        # The new instance also knows that it is the main process of a service.
         self.assertEqual(self.restart(), client.pid)
         self.assertIn(opened, running())
         self.session.gate.open()
         wait_for_end(opened)
-        # What is asked the second time is answered after everything that had happened the first time.
+        # After the answer to the second call, the client has handled everything that happened before the first answer.
         for _ in range(2):
             self.bus.rows()
         self.assertFalse(Path(f"/proc/{opened}").exists())

@@ -1,4 +1,4 @@
-"""The windows that the tray face opens: read and pressed on a screen of the test's own, as a screen reader does it."""
+"""The windows of the tray face (the user interface in a desktop's tray), read and pressed as a screen reader does."""
 
 import signal
 
@@ -23,7 +23,7 @@ class Windows(OnScreen):
         self.addCleanup(self.end_windows)
 
     def assertMenuOpens(self):
-        """With the rows of the menu in the tray."""
+        """Checks that the menu is open as a window with the same rows as in the tray. Returns the window."""
         window = self.window(MENU_WINDOW)
         shown = [node.name() for node in window.all() if node.role() in ("label", "push button", "check box")]
         self.assertEqual(shown, [row["label"] for row in self.bus.rows().values() if "label" in row])
@@ -32,7 +32,7 @@ class Windows(OnScreen):
     def test_the_menu_as_a_window(self):
         self.bus.call(ITEM, "Activate", "ii", 0, 0)
         pid = self.assertMenuOpens().pid()
-        # Neither a second click nor a second start opens another one.
+        # Neither a second click nor a second start opens another window.
         self.bus.call(ITEM, "Activate", "ii", 0, 0)
         self.assertEqual(self.session.run(), (0, "", ""))
         self.assertEqual(self.windows(), [pid])
@@ -50,7 +50,7 @@ class Windows(OnScreen):
         self.assertShows(NOT_AWAKE)
         self.assertFalse(self.bus.rows()[16]["toggle-state"])
         self.assertEqual(self.session.run("--background"), (0, "", ""))
-        # Whatever that might have opened would come before this one.
+        # If --background had opened a window, that window would come before the one that the click opens.
         self.assertOpens(16, AWAKE)
 
 
@@ -89,7 +89,7 @@ class Quitting(OnScreen):
 class Restart(OnScreen):
     def test_a_restart_starts_a_new_client(self):
         self.session.program("lsof", HELD_UP_STOP)
-        # A display that is not there, and one that goes, are the same to it.
+        # For the client, a display that does not exist is the same as a display that has gone.
         self.start(environment={"DISPLAY": self.screen.name + "1"})
         self.bus.click(24)
         self.traffic.wait_for_notification(*GUIDE[:2])

@@ -1,6 +1,6 @@
-"""Checks every include against the rooms that the build declares: a file includes its own room and the rooms that its
-room links, and a room links nothing that it does not include. The controller, the ports and text/ include no header of
-the host. No source has a host conditional."""
+"""Checks every include against the rooms (folders built as one static library) that the build declares. A file includes
+only its own room and the rooms that its room links, and a room links no room that it does not include. The controller,
+the ports and text/ include no header of the host. No source has conditional compilation by host."""
 
 import os
 import pathlib
@@ -24,7 +24,7 @@ HOST_CONDITIONAL = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b_{0,2}(?:l
 
 
 def read_rooms():
-    """Each room's folder, with the rooms that it links."""
+    """Returns a dictionary from the folder of each room to the rooms that it links."""
     lines = ROOMS_FILE.read_text(encoding="utf-8").splitlines()
     rooms = {room: set(filter(None, linked.strip().split(";"))) for room, linked in (line.split(":") for line in lines)}
     assert rooms, "the build declares no rooms"
@@ -32,7 +32,7 @@ def read_rooms():
 
 
 def check_file(path, room, links):
-    """The faults of one file, and the rooms that it includes."""
+    """Returns the faults of one file, and the rooms that the file includes."""
     faults, included = [], set()
     for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
         where = f"{path.relative_to(ROOT)}:{number}"

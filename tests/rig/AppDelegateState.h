@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Gives tests access to fields that no port shows.
+/// Gives tests access to private fields of the controller whose values no port shows.
 struct AppDelegateState {
   AppDelegate& controller;
 

@@ -34,7 +34,7 @@ inline std::string nextValue(sd_bus_message* message) {
   const char* contents = nullptr;
   if (sd_bus_message_peek_type(message, &type, &contents) <= 0) throw std::runtime_error("no value");
   const auto inside = [&](const char* open, const char* close) {
-    // A copy: `contents` belongs to the message.
+    // A copy: the message owns `contents`, which may be gone after the next read.
     const std::string signature = contents;
     if (sd_bus_message_enter_container(message, type, signature.c_str()) < 0) {
       throw std::runtime_error("unreadable container");
@@ -72,8 +72,8 @@ inline std::string nextValue(sd_bus_message* message) {
 
 }  // namespace detail
 
-/// The contents of a message as text: (struct), [array], {'key': value}, a variant as "signature value". Of
-/// an error, its name.
+/// Returns the contents of a message as text: (struct), [array], {'key': value}, a variant as "signature
+/// value". For an error message it returns "error" and the error's name.
 inline std::string textOf(const BusMessage& message) {
   if (!message) return "no answer";
   if (const sd_bus_error* const error = sd_bus_message_get_error(message.get())) {

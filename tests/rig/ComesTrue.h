@@ -6,11 +6,11 @@
 
 namespace kestrune::testing {
 
-/// The time limit of everything that a test waits for, long enough for a busy machine.
+/// The time limit of every wait in a test. It is long enough for a busy machine.
 inline constexpr Seconds patience{20.0};
 inline constexpr int patienceInMilliseconds = 20'000;
 
-/// Runs the loop until `condition` holds; false at the time limit.
+/// Runs the loop until `condition` is true. Returns false if it is still false at the time limit.
 inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {
   bool late = false;
   const EventSource deadline = loop.after(patience, [&late] { late = true; });
@@ -18,13 +18,15 @@ inline bool comesTrue(EventLoop& loop, const std::function<bool()>& condition) {
   return condition();
 }
 
-/// The same, for a condition that another thread or process changes.
+/// Like comesTrue(), for a condition that another thread or process changes. The loop may get no event from
+/// such a change, so this checks the condition every 2 ms.
 inline bool comesTrueElsewhere(EventLoop& loop, const std::function<bool()>& condition) {
   const auto tick = loop.scheduleRepeating(Seconds{0.002}, [] {});
   return comesTrue(loop, condition);
 }
 
-/// Runs the loop until all jobs on its queue are done, and the jobs that they post.
+/// Runs all jobs on the main queue of the loop, then the jobs that these jobs have posted, and so on, 12
+/// times.
 inline void settleQueue(EventLoop& loop) {
   for (int round = 0; round < 12; ++round) {
     bool done = false;
@@ -33,7 +35,7 @@ inline void settleQueue(EventLoop& loop) {
   }
 }
 
-/// Whether no event source of the loop is ready.
+/// Handles ready events. Returns false if an event source of the loop is still ready after 1000 turns.
 inline bool isIdle(EventLoop& loop) {
   constexpr int many = 1000;
   for (int turn = 0; turn < many; ++turn) {
@@ -42,7 +44,7 @@ inline bool isIdle(EventLoop& loop) {
   return false;
 }
 
-/// The time that `work` takes.
+/// Returns how long `work` takes.
 inline Seconds durationOf(const std::function<void()>& work) {
   const auto begin = std::chrono::steady_clock::now();
   work();

@@ -23,13 +23,13 @@ struct FakeStatusBar final : StatusBar {
   CallLog& log;
   bool hasButton = true;
   double length = 0;
-  std::vector<StatusButton> buttons;  ///< all that were set, the newest last
-  std::vector<Menu> menus;            ///< all that were set, the newest last
+  std::vector<StatusButton> buttons;  ///< all buttons that were set, the newest last
+  std::vector<Menu> menus;            ///< all menus that were set, the newest last
   std::function<void()> whenMenuIsSet;
 
   const StatusButton& button() const { return buttons.back(); }
   const Menu& menu() const { return menus.back(); }
-  /// The row `number`, counted from 1.
+  /// Returns the row with this number, counted from 1.
   const MenuItem& row(std::size_t number) const { return menu().items.at(number - 1); }
 };
 
@@ -38,11 +38,11 @@ struct FakeStatusFeed final : StatusFeed {
   void publish(StatusLine line) override;
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;
-  /// Ends the running client.
+  /// Acts as if the running client had ended: tells its subscribers that there is no client.
   void end();
 
   DispatchQueue& queue;
-  std::vector<std::string> lines;  ///< published, without repetitions
+  std::vector<std::string> lines;  ///< the published lines; a line that equals the one before it is left out
   bool runs = false;               ///< whether a client runs
 
  private:
@@ -65,16 +65,17 @@ struct FakeAlerts final : AlertQueue {
     if (whenAsked) whenAsked();
     AlertQueue::present(std::move(request));
   }
-  /// Answers the top alert, and shows the next. Fields that are not given keep their texts.
+  /// Answers the top alert with the button of this number, counted from 0; absent means cancelled. Then the
+  /// next alert is shown. A field that is not in `fields` keeps its text.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
-  /// Presses a button inside the top alert. An alert that it requests is stacked on top.
+  /// Presses the button with this action inside the top alert. An alert that it requests is shown on top.
   void press(const std::string& action);
-  /// The alert that can be answered; null when none is open.
+  /// Returns the alert that can be answered, or null when no alert is open.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
 
   CallLog& log;
-  std::vector<Alert> shown;  ///< all, in order
-  int raises = 0;            ///< calls of `raise`
+  std::vector<Alert> shown;  ///< every alert that was shown, in order
+  int raises = 0;            ///< how often `raise` was called
   std::function<void()> whenAsked;
 
  private:
@@ -102,7 +103,7 @@ struct FakeImages final : Images {
   std::map<std::string, ImageRef> files;
   std::map<std::string, ImageRef> named;
   bool filterFails = false;
-  std::vector<std::string> asked;  ///< paths and names, in order
+  std::vector<std::string> asked;  ///< paths and names of all requested images, in order
   std::vector<ImageRef> read;      ///< images read from files, in order
   std::vector<ColorControls> filtered;
 };
@@ -120,7 +121,7 @@ struct FakeNotifications final : Notifications {
 
   CallLog& log;
   std::vector<Notification> posted;
-  std::vector<std::string> withdrawn;  ///< the identifiers
+  std::vector<std::string> withdrawn;  ///< identifiers of the withdrawn notifications
 };
 
 struct FakePowerAssertions final : PowerAssertions {
@@ -135,7 +136,7 @@ struct FakePowerAssertions final : PowerAssertions {
   bool displayFails = false;
   bool systemFails = false;
   std::map<std::uint32_t, PowerAssertionType> held;
-  std::set<std::uint32_t> lost;  ///< held assertions that the service has lost
+  std::set<std::uint32_t> lost;  ///< a test puts assertions here to make `isHeld` return false for them
   std::vector<std::string> names;
   std::vector<int> levels;
 
@@ -146,11 +147,11 @@ struct FakePowerAssertions final : PowerAssertions {
 struct FakePathMonitors final : PathMonitors {
   explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
   std::unique_ptr<PathMonitor> makePathMonitor() override;
-  /// Reports a path to the started monitor, unless it was cancelled.
+  /// Reports a path to the monitor. Does nothing if the monitor was not started or was cancelled.
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
-      // A copy, because the callback may cancel the monitor.
+      // Calls a copy of `onUpdate`, because the callback may cancel the monitor, which resets `onUpdate`.
       if (const auto copy = onUpdate) copy(path);
     });
   }
@@ -199,7 +200,7 @@ struct FakeMainBundle final : MainBundle {
   std::optional<std::string> executable = "/opt/kestrune/KestruneMenuClient";
   std::string currentDirectory = "/home/u/backend";
   std::map<std::string, std::string> environment;
-  std::map<std::string, std::string> resources;  ///< by "name.extension"
+  std::map<std::string, std::string> resources;  ///< paths of resources; the keys are "name.extension"
 
  private:
   static std::optional<std::string> valueIn(const std::map<std::string, std::string>& all,
@@ -209,17 +210,17 @@ struct FakeMainBundle final : MainBundle {
   }
 };
 
-/// The behaviour of a fake child process.
+/// Describes how a fake child process behaves.
 struct ChildScript {
-  Seconds runtime{0};    ///< how long it runs without a signal
-  int status = 0;        ///< exit status when it ends by itself
-  std::string output{};  ///< of both pipes
+  Seconds runtime{0};    ///< how long the child runs if it gets no signal
+  int status = 0;        ///< exit status if no signal ends the child
+  std::string output{};  ///< what the child writes to standard output and standard error
   bool ignoresTerminate = false;
   bool ignoresInterrupt = false;
-  Seconds reaction{0};  ///< how long it continues after a signal that it does not ignore
-  /// Called at each poll that finds it running.
+  Seconds reaction{0};  ///< how long the child goes on after a signal that it does not ignore
+  /// Called by each isRunning() that returns true.
   std::function<void()> whileRunning{};
-  std::function<void()> whenRead{};  ///< called when its output is read
+  std::function<void()> whenRead{};  ///< called when the child's output is read
 };
 
 struct FakeProcesses final : Processes {
@@ -231,11 +232,11 @@ struct FakeProcesses final : Processes {
     ++reservations;
   }
 
-  /// The behaviour of each child, by a text that its last argument contains; the first match counts. Other
-  /// children end at once with status 0 and no output.
+  /// Pairs of a text and a behaviour. The first pair whose text occurs in a child's last argument decides how
+  /// the child behaves. If no pair matches, the child ends at once, with status 0 and no output.
   std::vector<std::pair<std::string, ChildScript>> scripts;
   std::optional<std::string> launchError;
-  /// Called with the last argument of each launch, before its script is chosen.
+  /// Called at each launch with the last argument, before the entry of `scripts` is chosen.
   std::function<void(const std::string&)> whenLaunched;
 
   struct Launch {
@@ -244,10 +245,10 @@ struct FakeProcesses final : Processes {
     Seconds at;
   };
   std::vector<Launch> launches;
-  /// How many launches had a last argument that contains `text`.
+  /// Returns how many launches had a last argument that contains `text`.
   std::size_t launchesOf(const std::string& text) const;
   std::vector<Seconds> readPatience;
-  int reservations = 0;  ///< each kills the children launched before it
+  int reservations = 0;  ///< calls of reserveForThisThread(); each call kills all children launched before it
 
   VirtualClock& clock;
   CallLog& log;
@@ -267,11 +268,11 @@ struct FakeLocalService final : LocalService {
   CallLog& log;
   std::optional<std::string> answer;
   Seconds duration{0};
-  std::vector<std::string> tokens;  ///< of every request
+  std::vector<std::string> tokens;  ///< the token of each request, in order
   std::function<void()> whileAsked;
 };
 
-/// Makes symbols of one dark module, however long the message.
+/// Returns the same tiny QR code, a single dark module, for every message.
 struct FakeQRCodes final : QRCodeGenerator {
   std::vector<Bitmap> generate(const std::string& message) override {
     messages.push_back(message);
@@ -319,11 +320,11 @@ struct FakeFileManager final : FileManager {
   CallLog& log;
   std::map<std::string, std::string> files;
   std::set<std::string> unreadable;        ///< files that exist but cannot be read
-  std::optional<std::string> writeError;   ///< of every write
-  std::optional<std::string> folderError;  ///< of every new folder
-  std::optional<std::string> removeError;  ///< of every removal
-  std::optional<std::string> keepError;  ///< of every `writePrivately` and of the copy of an unreadable file
-  std::optional<std::string> readError;  ///< of every read, with `ReadOutcome::passing`
+  std::optional<std::string> writeError;   ///< if set, the error of every write
+  std::optional<std::string> folderError;  ///< if set, the error of every new folder
+  std::optional<std::string> removeError;  ///< if set, the error of every removal
+  std::optional<std::string> keepError;    ///< if set, the error of `writePrivately` and `replaceUnreadable`
+  std::optional<std::string> readError;    ///< if set, the error of every read (`ReadOutcome::passing`)
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before each read
 };
@@ -344,7 +345,7 @@ struct FakeWorkspace final : Workspace {
 
 struct FakePlatform;
 
-/// The real ports of a fake platform; null: the fake is used.
+/// Real ports for a fake platform. For each port that is null, the platform uses the fake.
 struct RealParts {
   Clock* clock = nullptr;
   Processes* processes = nullptr;
@@ -356,7 +357,7 @@ struct RealParts {
 };
 Platform platformWith(FakePlatform& fakes, const RealParts& real);
 
-/// A fake of every port.
+/// A platform whose ports are all fakes.
 struct FakePlatform {
   CallLog log;
   VirtualClock clock;
@@ -382,7 +383,7 @@ struct FakePlatform {
   Platform platform = platformWith(*this, {});
 };
 
-/// An image with one bitmap of a single colour.
+/// Makes an image with one bitmap: a square with sides of `side` pixels, all of the same colour.
 ImageRef makeTestImage(int side, std::uint8_t red, std::uint8_t green, std::uint8_t blue,
                        std::uint8_t alpha = 255);
 

@@ -33,14 +33,14 @@ inline mode_t modeOf(const std::string& file) {
   return state.st_mode & 07777;
 }
 
-/// The number of open descriptors of this process.
+/// Returns the number of open descriptors of this process.
 inline std::ptrdiff_t openDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 using Names = std::set<std::string>;
 
-/// A test with an empty folder.
+/// A test fixture with a new folder of its own, which is empty at the start of the test.
 struct FileTest : ::testing::Test {
   Names names() const {
     Names found;

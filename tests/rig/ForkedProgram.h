@@ -18,11 +18,11 @@
 
 namespace kestrune::testing {
 
-/// A child process that runs a part of the test. Its lines and its standard error arrive through pipes. The
-/// destructor kills it.
+/// A child process that runs a function of the test. The test reads the child's lines and its standard error
+/// through pipes. The destructor kills the child.
 class ForkedProgram {
  public:
-  /// Sends a line to the test.
+  /// The child calls this function to send a line to the test.
   using Say = std::function<void(const std::string&)>;
 
   explicit ForkedProgram(const std::function<void(const Say&)>& body) {
@@ -42,7 +42,8 @@ class ForkedProgram {
 
   pid_t pid() const { return process; }
 
-  /// The next line; "silence" if none arrives in time, "end" if the process has ended.
+  /// Waits for the next line and returns it. Returns "silence" if no line comes in time, and "end" if the
+  /// child has ended and no line is left.
   std::string line() {
     for (bool isOpen = true;; isOpen = take(lines, heard)) {
       if (const auto end = heard.find('\n', next); end != std::string::npos) {
@@ -53,12 +54,12 @@ class ForkedProgram {
     }
   }
 
-  /// Whether there is no unread line and no end.
+  /// Returns whether the test has read every line and the child has not ended.
   bool isSilent() const { return next == heard.size() && !arrives(0); }
 
   void tell(int signal) const { kill(target, signal); }
 
-  /// Ends it by a signal; returns when it has ended.
+  /// Sends the signal to the child, and returns when the child has ended.
   void end(int signal = SIGKILL) {
     tell(signal);
     waitForEnd();
@@ -71,7 +72,7 @@ class ForkedProgram {
     waitpid(std::exchange(process, -1), nullptr, 0);
   }
 
-  /// Everything that it has written to standard error so far.
+  /// Returns everything that the child has written to standard error so far.
   const std::string& standardError() {
     take(errors, complained);
     return complained;
@@ -80,7 +81,8 @@ class ForkedProgram {
  protected:
   ForkedProgram() = default;
 
-  /// Starts the process. `inGroup`: in a process group of its own, to which all signals go.
+  /// Starts the child, which runs `body`. With `inGroup` the child gets its own process group, to which all
+  /// signals go.
   void run(bool inGroup, const std::function<void(int output)>& body) {
     const FileDescriptor output = makePipe(lines), error = makePipe(errors);
     const pid_t parent = getpid();
@@ -94,19 +96,19 @@ class ForkedProgram {
       _exit(0);
     }
     if (process < 0) throw std::runtime_error("cannot fork");
-    // Also here, or a signal to the group could come before the child has made it.
+    // The parent also makes the group. Otherwise it could signal the group before the child has made it.
     if (inGroup) setpgid(process, process);
     target = inGroup ? -process : process;
   }
 
-  /// Everything that it has sent so far.
+  /// Returns all lines that the child has sent so far.
   const std::string& allLines() {
     take(lines, heard);
     return heard;
   }
 
  private:
-  /// Returns the end to write to. Only the reader is non-blocking.
+  /// Makes a pipe. `reader` gets the reading end, which is non-blocking. Returns the writing end.
   static FileDescriptor makePipe(FileDescriptor& reader) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
@@ -115,7 +117,7 @@ class ForkedProgram {
     return FileDescriptor(ends[1]);
   }
 
-  /// Appends what the pipe holds; false at its end.
+  /// Appends everything that the pipe holds to `text`. Returns false if the writing end is closed.
   static bool take(const FileDescriptor& pipe, std::string& text) {
     char buffer[4096];
     ssize_t count;
@@ -132,7 +134,7 @@ class ForkedProgram {
 
   FileDescriptor lines, errors;
   std::string heard, complained;
-  std::size_t next = 0;  // of `heard`, the first character that line() has not returned
+  std::size_t next = 0;  // position in `heard` of the first character that line() has not returned
   pid_t process = -1;
   pid_t target = -1;
 };

@@ -6,7 +6,7 @@
 
 #include "ports/Alert.h"
 
-// Functions that make an alert with fields and buttons inside.
+// Functions that build an alert (the description of a window) with fields and buttons inside.
 
 namespace kestrune::testing {
 

@@ -4,12 +4,12 @@
 
 #include <cstddef>
 
-// Defined only in builds with a sanitizer, where mallinfo2() counts nothing.
+// Only builds with a sanitizer define this function. In these builds mallinfo2() counts nothing.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace kestrune::testing {
 
-/// The bytes of the heap in use.
+/// Returns how many bytes of the heap are in use.
 inline std::size_t heapInUse() {
   if (__sanitizer_get_current_allocated_bytes != nullptr) return __sanitizer_get_current_allocated_bytes();
   const auto heap = mallinfo2();

@@ -8,8 +8,8 @@
 
 namespace kestrune::testing {
 
-/// Whether a character can control a screen, or is a noncharacter. By the character database, not by the
-/// lists of the program.
+/// Returns whether a character can control a screen, or is a noncharacter. Asks the database of utf8proc, not
+/// the program's own lists: a test has to find gaps in these lists.
 inline bool commandsAScreen(utf8proc_int32_t character) {
   const auto category = utf8proc_category(character);
   const bool isControl = category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CS ||
@@ -20,8 +20,8 @@ inline bool commandsAScreen(utf8proc_int32_t character) {
   return isControl || isBidiControl || isNoncharacter;
 }
 
-/// Describes the first fault of a text that is shown to a user; empty if there is none. `lines`: line feeds
-/// are allowed.
+/// Looks for ill-formed UTF-8 and for characters that control a screen in a text that a user sees. Returns a
+/// description of the first fault, or "". With `lines`, line feeds are allowed.
 inline std::string faultOf(std::string_view shown, bool lines = false) {
   for (std::size_t at = 0; at < shown.size();) {
     utf8proc_int32_t character = 0;
@@ -41,7 +41,7 @@ struct HostileText {
   std::string text;
 };
 
-/// Texts that attack a screen or its reader, each between the words "before" and "behind".
+/// Returns texts that try to damage a screen or to deceive its reader, each between "before" and "behind".
 inline std::vector<HostileText> hostileTexts() {
   using namespace std::string_literals;
   constexpr std::size_t megabyte = 1 << 20;

@@ -8,8 +8,9 @@
 
 namespace kestrune::testing {
 
-/// A process that claims to be the client. Says "waiting" if the claim takes time, then "client" or "second",
-/// and "shown" at each request to show itself. A client runs until SIGTERM.
+/// A child process that claims to be the one client of the user. Sends "waiting" if the claim takes time,
+/// then "client" if it is the client now, or "second" if another process is. A client sends "shown" at each
+/// request to show itself, and runs until SIGTERM.
 struct InstanceProgram : ForkedProgram {
   explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
       : ForkedProgram([&folders, &claim](const Say& say) {

@@ -5,8 +5,8 @@
 #include <atomic>
 #include <ctime>
 
-// Preload this library with LD_PRELOAD: CLOCK_REALTIME is alternately a year ahead and a year behind. The
-// monotonic clocks stay as they are.
+// A library for LD_PRELOAD that lets the calendar time jump: CLOCK_REALTIME is alternately a year ahead and a
+// year behind. The monotonic clocks are not changed.
 
 namespace {
 

@@ -19,10 +19,10 @@
 
 namespace kestrune::testing {
 
-/// A server on the port of the backend's local service. It answers every request with the given bytes.
+/// A fake of the backend's local service, on the same port. Answers every request with the same bytes.
 class LocalServiceStandIn {
  public:
-  /// With an empty answer it never answers. `whileAsked` runs on the thread of the server.
+  /// If `givenAnswer` is empty, never answers. The server's thread calls `givenWhileAsked` before it answers.
   explicit LocalServiceStandIn(std::string givenAnswer, std::function<void()> givenWhileAsked = {})
       : answer(std::move(givenAnswer)),
         whileAsked(std::move(givenWhileAsked)),
@@ -47,7 +47,7 @@ class LocalServiceStandIn {
   LocalServiceStandIn(const LocalServiceStandIn&) = delete;
   LocalServiceStandIn& operator=(const LocalServiceStandIn&) = delete;
 
-  /// The head of each request so far, with its line ends.
+  /// Returns the head (request line and headers) of each request so far, including the line ends.
   std::vector<std::string> requests() const {
     const std::lock_guard lock(mutex);
     return heads;

@@ -13,8 +13,8 @@
 
 namespace kestrune::testing {
 
-/// A named pipe by which a child reports that it has come so far: the child opens it for writing, and closes
-/// it.
+/// A named pipe by which a child tells the test that it has come to a certain point: there the child opens
+/// and closes this pipe.
 class Milestone {
  public:
   explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {
@@ -22,7 +22,7 @@ class Milestone {
     reader.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   }
 
-  /// Whether the child opens it within `wait`.
+  /// Waits until the child opens the pipe. Returns false if this takes longer than `wait`.
   bool isReached(Seconds wait = patience) const {
     pollfd waiting{reader.get(), POLLIN, 0};
     return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;

@@ -14,21 +14,22 @@
 
 namespace kestrune::testing {
 
-/// Whether unshare(1) makes the namespaces of these options, and `command` succeeds in them.
+/// Returns whether unshare(1) can make namespaces with these options, and `command` succeeds in them.
 inline bool canUnshare(const std::string& options, const std::string& command = "true") {
   const int status = std::system(("unshare " + options + " " + command + " 2>/dev/null").c_str());
   if (!WIFEXITED(status) || WEXITSTATUS(status) == 127) throw std::runtime_error("unshare is missing");
   return WEXITSTATUS(status) == 0;
 }
 
-/// Whether this process needs a user namespace to make other namespaces.
+/// Returns whether this process needs a user namespace to make other namespaces.
 inline bool needsUserNamespace() {
   static const bool needed = geteuid() != 0 || !canUnshare("--mount");
   return needed;
 }
 
-/// Skips the running test, which needs these options of unshare(1). As the caller may be a constructor, this
-/// ends the process, in which ctest runs only this test. With KESTRUNE_NO_SKIPS the test fails.
+/// Skips the running test, as the machine refuses `unshare` with these options. The caller may be a
+/// constructor, so this ends the process, in which ctest runs only this test. With KESTRUNE_NO_SKIPS the test
+/// fails.
 inline void skipWithoutNamespaces(const std::string& options) {
   const std::string why = "needs namespaces, which this machine refuses: unshare " + options;
   if (std::getenv("KESTRUNE_NO_SKIPS") != nullptr ||
@@ -40,21 +41,21 @@ inline void skipWithoutNamespaces(const std::string& options) {
   _exit(0);
 }
 
-/// Called before a test makes these namespaces: skips it where the machine refuses them.
+/// Skips the running test if the machine refuses `unshare` with these options, which the test will need.
 inline void requireNamespaces(const std::string& options) {
   if (!canUnshare((needsUserNamespace() ? "--user --map-root-user " : "") + options)) {
     skipWithoutNamespaces(options);
   }
 }
 
-/// Moves this process, which must have one thread, into a new mount namespace, and if necessary into a new
-/// user namespace with the same user. False if the kernel refuses.
+/// Moves this process into a new mount namespace, and if necessary into a new user namespace with the same
+/// user. The process must have only one thread. Returns false if the kernel refuses.
 inline bool enterMountNamespace() {
   const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
   const bool inUserNamespace = needsUserNamespace();
   if (unshare(CLONE_NEWNS | (inUserNamespace ? CLONE_NEWUSER : 0)) != 0) return false;
   if (inUserNamespace) {
-    // Without a uid map, creating a file fails with EOVERFLOW.
+    // Maps the user and the group to themselves. Without this, creating a file fails with EOVERFLOW.
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << user + " " + user + " 1";
     std::ofstream("/proc/self/gid_map") << group + " " + group + " 1";

@@ -19,8 +19,8 @@
 
 namespace kestrune::testing {
 
-/// A network namespace, in which the loopback interface is down. While this lives, the thread that made it is
-/// in it, and so are the processes that the thread starts.
+/// A new network namespace, whose loopback interface is down. While this object exists, the thread that made
+/// it and the processes that this thread starts are in the namespace.
 class NetworkNamespace {
  public:
   NetworkNamespace() : before(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)) {
@@ -34,7 +34,7 @@ class NetworkNamespace {
   NetworkNamespace(const NetworkNamespace&) = delete;
   NetworkNamespace& operator=(const NetworkNamespace&) = delete;
 
-  /// Runs these commands in one process of ip(8), with an option such as -6.
+  /// Runs all commands in one process of ip(8), which gets `option`, such as -6.
   void ip(const std::vector<std::string>& commands, const std::string& option = "-oneline") const {
     std::FILE* const script = popen(("ip " + option + " -batch -").c_str(), "w");
     for (const auto& command : commands) std::fputs((command + "\n").c_str(), script);
@@ -42,15 +42,16 @@ class NetworkNamespace {
   }
 
  private:
-  /// A container may allow the namespace (CAP_SYS_ADMIN) and refuse what a test does in it (CAP_NET_ADMIN).
+  /// Returns whether this process may configure the network (CAP_NET_ADMIN). A container may refuse this
+  /// although it allows the namespace (CAP_SYS_ADMIN).
   static bool mayConfigureNetwork() {
     const FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq loopback{{"lo"}, {}};
     return ioctl(any.get(), SIOCSIFFLAGS, &loopback) == 0;
   }
 
-  /// Replaces this process by one in a user namespace. It cannot enter one itself if it has threads, which
-  /// some sanitizers start.
+  /// Replaces this process by unshare(1), which runs the same test in a user namespace. A process with
+  /// threads cannot enter a user namespace itself, and some sanitizers start threads.
   static void runThisTestInUserNamespace() {
     const auto* const runner = ::testing::UnitTest::GetInstance();
     if (runner->test_to_run_count() != 1) {

@@ -5,7 +5,7 @@
 
 namespace kestrune::testing {
 
-/// The output of a shell command, followed by its status if that is not 0.
+/// Returns the output and errors of a shell command. If its status is not 0, "status" and the status follow.
 inline std::string outputOf(const std::string& command) {
   FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
   std::string text;

@@ -9,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// A PNG file with these pixels.
+/// Returns the bytes of a PNG file with these pixels.
 inline std::string pngOf(const Bitmap& bitmap) {
   png_image writer{};
   writer.version = PNG_IMAGE_VERSION;
@@ -25,7 +25,7 @@ inline std::string pngOf(const Bitmap& bitmap) {
   return bytes;
 }
 
-/// A bitmap in which every pixel differs from its neighbours.
+/// Makes a bitmap in which every pixel differs from its neighbours.
 inline Bitmap makePattern(int width, int height) {
   Bitmap bitmap{width, height, {}};
   for (int at = 0; at < width * height; ++at) {

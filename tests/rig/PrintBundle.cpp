@@ -6,13 +6,13 @@
 
 #include "adapters/files/ProgramBundle.h"
 
-// Makes a ProgramBundle, then does what its arguments say:
-//   chdir FOLDER            work there
+// A program that makes a ProgramBundle, then obeys its arguments, one after the other:
+//   chdir FOLDER            change the working folder
 //   remove PATH             remove a file or a folder
-//   rename PATH PATH        rename a file or a folder
-//   resource NAME EXTENSION write the path of that resource, or "none"
-//   variable NAME           write its value, or "none"
-//   paths                   write the bundle's folder, the program and the working folder, each on a line
+//   rename FROM TO          rename a file or a folder
+//   resource NAME EXTENSION print the path of the bundle's resource NAME.EXTENSION, or "none"
+//   variable NAME           print the value of the environment variable, or "none"
+//   paths                   print the bundle's folder, the program and the working folder, each on a line
 
 int main(int count, char** arguments) {
   const kestrune::ProgramBundle bundle;

@@ -4,8 +4,8 @@
 #include "adapters/children/SystemdServiceControl.h"
 #include "tests/rig/FakePlatform.h"
 
-// Writes the shell lines by which the client of this host stops the backend. Run them only in a PID
-// namespace: they end every process that looks like a backend.
+// Prints the shell lines by which the client stops the backend on this operating system. Run these lines only
+// in a PID namespace, because they kill every process that looks like a backend.
 
 int main() {
   kestrune::testing::FakePlatform fakes;

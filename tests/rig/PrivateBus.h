@@ -11,19 +11,19 @@
 
 namespace kestrune::testing {
 
-/// A session bus of a test's own. While this lives, DBUS_SESSION_BUS_ADDRESS names it, whether it runs or
-/// not.
+/// A session bus for one test. While this object exists, DBUS_SESSION_BUS_ADDRESS names this bus, even if it
+/// is not running.
 class PrivateBus {
  public:
   std::string address() const { return "unix:path=" + folder.file("bus"); }
 
-  /// Makes a service that the bus can start by its name. Takes effect at the next start.
+  /// Makes a service that the bus starts at the first message to `name`. Takes effect at the next start().
   void add(const std::string& name, const std::string& command) const {
     std::ofstream(folder.file(name + ".service"))
         << "[D-BUS Service]\nName=" << name << "\nExec=" << command << "\n";
   }
 
-  /// Returns when the bus takes connections. `variables` are for the services that it starts.
+  /// Starts the bus, and returns when it accepts connections. The services of the bus get `variables`.
   void start(std::vector<std::string> variables = {}) {
     const std::string configuration = folder.file("bus.conf");
     std::ofstream(configuration)
@@ -40,10 +40,10 @@ class PrivateBus {
     daemon->firstLine();
   }
 
-  /// Kills the bus, which tells its clients nothing.
+  /// Kills the bus. Its clients only see that their connections are closed.
   void stop() { daemon.reset(); }
 
-  /// From now on the bus takes everything and answers nothing.
+  /// Suspends the bus: until thaw(), clients can send messages, but get no answer.
   void freeze() const {
     daemon->tell(SIGSTOP);
     waitpid(daemon->pid(), nullptr, WUNTRACED);

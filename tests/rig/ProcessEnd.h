@@ -13,7 +13,7 @@
 
 namespace kestrune::testing {
 
-/// Whether the process ends, or has ended, within `wait`. It need not be a child.
+/// Waits until a process, which need not be a child, has ended. Returns false if this takes more than `wait`.
 inline bool ends(pid_t pid, Seconds wait = patience) {
   const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (!process && errno == ESRCH) return true;
@@ -22,7 +22,7 @@ inline bool ends(pid_t pid, Seconds wait = patience) {
   return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;
 }
 
-/// A descendant that a child left behind. The destructor kills it.
+/// A process that a child of the test has started and left running. The destructor kills this process.
 class Leftover {
  public:
   explicit Leftover(pid_t givenPid) : pid(givenPid) {}

@@ -9,13 +9,13 @@
 
 namespace kestrune::testing {
 
-/// While this lives, this process can start no process and no thread (RLIMIT_NPROC). Use it only in a
-/// ForkedProgram: the limit does not bind root, so this changes the user for good.
+/// While this object exists, this process can start no process and no thread (RLIMIT_NPROC). The limit spares
+/// root, so a root process becomes another user, for good: use this only in a ForkedProgram.
 class ProcessShortage {
  public:
   ProcessShortage() {
     constexpr uid_t nobody = 65534;
-    // Fails in a user namespace with one user, whose root the limit binds.
+    // This call fails in a user namespace with only one user. No harm: the limit does not spare that root.
     if (geteuid() == 0) static_cast<void>(!setresuid(nobody, nobody, nobody));
     limit.emplace(RLIMIT_NPROC, 0);
     if (const pid_t child = vfork(); child == 0) {

@@ -15,16 +15,16 @@
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"
 
-// Real programs of a desktop, on the buses of a test.
+// Starts real programs of a desktop for a test.
 
 namespace kestrune::testing {
 
-/// An Xvfb display, and a home for the programs on it.
+/// An Xvfb display, and a home folder for the programs on this display.
 class RealDisplay {
  public:
   std::string variable() const { return "DISPLAY=:" + number; }
 
-  /// The environment of a program on this display, without the settings of the machine's desktop.
+  /// Returns the environment of a program on this display, which hides the settings of the machine's desktop.
   std::vector<std::string> variables() const {
     return {variable(),
             "HOME=" + home.file(""),
@@ -40,7 +40,7 @@ class RealDisplay {
   const ScratchFolder home;
 
  private:
-  // With -noreset, it survives the end of its last client.
+  // Without -noreset, the server would reset itself when its last client disconnects.
   RealProgram server{
       {"Xvfb", "-displayfd", "1", "-noreset", "-screen", "0", "800x600x24", "-nolisten", "tcp"}};
   const std::string number = server.firstLine();

@@ -7,10 +7,10 @@
 
 namespace kestrune::testing {
 
-/// A program of the machine beside a test, in a process group of its own. The destructor kills the group.
+/// An installed program that runs beside a test, in its own process group. The destructor kills the group.
 class RealProgram : public ForkedProgram {
  public:
-  /// Found by the PATH. `variables` are added to the environment, as "NAME=value".
+  /// Starts `arguments[0]` from the PATH. `variables` ("NAME=value") are added to its environment.
   explicit RealProgram(std::vector<std::string> arguments, std::vector<std::string> variables = {})
       : name(arguments.at(0)) {
     run(true, [&](int output) {
@@ -28,13 +28,13 @@ class RealProgram : public ForkedProgram {
     });
   }
 
-  /// Everything that it has written to standard output so far.
+  /// Returns everything that the program has written to standard output so far.
   const std::string& output() { return allLines(); }
   const std::string& errors() { return standardError(); }
 
   bool says(const std::string& words) { return output().find(words) != std::string::npos; }
 
-  /// The first line of standard output; throws if there is none in time.
+  /// Waits for the first line of standard output and returns it. Throws if no line comes in time.
   std::string firstLine() {
     const std::string first = line();
     if (output().find('\n') == std::string::npos) {

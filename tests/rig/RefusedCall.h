@@ -10,8 +10,8 @@
 
 namespace kestrune::testing {
 
-/// From now on a seccomp filter answers that system call of this thread, and of its children, with `action`
-/// (SECCOMP_RET_…). Use it only in a ForkedProgram.
+/// From now on, a seccomp filter answers the system call `number` with `action` (SECCOMP_RET_…), in this
+/// thread and its children. The filter cannot be removed: use this only in a ForkedProgram.
 inline void answerCall(int number, unsigned action) {
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -26,12 +26,12 @@ inline void answerCall(int number, unsigned action) {
   }
 }
 
-/// Makes the call fail with that error, or succeed and do nothing if it is 0.
+/// From now on, the system call fails with `error`. If `error` is 0, it does nothing and reports success.
 inline void refuseCall(int number, int error) {
   answerCall(number, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
 }
 
-/// Ends this process instead of renaming anything.
+/// From now on, any rename call kills this process.
 inline void dieAtRename() {
 #ifdef SYS_rename
   answerCall(SYS_rename, SECCOMP_RET_KILL_PROCESS);
@@ -40,7 +40,7 @@ inline void dieAtRename() {
   answerCall(SYS_renameat2, SECCOMP_RET_KILL_PROCESS);
 }
 
-/// Makes hard links fail, as on a file system without them.
+/// From now on, every attempt to make a hard link fails with `error`, as on a file system without hard links.
 inline void refuseHardLinks(int error) {
 #ifdef SYS_link
   refuseCall(SYS_link, error);
@@ -48,8 +48,8 @@ inline void refuseHardLinks(int error) {
   refuseCall(SYS_linkat, error);
 }
 
-/// Makes `fsync` do nothing. It takes nearly all the time of a save, and a random kill should hit the other
-/// steps.
+/// Makes `fsync` do nothing. A real one takes nearly all the time of a save, so that a kill at a random
+/// moment would hardly ever hit another step.
 inline void skipFlushes() {
   refuseCall(SYS_fsync, 0);
 }

@@ -4,7 +4,7 @@
 
 namespace kestrune::testing {
 
-/// Lowers a resource limit of this process; the destructor restores it.
+/// Lowers a resource limit of this process. The destructor restores the old limit.
 class ResourceLimit {
  public:
   ResourceLimit(__rlimit_resource givenResource, rlim_t value) : resource(givenResource) {

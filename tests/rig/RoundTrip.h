@@ -9,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// A client of one of the program's connections. Counts what it is told.
+/// Listens to one of the program's bus connections. Counts how often the connection was made and lost.
 class BusProbe : public BusClient {
  public:
   void busConnected(sd_bus* connected) override {
@@ -21,8 +21,8 @@ class BusProbe : public BusClient {
     ++losses;
   }
 
-  /// Calls the bus over the connection; false if no answer comes in time. By then the program has seen the
-  /// answers to everything that it sent before.
+  /// Waits until the connection is open, and calls the bus over it. Returns false if no answer comes in time.
+  /// When it returns true, the program has received the answers to all its earlier calls.
   bool succeeds(EventLoop& loop) {
     if (!comesTrue(loop, [this] { return bus != nullptr; })) return false;
     bool done = false;
@@ -44,7 +44,7 @@ class BusProbe : public BusClient {
   int losses = 0;
 };
 
-/// The same, added to a connection for as long as this lives.
+/// A BusProbe that listens to a connection from its construction to its destruction.
 class RoundTrip final : public BusProbe {
  public:
   explicit RoundTrip(BusConnection& givenConnection) : connection(givenConnection) { connection.add(*this); }
@@ -52,7 +52,7 @@ class RoundTrip final : public BusProbe {
   RoundTrip(const RoundTrip&) = delete;
   RoundTrip& operator=(const RoundTrip&) = delete;
 
-  /// The unique name of the connection, once it has answered.
+  /// Returns the unique name of the connection, or "" while it is not connected.
   std::string uniqueName() const {
     const char* name = nullptr;
     return bus != nullptr && sd_bus_get_unique_name(bus, &name) >= 0 ? name : "";

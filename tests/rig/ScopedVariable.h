@@ -7,7 +7,7 @@
 
 namespace kestrune::testing {
 
-/// Sets or unsets an environment variable; the destructor restores it.
+/// Sets an environment variable, or unsets it if `value` is absent. The destructor restores the old value.
 class ScopedVariable {
  public:
   ScopedVariable(std::string givenName, const std::optional<std::string>& value)

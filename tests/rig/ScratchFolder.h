@@ -7,7 +7,7 @@
 
 namespace kestrune::testing {
 
-/// A new empty folder, removed by the destructor.
+/// A new empty folder. The destructor removes the folder and its contents.
 class ScratchFolder {
  public:
   ScratchFolder() : made(std::filesystem::temp_directory_path() / "kestrune-XXXXXX") {

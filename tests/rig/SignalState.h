@@ -8,7 +8,7 @@
 
 namespace kestrune::testing {
 
-/// Saves the signal mask and dispositions of this process; the destructor restores them.
+/// Saves the signal mask and dispositions of this process. The destructor restores the saved state.
 class SignalState {
  public:
   SignalState() {

@@ -32,7 +32,7 @@ Soak::Soak(std::uint64_t seed)
   rules.look();
 }
 
-// --- time
+// --- letting time pass
 
 void Soak::live(Seconds duration) {
   calm = false;
@@ -65,9 +65,9 @@ void Soak::calmDown() {
     machine.alerts.answer(std::nullopt);
     machine.loop.settle();
   }
-  // The longest that anything waits for: the tick, and the interval between two looks at the session.
+  // Advances longer than the controller ever waits for its timer, or between two questions about the session.
   machine.loop.advance(Seconds{100});
-  machine.processes.scripts = {};  // their memory
+  machine.processes.scripts = {};  // frees the memory of the scripts
   machine.localService.answer.reset();
   rules.checkCalm();
 }
@@ -79,13 +79,13 @@ void Soak::quit() {
   controller->applicationWillTerminate();
 }
 
-/// What the main thread does while the worker is busy.
+/// Does what the main thread does while the worker is busy.
 void Soak::meanwhile() {
   happen();
   machine.loop.serveMain();
 }
 
-// --- what happens
+// --- the random events
 
 const std::vector<Soak::Happening> Soak::happenings{
     {"a path", 20, &Soak::networkReports},
@@ -111,7 +111,7 @@ void Soak::happen() {
     return weights;
   }();
   while (next <= machine.clock.awakeTime() && machine.clock.awakeTime() < end) {
-    // Much of what goes wrong needs two things at almost the same time.
+    // Many faults need two events at almost the same time, so some events follow closely on each other.
     next =
         machine.clock.awakeTime() + (chance.comesUp(0.3) ? chance.between(0, 1.5) : chance.between(5, 150));
     int left = static_cast<int>(chance.below(static_cast<std::size_t>(sum)));
@@ -124,7 +124,7 @@ void Soak::happen() {
 }
 
 void Soak::networkReports() {
-  // Wi-Fi most often, so that a path is often reported twice.
+  // Wi-Fi occurs twice, so that the same path is often reported two times in a row.
   static const std::vector<NetworkPath> paths{{},
                                               {.satisfied = true},
                                               {.satisfied = true, .usesWiFi = true},
@@ -144,7 +144,7 @@ void Soak::userChooses() {
   std::vector<std::string> offered;
   for (const auto& item : machine.statusBar.menu().items) {
     if (item.action.empty() || !item.enabled || item.action == "quit") continue;
-    // Without the connection little happens.
+    // While auto-connect is off, little happens: choose the rows that turn it on more often.
     const bool turnsOn = item.action == "toggleAutoConnect" || item.action == "refreshNow";
     for (int times = isOff && turnsOn ? 8 : 1; times > 0; --times) offered.push_back(item.action);
   }
@@ -226,7 +226,7 @@ void Soak::clockJumps() {
   end += year;
 }
 
-// --- what the backend does
+// --- the backend
 
 std::string Soak::output() {
   if (calm) return calmReport;
@@ -237,7 +237,7 @@ std::string Soak::output() {
       "desktop bridge 未載入",
       "[FAIL] Codex CLI: 無回應\nbash: no such client",
       "[OK] Codex CLI: " + std::string(chance.below(70), 'x'),
-      // Only in a wild mood:
+      // The texts from here on are printed only in a wild mood:
       "",
       "[FAIL] tunnel \xff\xc0\x80",
       std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x'),
@@ -249,7 +249,7 @@ std::string Soak::output() {
 void Soak::lineIsLaunched(const std::string& line) {
   FakeProcesses& processes = machine.processes;
   processes.scripts = {};
-  // The trial before a restart is no command of the worker.
+  // This is the trial of the new program before a restart. The worker does not run it, so no rule counts it.
   if (line == "--version") return;
   rules.shellLineBegins(line);
   if (processes.launchError) {

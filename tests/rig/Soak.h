@@ -13,7 +13,7 @@
 
 namespace kestrune::testing {
 
-/// Random choices, the same on every machine for the same seed.
+/// Makes random choices. The same seed gives the same choices on every machine.
 class Chance {
  public:
   explicit Chance(std::uint64_t seed) : engine(seed) {}
@@ -31,25 +31,25 @@ class Chance {
   std::mt19937_64 engine;
 };
 
-/// A controller on a machine of fakes, on which random events happen. The rules are checked after every step.
+/// Runs a controller on fakes, and lets random events happen. SoakRules checks the controller at every step.
 class Soak {
  public:
   explicit Soak(std::uint64_t seed);
   Soak(const Soak&) = delete;
   Soak& operator=(const Soak&) = delete;
 
-  /// Lets so much time pass, not counting suspends and jumps of the clock.
+  /// Lets random events happen for `duration`. Suspends and jumps of the clock do not count.
   void live(Seconds duration);
-  /// The same, and quits at a random moment in it.
+  /// Like live(), but the user quits at a random moment within `duration`.
   void liveAndQuit(Seconds duration);
   /// Stops the events until the next `live`, repairs the backend, answers all windows and waits for the next
-  /// status. Then nothing may be under way.
+  /// status. Then checks that no work is under way.
   void calmDown();
   void quit();
 
   std::size_t refreshes() const { return rules.refreshes(); }
   std::size_t menus() const { return rules.menus(); }
-  /// How often each event happened, by its name.
+  /// Returns how often each event happened, by the name of the event.
   const std::map<std::string, int>& happened() const { return tally; }
 
   FakePlatform machine;

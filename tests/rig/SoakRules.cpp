@@ -11,8 +11,8 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t rows = 29;
-constexpr std::size_t jobLimit = 100;  // of the worker: what a user can choose while one command runs
-constexpr Seconds grace{0.3};          // of a command that has reached its time limit
+constexpr std::size_t jobLimit = 100;  // jobs that may wait for the worker while it runs a command
+constexpr Seconds grace{0.3};          // how much longer than its time limit a command may run
 constexpr std::string_view lampRowMiddle = " 連線狀態：";
 
 bool contains(std::string_view text, std::string_view part) {
@@ -24,7 +24,7 @@ bool isGrey(const Image& image) {
   return pixels[0] == pixels[1] && pixels[1] == pixels[2];
 }
 
-/// Whether `view` shows a secret outside the fields for it.
+/// Returns whether the secret can be read in `view`, outside the fields that are meant for secrets.
 bool shows(const View& view, std::string_view secret) {
   const bool mayHoldOne = view.kind == ViewKind::secureTextField ||
                           (view.kind == ViewKind::textField && view.identifier.ends_with("_TOKEN"));
@@ -39,7 +39,7 @@ void keepLast(std::vector<T>& all) {
   if (all.size() > 1) all.erase(all.begin(), all.end() - 1);
 }
 
-/// Frees the memory, too.
+/// Empties the vector and frees its memory, which clear() would not do.
 template <typename T>
 void forget(std::vector<T>& all) {
   std::vector<T>().swap(all);
@@ -144,7 +144,7 @@ void SoakRules::keepsSecrets(const std::string& text) const {
   rule(!contains(text, secret), "a token shows in: " + text);
 }
 
-/// Clears the records of the fakes, or memory would grow.
+/// Clears the records of the fakes, which would otherwise grow without limit.
 void SoakRules::forgetWhatWasSeen() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();

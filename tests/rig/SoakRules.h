@@ -15,31 +15,31 @@ struct RuleBroken : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Invariants of a controller, which hold after every step of the main thread. They look only at the fakes.
-/// Throws RuleBroken.
+/// Checks invariants of a controller after each step of the main thread, using the fakes. Throws RuleBroken.
 class SoakRules {
  public:
-  /// Part of every token in every file, and of nothing else.
+  /// Every token in the test's files contains this text. If it appears anywhere else, a token has leaked.
   static constexpr std::string_view secret = "S3cretT0ken";
 
-  /// Both must outlive this.
+  /// `machine` and `controller` must outlive this object.
   SoakRules(FakePlatform& machine, AppDelegate& controller);
 
-  /// Checks the invariants; called after every step of the main thread.
+  /// Checks the invariants. The fake loop calls this after every step of the main thread.
   void look();
 
   void shellLineBegins(const std::string& line);
   void shellLineIsDone();
-  /// The clocks jumped.
+  /// Called when the clocks have jumped by `duration`, which must not count as running time of a command.
   void clockJumped(Seconds duration) { lineBegan += duration; }
   void networkChanges(const NetworkPath& path) { network = path; }
-  /// From now on the only command is the stop.
+  /// From now on, the only shell line that may run is the one that stops the backend.
   void end() { ending = true; }
 
   bool isCommandUnderWay() const { return linesRunning > 0; }
-  /// Checks that nothing is under way or left over, and that the lamp is green.
+  /// Checks that no work is under way or left over, and that the menu shows a healthy backend.
   void checkCalm() const;
-  /// Checks that the stop ran once, and that nothing happened after it.
+  /// Checks that the backend was stopped exactly once, and that nothing is held, watched or drawn after the
+  /// stop.
   void checkEnd() const;
   std::size_t refreshes() const { return statusLines; }
   std::size_t menus() const { return menusSeen; }
@@ -56,14 +56,14 @@ class SoakRules {
   AppDelegate& controller;
   NetworkPath network;
   int linesRunning = 0;
-  bool isStop = false;  ///< the line that runs
+  bool isStop = false;  ///< whether the running shell line is the one that stops the backend
   Seconds lineBegan{0};
   bool ending = false;
   int stopsAtEnd = 0;
   std::size_t statusLines = 0;
   std::size_t menusSeen = 0;
   std::size_t looks = 0;
-  std::deque<std::string> history;  ///< the last lines of the log
+  std::deque<std::string> history;  ///< the last entries of the call log, for the message of RuleBroken
 };
 
 }  // namespace kestrune::testing

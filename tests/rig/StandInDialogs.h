@@ -26,7 +26,7 @@
 
 namespace kestrune::testing {
 
-/// Waits until all children of this process have been reaped. False at the time limit; then it kills them.
+/// Waits until all children of this process are reaped. At the time limit, kills the rest and returns false.
 inline bool hasNoChildren(EventLoop& loop) {
   const bool none = comesTrue(loop, [] {
     siginfo_t state{};
@@ -41,7 +41,7 @@ inline bool hasNoChildren(EventLoop& loop) {
   return false;
 }
 
-/// One run of the fake dialogs program, played by the test.
+/// One run of the fake KestruneMenuDialogs. The test decides what the program sends.
 class DialogsRun {
  public:
   DialogsRun(EventLoop& givenLoop, FileDescriptor givenConnection)
@@ -52,7 +52,7 @@ class DialogsRun {
   void listen() {
     readable = loop.onDescriptor(connection.get(), EPOLLIN, [this] { readSome(); });
   }
-  /// Stops reading requests.
+  /// Stops reading requests until the next listen().
   void lookAway() { readable.reset(); }
 
   void say(const std::string& text) const {
@@ -61,7 +61,7 @@ class DialogsRun {
   }
   void say(const dialogs::Event& event) const { say(dialogs::encode(event) + "\n"); }
 
-  /// Ends the program.
+  /// Closes the connection, which ends the program.
   void end() {
     readable.reset();
     connection.reset();
@@ -72,7 +72,7 @@ class DialogsRun {
     return comesTrue(loop, [this] { return ended; });
   }
 
-  /// The first `count` requests of one kind.
+  /// Waits for `count` requests of this kind, and returns all of this kind. Throws at the time limit.
   template <typename Kind>
   std::vector<Kind> asked(std::size_t count) {
     const auto ofKind = [this] {
@@ -87,7 +87,7 @@ class DialogsRun {
     return ofKind();
   }
 
-  std::vector<dialogs::Request> requests;  ///< all so far
+  std::vector<dialogs::Request> requests;  ///< every request so far, in order
   bool ended = false;
 
  private:
@@ -115,7 +115,8 @@ class DialogsRun {
   std::function<void(const dialogs::Request&)> whenAsked;
 };
 
-/// A fake KestruneMenuDialogs, played by the test.
+/// A fake KestruneMenuDialogs. Each run of the program connects to this object, and the test answers in its
+/// place.
 class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)
@@ -128,7 +129,7 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // A new name: an error about a program is printed only once.
+    // In every test the program has a new name, because errors about a program are printed only once.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }
@@ -142,15 +143,15 @@ class StandInDialogs {
     std::filesystem::permissions(program(), std::filesystem::perms::owner_all);
   }
 
-  /// The run of that number, counted from 1; waits for it.
+  /// Waits until the program has been started `number` times, and returns that run. Throws at the limit.
   DialogsRun& run(std::size_t number = 1) {
     if (!comesTrue(loop, [&] { return runs.size() >= number; }))
       throw std::runtime_error("the program was not started");
     return *std::next(runs.begin(), static_cast<std::ptrdiff_t>(number) - 1);
   }
 
-  std::list<DialogsRun> runs;                 ///< all so far
-  std::function<void(DialogsRun&)> whenRuns;  ///< called for each new one
+  std::list<DialogsRun> runs;                 ///< every run so far, in order
+  std::function<void(DialogsRun&)> whenRuns;  ///< called at the start of each run
 
  private:
   void accept() {

@@ -10,7 +10,7 @@
 
 namespace kestrune::testing {
 
-/// Redirects standard error into a memfd; the destructor restores it.
+/// Redirects standard error into a memfd (a file in memory). The destructor restores standard error.
 class StandardErrorText {
  public:
   StandardErrorText()

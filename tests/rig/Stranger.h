@@ -9,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// A program on the bus that sends unicast signals which only others may send.
+/// A program on the bus that forges unicast signals (to one receiver) which only others may send.
 class Stranger {
  public:
   explicit Stranger(const PrivateBus& daemon) {
@@ -21,7 +21,7 @@ class Stranger {
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
-  /// Sends a signal to the connection of that unique name. Returns when the bus has passed it on.
+  /// Sends a signal to the connection with the unique name `receiver`. Returns when the bus has delivered it.
   template <typename... Arguments>
   void tell(const std::string& receiver, const char* path, const char* interface, const char* member,
             const char* types, Arguments... arguments) {
@@ -35,7 +35,7 @@ class Stranger {
     if (!done) throw std::runtime_error("cannot send the signal");
   }
 
-  /// Calls a method, and returns when it was answered.
+  /// Calls a method, and returns when the answer has arrived. Throws at an error.
   template <typename... Arguments>
   void ask(const std::string& receiver, const char* path, const char* interface, const char* member,
            const char* types, Arguments... arguments) {
@@ -45,7 +45,7 @@ class Stranger {
     }
   }
 
-  /// Sends NameOwnerChanged, which only the bus may send.
+  /// Sends NameOwnerChanged, a signal that only the bus itself may send.
   void tellOfOwner(const std::string& receiver, const char* name, const char* before, const char* after) {
     tell(receiver, driverPath, driver, "NameOwnerChanged", "sss", name, before, after);
   }

@@ -25,14 +25,14 @@
 
 namespace kestrune::testing {
 
-/// A service on a bus, on a thread of its own, so that the thread under test may block on it. Records its
-/// calls. The destructor disconnects it.
+/// A fake service on a bus, which records its calls. It has its own thread, so that the thread under test may
+/// block on a call. The destructor disconnects the service.
 class StubService {
  public:
-  /// Handles a call on the service's thread. False: the service has no such method.
+  /// Handles a call on the service's thread. Returns false if the service has no such method.
   using Behaviour = std::function<bool(sd_bus_message* call)>;
 
-  /// Returns when it owns the name.
+  /// Returns when the service owns `givenName`. Throws if that fails.
   StubService(std::string givenAddress, std::string givenName, Behaviour givenBehaviour)
       : address(std::move(givenAddress)), name(std::move(givenName)), behaviour(std::move(givenBehaviour)) {
     std::promise<void> started;
@@ -53,13 +53,13 @@ class StubService {
   StubService(const StubService&) = delete;
   StubService& operator=(const StubService&) = delete;
 
-  /// All calls so far, in order: "path Method arguments".
+  /// Returns all recorded calls in order, each as "path Method arguments".
   std::vector<std::string> calls() const {
     const std::lock_guard lock(mutex);
     return record;
   }
 
-  /// The calls since the last newCalls().
+  /// Returns the recorded calls and forgets them, so that the next newCalls() returns only newer calls.
   std::vector<std::string> newCalls() {
     const std::lock_guard lock(mutex);
     return std::exchange(record, {});
@@ -69,7 +69,7 @@ class StubService {
     perform([this, &changed] { behaviour = std::move(changed); });
   }
 
-  /// Runs `work` on the service's thread, and returns when it is done.
+  /// Runs `work` on the service's thread, and returns when `work` is done.
   void perform(const std::function<void()>& work) {
     std::promise<void> done;
     {
@@ -84,7 +84,7 @@ class StubService {
     done.get_future().get();
   }
 
-  /// Returns when the bus has passed on everything that this service has answered.
+  /// Returns when the bus has passed on all answers that this service has sent.
   void settle() {
     perform([this] {
       must(sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -93,9 +93,9 @@ class StubService {
     });
   }
 
-  // Behaviours
+  // Functions that make a Behaviour
 
-  /// Grants every inhibition; the cookies count up from `first`.
+  /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with nothing.
   static Behaviour grants(std::uint32_t first) {
     return [next = first](sd_bus_message* call) mutable {
       if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {
@@ -118,7 +118,7 @@ class StubService {
     return [](sd_bus_message*) { return true; };
   }
 
-  /// Keeps the call of that method in `held`, to be answered later.
+  /// Keeps each call of the method `member` in `held`, so that the test can answer it later. Answers no call.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
       if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);
@@ -194,17 +194,17 @@ class StubService {
   const std::string address;
   const std::string name;
   const FileDescriptor wakeUp{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-  sd_event* loop = nullptr;  // the service's thread only
-  sd_bus* bus = nullptr;     // the service's thread only
-  Behaviour behaviour;       // the service's thread only
+  sd_event* loop = nullptr;  // used only by the service's thread
+  sd_bus* bus = nullptr;     // used only by the service's thread
+  Behaviour behaviour;       // used only by the service's thread
   mutable std::mutex mutex;
   std::vector<std::string> record;         // guarded by mutex
   std::deque<std::function<void()>> jobs;  // guarded by mutex
   std::thread thread;
 };
 
-/// Locks as logind grants them: pipes, each held until its other end is closed. Outlives the service that
-/// grants them.
+/// Grants inhibitor locks as logind does: each is one end of a pipe, and held until the caller closes this
+/// end. This object must outlive the service that uses grants().
 class StubLocks {
  public:
   StubService::Behaviour grants() {
@@ -219,7 +219,7 @@ class StubLocks {
     };
   }
 
-  /// The number of locks that are still held.
+  /// Returns the number of locks that are still held.
   std::size_t held() const {
     const std::lock_guard lock(mutex);
     return static_cast<std::size_t>(std::count_if(pipes.begin(), pipes.end(), [](const FileDescriptor& pipe) {

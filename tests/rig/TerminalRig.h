@@ -18,7 +18,7 @@
 
 namespace kestrune::testing {
 
-/// Replaces standard input and output; -1 closes one. The destructor restores them.
+/// Replaces standard input and output by descriptors; -1 closes the stream. The destructor restores both.
 class StandardStreams {
  public:
   StandardStreams(int input, int output)
@@ -66,11 +66,11 @@ struct PseudoTerminal {
     outside.reset(ends[0]);
     inside.reset(ends[1]);
   }
-  FileDescriptor outside;  ///< keyboard and screen
-  FileDescriptor inside;   ///< input and output of the program
+  FileDescriptor outside;  ///< the test's end: its keyboard and screen
+  FileDescriptor inside;   ///< the program's end: its standard input and output
 };
 
-/// Collects what comes out of a descriptor.
+/// Collects the text that a program writes to the other end of a descriptor.
 class Screen {
  public:
   Screen(EventLoop& givenLoop, int givenDescriptor)
@@ -88,7 +88,7 @@ class Screen {
     descriptor.reset();
   }
 
-  /// Waits until `part` is on the screen; false at the time limit.
+  /// Waits until `part` is on the screen. Returns false at the time limit.
   bool shows(std::string_view part) {
     return comesTrue(loop, [this, part] { return text.find(part) != std::string::npos; });
   }
@@ -97,13 +97,13 @@ class Screen {
     for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++found;
     return found;
   }
-  /// Reads what is there now.
+  /// Reads everything that has arrived, without waiting for more.
   void read() {
     char buffer[16384];
     for (ssize_t count; (count = ::read(descriptor.get(), buffer, sizeof buffer)) != 0;) {
       if (count < 0 && errno == EAGAIN) return;
       if (count < 0) break;
-      // A terminal turns every line end into two characters.
+      // A terminal turns each "\n" into "\r\n". Drop the "\r".
       for (const char each : std::string_view(buffer, static_cast<std::size_t>(count))) {
         if (each != '\r') text += each;
       }
@@ -119,7 +119,7 @@ class Screen {
   EventSource readable;
 };
 
-/// The terminal face, between a keyboard and a screen that the test controls.
+/// The terminal face (the user interface in a terminal), with a keyboard and a screen that the test controls.
 class TerminalRig {
  public:
   enum class Line { pipes, terminal };
@@ -148,7 +148,7 @@ class TerminalRig {
     fromProgram.reading.reset();
   }
 
-  /// Returns when the face has read what was typed into pipes, and its output is on the screen.
+  /// Returns when the face has read everything that was typed into a pipe, and `screen` has the output.
   void settle() {
     settleQueue(loop);
     screen.read();

@@ -8,27 +8,27 @@
 #include <cstring>
 #include <string>
 
-// A child process that does what its arguments say, one after the other:
+// A child process that obeys its arguments, one after the other. "Both pipes" are standard output and error.
 //
 //   out TEXT, err TEXT          write TEXT to standard output or standard error
 //   flood N, flood-err N        write N bytes to standard output or standard error
-//   of TEXT                     floods repeat TEXT from now on
-//   bytes HEX                   write these bytes to standard output
+//   of TEXT                     let later floods repeat TEXT instead of "x"
+//   bytes HEX                   write the bytes with these hexadecimal digits to standard output
 //   narrow N                    set the capacity of both pipes to N bytes
-//   ignore SIGNAL               ignore the signal of that number
-//   log-signals FILE            append the number of each SIGTERM and SIGINT to FILE, and go on
+//   ignore SIGNAL               ignore the signal with this number
+//   log-signals FILE            append the number of each SIGTERM and SIGINT to FILE, instead of dying
 //   on-term TEXT                at SIGTERM, write TEXT to standard output and exit with status 7
-//   descriptors                 write the numbers of the open descriptors
-//   signals                     write the blocked and the ignored signals that the kernel knows of
-//   ids                         write "pid N pgid N sid N"
-//   leave SECONDS               leave a descendant that keeps both pipes open so long; write "left PID"
-//   leave-flooding SECONDS      the same, and the descendant writes to both pipes all the time
-//   leave-session SECONDS       the same as leave, in a session of its own and without the pipes
-//   touch FILE                  make the file, or open the named pipe for its reader
-//   copy-input                  write the first line of standard input to standard output
+//   descriptors                 print the numbers of the open descriptors
+//   signals                     print the masks of the blocked and the ignored signals, from /proc
+//   ids                         print "pid N pgid N sid N"
+//   leave SECONDS               fork a descendant that keeps both pipes open for SECONDS; print "left PID"
+//   leave-flooding SECONDS      like leave, but the descendant writes to both pipes all the time
+//   leave-session SECONDS       like leave, but the descendant is in a new session and closes both pipes
+//   touch FILE                  create FILE; if FILE is a named pipe, open it for writing and close it
+//   copy-input                  copy the first line of standard input to standard output
 //   pause                       wait for a signal
-//   raise SIGNAL                die of the signal of that number
-//   exit STATUS                 exit
+//   raise SIGNAL                die of the signal with this number
+//   exit STATUS                 exit with this status
 
 namespace {
 
@@ -63,7 +63,7 @@ void showStatusLines(const char* const* names, std::size_t count) {
   if (file != nullptr) std::fclose(file);
 }
 
-/// Waits until nobody can write to the pipe any more.
+/// Closes the writing end of the pipe, and waits until all other processes have closed it, too.
 void waitForEnd(const int (&ends)[2]) {
   close(ends[1]);
   char nothing = 0;

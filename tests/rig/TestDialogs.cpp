@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-// A fake KestruneMenuDialogs. Copies its standard input to the socket TEST_DIALOGS_SOCKET, at which the test
-// listens, and what the test sends to its standard output. Ends when either side ends.
+// A fake KestruneMenuDialogs. Copies standard input to the socket TEST_DIALOGS_SOCKET, where the test
+// listens, and what the test sends to standard output. Ends when the client or the test closes its side.
 
 namespace {
 
@@ -23,7 +23,7 @@ int connectToTest() {
   return test;
 }
 
-/// False at the end.
+/// Copies what has arrived at `from` to `to`. Returns false when `from` has ended or `to` cannot be written.
 bool passOn(int from, int to) {
   std::array<char, 16384> piece;
   const ssize_t count = read(from, piece.data(), piece.size());

@@ -13,7 +13,7 @@
 
 namespace kestrune::testing {
 
-/// A desktop with the program's item, whose bus and tray the test starts.
+/// The program's tray item on a desktop. The test starts the bus and the tray when it needs them.
 struct EmptyDesk : ::testing::Test {
   void showTray(std::string error = {}, const std::vector<const char*>& names = {}) {
     host.reset();
@@ -28,7 +28,7 @@ struct EmptyDesk : ::testing::Test {
   ActivationToken token;
   Menu lastMenu;
   int clicks = 0;
-  int registrations = 0;  ///< that the tray confirmed
+  int registrations = 0;  ///< how many registrations the tray has confirmed
   TrayStatusBar bar{{.bus = bus,
                      .queue = loop.mainQueue(),
                      .bundle = bundle,
@@ -40,7 +40,7 @@ struct EmptyDesk : ::testing::Test {
   std::unique_ptr<TrayHost> host;
 };
 
-/// The same, with bus and tray running.
+/// An EmptyDesk on which the bus and the tray are running when the test begins.
 struct TrayDesk : EmptyDesk {
   void SetUp() override {
     daemon.start();

@@ -15,7 +15,7 @@
 
 namespace kestrune::testing {
 
-/// The StatusNotifierWatcher of a desktop, and a host: reads an item, clicks on it, and records its signals.
+/// A fake tray (StatusNotifierWatcher and host): reads an item, clicks on it, and records its signals.
 class TrayHost {
  public:
   static constexpr auto itemPath = "/StatusNotifierItem";
@@ -23,8 +23,8 @@ class TrayHost {
   static constexpr auto menuPath = "/MenuBar";
   static constexpr auto menuInterface = "com.canonical.dbusmenu";
 
-  /// `error`: the name of the error with which it refuses registrations; empty: it accepts them. `names`: bus
-  /// names that it owns beside that of the watcher.
+  /// `error`: the name of the error with which the tray refuses registrations; if it is empty, the tray
+  /// accepts them. `names`: bus names that the tray owns in addition to the watcher's name.
   explicit TrayHost(EventLoop& givenLoop, std::string error = {}, const std::vector<const char*>& names = {})
       : loop(givenLoop), refusal(std::move(error)) {
     sd_bus_slot* slot = nullptr;
@@ -56,7 +56,7 @@ class TrayHost {
     return comesTrue(loop, [this] { return !registrations.empty(); });
   }
 
-  /// Calls a method of the item that registered last, and waits for the answer.
+  /// Calls a method of the item that registered last. Waits for the answer and returns it.
   template <typename... Arguments>
   BusMessage call(const char* path, const char* callInterface, const char* member, const char* types,
                   Arguments... arguments) {
@@ -78,7 +78,7 @@ class TrayHost {
     return textOf(call(itemPath, "org.freedesktop.DBus.Properties", "Get", "ss", itemInterface, name));
   }
 
-  /// All properties of the item, by name.
+  /// Returns all properties of the item: the value of each, as text, by its name.
   std::map<std::string, std::string> properties() {
     const BusMessage all = call(itemPath, "org.freedesktop.DBus.Properties", "GetAll", "s", itemInterface);
     std::map<std::string, std::string> found;
@@ -95,7 +95,7 @@ class TrayHost {
     return found;
   }
 
-  /// The rows of the menu as "(id, {properties}, [children])".
+  /// Returns the rows of the menu, each as "(id, {properties}, [children])".
   std::vector<std::string> rows() {
     const BusMessage layout = call(menuPath, menuInterface, "GetLayout", "iias", 0, -1, 0);
     std::vector<std::string> found;
@@ -116,13 +116,13 @@ class TrayHost {
   /// Returns when all signals that the item has sent so far have arrived.
   void catchUp() { call(itemPath, "org.freedesktop.DBus.Peer", "Ping", ""); }
 
-  /// The signals since the last news(), once all have arrived.
+  /// Returns the signals since the last news(), after all signals that the item has sent have arrived.
   std::vector<std::string> news() {
     catchUp();
     return std::exchange(signals, {});
   }
 
-  /// Emits StatusNotifierHostRegistered.
+  /// Emits StatusNotifierHostRegistered, the signal of a tray that has just started.
   void announceHost() {
     must(sd_bus_emit_signal(bus, watcherPath, watcherName, "StatusNotifierHostRegistered", ""), "announce");
   }
@@ -154,7 +154,7 @@ class TrayHost {
 
   static int signalled(sd_bus_message* signal, void* data, sd_bus_error*) {
     const bool fromItem = sd_bus_message_get_path(signal) == std::string_view(itemPath);
-    // Hosts do not see a signal of another interface.
+    // A real host would not receive a signal of another interface.
     if (!sd_bus_message_is_signal(signal, fromItem ? itemInterface : menuInterface, nullptr)) return 0;
     const std::string arguments = textOf(BusMessage(sd_bus_message_ref(signal)));
     static_cast<TrayHost*>(data)->signals.push_back(sd_bus_message_get_member(signal) +

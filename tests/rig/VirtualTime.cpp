@@ -72,7 +72,7 @@ FakeLoop::FakeLoop(VirtualClock& givenClock, CallLog& givenLog)
     : clock(givenClock), log(givenLog), queue(std::make_unique<LoopQueue>(*this)) {}
 
 FakeLoop::~FakeLoop() {
-  // A job may hold the last reference to a controller, which still has a timer here.
+  // Destroys the jobs first: a job may hold the last reference to a controller, which owns a timer here.
   for (auto* const jobs : {&main, &worker}) std::exchange(*jobs, {});
   std::exchange(delayed, {});
 }
@@ -145,7 +145,7 @@ void FakeLoop::settle() {
   } while (runOneWorkerJob());
 }
 
-/// Fires one delayed job or timer that is due.
+/// Runs one delayed job or timer that is due. Returns false if nothing is due.
 bool FakeLoop::fireDue() {
   if (terminated) return false;
   const auto next = std::min_element(delayed.begin(), delayed.end(),

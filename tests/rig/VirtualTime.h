@@ -14,10 +14,10 @@
 
 namespace kestrune::testing {
 
-/// The calls of the fakes, in order.
+/// The calls that the fakes have received, in order.
 using CallLog = std::vector<std::string>;
 
-/// A clock that advances only when a test advances it, or when `sleep` is called.
+/// A clock that stands still. It advances only when a test advances it, or when `sleep` is called.
 class VirtualClock final : public Clock {
  public:
   Seconds awakeTime() const override { return awake; }
@@ -29,10 +29,10 @@ class VirtualClock final : public Clock {
     if (duration.count() > 0) awake += duration;
   }
 
-  /// Suspends the machine for `duration`.
+  /// Pretends that the machine was suspended for `duration`: the awake time does not advance.
   void suspend(Seconds duration) { asleep += duration; }
 
-  /// The calendar time at 0 of the other clocks.
+  /// The calendar time at which continuousTime() is 0, in seconds since 1970.
   std::int64_t calendarStart = 1'768'475'000;
 
  private:
@@ -40,7 +40,8 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// The main loop with its queues and timers, without threads. Jobs run only when a test calls an operation.
+/// A fake main loop with queues and timers, without threads. Jobs and timers run only while a test calls one
+/// of the functions below.
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
@@ -59,25 +60,26 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   // Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
-  // For tests
+  // For tests:
 
-  /// Runs the jobs of the main queue.
+  /// Runs jobs of the main queue until the queue is empty.
   void runMain();
-  /// Runs the main queue, due timers and due delayed jobs: all that the main thread does while a worker is
-  /// busy.
+  /// Runs the main queue, and the timers and delayed jobs that are due, as the main thread does while a
+  /// worker is busy.
   void serveMain();
-  /// Runs one job of a worker queue; false when there is none.
+  /// Runs one job of a worker queue. Returns false if there is no job.
   bool runOneWorkerJob();
-  /// Runs all jobs and timers that are due.
+  /// Runs all jobs of all queues, and the timers and delayed jobs that are due.
   void settle();
-  /// Advances the clock by `duration`, and runs all that becomes due on the way.
+  /// Advances the clock by `duration`, and runs everything that becomes due on the way.
   void advance(Seconds duration);
-  /// Suspends the machine for `duration`, then runs all that is due.
+  /// Pretends that the machine was suspended for `duration`, then runs everything that is due.
   void suspend(Seconds duration);
 
-  /// A job of the main queue, a delayed job, a tick of a timer, a job of a worker queue.
+  /// The kinds of steps: a job of the main queue, a delayed job, the action of a timer, a job of a worker
+  /// queue.
   enum class Step { main, delayed, tick, worker };
-  /// Called after each step.
+  /// Called after each step, with its kind.
   std::function<void(Step)> whenStepIsDone;
 
   bool isTerminated() const { return terminated; }

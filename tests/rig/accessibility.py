@@ -1,4 +1,4 @@
-"""What a screen reader can read on the screen, over AT-SPI."""
+"""A screen reader for tests: reads and presses what is on the screen, over AT-SPI (the accessibility bus)."""
 
 from contextlib import suppress
 
@@ -10,12 +10,12 @@ from rig.waiting import PATIENCE, Deadline
 STATES = {1: "active", 4: "checked", 7: "editable", 8: "enabled", 11: "focusable", 12: "focused", 24: "sensitive",
           25: "showing", 30: "visible", 41: "checkable"}
 
-WHILE = 200  # milliseconds
+WHILE = 200  # milliseconds between two checks of a condition
 
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 ROOT = "/org/a11y/atspi/accessible/root"
 REGISTRY = "org.a11y.atspi.Registry"
-# Cached by number. Qt gives this one a wrong name.
+# The names of roles, by number; role() adds names. Qt gives role 40 a wrong name.
 ROLES = {40: "password text"}
 
 
@@ -50,21 +50,21 @@ class ScreenReader:
         self.signals.append((sender, path, interface.rpartition(".")[2], name, parameters))
 
     def heard(self):
-        """All signals so far: sender, path, interface, name and values."""
+        """Returns all signals so far, each as sender, path, interface, name and values."""
         while self.context.iteration(False):
             pass
         return self.signals
 
     def wait(self, condition, what):
-        """The first true value of the condition. Checked after each signal, and every WHILE milliseconds, because not
-        every change has a signal."""
+        """Waits until the condition is true, and returns its value. Checks it after each signal and every WHILE
+        milliseconds, because not every change causes a signal."""
         deadline = Deadline()
         timer = GLib.timeout_source_new(WHILE)
         timer.set_callback(lambda *_: True)
         timer.attach(self.context)
         try:
             while True:
-                with suppress(GLib.Error, LookupError):  # the object may be gone, or not there yet
+                with suppress(GLib.Error, LookupError):  # the object may not exist any more, or not yet
                     if value := condition():
                         return value
                 if deadline.left() == 0:
@@ -77,18 +77,19 @@ class ScreenReader:
         return Node(self, REGISTRY, ROOT).children()
 
     def windows(self, pid=None):
-        """The windows of a process, or of all."""
+        """Returns the windows of a process, or all windows."""
         return [window for application in self.applications() if pid in (None, application.pid())
                 for window in application.children()]
 
     def window(self, name, pid=None):
-        """The window of that name, once it is active."""
+        """Waits until the window with this name is active, and returns it."""
         return self.wait(lambda: next((window for window in self.windows(pid)
                                        if window.name() == name and "active" in window.states()), None),
                          f"active window “{name}”")
 
     def told_of(self, role):
-        """A node of that role that a signal has reported as showing, also if it is in no listed window."""
+        """Waits for a signal that a node with this role is showing. Returns this node, even if no listed window
+        contains it."""
         def seen():
             for sender, path, kind, name, values in self.signals:
                 if (kind, name, values.unpack()[0]) == ("Object", "StateChanged", "showing"):
@@ -106,7 +107,7 @@ def call(bus, name, path, interface, method, arguments=None):
 
 
 class Node:
-    """An accessible object."""
+    """An accessible object of a program: a window or something in it."""
 
     def __init__(self, reader, bus, path):
         self.reader, self.bus, self.path = reader, bus, path
@@ -145,7 +146,7 @@ class Node:
         return {name for bit, name in STATES.items() if bits >> bit & 1}
 
     def is_shown(self):
-        with suppress(GLib.Error):  # it is gone
+        with suppress(GLib.Error):  # the object does not exist any more
             return "showing" in self.states()
         return False
 
@@ -153,7 +154,7 @@ class Node:
         return [Node(self.reader, *child) for child in self.ask(ACCESSIBLE, "GetChildren")[0]]
 
     def walk(self):
-        """All descendants, top to bottom."""
+        """Yields all descendants, top to bottom."""
         for child in self.children():
             yield child
             yield from child.walk()
@@ -162,7 +163,7 @@ class Node:
         return "visible" in self.states()
 
     def all(self):
-        """The visible descendants, top to bottom."""
+        """Returns the visible descendants, top to bottom."""
         return list(filter(Node.is_visible, self.walk()))
 
     def find(self, role, name=None):
@@ -178,7 +179,7 @@ class Node:
         return self.ask("org.a11y.atspi.Text", "GetText", "(ii)", 0, -1)[0]
 
     def place(self):
-        """Left, top, width and height on the screen."""
+        """Returns left, top, width and height on the screen."""
         return self.ask("org.a11y.atspi.Component", "GetExtents", "(u)", 0)[0]
 
     def focus(self):
@@ -189,12 +190,12 @@ class Node:
         self.reader.wait(lambda: "focused" in self.states(), "focus")
 
     def press(self):
-        """Calls its first action and ignores the answer: the window may close before it answers."""
+        """Calls the first action of the node. Does not wait for the answer: the window may close before it answers."""
         self.reader.bus.call(self.bus, self.path, "org.a11y.atspi.Action", "DoAction", GLib.Variant("(i)", (0,)),
                              None, Gio.DBusCallFlags.NONE, -1, None, None)
 
     def keys(self):
-        """Its keyboard shortcut."""
+        """Returns the keyboard shortcut of the node."""
         return self.ask("org.a11y.atspi.Action", "GetKeyBinding", "(i)", 0)[0]
 
     def wait(self, condition, what):

@@ -1,4 +1,4 @@
-"""Alerts on a desk, and what they answer."""
+"""Tests of alerts (windows with a message) on a Desk, and the events by which a window reports its answer."""
 
 from rig.asked import title_of
 from rig.desk import OnDesk
@@ -10,7 +10,7 @@ def answered(number, button, **fields):
 
 class Alerts(OnDesk):
     def opened(self, *requests, name=None):
-        """The program with these alerts, and the window of the last."""
+        """Starts the program and shows these alerts. Returns the program, and the window of the last alert."""
         program = self.program()
         program.show(*requests)
         return program, program.window(name or title_of(requests[-1]))

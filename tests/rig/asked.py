@@ -1,6 +1,6 @@
-"""What the client asks for."""
+"""Makes the requests that the client sends to KestruneMenuDialogs."""
 
-VERSION = 2  # of the protocol
+VERSION = 2  # the version of the protocol
 
 
 def alert(number, title="標題", text="內容", buttons=("好",), style="informational", view=None):
@@ -10,7 +10,7 @@ def alert(number, title="標題", text="內容", buttons=("好",), style="inform
 
 
 def title_of(request):
-    """The title of the window that it opens."""
+    """Returns the title of the window that the request opens."""
     return request["showAlert"]["alert"]["messageText"] if "showAlert" in request else "Kestrune"
 
 
@@ -39,7 +39,7 @@ def titled(title, content):
 
 
 def picture(*bitmaps, side=260, name="圖"):
-    """Each bitmap is rows of digits: 0 is black, 1 is white, 2 is red."""
+    """Makes a picture. Each bitmap is a list of rows of digits: 0 is black, 1 is white, 2 is red."""
     colours = [0, 0, 0, 255], [255, 255, 255, 255], [255, 0, 0, 255]
     return view("image", width=side, height=side, accessibilityLabel=name, image={
         "width": side, "height": side, "isTemplate": False, "bitmaps": [
@@ -58,7 +58,7 @@ def rows(*items):
 
 
 def menu(status="🟢 連線狀態：已連線", connection="stop", checked=True):
-    """The rows of the client's menu."""
+    """Makes the rows of the client's menu."""
     def label(number, title):
         return item(number, title, enabled=False)
     eighteenth = {"stop": item(18, "手動停止連線", "stopConnection", "x"),

@@ -1,4 +1,4 @@
-"""Buses of a test, and a monitor of their messages."""
+"""D-Bus daemons for a test, and a monitor that records their messages."""
 
 import signal
 import subprocess
@@ -11,7 +11,7 @@ from rig.processes import end_process, read_process
 from rig.waiting import Text, own
 from rig.wire import DAEMON, NAME, PATH, Connection, Listener, Refused, values
 
-# Without the service files of the machine.
+# The daemon does not read the service files of the machine.
 CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -29,7 +29,7 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 """
 
 PROPERTIES = "org.freedesktop.DBus.Properties"
-CLIENT = "the client"  # stands for the unique name of its connection; it owns no other name
+CLIENT = "the client"  # stands for the unique name of the client's connection; the client owns no other name
 ITEM = CLIENT, "/StatusNotifierItem", "org.kde.StatusNotifierItem"
 MENU = CLIENT, "/MenuBar", "com.canonical.dbusmenu"
 
@@ -37,7 +37,7 @@ STATUS_ROW, NETWORK_ROW = 2, 10
 
 
 class Bus:
-    """The session bus. Its address is in the environment of the session."""
+    """The session bus. Its address is put into the environment of the session."""
 
     variable = "DBUS_SESSION_BUS_ADDRESS"
 
@@ -77,7 +77,7 @@ class Bus:
         return (self.client(), *target[1:]) if target[0] == CLIENT else target
 
     def call(self, target, method, signature="", *arguments):
-        """The values of the answer, in a list."""
+        """Calls a method and returns the values of the answer, in a list."""
         return self.connection.ask(self.target(target), method, signature, *arguments)
 
     def get(self, target, name):
@@ -89,10 +89,10 @@ class Bus:
     def monitor(self):
         return Monitor(self)
 
-    # --- the client on it
+    # --- the client on this bus
 
     def rows(self):
-        """The rows of the exported menu: id to properties, in order."""
+        """Returns the rows of the exported menu in order, as a dictionary from id to properties."""
         _, (_, _, children) = self.call(MENU, "GetLayout", "iias", 0, -1, [])
         return {number: properties for number, properties, _ in children}
 
@@ -100,7 +100,7 @@ class Bus:
         self.call(MENU, "Event", "isvu", row, "clicked", GLib.Variant("i", 0), 0)
 
     def client(self):
-        """The unique name of the client's connection."""
+        """Returns the unique name of the client's connection. Raises Refused if there is none."""
         if not (self.found and self.has_owner(self.found)):
             self.found = next(filter(self.is_client, self.call(DAEMON, "ListNames")[0]), None)
         if not self.found:
@@ -116,7 +116,7 @@ class Bus:
         return self.call(DAEMON, "NameHasOwner", "s", name)[0]
 
     def wait_for_client(self, besides=None):
-        """Its unique name, once it is on the bus; `besides` is the name of another client."""
+        """Waits until a client is on the bus, and returns its unique name. Ignores the client named `besides`."""
         def found():
             with suppress(Refused):
                 return self.client() if self.client() != besides else None
@@ -127,8 +127,8 @@ class Bus:
         self.wait_for_change(lambda: self.has_owner(name))
 
     def wait_for_change(self, condition):
-        """The first true value of the condition, checked after each NameOwnerChanged."""
-        # Listen first, so that no signal is missed.
+        """Waits until the condition is true, and returns its value. Checks it after each NameOwnerChanged."""
+        # Start to listen before the first check, so that no signal is missed.
         with self.monitor() as traffic:
             changes = 0
             while not (found := condition()):
@@ -142,7 +142,7 @@ class SystemBus(Bus):
 
 
 class Monitor(Listener):
-    """Records all messages on the bus from now on."""
+    """Records all messages that are sent over the bus from now on."""
 
     def __init__(self, bus):
         connection = Connection(bus)
@@ -160,24 +160,25 @@ class Monitor(Listener):
         return (message.get_member(), values(message)) if message.get_member() else None
 
     def said(self, member, condition=lambda data: True):
-        """The arguments of all calls and signals of that name."""
+        """Returns the arguments of each recorded call or signal with this name."""
         return [data for name, data in list(self.kept) if name == member and condition(data)]
 
     def wait_for(self, member, condition=lambda data: True, count=1):
-        """The arguments of the message of that number, counted from 1. It may have been sent already."""
+        """Waits for message number `count` (from 1) with this name, and returns its arguments. Earlier messages
+        count."""
         return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
 
     def labels(self, number):
-        """The labels that a row of the menu has had, in order."""
+        """Returns all labels that a row of the menu was changed to, in order."""
         return [properties["label"] for updated, _ in self.said("ItemsPropertiesUpdated")
                 for row, properties in updated if row == number and "label" in properties]
 
     def wait_for_label(self, number, label):
-        """Waits until the row has that label."""
+        """Waits until the row has this label."""
         self.wait(lambda: self.labels(number)[-1:] == [label], f"row {number} with {label}")
 
     def wait_for_status(self, status):
-        """Waits until row 2 has that label and the network is known: the rest of a start does not change it again."""
+        """Waits until row 2 has this label and the network is known. Then the start does not change the label again."""
         self.wait(lambda: self.labels(STATUS_ROW)[-1:] == [status] and self.labels(NETWORK_ROW), status)
 
     def wait_for_notification(self, title, text):

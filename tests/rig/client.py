@@ -1,4 +1,4 @@
-"""The running client, and what its terminal face prints."""
+"""The running client, and the menus and windows that its terminal face (the user interface in a terminal) prints."""
 
 import os
 import re
@@ -17,7 +17,7 @@ RECONNECTING = "🟡 連線狀態：正在重新連線…"
 NETWORK_NOT_KNOWN = "目前網路：未知網路"
 DISABLED = "🟡 連線狀態：已停用，不會啟動背景服務"
 
-NO_BUS = ""  # the terminal face prints no such line
+NO_BUS = ""  # without a bus, the terminal face prints nothing
 NO_DESKTOP = "; where there is no desktop, use --terminal\n"
 NO_BUS_FOR_THE_TRAY = ("KestruneMenuClient: no session bus (No such file or directory): "
                        "going on without it" + NO_DESKTOP)
@@ -34,7 +34,7 @@ class Row:
 
 
 class Menu:
-    """What the menu says after it was printed, or on a terminal only what had changed."""
+    """One printed menu. On a terminal, only changed rows are printed; the other rows are those of the menu `before`."""
 
     ROWS = r"((?:[ \d]\d  [^\n]*\n)+)"
     PATTERN = re.compile(rf"\n([^\n]*)\n─{{28}}\n{ROWS}|\n(?:(Kestrune[^\n]*)\n)?{ROWS}列號或按鍵> ")
@@ -45,7 +45,7 @@ class Menu:
         self.rows = {**(before.rows if changed else {}),
                      **{row.number: row for row in map(Row, (rows or changed).splitlines())}}
         self.status = self.rows[2].title
-        self.last = match.end(2 if rows else 4) - 1  # the position of its last character
+        self.last = match.end(2 if rows else 4) - 1  # the position of the last character of this menu
 
     @classmethod
     def all_in(cls, text):
@@ -56,7 +56,7 @@ class Menu:
 
 
 class Window(NamedTuple):
-    """The texts of a window, in a terminal, on the screen or in a notification."""
+    """The texts of a window that is shown in a terminal, on the screen or as a notification."""
 
     title: str
     text: str
@@ -70,7 +70,7 @@ class Window(NamedTuple):
 
 
 class Client:
-    """The running program."""
+    """A running process of the client."""
 
     def __init__(self, command, terminal=None, **options):
         self.started = time.monotonic()
@@ -80,7 +80,7 @@ class Client:
         if terminal is not None:
             self.input, output = os.dup(terminal), terminal
         self.output, self.errors = [descriptor and Text(descriptor) for descriptor in (output, errors)]
-        self.seen = 0  # menus that next_menu() has returned
+        self.seen = 0  # the number of menus that next_menu() has returned
         self.windows_seen = 0
 
     def close(self):
@@ -99,7 +99,7 @@ class Client:
         self.input = None
 
     def hang_up(self):
-        """Closes the terminal."""
+        """Closes the terminal in which the client runs."""
         self.close_input()
         self.output.close()
         self.output = None
@@ -121,32 +121,33 @@ class Client:
         return windows[0]
 
     def menu_with(self, number, title):
-        """The next menu in which the row has that title."""
+        """Waits for the next menu in which the row has this title, and returns the menu."""
         while (menu := self.next_menu()).rows[number].title != title:
             pass
         return menu
 
     def first_check(self):
-        """The menu with the result of the first check."""
+        """Waits for the menu with the result of the first check, and returns it."""
         first = self.next_menu()
         assert first.status == CHECKING, first.status
-        # The network may be known earlier, and cause a reconnect.
+        # A reconnect comes first if the network is known before the first check is done.
         while (menu := self.next_menu()).status == RECONNECTING:
             pass
         return menu
 
     def checked(self):
-        """The menu at the end of a start: after the first check, and the reconnect that follows when the network is
-        known. The check of that reconnect may still run; it prints nothing if its result is the same."""
+        """Waits for the end of a start and returns the menu: after the first check, and the reconnect that follows when
+        the network is known. The check of this reconnect may still run, but prints nothing if its result is the
+        same."""
         menu = self.first_check()
         while menu.status == RECONNECTING or menu.rows[10].title == NETWORK_NOT_KNOWN:
             menu = self.next_menu()
         return menu
 
     def assert_only_started(self, status):
-        """Only the menus of a start were printed."""
+        """Checks that only the menus of a start were printed."""
         printed = [menu.status for menu in self.menus()]
-        # The first check and the reconnect come in any order. Not every state is printed.
+        # The first check and the reconnect come in any order, and not every state is printed.
         assert printed in ([CHECKING, RECONNECTING, status], [CHECKING, status, RECONNECTING, status],
                            [CHECKING, status]), printed
 
@@ -163,7 +164,7 @@ class Client:
         self.process.send_signal(number)
 
     def status(self, seconds=PATIENCE):
-        """The exit status, once the program has ended."""
+        """Waits until the program has ended, and returns its exit status."""
         return self.process.wait(seconds)
 
     def quit(self):

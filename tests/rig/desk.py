@@ -1,4 +1,4 @@
-"""A session with a screen and a screen reader, and KestruneMenuDialogs."""
+"""A session with a screen and a screen reader, and KestruneMenuDialogs in it."""
 
 import json
 import os
@@ -25,7 +25,7 @@ class Desk(Session):
 
 
 class OnDesk(unittest.TestCase):
-    """Tests that share a desk, and start KestruneMenuDialogs on it."""
+    """Base class for tests that share a desk and start KestruneMenuDialogs on it."""
 
     width, height = 1280, 900
 
@@ -35,7 +35,7 @@ class OnDesk(unittest.TestCase):
         cls.screen, cls.reader = cls.desk.screen, cls.desk.reader
 
     def colours(self, *place):
-        """The colours in a part of the screen."""
+        """Returns the set of colours in a part of the screen."""
         return self.screen.picture(Rectangle(*place)).pixels()
 
     def program(self, *arguments, **options):
@@ -43,7 +43,7 @@ class OnDesk(unittest.TestCase):
 
 
 class Program:
-    """KestruneMenuDialogs, with the test in place of the client."""
+    """A running KestruneMenuDialogs. The test takes the place of the client."""
 
     def __init__(self, desk, *arguments, **options):
         self.process = desk.spawn(PROGRAM, *arguments, **{
@@ -68,7 +68,7 @@ class Program:
                 line = line[self.process.stdin.write(line):]
 
     def event(self):
-        """The next event; None at the end of the output."""
+        """Waits for the next event and returns it. Returns None at the end of the output."""
         deadline = Deadline()
         while b"\n" not in self.begun:
             if not select.select([self.process.stdout], [], [], deadline.left())[0]:
@@ -91,18 +91,18 @@ class Program:
             assert shown == {"shown": {"id": request.get("showAlert", {}).get("id", 0)}}, shown
 
     def window(self, name):
-        """The window of that name, once it has the keyboard."""
+        """Waits until the window with this name has the keyboard, and returns it."""
         return self.desk.reader.window(name, self.process.pid)
 
     def end_input(self):
         self.process.stdin.close()
 
     def status(self):
-        """The exit status. No event may be left."""
+        """Waits for the end of the program, and returns its exit status. Fails if an event is left."""
         left = self.event()
         assert left is None, left
         return self.process.wait(PATIENCE)
 
     def complaint(self):
-        """Its standard error, once it has ended."""
+        """Waits for the end of the program, and returns its standard error."""
         return self.process.stderr.read().decode()

@@ -1,4 +1,4 @@
-"""The terminal face, answered line by line."""
+"""A dialogue with the terminal face (the user interface in a terminal), line by line."""
 
 import unittest
 
@@ -13,23 +13,23 @@ OKAY = "[1] 好  \n"
 class Dialogue(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # As systemctl prints nothing for units that it knows.
+        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
         self.session.program("systemctl", "exit 0\n")
         self.session.stub_backend(COUNTING_BACKEND)
-        # Without auto-connect the client runs no command by itself.
+        # While auto-connect is off, the client runs no command by itself.
         self.session.prefer(SWITCHED_OFF)
         self.env = self.session.repo / ".env"
         self.read = 0
 
     def start(self, text=None, **options):
-        """Starts a client on pipes, with this text in .env."""
+        """Starts a client on pipes. If `text` is given, .env contains it."""
         if text is not None:
             self.env.write_text(text)
         self.client = self.session.terminal(**options)
         self.read = 0
 
     def expect(self, words):
-        """Waits for these words in the unread output. Returns the output before them."""
+        """Waits for these words in the output since the last call. Returns what was printed before these words."""
         output = self.client.output
         at = output.wait(lambda text: text.find(words, self.read) + 1, f"“{words}”") - 1
         before, self.read = output.so_far[self.read:at], at + len(words)
@@ -44,14 +44,14 @@ class Dialogue(unittest.TestCase):
         self.expect("> ")
 
     def fill_in(self, *fields):
-        """Types into the first fields of the settings, and keeps the others."""
+        """Types into the first fields of the settings, and leaves the other fields as they are."""
         self.open_settings()
         for line in [*fields, "", "", "", ""][:4]:
             self.ask(line, "> ")
         self.ask(fields[4] if len(fields) > 4 else "", BUTTONS)
 
     def assertWindow(self, window):
-        """Waits for the window, and closes it."""
+        """Waits until the window is printed, and closes the window."""
         self.expect(f"\n{'⚠' if window.warns else 'ℹ'} {window.title}\n{RULE}\n{window.text}\n\n{OKAY}")
         self.client.type("1")
 

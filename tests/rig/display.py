@@ -1,4 +1,4 @@
-"""An Xvfb screen: pictures of it, and mouse and keyboard."""
+"""An Xvfb screen, pictures of it, and a mouse and a keyboard for it."""
 
 import os
 import random
@@ -12,7 +12,7 @@ from rig.processes import end_process
 from rig.waiting import Deadline, Text, own
 
 WIDTH, HEIGHT = 1280, 1000
-# Seconds; a window manager that prints nothing for so long is asked again.
+# Seconds. A window manager that prints nothing for so long gets the request again.
 ANSWER = 0.1
 
 
@@ -35,7 +35,7 @@ class Rectangle:
 
 @dataclass
 class Picture:
-    """Part of the screen: three bytes for each pixel."""
+    """A picture of a part of the screen: three bytes for each pixel."""
 
     width: int
     data: bytes
@@ -44,15 +44,15 @@ class Picture:
         return {tuple(self.data[at:at + 3]) for at in range(0, len(self.data), 3)}
 
     def coloured(self):
-        """Whether a pixel is not grey."""
+        """Returns whether at least one pixel is not grey."""
         return any(max(pixel) - min(pixel) > 60 for pixel in self.pixels())
 
     def shades(self):
-        """The lightness of all pixels, the darkest first."""
+        """Returns the lightness of all pixels, the darkest first."""
         return sorted(sum(pixel) / 3 for pixel in self.pixels())
 
     def bands(self):
-        """The number of parts above each other that lines of background separate."""
+        """Counts the horizontal bands that are separated by lines of background, such as the rows of a menu."""
         line = self.width * 3
         background = self.data[:3] * self.width
         blank = [self.data[at:at + line] == background for at in range(0, len(self.data), line)]
@@ -64,14 +64,15 @@ class Screen:
         self.session = session
         self.whole = Rectangle(0, 0, width * scale, height * scale)
         self.scale = scale
-        # Random: Xvfb keeps its keyboard map for a moment in a shared folder, under the display number.
+        # Random, because Xvfb keeps its keyboard map for a moment in a shared folder, under the display number.
         self.name = f":{random.randrange(100, 60000)}"
         session.environment["DISPLAY"] = self.name
         session.callback(self.close)
         self.start()
 
     def start(self):
-        # Only an abstract socket, which belongs to the network namespace, and no lock file in a shared folder.
+        # Xvfb listens only at an abstract socket, which belongs to the network namespace, and makes no lock file in a
+        # shared folder. So it cannot collide with another Xvfb.
         self.server = self.session.spawn(
             "Xvfb", self.name, "-displayfd", "1", "-nolock", "-nolisten", "tcp", "-nolisten", "unix", "-noreset",
             "-screen", "0", f"{self.whole.width}x{self.whole.height}x24", stdout=subprocess.PIPE)
@@ -92,10 +93,10 @@ class Screen:
         self.events = None
 
     def run(self, *command, **options):
-        """The output of a program on this screen."""
+        """Runs a program on this screen, and returns its output."""
         return self.session.output_of(*command, env={**self.session.environment, "DISPLAY": self.name}, **options)
 
-    # --- what is on it
+    # --- what the screen shows
 
     def picture(self, rectangle):
         data = self.run("import", "-silent", "-window", "root", "-crop", str(rectangle), "-depth", "8", "rgb:-")
@@ -105,18 +106,18 @@ class Screen:
         self.run("import", "-silent", "-window", "root", "-crop", str(rectangle), "+repage", "-strip", str(path))
 
     def screenshot(self, name):
-        """Saved in the folder KESTRUNE_SCREENSHOTS, if that is set."""
+        """Saves a picture of the screen in the folder KESTRUNE_SCREENSHOTS, if this variable is set."""
         if folder := os.environ.get("KESTRUNE_SCREENSHOTS"):
             self.save(self.whole, Path(folder) / f"{name}.png")
 
     def scan(self, rectangle):
-        """The text of the QR code there; empty without one."""
+        """Returns the text of the QR code in the rectangle, or "" if there is none."""
         picture = self.session.root / "scanned.png"
         self.save(rectangle, picture)
         return scan(self.session, picture)
 
     def wait_for_picture(self, rectangle, condition, what):
-        """Polls, because there is no event for a finished drawing."""
+        """Takes pictures until the condition is true, because no event reports a finished drawing."""
         deadline = Deadline()
         while not condition(picture := self.picture(rectangle)):
             if deadline.left() == 0:
@@ -133,7 +134,7 @@ class Screen:
         self.events.wait(lambda _: self.has_happened("UnmapNotify", window), f"end of {window}")
 
     def geometry(self, window):
-        """The place of a window, given by its id."""
+        """Returns the place of the window with this id."""
         shell = self.run("xdotool", "getwindowgeometry", "--shell", str(int(window, 0))).decode()
         values = dict(line.split("=") for line in shell.splitlines())
         return Rectangle(*(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")))
@@ -150,7 +151,7 @@ class Screen:
         self.run("xdotool", "key", *names)
 
     def type(self, text):
-        # Through a pipe: a secret must not appear in a command line.
+        # The text goes through a pipe, because a secret must not appear in a command line.
         self.run("xdotool", "type", "--delay", "0", "--file", "-", stdin=None, input=text.encode())
 
     def start_manager(self):
@@ -158,8 +159,8 @@ class Screen:
         watcher = self.session.spawn("xprop", "-root", "-spy", stdout=subprocess.PIPE)
         descriptor = own(watcher.stdout)
         self.session.spawn("openbox", "--sm-disable")
-        # It announces itself before it handles requests, and may leave an early request unhandled. So wait until it has
-        # handled one.
+        # The window manager announces itself before it handles requests, and may never handle an early request. So this
+        # repeats a request until the window manager has handled it.
         deadline, said = Deadline(), b""
         while b"_NET_NUMBER_OF_DESKTOPS(CARDINAL) = 2" not in said:
             if deadline.left() == 0:

@@ -1,7 +1,7 @@
 """Runs a script in process and network namespaces of its own.
 
-At its end the client stops a backend by patterns of command lines and by ports: it must never see the processes and
-ports of the machine. Scripts can run at the same time, because their displays and buses cannot collide.
+When the client ends, it stops processes that it finds by their command lines and ports. In the namespaces it cannot
+find processes of the machine. Scripts can run at the same time, because their displays and buses cannot collide.
 """
 
 import os
@@ -11,37 +11,38 @@ import sys
 import unittest
 
 MARK = "KESTRUNE_TEST_ISOLATED"
-SKIPPED = 77  # as CMake knows it
+SKIPPED = 77  # the exit status that CMake counts as skipped
 
 
 def main():
-    """Stands for `unittest.main()`."""
+    """Replaces `unittest.main()`."""
     run(lambda: unittest.main(verbosity=2))
 
 
 def run(work):
-    """Starts the script again in the namespaces, does the work there, and exits with its status."""
+    """Starts the script again in the namespaces, runs `work` there, and exits with the status of `work`."""
     if os.environ.pop(MARK, None) is None:
         enter()
     if os.getpid() != 1:
         sys.exit(f"{MARK} is set, but this is not the first process of a namespace")
-    # A shell in the background, or nohup, may have them ignored.
+    # These signals are ignored if the script was started in the background of a shell, or by nohup.
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_DFL)
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     worker = os.fork()
     if worker == 0:
         sys.exit(work())
-    # Orphans become children of the first process, which has to reap them.
+    # Orphans become children of this process, the first in the namespace, which has to reap them.
     while True:
         pid, status = os.wait()
         if pid == worker:
-            # The end of the first process is the end of all others.
+            # When the first process ends, the kernel kills all others of the namespace.
             os._exit(0 if status == 0 else 1)
 
 
 def enter():
-    """Skips the script where the machine refuses the namespaces; with KESTRUNE_NO_SKIPS it fails."""
+    """Replaces this process by the same script in the namespaces. Where the machine refuses them, the script is
+    skipped; with KESTRUNE_NO_SKIPS it fails."""
     namespaces = ["--pid", "--net", "--mount", "--ipc", "--fork", "--kill-child", "--mount-proc"]
     for as_root in ([], ["--user", "--map-root-user"]):
         unshare = ["unshare", *as_root, *namespaces, "--"]

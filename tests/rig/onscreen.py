@@ -1,4 +1,4 @@
-"""The tray face on a desk, whose windows are read and pressed over AT-SPI."""
+"""Tests of the tray face (the user interface in the tray) on a Desk. Windows are read and pressed over AT-SPI."""
 
 import unittest
 
@@ -15,14 +15,14 @@ class OnScreen(unittest.TestCase):
         cls.session = Desk(cls)
         cls.bus, cls.screen, cls.reader = cls.session.bus, cls.session.screen, cls.session.reader
         cls.traffic = cls.bus.monitor()
-        # As systemctl prints nothing for units that it knows.
+        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
         cls.session.program("systemctl", "exit 0\n")
         cls.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
         cls.session.find_programs_first()
 
     @classmethod
     def start(cls, switched_off=False, **options):
-        """Starts a client with the counting backend, and waits until it runs no command by itself."""
+        """Starts a client with the counting backend, and waits until the client runs no more commands by itself."""
         cls.session.stub_backend(COUNTING_BACKEND)
         if switched_off:
             cls.session.prefer(SWITCHED_OFF)
@@ -34,7 +34,7 @@ class OnScreen(unittest.TestCase):
 
     @classmethod
     def end_windows(cls):
-        """A window that a failing test leaves would disturb the other tests."""
+        """Ends all windows: a window that a failing test has left open would disturb the next tests."""
         for pid in cls.windows():
             end_process(pid)
 
@@ -42,7 +42,7 @@ class OnScreen(unittest.TestCase):
         return self.reader.window(title)
 
     def read(self, title):
-        """The texts of the window of that title, and the window."""
+        """Waits for the window with this title. Returns the texts of the window, and the window."""
         window = self.window(title)
         self.assertEqual(window.names("push button"), ["好"])
         [sign] = window.names("graphic")
@@ -54,7 +54,7 @@ class OnScreen(unittest.TestCase):
         wait_for_end(pid)
 
     def assertShows(self, expected):
-        """Waits for the window, and closes it."""
+        """Waits for the window, compares its texts, and closes the window."""
         shown, window = self.read(expected.title)
         self.assertEqual(shown, expected)
         self.choose(window)
@@ -72,7 +72,7 @@ class OnScreen(unittest.TestCase):
 
     @staticmethod
     def windows():
-        """Ids of the processes that show windows."""
+        """Returns the ids of the processes that show windows."""
         return processes_of("KestruneMenuDialogs")
 
     @staticmethod

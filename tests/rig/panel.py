@@ -1,4 +1,4 @@
-"""A real desktop panel with a tray on it."""
+"""The panel of a real desktop, with a tray in it."""
 
 import re
 import shutil
@@ -8,7 +8,7 @@ from rig.processes import end_process
 
 PANEL_HEIGHT = 32
 
-# One panel at the upper edge with nothing but a tray.
+# Settings for one panel at the upper edge, which contains nothing but a tray.
 CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
   <property name="configver" type="int" value="2"/>
@@ -35,7 +35,7 @@ CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
 """
 SETTINGS_SERVICE = "/usr/share/dbus-1/services/org.xfce.Xfconf.service"
 
-# Of the client's menu, with separators.
+# The number of rows in the client's menu, including separators.
 ROWS = 29
 
 WATCHER = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher"
@@ -52,7 +52,7 @@ class Panel:
         (folder / "xfce4-panel.xml").write_text(CHANNEL.format(size=PANEL_HEIGHT, dark=str(dark).lower()))
         session.environment.update({
             "GDK_SCALE": str(screen.scale),
-            "PANGO_LANGUAGE": "zh_TW",  # chooses the forms of Chinese characters
+            "PANGO_LANGUAGE": "zh_TW",  # chooses how Chinese characters are drawn
         })
         side = PANEL_HEIGHT * screen.scale
         self.icon = Rectangle(0, 0, side, side)
@@ -76,12 +76,12 @@ class Panel:
         return self.items()
 
     def wait_for_icon(self, coloured):
-        """Waits until the icon is shown, coloured or grey."""
+        """Waits until the icon is shown, in colour or in grey."""
         self.screen.wait_for_picture(
             self.icon, lambda picture: len(picture.pixels()) > 8 and picture.coloured() == coloured, "the icon")
 
     def open_menu(self):
-        """Clicks on the icon, and waits until all rows are drawn. Returns the window of the menu."""
+        """Clicks on the icon, and waits until all rows are drawn. Returns the id of the menu's window."""
         so_far = len(self.screen.events.so_far)
         self.screen.click(*self.icon.centre())
         window = self.wait_for_popup(so_far)
@@ -89,15 +89,15 @@ class Panel:
         return window
 
     def wait_for_popup(self, after=0):
-        """The window of the menu that opens, from the events after that position."""
-        # Windows by which a toolkit grabs the keyboard have negative coordinates.
+        """Waits for a menu that opens after this position in the screen's events. Returns the id of its window."""
+        # Ignores windows at negative coordinates, which toolkits use to grab the keyboard.
         placed = r"ConfigureNotify event.*\n.*, window (0x\w+), \(\d+,\d+\), width"
         mapped = r"MapNotify event.*\n.*, window \1, override YES"
         popup = re.compile(f"{placed}.*?{mapped}", re.DOTALL)
         return self.screen.events.wait(lambda text: popup.search(text, after), "menu on the screen").group(1)
 
     def rows(self, window):
-        """The place of the menu without its border."""
+        """Returns the place of the menu without its border."""
         return self.screen.geometry(window).within(4 * self.screen.scale)
 
     def wait_for_rows(self, window):

@@ -1,4 +1,4 @@
-"""The processes and ports of the namespace that a test runs in."""
+"""The processes and listening ports of the namespace in which a test runs."""
 
 import os
 import select
@@ -18,31 +18,31 @@ def read_process(pid, name):
 
 
 def process_state(pid):
-    """The letter of the process's state; empty without such a process."""
+    """Returns the letter of the process's state, or b"" if there is no such process."""
     return read_process(pid, "stat").rpartition(b") ")[2][:1]
 
 
 def running():
-    """Ids of the processes of the namespace, without zombies."""
-    # By their state: during execve a process has no command line.
+    """Returns the ids of all processes of the namespace that are not zombies."""
+    # Looks at the state, because a process that calls execve has no command line for a moment.
     return [int(name) for name in os.listdir("/proc")
             if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
 
 
 def program_of(pid):
-    """The path of the program that the process runs; empty if the process has ended."""
+    """Returns the path of the program that the process runs, or "" if the process has ended."""
     with suppress(OSError):
         return os.readlink(f"/proc/{pid}/exe")
     return ""
 
 
 def processes_of(name):
-    """Ids of the processes that run a program of that name, also if it was replaced meanwhile."""
+    """Returns the ids of the processes that run a program of this name, even if its file was replaced since."""
     return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
 
 
 def memory(pid, name):
-    """Bytes of that kind, such as VmRSS, as the kernel counts them."""
+    """Returns the bytes of one kind of memory, such as VmRSS, as the kernel counts them."""
     for line in read_process(pid, "status").decode().splitlines():
         if line.startswith(name + ":"):
             return int(line.split()[1]) << 10

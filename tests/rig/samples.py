@@ -1,4 +1,4 @@
-"""Memory, descriptors, threads and children of the client."""
+"""Samples of the client's memory, descriptors, threads and children."""
 
 import contextlib
 import os
@@ -6,11 +6,11 @@ import threading
 
 from rig.processes import read_process
 
-SAMPLES = 2.0  # seconds between two
+SAMPLES = 2.0  # seconds between two samples
 
 
 class Kept:
-    """One sample."""
+    """One sample of a process."""
 
     names = "PSS, kB", "RSS, kB", "private, kB", "descriptors", "threads", "children", "of them zombies"
     bounded, flat = names[1:3], names[3:]
@@ -21,7 +21,7 @@ class Kept:
         self.memory = [sizes[name] for name in ("Pss:", "Rss:", "Private_Dirty:")]
         states = []
         for each in filter(str.isdigit, os.listdir("/proc")):
-            # The name before it, in brackets, may have spaces.
+            # Skip the name of the process: it is in brackets and may contain spaces.
             fields = read_process(each, "stat").decode().rpartition(")")[2].split()
             if fields and int(fields[1]) == pid:
                 states.append(fields[0])
@@ -33,7 +33,7 @@ class Kept:
 
 
 class Sampler(threading.Thread):
-    """Takes samples all the time, and keeps the maximum of each value."""
+    """A thread that takes samples all the time, and keeps the maximum of each value."""
 
     def __init__(self, pid):
         super().__init__(daemon=True)
@@ -44,7 +44,7 @@ class Sampler(threading.Thread):
 
     def run(self):
         while not self.enough.wait(SAMPLES):
-            with contextlib.suppress(OSError, KeyError):  # it has ended, which others notice
+            with contextlib.suppress(OSError, KeyError):  # the process has ended; others report that
                 self.most = list(map(max, self.most, Kept(self.pid).values()))
                 self.count += 1
 

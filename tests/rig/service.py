@@ -1,6 +1,6 @@
-"""Records of the command lines and environments of shells and of curl, in which no secret may appear."""
+"""Records the command lines and environments of login shells and of curl. No secret may appear in these records."""
 
-# Must appear in no arguments and no environment.
+# A secret for tests, which must not appear in any command line or environment.
 SECRET = "5eCret-w0rd"
 
 LOG_OF_SHELLS = """
@@ -13,11 +13,11 @@ exec /usr/bin/curl "$@"
 
 
 def note_what_shells_see(session):
-    """Returns the file to which each login shell writes its arguments and environment."""
+    """Makes each login shell write its command line and environment to a file. Returns the file."""
     session.profile.write_text(session.profile.read_text() + LOG_OF_SHELLS)
     return session.home / "seen"
 
 
 def stand_in_curl(session):
-    """Makes each curl do the same."""
+    """Makes each curl write its command line and environment to the same file."""
     session.program("curl", CURL.format(home=session.home))

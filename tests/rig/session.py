@@ -1,4 +1,4 @@
-"""A user's session in a temporary folder: a home, a backend, and the client that is under test."""
+"""A user's session in a temporary folder: a home, a backend, and the client under test."""
 
 import contextlib
 import json
@@ -20,10 +20,10 @@ BUILD = Path(os.environ["KESTRUNE_BUILD"])
 SOURCE = Path(os.environ["KESTRUNE_SOURCE"])
 PROGRAM = BUILD / "KestruneMenuClient"
 
-# Seconds until a killed process has ended.
+# The longest time in seconds that a killed process may take to end.
 MOMENT = 5.0
 
-# Each report differs from the one before.
+# Counts the reports, so that each report differs from the one before.
 COUNT = """
 if [[ $1 == status ]]; then
     echo again >> "$HOME/count"
@@ -43,7 +43,7 @@ REPORTING_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 echo '[OK] Mac service: 好'
 """
-# Prints the line that the test writes to the gate.
+# A backend whose status command prints the line that the test writes to the gate.
 GATED_BACKEND = """
 [[ $1 == status ]] || exit 0
 echo "status asked" > "$HOME/events"
@@ -51,7 +51,7 @@ read -r report < "$HOME/gate"
 echo "$report"
 [[ $report != FAIL* ]]
 """
-# In place of lsof: blocks the stop twice, once for each port.
+# A replacement for lsof, which the stop script calls twice, once for each port. Each call waits for the gate.
 HELD_UP_STOP = """
 echo "stopping" > "$HOME/events"
 read -r < "$HOME/gate"
@@ -61,13 +61,13 @@ SWITCHED_OFF = '{"autoConnectEnabled": false}'
 
 
 def counted(number):
-    """The row of the menu that shows the report of that number, and its title."""
+    """Returns the row of the menu that shows the report with this number, and the title of this row."""
     return 4, f"Codex：OK {number}"
 
 
 class Session(contextlib.ExitStack):
-    """Everything in it ends with the test, or the class of tests, that it is made for; without one, when the caller
-    leaves it as a context manager."""
+    """The session ends with the test, or the class of tests, for which it is made. If `test` is None, the caller uses
+    the session as a context manager."""
 
     def __init__(self, test=None):
         super().__init__()
@@ -92,18 +92,18 @@ class Session(contextlib.ExitStack):
             "XDG_RUNTIME_DIR": str(self.runtime),
             "KESTRUNE_REPO_PATH": str(self.repo),
             "GSETTINGS_BACKEND": "memory",
-            "NO_AT_BRIDGE": "1",  # GTK programs stay out of the accessibility bus
+            "NO_AT_BRIDGE": "1",  # keeps GTK programs off the accessibility bus
             "QT_ACCESSIBILITY": "1",
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
         }
-        # Options of sanitizers.
+        # Passes on the options of sanitizers.
         self.environment |= {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
-        # A socket that accepts connections and never answers: no test may reach the bus of the machine.
+        # A socket in place of the machine's system bus, which no test may reach. It never answers.
         system_bus = self.enter_context(socket.socket(socket.AF_UNIX))
         system_bus.bind(str(self.runtime / "system_bus"))
         system_bus.listen()
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + quote(str(self.runtime / "system_bus"))
-        # A login shell resets PATH, so the profile of the user has to extend it.
+        # A login shell resets PATH, so the profile of the user has to extend PATH.
         self.profile = self.home / ".bash_profile"
         self.profile.write_text('PATH="$HOME/bin:$PATH"\n')
         self.copy_backend(self.repo)
@@ -121,7 +121,7 @@ class Session(contextlib.ExitStack):
     def end_all(self):
         for client in self.clients:
             client.close()
-        # Repeat until there are none: a process may start another meanwhile.
+        # Repeats this until no process is left, because a process may start another one in the meantime.
         while pids := self.processes():
             for pid in pids:
                 end_process(pid)
@@ -132,30 +132,30 @@ class Session(contextlib.ExitStack):
     # --- programs
 
     def start(self, *arguments, program=PROGRAM, through=(), environment=None, **options):
-        """Starts the client, if given through another program."""
+        """Starts the client. If `through` is given, this other program starts the client."""
         ordinary = {"cwd": self.home, "env": {**self.environment, **(environment or {})},
                     "stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
         self.clients.append(Client([*through, program, *arguments], **{**ordinary, **options}))
         return self.clients[-1]
 
     def terminal(self, **options):
-        """Starts the client's terminal face on pipes."""
+        """Starts the client with the terminal face (the user interface in a terminal), on pipes."""
         return self.start("--terminal", **options)
 
     def real_terminal(self, **options):
-        """Starts the client's terminal face in a pseudo-terminal."""
+        """Starts the client with the terminal face, in a pseudo-terminal."""
         near, far = pty.openpty()
         client = self.start("--terminal", through=["setsid", "--ctty"], terminal=near, stdin=far, stdout=far, **options)
         os.close(far)
         return client
 
     def run(self, *arguments, **options):
-        """Starts the client and waits for its end: exit status, output, errors."""
+        """Starts the client and waits for its end. Returns its exit status, output and errors."""
         client = self.start(*arguments, **{"stdin": subprocess.DEVNULL, **options})
         return client.status(), client.output.all(), client.errors.all()
 
     def spawn(self, *command, environment=None, **options):
-        """Starts another program of the session. A variable of the environment that is None is unset."""
+        """Starts another program of the session. Variables that are None in `environment` are unset."""
         changed = {**self.environment, **(environment or {})}
         ordinary = {"env": {name: value for name, value in changed.items() if value is not None}, "cwd": self.home,
                     "bufsize": 0, "stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
@@ -169,29 +169,29 @@ class Session(contextlib.ExitStack):
                                           "check": True, "capture_output": True, "timeout": PATIENCE, **options}).stdout
 
     def program(self, name, text):
-        """Puts a script on the PATH of login shells."""
+        """Puts a script into a folder on the PATH of login shells."""
         write_script(self.bin / name, text)
         return self.bin / name
 
     def find_programs_first(self):
-        """Puts the scripts on the PATH of the client as well, not only of its login shells."""
+        """Puts the folder of these scripts also on the PATH of the client, not only of its login shells."""
         self.environment["PATH"] = f"{self.bin}:{self.environment['PATH']}"
 
     def processes(self):
-        """Ids of the running processes of this session."""
+        """Returns the ids of the running processes of this session."""
         mark = f"HOME={self.home}".encode()
         return [pid for pid in running() if mark in read_process(pid, "environ").split(b"\0")]
 
     def wait_for_ends(self, besides=frozenset()):
-        """Waits for the end of processes that were killed, for MOMENT at most."""
+        """Waits until the killed processes have ended, for MOMENT at most. Does not wait for those in `besides`."""
         for pid in set(self.processes()) - besides:
             wait_for_end(pid, MOMENT)
 
     @staticmethod
     def wait_for_peer():
-        """Waits until a process is connected to the client's socket, such as a second client."""
+        """Waits until a process, such as a second client, is connected to the client's socket."""
         deadline = Deadline()
-        # The listening socket counts, too.
+        # The count includes the socket at which the client listens.
         while Path("/proc/net/unix").read_text().count("/socket.new\n") < 2:
             if deadline.left() == 0:
                 raise AssertionError("no process connects to the client")
@@ -205,7 +205,7 @@ class Session(contextlib.ExitStack):
                         ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
 
     def backend(self, *arguments):
-        """Runs the command line of the sample backend."""
+        """Runs the command line of the sample backend, and returns its output."""
         done = subprocess.run([self.backend_program, *arguments], env=self.environment,
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, encoding="utf-8",
                               timeout=PATIENCE)
@@ -214,7 +214,7 @@ class Session(contextlib.ExitStack):
         return done.stdout
 
     def services(self):
-        """Ids of the backend's three services, all of which must be running."""
+        """Returns the ids of the backend's three services. Fails if one of them is not running."""
         pids = [int((self.repo / "run" / f"{name}.pid").read_text()) for name in ("service", "bridge", "tunnel")]
         assert set(pids) <= set(running()), pids
         return pids
@@ -224,14 +224,14 @@ class Session(contextlib.ExitStack):
         write_script(self.backend_program, text)
 
     def note_commands(self, counting=False):
-        """Makes the backend write an event after each command, which wait_for_start() reads. With `counting`, its
-        reports differ as those of the counting backend."""
+        """Makes the backend write an event after each command; wait_for_start() reads these events. With `counting`,
+        each report differs from the one before."""
         real = self.backend_program.rename(self.backend_program.with_name("real-client"))
         self.stub_backend((COUNT if counting else "") +
                           f'"{real}" "$@"; status=$?; echo "$1 asked" > "$HOME/events"; exit $status\n')
 
     def wait_for_start(self):
-        """Waits for the events of all commands of a start."""
+        """Waits for the events of all commands that a start runs."""
         asked = [self.events.next() for _ in range(3)]
         assert asked == ["status asked", "refresh asked", "status asked"], asked
 
@@ -239,7 +239,7 @@ class Session(contextlib.ExitStack):
         return json.loads((self.config / "kestrune-menu-client/preferences.json").read_text())
 
     def prefer(self, text):
-        """Writes the client's preferences."""
+        """Writes the file with the client's preferences."""
         folder = self.config / "kestrune-menu-client"
         folder.mkdir(exist_ok=True)
         (folder / "preferences.json").write_text(text)

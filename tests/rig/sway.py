@@ -1,4 +1,4 @@
-"""sway, a Wayland compositor that tiles windows which are no dialogs."""
+"""The Wayland compositor sway, which tiles all windows that are not dialogs."""
 
 import json
 import os
@@ -12,7 +12,7 @@ RUN_COMMAND, SUBSCRIBE, GET_TREE = 0, 2, 4
 
 
 class Sway:
-    """The compositor, with the headless backend."""
+    """A running compositor without a screen (the headless backend)."""
 
     def __init__(self, session):
         folder = session.root / "sway"
@@ -22,14 +22,14 @@ class Sway:
         (folder / "config").write_text("xwayland disable\nexec echo $WAYLAND_DISPLAY $SWAYSOCK > ready\n")
         command = ["sway", "--config", str(folder / "config")]
         if os.geteuid() == 0:
-            # It refuses to run as root.
+            # sway refuses to run as root.
             try:
                 for path in (folder, ready):
                     os.chown(path, NOBODY, NOBODY)
                 session.root.chmod(0o711)
                 command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", *command]
             except OSError:
-                # In a user namespace that knows no other user.
+                # This user namespace has no user NOBODY. Run sway in a further one, in which this user is NOBODY.
                 command = ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}", *command]
         session.spawn(*command, cwd=folder, environment={"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
                                                          "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1"})
@@ -64,7 +64,7 @@ class Sway:
             assert result["success"], (text, result)
 
     def new_window(self, name):
-        """The next new window, once it has the focus. Its name begins with `name`."""
+        """Waits until a new window has the focus, and returns it. Its name must begin with `name`."""
         new = self.event("new")
         while (window := self.event("focus"))["id"] != new["id"]:
             pass
@@ -77,7 +77,7 @@ class Sway:
         return event["container"]
 
     def windows(self):
-        """Workspace, first word of the name, width and focus of every window."""
+        """Returns workspace, first word of the name, width and focus of every window."""
         def walk(node, workspace):
             if node.get("pid"):
                 yield workspace, node["name"].split()[0], node["rect"]["width"], node["focused"]

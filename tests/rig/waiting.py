@@ -1,4 +1,4 @@
-"""Waiting for text that programs print, and for lines in named pipes."""
+"""Waits for text that programs print, and for lines in named pipes."""
 
 import codecs
 import os
@@ -7,7 +7,7 @@ import threading
 import time
 from contextlib import suppress
 
-# The time limit of every wait, in seconds; only a fault reaches it.
+# The time limit of every wait, in seconds. A wait takes so long only if there is a fault.
 PATIENCE = 40.0
 
 
@@ -20,7 +20,7 @@ class Deadline:
 
 
 def own(stream):
-    """The descriptor of a stream, which this closes."""
+    """Closes the stream, and returns a copy of its descriptor."""
     if stream is None:
         return None
     with stream:
@@ -28,13 +28,13 @@ def own(stream):
 
 
 class Text:
-    """The output of a pipe or a terminal, read by a thread."""
+    """The output that arrives through a pipe or a terminal. A thread reads it."""
 
     def __init__(self, descriptor):
         self.descriptor = descriptor
         self.so_far = ""
         self.ended = False
-        self.arrivals = []  # pairs of length and time
+        self.arrivals = []  # after each read: the length of the text and the time
         self.changed = threading.Condition()
         self.let_go = os.eventfd(0)
         self.reader = threading.Thread(target=self.read, daemon=True)
@@ -47,7 +47,7 @@ class Text:
         while data:
             data = b""
             if self.let_go not in select.select([self.descriptor, self.let_go], [], [])[0]:
-                with suppress(OSError):  # EIO, the end of a terminal
+                with suppress(OSError):  # EIO: the other end of the terminal is closed
                     data = os.read(self.descriptor, 65536)
             text = decoder.decode(data, not data)
             with self.changed:
@@ -58,7 +58,7 @@ class Text:
                 self.changed.notify_all()
 
     def wait(self, find, what, seconds=PATIENCE):
-        """The first true value of `find(text)`."""
+        """Waits until `find(text)` is true, and returns its value."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find(self.so_far)):
@@ -68,16 +68,16 @@ class Text:
         return found
 
     def line(self):
-        """The first line, without its end."""
+        """Waits for the first line, and returns it without its end."""
         self.wait(lambda text: "\n" in text, "line")
         return self.so_far.partition("\n")[0]
 
     def time_of(self, position):
-        """When the character at this position arrived; for a position behind the end, when the last piece arrived."""
+        """Returns when the character at this position arrived; behind the end, when the last piece of text arrived."""
         return next((when for length, when in self.arrivals if length > position), self.arrivals[-1][1])
 
     def all(self):
-        """The whole text, once the last writer has closed it."""
+        """Waits until the last writer has closed the output, and returns the whole text."""
         with self.changed:
             if not self.changed.wait_for(lambda: self.ended, PATIENCE):
                 raise AssertionError(f"the output is still open after:\n{self.so_far}")
@@ -95,7 +95,7 @@ class Events:
 
     def __init__(self, path):
         os.mkfifo(path)
-        # Open for writing as well, or the end of the first writer would be the end of the pipe.
+        # The test also opens the pipe for writing. Otherwise the pipe would end when the first writer closes it.
         self.pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
         self.begun = ""
 

@@ -1,4 +1,4 @@
-"""The texts of the windows of the menu's commands."""
+"""The texts of the windows that commands of the menu open."""
 
 from rig.client import Window
 

@@ -1,5 +1,5 @@
-"""D-Bus connections of a test, each on a socket of its own: so it can stop reading, die during a call, or send what no
-library would send. Gio packs and unpacks the messages."""
+"""D-Bus connections of a test, each on its own socket. So a test can stop reading, end a connection during a call, or
+send what no library would send. Gio packs and unpacks the messages."""
 
 import os
 import socket
@@ -14,14 +14,14 @@ from rig.waiting import PATIENCE, Deadline
 NAME, PATH = "org.freedesktop.DBus", "/org/freedesktop/DBus"
 DAEMON = NAME, PATH, NAME
 REPLACE_AND_QUEUE_NOT = 2 | 4
-HEADER = 16  # bytes that hold the length of a message
+HEADER = 16  # bytes at the start of a message, which tell its length
 
 CALL, SIGNAL = Gio.DBusMessageType.METHOD_CALL, Gio.DBusMessageType.SIGNAL
 
 
 def pack(signature, arguments):
-    """The body of a message; None without arguments. A Variant in place of the signature is the whole body, which is
-    faster for large ones."""
+    """Returns the body of a message, or None if it has no arguments. A Variant in place of the signature is the whole
+    body, which is faster for large bodies."""
     if isinstance(signature, GLib.Variant):
         return signature
     return GLib.Variant(f"({signature})", arguments) if signature else None
@@ -32,11 +32,11 @@ def values(message):
 
 
 class Refused(Exception):
-    """The call was answered with an error."""
+    """Raised when a call was answered with an error."""
 
 
 class Connection:
-    """A connection that reads only when it is told to."""
+    """A connection that reads only when the test tells it to read."""
 
     def __init__(self, bus):
         self.bus = bus
@@ -53,11 +53,11 @@ class Connection:
         [self.name] = self.ask(DAEMON, "Hello")
 
     def close(self):
-        """As if the program were killed."""
+        """Closes the socket, as if the program were killed."""
         self.socket.close()
 
     def send(self, message):
-        """Returns the serial number of the message."""
+        """Sends the message, and returns its serial number."""
         with self.sending:
             self.serial += 1
             message.set_serial(self.serial)
@@ -65,7 +65,7 @@ class Connection:
             return self.serial
 
     def message(self, target, member, signature="", *arguments, answered=True):
-        """A call."""
+        """Makes a call. `answered`: the caller wants an answer."""
         message = Gio.DBusMessage.new_method_call(target[0], target[1], target[2], member)
         if not answered:
             message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
@@ -80,7 +80,7 @@ class Connection:
         self.send(message)
 
     def read(self):
-        """The next message; None when the bus has closed the connection."""
+        """Reads and returns the next message. Returns None when the bus has closed the connection."""
         while True:
             if len(self.begun) >= HEADER:
                 length = Gio.DBusMessage.bytes_needed(bytes(self.begun[:HEADER]))
@@ -101,7 +101,7 @@ class Connection:
                 return message
 
     def ask(self, target, member, signature="", *arguments):
-        """The values of the answer, in a list."""
+        """Calls a method, and returns the values of the answer in a list. Raises Refused at an error."""
         answer = self.answer_to(self.send(self.message(target, member, signature, *arguments)))
         if error := answer.get_error_name():
             raise Refused(f"{error}: {values(answer)}")
@@ -109,7 +109,7 @@ class Connection:
 
 
 class Listener:
-    """Reads all messages in a thread, and collects what `keep(message)` returns for them."""
+    """Reads all messages in a thread. Collects what `keep(message)` returns, except None."""
 
     def __init__(self, connection):
         self.connection = connection
@@ -127,10 +127,10 @@ class Listener:
                         self.kept.append(kept)
                         self.changed.notify_all()
         except OSError:
-            pass  # it was killed
+            pass  # kill() has closed the socket
 
     def wait(self, find, what, seconds=PATIENCE):
-        """The first true value of `find()`, called again after each message."""
+        """Waits until `find()` is true, and returns its value. Calls it again after each collected message."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find()):
@@ -139,10 +139,10 @@ class Listener:
         return found
 
     def kill(self):
-        """May be called again."""
+        """Ends the thread and the connection. Further calls do nothing."""
         if self.connection.socket.fileno() < 0:
             return
-        # The blocked reader would keep the connection open.
+        # Without shutdown(), the reading thread would stay blocked and keep the connection open.
         self.connection.socket.shutdown(socket.SHUT_RDWR)
         if threading.current_thread() is not self.reader:
             self.reader.join()
@@ -150,7 +150,8 @@ class Listener:
 
 
 class Peer(Listener):
-    """Owns a bus name, records the calls, and answers them by `behaviour(peer, call)`; without one, never."""
+    """Owns a bus name, records the calls, and answers them by `behaviour(peer, call)`. A peer without a behaviour never
+    answers."""
 
     def __init__(self, bus, name, behaviour=None):
         connection = Connection(bus)
@@ -170,12 +171,12 @@ class Peer(Listener):
         return [call for call in self.kept if call[0] == member]
 
     def wait_for(self, member, count=1):
-        """The arguments of all calls of that method, once there are so many."""
+        """Waits for `count` calls of this method, and returns the arguments of all its calls."""
         self.wait(lambda: len(self.calls(member)) >= count, f"{count} {member}")
         return [arguments for _, arguments, _ in self.calls(member)]
 
 
-# Behaviours
+# Behaviours of a Peer
 
 def answer(signature, arguments, peer, call):
     reply = Gio.DBusMessage.new_method_reply(call)
@@ -193,10 +194,10 @@ def refuses(error):
 
 
 def dies(peer, _):
-    """Before it answers."""
+    """A behaviour: the peer dies before it answers."""
     peer.kill()
 
 
 def does(*behaviours):
-    """One after the other."""
+    """Returns a behaviour that runs these behaviours one after the other."""
     return lambda peer, call: [each(peer, call) for each in behaviours]
