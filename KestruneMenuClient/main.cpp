@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -159,7 +160,7 @@ int main(int argumentCount, char** arguments) {
   if (request.action) perform(*request.action);
   host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
                    .background = request.background,
-                   .arguments = {arguments + 1, arguments + argumentCount}});
+                   .arguments = {arguments + std::min(argumentCount, 1), arguments + argumentCount}});
   if (request.status) {
     tellStatus(request);
   } else if (request.diagnose) {

@@ -53,8 +53,8 @@ bool isWhiteSpace(const Decoded& decoded) {
                                 categoryOf(decoded.character) == UTF8PROC_CATEGORY_ZS);
 }
 
-bool isControl(char32_t character) {
-  return categoryOf(character) == UTF8PROC_CATEGORY_CC;
+constexpr bool isControl(char32_t character) {
+  return character < 0x20 || (character >= 0x7F && character <= 0x9F);
 }
 
 bool isReadable(char32_t character) {

@@ -9,8 +9,13 @@ namespace kestrune {
 
 namespace {
 
-/// Returns the end of the line that begins at `begin`, as `value` reads lines: at a line feed that does not
-/// follow a carriage return.
+/// Returns whether a line begins at `at`, as `value` reads lines: after a line feed that does not follow a
+/// carriage return.
+bool beginsLine(std::string_view text, std::size_t at) {
+  return at == 0 || (text[at - 1] == '\n' && (at == 1 || text[at - 2] != '\r'));
+}
+
+/// Returns the end of the line that contains `begin`, as `value` reads lines.
 std::size_t endOfLine(std::string_view text, std::size_t begin) {
   auto end = text.find('\n', begin);
   while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
@@ -40,11 +45,11 @@ std::optional<std::string> EnvFile::value(std::string_view key, std::string_view
 std::optional<std::string> EnvFile::value(std::string_view key) const {
   const std::string prefix = std::string(key) + "=";
   const std::string_view text = contents;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = endOfLine(text, begin);
-    const std::string_view line = text.substr(begin, end - begin);
-    if (line.starts_with(prefix)) return std::string(trimmed(line.substr(prefix.size())));
-    begin = end + 1;
+  // Search for the key first: a look at each line would take too long in a file with a million lines.
+  for (auto at = text.find(prefix); at != std::string_view::npos; at = text.find(prefix, at + 1)) {
+    if (!beginsLine(text, at)) continue;
+    const std::size_t begin = at + prefix.size();
+    return std::string(trimmed(text.substr(begin, endOfLine(text, begin) - begin)));
   }
   return std::nullopt;
 }

@@ -104,12 +104,16 @@ void DesktopNotifications::add(const Notification& notification) {
   // Daemons that keep a list of notifications leave transient ones out of it. GNOME Shell removes a
   // notification at a click unless it is resident. Daemons without a list use the expiration. Without slot
   // and handler, sd-bus asks for no reply.
-  sd_bus_call_method_async(bus, lasts ? &slot : nullptr, daemonName, daemonPath, daemonInterface, "Notify",
-                           lasts ? &shown : nullptr, sent, "susssasa{sv}i", applicationName, replacesNone,
-                           icon.c_str(), displayRow(notification.title).c_str(),
-                           bodyText(notification.body).c_str(), 0, 2, "desktop-entry", "s",
-                           applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
-                           lasts ? noExpiration : defaultExpiration);
+  sd_bus_message* call = nullptr;
+  sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath, daemonInterface, "Notify");
+  const BusMessage notify(call);
+  if (!notify) return;
+  sd_bus_message_append(call, "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
+                        displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
+                        "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
+                        lasts ? noExpiration : defaultExpiration);
+  // Wait for the answer without a time limit: at login the daemon may start slowly.
+  sd_bus_call_async(bus, lasts ? &slot : nullptr, call, lasts ? &shown : nullptr, sent, UINT64_MAX);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
 }

@@ -159,6 +159,10 @@ int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   return ask(socket, *Request<ifinfomsg>(RTM_GETLINK, NLM_F_DUMP).message, take);
 }
 
+bool meansNone(int error) {
+  return std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
+}
+
 }  // namespace
 
 NetlinkSocket openRtnetlink() {
@@ -167,19 +171,21 @@ NetlinkSocket openRtnetlink() {
   return socket;
 }
 
-Result<RoutedPath> lookUpRoute(const std::string& devices) {
+Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts) {
   const NetlinkSocket socket = openRtnetlink();
   if (!socket) return Failure{describe(errno)};
   int refusal = 0;
   for (const int family : {AF_INET, AF_INET6}) {
     RoutedPath found;
-    Links links;
-    int error = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
-    if (error == 0 && found.interface != 0) error = askForLinks(socket.get(), found.interface, links);
-    if (error == EINTR) return lookUpRoute(devices);  // an interface came or went during the dump: ask again
-    const bool isNone = std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
+    const int unrouted = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
     // Ignore IPv6 errors: a kernel without IPv6 answers with errors that are not in `noneErrors`.
-    if (error != 0 && !isNone && family != AF_INET6) refusal = error;
+    if (unrouted != 0 && !meansNone(unrouted) && family != AF_INET6) refusal = unrouted;
+    if (unrouted != 0 || found.interface == 0) continue;
+    Links links;
+    const int error = askForLinks(socket.get(), found.interface, links);
+    // The kernel reports EINTR when an interface appeared or disappeared during the dump.
+    if (error == EINTR && attempts > 1) return lookUpRoute(devices, attempts - 1);
+    if (error != 0 && !meansNone(error)) return Failure{describe(error)};
     if (error != 0 || !links[found.interface].usable) continue;
     const Medium medium = mediumOf(found.interface, links, devices);
     found.path = {.satisfied = true,

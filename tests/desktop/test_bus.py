@@ -7,10 +7,13 @@ from rig import isolation
 from rig.bus import ITEM, STATUS_ROW, Bus
 from rig.client import CONNECTED
 from rig.processes import wait_for_end
-from rig.session import REPORTING_BACKEND, Session
+from rig.session import REPORTING_BACKEND, SWITCHED_OFF, Session
+from rig.wire import DAEMON, Peer, answers
 
 STOP_LIMIT = 8.0
 SLACK = 5.0  # seconds that a busy machine may need in addition
+
+WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 
 
 class Buses(unittest.TestCase):
@@ -54,6 +57,19 @@ class Buses(unittest.TestCase):
         for pid in services:
             wait_for_end(pid, SLACK)
         self.assertEqual(client.errors.all(), "")
+
+    def test_a_bus_that_refuses_match_rules_is_not_left(self):
+        self.session.prefer(SWITCHED_OFF)
+        bus = Bus(Session(self), '<limit name="max_match_rules_per_connection">0</limit>')
+        tray = Peer(bus, WATCHER, answers())
+        client = bus.session.start()
+        tray.wait_for(REGISTER)
+        [(_, _, name)] = tray.calls(REGISTER)
+        for _ in range(1000):
+            bus.call((name, "/", "org.freedesktop.DBus.Peer"), "Ping")
+        self.assertEqual(len(tray.calls(REGISTER)), 1)
+        self.assertTrue(bus.call(DAEMON, "NameHasOwner", "s", name)[0])
+        self.assertEqual(client.end(), 0)
 
 
 if __name__ == "__main__":

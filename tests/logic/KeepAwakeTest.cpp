@@ -148,5 +148,13 @@ TEST_F(KeepAwakeToggle, ShowsItsWindowWhenNoAssertionIsGranted) {
   toggle("🟡", true, CallLog{taken[0], taken[1], released[0]});
 }
 
+TEST_F(KeepAwakeToggle, LeavesARunningCheckAndReconnectAlone) {
+  state.reconnectInProgress = true;
+  state.statusRefreshInProgress = true;
+  toggle("🟡", false, {});
+  EXPECT_TRUE(state.statusRefreshInProgress);
+  EXPECT_EQ(title(18), reconnectingCommand);
+}
+
 }  // namespace
 }  // namespace kestrune::testing

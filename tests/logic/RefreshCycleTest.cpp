@@ -240,5 +240,19 @@ TEST_F(PeriodicRefresh, TimerDoesNotKeepTheControllerAlive) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
+// --- the automatic connection is off
+
+using DisabledState = WithStatusItem;
+
+TEST_F(DisabledState, LeavesARunningCheckAndReconnectAlone) {
+  for (const bool running : {true, false}) {
+    state.statusRefreshInProgress = running;
+    state.reconnectInProgress = running;
+    controller->presentAutoConnectDisabledState();
+    EXPECT_EQ(state.statusRefreshInProgress, running);
+    EXPECT_EQ(title(18), running ? reconnectingCommand : "手動停止連線");
+  }
+}
+
 }  // namespace
 }  // namespace kestrune::testing
