@@ -43,7 +43,8 @@ struct Menu {
   bool operator==(const Menu&) const = default;
 };
 
-/// Performs the action of `item`, unless it has none, is disabled or has lost its target. Main thread.
+/// Performs the action of `item`. Does nothing if the item has no action or is disabled, or if its target no
+/// longer exists. Main thread.
 inline void performMenuItem(const MenuItem& item) {
   if (item.action.empty() || !item.enabled) return;
   if (const auto target = item.target.lock()) target->performAction(std::string(item.action));

@@ -9,8 +9,8 @@ namespace kestrune {
 
 namespace {
 
-/// Returns the end of the line that begins at `begin`, as `value` reads lines: at a line feed that does not
-/// follow a carriage return.
+/// Returns the position of the first line feed at or after `begin` that does not follow a carriage return, or
+/// the end of `text`. That is where `EnvFile::value` ends a line; `EnvFile::with` ends lines differently.
 std::size_t endOfLine(std::string_view text, std::size_t begin) {
   auto end = text.find('\n', begin);
   while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
@@ -74,7 +74,7 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       result += line;
     }
   }
-  // An empty file has one line; a file that does not exist has no line.
+  // An empty file has one empty line, which is kept; a file that does not exist has no line.
   if (exists && contents.empty()) startLine();
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {

@@ -130,7 +130,7 @@ class Listener:
             pass  # kill() has closed the socket
 
     def wait(self, find, what, seconds=PATIENCE):
-        """Waits until `find()` is true, and returns its value. Calls it again after each collected message."""
+        """Waits until `find()` is true, and returns its value. Calls `find` again after each collected message."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find()):
