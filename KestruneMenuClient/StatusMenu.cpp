@@ -12,7 +12,7 @@ struct AppDelegate::MenuRow {
   const char* action = "";  ///< the name by which faces and scripts choose the row; empty: none
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
-  bool (AppDelegate::*isOn)() const = nullptr;     ///< the check mark; null: the row has none
+  bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark
   bool (AppDelegate::*applies)() const = nullptr;  ///< null: the row always applies
 };
 

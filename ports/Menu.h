@@ -20,7 +20,7 @@ class ActionTarget {
 
 /// One row of a menu.
 struct MenuItem {
-  int id = 0;  ///< greater than 0, unique in its menu; the same in every menu with this row
+  int id = 0;  ///< greater than 0, unique in its menu; a row has the same id in every menu
   bool isSeparator = false;
   std::string title{};
   std::string action{};           ///< what choosing the row does; empty: nothing

@@ -36,8 +36,8 @@ int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 /// only, and any process may send a unicast signal to this connection.
 bool isFromBusDaemon(sd_bus_message* signal);
 
-/// Returns whether the signal is a broadcast. A broadcast arrives only if it matches one of our rules,
-/// including the sender in the rule. A unicast signal arrives in any case, whoever sent it.
+/// Returns whether the signal is a broadcast. A broadcast arrives only if one of this connection's match
+/// rules matches it, including its sender. A unicast signal arrives in any case, whoever sent it.
 bool isBroadcast(sd_bus_message* signal);
 
 /// An object that uses a bus connection, and sets up its match rules and objects on each new connection.
