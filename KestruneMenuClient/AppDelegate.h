@@ -17,7 +17,7 @@
 
 namespace kestrune {
 
-/// Prints `message` on standard error and aborts, because of a programming error.
+/// Ends the process because of a programming error: prints `message` on standard error and aborts.
 [[noreturn]] void fatalError(const char* message);
 
 /// The result of a file operation, with a message for the user.
@@ -102,7 +102,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// in a window at the end.
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
-  /// Asks the local service for the current project and thread, at most every 45 seconds. Calls `completion`
+  /// Asks the local service for the current project and chat thread, at most every 45 s. Calls `completion`
   /// once, when `current.session` is up to date. If the service need not be asked, calls `completion` before
   /// this returns.
   void refreshLiveSessionSnapshot(const Job& completion);
@@ -119,7 +119,8 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
-  /// Returns the actions that `performRequest` accepts, one in each line, with the texts of its menu row.
+  /// Returns lines of text: in each line an action that `performRequest` accepts, and the titles that its
+  /// menu row can have.
   static std::string describeActions();
   /// Performs the action of an enabled menu row for another program. On failure returns the reason, in
   /// English; absent on success.
@@ -134,9 +135,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets the keys of `values` in the backend's .env and keeps every other line. If `shown`, the values that
-  /// the user saw, is given and a value is overwritten that the user neither saw nor entered, first copies
-  /// the file to ".env.previous", and shows a notification.
+  /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown`: the values that the
+  /// user saw; may be null. If `shown` is given, and the user neither saw nor entered a value that is now
+  /// overwritten, first copies the file to ".env.previous"; afterwards shows a notification.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the link in the QR code that a phone scans; absent when there is no token.

@@ -59,7 +59,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   const RepoLocation repo = locateRepo(platform.mainBundle);
   const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
   std::string text;
-  // A path may contain control characters, which a terminal would obey.
+  // Remove control characters: a path may contain some, and a terminal would obey them.
   const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
   line("Program: " + self.currentExecutablePath());
   line("Backend: " + repo.path + ", " + repo.rule);

@@ -51,7 +51,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
     if (const auto kept = files.writePrivately(previous, old->text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
-  // Keep a .env that could not be read: it may be the user's only copy.
+  // If .env could not be read as text, keep it as a copy: it may be the only copy of the user's settings.
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
@@ -117,7 +117,7 @@ void AppDelegate::showPairingQR() {
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
   if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
-  // A value that contains a line end also contains the lines after it, which may hold other secrets.
+  // Do not show a value that contains a line end: it includes the next lines of .env, which may hold secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     return fail(
         ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"

@@ -190,7 +190,7 @@ void AppDelegate::toggleConnectionMode() {
 }
 
 void AppDelegate::restartMenuClient() {
-  // Before the shutdown, which stops the backend, check that the program can run.
+  // Check first that the program can run: if it cannot, this client and the backend must not be stopped.
   tryProgram(currentExecutablePath(), [this](const Result<>& trial) {
     const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
     if (opened) return platform.application->terminate();

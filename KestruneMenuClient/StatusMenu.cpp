@@ -5,14 +5,14 @@
 
 namespace kestrune {
 
-/// A menu row: its number, title and action. `statusRows` makes rows 2 to 11.
+/// A menu row: its number, title and action. Rows 2 to 11 are not in the table: `statusRows` makes them.
 struct AppDelegate::MenuRow {
-  int number;               ///< never changes; of rows with one number, the first that `applies` is shown
+  int number;  ///< fixed place in the menu; of rows with the same place, the first that `applies` is shown
   const char* title = "";   ///< empty: a separator
-  const char* action = "";  ///< faces and scripts choose the row by this name
+  const char* action = "";  ///< the name by which faces and scripts choose the row; empty: none
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
-  bool (AppDelegate::*isOn)() const = nullptr;     ///< the check mark; null: the row has none
+  bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark
   bool (AppDelegate::*applies)() const = nullptr;  ///< null: the row always applies
 };
 
@@ -108,7 +108,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // the last line is about this row, which has two texts
+    if (row.action == described) {  // the last line has this action: add the row's other title to it
       lines.pop_back();
       lines += std::string(" / ") + row.title + "\n";
       continue;

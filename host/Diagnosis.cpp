@@ -144,7 +144,7 @@ std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemB
               });
         }
       });
-  // HasInhibit tells that some program inhibits, but not which program.
+  // HasInhibit tells whether any program holds an inhibitor, but not which program.
   ask(session,
       {powerManagement, "/org/freedesktop/PowerManagement/Inhibit", "org.freedesktop.PowerManagement.Inhibit",
        "HasInhibit"},
@@ -266,7 +266,7 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
                   : windows + " is missing (package kestrune-menu-dialogs)") +
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
       busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
-  // The answers of other processes may contain control characters, which a terminal would obey.
+  // Remove control characters: answers of other processes may contain some, and a terminal would obey them.
   std::string plain, line;
   for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";
   return plain;

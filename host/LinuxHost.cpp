@@ -55,7 +55,7 @@ constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // in the client's fold
 /// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
 void followMessageLanguage() {
   setlocale(LC_MESSAGES, "");
-  // Otherwise glibc converts messages to ASCII, as in the locale "C": Chinese becomes question marks.
+  // Without this call, glibc converts messages to ASCII, because LC_CTYPE is "C": Chinese becomes "?".
   bind_textdomain_codeset("libc", "UTF-8");
   // Open the message catalogue now: later, opening it could fail with EMFILE.
   static_cast<void>(std::strerror(ENOENT));
@@ -74,7 +74,8 @@ void requireDescriptors() {
   }
 }
 
-/// Removes from the environment, and returns, the PID of the client that this process replaces; 0 if not set.
+/// Returns the PID of the client that this process replaces; 0 if there is none. Removes the environment
+/// variable that holds the PID.
 pid_t takePredecessor() {
   const char* const process = std::getenv(relaunchVariable);
   const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
@@ -200,7 +201,8 @@ class LinuxHost final : public Host {
   }
 
   void endWithOutput() override {
-    // Even with 0 as events, epoll reports EPOLLERR and EPOLLHUP: the reader has closed the pipe.
+    // Even with 0 as events, epoll reports EPOLLERR and EPOLLHUP, which mean that the reader has closed the
+    // pipe.
     outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
   }
 
@@ -224,7 +226,7 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// Shows the menu because the program was started again. The new process then exits.
+  /// Shows the menu because the user has started the program again. The new process itself exits.
   void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();

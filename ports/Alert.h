@@ -41,7 +41,7 @@ struct AlertRequest {
   std::function<Alert()> describe;
   /// Called once, when the alert is answered or cancelled.
   std::function<void(const AlertAnswer&)> completion;
-  /// At most one alert with this identifier is open or waiting. An empty identifier sets no limit.
+  /// At most one alert with this identifier is open or waiting, but any number with an empty identifier.
   std::string identifier{};
 };
 

@@ -21,7 +21,8 @@ class DispatchQueue {
   /// Queues `job` and returns. The call itself never runs `job`. Any thread.
   virtual void async(Job job) = 0;
 
-  /// Drops all jobs that have not begun or come later. Does not wait for the running job. Main thread.
+  /// Drops all jobs that have not begun, and all jobs posted later. Does not wait for the running job, which
+  /// finishes by itself. Main thread.
   virtual void close() = 0;
 };
 

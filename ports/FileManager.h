@@ -45,7 +45,8 @@ class FileManager {
   /// to its name. There is a file at `path` at every moment; on failure it is the old file.
   virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
-  /// Creates the folder and its missing parents, with the default mode. Succeeds if the folder exists.
+  /// Creates the folder and its missing parents, with mode 0777 less the umask. Succeeds if the folder
+  /// exists.
   virtual Result<> createDirectory(const std::string& path) = 0;
 
   virtual Result<> removeItem(const std::string& path) = 0;

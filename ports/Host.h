@@ -25,15 +25,16 @@ class Host {
   virtual Platform& platform() = 0;
 
   /// Makes the running client perform the action of a menu row, and waits until it is done. On failure
-  /// returns the reason in one line; absent on success. A process that calls this may call only `leave`
-  /// besides.
+  /// returns the reason in one line; absent on success. A process that calls `perform` may call no other
+  /// function of the host except `leave`.
   virtual std::optional<std::string> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report, in lines of text without secrets. Starts no
-  /// D-Bus service. A process that calls this may call only `platform` and `leave` besides.
+  /// D-Bus service. A process that calls this may call no other function of the host except `platform` and
+  /// `leave`.
   virtual std::string describe() = 0;
 
-  /// From now on, terminates the application when the reader of standard output closes the pipe.
+  /// From now on, ends the main loop when the reader of standard output closes the pipe.
   virtual void endWithOutput() = 0;
 
   /// Writes `text` to standard output and never blocks. If the text is dropped, returns false and prints the

@@ -31,7 +31,7 @@ struct Image {
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every
-/// channel. Contrast 1 changes nothing.
+/// channel, so 0 changes nothing. Contrast 1 changes nothing.
 struct ColorControls {
   double saturation = 1;
   double brightness = 0;
@@ -45,8 +45,8 @@ class Images {
  public:
   virtual ~Images() = default;
 
-  /// Returns the image in the file at `path`, with the other resolutions from the same folder. Null when the
-  /// file cannot be read or decoded.
+  /// Returns the image in the file at `path`, with its other resolutions, which are files in the same folder.
+  /// Null when the file at `path` cannot be read or decoded.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
   /// Returns the icon `name` of the desktop's icon theme; null when the theme has no such icon.

@@ -25,8 +25,9 @@ class LaunchAgents {
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 
-  /// Rewrites the agent's file if the program in it no longer exists, to start the running program with the
-  /// backend in `repoPath`. Does nothing if the file is missing or does not start this application.
+  /// If the program that the agent's file starts no longer exists, rewrites the file to start the running
+  /// program with the backend in `repoPath`. Does nothing if the file is missing or is not of this
+  /// application.
   virtual void repair(const std::string& label, const std::string& repoPath) = 0;
 };
 

@@ -20,7 +20,7 @@ class ActionTarget {
 
 /// One row of a menu.
 struct MenuItem {
-  int id = 0;  ///< greater than 0, unique in its menu; the same in every menu with this row
+  int id = 0;  ///< greater than 0, unique in its menu; a row has the same id in every menu
   bool isSeparator = false;
   std::string title{};
   std::string action{};           ///< what choosing the row does; empty: nothing
@@ -43,7 +43,8 @@ struct Menu {
   bool operator==(const Menu&) const = default;
 };
 
-/// Performs the action of `item`, unless it has none, is disabled or has lost its target. Main thread.
+/// Performs the action of `item`. Does nothing if the item has no action or is disabled, or if its target no
+/// longer exists. Main thread.
 inline void performMenuItem(const MenuItem& item) {
   if (item.action.empty() || !item.enabled) return;
   if (const auto target = item.target.lock()) target->performAction(std::string(item.action));

@@ -11,7 +11,7 @@ namespace kestrune {
 
 /// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
 /// at a time. The destructor does not end the child; the child is reaped when it ends. After `readOutput` or
-/// the destructor, processes that hold the pipes open can still write to them; what they write is discarded.
+/// the destructor, the child and its descendants can still write to the pipes; this output is discarded.
 class Process {
  public:
   virtual ~Process() = default;

@@ -10,7 +10,7 @@ class ServiceControl {
  public:
   virtual ~ServiceControl() = default;
 
-  /// Returns a line that unloads the user's service `label`, if it is loaded, from the service manager.
+  /// Returns a line that unloads the user's service `label` from the service manager, if it is loaded.
   virtual std::string unloadLine(const std::string& label) const = 0;
 
   /// Returns a line that sends SIGTERM to every process whose command line contains `pattern`. On Linux, the

@@ -22,13 +22,13 @@ class StatusFeed {
   virtual ~StatusFeed() = default;
 
   /// Sends the result of `line` to all subscribers now, and to each process that subscribes before the next
-  /// call. Does not send a line that equals the previous line. Calls `line` only if there is a subscriber.
-  /// Drops a subscriber that does not read.
+  /// `publish`. Does not send a line that equals the previous line. Calls `line` only if there is a
+  /// subscriber. Ends the subscription of a process that does not read.
   virtual void publish(StatusLine line) = 0;
 
   /// Subscribes to the running client and to each later client. `onLine` gets the newest line soon, then each
   /// later line. `onAbsence` is called soon if no client runs or answers, and whenever the subscribed client
-  /// has ended. Neither function is called before this returns. Never null.
+  /// has ended. Neither function is called before `subscribe` returns. The result is never null.
   virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                         std::function<void()> onAbsence) = 0;
 };

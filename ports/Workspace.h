@@ -18,8 +18,8 @@ class Workspace {
   virtual std::string codexAppPath() const = 0;
 
   /// Starts a second instance of this application from the bundle at `bundlePath`; the new instance waits
-  /// until this process has ended. In a terminal or a service, this process calls exec at its end instead.
-  /// The result cannot report a failure of that exec, so check first that the program can run.
+  /// until this process has ended. In a terminal or a service, starts nothing: this process calls exec at its
+  /// end. The result cannot report a failure of that exec, so check first that the program can run.
   virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 

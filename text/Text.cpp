@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t rowLimit = 200;                // characters
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // bytes; characters of real texts have fewer than 64
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // bytes; a real character has fewer than 64 bytes
 
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.
@@ -20,7 +20,7 @@ struct Decoded {
 
 constexpr char32_t invalidCharacter = 0xFFFFFFFF;
 
-/// The bytes with which newline characters begin in UTF-8. Other characters may begin with them, too.
+/// The first bytes of all newline characters in UTF-8. Other characters may have the same first byte.
 constexpr std::string_view newlineStarts = "\n\v\f\r\xC2\xE2";
 
 bool isContinuation(char byte) {
@@ -208,7 +208,7 @@ std::string withoutControls(std::string_view text) {
 }
 
 std::string displayRow(std::string_view text) {
-  // Cut the text first: it may have any length, and comes again with each refresh.
+  // Cut the text first, to save time: it may be very long, and each refresh converts it again.
   return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
 }
 

@@ -7,8 +7,8 @@
 #include "ports/MainBundle.h"
 #include "ports/ServiceControl.h"
 
-// Finds the backend's folder, and builds the shell lines that run its client and stop its services. Any
-// thread, unless a comment says otherwise.
+// Finds the backend's folder, and builds the shell lines that run the backend's command-line client and stop
+// the backend's services. Any thread, unless a comment says otherwise.
 
 namespace kestrune {
 

@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr Seconds graceAfterTerminate{0.2};
-// How long to read after the end of the shell: a service that it started may keep a pipe open for ever.
+// How long to read output after the shell has ended: a service that the shell started may keep a pipe open.
 constexpr Seconds pipePatience{1.0};
 
 constexpr auto noOutput = "沒有輸出。";
@@ -30,7 +30,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
     child.terminate();
     clock.sleep(graceAfterTerminate);
     if (child.isRunning()) child.interrupt();
-    // End the shell's children, too: otherwise more of them would be left with each refresh.
+    // Also end the shell's children: otherwise each refresh that times out would leave processes behind.
     child.terminateGroup();
   }
 

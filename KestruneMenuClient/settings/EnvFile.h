@@ -32,8 +32,8 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// `value` and `with` split lines differently. Pure; any thread. Memory use grows with the text only for the
-/// text itself and for the result of `with`.
+/// `value` and `with` split lines differently. Pure; any thread. Apart from the text itself and the result of
+/// `with`, memory use does not grow with the text.
 class EnvFile {
  public:
   /// Stands for a file that does not exist, which has no line, not even an empty line.
@@ -50,7 +50,7 @@ class EnvFile {
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
   /// absent when there is no such line. A line feed ends a line, except after a carriage return.
   std::optional<std::string> value(std::string_view key) const;
-  /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent.
+  /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
   /// Returns the text with `values`: rewrites every line that defines one of the keys, and appends the

@@ -114,7 +114,7 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
       makeSettingsHint("建議分開管理兩個 Token：手機 App 用 KESTRUNE_APP_API_TOKEN；Mac 本機服務用 "
                        "KESTRUNE_MAC_SERVICE_TOKEN。"),
   };
-  // The document is as high as its content, and scrolls inside the window.
+  // State no height for the document: it is as high as its content, and scrolls inside the window.
   View document{.kind = ViewKind::container, .width = documentWidth, .children = {std::move(stack)}};
   View scroll{.kind = ViewKind::scroll,
               .width = dialogWidth,

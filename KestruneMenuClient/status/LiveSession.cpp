@@ -15,7 +15,7 @@ namespace {
 constexpr int answerDepthLimit = 990;
 constexpr std::size_t threadNameLimit = 34;  // characters
 
-/// Returns whether the value is true in Python, the language of the service.
+/// Returns whether Python, the language of the local service, treats the value as true.
 bool isTruthy(const Json& value) {
   if (value.is_string()) return !value.get_ref<const std::string&>().empty();
   if (value.is_number()) return value.get<double>() != 0;
@@ -77,7 +77,8 @@ bool LiveSession::isKnown(std::string LiveSession::*member) const {
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;
-  // Reject an answer that is nested too deep, at about the depth at which Python's json module fails, too.
+  // Reject an answer that is nested too deep. The limit is about the depth at which Python's json module
+  // fails.
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > answerDepthLimit;

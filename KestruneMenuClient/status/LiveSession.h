@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// The project and the thread that the menu shows. Both are placeholders until they are known.
+/// The titles of the project and of the chat thread that the menu shows. Both are placeholders until known.
 struct LiveSession {
   std::string projectTitle = "目前專案";
   std::string threadName = "尚未取得";
@@ -20,12 +20,12 @@ struct LiveSession {
   bool operator==(const LiveSession&) const = default;
 };
 
-/// Returns the first selected project in the local service's answer to "GET /desktop/projects". A thread
-/// without a name gets the project's title. Returns placeholders if the answer is absent or damaged. Any
-/// thread.
+/// Returns the first selected project, and its chat thread, from `answer`, the local service's answer to
+/// "GET /desktop/projects". A chat thread without a name gets the project's title. Returns placeholders if
+/// the answer is absent or damaged. May be called from any thread.
 LiveSession selectedSession(const std::optional<std::string>& answer);
 
-/// Returns a thread's name as the menu shows it: trimmed and at most 34 characters long.
+/// Returns the name of a chat thread as the menu shows it: trimmed and at most 34 characters long.
 std::string compactThreadName(std::string_view name);
 
 }  // namespace kestrune

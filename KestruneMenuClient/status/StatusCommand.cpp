@@ -123,7 +123,7 @@ void StatusCommand::askBackend() {
 
 void StatusCommand::checkDidFinish() {
   isChecking = false;
-  // If a client has started during the check, its status is newer.
+  // If a client has started during the check, drop the result: the client's status is newer.
   if (hasHeard) return;
   show(found, false);
   if (options.follow) after(checkInterval, &StatusCommand::subscribe);

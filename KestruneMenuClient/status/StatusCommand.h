@@ -37,7 +37,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();
-  /// Determines the status without a client: waits until the network is known, and asks the backend.
+  /// Determines the status when no client runs: waits until the network is known, then asks the backend.
   void check();
   void askBackend();
   void checkDidFinish();

@@ -13,7 +13,7 @@ namespace kestrune {
 /// The backend's health, which the lamp shows as green, yellow or red.
 enum class ConnectionLampState { ok, warning, error };
 
-/// Return the lamp as a coloured dot and as a word.
+/// `menuIcon` returns the lamp as a coloured dot; `menuLabel` returns it as a word.
 std::string_view menuIcon(ConnectionLampState state);
 std::string_view menuLabel(ConnectionLampState state);
 
@@ -33,7 +33,7 @@ struct CodexItem {
   std::string_view rowPrefix;
   const char* name;
 };
-/// The items, in the order of their menu rows. A line with one of these labels never affects the lamp.
+/// The items, in the order of their menu rows. A report's line with such a label never affects the lamp.
 inline constexpr std::array<CodexItem, 4> codexItems{
     {{"Codex CLI", "Codex：", "codex_cli"},
      {"Codex Remote Control", "Remote Control：", "codex_remote_control"},

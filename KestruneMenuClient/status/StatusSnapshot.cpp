@@ -60,7 +60,7 @@ std::optional<std::int64_t> parsedTime(const std::string& text) {
       std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
   const std::int64_t days = date.time_since_epoch().count();
   const std::int64_t time = ((days * 24 + hour) * 60 + minute) * 60 + second;
-  // Format the time again: the texts differ if the date does not exist or `text` is no time.
+  // Format the time again and compare: the texts differ if the date does not exist or `text` is no time.
   return formatted(time, timeFormat, false) == text ? std::optional(time) : std::nullopt;
 }
 

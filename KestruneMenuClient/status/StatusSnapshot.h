@@ -41,7 +41,8 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 // The status as other programs read it. The manual page describes the JSON members. The name and the meaning
 // of a member stay the same within a schema version.
 
-/// Returns one line of JSON. `fromClient` is true if a running client sent the status, false after a check.
+/// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if this process
+/// asked the backend itself.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
 /// Parses a line of `statusJson`; absent when the line is invalid or from an incompatible version.
 std::optional<StatusSnapshot> parseStatusJson(std::string_view line);

@@ -18,7 +18,7 @@ class BusInquiry final : public BusClient {
   };
   enum class Outcome {
     answered,
-    refused,     ///< the reply is another D-Bus error
+    refused,     ///< the reply is any D-Bus error that the other values do not cover
     noOwner,     ///< no program has this bus name (NameHasNoOwner or ServiceUnknown)
     unanswered,  ///< no reply: timeout, the program left the bus, or the call was not sent
   };

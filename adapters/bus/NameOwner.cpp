@@ -15,7 +15,7 @@ void NameOwner::busConnected(sd_bus* bus) {
   sd_bus_message* call = nullptr;
   if (sd_bus_message_new_method_call(bus, &call, busName, busPath, busName, "GetNameOwner") < 0) return;
   const BusMessage owned(call);
-  // Set no timeout: the question is not repeated, and a bus daemon that is stopped answers when it continues.
+  // Set no timeout: this call is not repeated, and a bus daemon that is stopped answers once it is continued.
   if (sd_bus_message_append(call, "s", name.c_str()) >= 0 &&
       sd_bus_call_async(bus, &slot, call, &answered, this, UINT64_MAX) >= 0) {
     question.reset(slot);
@@ -37,7 +37,7 @@ void NameOwner::set(std::string owner) {
 
 int NameOwner::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
   auto& self = *static_cast<NameOwner*>(data);
-  // A NameOwnerChanged signal came before this reply, and has set the owner already.
+  // Ignore the reply if a NameOwnerChanged signal came before it: the signal has already set the owner.
   if (self.known) return 0;
   const char* owner = nullptr;
   if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {

@@ -17,7 +17,8 @@ inline constexpr auto busPath = "/org/freedesktop/DBus";
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
-/// Owns a slot: an exported object, a match rule or a pending call of sd-bus. The destructor cancels it.
+/// Owns a slot of sd-bus: an exported object, a match rule or a pending call. The destructor removes the
+/// object or rule, or cancels the call.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotDeleter>;
 
 struct BusMessageDeleter {
@@ -26,16 +27,17 @@ struct BusMessageDeleter {
 /// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A reply handler for sd_bus_add_match_async that ignores a refusal: only the signals are then missing.
-/// Without a handler, sd-bus closes the connection, and the client would reconnect and be refused again.
+/// A reply handler for sd_bus_add_match_async that ignores a refusal: then only the signals of this match
+/// rule are missing. Without a handler, sd-bus closes the connection at a refusal; the client would
+/// reconnect, and be refused again.
 int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
 /// only, and any process may send a unicast signal to this connection.
 bool isFromBusDaemon(sd_bus_message* signal);
 
-/// Returns whether the signal is a broadcast. A broadcast arrives only if it matches one of our rules,
-/// including the sender in the rule. A unicast signal arrives in any case, whoever sent it.
+/// Returns whether the signal is a broadcast. A broadcast arrives only if one of this connection's match
+/// rules matches it, including its sender. A unicast signal arrives in any case, whoever sent it.
 bool isBroadcast(sd_bus_message* signal);
 
 /// An object that uses a bus connection, and sets up its match rules and objects on each new connection.
@@ -43,7 +45,8 @@ class BusClient {
  public:
   virtual ~BusClient() = default;
 
-  /// Called when a connection is open. sd-bus queues messages until it is authenticated; nothing blocks.
+  /// Called when a connection is open. Sending does not block: sd-bus queues messages until the connection is
+  /// authenticated.
   virtual void busConnected(sd_bus* bus) = 0;
 
   /// Called when the connection is lost. Release every slot of this connection before returning.
@@ -61,7 +64,7 @@ class BusConnection {
   BusConnection& operator=(const BusConnection&) = delete;
 
   /// Tells `client` of the current connection, if there is one, and of each later connection. `client` must
-  /// outlive this object, unless it is removed.
+  /// outlive this object, unless `remove` is called for it.
   void add(BusClient& client);
   void remove(BusClient& client);
 

@@ -42,7 +42,7 @@ bool LaunchdAgents::isRegistered(const std::string& label) const {
   return fileExists(path(label));
 }
 
-/// Ignores the repository: launchd sets no working directory, so the program finds it from its own path.
+/// Ignores the repository's path: the program finds the repository from its own path.
 std::optional<std::string> LaunchdAgents::document(const std::string& label,
                                                    const std::string& executablePath,
                                                    const std::string&) const {

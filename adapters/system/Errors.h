@@ -10,7 +10,6 @@ inline std::error_code systemError(int number) {
   return {number, std::system_category()};
 }
 
-/// Returns the current `errno` as an error code.
 inline std::error_code lastError() {
   return systemError(errno);
 }

@@ -13,7 +13,8 @@ void reportOnce(const std::string& message) {
   static std::mutex mutex;
   static std::set<std::string> said;
   const std::lock_guard lock(mutex);
-  // A terminal that is stopped by Ctrl+S accepts nothing: printing would block until its user continues it.
+  // Drop the message if standard error accepts no output, such as a terminal stopped by Ctrl+S: printing
+  // would block until the user presses Ctrl+Q.
   pollfd output{STDERR_FILENO, POLLOUT, 0};
   if (poll(&output, 1, 0) == 0) return;
   if (said.insert(message).second) std::fprintf(stderr, "KestruneMenuClient: %s\n", message.c_str());

@@ -34,7 +34,7 @@ inline std::string nextValue(sd_bus_message* message) {
   const char* contents = nullptr;
   if (sd_bus_message_peek_type(message, &type, &contents) <= 0) throw std::runtime_error("no value");
   const auto inside = [&](const char* open, const char* close) {
-    // A copy: the message owns `contents`, which may be gone after the next read.
+    // Copy the signature: the message owns `contents`, and may free it at the next read.
     const std::string signature = contents;
     if (sd_bus_message_enter_container(message, type, signature.c_str()) < 0) {
       throw std::runtime_error("unreadable container");

@@ -42,7 +42,7 @@ struct FakeStatusFeed final : StatusFeed {
   void end();
 
   DispatchQueue& queue;
-  std::vector<std::string> lines;  ///< the published lines; a line that equals the one before it is left out
+  std::vector<std::string> lines;  ///< the published lines, without those that equal the previous line
   bool runs = false;               ///< whether a client runs
 
  private:
@@ -68,7 +68,8 @@ struct FakeAlerts final : AlertQueue {
   /// Answers the top alert with the button of this number, counted from 0; absent means cancelled. Then the
   /// next alert is shown. A field that is not in `fields` keeps its text.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
-  /// Presses the button with this action inside the top alert. An alert that it requests is shown on top.
+  /// Presses the button with this action inside the top alert. An alert that the action requests is shown on
+  /// top.
   void press(const std::string& action);
   /// Returns the alert that can be answered, or null when no alert is open.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
@@ -151,7 +152,7 @@ struct FakePathMonitors final : PathMonitors {
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
-      // Calls a copy of `onUpdate`, because the callback may cancel the monitor, which resets `onUpdate`.
+      // Call a copy of `onUpdate`, because the callback may cancel the monitor, which resets `onUpdate`.
       if (const auto copy = onUpdate) copy(path);
     });
   }
@@ -248,7 +249,7 @@ struct FakeProcesses final : Processes {
   /// Returns how many launches had a last argument that contains `text`.
   std::size_t launchesOf(const std::string& text) const;
   std::vector<Seconds> readPatience;
-  int reservations = 0;  ///< calls of reserveForThisThread(); each call kills all children launched before it
+  int reservations = 0;  ///< number of calls of reserveForThisThread(); each kills all running children
 
   VirtualClock& clock;
   CallLog& log;

@@ -8,9 +8,10 @@
 
 namespace kestrune::testing {
 
-/// A child process that claims to be the one client of the user. Sends "waiting" if the claim takes time,
-/// then "client" if it is the client now, or "second" if another process is. A client sends "shown" at each
-/// request to show itself, and runs until SIGTERM.
+/// A child process that claims to be the one client of the user. Sends "waiting" if the claim is not
+/// decided at once. Then sends "client" if this child is the client now, or "second" if another process is
+/// the client. As the client, sends "shown" at each request to show its menu, and runs until a signal ends
+/// it.
 struct InstanceProgram : ForkedProgram {
   explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
       : ForkedProgram([&folders, &claim](const Say& say) {

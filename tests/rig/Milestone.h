@@ -13,8 +13,8 @@
 
 namespace kestrune::testing {
 
-/// A named pipe by which a child tells the test that it has come to a certain point: there the child opens
-/// and closes this pipe.
+/// A named pipe by which a child tells the test that the child has come to a certain point of its work: at
+/// this point, the child opens and closes the pipe.
 class Milestone {
  public:
   explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {

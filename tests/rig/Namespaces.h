@@ -55,7 +55,7 @@ inline bool enterMountNamespace() {
   const bool inUserNamespace = needsUserNamespace();
   if (unshare(CLONE_NEWNS | (inUserNamespace ? CLONE_NEWUSER : 0)) != 0) return false;
   if (inUserNamespace) {
-    // Maps the user and the group to themselves. Without this, creating a file fails with EOVERFLOW.
+    // Map the user and the group to themselves. Without a mapping, creating a file fails with EOVERFLOW.
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << user + " " + user + " 1";
     std::ofstream("/proc/self/gid_map") << group + " " + group + " 1";

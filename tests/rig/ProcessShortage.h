@@ -15,7 +15,8 @@ class ProcessShortage {
  public:
   ProcessShortage() {
     constexpr uid_t nobody = 65534;
-    // This call fails in a user namespace with only one user. No harm: the limit does not spare that root.
+    // In a user namespace that maps only one user, this call fails. Ignore this: the limit spares only the
+    // root of the initial namespace.
     if (geteuid() == 0) static_cast<void>(!setresuid(nobody, nobody, nobody));
     limit.emplace(RLIMIT_NPROC, 0);
     if (const pid_t child = vfork(); child == 0) {

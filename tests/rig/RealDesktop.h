@@ -24,7 +24,8 @@ class RealDisplay {
  public:
   std::string variable() const { return "DISPLAY=:" + number; }
 
-  /// Returns the environment of a program on this display, which hides the settings of the machine's desktop.
+  /// Returns variables for a program's environment. They make the program use this display and home folder,
+  /// and hide the settings of the machine's desktop from it.
   std::vector<std::string> variables() const {
     return {variable(),
             "HOME=" + home.file(""),

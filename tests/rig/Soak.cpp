@@ -65,7 +65,7 @@ void Soak::calmDown() {
     machine.alerts.answer(std::nullopt);
     machine.loop.settle();
   }
-  // Advances longer than the controller ever waits for its timer, or between two questions about the session.
+  // Advance by more than the refresh intervals of the controller, so that it refreshes its whole state.
   machine.loop.advance(Seconds{100});
   machine.processes.scripts = {};  // frees the memory of the scripts
   machine.localService.answer.reset();
@@ -111,7 +111,7 @@ void Soak::happen() {
     return weights;
   }();
   while (next <= machine.clock.awakeTime() && machine.clock.awakeTime() < end) {
-    // Many faults need two events at almost the same time, so some events follow closely on each other.
+    // Let some events follow each other closely: many faults need two events at almost the same time.
     next =
         machine.clock.awakeTime() + (chance.comesUp(0.3) ? chance.between(0, 1.5) : chance.between(5, 150));
     int left = static_cast<int>(chance.below(static_cast<std::size_t>(sum)));
@@ -249,7 +249,8 @@ std::string Soak::output() {
 void Soak::lineIsLaunched(const std::string& line) {
   FakeProcesses& processes = machine.processes;
   processes.scripts = {};
-  // This is the trial of the new program before a restart. The worker does not run it, so no rule counts it.
+  // Do not report this launch to the rules, which check the worker's commands: before a restart, the main
+  // thread starts the program with --version to check that it can run.
   if (line == "--version") return;
   rules.shellLineBegins(line);
   if (processes.launchError) {

@@ -38,7 +38,7 @@ class Soak {
   Soak(const Soak&) = delete;
   Soak& operator=(const Soak&) = delete;
 
-  /// Lets random events happen for `duration`. Suspends and jumps of the clock do not count.
+  /// Lets random events happen for `duration`. Time in suspend and jumps of the clock do not count.
   void live(Seconds duration);
   /// Like live(), but the user quits at a random moment within `duration`.
   void liveAndQuit(Seconds duration);

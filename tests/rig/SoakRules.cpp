@@ -39,7 +39,7 @@ void keepLast(std::vector<T>& all) {
   if (all.size() > 1) all.erase(all.begin(), all.end() - 1);
 }
 
-/// Empties the vector and frees its memory, which clear() would not do.
+/// Empties the vector and frees its memory; clear() would keep the memory.
 template <typename T>
 void forget(std::vector<T>& all) {
   std::vector<T>().swap(all);

@@ -26,7 +26,8 @@
 
 namespace kestrune::testing {
 
-/// Waits until all children of this process are reaped. At the time limit, kills the rest and returns false.
+/// Waits until all children of this process are reaped. At the time limit, kills the remaining children and
+/// returns false.
 inline bool hasNoChildren(EventLoop& loop) {
   const bool none = comesTrue(loop, [] {
     siginfo_t state{};
@@ -72,7 +73,8 @@ class DialogsRun {
     return comesTrue(loop, [this] { return ended; });
   }
 
-  /// Waits for `count` requests of this kind, and returns all of this kind. Throws at the time limit.
+  /// Waits until `count` requests of type `Kind` have come. Returns all requests of this type. Throws at the
+  /// time limit.
   template <typename Kind>
   std::vector<Kind> asked(std::size_t count) {
     const auto ofKind = [this] {
@@ -143,7 +145,8 @@ class StandInDialogs {
     std::filesystem::permissions(program(), std::filesystem::perms::owner_all);
   }
 
-  /// Waits until the program has been started `number` times, and returns that run. Throws at the limit.
+  /// Waits until the program has been started `number` times, and returns that run. Throws at the time
+  /// limit.
   DialogsRun& run(std::size_t number = 1) {
     if (!comesTrue(loop, [&] { return runs.size() >= number; }))
       throw std::runtime_error("the program was not started");

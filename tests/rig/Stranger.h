@@ -9,7 +9,8 @@
 
 namespace kestrune::testing {
 
-/// A program on the bus that forges unicast signals (to one receiver) which only others may send.
+/// A program on the bus that sends forged signals to one receiver (unicast signals): signals that only other
+/// programs should send.
 class Stranger {
  public:
   explicit Stranger(const PrivateBus& daemon) {

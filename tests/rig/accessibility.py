@@ -15,7 +15,7 @@ WHILE = 200  # milliseconds between two checks of a condition
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 ROOT = "/org/a11y/atspi/accessible/root"
 REGISTRY = "org.a11y.atspi.Registry"
-# The names of roles, by number; role() adds names. Qt gives role 40 a wrong name.
+# The names of roles, by number; role() adds names. Role 40 is set here, because Qt gives it a wrong name.
 ROLES = {40: "password text"}
 
 

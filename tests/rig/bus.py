@@ -11,7 +11,7 @@ from rig.processes import end_process, read_process
 from rig.waiting import Text, own
 from rig.wire import DAEMON, NAME, PATH, Connection, Listener, Refused, values
 
-# The daemon does not read the service files of the machine.
+# The configuration of a bus daemon that does not read the service files of the machine.
 CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -164,8 +164,8 @@ class Monitor(Listener):
         return [data for name, data in list(self.kept) if name == member and condition(data)]
 
     def wait_for(self, member, condition=lambda data: True, count=1):
-        """Waits for message number `count` (from 1) with this name, and returns its arguments. Earlier messages
-        count."""
+        """Waits for message number `count` (from 1) with this name, and returns its arguments. Messages that
+        arrived before this call count, too."""
         return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
 
     def labels(self, number):

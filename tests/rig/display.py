@@ -12,7 +12,7 @@ from rig.processes import end_process
 from rig.waiting import Deadline, Text, own
 
 WIDTH, HEIGHT = 1280, 1000
-# Seconds. A window manager that prints nothing for so long gets the request again.
+# If xprop prints nothing for this time, in seconds, the request to the window manager is repeated.
 ANSWER = 0.1
 
 

@@ -36,12 +36,12 @@ def run(work):
     while True:
         pid, status = os.wait()
         if pid == worker:
-            # When the first process ends, the kernel kills all others of the namespace.
+            # When the first process ends, the kernel kills all other processes of the namespace.
             os._exit(0 if status == 0 else 1)
 
 
 def enter():
-    """Replaces this process by the same script in the namespaces. Where the machine refuses them, the script is
+    """Replaces this process by the same script in the namespaces. If the machine refuses namespaces, the script is
     skipped; with KESTRUNE_NO_SKIPS it fails."""
     namespaces = ["--pid", "--net", "--mount", "--ipc", "--fork", "--kill-child", "--mount-proc"]
     for as_root in ([], ["--user", "--map-root-user"]):

@@ -2,7 +2,7 @@
 
 LOGIN = "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager"
 
-# logind gets an empty /run, and does not use the virtual terminals of the machine.
+# Starts logind with an empty /run, and without access to the virtual terminals of the machine.
 LOGIN_MANAGER = """
 mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/logind.conf.d &&
 printf '[Login]\\nNAutoVTs=0\\nReserveVT=0\\n' > /run/systemd/logind.conf.d/test.conf &&

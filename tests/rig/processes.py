@@ -42,7 +42,7 @@ def processes_of(name):
 
 
 def memory(pid, name):
-    """Returns the bytes of one kind of memory, such as VmRSS, as the kernel counts them."""
+    """Returns the size in bytes of one kind of memory. `name`: its name in /proc/PID/status, such as VmRSS."""
     for line in read_process(pid, "status").decode().splitlines():
         if line.startswith(name + ":"):
             return int(line.split()[1]) << 10

@@ -44,7 +44,7 @@ class Sampler(threading.Thread):
 
     def run(self):
         while not self.enough.wait(SAMPLES):
-            with contextlib.suppress(OSError, KeyError):  # the process has ended; others report that
+            with contextlib.suppress(OSError, KeyError):  # the process has ended; the test reports that
                 self.most = list(map(max, self.most, Kept(self.pid).values()))
                 self.count += 1
 

@@ -19,5 +19,5 @@ def note_what_shells_see(session):
 
 
 def stand_in_curl(session):
-    """Makes each curl write its command line and environment to the same file."""
+    """Makes each curl write its command line and environment to the file of note_what_shells_see()."""
     session.program("curl", CURL.format(home=session.home))

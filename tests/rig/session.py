@@ -66,8 +66,8 @@ def counted(number):
 
 
 class Session(contextlib.ExitStack):
-    """The session ends with the test, or the class of tests, for which it is made. If `test` is None, the caller uses
-    the session as a context manager."""
+    """A user's session, which ends with `test`, a test or a class of tests. If `test` is None, the caller uses the
+    session as a context manager."""
 
     def __init__(self, test=None):
         super().__init__()
@@ -96,7 +96,7 @@ class Session(contextlib.ExitStack):
             "QT_ACCESSIBILITY": "1",
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
         }
-        # Passes on the options of sanitizers.
+        # Pass on the options of sanitizers.
         self.environment |= {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
         # A socket in place of the machine's system bus, which no test may reach. It never answers.
         system_bus = self.enter_context(socket.socket(socket.AF_UNIX))
@@ -174,7 +174,7 @@ class Session(contextlib.ExitStack):
         return self.bin / name
 
     def find_programs_first(self):
-        """Puts the folder of these scripts also on the PATH of the client, not only of its login shells."""
+        """Puts the folder of the scripts also on the PATH of the client, not only of its login shells."""
         self.environment["PATH"] = f"{self.bin}:{self.environment['PATH']}"
 
     def processes(self):

@@ -29,7 +29,7 @@ class Sway:
                 session.root.chmod(0o711)
                 command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", *command]
             except OSError:
-                # This user namespace has no user NOBODY. Run sway in a further one, in which this user is NOBODY.
+                # This user namespace has no user NOBODY: run sway in a nested one, in which this user is NOBODY.
                 command = ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}", *command]
         session.spawn(*command, cwd=folder, environment={"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
                                                          "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1"})

@@ -73,7 +73,7 @@ class Text:
         return self.so_far.partition("\n")[0]
 
     def time_of(self, position):
-        """Returns when the character at this position arrived; behind the end, when the last piece of text arrived."""
+        """Returns when the character at this position arrived; past the end, when the last text arrived."""
         return next((when for length, when in self.arrivals if length > position), self.arrivals[-1][1])
 
     def all(self):

@@ -20,8 +20,8 @@ CALL, SIGNAL = Gio.DBusMessageType.METHOD_CALL, Gio.DBusMessageType.SIGNAL
 
 
 def pack(signature, arguments):
-    """Returns the body of a message, or None if it has no arguments. A Variant in place of the signature is the whole
-    body, which is faster for large bodies."""
+    """Returns the body of a message, or None if it has no arguments. If `signature` is a Variant, it is the whole
+    body; this is faster for large bodies."""
     if isinstance(signature, GLib.Variant):
         return signature
     return GLib.Variant(f"({signature})", arguments) if signature else None
@@ -130,7 +130,7 @@ class Listener:
             pass  # kill() has closed the socket
 
     def wait(self, find, what, seconds=PATIENCE):
-        """Waits until `find()` is true, and returns its value. Calls it again after each collected message."""
+        """Waits until `find()` is true, and returns its value. Calls `find` again after each collected message."""
         deadline = Deadline(seconds)
         with self.changed:
             while not (found := find()):
