@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line to either
-// side. If it does not begin with a brace, it is also put as a text into messages.
+// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line to the one,
+// and as a line to the other. If it does not begin with a brace, it is also put as a text into messages.
 
 namespace {
 

@@ -62,7 +62,7 @@ void interpret(const CommandResult& result) {
   }
 }
 
-/// Runs a status command with this report as its output. Checks the rows of the menu afterwards.
+/// Runs a status command whose output is `report`. Checks the rows of the menu afterwards.
 void refresh(bool ok, std::string report) {
   fuzz::Controller controller;
   auto& machine = controller.machine;

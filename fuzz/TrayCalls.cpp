@@ -105,7 +105,7 @@ struct Target final : ActionTarget {
 
 /// Returns a session bus without a connection. `Desk` gives the item the connection to the host.
 SessionBus& idleBus() {
-  // Restore the signal mask: the loop blocks the signals that end a process, but they must end a fuzzer.
+  // Restore the signal mask: the loop blocks the signals that end a process, and these must end a fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;

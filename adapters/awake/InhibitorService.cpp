@@ -193,7 +193,7 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request
   return grant;
 }
 
-/// Releases a cookie. Calls the service's unique name: only the process that issued a cookie knows it.
+/// Releases a cookie. Calls the service's unique name: only the issuing process knows the cookie.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,

@@ -128,8 +128,8 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// Requests the inhibitors that held assertions lack after services have appeared or vanished, and gives back
-/// the inhibitors that are not needed any more.
+/// After services have appeared or vanished: requests the inhibitors that held assertions lack, and gives
+/// back the inhibitors that they need no longer.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);

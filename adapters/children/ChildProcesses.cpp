@@ -46,7 +46,7 @@ void dropCutCharacter(std::string& bytes) {
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
   FileDescriptor readEnd;   ///< non-blocking; closed at end of file
-  FileDescriptor writeEnd;  ///< to poll whether the pipe is full; closed before `drain`, for the end of file
+  FileDescriptor writeEnd;  ///< shows whether the pipe is full; closed before `drain`, to get end of file
   std::string bytes{};      ///< what has been read so far
   bool cut = false;         ///< whether bytes were read and then discarded, because the limit was reached
 

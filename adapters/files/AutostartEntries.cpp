@@ -186,7 +186,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The missing program was probably in the repository. If that is missing too, put in the present path.
+    // The missing program was probably in the repository. If the repository is missing too, replace the
+    // repository's path by the present one.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

@@ -30,7 +30,7 @@ class RequestServer {
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
 
-  /// Creates the socket in `folder`, which must exist; replaces an existing one. Peers stay connected.
+  /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
   std::error_code listen(const std::string& folder);
 
   /// Returns whether the file of the socket still exists.
@@ -39,7 +39,7 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket to "ending": who connects from now on gets no answer, but notices this process's end.
+  /// Renames the socket to "ending". A process that connects later only notices when this process ends.
   void announceEnd();
 
  private:

@@ -41,8 +41,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);
   /// Calls `handler` on the main thread while the descriptor is ready for one of `events` (EPOLLIN,
-  /// EPOLLOUT): level-triggered. Returns null for a descriptor that epoll refuses (EPERM), such as a regular
-  /// file.
+  /// EPOLLOUT): level-triggered. Null for a descriptor that epoll refuses with EPERM, such as a regular file.
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
   /// Reaps `child` when it ends. No other code may wait for this child.
@@ -55,7 +54,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Sets a function that runs once, just before applicationWillTerminate of the delegate.
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
-  // Application
+  // from the port Application
   void setActivationPolicy(ActivationPolicy policy) override;
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
@@ -64,7 +63,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
 
-  // Timers
+  // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
  private:

@@ -24,7 +24,7 @@ struct PathTiming {
   Seconds burst{0.25};   ///< from the first message of a burst until the kernel is asked
   Seconds loss{2.0};     ///< how long a loss of the network lasts before it is reported
   Seconds memory{60.0};  ///< the network flaps when the last `manyReports` reports came within this time
-  Seconds rest{10.0};    ///< from one report to the next while the network flaps
+  Seconds rest{10.0};    ///< least time from one report to the next while the network flaps
 };
 
 /// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer: whether the
@@ -43,7 +43,7 @@ class NetworkDecision {
 
   /// Tells that the path may have changed. Until the first report, the kernel is then asked without delay.
   void notice(Seconds now);
-  /// Tells of a resume. A loss is measured from then on, because networks need a moment to reconnect.
+  /// Tells of a resume. A loss counts from this time, because networks need a moment to reconnect.
   void resume(Seconds now);
 
   /// Returns the time to ask the kernel or, if no question is pending, to call `takeReport`; absent when

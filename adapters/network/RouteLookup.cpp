@@ -143,7 +143,7 @@ void takeLink(const nlmsghdr& message, Links& links) {
   // IFLA_LINK is the index of the device beneath. But for a pair it is the other end, and with
   // IFLA_LINK_NETNSID the index belongs to another namespace: then it is ignored.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
-  // Read IFLA_INFO_DATA for a bond only: the meaning of its attribute types depends on the kind.
+  // Read IFLA_INFO_DATA for a bond only: the attribute types in it have another meaning for other kinds.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
   link.activeMember = numberOf(details[IFLA_BOND_ACTIVE_SLAVE]);
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));

@@ -167,7 +167,7 @@ TEST_F(NetworkDecisionTest, GainIsReportedAtOnceAfterManyChanges) {
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}, {9250, "Wi-Fi"}}));
 }
 
-TEST_F(NetworkDecisionTest, FirstFailureCountsAsSatisfied) {
+TEST_F(NetworkDecisionTest, FailedFirstQuestionReportsASatisfiedPath) {
   questionsFail = true;
   startOn(none);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "other"}}));
