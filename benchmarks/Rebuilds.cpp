@@ -8,7 +8,7 @@
 #include "adapters/loop/EventLoop.h"
 #include "adapters/tray/StatusNotifierItem.h"
 
-// Rebuilds the exported menu 5,000 times with new texts, and prints the growth of private memory in kB.
+// Rebuilds the exported menu 5,000 times with new texts, and prints by how many kB the private memory grows.
 
 namespace {
 

@@ -144,7 +144,7 @@ class InTray:
         self.milliseconds = (self.tray.registered - start) * 1000
 
     def end(self):
-        """Kills the program. Returns its number of change signals, wake-ups and milliseconds of CPU. Wake-ups
+        """Kills the program. Returns the numbers of its change signals, its wake-ups and its CPU milliseconds. Wake-ups
         and CPU include the children that the program has waited for."""
         os.kill(self.pid, 9)
         used = os.wait4(self.pid, 0)[2]

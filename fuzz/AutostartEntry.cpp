@@ -6,7 +6,8 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
 
-// Fuzzes autostart entries. The input: the paths of the running program and the repository, the entry.
+// Fuzzes autostart entries. The input: the path of the running program, the path of the repository, "v" if
+// KESTRUNE_REPO_PATH is set, and the text of the entry.
 
 namespace {
 
@@ -47,7 +48,7 @@ void repair(AutostartEntries& entries, const std::string& repo, const std::strin
   require(contentsOf(path) == repaired, "a second repair changes nothing");
 }
 
-/// Repairs an entry of a client that is gone. Checks that the entry then starts the running program.
+/// Repairs an entry that starts a missing client. Checks that the entry then starts the running program.
 void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
   const std::string path = entries.path(label);
   const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);

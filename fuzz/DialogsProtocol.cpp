@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line of either
-// direction. If it does not begin with a brace, it is also put as a text into messages.
+// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line to the one,
+// and as a line to the other. If it does not begin with a brace, it is also put as a text into messages.
 
 namespace {
 
@@ -29,7 +29,7 @@ void echo(const std::string& line, std::variant<Message, std::string> (*decode)(
   require(json::parse(again) == json::parse(line), "a message says what its line said");
 }
 
-/// Checks that the receiver understands messages that contain this text.
+/// Encodes messages that contain `text`. Checks that the receiver understands these messages.
 void carry(const std::string& text) {
   View view{
       .kind = ViewKind::textField, .identifier = text, .text = text, .placeholder = text, .action = text};

@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes reading and saving the backend's .env. The input: "template" (or anything else, for .env itself), a
-// key, a value, the text of the file.
+// Fuzzes reading and saving the backend's .env. The input: which file exists ("template": .env.example;
+// anything else: .env), a key, a value, the text of the file.
 
 namespace {
 
@@ -14,7 +14,7 @@ using namespace kestrune;
 using fuzz::Controller;
 using fuzz::require;
 
-/// Returns the lines of a text. Each of these separators ends a line.
+/// Returns the lines of a text. Each separator in the list ends a line, as a newline does.
 std::vector<std::string> linesOf(std::string text) {
   for (const char* const separator : {"\v", "\f", "\r", "\u0085", "\u2028", "\u2029"}) {
     text = replacingAll(text, separator, "\n");
@@ -48,7 +48,7 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   for (const auto& each : now) {
     if (each.starts_with(key + "=")) require(each == line, "every line of a key is rewritten");
   }
-  // Ignore the blank line that is put before an appended key.
+  // Ignore the blank line that the client puts before a key that it appends to the file.
   if (defining == 0 && others.size() == othersBefore.size() + 1 && others.back().empty()) others.pop_back();
   require(others == othersBefore, "every other line is kept");
 }

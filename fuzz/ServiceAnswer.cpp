@@ -2,7 +2,7 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the choice of project and thread from an answer of the backend's service. The input: the answer.
+// Fuzzes the choice of project and chat thread from an answer of the backend's service, which is the input.
 
 using namespace kestrune;
 using fuzz::require;

@@ -3,7 +3,7 @@
 
 #include "text/Text.h"
 
-// Fuzzes the status report. The input: a byte ('0': the status command succeeds), then the command's output.
+// Fuzzes the status report. The input: a byte ('0': the status command succeeds), the command's output.
 
 namespace {
 
@@ -17,7 +17,7 @@ bool holds(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// Returns the expected lamp (the shown state). Faults in the lines of the Codex items are no errors.
+/// Returns the expected lamp (the shown state). Faults in lines about Codex items have no effect on it.
 ConnectionLampState expectedLamp(const CommandResult& result) {
   std::string kept;
   LineSplitter lines(result.output);
@@ -62,7 +62,7 @@ void interpret(const CommandResult& result) {
   }
 }
 
-/// Runs a status command with this report as its output. Checks the rows of the menu afterwards.
+/// Runs a status command whose output is `report`. Checks the rows of the menu afterwards.
 void refresh(bool ok, std::string report) {
   fuzz::Controller controller;
   auto& machine = controller.machine;

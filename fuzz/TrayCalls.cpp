@@ -105,7 +105,7 @@ struct Target final : ActionTarget {
 
 /// Returns a session bus without a connection. `Desk` gives the item the connection to the host.
 SessionBus& idleBus() {
-  // Restore the signal mask: the loop blocks the signals that end a process, and nobody could end a fuzzer.
+  // Restore the signal mask: the loop blocks the signals that end a process, and these must end a fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;
@@ -215,7 +215,7 @@ class Desk {
   }
 
   void setMenu(Input& input) {
-    // The keys are chosen by the program, unlike the titles, which can be any text.
+    // The client itself chooses the keys (shortcuts), so they are not fuzzed. The titles can be any text.
     static constexpr std::array keys{"", "q", "R", ","};
     Menu shown;
     for (int id = 1 + input.byte() % 2, last = id + input.byte() % 8; id < last; ++id) {

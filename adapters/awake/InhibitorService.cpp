@@ -12,7 +12,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
-constexpr Seconds pause{60.0};  // without requests, after a timeout or an error of `notOfferedErrors`
+constexpr Seconds pause{60.0};  // no requests for this time after a timeout or one of `notOfferedErrors`
 constexpr std::size_t requestLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
@@ -67,7 +67,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     std::uint64_t serial = 0;
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
-      // The caller is told that the request was refused: an inhibitor that is granted later is given back.
+      // The timeout counts as a refusal: if the service still grants the inhibitor, it is given back.
       if (sd_bus_message_get_cookie(call.get(), &serial) >= 0) expectAnswer(serial, 0);
     }
     if (holds(holder) || !goOn) return holds(holder);
@@ -196,7 +196,7 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request
   return grant;
 }
 
-/// Releases a cookie. Calls the unique name, because only the process that issued the cookie knows it.
+/// Releases a cookie. Calls the service's unique name: only the issuing process knows the cookie.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,

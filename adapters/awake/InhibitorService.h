@@ -39,7 +39,7 @@ class InhibitorService final : public BusClient {
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  /// Returns whether the service is known to run. Returns false for a minute after it lacked the method.
+  /// Returns whether the service is known to run. Once it lacked the method, returns false for a minute.
   bool isPresent() const;
 
   /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
@@ -51,7 +51,7 @@ class InhibitorService final : public BusClient {
   void inhibitLater(std::uint32_t holder, const std::string& reason);
   /// Gives back the inhibitor of `holder`, if any, and the inhibitor that a pending request brings later.
   void giveBack(std::uint32_t holder);
-  /// Returns whether the inhibitor of `holder` is in force: the granting process still runs, as far as known.
+  /// Returns whether `holder` has an inhibitor whose granting process, as far as is known, still runs.
   bool holds(std::uint32_t holder) const;
 
   void busConnected(sd_bus* bus) override;

@@ -128,7 +128,8 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// Adapts the inhibitors of all held assertions after services have appeared or vanished.
+/// After services have appeared or vanished: requests the inhibitors that held assertions lack, and gives
+/// back the inhibitors that they need no longer.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
@@ -139,7 +140,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Give superfluous inhibitors back last: otherwise nothing would keep the machine awake in between.
+    // Give superfluous inhibitors back last, so that an inhibitor keeps the machine awake at any time.
     for (auto* const service : all) {
       const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

@@ -46,7 +46,7 @@ void dropCutCharacter(std::string& bytes) {
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
   FileDescriptor readEnd;   ///< non-blocking; closed at end of file
-  FileDescriptor writeEnd;  ///< kept open to poll whether the pipe is full; closed before `drain`
+  FileDescriptor writeEnd;  ///< shows whether the pipe is full; closed before `drain`, to get end of file
   std::string bytes{};      ///< what has been read so far
   bool cut = false;         ///< whether bytes were read and then discarded, because the limit was reached
 
@@ -59,9 +59,9 @@ struct OutputPipe {
     return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
   }
 
-  /// Lets the child write at least 64 KiB in total: reads from the pipe when it is full with less. Such small
-  /// pipes exist: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe only one
-  /// or two pages. A page counts as full when the next write does not fit into it.
+  /// Lets the child write at least 64 KiB in total: if the pipe is full before that, reads from it. When the
+  /// pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe only one or two pages. A page
+  /// counts as full when the next write does not fit into it, so a pipe may be full with few bytes.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};
@@ -76,8 +76,8 @@ struct OutputPipe {
     if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
   }
 
-  /// Reads through `buffer` until the pipe is empty, and appends at most `room` bytes to `bytes`. Once bytes
-  /// have been discarded, stops at the deadline.
+  /// Reads until the pipe is empty or at end of file. Appends at most `room` bytes to `bytes`, and discards
+  /// the rest; from then on, stops at the deadline. `buffer` is working memory.
   void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
       const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
@@ -96,7 +96,7 @@ struct OutputPipe {
 
 }  // namespace
 
-/// The children that have not been reaped, and the thread that may launch more.
+/// The children that have not been reaped. `mutex` guards the members below it.
 struct ChildProcesses::Register {
   explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
 
@@ -104,7 +104,7 @@ struct ChildProcesses::Register {
   std::mutex mutex;
   std::vector<pid_t> running;    // children that their Process object reaps
   std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
-  std::optional<std::thread::id> onlyThread;
+  std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
 
   void reapAbandoned() {
     std::erase_if(abandoned, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
@@ -139,7 +139,7 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // Also reaches the descendants of a reaped child: the ID of a group with members is not reused.
+  // Also reaches the descendants of a reaped child: the ID of a process group with members is not reused.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {
@@ -228,8 +228,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). It soon succeeds: killed children count
-  // until they are reaped here, and other processes of the session are ending too.
+  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). A later attempt soon succeeds: killed
+  // children count until they are reaped here, and other processes of the session are ending too.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);

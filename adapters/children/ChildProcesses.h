@@ -15,16 +15,18 @@ namespace kestrune {
 /// Starts child processes with posix_spawn.
 class ChildProcesses final : public Processes {
  public:
-  /// A function that takes over the non-blocking read end of a pipe. Runs on the thread that uses the child.
+  /// A function that takes over the non-blocking read end of a pipe. Runs on the thread that reads the output
+  /// of the child or destroys its Process.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// `leftover` gets each pipe that a descendant of the child still has open when the output was read or the
-  /// Process was destroyed. Without `leftover`, the pipe is closed, and its writers get SIGPIPE.
+  /// When the child's output has been read, or the Process is destroyed, a descendant of the child may still
+  /// have a pipe open. `leftover` gets each such pipe. If it is empty, the pipe is closed; writers get
+  /// SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments) override;
-  /// Does the same with `input` as standard input. Without a slash, `executable` is looked up on PATH.
+  /// Launches a child whose standard input is `input`. Looks up `executable` on PATH if it has no slash.
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments, int input);
   void reserveForThisThread() override;

@@ -16,7 +16,7 @@ namespace kestrune {
 namespace {
 
 constexpr Seconds grace{1.0};          // how much longer than --max-time curl may run
-constexpr Seconds pollInterval{0.01};  // between two checks whether curl has exited after its output
+constexpr Seconds pollInterval{0.01};  // between two checks whether curl, whose output has ended, has exited
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
 /// Returns whether the token may be part of an HTTP header line: it has no control character.
@@ -27,7 +27,7 @@ bool canStandInHeader(const std::string& token) {
   });
 }
 
-/// Returns a memfd (a file in memory) that contains `text` and is read from its start; empty on failure.
+/// Returns a memfd (a file in memory) with `text`, to be read from its start; an empty descriptor on failure.
 FileDescriptor fileInMemory(const std::string& text) {
   FileDescriptor file(memfd_create("header", MFD_CLOEXEC));
   const auto size = static_cast<ssize_t>(text.size());

@@ -12,7 +12,7 @@ namespace kestrune {
 /// service that has the command's standard output open would die of SIGPIPE. Main thread, except `add`.
 class LeftoverPipes {
  public:
-  /// The largest number of pipes. A further pipe closes the oldest pipe, whose writer then gets SIGPIPE.
+  /// The largest number of pipes. If there are more, the oldest pipe is closed, and its writer gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& loop);

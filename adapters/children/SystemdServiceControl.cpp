@@ -2,9 +2,9 @@
 
 namespace kestrune {
 
-// Does not wait for the unit to stop, and asks for no password. The service manager may hang or be slow, so
-// the line ends after 1.2 s, or after 0.2 s once two seconds have passed since the first of these lines: so
-// time remains for the rest of the script. Errors are not shown: few backends have all these units.
+// Does not wait for the unit to stop, and asks for no password. Because the service manager may hang,
+// `timeout` ends the line after 1.2 s; after 0.2 s if the script's first such line began 2 s ago or earlier.
+// So the rest of the script has time to run. Errors are not shown: few backends have all these units.
 std::string SystemdServiceControl::unloadLine(const std::string& label) const {
   return ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
          "systemctl --user --no-block --no-ask-password stop " +
@@ -13,8 +13,8 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 
 // The brackets around the first character keep the pattern from matching the shell that runs this line. The
 // pattern may also match a client by its path, or the terminal that runs the client. So the first of these
-// lines lists in `spared` what gets no signal: this client, every other process of KestruneMenuClient and
-// KestruneMenuDialogs, and the ancestors of all these processes.
+// lines that a shell runs sets `spared` to the processes that get no signal: this client, all processes of
+// KestruneMenuClient and KestruneMenuDialogs, and the ancestors of all these processes.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "

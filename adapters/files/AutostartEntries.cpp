@@ -58,7 +58,7 @@ std::string launchCommand(const std::string& executable) {
 
 /// Returns the argument of env(1) that sets KESTRUNE_REPO_PATH.
 std::string repoArgument(const std::string& repo) {
-  // The entry's Path key is the working directory, so "." stands for a path that cannot be quoted.
+  // If the path cannot be quoted, use ".": the entry's key Path makes the repository the working directory.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
@@ -133,7 +133,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // An unreadable entry counts as enabled, but not a link to /dev/null (switched off) or a folder.
+    // An unreadable entry counts as enabled, except a link to /dev/null (an entry switched off) and a folder.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
@@ -186,7 +186,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The program was usually inside the repository. If the repository is gone too, replace its path.
+    // The missing program was probably in the repository. If the repository is missing too, replace the
+    // repository's path by the present one.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

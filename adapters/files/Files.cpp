@@ -24,7 +24,7 @@ namespace {
 
 constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
 
-/// Replaces a symbolic link in `path` by its final target, which may be missing (dangling link).
+/// If `path` is a symbolic link, replaces `path` by the final target, which may be missing (dangling link).
 std::error_code followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;
@@ -139,7 +139,8 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
   const fs::path kept = freeName(target, ".unreadable", isThisOne);
   if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
 
-  // The hard link has failed: not supported, or forbidden by fs.protected_hardlinks. Keep a copy instead.
+  // The hard link has failed: the file system has none, or the kernel refuses one to another user's file (if
+  // fs.protected_hardlinks is set). Keep a copy instead.
   const std::error_code unlinkable = lastError();
   std::string bytes;
   const std::error_code unreadable = readWholeFile(target, bytes);
@@ -159,7 +160,7 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // Another process may have created the folder just now. Any other file at `path` is an error.
+  // Another process may have created the folder just now. If there is a file that is not a folder, fail.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

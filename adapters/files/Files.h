@@ -28,13 +28,13 @@ std::error_code writePrivateFile(const std::string& path, std::string_view conte
 /// and a number if that name exists. Any thread.
 std::error_code keepDamagedFile(const std::string& path);
 
-/// Returns whether `failure` is temporary, such as EMFILE or ESTALE, and says nothing about the file.
+/// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
 bool isPassing(const std::error_code& failure);
 
 /// Replaces an unreadable file like `writeFileAtomically`, and keeps the old file: its name gets
-/// ".unreadable" appended, and a number if that name exists. There is a file at `path` at any time. The old
-/// file is kept by a hard link; if that fails, as a copy; if that fails too, by swapping both files
-/// (RENAME_EXCHANGE). If all three fail, nothing changes. Only a regular file is kept. Any thread.
+/// ".unreadable" appended, and a number if that name exists. At any time, `path` names the old file or the
+/// new one. The old file is kept by a hard link; if that fails, as a copy; if that fails too, by swapping
+/// both (RENAME_EXCHANGE). If all three fail, nothing changes. A device or FIFO is not kept. Any thread.
 std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents);
 
 /// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if the folder exists.

@@ -49,8 +49,8 @@ bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-/// Removes new files that killed processes of this user have left in `folder`. The new files of running
-/// processes are locked, and stay.
+/// Removes the temporary files that killed processes of this user have left in `folder`. The temporary files
+/// of running processes are locked, and stay.
 void removeAbandoned(const fs::path& folder) {
   std::error_code failure;
   const fs::directory_iterator end;
@@ -60,7 +60,7 @@ void removeAbandoned(const fs::path& folder) {
     if (!name.starts_with(prefix) || name.size() != prefix.size() + randomPart.size()) continue;
     struct stat state {};
     if (lstat(path.c_str(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_uid != geteuid()) continue;
-    // Open the file for writing: NFS requires that for an exclusive lock.
+    // Open the file for writing: on NFS, an exclusive lock needs a descriptor that is open for writing.
     const FileDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
   }
@@ -75,7 +75,7 @@ std::optional<std::string> accessList(const fs::path& path) {
   return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
 }
 
-/// Sets the ACL of a file. An empty `list` removes the ACL that the file inherited from its folder.
+/// Sets the ACL of a file; an empty `list` removes the ACL inherited from the folder. False on failure.
 bool setAccessList(int file, const std::string& list) {
   if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
@@ -130,8 +130,8 @@ std::error_code NewFile::replaceTarget() {
 }
 
 std::error_code NewFile::replaceTargetKeeping(const fs::path& kept) {
-  // First rename the new file to `kept`, then swap. A swap under the temporary name would give that name to
-  // the old file, and another process could remove it as abandoned.
+  // First rename the new file to `kept`, then swap both files. Otherwise, the swap would give the temporary
+  // name to the old file, and another process could remove the old file as abandoned.
   if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
   name = kept;
   if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();

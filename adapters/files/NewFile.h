@@ -17,14 +17,14 @@ namespace kestrune {
 /// tells other processes that it is not abandoned. The destructor removes it unless it replaced the target.
 class NewFile {
  public:
-  /// The caller resolves symbolic links in `target` before: a link at `target` is itself replaced.
+  /// If `target` is a symbolic link, the link itself is replaced, so the caller must resolve links before.
   explicit NewFile(std::filesystem::path target);
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  /// Records owner, mode and ACL of the target, to set them on the new file later. Fails when the target
-  /// exists and is not a regular file.
+  /// Records owner, mode and ACL of the target, to set them on the new file later; without a target, does
+  /// nothing. Fails when the target exists and is not a regular file.
   std::error_code keepAccess();
 
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes new files
@@ -36,9 +36,9 @@ class NewFile {
   /// the rename, a kill of this process could leave a temporary file that others can read.
   std::error_code replaceTarget();
 
-  /// Does the same, but keeps the old file with the name `kept`, which must be free. RENAME_EXCHANGE swaps
-  /// both files in one step; some file systems do not support it. If this process is killed just before the
-  /// swap, `kept` is the complete new file.
+  /// Replaces the target like `replaceTarget`, but keeps the old file with the name `kept`, which must be
+  /// free. RENAME_EXCHANGE swaps both files in one step; some file systems do not support it. If this process
+  /// is killed just before the swap, `kept` is the complete new file.
   std::error_code replaceTargetKeeping(const std::filesystem::path& kept);
 
  private:
@@ -52,7 +52,7 @@ class NewFile {
 
   const std::filesystem::path target;
   const std::filesystem::path folder;
-  std::string name;  ///< empty when there is no file to remove
+  std::string name;  ///< path of the new file; empty when there is no file to remove
   FileDescriptor file;
   std::optional<Access> access;
 };

@@ -30,7 +30,7 @@ class ClientSubscription final : public StatusSubscription {
   }
 
  private:
-  /// Watches the folder of the client's socket, or the nearest ancestor that exists (inotify).
+  /// Watches the folder of the client's socket (inotify); if it is missing, the nearest ancestor that exists.
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
@@ -77,7 +77,8 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// Called when the client has ended or is silent. If it had sent a line, looks for a new client at once.
+  /// Called when the connected client has ended, or has sent no line for 2 s. If it had sent a line, connects
+  /// to a new client at once, if there is one. Otherwise, tells the subscriber that no client runs.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -94,7 +95,7 @@ class ClientSubscription final : public StatusSubscription {
   const std::function<void(const std::string&)> onLine;
   const std::function<void()> onAbsence;
   const std::shared_ptr<bool> alive = std::make_shared<bool>();
-  const FileDescriptor watch;  ///< inotify instance that watches the folder
+  const FileDescriptor watch;  ///< inotify instance that watches the folder of the socket
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;

@@ -22,12 +22,12 @@ class InstanceFolders {
   /// `userRuntimes`: a folder that contains a runtime folder for each logged-in user, named by the user ID.
   InstanceFolders(std::string runtime, std::string state, const std::string& userRuntimes = "/run/user");
 
-  /// Returns the folder for a client that starts now: in the session's runtime folder, else in the user's,
-  /// else in the state folder. It may not exist yet. Runtime folders that belong to other users are skipped.
+  /// Returns the folder for a client that starts now; it may not exist yet. It is in the session's runtime
+  /// folder, else in the user's, else in the state folder. Skips runtime folders that belong to other users.
   std::string current() const;
 
-  /// Connects to the socket `socketName`. Returns an empty descriptor when no process of this user accepts at
-  /// once. Tries the state folder too: the client may have started without a runtime folder.
+  /// Connects to the socket `socketName`; an empty descriptor when no process of this user accepts at once.
+  /// Tries the state folder too: the listening client may have started without a runtime folder.
   FileDescriptor connect(const char* socketName) const;
 
  private:
@@ -45,7 +45,7 @@ FileDescriptor instanceSocket(const std::string& folder, const char* name,
 /// Returns the credentials of the peer process (SO_PEERCRED); user ID -1 when the kernel does not tell them.
 ucred peerOf(const FileDescriptor& socket);
 
-/// Appends to `bytes` what has arrived on the socket. Returns false at end of file or on an error.
+/// Appends what has arrived on the socket to `bytes`. Never blocks. False at end of file or on an error.
 bool receive(const FileDescriptor& socket, std::string& bytes);
 
 /// Sends `line` and a newline. Returns false when they do not fit into the socket's buffer, or on an error.

@@ -80,7 +80,8 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Waits until the other client has ended and its connection closes, or asks it to show its menu.
+  /// Listens for the other client's messages without blocking. If `untilItsEnd`, waits until that client has
+  /// ended and its connection closes; otherwise first asks it to show its menu.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {
@@ -184,7 +185,7 @@ void Rendezvous::publish(StatusLine line) {
   server.publish(std::move(line));
 }
 
-/// Returns whether our lock file is still at its path, so that another process would find it and its lock.
+/// Returns whether the lock file is still at its path. If not, another process would lock a new file.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }
@@ -212,7 +213,7 @@ void Rendezvous::takePlace() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Listen without the lock, unless this would replace the socket of another client.
+    // Listen without the lock, unless this client listens already, or would replace another client's socket.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;

@@ -25,7 +25,7 @@ struct Claim {
   pid_t predecessor = 0;          ///< PID of the client to replace; used by `replace` only
   std::string activationToken{};  ///< XDG activation token for the running client; empty when there is none
   Seconds answerPatience{2.0};    ///< longest wait for the answer of the running client
-  Seconds endPatience{12.0};  ///< longest wait for the end of an ending client; a client needs less to end
+  Seconds endPatience{12.0};      ///< longest wait until an ending client has ended; it normally ends sooner
 };
 
 /// The rendezvous: the lock and the socket of the one client of a user. Through it, this process becomes the

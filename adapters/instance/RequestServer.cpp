@@ -122,7 +122,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// Sends a line. If it does not fit into the socket's buffer, drops the peer, which does not read.
+/// Sends a line. If it does not fit into the socket's buffer, disconnects the peer, which reads nothing.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   if (!sendLine(peer->socket, line)) drop(peer);
 }

@@ -21,7 +21,7 @@ namespace kestrune {
 ///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason
 ///
 /// The answer to any other line is "error" and a reason. A peer (a connected process) is disconnected when
-/// its line exceeds 4096 bytes, when it does not read, or when 64 peers have connected later. Main thread.
+/// its line exceeds 4096 bytes, when it reads no answers, or when 64 peers have connected later. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;
@@ -30,7 +30,7 @@ class RequestServer {
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
 
-  /// Creates the socket in `folder`, which must exist, in place of any other. Connected peers stay connected.
+  /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
   std::error_code listen(const std::string& folder);
 
   /// Returns whether the file of the socket still exists.
@@ -39,7 +39,7 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket: a process that connects later gets no answer, but notices when this process ends.
+  /// Renames the socket to "ending". A process that connects later only notices when this process ends.
   void announceEnd();
 
  private:
@@ -69,7 +69,7 @@ class RequestServer {
   EventSource rest;  ///< set while the listener is not watched, because no descriptor is left
   std::list<PeerRef> peers;
   StatusLine newest;                ///< null until the first status is published
-  std::optional<std::string> told;  ///< the last status line that was sent
+  std::optional<std::string> told;  ///< the last status line that was sent to any peer; absent before
 };
 
 }  // namespace kestrune

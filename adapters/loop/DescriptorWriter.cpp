@@ -11,8 +11,8 @@ namespace kestrune {
 
 namespace {
 
-// If poll() reports a blocking terminal, pipe or socket as writable, writing this much does not block.
-constexpr std::size_t safeAmount = 256;  // bytes
+// If poll() reports a blocking terminal, pipe or socket as writable, writing this many bytes does not block.
+constexpr std::size_t safeAmount = 256;
 
 }  // namespace
 
@@ -53,8 +53,8 @@ void DescriptorWriter::flush() {
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
-      // The write has failed: the reader has closed its end. Remove the source before the descriptor is
-      // closed: if another process shares the open file, epoll would keep reporting it.
+      // The write has failed: the reader has closed its end. Remove the event source before the descriptor is
+      // closed: if another process shares the open file, epoll would keep reporting events.
       writable.reset();
       output.reset();
       break;

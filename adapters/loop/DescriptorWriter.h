@@ -12,7 +12,7 @@ namespace kestrune {
 /// memory, up to a limit. Main thread.
 class DescriptorWriter {
  public:
-  /// `limit`: how many bytes may wait. While bytes wait, a text beyond the limit is dropped as a whole.
+  /// `limit`: how many bytes may wait. A text that is written while no bytes wait may be longer.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
   /// Returns false when the text was dropped: it would exceed the limit, or the reader has closed its end.

@@ -107,7 +107,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   void close() override {
-    // Destroyed after the lock is released, because the destructor of a job may post another job.
+    // `dropped` is destroyed after the lock is released: the destructor of a job may post another job.
     std::multimap<Seconds, Job> dropped;
     const std::lock_guard lock(mutex);
     closed = true;
@@ -164,7 +164,7 @@ class EventLoop::LoopTimer final : public Timer {
     if (due <= present) due = present + interval;
     source = loop.at(CLOCK_BOOTTIME, due, [this] {
       wait();
-      // Call a copy: the action may destroy this timer, which owns it.
+      // Call a copy: the action may destroy this timer, which owns the action.
       const auto copy = action;
       copy();
     });
@@ -177,7 +177,8 @@ class EventLoop::LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// Opens /dev/null for closed standard streams: every child would inherit the next opened file instead.
+/// Opens /dev/null for each closed standard stream. Otherwise, the next opened file would get the stream's
+/// number, and every child would inherit that file.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
@@ -258,7 +259,7 @@ void EventLoop::reap(pid_t child) {
 }
 
 /// Reaps only the children that were given to `reap`; other code waits for all others. Runs at each SIGCHLD.
-/// There is no pidfd for each child, because it needs a descriptor, and none may be left.
+/// Uses no pidfds: each is a descriptor, and the process may have no free descriptor.
 void EventLoop::reapEnded() {
   std::erase_if(children, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
 }
@@ -273,7 +274,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Linux desktops have no activation policy: they do not list a process without a window.
+  // Nothing to do: Linux desktops have no activation policy. They list only processes with a window.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

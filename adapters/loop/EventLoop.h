@@ -40,8 +40,8 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   EventSource onSignal(int signalNumber, std::function<void()> handler);
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);
-  /// Calls `handler` on the main thread again and again while any of `events` (EPOLLIN, EPOLLOUT) is true:
-  /// level-triggered. Returns null for a descriptor that epoll refuses with EPERM, such as a regular file.
+  /// Calls `handler` on the main thread while the descriptor is ready for one of `events` (EPOLLIN,
+  /// EPOLLOUT): level-triggered. Null for a descriptor that epoll refuses with EPERM, such as a regular file.
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
   /// Reaps `child` when it ends. No other code may wait for this child.
@@ -54,7 +54,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Sets a function that runs once, just before applicationWillTerminate of the delegate.
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
-  // Application
+  // from the port Application
   void setActivationPolicy(ActivationPolicy policy) override;
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
@@ -63,7 +63,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
 
-  // Timers
+  // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
  private:

@@ -14,7 +14,7 @@ namespace kestrune {
 namespace {
 
 /// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty), pairs, switch ports
-/// and dummies. Devices of other kinds are ARPHRD_ETHER too, whatever medium they run over.
+/// and dummies. Devices of other kinds are ARPHRD_ETHER too, but may run over any medium.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
 /// What sysfs tells about a network device.

@@ -37,7 +37,7 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // If a resume came during the burst, a loss counts from the resume.
+    // `currentSince` is the later time if a resume came during the burst: a loss counts from the resume.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

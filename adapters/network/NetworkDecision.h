@@ -10,7 +10,7 @@
 namespace kestrune {
 
 /// The route that the kernel chooses for packets to the Internet. The fields after `path` tell two networks
-/// of one medium apart. The addresses are in network byte order; they are empty when there is none.
+/// of one medium apart. The addresses are in network byte order; a missing address is empty.
 struct RoutedPath {
   NetworkPath path;
   unsigned interface = 0;  ///< interface index; 0 for none
@@ -24,7 +24,7 @@ struct PathTiming {
   Seconds burst{0.25};   ///< from the first message of a burst until the kernel is asked
   Seconds loss{2.0};     ///< how long a loss of the network lasts before it is reported
   Seconds memory{60.0};  ///< the network flaps when the last `manyReports` reports came within this time
-  Seconds rest{10.0};    ///< from one report to the next while the network flaps
+  Seconds rest{10.0};    ///< least time from one report to the next while the network flaps
 };
 
 /// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer: whether the
@@ -41,13 +41,13 @@ class NetworkDecision {
 
   explicit NetworkDecision(const PathTiming& timing = {});
 
-  /// Tells that the path may have changed. Until the first report, this leads to a question without delay.
+  /// Tells that the path may have changed. Until the first report, the kernel is then asked without delay.
   void notice(Seconds now);
-  /// Tells of a resume. A loss counts from now on, because networks need a moment to reconnect.
+  /// Tells of a resume. A loss counts from this time, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// Returns when to ask the kernel, or else when to call `takeReport`; absent when there is nothing to wait
-  /// for. During a burst it is the time of the question, because the known path may be outdated.
+  /// Returns the time to ask the kernel or, if no question is pending, to call `takeReport`; absent when
+  /// there is nothing to wait for. A pending question comes first, because the known path may be outdated.
   std::optional<Seconds> due() const;
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.

@@ -18,8 +18,8 @@ namespace {
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
-/// The multicast groups of messages after which the path may be another. The route groups are not enough: the
-/// kernel sends no message for routes that vanish with an address or, in IPv4, with an interface.
+/// The rtnetlink multicast groups whose messages may mean a changed path. The route groups are not enough:
+/// the kernel sends no message for routes that vanish with an address or, in IPv4, with an interface.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 
@@ -65,14 +65,14 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void notice() {
-    // Stop listening until the question, so that a burst of any length wakes the process only twice.
+    // Stop listening until the kernel is asked, so that a burst of any length wakes the process only twice.
     stopListening();
     decision.notice(parts.clock.awakeTime());
     wait();
   }
 
   void ask(Seconds now) {
-    // Listen before asking, so that no change between listening and asking is missed.
+    // Listen before asking: a change between the answer and the start of listening would be missed.
     const auto answer = listen() ? lookUpRoute(parts.devices) : Result<RoutedPath>(Failure{describe(errno)});
     report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
     if (answer) {

@@ -24,7 +24,7 @@ namespace {
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
-/// The errors which mean that there is no such route or interface.
+/// The errors which mean that there is no usable route or interface.
 constexpr std::array noneErrors{
     ENETUNREACH,   // no route, or a route of type throw
     EHOSTUNREACH,  // a route of type unreachable
@@ -124,7 +124,7 @@ int askForRoute(mnl_socket* socket, unsigned char family, RoutedPath& path) {
   });
 }
 
-/// Returns whether a virtual device is one end of a pair of connected devices.
+/// Returns whether the device is one end of a virtual cable, a pair of connected devices.
 bool isPair(const Link& link) {
   return link.kind == "veth" || link.kind == "netkit";
 }
@@ -140,15 +140,17 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK names the device beneath, except for a pair and with IFLA_LINK_NETNSID (other namespace).
+  // IFLA_LINK is the index of the device beneath. But for a pair it is the other end, and with
+  // IFLA_LINK_NETNSID the index belongs to another namespace: then it is ignored.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
-  // Read IFLA_INFO_DATA for a bond only: the meaning of its attribute types depends on the kind.
+  // Read IFLA_INFO_DATA for a bond only: the attribute types in it have another meaning for other kinds.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
   link.activeMember = numberOf(details[IFLA_BOND_ACTIVE_SLAVE]);
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
 }
 
-/// Asks the kernel for one interface, and for all if this one is stacked. Returns 0 or an errno value.
+/// Asks the kernel about the interface `index` and, if it is a stacked device, about all interfaces. Adds
+/// them to `links`. Returns 0 or an errno value.
 int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
   Request<ifinfomsg> one(RTM_GETLINK);

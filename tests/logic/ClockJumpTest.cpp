@@ -31,7 +31,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     }
   }
 
-  /// Returns a function that jumps at its first call, and at each call runs jobs of the main thread.
+  /// Returns a function whose first call makes the clocks jump and runs jobs of the main thread.
   std::function<void()> jumpOnce() {
     return [this, done = false]() mutable {
       if (std::exchange(done, true)) return;
@@ -47,7 +47,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     EXPECT_EQ(machine.loop.workerJobs() + machine.loop.mainJobs() + machine.loop.delayedJobs(), 0U);
   }
 
-  /// Expects a status query every 20 seconds.
+  /// Advances the clocks by a minute. Expects a status query every 20 seconds.
   void expectTicksGoOn() {
     const auto before = statusQueries();
     machine.loop.advance(Seconds{60.1});

@@ -53,7 +53,7 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 
 namespace kestrune::testing {
 
-/// Windows that show the result of an action.
+/// Returns the window that shows the result of an action that has succeeded; `errorWindow`: that has failed.
 inline Alert informationWindow(std::string title, std::string content) {
   return {.style = AlertStyle::informational,
           .messageText = std::move(title),

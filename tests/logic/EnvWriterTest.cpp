@@ -156,7 +156,7 @@ TEST_F(EnvWriter, KeepsAnUnreadableFile) {
   EXPECT_EQ(env(), "KEY=\xFF");
 }
 
-TEST_F(EnvWriter, LeavesAFileWithAPassingReadError) {
+TEST_F(EnvWriter, LeavesTheFileAfterATemporaryReadError) {
   machine.fileManager.readError = "Too many open files";
   env() = "KEY=old";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, "Too many open files"}));

@@ -8,7 +8,7 @@ struct KeepAwake : ControllerTest {
     setAutoConnect(autoConnect);
     machine.userDefaults.setBool("keepAwakeEnabled", keepAwake);
   }
-  /// Takes the held assertion of this type out of force.
+  /// From now on, the held assertions of this type are not in force: `isHeld` returns false.
   void lose(PowerAssertionType type) {
     for (const auto& [identifier, heldType] : machine.powerAssertions.held) {
       if (heldType == type) machine.powerAssertions.lost.insert(identifier);
@@ -103,7 +103,7 @@ TEST_F(KeepAwake, IsHeldOnlyWhileBothPreferencesAreOn) {
 struct KeepAwakeToggle : KeepAwake {
   KeepAwakeToggle() { makeStatusItem(); }
 
-  /// Chooses the row. Expects the calls `calls`, followed by updates of menu, button and window.
+  /// Chooses the keep-awake row. Expects `calls`, then updates of the menu and the button, then a window.
   void toggle(const std::string& lamp, bool on, CallLog calls) {
     newCalls();
     choose("toggleKeepAwake");

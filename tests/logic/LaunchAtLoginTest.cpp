@@ -99,7 +99,7 @@ TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
-/// Launch agents on a machine without a desktop that would read them.
+/// Launch agents on a machine without a desktop that reads them. A test sets whether the agent is registered.
 struct OddAgents final : LaunchAgents {
   bool areRead() const override { return false; }
   std::string path(const std::string& label) const override { return "/agents/" + label; }

@@ -28,19 +28,19 @@ struct LiveSessionRefresh : ControllerTest {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Checkout"}]})";
   }
 
-  /// Starts to ask for the project and thread, and runs no job.
+  /// Starts to ask for the project and the chat thread, and runs no job.
   void begin() {
     controller->refreshLiveSessionSnapshot([this] {
       ++completions;
       if (whenComplete) whenComplete();
     });
   }
-  /// Asks for the project and thread, and runs all jobs.
+  /// Asks for the project and the chat thread, and runs all jobs.
   void ask() {
     begin();
     machine.loop.settle();
   }
-  /// Returns the project and thread that a new menu shows.
+  /// Returns the project and the chat thread that a new menu shows.
   Session shown() {
     controller->rebuildMenu("", ConnectionLampState::ok, 0);
     newCalls();

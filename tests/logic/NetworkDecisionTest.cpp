@@ -71,7 +71,7 @@ struct Machine {
 
   void startOn(const RoutedPath& path) { change(0, path), passUntil(0); }
 
-  /// Lets a long time pass after the last change, and returns all reports.
+  /// Lets 100 s pass after the last change, and returns all reports.
   const Said& saidInTheEnd() {
     passUntil(now() + 100'000);
     EXPECT_EQ(decision.due(), std::nullopt);
@@ -156,7 +156,7 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
 TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // At 7000 a burst of messages is going on. The report waits for its end, because the network may come back.
+  // At 7000 a burst of messages is going on. The report waits for its end: the network may come back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 
@@ -167,7 +167,7 @@ TEST_F(NetworkDecisionTest, GainIsReportedAtOnceAfterManyChanges) {
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "none"}, {5250, "wired"}, {9250, "Wi-Fi"}}));
 }
 
-TEST_F(NetworkDecisionTest, FirstFailureCountsAsSatisfied) {
+TEST_F(NetworkDecisionTest, FailedFirstQuestionReportsASatisfiedPath) {
   questionsFail = true;
   startOn(none);
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "other"}}));
@@ -269,7 +269,7 @@ struct RandomMachine : Machine {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // for a burst of messages at the change, and one just before the report
+    constexpr long bursts = 500;  // ms: a burst at the change, and another just before the report
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }

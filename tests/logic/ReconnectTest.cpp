@@ -4,7 +4,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Reconnect : WithStatusItem {
-  /// Reconnects and waits until the final refresh has ended.
+  /// Reconnects, and waits until the refresh at the end of the reconnect is done.
   void reconnect(bool showWindow, const std::optional<std::string>& extraContent = std::nullopt) {
     controller->reconnectServices(showWindow, "刷新連線", extraContent);
     machine.loop.settle();

@@ -102,7 +102,7 @@ struct Change {
   const char* meanwhile;
 };
 
-/// The file changes while the dialog is open, so that saving overwrites a value that was not shown.
+/// The file changes while the dialog is open, so that saving overwrites a value that the dialog did not show.
 struct SettingsThatLoseAValue : SettingsOverOtherValues, ::testing::WithParamInterface<Change> {};
 
 TEST_P(SettingsThatLoseAValue, KeepTheOldFile) {

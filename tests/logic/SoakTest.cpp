@@ -11,7 +11,7 @@ namespace {
 
 constexpr Seconds day{24 * 3600.0};
 
-/// Returns the seed of the random events: the same at each run, unless the variable gives another.
+/// Returns the seed of the random events: KESTRUNE_SOAK_SEED if it is set, else the same at each run.
 std::uint64_t seed() {
   const char* const wanted = std::getenv("KESTRUNE_SOAK_SEED");
   return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 20260;

@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-/// No member has its default value.
+/// A snapshot (status as shown) in which no member has its default value.
 const StatusSnapshot full{.lamp = ConnectionLampState::error,
                           .status = "異常",
                           .officialMode = true,
