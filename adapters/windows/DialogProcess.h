@@ -15,7 +15,7 @@
 
 namespace kestrune {
 
-/// The program KestruneMenuDialogs, which shows the windows. Its package may not be installed.
+/// The program KestruneMenuDialogs, which shows the windows. Its package is optional and may be missing.
 struct DialogProgram {
   std::string path;
   bool hasDisplay;  ///< whether the session has a display
@@ -28,7 +28,7 @@ struct DialogProgram {
   void report(const std::string& reason);
 };
 
-/// One process of KestruneMenuDialogs. The destructor closes its windows. Main thread.
+/// One process of KestruneMenuDialogs. The destructor closes the windows of the process. Main thread.
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;

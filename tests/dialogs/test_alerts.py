@@ -92,7 +92,7 @@ class Copies(Alerts):
     """The tests paste the copied text into a field of a second alert, to read it there."""
 
     def copy_all(self, window):
-        """Copies the whole focused text. Waits until the keys are handled, because a second alert would get them."""
+        """Copies the whole focused text. Waits until the keys are handled: a second alert must not get them."""
         self.screen.keys("ctrl+a", "ctrl+c", "Tab")
         window.find("push button", "好").has_focus()
 
