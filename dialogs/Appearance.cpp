@@ -14,8 +14,8 @@ namespace {
 
 constexpr double ordinaryPoints = 13;
 constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
-constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels
-constexpr double secondaryShare = 0.68;           // share of text colour in secondary text, to make it paler
+constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels; 8 pt at 96 dpi
+constexpr double secondaryShare = 0.68;  // share of the text colour in secondary text, which is paler
 
 constexpr std::array emojiFamilies{
     "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",

@@ -104,7 +104,7 @@ QSize MenuRow::sizeHint() const {
          QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
 }
 
-/// Returns the title, shortened with "…" to the width that the style leaves for it.
+/// Returns the title, shortened with "…" to the width that the style leaves for the title.
 QString MenuRow::elidedTitle() const {
   // Measure with the whole title: for a shortened title, sizeHint could return the style's minimum width.
   const int missing = sizeHint().width() - width();

@@ -185,7 +185,7 @@ class ScrollView final : public QScrollArea {
   QSize sizeHint() const override {
     QSize size = widget() != nullptr ? widget()->sizeHint() : QSize(0, 0);
     if (wanted.height() > 0) size.setHeight(wanted.height());
-    // Add the width of the scroll bar. Otherwise it would cover the end of every line.
+    // Add the width of the scroll bar, so that the bar does not cover the end of every line.
     size.setWidth(std::max(wanted.width(), size.width() + verticalScrollBar()->sizeHint().width()));
     return size;
   }

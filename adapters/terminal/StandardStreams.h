@@ -40,8 +40,8 @@ class StandardInput {
  public:
   /// Functions that are called on the main thread.
   struct Reader {
-    /// Called with each line, without its line end, or without a value if the line is too long. Jobs that one
-    /// call puts on the main queue run before the next call.
+    /// Called once per line: with the line without its end, or with no value if the line is too long. Jobs
+    /// that one call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =

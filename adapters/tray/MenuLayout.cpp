@@ -28,7 +28,7 @@ std::string label(const std::string& title, const TrayHostForm& form) {
   return text;
 }
 
-/// Returns the keys of a shortcut: Control, Shift for an upper-case letter, and the key. May be empty.
+/// Returns a shortcut's keys: Control, Shift for an upper-case letter, and the key. Empty for no shortcut.
 MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
   if (keyEquivalent.empty()) return {};
   MenuLayout::Shortcut keys{"Control"};

@@ -24,7 +24,7 @@ struct DialogProgram {
   bool isReportedMissing = false;
 
   /// Reports on standard error why a window could not be shown, each reason once. If the program is missing,
-  /// reports this instead, and also shows a notification, once.
+  /// reports instead, once, that it is missing, and also shows a notification.
   void report(const std::string& reason);
 };
 

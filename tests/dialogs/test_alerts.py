@@ -205,7 +205,7 @@ class Stacked(Alerts):
         self.screen.keys("Return")
         self.assertEnds(program, answered(1, 0))
 
-    def test_answering_a_covered_alert_closes_those_on_top(self):
+    def test_answering_a_covered_alert_closes_the_alerts_on_top(self):
         program, window = self.opened(self.lower)
         program.show(alert(2, "中"), alert(3, "上"))
         window.find("push button", "二").press()

@@ -79,7 +79,7 @@ class OwnFonts(Windows):
         return self.screen.picture(Rectangle(*place))
 
     def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
-        # Without this program's preference, the font with grey emoji would come before the emoji font.
+        # Without this program's preference for colour, the font with grey emoji would come before the emoji font.
         self.assertTrue(self.picture("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI).coloured())
 
     def test_lamps_are_in_colour_without_an_emoji_font(self):

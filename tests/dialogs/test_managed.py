@@ -55,7 +55,7 @@ class Managed(OnDesk):
                 self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": button, "fields": {}}}})
             self.assertEqual(program.status(), 0)
 
-    def test_a_stacked_alert_is_modal_for_the_one_below(self):
+    def test_a_stacked_alert_is_modal_for_the_alert_below(self):
         program = self.open(alert(1, "下", buttons=["好", "取消"]), alert(2, "上"))
         lower, upper = self.window("下"), self.window("上")
         owner = self.screen.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]

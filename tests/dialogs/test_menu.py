@@ -230,7 +230,7 @@ class SmallScreen(Menus):
         self.screen.keys("Next")
         self.window.find("scroll bar").wait(lambda _: self.bar() > 100, "page further down")
 
-    def test_a_change_does_not_scroll_it(self):
+    def test_a_changed_menu_keeps_its_scroll_position(self):
         self.open()
         self.press("Up", marks=CHOICES[-1])
         before = self.bar()

@@ -85,7 +85,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Refused, reason)
 
 namespace {
 
-/// The name of the JSON member that holds the message, for each kind in the order of the variant.
+/// For each kind of message, in the order of the variant: the name of the JSON member that holds the message.
 template <typename Message>
 constexpr std::array<const char*, std::variant_size_v<Message>> names{};
 template <>
