@@ -99,7 +99,7 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   icon->setFixedSize(side, side);
   icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
                                                             : QStringLiteral("訊息"));
-  // This placeholder makes the label a picture for screen readers. `furnish` sets the real icon.
+  // Screen readers take a label for a picture only if it has a pixmap. `furnish` sets the real icon.
   icon->setPixmap(QPixmap(1, 1));
   QWidget* view = nullptr;
   if (alert.accessoryView) {
@@ -111,8 +111,7 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // The texts stand beside the icon. If the icon is higher than the texts, the stretches centre them
-  // vertically.
+  // The texts stand beside the icon. If the icon is higher, the stretches centre the texts vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
@@ -161,7 +160,7 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
 }
 
 void AlertWindow::furnish() {
-  // Loading the icon from the theme takes longer than building the rest of the window.
+  // Load the icon only now that the window is mapped: this takes longer than building the whole window.
   const auto which =
       alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
   icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
@@ -173,7 +172,7 @@ void AlertWindow::reject() {
 }
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
-  // A button has the focus when the window opens. Make the keys scroll the long text nevertheless.
+  // Page Up, Page Down, Home and End scroll the long text, even while a button has the focus.
   if (longText != nullptr && scrollByKey(*longText->verticalScrollBar(), *event)) return;
   DialogWindow::keyPressEvent(event);
 }

@@ -22,7 +22,8 @@ class AlertWindow final : public DialogWindow {
 
   const int id;
 
-  std::function<void(const std::string& action)> onPressed;   ///< called when a button in the view is pressed
+  /// Called when a button in the alert's accessory view is pressed.
+  std::function<void(const std::string& action)> onPressed;
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:

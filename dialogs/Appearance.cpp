@@ -14,15 +14,15 @@ namespace {
 
 constexpr double ordinaryPoints = 13;
 constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
-constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels
-constexpr double secondaryShare = 0.68;           // share of text colour in secondary text, to make it paler
+constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels; 8 pt at 96 dpi
+constexpr double secondaryShare = 0.68;  // share of the text colour in secondary text, which is paler
 
 constexpr std::array emojiFamilies{
     "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
     "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
     "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
-// An estimate in pixels, because the real size of the frame is unknown before the window is mapped.
+// The pixels that a frame adds. An estimate, because the real size is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
 }  // namespace
@@ -49,8 +49,8 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Put the desktop's font first, because emoji fonts contain digits too. Its name may be an alias like "Sans
-  // Serif", which Qt would resolve only after the substitutions. So use the family that the alias stands for.
+  // Put the desktop's font first, so that digits do not come from an emoji font. Its name may be an alias
+  // like "Sans Serif", which Qt would resolve only after the substitutions. So resolve the alias.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const char* const family : emojiFamilies) {

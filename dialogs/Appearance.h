@@ -7,8 +7,8 @@
 
 #include "ports/View.h"
 
-// Sizes, fonts and colours of a view, derived from those of the desktop. The sizes in a view are in points;
-// 13 points stand for the size of the application font.
+// These functions derive the sizes, fonts and colours of a view from the desktop's settings. The sizes in a
+// view are in points. A font of 13 points is as large as the desktop's font.
 
 namespace kestrune::dialogs {
 
@@ -30,8 +30,8 @@ void preferColorEmoji();
 /// Returns the text colour of the palette. For secondary text, mixes it with the window colour.
 QColor colorFor(TextColor color, const QPalette& palette);
 
-/// Returns the largest size that fits on every screen, without the window's frame. It considers every screen
-/// because a window's screen is unknown before the window appears.
+/// Returns the largest size of a window, without its frame, that fits on every screen, in logical pixels.
+/// Every screen counts, because a window's screen is unknown before the window appears.
 QSize roomForWindow();
 
 }  // namespace kestrune::dialogs

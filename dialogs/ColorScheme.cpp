@@ -51,7 +51,7 @@ ColorScheme::ColorScheme() {
     answer->deleteLater();
     if (!answer->isError()) follow(answer->reply().arguments().value(0));
   });
-  // Wait for the answer here. A window painted before it would be light first and then turn dark.
+  // Wait for the answer here. A window painted before the answer would be light first and then turn dark.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
   QTimer::singleShot(patience, &wait, &QEventLoop::quit);

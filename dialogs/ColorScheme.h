@@ -22,7 +22,7 @@ class ColorScheme final : public QObject {
  private:
   void follow(QVariant value);
 
-  bool darkened = false;  ///< whether this class has set its dark palette
+  bool darkened = false;  ///< whether the dark palette of this class is set now
 };
 
 }  // namespace kestrune::dialogs

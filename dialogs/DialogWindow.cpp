@@ -39,8 +39,8 @@ void DialogWindow::present() {
   if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
   const bool first = isHidden();
   show();
-  // Move the cursor to the start of the focused field, which deselects its text. Qt has selected the text, so
-  // the next key would replace it, and of a long text only the end would be visible.
+  // Qt has selected the text of the focused field: the next key would replace the text, and only the end of a
+  // long text would be visible. So move the cursor to the start, which also deselects the text.
   if (auto* const field = qobject_cast<QLineEdit*>(focusWidget()); first && field != nullptr) {
     field->home(false);
   }
@@ -61,7 +61,7 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Fix the size: tiling compositors tile a window that is mapped without a fixed size.
+  // Fix the size until the window is exposed: compositors tile a window mapped without a fixed size.
   if (isOnWayland()) limitSize(size(), size());
 }
 

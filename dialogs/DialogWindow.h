@@ -26,10 +26,10 @@ class DialogWindow : public QDialog {
   void present();
 
  protected:
-  /// Sets the window's title, and its name for screen readers.
+  /// Sets the window's title, and its name for screen readers. Without `name`, both are the program's name.
   void setName(const QString& name);
 
-  /// Called once between mapping and painting, for slow work that does not change the layout.
+  /// Called once, when the window is mapped but not painted, for slow work that does not change the layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

@@ -59,8 +59,8 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// Returns the style options of the row, without its title. If the row has a shortcut, the text is a tab and
-/// the shortcut. From the tab, widget styles know what to align at the right edge.
+/// Returns the style options of the row; the caller prepends the title to their text. If the row has a
+/// shortcut, the text is a tab and the shortcut: widget styles align what follows a tab at the right edge.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);
@@ -73,8 +73,8 @@ QStyleOptionMenuItem MenuRow::option() const {
   if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
   made.checked = isChecked();
   if (!isEnabled()) {
-    // Paint the row as enabled, with a paler text colour. Styles dim disabled items more, but most rows of
-    // this menu that cannot be chosen are there to be read.
+    // Paint the row as enabled, with a paler text colour. Styles make disabled items too pale, but most
+    // disabled rows of this menu are there to be read.
     made.state = QStyle::State_Enabled | QStyle::State_Active;
     made.palette.setCurrentColorGroup(QPalette::Active);
   }
@@ -95,17 +95,18 @@ QSize MenuRow::sizeHint() const {
   QStyleOptionMenuItem measured = option();
   if (measured.menuItemType == QStyleOptionMenuItem::Separator) return {0, pixels(separatorHeight)};
   const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
-  // The style Breeze measures `text` and ignores `content`.
+  // Put the title into `text` too, because the style Breeze measures `text` and ignores `content`.
   measured.text.prepend(withoutMnemonics(wholeTitle));
-  // Some styles add the reserved width of the shortcut, others do not. So reserve no width, and add it below.
+  // Some styles add the reserved width of the shortcut, others do not. So tell the style that the shortcut
+  // has no width, and add the width to the style's result below.
   const int keys = std::exchange(measured.reservedShortcutWidth, 0);
   return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
          QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
 }
 
-/// Returns the title, shortened with "…" to the width that the style leaves for it.
+/// Returns the title, shortened with "…" to the width that the style leaves for the title.
 QString MenuRow::elidedTitle() const {
-  // Measure with the whole title: for a short one, the result could be the style's minimum width.
+  // Measure with the whole title: for a shortened title, sizeHint could return the style's minimum width.
   const int missing = sizeHint().width() - width();
   if (missing <= 0) return wholeTitle;
   const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
@@ -120,7 +121,7 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // The window handles the other keys: it scrolls when it moves the focus, which QPushButton does not.
+      // Leave the other keys to the window: it scrolls when it moves the focus. A QPushButton does not.
       event->ignore();
   }
 }

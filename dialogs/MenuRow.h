@@ -20,8 +20,8 @@ class MenuRow final : public QPushButton {
 
   const int id;  ///< the identifier of the row's menu item
 
-  /// Shows `item` in this row. If `beginsSection` is true and the item has no action, the row is painted as
-  /// the heading of its section. `keyWidth` is the width, in pixels, of the widest shortcut in the menu.
+  /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
+  /// is painted as the heading of its section. `keyWidth`: pixels; width of the menu's widest shortcut.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
   /// Returns what kind of control screen readers take this row for.

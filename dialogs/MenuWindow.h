@@ -32,7 +32,7 @@ class MenuWindow final : public DialogWindow {
  private:
   int widthForRows() const;
   void choose(int id);
-  /// Moves the focus from row `index` to the nearest choosable row: down if `step` is 1, up if it is -1.
+  /// Moves the focus from row `index` to the next choosable row: down for `step` 1, up for -1. Wraps around.
   void moveFrom(std::ptrdiff_t index, int step);
 
   QScrollArea* area;

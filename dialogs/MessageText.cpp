@@ -20,7 +20,7 @@ constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; more text than an
 constexpr int roomForRounding = 2;            // pixels; the layout may be a little wider than measured
 constexpr int fewestLines = 4;
 
-/// Returns the width of the text without wrapping, but at most `most`. In pixels.
+/// Returns the width of the text without wrapping, in pixels, but at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
   const int width = metrics.size(Qt::TextExpandTabs, text.left(measuredLength)).width() + roomForRounding;
   return std::max(1, std::min(width, most));
@@ -34,7 +34,7 @@ QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, i
   return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
 }
 
-/// Shows a context menu with "Copy" and "Select All". QLabel has its own context menu only for links.
+/// Shows a context menu with "Copy" and "Select All". QLabel itself shows a context menu only for links.
 void showContextMenu(QLabel* label, QPoint place) {
   const auto titled = [](const char* word, QKeySequence::StandardKey key) {
     return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +

@@ -12,7 +12,7 @@ namespace {
 
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
 constexpr qsizetype lookBack = 64;       // UTF-16 units; how far to search backwards for a place to break
-constexpr qsizetype keptEnd = 1500;      // UTF-16 units at each end of a shortened text; no field shows more
+constexpr qsizetype keptEnd = 1500;      // UTF-16 units kept at each end of a long text; no field shows more
 
 const QString addedBreak = QStringLiteral("\u2060\n");
 

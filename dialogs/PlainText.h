@@ -4,7 +4,7 @@
 #include <QString>
 #include <string_view>
 
-// These functions make text from any source safe to display. Qt does not interpret their results as markup.
+// These functions make text from any source safe to display. Qt shows markup in it as text.
 
 namespace kestrune::dialogs {
 
@@ -25,7 +25,7 @@ QString toolTipText(const QString& text);
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
 /// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
-/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` finds it.
+/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` can find the break.
 QString withLongLinesBroken(const QString& text);
 QString withoutAddedBreaks(QString text);
 

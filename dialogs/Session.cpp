@@ -76,7 +76,7 @@ void Session::forget(int id) {
     alerts.pop_back();
     top->deleteLater();
     if (top->id == id) return;
-    // The alerts on top are closed too. Only a screen reader can press a button of a covered alert.
+    // A screen reader has answered a covered alert. Each alert on top of it is closed too, as cancelled.
     tell(Answered{top->id, {}});
   }
 }
@@ -87,8 +87,8 @@ void Session::perform(const Raise& request) {
   // Qt reads this variable when it activates the next window.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  // Hide the windows, so that `present` maps them again, on the current workspace. A Wayland program is not
-  // told whether its window is minimised or its activation token was refused.
+  // Hide the windows, so that `present` maps them again, on the current workspace. This is needed because a
+  // Wayland program is not told whether its window is minimised or its activation token was refused.
   if (isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow()) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }

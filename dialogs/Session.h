@@ -13,7 +13,7 @@ namespace kestrune::dialogs {
 class AlertWindow;
 
 /// Reads the client's requests, one a line, from standard input, and shows them as windows. Writes what the
-/// user does as events to standard output. Ends the main loop: with status 0 when the last window is answered
+/// user does as events to standard output. Ends the main loop: with status 0 when the last window is closed
 /// or standard input ends, with 1 when a request cannot be served or an event cannot be written.
 class Session {
  public:

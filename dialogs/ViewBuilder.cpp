@@ -24,11 +24,11 @@ namespace {
 // The sizes below are in points.
 constexpr double largeButton = 30;
 constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
-constexpr double widestNaturally = 500;  // for a label whose view states no width
+constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
 
 constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; more text than a label ever shows
 constexpr float placeholderShare = 0.5;     // opacity of the placeholder, which has the colour of the text
-constexpr int innerMargin = 2;              // pixels; QLineEdit leaves them free at the left and at the right
+constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on the left and on the right
 
 /// Returns `text` with line breaks, so that no line is wider than `width`. If there are more than `most`
 /// lines, line `most` is the last and ends with "…". A `most` of 0 means no limit.
@@ -130,7 +130,7 @@ class Field final : public QLineEdit {
 
  private:
   void dimPlaceholder() {
-    // With KDE's settings, Qt's palette has a black PlaceholderText, even on a dark desktop.
+    // Use the text colour: with KDE's settings, PlaceholderText is black, even on a dark desktop.
     QPalette dimmed = palette();
     QColor color = dimmed.color(QPalette::Active, QPalette::Text);
     color.setAlphaF(placeholderShare);
@@ -147,7 +147,7 @@ class Picture final : public QLabel {
     image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
     setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
                  static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
-    // This pixmap is never painted. It makes the QLabel a picture for screen readers.
+    // This pixmap is never painted. Screen readers take a QLabel for a picture only if it has a pixmap.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
   }
@@ -157,7 +157,7 @@ class Picture final : public QLabel {
     QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
     place.moveCenter(QRectF(rect()).center());
     QPainter painter(this);
-    // Smooth only when shrinking the picture. When enlarging, it would blur the edges of a QR code.
+    // Smooth only when shrinking the picture. When enlarging, smoothing would blur the edges of a QR code.
     painter.setRenderHint(QPainter::SmoothPixmapTransform,
                           image.width() > place.width() * devicePixelRatioF() + 0.5);
     painter.drawImage(place, image);
@@ -185,7 +185,7 @@ class ScrollView final : public QScrollArea {
   QSize sizeHint() const override {
     QSize size = widget() != nullptr ? widget()->sizeHint() : QSize(0, 0);
     if (wanted.height() > 0) size.setHeight(wanted.height());
-    // Add the width of the scroll bar. Otherwise it would cover the end of every line.
+    // Add the width of the scroll bar, so that the bar does not cover the end of every line.
     size.setWidth(std::max(wanted.width(), size.width() + verticalScrollBar()->sizeHint().width()));
     return size;
   }
@@ -235,7 +235,7 @@ QWidget* buildColumn(const View& view, const OnPressed& pressed) {
                       : centred          ? Qt::AlignHCenter
                                          : Qt::AlignLeading);
   }
-  // A picture or a large font may need more than the size that the view states.
+  // A picture or a large font may need more than the size that the view states. Then the column is larger.
   const QSize least = column->minimumSizeHint();
   if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
   if (canShrink(*column)) {

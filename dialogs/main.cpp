@@ -29,8 +29,8 @@ constexpr auto usage =
     "  --version  show the version and exit\n";
 
 /// Prevents core dumps, because they would contain what the user types. The limit is 1 and not 0, because
-/// with 0 the kernel would still pipe the dump to a crash reporter. PR_SET_DUMPABLE would be stricter. But
-/// desktop portals refuse a process that sets it, so the desktop's colour preference could not be read.
+/// with 0 the kernel would still pipe the dump to a crash reporter. prctl(PR_SET_DUMPABLE, 0) is stricter,
+/// but then desktop portals would refuse this process, which reads the desktop's colour preference from one.
 void forbidCoreDumps() {
   rlimit limit{};
   if (getrlimit(RLIMIT_CORE, &limit) != 0 || limit.rlim_max == 0) return;
@@ -38,8 +38,8 @@ void forbidCoreDumps() {
   setrlimit(RLIMIT_CORE, &limit);
 }
 
-/// Keeps libdbus from starting a session bus when there is none. Its start would delay the window, and the
-/// bus would outlive the program.
+/// Keeps libdbus from starting a session bus when there is none. Starting a bus would delay the window, and
+/// the bus would outlive the program.
 void startNoBus() {
   if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return;
   const char* const folder = std::getenv("XDG_RUNTIME_DIR");
@@ -100,9 +100,9 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // The session manager (XSMP) must not start this program at the next login without its client.
+  // Without this, the session manager (XSMP) would start this program at the next login without its client.
   unsetenv("SESSION_MANAGER");
-  // This activation token was for the start of the client and is already used.
+  // Remove the inherited activation token, which was for the start of the client and is already used.
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);

@@ -8,7 +8,7 @@ namespace kestrune {
 void AlertQueue::present(AlertRequest request) {
   const bool isNew = !isThere(request.identifier);
   const bool comesOnTop = isNew && performing;
-  // The window of the open alert may be minimised or on another workspace.
+  // Bring the open alerts to the front: their windows may be minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
   queue.async([this] { showNext(); });
@@ -53,8 +53,8 @@ void AlertQueue::answer(int id, AlertAnswer answer) {
   goOn();
 }
 
-/// Goes on in a later job of the queue. So an alert that the action or the completion has requested is shown
-/// first, and the earlier alert resumes only if there is none.
+/// Shows the next alert. If there is none, the last open alert or the menu resumes. Runs as a later job of
+/// the queue, so that the next alert may be one that the action or the completion has requested.
 void AlertQueue::goOn() {
   queue.async([this, before = lastId] {
     showNext();

@@ -25,7 +25,7 @@ class AlertQueue : public Alerts {
     Alert alert;
   };
 
-  /// Shows `shown`, the last alert in `open`, on top of the others. May call `answer` before it returns.
+  /// Shows the last alert in `open`, `shown`, above the other alerts. May call `answer` before it returns.
   virtual void show(const Open& shown) = 0;
 
   /// Brings the open alerts to the front. Called when the user requests an alert that is open or must wait.
@@ -35,7 +35,7 @@ class AlertQueue : public Alerts {
   /// alert in `open`, or with the menu if no alert is open.
   virtual void resume() {}
 
-  /// Performs the action of a button in the view of the alert `id`. Ignored when the alert is not open.
+  /// Performs the action of a button in the view of the alert `id`, unless the alert is not open.
   void press(int id, const std::string& action);
 
   /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. A button

@@ -101,9 +101,9 @@ void DesktopNotifications::add(const Notification& notification) {
   const bool lasts = notification.lasting;
   Lasting* const sent = lasts ? &lasting.emplace_back(Lasting{*this, notification.identifier}) : nullptr;
   sd_bus_slot* slot = nullptr;
-  // Daemons that keep a list of notifications leave transient ones out of it. GNOME Shell removes a
-  // notification at a click unless it is resident. Daemons without a list use the expiration. Without slot
-  // and handler, sd-bus asks for no reply.
+  // Use two settings, because daemons differ. Daemons with a list of notifications leave transient ones out
+  // of the list, and GNOME Shell removes a notification at a click unless it is resident. Daemons without a
+  // list use the expiration. Without slot and handler, sd-bus asks for no reply.
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath, daemonInterface, "Notify");
   const BusMessage notify(call);
@@ -142,7 +142,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {
   const std::string text = readableBody(body);
-  // While the answer is unknown, send full-width characters: they look the same and are no markup.
+  // While the daemon has not said whether it reads markup, send full-width characters: they look the same.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");

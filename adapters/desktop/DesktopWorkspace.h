@@ -15,9 +15,9 @@ inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are the arguments of this process. With `inPlace`, the new client replaces this process by
-  /// exec at its end, because a terminal or a service manager waits for this process. Otherwise the new
-  /// client starts as a second process.
+  /// `arguments` are the arguments of this process. With `inPlace`, this process executes the new
+  /// client (exec) instead of exiting, because a terminal or a service manager waits for this process.
+  /// Otherwise the new client starts as a second process.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
                    bool inPlace);
 

@@ -65,7 +65,7 @@ std::vector<Bitmap> decodeFile(const std::string& path) {
   return bitmap ? std::vector{std::move(*bitmap)} : std::vector<Bitmap>();
 }
 
-/// Returns null if there are no bitmaps. The image has as many points as the first bitmap has pixels.
+/// Returns an image with as many points as the first bitmap has pixels; null if there are no bitmaps.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();

@@ -21,9 +21,9 @@ constexpr std::size_t discardLimit = 1 << 20;         // bytes
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of unread terminal input in the kernel
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output that may wait
 
-/// Opens the file behind `descriptor` again if it is a pipe or a terminal. Otherwise O_NONBLOCK would also
-/// apply to other processes that share the open file. Any other descriptor is only duplicated: a regular file
-/// never blocks, and the file position must stay shared.
+/// Returns a new descriptor for an open file; empty if `descriptor` is closed. Opens a pipe or terminal again
+/// with O_NONBLOCK: on the shared open file, this flag would also apply to other processes. Only duplicates
+/// any other descriptor: a regular file never blocks, and its position must stay shared.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
@@ -65,7 +65,7 @@ StandardInput::StandardInput(EventLoop& givenLoop)
       terminal(input && isatty(input.get()) == 1),
       mayBlock(input && (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0) {
   leaveNothingForChildren();
-  // With these signals ignored, a read or write in the background fails instead of stopping this process.
+  // If not ignored, these signals would stop this process when it uses the terminal in the background.
   std::signal(SIGTTIN, SIG_IGN);
   std::signal(SIGTTOU, SIG_IGN);
 }
@@ -85,7 +85,7 @@ void StandardInput::applyHiding() {
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
   if (shown != hidden) {
-    silenced = false;  // another program has changed the echo
+    silenced = false;  // another program has already switched the echo
     return;
   }
   settings.c_lflag ^= ECHO;
@@ -121,7 +121,7 @@ void StandardInput::discardTyped() {
     // The limit is needed because the writer may never stop.
     for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
     }
-    // Do not take the rest of a discarded line for a line.
+    // Do not take the rest of a discarded line for a whole line.
     if (begun != "") begun.reset();
   }
   lines.clear();

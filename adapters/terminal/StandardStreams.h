@@ -40,12 +40,12 @@ class StandardInput {
  public:
   /// Functions that are called on the main thread.
   struct Reader {
-    /// Called with each line, without its line end, or without a value if the line is too long. Jobs that one
-    /// call puts on the main queue run before the next call.
+    /// Called once per line: with the line without its end, or with no value if the line is too long. Jobs
+    /// that one call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< called when SIGCONT has put this job into the foreground; may be null
+        nullptr;  ///< called when this job is continued (SIGCONT) in the foreground; may be null
   };
 
   explicit StandardInput(EventLoop& loop);
@@ -58,7 +58,7 @@ class StandardInput {
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
-  /// has switched it off. In the background, the change is made at the next SIGCONT.
+  /// has switched it off. While this job is in the background, the change waits for the next SIGCONT.
   void hideTyping(bool hide);
 
   /// Returns how long a line may be, in bytes. For a longer line, `onLine` gets no value.
@@ -85,10 +85,10 @@ class StandardInput {
   FileDescriptor input;
   const bool terminal;
   const bool mayBlock;
-  bool turnIsDue = false;  ///< whether a job on the main queue is to read or pass on lines
+  bool turnIsDue = false;  ///< whether a job that reads or passes on lines waits on the main queue
   bool hidden = false;     ///< whether typed text must not be echoed
   bool silenced = false;   ///< whether this object has switched the echo off
-  std::deque<std::optional<std::string>> lines;  ///< not passed on yet; absent: a line too long
+  std::deque<std::optional<std::string>> lines;  ///< waiting for `onLine`; absent: the line is too long
   Reader reader;
   std::optional<std::string> begun{""};  ///< the start of a line; absent when it is already too long
   EventSource readable;

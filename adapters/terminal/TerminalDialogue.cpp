@@ -20,7 +20,7 @@ constexpr auto lowerHalf = "▄";
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
 constexpr auto plainColors = "\033[0m";
-/// Used without colours. Assumes light text on a dark screen.
+/// The characters for a cell without colours, with the same indices. Assumes light text on a dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
 
 /// Returns the number in `text`, or 0 if `text` is not a number.
@@ -81,7 +81,7 @@ std::string TerminalDialogue::begin() {
   return text + advance();
 }
 
-/// Returns the text up to the next field or up to the buttons.
+/// Returns the text up to the next field. If no field is left, returns the rest of the text and the buttons.
 std::string TerminalDialogue::advance() {
   std::string text;
   for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);

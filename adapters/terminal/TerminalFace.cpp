@@ -12,7 +12,7 @@ namespace kestrune {
 
 namespace {
 
-// While a window is being resized, many SIGWINCH arrive. Redraw only after a pause.
+// While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
 constexpr Seconds resizePause{0.2};
 
 }  // namespace
@@ -92,14 +92,14 @@ std::string TerminalFace::wholeMenu() {
   const std::string heading = styles.bold(title) + "\n";
   std::string text = "\n" + heading + terminalRule + "\n";
   for (const auto& item : menu.items) text += row(item);
-  // If the menu is higher than the terminal, repeat the title below it: it shows the client's state.
+  // If the menu is higher than the terminal, repeat the title, which shows the client's state, below it.
   const auto lines = std::count(text.begin(), text.end(), '\n');
   const int height = output.size().ws_row;
   return shownNow(height > 0 && lines >= height ? text + heading : text);
 }
 
-/// Returns the lines that have changed since they were last printed. A pipe gets the whole menu, because its
-/// reader may keep only the latest output.
+/// Returns the lines that have changed since they were last printed; the whole menu if the number of rows has
+/// changed. A pipe gets the whole menu each time, because its reader may keep only the latest output.
 std::string TerminalFace::changes() {
   if (!output.isTerminal() || shownMenu.items.size() != menu.items.size()) return wholeMenu();
   std::string text = title == shownTitle ? "" : styles.bold(title) + "\n";

@@ -27,11 +27,11 @@ class TerminalFace final : public StatusBar, public AlertQueue, public Notificat
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
   /// Passes the notification to the desktop and also prints it above the menu, because there may be no
-  /// desktop. While an alert is open, the text waits; the same text is not printed twice then.
+  /// desktop. While an alert is open, the text waits; equal texts wait only once.
   void add(const Notification& notification) override;
   void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
-  /// Restores the terminal's settings. Called before the process exits.
+  /// Drops the alerts without completions, and restores the terminal's echo. Called before the process exits.
   void close();
 
   /// Makes standard input what it was at the start, for a program that replaces this process.

@@ -41,7 +41,7 @@ int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   return result < 0 ? result : sd_bus_message_exit_container(call);
 }
 
-/// Reads an array of IDs. Afterwards, `ids` points into the message `call` and is valid as long as it.
+/// Reads an array of IDs. Afterwards, `ids` points into the message `call` and is valid as long as `call`.
 int readIds(sd_bus_message* call, Ids& ids) {
   const void* data = nullptr;
   std::size_t size = 0;

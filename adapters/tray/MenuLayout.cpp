@@ -28,7 +28,7 @@ std::string label(const std::string& title, const TrayHostForm& form) {
   return text;
 }
 
-/// Returns the keys of a shortcut: Control for Command, Shift for an upper-case letter, and the key.
+/// Returns a shortcut's keys: Control, Shift for an upper-case letter, and the key. Empty for no shortcut.
 MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
   if (keyEquivalent.empty()) return {};
   MenuLayout::Shortcut keys{"Control"};
@@ -66,7 +66,7 @@ MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& fo
   }
   for (const auto& [id, children] : rows.children) {
     rows.properties[id]["children-display"] = std::string("submenu");
-    // Enable the row of a submenu, because hosts do not open a disabled one.
+    // Enable the row of a submenu, because hosts do not open the submenu of a disabled row.
     if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
   }
   return rows;

@@ -16,7 +16,7 @@ namespace {
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
 /// Returns the text of the tooltip. "<" and "&" become full-width characters, which look the same, because
-/// some hosts read markup and drop a tooltip if its markup is malformed.
+/// some hosts take the text for markup and drop a tooltip if its markup is malformed.
 std::string toolTipOf(const StatusButton& button) {
   return replacingAll(replacingAll(displayRow(button.toolTip.value_or("")), "<", "＜"), "&", "＆");
 }
@@ -109,7 +109,7 @@ void StatusNotifierItem::setMenu(Menu menu) {
 void StatusNotifierItem::setButton(const StatusButton& changed) {
   const auto& image = changed.image;
   const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
-  // Announce a new icon for a new description too: hosts read both again at this signal.
+  // Announce a new icon also when only the description is new: at NewIcon, hosts read both again.
   const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
   const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
   button = changed;
@@ -167,7 +167,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isBroadcast(signal)) return 0;
-  // The watcher may have refused the item while no host ran. Registering twice is harmless.
+  // Register again: the watcher may have refused the item while no host ran. Registering twice is harmless.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }
@@ -177,7 +177,7 @@ void StatusNotifierItem::formChanged() {
   sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
-/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts.
+/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts and without image.
 std::string StatusNotifierItem::iconName() const {
   if (!hosts.form().iconFiles || !button.image) return "";
   const auto& bitmaps = bitmapsOf(button);
@@ -202,7 +202,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "IconAccessibleDesc") return text(displayRow(self.button.accessibilityLabel.value_or("")));
   if (name == "ToolTip") {
-    // An icon name, pixmaps, a title and a text. The title has it all, because some hosts ignore the text.
+    // These are icon name, pixmaps, title and text. The title has all, because some hosts ignore the text.
     return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, toolTipOf(self.button).c_str(), "");
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);

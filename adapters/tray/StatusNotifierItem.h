@@ -31,7 +31,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";
   /// The bus name of the watcher, the program with the list of all tray items. Tray hosts show the items in
-  /// its list. The D-Bus interface of the watcher has the same name.
+  /// the watcher's list. The D-Bus interface of the watcher has the same name.
   static constexpr auto watcherName = TrayHostFinder::watcherName;
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 

@@ -8,12 +8,12 @@
 
 namespace kestrune {
 
-/// Looks whether the desktop has a tray that shows icons. If not, tells the user once by a notification,
-/// because a client without an icon is easily overlooked. Withdraws it when a tray appears. Main thread.
+/// Looks whether the desktop has a tray that shows icons. If not, shows a notification once, because a client
+/// without an icon is easily overlooked. Withdraws the notification when a tray appears. Main thread.
 class TrayAdvice {
  public:
   static constexpr Seconds patience{30.0};   ///< until the first look, and after a look without an answer
-  static constexpr Seconds secondLook{5.0};  ///< before the second look: a panel may be restarting
+  static constexpr Seconds secondLook{5.0};  ///< after a first look without a tray: a panel may be restarting
   static constexpr int looksInVain = 10;     ///< gives up after this many looks in a row without an answer
 
   /// All arguments outlive this object.

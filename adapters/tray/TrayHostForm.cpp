@@ -19,7 +19,7 @@ const KnownHost knownHosts[] = {
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
     // KDE Plasma. Its watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
-    // LXQt. Its watcher is the panel, which has no bus name of its own, so look for the session.
+    // LXQt. Its watcher is the panel, which has no bus name of its own, so look for the session's name.
     {"org.lxqt.session", false, {.qtKeys = true}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
@@ -40,7 +40,7 @@ TrayHostFinder::TrayHostFinder(std::function<void()> givenOnForm, std::function<
 
 void TrayHostFinder::busConnected(sd_bus* bus) {
   for (auto& program : programs) program.busConnected(bus);
-  // Connect the watcher last. When its owner is known, the owners of all programs above are known too.
+  // Connect the watcher last. `update` relies on this: when its owner is known, all other owners are known.
   watcher.busConnected(bus);
 }
 

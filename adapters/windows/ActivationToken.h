@@ -10,7 +10,7 @@ namespace kestrune {
 /// opened by this click take the focus. Main thread.
 class ActivationToken {
  public:
-  /// Stores a token. Any program on the bus may send one; a text too long for a token is stored as no token.
+  /// Stores a token. Any program on the bus may send one; a text of over 4096 bytes counts as no token.
   void give(std::string_view given) { token = given.size() <= longest ? given : ""; }
 
   /// Returns the token and forgets it, because it is valid for one window. Empty when there is no token.

@@ -39,7 +39,7 @@ void DialogAlerts::handle(const dialogs::Event& event) {
   }
 }
 
-/// Shows all open alerts as notifications instead, the top alert first, and answers them as cancelled.
+/// Shows all open alerts as notifications, not windows, the top alert first, and answers them as cancelled.
 void DialogAlerts::giveUp() {
   process.reset();
   while (!open.empty()) {

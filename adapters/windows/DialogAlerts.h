@@ -17,7 +17,7 @@ class DialogAlerts final : public AlertQueue {
   DialogAlerts(EventLoop& loop, DialogProgram& program, ActivationToken& token);
   ~DialogAlerts() override;
 
-  /// Closes the windows and drops the waiting alerts without completions. Called before the program exits.
+  /// Closes the windows and drops the waiting alerts. Calls no completions. Called before the client exits.
   void close();
 
  private:

@@ -109,7 +109,7 @@ void DialogProcess::readSome() {
     return finish(deadline ? std::optional<std::string>("it ended before its window appeared")
                            : std::nullopt);
   }
-  // What was received before has no line end, so search only the new part.
+  // The text received before has no line end, so search only the new part.
   std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
   const auto stillAlive = alive;

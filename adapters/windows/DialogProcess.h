@@ -15,7 +15,7 @@
 
 namespace kestrune {
 
-/// The program KestruneMenuDialogs, which shows the windows. Its package may not be installed.
+/// The program KestruneMenuDialogs, which shows the windows. Its package is optional and may be missing.
 struct DialogProgram {
   std::string path;
   bool hasDisplay;  ///< whether the session has a display
@@ -24,11 +24,11 @@ struct DialogProgram {
   bool isReportedMissing = false;
 
   /// Reports on standard error why a window could not be shown, each reason once. If the program is missing,
-  /// reports this instead, and also shows a notification, once.
+  /// reports instead, once, that it is missing, and also shows a notification.
   void report(const std::string& reason);
 };
 
-/// One process of KestruneMenuDialogs. The destructor closes its windows. Main thread.
+/// One process of KestruneMenuDialogs. The destructor closes the windows of the process. Main thread.
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;

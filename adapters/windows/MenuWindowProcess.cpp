@@ -17,7 +17,7 @@ void MenuWindowProcess::setMenu(const Menu& changed) {
 
 void MenuWindowProcess::show(const std::string& activationToken) {
   if (process) return process->send(dialogs::Raise{activationToken});
-  // If the user closes the window without a choice, no event arrives, but the process ends.
+  // The second handler: if the user closes the window without a choice, the process ends without an event.
   process = std::make_unique<DialogProcess>(
       loop, program, [this](const dialogs::Event& event) { handle(event); },
       [this](bool) { process.reset(); });

@@ -18,7 +18,7 @@ class MenuWindowProcess {
   void setMenu(const Menu& menu);
 
   /// Shows the window, or brings the open window to the front. `activationToken` (XDG_ACTIVATION_TOKEN) lets
-  /// it take the focus; empty for no token. If the window cannot be shown, reports why on standard error.
+  /// the window take the focus; empty for no token. If it cannot be shown, reports why on standard error.
   void show(const std::string& activationToken = {});
 
   void close();

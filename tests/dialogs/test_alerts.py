@@ -92,7 +92,7 @@ class Copies(Alerts):
     """The tests paste the copied text into a field of a second alert, to read it there."""
 
     def copy_all(self, window):
-        """Copies the whole focused text. Waits until the keys are handled, because a second alert would get them."""
+        """Copies the whole focused text. Waits until the keys are handled: a second alert must not get them."""
         self.screen.keys("ctrl+a", "ctrl+c", "Tab")
         window.find("push button", "好").has_focus()
 
@@ -205,7 +205,7 @@ class Stacked(Alerts):
         self.screen.keys("Return")
         self.assertEnds(program, answered(1, 0))
 
-    def test_answering_a_covered_alert_closes_those_on_top(self):
+    def test_answering_a_covered_alert_closes_the_alerts_on_top(self):
         program, window = self.opened(self.lower)
         program.show(alert(2, "中"), alert(3, "上"))
         window.find("push button", "二").press()

@@ -79,7 +79,7 @@ class OwnFonts(Windows):
         return self.screen.picture(Rectangle(*place))
 
     def test_emoji_are_in_colour_though_another_font_has_them_in_grey(self):
-        # Without this program's preference, the font with grey emoji would come before the emoji font.
+        # Without this program's preference for colour, the font with grey emoji would come before the emoji font.
         self.assertTrue(self.picture("😀", LATIN_AND_GREY_EMOJI, CHINESE, EMOJI).coloured())
 
     def test_lamps_are_in_colour_without_an_emoji_font(self):
@@ -87,7 +87,7 @@ class OwnFonts(Windows):
         self.assertLessEqual({(0x3F, 0xA3, 0x4D), (0xF2, 0xB9, 0x0C), (0xE5, 0x48, 0x4D)}, shown)
 
     def test_digits_are_not_taken_from_the_emoji_font(self):
-        # An emoji font has digits too, for its emoji of keys with a digit.
+        # An emoji font has digits too, because emoji of keys (keycaps) contain them.
         text = "0123456789#*"
         plain = self.picture(text, CHINESE).pixels()
         self.assertEqual(self.picture(text, EMOJI).pixels(), plain)
@@ -99,7 +99,7 @@ COLOUR_SCHEME = "org.freedesktop.appearance", "color-scheme"
 
 
 class Portal(Peer):
-    """A desktop portal with the colours that the user prefers. It does not answer if `preferred` is None."""
+    """A desktop portal that says which colours the user prefers. It does not answer if `preferred` is None."""
 
     def __init__(self, test, preferred):
         told = GLib.Variant("v", GLib.Variant("u", preferred or 0))
@@ -119,7 +119,7 @@ class Preferences(Windows):
     """Colour preferences on a desktop whose theme is light."""
 
     def assertBecomes(self, window, *, dark, scale=1):
-        """Waits until the window is dark or light. No signal announces this, so it looks at the screen."""
+        """Waits until the window is dark or light. No signal announces this, so it watches the screen."""
         deadline = Deadline()
         while (self.background(window, scale) < 128) != dark:
             self.assertGreater(deadline.left(), 0)

@@ -18,7 +18,7 @@ class Managed(OnDesk):
         return program
 
     def window(self, name):
-        """Returns the X11 window whose name begins with `name`."""
+        """Returns the ID of the X11 window whose name begins with the regular expression `name`."""
         return self.screen.run("xdotool", "search", "--onlyvisible", "--name", f"^{name}").decode().split()[0]
 
     def property(self, window, name):
@@ -55,18 +55,18 @@ class Managed(OnDesk):
                 self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": button, "fields": {}}}})
             self.assertEqual(program.status(), 0)
 
-    def test_a_stacked_alert_is_modal_for_the_one_below(self):
+    def test_a_stacked_alert_is_modal_for_the_alert_below(self):
         program = self.open(alert(1, "下", buttons=["好", "取消"]), alert(2, "上"))
         lower, upper = self.window("下"), self.window("上")
         owner = self.screen.run("xprop", "-id", upper, "WM_TRANSIENT_FOR").decode().split()[-1]
         self.assertEqual(int(owner, 16), int(lower))
         self.assertIn("MODAL", self.property(upper, "_NET_WM_STATE"))
-        # The lower window cannot get the focus while the upper one is open. It gets the focus afterwards.
+        # The lower window cannot get the focus while the upper window is open. So Return answers the upper alert.
         self.screen.run("xdotool", "windowactivate", lower)
         self.screen.keys("Return")
         self.assertEqual(program.event(), {"answered": {"id": 2, "answer": {"button": 0, "fields": {}}}})
         program.window("下")
-        # Press Escape, which the window handles. Alt+F4 goes to the manager, which may learn the focus later.
+        # Press Escape, which the window handles. The manager, which handles Alt+F4, may not know the new focus yet.
         self.screen.keys("Escape")
         self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": None, "fields": {}}}})
 

@@ -11,7 +11,7 @@ CHOICES = ["開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒�
 
 class Menus(OnDesk):
     def setUp(self):
-        # Move the pointer away, because a row beneath the pointer gets marked.
+        # Move the pointer away, because a row beneath the pointer gets the focus.
         self.screen.point_at(0, 0)
 
     def open(self, shown=None):
@@ -64,7 +64,7 @@ class Looks(Menus):
             for row in (item(2, title, "b", "c"), item(2, title, "b", enabled=False), item(2, title, enabled=False)):
                 with self.subTest(row=row):
                     self.open(rows(key, row))
-                    # A shortened row has its whole title as tool tip, which is its description here.
+                    # A shortened row would have its whole title as tool tip, and so as description.
                     self.assertEqual([node.description() for node in self.window.all() if node.name() == title], [""])
                     self.program.end_input()
                     self.assertEnds()
@@ -230,7 +230,7 @@ class SmallScreen(Menus):
         self.screen.keys("Next")
         self.window.find("scroll bar").wait(lambda _: self.bar() > 100, "page further down")
 
-    def test_a_change_does_not_scroll_it(self):
+    def test_a_changed_menu_keeps_its_scroll_position(self):
         self.open()
         self.press("Up", marks=CHOICES[-1])
         before = self.bar()

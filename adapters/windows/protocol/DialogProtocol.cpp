@@ -26,7 +26,7 @@ struct adl_serializer<kestrune::ImageRef> {
 
 namespace kestrune {
 
-// The library reads an unknown word as the first value. `decode` rejects such a message.
+// The JSON library reads an unknown word as the first value in the list. `decode` rejects such a message.
 NLOHMANN_JSON_SERIALIZE_ENUM(AlertStyle,
                              {{AlertStyle::warning, "warning"}, {AlertStyle::informational, "informational"}})
 NLOHMANN_JSON_SERIALIZE_ENUM(ViewKind, {{ViewKind::label, "label"},
@@ -85,7 +85,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Refused, reason)
 
 namespace {
 
-/// The name of the JSON member that holds the message, for each kind in the order of the variant.
+/// For each kind of message, in the order of the variant: the name of the JSON member that holds the message.
 template <typename Message>
 constexpr std::array<const char*, std::variant_size_v<Message>> names{};
 template <>
@@ -106,7 +106,7 @@ std::string toLine(const Message& message) {
   return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Returns the message in `object`. Absent when no member has the name of the kind `kind` or of a later kind.
+/// Returns the message in `object` if its kind has number `kind` or more in the variant; otherwise absent.
 template <typename Message, std::size_t kind = 0>
 std::optional<Message> fromJson(const Json& object) {
   if constexpr (kind < std::variant_size_v<Message>) {
@@ -152,7 +152,7 @@ std::variant<Message, std::string> decode(const std::string& line) {
              std::to_string(protocolVersion) + "; install both from the same build";
     }
     const auto message = fromJson<Message>(object);
-    // Encode again and compare: the library accepts true as 1, cuts large numbers, ignores unknown members.
+    // Encode and compare: the library takes true for 1, cuts large numbers and ignores unknown members.
     if (message && toJson(*message) == object && isSound(*message)) return *message;
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.

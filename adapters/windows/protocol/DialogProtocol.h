@@ -25,17 +25,17 @@ struct Raise {
   std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
 
-/// Asks to show this menu as a window, or to update the open one. A process shows alerts or a menu, not both.
+/// Asks to show this menu as a window, or to update the open menu. A process never shows a menu and alerts.
 struct ShowMenu {
   Menu menu;
 };
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program exits with status 0 when its last window is answered. It also exits with 0 when its standard
+// The program exits with status 0 when its last window is closed. It also exits with 0 when its standard
 // input ends, and then closes its windows unanswered. Closing the menu without a choice sends no event.
 
-/// Says that the window is on the screen.
+/// Says that a requested window has appeared on the screen.
 struct Shown {
   int id = 0;  ///< identifier of the alert; 0 for the menu
 };
