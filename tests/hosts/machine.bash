@@ -1,0 +1,131 @@
+# Functions of tests/hosts/gnome, plasma and sway: a Debian system of their own, booted in namespaces of its own. Source
+# this file.
+
+set -euo pipefail
+hosts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
+cd -- "$hosts/../.."
+. scripts/steps.bash
+
+suite=bookworm
+mirror=${KESTRUNE_MIRROR:-http://deb.debian.org/debian}
+cache=${KESTRUNE_HOSTS:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune-hosts}
+
+# What every session has: the client's dependencies, a system and a user manager, fonts, a pointer, and tools to look.
+common=(systemd systemd-sysv dbus dbus-user-session libpam-systemd polkitd upower sudo locales iproute2
+    "${run_packages[@]}" python3-gi qt6-gtk-platformtheme libqt6widgets6 libmnl0 libutf8proc2 libqrencode4 at-spi2-core
+    fonts-noto-cjk fonts-noto-color-emoji libgl1-mesa-dri libegl1 libglib2.0-bin xdg-utils xvfb x11-utils
+    xdotool imagemagick zbar-tools)
+
+# make_root DESKTOP PACKAGE...: a Debian system with these packages in the cache, unless it is there.
+make_root() {
+    local root=$cache/$1
+    [ ! -d "$root" ] || return 0
+    shift
+    rm -rf --one-file-system -- "$root.new"
+    step "Installing a $suite system in $root (several minutes)" mmdebstrap --variant=apt --mode=root \
+        --include="$(IFS=,; echo "${common[*]},$*")" --customize-hook="$hosts/prepare-root \"\$1\"" \
+        "$suite" "$root.new" "$mirror"
+    mv -- "$root.new" "$root"
+}
+
+# make_package: the client's package, from this tree.
+make_package() {
+    build release
+    step "Packing the client" cpack --config build/release/CPackConfig.cmake -B "$work/packages"
+    mv -- "$work"/packages/*.deb "$work/client.deb"
+}
+
+# A script that runs its arguments where /sys/fs/cgroup has the machine's control groups, version 2.
+in_cgroups='umount --recursive /sys/fs/cgroup; mount -t cgroup2 cgroup2 /sys/fs/cgroup; exec "$@"'
+# A script that runs its arguments after the first in a new control group of that name.
+in_new_group='mkdir "/sys/fs/cgroup/$1"; echo $$ >"/sys/fs/cgroup/$1/cgroup.procs"; shift; exec "$@"'
+
+# boot DESKTOP: boots its system. Whatever changes in it is gone at its end.
+boot() {
+    local try
+    group=kestrune-$1-$$
+    unshare --mount bash -euc "$in_cgroups" - bash -euc "$in_new_group" - "$group" \
+        systemd-nspawn --quiet --boot --register=no --keep-unit --private-network --volatile=overlay --tmpfs=/tmp \
+        --capability=CAP_WAKE_ALARM,CAP_SYS_NICE --console=pipe --machine="$group" --directory="$cache/$1" \
+        --bind-ro="$PWD:/source" --bind-ro="$work:/work" --bind="$pictures:/pictures" >"$work/console" 2>&1 </dev/null &
+    nspawn=$!
+    disown
+    for ((try = 0; try < 300; ++try)); do
+        init=$(pgrep --oldest --parent "$nspawn") || true
+        [ -z "$init" ] || ! inside systemctl is-active --quiet multi-user.target 2>/dev/null || return 0
+        kill -0 "$nspawn" 2>/dev/null || break
+        sleep 0.2
+    done
+    cat -- "$work/console" >&2
+    fail "The system of $1 does not boot."
+}
+
+# inside COMMAND...: runs the command in the booted system, as root.
+inside() {
+    nsenter --target "$init" --all /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 "$@"
+}
+
+# start_session COMMAND VARIABLE=VALUE...: in the booted system, starts the desktop as a session of the user.
+start_session() {
+    local command=$1
+    shift
+    cat >/etc/systemd/system/xvfb.service <<UNIT
+[Service]
+User=user
+ExecStart=/usr/bin/Xvfb :0 -screen 0 ${size}x24 -noreset -nolisten tcp -ac
+UNIT
+    cat >/etc/systemd/system/desktop.service <<UNIT
+[Unit]
+$([ "$kind" = wayland ] || printf '%s\n' Requires=xvfb.service After=xvfb.service)
+[Service]
+User=user
+PAMName=login
+WorkingDirectory=/home/user
+Environment=XDG_SESSION_TYPE=$kind XDG_SESSION_CLASS=user LANG=zh_TW.UTF-8 LIBGL_ALWAYS_SOFTWARE=1 $*
+$([ "$kind" = wayland ] || echo Environment=DISPLAY=:0)
+ExecStart=$command
+UNIT
+    dpkg --install /work/client.deb >/dev/null
+    cp -a /source/examples/backend /home/user/backend
+    chown -R user: /home/user
+    systemctl daemon-reload
+    systemctl start desktop
+}
+
+# check NAME: in the booted system, runs the checks as the user of the session.
+check() {
+    runuser -u user -- env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/home/user LANG=zh_TW.UTF-8 \
+        XDG_RUNTIME_DIR=/run/user/1000 DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus XDG_SESSION_TYPE="$kind" \
+        PYTHONPATH=/source/tests python3 -B -m "hosts.$1" "$size"
+}
+
+# host DESKTOP PACKAGE...: makes and boots the desktop's system, starts its session with the script's `prepare`, and
+# runs its checks. The script's arguments are in `kind`, x11 or wayland, and in `size`, that of the screen.
+host() {
+    local name=$1
+    [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"
+    install_missing "${build_packages[@]}" dpkg-dev file mmdebstrap systemd-container
+    mkdir -p -- "$cache"
+    work=$(mktemp -d -p /var/tmp)
+    trap 'end_host; rm -rf --one-file-system -- "$log" "$work"' EXIT
+    pictures=${KESTRUNE_SCREENSHOTS:-$cache/pictures-$name-$kind-$size}
+    mkdir -p -- "$pictures"
+    chmod 777 -- "$pictures"
+    make_root "$@"
+    make_package
+    boot "$name"
+    inside bash -euc "kind=$kind size=$size; $(declare -f prepare start_session check); prepare; check $name" ||
+        status=$?
+    echo "Pictures: $pictures"
+    exit "${status:-0}"
+}
+
+# Kills the booted system, of which nothing is kept: everything in it ends with its first process.
+end_host() {
+    [ -n "${group:-}" ] || return 0
+    kill -KILL "${init:-$nspawn}" 2>/dev/null || true
+    unshare --mount bash -euc "$in_cgroups" - bash -euc '
+        cd "/sys/fs/cgroup/$0"
+        while grep -q "populated 1" cgroup.events; do sleep 0.1; done
+        find "$PWD" -depth -type d -exec rmdir {} +' "$group" || true
+}

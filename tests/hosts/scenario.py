@@ -1,0 +1,400 @@
+"""What tests/hosts checks in each desktop: runs as the user of the session, in the booted system."""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+import traceback
+from collections import Counter
+from contextlib import suppress
+from dataclasses import dataclass
+from pathlib import Path
+from urllib.parse import unquote
+
+from gi.repository import GLib
+
+from rig.accessibility import ScreenReader
+from rig.display import Picture, Rectangle, scan
+from rig.waiting import Deadline
+
+PATIENCE = 90.0  # seconds: the client checks every 20, and a desktop in software on a busy machine is slow
+UNIT = "kestrune-menu-client.service"
+BACKEND = Path.home() / "backend"
+PICTURES = Path("/pictures")
+
+PROJECT, THREAD = "my_cool__project_ & <b>x</b> 100% &amp;", "_a & b_ && \"q\" <e>"
+OTHER_PROJECT, OTHER_THREAD = "Kestrune Relay", "公開中繼的部署"
+MENU_ROLES = "menu item", "check menu item", "label", "push button", "check box", "separator"
+STATUS, PROJECT_ROW, KEEP_AWAKE_STATE, GUIDE, SETTINGS = 2, 8, 11, 24, 26
+CHECKED, ENABLED = {15, 16}, {*range(14, 19), *range(21, 28), 29}
+ROWS = [
+    "Kestrune", "🟢 連線狀態：已連線", "連接模式：Kestrune 自托管", r"Codex：OK.*", r"Remote Control：OK.*", r"Codex App：OK.*",
+    r"ChatGPT Remote：OK.*", "同步專案：" + re.escape(PROJECT), "同步會話：" + re.escape(THREAD), r"目前網路：.+", "保持喚醒：已開啟",
+    "", "連線與常駐", "開機自動啟動菜單欄", "自動維持連線", "保持 Mac 醒著（防止斷線）", "使用官方 ChatGPT 模式", "手動停止連線",
+    "", "查看與設定", "查看完整診斷", "檢查 Codex 版本與 Remote Control", "打開 Codex App", "官方 ChatGPT 連接說明", "打開專案資料夾",
+    "連線與 Token 設定…", "重新啟動菜單欄", "", "退出 Kestrune"]
+PAIRING = "https://relay.example.com", "a-token-of-the-phone"
+
+
+class Failed(Exception):
+    """A program ended with an error."""
+
+
+@dataclass
+class Row:
+    text: str  # empty for a separator
+    checked: bool
+    enabled: bool
+    place: Rectangle
+
+
+class Desktop:
+    """A desktop that a class for each kind drives. Its pointer, its menu and its screen are the desktop's own."""
+
+    submenus = set()  # rows that are submenus
+
+    def __init__(self):
+        self.width, self.height = map(int, sys.argv[1].split("x"))
+        self.wayland = os.environ["XDG_SESSION_TYPE"] == "wayland"
+        self.failures = 0
+        self.root = Path("/tmp/checks")  # a scratch folder
+        self.root.mkdir()
+        self.wait_for_desktop()
+        for line in self.manager("show-environment").splitlines():
+            name, _, value = line.partition("=")
+            if name in ("DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_CURRENT_DESKTOP", "SWAYSOCK"):
+                os.environ[name] = value
+        self.environment = os.environ
+        self.reader = ScreenReader(self)
+        self.connect()
+
+    def connect(self):
+        """To what the desktop offers."""
+
+    # --- programs
+
+    @staticmethod
+    def run(*command, check=True, **options):
+        """What it prints."""
+        done = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              timeout=PATIENCE, **options)
+        if check and done.returncode != 0:
+            raise Failed(f"{command} ends with {done.returncode}: {done.stdout}{done.stderr}")
+        return done.stdout.strip()
+
+    @staticmethod
+    def output_of(*command, check=True):
+        return subprocess.run(command, check=check, stdin=subprocess.DEVNULL, capture_output=True).stdout
+
+    @staticmethod
+    def spawn(*command):
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def manager(self, *arguments):
+        """The user's service manager."""
+        return self.run("systemctl", "--user", *arguments)
+
+    def backend(self, *arguments):
+        self.run(BACKEND / ".venv/bin/kestrune-mac-client", *arguments)
+
+    def client(self, *arguments):
+        self.run("KestruneMenuClient", *arguments)
+
+    def lamp(self):
+        return subprocess.run(["KestruneMenuClient", "--status"], capture_output=True).returncode
+
+    def dialogs(self):
+        """Whether a window of the client is open."""
+        return subprocess.run(["pgrep", "-x", "KestruneMenuDia"], capture_output=True).returncode == 0
+
+    # --- checks
+
+    def wait(self, condition, what, seconds=PATIENCE):
+        """The first true value of the condition."""
+        deadline, fault = Deadline(seconds), ""
+        while True:
+            try:
+                if value := condition():
+                    return value
+            except (Failed, GLib.Error, LookupError, ValueError) as error:
+                fault = f": {error}"  # what is asked may not be there yet
+            if deadline.left() == 0:
+                raise AssertionError(f"not within {seconds:g} s: {what}{fault}")
+            time.sleep(0.2)
+
+    def check(self, what, condition, seconds=PATIENCE):
+        """Prints whether it holds, at the latest after so many seconds."""
+        try:
+            self.wait(condition, what, seconds)
+            self.tell(True, what)
+        except AssertionError as error:
+            self.tell(False, error)
+
+    def tell(self, holds, what):
+        self.failures += not holds
+        print("ok    " if holds else "not ok", what, flush=True)
+
+    # --- pointer and screen, on X11
+
+    def click(self, x, y, button=1):
+        self.run("xdotool", "mousemove", x, y, "sleep", "0.3", "click", button)
+
+    def take_picture(self, path):
+        self.run("import", "-silent", "-window", "root", path)
+
+    def set_dark(self, dark):
+        scheme = "prefer-dark" if dark else "default"
+        self.run("gsettings", "set", "org.gnome.desktop.interface", "color-scheme", scheme)
+
+    # --- what is on it
+
+    def shot(self, name):
+        path = PICTURES / f"{name}.png"
+        self.take_picture(path)
+        return path
+
+    def steady_shot(self, name):
+        """Once everything is drawn."""
+        last = None
+        while last != (last := self.output_of("convert", self.shot(name), "rgb:-")):
+            time.sleep(0.5)
+
+    def picture(self, place, path=None):
+        path = path or self.shot("now")
+        return Picture(place.width, self.output_of("convert", path, "-crop", str(place), "-depth", "8", "rgb:-"))
+
+    def window(self, title):
+        """The client's window of that title, as soon as it is there."""
+        def found():
+            for window in self.reader.windows():
+                if window.name() == title:
+                    return window
+            raise LookupError(f"there are {self.reader.windows()}")
+        return self.wait(found, f"window {title}")
+
+    def open_window(self, action, title, name):
+        """Does the action, and takes a picture: the client's window that opens, and its place in the picture."""
+        self.clear_notifications()
+        self.steady_shot("before")
+        action()
+        window = self.window(title)
+        self.steady_shot(name)
+        return window, self.place_of(window, PICTURES / f"{name}.png")
+
+    def place_of(self, window, _picture):
+        return Rectangle(*window.place())
+
+    # --- the menu, of desktops that tell a screen reader of it: `menu`, which lies at `menu_place`
+
+    def menu_is_open(self):
+        return self.menu.is_shown()
+
+    def close_menu(self):
+        self.click(100, self.height // 2)
+        self.wait(lambda: not self.menu_is_open(), "closed menu")
+
+    def rows(self):
+        rows = []
+        # On Wayland, a program does not know where its windows are.
+        left, top, *_ = self.menu.place()
+        for node in self.menu.all():
+            if (role := node.role()) in MENU_ROLES:
+                states, (x, y, width, height) = node.states(), node.place()
+                place = Rectangle(x - left + self.menu_place.left, y - top + self.menu_place.top, width, height)
+                rows.append(Row(node.name(), "checked" in states, role != "label" and "enabled" in states, place))
+        return rows
+
+    def press(self, number):
+        self.open_menu()
+        self.click(*self.rows()[number - 1].place.centre())
+
+    # --- windows
+
+    def close_window(self, window, button="好"):
+        def closed():
+            with suppress(GLib.Error, LookupError):  # the button may be gone; another window above may still catch it
+                window.find("push button", button).press()
+            return not self.dialogs()
+        self.wait(closed, "end of the window")
+
+    def clear_notifications(self):
+        """They would cover windows, or go while a window opens."""
+
+    # --- the scenario
+
+    def stage(self):
+        projects = [{"id": "own", "title": PROJECT, "thread_name": THREAD, "selected": True},
+                    {"id": "relay", "title": OTHER_PROJECT, "thread_name": OTHER_THREAD, "selected": False}]
+        (BACKEND / "projects.json").write_text(json.dumps({"projects": projects}))
+        self.backend("refresh")
+        # Stand-ins, so that all of the backend's report is well.
+        (self.root / "codex").write_text('#!/bin/sh\n[ "$1" = --version ] || while :; do sleep 1000; done\n')
+        self.run("sudo", "install", self.root / "codex", "/usr/local/bin")
+        self.run("sudo", "install", "/usr/bin/sleep", "/usr/local/bin/codex-app")
+        (Path.home() / ".codex").mkdir(exist_ok=True)
+        (Path.home() / ".codex/auth.json").touch()
+        self.spawn("codex", "app-server")
+        self.spawn("codex-app", "infinity")
+        file = BACKEND / ".env"
+        file.write_text(file.read_text().replace("APP_API_TOKEN=\n", f"APP_API_TOKEN={PAIRING[1]}\n"))
+        self.manager("set-environment", f"KESTRUNE_REPO_PATH={BACKEND}", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1")
+
+    def check_icon(self):
+        self.check("the icon is in colour while the lamp is green",
+                   lambda: self.lamp() == 0 and self.icon_is(coloured=True))
+        self.shot("icon-colour")
+        self.backend("stop", "tunnel")
+        self.check("the icon is grey while the lamp is red", lambda: self.lamp() == 4 and self.icon_is(coloured=False))
+        self.shot("icon-grey")
+        self.backend("refresh")
+        self.check("the icon is in colour again", lambda: self.icon_is(coloured=True))
+
+    def icon_is(self, coloured):
+        picture = self.picture(self.icon())
+        return len(picture.pixels()) > 8 and picture.coloured() == coloured
+
+    def check_rows(self):
+        """With the menu open."""
+        rows = self.rows()
+        for number, (row, expected) in enumerate(zip(rows, ROWS), 1):
+            wrong = []
+            if not re.fullmatch(self.told(expected), row.text):
+                wrong.append("text")
+            if row.checked != (number in CHECKED):
+                wrong.append("check mark")
+            # A heading of a submenu is enabled where the host shows submenus.
+            if row.text and row.enabled != (number in ENABLED | self.submenus):
+                wrong.append("enabled")
+            if wrong:
+                self.tell(False, f"row {number}: {', '.join(wrong)} of {row}")
+        self.tell(len(rows) == len(ROWS), f"the menu has {len(ROWS)} rows: {len(rows)}")
+        print("       " + " | ".join(row.text or "—" for row in rows))
+
+    def check_row(self, what, number, text):
+        """With the menu open: the row says so."""
+        def says():
+            if (found := self.rows()[number - 1].text) != self.told(text):
+                raise LookupError(f"row {number} says “{found}”")
+            return True
+        self.check(what, says)
+
+    def told(self, text):
+        """The text of a row as the desktop tells it to a screen reader."""
+        return text
+
+    def check_change_in_open_menu(self):
+        self.open_menu()
+        self.backend("select", "relay")
+        self.check_row("a change shows in the open menu", PROJECT_ROW, f"同步專案：{OTHER_PROJECT}")
+        self.check("the menu stayed open", self.menu_is_open, 0)
+        self.shot("menu-changed")
+        self.close_menu()
+        self.select_own()
+
+    def select_own(self):
+        """Selects the project of `ROWS` again, and waits until the client knows."""
+        self.backend("select", "own")
+        self.wait(lambda: PROJECT in self.run("KestruneMenuClient", "--status", check=False), "own project")
+
+    def check_click(self):
+        window, place = self.open_window(lambda: self.press(GUIDE), "官方 ChatGPT 連接說明", "guide")
+        self.tell(place.width > 200, f"a click on row {GUIDE} opens its window, at {place}")
+        self.check("… which has the keyboard", lambda: "active" in window.states())
+        self.close_window(window)
+
+    def check_light_and_dark(self):
+        for dark in (False, True):
+            self.set_dark(dark)
+            name = "dark" if dark else "light"
+            window, place = self.open_window(lambda: self.client("--perform", "showStatus"), "目前狀態", f"report-{name}")
+            points = self.picture(place, PICTURES / f"report-{name}.png").data
+            [(background, _)] = Counter(zip(points[::3], points[1::3], points[2::3])).most_common(1)
+            self.tell(max(background) < 90 if dark else min(background) > 165,
+                      f"the window is {name} on a {name} desktop: {background}")
+            self.close_window(window)
+            window, _ = self.open_window(lambda: self.client("--perform", "showSettings"), "Kestrune 連線與桌面設定",
+                                         f"settings-{name}")
+            window.find("push button", "顯示手機配對 QR").press()
+            self.check(f"the code on the {name} screen is the pairing link", self.pairing_is_read)
+            shutil.copy(PICTURES / "now.png", PICTURES / f"pairing-{name}.png")
+            self.window("手機配對 QR").find("push button", "好").press()
+            self.close_window(window, "取消")
+        self.set_dark(False)
+
+    def pairing_is_read(self):
+        read = scan(self, self.shot("now"))
+        return all(part in unquote(read) for part in PAIRING)
+
+    def check_keep_awake(self):
+        self.check("the desktop reports the client's inhibitor", lambda: "Kestrune" in self.inhibitors())
+        print("       " + " ".join(self.inhibitors().split()))
+        self.client("--perform", "toggleKeepAwake")
+        window = self.window("已關閉保持喚醒")
+        self.check("… and none when 保持 Mac 醒著 is off", lambda: "Kestrune" not in self.inhibitors())
+        self.close_window(window)
+        self.client("--perform", "toggleKeepAwake")
+        self.close_window(self.window("已開啟保持喚醒"))
+
+    def check_notification(self):
+        """A network appears."""
+        self.clear_notifications()
+        for words in ("link add cable type veth peer name wall", "link set wall up", "link set cable up",
+                      "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1"):
+            self.run("sudo", "ip", *words.split())
+        self.check("the desktop shows a notification when the network changes",
+                   lambda: "Kestrune 網路已變更" in self.notifications())
+        self.shot("notification")
+
+    def check_restart_of_host(self):
+        self.stop_host()
+        self.start_host()
+        self.check("the icon is back after a restart of the host", lambda: self.icon_is(coloured=True))
+        self.open_menu()
+        self.check_row("… and its menu is right", PROJECT_ROW, f"同步專案：{PROJECT}")
+        self.close_menu()
+
+    def check_late_host(self):
+        self.manager("stop", UNIT)
+        self.stop_host()
+        self.backend("refresh")
+        self.manager("start", UNIT)
+        self.wait(lambda: self.lamp() == 0, "green lamp")
+        self.check_missing_tray()
+        self.start_host()
+        self.check("the icon appears in a host that starts after the client", lambda: self.icon_is(coloured=True))
+
+    def check_missing_tray(self):
+        """Where notifications are shown without the host: what the client says after half a minute."""
+        self.check("without a host, a notification says what to do", lambda: "再啟動一次 Kestrune" in self.notifications())
+        self.shot("notification-no-tray")
+
+    def check_all(self):
+        self.stage()
+        self.manager("start", UNIT)
+        for part in self.parts():
+            try:
+                part()
+            except Exception:  # the others may hold
+                with suppress(Exception):
+                    self.shot(f"{part.__name__}-failed")
+                self.tell(False, f"{part.__name__}: {traceback.format_exc()}")
+        for name in ("now", "before"):
+            (PICTURES / f"{name}.png").unlink(missing_ok=True)
+        return self.failures > 0
+
+    def check_menu(self):
+        self.open_menu()
+        self.check_row("the menu is green", STATUS, "🟢 連線狀態：已連線")
+        self.check_row("the menu says that the machine is kept awake", KEEP_AWAKE_STATE, "保持喚醒：已開啟")
+        self.shot("menu")
+        self.check_rows()
+        self.close_menu()
+
+    def parts(self):
+        return [self.check_icon, self.check_menu, self.check_click, self.check_change_in_open_menu,
+                self.check_keep_awake, self.check_notification, self.check_light_and_dark,
+                self.check_restart_of_host, self.check_late_host]
+
