@@ -104,7 +104,7 @@ check() {
 host() {
     local name=$1
     [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"
-    install_missing mmdebstrap systemd-container
+    install_missing "${build_packages[@]}" dpkg-dev file mmdebstrap systemd-container
     mkdir -p -- "$cache"
     work=$(mktemp -d -p /var/tmp)
     trap 'end_host; rm -rf --one-file-system -- "$log" "$work"' EXIT
@@ -120,11 +120,12 @@ host() {
     exit "${status:-0}"
 }
 
-# Kills everything in the booted system, of which nothing is kept.
+# Kills the booted system, of which nothing is kept: everything in it ends with its first process.
 end_host() {
-    [ -z "${group:-}" ] || unshare --mount bash -euc "$in_cgroups" - bash -euc '
+    [ -n "${group:-}" ] || return 0
+    kill -KILL "${init:-$nspawn}" 2>/dev/null || true
+    unshare --mount bash -euc "$in_cgroups" - bash -euc '
         cd "/sys/fs/cgroup/$0"
-        echo 1 >cgroup.kill
         while grep -q "populated 1" cgroup.events; do sleep 0.1; done
-        find "$PWD" -depth -type d -exec rmdir {} +' "$group"
+        find "$PWD" -depth -type d -exec rmdir {} +' "$group" || true
 }

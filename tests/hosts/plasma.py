@@ -127,10 +127,6 @@ class Plasma(Desktop):
     def clear_notifications(self):
         self.wait(lambda: "Kestrune" not in self.notifications(), "end of notifications")
 
-    def check_notification(self):
-        self.clear_notifications()
-        super().check_notification()
-
     def stop_host(self):
         self.manager("stop", "plasma-plasmashell")
 
