@@ -19,7 +19,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// Replaces PATH by a folder of its own. The programs in the folder record how they are started.
+/// Sets PATH to a temporary folder. The programs in the folder record how they are started.
 class RecordingMachine {
  public:
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
@@ -36,7 +36,7 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Returns the name, the value of `relaunchVariable`, the PID and the arguments of each started program.
+  /// Returns for each started program: its name, KESTRUNE_MENU_CLIENT_RELAUNCH, its PID and its arguments.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;

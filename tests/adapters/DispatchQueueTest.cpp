@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A list of numbers, to which jobs append. Any thread.
+/// A list of numbers, to which jobs append. May be used on any thread.
 class Record {
  public:
   void add(int entry) {
@@ -214,7 +214,7 @@ TYPED_TEST(SerialQueueContract, QueuesHaveLabelsAndAreIndependent) {
 template <typename Harness>
 struct ConcurrentQueueContract : DispatchQueueContract<Harness> {};
 
-// Only the real queues take part: the fakes have no threads.
+// These tests run only on the real queues: the fake queues have no threads.
 using ConcurrentQueues = ::testing::Types<RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(ConcurrentQueueContract, ConcurrentQueues);
 
@@ -292,7 +292,7 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Lets the job end. True if the job was still running, so nothing has waited for its end before.
+  /// Lets the job end. Returns false if the job had already given up waiting for this call.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();

@@ -112,7 +112,8 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
 
 // --- resume from suspend
 
-/// Sends logind's PrepareForSleep signal. Owns the bus name `name`, which is logind's or a wrong one.
+/// Sends the signal PrepareForSleep as the owner of the bus name `name`: logind's, or a wrong name whose
+/// signals the client must ignore.
 class FakeLogind {
  public:
   explicit FakeLogind(const PrivateBus& daemon, const char* name = "org.freedesktop.login1") {
@@ -140,7 +141,7 @@ class FakeLogind {
   sd_bus* bus = nullptr;
 };
 
-/// A machine on a cable, whose monitor runs. Each resume from suspend leads to one update.
+/// A machine on a cable with a running network monitor. Each resume from suspend leads to one update.
 struct NetworkResume : ::testing::Test, MonitoredNetwork {
   void SetUp() override {
     daemon.start();

@@ -81,7 +81,7 @@ TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
 }
 
 TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
-  // This is what version 40, the largest, holds with level M. Letters and digits are encoded as bytes, too.
+  // Version 40, the largest, holds 2331 bytes with level M. Letters and digits are also encoded as bytes.
   constexpr std::size_t most = 2331;
   for (const char letter : {'a', '1'}) {
     EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);

@@ -174,7 +174,7 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // The loop opens its timerfd now, for its first timer. A running client has its timerfd already.
+  // This timer makes the loop open its timerfd, as the loop of a running client has done long before.
   loop.after(Seconds{60}, [] {});
   int turns = 0;
   {

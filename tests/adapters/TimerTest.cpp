@@ -36,7 +36,8 @@ struct TimerContract : ::testing::Test {
   void letTick(std::size_t count) {
     EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
   }
-  /// Returns the time from `moment` to the second tick after it.
+  /// Runs the loop until `moment` is set (not 0) and two ticks have followed. Returns the time from `moment`
+  /// to the second of these ticks.
   Seconds secondTickAfter(const Seconds& moment) {
     std::vector<Seconds> since;
     EXPECT_TRUE(loop.letPassUntil([&] {
