@@ -10,7 +10,7 @@ from rig.processes import wait_for_end
 from rig.session import REPORTING_BACKEND, Session
 
 STOP_LIMIT = 8.0
-SLACK = 5.0  # seconds that a busy machine may need in addition
+SLACK = 5.0  # seconds that a busy machine may need in addition to a limit
 
 
 class Buses(unittest.TestCase):
