@@ -20,8 +20,8 @@ namespace {
 
 constexpr auto label = "com.example.client";
 
-/// A program whose path contains one of `plainNames` can be named in an entry's Exec key. A program whose
-/// path contains one of `otherNames` cannot.
+/// A path with one of `plainNames` in it can be quoted in an Exec key; a path with one of `otherNames`
+/// cannot.
 const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|c&d<e>f*? [x] {y} #hash ~ (z)!"};
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};

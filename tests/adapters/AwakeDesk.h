@@ -30,8 +30,7 @@ inline constexpr Seconds soon{5.0};  // far below the 25 s after which an sd-bus
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;
-/// Whether these calls may time out after 250 ms. If false, they get a longer timeout, because a service on a
-/// busy machine may answer late.
+/// Whether these calls may time out after 250 ms. If false, they wait longer for a service that is slow.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =

@@ -48,8 +48,7 @@ TEST_F(ChildOutput, ChildCanWrite64KiBToASmallPipe) {
 }
 
 TEST_F(ChildOutput, ChildCanWrite64KiBInSmallWrites) {
-  // Each write is just over half a page, so the kernel puts the data of each write into a new page of the
-  // pipe. A pipe of 16 pages is then full after 32 KiB.
+  // Each write is just over half a page and so takes a page of the pipe: 16 pages are full after 32 KiB.
   const std::string half(2049, 'x');
   Arguments arguments;
   for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {

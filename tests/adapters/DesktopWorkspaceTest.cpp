@@ -43,7 +43,7 @@ class RecordingMachine {
     for (std::string entry; std::getline(file, entry, '\0');) entries.push_back(entry);
     return entries;
   }
-  /// Returns `record()` without the PID of the first program.
+  /// Returns `record()` without the first program's PID, which a test cannot know in advance.
   Texts started() const {
     Texts entries = record();
     if (entries.size() > 2) entries.erase(entries.begin() + 2);

@@ -258,8 +258,7 @@ TEST_F(TheDialogAlerts, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
-/// A script that shows no window and runs in place of the dialogs program, and the reason that the client
-/// reports.
+/// A script that replaces the dialogs program and shows no window, and the reason that the client reports.
 struct Failure {
   const char* name;
   const char* script;

@@ -276,7 +276,7 @@ TEST_F(WorkerQueue, AllJobsRunOnOneOtherThread) {
   EXPECT_EQ(threads->at(2), threads->at(0));
 }
 
-/// A job that runs until the test lets it end.
+/// A job that runs until the test lets it end, or `patience` is over. `ended` tells which came first.
 struct LongJob {
   std::promise<void> begun;
   std::promise<void> mayEnd;
@@ -292,7 +292,8 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Lets the job end. Returns false if the job had already given up waiting for this call.
+  /// Lets the job end. Returns false if `patience` was over before: then the tested call has waited for the
+  /// job.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();

@@ -39,8 +39,7 @@ void writeCatalogue(const fs::path& file, std::map<std::string, std::string> mes
       << bytes;
 }
 
-/// Runs code with all of the client's adapters in a process whose language has translations of the C
-/// library's messages.
+/// Runs code with the client's real adapters in a language that has translations of the C library's messages.
 struct MessageLanguage : ::testing::Test {
   MessageLanguage() {
     writeCatalogue(

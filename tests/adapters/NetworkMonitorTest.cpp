@@ -294,8 +294,7 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 
 // --- failures
 
-/// Starts a monitor while no descriptor is free, and lifts this limit at the first update. Says the first two
-/// updates.
+/// Starts a monitor; no descriptor is free until its first update. Says the monitor's first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);

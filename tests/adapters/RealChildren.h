@@ -71,8 +71,7 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Reaps all descendants in the process group `group` (`anyGroup`: in every group). Returns false if a
-  /// descendant does not end in time.
+  /// Reaps the descendants in the process group `group` (or `anyGroup`). Returns false if one does not end.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;

@@ -95,8 +95,7 @@ TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   EXPECT_EQ(program.line(), "started");
 }
 
-/// Returns the state of a thread of this process: 'S' while the thread sleeps, '?' if there is no such
-/// thread.
+/// Returns the state of a thread of this process: 'S' while it sleeps, '?' if there is no such thread.
 char stateOfThread(pid_t thread) {
   const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
   const auto name = text.rfind(") ");
@@ -140,8 +139,7 @@ TEST(ProcessShortage, ReservedLaunchGivesUpSoon) {
 
 // --- descriptors
 
-/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free, even if the numbers of the open descriptors
-/// have gaps.
+/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free. The numbers of open ones may have gaps.
 rlim_t limitWith(int left) {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i <= left; ++i) taken.emplace_back(dup(STDERR_FILENO));

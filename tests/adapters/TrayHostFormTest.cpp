@@ -21,8 +21,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// Reads a row of the reply of GetLayout. Returns the row's id, and in brackets the ids of its submenu's
-/// rows.
+/// Reads a row from GetLayout's reply. Returns its id, followed by the ids of its submenu's rows in brackets.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -39,8 +38,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client whose menu has 29 rows. Its tray host can own the bus names by which the client recognises a
-/// desktop.
+/// A client with a menu of 29 rows. Its tray host can own bus names by which the client recognises a desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -109,8 +107,7 @@ std::string asQtShows(const std::string& label) {
   return shown;
 }
 
-// Returns what libdbusmenu 18.10 shows for `label` (genericmenuitem.c, sanitize_label), which must not have a
-// single underscore.
+// Returns what libdbusmenu 18.10 shows (genericmenuitem.c, sanitize_label) for a label without a single "_".
 std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }

@@ -44,7 +44,7 @@ class Rehearsal(unittest.TestCase):
         return json.loads(self.screen.run(PROGRAM, "--status", "--json"))
 
     def close_window(self, title):
-        """Waits until the client shows a window, which must have this title. Closes the window, which ends its program."""
+        """Waits until the client shows a window, which must have this title. Closes it, so that its program ends."""
         window, = self.screen.run("xdotool", "search", "--sync", "--onlyvisible", "--classname", PROGRAM_OF_WINDOWS).split()
         shown = self.screen.run("xprop", "-id", window, "-notype", "8u", "_NET_WM_NAME").decode()
         self.assertIn(title, shown)

@@ -1,4 +1,4 @@
-"""A session bus that is not there, hangs, or comes and goes."""
+"""Tests the client with a session bus that is not there, hangs, or comes and goes."""
 
 import time
 import unittest

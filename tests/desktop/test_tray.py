@@ -29,7 +29,7 @@ class InPanel(unittest.TestCase):
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def start_client(self):
-        # The client gets no DISPLAY, because it needs no screen.
+        # The client gets no DISPLAY, because it must work without one.
         return self.session.start(environment={"DISPLAY": ""})
 
     def assertShown(self):
