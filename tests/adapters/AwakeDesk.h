@@ -30,7 +30,7 @@ inline constexpr Seconds soon{5.0};  // far below the 25 s after which an sd-bus
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;
-/// Whether these calls may time out after 250 ms. If false, they wait longer for a service that is slow.
+/// Whether the calls with a timeout of 250 ms may time out. If false, they wait longer for a slow service.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =

@@ -16,7 +16,7 @@ namespace kestrune::testing {
 namespace {
 
 using BusConnection = EmptyDesk;
-constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a stopped bus times out
+constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a frozen (SIGSTOP) bus times out
 
 TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   daemon.start();

@@ -292,8 +292,7 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Lets the job end. Returns false if `patience` was over before: then the tested call has waited for the
-  /// job.
+  /// Lets the job end. Returns false if `patience` was over before, as the tested call waited for the job.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();

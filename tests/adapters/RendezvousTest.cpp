@@ -175,7 +175,7 @@ TEST_F(RendezvousTest, ClientRunsWithoutAFolder) {
 TEST_F(RendezvousTest, ClientRunsOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    // The disk has three inodes: for its root, the client's folder and the lock. None is left for the socket.
+    // The disk has three inodes: for its root, the client's folder and the lock. So the socket gets none.
     if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }

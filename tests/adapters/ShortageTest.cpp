@@ -19,7 +19,7 @@
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/TrayDesk.h"
 
-// Tests in which no process, thread or descriptor can be had for a while (EAGAIN, EMFILE).
+// Tests in which the kernel refuses new processes, threads or descriptors for a while (EAGAIN, EMFILE).
 
 namespace kestrune::testing {
 namespace {

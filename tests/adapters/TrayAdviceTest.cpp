@@ -57,7 +57,7 @@ struct TrayAdviceTo : ::testing::Test {
     EXPECT_TRUE(trip.succeeds(loop));
     return notifications.posted.size();
   }
-  /// Lets the client look for a tray twice. Returns the number of notifications.
+  /// Lets the client look for a tray twice. Returns the number of notifications after the second look.
   std::size_t adviceAtLast() {
     EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
     if (watcher) watcher->newCalls();

@@ -60,7 +60,7 @@ class Login(unittest.TestCase):
         traffic.wait_for_status(CONNECTED)
         self.assertEqual(bus.rows()[8]["label"], "同步專案：Kestrune Menu Client")
         self.assertEqual(bus.rows()[ROW]["toggle-state"], 1)
-        # A second start in the same session ends and shows nothing.
+        # A second start in the same session must end and show no window.
         self.assertEqual(self.log_in().wait(PATIENCE), 0)
         self.assertEqual(processes_of("KestruneMenuDialogs"), [])
         self.assertNotIn("MapNotify", screen.events.so_far)

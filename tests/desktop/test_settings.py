@@ -23,7 +23,7 @@ LENGTH = "org.a11y.atspi.Text", "CharacterCount"
 
 BLACK_AND_WHITE = {(0, 0, 0), (255, 255, 255)}
 
-# A backend whose refresh fails if there is no .env. The backend itself ("{}") would create this file.
+# A backend whose refresh fails if there is no .env. The real backend, for which {} stands, would create it.
 CAUTIOUS_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 [[ $1 == refresh && ! -e .env ]] && exit 1
@@ -58,7 +58,7 @@ class Settings(OnScreen):
         self.field(window, title).wait(lambda node: node.property(*LENGTH) == len(text), "typed text")
 
     def assertScanned(self, settings, link):
-        """Opens the pairing code on top of the settings, and checks that it is this link. Returns the code's window."""
+        """Opens the pairing code on top of the settings, and checks that it reads as the link. Returns its window."""
         settings.find("push button", PAIRING_BUTTON).press()
         window = self.window(PAIRING)
         self.screen.screenshot(f"pairing-{type(self).__name__}")

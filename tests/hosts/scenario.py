@@ -157,7 +157,7 @@ class Desktop:
         return path
 
     def steady_shot(self, name):
-        """Takes pictures until two in a row are equal, because everything is drawn then. The last picture remains."""
+        """Takes pictures until two in a row are equal, because everything is drawn then. Keeps the last picture."""
         last = None
         while last != (last := self.output_of("convert", self.shot(name), "rgb:-")):
             time.sleep(0.5)
