@@ -56,7 +56,7 @@ class Quit(unittest.TestCase):
             with self.subTest(signal=number.name):
                 self.refresh()
                 client = self.session.terminal()
-                # End the client during its start, in which a reconnect runs. The reconnect must not start the services again.
+                # End the client during its start. The reconnect of the start must not start the services again.
                 client.next_menu()
                 self.assertEqual(client.end(number), 0)
                 self.assertStopped()

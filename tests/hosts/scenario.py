@@ -222,7 +222,7 @@ class Desktop:
         self.wait(closed, "end of the window")
 
     def clear_notifications(self):
-        """Removes the notifications, if the desktop can: they would cover windows, or disappear between two pictures."""
+        """Removes the notifications, if the desktop can: they would cover windows, or go between two pictures."""
 
     # --- the scenario
 
