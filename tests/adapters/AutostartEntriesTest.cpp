@@ -20,7 +20,8 @@ namespace {
 
 constexpr auto label = "com.example.client";
 
-/// Program paths with `plainNames` can be quoted in an entry's Exec key; paths with `otherNames` cannot.
+/// A path with one of `plainNames` in it can be quoted in an Exec key; a path with one of `otherNames`
+/// cannot.
 const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|c&d<e>f*? [x] {y} #hash ~ (z)!"};
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};
@@ -41,7 +42,8 @@ struct AutostartEntriesTest : FileTest {
 
   void put(const std::string& text) const { testing::put(path, text); }
 
-  /// Creates a program that writes its repository and its arguments to the file $NOTES. Returns its path.
+  /// Creates a program in the folder `below` that writes its repository's path, its own path and its
+  /// arguments to the file $NOTES. Returns the program's path.
   std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
     fs::create_directories(home.file(below));
     const std::string file = home.file(below) + "/" + name;
@@ -52,7 +54,8 @@ struct AutostartEntriesTest : FileTest {
     return file;
   }
 
-  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES.
+  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES,
+  /// or "silence after …" if it does not end within 5 s.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
     unlink(notes.c_str());
@@ -121,7 +124,7 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
       put(*agents.document(label, executable, repo));
       EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
-      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot start such paths
+      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot start these
       EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
     }

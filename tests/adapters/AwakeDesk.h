@@ -30,7 +30,7 @@ inline constexpr Seconds soon{5.0};  // far below the 25 s after which an sd-bus
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;
-/// Whether these calls may time out. If false, they wait longer, because a busy machine may answer late.
+/// Whether the calls with a timeout of 250 ms may time out. If false, they wait longer for a slow service.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =
@@ -92,7 +92,7 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// Calls `create` with a service that does not answer, so that the call may time out.
+  /// Calls `create` while a service does not answer: the D-Bus call to the service may time out.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

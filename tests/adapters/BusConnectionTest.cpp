@@ -16,7 +16,7 @@ namespace kestrune::testing {
 namespace {
 
 using BusConnection = EmptyDesk;
-constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a stopped bus takes
+constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a frozen (SIGSTOP) bus times out
 
 TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   daemon.start();
@@ -121,8 +121,8 @@ TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
 }
 
 TEST_F(BusConnection, MissingBusIsReportedOnce) {
-  // reportOnce prints a message once per process, so this runs in a process of its own, with an error
-  // (ENOTDIR) that no other test causes.
+  // reportOnce prints each message once per process. So this test runs in a process of its own, and causes an
+  // error (ENOTDIR) that no other test causes.
   const ScratchFolder folder;
   std::ofstream(folder.file("file")) << "not a folder";
   ForkedProgram program([&folder](const ForkedProgram::Say& say) {

@@ -12,7 +12,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// This is longer than any step of these tests, but shorter than the 60 s for which descendants hold a pipe.
+// A step that takes longer has waited for a descendant to close its pipe, which it holds open for 60 s.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -48,7 +48,7 @@ TEST_F(ChildOutput, ChildCanWrite64KiBToASmallPipe) {
 }
 
 TEST_F(ChildOutput, ChildCanWrite64KiBInSmallWrites) {
-  // Each write is just over half a page, so the kernel puts each one into a new page of the pipe.
+  // Each write is just over half a page and so takes a page of the pipe: 16 pages are full after 32 KiB.
   const std::string half(2049, 'x');
   Arguments arguments;
   for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {

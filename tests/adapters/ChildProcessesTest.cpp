@@ -112,7 +112,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
       for (int i = 0; i < 5; ++i) {
         const std::string text = std::to_string(thread * 100 + i);
         const auto child = launch({"out", text, "exit", "0"});
-        // The output would not end with this child if another child had inherited a write end.
+        // If another child had inherited this child's write end, the output would not end with this child.
         if (child->readOutput(patience) != text) continue;
         while (child->isRunning()) std::this_thread::yield();
         if (child->terminationStatus() == 0) ++successes;
@@ -124,7 +124,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- after reserveForThisThread, with which the client prepares its end
+// --- after reserveForThisThread, which the client calls before it stops the backend and exits
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 

@@ -5,7 +5,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a frozen bus takes
+constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a frozen (SIGSTOP) bus times out
 
 /// Behaves as a daemon that gives the first notification the id `number`, and each later one the next id.
 StubService::Behaviour numberingFrom(std::uint32_t number) {

@@ -19,7 +19,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// Replaces PATH by a folder of its own. The programs in the folder record how they are started.
+/// Sets PATH to a temporary folder. The programs in the folder record how they are started.
 class RecordingMachine {
  public:
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
@@ -36,14 +36,14 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Returns the name, the value of `relaunchVariable`, the PID and the arguments of each started program.
+  /// Returns for each started program: its name, KESTRUNE_MENU_CLIENT_RELAUNCH, its PID and its arguments.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;
     for (std::string entry; std::getline(file, entry, '\0');) entries.push_back(entry);
     return entries;
   }
-  /// Returns `record()` without the PID of the first program.
+  /// Returns `record()` without the first program's PID, which a test cannot know in advance.
   Texts started() const {
     Texts entries = record();
     if (entries.size() > 2) entries.erase(entries.begin() + 2);

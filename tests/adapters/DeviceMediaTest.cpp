@@ -32,7 +32,7 @@ struct DeviceMediaTest : ::testing::Test {
 
 TEST_F(DeviceMediaTest, EthernetIsWired) {
   add(2, "cable");
-  // A container sees one end of a veth pair as its Ethernet device.
+  // A veth device counts as wired, because the Ethernet device of a container is one end of a veth pair.
   add(3, "pair", "veth");
   // The IFINDEX is not 4: this folder describes a device of another network namespace, and is ignored.
   add(4, "elsewhere");

@@ -26,7 +26,7 @@ StubService::Behaviour answering(const char* member, const char* types, Values..
   };
 }
 
-/// Answers GetInhibitors, a call to the session manager, and GetAppId, a call to its only inhibitor.
+/// Behaves as a session manager with one inhibitor: answers GetInhibitors, and GetAppId of the inhibitor.
 bool sessionManager(sd_bus_message* call) {
   const std::string member = sd_bus_message_get_member(call);
   if (member == "GetInhibitors") return sd_bus_reply_method_return(call, "ao", 1, "/inhibitor/1") >= 0;

@@ -44,7 +44,7 @@ struct TheDialogAlerts : ::testing::Test {
   bool areAnswered(std::size_t count) {
     return comesTrue(loop, [this, count] { return answers.size() >= count; });
   }
-  /// Presents an alert, waits for its request to the dialogs program, and says that its window is shown.
+  /// Presents an alert, waits until the dialogs program is asked to show it, and answers that it is shown.
   DialogsRun& open(const std::string& message) {
     present(message);
     DialogsRun& run = stand.run();
@@ -86,7 +86,7 @@ TEST_F(TheDialogAlerts, ShowAnAlertAndPassItsAnswerOn) {
   EXPECT_GT(request.id, 0);
   EXPECT_EQ(request.alert, asked);
   run.say(Shown{request.id});
-  // The answer comes in two pieces. The client must ignore everything behind it.
+  // The answer comes in two pieces. The client must ignore everything that comes after the answer.
   const std::string answer = dialogs::encode(Answered{request.id, {0, {{"name", "new"}}}}) + "\n";
   run.say(answer.substr(0, 5));
   settleQueue(loop);
@@ -145,7 +145,7 @@ TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
 
 TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
-  // The text is larger than the buffers of the pipe and the socket together.
+  // The text is larger than the buffers of the pipe and the socket together, so it cannot be sent at once.
   large.informativeText.assign(std::size_t{4} << 20, 'x');
   stand.whenRuns = [](DialogsRun& run) { run.lookAway(); };
   present(large);
@@ -178,7 +178,7 @@ TEST_F(TheDialogAlerts, LeakNothingInAHundredAlerts) {
     EXPECT_TRUE(hasNoChildren(loop));
     for (auto& run : stand.runs) run.end();
   };
-  // The first two alerts make the loop open the descriptors that it keeps open.
+  // The first two alerts make the loop open the descriptors that it keeps. They must not count as a leak.
   presentMany(2);
   const auto before = openDescriptors();
   presentMany(100);
@@ -258,7 +258,7 @@ TEST_F(TheDialogAlerts, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
-/// A script in place of the dialogs program that shows no window, and the reason that the client reports.
+/// A script that replaces the dialogs program and shows no window, and the reason that the client reports.
 struct Failure {
   const char* name;
   const char* script;
@@ -296,7 +296,7 @@ TEST_P(DialogAlertsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // The client itself has ended the program, even one that hangs. The test has not closed the windows.
+  // The client has ended the program, even if the program hangs: the test has not closed the windows.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));

@@ -11,7 +11,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A list of numbers, to which jobs append. Any thread.
+/// A list of numbers, to which jobs append. May be used on any thread.
 class Record {
  public:
   void add(int entry) {
@@ -214,7 +214,7 @@ TYPED_TEST(SerialQueueContract, QueuesHaveLabelsAndAreIndependent) {
 template <typename Harness>
 struct ConcurrentQueueContract : DispatchQueueContract<Harness> {};
 
-// Only the real queues take part: the fakes have no threads.
+// These tests run only on the real queues: the fake queues have no threads.
 using ConcurrentQueues = ::testing::Types<RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(ConcurrentQueueContract, ConcurrentQueues);
 
@@ -276,7 +276,7 @@ TEST_F(WorkerQueue, AllJobsRunOnOneOtherThread) {
   EXPECT_EQ(threads->at(2), threads->at(0));
 }
 
-/// A job that runs until the test lets it end.
+/// A job that runs until the test lets it end, or `patience` is over. `ended` tells which came first.
 struct LongJob {
   std::promise<void> begun;
   std::promise<void> mayEnd;
@@ -292,7 +292,7 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Lets the job end. True if the job was still running, so nothing has waited for its end before.
+  /// Lets the job end. Returns false if `patience` was over before, as the tested call waited for the job.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();

@@ -115,7 +115,7 @@ TEST_F(WriteFileAtomically, KeepsTheMode) {
 }
 
 TEST_F(WriteFileAtomically, KeepsTheOwner) {
-  // Only root can give the file to another user. Other users keep it in their own name.
+  // Only root can give the file to another user. Without root, this user remains the owner.
   const bool superuser = geteuid() == 0;
   const uid_t owner = superuser ? 12345 : geteuid();
   const gid_t group = superuser ? 23456 : getegid();
@@ -148,7 +148,7 @@ TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
     EXPECT_EQ(writeFileAtomically(folder.file(link), "by " + link), std::error_code());
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
-    fs::remove(path);  // the next link points to no file
+    fs::remove(path);  // so that the next link points to no file
   }
 }
 
@@ -293,7 +293,7 @@ TEST_F(NewFiles, FilesOfOthersAreNotRemoved) {
   fs::create_directory(folder.file(".kestrune-new-folder"));
   fs::create_symlink("file", folder.file(".kestrune-new-a-link"));
   ASSERT_EQ(mkfifo(folder.file(".kestrune-new-a-pipe").c_str(), 0600), 0);
-  // Only root can give the file to another user. Otherwise it is a file of this user, and is removed.
+  // Without root, chown fails: the file still belongs to this user, and so is removed.
   put(abandoned, "theirs");
   const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
   EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());

@@ -14,7 +14,8 @@ namespace {
 constexpr std::size_t longestRow = 13'000;   // bytes; no screen shows a longer row
 constexpr std::size_t longestBody = 18'000;  // bytes of a notification
 
-/// Expects `shown` to be `each` without control characters, cut to `limit` bytes. `lines`: allows line ends.
+/// Expects that `shown` is `each` without control characters, cut to `limit` bytes. `lines`: whether `shown`
+/// may have line ends.
 void expectHarmless(const HostileText& each, std::string_view shown, std::size_t limit, bool lines = false) {
   EXPECT_EQ(faultOf(shown, lines), "") << each.name;
   EXPECT_NE(shown.find("before"), std::string_view::npos) << each.name;

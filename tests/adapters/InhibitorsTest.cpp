@@ -5,7 +5,8 @@
 
 #include "tests/adapters/AwakeDesk.h"
 
-// Replaces sd_bus_call in this program. Its longer timeout keeps the tests independent of a service's speed.
+// Replaces sd_bus_call in this program. Counts the calls with a timeout of 250 ms and, unless
+// `nobodyAnswers`, gives them a longer timeout, so that a slow service does not fail a test.
 extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
                            sd_bus_message** reply) {
   using namespace kestrune;

@@ -35,7 +35,7 @@ struct Instances : RealLoop {
   const std::string socket = place + "/socket";
 };
 
-/// A connection to the client's socket. Collects the answers in `text`.
+/// A connection to the socket of the running client. Collects the answers in `text`.
 struct RawPeer {
   RawPeer(EventLoop& givenLoop, const std::string& place)
       : loop(givenLoop), socket(instanceSocket(place, "socket", &::connect)) {}

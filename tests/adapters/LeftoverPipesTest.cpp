@@ -40,7 +40,7 @@ struct LeftoverPipesTest : ::testing::Test {
     return std::move(pipe.writing);
   }
 
-  /// Writes `size` bytes on another thread while the loop runs. False if the read end is closed (EPIPE).
+  /// Writes `size` bytes on another thread while the loop runs. Returns false if the read end is closed.
   bool canWrite(const FileDescriptor& end, std::size_t size) {
     std::atomic<bool> done = false;
     bool whole = true;
@@ -102,7 +102,7 @@ TEST_F(LeftoverPipesTest, EndlessWriterDoesNotKeepTheLoopBusy) {
   const FileDescriptor end = leftoverPipe();
   constexpr std::size_t pipeSize = 65536;
   constexpr int fills = 10;
-  // The loop empties a pipe only once in 50 ms. So each fill must wait, except for the first two.
+  // The loop empties a pipe only once in 50 ms. So the writer must wait before each fill but the first two.
   EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
 }
 

@@ -39,7 +39,7 @@ void writeCatalogue(const fs::path& file, std::map<std::string, std::string> mes
       << bytes;
 }
 
-/// Runs the client's whole host in a session whose language has translations of the C library's messages.
+/// Runs code with the client's real adapters in a language that has translations of the C library's messages.
 struct MessageLanguage : ::testing::Test {
   MessageLanguage() {
     writeCatalogue(

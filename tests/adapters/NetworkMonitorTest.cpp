@@ -20,7 +20,8 @@ namespace {
 
 using Commands = std::vector<std::string>;
 
-/// `ip` runs `commands` to make a network with the path `path`. A `change`, if any, makes the path `after`.
+/// A network that ip(8) sets up by `commands`. The monitor must report `path` in it, and `after` when ip(8)
+/// has run the commands `change`. If `change` is empty, nothing changes.
 struct Network {
   const char* name;
   Commands commands;
@@ -221,7 +222,7 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// The monitor has its usual delays here, so that the whole change counts as one burst.
+/// This monitor has its usual delays, so it takes the changes by the three commands for one change.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   NetworkMonitors usual(loop, clock, bus, devices.file(""));
@@ -275,7 +276,7 @@ TEST_F(NetworkMonitorTest, ReadsSysfs) {
 TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   startOn(disconnected);
   monitor->cancel();
-  const auto before = openDescriptors();  // the loop keeps some descriptors open
+  const auto before = openDescriptors();  // includes descriptors that the loop keeps open
   monitor = monitors.makePathMonitor();
   start();
   monitor.reset();  // before the first update is delivered
@@ -293,7 +294,7 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 
 // --- failures
 
-/// Starts a monitor while no descriptor is free; the first update frees some. Says the first two updates.
+/// Starts a monitor; no descriptor is free until its first update. Says the monitor's first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);

@@ -75,7 +75,7 @@ struct NotifyingDesk : ::testing::Test {
     const Calls calls = daemon->calls();
     return calls.empty() ? "" : calls.back();
   }
-  /// Shows a notification with `body`, and returns the body that the daemon receives.
+  /// Shows a notification with `body`. Returns the body that the daemon receives, or "nothing".
   std::string shown(const std::string& body) {
     const std::string before = "'/logo.png', 't', '";
     daemon->newCalls();

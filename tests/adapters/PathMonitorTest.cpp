@@ -112,7 +112,8 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
 
 // --- resume from suspend
 
-/// Sends logind's PrepareForSleep signal. Owns the bus name `name`, which is logind's or a wrong one.
+/// Sends the signal PrepareForSleep as the owner of the bus name `name`: logind's, or a wrong name whose
+/// signals the client must ignore.
 class FakeLogind {
  public:
   explicit FakeLogind(const PrivateBus& daemon, const char* name = "org.freedesktop.login1") {
@@ -140,7 +141,7 @@ class FakeLogind {
   sd_bus* bus = nullptr;
 };
 
-/// A machine on a cable, whose monitor runs. Each resume from suspend leads to one update.
+/// A machine on a cable with a running network monitor. Each resume from suspend leads to one update.
 struct NetworkResume : ::testing::Test, MonitoredNetwork {
   void SetUp() override {
     daemon.start();
@@ -190,7 +191,7 @@ TEST_F(NetworkResume, WorksAfterARestartOfTheBusUntilCancelled) {
   daemon.start();
   ASSERT_TRUE(comesTrue(loop, [this] { return roundTrip.connections == 2; }));
   EXPECT_EQ(resumes(), 0u);
-  // Each FakeLogind is a new connection to the bus, as after a restart of logind.
+  // Each FakeLogind is a new connection to the bus, as after a restart of logind. The monitor must hear both.
   for (std::size_t time = 1; time <= 2; ++time) {
     FakeLogind(daemon).prepareForSleep(false);
     EXPECT_EQ(resumes(), time);

@@ -62,7 +62,7 @@ TEST_F(Png, MatchesTheFilterInTheGreyLogo) {
 }
 
 TEST_F(Png, ReadsEveryPixel) {
-  // The first pixel is half transparent, the second fully. This must not darken their colours.
+  // The first pixel is half transparent, the second fully. Their colours must be read unchanged.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
   const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
   ASSERT_NE(image, nullptr);
@@ -113,7 +113,7 @@ std::string bigEndian(std::size_t value) {
   return bytes;
 }
 
-/// Returns a part of an ICNS file: type, length and contents. With the type "icns", it is a whole file.
+/// Returns a part of an ICNS file: type, length and contents. A part of the type "icns" is a whole file.
 std::string icns(const std::string& type, const std::string& contents) {
   return type + bigEndian(contents.size() + 8) + contents;
 }
@@ -136,7 +136,7 @@ TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   EXPECT_EQ(images.imageFromFile(put("d.icns", icns("icns", part.substr(0, part.size() / 2)))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("e.icns", icns("icns", "icp4" + bigEndian(0xffffffff) + "x"))), nullptr);
   EXPECT_EQ(images.imageFromFile(put("f.icns", icns("icns", "icp4" + bigEndian(0) + part))), nullptr);
-  // The image before the damaged part is read.
+  // An image that comes before a damaged part is still used.
   EXPECT_NE(images.imageFromFile(put("g.icns", icns("icns", part + "ic07" + bigEndian(7) + "x"))), nullptr);
 }
 

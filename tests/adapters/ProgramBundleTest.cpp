@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Runs a copy of the program print_bundle, installed in a prefix of its own.
+/// Runs a copy of the program print_bundle, installed in a temporary prefix.
 struct RunningProgram : ::testing::Test, RealChildren {
   const std::string prefix = fs::canonical(folder.file("."));
   const std::string bin = prefix + "/Kestrune Menu Client";

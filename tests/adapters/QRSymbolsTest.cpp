@@ -74,14 +74,15 @@ TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
     for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
     return found;
   };
-  // Version 5 is 37 modules wide. It holds 84 bytes with error correction level M, and 106 with level L.
+  // Version 5 (37 modules wide; version 6: 41) holds 84 bytes with error correction level M, 106 with level
+  // L.
   EXPECT_EQ(widths(84), std::vector{37});
   EXPECT_EQ(widths(85), (std::vector{37, 41}));
   EXPECT_EQ(widths(106), (std::vector{37, 41}));
 }
 
 TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
-  // This is what version 40, the largest, holds with level M. Letters and digits are encoded as bytes, too.
+  // Version 40, the largest, holds 2331 bytes with level M. Letters and digits are also encoded as bytes.
   constexpr std::size_t most = 2331;
   for (const char letter : {'a', '1'}) {
     EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);

@@ -41,7 +41,7 @@ class RealChildren {
   RealChildren(const RealChildren&) = delete;
   RealChildren& operator=(const RealChildren&) = delete;
 
-  /// Launches a child with `arguments`. Never returns null.
+  /// Launches a child with `arguments`. Never returns null; throws if the launch fails.
   std::unique_ptr<Process> launch(const Arguments& arguments) {
     auto launched = processes.launch(TEST_CHILD, arguments);
     if (!launched) throw std::runtime_error(launched.reason());
@@ -71,7 +71,7 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Reaps all descendants in the process group `group`, or in any group; false if one does not end in time.
+  /// Reaps the descendants in the process group `group` (or `anyGroup`). Returns false if one does not end.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;

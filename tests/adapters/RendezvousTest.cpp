@@ -175,7 +175,7 @@ TEST_F(RendezvousTest, ClientRunsWithoutAFolder) {
 TEST_F(RendezvousTest, ClientRunsOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    // The disk has three inodes: for its root, the client's folder and the lock. None is left for the socket.
+    // The disk has three inodes: for its root, the client's folder and the lock. So the socket gets none.
     if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
@@ -206,7 +206,7 @@ TEST_F(RendezvousTest, LinkInPlaceOfTheLockIsNotFollowed) {
 }
 
 TEST_F(RendezvousTest, FolderOfAnotherUserIsNotUsed) {
-  // Only root can give the folder to another user. Other users link to a folder of root instead.
+  // Only root can give the folder to another user. Without root, a link to a folder of root stands for it.
   if (geteuid() == 0) {
     std::filesystem::create_directories(place);
     ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
@@ -226,7 +226,7 @@ TEST_F(RendezvousTest, LockIsKeptAcrossExec) {
     before.claims();
     before.rendezvous.passOn();
     std::filesystem::remove(socket);  // after an exec, nobody answers on the socket
-    // Of the two Rendezvous objects (each wants the client's lock and socket), the first takes the lock over.
+    // `after` is made first, so its Rendezvous takes over the lock. `another` comes too late.
     Start after(own, folders), another(own, folders);
     say(another.claims({.answerPatience = moment}) ? "client" : "second");
     say(after.claims(replacement) ? "client" : "second");

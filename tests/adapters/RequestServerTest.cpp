@@ -125,7 +125,7 @@ TEST_F(RequestServerTest, OldestPeerIsDisconnectedBeyondTheLimit) {
 
 TEST_F(RequestServerTest, PeerOfAnotherUserIsDisconnected) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-  // All users may open the socket, so only the user ID can be the reason for the refusal.
+  // Let all users open the socket, so that only the check of the user ID can refuse the other user.
   for (std::filesystem::path each = socket; each != "/tmp"; each = each.parent_path())
     chmod(each.c_str(), 0777);
   ForkedProgram stranger([this](const ForkedProgram::Say& say) {
@@ -174,7 +174,7 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // The loop opens its timerfd now, for its first timer. A running client has its timerfd already.
+  // This timer makes the loop open its timerfd, as the loop of a running client has done long before.
   loop.after(Seconds{60}, [] {});
   int turns = 0;
   {

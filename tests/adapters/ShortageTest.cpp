@@ -19,7 +19,7 @@
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/TrayDesk.h"
 
-// Tests in which no process, thread or descriptor can be had for a while (EAGAIN, EMFILE).
+// Tests in which the kernel refuses new processes, threads or descriptors for a while (EAGAIN, EMFILE).
 
 namespace kestrune::testing {
 namespace {
@@ -67,7 +67,8 @@ TEST(ProcessShortage, ClosedQueueStartsNoThreadLater) {
     closed->close();
     gone.reset();
     shortage.reset();
-    // This queue retries after `closed` and `gone` would. Once its job is done, their jobs cannot come.
+    // If `closed` or `gone` tried again to start a thread, it would do so before `last`. So when the job of
+    // `last` is done, their jobs cannot run any more.
     const auto last = loop.makeSerialQueue("last", QualityOfService::standard, QueueTarget::ownThread);
     shortage = std::make_unique<ProcessShortage>();
     std::atomic<bool> done = false;
@@ -94,7 +95,7 @@ TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   EXPECT_EQ(program.line(), "started");
 }
 
-/// Returns the state of a thread of this process from /proc: 'S' while the thread sleeps.
+/// Returns the state of a thread of this process: 'S' while it sleeps, '?' if there is no such thread.
 char stateOfThread(pid_t thread) {
   const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
   const auto name = text.rfind(") ");
@@ -138,7 +139,7 @@ TEST(ProcessShortage, ReservedLaunchGivesUpSoon) {
 
 // --- descriptors
 
-/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free, even if the open ones have gaps.
+/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free. The numbers of open ones may have gaps.
 rlim_t limitWith(int left) {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i <= left; ++i) taken.emplace_back(dup(STDERR_FILENO));
@@ -204,7 +205,7 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
         loop, program, [](const dialogs::Event&) {}, [&](bool) { ended = true; });
     return window.start({}) && comesTrue(loop, [&] { return ended; });
   };
-  // The first window makes the loop open the descriptors that it keeps open.
+  // The first window makes the loop open the descriptors that it keeps. They must not be counted below.
   ASSERT_TRUE(open());
   ASSERT_TRUE(hasNoChildren(loop));
   EXPECT_EQ(neededFor(open), 4);

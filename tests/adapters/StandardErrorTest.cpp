@@ -28,7 +28,7 @@ TEST(ReportOnce, DoesNotBlockWhileNobodyReads) {
   fcntl(pipe.writing.get(), F_SETFL, 0);
   dup2(pipe.writing.get(), STDERR_FILENO);
   reportOnce("held up");
-  // The pipe was full, so this call has printed nothing. The next call prints the message.
+  // The pipe was full, so the call above has printed nothing. The next call prints the message.
   fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
   while (read(pipe.reading.get(), piece, sizeof piece) > 0) {
   }

@@ -45,7 +45,7 @@ struct StandardInputOn : ::testing::Test {
   EventLoop loop;
   PipeEnds pipe;
   std::optional<StandardInput> input;
-  std::optional<struct stat> left;  ///< the file that is standard input after `input` was made
+  std::optional<struct stat> left;  ///< fstat of standard input after `input` was made; absent if closed
   bool childrenFindTheEnd = false;
   Lines lines;
   int ends = 0;
@@ -136,7 +136,7 @@ TEST_F(StandardInputOn, ATerminalGivesNoLineThatTheKernelMayHaveCut) {
   const PseudoTerminal terminal;
   read(terminal.inside.get());
   const std::string longest(4094, 'x');
-  // Ctrl-D makes the kernel pass on a line without its end.
+  // Ctrl-D (\x04) makes the terminal deliver the text typed so far, without a line end.
   const std::string passedOn = "\x04";
   for (const auto& typed :
        {longest, longest + "x", std::string(20000, 'x'), longest + "x" + passedOn + "rest",

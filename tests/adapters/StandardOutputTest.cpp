@@ -56,7 +56,7 @@ TEST_F(StandardOutputTo, AFileGetsTheTextAfterWhatOthersWrote) {
 TEST_F(StandardOutputTo, APipeOrTerminalThatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
-      // The descriptor can be written to, but its file cannot be opened again, as after a change of the user.
+      // The descriptor can be written to, but its file cannot be opened again, as after setuid(2).
       fchmod(foreign, 0);
       constexpr uid_t nobody = 65534;
       if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");
@@ -99,7 +99,7 @@ TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
 TEST_F(StandardOutputTo, ASocketGetsTheWholeTextAndItsLostReaderIsNoError) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  // Other processes may have a socket open, too, so the output must not set O_NONBLOCK on it.
+  // Other processes may share the socket, and O_NONBLOCK would apply to them. So it must not be set.
   const FileDescriptor inside(ends[0]);
   FileDescriptor outside(ends[1]);
   StandardOutput output(loop, inside.get());

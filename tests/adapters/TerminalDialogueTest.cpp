@@ -83,7 +83,8 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
 
 // --- pictures, such as QR codes
 
-/// Returns the pixel rows that `text` draws on a dark screen: a grey byte per pixel, two pixels per cell.
+/// Returns the pixel rows that `text` draws on a dark screen: one byte (black or white) per pixel. A
+/// character cell shows two pixels, one above the other.
 std::vector<std::string> drawn(const std::string& text) {
   constexpr char black = '\0';
   constexpr char white = '\xFF';

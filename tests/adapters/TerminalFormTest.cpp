@@ -22,7 +22,7 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
     rig.face->present({.describe = [alert] { return alert; },
                        .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
   }
-  /// Types a line that is too long, but does not end it.
+  /// Types more text than a line may have, without a line end.
   void typeTooMuch() {
     for (int piece = 0; piece < (GetParam() == TerminalRig::Line::terminal ? 5 : 70); ++piece) {
       rig.type(std::string(1000, 'x'));
@@ -107,7 +107,7 @@ TEST_P(TerminalForm, IsCancelledByAnEndWithinAnAnswerThatIsTooLong) {
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
   rig.endInput();
-  // On a terminal, the first Ctrl-D only makes the kernel pass on the line without its end.
+  // On a terminal, the first Ctrl-D only delivers the typed text. The second Ctrl-D ends the input.
   if (GetParam() == TerminalRig::Line::terminal) rig.endInput();
   ASSERT_TRUE(isAnswered());
   EXPECT_EQ(answers[0].button, std::nullopt);

@@ -30,7 +30,7 @@ class Demonstration final : public ApplicationDelegate {
   std::unique_ptr<StatusItem> item;
 };
 
-/// Runs a whole host with the terminal face (the user interface in a terminal).
+/// Runs an application with the terminal face (the user interface in a terminal) and all real adapters.
 struct TerminalHost : ::testing::Test {
   static void demonstrate() {
     const auto host = makeHost({.face = Face::terminal});
@@ -38,7 +38,7 @@ struct TerminalHost : ::testing::Test {
     host->platform().application->run(demonstration);
   }
 
-  /// Returns the output on a terminal, with the given values of TERM and NO_COLOR.
+  /// Returns the output on a terminal, with the given values of TERM and NO_COLOR (absent: not set).
   std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
     PseudoTerminal terminal;
     ForkedProgram program([&](const ForkedProgram::Say& say) {

@@ -77,7 +77,7 @@ struct TerminalChanges : ::testing::Test {
     rig.settle();
     return std::exchange(rig.screen.text, {});
   }
-  /// Sets the terminal's height. No SIGWINCH comes: the terminal is not this process's controlling terminal.
+  /// Sets the terminal's height. The client gets no SIGWINCH, because this is not its controlling terminal.
   void setHeight(unsigned short rows) const {
     const winsize size{.ws_row = rows, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
     ASSERT_EQ(ioctl(rig.terminal.inside.get(), TIOCSWINSZ, &size), 0);
@@ -187,7 +187,7 @@ struct TerminalTyping : ::testing::Test {
 };
 
 TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
-  // Ctrl-D (\x04) makes the kernel pass on a line without its end.
+  // Ctrl-D (\x04) makes the terminal deliver the text typed so far, without a line end.
   for (const std::string typed : {"1", "1\x04"}) {
     for (const bool changed : {true, false}) {
       target->performed.clear();

@@ -36,7 +36,7 @@ struct TimerContract : ::testing::Test {
   void letTick(std::size_t count) {
     EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
   }
-  /// Returns the time from `moment` to the second tick after it.
+  /// Waits until `moment` is set (not 0). Returns the time from `moment` to the second tick after it.
   Seconds secondTickAfter(const Seconds& moment) {
     std::vector<Seconds> since;
     EXPECT_TRUE(loop.letPassUntil([&] {

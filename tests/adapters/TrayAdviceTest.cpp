@@ -46,7 +46,8 @@ struct TrayAdviceTo : ::testing::Test {
   void watch(StubService::Behaviour behaviour) {
     watcher = std::make_unique<StubService>(daemon.address(), watcherName, std::move(behaviour));
   }
-  /// Lets `duration` pass and the watcher answer. Returns the number of notifications so far.
+  /// Advances the time by `duration`, then lets the watcher (if any) answer. Returns the number of
+  /// notifications so far.
   std::size_t adviceAfter(Seconds duration) {
     timers.advance(duration);
     if (watcher) {
@@ -56,7 +57,7 @@ struct TrayAdviceTo : ::testing::Test {
     EXPECT_TRUE(trip.succeeds(loop));
     return notifications.posted.size();
   }
-  /// Lets the client look for a tray twice. Returns the number of notifications.
+  /// Lets the client look for a tray twice. Returns the number of notifications after the second look.
   std::size_t adviceAtLast() {
     EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
     if (watcher) watcher->newCalls();
@@ -69,7 +70,7 @@ TEST_F(TrayAdviceTo, NotifiesOnceWithoutATray) {
   EXPECT_EQ(adviceAtLast(), 1U);
   const Notification& said = notifications.posted.at(0);
   EXPECT_NE(said.body.find("gnome-shell-extension-appindicator"), std::string::npos);
-  // Many desktops show only the first line of a notification.
+  // Many desktops show only the first line of a notification, so this line must say what to do.
   const std::string firstLine = said.body.substr(0, said.body.find('\n'));
   EXPECT_NE(firstLine.find("再啟動一次 Kestrune"), std::string::npos);
   EXPECT_NE(firstLine.find("AppIndicator"), std::string::npos);

@@ -21,7 +21,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// Reads a row of the reply of GetLayout. Returns its id, with the ids of its submenu in brackets.
+/// Reads a row from GetLayout's reply. Returns its id, followed by the ids of its submenu's rows in brackets.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -38,7 +38,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client with 29 rows. Its tray host can own the bus names by which the client recognises a desktop.
+/// A client with a menu of 29 rows. Its tray host can own bus names by which the client recognises a desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -90,14 +90,14 @@ struct TrayForm : EmptyDesk {
   std::unique_ptr<StubService> program;
 };
 
-// Does what gnome-shell-extension-appindicator 46 and 59 do (dbusMenu.js, _updateLabel).
+// Returns what gnome-shell-extension-appindicator 46 and 59 show for `label` (dbusMenu.js, _updateLabel).
 std::string asGnomeShellShows(const std::string& label) {
   static const std::regex rule("_([^_])");
   return std::regex_replace(label, rule, "$1", std::regex_constants::format_first_only);
 }
 
-// Does what libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6 do (utils.cpp, swapMnemonicChar): "__" becomes
-// "_", and a single "_" is taken out.
+// Returns what libdbusmenu-qt 0.9.3 and plasma-workspace 6.3.6 show for `label` (utils.cpp,
+// swapMnemonicChar): "__" becomes "_", and a single "_" is taken out.
 std::string asQtShows(const std::string& label) {
   std::string shown;
   for (std::size_t at = 0; at < label.size(); ++at) {
@@ -107,7 +107,7 @@ std::string asQtShows(const std::string& label) {
   return shown;
 }
 
-// Does what libdbusmenu 18.10 does (genericmenuitem.c, sanitize_label) if the label has no single underscore.
+// Returns what libdbusmenu 18.10 shows (genericmenuitem.c, sanitize_label) for a label without a single "_".
 std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }

@@ -21,7 +21,7 @@ struct TrayMenu : TrayDesk {
     host->news();
   }
 
-  /// Waits until the client has handled all calls. Returns the actions that have run.
+  /// Waits until the client has handled all calls of the tray host. Returns the actions that have run.
   CallLog performed() {
     host->catchUp();
     settleQueue(loop);

@@ -6,7 +6,7 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr Seconds atOnce{5.0};  // far below the 25 s that a call to a frozen bus takes
+constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a frozen (SIGSTOP) bus times out
 using Registrations = std::vector<std::string>;
 
 Menu oneRow(const std::string& title) {

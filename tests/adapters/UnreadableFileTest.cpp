@@ -20,7 +20,7 @@ namespace {
 struct UnreadableFile : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
 
-  /// Root may read every file. So if this process is root, makes it an ordinary user who owns the files.
+  /// If this process is root, which may read every file, makes it an ordinary user who owns the files.
   void becomeOrdinaryUser() const {
     constexpr uid_t nobody = 65534;
     if (geteuid() != 0) return;
@@ -154,7 +154,7 @@ TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
   for (int round = 0; round < 40; ++round) {
     ForkedProgram program([this](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
-      // The kernel does this for another user's file if fs.protected_hardlinks is set.
+      // The kernel refuses a hard link to another user's file if fs.protected_hardlinks is set.
       refuseHardLinks(EPERM);
       skipFlushes();
       for (;;) {

@@ -1,4 +1,4 @@
-"""Uses the installed packages in a desktop's session, in a system in which nothing else is built or installed."""
+"""Uses the installed packages as a user at a desktop does, in a system that has no other part of this project."""
 
 import glob
 import json
@@ -34,7 +34,8 @@ class Rehearsal(unittest.TestCase):
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def log_in(self):
-        """Logs in: starts the unit, as a service manager does, and the autostart entries. Returns the unit's client."""
+        """Starts the user unit's command, as a service manager does, and then the autostart entries. Returns the unit's
+        client."""
         unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
         self.session.spawn("dex", "--autostart", "--environment", "XFCE").wait()
         return unit
@@ -43,7 +44,7 @@ class Rehearsal(unittest.TestCase):
         return json.loads(self.screen.run(PROGRAM, "--status", "--json"))
 
     def close_window(self, title):
-        """Waits for the client's window, which must have this title, and closes the window."""
+        """Waits until the client shows a window, which must have this title. Closes it, so that its program ends."""
         window, = self.screen.run("xdotool", "search", "--sync", "--onlyvisible", "--classname", PROGRAM_OF_WINDOWS).split()
         shown = self.screen.run("xprop", "-id", window, "-notype", "8u", "_NET_WM_NAME").decode()
         self.assertIn(title, shown)

@@ -1,4 +1,4 @@
-"""The inhibitors that keep the machine awake, as a real systemd-logind lists them."""
+"""Tests of the inhibitors that keep the machine awake, as a real systemd-logind lists them."""
 
 import signal
 import unittest
@@ -45,7 +45,8 @@ class Awake(unittest.TestCase):
         self.assertEqual(self.inhibitors(), [])
 
     def press(self, key, *row, holds=False):
-        """Types the key, closes the window that opens, and waits for a menu with this row."""
+        """Types the key, closes the dialogue that opens, and waits for a menu with this row (number and title).
+        `holds`: whether that menu must say that the machine is kept awake."""
         self.client.type(key)
         self.client.next_window()
         self.client.type("1")

@@ -14,7 +14,7 @@ class BadBackend(unittest.TestCase):
         self.session = Session(self)
 
     def assertStatus(self, pattern, errors=NO_BUS, **options):
-        """Starts a client, compares the status after its first check, and quits."""
+        """Starts a client, checks that its status matches the pattern after its first backend check, and quits."""
         self.client = self.session.terminal(**options)
         menu = self.client.checked()
         self.assertRegex(menu.status, pattern)

@@ -1,4 +1,4 @@
-"""A session bus that is not there, hangs, or comes and goes."""
+"""Tests the client with a session bus that is not there, hangs, or comes and goes."""
 
 import time
 import unittest
@@ -11,7 +11,7 @@ from rig.session import REPORTING_BACKEND, SWITCHED_OFF, Session
 from rig.wire import DAEMON, Peer, answers
 
 STOP_LIMIT = 8.0
-SLACK = 5.0  # seconds that a busy machine may need in addition
+SLACK = 5.0  # seconds that a busy machine may need in addition to a limit
 
 WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 

@@ -24,8 +24,8 @@ class Typed(unittest.TestCase):
             wait_for_end(pid)
 
     def assertCommand(self, stop, stopped, status, start, started):
-        """The key `stop` stops the services and the key `start` starts them. Each opens a window and changes the
-        menu."""
+        """Checks that the key `stop` stops the services and the key `start` starts them, and that each key opens a
+        dialogue and changes the menu."""
         self.client.type(stop)
         self.assertEqual(self.client.next_window(), stopped)
         self.client.type("1")
@@ -38,7 +38,7 @@ class Typed(unittest.TestCase):
         window = self.client.next_window()
         self.assertEqual((window.title, window.warns), (started, False))
         self.client.type("1")
-        # A check that ran during the stop may end after it, and print one menu more.
+        # A check of the backend that began during the stop may end only now, and print an additional menu.
         while not (menu := self.client.menu_with(2, CONNECTED)).rows[15].mark:
             pass
         self.assertEqual(menu.rows[18].key, "x")

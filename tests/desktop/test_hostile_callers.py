@@ -19,7 +19,7 @@ ZERO = GLib.Variant("i", 0)
 
 GIANT = 2 << 20  # bytes
 FLOOD = 1000  # calls
-PEAK, GROWTH = 256 << 20, 40 << 20  # bytes; malloc may keep the memory that one giant call needed
+PEAK, GROWTH = 256 << 20, 40 << 20  # bytes; the growth may be memory of a giant call that malloc keeps
 SOON = 5.0  # seconds
 
 NO_TEXTS = GLib.Variant("as", [])
@@ -45,7 +45,7 @@ class Hostile(unittest.TestCase):
         self.bus = Bus(self.session)
         self.daemon = Peer(self.bus, "org.freedesktop.Notifications", answers("as", []))
         self.client = self.session.start()
-        # The notification is the last thing that happens at a start.
+        # The notification is the last thing that happens at a start, so the client is now idle.
         self.daemon.wait_for("Notify")
         self.rows = self.bus.rows()
         self.processes = set(self.session.processes())

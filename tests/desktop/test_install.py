@@ -1,4 +1,4 @@
-"""The installed program, in a prefix and in a backend's own folder: it runs from there and finds what it needs."""
+"""Tests that the program runs and finds its files when it is installed in a prefix, or in a backend's folder."""
 
 import shutil
 import subprocess
@@ -41,7 +41,7 @@ class Installed(unittest.TestCase):
         link = self.session.bin / "KestruneMenuClient"
         link.symlink_to(prefix / "bin/KestruneMenuClient")
         client = self.assertConnects(link)
-        # The folder of a running client may be removed.
+        # A running client must go on when its folder is removed.
         shutil.rmtree(prefix)
         self.assertEqual(client.end(), 0)
 

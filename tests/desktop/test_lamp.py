@@ -25,10 +25,10 @@ class Lamp(unittest.TestCase):
         self.assertEqual(self.client.errors.all(), NO_BUS)
 
     def assertRed(self):
-        """Starts a client, whose first check of the backend must find the fault."""
+        """Starts a client, and checks that the lamp is red after the client's first check of the backend."""
         self.client = self.session.terminal()
         menu = self.client.first_check()
-        # The project in the title is not compared: the client may ask for it before or after the services are up again.
+        # Do not compare the project in the title: the client may have asked for it while the services were down.
         self.assertEqual((menu.status, menu.title.rpartition(" ·")[0]), (FAULTY, "Kestrune · 異常"))
         self.assertLess(self.client.age(), COMMAND_LIMIT)
         self.assertEqual(menu.rows[4].title, "Codex：OK codex-cli 0.46.0")
@@ -41,7 +41,7 @@ class Lamp(unittest.TestCase):
         self.assertEqual(len(menu.rows), 29)
         self.assertEqual([menu.rows[number].title for number in range(3, 12)], ROWS)
         self.session.wait_for_start()
-        # The worker runs this command after all commands of the start.
+        # The client runs one command at a time. So the answer to this key comes after all commands of the start.
         self.client.type("s")
         self.client.said("ℹ 目前狀態")
         self.client.assert_only_started(CONNECTED)

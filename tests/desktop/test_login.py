@@ -26,11 +26,11 @@ class Login(unittest.TestCase):
         prefix = self.session.root / "prefix"
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL,
                        timeout=PATIENCE)
-        # The folder gets its name after the installation, which does not accept every name.
+        # Rename the folder only after the installation, because `cmake --install` does not accept every name.
         return prefix.rename(self.session.root / folder) / "bin/KestruneMenuClient"
 
     def log_in(self):
-        """Starts what the autostart entry names, as a session does at login."""
+        """Starts the program of the autostart entry, as a session does at login. Returns the process of `dex`."""
         environment = {name: value for name, value in self.session.environment.items() if name != "KESTRUNE_REPO_PATH"}
         return self.session.spawn("dex", "--wait", str(self.entry), env=environment, cwd="/")
 
@@ -49,7 +49,7 @@ class Login(unittest.TestCase):
         self.assertEqual(client.quit(), 0)
         for pid in services:
             wait_for_end(pid)
-        # Start the services first, or the client may ask for the project too early, and then not again for a while.
+        # Start the services first. Otherwise the client may ask for the project too early, and show none for a while.
         self.session.backend("refresh")
         traffic = bus.monitor()
         login = self.log_in()
@@ -60,7 +60,7 @@ class Login(unittest.TestCase):
         traffic.wait_for_status(CONNECTED)
         self.assertEqual(bus.rows()[8]["label"], "同步專案：Kestrune Menu Client")
         self.assertEqual(bus.rows()[ROW]["toggle-state"], 1)
-        # A second start in the same session ends and shows nothing.
+        # A second start in the same session must end and show no window.
         self.assertEqual(self.log_in().wait(PATIENCE), 0)
         self.assertEqual(processes_of("KestruneMenuDialogs"), [])
         self.assertNotIn("MapNotify", screen.events.so_far)

@@ -1,4 +1,4 @@
-"""How the client reacts when the network changes: a cable is plugged in and pulled."""
+"""Tests how the client reacts when a network cable is plugged in or pulled out."""
 
 import socket
 import subprocess
@@ -49,7 +49,7 @@ class Cable(unittest.TestCase):
         self.change("lowerlayerdown", "link set wall down")
 
     def assertReconnects(self, network):
-        """Checks that one reconnect and one notification follow. There may be checks between two reconnects."""
+        """Checks that one reconnect and one notification follow. Skips checks of the backend before the reconnect."""
         self.assertEqual(self.client.menu_with(2, RECONNECTING).rows[10].title, network)
         while self.session.events.next() != "refresh asked":
             pass
@@ -64,7 +64,7 @@ class Cable(unittest.TestCase):
         self.assertReconnects(WIRED)
         self.pull()
         self.plug()
-        # This loss lasts. It is reported after anything that the short interruption could have caused.
+        # This loss lasts, so it leads to a reconnect. A reconnect by the short interruption above would come earlier.
         self.pull()
         self.assertReconnects(NONE)
         self.plug()

@@ -1,4 +1,4 @@
-"""The Debian packages: their files, their fields, what checking tools say of them, and that dpkg installs them."""
+"""Tests the files and fields of the Debian packages, runs checking tools on them, and installs them with dpkg."""
 
 import gzip
 import os
@@ -52,7 +52,7 @@ FILES[CLIENT] |= {
     *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
     *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
 }
-# Packages of a desktop have names that begin like this. The client must depend on none of them.
+# How the names of packages of graphical desktops begin. The client must depend on no such package.
 GRAPHICS = re.compile(r"lib(qt|x11|xcb|gl|egl|wayland|gtk|fontconfig)|qt6-|fonts-|x11-|xdg-")
 
 
@@ -71,7 +71,7 @@ class Packages(unittest.TestCase):
         cls.folder = Path(tempfile.mkdtemp(prefix="kestrune-package-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.folder.chmod(0o755)
-        # The packages are for all users, even if they are built with a strict umask. gzip takes half the time of xz.
+        # Files of the packages must be readable for all users in spite of a strict umask. gzip is twice as fast as xz.
         run("cpack", "--config", BUILD / "CPackConfig.cmake", "-D", "CPACK_DEBIAN_COMPRESSION_TYPE=gzip", "-B", cls.folder,
             umask=0o077)
         cls.files = {each.name.split("_")[0]: each for each in cls.folder.glob("*.deb")}
@@ -111,7 +111,7 @@ class Packages(unittest.TestCase):
                 self.assertIn(f" -- {self.field(package, 'Maintainer')}  ", changes)
 
     def test_packages_name_their_dependencies(self):
-        # The programs that the client runs, and linked libraries whose packages have the same name in each release.
+        # The programs that the client runs, and those of its libraries whose packages are named alike in all releases.
         needed = {each.split()[0] for each in self.packages(CLIENT, "Depends")}
         self.assertLessEqual({"curl", "lsof", "procps", "libc6", "libsystemd0", "libmnl0", "libqrencode4"}, needed)
         recommended = self.packages(CLIENT, "Recommends")

@@ -1,4 +1,4 @@
-"""The client with a tray, a notification daemon and a login manager that are faulty, killed, and started again."""
+"""Tests the client with a tray, a notification daemon and a login manager that are faulty or killed."""
 
 import time
 import unittest
@@ -18,7 +18,7 @@ SLEEP = "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareFor
 GUIDE_ROW = 24
 SOON = 8.0  # seconds; the timeout of a D-Bus call is 25
 
-# Faulty ways in which the owner of a bus name may react to a call.
+# Faults of the owner of a bus name, and how it then answers a call. None: it does not answer.
 FAULTS = {
     "dies before it answers": dies,
     "never answers": None,
@@ -42,7 +42,8 @@ class Peers(unittest.TestCase):
         self.session.wait_for_start()
 
     def serve(self, name, behaviour, method, click=False):
-        """Starts an owner of the name, kills it when the client has called the method, and returns the arguments."""
+        """Starts an owner of the bus name, waits until the client calls its method, and kills it. Returns the arguments
+        of the call. `click`: whether to click first on a row that makes the client show a notification."""
         peer = Peer(self.bus, name, behaviour)
         if click:
             self.bus.click(GUIDE_ROW)
@@ -71,7 +72,7 @@ class Peers(unittest.TestCase):
                 login.connection.emit(*SLEEP, signature, *arguments)
             self.assertEqual(self.session.events.next(), "status asked")
             login.kill()
-        # The timer would have caused a check only after 20 seconds, so the resumes have caused these checks.
+        # The timer causes its first check after 20 seconds, so the resumes from suspend have caused the checks above.
         self.assertLess(self.client.age(), 20.0)
         self.assertEqual(self.client.end(), 0)
 

@@ -1,4 +1,4 @@
-"""However the client is ended, it stops the backend first and leaves nothing behind."""
+"""Tests that the client stops the backend before it ends, however it is ended, and leaves no process behind."""
 
 import os
 import signal
@@ -9,7 +9,8 @@ from rig.client import CONNECTED, NO_BUS
 from rig.processes import PORTS, listening_ports, running, wait_for_end
 from rig.session import SWITCHED_OFF, Session
 
-# A pgrep whose first call waits for the gate. The stop script calls pgrep before it ends a process.
+# A pgrep whose first call waits until the test opens the gate. The stop script calls pgrep before it ends a process,
+# so until then all services keep running.
 HELD_UP_ONCE = """
 if mkdir "$HOME/held-up" 2>/dev/null; then
     echo "stop began" > "$HOME/events"
@@ -55,12 +56,12 @@ class Quit(unittest.TestCase):
             with self.subTest(signal=number.name):
                 self.refresh()
                 client = self.session.terminal()
-                # The client is ended during its start, in which a reconnect would start the services once more.
+                # End the client during its start. The reconnect of the start must not start the services again.
                 client.next_menu()
                 self.assertEqual(client.end(number), 0)
                 self.assertStopped()
                 self.assertEqual(client.errors.all(), NO_BUS)
-                # For the other signals it is enough to show that they are handled. These clients start no services.
+                # For the other signals it is enough to show that they are handled, so those clients start no services.
                 self.session.prefer(SWITCHED_OFF)
 
     def test_ctrl_c_and_a_closed_terminal_quit(self):

@@ -1,4 +1,4 @@
-"""./run, with fakes of the tools that install and build, and of the client."""
+"""Tests the script ./run with fakes of the tools that install and build, and of the client."""
 
 import shutil
 import socket

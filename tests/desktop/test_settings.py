@@ -1,4 +1,4 @@
-"""The settings and the pairing code on a screen: read, typed and scanned, from the menu to the file."""
+"""Tests of the windows of the settings and the pairing code on a screen, from the menu to the file .env."""
 
 from rig import isolation
 from rig.bus import ITEM
@@ -23,7 +23,7 @@ LENGTH = "org.a11y.atspi.Text", "CharacterCount"
 
 BLACK_AND_WHITE = {(0, 0, 0), (255, 255, 255)}
 
-# A backend whose refresh fails if there is no .env, instead of making this file itself.
+# A backend whose refresh fails if there is no .env. The real backend, for which {} stands, would create it.
 CAUTIOUS_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 [[ $1 == refresh && ! -e .env ]] && exit 1
@@ -58,7 +58,7 @@ class Settings(OnScreen):
         self.field(window, title).wait(lambda node: node.property(*LENGTH) == len(text), "typed text")
 
     def assertScanned(self, settings, link):
-        """Opens the pairing code on top of the settings, and scans the code."""
+        """Opens the pairing code on top of the settings, and checks that it reads as the link. Returns its window."""
         settings.find("push button", PAIRING_BUTTON).press()
         window = self.window(PAIRING)
         self.screen.screenshot(f"pairing-{type(self).__name__}")
@@ -72,7 +72,7 @@ class Settings(OnScreen):
 class DarkDesktop(Settings):
     def test_fields_are_told_in_their_order_and_the_code_is_black_on_white(self):
         self.start(switched_off=True, environment={"QT_QPA_PLATFORMTHEME": "gtk3", "GTK_THEME": "Adwaita:dark"})
-        # This token is as long as a signed token.
+        # This token is as long as a signed token, such as a JWT.
         token = "".join(f"{i * 7919:x}." for i in range(90))
         self.env.write_text(f'HALVASK_APP_API_TOKEN={token}漢\nKESTRUNE_MAC_SERVICE_TOKEN="mac"\n'
                             "KESTRUNE_PROJECT_ROOT=/專案 a\nOPENAI_API_KEY=sk-12345\n")
@@ -93,7 +93,7 @@ class DarkDesktop(Settings):
 
 
 class FirstSettings(Settings):
-    """Starts with a backend that has no settings, and types settings with which it works."""
+    """Starts with a backend that has no settings, and types the settings that the backend needs."""
 
     @classmethod
     def setUpClass(cls):

@@ -1,4 +1,4 @@
-"""How the client starts: its options, missing buses and closed streams, and that a user has only one client."""
+"""Tests how the client starts: with each option, without a bus, with closed streams, and as a second client."""
 
 import os
 import signal
@@ -80,7 +80,7 @@ class Start(unittest.TestCase):
         client.next_menu()
         client.send(signal.SIGSEGV)
         ended = os.waitid(os.P_PID, client.pid, os.WEXITED | os.WNOWAIT)
-        self.assertEqual(ended.si_code, os.CLD_KILLED)  # with a core dump it would be CLD_DUMPED
+        self.assertEqual(ended.si_code, os.CLD_KILLED)  # CLD_DUMPED would mean that there is a core dump
 
     def test_it_starts_with_all_standard_streams_closed(self):
         client = self.session.start(through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])

@@ -1,4 +1,4 @@
-"""What the client tells other programs: --status, from the running client or from a check, and --diagnose."""
+"""Tests of --status, which asks the running client or else the backend, and of --diagnose."""
 
 import json
 import os
@@ -84,7 +84,7 @@ class WithAClient(StatusTest):
         self.session.stub_backend(REPORTING_BACKEND)
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
-        # Waits for all commands of the start, so that no command meets a backend that a test changes later.
+        # Wait for all commands of the start, so that they do not run with a backend that a test has changed.
         self.session.wait_for_start()
 
     def test_status_comes_from_the_client_without_a_command(self):
@@ -94,7 +94,7 @@ class WithAClient(StatusTest):
         self.assertEqual((status, said["lamp"], said["source"]), (0, "ok", "client"))
         self.assertFalse((self.session.home / "touched").exists())
         self.assertEqual(len(self.client.menus()), menus)
-        # A process that follows the status ends when the reader of its output has ended.
+        # A process that follows the status ends when the read end of its output pipe is closed.
         near, far = os.pipe()
         process = self.session.spawn(PROGRAM, "--status", "--follow", "--json", stdout=far)
         os.close(far)
@@ -205,7 +205,7 @@ class Diagnosis(StatusTest):
         self.assertIn("Session bus: answers\nSystem bus: answers\n", text)
         self.assertIn("  token of the local service: set\n", text)
         self.assertNotIn(SECRET, text)
-        # --diagnose has not started the service of the bus, which would create this file.
+        # --diagnose must not make the bus start the service a-watcher, which would create this file.
         self.assertFalse(started.exists())
 
 

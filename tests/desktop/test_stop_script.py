@@ -1,4 +1,4 @@
-"""The shell lines by which the client stops the backend, run on real processes as the client runs them."""
+"""Runs the shell lines by which the client stops the backend, as the client runs them, on real processes."""
 
 import shutil
 import signal
@@ -67,7 +67,7 @@ class StopScript(unittest.TestCase):
         return done.stdout
 
     def ready(self, command):
-        """Starts a process, and returns it when it has answered. Before its exec it would have another command line."""
+        """Starts a process, and returns it when it has answered: its exec is then done, its command line final."""
         process = self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.stdin.close)
@@ -80,8 +80,8 @@ class StopScript(unittest.TestCase):
         return self.ready(["/bin/bash", "-c", 'exec -a "$0" cat -', words])
 
     def clients(self):
-        """Starts processes named like the client and its dialogs, and a shell around such a client, in a folder named
-        like a part of a backend."""
+        """Starts three processes in a folder whose name is that of a part of a backend: programs with the names of the
+        client and of its dialogs program, and a shell that runs such a client. Returns them."""
         folder = self.session.home / "kestrune-desktop-bridge/dist"
         folder.mkdir(parents=True)
         for name in ("KestruneMenuClient", "KestruneMenuDialogs"):
@@ -129,11 +129,11 @@ class StopScript(unittest.TestCase):
         self.assertRun([*others, bystander, *visitors])
 
     def test_it_needs_no_service_manager(self):
-        # This runs the real systemctl, which finds no service manager in this session.
+        # The lines run the real systemctl, which finds no service manager in this session.
         listener = self.listener(8766)
         self.assertEqual(self.stop(), "")
         self.assertEnd([listener], signal.SIGKILL)
-        # Without the redirection, the messages of systemctl show that it accepts the options.
+        # Without the redirection, systemctl shows why it fails: for lack of a bus, and not for a wrong option.
         self.script = self.script.replace("2>/dev/null", "")
         output = self.stop().splitlines()
         self.assertEqual(len(output), len(UNITS), output)
@@ -142,7 +142,7 @@ class StopScript(unittest.TestCase):
 
     def test_it_spares_the_client_that_runs_it_and_its_terminal(self):
         self.session.program("systemctl", "")
-        # A shell with more than one command to run does not exec the last one. So it stays and keeps its name.
+        # bash replaces itself by its only command. With `exit $?` as a second command, it stays and keeps its name.
         client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
         self.assertEqual(self.stop("bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
         terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'

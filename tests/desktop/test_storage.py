@@ -1,4 +1,4 @@
-"""The client on full disks, and with too few descriptors."""
+"""Tests the client on full disks, and with too few descriptors."""
 
 import os
 import resource
@@ -19,7 +19,7 @@ TOKEN = "KESTRUNE_APP_API_TOKEN=one\n"
 
 class Disks(Dialogue):
     def disk(self, folder, pages):
-        """Mounts a tmpfs of this many pages over the folder, and puts the files of the folder into it."""
+        """Mounts a tmpfs of so many pages over the folder, and puts the folder's files into it. Returns the folder."""
         folder.mkdir(exist_ok=True)
         kept = {path.name: path.read_bytes() for path in folder.iterdir()}
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={pages * PAGE},mode=0700", "tmpfs", folder], check=True)
@@ -46,7 +46,7 @@ class Disks(Dialogue):
         self.assertWindow(window)
 
     def turn(self, key):
-        """Types the key that changes a preference, and closes the window that opens."""
+        """Types the key that changes a preference, and closes the dialogue that opens."""
         self.ask(key, OKAY)
         self.client.type("1")
 

@@ -1,4 +1,4 @@
-"""The settings and the pairing code in a terminal: answered line by line, and scanned from the screen."""
+"""Tests of the settings, which the user answers line by line in a terminal, and of the pairing code printed there."""
 
 import fcntl
 import os
@@ -28,8 +28,8 @@ class InATerminal(Dialogue):
         return bool(termios.tcgetattr(self.client.input)[3] & termios.ECHO)
 
     def open_terminal(self, *options, show):
-        """Opens an xterm that shows this file. The pseudo-terminal is made here: if xterm made it as root, it would
-        call initgroups, which a user namespace refuses."""
+        """Opens an xterm that shows the file `show`, and returns its process. Makes the pseudo-terminal here: if xterm
+        made it as root, xterm would call initgroups, which a user namespace refuses."""
         near, far = pty.openpty()
         for end in near, far:
             self.session.callback(os.close, end)

@@ -1,4 +1,4 @@
-"""The ticks of the timer, which come every second here instead of every 20 seconds."""
+"""Tests of the client's timer, which ticks every second here instead of every 20 seconds."""
 
 import unittest
 
@@ -11,7 +11,7 @@ from rig.waiting import PATIENCE
 TICK = 1.0  # seconds
 
 JUMPING = {"LD_PRELOAD": str(BUILD / "tests/libjumping_clock.so")}
-# Prints the year that bash gets from time(). For $SECONDS it calls time(), too, so two prints may show the same year.
+# Prints the year that bash gets from time(). bash also calls time() for $SECONDS, so two prints may show the same year.
 SHOW_TIME = "printf '%(%Y)T\\n' -1"
 
 
@@ -26,7 +26,7 @@ class Ticks(unittest.TestCase):
         client = self.session.terminal()
         while self.session.events.next() != "refresh asked":
             pass
-        # A start causes at most two of these three checks, so a tick has caused the last.
+        # A start causes at most two of these three checks, so a tick of the timer has caused the last check.
         for _ in range(3):
             self.assertEqual(self.session.events.next(), "status asked")
         client.menu_with(2, CONNECTED)
@@ -46,7 +46,7 @@ class Ticks(unittest.TestCase):
         self.assertEqual(len(years), 2)
         self.session.stub_backend(COUNTING_BACKEND)
         client = self.session.terminal(environment=JUMPING)
-        # A tick causes the third report. It comes neither at once nor a year later.
+        # A tick of the timer causes the third check, which must come neither at once nor a year later.
         self.assertEqual(client.menu_with(*counted(3)).status, CONNECTED)
         self.assertGreater(client.age(), TICK)
         self.assertLess(client.age(), TICK + PATIENCE)

@@ -29,7 +29,7 @@ class InPanel(unittest.TestCase):
         self.panel = Panel(self.session, self.bus, self.screen)
 
     def start_client(self):
-        # The client gets no DISPLAY, because it needs no screen.
+        # The client gets no DISPLAY, because it must work without one.
         return self.session.start(environment={"DISPLAY": ""})
 
     def assertShown(self):
@@ -98,7 +98,7 @@ class InPanel(unittest.TestCase):
         self.assertNotEqual(self.screen.picture(last), last_before)
         self.panel.click_last_row(menu)
         self.assertEqual(client.status(), 0)
-        # The menu closes now, and the test sees it. So it would have seen the menu close earlier.
+        # The test sees that the menu closes now. This shows that the test would have seen an earlier closing, too.
         self.screen.wait_until_closed(menu)
 
 

@@ -1,4 +1,4 @@
-"""The client as the main process of a service: when this process ends, the service has ended for its manager."""
+"""Tests the client as the main process of a service. It must keep its PID: the service ends when this process ends."""
 
 import unittest
 from pathlib import Path
@@ -24,7 +24,7 @@ class Unit(unittest.TestCase):
         self.session.find_programs_first()
         self.bus = Bus(self.session)
         self.session.stub_backend("echo '[OK] Mac service: 好'\n")
-        # The stop script calls lsof once for each port.
+        # The stop script calls lsof once for each of two ports.
         self.session.program("lsof", 'echo stopping > "$HOME/events"\n')
 
     def start(self, **options):
@@ -36,7 +36,7 @@ class Unit(unittest.TestCase):
         return client
 
     def restart(self):
-        """Restarts the client by its menu, waits until the new instance is connected, and returns its process id."""
+        """Restarts the client by its menu, waits until the new instance is connected, and returns its PID."""
         with self.bus.monitor() as traffic:
             before = self.bus.client()
             self.bus.click(27)
@@ -56,7 +56,7 @@ class Unit(unittest.TestCase):
         self.assertIn(opened, running())
         self.session.gate.open()
         wait_for_end(opened)
-        # After the answer to the second call, the client has handled everything that happened before the first answer.
+        # When the client answers the second call, it has handled all events that came before its first answer.
         for _ in range(2):
             self.bus.rows()
         self.assertFalse(Path(f"/proc/{opened}").exists())

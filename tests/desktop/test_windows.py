@@ -1,4 +1,4 @@
-"""The windows of the tray face (the user interface in a desktop's tray), read and pressed as a screen reader does."""
+"""Tests of the tray face's windows, used as by a screen reader. (A face is a user interface: tray or terminal.)"""
 
 import signal
 
@@ -89,7 +89,7 @@ class Quitting(OnScreen):
 class Restart(OnScreen):
     def test_a_restart_starts_a_new_client(self):
         self.session.program("lsof", HELD_UP_STOP)
-        # For the client, a display that does not exist is the same as a display that has gone.
+        # This display does not exist. The client must treat it like a display whose server has ended.
         self.start(environment={"DISPLAY": self.screen.name + "1"})
         self.bus.click(24)
         self.traffic.wait_for_notification(*GUIDE[:2])

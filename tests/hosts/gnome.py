@@ -1,4 +1,4 @@
-"""GNOME Shell with the AppIndicator extension. Run by tests/hosts/gnome."""
+"""Checks the client in GNOME Shell with the AppIndicator extension. tests/hosts/gnome runs this."""
 
 import json
 import sys
@@ -10,8 +10,8 @@ from hosts.scenario import Desktop, Row
 from rig.display import Rectangle
 
 EXTENSION = "ubuntu-appindicators@ubuntu.com"
-FIRST, SECOND = 2, 20  # rows that are submenus here
-# Functions of the expressions that the shell evaluates.
+FIRST, SECOND = 2, 20  # the rows that have submenus in GNOME Shell
+# JavaScript functions for the expressions that GNOME Shell evaluates.
 SHELL = """
 const Main = imports.ui.main, Clutter = imports.gi.Clutter;
 const items = Object.entries(Main.panel.statusArea).filter(([name, _]) => name.startsWith('appindicator-'));
@@ -35,7 +35,7 @@ class Gnome(Desktop):
         self.wait(self.has_host, "watcher")
 
     def shell(self, code):
-        """Evaluates it in the shell."""
+        """Evaluates the JavaScript code in GNOME Shell. Returns its value, or None if it has none."""
         body = code if "return" in code else f"return {code}"
         done, told = self.bus.call_sync(
             "org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell", "Eval",
@@ -59,7 +59,7 @@ class Gnome(Desktop):
             self.shell(f"global.pointer.notify_button(now(), {button}, {down}); return 1")
 
     def scroll(self, x, y):
-        """Down, as far as it goes."""
+        """Scrolls down to the end at this point."""
         if self.wayland:
             self.shell(f"global.pointer.notify_absolute_motion(now(), {x}, {y}); for (let i = 0; i < 20; ++i) "
                        "global.pointer.notify_discrete_scroll(now(), Clutter.ScrollDirection.DOWN, 0); return 1")
@@ -85,7 +85,7 @@ class Gnome(Desktop):
         return self.placed("item()._icon ?? item()")
 
     def placed(self, actor):
-        """Where it is, once it has a place."""
+        """Waits until GNOME Shell has placed this actor, a JavaScript expression. Returns the actor's place."""
         return self.wait(lambda: None not in (place := self.shell(f"place({actor})")) and Rectangle(*place), actor)
 
     def menu_is_open(self):
@@ -105,7 +105,7 @@ class Gnome(Desktop):
         return [Row(row["text"], row["checked"], row["enabled"], Rectangle(*row["place"])) for row in found]
 
     def unfold(self, number):
-        """Opens a submenu by a click: the menu's rows then."""
+        """Opens the submenu of row `number` by a click. Returns the rows of the menu after that."""
         closed = self.rows()[number]
         self.click(*self.rows()[number - 1].place.centre())
         self.wait(lambda: self.rows()[number].place != closed.place, "unfolded submenu")

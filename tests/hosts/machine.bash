@@ -1,5 +1,5 @@
-# Functions of tests/hosts/gnome, plasma and sway: a Debian system of their own, booted in namespaces of its own. Source
-# this file.
+# Functions for tests/hosts/gnome, plasma and sway, which source this file: they install a Debian system for each
+# desktop, boot it in a container, and run the checks there.
 
 set -euo pipefail
 hosts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
@@ -10,13 +10,14 @@ suite=bookworm
 mirror=${KESTRUNE_MIRROR:-http://deb.debian.org/debian}
 cache=${KESTRUNE_HOSTS:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune-hosts}
 
-# What every session has: the client's dependencies, a system and a user manager, fonts, a pointer, and tools to look.
+# The packages in every system: the client's dependencies, service managers, fonts, and tools that move the pointer and
+# read the screen.
 common=(systemd systemd-sysv dbus dbus-user-session libpam-systemd polkitd upower sudo locales iproute2
     "${run_packages[@]}" python3-gi qt6-gtk-platformtheme libqt6widgets6 libmnl0 libutf8proc2 libqrencode4 at-spi2-core
     fonts-noto-cjk fonts-noto-color-emoji libgl1-mesa-dri libegl1 libglib2.0-bin xdg-utils xvfb x11-utils
     xdotool imagemagick zbar-tools)
 
-# make_root DESKTOP PACKAGE...: a Debian system with these packages in the cache, unless it is there.
+# make_root DESKTOP PACKAGE...: installs a Debian system with these packages in the cache, unless the cache has it.
 make_root() {
     local root=$cache/$1
     [ ! -d "$root" ] || return 0
@@ -28,19 +29,19 @@ make_root() {
     mv -- "$root.new" "$root"
 }
 
-# make_package: the client's package, from this tree.
+# make_package: builds the client's package from this tree, as $work/client.deb.
 make_package() {
     build release
     step "Packing the client" cpack --config build/release/CPackConfig.cmake -B "$work/packages"
     mv -- "$work"/packages/*.deb "$work/client.deb"
 }
 
-# A script that runs its arguments where /sys/fs/cgroup has the machine's control groups, version 2.
+# A script that mounts the machine's control groups (version 2) at /sys/fs/cgroup, and runs its arguments as a command.
 in_cgroups='umount --recursive /sys/fs/cgroup; mount -t cgroup2 cgroup2 /sys/fs/cgroup; exec "$@"'
-# A script that runs its arguments after the first in a new control group of that name.
+# A script that makes a new control group with the name $1, and runs its other arguments as a command in that group.
 in_new_group='mkdir "/sys/fs/cgroup/$1"; echo $$ >"/sys/fs/cgroup/$1/cgroup.procs"; shift; exec "$@"'
 
-# boot DESKTOP: boots its system. Whatever changes in it is gone at its end.
+# boot DESKTOP: boots the system of the desktop. All changes in it are discarded when it ends.
 boot() {
     local try
     group=kestrune-$1-$$
@@ -99,8 +100,8 @@ check() {
         PYTHONPATH=/source/tests python3 -B -m "hosts.$1" "$size"
 }
 
-# host DESKTOP PACKAGE...: makes and boots the desktop's system, starts its session with the script's `prepare`, and
-# runs its checks. The script's arguments are in `kind`, x11 or wayland, and in `size`, that of the screen.
+# host DESKTOP PACKAGE...: makes and boots the desktop's system, starts the session there by `prepare`, a function of
+# the calling script, and runs the checks. The caller sets `kind` (x11 or wayland) and `size` (of the screen).
 host() {
     local name=$1
     [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"

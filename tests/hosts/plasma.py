@@ -1,4 +1,4 @@
-"""KDE Plasma. Run by tests/hosts/plasma."""
+"""Checks the client in KDE Plasma. tests/hosts/plasma runs this."""
 
 import os
 import subprocess
@@ -21,7 +21,7 @@ class Plasma(Desktop):
 
     def connect(self):
         self.bus = Gio.bus_get_sync(Gio.BusType.SESSION)
-        self.node = None  # the icon
+        self.node = None  # the accessible object of the tray icon
         self.pointer = Pointer(self.width, self.height) if self.wayland else None
         self.wait(lambda: self.button("數位時鐘"), "panel")
 
@@ -32,7 +32,7 @@ class Plasma(Desktop):
         raise LookupError("plasmashell tells screen readers nothing")
 
     def button(self, name):
-        """The one on the panel that is called so."""
+        """Returns the panel's button whose name begins with `name`."""
         for node in self.shell().walk():
             if node.name().startswith(name) and node.role() == "push button" and node.is_shown():
                 return node
@@ -53,7 +53,7 @@ class Plasma(Desktop):
             answer, _ = self.bus.call_with_unix_fd_list_sync(
                 "org.kde.KWin", "/org/kde/KWin/ScreenShot2", "org.kde.KWin.ScreenShot2", "CaptureScreen",
                 GLib.Variant("(sa{sv}h)", ("Virtual-0", {}, 0)), None, Gio.DBusCallFlags.NONE, 20000, descriptors)
-            del descriptors  # our end of the pipe
+            del descriptors  # closes this process's write end of the pipe
             data = reader.stdout.read()
         width, height = (answer.unpack()[0][name] for name in ("width", "height"))
         subprocess.run(["convert", "-size", f"{width}x{height}", "-depth", "8", "bgra:-", "-alpha", "off", path],
@@ -63,7 +63,8 @@ class Plasma(Desktop):
         return self.changed_in(picture) if self.wayland else super().place_of(window, picture)
 
     def changed_in(self, picture):
-        """Where it differs from the one before, the panel aside: on Wayland, only the desktop knows windows' places."""
+        """Returns the rectangle in which this picture differs from before.png, without the panel. On Wayland, where a
+        program cannot learn the place of a window, the checks find windows and menus in this way."""
         told = self.run("convert", PICTURES / "before.png", picture, "-compose", "difference", "-composite", "-crop",
                         Rectangle(0, 0, self.width, self.height - PANEL_HEIGHT), "-threshold", "1%", "-trim", "-format",
                         "%w %h %X %Y", "info:")
@@ -76,7 +77,7 @@ class Plasma(Desktop):
     # --- the icon and its menu
 
     def icon(self):
-        # On Wayland a program does not know where its windows are, but the panel has the width of the screen.
+        # On Wayland, a program knows only places in its window, which is the panel here, at the bottom of the screen.
         if not (self.node and self.node.is_shown()):
             self.node = self.wait(lambda: self.button("Kestrune"), "icon")
         left, _, width, _ = self.node.place()
@@ -94,7 +95,8 @@ class Plasma(Desktop):
         self.menu_place = Rectangle(left, top, width, height)
 
     def shown_menu(self):
-        """The menu that has come to be seen: it belongs to no window that is listed."""
+        """Returns the client's menu if it has been shown since the click, else None. The menu belongs to no listed
+        window, so this searches the accessibility events."""
         for sender, path, _, name, values in self.reader.heard():
             if name == "StateChanged" and values.unpack()[:2] == ("showing", 1):
                 node = Node(self.reader, sender, path)
@@ -121,7 +123,7 @@ class Plasma(Desktop):
         return self.run("busctl", "--user", "call", POLICY, "/" + POLICY.replace(".", "/"), POLICY, "ListInhibitions")
 
     def notifications(self):
-        """Of those on the screen."""
+        """Returns the texts of all labels of the desktop that are shown, which include those of notifications."""
         return "\n".join(node.name() for node in self.shell().walk() if node.role() == "label" and node.is_shown())
 
     def clear_notifications(self):
@@ -135,7 +137,7 @@ class Plasma(Desktop):
         self.wait(lambda: self.button("數位時鐘"), "panel")
 
     def check_missing_tray(self):
-        """Nobody shows notifications either."""
+        """Checks nothing: without plasmashell, no program shows notifications."""
 
 
 if __name__ == "__main__":

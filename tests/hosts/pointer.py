@@ -1,13 +1,13 @@
-"""A pointer that a Wayland compositor takes for hardware: a client of the protocol org_kde_kwin_fake_input (KWin) or
-zwlr_virtual_pointer_v1 (wlroots)."""
+"""Moves and clicks a virtual pointer, which a Wayland compositor takes for hardware. Speaks the protocol
+org_kde_kwin_fake_input (KWin) or zwlr_virtual_pointer_v1 (wlroots)."""
 
 import os
 import socket
 import struct
 import time
 
-DISPLAY = 1  # the object that every connection begins with
-BUTTONS = {1: 0x110, 2: 0x112, 3: 0x111}  # as X11 and as the kernel counts them
+DISPLAY = 1  # the id of the object that each Wayland connection has from its start
+BUTTONS = {1: 0x110, 2: 0x112, 3: 0x111}  # from X11's button numbers to the kernel's (BTN_LEFT and so on)
 
 
 def text(words):
@@ -35,7 +35,7 @@ class Pointer:
         self.round_trip()
 
     def new(self):
-        """The id of a new object, which must be the next one."""
+        """Returns the id for a new object. Wayland requires consecutive ids."""
         self.last += 1
         return self.last
 
@@ -49,7 +49,7 @@ class Pointer:
         return target
 
     def round_trip(self):
-        """Waits until the compositor has done everything, and notes the globals that it announces."""
+        """Waits until the compositor has handled all requests. Stores the globals (interfaces) that it announces."""
         callback = self.new()
         self.send(DISPLAY, 0, struct.pack("<I", callback))
         while True:
@@ -73,7 +73,7 @@ class Pointer:
 
     def click(self, x, y, button=1):
         self.move(x, y)
-        time.sleep(0.3)  # a program may first have to hear that the pointer is over it
+        time.sleep(0.3)  # a program may have to learn first that the pointer is over its window
         for down in (1, 0):
             if self.fake:
                 self.send(self.pointer, 2, struct.pack("<II", BUTTONS[button], down))

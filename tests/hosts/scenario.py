@@ -1,4 +1,4 @@
-"""What tests/hosts checks in each desktop: runs as the user of the session, in the booted system."""
+"""The checks that tests/hosts makes in each desktop. They run in the booted system, as the user of the session."""
 
 import json
 import os
@@ -20,7 +20,7 @@ from rig.accessibility import ScreenReader
 from rig.display import Picture, Rectangle, scan
 from rig.waiting import Deadline
 
-PATIENCE = 90.0  # seconds: the client checks every 20, and a desktop in software on a busy machine is slow
+PATIENCE = 90.0  # seconds; the client checks the backend every 20 s, and a desktop without a GPU is slow
 UNIT = "kestrune-menu-client.service"
 BACKEND = Path.home() / "backend"
 PICTURES = Path("/pictures")
@@ -52,9 +52,9 @@ class Row:
 
 
 class Desktop:
-    """A desktop that a class for each kind drives. Its pointer, its menu and its screen are the desktop's own."""
+    """The base class of the desktops. Each subclass uses the pointer, the tray menu and the screen of one desktop."""
 
-    submenus = set()  # rows that are submenus
+    submenus = set()  # the numbers of the rows that have submenus in this desktop
 
     def __init__(self):
         self.width, self.height = map(int, sys.argv[1].split("x"))
@@ -72,13 +72,13 @@ class Desktop:
         self.connect()
 
     def connect(self):
-        """To what the desktop offers."""
+        """Connects to the interfaces of the desktop that the checks need."""
 
     # --- programs
 
     @staticmethod
     def run(*command, check=True, **options):
-        """What it prints."""
+        """Runs the command and returns its standard output. If `check`, raises Failed if the exit status is not 0."""
         done = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, capture_output=True, text=True,
                               timeout=PATIENCE, **options)
         if check and done.returncode != 0:
@@ -94,7 +94,7 @@ class Desktop:
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def manager(self, *arguments):
-        """The user's service manager."""
+        """Calls the user's service manager. Returns the output of systemctl."""
         return self.run("systemctl", "--user", *arguments)
 
     def backend(self, *arguments):
@@ -107,26 +107,26 @@ class Desktop:
         return subprocess.run(["KestruneMenuClient", "--status"], capture_output=True).returncode
 
     def dialogs(self):
-        """Whether a window of the client is open."""
+        """Returns whether a window of the client is open."""
         return subprocess.run(["pgrep", "-x", "KestruneMenuDia"], capture_output=True).returncode == 0
 
     # --- checks
 
     def wait(self, condition, what, seconds=PATIENCE):
-        """The first true value of the condition."""
+        """Calls the condition until its value is true. Returns this value, or raises AssertionError after `seconds`."""
         deadline, fault = Deadline(seconds), ""
         while True:
             try:
                 if value := condition():
                     return value
             except (Failed, GLib.Error, LookupError, ValueError) as error:
-                fault = f": {error}"  # what is asked may not be there yet
+                fault = f": {error}"  # the condition may ask for an object that does not exist yet
             if deadline.left() == 0:
                 raise AssertionError(f"not within {seconds:g} s: {what}{fault}")
             time.sleep(0.2)
 
     def check(self, what, condition, seconds=PATIENCE):
-        """Prints whether it holds, at the latest after so many seconds."""
+        """Waits up to `seconds` until the condition holds, and prints whether it does."""
         try:
             self.wait(condition, what, seconds)
             self.tell(True, what)
@@ -149,7 +149,7 @@ class Desktop:
         scheme = "prefer-dark" if dark else "default"
         self.run("gsettings", "set", "org.gnome.desktop.interface", "color-scheme", scheme)
 
-    # --- what is on it
+    # --- what is on the screen
 
     def shot(self, name):
         path = PICTURES / f"{name}.png"
@@ -157,7 +157,7 @@ class Desktop:
         return path
 
     def steady_shot(self, name):
-        """Once everything is drawn."""
+        """Takes pictures until two in a row are equal, because everything is drawn then. Keeps the last picture."""
         last = None
         while last != (last := self.output_of("convert", self.shot(name), "rgb:-")):
             time.sleep(0.5)
@@ -167,7 +167,7 @@ class Desktop:
         return Picture(place.width, self.output_of("convert", path, "-crop", str(place), "-depth", "8", "rgb:-"))
 
     def window(self, title):
-        """The client's window of that title, as soon as it is there."""
+        """Waits for the client's window with this title, and returns it."""
         def found():
             for window in self.reader.windows():
                 if window.name() == title:
@@ -176,7 +176,8 @@ class Desktop:
         return self.wait(found, f"window {title}")
 
     def open_window(self, action, title, name):
-        """Does the action, and takes a picture: the client's window that opens, and its place in the picture."""
+        """Does the action, waits for the client's window with this title, and takes a picture. Returns the window and
+        its place in the picture."""
         self.clear_notifications()
         self.steady_shot("before")
         action()
@@ -187,7 +188,7 @@ class Desktop:
     def place_of(self, window, _picture):
         return Rectangle(*window.place())
 
-    # --- the menu, of desktops that tell a screen reader of it: `menu`, which lies at `menu_place`
+    # --- the menu, in desktops that tell a screen reader of it. A subclass sets `menu` and its place, `menu_place`.
 
     def menu_is_open(self):
         return self.menu.is_shown()
@@ -198,7 +199,7 @@ class Desktop:
 
     def rows(self):
         rows = []
-        # On Wayland, a program does not know where its windows are.
+        # On Wayland, a program does not know where its menu is. So compute with the distances from the menu's corner.
         left, top, *_ = self.menu.place()
         for node in self.menu.all():
             if (role := node.role()) in MENU_ROLES:
@@ -215,13 +216,13 @@ class Desktop:
 
     def close_window(self, window, button="好"):
         def closed():
-            with suppress(GLib.Error, LookupError):  # the button may be gone; another window above may still catch it
+            with suppress(GLib.Error, LookupError):  # the button may be gone; a window above it may catch the press
                 window.find("push button", button).press()
             return not self.dialogs()
         self.wait(closed, "end of the window")
 
     def clear_notifications(self):
-        """They would cover windows, or go while a window opens."""
+        """Removes the notifications, if the desktop can: they would cover windows, or go between two pictures."""
 
     # --- the scenario
 
@@ -230,7 +231,7 @@ class Desktop:
                     {"id": "relay", "title": OTHER_PROJECT, "thread_name": OTHER_THREAD, "selected": False}]
         (BACKEND / "projects.json").write_text(json.dumps({"projects": projects}))
         self.backend("refresh")
-        # Stand-ins, so that all of the backend's report is well.
+        # Fakes of the programs that the backend looks for, so that its report shows no fault.
         (self.root / "codex").write_text('#!/bin/sh\n[ "$1" = --version ] || while :; do sleep 1000; done\n')
         self.run("sudo", "install", self.root / "codex", "/usr/local/bin")
         self.run("sudo", "install", "/usr/bin/sleep", "/usr/local/bin/codex-app")
@@ -257,7 +258,7 @@ class Desktop:
         return len(picture.pixels()) > 8 and picture.coloured() == coloured
 
     def check_rows(self):
-        """With the menu open."""
+        """Compares all rows of the open menu with `ROWS`."""
         rows = self.rows()
         for number, (row, expected) in enumerate(zip(rows, ROWS), 1):
             wrong = []
@@ -265,7 +266,7 @@ class Desktop:
                 wrong.append("text")
             if row.checked != (number in CHECKED):
                 wrong.append("check mark")
-            # A heading of a submenu is enabled where the host shows submenus.
+            # A heading is disabled, except where the desktop shows it as a row that opens a submenu.
             if row.text and row.enabled != (number in ENABLED | self.submenus):
                 wrong.append("enabled")
             if wrong:
@@ -274,7 +275,7 @@ class Desktop:
         print("       " + " | ".join(row.text or "—" for row in rows))
 
     def check_row(self, what, number, text):
-        """With the menu open: the row says so."""
+        """Checks that this row of the open menu has this text, or gets it in time."""
         def says():
             if (found := self.rows()[number - 1].text) != self.told(text):
                 raise LookupError(f"row {number} says “{found}”")
@@ -282,7 +283,7 @@ class Desktop:
         self.check(what, says)
 
     def told(self, text):
-        """The text of a row as the desktop tells it to a screen reader."""
+        """Returns this text of a row as the desktop tells it to a screen reader."""
         return text
 
     def check_change_in_open_menu(self):
@@ -295,7 +296,7 @@ class Desktop:
         self.select_own()
 
     def select_own(self):
-        """Selects the project of `ROWS` again, and waits until the client knows."""
+        """Selects the project that `ROWS` expects, and waits until the client shows it."""
         self.backend("select", "own")
         self.wait(lambda: PROJECT in self.run("KestruneMenuClient", "--status", check=False), "own project")
 
@@ -367,7 +368,7 @@ class Desktop:
         self.check("the icon appears in a host that starts after the client", lambda: self.icon_is(coloured=True))
 
     def check_missing_tray(self):
-        """Where notifications are shown without the host: what the client says after half a minute."""
+        """Checks that the client shows a notification when there has been no tray host for half a minute."""
         self.check("without a host, a notification says what to do", lambda: "再啟動一次 Kestrune" in self.notifications())
         self.shot("notification-no-tray")
 
@@ -377,7 +378,7 @@ class Desktop:
         for part in self.parts():
             try:
                 part()
-            except Exception:  # the others may hold
+            except Exception:  # the other parts may still succeed
                 with suppress(Exception):
                     self.shot(f"{part.__name__}-failed")
                 self.tell(False, f"{part.__name__}: {traceback.format_exc()}")

@@ -1,4 +1,4 @@
-"""Sway with Waybar, and with swaybar. Run by tests/hosts/sway."""
+"""Checks the client in sway, with Waybar and with swaybar. tests/hosts/sway runs this."""
 
 import json
 import os
@@ -11,24 +11,24 @@ from hosts.scenario import GUIDE, PROJECT_ROW, STATUS, Desktop
 from rig.display import Rectangle
 from rig.sway import Sway
 
-BAR = 32  # height
+BAR = 32  # height of the bar in pixels
 README = Path("/source/README.md").read_text()
 
 
 def block(language):
-    """The block of that language which the README gives for Waybar."""
+    """Returns the code block for Waybar in this language (json or css) from the README."""
     return next(text for text in re.findall(rf"```{language}\n(.*?)```", README, re.DOTALL) if "kestrune" in text)
 
 
 class Compositor(Sway):
-    """That of the session."""
+    """A connection to the sway of the session."""
 
     def __init__(self):
         self.path = os.environ["SWAYSOCK"]
         self.commands = self.connect()
 
     def rectangle(self, title):
-        """Of the window whose title begins so, and its workspace."""
+        """Returns the place and the workspace of the window whose title begins with `title`."""
         def walk(node, workspace):
             workspace = node["name"] if node["type"] == "workspace" else workspace
             if node.get("pid") and node["name"].startswith(title):
@@ -88,18 +88,18 @@ class SwayDesktop(Desktop):
         self.in_window = False
         self.menu = self.wait(self.shown_menu, "menu")
         _, _, width, height = self.menu.place()
-        # The corner of Waybar's menu is at the pointer.
+        # The top right corner of Waybar's menu is at the pointer, unless the menu would leave the screen.
         self.menu_place = Rectangle(x - width, min(y, self.height - height), width, height)
 
     def shown_menu(self):
         for application in self.reader.applications():
             if application.name() == "waybar":
-                # The last, because that of a closed menu may still be listed.
+                # Take the last window: the window of a closed menu may still be listed before it.
                 return [window for window in application.children() if window.role() == "window"][-1].find("menu")
         raise LookupError("no Waybar")
 
     def menu_window(self):
-        """The menu that the client shows as a window."""
+        """Waits for the menu that the client shows as a window. From now on, the checks of rows look at this menu."""
         self.in_window = True
         self.menu = self.window("Kestrune")
         self.menu_place = self.wait(lambda: self.sway.rectangle("Kestrune"), "menu on the screen")[0]
@@ -109,12 +109,12 @@ class SwayDesktop(Desktop):
         self.wait(lambda: not self.dialogs(), "closed windows")
 
     def told(self, text):
-        return text if self.in_window else text.replace("_", "")  # as GTK tells it; its picture has them
+        return text if self.in_window else text.replace("_", "")  # GTK leaves out underscores for screen readers
 
     # --- checks of this desktop
 
     def check_menu(self):
-        # GTK goes on telling a screen reader the first text of a row.
+        # GTK tells a screen reader only the first text of a row. So restart the host when the texts are final.
         self.wait(lambda: self.lamp() == 0, "green lamp")
         self.stop_host()
         self.start_host()
@@ -134,7 +134,7 @@ class SwayDesktop(Desktop):
         self.select_own()
 
     def check_menu_window(self):
-        """A second start, such as by a key, opens the menu as a window."""
+        """Checks that a second start of the client, such as by a key binding, opens the menu as a window."""
         self.client()
         self.menu_window()
         self.shot("menu-window")
@@ -144,7 +144,7 @@ class SwayDesktop(Desktop):
         self.close_window(window)
 
     def check_another_workspace(self):
-        """A window there is brought here when the menu asks for it again, with what is typed in it."""
+        """Checks that a window on another workspace comes to this one, with its text, when it is asked for again."""
         self.press(26)
         window = self.window("Kestrune 連線與桌面設定")
         field = window.find("text")
@@ -160,7 +160,7 @@ class SwayDesktop(Desktop):
         self.sway.command("workspace 1")
 
     def check_dot(self):
-        """The README's module for Waybar: a plain dot in the colours of the style sheet."""
+        """Checks the README's module for Waybar, which shows a dot in the colours of the style sheet."""
         colours = dict(re.findall(r"\.(\w+) { color: #(\w+)", block("css")))
         place = Rectangle(self.width - 2 * BAR, 0, BAR, BAR)
         for name, command in ("ok", ("refresh",)), ("error", ("stop", "tunnel")), ("ok", ("refresh",)):
@@ -170,7 +170,7 @@ class SwayDesktop(Desktop):
             self.shot(f"dot-{name}")
 
     def check_scale(self):
-        """Pictures only."""
+        """Takes pictures of windows at scale 2, for people to look at."""
         self.sway.command("output * scale 2")
         for action, title, button in (("showSettings", "Kestrune 連線與桌面設定", "取消"), ("showStatus", "目前狀態", "好")):
             window, _ = self.open_window(lambda: self.client("--perform", action), title, f"{action}-scale-2")
