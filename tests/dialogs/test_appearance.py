@@ -64,7 +64,7 @@ class OwnFonts(Windows):
     """With some of the fonts of the machine, and no others."""
 
     def setUp(self):
-        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
+        self.folder = Path(tempfile.mkdtemp(dir=self.desk.root))
         (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
         installed = map(Path, self.screen.run("fc-list", "--format=%{file}\\n").decode().splitlines())
         self.installed = {font.name: font for font in installed}

@@ -39,7 +39,9 @@ class OnDesk(unittest.TestCase):
         return self.screen.picture(Rectangle(*place)).pixels()
 
     def program(self, *arguments, **options):
-        return self.enterContext(Program(self.desk, *arguments, **options))
+        program = Program(self.desk, *arguments, **options)
+        self.addCleanup(program.__exit__)
+        return program
 
 
 class Program:
