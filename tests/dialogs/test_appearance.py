@@ -64,7 +64,7 @@ class OwnFonts(Windows):
     """The program sees only those fonts of the machine that a test chooses."""
 
     def setUp(self):
-        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.desk.root)))
+        self.folder = Path(tempfile.mkdtemp(dir=self.desk.root))
         (self.folder / "fonts.conf").write_text(FONTS.format(folder=self.folder))
         installed = map(Path, self.screen.run("fc-list", "--format=%{file}\\n").decode().splitlines())
         self.installed = {font.name: font for font in installed}

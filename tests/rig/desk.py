@@ -19,6 +19,8 @@ PROGRAM = BUILD / "KestruneMenuDialogs"
 class Desk(Session):
     def __init__(self, test, **screen):
         super().__init__(test)
+        # Qt 6.8 warns when the screen reader asks for a menu that has just been closed.
+        self.environment["QT_LOGGING_RULES"] = "qt.accessibility.atspi.warning=false"
         self.bus = Bus(self)
         self.screen = Screen(self, **screen)
         self.reader = ScreenReader(self)
@@ -39,7 +41,9 @@ class OnDesk(unittest.TestCase):
         return self.screen.picture(Rectangle(*place)).pixels()
 
     def program(self, *arguments, **options):
-        return self.enterContext(Program(self.desk, *arguments, **options))
+        program = Program(self.desk, *arguments, **options)
+        self.addCleanup(program.__exit__)
+        return program
 
 
 class Program:

@@ -29,6 +29,8 @@ def run(work):
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_DFL)
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    # unshare of Ubuntu 22.04 leaves it ignored.
+    signal.signal(signal.SIGTERM, signal.SIG_DFL)
     worker = os.fork()
     if worker == 0:
         sys.exit(work())
