@@ -48,7 +48,7 @@ boot() {
     unshare --mount bash -euc "$in_cgroups" - bash -euc "$in_new_group" - "$group" \
         systemd-nspawn --quiet --boot --register=no --keep-unit --private-network --volatile=overlay --tmpfs=/tmp \
         --capability=CAP_WAKE_ALARM,CAP_SYS_NICE --console=pipe --machine="$group" --directory="$cache/$1" \
-        --bind-ro="$PWD:/source" --bind-ro="$work:/work" --bind="$pictures:/pictures" >"$work/console" 2>&1 </dev/null &
+        --bind-ro="$PWD:/source" --bind-ro="$work:/given" --bind="$pictures:/pictures" >"$work/console" 2>&1 </dev/null &
     nspawn=$!
     disown
     for ((try = 0; try < 300; ++try)); do
@@ -86,7 +86,7 @@ Environment=XDG_SESSION_TYPE=$kind XDG_SESSION_CLASS=user LANG=zh_TW.UTF-8 LIBGL
 $([ "$kind" = wayland ] || echo Environment=DISPLAY=:0)
 ExecStart=$command
 UNIT
-    dpkg --install /work/client.deb >/dev/null
+    dpkg --install /given/client.deb >/dev/null
     cp -a /source/examples/backend /home/user/backend
     chown -R user: /home/user
     systemctl daemon-reload
