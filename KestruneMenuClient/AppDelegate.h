@@ -94,7 +94,7 @@ class AppDelegate final : public ApplicationDelegate,
   void refreshStatus(bool triggerNotification);
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
-  /// Starts or restarts the timer that refreshes every 20 seconds.
+  /// Starts or restarts the timer that calls `refreshStatus` every 20 seconds.
   void startPeriodicRefresh();
   void startMonitoringNetwork();
   /// Runs the backend's command `refresh`, then asks for the backend's status. Returns at once; several calls

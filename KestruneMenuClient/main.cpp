@@ -68,7 +68,7 @@ const std::map<std::string_view, bool Request::*> flags{
     {"--exit-zero", &Request::exitZero}, {"--diagnose", &Request::diagnose},
 };
 
-// Static, so that both objects live until the process ends.
+// Global, so that both objects live until the process ends.
 std::unique_ptr<Host> host;
 std::shared_ptr<ApplicationDelegate> delegate;
 

@@ -23,8 +23,8 @@ int pixels(double points);
 /// smaller than 8 pt, the least size is that of the desktop's font.
 QFont fontFor(double points, FontWeight weight);
 
-/// Makes Qt draw emoji in colour if a colour emoji font is installed. The emoji 🟢 🟡 🔴 are always
-/// drawn in colour, from resources/lamps.ttf. Without this call, Qt may choose a black-and-white font.
+/// Makes Qt draw emoji in colour if a colour emoji font is installed; otherwise Qt may choose a
+/// black-and-white font. Makes Qt draw 🟢 🟡 🔴 in colour on every machine, from resources/lamps.ttf.
 void preferColorEmoji();
 
 /// Returns the text colour of the palette. For secondary text, mixes it with the window colour.

@@ -59,8 +59,8 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// Returns the style options of the row; the caller prepends the title to their text. If the row has a
-/// shortcut, the text is a tab and the shortcut: widget styles align what follows a tab at the right edge.
+/// Returns the style options of the row, without the title, which the caller puts in front of their text. The
+/// text is empty, or a tab and the shortcut, because widget styles right-align what follows a tab.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);

@@ -25,7 +25,8 @@ namespace kestrune {
 
 /// All ports that the controller uses to reach the machine. The ports outlive the controller.
 struct Platform {
-  Application* application;  ///< null if the host could not make it; the controller then aborts at its start
+  Application*
+      application;  ///< null if the host could not make it; the controller then aborts when it starts
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;

@@ -8,8 +8,9 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t rowLimit = 200;                // characters
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // bytes; a real character has fewer than 64 bytes
+constexpr std::size_t rowLimit = 200;  // characters
+constexpr std::size_t rowByteLimit =
+    64 * rowLimit;  // bytes; in real texts a grapheme cluster has fewer than 64
 
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.

@@ -148,7 +148,7 @@ int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error
   const auto found = std::find_if(self.requests.begin(), self.requests.end(),
                                   [serial](const Request& each) { return each.serial == serial; });
   if (found == self.requests.end()) return 0;
-  // The answer comes from the service, or from the bus daemon when the service is gone.
+  // Ignore an answer that is neither from the service nor, when the service is gone, from the bus daemon.
   const char* const sender = sd_bus_message_get_sender(message);
   if (!isFromBusDaemon(message) && (sender == nullptr || found->owner != sender)) return 0;
   const Request request = std::move(*found);

@@ -64,7 +64,7 @@ class ClientSubscription final : public StatusSubscription {
 
   void read() {
     if (!receive(socket, unread)) return disconnect();
-    // `onLine` may destroy this subscription; then `alive` expires.
+    // `onLine` may destroy this subscription; then `stillThere` expires.
     const std::weak_ptr<bool> stillThere = alive;
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
       const std::string line = unread.substr(0, lineEnd);

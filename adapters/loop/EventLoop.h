@@ -59,6 +59,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
 
+  // from the port Dispatch
   MainQueue& mainQueue() override;
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;

@@ -4,9 +4,10 @@
 
 namespace kestrune {
 
-/// Prints a message about a fault of this machine on standard error, in one line. Prints the same message
-/// only once per process. While standard error accepts no output, prints nothing and does not block. Never
-/// pass the output of a command, the text of an input field or a token. Any thread.
+/// Prints `message` on standard error, in one line, when something that the client needs from this machine
+/// fails, such as a system call or a D-Bus service. Prints the same message only once per process. While
+/// standard error accepts no output, prints nothing and does not block. Never pass the output of a command,
+/// the text of an input field or a token. Any thread.
 void reportOnce(const std::string& message);
 
 }  // namespace kestrune

@@ -26,7 +26,7 @@ struct MenuLayout {
   bool operator==(const MenuLayout&) const = default;
 };
 
-/// Returns the layout of `items` for a tray host with this form.
+/// Returns the rows as this tray host wants them: `form` decides about submenus, underscores and key names.
 MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
 }  // namespace kestrune

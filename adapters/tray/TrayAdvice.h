@@ -8,8 +8,8 @@
 
 namespace kestrune {
 
-/// Looks whether the desktop has a tray that shows icons. If not, shows a notification once, because a client
-/// without an icon is easily overlooked. Withdraws the notification when a tray appears. Main thread.
+/// Checks whether the desktop has a tray that shows icons. If not, shows a notification once, because a
+/// client without an icon is easily overlooked. Withdraws the notification when a tray appears. Main thread.
 class TrayAdvice {
  public:
   static constexpr Seconds patience{30.0};   ///< until the first look, and after a look without an answer

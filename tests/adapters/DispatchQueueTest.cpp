@@ -292,7 +292,8 @@ struct LongJob {
     job->begun.get_future().wait();
     return job;
   }
-  /// Lets the job end. Returns false if `patience` was over before, as the tested call waited for the job.
+  /// Lets the job end. Returns false if the job had already ended by itself after `patience`, which means
+  /// that the tested call waited for the job.
   bool endsWhenLet() {
     mayEnd.set_value();
     return ended.get_future().get();

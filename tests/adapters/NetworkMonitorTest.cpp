@@ -222,7 +222,8 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// This monitor has its usual delays, so it takes the changes by the three commands for one change.
+/// The monitor in this test has the delays of the program, so it reports the changes that the three commands
+/// make as one change.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   NetworkMonitors usual(loop, clock, bus, devices.file(""));

@@ -140,7 +140,7 @@ TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   EXPECT_NE(images.imageFromFile(put("g.icns", icns("icns", part + "ic07" + bigEndian(7) + "x"))), nullptr);
 }
 
-// --- icons of the desktop
+// --- icons of the icon theme
 
 TEST_F(Png, OfAnIconIsFoundInAllItsSizes) {
   put("own/icons/hicolor/48x48/apps/Example.png", 48);

@@ -183,7 +183,7 @@ TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
     const Seconds end = clock.awakeTime() + Seconds{0.2};
     loop.runUntil([&] {
       ++turns;
-      // This job wakes the loop after 0.05 s, so that it checks the time again.
+      // This job wakes the loop after 0.05 s, so that the condition below is evaluated again.
       loop.mainQueue().asyncAfter(Seconds{0.05}, [] {});
       return clock.awakeTime() >= end;
     });

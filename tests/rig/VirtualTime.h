@@ -47,7 +47,7 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   FakeLoop(VirtualClock& clock, CallLog& log);
   ~FakeLoop() override;
 
-  // Application
+  // from the port Application
   void setActivationPolicy(ActivationPolicy policy) override;
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
