@@ -47,7 +47,8 @@ class ForkedProgram {
   std::string line() {
     for (bool isOpen = true;; isOpen = take(lines, heard)) {
       if (const auto end = heard.find('\n', next); end != std::string::npos) {
-        return heard.substr(std::exchange(next, end + 1), end - next);
+        const auto begin = std::exchange(next, end + 1);
+        return heard.substr(begin, end - begin);
       }
       if (!isOpen) return "end";
       if (!arrives(patienceInMilliseconds)) return "silence";

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 namespace nlohmann {
@@ -138,14 +140,25 @@ bool isSound(const Request& request) {
   return shown->id > 0 && !shown->alert.buttons.empty() && (!view || hasWholeImages(*view));
 }
 
+const std::string rubbish = "a line that is not of the protocol";
+
 bool isSound(const Event&) {
   return true;
+}
+
+/// Returns whether `value` contains a number that is too large for an int. The library converts such a number
+/// without a check, which is undefined behaviour.
+bool hasLargeNumber(const Json& value) {
+  constexpr double largest = std::numeric_limits<int>::max();
+  if (value.is_number()) return std::abs(value.get<double>()) > largest;
+  return value.is_structured() && std::any_of(value.begin(), value.end(), &hasLargeNumber);
 }
 
 template <typename Message>
 std::variant<Message, std::string> decode(const std::string& line) {
   try {
     const Json object = Json::parse(line);
+    if (hasLargeNumber(object)) return rubbish;
     const int version = object.at("version").get<int>();
     if (version != protocolVersion) {
       return "it speaks version " + std::to_string(version) + " of the protocol, this half version " +
@@ -157,7 +170,7 @@ std::variant<Message, std::string> decode(const std::string& line) {
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.
   }
-  return std::string("a line that is not of the protocol");
+  return rubbish;
 }
 
 }  // namespace
