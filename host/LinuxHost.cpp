@@ -209,7 +209,7 @@ class LinuxHost final : public Host {
   bool write(const std::string& text) override {
     if (!output) output.emplace(loop, STDOUT_FILENO);
     if (output->write(text)) return true;
-    // `errno` comes from write(2). EPIPE is no error here: the reader has closed the pipe.
+    // EPIPE is no error here: the reader has closed the pipe.
     if (errno != EPIPE) std::perror("KestruneMenuClient: cannot write to standard output");
     return false;
   }

@@ -23,9 +23,13 @@ DescriptorWriter::DescriptorWriter(EventLoop& givenLoop, FileDescriptor descript
       mayBlock((fcntl(output.get(), F_GETFL) & O_NONBLOCK) == 0) {}
 
 bool DescriptorWriter::write(std::string_view text) {
-  if (!output || (!pending.empty() && pending.size() - sent + text.size() > limit)) return false;
-  pending += text;
-  if (!writable) flush();
+  if (!pending.empty() && pending.size() - sent + text.size() > limit) {
+    errno = ENOBUFS;
+    return false;
+  }
+  if (output) pending += text;
+  if (output && !writable) flush();
+  errno = failure;
   return static_cast<bool>(output);
 }
 
@@ -53,8 +57,9 @@ void DescriptorWriter::flush() {
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
-      // The write has failed: the reader has closed its end. Remove the event source before the descriptor is
-      // closed: if another process shares the open file, epoll would keep reporting events.
+      failure = errno;
+      // Remove the event source before the descriptor is closed: if another process shares the open file,
+      // epoll would keep reporting events.
       writable.reset();
       output.reset();
       break;

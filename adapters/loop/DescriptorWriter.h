@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,8 @@ class DescriptorWriter {
   /// `limit`: how many bytes may wait. A text that is written while no bytes wait may be longer.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
-  /// Returns false when the text was dropped: it would exceed the limit, or the reader has closed its end.
+  /// Returns false and sets `errno` when the text was dropped: ENOBUFS if it would exceed the limit, otherwise
+  /// the error of the write(2) that has failed, and closed the descriptor.
   bool write(std::string_view text);
 
  private:
@@ -27,6 +29,7 @@ class DescriptorWriter {
   const std::size_t limit;
   const bool mayBlock;
   std::string pending;
+  int failure = EBADF;   ///< why `output` is closed: the `errno` value of the write that failed
   std::size_t sent = 0;  ///< how many bytes of `pending` have been written
   EventSource writable;
 };

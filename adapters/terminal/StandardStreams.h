@@ -20,7 +20,7 @@ class StandardOutput {
   /// Writes to the file or terminal that `descriptor` refers to, through a descriptor opened here.
   StandardOutput(EventLoop& loop, int descriptor);
 
-  /// Returns false if the text was dropped: too much is waiting, or the reader has closed its end.
+  /// Returns false if the text was dropped, with `errno` as DescriptorWriter sets it.
   bool write(std::string_view text) { return writer.write(text); }
 
   bool isTerminal() const { return terminal; }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <fstream>
 #include <sstream>
 
@@ -124,13 +125,18 @@ TEST_F(StandardOutputTo, AWriterReportsADroppedText) {
   EXPECT_TRUE(writer.write(std::string(2 * megabyte, 'x')))
       << "one that waits alone may be as long as it likes";
   EXPECT_FALSE(writer.write("two\n"));
+  EXPECT_EQ(errno, ENOBUFS);
   {
     Screen screen(loop, pipe.reading.get());
     ASSERT_TRUE(comesTrue(loop, [&screen] { return screen.text.size() == 4 + 2 * megabyte; }));
   }
   EXPECT_TRUE(writer.write("three\n"));
   pipe.reading.reset();
-  EXPECT_FALSE(writer.write("four\n"));
+  for (const char* const text : {"four\n", "five\n"}) {
+    errno = 0;
+    EXPECT_FALSE(writer.write(text));
+    EXPECT_EQ(errno, EPIPE);
+  }
 }
 
 TEST_F(StandardOutputTo, AWriterLimitsOnlyTheUnwrittenText) {
