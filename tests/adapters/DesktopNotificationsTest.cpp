@@ -123,6 +123,23 @@ TEST_F(DesktopNotifications, AreWithdrawnAsSoonAsTheirNumberIsKnown) {
   EXPECT_EQ(lastCall(), closing(7));
 }
 
+TEST_F(DesktopNotifications, AreWithdrawnHoweverLateTheirNumberIsKnown) {
+  sd_bus_message* held = nullptr;
+  start(StubService::holds("Notify", held));
+  ASSERT_TRUE(trip.succeeds(loop));
+  // From now on, a call without a time limit of its own ends after a microsecond.
+  ASSERT_GE(sd_bus_set_method_call_timeout(trip.bus, 1), 0);
+  addLasting("a");
+  ASSERT_TRUE(comesTo(2));
+  notifications->withdraw("a");
+  daemon->perform([&held] {
+    sd_bus_reply_method_return(held, "u", 7);
+    sd_bus_message_unref(held);
+  });
+  ASSERT_TRUE(comesTo(3));
+  EXPECT_EQ(lastCall(), closing(7));
+}
+
 TEST_F(DesktopNotifications, AreNotWithdrawnFromADaemonThatNeverHadThem) {
   start([](sd_bus_message* call) {
     if (std::strcmp(sd_bus_message_get_member(call), "Notify") != 0) return plain(call);

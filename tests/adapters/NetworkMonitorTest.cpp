@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <linux/if.h>
 #include <linux/if_tun.h>
+#include <linux/rtnetlink.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -344,6 +345,17 @@ TEST_F(NetworkMonitorTest, ReportsThatTheKernelRefusesToAnswer) {
     say(lookUpRoute("").reason());
   });
   EXPECT_EQ(program.line(), "Operation not permitted");
+}
+
+TEST_F(NetworkMonitorTest, ReportsThatTheKernelRefusesToDescribeTheInterfaceOfAnIPv6Route) {
+  useIPv6();
+  network.ip({"route add default via fd00:1::1"});
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    refuseSending(NLMSG_LENGTH(sizeof(ifinfomsg)), ENOBUFS);
+    const auto answer = lookUpRoute("");
+    say(answer ? "answered" : answer.reason());
+  });
+  EXPECT_EQ(program.line(), "No buffer space available");
 }
 
 }  // namespace

@@ -10,8 +10,16 @@
 
 namespace kestrune::testing {
 
+/// The filter cannot be removed: use this only in a ForkedProgram.
+inline void install(const sock_fprog& program) {
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    throw std::runtime_error("cannot install a seccomp filter");
+  }
+}
+
 /// From now on, a seccomp filter answers the system call `number` with `action` (SECCOMP_RET_…), in this
-/// thread and its children. The filter cannot be removed: use this only in a ForkedProgram.
+/// thread and its children.
 inline void answerCall(int number, unsigned action) {
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -19,16 +27,25 @@ inline void answerCall(int number, unsigned action) {
       BPF_STMT(BPF_RET | BPF_K, action),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
-  const sock_fprog program{sizeof filter / sizeof *filter, filter};
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-    throw std::runtime_error("cannot install a seccomp filter");
-  }
+  install({sizeof filter / sizeof *filter, filter});
 }
 
 /// From now on, the system call fails with `error`. If `error` is 0, it does nothing and reports success.
 inline void refuseCall(int number, int error) {
   answerCall(number, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
+}
+
+/// From now on, sendto fails with `error` for messages of `length` bytes.
+inline void refuseSending(unsigned length, int error) {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_sendto, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, length, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  install({sizeof filter / sizeof *filter, filter});
 }
 
 /// From now on, any rename call kills this process.
