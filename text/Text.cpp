@@ -180,6 +180,16 @@ std::string replacingAll(std::string_view text, std::string_view from, std::stri
   }
 }
 
+std::vector<std::string> split(std::string_view text, char separator) {
+  std::vector<std::string> parts;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(separator), text.size());
+    parts.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return parts;
+}
+
 std::string_view withinBytes(std::string_view text, std::size_t limit) {
   std::size_t end = std::min(text.size(), limit);
   while (end < text.size() && end > 0 && isContinuation(text[end])) --end;
