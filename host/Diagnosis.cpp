@@ -182,13 +182,13 @@ std::string environmentLines(const MainBundle& bundle) {
   return text;
 }
 
-/// Returns the first line of a program's output, or why the program could not be started.
+/// Returns the first line of a program's output, or why there is none.
 std::string firstWordsOf(Processes& processes, const std::string& program,
                          const std::vector<std::string>& arguments) {
   const auto launched = processes.launch(program, arguments);
   if (!launched) return launched.reason();
   const std::string said = (*launched)->readOutput(patience);
-  return said.substr(0, said.find('\n'));
+  return said.empty() ? "no answer within 2 seconds" : said.substr(0, said.find('\n'));
 }
 
 std::string programLines(const MainBundle& bundle, Processes& processes) {
