@@ -152,8 +152,12 @@ const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-void DBusMenu::busConnected(sd_bus* connection) {
-  bus = connection;
+DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue)
+    : BusClient(givenConnection), queue(givenQueue) {
+  connection.add(*this);
+}
+
+void DBusMenu::busConnected() {
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, menuInterface, interface, this) >= 0)
     object.reset(slot);
@@ -161,7 +165,6 @@ void DBusMenu::busConnected(sd_bus* connection) {
 
 void DBusMenu::busLost() {
   object.reset();
-  bus = nullptr;
 }
 
 void DBusMenu::setMenu(Menu menu) {

@@ -13,19 +13,19 @@ namespace kestrune {
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
 /// tray icons) read menus. Announces only changed rows and properties, so that an open menu stays open and
 /// changes in place. Main thread.
-class DBusMenu {
+class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
   /// Actions of chosen rows run on `givenQueue`, after the reply to the host. `givenQueue` outlives this.
-  explicit DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
+  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);
   /// Tells how the present tray host differs from most hosts. Without a call, no difference is assumed.
   void setForm(const TrayHostForm& form);
 
-  void busConnected(sd_bus* bus);
-  void busLost();
+  void busConnected() override;
+  void busLost() override;
 
  private:
   void rebuild();
@@ -53,8 +53,6 @@ class DBusMenu {
   TrayHostForm form;
   MenuLayout rows = menuLayout({}, {});
   std::uint32_t revision = 1;
-
-  sd_bus* bus = nullptr;
   BusSlot object;
 };
 

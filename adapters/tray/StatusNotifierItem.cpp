@@ -90,15 +90,11 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(TrayParts given)
-    : parts(std::move(given)),
-      exportedMenu(parts.queue),
-      hosts([this] { formChanged(); }, [this] { registerWithWatcher(); }) {
-  parts.bus.add(*this);
-}
-
-StatusNotifierItem::~StatusNotifierItem() {
-  parts.bus.remove(*this);
-  busLost();
+    : BusClient(given.bus),
+      parts(std::move(given)),
+      exportedMenu(connection, parts.queue),
+      hosts(connection, [this] { formChanged(); }, [this] { registerWithWatcher(); }) {
+  connection.add(*this);
 }
 
 void StatusNotifierItem::setMenu(Menu menu) {
@@ -118,26 +114,20 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
   if (newToolTip) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewToolTip", "");
 }
 
-void StatusNotifierItem::busConnected(sd_bus* connection) {
-  bus = connection;
+void StatusNotifierItem::busConnected() {
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, itemInterface, interface, this) >= 0)
     object.reset(slot);
-  exportedMenu.busConnected(bus);
   if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
                                 &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
-  hosts.busConnected(bus);
 }
 
 void StatusNotifierItem::busLost() {
-  exportedMenu.busLost();
-  hosts.busLost();
   object.reset();
   hostMatch.reset();
   registration.reset();
-  bus = nullptr;
 }
 
 void StatusNotifierItem::registerWithWatcher() {

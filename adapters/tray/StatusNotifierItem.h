@@ -36,13 +36,12 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   explicit StatusNotifierItem(TrayParts given);
-  ~StatusNotifierItem() override;
 
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
   void setMenu(Menu menu) override;
 
-  void busConnected(sd_bus* bus) override;
+  void busConnected() override;
   void busLost() override;
 
  private:
@@ -63,8 +62,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   DBusMenu exportedMenu;
   TrayHostFinder hosts;
   StatusButton button;
-
-  sd_bus* bus = nullptr;
   BusSlot object, hostMatch, registration;
 };
 
