@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "adapters/system/StandardError.h"
-#include "adapters/tray/MessageWriter.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -36,19 +35,18 @@ bool isGrey(const Bitmap& bitmap) {
 
 /// Appends the bitmaps of an icon, as ARGB pixels, which hosts expect.
 int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
-  MessageWriter message{BusMessage(sd_bus_message_ref(reply))};
-  message.container('a', "(iiay)", [&] {
-    for (const auto& bitmap : bitmaps) {
-      auto argb = bitmap.rgba;
-      for (auto pixel = argb.begin(); argb.end() - pixel >= 4; pixel += 4)
-        std::rotate(pixel, pixel + 3, pixel + 4);
-      message.container('r', "iiay", [&] {
-        message.append("ii", bitmap.width, bitmap.height);
-        message.appendArray('y', argb.data(), argb.size());
-      });
-    }
-  });
-  return message.status();
+  sd_bus_message_open_container(reply, 'a', "(iiay)");
+  for (const auto& bitmap : bitmaps) {
+    auto argb = bitmap.rgba;
+    for (auto pixel = argb.begin(); argb.end() - pixel >= 4; pixel += 4)
+      std::rotate(pixel, pixel + 3, pixel + 4);
+    sd_bus_message_open_container(reply, 'r', "iiay");
+    sd_bus_message_append(reply, "ii", bitmap.width, bitmap.height);
+    sd_bus_message_append_array(reply, 'y', argb.data(), argb.size());
+    sd_bus_message_close_container(reply);
+  }
+  // This call fails if any call before it has failed.
+  return sd_bus_message_close_container(reply);
 }
 
 }  // namespace
@@ -93,7 +91,8 @@ StatusNotifierItem::StatusNotifierItem(TrayParts given)
     : BusClient(given.bus),
       parts(std::move(given)),
       exportedMenu(connection, parts.queue),
-      hosts(connection, [this] { formChanged(); }, [this] { registerWithWatcher(); }) {
+      hosts(
+          connection, [this] { formChanged(); }, [this] { registerWithWatcher(); }) {
   connection.add(*this);
 }
 
