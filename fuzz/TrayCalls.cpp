@@ -249,9 +249,8 @@ class Desk {
   Bus program;
   Bus host;
   SessionBus connection{idleLoop()};
-  ActivationToken token;
   testing::FakeMainBundle bundle;
-  StatusNotifierItem tray{{connection, loop.mainQueue(), bundle, token, [] {}}};
+  StatusNotifierItem tray{{connection, loop.mainQueue(), bundle, [] {}}};
   bool answered = false;
 };
 

@@ -214,7 +214,8 @@ int StatusNotifierItem::click(sd_bus_message* call, void* data, sd_bus_error*) {
 int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
-  static_cast<StatusNotifierItem*>(data)->parts.token.give(given);
+  const auto& self = *static_cast<StatusNotifierItem*>(data);
+  if (self.parts.onToken) self.parts.onToken(given);
   return sd_bus_reply_method_return(call, "");
 }
 
