@@ -5,16 +5,15 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <utility>
 #include <vector>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "adapters/bus/BusInquiry.h"
+#include "adapters/system/WholeFile.h"
 #include "adapters/tray/StatusNotifierItem.h"
 #include "text/Text.h"
 
@@ -38,26 +37,25 @@ constexpr std::array keepers{sessionManager, "org.freedesktop.ScreenSaver", powe
 constexpr std::array programs{"bash", "curl", "lsof", "pgrep", "systemctl", "xdg-open", "gio"};
 
 std::string firstLine(const fs::path& file) {
-  std::string line;
-  std::ifstream stream(file);
-  std::getline(stream, line);
-  return line;
+  std::string text;
+  readWholeFile(file, text);
+  return text.substr(0, text.find('\n'));
 }
 
 std::string systemName() {
   utsname kernel{};
   uname(&kernel);
   std::string name = "Linux";
-  std::ifstream release("/etc/os-release");
-  for (std::string line; std::getline(release, line);) {
+  std::string release;
+  readWholeFile("/etc/os-release", release);
+  for (const auto& line : split(release, '\n')) {
     if (line.starts_with("PRETTY_NAME=")) name = replacingAll(line.substr(12), "\"", "");
   }
   return name + ", " + kernel.sysname + " " + kernel.release + " " + kernel.machine;
 }
 
 std::optional<std::string> programInPath(const std::string& name, const std::string& path) {
-  std::stringstream folders(path);
-  for (std::string folder; std::getline(folders, folder, ':');) {
+  for (const auto& folder : split(path, ':')) {
     const std::string file = folder + "/" + name;
     if (access(file.c_str(), X_OK) == 0) return file;
   }
@@ -232,10 +230,10 @@ std::string fontLines(const MainBundle& bundle, Processes& processes) {
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
   const auto process = rendezvous.runningClient();
   if (!process) return "Running client: none\n";
-  std::ifstream file("/proc/" + std::to_string(*process) + "/cmdline", std::ios::binary);
-  std::string command, word;
+  std::string arguments, command;
+  readWholeFile("/proc/" + std::to_string(*process) + "/cmdline", arguments);
   bool inTerminal = false;
-  while (std::getline(file, word, '\0')) {
+  for (const auto& word : split(arguments, '\0')) {
     command += (command.empty() ? "" : " ") + word;
     inTerminal = inTerminal || word == "--terminal";
   }
@@ -267,8 +265,8 @@ std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& 
       (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
       busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
   // Remove control characters: answers of other processes may contain some, and a terminal would obey them.
-  std::string plain, line;
-  for (std::stringstream all(text); std::getline(all, line);) plain += withoutControls(line) + "\n";
+  std::string plain;
+  for (const auto& line : split(text, '\n')) plain += withoutControls(line) + "\n";
   return plain;
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Functions on UTF-8 text. They ignore the locale. A character is an extended grapheme cluster. Every
 // function is pure and may be called from any thread.
@@ -40,6 +41,9 @@ std::string shortened(std::string_view text, std::size_t limit);
 
 /// Returns `text` with every `from` replaced by `to`. `from` must not be empty.
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
+
+/// Returns the parts of `text` that `separator` separates. A separator at the end starts no further part.
+std::vector<std::string> split(std::string_view text, char separator);
 
 /// Returns the longest prefix of `text` that has at most `limit` bytes and does not end inside a code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);

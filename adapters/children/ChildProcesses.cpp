@@ -148,7 +148,7 @@ class ChildProcesses::Child final : public Process {
 
   std::string readOutput(Seconds patience) override {
     const auto deadline = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(patience);
-    std::vector<char> buffer(65536);
+    std::vector<char> buffer(8192);
     out.writeEnd.reset();
     err.writeEnd.reset();
     for (;;) {

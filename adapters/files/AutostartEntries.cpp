@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
 #include "adapters/files/Files.h"
 #include "adapters/system/StandardError.h"
+#include "adapters/system/WholeFile.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -60,13 +60,6 @@ std::string launchCommand(const std::string& executable) {
 std::string repoArgument(const std::string& repo) {
   // If the path cannot be quoted, use ".": the entry's key Path makes the repository the working directory.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
 }
 
 /// Returns the text without blanks at its ends: parsers ignore blanks around "=" and at the end of a line.
@@ -137,7 +130,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
-  const auto values = valuesOf(linesOf(text));
+  const auto values = valuesOf(split(text, '\n'));
   const auto says = [&values](const char* key, const char* value) {
     const auto found = values.find(key);
     return found != values.end() && found->second.text == value;
@@ -171,7 +164,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   std::string text;
   const auto present = bundle.executablePath();
   if (!present || readWholeFile(path(label), text)) return;
-  auto lines = linesOf(text);
+  auto lines = split(text, '\n');
   auto values = valuesOf(lines);
   const std::string gone = unescaped(values["TryExec"].text);
   std::string command = values["Exec"].text;

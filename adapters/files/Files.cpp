@@ -15,6 +15,7 @@
 #include "adapters/files/NewFile.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/system/WholeFile.h"
 
 namespace kestrune {
 
@@ -64,32 +65,6 @@ fs::path freeName(const fs::path& file, const std::string& ending,
 }
 
 }  // namespace
-
-std::error_code readWholeFile(const std::string& path, std::string& contents) {
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return lastError();
-  struct stat state {};
-  if (fstat(file.get(), &state) != 0) return lastError();
-  if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
-  if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
-  std::string bytes;
-  // Read to the end of the file: st_size is too small for files in /proc and files that grow meanwhile.
-  const auto size = static_cast<std::size_t>(state.st_size);
-  bytes.reserve(std::min(size, FileManager::sizeLimit));
-  char buffer[16384];
-  for (;;) {
-    const ssize_t count = read(file.get(), buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return lastError();
-    if (count == 0) break;
-    if (bytes.size() + static_cast<std::size_t>(count) > FileManager::sizeLimit) {
-      return systemError(EFBIG);
-    }
-    bytes.append(buffer, static_cast<std::size_t>(count));
-  }
-  contents = std::move(bytes);
-  return {};
-}
 
 std::error_code writeFileAtomically(const std::string& path, std::string_view contents) {
   fs::path target(path);

@@ -11,10 +11,6 @@
 
 namespace kestrune {
 
-/// Reads the whole file at `path`, at most `FileManager::sizeLimit` bytes, into `contents`. On failure,
-/// `contents` is unchanged. Any thread.
-std::error_code readWholeFile(const std::string& path, std::string& contents);
-
 /// Replaces the file at `path` atomically and durably: after a power cut, there is either the old file or the
 /// new one. An existing file keeps its mode, with read permission added for its owner, and it keeps its owner
 /// if this user may set it. A new file has mode 0600. If `path` is a symbolic link, the link stays and its

@@ -8,6 +8,7 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/system/StandardError.h"
+#include "adapters/system/WholeFile.h"
 
 namespace kestrune {
 

@@ -5,8 +5,9 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <system_error>
+
+#include "text/Text.h"
 
 namespace kestrune {
 
@@ -72,8 +73,7 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   folders.state = orElse(absolute(variable("XDG_STATE_HOME")), home + "/.local/state");
   folders.runtime = absolute(variable("XDG_RUNTIME_DIR"));
   folders.data.push_back(orElse(absolute(variable("XDG_DATA_HOME")), home + "/.local/share"));
-  std::istringstream shared(orElse(variable("XDG_DATA_DIRS"), "/usr/local/share:/usr/share"));
-  for (std::string each; std::getline(shared, each, ':');) {
+  for (const auto& each : split(orElse(variable("XDG_DATA_DIRS"), "/usr/local/share:/usr/share"), ':')) {
     if (auto folder = absolute(each); !folder.empty()) folders.data.push_back(std::move(folder));
   }
   return folders;

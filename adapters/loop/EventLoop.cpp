@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <string>
@@ -22,6 +21,7 @@
 #include "adapters/loop/SerialQueue.h"
 #include "adapters/loop/SystemClock.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/system/WholeFile.h"
 
 namespace kestrune {
 
@@ -265,8 +265,10 @@ void EventLoop::reapEnded() {
 }
 
 void EventLoop::reapInherited() {
-  std::ifstream inherited("/proc/self/task/" + std::to_string(getpid()) + "/children");
-  for (pid_t child = 0; inherited >> child;) reap(child);
+  std::string inherited;
+  readWholeFile("/proc/self/task/" + std::to_string(getpid()) + "/children", inherited);
+  char* rest = inherited.data();
+  while (const auto child = std::strtol(rest, &rest, 10)) reap(static_cast<pid_t>(child));
 }
 
 void EventLoop::signalChild(pid_t child, int signalNumber) {

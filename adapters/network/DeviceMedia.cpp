@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <string_view>
 #include <vector>
+
+#include "adapters/system/WholeFile.h"
+#include "text/Text.h"
 
 namespace kestrune {
 
@@ -25,8 +27,9 @@ struct Device {
 
 Device deviceOf(unsigned index, const std::string& folder) {
   Device device;
-  std::ifstream lines(folder + "/uevent");
-  for (std::string line; std::getline(lines, line);) {
+  std::string uevent;
+  readWholeFile(folder + "/uevent", uevent);
+  for (const auto& line : split(uevent, '\n')) {
     if (line.starts_with("DEVTYPE=")) device.type = line.substr(line.find('=') + 1);
     // Ignore a device with another index: sysfs may show the devices of another network namespace.
     if (line.starts_with("IFINDEX=") && line != "IFINDEX=" + std::to_string(index)) return {};

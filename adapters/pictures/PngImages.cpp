@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "adapters/files/Files.h"
+#include "adapters/system/WholeFile.h"
 
 namespace kestrune {
 

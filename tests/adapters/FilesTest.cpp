@@ -12,6 +12,7 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/system/FileDescriptor.h"
+#include "adapters/system/WholeFile.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RefusedCall.h"

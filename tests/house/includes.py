@@ -1,6 +1,7 @@
-"""Checks every include against the rooms (folders built as one static library) that the build declares. A file includes
-only its own room and the rooms that its room links, and a room links no room that it does not include. The controller,
-the ports and text/ include no header of the host. No source has conditional compilation by host."""
+"""Checks every include against the rooms (folders built as one static library) that the build declares. A file
+includes only its own room and the rooms that its room links, and a room links no room that it does not include. The
+controller, the ports and text/ include no header of the host. No file includes the streams of the C++ library. No
+source has conditional compilation by host."""
 
 import os
 import pathlib
@@ -17,6 +18,7 @@ numeric optional random ranges set span stdexcept string string_view system_erro
 unordered_map unordered_set utility variant vector
 """.split())
 PURE = {"utf8proc.h", "nlohmann/json.hpp", "nlohmann/json_fwd.hpp"}
+STREAMS = {"fstream", "iomanip", "iostream", "istream", "ostream", "sstream"}
 PORTABLE = ("text", "ports", "KestruneMenuClient", "adapters/alerts", "adapters/launchd")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
@@ -43,6 +45,8 @@ def check_file(path, room, links):
             continue
         bracket, header = match.groups()
         if bracket == "<":
+            if header in STREAMS:
+                faults.append(f"{where}: {header} adds 0.4 MB of libstdc++ to the program; see WholeFile.h")
             if room.startswith(PORTABLE) and header not in STANDARD | PURE:
                 faults.append(f"{where}: {header} is a header of the host")
             continue

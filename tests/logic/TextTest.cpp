@@ -118,6 +118,14 @@ Lines linesOf(std::string_view text, CrLf crLf = CrLf::oneNewline) {
 
 const std::string newlines[] = {"\n", "\v", "\f", "\r", "\r\n", "\u0085", "\u2028", "\u2029"};
 
+TEST(Splitting, EndsAPartAtEverySeparator) {
+  using Parts = std::vector<std::string>;
+  EXPECT_EQ(split("a:b", ':'), (Parts{"a", "b"}));
+  EXPECT_EQ(split(":a::", ':'), (Parts{"", "a", ""}));
+  EXPECT_EQ(split(std::string_view("a\0b c\0", 6), '\0'), (Parts{"a", "b c"}));
+  EXPECT_EQ(split("", ':'), Parts{});
+}
+
 TEST(LineSplitter, EndsALineAtEveryNewline) {
   for (const std::string& newline : newlines) {
     EXPECT_EQ(linesOf(newline), (Lines{"", ""}));

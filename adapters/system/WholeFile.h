@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+
+namespace kestrune {
+
+/// Reads the whole file at `path`, at most `FileManager::sizeLimit` bytes, into `contents`. On failure,
+/// `contents` is unchanged. Any thread. Do not use std::ifstream instead: libstdc++ is linked statically, and
+/// its streams would make the program a third larger.
+std::error_code readWholeFile(const std::string& path, std::string& contents);
+
+}  // namespace kestrune
