@@ -10,11 +10,8 @@
 
 namespace kestrune {
 
-/// Shows notifications through the desktop's notification daemon (org.freedesktop.Notifications). Never
-/// blocks. If no daemon runs, the bus may start one. Without a bus or a daemon, a notification is dropped.
-///
-/// Each daemon that appears is asked whether it reads markup. Before the answer and without an answer, texts
-/// are sent so that they look the same with and without markup. Main thread.
+/// Shows notifications through the desktop's notification daemon (org.freedesktop.Notifications), and asks
+/// each daemon that appears whether it reads markup. If no daemon runs, the bus may start one. Never blocks.
 class DesktopNotifications final : public Notifications, public BusClient {
  public:
   /// `givenIcon` is shown beside the text: the path of a picture, or the name of an icon in the theme.
