@@ -59,7 +59,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // Defined in CommandExecution.cpp: shell runner, backend command lines, stop script
+  // Defined in CommandExecution.cpp: shell quoting, the trial of a program. The other functions forward to
+  // backend/.
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
@@ -78,7 +79,8 @@ class AppDelegate final : public ApplicationDelegate,
   /// Runs the stop script. Blocks for about 9 s at most.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // Defined in StatusMonitoring.cpp: report interpretation, refresh cycle, network changes, live snapshot
+  // Defined in StatusMonitoring.cpp: refresh cycle, network changes, project and thread. The interpretation
+  // of reports is in status/.
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;

@@ -7,13 +7,13 @@ namespace kestrune {
 
 /// A menu row: its number, title and action. Rows 2 to 11 are not in the table: `statusRows` makes them.
 struct AppDelegate::MenuRow {
-  int number;  ///< fixed place in the menu; of rows with the same place, the first that `applies` is shown
+  int number;  ///< place in the menu; of rows with the same place, the first that `applies` is shown
   const char* title = "";   ///< empty: a separator
   const char* action = "";  ///< the name by which faces and scripts choose the row; empty: none
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark
-  bool (AppDelegate::*applies)() const = nullptr;  ///< null: the row always applies
+  bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row may be shown; null: always
 };
 
 namespace {
@@ -22,7 +22,6 @@ constexpr int lastRow = 29;
 constexpr int firstStatusRow = 2;
 constexpr int lastStatusRow = 11;
 constexpr int notInTheMenu = 0;
-constexpr std::size_t actionWidth = 22;  // characters in the longest action
 
 constexpr bool isStatusRow(int number) {
   return number >= firstStatusRow && number <= lastStatusRow;
@@ -104,6 +103,8 @@ void AppDelegate::performAction(std::string_view action) {
 }
 
 std::string AppDelegate::describeActions() {
+  std::size_t width = 0;
+  for (const MenuRow& row : menuRows) width = std::max(width, std::string_view(row.action).size());
   std::string lines;
   std::string_view described;
   for (const MenuRow& row : menuRows) {
@@ -115,7 +116,7 @@ std::string AppDelegate::describeActions() {
     }
     described = row.action;
     std::string name(described);
-    name.resize(std::max(name.size(), actionWidth), ' ');
+    name.resize(width, ' ');
     lines += name + "  " + row.title + "\n";
   }
   return lines;

@@ -24,9 +24,9 @@ class Host {
 
   virtual Platform& platform() = 0;
 
-  /// Makes the running client perform the action of a menu row, and waits until it is done. On failure
-  /// returns the reason in one line; absent on success. A process that calls `perform` may call no other
-  /// function of the host except `leave`.
+  /// Makes the running client perform the action of a menu row, and waits until that client has taken the
+  /// request. On failure returns the reason in one line; absent on success. A process that calls `perform`
+  /// may call no other function of the host except `leave`.
   virtual std::optional<std::string> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report, in lines of text without secrets. Starts no

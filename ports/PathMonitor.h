@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// Describes the default route of this machine.
+/// Describes the route to hosts beyond this machine.
 struct NetworkPath {
   bool satisfied = false;  ///< an interface can reach hosts beyond this machine
   bool usesWiFi = false;
@@ -17,7 +17,7 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path, which is the route to hosts beyond this machine.
+/// Reports changes of the network path.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;

@@ -10,8 +10,9 @@
 namespace kestrune {
 
 /// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
-/// at a time. The destructor does not end the child; the child is reaped when it ends. After `readOutput` or
-/// the destructor, the child and its descendants can still write to the pipes; this output is discarded.
+/// at a time. The destructor does not end the child; a child that outlives it is reaped at a later launch.
+/// After `readOutput` or the destructor, the child and its descendants can still write to the pipes; this
+/// output is discarded.
 class Process {
  public:
   virtual ~Process() = default;

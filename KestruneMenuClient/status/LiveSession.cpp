@@ -13,7 +13,7 @@ using Json = nlohmann::json;
 namespace {
 
 constexpr int answerDepthLimit = 990;
-constexpr std::size_t threadNameLimit = 34;  // characters
+constexpr std::size_t chatNameLimit = 34;  // characters
 
 /// Returns whether Python, the language of the local service, treats the value as true.
 bool isTruthy(const Json& value) {
@@ -108,7 +108,7 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
 
 std::string compactThreadName(std::string_view name) {
   // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
-  return shortened(trimmed(withoutEscapeSequences(name)), threadNameLimit);
+  return shortened(trimmed(withoutEscapeSequences(name)), chatNameLimit);
 }
 
 }  // namespace kestrune

@@ -19,8 +19,8 @@ class ChildProcesses final : public Processes {
   /// of the child or destroys its Process.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// When the child's output has been read, or the Process is destroyed, a descendant of the child may still
-  /// have a pipe open. `leftover` gets each such pipe. If it is empty, the pipe is closed; writers get
+  /// When the output has been read, or the Process is destroyed, the child or a descendant may still have a
+  /// pipe open. `leftover` gets each such pipe. If `leftover` is empty, the pipe is closed; writers get
   /// SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 

@@ -14,12 +14,12 @@
 
 namespace kestrune {
 
-/// How this process tries to become the client. To give up means that it does not become the client.
+/// How this process tries to become the client.
 struct Claim {
   enum class Kind {
-    show,     ///< if a client runs, asks that client to show its menu, and gives up
-    giveWay,  ///< gives up when a client runs
-    replace,  ///< waits until `predecessor` has ended; gives up when any other client runs
+    show,     ///< if a client runs, asks that client to show its menu, and exits
+    giveWay,  ///< exits when a client runs
+    replace,  ///< waits until `predecessor` has ended; exits when any other client runs
   };
   Kind kind = Kind::show;
   pid_t predecessor = 0;          ///< PID of the client to replace; used by `replace` only

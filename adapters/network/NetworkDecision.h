@@ -27,8 +27,8 @@ struct PathTiming {
   Seconds rest{10.0};    ///< least time from one report to the next while the network flaps
 };
 
-/// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer: whether the
-/// network counts as up or down. `now` is always the time of a clock that stops during suspend.
+/// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer. `now` is
+/// always the time of a clock that stops during suspend.
 ///
 /// A burst of messages leads to one question. A changed path is reported at once, but the loss of the network
 /// only after it has lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the

@@ -13,8 +13,8 @@ namespace kestrune {
 /// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. A
 /// monitor asks the kernel (`lookUpRoute`) after each burst of rtnetlink messages and after each resume
 /// (PrepareForSleep of logind), and reports what `NetworkDecision` decides. When the kernel refuses to
-/// answer, the monitor reports a satisfied path of unknown medium, prints the error on standard error, and
-/// asks again with growing delays. Main thread.
+/// answer, the last path counts, or a satisfied path of unknown medium if none is known; the monitor prints
+/// the error on standard error, and asks again with growing delays. Main thread.
 class NetworkMonitors final : public PathMonitors {
  public:
   /// `devices`: a folder like /sys/class/net. All references must outlive this object and its monitors.

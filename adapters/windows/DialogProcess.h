@@ -28,7 +28,8 @@ struct DialogProgram {
   void report(const std::string& reason);
 };
 
-/// One process of KestruneMenuDialogs. The destructor closes the windows of the process. Main thread.
+/// One process of KestruneMenuDialogs. The destructor closes the pipes; the process then closes its windows
+/// and exits. Main thread.
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;

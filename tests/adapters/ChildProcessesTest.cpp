@@ -25,7 +25,7 @@ struct ChildProcess : ::testing::Test, RealChildren {
   }
 };
 
-TEST_F(ChildProcess, HandlesSIGTERMItself) {
+TEST_F(ChildProcess, CanHandleSIGTERM) {
   const auto child = launchUpTo({"on-term", "bye"});
   child->terminate();
   ASSERT_TRUE(ends(*child));
@@ -156,7 +156,7 @@ TEST_F(ReservedProcesses, OnlyTheReservingThreadCanLaunch) {
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
 }
 
-TEST_F(ReservedProcesses, DescendantsOfAnEndedChildAreSpared) {
+TEST_F(ReservedProcesses, DescendantsInOtherSessionsAreSpared) {
   const auto child = launch({"ids", "leave-session", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "tests/rig/NetworkNamespace.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/ScratchFolder.h"
+#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 namespace {
@@ -166,14 +169,35 @@ TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
   EXPECT_TRUE(server->requests().empty());
 }
 
+/// Replaces curl by a shell script.
+struct CurlScript {
+  explicit CurlScript(const std::string& lines) {
+    std::ofstream(programs.file("curl")) << "#!/bin/sh\n" << lines;
+    fs::permissions(programs.file("curl"), fs::perms::owner_all);
+  }
+
+  const ScratchFolder programs;
+  const ScopedVariable path{"PATH", programs.file("")};
+};
+
 TEST_F(LocalServiceTest, MaxTimeHasThreeDecimals) {
   // curl 8.14 takes "0.200000" for 0.02 s, so the client must not pass six decimals.
-  const ScratchFolder programs;
-  std::ofstream(programs.file("curl")) << "#!/bin/sh\necho \"$@\"\n";
-  fs::permissions(programs.file("curl"), fs::perms::owner_all);
-  const ScopedVariable path("PATH", programs.file(""));
+  const CurlScript curl("echo \"$@\"\n");
   EXPECT_NE(ask("token", Seconds{0.2}).value_or("").find(" --max-time 0.200 "), std::string::npos);
   EXPECT_NE(ask("token", Seconds{5}).value_or("").find(" --max-time 5.000 "), std::string::npos);
+}
+
+TEST_F(LocalServiceTest, CurlThatOutlivesItsTimeLimitIsEnded) {
+  const CurlScript curl("echo $$ > \"$0.pid\"; exec /bin/sleep 1000 >/dev/null 2>&1\n");
+  VirtualClock virtualClock;
+  const Seconds start = virtualClock.awakeTime();
+  EXPECT_EQ(CurlLocalService(children, virtualClock).getProjects("token"), std::nullopt);
+  EXPECT_NEAR((virtualClock.awakeTime() - start).count(), 6, 0.02);
+  pid_t pid = 0;
+  std::ifstream(curl.programs.file("curl.pid")) >> pid;
+  siginfo_t state{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(state.si_status, SIGTERM);
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ TEST_F(NetworkChange, NotifiesAndReconnectsOnce) {
   EXPECT_EQ(machine.notifications.posted[0].body, "已自動嘗試重新連接本地服務與反向隧道。");
 }
 
-TEST_F(NetworkChange, IsEveryPathWithAnotherDescription) {
+TEST_F(NetworkChange, IsEveryPathOfAnotherKind) {
   report(noNetwork);
   EXPECT_EQ(reconnects(), 1U) << "the first, whatever it is";
   report(wiFi);
@@ -73,7 +73,7 @@ TEST_F(NetworkChange, IsEveryPathWithAnotherDescription) {
   EXPECT_EQ(machine.notifications.posted.size(), 4U);
 }
 
-TEST_F(NetworkChange, PathWithTheSameDescriptionOnlyRefreshes) {
+TEST_F(NetworkChange, PathOfTheSameKindOnlyRefreshes) {
   startOn(wiFi);
   machine.pathMonitors.report({.satisfied = true, .usesWiFi = true, .usesCellular = true});
   machine.pathMonitors.report(wiFi);
