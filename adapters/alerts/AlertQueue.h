@@ -9,8 +9,8 @@
 
 namespace kestrune {
 
-/// Decides when each alert is shown. A face (tray or terminal) derives from this, shows the alert and says how
-/// it ended. Main thread.
+/// Decides when each alert is shown. A face (tray or terminal) derives from this, shows the alert and says
+/// how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.
