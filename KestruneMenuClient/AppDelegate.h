@@ -8,8 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneMenuClient/backend/BackendCommands.h"
-#include "KestruneMenuClient/backend/ShellRunner.h"
+#include "KestruneMenuClient/backend/Backend.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "KestruneMenuClient/settings/Preferences.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
@@ -66,7 +65,7 @@ class AppDelegate final : public ApplicationDelegate,
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
 
-  /// Runs a shell line and waits for its end, see ShellRunner.h. Blocks; any thread.
+  /// Runs a shell line and waits for its end, see Backend.h. Blocks; any thread.
   CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout) {
     return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
   }

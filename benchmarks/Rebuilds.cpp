@@ -32,8 +32,7 @@ int main() {
   kestrune::SessionBus bus(loop);
   bus.connect();
   const kestrune::ProgramBundle bundle;
-  kestrune::ActivationToken token;
-  kestrune::StatusNotifierItem item({bus, loop.mainQueue(), bundle, token, [] {}});
+  kestrune::StatusNotifierItem item({bus, loop.mainQueue(), bundle, [] {}});
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

@@ -103,15 +103,14 @@ struct Target final : ActionTarget {
   }
 };
 
-/// Returns a session bus without a connection. `Desk` gives the item the connection to the host.
-SessionBus& idleBus() {
+/// Returns a loop that does not run: `Desk` handles the messages.
+EventLoop& idleLoop() {
   // Restore the signal mask: the loop blocks the signals that end a process, and these must end a fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  static SessionBus bus(loop);
-  return bus;
+  return loop;
 }
 
 struct BusDeleter {
@@ -137,12 +136,9 @@ class Desk {
             "there are sockets");
     program = makeBus(ends[0], true);
     host = makeBus(ends[1], false);
-    tray.busConnected(program.get());
+    connection.use(sd_bus_ref(program.get()));
     settle();
   }
-  ~Desk() { tray.busLost(); }
-  Desk(const Desk&) = delete;
-  Desk& operator=(const Desk&) = delete;
 
   void step(Input& input) {
     const std::uint8_t choice = input.byte();
@@ -252,9 +248,9 @@ class Desk {
   std::shared_ptr<Target> target = std::make_shared<Target>();
   Bus program;
   Bus host;
-  ActivationToken token;
+  SessionBus connection{idleLoop()};
   testing::FakeMainBundle bundle;
-  StatusNotifierItem tray{{idleBus(), loop.mainQueue(), bundle, token, [] {}}};
+  StatusNotifierItem tray{{connection, loop.mainQueue(), bundle, [] {}}};
   bool answered = false;
 };
 

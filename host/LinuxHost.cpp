@@ -36,8 +36,7 @@
 #include "adapters/terminal/TerminalFace.h"
 #include "adapters/tray/StatusNotifierItem.h"
 #include "adapters/tray/TrayAdvice.h"
-#include "adapters/windows/DialogAlerts.h"
-#include "adapters/windows/MenuWindowProcess.h"
+#include "adapters/windows/DialogWindows.h"
 #include "host/Diagnosis.h"
 #include "ports/Host.h"
 
@@ -138,15 +137,14 @@ class LinuxHost final : public Host {
         terminal->close();
       });
     } else {
-      menuWindow = std::make_unique<MenuWindowProcess>(loop, dialogProgram);
-      dialogs = std::make_unique<DialogAlerts>(loop, dialogProgram, clickToken);
+      windows = std::make_unique<DialogWindows>(loop, dialogProgram);
       tray = std::make_unique<TrayStatusBar>(TrayParts{
           .bus = bus,
           .queue = loop.mainQueue(),
           .bundle = bundle,
-          .token = clickToken,
-          .onClick = [this] { menuWindow->show(clickToken.take()); },
-          .onMenu = [this](const Menu& menu) { menuWindow->setMenu(menu); },
+          .onClick = [this] { windows->showMenu(); },
+          .onToken = [this](std::string_view token) { windows->giveToken(token); },
+          .onMenu = [this](const Menu& menu) { windows->setMenu(menu); },
           .onRegistered =
               [this] {
                 if (advice) advice->trayChanged();
@@ -154,8 +152,7 @@ class LinuxHost final : public Host {
       });
       loop.onTerminate([this] {
         rendezvous.announceEnd();
-        dialogs->close();
-        menuWindow->close();
+        windows->close();
       });
     }
     parts = std::make_unique<Platform>(Platform{
@@ -166,7 +163,7 @@ class LinuxHost final : public Host {
         .statusBar = terminal ? static_cast<StatusBar&>(*terminal) : *tray,
         .statusFeed = rendezvous,
         .requests = rendezvous,
-        .alerts = terminal ? static_cast<Alerts&>(*terminal) : *dialogs,
+        .alerts = terminal ? static_cast<Alerts&>(*terminal) : *windows,
         .images = images,
         .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
@@ -231,7 +228,8 @@ class LinuxHost final : public Host {
     if (terminal) {
       terminal->printMenu();
     } else {
-      menuWindow->show(activationToken);
+      windows->giveToken(activationToken);
+      windows->showMenu();
     }
   }
 
@@ -265,10 +263,8 @@ class LinuxHost final : public Host {
   EventSource outputEnd;
   std::optional<StandardOutput> output;
   DialogProgram dialogProgram{dialogsPath(), isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
-  ActivationToken clickToken;
   std::unique_ptr<TerminalFace> terminal;
-  std::unique_ptr<MenuWindowProcess> menuWindow;
-  std::unique_ptr<DialogAlerts> dialogs;
+  std::unique_ptr<DialogWindows> windows;
   std::unique_ptr<TrayStatusBar> tray;
   std::optional<TrayAdvice> advice;
   std::unique_ptr<Platform> parts;

@@ -2,8 +2,7 @@
 
 #include <utility>
 
-#include "KestruneMenuClient/backend/BackendCommands.h"
-#include "KestruneMenuClient/backend/ShellRunner.h"
+#include "KestruneMenuClient/backend/Backend.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
 
 namespace kestrune {

@@ -9,8 +9,8 @@
 
 namespace kestrune {
 
-/// Queues alerts and shows them one at a time. An alert that a button inside an open alert requests goes on
-/// top. A face (tray or terminal) derives from this, shows each alert and says how it ended. Main thread.
+/// Decides when each alert is shown. A face (tray or terminal) derives from this, shows the alert and says
+/// how it ended. Main thread.
 class AlertQueue : public Alerts {
  public:
   /// `mainQueue` outlives this.

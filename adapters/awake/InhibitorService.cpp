@@ -28,18 +28,17 @@ bool saysNotOffered(const sd_bus_error* error) {
 
 InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& givenClock,
                                    InhibitorProtocol givenProtocol, std::function<void()> givenOnChange)
-    : connection(givenConnection),
+    : BusClient(givenConnection),
       clock(givenClock),
       protocol(std::move(givenProtocol)),
       onChange(std::move(givenOnChange)),
-      owner(protocol.name, [this](const std::string&) { ownerChanged(); }),
+      owner(connection, protocol.name, [this](const std::string&) { ownerChanged(); }),
       absentUntil(clock.continuousTime()),
       silentUntil(absentUntil) {
   connection.add(*this);
 }
 
 InhibitorService::~InhibitorService() {
-  connection.remove(*this);
   for (const auto& [holder, grant] : grants) giveBack(grant);
 }
 
@@ -106,22 +105,18 @@ bool InhibitorService::holds(std::uint32_t holder) const {
   return found != grants.end() && !found->second.owner.empty() && found->second.owner == owner.owner();
 }
 
-void InhibitorService::busConnected(sd_bus* connected) {
-  bus = connected;
-  owner.busConnected(bus);
+void InhibitorService::busConnected() {
   // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_filter(bus, &slot, &answered, this) >= 0) answers.reset(slot);
 }
 
 void InhibitorService::busLost() {
-  owner.busLost();
   requests.clear();
   answers.reset();
   // The services drop the cookies of a lost connection. But a descriptor of logind may keep its inhibitor in
   // force: keep the descriptor until another grant replaces it.
   for (auto& [holder, grant] : grants) grant.owner.clear();
-  bus = nullptr;
   onChange();
 }
 

@@ -54,7 +54,7 @@ class InhibitorService final : public BusClient {
   /// Returns whether `holder` has an inhibitor whose granting process, as far as is known, still runs.
   bool holds(std::uint32_t holder) const;
 
-  void busConnected(sd_bus* bus) override;
+  void busConnected() override;
   void busLost() override;
 
  private:
@@ -81,13 +81,11 @@ class InhibitorService final : public BusClient {
   void ownerChanged();
   static int answered(sd_bus_message* message, void* self, sd_bus_error* error);
 
-  BusConnection& connection;
   const Clock& clock;
   const InhibitorProtocol protocol;
   const std::function<void()> onChange;
   NameOwner owner;
 
-  sd_bus* bus = nullptr;
   std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
   Seconds absentUntil;                    ///< `isPresent` is false until then (Clock::continuousTime)
   Seconds silentUntil;                    ///< no request is sent until then (Clock::continuousTime)

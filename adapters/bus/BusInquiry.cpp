@@ -19,12 +19,8 @@ BusInquiry::Outcome outcomeOf(sd_bus_message* reply) {
 
 }  // namespace
 
-BusInquiry::BusInquiry(BusConnection& givenConnection) : connection(givenConnection) {
+BusInquiry::BusInquiry(BusConnection& givenConnection) : BusClient(givenConnection) {
   connection.add(*this);
-}
-
-BusInquiry::~BusInquiry() {
-  connection.remove(*this);
 }
 
 void BusInquiry::ask(const Question& question, Answer answer) {
@@ -57,14 +53,9 @@ int BusInquiry::replied(sd_bus_message* reply, void* data, sd_bus_error*) {
   return 0;
 }
 
-void BusInquiry::busConnected(sd_bus* connected) {
-  bus = connected;
-}
-
 void BusInquiry::busLost() {
   slots.clear();
   pending = 0;
-  bus = nullptr;
 }
 
 }  // namespace kestrune

@@ -25,9 +25,7 @@ class BusInquiry final : public BusClient {
   /// Receives the result of a call. `reply` is null unless `outcome` is `answered`.
   using Answer = std::function<void(sd_bus_message* reply, Outcome outcome)>;
 
-  /// `connection` must outlive this object.
   explicit BusInquiry(BusConnection& connection);
-  ~BusInquiry() override;
 
   /// Calls a method, and passes the result to `answer`, which may call `ask` again. When the bus is lost,
   /// `answer` is called with `unanswered` or not at all.
@@ -37,7 +35,6 @@ class BusInquiry final : public BusClient {
   bool isConnected() const { return bus != nullptr; }
   bool isDone() const { return bus == nullptr || pending == 0; }
 
-  void busConnected(sd_bus* bus) override;
   void busLost() override;
 
  private:
@@ -47,8 +44,6 @@ class BusInquiry final : public BusClient {
   };
   static int replied(sd_bus_message* reply, void* call, sd_bus_error* error);
 
-  BusConnection& connection;
-  sd_bus* bus = nullptr;
   bool answered = false;
   std::size_t pending = 0;
   std::vector<BusSlot> slots;

@@ -4,10 +4,13 @@
 
 namespace kestrune {
 
-NameOwner::NameOwner(std::string givenName, std::function<void(const std::string&)> givenOnChange)
-    : name(std::move(givenName)), onChange(std::move(givenOnChange)) {}
+NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName,
+                     std::function<void(const std::string&)> givenOnChange)
+    : BusClient(givenConnection), name(std::move(givenName)), onChange(std::move(givenOnChange)) {
+  connection.add(*this);
+}
 
-void NameOwner::busConnected(sd_bus* bus) {
+void NameOwner::busConnected() {
   sd_bus_slot* slot = nullptr;
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
                            "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";

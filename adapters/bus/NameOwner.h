@@ -8,16 +8,15 @@
 namespace kestrune {
 
 /// Tracks which program owns a bus name. Never starts a service and never blocks. Main thread.
-class NameOwner {
+class NameOwner final : public BusClient {
  public:
   /// `onChange` runs when the owner becomes known and after each change, but not when the bus is lost.
   /// `before`: the previous owner; empty if there was none, or if it was unknown.
-  NameOwner(std::string name, std::function<void(const std::string& before)> onChange);
-  NameOwner(const NameOwner&) = delete;
-  NameOwner& operator=(const NameOwner&) = delete;
+  NameOwner(BusConnection& connection, std::string name,
+            std::function<void(const std::string& before)> onChange);
 
-  void busConnected(sd_bus* bus);
-  void busLost();
+  void busConnected() override;
+  void busLost() override;
 
   /// Returns whether the bus has told who owns the name, or that nobody owns it.
   bool isKnown() const { return known; }

@@ -32,6 +32,10 @@ bool isBroadcast(sd_bus_message* signal) {
   return sd_bus_message_get_destination(signal) == nullptr;
 }
 
+BusClient::~BusClient() {
+  connection.remove(*this);
+}
+
 BusConnection::BusConnection(EventLoop& givenLoop, BusKind givenKind)
     : loop(givenLoop), kind(givenKind), retryDelay(firstRetry) {}
 
@@ -41,7 +45,7 @@ BusConnection::~BusConnection() {
 
 void BusConnection::add(BusClient& client) {
   clients.push_back(&client);
-  if (bus != nullptr) client.busConnected(bus);
+  if (bus != nullptr) tell(client);
 }
 
 void BusConnection::remove(BusClient& client) {
@@ -79,12 +83,25 @@ void BusConnection::tryToConnect() {
   if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
     firstAnswer.reset(slot);
   }
-  for (auto* const client : clients) client->busConnected(bus);
+  use(bus);
+}
+
+void BusConnection::use(sd_bus* opened) {
+  bus = opened;
+  for (auto* const client : clients) tell(*client);
+}
+
+void BusConnection::tell(BusClient& client) {
+  client.bus = bus;
+  client.busConnected();
 }
 
 void BusConnection::disconnect() {
   if (bus == nullptr) return;
-  for (auto* const client : clients) client->busLost();
+  for (auto* const client : clients) {
+    client->bus = nullptr;
+    client->busLost();
+  }
   disconnection.reset();
   firstAnswer.reset();
   sd_bus_detach_event(bus);

@@ -40,17 +40,31 @@ bool isFromBusDaemon(sd_bus_message* signal);
 /// rules matches it, including its sender. A unicast signal arrives in any case, whoever sent it.
 bool isBroadcast(sd_bus_message* signal);
 
-/// An object that uses a bus connection, and sets up its match rules and objects on each new connection.
+class BusConnection;
+
+/// An object that uses a bus connection, and sets up its match rules and objects on each new connection. The
+/// destructor removes it from `connection`.
 class BusClient {
  public:
-  virtual ~BusClient() = default;
+  /// `given` must outlive this object. Call `connection.add` when the object is ready for `busConnected`.
+  explicit BusClient(BusConnection& given) : connection(given) {}
+  virtual ~BusClient();
+  BusClient(const BusClient&) = delete;
+  BusClient& operator=(const BusClient&) = delete;
 
   /// Called when a connection is open. Sending does not block: sd-bus queues messages until the connection is
   /// authenticated.
-  virtual void busConnected(sd_bus* bus) = 0;
+  virtual void busConnected() {}
 
   /// Called when the connection is lost. Release every slot of this connection before returning.
-  virtual void busLost() = 0;
+  virtual void busLost() {}
+
+ protected:
+  BusConnection& connection;
+  sd_bus* bus = nullptr;  ///< the open connection; null while there is none, and in `busLost`
+
+ private:
+  friend BusConnection;
 };
 
 enum class BusKind { session, system };
@@ -63,8 +77,8 @@ class BusConnection {
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Tells `client` of the current connection, if there is one, and of each later connection. `client` must
-  /// outlive this object, unless `remove` is called for it.
+  /// Tells `client` of the current connection, if there is one, and of each later connection. Clients are
+  /// told in the order in which they were added.
   void add(BusClient& client);
   void remove(BusClient& client);
 
@@ -75,10 +89,14 @@ class BusConnection {
   /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
   void connect(Absence absence = Absence::fault);
 
+  /// Takes `opened` as the connection, as if `connect` had opened it.
+  void use(sd_bus* opened);
+
   bool isConnected() const { return bus != nullptr; }
 
  private:
   void tryToConnect();
+  void tell(BusClient& client);
   void disconnect();
   void connectLater();
   static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);

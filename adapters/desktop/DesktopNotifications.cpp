@@ -44,27 +44,16 @@ std::string readableBody(std::string_view body) {
 }  // namespace
 
 DesktopNotifications::DesktopNotifications(SessionBus& givenBus, std::string givenIcon)
-    : sessionBus(givenBus),
+    : BusClient(givenBus),
       icon(isValidUtf8(givenIcon) ? std::move(givenIcon) : std::string()),
-      daemon(daemonName, [this](const std::string& before) { daemonChanged(before); }) {
-  sessionBus.add(*this);
-}
-
-DesktopNotifications::~DesktopNotifications() {
-  sessionBus.remove(*this);
-}
-
-void DesktopNotifications::busConnected(sd_bus* connected) {
-  bus = connected;
-  daemon.busConnected(bus);
+      daemon(connection, daemonName, [this](const std::string& before) { daemonChanged(before); }) {
+  connection.add(*this);
 }
 
 void DesktopNotifications::busLost() {
-  daemon.busLost();
   question.reset();
   readsMarkup.reset();
   lasting.clear();
-  bus = nullptr;
 }
 
 void DesktopNotifications::daemonChanged(const std::string& before) {

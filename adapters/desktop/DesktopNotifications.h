@@ -10,17 +10,13 @@
 
 namespace kestrune {
 
-/// Shows notifications through the desktop's notification daemon (org.freedesktop.Notifications). Never
-/// blocks. If no daemon runs, the bus may start one. Without a bus or a daemon, a notification is dropped.
-///
-/// Each daemon that appears is asked whether it reads markup. Before the answer and without an answer, texts
-/// are sent so that they look the same with and without markup. Main thread.
+/// Shows notifications through the desktop's notification daemon (org.freedesktop.Notifications), and asks
+/// each daemon that appears whether it reads markup. If no daemon runs, the bus may start one. Never blocks.
 class DesktopNotifications final : public Notifications, public BusClient {
  public:
   /// `givenIcon` is shown beside the text: the path of a picture, or the name of an icon in the theme.
   /// `givenBus` outlives this.
   DesktopNotifications(SessionBus& givenBus, std::string givenIcon);
-  ~DesktopNotifications() override;
 
   /// Does nothing, because desktops have their own settings for permissions.
   void requestAuthorization(unsigned) override {}
@@ -28,7 +24,6 @@ class DesktopNotifications final : public Notifications, public BusClient {
   /// Withdraws a lasting notification, if it is one of the last 32 and its daemon still runs.
   void withdraw(const std::string& identifier) override;
 
-  void busConnected(sd_bus* bus) override;
   void busLost() override;
 
  private:
@@ -46,10 +41,8 @@ class DesktopNotifications final : public Notifications, public BusClient {
   static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int shown(sd_bus_message* reply, void* lasting, sd_bus_error* error);
 
-  SessionBus& sessionBus;
   const std::string icon;
   NameOwner daemon;
-  sd_bus* bus = nullptr;
   BusSlot question;  ///< the pending question about markup; null if none is pending
   std::optional<bool> readsMarkup;
   std::list<Lasting> lasting;

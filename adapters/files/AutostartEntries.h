@@ -24,9 +24,8 @@ class AutostartEntries final : public LaunchAgents {
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// If the program that the entry starts is missing, makes the entry start the running program. If the
-  /// repository is missing too, also replaces its path. Does nothing when the running program is in a build
-  /// folder, because a build folder may soon vanish too.
+  /// Replaces the path of the repository only if the repository is missing too. Does nothing when the running
+  /// program is in a build folder, because a build folder may soon vanish too.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

@@ -27,20 +27,21 @@ constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV
 
 class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
  public:
-  explicit Monitor(const NetworkMonitors& monitors) : parts(monitors), decision(monitors.timing) {}
+  explicit Monitor(const NetworkMonitors& monitors)
+      : BusClient(monitors.bus), parts(monitors), decision(monitors.timing) {}
   ~Monitor() override { cancel(); }
 
   void start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) override {
     queue = &givenQueue;
     onUpdate = std::make_shared<std::function<void(NetworkPath)>>(std::move(givenOnUpdate));
-    parts.bus.add(*this);
+    connection.add(*this);
     decision.notice(parts.clock.awakeTime());
     act();
   }
 
   void cancel() override {
     if (onUpdate) *onUpdate = nullptr;
-    parts.bus.remove(*this);
+    connection.remove(*this);
     sleepSignal.reset();
     timer.reset();
     retry.reset();
@@ -112,9 +113,9 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
     });
   }
 
-  void busConnected(sd_bus* connected) override {
+  void busConnected() override {
     sd_bus_slot* slot = nullptr;
-    if (sd_bus_match_signal_async(connected, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
+    if (sd_bus_match_signal_async(bus, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
                                   "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
                                   &ignoreReply, this) >= 0) {
       sleepSignal.reset(slot);

@@ -8,8 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "adapters/tray/MessageWriter.h"
-
 namespace kestrune {
 
 namespace {
@@ -50,57 +48,67 @@ int readIds(sd_bus_message* call, Ids& ids) {
   return result;
 }
 
-void appendValue(MessageWriter& message, const MenuLayout::Value& value) {
+/// Appends a container. `fill` appends the values in it. Results need no check: if an allocation fails while
+/// values are appended, sd-bus later refuses to send the message (ESTALE or EBADMSG).
+template <typename Fill>
+void container(sd_bus_message* message, char type, const char* contents, const Fill& fill) {
+  if (sd_bus_message_open_container(message, type, contents) < 0) return;
+  fill();
+  sd_bus_message_close_container(message);
+}
+
+void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
   if (const auto* const text = std::get_if<std::string>(&value)) {
-    message.append("v", "s", text->c_str());
+    sd_bus_message_append(message, "v", "s", text->c_str());
   } else if (const auto* const flag = std::get_if<bool>(&value)) {
-    message.append("v", "b", static_cast<int>(*flag));
+    sd_bus_message_append(message, "v", "b", static_cast<int>(*flag));
   } else if (const auto* const number = std::get_if<std::int32_t>(&value)) {
-    message.append("v", "i", *number);
+    sd_bus_message_append(message, "v", "i", *number);
   } else {
     // The interface expects a list of key combinations, each a list of keys. A row has one combination.
-    message.container('v', "aas", [&] {
-      message.container('a', "as", [&] {
-        message.container('a', "s", [&] {
-          for (const auto& key : std::get<MenuLayout::Shortcut>(value)) message.append("s", key.c_str());
+    container(message, 'v', "aas", [&] {
+      container(message, 'a', "as", [&] {
+        container(message, 'a', "s", [&] {
+          for (const auto& key : std::get<MenuLayout::Shortcut>(value))
+            sd_bus_message_append(message, "s", key.c_str());
         });
       });
     });
   }
 }
 
-void appendProperties(MessageWriter& message, const MenuLayout::Properties& properties,
+void appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
                       const PropertyFilter& filter) {
-  message.container('a', "{sv}", [&] {
+  container(message, 'a', "{sv}", [&] {
     for (const auto& property : properties) {
       if (!filter.passes(property.first)) continue;
-      message.container('e', "sv", [&] {
-        message.append("s", property.first.c_str());
+      container(message, 'e', "sv", [&] {
+        sd_bus_message_append(message, "s", property.first.c_str());
         appendValue(message, property.second);
       });
     }
   });
 }
 
-void appendRowProperties(MessageWriter& message, int id, const MenuLayout::Properties& properties,
+void appendRowProperties(sd_bus_message* message, int id, const MenuLayout::Properties& properties,
                          const PropertyFilter& filter = {}) {
-  message.container('r', "ia{sv}", [&] {
-    message.append("i", id);
+  container(message, 'r', "ia{sv}", [&] {
+    sd_bus_message_append(message, "i", id);
     appendProperties(message, properties, filter);
   });
 }
 
 /// Appends the row `id` and the rows below it, down to `depth` levels; a negative `depth` means all levels.
-void appendTree(MessageWriter& message, const MenuLayout& rows, int id, int depth,
+void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int depth,
                 const PropertyFilter& filter) {
-  message.container('r', "ia{sv}av", [&] {
-    message.append("i", id);
+  container(message, 'r', "ia{sv}av", [&] {
+    sd_bus_message_append(message, "i", id);
     appendProperties(message, rows.properties.at(id), filter);
-    message.container('a', "v", [&] {
+    container(message, 'a', "v", [&] {
       const auto below = rows.children.find(id);
       if (depth == 0 || below == rows.children.end()) return;
       for (const int child : below->second) {
-        message.container('v', "(ia{sv}av)", [&] { appendTree(message, rows, child, depth - 1, filter); });
+        container(message, 'v', "(ia{sv}av)", [&] { appendTree(message, rows, child, depth - 1, filter); });
       }
     });
   });
@@ -152,8 +160,12 @@ const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-void DBusMenu::busConnected(sd_bus* connection) {
-  bus = connection;
+DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue)
+    : BusClient(givenConnection), queue(givenQueue) {
+  connection.add(*this);
+}
+
+void DBusMenu::busConnected() {
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, menuInterface, interface, this) >= 0)
     object.reset(slot);
@@ -161,7 +173,6 @@ void DBusMenu::busConnected(sd_bus* connection) {
 
 void DBusMenu::busLost() {
   object.reset();
-  bus = nullptr;
 }
 
 void DBusMenu::setMenu(Menu menu) {
@@ -204,23 +215,24 @@ void DBusMenu::announce(const MenuLayout& before) {
   }
   if (updated.empty() && removed.empty()) return;
 
-  sd_bus_message* raw = nullptr;
-  sd_bus_message_new_signal(bus, &raw, objectPath, menuInterface, "ItemsPropertiesUpdated");
-  MessageWriter signal{BusMessage(raw)};
-  signal.container('a', "(ia{sv})", [&] {
+  sd_bus_message* signal = nullptr;
+  if (sd_bus_message_new_signal(bus, &signal, objectPath, menuInterface, "ItemsPropertiesUpdated") < 0)
+    return;
+  const BusMessage owned(signal);
+  container(signal, 'a', "(ia{sv})", [&] {
     for (const auto& [id, properties] : updated) appendRowProperties(signal, id, properties);
   });
-  signal.container('a', "(ias)", [&] {
+  container(signal, 'a', "(ias)", [&] {
     for (const auto& row : removed) {
-      signal.container('r', "ias", [&] {
-        signal.append("i", row.first);
-        signal.container('a', "s", [&] {
-          for (const auto& name : row.second) signal.append("s", name.c_str());
+      container(signal, 'r', "ias", [&] {
+        sd_bus_message_append(signal, "i", row.first);
+        container(signal, 'a', "s", [&] {
+          for (const auto& name : row.second) sd_bus_message_append(signal, "s", name.c_str());
         });
       });
     }
   });
-  signal.send();
+  sd_bus_send(bus, signal, nullptr);
 }
 
 int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
@@ -231,10 +243,10 @@ int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
   if (const int result = readFilter(call, filter); result < 0) return result;
   if (!hasRow(parent)) return unknownId(error, parent);
 
-  MessageWriter reply(replyTo(call));
-  reply.append("u", revision);
-  appendTree(reply, rows, parent, std::max(depth, -1), filter);
-  return reply.send();
+  const BusMessage reply = replyTo(call);
+  sd_bus_message_append(reply.get(), "u", revision);
+  appendTree(reply.get(), rows, parent, std::max(depth, -1), filter);
+  return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
 int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
@@ -247,13 +259,13 @@ int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
   std::copy_if(ids.begin(), ids.end(), std::inserter(wanted, wanted.end()),
                [this](int id) { return hasRow(id); });
 
-  MessageWriter reply(replyTo(call));
-  reply.container('a', "(ia{sv})", [&] {
+  const BusMessage reply = replyTo(call);
+  container(reply.get(), 'a', "(ia{sv})", [&] {
     for (const auto& [id, properties] : rows.properties) {
-      if (ids.empty() || wanted.contains(id)) appendRowProperties(reply, id, properties, filter);
+      if (ids.empty() || wanted.contains(id)) appendRowProperties(reply.get(), id, properties, filter);
     }
   });
-  return reply.send();
+  return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
 int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
@@ -266,9 +278,9 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   if (found == properties.end()) {
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "Item %d has no such property", id);
   }
-  MessageWriter reply(replyTo(call));
-  appendValue(reply, found->second);
-  return reply.send();
+  const BusMessage reply = replyTo(call);
+  appendValue(reply.get(), found->second);
+  return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
 /// Runs the action of the row `id` in a later job, so that the host gets its reply first.
@@ -311,9 +323,9 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
   std::sort(unknown.begin(), unknown.end());
   unknown.erase(std::unique(unknown.begin(), unknown.end()), unknown.end());
   if (!anyKnown && !unknown.empty()) return unknownId(error, unknown.front());
-  MessageWriter reply(replyTo(call));
-  reply.appendArray('i', unknown.data(), unknown.size() * sizeof(int));
-  return reply.send();
+  const BusMessage reply = replyTo(call);
+  sd_bus_message_append_array(reply.get(), 'i', unknown.data(), unknown.size() * sizeof(int));
+  return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
 int DBusMenu::aboutToShow(sd_bus_message* call, sd_bus_error* error) {
@@ -329,10 +341,10 @@ int DBusMenu::aboutToShowGroup(sd_bus_message* call, sd_bus_error* error) {
   std::vector<int> unknown(ids.begin(), ids.end());
   const std::size_t known = std::erase_if(unknown, [this](int id) { return hasRow(id); });
   if (known == 0 && !unknown.empty()) return unknownId(error, unknown.front());
-  MessageWriter reply(replyTo(call));
-  reply.append("ai", 0);
-  reply.appendArray('i', unknown.data(), unknown.size() * sizeof(int));
-  return reply.send();
+  const BusMessage reply = replyTo(call);
+  sd_bus_message_append(reply.get(), "ai", 0);
+  sd_bus_message_append_array(reply.get(), 'i', unknown.data(), unknown.size() * sizeof(int));
+  return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
 }  // namespace kestrune

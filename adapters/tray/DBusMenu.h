@@ -1,31 +1,52 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <variant>
 #include <vector>
 
 #include "adapters/bus/SessionBus.h"
-#include "adapters/tray/MenuLayout.h"
+#include "adapters/tray/TrayHostForm.h"
 #include "ports/DispatchQueue.h"
 #include "ports/Menu.h"
 
 namespace kestrune {
 
+/// A menu in the form of com.canonical.dbusmenu: the properties of each row, and the tree of rows.
+struct MenuLayout {
+  using Shortcut = std::vector<std::string>;  ///< keys that are pressed together
+  using Value = std::variant<std::string, bool, std::int32_t, Shortcut>;
+  using Properties = std::map<std::string, Value, std::less<>>;
+
+  static constexpr int root = 0;  ///< the ID of the menu itself
+
+  std::map<int, Properties> properties;      ///< of the menu itself and of each row, by ID
+  std::map<int, std::vector<int>> children;  ///< IDs of the top rows and of each submenu's rows, in order
+
+  bool operator==(const MenuLayout&) const = default;
+};
+
+/// Returns the rows as this tray host wants them: `form` decides about submenus, underscores and key names.
+MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
+
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
 /// tray icons) read menus. Announces only changed rows and properties, so that an open menu stays open and
 /// changes in place. Main thread.
-class DBusMenu {
+class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
   /// Actions of chosen rows run on `givenQueue`, after the reply to the host. `givenQueue` outlives this.
-  explicit DBusMenu(DispatchQueue& givenQueue) : queue(givenQueue) {}
+  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);
   /// Tells how the present tray host differs from most hosts. Without a call, no difference is assumed.
   void setForm(const TrayHostForm& form);
 
-  void busConnected(sd_bus* bus);
-  void busLost();
+  void busConnected() override;
+  void busLost() override;
 
  private:
   void rebuild();
@@ -53,8 +74,6 @@ class DBusMenu {
   TrayHostForm form;
   MenuLayout rows = menuLayout({}, {});
   std::uint32_t revision = 1;
-
-  sd_bus* bus = nullptr;
   BusSlot object;
 };
 

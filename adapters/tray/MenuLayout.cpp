@@ -1,9 +1,8 @@
-#include "adapters/tray/MenuLayout.h"
-
 #include <array>
 #include <cctype>
 #include <utility>
 
+#include "adapters/tray/DBusMenu.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "adapters/system/StandardError.h"
-#include "adapters/tray/MessageWriter.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -36,19 +35,18 @@ bool isGrey(const Bitmap& bitmap) {
 
 /// Appends the bitmaps of an icon, as ARGB pixels, which hosts expect.
 int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
-  MessageWriter message{BusMessage(sd_bus_message_ref(reply))};
-  message.container('a', "(iiay)", [&] {
-    for (const auto& bitmap : bitmaps) {
-      auto argb = bitmap.rgba;
-      for (auto pixel = argb.begin(); argb.end() - pixel >= 4; pixel += 4)
-        std::rotate(pixel, pixel + 3, pixel + 4);
-      message.container('r', "iiay", [&] {
-        message.append("ii", bitmap.width, bitmap.height);
-        message.appendArray('y', argb.data(), argb.size());
-      });
-    }
-  });
-  return message.status();
+  sd_bus_message_open_container(reply, 'a', "(iiay)");
+  for (const auto& bitmap : bitmaps) {
+    auto argb = bitmap.rgba;
+    for (auto pixel = argb.begin(); argb.end() - pixel >= 4; pixel += 4)
+      std::rotate(pixel, pixel + 3, pixel + 4);
+    sd_bus_message_open_container(reply, 'r', "iiay");
+    sd_bus_message_append(reply, "ii", bitmap.width, bitmap.height);
+    sd_bus_message_append_array(reply, 'y', argb.data(), argb.size());
+    sd_bus_message_close_container(reply);
+  }
+  // This call fails if any call before it has failed.
+  return sd_bus_message_close_container(reply);
 }
 
 }  // namespace
@@ -90,15 +88,12 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 };
 
 StatusNotifierItem::StatusNotifierItem(TrayParts given)
-    : parts(std::move(given)),
-      exportedMenu(parts.queue),
-      hosts([this] { formChanged(); }, [this] { registerWithWatcher(); }) {
-  parts.bus.add(*this);
-}
-
-StatusNotifierItem::~StatusNotifierItem() {
-  parts.bus.remove(*this);
-  busLost();
+    : BusClient(given.bus),
+      parts(std::move(given)),
+      exportedMenu(connection, parts.queue),
+      hosts(
+          connection, [this] { formChanged(); }, [this] { registerWithWatcher(); }) {
+  connection.add(*this);
 }
 
 void StatusNotifierItem::setMenu(Menu menu) {
@@ -118,26 +113,20 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
   if (newToolTip) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewToolTip", "");
 }
 
-void StatusNotifierItem::busConnected(sd_bus* connection) {
-  bus = connection;
+void StatusNotifierItem::busConnected() {
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_object_vtable(bus, &slot, objectPath, itemInterface, interface, this) >= 0)
     object.reset(slot);
-  exportedMenu.busConnected(bus);
   if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
                                 &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
-  hosts.busConnected(bus);
 }
 
 void StatusNotifierItem::busLost() {
-  exportedMenu.busLost();
-  hosts.busLost();
   object.reset();
   hostMatch.reset();
   registration.reset();
-  bus = nullptr;
 }
 
 void StatusNotifierItem::registerWithWatcher() {
@@ -225,7 +214,8 @@ int StatusNotifierItem::click(sd_bus_message* call, void* data, sd_bus_error*) {
 int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
-  static_cast<StatusNotifierItem*>(data)->parts.token.give(given);
+  const auto& self = *static_cast<StatusNotifierItem*>(data);
+  if (self.parts.onToken) self.parts.onToken(given);
   return sd_bus_reply_method_return(call, "");
 }
 

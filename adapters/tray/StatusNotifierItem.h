@@ -3,12 +3,12 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/DBusMenu.h"
 #include "adapters/tray/TrayHostForm.h"
-#include "adapters/windows/ActivationToken.h"
 #include "ports/MainBundle.h"
 #include "ports/StatusItem.h"
 
@@ -19,8 +19,10 @@ struct TrayParts {
   SessionBus& bus;
   DispatchQueue& queue;           ///< the main queue
   const MainBundle& bundle;       ///< contains the icon files
-  ActivationToken& token;         ///< stores the activation token that the host sends with a click
   std::function<void()> onClick;  ///< called at a click if the host does not open the menu itself
+  /// Called with the activation token that the host sends before a click; may be null. Any program on the bus
+  /// may send one.
+  std::function<void(std::string_view)> onToken = nullptr;
   std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; may be null
   std::function<void()> onRegistered = nullptr;  ///< called when a tray has accepted the item; may be null
 };
@@ -36,13 +38,12 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   explicit StatusNotifierItem(TrayParts given);
-  ~StatusNotifierItem() override;
 
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
   void setMenu(Menu menu) override;
 
-  void busConnected(sd_bus* bus) override;
+  void busConnected() override;
   void busLost() override;
 
  private:
@@ -63,8 +64,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   DBusMenu exportedMenu;
   TrayHostFinder hosts;
   StatusButton button;
-
-  sd_bus* bus = nullptr;
   BusSlot object, hostMatch, registration;
 };
 

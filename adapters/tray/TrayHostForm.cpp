@@ -27,35 +27,26 @@ const KnownHost knownHosts[] = {
 
 }  // namespace
 
-TrayHostFinder::TrayHostFinder(std::function<void()> givenOnForm, std::function<void()> onWatcher)
-    : onForm(std::move(givenOnForm)),
-      watcher(watcherName, [this, onWatcher = std::move(onWatcher)](const std::string& before) {
-        update();
-        if (!watcher.owner().empty() || before.empty()) onWatcher();
-      }) {
-  for (const auto& host : knownHosts) {
-    programs.emplace_back(host.program, [this](const std::string&) { update(); });
-  }
-}
-
-void TrayHostFinder::busConnected(sd_bus* bus) {
-  for (auto& program : programs) program.busConnected(bus);
-  // Connect the watcher last. `update` relies on this: when its owner is known, all other owners are known.
-  watcher.busConnected(bus);
-}
-
-void TrayHostFinder::busLost() {
-  for (auto& program : programs) program.busLost();
-  watcher.busLost();
+TrayHostFinder::TrayHostFinder(BusConnection& connection, std::function<void()> givenOnForm,
+                               std::function<void()> onWatcher)
+    : onForm(std::move(givenOnForm)) {
+  for (const auto& host : knownHosts)
+    programs.emplace_back(connection, host.program, [this](const std::string&) { update(); });
+  // Ask for the watcher last. `update` relies on this: when its owner is known, all other owners are known.
+  watcher.emplace(connection, watcherName,
+                  [this, onWatcher = std::move(onWatcher)](const std::string& before) {
+                    update();
+                    if (!watcher->owner().empty() || before.empty()) onWatcher();
+                  });
 }
 
 void TrayHostFinder::update() {
-  if (!watcher.isKnown()) return;
+  if (!watcher->isKnown()) return;
   TrayHostForm found;
   auto program = programs.begin();
   for (const auto& host : knownHosts) {
     const std::string& owner = (program++)->owner();
-    if (owner.empty() || (host.isWatcher && owner != watcher.owner())) continue;
+    if (owner.empty() || (host.isWatcher && owner != watcher->owner())) continue;
     found = host.form;
     break;
   }

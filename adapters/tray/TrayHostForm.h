@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <list>
+#include <optional>
 
 #include "adapters/bus/NameOwner.h"
 
@@ -28,10 +29,7 @@ class TrayHostFinder {
 
   /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher appears, and once per bus
   /// connection even without a watcher. The form is known before `onWatcher` runs.
-  TrayHostFinder(std::function<void()> onForm, std::function<void()> onWatcher);
-
-  void busConnected(sd_bus* bus);
-  void busLost();
+  TrayHostFinder(BusConnection& connection, std::function<void()> onForm, std::function<void()> onWatcher);
 
   /// Returns the form of the running host, or the default form while no known host is found.
   const TrayHostForm& form() const { return current; }
@@ -42,7 +40,7 @@ class TrayHostFinder {
   const std::function<void()> onForm;
   TrayHostForm current;
   std::list<NameOwner> programs;  ///< the owner of each known host's bus name, in the order of `knownHosts`
-  NameOwner watcher;
+  std::optional<NameOwner> watcher;
 };
 
 }  // namespace kestrune

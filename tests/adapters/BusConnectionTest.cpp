@@ -21,24 +21,21 @@ constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a fr
 TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   daemon.start();
   const StandardErrorText errors;
-  BusProbe removed, late;
-  {
-    SessionBus shortLived(loop);
-    shortLived.add(probe);
-    shortLived.add(removed);
-    shortLived.remove(removed);
-    shortLived.connect();
-    EXPECT_TRUE(shortLived.isConnected());
-    shortLived.add(late);
-    EXPECT_EQ(late.connections, 1);
-    probe.catchUp(loop);
-    EXPECT_EQ(probe.losses, 0);
-  }
+  RoundTrip removed(bus);
+  bus.remove(removed);
+  { const RoundTrip destroyed(bus); }
+  bus.connect();
+  EXPECT_TRUE(bus.isConnected());
+  const RoundTrip late(bus);
+  EXPECT_EQ(late.connections, 1);
+  probe.catchUp(loop);
+  EXPECT_EQ(probe.losses, 0);
+  EXPECT_EQ(errors.text(), "");
+  daemon.stop();
+  ASSERT_TRUE(comesTrue(loop, [this] { return probe.losses == 1; }));
   EXPECT_EQ(probe.connections, 1);
-  EXPECT_EQ(probe.losses, 1);
   EXPECT_EQ(probe.bus, nullptr);
   EXPECT_EQ(removed.connections, 0);
-  EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(BusConnection, ReconnectsOnceAfterEachRestartOfTheBus) {
@@ -108,8 +105,7 @@ TEST_F(BusConnection, RetryDelayGrowsWhileNobodyAnswers) {
 TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
   daemon.start();
   SystemBus machine(loop);
-  BusProbe client;
-  machine.add(client);
+  RoundTrip client(machine);
   const ScopedVariable nowhere("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null/bus");
   machine.connect();
   EXPECT_FALSE(machine.isConnected());
@@ -117,7 +113,6 @@ TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
   const ScopedVariable none("DBUS_SESSION_BUS_ADDRESS", "unix:path=/dev/null/bus");
   ASSERT_TRUE(comesTrue(loop, [&client] { return client.connections == 1; }));
   client.catchUp(loop);
-  machine.remove(client);
 }
 
 TEST_F(BusConnection, MissingBusIsReportedOnce) {
@@ -195,15 +190,13 @@ TEST_F(BusInquiryTest, ServiceThatLeavesTheBusCountsAsUnanswered) {
 }
 
 TEST_F(BusInquiryTest, TimeoutCountsAsUnanswered) {
-  BusProbe probe;
-  bus.add(probe);
+  RoundTrip probe(bus);
   probe.catchUp(loop);
   serve(StubService::saysNothing());
   ASSERT_GE(sd_bus_set_method_call_timeout(probe.bus, 1), 0);
   ask();
   EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
   EXPECT_EQ(probe.losses, 0);
-  bus.remove(probe);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "adapters/network/DeviceMedia.h"
+#include "adapters/network/RouteLookup.h"
 
 #include <gtest/gtest.h>
 #include <linux/if_arp.h>

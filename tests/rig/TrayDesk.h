@@ -25,15 +25,15 @@ struct EmptyDesk : ::testing::Test {
   SessionBus bus{loop};
   RoundTrip probe{bus};
   FakeMainBundle bundle;
-  ActivationToken token;
+  std::string lastToken;
   Menu lastMenu;
   int clicks = 0;
   int registrations = 0;  ///< how many registrations the tray has confirmed
   TrayStatusBar bar{{.bus = bus,
                      .queue = loop.mainQueue(),
                      .bundle = bundle,
-                     .token = token,
                      .onClick = [this] { ++clicks; },
+                     .onToken = [this](std::string_view token) { lastToken = token; },
                      .onMenu = [this](const Menu& menu) { lastMenu = menu; },
                      .onRegistered = [this] { ++registrations; }}};
   std::unique_ptr<StatusItem> item;

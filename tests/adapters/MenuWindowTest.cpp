@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "adapters/windows/MenuWindowProcess.h"
+#include "adapters/windows/DialogWindows.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/RecordingTarget.h"
@@ -24,7 +24,7 @@ struct TheMenuWindow : ::testing::Test {
   }
 
   DialogsRun& open(std::size_t number = 1) {
-    window.show();
+    window.showMenu();
     DialogsRun& run = stand.run(number);
     run.asked<ShowMenu>(1);
     run.say(Shown{});
@@ -45,7 +45,7 @@ struct TheMenuWindow : ::testing::Test {
   CallLog log;
   FakeNotifications notifications{log};
   DialogProgram program{stand.program(), true, notifications};
-  MenuWindowProcess window{loop, program};
+  DialogWindows window{loop, program};
 };
 
 TEST_F(TheMenuWindow, ShowsTheLatestMenu) {
@@ -110,7 +110,7 @@ TEST_F(TheMenuWindow, CanBeShownAgainByTheAction) {
   DialogsRun& run = open();
   target->onPerform = [this] {
     window.setMenu({{{.id = 1, .title = "new"}}});
-    window.show();
+    window.showMenu();
   };
   const std::string line = dialogs::encode(Chosen{3}) + "\n";
   run.say(line + line + "nonsense\n");
@@ -134,12 +134,14 @@ TEST_F(TheMenuWindow, ReportsNothingWhenTheUserClosesIt) {
 
 TEST_F(TheMenuWindow, IsRaisedWhenItIsShownAgain) {
   window.setMenu(menu);
-  window.show("first");
+  window.giveToken("first");
+  window.showMenu();
   DialogsRun& run = open();
   // The first activation token is sent before the menu, so that the window has the token when it opens.
   EXPECT_EQ(std::get<Raise>(run.requests[0]).activationToken, "first");
   EXPECT_EQ(run.asked<Raise>(2).back().activationToken, "");
-  window.show("token");
+  window.giveToken("token");
+  window.showMenu();
   EXPECT_EQ(run.asked<Raise>(3).back().activationToken, "token");
   EXPECT_EQ(stand.runs.size(), 1u);
   EXPECT_EQ(run.asked<ShowMenu>(1).size(), 1u);
@@ -148,7 +150,7 @@ TEST_F(TheMenuWindow, IsRaisedWhenItIsShownAgain) {
 TEST_F(TheMenuWindow, HasNoTimeLimitOnceItIsShown) {
   constexpr Seconds limit{3};
   program.patience = limit;
-  window.show();
+  window.showMenu();
   DialogsRun& run = stand.run();
   run.asked<ShowMenu>(1);
   run.say(Shown{});
@@ -160,7 +162,7 @@ TEST_F(TheMenuWindow, HasNoTimeLimitOnceItIsShown) {
 
 TEST_F(TheMenuWindow, IsClosedWhenItsProgramHangs) {
   stand.replaceBy("exec " TEST_CHILD " ignore 15 pause");
-  window.show();
+  window.showMenu();
   window.close();
   EXPECT_TRUE(hasNoChildren(loop));
 }
@@ -171,7 +173,7 @@ TEST_F(TheMenuWindow, IsReportedOnceWhenItFailsAndCanBeShownAgain) {
   std::filesystem::rename(stand.program(), good);
   stand.replaceBy("kill -9 $$");
   for (int each = 0; each < 2; ++each) {
-    window.show();
+    window.showMenu();
     EXPECT_TRUE(comesTrue(loop, [this] { return !errors.text().empty(); }));
     EXPECT_TRUE(hasNoChildren(loop));
     settleQueue(loop);

@@ -2,8 +2,7 @@
 
 #include <filesystem>
 
-#include "adapters/windows/DialogAlerts.h"
-#include "adapters/windows/MenuWindowProcess.h"
+#include "adapters/windows/DialogWindows.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
@@ -20,8 +19,8 @@ using dialogs::Pressed;
 using dialogs::ShowAlert;
 using dialogs::Shown;
 
-struct TheDialogAlerts : ::testing::Test {
-  ~TheDialogAlerts() override {
+struct TheAlertWindows : ::testing::Test {
+  ~TheAlertWindows() override {
     windows.close();
     EXPECT_TRUE(hasNoChildren(loop)) << "a test leaves a process behind";
   }
@@ -68,15 +67,14 @@ struct TheDialogAlerts : ::testing::Test {
   CallLog log;
   FakeNotifications notifications{log};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  ActivationToken token;
   DialogProgram program{stand.program(), true, notifications};
-  DialogAlerts windows{loop, program, token};
+  DialogWindows windows{loop, program};
   Texts answers;
   std::map<std::string, std::string> lastFields;
   int lastId = 0;
 };
 
-TEST_F(TheDialogAlerts, ShowAnAlertAndPassItsAnswerOn) {
+TEST_F(TheAlertWindows, ShowAnAlertAndPassItsAnswerOn) {
   Alert asked = alert("a");
   asked.style = AlertStyle::informational;
   asked.accessoryView = View{.kind = ViewKind::textField, .identifier = "name", .text = "old"};
@@ -101,7 +99,7 @@ TEST_F(TheDialogAlerts, ShowAnAlertAndPassItsAnswerOn) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(TheDialogAlerts, NotifyOfALostWindowWithoutItsFields) {
+TEST_F(TheAlertWindows, NotifyOfALostWindowWithoutItsFields) {
   Alert asked = alert("a");
   asked.accessoryView = View{.kind = ViewKind::secureTextField, .identifier = "token", .text = "secret"};
   present(asked);
@@ -117,21 +115,34 @@ TEST_F(TheDialogAlerts, NotifyOfALostWindowWithoutItsFields) {
   EXPECT_EQ(errors.text(), complaint("it ended without an answer"));
 }
 
-TEST_F(TheDialogAlerts, SendTheActivationTokenBeforeTheAlert) {
-  token.give("token");
+TEST_F(TheAlertWindows, SendTheActivationTokenBeforeTheAlert) {
+  windows.giveToken("token");
   DialogsRun& run = open("a");
   EXPECT_EQ(std::get<dialogs::Raise>(run.requests.at(0)).activationToken, "token");
-  EXPECT_EQ(token.take(), "") << "a token serves once";
+  present("b");
+  EXPECT_EQ(run.asked<dialogs::Raise>(2).back().activationToken, "") << "a token serves once";
 }
 
-TEST_F(TheDialogAlerts, AreRaisedWithTheActivationTokenWhenAnotherAlertWaits) {
+TEST_F(TheAlertWindows, AcceptATokenOfAtMost4096Bytes) {
   DialogsRun& run = open("a");
-  token.give("token");
+  auto accepted = [&, count = std::size_t{0}](const std::string& given) mutable {
+    windows.giveToken("earlier");
+    windows.giveToken(given);
+    present("b");
+    return run.asked<dialogs::Raise>(++count).back().activationToken;
+  };
+  EXPECT_EQ(accepted(std::string(4096, 't')), std::string(4096, 't'));
+  EXPECT_EQ(accepted(std::string(4097, 't')), "");
+}
+
+TEST_F(TheAlertWindows, AreRaisedWithTheActivationTokenWhenAnotherAlertWaits) {
+  DialogsRun& run = open("a");
+  windows.giveToken("token");
   present("b");
   EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "token");
 }
 
-TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
+TEST_F(TheAlertWindows, GiveUpAWholeStackFromTheTop) {
   DialogsRun& run = open("first");
   target->onPerform = [this] { present("top"); };
   run.say(Pressed{lastId, "explain"});
@@ -143,7 +154,7 @@ TEST_F(TheDialogAlerts, GiveUpAWholeStackFromTheTop) {
   EXPECT_NE(notifications.posted[0].identifier, notifications.posted[1].identifier);
 }
 
-TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
+TEST_F(TheAlertWindows, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
   // The text is larger than the buffers of the pipe and the socket together, so it cannot be sent at once.
   large.informativeText.assign(std::size_t{4} << 20, 'x');
@@ -165,7 +176,7 @@ TEST_F(TheDialogAlerts, DoNotBlockWhenTheProgramReadsSlowly) {
   EXPECT_EQ(answers, (Texts{"large 0", "large cancelled"}));
 }
 
-TEST_F(TheDialogAlerts, LeakNothingInAHundredAlerts) {
+TEST_F(TheAlertWindows, LeakNothingInAHundredAlerts) {
   stand.whenRuns = [this](DialogsRun& run) {
     run.whenAsked = [this, &run](const dialogs::Request& request) {
       if (stand.runs.size() % 2 == 0) return run.end();
@@ -188,7 +199,7 @@ TEST_F(TheDialogAlerts, LeakNothingInAHundredAlerts) {
   EXPECT_EQ(errors.text(), complaint("it ended before its window appeared"));
 }
 
-TEST_F(TheDialogAlerts, CallNoCompletionAfterClose) {
+TEST_F(TheAlertWindows, CallNoCompletionAfterClose) {
   DialogsRun& run = open("a");
   present("queued");
   target->onPerform = [this] {
@@ -206,7 +217,7 @@ TEST_F(TheDialogAlerts, CallNoCompletionAfterClose) {
   EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(TheDialogAlerts, BecomeNotificationsWithoutADisplay) {
+TEST_F(TheAlertWindows, BecomeNotificationsWithoutADisplay) {
   program.hasDisplay = false;
   for (int each = 0; each < 2; ++each) {
     present("a");
@@ -224,7 +235,7 @@ TEST_F(TheDialogAlerts, BecomeNotificationsWithoutADisplay) {
   EXPECT_TRUE(stand.runs.empty());
 }
 
-TEST_F(TheDialogAlerts, HaveNoTimeLimitOnceTheWindowIsShown) {
+TEST_F(TheAlertWindows, HaveNoTimeLimitOnceTheWindowIsShown) {
   constexpr Seconds limit{3};
   program.patience = limit;
   present("a");
@@ -239,14 +250,13 @@ TEST_F(TheDialogAlerts, HaveNoTimeLimitOnceTheWindowIsShown) {
   settleQueue(loop);
 }
 
-TEST_F(TheDialogAlerts, ReportAMissingProgramOnceWithItsPackage) {
+TEST_F(TheAlertWindows, ReportAMissingProgramOnceWithItsPackage) {
   std::filesystem::remove(stand.program());
-  MenuWindowProcess menuWindow(loop, program);
-  menuWindow.show();
+  windows.showMenu();
   present("a");
   present("b");
   ASSERT_TRUE(areAnswered(2));
-  menuWindow.show();
+  windows.showMenu();
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));
   EXPECT_EQ(errors.text(), "KestruneMenuClient: no windows: " + stand.program() +
                                " is missing; notifications are shown instead. Install the package "
@@ -286,11 +296,11 @@ const Failure failures[] = {
     {"Refuses", "echo '{\"version\":2,\"refused\":{\"reason\":\"too much\"}}'" AND_HANG, "too much"},
 };
 
-struct DialogAlertsWithAProgramThat : TheDialogAlerts, ::testing::WithParamInterface<Failure> {};
-INSTANTIATE_TEST_SUITE_P(Each, DialogAlertsWithAProgramThat, ::testing::ValuesIn(failures),
+struct AlertWindowsWithAProgramThat : TheAlertWindows, ::testing::WithParamInterface<Failure> {};
+INSTANTIATE_TEST_SUITE_P(Each, AlertWindowsWithAProgramThat, ::testing::ValuesIn(failures),
                          [](const auto& failure) { return failure.param.name; });
 
-TEST_P(DialogAlertsWithAProgramThat, BecomeNotifications) {
+TEST_P(AlertWindowsWithAProgramThat, BecomeNotifications) {
   stand.replaceBy(GetParam().script);
   program.patience = GetParam().patience;
   for (const char* const message : {"a", "b"}) present(message);

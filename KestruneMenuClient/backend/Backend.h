@@ -1,0 +1,65 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "ports/Clock.h"
+#include "ports/FileManager.h"
+#include "ports/MainBundle.h"
+#include "ports/Process.h"
+#include "ports/ServiceControl.h"
+
+// Finds the backend's folder, builds the shell lines that run the backend's command-line client and stop the
+// backend's services, and runs shell lines. Any thread, unless a comment says otherwise.
+
+namespace kestrune {
+
+/// The backend's folder, and a description of the rule that chose the folder.
+struct RepoLocation {
+  std::string path;
+  const char* rule;
+};
+
+/// Returns the folder that KESTRUNE_REPO_PATH names, else the folder that contains the last "dist" in the
+/// application's path, else the working directory. Does not check that the folder exists.
+RepoLocation locateRepo(const MainBundle& mainBundle);
+
+/// Returns whether `repoPath` has the virtual environment that every command line activates. Main thread.
+bool holdsBackend(const FileManager& files, const std::string& repoPath);
+
+/// Returns a shell line that runs a subcommand of the backend's command-line client. If that program is
+/// missing or fails, the line runs the legacy client.
+std::string clientCommand(std::string_view subcommand);
+
+/// Returns a line that enters the backend's folder, activates its virtual environment and runs
+/// `clientCommand`. Does not escape `repoPath`.
+std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
+
+/// Returns a shell script that ends all services and processes of the backend: 13 lines, which all succeed.
+std::string stopScript(const ServiceControl& control);
+
+/// The result of one shell command. `ok` is true if the command exited with status 0 before the timeout.
+/// `output` is never empty after `runShellCommand`.
+struct CommandResult {
+  bool ok = false;
+  std::string output;
+
+  bool operator==(const CommandResult&) const = default;
+};
+
+inline constexpr Seconds defaultCommandTimeout{12.0};
+/// The interval at which a running command is polled.
+inline constexpr Seconds commandPollInterval{0.05};
+/// Appended to the output of a command that was stopped at its time limit.
+inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
+
+/// Runs a line in a login shell and waits for the shell's end. Ends the shell at `timeout`, and then returns
+/// within about 0.2 s. If a service that the shell started keeps a pipe open, returns at most 1 s after the
+/// shell's end. The result reports every failure. Blocks; any thread.
+CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
+                              Seconds timeout = defaultCommandTimeout);
+
+/// Returns a command's output, trimmed; empty when the output is not UTF-8. Pure.
+std::string commandText(const std::string& bytes);
+
+}  // namespace kestrune

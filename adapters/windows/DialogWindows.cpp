@@ -1,0 +1,94 @@
+#include "adapters/windows/DialogWindows.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kestrune {
+
+DialogWindows::DialogWindows(EventLoop& givenLoop, DialogProgram& givenProgram)
+    : AlertQueue(givenLoop.mainQueue()), loop(givenLoop), program(givenProgram) {}
+
+DialogWindows::~DialogWindows() = default;
+
+void DialogWindows::giveToken(std::string_view given) {
+  token = given.size() <= longestToken ? given : "";
+}
+
+std::string DialogWindows::takeToken() {
+  return std::exchange(token, {});
+}
+
+void DialogWindows::close() {
+  forget();
+  for (auto* const process : {&alertProcess, &menuProcess}) {
+    if (*process) (*process)->kill();
+    process->reset();
+  }
+}
+
+void DialogWindows::show(const Open& shown) {
+  if (!alertProcess) {
+    alertProcess = std::make_unique<DialogProcess>(
+        loop, program, [this](const dialogs::Event& event) { alertEvent(event); },
+        [this](bool failed) {
+          if (!failed) program.report("it ended without an answer");
+          giveUp();
+        });
+    if (!alertProcess->start(takeToken())) return giveUp();
+  }
+  alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
+}
+
+void DialogWindows::raise() {
+  if (alertProcess) alertProcess->send(dialogs::Raise{takeToken()});
+}
+
+void DialogWindows::alertEvent(const dialogs::Event& event) {
+  if (const auto* const pressed = std::get_if<dialogs::Pressed>(&event)) {
+    press(pressed->id, pressed->action);
+  } else if (const auto* const answered = std::get_if<dialogs::Answered>(&event)) {
+    answer(answered->id, answered->answer);
+    if (open.empty()) alertProcess.reset();
+  }
+}
+
+/// Shows all open alerts as notifications, not windows, the top alert first, and answers them as cancelled.
+void DialogWindows::giveUp() {
+  alertProcess.reset();
+  while (!open.empty()) {
+    const Open& lost = open.back();
+    // Leave out the texts of fields: desktops keep notifications, and other programs can read them.
+    program.notifications.add({.identifier = "alert-" + std::to_string(lost.id),
+                               .title = lost.alert.messageText,
+                               .body = lost.alert.informativeText,
+                               .lasting = true});
+    answer(lost.id, {});
+  }
+}
+
+void DialogWindows::setMenu(const Menu& changed) {
+  if (menu == changed) return;
+  menu = changed;
+  if (menuProcess) menuProcess->send(dialogs::ShowMenu{menu});
+}
+
+void DialogWindows::showMenu() {
+  if (menuProcess) return menuProcess->send(dialogs::Raise{takeToken()});
+  // The second handler: if the user closes the window without a choice, the process ends without an event.
+  menuProcess = std::make_unique<DialogProcess>(
+      loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
+      [this](bool) { menuProcess.reset(); });
+  if (!menuProcess->start(takeToken())) return menuProcess.reset();
+  menuProcess->show(dialogs::ShowMenu{menu}, 0);
+}
+
+void DialogWindows::menuEvent(const dialogs::Event& event) {
+  const auto* const chosen = std::get_if<dialogs::Chosen>(&event);
+  if (chosen == nullptr) return;
+  menuProcess.reset();
+  const auto item = std::find_if(menu.items.begin(), menu.items.end(),
+                                 [chosen](const MenuItem& each) { return each.id == chosen->item; });
+  if (item != menu.items.end()) performMenuItem(MenuItem(*item));
+}
+
+}  // namespace kestrune

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "adapters/alerts/AlertQueue.h"
+#include "adapters/loop/EventLoop.h"
+#include "adapters/windows/DialogProcess.h"
+
+namespace kestrune {
+
+/// Shows alerts and the menu as windows of the program KestruneMenuDialogs. One process shows an alert and
+/// the alerts on top of it, another process shows the menu. An alert that cannot be shown becomes a
+/// notification and counts as cancelled. The menu window is for desktops without a tray and for trays that do
+/// not open menus. Main thread.
+class DialogWindows final : public AlertQueue {
+ public:
+  /// `loop` and `program` outlive this.
+  DialogWindows(EventLoop& loop, DialogProgram& program);
+  ~DialogWindows() override;
+
+  /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray, which lets the window
+  /// opened by this click take the focus. It is used for the next window only. Any program on the bus may
+  /// send one; a text of over 4096 bytes counts as no token.
+  void giveToken(std::string_view given);
+
+  /// Sets the menu. An open menu window follows the change.
+  void setMenu(const Menu& menu);
+  /// Shows the menu window, or brings it to the front. If it cannot be shown, reports why on standard error.
+  void showMenu();
+
+  /// Closes the windows and drops the waiting alerts. Calls no completions. Called before the client exits.
+  void close();
+
+ private:
+  void show(const Open& shown) override;
+  void raise() override;
+  std::string takeToken();
+  void alertEvent(const dialogs::Event& event);
+  void menuEvent(const dialogs::Event& event);
+  void giveUp();
+
+  static constexpr std::size_t longestToken = 4096;  // bytes
+
+  EventLoop& loop;
+  DialogProgram& program;
+  std::string token;
+  Menu menu;
+  std::unique_ptr<DialogProcess> alertProcess;
+  std::unique_ptr<DialogProcess> menuProcess;
+};
+
+}  // namespace kestrune
