@@ -181,5 +181,24 @@ TEST(DialogProtocol, RefusesValuesThatDecodingWouldChange) {
   EXPECT_GT(refused, 500);
 }
 
+TEST(DialogProtocol, RefusesAlertsThatCannotBeDrawn) {
+  const auto refused = [](const Alert& alert, int id = 1) {
+    return refusal(encode(Request{ShowAlert{id, alert}}));
+  };
+  EXPECT_EQ(refused(fullAlert()), "");
+  EXPECT_EQ(refused(fullAlert(), 0), rubbish);
+  Alert alert = fullAlert();
+  alert.buttons.clear();
+  EXPECT_EQ(refused(alert), rubbish);
+  Image image = twoByOne();
+  image.bitmaps[0].rgba.pop_back();
+  EXPECT_EQ(refused(alertWith(image)), rubbish);
+  image = twoByOne();
+  image.bitmaps[1].width = -4;
+  image.bitmaps[1].height = -2;
+  EXPECT_EQ(refused(alertWith(image)), rubbish);
+  EXPECT_EQ(refused(alertWith({})), rubbish);
+}
+
 }  // namespace
 }  // namespace kestrune::dialogs

@@ -119,7 +119,32 @@ std::optional<Message> fromJson(const Json& object) {
   return std::nullopt;
 }
 
+/// Returns whether each image in the view has as many pixels as its size needs.
+bool hasWholeImages(const View& view) {
+  const auto isWhole = [](const Bitmap& each) {
+    const auto area = static_cast<std::size_t>(each.width) * static_cast<std::size_t>(each.height);
+    return each.width > 0 && each.height > 0 && each.rgba.size() == 4 * area;
+  };
+  if (view.image) {
+    const auto& bitmaps = view.image->bitmaps;
+    if (bitmaps.empty() || !std::all_of(bitmaps.begin(), bitmaps.end(), isWhole)) return false;
+  }
+  return std::all_of(view.children.begin(), view.children.end(), &hasWholeImages);
+}
+
+/// Returns whether a window can be built from the request without more checks.
+bool isSound(const Request& request) {
+  const auto* const shown = std::get_if<ShowAlert>(&request);
+  if (shown == nullptr) return true;
+  const auto& view = shown->alert.accessoryView;
+  return shown->id > 0 && !shown->alert.buttons.empty() && (!view || hasWholeImages(*view));
+}
+
 const std::string rubbish = "a line that is not of the protocol";
+
+bool isSound(const Event&) {
+  return true;
+}
 
 /// Returns whether `value` contains a number that is too large for an int. The library converts such a number
 /// without a check, which is undefined behaviour.
@@ -141,7 +166,7 @@ std::variant<Message, std::string> decode(const std::string& line) {
     }
     const auto message = fromJson<Message>(object);
     // Encode and compare: the library takes true for 1, cuts large numbers and ignores unknown members.
-    if (message && toJson(*message) == object) return *message;
+    if (message && toJson(*message) == object && isSound(*message)) return *message;
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.
   }

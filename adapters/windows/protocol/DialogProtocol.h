@@ -14,8 +14,7 @@ namespace kestrune::dialogs {
 
 inline constexpr int protocolVersion = 2;
 
-/// Asks to show this alert on top of the open alerts. `id` is greater than 0 and was not used before. The
-/// alert has a button. Each image has a bitmap, and each bitmap has as many pixels as its size needs.
+/// Asks to show this alert on top of the open alerts. `id` is greater than 0 and was not used before.
 struct ShowAlert {
   int id = 0;
   Alert alert;
@@ -69,8 +68,7 @@ using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// Returns the message in `line`, or the reason why the line is invalid. Does not check whether a window can
-/// be built from a request, because only the client can send one: the program reads from the client's pipe.
+/// Returns the message in `line`, or the reason why the line is invalid.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 
