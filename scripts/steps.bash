@@ -12,7 +12,7 @@ package_packages=(dpkg-dev file)
 # Packages for the tests: daemons, displays and a panel, and tools that check the Debian packages.
 test_packages=(libgtest-dev dbus systemd util-linux iproute2 xvfb xauth xfce4-panel xfconf xdotool imagemagick
     x11-utils fonts-noto-cjk fonts-noto-color-emoji at-spi2-core python3-gi openbox dunst sway
-    mate-session-manager xssproxy zbar-tools xterm qt6-gtk-platformtheme dex desktop-file-utils libglib2.0-bin
+    mate-session-manager xssproxy zbar-tools xterm dex desktop-file-utils libglib2.0-bin
     "${package_packages[@]}" lintian appstream man-db)
 # Packages for the benchmarks.
 benchmark_packages=(libbenchmark-dev dbus xvfb x11-utils python3-gi util-linux iproute2)

@@ -28,20 +28,10 @@ class Windows(OnDesk):
         return shade
 
 
-def dark_kde(desk):
-    """Returns the environment of a KDE desktop with dark colours, which Qt reads without a portal."""
-    settings = desk.root / "kde"
-    settings.mkdir(exist_ok=True)
-    (settings / "kdeglobals").write_text("".join(
-        f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252\n"
-        for part in ("Button", "Selection", "Tooltip", "View", "Window")))
-    return {"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5", "XDG_CONFIG_HOME": str(settings)}
-
-
 class DarkDesktop(Windows):
     def test_a_placeholder_stands_out_from_its_field(self):
         window = self.opened(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))),
-                             **dark_kde(self.desk))
+                             **self.desk.dark_kde())
         self.screen.screenshot("placeholder-dark")
         left, top, width, height = window.find("text", "提示").place()
         shades = self.screen.picture(Rectangle(left, top, width, height).within(4)).shades()
@@ -158,7 +148,7 @@ class Preferences(Windows):
 
     def test_a_theme_that_is_dark_keeps_its_colours(self):
         Portal(self, DARK)
-        window = self.opened(alert(1), **dark_kde(self.desk))
+        window = self.opened(alert(1), **self.desk.dark_kde())
         self.assertEqual(self.background(window), sum((0x23, 0x26, 0x29)) / 3)
 
 

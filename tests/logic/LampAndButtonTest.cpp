@@ -23,7 +23,7 @@ TEST_F(Button, FirstShowsTheWarningLampThenTheMenu) {
 }
 
 TEST_F(Button, UpdateWithoutAStatusItemAborts) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_DEATH(controller->updateButton(Lamp::ok, "Kestrune"),
                "fatal error: the button is updated before the status item exists");
 }

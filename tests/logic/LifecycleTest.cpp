@@ -59,7 +59,7 @@ TEST_F(Lifecycle, StartWithAutoConnectOffRunsNoCommand) {
 }
 
 TEST_F(Lifecycle, StartWithoutAnApplicationAborts) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
   machine.platform.application = nullptr;
   EXPECT_DEATH(controller->applicationDidFinishLaunching(), "fatal error: there is no application object");
 }

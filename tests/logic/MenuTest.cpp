@@ -105,7 +105,7 @@ TEST_F(MenuRows, ConnectionCommandDependsOnReconnectAndAutoConnect) {
 }
 
 TEST(MenuWithoutStatusItem, StopsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
   FakePlatform machine;
   const auto controller = std::make_shared<AppDelegate>(machine.platform);
   EXPECT_DEATH(controller->rebuildMenu("x", Lamp::ok, 0),

@@ -30,7 +30,7 @@ class ScreenReader:
         self.bus.signal_subscribe(None, None, None, None, None, Gio.DBusSignalFlags.NONE, self.hear)
         for kind in ("object:", "window:", "focus:"):
             call(self.bus, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent",
-                 GLib.Variant("(sass)", (kind, [], "")))
+                 GLib.Variant("(sas)", (kind, [])))
 
     @staticmethod
     def connect(address):

@@ -25,6 +25,13 @@ class Desk(Session):
         self.screen = Screen(self, **screen)
         self.reader = ScreenReader(self)
 
+    def dark_kde(self):
+        """Returns the environment of a KDE desktop with dark colours, which Qt reads without a portal."""
+        (self.config / "kdeglobals").write_text("".join(
+            f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252\n"
+            for part in ("Button", "Selection", "Tooltip", "View", "Window")))
+        return {"XDG_CURRENT_DESKTOP": "KDE", "KDE_SESSION_VERSION": "5"}
+
 
 class OnDesk(unittest.TestCase):
     """Base class for tests that share a desk and start KestruneMenuDialogs on it."""
