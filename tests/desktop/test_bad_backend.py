@@ -47,5 +47,4 @@ class BadBackend(unittest.TestCase):
         self.assertNotRegex(self.client.output.so_far, "[\0-\x09\x0b-\x1f\x7f]")
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -6,7 +6,7 @@ from rig import isolation
 from rig.client import CHECKING, CONNECTED, DISABLED, NO_BUS
 from rig.processes import running, wait_for_end
 from rig.session import Session
-from rig.windows import CONNECTING, NOT_CONNECTING, STOPPED
+from rig.windows import NOT_CONNECTING, STOPPED
 
 STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
 
@@ -51,7 +51,7 @@ class Typed(unittest.TestCase):
         self.client = self.session.terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
         self.session.wait_for_start()
-        self.assertCommand("a", NOT_CONNECTING, DISABLED, "a", CONNECTING.title)
+        self.assertCommand("a", NOT_CONNECTING, DISABLED, "a", "已開啟自動連線")
         self.assertCommand("x", STOPPED, STOPPED_BY_HAND, "r", "刷新連線")
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
@@ -73,5 +73,4 @@ class Typed(unittest.TestCase):
         self.assertEqual(self.client.quit(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -62,5 +62,4 @@ class Installed(unittest.TestCase):
         self.assertEqual(self.assertConnects(program, cwd="/").end(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -64,5 +64,4 @@ class Lamp(unittest.TestCase):
                 self.assertQuits()
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -72,5 +72,4 @@ class Login(unittest.TestCase):
             wait_for_end(each)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -228,5 +228,4 @@ class Packages(unittest.TestCase):
         self.assertPurged(*PACKAGES)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

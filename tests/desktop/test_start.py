@@ -134,5 +134,4 @@ class OnlyOne(unittest.TestCase):
         self.assertEqual(first.quit(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -53,5 +53,4 @@ class Ticks(unittest.TestCase):
         self.assertEqual(client.quit(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

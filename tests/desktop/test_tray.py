@@ -102,5 +102,4 @@ class InPanel(unittest.TestCase):
         self.screen.wait_until_closed(menu)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -63,5 +63,4 @@ class Unit(unittest.TestCase):
         self.assertEqual(client.end(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()
