@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <cstring>
 
 #include "adapters/bus/BusInquiry.h"
-#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StandardErrorText.h"
 #include "tests/rig/StubService.h"

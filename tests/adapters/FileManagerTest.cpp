@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <atomic>
