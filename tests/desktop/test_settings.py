@@ -6,7 +6,7 @@ from rig.client import CONNECTED
 from rig.display import Rectangle
 from rig.onscreen import OnScreen
 from rig.processes import read_process, running
-from rig.service import SECRET, note_what_shells_see, stand_in_curl
+from rig.session import SECRET
 from rig.windows import SAVED, SETTINGS_TITLE
 
 SETTINGS_ROW = 26
@@ -20,6 +20,15 @@ FIELDS = API_URL, APP_TOKEN, SERVICE_TOKEN, ROOT, KEY = (
 
 PLACEHOLDER_URL = "https://relay.example.com"
 LENGTH = "org.a11y.atspi.Text", "CharacterCount"
+
+# Login shells and curl write their command lines and environments to the file "seen". No secret may appear there.
+LOG_OF_SHELLS = """
+cat /proc/$$/cmdline /proc/$$/environ >> "$HOME/seen"
+"""
+CURL = """
+cat /proc/$$/cmdline /proc/$$/environ >> "{home}/seen"
+exec /usr/bin/curl "$@"
+"""
 
 BLACK_AND_WHITE = {(0, 0, 0), (255, 255, 255)}
 
@@ -99,8 +108,9 @@ class FirstSettings(Settings):
         super().setUpClass()
         real = cls.session.backend_program.rename(cls.session.backend_program.with_name("real-client"))
         cls.session.stub_backend(CAUTIOUS_BACKEND.format(real))
-        cls.seen = note_what_shells_see(cls.session)
-        stand_in_curl(cls.session)
+        cls.session.profile.write_text(cls.session.profile.read_text() + LOG_OF_SHELLS)
+        cls.session.program("curl", CURL.format(home=cls.session.home))
+        cls.seen = cls.session.home / "seen"
         cls.client = cls.session.start()
         cls.session.wait_for_start()
         cls.traffic.wait_for_label(THREAD_ROW, "同步會話：未配置")

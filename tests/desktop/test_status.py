@@ -9,8 +9,7 @@ import unittest
 from rig import isolation
 from rig.bus import Bus, SystemBus
 from rig.client import CONNECTED
-from rig.service import SECRET
-from rig.session import PROGRAM, REPORTING_BACKEND, Session
+from rig.session import PROGRAM, REPORTING_BACKEND, SECRET, Session
 from rig.waiting import Text, own
 from rig.wire import DAEMON
 
