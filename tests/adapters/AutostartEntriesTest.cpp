@@ -128,8 +128,6 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
   }
 }
 
-// --- entries that the desktop has switched on or off
-
 TEST_F(AutostartEntriesTest, EntrySwitchedOffByTheDesktopIsNotRegistered) {
   const std::string entry = *agents.document(label, "/opt/client", "/repo");
   put(entry);
@@ -164,8 +162,6 @@ TEST_F(AutostartEntriesTest, FolderOrLinkToDevNullIsNotRegistered) {
   fs::create_directory(path);
   EXPECT_FALSE(agents.isRegistered(label));
 }
-
-// --- repair of an entry whose program or repository is gone
 
 TEST_F(AutostartEntriesTest, RepairReplacesAProgramThatIsGone) {
   for (const auto& name : plainNames) {

@@ -137,8 +137,6 @@ TEST_F(BusConnection, MissingBusIsReportedOnce) {
   EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
 }
 
-// --- BusInquiry
-
 constexpr auto serviceName = "org.example.Service";
 using Outcome = BusInquiry::Outcome;
 

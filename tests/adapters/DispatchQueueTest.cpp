@@ -289,8 +289,6 @@ TEST_F(WorkerQueue, CloseAndDestructorDoNotWaitForARunningJob) {
   EXPECT_TRUE(job->isInTime.get_future().get()) << "a call has waited for the job";
 }
 
-// --- jobs with a delay (main queue only)
-
 template <typename Loop>
 struct MainQueueContract : ::testing::Test {
   Loop loop;

@@ -261,8 +261,6 @@ TEST_F(EventLoopAlone, DelayedJobsDoNotCountSuspend) {
   EXPECT_EQ(timerClocks(), std::set<int>{CLOCK_MONOTONIC});
 }
 
-// --- contract: tests for the fake application and the real one
-
 template <typename Loop>
 struct ApplicationContract : ::testing::Test, ApplicationDelegate {
   Loop loop;

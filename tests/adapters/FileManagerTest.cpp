@@ -14,8 +14,6 @@
 namespace kestrune::testing {
 namespace {
 
-// --- contract: tests for the fake file manager and the real one
-
 struct FakeFiles {
   CallLog log;
   FakeFileManager files{log};
@@ -86,8 +84,6 @@ TYPED_TEST(FileManagerContract, CreatesFoldersThatMayExist) {
   EXPECT_TRUE(this->files.writeAtomically(this->path("b/c/d"), "text"));
   expectRead(this->files.contents(this->path("b/c/d")), "text");
 }
-
-// --- SystemFileManager, the real one
 
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }

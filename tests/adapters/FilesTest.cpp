@@ -29,8 +29,6 @@ struct Files : FileTest {
   const std::string path = folder.file("file");
 };
 
-// --- reading
-
 struct ReadWholeFile : Files {
   std::string contents = "before";
 };
@@ -49,8 +47,6 @@ TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
   EXPECT_EQ(readWholeFile(folder.file("pipe"), contents), systemError(EINVAL));
   EXPECT_EQ(contents, "before");
 }
-
-// --- writing
 
 struct WriteFileAtomically : Files {};
 
@@ -181,8 +177,6 @@ TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   EXPECT_EQ(contentsOf(path), "old");
   EXPECT_EQ(names(), Names{"file"});
 }
-
-// --- folders
 
 struct MakeFolders : Files {};
 

@@ -105,8 +105,6 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
   EXPECT_EQ(this->updates.size(), 1u);
 }
 
-// --- resume from suspend
-
 constexpr auto loginName = "org.freedesktop.login1";
 
 /// Sends the signal PrepareForSleep as the owner of a bus name.

@@ -63,8 +63,6 @@ struct Png : FileTest {
   }
 };
 
-// --- PNG files
-
 TEST_F(Png, ReadsTheLogoWithAllResolutions) {
   const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
   ASSERT_NE(logo, nullptr);
@@ -172,8 +170,6 @@ TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   EXPECT_NE(images.imageFromFile(put("g.icns", icns("icns", part + "ic07" + bigEndian(7) + "x"))), nullptr);
 }
 
-// --- icons of the icon theme
-
 TEST_F(Png, OfAnIconIsFoundInAllItsSizes) {
   put("own/icons/hicolor/48x48/apps/Example.png", 48);
   put("own/icons/hicolor/16x16/apps/Example.png", 16);
@@ -206,8 +202,6 @@ TEST_F(Png, OfAnIconIsNullIfThereIsNone) {
   EXPECT_EQ(PngImages({}).imageNamed("Example"), nullptr);
   EXPECT_EQ(images.imageNamed(""), nullptr);
 }
-
-// --- ColorControls
 
 std::vector<std::uint8_t> filtered(const std::vector<std::uint8_t>& pixel, const ColorControls& controls) {
   PngImages images({});

@@ -61,8 +61,6 @@ TEST_F(Preferences, FileAndFoldersArePrivate) {
   EXPECT_EQ(modeOf(folder.file("a")), 0700U);
 }
 
-// --- damaged and unreadable files
-
 TEST_F(Preferences, NextWriteKeepsADamagedFileAside) {
   const std::string deep = "{\"theirs\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}";
   for (const std::string& damage :
@@ -127,8 +125,6 @@ TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
   EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
 }
 
-// --- failed writes
-
 /// Preferences that cannot be saved: a file has the name of their folder, so the folder cannot be created.
 struct UnwritablePreferences : Preferences {
   const std::string place = folder.file("place");
@@ -167,8 +163,6 @@ TEST_F(Preferences, NewValuesHoldWhenTheDiskIsFull) {
   }
   EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
-
-// --- contract: tests for the fake preferences and the real ones
 
 struct FakeStore {
   FakeUserDefaults store;

@@ -8,8 +8,6 @@
 namespace kestrune::testing {
 namespace {
 
-// --- questions and answers
-
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
                                   label("between"), field("b", ""), label("last")}),
@@ -77,8 +75,6 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   TerminalDialogue dialogue(form({heading, hint}), {true}, false, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
-
-// --- pictures, such as QR codes
 
 /// Returns the pixel rows that `text` draws on a dark screen: one byte (black or white) per pixel. A
 /// character cell shows two pixels, one above the other.

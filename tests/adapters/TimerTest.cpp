@@ -142,8 +142,6 @@ TYPED_TEST(TimerContract, ScheduleOnceRunsItsActionOnceUnlessDestroyed) {
   EXPECT_EQ(count, 1);
 }
 
-// --- SystemClock and its fake
-
 template <typename ClockUnderTest>
 struct ClockContract : ::testing::Test {
   ClockUnderTest clock;
@@ -170,8 +168,6 @@ TEST(TheSystemClock, DoesNotFollowTheCalendar) {
   EXPECT_NEAR(clock.awakeTime().count(), sinceStart.count(), 5);
   EXPECT_NEAR(clock.continuousTime().count(), std::stod(contentsOf("/proc/uptime")), 5);
 }
-
-// --- the difference between CLOCK_MONOTONIC and CLOCK_BOOTTIME
 
 /// On a machine that was never suspended, both clocks show the same time, so no test notices a wrong clock.
 /// So the tests of timers and queues run again in a time namespace where CLOCK_BOOTTIME is a year ahead.

@@ -207,8 +207,6 @@ TEST_F(TrayMenu, WritesShortcutsAsGdkKeyNames) {
   EXPECT_EQ(host->rows(), Texts{"(1, {'enabled': b true, 'label': s 'row'}, [])"});
 }
 
-// --- changes of the menu
-
 struct TrayMenuChanges : TrayDesk {
   void SetUp() override {
     TrayDesk::SetUp();

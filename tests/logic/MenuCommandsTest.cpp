@@ -31,8 +31,6 @@ TEST_F(MenuCommands, KeepTheControllerAliveUntilTheyAreDone) {
   }
 }
 
-// --- requests of other programs
-
 struct RequestedCommands : ControllerTest {
   RequestedCommands() {
     backendAnswers({.output = "fine"});
@@ -234,8 +232,6 @@ TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSeconds) {
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-// --- the commands that show the report
-
 /// The two commands that show the report (output of the backend's status command).
 struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
@@ -334,8 +330,6 @@ TEST_F(ShowCodexRuntimeStatus, OnlyRebuildsTheMenu) {
   EXPECT_EQ(title(4), "Codex：OK 0.46.0");
   EXPECT_EQ(title(18), reconnectingCommand);
 }
-
-// --- windows and notifications
 
 using ResultWindow = ControllerTest;
 

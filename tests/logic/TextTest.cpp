@@ -29,8 +29,6 @@ std::set<utf8proc_int32_t> charactersOf(
 
 using Characters = std::set<utf8proc_int32_t>;
 
-// --- white space and newlines
-
 TEST(Trimming, RemovesWhiteSpaceAndNewlines) {
   const Characters spaces{'\t',   0x0A,   0x0B,   0x0C,   0x0D,   0x85,   0x2028, 0x2029, ' ',
                           0xA0,   0x1680, 0x2000, 0x2001, 0x2002, 0x2003, 0x2004, 0x2005, 0x2006,
@@ -49,8 +47,6 @@ TEST(Trimming, KeepsIllFormedBytes) {
   }
 }
 
-// --- UTF-8
-
 TEST(Utf8, AcceptsEveryCodePoint) {
   EXPECT_EQ(charactersOf([](const std::string& text, auto) { return !isValidUtf8(text); }), Characters());
   EXPECT_TRUE(isValidUtf8(""));
@@ -67,8 +63,6 @@ TEST(Utf8, RejectsIllFormedBytes) {
     EXPECT_FALSE(isValidUtf8("a" + bytes + "b"));
   }
 }
-
-// --- cutting by characters
 
 TEST(Shortening, CountsGraphemeClusters) {
   std::vector<std::string_view> characters(std::begin(singleCharacters), std::end(singleCharacters));
@@ -94,8 +88,6 @@ TEST(Shortening, KeepsCombiningMarksWithTheirBase) {
   EXPECT_EQ(shortened(repeated("x", 7) + marks + repeated("x", 4), 10), repeated("x", 7) + marks + "...");
 }
 
-// --- replacing
-
 TEST(Replacing, ReplacesFromLeftToRight) {
   EXPECT_EQ(replacingAll("aXbXX", "X", "--"), "a--b----");
   EXPECT_EQ(replacingAll("aaa", "aa", "b"), "ba");
@@ -104,8 +96,6 @@ TEST(Replacing, ReplacesFromLeftToRight) {
   EXPECT_EQ(replacingAll("xx", "x", ""), "");
   EXPECT_EQ(replacingAll("'", "'", "'\"'\"'"), "'\"'\"'");
 }
-
-// --- lines
 
 using Lines = std::vector<std::string>;
 
