@@ -1,5 +1,3 @@
-#include <optional>
-
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <csignal>
 #include <memory>
-#include <vector>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/StatusNotifierItem.h"
@@ -151,10 +150,8 @@ class Desk {
     } else if (choice < 0xE0) {
       setMenu(input);
     } else {
-      StatusButton button;
-      button.toolTip = std::string(input.text());
-      button.accessibilityLabel = button.toolTip;
-      tray.setButton(button);
+      const std::string text(input.text());
+      tray.setButton({.toolTip = text, .accessibilityLabel = text});
     }
     settle();
   }

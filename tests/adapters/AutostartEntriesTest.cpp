@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -13,7 +11,6 @@
 #include "tests/rig/FileTest.h"
 #include "tests/rig/OutputOf.h"
 #include "tests/rig/ScopedVariable.h"
-#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {
@@ -131,8 +128,6 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
   }
 }
 
-// --- entries that the desktop has switched on or off
-
 TEST_F(AutostartEntriesTest, EntrySwitchedOffByTheDesktopIsNotRegistered) {
   const std::string entry = *agents.document(label, "/opt/client", "/repo");
   put(entry);
@@ -167,8 +162,6 @@ TEST_F(AutostartEntriesTest, FolderOrLinkToDevNullIsNotRegistered) {
   fs::create_directory(path);
   EXPECT_FALSE(agents.isRegistered(label));
 }
-
-// --- repair of an entry whose program or repository is gone
 
 TEST_F(AutostartEntriesTest, RepairReplacesAProgramThatIsGone) {
   for (const auto& name : plainNames) {
@@ -242,15 +235,6 @@ TEST_F(AutostartEntriesTest, RepairKeepsTheChangesOfTheUser) {
                 "\" --background\nTryExec=" + *bundle.executable +
                 "\nX-GNOME-Autostart-enabled=false\n\n[Desktop Action a]\nName=a\nExec=other\n");
   EXPECT_FALSE(agents.isRegistered(label));
-}
-
-TEST(LaunchdAgents, OnlyTheFileOfTheLabelCounts) {
-  std::set<std::string> files;
-  const LaunchdAgents agents("/home/u", [&files](const std::string& path) { return files.contains(path); });
-  EXPECT_FALSE(agents.isRegistered(label));
-  files.insert(agents.path(label));
-  EXPECT_TRUE(agents.isRegistered(label));
-  EXPECT_FALSE(agents.isRegistered("com.example"));
 }
 
 TEST_F(AutostartEntriesTest, EntriesAreReadOnlyWhereADesktopIsInstalled) {

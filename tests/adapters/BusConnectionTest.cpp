@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <cstring>
 
 #include "adapters/bus/BusInquiry.h"
-#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StandardErrorText.h"
 #include "tests/rig/StubService.h"
@@ -134,8 +131,6 @@ TEST_F(BusConnection, MissingBusIsReportedOnce) {
   EXPECT_EQ(said.rfind("KestruneMenuClient: no session bus (Not a directory)", 0), 0u) << said;
   EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
 }
-
-// --- BusInquiry
 
 constexpr auto serviceName = "org.example.Service";
 using Outcome = BusInquiry::Outcome;

@@ -1,11 +1,8 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
-#include <ostream>
-#include <sstream>
 
 #include "adapters/desktop/DesktopWorkspace.h"
 #include "tests/rig/FakePlatform.h"

@@ -1,7 +1,5 @@
 #include "host/Diagnosis.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -9,8 +7,6 @@
 #include "adapters/children/ChildProcesses.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/PrivateBus.h"
-#include "tests/rig/ScopedVariable.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StubService.h"
 

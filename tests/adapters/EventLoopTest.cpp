@@ -16,7 +16,6 @@
 #include "adapters/system/FileDescriptor.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/ResourceLimit.h"
-#include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StandInDialogs.h"
 
 namespace kestrune::testing {
@@ -181,18 +180,15 @@ TEST_F(EventLoopAlone, HandlerMayDestroyItsOwnSource) {
   EventSource signalled;
   // If a handler were destroyed while it runs, it would read its copy of this text from freed memory.
   const std::string text = "long enough to be no small string";
-  writable = loop.onDescriptor(input.get(), EPOLLOUT, [&, text] {
-    writable.reset();
-    handled += text.starts_with("long");
-  });
-  delayed = loop.after(Seconds{0.001}, [&, text] {
-    delayed.reset();
-    handled += text.starts_with("long");
-  });
-  signalled = loop.onSignal(SIGUSR1, [&, text] {
-    signalled.reset();
-    handled += text.starts_with("long");
-  });
+  const auto destroying = [&](EventSource& source) {
+    return [&, text] {
+      source.reset();
+      handled += text.starts_with("long");
+    };
+  };
+  writable = loop.onDescriptor(input.get(), EPOLLOUT, destroying(writable));
+  delayed = loop.after(Seconds{0.001}, destroying(delayed));
+  signalled = loop.onSignal(SIGUSR1, destroying(signalled));
   raise(SIGUSR1);
   EXPECT_TRUE(comesTrue(loop, [&] { return handled == 3; }));
   letPass(machine, Seconds{0.005});
@@ -264,8 +260,6 @@ TEST_F(EventLoopAlone, DelayedJobsDoNotCountSuspend) {
   const auto source = loop.after(Seconds{60}, [] {});
   EXPECT_EQ(timerClocks(), std::set<int>{CLOCK_MONOTONIC});
 }
-
-// --- contract: tests for the fake application and the real one
 
 template <typename Loop>
 struct ApplicationContract : ::testing::Test, ApplicationDelegate {

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <atomic>
@@ -15,8 +13,6 @@
 
 namespace kestrune::testing {
 namespace {
-
-// --- contract: tests for the fake file manager and the real one
 
 struct FakeFiles {
   CallLog log;
@@ -88,8 +84,6 @@ TYPED_TEST(FileManagerContract, CreatesFoldersThatMayExist) {
   EXPECT_TRUE(this->files.writeAtomically(this->path("b/c/d"), "text"));
   expectRead(this->files.contents(this->path("b/c/d")), "text");
 }
-
-// --- SystemFileManager, the real one
 
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }

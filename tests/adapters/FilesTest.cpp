@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/xattr.h>
@@ -32,8 +30,6 @@ struct Files : FileTest {
   const std::string path = folder.file("file");
 };
 
-// --- reading
-
 struct ReadWholeFile : Files {
   std::string contents = "before";
 };
@@ -52,8 +48,6 @@ TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
   EXPECT_EQ(readWholeFile(folder.file("pipe"), contents), systemError(EINVAL));
   EXPECT_EQ(contents, "before");
 }
-
-// --- writing
 
 struct WriteFileAtomically : Files {};
 
@@ -184,8 +178,6 @@ TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   EXPECT_EQ(contentsOf(path), "old");
   EXPECT_EQ(names(), Names{"file"});
 }
-
-// --- folders
 
 struct MakeFolders : Files {};
 

@@ -1,16 +1,18 @@
-#include <gtest/gtest.h>
+#include <arpa/inet.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "adapters/children/CurlLocalService.h"
 #include "adapters/loop/SystemClock.h"
 #include "tests/rig/ComesTrue.h"
-#include "tests/rig/LocalServiceStandIn.h"
 #include "tests/rig/NetworkNamespace.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/ScratchFolder.h"
@@ -26,6 +28,72 @@ std::string httpAnswer(const std::string& body, const std::string& status = "200
   return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + more +
          "Connection: close\r\n\r\n" + body;
 }
+
+/// A fake of the backend's local service, on the same port, with a thread of its own. Answers every request
+/// with the same bytes.
+class LocalServiceStandIn {
+ public:
+  /// If `givenAnswer` is empty, never answers. The thread calls `givenWhileAsked` before it answers.
+  LocalServiceStandIn(std::string givenAnswer, std::function<void()> givenWhileAsked)
+      : answer(std::move(givenAnswer)), whileAsked(std::move(givenWhileAsked)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(8765);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int yes = 1;
+    setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener.get(), 1) != 0) {
+      throw std::runtime_error("cannot listen on port 8765");
+    }
+    server = std::thread([this] { serve(); });
+  }
+  ~LocalServiceStandIn() {
+    shutdown(listener.get(), SHUT_RDWR);  // ends accept4()
+    server.join();
+  }
+  LocalServiceStandIn(const LocalServiceStandIn&) = delete;
+  LocalServiceStandIn& operator=(const LocalServiceStandIn&) = delete;
+
+  /// Returns the head (request line and headers) of each request so far, including the line ends.
+  std::vector<std::string> requests() const {
+    const std::lock_guard lock(mutex);
+    return heads;
+  }
+
+ private:
+  void serve() {
+    std::vector<FileDescriptor> kept;
+    for (;;) {
+      FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (!caller) return;
+      std::string head;
+      char buffer[4096];
+      while (head.find("\r\n\r\n") == std::string::npos) {
+        const ssize_t count = read(caller.get(), buffer, sizeof buffer);
+        if (count <= 0) break;
+        head.append(buffer, static_cast<std::size_t>(count));
+      }
+      {
+        const std::lock_guard lock(mutex);
+        heads.push_back(head);
+      }
+      if (whileAsked) whileAsked();
+      if (!answer.empty()) {
+        send(caller.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+      } else {
+        kept.push_back(std::move(caller));
+      }
+    }
+  }
+
+  const std::string answer;
+  const std::function<void()> whileAsked;
+  const FileDescriptor listener{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  mutable std::mutex mutex;
+  std::vector<std::string> heads;  // guarded by mutex
+  std::thread server;
+};
 
 struct LocalServiceTest : ::testing::Test {
   LocalServiceTest() { network.ip({"link set lo up"}); }

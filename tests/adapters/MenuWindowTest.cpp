@@ -147,19 +147,6 @@ TEST_F(TheMenuWindow, IsRaisedWhenItIsShownAgain) {
   EXPECT_EQ(run.asked<ShowMenu>(1).size(), 1u);
 }
 
-TEST_F(TheMenuWindow, HasNoTimeLimitOnceItIsShown) {
-  constexpr Seconds limit{3};
-  program.patience = limit;
-  window.showMenu();
-  DialogsRun& run = stand.run();
-  run.asked<ShowMenu>(1);
-  run.say(Shown{});
-  letPass(machine, limit + Seconds{0.05});
-  EXPECT_FALSE(run.ended);
-  EXPECT_EQ(errors.text(), "");
-  run.end();
-}
-
 TEST_F(TheMenuWindow, IsClosedWhenItsProgramHangs) {
   stand.replaceBy("exec " TEST_CHILD " ignore 15 pause");
   window.showMenu();

@@ -12,11 +12,24 @@
 #include "adapters/network/NetworkMonitor.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/NetworkNamespace.h"
-#include "tests/rig/NetworkPaths.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"
 
+namespace kestrune {
+
+inline void PrintTo(const NetworkPath& path, std::ostream* out) {
+  *out << (path.satisfied ? "connected" : "disconnected") << (path.usesWiFi ? " Wi-Fi" : "")
+       << (path.usesWiredEthernet ? " wired" : "") << (path.usesCellular ? " cellular" : "");
+}
+
+}  // namespace kestrune
+
 namespace kestrune::testing {
+
+inline constexpr NetworkPath disconnected{};
+inline constexpr NetworkPath viaWiFi{.satisfied = true, .usesWiFi = true};
+inline constexpr NetworkPath viaCable{.satisfied = true, .usesWiredEthernet = true};
+inline constexpr NetworkPath viaSomething{.satisfied = true};
 
 /// A network namespace with a cable and Wi-Fi. Both have a carrier and an IPv4 address, but no default route.
 /// Its monitors report every change at once. NetworkDecisionTest tests the delays.

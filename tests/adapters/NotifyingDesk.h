@@ -26,23 +26,22 @@ inline std::string notify(const std::string& title, const std::string& body, boo
          (lasting ? "'resident': b true}, 0" : "'transient': b true}, -1");
 }
 
-/// Behaves as a notification daemon with the given capabilities.
-inline StubService::Behaviour able(std::vector<std::string> capabilities) {
-  return [capabilities = std::move(capabilities)](sd_bus_message* call) {
-    if (std::strcmp(sd_bus_message_get_member(call), "GetCapabilities") != 0) return true;
-    sd_bus_message* reply = nullptr;
-    sd_bus_message_new_method_return(call, &reply);
-    std::vector<char*> list;
-    for (const auto& each : capabilities) list.push_back(const_cast<char*>(each.c_str()));
-    list.push_back(nullptr);
-    sd_bus_message_append_strv(reply, list.data());
-    sd_bus_send(nullptr, reply, nullptr);
-    sd_bus_message_unref(reply);
-    return true;
-  };
+inline bool isMethod(sd_bus_message* call, const char* member) {
+  return std::strcmp(sd_bus_message_get_member(call), member) == 0;
 }
-inline const StubService::Behaviour plain = able({"body", "actions"});
-inline const StubService::Behaviour markup = able({"body", "body-markup", "actions"});
+
+/// Behaves as a notification daemon that does not read markup.
+inline bool plain(sd_bus_message* call) {
+  if (isMethod(call, "GetCapabilities")) sd_bus_reply_method_return(call, "as", 2, "body", "actions");
+  return true;
+}
+/// Behaves as a notification daemon that reads markup.
+inline bool markup(sd_bus_message* call) {
+  if (isMethod(call, "GetCapabilities")) {
+    sd_bus_reply_method_return(call, "as", 3, "body", "body-markup", "actions");
+  }
+  return true;
+}
 
 /// A desktop whose bus and notification daemon the test starts and stops.
 struct NotifyingDesk : ::testing::Test {

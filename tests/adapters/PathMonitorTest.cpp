@@ -1,13 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <deque>
-#include <stdexcept>
 
 #include "tests/adapters/NetworkRig.h"
 #include "tests/rig/FakePlatform.h"
-#include "tests/rig/PrivateBus.h"
 #include "tests/rig/RoundTrip.h"
-#include "tests/rig/ScopedVariable.h"
 #include "tests/rig/Stranger.h"
 
 namespace kestrune::testing {
@@ -110,35 +105,19 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
   EXPECT_EQ(this->updates.size(), 1u);
 }
 
-// --- resume from suspend
+constexpr auto loginName = "org.freedesktop.login1";
 
-/// Sends the signal PrepareForSleep as the owner of the bus name `name`: logind's, or a wrong name whose
-/// signals the client must ignore.
-class FakeLogind {
- public:
-  explicit FakeLogind(const PrivateBus& daemon, const char* name = "org.freedesktop.login1") {
-    const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
-                      sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0 &&
-                      sd_bus_request_name(bus, name, 0) >= 0;
-    if (!done) throw std::runtime_error("no logind");
-  }
-  ~FakeLogind() { sd_bus_flush_close_unref(bus); }
-  FakeLogind(const FakeLogind&) = delete;
-  FakeLogind& operator=(const FakeLogind&) = delete;
+/// Sends the signal PrepareForSleep as the owner of a bus name.
+struct FakeLogind : Stranger {
+  explicit FakeLogind(const PrivateBus& daemon, const char* name = loginName) : Stranger(daemon, name) {}
 
-  /// Sends the signal, and returns when the bus has delivered it.
-  void prepareForSleep(bool goesToSleep) { say("b", goesToSleep ? 1 : 0); }
+  void prepareForSleep(bool goesToSleep) { say({}, "b", goesToSleep ? 1 : 0); }
 
   template <typename... Arguments>
-  void say(const char* types, Arguments... arguments) {
-    sd_bus_emit_signal(bus, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareForSleep",
-                       types, arguments...);
-    sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
-                       nullptr, nullptr, "");
+  void say(const std::string& receiver, const char* types, Arguments... arguments) {
+    tell(receiver, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareForSleep", types,
+         arguments...);
   }
-
- private:
-  sd_bus* bus = nullptr;
 };
 
 /// A machine on a cable with a running network monitor. Each resume from suspend leads to one update.
@@ -176,11 +155,10 @@ TEST_F(NetworkResume, EachResumeReportsTheSamePath) {
 
 TEST_F(NetworkResume, OnlyTheSignalOfLogindCounts) {
   FakeLogind(daemon, "org.example.login1").prepareForSleep(false);
-  Stranger(daemon).tell(roundTrip.uniqueName(), "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-                        "PrepareForSleep", "b", 0);
+  FakeLogind(daemon, "org.example.login1").say(roundTrip.uniqueName(), "b", 0);
   FakeLogind logind(daemon);
-  logind.say("s", "false");
-  logind.say("");
+  logind.say({}, "s", "false");
+  logind.say({}, "");
   EXPECT_EQ(resumes(), 0u);
   logind.prepareForSleep(false);
   EXPECT_EQ(resumes(), 1u);

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 
 #include "adapters/files/PreferencesFile.h"
@@ -62,8 +60,6 @@ TEST_F(Preferences, FileAndFoldersArePrivate) {
   EXPECT_EQ(modeOf(folder.file("a/b")), 0700U);
   EXPECT_EQ(modeOf(folder.file("a")), 0700U);
 }
-
-// --- damaged and unreadable files
 
 TEST_F(Preferences, NextWriteKeepsADamagedFileAside) {
   const std::string deep = "{\"theirs\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}";
@@ -129,8 +125,6 @@ TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
   EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
 }
 
-// --- failed writes
-
 /// Preferences that cannot be saved: a file has the name of their folder, so the folder cannot be created.
 struct UnwritablePreferences : Preferences {
   const std::string place = folder.file("place");
@@ -169,8 +163,6 @@ TEST_F(Preferences, NewValuesHoldWhenTheDiskIsFull) {
   }
   EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
 }
-
-// --- contract: tests for the fake preferences and the real ones
 
 struct FakeStore {
   FakeUserDefaults store;

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <pwd.h>
 #include <unistd.h>
 
@@ -28,16 +26,20 @@ struct RunningProgram : ::testing::Test, RealChildren {
     fs::copy_file(PRINT_BUNDLE, program);
   }
 
-  std::string say(const std::string& started, const Arguments& arguments) {
-    const auto launched = processes.launch(started, arguments);
+  /// Runs `command` in the started program. Returns the paths that it prints, and its resource
+  /// NAME.EXTENSION.
+  std::string say(const std::string& started, const std::string& command, const std::string& name = "logo",
+                  const std::string& extension = "png") {
+    const auto launched = processes.launch(started, {command, name, extension});
     EXPECT_TRUE(launched);
     std::string said = (*launched)->readOutput(patience);
     EXPECT_TRUE(ends(**launched));
     EXPECT_EQ((*launched)->terminationStatus(), 0) << said;
     return said;
   }
-  std::string say(const Arguments& arguments) { return say(program, arguments); }
-  std::string paths() const { return bin + "\n" + program + "\n" + fs::current_path().string() + "\n"; }
+  std::string paths(const std::string& resource = "none") const {
+    return bin + "\n" + program + "\n" + fs::current_path().string() + "\n" + resource + "\n";
+  }
 
   std::string putResource(const std::string& place) const {
     const fs::path path = fs::path(prefix) / place;
@@ -49,35 +51,34 @@ struct RunningProgram : ::testing::Test, RealChildren {
 
 TEST_F(RunningProgram, PathsStayTheSameWhenFilesAreMoved) {
   fs::create_symlink(program, prefix + "/link");
-  EXPECT_EQ(say(prefix + "/link", {"paths"}), paths());
-  EXPECT_EQ(say({"chdir", "/", "paths"}), paths());
-  EXPECT_EQ(say({"rename", bin, prefix + "/moved", "paths"}), paths());
+  EXPECT_EQ(say(prefix + "/link", "true"), paths());
+  EXPECT_EQ(say(program, "mv '" + bin + "' '" + prefix + "/moved'"), paths());
   fs::rename(prefix + "/moved", bin);
-  EXPECT_EQ(say({"remove", program, "paths"}), paths());
+  EXPECT_EQ(say(program, "rm '" + program + "'"), paths());
 }
 
 TEST_F(RunningProgram, ResourcesAreBesideTheProgramOrInThePrefix) {
   const std::string installed = putResource("share/kestrune-menu-client/logo.png");
-  EXPECT_EQ(say({"resource", "logo", "png"}), installed + "\n");
+  EXPECT_EQ(say(program, "true"), paths(installed));
   const std::string beside = putResource("Kestrune Menu Client/resources/logo.png");
-  EXPECT_EQ(say({"resource", "logo", "png"}), beside + "\n");
+  EXPECT_EQ(say(program, "true"), paths(beside));
 }
 
 TEST_F(RunningProgram, MissingResourceIsAbsent) {
   putResource("Kestrune Menu Client/resources/logo.png");
   putResource("Kestrune Menu Client/logo.svg");
-  EXPECT_EQ(say({"resource", "logo", "icns"}), "none\n");
-  EXPECT_EQ(say({"resource", "Logo", "png"}), "none\n");
-  EXPECT_EQ(say({"resource", "logo", "svg"}), "none\n");
+  EXPECT_EQ(say(program, "true", "logo", "icns"), paths());
+  EXPECT_EQ(say(program, "true", "Logo", "png"), paths());
+  EXPECT_EQ(say(program, "true", "logo", "svg"), paths());
 }
 
-TEST_F(RunningProgram, ReadsEnvironmentVariables) {
-  const ScopedVariable set("KESTRUNE_TEST_VARIABLE", "  值 ");
-  EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "  值 \n");
-  const ScopedVariable empty("KESTRUNE_TEST_VARIABLE", "");
-  EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "\n");
-  const ScopedVariable unset("KESTRUNE_TEST_VARIABLE", std::nullopt);
-  EXPECT_EQ(say({"variable", "KESTRUNE_TEST_VARIABLE"}), "none\n");
+TEST(Bundle, ReadsEnvironmentVariables) {
+  const ProgramBundle bundle;
+  for (const std::optional<std::string>& value :
+       {std::optional<std::string>("  值 "), {""}, {std::nullopt}}) {
+    const ScopedVariable variable("KESTRUNE_TEST_VARIABLE", value);
+    EXPECT_EQ(bundle.environmentVariable("KESTRUNE_TEST_VARIABLE"), value);
+  }
 }
 
 // --- UserFolders, the XDG base directories

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 #include <list>
 #include <memory>
@@ -15,13 +17,35 @@
 #include <vector>
 
 #include "adapters/children/ChildProcesses.h"
-#include "tests/rig/Milestone.h"
+#include "adapters/system/FileDescriptor.h"
+#include "tests/rig/ComesTrue.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"
 
 namespace kestrune::testing {
 
 using Arguments = std::vector<std::string>;
+
+/// A named pipe by which a child tells the test that the child has come to a certain point of its work: at
+/// this point, the child opens and closes the pipe.
+class Milestone {
+ public:
+  explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {
+    if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no named pipe");
+    reader.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  }
+
+  /// Waits until the child opens the pipe. Returns false if this takes longer than `wait`.
+  bool isReached(Seconds wait = patience) const {
+    pollfd waiting{reader.get(), POLLIN, 0};
+    return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;
+  }
+
+  const std::string path;
+
+ private:
+  FileDescriptor reader;
+};
 
 /// Starts real children, waits for their end, and reaps the descendants that they leave behind.
 class RealChildren {

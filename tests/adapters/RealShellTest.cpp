@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "KestruneMenuClient/AppDelegate.h"
 #include "adapters/loop/SystemClock.h"
 #include "tests/adapters/RealChildren.h"
@@ -34,22 +32,6 @@ struct RealShell : ::testing::Test, RealChildren {
   static CommandResult success(const std::string& output) { return {true, output}; }
   static CommandResult failure(const std::string& output) { return {false, output}; }
 };
-
-TEST_F(RealShell, OutputHasTheErrorOfTheShell) {
-  const CommandResult result = run("cd '/no/such/folder' && echo not reached");
-  EXPECT_FALSE(result.ok);
-  EXPECT_NE(result.output.find("/no/such/folder"), std::string::npos) << result.output;
-  EXPECT_EQ(result.output.find("not reached"), std::string::npos) << result.output;
-}
-
-TEST_F(RealShell, PassesTheLineAsOneArgument) {
-  EXPECT_EQ(run("printf '%s.' 'two  words' \"a\nb\" | tr . ,\necho \" $#\""), success("two  words,a\nb, 0"));
-}
-
-TEST_F(RealShell, ReadsTheProfile) {
-  put(folder.file(".bash_profile"), "FROM_PROFILE='read at login'\n");
-  EXPECT_EQ(run("echo \"$FROM_PROFILE\""), success("read at login"));
-}
 
 TEST_F(RealShell, StopsTheProcessGroupAtTheTimeLimit) {
   constexpr Seconds limit{0.2};

@@ -1,8 +1,6 @@
 #include "adapters/instance/Rendezvous.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -12,7 +10,7 @@
 #include <fstream>
 
 #include "tests/adapters/Instances.h"
-#include "tests/rig/InstanceProgram.h"
+#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/Namespaces.h"
 #include "tests/rig/StandardErrorText.h"
 
@@ -37,6 +35,26 @@ using Kind = Claim::Kind;
 using Tokens = std::vector<std::string>;
 constexpr Seconds moment{0.05};
 const Claim replacement{.kind = Kind::replace, .predecessor = getpid()};
+
+/// A child process that claims to be the one client of the user. Sends "waiting" if the claim is not
+/// decided at once. Then sends "client" if this child is the client now, or "second" if another process is
+/// the client. As the client, sends "shown" at each request to show its menu, and runs until a signal ends
+/// it.
+struct InstanceProgram : ForkedProgram {
+  explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
+      : ForkedProgram([&folders, &claim](const Say& say) {
+          EventLoop loop;
+          Rendezvous rendezvous(loop, folders, [&say](const std::string&) { say("shown"); });
+          bool isClear = false;
+          loop.mainQueue().async([&] {
+            if (!isClear) say("waiting");
+          });
+          const bool isClient = rendezvous.claim(claim);
+          isClear = true;
+          say(isClient ? "client" : "second");
+          if (isClient) loop.runUntil([] { return false; });
+        }) {}
+};
 
 struct RendezvousTest : ::testing::Test, Instances {
   void TearDown() override { lockFailure = 0; }
@@ -275,14 +293,6 @@ TEST_F(RendezvousTest, ClientTakesItsPlaceBackAfterAnother) {
   first->rendezvous.publish([] { return "3"; });
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(first->shown.size(), 1U);
-}
-
-TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
-  Start first(loop, InstanceFolders("", state, ""));
-  ASSERT_TRUE(first.claims());
-  EXPECT_TRUE(std::filesystem::exists(stateSocket));
-  EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(first.shown.size(), 1U);
 }
 
 TEST_F(RendezvousTest, ClientMovesToTheStateFolderWhenTheRuntimeFolderVanishes) {

@@ -1,6 +1,5 @@
 #include "adapters/instance/RequestServer.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstring>
 #include <future>
@@ -13,8 +11,6 @@
 #include "tests/adapters/AwakeDesk.h"
 #include "tests/adapters/RealChildren.h"
 #include "tests/rig/FileTest.h"
-#include "tests/rig/ForkedProgram.h"
-#include "tests/rig/ProcessShortage.h"
 #include "tests/rig/ResourceLimit.h"
 #include "tests/rig/StandInDialogs.h"
 #include "tests/rig/TrayDesk.h"
@@ -28,12 +24,33 @@ namespace {
 
 constexpr auto anyProgram = "/bin/true";
 
+/// While this object exists, this process can start no process and no thread (RLIMIT_NPROC). The limit spares
+/// root, so a root process becomes another user, for good: use this only in a ForkedProgram.
+class NoMoreProcesses {
+ public:
+  NoMoreProcesses() {
+    constexpr uid_t nobody = 65534;
+    // In a user namespace that maps only one user, this call fails. Ignore this: the limit spares only the
+    // root of the initial namespace.
+    if (geteuid() == 0) static_cast<void>(!setresuid(nobody, nobody, nobody));
+    limit.emplace(RLIMIT_NPROC, 0);
+    if (const pid_t child = vfork(); child == 0) {
+      _exit(0);
+    } else if (child > 0) {
+      throw std::runtime_error("RLIMIT_NPROC does not keep this process from starting others");
+    }
+  }
+
+ private:
+  std::optional<ResourceLimit> limit;
+};
+
 TEST(ProcessShortage, JobsWaitUntilAThreadCanBeStarted) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     EventLoop loop;
     const auto worker =
         loop.makeSerialQueue("worker", QualityOfService::userInitiated, QueueTarget::ownThread);
-    auto shortage = std::make_unique<ProcessShortage>();
+    auto shortage = std::make_unique<NoMoreProcesses>();
     std::atomic<int> ran = 0;
     for (const int number : {1, 2}) {
       worker->async([&ran, &say, number] {
@@ -61,7 +78,7 @@ TEST(ProcessShortage, ClosedQueueStartsNoThreadLater) {
     EventLoop loop;
     auto closed = loop.makeSerialQueue("closed", QualityOfService::standard, QueueTarget::ownThread);
     auto gone = loop.makeSerialQueue("gone", QualityOfService::standard, QueueTarget::ownThread);
-    auto shortage = std::make_unique<ProcessShortage>();
+    auto shortage = std::make_unique<NoMoreProcesses>();
     closed->async([&say] { say("a job of a queue that was closed"); });
     gone->async([&say] { say("a job of a queue that is gone"); });
     closed->close();
@@ -70,7 +87,7 @@ TEST(ProcessShortage, ClosedQueueStartsNoThreadLater) {
     // If `closed` or `gone` tried again to start a thread, it would do so before `last`. So when the job of
     // `last` is done, their jobs cannot run any more.
     const auto last = loop.makeSerialQueue("last", QualityOfService::standard, QueueTarget::ownThread);
-    shortage = std::make_unique<ProcessShortage>();
+    shortage = std::make_unique<NoMoreProcesses>();
     std::atomic<bool> done = false;
     last->async([&done] { done = true; });
     shortage.reset();
@@ -83,7 +100,7 @@ TEST(ProcessShortage, ClosedQueueStartsNoThreadLater) {
 TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     ChildProcesses processes;
-    auto shortage = std::make_unique<ProcessShortage>();
+    auto shortage = std::make_unique<NoMoreProcesses>();
     for (int i = 0; i < 3; ++i) say(processes.launch(anyProgram, {}).reason());
     shortage.reset();
     const auto launched = processes.launch(anyProgram, {});
@@ -105,14 +122,14 @@ char stateOfThread(pid_t thread) {
 TEST(ProcessShortage, ReservedLaunchRetriesUntilAProcessIsFree) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     ChildProcesses processes;
-    std::unique_ptr<ProcessShortage> shortage;
+    std::unique_ptr<NoMoreProcesses> shortage;
     std::promise<void> begun;
     std::thread somebodyElse([&, stopping = gettid()] {
       begun.get_future().wait();
       while (stateOfThread(stopping) != 'S') sched_yield();
       shortage.reset();
     });
-    shortage = std::make_unique<ProcessShortage>();
+    shortage = std::make_unique<NoMoreProcesses>();
     processes.reserveForThisThread();
     begun.set_value();
     const auto launched = processes.launch(anyProgram, {});
@@ -126,7 +143,7 @@ TEST(ProcessShortage, ReservedLaunchRetriesUntilAProcessIsFree) {
 TEST(ProcessShortage, ReservedLaunchGivesUpSoon) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     ChildProcesses processes;
-    const ProcessShortage shortage;
+    const NoMoreProcesses shortage;
     processes.reserveForThisThread();
     std::string error;
     const Seconds took = durationOf([&] { error = processes.launch(anyProgram, {}).reason(); });

@@ -1,17 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "adapters/pictures/QRSymbols.h"
 #include "adapters/terminal/TerminalDialogue.h"
 #include "tests/rig/FormViews.h"
 #include "tests/rig/OutputOf.h"
-#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 namespace {
-
-// --- questions and answers
 
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
@@ -81,8 +76,6 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
 
-// --- pictures, such as QR codes
-
 /// Returns the pixel rows that `text` draws on a dark screen: one byte (black or white) per pixel. A
 /// character cell shows two pixels, one above the other.
 std::vector<std::string> drawn(const std::string& text) {
@@ -122,20 +115,6 @@ std::vector<std::string> drawn(const std::string& text) {
   return rows;
 }
 
-std::string readBack(const std::vector<std::string>& rows) {
-  constexpr std::size_t scale = 6;
-  const ScratchFolder folder;
-  std::ofstream picture(folder.file("a.pgm"), std::ios::binary);
-  picture << "P5\n" << rows[0].size() * scale << " " << rows.size() * scale << "\n255\n";
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < scale; ++i) {
-      for (const char each : row) picture << std::string(scale, each);
-    }
-  }
-  picture.close();
-  return outputOf("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm"));
-}
-
 TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
   QRSymbols symbols;
   for (const std::string& message :
@@ -153,7 +132,7 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
                                 {}, colored, 0, 0);
       std::string text = dialogue.begin();
       text.erase(0, text.find("[1] OK  \n") + 9);
-      EXPECT_EQ(readBack(drawn(text)), message) << text;
+      EXPECT_EQ(scanned(drawn(text)), message) << text;
     }
   }
 }
@@ -174,7 +153,7 @@ TEST(TerminalDialogue, FitsAPairingCodeAndItsPromptInto80By24) {
     text.erase(0, text.find("[2] Cancel  \n") + 13);
     const auto lines = std::count(text.begin(), text.end(), '\n');
     EXPECT_EQ(lines + 1, rows == 24 ? 24 : 26) << "level L only where level M has no room";
-    EXPECT_EQ(readBack(drawn(text)), link);
+    EXPECT_EQ(scanned(drawn(text)), link);
   }
 }
 

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 

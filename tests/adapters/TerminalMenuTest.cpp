@@ -2,7 +2,6 @@
 
 #include <sstream>
 
-#include "tests/rig/FakePlatform.h"
 #include "tests/rig/RecordingTarget.h"
 #include "tests/rig/TerminalRig.h"
 
@@ -12,33 +11,12 @@ namespace {
 using namespace std::string_literals;
 using Words = std::vector<std::string>;
 
-StatusButton buttonWith(const std::string& toolTip) {
-  StatusButton button;
-  button.toolTip = toolTip;
-  return button;
-}
-
 struct TerminalMenu : ::testing::Test {
   void SetUp() override {
     item = rig.face->statusItem(squareStatusItemLength);
-    item->setButton(buttonWith("Kestrune"));
+    item->setButton({.toolTip = "Kestrune"});
     item->setMenu(menu);
     rig.settle();
-  }
-
-  /// Forgets everything that the client has printed so far.
-  void clear() {
-    rig.settle();
-    rig.screen.text.clear();
-  }
-  std::string onScreen() {
-    rig.settle();
-    return std::exchange(rig.screen.text, {});
-  }
-  std::string after(const std::string& typed) {
-    clear();
-    rig.type(typed);
-    return onScreen();
   }
 
   /// Returns the words of the menu row with the given number; empty if there is no such row.
@@ -82,58 +60,56 @@ TEST_F(TerminalMenu, ShowsTheTitleAndEveryRowWithItsNumberKeyAndMark) {
 }
 
 TEST_F(TerminalMenu, IsNotPrintedForChangesThatTextDoesNotShow) {
-  clear();
+  rig.printed();
   item->setMenu(menu);
-  item->setButton(buttonWith("Kestrune"));
-  StatusButton button = buttonWith("Kestrune");
-  button.image = makeTestImage(2, 1, 2, 3);
-  button.accessibilityLabel = "described";
-  item->setButton(button);
-  EXPECT_EQ(onScreen(), "");
+  item->setButton({.toolTip = "Kestrune"});
+  item->setButton(
+      {.image = makeTestImage(2, 1, 2, 3), .toolTip = "Kestrune", .accessibilityLabel = "described"});
+  EXPECT_EQ(rig.printed(), "");
 }
 
 TEST_F(TerminalMenu, IsPrintedOnceForAButtonAndAMenu) {
-  clear();
+  rig.printed();
   menu.items[0].title = "changed";
   item->setMenu(menu);
-  item->setButton(buttonWith("Kestrune · ok"));
+  item->setButton({.toolTip = "Kestrune · ok"});
   menu.items[0].title = "changed again";
   item->setMenu(menu);
   rig.settle();
   EXPECT_EQ(rig.screen.count("Kestrune · ok"), 1u);
   EXPECT_EQ(row(1), (Words{"1", "changed", "again"}));
   EXPECT_EQ(rig.screen.count("restart"), 1u);
-  clear();
-  item->setButton(buttonWith("Kestrune · other"));
-  EXPECT_NE(onScreen().find("restart"), std::string::npos);
+  rig.printed();
+  item->setButton({.toolTip = "Kestrune · other"});
+  EXPECT_NE(rig.printed().find("restart"), std::string::npos);
 }
 
 TEST_F(TerminalMenu, IsPrintedOnceBelowANotification) {
-  clear();
+  rig.printed();
   const Notification news{"id", "the news", "of\nthe day", true};
   rig.face->add(news);
-  const std::string shown = onScreen();
+  const std::string shown = rig.printed();
   EXPECT_TRUE(shown.starts_with("\nthe news：of the day\n\nKestrune\n")) << shown;
   rig.face->printMenu();
-  EXPECT_EQ(onScreen().find("news"), std::string::npos);
+  EXPECT_EQ(rig.printed().find("news"), std::string::npos);
   EXPECT_EQ(rig.desktop.posted, std::vector{news});
   rig.face->withdraw("id");
   EXPECT_EQ(rig.desktop.withdrawn, Words{"id"});
 }
 
 TEST_F(TerminalMenu, IsPrintedOnRequest) {
-  EXPECT_NE(after("\n").find("refresh"), std::string::npos);
-  EXPECT_NE(after("  \t \n").find("refresh"), std::string::npos);
-  EXPECT_NE(after("?\n").find("refresh"), std::string::npos);
+  EXPECT_NE(rig.after("\n").find("refresh"), std::string::npos);
+  EXPECT_NE(rig.after("  \t \n").find("refresh"), std::string::npos);
+  EXPECT_NE(rig.after("?\n").find("refresh"), std::string::npos);
   rig.face->printMenu();
-  EXPECT_NE(onScreen().find("refresh"), std::string::npos);
+  EXPECT_NE(rig.printed().find("refresh"), std::string::npos);
   EXPECT_EQ(target->performed, CallLog{});
 }
 
 TEST_F(TerminalMenu, RunsRowsByNumberOrKey) {
-  after("3\nR\n5\n");
+  rig.after("3\nR\n5\n");
   EXPECT_EQ(target->performed, (CallLog{"refresh", "restart", "switch"}));
-  after("  6 \t\na\nr\nA\n,\n");
+  rig.after("  6 \t\na\nr\nA\n,\n");
   EXPECT_EQ(target->performed,
             (CallLog{"refresh", "restart", "switch", "other", "switch", "refresh", "other"}));
 }
@@ -141,24 +117,24 @@ TEST_F(TerminalMenu, RunsRowsByNumberOrKey) {
 TEST_F(TerminalMenu, RefusesUnknownRows) {
   for (const std::string typed :
        {"0", "8", "-1", "+3", "3x", "3 3", "z", "rr", "99999999999999999999", "３"}) {
-    EXPECT_EQ(after(typed + "\n"), "沒有這一列：" + typed + "\n");
+    EXPECT_EQ(rig.after(typed + "\n"), "沒有這一列：" + typed + "\n");
   }
   EXPECT_EQ(target->performed, CallLog{});
 }
 
 TEST_F(TerminalMenu, RefusesDisabledRows) {
-  EXPECT_EQ(after("1\n"), "這一列只供查看：status\n");
-  EXPECT_EQ(after("7\n"), "這一列只供查看：no\n");
-  EXPECT_EQ(after("n\n"), "這一列只供查看：no\n");
-  EXPECT_EQ(after("2\n").rfind("這一列只供查看：", 0), 0u);
+  EXPECT_EQ(rig.after("1\n"), "這一列只供查看：status\n");
+  EXPECT_EQ(rig.after("7\n"), "這一列只供查看：no\n");
+  EXPECT_EQ(rig.after("n\n"), "這一列只供查看：no\n");
+  EXPECT_EQ(rig.after("2\n").rfind("這一列只供查看：", 0), 0u);
   EXPECT_EQ(target->performed, CallLog{});
 }
 
 TEST_F(TerminalMenu, MayBeReplacedByTheActionOfARow) {
   target->onPerform = [this] { item->setMenu({{{.id = 1, .title = "new"}}}); };
-  after("3\n");
+  rig.after("3\n");
   EXPECT_EQ(row(1), Words{});
-  clear();
+  rig.printed();
   rig.face->printMenu();
   rig.settle();
   EXPECT_EQ(row(1), (Words{"1", "new"}));

@@ -28,19 +28,15 @@ TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
 }
 
 TEST(TerminalPrompt, ComesBackOnceAfterARow) {
-  struct Commands final : ActionTarget {
-    void performAction(std::string_view action) override {
-      if (action == "change") (*item)->setMenu({{{.id = 1, .title = "changed"}}});
-    }
-    std::unique_ptr<StatusItem>* item = nullptr;
-  };
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
-  auto item = rig.face->statusItem(squareStatusItemLength);
-  const auto commands = std::make_shared<Commands>();
-  commands->item = &item;
-  item->setMenu({{{.id = 1, .title = "quiet", .action = "none", .target = commands},
-                  {.id = 2, .title = "change it", .action = "change", .target = commands}}});
+  const auto item = rig.face->statusItem(squareStatusItemLength);
+  const auto target = std::make_shared<RecordingTarget>();
+  target->onPerform = [&] {
+    if (target->performed.back() == "change") item->setMenu({{{.id = 1, .title = "changed"}}});
+  };
+  item->setMenu({{{.id = 1, .title = "quiet", .action = "none", .target = target},
+                  {.id = 2, .title = "change it", .action = "change", .target = target}}});
   EXPECT_TRUE(rig.screen.shows("change it\n列號或按鍵> "));
   rig.screen.text.clear();
   rig.type("1\n");
@@ -56,17 +52,12 @@ TEST(TerminalPrompt, ComesBackOnceAfterARow) {
 struct TerminalChanges : ::testing::Test {
   TerminalChanges() {
     item = rig.face->statusItem(squareStatusItemLength);
-    setTitle("Kestrune");
+    item->setButton({.toolTip = "Kestrune"});
     item->setMenu(menu);
     EXPECT_TRUE(rig.screen.shows("third\n列號或按鍵> "));
     rig.screen.text.clear();
   }
 
-  void setTitle(const std::string& title) {
-    StatusButton button;
-    button.toolTip = title;
-    item->setButton(button);
-  }
   void setRow(std::size_t index, const std::string& title) {
     menu.items[index].title = title;
     item->setMenu(menu);
@@ -99,7 +90,7 @@ TEST_F(TerminalChanges, ArePrintedAlone) {
   EXPECT_EQ(shown(), "\n 1      other\n列號或按鍵> ");
   menu.items[1].checked = true;
   setRow(2, "last");
-  setTitle("Kestrune · ok");
+  item->setButton({.toolTip = "Kestrune · ok"});
   EXPECT_EQ(shown(), "\nKestrune · ok\n 2  s ✓ second\n 3      last\n列號或按鍵> ");
   rig.face->add({"id", "news", "of the day"});
   EXPECT_EQ(shown(), "\nnews：of the day\n列號或按鍵> ");

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "adapters/tray/TrayAdvice.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/PrivateBus.h"
@@ -15,12 +13,7 @@ constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 /// Behaves as the desktop's tray service; `there`: whether a panel shows the tray icons.
 StubService::Behaviour watcherWithHost(bool there) {
   return [there](sd_bus_message* call) {
-    sd_bus_message* reply = nullptr;
-    sd_bus_message_new_method_return(call, &reply);
-    sd_bus_message_append(reply, "v", "b", static_cast<int>(there));
-    sd_bus_send(nullptr, reply, nullptr);
-    sd_bus_message_unref(reply);
-    return true;
+    return sd_bus_reply_method_return(call, "v", "b", there ? 1 : 0) >= 0;
   };
 }
 

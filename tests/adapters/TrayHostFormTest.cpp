@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <regex>
 
 #include "tests/rig/RecordingTarget.h"
@@ -242,10 +240,8 @@ TEST_F(TrayForm, ShortcutKeysAreNamedAsTheHostReadsThem) {
 TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
   bundle.resources = {{"codex-menubar.png", "/share/logo.png"},
                       {"codex-menubar-grey.png", "/share/grey.png"}};
-  const auto show = [this](ImageRef image) {
-    StatusButton button;
-    button.image = std::move(image);
-    item->setButton(button);
+  const auto show = [this](const ImageRef& image) {
+    item->setButton({.image = image});
     return host->property("IconName");
   };
   runOn({}, indicators);
@@ -258,9 +254,7 @@ TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
 
 TEST_F(TrayForm, IconFileFollowsTheIndicatorService) {
   bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
-  StatusButton button;
-  button.image = makeTestImage(2, 10, 20, 30);
-  item->setButton(button);
+  item->setButton({.image = makeTestImage(2, 10, 20, 30)});
   runOn({});
   host->own(indicators);
   EXPECT_EQ(host->news(), News{"NewIcon"});

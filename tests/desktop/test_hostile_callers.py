@@ -10,7 +10,7 @@ from rig import isolation
 from rig.bus import CLIENT, ITEM, MENU, Bus
 from rig.processes import memory
 from rig.session import SWITCHED_OFF, Session
-from rig.windows import GUIDE
+from rig.windows import GUIDE_TITLE
 from rig.wire import Connection, Peer, Refused, answers
 
 SEPARATOR, GUIDE_ROW, QUIT_ROW = 12, 24, 29
@@ -62,7 +62,7 @@ class Hostile(unittest.TestCase):
 
     def guides(self):
         """Returns the number of notifications that clicks on the row GUIDE_ROW have caused."""
-        return [arguments[3] for _, arguments, _ in self.daemon.calls("Notify")].count(GUIDE.title)
+        return [arguments[3] for _, arguments, _ in self.daemon.calls("Notify")].count(GUIDE_TITLE)
 
     def assertAnswersSoon(self):
         """Checks that the client soon answers another caller."""
@@ -124,5 +124,4 @@ class Hostile(unittest.TestCase):
         self.assertUnchanged()
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -4,6 +4,7 @@ import unittest
 
 from rig import isolation
 from rig.client import CONNECTED, FAULTY, NO_BUS, RECONNECTING
+from rig.processes import wait_for_end
 from rig.session import Session
 
 COMMAND_LIMIT = 12.0
@@ -63,6 +64,24 @@ class Lamp(unittest.TestCase):
                 self.assertEqual(menu.status, CONNECTED)
                 self.assertQuits()
 
+    def test_the_lamp_follows_a_broken_and_repaired_tunnel(self):
+        self.session.environment["KESTRUNE_TEST_TICK"] = "1"  # second, instead of 20
+        self.session.note_commands()
+        self.client = self.session.terminal()
+        while self.session.events.next() != "refresh asked":
+            pass
+        # A start causes at most two of these three checks, so a tick of the timer has caused the last check.
+        for _ in range(3):
+            self.assertEqual(self.session.events.next(), "status asked")
+        self.client.menu_with(2, CONNECTED)
+        self.session.backend("stop", "tunnel")
+        self.assertEqual(self.client.menu_with(2, FAULTY).title, "Kestrune · 異常 · Kestrune Menu Client")
+        self.session.backend("refresh")
+        self.assertEqual(self.client.menu_with(2, CONNECTED).title, "Kestrune · 已連線 · Kestrune Menu Client")
+        services = self.session.services()
+        self.assertQuits()
+        for pid in services:
+            wait_for_end(pid)
 
-if __name__ == "__main__":
-    isolation.main()
+
+isolation.main()

@@ -77,5 +77,4 @@ class Cable(unittest.TestCase):
         self.assertEqual(len(self.traffic.said("Notify")), self.told)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

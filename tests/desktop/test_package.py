@@ -196,24 +196,7 @@ class Packages(unittest.TestCase):
         run("dpkg", f"--root={root}", "--force-depends", "--force-bad-path", "--no-triggers", *arguments)
         return root
 
-    def assertInstalled(self, root):
-        for package, program in PROGRAMS.items():
-            for each in FILES[package]:
-                self.assertTrue((root / each).is_file(), each)
-            self.assertRegex(run(root / binary(program), "--version"), f"^{program} ")
-
-    def assertPurged(self, *packages):
-        root = self.dpkg("--purge", *packages)
-        self.assertEqual([each for each in (root / "usr").rglob("*")] if (root / "usr").exists() else [], [])
-
-    def test_packages_install_and_purge(self):
-        self.assertInstalled(self.dpkg("--install", *self.files.values()))
-        root = self.dpkg("--purge", DIALOGS)
-        self.assertFalse((root / binary(PROGRAMS[DIALOGS])).exists())
-        self.assertRegex(run(root / binary(PROGRAMS[CLIENT]), "--version"), "^KestruneMenuClient ")
-        self.assertPurged(CLIENT)
-
-    def test_packages_replace_the_old_one_with_both_programs(self):
+    def test_packages_replace_the_old_one_with_both_programs_and_are_purged(self):
         old = self.folder / "old"
         shutil.copytree(self.tree, old)
         shutil.rmtree(old / DOCUMENTS / DIALOGS)
@@ -224,9 +207,16 @@ class Packages(unittest.TestCase):
         run("dpkg-deb", "--root-owner-group", "-Znone", "--build", old, self.folder / "old.package")
         self.dpkg("--install", self.folder / "old.package")
         # In this order, dpkg finds files of the old package while it unpacks the first new one.
-        self.assertInstalled(self.dpkg("--auto-deconfigure", "--install", self.files[DIALOGS], self.files[CLIENT]))
-        self.assertPurged(*PACKAGES)
+        root = self.dpkg("--auto-deconfigure", "--install", self.files[DIALOGS], self.files[CLIENT])
+        for package, program in PROGRAMS.items():
+            for each in FILES[package]:
+                self.assertTrue((root / each).is_file(), each)
+            self.assertRegex(run(root / binary(program), "--version"), f"^{program} ")
+        self.dpkg("--purge", DIALOGS)
+        self.assertFalse((root / binary(PROGRAMS[DIALOGS])).exists())
+        self.assertRegex(run(root / binary(PROGRAMS[CLIENT]), "--version"), "^KestruneMenuClient ")
+        self.dpkg("--purge", CLIENT)
+        self.assertEqual(list((root / "usr").rglob("*")), [])
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -95,5 +95,4 @@ class Quit(unittest.TestCase):
         self.assertStopped()
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

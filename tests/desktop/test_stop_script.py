@@ -160,5 +160,4 @@ class StopScript(unittest.TestCase):
                 self.assertEqual(self.session.processes(), [])
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

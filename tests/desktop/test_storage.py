@@ -10,7 +10,7 @@ from rig.client import Window
 from rig.dialogue import OKAY, Dialogue
 from rig.processes import wait_for_end
 from rig.session import Session
-from rig.windows import LOGIN_ON, SAVED, SETTINGS
+from rig.windows import LOGIN_ON, SAVED
 
 PAGE = os.sysconf("SC_PAGE_SIZE")
 FULL, TOO_MANY = "No space left on device", "Too many open files"
@@ -67,7 +67,7 @@ class Disks(Dialogue):
         self.start()
         before = [file.read_text() for file in files]
         fillers = [self.fill(folder) for folder in folders]
-        self.save_token("two", SETTINGS.failed(FULL))
+        self.save_token("two", Window("設定保存失敗", FULL, warns=True))
         self.turn_login_on(Window(LOGIN_ON.title, FULL, warns=True))
         self.turn("k")
         self.client.complained(f"cannot write the preferences {preferences}: {FULL}\n")
@@ -122,5 +122,4 @@ class Descriptors(Dialogue):
             wait_for_end(pid)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -102,5 +102,4 @@ class InPanel(unittest.TestCase):
         self.panel.wait_for_icon(coloured=True)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

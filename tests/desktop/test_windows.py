@@ -8,7 +8,7 @@ from rig.client import CONNECTED, NO_TRAY
 from rig.onscreen import OnScreen
 from rig.processes import running, wait_for_end
 from rig.session import HELD_UP_STOP, counted
-from rig.windows import AWAKE, GUIDE, NOT_AWAKE, OFFICIAL_MODE, OWN_MODE
+from rig.windows import AWAKE, GUIDE_TITLE, NOT_AWAKE, OWN_MODE
 
 MENU_WINDOW = "Kestrune"
 
@@ -40,7 +40,7 @@ class Windows(OnScreen):
         row = menu.find("push button", "使用官方 ChatGPT 模式")
         self.bus.click(17)
         row.wait(lambda node: node.name() == "使用 Kestrune 自托管模式", "other mode")
-        self.assertShows(OFFICIAL_MODE)
+        self.choose(self.window(OWN_MODE.title))
         self.assertIn(pid, running())
         row.press()
         wait_for_end(pid)
@@ -51,7 +51,8 @@ class Windows(OnScreen):
         self.assertFalse(self.bus.rows()[16]["toggle-state"])
         self.assertEqual(self.session.run("--background"), (0, "", ""))
         # If --background had opened a window, that window would come before the one that the click opens.
-        self.assertOpens(16, AWAKE)
+        self.bus.click(16)
+        self.assertShows(AWAKE)
 
 
 class Quitting(OnScreen):
@@ -63,7 +64,7 @@ class Quitting(OnScreen):
         self.traffic.wait_for_status(CONNECTED)
         self.session.program("lsof", HELD_UP_STOP)
         self.bus.click(24)
-        self.window(GUIDE.title)
+        self.window(GUIDE_TITLE)
         self.bus.call(ITEM, "Activate", "ii", 0, 0)
         menu = self.window(MENU_WINDOW)
         windows = self.windows()
@@ -92,7 +93,7 @@ class Restart(OnScreen):
         # This display does not exist. The client must treat it like a display whose server has ended.
         self.start(environment={"DISPLAY": self.screen.name + "1"})
         self.bus.click(24)
-        self.traffic.wait_for_notification(*GUIDE[:2])
+        self.traffic.wait_for("Notify", lambda data: data[3] == GUIDE_TITLE)
         self.client.complained("it ended before its window appeared\n")
         name = self.bus.client()
         self.bus.click(27)
@@ -112,5 +113,4 @@ class Restart(OnScreen):
         wait_for_end(after)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -305,5 +305,4 @@ class Refusals(Alerts):
             self.assertRefuses(program, reason)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

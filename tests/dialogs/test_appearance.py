@@ -152,5 +152,4 @@ class Preferences(Windows):
         self.assertEqual(self.background(window), sum((0x23, 0x26, 0x29)) / 3)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -84,5 +84,4 @@ class Managed(OnDesk):
         self.assertEqual(program.status(), 0)
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -240,5 +240,4 @@ class SmallScreen(Menus):
         self.assertIn("focused", self.rows[CHOICES[-1]].states())
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

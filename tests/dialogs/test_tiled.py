@@ -50,5 +50,4 @@ class Tiled(OnDesk):
                          [("1", "Kestrune", False), ("1", "下", False), ("1", "上", True)])
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

@@ -116,5 +116,4 @@ class SmallScreen(Alerts):
         self.assertOnScreen(window, window.find("push button", "好"))
 
 
-if __name__ == "__main__":
-    isolation.main()
+isolation.main()

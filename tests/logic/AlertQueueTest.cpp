@@ -2,7 +2,6 @@
 
 #include "adapters/alerts/AlertQueue.h"
 #include "tests/rig/RecordingTarget.h"
-#include "tests/rig/VirtualTime.h"
 
 namespace kestrune::testing {
 namespace {

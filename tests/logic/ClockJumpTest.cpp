@@ -1,5 +1,4 @@
 #include <functional>
-#include <string>
 
 #include "tests/logic/ControllerTest.h"
 

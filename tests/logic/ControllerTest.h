@@ -8,41 +8,30 @@
 #include <string>
 #include <utility>
 
+#include "adapters/windows/protocol/DialogProtocol.h"
 #include "tests/rig/AppDelegateState.h"
 #include "tests/rig/FakePlatform.h"
 
 namespace kestrune {
 
-inline void PrintTo(const MenuItem& item, std::ostream* stream) {
-  *stream << item.id << (item.isSeparator ? " separator" : "") << " \"" << item.title << "\" action \""
-          << item.action << "\" key \"" << item.keyEquivalent << "\""
-          << (item.checked ? (*item.checked ? " on" : " off") : "") << (item.enabled ? "" : " disabled");
+inline void PrintTo(const Menu& menu, std::ostream* stream) {
+  *stream << dialogs::encode(dialogs::Request{dialogs::ShowMenu{menu}});
 }
 
-inline void PrintTo(const Menu& menu, std::ostream* stream) {
-  *stream << ::testing::PrintToString(menu.items);
+inline void PrintTo(const MenuItem& item, std::ostream* stream) {
+  PrintTo(Menu{{item}}, stream);
+}
+
+inline void PrintTo(const Alert& alert, std::ostream* stream) {
+  *stream << dialogs::encode(dialogs::Request{dialogs::ShowAlert{1, alert}});
 }
 
 inline void PrintTo(const View& view, std::ostream* stream) {
-  *stream << "kind " << static_cast<int>(view.kind) << " id \"" << view.identifier << "\" \"" << view.text
-          << "\" placeholder \"" << view.placeholder << "\" action \"" << view.action << "\" called \""
-          << view.accessibilityLabel << "\" font " << view.fontSize << " weight "
-          << static_cast<int>(view.fontWeight) << " color " << static_cast<int>(view.textColor) << " text "
-          << static_cast<int>(view.textAlignment) << " break " << static_cast<int>(view.lineBreak)
-          << " lines " << view.maximumLines << " size " << view.width << "x" << view.height << " alignment "
-          << static_cast<int>(view.alignment) << " spacing " << view.spacing << " insets " << view.insets.top
-          << " " << view.insets.left << " " << view.insets.bottom << " " << view.insets.right << " "
-          << (view.image ? "image " : "") << ::testing::PrintToString(view.children);
+  PrintTo(Alert{.messageText = "", .informativeText = "", .buttons = {}, .accessoryView = view}, stream);
 }
 
 inline void PrintTo(const OperationResult& result, std::ostream* stream) {
   *stream << (result.ok ? "ok \"" : "not ok \"") << result.message << "\"";
-}
-
-inline void PrintTo(const Alert& alert, std::ostream* stream) {
-  *stream << (alert.style == AlertStyle::warning ? "warning" : "informational") << " \"" << alert.messageText
-          << "\" \"" << alert.informativeText << "\" " << ::testing::PrintToString(alert.buttons)
-          << (alert.accessoryView ? " " + ::testing::PrintToString(*alert.accessoryView) : "");
 }
 
 inline void PrintTo(const CommandResult& result, std::ostream* stream) {

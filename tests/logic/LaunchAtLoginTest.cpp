@@ -153,8 +153,6 @@ TEST_F(LaunchAtLogin, FailedRemovalIsIgnored) {
   EXPECT_EQ(files.at(currentFile), documentFor("/opt/kestrune/KestruneMenuClient"));
 }
 
-// --- the menu command
-
 struct LaunchAtLoginToggle : LaunchAtLogin {
   LaunchAtLoginToggle() { makeStatusItem(); }
 

@@ -101,8 +101,6 @@ TEST_F(LiveSessionRefresh, FailureIsRetriedAfterTheUsualInterval) {
   EXPECT_EQ(requests(), 3U);
 }
 
-// --- the token
-
 TEST_F(LiveSessionRefresh, ReadsTheTokenFromTheCurrentOrTheLegacyKey) {
   const std::pair<const char*, const char*> cases[] = {
       {"KESTRUNE_MAC_SERVICE_TOKEN=a", "a"},
@@ -138,8 +136,6 @@ TEST_F(LiveSessionRefresh, WithoutATokenAsksNobody) {
   ask();
   EXPECT_EQ(shown(), checkout);
 }
-
-// --- how often the service is asked
 
 TEST_F(LiveSessionRefresh, AsksAgainAfterFortyFiveSeconds) {
   machine.localService.duration = Seconds{4};
@@ -184,8 +180,6 @@ TEST_F(LiveSessionRefresh, QueryOverwritesTheDisabledState) {
   machine.loop.settle();
   EXPECT_EQ(shown(), checkout);
 }
-
-// --- the answer of the service
 
 Session ofProjects(const std::string& projects) {
   return selectedSession(R"({"projects":)" + projects + "}");

@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include "tests/logic/ControllerTest.h"
 
 namespace kestrune::testing {
@@ -104,12 +106,157 @@ TEST_F(MenuRows, ConnectionCommandDependsOnReconnectAndAutoConnect) {
   }
 }
 
-TEST(MenuWithoutStatusItem, StopsTheProcess) {
+struct Button : ControllerTest {
+  Button() {
+    machine.mainBundle.resources["codex-menubar.png"] = "/logo.png";
+    machine.images.files["/logo.png"] = makeTestImage(44, 200, 100, 50);
+  }
+  const StatusButton& button() const { return machine.statusBar.button(); }
+};
+
+TEST_F(Button, FirstShowsTheWarningLampThenTheMenu) {
+  controller->configureStatusItem();
+  EXPECT_EQ(machine.statusBar.length, -2);
+  EXPECT_EQ(newCalls(), (CallLog{"statusItem", "setButton Kestrune · 檢查中 · 目前專案",
+                                 "setMenu 🟡 連線狀態：正在檢查狀態…"}));
+}
+
+TEST_F(Button, DrawingWithoutAStatusItemAborts) {
   ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  FakePlatform machine;
-  const auto controller = std::make_shared<AppDelegate>(machine.platform);
   EXPECT_DEATH(controller->rebuildMenu("x", Lamp::ok, 0),
                "fatal error: the menu is built before the status item exists");
+  EXPECT_DEATH(controller->updateButton(Lamp::ok, "Kestrune"),
+               "fatal error: the button is updated before the status item exists");
+}
+
+TEST_F(Button, ItemWithoutAButtonIsLeftAlone) {
+  machine.statusBar.hasButton = false;
+  controller->configureStatusItem();
+  controller->updateButton(Lamp::ok, "Kestrune");
+  EXPECT_TRUE(machine.statusBar.buttons.empty());
+  EXPECT_TRUE(machine.images.asked.empty());
+  EXPECT_EQ(machine.statusBar.menus.size(), 1U);
+}
+
+TEST_F(Button, ShowsTheLogoAndAToolTip) {
+  machine.localService.answer = R"({"projects":[{"selected":true,"title":"my_project & <co>"}]})";
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=t";
+  makeStatusItem();
+  refresh();
+  const auto menus = machine.statusBar.menus.size();
+  const Bitmap colour = machine.images.files["/logo.png"]->bitmaps[0];
+  const Bitmap grey = makeTestImage(44, 100, 100, 100)->bitmaps[0];
+  for (const auto& [lamp, toolTip, shown] :
+       {std::tuple{Lamp::ok, "Kestrune · 已連線 · my_project & <co>", colour},
+        {Lamp::warning, "Kestrune · 檢查中 · my_project & <co>", grey},
+        {Lamp::error, "Kestrune · 異常 · my_project & <co>", grey}}) {
+    controller->updateButton(lamp, "Kestrune");
+    EXPECT_EQ(button().toolTip, toolTip);
+    EXPECT_EQ(button().accessibilityLabel, toolTip);
+    EXPECT_EQ(button().title, "");
+    EXPECT_EQ(button().imagePosition, ImagePosition::imageOnly);
+    ASSERT_NE(button().image, nullptr);
+    EXPECT_EQ(*button().image, (Image{.width = 22, .height = 22, .isTemplate = false, .bitmaps = {shown}}));
+  }
+  EXPECT_EQ(machine.statusBar.menus.size(), menus);
+}
+
+using Asked = std::vector<std::string>;
+
+struct Logo : ControllerTest {
+  void bundleHasPng() { addFile("codex-menubar.png", "/png", makeTestImage(44, 1, 2, 3)); }
+  void desktopKnowsIcon() { machine.images.named["KestruneMacClient"] = makeTestImage(128, 4, 5, 6); }
+  void bundleHasIcns() { addFile("KestruneMacClient.icns", "/icns", makeTestImage(512, 7, 8, 9)); }
+
+  void addFile(const std::string& resource, const std::string& path, const ImageRef& image) {
+    machine.mainBundle.resources[resource] = path;
+    machine.images.files[path] = image;
+  }
+
+  /// Returns the image paths and names that were asked for since the previous call.
+  Asked newlyAsked() { return std::exchange(machine.images.asked, {}); }
+
+  static void expectMenuBarSize(const ImageRef& image) {
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->width, 22);
+    EXPECT_EQ(image->height, 22);
+    EXPECT_FALSE(image->isTemplate);
+  }
+};
+
+TEST_F(Logo, UsesTheFirstReadableCandidate) {
+  bundleHasPng();
+  desktopKnowsIcon();
+  bundleHasIcns();
+  const ImageRef png = controller->baseMenuBarLogo();
+  expectMenuBarSize(png);
+  EXPECT_EQ(png->bitmaps, machine.images.files["/png"]->bitmaps);
+  EXPECT_NE(png, machine.images.read.at(0)) << "a copy";
+  EXPECT_EQ(newlyAsked(), Asked{"/png"});
+
+  machine.images.files.erase("/png");
+  const ImageRef named = controller->baseMenuBarLogo();
+  expectMenuBarSize(named);
+  EXPECT_EQ(named, machine.images.named["KestruneMacClient"]);
+  EXPECT_EQ(newlyAsked(), (Asked{"/png", "KestruneMacClient"}));
+
+  machine.images.named.clear();
+  const ImageRef icns = controller->baseMenuBarLogo();
+  expectMenuBarSize(icns);
+  EXPECT_EQ(icns->bitmaps, machine.images.files["/icns"]->bitmaps);
+  EXPECT_EQ(newlyAsked(), (Asked{"/png", "KestruneMacClient", "/icns"}));
+
+  machine.images.files.clear();
+  EXPECT_EQ(controller->baseMenuBarLogo(), nullptr);
+  machine.mainBundle.resources.clear();
+  newlyAsked();
+  EXPECT_EQ(controller->baseMenuBarLogo(), nullptr);
+  EXPECT_EQ(newlyAsked(), Asked{"KestruneMacClient"});
+}
+
+TEST_F(Logo, GreyCopyHasNoSaturation) {
+  const ImageRef original = makeTestImage(44, 10, 20, 30);
+  const Image before = *original;
+  const ImageRef grey = controller->makeGrayscaleImage(*original);
+  expectMenuBarSize(grey);
+  EXPECT_EQ(grey->bitmaps, makeTestImage(44, 20, 20, 20)->bitmaps);
+  EXPECT_EQ(machine.images.filtered,
+            (std::vector<ColorControls>{{.saturation = 0.0, .brightness = 0.0, .contrast = 1.0}}));
+  EXPECT_EQ(*original, before);
+}
+
+TEST_F(Logo, IsCachedInColourAndInGrey) {
+  bundleHasPng();
+  const ImageRef grey = controller->loadMenuBarLogo(Lamp::warning);
+  expectMenuBarSize(grey);
+  EXPECT_EQ(grey->bitmaps, makeTestImage(44, 2, 2, 2)->bitmaps);
+  const ImageRef colour = controller->loadMenuBarLogo(Lamp::ok);
+  EXPECT_NE(colour, grey);
+  EXPECT_EQ(newlyAsked(), (Asked{"/png", "/png"}));
+  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::error), grey);
+  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::warning), grey);
+  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::ok), colour);
+  EXPECT_EQ(newlyAsked(), Asked{});
+  EXPECT_EQ(machine.images.filtered.size(), 1U);
+  makeStatusItem();
+  EXPECT_EQ(machine.statusBar.button().image, grey);
+}
+
+TEST_F(Logo, FailedConversionToGreyIsRetried) {
+  bundleHasPng();
+  machine.images.filterFails = true;
+  EXPECT_EQ(controller->makeGrayscaleImage(*makeTestImage(44, 10, 20, 30)), nullptr);
+  for (const Lamp lamp : {Lamp::warning, Lamp::error}) {
+    const ImageRef logo = controller->loadMenuBarLogo(lamp);
+    expectMenuBarSize(logo);
+    EXPECT_EQ(logo->bitmaps, machine.images.files["/png"]->bitmaps) << "in colour";
+    EXPECT_EQ(newlyAsked(), (Asked{"/png", "/png"}));
+  }
+  machine.images.filterFails = false;
+  const ImageRef grey = controller->loadMenuBarLogo(Lamp::error);
+  EXPECT_EQ(grey->bitmaps, makeTestImage(44, 2, 2, 2)->bitmaps);
+  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::warning), grey);
+  EXPECT_EQ(machine.images.filtered.size(), 4U);
 }
 
 }  // namespace

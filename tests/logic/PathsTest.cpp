@@ -80,15 +80,6 @@ TEST_F(Paths, BundleFallsBackToTheExecutableAndTheRepository) {
   }
 }
 
-TEST(BackendCommand, PrefersTheCurrentClientAndFallsBackToTheLegacyOne) {
-  EXPECT_EQ(AppDelegate::kestruneClientCommand("status"),
-            "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client status || "
-            "halvask-mac-client status; }");
-  EXPECT_EQ(AppDelegate::kestruneClientCommand("a 'b' $c"),
-            "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client a 'b' $c || "
-            "halvask-mac-client a 'b' $c; }");
-}
-
 TEST(BackendCommand, QuotesTheRepositoryWithoutEscaping) {
   FakePlatform machine;
   machine.mainBundle.environment["KESTRUNE_REPO_PATH"] = "/home/u/my repo, it's";

@@ -240,8 +240,6 @@ TEST_F(PeriodicRefresh, TimerDoesNotKeepTheControllerAlive) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-// --- the automatic connection is off
-
 using DisabledState = WithStatusItem;
 
 TEST_F(DisabledState, LeavesARunningCheckAndReconnectAlone) {

@@ -113,8 +113,6 @@ TEST_F(Settings, OpenDialogIsRaised) {
   EXPECT_EQ(machine.alerts.raises, 1);
 }
 
-// --- what the fields show
-
 const std::map<std::string, std::string> defaultFields{{apiURL, "https://relay.example.com"},
                                                        {appToken, ""},
                                                        {serviceToken, ""},

@@ -59,8 +59,6 @@ TEST_F(Settings, FailedSaveShowsTheReason) {
   EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
 }
 
-// --- saving over values that the dialog did not show
-
 struct SettingsOverOtherValues : Settings {
   static constexpr auto previousFile = "/home/u/backend/.env.previous";
 
@@ -212,8 +210,6 @@ TEST_F(Settings, SavingLeavesKeysWithoutAField) {
   EXPECT_EQ(env(), "KESTRUNE_MAC_SERVICE_TOKEN=service\nKESTRUNE_APP_API_TOKEN=new");
 }
 
-// --- the buttons that do not save
-
 TEST_F(Settings, OpeningTheFileSavesNothing) {
   leave(openFile);
   EXPECT_EQ(newCalls(), CallLog{"open /home/u/backend/.env"});
@@ -237,8 +233,6 @@ TEST_F(Settings, CancellingDoesNothing) {
   EXPECT_EQ(newCalls(), CallLog{});
   EXPECT_EQ(env(), "KESTRUNE_APP_API_TOKEN=old");
 }
-
-// --- the dialog with the pairing picture
 
 TEST_F(Settings, PairingDialogIsStackedOnTheSettings) {
   env() = "KESTRUNE_APP_API_TOKEN=opened";

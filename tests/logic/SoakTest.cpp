@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <string>
 
-#include "tests/rig/HeapInUse.h"
+#include "tests/rig/Memory.h"
 #include "tests/rig/Soak.h"
 
 namespace kestrune::testing {

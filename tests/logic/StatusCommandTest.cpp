@@ -217,8 +217,6 @@ TEST_F(StatusCommandTest, KillsItsCommandWhenItEnds) {
   EXPECT_EQ(command->exitCode(), 1);
 }
 
-// --- the status that a client publishes
-
 struct PublishedStatus : ControllerTest {
   json published() const { return json::parse(machine.statusFeed.lines.back()); }
 };

@@ -10,7 +10,6 @@ struct AppDelegateState {
 
   std::unique_ptr<DispatchQueue>& monitorQueue = controller.monitorQueue;
   std::unique_ptr<Timer>& refreshTimer = controller.refreshTimer;
-  std::string& currentProjectTitle = controller.current.session.projectTitle;
   bool& reconnectInProgress = controller.current.reconnecting;
   bool& statusRefreshInProgress = controller.statusRefreshInProgress;
   bool& liveSessionRefreshInProgress = controller.liveSessionRefreshInProgress;

@@ -63,6 +63,8 @@ inline std::string nextValue(sd_bus_message* message) {
       return std::to_string(basicValue<std::uint8_t>(message, type));
     case SD_BUS_TYPE_INT32:
       return std::to_string(basicValue<std::int32_t>(message, type));
+    case SD_BUS_TYPE_INT64:
+      return std::to_string(basicValue<std::int64_t>(message, type));
     case SD_BUS_TYPE_UINT32:
       return std::to_string(basicValue<std::uint32_t>(message, type));
     default:

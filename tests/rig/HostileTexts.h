@@ -42,12 +42,12 @@ struct HostileText {
 };
 
 /// Returns texts that try to damage a screen or to deceive its reader, each between "before" and "behind".
-inline std::vector<HostileText> hostileTexts() {
+/// Long texts have `length` bytes.
+inline std::vector<HostileText> hostileTexts(std::size_t length = 1 << 20) {
   using namespace std::string_literals;
-  constexpr std::size_t megabyte = 1 << 20;
-  const auto many = [](std::string_view piece) {
+  const auto many = [length](std::string_view piece) {
     std::string text;
-    while (text.size() < megabyte) text += piece;
+    while (text.size() < length) text += piece;
     return text;
   };
   std::string controls;
@@ -70,12 +70,12 @@ inline std::vector<HostileText> hostileTexts() {
       {"no characters", "\ufdd0\ufffe\uffff\U0010ffff"},
       {"ill-formed bytes", "\xff\xfe\xc0\x80\xed\xa0\x80\xf4\x90\x80\x80\xe4\xb8"},
       {"markup", "<b>&amp;<img src=\"file:///etc/passwd\">%s%n$(id)`id`"},
-      {"a megabyte in a line", many("x")},
-      {"a megabyte without a width", many("\u200b")},
-      {"a megabyte of one character", many("\u0301")},
-      {"a megabyte of lines", many("\n")},
-      {"a megabyte of escapes", many("\x1b[31m")},
-      {"a megabyte of bytes", many("\xff")},
+      {"a long line", many("x")},
+      {"many without a width", many("\u200b")},
+      {"a long character", many("\u0301")},
+      {"many lines", many("\n")},
+      {"many escapes", many("\x1b[31m")},
+      {"many bytes", many("\xff")},
   };
   for (auto& each : texts) each.text = "before" + each.text + "behind";
   return texts;

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <cstdio>
+#include <fstream>
 #include <string>
+#include <vector>
+
+#include "tests/rig/ScratchFolder.h"
 
 namespace kestrune::testing {
 
@@ -13,6 +17,22 @@ inline std::string outputOf(const std::string& command) {
   for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, count);
   const int status = pclose(pipe);
   return status == 0 ? text : text + "status " + std::to_string(status);
+}
+
+/// Returns the message that zbarimg, a QR code reader, finds in a picture. Each byte of `rows` is a pixel:
+/// '\0' is black, '\xFF' white. Magnifies the picture, as on a screen.
+inline std::string scanned(const std::vector<std::string>& rows) {
+  constexpr std::size_t scale = 6;
+  const ScratchFolder folder;
+  std::ofstream picture(folder.file("a.pgm"), std::ios::binary);
+  picture << "P5\n" << rows[0].size() * scale << " " << rows.size() * scale << "\n255\n";
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < scale; ++i) {
+      for (const char each : row) picture << std::string(scale, each);
+    }
+  }
+  picture.close();
+  return outputOf("zbarimg --nodbus --quiet --raw -Sbinary " + folder.file("a.pgm"));
 }
 
 }  // namespace kestrune::testing

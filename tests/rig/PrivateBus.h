@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/rig/RealProgram.h"
+#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/ScratchFolder.h"
 

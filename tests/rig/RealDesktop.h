@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "tests/rig/BusText.h"
+#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/Namespaces.h"
-#include "tests/rig/RealProgram.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"
 

@@ -6,7 +6,6 @@
 #include <optional>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/rig/SoakRules.h"

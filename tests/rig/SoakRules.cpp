@@ -103,11 +103,10 @@ void SoakRules::checkMenu(const Menu& menu) const {
   rule(menu.items.size() == rows, "the number of rows");
   for (std::size_t i = 0; i < rows; ++i) {
     const MenuItem& item = menu.items[i];
-    const std::string row = "row " + std::to_string(i + 1);
-    rule(item.id == static_cast<int>(i + 1), row + " has another id");
     const bool isSeparator = i == 11 || i == 18 || i == 27;
-    rule(item.isSeparator == isSeparator && item.title.empty() == isSeparator, row + " as a separator");
-    rule(item.target.lock().get() == &controller, row + " acts on nobody");
+    const bool isWell = item.id == static_cast<int>(i + 1) && item.isSeparator == isSeparator &&
+                        item.title.empty() == isSeparator && item.target.lock().get() == &controller;
+    if (!isWell) rule(false, "row " + std::to_string(i + 1) + " has another id, kind or target");
     keepsSecrets(item.title);
   }
   const auto isOn = [&menu](std::size_t number) { return menu.items[number - 1].checked; };
@@ -141,7 +140,7 @@ void SoakRules::checkWindow(const Alert& alert) const {
 }
 
 void SoakRules::keepsSecrets(const std::string& text) const {
-  rule(!contains(text, secret), "a token shows in: " + text);
+  if (contains(text, secret)) rule(false, "a token shows in: " + text);
 }
 
 /// Clears the records of the fakes, which would otherwise grow without limit.
@@ -196,7 +195,7 @@ void SoakRules::checkEnd() const {
     rule(!entry.starts_with("set"), "something is drawn after the end: " + entry);
 }
 
-void SoakRules::rule(bool holds, const std::string& words) const {
+void SoakRules::rule(bool holds, std::string_view words) const {
   if (holds) return;
   std::ostringstream text;
   text << withinBytes(words, 1000) << "; in step " << looks << ", after";

@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "KestruneMenuClient/AppDelegate.h"
 #include "tests/rig/FakePlatform.h"
@@ -50,7 +49,7 @@ class SoakRules {
   void checkWindow(const Alert& alert) const;
   void keepsSecrets(const std::string& text) const;
   void forgetWhatWasSeen();
-  void rule(bool holds, const std::string& words) const;
+  void rule(bool holds, std::string_view words) const;
 
   FakePlatform& machine;
   AppDelegate& controller;

@@ -9,41 +9,33 @@
 
 namespace kestrune::testing {
 
-/// A program on the bus that sends forged signals to one receiver (unicast signals): signals that only other
-/// programs should send.
+/// A program on the bus that sends signals, also forged ones that only other programs should send.
 class Stranger {
  public:
-  explicit Stranger(const PrivateBus& daemon) {
+  /// If `name` is not null, the program owns this bus name.
+  explicit Stranger(const PrivateBus& daemon, const char* name = nullptr) {
     const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
-                      sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
+                      sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0 &&
+                      (name == nullptr || sd_bus_request_name(bus, name, 0) >= 0);
     if (!done) throw std::runtime_error("cannot connect to the bus");
   }
   ~Stranger() { sd_bus_flush_close_unref(bus); }
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
-  /// Sends a signal to the connection with the unique name `receiver`. Returns when the bus has delivered it.
+  /// Sends a signal to the connection with the unique name `receiver`, or to all if that is empty. Returns
+  /// when the bus has delivered it.
   template <typename... Arguments>
   void tell(const std::string& receiver, const char* path, const char* interface, const char* member,
             const char* types, Arguments... arguments) {
     sd_bus_message* signal = nullptr;
     const bool done = sd_bus_message_new_signal(bus, &signal, path, interface, member) >= 0 &&
-                      sd_bus_message_set_destination(signal, receiver.c_str()) >= 0 &&
+                      (receiver.empty() || sd_bus_message_set_destination(signal, receiver.c_str()) >= 0) &&
                       sd_bus_message_append(signal, types, arguments...) >= 0 &&
                       sd_bus_send(bus, signal, nullptr) >= 0 &&
                       sd_bus_call_method(bus, driver, driverPath, driver, "GetId", nullptr, nullptr, "") >= 0;
     sd_bus_message_unref(signal);
     if (!done) throw std::runtime_error("cannot send the signal");
-  }
-
-  /// Calls a method, and returns when the answer has arrived. Throws at an error.
-  template <typename... Arguments>
-  void ask(const std::string& receiver, const char* path, const char* interface, const char* member,
-           const char* types, Arguments... arguments) {
-    if (sd_bus_call_method(bus, receiver.c_str(), path, interface, member, nullptr, nullptr, types,
-                           arguments...) < 0) {
-      throw std::runtime_error("the call was not answered");
-    }
   }
 
   /// Sends NameOwnerChanged, a signal that only the bus itself may send.

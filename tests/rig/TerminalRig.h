@@ -2,14 +2,13 @@
 
 #include <fcntl.h>
 #include <pty.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/terminal/TerminalFace.h"
@@ -152,6 +151,18 @@ class TerminalRig {
   void settle() {
     settleQueue(loop);
     screen.read();
+  }
+
+  /// Like settle(). Returns what was printed since the last call, and clears the screen.
+  std::string printed() {
+    settle();
+    return std::exchange(screen.text, {});
+  }
+  /// Returns what is printed when the user types `text`.
+  std::string after(std::string_view text) {
+    printed();
+    type(text);
+    return printed();
   }
 
   EventLoop& loop;

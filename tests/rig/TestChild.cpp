@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,10 +12,8 @@
 //   out TEXT, err TEXT          write TEXT to standard output or standard error
 //   flood N, flood-err N        write N bytes to standard output or standard error
 //   of TEXT                     let later floods repeat TEXT instead of "x"
-//   bytes HEX                   write the bytes with these hexadecimal digits to standard output
 //   narrow N                    set the capacity of both pipes to N bytes
 //   ignore SIGNAL               ignore the signal with this number
-//   log-signals FILE            append the number of each SIGTERM and SIGINT to FILE, instead of dying
 //   on-term TEXT                at SIGTERM, write TEXT to standard output and exit with status 7
 //   descriptors                 print the numbers of the open descriptors
 //   signals                     print the masks of the blocked and the ignored signals, from /proc
@@ -27,14 +24,12 @@
 //   touch FILE                  create FILE; if FILE is a named pipe, open it for writing and close it
 //   copy-input                  copy the first line of standard input to standard output
 //   pause                       wait for a signal
-//   raise SIGNAL                die of the signal with this number
 //   exit STATUS                 exit with this status
 
 namespace {
 
 std::string onTerm;
 std::string floodText = "x";
-int signalLog = -1;
 
 void put(int descriptor, const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
@@ -98,16 +93,6 @@ void leaveDescendant(unsigned seconds, const std::string& kind) {
   for (;;) pause();
 }
 
-void logSignals(const char* file) {
-  signalLog = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  for (const int number : {SIGTERM, SIGINT}) {
-    signal(number, [](int arrived) {
-      const char text[] = {static_cast<char>('0' + arrived / 10), static_cast<char>('0' + arrived % 10), ' '};
-      if (write(signalLog, text, sizeof text) < 0) _exit(97);
-    });
-  }
-}
-
 void copyLine() {
   for (char next = 0; next != '\n' && read(STDIN_FILENO, &next, 1) == 1;) put(STDOUT_FILENO, {next});
 }
@@ -130,20 +115,12 @@ int main(int count, char** arguments) {
       flood(verb == "flood" ? STDOUT_FILENO : STDERR_FILENO, number);
     } else if (verb == "of") {
       floodText = argument;
-    } else if (verb == "bytes") {
-      std::string bytes;
-      for (std::size_t at = 0; at + 1 < argument.size(); at += 2) {
-        bytes.push_back(static_cast<char>(std::stoi(argument.substr(at, 2), nullptr, 16)));
-      }
-      put(STDOUT_FILENO, bytes);
     } else if (verb == "narrow") {
       for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(output, F_SETPIPE_SZ, number) < 0) return 95;
       }
     } else if (verb == "ignore") {
       signal(static_cast<int>(number), SIG_IGN);
-    } else if (verb == "log-signals") {
-      logSignals(argument.c_str());
     } else if (verb == "on-term") {
       onTerm = argument;
       signal(SIGTERM, [](int) {
@@ -168,9 +145,6 @@ int main(int count, char** arguments) {
       copyLine();
     } else if (verb == "pause") {
       pause();
-    } else if (verb == "raise") {
-      signal(static_cast<int>(number), SIG_DFL);
-      raise(static_cast<int>(number));
     } else if (verb == "exit") {
       return static_cast<int>(number);
     } else {

@@ -180,6 +180,3 @@ class Monitor(Listener):
     def wait_for_status(self, status):
         """Waits until row 2 has this label and the network is known. Then the start does not change the label again."""
         self.wait(lambda: self.labels(STATUS_ROW)[-1:] == [status] and self.labels(NETWORK_ROW), status)
-
-    def wait_for_notification(self, title, text):
-        self.wait_for("Notify", lambda data: data[3:5] == [title, text])

@@ -59,13 +59,6 @@ class OnScreen(unittest.TestCase):
         self.assertEqual(shown, expected)
         self.choose(window)
 
-    def assertOpens(self, row, expected):
-        self.bus.click(row)
-        self.assertShows(expected)
-
-    def assertAsked(self, *commands):
-        self.assertEqual([self.session.events.next() for _ in commands], [f"{each} asked" for each in commands])
-
     def labels(self, *numbers):
         rows = self.bus.rows()
         return [rows[number]["label"] for number in numbers]

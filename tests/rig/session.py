@@ -59,6 +59,9 @@ read -r < "$HOME/gate"
 
 SWITCHED_OFF = '{"autoConnectEnabled": false}'
 
+# A secret for tests, which must not appear in any command line or environment.
+SECRET = "5eCret-w0rd"
+
 
 def counted(number):
     """Returns the row of the menu that shows the report with this number, and the title of this row."""
@@ -167,6 +170,10 @@ class Session(contextlib.ExitStack):
         """Runs another program of the session, which must exit with 0. Returns its output."""
         return subprocess.run(command, **{"env": self.environment, "cwd": self.home, "stdin": subprocess.DEVNULL,
                                           "check": True, "capture_output": True, "timeout": PATIENCE, **options}).stdout
+
+    def install(self, prefix, *options):
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, *options], check=True,
+                       stdout=subprocess.DEVNULL, timeout=PATIENCE)
 
     def program(self, name, text):
         """Puts a script into a folder on the PATH of login shells."""

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
+#include <png.h>
+
+#include <set>
+#include <stdexcept>
 
 #include "adapters/pictures/PngImages.h"
+#include "adapters/pictures/QRSymbols.h"
 #include "tests/rig/FileTest.h"
-#include "tests/rig/PngFile.h"
+#include "tests/rig/OutputOf.h"
 
 namespace kestrune::testing {
 namespace {
@@ -10,6 +15,33 @@ namespace {
 using namespace std::string_literals;
 
 const std::string resources = SOURCE_FOLDER "/resources/";
+
+/// Returns the bytes of a PNG file with these pixels.
+std::string pngOf(const Bitmap& bitmap) {
+  png_image writer{};
+  writer.version = PNG_IMAGE_VERSION;
+  writer.width = static_cast<png_uint_32>(bitmap.width);
+  writer.height = static_cast<png_uint_32>(bitmap.height);
+  writer.format = PNG_FORMAT_RGBA;
+  png_alloc_size_t size = 0;
+  png_image_write_to_memory(&writer, nullptr, &size, 0, bitmap.rgba.data(), 0, nullptr);
+  std::string bytes(size, '\0');
+  if (!png_image_write_to_memory(&writer, bytes.data(), &size, 0, bitmap.rgba.data(), 0, nullptr)) {
+    throw std::runtime_error(writer.message);
+  }
+  return bytes;
+}
+
+/// Makes a bitmap in which every pixel differs from its neighbours.
+Bitmap makePattern(int width, int height) {
+  Bitmap bitmap{width, height, {}};
+  for (int at = 0; at < width * height; ++at) {
+    for (const int channel : {at * 7, at * 13 + 100, 255 - at, 255 - at % 3 * 100}) {
+      bitmap.rgba.push_back(static_cast<std::uint8_t>(channel));
+    }
+  }
+  return bitmap;
+}
 
 struct Png : FileTest {
   PngImages images{{folder.file("own"), folder.file("shared")}};
@@ -30,8 +62,6 @@ struct Png : FileTest {
     return found;
   }
 };
-
-// --- PNG files
 
 TEST_F(Png, ReadsTheLogoWithAllResolutions) {
   const ImageRef logo = images.imageFromFile(resources + "codex-menubar.png");
@@ -140,8 +170,6 @@ TEST_F(Png, IsNullForAnIcnsFileWithoutAPng) {
   EXPECT_NE(images.imageFromFile(put("g.icns", icns("icns", part + "ic07" + bigEndian(7) + "x"))), nullptr);
 }
 
-// --- icons of the icon theme
-
 TEST_F(Png, OfAnIconIsFoundInAllItsSizes) {
   put("own/icons/hicolor/48x48/apps/Example.png", 48);
   put("own/icons/hicolor/16x16/apps/Example.png", 16);
@@ -174,8 +202,6 @@ TEST_F(Png, OfAnIconIsNullIfThereIsNone) {
   EXPECT_EQ(PngImages({}).imageNamed("Example"), nullptr);
   EXPECT_EQ(images.imageNamed(""), nullptr);
 }
-
-// --- ColorControls
 
 std::vector<std::uint8_t> filtered(const std::vector<std::uint8_t>& pixel, const ColorControls& controls) {
   PngImages images({});
@@ -214,6 +240,74 @@ TEST(ColorControls, ChangeBrightnessContrastAndSaturationWithin0To255) {
   EXPECT_EQ(filtered({0, 255, 10, 7}, {.contrast = 0}), (Pixel{128, 128, 128, 7}));
   EXPECT_EQ(filtered({0, 255, 153, 7}, {.contrast = 2}), (Pixel{0, 255, 179, 7}));
   EXPECT_EQ(filtered({255, 0, 0, 255}, {.saturation = 0.5}), (Pixel{155, 27, 27, 255}));
+}
+
+Pixel pixel(const Bitmap& bitmap, int column, int row) {
+  const auto at = 4 * (static_cast<std::size_t>(row) * static_cast<std::size_t>(bitmap.width) +
+                       static_cast<std::size_t>(column));
+  return {bitmap.rgba[at], bitmap.rgba[at + 1], bitmap.rgba[at + 2], bitmap.rgba[at + 3]};
+}
+
+const Pixel black{0, 0, 0, 255};
+const Pixel white{255, 255, 255, 255};
+
+struct QRSymbolsTest : ::testing::Test {
+  QRSymbols symbols;
+};
+
+TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
+  const Bitmap bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b").at(0);
+  EXPECT_EQ(bitmap.width, bitmap.height);
+  // A symbol of version V is 17 + 4 V modules wide. The quiet zone (white margin) adds 4 on each side.
+  EXPECT_EQ((bitmap.width - 8 - 17) % 4, 0);
+  std::set<Pixel> colours;
+  for (int row = 0; row < bitmap.height; ++row) {
+    for (int column = 0; column < bitmap.width; ++column) {
+      const Pixel found = pixel(bitmap, column, row);
+      colours.insert(found);
+      const bool atTheEdge = std::min(row, column) < 4 || std::max(row, column) >= bitmap.width - 4;
+      EXPECT_TRUE(!atTheEdge || found == white) << column << " " << row;
+    }
+  }
+  EXPECT_EQ(colours, (std::set<Pixel>{black, white}));
+  EXPECT_EQ(pixel(bitmap, 4, 4), black);
+}
+
+TEST_F(QRSymbolsTest, AreDecodedWhateverTheMessageAndItsLength) {
+  std::vector<std::string> messages{"a", "0123456789", "ABC 123", "a%2Bb%3D%26", "$'()*,;:@/-._~!"};
+  for (std::size_t length = 60; length < 2331; length += 421) messages.emplace_back(length, 't');
+  for (const auto& message : messages) {
+    for (const auto& bitmap : symbols.generate(message)) {
+      std::vector<std::string> rows(static_cast<std::size_t>(bitmap.height));
+      for (std::size_t at = 0; at < bitmap.rgba.size(); at += 4) {
+        rows[at / 4 / static_cast<std::size_t>(bitmap.width)] += static_cast<char>(bitmap.rgba[at]);
+      }
+      EXPECT_EQ(scanned(rows), message);
+    }
+  }
+}
+
+TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
+  const auto widths = [this](std::size_t length) {
+    std::vector<int> found;
+    for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
+    return found;
+  };
+  // Version 5 (37 modules wide; version 6: 41) holds 84 bytes with error correction level M, 106 with level
+  // L.
+  EXPECT_EQ(widths(84), std::vector{37});
+  EXPECT_EQ(widths(85), (std::vector{37, 41}));
+  EXPECT_EQ(widths(106), (std::vector{37, 41}));
+}
+
+TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
+  // Version 40, the largest, holds 2331 bytes with level M. Letters and digits are also encoded as bytes.
+  constexpr std::size_t most = 2331;
+  for (const char letter : {'a', '1'}) {
+    EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);
+    EXPECT_TRUE(symbols.generate(std::string(most + 1, letter)).empty());
+  }
+  EXPECT_TRUE(symbols.generate("").empty());
 }
 
 }  // namespace
