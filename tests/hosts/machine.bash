@@ -29,11 +29,10 @@ make_root() {
     mv -- "$root.new" "$root"
 }
 
-# make_package: builds the client's package from this tree, as $work/client.deb.
-make_package() {
+# make_packages: builds the client's packages from this tree, in $work/packages.
+make_packages() {
     build release
     step "Packing the client" cpack --config build/release/CPackConfig.cmake -B "$work/packages"
-    mv -- "$work"/packages/*.deb "$work/client.deb"
 }
 
 # A script that mounts the machine's control groups (version 2) at /sys/fs/cgroup, and runs its arguments as a command.
@@ -86,7 +85,7 @@ Environment=XDG_SESSION_TYPE=$kind XDG_SESSION_CLASS=user LANG=zh_TW.UTF-8 LIBGL
 $([ "$kind" = wayland ] || echo Environment=DISPLAY=:0)
 ExecStart=$command
 UNIT
-    dpkg --install /given/client.deb >/dev/null
+    dpkg --install /given/packages/*.deb >/dev/null
     cp -a /source/examples/backend /home/user/backend
     chown -R user: /home/user
     systemctl daemon-reload
@@ -105,7 +104,7 @@ check() {
 host() {
     local name=$1
     [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"
-    install_missing "${build_packages[@]}" dpkg-dev file mmdebstrap systemd-container
+    install_missing "${build_packages[@]}" "${package_packages[@]}" mmdebstrap systemd-container
     mkdir -p -- "$cache"
     work=$(mktemp -d -p /var/tmp)
     trap 'end_host; rm -rf --one-file-system -- "$log" "$work"' EXIT
@@ -113,7 +112,7 @@ host() {
     mkdir -p -- "$pictures"
     chmod 777 -- "$pictures"
     make_root "$@"
-    make_package
+    make_packages
     boot "$name"
     inside bash -euc "kind=$kind size=$size; $(declare -f prepare start_session check); prepare; check $name" ||
         status=$?

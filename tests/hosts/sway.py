@@ -12,12 +12,12 @@ from rig.display import Rectangle
 from rig.sway import Sway
 
 BAR = 32  # height of the bar in pixels
-README = Path("/source/README.md").read_text()
+MODULES = Path("/source/docs/scripts.md").read_text()
 
 
 def block(language):
-    """Returns the code block for Waybar in this language (json or css) from the README."""
-    return next(text for text in re.findall(rf"```{language}\n(.*?)```", README, re.DOTALL) if "kestrune" in text)
+    """Returns the code block for Waybar in this language (json or css) from docs/scripts.md."""
+    return next(text for text in re.findall(rf"```{language}\n(.*?)```", MODULES, re.DOTALL) if "kestrune" in text)
 
 
 class Compositor(Sway):
@@ -160,7 +160,7 @@ class SwayDesktop(Desktop):
         self.sway.command("workspace 1")
 
     def check_dot(self):
-        """Checks the README's module for Waybar, which shows a dot in the colours of the style sheet."""
+        """Checks the module for Waybar in docs/scripts.md, which shows a dot in the colours of the style sheet."""
         colours = dict(re.findall(r"\.(\w+) { color: #(\w+)", block("css")))
         place = Rectangle(self.width - 2 * BAR, 0, BAR, BAR)
         for name, command in ("ok", ("refresh",)), ("error", ("stop", "tunnel")), ("ok", ("refresh",)):
