@@ -29,14 +29,9 @@ class Compositor(Sway):
 
     def rectangle(self, title):
         """Returns the place and the workspace of the window whose title begins with `title`."""
-        def walk(node, workspace):
-            workspace = node["name"] if node["type"] == "workspace" else workspace
-            if node.get("pid") and node["name"].startswith(title):
-                yield {**node["rect"], "workspace": workspace}
-            for child in node["nodes"] + node["floating_nodes"]:
-                yield from walk(child, workspace)
-        for found in walk(self.ask(self.commands, 4), None):
-            return Rectangle(*(found[name] for name in ("x", "y", "width", "height"))), found["workspace"]
+        for workspace, node in self.nodes():
+            if node["name"].startswith(title):
+                return Rectangle(*(node["rect"][name] for name in ("x", "y", "width", "height"))), workspace
         raise LookupError(f"no window {title}")
 
 
@@ -124,8 +119,7 @@ class SwayDesktop(Desktop):
         self.tell(bottom <= self.height, f"the menu fits the screen: {bottom} of {self.height}")
 
     def check_change_in_open_menu(self):
-        self.open_menu()
-        place = self.rows()[PROJECT_ROW - 1].place
+        place = self.open_menu_at(PROJECT_ROW)[PROJECT_ROW - 1].place
         before = self.picture(place)
         self.backend("select", "relay")
         self.check("a change shows in the open menu", lambda: self.picture(place) != before)
