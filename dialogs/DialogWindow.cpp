@@ -37,13 +37,12 @@ DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
 
 void DialogWindow::present() {
   if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
-  const bool first = isHidden();
+  auto* const field = isHidden() ? qobject_cast<QLineEdit*>(focusWidget()) : nullptr;
+  const int cursor = field != nullptr ? field->cursorPosition() : 0;
   show();
   // Qt has selected the text of the focused field: the next key would replace the text, and only the end of a
-  // long text would be visible. So move the cursor to the start, which also deselects the text.
-  if (auto* const field = qobject_cast<QLineEdit*>(focusWidget()); first && field != nullptr) {
-    field->home(false);
-  }
+  // long text would be visible. So put the cursor back, which also deselects the text.
+  if (field != nullptr) field->setCursorPosition(cursor);
   raise();
   activateWindow();
 }

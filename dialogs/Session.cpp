@@ -88,8 +88,9 @@ void Session::perform(const Raise& request) {
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
   // Hide the windows, so that `present` maps them again, on the current workspace. This is needed because a
-  // Wayland program is not told whether its window is minimised or its activation token was refused.
-  if (isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow()) {
+  // Wayland program is not told whether its window is minimised or its activation token was refused. An
+  // active window is hidden too: the event that it has lost the focus may not have arrived yet.
+  if (isOnWayland()) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
   for (auto* const each : windows) each->present();

@@ -15,6 +15,7 @@
 
 #include "dialogs/Appearance.h"
 #include "dialogs/ColorScheme.h"
+#include "dialogs/DialogWindow.h"
 #include "dialogs/ScreenReaders.h"
 #include "dialogs/Session.h"
 
@@ -118,5 +119,9 @@ int main(int argumentCount, char** arguments) {
 
   const kestrune::dialogs::ColorScheme scheme;
   const kestrune::dialogs::Session session;
-  return QCoreApplication::exec();
+  const int status = QCoreApplication::exec();
+  // Leave without ~QApplication: on Wayland, Qt 6.4 can wait in it forever for its own event thread. On X11,
+  // ~QApplication gives a copied text to the clipboard manager.
+  if (kestrune::dialogs::isOnWayland()) std::_Exit(status);
+  return status;
 }

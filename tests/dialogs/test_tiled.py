@@ -1,10 +1,13 @@
 """The windows on Wayland, under a compositor that tiles every window that is not a dialog."""
 
+import signal
+
 from rig import isolation
 from rig.asked import alert, field, menu, raising, view
 from rig.desk import OnDesk
 from rig.sway import Sway
 
+TEXT = "org.a11y.atspi.Text"
 REPORT = "\n".join(f"[OK] 檢查 {i}" for i in range(400))
 FORM = view("scroll", view("stack", *(field(f"f{i}") for i in range(40)), spacing=10), width=560, height=560)
 
@@ -48,6 +51,19 @@ class Tiled(OnDesk):
             self.assertEqual(self.sway.new_window(name)["type"], "floating_con")
         self.assertEqual([(workspace, name, focused) for workspace, name, _, focused in self.sway.windows()],
                          [("1", "Kestrune", False), ("1", "下", False), ("1", "上", True)])
+
+    def test_raising_moves_a_window_before_it_learns_that_it_lost_the_focus(self):
+        program, _ = self.open(alert(1, "短", view=field("a", "abc")), "短")
+        text = program.window("短").find("text")
+        text.ask(TEXT, "SetCaretOffset", "(i)", 2)
+        program.process.send_signal(signal.SIGSTOP)
+        self.sway.command("workspace 2")
+        self.addCleanup(self.sway.command, "workspace 1")
+        program.send(raising())
+        program.process.send_signal(signal.SIGCONT)
+        self.sway.new_window("短")
+        self.assertEqual([(workspace, focused) for workspace, _, _, focused in self.sway.windows()], [("2", True)])
+        self.assertEqual((text.property(TEXT, "CaretOffset"), text.ask(TEXT, "GetNSelections")[0]), (2, 0))
 
 
 isolation.main()

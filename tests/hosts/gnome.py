@@ -112,10 +112,10 @@ class Gnome(Desktop):
         time.sleep(0.5)
         return self.rows()
 
-    def press(self, number):
-        self.open_menu()
-        rows = self.unfold(SECOND) if SECOND < number < 28 else self.rows()
-        self.click(*rows[number - 1].place.centre())
+    def open_menu_at(self, number):
+        rows = super().open_menu_at(number)
+        submenu = FIRST if FIRST < number < 12 else SECOND if SECOND < number < 28 else None
+        return self.unfold(submenu) if submenu else rows
 
     # --- checks of this desktop
 

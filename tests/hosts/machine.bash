@@ -1,7 +1,9 @@
 # Functions for tests/hosts/gnome, plasma and sway, which source this file: they install a Debian system for each
-# desktop, boot it in a container, and run the checks there.
+# desktop, boot it in a container, and run the checks there. Arguments: the default kind (x11 or wayland) and the default
+# size of the screen, then those of the script: [KIND [SIZE [CHECK]...]].
 
 set -euo pipefail
+kind=${3:-$1} size=${4:-$2} checks=("${@:5}")
 hosts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
 cd -- "$hosts/../.."
 . scripts/steps.bash
@@ -29,11 +31,10 @@ make_root() {
     mv -- "$root.new" "$root"
 }
 
-# make_package: builds the client's package from this tree, as $work/client.deb.
-make_package() {
+# make_packages: builds the client's packages from this tree, in $work/packages.
+make_packages() {
     build release
     step "Packing the client" cpack --config build/release/CPackConfig.cmake -B "$work/packages"
-    mv -- "$work"/packages/*.deb "$work/client.deb"
 }
 
 # A script that mounts the machine's control groups (version 2) at /sys/fs/cgroup, and runs its arguments as a command.
@@ -86,26 +87,26 @@ Environment=XDG_SESSION_TYPE=$kind XDG_SESSION_CLASS=user LANG=zh_TW.UTF-8 LIBGL
 $([ "$kind" = wayland ] || echo Environment=DISPLAY=:0)
 ExecStart=$command
 UNIT
-    dpkg --install /given/client.deb >/dev/null
+    dpkg --install /given/packages/*.deb >/dev/null
     cp -a /source/examples/backend /home/user/backend
     chown -R user: /home/user
     systemctl daemon-reload
     systemctl start desktop
 }
 
-# check NAME: in the booted system, runs the checks as the user of the session.
+# check DESKTOP [CHECK]...: in the booted system, runs the checks as the user of the session.
 check() {
     runuser -u user -- env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/home/user LANG=zh_TW.UTF-8 \
         XDG_RUNTIME_DIR=/run/user/1000 DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus XDG_SESSION_TYPE="$kind" \
-        PYTHONPATH=/source/tests python3 -B -m "hosts.$1" "$size"
+        PYTHONPATH=/source/tests python3 -B -m "hosts.$1" "$size" "${@:2}"
 }
 
 # host DESKTOP PACKAGE...: makes and boots the desktop's system, starts the session there by `prepare`, a function of
-# the calling script, and runs the checks. The caller sets `kind` (x11 or wayland) and `size` (of the screen).
+# the calling script, and runs the checks.
 host() {
     local name=$1
     [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"
-    install_missing "${build_packages[@]}" dpkg-dev file mmdebstrap systemd-container
+    install_missing "${build_packages[@]}" "${package_packages[@]}" mmdebstrap systemd-container
     mkdir -p -- "$cache"
     work=$(mktemp -d -p /var/tmp)
     trap 'end_host; rm -rf --one-file-system -- "$log" "$work"' EXIT
@@ -113,9 +114,9 @@ host() {
     mkdir -p -- "$pictures"
     chmod 777 -- "$pictures"
     make_root "$@"
-    make_package
+    make_packages
     boot "$name"
-    inside bash -euc "kind=$kind size=$size; $(declare -f prepare start_session check); prepare; check $name" ||
+    inside bash -euc "kind=$kind size=$size; $(declare -f prepare start_session check); prepare; check $name ${checks[*]}" ||
         status=$?
     echo "Pictures: $pictures"
     exit "${status:-0}"

@@ -26,7 +26,7 @@ BACKEND = Path.home() / "backend"
 PICTURES = Path("/pictures")
 
 PROJECT, THREAD = "my_cool__project_ & <b>x</b> 100% &amp;", "_a & b_ && \"q\" <e>"
-OTHER_PROJECT, OTHER_THREAD = "Kestrune Relay", "公開中繼的部署"
+OTHER_PROJECT, OTHER_THREAD = "Kestrune Menu Client", "Tray menu and status lamp"
 MENU_ROLES = "menu item", "check menu item", "label", "push button", "check box", "separator"
 STATUS, PROJECT_ROW, KEEP_AWAKE_STATE, GUIDE, SETTINGS = 2, 8, 11, 24, 26
 CHECKED, ENABLED = {15, 16}, {*range(14, 19), *range(21, 28), 29}
@@ -208,9 +208,13 @@ class Desktop:
                 rows.append(Row(node.name(), "checked" in states, role != "label" and "enabled" in states, place))
         return rows
 
-    def press(self, number):
+    def open_menu_at(self, number):
+        """Opens the menu, and the submenu with row `number`, if it is in one. Returns the rows."""
         self.open_menu()
-        self.click(*self.rows()[number - 1].place.centre())
+        return self.rows()
+
+    def press(self, number):
+        self.click(*self.open_menu_at(number)[number - 1].place.centre())
 
     # --- windows
 
@@ -287,7 +291,7 @@ class Desktop:
         return text
 
     def check_change_in_open_menu(self):
-        self.open_menu()
+        self.open_menu_at(PROJECT_ROW)
         self.backend("select", "relay")
         self.check_row("a change shows in the open menu", PROJECT_ROW, f"同步專案：{OTHER_PROJECT}")
         self.check("the menu stayed open", self.menu_is_open, 0)
@@ -375,7 +379,7 @@ class Desktop:
     def check_all(self):
         self.stage()
         self.manager("start", UNIT)
-        for part in self.parts():
+        for part in [getattr(self, name) for name in sys.argv[2:]] or self.parts():
             try:
                 part()
             except Exception:  # the other parts may still succeed

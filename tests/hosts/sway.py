@@ -12,12 +12,12 @@ from rig.display import Rectangle
 from rig.sway import Sway
 
 BAR = 32  # height of the bar in pixels
-README = Path("/source/README.md").read_text()
+MODULES = Path("/source/docs/scripts.md").read_text()
 
 
 def block(language):
-    """Returns the code block for Waybar in this language (json or css) from the README."""
-    return next(text for text in re.findall(rf"```{language}\n(.*?)```", README, re.DOTALL) if "kestrune" in text)
+    """Returns the code block for Waybar in this language (json or css) from docs/scripts.md."""
+    return next(text for text in re.findall(rf"```{language}\n(.*?)```", MODULES, re.DOTALL) if "kestrune" in text)
 
 
 class Compositor(Sway):
@@ -29,14 +29,9 @@ class Compositor(Sway):
 
     def rectangle(self, title):
         """Returns the place and the workspace of the window whose title begins with `title`."""
-        def walk(node, workspace):
-            workspace = node["name"] if node["type"] == "workspace" else workspace
-            if node.get("pid") and node["name"].startswith(title):
-                yield {**node["rect"], "workspace": workspace}
-            for child in node["nodes"] + node["floating_nodes"]:
-                yield from walk(child, workspace)
-        for found in walk(self.ask(self.commands, 4), None):
-            return Rectangle(*(found[name] for name in ("x", "y", "width", "height"))), found["workspace"]
+        for workspace, node in self.nodes():
+            if node["name"].startswith(title):
+                return Rectangle(*(node["rect"][name] for name in ("x", "y", "width", "height"))), workspace
         raise LookupError(f"no window {title}")
 
 
@@ -124,8 +119,7 @@ class SwayDesktop(Desktop):
         self.tell(bottom <= self.height, f"the menu fits the screen: {bottom} of {self.height}")
 
     def check_change_in_open_menu(self):
-        self.open_menu()
-        place = self.rows()[PROJECT_ROW - 1].place
+        place = self.open_menu_at(PROJECT_ROW)[PROJECT_ROW - 1].place
         before = self.picture(place)
         self.backend("select", "relay")
         self.check("a change shows in the open menu", lambda: self.picture(place) != before)
@@ -160,7 +154,7 @@ class SwayDesktop(Desktop):
         self.sway.command("workspace 1")
 
     def check_dot(self):
-        """Checks the README's module for Waybar, which shows a dot in the colours of the style sheet."""
+        """Checks the module for Waybar in docs/scripts.md, which shows a dot in the colours of the style sheet."""
         colours = dict(re.findall(r"\.(\w+) { color: #(\w+)", block("css")))
         place = Rectangle(self.width - 2 * BAR, 0, BAR, BAR)
         for name, command in ("ok", ("refresh",)), ("error", ("stop", "tunnel")), ("ok", ("refresh",)):

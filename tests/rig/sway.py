@@ -76,11 +76,16 @@ class Sway:
             pass
         return event["container"]
 
-    def windows(self):
-        """Returns workspace, first word of the name, width and focus of every window."""
+    def nodes(self):
+        """Returns workspace and node of every window."""
         def walk(node, workspace):
             if node.get("pid"):
-                yield workspace, node["name"].split()[0], node["rect"]["width"], node["focused"]
+                yield workspace, node
             for child in node["nodes"] + node["floating_nodes"]:
                 yield from walk(child, node["name"] if node["type"] == "workspace" else workspace)
         return list(walk(self.ask(self.commands, GET_TREE), None))
+
+    def windows(self):
+        """Returns workspace, first word of the name, width and focus of every window."""
+        return [(workspace, node["name"].split()[0], node["rect"]["width"], node["focused"])
+                for workspace, node in self.nodes()]
