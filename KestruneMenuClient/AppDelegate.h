@@ -79,8 +79,8 @@ class AppDelegate final : public ApplicationDelegate,
   /// Runs the stop script. Blocks for about 9 s at most.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // Defined in StatusMonitoring.cpp: refresh cycle, network changes, project and thread. The interpretation
-  // of reports is in status/.
+  // Defined in StatusMonitoring.cpp: refresh cycle, network changes, project and chat thread. The
+  // interpretation of reports is in status/.
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;
@@ -95,7 +95,7 @@ class AppDelegate final : public ApplicationDelegate,
   void refreshStatus(bool triggerNotification);
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
-  /// Starts or restarts the timer that calls `refreshStatus` every 20 seconds.
+  /// Starts or restarts the timer that updates the shown status every 20 seconds.
   void startPeriodicRefresh();
   void startMonitoringNetwork();
   /// Runs the backend's command `refresh`, then asks for the backend's status. Returns at once; several calls
@@ -104,8 +104,8 @@ class AppDelegate final : public ApplicationDelegate,
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
   /// Asks the local service for the current project and chat thread, at most every 45 s. Calls `completion`
-  /// once, when `current.session` is up to date. If the service need not be asked, calls `completion` before
-  /// this returns.
+  /// once: after the answer has been stored in `current.session`, or, if no request is sent, before this
+  /// returns.
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name) { return kestrune::compactThreadName(name); }
 
@@ -136,9 +136,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
-  /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown`: the values that the
-  /// user saw; may be null. If `shown` is given, and the user neither saw nor entered a value that is now
-  /// overwritten, first copies the file to ".env.previous"; afterwards shows a notification.
+  /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
+  /// that the user saw. If saving overwrites a value that the user neither saw nor entered, first copies the
+  /// file to ".env.previous", and shows a notification after saving. If `shown` is null, makes no copy.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the link in the QR code that a phone scans; absent when there is no token.
@@ -225,9 +225,9 @@ class AppDelegate final : public ApplicationDelegate,
   std::unique_ptr<DispatchQueue> workerQueue;
   bool statusRefreshInProgress = false;
   bool liveSessionRefreshInProgress = false;
-  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< a `Clock::continuousTime`; absent at first
+  std::optional<Seconds> lastLiveSessionRefreshAt;  ///< by `Clock::continuousTime`; absent: no refresh yet
   std::unique_ptr<Timer> refreshTimer;
-  /// The power assertions. Both identifiers are 0 while no assertion is held.
+  /// The identifiers of the two power assertions. Both are 0 while the assertions are not held.
   std::uint32_t displaySleepAssertionID = 0;
   std::uint32_t systemSleepAssertionID = 0;
 };

@@ -51,7 +51,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
     if (const auto kept = files.writePrivately(previous, old->text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
-  // If .env could not be read as text, keep it as a copy: it may be the only copy of the user's settings.
+  // If .env could not be read as text, keep it under another name: it may hold the user's only settings.
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};

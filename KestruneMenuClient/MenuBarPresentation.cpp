@@ -58,7 +58,7 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
   if (const ImageRef logo = baseMenuBarLogo()) {
     if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
   }
-  // The conversion to grey has failed, perhaps because the first image was damaged. Load the logo again.
+  // No grey logo could be made, so return the logo in colour. Load it anew: the first image may be damaged.
   return baseMenuBarLogo();
 }
 

@@ -7,13 +7,13 @@ namespace kestrune {
 
 /// A menu row: its number, title and action. Rows 2 to 11 are not in the table: `statusRows` makes them.
 struct AppDelegate::MenuRow {
-  int number;  ///< place in the menu; of rows with the same place, the first that `applies` is shown
+  int number;  ///< place in the menu; if rows share it, the first whose `applies` is true or null is shown
   const char* title = "";   ///< empty: a separator
-  const char* action = "";  ///< the name by which faces and scripts choose the row; empty: none
+  const char* action = "";  ///< the name by which menus and scripts choose the row; empty: none
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark
-  bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row may be shown; null: always
+  bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row may be shown now; null: always
 };
 
 namespace {
@@ -109,7 +109,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // the last line has this action: add the row's other title to it
+    if (row.action == described) {  // the last line names this action: add this title to that line
       lines.pop_back();
       lines += std::string(" / ") + row.title + "\n";
       continue;

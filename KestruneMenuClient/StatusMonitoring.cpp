@@ -144,7 +144,7 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
   });
 }
 
-// --- live snapshot
+// --- project and chat thread of the live session
 
 void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
   const auto finish = [&completion] {

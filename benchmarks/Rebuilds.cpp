@@ -8,7 +8,8 @@
 #include "adapters/loop/EventLoop.h"
 #include "adapters/tray/StatusNotifierItem.h"
 
-// Rebuilds the exported menu 5,000 times with new texts, and prints by how many kB the private memory grows.
+// Rebuilds the exported menu with new texts, 500 times to warm up and then 5,000 times. Prints by how many kB
+// the private memory grows during the 5,000 rebuilds.
 
 namespace {
 

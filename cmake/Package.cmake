@@ -27,8 +27,8 @@ Chinese.
 
 The resident process links no GUI toolkit. The package kestrune-menu-dialogs
 shows its windows; without it, the client uses notifications and the terminal.")
-# The packages of the programs that the client runs, except essential packages such as bash, coreutils or findutils, on
-# which Debian policy forbids dependencies.
+# The packages of the programs that the client runs. Debian policy asks packages not to depend on essential packages, so
+# bash, coreutils and findutils are left out.
 set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "curl, lsof, procps")
 # The bus and the windows are only recommended: the client also runs without them.
 set(CPACK_DEBIAN_CLIENT_PACKAGE_RECOMMENDS "dbus-user-session | dbus-session-bus")

@@ -15,14 +15,15 @@ namespace {
 constexpr double ordinaryPoints = 13;
 constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
 constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels; 8 pt at 96 dpi
-constexpr double secondaryShare = 0.68;  // share of the text colour in secondary text, which is paler
+constexpr double secondaryShare = 0.68;  // of the text colour in secondary text; the rest is window colour
 
 constexpr std::array emojiFamilies{
     "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
     "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
     "Emoji Two",        "JoyPixels",           "Blobmoji"};
 
-// The pixels that a frame adds. An estimate, because the real size is unknown before the window is mapped.
+// What the frame adds to the width and height of a window, in pixels. This is an estimate, because the real
+// frame is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
 }  // namespace
@@ -49,8 +50,9 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Put the desktop's font first, so that digits do not come from an emoji font. Its name may be an alias
-  // like "Sans Serif", which Qt would resolve only after the substitutions. So resolve the alias.
+  // Put the desktop's font first: otherwise digits could come from an emoji font. The name of the desktop's
+  // font may be an alias like "Sans Serif", which Qt would resolve only after the substitutions. So resolve
+  // the alias here.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const char* const family : emojiFamilies) {
@@ -65,7 +67,7 @@ void preferColorEmoji() {
 QColor colorFor(TextColor color, const QPalette& palette) {
   const QColor text = palette.color(QPalette::Active, QPalette::WindowText);
   if (color == TextColor::primary) return text;
-  // The colours for disabled text would not do: many themes make them too pale to read.
+  // Do not use the colours for disabled text: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
   const auto blend = [](int over, int under) {
     return static_cast<int>(std::lround(secondaryShare * over + (1 - secondaryShare) * under));

@@ -64,7 +64,8 @@ void ColorScheme::settingChanged(const QDBusMessage& signal) {
 }
 
 void ColorScheme::follow(QVariant value) {
-  // The portal's method `Read` puts the value into two variants, the signal `SettingChanged` into one.
+  // The signal `SettingChanged` contains the value in a variant. The answer to the portal's method `Read` has
+  // one more variant around it.
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;

@@ -40,8 +40,8 @@ void DialogWindow::present() {
   auto* const field = isHidden() ? qobject_cast<QLineEdit*>(focusWidget()) : nullptr;
   const int cursor = field != nullptr ? field->cursorPosition() : 0;
   show();
-  // Qt has selected the text of the focused field: the next key would replace the text, and only the end of a
-  // long text would be visible. So put the cursor back, which also deselects the text.
+  // show() has selected the text of the focused field: the next key would replace the text, and only the end
+  // of a long text would be visible. So put the cursor back, which also deselects the text.
   if (field != nullptr) field->setCursorPosition(cursor);
   raise();
   activateWindow();
@@ -49,7 +49,7 @@ void DialogWindow::present() {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
-  // In a task bar, a title like "state" alone would not tell which program it belongs to.
+  // Add the program's name to the title, because a task bar shows the title among those of other programs.
   setWindowTitle(name.contains(program) ? name
                  : name.isEmpty()       ? program
                                         : name + QStringLiteral(" — ") + program);
@@ -60,7 +60,8 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Fix the size until the window is exposed: compositors tile a window mapped without a fixed size.
+  // Fix the size until the window is exposed: some compositors tile a window that has no fixed size when it
+  // is mapped.
   if (isOnWayland()) limitSize(size(), size());
 }
 

@@ -59,8 +59,8 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// Returns the style options of the row, without the title, which the caller puts in front of their text. The
-/// text is empty, or a tab and the shortcut, because widget styles right-align what follows a tab.
+/// Returns the style options of the row. Their text is a tab and the shortcut, because widget styles
+/// right-align what follows a tab; without a shortcut it is empty. The caller puts the title in front of it.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);
@@ -121,7 +121,8 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // Leave the other keys to the window: it scrolls when it moves the focus. A QPushButton does not.
+      // Leave the other keys to the window, which scrolls to the row that gets the focus. With its arrow
+      // keys, a QPushButton would move the focus without scrolling.
       event->ignore();
   }
 }

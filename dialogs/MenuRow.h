@@ -24,7 +24,7 @@ class MenuRow final : public QPushButton {
   /// is painted as the heading of its section. `keyWidth`: pixels; width of the menu's widest shortcut.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
-  /// Returns what kind of control screen readers take this row for.
+  /// Returns the role that screen readers announce: separator, text, check box or push button.
   QAccessible::Role role() const { return accessibleRole; }
 
   QSize sizeHint() const override;

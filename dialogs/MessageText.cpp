@@ -16,7 +16,7 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
-constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; more text than any screen shows
+constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; the rest is not measured: no screen shows it
 constexpr int roomForRounding = 2;            // pixels; the layout may be a little wider than measured
 constexpr int fewestLines = 4;
 

@@ -26,7 +26,7 @@ constexpr double largeButton = 30;
 constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
 constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
 
-constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; more text than a label ever shows
+constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; the rest is not laid out: no label shows it
 constexpr float placeholderShare = 0.5;     // opacity of the placeholder, which has the colour of the text
 constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on the left and on the right
 

@@ -101,7 +101,8 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // Without this, the session manager (XSMP) would start this program at the next login without its client.
+  // If this variable were set, the session manager (XSMP) would restore this program at the next login. But
+  // only the client may start it.
   unsetenv("SESSION_MANAGER");
   // Remove the inherited activation token, which was for the start of the client and is already used.
   unsetenv("XDG_ACTIVATION_TOKEN");

@@ -25,7 +25,8 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// Repairs an entry with any text. Checks that this neither enables nor disables the entry.
+/// Repairs the entry `text`, which may be damaged. Checks that the repair changes only the lines Exec,
+/// TryExec and Path, and neither enables nor disables the entry.
 void repair(AutostartEntries& entries, const std::string& repo, const std::string& text) {
   const std::string path = entries.path(label);
   put(path, text);

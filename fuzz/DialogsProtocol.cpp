@@ -5,8 +5,9 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line to the one,
-// and as a line to the other. If it does not begin with a brace, it is also put as a text into messages.
+// Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line that the
+// client sends, and again as a line that KestruneMenuDialogs sends. If the input does not begin with a brace,
+// messages that contain its first 64 bytes as a text are encoded too.
 
 namespace {
 

@@ -53,7 +53,8 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves a trimmed value without line ends, as the settings window does after it has shown the old value.
+/// Saves `value`, which must be trimmed and have no line end, as the settings dialog does after it has shown
+/// the old value. Checks the saved file.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};

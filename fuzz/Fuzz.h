@@ -12,7 +12,8 @@
 #include <string_view>
 
 // A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. libFuzzer calls
-// the function with ever new bytes. In an ordinary build, `Replay.cpp` calls it with the files of its corpus.
+// the function again and again with new bytes. In every other build, `Replay.cpp` calls it with the files of
+// the fuzzer's corpus.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

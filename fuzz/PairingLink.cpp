@@ -3,7 +3,7 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the pairing link. The input: a value for the link, the text of the backend's .env.
+// Fuzzes the pairing link. The input: a value to percent-encode, and the text of the backend's .env.
 
 namespace {
 

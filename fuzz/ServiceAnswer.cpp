@@ -2,7 +2,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes the choice of project and chat thread from an answer of the backend's service, which is the input.
+// Fuzzes selectedSession, which picks the project and the chat thread from an answer of the backend's local
+// service. The input is the answer.
 
 using namespace kestrune;
 using fuzz::require;

@@ -84,7 +84,7 @@ int appendOne(sd_bus_message* message, std::string_view type, Input& input) {
   }
 }
 
-/// Appends values of these types, made of the input.
+/// Appends values of the types in the signature `types`, made from the input.
 int append(sd_bus_message* message, std::string_view types, Input& input) {
   int result = 0;
   while (result >= 0 && !types.empty()) {
@@ -104,7 +104,7 @@ struct Target final : ActionTarget {
 
 /// Returns a loop that does not run: `Desk` handles the messages.
 EventLoop& idleLoop() {
-  // Restore the signal mask: the loop blocks the signals that end a process, and these must end a fuzzer.
+  // EventLoop blocks SIGTERM and similar signals. Restore the signal mask, so that these can end the fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;

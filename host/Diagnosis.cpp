@@ -74,7 +74,8 @@ std::vector<std::string> textsIn(sd_bus_message* reply, const char* container, c
   return texts;
 }
 
-/// Describes what the services on both buses answer. Asks all questions at once, and waits 2 s at most.
+/// Describes what the services on the session bus and the system bus answer. Asks all questions at once, and
+/// waits 2 s at most.
 std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus) {
   BusInquiry session{sessionBus}, system{systemBus};
   std::map<std::string, std::string> owners;
@@ -182,7 +183,7 @@ std::string environmentLines(const MainBundle& bundle) {
   return text;
 }
 
-/// Returns the first line of a program's output, or why there is none.
+/// Returns the first line of a program's output, or the reason why there is no output.
 std::string firstWordsOf(Processes& processes, const std::string& program,
                          const std::vector<std::string>& arguments) {
   const auto launched = processes.launch(program, arguments);
@@ -204,7 +205,8 @@ std::string programLines(const MainBundle& bundle, Processes& processes) {
   return text;
 }
 
-/// Names an installed font for each kind of text in the windows, or the package to install.
+/// For Chinese and for emoji, returns a line with an installed font that has the characters, or with the
+/// package to install.
 std::string fontLines(const MainBundle& bundle, Processes& processes) {
   struct Kind {
     const char *name, *pattern, *package;

@@ -83,7 +83,7 @@ pid_t takePredecessor() {
 }
 
 /// Returns whether systemd started this process as the main process of a service. When the main process ends,
-/// systemd kills all processes of the service, including a new instance of the client.
+/// systemd kills all processes of the service. So a restart must not start a new process, but call exec.
 bool isMainProcessOfService(const MainBundle& environment) {
   return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
 }

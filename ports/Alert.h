@@ -32,7 +32,7 @@ struct Alert {
 };
 
 struct AlertAnswer {
-  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent when cancelled or never shown
+  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent: cancelled or never shown
   std::map<std::string, std::string> fields{};  ///< the text of each field, by the field's identifier
 };
 
@@ -41,7 +41,8 @@ struct AlertRequest {
   std::function<Alert()> describe;
   /// Called once, when the alert is answered or cancelled.
   std::function<void(const AlertAnswer&)> completion;
-  /// At most one alert with this identifier is open or waiting, but any number with an empty identifier.
+  /// At most one alert with this identifier is open or waiting at a time. If the identifier is empty, there
+  /// is no such limit.
   std::string identifier{};
 };
 
@@ -53,7 +54,7 @@ class Alerts {
   virtual ~Alerts() = default;
 
   /// Queues `request`, and returns before any function of `request` is called. If an alert with the same
-  /// identifier is open or waiting, drops `request` and brings the open alert to the front.
+  /// identifier is open or waiting, drops `request` and brings the open alerts to the front.
   virtual void present(AlertRequest request) = 0;
 };
 

@@ -30,7 +30,7 @@ class Application {
   /// the exit status of the process. Called once, on the main thread.
   virtual int run(ApplicationDelegate& delegate) = 0;
 
-  /// Ends the main loop once the running callback has returned. Further calls do nothing. Main thread.
+  /// Ends the main loop as soon as the running callback has returned. Further calls do nothing. Main thread.
   virtual void terminate() = 0;
 };
 

@@ -18,7 +18,8 @@ class Clock {
   /// Returns the time since a fixed moment, including the time that the machine was suspended. Any thread.
   virtual Seconds continuousTime() const = 0;
 
-  /// Returns the seconds since 1970. Jumps when the clock is set, so never use it for timeouts. Any thread.
+  /// Returns the seconds since 1970. Jumps when the system clock is set, so never use it for timeouts. Any
+  /// thread.
   virtual std::int64_t calendarTime() const = 0;
 
   /// Blocks the calling thread for `duration`; returns at once if `duration` is 0 or less. Any thread.

@@ -35,7 +35,7 @@ class MainQueue : public DispatchQueue {
 
 enum class QualityOfService { standard, userInitiated };
 
-/// Where the jobs of a serial queue run: on its own thread, or on the main thread between other jobs.
+/// Where the jobs of a serial queue run: on the queue's own thread, or on the main thread between other jobs.
 enum class QueueTarget { ownThread, mainThread };
 
 /// Creates the queues of the process.

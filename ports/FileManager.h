@@ -12,7 +12,7 @@ enum class ReadOutcome {
   read,
   unreadable,  ///< missing, not a regular file, or not permitted
   tooLarge,    ///< longer than `FileManager::sizeLimit`
-  passing,     ///< failed for lack of descriptors or memory, or by an I/O error; may succeed later
+  passing,     ///< no free descriptor, no memory, or an I/O error; a later try may succeed
 };
 struct FileContents {
   ReadOutcome outcome = ReadOutcome::unreadable;
@@ -41,8 +41,9 @@ class FileManager {
   /// followed. The new file has mode 0600, whatever mode the old file had.
   virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
-  /// Like `writeAtomically`, but keeps an old regular file beside the new file, with ".unreadable" appended
-  /// to its name. There is a file at `path` at every moment; on failure it is the old file.
+  /// Like `writeAtomically`, but if there is an old regular file, keeps it in the same folder, with
+  /// ".unreadable" appended to the old file's name. There is a file at `path` at every moment; on failure it
+  /// is the old file.
   virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
   /// Creates the folder and its missing parents, with mode 0777 less the umask. Succeeds if the folder

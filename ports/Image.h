@@ -27,7 +27,8 @@ struct Image {
   bool operator==(const Image&) const = default;
 };
 
-/// Caches and buttons share images, so a face (tray or terminal) can compare pointers instead of pixels.
+/// May be null. Compared by pointer, not by pixels: the controller passes the same object again as long as it
+/// shows the same logo.
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every

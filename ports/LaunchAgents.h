@@ -25,9 +25,9 @@ class LaunchAgents {
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 
-  /// If the program that the agent's file starts no longer exists, rewrites the file to start the running
-  /// program with the backend in `repoPath`. Does nothing if the file is missing or is not of this
-  /// application.
+  /// If the agent's file names a program that no longer exists, rewrites the file: afterwards it starts the
+  /// running program with the backend in `repoPath`. Does nothing if the file is missing or belongs to
+  /// another application.
   virtual void repair(const std::string& label, const std::string& repoPath) = 0;
 };
 

@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// Performs the action of a menu row, or of a button in an alert, that the user has chosen.
+/// Performs the actions of menu rows, and of buttons inside alerts, when the user chooses them.
 class ActionTarget {
  public:
   virtual ~ActionTarget() = default;
@@ -20,7 +20,7 @@ class ActionTarget {
 
 /// One row of a menu.
 struct MenuItem {
-  int id = 0;  ///< greater than 0, unique in its menu; a row has the same id in every menu
+  int id = 0;  ///< greater than 0, unique in its menu; a row keeps its id when the menu is replaced
   bool isSeparator = false;
   std::string title{};
   std::string action{};           ///< what choosing the row does; empty: nothing

@@ -20,7 +20,8 @@ class Notifications {
  public:
   virtual ~Notifications() = default;
 
-  /// Asks the user once for permissions, a sum of `NotificationOption`s. Does not report the answer.
+  /// Asks the user once for permissions: `options` is a bitwise OR of `NotificationOption`s. Does not report
+  /// the answer.
   virtual void requestAuthorization(unsigned options) = 0;
 
   /// Shows `notification` at once. If it cannot be shown, drops it without reporting an error.

@@ -10,9 +10,9 @@
 namespace kestrune {
 
 /// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
-/// at a time. The destructor does not end the child; a child that outlives it is reaped at a later launch.
-/// After `readOutput` or the destructor, the child and its descendants can still write to the pipes; this
-/// output is discarded.
+/// at a time. The destructor does not end the child: if the child still runs, a later launch reaps it
+/// after its end. After `readOutput` or the destructor, the child and its descendants can still write to the
+/// pipes; this output is discarded.
 class Process {
  public:
   virtual ~Process() = default;
@@ -30,8 +30,8 @@ class Process {
   /// Sends SIGTERM to every process in the child's process group.
   virtual void terminateGroup() = 0;
 
-  /// Returns the child's exit status; it is 0 only if the child exited with status 0, and never 0 if a signal
-  /// killed the child. Call this after the child has ended.
+  /// Returns the child's exit status; not 0 if a signal killed the child. Call this after the child has
+  /// ended.
   virtual int terminationStatus() const = 0;
 
   /// Returns the child's whole standard output, followed by its whole standard error. Reads each pipe to its

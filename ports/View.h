@@ -31,7 +31,7 @@ struct View {
   ViewKind kind = ViewKind::container;
   std::string identifier{};          ///< of a field: the key of its text in `AlertAnswer::fields`; unique
   std::string text{};                ///< of labels, buttons and fields
-  std::string placeholder{};         ///< of fields
+  std::string placeholder{};         ///< of fields: shown while the field is empty
   std::string action{};              ///< of a button: the alert's target performs it; the alert stays open
   std::string accessibilityLabel{};  ///< for screen readers; if it is empty, they read `text`
 

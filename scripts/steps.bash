@@ -16,7 +16,7 @@ test_packages=(libgtest-dev dbus systemd util-linux iproute2 xvfb xauth xfce4-pa
     "${package_packages[@]}" lintian appstream man-db)
 # Packages for the benchmarks.
 benchmark_packages=(libbenchmark-dev dbus xvfb x11-utils python3-gi util-linux iproute2)
-# Packages for the sanitizer builds, which use clang, so that both compilers check the code.
+# Packages for the sanitizer builds. These use clang, so that clang checks the code as well as GCC.
 sanitizer_packages=(clang libclang-rt-14-dev)
 
 log=$(mktemp)

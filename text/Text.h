@@ -20,7 +20,8 @@ std::string_view trimmed(std::string_view text);
 
 enum class CrLf { oneNewline, twoNewlines };
 
-/// Splits a text at its newlines. Empty lines count as lines; an empty text has no line.
+/// Splits a text at its newlines. Empty lines count as lines, also the one after a newline at the end of the
+/// text. An empty text has no line.
 class LineSplitter {
  public:
   explicit LineSplitter(std::string_view text, CrLf givenCrLf = CrLf::oneNewline)

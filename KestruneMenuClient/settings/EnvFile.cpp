@@ -79,7 +79,8 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       result += line;
     }
   }
-  // An empty file has one line; a file that does not exist has no line.
+  // An empty file has one empty line, so the first appended key is on the second line. A file that does not
+  // exist has no line.
   if (exists && contents.empty()) startLine();
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {

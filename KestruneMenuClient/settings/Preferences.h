@@ -12,7 +12,7 @@ class Preferences {
   /// `givenStore` must outlive this object.
   explicit Preferences(UserDefaults& givenStore) : store(givenStore) {}
 
-  /// Returns true when the preference was never written; so does `isKeepAwakeEnabled`.
+  /// If the preference was never written, `isAutoConnectEnabled` and `isKeepAwakeEnabled` return true.
   bool isAutoConnectEnabled() const {
     return store.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
   }

@@ -25,7 +25,8 @@ struct LiveSession {
 /// the answer is absent or damaged. May be called from any thread.
 LiveSession selectedSession(const std::optional<std::string>& answer);
 
-/// Returns the name of a chat thread as the menu shows it: trimmed and at most 34 characters long.
+/// Returns the name of a chat thread as the menu shows it: without terminal escape sequences, trimmed, and
+/// shortened to 34 characters.
 std::string compactThreadName(std::string_view name);
 
 }  // namespace kestrune

@@ -53,8 +53,8 @@ void AlertQueue::answer(int id, AlertAnswer answer) {
   goOn();
 }
 
-/// Shows the next alert. If there is none, the last open alert or the menu resumes. Runs as a later job of
-/// the queue, so that the next alert may be one that the action or the completion has requested.
+/// Shows the next waiting alert, or calls `resume` if no alert was shown. Does so in a later job of the
+/// queue, because the action or the completion may just have requested the next alert.
 void AlertQueue::goOn() {
   queue.async([this, before = lastId] {
     showNext();

@@ -9,11 +9,11 @@
 
 namespace kestrune {
 
-/// Decides when each alert is shown. A face (tray or terminal) derives from this, shows the alert and says
-/// how it ended. Main thread.
+/// Decides when each alert is shown. A derived class (windows or terminal) shows the alerts, and calls
+/// `answer` when the user has answered one. Main thread.
 class AlertQueue : public Alerts {
  public:
-  /// `mainQueue` outlives this.
+  /// `mainQueue` outlives this object.
   explicit AlertQueue(DispatchQueue& mainQueue) : queue(mainQueue) {}
 
   void present(AlertRequest request) override;
@@ -25,28 +25,29 @@ class AlertQueue : public Alerts {
     Alert alert;
   };
 
-  /// Shows the last alert in `open`, `shown`, above the other alerts. May call `answer` before it returns.
+  /// Shows `shown`, the last alert in `open`, above the other alerts. May call `answer` before it returns.
   virtual void show(const Open& shown) = 0;
 
-  /// Brings the open alerts to the front. Called when the user requests an alert that is open or must wait.
+  /// Brings the open alerts to the front. Called when an alert is requested that is already open or waiting,
+  /// or that must wait until the open alerts are closed.
   virtual void raise() = 0;
 
-  /// Called when no other alert was opened after a press or an answer. The user then goes on with the last
+  /// Called after a press or an answer, if no further alert was opened. Lets the user go on with the last
   /// alert in `open`, or with the menu if no alert is open.
   virtual void resume() {}
 
-  /// Performs the action of a button in the view of the alert `id`, unless the alert is not open.
+  /// Performs `action` of a button inside the alert `id`. Performs nothing if this alert is not open.
   void press(int id, const std::string& action);
 
-  /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. A button
-  /// number that the alert does not have counts as a cancelled alert.
+  /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. If `answer`
+  /// contains a button number that the alert does not have, the alert counts as cancelled.
   void answer(int id, AlertAnswer answer);
 
   /// Drops the open and the waiting alerts without calling their completions.
   void forget();
 
   DispatchQueue& queue;
-  std::vector<Open> open;  ///< from bottom to top
+  std::vector<Open> open;  ///< from the bottom alert to the top alert
 
  private:
   bool isThere(const std::string& identifier) const;

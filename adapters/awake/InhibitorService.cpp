@@ -12,7 +12,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
-constexpr Seconds pause{60.0};  // no requests for this time after a timeout or one of `notOfferedErrors`
+constexpr Seconds pause{60.0};  // no calls for this time after a timeout or one of `notOfferedErrors`
 constexpr std::size_t requestLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
@@ -66,7 +66,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     std::uint64_t serial = 0;
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
-      // The timeout counts as a refusal: if the service still grants the inhibitor, it is given back.
+      // The timeout counts as a refusal: if the service grants the inhibitor later, give it back then.
       if (sd_bus_message_get_cookie(call.get(), &serial) >= 0) expectAnswer(serial, 0);
     }
     if (holds(holder) || !goOn) return holds(holder);
@@ -81,7 +81,7 @@ void InhibitorService::inhibitLater(std::uint32_t holder, const std::string& rea
   if (isPending || !mayBeAsked()) return;
   const BusMessage call = newRequest(reason);
   std::uint64_t serial = 0;
-  // Send without a timeout: an inhibitor that is granted late is still wanted, or must be given back.
+  // A late answer matters: its inhibitor is still wanted, or must be given back. So send without a timeout.
   if (call && sd_bus_send(bus, call.get(), &serial) >= 0) expectAnswer(serial, holder);
 }
 
@@ -114,8 +114,8 @@ void InhibitorService::busConnected() {
 void InhibitorService::busLost() {
   requests.clear();
   answers.reset();
-  // The services drop the cookies of a lost connection. But a descriptor of logind may keep its inhibitor in
-  // force: keep the descriptor until another grant replaces it.
+  // When the connection is lost, the services drop the inhibitors that have a cookie. But a descriptor of
+  // logind may keep its inhibitor in force. So keep the descriptor until another grant replaces it.
   for (auto& [holder, grant] : grants) grant.owner.clear();
   onChange();
 }
@@ -143,7 +143,7 @@ int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error
   const auto found = std::find_if(self.requests.begin(), self.requests.end(),
                                   [serial](const Request& each) { return each.serial == serial; });
   if (found == self.requests.end()) return 0;
-  // Ignore an answer that is neither from the service nor, when the service is gone, from the bus daemon.
+  // Accept an answer only from the service, or from the bus daemon, which answers if the service is gone.
   const char* const sender = sd_bus_message_get_sender(message);
   if (!isFromBusDaemon(message) && (sender == nullptr || found->owner != sender)) return 0;
   const Request request = std::move(*found);
@@ -153,8 +153,8 @@ int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error
 }
 
 /// Handles the answer to a request: `error`, or `reply` if `error` is null. Returns true if an inhibitor was
-/// granted, or if the service lacks the method at this path. If the method is lacking, the next path is used
-/// from now on; after the last path, the service counts as absent for `pause`.
+/// granted, or if the service lacks the method at this path. In the second case, the next path is used from
+/// now on; after the last path, the service counts as absent for `pause`.
 bool InhibitorService::take(const Request& request, sd_bus_message* reply, const sd_bus_error* error) {
   if (error != nullptr) {
     const bool isCurrent = request.owner == owner.owner() && request.path == protocol.paths[path];
@@ -185,13 +185,14 @@ std::optional<InhibitorService::Grant> InhibitorService::grantFrom(const Request
   }
   int descriptor = -1;
   if (sd_bus_message_read(reply, "h", &descriptor) <= 0) return std::nullopt;
-  // Duplicate the descriptor (SCM_RIGHTS): the message owns it, and closes it when the message is freed.
+  // Duplicate the received descriptor (SCM_RIGHTS): the message owns the original, and will close it.
   grant.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   if (!grant.descriptor) return std::nullopt;
   return grant;
 }
 
-/// Releases a cookie. Calls the service's unique name: only the issuing process knows the cookie.
+/// Releases an inhibitor that has a cookie. Calls the unique name of the process that granted it, because no
+/// other process knows the cookie. An inhibitor without a cookie ends when its descriptor is closed.
 void InhibitorService::giveBack(const Grant& grant) const {
   if (protocol.giveBackMethod == nullptr || bus == nullptr || grant.owner.empty()) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,

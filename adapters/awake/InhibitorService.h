@@ -19,7 +19,7 @@ namespace kestrune {
 struct InhibitorProtocol {
   const char* name;       ///< bus name of the service
   const char* interface;  ///< the interface that has the method "Inhibit"
-  /// The object paths to try, in this order. Desktops differ in the path.
+  /// The object paths to try, in this order, because desktops use different paths.
   std::vector<const char*> paths;
   /// The method that releases an inhibitor by its cookie. Null for a service that grants a descriptor instead
   /// of a cookie: closing the descriptor releases the inhibitor.
@@ -32,26 +32,27 @@ struct InhibitorProtocol {
 class InhibitorService final : public BusClient {
  public:
   /// `connection` and `clock` must outlive this object. `onChange` runs when the service appears or vanishes,
-  /// and when a request of `inhibitLater` is granted.
+  /// and when its answer to `inhibitLater` grants an inhibitor or says that it lacks the method.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol,
                    std::function<void()> onChange);
   ~InhibitorService() override;
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
 
-  /// Returns whether the service is known to run. Once it lacked the method, returns false for a minute.
+  /// Returns whether the service is known to run. For a minute after the service has answered that it lacks
+  /// the method "Inhibit", returns false.
   bool isPresent() const;
 
-  /// Requests an inhibitor for `holder`, a number of the caller's choice but not 0. Blocks for the answer,
-  /// for at most 250 ms. After a timeout, returns false for a minute without asking. Returns false if the
-  /// service refused, or if it lacks the method; the service then no longer counts as present.
+  /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Blocks for at most
+  /// 250 ms. Returns whether `holder` has an inhibitor: false after a refusal or a timeout, or if the service
+  /// lacks the method (then it no longer counts as present). For a minute after a timeout, sends no request.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
   /// minute after a timeout of `inhibit`.
   void inhibitLater(std::uint32_t holder, const std::string& reason);
-  /// Gives back the inhibitor of `holder`, if any, and the inhibitor that a pending request brings later.
+  /// Gives back the inhibitor of `holder`, if any, and later the inhibitor that a pending request brings.
   void giveBack(std::uint32_t holder);
-  /// Returns whether `holder` has an inhibitor whose granting process, as far as is known, still runs.
+  /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now.
   bool holds(std::uint32_t holder) const;
 
   void busConnected() override;
@@ -67,7 +68,7 @@ class InhibitorService final : public BusClient {
   /// A request that has not been answered yet.
   struct Request {
     std::uint64_t serial;  ///< serial number of the method call
-    std::uint32_t holder;  ///< 0 when the inhibitor is not wanted any more
+    std::uint32_t holder;  ///< 0: no longer wanted; given back when it is granted
     std::string owner;     ///< unique name of the service that was called
     const char* path;
   };

@@ -65,7 +65,7 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
       login(systemBus, clock, logind, [this] { settle(); }) {}
 
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
-  // Skip 0, which means no assertion, and identifiers that are still in use after an overflow.
+  // Skip 0, which stands for no assertion. After an overflow, also skip identifiers that are still in use.
   do ++lastIdentifier;
   while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
   const std::uint32_t identifier = lastIdentifier;
@@ -94,7 +94,7 @@ void Inhibitors::release(std::uint32_t identifier) {
   settle();
 }
 
-/// Returns the services that must grant an assertion of this type now.
+/// Returns the running services that must each grant an inhibitor for an assertion of this type.
 Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
   Services found;
   const auto addPresent = [&found](std::initializer_list<InhibitorService*> services) {
@@ -128,8 +128,9 @@ void Inhibitors::giveBack(std::uint32_t identifier) {
   for (auto* const service : all) service->giveBack(identifier);
 }
 
-/// After services have appeared or vanished: requests the inhibitors that held assertions lack, and gives
-/// back the inhibitors that they need no longer.
+/// For each assertion, requests the inhibitors that are missing. If none is missing, gives back the
+/// inhibitors that are no longer needed. Runs when a service has appeared, vanished or answered, and after
+/// `create` and `release`.
 void Inhibitors::settle() {
   for (const auto& [identifier, assertion] : assertions) {
     const auto services = servicesFor(assertion.type);
@@ -140,7 +141,7 @@ void Inhibitors::settle() {
       service->inhibitLater(identifier, assertion.name);
     }
     if (!held) continue;
-    // Give superfluous inhibitors back last, so that an inhibitor keeps the machine awake at any time.
+    // Give unneeded inhibitors back only now that all needed ones are held: the machine must stay awake.
     for (auto* const service : all) {
       const bool needed = std::find(services.begin(), services.end(), service) != services.end();
       if (!needed && service->holds(identifier)) service->giveBack(identifier);

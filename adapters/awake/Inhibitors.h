@@ -15,13 +15,13 @@ namespace kestrune {
 /// A suspend that the user asks for is never blocked.
 ///
 /// An assertion for the display needs an inhibitor of the GNOME session manager. Without a session manager,
-/// it needs inhibitors of the screen-saver and the power-management service, as far as they exist; if both
-/// are missing, of logind. An assertion for the system needs inhibitors of logind and, if it exists, of the
+/// it needs inhibitors of the screen-saver service and the power-management service, as far as they run; if
+/// neither runs, of logind. An assertion for the system needs inhibitors of logind and, if it runs, of the
 /// power-management service, which can suspend the machine by itself. An assertion is held only if every
 /// needed service has granted its inhibitor. A service that starts later, or starts again, is asked without
 /// blocking; if it refuses, the assertion is lost.
 ///
-/// `create` waits for a service for at most 250 ms. After a timeout it does not ask this service for a
+/// `create` waits for each service for at most 250 ms. After a timeout it does not ask this service for a
 /// minute, unless the service starts again. It never waits for a bus that is not connected.
 class Inhibitors final : public PowerAssertions {
  public:

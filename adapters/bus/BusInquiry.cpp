@@ -46,7 +46,7 @@ void BusInquiry::ask(const Question& question, Answer answer) {
 int BusInquiry::replied(sd_bus_message* reply, void* data, sd_bus_error*) {
   auto& call = *static_cast<Call*>(data);
   const Outcome outcome = outcomeOf(reply);
-  // Every reply that came over the bus, even an error, has a sender. An error made by sd-bus itself has none.
+  // Every reply that came over the bus, even an error, has a sender. An error made by sd-bus has no sender.
   call.inquiry.answered = call.inquiry.answered || sd_bus_message_get_sender(reply) != nullptr;
   call.answer(outcome == Outcome::answered ? reply : nullptr, outcome);
   --call.inquiry.pending;

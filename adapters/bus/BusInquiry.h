@@ -27,10 +27,10 @@ class BusInquiry final : public BusClient {
 
   explicit BusInquiry(BusConnection& connection);
 
-  /// Calls a method, and passes the result to `answer`, which may call `ask` again. When the bus is lost,
-  /// `answer` is called with `unanswered` or not at all.
+  /// Calls a method, and passes the result to `answer`, which may call `ask` again. Does nothing without a
+  /// bus. When the bus is lost before the reply, `answer` is called with `unanswered` or not at all.
   void ask(const Question& question, Answer answer);
-  /// Returns whether any reply has come over the bus, even if it was an error from the bus daemon.
+  /// Returns whether the bus has delivered a reply so far. An error sent by the bus daemon counts as a reply.
   bool isAnswered() const { return answered; }
   bool isConnected() const { return bus != nullptr; }
   bool isDone() const { return bus == nullptr || pending == 0; }

@@ -18,7 +18,7 @@ class NameOwner final : public BusClient {
   void busConnected() override;
   void busLost() override;
 
-  /// Returns whether the bus has told who owns the name, or that nobody owns it.
+  /// Returns whether the bus daemon has said who owns the name, or that nobody owns it.
   bool isKnown() const { return known; }
 
   /// Returns the unique bus name of the owner; empty when there is no owner or it is unknown.

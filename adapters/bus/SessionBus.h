@@ -10,7 +10,7 @@
 
 namespace kestrune {
 
-/// The bus daemon, which exists on every bus. Its bus name is also the name of its interface.
+/// The bus name and the object path of the bus daemon. The name of its D-Bus interface equals its bus name.
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
@@ -27,9 +27,9 @@ struct BusMessageDeleter {
 /// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A reply handler for sd_bus_add_match_async that ignores a refusal: then only the signals of this match
-/// rule are missing. Without a handler, sd-bus closes the connection at a refusal; the client would
-/// reconnect, and be refused again.
+/// A reply handler for sd_bus_add_match_async. If the bus refuses the match rule, only the signals of this
+/// rule do not arrive. Without a handler, sd-bus would close the connection; the client would reconnect, and
+/// be refused again.
 int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
@@ -46,7 +46,8 @@ class BusConnection;
 /// destructor removes it from `connection`.
 class BusClient {
  public:
-  /// `given` must outlive this object. Call `connection.add` when the object is ready for `busConnected`.
+  /// `given` must outlive this object. The derived class calls `connection.add` once it can handle
+  /// `busConnected`.
   explicit BusClient(BusConnection& given) : connection(given) {}
   virtual ~BusClient();
   BusClient(const BusClient&) = delete;
@@ -61,7 +62,7 @@ class BusClient {
 
  protected:
   BusConnection& connection;
-  sd_bus* bus = nullptr;  ///< the open connection; null while there is none, and in `busLost`
+  sd_bus* bus = nullptr;  ///< the open connection; null without one, and already null in `busLost`
 
  private:
   friend BusConnection;
@@ -89,7 +90,7 @@ class BusConnection {
   /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
   void connect(Absence absence = Absence::fault);
 
-  /// Takes `opened` as the connection, as if `connect` had opened it.
+  /// Takes over `opened`, an open connection, and tells all clients of it.
   void use(sd_bus* opened);
 
   bool isConnected() const { return bus != nullptr; }

@@ -23,8 +23,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes that are kept of both pipes together
-constexpr std::size_t leastRoom = 65536;  // bytes that a child can write to each pipe without blocking
+constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes that are kept from both pipes together
+constexpr std::size_t leastRoom = 65536;  // bytes; a child can write this many to each pipe without blocking
 
 // After `reserveForThisThread`, a launch that fails with EAGAIN is tried again for 1 s.
 constexpr int reservedAttempts = 20;
@@ -46,7 +46,7 @@ void dropCutCharacter(std::string& bytes) {
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
   FileDescriptor readEnd;   ///< non-blocking; closed at end of file
-  FileDescriptor writeEnd;  ///< shows whether the pipe is full; closed before `drain`, to get end of file
+  FileDescriptor writeEnd;  ///< polled: a full pipe is not writable; closed before `drain` to get end of file
   std::string bytes{};      ///< what has been read so far
   bool cut = false;         ///< whether bytes were read and then discarded, because the limit was reached
 
@@ -77,7 +77,7 @@ struct OutputPipe {
   }
 
   /// Reads until the pipe is empty or at end of file. Appends at most `room` bytes to `bytes`, and discards
-  /// the rest; from then on, stops at the deadline. `buffer` is working memory.
+  /// the rest. Once it has discarded bytes, it also stops at the deadline. `buffer` is working memory.
   void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
       const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
@@ -102,7 +102,7 @@ struct ChildProcesses::Register {
 
   const TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // children that their Process object reaps
+  std::vector<pid_t> running;    // children whose Process object exists, and will reap them
   std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
 
@@ -139,7 +139,8 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // Also reaches the descendants of a reaped child: the ID of a process group with members is not reused.
+  // The signal also reaches the descendants of a reaped child: the ID of a process group is not reused while
+  // the group has members.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {
@@ -171,7 +172,7 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock: a reaped PID may be reused, and `reserveForThisThread` must not kill its new owner.
+    // Hold the lock: another process may get the PID, and `reserveForThisThread` must not kill that process.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;
@@ -228,8 +229,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). A later attempt soon succeeds: killed
-  // children count until they are reaped here, and other processes of the session are ending too.
+  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). A later attempt usually succeeds: killed
+  // children count until they are reaped here, and when the session ends, other processes end too.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);

@@ -19,9 +19,9 @@ class ChildProcesses final : public Processes {
   /// of the child or destroys its Process.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// When the output has been read, or the Process is destroyed, the child or a descendant may still have a
-  /// pipe open. `leftover` gets each such pipe. If `leftover` is empty, the pipe is closed; writers get
-  /// SIGPIPE.
+  /// When the child's output has been read, or the Process is destroyed, the child or a descendant may still
+  /// have a pipe open. `leftover` is called with each such pipe. If `leftover` is null, the pipe is closed,
+  /// and a process that writes to it gets SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
@@ -36,7 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  std::array<FileDescriptor, 4> spare;       // spare descriptors for the launch after `reserveForThisThread`
+  // Kept open until `reserveForThisThread` closes them, so that the next launch finds free descriptors.
+  std::array<FileDescriptor, 4> spare;
 };
 
 }  // namespace kestrune

@@ -16,7 +16,7 @@ namespace kestrune {
 namespace {
 
 constexpr Seconds grace{1.0};          // how much longer than --max-time curl may run
-constexpr Seconds pollInterval{0.01};  // between two checks whether curl, whose output has ended, has exited
+constexpr Seconds pollInterval{0.01};  // wait before the next check whether curl has exited
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
 /// Returns whether the token may be part of an HTTP header line: it has no control character.
@@ -56,7 +56,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
   if (!launched) {
-    // ECANCELED is no fault: the client is ending, and only the thread that stops the backend may launch.
+    // ECANCELED is no fault: while the client ends, only the thread that stops the backend starts processes.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("cannot run curl: " + launched.reason() + "; the menu shows no project and no thread");
     return std::nullopt;

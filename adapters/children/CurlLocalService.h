@@ -11,7 +11,7 @@ namespace kestrune {
 /// memory) on its standard input, because other processes can read its arguments and its environment.
 class CurlLocalService final : public LocalService {
  public:
-  /// `limit`: the longest time of a request. `children` and `clock` must outlive this object.
+  /// `limit`: how long a request may take. `children` and `clock` must outlive this object.
   CurlLocalService(ChildProcesses& givenChildren, Clock& givenClock, Seconds givenLimit = Seconds{5})
       : children(givenChildren), clock(givenClock), limit(givenLimit) {}
 

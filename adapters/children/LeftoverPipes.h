@@ -12,7 +12,8 @@ namespace kestrune {
 /// service that has the command's standard output open would die of SIGPIPE. Main thread, except `add`.
 class LeftoverPipes {
  public:
-  /// The largest number of pipes. If there are more, the oldest pipe is closed, and its writer gets SIGPIPE.
+  /// The largest number of pipes. When another pipe is added, the oldest pipe is closed, and the process that
+  /// writes to it gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& loop);

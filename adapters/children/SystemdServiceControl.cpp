@@ -2,9 +2,10 @@
 
 namespace kestrune {
 
-// Does not wait for the unit to stop, and asks for no password. Because the service manager may hang,
-// `timeout` ends the line after 1.2 s; after 0.2 s if the script's first such line began 2 s ago or earlier.
-// So the rest of the script has time to run. Errors are not shown: few backends have all these units.
+// The line does not wait for the unit to stop, and asks for no password. Because the service manager may
+// hang, `timeout` ends systemctl after 1.2 s. If the script ran its first line of this kind 2 s ago or
+// earlier, `timeout` ends systemctl after 0.2 s, so that the rest of the script has time to run. Errors are
+// not shown, because few backends have all these units.
 std::string SystemdServiceControl::unloadLine(const std::string& label) const {
   return ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
          "systemctl --user --no-block --no-ask-password stop " +
@@ -12,9 +13,9 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 }
 
 // The brackets around the first character keep the pattern from matching the shell that runs this line. The
-// pattern may also match a client by its path, or the terminal that runs the client. So the first of these
-// lines that a shell runs sets `spared` to the processes that get no signal: this client, all processes of
-// KestruneMenuClient and KestruneMenuDialogs, and the ancestors of all these processes.
+// pattern may also match a client by its path, or the terminal that runs the client. One shell may run
+// several of these lines. The first one sets `spared` to the processes that get no signal: this client, all
+// processes of KestruneMenuClient and KestruneMenuDialogs, and the ancestors of all these processes.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "

@@ -17,10 +17,10 @@ constexpr auto daemonInterface = "org.freedesktop.Notifications";
 
 constexpr auto applicationName = "Kestrune";
 
-constexpr std::size_t lastingLimit = 32;       // notifications
-constexpr std::uint64_t unsentLimit = 64;      // messages that wait in sd-bus
+constexpr std::size_t lastingLimit = 32;       // lasting notifications that can be withdrawn
+constexpr std::uint64_t unsentLimit = 64;      // messages in sd-bus; with more, none is added
 constexpr std::size_t bodyLimit = 1000;        // characters
-constexpr std::size_t bodyByteLimit = 16'000;  // more bytes than `bodyLimit` characters need
+constexpr std::size_t bodyByteLimit = 16'000;  // bytes; more than `bodyLimit` characters need
 constexpr std::size_t bodyLineLimit = 40;
 
 /// Returns `body` without control characters, shortened to what fits on a screen.
@@ -59,7 +59,7 @@ void DesktopNotifications::busLost() {
 void DesktopNotifications::daemonChanged(const std::string& before) {
   question.reset();
   readsMarkup.reset();
-  // Keep notifications that were sent while no daemon ran: the bus has started this daemon for them.
+  // If no daemon ran before, keep `lasting`: the bus may have started this daemon for its notifications.
   if (!before.empty()) lasting.clear();
   if (daemon.owner().empty()) return;
   sd_bus_slot* slot = nullptr;
@@ -90,9 +90,9 @@ void DesktopNotifications::add(const Notification& notification) {
   const bool lasts = notification.lasting;
   Lasting* const sent = lasts ? &lasting.emplace_back(Lasting{*this, notification.identifier}) : nullptr;
   sd_bus_slot* slot = nullptr;
-  // Use two settings, because daemons differ. Daemons with a list of notifications leave transient ones out
-  // of the list, and GNOME Shell removes a notification at a click unless it is resident. Daemons without a
-  // list use the expiration. Without slot and handler, sd-bus asks for no reply.
+  // Say twice how long the notification stays, because daemons differ. Daemons with a list of notifications
+  // read the hint: they leave "transient" notifications out of the list, and GNOME Shell removes a
+  // notification at a click unless it is "resident". Daemons without a list read the expiration.
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath, daemonInterface, "Notify");
   const BusMessage notify(call);
@@ -101,7 +101,8 @@ void DesktopNotifications::add(const Notification& notification) {
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
-  // Wait for the answer without a time limit: at login the daemon may start slowly.
+  // Wait for the answer without a time limit: at login the daemon may start slowly. Without a slot and a
+  // handler, sd-bus asks for no reply.
   sd_bus_call_async(bus, lasts ? &slot : nullptr, call, lasts ? &shown : nullptr, sent, UINT64_MAX);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
@@ -121,7 +122,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
   if (found == lasting.end()) return;
   found->withdrawn = true;
   if (found->reply) return;
-  // Call the daemon by its unique name, so that the bus does not start another one.
+  // Call the daemon by its unique name, so that the bus does not start another daemon.
   if (found->number != 0) {
     sd_bus_call_method_async(bus, nullptr, daemon.owner().c_str(), daemonPath, daemonInterface,
                              "CloseNotification", nullptr, nullptr, "u", found->number);
@@ -131,7 +132,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {
   const std::string text = readableBody(body);
-  // While the daemon has not said whether it reads markup, send full-width characters: they look the same.
+  // The daemon has not said whether it reads markup: send full-width characters, which look the same.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");

@@ -15,13 +15,14 @@ namespace kestrune {
 class DesktopNotifications final : public Notifications, public BusClient {
  public:
   /// `givenIcon` is shown beside the text: the path of a picture, or the name of an icon in the theme.
-  /// `givenBus` outlives this.
+  /// `givenBus` outlives this object.
   DesktopNotifications(SessionBus& givenBus, std::string givenIcon);
 
   /// Does nothing, because desktops have their own settings for permissions.
   void requestAuthorization(unsigned) override {}
   void add(const Notification& notification) override;
-  /// Withdraws a lasting notification, if it is one of the last 32 and its daemon still runs.
+  /// Withdraws the notification `identifier`, if it is one of the last 32 lasting notifications and the
+  /// daemon that shows it still runs.
   void withdraw(const std::string& identifier) override;
 
   void busLost() override;

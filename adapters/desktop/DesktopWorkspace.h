@@ -27,7 +27,7 @@ class DesktopWorkspace final : public Workspace {
 
   /// Returns whether `openNewInstance` was called and this process must end by exec.
   bool replacesThisProcess() const { return replacing; }
-  /// Replaces this process by exec. Returns only if it fails, and reports why.
+  /// Replaces this process by exec. If exec fails, prints the reason on standard error and returns.
   void replaceThisProcess() const;
 
  private:

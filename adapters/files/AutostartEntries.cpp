@@ -43,8 +43,9 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Returns whether all parsers of desktop entries read this text the same way between double quotes in Exec.
-/// Parsers differ on the characters that are escaped between quotes, and on a program name that contains "=".
+/// Returns whether `text` means the same to all parsers of desktop entries when it stands between double
+/// quotes in the key Exec. Parsers differ on the characters that are escaped between quotes, and on a program
+/// name that contains "=".
 bool canBeQuoted(std::string_view text) {
   return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
            return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
@@ -126,7 +127,8 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::string text;
   std::error_code failure;
   if (readWholeFile(path(label), text)) {
-    // An unreadable entry counts as enabled, except a link to /dev/null (an entry switched off) and a folder.
+    // An entry that exists but cannot be read counts as enabled. Exceptions: a folder, and a link to
+    // /dev/null, which switches the entry off.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
@@ -179,8 +181,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The missing program was probably in the repository. If the repository is missing too, replace the
-    // repository's path by the present one.
+    // The missing program was probably in the repository. If the repository is missing too, write the new
+    // path of the repository (`repoPath`) into the entry.
     const std::string former = unescaped(start->second.text);
     if (!fs::is_directory(former, failure)) {
       replace(command, repoArgument(former), repoArgument(absolute(repoPath)));

@@ -18,14 +18,15 @@ class AutostartEntries final : public LaunchAgents {
   AutostartEntries(std::string folder, const MainBundle& bundle, std::vector<std::string> dataFolders = {});
 
   std::string path(const std::string& label) const override;
-  /// Returns whether a desktop reads the entries: this is a desktop's session, or a desktop is installed.
+  /// Returns whether a desktop reads the entries: true if the process runs in a desktop session, or if a
+  /// desktop is installed.
   bool areRead() const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// Replaces the path of the repository only if the repository is missing too. Does nothing when the running
-  /// program is in a build folder, because a build folder may soon vanish too.
+  /// Also replaces the path of the repository in the entry, but only if that repository is missing. Does
+  /// nothing when the running program is in a build folder, because a build folder may soon vanish too.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

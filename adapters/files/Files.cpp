@@ -51,7 +51,7 @@ bool isThere(const std::string& name) {
   return lstat(name.c_str(), &state) == 0;
 }
 
-/// Locks the file. Returns false when another process has locked it; true on a file system without flock.
+/// Locks the file without blocking. Returns false only when another process has locked it.
 bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
@@ -82,7 +82,7 @@ std::optional<std::string> accessList(const fs::path& path) {
   return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
 }
 
-/// Sets the ACL of a file; an empty `list` removes the ACL inherited from the folder. False on failure.
+/// Sets the ACL of a file; an empty `list` removes the inherited ACL. Returns false on failure.
 bool setAccessList(int file, const std::string& list) {
   if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
@@ -103,7 +103,8 @@ void flush(const fs::path& folder) {
 /// tells other processes that it is not abandoned. The destructor removes it unless it replaced the target.
 class NewFile {
  public:
-  /// If `target` is a symbolic link, the link itself is replaced, so the caller must resolve links before.
+  /// If `target` is a symbolic link, the link itself is replaced. To replace the file that the link points
+  /// to, the caller must resolve the link first.
   explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)), folder(folderOf(target)) {}
   ~NewFile() {
     if (!name.empty()) unlink(name.c_str());
@@ -111,8 +112,8 @@ class NewFile {
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  /// Records owner, mode and ACL of the target, to set them on the new file later; without a target, does
-  /// nothing. Fails when the target exists and is not a regular file.
+  /// Records owner, mode and ACL of the target, to set them on the new file later. Does nothing if the target
+  /// is missing or is a symbolic link. Fails if the target is a folder, a device or a FIFO.
   std::error_code keepAccess() {
     struct stat old {};
     if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return {};
@@ -122,8 +123,8 @@ class NewFile {
     return {};
   }
 
-  /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes new files
-  /// that killed processes of this user have left in the folder.
+  /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
+  /// temporary files that killed processes of this user have left in the folder.
   std::error_code write(std::string_view contents) {
     removeAbandoned(folder);
     // Repeat if another process has removed the file as abandoned, between its creation and its lock.
@@ -172,9 +173,9 @@ class NewFile {
   void finish() {
     name.clear();
     if (access) {
-      // Set the owner first, because fchown clears mode bits. Set the mode last: if the file has an ACL, the
-      // group bits of the mode are the ACL's mask, and before the ACL is set they would be rights of the
-      // group.
+      // Set the owner first, because fchown clears the set-user-ID and set-group-ID bits. Set the mode last:
+      // in a file with an ACL, the group bits are the ACL's mask. Set before the ACL, they would grant rights
+      // to the group.
       const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
                            fchown(file.get(), uid_t(-1), access->group) == 0) &&
                           access->list && setAccessList(file.get(), *access->list) &&
@@ -282,8 +283,8 @@ std::error_code replaceUnreadableFile(const std::string& path, std::string_view 
   const fs::path kept = freeName(target, ".unreadable", isThisOne);
   if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
 
-  // The hard link has failed: the file system has none, or the kernel refuses one to another user's file (if
-  // fs.protected_hardlinks is set). Keep a copy instead.
+  // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
+  // another user's file (if fs.protected_hardlinks is set). Keep a copy instead.
   const std::error_code unlinkable = lastError();
   std::string bytes;
   const std::error_code unreadable = readWholeFile(target, bytes);
@@ -303,7 +304,8 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // Another process may have created the folder just now. If there is a file that is not a folder, fail.
+  // mkdir also fails if another process has created the folder just now: then succeed. If the existing file
+  // is not a folder, fail.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

@@ -29,8 +29,9 @@ bool isPassing(const std::error_code& failure);
 
 /// Replaces an unreadable file like `writeFileAtomically`, and keeps the old file: its name gets
 /// ".unreadable" appended, and a number if that name exists. At any time, `path` names the old file or the
-/// new one. The old file is kept by a hard link; if that fails, as a copy; if that fails too, by swapping
-/// both (RENAME_EXCHANGE). If all three fail, nothing changes. A device or FIFO is not kept. Any thread.
+/// new one. The old file is kept by a hard link. If the link fails, the old file is copied. If the user may
+/// not read it, the old file and the new file are swapped (RENAME_EXCHANGE). If this fails too, nothing
+/// changes. Fails for a device or a FIFO, but replaces a link to /dev/null. Any thread.
 std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents);
 
 /// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if the folder exists.

@@ -20,8 +20,9 @@ namespace {
 constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
 constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
 
-/// Returns the JSON value in `text`; null or discarded if `text` is invalid, too large or too deep. The depth
-/// is limited because nlohmann::json writes by recursion: a deeply nested value would overflow the stack.
+/// Returns the JSON value in `text`. If `text` is invalid, too large or too deep, returns a value that is not
+/// an object. The depth is limited because nlohmann::json writes by recursion: a deeply nested value would
+/// overflow the stack.
 Json parsed(const std::string& text) {
   if (text.size() > sizeLimit) return {};
   bool tooDeep = false;
@@ -34,7 +35,7 @@ Json parsed(const std::string& text) {
   return found;
 }
 
-/// Reads the preferences (none if the file is missing). Fails with EBADMSG if the file is no JSON object.
+/// Reads the preferences; a missing file has none. Fails with EBADMSG if the file is no JSON object.
 std::error_code load(const std::string& path, Json& preferences) {
   preferences = Json::object();
   std::string text;

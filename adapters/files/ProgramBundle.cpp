@@ -53,7 +53,7 @@ std::optional<std::string> ProgramBundle::environmentVariable(const std::string&
 }
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
-  // Ignore XDG base directories that are relative paths, as the XDG rules demand.
+  // Ignore an XDG base directory if its path is relative: XDG base directories must be absolute paths.
   const auto absolute = [](std::string path) {
     if (!path.starts_with('/')) path.clear();
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();

@@ -77,8 +77,9 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// Called when the connected client has ended, or has sent no line for 2 s. If it had sent a line, connects
-  /// to a new client at once, if there is one. Otherwise, tells the subscriber that no client runs.
+  /// Called when the connected client has ended, has sent no line for 2 s, or sends a line beyond the limit;
+  /// and once at the start if no client runs. If the client had sent a line, connects to a new client at
+  /// once, if there is one. Otherwise, tells the subscriber that no client runs.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -99,7 +100,7 @@ class ClientSubscription final : public StatusSubscription {
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< set until the connected client has sent its first line
+  EventSource deadline;  ///< set while the first line of the connected client is awaited
 };
 
 }  // namespace

@@ -26,8 +26,9 @@ class InstanceFolders {
   /// folder, else in the user's, else in the state folder. Skips runtime folders that belong to other users.
   std::string current() const;
 
-  /// Connects to the socket `socketName`; an empty descriptor when no process of this user accepts at once.
-  /// Tries the state folder too: the listening client may have started without a runtime folder.
+  /// Connects to the socket `socketName`. Returns an empty descriptor when no process of this user accepts
+  /// the connection at once. Tries the state folder too: the listening client may have started without a
+  /// runtime folder.
   FileDescriptor connect(const char* socketName) const;
 
  private:
@@ -42,10 +43,10 @@ bool isOwnFolder(const std::string& path);
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t));
 
-/// Returns the credentials of the peer process (SO_PEERCRED); user ID -1 when the kernel does not tell them.
+/// Returns the credentials of the peer process (SO_PEERCRED); user ID -1 if the kernel does not know them.
 ucred peerOf(const FileDescriptor& socket);
 
-/// Appends what has arrived on the socket to `bytes`. Never blocks. False at end of file or on an error.
+/// Reads once and appends the bytes to `bytes`. Never blocks. Returns false at end of file or on an error.
 bool receive(const FileDescriptor& socket, std::string& bytes);
 
 /// Sends `line` and a newline. Returns false when they do not fit into the socket's buffer, or on an error.

@@ -21,10 +21,10 @@ namespace {
 constexpr auto lockName = "/lock";
 /// The environment variable with the descriptor number of a lock that was kept open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// Wait before another look for a client that holds the lock but has no socket: a starting client takes the
-/// lock before it listens, and an ending client closes its socket just before its lock is released.
+/// The time until the next look for a client that holds the lock but has no socket: a starting client takes
+/// the lock before it listens, and an ending client closes its socket just before its lock is released.
 constexpr Seconds lookInterval{0.02};
-constexpr std::size_t wordLimit = 1024;  // bytes of an action or an activation token
+constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
 
 FileDescriptor passedOnLock() {
@@ -127,7 +127,7 @@ class Rendezvous::Attempt {
 
   Rendezvous& self;
   const Claim& claim;
-  std::optional<bool> isClient;  ///< absent until this is decided
+  std::optional<bool> isClient;  ///< whether this process is the client; absent: not decided yet
   bool waitsForEnd = false;
   FileDescriptor other;  ///< the connection to the other client
   EventSource input, deadline, retry;
@@ -185,7 +185,8 @@ void Rendezvous::publish(StatusLine line) {
   server.publish(std::move(line));
 }
 
-/// Returns whether the lock file is still at its path. If not, another process would lock a new file.
+/// Returns whether the lock file is still at its path. If it is gone, another process creates and locks a new
+/// file.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }
@@ -213,7 +214,8 @@ void Rendezvous::takePlace() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Listen without the lock, unless this client listens already, or would replace another client's socket.
+    // Without the lock, listen only if this client does not listen yet, and would not replace the socket of
+    // another client.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;

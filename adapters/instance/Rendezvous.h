@@ -37,9 +37,10 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// of that process, or empty. The constructor takes over the lock, if the lock was kept open across exec.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is decided whether this process is the client, which answers requests from then
-  /// on. Waits for a client that is ending, whatever the kind of the claim. If nothing can be locked, or the
-  /// ending client does not end, this process becomes the client all the same, and standard error says why.
+  /// Runs the loop until it is decided whether this process is the client, and returns the decision. If this
+  /// process is the client, it answers requests from now on. Waits for a client that is ending, whatever the
+  /// kind of the claim. If nothing can be locked, or the ending client does not end, this process becomes the
+  /// client all the same, and standard error says why.
   bool claim(const Claim& claim);
 
   /// From now on, a process that starts later waits until this process has ended.

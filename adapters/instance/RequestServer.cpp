@@ -122,7 +122,7 @@ void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// Sends a line. If it does not fit into the socket's buffer, disconnects the peer, which reads nothing.
+/// Sends a line. If it does not fit into the socket's buffer, the peer does not read: disconnects the peer.
 void RequestServer::tell(const PeerRef& peer, const std::string& line) {
   if (!sendLine(peer->socket, line)) drop(peer);
 }

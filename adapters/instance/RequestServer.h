@@ -39,7 +39,8 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket to "ending". A process that connects later only notices when this process ends.
+  /// Renames the socket to "ending". A process that connects after this gets no answer; its connection closes
+  /// when this process ends.
   void announceEnd();
 
  private:
@@ -69,7 +70,7 @@ class RequestServer {
   EventSource rest;  ///< set while the listener is not watched, because no descriptor is left
   std::list<PeerRef> peers;
   StatusLine newest;                ///< null until the first status is published
-  std::optional<std::string> told;  ///< the last status line that was sent to any peer; absent before
+  std::optional<std::string> told;  ///< the last status line sent to any peer; absent if none was sent
 };
 
 }  // namespace kestrune

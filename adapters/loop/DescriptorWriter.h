@@ -16,8 +16,8 @@ class DescriptorWriter {
   /// `limit`: how many bytes may wait. A text that is written while no bytes wait may be longer.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
-  /// Returns false and sets `errno` when the text was dropped: ENOBUFS if it would exceed the limit, otherwise
-  /// the error of the write(2) that has failed, and closed the descriptor.
+  /// Returns false and sets `errno` if the text was dropped. ENOBUFS: more bytes than the limit would wait.
+  /// Any other error: write(2) has failed with this error, now or before, and the descriptor is closed.
   bool write(std::string_view text);
 
  private:

@@ -258,8 +258,8 @@ void EventLoop::reap(pid_t child) {
   reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already
 }
 
-/// Reaps only the children that were given to `reap`; other code waits for all others. Runs at each SIGCHLD.
-/// Uses no pidfds: each is a descriptor, and the process may have no free descriptor.
+/// Reaps only the children that were given to `reap`; other code reaps all other children. Runs at each
+/// SIGCHLD. Uses no pidfds: each is a descriptor, and the process may have no free descriptor.
 void EventLoop::reapEnded() {
   std::erase_if(children, [](pid_t each) { return waitpid(each, nullptr, WNOHANG) != 0; });
 }

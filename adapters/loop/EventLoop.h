@@ -41,7 +41,8 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);
   /// Calls `handler` on the main thread while the descriptor is ready for one of `events` (EPOLLIN,
-  /// EPOLLOUT): level-triggered. Null for a descriptor that epoll refuses with EPERM, such as a regular file.
+  /// EPOLLOUT). This is level-triggered, unless `events` contains EPOLLET. Returns null for a descriptor that
+  /// epoll refuses with EPERM, such as a regular file.
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
   /// Reaps `child` when it ends. No other code may wait for this child.

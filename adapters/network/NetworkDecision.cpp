@@ -37,7 +37,8 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // `currentSince` is the later time if a resume came during the burst: a loss counts from the resume.
+    // A resume during the burst has set `currentSince` to a later time than `noticed`. Keep that time,
+    // because a loss counts from the resume.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

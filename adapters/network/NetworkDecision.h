@@ -31,10 +31,11 @@ struct PathTiming {
 /// always the time of a clock that stops during suspend.
 ///
 /// A burst of messages leads to one question. A changed path is reported at once, but the loss of the network
-/// only after it has lasted `loss`. A shorter loss and a resume from suspend are reported too, even when the
-/// path is the same as before, because open connections may be broken. While the network flaps (goes up and
+/// only after it has lasted `loss`. After a shorter loss or a resume from suspend, the path is reported even
+/// if it is the same as before, because open connections may be broken. While the network flaps (goes up and
 /// down), reports of a changed path are `rest` apart, and a loss must last for `rest`. Reports of an
-/// unchanged path are limited in the same way, counting all reports.
+/// unchanged path are limited in the same way, but for them the network flaps if the last `manyReports`
+/// reports of any path came within `memory`.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -43,7 +44,8 @@ class NetworkDecision {
 
   /// Tells that the path may have changed. Until the first report, the kernel is then asked without delay.
   void notice(Seconds now);
-  /// Tells of a resume. A loss counts from this time, because networks need a moment to reconnect.
+  /// Tells that the machine has resumed from suspend. A loss counts from this time, because networks need a
+  /// moment to reconnect.
   void resume(Seconds now);
 
   /// Returns the time to ask the kernel or, if no question is pending, to call `takeReport`; absent when

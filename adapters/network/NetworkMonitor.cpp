@@ -73,7 +73,7 @@ class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
   }
 
   void ask(Seconds now) {
-    // Listen before asking: a change between the answer and the start of listening would be missed.
+    // Listen before asking, or a change between the answer and the start of listening would be missed.
     const auto answer = listen() ? lookUpRoute(parts.devices) : Result<RoutedPath>(Failure{describe(errno)});
     report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
     if (answer) {

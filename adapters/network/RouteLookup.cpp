@@ -145,8 +145,8 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK is the index of the device beneath. But for a pair it is the other end, and with
-  // IFLA_LINK_NETNSID the index belongs to another namespace: then it is ignored.
+  // IFLA_LINK is the index of the device beneath this one. Ignore it for a pair, where it is the index of the
+  // other end. Ignore it with IFLA_LINK_NETNSID, because it is then an index of another network namespace.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
   // Read IFLA_INFO_DATA for a bond only: the attribute types in it have another meaning for other kinds.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);
@@ -177,7 +177,7 @@ constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa"
 /// What sysfs tells about a network device.
 struct Device {
   bool wireless = false;
-  std::string type;  ///< DEVTYPE, such as "wwan"; empty for most
+  std::string type;  ///< DEVTYPE in the file uevent, such as "wwan"; empty if it is missing
 };
 
 Device deviceOf(unsigned index, const std::string& folder) {

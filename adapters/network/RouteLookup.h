@@ -32,8 +32,9 @@ struct Link {
 
 using Links = std::map<unsigned, Link>;  ///< key: interface index
 
-/// The physical medium beneath an interface; if there are several, the one that this enum lists last. So a
-/// bridge of Wi-Fi and a cable is wired: its Wi-Fi is an access point, as a Wi-Fi station cannot be bridged.
+/// The physical medium beneath an interface; if there are several, the one that this enum lists last. For
+/// example, a bridge of Wi-Fi and a cable is wired: its Wi-Fi is an access point, because a Wi-Fi station
+/// cannot be bridged.
 enum class Medium { unknown, wiFi, cellular, wired };
 
 /// Returns the medium of an interface, or of the devices beneath a stacked interface. Returns unknown for a

@@ -8,10 +8,11 @@
 namespace kestrune {
 
 /// Reads images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point. An
-/// optional "name-N.png" beside it is the same picture, N pixels wide: 16, 22, 24, 32, 44, 48 or 64.
+/// optional "name-N.png" beside it is the same picture, N pixels wide; N is 16, 22, 24, 32, 44, 48 or 64.
 class PngImages final : public Images {
  public:
-  /// `dataFolders` are searched in this order for icon themes (in icons/) and single icons (in pixmaps/).
+  /// `dataFolders` are searched in this order, each for the icon theme hicolor (in icons/), then for a single
+  /// icon (in pixmaps/).
   explicit PngImages(std::vector<std::string> dataFolders);
 
   ImageRef imageFromFile(const std::string& path) override;

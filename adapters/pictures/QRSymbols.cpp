@@ -15,7 +15,8 @@ constexpr std::size_t bytesPerPixel = 4;
 constexpr std::uint8_t white = 255;
 constexpr std::uint8_t black = 0;
 
-/// Draws the QR code of `message`. Absent when `message` is too long for this error correction `level`.
+/// Returns the QR code of `message`, one pixel per module. Absent when `message` is too long for this error
+/// correction `level`.
 std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   constexpr int anyVersion = 0;
   const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(

@@ -17,13 +17,14 @@ namespace {
 
 constexpr std::size_t lineLimit = 65536;              // bytes
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
-constexpr std::size_t discardLimit = 1 << 20;         // bytes
+constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of unread terminal input in the kernel
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output that may wait
 
-/// Returns a new descriptor for an open file; empty if `descriptor` is closed. Opens a pipe or terminal again
-/// with O_NONBLOCK: on the shared open file, this flag would also apply to other processes. Only duplicates
-/// any other descriptor: a regular file never blocks, and its position must stay shared.
+/// Returns a new descriptor for the file that `descriptor` refers to; empty if `descriptor` is closed. Opens
+/// a pipe or terminal again with O_NONBLOCK: set on the shared open file, this flag would also apply to other
+/// processes. A descriptor for any other file is only duplicated: a regular file never blocks, and its
+/// position must stay shared.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
@@ -98,15 +99,15 @@ bool StandardInput::isInBackground() const {
 }
 
 std::size_t StandardInput::longestLine() const {
-  // The kernel cuts a typed line that does not fit into its buffer. So a line that fills the buffer may have
-  // been cut, and counts as too long.
+  // In canonical mode, the kernel cuts a typed line that does not fit into its buffer. So a line that fills
+  // the buffer may have been cut, and counts as too long.
   return terminal ? lineDisciplineCapacity - 2 : lineLimit;
 }
 
 void StandardInput::discardUnfinishedLine() {
   if (!terminal || !readable || isInBackground()) return;
-  // Each read returns one finished line; the last read returns no line. The last read also makes the kernel
-  // move the typed text to where tcflush discards it.
+  // Each read returns one finished line, until a read returns no line. This last read also makes the kernel
+  // move the unfinished line to where tcflush discards it.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty()) goOn();
@@ -118,10 +119,10 @@ void StandardInput::discardUnfinishedLine() {
 void StandardInput::discardTyped() {
   discardUnfinishedLine();
   if (!terminal) {
-    // The limit is needed because the writer may never stop.
+    // Without the limit, this loop might never end, because the writer may write without end.
     for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
     }
-    // Do not take the rest of a discarded line for a whole line.
+    // The rest of a discarded line must not count as a whole line: mark the line as too long.
     if (begun != "") begun.reset();
   }
   lines.clear();
@@ -158,7 +159,8 @@ void StandardInput::goOn() {
   });
 }
 
-/// Passes on one line or reads once. Returns false when there is nothing more to do now.
+/// Gives one line to `onLine` or, if no line waits, reads once. At the end of the input, calls `onEnd`.
+/// Returns false when there is nothing more to do now.
 bool StandardInput::takeTurn() {
   if (!lines.empty()) {
     const std::optional<std::string> line = std::move(lines.front());

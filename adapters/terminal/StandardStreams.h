@@ -17,7 +17,7 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Writes to the file or terminal that `descriptor` refers to, through a descriptor opened here.
+  /// Writes to the file or terminal that `descriptor` refers to, through a new descriptor of its own.
   StandardOutput(EventLoop& loop, int descriptor);
 
   /// Returns false if the text was dropped, with `errno` as DescriptorWriter sets it.
@@ -30,7 +30,7 @@ class StandardOutput {
 
  private:
   const bool terminal;
-  const FileDescriptor screen;  ///< to ask for the size; empty if the output is no terminal
+  const FileDescriptor screen;  ///< used to ask for the size; empty if the output is no terminal
   DescriptorWriter writer;
 };
 
@@ -40,12 +40,12 @@ class StandardInput {
  public:
   /// Functions that are called on the main thread.
   struct Reader {
-    /// Called once per line: with the line without its end, or with no value if the line is too long. Jobs
-    /// that one call puts on the main queue run before the next call.
+    /// Called once per line: with the line without its end, or with std::nullopt if the line is too long.
+    /// Jobs that one call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< called when this job is continued (SIGCONT) in the foreground; may be null
+        nullptr;  ///< called when this job is continued (SIGCONT) in the foreground; null: not called
   };
 
   explicit StandardInput(EventLoop& loop);
@@ -61,7 +61,7 @@ class StandardInput {
   /// has switched it off. While this job is in the background, the change waits for the next SIGCONT.
   void hideTyping(bool hide);
 
-  /// Returns how long a line may be, in bytes. For a longer line, `onLine` gets no value.
+  /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
   std::size_t longestLine() const;
 
   /// Discards the unfinished line that the user is typing, but keeps finished lines. Does nothing on a pipe
@@ -85,12 +85,12 @@ class StandardInput {
   FileDescriptor input;
   const bool terminal;
   const bool mayBlock;
-  bool turnIsDue = false;  ///< whether a job that reads or passes on lines waits on the main queue
+  bool turnIsDue = false;  ///< whether the main queue holds a job that reads lines or gives them to `onLine`
   bool hidden = false;     ///< whether typed text must not be echoed
   bool silenced = false;   ///< whether this object has switched the echo off
-  std::deque<std::optional<std::string>> lines;  ///< waiting for `onLine`; absent: the line is too long
+  std::deque<std::optional<std::string>> lines;  ///< to be given to `onLine`; std::nullopt: too long
   Reader reader;
-  std::optional<std::string> begun{""};  ///< the start of a line; absent when it is already too long
+  std::optional<std::string> begun{""};  ///< the unfinished line; absent if it is already too long
   EventSource readable;
   EventSource continued;
 };

@@ -20,7 +20,8 @@ constexpr auto lowerHalf = "▄";
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
 constexpr auto plainColors = "\033[0m";
-/// The characters for a cell without colours, with the same indices. Assumes light text on a dark screen.
+/// The characters for a cell without colours, by the same indices as `cellColors`. Assumes light text on a
+/// dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
 
 /// Returns the number in `text`, or 0 if `text` is not a number.

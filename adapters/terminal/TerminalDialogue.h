@@ -35,7 +35,7 @@ class TerminalDialogue {
   struct Step {
     std::string text{};                   ///< the text to print
     std::optional<AlertAnswer> answer{};  ///< set when the dialogue has ended
-    std::string action{};                 ///< what the alert's target must perform now; empty: no action
+    std::string action{};                 ///< the action that the alert's target must perform; empty: none
   };
   /// Takes the user's answer to the open question, and returns what to do next.
   Step take(const std::string& line);

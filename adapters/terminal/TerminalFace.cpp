@@ -92,7 +92,8 @@ std::string TerminalFace::wholeMenu() {
   const std::string heading = styles.bold(title) + "\n";
   std::string text = "\n" + heading + terminalRule + "\n";
   for (const auto& item : menu.items) text += row(item);
-  // If the menu is higher than the terminal, repeat the title, which shows the client's state, below it.
+  // If the menu is higher than the terminal, its top is not visible. So repeat the title, which shows the
+  // client's state, below the menu.
   const auto lines = std::count(text.begin(), text.end(), '\n');
   const int height = output.size().ws_row;
   return shownNow(height > 0 && lines >= height ? text + heading : text);
@@ -127,7 +128,7 @@ std::string TerminalFace::row(const MenuItem& item) const {
   return (item.enabled ? text : styles.faint(text)) + "\n";
 }
 
-/// Prints text and prompt in a single write: of two writes to a slow terminal, the second may be dropped.
+/// Prints text and prompt in one write, because a slow terminal may drop the second of two writes.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
@@ -197,7 +198,8 @@ void TerminalFace::answerAlert(const std::string& line) {
   step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
 }
 
-/// Returns the line end that the terminal did not echo after a secret answer, else no text.
+/// Returns a line end if the present question asks for a secret, because the terminal does not echo the line
+/// end of the answer. Otherwise returns no text.
 std::string TerminalFace::endOfUnseenLine() const {
   return input.isTerminal() && !dialogues.empty() && dialogues.back()->asksForSecret() ? "\n" : "";
 }

@@ -19,10 +19,10 @@ namespace kestrune {
 class TerminalFace final : public StatusBar, public AlertQueue, public Notifications {
  public:
   /// `styled`: text may be bold or faint. `colored`: pictures may use colours. Both count only if the output
-  /// is a terminal. `givenLoop` and `givenDesktop` outlive this.
+  /// is a terminal. `givenLoop` and `givenDesktop` outlive this object.
   TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
 
-  /// Must be called only once. The item must not outlive this.
+  /// Must be called only once. The item must not outlive this object.
   std::unique_ptr<StatusItem> statusItem(double length) override;
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
@@ -31,7 +31,8 @@ class TerminalFace final : public StatusBar, public AlertQueue, public Notificat
   void add(const Notification& notification) override;
   void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
-  /// Drops the alerts without completions, and restores the terminal's echo. Called before the process exits.
+  /// Drops all alerts and does not call their completions. Restores the terminal's echo. Called before the
+  /// process exits.
   void close();
 
   /// Makes standard input what it was at the start, for a program that replaces this process.
@@ -68,7 +69,7 @@ class TerminalFace final : public StatusBar, public AlertQueue, public Notificat
   const bool colors;
   bool inputEnded = false;
 
-  std::string title, shownTitle;  ///< tooltip of the icon: now, and when last printed
+  std::string title, shownTitle;  ///< the client's state in one line: now, and as last printed
   Menu menu, shownMenu;
   std::string news;  ///< notifications that will be printed above the menu, a line each
   bool printPending = false;

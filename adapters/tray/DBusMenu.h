@@ -28,7 +28,8 @@ struct MenuLayout {
   bool operator==(const MenuLayout&) const = default;
 };
 
-/// Returns the rows as this tray host wants them: `form` decides about submenus, underscores and key names.
+/// Returns the layout of `items` for the tray host that `form` describes. `form` decides about submenus,
+/// underscores and the names of keys.
 MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
@@ -38,7 +39,7 @@ class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// Actions of chosen rows run on `givenQueue`, after the reply to the host. `givenQueue` outlives this.
+  /// Actions of chosen rows run on `givenQueue`, which outlives this object, after the reply to the host.
   DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);

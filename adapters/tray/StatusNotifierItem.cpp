@@ -33,7 +33,7 @@ bool isGrey(const Bitmap& bitmap) {
   return true;
 }
 
-/// Appends the bitmaps of an icon, as ARGB pixels, which hosts expect.
+/// Appends the bitmaps of an icon, as the protocol wants it: ARGB32 in network byte order.
 int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   sd_bus_message_open_container(reply, 'a', "(iiay)");
   for (const auto& bitmap : bitmaps) {
@@ -104,7 +104,7 @@ void StatusNotifierItem::setMenu(Menu menu) {
 void StatusNotifierItem::setButton(const StatusButton& changed) {
   const auto& image = changed.image;
   const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
-  // Announce a new icon also when only the description is new: at NewIcon, hosts read both again.
+  // Announce a new icon also when only its description is new: at NewIcon, hosts read both again.
   const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
   const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
   button = changed;
@@ -166,7 +166,8 @@ void StatusNotifierItem::formChanged() {
   sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
-/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts and without image.
+/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts, and if the button
+/// has no image.
 std::string StatusNotifierItem::iconName() const {
   if (!hosts.form().iconFiles || !button.image) return "";
   const auto& bitmaps = bitmapsOf(button);
@@ -191,7 +192,8 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "IconAccessibleDesc") return text(displayRow(self.button.accessibilityLabel.value_or("")));
   if (name == "ToolTip") {
-    // These are icon name, pixmaps, title and text. The title has all, because some hosts ignore the text.
+    // The values are icon name, pixmaps, title and text. The title holds the whole tooltip, because some
+    // hosts ignore the text.
     return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, toolTipOf(self.button).c_str(), "");
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);

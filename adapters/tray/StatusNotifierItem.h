@@ -20,11 +20,11 @@ struct TrayParts {
   DispatchQueue& queue;           ///< the main queue
   const MainBundle& bundle;       ///< contains the icon files
   std::function<void()> onClick;  ///< called at a click if the host does not open the menu itself
-  /// Called with the activation token that the host sends before a click; may be null. Any program on the bus
-  /// may send one.
+  /// Called with the activation token that the host sends before a click. Any program on the bus may send a
+  /// token. Null: tokens are ignored.
   std::function<void(std::string_view)> onToken = nullptr;
-  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; may be null
-  std::function<void()> onRegistered = nullptr;  ///< called when a tray has accepted the item; may be null
+  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; null: not called
+  std::function<void()> onRegistered = nullptr;  ///< called when a tray has taken the item; null: not called
 };
 
 /// A status item with a menu, exported on the session bus as org.kde.StatusNotifierItem. Registers with each

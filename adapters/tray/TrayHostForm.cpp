@@ -19,7 +19,7 @@ const KnownHost knownHosts[] = {
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
     // KDE Plasma. Its watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
-    // LXQt. Its watcher is the panel, which has no bus name of its own, so look for the session's name.
+    // LXQt. Its watcher is the panel, which has no other bus name. So look for the name of the session.
     {"org.lxqt.session", false, {.qtKeys = true}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
@@ -32,7 +32,8 @@ TrayHostFinder::TrayHostFinder(BusConnection& connection, std::function<void()> 
     : onForm(std::move(givenOnForm)) {
   for (const auto& host : knownHosts)
     programs.emplace_back(connection, host.program, [this](const std::string&) { update(); });
-  // Ask for the watcher last. `update` relies on this: when its owner is known, all other owners are known.
+  // Ask for the owner of the watcher's name last. `update` relies on this: once it is known, the owners of
+  // all other names are known too.
   watcher.emplace(connection, watcherName,
                   [this, onWatcher = std::move(onWatcher)](const std::string& before) {
                     update();

@@ -11,8 +11,9 @@ namespace kestrune {
 /// How the present tray host (the program that shows tray icons) differs from most hosts.
 struct TrayHostForm {
   bool submenus = false;  ///< the host's menu does not scroll, so long parts of it become submenus
-  /// In a label, the host removes only the first underscore that is followed by another character, and shows
-  /// double underscores unchanged. Most hosts remove every single underscore and show a double one as one.
+  /// In a label, the host removes only the first underscore that is followed by a character other than an
+  /// underscore, and shows double underscores unchanged. Most hosts remove every single underscore, and show
+  /// a double underscore as one underscore.
   bool firstUnderscoreOnly = false;
   bool menuAtError = false;  ///< if Activate returns an error, the host opens the menu at the icon
   bool qtKeys = false;     ///< the host reads shortcut keys as Qt names them (","), not as GDK does ("comma")

@@ -23,8 +23,8 @@ struct DialogProgram {
   Seconds patience{5.0};  ///< how long a window may take to appear
   bool isReportedMissing = false;
 
-  /// Reports on standard error why a window could not be shown, each reason once. If the program is missing,
-  /// reports instead, once, that it is missing, and also shows a notification.
+  /// Reports on standard error why a window could not be shown, each reason once. If there is a display but
+  /// the program is missing, reports only that it is missing, once, and also shows a notification.
   void report(const std::string& reason);
 };
 
@@ -36,7 +36,8 @@ class DialogProcess {
   /// `failed`: whether a problem was reported on standard error.
   using OnEnd = std::function<void(bool failed)>;
 
-  /// `program` outlives this. `onEvent` and `onEnd` may destroy this. `onEnd` runs once, after all events.
+  /// `program` outlives this object, which `onEvent` and `onEnd` may destroy. `onEnd` runs after all events,
+  /// once.
   DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
   ~DialogProcess();
   DialogProcess(const DialogProcess&) = delete;

@@ -52,7 +52,8 @@ void DialogWindows::alertEvent(const dialogs::Event& event) {
   }
 }
 
-/// Shows all open alerts as notifications, not windows, the top alert first, and answers them as cancelled.
+/// Shows all open alerts as notifications, not as windows, the top alert first, and answers them as
+/// cancelled.
 void DialogWindows::giveUp() {
   alertProcess.reset();
   while (!open.empty()) {
@@ -74,7 +75,8 @@ void DialogWindows::setMenu(const Menu& changed) {
 
 void DialogWindows::showMenu() {
   if (menuProcess) return menuProcess->send(dialogs::Raise{takeToken()});
-  // The second handler: if the user closes the window without a choice, the process ends without an event.
+  // The second handler is needed because the process ends without an event if the user closes the window
+  // without a choice.
   menuProcess = std::make_unique<DialogProcess>(
       loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
       [this](bool) { menuProcess.reset(); });

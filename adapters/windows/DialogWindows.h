@@ -16,7 +16,7 @@ namespace kestrune {
 /// not open menus. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
-  /// `loop` and `program` outlive this.
+  /// `loop` and `program` outlive this object.
   DialogWindows(EventLoop& loop, DialogProgram& program);
   ~DialogWindows() override;
 

@@ -304,7 +304,8 @@ TEST_P(AlertWindowsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // The client has ended the program, even if the program hangs: the test has not closed the windows.
+  // The test has not closed the windows. So the client itself must have ended the program, even one that
+  // hangs.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));

@@ -51,8 +51,8 @@ struct AutostartEntriesTest : FileTest {
     return file;
   }
 
-  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES,
-  /// or "silence after …" if it does not end within 5 s.
+  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES
+  /// before it closes the file, or "silence after …" if it writes nothing for 5 s.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
     unlink(notes.c_str());

@@ -26,7 +26,7 @@ inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
 inline constexpr Seconds patienceWithAService{0.25};
-inline constexpr Seconds soon{5.0};  // far below the 25 s after which an sd-bus call fails
+inline constexpr Seconds soon{5.0};  // far below the 25 s after which an unanswered sd-bus call fails
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;

@@ -18,7 +18,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// A step that takes longer has waited for a descendant to close its pipe, which it holds open for 60 s.
+// A step that takes longer has wrongly waited for a descendant, which holds a pipe open for 60 s.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -34,7 +34,8 @@ TEST_F(ChildOutput, StandardOutputComesBeforeStandardError) {
   EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");
 }
 
-/// Calls isRunning() repeatedly, as the client does, until `condition` holds; returns false if it never does.
+/// Calls isRunning() repeatedly, as the client does, until `condition` holds, the child ends or the time
+/// limit is reached. Returns whether `condition` holds.
 bool comesTrueWhileWatched(Process& child, const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (child.isRunning() && !condition() && std::chrono::steady_clock::now() < deadline) sched_yield();
@@ -54,7 +55,8 @@ TEST_F(ChildOutput, ChildCanWrite64KiBToASmallPipe) {
 }
 
 TEST_F(ChildOutput, ChildCanWrite64KiBInSmallWrites) {
-  // Each write is just over half a page and so takes a page of the pipe: 16 pages are full after 32 KiB.
+  // A pipe has 16 pages (64 KiB). Each write is just over half a page, but takes a whole page. So the pipe is
+  // full after 32 KiB of text.
   const std::string half(2049, 'x');
   Arguments arguments;
   for (std::size_t size = 0; size + half.size() <= 65536; size += half.size()) {
@@ -158,7 +160,7 @@ struct LeftoverPipesTest : ::testing::Test {
   EventLoop loop;
   LeftoverPipes leftovers{loop};
 
-  /// Adds a pipe to `leftovers` and returns its write end.
+  /// Makes a pipe, adds its read end to `leftovers`, and returns its write end.
   FileDescriptor leftoverPipe() {
     PipeEnds pipe;
     fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
@@ -228,7 +230,8 @@ TEST_F(LeftoverPipesTest, EndlessWriterDoesNotKeepTheLoopBusy) {
   const FileDescriptor end = leftoverPipe();
   constexpr std::size_t pipeSize = 65536;
   constexpr int fills = 10;
-  // The loop empties a pipe only once in 50 ms. So the writer must wait before each fill but the first two.
+  // The pipe is empty at first, and the loop empties it at once when data arrives. So the first two fills
+  // need no wait. After that, the loop empties it only once in 50 ms, and each fill must wait.
   EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
 }
 

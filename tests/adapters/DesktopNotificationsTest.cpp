@@ -107,7 +107,7 @@ TEST_F(DesktopNotifications, AreWithdrawnHoweverLateTheirNumberIsKnown) {
   sd_bus_message* held = nullptr;
   start(StubService::holds("Notify", held));
   ASSERT_TRUE(trip.succeeds(loop));
-  // From now on, a call without a time limit of its own ends after a microsecond.
+  // From now on, a D-Bus call that sets no timeout of its own times out after a microsecond.
   ASSERT_GE(sd_bus_set_method_call_timeout(trip.bus, 1), 0);
   addLasting("a");
   ASSERT_TRUE(comesTo(2));

@@ -56,7 +56,7 @@ struct DispatchQueueContract : ::testing::Test {
   std::shared_ptr<Record> record = std::make_shared<Record>();
   Harness harness;
 
-  /// State of a job posted by postWatched: `ran` is set by the job, and `held` expires when it is destroyed.
+  /// State of a job posted by postWatched: the job sets `ran`, and `held` expires when the job is destroyed.
   struct Watched {
     std::shared_ptr<std::atomic<bool>> ran = std::make_shared<std::atomic<bool>>(false);
     std::weak_ptr<int> held;
@@ -320,7 +320,7 @@ TYPED_TEST(MainQueueContract, DelayCountsFromTheCall) {
 }
 
 TYPED_TEST(MainQueueContract, DelayedJobsRunInTheOrderOfTheirDueTimes) {
-  // The delays are so far apart that a slow machine does not change the order.
+  // The longest delay is so long that job 3 is due last even if a slow machine pauses between these calls.
   this->post(Seconds{0.5}, 3);
   this->post(Seconds{0.005}, 1);
   this->post(Seconds{0.010}, 2);

@@ -69,7 +69,7 @@ TEST_F(TerminalHost, UsesColoursOnATerminal) {
   EXPECT_NE(shown("xterm", "").find("\x1b[1mthe title\x1b[0m"), std::string::npos);
 }
 
-TEST_F(TerminalHost, UsesNoColoursWhereNobodyWantsThem) {
+TEST_F(TerminalHost, UsesNoColoursIfTheyAreSwitchedOffOrTheTerminalIsDumb) {
   const std::pair<std::optional<std::string>, std::optional<std::string>> environments[] = {
       {"xterm", "1"}, {"dumb", std::nullopt}, {std::nullopt, std::nullopt}};
   for (const auto& [term, noColor] : environments) {
@@ -135,13 +135,15 @@ void writeCatalogue(const fs::path& file, std::map<std::string, std::string> mes
       << bytes;
 }
 
-/// Runs code with the client's real adapters in a language that has translations of the C library's messages.
+/// Runs code with the client's real adapters in a language that has translations of two of the C library's
+/// messages.
 struct MessageLanguage : ::testing::Test {
   MessageLanguage() {
     writeCatalogue(
         folder.file("test/LC_MESSAGES/libc.mo"),
         {{"No such file or directory", "沒有此一檔案或目錄"}, {"Too many open files", "開啟太多檔案"}});
-    // glibc 2.39 and later translate nothing in the locale C.UTF-8, so this gives that locale another name.
+    // glibc 2.39 and later translate nothing in the locale C.UTF-8, so this link gives the locale another
+    // name.
     fs::create_directory_symlink("/usr/lib/locale/C.utf8", folder.file("test.utf8"));
   }
 
@@ -158,7 +160,7 @@ struct MessageLanguage : ::testing::Test {
     });
   }
 
-  /// Returns the error message for a missing program in the given locale.
+  /// Launches a program that does not exist, in the given locale. Returns the error message.
   std::string complaintIn(const char* locale) {
     return programIn(locale,
                      [](Processes& processes, const ForkedProgram::Say& say) {

@@ -94,8 +94,8 @@ TEST_P(HostileTextInATerminal, IsHarmlessInTheMenu) {
 }
 
 TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
-  // An alert is not cut, and is printed five times here. TerminalPrompt.FollowsAReportOf2Megabytes tests its
-  // length.
+  // The terminal does not cut an alert, and this alert has the text five times. So the texts are short here;
+  // TerminalPrompt.FollowsAReportOf2Megabytes tests a long one.
   for (const auto& each : hostileTexts(1 << 14)) {
     rig.screen.text.clear();
     View stack{.kind = ViewKind::stack,
@@ -113,7 +113,8 @@ TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
                        },
                        [&](const AlertAnswer&) { answered = true; }});
     // "before" is in the title, the text, the label, and twice in the question: as the field's name and
-    // value. To count it at every read would be slow, so the test first waits for the end of a question.
+    // value. Counting it after every read would be slow, so count only when the output ends as a question
+    // does.
     const auto ends = [&](std::string_view end) { return rig.screen.text.ends_with(end); };
     ASSERT_TRUE(comesTrue(loop, [&] {
       return (ends("> ") || ends("> \n")) && rig.screen.count("before") >= 5;

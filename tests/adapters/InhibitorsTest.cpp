@@ -6,7 +6,7 @@
 #include "tests/adapters/AwakeDesk.h"
 
 // Replaces sd_bus_call in this program. Counts the calls with a timeout of 250 ms and, unless
-// `nobodyAnswers`, gives them a longer timeout, so that a slow service does not fail a test.
+// `nobodyAnswers`, gives them a longer timeout, so that a slow service does not make a test fail.
 extern "C" int sd_bus_call(sd_bus* bus, sd_bus_message* call, std::uint64_t limit, sd_bus_error* error,
                            sd_bus_message** reply) {
   using namespace kestrune;

@@ -29,8 +29,8 @@ std::string httpAnswer(const std::string& body, const std::string& status = "200
          "Connection: close\r\n\r\n" + body;
 }
 
-/// A fake of the backend's local service, on the same port, with a thread of its own. Answers every request
-/// with the same bytes.
+/// A fake of the backend's local service. Listens on the service's port, on a thread of its own, and answers
+/// every request with the same bytes.
 class LocalServiceStandIn {
  public:
   /// If `givenAnswer` is empty, never answers. The thread calls `givenWhileAsked` before it answers.
@@ -249,7 +249,7 @@ struct CurlScript {
 };
 
 TEST_F(LocalServiceTest, MaxTimeHasThreeDecimals) {
-  // curl 8.14 takes "0.200000" for 0.02 s, so the client must not pass six decimals.
+  // curl 8.14 reads "0.200000" as 0.02 s, so the client must not pass six decimals.
   const CurlScript curl("echo \"$@\"\n");
   EXPECT_NE(ask("token", Seconds{0.2}).value_or("").find(" --max-time 0.200 "), std::string::npos);
   EXPECT_NE(ask("token", Seconds{5}).value_or("").find(" --max-time 5.000 "), std::string::npos);

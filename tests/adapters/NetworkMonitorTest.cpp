@@ -223,8 +223,8 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// The monitor in this test has the delays of the program, so it reports the changes that the three commands
-/// make as one change.
+/// This monitor has the program's delays, so it asks the kernel only when all three commands have run. By
+/// then, only the source address has changed, which the monitor must report.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   NetworkMonitors usual(loop, clock, bus, devices.file(""));
@@ -296,7 +296,8 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 
 // --- failures
 
-/// Starts a monitor; no descriptor is free until its first update. Says the monitor's first two updates.
+/// Starts a monitor while no descriptor is free. Its first update frees descriptors again. Calls `say` with
+/// the monitor's first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);

@@ -35,7 +35,8 @@ inline constexpr NetworkPath viaSomething{.satisfied = true};
 /// Its monitors report every change at once. NetworkDecisionTest tests the delays.
 struct NetworkRig {
   NetworkRig() {
-    // IPv6 is off: its messages also wake the monitor, so no test would notice a missing IPv4 message.
+    // Switch IPv6 off. Its netlink messages also wake the monitor, so no test would notice if the monitor
+    // missed an IPv4 message.
     setIPv6("default/addr_gen_mode", 1);  // no link-local addresses
     setIPv6("all/disable_ipv6", 1);
     setIPv6("default/disable_ipv6", 1);

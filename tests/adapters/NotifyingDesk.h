@@ -74,7 +74,8 @@ struct NotifyingDesk : ::testing::Test {
     const Calls calls = daemon->calls();
     return calls.empty() ? "" : calls.back();
   }
-  /// Shows a notification with `body`. Returns the body that the daemon receives, or "nothing".
+  /// Shows a notification with `body`. Returns the body that the daemon receives, or "nothing" if it receives
+  /// no such call in time.
   std::string shown(const std::string& body) {
     const std::string before = "'/logo.png', 't', '";
     daemon->newCalls();

@@ -169,7 +169,8 @@ TEST_F(NetworkResume, WorksAfterARestartOfTheBusUntilCancelled) {
   daemon.start();
   ASSERT_TRUE(comesTrue(loop, [this] { return roundTrip.connections == 2; }));
   EXPECT_EQ(resumes(), 0u);
-  // Each FakeLogind is a new connection to the bus, as after a restart of logind. The monitor must hear both.
+  // Each FakeLogind is a new connection to the bus, as after a restart of logind. The monitor must receive
+  // the signals of both connections.
   for (std::size_t time = 1; time <= 2; ++time) {
     FakeLogind(daemon).prepareForSleep(false);
     EXPECT_EQ(resumes(), time);

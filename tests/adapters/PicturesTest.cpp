@@ -92,7 +92,7 @@ TEST_F(Png, MatchesTheFilterInTheGreyLogo) {
 }
 
 TEST_F(Png, ReadsEveryPixel) {
-  // The first pixel is half transparent, the second fully. Their colours must be read unchanged.
+  // The first pixel is half, the second fully transparent. The colours of both must be read unchanged.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
   const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
   ASSERT_NE(image, nullptr);
@@ -189,7 +189,7 @@ TEST_F(Png, OfAnIconOfTheUserComesBeforeThatOfTheMachine) {
   EXPECT_EQ(widths(images.imageNamed("Other")), std::vector{40});
 }
 
-TEST_F(Png, OfAnIconIsNoPath) {
+TEST_F(Png, OfAnIconIsNullIfItsNameIsAPath) {
   put("own/icons/hicolor/22x22/apps/Example.png", 22);
   put("own/icons/hicolor/22x22/Example.png", 22);
   EXPECT_EQ(images.imageNamed("../Example"), nullptr);

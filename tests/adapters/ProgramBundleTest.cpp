@@ -26,8 +26,8 @@ struct RunningProgram : ::testing::Test, RealChildren {
     fs::copy_file(PRINT_BUNDLE, program);
   }
 
-  /// Runs `command` in the started program. Returns the paths that it prints, and its resource
-  /// NAME.EXTENSION.
+  /// Starts the program `started`, which runs the shell command `command`. Returns the paths that the program
+  /// then prints; the last is the path of its resource `name`.`extension` ("none" if absent).
   std::string say(const std::string& started, const std::string& command, const std::string& name = "logo",
                   const std::string& extension = "png") {
     const auto launched = processes.launch(started, {command, name, extension});

@@ -95,7 +95,8 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Reaps the descendants in the process group `group` (or `anyGroup`). Returns false if one does not end.
+  /// Reaps the descendants in the process group `group` (or `anyGroup`). Returns false if a descendant still
+  /// runs at the time limit.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;

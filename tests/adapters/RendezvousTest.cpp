@@ -224,7 +224,8 @@ TEST_F(RendezvousTest, LinkInPlaceOfTheLockIsNotFollowed) {
 }
 
 TEST_F(RendezvousTest, FolderOfAnotherUserIsNotUsed) {
-  // Only root can give the folder to another user. Without root, a link to a folder of root stands for it.
+  // Only root can give the folder to another user. Without root, use a symbolic link to a folder of root
+  // instead.
   if (geteuid() == 0) {
     std::filesystem::create_directories(place);
     ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);

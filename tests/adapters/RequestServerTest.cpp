@@ -173,7 +173,7 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // This timer makes the loop open its timerfd, as the loop of a running client has done long before.
+  // Make the loop open its timerfd while descriptors are free, as the loop of a running client has.
   loop.after(Seconds{60}, [] {});
   int turns = 0;
   {

@@ -24,14 +24,15 @@ namespace {
 
 constexpr auto anyProgram = "/bin/true";
 
-/// While this object exists, this process can start no process and no thread (RLIMIT_NPROC). The limit spares
-/// root, so a root process becomes another user, for good: use this only in a ForkedProgram.
+/// While this object exists, this process can start no process and no thread (RLIMIT_NPROC). The limit does
+/// not apply to root. So a root process becomes another user here and cannot become root again: use this only
+/// in a ForkedProgram.
 class NoMoreProcesses {
  public:
   NoMoreProcesses() {
     constexpr uid_t nobody = 65534;
-    // In a user namespace that maps only one user, this call fails. Ignore this: the limit spares only the
-    // root of the initial namespace.
+    // In a user namespace that maps only one user, this call fails. Ignore the failure: the limit applies to
+    // the root user of such a namespace.
     if (geteuid() == 0) static_cast<void>(!setresuid(nobody, nobody, nobody));
     limit.emplace(RLIMIT_NPROC, 0);
     if (const pid_t child = vfork(); child == 0) {
@@ -156,7 +157,8 @@ TEST(ProcessShortage, ReservedLaunchGivesUpSoon) {
 
 // --- descriptors
 
-/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free. The numbers of open ones may have gaps.
+/// Returns the RLIMIT_NOFILE that leaves `left` descriptors free. Opens `left` + 1 descriptors to find it,
+/// because the numbers of the open descriptors may have gaps.
 rlim_t limitWith(int left) {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i <= left; ++i) taken.emplace_back(dup(STDERR_FILENO));

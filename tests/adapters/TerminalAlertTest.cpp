@@ -119,7 +119,7 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
     rig.face->present({.describe = [alert] { return alert; },
                        .completion = [this](const AlertAnswer& answer) { answers.push_back(answer); }});
   }
-  /// Types more text than a line may have, without a line end.
+  /// Types a line that is longer than allowed, but not its line end.
   void typeTooMuch() {
     for (int piece = 0; piece < (GetParam() == TerminalRig::Line::terminal ? 5 : 70); ++piece) {
       rig.type(std::string(1000, 'x'));

@@ -36,7 +36,8 @@ struct TimerContract : ::testing::Test {
   void letTick(std::size_t count) {
     EXPECT_TRUE(loop.letPassUntil([&] { return ticks.size() >= count; }));
   }
-  /// Waits until `moment` is set (not 0). Returns the time from `moment` to the second tick after it.
+  /// Waits until `moment` is set (not 0) and two ticks have come after it. Returns the time from `moment` to
+  /// the second tick.
   Seconds secondTickAfter(const Seconds& moment) {
     std::vector<Seconds> since;
     EXPECT_TRUE(loop.letPassUntil([&] {
@@ -169,8 +170,9 @@ TEST(TheSystemClock, DoesNotFollowTheCalendar) {
   EXPECT_NEAR(clock.continuousTime().count(), std::stod(contentsOf("/proc/uptime")), 5);
 }
 
-/// On a machine that was never suspended, both clocks show the same time, so no test notices a wrong clock.
-/// So the tests of timers and queues run again in a time namespace where CLOCK_BOOTTIME is a year ahead.
+/// On a machine that was never suspended, CLOCK_MONOTONIC and CLOCK_BOOTTIME are equal, so no test notices
+/// when the code reads the wrong one. Therefore the tests of timers and queues run again in a time namespace
+/// where CLOCK_BOOTTIME is a year ahead.
 TEST(FarClocks, MonotonicAndBoottimeAreNotMixedUp) {
   requireNamespaces("--time --boottime 1 --fork");
   constexpr double year = 365 * 24 * 3600.0;

@@ -10,7 +10,8 @@ namespace {
 
 constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
-/// Behaves as the desktop's tray service; `there`: whether a panel shows the tray icons.
+/// Behaves as the desktop's tray service (StatusNotifierWatcher). `there`: what the service answers when
+/// asked whether a tray host (a panel that shows icons) is registered.
 StubService::Behaviour watcherWithHost(bool there) {
   return [there](sd_bus_message* call) {
     return sd_bus_reply_method_return(call, "v", "b", there ? 1 : 0) >= 0;

@@ -52,7 +52,8 @@ struct TrayForm : EmptyDesk {
 
   MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
 
-  /// Starts a tray host that owns the bus names `names`, and a program without a tray that owns `other`.
+  /// Starts a tray host that owns the bus names `names`. Before that, starts a program that is no tray host
+  /// and owns the bus name `other`, unless `other` is null.
   void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
     program.reset();
     if (other != nullptr)
@@ -105,7 +106,8 @@ std::string asQtShows(const std::string& label) {
   return shown;
 }
 
-// Returns what libdbusmenu 18.10 shows (genericmenuitem.c, sanitize_label) for a label without a single "_".
+// Returns what libdbusmenu 18.10 (genericmenuitem.c, sanitize_label) shows for `label`, in which every
+// underscore must be doubled.
 std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }

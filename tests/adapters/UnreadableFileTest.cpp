@@ -152,7 +152,7 @@ TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
   for (int round = 0; round < 40; ++round) {
     ForkedProgram program([this](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
-      // The kernel refuses a hard link to another user's file if fs.protected_hardlinks is set.
+      // Refuse hard links, as the kernel does for another user's file if fs.protected_hardlinks is set.
       refuseHardLinks(EPERM);
       skipFlushes();
       for (;;) {

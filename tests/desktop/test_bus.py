@@ -13,14 +13,14 @@ from rig.session import COUNTING_BACKEND, SWITCHED_OFF, Session
 from rig.wire import DAEMON, Peer, answers, dies, does, refuses
 
 STOP_LIMIT = 8.0
-SOON = 8.0  # seconds; the timeout of a D-Bus call is 25
+SOON = 8.0  # seconds; less than the 25 s after which a D-Bus call without an answer fails
 SLACK = 5.0  # seconds that a busy machine may need in addition to a limit
 
 WATCHER, REGISTER = "org.kde.StatusNotifierWatcher", "RegisterStatusNotifierItem"
 NOTIFIER, ASK = "org.freedesktop.Notifications", "GetCapabilities"
 GUIDE_ROW = 24
 
-# Faults of the owner of a bus name, and how it then answers a call. None: it does not answer.
+# Faults that the owner of a bus name may have, and how it answers calls with each fault. None: it answers no call.
 FAULTS = {
     "dies before it answers": dies,
     "never answers": None,
@@ -72,8 +72,8 @@ class Buses(unittest.TestCase):
         self.assertEqual(client.end(), 0)
 
     def serve(self, name, behaviour, method, click=False):
-        """Starts an owner of the bus name, waits until the client calls its method, and kills it. Returns the arguments
-        of the call. `click`: whether to click first on a row that makes the client show a notification."""
+        """Starts an owner of the bus name, waits until the client calls its `method`, and kills the owner. Returns the
+        arguments of the call. `click`: whether to click first on a row that makes the client notify."""
         peer = Peer(self.bus, name, behaviour)
         if click:
             self.bus.click(GUIDE_ROW)

@@ -23,7 +23,7 @@ AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 class Typed(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
+        # This fake systemctl prints nothing and succeeds, like the real one when it stops a loaded unit.
         self.session.program("systemctl", "exit 0\n")
         self.session.backend("refresh")
         self.services = self.session.services()

@@ -64,7 +64,8 @@ class Cable(unittest.TestCase):
         self.assertReconnects(WIRED)
         self.pull()
         self.plug()
-        # This loss lasts, so it leads to a reconnect. A reconnect by the short interruption above would come earlier.
+        # This loss lasts, so it must lead to the next reconnect. If the short interruption above caused a reconnect,
+        # that one would come first.
         self.pull()
         self.assertReconnects(NONE)
         self.plug()

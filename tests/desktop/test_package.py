@@ -62,7 +62,7 @@ def run(*command, **options):
                           text=True, encoding="utf-8", timeout=PATIENCE * 2, **options)
     if done.returncode != 0:
         raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
-    # systemd-analyze of Ubuntu 22.04 misses a system bus in a container.
+    # In a container, systemd-analyze of Ubuntu 22.04 prints this line, because there is no system bus.
     return done.stdout.removeprefix("Failed to connect to system bus: No such file or directory\n")
 
 
@@ -112,7 +112,8 @@ class Packages(unittest.TestCase):
                 self.assertIn(f" -- {self.field(package, 'Maintainer')}  ", changes)
 
     def test_packages_name_their_dependencies(self):
-        # The programs that the client runs, and those of its libraries whose packages are named alike in all releases.
+        # These are the packages of the programs that the client runs, and of its libraries. Libraries whose package has
+        # another name in another release are left out.
         needed = {each.split()[0] for each in self.packages(CLIENT, "Depends")}
         self.assertLessEqual({"curl", "lsof", "procps", "libc6", "libsystemd0", "libmnl0", "libqrencode4"}, needed)
         recommended = self.packages(CLIENT, "Recommends")
@@ -206,7 +207,7 @@ class Packages(unittest.TestCase):
             f"Maintainer: {self.field(CLIENT, 'Maintainer')}\nDescription: both programs\n")
         run("dpkg-deb", "--root-owner-group", "-Znone", "--build", old, self.folder / "old.package")
         self.dpkg("--install", self.folder / "old.package")
-        # In this order, dpkg finds files of the old package while it unpacks the first new one.
+        # In this order, dpkg unpacks the package of the dialogs while the old package still owns the same files.
         root = self.dpkg("--auto-deconfigure", "--install", self.files[DIALOGS], self.files[CLIENT])
         for package, program in PROGRAMS.items():
             for each in FILES[package]:

@@ -9,8 +9,8 @@ from rig.client import CONNECTED, NO_BUS
 from rig.processes import PORTS, listening_ports, running, wait_for_end
 from rig.session import SWITCHED_OFF, Session
 
-# A pgrep whose first call waits until the test opens the gate. The stop script calls pgrep before it ends a process,
-# so until then all services keep running.
+# A pgrep whose first call waits until the test writes to the named pipe "gate". The stop script calls pgrep before it
+# ends a process, so until then all services keep running.
 HELD_UP_ONCE = """
 if mkdir "$HOME/held-up" 2>/dev/null; then
     echo "stop began" > "$HOME/events"

@@ -79,7 +79,7 @@ class Settings(OnScreen):
 
 
 class DarkDesktop(Settings):
-    def test_fields_are_told_in_their_order_and_the_code_is_black_on_white(self):
+    def test_fields_are_read_in_order_and_the_code_is_black_on_white(self):
         self.start(switched_off=True, environment=self.session.dark_kde())
         # This token is as long as a signed token, such as a JWT.
         token = "".join(f"{i * 7919:x}." for i in range(90))

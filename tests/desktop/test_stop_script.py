@@ -67,7 +67,7 @@ class StopScript(unittest.TestCase):
         return done.stdout
 
     def ready(self, command):
-        """Starts a process, and returns it when it has answered: its exec is then done, its command line final."""
+        """Starts a process and returns it. Waits for its first answer: then exec is done and its command line final."""
         process = self.session.spawn(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.stdin.close)
@@ -142,7 +142,8 @@ class StopScript(unittest.TestCase):
 
     def test_it_spares_the_client_that_runs_it_and_its_terminal(self):
         self.session.program("systemctl", "")
-        # bash replaces itself by its only command. With `exit $?` as a second command, it stays and keeps its name.
+        # A bash with a single command replaces itself by this command (exec). With `exit $?` as a second command, bash
+        # keeps running under its own name.
         client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
         self.assertEqual(self.stop("bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
         terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'

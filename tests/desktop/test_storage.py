@@ -19,7 +19,7 @@ TOKEN = "KESTRUNE_APP_API_TOKEN=one\n"
 
 class Disks(Dialogue):
     def disk(self, folder, pages):
-        """Mounts a tmpfs of so many pages over the folder, and puts the folder's files into it. Returns the folder."""
+        """Mounts a tmpfs of `pages` pages over the folder, and puts the folder's files into it. Returns the folder."""
         folder.mkdir(exist_ok=True)
         kept = {path.name: path.read_bytes() for path in folder.iterdir()}
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={pages * PAGE},mode=0700", "tmpfs", folder], check=True)

@@ -98,7 +98,7 @@ class InPanel(unittest.TestCase):
         # The test sees that the menu closes now. This shows that the test would have seen an earlier closing, too.
         self.screen.keys("Escape")
         self.screen.wait_until_closed(menu)
-        # Only now, because some panels open the menu on top of the icon.
+        # Look at the icon only now, because in some panels the open menu covers it.
         self.panel.wait_for_icon(coloured=True)
 
 

@@ -134,7 +134,7 @@ class Preferences(Windows):
         portal = Portal(self, LIGHT)
         window = self.opened(alert(1, text="\n".join("文字" * 20 for _ in range(50)), view=field("a", "x")))
         for preferred in (DARK, LIGHT, DARK, NOTHING):
-            # The second change is one of another setting, and must have no effect.
+            # The second signal reports another setting, contrast. It must have no effect.
             portal.change(preferred)
             portal.change(3 - preferred, names=("org.freedesktop.appearance", "contrast"))
             self.assertBecomes(window, dark=preferred == DARK)

@@ -66,7 +66,8 @@ class Managed(OnDesk):
         self.screen.keys("Return")
         self.assertEqual(program.event(), {"answered": {"id": 2, "answer": {"button": 0, "fields": {}}}})
         program.window("下")
-        # Press Escape, which the window handles. The manager, which handles Alt+F4, may not know the new focus yet.
+        # Close the window by Escape, which it handles itself. Alt+F4 would go to the window manager, which may not yet
+        # know that this window has the focus.
         self.screen.keys("Escape")
         self.assertEqual(program.event(), {"answered": {"id": 1, "answer": {"button": None, "fields": {}}}})
 

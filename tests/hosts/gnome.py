@@ -144,7 +144,8 @@ class Gnome(Desktop):
         return self.run("gnome-session-inhibit", "--list")
 
     def notifications(self):
-        """The one on the screen: the next takes its place once the pointer moves."""
+        """Returns the text of the notification on the screen, or "" if there is none. Moves the pointer, because GNOME
+        Shell shows the next notification only after that."""
         self.click(self.width // 3 + time.monotonic_ns() % 99, self.height - 20)
         return self.shell("const {_notification: shown, _notificationState: state} = Main.messageTray; "
                           "return state === 2 ? `${shown.title}\\n${shown.bannerBodyText}` : ''")

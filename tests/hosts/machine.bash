@@ -1,6 +1,6 @@
 # Functions for tests/hosts/gnome, plasma and sway, which source this file: they install a Debian system for each
-# desktop, boot it in a container, and run the checks there. Arguments: the default kind (x11 or wayland) and the default
-# size of the screen, then those of the script: [KIND [SIZE [CHECK]...]].
+# desktop, boot it in a container, and run the checks there. Arguments: the default kind (x11 or wayland) and the
+# default size of the screen, then those of the script: [KIND [SIZE [CHECK]...]].
 
 set -euo pipefail
 kind=${3:-$1} size=${4:-$2} checks=("${@:5}")
@@ -122,7 +122,7 @@ host() {
     exit "${status:-0}"
 }
 
-# Kills the booted system, of which nothing is kept: everything in it ends with its first process.
+# Kills the first process of the booted system, and so all its processes. Nothing of the system is kept.
 end_host() {
     [ -n "${group:-}" ] || return 0
     kill -KILL "${init:-$nspawn}" 2>/dev/null || true

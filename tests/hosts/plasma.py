@@ -77,7 +77,8 @@ class Plasma(Desktop):
     # --- the icon and its menu
 
     def icon(self):
-        # On Wayland, a program knows only places in its window, which is the panel here, at the bottom of the screen.
+        # On Wayland, an accessible object knows only its place in its window. The icon's window is the panel, which is
+        # at the bottom of the screen.
         if not (self.node and self.node.is_shown()):
             self.node = self.wait(lambda: self.button("Kestrune"), "icon")
         left, _, width, _ = self.node.place()

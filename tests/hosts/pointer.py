@@ -49,7 +49,7 @@ class Pointer:
         return target
 
     def round_trip(self):
-        """Waits until the compositor has handled all requests. Stores the globals (interfaces) that it announces."""
+        """Waits until the compositor has handled all requests. Stores the globals (interfaces) announced so far."""
         callback = self.new()
         self.send(DISPLAY, 0, struct.pack("<I", callback))
         while True:

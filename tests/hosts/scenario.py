@@ -149,7 +149,7 @@ class Desktop:
         scheme = "prefer-dark" if dark else "default"
         self.run("gsettings", "set", "org.gnome.desktop.interface", "color-scheme", scheme)
 
-    # --- what is on the screen
+    # --- pictures of the screen, and the client's windows
 
     def shot(self, name):
         path = PICTURES / f"{name}.png"
@@ -157,7 +157,7 @@ class Desktop:
         return path
 
     def steady_shot(self, name):
-        """Takes pictures until two in a row are equal, because everything is drawn then. Keeps the last picture."""
+        """Takes pictures until two in a row are equal, because then everything is drawn. Keeps the last picture."""
         last = None
         while last != (last := self.output_of("convert", self.shot(name), "rgb:-")):
             time.sleep(0.5)
@@ -188,7 +188,8 @@ class Desktop:
     def place_of(self, window, _picture):
         return Rectangle(*window.place())
 
-    # --- the menu, in desktops that tell a screen reader of it. A subclass sets `menu` and its place, `menu_place`.
+    # --- the menu, in desktops where a screen reader can read it. A subclass sets `menu` (the accessible object) and
+    # `menu_place` (its rectangle on the screen).
 
     def menu_is_open(self):
         return self.menu.is_shown()
@@ -199,7 +200,8 @@ class Desktop:
 
     def rows(self):
         rows = []
-        # On Wayland, a program does not know where its menu is. So compute with the distances from the menu's corner.
+        # On Wayland, a program does not know where its menu is. So add each row's distance from the menu's corner to
+        # `menu_place`.
         left, top, *_ = self.menu.place()
         for node in self.menu.all():
             if (role := node.role()) in MENU_ROLES:
@@ -209,7 +211,7 @@ class Desktop:
         return rows
 
     def open_menu_at(self, number):
-        """Opens the menu, and the submenu with row `number`, if it is in one. Returns the rows."""
+        """Opens the menu, and in desktops with submenus also the one that contains row `number`. Returns the rows."""
         self.open_menu()
         return self.rows()
 
@@ -226,7 +228,7 @@ class Desktop:
         self.wait(closed, "end of the window")
 
     def clear_notifications(self):
-        """Removes the notifications, if the desktop can: they would cover windows, or go between two pictures."""
+        """Removes the notifications, which would cover windows or vanish between two pictures. Here: does nothing."""
 
     # --- the scenario
 
@@ -344,7 +346,7 @@ class Desktop:
         self.close_window(self.window("已開啟保持喚醒"))
 
     def check_notification(self):
-        """A network appears."""
+        """Checks that the desktop shows a notification when a network appears."""
         self.clear_notifications()
         for words in ("link add cable type veth peer name wall", "link set wall up", "link set cable up",
                       "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1"):

@@ -138,7 +138,8 @@ class SwayDesktop(Desktop):
         self.close_window(window)
 
     def check_another_workspace(self):
-        """Checks that a window on another workspace comes to this one, with its text, when it is asked for again."""
+        """Checks that a window on another workspace comes to the present one, with the text typed into it, when the
+        client is asked to show it again."""
         self.press(26)
         window = self.window("Kestrune 連線與桌面設定")
         field = window.find("text")

@@ -7,8 +7,8 @@ namespace {
 
 constexpr Seconds year{365 * 24 * 3600.0};
 
-/// A jump of the clocks. If `asleep`, the machine is suspended and only the continuous clock advances.
-/// Otherwise the process is stopped and both clocks advance.
+/// A jump of the clocks. If `asleep`, the machine is suspended: the continuous clock advances, the awake
+/// clock stands still. Otherwise the process is stopped (SIGSTOP), and both clocks advance.
 struct Jump {
   const char* name;
   bool asleep;

@@ -42,7 +42,8 @@ inline void PrintTo(const CommandResult& result, std::ostream* stream) {
 
 namespace kestrune::testing {
 
-/// Returns the window that shows the result of an action that has succeeded; `errorWindow`: that has failed.
+/// Returns the window that the client opens when an action has succeeded. `errorWindow` returns the window
+/// for an action that has failed.
 inline Alert informationWindow(std::string title, std::string content) {
   return {.style = AlertStyle::informational,
           .messageText = std::move(title),

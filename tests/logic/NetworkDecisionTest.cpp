@@ -156,7 +156,8 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
 TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // At 7000 a burst of messages is going on. The report waits for its end: the network may come back.
+  // At 7000 ms a burst of messages is going on. The report waits for the end of the burst, because the
+  // network may come back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 
@@ -269,7 +270,7 @@ struct RandomMachine : Machine {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // ms: a burst at the change, and another just before the report
+    constexpr long bursts = 500;  // ms; delay by a burst at the change and by one before the report
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }

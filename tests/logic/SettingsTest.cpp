@@ -100,7 +100,8 @@ struct Change {
   const char* meanwhile;
 };
 
-/// The file changes while the dialog is open, so that saving overwrites a value that the dialog did not show.
+/// Saving overwrites a value that the dialog did not show: the file has changed while the dialog was open, or
+/// it has two lines for one key. The client must keep a copy of the old file.
 struct SettingsThatLoseAValue : SettingsOverOtherValues, ::testing::WithParamInterface<Change> {};
 
 TEST_P(SettingsThatLoseAValue, KeepTheOldFile) {

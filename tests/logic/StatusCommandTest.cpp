@@ -34,7 +34,7 @@ struct StatusCommandTest : ControllerTest {
   json lastPrinted() const { return printed.empty() ? json() : json::parse(printed.back()); }
 };
 
-// --- with a running client
+// --- the status command while a client runs
 
 TEST_F(StatusCommandTest, PrintsTheStatusOfTheRunningClient) {
   backendAnswers(healthy);
@@ -119,7 +119,7 @@ TEST_F(StatusCommandTest, EndsWithAnErrorWhenItCannotPrint) {
   EXPECT_EQ(command->exitCode(), 1);
 }
 
-// --- without a client
+// --- the status command when no client of this version runs
 
 TEST_F(StatusCommandTest, AsksTheBackendWhenTheClientHasAnotherVersion) {
   machine.statusFeed.publish([] { return "{\"schema\": 2}"; });

@@ -219,7 +219,7 @@ struct ChildScript {
   bool ignoresTerminate = false;
   bool ignoresInterrupt = false;
   Seconds reaction{0};  ///< how long the child goes on after a signal that it does not ignore
-  /// Called by each isRunning() that returns true.
+  /// Called by isRunning() before it returns true.
   std::function<void()> whileRunning{};
   std::function<void()> whenRead{};  ///< called when the child's output is read
 };
@@ -249,7 +249,7 @@ struct FakeProcesses final : Processes {
   /// Returns how many launches had a last argument that contains `text`.
   std::size_t launchesOf(const std::string& text) const;
   std::vector<Seconds> readPatience;
-  int reservations = 0;  ///< number of calls of reserveForThisThread(); each kills all running children
+  int reservations = 0;  ///< calls of reserveForThisThread(); each call kills all running children
 
   VirtualClock& clock;
   CallLog& log;

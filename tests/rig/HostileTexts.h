@@ -41,8 +41,8 @@ struct HostileText {
   std::string text;
 };
 
-/// Returns texts that try to damage a screen or to deceive its reader, each between "before" and "behind".
-/// Long texts have `length` bytes.
+/// Returns texts that try to damage a screen or to deceive its reader. Each text stands between "before" and
+/// "behind". Long texts have `length` bytes.
 inline std::vector<HostileText> hostileTexts(std::size_t length = 1 << 20) {
   using namespace std::string_literals;
   const auto many = [length](std::string_view piece) {

@@ -28,9 +28,9 @@ inline std::size_t heapInUse() {
 
 inline std::size_t peakOfTheHeap = 0;
 
-/// Runs `work` in a process of its own. Returns by how many bytes it raises the peak resident size (VmHWM).
-/// With a sanitizer, returns the rise of the peak heap size instead, because a sanitizer delays the freeing
-/// of memory.
+/// Runs `work` in a process of its own. Returns by how many bytes `work` raises the peak resident size
+/// (VmHWM). With a sanitizer, returns the rise of the peak heap size instead, because a sanitizer delays the
+/// freeing of memory.
 inline std::size_t peakMemoryOf(const std::function<void()>& work) {
   static constexpr auto kibibyte = std::size_t{1} << 10;
   const auto peak = [] {

@@ -27,9 +27,9 @@ inline bool needsUserNamespace() {
   return needed;
 }
 
-/// Skips the running test, as the machine refuses `unshare` with these options. The caller may be a
-/// constructor, so this ends the process, in which ctest runs only this test. With KESTRUNE_NO_SKIPS the test
-/// fails.
+/// Skips the running test, because the machine refuses `unshare` with these options. Ends the process,
+/// because GTEST_SKIP() would not leave the caller, which may be a constructor. Throws if the process runs
+/// several tests or KESTRUNE_NO_SKIPS is set.
 inline void skipWithoutNamespaces(const std::string& options) {
   const std::string why = "needs namespaces, which this machine refuses: unshare " + options;
   if (std::getenv("KESTRUNE_NO_SKIPS") != nullptr ||

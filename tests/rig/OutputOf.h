@@ -9,7 +9,8 @@
 
 namespace kestrune::testing {
 
-/// Returns the output and errors of a shell command. If its status is not 0, "status" and the status follow.
+/// Returns the standard output and standard error of a shell command. If the exit status is not 0, "status"
+/// and the exit status follow.
 inline std::string outputOf(const std::string& command) {
   FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
   std::string text;

@@ -10,7 +10,8 @@
 
 namespace kestrune::testing {
 
-/// The filter cannot be removed: use this only in a ForkedProgram.
+/// Installs a seccomp filter in this thread; its children inherit the filter. It cannot be removed: use this
+/// only in a ForkedProgram.
 inline void install(const sock_fprog& program) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
       prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
@@ -65,7 +66,7 @@ inline void refuseHardLinks(int error) {
   refuseCall(SYS_linkat, error);
 }
 
-/// Makes `fsync` do nothing. A real one takes nearly all the time of a save, so that a kill at a random
+/// Makes `fsync` do nothing. A real fsync takes nearly all the time of a save. With it, a kill at a random
 /// moment would hardly ever hit another step.
 inline void skipFlushes() {
   refuseCall(SYS_fsync, 0);

@@ -144,7 +144,8 @@ void Soak::userChooses() {
   std::vector<std::string> offered;
   for (const auto& item : machine.statusBar.menu().items) {
     if (item.action.empty() || !item.enabled || item.action == "quit") continue;
-    // While auto-connect is off, little happens: choose the rows that turn it on more often.
+    // While auto-connect is off, little happens. So offer each row that turns it on eight times instead of
+    // once.
     const bool turnsOn = item.action == "toggleAutoConnect" || item.action == "refreshNow";
     for (int times = isOff && turnsOn ? 8 : 1; times > 0; --times) offered.push_back(item.action);
   }
@@ -249,8 +250,8 @@ std::string Soak::output() {
 void Soak::lineIsLaunched(const std::string& line) {
   FakeProcesses& processes = machine.processes;
   processes.scripts = {};
-  // Do not report this launch to the rules, which check the worker's commands: before a restart, the main
-  // thread starts the program with --version to check that it can run.
+  // Before a restart, the main thread runs the program with --version to see whether it can run. `rules` must
+  // not hear of this launch, because they check only the worker's commands.
   if (line == "--version") return;
   rules.shellLineBegins(line);
   if (processes.launchError) {

@@ -131,7 +131,8 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // In every test the program has a new name, because errors about a program are printed only once.
+    // Give the program a path that no other test uses: error messages contain the path, and each message is
+    // printed only once.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }

@@ -23,8 +23,8 @@ class Stranger {
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
-  /// Sends a signal to the connection with the unique name `receiver`, or to all if that is empty. Returns
-  /// when the bus has delivered it.
+  /// Sends a signal to the connection with the unique name `receiver`, or to all connections if `receiver` is
+  /// empty. Returns when the bus has delivered the signal.
   template <typename... Arguments>
   void tell(const std::string& receiver, const char* path, const char* interface, const char* member,
             const char* types, Arguments... arguments) {

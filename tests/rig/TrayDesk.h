@@ -120,7 +120,7 @@ class TrayHost {
   /// Returns when all signals that the item has sent so far have arrived.
   void catchUp() { call(itemPath, "org.freedesktop.DBus.Peer", "Ping", ""); }
 
-  /// Returns the signals since the last news(), after all signals that the item has sent have arrived.
+  /// Waits until all signals that the item has sent have arrived. Returns the signals since the last news().
   std::vector<std::string> news() {
     catchUp();
     return std::exchange(signals, {});
@@ -158,7 +158,7 @@ class TrayHost {
 
   static int signalled(sd_bus_message* signal, void* data, sd_bus_error*) {
     const bool fromItem = sd_bus_message_get_path(signal) == std::string_view(itemPath);
-    // A real host would not receive a signal of another interface.
+    // Ignore signals of other interfaces, because a real host does not listen to them.
     if (!sd_bus_message_is_signal(signal, fromItem ? itemInterface : menuInterface, nullptr)) return 0;
     const std::string arguments = textOf(BusMessage(sd_bus_message_ref(signal)));
     static_cast<TrayHost*>(data)->signals.push_back(sd_bus_message_get_member(signal) +

@@ -52,12 +52,12 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   int run(ApplicationDelegate& delegate) override;
   void terminate() override;
 
-  // Dispatch
+  // from the port Dispatch
   MainQueue& mainQueue() override;
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
 
-  // Timers
+  // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
   // For tests:

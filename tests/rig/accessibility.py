@@ -77,7 +77,7 @@ class ScreenReader:
         return Node(self, REGISTRY, ROOT).children()
 
     def windows(self, pid=None):
-        """Returns the windows of a process, or all windows."""
+        """Returns the windows of the process `pid`, or of all processes if `pid` is None."""
         return [window for application in self.applications() if pid in (None, application.pid())
                 for window in application.children()]
 
@@ -190,7 +190,7 @@ class Node:
         self.reader.wait(lambda: "focused" in self.states(), "focus")
 
     def press(self):
-        """Calls the first action of the node. Does not wait for the answer: the window may close before it answers."""
+        """Calls the first action of the node. Waits for no answer: the program may end before it answers."""
         self.reader.bus.call(self.bus, self.path, "org.a11y.atspi.Action", "DoAction", GLib.Variant("(i)", (0,)),
                              None, Gio.DBusCallFlags.NONE, -1, None, None)
 

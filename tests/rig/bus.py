@@ -169,7 +169,7 @@ class Monitor(Listener):
         return self.wait(lambda: self.said(member, condition)[count - 1:], f"{count} {member}")[0]
 
     def labels(self, number):
-        """Returns all labels that a row of the menu was changed to, in order."""
+        """Returns the labels that the changes of a row of the menu have set, in order."""
         return [properties["label"] for updated, _ in self.said("ItemsPropertiesUpdated")
                 for row, properties in updated if row == number and "label" in properties]
 
@@ -178,5 +178,6 @@ class Monitor(Listener):
         self.wait(lambda: self.labels(number)[-1:] == [label], f"row {number} with {label}")
 
     def wait_for_status(self, status):
-        """Waits until row 2 has this label and the network is known. Then the start does not change the label again."""
+        """Waits until row 2 has this label and the network is known. After that, the start of the client
+        does not change the label again."""
         self.wait(lambda: self.labels(STATUS_ROW)[-1:] == [status] and self.labels(NETWORK_ROW), status)

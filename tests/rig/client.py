@@ -136,9 +136,9 @@ class Client:
         return menu
 
     def checked(self):
-        """Waits for the end of a start and returns the menu: after the first check, and the reconnect that follows when
-        the network is known. The check of this reconnect may still run, but prints nothing if its result is the
-        same."""
+        """Waits until the first check of the backend has ended, the network is known, and the reconnect that the known
+        network causes has ended. Returns the menu. The check after this reconnect may still run; it prints nothing if
+        its result is the same."""
         menu = self.first_check()
         while menu.status == RECONNECTING or menu.rows[10].title == NETWORK_NOT_KNOWN:
             menu = self.next_menu()

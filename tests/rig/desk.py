@@ -26,7 +26,7 @@ class Desk(Session):
         self.reader = ScreenReader(self)
 
     def dark_kde(self):
-        """Returns the environment of a KDE desktop with dark colours, which Qt reads without a portal."""
+        """Returns the environment of a KDE desktop with dark colours. Qt reads them from the file kdeglobals."""
         (self.config / "kdeglobals").write_text("".join(
             f"[Colors:{part}]\nBackgroundNormal=35,38,41\nForegroundNormal=252,252,252\n"
             for part in ("Button", "Selection", "Tooltip", "View", "Window")))

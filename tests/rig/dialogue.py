@@ -13,7 +13,7 @@ OKAY = "[1] 好  \n"
 class Dialogue(unittest.TestCase):
     def setUp(self):
         self.session = Session(self)
-        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
+        # This fake systemctl prints nothing and succeeds, like the real one when it stops a loaded unit.
         self.session.program("systemctl", "exit 0\n")
         self.session.stub_backend(COUNTING_BACKEND)
         # While auto-connect is off, the client runs no command by itself.

@@ -64,7 +64,8 @@ class Screen:
         self.session = session
         self.whole = Rectangle(0, 0, width * scale, height * scale)
         self.scale = scale
-        # Random, because Xvfb keeps its keyboard map for a moment in a shared folder, under the display number.
+        # The number is random: Xvfb puts its keyboard map for a moment into a shared folder, in a file that is named
+        # after the number. Two servers with the same number could overwrite this file.
         self.name = f":{random.randrange(100, 60000)}"
         session.environment["DISPLAY"] = self.name
         session.callback(self.close)

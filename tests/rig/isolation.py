@@ -25,11 +25,12 @@ def run(work):
         enter()
     if os.getpid() != 1:
         sys.exit(f"{MARK} is set, but this is not the first process of a namespace")
-    # These signals are ignored if the script was started in the background of a shell, or by nohup.
+    # Restore the default actions. If the script was started by nohup or in the background of a shell, these signals
+    # are ignored in it, and would be ignored in the programs under test.
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_DFL)
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-    # unshare of Ubuntu 22.04 leaves it ignored.
+    # The unshare of Ubuntu 22.04 leaves SIGTERM ignored.
     signal.signal(signal.SIGTERM, signal.SIG_DFL)
     worker = os.fork()
     if worker == 0:

@@ -15,7 +15,7 @@ class OnScreen(unittest.TestCase):
         cls.session = Desk(cls)
         cls.bus, cls.screen, cls.reader = cls.session.bus, cls.session.screen, cls.session.reader
         cls.traffic = cls.bus.monitor()
-        # The fake systemctl behaves as the real one does for units that it knows: it prints nothing.
+        # This fake systemctl prints nothing and succeeds, like the real one when it stops a loaded unit.
         cls.session.program("systemctl", "exit 0\n")
         cls.session.program("xdg-open", 'echo "$# $1" > "$HOME/events"\n')
         cls.session.find_programs_first()

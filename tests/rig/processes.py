@@ -24,7 +24,7 @@ def process_state(pid):
 
 def running():
     """Returns the ids of all processes of the namespace that are not zombies."""
-    # Looks at the state, because a process that calls execve has no command line for a moment.
+    # Reads the state. An empty command line would not prove a zombie: in execve, a process has none for a moment.
     return [int(name) for name in os.listdir("/proc")
             if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
 
@@ -37,7 +37,7 @@ def program_of(pid):
 
 
 def processes_of(name):
-    """Returns the ids of the processes that run a program of this name, even if its file was replaced since."""
+    """Returns the ids of the processes that run a program of this name, even if its file has been replaced."""
     return [pid for pid in running() if Path(program_of(pid).removesuffix(" (deleted)")).name == name]
 
 

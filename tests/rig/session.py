@@ -43,7 +43,7 @@ REPORTING_BACKEND = """
 echo "$1 asked" > "$HOME/events"
 echo '[OK] Mac service: 好'
 """
-# A backend whose status command prints the line that the test writes to the gate.
+# A backend whose status command prints the line that the test writes to the named pipe "gate".
 GATED_BACKEND = """
 [[ $1 == status ]] || exit 0
 echo "status asked" > "$HOME/events"
@@ -51,7 +51,8 @@ read -r report < "$HOME/gate"
 echo "$report"
 [[ $report != FAIL* ]]
 """
-# A replacement for lsof, which the stop script calls twice, once for each port. Each call waits for the gate.
+# A replacement for lsof, which the stop script calls twice, once for each port. Each call waits until the
+# test writes a line to the named pipe "gate".
 HELD_UP_STOP = """
 echo "stopping" > "$HOME/events"
 read -r < "$HOME/gate"
@@ -69,7 +70,7 @@ def counted(number):
 
 
 class Session(contextlib.ExitStack):
-    """A user's session, which ends with `test`, a test or a class of tests. If `test` is None, the caller uses the
+    """A user's session. It ends when `test`, a test or a class of tests, ends. If `test` is None, the caller uses the
     session as a context manager."""
 
     def __init__(self, test=None):
@@ -101,7 +102,7 @@ class Session(contextlib.ExitStack):
         }
         # Pass on the options of sanitizers.
         self.environment |= {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
-        # A socket in place of the machine's system bus, which no test may reach. It never answers.
+        # No test may reach the machine's system bus. In its place there is a socket that never answers.
         system_bus = self.enter_context(socket.socket(socket.AF_UNIX))
         system_bus.bind(str(self.runtime / "system_bus"))
         system_bus.listen()
@@ -132,7 +133,7 @@ class Session(contextlib.ExitStack):
             child.kill()
             child.wait()
 
-    # --- programs
+    # --- programs that the session runs
 
     def start(self, *arguments, program=PROGRAM, through=(), environment=None, **options):
         """Starts the client. If `through` is given, this other program starts the client."""
@@ -190,7 +191,7 @@ class Session(contextlib.ExitStack):
         return [pid for pid in running() if mark in read_process(pid, "environ").split(b"\0")]
 
     def wait_for_ends(self, besides=frozenset()):
-        """Waits until the killed processes have ended, for MOMENT at most. Does not wait for those in `besides`."""
+        """Waits until the killed processes have ended, at most MOMENT for each. Ignores the processes in `besides`."""
         for pid in set(self.processes()) - besides:
             wait_for_end(pid, MOMENT)
 
@@ -204,7 +205,7 @@ class Session(contextlib.ExitStack):
                 raise AssertionError("no process connects to the client")
             time.sleep(0.01)
 
-    # --- backend
+    # --- the backend
 
     @staticmethod
     def copy_backend(folder):

@@ -22,7 +22,7 @@ class Sway:
         (folder / "config").write_text("xwayland disable\nexec echo $WAYLAND_DISPLAY $SWAYSOCK > ready\n")
         command = ["sway", "--config", str(folder / "config")]
         if os.geteuid() == 0:
-            # sway refuses to run as root.
+            # Run sway as the user NOBODY, because sway refuses to run as root.
             try:
                 for path in (folder, ready):
                     os.chown(path, NOBODY, NOBODY)

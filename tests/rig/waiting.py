@@ -51,7 +51,7 @@ class Text:
                     data = os.read(self.descriptor, 65536)
             text = decoder.decode(data, not data)
             with self.changed:
-                # A terminal puts a carriage return before each line end.
+                # A terminal puts a carriage return before each line feed. Remove it.
                 self.so_far += text.replace("\r", "") if terminal else text
                 self.arrivals.append((len(self.so_far), time.monotonic()))
                 self.ended = not data

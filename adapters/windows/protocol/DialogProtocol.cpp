@@ -108,7 +108,7 @@ std::string toLine(const Message& message) {
   return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Returns the message in `object` if its kind has number `kind` or more in the variant; otherwise absent.
+/// Returns the message in `object` if its kind has index `kind` or higher in the variant; otherwise absent.
 template <typename Message, std::size_t kind = 0>
 std::optional<Message> fromJson(const Json& object) {
   if constexpr (kind < std::variant_size_v<Message>) {
@@ -119,7 +119,7 @@ std::optional<Message> fromJson(const Json& object) {
   return std::nullopt;
 }
 
-/// Returns whether each image in the view has as many pixels as its size needs.
+/// Returns whether each bitmap in the view has as many pixels as its width and height demand.
 bool hasWholeImages(const View& view) {
   const auto isWhole = [](const Bitmap& each) {
     const auto area = static_cast<std::size_t>(each.width) * static_cast<std::size_t>(each.height);
@@ -165,7 +165,8 @@ std::variant<Message, std::string> decode(const std::string& line) {
              std::to_string(protocolVersion) + "; install both from the same build";
     }
     const auto message = fromJson<Message>(object);
-    // Encode and compare: the library takes true for 1, cuts large numbers and ignores unknown members.
+    // Encode the message again and compare it with the line: the library takes true for 1, cuts large numbers
+    // and ignores unknown members.
     if (message && toJson(*message) == object && isSound(*message)) return *message;
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.

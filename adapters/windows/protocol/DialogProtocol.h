@@ -32,8 +32,9 @@ struct ShowMenu {
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program exits with status 0 when its last window is closed. It also exits with 0 when its standard
-// input ends, and then closes its windows unanswered. Closing the menu without a choice sends no event.
+// The program exits with status 0 when its last window is closed. When its standard input ends, it closes its
+// windows without sending answers, and exits with status 0 too. If the user closes the menu without a choice,
+// no event is sent.
 
 /// Says that a requested window has appeared on the screen.
 struct Shown {
