@@ -174,8 +174,9 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // This timer makes the loop open its timerfd, as the loop of a running client has done long before.
+  // These timers make the loop open its timerfds, as the loop of a running client has done long before.
   loop.after(Seconds{60}, [] {});
+  loop.scheduleRepeating(Seconds{60}, [] {});
   int turns = 0;
   {
     const FileDescriptor lowestFree(dup(STDIN_FILENO));
