@@ -3,6 +3,7 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 extern char** environ;
@@ -34,8 +35,11 @@ int spawn(const SpawnOptions& options, pid_t& pid) {
   for (const auto& each : options.environment) environment.push_back(const_cast<char*>(each.c_str()));
   for (char** each = environ; *each != nullptr; ++each) environment.push_back(*each);
   environment.push_back(nullptr);
-  const int failure =
+  errno = 0;
+  int failure =
       posix_spawnp(&pid, options.executable.c_str(), &actions, &attributes, argv.data(), environment.data());
+  // When clone fails, glibc before 2.36 returns EPERM, and leaves the reason in errno.
+  if (failure == EPERM && errno != 0) failure = errno;
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   return failure;

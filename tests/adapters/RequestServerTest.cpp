@@ -173,8 +173,9 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // Make the loop open its timerfd while descriptors are free, as the loop of a running client has.
+  // These timers make the loop open its timerfds, as the loop of a running client has done long before.
   loop.after(Seconds{60}, [] {});
+  loop.scheduleRepeating(Seconds{60}, [] {});
   int turns = 0;
   {
     const FileDescriptor lowestFree(dup(STDIN_FILENO));
