@@ -32,8 +32,8 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// `value` and `with` split lines differently. Pure; any thread. Apart from the text itself and the result of
-/// `with`, memory use does not grow with the text.
+/// `value` and `with` split the text into lines by different rules: see there. Needs little memory besides
+/// the text and the result of `with`. Pure; any thread.
 class EnvFile {
  public:
   /// Stands for a file that does not exist, which has no line, not even an empty line.

@@ -55,7 +55,8 @@ struct StatusReport {
   CodexFindings codex;
 };
 
-/// Returns the finding in the first line of `output` with `label`; an unknown finding when no line has it.
+/// Finds the first of the lines of `output` that contain `label`, and returns its finding; an unknown finding
+/// if no line contains `label`.
 CodexFinding codexFinding(std::string_view output, std::string_view label);
 
 /// Returns the text before the first full-width parenthesis, trimmed, at most 44 characters long.

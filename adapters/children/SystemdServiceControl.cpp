@@ -25,8 +25,7 @@ std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) c
          "'); do [[ $spared == *\" $pid \"* ]] || kill $pid 2>/dev/null; done || true";
 }
 
-// Returns a line that kills only the processes that listen on the port, not its clients, such as a browser.
-// This process is not killed: it listens on no TCP port, and runs curl for its requests to the port.
+// The command spares the clients of the port, such as a browser, and this process, which listens on no port.
 std::string SystemdServiceControl::killListenersLine(int port) const {
   return "lsof -ti tcp:" + std::to_string(port) + " -sTCP:LISTEN | xargs -r kill -9 2>/dev/null || true";
 }

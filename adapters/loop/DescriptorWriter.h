@@ -13,7 +13,8 @@ namespace kestrune {
 /// memory, up to a limit. Main thread.
 class DescriptorWriter {
  public:
-  /// `limit`: how many bytes may wait. A text that is written while no bytes wait may be longer.
+  /// `limit`: how many bytes may wait until the descriptor accepts them. If none wait, a text that is longer
+  /// than the limit is accepted too.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: more bytes than the limit would wait.

@@ -23,7 +23,7 @@ inline constexpr std::string_view singleCharacters[] = {
     "👨\u200D👩\u200D👧\u200D👦",  // a family
     "🏳\uFE0F\u200D🌈",    // two emoji joined into one
     "🇹🇼",                      // a flag: two regional indicators
-    "🏴\U000E0067\U000E0062\U000E0073\U000E0063\U000E0074\U000E007F",  // a flag spelled by tags
+    "🏴\U000E0067\U000E0062\U000E0073\U000E0063\U000E0074\U000E007F",  // a flag: an emoji tag sequence
     "क\u093F",  // a consonant and a vowel sign that stands before it
     "ท\u0E33",  // a consonant and a sign that stands after it
 };
