@@ -59,8 +59,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // Defined in CommandExecution.cpp: shell quoting, the trial of a program. The other functions forward to
-  // backend/.
+  // Functions that run commands. CommandExecution.cpp defines `shellEscape` and `tryProgram`; the others call
+  // functions in backend/.
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
@@ -86,7 +86,8 @@ class AppDelegate final : public ApplicationDelegate,
     return StatusReport(result.ok, result.output).lamp;
   }
   static std::string prettifyOutput(std::string_view output) { return prettified(output); }
-  /// Returns "OK" or "需檢查", and the detail, from the first line with `label`; absent when no line has it.
+  /// Finds the first line that contains `label`, and returns its verdict "OK" or "需檢查", a space, and its
+  /// detail. Absent if no line contains `label`.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
   void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }

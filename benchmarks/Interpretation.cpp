@@ -27,6 +27,10 @@ void interpret(benchmark::State& state) {
   state.SetComplexityN(state.range(0));
 }
 
-BENCHMARK(interpret)->RangeMultiplier(4)->Range(1 << 16, 1 << 24)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(interpret)
+    ->RangeMultiplier(4)
+    ->Range(1 << 16, 1 << 24)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity();
 
 }  // namespace

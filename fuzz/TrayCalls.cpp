@@ -208,7 +208,7 @@ class Desk {
   }
 
   void setMenu(Input& input) {
-    // The client itself chooses the keys (shortcuts), so they are not fuzzed. The titles can be any text.
+    // The client uses only these shortcut keys, so choose one of them. A title can be any text.
     static constexpr std::array keys{"", "q", "R", ","};
     Menu shown;
     for (int id = 1 + input.byte() % 2, last = id + input.byte() % 8; id < last; ++id) {

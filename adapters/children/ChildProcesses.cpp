@@ -230,7 +230,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   pid_t pid = 0;
   int failure = spawn(options, pid);
   // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). A later attempt usually succeeds: killed
-  // children count until they are reaped here, and when the session ends, other processes end too.
+  // children count towards the limit until this process reaps them, and at logout other processes end too.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);

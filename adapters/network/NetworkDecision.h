@@ -44,8 +44,8 @@ class NetworkDecision {
 
   /// Tells that the path may have changed. Until the first report, the kernel is then asked without delay.
   void notice(Seconds now);
-  /// Tells that the machine has resumed from suspend. A loss counts from this time, because networks need a
-  /// moment to reconnect.
+  /// Tells that the machine has resumed from suspend. If the network is lost, the wait before the loss is
+  /// reported starts at this time, because networks need a moment to reconnect.
   void resume(Seconds now);
 
   /// Returns the time to ask the kernel or, if no question is pending, to call `takeReport`; absent when

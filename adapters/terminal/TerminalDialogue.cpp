@@ -48,7 +48,11 @@ bool isDark(const Bitmap& bitmap, int column, int row) {
 
 TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors,
                                    int givenColumns, int givenRows)
-    : alert(std::move(givenAlert)), styles(givenStyles), colors(givenColors), columns(givenColumns), rows(givenRows) {
+    : alert(std::move(givenAlert)),
+      styles(givenStyles),
+      colors(givenColors),
+      columns(givenColumns),
+      rows(givenRows) {
   if (alert.accessoryView) collect(*alert.accessoryView);
 }
 
@@ -82,7 +86,8 @@ std::string TerminalDialogue::begin() {
   return text + advance();
 }
 
-/// Returns the text up to the next field. If no field is left, returns the rest of the text and the buttons.
+/// Returns the text up to the next field. If no field is left, returns the rest of the text, the line of
+/// buttons and the image.
 std::string TerminalDialogue::advance() {
   std::string text;
   for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);
@@ -146,8 +151,7 @@ std::string TerminalDialogue::picture(const Image& pictured) const {
   const auto rowsFor = [](const Bitmap& bitmap) { return (bitmap.height + 1) / 2 + 1; };
   const auto& bitmaps = pictured.bitmaps;
   const auto fitting = std::find_if(bitmaps.rbegin(), bitmaps.rend(), [&](const Bitmap& each) {
-    return (columns == 0 || each.width <= columns) &&
-           (rows == 0 || rowsFor(each) <= rows);
+    return (columns == 0 || each.width <= columns) && (rows == 0 || rowsFor(each) <= rows);
   });
   if (fitting == bitmaps.rend()) {
     // Print no picture: a QR code that is cut or has broken lines cannot be scanned.

@@ -92,7 +92,8 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// Calls `create` while a service does not answer: the D-Bus call to the service may time out.
+  /// Calls `create` while a service does not answer. Sets `nobodyAnswers`, so that a timeout of a D-Bus call
+  /// is no error of the test.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

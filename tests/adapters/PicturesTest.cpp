@@ -218,9 +218,9 @@ using Pixel = std::vector<std::uint8_t>;
 
 TEST(ColorControls, WeighTheColoursByTheirBrightness) {
   constexpr ColorControls grey{.saturation = 0};
-  EXPECT_EQ(filtered({255, 0, 0, 255}, grey), (Pixel{54, 54, 54, 255}));     // 0.2125 * 255
-  EXPECT_EQ(filtered({0, 255, 0, 200}, grey), (Pixel{182, 182, 182, 200}));  // 0.7154 * 255
-  EXPECT_EQ(filtered({0, 0, 255, 0}, grey), (Pixel{18, 18, 18, 0}));         // 0.0721 * 255
+  EXPECT_EQ(filtered({255, 0, 0, 255}, grey), (Pixel{54, 54, 54, 255}));     // the weight of red is 0.2125
+  EXPECT_EQ(filtered({0, 255, 0, 200}, grey), (Pixel{182, 182, 182, 200}));  // the weight of green is 0.7154
+  EXPECT_EQ(filtered({0, 0, 255, 0}, grey), (Pixel{18, 18, 18, 0}));         // the weight of blue is 0.0721
   EXPECT_EQ(filtered({255, 255, 255, 1}, grey), (Pixel{255, 255, 255, 1}));
   EXPECT_EQ(filtered({0, 0, 0, 255}, grey), (Pixel{0, 0, 0, 255}));
   EXPECT_EQ(filtered({10, 200, 120, 255}, grey), (Pixel{154, 154, 154, 255}));

@@ -108,7 +108,8 @@ std::string toLine(const Message& message) {
   return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Returns the message in `object` if its kind has index `kind` or higher in the variant; otherwise absent.
+/// Returns the message in `object`; absent if it is none of the alternatives of the variant `Message`. `kind`
+/// is the index of the first alternative to try.
 template <typename Message, std::size_t kind = 0>
 std::optional<Message> fromJson(const Json& object) {
   if constexpr (kind < std::variant_size_v<Message>) {
