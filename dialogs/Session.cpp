@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QTimer>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <string_view>
 #include <utility>
@@ -17,6 +19,7 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr std::size_t pieceSize = 65536;  // bytes; the default capacity of a pipe
+constexpr std::chrono::milliseconds focusDelay{100};
 
 }  // namespace
 
@@ -82,18 +85,26 @@ void Session::forget(int id) {
 }
 
 void Session::perform(const Raise& request) {
-  std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
-  if (menu) windows.push_back(menu.get());
   // Qt reads this variable when it activates the next window.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
+  if (raise() || !isOnWayland()) return;
+  // The window seems to be active. Qt learns a moment later that a window has lost the focus, so look again.
+  QTimer::singleShot(focusDelay, &input, [this] { raise(); });
+}
+
+bool Session::raise() {
+  std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
+  if (menu) windows.push_back(menu.get());
   // Hide the windows, so that `present` maps them again, on the current workspace. This is needed because a
-  // Wayland program is not told whether its window is minimised or its activation token was refused. An
-  // active window is hidden too: the event that it has lost the focus may not have arrived yet.
-  if (isOnWayland()) {
+  // Wayland program is not told whether its window is minimised or its activation token was refused. Leave an
+  // active window alone: the user may be typing.
+  const bool mapsAgain = isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow();
+  if (mapsAgain) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
   for (auto* const each : windows) each->present();
+  return mapsAgain;
 }
 
 void Session::perform(const ShowMenu& request) {

@@ -52,6 +52,14 @@ class Tiled(OnDesk):
         self.assertEqual([(workspace, name, focused) for workspace, name, _, focused in self.sway.windows()],
                          [("1", "Kestrune", False), ("1", "下", False), ("1", "上", True)])
 
+    def test_raising_leaves_an_active_window_where_it_is(self):
+        program, _ = self.open(alert(1, "下"), "下")
+        program.window("下")
+        program.send(raising())
+        program.show(alert(2, "上"))
+        # If the first window had been mapped again, it would be the next new window.
+        self.sway.new_window("上")
+
     def test_raising_moves_a_window_before_it_learns_that_it_lost_the_focus(self):
         program, _ = self.open(alert(1, "短", view=field("a", "abc")), "短")
         text = program.window("短").find("text")
