@@ -189,7 +189,7 @@ std::string firstWordsOf(Processes& processes, const std::string& program,
   const auto launched = processes.launch(program, arguments);
   if (!launched) return launched.reason();
   const std::string said = (*launched)->readOutput(patience);
-  return said.empty() ? "no answer within 2 seconds" : said.substr(0, said.find('\n'));
+  return said.empty() ? "no output within 2 seconds" : said.substr(0, said.find('\n'));
 }
 
 std::string programLines(const MainBundle& bundle, Processes& processes) {

@@ -27,8 +27,7 @@ struct Image {
   bool operator==(const Image&) const = default;
 };
 
-/// May be null. Compared by pointer, not by pixels: the controller passes the same object again as long as it
-/// shows the same logo.
+/// May be null. Structs that contain it compare the pointer, not the pixels.
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every

@@ -24,7 +24,7 @@ struct MenuItem {
   bool isSeparator = false;
   std::string title{};
   std::string action{};           ///< what choosing the row does; empty: nothing
-  std::string keyEquivalent{};    ///< key of a shortcut with Ctrl; upper case adds Shift; empty: no shortcut
+  std::string keyEquivalent{};    ///< shortcut (on Linux with Ctrl); upper case adds Shift; empty: none
   std::optional<bool> checked{};  ///< absent: the row has no check mark, and no space for one
   bool enabled = true;
   std::weak_ptr<ActionTarget> target{};

@@ -90,7 +90,7 @@ class BusConnection {
   /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
   void connect(Absence absence = Absence::fault);
 
-  /// Takes over `opened`, an open connection, and tells all clients of it.
+  /// Takes over `opened`, an open connection, and tells all clients of it. Called only without a connection.
   void use(sd_bus* opened);
 
   bool isConnected() const { return bus != nullptr; }

@@ -98,6 +98,14 @@ TEST_F(Diagnosis, ListsFontsOrThePackageToInstall) {
       << text;
 }
 
+TEST_F(Diagnosis, TellsOfAProgramWithoutOutput) {
+  const ScratchFolder folder;
+  std::filesystem::create_symlink("/bin/true", folder.file("curl"));
+  bundle.environment["PATH"] = folder.file("");
+  const std::string curl = "  curl: " + folder.file("/curl");
+  EXPECT_NE(described().find(curl + ", no output within 2 seconds\n"), std::string::npos) << described();
+}
+
 TEST_F(Diagnosis, EndsWithoutTheAnswerOfAServiceThatHangs) {
   daemon.start();
   const StubService tray(daemon.address(), "org.kde.StatusNotifierWatcher",
