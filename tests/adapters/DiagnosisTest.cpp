@@ -100,10 +100,10 @@ TEST_F(Diagnosis, ListsFontsOrThePackageToInstall) {
 
 TEST_F(Diagnosis, TellsOfAProgramWithoutOutput) {
   const ScratchFolder folder;
-  std::filesystem::create_symlink("/bin/true", folder.file("curl"));
+  std::ofstream(folder.file("curl")) << "#!/bin/sh\n";
+  std::filesystem::permissions(folder.file("curl"), std::filesystem::perms::owner_all);
   bundle.environment["PATH"] = folder.file("");
-  const std::string curl = "  curl: " + folder.file("/curl");
-  EXPECT_NE(described().find(curl + ", no output within 2 seconds\n"), std::string::npos) << described();
+  EXPECT_NE(described().find("/curl, no output within 2 seconds\n"), std::string::npos) << described();
 }
 
 TEST_F(Diagnosis, EndsWithoutTheAnswerOfAServiceThatHangs) {
