@@ -19,8 +19,8 @@ double textSize();
 /// pt, so that texts still fit.
 int pixels(double points);
 
-/// Returns the desktop's font with this size and weight, but at least 8 pt large. If the desktop's font is
-/// smaller than 8 pt, the least size is that of the desktop's font.
+/// Returns the desktop's font with this weight and size. The size is not less than 8 pt or the size of the
+/// desktop's font, whichever is smaller.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt draw emoji in colour if a colour emoji font is installed; otherwise Qt may choose a

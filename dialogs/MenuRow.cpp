@@ -106,7 +106,8 @@ QSize MenuRow::sizeHint() const {
 
 /// Returns the title, shortened with "…" to the width that the style leaves for the title.
 QString MenuRow::elidedTitle() const {
-  // Measure with the whole title: for a shortened title, sizeHint could return the style's minimum width.
+  // sizeHint measures the whole title, not the shortened one, for which it could return the style's minimum
+  // width.
   const int missing = sizeHint().width() - width();
   if (missing <= 0) return wholeTitle;
   const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();

@@ -59,7 +59,7 @@ std::size_t firstType(std::string_view types) {
 
 int append(sd_bus_message* message, std::string_view types, Input& input);
 
-/// Appends a container, and fills it `count` times with values of the types `contents`.
+/// Appends a container. Its content is `count` times a sequence of values with the signature `contents`.
 int appendContainer(sd_bus_message* message, char kind, std::string_view contents, int count, Input& input) {
   int result = sd_bus_message_open_container(message, kind, std::string(contents).c_str());
   for (int i = 0; i < count && result >= 0; ++i) result = append(message, contents, input);

@@ -48,7 +48,8 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
 std::optional<StatusSnapshot> parseStatusJson(std::string_view line);
 /// Returns one line for a custom module of Waybar, a status bar.
 std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient);
-/// Returns lines of plain text, each with a line end.
+/// Returns the status as plain text; every line ends with a newline. If `fromClient` is false, adds that no
+/// client answers.
 std::string statusText(const StatusSnapshot& snapshot, bool fromClient);
 
 /// Returns the exit status of --status: 0 for ok, 3 for a warning, 4 for an error.

@@ -12,10 +12,10 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
          label + ".service 2>/dev/null || true";
 }
 
-// The brackets around the first character keep the pattern from matching the shell that runs this line. The
-// pattern may also match a client by its path, or the terminal that runs the client. One shell may run
-// several of these lines. The first one sets `spared` to the processes that get no signal: this client, all
-// processes of KestruneMenuClient and KestruneMenuDialogs, and the ancestors of all these processes.
+// The brackets around the first character keep the pattern from matching the shell that runs this line. But
+// the pattern may match a client by its path, or the terminal in which a client runs. So `spared` lists the
+// processes that get no signal: this client, all processes of KestruneMenuClient and KestruneMenuDialogs, and
+// all their ancestors. If one shell runs several of these lines, only the first one sets `spared`.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "

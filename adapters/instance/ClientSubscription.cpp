@@ -34,7 +34,8 @@ class ClientSubscription final : public StatusSubscription {
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
-    // Repeat until the watched folder is stable: a folder may be created just before its parent is watched.
+    // Repeat until the same folder is watched twice in a row: a missing folder may be created just before its
+    // parent is watched, and then no event reports it.
     do {
       before = watched;
       watched = folder;

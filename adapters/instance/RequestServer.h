@@ -39,8 +39,8 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket to "ending". A process that connects after this gets no answer; its connection closes
-  /// when this process ends.
+  /// Renames the socket to "ending". A process that connects to "ending" gets no answer. Its connection
+  /// closes when this process ends, so that it can wait for that.
   void announceEnd();
 
  private:

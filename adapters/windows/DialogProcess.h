@@ -36,8 +36,8 @@ class DialogProcess {
   /// `failed`: whether a problem was reported on standard error.
   using OnEnd = std::function<void(bool failed)>;
 
-  /// `program` outlives this object, which `onEvent` and `onEnd` may destroy. `onEnd` runs after all events,
-  /// once.
+  /// `program` must outlive this object. `onEvent` and `onEnd` may destroy this object. `onEnd` is called
+  /// once, after the last event.
   DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
   ~DialogProcess();
   DialogProcess(const DialogProcess&) = delete;

@@ -23,7 +23,7 @@ struct Start {
   Rendezvous rendezvous;
 };
 
-/// An event loop and folders that several starts share.
+/// One event loop and one set of folders, shared by all clients that a test starts.
 struct Instances : RealLoop {
   Instances() { std::filesystem::create_directories(runtime); }
 
