@@ -32,7 +32,7 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
       clock(givenClock),
       protocol(std::move(givenProtocol)),
       onChange(std::move(givenOnChange)),
-      owner(connection, protocol.name, [this](const std::string&) { ownerChanged(); }),
+      owner(connection, protocol.name, [this](const auto&) { ownerChanged(); }),
       absentUntil(clock.continuousTime()),
       silentUntil(absentUntil) {
   connection.add(*this);

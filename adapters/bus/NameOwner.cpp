@@ -4,8 +4,7 @@
 
 namespace kestrune {
 
-NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName,
-                     std::function<void(const std::string&)> givenOnChange)
+NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName, Change givenOnChange)
     : BusClient(givenConnection), name(std::move(givenName)), onChange(std::move(givenOnChange)) {
   connection.add(*this);
 }
@@ -28,20 +27,17 @@ void NameOwner::busConnected() {
 void NameOwner::busLost() {
   match.reset();
   question.reset();
-  current.clear();
-  known = false;
+  current.reset();
 }
 
 void NameOwner::set(std::string owner) {
-  known = true;
-  const std::string before = std::exchange(current, std::move(owner));
-  onChange(before);
+  onChange(std::exchange(current, std::move(owner)));
 }
 
 int NameOwner::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
   auto& self = *static_cast<NameOwner*>(data);
   // Ignore the reply if a NameOwnerChanged signal came before it: the signal has already set the owner.
-  if (self.known) return 0;
+  if (self.isKnown()) return 0;
   const char* owner = nullptr;
   if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
     if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) self.set({});

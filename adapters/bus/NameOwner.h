@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "adapters/bus/SessionBus.h"
@@ -11,18 +12,18 @@ namespace kestrune {
 class NameOwner final : public BusClient {
  public:
   /// `onChange` runs when the owner becomes known and after each change, but not when the bus is lost.
-  /// `before`: the previous owner; empty if there was none, or if it was unknown.
-  NameOwner(BusConnection& connection, std::string name,
-            std::function<void(const std::string& before)> onChange);
+  /// `before`: the previous owner; empty if there was none, absent if it was unknown.
+  using Change = std::function<void(const std::optional<std::string>& before)>;
+  NameOwner(BusConnection& connection, std::string name, Change onChange);
 
   void busConnected() override;
   void busLost() override;
 
   /// Returns whether the bus daemon has said who owns the name, or that nobody owns it.
-  bool isKnown() const { return known; }
+  bool isKnown() const { return current.has_value(); }
 
   /// Returns the unique bus name of the owner; empty when there is no owner or it is unknown.
-  const std::string& owner() const { return current; }
+  std::string owner() const { return current.value_or(""); }
 
  private:
   void set(std::string owner);
@@ -30,9 +31,8 @@ class NameOwner final : public BusClient {
   static int changed(sd_bus_message* signal, void* self, sd_bus_error* error);
 
   const std::string name;
-  const std::function<void(const std::string&)> onChange;
-  bool known = false;
-  std::string current;
+  const Change onChange;
+  std::optional<std::string> current;
   BusSlot match, question;
 };
 

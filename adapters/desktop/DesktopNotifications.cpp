@@ -46,7 +46,7 @@ std::string readableBody(std::string_view body) {
 DesktopNotifications::DesktopNotifications(SessionBus& givenBus, std::string givenIcon)
     : BusClient(givenBus),
       icon(isValidUtf8(givenIcon) ? std::move(givenIcon) : std::string()),
-      daemon(connection, daemonName, [this](const std::string& before) { daemonChanged(before); }) {
+      daemon(connection, daemonName, [this](const auto& before) { daemonChanged(before); }) {
   connection.add(*this);
 }
 
@@ -56,11 +56,11 @@ void DesktopNotifications::busLost() {
   lasting.clear();
 }
 
-void DesktopNotifications::daemonChanged(const std::string& before) {
+void DesktopNotifications::daemonChanged(const std::optional<std::string>& before) {
   question.reset();
   readsMarkup.reset();
   // If no daemon ran before, keep `lasting`: the bus may have started this daemon for its notifications.
-  if (!before.empty()) lasting.clear();
+  if (!before.value_or("").empty()) lasting.clear();
   if (daemon.owner().empty()) return;
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus, &slot, daemon.owner().c_str(), daemonPath, daemonInterface,

@@ -37,7 +37,7 @@ class DesktopNotifications final : public Notifications, public BusClient {
     bool withdrawn = false;
   };
 
-  void daemonChanged(const std::string& before);
+  void daemonChanged(const std::optional<std::string>& before);
   std::string bodyText(const std::string& body) const;
   static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
   static int shown(sd_bus_message* reply, void* lasting, sd_bus_error* error);

@@ -121,6 +121,9 @@ void StatusNotifierItem::busConnected() {
                                 &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
+  // `hosts` has already sent its questions on this connection, and the bus daemon answers in order. So the
+  // form of the host is known before a host that learns of the item reads the item.
+  registerWithWatcher();
 }
 
 void StatusNotifierItem::busLost() {

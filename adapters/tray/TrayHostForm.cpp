@@ -31,14 +31,13 @@ TrayHostFinder::TrayHostFinder(BusConnection& connection, std::function<void()> 
                                std::function<void()> onWatcher)
     : onForm(std::move(givenOnForm)) {
   for (const auto& host : knownHosts)
-    programs.emplace_back(connection, host.program, [this](const std::string&) { update(); });
+    programs.emplace_back(connection, host.program, [this](const auto&) { update(); });
   // Ask for the owner of the watcher's name last. `update` relies on this: once it is known, the owners of
   // all other names are known too.
-  watcher.emplace(connection, watcherName,
-                  [this, onWatcher = std::move(onWatcher)](const std::string& before) {
-                    update();
-                    if (!watcher->owner().empty() || before.empty()) onWatcher();
-                  });
+  watcher.emplace(connection, watcherName, [this, onWatcher = std::move(onWatcher)](const auto& before) {
+    update();
+    if (before && !watcher->owner().empty()) onWatcher();
+  });
 }
 
 void TrayHostFinder::update() {
@@ -46,7 +45,7 @@ void TrayHostFinder::update() {
   TrayHostForm found;
   auto program = programs.begin();
   for (const auto& host : knownHosts) {
-    const std::string& owner = (program++)->owner();
+    const std::string owner = (program++)->owner();
     if (owner.empty() || (host.isWatcher && owner != watcher->owner())) continue;
     found = host.form;
     break;

@@ -28,8 +28,8 @@ class TrayHostFinder {
  public:
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
-  /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher appears, and once per bus
-  /// connection even without a watcher. The form is known before `onWatcher` runs.
+  /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher has appeared after the
+  /// connection was opened. The form is known before any later message of this connection is answered.
   TrayHostFinder(BusConnection& connection, std::function<void()> onForm, std::function<void()> onWatcher);
 
   /// Returns the form of the running host, or the default form while no known host is found.
