@@ -214,7 +214,6 @@ class AppDelegate final : public ApplicationDelegate,
   Preferences preferences;
 
   std::unique_ptr<StatusItem> statusItem;
-  std::unique_ptr<PathMonitor> pathMonitor;
   std::unique_ptr<DispatchQueue> monitorQueue;
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";

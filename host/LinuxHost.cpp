@@ -167,7 +167,7 @@ class LinuxHost final : public Host {
         .images = images,
         .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
-        .pathMonitors = pathMonitors,
+        .pathMonitor = pathMonitor,
         .userDefaults = preferences,
         .mainBundle = bundle,
         .fileManager = files,
@@ -255,7 +255,7 @@ class LinuxHost final : public Host {
   SystemdServiceControl services;
   DesktopNotifications notifications;
   Inhibitors assertions;
-  NetworkMonitors pathMonitors{loop, clock, systemBus};
+  NetworkMonitor pathMonitor{loop, clock, systemBus};
   SystemFileManager files{folders.home};
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;

@@ -37,7 +37,7 @@ struct Platform {
   Images& images;
   Notifications& notifications;
   PowerAssertions& powerAssertions;
-  PathMonitors& pathMonitors;
+  PathMonitor& pathMonitor;
   UserDefaults& userDefaults;
   const MainBundle& mainBundle;
   FileManager& fileManager;

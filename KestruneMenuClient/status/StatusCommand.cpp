@@ -35,7 +35,6 @@ StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
       print(std::move(givenPrint)),
       preferences(platform.userDefaults),
       repoPath(locateRepo(platform.mainBundle).path),
-      pathMonitor(platform.pathMonitors.makePathMonitor()),
       workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
                                                     QueueTarget::ownThread)) {}
 
@@ -44,7 +43,7 @@ void StatusCommand::applicationDidFinishLaunching() {
 }
 
 void StatusCommand::applicationWillTerminate() {
-  pathMonitor->cancel();
+  platform.pathMonitor.cancel();
   workerQueue->close();
   platform.processes.reserveForThisThread();
 }
@@ -83,13 +82,14 @@ void StatusCommand::check() {
   next.reset();
   if (std::exchange(isChecking, true)) return;
   if (found.network != NetworkKind::unknown) return askBackend();
-  pathMonitor->start(platform.dispatch.mainQueue(), [weak = weak_from_this()](const NetworkPath& path) {
+  const auto update = [weak = weak_from_this()](const NetworkPath& path) {
     const auto self = weak.lock();
     if (!self) return;
     const bool isFirst = self->found.network == NetworkKind::unknown;
     self->found.network = networkKind(path);
     if (isFirst) self->askBackend();
-  });
+  };
+  platform.pathMonitor.start(platform.dispatch.mainQueue(), update);
 }
 
 void StatusCommand::askBackend() {

@@ -49,7 +49,6 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::function<bool(const std::string&)> print;
   const Preferences preferences;
   const std::string repoPath;
-  const std::unique_ptr<PathMonitor> pathMonitor;
   const std::unique_ptr<DispatchQueue> workerQueue;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;

@@ -227,8 +227,7 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
 /// then, only the source address has changed, which the monitor must report.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
-  NetworkMonitors usual(loop, clock, bus, devices.file(""));
-  monitor = usual.makePathMonitor();
+  monitor.emplace(loop, clock, bus, devices.file(""));
   startOn(viaCable);
   network.ip({"address delete 10.1.0.2/24 dev cable", "address add 10.1.0.7/24 dev cable", viaGateway});
   EXPECT_TRUE(becomes(viaCable));
@@ -261,11 +260,10 @@ TEST_F(NetworkMonitorTest, ReadsSysfs) {
     }
     EventLoop ownLoop;
     SystemBus ownBus(ownLoop);
-    NetworkMonitors ownMonitors(ownLoop, clock, ownBus, mountPoint.file("class/net"));
-    const auto own = ownMonitors.makePathMonitor();
+    NetworkMonitor own(ownLoop, clock, ownBus, mountPoint.file("class/net"));
     network.ip({viaGateway});
     std::optional<NetworkPath> path;
-    own->start(ownLoop.mainQueue(), [&path](NetworkPath update) { path = update; });
+    own.start(ownLoop.mainQueue(), [&path](NetworkPath update) { path = update; });
     comesTrue(ownLoop, [&path] { return path.has_value(); });
     say(path ? ::testing::PrintToString(*path) : "silence");
   });
@@ -279,12 +277,12 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   startOn(disconnected);
   monitor->cancel();
   const auto before = openDescriptors();  // includes descriptors that the loop keeps open
-  monitor = monitors.makePathMonitor();
+  monitor.emplace(loop, clock, bus, devices.file(""));
   start();
   monitor.reset();  // before the first update is delivered
   settleQueue(loop);
   EXPECT_TRUE(updates.empty());
-  monitor = monitors.makePathMonitor();
+  monitor.emplace(loop, clock, bus, devices.file(""));
   bool gone = false;
   monitor->start(loop.mainQueue(), [&](NetworkPath) {
     monitor.reset();
@@ -301,7 +299,6 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);
-  NetworkMonitors monitors(loop, rig.clock, bus, rig.devices.file(""));
   std::vector<NetworkPath> seen;
   std::unique_ptr<ResourceLimit> limit;
   const auto start = [&](PathMonitor& monitor) {
@@ -312,15 +309,15 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
     });
   };
   // The first monitor makes the loop and the sanitizer open all descriptors that they keep open.
-  const auto first = monitors.makePathMonitor();
-  start(*first);
+  NetworkMonitor first(loop, rig.clock, bus, rig.devices.file(""));
+  start(first);
   comesTrue(loop, [&seen] { return seen.size() == 1; });
-  first->cancel();
-  const auto second = monitors.makePathMonitor();
+  first.cancel();
+  NetworkMonitor second(loop, rig.clock, bus, rig.devices.file(""));
   const int next = dup(STDERR_FILENO);
   close(next);
   limit = std::make_unique<ResourceLimit>(RLIMIT_NOFILE, static_cast<rlim_t>(next));
-  start(*second);
+  start(second);
   if (!seen.empty()) say("too early");
   for (std::size_t number = 1; number <= 2; ++number) {
     if (!comesTrue(loop, [&] { return seen.size() == number; })) return say("silence");

@@ -23,11 +23,11 @@ struct Lifecycle : ControllerTest {
   }
 };
 
-TEST_F(Lifecycle, ConstructorCreatesMonitorAndQueues) {
+TEST_F(Lifecycle, ConstructorCreatesTheQueues) {
   FakePlatform other;
   const AppDelegate another(other.platform);
-  EXPECT_EQ(other.log, (CallLog{"makePathMonitor", "makeSerialQueue kestrune.menu.monitor",
-                                "makeSerialQueue kestrune.menu.worker"}));
+  EXPECT_EQ(other.log,
+            (CallLog{"makeSerialQueue kestrune.menu.monitor", "makeSerialQueue kestrune.menu.worker"}));
   const auto& [monitor, worker] = std::tie(other.loop.madeQueues.at(0), other.loop.madeQueues.at(1));
   EXPECT_EQ(monitor.qualityOfService, QualityOfService::standard);
   EXPECT_EQ(monitor.target, QueueTarget::mainThread);

@@ -75,7 +75,7 @@ TEST_F(MenuRows, ShowTheCurrentTextsAndShortenTheThreadName) {
   machine.userDefaults.setBool("keepAwakeEnabled", false);
   controller->startMonitoringNetwork();
   Menu expected = build();
-  machine.pathMonitors.report({.satisfied = true, .usesWiFi = true});
+  machine.pathMonitor.report({.satisfied = true, .usesWiFi = true});
   machine.loop.advance(Seconds{5});
   expected.items[3] = label(4, "Codex：OK 0.46.0");
   expected.items[4] = label(5, "Remote Control：需檢查 not enabled");

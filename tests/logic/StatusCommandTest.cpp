@@ -28,7 +28,7 @@ struct StatusCommandTest : ControllerTest {
     machine.loop.settle();
   }
   void networkIs(const NetworkPath& path) {
-    machine.pathMonitors.report(path);
+    machine.pathMonitor.report(path);
     machine.loop.settle();
   }
   json lastPrinted() const { return printed.empty() ? json() : json::parse(printed.back()); }
@@ -206,7 +206,7 @@ TEST_F(StatusCommandTest, PrefersAClientThatStartsMeanwhile) {
 TEST_F(StatusCommandTest, KillsItsCommandWhenItEnds) {
   backendAnswers({.runtime = Seconds{100}});
   ask();
-  machine.pathMonitors.report({.satisfied = true});
+  machine.pathMonitor.report({.satisfied = true});
   machine.loop.runMain();
   ASSERT_EQ(machine.loop.workerJobs(), 1U);
   command->applicationWillTerminate();

@@ -25,23 +25,6 @@ class FakeStatusItem final : public StatusItem {
   FakeStatusBar& bar;
 };
 
-class FakePathMonitor final : public PathMonitor {
- public:
-  explicit FakePathMonitor(FakePathMonitors& givenOwner) : owner(givenOwner) {}
-  void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) override {
-    owner.log.push_back("start path monitor on " + queue.label());
-    owner.queue = &queue;
-    owner.onUpdate = std::move(onUpdate);
-  }
-  void cancel() override {
-    owner.log.push_back("cancel path monitor");
-    owner.onUpdate = nullptr;
-  }
-
- private:
-  FakePathMonitors& owner;
-};
-
 class FakeProcess final : public Process {
  public:
   FakeProcess(FakeProcesses& givenOwner, ChildScript givenScript)
@@ -176,11 +159,6 @@ void FakePowerAssertions::release(std::uint32_t identifier) {
   held.erase(found);
 }
 
-std::unique_ptr<PathMonitor> FakePathMonitors::makePathMonitor() {
-  log.push_back("makePathMonitor");
-  return std::make_unique<FakePathMonitor>(*this);
-}
-
 Result<std::unique_ptr<Process>> FakeProcesses::launch(const std::string& executable,
                                                        const std::vector<std::string>& arguments) {
   log.push_back("launch " + executable);
@@ -233,7 +211,7 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .images = either(real.images, fakes.images),
       .notifications = fakes.notifications,
       .powerAssertions = fakes.powerAssertions,
-      .pathMonitors = fakes.pathMonitors,
+      .pathMonitor = fakes.pathMonitor,
       .userDefaults = fakes.userDefaults,
       .mainBundle = fakes.mainBundle,
       .fileManager = fakes.fileManager,

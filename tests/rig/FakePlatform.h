@@ -145,10 +145,18 @@ struct FakePowerAssertions final : PowerAssertions {
   std::uint32_t next = 41;
 };
 
-struct FakePathMonitors final : PathMonitors {
-  explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
-  std::unique_ptr<PathMonitor> makePathMonitor() override;
-  /// Reports a path to the monitor. Does nothing if the monitor was not started or was cancelled.
+struct FakePathMonitor final : PathMonitor {
+  explicit FakePathMonitor(CallLog& givenLog) : log(givenLog) {}
+  void start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) override {
+    log.push_back("start path monitor on " + givenQueue.label());
+    queue = &givenQueue;
+    onUpdate = std::move(givenOnUpdate);
+  }
+  void cancel() override {
+    log.emplace_back("cancel path monitor");
+    onUpdate = nullptr;
+  }
+  /// Pretends that the path is `path` now. Does nothing before `start` and after `cancel`.
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
@@ -370,7 +378,7 @@ struct FakePlatform {
   FakeImages images;
   FakeNotifications notifications{log};
   FakePowerAssertions powerAssertions{log};
-  FakePathMonitors pathMonitors{log};
+  FakePathMonitor pathMonitor{log};
   FakeUserDefaults userDefaults;
   FakeMainBundle mainBundle;
   FakeProcesses processes{clock, log};

@@ -132,7 +132,7 @@ void Soak::networkReports() {
                                               {.satisfied = true, .usesWiredEthernet = true}};
   const NetworkPath path = chance.among(paths);
   rules.networkChanges(path);
-  machine.pathMonitors.report(path);
+  machine.pathMonitor.report(path);
 }
 
 void Soak::networkFlaps() {

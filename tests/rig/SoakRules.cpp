@@ -190,7 +190,7 @@ void SoakRules::checkEnd() const {
   rule(ending && stopsAtEnd == 1, "an end without the stop");
   rule(machine.powerAssertions.held.empty(), "power assertions that outlive the end");
   rule(machine.loop.liveTimers() == 0, "a timer that outlives the end");
-  rule(machine.pathMonitors.onUpdate == nullptr, "the network is watched after the end");
+  rule(machine.pathMonitor.onUpdate == nullptr, "the network is watched after the end");
   for (const auto& entry : machine.log)
     rule(!entry.starts_with("set"), "something is drawn after the end: " + entry);
 }
