@@ -213,7 +213,7 @@ class AppDelegate final : public ApplicationDelegate,
   Platform& platform;
   Preferences preferences;
 
-  std::unique_ptr<StatusItem> statusItem;
+  StatusItem* statusItem = nullptr;  ///< null until `configureStatusItem` has added it to the status bar
   std::unique_ptr<DispatchQueue> monitorQueue;
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";

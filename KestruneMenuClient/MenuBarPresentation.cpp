@@ -33,13 +33,14 @@ ImageRef asMenuBarLogo(ImageRef image) {
 // --- lamp, logo, button
 
 void AppDelegate::configureStatusItem() {
-  statusItem = platform.statusBar.statusItem(squareStatusItemLength);
+  statusItem = &platform.statusItem;
+  statusItem->addToStatusBar(StatusItem::squareLength);
   updateButton(ConnectionLampState::warning, "Kestrune");
   rebuildMenu("正在檢查狀態…", ConnectionLampState::warning, 0);
 }
 
 void AppDelegate::updateButton(ConnectionLampState state, const std::string& title) {
-  if (!statusItem) fatalError("the button is updated before the status item exists");
+  if (statusItem == nullptr) fatalError("the button is updated before the status item exists");
   if (!statusItem->hasButton()) return;
   StatusButton button;
   button.image = asMenuBarLogo(loadMenuBarLogo(state));

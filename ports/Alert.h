@@ -48,7 +48,7 @@ struct AlertRequest {
 
 /// Shows alerts one at a time, in the order of the requests. If a button inside an open alert requests
 /// another alert, that alert is shown at once, on top of the open one. Each face (tray or terminal)
-/// implements `Alerts` and `StatusBar`. Main thread.
+/// implements `Alerts` and `StatusItem`. Main thread.
 class Alerts {
  public:
   virtual ~Alerts() = default;

@@ -30,7 +30,7 @@ struct Platform {
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;
-  StatusBar& statusBar;
+  StatusItem& statusItem;
   StatusFeed& statusFeed;
   Requests& requests;
   Alerts& alerts;

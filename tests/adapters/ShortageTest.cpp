@@ -274,7 +274,7 @@ TEST_F(BusDescriptorShortage, TrayItemAppearsAfterTheShortage) {
   daemon.start();
   showTray();
   bus.connect();
-  item = bar.statusItem(squareStatusItemLength);
+  item->addToStatusBar(StatusItem::squareLength);
   ASSERT_TRUE(host->hasItem());
   host.reset();
   daemon.stop();

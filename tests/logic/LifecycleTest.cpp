@@ -10,7 +10,7 @@ struct Lifecycle : ControllerTest {
   /// The calls that a start makes before the first refresh.
   const CallLog start{"setActivationPolicy 1",
                       "requestAuthorization 6",
-                      "statusItem",
+                      "addToStatusBar",
                       "setButton Kestrune · 檢查中 · 目前專案",
                       "setMenu 🟡 連線狀態：正在檢查狀態…",
                       "start path monitor on kestrune.menu.monitor",

@@ -142,8 +142,8 @@ TEST_F(StatusCommandTest, AsksTheBackendWhenTheClientHasAnotherVersion) {
   EXPECT_TRUE(machine.loop.isTerminated());
   command->applicationWillTerminate();
   EXPECT_EQ(reconnects() + stops(), 0U);
-  EXPECT_TRUE(machine.statusBar.menus.empty());
-  EXPECT_TRUE(machine.statusBar.buttons.empty());
+  EXPECT_TRUE(machine.statusItem.menus.empty());
+  EXPECT_TRUE(machine.statusItem.buttons.empty());
   EXPECT_TRUE(machine.alerts.shown.empty());
   EXPECT_TRUE(machine.notifications.posted.empty());
   EXPECT_TRUE(machine.powerAssertions.held.empty());

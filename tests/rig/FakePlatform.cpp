@@ -7,24 +7,6 @@ namespace kestrune::testing {
 
 namespace {
 
-class FakeStatusItem final : public StatusItem {
- public:
-  explicit FakeStatusItem(FakeStatusBar& givenBar) : bar(givenBar) {}
-  bool hasButton() const override { return bar.hasButton; }
-  void setButton(const StatusButton& button) override {
-    bar.log.push_back("setButton " + button.toolTip.value_or("-"));
-    bar.buttons.push_back(button);
-  }
-  void setMenu(Menu menu) override {
-    bar.log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
-    bar.menus.push_back(std::move(menu));
-    if (bar.whenMenuIsSet) bar.whenMenuIsSet();
-  }
-
- private:
-  FakeStatusBar& bar;
-};
-
 class FakeProcess final : public Process {
  public:
   FakeProcess(FakeProcesses& givenOwner, ChildScript givenScript)
@@ -63,12 +45,6 @@ class FakeProcess final : public Process {
 };
 
 }  // namespace
-
-std::unique_ptr<StatusItem> FakeStatusBar::statusItem(double givenLength) {
-  log.push_back("statusItem");
-  length = givenLength;
-  return std::make_unique<FakeStatusItem>(*this);
-}
 
 struct FakeStatusFeed::Subscription final : StatusSubscription {
   std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
@@ -204,7 +180,7 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .dispatch = fakes.loop,
       .timers = fakes.loop,
       .clock = either(real.clock, fakes.clock),
-      .statusBar = either(real.statusBar, fakes.statusBar),
+      .statusItem = either(real.statusItem, fakes.statusItem),
       .statusFeed = fakes.statusFeed,
       .requests = fakes.requests,
       .alerts = either(real.alerts, fakes.alerts),

@@ -16,12 +16,25 @@
 
 namespace kestrune::testing {
 
-struct FakeStatusBar final : StatusBar {
-  explicit FakeStatusBar(CallLog& givenLog) : log(givenLog) {}
-  std::unique_ptr<StatusItem> statusItem(double length) override;
+struct FakeStatusItem final : StatusItem {
+  explicit FakeStatusItem(CallLog& givenLog) : log(givenLog) {}
+  void addToStatusBar(double givenLength) override {
+    log.emplace_back("addToStatusBar");
+    length = givenLength;
+  }
+  bool hasButton() const override { return buttonExists; }
+  void setButton(const StatusButton& button) override {
+    log.push_back("setButton " + button.toolTip.value_or("-"));
+    buttons.push_back(button);
+  }
+  void setMenu(Menu menu) override {
+    log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
+    menus.push_back(std::move(menu));
+    if (whenMenuIsSet) whenMenuIsSet();
+  }
 
   CallLog& log;
-  bool hasButton = true;
+  bool buttonExists = true;
   double length = 0;
   std::vector<StatusButton> buttons;  ///< all buttons that were set, the newest last
   std::vector<Menu> menus;            ///< all menus that were set, the newest last
@@ -360,7 +373,7 @@ struct RealParts {
   Processes* processes = nullptr;
   const ServiceControl* serviceControl = nullptr;
   LaunchAgents* launchAgents = nullptr;
-  StatusBar* statusBar = nullptr;
+  StatusItem* statusItem = nullptr;
   Alerts* alerts = nullptr;
   Images* images = nullptr;
 };
@@ -371,7 +384,7 @@ struct FakePlatform {
   CallLog log;
   VirtualClock clock;
   FakeLoop loop{clock, log};
-  FakeStatusBar statusBar{log};
+  FakeStatusItem statusItem{log};
   FakeStatusFeed statusFeed{loop.mainQueue()};
   FakeRequests requests;
   FakeAlerts alerts{loop.mainQueue(), log};

@@ -93,9 +93,9 @@ void SoakRules::look() {
   rule(!logged("release unknown assertion"), "an assertion is released that is not held");
   if (logged("setMenu ")) {
     ++menusSeen;
-    checkMenu(machine.statusBar.menu());
+    checkMenu(machine.statusItem.menu());
   }
-  if (logged("setButton ")) checkButton(machine.statusBar.button());
+  if (logged("setButton ")) checkButton(machine.statusItem.button());
   forgetWhatWasSeen();
 }
 
@@ -147,8 +147,8 @@ void SoakRules::keepsSecrets(const std::string& text) const {
 void SoakRules::forgetWhatWasSeen() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();
-  keepLast(machine.statusBar.menus);
-  keepLast(machine.statusBar.buttons);
+  keepLast(machine.statusItem.menus);
+  keepLast(machine.statusItem.buttons);
   keepLast(machine.statusFeed.lines);
   forget(machine.log);
   forget(machine.alerts.shown);
@@ -171,7 +171,7 @@ void SoakRules::checkCalm() const {
   rule(loop.mainJobs() + loop.workerJobs() + loop.delayedJobs() == 0 && linesRunning == 0,
        "something is under way for ever");
   rule(controller.weak_from_this().use_count() == 1, "somebody holds the controller");
-  const auto& items = machine.statusBar.menu().items;
+  const auto& items = machine.statusItem.menu().items;
   const bool isOn = controller.isAutoConnectEnabled();
   const auto isRow = [&](std::size_t number, const std::string& title) {
     rule(items[number - 1].title == title,
