@@ -42,7 +42,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void askBackend();
   void checkDidFinish();
   void after(Seconds delay, void (StatusCommand::*then)());
-  void show(const StatusSnapshot& snapshot, bool fromClient);
+  /// Prints a line of `statusJson` in the chosen format. Returns false if the line cannot be parsed.
+  bool show(const std::string& json);
 
   Platform& platform;
   const Options options;

@@ -59,8 +59,6 @@ TEST_F(StatusCommandTest, FollowsTheRunningClient) {
   backendAnswers(healthy);
   startUp();
   ask(StatusFormat::json, true);
-  machine.statusFeed.publish([line = machine.statusFeed.lines.back()] { return line + " "; });
-  machine.loop.settle();
   ASSERT_EQ(printed.size(), 1U);
   backendAnswers(faulty);
   refresh();
@@ -75,6 +73,7 @@ TEST_F(StatusCommandTest, FollowsTheRunningClient) {
 TEST_F(StatusCommandTest, SeparatesFollowedTextsByAnEmptyLine) {
   startUp();
   ask(StatusFormat::text, true);
+  machine.statusFeed.publish([line = machine.statusFeed.lines.back()] { return line + " "; });
   controller->rebuildMenu("x", ConnectionLampState::ok, 0);
   machine.loop.settle();
   ASSERT_EQ(printed.size(), 2U);

@@ -119,9 +119,7 @@ void SoakRules::checkMenu(const Menu& menu) const {
   rule(published.has_value(), "a status line that cannot be read");
   rule(menu.items[1].title.starts_with(std::string(menuIcon(published->lamp)) + std::string(lampRowMiddle)),
        "the lamp that others are told");
-  rule(published->session.projectTitle ==
-           displayRow(menu.items[7].title.substr(std::string_view("同步專案：").size())),
-       "the project that others are told");
+  rule(published->lines.at(6) == displayRow(menu.items[7].title), "the project that others are told");
   keepsSecrets(machine.statusFeed.lines.back());
 }
 
