@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 

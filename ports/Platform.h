@@ -1,25 +1,21 @@
 #pragma once
 
 #include "ports/Alert.h"
-#include "ports/Application.h"
 #include "ports/Clock.h"
-#include "ports/DispatchQueue.h"
+#include "ports/Desktop.h"
 #include "ports/FileManager.h"
 #include "ports/Image.h"
 #include "ports/LaunchAgents.h"
 #include "ports/LocalService.h"
+#include "ports/Loop.h"
 #include "ports/MainBundle.h"
-#include "ports/Notifications.h"
 #include "ports/PathMonitor.h"
 #include "ports/PowerAssertions.h"
 #include "ports/Process.h"
-#include "ports/QRCode.h"
 #include "ports/ServiceControl.h"
 #include "ports/StatusFeed.h"
 #include "ports/StatusItem.h"
-#include "ports/Timer.h"
 #include "ports/UserDefaults.h"
-#include "ports/Workspace.h"
 
 namespace kestrune {
 

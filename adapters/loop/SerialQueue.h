@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 

@@ -8,7 +8,7 @@
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "adapters/terminal/TerminalDialogue.h"
-#include "ports/Notifications.h"
+#include "ports/Desktop.h"
 #include "ports/StatusItem.h"
 
 namespace kestrune {

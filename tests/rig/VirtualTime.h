@@ -7,10 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "ports/Application.h"
 #include "ports/Clock.h"
-#include "ports/DispatchQueue.h"
-#include "ports/Timer.h"
+#include "ports/Loop.h"
 
 namespace kestrune::testing {
 
