@@ -9,7 +9,6 @@
 
 #include "adapters/network/RouteLookup.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 #include "text/Text.h"
 
 namespace kestrune {
