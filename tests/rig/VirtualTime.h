@@ -93,8 +93,7 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   std::vector<MadeQueue> madeQueues;
 
  private:
-  class LoopQueue;
-  class SerialFake;
+  class QueueFake;
   class TimerFake;
   struct Delayed {
     Seconds due;
@@ -112,12 +111,11 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   VirtualClock& clock;
   CallLog& log;
-  std::unique_ptr<LoopQueue> queue;
+  std::unique_ptr<QueueFake> queue;
   std::deque<Job> main;
   std::deque<Job> worker;
   std::list<Delayed> delayed;
   std::list<Tick> timers;
-  bool mainClosed = false;
   bool terminated = false;
 };
 
