@@ -59,8 +59,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // Functions that run commands. CommandExecution.cpp defines `shellEscape` and `tryProgram`; the others call
-  // functions in backend/.
+  // Commands of the backend, by the functions in backend/
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
@@ -69,8 +68,7 @@ class AppDelegate final : public ApplicationDelegate,
   CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout) {
     return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
   }
-  /// Returns `text` quoted as a single word of a shell line.
-  static std::string shellEscape(std::string_view text);
+  static std::string shellEscape(std::string_view text) { return kestrune::shellEscape(text); }
   static std::string kestruneClientCommand(std::string_view subcommand) { return clientCommand(subcommand); }
   std::string backendCommandLine(std::string_view subcommand) const {
     return kestrune::backendCommandLine(repoPath, subcommand);
@@ -178,12 +176,10 @@ class AppDelegate final : public ApplicationDelegate,
   void actOnPathUpdate(bool changed);
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
-  /// Checks that a program can run: starts it with `--version` and gives it 2 s at most. Calls `then` once,
-  /// before `tryProgram` returns or later from the main queue. If the program fails, the `Result` holds its
-  /// output or an error message.
-  void tryProgram(const std::string& executable, const std::function<void(const Result<>&)>& then);
-  void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline,
-                  const std::function<void(const Result<>&)>& then);
+  /// Waits for the end of `trial`, the new program that prints its version. Then restarts the client, or
+  /// shows why the new program cannot run.
+  void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline);
+  void trialDidEnd(const Result<>& trial);
 
   std::string envPath() const { return repoPath + "/.env"; }
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
@@ -213,8 +209,7 @@ class AppDelegate final : public ApplicationDelegate,
   Platform& platform;
   Preferences preferences;
 
-  std::unique_ptr<StatusItem> statusItem;
-  std::unique_ptr<PathMonitor> pathMonitor;
+  StatusItem* statusItem = nullptr;  ///< null until `configureStatusItem` has added it to the status bar
   std::unique_ptr<DispatchQueue> monitorQueue;
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";

@@ -16,7 +16,6 @@ void fatalError(const char* message) {
 AppDelegate::AppDelegate(Platform& givenPlatform)
     : platform(givenPlatform),
       preferences(platform.userDefaults),
-      pathMonitor(platform.pathMonitors.makePathMonitor()),
       monitorQueue(platform.dispatch.makeSerialQueue("kestrune.menu.monitor", QualityOfService::standard,
                                                      QueueTarget::mainThread)),
       repoPath(resolveRepoPath(platform.mainBundle)),
@@ -43,7 +42,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::applicationWillTerminate() {
-  pathMonitor->cancel();
+  platform.pathMonitor.cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
   // Drop queued commands and kill running ones: a command could restart a service that the stop script ends.

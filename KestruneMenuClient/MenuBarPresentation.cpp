@@ -7,7 +7,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr double logoSize = 22;  // points
+constexpr double logoSize = 22;     // points
+constexpr Seconds trialLimit{2.0};  // the longest time that a new program may take to print its version
 
 /// Returns a random UUID (version 4).
 std::string makeUUID() {
@@ -33,13 +34,14 @@ ImageRef asMenuBarLogo(ImageRef image) {
 // --- lamp, logo, button
 
 void AppDelegate::configureStatusItem() {
-  statusItem = platform.statusBar.statusItem(squareStatusItemLength);
+  statusItem = &platform.statusItem;
+  statusItem->addToStatusBar(StatusItem::squareLength);
   updateButton(ConnectionLampState::warning, "Kestrune");
   rebuildMenu("正在檢查狀態…", ConnectionLampState::warning, 0);
 }
 
 void AppDelegate::updateButton(ConnectionLampState state, const std::string& title) {
-  if (!statusItem) fatalError("the button is updated before the status item exists");
+  if (statusItem == nullptr) fatalError("the button is updated before the status item exists");
   if (!statusItem->hasButton()) return;
   StatusButton button;
   button.image = asMenuBarLogo(loadMenuBarLogo(state));
@@ -191,11 +193,32 @@ void AppDelegate::toggleConnectionMode() {
 
 void AppDelegate::restartMenuClient() {
   // Check first that the program can run: if it cannot, this client and the backend must not be stopped.
-  tryProgram(currentExecutablePath(), [this](const Result<>& trial) {
-    const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
-    if (opened) return platform.application->terminate();
-    showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + opened.reason(), true);
-  });
+  auto trial = platform.processes.launch(currentExecutablePath(), {"--version"});
+  if (!trial) return trialDidEnd(Failure{trial.reason()});
+  awaitTrial(std::move(*trial), platform.clock.awakeTime() + trialLimit);
+}
+
+void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline) {
+  const bool isRunning = trial->isRunning();
+  if (isRunning && platform.clock.awakeTime() < deadline) {
+    return platform.dispatch.mainQueue().asyncAfter(
+        commandPollInterval,
+        [self = shared_from_this(), trial, deadline] { self->awaitTrial(trial, deadline); });
+  }
+  if (isRunning) {
+    trial->terminateGroup();
+    return trialDidEnd(Failure{commandTimedOut});
+  }
+  const int status = trial->terminationStatus();
+  if (status == 0) return trialDidEnd(Done{});
+  const std::string text = commandText(trial->readOutput(Seconds{0}));
+  trialDidEnd(Failure{text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
+}
+
+void AppDelegate::trialDidEnd(const Result<>& trial) {
+  const Result<> opened = trial ? platform.workspace.openNewInstance(currentAppBundlePath()) : trial;
+  if (opened) return platform.application->terminate();
+  showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + opened.reason(), true);
 }
 
 void AppDelegate::quit() {

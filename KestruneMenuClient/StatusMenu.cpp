@@ -67,7 +67,7 @@ const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
 }
 
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
-  if (!statusItem) fatalError("the menu is built before the status item exists");
+  if (statusItem == nullptr) fatalError("the menu is built before the status item exists");
   // Move a copy into `status`: a plain assignment would keep the memory of an earlier, longer text.
   current.status = std::string(statusText);
   current.lamp = state;

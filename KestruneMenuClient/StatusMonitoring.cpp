@@ -93,7 +93,7 @@ void AppDelegate::refreshNow() {
 // --- network changes
 
 void AppDelegate::startMonitoringNetwork() {
-  pathMonitor->start(*monitorQueue, [weak = weak_from_this()](const NetworkPath& path) {
+  platform.pathMonitor.start(*monitorQueue, [weak = weak_from_this()](const NetworkPath& path) {
     if (const auto self = weak.lock()) self->pathDidUpdate(path);
   });
 }

@@ -34,6 +34,7 @@ int main() {
   bus.connect();
   const kestrune::ProgramBundle bundle;
   kestrune::StatusNotifierItem item({bus, loop.mainQueue(), bundle, [] {}});
+  item.addToStatusBar(kestrune::StatusItem::squareLength);
   int done = 0;
   long before = 0;
   const std::function<void()> rebuild = [&] {

@@ -5,7 +5,7 @@
 #include <QPalette>
 #include <QSize>
 
-#include "ports/View.h"
+#include "ports/Alert.h"
 
 // These functions derive the sizes, fonts and colours of a view from the desktop's settings. The sizes in a
 // view are in points. A font of 13 points is as large as the desktop's font.

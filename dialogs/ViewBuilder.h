@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "ports/View.h"
+#include "ports/Alert.h"
 
 class QWidget;
 

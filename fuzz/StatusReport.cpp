@@ -72,10 +72,10 @@ void refresh(bool ok, std::string report) {
 
   require(!controller.state.statusRefreshInProgress, "a refresh ends");
   for (std::size_t i = 0; i < codexItems.size(); ++i) {
-    checkSummary(machine.statusBar.row(i + 4).title, codexItems[i].rowPrefix);
+    checkSummary(machine.statusItem.row(i + 4).title, codexItems[i].rowPrefix);
   }
-  require(machine.statusBar.menu().items.size() == 29, "the menu has its rows");
-  for (const auto& item : machine.statusBar.menu().items) {
+  require(machine.statusItem.menu().items.size() == 29, "the menu has its rows");
+  for (const auto& item : machine.statusItem.menu().items) {
     require(isValidUtf8(item.title), "a row is text");
     std::string_view line;
     require(!LineSplitter(item.title).next(line) || line == item.title, "a row is one line");

@@ -136,6 +136,7 @@ class Desk {
     program = makeBus(ends[0], true);
     host = makeBus(ends[1], false);
     connection.use(sd_bus_ref(program.get()));
+    tray.addToStatusBar(StatusItem::squareLength);
     settle();
   }
 

@@ -138,7 +138,7 @@ class LinuxHost final : public Host {
       });
     } else {
       windows = std::make_unique<DialogWindows>(loop, dialogProgram);
-      tray = std::make_unique<TrayStatusBar>(TrayParts{
+      tray = std::make_unique<StatusNotifierItem>(TrayParts{
           .bus = bus,
           .queue = loop.mainQueue(),
           .bundle = bundle,
@@ -160,14 +160,14 @@ class LinuxHost final : public Host {
         .dispatch = loop,
         .timers = loop,
         .clock = clock,
-        .statusBar = terminal ? static_cast<StatusBar&>(*terminal) : *tray,
+        .statusItem = terminal ? static_cast<StatusItem&>(*terminal) : *tray,
         .statusFeed = rendezvous,
         .requests = rendezvous,
         .alerts = terminal ? static_cast<Alerts&>(*terminal) : *windows,
         .images = images,
         .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
-        .pathMonitors = pathMonitors,
+        .pathMonitor = pathMonitor,
         .userDefaults = preferences,
         .mainBundle = bundle,
         .fileManager = files,
@@ -255,7 +255,7 @@ class LinuxHost final : public Host {
   SystemdServiceControl services;
   DesktopNotifications notifications;
   Inhibitors assertions;
-  NetworkMonitors pathMonitors{loop, clock, systemBus};
+  NetworkMonitor pathMonitor{loop, clock, systemBus};
   SystemFileManager files{folders.home};
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;
@@ -265,7 +265,7 @@ class LinuxHost final : public Host {
   DialogProgram dialogProgram{dialogsPath(), isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<DialogWindows> windows;
-  std::unique_ptr<TrayStatusBar> tray;
+  std::unique_ptr<StatusNotifierItem> tray;
   std::optional<TrayAdvice> advice;
   std::unique_ptr<Platform> parts;
 };

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 
@@ -17,7 +16,7 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path.
+/// Reports changes of the network path through any interface.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;
@@ -31,13 +30,6 @@ class PathMonitor {
   /// Stops the updates. After this returns, `onUpdate` is not called again, not even by a job that is already
   /// queued. Main thread.
   virtual void cancel() = 0;
-};
-
-/// Makes path monitors that watch all interfaces.
-class PathMonitors {
- public:
-  virtual ~PathMonitors() = default;
-  virtual std::unique_ptr<PathMonitor> makePathMonitor() = 0;
 };
 
 }  // namespace kestrune

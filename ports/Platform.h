@@ -1,25 +1,21 @@
 #pragma once
 
 #include "ports/Alert.h"
-#include "ports/Application.h"
 #include "ports/Clock.h"
-#include "ports/DispatchQueue.h"
+#include "ports/Desktop.h"
 #include "ports/FileManager.h"
 #include "ports/Image.h"
 #include "ports/LaunchAgents.h"
 #include "ports/LocalService.h"
+#include "ports/Loop.h"
 #include "ports/MainBundle.h"
-#include "ports/Notifications.h"
 #include "ports/PathMonitor.h"
 #include "ports/PowerAssertions.h"
 #include "ports/Process.h"
-#include "ports/QRCode.h"
 #include "ports/ServiceControl.h"
 #include "ports/StatusFeed.h"
 #include "ports/StatusItem.h"
-#include "ports/Timer.h"
 #include "ports/UserDefaults.h"
-#include "ports/Workspace.h"
 
 namespace kestrune {
 
@@ -30,14 +26,14 @@ struct Platform {
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;
-  StatusBar& statusBar;
+  StatusItem& statusItem;
   StatusFeed& statusFeed;
   Requests& requests;
   Alerts& alerts;
   Images& images;
   Notifications& notifications;
   PowerAssertions& powerAssertions;
-  PathMonitors& pathMonitors;
+  PathMonitor& pathMonitor;
   UserDefaults& userDefaults;
   const MainBundle& mainBundle;
   FileManager& fileManager;

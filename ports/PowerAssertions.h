@@ -21,8 +21,8 @@ class PowerAssertions {
   virtual std::optional<std::uint32_t> create(PowerAssertionType type, int level,
                                               const std::string& name) = 0;
 
-  /// Returns whether the assertion is still held, as far as is known. An assertion is lost when the service
-  /// that granted it has ended, or has restarted without granting it again.
+  /// Returns whether the assertion is still held, as far as is known. A lost assertion stays lost: release
+  /// it, and create another one.
   virtual bool isHeld(std::uint32_t identifier) = 0;
 
   /// Releases the assertion, even if a part of it was lost. Ignores an unknown identifier.

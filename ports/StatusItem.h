@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -22,10 +21,18 @@ struct StatusButton {
   bool operator==(const StatusButton&) const = default;
 };
 
-/// One item of the status bar: a button with a menu. Main thread.
+/// The client's item in the desktop's status bar: a button with a menu. Each face (tray or terminal)
+/// implements `StatusItem` and `Alerts`. Main thread.
 class StatusItem {
  public:
+  /// The `length` for `addToStatusBar` that makes an item as wide as the bar is high.
+  static constexpr double squareLength = -2;
+
   virtual ~StatusItem() = default;
+
+  /// Adds the item to the status bar. If there is no status bar yet, the item appears as soon as there is
+  /// one. Called once, before any other function.
+  virtual void addToStatusBar(double length) = 0;
 
   /// Returns whether the item has a button to draw. An item without a button still has its menu.
   virtual bool hasButton() const = 0;
@@ -33,18 +40,6 @@ class StatusItem {
 
   /// Replaces the menu. An open menu stays open and changes in place.
   virtual void setMenu(Menu menu) = 0;
-};
-
-/// The `length` for `StatusBar::statusItem` that makes an item as wide as the bar is high.
-inline constexpr double squareStatusItemLength = -2;
-
-/// The desktop's status bar. Each face (tray or terminal) implements `StatusBar` and `Alerts`. Main thread.
-class StatusBar {
- public:
-  virtual ~StatusBar() = default;
-
-  /// Returns a new item, never null. If there is no status bar yet, the item appears as soon as there is one.
-  virtual std::unique_ptr<StatusItem> statusItem(double length) = 0;
 };
 
 }  // namespace kestrune

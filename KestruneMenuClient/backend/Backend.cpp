@@ -60,6 +60,10 @@ std::string clientCommand(std::string_view subcommand) {
          legacyClientProgram + " " + argument + "; }";
 }
 
+std::string shellEscape(std::string_view text) {
+  return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
+}
+
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand) {
   return "cd '" + repoPath + "' && source " + environmentScript + " && " + clientCommand(subcommand);
 }

@@ -31,6 +31,9 @@ bool holdsBackend(const FileManager& files, const std::string& repoPath);
 /// missing or fails, the line runs the legacy client.
 std::string clientCommand(std::string_view subcommand);
 
+/// Returns `text` quoted as a single word of a shell line.
+std::string shellEscape(std::string_view text);
+
 /// Returns a line that enters the backend's folder, activates its virtual environment and runs
 /// `clientCommand`. Does not escape `repoPath`.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);

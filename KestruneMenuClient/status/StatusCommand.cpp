@@ -14,16 +14,13 @@ constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};
 
-std::string formatted(const StatusSnapshot& snapshot, StatusFormat format, bool fromClient) {
-  switch (format) {
-    case StatusFormat::json:
-      return statusJson(snapshot, fromClient) + "\n";
-    case StatusFormat::waybar:
-      return statusForWaybar(snapshot, fromClient) + "\n";
-    case StatusFormat::text:
-      break;
-  }
-  return statusText(snapshot, fromClient);
+/// Returns `json`, from which `status` was parsed, in the format that the user has chosen.
+std::string formatted(const std::string& json, const PublishedStatus& status, StatusFormat format) {
+  if (format == StatusFormat::json) return json + "\n";
+  if (format == StatusFormat::waybar) return statusForWaybar(status) + "\n";
+  std::string text;
+  for (const std::string& line : status.lines) text += line + "\n";
+  return text;
 }
 
 }  // namespace
@@ -35,7 +32,6 @@ StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
       print(std::move(givenPrint)),
       preferences(platform.userDefaults),
       repoPath(locateRepo(platform.mainBundle).path),
-      pathMonitor(platform.pathMonitors.makePathMonitor()),
       workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
                                                     QueueTarget::ownThread)) {}
 
@@ -44,7 +40,7 @@ void StatusCommand::applicationDidFinishLaunching() {
 }
 
 void StatusCommand::applicationWillTerminate() {
-  pathMonitor->cancel();
+  platform.pathMonitor.cancel();
   workerQueue->close();
   platform.processes.reserveForThisThread();
 }
@@ -62,13 +58,10 @@ void StatusCommand::subscribe() {
 
 void StatusCommand::heard(const std::string& line) {
   next.reset();
-  if (const auto snapshot = parseStatusJson(line)) {
-    hasHeard = true;
-    show(*snapshot, true);
-  } else {
-    subscription.reset();
-    check();
-  }
+  hasHeard = show(line);
+  if (hasHeard) return;
+  subscription.reset();
+  check();
 }
 
 void StatusCommand::clientIsAbsent() {
@@ -83,13 +76,14 @@ void StatusCommand::check() {
   next.reset();
   if (std::exchange(isChecking, true)) return;
   if (found.network != NetworkKind::unknown) return askBackend();
-  pathMonitor->start(platform.dispatch.mainQueue(), [weak = weak_from_this()](const NetworkPath& path) {
+  const auto update = [weak = weak_from_this()](const NetworkPath& path) {
     const auto self = weak.lock();
     if (!self) return;
     const bool isFirst = self->found.network == NetworkKind::unknown;
     self->found.network = networkKind(path);
     if (isFirst) self->askBackend();
-  });
+  };
+  platform.pathMonitor.start(platform.dispatch.mainQueue(), update);
 }
 
 void StatusCommand::askBackend() {
@@ -124,7 +118,7 @@ void StatusCommand::checkDidFinish() {
   isChecking = false;
   // If a client has started during the check, drop the result: the client's status is newer.
   if (hasHeard) return;
-  show(found, false);
+  show(statusJson(found, false));
   if (options.follow) after(checkInterval, &StatusCommand::subscribe);
 }
 
@@ -134,18 +128,21 @@ void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
   });
 }
 
-void StatusCommand::show(const StatusSnapshot& snapshot, bool fromClient) {
-  code = options.exitZero ? 0 : statusExitCode(snapshot.lamp);
-  const std::string text = formatted(snapshot, options.format, fromClient);
-  if (text == shown) return;
+bool StatusCommand::show(const std::string& json) {
+  const auto status = parseStatusJson(json);
+  if (!status) return false;
+  code = options.exitZero ? 0 : statusExitCode(status->lamp);
+  const std::string text = formatted(json, *status, options.format);
+  if (text == shown) return true;
   const bool apart = options.format == StatusFormat::text && !shown.empty();
   shown = text;
   const bool printed = print(apart ? "\n" + text : text);
   if (!printed) code = 1;
-  if (printed && options.follow) return;
+  if (printed && options.follow) return true;
   // Nothing more is to be printed, so ignore later lines of the client.
   subscription.reset();
   platform.application->terminate();
+  return true;
 }
 
 }  // namespace kestrune

@@ -42,14 +42,14 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void askBackend();
   void checkDidFinish();
   void after(Seconds delay, void (StatusCommand::*then)());
-  void show(const StatusSnapshot& snapshot, bool fromClient);
+  /// Prints a line of `statusJson` in the chosen format. Returns false if the line cannot be parsed.
+  bool show(const std::string& json);
 
   Platform& platform;
   const Options options;
   const std::function<bool(const std::string&)> print;
   const Preferences preferences;
   const std::string repoPath;
-  const std::unique_ptr<PathMonitor> pathMonitor;
   const std::unique_ptr<DispatchQueue> workerQueue;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;

@@ -1,8 +1,7 @@
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 
+#include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
@@ -33,35 +32,12 @@ const char* nameOf(Enum value, const Names<Count>& names) {
   return names[static_cast<std::size_t>(value)];
 }
 
-/// Sets `into` to the enumerator that is called `name`; returns false when there is no such enumerator.
-template <typename Enum, std::size_t Count>
-bool read(const Json& name, const Names<Count>& names, Enum& into) {
-  for (std::size_t i = 0; i < Count; ++i) {
-    if (name != names[i]) continue;
-    into = static_cast<Enum>(i);
-    return true;
-  }
-  return false;
-}
-
 std::string formatted(std::int64_t time, const char* format, bool local) {
   const auto seconds = static_cast<std::time_t>(time);
   const std::tm* const parts = local ? std::localtime(&seconds) : std::gmtime(&seconds);
   char text[64] = "";
   if (parts != nullptr) std::strftime(text, sizeof text, format, parts);
   return text;
-}
-
-std::optional<std::int64_t> parsedTime(const std::string& text) {
-  int year = 0;
-  unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0;
-  std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%2uZ", &year, &month, &day, &hour, &minute, &second);
-  const std::chrono::sys_days date =
-      std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
-  const std::int64_t days = date.time_since_epoch().count();
-  const std::int64_t time = ((days * 24 + hour) * 60 + minute) * 60 + second;
-  // Format the time again and compare: the texts differ if the date does not exist or `text` is no time.
-  return formatted(time, timeFormat, false) == text ? std::optional(time) : std::nullopt;
 }
 
 std::string detailMember(const CodexItem& item) {
@@ -125,6 +101,7 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
              {"auto_connect", snapshot.autoConnect},
              {"reconnecting", snapshot.reconnecting},
              {"keeps_awake", snapshot.keepsAwake},
+             {"lines", statusLines(snapshot, fromClient)},
              {"rows",
               {{"connection_mode", Preferences::labelOfMode(snapshot.officialMode)},
                {"status", displayRow(snapshot.status)},
@@ -144,52 +121,26 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
   return asLine(value);
 }
 
-std::optional<StatusSnapshot> parseStatusJson(std::string_view line) {
-  StatusSnapshot snapshot;
+std::optional<PublishedStatus> parseStatusJson(std::string_view line) {
   try {
     const Json value = Json::parse(line);
-    const Json& mode = value.at("connection_mode");
-    const Json& network = value.at("network");
-    const Json& rows = value.at("rows");
-    snapshot.officialMode = mode == Preferences::nameOfMode(true);
-    bool isUnderstood = value.at("schema") == schema && read(value.at("lamp"), lampNames, snapshot.lamp) &&
-                        mode == Preferences::nameOfMode(snapshot.officialMode) &&
-                        (network.is_null() || read(network, networkNames, snapshot.network));
-    for (std::size_t i = 0; i < codexItems.size(); ++i) {
-      auto& [verdict, detail] = snapshot.codex[i];
-      isUnderstood = isUnderstood && read(value.at(codexItems[i].name), verdictNames, verdict);
-      value.at(detailMember(codexItems[i])).get_to(detail);
-    }
-    rows.at("status").get_to(snapshot.status);
-    rows.at("project").get_to(snapshot.session.projectTitle);
-    rows.at("thread").get_to(snapshot.session.threadName);
-    value.at("auto_connect").get_to(snapshot.autoConnect);
-    value.at("reconnecting").get_to(snapshot.reconnecting);
-    value.at("keeps_awake").get_to(snapshot.keepsAwake);
-    if (const Json& time = value.at("checked_at"); !time.is_null()) {
-      snapshot.checkedAt = parsedTime(time.get<std::string>());
-      isUnderstood = isUnderstood && snapshot.checkedAt;
-    }
-    if (!isUnderstood) return std::nullopt;
+    const Json& lampName = value.at("lamp");
+    const auto lamp = std::find_if(lampNames.begin(), lampNames.end(),
+                                   [&lampName](const char* name) { return lampName == name; });
+    if (value.at("schema") != schema || lamp == lampNames.end()) return std::nullopt;
+    return PublishedStatus{static_cast<ConnectionLampState>(lamp - lampNames.begin()),
+                           value.at("keeps_awake").get<bool>(),
+                           value.at("lines").get<std::vector<std::string>>()};
   } catch (const Json::exception&) {
     return std::nullopt;
   }
-  return snapshot;
 }
 
-std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient) {
+std::string statusForWaybar(const PublishedStatus& status) {
   std::string toolTip;
-  for (const std::string& line : statusLines(snapshot, fromClient)) {
-    toolTip += (toolTip.empty() ? "" : "\n") + withoutMarkup(line);
-  }
-  const char* const lamp = nameOf(snapshot.lamp, lampNames);
-  return asLine({{"text", menuIcon(snapshot.lamp)}, {"alt", lamp}, {"class", lamp}, {"tooltip", toolTip}});
-}
-
-std::string statusText(const StatusSnapshot& snapshot, bool fromClient) {
-  std::string text;
-  for (const std::string& line : statusLines(snapshot, fromClient)) text += line + "\n";
-  return text;
+  for (const std::string& line : status.lines) toolTip += (toolTip.empty() ? "" : "\n") + withoutMarkup(line);
+  const char* const lamp = nameOf(status.lamp, lampNames);
+  return asLine({{"text", menuIcon(status.lamp)}, {"alt", lamp}, {"class", lamp}, {"tooltip", toolTip}});
 }
 
 int statusExitCode(ConnectionLampState lamp) {

@@ -31,8 +31,6 @@ struct StatusSnapshot {
   bool autoConnect = true;
   bool reconnecting = false;
   std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent before the backend's first report
-
-  bool operator==(const StatusSnapshot&) const = default;
 };
 
 /// Returns the texts of menu rows 2 to 11: from the row of the lamp to the row of the power assertion.
@@ -44,13 +42,18 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 /// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if this process
 /// asked the backend itself.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
+
+/// What this program reads in a line of `statusJson`.
+struct PublishedStatus {
+  ConnectionLampState lamp = ConnectionLampState::warning;
+  bool keepsAwake = false;
+  std::vector<std::string> lines{};  ///< the status as text; the last line says so if no client answers
+};
+
 /// Parses a line of `statusJson`; absent when the line is invalid or from an incompatible version.
-std::optional<StatusSnapshot> parseStatusJson(std::string_view line);
+std::optional<PublishedStatus> parseStatusJson(std::string_view line);
 /// Returns one line for a custom module of Waybar, a status bar.
-std::string statusForWaybar(const StatusSnapshot& snapshot, bool fromClient);
-/// Returns the status as plain text; every line ends with a newline. If `fromClient` is false, adds that no
-/// client answers.
-std::string statusText(const StatusSnapshot& snapshot, bool fromClient);
+std::string statusForWaybar(const PublishedStatus& status);
 
 /// Returns the exit status of --status: 0 for ok, 3 for a warning, 4 for an error.
 int statusExitCode(ConnectionLampState lamp);

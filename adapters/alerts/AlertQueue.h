@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "ports/Alert.h"
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 

@@ -1,10 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
-#include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,10 +28,8 @@ struct InhibitorProtocol {
 /// The destructor gives all inhibitors back. Main thread.
 class InhibitorService final : public BusClient {
  public:
-  /// `connection` and `clock` must outlive this object. `onChange` runs when the service appears or vanishes,
-  /// and when its answer to `inhibitLater` grants an inhibitor or says that it lacks the method.
-  InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol,
-                   std::function<void()> onChange);
+  /// `connection` and `clock` must outlive this object.
+  InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol);
   ~InhibitorService() override;
   InhibitorService(const InhibitorService&) = delete;
   InhibitorService& operator=(const InhibitorService&) = delete;
@@ -45,14 +40,13 @@ class InhibitorService final : public BusClient {
 
   /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Blocks for at most
   /// 250 ms. Returns whether `holder` has an inhibitor: false after a refusal or a timeout, or if the service
-  /// lacks the method (then it no longer counts as present). For a minute after a timeout, sends no request.
+  /// lacks the method (then it no longer counts as present). For a minute after a timeout, sends no request,
+  /// unless the service starts again. Never waits for a bus that is not connected.
   bool inhibit(std::uint32_t holder, const std::string& reason);
-  /// Requests an inhibitor without blocking. Does nothing while a request for `holder` is pending, and for a
-  /// minute after a timeout of `inhibit`.
-  void inhibitLater(std::uint32_t holder, const std::string& reason);
-  /// Gives back the inhibitor of `holder`, if any, and later the inhibitor that a pending request brings.
+  /// Gives back the inhibitor of `holder`, if any.
   void giveBack(std::uint32_t holder);
-  /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now.
+  /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now. All
+  /// inhibitors are lost with the bus.
   bool holds(std::uint32_t holder) const;
 
   void busConnected() override;
@@ -60,38 +54,29 @@ class InhibitorService final : public BusClient {
 
  private:
   struct Grant {
-    std::string owner;  ///< unique name of the granting service; empty after the bus was lost
+    std::string owner;  ///< unique name of the granting service
     const char* path = nullptr;
     std::uint32_t cookie = 0;
     FileDescriptor descriptor;
   };
-  /// A request that has not been answered yet.
-  struct Request {
-    std::uint64_t serial;  ///< serial number of the method call
-    std::uint32_t holder;  ///< 0: no longer wanted; given back when it is granted
-    std::string owner;     ///< unique name of the service that was called
-    const char* path;
-  };
 
   BusMessage newRequest(const std::string& reason) const;
   bool mayBeAsked() const;
-  void expectAnswer(std::uint64_t serial, std::uint32_t holder);
-  bool take(const Request& request, sd_bus_message* reply, const sd_bus_error* error);
-  std::optional<Grant> grantFrom(const Request& request, sd_bus_message* reply) const;
+  void expectLateGrant(sd_bus_message* call, Grant grant);
+  bool read(sd_bus_message* reply, Grant& grant) const;
   void giveBack(const Grant& grant) const;
   void ownerChanged();
   static int answered(sd_bus_message* message, void* self, sd_bus_error* error);
 
   const Clock& clock;
   const InhibitorProtocol protocol;
-  const std::function<void()> onChange;
   NameOwner owner;
 
-  std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
-  Seconds absentUntil;                    ///< `isPresent` is false until then (Clock::continuousTime)
-  Seconds silentUntil;                    ///< no request is sent until then (Clock::continuousTime)
-  std::map<std::uint32_t, Grant> grants;  ///< key: holder
-  std::deque<Request> requests;           ///< oldest first
+  std::size_t path = 0;                       ///< index of the path in use, in `protocol.paths`
+  Seconds absentUntil;                        ///< `isPresent` is false until then (Clock::continuousTime)
+  Seconds silentUntil;                        ///< no request is sent until then (Clock::continuousTime)
+  std::map<std::uint32_t, Grant> grants;      ///< key: holder
+  std::map<std::uint64_t, Grant> lateGrants;  ///< of calls that timed out; key: serial number of the call
   BusSlot answers;
 };
 

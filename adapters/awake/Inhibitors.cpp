@@ -59,30 +59,23 @@ const InhibitorProtocol logind{
 }  // namespace
 
 Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock)
-    : sessionManager(sessionBus, clock, gnomeSessionManager, [this] { settle(); }),
-      screenSaver(sessionBus, clock, freedesktopScreenSaver, [this] { settle(); }),
-      powerManagement(sessionBus, clock, freedesktopPowerManagement, [this] { settle(); }),
-      login(systemBus, clock, logind, [this] { settle(); }) {}
+    : sessionManager(sessionBus, clock, gnomeSessionManager),
+      screenSaver(sessionBus, clock, freedesktopScreenSaver),
+      powerManagement(sessionBus, clock, freedesktopPowerManagement),
+      login(systemBus, clock, logind) {}
 
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
-  // Skip 0, which stands for no assertion. After an overflow, also skip identifiers that are still in use.
-  do ++lastIdentifier;
-  while (lastIdentifier == 0 || assertions.contains(lastIdentifier));
-  const std::uint32_t identifier = lastIdentifier;
-  Assertion assertion{type, name};
-  if (!inhibit(identifier, assertion)) {
-    giveBack(identifier);
-    return std::nullopt;
-  }
-  assertions.emplace(identifier, std::move(assertion));
-  settle();
-  return identifier;
+  const std::uint32_t identifier = ++lastIdentifier;
+  assertions.emplace(identifier, type);
+  if (inhibit(identifier, type, name)) return identifier;
+  release(identifier);
+  return std::nullopt;
 }
 
 bool Inhibitors::isHeld(std::uint32_t identifier) {
   const auto found = assertions.find(identifier);
   if (found == assertions.end()) return false;
-  const auto services = servicesFor(found->second.type);
+  const auto services = servicesFor(found->second);
   return !services.empty() &&
          std::all_of(services.begin(), services.end(),
                      [identifier](const InhibitorService* each) { return each->holds(identifier); });
@@ -90,8 +83,8 @@ bool Inhibitors::isHeld(std::uint32_t identifier) {
 
 void Inhibitors::release(std::uint32_t identifier) {
   if (assertions.erase(identifier) == 0) return;
-  giveBack(identifier);
-  settle();
+  for (auto* const service : {&sessionManager, &screenSaver, &powerManagement, &login})
+    service->giveBack(identifier);
 }
 
 /// Returns the running services that must each grant an inhibitor for an assertion of this type.
@@ -111,41 +104,16 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
   return found;
 }
 
-bool Inhibitors::inhibit(std::uint32_t identifier, const Assertion& assertion) {
+bool Inhibitors::inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name) {
   for (;;) {
     // Look the services up again each time: if a service turns out to lack the method, others take its place.
-    const auto services = servicesFor(assertion.type);
+    const auto services = servicesFor(type);
     if (services.empty()) return false;
     const auto next =
         std::find_if(services.begin(), services.end(),
                      [identifier](const InhibitorService* each) { return !each->holds(identifier); });
     if (next == services.end()) return true;
-    if (!(*next)->inhibit(identifier, assertion.name) && (*next)->isPresent()) return false;
-  }
-}
-
-void Inhibitors::giveBack(std::uint32_t identifier) {
-  for (auto* const service : all) service->giveBack(identifier);
-}
-
-/// For each assertion, requests the inhibitors that are missing. If none is missing, gives back the
-/// inhibitors that are no longer needed. Runs when a service has appeared, vanished or answered, and after
-/// `create` and `release`.
-void Inhibitors::settle() {
-  for (const auto& [identifier, assertion] : assertions) {
-    const auto services = servicesFor(assertion.type);
-    bool held = true;
-    for (auto* const service : services) {
-      if (service->holds(identifier)) continue;
-      held = false;
-      service->inhibitLater(identifier, assertion.name);
-    }
-    if (!held) continue;
-    // Give unneeded inhibitors back only now that all needed ones are held: the machine must stay awake.
-    for (auto* const service : all) {
-      const bool needed = std::find(services.begin(), services.end(), service) != services.end();
-      if (!needed && service->holds(identifier)) service->giveBack(identifier);
-    }
+    if (!(*next)->inhibit(identifier, name) && (*next)->isPresent()) return false;
   }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <map>
 #include <optional>
 #include <string>
@@ -18,11 +17,10 @@ namespace kestrune {
 /// it needs inhibitors of the screen-saver service and the power-management service, as far as they run; if
 /// neither runs, of logind. An assertion for the system needs inhibitors of logind and, if it runs, of the
 /// power-management service, which can suspend the machine by itself. An assertion is held only if every
-/// needed service has granted its inhibitor. A service that starts later, or starts again, is asked without
-/// blocking; if it refuses, the assertion is lost.
+/// needed service has granted its inhibitor. So it is lost when a needed service starts later, ends or starts
+/// again.
 ///
-/// `create` waits for each service for at most 250 ms. After a timeout it does not ask this service for a
-/// minute, unless the service starts again. It never waits for a bus that is not connected.
+/// `create` blocks for at most 250 ms for each service (`InhibitorService::inhibit`).
 class Inhibitors final : public PowerAssertions {
  public:
   /// The buses and the clock must outlive this object. The destructor gives back all inhibitors.
@@ -34,20 +32,13 @@ class Inhibitors final : public PowerAssertions {
 
  private:
   using Services = std::vector<InhibitorService*>;
-  struct Assertion {
-    PowerAssertionType type;
-    std::string name;
-  };
 
   Services servicesFor(PowerAssertionType type);
-  bool inhibit(std::uint32_t identifier, const Assertion& assertion);
-  void giveBack(std::uint32_t identifier);
-  void settle();
+  bool inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name);
 
-  std::map<std::uint32_t, Assertion> assertions;
+  std::map<std::uint32_t, PowerAssertionType> assertions;  ///< key: identifier
   std::uint32_t lastIdentifier = 0;
   InhibitorService sessionManager, screenSaver, powerManagement, login;
-  const std::array<InhibitorService*, 4> all{&sessionManager, &screenSaver, &powerManagement, &login};
 };
 
 }  // namespace kestrune

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 
 namespace kestrune {
 

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <deque>
-#include <mutex>
+#include <list>
 
 #include "adapters/loop/EventLoop.h"
 #include "adapters/system/FileDescriptor.h"
@@ -16,7 +15,7 @@ class LeftoverPipes {
   /// writes to it gets SIGPIPE.
   static constexpr std::size_t limit = 16;
 
-  explicit LeftoverPipes(EventLoop& loop);
+  explicit LeftoverPipes(EventLoop& givenLoop) : loop(givenLoop) {}
   LeftoverPipes(const LeftoverPipes&) = delete;
   LeftoverPipes& operator=(const LeftoverPipes&) = delete;
 
@@ -24,15 +23,15 @@ class LeftoverPipes {
   void add(FileDescriptor readEnd);
 
  private:
-  void watch();
-  void discard();
+  struct Pipe {
+    FileDescriptor readEnd;
+    EventSource readable{};
+  };
+
+  void watch(FileDescriptor readEnd);
 
   EventLoop& loop;
-  const FileDescriptor readable;  // an epoll instance with all pipes, so that any thread can add a pipe
-  EventSource source;
-  EventSource pause;
-  std::mutex mutex;
-  std::deque<FileDescriptor> pipes;  // oldest first; guarded by mutex
+  std::list<Pipe> pipes;  ///< oldest first
 };
 
 }  // namespace kestrune

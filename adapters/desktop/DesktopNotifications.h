@@ -6,7 +6,7 @@
 #include <string>
 
 #include "adapters/bus/NameOwner.h"
-#include "ports/Notifications.h"
+#include "ports/Desktop.h"
 
 namespace kestrune {
 

@@ -12,7 +12,6 @@
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

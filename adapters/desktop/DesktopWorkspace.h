@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "adapters/loop/EventLoop.h"
+#include "ports/Desktop.h"
 #include "ports/MainBundle.h"
-#include "ports/Workspace.h"
 
 namespace kestrune {
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/WholeFile.h"
 #include "text/Text.h"
 

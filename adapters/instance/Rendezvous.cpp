@@ -12,7 +12,6 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

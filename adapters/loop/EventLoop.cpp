@@ -28,7 +28,6 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-constexpr Seconds threadRetry{0.5};   // wait before the next attempt to start a thread
 constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
 
 /// Ends the process if `result` is a negative errno: the loop cannot run without the call that has failed.
@@ -54,36 +53,13 @@ EventSource withHandler(sd_event_source* source, Handler handler) {
   return EventSource(source);
 }
 
-/// A serial queue without a thread of its own: its jobs run on the main queue.
-class MainThreadSerialQueue final : public DispatchQueue {
- public:
-  MainThreadSerialQueue(MainQueue& givenTarget, std::string label)
-      : target(givenTarget), name(std::move(label)) {}
-
-  ~MainThreadSerialQueue() override { *open = false; }
-
-  const std::string& label() const override { return name; }
-
-  void async(Job job) override {
-    target.async([stillOpen = open, job = std::move(job)] {
-      if (*stillOpen) job();
-    });
-  }
-
-  void close() override { *open = false; }
-
- private:
-  MainQueue& target;
-  const std::string name;
-  const std::shared_ptr<bool> open = std::make_shared<bool>(true);  // read and set on the main thread only
-};
-
 }  // namespace
 
-/// The main queue. Any thread may post a job; an eventfd then wakes the loop.
+/// A queue whose jobs run on the main thread. Any thread may post a job; an eventfd then wakes the loop.
 class EventLoop::LoopQueue final : public MainQueue {
  public:
-  explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  LoopQueue(EventLoop& givenLoop, std::string label)
+      : loop(givenLoop), name(std::move(label)), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "eventfd");
     source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
       std::uint64_t count = 0;
@@ -138,7 +114,7 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   EventLoop& loop;
-  const std::string name = "main";
+  const std::string name;
   const FileDescriptor wakeUp;
   EventSource source;
   EventSource alarm;  // fires when the first delayed job is due
@@ -203,7 +179,7 @@ EventLoop::EventLoop() {
   std::signal(SIGCHLD, SIG_DFL);
 
   require(sd_event_new(&loop), "event loop");
-  queue = std::make_unique<LoopQueue>(*this);
+  queue = std::make_unique<LoopQueue>(*this, "main");
   signals.push_back(onSignal(SIGCHLD, [this] { reapEnded(); }));
   for (const int each : endingSignals) {
     struct sigaction inherited {};
@@ -299,11 +275,8 @@ MainQueue& EventLoop::mainQueue() {
 
 std::unique_ptr<DispatchQueue> EventLoop::makeSerialQueue(std::string label, QualityOfService,
                                                           QueueTarget target) {
-  if (target == QueueTarget::ownThread) {
-    return std::make_unique<SerialQueue>(std::move(label),
-                                         [this](Job job) { queue->asyncAfter(threadRetry, std::move(job)); });
-  }
-  return std::make_unique<MainThreadSerialQueue>(*queue, std::move(label));
+  if (target == QueueTarget::ownThread) return std::make_unique<SerialQueue>(std::move(label));
+  return std::make_unique<LoopQueue>(*this, std::move(label));
 }
 
 std::unique_ptr<Timer> EventLoop::scheduleRepeating(Seconds interval, std::function<void()> action) {

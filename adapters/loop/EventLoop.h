@@ -9,9 +9,7 @@
 #include <set>
 #include <vector>
 
-#include "ports/Application.h"
-#include "ports/DispatchQueue.h"
-#include "ports/Timer.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 

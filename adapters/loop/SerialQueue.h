@@ -1,21 +1,17 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 
-/// A serial queue with its own thread, which starts when the first job is posted. If the thread cannot be
-/// started (EAGAIN), the queue tries again later.
+/// A serial queue with its own thread. A job of this queue may destroy the queue.
 class SerialQueue final : public DispatchQueue {
  public:
-  /// A function that runs a job after a delay, on a thread that exists already. Any thread may call it.
-  using Later = std::function<void(Job)>;
-
-  SerialQueue(std::string label, Later later);
+  /// Starts the thread. If that fails (EAGAIN), prints an error on standard error and ends the process.
+  explicit SerialQueue(std::string label);
   ~SerialQueue() override;
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;

@@ -9,7 +9,6 @@
 
 #include "adapters/network/RouteLookup.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 
@@ -25,132 +24,114 @@ constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV
 
 }  // namespace
 
-class NetworkMonitors::Monitor final : public PathMonitor, private BusClient {
- public:
-  explicit Monitor(const NetworkMonitors& monitors)
-      : BusClient(monitors.bus), parts(monitors), decision(monitors.timing) {}
-  ~Monitor() override { cancel(); }
+NetworkMonitor::NetworkMonitor(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
+                               std::string givenDevices, const PathTiming& timing)
+    : BusClient(givenBus),
+      loop(givenLoop),
+      clock(givenClock),
+      devices(std::move(givenDevices)),
+      decision(timing),
+      retryDelay(firstRetry) {}
 
-  void start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) override {
-    queue = &givenQueue;
-    onUpdate = std::make_shared<std::function<void(NetworkPath)>>(std::move(givenOnUpdate));
-    connection.add(*this);
-    decision.notice(parts.clock.awakeTime());
-    act();
+void NetworkMonitor::start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) {
+  queue = &givenQueue;
+  onUpdate = std::make_shared<std::function<void(NetworkPath)>>(std::move(givenOnUpdate));
+  connection.add(*this);
+  decision.notice(clock.awakeTime());
+  act();
+}
+
+void NetworkMonitor::cancel() {
+  if (onUpdate) *onUpdate = nullptr;
+  connection.remove(*this);
+  sleepSignal.reset();
+  timer.reset();
+  retry.reset();
+  stopListening();
+}
+
+void NetworkMonitor::act() {
+  const Seconds now = clock.awakeTime();
+  if (decision.isQuestionDue(now)) {
+    ask(now);
+  } else {
+    report(decision.takeReport(now));
   }
+  wait();
+}
 
-  void cancel() override {
-    if (onUpdate) *onUpdate = nullptr;
-    connection.remove(*this);
-    sleepSignal.reset();
-    timer.reset();
+void NetworkMonitor::wait() {
+  timer.reset();
+  if (const auto due = decision.due()) timer = loop.after(*due - clock.awakeTime(), [this] { act(); });
+}
+
+void NetworkMonitor::notice() {
+  // Stop listening until the kernel is asked, so that a burst of any length wakes the process only twice.
+  stopListening();
+  decision.notice(clock.awakeTime());
+  wait();
+}
+
+void NetworkMonitor::ask(Seconds now) {
+  // Listen before asking, or a change between the answer and the start of listening would be missed.
+  const auto answer = listen() ? lookUpRoute(devices) : Result<RoutedPath>(Failure{describe(errno)});
+  report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
+  if (answer) {
     retry.reset();
-    stopListening();
+    retryDelay = firstRetry;
+    return;
   }
+  stopListening();
+  reportOnce("cannot read routes over netlink (" + answer.reason() + "): network changes are not noticed");
+  // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
+  retry = loop.after(retryDelay, [this] { notice(); });
+  retryDelay = std::min(retryDelay * 2, longestRetry);
+}
 
- private:
-  void act() {
-    const Seconds now = parts.clock.awakeTime();
-    if (decision.isQuestionDue(now)) {
-      ask(now);
-    } else {
-      report(decision.takeReport(now));
-    }
-    wait();
+/// Opens an rtnetlink socket that receives changes from now on. Returns false with errno set on failure.
+bool NetworkMonitor::listen() {
+  socket = openRtnetlink();
+  if (!socket) return false;
+  for (int group : groups) {
+    if (mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0) return false;
   }
+  changed = loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
+  return true;
+}
 
-  void wait() {
-    timer.reset();
-    if (const auto due = decision.due())
-      timer = parts.loop.after(*due - parts.clock.awakeTime(), [this] { act(); });
+void NetworkMonitor::stopListening() {
+  changed.reset();
+  socket.reset();
+}
+
+void NetworkMonitor::report(std::optional<NetworkPath> path) {
+  if (!path) return;
+  queue->async([shared = onUpdate, path = *path] {
+    // Call a copy: the function may cancel this monitor, which destroys the original.
+    if (const auto update = *shared) update(path);
+  });
+}
+
+void NetworkMonitor::busConnected() {
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_match_signal_async(bus, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
+                                "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
+                                &ignoreReply, this) >= 0) {
+    sleepSignal.reset(slot);
   }
+}
 
-  void notice() {
-    // Stop listening until the kernel is asked, so that a burst of any length wakes the process only twice.
-    stopListening();
-    decision.notice(parts.clock.awakeTime());
-    wait();
-  }
+int NetworkMonitor::prepareForSleep(sd_bus_message* signal, void* data, sd_bus_error*) {
+  int goesToSleep = 1;
+  if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0) return 0;
+  if (goesToSleep == 0) static_cast<NetworkMonitor*>(data)->resumed();
+  return 0;
+}
 
-  void ask(Seconds now) {
-    // Listen before asking, or a change between the answer and the start of listening would be missed.
-    const auto answer = listen() ? lookUpRoute(parts.devices) : Result<RoutedPath>(Failure{describe(errno)});
-    report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
-    if (answer) {
-      retry.reset();
-      retryDelay = firstRetry;
-      return;
-    }
-    stopListening();
-    reportOnce("cannot read routes over netlink (" + answer.reason() + "): network changes are not noticed");
-    // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
-    retry = parts.loop.after(retryDelay, [this] { notice(); });
-    retryDelay = std::min(retryDelay * 2, longestRetry);
-  }
-
-  /// Opens an rtnetlink socket that receives changes from now on. Returns false with errno set on failure.
-  bool listen() {
-    socket = openRtnetlink();
-    if (!socket) return false;
-    for (int group : groups) {
-      if (mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
-        return false;
-    }
-    changed = parts.loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
-    return true;
-  }
-
-  void stopListening() {
-    changed.reset();
-    socket.reset();
-  }
-
-  void report(std::optional<NetworkPath> path) {
-    if (!path) return;
-    queue->async([shared = onUpdate, path = *path] {
-      // Call a copy: the function may cancel this monitor, which destroys the original.
-      if (const auto update = *shared) update(path);
-    });
-  }
-
-  void busConnected() override {
-    sd_bus_slot* slot = nullptr;
-    if (sd_bus_match_signal_async(bus, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
-                                  "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
-                                  &ignoreReply, this) >= 0) {
-      sleepSignal.reset(slot);
-    }
-  }
-
-  void busLost() override { sleepSignal.reset(); }
-
-  static int prepareForSleep(sd_bus_message* signal, void* data, sd_bus_error*) {
-    int goesToSleep = 1;
-    if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0) return 0;
-    if (goesToSleep == 0) static_cast<Monitor*>(data)->resumed();
-    return 0;
-  }
-
-  void resumed() {
-    stopListening();
-    decision.resume(parts.clock.awakeTime());
-    wait();
-  }
-
-  const NetworkMonitors parts;
-  DispatchQueue* queue = nullptr;
-  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the jobs on the queue
-  NetworkDecision decision;
-  BusSlot sleepSignal;
-  NetlinkSocket socket;
-  EventSource changed;
-  EventSource timer;
-  EventSource retry;
-  Seconds retryDelay = firstRetry;  // the wait after the next failure
-};
-
-std::unique_ptr<PathMonitor> NetworkMonitors::makePathMonitor() {
-  return std::make_unique<Monitor>(*this);
+void NetworkMonitor::resumed() {
+  stopListening();
+  decision.resume(clock.awakeTime());
+  wait();
 }
 
 }  // namespace kestrune

@@ -1,41 +1,54 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/network/NetworkDecision.h"
+#include "adapters/network/RouteLookup.h"
 #include "ports/Clock.h"
 #include "ports/PathMonitor.h"
 
 namespace kestrune {
 
-/// Makes monitors of the network path to the Internet, in the network namespace of the calling thread. A
-/// monitor asks the kernel (`lookUpRoute`) after each burst of rtnetlink messages and after each resume
-/// (PrepareForSleep of logind), and reports what `NetworkDecision` decides. When the kernel refuses to
-/// answer, the last path counts, or a satisfied path of unknown medium if none is known; the monitor prints
-/// the error on standard error, and asks again with growing delays. Main thread.
-class NetworkMonitors final : public PathMonitors {
+/// Monitors the network path to the Internet, in the network namespace of the calling thread. Asks the kernel
+/// (`lookUpRoute`) after each burst of rtnetlink messages and after each resume (PrepareForSleep of logind),
+/// and reports what `NetworkDecision` decides. When the kernel refuses to answer, prints the error on standard
+/// error, and asks again with growing delays. Main thread.
+class NetworkMonitor final : public PathMonitor, private BusClient {
  public:
-  /// `devices`: a folder like /sys/class/net. All references must outlive this object and its monitors.
-  NetworkMonitors(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
-                  std::string givenDevices = "/sys/class/net", const PathTiming& givenTiming = {})
-      : loop(givenLoop),
-        clock(givenClock),
-        bus(givenBus),
-        devices(std::move(givenDevices)),
-        timing(givenTiming) {}
+  /// `devices`: a folder like /sys/class/net. All references must outlive this object.
+  NetworkMonitor(EventLoop& loop, const Clock& clock, SystemBus& bus, std::string devices = "/sys/class/net",
+                 const PathTiming& timing = {});
+  ~NetworkMonitor() override { cancel(); }
 
-  std::unique_ptr<PathMonitor> makePathMonitor() override;
+  void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) override;
+  void cancel() override;
 
  private:
-  class Monitor;
+  void act();
+  void wait();
+  void notice();
+  void ask(Seconds now);
+  bool listen();
+  void stopListening();
+  void report(std::optional<NetworkPath> path);
+  void resumed();
+  void busConnected() override;
+  void busLost() override { sleepSignal.reset(); }
+  static int prepareForSleep(sd_bus_message* signal, void* self, sd_bus_error* error);
 
   EventLoop& loop;
   const Clock& clock;
-  SystemBus& bus;
   const std::string devices;
-  const PathTiming timing;
+  DispatchQueue* queue = nullptr;
+  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the jobs on the queue
+  NetworkDecision decision;
+  BusSlot sleepSignal;
+  NetlinkSocket socket;
+  EventSource changed, timer, retry;
+  Seconds retryDelay;  // the wait after the next failure
 };
 
 }  // namespace kestrune

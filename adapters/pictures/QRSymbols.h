@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ports/QRCode.h"
+#include "ports/Image.h"
 
 namespace kestrune {
 

@@ -17,25 +17,6 @@ constexpr Seconds resizePause{0.2};
 
 }  // namespace
 
-class TerminalFace::Item final : public StatusItem {
- public:
-  explicit Item(TerminalFace& givenFace) : face(givenFace) {}
-
-  bool hasButton() const override { return true; }
-
-  void setButton(const StatusButton& button) override {
-    std::string text = displayRow(button.toolTip.value_or(button.title));
-    if (std::exchange(face.title, text) != text) face.changed();
-  }
-
-  void setMenu(Menu changed) override {
-    if (std::exchange(face.menu, changed) != changed) face.changed();
-  }
-
- private:
-  TerminalFace& face;
-};
-
 TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop)
     : AlertQueue(givenLoop.mainQueue()),
       loop(givenLoop),
@@ -45,7 +26,7 @@ TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Noti
       styles{styled && output.isTerminal()},
       colors(colored && output.isTerminal()) {}
 
-std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
+void TerminalFace::addToStatusBar(double) {
   input.start({.onLine = [this](const std::optional<std::string>& line) { handleLine(line); },
                .onEnd =
                    [this] {
@@ -60,7 +41,15 @@ std::unique_ptr<StatusItem> TerminalFace::statusItem(double) {
       });
     });
   }
-  return std::make_unique<Item>(*this);
+}
+
+void TerminalFace::setButton(const StatusButton& button) {
+  std::string text = displayRow(button.toolTip.value_or(button.title));
+  if (std::exchange(title, text) != text) changed();
+}
+
+void TerminalFace::setMenu(Menu newMenu) {
+  if (std::exchange(menu, newMenu) != newMenu) changed();
 }
 
 void TerminalFace::add(const Notification& notification) {

@@ -8,7 +8,7 @@
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "adapters/terminal/TerminalDialogue.h"
-#include "ports/Notifications.h"
+#include "ports/Desktop.h"
 #include "ports/StatusItem.h"
 
 namespace kestrune {
@@ -16,14 +16,16 @@ namespace kestrune {
 /// The user interface in a terminal: prints the menu and the alerts on standard output, for machines and
 /// sessions without a desktop. The user types the number of a row, or its key. A terminal gets the whole menu
 /// once, and later only changed rows. A pipe gets the whole menu at each change. Main thread.
-class TerminalFace final : public StatusBar, public AlertQueue, public Notifications {
+class TerminalFace final : public StatusItem, public AlertQueue, public Notifications {
  public:
   /// `styled`: text may be bold or faint. `colored`: pictures may use colours. Both count only if the output
   /// is a terminal. `givenLoop` and `givenDesktop` outlive this object.
   TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
 
-  /// Must be called only once. The item must not outlive this object.
-  std::unique_ptr<StatusItem> statusItem(double length) override;
+  void addToStatusBar(double length) override;
+  bool hasButton() const override { return true; }
+  void setButton(const StatusButton& button) override;
+  void setMenu(Menu newMenu) override;
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
   /// Passes the notification to the desktop and also prints it above the menu, because there may be no
@@ -43,8 +45,6 @@ class TerminalFace final : public StatusBar, public AlertQueue, public Notificat
   void printMenu();
 
  private:
-  class Item;
-
   void changed();
   std::string wholeMenu();
   std::string changes();

@@ -9,7 +9,7 @@
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/TrayHostForm.h"
-#include "ports/DispatchQueue.h"
+#include "ports/Loop.h"
 #include "ports/Menu.h"
 
 namespace kestrune {

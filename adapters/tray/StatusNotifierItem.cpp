@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -87,18 +87,18 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-StatusNotifierItem::StatusNotifierItem(TrayParts given)
-    : BusClient(given.bus),
-      parts(std::move(given)),
-      exportedMenu(connection, parts.queue),
-      hosts(
-          connection, [this] { formChanged(); }, [this] { registerWithWatcher(); }) {
+StatusNotifierItem::StatusNotifierItem(TrayParts given) : BusClient(given.bus), parts(std::move(given)) {}
+
+void StatusNotifierItem::addToStatusBar(double) {
+  exportedMenu.emplace(connection, parts.queue);
+  hosts.emplace(
+      connection, [this] { formChanged(); }, [this] { registerWithWatcher(); });
   connection.add(*this);
 }
 
 void StatusNotifierItem::setMenu(Menu menu) {
   if (parts.onMenu) parts.onMenu(menu);
-  exportedMenu.setMenu(std::move(menu));
+  exportedMenu->setMenu(std::move(menu));
 }
 
 void StatusNotifierItem::setButton(const StatusButton& changed) {
@@ -165,14 +165,14 @@ int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bu
 }
 
 void StatusNotifierItem::formChanged() {
-  exportedMenu.setForm(hosts.form());
+  exportedMenu->setForm(hosts->form());
   sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
 /// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts, and if the button
 /// has no image.
 std::string StatusNotifierItem::iconName() const {
-  if (!hosts.form().iconFiles || !button.image) return "";
+  if (!hosts->form().iconFiles || !button.image) return "";
   const auto& bitmaps = bitmapsOf(button);
   const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
   return parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
@@ -205,7 +205,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
 }
 
 int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error* error) {
-  if (static_cast<StatusNotifierItem*>(data)->hosts.form().menuAtError)
+  if (static_cast<StatusNotifierItem*>(data)->hosts->form().menuAtError)
     return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host opens the menu");
   return click(call, data, error);
 }

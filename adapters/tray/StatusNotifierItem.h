@@ -1,7 +1,7 @@
 #pragma once
 
 #include <functional>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,8 +37,10 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto watcherName = TrayHostFinder::watcherName;
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
+  /// Exports nothing before `addToStatusBar`.
   explicit StatusNotifierItem(TrayParts given);
 
+  void addToStatusBar(double length) override;
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
   void setMenu(Menu menu) override;
@@ -61,23 +63,10 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static const sd_bus_vtable interface[];
 
   const TrayParts parts;
-  DBusMenu exportedMenu;
-  TrayHostFinder hosts;
+  std::optional<DBusMenu> exportedMenu;
+  std::optional<TrayHostFinder> hosts;
   StatusButton button;
   BusSlot object, hostMatch, registration;
-};
-
-/// A status bar whose item is shown in the tray. Main thread.
-class TrayStatusBar final : public StatusBar {
- public:
-  explicit TrayStatusBar(TrayParts given) : parts(std::move(given)) {}
-
-  std::unique_ptr<StatusItem> statusItem(double) override {
-    return std::make_unique<StatusNotifierItem>(parts);
-  }
-
- private:
-  const TrayParts parts;
 };
 
 }  // namespace kestrune

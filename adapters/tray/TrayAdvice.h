@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "adapters/bus/BusInquiry.h"
-#include "ports/Notifications.h"
-#include "ports/Timer.h"
+#include "ports/Desktop.h"
+#include "ports/Loop.h"
 
 namespace kestrune {
 

@@ -11,7 +11,6 @@
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/StandardError.h"
 
 namespace kestrune {
 

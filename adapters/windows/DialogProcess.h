@@ -11,7 +11,7 @@
 #include "adapters/loop/EventLoop.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/windows/protocol/DialogProtocol.h"
-#include "ports/Notifications.h"
+#include "ports/Desktop.h"
 
 namespace kestrune {
 

@@ -214,10 +214,12 @@ TEST_F(LeftoverPipesTest, PipeIsClosedAfterItsLastWriter) {
 TEST_F(LeftoverPipesTest, OldestPipeIsClosedBeyondTheLimit) {
   std::deque<FileDescriptor> writers;
   for (std::size_t i = 0; i < LeftoverPipes::limit; ++i) writers.push_back(leftoverPipe());
+  settleQueue(loop);
   EXPECT_FALSE(isBroken(writers.front()));
   const auto most = openPipes();
   for (int more = 0; more < 3; ++more) {
     writers.push_back(leftoverPipe());
+    settleQueue(loop);
     EXPECT_TRUE(isBroken(writers.front()));
     writers.pop_front();
     EXPECT_FALSE(isBroken(writers.front()));

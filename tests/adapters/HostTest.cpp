@@ -21,9 +21,9 @@ class Demonstration final : public ApplicationDelegate {
   explicit Demonstration(Platform& givenPlatform) : platform(givenPlatform) {}
 
   void applicationDidFinishLaunching() override {
-    item = platform.statusBar.statusItem(squareStatusItemLength);
-    item->setButton({.toolTip = "the title"});
-    item->setMenu({{{.id = 1, .title = "the row", .enabled = false}}});
+    platform.statusItem.addToStatusBar(StatusItem::squareLength);
+    platform.statusItem.setButton({.toolTip = "the title"});
+    platform.statusItem.setMenu({{{.id = 1, .title = "the row", .enabled = false}}});
     platform.notifications.add({.identifier = "1", .title = "the news", .body = "of the day"});
     platform.dispatch.mainQueue().async([this] { platform.application->terminate(); });
   }
@@ -31,7 +31,6 @@ class Demonstration final : public ApplicationDelegate {
 
  private:
   Platform& platform;
-  std::unique_ptr<StatusItem> item;
 };
 
 /// Runs an application with the terminal face (the user interface in a terminal) and all real adapters.

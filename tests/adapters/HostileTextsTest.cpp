@@ -69,7 +69,6 @@ TEST_F(HostileTextInANotification, IsHarmless) {
 struct HostileTextInATerminal : ::testing::TestWithParam<TerminalRig::Line> {
   EventLoop loop;
   TerminalRig rig{loop, GetParam()};
-  std::unique_ptr<StatusItem> item = rig.face->statusItem(squareStatusItemLength);
 
   /// Waits until the output ends with `end`. On a terminal, the prompt must follow `end`.
   bool comesTo(const std::string& end) {
@@ -81,8 +80,8 @@ struct HostileTextInATerminal : ::testing::TestWithParam<TerminalRig::Line> {
 TEST_P(HostileTextInATerminal, IsHarmlessInTheMenu) {
   for (const auto& each : hostileTexts()) {
     rig.screen.text.clear();
-    item->setButton({.toolTip = each.text});
-    item->setMenu(
+    rig.face->setButton({.toolTip = each.text});
+    rig.face->setMenu(
         {{{.id = 1, .title = each.text, .enabled = false}, {.id = 2, .title = "end of " + each.name}}});
     rig.face->printMenu();
     ASSERT_TRUE(comesTo("end of " + each.name + "\n")) << each.name;

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +32,7 @@ inline constexpr NetworkPath viaCable{.satisfied = true, .usesWiredEthernet = tr
 inline constexpr NetworkPath viaSomething{.satisfied = true};
 
 /// A network namespace with a cable and Wi-Fi. Both have a carrier and an IPv4 address, but no default route.
-/// Its monitors report every change at once. NetworkDecisionTest tests the delays.
+/// Its monitor reports every change at once. NetworkDecisionTest tests the delays.
 struct NetworkRig {
   NetworkRig() {
     // Switch IPv6 off. Its netlink messages also wake the monitor, so no test would notice if the monitor
@@ -75,11 +75,11 @@ struct NetworkRig {
   SystemClock clock;
   EventLoop loop;
   SystemBus bus{loop};
-  NetworkMonitors monitors{
-      loop, clock, bus, devices.file(""), {.burst = Seconds{0}, .loss = Seconds{0}, .memory = Seconds{0}}};
+  static constexpr PathTiming atOnce{.burst = Seconds{0}, .loss = Seconds{0}, .memory = Seconds{0}};
+  std::optional<NetworkMonitor> monitor{std::in_place, loop, clock, bus, devices.file(""), atOnce};
 };
 
-/// A NetworkRig with a monitor, and the list of the monitor's updates.
+/// A NetworkRig, and the list of the monitor's updates.
 struct MonitoredNetwork : NetworkRig {
   void start() {
     monitor->start(loop.mainQueue(), [this](NetworkPath path) { updates.push_back(path); });
@@ -99,7 +99,6 @@ struct MonitoredNetwork : NetworkRig {
     updates.clear();
   }
 
-  std::unique_ptr<PathMonitor> monitor = monitors.makePathMonitor();
   std::vector<NetworkPath> updates;
 };
 

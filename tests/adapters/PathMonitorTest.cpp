@@ -32,23 +32,24 @@ class HeldQueue final : public DispatchQueue {
   bool running = false;
 };
 
-/// A network with fake monitors: the test plugs the cable in or pulls it out.
+/// A network with a fake monitor: the test plugs the cable in or pulls it out.
 struct FakeNetwork {
   CallLog log;
-  FakePathMonitors monitors{log};
+  FakePathMonitor fake{log};
+  PathMonitor* monitor = &fake;
   bool connected = false;
 
   void plugIn() { connect(true); }
   void pullOut() { connect(false); }
   bool comesTrue(const std::function<bool()>& condition) {
-    monitors.report(connected ? viaCable : disconnected);
+    fake.report(connected ? viaCable : disconnected);
     return condition();
   }
 
  private:
   void connect(bool now) {
     connected = now;
-    monitors.report(connected ? viaCable : disconnected);
+    fake.report(connected ? viaCable : disconnected);
   }
 };
 
@@ -61,7 +62,7 @@ struct RealNetwork : NetworkRig {
 template <typename Network>
 struct PathMonitorContract : ::testing::Test {
   void start() {
-    monitor->start(queue, [this](NetworkPath path) {
+    network.monitor->start(queue, [this](NetworkPath path) {
       EXPECT_TRUE(queue.isRunning());
       updates.push_back(path);
     });
@@ -77,7 +78,6 @@ struct PathMonitorContract : ::testing::Test {
 
   Network network;
   HeldQueue queue;
-  std::unique_ptr<PathMonitor> monitor = network.monitors.makePathMonitor();
   std::vector<NetworkPath> updates;
 };
 
@@ -99,8 +99,8 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
   EXPECT_TRUE(this->reports(disconnected));
   this->network.plugIn();
   ASSERT_TRUE(this->network.comesTrue([this] { return !this->queue.isEmpty(); }));
-  this->monitor->cancel();
-  this->monitor->cancel();
+  this->network.monitor->cancel();
+  this->network.monitor->cancel();
   while (!this->queue.isEmpty()) this->queue.runOne();
   EXPECT_EQ(this->updates.size(), 1u);
 }

@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string>
 
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ScratchFolder.h"

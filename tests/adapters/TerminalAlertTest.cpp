@@ -15,8 +15,7 @@ using Answers = std::vector<std::string>;
 
 struct TerminalAlert : ::testing::Test {
   void SetUp() override {
-    item = rig.face->statusItem(squareStatusItemLength);
-    item->setMenu({{{.id = 1, .title = "the-row"}}});
+    rig.face->setMenu({{{.id = 1, .title = "the-row"}}});
     rig.printed();
   }
 
@@ -30,11 +29,10 @@ struct TerminalAlert : ::testing::Test {
            answers.push_back(message + (answer.button ? " " + std::to_string(*answer.button) : " cancelled"));
          }});
   }
-  void changeMenu(const std::string& title) { item->setMenu({{{.id = 1, .title = title}}}); }
+  void changeMenu(const std::string& title) { rig.face->setMenu({{{.id = 1, .title = title}}}); }
 
   EventLoop loop;
   TerminalRig rig{loop, TerminalRig::Line::pipes};
-  std::unique_ptr<StatusItem> item;
   Answers answers;
   int described = 0;
 };
@@ -109,8 +107,7 @@ TEST_F(TerminalAlert, StaysOpenWhenTheMenuIsAskedFor) {
 
 struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
   void SetUp() override {
-    item = rig.face->statusItem(squareStatusItemLength);
-    item->setMenu({{{.id = 1, .title = "the-row"}}});
+    rig.face->setMenu({{{.id = 1, .title = "the-row"}}});
     ASSERT_TRUE(rig.screen.shows("the-row"));
   }
 
@@ -137,7 +134,6 @@ struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
 
   EventLoop loop;
   TerminalRig rig{loop, GetParam()};
-  std::unique_ptr<StatusItem> item;
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   std::vector<AlertAnswer> answers;
 };
@@ -219,7 +215,7 @@ TEST_P(TerminalForm, KeepsTheAnswerThatIsBeingTypedWhenTheMenuChanges) {
     EXPECT_TRUE(rig.screen.shows("> ne"));
   }
   rig.settle();
-  item->setMenu({{{.id = 1, .title = "changed"}}});
+  rig.face->setMenu({{{.id = 1, .title = "changed"}}});
   rig.settle();
   rig.face->printMenu();
   EXPECT_TRUE(rig.screen.shows("changed"));

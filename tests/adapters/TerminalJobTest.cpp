@@ -25,10 +25,10 @@ struct TerminalJob : ::testing::Test {
     TerminalFace face(loop, false, false, desktop);
     const auto target = std::make_shared<RecordingTarget>();
     target->onPerform = [&] { say("performed " + target->performed.back()); };
-    const auto item = face.statusItem(squareStatusItemLength);
+    face.addToStatusBar(StatusItem::squareLength);
     int version = 0;
     const auto show = [&] {
-      item->setMenu(
+      face.setMenu(
           {{{.id = 1, .title = "row " + std::to_string(version++), .action = "act", .target = target}}});
     };
     show();

@@ -13,9 +13,8 @@ using Words = std::vector<std::string>;
 
 struct TerminalMenu : ::testing::Test {
   void SetUp() override {
-    item = rig.face->statusItem(squareStatusItemLength);
-    item->setButton({.toolTip = "Kestrune"});
-    item->setMenu(menu);
+    rig.face->setButton({.toolTip = "Kestrune"});
+    rig.face->setMenu(menu);
     rig.settle();
   }
 
@@ -43,7 +42,6 @@ struct TerminalMenu : ::testing::Test {
       {.id = 6, .title = "on", .action = "other", .keyEquivalent = ",", .checked = true, .target = target},
       {.id = 7, .title = "no", .action = "no", .keyEquivalent = "n", .enabled = false, .target = target},
   }};
-  std::unique_ptr<StatusItem> item;
 };
 
 TEST_F(TerminalMenu, ShowsTheTitleAndEveryRowWithItsNumberKeyAndMark) {
@@ -61,9 +59,9 @@ TEST_F(TerminalMenu, ShowsTheTitleAndEveryRowWithItsNumberKeyAndMark) {
 
 TEST_F(TerminalMenu, IsNotPrintedForChangesThatTextDoesNotShow) {
   rig.printed();
-  item->setMenu(menu);
-  item->setButton({.toolTip = "Kestrune"});
-  item->setButton(
+  rig.face->setMenu(menu);
+  rig.face->setButton({.toolTip = "Kestrune"});
+  rig.face->setButton(
       {.image = makeTestImage(2, 1, 2, 3), .toolTip = "Kestrune", .accessibilityLabel = "described"});
   EXPECT_EQ(rig.printed(), "");
 }
@@ -71,16 +69,16 @@ TEST_F(TerminalMenu, IsNotPrintedForChangesThatTextDoesNotShow) {
 TEST_F(TerminalMenu, IsPrintedOnceForAButtonAndAMenu) {
   rig.printed();
   menu.items[0].title = "changed";
-  item->setMenu(menu);
-  item->setButton({.toolTip = "Kestrune · ok"});
+  rig.face->setMenu(menu);
+  rig.face->setButton({.toolTip = "Kestrune · ok"});
   menu.items[0].title = "changed again";
-  item->setMenu(menu);
+  rig.face->setMenu(menu);
   rig.settle();
   EXPECT_EQ(rig.screen.count("Kestrune · ok"), 1u);
   EXPECT_EQ(row(1), (Words{"1", "changed", "again"}));
   EXPECT_EQ(rig.screen.count("restart"), 1u);
   rig.printed();
-  item->setButton({.toolTip = "Kestrune · other"});
+  rig.face->setButton({.toolTip = "Kestrune · other"});
   EXPECT_NE(rig.printed().find("restart"), std::string::npos);
 }
 
@@ -131,7 +129,7 @@ TEST_F(TerminalMenu, RefusesDisabledRows) {
 }
 
 TEST_F(TerminalMenu, MayBeReplacedByTheActionOfARow) {
-  target->onPerform = [this] { item->setMenu({{{.id = 1, .title = "new"}}}); };
+  target->onPerform = [this] { rig.face->setMenu({{{.id = 1, .title = "new"}}}); };
   rig.after("3\n");
   EXPECT_EQ(row(1), Words{});
   rig.printed();
@@ -144,7 +142,7 @@ TEST_F(TerminalMenu, MayBeReplacedByTheActionOfARow) {
 TEST_F(TerminalMenu, StaysAliveWhenItsReaderIsGone) {
   rig.closeScreen();
   menu.items[0].title = "changed";
-  item->setMenu(menu);
+  rig.face->setMenu(menu);
   rig.type("unknown\n3\n");
   EXPECT_TRUE(comesTrue(loop, [this] { return target->performed == CallLog{"refresh"}; }));
 }

@@ -13,8 +13,7 @@ namespace {
 TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
-  const auto item = rig.face->statusItem(squareStatusItemLength);
-  item->setMenu({{{.id = 1, .title = "row"}}});
+  rig.face->setMenu({{{.id = 1, .title = "row"}}});
   EXPECT_TRUE(rig.screen.shows("row\n列號或按鍵> "));
   rig.type("unknown\n");
   EXPECT_TRUE(rig.screen.shows("沒有這一列：unknown\n列號或按鍵> "));
@@ -30,13 +29,12 @@ TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
 TEST(TerminalPrompt, ComesBackOnceAfterARow) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
-  const auto item = rig.face->statusItem(squareStatusItemLength);
   const auto target = std::make_shared<RecordingTarget>();
   target->onPerform = [&] {
-    if (target->performed.back() == "change") item->setMenu({{{.id = 1, .title = "changed"}}});
+    if (target->performed.back() == "change") rig.face->setMenu({{{.id = 1, .title = "changed"}}});
   };
-  item->setMenu({{{.id = 1, .title = "quiet", .action = "none", .target = target},
-                  {.id = 2, .title = "change it", .action = "change", .target = target}}});
+  rig.face->setMenu({{{.id = 1, .title = "quiet", .action = "none", .target = target},
+                      {.id = 2, .title = "change it", .action = "change", .target = target}}});
   EXPECT_TRUE(rig.screen.shows("change it\n列號或按鍵> "));
   rig.screen.text.clear();
   rig.type("1\n");
@@ -51,16 +49,15 @@ TEST(TerminalPrompt, ComesBackOnceAfterARow) {
 /// A client that has printed its menu on a terminal.
 struct TerminalChanges : ::testing::Test {
   TerminalChanges() {
-    item = rig.face->statusItem(squareStatusItemLength);
-    item->setButton({.toolTip = "Kestrune"});
-    item->setMenu(menu);
+    rig.face->setButton({.toolTip = "Kestrune"});
+    rig.face->setMenu(menu);
     EXPECT_TRUE(rig.screen.shows("third\n列號或按鍵> "));
     rig.screen.text.clear();
   }
 
   void setRow(std::size_t index, const std::string& title) {
     menu.items[index].title = title;
-    item->setMenu(menu);
+    rig.face->setMenu(menu);
   }
   std::string shown(const std::string& typed = "") {
     rig.type(typed);
@@ -82,7 +79,6 @@ struct TerminalChanges : ::testing::Test {
   Menu menu{{{.id = 1, .title = "first"},
              {.id = 2, .title = "second", .action = "switch", .keyEquivalent = "s", .checked = false},
              {.id = 3, .title = "third"}}};
-  std::unique_ptr<StatusItem> item;
 };
 
 TEST_F(TerminalChanges, ArePrintedAlone) {
@@ -90,7 +86,7 @@ TEST_F(TerminalChanges, ArePrintedAlone) {
   EXPECT_EQ(shown(), "\n 1      other\n列號或按鍵> ");
   menu.items[1].checked = true;
   setRow(2, "last");
-  item->setButton({.toolTip = "Kestrune · ok"});
+  rig.face->setButton({.toolTip = "Kestrune · ok"});
   EXPECT_EQ(shown(), "\nKestrune · ok\n 2  s ✓ second\n 3      last\n列號或按鍵> ");
   rig.face->add({"id", "news", "of the day"});
   EXPECT_EQ(shown(), "\nnews：of the day\n列號或按鍵> ");
@@ -105,7 +101,7 @@ TEST_F(TerminalChanges, ThatAreUndoneAtOnceAreNotPrinted) {
 
 TEST_F(TerminalChanges, OfTheRowsThemselvesPrintTheWholeMenu) {
   menu.items.pop_back();
-  item->setMenu(menu);
+  rig.face->setMenu(menu);
   EXPECT_NE(shown().find("first"), std::string::npos);
 }
 
@@ -145,7 +141,6 @@ TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
 /// A client with a menu of 14 rows on a terminal. The name of each row's action is the row's number.
 struct TerminalTyping : ::testing::Test {
   TerminalTyping() {
-    item = rig.face->statusItem(squareStatusItemLength);
     show("first");
     EXPECT_TRUE(rig.screen.shows("first\n列號或按鍵> "));
   }
@@ -156,7 +151,7 @@ struct TerminalTyping : ::testing::Test {
       menu.items.push_back({.id = row, .title = "row", .action = std::to_string(row), .target = target});
     }
     menu.items.back().title = last;
-    item->setMenu(menu);
+    rig.face->setMenu(menu);
   }
   /// Types `text`, and waits until the terminal has echoed it as `echo`. The client reads nothing meanwhile.
   void type(std::string_view text, std::string_view echo) {
@@ -174,7 +169,6 @@ struct TerminalTyping : ::testing::Test {
   EventLoop loop;
   TerminalRig rig{loop, TerminalRig::Line::terminal};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  std::unique_ptr<StatusItem> item;
 };
 
 TEST_F(TerminalTyping, IsDiscardedWhenTheMenuIsPrintedUnasked) {
@@ -216,7 +210,6 @@ TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
 TEST(TerminalPrompt, FollowsAReportOf2Megabytes) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
-  const auto item = rig.face->statusItem(squareStatusItemLength);
   const std::string report(2'000'000, 'x');
   rig.face->present({[&] { return Alert{.messageText = "?", .informativeText = report, .buttons = {"OK"}}; },
                      [](const AlertAnswer&) {}});

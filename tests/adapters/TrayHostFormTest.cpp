@@ -46,7 +46,7 @@ struct TrayForm : EmptyDesk {
     row(26).keyEquivalent = ",";
     daemon.start();
     bus.connect();
-    item = bar.statusItem(squareStatusItemLength);
+    item->addToStatusBar(StatusItem::squareLength);
     item->setMenu(menu);
   }
 

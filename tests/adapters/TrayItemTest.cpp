@@ -97,7 +97,7 @@ Menu oneRow(const std::string& title) {
 struct TrayRegistration : EmptyDesk {
   void showItem() {
     bus.connect();
-    item = bar.statusItem(squareStatusItemLength);
+    item->addToStatusBar(StatusItem::squareLength);
   }
   /// Starts the bus and a tray. Returns whether the tray gets the item.
   bool showsItem() {

@@ -138,7 +138,7 @@ struct ControllerTest : ::testing::Test {
     machine.loop.settle();
   }
 
-  const MenuItem& row(std::size_t number) const { return machine.statusBar.row(number); }
+  const MenuItem& row(std::size_t number) const { return machine.statusItem.row(number); }
   const std::string& title(std::size_t number) const { return row(number).title; }
   const std::string& statusRow() const { return title(2); }
 

@@ -10,7 +10,7 @@ struct Lifecycle : ControllerTest {
   /// The calls that a start makes before the first refresh.
   const CallLog start{"setActivationPolicy 1",
                       "requestAuthorization 6",
-                      "statusItem",
+                      "addToStatusBar",
                       "setButton Kestrune · 檢查中 · 目前專案",
                       "setMenu 🟡 連線狀態：正在檢查狀態…",
                       "start path monitor on kestrune.menu.monitor",
@@ -23,11 +23,11 @@ struct Lifecycle : ControllerTest {
   }
 };
 
-TEST_F(Lifecycle, ConstructorCreatesMonitorAndQueues) {
+TEST_F(Lifecycle, ConstructorCreatesTheQueues) {
   FakePlatform other;
   const AppDelegate another(other.platform);
-  EXPECT_EQ(other.log, (CallLog{"makePathMonitor", "makeSerialQueue kestrune.menu.monitor",
-                                "makeSerialQueue kestrune.menu.worker"}));
+  EXPECT_EQ(other.log,
+            (CallLog{"makeSerialQueue kestrune.menu.monitor", "makeSerialQueue kestrune.menu.worker"}));
   const auto& [monitor, worker] = std::tie(other.loop.madeQueues.at(0), other.loop.madeQueues.at(1));
   EXPECT_EQ(monitor.qualityOfService, QualityOfService::standard);
   EXPECT_EQ(monitor.target, QueueTarget::mainThread);

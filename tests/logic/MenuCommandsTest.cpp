@@ -113,10 +113,10 @@ TEST_F(MenuCommands, DisabledRowDoesNothing) {
   state.reconnectInProgress = true;
   controller->rebuildMenu("x", ConnectionLampState::ok, 0);
   newCalls();
-  for (const MenuItem& item : machine.statusBar.menu().items) {
+  for (const MenuItem& item : machine.statusItem.menu().items) {
     if (!item.enabled || item.isSeparator) performMenuItem(item);
   }
-  MenuItem quit = machine.statusBar.row(29);
+  MenuItem quit = machine.statusItem.row(29);
   quit.enabled = false;
   performMenuItem(quit);
   machine.loop.settle();

@@ -11,7 +11,7 @@ struct MenuRows : WithStatusItem {
   /// Builds a new menu and returns it.
   const Menu& build(const std::string& statusText = "x", Lamp lamp = Lamp::warning) {
     controller->rebuildMenu(statusText, lamp, 0);
-    return machine.statusBar.menu();
+    return machine.statusItem.menu();
   }
 };
 
@@ -75,7 +75,7 @@ TEST_F(MenuRows, ShowTheCurrentTextsAndShortenTheThreadName) {
   machine.userDefaults.setBool("keepAwakeEnabled", false);
   controller->startMonitoringNetwork();
   Menu expected = build();
-  machine.pathMonitors.report({.satisfied = true, .usesWiFi = true});
+  machine.pathMonitor.report({.satisfied = true, .usesWiFi = true});
   machine.loop.advance(Seconds{5});
   expected.items[3] = label(4, "Codex：OK 0.46.0");
   expected.items[4] = label(5, "Remote Control：需檢查 not enabled");
@@ -111,13 +111,13 @@ struct Button : ControllerTest {
     machine.mainBundle.resources["codex-menubar.png"] = "/logo.png";
     machine.images.files["/logo.png"] = makeTestImage(44, 200, 100, 50);
   }
-  const StatusButton& button() const { return machine.statusBar.button(); }
+  const StatusButton& button() const { return machine.statusItem.button(); }
 };
 
 TEST_F(Button, FirstShowsTheWarningLampThenTheMenu) {
   controller->configureStatusItem();
-  EXPECT_EQ(machine.statusBar.length, -2);
-  EXPECT_EQ(newCalls(), (CallLog{"statusItem", "setButton Kestrune · 檢查中 · 目前專案",
+  EXPECT_EQ(machine.statusItem.length, -2);
+  EXPECT_EQ(newCalls(), (CallLog{"addToStatusBar", "setButton Kestrune · 檢查中 · 目前專案",
                                  "setMenu 🟡 連線狀態：正在檢查狀態…"}));
 }
 
@@ -130,12 +130,12 @@ TEST_F(Button, DrawingWithoutAStatusItemAborts) {
 }
 
 TEST_F(Button, ItemWithoutAButtonIsLeftAlone) {
-  machine.statusBar.hasButton = false;
+  machine.statusItem.buttonExists = false;
   controller->configureStatusItem();
   controller->updateButton(Lamp::ok, "Kestrune");
-  EXPECT_TRUE(machine.statusBar.buttons.empty());
+  EXPECT_TRUE(machine.statusItem.buttons.empty());
   EXPECT_TRUE(machine.images.asked.empty());
-  EXPECT_EQ(machine.statusBar.menus.size(), 1U);
+  EXPECT_EQ(machine.statusItem.menus.size(), 1U);
 }
 
 TEST_F(Button, ShowsTheLogoAndAToolTip) {
@@ -143,7 +143,7 @@ TEST_F(Button, ShowsTheLogoAndAToolTip) {
   env() = "KESTRUNE_MAC_SERVICE_TOKEN=t";
   makeStatusItem();
   refresh();
-  const auto menus = machine.statusBar.menus.size();
+  const auto menus = machine.statusItem.menus.size();
   const Bitmap colour = machine.images.files["/logo.png"]->bitmaps[0];
   const Bitmap grey = makeTestImage(44, 100, 100, 100)->bitmaps[0];
   for (const auto& [lamp, toolTip, shown] :
@@ -158,7 +158,7 @@ TEST_F(Button, ShowsTheLogoAndAToolTip) {
     ASSERT_NE(button().image, nullptr);
     EXPECT_EQ(*button().image, (Image{.width = 22, .height = 22, .isTemplate = false, .bitmaps = {shown}}));
   }
-  EXPECT_EQ(machine.statusBar.menus.size(), menus);
+  EXPECT_EQ(machine.statusItem.menus.size(), menus);
 }
 
 using Asked = std::vector<std::string>;
@@ -239,7 +239,7 @@ TEST_F(Logo, IsCachedInColourAndInGrey) {
   EXPECT_EQ(newlyAsked(), Asked{});
   EXPECT_EQ(machine.images.filtered.size(), 1U);
   makeStatusItem();
-  EXPECT_EQ(machine.statusBar.button().image, grey);
+  EXPECT_EQ(machine.statusItem.button().image, grey);
 }
 
 TEST_F(Logo, FailedConversionToGreyIsRetried) {

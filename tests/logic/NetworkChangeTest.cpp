@@ -15,7 +15,7 @@ struct NetworkChange : WithStatusItem {
 
   /// Reports `path` as the new network path, and runs all jobs that are due.
   void report(const NetworkPath& path) {
-    machine.pathMonitors.report(path);
+    machine.pathMonitor.report(path);
     machine.loop.settle();
   }
   /// Reports `path` as the first network path, and waits until the reconnect has ended.
@@ -46,7 +46,7 @@ TEST_F(NetworkChange, DescribesThePath) {
 
 TEST_F(NetworkChange, NotifiesAndReconnectsOnce) {
   refreshAnswers({.status = 1, .output = "x"});
-  machine.pathMonitors.report(wiFi);
+  machine.pathMonitor.report(wiFi);
   machine.loop.runMain();
   EXPECT_EQ(newCalls(),
             (CallLog{"notify Kestrune 網路已變更", "create display assertion", "create system assertion",
@@ -75,8 +75,8 @@ TEST_F(NetworkChange, IsEveryPathOfAnotherKind) {
 
 TEST_F(NetworkChange, PathOfTheSameKindOnlyRefreshes) {
   startOn(wiFi);
-  machine.pathMonitors.report({.satisfied = true, .usesWiFi = true, .usesCellular = true});
-  machine.pathMonitors.report(wiFi);
+  machine.pathMonitor.report({.satisfied = true, .usesWiFi = true, .usesCellular = true});
+  machine.pathMonitor.report(wiFi);
   machine.loop.advance(Seconds{5});
   EXPECT_EQ(machine.processes.launches.size(), 1U) << "the second during the refresh of the first";
   EXPECT_EQ(statusQueries(), 1U);
@@ -113,7 +113,7 @@ TEST_F(NetworkChange, WithAutoConnectOffOnlyNotifies) {
 
 TEST_F(NetworkChange, StoresThePathOnTheMonitorQueue) {
   setAutoConnect(false);
-  machine.pathMonitors.report(wiFi);
+  machine.pathMonitor.report(wiFi);
   machine.loop.mainQueue().async([this] {
     EXPECT_EQ(newCalls(), CallLog{});
     controller->rebuildMenu("x", ConnectionLampState::ok, 0);
@@ -138,7 +138,7 @@ TEST_F(NetworkChange, HandlerDoesNotKeepTheControllerAlive) {
 }
 
 TEST_F(NetworkChange, IsIgnoredAfterTheEnd) {
-  machine.pathMonitors.report(wiFi);
+  machine.pathMonitor.report(wiFi);
   controller->applicationWillTerminate();
   newCalls();
   report(wired);

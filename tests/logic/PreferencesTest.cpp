@@ -108,7 +108,7 @@ struct AutoConnectToggle : WithStatusItem {
 TEST_F(AutoConnectToggle, OffQueuesTheStopAndShowsTheDisabledState) {
   controller->ensureSleepAssertion();
   newCalls();
-  machine.statusBar.whenMenuIsSet = [&] {
+  machine.statusItem.whenMenuIsSet = [&] {
     EXPECT_EQ(machine.loop.workerJobs(), 1U);
     EXPECT_TRUE(isStored("autoConnectEnabled", false));
   };

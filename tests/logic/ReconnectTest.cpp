@@ -173,7 +173,7 @@ TEST_F(StopConnection, UpdatesTheStateInOrder) {
   machine.loop.runOneWorkerJob();
   state.statusRefreshInProgress = true;
   newCalls();
-  machine.statusBar.whenMenuIsSet = [&] { EXPECT_TRUE(isStored("autoConnectEnabled", false)); };
+  machine.statusItem.whenMenuIsSet = [&] { EXPECT_TRUE(isStored("autoConnectEnabled", false)); };
   machine.loop.runMain();
   EXPECT_EQ(newCalls(), (CallLog{"release display assertion", "release system assertion",
                                  std::string("setMenu ") + stoppedRow, "setButton Kestrune · 異常 · 未同步",

@@ -49,7 +49,7 @@ TEST_F(RefreshCycle, RequestDuringAnotherIsDropped) {
   controller->refreshStatus(true);
   machine.loop.settle();
   EXPECT_EQ(statusQueries(), 1U);
-  EXPECT_EQ(machine.statusBar.menus.size(), 2U);
+  EXPECT_EQ(machine.statusItem.menus.size(), 2U);
   EXPECT_TRUE(machine.notifications.posted.empty());
   controller->refreshStatus(true);
   controller->refreshStatus(false);

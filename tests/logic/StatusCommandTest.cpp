@@ -28,7 +28,7 @@ struct StatusCommandTest : ControllerTest {
     machine.loop.settle();
   }
   void networkIs(const NetworkPath& path) {
-    machine.pathMonitors.report(path);
+    machine.pathMonitor.report(path);
     machine.loop.settle();
   }
   json lastPrinted() const { return printed.empty() ? json() : json::parse(printed.back()); }
@@ -59,8 +59,6 @@ TEST_F(StatusCommandTest, FollowsTheRunningClient) {
   backendAnswers(healthy);
   startUp();
   ask(StatusFormat::json, true);
-  machine.statusFeed.publish([line = machine.statusFeed.lines.back()] { return line + " "; });
-  machine.loop.settle();
   ASSERT_EQ(printed.size(), 1U);
   backendAnswers(faulty);
   refresh();
@@ -75,6 +73,7 @@ TEST_F(StatusCommandTest, FollowsTheRunningClient) {
 TEST_F(StatusCommandTest, SeparatesFollowedTextsByAnEmptyLine) {
   startUp();
   ask(StatusFormat::text, true);
+  machine.statusFeed.publish([line = machine.statusFeed.lines.back()] { return line + " "; });
   controller->rebuildMenu("x", ConnectionLampState::ok, 0);
   machine.loop.settle();
   ASSERT_EQ(printed.size(), 2U);
@@ -142,8 +141,8 @@ TEST_F(StatusCommandTest, AsksTheBackendWhenTheClientHasAnotherVersion) {
   EXPECT_TRUE(machine.loop.isTerminated());
   command->applicationWillTerminate();
   EXPECT_EQ(reconnects() + stops(), 0U);
-  EXPECT_TRUE(machine.statusBar.menus.empty());
-  EXPECT_TRUE(machine.statusBar.buttons.empty());
+  EXPECT_TRUE(machine.statusItem.menus.empty());
+  EXPECT_TRUE(machine.statusItem.buttons.empty());
   EXPECT_TRUE(machine.alerts.shown.empty());
   EXPECT_TRUE(machine.notifications.posted.empty());
   EXPECT_TRUE(machine.powerAssertions.held.empty());
@@ -206,7 +205,7 @@ TEST_F(StatusCommandTest, PrefersAClientThatStartsMeanwhile) {
 TEST_F(StatusCommandTest, KillsItsCommandWhenItEnds) {
   backendAnswers({.runtime = Seconds{100}});
   ask();
-  machine.pathMonitors.report({.satisfied = true});
+  machine.pathMonitor.report({.satisfied = true});
   machine.loop.runMain();
   ASSERT_EQ(machine.loop.workerJobs(), 1U);
   command->applicationWillTerminate();

@@ -7,41 +7,6 @@ namespace kestrune::testing {
 
 namespace {
 
-class FakeStatusItem final : public StatusItem {
- public:
-  explicit FakeStatusItem(FakeStatusBar& givenBar) : bar(givenBar) {}
-  bool hasButton() const override { return bar.hasButton; }
-  void setButton(const StatusButton& button) override {
-    bar.log.push_back("setButton " + button.toolTip.value_or("-"));
-    bar.buttons.push_back(button);
-  }
-  void setMenu(Menu menu) override {
-    bar.log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
-    bar.menus.push_back(std::move(menu));
-    if (bar.whenMenuIsSet) bar.whenMenuIsSet();
-  }
-
- private:
-  FakeStatusBar& bar;
-};
-
-class FakePathMonitor final : public PathMonitor {
- public:
-  explicit FakePathMonitor(FakePathMonitors& givenOwner) : owner(givenOwner) {}
-  void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) override {
-    owner.log.push_back("start path monitor on " + queue.label());
-    owner.queue = &queue;
-    owner.onUpdate = std::move(onUpdate);
-  }
-  void cancel() override {
-    owner.log.push_back("cancel path monitor");
-    owner.onUpdate = nullptr;
-  }
-
- private:
-  FakePathMonitors& owner;
-};
-
 class FakeProcess final : public Process {
  public:
   FakeProcess(FakeProcesses& givenOwner, ChildScript givenScript)
@@ -80,12 +45,6 @@ class FakeProcess final : public Process {
 };
 
 }  // namespace
-
-std::unique_ptr<StatusItem> FakeStatusBar::statusItem(double givenLength) {
-  log.push_back("statusItem");
-  length = givenLength;
-  return std::make_unique<FakeStatusItem>(*this);
-}
 
 struct FakeStatusFeed::Subscription final : StatusSubscription {
   std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
@@ -176,11 +135,6 @@ void FakePowerAssertions::release(std::uint32_t identifier) {
   held.erase(found);
 }
 
-std::unique_ptr<PathMonitor> FakePathMonitors::makePathMonitor() {
-  log.push_back("makePathMonitor");
-  return std::make_unique<FakePathMonitor>(*this);
-}
-
 Result<std::unique_ptr<Process>> FakeProcesses::launch(const std::string& executable,
                                                        const std::vector<std::string>& arguments) {
   log.push_back("launch " + executable);
@@ -226,14 +180,14 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .dispatch = fakes.loop,
       .timers = fakes.loop,
       .clock = either(real.clock, fakes.clock),
-      .statusBar = either(real.statusBar, fakes.statusBar),
+      .statusItem = either(real.statusItem, fakes.statusItem),
       .statusFeed = fakes.statusFeed,
       .requests = fakes.requests,
       .alerts = either(real.alerts, fakes.alerts),
       .images = either(real.images, fakes.images),
       .notifications = fakes.notifications,
       .powerAssertions = fakes.powerAssertions,
-      .pathMonitors = fakes.pathMonitors,
+      .pathMonitor = fakes.pathMonitor,
       .userDefaults = fakes.userDefaults,
       .mainBundle = fakes.mainBundle,
       .fileManager = fakes.fileManager,

@@ -16,12 +16,25 @@
 
 namespace kestrune::testing {
 
-struct FakeStatusBar final : StatusBar {
-  explicit FakeStatusBar(CallLog& givenLog) : log(givenLog) {}
-  std::unique_ptr<StatusItem> statusItem(double length) override;
+struct FakeStatusItem final : StatusItem {
+  explicit FakeStatusItem(CallLog& givenLog) : log(givenLog) {}
+  void addToStatusBar(double givenLength) override {
+    log.emplace_back("addToStatusBar");
+    length = givenLength;
+  }
+  bool hasButton() const override { return buttonExists; }
+  void setButton(const StatusButton& button) override {
+    log.push_back("setButton " + button.toolTip.value_or("-"));
+    buttons.push_back(button);
+  }
+  void setMenu(Menu menu) override {
+    log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
+    menus.push_back(std::move(menu));
+    if (whenMenuIsSet) whenMenuIsSet();
+  }
 
   CallLog& log;
-  bool hasButton = true;
+  bool buttonExists = true;
   double length = 0;
   std::vector<StatusButton> buttons;  ///< all buttons that were set, the newest last
   std::vector<Menu> menus;            ///< all menus that were set, the newest last
@@ -145,10 +158,18 @@ struct FakePowerAssertions final : PowerAssertions {
   std::uint32_t next = 41;
 };
 
-struct FakePathMonitors final : PathMonitors {
-  explicit FakePathMonitors(CallLog& givenLog) : log(givenLog) {}
-  std::unique_ptr<PathMonitor> makePathMonitor() override;
-  /// Reports a path to the monitor. Does nothing if the monitor was not started or was cancelled.
+struct FakePathMonitor final : PathMonitor {
+  explicit FakePathMonitor(CallLog& givenLog) : log(givenLog) {}
+  void start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) override {
+    log.push_back("start path monitor on " + givenQueue.label());
+    queue = &givenQueue;
+    onUpdate = std::move(givenOnUpdate);
+  }
+  void cancel() override {
+    log.emplace_back("cancel path monitor");
+    onUpdate = nullptr;
+  }
+  /// Pretends that the path is `path` now. Does nothing before `start` and after `cancel`.
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
@@ -352,7 +373,7 @@ struct RealParts {
   Processes* processes = nullptr;
   const ServiceControl* serviceControl = nullptr;
   LaunchAgents* launchAgents = nullptr;
-  StatusBar* statusBar = nullptr;
+  StatusItem* statusItem = nullptr;
   Alerts* alerts = nullptr;
   Images* images = nullptr;
 };
@@ -363,14 +384,14 @@ struct FakePlatform {
   CallLog log;
   VirtualClock clock;
   FakeLoop loop{clock, log};
-  FakeStatusBar statusBar{log};
+  FakeStatusItem statusItem{log};
   FakeStatusFeed statusFeed{loop.mainQueue()};
   FakeRequests requests;
   FakeAlerts alerts{loop.mainQueue(), log};
   FakeImages images;
   FakeNotifications notifications{log};
   FakePowerAssertions powerAssertions{log};
-  FakePathMonitors pathMonitors{log};
+  FakePathMonitor pathMonitor{log};
   FakeUserDefaults userDefaults;
   FakeMainBundle mainBundle;
   FakeProcesses processes{clock, log};

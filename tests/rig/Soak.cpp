@@ -132,7 +132,7 @@ void Soak::networkReports() {
                                               {.satisfied = true, .usesWiredEthernet = true}};
   const NetworkPath path = chance.among(paths);
   rules.networkChanges(path);
-  machine.pathMonitors.report(path);
+  machine.pathMonitor.report(path);
 }
 
 void Soak::networkFlaps() {
@@ -142,7 +142,7 @@ void Soak::networkFlaps() {
 void Soak::userChooses() {
   const bool isOff = !controller->isAutoConnectEnabled();
   std::vector<std::string> offered;
-  for (const auto& item : machine.statusBar.menu().items) {
+  for (const auto& item : machine.statusItem.menu().items) {
     if (item.action.empty() || !item.enabled || item.action == "quit") continue;
     // While auto-connect is off, little happens. So offer each row that turns it on eight times instead of
     // once.

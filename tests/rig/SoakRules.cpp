@@ -93,9 +93,9 @@ void SoakRules::look() {
   rule(!logged("release unknown assertion"), "an assertion is released that is not held");
   if (logged("setMenu ")) {
     ++menusSeen;
-    checkMenu(machine.statusBar.menu());
+    checkMenu(machine.statusItem.menu());
   }
-  if (logged("setButton ")) checkButton(machine.statusBar.button());
+  if (logged("setButton ")) checkButton(machine.statusItem.button());
   forgetWhatWasSeen();
 }
 
@@ -119,9 +119,7 @@ void SoakRules::checkMenu(const Menu& menu) const {
   rule(published.has_value(), "a status line that cannot be read");
   rule(menu.items[1].title.starts_with(std::string(menuIcon(published->lamp)) + std::string(lampRowMiddle)),
        "the lamp that others are told");
-  rule(published->session.projectTitle ==
-           displayRow(menu.items[7].title.substr(std::string_view("同步專案：").size())),
-       "the project that others are told");
+  rule(published->lines.at(6) == displayRow(menu.items[7].title), "the project that others are told");
   keepsSecrets(machine.statusFeed.lines.back());
 }
 
@@ -147,8 +145,8 @@ void SoakRules::keepsSecrets(const std::string& text) const {
 void SoakRules::forgetWhatWasSeen() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();
-  keepLast(machine.statusBar.menus);
-  keepLast(machine.statusBar.buttons);
+  keepLast(machine.statusItem.menus);
+  keepLast(machine.statusItem.buttons);
   keepLast(machine.statusFeed.lines);
   forget(machine.log);
   forget(machine.alerts.shown);
@@ -171,7 +169,7 @@ void SoakRules::checkCalm() const {
   rule(loop.mainJobs() + loop.workerJobs() + loop.delayedJobs() == 0 && linesRunning == 0,
        "something is under way for ever");
   rule(controller.weak_from_this().use_count() == 1, "somebody holds the controller");
-  const auto& items = machine.statusBar.menu().items;
+  const auto& items = machine.statusItem.menu().items;
   const bool isOn = controller.isAutoConnectEnabled();
   const auto isRow = [&](std::size_t number, const std::string& title) {
     rule(items[number - 1].title == title,
@@ -190,7 +188,7 @@ void SoakRules::checkEnd() const {
   rule(ending && stopsAtEnd == 1, "an end without the stop");
   rule(machine.powerAssertions.held.empty(), "power assertions that outlive the end");
   rule(machine.loop.liveTimers() == 0, "a timer that outlives the end");
-  rule(machine.pathMonitors.onUpdate == nullptr, "the network is watched after the end");
+  rule(machine.pathMonitor.onUpdate == nullptr, "the network is watched after the end");
   for (const auto& entry : machine.log)
     rule(!entry.starts_with("set"), "something is drawn after the end: " + entry);
 }

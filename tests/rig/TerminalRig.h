@@ -130,6 +130,7 @@ class TerminalRig {
     face = std::make_unique<TerminalFace>(loop, colored, colored, desktop);
     toProgram.reading.reset();
     fromProgram.writing.reset();
+    face->addToStatusBar(StatusItem::squareLength);
   }
 
   void type(std::string_view text) const {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -203,14 +204,14 @@ struct EmptyDesk : ::testing::Test {
   Menu lastMenu;
   int clicks = 0;
   int registrations = 0;  ///< how many registrations the tray has confirmed
-  TrayStatusBar bar{{.bus = bus,
-                     .queue = loop.mainQueue(),
-                     .bundle = bundle,
-                     .onClick = [this] { ++clicks; },
-                     .onToken = [this](std::string_view token) { lastToken = token; },
-                     .onMenu = [this](const Menu& menu) { lastMenu = menu; },
-                     .onRegistered = [this] { ++registrations; }}};
-  std::unique_ptr<StatusItem> item;
+  std::optional<StatusNotifierItem> item{
+      TrayParts{.bus = bus,
+                .queue = loop.mainQueue(),
+                .bundle = bundle,
+                .onClick = [this] { ++clicks; },
+                .onToken = [this](std::string_view token) { lastToken = token; },
+                .onMenu = [this](const Menu& menu) { lastMenu = menu; },
+                .onRegistered = [this] { ++registrations; }}};
   std::unique_ptr<TrayHost> host;
 };
 
@@ -220,7 +221,7 @@ struct TrayDesk : EmptyDesk {
     daemon.start();
     showTray();
     bus.connect();
-    item = bar.statusItem(squareStatusItemLength);
+    item->addToStatusBar(StatusItem::squareLength);
     ASSERT_TRUE(host->hasItem());
   }
 };

@@ -4,41 +4,17 @@
 
 namespace kestrune::testing {
 
-class FakeLoop::LoopQueue final : public MainQueue {
+class FakeLoop::QueueFake final : public MainQueue {
  public:
-  explicit LoopQueue(FakeLoop& givenLoop) : loop(givenLoop) {}
+  QueueFake(FakeLoop& givenLoop, std::string label, std::deque<Job>& givenJobs)
+      : loop(givenLoop), name(std::move(label)), jobs(givenJobs) {}
+  ~QueueFake() override { *open = false; }
   const std::string& label() const override { return name; }
   void async(Job job) override {
-    if (!loop.mainClosed) loop.main.push_back(std::move(job));
+    if (*open) jobs.push_back(unlessClosed(std::move(job)));
   }
   void asyncAfter(Seconds delay, Job job) override {
-    if (!loop.mainClosed) loop.delayed.push_back({loop.clock.awakeTime() + delay, std::move(job)});
-  }
-  void close() override {
-    loop.mainClosed = true;
-    loop.main.clear();
-    loop.delayed.clear();
-  }
-
- private:
-  FakeLoop& loop;
-  const std::string name = "main";
-};
-
-class FakeLoop::SerialFake final : public DispatchQueue {
- public:
-  SerialFake(FakeLoop& givenLoop, std::string label, QueueTarget target)
-      : loop(givenLoop),
-        name(std::move(label)),
-        jobs(target == QueueTarget::mainThread ? givenLoop.main : givenLoop.worker) {}
-  ~SerialFake() override { *open = false; }
-  const std::string& label() const override { return name; }
-  void async(Job job) override {
-    if (*open) {
-      jobs.push_back([stillOpen = open, job = std::move(job)] {
-        if (*stillOpen) job();
-      });
-    }
+    if (*open) loop.delayed.push_back({loop.clock.awakeTime() + delay, unlessClosed(std::move(job))});
   }
   void close() override {
     *open = false;
@@ -46,6 +22,12 @@ class FakeLoop::SerialFake final : public DispatchQueue {
   }
 
  private:
+  Job unlessClosed(Job job) const {
+    return [stillOpen = open, job = std::move(job)] {
+      if (*stillOpen) job();
+    };
+  }
+
   FakeLoop& loop;
   const std::string name;
   std::deque<Job>& jobs;
@@ -69,7 +51,7 @@ class FakeLoop::TimerFake final : public Timer {
 };
 
 FakeLoop::FakeLoop(VirtualClock& givenClock, CallLog& givenLog)
-    : clock(givenClock), log(givenLog), queue(std::make_unique<LoopQueue>(*this)) {}
+    : clock(givenClock), log(givenLog), queue(std::make_unique<QueueFake>(*this, "main", main)) {}
 
 FakeLoop::~FakeLoop() {
   // Destroys the jobs first: a job may hold the last reference to a controller, which owns a timer here.
@@ -102,7 +84,8 @@ std::unique_ptr<DispatchQueue> FakeLoop::makeSerialQueue(std::string label, Qual
                                                          QueueTarget target) {
   log.push_back("makeSerialQueue " + label);
   madeQueues.push_back({label, qualityOfService, target});
-  return std::make_unique<SerialFake>(*this, std::move(label), target);
+  return std::make_unique<QueueFake>(*this, std::move(label),
+                                     target == QueueTarget::mainThread ? main : worker);
 }
 
 std::unique_ptr<Timer> FakeLoop::scheduleRepeating(Seconds interval, std::function<void()> action) {

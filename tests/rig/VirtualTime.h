@@ -7,10 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "ports/Application.h"
 #include "ports/Clock.h"
-#include "ports/DispatchQueue.h"
-#include "ports/Timer.h"
+#include "ports/Loop.h"
 
 namespace kestrune::testing {
 
@@ -95,8 +93,7 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   std::vector<MadeQueue> madeQueues;
 
  private:
-  class LoopQueue;
-  class SerialFake;
+  class QueueFake;
   class TimerFake;
   struct Delayed {
     Seconds due;
@@ -114,12 +111,11 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   VirtualClock& clock;
   CallLog& log;
-  std::unique_ptr<LoopQueue> queue;
+  std::unique_ptr<QueueFake> queue;
   std::deque<Job> main;
   std::deque<Job> worker;
   std::list<Delayed> delayed;
   std::list<Tick> timers;
-  bool mainClosed = false;
   bool terminated = false;
 };
 

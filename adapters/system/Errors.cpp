@@ -1,4 +1,4 @@
-#include "adapters/system/StandardError.h"
+#include "adapters/system/Errors.h"
 
 #include <poll.h>
 #include <unistd.h>

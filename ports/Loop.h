@@ -1,0 +1,121 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "ports/Clock.h"
+
+namespace kestrune {
+
+/// Is told of the start and the end of an application. All calls are made on the main thread.
+class ApplicationDelegate {
+ public:
+  virtual ~ApplicationDelegate() = default;
+
+  /// Called once, when the main loop starts.
+  virtual void applicationDidFinishLaunching() = 0;
+
+  /// Called once, after the main loop has ended and before the process ends.
+  virtual void applicationWillTerminate() = 0;
+};
+
+/// A regular application has a main window and an entry in the list of running programs; an accessory has
+/// only its item in the status bar.
+enum class ActivationPolicy { regular = 0, accessory = 1 };
+
+/// The process as the desktop sees it, and its main loop.
+class Application {
+ public:
+  virtual ~Application() = default;
+
+  /// Sets how the desktop shows the application. Main thread.
+  virtual void setActivationPolicy(ActivationPolicy policy) = 0;
+
+  /// Runs the main loop until `terminate` is called, and tells `delegate` of the start and the end. Returns
+  /// the exit status of the process. Called once, on the main thread.
+  virtual int run(ApplicationDelegate& delegate) = 0;
+
+  /// Ends the main loop as soon as the running callback has returned. Further calls do nothing. Main thread.
+  virtual void terminate() = 0;
+};
+
+using Job = std::function<void()>;
+
+/// Runs jobs one at a time, in the order in which they were posted.
+class DispatchQueue {
+ public:
+  /// Does not wait for the running job, which finishes by itself. A job that runs on the main thread must not
+  /// destroy its own queue.
+  virtual ~DispatchQueue() = default;
+
+  virtual const std::string& label() const = 0;
+
+  /// Queues `job` and returns. The call itself never runs `job`. Any thread.
+  virtual void async(Job job) = 0;
+
+  /// Drops all jobs that have not begun, and all jobs posted later. Does not wait for the running job, which
+  /// finishes by itself. Main thread.
+  virtual void close() = 0;
+};
+
+/// The queue of the main thread. The application's main loop runs its jobs.
+class MainQueue : public DispatchQueue {
+ public:
+  /// Like `async`, but runs `job` after at least `delay`, not counting time in suspend. Any thread.
+  virtual void asyncAfter(Seconds delay, Job job) = 0;
+};
+
+enum class QualityOfService { standard, userInitiated };
+
+/// Where the jobs of a serial queue run: on the queue's own thread, or on the main thread between other jobs.
+enum class QueueTarget { ownThread, mainThread };
+
+/// Creates the queues of the process.
+class Dispatch {
+ public:
+  virtual ~Dispatch() = default;
+
+  virtual MainQueue& mainQueue() = 0;
+
+  /// Returns a new queue, never null. Main thread.
+  virtual std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
+                                                         QueueTarget target) = 0;
+};
+
+/// A running timer. The destructor stops it.
+class Timer {
+ public:
+  virtual ~Timer() = default;
+
+  /// Stops the timer: the action does not run again. May be called more than once. Main thread.
+  virtual void invalidate() = 0;
+};
+
+class Timers {
+ public:
+  virtual ~Timers() = default;
+
+  /// Runs `action` on the main thread every `interval`, first after one interval. Time in suspend counts, but
+  /// all ticks missed in suspend or while the main thread is busy become one tick. Main thread.
+  virtual std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) = 0;
+
+  /// Runs `action` once on the main thread, after `delay`. Time in suspend counts. Main thread.
+  std::unique_ptr<Timer> scheduleOnce(Seconds delay, std::function<void()> action) {
+    auto once = std::make_unique<OneShot>();
+    once->timer = scheduleRepeating(delay, [timer = &once->timer, action = std::move(action)] {
+      timer->reset();
+      action();
+    });
+    return once;
+  }
+
+ private:
+  struct OneShot final : Timer {
+    void invalidate() override { timer.reset(); }
+    std::unique_ptr<Timer> timer;
+  };
+};
+
+}  // namespace kestrune
