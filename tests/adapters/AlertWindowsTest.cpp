@@ -133,13 +133,6 @@ TEST_F(TheAlertWindows, AcceptATokenOfAtMost4096Bytes) {
   EXPECT_EQ(accepted(std::string(4097, 't')), "");
 }
 
-TEST_F(TheAlertWindows, AreRaisedWithTheActivationTokenWhenAnotherAlertWaits) {
-  DialogsRun& run = open("a");
-  windows.giveToken("token");
-  present("b");
-  EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "token");
-}
-
 TEST_F(TheAlertWindows, GiveUpAWholeStackFromTheTop) {
   DialogsRun& run = open("first");
   target->onPerform = [this] { present("top"); };
