@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ports/Image.h"
+#include "ports/QRCode.h"
 
 namespace kestrune {
 
@@ -21,6 +22,12 @@ class PngImages final : public Images {
 
  private:
   const std::vector<std::string> dataFolders;
+};
+
+/// Makes QR codes with libqrencode.
+class QRSymbols final : public QRCodeGenerator {
+ public:
+  std::vector<Bitmap> generate(const std::string& message) override;
 };
 
 }  // namespace kestrune
