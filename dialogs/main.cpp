@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QFileInfo>
 #include <QIcon>
 #include <QImageReader>
+#include <QPixmap>
 #include <QTranslator>
 #include <csignal>
 #include <cstdio>
@@ -50,22 +50,14 @@ void startNoBus() {
 }
 
 QIcon programIcon() {
-  // The icons are beside the program (build tree, or the backend's folder), else in the install prefix.
-  const QString folder = QCoreApplication::applicationDirPath();
-  for (const auto& resources :
-       {folder + QStringLiteral("/resources"), folder + QStringLiteral("/../share/kestrune-menu-client")}) {
-    // Skip a missing folder: QImageReader would warn about each missing file.
-    if (!QFileInfo(resources).isDir()) continue;
-    QIcon icon;
-    for (const int side : {16, 24, 32, 48, 64}) {
-      QImageReader reader(resources + QStringLiteral("/codex-menubar-%1.png").arg(side), "png");
-      // Do not detect the format, because that would load all image plugins.
-      reader.setAutoDetectImageFormat(false);
-      if (const QImage image = reader.read(); !image.isNull()) icon.addPixmap(QPixmap::fromImage(image));
-    }
-    if (!icon.isNull()) return icon;
+  QIcon icon;
+  for (const int side : {16, 24, 32, 48, 64}) {
+    QImageReader reader(QStringLiteral(":/resources/codex-menubar-%1.png").arg(side), "png");
+    // Do not detect the format, because that would load all image plugins.
+    reader.setAutoDetectImageFormat(false);
+    icon.addPixmap(QPixmap::fromImageReader(&reader));
   }
-  return {};
+  return icon;
 }
 
 /// Translates the words in Qt's context menus of texts and fields to Traditional Chinese.
