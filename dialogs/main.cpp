@@ -100,7 +100,7 @@ int main(int argumentCount, char** arguments) {
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
-  kestrune::dialogs::prepareForScreenReaders();
+  kestrune::dialogs::hideMaskedText();
   kestrune::dialogs::preferColorEmoji();
   QtWords words;
   QCoreApplication::installTranslator(&words);

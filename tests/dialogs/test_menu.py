@@ -171,9 +171,11 @@ class Following(Menus):
 
     def test_when_the_focused_row_is_disabled_no_other_row_gets_the_focus(self):
         self.open()
-        self.rows["手動停止連線"].focus()
+        row = self.rows["手動停止連線"]
+        row.focus()
         self.program.send(menu(connection="busy"))
-        self.window.has_focus()
+        row.wait(lambda node: node.role() == "label", "label")
+        self.assertIn("focused", row.states())
         self.screen.screenshot("menu-busy")
         self.assertEqual(self.window.names("label")[-2:], ["正在重新檢查並恢復連線…", "查看與設定"])
         self.screen.keys("Return", "space", "ctrl+x")
