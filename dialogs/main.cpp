@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "dialogs/Appearance.h"
-#include "dialogs/ColorScheme.h"
 #include "dialogs/DialogWindow.h"
 #include "dialogs/ScreenReaders.h"
 #include "dialogs/Session.h"
