@@ -1,6 +1,7 @@
 #include "dialogs/MenuWindow.h"
 
 #include <QAccessibleWidget>
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPushButton>
@@ -26,15 +27,6 @@ constexpr double largestWidth = 520;
 constexpr double edge = 6;  // space above the first row and below the last row
 constexpr double beforeKeys = 16;
 constexpr double separatorHeight = 9;
-
-/// A scroll area that does not handle key events but leaves them to the window.
-class Area final : public QScrollArea {
- public:
-  using QScrollArea::QScrollArea;
-
- protected:
-  void keyPressEvent(QKeyEvent* event) override { event->ignore(); }
-};
 
 /// Returns the shortcut of an item. The result is empty if the item has no shortcut.
 QKeySequence keysOf(const MenuItem& item) {
@@ -175,9 +167,8 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // Leave the other keys to the window, which scrolls to the row that gets the focus. With its arrow
-      // keys, a QPushButton would move the focus without scrolling.
-      event->ignore();
+      // Pass the other keys to the window at once: the scroll area would handle the arrow keys itself.
+      QCoreApplication::sendEvent(window(), event);
   }
 }
 
@@ -243,7 +234,7 @@ QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
 
 }  // namespace
 
-MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new Area) {
+MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new QScrollArea) {
   QAccessible::installFactory(&accessibleRow);
   setName(QString());
   setFocusPolicy(Qt::ClickFocus);
