@@ -255,7 +255,7 @@ void MenuWindow::setMenu(const Menu& menu) {
                                  [](const MenuRow* row, const MenuItem& item) { return row->id == item.id; });
   QWidget* const content = isNew ? new QWidget : nullptr;
   if (isNew) {
-    layout = new QVBoxLayout(content);
+    auto* const layout = new QVBoxLayout(content);
     layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
     layout->setSpacing(0);
     rows.clear();
@@ -284,11 +284,11 @@ void MenuWindow::setMenu(const Menu& menu) {
   area->setWidget(content);
   content->setAutoFillBackground(false);
   setFocus();
-  resize(widthForRows(), std::min(layout->sizeHint().height(), roomForWindow().height()));
+  resize(widthForRows(), std::min(content->sizeHint().height(), roomForWindow().height()));
 }
 
 int MenuWindow::widthForRows() const {
-  const QSize wanted = layout->sizeHint();
+  const QSize wanted = area->widget()->sizeHint();
   const QSize room = roomForWindow();
   const int bar = wanted.height() > room.height() ? area->verticalScrollBar()->sizeHint().width() : 0;
   return std::min(std::clamp(wanted.width(), pixels(leastWidth), pixels(largestWidth)) + bar, room.width());

@@ -7,7 +7,6 @@
 #include "ports/Menu.h"
 
 class QScrollArea;
-class QVBoxLayout;
 
 namespace kestrune::dialogs {
 
@@ -36,7 +35,6 @@ class MenuWindow final : public DialogWindow {
   void moveFocus(bool next);
 
   QScrollArea* area;
-  QVBoxLayout* layout = nullptr;  ///< the layout of the rows; null before the first call of `setMenu`
   std::vector<MenuRow*> rows;
 };
 
