@@ -29,7 +29,6 @@ constexpr double widestLongText = 640;
 constexpr double highestLongText = 520;
 
 constexpr double betweenTexts = 2;  // added to the spacing of the widget style
-constexpr double narrowestButton = 84;
 
 constexpr qsizetype longestTitle = 300;  // UTF-16 units
 constexpr int mostTitleLines = 3;
@@ -151,7 +150,6 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
   layout->addStretch();
   for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
     auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
-    button->setMinimumWidth(pixels(narrowestButton));
     connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
     layout->addWidget(button);
   }

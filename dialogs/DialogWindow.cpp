@@ -22,7 +22,6 @@ bool scrollByKey(QScrollBar& bar, QKeyEvent& event) {
 }
 
 DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
-  setWindowFlag(Qt::WindowContextHelpButtonHint, false);
   if (beneath != nullptr) setWindowModality(Qt::WindowModal);
 }
 

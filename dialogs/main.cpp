@@ -62,7 +62,6 @@ QIcon programIcon() {
 /// Translates the words in Qt's context menus of texts and fields to Traditional Chinese.
 class QtWords final : public QTranslator {
  public:
-  bool isEmpty() const override { return false; }
   QString translate(const char*, const char* text, const char*, int) const override {
     static constexpr std::pair<std::string_view, const char*> words[] = {
         {"&Undo", "復原(&U)"},  {"&Redo", "重做(&R)"}, {"Cu&t", "剪下(&T)"},   {"&Copy", "複製(&C)"},
@@ -104,7 +103,6 @@ int main(int argumentCount, char** arguments) {
   QtWords words;
   QCoreApplication::installTranslator(&words);
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));
-  QCoreApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
   QGuiApplication::setDesktopFileName(QStringLiteral("com.dovrel.kestrune.menuclient"));
   QGuiApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setWindowIcon(programIcon());
