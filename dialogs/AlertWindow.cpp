@@ -67,7 +67,6 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
     area->setWidget(body);
     area->setWidgetResizable(true);
     layout->addWidget(area, 1);
-    flexible = true;
   } else {
     layout->addWidget(body, 1);
   }
@@ -78,7 +77,8 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   auto* const firstField = body->findChild<QLineEdit*>();
   (firstField != nullptr ? static_cast<QWidget*>(firstField) : firstButton)->setFocus();
 
-  if (flexible) {
+  // The user may resize a window of which a part scrolls.
+  if (findChild<QAbstractScrollArea*>() != nullptr) {
     resize(layout->totalSizeHint().boundedTo(roomForWindow()));
   } else {
     layout->setSizeConstraint(QLayout::SetFixedSize);
@@ -132,15 +132,12 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
                                           std::min(pixels(highestLongText), room.height() - taken)));
       longText->setAccessibleName(accessibleName());
       grid->addWidget(longText, row++, 0, 1, 2);
-      flexible = true;
     }
   }
   texts->addStretch();
 
-  if (view != nullptr) {
+  if (view != nullptr)
     grid->addWidget(view, row, 0, 1, 2, canShrink(*view) ? Qt::Alignment() : Qt::AlignHCenter);
-    flexible = flexible || canShrink(*view);
-  }
 }
 
 QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
