@@ -29,7 +29,6 @@ constexpr double widestLongText = 640;
 constexpr double highestLongText = 520;
 
 constexpr double betweenTexts = 2;  // added to the spacing of the widget style
-constexpr double narrowestButton = 84;
 
 constexpr qsizetype longestTitle = 300;  // UTF-16 units
 constexpr int mostTitleLines = 3;
@@ -68,7 +67,6 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
     area->setWidget(body);
     area->setWidgetResizable(true);
     layout->addWidget(area, 1);
-    flexible = true;
   } else {
     layout->addWidget(body, 1);
   }
@@ -79,7 +77,8 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   auto* const firstField = body->findChild<QLineEdit*>();
   (firstField != nullptr ? static_cast<QWidget*>(firstField) : firstButton)->setFocus();
 
-  if (flexible) {
+  // The user may resize a window of which a part scrolls.
+  if (findChild<QAbstractScrollArea*>() != nullptr) {
     resize(layout->totalSizeHint().boundedTo(roomForWindow()));
   } else {
     layout->setSizeConstraint(QLayout::SetFixedSize);
@@ -133,15 +132,12 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
                                           std::min(pixels(highestLongText), room.height() - taken)));
       longText->setAccessibleName(accessibleName());
       grid->addWidget(longText, row++, 0, 1, 2);
-      flexible = true;
     }
   }
   texts->addStretch();
 
-  if (view != nullptr) {
+  if (view != nullptr)
     grid->addWidget(view, row, 0, 1, 2, canShrink(*view) ? Qt::Alignment() : Qt::AlignHCenter);
-    flexible = flexible || canShrink(*view);
-  }
 }
 
 QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
@@ -151,7 +147,6 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
   layout->addStretch();
   for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
     auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
-    button->setMinimumWidth(pixels(narrowestButton));
     connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
     layout->addWidget(button);
   }

@@ -42,7 +42,6 @@ class AlertWindow final : public DialogWindow {
   QLabel* icon = nullptr;
   LongText* longText = nullptr;
   QWidget* body = nullptr;  ///< all of the window except the row of buttons
-  bool flexible = false;    ///< whether a part of the window scrolls, so that the window may be resized
 };
 
 }  // namespace kestrune::dialogs

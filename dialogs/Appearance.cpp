@@ -1,11 +1,17 @@
 #include "dialogs/Appearance.h"
 
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QEventLoop>
 #include <QFontDatabase>
 #include <QScreen>
-#include <QWidget>
+#include <QStyle>
+#include <QTimer>
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 
 namespace kestrune::dialogs {
@@ -17,22 +23,34 @@ constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
 constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels; 8 pt at 96 dpi
 constexpr double secondaryShare = 0.68;  // of the text colour in secondary text; the rest is window colour
 
-constexpr std::array emojiFamilies{
-    "Noto Color Emoji", "Twitter Color Emoji", "Twemoji",   "Apple Color Emoji",
-    "Segoe UI Emoji",   "OpenMoji Color",      "Emoji One", "EmojiOne Mozilla",
-    "Emoji Two",        "JoyPixels",           "Blobmoji"};
-
 // What the frame adds to the width and height of a window, in pixels. This is an estimate, because the real
 // frame is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
-}  // namespace
+constexpr uint preferDark = 1;  // a value of the portal's setting color-scheme
+constexpr std::chrono::milliseconds portalPatience{100};
 
-double textSize() {
-  const QFont font = QApplication::font();
-  if (font.pixelSize() > 0) return font.pixelSize();
-  return font.pointSizeF() * QGuiApplication::primaryScreen()->logicalDotsPerInchY() / 72;
+/// Returns the size of the desktop's font, in logical pixels.
+int textSize() {
+  return QFontInfo(QApplication::font()).pixelSize();
 }
+
+bool isDark(const QPalette& palette) {
+  return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
+}
+
+/// Returns the dark palette that later versions of Qt have for the widget style Fusion.
+QPalette darkPalette() {
+  const QColor window(50, 50, 50);
+  QPalette palette(window, window);
+  palette.setColor(QPalette::Base, QColor(36, 36, 36));
+  palette.setColor(QPalette::Highlight, QColor(48, 140, 198));
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+    palette.setColor(QPalette::Disabled, role, QColor(130, 130, 130));
+  return palette;
+}
+
+}  // namespace
 
 int pixels(double points) {
   return static_cast<int>(std::lround(points * std::max(1.0, textSize() / usualTextSize)));
@@ -55,8 +73,8 @@ void preferColorEmoji() {
   // the alias here.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
-  for (const char* const family : emojiFamilies) {
-    if (const auto name = QString::fromLatin1(family); installed.contains(name)) substitutions.append(name);
+  for (const auto& family : {QStringLiteral("Noto Color Emoji"), QStringLiteral("Twemoji")}) {
+    if (installed.contains(family)) substitutions.append(family);
   }
   QFontDatabase::addApplicationFont(QStringLiteral(":/resources/lamps.ttf"));
   substitutions.append(QStringLiteral("Kestrune Lamps"));
@@ -82,6 +100,44 @@ QSize roomForWindow() {
     room = room.boundedTo(screen->availableSize());
   }
   return room - windowFrame;
+}
+
+ColorScheme::ColorScheme() {
+  const auto service = QStringLiteral("org.freedesktop.portal.Desktop");
+  const auto path = QStringLiteral("/org/freedesktop/portal/desktop");
+  const auto interface = QStringLiteral("org.freedesktop.portal.Settings");
+  const QStringList setting{QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme")};
+  QDBusConnection bus = QDBusConnection::sessionBus();
+  bus.connect(service, path, interface, QStringLiteral("SettingChanged"), setting, QString(), this,
+              SLOT(follow(QDBusMessage)));
+  auto question = QDBusMessage::createMethodCall(service, path, interface, QStringLiteral("Read"));
+  question << setting[0] << setting[1];
+  auto* const answer = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
+  connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] { follow(answer->reply()); });
+  // Wait for the answer here. A window painted before the answer would be light first and then turn dark.
+  QEventLoop wait;
+  connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
+  QTimer::singleShot(portalPatience, &wait, &QEventLoop::quit);
+  wait.exec();
+}
+
+void ColorScheme::follow(const QDBusMessage& message) {
+  if (message.type() == QDBusMessage::ErrorMessage || message.arguments().isEmpty()) return;
+  // The signal `SettingChanged` contains the value in a variant. The answer to the portal's method `Read` has
+  // one more variant around it.
+  QVariant value = message.arguments().last();
+  while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
+  const bool dark = value.toUInt() == preferDark;
+  if (dark == darkened) return;
+  if (!dark) {
+    QApplication::setPalette(QPalette());
+  } else if (QApplication::style()->name() == QLatin1String("fusion") && !isDark(QApplication::palette())) {
+    // Only Fusion gets the dark palette, because other styles have palettes of their own.
+    QApplication::setPalette(darkPalette());
+  } else {
+    return;
+  }
+  darkened = dark;
 }
 
 }  // namespace kestrune::dialogs

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QColor>
+#include <QDBusMessage>
 #include <QFont>
+#include <QObject>
 #include <QPalette>
 #include <QSize>
 
@@ -11,9 +13,6 @@
 // view are in points. A font of 13 points is as large as the desktop's font.
 
 namespace kestrune::dialogs {
-
-/// Returns the size of the application font, in logical pixels.
-double textSize();
 
 /// Converts points to logical pixels. A point is one pixel, or more when the desktop's font is larger than 10
 /// pt, so that texts still fit.
@@ -33,5 +32,23 @@ QColor colorFor(TextColor color, const QPalette& palette);
 /// Returns the largest size of a window, without its frame, that fits on every screen, in logical pixels.
 /// Every screen counts, because a window's screen is unknown before the window appears.
 QSize roomForWindow();
+
+/// Sets a dark palette while the desktop portal says "prefer dark" (its setting color-scheme) and Qt's own
+/// palette is light. This is needed because Qt before 6.5 does not follow GNOME's setting. Without a portal,
+/// the palette is not changed.
+class ColorScheme final : public QObject {
+  Q_OBJECT
+
+ public:
+  /// Asks the portal and waits at most 100 ms for its answer. An answer that comes later still takes effect.
+  ColorScheme();
+
+ private Q_SLOTS:
+  /// Handles a message whose last argument is the setting: the portal's answer, or its signal.
+  void follow(const QDBusMessage& message);
+
+ private:
+  bool darkened = false;  ///< whether the dark palette of this class is set now
+};
 
 }  // namespace kestrune::dialogs

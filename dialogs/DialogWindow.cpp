@@ -16,22 +16,12 @@ bool isOnWayland() {
   return answer;
 }
 
-bool scrollByKey(QScrollBar& bar, const QKeyEvent& event) {
-  static constexpr std::pair<Qt::Key, QAbstractSlider::SliderAction> actions[] = {
-      {Qt::Key_PageUp, QAbstractSlider::SliderPageStepSub},
-      {Qt::Key_PageDown, QAbstractSlider::SliderPageStepAdd},
-      {Qt::Key_Home, QAbstractSlider::SliderToMinimum},
-      {Qt::Key_End, QAbstractSlider::SliderToMaximum}};
-  for (const auto& [key, action] : actions) {
-    if (event.key() != key) continue;
-    bar.triggerAction(action);
-    return true;
-  }
-  return false;
+bool scrollByKey(QScrollBar& bar, QKeyEvent& event) {
+  bar.event(&event);
+  return event.isAccepted();
 }
 
 DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
-  setWindowFlag(Qt::WindowContextHelpButtonHint, false);
   if (beneath != nullptr) setWindowModality(Qt::WindowModal);
 }
 

@@ -9,8 +9,8 @@ namespace kestrune::dialogs {
 
 bool isOnWayland();
 
-/// Scrolls and returns true if the key is Page Up, Page Down, Home or End. Else returns false.
-bool scrollByKey(QScrollBar& bar, const QKeyEvent& event);
+/// Lets the scroll bar handle a key. Returns whether the key scrolls: arrows, Page Up, Page Down, Home, End.
+bool scrollByKey(QScrollBar& bar, QKeyEvent& event);
 
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {

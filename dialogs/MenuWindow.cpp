@@ -1,13 +1,21 @@
 #include "dialogs/MenuWindow.h"
 
+#include <QAccessibleWidget>
+#include <QCoreApplication>
 #include <QKeyEvent>
+#include <QPainter>
+#include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QStyleOptionMenuItem>
+#include <QTextDocument>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <utility>
 
 #include "dialogs/Appearance.h"
+#include "dialogs/PlainText.h"
+#include "text/Text.h"
 
 namespace kestrune::dialogs {
 
@@ -17,21 +25,219 @@ namespace {
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
 constexpr double edge = 6;  // space above the first row and below the last row
+constexpr double beforeKeys = 16;
+constexpr double separatorHeight = 9;
 
-/// A scroll area that does not handle key events but leaves them to the window.
-class Area final : public QScrollArea {
- public:
-  using QScrollArea::QScrollArea;
-
- protected:
-  void keyPressEvent(QKeyEvent* event) override { event->ignore(); }
-};
+/// Returns the shortcut of an item. The result is empty if the item has no shortcut.
+QKeySequence keysOf(const MenuItem& item) {
+  const QString key = QString::fromStdString(item.keyEquivalent);
+  if (key.isEmpty()) return {};
+  return QKeySequence::fromString(
+      (key.front().isUpper() ? QStringLiteral("Ctrl+Shift+") : QStringLiteral("Ctrl+")) + key);
+}
 
 }  // namespace
 
-MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new Area) {
+/// A row in a menu window, painted like an item in the desktop's menus. A press does not change the check
+/// mark of the row; only `setItem` changes it.
+///
+/// A row that cannot be chosen is not disabled in Qt. Styles make disabled items too pale, but most of these
+/// rows are there to be read. And if the focused row were disabled, Qt would move the focus to the next row,
+/// which the user's next key would choose by mistake.
+class MenuRow final : public QPushButton {
+ public:
+  explicit MenuRow(int itemId);
+
+  const int id;  ///< the identifier of the row's menu item
+
+  /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
+  /// is painted as the heading of its section. `keyWidth`: pixels; width of the menu's widest shortcut.
+  void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
+
+  bool isChoosable() const { return choosable; }
+
+  /// Returns the role that screen readers announce: separator, text, check box or push button.
+  QAccessible::Role role() const { return accessibleRole; }
+
+  QSize sizeHint() const override;
+  QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
+
+ protected:
+  void nextCheckState() override {}
+  void keyPressEvent(QKeyEvent* event) override;
+  void enterEvent(QEnterEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  QStyleOptionMenuItem option() const;
+  QString elidedTitle() const;
+  void updateToolTip();
+
+  bool choosable = false;
+  QAccessible::Role accessibleRole = QAccessible::StaticText;
+  QString wholeTitle;
+  int keyRoom = 0;
+};
+
+MenuRow::MenuRow(int itemId) : id(itemId) {
+  // Without this, Return would press the first row when no row has the focus.
+  setAutoDefault(false);
+  setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+}
+
+void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
+  const bool isLabel = !item.isSeparator && !item.enabled && item.action.empty();
+  accessibleRole = item.isSeparator ? QAccessible::Separator
+                   : isLabel        ? QAccessible::StaticText
+                   : item.checked   ? QAccessible::CheckBox
+                                    : QAccessible::PushButton;
+  wholeTitle = QString::fromStdString(displayRow(item.title));
+  keyRoom = keyWidth;
+  QFont font;
+  font.setWeight(isLabel && beginsSection ? QFont::DemiBold : QFont::Normal);
+  setFont(font);
+  setAccessibleName(wholeTitle);
+  setText(withoutMnemonics(wholeTitle));
+  // Set the shortcut after the text, because setText removes it.
+  setShortcut(keysOf(item));
+  setCheckable(item.checked.has_value());
+  setChecked(item.checked.value_or(false));
+  choosable = item.enabled && !item.isSeparator;
+  setFocusPolicy(choosable ? Qt::StrongFocus : Qt::NoFocus);
+  updateToolTip();
+  updateGeometry();
+  update();
+}
+
+/// Returns the style options of the row. Their text is a tab and the shortcut, because widget styles
+/// right-align what follows a tab; without a shortcut it is empty. The caller puts the title in front of it.
+QStyleOptionMenuItem MenuRow::option() const {
+  QStyleOptionMenuItem made;
+  made.initFrom(this);
+  made.menuItemType = accessibleRole == QAccessible::Separator ? QStyleOptionMenuItem::Separator
+                                                               : QStyleOptionMenuItem::Normal;
+  made.menuHasCheckableItems = true;
+  made.maxIconWidth = 0;
+  made.menuRect = rect();
+  made.font = font();
+  if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
+  made.checked = isChecked();
+  const QColor color = colorFor(choosable ? TextColor::primary : TextColor::secondary, palette());
+  // Set all three roles, because a style may take the text colour from any of them.
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+    made.palette.setColor(role, color);
+  made.state.setFlag(QStyle::State_Selected, hasFocus() && choosable);
+  made.state.setFlag(QStyle::State_Sunken, isDown() && choosable);
+  if (!shortcut().isEmpty()) {
+    made.reservedShortcutWidth = keyRoom;
+    made.text = QLatin1Char('\t') + shortcut().toString(QKeySequence::NativeText);
+  }
+  return made;
+}
+
+QSize MenuRow::sizeHint() const {
+  QStyleOptionMenuItem measured = option();
+  if (measured.menuItemType == QStyleOptionMenuItem::Separator) return {0, pixels(separatorHeight)};
+  const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
+  // Put the title into `text` too, because the style Breeze measures `text` and ignores `content`.
+  measured.text.prepend(withoutMnemonics(wholeTitle));
+  // Some styles add the reserved width of the shortcut, others do not. So tell the style that the shortcut
+  // has no width, and add the width to the style's result below.
+  const int keys = std::exchange(measured.reservedShortcutWidth, 0);
+  return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
+         QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
+}
+
+/// Returns the title, shortened with "…" to the width that the style leaves for the title.
+QString MenuRow::elidedTitle() const {
+  // sizeHint measures the whole title, not the shortened one, for which it could return the style's minimum
+  // width.
+  const int missing = sizeHint().width() - width();
+  if (missing <= 0) return wholeTitle;
+  const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
+  return fontMetrics().elidedText(wholeTitle, Qt::ElideRight, std::max(0, whole - missing));
+}
+
+void MenuRow::keyPressEvent(QKeyEvent* event) {
+  switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+      return click();
+    case Qt::Key_Space:
+      return QPushButton::keyPressEvent(event);
+    default:
+      // Pass the other keys to the window at once: the scroll area would handle the arrow keys itself.
+      QCoreApplication::sendEvent(window(), event);
+  }
+}
+
+void MenuRow::enterEvent(QEnterEvent* event) {
+  QPushButton::enterEvent(event);
+  if (choosable && isActiveWindow()) setFocus(Qt::MouseFocusReason);
+}
+
+void MenuRow::paintEvent(QPaintEvent*) {
+  QStyleOptionMenuItem drawn = option();
+  drawn.text.prepend(withoutMnemonics(elidedTitle()));
+  QPainter painter(this);
+  style()->drawControl(QStyle::CE_MenuItem, &drawn, &painter, this);
+}
+
+void MenuRow::resizeEvent(QResizeEvent* event) {
+  QPushButton::resizeEvent(event);
+  updateToolTip();
+}
+
+/// Sets the whole title as tool tip if the row shows it shortened. As HTML, because a tool tip would
+/// interpret some titles as HTML.
+void MenuRow::updateToolTip() {
+  setToolTip(elidedTitle() == wholeTitle ? QString()
+                                         : Qt::convertFromPlainText(wholeTitle, Qt::WhiteSpaceNormal));
+}
+
+namespace {
+
+/// Tells screen readers the kind of a row and its shortcut.
+class AccessibleRow final : public QAccessibleWidget {
+ public:
+  explicit AccessibleRow(MenuRow& represented) : QAccessibleWidget(&represented), row(represented) {}
+
+  QAccessible::Role role() const override { return row.role(); }
+  QAccessible::State state() const override {
+    QAccessible::State state = QAccessibleWidget::state();
+    state.checkable = row.isCheckable();
+    state.checked = row.isChecked();
+    state.disabled = !row.isChoosable() && role() != QAccessible::StaticText;
+    return state;
+  }
+  QStringList actionNames() const override {
+    if (!row.isChoosable()) return {};
+    return QStringList(row.isCheckable() ? toggleAction() : pressAction()) + QAccessibleWidget::actionNames();
+  }
+  void doAction(const QString& action) override {
+    if (action == toggleAction() || action == pressAction()) return row.click();
+    QAccessibleWidget::doAction(action);
+  }
+  QStringList keyBindingsForAction(const QString&) const override {
+    return {row.shortcut().toString(QKeySequence::NativeText)};
+  }
+
+ private:
+  MenuRow& row;
+};
+
+QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
+  auto* const row = dynamic_cast<MenuRow*>(object);
+  return row != nullptr ? new AccessibleRow(*row) : nullptr;
+}
+
+}  // namespace
+
+MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new QScrollArea) {
+  QAccessible::installFactory(&accessibleRow);
   setName(QString());
-  setFocusPolicy(Qt::StrongFocus);
+  setFocusPolicy(Qt::ClickFocus);
   setMinimumWidth(pixels(leastWidth));
   auto* const whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
@@ -49,14 +255,15 @@ void MenuWindow::setMenu(const Menu& menu) {
                                  [](const MenuRow* row, const MenuItem& item) { return row->id == item.id; });
   QWidget* const content = isNew ? new QWidget : nullptr;
   if (isNew) {
-    layout = new QVBoxLayout(content);
+    auto* const layout = new QVBoxLayout(content);
     layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
     layout->setSpacing(0);
     rows.clear();
-    last = -1;
     for (const auto& item : menu.items) {
       auto* const row = new MenuRow(item.id);
-      connect(row, &QPushButton::clicked, this, [this, row] { choose(row->id); });
+      connect(row, &QPushButton::clicked, this, [this, row] {
+        if (row->isChoosable()) choose(row->id);
+      });
       layout->addWidget(row);
       rows.push_back(row);
     }
@@ -69,26 +276,19 @@ void MenuWindow::setMenu(const Menu& menu) {
   }
   bool beginsSection = true;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const MenuItem& item = menu.items[i];
-    if (focusWidget() == rows[i] && !item.enabled) {
-      // This row becomes disabled. Qt would move the focus to the next row, and the user's next key would
-      // choose that row by mistake. So give the focus to the window.
-      last = static_cast<std::ptrdiff_t>(i);
-      setFocus();
-    }
-    rows[i]->setItem(item, beginsSection, keyWidth);
-    beginsSection = item.isSeparator;
+    rows[i]->setItem(menu.items[i], beginsSection, keyWidth);
+    beginsSection = menu.items[i].isSeparator;
   }
   // The window may grow but does not shrink: otherwise its width would jump at each change of the menu.
   if (!isNew) return resize(std::max(width(), widthForRows()), height());
   area->setWidget(content);
   content->setAutoFillBackground(false);
   setFocus();
-  resize(widthForRows(), std::min(layout->sizeHint().height(), roomForWindow().height()));
+  resize(widthForRows(), std::min(content->sizeHint().height(), roomForWindow().height()));
 }
 
 int MenuWindow::widthForRows() const {
-  const QSize wanted = layout->sizeHint();
+  const QSize wanted = area->widget()->sizeHint();
   const QSize room = roomForWindow();
   const int bar = wanted.height() > room.height() ? area->verticalScrollBar()->sizeHint().width() : 0;
   return std::min(std::clamp(wanted.width(), pixels(leastWidth), pixels(largestWidth)) + bar, room.width());
@@ -108,36 +308,29 @@ void MenuWindow::reject() {
 }
 
 void MenuWindow::keyPressEvent(QKeyEvent* event) {
-  const auto count = static_cast<std::ptrdiff_t>(rows.size());
-  const auto focused = std::find(rows.begin(), rows.end(), focusWidget());
-  if (focused != rows.end()) last = focused - rows.begin();
   switch (event->key()) {
-    case Qt::Key_Down:
-      return moveFrom(last, 1);
-    case Qt::Key_Up:
-      return moveFrom(last < 0 ? count : last, -1);
     case Qt::Key_Home:
-      return moveFrom(-1, 1);
+      setFocus();
+      [[fallthrough]];
+    case Qt::Key_Down:
+      return moveFocus(true);
     case Qt::Key_End:
-      return moveFrom(count, -1);
+      setFocus();
+      [[fallthrough]];
+    case Qt::Key_Up:
+      return moveFocus(false);
     default:
       if (!scrollByKey(*area->verticalScrollBar(), *event)) DialogWindow::keyPressEvent(event);
   }
 }
 
-void MenuWindow::moveFrom(std::ptrdiff_t index, int step) {
-  const auto first =
-      std::find_if(rows.begin(), rows.end(), [](const MenuRow* row) { return row->isEnabled(); });
-  if (first == rows.end()) return;
-  const auto count = static_cast<std::ptrdiff_t>(rows.size());
-  MenuRow* row = nullptr;
-  do {
-    index = (index + step + count) % count;
-    row = rows[static_cast<std::size_t>(index)];
-  } while (!row->isEnabled());
-  row->setFocus(Qt::TabFocusReason);
+void MenuWindow::moveFocus(bool next) {
+  if (!focusNextPrevChild(next)) return;
+  QWidget* const row = focusWidget();
   area->ensureWidgetVisible(row, 0, row->height());
   // The rows above the first choosable row cannot get the focus. Scroll up, so that they can be read.
+  const auto first =
+      std::find_if(rows.begin(), rows.end(), [](const MenuRow* each) { return each->isChoosable(); });
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 

@@ -1,17 +1,16 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <vector>
 
 #include "dialogs/DialogWindow.h"
-#include "dialogs/MenuRow.h"
 #include "ports/Menu.h"
 
 class QScrollArea;
-class QVBoxLayout;
 
 namespace kestrune::dialogs {
+
+class MenuRow;
 
 /// A window that shows a menu, for desktops without a tray. The keys work as in a menu. At first no row has
 /// the keyboard focus, so that a key press meant for another window does not choose a row.
@@ -32,13 +31,11 @@ class MenuWindow final : public DialogWindow {
  private:
   int widthForRows() const;
   void choose(int id);
-  /// Moves the focus from row `index` to the next choosable row: down for `step` 1, up for -1. Wraps around.
-  void moveFrom(std::ptrdiff_t index, int step);
+  /// Moves the focus to the next or the previous choosable row, and scrolls to it. Wraps around.
+  void moveFocus(bool next);
 
   QScrollArea* area;
-  QVBoxLayout* layout = nullptr;  ///< the layout of the rows; null before the first call of `setMenu`
   std::vector<MenuRow*> rows;
-  std::ptrdiff_t last = -1;  ///< index of the row that had the focus most recently; -1: no row has had it
 };
 
 }  // namespace kestrune::dialogs

@@ -26,10 +26,6 @@ void appendReadable(std::string& readable, std::string_view line) {
   }
 }
 
-QString toQString(std::string_view utf8) {
-  return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
-}
-
 /// Returns where to break a line that is too long: after a space, else between two grapheme clusters
 /// (characters with their combining marks). A cluster may have any number of marks. So if no place between
 /// two clusters is near, the break may be anywhere, except inside a surrogate pair.
@@ -55,19 +51,15 @@ QString readableText(std::string_view utf8) {
     if (!first) readable += '\n';
     appendReadable(readable, line);
   }
-  return toQString(readable);
+  return QString::fromStdString(readable);
 }
 
 QString readableLine(std::string_view utf8) {
-  return toQString(withoutControls(utf8));
+  return QString::fromStdString(withoutControls(utf8));
 }
 
 QString withoutMnemonics(QString text) {
   return text.replace(QLatin1Char('&'), QStringLiteral("&&"));
-}
-
-QString toolTipText(const QString& text) {
-  return QStringLiteral("<qt>") + text.toHtmlEscaped() + QStringLiteral("</qt>");
 }
 
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width) {

@@ -18,9 +18,6 @@ QString readableLine(std::string_view utf8);
 /// Returns `text` with each "&" doubled, for a widget that would underline the character after a single "&".
 QString withoutMnemonics(QString text);
 
-/// Returns `text` as escaped HTML for a tool tip. A tool tip would interpret some unescaped texts as HTML.
-QString toolTipText(const QString& text);
-
 /// Returns `text`, with "…" in the middle if it is wider than `width` pixels. Fast for any length.
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 

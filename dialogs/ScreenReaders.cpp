@@ -1,11 +1,7 @@
 #include "dialogs/ScreenReaders.h"
 
-#include <QAccessibleWidget>
+#include <QAccessible>
 #include <QLineEdit>
-#include <algorithm>
-#include <array>
-
-#include "dialogs/MenuRow.h"
 
 namespace kestrune::dialogs {
 
@@ -27,10 +23,7 @@ QString masked(const QString& text) {
 /// Returns whether the event is about text, but from a widget without a text interface. QLabel sends such
 /// events. Qt warns on standard error about each of them, so they are dropped.
 bool isPointless(QAccessibleEvent& event) {
-  static constexpr std::array textEvents{QAccessible::TextInserted, QAccessible::TextRemoved,
-                                         QAccessible::TextUpdated, QAccessible::TextCaretMoved,
-                                         QAccessible::TextSelectionChanged};
-  if (std::find(textEvents.begin(), textEvents.end(), event.type()) == textEvents.end()) return false;
+  if (dynamic_cast<QAccessibleTextCursorEvent*>(&event) == nullptr) return false;
   QAccessibleInterface* const source = event.accessibleInterface();
   return source == nullptr || source->textInterface() == nullptr;
 }
@@ -60,44 +53,10 @@ void tell(QAccessibleEvent* event) {
   }
 }
 
-class AccessibleRow final : public QAccessibleWidget {
- public:
-  explicit AccessibleRow(MenuRow& represented) : QAccessibleWidget(&represented), row(represented) {}
-
-  QAccessible::Role role() const override { return row.role(); }
-  QAccessible::State state() const override {
-    QAccessible::State state = QAccessibleWidget::state();
-    state.checkable = row.isCheckable();
-    state.checked = row.isChecked();
-    if (role() == QAccessible::StaticText) state.disabled = false;
-    return state;
-  }
-  QStringList actionNames() const override {
-    if (!row.isEnabled()) return {};
-    return QStringList(row.isCheckable() ? toggleAction() : pressAction()) + QAccessibleWidget::actionNames();
-  }
-  void doAction(const QString& action) override {
-    if (action == toggleAction() || action == pressAction()) return row.click();
-    QAccessibleWidget::doAction(action);
-  }
-  QStringList keyBindingsForAction(const QString&) const override {
-    return {row.shortcut().toString(QKeySequence::NativeText)};
-  }
-
- private:
-  MenuRow& row;
-};
-
-QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
-  auto* const row = dynamic_cast<MenuRow*>(object);
-  return row != nullptr ? new AccessibleRow(*row) : nullptr;
-}
-
 }  // namespace
 
-void prepareForScreenReaders() {
+void hideMaskedText() {
   QAccessible::installUpdateHandler(&tell);
-  QAccessible::installFactory(&accessibleRow);
 }
 
 }  // namespace kestrune::dialogs

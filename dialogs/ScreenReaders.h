@@ -2,11 +2,9 @@
 
 namespace kestrune::dialogs {
 
-/// Changes what Qt tells screen readers over the accessibility bus (AT-SPI). Call it once, before the first
-/// window.
-///
-/// For password fields it masks the text: Qt shows dots on the screen, but sends every inserted and deleted
-/// character to all listeners on the bus. For the rows of a menu it reports their kind and their shortcuts.
-void prepareForScreenReaders();
+/// Masks the text of password fields for screen readers. Call it once, before the first window. Qt shows dots
+/// on the screen, but sends every inserted and deleted character to all listeners on the accessibility bus
+/// (AT-SPI).
+void hideMaskedText();
 
 }  // namespace kestrune::dialogs

@@ -4,7 +4,6 @@
 
 #include <QCoreApplication>
 #include <QTimer>
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -55,10 +54,6 @@ void Session::take(const std::string& line) {
 
 void Session::perform(const ShowAlert& request) {
   const int id = request.id;
-  const auto known = [id](const AlertWindow* each) { return each->id == id; };
-  if (menu) return refuse("an alert, while the menu is shown");
-  if (std::any_of(alerts.begin(), alerts.end(), known)) return refuse("an alert that is open already");
-
   auto* const window = new AlertWindow(id, request.alert, alerts.empty() ? nullptr : alerts.back());
   window->onShown = [this, id] { tell(Shown{id}); };
   window->onPressed = [this, id](const std::string& action) { tell(Pressed{id, action}); };
@@ -108,7 +103,6 @@ bool Session::raise() {
 }
 
 void Session::perform(const ShowMenu& request) {
-  if (!alerts.empty()) return refuse("the menu, while an alert is shown");
   if (menu) return menu->setMenu(request.menu);
 
   menu = std::make_unique<MenuWindow>();

@@ -8,6 +8,7 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QStyleOptionFrame>
+#include <QTextDocument>
 #include <QTextLayout>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -74,7 +75,8 @@ class Label final : public QLabel {
     const int height = std::max(metrics.size(0, shown).height(), metrics.height());
     setFixedSize(width, view.height > 0 ? pixels(view.height) : height);
     const auto joined = [](QString lines) { return lines.remove(QLatin1Char('\n')); };
-    if (joined(shown) != joined(text())) setToolTip(toolTipText(text()));
+    // As HTML, because a tool tip would interpret some texts as HTML.
+    if (joined(shown) != joined(text())) setToolTip(Qt::convertFromPlainText(text(), Qt::WhiteSpaceNormal));
   }
 
  protected:

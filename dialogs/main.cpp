@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QFileInfo>
 #include <QIcon>
 #include <QImageReader>
+#include <QPixmap>
 #include <QTranslator>
 #include <csignal>
 #include <cstdio>
@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "dialogs/Appearance.h"
-#include "dialogs/ColorScheme.h"
 #include "dialogs/DialogWindow.h"
 #include "dialogs/ScreenReaders.h"
 #include "dialogs/Session.h"
@@ -50,28 +49,19 @@ void startNoBus() {
 }
 
 QIcon programIcon() {
-  // The icons are beside the program (build tree, or the backend's folder), else in the install prefix.
-  const QString folder = QCoreApplication::applicationDirPath();
-  for (const auto& resources :
-       {folder + QStringLiteral("/resources"), folder + QStringLiteral("/../share/kestrune-menu-client")}) {
-    // Skip a missing folder: QImageReader would warn about each missing file.
-    if (!QFileInfo(resources).isDir()) continue;
-    QIcon icon;
-    for (const int side : {16, 24, 32, 48, 64}) {
-      QImageReader reader(resources + QStringLiteral("/codex-menubar-%1.png").arg(side), "png");
-      // Do not detect the format, because that would load all image plugins.
-      reader.setAutoDetectImageFormat(false);
-      if (const QImage image = reader.read(); !image.isNull()) icon.addPixmap(QPixmap::fromImage(image));
-    }
-    if (!icon.isNull()) return icon;
+  QIcon icon;
+  for (const int side : {16, 24, 32, 48, 64}) {
+    QImageReader reader(QStringLiteral(":/resources/codex-menubar-%1.png").arg(side), "png");
+    // Do not detect the format, because that would load all image plugins.
+    reader.setAutoDetectImageFormat(false);
+    icon.addPixmap(QPixmap::fromImageReader(&reader));
   }
-  return {};
+  return icon;
 }
 
 /// Translates the words in Qt's context menus of texts and fields to Traditional Chinese.
 class QtWords final : public QTranslator {
  public:
-  bool isEmpty() const override { return false; }
   QString translate(const char*, const char* text, const char*, int) const override {
     static constexpr std::pair<std::string_view, const char*> words[] = {
         {"&Undo", "復原(&U)"},  {"&Redo", "重做(&R)"}, {"Cu&t", "剪下(&T)"},   {"&Copy", "複製(&C)"},
@@ -108,12 +98,11 @@ int main(int argumentCount, char** arguments) {
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
-  kestrune::dialogs::prepareForScreenReaders();
+  kestrune::dialogs::hideMaskedText();
   kestrune::dialogs::preferColorEmoji();
   QtWords words;
   QCoreApplication::installTranslator(&words);
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));
-  QCoreApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
   QGuiApplication::setDesktopFileName(QStringLiteral("com.dovrel.kestrune.menuclient"));
   QGuiApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setWindowIcon(programIcon());

@@ -208,13 +208,13 @@ std::string withoutEscapeSequences(std::string_view text) {
 }
 
 std::string withoutControls(std::string_view text) {
-  const std::string rest = withoutEscapeSequences(text);
+  const std::string withoutSequences = withoutEscapeSequences(text);
   std::string plain;
-  plain.reserve(rest.size());
-  for (std::size_t at = 0; at < rest.size();) {
-    const Decoded decoded = decode(std::string_view(rest).substr(at));
-    plain += isReadable(decoded.character) ? rest.substr(at, decoded.length) : " ";
-    at += decoded.length;
+  plain.reserve(withoutSequences.size());
+  for (std::string_view rest = withoutSequences; !rest.empty();) {
+    const Decoded decoded = decode(rest);
+    plain += isReadable(decoded.character) ? rest.substr(0, decoded.length) : " ";
+    rest.remove_prefix(decoded.length);
   }
   return plain;
 }

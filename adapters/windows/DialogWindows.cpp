@@ -8,14 +8,8 @@ namespace kestrune {
 DialogWindows::DialogWindows(EventLoop& givenLoop, DialogProgram& givenProgram)
     : AlertQueue(givenLoop.mainQueue()), loop(givenLoop), program(givenProgram) {}
 
-DialogWindows::~DialogWindows() = default;
-
 void DialogWindows::giveToken(std::string_view given) {
   token = given.size() <= longestToken ? given : "";
-}
-
-std::string DialogWindows::takeToken() {
-  return std::exchange(token, {});
 }
 
 void DialogWindows::close() {
@@ -34,13 +28,13 @@ void DialogWindows::show(const Open& shown) {
           if (!failed) program.report("it ended without an answer");
           giveUp();
         });
-    if (!alertProcess->start(takeToken())) return giveUp();
+    if (!alertProcess->start(std::exchange(token, {}))) return giveUp();
   }
   alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
 }
 
 void DialogWindows::raise() {
-  if (alertProcess) alertProcess->send(dialogs::Raise{takeToken()});
+  if (alertProcess) alertProcess->send(dialogs::Raise{std::exchange(token, {})});
 }
 
 void DialogWindows::alertEvent(const dialogs::Event& event) {
@@ -74,13 +68,13 @@ void DialogWindows::setMenu(const Menu& changed) {
 }
 
 void DialogWindows::showMenu() {
-  if (menuProcess) return menuProcess->send(dialogs::Raise{takeToken()});
+  if (menuProcess) return menuProcess->send(dialogs::Raise{std::exchange(token, {})});
   // The second handler is needed because the process ends without an event if the user closes the window
   // without a choice.
   menuProcess = std::make_unique<DialogProcess>(
       loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
       [this](bool) { menuProcess.reset(); });
-  if (!menuProcess->start(takeToken())) return menuProcess.reset();
+  if (!menuProcess->start(std::exchange(token, {}))) return menuProcess.reset();
   menuProcess->show(dialogs::ShowMenu{menu}, 0);
 }
 

@@ -18,7 +18,6 @@ class DialogWindows final : public AlertQueue {
  public:
   /// `loop` and `program` outlive this object.
   DialogWindows(EventLoop& loop, DialogProgram& program);
-  ~DialogWindows() override;
 
   /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray, which lets the window
   /// opened by this click take the focus. It is used for the next window only. Any program on the bus may
@@ -36,7 +35,6 @@ class DialogWindows final : public AlertQueue {
  private:
   void show(const Open& shown) override;
   void raise() override;
-  std::string takeToken();
   void alertEvent(const dialogs::Event& event);
   void menuEvent(const dialogs::Event& event);
   void giveUp();

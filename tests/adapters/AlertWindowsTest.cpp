@@ -133,13 +133,6 @@ TEST_F(TheAlertWindows, AcceptATokenOfAtMost4096Bytes) {
   EXPECT_EQ(accepted(std::string(4097, 't')), "");
 }
 
-TEST_F(TheAlertWindows, AreRaisedWithTheActivationTokenWhenAnotherAlertWaits) {
-  DialogsRun& run = open("a");
-  windows.giveToken("token");
-  present("b");
-  EXPECT_EQ(run.asked<dialogs::Raise>(1).front().activationToken, "token");
-}
-
 TEST_F(TheAlertWindows, GiveUpAWholeStackFromTheTop) {
   DialogsRun& run = open("first");
   target->onPerform = [this] { present("top"); };
@@ -282,16 +275,14 @@ const Failure failures[] = {
     {"Crashes", "kill -9 $$", "it ended before its window appeared"},
     {"ClosesItsOutput", "exec >&-" AND_HANG, "it ended before its window appeared"},
     {"Hangs", AND_HANG, "its window did not appear", Seconds{0.02}},
-    {"ShowsAnother", "echo '{\"version\":2,\"shown\":{\"id\":77}}'" AND_HANG, "its window did not appear",
+    {"ShowsAnother", "echo '{\"version\":3,\"shown\":{\"id\":77}}'" AND_HANG, "its window did not appear",
      Seconds{0.02}},
     {"SaysNonsense", "echo nonsense" AND_HANG, "it answered: a line that is not of the protocol"},
-    {"SaysNothingKnown", "echo '{\"version\":2}'" AND_HANG,
-     "it answered: a line that is not of the protocol"},
     {"NeverEndsItsLine", "exec " TEST_CHILD " flood 17000000 pause", "it answered without end", patience},
-    {"IsOfAnotherVersion", "echo '{\"version\":3,\"shown\":{\"id\":1}}'" AND_HANG,
-     "it answered: it speaks version 3 of the protocol, this half version 2; install both from the same "
+    {"IsOfAnotherVersion", "echo '{\"version\":4,\"shown\":{\"id\":1}}'" AND_HANG,
+     "it answered: it speaks version 4 of the protocol, this half version 3; install both from the same "
      "build"},
-    {"Refuses", "echo '{\"version\":2,\"refused\":{\"reason\":\"too much\"}}'" AND_HANG, "too much"},
+    {"Refuses", "echo '{\"version\":3,\"refused\":{\"reason\":\"too much\"}}'" AND_HANG, "too much"},
 };
 
 struct AlertWindowsWithAProgramThat : TheAlertWindows, ::testing::WithParamInterface<Failure> {};

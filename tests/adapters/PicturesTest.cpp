@@ -4,8 +4,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "adapters/pictures/PngImages.h"
-#include "adapters/pictures/QRSymbols.h"
+#include "adapters/pictures/Pictures.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/OutputOf.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "adapters/pictures/QRSymbols.h"
+#include "adapters/pictures/Pictures.h"
 #include "adapters/terminal/TerminalDialogue.h"
 #include "tests/rig/FormViews.h"
 #include "tests/rig/OutputOf.h"

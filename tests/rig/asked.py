@@ -1,12 +1,25 @@
 """Makes the requests that the client sends to KestruneMenuDialogs."""
 
-VERSION = 2  # the version of the protocol
+VERSION = 3  # the version of the protocol
+
+# The enumerations of the protocol, which are sent as numbers.
+ENUMERATIONS = {
+    "style": ("warning", "informational"),
+    "kind": ("label", "textField", "secureTextField", "button", "image", "stack", "scroll", "container"),
+    "fontWeight": ("regular", "medium", "semibold"), "textColor": ("primary", "secondary"),
+    "textAlignment": ("natural", "center"), "lineBreak": ("wordWrap", "truncateMiddle"),
+    "alignment": ("leading", "centerX")}
+
+
+def numbered(described):
+    """Returns `described` with numbers instead of the names of enumerators."""
+    return described | {name: names.index(described[name]) for name, names in ENUMERATIONS.items() if name in described}
 
 
 def alert(number, title="標題", text="內容", buttons=("好",), style="informational", view=None):
     described = {"style": style, "messageText": title, "informativeText": text, "buttons": list(buttons),
                  "accessoryView": view}
-    return {"showAlert": {"id": number, "alert": described}}
+    return {"showAlert": {"id": number, "alert": numbered(described)}}
 
 
 def title_of(request):
@@ -19,10 +32,11 @@ def raising(token=""):
 
 
 def view(kind, *children, **properties):
-    return {"kind": kind, "identifier": "", "text": "", "placeholder": "", "action": "", "accessibilityLabel": "",
-            "fontSize": 13, "fontWeight": "regular", "textColor": "primary", "textAlignment": "natural",
-            "lineBreak": "wordWrap", "maximumLines": 0, "width": 0, "height": 0, "alignment": "leading", "spacing": 0,
-            "insets": insets(0, 0, 0, 0), "image": None, "children": list(children), **properties}
+    return numbered({
+        "kind": kind, "identifier": "", "text": "", "placeholder": "", "action": "", "accessibilityLabel": "",
+        "fontSize": 13, "fontWeight": "regular", "textColor": "primary", "textAlignment": "natural",
+        "lineBreak": "wordWrap", "maximumLines": 0, "width": 0, "height": 0, "alignment": "leading", "spacing": 0,
+        "insets": insets(0, 0, 0, 0), "image": None, "children": list(children), **properties})
 
 
 def insets(top, left, bottom, right):

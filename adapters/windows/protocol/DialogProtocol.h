@@ -8,11 +8,12 @@
 
 // The protocol between the client and KestruneMenuDialogs: one JSON object per line. Requests go to the
 // program's standard input, events come from its standard output. Both programs link these functions. Each
-// line has the version, because after an upgrade one of the two running programs may be older.
+// line has the version, because after an upgrade one of the two running programs may be older. Enumerations
+// are numbers.
 
 namespace kestrune::dialogs {
 
-inline constexpr int protocolVersion = 2;
+inline constexpr int protocolVersion = 3;
 
 /// Asks to show this alert on top of the open alerts. `id` is greater than 0 and was not used before.
 struct ShowAlert {
@@ -69,7 +70,8 @@ using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// Returns the message in `line`, or the reason why the line is invalid.
+/// Returns the message in `line`, or the reason why the line is invalid. An event is accepted only if it is
+/// exactly as `encode` writes it. The values in a request are not checked.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 

@@ -23,4 +23,10 @@ class PngImages final : public Images {
   const std::vector<std::string> dataFolders;
 };
 
+/// Makes QR codes with libqrencode.
+class QRSymbols final : public QRCodeGenerator {
+ public:
+  std::vector<Bitmap> generate(const std::string& message) override;
+};
+
 }  // namespace kestrune

@@ -1,0 +1,159 @@
+#include "adapters/pictures/Pictures.h"
+
+#include <png.h>
+#include <qrencode.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "adapters/system/WholeFile.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr std::array sizes{22, 16, 24, 32,
+                           44, 48, 64};  // pixels; the first size that a theme has is the image's size
+constexpr unsigned largestSide = 1024;   // pixels; larger pictures are refused
+constexpr std::string_view icnsSignature = "icns";
+constexpr std::size_t icnsHeader = 8;  // bytes; four letters and the big-endian length of header and content
+
+constexpr int quietZone = 4;  // the white border on each side, in modules (squares of the code)
+constexpr std::size_t bytesPerPixel = 4;
+constexpr std::uint8_t white = 255;
+constexpr std::uint8_t black = 0;
+
+/// Adds the picture in a PNG to `bitmaps`. Skips a PNG that is damaged or too large.
+void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
+  png_image reader{};
+  reader.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_memory(&reader, bytes.data(), bytes.size())) return;
+  if (reader.width > largestSide || reader.height > largestSide) return png_image_free(&reader);
+  reader.format = PNG_FORMAT_RGBA;
+  Bitmap bitmap{static_cast<int>(reader.width), static_cast<int>(reader.height), {}};
+  bitmap.rgba.resize(PNG_IMAGE_SIZE(reader));
+  if (png_image_finish_read(&reader, nullptr, bitmap.rgba.data(), 0, nullptr))
+    bitmaps.push_back(std::move(bitmap));
+}
+
+std::size_t bigEndian(std::string_view bytes) {
+  std::size_t value = 0;
+  for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+  return value;
+}
+
+/// Adds the pictures in a PNG or ICNS file to `bitmaps`. In an ICNS file, only PNGs are read; pictures in its
+/// older formats, which are smaller, are skipped.
+void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
+  std::string content;
+  if (readWholeFile(path, content)) return;
+  std::string_view rest = content;
+  if (!rest.starts_with(icnsSignature) || rest.size() <= icnsHeader) return addPng(bitmaps, rest);
+  rest.remove_prefix(icnsHeader);
+  while (rest.size() > icnsHeader) {
+    const std::size_t length = bigEndian(rest.substr(4, 4));
+    if (length <= icnsHeader || length > rest.size()) return;
+    addPng(bitmaps, rest.substr(icnsHeader, length - icnsHeader));
+    rest.remove_prefix(length);
+  }
+}
+
+/// Returns an image with as many points as the first bitmap has pixels; null if there are no bitmaps.
+ImageRef makeImage(std::vector<Bitmap> bitmaps) {
+  if (bitmaps.empty()) return nullptr;
+  auto image = std::make_shared<Image>();
+  image->width = bitmaps.front().width;
+  image->height = bitmaps.front().height;
+  std::stable_sort(bitmaps.begin(), bitmaps.end(),
+                   [](const Bitmap& a, const Bitmap& b) { return a.width < b.width; });
+  image->bitmaps = std::move(bitmaps);
+  return image;
+}
+
+std::uint8_t toByte(double value) {
+  return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
+}
+
+/// Returns the QR code of `message`, one pixel per module. Absent when `message` is too long for this error
+/// correction `level`.
+std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
+  constexpr int anyVersion = 0;
+  const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(
+      QRcode_encodeData(static_cast<int>(message.size()),
+                        reinterpret_cast<const unsigned char*>(message.data()), anyVersion, level),
+      &QRcode_free);
+  if (!symbol) return std::nullopt;
+
+  const auto width = static_cast<std::size_t>(symbol->width);
+  const std::size_t side = width + std::size_t{2} * quietZone;
+  Bitmap bitmap{static_cast<int>(side), static_cast<int>(side), {}};
+  bitmap.rgba.assign(bytesPerPixel * side * side, white);
+  for (std::size_t row = 0; row < width; ++row) {
+    for (std::size_t column = 0; column < width; ++column) {
+      if ((symbol->data[row * width + column] & 1) == 0) continue;
+      const std::size_t at = bytesPerPixel * ((row + quietZone) * side + column + quietZone);
+      bitmap.rgba[at] = bitmap.rgba[at + 1] = bitmap.rgba[at + 2] = black;
+    }
+  }
+  return bitmap;
+}
+
+}  // namespace
+
+PngImages::PngImages(std::vector<std::string> folders) : dataFolders(std::move(folders)) {}
+
+ImageRef PngImages::imageFromFile(const std::string& path) {
+  std::vector<Bitmap> bitmaps;
+  addFile(bitmaps, path);
+  if (bitmaps.empty()) return nullptr;
+  const std::filesystem::path file(path);
+  for (const int size : sizes) {
+    const std::string name = file.stem().string() + "-" + std::to_string(size) + file.extension().string();
+    addFile(bitmaps, file.parent_path() / name);
+  }
+  return makeImage(std::move(bitmaps));
+}
+
+ImageRef PngImages::imageNamed(const std::string& name) {
+  if (name.find('/') != std::string::npos) return nullptr;
+  for (const auto& folder : dataFolders) {
+    std::vector<Bitmap> bitmaps;
+    for (const int size : sizes) {
+      const std::string side = std::to_string(size);
+      addFile(bitmaps, folder + "/icons/hicolor/" + side + "x" + side + "/apps/" + name + ".png");
+    }
+    if (bitmaps.empty()) addFile(bitmaps, folder + "/pixmaps/" + name + ".png");
+    if (auto image = makeImage(std::move(bitmaps))) return image;
+  }
+  return nullptr;
+}
+
+ImageRef PngImages::applyColorControls(const Image& image, const ColorControls& controls) {
+  auto filtered = std::make_shared<Image>(image);
+  for (auto& bitmap : filtered->bitmaps) {
+    for (std::size_t at = 0; at + 3 < bitmap.rgba.size(); at += 4) {
+      std::uint8_t* const pixel = &bitmap.rgba[at];
+      const double grey = (0.2125 * pixel[0] + 0.7154 * pixel[1] + 0.0721 * pixel[2]) / 255;
+      for (int channel = 0; channel < 3; ++channel) {
+        const double saturated = grey + (pixel[channel] / 255.0 - grey) * controls.saturation;
+        pixel[channel] = toByte((saturated - 0.5) * controls.contrast + 0.5 + controls.brightness);
+      }
+    }
+  }
+  return filtered;
+}
+
+std::vector<Bitmap> QRSymbols::generate(const std::string& message) {
+  const auto usual = symbolFor(message, QR_ECLEVEL_M);
+  if (!usual) return {};
+  const auto compact = symbolFor(message, QR_ECLEVEL_L);
+  return compact->width < usual->width ? std::vector{*compact, *usual} : std::vector{*usual};
+}
+
+}  // namespace kestrune
