@@ -118,8 +118,8 @@ class LinuxHost final : public Host {
         rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
                    [this](const std::string& activationToken) { show(activationToken); }),
         images(folders.data),
-        preferences(folders.config + folderName + "/preferences.json"),
-        agents(folders.config + "/autostart", bundle, folders.data),
+        preferences(files, folders.config + folderName + "/preferences.json"),
+        agents(files, folders.config + "/autostart", bundle, folders.data),
         notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
@@ -242,6 +242,7 @@ class LinuxHost final : public Host {
   const Claim claim;
   const ProgramBundle bundle;
   const UserFolders folders;
+  SystemFileManager files{folders.home};
   EventLoop loop;
   SystemClock clock;
   SessionBus bus;
@@ -256,7 +257,6 @@ class LinuxHost final : public Host {
   DesktopNotifications notifications;
   Inhibitors assertions;
   NetworkMonitors pathMonitors{loop, clock, systemBus};
-  SystemFileManager files{folders.home};
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;
   DesktopWorkspace workspace;

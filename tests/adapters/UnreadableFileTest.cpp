@@ -5,12 +5,11 @@
 #include <random>
 
 #include "adapters/files/Files.h"
-#include "ports/FileManager.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RefusedCall.h"
 
-// replaceUnreadableFile keeps the old file: by a hard link (second name), a copy, or an exchange of names.
+// SystemFileManager::replaceUnreadable keeps the old file: by a hard link, or by RENAME_EXCHANGE.
 
 namespace kestrune::testing {
 namespace {
@@ -27,25 +26,26 @@ struct UnreadableFile : FileTest {
                       setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
     if (!done) throw std::runtime_error("no other user");
   }
-  /// Calls `prepare` and then `replaceUnreadableFile` in a process of its own. Returns the error's message.
-  std::string replaceAfter(const std::function<void()>& prepare) const {
+  /// Calls `prepare` and then `replaceUnreadable` in a process of its own. Returns the error's message, or
+  /// "replaced".
+  std::string replaceAfter(const std::function<void()>& prepare) {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
       prepare();
-      say(replaceUnreadableFile(path, "new").message());
+      const Result<> done = files.replaceUnreadable(path, "new");
+      say(done ? "replaced" : done.reason());
     });
     return program.line();
   }
 
+  SystemFileManager files{"/home/u"};
   const std::string path = folder.file(".env");
   const std::string kept = path + ".unreadable";
 };
 
-const std::string success = std::error_code().message();
-
 TEST_F(UnreadableFile, OldFileIsKept) {
   put("what \xFF was", 0640);
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   EXPECT_EQ(contentsOf(kept), "what \xFF was");
   EXPECT_EQ(modeOf(kept), 0640U);
   EXPECT_EQ(contentsOf(path), "new");
@@ -54,63 +54,39 @@ TEST_F(UnreadableFile, OldFileIsKept) {
 }
 
 TEST_F(UnreadableFile, EachOldFileGetsAFreeName) {
-  for (const char* const text : {"first", "second", "third"}) {
+  fs::create_symlink("nowhere", kept + "-2");
+  for (const char* const text : {"first", "third"}) {
     put(text);
-    EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+    EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   }
   EXPECT_EQ(contentsOf(kept), "first");
-  EXPECT_EQ(contentsOf(kept + "-2"), "second");
+  EXPECT_TRUE(fs::is_symlink(kept + "-2"));
   EXPECT_EQ(contentsOf(kept + "-3"), "third");
-}
-
-TEST_F(UnreadableFile, HardLinkOfAKilledAttemptIsReused) {
-  put("text");
-  std::ofstream(kept) << "older";
-  fs::create_hard_link(path, kept + "-2");
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
-  EXPECT_EQ(contentsOf(kept + "-2"), "text");
-  EXPECT_EQ(names(), (Names{".env", ".env.unreadable", ".env.unreadable-2"}));
 }
 
 TEST_F(UnreadableFile, LinkStaysAndItsTargetIsKept) {
   const std::string target = folder.file("target");
   std::ofstream(target) << "text";
   fs::create_symlink("target", path);
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   EXPECT_TRUE(fs::is_symlink(path));
   EXPECT_EQ(contentsOf(target), "new");
   EXPECT_EQ(contentsOf(target + ".unreadable"), "text");
 }
 
-TEST_F(UnreadableFile, FolderIsLeftAlone) {
-  fs::create_directory(path);
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code(EISDIR, std::system_category()));
-  EXPECT_EQ(names(), Names{".env"});
-}
-
 TEST_F(UnreadableFile, NewFileIsReadableForItsOwner) {
   put("text", 0000);
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   EXPECT_EQ(modeOf(path), 0400U);
   EXPECT_EQ(modeOf(kept), 0000U);
   put("text", 0240);
-  EXPECT_EQ(replaceUnreadableFile(path, "new"), std::error_code());
+  EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   EXPECT_EQ(modeOf(path), 0640U);
 }
 
-TEST_F(UnreadableFile, ReadableFileIsCopiedWithoutHardLinks) {
-  put("what \xFF was", 0640);
-  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
-  EXPECT_EQ(contentsOf(kept), "what \xFF was");
-  EXPECT_EQ(modeOf(kept), 0600U);
-  EXPECT_EQ(contentsOf(path), "new");
-  EXPECT_EQ(modeOf(path), 0640U);
-  EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
-}
-
-TEST_F(UnreadableFile, UnreadableFileIsExchangedWithoutHardLinks) {
+TEST_F(UnreadableFile, FileIsExchangedWithoutHardLinks) {
   put("text", 0040);
-  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
+  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), "replaced");
   EXPECT_EQ(modeOf(kept), 0040U);
   EXPECT_EQ(modeOf(path), 0440U);
   EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
@@ -137,11 +113,6 @@ TEST_F(UnreadableFile, NothingChangesWithoutHardLinkAndExchange) {
 TEST_F(UnreadableFile, NothingChangesWhenTheNewFileCannotBeWritten) {
   put("what \xFF was");
   EXPECT_EQ(replaceAfter([] { refuseCall(SYS_fsync, ENOSPC); }), "No space left on device");
-  EXPECT_EQ(replaceAfter([] {
-              refuseHardLinks(EPERM);
-              refuseCall(SYS_fsync, ENOSPC);
-            }),
-            "No space left on device");
   EXPECT_EQ(contentsOf(path), "what \xFF was");
   EXPECT_EQ(names(), Names{".env"});
 }
@@ -157,7 +128,7 @@ TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
       skipFlushes();
       for (;;) {
         chmod(path.c_str(), 0000);
-        if (const auto failure = replaceUnreadableFile(path, "new")) return say(failure.message());
+        if (const auto done = files.replaceUnreadable(path, "new"); !done) return say(done.reason());
         unlink(kept.c_str());
         say("saved");
       }
@@ -175,7 +146,7 @@ TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
     }
     fs::remove(kept);
   }
-  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), success);
+  EXPECT_EQ(replaceAfter([] { refuseHardLinks(EPERM); }), "replaced");
   EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
 }
 
