@@ -193,8 +193,7 @@ class LinuxHost final : public Host {
   std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
-    return describeClient(loop, rendezvous) +
-           describeSession(loop, bus, systemBus, bundle, processes, dialogsPath());
+    return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
   }
 
   void endWithOutput() override {
