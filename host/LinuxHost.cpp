@@ -73,15 +73,6 @@ void requireDescriptors() {
   }
 }
 
-/// Returns the PID of the client that this process replaces; 0 if there is none. Removes the environment
-/// variable that holds the PID.
-pid_t takePredecessor() {
-  const char* const process = std::getenv(relaunchVariable);
-  const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
-  unsetenv(relaunchVariable);
-  return predecessor;
-}
-
 /// Returns whether systemd started this process as the main process of a service. When the main process ends,
 /// systemd kills all processes of the service. So a restart must not start a new process, but call exec.
 bool isMainProcessOfService(const MainBundle& environment) {
@@ -89,18 +80,15 @@ bool isMainProcessOfService(const MainBundle& environment) {
 }
 
 /// Returns the activation token, by which the desktop lets the window of a started program take the focus;
-/// empty if there is no token. Removes it from the environment, so that no child inherits it.
+/// empty if there is no token.
 std::string takeActivationToken() {
-  std::string token;
-  for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
-    if (const char* const value = std::getenv(name); value != nullptr && *value != '\0') token = value;
-    unsetenv(name);
-  }
-  return token;
+  const std::string startupID = takeVariable("DESKTOP_STARTUP_ID");
+  const std::string token = takeVariable("XDG_ACTIVATION_TOKEN");
+  return token.empty() ? startupID : token;
 }
 
 Claim claimFor(const StartOptions& options) {
-  const pid_t predecessor = takePredecessor();
+  const pid_t predecessor = std::atoi(takeVariable(relaunchVariable).c_str());  // 0 if there is none
   return {.kind = predecessor != 0     ? Claim::Kind::replace
                   : options.background ? Claim::Kind::giveWay
                                        : Claim::Kind::show,
