@@ -200,7 +200,6 @@ struct EmptyDesk : ::testing::Test {
   RoundTrip probe{bus};
   FakeMainBundle bundle;
   std::string lastToken;
-  Menu lastMenu;
   int clicks = 0;
   int registrations = 0;  ///< how many registrations the tray has confirmed
   TrayStatusBar bar{{.bus = bus,
@@ -208,7 +207,6 @@ struct EmptyDesk : ::testing::Test {
                      .bundle = bundle,
                      .onClick = [this] { ++clicks; },
                      .onToken = [this](std::string_view token) { lastToken = token; },
-                     .onMenu = [this](const Menu& menu) { lastMenu = menu; },
                      .onRegistered = [this] { ++registrations; }}};
   std::unique_ptr<StatusItem> item;
   std::unique_ptr<TrayHost> host;
