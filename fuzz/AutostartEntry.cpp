@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "adapters/files/AutostartEntries.h"
+#include "adapters/files/Files.h"
 #include "fuzz/Fuzz.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
@@ -71,7 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string executable = "/there/" + std::string(input.text());
   const std::string repo = "/" + std::string(input.text());
   if (input.byte() == 'v') bundle.environment["KESTRUNE_REPO_PATH"] = repo;
-  AutostartEntries entries(folder.file(""), bundle);
+  SystemFileManager files(folder.file(""));
+  AutostartEntries entries(files, folder.file(""), bundle);
 
   bundle.executable = executable;
   repair(entries, repo, std::string(input.rest()));

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "adapters/files/Files.h"
 #include "adapters/files/PreferencesFile.h"
 #include "fuzz/Fuzz.h"
 #include "tests/rig/ScratchFolder.h"
@@ -24,17 +25,17 @@ json othersIn(const std::string& text, const std::string& key) {
   return preferences;
 }
 
-void keep(const std::string& path, const std::string& key, const std::string& value,
+void keep(SystemFileManager& files, const std::string& path, const std::string& key, const std::string& value,
           const std::string& text) {
-  PreferencesFile preferences(path);
+  PreferencesFile preferences(files, path);
   preferences.setBool(key, true);
   require(preferences.boolForKey(key) == true, "a bool that was set is read");
   require(!preferences.stringForKey(key), "a bool is no string");
   preferences.setString(key, value);
   require(preferences.stringForKey(key) == value, "a string that was set is read");
-  require(PreferencesFile(path).stringForKey(key) == value, "a string that was set is in the file");
+  require(PreferencesFile(files, path).stringForKey(key) == value, "a string that was set is in the file");
 
-  const std::string damaged = path + ".damaged";
+  const std::string damaged = path + ".unreadable";
   if (!std::filesystem::exists(damaged)) {
     require(json::parse(text, nullptr, false).is_object(), "a damaged file is kept");
     require(othersIn(contentsOf(path), key) == othersIn(text, key), "other keys are kept");
@@ -51,6 +52,7 @@ void keep(const std::string& path, const std::string& key, const std::string& va
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const testing::ScratchFolder folder;
+  SystemFileManager files(folder.file(""));
   const std::string path = folder.file("preferences.json");
   fuzz::Input input(data, size);
   const std::string key(input.text());
@@ -58,10 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text(input.rest());
   fuzz::put(path, text);
 
-  static_cast<void>(PreferencesFile(path).boolForKey(key));
-  static_cast<void>(PreferencesFile(path).stringForKey(key));
+  static_cast<void>(PreferencesFile(files, path).boolForKey(key));
+  static_cast<void>(PreferencesFile(files, path).stringForKey(key));
   require(contentsOf(path) == text, "reading changes nothing");
-  if (isValidUtf8(key) && isValidUtf8(value)) keep(path, key, value, text);
-  std::filesystem::remove(path + ".damaged");
+  if (isValidUtf8(key) && isValidUtf8(value)) keep(files, path, key, value, text);
+  std::filesystem::remove(path + ".unreadable");
   return 0;
 }

@@ -1,231 +1,119 @@
 #include "host/Diagnosis.h"
 
-#include <sys/utsname.h>
-#include <unistd.h>
-
-#include <array>
-#include <filesystem>
-#include <functional>
-#include <map>
 #include <optional>
-#include <utility>
-#include <vector>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
-#include "adapters/bus/BusInquiry.h"
 #include "adapters/system/WholeFile.h"
-#include "adapters/tray/StatusNotifierItem.h"
 #include "text/Text.h"
 
 namespace kestrune {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-constexpr Seconds patience{2.0};
-constexpr auto watcher = StatusNotifierItem::watcherName;
-constexpr auto notifications = "org.freedesktop.Notifications";
-constexpr auto sessionManager = "org.gnome.SessionManager";
-constexpr auto powerManagement = "org.freedesktop.PowerManagement";
-constexpr auto loginManager = "org.freedesktop.login1";
+constexpr Seconds patience{30.0};
 
-/// The D-Bus services that the client asks to keep the machine awake, besides logind.
-constexpr std::array keepers{sessionManager, "org.freedesktop.ScreenSaver", powerManagement};
+/// The bash script that describes the session. Its argument is the path of KestruneMenuDialogs. Each program
+/// that it runs has 2 s. If a bus does not answer the first question, the script asks this bus no more. The
+/// bus starts no service for a question.
+constexpr auto script = R"sh(
+exec 2> /dev/null
+daemon=(org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus)
+declare -A state=([user]=answers [system]=answers)
 
-/// The programs that the client runs, besides KestruneMenuDialogs.
-constexpr std::array programs{"bash", "curl", "lsof", "pgrep", "systemctl", "xdg-open", "gio"};
-
-std::string firstLine(const fs::path& file) {
-  std::string text;
-  readWholeFile(file, text);
-  return text.substr(0, text.find('\n'));
+# Calls a method by busctl, and prints the answer. Does nothing if this bus has not answered before. Decodes
+# the escape sequences of busctl, but leaves no double quote inside a string. Usage:
+# call user|system SERVICE PATH INTERFACE METHOD [SIGNATURE ARGUMENT...]
+call() {
+  local reply
+  [[ ${state[$1]} == answers ]] || return
+  reply=$(timeout 2 busctl "--$1" --auto-start=no call "${@:2}") || return
+  printf '%b\n' "${reply//\\\"/\'}"
+}
+# Prints the process that owns a bus name. Usage: owner user|system NAME
+owner() {
+  local process
+  read -r _ process < <(call "$1" "${daemon[@]}" GetConnectionUnixProcessID s "$2")
+  if [[ $process ]]; then echo "$(< "/proc/$process/comm") (process $process)"; else echo none; fi
+}
+# Prints the first line of a program's output. Usage: first_line PROGRAM ARGUMENT...
+first_line() {
+  local line
+  read -r line < <(timeout 2 "$@" 2>&1)
+  echo "${line:-no output within 2 seconds}"
+}
+# Prints a font that has some characters, or the package to install. Usage: font NAME PATTERN PACKAGE
+font() {
+  local family="unknown: fc-list is not installed"
+  if type -P fc-list > /dev/null; then
+    read -r family < <(timeout 2 fc-list --format '%{family[0]}\n' "$2")
+  fi
+  echo "  $1: ${family:-none: install $3}"
 }
 
-std::string systemName() {
-  utsname kernel{};
-  uname(&kernel);
-  std::string name = "Linux";
-  std::string release;
-  readWholeFile("/etc/os-release", release);
-  for (const auto& line : split(release, '\n')) {
-    if (line.starts_with("PRETTY_NAME=")) name = replacingAll(line.substr(12), "\"", "");
-  }
-  return name + ", " + kernel.sysname + " " + kernel.release + " " + kernel.machine;
-}
+echo "System: $(. /etc/os-release; echo "${PRETTY_NAME:-Linux}"), $(uname -srm)"
+echo Desktop:
+for name in XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DISPLAY WAYLAND_DISPLAY XDG_RUNTIME_DIR LANG; do
+  echo "  $name: ${!name-not set}"
+done
+windows="$1 is missing (package kestrune-menu-dialogs)"
+[[ ! -x $1 ]] || windows=$(first_line "$1" --version)
+[[ $DISPLAY$WAYLAND_DISPLAY ]] || windows+=", no display"
+echo "Windows: $windows"
+echo Fonts:
+font Chinese :lang=zh-tw fonts-noto-cjk
+font "colour emoji" :charset=1f7e2:color=true fonts-noto-color-emoji
 
-std::optional<std::string> programInPath(const std::string& name, const std::string& path) {
-  for (const auto& folder : split(path, ':')) {
-    const std::string file = folder + "/" + name;
-    if (access(file.c_str(), X_OK) == 0) return file;
-  }
-  return std::nullopt;
-}
+for each in user system; do
+  call $each "${daemon[@]}" GetId > /dev/null || state[$each]="does not answer"
+done
+echo "Session bus: ${state[user]}"
+echo "System bus: ${state[system]}"
 
-std::string textIn(sd_bus_message* reply) {
-  const char* text = "";
-  return sd_bus_message_read(reply, "s", &text) >= 0 ? text : "";
-}
+tray=org.kde.StatusNotifierWatcher
+echo "Tray: $(owner user $tray)"
+property=($tray /StatusNotifierWatcher org.freedesktop.DBus.Properties Get ss $tray)
+read -r _ _ host < <(call user "${property[@]}" IsStatusNotifierHostRegistered)
+[[ ! $host ]] || IFS='"' read -ra items < <(call user "${property[@]}" RegisteredStatusNotifierItems)
+[[ $host == true ]] && echo "  shows items: yes"
+[[ $host == false ]] && echo "  shows items: no, there is no host"
+for ((i = 1; i < ${#items[@]}; i += 2)); do echo "  item: ${items[i]}"; done
 
-std::vector<std::string> textsIn(sd_bus_message* reply, const char* container, const char* element) {
-  std::vector<std::string> texts;
-  if (sd_bus_message_enter_container(reply, 'a', container) < 0) return texts;
-  for (const char* text = nullptr; sd_bus_message_read(reply, element, &text) > 0;) texts.emplace_back(text);
-  return texts;
-}
+notifications=org.freedesktop.Notifications
+IFS='"' read -r _ name _ vendor _ version _ < <(
+  call user $notifications /org/freedesktop/Notifications $notifications GetServerInformation)
+notifier="$name $version ($vendor)"
+[[ $name ]] || notifier=$(owner user $notifications)
+echo "Notifications: $notifier"
 
-/// Describes what the services on the session bus and the system bus answer. Asks all questions at once, and
-/// waits 2 s at most.
-std::string busLines(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus) {
-  BusInquiry session{sessionBus}, system{systemBus};
-  std::map<std::string, std::string> owners;
-  std::vector<std::string> items, inhibitors;
-  std::string trayHost, notifier;
-  const auto ask = [](BusInquiry& bus, const BusInquiry::Question& question,
-                      std::function<void(sd_bus_message*)> read) {
-    bus.ask(question, [read = std::move(read)](sd_bus_message* reply, BusInquiry::Outcome) {
-      if (reply != nullptr) read(reply);
-    });
-  };
-  const auto askForOwner = [&](BusInquiry& bus, const std::string& name) {
-    ask(bus, {busName, busPath, busName, "GetConnectionUnixProcessID", {name}},
-        [&owners, name](sd_bus_message* reply) {
-          std::uint32_t process = 0;
-          if (sd_bus_message_read(reply, "u", &process) < 0) return;
-          const std::string number = std::to_string(process);
-          owners[name] = firstLine("/proc/" + number + "/comm") + " (process " + number + ")";
-        });
-  };
-  const auto askTray = [&](const char* property, std::function<void(sd_bus_message*)> read) {
-    ask(session,
-        {watcher,
-         StatusNotifierItem::watcherPath,
-         "org.freedesktop.DBus.Properties",
-         "Get",
-         {watcher, property}},
-        std::move(read));
-  };
+manager=org.gnome.SessionManager power=org.freedesktop.PowerManagement login=org.freedesktop.login1
+echo "Services that can keep the machine awake:"
+for name in $manager org.freedesktop.ScreenSaver $power; do echo "  $name: $(owner user $name)"; done
+echo "  $login: $(owner system $login)"
+inhibitors=$(
+  IFS='"' read -ra part < <(call system $login /org/freedesktop/login1 $login.Manager ListInhibitors)
+  for ((i = 1; i + 7 < ${#part[@]}; i += 8)); do
+    read -r _ process _ <<< "${part[i + 7]}"
+    echo "  $login: ${part[i]} (${part[i + 6]}) by ${part[i + 2]}, process $process"
+  done
+  IFS='"' read -ra part < <(call user $manager /org/gnome/SessionManager $manager GetInhibitors)
+  for ((i = 1; i < ${#part[@]}; i += 2)); do
+    IFS='"' read -r _ program _ < <(call user $manager "${part[i]}" $manager.Inhibitor GetAppId)
+    echo "  $manager: $program"
+  done
+  # HasInhibit tells whether any program holds an inhibitor, but not which program.
+  read -r _ held < <(call user $power /org/freedesktop/PowerManagement/Inhibit $power.Inhibit HasInhibit)
+  [[ $held == true ]] && echo "  $power: unknown program"
+)
+echo "Inhibitors:"
+echo "${inhibitors:-  none known}"
 
-  sessionBus.connect();
-  systemBus.connect();
-  for (const char* const name : {watcher, notifications}) askForOwner(session, name);
-  for (const char* const name : keepers) askForOwner(session, name);
-  askForOwner(system, loginManager);
-  askTray("IsStatusNotifierHostRegistered", [&](sd_bus_message* reply) {
-    int there = 0;
-    if (sd_bus_message_read(reply, "v", "b", &there) >= 0)
-      trayHost = std::string("  shows items: ") + (there != 0 ? "yes" : "no, there is no host") + "\n";
-  });
-  askTray("RegisteredStatusNotifierItems", [&](sd_bus_message* reply) {
-    if (sd_bus_message_enter_container(reply, 'v', "as") >= 0) items = textsIn(reply, "s", "s");
-  });
-  ask(session, {notifications, "/org/freedesktop/Notifications", notifications, "GetServerInformation"},
-      [&](sd_bus_message* reply) {
-        const std::string name = textIn(reply), vendor = textIn(reply), version = textIn(reply);
-        notifier = name + " " + version + " (" + vendor + ")";
-      });
-  ask(system, {loginManager, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"},
-      [&](sd_bus_message* reply) {
-        if (sd_bus_message_enter_container(reply, 'a', "(ssssuu)") < 0) return;
-        const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
-        std::uint32_t user = 0, process = 0;
-        while (sd_bus_message_read(reply, "(ssssuu)", &what, &who, &why, &mode, &user, &process) > 0) {
-          inhibitors.push_back(std::string(loginManager) + ": " + what + " (" + mode + ") by " + who +
-                               ", process " + std::to_string(process));
-        }
-      });
-  ask(session, {sessionManager, "/org/gnome/SessionManager", sessionManager, "GetInhibitors"},
-      [&](sd_bus_message* reply) {
-        for (const std::string& path : textsIn(reply, "o", "o")) {
-          ask(session, {sessionManager, path, "org.gnome.SessionManager.Inhibitor", "GetAppId"},
-              [&](sd_bus_message* name) {
-                inhibitors.push_back(std::string(sessionManager) + ": " + textIn(name));
-              });
-        }
-      });
-  // HasInhibit tells whether any program holds an inhibitor, but not which program.
-  ask(session,
-      {powerManagement, "/org/freedesktop/PowerManagement/Inhibit", "org.freedesktop.PowerManagement.Inhibit",
-       "HasInhibit"},
-      [&](sd_bus_message* reply) {
-        int held = 0;
-        if (sd_bus_message_read(reply, "b", &held) >= 0 && held != 0)
-          inhibitors.push_back(std::string(powerManagement) + ": unknown program");
-      });
-  bool late = false;
-  const EventSource deadline = loop.after(patience, [&late] { late = true; });
-  loop.runUntil([&] { return late || (session.isDone() && system.isDone()); });
-
-  const auto presence = [](const BusInquiry& bus) {
-    return bus.isAnswered() ? "answers\n" : "does not answer\n";
-  };
-  const auto owner = [&owners](const char* name) {
-    const auto found = owners.find(name);
-    return found != owners.end() ? found->second : std::string("none");
-  };
-  std::string text = std::string("Session bus: ") + presence(session) + "System bus: " + presence(system) +
-                     "Tray: " + owner(watcher) + "\n" + trayHost;
-  for (const std::string& item : items) text += "  item: " + item + "\n";
-  text += "Notifications: " + (notifier.empty() ? owner(notifications) : notifier) + "\n";
-  text += "Services that can keep the machine awake:\n";
-  for (const char* const name : keepers) text += std::string("  ") + name + ": " + owner(name) + "\n";
-  text += std::string("  ") + loginManager + ": " + owner(loginManager) + "\nInhibitors:\n";
-  for (const std::string& each : inhibitors) text += "  " + each + "\n";
-  return text + (inhibitors.empty() ? "  none known\n" : "");
-}
-
-std::string environmentLines(const MainBundle& bundle) {
-  std::string text;
-  for (const char* const name :
-       {"XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "LANG"}) {
-    text += "  " + std::string(name) + ": " + bundle.environmentVariable(name).value_or("not set") + "\n";
-  }
-  return text;
-}
-
-/// Returns the first line of a program's output, or the reason why there is no output.
-std::string firstWordsOf(Processes& processes, const std::string& program,
-                         const std::vector<std::string>& arguments) {
-  const auto launched = processes.launch(program, arguments);
-  if (!launched) return launched.reason();
-  const std::string said = (*launched)->readOutput(patience);
-  return said.empty() ? "no output within 2 seconds" : said.substr(0, said.find('\n'));
-}
-
-std::string programLines(const MainBundle& bundle, Processes& processes) {
-  std::string text;
-  const std::string path = bundle.environmentVariable("PATH").value_or("");
-  for (const char* const name : programs) {
-    const auto program = programInPath(name, path);
-    text += "  " + std::string(name) + ": " + program.value_or("not found");
-    if (program && std::string_view(name) == "curl")
-      text += ", " + firstWordsOf(processes, *program, {"--version"});
-    text += "\n";
-  }
-  return text;
-}
-
-/// For Chinese and for emoji, returns a line with an installed font that has the characters, or with the
-/// package to install.
-std::string fontLines(const MainBundle& bundle, Processes& processes) {
-  struct Kind {
-    const char *name, *pattern, *package;
-  };
-  constexpr Kind kinds[] = {{"Chinese", ":lang=zh-tw", "fonts-noto-cjk"},
-                            {"colour emoji", ":charset=1f7e2:color=true", "fonts-noto-color-emoji"}};
-  const auto lister = programInPath("fc-list", bundle.environmentVariable("PATH").value_or(""));
-  std::string text;
-  for (const Kind& kind : kinds) {
-    std::string font = "unknown: fc-list is not installed";
-    if (lister) {
-      // The "=" before a family name distinguishes it from a warning of fc-list.
-      const std::string said = firstWordsOf(processes, *lister, {"--format==%{family[0]}\n", kind.pattern});
-      font = said.starts_with('=') ? said.substr(1) : std::string("none: install ") + kind.package;
-    }
-    text += "  " + std::string(kind.name) + ": " + font + "\n";
-  }
-  return text;
-}
+echo Programs:
+for name in bash curl lsof pgrep systemctl busctl xdg-open gio; do
+  file=$(type -P $name)
+  [[ $name != curl || ! $file ]] || file+=", $(first_line curl --version)"
+  echo "  $name: ${file:-not found}"
+done
+)sh";
 
 }  // namespace
 
@@ -253,19 +141,11 @@ std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
                : "  does not answer, or has another version\n");
 }
 
-std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus,
-                            const MainBundle& bundle, Processes& processes, const std::string& windows) {
-  const auto isSet = [&bundle](const char* name) {
-    return !bundle.environmentVariable(name).value_or("").empty();
-  };
-  const bool display = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-  const bool hasWindows = access(windows.c_str(), X_OK) == 0;
-  const std::string text =
-      "System: " + systemName() + "\nDesktop:\n" + environmentLines(bundle) + "Windows: " +
-      (hasWindows ? firstWordsOf(processes, windows, {"--version"})
-                  : windows + " is missing (package kestrune-menu-dialogs)") +
-      (display ? "" : ", no display") + "\nFonts:\n" + fontLines(bundle, processes) +
-      busLines(loop, sessionBus, systemBus) + "Programs:\n" + programLines(bundle, processes);
+std::string describeSession(Processes& processes, const std::string& windows) {
+  const auto launched = processes.launch("/bin/bash", {"-c", script, "bash", windows});
+  if (!launched) return "Session: unknown: cannot run bash: " + launched.reason() + "\n";
+  const std::string text = (*launched)->readOutput(patience);
+  (*launched)->terminateGroup();
   // Remove control characters: answers of other processes may contain some, and a terminal would obey them.
   std::string plain;
   for (const auto& line : split(text, '\n')) plain += withoutControls(line) + "\n";

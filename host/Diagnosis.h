@@ -2,10 +2,8 @@
 
 #include <string>
 
-#include "adapters/bus/SessionBus.h"
 #include "adapters/instance/Rendezvous.h"
 #include "adapters/loop/EventLoop.h"
-#include "ports/MainBundle.h"
 #include "ports/Process.h"
 
 namespace kestrune {
@@ -13,10 +11,8 @@ namespace kestrune {
 /// Describes the running client: PID, face (tray or terminal), command line and, if it answers, its status.
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous);
 
-/// Describes this session for a bug report: lines of text, without secrets. Connects `sessionBus` and
-/// `systemBus`, which must not be connected yet. Starts no D-Bus service; waits for answers from the buses
-/// for 2 s at most. `windows` is the path of KestruneMenuDialogs. Main thread.
-std::string describeSession(EventLoop& loop, SessionBus& sessionBus, SystemBus& systemBus,
-                            const MainBundle& bundle, Processes& processes, const std::string& windows);
+/// Describes this session for a bug report: lines of text, without secrets. Starts no D-Bus service. Waits at
+/// most 2 s for each answer, and 30 s in all. `windows` is the path of KestruneMenuDialogs.
+std::string describeSession(Processes& processes, const std::string& windows);
 
 }  // namespace kestrune

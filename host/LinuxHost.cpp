@@ -72,15 +72,6 @@ void requireDescriptors() {
   }
 }
 
-/// Returns the PID of the client that this process replaces; 0 if there is none. Removes the environment
-/// variable that holds the PID.
-pid_t takePredecessor() {
-  const char* const process = std::getenv(relaunchVariable);
-  const pid_t predecessor = process != nullptr ? std::atoi(process) : 0;
-  unsetenv(relaunchVariable);
-  return predecessor;
-}
-
 /// Returns whether systemd started this process as the main process of a service. When the main process ends,
 /// systemd kills all processes of the service. So a restart must not start a new process, but call exec.
 bool isMainProcessOfService(const MainBundle& environment) {
@@ -88,18 +79,15 @@ bool isMainProcessOfService(const MainBundle& environment) {
 }
 
 /// Returns the activation token, by which the desktop lets the window of a started program take the focus;
-/// empty if there is no token. Removes it from the environment, so that no child inherits it.
+/// empty if there is no token.
 std::string takeActivationToken() {
-  std::string token;
-  for (const char* const name : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
-    if (const char* const value = std::getenv(name); value != nullptr && *value != '\0') token = value;
-    unsetenv(name);
-  }
-  return token;
+  const std::string startupID = takeVariable("DESKTOP_STARTUP_ID");
+  const std::string token = takeVariable("XDG_ACTIVATION_TOKEN");
+  return token.empty() ? startupID : token;
 }
 
 Claim claimFor(const StartOptions& options) {
-  const pid_t predecessor = takePredecessor();
+  const pid_t predecessor = std::atoi(takeVariable(relaunchVariable).c_str());  // 0 if there is none
   return {.kind = predecessor != 0     ? Claim::Kind::replace
                   : options.background ? Claim::Kind::giveWay
                                        : Claim::Kind::show,
@@ -117,8 +105,8 @@ class LinuxHost final : public Host {
         rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
                    [this](const std::string& activationToken) { show(activationToken); }),
         images(folders.data),
-        preferences(folders.config + folderName + "/preferences.json"),
-        agents(folders.config + "/autostart", bundle, folders.data),
+        preferences(files, folders.config + folderName + "/preferences.json"),
+        agents(files, folders.config + "/autostart", bundle, folders.data),
         notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
@@ -192,8 +180,7 @@ class LinuxHost final : public Host {
   std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
-    return describeClient(loop, rendezvous) +
-           describeSession(loop, bus, systemBus, bundle, processes, dialogsPath());
+    return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
   }
 
   void endWithOutput() override {
@@ -241,6 +228,7 @@ class LinuxHost final : public Host {
   const Claim claim;
   const ProgramBundle bundle;
   const UserFolders folders;
+  SystemFileManager files{folders.home};
   EventLoop loop;
   SystemClock clock;
   SessionBus bus;
@@ -255,7 +243,6 @@ class LinuxHost final : public Host {
   DesktopNotifications notifications;
   Inhibitors assertions;
   NetworkMonitor pathMonitor{loop, clock, systemBus};
-  SystemFileManager files{folders.home};
   CurlLocalService localService{processes, clock};
   QRSymbols qrCodes;
   DesktopWorkspace workspace;

@@ -18,12 +18,13 @@
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
+#include "text/Text.h"
 
 namespace kestrune {
 
 namespace {
 
-constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes that are kept from both pipes together
+constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes from both pipes together
 constexpr std::size_t leastRoom = 65536;  // bytes; a child can write this many to each pipe without blocking
 
 // After `reserveForThisThread`, a launch that fails with EAGAIN is tried again for 1 s.
@@ -32,23 +33,11 @@ constexpr std::chrono::milliseconds attemptInterval{50};
 
 using std::chrono::steady_clock;
 
-/// Removes an incomplete UTF-8 sequence from the end of `bytes`.
-void dropCutCharacter(std::string& bytes) {
-  std::size_t lead = bytes.size();
-  while (lead > 0 && bytes.size() - lead < 3 && (static_cast<unsigned char>(bytes[lead - 1]) & 0xC0) == 0x80)
-    --lead;
-  if (lead == 0) return;
-  const auto first = static_cast<unsigned char>(bytes[lead - 1]);
-  const std::size_t expected = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
-  if (expected > bytes.size() - (lead - 1)) bytes.resize(lead - 1);
-}
-
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
   FileDescriptor readEnd;   ///< non-blocking; closed at end of file
   FileDescriptor writeEnd;  ///< polled: a full pipe is not writable; closed before `drain` to get end of file
   std::string bytes{};      ///< what has been read so far
-  bool cut = false;         ///< whether bytes were read and then discarded, because the limit was reached
 
   /// Creates the pipe. Returns 0, or an `errno` value on failure.
   int open() {
@@ -76,20 +65,18 @@ struct OutputPipe {
     if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
   }
 
-  /// Reads until the pipe is empty or at end of file. Appends at most `room` bytes to `bytes`, and discards
-  /// the rest. Once it has discarded bytes, it also stops at the deadline. `buffer` is working memory.
-  void drain(std::size_t room, std::vector<char>& buffer, steady_clock::time_point deadline) {
+  /// Reads until the pipe is empty or at end of file. Keeps one byte more than `outputLimit`, and discards
+  /// the rest. Once it has so many bytes, it also stops at the deadline. `buffer` is working memory.
+  void drain(std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
       const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0 && errno == EAGAIN) return;
       if (count <= 0) return readEnd.reset();
-      const auto kept = std::min(static_cast<std::size_t>(count), room);
-      bytes.append(buffer.data(), kept);
-      room -= kept;
-      if (kept < static_cast<std::size_t>(count)) cut = true;
+      const std::size_t room = outputLimit + 1 - bytes.size();
+      bytes.append(buffer.data(), std::min(static_cast<std::size_t>(count), room));
       // A process may write faster than this loop reads, so the pipe might never be empty.
-      if (cut && steady_clock::now() >= deadline) return;
+      if (bytes.size() > outputLimit && steady_clock::now() >= deadline) return;
     }
   }
 };
@@ -153,21 +140,17 @@ class ChildProcesses::Child final : public Process {
     out.writeEnd.reset();
     err.writeEnd.reset();
     for (;;) {
-      if (out.readEnd) out.drain(outputLimit - out.bytes.size(), buffer, deadline);
-      if (err.readEnd) err.drain(outputLimit - err.bytes.size(), buffer, deadline);
+      if (out.readEnd) out.drain(buffer, deadline);
+      if (err.readEnd) err.drain(buffer, deadline);
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
       if ((!out.readEnd && !err.readEnd) || left <= 0) break;
       std::array<pollfd, 2> waiting{{{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}}};
       poll(waiting.data(), waiting.size(), static_cast<int>(left));
     }
     leavePipes();
-    if (out.cut) dropCutCharacter(out.bytes);
-    if (const auto room = outputLimit - out.bytes.size(); err.bytes.size() > room) {
-      err.bytes.resize(room);
-      err.cut = true;
-    }
-    if (err.cut) dropCutCharacter(err.bytes);
-    return std::move(out.bytes) + err.bytes;
+    std::string output = std::move(out.bytes) + err.bytes;
+    output.resize(withinBytes(output, outputLimit).size());
+    return output;
   }
 
  private:

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -14,15 +13,6 @@
 #include "adapters/system/FileDescriptor.h"
 
 namespace kestrune {
-
-namespace {
-
-struct Opener {
-  const char* program;
-  std::vector<std::string> arguments;
-};
-
-}  // namespace
 
 DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundle,
                                    std::vector<std::string> givenArguments, bool givenInPlace)
@@ -37,16 +27,17 @@ void DesktopWorkspace::open(const std::string& path) {
   // Make the path absolute, so that it cannot be taken for an option or a URL.
   const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
   std::string failures;
-  for (const auto& opener : std::array{Opener{"xdg-open", {absolute}}, Opener{"gio", {"open", absolute}}}) {
+  using Command = std::pair<std::string, std::vector<std::string>>;
+  for (const auto& [program, words] : {Command("xdg-open", {absolute}), Command("gio", {"open", absolute})}) {
     pid_t pid = 0;
-    const int failure = spawn({.executable = opener.program,
-                               .arguments = opener.arguments,
+    const int failure = spawn({.executable = program,
+                               .arguments = words,
                                .input = nothing.get(),
                                .output = nothing.get(),
                                .error = nothing.get()},
                               pid);
     if (failure == 0) return loop.reap(pid);
-    failures += std::string(": ") + opener.program + ": " + describe(failure);
+    failures += ": " + program + ": " + describe(failure);
   }
   reportOnce("cannot open a folder or file" + failures);
 }

@@ -6,9 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "adapters/files/Files.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/WholeFile.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -90,13 +88,6 @@ std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
   return values;
 }
 
-bool replace(std::string& text, const std::string& part, const std::string& replacement) {
-  const auto at = text.find(part);
-  if (at == std::string::npos) return false;
-  text.replace(at, part.size(), replacement);
-  return true;
-}
-
 bool isInBuildFolder(const fs::path& program) {
   std::error_code failure;
   for (fs::path folder = program.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
@@ -107,9 +98,12 @@ bool isInBuildFolder(const fs::path& program) {
 
 }  // namespace
 
-AutostartEntries::AutostartEntries(std::string givenFolder, const MainBundle& givenBundle,
-                                   std::vector<std::string> givenDataFolders)
-    : folder(std::move(givenFolder)), bundle(givenBundle), dataFolders(std::move(givenDataFolders)) {}
+AutostartEntries::AutostartEntries(FileManager& givenFiles, std::string givenFolder,
+                                   const MainBundle& givenBundle, std::vector<std::string> givenDataFolders)
+    : files(givenFiles),
+      folder(std::move(givenFolder)),
+      bundle(givenBundle),
+      dataFolders(std::move(givenDataFolders)) {}
 
 bool AutostartEntries::areRead() const {
   std::error_code failure;
@@ -124,15 +118,15 @@ std::string AutostartEntries::path(const std::string& label) const {
 }
 
 bool AutostartEntries::isRegistered(const std::string& label) const {
-  std::string text;
   std::error_code failure;
-  if (readWholeFile(path(label), text)) {
+  const FileContents entry = files.contents(path(label));
+  if (entry.outcome != ReadOutcome::read) {
     // An entry that exists but cannot be read counts as enabled. Exceptions: a folder, and a link to
     // /dev/null, which switches the entry off.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
-  const auto values = valuesOf(split(text, '\n'));
+  const auto values = valuesOf(split(entry.bytes, '\n'));
   const auto says = [&values](const char* key, const char* value) {
     const auto found = values.find(key);
     return found != values.end() && found->second.text == value;
@@ -163,16 +157,16 @@ std::optional<std::string> AutostartEntries::document(const std::string&, const 
 }
 
 void AutostartEntries::repair(const std::string& label, const std::string& repoPath) {
-  std::string text;
   const auto present = bundle.executablePath();
-  if (!present || readWholeFile(path(label), text)) return;
-  auto lines = split(text, '\n');
+  const FileContents entry = files.contents(path(label));
+  if (!present || entry.outcome != ReadOutcome::read) return;
+  auto lines = split(entry.bytes, '\n');
   auto values = valuesOf(lines);
   const std::string gone = unescaped(values["TryExec"].text);
-  std::string command = values["Exec"].text;
+  const std::string& former = values["Exec"].text;
+  std::string command = replacingAll(former, launchCommand(gone), launchCommand(*present));
   std::error_code failure;
-  const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() &&
-                      replace(command, launchCommand(gone), launchCommand(*present));
+  const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() && command != former;
   if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
   if (!document(label, *present, repoPath)) {
     reportOnce("cannot repair " + path(label) +
@@ -183,9 +177,9 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   if (const auto start = values.find("Path"); start != values.end()) {
     // The missing program was probably in the repository. If the repository is missing too, write the new
     // path of the repository (`repoPath`) into the entry.
-    const std::string former = unescaped(start->second.text);
-    if (!fs::is_directory(former, failure)) {
-      replace(command, repoArgument(former), repoArgument(absolute(repoPath)));
+    const std::string repo = unescaped(start->second.text);
+    if (!fs::is_directory(repo, failure)) {
+      command = replacingAll(command, repoArgument(repo), repoArgument(absolute(repoPath)));
       lines[start->second.line] = "Path=" + escaped(absolute(repoPath));
     }
   }
@@ -193,8 +187,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   lines[values["TryExec"].line] = "TryExec=" + escaped(*present);
   std::string repaired;
   for (const auto& line : lines) repaired += line + "\n";
-  if (const auto problem = writeFileAtomically(path(label), repaired)) {
-    reportOnce("cannot repair " + path(label) + ": " + problem.message());
+  if (const Result<> written = files.writeAtomically(path(label), repaired); !written) {
+    reportOnce("cannot repair " + path(label) + ": " + written.reason());
   }
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ports/FileManager.h"
 #include "ports/LaunchAgents.h"
 #include "ports/MainBundle.h"
 
@@ -13,9 +14,11 @@ namespace kestrune {
 /// desktop has switched off, by Hidden or X-GNOME-Autostart-enabled, counts as missing.
 class AutostartEntries final : public LaunchAgents {
  public:
-  /// `folder`: the user's autostart folder. `bundle`: the running program; it must outlive this object.
+  /// `folder`: the user's autostart folder. `bundle`: the running program. `files` and `bundle` must
+  /// outlive this object.
   /// `dataFolders`: the XDG data folders, in which installed desktops are looked up.
-  AutostartEntries(std::string folder, const MainBundle& bundle, std::vector<std::string> dataFolders = {});
+  AutostartEntries(FileManager& files, std::string folder, const MainBundle& bundle,
+                   std::vector<std::string> dataFolders = {});
 
   std::string path(const std::string& label) const override;
   /// Returns whether a desktop reads the entries: true if the process runs in a desktop session, or if a
@@ -32,6 +35,7 @@ class AutostartEntries final : public LaunchAgents {
  private:
   std::string absolute(const std::string& repoPath) const;
 
+  FileManager& files;
   const std::string folder;
   const MainBundle& bundle;
   const std::vector<std::string> dataFolders;

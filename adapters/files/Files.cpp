@@ -4,6 +4,7 @@
 #include <linux/limits.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -12,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <iterator>
 #include <optional>
 
@@ -36,14 +36,19 @@ bool hasNoAcl() {
   return errno == ENODATA || errno == ENOTSUP;
 }
 
-std::error_code writeAll(int descriptor, std::string_view contents) {
+Failure lastFailure() {
+  return {describe(errno)};
+}
+
+Result<> writeAll(int descriptor, std::string_view contents) {
   while (!contents.empty()) {
     const ssize_t written = write(descriptor, contents.data(), contents.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return lastError();
+    if (written < 0) return lastFailure();
     contents.remove_prefix(static_cast<std::size_t>(written));
   }
-  return fsync(descriptor) == 0 ? std::error_code() : lastError();
+  if (fsync(descriptor) != 0) return lastFailure();
+  return Done{};
 }
 
 bool isThere(const std::string& name) {
@@ -88,10 +93,6 @@ bool setAccessList(int file, const std::string& list) {
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
 }
 
-fs::path folderOf(const fs::path& file) {
-  return file.has_parent_path() ? file.parent_path() : fs::path(".");
-}
-
 /// Flushes the folder's entries to disk (fsync). Ignores errors, because the file has been renamed already.
 void flush(const fs::path& folder) {
   const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -105,7 +106,7 @@ class NewFile {
  public:
   /// If `target` is a symbolic link, the link itself is replaced. To replace the file that the link points
   /// to, the caller must resolve the link first.
-  explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)), folder(folderOf(target)) {}
+  explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)), folder(target.parent_path()) {}
   ~NewFile() {
     if (!name.empty()) unlink(name.c_str());
   }
@@ -114,18 +115,20 @@ class NewFile {
 
   /// Records owner, mode and ACL of the target, to set them on the new file later. Does nothing if the target
   /// is missing or is a symbolic link. Fails if the target is a folder, a device or a FIFO.
-  std::error_code keepAccess() {
+  Result<> keepAccess() {
     struct stat old {};
-    if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return {};
-    if (S_ISDIR(old.st_mode)) return systemError(EISDIR);
-    if (!S_ISREG(old.st_mode)) return systemError(EINVAL);
+    if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return Done{};
+    if (!S_ISREG(old.st_mode)) return Failure{describe(S_ISDIR(old.st_mode) ? EISDIR : EINVAL)};
     access = Access{old.st_uid, old.st_gid, (old.st_mode & 07777) | S_IRUSR, accessList(target)};
-    return {};
+    return Done{};
   }
+
+  /// Returns whether `keepAccess` has found a file to replace.
+  bool hasOld() const { return access.has_value(); }
 
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
   /// temporary files that killed processes of this user have left in the folder.
-  std::error_code write(std::string_view contents) {
+  Result<> write(std::string_view contents) {
     removeAbandoned(folder);
     // Repeat if another process has removed the file as abandoned, between its creation and its lock.
     do {
@@ -133,7 +136,7 @@ class NewFile {
       file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
       if (!file) {
         name.clear();
-        return lastError();
+        return lastFailure();
       }
     } while (!lock(file.get()) || !isThere(name));
     fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these mode bits
@@ -143,23 +146,27 @@ class NewFile {
   /// Renames the new file to the target, then sets the recorded owner, mode and ACL, then flushes the folder
   /// to disk. Until owner, mode and ACL are set, only this user can open the file. If they were set before
   /// the rename, a kill of this process could leave a temporary file that others can read.
-  std::error_code replaceTarget() {
-    if (rename(name.c_str(), target.c_str()) != 0) return lastError();
+  Result<> replaceTarget() {
+    if (rename(name.c_str(), target.c_str()) != 0) return lastFailure();
     finish();
-    return {};
+    return Done{};
   }
 
   /// Replaces the target like `replaceTarget`, but keeps the old file with the name `kept`, which must be
-  /// free. RENAME_EXCHANGE swaps both files in one step; some file systems do not support it. If this process
-  /// is killed just before the swap, `kept` is the complete new file.
-  std::error_code replaceTargetKeeping(const fs::path& kept) {
+  /// free: by a hard link, or else by RENAME_EXCHANGE, which swaps both files in one step. If this process is
+  /// killed just before the swap, `kept` is the complete new file.
+  Result<> replaceTargetKeeping(const fs::path& kept) {
+    if (link(target.c_str(), kept.c_str()) == 0) return replaceTarget();
+    // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
+    // another user's file (if fs.protected_hardlinks is set).
+    const Failure unlinkable = lastFailure();
     // First rename the new file to `kept`, then swap both files. Otherwise, the swap would give the temporary
     // name to the old file, and another process could remove the old file as abandoned.
-    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return lastError();
+    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
     name = kept;
-    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return lastError();
+    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
     finish();
-    return {};
+    return Done{};
   }
 
  private:
@@ -195,70 +202,43 @@ class NewFile {
 };
 
 /// If `path` is a symbolic link, replaces `path` by the final target, which may be missing (dangling link).
-std::error_code followLinks(fs::path& path) {
+Result<> followLinks(fs::path& path) {
   for (int followed = 0; followed <= linkLimit; ++followed) {
     std::error_code failure;
     const fs::path target = fs::read_symlink(path, failure);
-    if (failure) return {};
+    if (failure) return Done{};
     path = target.is_absolute() ? target : path.parent_path() / target;
   }
-  return systemError(ELOOP);
+  return Failure{describe(ELOOP)};
 }
 
-Result<> resultOf(const std::error_code& failure) {
-  if (failure) return Failure{failure.message()};
-  return Done{};
-}
-
+/// Returns whether `file` is /dev/null, or a link to it.
 bool isNowhere(const fs::path& file) {
-  struct stat it {};
-  struct stat nowhere {};
-  return stat(file.c_str(), &it) == 0 && stat("/dev/null", &nowhere) == 0 && it.st_dev == nowhere.st_dev &&
-         it.st_ino == nowhere.st_ino;
+  struct stat state {};
+  return stat(file.c_str(), &state) == 0 && S_ISCHR(state.st_mode) && state.st_rdev == makedev(1, 3);
 }
 
-bool isTaken(const fs::path& name) {
-  std::error_code failure;
-  return fs::exists(fs::symlink_status(name, failure));
+/// Returns the name under which an unreadable file is kept.
+fs::path nameToKeep(const fs::path& file) {
+  const std::string name = file.string() + ".unreadable";
+  std::string free = name;
+  for (int number = 2; isThere(free); ++number) free = name + "-" + std::to_string(number);
+  return free;
 }
 
-/// Returns `file` with `ending` appended. If that name exists, appends a number too, unless `willDo` accepts
-/// the existing file.
-fs::path freeName(const fs::path& file, const std::string& ending,
-                  const std::function<bool(const fs::path&)>& willDo = {}) {
-  fs::path name = file.string() + ending;
-  for (int number = 2; isTaken(name) && !(willDo && willDo(name)); ++number) {
-    name = file.string() + ending + "-" + std::to_string(number);
-  }
-  return name;
-}
-
-}  // namespace
-
-std::error_code writeFileAtomically(const std::string& path, std::string_view contents) {
+/// Replaces the file at `path`, or the target of a symbolic link at `path`. `keepsOld`: keeps an old file
+/// under another name.
+Result<> replaceFile(const std::string& path, const std::string& contents, bool keepsOld) {
   fs::path target(path);
-  if (const auto failure = followLinks(target)) return failure;
+  if (const Result<> found = followLinks(target); !found) return found;
   if (isNowhere(target)) target = path;
   NewFile file(target);
-  if (const auto failure = file.keepAccess()) return failure;
-  if (const auto failure = file.write(contents)) return failure;
-  return file.replaceTarget();
+  if (const Result<> recorded = file.keepAccess(); !recorded) return recorded;
+  if (const Result<> written = file.write(contents); !written) return written;
+  return keepsOld && file.hasOld() ? file.replaceTargetKeeping(nameToKeep(target)) : file.replaceTarget();
 }
 
-std::error_code writePrivateFile(const std::string& path, std::string_view contents) {
-  NewFile file(path);
-  if (const auto failure = file.write(contents)) return failure;
-  return file.replaceTarget();
-}
-
-std::error_code keepDamagedFile(const std::string& path) {
-  fs::path target(path);
-  if (const auto failure = followLinks(target)) return failure;
-  std::error_code failure;
-  fs::rename(target, freeName(target, ".damaged"), failure);
-  return failure;
-}
-
+/// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
 bool isPassing(const std::error_code& failure) {
   // The last five are errors of network file systems.
   static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
@@ -267,34 +247,7 @@ bool isPassing(const std::error_code& failure) {
                      [&](int error) { return failure == systemError(error); });
 }
 
-std::error_code replaceUnreadableFile(const std::string& path, std::string_view contents) {
-  fs::path target(path);
-  if (const auto failure = followLinks(target)) return failure;
-  struct stat state {};
-  if (lstat(target.c_str(), &state) != 0 || !S_ISREG(state.st_mode))
-    return writeFileAtomically(path, contents);
-  const auto isThisOne = [&state](const fs::path& name) {
-    struct stat other {};
-    return lstat(name.c_str(), &other) == 0 && other.st_dev == state.st_dev && other.st_ino == state.st_ino;
-  };
-  NewFile file(target);
-  if (const auto failure = file.keepAccess()) return failure;
-  if (const auto failure = file.write(contents)) return failure;
-  const fs::path kept = freeName(target, ".unreadable", isThisOne);
-  if (isThisOne(kept) || link(target.c_str(), kept.c_str()) == 0) return file.replaceTarget();
-
-  // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
-  // another user's file (if fs.protected_hardlinks is set). Keep a copy instead.
-  const std::error_code unlinkable = lastError();
-  std::string bytes;
-  const std::error_code unreadable = readWholeFile(target, bytes);
-  if (!unreadable) {
-    if (const auto failure = writePrivateFile(kept, bytes)) return failure;
-    return file.replaceTarget();
-  }
-  if (unreadable != std::errc::permission_denied) return unreadable;
-  return file.replaceTargetKeeping(kept) ? unlinkable : std::error_code();
-}
+}  // namespace
 
 std::error_code makeFolders(const std::string& path, mode_t mode) {
   std::error_code failure;
@@ -325,23 +278,27 @@ FileContents SystemFileManager::contents(const std::string& path) const {
 }
 
 Result<> SystemFileManager::writeAtomically(const std::string& path, const std::string& contents) {
-  return resultOf(writeFileAtomically(path, contents));
+  return replaceFile(path, contents, false);
 }
 
 Result<> SystemFileManager::writePrivately(const std::string& path, const std::string& contents) {
-  return resultOf(writePrivateFile(path, contents));
+  NewFile file(path);
+  const Result<> written = file.write(contents);
+  return written ? file.replaceTarget() : written;
 }
 
 Result<> SystemFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
-  return resultOf(replaceUnreadableFile(path, contents));
+  return replaceFile(path, contents, true);
 }
 
 Result<> SystemFileManager::createDirectory(const std::string& path) {
-  return resultOf(makeFolders(path, 0777));
+  if (const auto failure = makeFolders(path, 0777)) return Failure{failure.message()};
+  return Done{};
 }
 
 Result<> SystemFileManager::removeItem(const std::string& path) {
-  return resultOf(unlink(path.c_str()) == 0 ? std::error_code() : lastError());
+  if (unlink(path.c_str()) != 0) return lastFailure();
+  return Done{};
 }
 
 }  // namespace kestrune

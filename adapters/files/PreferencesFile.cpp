@@ -8,7 +8,6 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/system/Errors.h"
-#include "adapters/system/WholeFile.h"
 
 namespace kestrune {
 
@@ -20,48 +19,33 @@ namespace {
 constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
 constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
 
-/// Returns the JSON value in `text`. If `text` is invalid, too large or too deep, returns a value that is not
-/// an object. The depth is limited because nlohmann::json writes by recursion: a deeply nested value would
-/// overflow the stack.
-Json parsed(const std::string& text) {
-  if (text.size() > sizeLimit) return {};
+/// Returns the JSON object in `text`; absent if `text` is no JSON object, too large or too deep. The depth is
+/// limited because nlohmann::json writes by recursion: a deeply nested value would overflow the stack.
+std::optional<Json> parsed(const std::string& text) {
+  if (text.size() > sizeLimit) return std::nullopt;
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > depthLimit;
     return !tooDeep;
   };
   Json found = Json::parse(text, watchDepth, false);
-  if (tooDeep) return {};
-  return found;
-}
-
-/// Reads the preferences; a missing file has none. Fails with EBADMSG if the file is no JSON object.
-std::error_code load(const std::string& path, Json& preferences) {
-  preferences = Json::object();
-  std::string text;
-  const std::error_code failure = readWholeFile(path, text);
-  const bool isMissing =
-      failure == std::errc::no_such_file_or_directory || failure == std::errc::not_a_directory;
-  if (failure) return isMissing ? std::error_code() : failure;
-  Json found = parsed(text);
-  if (!found.is_object()) return std::make_error_code(std::errc::bad_message);
-  preferences = std::move(found);
-  return {};
+  return tooDeep || !found.is_object() ? std::nullopt : std::optional(std::move(found));
 }
 
 }  // namespace
 
-PreferencesFile::PreferencesFile(std::string givenPath)
-    : path(std::move(givenPath)),
+PreferencesFile::PreferencesFile(FileManager& givenFiles, std::string givenPath)
+    : files(givenFiles),
+      path(std::move(givenPath)),
       unsaved(std::make_unique<Json>(Json::object())),
       lastRead(std::make_unique<Json>(Json::object())) {}
 
 PreferencesFile::~PreferencesFile() = default;
 
 Json PreferencesFile::current() const {
-  Json found;
+  const FileContents found = files.contents(path);
   // After a temporary failure to read the file, the preferences that were read last stay in force.
-  if (!isPassing(load(path, found))) *lastRead = std::move(found);
+  if (found.outcome != ReadOutcome::passing) *lastRead = parsed(found.bytes).value_or(Json::object());
   Json preferences = *lastRead;
   preferences.update(*unsaved);
   return preferences;
@@ -90,26 +74,25 @@ void PreferencesFile::setString(const std::string& key, const std::string& value
 
 void PreferencesFile::set(const std::string& key, Json value) {
   (*unsaved)[key] = std::move(value);
-  if (const std::error_code failure = save()) {
-    reportOnce("cannot write the preferences " + path + ": " + failure.message());
+  if (const Result<> saved = save(); !saved) {
+    reportOnce("cannot write the preferences " + path + ": " + saved.reason());
   } else {
     *unsaved = Json::object();
   }
 }
 
-std::error_code PreferencesFile::save() const {
-  if (const auto failure = makeFolders(fs::path(path).parent_path())) return failure;
-  Json preferences;
-  if (const auto unread = load(path, preferences)) {
-    // Do not write after a temporary failure: the keys that could not be read would be lost.
-    if (isPassing(unread)) return unread;
-    if (const auto failure = keepDamagedFile(path)) return failure;
-  }
+Result<> PreferencesFile::save() const {
+  if (const auto failure = makeFolders(fs::path(path).parent_path())) return Failure{failure.message()};
+  const FileContents found = files.contents(path);
+  // Do not write after a temporary failure: the keys that could not be read would be lost.
+  if (found.outcome == ReadOutcome::passing) return Failure{found.problem};
+  const std::optional<Json> old = parsed(found.bytes);
+  Json preferences = old.value_or(Json::object());
   preferences.update(*unsaved);
-  const auto failure =
-      writeFileAtomically(path, preferences.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
-  if (!failure) *lastRead = std::move(preferences);
-  return failure;
+  const std::string text = preferences.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  Result<> saved = old ? files.writeAtomically(path, text) : files.replaceUnreadable(path, text);
+  if (saved) *lastRead = std::move(preferences);
+  return saved;
 }
 
 }  // namespace kestrune

@@ -4,8 +4,8 @@
 
 #include <memory>
 #include <string>
-#include <system_error>
 
+#include "ports/FileManager.h"
 #include "ports/UserDefaults.h"
 
 namespace kestrune {
@@ -14,7 +14,8 @@ namespace kestrune {
 /// programs take effect. Keys that the client does not know are kept.
 class PreferencesFile final : public UserDefaults {
  public:
-  explicit PreferencesFile(std::string path);
+  /// `files` must outlive this object.
+  PreferencesFile(FileManager& files, std::string path);
   ~PreferencesFile() override;
 
   std::optional<bool> boolForKey(const std::string& key) const override;
@@ -25,8 +26,9 @@ class PreferencesFile final : public UserDefaults {
  private:
   nlohmann::json current() const;
   void set(const std::string& key, nlohmann::json value);
-  std::error_code save() const;
+  Result<> save() const;
 
+  FileManager& files;
   const std::string path;
   const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written yet
   const std::unique_ptr<nlohmann::json> lastRead;  ///< what was read last; used while the file cannot be read

@@ -52,6 +52,13 @@ std::optional<std::string> ProgramBundle::environmentVariable(const std::string&
   return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
 }
 
+std::string takeVariable(const char* name) {
+  const char* const set = std::getenv(name);
+  const std::string value = set != nullptr ? set : "";
+  unsetenv(name);
+  return value;
+}
+
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   // Ignore an XDG base directory if its path is relative: XDG base directories must be absolute paths.
   const auto absolute = [](std::string path) {

@@ -26,6 +26,10 @@ class ProgramBundle final : public MainBundle {
   std::string workingDirectory;
 };
 
+/// Removes a variable from the environment of this process, so that no child inherits it. Returns its value;
+/// empty if it was not set.
+std::string takeVariable(const char* name);
+
 /// The user's home folder and the user's XDG base directories, without a slash at the end.
 struct UserFolders {
   std::string home;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
+#include "adapters/files/ProgramBundle.h"
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
@@ -27,9 +28,7 @@ constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for
 constexpr std::string_view refusal = "error ";
 
 FileDescriptor passedOnLock() {
-  const char* const number = std::getenv(passedOnVariable);
-  const int descriptor = number != nullptr ? std::atoi(number) : 0;
-  unsetenv(passedOnVariable);
+  const int descriptor = std::atoi(takeVariable(passedOnVariable).c_str());
   const bool isThere = descriptor > STDERR_FILENO && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
   return FileDescriptor(isThere ? descriptor : -1);
 }

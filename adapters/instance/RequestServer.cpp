@@ -1,5 +1,6 @@
 #include "adapters/instance/RequestServer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -45,12 +46,13 @@ bool RequestServer::isInPlace() const {
 
 void RequestServer::publish(StatusLine line) {
   newest = std::move(line);
-  std::list<PeerRef> waiting = peers;
-  waiting.remove_if([](const PeerRef& each) { return each->wish == Wish::nothing; });
-  if (waiting.empty()) return;
+  const auto waits = [](const Peer& each) { return each.wish != Wish::nothing; };
+  if (std::none_of(peers.begin(), peers.end(), waits)) return;
   const std::string current = newest();
   if (current == told) return;
-  for (const PeerRef& each : waiting) tellStatus(each, current);
+  for (Peer& each : peers) {
+    if (waits(each)) tellStatus(each, current);
+  }
 }
 
 void RequestServer::announceEnd() {
@@ -59,36 +61,27 @@ void RequestServer::announceEnd() {
 }
 
 void RequestServer::accept() {
-  while (true) {
-    FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (caller) {
-      add(std::move(caller));
-      continue;
-    }
-    if (errno == EINTR || errno == ECONNABORTED) continue;
-    if (errno == EAGAIN) return;
-    // No descriptor is left: stop watching the listener for a while, or the loop would spin.
-    sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
-    rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
-    return;
-  }
+  FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (caller) return add(std::move(caller));
+  if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+  // No descriptor is left: stop watching the listener for a while, or the loop would spin.
+  sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
+  rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
 }
 
 void RequestServer::add(FileDescriptor socket) {
   if (peerOf(socket).uid != geteuid()) return;
-  if (peers.size() >= peerLimit) drop(PeerRef(peers.front()));
-  const auto peer = std::make_shared<Peer>(Peer{.socket = std::move(socket)});
-  peers.push_back(peer);
-  peer->input = loop.onDescriptor(peer->socket.get(), EPOLLIN, [this, weak = std::weak_ptr(peer)] {
-    if (const auto self = weak.lock()) read(self);
-  });
+  peers.remove_if([](const Peer& each) { return !each.socket; });
+  if (peers.size() >= peerLimit) peers.pop_front();
+  Peer& peer = peers.emplace_back(Peer{.socket = std::move(socket)});
+  peer.input = loop.onDescriptor(peer.socket.get(), EPOLLIN, [this, &peer] { read(peer); });
 }
 
-void RequestServer::read(const PeerRef& peer) {
-  if (!receive(peer->socket, peer->unread)) return drop(peer);
-  std::string& unread = peer->unread;
-  // Check `peer->socket` each time: `answer` may disconnect the peer.
-  for (std::size_t end; peer->socket && (end = unread.find('\n')) != std::string::npos;) {
+void RequestServer::read(Peer& peer) {
+  std::string& unread = peer.unread;
+  if (!receive(peer.socket, unread)) return drop(peer);
+  // Check `peer.socket` each time: `answer` may drop the peer.
+  for (std::size_t end; peer.socket && (end = unread.find('\n')) != std::string::npos;) {
     const std::string line = unread.substr(0, end);
     unread.erase(0, end + 1);
     answer(peer, line);
@@ -98,12 +91,12 @@ void RequestServer::read(const PeerRef& peer) {
   drop(peer);
 }
 
-void RequestServer::answer(const PeerRef& peer, const std::string& line) {
+void RequestServer::answer(Peer& peer, const std::string& line) {
   const std::size_t space = line.find(' ');
   const std::string request = line.substr(0, space);
   const std::string argument = space == std::string::npos ? "" : line.substr(space + 1);
   if (request == "status" || request == "follow") {
-    peer->wish = request == "follow" ? Wish::everyStatus : Wish::oneStatus;
+    peer.wish = request == "follow" ? Wish::everyStatus : Wish::oneStatus;
     if (newest) tellStatus(peer, newest());
   } else if (request == "show") {
     show(argument);
@@ -116,21 +109,21 @@ void RequestServer::answer(const PeerRef& peer, const std::string& line) {
   }
 }
 
-void RequestServer::tellStatus(const PeerRef& peer, const std::string& line) {
-  if (peer->wish == Wish::oneStatus) peer->wish = Wish::nothing;
+void RequestServer::tellStatus(Peer& peer, const std::string& line) {
+  if (peer.wish == Wish::oneStatus) peer.wish = Wish::nothing;
   told = line;
   tell(peer, line);
 }
 
 /// Sends a line. If it does not fit into the socket's buffer, the peer does not read: disconnects the peer.
-void RequestServer::tell(const PeerRef& peer, const std::string& line) {
-  if (!sendLine(peer->socket, line)) drop(peer);
+void RequestServer::tell(Peer& peer, const std::string& line) {
+  if (!sendLine(peer.socket, line)) drop(peer);
 }
 
-void RequestServer::drop(const PeerRef& peer) {
-  peer->input.reset();
-  peer->socket.reset();
-  peers.remove(peer);
+void RequestServer::drop(Peer& peer) {
+  peer.input.reset();
+  peer.socket.reset();
+  peer.wish = Wish::nothing;
 }
 
 }  // namespace kestrune

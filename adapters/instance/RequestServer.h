@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -45,21 +44,21 @@ class RequestServer {
 
  private:
   enum class Wish { nothing, oneStatus, everyStatus };
+  /// A connected process. After `drop`, it has no socket and no wish, and is removed later.
   struct Peer {
     FileDescriptor socket;
     std::string unread{};
     Wish wish = Wish::nothing;
     EventSource input{};
   };
-  using PeerRef = std::shared_ptr<Peer>;
 
   void accept();
   void add(FileDescriptor socket);
-  void read(const PeerRef& peer);
-  void answer(const PeerRef& peer, const std::string& line);
-  void tellStatus(const PeerRef& peer, const std::string& line);
-  void tell(const PeerRef& peer, const std::string& line);
-  void drop(const PeerRef& peer);
+  void read(Peer& peer);
+  void answer(Peer& peer, const std::string& line);
+  void tellStatus(Peer& peer, const std::string& line);
+  void tell(Peer& peer, const std::string& line);
+  void drop(Peer& peer);
 
   EventLoop& loop;
   const Show show;
@@ -68,7 +67,7 @@ class RequestServer {
   std::string place;  ///< the folder of the socket
   EventSource callers;
   EventSource rest;  ///< set while the listener is not watched, because no descriptor is left
-  std::list<PeerRef> peers;
+  std::list<Peer> peers;
   StatusLine newest;                ///< null until the first status is published
   std::optional<std::string> told;  ///< the last status line sent to any peer; absent if none was sent
 };

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
+#include "ports/FileManager.h"
 #include "ports/LaunchAgents.h"
 #include "ports/ServiceControl.h"
 
@@ -11,8 +11,8 @@ namespace kestrune {
 /// Launch agents: property lists of the programs that launchd starts at login.
 class LaunchdAgents final : public LaunchAgents {
  public:
-  /// `home`: the user's home folder. `fileExists`: a function that tells whether a path exists.
-  LaunchdAgents(std::string home, std::function<bool(const std::string&)> fileExists);
+  /// `givenFiles` must outlive this object.
+  explicit LaunchdAgents(const FileManager& givenFiles) : files(givenFiles) {}
 
   std::string path(const std::string& label) const override;
   bool areRead() const override { return true; }
@@ -23,15 +23,14 @@ class LaunchdAgents final : public LaunchAgents {
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:
-  const std::string home;
-  const std::function<bool(const std::string&)> fileExists;
+  const FileManager& files;
 };
 
 /// Writes shell lines that stop the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
   /// `userID`: the numeric ID of the user who owns the jobs.
-  explicit LaunchdServiceControl(unsigned userID);
+  explicit LaunchdServiceControl(unsigned userID) : domain("gui/" + std::to_string(userID)) {}
 
   std::string unloadLine(const std::string& label) const override;
   std::string endMatchingLine(const std::string& pattern) const override;

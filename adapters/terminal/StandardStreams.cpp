@@ -50,8 +50,7 @@ void leaveNothingForChildren() {
 }  // namespace
 
 StandardOutput::StandardOutput(EventLoop& loop, int descriptor)
-    : terminal(isatty(descriptor) == 1),
-      screen(terminal ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1),
+    : screen(isatty(descriptor) == 1 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1),
       writer(loop, openAgain(descriptor, O_WRONLY), pendingLimit) {}
 
 winsize StandardOutput::size() const {

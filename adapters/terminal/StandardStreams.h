@@ -23,13 +23,12 @@ class StandardOutput {
   /// Returns false if the text was dropped, with `errno` as DescriptorWriter sets it.
   bool write(std::string_view text) { return writer.write(text); }
 
-  bool isTerminal() const { return terminal; }
+  bool isTerminal() const { return static_cast<bool>(screen); }
 
   /// Returns the present size of the terminal; zeros when it is unknown.
   winsize size() const;
 
  private:
-  const bool terminal;
   const FileDescriptor screen;  ///< used to ask for the size; empty if the output is no terminal
   DescriptorWriter writer;
 };

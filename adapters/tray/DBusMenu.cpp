@@ -302,7 +302,7 @@ int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
 int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
   // Choose each row once, even if the call contains many clicks on it.
   std::set<int> clicked;
-  std::vector<int> unknown;
+  std::set<int> unknown;
   bool anyKnown = false;
   int result = sd_bus_message_enter_container(call, 'a', "(isvu)");
   while (result >= 0 && (result = sd_bus_message_enter_container(call, 'r', "isvu")) > 0) {
@@ -313,18 +313,17 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
     if (result >= 0) result = sd_bus_message_exit_container(call);
     if (result < 0) break;
     if (!hasRow(id)) {
-      unknown.push_back(id);
+      unknown.insert(id);
     } else {
       anyKnown = true;
       if (isClick(name) && clicked.insert(id).second) choose(id);
     }
   }
   if (result < 0) return result;
-  std::sort(unknown.begin(), unknown.end());
-  unknown.erase(std::unique(unknown.begin(), unknown.end()), unknown.end());
-  if (!anyKnown && !unknown.empty()) return unknownId(error, unknown.front());
+  if (!anyKnown && !unknown.empty()) return unknownId(error, *unknown.begin());
+  const std::vector<int> listed(unknown.begin(), unknown.end());
   const BusMessage reply = replyTo(call);
-  sd_bus_message_append_array(reply.get(), 'i', unknown.data(), unknown.size() * sizeof(int));
+  sd_bus_message_append_array(reply.get(), 'i', listed.data(), listed.size() * sizeof(int));
   return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 

@@ -24,8 +24,9 @@ const Notification advice{
 
 }  // namespace
 
-TrayAdvice::TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications)
-    : timers(givenTimers), notifications(givenNotifications), inquiry(bus) {
+TrayAdvice::TrayAdvice(SessionBus& givenBus, Timers& givenTimers, Notifications& givenNotifications)
+    : BusClient(givenBus), timers(givenTimers), notifications(givenNotifications) {
+  connection.add(*this);
   lookAfter(patience);
 }
 
@@ -36,27 +37,37 @@ void TrayAdvice::lookAfter(Seconds delay) {
 void TrayAdvice::look() {
   // Look again later if no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
-  if (!inquiry.isConnected() || !inquiry.isDone()) return;
+  if (bus == nullptr) return;
   if (unanswered == looksInVain) return timer.reset();
   ++unanswered;
-  inquiry.ask({watcherName,
-               StatusNotifierItem::watcherPath,
-               "org.freedesktop.DBus.Properties",
-               "Get",
-               {watcherName, "IsStatusNotifierHostRegistered"}},
-              [this](sd_bus_message* reply, BusInquiry::Outcome outcome) {
-                if (outcome == BusInquiry::Outcome::unanswered) return;
-                unanswered = 0;
-                timer.reset();
-                int there = 0;
-                const bool hasNoHost =
-                    reply != nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-                if (outcome == BusInquiry::Outcome::noOwner || hasNoHost) {
-                  trayMissing();
-                } else if (advised) {
-                  notifications.withdraw(advice.identifier);
-                }
-              });
+  sd_bus_message* call = nullptr;
+  if (sd_bus_message_new_method_call(bus, &call, watcherName, StatusNotifierItem::watcherPath,
+                                     "org.freedesktop.DBus.Properties", "Get") < 0) {
+    return;
+  }
+  const BusMessage owned(call);
+  sd_bus_message_set_auto_start(call, 0);
+  sd_bus_message_append(call, "ss", watcherName, "IsStatusNotifierHostRegistered");
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_async(bus, &slot, call, &answered, this, 0) >= 0) question.reset(slot);
+}
+
+int TrayAdvice::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
+  auto& self = *static_cast<TrayAdvice*>(data);
+  const sd_bus_error* const failure = sd_bus_message_get_error(reply);
+  const auto is = [failure](const char* name) { return sd_bus_error_has_name(failure, name) != 0; };
+  if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_TIMEOUT)) return 0;
+  self.unanswered = 0;
+  self.timer.reset();
+  int there = 0;
+  const bool hasNoHost =
+      failure == nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
+  if (hasNoHost || is(SD_BUS_ERROR_NAME_HAS_NO_OWNER) || is(SD_BUS_ERROR_SERVICE_UNKNOWN)) {
+    self.trayMissing();
+  } else if (self.advised) {
+    self.notifications.withdraw(advice.identifier);
+  }
+  return 0;
 }
 
 void TrayAdvice::trayChanged() {

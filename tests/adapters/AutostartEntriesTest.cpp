@@ -26,7 +26,8 @@ const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`
 struct AutostartEntriesTest : FileTest {
   const ScratchFolder& home = folder;
   FakeMainBundle bundle;
-  AutostartEntries agents{home.file("autostart"), bundle};
+  SystemFileManager files{"/home/u"};
+  AutostartEntries agents{files, home.file("autostart"), bundle};
   const std::string path = agents.path(label);
 
   AutostartEntriesTest() { fs::create_directory(home.file("autostart")); }
@@ -153,7 +154,7 @@ TEST_F(AutostartEntriesTest, EntryStaysRegisteredWhenOtherKeysAreSet) {
 TEST_F(AutostartEntriesTest, FolderOrLinkToDevNullIsNotRegistered) {
   fs::create_symlink("/dev/null", path);
   EXPECT_FALSE(agents.isRegistered(label));
-  ASSERT_EQ(writeFileAtomically(path, *agents.document(label, "/program", "/repository")), std::error_code());
+  ASSERT_TRUE(files.writeAtomically(path, *agents.document(label, "/program", "/repository")));
   EXPECT_TRUE(agents.isRegistered(label));
   fs::remove(path);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -238,7 +239,7 @@ TEST_F(AutostartEntriesTest, RepairKeepsTheChangesOfTheUser) {
 }
 
 TEST_F(AutostartEntriesTest, EntriesAreReadOnlyWhereADesktopIsInstalled) {
-  const AutostartEntries entries(home.file("autostart"), bundle, {home.file("data"), home.file("usr")});
+  AutostartEntries entries(files, home.file("autostart"), bundle, {home.file("data"), home.file("usr")});
   EXPECT_FALSE(entries.areRead());
   fs::create_directories(home.file("usr/wayland-sessions"));
   EXPECT_TRUE(entries.areRead());

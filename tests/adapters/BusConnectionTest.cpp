@@ -3,10 +3,8 @@
 
 #include <cstring>
 
-#include "adapters/bus/BusInquiry.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StandardErrorText.h"
-#include "tests/rig/StubService.h"
 #include "tests/rig/TrayDesk.h"
 
 namespace kestrune::testing {
@@ -130,68 +128,6 @@ TEST_F(BusConnection, MissingBusIsReportedOnce) {
   const std::string said = program.standardError();
   EXPECT_EQ(said.rfind("KestruneMenuClient: no session bus (Not a directory)", 0), 0u) << said;
   EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
-}
-
-constexpr auto serviceName = "org.example.Service";
-using Outcome = BusInquiry::Outcome;
-
-struct BusInquiryTest : ::testing::Test {
-  void SetUp() override {
-    daemon.start();
-    bus.connect();
-  }
-
-  void serve(StubService::Behaviour behaviour) {
-    service = std::make_unique<StubService>(daemon.address(), serviceName, std::move(behaviour));
-  }
-  void ask() {
-    inquiry.ask({serviceName, "/", "org.example", "Ask"}, [this](sd_bus_message* reply, Outcome outcome) {
-      EXPECT_EQ(reply != nullptr, outcome == Outcome::answered);
-      outcomes.push_back(outcome);
-    });
-  }
-  std::vector<Outcome> outcomesAtLast() {
-    EXPECT_TRUE(comesTrueElsewhere(loop, [this] { return inquiry.isDone(); }));
-    return outcomes;
-  }
-
-  SignalState restored;
-  PrivateBus daemon;
-  EventLoop loop;
-  SessionBus bus{loop};
-  BusInquiry inquiry{bus};
-  std::unique_ptr<StubService> service;
-  std::vector<Outcome> outcomes;
-};
-
-TEST_F(BusInquiryTest, TellsAnswersRefusalsAndMissingServicesApart) {
-  ask();
-  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::noOwner});
-  serve([](sd_bus_message* call) { return sd_bus_reply_method_return(call, "") >= 0; });
-  ask();
-  EXPECT_EQ(outcomesAtLast().back(), Outcome::answered);
-  service->behave(StubService::refuses(SD_BUS_ERROR_ACCESS_DENIED));
-  ask();
-  EXPECT_EQ(outcomesAtLast().back(), Outcome::refused);
-}
-
-TEST_F(BusInquiryTest, ServiceThatLeavesTheBusCountsAsUnanswered) {
-  serve(StubService::saysNothing());
-  ask();
-  ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return !service->calls().empty(); }));
-  EXPECT_FALSE(inquiry.isDone());
-  service.reset();
-  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
-}
-
-TEST_F(BusInquiryTest, TimeoutCountsAsUnanswered) {
-  RoundTrip probe(bus);
-  probe.catchUp(loop);
-  serve(StubService::saysNothing());
-  ASSERT_GE(sd_bus_set_method_call_timeout(probe.bus, 1), 0);
-  ask();
-  EXPECT_EQ(outcomesAtLast(), std::vector{Outcome::unanswered});
-  EXPECT_EQ(probe.losses, 0);
 }
 
 }  // namespace

@@ -1,11 +1,12 @@
 #include "host/Diagnosis.h"
 
+#include <sys/wait.h>
+
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 
 #include "adapters/children/ChildProcesses.h"
-#include "tests/rig/FakePlatform.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StubService.h"
@@ -41,14 +42,26 @@ struct Diagnosis : ::testing::Test {
   SignalState restored;
   PrivateBus daemon;
   const ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", daemon.address()};
-  EventLoop loop;
-  SessionBus sessionBus{loop};
-  SystemBus systemBus{loop};
-  FakeMainBundle bundle;
+  const ScopedVariable noDisplay{"DISPLAY", ""}, noWayland{"WAYLAND_DISPLAY", ""};
+  const ScratchFolder programs;
   ChildProcesses processes;
 
-  std::string described() {
-    return describeSession(loop, sessionBus, systemBus, bundle, processes, "/nowhere/windows");
+  void TearDown() override {
+    daemon.stop();
+    while (wait(nullptr) > 0) {  // the bash that has closed its output may still be ending
+    }
+  }
+
+  std::string described() { return describeSession(processes, "/nowhere/windows"); }
+
+  /// Returns the description on a machine that has only `timeout` and the program `name`, a bash script.
+  std::string describedWith(const std::string& name, const std::string& lines) {
+    const std::string program = programs.file(name), timeout = programs.file("timeout");
+    if (!std::filesystem::exists(timeout)) std::filesystem::create_symlink("/usr/bin/timeout", timeout);
+    std::ofstream(program) << "#!/bin/bash\n" << lines;
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    const ScopedVariable path("PATH", programs.file(""));
+    return described();
   }
 };
 
@@ -80,43 +93,51 @@ TEST_F(Diagnosis, ListsServicesAndInhibitors) {
 }
 
 TEST_F(Diagnosis, ListsFontsOrThePackageToInstall) {
-  EXPECT_NE(described().find("Fonts:\n  Chinese: unknown: fc-list is not installed\n"), std::string::npos);
-  const ScratchFolder folder;
-  const auto fontconfig = [&](const std::string& script) {
-    std::ofstream(folder.file("fc-list")) << "#!/bin/bash\n" << script;
-    std::filesystem::permissions(folder.file("fc-list"), std::filesystem::perms::owner_all);
-    bundle.environment["PATH"] = folder.file("");
-    return described();
-  };
-  std::string text =
-      fontconfig("[[ $2 == :lang=zh-tw ]] && printf '=Some Sans\n=Some Serif\n'; echo warning >&2");
+  std::string text = describedWith(
+      "fc-list", "[[ $3 == :lang=zh-tw ]] && printf 'Some Sans\nSome Serif\n'; echo warning >&2");
   EXPECT_NE(text.find("  Chinese: Some Sans\n  colour emoji: none: install fonts-noto-color-emoji\n"),
             std::string::npos)
       << text;
-  text = fontconfig("[[ $2 == :charset=1f7e2:color=true ]] && echo =Emoji; echo warning >&2");
+  text = describedWith("fc-list", "[[ $3 == :charset=1f7e2:color=true ]] && echo Emoji; echo warning >&2");
   EXPECT_NE(text.find("  Chinese: none: install fonts-noto-cjk\n  colour emoji: Emoji\n"), std::string::npos)
       << text;
 }
 
-TEST_F(Diagnosis, TellsOfAProgramWithoutOutput) {
-  const ScratchFolder folder;
-  std::ofstream(folder.file("curl")) << "#!/bin/sh\n";
-  std::filesystem::permissions(folder.file("curl"), std::filesystem::perms::owner_all);
-  bundle.environment["PATH"] = folder.file("");
-  EXPECT_NE(described().find("/curl, no output within 2 seconds\n"), std::string::npos) << described();
+TEST_F(Diagnosis, TellsWhichProgramsAreMissingOrPrintNothing) {
+  const std::string text = describedWith("curl", "");
+  EXPECT_NE(text.find("/curl, no output within 2 seconds\n  lsof: not found\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Fonts:\n  Chinese: unknown: fc-list is not installed\n"), std::string::npos) << text;
 }
 
-TEST_F(Diagnosis, EndsWithoutTheAnswerOfAServiceThatHangs) {
+TEST_F(Diagnosis, StartsNoService) {
+  const std::string started = programs.file("started");
+  for (const char* const name :
+       {"org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications", "org.gnome.SessionManager",
+        "org.freedesktop.PowerManagement", "org.freedesktop.login1"}) {
+    daemon.add(name, "/bin/touch " + started);
+  }
+  daemon.start();
+  EXPECT_NE(described().find("Session bus: answers\n"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(started));
+}
+
+TEST_F(Diagnosis, EndsWithoutTheAnswerOfAServiceOrABusThatHangs) {
   daemon.start();
   const StubService tray(daemon.address(), "org.kde.StatusNotifierWatcher",
                          [](sd_bus_message*) { return true; });
-  const auto begin = std::chrono::steady_clock::now();
-  const std::string text = described();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, Seconds{10});
+  std::string text;
+  const auto describe = [&] { text = described(); };
+  EXPECT_LT(durationOf(describe), Seconds{10});
   EXPECT_EQ(text.find("shows items"), text.npos) << text;
   EXPECT_NE(text.find("Inhibitors:\n  none known\n"), text.npos) << text;
   EXPECT_NE(text.find("Windows: /nowhere/windows is missing (package kestrune-menu-dialogs), no display\n"),
             text.npos)
+      << text;
+  const ScopedVariable noSystemBus("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null/bus");
+  daemon.freeze();
+  EXPECT_LT(durationOf(describe), Seconds{10});
+  daemon.thaw();
+  EXPECT_NE(text.find("Session bus: does not answer\nSystem bus: does not answer\nTray: none\n"), text.npos)
       << text;
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "adapters/files/Files.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/system/WholeFile.h"
 #include "tests/rig/FileTest.h"
@@ -20,13 +21,14 @@
 namespace kestrune::testing {
 namespace {
 
-std::error_code systemError(int number) {
-  return {number, std::system_category()};
+Failure failure(int error) {
+  return {describe(error)};
 }
 
 struct Files : FileTest {
   void put(const std::string& contents) const { testing::put(path, contents); }
 
+  SystemFileManager files{"/home/u"};
   const std::string path = folder.file("file");
 };
 
@@ -80,7 +82,7 @@ TEST_F(WriteFileAtomically, KeepsACLAndMode) {
   const bool keepsLists = setxattr(path.c_str(), attribute, list.data(), list.size(), 0) == 0;
   ASSERT_TRUE(keepsLists || errno == ENOTSUP);
   const mode_t before = modeOf(path);
-  ASSERT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  ASSERT_TRUE(files.writeAtomically(path, "new"));
   EXPECT_EQ(contentsOf(path), "new");
   EXPECT_EQ(listOf(), keepsLists ? list : "");
   EXPECT_EQ(modeOf(path), before);
@@ -93,7 +95,7 @@ TEST_F(WriteFileAtomically, DefaultACLOfTheFolderIsNotInherited) {
   const std::string here = folder.file(".");
   ASSERT_TRUE(setxattr(here.c_str(), "system.posix_acl_default", list.data(), list.size(), 0) == 0 ||
               errno == ENOTSUP);
-  ASSERT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  ASSERT_TRUE(files.writeAtomically(path, "new"));
   EXPECT_EQ(modeOf(path), 0640U);
   EXPECT_EQ(getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0), -1);
 }
@@ -102,7 +104,7 @@ TEST_F(WriteFileAtomically, KeepsTheMode) {
   for (const mode_t mode : {0600U, 0644U, 0400U, 0755U, 02640U}) {
     put("old");
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
-    EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
+    EXPECT_TRUE(files.writeAtomically(path, "new"));
     EXPECT_EQ(modeOf(path), mode) << std::oct << mode;
     EXPECT_EQ(contentsOf(path), "new");
     fs::remove(path);
@@ -117,20 +119,12 @@ TEST_F(WriteFileAtomically, KeepsTheOwner) {
   put("old");
   ASSERT_EQ(chown(path.c_str(), owner, group), 0);
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
-  EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "new"));
   struct stat found {};
   ASSERT_EQ(stat(path.c_str(), &found), 0);
   EXPECT_EQ(found.st_uid, owner);
   EXPECT_EQ(found.st_gid, group);
   EXPECT_EQ(modeOf(path), 0640U);
-}
-
-TEST_F(WriteFileAtomically, RelativePathIsInTheWorkingDirectory) {
-  const fs::path before = fs::current_path();
-  fs::current_path(folder.file("."));
-  EXPECT_EQ(writeFileAtomically("file", "text"), std::error_code());
-  fs::current_path(before);
-  EXPECT_EQ(contentsOf(path), "text");
 }
 
 TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
@@ -140,7 +134,7 @@ TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
   fs::create_symlink(path, folder.file("absolute"));
   fs::create_symlink("below/relative", folder.file("link to a link"));
   for (const std::string link : {"below/relative", "absolute", "link to a link"}) {
-    EXPECT_EQ(writeFileAtomically(folder.file(link), "by " + link), std::error_code());
+    EXPECT_TRUE(files.writeAtomically(folder.file(link), "by " + link));
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
     fs::remove(path);  // so that the next link points to no file
@@ -154,42 +148,30 @@ TEST_F(WriteFileAtomically, FailureHasTheErrno) {
   fs::create_symlink("no folder/file", folder.file("link to nowhere"));
   fs::create_symlink("loop", folder.file("loop"));
   const auto before = names();
-  EXPECT_EQ(writeFileAtomically(folder.file("no folder/file"), "new"), systemError(ENOENT));
-  EXPECT_EQ(writeFileAtomically(folder.file("link to nowhere"), "new"), systemError(ENOENT));
-  EXPECT_EQ(writeFileAtomically(path + "/below", "new"), systemError(ENOTDIR));
-  EXPECT_EQ(writeFileAtomically(folder.file("folder"), "new"), systemError(EISDIR));
-  EXPECT_EQ(writeFileAtomically(folder.file("link to a folder"), "new"), systemError(EISDIR));
-  EXPECT_EQ(writeFileAtomically(folder.file("loop"), "new"), systemError(ELOOP));
-  EXPECT_EQ(writeFileAtomically(folder.file(std::string(300, 'x')), "new"), systemError(ENAMETOOLONG));
-  EXPECT_TRUE(writeFileAtomically("", "new"));
+  EXPECT_EQ(files.writeAtomically(folder.file("no folder/file"), "new"), failure(ENOENT));
+  EXPECT_EQ(files.writeAtomically(folder.file("link to nowhere"), "new"), failure(ENOENT));
+  EXPECT_EQ(files.writeAtomically(path + "/below", "new"), failure(ENOTDIR));
+  EXPECT_EQ(files.writeAtomically(folder.file("folder"), "new"), failure(EISDIR));
+  EXPECT_EQ(files.writeAtomically(folder.file("link to a folder"), "new"), failure(EISDIR));
+  EXPECT_EQ(files.writeAtomically(folder.file("loop"), "new"), failure(ELOOP));
+  EXPECT_EQ(files.writeAtomically(folder.file(std::string(300, 'x')), "new"), failure(ENAMETOOLONG));
+  EXPECT_FALSE(files.writeAtomically("", "new"));
   EXPECT_EQ(names(), before);
 }
 
 TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   put("old");
-  std::error_code failure;
   {
     const SignalState restored;
     std::signal(SIGXFSZ, SIG_IGN);
     const ResourceLimit room(RLIMIT_FSIZE, 1000);
-    failure = writeFileAtomically(path, std::string(5000, 'x'));
+    EXPECT_EQ(files.writeAtomically(path, std::string(5000, 'x')), failure(EFBIG));
   }
-  EXPECT_EQ(failure, systemError(EFBIG));
   EXPECT_EQ(contentsOf(path), "old");
   EXPECT_EQ(names(), Names{"file"});
 }
 
 struct MakeFolders : Files {};
-
-TEST_F(MakeFolders, MissingFoldersAreCreatedWithMode0700) {
-  const mode_t before = umask(0);
-  EXPECT_EQ(makeFolders(folder.file("a/b/c")), std::error_code());
-  umask(before);
-  for (const std::string each : {"a", "a/b", "a/b/c"}) {
-    EXPECT_TRUE(fs::is_directory(folder.file(each))) << each;
-    EXPECT_EQ(modeOf(folder.file(each)), 0700U) << each;
-  }
-}
 
 TEST_F(MakeFolders, ExistingFoldersStay) {
   fs::create_directory(folder.file("a"));
@@ -223,6 +205,7 @@ TEST_F(MakeFolders, FailureIsReturned) {
 // --- temporary files: their mode, and the removal of those that a killed process has left
 
 struct NewFiles : FileTest {
+  SystemFileManager files{"/home/u"};
   const std::string path = folder.file("file");
   const std::string abandoned = folder.file(".kestrune-new-AbC123");
 };
@@ -230,7 +213,7 @@ struct NewFiles : FileTest {
 TEST_F(NewFiles, ModeIs0600WhateverTheUmask) {
   for (const mode_t mask : {0U, 0077U, 0777U}) {
     const mode_t before = umask(mask);
-    EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+    EXPECT_TRUE(files.writeAtomically(path, "text"));
     umask(before);
     EXPECT_EQ(modeOf(path), 0600U) << std::oct << mask;
     fs::remove(path);
@@ -241,7 +224,7 @@ TEST_F(NewFiles, TemporaryFileHasMode0600) {
   put(path, "old", 0644);
   ForkedProgram program([this](const ForkedProgram::Say& say) {
     dieAtRename();
-    say(writeFileAtomically(path, "new").message());
+    say(files.writeAtomically(path, "new") ? "saved" : "not saved");
   });
   EXPECT_EQ(program.line(), "end");
   auto found = names();
@@ -249,33 +232,33 @@ TEST_F(NewFiles, TemporaryFileHasMode0600) {
   ASSERT_EQ(found.size(), 1U);
   EXPECT_EQ(modeOf(folder.file(*found.begin())), 0600U);
   EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_EQ(writeFileAtomically(path, "new"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "new"));
   EXPECT_EQ(modeOf(path), 0644U);
   EXPECT_EQ(names(), Names{"file"});
 }
 
-TEST_F(NewFiles, WritePrivateFileReplacesLinksToo) {
+TEST_F(NewFiles, PrivateFileReplacesLinksToo) {
   put(path, "old", 0644);
   put(folder.file("victim"), "theirs");
   fs::create_symlink("victim", folder.file("link"));
   for (const std::string& each : {path, folder.file("link"), folder.file("none")}) {
-    EXPECT_EQ(writePrivateFile(each, "text"), std::error_code());
+    EXPECT_TRUE(files.writePrivately(each, "text"));
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(each)));
     EXPECT_EQ(contentsOf(each), "text");
     EXPECT_EQ(modeOf(each), 0600U);
   }
   EXPECT_EQ(contentsOf(folder.file("victim")), "theirs");
   fs::create_directory(folder.file("folder"));
-  EXPECT_EQ(writePrivateFile(folder.file("folder"), "text"), std::error_code(EISDIR, std::system_category()));
+  EXPECT_EQ(files.writePrivately(folder.file("folder"), "text"), failure(EISDIR));
   EXPECT_EQ(names(), (Names{"file", "folder", "link", "none", "victim"}));
 }
 
 TEST_F(NewFiles, NextSaveRemovesAbandonedFiles) {
   put(abandoned, "left behind");
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "text"));
   EXPECT_EQ(names(), Names{"file"});
   put(abandoned, "left behind");
-  EXPECT_EQ(writePrivateFile(folder.file("other"), "text"), std::error_code());
+  EXPECT_TRUE(files.writePrivately(folder.file("other"), "text"));
   EXPECT_EQ(names(), (Names{"file", "other"}));
 }
 
@@ -289,7 +272,7 @@ TEST_F(NewFiles, FilesOfOthersAreNotRemoved) {
   // Without root, chown fails: the file still belongs to this user, and so is removed.
   put(abandoned, "theirs");
   const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "text"));
   Names expected = others;
   expected.insert({"file", ".kestrune-new-folder", ".kestrune-new-a-link", ".kestrune-new-a-pipe"});
   if (isTheirs) expected.insert(".kestrune-new-AbC123");
@@ -304,10 +287,10 @@ TEST_F(NewFiles, LockedFilesAreNotRemoved) {
     pause();
   });
   ASSERT_EQ(writer.line(), "locked");
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "text"));
   EXPECT_EQ(contentsOf(abandoned), "half-wri");
   writer.end(SIGKILL);
-  EXPECT_EQ(writeFileAtomically(path, "text"), std::error_code());
+  EXPECT_TRUE(files.writeAtomically(path, "text"));
   EXPECT_EQ(names(), Names{"file"});
 }
 
@@ -317,7 +300,7 @@ TEST_F(NewFiles, ConcurrentSavesAllSucceed) {
     clients.push_back(std::make_unique<ForkedProgram>([this](const ForkedProgram::Say& say) {
       skipFlushes();
       for (int save = 0; save < 50; ++save) {
-        if (const auto failure = writeFileAtomically(path, "text")) return say(failure.message());
+        if (const auto saved = files.writeAtomically(path, "text"); !saved) return say(saved.reason());
       }
       say("saved");
     }));

@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 
+#include "adapters/files/Files.h"
 #include "adapters/files/PreferencesFile.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
@@ -12,8 +13,9 @@ namespace {
 using nlohmann::json;
 
 struct Preferences : FileTest {
+  SystemFileManager files{"/home/u"};
   const std::string path = folder.file("preferences.json");
-  PreferencesFile preferences{path};
+  PreferencesFile preferences{files, path};
 
   json written() const { return json::parse(contentsOf(path)); }
   void put(const std::string& contents) const { testing::put(path, contents); }
@@ -26,7 +28,7 @@ TEST_F(Preferences, FileIsAJSONObject) {
 }
 
 TEST_F(Preferences, FileIsReadAtEachCall) {
-  PreferencesFile other(path);
+  PreferencesFile other(files, path);
   preferences.setBool("flag", true);
   EXPECT_EQ(other.boolForKey("flag"), true);
   other.setBool("flag", false);
@@ -55,7 +57,7 @@ TEST_F(Preferences, UnknownKeysAreKept) {
 
 TEST_F(Preferences, FileAndFoldersArePrivate) {
   const std::string deep = folder.file("a/b/preferences.json");
-  PreferencesFile(deep).setBool("flag", true);
+  PreferencesFile(files, deep).setBool("flag", true);
   EXPECT_EQ(modeOf(deep), 0600U);
   EXPECT_EQ(modeOf(folder.file("a/b")), 0700U);
   EXPECT_EQ(modeOf(folder.file("a")), 0700U);
@@ -73,39 +75,10 @@ TEST_F(Preferences, NextWriteKeepsADamagedFileAside) {
     EXPECT_EQ(preferences.stringForKey("text"), std::nullopt);
     EXPECT_TRUE(contentsOf(path) == damage) << "reading must change nothing";
     preferences.setBool("other", true);
-    EXPECT_TRUE(contentsOf(path + ".damaged") == damage);
+    EXPECT_TRUE(contentsOf(path + ".unreadable") == damage);
     EXPECT_EQ(written(), (json{{"other", true}}));
-    fs::remove(path + ".damaged");
+    fs::remove(path + ".unreadable");
   }
-}
-
-TEST_F(Preferences, EachDamagedFileGetsAFreeName) {
-  fs::create_symlink("nowhere", path + ".damaged-2");
-  for (const std::string damage : {"first", "third"}) {
-    put(damage);
-    preferences.setBool("flag", true);
-  }
-  EXPECT_EQ(contentsOf(path + ".damaged"), "first");
-  EXPECT_TRUE(fs::is_symlink(path + ".damaged-2"));
-  EXPECT_EQ(contentsOf(path + ".damaged-3"), "third");
-}
-
-TEST_F(Preferences, NamedPipeIsMovedAside) {
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
-  preferences.setBool("flag", true);
-  EXPECT_TRUE(fs::is_fifo(path + ".damaged"));
-  EXPECT_EQ(written(), (json{{"flag", true}}));
-}
-
-TEST_F(Preferences, LinkToADamagedFileStays) {
-  const std::string target = folder.file("elsewhere.json");
-  std::ofstream(target) << "damage";
-  fs::create_symlink("elsewhere.json", path);
-  preferences.setBool("flag", true);
-  EXPECT_TRUE(fs::is_symlink(path));
-  EXPECT_EQ(written(), (json{{"flag", true}}));
-  EXPECT_EQ(contentsOf(target + ".damaged"), "damage");
 }
 
 TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
@@ -128,7 +101,7 @@ TEST_F(Preferences, LastValuesHoldWhileTheFileCannotBeOpened) {
 /// Preferences that cannot be saved: a file has the name of their folder, so the folder cannot be created.
 struct UnwritablePreferences : Preferences {
   const std::string place = folder.file("place");
-  PreferencesFile unwritable{place + "/preferences.json"};
+  PreferencesFile unwritable{files, place + "/preferences.json"};
 
   UnwritablePreferences() { std::ofstream(place) << "a file"; }
   void makeWritable() const { fs::remove(place); }
@@ -142,7 +115,7 @@ TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
   unwritable.setString("text", "t");
   EXPECT_EQ(json::parse(contentsOf(place + "/preferences.json")), (json{{"flag", false}, {"text", "t"}}));
   // Now that the values are saved, changes by other processes take effect again.
-  PreferencesFile(place + "/preferences.json").setBool("flag", true);
+  PreferencesFile(files, place + "/preferences.json").setBool("flag", true);
   EXPECT_EQ(unwritable.boolForKey("flag"), true);
 }
 
@@ -156,12 +129,12 @@ TEST_F(Preferences, NewValuesHoldWhenTheDiskIsFull) {
       preferences.setBool("flag", false);
       EXPECT_EQ(preferences.boolForKey("flag"), false);
     }
-    EXPECT_EQ(contentsOf(fs::exists(path) ? path : path + ".damaged"), old);
-    EXPECT_EQ(names().size(), 1U);
+    EXPECT_EQ(contentsOf(path), old);
+    EXPECT_EQ(names(), Names{"preferences.json"});
     preferences.setString("text", "t");
     EXPECT_EQ(written(), (json{{"flag", false}, {"text", "t"}}));
   }
-  EXPECT_EQ(contentsOf(path + ".damaged"), "damage");
+  EXPECT_EQ(contentsOf(path + ".unreadable"), "damage");
 }
 
 struct FakeStore {
@@ -169,7 +142,8 @@ struct FakeStore {
 };
 struct FileStore {
   ScratchFolder folder;
-  PreferencesFile store{folder.file("preferences.json")};
+  SystemFileManager files{"/home/u"};
+  PreferencesFile store{files, folder.file("preferences.json")};
 };
 template <typename Store>
 struct UserDefaultsContract : ::testing::Test, Store {};

@@ -8,7 +8,6 @@
 #include "adapters/files/ProgramBundle.h"
 #include "tests/adapters/RealChildren.h"
 #include "tests/rig/FakePlatform.h"
-#include "tests/rig/ScopedVariable.h"
 
 namespace kestrune::testing {
 namespace {
@@ -70,15 +69,6 @@ TEST_F(RunningProgram, MissingResourceIsAbsent) {
   EXPECT_EQ(say(program, "true", "logo", "icns"), paths());
   EXPECT_EQ(say(program, "true", "Logo", "png"), paths());
   EXPECT_EQ(say(program, "true", "logo", "svg"), paths());
-}
-
-TEST(Bundle, ReadsEnvironmentVariables) {
-  const ProgramBundle bundle;
-  for (const std::optional<std::string>& value :
-       {std::optional<std::string>("  值 "), {""}, {std::nullopt}}) {
-    const ScopedVariable variable("KESTRUNE_TEST_VARIABLE", value);
-    EXPECT_EQ(bundle.environmentVariable("KESTRUNE_TEST_VARIABLE"), value);
-  }
 }
 
 // --- UserFolders, the XDG base directories

@@ -212,7 +212,8 @@ TEST_F(DescriptorShortage, EnvFileStaysAsItIs) {
 TEST_F(DescriptorShortage, PreferencesLoseNoKey) {
   const std::string path = folder.file("preferences.json");
   put(path, R"({"theirs": 1, "flag": true})");
-  PreferencesFile preferences(path);
+  SystemFileManager files(folder.file(""));
+  PreferencesFile preferences(files, path);
   EXPECT_EQ(neededFor([&] {
               preferences.setBool("flag", false);
               EXPECT_EQ(preferences.boolForKey("flag"), false);

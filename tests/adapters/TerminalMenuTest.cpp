@@ -95,15 +95,6 @@ TEST_F(TerminalMenu, IsPrintedOnceBelowANotification) {
   EXPECT_EQ(rig.desktop.withdrawn, Words{"id"});
 }
 
-TEST_F(TerminalMenu, IsPrintedOnRequest) {
-  EXPECT_NE(rig.after("\n").find("refresh"), std::string::npos);
-  EXPECT_NE(rig.after("  \t \n").find("refresh"), std::string::npos);
-  EXPECT_NE(rig.after("?\n").find("refresh"), std::string::npos);
-  rig.face->printMenu();
-  EXPECT_NE(rig.printed().find("refresh"), std::string::npos);
-  EXPECT_EQ(target->performed, CallLog{});
-}
-
 TEST_F(TerminalMenu, RunsRowsByNumberOrKey) {
   rig.after("3\nR\n5\n");
   EXPECT_EQ(target->performed, (CallLog{"refresh", "restart", "switch"}));
@@ -126,17 +117,6 @@ TEST_F(TerminalMenu, RefusesDisabledRows) {
   EXPECT_EQ(rig.after("n\n"), "這一列只供查看：no\n");
   EXPECT_EQ(rig.after("2\n").rfind("這一列只供查看：", 0), 0u);
   EXPECT_EQ(target->performed, CallLog{});
-}
-
-TEST_F(TerminalMenu, MayBeReplacedByTheActionOfARow) {
-  target->onPerform = [this] { rig.face->setMenu({{{.id = 1, .title = "new"}}}); };
-  rig.after("3\n");
-  EXPECT_EQ(row(1), Words{});
-  rig.printed();
-  rig.face->printMenu();
-  rig.settle();
-  EXPECT_EQ(row(1), (Words{"1", "new"}));
-  EXPECT_EQ(row(2), Words{});
 }
 
 TEST_F(TerminalMenu, StaysAliveWhenItsReaderIsGone) {

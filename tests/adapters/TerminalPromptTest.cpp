@@ -105,18 +105,9 @@ TEST_F(TerminalChanges, OfTheRowsThemselvesPrintTheWholeMenu) {
   EXPECT_NE(shown().find("first"), std::string::npos);
 }
 
-TEST_F(TerminalChanges, DuringAnAlertArePrintedAfterIt) {
-  rig.face->present({[] { return Alert{.messageText = "?", .informativeText = "", .buttons = {"OK"}}; },
-                     [](const AlertAnswer&) {}});
-  EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
-  setRow(2, "last");
-  rig.settle();
-  rig.screen.text.clear();
-  EXPECT_EQ(shown("\n"), "\n\n 3      last\n列號或按鍵> ");
-}
-
 TEST_F(TerminalChanges, AreInTheWholeMenuThatIsAskedFor) {
   EXPECT_EQ(shown("\n"), std::string("\n") + whole);
+  EXPECT_EQ(shown("  \n"), std::string("  \n") + whole);
   EXPECT_EQ(shown("?\n"), std::string("?\n") + whole);
   rig.face->printMenu();
   EXPECT_EQ(shown(), whole);

@@ -254,17 +254,5 @@ TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
 }
 
-TEST_F(TrayForm, IconFileFollowsTheIndicatorService) {
-  bundle.resources = {{"codex-menubar.png", "/share/logo.png"}};
-  item->setButton({.image = makeTestImage(2, 10, 20, 30)});
-  runOn({});
-  host->own(indicators);
-  EXPECT_EQ(host->news(), News{"NewIcon"});
-  EXPECT_EQ(host->property("IconName"), "s '/share/logo.png'");
-  host->disown(indicators);
-  EXPECT_EQ(host->news(), News{"NewIcon"});
-  EXPECT_EQ(host->property("IconName"), "s ''");
-}
-
 }  // namespace
 }  // namespace kestrune::testing

@@ -27,11 +27,6 @@ struct TrayMenu : TrayDesk {
     return target->performed;
   }
 
-  std::string labelOf(const std::string& title) {
-    item->setMenu({{{.id = 1, .title = title}}});
-    return host->menu("GetProperty", "is", 1, "label");
-  }
-
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
   Menu menu{{
       {.id = 1, .title = "status", .enabled = false, .target = target},
@@ -188,10 +183,6 @@ TEST_F(TrayMenu, RunsTheActionThatWasShownAtTheClick) {
   EXPECT_EQ(host->menu("EventGroup", "a(isvu)", 2, 3, "clicked", "i", 0, 0u, 4, "clicked", "i", 0, 0u), "[]");
   EXPECT_EQ(performed(), (CallLog{"quit", "switch"}));
   EXPECT_EQ(host->rows(), Texts{});
-}
-
-TEST_F(TrayMenu, DoublesUnderscoresAndKeepsMarkup) {
-  EXPECT_EQ(labelOf("_my_project__&_<b>R&D</b>"), "s '__my__project____&__<b>R&D</b>'");
 }
 
 TEST_F(TrayMenu, WritesShortcutsAsGdkKeyNames) {

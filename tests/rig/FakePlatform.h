@@ -397,8 +397,7 @@ struct FakePlatform {
   FakeProcesses processes{clock, log};
   LaunchdServiceControl serviceControl{501};
   FakeFileManager fileManager{log};
-  LaunchdAgents launchAgents{"/home/u",
-                             [this](const std::string& path) { return fileManager.fileExists(path); }};
+  LaunchdAgents launchAgents{fileManager};
   FakeLocalService localService{clock, log};
   FakeQRCodes qrCodes;
   FakeWorkspace workspace{log};

@@ -201,7 +201,6 @@ struct EmptyDesk : ::testing::Test {
   RoundTrip probe{bus};
   FakeMainBundle bundle;
   std::string lastToken;
-  Menu lastMenu;
   int clicks = 0;
   int registrations = 0;  ///< how many registrations the tray has confirmed
   std::optional<StatusNotifierItem> item{
@@ -210,7 +209,6 @@ struct EmptyDesk : ::testing::Test {
                 .bundle = bundle,
                 .onClick = [this] { ++clicks; },
                 .onToken = [this](std::string_view token) { lastToken = token; },
-                .onMenu = [this](const Menu& menu) { lastMenu = menu; },
                 .onRegistered = [this] { ++registrations; }}};
   std::unique_ptr<TrayHost> host;
 };

@@ -34,7 +34,6 @@ class Text:
         self.descriptor = descriptor
         self.so_far = ""
         self.ended = False
-        self.arrivals = []  # after each read: the length of the text and the time
         self.changed = threading.Condition()
         self.let_go = os.eventfd(0)
         self.reader = threading.Thread(target=self.read, daemon=True)
@@ -53,7 +52,6 @@ class Text:
             with self.changed:
                 # A terminal puts a carriage return before each line feed. Remove it.
                 self.so_far += text.replace("\r", "") if terminal else text
-                self.arrivals.append((len(self.so_far), time.monotonic()))
                 self.ended = not data
                 self.changed.notify_all()
 
@@ -71,10 +69,6 @@ class Text:
         """Waits for the first line, and returns it without its end."""
         self.wait(lambda text: "\n" in text, "line")
         return self.so_far.partition("\n")[0]
-
-    def time_of(self, position):
-        """Returns when the character at this position arrived; past the end, when the last text arrived."""
-        return next((when for length, when in self.arrivals if length > position), self.arrivals[-1][1])
 
     def all(self):
         """Waits until the last writer has closed the output, and returns the whole text."""
