@@ -27,9 +27,9 @@ struct OperationResult {
   bool operator==(const OperationResult&) const = default;
 };
 
-/// The controller: holds the application's state and performs all menu actions. Must be owned by a
-/// `std::shared_ptr` from before the main loop starts until the process ends. Main thread, unless a comment
-/// says otherwise.
+/// The controller: holds the application's state and performs all menu actions. Its callbacks hold shared and
+/// weak pointers to it, so a `std::shared_ptr` must own the controller of a running client. Main thread,
+/// unless a comment says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
                           public std::enable_shared_from_this<AppDelegate> {
@@ -37,7 +37,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// `platform` must outlive the controller.
   explicit AppDelegate(Platform& platform);
 
-  // Defined in ApplicationCore.cpp: life cycle, preferences, connection mode, paths
+  // Life cycle, preferences, connection mode, paths (ApplicationCore.cpp)
 
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
@@ -51,8 +51,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
-  /// Describes the backend's folder, the rule that chose the folder, its files and the client's preferences,
-  /// for a bug report: lines of text, without secrets.
+  /// Returns lines of text for a bug report, without secrets: the backend's folder, the rule that chose the
+  /// folder, which of the folder's files exist, and the client's preferences.
   static std::string describeBackend(Platform& platform);
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
@@ -74,42 +74,43 @@ class AppDelegate final : public ApplicationDelegate,
     return kestrune::backendCommandLine(repoPath, subcommand);
   }
   std::string backendServiceStopCommand() const { return stopScript(platform.serviceControl); }
-  /// Runs the stop script. Blocks for about 9 s at most.
+  /// Runs the stop script. Blocks for about 9 s at most: 8 s for the script, then 1 s to read its output.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // Defined in StatusMonitoring.cpp: refresh cycle, network changes, project and chat thread. The
-  // interpretation of reports is in status/.
+  // Interpretation of reports, refresh cycle, network changes, project and chat thread (StatusMonitoring.cpp
+  // and status/)
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;
   }
   static std::string prettifyOutput(std::string_view output) { return prettified(output); }
-  /// Finds the first line that contains `label`, and returns its verdict "OK" or "需檢查", a space, and its
-  /// detail. Absent if no line contains `label`.
+  /// Finds the first line "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL" in the report `output`, where LABEL
+  /// is `label`. Returns "OK DETAIL" or "需檢查 DETAIL", with a shortened DETAIL; absent if there is no such
+  /// line.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
   void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }
 
-  /// Asks the backend for its status and shows the status. Does nothing while another refresh is running.
+  /// Asks the backend for its status and shows the status. If `triggerNotification` is true, also shows a
+  /// notification, which says that the network has changed. Does nothing while another refresh is running.
   void refreshStatus(bool triggerNotification);
   /// Shows that auto-connect is off. Runs no command.
   void presentAutoConnectDisabledState();
   /// Starts or restarts the timer that updates the shown status every 20 seconds.
   void startPeriodicRefresh();
   void startMonitoringNetwork();
-  /// Runs the backend's command `refresh`, then asks for the backend's status. Returns at once; several calls
-  /// may run at the same time. With `showWindow`, shows the output of `refresh`, followed by `extraContent`,
-  /// in a window at the end.
+  /// Queues the backend's command `refresh`, and returns without waiting for the command. After the command,
+  /// asks for the backend's status. With `showWindow`, also shows the command's output, followed by
+  /// `extraContent`, in a window. Each call queues a command of its own, even while another one is running.
   void reconnectServices(bool showWindow, const std::string& title = "刷新連線",
                          const std::optional<std::string>& extraContent = std::nullopt);
-  /// Asks the local service for the current project and chat thread, at most every 45 s. Calls `completion`
-  /// once: after the answer has been stored in `current.session`, or, if no request is sent, before this
-  /// returns.
+  /// Asks the local service for the current project and chat thread. Stores the answer in `current.session`,
+  /// then calls `completion`. If another request is running, or the last answer is younger than 45 s, or .env
+  /// has no token, sends no request and calls `completion` at once.
   void refreshLiveSessionSnapshot(const Job& completion);
   static std::string compactThreadName(std::string_view name) { return kestrune::compactThreadName(name); }
 
-  // Defined in MenuBarPresentation.cpp: lamp, logo, button, commands, result window, notifications. The menu
-  // is in StatusMenu.cpp.
+  // Lamp, logo, button, result window, notifications (MenuBarPresentation.cpp), menu (StatusMenu.cpp)
 
   void configureStatusItem();
   void updateButton(ConnectionLampState state, const std::string& title);
@@ -119,18 +120,20 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
-  /// Returns lines of text: in each line an action that `performRequest` accepts, and the titles that its
-  /// menu row can have.
+  /// Returns one line of text for each action that `performRequest` accepts. The line holds the action and
+  /// the titles that the action's menu row can have.
   static std::string describeActions();
-  /// Performs the action of an enabled menu row for another program. On failure returns the reason, in
-  /// English; absent on success.
+  /// Performs `action`, which another program has requested. Fails if no enabled menu row has this action
+  /// now. On failure returns the reason, in English; absent on success.
   std::optional<std::string> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError);
   void requestNotificationPermission();
   void showNotification(const std::string& title, const std::string& body);
 
-  // Defined in ConfigurationAndPairing.cpp: .env store, pairing link and picture, settings dialog
+  // The backend's .env, pairing link and QR code, settings dialog (ConfigurationAndPairing.cpp)
+  /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
+  /// the file cannot be read.
 
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
@@ -140,12 +143,14 @@ class AppDelegate final : public ApplicationDelegate,
   /// file to ".env.previous", and shows a notification after saving. If `shown` is null, makes no copy.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
-  /// Returns the link in the QR code that a phone scans; absent when there is no token.
+  /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no
+  /// API token. A phone scans the link as a QR code.
   std::optional<std::string> makePairingURL() const;
-  /// Returns `text` as a square QR code of `size` points; null when the text cannot be encoded.
+  /// Returns an image of the QR code for `text`, `size` points wide and high; null when `text` cannot be
+  /// encoded.
   ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
 
-  // Defined in SystemIntegration.cpp: keep-awake, launch at login
+  // Keep-awake, launch at login (SystemIntegration.cpp)
 
   void ensureSleepAssertion();
   void releaseSleepAssertion();
@@ -214,7 +219,7 @@ class AppDelegate final : public ApplicationDelegate,
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
   const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
-  /// The state that the menu shows. `rebuildMenu` sets the status text, the lamp and the preferences in it.
+  /// The state that the menu shows.
   StatusSnapshot current;
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;

@@ -45,7 +45,8 @@ void AppDelegate::applicationWillTerminate() {
   platform.pathMonitor.cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
-  // Drop queued commands and kill running ones: a command could restart a service that the stop script ends.
+  // Drop the queued commands and kill the children that run commands. Otherwise a command could restart a
+  // service after the stop script has ended it.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();

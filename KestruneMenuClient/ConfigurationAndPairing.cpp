@@ -22,7 +22,7 @@ constexpr auto settingsIdentifier = "settings";
 
 }  // namespace
 
-// --- .env store
+// --- the backend's .env
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
   const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
@@ -51,7 +51,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
     if (const auto kept = files.writePrivately(previous, old->text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
-  // If .env could not be read as text, keep it under another name: it may hold the user's only settings.
+  // If .env could not be read as text, keep it under another name. It may be the only copy of the settings.
   const auto written =
       old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
@@ -70,7 +70,7 @@ EnvFile AppDelegate::envTemplate() const {
   return EnvFile::in(platform.fileManager.contents(path)).value_or(EnvFile());
 }
 
-// --- pairing link and picture
+// --- pairing link and QR code
 
 std::string AppDelegate::percentEncodeQueryValue(std::string_view value) {
   static constexpr std::string_view digits = "0123456789ABCDEF";
@@ -117,7 +117,8 @@ void AppDelegate::showPairingQR() {
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
   if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
-  // Do not show a value that contains a line end: it includes the next lines of .env, which may hold secrets.
+  // A value can contain a line end, because `EnvFile::value` does not end a line at CR LF. Do not show such a
+  // value: it includes the next lines of .env, and they may hold secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     return fail(
         ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"

@@ -60,7 +60,7 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
   if (const ImageRef logo = baseMenuBarLogo()) {
     if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
   }
-  // No grey logo could be made, so return the logo in colour. Load it anew: the first image may be damaged.
+  // No grey logo could be made, so return the logo in colour.
   return baseMenuBarLogo();
 }
 

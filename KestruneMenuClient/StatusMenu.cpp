@@ -5,15 +5,16 @@
 
 namespace kestrune {
 
-/// A menu row: its number, title and action. Rows 2 to 11 are not in the table: `statusRows` makes them.
+/// An element of `menuRows`. `menuRows` lists all rows of the menu except rows 2 to 11: `statusRows` makes
+/// those.
 struct AppDelegate::MenuRow {
-  int number;  ///< place in the menu; if rows share it, the first whose `applies` is true or null is shown
+  int number;  ///< place in the menu; of several rows at one place, the first that can be shown is shown
   const char* title = "";   ///< empty: a separator
-  const char* action = "";  ///< the name by which menus and scripts choose the row; empty: none
+  const char* action = "";  ///< this row's argument to `performAction`; empty: none
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark
-  bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row may be shown now; null: always
+  bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row can be shown now; null: always
 };
 
 namespace {
@@ -109,7 +110,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // the last line names this action: add this title to that line
+    if (row.action == described) {  // same action as the row before: add the title to the last line
       lines.pop_back();
       lines += std::string(" / ") + row.title + "\n";
       continue;

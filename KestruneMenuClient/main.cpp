@@ -121,7 +121,7 @@ void tellStatus(const Request& request) {
                                        : StatusFormat::text;
   const auto command = std::make_shared<StatusCommand>(
       host->platform(), StatusCommand::Options{format, request.follow, request.exitZero},
-      // With --follow, never block: a reader that stalls must not keep this process from ending.
+      // With --follow, never block: a program that stops reading our output must not keep us from ending.
       [follows = request.follow](const std::string& text) {
         return follows ? host->write(text) : print(text);
       });

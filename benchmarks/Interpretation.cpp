@@ -4,7 +4,8 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 
-// Measures how long it takes to interpret a status report (output of the backend's status command), by size.
+// Measures how long it takes to interpret status reports of 64 KiB to 16 MiB. A status report is the output
+// of the backend's status command.
 
 namespace {
 

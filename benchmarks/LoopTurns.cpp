@@ -8,8 +8,9 @@
 #include <cstdlib>
 #include <string>
 
-// A library to preload into the client (LD_PRELOAD). For each turn of the main loop, it appends a line to the
-// file that LOOP_TURNS names: the milliseconds from the end of one epoll_wait to the next call.
+// A library to preload into the client (LD_PRELOAD). It measures each turn of the main loop: the time from
+// the return of epoll_wait to the next call of epoll_wait. It appends this time as a line, in milliseconds,
+// to the file that the environment variable LOOP_TURNS names.
 
 namespace {
 

@@ -22,7 +22,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// The sizes below are in points. They are chosen so that texts are easy to read.
+// The widths, heights and distances are in points (see Appearance.h).
 constexpr double narrowestText = 300;
 constexpr double widestText = 440;
 constexpr double widestLongText = 640;
@@ -98,7 +98,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   icon->setFixedSize(side, side);
   icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
                                                             : QStringLiteral("訊息"));
-  // Screen readers take a label for a picture only if it has a pixmap. `furnish` sets the real icon.
+  // A QLabel has the accessible role of a picture only if it has a pixmap. So set one of a single pixel.
+  // `furnish` replaces this pixmap by the icon.
   icon->setPixmap(QPixmap(1, 1));
   QWidget* view = nullptr;
   if (alert.accessoryView) {
@@ -110,7 +111,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // The texts stand beside the icon. If the icon is higher, the stretches centre the texts vertically.
+  // The texts stand beside the icon. If the icon is taller than the texts, the two stretches centre the texts
+  // vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
@@ -155,7 +157,8 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
 }
 
 void AlertWindow::furnish() {
-  // Load the icon only now that the window is mapped: this takes longer than building the whole window.
+  // The icon is loaded only after the window is mapped, so that the window appears sooner. Loading the icon
+  // takes longer than building the whole window.
   const auto which =
       alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
   icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));

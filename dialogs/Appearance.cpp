@@ -19,9 +19,12 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr double ordinaryPoints = 13;
-constexpr double usualTextSize = 10.0 * 96 / 72;  // pixels; 10 pt at 96 dpi
-constexpr double smallestPrint = 8.0 * 96 / 72;   // pixels; 8 pt at 96 dpi
-constexpr double secondaryShare = 0.68;  // of the text colour in secondary text; the rest is window colour
+// If the desktop's font is larger than this, lengths grow with the font. In pixels: 10 pt at 96 dpi.
+constexpr double usualTextSize = 10.0 * 96 / 72;
+// A font is at least this large, unless the desktop's font is smaller. In pixels: 8 pt at 96 dpi.
+constexpr double smallestPrint = 8.0 * 96 / 72;
+// The share of the text colour in the colour of secondary text. The rest is the window colour.
+constexpr double secondaryShare = 0.68;
 
 // What the frame adds to the width and height of a window, in pixels. This is an estimate, because the real
 // frame is unknown before the window is mapped.
@@ -39,7 +42,7 @@ bool isDark(const QPalette& palette) {
   return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
 }
 
-/// Returns the dark palette that later versions of Qt have for the widget style Fusion.
+/// Returns a dark palette for the widget style Fusion: the one that Fusion itself has in Qt 6.5 and later.
 QPalette darkPalette() {
   const QColor window(50, 50, 50);
   QPalette palette(window, window);
@@ -68,9 +71,9 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Put the desktop's font first: otherwise digits could come from an emoji font. The name of the desktop's
-  // font may be an alias like "Sans Serif", which Qt would resolve only after the substitutions. So resolve
-  // the alias here.
+  // Put the desktop's font before the emoji fonts: otherwise digits could come from an emoji font. The
+  // desktop's font may be an alias like "Sans Serif", and Qt tries the substitutions before it resolves an
+  // alias. So take the name of the real font from QFontInfo.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const auto& family : {QStringLiteral("Noto Color Emoji"), QStringLiteral("Twemoji")}) {
@@ -114,7 +117,8 @@ ColorScheme::ColorScheme() {
   question << setting[0] << setting[1];
   auto* const answer = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
   connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] { follow(answer->reply()); });
-  // Wait for the answer here. A window painted before the answer would be light first and then turn dark.
+  // Wait for the portal's answer here. Otherwise, on a dark desktop, the first window would be painted light
+  // and then turn dark.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
   QTimer::singleShot(portalPatience, &wait, &QEventLoop::quit);
@@ -123,8 +127,8 @@ ColorScheme::ColorScheme() {
 
 void ColorScheme::follow(const QDBusMessage& message) {
   if (message.type() == QDBusMessage::ErrorMessage || message.arguments().isEmpty()) return;
-  // The signal `SettingChanged` contains the value in a variant. The answer to the portal's method `Read` has
-  // one more variant around it.
+  // The portal's signal `SettingChanged` contains the setting in a variant. The reply of the portal's
+  // method `Read` contains the setting in a variant inside another variant.
   QVariant value = message.arguments().last();
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;

@@ -9,28 +9,30 @@
 
 #include "ports/Alert.h"
 
-// These functions derive the sizes, fonts and colours of a view from the desktop's settings. The sizes in a
-// view are in points. A font of 13 points is as large as the desktop's font.
+// These functions derive the sizes, fonts and colours of a view from the desktop's settings. A view states
+// its lengths and font sizes in points, a unit of this program: the desktop's font has a size of 13 points.
+// The unit pt below is not this point but 1/72 inch.
 
 namespace kestrune::dialogs {
 
-/// Converts points to logical pixels. A point is one pixel, or more when the desktop's font is larger than 10
-/// pt, so that texts still fit.
+/// Converts a length from points to logical pixels. If the desktop's font is at most 10 pt (at 96 dpi), a
+/// point is one pixel. If the font is larger, a point grows in proportion to the font, because texts then
+/// need more room.
 int pixels(double points);
 
-/// Returns the desktop's font with this weight and size. The size is not less than 8 pt or the size of the
-/// desktop's font, whichever is smaller.
+/// Returns the desktop's font with this weight and this size in points. The minimum size is 8 pt (at 96 dpi),
+/// or the size of the desktop's font if that font is smaller than 8 pt.
 QFont fontFor(double points, FontWeight weight);
 
-/// Makes Qt draw emoji in colour if a colour emoji font is installed; otherwise Qt may choose a
-/// black-and-white font. Makes Qt draw 🟢 🟡 🔴 in colour on every machine, from resources/lamps.ttf.
+/// Makes Qt prefer an installed colour emoji font to a black-and-white font. If no colour emoji font is
+/// installed, Qt still draws 🟢 🟡 🔴 in colour: these come from resources/lamps.ttf.
 void preferColorEmoji();
 
 /// Returns the text colour of the palette. For secondary text, mixes it with the window colour.
 QColor colorFor(TextColor color, const QPalette& palette);
 
-/// Returns the largest size of a window, without its frame, that fits on every screen, in logical pixels.
-/// Every screen counts, because a window's screen is unknown before the window appears.
+/// Returns how large the contents of a window may be, in logical pixels. A window of this size and its frame
+/// fit on every screen. Every screen counts, because a window's screen is unknown before the window appears.
 QSize roomForWindow();
 
 /// Sets a dark palette while the desktop portal says "prefer dark" (its setting color-scheme) and Qt's own
@@ -40,7 +42,8 @@ class ColorScheme final : public QObject {
   Q_OBJECT
 
  public:
-  /// Asks the portal and waits at most 100 ms for its answer. An answer that comes later still takes effect.
+  /// Asks the desktop portal for the preferred colour scheme, and waits at most 100 ms for the answer. A
+  /// later answer still takes effect.
   ColorScheme();
 
  private Q_SLOTS:

@@ -30,8 +30,8 @@ void DialogWindow::present() {
   auto* const field = isHidden() ? qobject_cast<QLineEdit*>(focusWidget()) : nullptr;
   const int cursor = field != nullptr ? field->cursorPosition() : 0;
   show();
-  // show() has selected the text of the focused field: the next key would replace the text, and only the end
-  // of a long text would be visible. So put the cursor back, which also deselects the text.
+  // show() has selected the text of the focused field. The user's next key would replace the text, and only
+  // the end of a long text would be visible. So restore the cursor position, which also deselects the text.
   if (field != nullptr) field->setCursorPosition(cursor);
   raise();
   activateWindow();
@@ -39,7 +39,7 @@ void DialogWindow::present() {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
-  // Add the program's name to the title, because a task bar shows the title among those of other programs.
+  // A task bar shows the titles of many programs. So add the program's name to the title.
   setWindowTitle(name.contains(program) ? name
                  : name.isEmpty()       ? program
                                         : name + QStringLiteral(" — ") + program);
@@ -50,8 +50,8 @@ void DialogWindow::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
-  // Fix the size until the window is exposed: some compositors tile a window that has no fixed size when it
-  // is mapped.
+  // Map the window with a fixed size: some compositors put a new window into a tile unless its size is fixed.
+  // `eventFilter` lifts this limit after the window is exposed.
   if (isOnWayland()) limitSize(size(), size());
 }
 

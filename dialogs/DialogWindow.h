@@ -15,8 +15,8 @@ bool scrollByKey(QScrollBar& bar, QKeyEvent& event);
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {
  public:
-  /// Creates a hidden window on top of the window `beneath`, which takes no input while the new window is
-  /// open. If `beneath` is null, the new window is independent.
+  /// Creates a hidden window on top of the window `beneath`. While the new window is open, `beneath` takes no
+  /// input. If `beneath` is null, the new window is independent.
   explicit DialogWindow(QWidget* beneath);
 
   /// Called once, after the window has appeared on the screen and has been painted.
@@ -26,10 +26,12 @@ class DialogWindow : public QDialog {
   void present();
 
  protected:
-  /// Sets the window's title, and its name for screen readers. Without `name`, both are the program's name.
+  /// Sets the window's title, and its name for screen readers. If `name` is empty, both are
+  /// the program's name.
   void setName(const QString& name);
 
-  /// Called once, when the window is mapped but not painted, for slow work that does not change the layout.
+  /// Called once, when the window is mapped but not painted yet. A derived class overrides this
+  /// to do slow work that does not change the window's layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

@@ -21,7 +21,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// The sizes below are in points.
+// The distance between title and shortcut, and the height of a separator, in points (see Appearance.h).
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
 constexpr double edge = 6;  // space above the first row and below the last row
@@ -51,7 +51,8 @@ class MenuRow final : public QPushButton {
   const int id;  ///< the identifier of the row's menu item
 
   /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
-  /// is painted as the heading of its section. `keyWidth`: pixels; width of the menu's widest shortcut.
+  /// is painted in bold, as the heading of its section. `keyWidth` is the width of the menu's widest
+  /// shortcut, in pixels.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
 
   bool isChoosable() const { return choosable; }
@@ -81,7 +82,8 @@ class MenuRow final : public QPushButton {
 };
 
 MenuRow::MenuRow(int itemId) : id(itemId) {
-  // Without this, Return would press the first row when no row has the focus.
+  // If no button has the focus, Return presses the first auto-default button of a QDialog. So no row may be
+  // such a button.
   setAutoDefault(false);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
@@ -110,8 +112,9 @@ void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
   update();
 }
 
-/// Returns the style options of the row. Their text is a tab and the shortcut, because widget styles
-/// right-align what follows a tab; without a shortcut it is empty. The caller puts the title in front of it.
+/// Returns the style options of the row. Their `text` lacks the title: the caller prepends the whole title or
+/// a shortened one. For a row with a shortcut, `text` is a tab and the shortcut, because widget styles
+/// right-align the part after a tab.
 QStyleOptionMenuItem MenuRow::option() const {
   QStyleOptionMenuItem made;
   made.initFrom(this);
@@ -142,8 +145,8 @@ QSize MenuRow::sizeHint() const {
   const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
   // Put the title into `text` too, because the style Breeze measures `text` and ignores `content`.
   measured.text.prepend(withoutMnemonics(wholeTitle));
-  // Some styles add the reserved width of the shortcut, others do not. So tell the style that the shortcut
-  // has no width, and add the width to the style's result below.
+  // Some styles add reservedShortcutWidth to the width of the row, others do not. So set it to 0 for the
+  // style, and add it to the style's result below.
   const int keys = std::exchange(measured.reservedShortcutWidth, 0);
   return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
          QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
@@ -151,8 +154,7 @@ QSize MenuRow::sizeHint() const {
 
 /// Returns the title, shortened with "…" to the width that the style leaves for the title.
 QString MenuRow::elidedTitle() const {
-  // sizeHint measures the whole title, not the shortened one, for which it could return the style's minimum
-  // width.
+  // sizeHint() is the size of the row with the whole title.
   const int missing = sizeHint().width() - width();
   if (missing <= 0) return wholeTitle;
   const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
@@ -279,7 +281,8 @@ void MenuWindow::setMenu(const Menu& menu) {
     rows[i]->setItem(menu.items[i], beginsSection, keyWidth);
     beginsSection = menu.items[i].isSeparator;
   }
-  // The window may grow but does not shrink: otherwise its width would jump at each change of the menu.
+  // The window may become wider, but never narrower. Otherwise its width would jump at each change of the
+  // menu.
   if (!isNew) return resize(std::max(width(), widthForRows()), height());
   area->setWidget(content);
   content->setAutoFillBackground(false);
@@ -328,7 +331,7 @@ void MenuWindow::moveFocus(bool next) {
   if (!focusNextPrevChild(next)) return;
   QWidget* const row = focusWidget();
   area->ensureWidgetVisible(row, 0, row->height());
-  // The rows above the first choosable row cannot get the focus. Scroll up, so that they can be read.
+  // The rows above the first choosable row cannot get the focus. Scroll to the top, to show them too.
   const auto first =
       std::find_if(rows.begin(), rows.end(), [](const MenuRow* each) { return each->isChoosable(); });
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);

@@ -12,14 +12,16 @@ namespace kestrune::dialogs {
 
 class MenuRow;
 
-/// A window that shows a menu, for desktops without a tray. The keys work as in a menu. At first no row has
-/// the keyboard focus, so that a key press meant for another window does not choose a row.
+/// A window that shows a menu, for desktops without a tray and for trays that do not open menus. The arrow
+/// keys, Home and End move the focus from row to row. At first no row has the focus: otherwise a key press
+/// meant for another window could choose a row.
 class MenuWindow final : public DialogWindow {
  public:
   MenuWindow();
 
-  std::function<void(int item)> onChosen;  ///< called once, with the item's ID, after the window is hidden
-  std::function<void()> onClosed;          ///< called when the user closes the window without a choice
+  /// Called with the ID of the item that the user chose, after the window is hidden.
+  std::function<void(int item)> onChosen;
+  std::function<void()> onClosed;  ///< called when the user closes the window without a choice
 
   /// Shows `menu`. If the item IDs are the same as before, updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);

@@ -17,17 +17,18 @@ namespace {
 
 constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
 constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; the rest is not measured: no screen shows it
-constexpr int roomForRounding = 2;            // pixels; the layout may be a little wider than measured
+constexpr int roomForRounding = 2;            // pixels added to a measured width, which QFontMetrics rounds
 constexpr int fewestLines = 4;
 
-/// Returns the width of the text without wrapping, in pixels, but at most `most`.
+/// Returns the width that the text needs without wrapping, in pixels; at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
   const int width = metrics.size(Qt::TextExpandTabs, text.left(measuredLength)).width() + roomForRounding;
   return std::max(1, std::min(width, most));
 }
 
-/// Returns the size of the text when it is wrapped to this width, in pixels. Lines break between words. With
-/// Qt::TextWrapAnywhere in `flags`, they also break inside words that are too long.
+/// Returns the size of the text when it is wrapped to this width, in pixels. Lines break between words. A
+/// word that is wider than `width` makes the result wider than `width`, unless `flags` contains
+/// Qt::TextWrapAnywhere: then lines also break inside such a word.
 QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, int flags = 0) {
   const QRect unlimited(0, 0, width, QWIDGETSIZE_MAX);
   flags |= static_cast<int>(Qt::TextWordWrap) | Qt::TextExpandTabs;

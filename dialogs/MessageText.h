@@ -5,15 +5,17 @@
 
 namespace kestrune::dialogs {
 
-/// Makes a label that shows the whole text, which the user can select and copy. It is as wide as the text,
-/// but at most `most` pixels. It is a QLabel because screen readers read a QLabel when its window opens.
-/// Returns null if the text is very long, or has a word too long for a line. The caller owns the label.
+/// Makes a label that shows the whole text and lets the user select and copy it. The label is as wide as the
+/// text, but at most `most` pixels. A QLabel is used because screen readers read a QLabel when its window
+/// opens. Returns null if the text is longer than 2000 UTF-16 units, or contains a word that is wider than
+/// `most`. The caller owns the label.
 QLabel* makeShortText(const QString& text, const QFont& font, int most);
 
 /// A text that scrolls, and that the user can select and copy. Its layout is fast for a text of any length.
 class LongText final : public QPlainTextEdit {
  public:
-  /// The preferred size is that of the text, at most `room` (pixels). The widget can shrink to a few lines.
+  /// The preferred size has room for the whole text, but is at most `room` (in pixels). The widget can shrink
+  /// to a few lines.
   LongText(const QString& text, QSize room);
 
   QSize sizeHint() const override { return preferred; }

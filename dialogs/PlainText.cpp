@@ -12,7 +12,8 @@ namespace {
 
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
 constexpr qsizetype lookBack = 64;       // UTF-16 units; how far to search backwards for a place to break
-constexpr qsizetype keptEnd = 1500;      // UTF-16 units kept at each end of a long text; no field shows more
+/// How many UTF-16 units `elidedInTheMiddle` measures at the start of a long text, and again at its end.
+constexpr qsizetype keptEnd = 1500;
 
 const QString addedBreak = QStringLiteral("\u2060\n");
 
@@ -26,9 +27,9 @@ void appendReadable(std::string& readable, std::string_view line) {
   }
 }
 
-/// Returns where to break a line that is too long: after a space, else between two grapheme clusters
-/// (characters with their combining marks). A cluster may have any number of marks. So if no place between
-/// two clusters is near, the break may be anywhere, except inside a surrogate pair.
+/// Returns where to break a line that is longer than `longestLine`. Searches the last `lookBack` units before
+/// that limit: for a space, else for a place between two grapheme clusters (characters with their combining
+/// marks). If one cluster fills all these units, breaks inside the cluster, but not inside a surrogate pair.
 qsizetype breakIn(QStringView line) {
   const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
   const auto space = window.first(lookBack).lastIndexOf(QLatin1Char(' '));

@@ -4,7 +4,8 @@
 #include <QString>
 #include <string_view>
 
-// These functions make text from any source safe to display. Qt shows markup in it as text.
+// These functions make text from any source safe to display. Only `toolTipText` escapes HTML, because only
+// tool tips interpret HTML: all other widgets of this program show plain text.
 
 namespace kestrune::dialogs {
 

@@ -9,7 +9,7 @@ namespace {
 
 void tell(QAccessibleEvent* event);
 
-/// Sends the event as Qt would if no update handler were installed.
+/// Lets Qt send the event to screen readers. Qt does this only while no update handler is installed.
 void pass(QAccessibleEvent* event) {
   QAccessible::installUpdateHandler(nullptr);
   QAccessible::updateAccessibility(event);
@@ -21,7 +21,7 @@ QString masked(const QString& text) {
 }
 
 /// Returns whether the event is about text, but from a widget without a text interface. QLabel sends such
-/// events. Qt warns on standard error about each of them, so they are dropped.
+/// events. `tell` drops them, because Qt would warn on standard error about each of them.
 bool isPointless(QAccessibleEvent& event) {
   if (dynamic_cast<QAccessibleTextCursorEvent*>(&event) == nullptr) return false;
   QAccessibleInterface* const source = event.accessibleInterface();
@@ -47,7 +47,7 @@ void tell(QAccessibleEvent* event) {
     }
     case QAccessible::TextUpdated:
     case QAccessible::ValueChanged:
-      return;  // Drop the event, because it contains the whole text.
+      return;  // Drop the event, because it contains the whole text of the password field.
     default:
       return pass(event);
   }

@@ -31,8 +31,9 @@ Session::~Session() {
 }
 
 void Session::read() {
-  // A single read per notification cannot block, so O_NONBLOCK is not needed. It is not set because it would
-  // also apply to other processes that share standard input, for example when it is a terminal.
+  // QSocketNotifier has said that standard input is readable, so one read does not block. Do not set
+  // O_NONBLOCK: it would also apply to other processes that share standard input, for example if it is
+  // a terminal.
   char piece[pieceSize];
   const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
@@ -74,26 +75,28 @@ void Session::forget(int id) {
     alerts.pop_back();
     top->deleteLater();
     if (top->id == id) return;
-    // A screen reader has answered a covered alert. Each alert on top of it is closed too, as cancelled.
+    // This alert covered the answered alert. A user cannot click the buttons of a covered alert, but a screen
+    // reader can press them. So close this alert too, as cancelled.
     tell(Answered{top->id, {}});
   }
 }
 
 void Session::perform(const Raise& request) {
-  // Qt reads this variable when it activates the next window.
+  // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
   if (raise() || !isOnWayland()) return;
-  // The window seems to be active. Qt learns a moment later that a window has lost the focus, so look again.
+  // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
+  // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.
   QTimer::singleShot(focusDelay, &input, [this] { raise(); });
 }
 
 bool Session::raise() {
   std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
   if (menu) windows.push_back(menu.get());
-  // Hide the windows, so that `present` maps them again, on the current workspace. This is needed because a
-  // Wayland program is not told whether its window is minimised or its activation token was refused. Leave an
-  // active window alone: the user may be typing.
+  // A Wayland program is not told whether its window is minimised or its activation token was refused. So
+  // hide the windows: then `present` maps them again, on the current workspace. Do not hide an active window,
+  // because the user may be typing in it.
   const bool mapsAgain = isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow();
   if (mapsAgain) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();

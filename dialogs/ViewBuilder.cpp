@@ -22,13 +22,13 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// The sizes below are in points.
+// All three are in points (see Appearance.h).
 constexpr double largeButton = 30;
 constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
 constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
 
-constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; the rest is not laid out: no label shows it
-constexpr float placeholderShare = 0.5;     // opacity of the placeholder, which has the colour of the text
+constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; the rest of a longer text is not laid out
+constexpr float placeholderShare = 0.5;     // opacity of the placeholder; the text itself has opacity 1
 constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on the left and on the right
 
 /// Returns `text` with line breaks, so that no line is wider than `width`. If there are more than `most`
@@ -141,7 +141,8 @@ class Field final : public QLineEdit {
   }
 };
 
-/// A picture in its own colours, in the size that the view states and the screen's full resolution.
+/// A picture in the size that the view states, or else in the image's own size. It is painted from the
+/// image's largest bitmap, in the screen's full resolution.
 class Picture final : public QLabel {
  public:
   explicit Picture(const View& view) : source(view.image) {
@@ -149,7 +150,7 @@ class Picture final : public QLabel {
     image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
     setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
                  static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
-    // This pixmap is never painted. Screen readers take a QLabel for a picture only if it has a pixmap.
+    // This pixmap is never painted. A QLabel has the accessible role of a picture only if it has a pixmap.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
   }
@@ -159,7 +160,8 @@ class Picture final : public QLabel {
     QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
     place.moveCenter(QRectF(rect()).center());
     QPainter painter(this);
-    // Smooth only when shrinking the picture. When enlarging, smoothing would blur the edges of a QR code.
+    // Smooth the picture only if it is shrunk. In an enlarged picture, smoothing would blur the edges of a QR
+    // code.
     painter.setRenderHint(QPainter::SmoothPixmapTransform,
                           image.width() > place.width() * devicePixelRatioF() + 0.5);
     painter.drawImage(place, image);
@@ -187,7 +189,7 @@ class ScrollView final : public QScrollArea {
   QSize sizeHint() const override {
     QSize size = widget() != nullptr ? widget()->sizeHint() : QSize(0, 0);
     if (wanted.height() > 0) size.setHeight(wanted.height());
-    // Add the width of the scroll bar, so that the bar does not cover the end of every line.
+    // Add the width of the scroll bar. Without this width, the end of every line would be hidden.
     size.setWidth(std::max(wanted.width(), size.width() + verticalScrollBar()->sizeHint().width()));
     return size;
   }
@@ -221,7 +223,8 @@ QWidget* buildScrollView(const View& view, const OnPressed& pressed) {
   return area;
 }
 
-/// Builds a stack, which places its children one below the other, or a container, which also centres them.
+/// Builds a stack or a container. Both place their children one below the other. A container centres them
+/// horizontally; a stack does so only if its alignment is `centerX`.
 QWidget* buildColumn(const View& view, const OnPressed& pressed) {
   auto* const column = new QWidget;
   auto* const layout = new QVBoxLayout(column);
@@ -231,13 +234,14 @@ QWidget* buildColumn(const View& view, const OnPressed& pressed) {
   const bool centred = view.kind == ViewKind::container || view.alignment == StackAlignment::centerX;
   for (const auto& child : view.children) {
     QWidget* const widget = buildView(child, pressed);
-    // Do not align a widget that can shrink: in an aligned cell it would keep the height of its size hint.
+    // Do not align a widget that can shrink: an aligned widget would keep the height of its size hint.
     layout->addWidget(widget, 0,
                       canShrink(*widget) ? Qt::Alignment()
                       : centred          ? Qt::AlignHCenter
                                          : Qt::AlignLeading);
   }
-  // A picture or a large font may need more than the size that the view states. Then the column is larger.
+  // A picture or a large font may need more room than the view states. Then make the column larger than
+  // stated.
   const QSize least = column->minimumSizeHint();
   if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
   if (canShrink(*column)) {

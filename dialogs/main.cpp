@@ -28,9 +28,9 @@ constexpr auto usage =
     "  --help     show this and exit\n"
     "  --version  show the version and exit\n";
 
-/// Prevents core dumps, because they would contain what the user types. The limit is 1 and not 0, because
-/// with 0 the kernel would still pipe the dump to a crash reporter. prctl(PR_SET_DUMPABLE, 0) is stricter,
-/// but then desktop portals would refuse this process, which reads the desktop's colour preference from one.
+/// Prevents core dumps, because they would contain what the user types. Sets RLIMIT_CORE to 1: with 0, the
+/// kernel would still pipe the dump to a crash reporter. Does not call prctl(PR_SET_DUMPABLE, 0), because the
+/// desktop portal would then refuse to tell this process the desktop's colour preference.
 void forbidCoreDumps() {
   rlimit limit{};
   if (getrlimit(RLIMIT_CORE, &limit) != 0 || limit.rlim_max == 0) return;
@@ -91,10 +91,10 @@ int main(int argumentCount, char** arguments) {
   forbidCoreDumps();
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
-  // If this variable were set, the session manager (XSMP) would restore this program at the next login. But
-  // only the client may start it.
+  // Keep Qt from connecting to the session manager (XSMP). The session manager would otherwise start this
+  // program at the next login, but only the client may start it.
   unsetenv("SESSION_MANAGER");
-  // Remove the inherited activation token, which was for the start of the client and is already used.
+  // Ignore an inherited activation token. The client sends the tokens for this program's windows in requests.
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
@@ -110,8 +110,8 @@ int main(int argumentCount, char** arguments) {
   const kestrune::dialogs::ColorScheme scheme;
   const kestrune::dialogs::Session session;
   const int status = QCoreApplication::exec();
-  // Leave without ~QApplication: on Wayland, Qt 6.4 can wait in it forever for its own event thread. On X11,
-  // ~QApplication gives a copied text to the clipboard manager.
+  // Skip ~QApplication on Wayland: in Qt 6.4, it can wait forever for Qt's Wayland thread to end. Run it on
+  // X11, where it gives a copied text to the clipboard manager.
   if (kestrune::dialogs::isOnWayland()) std::_Exit(status);
   return status;
 }

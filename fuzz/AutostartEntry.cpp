@@ -7,8 +7,8 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
 
-// Fuzzes autostart entries. The input: the path of the running program, the path of the repository, "v" if
-// KESTRUNE_REPO_PATH is set, and the text of the entry.
+// Fuzzes autostart entries. The input: the path of the running program, the path of the repository, a byte,
+// the text of the entry. If the byte is 'v', KESTRUNE_REPO_PATH is set to the path of the repository.
 
 namespace {
 
@@ -50,7 +50,8 @@ void repair(AutostartEntries& entries, const std::string& repo, const std::strin
   require(contentsOf(path) == repaired, "a second repair changes nothing");
 }
 
-/// Repairs an entry that starts a missing client. Checks that the entry then starts the running program.
+/// Repairs an entry that starts a missing program. Checks that the entry then starts the running program, or
+/// is unchanged if the path of the running program cannot be quoted.
 void lead(AutostartEntries& entries, const std::string& repo, const std::string& executable) {
   const std::string path = entries.path(label);
   const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);

@@ -7,7 +7,7 @@
 
 namespace kestrune::fuzz {
 
-/// A controller (AppDelegate) on a fake machine, with its item shown in the status bar.
+/// A controller (AppDelegate) on a fake machine. The constructor puts the client's item into the status bar.
 struct Controller {
   static constexpr auto envFile = "/home/u/backend/.env";
   static constexpr auto templateFile = "/home/u/backend/.env.example";

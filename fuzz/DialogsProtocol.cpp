@@ -16,7 +16,8 @@ using namespace kestrune::dialogs;
 using fuzz::require;
 using nlohmann::json;
 
-/// Decodes a line. Checks that the message means the same when it is encoded again.
+/// Decodes `line`. If `line` is a message, encodes the message again, and checks that the new line contains
+/// the same JSON as `line`.
 template <typename Message>
 void echo(const std::string& line, std::variant<Message, std::string> (*decode)(const std::string&)) {
   const auto decoded = decode(line);

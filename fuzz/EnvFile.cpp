@@ -5,8 +5,8 @@
 #include "fuzz/Fuzz.h"
 #include "text/Text.h"
 
-// Fuzzes reading and saving the backend's .env. The input: which file exists ("template": .env.example;
-// anything else: .env), a key, a value, the text of the file.
+// Fuzzes reading and saving the backend's .env. The input has four pieces: the kind of the file that exists
+// ("template": .env.example; anything else: .env), a key, a new value for the key, and the text of the file.
 
 namespace {
 
@@ -14,7 +14,7 @@ using namespace kestrune;
 using fuzz::Controller;
 using fuzz::require;
 
-/// Returns the lines of a text. Each separator in the list ends a line, as a newline does.
+/// Splits a text into lines, at each newline and at each other line separator of Unicode.
 std::vector<std::string> linesOf(std::string text) {
   for (const char* const separator : {"\v", "\f", "\r", "\u0085", "\u2028", "\u2029"}) {
     text = replacingAll(text, separator, "\n");
@@ -48,13 +48,15 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   for (const auto& each : now) {
     if (each.starts_with(key + "=")) require(each == line, "every line of a key is rewritten");
   }
-  // Ignore the blank line that the client puts before a key that it appends to the file.
+  // When the client appends a key to a file whose last line is not empty, it first appends an empty line.
+  // Ignore this empty line.
   if (defining == 0 && others.size() == othersBefore.size() + 1 && others.back().empty()) others.pop_back();
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves `value`, which must be trimmed and have no line end, as the settings dialog does after it has shown
-/// the old value. Checks the saved file.
+/// Saves `value`. Passes the old value too, as the settings dialog does. Checks the saved file. Then saves
+/// `value` again, and checks that the file stays the same. `value` must be a single line without white
+/// space at its ends.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};

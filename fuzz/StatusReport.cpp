@@ -3,7 +3,8 @@
 
 #include "text/Text.h"
 
-// Fuzzes the status report. The input: a byte ('0': the status command succeeds), the command's output.
+// Fuzzes the status report. The first byte of the input says whether the status command succeeds ('0') or
+// fails (any other byte). The rest of the input is the command's output.
 
 namespace {
 
@@ -17,7 +18,8 @@ bool holds(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// Returns the expected lamp (the shown state). Faults in lines about Codex items have no effect on it.
+/// Returns the state of the lamp (the health of the backend) that is right for `result`. Lines that contain
+/// one of the four labels below have no influence on the lamp.
 ConnectionLampState expectedLamp(const CommandResult& result) {
   std::string kept;
   LineSplitter lines(result.output);

@@ -59,7 +59,9 @@ std::size_t firstType(std::string_view types) {
 
 int append(sd_bus_message* message, std::string_view types, Input& input);
 
-/// Appends a container. Its content is `count` times a sequence of values with the signature `contents`.
+/// Appends an array, a variant or a structure to `message`. `contents` is the signature of an array element,
+/// of the value in the variant, or of all members of the structure. `count` is the number of array elements;
+/// it is 1 for a variant or a structure.
 int appendContainer(sd_bus_message* message, char kind, std::string_view contents, int count, Input& input) {
   int result = sd_bus_message_open_container(message, kind, std::string(contents).c_str());
   for (int i = 0; i < count && result >= 0; ++i) result = append(message, contents, input);
@@ -84,7 +86,7 @@ int appendOne(sd_bus_message* message, std::string_view type, Input& input) {
   }
 }
 
-/// Appends values of the types in the signature `types`, made from the input.
+/// Appends to `message` one value for each type in the signature `types`. Makes the values from `input`.
 int append(sd_bus_message* message, std::string_view types, Input& input) {
   int result = 0;
   while (result >= 0 && !types.empty()) {
@@ -95,16 +97,17 @@ int append(sd_bus_message* message, std::string_view types, Input& input) {
   return result;
 }
 
-/// Checks that only the actions of enabled rows are performed.
+/// Aborts when the action of a disabled row is performed.
 struct Target final : ActionTarget {
   void performAction(std::string_view action) override {
     require(action == "allowed", "what is disabled does nothing");
   }
 };
 
-/// Returns a loop that does not run: `Desk` handles the messages.
+/// Returns an event loop that never runs. `Desk::settle` processes the D-Bus messages instead.
 EventLoop& idleLoop() {
-  // EventLoop blocks SIGTERM and similar signals. Restore the signal mask, so that these can end the fuzzer.
+  // The constructor of EventLoop blocks SIGTERM, SIGINT and other signals. Restore the signal mask, because a
+  // blocked signal cannot end the fuzzer.
   sigset_t before;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
   static EventLoop loop;

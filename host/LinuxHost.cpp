@@ -59,7 +59,7 @@ void followMessageLanguage() {
   static_cast<void>(std::strerror(ENOENT));
 }
 
-/// Exits when too few descriptors are free, because the client could later neither work nor print why.
+/// Prints an error and exits if fewer than `descriptorsNeeded` descriptors are free.
 void requireDescriptors() {
   std::vector<FileDescriptor> taken;
   for (int i = 0; i < descriptorsNeeded; ++i) {
@@ -184,15 +184,15 @@ class LinuxHost final : public Host {
   }
 
   void endWithOutput() override {
-    // Even with 0 as events, epoll reports EPOLLERR and EPOLLHUP, which mean that the reader has closed the
-    // pipe.
+    // The 0 requests no events, but epoll always reports EPOLLERR and EPOLLHUP. Either event means that no
+    // process can read the output any more.
     outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
   }
 
   bool write(const std::string& text) override {
     if (!output) output.emplace(loop, STDOUT_FILENO);
     if (output->write(text)) return true;
-    // EPIPE is no error here: the reader has closed the pipe.
+    // Print nothing for EPIPE: a program that reads the output, such as `head`, may exit at any time.
     if (errno != EPIPE) std::perror("KestruneMenuClient: cannot write to standard output");
     return false;
   }
@@ -209,7 +209,8 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// Shows the menu because the user has started the program again. The new process itself exits.
+  /// Called when the user has started the program a second time. The second process asks this one to show its
+  /// menu, and then exits.
   void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();

@@ -35,10 +35,10 @@ struct Insets {
 /// points; a width or height of 0 fits the content. Members that do not apply to `kind` are ignored.
 struct View {
   ViewKind kind = ViewKind::container;
-  std::string identifier{};          ///< of a field: the key of its text in `AlertAnswer::fields`; unique
+  std::string identifier{};          ///< of a field: the unique key of its text in `AlertAnswer::fields`
   std::string text{};                ///< of labels, buttons and fields
   std::string placeholder{};         ///< of fields: shown while the field is empty
-  std::string action{};              ///< of a button: the alert's target performs it; the alert stays open
+  std::string action{};              ///< of a button: what `Alert::target` performs; the alert stays open
   std::string accessibilityLabel{};  ///< for screen readers; if it is empty, they read `text`
 
   double fontSize = 13;
@@ -79,14 +79,14 @@ struct Alert {
 };
 
 struct AlertAnswer {
-  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent: cancelled or never shown
+  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent: cancelled, or not shown
   std::map<std::string, std::string> fields{};  ///< the text of each field, by the field's identifier
 };
 
 struct AlertRequest {
   /// Returns the alert. Called just before the alert is shown, so that its text is up to date.
   std::function<Alert()> describe;
-  /// Called once, when the alert is answered or cancelled.
+  /// Called once: when the user answers or cancels the alert, or when the alert cannot be shown.
   std::function<void(const AlertAnswer&)> completion;
   /// At most one alert with this identifier is open or waiting at a time. If the identifier is empty, there
   /// is no such limit.

@@ -22,8 +22,8 @@ class Notifications {
  public:
   virtual ~Notifications() = default;
 
-  /// Asks the user once for permissions: `options` is a bitwise OR of `NotificationOption`s. Does not report
-  /// the answer.
+  /// Asks the user for the permissions in `options`, a bitwise OR of `NotificationOption`s. Does not report
+  /// the answer. Called once.
   virtual void requestAuthorization(unsigned options) = 0;
 
   /// Shows `notification` at once. If it cannot be shown, drops it without reporting an error.
@@ -44,9 +44,10 @@ class Workspace {
   /// Returns the path of the Codex App on this host, whether the app is installed or not.
   virtual std::string codexAppPath() const = 0;
 
-  /// Starts a second instance of this application from the bundle at `bundlePath`; the new instance waits
-  /// until this process has ended. In a terminal or a service, starts nothing: this process calls exec at its
-  /// end. The result cannot report a failure of that exec, so check first that the program can run.
+  /// Restarts this application from the bundle at `bundlePath`. On a desktop, starts a second process, which
+  /// waits until this process has ended. In a terminal or a service, starts nothing and returns success:
+  /// `Host::leave` later replaces this process by exec. The caller does not learn whether this exec fails. So
+  /// the caller must first check that the program can run.
   virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 

@@ -7,7 +7,6 @@
 
 namespace kestrune {
 
-/// The outcome of reading a file.
 enum class ReadOutcome {
   read,
   unreadable,  ///< missing, not a regular file, or not permitted
@@ -30,7 +29,7 @@ class FileManager {
   /// Returns whether a file or folder exists at `path`. A dangling symbolic link does not count.
   virtual bool fileExists(const std::string& path) const = 0;
 
-  /// Reads a whole file. Only regular files are read.
+  /// Reads a whole file. Anything but a regular file is `ReadOutcome::unreadable`.
   virtual FileContents contents(const std::string& path) const = 0;
 
   /// Replaces or creates the file atomically: a reader sees the old or the new contents, even after a power
@@ -41,13 +40,12 @@ class FileManager {
   /// followed. The new file has mode 0600, whatever mode the old file had.
   virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
-  /// Like `writeAtomically`, but if there is an old regular file, keeps it in the same folder, with
-  /// ".unreadable" appended to the old file's name. There is a file at `path` at every moment; on failure it
-  /// is the old file.
+  /// Like `writeAtomically`, for a file whose contents could not be read. If the old file is a regular file,
+  /// keeps it in the same folder, with ".unreadable" appended to its name. A file exists at `path` at
+  /// every moment; after a failure, this file is the old file.
   virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
-  /// Creates the folder and its missing parents, with mode 0777 less the umask. Succeeds if the folder
-  /// exists.
+  /// Creates the folder and its missing parents, with mode 0777 & ~umask. Succeeds if the folder exists.
   virtual Result<> createDirectory(const std::string& path) = 0;
 
   virtual Result<> removeItem(const std::string& path) = 0;

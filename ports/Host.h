@@ -24,21 +24,22 @@ class Host {
 
   virtual Platform& platform() = 0;
 
-  /// Makes the running client perform the action of a menu row, and waits for that client's answer. On
-  /// failure returns the reason in one line; absent on success. A process that calls `perform` may call no
-  /// other function of the host except `leave`.
+  /// Makes the running client perform the action of a menu row, and waits for that client's answer. Returns
+  /// the reason of a failure in one line; absent on success. Call this only in a process that is not the
+  /// client, and call no other function of the host in that process except `leave`.
   virtual std::optional<std::string> perform(const std::string& action) = 0;
 
-  /// Describes the machine and the session for a bug report, in lines of text without secrets. Starts no
-  /// D-Bus service. A process that calls this may call no other function of the host except `platform` and
-  /// `leave`.
+  /// Describes the machine and the session for a bug report, in lines of text without secrets. Does not
+  /// activate D-Bus services. Call this only in a process that is not the client, and call no other function
+  /// of the host in that process except `platform` and `leave`.
   virtual std::string describe() = 0;
 
-  /// From now on, ends the main loop when the reader of standard output closes the pipe.
+  /// Makes the main loop end when no process can read standard output any more, for example because standard
+  /// output is a pipe and the program that reads the pipe has exited.
   virtual void endWithOutput() = 0;
 
-  /// Writes `text` to standard output and never blocks. If `text` cannot be written, drops it, prints the
-  /// reason on standard error and returns false; prints nothing if the reader has closed the pipe.
+  /// Writes `text` to standard output and never blocks. If `text` cannot be written, drops it and returns
+  /// false. Also prints the reason on standard error, unless the reader has closed the pipe.
   virtual bool write(const std::string& text) = 0;
 
   /// Ends the process with `status`, or calls exec if a restart in this process was requested. Runs no
@@ -50,10 +51,10 @@ class Host {
 struct StartOptions {
   Face face = Face::tray;
   bool background = false;               ///< do not make a running client show its menu
-  std::vector<std::string> arguments{};  ///< all command-line arguments, which a restart passes on
+  std::vector<std::string> arguments{};  ///< all command-line arguments; a restart passes them to the program
 };
 
-/// Returns the host, never null. Called once, before the first thread starts.
+/// Returns the host, never null. Call this once, before the first thread starts.
 std::unique_ptr<Host> makeHost(const StartOptions& options);
 
 }  // namespace kestrune

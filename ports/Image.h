@@ -17,17 +17,18 @@ struct Bitmap {
   bool operator==(const Bitmap&) const = default;
 };
 
-/// A picture of one size in points. `bitmaps` holds it at one or more resolutions, the smallest first.
+/// A picture. `width` and `height` are in points (1 point is about 1 logical pixel). `bitmaps` holds the
+/// picture at one or more resolutions, the smallest first.
 struct Image {
-  double width = 0;        ///< points
-  double height = 0;       ///< points
+  double width = 0;
+  double height = 0;
   bool isTemplate = true;  ///< true: the status bar replaces the image's colours
   std::vector<Bitmap> bitmaps;
 
   bool operator==(const Image&) const = default;
 };
 
-/// May be null. Structs that contain it compare the pointer, not the pixels.
+/// An image, or null. A struct that contains an `ImageRef` compares the pointer, not the pixels.
 using ImageRef = std::shared_ptr<Image>;
 
 /// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every
@@ -45,8 +46,9 @@ class Images {
  public:
   virtual ~Images() = default;
 
-  /// Returns the image in the file at `path`, with its other resolutions, which are files in the same folder.
-  /// Null when the file at `path` cannot be read or decoded.
+  /// Returns the image in the file at `path`; null when this file cannot be read or decoded. Adds the same
+  /// picture at other resolutions, from files in the same folder. On Linux, for example, the file
+  /// "name-32.png" has the picture of "name.png" with a width of 32 pixels.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
   /// Returns the icon `name` of the desktop's icon theme; null when the theme has no such icon.

@@ -20,14 +20,15 @@ class LaunchAgents {
   /// Returns whether the agent's file exists and the agent is not switched off in the desktop's settings.
   virtual bool isRegistered(const std::string& label) const = 0;
 
-  /// Returns the contents of an agent's file that starts `executablePath` at login with the backend in
-  /// `repoPath`. Absent when a path contains a character that the file format cannot hold.
+  /// Returns the contents of an agent's file. With this file, the program `executablePath` starts at login
+  /// and uses the backend in the folder `repoPath`. Absent when a path contains a character that the file
+  /// format cannot hold.
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 
-  /// If the agent's file names a program that no longer exists, rewrites the file: afterwards it starts the
-  /// running program with the backend in `repoPath`. Does nothing if the file is missing or belongs to
-  /// another application.
+  /// If the program that the agent's file names no longer exists, writes the running program's path instead.
+  /// If the backend's folder that the file names no longer exists either, writes `repoPath` instead. Does
+  /// nothing if the file is missing or belongs to another application.
   virtual void repair(const std::string& label, const std::string& repoPath) = 0;
 };
 

@@ -25,7 +25,7 @@ class ApplicationDelegate {
 /// only its item in the status bar.
 enum class ActivationPolicy { regular = 0, accessory = 1 };
 
-/// The process as the desktop sees it, and its main loop.
+/// Tells the desktop how to show this process. Runs the main loop.
 class Application {
  public:
   virtual ~Application() = default;
@@ -60,7 +60,7 @@ class DispatchQueue {
   virtual void close() = 0;
 };
 
-/// The queue of the main thread. The application's main loop runs its jobs.
+/// A queue whose jobs run on the main thread, in the application's main loop.
 class MainQueue : public DispatchQueue {
  public:
   /// Like `async`, but runs `job` after at least `delay`, not counting time in suspend. Any thread.
@@ -69,7 +69,7 @@ class MainQueue : public DispatchQueue {
 
 enum class QualityOfService { standard, userInitiated };
 
-/// Where the jobs of a serial queue run: on the queue's own thread, or on the main thread between other jobs.
+/// The thread that runs the jobs of a serial queue: a thread that only this queue uses, or the main thread.
 enum class QueueTarget { ownThread, mainThread };
 
 /// Creates the queues of the process.
@@ -97,11 +97,12 @@ class Timers {
  public:
   virtual ~Timers() = default;
 
-  /// Runs `action` on the main thread every `interval`, first after one interval. Time in suspend counts, but
-  /// all ticks missed in suspend or while the main thread is busy become one tick. Main thread.
+  /// Runs `action` on the main thread every `interval`, first after one interval. The interval includes
+  /// time in suspend. If several runs are overdue after a suspend, or because the main thread was busy, runs
+  /// `action` only once for all of them. Main thread.
   virtual std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) = 0;
 
-  /// Runs `action` once on the main thread, after `delay`. Time in suspend counts. Main thread.
+  /// Runs `action` once on the main thread, after `delay`. The delay includes time in suspend. Main thread.
   std::unique_ptr<Timer> scheduleOnce(Seconds delay, std::function<void()> action) {
     auto once = std::make_unique<OneShot>();
     once->timer = scheduleRepeating(delay, [timer = &once->timer, action = std::move(action)] {

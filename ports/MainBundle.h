@@ -10,10 +10,10 @@ class MainBundle {
  public:
   virtual ~MainBundle() = default;
 
-  /// Returns the application's folder, without a trailing slash.
+  /// Returns the application's folder, without a trailing slash. On Linux, the program's file is in it.
   virtual std::string bundlePath() const = 0;
 
-  /// Returns the path of the running program, read at start; absent when the host cannot tell.
+  /// Returns the path that the program's file had when the process started; absent if unknown.
   virtual std::optional<std::string> executablePath() const = 0;
 
   /// Returns the path of the file "name.extension" among the application's resources; absent when there is no

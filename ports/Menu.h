@@ -23,7 +23,7 @@ struct MenuItem {
   int id = 0;  ///< greater than 0, unique in its menu; a row keeps its id when the menu is replaced
   bool isSeparator = false;
   std::string title{};
-  std::string action{};           ///< what choosing the row does; empty: nothing
+  std::string action{};           ///< name of the action that the row performs; empty: none
   std::string keyEquivalent{};    ///< shortcut (on Linux with Ctrl); upper case adds Shift; empty: none
   std::optional<bool> checked{};  ///< absent: the row has no check mark, and no space for one
   bool enabled = true;
@@ -36,7 +36,8 @@ struct MenuItem {
   }
 };
 
-/// Describes a whole menu. Each change makes a new `Menu`; the face (tray or terminal) finds the differences.
+/// Describes a whole menu. Each change makes a new `Menu`, which the face (tray or terminal) compares with
+/// the old one.
 struct Menu {
   std::vector<MenuItem> items;
 

@@ -21,10 +21,10 @@ class PathMonitor {
  public:
   virtual ~PathMonitor() = default;
 
-  /// Starts calling `onUpdate` on `queue`, whose jobs the main thread runs: soon after the start, after each
-  /// change, and after each resume from suspend. An update may equal the previous update: after a resume,
+  /// Starts the monitor. Call this once, on the main thread. The monitor first calls `onUpdate` with the
+  /// present path, and then after each change and each resume from suspend. Each call is a job of `queue`,
+  /// which must run its jobs on the main thread. An update may equal the previous update: after a resume,
   /// after a short interruption, or when the machine got another address or another network of the same type.
-  /// Called once, on the main thread.
   virtual void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) = 0;
 
   /// Stops the updates. After this returns, `onUpdate` is not called again, not even by a job that is already

@@ -19,10 +19,10 @@
 
 namespace kestrune {
 
-/// All ports that the controller uses to reach the machine. The ports outlive the controller.
+/// The ports: all interfaces through which the controller uses the machine. Their objects outlive the
+/// controller.
 struct Platform {
-  Application*
-      application;  ///< null if the host could not make it; the controller then aborts when it starts
+  Application* application;
   Dispatch& dispatch;
   Timers& timers;
   Clock& clock;

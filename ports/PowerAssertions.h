@@ -11,13 +11,13 @@ enum class PowerAssertionType { noDisplaySleep, preventUserIdleSystemSleep };
 inline constexpr int powerAssertionLevelOn = 255;
 
 /// Keeps the display or the system from sleeping while the user is idle, as long as an assertion is held. On
-/// Linux, an assertion is made of inhibitors. Main thread.
+/// Linux, an assertion consists of inhibitors, which D-Bus services grant. Main thread.
 class PowerAssertions {
  public:
   virtual ~PowerAssertions() = default;
 
-  /// Takes an assertion, which other programs see under `name`. Returns its identifier, never 0; absent when
-  /// the assertion was refused.
+  /// Takes an assertion, which other programs see under `name`. `level` is always `powerAssertionLevelOn`.
+  /// Returns the assertion's identifier, never 0; absent when the assertion was refused.
   virtual std::optional<std::uint32_t> create(PowerAssertionType type, int level,
                                               const std::string& name) = 0;
 

@@ -10,15 +10,16 @@
 namespace kestrune {
 
 /// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
-/// at a time. The destructor does not end the child: if the child still runs, a later launch reaps it
-/// after its end. After `readOutput` or the destructor, the child and its descendants can still write to the
-/// pipes; this output is discarded.
+/// at a time. The destructor does not end the child. A child that ends after the destructor becomes a zombie,
+/// and the next call of `Processes::launch` reaps it. After `readOutput` or the destructor, the child and its
+/// descendants can still write to the pipes; this output is discarded.
 class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running. Also reads from full pipes: if this is called repeatedly, the
-  /// child can write 64 KiB to each pipe before it blocks, even if the kernel made the pipe smaller.
+  /// Returns whether the child is running. A pipe usually holds 64 KiB, but the kernel may make a pipe
+  /// smaller. So each call also reads from a smaller pipe if that pipe is full. While the caller calls this
+  /// function repeatedly, the child can therefore write 64 KiB to each pipe without blocking for long.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.
@@ -34,9 +35,9 @@ class Process {
   /// ended.
   virtual int terminationStatus() const = 0;
 
-  /// Returns the child's whole standard output, followed by its whole standard error. Reads each pipe to its
-  /// end, but stops after `patience` if a descendant of the child keeps a pipe open. Keeps at most 16 MiB,
-  /// cut between characters. Called once.
+  /// Returns the child's standard output, followed by its standard error. Reads each pipe until end of file,
+  /// but stops after `patience`, because a descendant of the child may keep a pipe open. Discards what
+  /// exceeds 16 MiB in total, and splits no UTF-8 character. Call this at most once.
   virtual std::string readOutput(Seconds patience) = 0;
 };
 
@@ -46,12 +47,14 @@ class Processes {
   virtual ~Processes() = default;
 
   /// Starts `executable` as the leader of a new session. The child inherits the environment, the working
-  /// directory and standard input, but no other descriptor.
+  /// directory and standard input. Its standard output and standard error are pipes. It has no other open
+  /// descriptor.
   virtual Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                                   const std::vector<std::string>& arguments) = 0;
 
-  /// Sends SIGKILL to the process groups of all running children. From then on, `launch` fails on every
-  /// thread except the calling thread. Does not wait for the children. Called once, before this process ends.
+  /// Sends SIGKILL to the process groups of all running children, and does not wait for the children. From
+  /// then on, `launch` fails on every thread except the calling thread, which can still launch the child that
+  /// stops the backend. Call this once, shortly before this process ends.
   virtual void reserveForThisThread() = 0;
 };
 

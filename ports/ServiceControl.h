@@ -4,8 +4,8 @@
 
 namespace kestrune {
 
-/// Builds shell lines that end services and processes on this host. Each line is a complete command, contains
-/// no newline, and ends in "|| true", so that it always succeeds. Any thread.
+/// Builds shell lines that end services and processes on this host. Each line is a complete command without
+/// a newline. It always succeeds, because it ends in "|| true". Any thread.
 class ServiceControl {
  public:
   virtual ~ServiceControl() = default;
@@ -13,9 +13,10 @@ class ServiceControl {
   /// Returns a shell line that unloads the user's service `label` from the service manager, if it is loaded.
   virtual std::string unloadLine(const std::string& label) const = 0;
 
-  /// Returns a shell line that sends SIGTERM to every process whose command line contains `pattern`. On
-  /// Linux, the line spares the shell that runs it, all processes of `KestruneMenuClient` and
-  /// `KestruneMenuDialogs`, and the ancestors of all these processes.
+  /// Returns a shell line that sends SIGTERM to every process whose command line matches `pattern`, a regular
+  /// expression. On Linux, the line sends no signal to processes of `KestruneMenuClient` and
+  /// `KestruneMenuDialogs`, nor to their ancestors. `pattern` must begin with a letter or digit: on Linux,
+  /// the line turns "name" into "[n]ame", because "name" would also match the shell that runs the line.
   virtual std::string endMatchingLine(const std::string& pattern) const = 0;
 
   /// Returns a shell line that sends SIGKILL to the processes that listen on the TCP port `port`.

@@ -21,14 +21,15 @@ class StatusFeed {
  public:
   virtual ~StatusFeed() = default;
 
-  /// Sends the result of `line` to all subscribers now, and to each process that subscribes before the next
-  /// `publish`. Does not send a line that equals the previous line. Calls `line` only if there is a
-  /// subscriber. Ends the subscription of a process that does not read.
+  /// Sends the result of `line` to all subscribers, unless the same text was sent last. Until the next
+  /// `publish`, each new subscriber gets the result of `line` at once. Calls `line` only when there is a
+  /// subscriber. Ends the subscription of a process that does not read what is sent to it.
   virtual void publish(StatusLine line) = 0;
 
-  /// Subscribes to the running client and to each later client. `onLine` gets the newest line soon, then each
-  /// later line. `onAbsence` is called soon if no client runs or answers, and whenever the subscribed client
-  /// has ended. Neither function is called before `subscribe` returns. The result is never null.
+  /// Subscribes to the running client, and after the end of that client to the next client that runs. Calls
+  /// `onLine` soon with the newest line, then with each later line. Calls `onAbsence` when no client runs, or
+  /// when the running client sends no first line in time. Calls neither function before `subscribe` returns.
+  /// The result is never null.
   virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                         std::function<void()> onAbsence) = 0;
 };

@@ -34,7 +34,7 @@ class StatusItem {
   /// one. Called once, before any other function.
   virtual void addToStatusBar(double length) = 0;
 
-  /// Returns whether the item has a button to draw. An item without a button still has its menu.
+  /// Returns whether the item has a button. If it has none, `setButton` must not be called; `setMenu` may.
   virtual bool hasButton() const = 0;
   virtual void setButton(const StatusButton& button) = 0;
 

@@ -5,8 +5,9 @@
 
 namespace kestrune {
 
-/// The user's preferences: a persistent store of keys and values. Every call reads the store anew. No
-/// operation fails: a value that cannot be written still applies in this process. Main thread.
+/// The user's preferences: keys and values in a persistent store. Each read sees what other programs have
+/// changed in the store. No operation fails: if a value cannot be stored, it still applies in this process.
+/// Main thread.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;

@@ -8,9 +8,9 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t rowLimit = 200;  // characters
+constexpr std::size_t rowLimit = 200;  // characters (grapheme clusters); displayRow() cuts a longer text
 constexpr std::size_t rowByteLimit =
-    64 * rowLimit;  // bytes; in real texts a grapheme cluster has fewer than 64
+    64 * rowLimit;  // bytes; enough, because a grapheme cluster of a real text has fewer than 64
 
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.
@@ -71,8 +71,8 @@ std::size_t skip(std::string_view text, std::size_t from, char first, char last)
   return from;
 }
 
-/// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`, introduced by ESC or a
-/// C1 control; 0 if `text` does not start with a sequence, or if the sequence is unterminated.
+/// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`. A sequence begins with
+/// ESC or with a C1 control character. Returns 0 if there is no sequence, or if it is unterminated.
 std::size_t escapeSequenceLength(std::string_view text) {
   if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
   const bool isC1 = text[0] == '\xC2';
@@ -162,8 +162,8 @@ bool LineSplitter::next(std::string_view& line) {
 }
 
 std::string shortened(std::string_view text, std::size_t limit) {
-  // Most texts have fewer bytes than `limit`. Not counting their characters saves memory: the tables of
-  // utf8proc take 300 kB as soon as they are used.
+  // A text with at most `limit` bytes has at most `limit` characters. Call prefixLength() only for a longer
+  // text, because its first call loads the tables of utf8proc, which take 300 kB of memory.
   if (text.size() <= limit || prefixLength(text, limit) == text.size()) return std::string(text);
   return std::string(text.substr(0, prefixLength(text, limit - 3))) + "...";
 }
@@ -220,7 +220,7 @@ std::string withoutControls(std::string_view text) {
 }
 
 std::string displayRow(std::string_view text) {
-  // Cut the text first, to save time: it may be very long, and each refresh converts it again.
+  // To save time, cut the text before the conversion: `text` may have many megabytes.
   return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
 }
 

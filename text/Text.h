@@ -52,8 +52,8 @@ std::string_view withinBytes(std::string_view text, std::size_t limit);
 /// Returns `text` without terminal escape sequences.
 std::string withoutEscapeSequences(std::string_view text);
 
-/// Returns `text` made safe to display: without terminal escape sequences, and with a space in place of every
-/// other control character, line end, bidirectional control, noncharacter and ill-formed byte.
+/// Returns `text` made safe to display. Removes the terminal escape sequences. Then replaces each control
+/// character, line end, bidirectional control, noncharacter and ill-formed byte by a space.
 std::string withoutControls(std::string_view text);
 
 /// Returns `text` ready for a menu row or a tooltip: the result of `withoutControls`, shortened to 200

@@ -8,8 +8,6 @@ namespace kestrune {
 
 namespace {
 
-// The names by which the client finds the backend's commands, services and processes.
-
 constexpr auto environmentScript = ".venv/bin/activate";
 constexpr auto clientProgram = "kestrune-mac-client";
 constexpr auto legacyClientProgram = "halvask-mac-client";
@@ -31,7 +29,8 @@ constexpr const char* processPatterns[] = {
 constexpr int listeningPorts[] = {8765, 8766};
 
 constexpr Seconds graceAfterTerminate{0.2};
-// How long to read output after the shell has ended: a service that the shell started may keep a pipe open.
+// How long to wait for end of file on the pipes after the shell has ended. A service that the shell started
+// may keep a pipe open, and then there is no end of file.
 constexpr Seconds pipePatience{1.0};
 
 constexpr auto noOutput = "沒有輸出。";
@@ -71,7 +70,8 @@ std::string backendCommandLine(const std::string& repoPath, std::string_view sub
 std::string stopScript(const ServiceControl& control) {
   std::string script;
   const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
-  // Unload the services first: otherwise the service manager would restart the processes ended below.
+  // Unload the services first. Otherwise the service manager would restart the processes that the lines below
+  // end.
   for (const char* const label : serviceLabels) append(control.unloadLine(label));
   for (const char* const pattern : processPatterns) append(control.endMatchingLine(pattern));
   for (const int port : listeningPorts) append(control.killListenersLine(port));

@@ -9,8 +9,8 @@
 #include "ports/Process.h"
 #include "ports/ServiceControl.h"
 
-// Finds the backend's folder, builds the shell lines that run the backend's command-line client and stop the
-// backend's services, and runs shell lines. Any thread, unless a comment says otherwise.
+// Finds the backend's folder, builds shell lines, and runs them. One line runs the backend's command-line
+// client; another stops the backend's services. Any thread, unless a comment says otherwise.
 
 namespace kestrune {
 
@@ -20,11 +20,12 @@ struct RepoLocation {
   const char* rule;
 };
 
-/// Returns the folder that KESTRUNE_REPO_PATH names, else the folder that contains the last "dist" in the
-/// application's path, else the working directory. Does not check that the folder exists.
+/// Returns the folder that KESTRUNE_REPO_PATH names; else the part of the application's path before the last
+/// "/dist/"; else the working directory. Does not check that the folder exists.
 RepoLocation locateRepo(const MainBundle& mainBundle);
 
-/// Returns whether `repoPath` has the virtual environment that every command line activates. Main thread.
+/// Returns whether the folder `repoPath` contains the virtual environment that `backendCommandLine`
+/// activates. Main thread.
 bool holdsBackend(const FileManager& files, const std::string& repoPath);
 
 /// Returns a shell line that runs a subcommand of the backend's command-line client. If that program is
@@ -38,7 +39,8 @@ std::string shellEscape(std::string_view text);
 /// `clientCommand`. Does not escape `repoPath`.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
 
-/// Returns a shell script that ends all services and processes of the backend: 13 lines, which all succeed.
+/// Returns a shell script that ends all services and processes of the backend. The script exits with status
+/// 0 even if a service or process could not be ended.
 std::string stopScript(const ServiceControl& control);
 
 /// The result of one shell command. `ok` is true if the command exited with status 0 before the timeout.
@@ -57,8 +59,8 @@ inline constexpr Seconds commandPollInterval{0.05};
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
 
 /// Runs a line in a login shell and waits for the shell's end. If the shell runs longer than `timeout`, ends
-/// it and returns within about 0.2 s. If a service that the shell started keeps a pipe open, returns at most
-/// 1 s after the shell's end. The result reports every failure. Blocks; any thread.
+/// it and returns within about 0.2 s. If a service that the shell started keeps an output pipe of the shell
+/// open, returns at most 1 s after the shell's end. The result reports every failure. Blocks; any thread.
 CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
                               Seconds timeout = defaultCommandTimeout);
 

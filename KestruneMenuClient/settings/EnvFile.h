@@ -23,7 +23,7 @@ inline constexpr auto projectRoot = "KESTRUNE_PROJECT_ROOT";
 inline constexpr auto legacyProjectRoot = "HALVASK_PROJECT_ROOT";
 inline constexpr auto openAIAPIKey = "OPENAI_API_KEY";
 
-/// The relay's address that is shown until the user has set an address.
+/// The value that is assumed for the key `publicAPIURL` if .env does not define the key.
 inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 
 }  // namespace env
@@ -32,19 +32,19 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// `value` and `with` split the text into lines by different rules: see there. Needs little memory besides
-/// the text and the result of `with`. Pure; any thread.
+/// `value` and `with` split the text into lines by different rules: see there. Pure; any thread.
 class EnvFile {
  public:
-  /// Stands for a file that does not exist, which has no line, not even an empty line.
+  /// Stands for a file that does not exist. It has no line, whereas an empty file has one empty line.
   EnvFile() = default;
   /// `contents` must be well-formed UTF-8.
   explicit EnvFile(std::string contents);
 
-  /// Returns the file that was read; absent when reading failed, or when the bytes are not well-formed UTF-8.
+  /// Returns the file with the text `read`; absent when the file could not be read (also when it does not
+  /// exist), or when the bytes are not well-formed UTF-8.
   static std::optional<EnvFile> in(FileContents read);
 
-  /// Returns the whole text; it is also empty for a file that does not exist.
+  /// Returns the whole text; empty for a file that does not exist.
   const std::string& text() const { return contents; }
 
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
@@ -54,12 +54,13 @@ class EnvFile {
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
   /// Returns the text with `values`: rewrites every line that defines one of the keys, and appends the
-  /// missing keys in ascending order. Every newline character ends a line and becomes a line feed, so CR LF
-  /// becomes two line feeds. Absent when the result would exceed `limit` bytes.
+  /// missing keys in ascending order. Replaces each newline character (see `trimmed` in Text.h) by a line
+  /// feed. CR LF is two newline characters, and becomes two line feeds. Absent when the result would exceed
+  /// `limit` bytes.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
-  /// Returns whether `with(values)` overwrites a non-empty value that differs from the values in `shown` and
-  /// `values` for the same key. Ignores white space around a value.
+  /// Returns whether `with(values)` changes a value that the user has not seen. `shown`: the values that the
+  /// user has seen. Empty values do not count. Ignores white space and newlines around a value.
   bool losesValue(const EnvValues& values, const EnvValues& shown) const;
 
   /// Returns whether `text` contains a character that ends a line for `with`.

@@ -28,7 +28,8 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
-  /// Returns the mode's name in the store, which is the same in all versions.
+  /// Returns the mode's name in the store. Every version of the client must use the same names, because all
+  /// versions share the store.
   const char* connectionMode() const { return nameOfMode(isOfficialConnectionMode()); }
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// Returns the mode's name as the menu shows it.

@@ -145,7 +145,8 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // A line end would change other values in the file; ill-formed UTF-8 would make the file unreadable.
+    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file. A line end would split the value into
+    // two lines. If the field showed a line end from the start, the line ends of .env are at fault.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);

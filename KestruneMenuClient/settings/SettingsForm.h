@@ -11,9 +11,9 @@
 
 namespace kestrune {
 
-/// Returns the settings dialog; the caller sets `Alert::target`. The fields show `values`, which must have
-/// all five keys; a field's identifier is its key. `home`, the user's home folder, is the placeholder of the
-/// project root.
+/// Returns the settings dialog; the caller sets `Alert::target`. `values` must have a value for each of the
+/// five settings. The identifier of a field is its key in `.env`. `home`, the user's home folder, is the
+/// placeholder text of the field for the project root.
 Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 
 /// Returns the trimmed texts of the fields by key. Omits fields that the face (tray or terminal) did not

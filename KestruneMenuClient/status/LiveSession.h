@@ -12,7 +12,7 @@ struct LiveSession {
   std::string threadName = "尚未取得";
 
   static const LiveSession disabled;       ///< shown while auto-connect is off
-  static const LiveSession notConfigured;  ///< shown without a token for the local service
+  static const LiveSession notConfigured;  ///< shown when .env has no token for the local service
 
   /// Returns whether `member` is a real name and not a placeholder.
   bool isKnown(std::string LiveSession::*member) const;
@@ -20,9 +20,9 @@ struct LiveSession {
   bool operator==(const LiveSession&) const = default;
 };
 
-/// Returns the first selected project, and its chat thread, from `answer`, the local service's answer to
-/// "GET /desktop/projects". A chat thread without a name gets the project's title. Returns placeholders if
-/// the answer is absent or damaged. May be called from any thread.
+/// Returns the first project that `answer` marks as selected, and the project's chat thread. `answer` is the
+/// local service's answer to "GET /desktop/projects". A chat thread without a name gets the project's title.
+/// Returns placeholders if `answer` is absent, is not the expected JSON or marks no project. Any thread.
 LiveSession selectedSession(const std::optional<std::string>& answer);
 
 /// Returns the name of a chat thread as the menu shows it: without terminal escape sequences, trimmed, and

@@ -9,7 +9,7 @@ namespace kestrune {
 
 namespace {
 
-/// The time between two checks with --follow, which is also the refresh interval of a client.
+/// With --follow: the time between two checks. A running client refreshes its status equally often.
 constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};

@@ -13,8 +13,8 @@ namespace kestrune {
 enum class StatusFormat { text, json, waybar };
 
 /// Implements the option --status: prints the status of the running client. If no client answers, asks the
-/// backend itself, unless auto-connect is off. Starts and stops no service. Main thread; must be owned by a
-/// `std::shared_ptr`.
+/// backend for its status; while auto-connect is off, prints `disabledStatus` instead. Starts and stops no
+/// service. Main thread; must be owned by a `std::shared_ptr`.
 class StatusCommand final : public ApplicationDelegate, public std::enable_shared_from_this<StatusCommand> {
  public:
   struct Options {
@@ -23,7 +23,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
     bool exitZero = false;  ///< exit with 0 whatever the lamp (the backend's health) is
   };
 
-  /// `print` writes a text at once, and returns false on failure. `platform` must outlive this object.
+  /// `print` prints a text or queues it for printing, and returns false if the text cannot be printed.
+  /// `platform` must outlive this object.
   StatusCommand(Platform& platform, Options options, std::function<bool(const std::string&)> print);
 
   /// Returns the exit status for the process. Valid after the main loop has ended.
@@ -33,7 +34,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void applicationWillTerminate() override;
 
  private:
-  /// Subscribes to the running client.
+  /// Subscribes to the status of the running client.
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();

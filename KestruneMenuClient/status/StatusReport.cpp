@@ -8,7 +8,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t detailLimit = 44;  // characters
+constexpr std::size_t detailLimit = 44;  // characters; compactDetail() cuts a longer detail
 constexpr std::string_view okMarker = "[OK]";
 constexpr std::string_view failMarker = "[FAIL]";
 
@@ -29,7 +29,8 @@ bool takePrefix(std::string_view& line, std::string_view prefix) {
   return true;
 }
 
-/// Returns the finding for `label` in a trimmed line "MARKER LABEL: DETAIL"; else an unknown finding.
+/// Returns the finding if `line` is "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL", where LABEL is `label`.
+/// Returns an unknown finding for any other line. `line` must be trimmed.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = takePrefix(line, okMarker);
   if (!isOk && !takePrefix(line, failMarker)) return {};

@@ -51,12 +51,12 @@ struct StatusReport {
 
   bool ok;
   ConnectionLampState lamp;
-  std::string text;  ///< for the menu: the lamp's word, or the first line if the command failed
+  std::string text;  ///< for the menu: the lamp's word, or the output's first line if the command failed
   CodexFindings codex;
 };
 
-/// Finds the first of the lines of `output` that contain `label`, and returns its finding; an unknown finding
-/// if no line contains `label`.
+/// Searches `output` for the first line "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL" whose LABEL is
+/// `label`. Returns what this line says; an unknown finding if there is no such line.
 CodexFinding codexFinding(std::string_view output, std::string_view label);
 
 /// Returns the text before the first full-width parenthesis, trimmed, at most 44 characters long.

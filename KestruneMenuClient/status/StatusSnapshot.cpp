@@ -18,7 +18,8 @@ constexpr int schema = 2;
 constexpr auto timeFormat = "%Y-%m-%dT%H:%M:%SZ";
 constexpr auto noClientAnswers = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。";
 
-// The names of enumerators in JSON, in the order of the enumerators; `networkRows` are names in the menu.
+// A text for each enumerator, in the order of the enumerators. `networkRows` is shown in the menu; the other
+// arrays hold the names in JSON.
 template <std::size_t Count>
 using Names = std::array<const char*, Count>;
 constexpr Names<3> lampNames{"ok", "warning", "error"};

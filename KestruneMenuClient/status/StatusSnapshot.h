@@ -33,11 +33,14 @@ struct StatusSnapshot {
   std::optional<std::int64_t> checkedAt{};  ///< seconds since 1970; absent before the backend's first report
 };
 
-/// Returns the texts of menu rows 2 to 11: from the row of the lamp to the row of the power assertion.
+/// Returns the texts of menu rows 2 to 11. The first shows the lamp and the status. The last says whether the
+/// client keeps the machine awake.
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 
 // The status as other programs read it. The manual page describes the JSON members. The name and the meaning
 // of a member stay the same within a schema version.
+/// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if no client
+/// answered, and this process determined the status.
 
 /// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if this process
 /// asked the backend itself.

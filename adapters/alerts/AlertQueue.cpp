@@ -8,7 +8,8 @@ namespace kestrune {
 void AlertQueue::present(AlertRequest request) {
   const bool isNew = !isThere(request.identifier);
   const bool comesOnTop = isNew && performing;
-  // Bring the open alerts to the front: their windows may be minimised or on another workspace.
+  // If no new alert will come on top of the open ones, bring the open ones to the front: their windows may be
+  // minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
   queue.async([this] { showNext(); });
@@ -53,8 +54,8 @@ void AlertQueue::answer(int id, AlertAnswer answer) {
   goOn();
 }
 
-/// Shows the next waiting alert, or calls `resume` if no alert was shown. Does so in a later job of the
-/// queue, because the action or the completion may just have requested the next alert.
+/// Called after a button's action or an alert's completion. Queues a job that shows the next alert. If no
+/// alert has been shown since this call of `goOn`, the job then calls `resume`.
 void AlertQueue::goOn() {
   queue.async([this, before = lastId] {
     showNext();

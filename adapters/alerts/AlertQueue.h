@@ -13,7 +13,7 @@ namespace kestrune {
 /// `answer` when the user has answered one. Main thread.
 class AlertQueue : public Alerts {
  public:
-  /// `mainQueue` outlives this object.
+  /// `mainQueue` must outlive this object.
   explicit AlertQueue(DispatchQueue& mainQueue) : queue(mainQueue) {}
 
   void present(AlertRequest request) override;
@@ -28,15 +28,16 @@ class AlertQueue : public Alerts {
   /// Shows `shown`, the last alert in `open`, above the other alerts. May call `answer` before it returns.
   virtual void show(const Open& shown) = 0;
 
-  /// Brings the open alerts to the front. Called when an alert is requested that is already open or waiting,
-  /// or that must wait until the open alerts are closed.
+  /// Brings the open alerts to the front. Called when `present` does not show its alert, because this alert
+  /// is already open or has to wait until the open alerts are closed.
   virtual void raise() = 0;
 
-  /// Called after a press or an answer, if no further alert was opened. Lets the user go on with the last
-  /// alert in `open`, or with the menu if no alert is open.
+  /// Called after `press` or `answer`, unless a further alert has been shown. The terminal shows one thing at
+  /// a time, so it prompts again for the last alert in `open`, or for the menu if no alert is open.
   virtual void resume() {}
 
-  /// Performs `action` of a button inside the alert `id`. Performs nothing if this alert is not open.
+  /// Performs `action`, the action of a button inside the alert `id`. If this alert is not open, performs no
+  /// action.
   void press(int id, const std::string& action);
 
   /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. If `answer`
@@ -56,7 +57,7 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  std::deque<AlertRequest> stacking;  ///< requested by a button inside an open alert; shown before `waiting`
+  std::deque<AlertRequest> stacking;  ///< requested by a button inside an open alert; shown above this alert
   bool performing = false;            ///< whether the action of a button inside an alert is running
   int lastId = 0;
 };

@@ -12,7 +12,8 @@ namespace kestrune {
 namespace {
 
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
-constexpr Seconds pause{60.0};  // no calls for this time after a timeout or one of `notOfferedErrors`
+// How long the service is not called after a timeout, or after one of `notOfferedErrors`.
+constexpr Seconds pause{60.0};
 constexpr std::size_t lateGrantLimit = 16;
 
 constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
@@ -42,7 +43,8 @@ InhibitorService::~InhibitorService() {
 }
 
 bool InhibitorService::isPresent() const {
-  // A service that lacked the method counts as present again after the pause: it may have been starting.
+  // A service that lacked "Inhibit" counts as present again after the pause. It may have answered before it
+  // had finished starting, and may have the method now.
   return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
@@ -114,7 +116,8 @@ void InhibitorService::ownerChanged() {
   absentUntil = silentUntil = clock.continuousTime();
 }
 
-/// Returns a call of "Inhibit" to the service's unique name, which starts no service; null on failure.
+/// Returns a message that calls "Inhibit"; null on failure. Its destination is the service's unique name,
+/// because a call to the well-known name would make the bus daemon start a service that has ended.
 BusMessage InhibitorService::newRequest(const std::string& reason) const {
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, owner.owner().c_str(), protocol.paths[path], protocol.interface,

@@ -72,10 +72,10 @@ class InhibitorService final : public BusClient {
   const InhibitorProtocol protocol;
   NameOwner owner;
 
-  std::size_t path = 0;                       ///< index of the path in use, in `protocol.paths`
-  Seconds absentUntil;                        ///< `isPresent` is false until then (Clock::continuousTime)
-  Seconds silentUntil;                        ///< no request is sent until then (Clock::continuousTime)
-  std::map<std::uint32_t, Grant> grants;      ///< key: holder
+  std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
+  Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
+  Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
+  std::map<std::uint32_t, Grant> grants;  ///< key: holder
   std::map<std::uint64_t, Grant> lateGrants;  ///< of calls that timed out; key: serial number of the call
   BusSlot answers;
 };

@@ -106,7 +106,8 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
 
 bool Inhibitors::inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name) {
   for (;;) {
-    // Look the services up again each time: if a service turns out to lack the method, others take its place.
+    // Call `servicesFor` again each time: if a service has answered that it lacks "Inhibit", it no longer
+    // counts as present, and `servicesFor` may return other services instead.
     const auto services = servicesFor(type);
     if (services.empty()) return false;
     const auto next =

@@ -27,27 +27,27 @@ struct BusMessageDeleter {
 /// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A reply handler for sd_bus_add_match_async. If the bus refuses the match rule, only the signals of this
-/// rule do not arrive. Without a handler, sd-bus would close the connection; the client would reconnect, and
-/// be refused again.
+/// A reply handler for sd_bus_add_match_async; does nothing. If the bus daemon refuses the match rule, the
+/// connection stays open, and only the signals of this rule do not arrive. Without a reply handler, sd-bus
+/// would close the connection after a refusal.
 int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
 /// only, and any process may send a unicast signal to this connection.
 bool isFromBusDaemon(sd_bus_message* signal);
 
-/// Returns whether the signal is a broadcast. A broadcast arrives only if one of this connection's match
-/// rules matches it, including its sender. A unicast signal arrives in any case, whoever sent it.
+/// Returns whether the signal is a broadcast. A match rule that names a sender ensures that a broadcast comes
+/// from this sender. It does not ensure this for a unicast signal: any process may send one.
 bool isBroadcast(sd_bus_message* signal);
 
 class BusConnection;
 
-/// An object that uses a bus connection, and sets up its match rules and objects on each new connection. The
-/// destructor removes it from `connection`.
+/// An object that uses a bus. On each new connection to the bus, it adds its match rules and exports its
+/// D-Bus objects again. The destructor removes this client from `connection`.
 class BusClient {
  public:
-  /// `given` must outlive this object. The derived class calls `connection.add` once it can handle
-  /// `busConnected`.
+  /// `given` must outlive this object. The derived class must call `connection.add`, which may call
+  /// `busConnected` before it returns.
   explicit BusClient(BusConnection& given) : connection(given) {}
   virtual ~BusClient();
   BusClient(const BusClient&) = delete;
@@ -62,7 +62,7 @@ class BusClient {
 
  protected:
   BusConnection& connection;
-  sd_bus* bus = nullptr;  ///< the open connection; null without one, and already null in `busLost`
+  sd_bus* bus = nullptr;  ///< the open connection; null while there is none, also during `busLost`
 
  private:
   friend BusConnection;
@@ -90,7 +90,8 @@ class BusConnection {
   /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
   void connect(Absence absence = Absence::fault);
 
-  /// Takes over `opened`, an open connection, and tells all clients of it. Called only without a connection.
+  /// Takes ownership of the open connection `opened`, and tells all clients that it is open. Call this only
+  /// while there is no other connection.
   void use(sd_bus* opened);
 
   bool isConnected() const { return bus != nullptr; }

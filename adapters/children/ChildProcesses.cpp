@@ -25,9 +25,10 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t outputLimit = std::size_t{16} << 20;  // bytes from both pipes together
-constexpr std::size_t leastRoom = 65536;  // bytes; a child can write this many to each pipe without blocking
+// `makeRoom` ensures that a child can write this many bytes to each pipe without blocking.
+constexpr std::size_t leastRoom = 65536;
 
-// After `reserveForThisThread`, a launch that fails with EAGAIN is tried again for 1 s.
+// Once `reserveForThisThread` has been called, a launch whose fork fails with EAGAIN is tried again for 1 s.
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
 
@@ -35,9 +36,11 @@ using std::chrono::steady_clock;
 
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
-  FileDescriptor readEnd;   ///< non-blocking; closed at end of file
-  FileDescriptor writeEnd;  ///< polled: a full pipe is not writable; closed before `drain` to get end of file
-  std::string bytes{};      ///< what has been read so far
+  FileDescriptor readEnd;  ///< non-blocking; closed at end of file
+  /// Stays open because `makeRoom` polls it: if it is not writable, the pipe is full. `readOutput` closes it
+  /// before `drain` is called, because a pipe has no end of file while any write end is open.
+  FileDescriptor writeEnd;
+  std::string bytes{};  ///< what has been read so far
 
   /// Creates the pipe. Returns 0, or an `errno` value on failure.
   int open() {
@@ -48,9 +51,9 @@ struct OutputPipe {
     return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
   }
 
-  /// Lets the child write at least 64 KiB in total: if the pipe is full before that, reads from it. When the
-  /// pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe only one or two pages. A page
-  /// counts as full when the next write does not fit into it, so a pipe may be full with few bytes.
+  /// Reads from the pipe if it is full although the child has written less than 64 KiB in total. A pipe may
+  /// hold less than 64 KiB: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe
+  /// only one or two pages. A page counts as full when the next write does not fit into it.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};
@@ -75,7 +78,8 @@ struct OutputPipe {
       if (count <= 0) return readEnd.reset();
       const std::size_t room = outputLimit + 1 - bytes.size();
       bytes.append(buffer.data(), std::min(static_cast<std::size_t>(count), room));
-      // A process may write faster than this loop reads, so the pipe might never be empty.
+      // If the child writes faster than this loop reads, the pipe is never empty. So stop at the deadline,
+      // but not before `bytes` is full: until then, all bytes from the pipe belong to the output.
       if (bytes.size() > outputLimit && steady_clock::now() >= deadline) return;
     }
   }
@@ -89,7 +93,7 @@ struct ChildProcesses::Register {
 
   const TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // children whose Process object exists, and will reap them
+  std::vector<pid_t> running;    // children whose Process object exists; that object will reap them
   std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
 
@@ -155,7 +159,8 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock: another process may get the PID, and `reserveForThisThread` must not kill that process.
+    // Hold the lock from waitpid until the PID is removed from `running`. Because another process may get the
+    // PID after waitpid, `reserveForThisThread` might otherwise kill that process.
     const std::lock_guard lock(siblings->mutex);
     const pid_t result = waitpid(pid, &status, WNOHANG);
     if (result == 0 || (result < 0 && errno == EINTR)) return false;
@@ -212,8 +217,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = spawn(options, pid);
-  // fork fails with EAGAIN at the limit of processes (RLIMIT_NPROC). A later attempt usually succeeds: killed
-  // children count towards the limit until this process reaps them, and at logout other processes end too.
+  // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
+  // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
@@ -230,7 +235,7 @@ void ChildProcesses::reserveForThisThread() {
   const std::lock_guard lock(children->mutex);
   children->onlyThread = std::this_thread::get_id();
   children->reapAbandoned();
-  // Close the spare descriptors, so that the launch that stops the backend can open its pipes.
+  // Close the spare descriptors, because the next launch needs free descriptors for its pipes.
   for (auto& each : spare) each.reset();
   for (const auto* const pids : {&children->running, &children->abandoned}) {
     for (const pid_t pid : *pids) kill(-pid, SIGKILL);

@@ -36,7 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  // Kept open until `reserveForThisThread` closes them, so that the next launch finds free descriptors.
+  // `reserveForThisThread` closes these descriptors. A later launch can then open its pipes, even if this
+  // process had no free descriptor (RLIMIT_NOFILE).
   std::array<FileDescriptor, 4> spare;
 };
 

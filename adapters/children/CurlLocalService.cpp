@@ -14,8 +14,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr Seconds grace{1.0};          // how much longer than --max-time curl may run
-constexpr Seconds pollInterval{0.01};  // wait before the next check whether curl has exited
+constexpr Seconds grace{1.0};          // curl gets SIGTERM if it still runs this long after --max-time
+constexpr Seconds pollInterval{0.01};  // between two checks whether curl has exited
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
 /// Returns whether the token may be part of an HTTP header line: it has no control character.
@@ -49,13 +49,13 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   if (!canStandInHeader(token)) return std::nullopt;
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) return std::nullopt;
-  // -q makes curl ignore the user's .curlrc; --noproxy "*" makes it ignore every proxy.
+  // -q makes curl ignore the user's .curlrc. --noproxy "*" makes curl connect without a proxy.
   const auto launched = children.launch(
       "curl",
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
   if (!launched) {
-    // ECANCELED is no fault: while the client ends, only the thread that stops the backend starts processes.
+    // Do not report ECANCELED: the launch fails with this error because the client is ending.
     if (launched.reason() != describe(ECANCELED))
       reportOnce("cannot run curl: " + launched.reason() + "; the menu shows no project and no thread");
     return std::nullopt;

@@ -6,9 +6,9 @@
 
 namespace kestrune {
 
-/// Asks the backend's service through curl, so that this process never has a socket on the service's port:
-/// stopping the backend kills the processes on that port. curl reads the token from a memfd (a file in
-/// memory) on its standard input, because other processes can read its arguments and its environment.
+/// Sends requests to the backend's service through curl, so that the client needs no HTTP code. curl reads
+/// the token from a memfd (a file in memory) on its standard input, because other processes can read curl's
+/// arguments and environment.
 class CurlLocalService final : public LocalService {
  public:
   /// `limit`: how long a request may take. `children` and `clock` must outlive this object.

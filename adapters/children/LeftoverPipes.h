@@ -7,8 +7,9 @@
 
 namespace kestrune {
 
-/// Reads and discards the output of processes that a command has left running. If the read end were closed, a
-/// service that has the command's standard output open would die of SIGPIPE. Main thread, except `add`.
+/// Reads and discards the output of processes that go on running after the command that started them. Such a
+/// process, for example a service, may have the pipe for the command's output open. If the read end of this
+/// pipe were closed, SIGPIPE would end the process at its next write. Main thread, except `add`.
 class LeftoverPipes {
  public:
   /// The largest number of pipes. When another pipe is added, the oldest pipe is closed, and the process that

@@ -38,7 +38,7 @@ int spawn(const SpawnOptions& options, pid_t& pid) {
   errno = 0;
   int failure =
       posix_spawnp(&pid, options.executable.c_str(), &actions, &attributes, argv.data(), environment.data());
-  // When clone fails, glibc before 2.36 returns EPERM, and leaves the reason in errno.
+  // If clone(2) fails, posix_spawnp returns EPERM in glibc before 2.36. The real error is in errno.
   if (failure == EPERM && errno != 0) failure = errno;
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);

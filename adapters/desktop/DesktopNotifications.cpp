@@ -17,13 +17,13 @@ constexpr auto daemonInterface = "org.freedesktop.Notifications";
 
 constexpr auto applicationName = "Kestrune";
 
-constexpr std::size_t lastingLimit = 32;       // lasting notifications that can be withdrawn
-constexpr std::uint64_t unsentLimit = 64;      // messages in sd-bus; with more, none is added
-constexpr std::size_t bodyLimit = 1000;        // characters
-constexpr std::size_t bodyByteLimit = 16'000;  // bytes; more than `bodyLimit` characters need
+constexpr std::size_t lastingLimit = 32;       // lasting notifications kept; older ones cannot be withdrawn
+constexpr std::uint64_t unsentLimit = 64;      // messages queued in sd-bus; with more, `add` does nothing
+constexpr std::size_t bodyLimit = 1000;        // characters; the rest of a longer body is not shown
+constexpr std::size_t bodyByteLimit = 16'000;  // bytes; a longer body is cut before `bodyLimit` applies
 constexpr std::size_t bodyLineLimit = 40;
 
-/// Returns `body` without control characters, shortened to what fits on a screen.
+/// Returns `body` without control characters, shortened to `bodyLimit` characters and `bodyLineLimit` lines.
 std::string readableBody(std::string_view body) {
   const std::string_view beginning = withinBytes(body, bodyByteLimit);
   bool cut = beginning.size() < body.size();
@@ -59,7 +59,8 @@ void DesktopNotifications::busLost() {
 void DesktopNotifications::daemonChanged(const std::optional<std::string>& before) {
   question.reset();
   readsMarkup.reset();
-  // If no daemon ran before, keep `lasting`: the bus may have started this daemon for its notifications.
+  // If another daemon ran before, clear `lasting`: the notifications of that daemon are gone. If no daemon
+  // ran, keep `lasting`: these notifications may be waiting in the bus, which starts the daemon for them.
   if (!before.value_or("").empty()) lasting.clear();
   if (daemon.owner().empty()) return;
   sd_bus_slot* slot = nullptr;
@@ -90,9 +91,10 @@ void DesktopNotifications::add(const Notification& notification) {
   const bool lasts = notification.lasting;
   Lasting* const sent = lasts ? &lasting.emplace_back(Lasting{*this, notification.identifier}) : nullptr;
   sd_bus_slot* slot = nullptr;
-  // Say twice how long the notification stays, because daemons differ. Daemons with a list of notifications
-  // read the hint: they leave "transient" notifications out of the list, and GNOME Shell removes a
-  // notification at a click unless it is "resident". Daemons without a list read the expiration.
+  // Two arguments say whether the notification lasts: a hint ("resident" or "transient") and the expiration.
+  // Daemons with a list of notifications obey the hint. They leave "transient" notifications out of the list,
+  // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
+  // expiration.
   sd_bus_message* call = nullptr;
   sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath, daemonInterface, "Notify");
   const BusMessage notify(call);
@@ -101,8 +103,8 @@ void DesktopNotifications::add(const Notification& notification) {
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
-  // Wait for the answer without a time limit: at login the daemon may start slowly. Without a slot and a
-  // handler, sd-bus asks for no reply.
+  // Request a reply only for a lasting notification: `withdraw` needs the number in the reply. If slot and
+  // handler are null, sd-bus requests no reply. Set no timeout, because at login the daemon may start slowly.
   sd_bus_call_async(bus, lasts ? &slot : nullptr, call, lasts ? &shown : nullptr, sent, UINT64_MAX);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
@@ -132,7 +134,8 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
 
 std::string DesktopNotifications::bodyText(const std::string& body) const {
   const std::string text = readableBody(body);
-  // The daemon has not said whether it reads markup: send full-width characters, which look the same.
+  // The daemon has not said whether it reads markup. Send full-width characters, which it shows in both
+  // cases.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");

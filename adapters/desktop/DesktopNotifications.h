@@ -28,11 +28,11 @@ class DesktopNotifications final : public Notifications, public BusClient {
   void busLost() override;
 
  private:
-  /// A lasting notification that was sent to the daemon.
+  /// A notification that was sent to the daemon, and that stays until the user or `withdraw` removes it.
   struct Lasting {
     DesktopNotifications& self;
     std::string identifier;
-    BusSlot reply{};           ///< the pending call; null after the daemon has answered
+    BusSlot reply{};           ///< the pending call of "Notify"; null after the daemon has answered
     std::uint32_t number = 0;  ///< the daemon's number for the notification; 0: unknown
     bool withdrawn = false;
   };
@@ -44,7 +44,7 @@ class DesktopNotifications final : public Notifications, public BusClient {
 
   const std::string icon;
   NameOwner daemon;
-  BusSlot question;  ///< the pending question about markup; null if none is pending
+  BusSlot question;  ///< the call of "GetCapabilities", whose answer sets `readsMarkup`
   std::optional<bool> readsMarkup;
   std::list<Lasting> lasting;
 };

@@ -9,15 +9,15 @@
 
 namespace kestrune {
 
-/// The environment variable that tells a new client the PID of the client that it replaces.
+/// The environment variable that a restart sets for the new client. It contains the PID of the old client.
 inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are the arguments of this process. With `inPlace`, this process executes the new
-  /// client (exec) instead of exiting, because a terminal or a service manager waits for this process.
-  /// Otherwise the new client starts as a second process.
+  /// `arguments` are the arguments of this process. If `inPlace`, a restart replaces this process by exec,
+  /// because a terminal or a service manager waits for this process. Otherwise, a restart starts the new
+  /// client as a second process.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
                    bool inPlace);
 
@@ -25,7 +25,8 @@ class DesktopWorkspace final : public Workspace {
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
   Result<> openNewInstance(const std::string& bundlePath) override;
 
-  /// Returns whether `openNewInstance` was called and this process must end by exec.
+  /// Returns whether `openNewInstance` has requested a restart in place. If so, the caller must call
+  /// `replaceThisProcess` instead of exiting.
   bool replacesThisProcess() const { return replacing; }
   /// Replaces this process by exec. If exec fails, prints the reason on standard error and returns.
   void replaceThisProcess() const;

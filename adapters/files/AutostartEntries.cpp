@@ -41,9 +41,8 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Returns whether `text` means the same to all parsers of desktop entries when it stands between double
-/// quotes in the key Exec. Parsers differ on the characters that are escaped between quotes, and on a program
-/// name that contains "=".
+/// Returns whether all parsers of desktop entries read `text` in the same way between double quotes in the
+/// key Exec. They differ on characters that must be escaped there, and on "=" in the name of a program.
 bool canBeQuoted(std::string_view text) {
   return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
            return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
@@ -55,7 +54,7 @@ std::string launchCommand(const std::string& executable) {
   return "\"" + executable + "\" --background";
 }
 
-/// Returns the argument of env(1) that sets KESTRUNE_REPO_PATH.
+/// Returns the argument with which env(1) sets KESTRUNE_REPO_PATH to `repo`.
 std::string repoArgument(const std::string& repo) {
   // If the path cannot be quoted, use ".": the entry's key Path makes the repository the working directory.
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
@@ -69,11 +68,12 @@ std::string_view withoutBlanks(std::string_view text) {
 }
 
 struct Value {
-  std::size_t line;  ///< index of the line, counted from 0
+  std::size_t line;
   std::string text;
 };
 
-/// Returns the values of the group [Desktop Entry] by key. When a key occurs twice, its first value counts.
+/// Returns the values of the group [Desktop Entry] by key, each with the index of its line. When a key occurs
+/// twice, its first value counts.
 std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
   std::map<std::string, Value> values;
   bool inEntry = false;
@@ -121,8 +121,8 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
   std::error_code failure;
   const FileContents entry = files.contents(path(label));
   if (entry.outcome != ReadOutcome::read) {
-    // An entry that exists but cannot be read counts as enabled. Exceptions: a folder, and a link to
-    // /dev/null, which switches the entry off.
+    // An entry that exists but cannot be read counts as registered, with two exceptions: a folder is no
+    // entry, and users switch an entry off by a link to /dev/null.
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
@@ -175,8 +175,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The missing program was probably in the repository. If the repository is missing too, write the new
-    // path of the repository (`repoPath`) into the entry.
+    // The program was perhaps moved together with the repository. If there is no folder at the repository's
+    // old path (`former`), write the new path (`repoPath`) into the entry.
     const std::string repo = unescaped(start->second.text);
     if (!fs::is_directory(repo, failure)) {
       command = replacingAll(command, repoArgument(repo), repoArgument(absolute(repoPath)));

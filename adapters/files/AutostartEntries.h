@@ -21,15 +21,16 @@ class AutostartEntries final : public LaunchAgents {
                    std::vector<std::string> dataFolders = {});
 
   std::string path(const std::string& label) const override;
-  /// Returns whether a desktop reads the entries: true if the process runs in a desktop session, or if a
-  /// desktop is installed.
+  /// Returns whether this machine has a desktop that reads the entries: true if this process runs in a
+  /// desktop session, or if a desktop is installed.
   bool areRead() const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// Also replaces the path of the repository in the entry, but only if that repository is missing. Does
-  /// nothing when the running program is in a build folder, because a build folder may soon vanish too.
+  /// If the entry's program no longer exists, replaces its path by the path of the running program. Then also
+  /// replaces the entry's repository path by `repoPath` if no folder exists at the old path. Does nothing if
+  /// the running program is in a build folder: the removal of this folder would break the entry again.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

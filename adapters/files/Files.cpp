@@ -29,7 +29,7 @@ namespace {
 constexpr std::string_view prefix = ".kestrune-new-";
 constexpr std::string_view randomPart = "XXXXXX";
 constexpr auto aclAttribute = "system.posix_acl_access";
-constexpr int linkLimit = 40;  // MAXSYMLINKS of the kernel
+constexpr int linkLimit = 40;  // symbolic links to follow in a row; the kernel has the same limit
 
 /// Returns whether errno says that the file has no ACL, or that its file system supports none.
 bool hasNoAcl() {
@@ -56,7 +56,8 @@ bool isThere(const std::string& name) {
   return lstat(name.c_str(), &state) == 0;
 }
 
-/// Locks the file without blocking. Returns false only when another process has locked it.
+/// Locks the file without blocking. Returns false if another process has locked it. Ignores all other errors,
+/// because some file systems support no locks.
 bool lock(int file) {
   return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
@@ -93,7 +94,8 @@ bool setAccessList(int file, const std::string& list) {
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
 }
 
-/// Flushes the folder's entries to disk (fsync). Ignores errors, because the file has been renamed already.
+/// Flushes the folder's entries to disk (fsync). Called after a successful rename. Ignores errors, because
+/// the file has already been replaced.
 void flush(const fs::path& folder) {
   const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor) fsync(descriptor.get());
@@ -160,8 +162,8 @@ class NewFile {
     // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
     // another user's file (if fs.protected_hardlinks is set).
     const Failure unlinkable = lastFailure();
-    // First rename the new file to `kept`, then swap both files. Otherwise, the swap would give the temporary
-    // name to the old file, and another process could remove the old file as abandoned.
+    // First rename the new file to `kept`, then swap both files. If the new file still had its temporary name
+    // then, the old file would get this name, and another process could remove the old file as abandoned.
     if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
     name = kept;
     if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
@@ -180,9 +182,9 @@ class NewFile {
   void finish() {
     name.clear();
     if (access) {
-      // Set the owner first, because fchown clears the set-user-ID and set-group-ID bits. Set the mode last:
-      // in a file with an ACL, the group bits are the ACL's mask. Set before the ACL, they would grant rights
-      // to the group.
+      // Set the owner before the mode, because fchown clears the set-user-ID and set-group-ID bits. Set the
+      // ACL before the mode too: if the old file had an ACL, the group bits of its mode are the ACL's mask.
+      // In a file without an ACL, these bits would grant rights to the group.
       const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
                            fchown(file.get(), uid_t(-1), access->group) == 0) &&
                           access->list && setAccessList(file.get(), *access->list) &&
@@ -196,7 +198,7 @@ class NewFile {
 
   const fs::path target;
   const fs::path folder;
-  std::string name;  ///< path of the new file; empty when there is no file to remove
+  std::string name;  ///< path of the new file; empty while the destructor has no file to remove
   FileDescriptor file;
   std::optional<Access> access;
 };
@@ -240,7 +242,7 @@ Result<> replaceFile(const std::string& path, const std::string& contents, bool 
 
 /// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
 bool isPassing(const std::error_code& failure) {
-  // The last five are errors of network file systems.
+  // The errors from ESTALE to EHOSTUNREACH come from network file systems.
   static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
                                     ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
   return std::any_of(std::begin(passing), std::end(passing),
@@ -257,8 +259,8 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
   const std::error_code problem = lastError();
-  // mkdir also fails if another process has created the folder just now: then succeed. If the existing file
-  // is not a folder, fail.
+  // If mkdir has failed because another process has just created the folder, return success. If `path` is an
+  // existing file that is not a folder, return `not_a_directory`.
   if (fs::is_directory(path, failure)) return {};
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }

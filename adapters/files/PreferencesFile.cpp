@@ -16,7 +16,7 @@ using Json = nlohmann::json;
 
 namespace {
 
-constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client writes a few hundred
+constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client's keys need fewer than 1000
 constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
 
 /// Returns the JSON object in `text`; absent if `text` is no JSON object, too large or too deep. The depth is

@@ -31,7 +31,7 @@ class PreferencesFile final : public UserDefaults {
   FileManager& files;
   const std::string path;
   const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written yet
-  const std::unique_ptr<nlohmann::json> lastRead;  ///< what was read last; used while the file cannot be read
+  const std::unique_ptr<nlohmann::json> lastRead;  ///< the last values read; used if a read fails temporarily
 };
 
 }  // namespace kestrune

@@ -38,7 +38,8 @@ ProgramBundle::ProgramBundle() {
 
 std::optional<std::string> ProgramBundle::pathForResource(const std::string& name,
                                                           const std::string& extension) const {
-  // Look beside the program (in a build or backend folder), then in the install prefix.
+  // In the build tree and in the backend's folder, `resources` is beside the program. A package installs the
+  // resources under `share`.
   for (const auto& resources :
        {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / sharedFolder}) {
     std::error_code failure;

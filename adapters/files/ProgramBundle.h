@@ -7,8 +7,8 @@
 
 namespace kestrune {
 
-/// The running program on Linux: its file is the executable, and its folder is the bundle. Construct it at
-/// the start of the process: its paths stay the same when the program is upgraded or its folder is removed.
+/// The running program on Linux. The bundle is the folder that contains the executable. Construct this object
+/// at the start of the process: after an upgrade or a removal, /proc/self/exe no longer names the executable.
 class ProgramBundle final : public MainBundle {
  public:
   ProgramBundle();

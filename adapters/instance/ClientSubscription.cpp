@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
 constexpr Seconds patience{2.0};                         // longest wait for the first line of a client
 
-/// Receives the status lines of the running client, and of each client that starts later. A client that sends
-/// no line for 2 s after the connection counts as absent.
+/// Receives the status lines of the running client, and of each client that starts later. If a client accepts
+/// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
 class ClientSubscription final : public StatusSubscription {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
@@ -30,7 +30,8 @@ class ClientSubscription final : public StatusSubscription {
   }
 
  private:
-  /// Watches the folder of the client's socket (inotify); if it is missing, the nearest ancestor that exists.
+  /// Watches the folder of the client's socket (inotify). If this folder is missing, watches its nearest
+  /// ancestor that exists.
   void watchFolder() {
     const std::filesystem::path folder = folders.current();
     std::filesystem::path watched, before;
@@ -78,9 +79,8 @@ class ClientSubscription final : public StatusSubscription {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// Called when the connected client has ended, has sent no line for 2 s, or sends a line beyond the limit;
-  /// and once at the start if no client runs. If the client had sent a line, connects to a new client at
-  /// once, if there is one. Otherwise, tells the subscriber that no client runs.
+  /// Closes the connection if one is open, and tells the subscriber that no client runs. If the client had
+  /// sent a line, first tries to connect to a new client, and tells the subscriber only if this fails.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -101,7 +101,7 @@ class ClientSubscription final : public StatusSubscription {
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< set while the first line of the connected client is awaited
+  EventSource deadline;  ///< calls `disconnect`; set until the client sends its first line
 };
 
 }  // namespace

@@ -22,8 +22,9 @@ class InstanceFolders {
   /// `userRuntimes`: a folder that contains a runtime folder for each logged-in user, named by the user ID.
   InstanceFolders(std::string runtime, std::string state, const std::string& userRuntimes = "/run/user");
 
-  /// Returns the folder for a client that starts now; it may not exist yet. It is in the session's runtime
-  /// folder, else in the user's, else in the state folder. Skips runtime folders that belong to other users.
+  /// Returns the path of the folder for a client that starts now. The folder may not exist yet. Its parent is
+  /// the session's runtime folder, else the user's folder in `userRuntimes`, else the state folder. Skips a
+  /// runtime folder that is missing or belongs to another user.
   std::string current() const;
 
   /// Connects to the socket `socketName`. Returns an empty descriptor when no process of this user accepts
@@ -39,14 +40,16 @@ class InstanceFolders {
 bool isOwnFolder(const std::string& path);
 
 /// Makes a non-blocking stream socket, and calls `use` (`bind` or `connect`) with the address of the file
-/// `name` in `folder`. A new file has mode 0600. Returns an empty descriptor with errno set on failure.
+/// `name` in `folder`. `bind` creates this file with mode 0600. On failure, sets errno and returns an empty
+/// descriptor.
 FileDescriptor instanceSocket(const std::string& folder, const char* name,
                               int (*use)(int, const sockaddr*, socklen_t));
 
 /// Returns the credentials of the peer process (SO_PEERCRED); user ID -1 if the kernel does not know them.
 ucred peerOf(const FileDescriptor& socket);
 
-/// Reads once and appends the bytes to `bytes`. Never blocks. Returns false at end of file or on an error.
+/// Reads once, without blocking, and appends what has arrived to `bytes`. Returns false at end of file or on
+/// an error. Returns true in all other cases, even if nothing has arrived (EAGAIN).
 bool receive(const FileDescriptor& socket, std::string& bytes);
 
 /// Sends `line` and a newline. Returns false when they do not fit into the socket's buffer, or on an error.

@@ -19,10 +19,10 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// The environment variable with the descriptor number of a lock that was kept open across exec.
+/// The environment variable with the descriptor number of the lock file that `passOn` left open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The time until the next look for a client that holds the lock but has no socket: a starting client takes
-/// the lock before it listens, and an ending client closes its socket just before its lock is released.
+/// The wait before the next attempt if another client holds the lock but has no socket. That client is
+/// starting or ending: it takes the lock before it listens, and closes its socket before it frees the lock.
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
@@ -78,8 +78,9 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Listens for the other client's messages without blocking. If `untilItsEnd`, waits until that client has
-  /// ended and its connection closes; otherwise first asks it to show its menu.
+  /// Makes the loop call `hear` when the other client sends a message, and when the other client ends, which
+  /// closes the connection. If `untilItsEnd` is true, `hear` ignores messages. If it is false, this function
+  /// asks the other client to show its menu.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {
@@ -114,7 +115,7 @@ class Rendezvous::Attempt {
     if (waitsForEnd) {
       isClient = true;
     } else if ((other = self.folders.connect(endingSocketName))) {
-      listen(true);  // the other client has begun to end before it answered
+      listen(true);  // the other client did not answer, because it is ending: wait for its end
     } else {
       isClient = false;
       if (!hangs)
@@ -183,8 +184,8 @@ void Rendezvous::publish(StatusLine line) {
   server.publish(std::move(line));
 }
 
-/// Returns whether the lock file is still at its path. If it is gone, another process creates and locks a new
-/// file.
+/// Returns whether the file that this process has locked is still at its path. If it was removed, another
+/// process can create and lock a new file there, and the lock protects nothing.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }
@@ -212,8 +213,8 @@ void Rendezvous::takePlace() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Without the lock, listen only if this client does not listen yet, and would not replace the socket of
-    // another client.
+    // Listen even without the lock: other processes can then reach this client. But do not listen if another
+    // client holds the lock or listens, or if this client listens already.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {
     return;

@@ -14,43 +14,44 @@
 
 namespace kestrune {
 
-/// How this process tries to become the client.
+/// The argument of `Rendezvous::claim`. The kind says what `claim` does if another client runs.
 struct Claim {
   enum class Kind {
-    show,     ///< if a client runs, asks that client to show its menu, and exits
-    giveWay,  ///< exits when a client runs
-    replace,  ///< waits until `predecessor` has ended; exits when any other client runs
+    show,     ///< asks the other client to show its menu, and returns false
+    giveWay,  ///< returns false
+    replace,  ///< waits for the end of the other client if its PID is `predecessor`; else returns false
   };
   Kind kind = Kind::show;
   pid_t predecessor = 0;          ///< PID of the client to replace; used by `replace` only
   std::string activationToken{};  ///< XDG activation token for the running client; empty when there is none
   Seconds answerPatience{2.0};    ///< longest wait for the answer of the running client
-  Seconds endPatience{12.0};      ///< longest wait until an ending client has ended; it normally ends sooner
+  Seconds endPatience{12.0};      ///< longest wait for the end of another client
 };
 
-/// The rendezvous: the lock and the socket of the one client of a user. Through it, this process becomes the
-/// client, and other processes of the user reach the client. The process that holds the lock is the client;
-/// the kernel releases the lock when that process ends. Main thread.
+/// The lock and the socket of the one client of a user. The process that holds the lock is the client; the
+/// kernel releases the lock when that process ends. Other processes of the user send requests to the client
+/// over the socket. Main thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
   /// `onShow` runs when a process that starts later asks for the menu. Its argument is the activation token
-  /// of that process, or empty. The constructor takes over the lock, if the lock was kept open across exec.
+  /// of that process, or empty. If this process called `passOn` and then exec, it still holds the lock, and
+  /// the constructor takes over this lock.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
   /// Runs the loop until it is decided whether this process is the client, and returns the decision. If this
   /// process is the client, it answers requests from now on. Waits for a client that is ending, whatever the
-  /// kind of the claim. If nothing can be locked, or the ending client does not end, this process becomes the
-  /// client all the same, and standard error says why.
+  /// kind of the claim. This process also becomes the client if the lock file cannot be created, if the file
+  /// system supports no locks, or if the ending client does not end in time. Standard error then says why.
   bool claim(const Claim& claim);
 
   /// From now on, a process that starts later waits until this process has ended.
   void announceEnd();
 
-  /// Keeps the lock open across the exec that this process is about to do.
+  /// Called just before exec. Leaves the lock file open in the new program, which takes over the lock.
   void passOn() const;
 
-  /// Asks the running client to perform the action of a menu row, and runs the loop until it answers, at most
-  /// for `limit`. Returns one line that says why the action was not performed; absent on success.
+  /// Asks the running client to perform the action of a menu row. Runs the loop until the client answers, at
+  /// most for `limit`. Returns one line that says why the action was not performed; absent on success.
   std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
   /// Returns the PID of the running client; absent when no client runs.

@@ -64,7 +64,8 @@ void RequestServer::accept() {
   FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (caller) return add(std::move(caller));
   if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-  // No descriptor is left: stop watching the listener for a while, or the loop would spin.
+  // accept4 has failed, for example because the process has no free descriptor (EMFILE). Stop watching the
+  // listener for a while, or the loop would spin.
   sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
   rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
 }
@@ -115,7 +116,8 @@ void RequestServer::tellStatus(Peer& peer, const std::string& line) {
   tell(peer, line);
 }
 
-/// Sends a line. If it does not fit into the socket's buffer, the peer does not read: disconnects the peer.
+/// Sends a line. Disconnects the peer if the line cannot be sent, for example because the peer does not read
+/// and the socket's buffer is full.
 void RequestServer::tell(Peer& peer, const std::string& line) {
   if (!sendLine(peer.socket, line)) drop(peer);
 }

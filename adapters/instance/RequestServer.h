@@ -38,8 +38,9 @@ class RequestServer {
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
   void publish(StatusLine line);
 
-  /// Renames the socket to "ending". A process that connects to "ending" gets no answer. Its connection
-  /// closes when this process ends, so that it can wait for that.
+  /// Renames the socket to "ending". Another process can connect to "ending" to wait for the end of this
+  /// process, because the kernel closes the connection when this process ends. This process answers no
+  /// requests on "ending".
   void announceEnd();
 
  private:
@@ -66,7 +67,7 @@ class RequestServer {
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
   EventSource callers;
-  EventSource rest;  ///< set while the listener is not watched, because no descriptor is left
+  EventSource rest;  ///< after a failure of accept4: the timer that enables `callers` again
   std::list<Peer> peers;
   StatusLine newest;                ///< null until the first status is published
   std::optional<std::string> told;  ///< the last status line sent to any peer; absent if none was sent

@@ -19,14 +19,14 @@ class LaunchdAgents final : public LaunchAgents {
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
-  /// Does nothing: on macOS, an application moves only when the user moves it.
+  /// Does nothing. On macOS, an upgrade does not change the path of the program.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:
   const FileManager& files;
 };
 
-/// Writes shell lines that stop the user's launchd jobs and end processes.
+/// Builds shell lines that unload the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
   /// `userID`: the numeric ID of the user who owns the jobs.

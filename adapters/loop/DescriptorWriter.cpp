@@ -52,14 +52,14 @@ void DescriptorWriter::flush() {
     if (written >= 0) {
       sent += static_cast<std::size_t>(written);
     } else if (errno == EAGAIN) {
-      // Erase the sent bytes only when they are more than half: erase moves the rest, which may be large.
+      // Erase the sent bytes only if they are more than half of `pending`: erase moves all other bytes.
       if (sent > pending.size() / 2) pending.erase(0, std::exchange(sent, 0));
       if (!writable) writable = loop.onDescriptor(output.get(), EPOLLOUT, [this] { flush(); });
       return;
     } else if (errno != EINTR) {
       failure = errno;
-      // Remove the event source before the descriptor is closed: if another process shares the open file,
-      // epoll would keep reporting events.
+      // Remove the event source before the descriptor is closed. Otherwise, epoll would keep reporting events
+      // while another process shares the open file description.
       writable.reset();
       output.reset();
       break;

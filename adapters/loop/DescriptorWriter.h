@@ -17,8 +17,9 @@ class DescriptorWriter {
   /// than the limit is accepted too.
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
-  /// Returns false and sets `errno` if the text was dropped. ENOBUFS: more bytes than the limit would wait.
-  /// Any other error: write(2) has failed with this error, now or before, and the descriptor is closed.
+  /// Returns false and sets `errno` if the text was dropped. ENOBUFS: with this text, the number of
+  /// bytes that wait would exceed the limit. Any other error: write(2) has failed with this error, now or
+  /// before, and the descriptor is closed.
   bool write(std::string_view text);
 
  private:
@@ -30,7 +31,7 @@ class DescriptorWriter {
   const std::size_t limit;
   const bool mayBlock;
   std::string pending;
-  int failure = EBADF;   ///< why `output` is closed: the `errno` value of the write that failed
+  int failure = EBADF;   ///< errno of the write that failed; EBADF if the constructor got no descriptor
   std::size_t sent = 0;  ///< how many bytes of `pending` have been written
   EventSource writable;
 };

@@ -164,8 +164,8 @@ void openMissingStandardStreams() {
 
 EventLoop::EventLoop() {
   openMissingStandardStreams();
-  // Block these signals before any thread starts. Threads inherit the mask, and the kernel gives a signal to
-  // any thread that does not block it.
+  // Block these signals before any thread starts: threads inherit the mask. If a thread did not block them,
+  // the kernel could deliver a signal to that thread, and the loop would miss the signal.
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGCHLD);
@@ -252,7 +252,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Nothing to do: Linux desktops have no activation policy. They list only processes with a window.
+  // Nothing to do: Linux desktops list a program only while it has a window, and this process has none.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

@@ -21,7 +21,7 @@ struct RoutedPath {
 };
 
 struct PathTiming {
-  Seconds burst{0.25};   ///< from the first message of a burst until the kernel is asked
+  Seconds burst{0.25};   ///< delay from the first kernel message of a burst to the route lookup
   Seconds loss{2.0};     ///< how long a loss of the network lasts before it is reported
   Seconds memory{60.0};  ///< the network flaps when the last `manyReports` reports came within this time
   Seconds rest{10.0};    ///< least time from one report to the next while the network flaps
@@ -30,26 +30,30 @@ struct PathTiming {
 /// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer. `now` is
 /// always the time of a clock that stops during suspend.
 ///
-/// A burst of messages leads to one question. A changed path is reported at once, but the loss of the network
-/// only after it has lasted `loss`. After a shorter loss or a resume from suspend, the path is reported even
-/// if it is the same as before, because open connections may be broken. While the network flaps (goes up and
-/// down), reports of a changed path are `rest` apart, and a loss must last for `rest`. Reports of an
-/// unchanged path are limited in the same way, but for them the network flaps if the last `manyReports`
-/// reports of any path came within `memory`.
+/// A burst of messages from the kernel leads to one question to the kernel. A changed path is reported at
+/// once, but the loss of the network only after it has lasted `loss`. After a shorter loss or a resume from
+/// suspend, the path is reported even if it is the same as before, because open connections may be broken.
+///
+/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. The next
+/// report then comes at least `rest` after the last one, and a loss must last for `rest`. Reports of an
+/// unchanged path must not delay the report of a changed path. So if the path has changed, this rule ignores
+/// the earlier reports of an unchanged path.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
 
   explicit NetworkDecision(const PathTiming& timing = {});
 
-  /// Tells that the path may have changed. Until the first report, the kernel is then asked without delay.
+  /// Call this when the path may have changed. The question to the kernel is then due after a short delay, or
+  /// at once if no path has been reported yet.
   void notice(Seconds now);
-  /// Tells that the machine has resumed from suspend. If the network is lost, the wait before the loss is
-  /// reported starts at this time, because networks need a moment to reconnect.
+  /// Call this when the machine has resumed from suspend. If the loss of the network has not been reported
+  /// yet, the wait before that report starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// Returns the time to ask the kernel or, if no question is pending, to call `takeReport`; absent when
-  /// there is nothing to wait for. A pending question comes first, because the known path may be outdated.
+  /// Returns when the caller must act next; absent if there is nothing to do. After `notice` or `resume`, the
+  /// next step is to ask the kernel, because the known path may be outdated. Otherwise, the next step is to
+  /// call `takeReport`.
   std::optional<Seconds> due() const;
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
@@ -72,7 +76,9 @@ class NetworkDecision {
   Seconds currentSince{};
   std::optional<RoutedPath> reported;
   bool owed = false;
-  std::vector<Seconds> reports, changes;  // times of the newest reports: all, and those of a changed path
+  // `reports`: the times of the last `manyReports` reports.
+  // `changes`: the times of the last `manyReports` reports of a changed path.
+  std::vector<Seconds> reports, changes;
 };
 
 }  // namespace kestrune

@@ -66,7 +66,8 @@ void NetworkMonitor::wait() {
 }
 
 void NetworkMonitor::notice() {
-  // Stop listening until the kernel is asked, so that a burst of any length wakes the process only twice.
+  // A network change often causes many messages. Stop listening, so that the later messages do not wake the
+  // process. `ask` listens again.
   stopListening();
   decision.notice(clock.awakeTime());
   wait();

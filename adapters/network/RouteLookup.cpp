@@ -24,8 +24,9 @@ namespace kestrune {
 
 namespace {
 
-// Addresses of a root name server; nothing is sent to them. Root servers lie outside of every local network,
-// and are routed like any other host. Addresses for documentation would not do: machines may reject them.
+// The destinations for which the kernel looks up a route: addresses of a root name server. No packet is sent.
+// Root servers are outside of every local network, and are routed like any other host on the Internet.
+// Do not use addresses that are reserved for documentation: machines may have reject routes for them.
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
@@ -35,7 +36,7 @@ constexpr std::array noneErrors{
     EHOSTUNREACH,  // a route of type unreachable
     EACCES,        // a route of type prohibit
     EINVAL,        // a route of type blackhole
-    ENODEV,        // the interface has vanished; a message from the kernel about this follows
+    ENODEV,        // the interface has just vanished
 };
 
 constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
@@ -124,12 +125,13 @@ int askForRoute(mnl_socket* socket, unsigned char family, RoutedPath& path) {
   return ask(socket, *request.message, [&path](const nlmsghdr& message) {
     const auto [header, attributes] = partsOf<rtmsg>(message);
     path.interface = numberOf(attributes[RTA_OIF]);
-    path.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);  // RTA_VIA: IPv6 gateway
+    // A route has RTA_GATEWAY, or RTA_VIA (the IPv6 gateway of an IPv4 route), or neither.
+    path.gateway = bytesOf(attributes[RTA_GATEWAY]) + bytesOf(attributes[RTA_VIA]);
     path.source = bytesOf(attributes[RTA_PREFSRC]);
   });
 }
 
-/// Returns whether the device is one end of a virtual cable, a pair of connected devices.
+/// Returns whether the device is one of a pair: what is sent into one device comes out of the other.
 bool isPair(const Link& link) {
   return link.kind == "veth" || link.kind == "netkit";
 }
@@ -154,8 +156,9 @@ void takeLink(const nlmsghdr& message, Links& links) {
   links.insert_or_assign(static_cast<unsigned>(header->ifi_index), std::move(link));
 }
 
-/// Asks the kernel about the interface `index` and, if it is a stacked device, about all interfaces. Adds
-/// them to `links`. Returns 0 or an errno value.
+/// Asks the kernel for a description of the interface `index`. If this may be a device on top of others, such
+/// as a bridge or a tunnel, asks for a description of every interface. Adds the descriptions to `links`.
+/// Returns 0 or an errno value.
 int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   const auto take = [&links](const nlmsghdr& message) { takeLink(message, links); };
   Request<ifinfomsg> one(RTM_GETLINK);
@@ -170,8 +173,8 @@ bool meansNone(int error) {
   return std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
 }
 
-/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired: hardware (empty), pairs, switch ports
-/// and dummies. Devices of other kinds are ARPHRD_ETHER too, but may run over any medium.
+/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired. Hardware has no kind. Other kinds of
+/// virtual devices, such as bridges, are ARPHRD_ETHER too, but may run over any medium.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
 /// What sysfs tells about a network device.
@@ -194,7 +197,8 @@ Device deviceOf(unsigned index, const std::string& folder) {
   return device;
 }
 
-/// Returns the medium of the device itself; unknown if it may be stacked on another device.
+/// Returns the medium that the device's own description states; unknown if it states none. `mediumOf` then
+/// looks at the devices beneath.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const Device device = deviceOf(index, devices + "/" + link.name);
   if (device.wireless) return Medium::wiFi;
@@ -242,7 +246,7 @@ Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts) {
   for (const int family : {AF_INET, AF_INET6}) {
     RoutedPath found;
     const int unrouted = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
-    // Ignore IPv6 errors: a kernel without IPv6 answers with errors that are not in `noneErrors`.
+    // Treat every IPv6 error as "no route": a kernel without IPv6 reports errors other than `noneErrors`.
     if (unrouted != 0 && !meansNone(unrouted) && family != AF_INET6) refusal = unrouted;
     if (unrouted != 0 || found.interface == 0) continue;
     Links links;

@@ -25,29 +25,30 @@ struct Link {
   unsigned hardwareType = 0;  ///< ARPHRD_…
   std::string kind;           ///< kind of a virtual device, such as "bridge"; empty for other devices
   bool usable = false;        ///< whether it is up and has a carrier; false for the loopback device
-  unsigned lower = 0;         ///< index of the device beneath it; 0 for none in this network namespace
+  unsigned lower = 0;         ///< index of the device beneath it, for example beneath a VLAN; 0 for none
   unsigned master = 0;        ///< index of the bridge or bond to which it belongs; 0 for none
-  unsigned activeMember = 0;  ///< of a bond: index of the member that carries all traffic; else 0
+  unsigned activeMember = 0;  ///< for a bond with one active member: the index of this member; else 0
 };
 
 using Links = std::map<unsigned, Link>;  ///< key: interface index
 
-/// The physical medium beneath an interface; if there are several, the one that this enum lists last. For
-/// example, a bridge of Wi-Fi and a cable is wired: its Wi-Fi is an access point, because a Wi-Fi station
-/// cannot be bridged.
+/// The physical medium beneath an interface. If there are several, the one that this enum lists last counts.
+/// For example, a bridge of Wi-Fi and a cable counts as wired. A Wi-Fi station cannot be in a bridge, so the
+/// Wi-Fi device is an access point, and the route to the Internet is through the cable.
 enum class Medium { unknown, wiFi, cellular, wired };
 
-/// Returns the medium of an interface, or of the devices beneath a stacked interface. Returns unknown for a
-/// tunnel when no device beneath it has a known medium, and for an index that is not in `links`. `devices`: a
-/// folder like /sys/class/net; it contains facts that rtnetlink does not report. Any thread.
+/// Returns the medium of the interface `index`. If the interface itself has no medium (bridge, bond, VLAN,
+/// tunnel), returns the medium of the interfaces beneath it. Returns unknown if these have none either, or if
+/// `index` is not in `links`. `devices`: a folder like /sys/class/net, with facts that rtnetlink does not
+/// report. Any thread.
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices);
 
-/// Asks the kernel over rtnetlink through which interface a packet to the Internet would leave, and what
-/// medium that interface has. RTM_GETROUTE makes the kernel look up the route to a global address, for IPv4
-/// and for IPv6; no packet is sent. RTM_GETLINK describes the interface of the route; when it is a stacked
-/// device, a dump describes all interfaces. Returns the IPv4 path if its interface is usable, else the IPv6
-/// path if its interface is usable, else an unsatisfied path. Fails when the kernel refuses to answer, or
-/// when interfaces change during each of the `attempts`. `devices`: a folder like /sys/class/net. Any thread.
+/// Finds the interface through which packets to the Internet leave, and its medium. Asks the kernel for the
+/// route to a global address (RTM_GETROUTE); no packet is sent to that address. Returns the IPv4 path if its
+/// interface is usable, else the IPv6 path if its interface is usable, else an unsatisfied path. Fails when
+/// the kernel reports an error, unless the error means that there is no route. If an interface appears or
+/// disappears meanwhile, tries again; makes at most `attempts` attempts. `devices`: as for `mediumOf`. Any
+/// thread.
 Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts = 3);
 
 }  // namespace kestrune

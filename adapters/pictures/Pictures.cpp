@@ -18,9 +18,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::array sizes{22, 16, 24, 32,
-                           44, 48, 64};  // pixels; the first size that a theme has is the image's size
-constexpr unsigned largestSide = 1024;   // pixels; larger pictures are refused
+constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
+constexpr unsigned largestSide = 1024;  // pixels; larger pictures are refused
 constexpr std::string_view icnsSignature = "icns";
 constexpr std::size_t icnsHeader = 8;  // bytes; four letters and the big-endian length of header and content
 

@@ -11,8 +11,8 @@ namespace kestrune {
 /// optional "name-N.png" beside it is the same picture, N pixels wide; N is 16, 22, 24, 32, 44, 48 or 64.
 class PngImages final : public Images {
  public:
-  /// `dataFolders` are searched in this order, each for the icon theme hicolor (in icons/), then for a single
-  /// icon (in pixmaps/).
+  /// `imageNamed` searches `dataFolders` in this order. In each folder, it looks into the icon theme hicolor
+  /// (icons/hicolor/). If the theme lacks the icon, it looks into pixmaps/.
   explicit PngImages(std::vector<std::string> dataFolders);
 
   ImageRef imageFromFile(const std::string& path) override;

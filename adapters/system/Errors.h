@@ -19,8 +19,8 @@ inline std::string describe(int number) {
   return systemError(number).message();
 }
 
-/// Prints `message` on standard error, in one line, when something that the client needs from this machine
-/// fails, such as a system call or a D-Bus service. Prints the same message only once per process. While
+/// Prints `message` on standard error, in one line. Call it when something that the client needs has
+/// failed, such as a system call or a D-Bus service. Prints the same message only once per process. While
 /// standard error accepts no output, prints nothing and does not block. `message` must never contain the
 /// output of a command, the text of an input field or a token. Any thread.
 void reportOnce(const std::string& message);

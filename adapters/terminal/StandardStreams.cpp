@@ -15,16 +15,16 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t lineLimit = 65536;              // bytes
+constexpr std::size_t lineLimit = 65536;              // bytes; maximum length of a line from a pipe or a file
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
-constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes of unread terminal input in the kernel
-constexpr std::size_t pendingLimit = 1 << 20;         // bytes of output that may wait
+constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
+constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the file that `descriptor` refers to; empty if `descriptor` is closed. Opens
-/// a pipe or terminal again with O_NONBLOCK: set on the shared open file, this flag would also apply to other
-/// processes. A descriptor for any other file is only duplicated: a regular file never blocks, and its
-/// position must stay shared.
+/// a pipe or terminal again with O_NONBLOCK: fcntl(2) on `descriptor` would also set the flag for all other
+/// processes that share the open file description. Duplicates any other descriptor: a regular file never
+/// blocks, and must keep the file offset that other processes share.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
@@ -85,7 +85,7 @@ void StandardInput::applyHiding() {
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
   if (shown != hidden) {
-    silenced = false;  // another program has already switched the echo
+    silenced = false;  // the echo is already as wanted: another program has switched it
     return;
   }
   settings.c_lflag ^= ECHO;
@@ -99,14 +99,14 @@ bool StandardInput::isInBackground() const {
 
 std::size_t StandardInput::longestLine() const {
   // In canonical mode, the kernel cuts a typed line that does not fit into its buffer. So a line that fills
-  // the buffer may have been cut, and counts as too long.
+  // the buffer (4095 bytes and the line end) may have been cut, and counts as too long.
   return terminal ? lineDisciplineCapacity - 2 : lineLimit;
 }
 
 void StandardInput::discardUnfinishedLine() {
   if (!terminal || !readable || isInBackground()) return;
-  // Each read returns one finished line, until a read returns no line. This last read also makes the kernel
-  // move the unfinished line to where tcflush discards it.
+  // Read all finished lines, one per read. The last read finds no line and fails with EAGAIN, but makes the
+  // kernel move typed bytes from the driver to the line discipline. tcflush empties only the line discipline.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty()) goOn();
@@ -118,7 +118,7 @@ void StandardInput::discardUnfinishedLine() {
 void StandardInput::discardTyped() {
   discardUnfinishedLine();
   if (!terminal) {
-    // Without the limit, this loop might never end, because the writer may write without end.
+    // Without the limit, this loop might never end: another process may write to the pipe without end.
     for (std::size_t size = 0; size < discardLimit && input && readSome(); size += pieceSize) {
     }
     // The rest of a discarded line must not count as a whole line: mark the line as too long.

@@ -17,10 +17,11 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Writes to the file or terminal that `descriptor` refers to, through a new descriptor of its own.
+  /// Opens or duplicates `descriptor`, and writes only to the new descriptor.
   StandardOutput(EventLoop& loop, int descriptor);
 
-  /// Returns false if the text was dropped, with `errno` as DescriptorWriter sets it.
+  /// Returns false and sets `errno` if the text was dropped. ENOBUFS: the buffer of bytes that are not yet
+  /// written has no room for the text. Any other error: this or an earlier write(2) has failed.
   bool write(std::string_view text) { return writer.write(text); }
 
   bool isTerminal() const { return static_cast<bool>(screen); }
@@ -33,11 +34,10 @@ class StandardOutput {
   DescriptorWriter writer;
 };
 
-/// Reads lines from standard input, through a descriptor of its own. Puts "/dev/null" in the place of
-/// standard input, so that child processes do not read from it. Reads nothing before `start`. Main thread.
+/// Reads lines from standard input, through a new descriptor. Makes descriptor 0 refer to "/dev/null", so
+/// that child processes cannot take the lines away. Reads nothing before `start`. Main thread.
 class StandardInput {
  public:
-  /// Functions that are called on the main thread.
   struct Reader {
     /// Called once per line: with the line without its end, or with std::nullopt if the line is too long.
     /// Jobs that one call puts on the main queue run before the next call.
@@ -51,7 +51,8 @@ class StandardInput {
 
   void start(Reader reader);
 
-  /// Undoes the replacement of standard input by "/dev/null", for a program that replaces this process.
+  /// Undoes the replacement of standard input by "/dev/null". To be called before execve, so that the new
+  /// program can read standard input.
   void giveBack() const;
 
   bool isTerminal() const { return terminal; }

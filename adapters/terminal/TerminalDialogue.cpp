@@ -60,7 +60,7 @@ void TerminalDialogue::collect(const View& view) {
   if (view.kind == ViewKind::button) {
     buttons.push_back(&view);
   } else if (isField(view)) {
-    // Drop the label above the field if the question repeats it.
+    // Drop the label above the field if it is the same text as the field's prompt (see `question`).
     if (!parts.empty() && parts.back()->kind == ViewKind::label &&
         parts.back()->text == view.accessibilityLabel) {
       parts.pop_back();
@@ -94,7 +94,7 @@ std::string TerminalDialogue::advance() {
   return text + again();
 }
 
-/// Returns the line of buttons and the image. Returns no text while a field is asked for.
+/// Returns the line of buttons and the image. While the dialogue asks for a field, returns an empty string.
 std::string TerminalDialogue::again() const {
   if (asksForField()) return "";
   std::string text;

@@ -19,8 +19,9 @@ struct TextStyles {
   std::string faint(const std::string& text) const { return enabled ? "\033[2m" + text + "\033[0m" : text; }
 };
 
-/// The dialogue of an alert on a terminal, line by line. Prints the alert's view from top to bottom, asks for
-/// each field in its place, and last for a button. Does no input or output itself. Main thread.
+/// The dialogue of an alert on a terminal, line by line. The caller prints the returned texts and questions,
+/// and passes the user's answers to `take`. There is one question per field of the alert's view, from top to
+/// bottom, and a last one for the number of a button. Main thread.
 class TerminalDialogue {
  public:
   /// `givenColors`: pictures may use colours. `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
@@ -35,7 +36,7 @@ class TerminalDialogue {
   struct Step {
     std::string text{};                   ///< the text to print
     std::optional<AlertAnswer> answer{};  ///< set when the dialogue has ended
-    std::string action{};                 ///< the action that the alert's target must perform; empty: none
+    std::string action{};                 ///< the caller performs it on `Alert::target`; empty: none
   };
   /// Takes the user's answer to the open question, and returns what to do next.
   Step take(const std::string& line);
@@ -43,7 +44,6 @@ class TerminalDialogue {
   /// Returns the text to print above the open question when this question is asked again.
   std::string again() const;
 
-  /// Returns the open question.
   std::string question() const;
   bool asksForField() const { return next < parts.size(); }
   /// Returns whether the terminal must not echo the answer.

@@ -60,7 +60,7 @@ void TerminalFace::add(const Notification& notification) {
 }
 
 /// Prints once for several changes that come together. While an alert is open, prints nothing, because the
-/// last lines belong to the alert: `resume` prints the changes after the alert is answered.
+/// last lines on the terminal belong to the alert. After the alert is answered, `resume` prints the changes.
 void TerminalFace::changed() {
   if (std::exchange(printPending, true)) return;
   queue.async([this] {
@@ -117,7 +117,8 @@ std::string TerminalFace::row(const MenuItem& item) const {
   return (item.enabled ? text : styles.faint(text)) + "\n";
 }
 
-/// Prints text and prompt in one write, because a slow terminal may drop the second of two writes.
+/// Prints text and prompt in one write. While the terminal accepts no output, StandardOutput buffers bytes up
+/// to a limit, and then drops writes. So two writes could print the text without the prompt.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
@@ -143,7 +144,8 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 }
 
 void TerminalFace::refuseLine() {
-  // Discard the lines after a refused answer: they were meant for later questions, which are not asked yet.
+  // Discard the lines after the refused line: they would answer the wrong question. But keep lines for the
+  // menu that come from a pipe: each is a command that does not depend on the refused line.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");
@@ -159,7 +161,7 @@ void TerminalFace::choose(const std::string& text) {
     prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
   } else {
     performMenuItem(MenuItem(*chosen));
-    // Print a prompt if the action has not printed one.
+    // The action may print a prompt, at once or in a job that it queues. If no prompt was printed, print one.
     queue.async([this, before = prompts] {
       if (prompts == before && open.empty()) prompt();
     });

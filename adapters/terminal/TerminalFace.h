@@ -29,7 +29,8 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
   /// Passes the notification to the desktop and also prints it above the menu, because there may be no
-  /// desktop. While an alert is open, the text waits; equal texts wait only once.
+  /// desktop. If an alert is open, prints the notification only after the alert is answered. Of several equal
+  /// notifications that have not been printed yet, prints only one.
   void add(const Notification& notification) override;
   void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
@@ -37,7 +38,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// process exits.
   void close();
 
-  /// Makes standard input what it was at the start, for a program that replaces this process.
+  /// Gives this process its original standard input again. To be called before execve.
   void giveBackInput() const { input.giveBack(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new

@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 7> propertyNames{
 /// The properties that a host asks for.
 struct PropertyFilter {
   bool everything = true;
-  std::set<std::string_view> names{};  ///< known names from the host; not used if `everything`
+  std::set<std::string_view> names{};  ///< the known properties that the host names; not used if `everything`
 
   bool passes(const std::string& name) const { return everything || names.contains(name); }
 };
@@ -192,9 +192,9 @@ void DBusMenu::rebuild() {
   if (bus != nullptr) announce(before);
 }
 
-/// Tells hosts what has changed since `before`. The signal LayoutUpdated makes a host rebuild the menu, which
-/// closes it, so it is sent only when rows come, go or move. Even then the changed properties are sent too,
-/// because some hosts do not read the properties of all rows again.
+/// Tells hosts what has changed since `before`. A host that gets LayoutUpdated rebuilds the menu and thereby
+/// closes it, so send this signal only when rows come, go or move. Even then, send the changed properties
+/// too, because some hosts do not read the properties of all rows again.
 void DBusMenu::announce(const MenuLayout& before) {
   if (rows.children != before.children) {
     sd_bus_emit_signal(bus, objectPath, menuInterface, "LayoutUpdated", "ui", revision, MenuLayout::root);

@@ -23,23 +23,24 @@ struct MenuLayout {
   static constexpr int root = 0;  ///< the ID of the menu itself
 
   std::map<int, Properties> properties;      ///< of the menu itself and of each row, by ID
-  std::map<int, std::vector<int>> children;  ///< IDs of the top rows and of each submenu's rows, in order
+  std::map<int, std::vector<int>> children;  ///< key: ID of the menu or of a submenu; value: IDs of its rows
 
   bool operator==(const MenuLayout&) const = default;
 };
 
-/// Returns the layout of `items` for the tray host that `form` describes. `form` decides about submenus,
-/// underscores and the names of keys.
+/// Returns the layout of `items` for the tray host that `form` describes. Some hosts need submenus, or other
+/// escapes for underscores in labels, or other names for the keys of shortcuts.
 MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
-/// tray icons) read menus. Announces only changed rows and properties, so that an open menu stays open and
-/// changes in place. Main thread.
+/// tray icons) read menus. An open menu shows changed properties in place. It closes only when rows come, go
+/// or move, because the host must then rebuild it. Main thread.
 class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// Actions of chosen rows run on `givenQueue`, which outlives this object, after the reply to the host.
+  /// `givenQueue` outlives this object. It runs the actions of chosen rows, because the host must not wait
+  /// for the end of an action.
   DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);

@@ -16,8 +16,8 @@ struct Submenu {
 };
 constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
 
-/// Returns a label that the host displays as `title`. It needs escaping, because hosts take a single
-/// underscore for the mark of an access key and do not show it.
+/// Returns the label that a host displays as `title`. Doubles the underscores that the host would hide: a
+/// single underscore marks the access key.
 std::string label(const std::string& title, const TrayHostForm& form) {
   std::string text = displayRow(title);
   if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
@@ -65,7 +65,7 @@ MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& fo
   }
   for (const auto& [id, children] : rows.children) {
     rows.properties[id]["children-display"] = std::string("submenu");
-    // Enable the row of a submenu, because hosts do not open the submenu of a disabled row.
+    // Enable each row that opens a submenu, because hosts do not open the submenu of a disabled row.
     if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
   }
   return rows;

@@ -33,7 +33,8 @@ bool isGrey(const Bitmap& bitmap) {
   return true;
 }
 
-/// Appends the bitmaps of an icon, as the protocol wants it: ARGB32 in network byte order.
+/// Appends the bitmaps of an icon. The protocol demands ARGB32 in network byte order, so each pixel is
+/// converted from RGBA.
 int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   sd_bus_message_open_container(reply, 'a', "(iiay)");
   for (const auto& bitmap : bitmaps) {
@@ -45,7 +46,7 @@ int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
     sd_bus_message_append_array(reply, 'y', argb.data(), argb.size());
     sd_bus_message_close_container(reply);
   }
-  // This call fails if any call before it has failed.
+  // This call fails if any call above has failed. So no other result needs a check.
   return sd_bus_message_close_container(reply);
 }
 
@@ -104,7 +105,7 @@ void StatusNotifierItem::setMenu(Menu menu) {
 void StatusNotifierItem::setButton(const StatusButton& changed) {
   const auto& image = changed.image;
   const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
-  // Announce a new icon also when only its description is new: at NewIcon, hosts read both again.
+  // There is no signal for a new description of the icon. Hosts read the description again after NewIcon.
   const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
   const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
   button = changed;
@@ -159,7 +160,8 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isBroadcast(signal)) return 0;
-  // Register again: the watcher may have refused the item while no host ran. Registering twice is harmless.
+  // A host has started. Register again, because the watcher may have refused the item while no host ran.
+  // Registering twice is harmless.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
 }

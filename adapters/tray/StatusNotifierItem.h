@@ -14,21 +14,22 @@
 
 namespace kestrune {
 
-/// The objects that a tray item uses. The references outlive the item.
+/// The objects that a tray item uses. The objects behind the references outlive the item.
 struct TrayParts {
   SessionBus& bus;
   DispatchQueue& queue;           ///< the main queue
   const MainBundle& bundle;       ///< contains the icon files
   std::function<void()> onClick;  ///< called at a click if the host does not open the menu itself
-  /// Called with the activation token that the host sends before a click. Any program on the bus may send a
-  /// token. Null: tokens are ignored.
+  /// Called with the activation token that the host sends before a click. The token may have any length, and
+  /// may come from any program on the bus. Null: tokens are ignored.
   std::function<void(std::string_view)> onToken = nullptr;
   std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; null: not called
-  std::function<void()> onRegistered = nullptr;  ///< called when a tray has taken the item; null: not called
+  /// Called when a StatusNotifierWatcher has accepted the item. Null: not called.
+  std::function<void()> onRegistered = nullptr;
 };
 
 /// A status item with a menu, exported on the session bus as org.kde.StatusNotifierItem. Registers with each
-/// tray that appears. Needs no display. Main thread.
+/// StatusNotifierWatcher that appears on the bus. Needs no display. Main thread.
 class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";

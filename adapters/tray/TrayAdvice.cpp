@@ -35,7 +35,7 @@ void TrayAdvice::lookAfter(Seconds delay) {
 }
 
 void TrayAdvice::look() {
-  // Look again later if no answer comes: the bus may be lost, or the watcher may hang.
+  // Schedule the next check now, in case no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
   if (bus == nullptr) return;
   if (unanswered == looksInVain) return timer.reset();

@@ -12,14 +12,17 @@ namespace kestrune {
 /// client without an icon is easily overlooked. Withdraws the notification when a tray appears. Main thread.
 class TrayAdvice final : public BusClient {
  public:
-  static constexpr Seconds patience{30.0};   ///< until the first look, and after a look without an answer
-  static constexpr Seconds secondLook{5.0};  ///< after a first look without a tray: a panel may be restarting
-  static constexpr int looksInVain = 10;     ///< gives up after this many looks in a row without an answer
+  /// The delay before the first check, and between an unanswered check and the next one.
+  static constexpr Seconds patience{30.0};
+  /// The delay before a second check if the first check found no tray. The panel may have been restarting, so
+  /// the notification is shown only if the second check finds no tray either.
+  static constexpr Seconds secondLook{5.0};
+  static constexpr int looksInVain = 10;  ///< after this many unanswered checks in a row, no more are made
 
-  /// All arguments outlive this object.
+  /// All arguments must outlive this object.
   TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications);
 
-  /// To be called when a tray has accepted the icon. If the user was told that there is no tray, looks again.
+  /// To be called when a tray has accepted the icon. If the notification was shown, checks again.
   void trayChanged();
 
   void busLost() override { question.reset(); }
@@ -34,7 +37,7 @@ class TrayAdvice final : public BusClient {
   Notifications& notifications;
   BusSlot question;
   std::unique_ptr<Timer> timer;
-  int unanswered = 0;  ///< number of looks in a row without an answer
+  int unanswered = 0;  ///< number of checks in a row without an answer
   bool missedBefore = false;
   bool advised = false;
 };

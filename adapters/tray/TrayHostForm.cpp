@@ -9,17 +9,18 @@ namespace {
 
 struct KnownHost {
   const char* program;  ///< bus name of the program
-  bool isWatcher;       ///< the host counts only while its process is also the StatusNotifierWatcher
+  bool isWatcher;       ///< true: the program shows icons only while it is also the StatusNotifierWatcher
   TrayHostForm form;
 };
 
-// The first host in this list that runs decides the form.
+// If several of these hosts run, `TrayHostFinder::form` returns the form of the first one in this list.
 const KnownHost knownHosts[] = {
-    // GNOME's AppIndicator extension, which runs in the process of the shell.
+    // GNOME Shell. It shows icons only with the AppIndicator extension, which makes the shell the watcher.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
     // KDE Plasma. Its watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
-    // LXQt. Its watcher is the panel, which has no other bus name. So look for the name of the session.
+    // LXQt. Its panel owns only the watcher's bus name, which does not tell LXQt from other desktops. So look
+    // for the bus name of LXQt's session manager.
     {"org.lxqt.session", false, {.qtKeys = true}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
@@ -32,8 +33,8 @@ TrayHostFinder::TrayHostFinder(BusConnection& connection, std::function<void()> 
     : onForm(std::move(givenOnForm)) {
   for (const auto& host : knownHosts)
     programs.emplace_back(connection, host.program, [this](const auto&) { update(); });
-  // Ask for the owner of the watcher's name last. `update` relies on this: once it is known, the owners of
-  // all other names are known too.
+  // Ask for the owner of the watcher's name last. The bus daemon answers in order. So when `update` knows the
+  // owner of the watcher's name, the owners of all other names are known too.
   watcher.emplace(connection, watcherName, [this, onWatcher = std::move(onWatcher)](const auto& before) {
     update();
     if (before && !watcher->owner().empty()) onWatcher();

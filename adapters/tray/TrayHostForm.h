@@ -10,19 +10,19 @@ namespace kestrune {
 
 /// How the present tray host (the program that shows tray icons) differs from most hosts.
 struct TrayHostForm {
-  bool submenus = false;  ///< the host's menu does not scroll, so long parts of it become submenus
-  /// In a label, the host removes only the first underscore that is followed by a character other than an
-  /// underscore, and shows double underscores unchanged. Most hosts remove every single underscore, and show
-  /// a double underscore as one underscore.
+  bool submenus = false;  ///< some rows must be moved into submenus, because the host's menu does not scroll
+  /// The host hides at most one underscore of a label: the first one that is followed by a character other
+  /// than an underscore. It shows "a_b_c__d" as "ab_c__d". Most hosts show "abc_d": they hide every single
+  /// underscore, and show a double underscore as one underscore.
   bool firstUnderscoreOnly = false;
   bool menuAtError = false;  ///< if Activate returns an error, the host opens the menu at the icon
-  bool qtKeys = false;     ///< the host reads shortcut keys as Qt names them (","), not as GDK does ("comma")
-  bool iconFiles = false;  ///< the host ignores pixmaps, but accepts the path of a file as an icon name
+  bool qtKeys = false;       ///< shortcuts need Qt's names of keys (","), not those of GDK ("comma")
+  bool iconFiles = false;    ///< the host ignores pixmaps, but accepts the path of a file as an icon name
 
   bool operator==(const TrayHostForm&) const = default;
 };
 
-/// Finds out which tray host runs by looking for known bus names, and whether there is a
+/// Looks for the bus names of known tray hosts to find out which of these hosts runs. Also looks for the
 /// StatusNotifierWatcher (the program with the list of all tray items). Main thread.
 class TrayHostFinder {
  public:

@@ -16,9 +16,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t requestLimit = std::size_t{256}
-                                     << 20;  // bytes; enough for the largest command output as JSON
-constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes
+constexpr std::size_t requestLimit = std::size_t{256} << 20;
+constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes; the longest line that the program may send
 
 }  // namespace
 
@@ -132,7 +131,7 @@ void DialogProcess::readSome() {
 }
 
 void DialogProcess::finish(const std::optional<std::string>& problem) {
-  // Kill the program: if it breaks the protocol, it may not exit when its standard input is closed.
+  // Kill the program: one that broke the protocol may keep running after its standard input is closed.
   kill();
   deadline.reset();
   readable.reset();

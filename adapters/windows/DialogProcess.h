@@ -15,25 +15,26 @@
 
 namespace kestrune {
 
-/// The program KestruneMenuDialogs, which shows the windows. Its package is optional and may be missing.
+/// The program KestruneMenuDialogs, which shows the client's windows. Its package is optional.
 struct DialogProgram {
   std::string path;
-  bool hasDisplay;  ///< whether the session has a display
+  bool hasDisplay;
   Notifications& notifications;
   Seconds patience{5.0};  ///< how long a window may take to appear
   bool isReportedMissing = false;
 
-  /// Reports on standard error why a window could not be shown, each reason once. If there is a display but
-  /// the program is missing, reports only that it is missing, once, and also shows a notification.
+  /// Reports on standard error why a window could not be shown. If there is a display but the program is not
+  /// installed, reports this instead of `reason`, and shows a notification. Prints each message only once,
+  /// and shows the notification only once.
   void report(const std::string& reason);
 };
 
-/// One process of KestruneMenuDialogs. The destructor closes the pipes; the process then closes its windows
-/// and exits. Main thread.
+/// One process of KestruneMenuDialogs, with pipes to its standard input and output. The destructor closes the
+/// pipes; the process then closes its windows and exits. Main thread.
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;
-  /// `failed`: whether a problem was reported on standard error.
+  /// `failed`: whether a problem ended the process. The problem is already reported on standard error.
   using OnEnd = std::function<void(bool failed)>;
 
   /// `program` must outlive this object. `onEvent` and `onEnd` may destroy this object. `onEnd` is called
@@ -43,12 +44,13 @@ class DialogProcess {
   DialogProcess(const DialogProcess&) = delete;
   DialogProcess& operator=(const DialogProcess&) = delete;
 
-  /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets its first window take the focus; empty
-  /// for no token. If the start fails, reports why and returns false; `onEnd` does not run then.
+  /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets the program's first window take the
+  /// focus; it is empty if there is none. If the start fails, reports why, does not call `onEnd`, and returns
+  /// false.
   bool start(const std::string& activationToken);
 
   /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. If the window does not
-  /// appear within `program.patience`, the process is killed and `onEnd` runs with `failed`.
+  /// appear within `program.patience`, this object kills the process and calls `onEnd(true)`.
   void show(const dialogs::Request& request, int id);
 
   void send(const dialogs::Request& request);
@@ -72,7 +74,9 @@ class DialogProcess {
   std::string begun;     ///< the start of a line whose end has not arrived yet
   int expected = 0;      ///< ID of the window that must appear before `deadline`
   EventSource deadline;  ///< set while a requested window is not on the screen yet
-  std::shared_ptr<bool> alive = std::make_shared<bool>(true);  ///< false after this object is destroyed
+  /// Set to false by the destructor. `readSome` keeps a copy of the pointer while it calls `onEvent`, which
+  /// may destroy this object.
+  std::shared_ptr<bool> alive = std::make_shared<bool>(true);
 };
 
 }  // namespace kestrune

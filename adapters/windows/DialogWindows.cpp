@@ -46,13 +46,14 @@ void DialogWindows::alertEvent(const dialogs::Event& event) {
   }
 }
 
-/// Shows all open alerts as notifications, not as windows, the top alert first, and answers them as
-/// cancelled.
+/// Called when the process that shows the alerts cannot be started or has ended. Shows a notification for
+/// each open alert, the top alert first, and answers each alert as cancelled.
 void DialogWindows::giveUp() {
   alertProcess.reset();
   while (!open.empty()) {
     const Open& lost = open.back();
-    // Leave out the texts of fields: desktops keep notifications, and other programs can read them.
+    // Leave out the accessory view. Its fields may contain secrets, but desktops keep notifications, and
+    // other programs can read these.
     program.notifications.add({.identifier = "alert-" + std::to_string(lost.id),
                                .title = lost.alert.messageText,
                                .body = lost.alert.informativeText,

@@ -19,9 +19,9 @@ class DialogWindows final : public AlertQueue {
   /// `loop` and `program` outlive this object.
   DialogWindows(EventLoop& loop, DialogProgram& program);
 
-  /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray, which lets the window
-  /// opened by this click take the focus. It is used for the next window only. Any program on the bus may
-  /// send one; a text of over 4096 bytes counts as no token.
+  /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray. The token works once:
+  /// it lets the next window that is opened or raised take the focus. Any program on the bus may send a token
+  /// of any length. So a token of over 4096 bytes counts as empty.
   void giveToken(std::string_view given);
 
   /// Sets the menu. An open menu window follows the change.
@@ -29,7 +29,8 @@ class DialogWindows final : public AlertQueue {
   /// Shows the menu window, or brings it to the front. If it cannot be shown, reports why on standard error.
   void showMenu();
 
-  /// Closes the windows and drops the waiting alerts. Calls no completions. Called before the client exits.
+  /// Closes the windows. Drops all alerts and does not call their completions. Called before the client
+  /// exits.
   void close();
 
  private:

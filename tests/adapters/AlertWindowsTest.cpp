@@ -41,7 +41,8 @@ struct TheAlertWindows : ::testing::Test {
   bool areAnswered(std::size_t count) {
     return comesTrue(loop, [this, count] { return answers.size() >= count; });
   }
-  /// Presents an alert, waits until the dialogs program is asked to show it, and answers that it is shown.
+  /// Presents an alert, and waits until the client asks the fake dialogs program to show it. The program then
+  /// answers that its window has appeared.
   DialogsRun& open(const std::string& message) {
     present(message);
     DialogsRun& run = stand.run();
@@ -147,7 +148,8 @@ TEST_F(TheAlertWindows, GiveUpAWholeStackFromTheTop) {
 
 TEST_F(TheAlertWindows, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
-  // The text is larger than the buffers of the pipe and the socket together, so it cannot be sent at once.
+  // The request passes through a pipe to the fake program, and then through a socket to this test. The text
+  // is larger than the buffers of both together, so the client cannot send it in one write.
   large.informativeText.assign(std::size_t{4} << 20, 'x');
   stand.whenRuns = [](DialogsRun& run) { run.lookAway(); };
   present(large);
@@ -180,7 +182,8 @@ TEST_F(TheAlertWindows, LeakNothingInAHundredAlerts) {
     EXPECT_TRUE(hasNoChildren(loop));
     for (auto& run : stand.runs) run.end();
   };
-  // The first two alerts make the loop open the descriptors that it keeps. They must not count as a leak.
+  // For the first two alerts, the loop opens descriptors that it keeps open. Count the descriptors only after
+  // these alerts, or the test would take the kept ones for a leak.
   presentMany(2);
   const auto before = openDescriptors();
   presentMany(100);
@@ -259,7 +262,7 @@ TEST_F(TheAlertWindows, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
-/// A script that replaces the dialogs program and shows no window, and the reason that the client reports.
+/// A script that runs instead of the dialogs program and shows no window. The client must report `reason`.
 struct Failure {
   const char* name;
   const char* script;
@@ -295,8 +298,8 @@ TEST_P(AlertWindowsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // The test has not closed the windows. So the client itself must have ended the program, even one that
-  // hangs.
+  // The client was not told to close its windows: the fixture does that only in its destructor. So the client
+  // must have ended the program on its own, even a program that hangs.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));

@@ -40,8 +40,8 @@ struct AutostartEntriesTest : FileTest {
 
   void put(const std::string& text) const { testing::put(path, text); }
 
-  /// Creates a program in the folder `below` that writes its repository's path, its own path and its
-  /// arguments to the file $NOTES. Returns the program's path.
+  /// Creates a program in the folder `below`, and returns its path. To the file $NOTES, the program writes
+  /// $KESTRUNE_REPO_PATH (if unset: its working directory), its own path and its arguments.
   std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
     fs::create_directories(home.file(below));
     const std::string file = home.file(below) + "/" + name;
@@ -122,7 +122,7 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
       put(*agents.document(label, executable, repo));
       EXPECT_EQ(notesAfter("gio launch " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
-      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex cannot start these
+      if (name.find_first_of("\\\t\n") != std::string::npos) continue;  // dex(1) fails with such a name
       EXPECT_EQ(notesAfter("dex --wait " + path), repo + "\n" + executable + "\n--background\n")
           << contentsOf(path);
     }

@@ -26,11 +26,13 @@ inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
 inline constexpr Seconds patienceWithAService{0.25};
-inline constexpr Seconds soon{5.0};  // far below the 25 s after which an unanswered sd-bus call fails
+/// The limit for operations that must not block. A blocking sd-bus call without an answer would take 25 s.
+inline constexpr Seconds soon{5.0};
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;
-/// Whether the calls with a timeout of 250 ms may time out. If false, they wait longer for a slow service.
+/// True while a test calls a service that does not answer. While this is false, InhibitorsTest.cpp replaces
+/// the timeout of 250 ms by a longer one, because on a slow machine a service may need more time to answer.
 inline bool nobodyAnswers = false;
 
 inline const std::string managerCall =
@@ -92,8 +94,8 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// Calls `create` while a service does not answer. Sets `nobodyAnswers`, so that a timeout of a D-Bus call
-  /// is no error of the test.
+  /// Calls `create` while a service does not answer. Sets `nobodyAnswers`, because the D-Bus call must time
+  /// out after 250 ms.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

@@ -111,8 +111,8 @@ TEST_F(BusConnection, SystemBusUsesItsOwnAddress) {
 }
 
 TEST_F(BusConnection, MissingBusIsReportedOnce) {
-  // reportOnce prints each message once per process. So this test runs in a process of its own, and causes an
-  // error (ENOTDIR) that no other test causes.
+  // reportOnce prints each message once per process. The child process below inherits the set of messages
+  // that other tests have printed. So cause an error (ENOTDIR) that no other test causes.
   const ScratchFolder folder;
   std::ofstream(folder.file("file")) << "not a folder";
   ForkedProgram program([&folder](const ForkedProgram::Say& say) {

@@ -18,7 +18,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// A step that takes longer has wrongly waited for a descendant, which holds a pipe open for 60 s.
+// A call that takes longer than this has waited for a child's descendant, which holds a pipe open for 60 s.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -192,7 +192,7 @@ struct LeftoverPipesTest : ::testing::Test {
 
 TEST_F(LeftoverPipesTest, WritersCanGoOnWriting) {
   FileDescriptor output, error;
-  // In the client, a worker thread adds the pipes.
+  // Add the pipes to `leftovers` on another thread, as the client does.
   std::thread([&] {
     output = leftoverPipe();
     error = leftoverPipe();
@@ -232,8 +232,9 @@ TEST_F(LeftoverPipesTest, EndlessWriterDoesNotKeepTheLoopBusy) {
   const FileDescriptor end = leftoverPipe();
   constexpr std::size_t pipeSize = 65536;
   constexpr int fills = 10;
-  // The pipe is empty at first, and the loop empties it at once when data arrives. So the first two fills
-  // need no wait. After that, the loop empties it only once in 50 ms, and each fill must wait.
+  // The loop reads at most `pipeSize` bytes at a time, and then pauses for 50 ms. When the writer has
+  // finished, the pipe may still hold `pipeSize` bytes. So the loop has read at least `fills - 1` times, with
+  // `fills - 2` pauses between the reads.
   EXPECT_GE(durationOf([&] { EXPECT_TRUE(canWrite(end, fills * pipeSize)); }), (fills - 2) * Seconds{0.05});
 }
 

@@ -219,7 +219,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- after reserveForThisThread, which the client calls before it stops the backend and exits
+// --- after reserveForThisThread, which kills all children; only the calling thread can then launch more
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 
@@ -280,7 +280,7 @@ struct ChildInheritance : ::testing::Test, RealChildren {
   Signals signals(const std::string& kind) {
     const std::string all = outputOf({"signals"});
     Signals found = std::stoull(all.substr(all.find(kind + ":\t") + kind.size() + 2), nullptr, 16);
-    // glibc uses the signals from 32 up to SIGRTMIN for itself, so the test ignores them.
+    // glibc uses the signals from 32 to SIGRTMIN - 1 for itself, so the test ignores them.
     for (int own = 32; own < SIGRTMIN; ++own) found.reset(static_cast<std::size_t>(own - 1));
     return found;
   }

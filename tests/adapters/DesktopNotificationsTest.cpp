@@ -89,7 +89,7 @@ TEST_F(DesktopNotifications, HaveNoIconIfItsPathIsNotUtf8) {
   EXPECT_NE(lastCall().find("'Kestrune', 0, '', '1'"), std::string::npos);
 }
 
-// --- lasting notifications
+// --- notifications that do not expire
 
 TEST_F(DesktopNotifications, AreWithdrawnByTheirNumbers) {
   start(numberingFrom(7));
@@ -107,7 +107,8 @@ TEST_F(DesktopNotifications, AreWithdrawnHoweverLateTheirNumberIsKnown) {
   sd_bus_message* held = nullptr;
   start(StubService::holds("Notify", held));
   ASSERT_TRUE(trip.succeeds(loop));
-  // From now on, a D-Bus call that sets no timeout of its own times out after a microsecond.
+  // From now on, a D-Bus call times out after 1 µs unless it sets its own timeout. The test checks that
+  // Notify calls set their own.
   ASSERT_GE(sd_bus_set_method_call_timeout(trip.bus, 1), 0);
   addLasting("a");
   ASSERT_TRUE(comesTo(2));
@@ -154,7 +155,7 @@ TEST_F(DesktopNotifications, CanBeWithdrawnIfTheyAreAmongTheLast32) {
   EXPECT_EQ(daemon->calls(), Calls{closing(2)});
 }
 
-// --- daemons that come and go, or do not answer
+// --- daemons that start, end, or do not answer
 
 TEST_F(DesktopNotifications, ReadTheSameWithAndWithoutMarkupUntilTheDaemonHasAnswered) {
   sd_bus_message* held = nullptr;

@@ -87,7 +87,7 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // This runs in a process of its own, because each message is printed only once per process.
+  // Fork: each message is printed only once per process, and an earlier test may have printed this one.
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");

@@ -34,7 +34,8 @@ TEST_F(DeviceMediaTest, EthernetIsWired) {
   add(2, "cable");
   // A veth device counts as wired, because the Ethernet device of a container is one end of a veth pair.
   add(3, "pair", "veth");
-  // The IFINDEX is not 4: this folder describes a device of another network namespace, and is ignored.
+  // The uevent file states another index (7, not 4). So it describes a device of another network namespace,
+  // and must be ignored, although it states Wi-Fi.
   add(4, "elsewhere");
   pretend("elsewhere", "DEVTYPE=wlan\nINTERFACE=elsewhere\nIFINDEX=7\n");
   for (const unsigned index : {2U, 3U, 4U}) EXPECT_EQ(medium(index), Medium::wired) << index;

@@ -52,7 +52,7 @@ using RealMonitor = SerialQueueOf<RealLoop, QueueTarget::mainThread>;
 
 template <typename Harness>
 struct DispatchQueueContract : ::testing::Test {
-  // The jobs share the list, because they may outlive the fixture when a test fails.
+  // Each job holds a copy of this shared_ptr: when a test fails, a job may outlive the fixture.
   std::shared_ptr<Record> record = std::make_shared<Record>();
   Harness harness;
 
@@ -72,7 +72,7 @@ struct DispatchQueueContract : ::testing::Test {
     return harness.letPassUntil([&] { return watched.held.expired(); });
   }
 
-  /// Blocks the queue's own thread until the test sets the promise.
+  /// Blocks the queue's own thread until the test sets the returned promise.
   std::unique_ptr<std::promise<void>> holdUp(DispatchQueue& queue) {
     auto gate = std::make_unique<std::promise<void>>();
     // A queue on the main thread needs no blocking: its jobs run only when the test runs the loop.

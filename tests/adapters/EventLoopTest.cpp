@@ -23,7 +23,8 @@ namespace {
 
 using ::testing::ExitedWithCode;
 
-/// Runs an application that prints each of its steps on standard error, and then ends the process.
+/// An application that prints each of its steps on standard error. `untilTheEnd` runs the application, and
+/// then ends the process.
 struct WholeRun : ApplicationDelegate {
   EventLoop loop;
   std::function<void(WholeRun&)> onLaunch;
@@ -105,7 +106,8 @@ TEST(UserSignals, AreIgnored) {
 
 TEST(IgnoredChildSignal, LosesNoExitStatus) {
   const auto run = [] {
-    // The process ignores SIGCHLD, as if its parent had ignored the signal before exec.
+    // Ignore SIGCHLD, as if the parent of this process had ignored it before exec. While SIGCHLD is ignored,
+    // the kernel discards the exit status of each child.
     std::signal(SIGCHLD, SIG_IGN);
     WholeRun app;
     app.onLaunch = [](WholeRun& self) {
@@ -178,7 +180,8 @@ TEST_F(EventLoopAlone, HandlerMayDestroyItsOwnSource) {
   EventSource writable;
   EventSource delayed;
   EventSource signalled;
-  // If a handler were destroyed while it runs, it would read its copy of this text from freed memory.
+  // Each handler owns a copy of this text. If the loop destroyed a handler that is still running, the handler
+  // would read the text from freed memory. The address sanitizer reports such a read.
   const std::string text = "long enough to be no small string";
   const auto destroying = [&](EventSource& source) {
     return [&, text] {

@@ -165,7 +165,8 @@ TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
 // --- replaceUnreadable keeps the old file: by a hard link, or by RENAME_EXCHANGE
 
 struct UnreadableFile : FileManager {
-  /// If this process is root, which may read every file, makes it an ordinary user who owns the files.
+  /// If this process runs as root, gives the files to the user nobody and switches to this user. Root could
+  /// read every file.
   void becomeOrdinaryUser() const {
     constexpr uid_t nobody = 65534;
     if (geteuid() != 0) return;

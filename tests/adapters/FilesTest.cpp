@@ -269,7 +269,8 @@ TEST_F(NewFiles, FilesOfOthersAreNotRemoved) {
   fs::create_directory(folder.file(".kestrune-new-folder"));
   fs::create_symlink("file", folder.file(".kestrune-new-a-link"));
   ASSERT_EQ(mkfifo(folder.file(".kestrune-new-a-pipe").c_str(), 0600), 0);
-  // Without root, chown fails: the file still belongs to this user, and so is removed.
+  // A file of another user must stay. Without root, chown fails: this user remains the owner, and the file is
+  // removed.
   put(abandoned, "theirs");
   const bool isTheirs = chown(abandoned.c_str(), 12345, 12345) == 0;
   EXPECT_TRUE(files.writeAtomically(path, "text"));

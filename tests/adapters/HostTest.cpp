@@ -41,7 +41,8 @@ struct TerminalHost : ::testing::Test {
     host->platform().application->run(demonstration);
   }
 
-  /// Returns the output on a terminal, with the given values of TERM and NO_COLOR (absent: not set).
+  /// Returns what the application prints on a terminal. `term` and `noColor` are the values of TERM and
+  /// NO_COLOR; absent: not set.
   std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
     PseudoTerminal terminal;
     ForkedProgram program([&](const ForkedProgram::Say& say) {
@@ -134,8 +135,8 @@ void writeCatalogue(const fs::path& file, std::map<std::string, std::string> mes
       << bytes;
 }
 
-/// Runs code with the client's real adapters in a language that has translations of two of the C library's
-/// messages.
+/// Runs code with the client's real adapters. In the locale test.UTF-8, two error messages of the C library
+/// are translated.
 struct MessageLanguage : ::testing::Test {
   MessageLanguage() {
     writeCatalogue(
@@ -159,7 +160,7 @@ struct MessageLanguage : ::testing::Test {
     });
   }
 
-  /// Launches a program that does not exist, in the given locale. Returns the error message.
+  /// In the given locale, tries to launch a program that does not exist. Returns the error message.
   std::string complaintIn(const char* locale) {
     return programIn(locale,
                      [](Processes& processes, const ForkedProgram::Say& say) {

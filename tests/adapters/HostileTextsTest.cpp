@@ -9,11 +9,13 @@
 namespace kestrune::testing {
 namespace {
 
-constexpr std::size_t longestRow = 13'000;   // bytes; no screen shows a longer row
-constexpr std::size_t longestBody = 18'000;  // bytes of a notification
+// In bytes. The client cuts a row at 12,800 bytes (text/Text.cpp) and a notification's body at 16,000 bytes.
+// These limits are larger, because the tests also count the rest of the D-Bus message.
+constexpr std::size_t longestRow = 13'000;
+constexpr std::size_t longestBody = 18'000;
 
-/// Expects that `shown` is `each` without control characters, cut to `limit` bytes. `lines`: whether `shown`
-/// may have line ends.
+/// Expects that `shown`, which the client made from `each.text`, contains no control characters and has at
+/// most `limit` bytes. `lines`: whether `shown` may contain line feeds.
 void expectHarmless(const HostileText& each, std::string_view shown, std::size_t limit, bool lines = false) {
   EXPECT_EQ(faultOf(shown, lines), "") << each.name;
   EXPECT_NE(shown.find("before"), std::string_view::npos) << each.name;
@@ -93,8 +95,8 @@ TEST_P(HostileTextInATerminal, IsHarmlessInTheMenu) {
 }
 
 TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
-  // The terminal does not cut an alert, and this alert has the text five times. So the texts are short here;
-  // TerminalPrompt.FollowsAReportOf2Megabytes tests a long one.
+  // The terminal prints each text in full, several times. Texts of only about 16 KiB keep this test fast.
+  // TerminalPrompt.FollowsAReportOf2Megabytes tests a text of 2 MB.
   for (const auto& each : hostileTexts(1 << 14)) {
     rig.screen.text.clear();
     View stack{.kind = ViewKind::stack,
@@ -111,9 +113,8 @@ TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
                                       .accessoryView = stack};
                        },
                        [&](const AlertAnswer&) { answered = true; }});
-    // "before" is in the title, the text, the label, and twice in the question: as the field's name and
-    // value. Counting it after every read would be slow, so count only when the output ends as a question
-    // does.
+    // The output contains "before" five times: in the message, the informative text, the label, and the
+    // field's name and value. Counting is slow, so count only when the output ends with a prompt.
     const auto ends = [&](std::string_view end) { return rig.screen.text.ends_with(end); };
     ASSERT_TRUE(comesTrue(loop, [&] {
       return (ends("> ") || ends("> \n")) && rig.screen.count("before") >= 5;

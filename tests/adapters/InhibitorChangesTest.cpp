@@ -16,7 +16,7 @@ struct InhibitorChanges : AwakeDesk {
   }
 };
 
-// --- services that come and go
+// --- services that start and end
 
 TEST_F(InhibitorChanges, ANewOwnerOfTheNameIsAskedInstead) {
   saver = serve(saverName, StubService::grants(3));
@@ -96,7 +96,7 @@ TEST_F(InhibitorChanges, FallBackToLogind) {
   EXPECT_EQ(locks.held(), 1u);
 }
 
-// --- buses that come and go
+// --- buses that end and start again
 
 TEST_F(InhibitorChanges, AreLostWithTheBusesUntilTheyComeBack) {
   saver = serve(saverName, StubService::grants(3));

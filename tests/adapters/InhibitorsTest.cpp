@@ -47,7 +47,7 @@ TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
 }
 
 TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager) {
-  saver = serve(saverName, StubService::grants(0));  // 0 is a valid cookie
+  saver = serve(saverName, StubService::grants(0));  // 0 is a valid inhibitor cookie
   power = serve(powerName, StubService::grants(5));
   login = serve(loginName, locks.grants());
   connect();
@@ -209,7 +209,7 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // time in suspend counts, too: the minute is over
+  clock.suspend(Seconds{0.1});  // a minute has passed now, because time in suspend counts
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }

@@ -49,7 +49,7 @@ class LocalServiceStandIn {
     server = std::thread([this] { serve(); });
   }
   ~LocalServiceStandIn() {
-    shutdown(listener.get(), SHUT_RDWR);  // ends accept4()
+    shutdown(listener.get(), SHUT_RDWR);  // makes accept4 fail, which ends the thread
     server.join();
   }
   LocalServiceStandIn(const LocalServiceStandIn&) = delete;

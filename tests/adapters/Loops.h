@@ -6,7 +6,7 @@
 #include "tests/rig/SignalState.h"
 #include "tests/rig/VirtualTime.h"
 
-// VirtualLoop, the fake main loop, and RealLoop have the same interface, so contract tests can run on both.
+// VirtualLoop (the fake main loop) and RealLoop have the same interface, so contract tests can run on both.
 
 namespace kestrune::testing {
 

@@ -21,8 +21,8 @@ namespace {
 
 using Commands = std::vector<std::string>;
 
-/// A network that ip(8) sets up by `commands`. The monitor must report `path` in it, and `after` when ip(8)
-/// has run the commands `change`. If `change` is empty, nothing changes.
+/// One case of `check`: ip(8) sets up a network by `commands`, and the monitor must report `path`. Then ip(8)
+/// runs `change`, and the monitor must report `after`. If `change` is empty, the case ends after `path`.
 struct Network {
   const char* name;
   Commands commands;
@@ -150,7 +150,8 @@ TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
       through("macvlan", {"link add link wifi name made type macvlan"}, viaWiFi),
       through("vxlan", {"link add made type vxlan id 5 dstport 4789 remote 10.2.0.9"}, viaSomething),
       through("bridge", {"link add made type bridge", "link set wifi master made"}, viaWiFi),
-      // Wi-Fi in a bridge is an access point (a station cannot be bridged), so only the cable leads out.
+      // If a bridge has Wi-Fi and a cable, the Wi-Fi is an access point for other machines. So the route
+      // leads through the cable.
       through("bridge_of_both",
               {"link add made type bridge", "link set wifi master made", "link set cable master made"},
               viaCable),
@@ -203,8 +204,9 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// This monitor has the program's delays, so it asks the kernel only when all three commands have run. By
-/// then, only the source address has changed, which the monitor must report.
+/// This monitor uses the delays of the client, not of NetworkRig (0 s). So it asks the kernel only after all
+/// three commands below have run. Then the route differs from the reported one only in the source address.
+/// Even so, the monitor must report the path again.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   monitor.emplace(loop, clock, bus, devices.file(""));
@@ -233,7 +235,7 @@ TEST_F(NetworkMonitorTest, UnrelatedChangesAreNotReported) {
 TEST_F(NetworkMonitorTest, ReadsSysfs) {
   const ScratchFolder mountPoint;
   ForkedProgram program([&](const ForkedProgram::Say& say) {
-    // The new sysfs shows the devices of this network namespace.
+    // A sysfs shows the devices of the network namespace in which it was mounted. So mount one here.
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("devices", mountPoint.file("").c_str(), "sysfs", 0, nullptr) != 0) {
       return say("no mount");
@@ -272,7 +274,9 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-// --- failures
+// --- no free descriptors, and refusals by the kernel
+/// Starts a monitor while no descriptor is free. When the first update comes, makes descriptors free again.
+/// Calls `say` with the monitor's first two updates.
 
 /// Starts a monitor while no descriptor is free. Its first update frees descriptors again. Calls `say` with
 /// the monitor's first two updates.
@@ -288,7 +292,8 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
       seen.push_back(path);
     });
   };
-  // The first monitor makes the loop and the sanitizer open all descriptors that they keep open.
+  // At their first use, the loop and a sanitizer open descriptors that they keep. The first monitor makes
+  // them do so, because they cannot open any under the limit that is set for the second monitor.
   NetworkMonitor first(loop, rig.clock, bus, rig.devices.file(""));
   start(first);
   comesTrue(loop, [&seen] { return seen.size() == 1; });

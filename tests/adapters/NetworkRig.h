@@ -46,7 +46,7 @@ struct NetworkRig {
     pretend("wifi", "DEVTYPE=wlan\n");
   }
 
-  /// Adds an Ethernet cable: a veth pair of `name`, with the address, and NAME-peer as the far end.
+  /// Adds an Ethernet cable: a veth pair. One end is the device `name` with `address`, the other NAME-peer.
   void addCable(const std::string& name, const std::string& address) const {
     network.ip({"link add " + name + " type veth peer name " + name + "-peer",
                 "link set " + name + "-peer up", "link set " + name + " up",

@@ -57,7 +57,7 @@ struct NotifyingDesk : ::testing::Test {
   std::unique_ptr<StubService> serve(StubService::Behaviour behaviour) const {
     return std::make_unique<StubService>(bus.address(), daemonName, std::move(behaviour));
   }
-  /// Connects the client to the bus. If there is a daemon, returns when the client knows its capabilities.
+  /// Connects to the bus. If there is a daemon, waits until `notifications` knows the daemon's capabilities.
   void connect() {
     if (!sessionBus.isConnected()) sessionBus.connect();
     ASSERT_TRUE(trip.succeeds(loop));
@@ -75,7 +75,7 @@ struct NotifyingDesk : ::testing::Test {
     return calls.empty() ? "" : calls.back();
   }
   /// Shows a notification with `body`. Returns the body that the daemon receives, or "nothing" if it receives
-  /// no such call in time.
+  /// no notification in time.
   std::string shown(const std::string& body) {
     const std::string before = "'/logo.png', 't', '";
     daemon->newCalls();

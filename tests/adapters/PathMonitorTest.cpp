@@ -107,7 +107,7 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
 
 constexpr auto loginName = "org.freedesktop.login1";
 
-/// Sends the signal PrepareForSleep as the owner of a bus name.
+/// Sends the D-Bus signal PrepareForSleep as the owner of the bus name `name`, by default that of logind.
 struct FakeLogind : Stranger {
   explicit FakeLogind(const PrivateBus& daemon, const char* name = loginName) : Stranger(daemon, name) {}
 
@@ -120,7 +120,7 @@ struct FakeLogind : Stranger {
   }
 };
 
-/// A machine on a cable with a running network monitor. Each resume from suspend leads to one update.
+/// A machine with a wired network and a running monitor. Each resume from suspend leads to one update.
 struct NetworkResume : ::testing::Test, MonitoredNetwork {
   void SetUp() override {
     daemon.start();

@@ -91,7 +91,8 @@ TEST_F(Png, MatchesTheFilterInTheGreyLogo) {
 }
 
 TEST_F(Png, ReadsEveryPixel) {
-  // The first pixel is half, the second fully transparent. The colours of both must be read unchanged.
+  // The first pixel is half transparent, and the second is fully transparent. The colours of both must be
+  // read unchanged.
   const Bitmap pixels{2, 1, {200, 100, 50, 128, 0, 255, 0, 0}};
   const ImageRef image = images.imageFromFile(put("pixels.png", pngOf(pixels)));
   ASSERT_NE(image, nullptr);
@@ -292,15 +293,16 @@ TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
     for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
     return found;
   };
-  // Version 5 (37 modules wide; version 6: 41) holds 84 bytes with error correction level M, 106 with level
-  // L.
+  // A symbol of version 5 is 37 modules wide, one of version 6 is 41. Version 5 holds 84 bytes with error
+  // correction level M, and 106 bytes with level L.
   EXPECT_EQ(widths(84), std::vector{37});
   EXPECT_EQ(widths(85), (std::vector{37, 41}));
   EXPECT_EQ(widths(106), (std::vector{37, 41}));
 }
 
 TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
-  // Version 40, the largest, holds 2331 bytes with level M. Letters and digits are also encoded as bytes.
+  // Version 40, the largest, holds 2331 bytes with level M. It could hold more digits in numeric mode, but
+  // every text is encoded in byte mode.
   constexpr std::size_t most = 2331;
   for (const char letter : {'a', '1'}) {
     EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);

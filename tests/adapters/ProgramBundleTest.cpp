@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Runs a copy of the program print_bundle, installed in a temporary prefix.
+/// Runs a copy of the program print_bundle (tests/rig/PrintBundle.cpp), installed in a temporary prefix.
 struct RunningProgram : ::testing::Test, RealChildren {
   const std::string prefix = fs::canonical(folder.file("."));
   const std::string bin = prefix + "/Kestrune Menu Client";
@@ -25,8 +25,9 @@ struct RunningProgram : ::testing::Test, RealChildren {
     fs::copy_file(PRINT_BUNDLE, program);
   }
 
-  /// Starts the program `started`, which runs the shell command `command`. Returns the paths that the program
-  /// then prints; the last is the path of its resource `name`.`extension` ("none" if absent).
+  /// Runs the copy of print_bundle at the path `started`, and returns its output. The copy executes the shell
+  /// command `command`. Then it prints the paths of its folder, of its executable, of the working folder, and
+  /// of the resource `name`.`extension` ("none" if there is no such resource).
   std::string say(const std::string& started, const std::string& command, const std::string& name = "logo",
                   const std::string& extension = "png") {
     const auto launched = processes.launch(started, {command, name, extension});

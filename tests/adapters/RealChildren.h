@@ -26,8 +26,8 @@ namespace kestrune::testing {
 
 using Arguments = std::vector<std::string>;
 
-/// A named pipe by which a child tells the test that the child has come to a certain point of its work: at
-/// this point, the child opens and closes the pipe.
+/// A named pipe. The child's step "touch" (see TestChild.cpp) opens the pipe for writing and closes it. The
+/// test then knows that the child has performed all earlier steps.
 class Milestone {
  public:
   explicit Milestone(std::string givenPath) : path(std::move(givenPath)) {
@@ -35,7 +35,8 @@ class Milestone {
     reader.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   }
 
-  /// Waits until the child opens the pipe. Returns false if this takes longer than `wait`.
+  /// Waits until the child has opened and closed the pipe (POLLHUP). Returns false if this takes longer than
+  /// `wait`.
   bool isReached(Seconds wait = patience) const {
     pollfd waiting{reader.get(), POLLIN, 0};
     return poll(&waiting, 1, static_cast<int>(wait.count() * 1000)) == 1;
@@ -51,11 +52,11 @@ class Milestone {
 class RealChildren {
  public:
   RealChildren() {
-    // SIGCHLD is blocked, so that sigtimedwait receives it.
+    // sigtimedwait(2) requires that SIGCHLD is blocked.
     sigemptyset(&childSignal);
     sigaddset(&childSignal, SIGCHLD);
     pthread_sigmask(SIG_BLOCK, &childSignal, nullptr);
-    // Orphaned descendants become children of this process, so that it can reap them.
+    // Make this process the parent of its orphaned descendants, because only a parent can reap a process.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
   }
   ~RealChildren() {
@@ -72,7 +73,8 @@ class RealChildren {
     return std::move(*launched);
   }
 
-  /// Launches a child that does `arguments` and then `rest`. Returns when the child has done `arguments`.
+  /// Launches a child that performs the steps `arguments` (see TestChild.cpp), then the steps `rest`. Returns
+  /// when the child has performed `arguments`.
   std::unique_ptr<Process> launchUpTo(Arguments arguments, const Arguments& rest = {"pause"}) {
     const Milestone& reached = milestones.emplace_back(folder.file(std::to_string(milestones.size())));
     arguments.insert(arguments.end(), {"touch", reached.path});
@@ -82,7 +84,8 @@ class RealChildren {
     return child;
   }
 
-  /// Checks `condition` after each SIGCHLD until it holds; returns false at the time limit.
+  /// Checks `condition` at once and after each SIGCHLD, until `condition` is true. If no SIGCHLD comes within
+  /// `patience`, checks a last time. Returns the result of the last check.
   bool comesTrue(const std::function<bool()>& condition) {
     const timespec wait{static_cast<time_t>(patience.count()), 0};
     while (!condition()) {
@@ -95,8 +98,8 @@ class RealChildren {
     return comesTrue([&] { return !child.isRunning(); });
   }
 
-  /// Reaps the descendants in the process group `group` (or `anyGroup`). Returns false if a descendant still
-  /// runs at the time limit.
+  /// Reaps the descendants in the process group `group`, or all descendants if `group` is `anyGroup`. Returns
+  /// false if one of them still runs when `comesTrue` gives up.
   bool groupEnds(pid_t group) {
     return comesTrue([&] {
       pid_t reaped = 0;

@@ -26,7 +26,7 @@ struct RealDaemon : ::testing::Test {
   }
   std::vector<std::string> command() const { return {"dunst", "-conf", screen.home.file("dunstrc")}; }
 
-  /// Starts the daemon. Returns when the client knows whether the daemon reads markup.
+  /// Starts the daemon. Returns when the client knows whether the daemon supports markup.
   void startDaemon(const std::string& markup) {
     bus.start();
     configure(markup);
@@ -34,7 +34,8 @@ struct RealDaemon : ::testing::Test {
     sessionBus.connect();
     ASSERT_GE(sd_bus_open_user(&caller), 0);
     ASSERT_TRUE(comesTrueElsewhere(loop, [this] { return history() == "[]"; })) << daemon->errors();
-    // In three round trips, the client learns who owns the name, asks about markup, and gets the answer.
+    // Each round trip of this test gives the client time for one step. The client needs three steps: it
+    // learns that the daemon owns the bus name, it sends GetCapabilities, and it receives the reply.
     for (int trips = 0; trips < 3; ++trips) {
       ASSERT_TRUE(trip.succeeds(loop));
       history();
@@ -51,7 +52,7 @@ struct RealDaemon : ::testing::Test {
 
   /// Returns the closed notifications, the newest first.
   std::string history() const { return textOf(ask("NotificationListHistory")); }
-  /// Expects that a closed notification has the client's name and logo, and these texts.
+  /// Expects the client's name, the client's logo, `summary` and `message` among the closed notifications.
   void expectClosed(const std::string& summary, const std::string& message) const {
     const std::string closed = history();
     for (const auto& [name, value] : {std::pair{"appname", std::string("Kestrune")},

@@ -18,7 +18,7 @@ namespace {
 
 /// The controller, which runs shell commands with the real bash.
 struct RealShell : ::testing::Test, RealChildren {
-  // A HOME of its own keeps bash from reading the profile of the user who runs the tests.
+  // Set HOME to a temporary folder, so that bash does not read the profile of the user who runs the tests.
   const ScopedVariable home{"HOME", folder.file(".")};
   SystemClock clock;
   FakePlatform fakes;

@@ -36,10 +36,10 @@ using Tokens = std::vector<std::string>;
 constexpr Seconds moment{0.05};
 const Claim replacement{.kind = Kind::replace, .predecessor = getpid()};
 
-/// A child process that claims to be the one client of the user. Sends "waiting" if the claim is not
-/// decided at once. Then sends "client" if this child is the client now, or "second" if another process is
-/// the client. As the client, sends "shown" at each request to show its menu, and runs until a signal ends
-/// it.
+/// A child process that tries to become the one client of the user. It reports to the test: "waiting" if the
+/// claim is not decided at once; then "client" if the child is now the client, or "second" if another process
+/// is the client. A child that is the client reports "shown" at each request to show the menu, and runs until
+/// a signal ends it.
 struct InstanceProgram : ForkedProgram {
   explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
       : ForkedProgram([&folders, &claim](const Say& say) {
@@ -193,7 +193,7 @@ TEST_F(RendezvousTest, ClientRunsWithoutAFolder) {
 TEST_F(RendezvousTest, ClientRunsOnAFullDisk) {
   requireNamespaces("--mount");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    // The disk has three inodes: for its root, the client's folder and the lock. So the socket gets none.
+    // The disk has three inodes: for its root, the client's folder and the lock. None is left for the socket.
     if (!enterMountNamespace() || mount("none", runtime.c_str(), "tmpfs", 0, "nr_inodes=3,mode=700") != 0) {
       return say("no disk");
     }
@@ -244,8 +244,10 @@ TEST_F(RendezvousTest, LockIsKeptAcrossExec) {
     Start before(own, folders);
     before.claims();
     before.rendezvous.passOn();
-    std::filesystem::remove(socket);  // after an exec, nobody answers on the socket
-    // `after` is made first, so its Rendezvous takes over the lock. `another` comes too late.
+    // The client calls `passOn` just before exec, and exec closes the listening socket. This test calls no
+    // exec. It removes the socket's file instead, so that nothing can connect to `before`.
+    std::filesystem::remove(socket);
+    // The constructor of `after` takes over the lock of `before`. So `another` does not get the lock.
     Start after(own, folders), another(own, folders);
     say(another.claims({.answerPatience = moment}) ? "client" : "second");
     say(after.claims(replacement) ? "client" : "second");

@@ -162,7 +162,8 @@ TEST_F(DescriptorShortage, LaunchLeaksNoDescriptor) {
 TEST_F(DescriptorShortage, ReservedLaunchHasSpareDescriptors) {
   RealChildren children;
   ChildProcesses& processes = children.processes;
-  // From here on, no descriptor can be opened, except those that `processes` has set aside.
+  // From here on, this process can open no descriptor. But `processes` holds spare descriptors, and
+  // reserveForThisThread closes them: the next launch then opens its pipes with their numbers.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
   processes.reserveForThisThread();
@@ -183,7 +184,7 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
         loop, program, [](const dialogs::Event&) {}, [&](bool) { ended = true; });
     return window.start({}) && comesTrue(loop, [&] { return ended; });
   };
-  // The first window makes the loop open the descriptors that it keeps. They must not be counted below.
+  // The first window makes the loop open descriptors that stay open. They must not be counted below.
   ASSERT_TRUE(open());
   ASSERT_TRUE(hasNoChildren(loop));
   EXPECT_EQ(neededFor(open), 4);

@@ -28,8 +28,8 @@ using Lines = std::vector<std::string>;
 constexpr auto tooLong = "(too long)";
 
 struct StandardInputOn : ::testing::Test {
-  /// Makes an input that reads `descriptor` as standard input (-1: standard input is closed). Starts the
-  /// input only if `start`.
+  /// Constructs `input` while `descriptor` is standard input (-1: standard input is closed). Calls
+  /// `input->start` only if `start`.
   void read(int descriptor, bool start = true) {
     {
       const StandardStreams streams(descriptor, STDERR_FILENO);

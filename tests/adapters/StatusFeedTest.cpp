@@ -10,7 +10,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// A subscription, and the calls that it has received.
+/// Subscribes to a StatusFeed, and records the calls of both callbacks.
 struct Heard {
   Lines lines;
   int absences = 0;

@@ -45,7 +45,7 @@ TEST_F(TerminalAlert, TakesAnEmptyLineForTheFirstButton) {
   rig.after(" \t\r\n");
   EXPECT_EQ(answers, (Answers{"a 0", "b 0"}));
   present("c");
-  rig.after(" 2 \n1\n\n");  // only the first line is an answer
+  rig.after(" 2 \n1\n\n");  // the first line answers alert c; the others answer no alert
   EXPECT_EQ(answers, (Answers{"a 0", "b 0", "c 1"}));
 }
 
@@ -183,7 +183,8 @@ TEST_P(TerminalForm, RefusesAnAnswerThatIsTooLongAndAsksAgain) {
   present(form({field("a", "1"), field("b", "2")}));
   EXPECT_TRUE(rig.screen.shows("Field a［1］> "));
   typeTooMuch();
-  // A script may already have written its next answers into the pipe. They must be discarded.
+  // A script may already have written its next answers into the pipe. They must be discarded, because the
+  // form asks for "Field a" again.
   rig.type(isTerminal ? "\n" : "\nfor b\n1\n");
   const std::string limit = isTerminal ? "4094" : "65536";
   EXPECT_TRUE(

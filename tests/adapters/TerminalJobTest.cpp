@@ -8,8 +8,8 @@
 namespace kestrune::testing {
 namespace {
 
-/// Runs the face (the user interface in the terminal) as a job of a shell, in a session of its own. The shell
-/// moves the job between foreground and background.
+/// A shell in a session of its own. The shell runs the face (the user interface in the terminal) as its job,
+/// and moves this job between foreground and background.
 struct TerminalJob : ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(shell.line(), "ready");

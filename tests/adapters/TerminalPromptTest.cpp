@@ -65,7 +65,8 @@ struct TerminalChanges : ::testing::Test {
     rig.settle();
     return std::exchange(rig.screen.text, {});
   }
-  /// Sets the terminal's height. The client gets no SIGWINCH, because this is not its controlling terminal.
+  /// Sets the terminal's height. The client reads the height at each print of the menu. The client gets no
+  /// SIGWINCH, because this terminal is not the client's controlling terminal.
   void setHeight(unsigned short rows) const {
     const winsize size{.ws_row = rows, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
     ASSERT_EQ(ioctl(rig.terminal.inside.get(), TIOCSWINSZ, &size), 0);
@@ -129,7 +130,7 @@ TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
   EXPECT_TRUE(text.ends_with("third\nKestrune\n列號或按鍵> ")) << text;
 }
 
-/// A client with a menu of 14 rows on a terminal. The name of each row's action is the row's number.
+/// A client in a terminal. Its menu has 14 rows. The name of each row's action is the row's number.
 struct TerminalTyping : ::testing::Test {
   TerminalTyping() {
     show("first");
@@ -144,7 +145,8 @@ struct TerminalTyping : ::testing::Test {
     menu.items.back().title = last;
     rig.face->setMenu(menu);
   }
-  /// Types `text`, and waits until the terminal has echoed it as `echo`. The client reads nothing meanwhile.
+  /// Types `text`, and waits until the terminal has echoed `echo` (a terminal does not echo Ctrl-D). The
+  /// event loop does not run after the typing, so the client has not read `text` yet.
   void type(std::string_view text, std::string_view echo) {
     rig.settle();
     rig.screen.text.clear();

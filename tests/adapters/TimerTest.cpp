@@ -85,7 +85,7 @@ TYPED_TEST(TimerContract, InvalidatedTimerDoesNotTickThoughItWasDue) {
 }
 
 TYPED_TEST(TimerContract, ActionMayDestroyItsTimer) {
-  // What the action has captured must live until the action returns.
+  // The action destroys its timer. What the action has captured must live until the action returns.
   this->schedule([this, text = std::make_shared<std::string>("still there")] {
     this->timer.reset();
     EXPECT_EQ(*text, "still there");

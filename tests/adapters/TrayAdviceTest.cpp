@@ -40,8 +40,8 @@ struct TrayAdviceTo : ::testing::Test {
   void watch(StubService::Behaviour behaviour) {
     watcher = std::make_unique<StubService>(daemon.address(), watcherName, std::move(behaviour));
   }
-  /// Advances the time by `duration`, then lets the watcher (if any) answer. Returns the number of
-  /// notifications so far.
+  /// Advances the time by `duration`. If the fake tray service (`watcher`) runs, waits until it has replied
+  /// to the client's call. Returns the number of notifications so far.
   std::size_t adviceAfter(Seconds duration) {
     timers.advance(duration);
     if (watcher) {

@@ -52,8 +52,8 @@ struct TrayForm : EmptyDesk {
 
   MenuItem& row(int id) { return menu.items.at(static_cast<std::size_t>(id - 1)); }
 
-  /// Starts a tray host that owns the bus names `names`. Before that, starts a program that is no tray host
-  /// and owns the bus name `other`, unless `other` is null.
+  /// If `other` is not null, first starts a program that owns the bus name `other` and is no tray host. Then
+  /// starts a tray host that owns the bus names `names`.
   void runOn(const std::vector<const char*>& names, const char* other = nullptr) {
     program.reset();
     if (other != nullptr)
@@ -193,7 +193,7 @@ TEST_F(TrayForm, UnderscoresAreKeptOnEveryHost) {
   static const std::vector<std::string> parts{"_", "_", "_", "a", "中", "&", " ", "<", "🟢"};
   const auto check = [&](std::string (*shown)(const std::string&)) {
     for (int time = 0; time < 300; ++time) {
-      std::string title = "x";  // so that the title does not begin with a blank
+      std::string title = "x";
       for (std::size_t left = chance.below(12); left > 0; --left) title += chance.among(parts);
       ASSERT_EQ(shown(labelOf(title)), title);
     }

@@ -99,7 +99,7 @@ struct TrayRegistration : EmptyDesk {
     bus.connect();
     item->addToStatusBar(StatusItem::squareLength);
   }
-  /// Starts the bus and a tray. Returns whether the tray gets the item.
+  /// Starts the bus and a tray, and shows the item. Returns whether the tray gets the item.
   bool showsItem() {
     daemon.start();
     showTray();

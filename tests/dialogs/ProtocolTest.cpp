@@ -34,7 +34,7 @@ Image twoByOne() {
   return image;
 }
 
-/// An alert with every kind of view. No member has its default value.
+/// An alert with every kind of view. Each member differs from its default value in at least one view.
 Alert fullAlert() {
   View view{.kind = ViewKind::container, .width = 560, .height = 315.5, .insets = {1, 2, 3, 4}};
   for (const auto kind : {ViewKind::label, ViewKind::textField, ViewKind::secureTextField, ViewKind::button,

@@ -6,7 +6,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// A face (tray or terminal) that shows nothing and logs its calls.
+/// An AlertQueue without a user interface. Instead of showing an alert, it logs the call.
 struct RecordingFace final : AlertQueue {
   RecordingFace(DispatchQueue& mainQueue, CallLog& givenLog) : AlertQueue(mainQueue), log(givenLog) {}
 

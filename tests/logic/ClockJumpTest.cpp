@@ -30,7 +30,8 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     }
   }
 
-  /// Returns a function whose first call makes the clocks jump and runs jobs of the main thread.
+  /// Returns a function. Its first call makes the clocks jump, and runs what is then due on the main thread.
+  /// Later calls do nothing.
   std::function<void()> jumpOnce() {
     return [this, done = false]() mutable {
       if (std::exchange(done, true)) return;

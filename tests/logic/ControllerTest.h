@@ -68,7 +68,7 @@ struct ControllerTest : ::testing::Test {
     newCalls();
   }
 
-  /// Returns the calls of ports since the previous call of this function.
+  /// Returns the port calls that the fakes have logged since the previous newCalls().
   CallLog newCalls() { return std::exchange(machine.log, {}); }
 
   /// From now on, a shell line that contains `text` behaves like `script`.
@@ -84,7 +84,7 @@ struct ControllerTest : ::testing::Test {
   std::size_t reconnects() const { return machine.processes.launchesOf("kestrune-mac-client refresh"); }
   std::size_t stops() const { return machine.processes.launchesOf("launchctl bootout"); }
 
-  /// Runs the next job of the worker thread and returns how long it took.
+  /// Runs the next job of the worker thread. Returns by how much the job has advanced `awakeTime`.
   Seconds timeOfWorkerJob() {
     const Seconds begin = machine.clock.awakeTime();
     machine.loop.runOneWorkerJob();

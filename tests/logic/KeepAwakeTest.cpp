@@ -8,7 +8,7 @@ struct KeepAwake : ControllerTest {
     setAutoConnect(autoConnect);
     machine.userDefaults.setBool("keepAwakeEnabled", keepAwake);
   }
-  /// From now on, the held assertions of this type are not in force: `isHeld` returns false.
+  /// Makes `isHeld` return false for the power assertions of this type that the client holds now.
   void lose(PowerAssertionType type) {
     for (const auto& [identifier, heldType] : machine.powerAssertions.held) {
       if (heldType == type) machine.powerAssertions.lost.insert(identifier);

@@ -28,14 +28,14 @@ struct LiveSessionRefresh : ControllerTest {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Checkout"}]})";
   }
 
-  /// Starts to ask for the project and the chat thread, and runs no job.
+  /// Starts a query for the project and the chat thread. Runs none of the query's jobs.
   void begin() {
     controller->refreshLiveSessionSnapshot([this] {
       ++completions;
       if (whenComplete) whenComplete();
     });
   }
-  /// Asks for the project and the chat thread, and runs all jobs.
+  /// Starts a query for the project and the chat thread, and runs all jobs.
   void ask() {
     begin();
     machine.loop.settle();

@@ -232,7 +232,7 @@ TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSeconds) {
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-/// The two commands that show the report (output of the backend's status command).
+/// Two actions of the menu that open a window with the output of the backend's status command.
 struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
 };

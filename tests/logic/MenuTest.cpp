@@ -8,7 +8,6 @@ namespace {
 using Lamp = ConnectionLampState;
 
 struct MenuRows : WithStatusItem {
-  /// Builds a new menu and returns it.
   const Menu& build(const std::string& statusText = "x", Lamp lamp = Lamp::warning) {
     controller->rebuildMenu(statusText, lamp, 0);
     return machine.statusItem.menu();
@@ -173,7 +172,7 @@ struct Logo : ControllerTest {
     machine.images.files[path] = image;
   }
 
-  /// Returns the image paths and names that were asked for since the previous call.
+  /// Returns the image paths and names that the controller has requested since the last `newlyAsked`.
   Asked newlyAsked() { return std::exchange(machine.images.asked, {}); }
 
   static void expectMenuBarSize(const ImageRef& image) {

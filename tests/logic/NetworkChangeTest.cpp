@@ -18,7 +18,8 @@ struct NetworkChange : WithStatusItem {
     machine.pathMonitor.report(path);
     machine.loop.settle();
   }
-  /// Reports `path` as the first network path, and waits until the reconnect has ended.
+  /// Reports `path` as the first network path, and advances the clock until the controller has reconnected.
+  /// Forgets the launches, the notifications and the calls so far.
   void startOn(const NetworkPath& path) {
     report(path);
     machine.loop.advance(Seconds{1.25});
@@ -118,7 +119,8 @@ TEST_F(NetworkChange, StoresThePathOnTheMonitorQueue) {
     EXPECT_EQ(newCalls(), CallLog{});
     controller->rebuildMenu("x", ConnectionLampState::ok, 0);
     EXPECT_EQ(title(10), "目前網路：Wi-Fi 已連線");
-    // This preference changes after the path was reported. The main queue must use its new value.
+    // This job changes the preference after the path was reported. The next job on the main queue handles the
+    // new path, and must use the new value of the preference.
     setAutoConnect(true);
     newCalls();
   });

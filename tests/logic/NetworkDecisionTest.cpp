@@ -57,7 +57,8 @@ struct Machine {
     clock.sleep(last - clock.awakeTime());
   }
 
-  /// Changes the network at `when` and announces the change as a message from the kernel does.
+  /// Changes the network at `when`, and calls `notice`. The real monitor calls `notice` when the kernel sends
+  /// a message about a change.
   void change(long when, const RoutedPath& to) {
     passUntil(when);
     network = to;
@@ -156,8 +157,8 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
 TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // At 7000 ms a burst of messages is going on. The report waits for the end of the burst, because the
-  // network may come back.
+  // The loss began at 5000 ms, so its report is due at 7000 ms. A burst of messages is going on then. The
+  // report waits for the end of the burst, because the network may come back.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 
@@ -249,7 +250,7 @@ struct RandomMachine : Machine {
     saidInTheEnd();
   }
 
-  /// Returns whether the four reports before the report at index `report` came within a minute.
+  /// Returns whether the last `manyReports` reports before the index `report` came within a minute.
   static bool flaps(const Said& list, std::size_t report) {
     return report >= NetworkDecision::manyReports &&
            list[report - 1].when - list[report - NetworkDecision::manyReports].when < 60'000;
@@ -263,14 +264,17 @@ struct RandomMachine : Machine {
     if (to.path != before.path) calmSince = when;
   }
 
-  /// If the present state of the network has lasted long enough, checks that it was reported.
+  /// Checks that the last report describes the present network. Skips the check if the last change is so
+  /// recent that its report may still be due.
   void expectReported() const {
     Said changes;
     for (const auto& report : said) {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     const long patience = flaps(changes, changes.size()) ? 10'000 : network.path.satisfied ? 0 : 2'000;
-    constexpr long bursts = 500;  // ms; delay by a burst at the change and by one before the report
+    // A report may come this many milliseconds later than `patience`. A burst of messages delays the report
+    // by up to 250 ms. There can be two such bursts: one at the change, and one when the report is due.
+    constexpr long bursts = 500;
     if (now() - calmSince < patience + bursts) return;
     EXPECT_EQ(said.back().path, nameOf(network.path)) << now();
   }

@@ -116,7 +116,7 @@ struct RefreshWithSession : RefreshCycle {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Fix the checkout page for tablets"}]})";
   }
 
-  /// Starts a refresh and runs it until the backend's report is read.
+  /// Starts a refresh, and runs it until the controller has handled the backend's report.
   void beginRefresh(bool triggerNotification = false) {
     controller->refreshStatus(triggerNotification);
     machine.loop.runOneWorkerJob();

@@ -100,8 +100,8 @@ struct Change {
   const char* meanwhile;
 };
 
-/// Saving overwrites a value that the dialog did not show: the file has changed while the dialog was open, or
-/// it has two lines for one key. The client must keep a copy of the old file.
+/// Cases in which saving overwrites a value that the dialog did not show: the file has changed while the
+/// dialog was open, or it has two lines for one key. The client must keep a copy of the old file.
 struct SettingsThatLoseAValue : SettingsOverOtherValues, ::testing::WithParamInterface<Change> {};
 
 TEST_P(SettingsThatLoseAValue, KeepTheOldFile) {
@@ -135,7 +135,7 @@ TEST_F(SettingsOverOtherValues, KeepsNoCopyWhenNothingIsLost) {
     saveOver(shown, meanwhile, {{appToken, "typed"}});
     expectNothingKept();
     machine.loop.advance(Seconds{2});
-    machine.alerts.answer(0);  // closes the window of the reconnect
+    machine.alerts.answer(0);  // closes the alert that the reconnect has shown
   }
 }
 
@@ -195,7 +195,7 @@ TEST_F(Settings, SavingRefusesLineEndsAndIllFormedUtf8) {
   EXPECT_EQ(reconnects(), 0U);
 }
 
-/// A face (tray or terminal) that shows nothing and records requests.
+/// Records the requested alerts, and shows none.
 struct SilentAlerts final : Alerts {
   void present(AlertRequest request) override { requests.push_back(std::move(request)); }
   std::vector<AlertRequest> requests;

@@ -3,7 +3,7 @@
 namespace kestrune::testing {
 namespace {
 
-/// Runs a shell line whose child process behaves like a script.
+/// Runs a shell line. A ChildScript describes how the fake shell behaves.
 struct ShellRunner : ControllerTest {
   CommandResult run(ChildScript script, Seconds timeout = Seconds{1.98}) {
     machine.processes.scripts = {{"the line", std::move(script)}};

@@ -35,7 +35,8 @@ inline void settleQueue(EventLoop& loop) {
   }
 }
 
-/// Handles ready events. Returns false if an event source of the loop is still ready after 1000 turns.
+/// Handles events until no event source of the loop is ready. Gives up and returns false after 1000 calls of
+/// sd_event_run.
 inline bool isIdle(EventLoop& loop) {
   constexpr int many = 1000;
   for (int turn = 0; turn < many; ++turn) {
@@ -44,7 +45,6 @@ inline bool isIdle(EventLoop& loop) {
   return false;
 }
 
-/// Returns how long `work` takes.
 inline Seconds durationOf(const std::function<void()>& work) {
   const auto begin = std::chrono::steady_clock::now();
   work();

@@ -51,7 +51,7 @@ struct FakeStatusFeed final : StatusFeed {
   void publish(StatusLine line) override;
   std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
                                                 std::function<void()> onAbsence) override;
-  /// Acts as if the running client had ended: tells its subscribers that there is no client.
+  /// Pretends that the running client has ended. Tells all `subscribers` that no client runs.
   void end();
 
   DispatchQueue& queue;
@@ -78,18 +78,19 @@ struct FakeAlerts final : AlertQueue {
     if (whenAsked) whenAsked();
     AlertQueue::present(std::move(request));
   }
-  /// Answers the top alert with the button of this number, counted from 0; absent means cancelled. Then the
-  /// next alert is shown. A field that is not in `fields` keeps its text.
+  /// Answers the top alert with the button number `button`, counted from 0; absent means cancelled. A field
+  /// that is not in `fields` keeps its text. If another alert waits to be shown, a job on the main queue
+  /// shows it.
   void answer(std::optional<std::size_t> button, std::map<std::string, std::string> fields = {});
-  /// Presses the button with this action inside the top alert. An alert that the action requests is shown on
-  /// top.
+  /// Presses the button that has the action `action` in the top alert. If the action requests another alert,
+  /// a job on the main queue shows it on top.
   void press(const std::string& action);
   /// Returns the alert that can be answered, or null when no alert is open.
   const Alert* top() const { return open.empty() ? nullptr : &open.back().alert; }
 
   CallLog& log;
-  std::vector<Alert> shown;  ///< every alert that was shown, in order
-  int raises = 0;            ///< how often `raise` was called
+  std::vector<Alert> shown;
+  int raises = 0;
   std::function<void()> whenAsked;
 
  private:
@@ -150,7 +151,7 @@ struct FakePowerAssertions final : PowerAssertions {
   bool displayFails = false;
   bool systemFails = false;
   std::map<std::uint32_t, PowerAssertionType> held;
-  std::set<std::uint32_t> lost;  ///< a test puts assertions here to make `isHeld` return false for them
+  std::set<std::uint32_t> lost;  ///< assertions for which `isHeld` returns false; set by a test
   std::vector<std::string> names;
   std::vector<int> levels;
 
@@ -270,7 +271,7 @@ struct FakeProcesses final : Processes {
   /// Returns how many launches had a last argument that contains `text`.
   std::size_t launchesOf(const std::string& text) const;
   std::vector<Seconds> readPatience;
-  int reservations = 0;  ///< calls of reserveForThisThread(); each call kills all running children
+  int reservations = 0;  ///< number of calls of reserveForThisThread()
 
   VirtualClock& clock;
   CallLog& log;
@@ -290,11 +291,11 @@ struct FakeLocalService final : LocalService {
   CallLog& log;
   std::optional<std::string> answer;
   Seconds duration{0};
-  std::vector<std::string> tokens;  ///< the token of each request, in order
+  std::vector<std::string> tokens;  ///< the bearer token of each request, in order
   std::function<void()> whileAsked;
 };
 
-/// Returns the same tiny QR code, a single dark module, for every message.
+/// Makes the same QR code for every message: one black pixel. Makes no QR code while `fails` is true.
 struct FakeQRCodes final : QRCodeGenerator {
   std::vector<Bitmap> generate(const std::string& message) override {
     messages.push_back(message);
@@ -343,10 +344,10 @@ struct FakeFileManager final : FileManager {
   std::map<std::string, std::string> files;
   std::set<std::string> unreadable;        ///< files that exist but cannot be read
   std::optional<std::string> writeError;   ///< if set, the error of every write
-  std::optional<std::string> folderError;  ///< if set, the error of every new folder
+  std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
   std::optional<std::string> keepError;    ///< if set, the error of `writePrivately` and `replaceUnreadable`
-  std::optional<std::string> readError;    ///< if set, the error of every read (`ReadOutcome::passing`)
+  std::optional<std::string> readError;    ///< if set, every read returns this and `ReadOutcome::passing`
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before each read
 };

@@ -33,7 +33,6 @@ inline mode_t modeOf(const std::string& file) {
   return state.st_mode & 07777;
 }
 
-/// Returns the number of open descriptors of this process.
 inline std::ptrdiff_t openDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }

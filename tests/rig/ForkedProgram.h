@@ -83,8 +83,8 @@ class ForkedProgram {
  protected:
   ForkedProgram() = default;
 
-  /// Starts the child, which runs `body`. With `inGroup` the child gets its own process group, to which all
-  /// signals go.
+  /// Starts the child, which runs `body`. With `inGroup`, the child gets its own process group, and tell()
+  /// sends signals to the whole group.
   void run(bool inGroup, const std::function<void(int output)>& body) {
     const FileDescriptor output = makePipe(lines), error = makePipe(errors);
     const pid_t parent = getpid();
@@ -98,7 +98,7 @@ class ForkedProgram {
       _exit(0);
     }
     if (process < 0) throw std::runtime_error("cannot fork");
-    // The parent also makes the group. Otherwise it could signal the group before the child has made it.
+    // The parent calls setpgid too. Otherwise the parent could send a signal before the group exists.
     if (inGroup) setpgid(process, process);
     target = inGroup ? -process : process;
   }
@@ -119,7 +119,7 @@ class ForkedProgram {
     return FileDescriptor(ends[1]);
   }
 
-  /// Appends everything that the pipe holds to `text`. Returns false if the writing end is closed.
+  /// Empties the pipe, and appends what it read to `text`. Returns false if the writing end is closed.
   static bool take(const FileDescriptor& pipe, std::string& text) {
     char buffer[4096];
     ssize_t count;

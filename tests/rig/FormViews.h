@@ -6,7 +6,7 @@
 
 #include "ports/Alert.h"
 
-// Functions that build an alert (the description of a window) with fields and buttons inside.
+// Functions that make views, and an alert that contains them.
 
 namespace kestrune::testing {
 

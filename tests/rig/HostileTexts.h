@@ -8,8 +8,8 @@
 
 namespace kestrune::testing {
 
-/// Returns whether a character can control a screen, or is a noncharacter. Asks the database of utf8proc, not
-/// the program's own lists: a test has to find gaps in these lists.
+/// Returns whether the program must never show this character. Takes the character's category from utf8proc
+/// and not from the program's own list, because the tests must find gaps in that list.
 inline bool commandsAScreen(utf8proc_int32_t character) {
   const auto category = utf8proc_category(character);
   const bool isControl = category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CS ||
@@ -20,8 +20,9 @@ inline bool commandsAScreen(utf8proc_int32_t character) {
   return isControl || isBidiControl || isNoncharacter;
 }
 
-/// Looks for ill-formed UTF-8 and for characters that control a screen in a text that a user sees. Returns a
-/// description of the first fault, or "". With `lines`, line feeds are allowed.
+/// Checks a text that the program shows to the user. The faults are ill-formed UTF-8 and characters for which
+/// commandsAScreen() is true. With `lines`, line feeds are allowed. Returns a description of the first fault,
+/// or "" if there is none.
 inline std::string faultOf(std::string_view shown, bool lines = false) {
   for (std::size_t at = 0; at < shown.size();) {
     utf8proc_int32_t character = 0;
@@ -41,8 +42,8 @@ struct HostileText {
   std::string text;
 };
 
-/// Returns texts that try to damage a screen or to deceive its reader. Each text stands between "before" and
-/// "behind". Long texts have `length` bytes.
+/// Returns texts that would break a terminal or a window, or deceive the user, if the program showed them
+/// unchanged. Each text begins with "before" and ends with "behind". Long texts have at least `length` bytes.
 inline std::vector<HostileText> hostileTexts(std::size_t length = 1 << 20) {
   using namespace std::string_literals;
   const auto many = [length](std::string_view piece) {

@@ -11,7 +11,8 @@
 
 #include "tests/rig/ForkedProgram.h"
 
-// Only builds with a sanitizer define these functions. In these builds mallinfo2() counts nothing.
+// Only builds with a sanitizer define these functions; in other builds, their addresses are null. With a
+// sanitizer, mallinfo2() counts nothing.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
                                                          void (*onFree)(const volatile void*))

@@ -27,8 +27,8 @@ inline bool needsUserNamespace() {
   return needed;
 }
 
-/// Skips the running test, because the machine refuses `unshare` with these options. Ends the process,
-/// because GTEST_SKIP() would not leave the caller, which may be a constructor. Throws if the process runs
+/// Skips the running test, because the machine refuses `unshare` with these options. Ends the process:
+/// GTEST_SKIP() would only return from this function, and the test would go on. Throws if the process runs
 /// several tests or KESTRUNE_NO_SKIPS is set.
 inline void skipWithoutNamespaces(const std::string& options) {
   const std::string why = "needs namespaces, which this machine refuses: unshare " + options;
@@ -41,7 +41,7 @@ inline void skipWithoutNamespaces(const std::string& options) {
   _exit(0);
 }
 
-/// Skips the running test if the machine refuses `unshare` with these options, which the test will need.
+/// Skips the running test if the machine refuses `unshare` with these options.
 inline void requireNamespaces(const std::string& options) {
   if (!canUnshare((needsUserNamespace() ? "--user --map-root-user " : "") + options)) {
     skipWithoutNamespaces(options);

@@ -51,7 +51,7 @@ class NetworkNamespace {
   }
 
   /// Replaces this process by unshare(1), which runs the same test in a user namespace. A process with
-  /// threads cannot enter a user namespace itself, and some sanitizers start threads.
+  /// several threads cannot enter a user namespace itself, and some sanitizers start threads.
   static void runThisTestInUserNamespace() {
     const auto* const runner = ::testing::UnitTest::GetInstance();
     if (runner->test_to_run_count() != 1) {

@@ -9,8 +9,8 @@
 
 namespace kestrune::testing {
 
-/// Returns the standard output and standard error of a shell command. If the exit status is not 0, "status"
-/// and the exit status follow.
+/// Returns the standard output and standard error of a shell command. If the command fails, the result ends
+/// with "status " and the command's wait status (256 for exit status 1).
 inline std::string outputOf(const std::string& command) {
   FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
   std::string text;
@@ -21,7 +21,7 @@ inline std::string outputOf(const std::string& command) {
 }
 
 /// Returns the message that zbarimg, a QR code reader, finds in a picture. Each byte of `rows` is a pixel:
-/// '\0' is black, '\xFF' white. Magnifies the picture, as on a screen.
+/// '\0' is black, '\xFF' white. zbarimg gets each pixel as a square with sides of 6 pixels.
 inline std::string scanned(const std::vector<std::string>& rows) {
   constexpr std::size_t scale = 6;
   const ScratchFolder folder;

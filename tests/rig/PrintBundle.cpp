@@ -6,8 +6,9 @@
 #include "adapters/files/ProgramBundle.h"
 
 // A program that makes a ProgramBundle, changes the working folder to /, and runs its first argument as a
-// shell command. Then it prints the bundle's folder, the program, the working folder, and the path of each
-// resource whose name and extension are the next two arguments, each on a line.
+// shell command. Then it prints what the bundle returns: its folder, the executable and the working folder.
+// The other arguments are pairs: a resource's name and its extension. For each pair, it prints the
+// resource's path. Each path is on its own line; "none" stands for an absent path.
 
 int main(int count, char** arguments) {
   const kestrune::ProgramBundle bundle;

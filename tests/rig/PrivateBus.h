@@ -23,7 +23,8 @@ class PrivateBus {
         << "[D-BUS Service]\nName=" << name << "\nExec=" << command << "\n";
   }
 
-  /// Starts the bus, and returns when it accepts connections. The services of the bus get `variables`.
+  /// Starts the bus, and returns when it accepts connections. `variables` ("NAME=value") are added to the
+  /// environment of the bus. The services that the bus starts inherit this environment.
   void start(std::vector<std::string> variables = {}) {
     const std::string configuration = folder.file("bus.conf");
     std::ofstream(configuration)
@@ -40,7 +41,7 @@ class PrivateBus {
     daemon->firstLine();
   }
 
-  /// Kills the bus. Its clients only see that their connections are closed.
+  /// Kills the bus, which closes the connections of its clients without a message.
   void stop() { daemon.reset(); }
 
   /// Suspends the bus: until thaw(), clients can send messages, but get no answer.

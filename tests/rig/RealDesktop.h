@@ -15,8 +15,6 @@
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StubService.h"
 
-// Starts real programs of a desktop for a test.
-
 namespace kestrune::testing {
 
 /// An Xvfb display, and a home folder for the programs on this display.

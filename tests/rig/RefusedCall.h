@@ -10,8 +10,8 @@
 
 namespace kestrune::testing {
 
-/// Installs a seccomp filter in this thread; its children inherit the filter. It cannot be removed: use this
-/// only in a ForkedProgram.
+/// Installs a seccomp filter in the calling thread. The thread's children inherit the filter, and nothing can
+/// remove it. Therefore call this function only in a ForkedProgram.
 inline void install(const sock_fprog& program) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
       prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
@@ -31,7 +31,7 @@ inline void answerCall(int number, unsigned action) {
   install({sizeof filter / sizeof *filter, filter});
 }
 
-/// From now on, the system call fails with `error`. If `error` is 0, it does nothing and reports success.
+/// From now on, the system call `number` has no effect and fails with `error`, or returns 0 if `error` is 0.
 inline void refuseCall(int number, int error) {
   answerCall(number, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
 }
@@ -66,8 +66,8 @@ inline void refuseHardLinks(int error) {
   refuseCall(SYS_linkat, error);
 }
 
-/// Makes `fsync` do nothing. A real fsync takes nearly all the time of a save. With it, a kill at a random
-/// moment would hardly ever hit another step.
+/// From now on, fsync does nothing and reports success. A real fsync takes nearly all the time of a save, so
+/// a kill at a random moment would hardly ever hit another step of the save.
 inline void skipFlushes() {
   refuseCall(SYS_fsync, 0);
 }

@@ -17,8 +17,9 @@ class RoundTrip final : public BusClient {
   void busConnected() override { ++connections; }
   void busLost() override { ++losses; }
 
-  /// Waits until the connection is open, and calls the bus over it. Returns false if no answer comes in time.
-  /// When it returns true, the program has received the answers to all its earlier calls.
+  /// Waits until the connection is open, and sends a call to the bus daemon over the connection. Returns
+  /// whether the answer came in time. If it came, the answers to earlier calls to the daemon have come too,
+  /// because the daemon answers the calls of a connection in order.
   bool succeeds(EventLoop& loop) {
     if (!comesTrue(loop, [this] { return bus != nullptr; })) return false;
     bool done = false;
@@ -35,7 +36,7 @@ class RoundTrip final : public BusClient {
   }
   void catchUp(EventLoop& loop) { EXPECT_TRUE(succeeds(loop)); }
 
-  /// Returns the unique name of the connection, or "" while it is not connected.
+  /// Returns the unique name of the connection, or "" while the connection is closed.
   std::string uniqueName() const {
     const char* name = nullptr;
     return bus != nullptr && sd_bus_get_unique_name(bus, &name) >= 0 ? name : "";

@@ -79,7 +79,8 @@ void Soak::quit() {
   controller->applicationWillTerminate();
 }
 
-/// Does what the main thread does while the worker is busy.
+/// Called repeatedly while the worker queue runs a command or waits for an answer. Lets random events happen,
+/// and runs what is due on the main thread.
 void Soak::meanwhile() {
   happen();
   machine.loop.serveMain();
@@ -238,7 +239,7 @@ std::string Soak::output() {
       "desktop bridge 未載入",
       "[FAIL] Codex CLI: 無回應\nbash: no such client",
       "[OK] Codex CLI: " + std::string(chance.below(70), 'x'),
-      // The texts from here on are printed only in a wild mood:
+      // The texts from here on are chosen only if `mood` is Mood::wild.
       "",
       "[FAIL] tunnel \xff\xc0\x80",
       std::string(chance.below(1 << (chance.comesUp(0.1) ? 20 : 10)) + 1, 'x'),
@@ -250,8 +251,8 @@ std::string Soak::output() {
 void Soak::lineIsLaunched(const std::string& line) {
   FakeProcesses& processes = machine.processes;
   processes.scripts = {};
-  // Before a restart, the main thread runs the program with --version to see whether it can run. `rules` must
-  // not hear of this launch, because they check only the worker's commands.
+  // Before the client restarts itself, its main thread launches the program with --version, to see whether
+  // the program can run. Do not tell `rules` of this launch: they check only the worker's shell lines.
   if (line == "--version") return;
   rules.shellLineBegins(line);
   if (processes.launchError) {

@@ -11,7 +11,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t rows = 29;
-constexpr std::size_t jobLimit = 100;  // jobs that may wait for the worker while it runs a command
+constexpr std::size_t jobLimit = 100;  // maximum number of jobs in the worker queue
 constexpr Seconds grace{0.3};          // how much longer than its time limit a command may run
 constexpr std::string_view lampRowMiddle = " 連線狀態：";
 

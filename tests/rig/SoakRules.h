@@ -14,10 +14,11 @@ struct RuleBroken : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Checks invariants of a controller after each step of the main thread, using the fakes. Throws RuleBroken.
+/// Uses the fakes to check the invariants of a controller. Throws RuleBroken if an invariant does not hold.
 class SoakRules {
  public:
-  /// Every token in the test's files contains this text. If it appears anywhere else, a token has leaked.
+  /// Every token in the test's files contains this text. Except for the input fields of tokens, nothing that
+  /// the program shows or runs may contain this text.
   static constexpr std::string_view secret = "S3cretT0ken";
 
   /// `machine` and `controller` must outlive this object.
@@ -28,7 +29,8 @@ class SoakRules {
 
   void shellLineBegins(const std::string& line);
   void shellLineIsDone();
-  /// Called when the clocks have jumped by `duration`, which must not count as running time of a command.
+  /// Called when the clocks have jumped ahead by `duration`. The jump does not count as running time of a
+  /// shell line.
   void clockJumped(Seconds duration) { lineBegan += duration; }
   void networkChanges(const NetworkPath& path) { network = path; }
   /// From now on, the only shell line that may run is the one that stops the backend.
@@ -37,8 +39,8 @@ class SoakRules {
   bool isCommandUnderWay() const { return linesRunning > 0; }
   /// Checks that no work is under way or left over, and that the menu shows a healthy backend.
   void checkCalm() const;
-  /// Checks that the backend was stopped exactly once, and that nothing is held, watched or drawn after the
-  /// stop.
+  /// Checks that the backend was stopped exactly once. Checks that the client holds no power assertion, has
+  /// no timer, does not watch the network, and has not changed the menu or the tray icon after the stop.
   void checkEnd() const;
   std::size_t refreshes() const { return statusLines; }
   std::size_t menus() const { return menusSeen; }

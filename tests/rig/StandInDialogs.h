@@ -62,7 +62,7 @@ class DialogsRun {
   }
   void say(const dialogs::Event& event) const { say(dialogs::encode(event) + "\n"); }
 
-  /// Closes the connection, which ends the program.
+  /// Closes the connection, as a real KestruneMenuDialogs does when it exits.
   void end() {
     readable.reset();
     connection.reset();
@@ -117,8 +117,8 @@ class DialogsRun {
   std::function<void(const dialogs::Request&)> whenAsked;
 };
 
-/// A fake KestruneMenuDialogs. Each run of the program connects to this object, and the test answers in its
-/// place.
+/// A fake KestruneMenuDialogs. Each run of the program connects to this object. Over the connection, the test
+/// gets the client's requests and answers them.
 class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)
@@ -131,8 +131,8 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // Give the program a path that no other test uses: error messages contain the path, and each message is
-    // printed only once.
+    // Give the program a path that no other test uses. Error messages contain the path, and a message that
+    // another test in this process has printed would not be printed again.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }
@@ -146,8 +146,8 @@ class StandInDialogs {
     std::filesystem::permissions(program(), std::filesystem::perms::owner_all);
   }
 
-  /// Waits until the program has been started `number` times, and returns that run. Throws at the time
-  /// limit.
+  /// Waits until the program has been started `number` times, and returns the last of these runs. Throws at
+  /// the time limit.
   DialogsRun& run(std::size_t number = 1) {
     if (!comesTrue(loop, [&] { return runs.size() >= number; }))
       throw std::runtime_error("the program was not started");

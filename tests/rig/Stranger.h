@@ -9,10 +9,10 @@
 
 namespace kestrune::testing {
 
-/// A program on the bus that sends signals, also forged ones that only other programs should send.
+/// A bus connection that sends signals. Tests use it to forge the signals of other programs and of the bus.
 class Stranger {
  public:
-  /// If `name` is not null, the program owns this bus name.
+  /// If `name` is not null, the connection requests this bus name.
   explicit Stranger(const PrivateBus& daemon, const char* name = nullptr) {
     const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
                       sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0 &&
@@ -38,7 +38,7 @@ class Stranger {
     if (!done) throw std::runtime_error("cannot send the signal");
   }
 
-  /// Sends NameOwnerChanged, a signal that only the bus itself may send.
+  /// Forges NameOwnerChanged, a signal that only the bus itself may send.
   void tellOfOwner(const std::string& receiver, const char* name, const char* before, const char* after) {
     tell(receiver, driverPath, driver, "NameOwnerChanged", "sss", name, before, after);
   }

@@ -93,7 +93,7 @@ class StubService {
     });
   }
 
-  // Functions that make a Behaviour
+  /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with an empty reply.
 
   /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with nothing.
   static Behaviour grants(std::uint32_t first) {
@@ -118,7 +118,8 @@ class StubService {
     return [](sd_bus_message*) { return true; };
   }
 
-  /// Keeps each call of the method `member` in `held`, so that the test can answer it later. Answers no call.
+  /// Answers no call. Puts the newest call of the method `member` into `held`, so that the test can answer it
+  /// later. The test must unref it.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
       if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);
@@ -203,8 +204,8 @@ class StubService {
   std::thread thread;
 };
 
-/// Grants inhibitor locks as logind does: each is one end of a pipe, and held until the caller closes this
-/// end. This object must outlive the service that uses grants().
+/// Grants inhibitor locks as logind does. A lock is one end of a pipe, which the caller gets. The caller
+/// releases the lock by closing that end. This object must outlive the service that uses grants().
 class StubLocks {
  public:
   StubService::Behaviour grants() {

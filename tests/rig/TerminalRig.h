@@ -65,8 +65,8 @@ struct PseudoTerminal {
     outside.reset(ends[0]);
     inside.reset(ends[1]);
   }
-  FileDescriptor outside;  ///< the test's end: its keyboard and screen
-  FileDescriptor inside;   ///< the program's end: its standard input and output
+  FileDescriptor outside;  ///< the master: the test's keyboard and screen
+  FileDescriptor inside;   ///< the slave: standard input and output of the program
 };
 
 /// Collects the text that a program writes to the other end of a descriptor.
@@ -148,7 +148,8 @@ class TerminalRig {
     fromProgram.reading.reset();
   }
 
-  /// Returns when the face has read everything that was typed into a pipe, and `screen` has the output.
+  /// With pipes: returns when the face has read everything that was typed, and `screen` has the output. With
+  /// a terminal, input and output may still be on their way, because the kernel delivers them asynchronously.
   void settle() {
     settleQueue(loop);
     screen.read();

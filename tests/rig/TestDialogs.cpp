@@ -7,8 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-// A fake KestruneMenuDialogs. Copies standard input to the socket TEST_DIALOGS_SOCKET, where the test
-// listens, and what the test sends to standard output. Ends when the client or the test closes its side.
+// A fake KestruneMenuDialogs. Connects to the socket TEST_DIALOGS_SOCKET, on which the test listens. Copies
+// everything from standard input to the socket, and everything from the socket to standard output. Ends when
+// the client or the test closes its side.
 
 namespace {
 

@@ -83,7 +83,7 @@ class TrayHost {
     return textOf(call(itemPath, "org.freedesktop.DBus.Properties", "Get", "ss", itemInterface, name));
   }
 
-  /// Returns all properties of the item: the value of each, as text, by its name.
+  /// Returns the names of all properties of the item, with their values as text.
   std::map<std::string, std::string> properties() {
     const BusMessage all = call(itemPath, "org.freedesktop.DBus.Properties", "GetAll", "s", itemInterface);
     std::map<std::string, std::string> found;
@@ -118,7 +118,7 @@ class TrayHost {
     return found;
   }
 
-  /// Returns when all signals that the item has sent so far have arrived.
+  /// Waits until all signals that the item has sent so far have arrived. The answer to Ping comes after them.
   void catchUp() { call(itemPath, "org.freedesktop.DBus.Peer", "Ping", ""); }
 
   /// Waits until all signals that the item has sent have arrived. Returns the signals since the last news().
@@ -188,7 +188,7 @@ class TrayHost {
   std::string item;
 };
 
-/// The program's tray item on a desktop. The test starts the bus and the tray when it needs them.
+/// The program's tray item on a desktop. Neither the bus nor the tray runs yet: the test starts them.
 struct EmptyDesk : ::testing::Test {
   void showTray(std::string error = {}, const std::vector<const char*>& names = {}) {
     host.reset();

@@ -54,7 +54,8 @@ FakeLoop::FakeLoop(VirtualClock& givenClock, CallLog& givenLog)
     : clock(givenClock), log(givenLog), queue(std::make_unique<QueueFake>(*this, "main", main)) {}
 
 FakeLoop::~FakeLoop() {
-  // Destroys the jobs first: a job may hold the last reference to a controller, which owns a timer here.
+  // Destroy the jobs while the list `timers` exists. A job may hold the last reference to a controller, which
+  // owns a timer. The destructor of this timer removes the timer from the list.
   for (auto* const jobs : {&main, &worker}) std::exchange(*jobs, {});
   std::exchange(delayed, {});
 }

@@ -27,7 +27,7 @@ class VirtualClock final : public Clock {
     if (duration.count() > 0) awake += duration;
   }
 
-  /// Pretends that the machine was suspended for `duration`: the awake time does not advance.
+  /// Pretends that the machine was suspended for `duration`. All times but the awake time advance.
   void suspend(Seconds duration) { asleep += duration; }
 
   /// The calendar time at which continuousTime() is 0, in seconds since 1970.
@@ -38,8 +38,8 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// A fake main loop with queues and timers, without threads. Jobs and timers run only while a test calls one
-/// of the functions below.
+/// A fake main loop with queues and timers, without threads. Runs jobs and timers only while a test calls
+/// `run` or one of the functions after "For tests".
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
@@ -62,8 +62,8 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
 
   /// Runs jobs of the main queue until the queue is empty.
   void runMain();
-  /// Runs the main queue, and the timers and delayed jobs that are due, as the main thread does while a
-  /// worker is busy.
+  /// Runs the jobs of the main queue, and the timers and delayed jobs that are due. Runs no job of a worker
+  /// queue, because tests call this function from inside a job of a worker queue.
   void serveMain();
   /// Runs one job of a worker queue. Returns false if there is no job.
   bool runOneWorkerJob();
@@ -74,8 +74,8 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   /// Pretends that the machine was suspended for `duration`, then runs everything that is due.
   void suspend(Seconds duration);
 
-  /// The kinds of steps: a job of the main queue, a delayed job, the action of a timer, a job of a worker
-  /// queue.
+  /// What the loop can run in one step: a job of the main queue, a delayed job, the action of a timer, or a
+  /// job of a worker queue.
   enum class Step { main, delayed, tick, worker };
   /// Called after each step, with its kind.
   std::function<void(Step)> whenStepIsDone;

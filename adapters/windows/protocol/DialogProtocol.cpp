@@ -57,7 +57,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Refused, reason)
 
 namespace {
 
-/// For each kind of message, in the order of the variant: the name of the JSON member that holds the message.
+/// The names of the JSON members that hold the messages, in the order of the alternatives of the variant.
 template <typename Message>
 constexpr std::array<const char*, std::variant_size_v<Message>> names{};
 template <>

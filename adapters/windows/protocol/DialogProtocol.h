@@ -21,12 +21,14 @@ struct ShowAlert {
   Alert alert;
 };
 
-/// Asks to bring all windows to the front. The token also lets the next shown window take the focus.
+/// Asks to bring all windows to the front. The token lets the next window that is shown or brought to the
+/// front take the focus.
 struct Raise {
   std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
 
-/// Asks to show this menu as a window, or to update the open menu. A process never shows a menu and alerts.
+/// Asks to show this menu as a window, or to update the open menu. One process shows either a
+/// menu or alerts.
 struct ShowMenu {
   Menu menu;
 };
@@ -42,7 +44,7 @@ struct Shown {
   int id = 0;  ///< identifier of the alert; 0 for the menu
 };
 
-/// Says that a button inside the view of an alert was pressed.
+/// Says that a button inside the accessory view of an alert was pressed.
 struct Pressed {
   int id = 0;
   std::string action;
