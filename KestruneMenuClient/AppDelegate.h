@@ -51,15 +51,15 @@ class AppDelegate final : public ApplicationDelegate,
   std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
-  /// Returns lines of text for a bug report, without secrets: the backend's folder, the rule that chose the
-  /// folder, which of the folder's files exist, and the client's preferences.
+  /// Returns lines of text for a bug report, without secrets. They describe the backend's folder and the
+  /// client's preferences.
   static std::string describeBackend(Platform& platform);
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
   std::string currentExecutablePath() const;
   std::string currentAppBundlePath() const;
 
-  // Commands of the backend, by the functions in backend/
+  // Commands of the backend (backend/Backend.cpp)
 
   static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
@@ -132,8 +132,6 @@ class AppDelegate final : public ApplicationDelegate,
   void showNotification(const std::string& title, const std::string& body);
 
   // The backend's .env, pairing link and QR code, settings dialog (ConfigurationAndPairing.cpp)
-  /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
-  /// the file cannot be read.
 
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
@@ -181,8 +179,8 @@ class AppDelegate final : public ApplicationDelegate,
   void actOnPathUpdate(bool changed);
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
-  /// Waits for the end of `trial`, the new program that prints its version. Then restarts the client, or
-  /// shows why the new program cannot run.
+  /// Waits for the end of `trial`, the client's program started with --version. Then restarts the client, or
+  /// shows why its program cannot run.
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline);
   void trialDidEnd(const Result<>& trial);
 

@@ -30,7 +30,7 @@ constexpr double highestLongText = 520;
 
 constexpr double betweenTexts = 2;  // added to the spacing of the widget style
 
-constexpr qsizetype longestTitle = 300;  // UTF-16 units
+constexpr qsizetype longestTitle = 300;  // UTF-16 units; the rest of a longer title is cut off
 constexpr int mostTitleLines = 3;
 
 QWidget* makeTitle(const QString& text, int width) {
@@ -77,7 +77,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
   auto* const firstField = body->findChild<QLineEdit*>();
   (firstField != nullptr ? static_cast<QWidget*>(firstField) : firstButton)->setFocus();
 
-  // The user may resize a window of which a part scrolls.
+  // If a part of the window scrolls, let the user resize the window.
   if (findChild<QAbstractScrollArea*>() != nullptr) {
     resize(layout->totalSizeHint().boundedTo(roomForWindow()));
   } else {

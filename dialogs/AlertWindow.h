@@ -17,7 +17,7 @@ class LongText;
 /// The window of an alert. It fits on the screen with all its buttons, however long the alert's texts are.
 class AlertWindow final : public DialogWindow {
  public:
-  /// Creates the hidden window. `beneath` is the window that it covers; null: it covers no window.
+  /// Creates the window, and does not show it yet. `beneath`: the window that it will cover; null if none.
   AlertWindow(int number, const Alert& alert, AlertWindow* beneath);
 
   const int id;

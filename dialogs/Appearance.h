@@ -47,7 +47,7 @@ class ColorScheme final : public QObject {
   ColorScheme();
 
  private Q_SLOTS:
-  /// Handles a message whose last argument is the setting: the portal's answer, or its signal.
+  /// Handles the portal's reply to `Read` and its signal `SettingChanged`. The last argument is color-scheme.
   void follow(const QDBusMessage& message);
 
  private:

@@ -21,7 +21,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// The distance between title and shortcut, and the height of a separator, in points (see Appearance.h).
+// All five are in points (see Appearance.h). `beforeKeys`: the distance between title and shortcut.
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
 constexpr double edge = 6;  // space above the first row and below the last row
@@ -42,8 +42,8 @@ QKeySequence keysOf(const MenuItem& item) {
 /// mark of the row; only `setItem` changes it.
 ///
 /// A row that cannot be chosen is not disabled in Qt. Styles make disabled items too pale, but most of these
-/// rows are there to be read. And if the focused row were disabled, Qt would move the focus to the next row,
-/// which the user's next key would choose by mistake.
+/// rows are there to be read. And if the focused row were disabled, Qt would move the focus to the next row.
+/// The user's next key press would then choose that row by mistake.
 class MenuRow final : public QPushButton {
  public:
   explicit MenuRow(int itemId);
@@ -191,8 +191,8 @@ void MenuRow::resizeEvent(QResizeEvent* event) {
   updateToolTip();
 }
 
-/// Sets the whole title as tool tip if the row shows it shortened. As HTML, because a tool tip would
-/// interpret some titles as HTML.
+/// If the row shows a shortened title, sets the whole title as tool tip. Converts the whole title to HTML,
+/// because QToolTip would take some plain titles for HTML.
 void MenuRow::updateToolTip() {
   setToolTip(elidedTitle() == wholeTitle ? QString()
                                          : Qt::convertFromPlainText(wholeTitle, Qt::WhiteSpaceNormal));

@@ -4,8 +4,8 @@
 #include <QString>
 #include <string_view>
 
-// These functions make text from any source safe to display. Only `toolTipText` escapes HTML, because only
-// tool tips interpret HTML: all other widgets of this program show plain text.
+// These functions make text from any source safe to display as plain text. They do not escape HTML. Tool tips
+// interpret HTML, so pass the text of a tool tip through Qt::convertFromPlainText.
 
 namespace kestrune::dialogs {
 

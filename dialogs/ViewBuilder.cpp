@@ -22,7 +22,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-// All three are in points (see Appearance.h).
+// The next three lengths are in points (see Appearance.h).
 constexpr double largeButton = 30;
 constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
 constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
@@ -75,7 +75,7 @@ class Label final : public QLabel {
     const int height = std::max(metrics.size(0, shown).height(), metrics.height());
     setFixedSize(width, view.height > 0 ? pixels(view.height) : height);
     const auto joined = [](QString lines) { return lines.remove(QLatin1Char('\n')); };
-    // As HTML, because a tool tip would interpret some texts as HTML.
+    // Convert the text to HTML, because QToolTip would take some plain texts for HTML.
     if (joined(shown) != joined(text())) setToolTip(Qt::convertFromPlainText(text(), Qt::WhiteSpaceNormal));
   }
 

@@ -14,7 +14,7 @@ namespace kestrune::dialogs {
 /// `pressed` with the button's `action`.
 QWidget* buildView(const View& view, const std::function<void(const std::string& action)>& pressed = {});
 
-/// Returns whether `widget` is or contains a scroll area. The height of such a widget may be less than its
+/// Returns whether `widget` is or contains a scroll area. The height of such a widget can be less than its
 /// size hint.
 bool canShrink(const QWidget& widget);
 

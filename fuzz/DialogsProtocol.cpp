@@ -6,8 +6,8 @@
 #include "text/Text.h"
 
 // Fuzzes the messages between the client and KestruneMenuDialogs. The input is decoded as a line that
-// KestruneMenuDialogs sends. If the input does not begin with a brace, messages in both directions that
-// contain its first 64 bytes as a text are encoded and decoded too.
+// KestruneMenuDialogs sends. If the input does not begin with "{", the first 64 bytes of the input are also
+// used as the texts of messages in both directions. These messages are encoded and decoded.
 
 namespace {
 

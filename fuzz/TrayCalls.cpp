@@ -187,7 +187,7 @@ class Desk {
       isExpected = isExpected || sd_bus_error_has_name(error, name) != 0;
     }
     require(isExpected, "a call that is refused is the caller's fault");
-    // sd-bus sends this error when a value cannot be put into an answer.
+    // If a value cannot be encoded in the reply, sd-bus replies with the error EINVAL instead.
     require(error == nullptr || std::strcmp(error->message, std::strerror(EINVAL)) != 0,
             "an answer can be said on a bus");
     return 0;

@@ -12,9 +12,9 @@ namespace {
 
 constexpr Seconds patience{30.0};
 
-/// The bash script that describes the session. Its argument is the path of KestruneMenuDialogs. Each program
-/// that it runs has 2 s. If a bus does not answer the first question, the script asks this bus no more. The
-/// bus starts no service for a question.
+/// The bash script that describes the session. Its argument is the path of KestruneMenuDialogs. Programs
+/// that could hang run with a timeout of 2 s. If a bus does not answer the first call, the script makes no
+/// more calls on this bus. No call starts a D-Bus service.
 constexpr auto script = R"sh(
 exec 2> /dev/null
 daemon=(org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus)

@@ -12,7 +12,7 @@ namespace kestrune {
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous);
 
 /// Describes this session for a bug report: lines of text, without secrets. Starts no D-Bus service. Waits at
-/// most 2 s for each answer, and 30 s in all. `windows` is the path of KestruneMenuDialogs.
+/// most 2 s for each program that it runs, and 30 s in all. `windows` is the path of KestruneMenuDialogs.
 std::string describeSession(Processes& processes, const std::string& windows);
 
 }  // namespace kestrune

@@ -209,8 +209,8 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// Called when the user has started the program a second time. The second process asks this one to show its
-  /// menu, and then exits.
+  /// Called when the user has started the program a second time. The second process sends the request "show"
+  /// to this process, and then exits.
   void show(const std::string& activationToken) {
     if (terminal) {
       terminal->printMenu();

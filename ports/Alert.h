@@ -79,7 +79,7 @@ struct Alert {
 };
 
 struct AlertAnswer {
-  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent: cancelled, or not shown
+  std::optional<std::size_t> button;  ///< index in `Alert::buttons`; absent: alert cancelled or not shown
   std::map<std::string, std::string> fields{};  ///< the text of each field, by the field's identifier
 };
 

@@ -23,7 +23,7 @@ class Notifications {
   virtual ~Notifications() = default;
 
   /// Asks the user for the permissions in `options`, a bitwise OR of `NotificationOption`s. Does not report
-  /// the answer. Called once.
+  /// the answer. Call this only once.
   virtual void requestAuthorization(unsigned options) = 0;
 
   /// Shows `notification` at once. If it cannot be shown, drops it without reporting an error.

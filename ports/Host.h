@@ -17,9 +17,9 @@ class Host {
  public:
   virtual ~Host() = default;
 
-  /// Tries to make this process the only client of this user, and returns whether it succeeded. If another
-  /// client runs, returns false and makes that client show its menu, unless `StartOptions::background` is
-  /// set. If this process was started to replace the running client, first waits until that client has ended.
+  /// Returns whether this process is now the only client of this user. If another client runs, makes that
+  /// client show its menu, unless `StartOptions::background` is set. But if this process was started to
+  /// replace that client, waits until that client has ended.
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;

@@ -46,9 +46,9 @@ class Images {
  public:
   virtual ~Images() = default;
 
-  /// Returns the image in the file at `path`; null when this file cannot be read or decoded. Adds the same
-  /// picture at other resolutions, from files in the same folder. On Linux, for example, the file
-  /// "name-32.png" has the picture of "name.png" with a width of 32 pixels.
+  /// Returns the image in the file at `path`; null when this file cannot be read or decoded. The
+  /// image's `bitmaps` also hold the picture at other resolutions, from files in the same folder. On Linux,
+  /// for example, the file "name-32.png" has the picture of "name.png" with a width of 32 pixels.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
   /// Returns the icon `name` of the desktop's icon theme; null when the theme has no such icon.

@@ -26,9 +26,9 @@ class LaunchAgents {
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 
-  /// If the program that the agent's file names no longer exists, writes the running program's path instead.
-  /// If the backend's folder that the file names no longer exists either, writes `repoPath` instead. Does
-  /// nothing if the file is missing or belongs to another application.
+  /// Updates the agent's file if the program was moved. If the program's path in the file no longer exists,
+  /// replaces it with the running program's path. If the backend's path in the file does not exist either,
+  /// replaces that path with `repoPath`. Does nothing to the file of another application.
   virtual void repair(const std::string& label, const std::string& repoPath) = 0;
 };
 

@@ -46,8 +46,7 @@ using Job = std::function<void()>;
 /// Runs jobs one at a time, in the order in which they were posted.
 class DispatchQueue {
  public:
-  /// Does not wait for the running job, which finishes by itself. A job that runs on the main thread must not
-  /// destroy its own queue.
+  /// Does the same as `close`. A job that runs on the main thread must not destroy its own queue.
   virtual ~DispatchQueue() = default;
 
   virtual const std::string& label() const = 0;

@@ -16,7 +16,7 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path through any interface.
+/// Reports changes of the network path, whichever interface it uses.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;

@@ -17,9 +17,9 @@ class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running. A pipe usually holds 64 KiB, but the kernel may make a pipe
-  /// smaller. So each call also reads from a smaller pipe if that pipe is full. While the caller calls this
-  /// function repeatedly, the child can therefore write 64 KiB to each pipe without blocking for long.
+  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end: each call
+  /// also reads from a full pipe, until the child has written 64 KiB to this pipe. Some pipes hold less than
+  /// 64 KiB, and a full pipe would block the child.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t rowLimit = 200;  // characters (grapheme clusters); displayRow() cuts a longer text
 constexpr std::size_t rowByteLimit =
-    64 * rowLimit;  // bytes; enough, because a grapheme cluster of a real text has fewer than 64
+    64 * rowLimit;  // bytes; in a real text, `rowLimit` grapheme clusters take fewer bytes
 
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.

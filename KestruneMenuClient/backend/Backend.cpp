@@ -70,8 +70,7 @@ std::string backendCommandLine(const std::string& repoPath, std::string_view sub
 std::string stopScript(const ServiceControl& control) {
   std::string script;
   const auto append = [&script](const std::string& line) { script += (script.empty() ? "" : "\n") + line; };
-  // Unload the services first. Otherwise the service manager would restart the processes that the lines below
-  // end.
+  // Unload the services first: the service manager would restart the processes of a loaded service.
   for (const char* const label : serviceLabels) append(control.unloadLine(label));
   for (const char* const pattern : processPatterns) append(control.endMatchingLine(pattern));
   for (const int port : listeningPorts) append(control.killListenersLine(port));

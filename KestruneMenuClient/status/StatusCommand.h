@@ -12,9 +12,9 @@ namespace kestrune {
 
 enum class StatusFormat { text, json, waybar };
 
-/// Implements the option --status: prints the status of the running client. If no client answers, asks the
-/// backend for its status; while auto-connect is off, prints `disabledStatus` instead. Starts and stops no
-/// service. Main thread; must be owned by a `std::shared_ptr`.
+/// Implements the option --status: prints the status of the running client. If no client answers, prints the
+/// backend's status, or `disabledStatus` if auto-connect is off. Starts and stops no service. Main thread;
+/// must be owned by a `std::shared_ptr`.
 class StatusCommand final : public ApplicationDelegate, public std::enable_shared_from_this<StatusCommand> {
  public:
   struct Options {

@@ -39,8 +39,6 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 
 // The status as other programs read it. The manual page describes the JSON members. The name and the meaning
 // of a member stay the same within a schema version.
-/// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if no client
-/// answered, and this process determined the status.
 
 /// Returns one line of JSON. `fromClient` is true if a running client sent the status; false if this process
 /// asked the backend itself.
@@ -50,7 +48,7 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
 struct PublishedStatus {
   ConnectionLampState lamp = ConnectionLampState::warning;
   bool keepsAwake = false;
-  std::vector<std::string> lines{};  ///< the status as text; the last line says so if no client answers
+  std::vector<std::string> lines{};  ///< the status as text; if no client answered, the last line says this
 };
 
 /// Parses a line of `statusJson`; absent when the line is invalid or from an incompatible version.

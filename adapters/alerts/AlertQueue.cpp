@@ -8,7 +8,7 @@ namespace kestrune {
 void AlertQueue::present(AlertRequest request) {
   const bool isNew = !isThere(request.identifier);
   const bool comesOnTop = isNew && performing;
-  // If no new alert will come on top of the open ones, bring the open ones to the front: their windows may be
+  // If the alert is already open or has to wait, bring the open alerts to the front. Their windows may be
   // minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));

@@ -71,7 +71,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
       grants.insert_or_assign(holder, std::move(grant));
     }
     if (isOffered) return holds(holder);
-    // From now on, use the next path. After the last path, the service counts as absent for a while.
+    // From now on, use the next object path. After the last one, the service counts as absent for `pause`.
     if (++path < protocol.paths.size()) continue;
     path = 0;
     absentUntil = clock.continuousTime() + pause;
@@ -79,7 +79,8 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
   return false;
 }
 
-/// The timeout counts as a refusal. If the service grants the inhibitor later, gives the inhibitor back.
+/// Called when `call` has timed out. Stores `grant`, so that `answered` can give the inhibitor back if the
+/// service grants it later.
 void InhibitorService::expectLateGrant(sd_bus_message* call, Grant grant) {
   std::uint64_t serial = 0;
   if (sd_bus_message_get_cookie(call, &serial) < 0) return;

@@ -38,15 +38,15 @@ class InhibitorService final : public BusClient {
   /// the method "Inhibit", returns false.
   bool isPresent() const;
 
-  /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Blocks for at most
-  /// 250 ms. Returns whether `holder` has an inhibitor: false after a refusal or a timeout, or if the service
-  /// lacks the method (then it no longer counts as present). For a minute after a timeout, sends no request,
-  /// unless the service starts again. Never waits for a bus that is not connected.
+  /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Waits at most 250 ms
+  /// for an answer. Returns whether `holder` now has an inhibitor. Returns false at once while the bus is not
+  /// connected, and for a minute after a timeout; a restart of the service ends this minute. If the service
+  /// answers that it lacks "Inhibit" at every path, `isPresent` becomes false.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Gives back the inhibitor of `holder`, if any.
   void giveBack(std::uint32_t holder);
-  /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now. All
-  /// inhibitors are lost with the bus.
+  /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now. When
+  /// the bus connection is lost, all inhibitors are lost too.
   bool holds(std::uint32_t holder) const;
 
   void busConnected() override;
@@ -76,7 +76,7 @@ class InhibitorService final : public BusClient {
   Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
   Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
   std::map<std::uint32_t, Grant> grants;  ///< key: holder
-  std::map<std::uint64_t, Grant> lateGrants;  ///< of calls that timed out; key: serial number of the call
+  std::map<std::uint64_t, Grant> lateGrants;  ///< may come after a timeout; key: serial number of the call
   BusSlot answers;
 };
 

@@ -95,6 +95,7 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
                  [](const InhibitorService* each) { return each->isPresent(); });
   };
   if (type == PowerAssertionType::preventUserIdleSystemSleep) {
+    // logind alone is not enough: the power-management service can suspend the machine by itself.
     addPresent({&login, &powerManagement});
     return found;
   }
@@ -106,8 +107,8 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
 
 bool Inhibitors::inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name) {
   for (;;) {
-    // Call `servicesFor` again each time: if a service has answered that it lacks "Inhibit", it no longer
-    // counts as present, and `servicesFor` may return other services instead.
+    // Call `servicesFor` in every pass of this loop. A service that answers that it lacks "Inhibit" no longer
+    // counts as present. `servicesFor` may then return other services instead.
     const auto services = servicesFor(type);
     if (services.empty()) return false;
     const auto next =

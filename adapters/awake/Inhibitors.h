@@ -13,12 +13,8 @@ namespace kestrune {
 /// Holds power assertions (which keep the machine or its display awake) as idle inhibitors of D-Bus services.
 /// A suspend that the user asks for is never blocked.
 ///
-/// An assertion for the display needs an inhibitor of the GNOME session manager. Without a session manager,
-/// it needs inhibitors of the screen-saver service and the power-management service, as far as they run; if
-/// neither runs, of logind. An assertion for the system needs inhibitors of logind and, if it runs, of the
-/// power-management service, which can suspend the machine by itself. An assertion is held only if every
-/// needed service has granted its inhibitor. So it is lost when a needed service starts later, ends or starts
-/// again.
+/// An assertion is held only if every service that `servicesFor` returns has granted an inhibitor for it. So
+/// an assertion can be lost when a service starts, ends or starts again.
 ///
 /// `create` blocks for at most 250 ms for each service (`InhibitorService::inhibit`).
 class Inhibitors final : public PowerAssertions {

@@ -86,8 +86,8 @@ class BusConnection {
   /// Whether a missing bus is an error, or normal because the machine has no desktop.
   enum class Absence { fault, expected };
 
-  /// Connects now, and again whenever the bus is lost. Without a bus, prints an error on standard error once
-  /// (unless its absence is expected), and retries after 0.1 s, then with growing delays of at most 30 s.
+  /// Connects now, and again whenever the bus is lost. Without a bus, retries after 0.1 s, then with growing
+  /// delays of at most 30 s. Prints each error once, but not a missing bus if `absence` is `expected`.
   void connect(Absence absence = Absence::fault);
 
   /// Takes ownership of the open connection `opened`, and tells all clients that it is open. Call this only

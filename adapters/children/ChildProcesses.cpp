@@ -130,8 +130,8 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // The signal also reaches the descendants of a reaped child: the ID of a process group is not reused while
-  // the group has members.
+  // Sends the signal even after the child is reaped, because descendants may remain. While the group has
+  // members, the kernel does not reuse its ID.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {

@@ -175,8 +175,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // The program was perhaps moved together with the repository. If there is no folder at the repository's
-    // old path (`former`), write the new path (`repoPath`) into the entry.
+    // Perhaps the user moved the repository together with the program. If there is no folder at the old path
+    // (`repo`), write the new path (`repoPath`) into the entry.
     const std::string repo = unescaped(start->second.text);
     if (!fs::is_directory(repo, failure)) {
       command = replacingAll(command, repoArgument(repo), repoArgument(absolute(repoPath)));

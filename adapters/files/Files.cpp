@@ -88,7 +88,7 @@ std::optional<std::string> accessList(const fs::path& path) {
   return hasNoAcl() ? std::optional(std::string()) : std::nullopt;
 }
 
-/// Sets the ACL of a file; an empty `list` removes the inherited ACL. Returns false on failure.
+/// Sets the file's ACL. An empty `list` removes the ACL inherited from the folder. Returns false on failure.
 bool setAccessList(int file, const std::string& list) {
   if (list.empty()) return fremovexattr(file, aclAttribute) == 0 || hasNoAcl();
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
@@ -154,9 +154,9 @@ class NewFile {
     return Done{};
   }
 
-  /// Replaces the target like `replaceTarget`, but keeps the old file with the name `kept`, which must be
-  /// free: by a hard link, or else by RENAME_EXCHANGE, which swaps both files in one step. If this process is
-  /// killed just before the swap, `kept` is the complete new file.
+  /// Replaces the target like `replaceTarget`, but keeps the old file as `kept`. No file may exist at `kept`.
+  /// Makes `kept` a hard link to the old file. If link(2) fails, swaps the old file and the new file by
+  /// RENAME_EXCHANGE. If this process is killed just before the swap, `kept` is the complete new file.
   Result<> replaceTargetKeeping(const fs::path& kept) {
     if (link(target.c_str(), kept.c_str()) == 0) return replaceTarget();
     // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to

@@ -17,8 +17,8 @@ class SystemFileManager final : public FileManager {
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  /// Keeps the owner only if this user may set it. Adds read permission for the owner to the mode. Replaces
-  /// the target of a symbolic link, but a link to /dev/null itself. Fails for a device and for a FIFO.
+  /// The new file keeps the old owner only if this user may set it. The owner can always read the new file. A
+  /// symbolic link to /dev/null is replaced, not followed. Fails for a device and for a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
   /// Keeps the old file by a hard link. If the link fails, swaps the old and the new file (RENAME_EXCHANGE).

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// The running program on Linux. The bundle is the folder that contains the executable. Construct this object
+/// The running program. `bundlePath` returns the folder that contains its executable. Construct this object
 /// at the start of the process: after an upgrade or a removal, /proc/self/exe no longer names the executable.
 class ProgramBundle final : public MainBundle {
  public:
@@ -26,8 +26,8 @@ class ProgramBundle final : public MainBundle {
   std::string workingDirectory;
 };
 
-/// Removes a variable from the environment of this process, so that no child inherits it. Returns its value;
-/// empty if it was not set.
+/// Returns the value of an environment variable; empty if the variable is not set. Removes the variable from
+/// the environment of this process, so that no child inherits the variable.
 std::string takeVariable(const char* name);
 
 /// The user's home folder and the user's XDG base directories, without a slash at the end.

@@ -27,9 +27,9 @@ class InstanceFolders {
   /// runtime folder that is missing or belongs to another user.
   std::string current() const;
 
-  /// Connects to the socket `socketName`. Returns an empty descriptor when no process of this user accepts
-  /// the connection at once. Tries the state folder too: the listening client may have started without a
-  /// runtime folder.
+  /// Connects to the socket `socketName` in the folder `current()`, else in the folder for a client that has
+  /// started without a runtime folder. Returns an empty descriptor when no process of this user accepts the
+  /// connection at once.
   FileDescriptor connect(const char* socketName) const;
 
  private:

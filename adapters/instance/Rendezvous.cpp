@@ -21,8 +21,8 @@ namespace {
 constexpr auto lockName = "/lock";
 /// The environment variable with the descriptor number of the lock file that `passOn` left open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The wait before the next attempt if another client holds the lock but has no socket. That client is
-/// starting or ending: it takes the lock before it listens, and closes its socket before it frees the lock.
+/// The wait before the next `look` if another client holds the lock but has no socket. That client is
+/// starting (it locks before it listens) or ending (it closes its socket before it unlocks).
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
@@ -78,9 +78,9 @@ class Rendezvous::Attempt {
     }
   }
 
-  /// Makes the loop call `hear` when the other client sends a message, and when the other client ends, which
-  /// closes the connection. If `untilItsEnd` is true, `hear` ignores messages. If it is false, this function
-  /// asks the other client to show its menu.
+  /// Makes the loop call `hear` when the other client sends a message or ends. (The end of a process closes
+  /// its connections.) If `untilItsEnd` is true, `hear` ignores messages; if false, this function asks the
+  /// other client to show its menu.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {

@@ -38,10 +38,10 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// the constructor takes over this lock.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Runs the loop until it is decided whether this process is the client, and returns the decision. If this
-  /// process is the client, it answers requests from now on. Waits for a client that is ending, whatever the
-  /// kind of the claim. This process also becomes the client if the lock file cannot be created, if the file
-  /// system supports no locks, or if the ending client does not end in time. Standard error then says why.
+  /// Returns whether this process has become the client; if so, it answers requests from now on. Runs the
+  /// loop while it waits for another client. Waits for a client that is ending, whatever the kind of `claim`.
+  /// Becomes the client without the lock if the lock file cannot be created, if the file system supports no
+  /// locks, or if the other client does not end within `endPatience`. Standard error then says why.
   bool claim(const Claim& claim);
 
   /// From now on, a process that starts later waits until this process has ended.

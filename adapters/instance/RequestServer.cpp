@@ -15,7 +15,7 @@ constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a request line
 constexpr Seconds descriptorRest{1.0};
-/// The file name of the socket until it listens, so that no process finds a socket that refuses connections.
+/// The socket's file name before listen(2): other processes must not find a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
 
 }  // namespace

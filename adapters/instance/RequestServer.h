@@ -19,8 +19,8 @@ namespace kestrune {
 ///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
 ///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason
 ///
-/// The answer to any other line is "error" and a reason. A peer (a connected process) is disconnected when
-/// its line exceeds 4096 bytes, when it reads no answers, or when 64 peers have connected later. Main thread.
+/// The answer to any other line is "error" and a reason. Disconnects a peer (a connected process) if it sends
+/// a line of more than 4096 bytes or does not read its answers, and the oldest of 65 peers. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;

@@ -252,7 +252,7 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Nothing to do: Linux desktops list a program only while it has a window, and this process has none.
+  // Nothing to do: this process has no window, so no dock or taskbar shows it.
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {

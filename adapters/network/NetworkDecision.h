@@ -34,10 +34,10 @@ struct PathTiming {
 /// once, but the loss of the network only after it has lasted `loss`. After a shorter loss or a resume from
 /// suspend, the path is reported even if it is the same as before, because open connections may be broken.
 ///
-/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. The next
-/// report then comes at least `rest` after the last one, and a loss must last for `rest`. Reports of an
-/// unchanged path must not delay the report of a changed path. So if the path has changed, this rule ignores
-/// the earlier reports of an unchanged path.
+/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
+/// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
+/// Reports of an unchanged path must not delay the report of a changed path. So if the path has changed, this
+/// rule ignores the earlier reports of an unchanged path.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;

@@ -14,8 +14,8 @@ namespace kestrune {
 
 /// Monitors the network path to the Internet, in the network namespace of the calling thread. Asks the kernel
 /// (`lookUpRoute`) after each burst of rtnetlink messages and after each resume (PrepareForSleep of logind),
-/// and reports what `NetworkDecision` decides. When the kernel refuses to answer, prints the error on standard
-/// error, and asks again with growing delays. Main thread.
+/// and reports what `NetworkDecision` decides. When the kernel refuses to answer, prints the error on
+/// standard error, and asks again with growing delays. Main thread.
 class NetworkMonitor final : public PathMonitor, private BusClient {
  public:
   /// `devices`: a folder like /sys/class/net. All references must outlive this object.
@@ -48,7 +48,7 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   BusSlot sleepSignal;
   NetlinkSocket socket;
   EventSource changed, timer, retry;
-  Seconds retryDelay;  // the wait after the next failure
+  Seconds retryDelay;  // how long to wait before the retry, if the next `ask` fails
 };
 
 }  // namespace kestrune

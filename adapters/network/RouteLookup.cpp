@@ -147,8 +147,8 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK is the index of the device beneath this one. Ignore it for a pair, where it is the index of the
-  // other end. Ignore it with IFLA_LINK_NETNSID, because it is then an index of another network namespace.
+  // IFLA_LINK is the index of the device beneath this one. For a pair, it is the index of the other end. If
+  // IFLA_LINK_NETNSID is present, IFLA_LINK is an index of another network namespace. Ignore these indices.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
   // Read IFLA_INFO_DATA for a bond only: the attribute types in it have another meaning for other kinds.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);

@@ -47,8 +47,7 @@ std::size_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-/// Adds the pictures in a PNG or ICNS file to `bitmaps`. In an ICNS file, only PNGs are read; pictures in its
-/// older formats, which are smaller, are skipped.
+/// Adds the pictures in a PNG or ICNS file to `bitmaps`. In an ICNS file, reads only the PNG pictures.
 void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
   std::string content;
   if (readWholeFile(path, content)) return;

@@ -17,7 +17,7 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Opens or duplicates `descriptor`, and writes only to the new descriptor.
+  /// Writes through a new descriptor, because O_NONBLOCK on `descriptor` would also affect other processes.
   StandardOutput(EventLoop& loop, int descriptor);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: the buffer of bytes that are not yet
@@ -44,7 +44,7 @@ class StandardInput {
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< called when this job is continued (SIGCONT) in the foreground; null: not called
+        nullptr;  ///< called when SIGCONT continues this process in the foreground; may be null
   };
 
   explicit StandardInput(EventLoop& loop);
@@ -58,14 +58,14 @@ class StandardInput {
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
-  /// has switched it off. While this job is in the background, the change waits for the next SIGCONT.
+  /// has switched it off. While this process is in the background, the change waits for the next SIGCONT.
   void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
   std::size_t longestLine() const;
 
   /// Discards the unfinished line that the user is typing, but keeps finished lines. Does nothing on a pipe
-  /// or a file. Does nothing in the background either, where the user types for another job.
+  /// or a file, or while this process is in the background (the user then types for another program).
   void discardUnfinishedLine();
   /// Like `discardUnfinishedLine`, but also discards finished lines. On a pipe or a file, discards up to 1
   /// MiB of what can be read now.

@@ -12,8 +12,8 @@ namespace {
 
 constexpr auto emptyingWord = "清空";
 
-/// A character cell shows two pixels: the upper one by the background colour, the lower one by this block.
-/// The upper half block would not do: many fonts leave a light line above it.
+/// A character cell shows two pixels: this block is the lower pixel, the background above it is the upper
+/// pixel. The upper half block is not used, because many fonts leave a gap above it.
 constexpr auto lowerHalf = "▄";
 /// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
 /// whether the upper pixel and the lower pixel are dark.
@@ -60,7 +60,7 @@ void TerminalDialogue::collect(const View& view) {
   if (view.kind == ViewKind::button) {
     buttons.push_back(&view);
   } else if (isField(view)) {
-    // Drop the label above the field if it is the same text as the field's prompt (see `question`).
+    // Drop a label with the same text as the field's `accessibilityLabel`, which `question` prints.
     if (!parts.empty() && parts.back()->kind == ViewKind::label &&
         parts.back()->text == view.accessibilityLabel) {
       parts.pop_back();

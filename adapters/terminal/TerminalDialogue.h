@@ -62,7 +62,7 @@ class TerminalDialogue {
   const int rows;
   std::vector<const View*> parts;    ///< the labels and fields of the alert's view
   std::vector<const View*> buttons;  ///< buttons inside the view, numbered after the alert's own buttons
-  const View* image = nullptr;       ///< printed last, so that it does not scroll away
+  const View* image = nullptr;       ///< printed below all texts, so that it stays on the screen
   std::size_t next = 0;              ///< the index of the part that is printed or asked for next
   std::map<std::string, std::string> fields;
 };

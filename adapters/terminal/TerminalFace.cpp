@@ -144,8 +144,8 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 }
 
 void TerminalFace::refuseLine() {
-  // Discard the lines after the refused line: they would answer the wrong question. But keep lines for the
-  // menu that come from a pipe: each is a command that does not depend on the refused line.
+  // On a terminal, or while an alert is open, discard the lines after the refused line: they would answer the
+  // wrong question. Otherwise keep these lines: each line from the pipe is a menu command of its own.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");

@@ -38,7 +38,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// process exits.
   void close();
 
-  /// Gives this process its original standard input again. To be called before execve.
+  /// Undoes the replacement of standard input by "/dev/null". Call this just before execve.
   void giveBackInput() const { input.giveBack(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new

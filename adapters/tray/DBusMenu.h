@@ -39,8 +39,8 @@ class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";
 
-  /// `givenQueue` outlives this object. It runs the actions of chosen rows, because the host must not wait
-  /// for the end of an action.
+  /// `givenQueue` runs the actions of chosen rows, so that the host need not wait for the end of an action.
+  /// `givenQueue` must outlive this object.
   DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);

@@ -122,8 +122,8 @@ void StatusNotifierItem::busConnected() {
                                 &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
-  // `hosts` has already sent its questions on this connection, and the bus daemon answers in order. So the
-  // form of the host is known before a host that learns of the item reads the item.
+  // `hosts` has already sent its GetNameOwner calls. The bus daemon answers them before it forwards the
+  // registration below. So `hosts->form()` is known when a host reads this item for the first time.
   registerWithWatcher();
 }
 

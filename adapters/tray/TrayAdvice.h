@@ -22,7 +22,7 @@ class TrayAdvice final : public BusClient {
   /// All arguments must outlive this object.
   TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications);
 
-  /// To be called when a tray has accepted the icon. If the notification was shown, checks again.
+  /// Call this when a tray has accepted the icon. If the notification was shown, checks for a tray again.
   void trayChanged();
 
   void busLost() override { question.reset(); }

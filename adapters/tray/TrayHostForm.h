@@ -29,7 +29,7 @@ class TrayHostFinder {
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 
   /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher has appeared after the
-  /// connection was opened. The form is known before any later message of this connection is answered.
+  /// connection was opened.
   TrayHostFinder(BusConnection& connection, std::function<void()> onForm, std::function<void()> onWatcher);
 
   /// Returns the form of the running host, or the default form while no known host is found.

@@ -52,7 +52,7 @@ struct AwakeDesk : ::testing::Test {
   AwakeDesk() { quarterSeconds = 0; }
 
   SignalState restored;
-  // Each PrivateBus sets DBUS_SESSION_BUS_ADDRESS, so the session bus must be the last one declared.
+  // Each PrivateBus sets DBUS_SESSION_BUS_ADDRESS, so `sessionDaemon` must come after `systemDaemon`.
   PrivateBus systemDaemon;
   ScopedVariable systemAddress{"DBUS_SYSTEM_BUS_ADDRESS", systemDaemon.address()};
   PrivateBus sessionDaemon;
@@ -94,8 +94,8 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// Calls `create` while a service does not answer. Sets `nobodyAnswers`, because the D-Bus call must time
-  /// out after 250 ms.
+  /// Calls `create` while a service does not answer. Sets `nobodyAnswers` during the call: then a D-Bus call
+  /// keeps its timeout of 250 ms.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

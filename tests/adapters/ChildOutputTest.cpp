@@ -168,7 +168,7 @@ struct LeftoverPipesTest : ::testing::Test {
     return std::move(pipe.writing);
   }
 
-  /// Writes `size` bytes on another thread while the loop runs. Returns false if the read end is closed.
+  /// Writes `size` bytes to `end` on another thread, while the loop runs. Returns false if a write fails.
   bool canWrite(const FileDescriptor& end, std::size_t size) {
     std::atomic<bool> done = false;
     bool whole = true;

@@ -219,7 +219,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- after reserveForThisThread, which kills all children; only the calling thread can then launch more
+// --- after `reserveForThisThread` (see ports/Process.h)
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 
@@ -227,7 +227,7 @@ TEST_F(ReservedProcesses, WholeGroupOfAChildIsKilled) {
   const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
   processes.reserveForThisThread();
   EXPECT_TRUE(ends(*child));
-  // The descendant also holds a write end of the pipe, so the output ends only when the descendant does.
+  // The child's descendant also has the pipe open. `readOutput` returns only when both processes have ended.
   EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
 }
 

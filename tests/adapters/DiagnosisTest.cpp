@@ -48,7 +48,7 @@ struct Diagnosis : ::testing::Test {
 
   void TearDown() override {
     daemon.stop();
-    while (wait(nullptr) > 0) {  // the bash that has closed its output may still be ending
+    while (wait(nullptr) > 0) {  // a script may still run after it has closed its output
     }
   }
 

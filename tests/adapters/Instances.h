@@ -12,7 +12,7 @@
 
 namespace kestrune::testing {
 
-/// One start of the program. It competes for the lock with other starts, as if it were in another process.
+/// Stands for a process that starts the client. `claims` tries to become the only client of the user.
 struct Start {
   Start(EventLoop& loop, const InstanceFolders& folders)
       : rendezvous(loop, folders, [this](const std::string& token) { shown.push_back(token); }) {}

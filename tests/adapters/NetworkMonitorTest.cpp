@@ -275,11 +275,9 @@ TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
 }
 
 // --- no free descriptors, and refusals by the kernel
-/// Starts a monitor while no descriptor is free. When the first update comes, makes descriptors free again.
-/// Calls `say` with the monitor's first two updates.
 
-/// Starts a monitor while no descriptor is free. Its first update frees descriptors again. Calls `say` with
-/// the monitor's first two updates.
+/// Starts a monitor while no descriptor is free. When its first update comes, makes descriptors free again.
+/// Calls `say` with the monitor's first two updates.
 void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say) {
   EventLoop loop;
   SystemBus bus(loop);

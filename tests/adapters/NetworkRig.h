@@ -32,7 +32,7 @@ inline constexpr NetworkPath viaCable{.satisfied = true, .usesWiredEthernet = tr
 inline constexpr NetworkPath viaSomething{.satisfied = true};
 
 /// A network namespace with a cable and Wi-Fi. Both have a carrier and an IPv4 address, but no default route.
-/// Its monitor reports every change at once. NetworkDecisionTest tests the delays.
+/// `monitor` reports every change at once: its timing, `atOnce`, delays no report.
 struct NetworkRig {
   NetworkRig() {
     // Switch IPv6 off. Its netlink messages also wake the monitor, so no test would notice if the monitor

@@ -80,7 +80,8 @@ TEST_F(RendezvousTest, LaterStartsGiveWayAndAskTheClientToShowItsMenu) {
   const auto first = client();
   EXPECT_TRUE(isTurnedDown());
   EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
-  // A token with a line end, or one that is too long, arrives as "". The last two starts ask for no menu.
+  // A token that has a line end or is too long arrives as "". `giveWay` and `replace` never ask the client to
+  // show its menu.
   EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
   EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
   EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));

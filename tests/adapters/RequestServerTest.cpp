@@ -173,7 +173,7 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // These timers make the loop open its timerfds now. The limit below would prevent that later.
+  // These timers make the loop open its timerfds now. While `none` exists, it can open no descriptor.
   loop.after(Seconds{60}, [] {});
   loop.scheduleRepeating(Seconds{60}, [] {});
   int turns = 0;

@@ -19,7 +19,7 @@ constexpr auto flat = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 
 constexpr auto withSubmenus =
     "1 2(3 4 5 6 7 8 9 10 11) 12 13 14 15 16 17 18 19 20(21 22 23 24 25 26 27) 28 29";
 
-/// Reads a row from GetLayout's reply. Returns its id, followed by the ids of its submenu's rows in brackets.
+/// Reads one row of a GetLayout reply. Returns "ID", or "ID(IDs in the submenu)" for a row with a submenu.
 std::string nextRow(sd_bus_message* message) {
   int id = 0;
   std::string children;
@@ -36,7 +36,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client with a menu of 29 rows. Its tray host can own bus names by which the client recognises a desktop.
+/// A client with a menu of 29 rows. `runOn` starts a tray host, which can own the bus names of a desktop.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)
@@ -106,8 +106,8 @@ std::string asQtShows(const std::string& label) {
   return shown;
 }
 
-// Returns what libdbusmenu 18.10 (genericmenuitem.c, sanitize_label) shows for `label`, in which every
-// underscore must be doubled.
+// Returns what libdbusmenu 18.10 (genericmenuitem.c, sanitize_label) shows for `label`. Call this only if
+// every underscore in `label` is doubled.
 std::string asGtkShows(const std::string& label) {
   return replacingAll(label, "__", "_");
 }
@@ -151,7 +151,7 @@ TEST_F(TrayForm, MenuWithoutSubmenuRowsStaysFlat) {
 TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   runOn({});
   EXPECT_EQ(layout(), flat);
-  runOn({}, gnomeShell);  // GNOME Shell runs, but the tray is another program's
+  runOn({}, gnomeShell);  // GNOME Shell runs, but another program is the tray host
   EXPECT_EQ(layout(), flat);
   runOn({}, plasma);
   EXPECT_EQ(layout(), flat);

@@ -157,7 +157,7 @@ TEST_F(LaunchAtLogin, FailedRemovalIsIgnored) {
 struct LaunchAtLoginToggle : LaunchAtLogin {
   LaunchAtLoginToggle() { makeStatusItem(); }
 
-  /// Chooses the row and returns the window that it opens.
+  /// Chooses the menu row "toggleLaunchAtLogin". Then closes the window that has opened, and returns it.
   Alert toggle() {
     choose("toggleLaunchAtLogin");
     return closeWindow();

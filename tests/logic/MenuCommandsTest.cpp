@@ -232,7 +232,7 @@ TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSeconds) {
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-/// Two actions of the menu that open a window with the output of the backend's status command.
+/// The test parameter is a menu action that shows the output of the backend's status command in a window.
 struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
   const Alert& window() const { return machine.alerts.shown.back(); }
 };

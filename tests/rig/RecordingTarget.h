@@ -9,7 +9,7 @@
 
 namespace kestrune::testing {
 
-/// A target of menu rows and buttons that records each action it is asked to perform.
+/// Records the actions that menu rows and buttons request.
 struct RecordingTarget final : ActionTarget {
   void performAction(std::string_view action) override {
     performed.emplace_back(action);

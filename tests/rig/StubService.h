@@ -94,8 +94,6 @@ class StubService {
   }
 
   /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with an empty reply.
-
-  /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with nothing.
   static Behaviour grants(std::uint32_t first) {
     return [next = first](sd_bus_message* call) mutable {
       if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {

@@ -69,7 +69,7 @@ struct PseudoTerminal {
   FileDescriptor inside;   ///< the slave: standard input and output of the program
 };
 
-/// Collects the text that a program writes to the other end of a descriptor.
+/// Collects the text that can be read from a descriptor: the output of a program.
 class Screen {
  public:
   Screen(EventLoop& givenLoop, int givenDescriptor)

@@ -57,7 +57,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Refused, reason)
 
 namespace {
 
-/// The names of the JSON members that hold the messages, in the order of the alternatives of the variant.
+/// For each alternative of the variant `Message`, in order: the name of the JSON member that holds it.
 template <typename Message>
 constexpr std::array<const char*, std::variant_size_v<Message>> names{};
 template <>
@@ -92,8 +92,8 @@ std::optional<Message> fromJson(const Json& object) {
 
 template <typename Message>
 std::variant<Message, std::string> decode(const std::string& line) {
-  // The client checks every event, because a program that fails must not disturb it. Requests are not
-  // checked: only the client writes them.
+  // Check each event, because a faulty KestruneMenuDialogs must not disturb the client. Requests need no
+  // check: only the client writes them.
   constexpr bool isChecked = std::is_same_v<Message, Event>;
   const std::string rubbish = "a line that is not of the protocol";
   try {
@@ -102,7 +102,7 @@ std::variant<Message, std::string> decode(const std::string& line) {
       hasFraction = hasFraction || value.is_number_float();
       return true;
     });
-    // The library converts a fraction to an int without a check, which is undefined behaviour if it is large.
+    // The library casts numbers to int unchecked: for a float such as 1e99, this is undefined behaviour.
     if (isChecked && hasFraction) return rubbish;
     const int version = object.at("version").get<int>();
     if (version != protocolVersion) {
@@ -110,8 +110,8 @@ std::variant<Message, std::string> decode(const std::string& line) {
              std::to_string(protocolVersion) + "; install both from the same build";
     }
     const auto message = fromJson<Message>(object);
-    // Encode the event again and compare it with the line: the library takes true for 1, cuts large numbers
-    // and ignores unknown members.
+    // The library also accepts `true` for 1, truncates numbers that do not fit into an int, and ignores
+    // unknown members. To reject such an event, encode it again and compare the result with the line.
     if (message && (!isChecked || toJson(*message) == object)) return *message;
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.

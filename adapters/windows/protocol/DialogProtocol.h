@@ -8,8 +8,8 @@
 
 // The protocol between the client and KestruneMenuDialogs: one JSON object per line. Requests go to the
 // program's standard input, events come from its standard output. Both programs link these functions. Each
-// line has the version, because after an upgrade one of the two running programs may be older. Enumerations
-// are numbers.
+// line contains `protocolVersion`, because after an upgrade one of the two running programs may be older. The
+// value of an enumeration is encoded as a number.
 
 namespace kestrune::dialogs {
 
@@ -27,17 +27,16 @@ struct Raise {
   std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
 
-/// Asks to show this menu as a window, or to update the open menu. One process shows either a
-/// menu or alerts.
+/// Asks to show this menu as a window, or to update the open menu. One process shows either a menu or alerts.
 struct ShowMenu {
   Menu menu;
 };
 
 using Request = std::variant<ShowAlert, ShowMenu, Raise>;
 
-// The program exits with status 0 when its last window is closed. When its standard input ends, it closes its
-// windows without sending answers, and exits with status 0 too. If the user closes the menu without a choice,
-// no event is sent.
+// KestruneMenuDialogs exits with status 0 when its last window is closed. At the end of its standard input,
+// KestruneMenuDialogs closes its windows without sending events, and exits with status 0. If the user closes
+// the menu without a choice, KestruneMenuDialogs sends no event.
 
 /// Says that a requested window has appeared on the screen.
 struct Shown {
