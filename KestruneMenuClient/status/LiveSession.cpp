@@ -12,6 +12,7 @@ using Json = nlohmann::json;
 
 namespace {
 
+constexpr int answerDepthLimit = 990;
 constexpr std::size_t chatNameLimit = 34;  // characters
 
 /// Returns whether Python, the language of the local service, treats the value as true.
@@ -76,8 +77,14 @@ bool LiveSession::isKnown(std::string LiveSession::*member) const {
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;
-  const Json root = Json::parse(withoutLoneSurrogates(*answer), nullptr, false);
-  if (!root.is_object()) return session;
+  // Reject an answer that is nested too deeply, as Python's json module does, by which backends read it too.
+  bool tooDeep = false;
+  const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
+    tooDeep = tooDeep || depth > answerDepthLimit;
+    return !tooDeep;
+  };
+  const Json root = Json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
+  if (tooDeep || !root.is_object()) return session;
   const Json& projects = member(root, "projects");
   if (!projects.is_array()) return session;
   for (const Json& project : projects) {

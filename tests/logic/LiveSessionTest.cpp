@@ -296,11 +296,16 @@ TEST(SelectedSession, ItemBeforeTheSelectedOneMustBeAnObject) {
   }
 }
 
-TEST(SelectedSession, DeeplyNestedAnswerIsRead) {
-  for (const auto& [begin, end] : {std::pair("[", "]"), {R"({"x":)", "}"}}) {
-    const std::string nested = repeated(begin, 100000) + "1" + repeated(end, 100000);
-    EXPECT_EQ(ofProjects(R"([{"selected":true,"title":"a","x":)" + nested + "}]"), (Session{"a", "a"}));
-  }
+TEST(SelectedSession, DeeplyNestedAnswerGivesPlaceholders) {
+  const auto nested = [](int depth) {
+    return R"([{"selected":true,"title":"a","x":)" + repeated("[", depth) + repeated("]", depth) + "}]";
+  };
+  EXPECT_EQ(ofProjects(nested(900)), (Session{"a", "a"}));
+  EXPECT_EQ(ofProjects(nested(1100)), placeholders);
+  EXPECT_EQ(ofProjects(nested(100000)), placeholders);
+  EXPECT_EQ(ofProjects(R"([{"selected":true,"title":"a","x":)" + repeated(R"({"x":)", 100000) + "1" +
+                       repeated("}", 100000) + "}]"),
+            placeholders);
   EXPECT_EQ(selectedSession(repeated("[", 100000)), placeholders);
 }
 
