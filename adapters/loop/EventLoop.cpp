@@ -68,6 +68,8 @@ class EventLoop::LoopQueue final : public MainQueue {
     });
   }
 
+  ~LoopQueue() override { close(); }
+
   const std::string& label() const override { return name; }
 
   void async(Job job) override { asyncAfter(Seconds{0}, std::move(job)); }

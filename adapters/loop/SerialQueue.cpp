@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,8 @@
 
 namespace kestrune {
 
+constexpr int attempts = 20;
+constexpr std::chrono::milliseconds attemptInterval{50};
 constexpr std::size_t threadNameLimit = 15;  // bytes: TASK_COMM_LEN of the kernel, less the NUL
 
 struct SerialQueue::State {
@@ -37,16 +40,23 @@ struct SerialQueue::State {
 };
 
 SerialQueue::SerialQueue(std::string label) : name(std::move(label)), state(std::make_shared<State>()) {
-  try {
-    // Detach the thread, so that the end of the process need not wait for it: a job may take long.
-    std::thread([shared = state, threadName = name.substr(0, threadNameLimit)] {
-      pthread_setname_np(pthread_self(), threadName.c_str());
-      shared->run();
-    }).detach();
-  } catch (const std::system_error& failure) {
-    std::fprintf(stderr, "KestruneMenuClient: cannot start a thread for commands: %s\n",
-                 failure.code().message().c_str());
-    std::_Exit(EXIT_FAILURE);
+  // At login, many processes start at once, and some of them end soon. So try for a second.
+  for (int attempt = 1;; ++attempt) {
+    try {
+      // Detach the thread, so that the end of the process need not wait for it: a job may take long.
+      std::thread([shared = state, threadName = name.substr(0, threadNameLimit)] {
+        pthread_setname_np(pthread_self(), threadName.c_str());
+        shared->run();
+      }).detach();
+      return;
+    } catch (const std::system_error& failure) {
+      if (attempt == attempts) {
+        std::fprintf(stderr, "KestruneMenuClient: cannot start a thread for commands: %s\n",
+                     failure.code().message().c_str());
+        std::_Exit(EXIT_FAILURE);
+      }
+      std::this_thread::sleep_for(attemptInterval);
+    }
   }
 }
 

@@ -81,7 +81,8 @@ struct DispatchQueueContract : ::testing::Test {
   }
 };
 
-using Queues = ::testing::Types<VirtualMain, VirtualWorker, VirtualMonitor, RealMain, RealWorker>;
+using Queues =
+    ::testing::Types<VirtualMain, VirtualWorker, VirtualMonitor, RealMain, RealWorker, RealMonitor>;
 TYPED_TEST_SUITE(DispatchQueueContract, Queues);
 
 TYPED_TEST(DispatchQueueContract, JobsRunInTheOrderOfPosting) {
