@@ -155,13 +155,20 @@ class NewFile {
   }
 
   /// Replaces the target like `replaceTarget`, but keeps the old file as `kept`. No file may exist at `kept`.
-  /// Makes `kept` a hard link to the old file. If link(2) fails, swaps the old file and the new file by
-  /// RENAME_EXCHANGE. If this process is killed just before the swap, `kept` is the complete new file.
+  /// Makes `kept` a hard link to the old file. If link(2) fails, copies the old file; if this user may not
+  /// read it, swaps the old file and the new file by RENAME_EXCHANGE. If this process is killed just before
+  /// the swap, `kept` is the complete new file.
   Result<> replaceTargetKeeping(const fs::path& kept) {
     if (link(target.c_str(), kept.c_str()) == 0) return replaceTarget();
     // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
     // another user's file (if fs.protected_hardlinks is set).
     const Failure unlinkable = lastFailure();
+    if (std::string bytes; !readWholeFile(target, bytes)) {
+      NewFile copy(kept);
+      if (const Result<> written = copy.write(bytes); !written) return written;
+      if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
+      return replaceTarget();
+    }
     // First rename the new file to `kept`, then swap both files. If the new file still had its temporary name
     // then, the old file would get this name, and another process could remove the old file as abandoned.
     if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;

@@ -1,8 +1,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <random>
+#include <thread>
 
 #include "adapters/files/Files.h"
 #include "tests/rig/FakePlatform.h"
@@ -133,6 +135,21 @@ TEST_F(FileManager, LinkToDevNullIsReplaced) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
+TEST_F(FileManager, ReadersSeeTheOldOrTheNewFile) {
+  const std::string texts[] = {std::string(10'000, 'a'), std::string(15'000, 'b')};
+  put(texts[0]);
+  std::atomic<int> readings = 0, wrong = 0;
+  std::thread reader([&] {
+    for (; readings < 200; ++readings) {
+      const auto found = files.contents(path);
+      if (found.bytes != texts[0] && found.bytes != texts[1]) ++wrong;
+    }
+  });
+  for (int save = 0; readings < 200; ++save) EXPECT_TRUE(files.writeAtomically(path, texts[save % 2]));
+  reader.join();
+  EXPECT_EQ(wrong, 0);
+}
+
 TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
   const std::string old(20'000, 'o');
   const std::string replacement(30'000, 'n');
@@ -229,6 +246,20 @@ TEST_F(UnreadableFile, NewFileIsReadableForItsOwner) {
   put("text", 0240);
   EXPECT_TRUE(files.replaceUnreadable(path, "new"));
   EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST_F(UnreadableFile, ReadableFileIsCopiedWithoutHardLinks) {
+  put("what \xFF was", 0640);
+  EXPECT_EQ(replaceAfter([] {
+              refuseHardLinks(EPERM);
+              refuseCall(SYS_renameat2, EINVAL);
+            }),
+            "replaced");
+  EXPECT_EQ(contentsOf(kept), "what \xFF was");
+  EXPECT_EQ(modeOf(kept), 0600U);
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(modeOf(path), 0640U);
+  EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
 }
 
 TEST_F(UnreadableFile, FileIsExchangedWithoutHardLinks) {
