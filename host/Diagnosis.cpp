@@ -65,6 +65,7 @@ font "colour emoji" :charset=1f7e2:color=true fonts-noto-color-emoji
 
 for each in user system; do
   call $each "${daemon[@]}" GetId > /dev/null || state[$each]="does not answer"
+  type -P busctl > /dev/null || state[$each]="unknown: busctl is not installed"
 done
 echo "Session bus: ${state[user]}"
 echo "System bus: ${state[system]}"

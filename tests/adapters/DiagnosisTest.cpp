@@ -107,6 +107,7 @@ TEST_F(Diagnosis, TellsWhichProgramsAreMissingOrPrintNothing) {
   const std::string text = describedWith("curl", "");
   EXPECT_NE(text.find("/curl, no output within 2 seconds\n  lsof: not found\n"), std::string::npos) << text;
   EXPECT_NE(text.find("Fonts:\n  Chinese: unknown: fc-list is not installed\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Session bus: unknown: busctl is not installed\n"), std::string::npos) << text;
 }
 
 TEST_F(Diagnosis, StartsNoService) {
