@@ -34,8 +34,10 @@ constexpr uint preferDark = 1;  // a value of the portal's setting color-scheme
 constexpr std::chrono::milliseconds portalPatience{100};
 
 /// Returns the size of the desktop's font, in logical pixels.
-int textSize() {
-  return QFontInfo(QApplication::font()).pixelSize();
+double textSize() {
+  const QFont font = QApplication::font();
+  if (font.pixelSize() > 0) return font.pixelSize();
+  return font.pointSizeF() * QGuiApplication::primaryScreen()->logicalDotsPerInchY() / 72;
 }
 
 bool isDark(const QPalette& palette) {
