@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <initializer_list>
 #include <iterator>
-#include <utility>
 
 #include "adapters/system/Identity.h"
 

@@ -2,7 +2,6 @@
 
 #include <systemd/sd-bus.h>
 
-#include <functional>
 #include <memory>
 #include <vector>
 

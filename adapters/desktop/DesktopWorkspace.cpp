@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <system_error>
 #include <utility>
 
 #include "adapters/children/Spawn.h"

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <system_error>
 #include <utility>
 
 #include "adapters/children/Spawn.h"

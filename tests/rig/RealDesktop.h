@@ -4,7 +4,6 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>

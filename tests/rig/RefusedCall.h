@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
-#include <cstddef>
 #include <stdexcept>
 
 namespace kestrune::testing {

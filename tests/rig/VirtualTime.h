@@ -4,7 +4,6 @@
 #include <functional>
 #include <list>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "ports/Clock.h"
