@@ -78,8 +78,8 @@ struct OutputPipe {
       if (count <= 0) return readEnd.reset();
       const std::size_t room = outputLimit + 1 - bytes.size();
       bytes.append(buffer.data(), std::min(static_cast<std::size_t>(count), room));
-      // If the child writes faster than this loop reads, the pipe is never empty. So stop at the deadline,
-      // but not before `bytes` is full: until then, all bytes from the pipe belong to the output.
+      // If the child writes faster than this loop reads, the pipe is never empty. So stop after the deadline,
+      // but only if `bytes` exceeds the limit: further bytes would be cut off anyway.
       if (bytes.size() > outputLimit && steady_clock::now() >= deadline) return;
     }
   }

@@ -200,7 +200,8 @@ TEST_F(TheAlertWindows, CallNoCompletionAfterClose) {
     present("top");
     windows.close();
   };
-  // The button's action presents "top" and closes the windows, so "top" must never be shown.
+  // The action of the button "quit" requests the alert "top", and then closes all windows. So no window may
+  // open for "top".
   run.say(Pressed{lastId, "quit"});
   EXPECT_TRUE(run.ends());
   settleQueue(loop);
