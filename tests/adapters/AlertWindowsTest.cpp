@@ -299,8 +299,8 @@ TEST_P(AlertWindowsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // The client was not told to close its windows: the fixture does that only in its destructor. So the client
-  // must have ended the program on its own, even a program that hangs.
+  // Only the fixture's destructor calls `windows.close`. So the client must have ended the program on its
+  // own, even a program that hangs.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));
