@@ -168,7 +168,7 @@ class AppDelegate final : public ApplicationDelegate,
   static const MenuRow menuRows[];
   const MenuRow& rowAt(int number) const;
 
-  /// Stores the report's Codex findings, and the current time as the time of the report.
+  /// Copies `report.codex` into `current`, and sets `current.checkedAt` to the current time.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   /// Rebuilds the menu and redraws the button.
@@ -179,8 +179,8 @@ class AppDelegate final : public ApplicationDelegate,
   void actOnPathUpdate(bool changed);
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
-  /// Waits for the end of `trial`, the client's program started with --version. Then restarts the client, or
-  /// shows why its program cannot run.
+  /// Polls `trial` (the client's program, started with --version) until it ends or `deadline` has passed.
+  /// Then restarts the client, or shows why the program cannot run. Does not block.
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline);
   void trialDidEnd(const Result<>& trial);
 

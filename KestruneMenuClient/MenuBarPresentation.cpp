@@ -192,7 +192,7 @@ void AppDelegate::toggleConnectionMode() {
 }
 
 void AppDelegate::restartMenuClient() {
-  // Check first that the program can run: if it cannot, this client and the backend must not be stopped.
+  // First run the program file as a trial. If it fails, this client and the backend must not be stopped.
   auto trial = platform.processes.launch(currentExecutablePath(), {"--version"});
   if (!trial) return trialDidEnd(Failure{trial.reason()});
   awaitTrial(std::move(*trial), platform.clock.awakeTime() + trialLimit);

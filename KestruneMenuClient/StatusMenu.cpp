@@ -8,7 +8,7 @@ namespace kestrune {
 /// An element of `menuRows`. `menuRows` lists all rows of the menu except rows 2 to 11: `statusRows` makes
 /// those.
 struct AppDelegate::MenuRow {
-  int number;  ///< place in the menu; of several rows at one place, the first that can be shown is shown
+  int number;               ///< place in the menu; `rowAt` chooses between rows with the same place
   const char* title = "";   ///< empty: a separator
   const char* action = "";  ///< this row's argument to `performAction`; empty: none
   const char* key = "";

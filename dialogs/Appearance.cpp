@@ -19,9 +19,9 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr double ordinaryPoints = 13;
-// If the desktop's font is larger than this, lengths grow with the font. In pixels: 10 pt at 96 dpi.
+// If the desktop's font is larger than this, the windows grow with the font. In pixels: 10 pt at 96 dpi.
 constexpr double usualTextSize = 10.0 * 96 / 72;
-// A font is at least this large, unless the desktop's font is smaller. In pixels: 8 pt at 96 dpi.
+// `fontFor` returns no font below this size, unless the desktop's font is smaller. In pixels: 8 pt at 96 dpi.
 constexpr double smallestPrint = 8.0 * 96 / 72;
 // The share of the text colour in the colour of secondary text. The rest is the window colour.
 constexpr double secondaryShare = 0.68;

@@ -10,8 +10,8 @@
 #include "ports/Alert.h"
 
 // These functions derive the sizes, fonts and colours of a view from the desktop's settings. A view states
-// its lengths and font sizes in points, a unit of this program: the desktop's font has a size of 13 points.
-// The unit pt below is not this point but 1/72 inch.
+// its lengths and font sizes in points, a unit of this program: `pixels` converts lengths, and `fontFor`
+// converts font sizes. The unit pt below is not this point but 1/72 inch.
 
 namespace kestrune::dialogs {
 
@@ -20,8 +20,8 @@ namespace kestrune::dialogs {
 /// need more room.
 int pixels(double points);
 
-/// Returns the desktop's font with this weight and this size in points. The minimum size is 8 pt (at 96 dpi),
-/// or the size of the desktop's font if that font is smaller than 8 pt.
+/// Returns the desktop's font with this weight and this size; 13 points are the size of the desktop's font.
+/// The minimum size is 8 pt (at 96 dpi), or the size of the desktop's font if that font is smaller than 8 pt.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt prefer an installed colour emoji font to a black-and-white font. If no colour emoji font is
@@ -35,9 +35,9 @@ QColor colorFor(TextColor color, const QPalette& palette);
 /// fit on every screen. Every screen counts, because a window's screen is unknown before the window appears.
 QSize roomForWindow();
 
-/// Sets a dark palette while the desktop portal says "prefer dark" (its setting color-scheme) and Qt's own
-/// palette is light. This is needed because Qt before 6.5 does not follow GNOME's setting. Without a portal,
-/// the palette is not changed.
+/// Sets a dark palette while the desktop portal says "prefer dark" (its setting color-scheme), if Qt uses the
+/// style Fusion with a light palette. This is needed because Qt before 6.5 does not follow GNOME's setting.
+/// Without a portal, the palette is not changed.
 class ColorScheme final : public QObject {
   Q_OBJECT
 
@@ -47,7 +47,7 @@ class ColorScheme final : public QObject {
   ColorScheme();
 
  private Q_SLOTS:
-  /// Handles the portal's reply to `Read` and its signal `SettingChanged`. The last argument is color-scheme.
+  /// Applies color-scheme: the last argument of the portal's `Read` reply or `SettingChanged` signal.
   void follow(const QDBusMessage& message);
 
  private:

@@ -51,7 +51,7 @@ void DialogWindow::showEvent(QShowEvent* event) {
   if (event->spontaneous()) return;
   windowHandle()->installEventFilter(this);
   // Map the window with a fixed size: some compositors put a new window into a tile unless its size is fixed.
-  // `eventFilter` lifts this limit after the window is exposed.
+  // After the window is exposed, `eventFilter` removes the fixed size.
   if (isOnWayland()) limitSize(size(), size());
 }
 

@@ -169,7 +169,7 @@ void MenuRow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Space:
       return QPushButton::keyPressEvent(event);
     default:
-      // Pass the other keys to the window at once: the scroll area would handle the arrow keys itself.
+      // Pass the other keys directly to the window: the scroll area would handle the arrow keys itself.
       QCoreApplication::sendEvent(window(), event);
   }
 }
@@ -331,7 +331,7 @@ void MenuWindow::moveFocus(bool next) {
   if (!focusNextPrevChild(next)) return;
   QWidget* const row = focusWidget();
   area->ensureWidgetVisible(row, 0, row->height());
-  // The rows above the first choosable row cannot get the focus. Scroll to the top, to show them too.
+  // Rows above the first choosable row never get the focus. When that row gets the focus, show them too.
   const auto first =
       std::find_if(rows.begin(), rows.end(), [](const MenuRow* each) { return each->isChoosable(); });
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);

@@ -16,7 +16,7 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
-constexpr qsizetype measuredLength = 20'000;  // UTF-16 units; the rest is not measured: no screen shows it
+constexpr qsizetype measuredLength = 20'000;  // UTF-16 units measured; no screen shows a longer text
 constexpr int roomForRounding = 2;            // pixels added to a measured width, which QFontMetrics rounds
 constexpr int fewestLines = 4;
 

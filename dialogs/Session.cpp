@@ -17,7 +17,7 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr std::size_t pieceSize = 65536;  // bytes; the default capacity of a pipe
+constexpr std::size_t pieceSize = 65536;  // the most bytes of one read; the default capacity of a pipe
 constexpr std::chrono::milliseconds focusDelay{100};
 
 }  // namespace

@@ -26,8 +26,8 @@ class Session {
   void perform(const ShowAlert& request);
   void perform(const Raise& request);
   void perform(const ShowMenu& request);
-  /// Brings all windows to the front. On Wayland, hides them first, unless the top window is active. Returns
-  /// whether it has hidden them.
+  /// Brings all windows to the front. On Wayland, hides them and shows them again, unless the top window is
+  /// active. Returns whether it has hidden them.
   bool raise();
   void tell(const Event& event);
   void refuse(const std::string& reason);

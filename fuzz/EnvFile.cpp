@@ -54,9 +54,9 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
   require(others == othersBefore, "every other line is kept");
 }
 
-/// Saves `value`. Passes the old value too, as the settings dialog does. Checks the saved file. Then saves
-/// `value` again, and checks that the file stays the same. `value` must be a single line without white
-/// space at its ends.
+/// Saves `value`. Also passes the old value to `saveEnvValues`, as the settings dialog does. Checks the saved
+/// file. Then saves `value` again, and checks that the file stays the same. `value` must be a single line
+/// without white space at its ends.
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};

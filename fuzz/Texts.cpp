@@ -3,8 +3,8 @@
 #include "KestruneMenuClient/AppDelegate.h"
 #include "fuzz/Fuzz.h"
 
-// Fuzzes the functions of text/Text.h. The input: a byte, which is the limit for `shortened` and
-// `withinBytes`; the arguments `from` and `to` of `replacingAll`; the text for all functions.
+// Fuzzes the functions of text/Text.h. The input has four parts: a byte (the limit for `shortened` and
+// `withinBytes`), the arguments `from` and `to` of `replacingAll`, and the text for all functions.
 
 namespace {
 

@@ -48,7 +48,7 @@ constexpr auto folderName = "/kestrune-menu-client";
 constexpr auto iconName = "codex-menubar-64";
 constexpr auto themeIconName = "KestruneMacClient";
 constexpr int descriptorsNeeded = 32;                    // twice as many as the client keeps open
-constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // in the client's folder
+constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // relative to the client's folder
 
 /// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
 void followMessageLanguage() {

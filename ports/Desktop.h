@@ -44,10 +44,10 @@ class Workspace {
   /// Returns the path of the Codex App on this host, whether the app is installed or not.
   virtual std::string codexAppPath() const = 0;
 
-  /// Restarts this application from the bundle at `bundlePath`. On a desktop, starts a second process, which
-  /// waits until this process has ended. In a terminal or a service, starts nothing and returns success:
-  /// `Host::leave` later replaces this process by exec. The caller does not learn whether this exec fails. So
-  /// the caller must first check that the program can run.
+  /// Restarts this application from the bundle at `bundlePath`. Normally starts a second process, which waits
+  /// until this process has ended. If a terminal or a service manager waits for this process, starts nothing
+  /// and returns success: `Host::leave` later replaces this process by exec. A failure of that exec is not
+  /// reported to the caller. So check that the program can run before you call this.
   virtual Result<> openNewInstance(const std::string& bundlePath) = 0;
 };
 

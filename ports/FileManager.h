@@ -41,8 +41,8 @@ class FileManager {
   virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
   /// Like `writeAtomically`, for a file whose contents could not be read. If the old file is a regular file,
-  /// keeps it in the same folder, with ".unreadable" appended to its name. A file exists at `path` at
-  /// every moment; after a failure, this file is the old file.
+  /// keeps it in the same folder, with ".unreadable" appended to its name. After a failure, the old file is
+  /// still at `path`.
   virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
   /// Creates the folder and its missing parents, with mode 0777 & ~umask. Succeeds if the folder exists.

@@ -5,7 +5,7 @@
 
 namespace kestrune {
 
-/// Tells the program's paths and environment. Any thread; the results do not change while the process lives.
+/// The program's paths and environment variables. Any thread. No result changes while the process runs.
 class MainBundle {
  public:
   virtual ~MainBundle() = default;

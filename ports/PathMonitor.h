@@ -16,7 +16,7 @@ struct NetworkPath {
   bool operator==(const NetworkPath&) const = default;
 };
 
-/// Reports changes of the network path, whichever interface it uses.
+/// Reports changes of the network path on any interface.
 class PathMonitor {
  public:
   virtual ~PathMonitor() = default;

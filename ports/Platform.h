@@ -19,8 +19,8 @@
 
 namespace kestrune {
 
-/// The ports: all interfaces through which the controller uses the machine. Their objects outlive the
-/// controller.
+/// The ports: all interfaces through which the controller uses the machine. Every object to which a member
+/// refers outlives the controller.
 struct Platform {
   Application* application;
   Dispatch& dispatch;

@@ -25,7 +25,7 @@ class PowerAssertions {
   /// it, and create another one.
   virtual bool isHeld(std::uint32_t identifier) = 0;
 
-  /// Releases the assertion, even if a part of it was lost. Ignores an unknown identifier.
+  /// Releases the assertion, even if `isHeld` returns false. Ignores an unknown identifier.
   virtual void release(std::uint32_t identifier) = 0;
 };
 

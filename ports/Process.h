@@ -10,16 +10,16 @@
 namespace kestrune {
 
 /// A child process, with one pipe for its standard output and one for its standard error. Used by one thread
-/// at a time. The destructor does not end the child. A child that ends after the destructor becomes a zombie,
-/// and the next call of `Processes::launch` reaps it. After `readOutput` or the destructor, the child and its
-/// descendants can still write to the pipes; this output is discarded.
+/// at a time. The destructor neither ends the child nor waits for its end. A later `Processes::launch` reaps
+/// the child. After `readOutput` or the destructor, the child and its descendants can still write to the
+/// pipes; this output is discarded.
 class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end: each call
-  /// also reads from a full pipe, until the child has written 64 KiB to this pipe. Some pipes hold less than
-  /// 64 KiB, and a full pipe would block the child.
+  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end. Some
+  /// pipes hold less than 64 KiB, and a full pipe blocks the child. So each call also reads from a full pipe
+  /// if the child has written less than 64 KiB to this pipe.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -9,14 +9,14 @@ namespace kestrune {
 
 namespace {
 
-/// Returns whether a line begins at `at`, as `EnvFile::value` splits lines: at the start of the text, or
-/// after a line feed that does not follow a carriage return.
+/// Returns whether a line begins at `at` by the rule of `EnvFile::value`: a line feed ends a line, except
+/// after a carriage return.
 bool beginsLine(std::string_view text, std::size_t at) {
   return at == 0 || (text[at - 1] == '\n' && (at == 1 || text[at - 2] != '\r'));
 }
 
-/// Returns the end of the line that contains `begin`, as `EnvFile::value` splits lines: the position of the
-/// next line feed that does not follow a carriage return, or the end of the text.
+/// Returns the end of the line that contains `begin`, by the same rule: the position of the line feed that
+/// ends the line, or the end of the text.
 std::size_t endOfLine(std::string_view text, std::size_t begin) {
   auto end = text.find('\n', begin);
   while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);

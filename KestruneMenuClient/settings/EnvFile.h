@@ -59,8 +59,8 @@ class EnvFile {
   /// `limit` bytes.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
-  /// Returns whether `with(values)` would change a non-empty value of this text that is not in `shown` (the
-  /// values that the user has seen). Compares values without the white space and newlines around them.
+  /// Returns whether `with(values)` would change a non-empty value that the user has not seen. `shown`: the
+  /// values that the user has seen. Compares values without the white space and newlines around them.
   bool losesValue(const EnvValues& values, const EnvValues& shown) const;
 
   /// Returns whether `text` contains a character that ends a line for `with`.

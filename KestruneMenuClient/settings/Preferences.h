@@ -12,7 +12,6 @@ class Preferences {
   /// `givenStore` must outlive this object.
   explicit Preferences(UserDefaults& givenStore) : store(givenStore) {}
 
-  /// If the preference was never written, `isAutoConnectEnabled` and `isKeepAwakeEnabled` return true.
   bool isAutoConnectEnabled() const {
     return store.boolForKey(DefaultsKey::autoConnectEnabled).value_or(true);
   }

@@ -16,8 +16,7 @@ namespace kestrune {
 /// placeholder text of the field for the project root.
 Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 
-/// Returns the trimmed texts of the fields by key. Omits fields that the face (tray or terminal) did not
-/// return.
+/// Returns the trimmed texts of the fields by key. Omits fields that `answer` does not contain.
 EnvValues settingsOf(const AlertAnswer& answer);
 
 /// Returns why one of `values` cannot be saved, as text for the user; absent when all can be saved. `shown`

@@ -15,7 +15,7 @@ namespace {
 constexpr int answerDepthLimit = 990;
 constexpr std::size_t chatNameLimit = 34;  // characters
 
-/// Returns whether Python, the language of the local service, treats the value as true.
+/// Returns whether Python treats `value` as true. The service that sends the JSON is a Python program.
 bool isTruthy(const Json& value) {
   if (value.is_string()) return !value.get_ref<const std::string&>().empty();
   if (value.is_number()) return value.get<double>() != 0;
@@ -42,8 +42,8 @@ std::optional<unsigned> escapedUnit(std::string_view text) {
 /// U+FDD0, a noncharacter that replaces each lone surrogate.
 constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
 
-/// Replaces lone surrogates, which Python's json module writes for a folder name that is not UTF-8. The JSON
-/// library would reject the whole answer because of a lone surrogate.
+/// Replaces lone surrogates, because the JSON library rejects a text that contains one. Python's json module
+/// writes lone surrogates for a folder name that is not UTF-8.
 std::string withoutLoneSurrogates(std::string_view answer) {
   const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
   const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };

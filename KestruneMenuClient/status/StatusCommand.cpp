@@ -9,7 +9,7 @@ namespace kestrune {
 
 namespace {
 
-/// With --follow: the time between two checks. A running client refreshes its status equally often.
+/// While no client runs, --follow calls `check` as often as a client would refresh its status.
 constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};

@@ -54,7 +54,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::unique_ptr<DispatchQueue> workerQueue;
   std::unique_ptr<StatusSubscription> subscription;
   std::unique_ptr<Timer> next;
-  bool hasHeard = false;  ///< a client has sent a line and has not ended yet
+  bool hasHeard = false;  ///< true from a client's first status until this client ends
   bool isChecking = false;
   StatusSnapshot found;  ///< the result of the last `check`
   std::string shown;     ///< the text that was printed last

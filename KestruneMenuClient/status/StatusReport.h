@@ -51,7 +51,7 @@ struct StatusReport {
 
   bool ok;
   ConnectionLampState lamp;
-  std::string text;  ///< for the menu: the lamp's word, or the output's first line if the command failed
+  std::string text;  ///< for the menu: `menuLabel(lamp)`, or the output's first line if `ok` is false
   CodexFindings codex;
 };
 
@@ -59,7 +59,7 @@ struct StatusReport {
 /// `label`. Returns what this line says; an unknown finding if there is no such line.
 CodexFinding codexFinding(std::string_view output, std::string_view label);
 
-/// Returns the text before the first full-width parenthesis, trimmed, at most 44 characters long.
+/// Returns the part of `detail` before the first full-width parenthesis, trimmed, at most 44 characters long.
 std::string compactDetail(std::string_view detail);
 
 /// Returns the report as a window shows it: with coloured dots instead of the markers [OK] and [FAIL].

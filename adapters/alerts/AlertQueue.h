@@ -57,7 +57,7 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  std::deque<AlertRequest> stacking;  ///< requested by a button inside an open alert; shown above this alert
+  std::deque<AlertRequest> stacking;  ///< requests of a button inside an open alert; shown above that alert
   bool performing = false;            ///< whether the action of a button inside an alert is running
   int lastId = 0;
 };

@@ -43,8 +43,7 @@ InhibitorService::~InhibitorService() {
 }
 
 bool InhibitorService::isPresent() const {
-  // A service that lacked "Inhibit" counts as present again after the pause. It may have answered before it
-  // had finished starting, and may have the method now.
+  // A service without the method "Inhibit" may be starting. So it counts as present again after `pause`.
   return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
@@ -71,7 +70,8 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
       grants.insert_or_assign(holder, std::move(grant));
     }
     if (isOffered) return holds(holder);
-    // From now on, use the next object path. After the last one, the service counts as absent for `pause`.
+    // The service has no "Inhibit" at this object path. From now on, use the next path. If this was the last
+    // path, the service counts as absent for `pause`.
     if (++path < protocol.paths.size()) continue;
     path = 0;
     absentUntil = clock.continuousTime() + pause;

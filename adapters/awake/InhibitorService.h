@@ -76,7 +76,7 @@ class InhibitorService final : public BusClient {
   Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
   Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
   std::map<std::uint32_t, Grant> grants;  ///< key: holder
-  std::map<std::uint64_t, Grant> lateGrants;  ///< may come after a timeout; key: serial number of the call
+  std::map<std::uint64_t, Grant> lateGrants;  ///< requests that timed out; key: serial number of the call
   BusSlot answers;
 };
 

@@ -106,8 +106,8 @@ Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
 
 bool Inhibitors::inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name) {
   for (;;) {
-    // Call `servicesFor` in every pass of this loop. A service that answers that it lacks "Inhibit" no longer
-    // counts as present. `servicesFor` may then return other services instead.
+    // Call `servicesFor` in every pass of this loop. When a service turns out to have no method "Inhibit",
+    // its `isPresent` becomes false, and `servicesFor` may return other services.
     const auto services = servicesFor(type);
     if (services.empty()) return false;
     const auto next =

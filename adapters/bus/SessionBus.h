@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// The bus name and the object path of the bus daemon. The name of its D-Bus interface equals its bus name.
+/// The bus name and the object path of the bus daemon. `busName` is also the name of its D-Bus interface.
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
@@ -52,8 +52,8 @@ class BusClient {
   BusClient(const BusClient&) = delete;
   BusClient& operator=(const BusClient&) = delete;
 
-  /// Called when a connection is open. Sending does not block: sd-bus queues messages until the connection is
-  /// authenticated.
+  /// Called when a connection has been opened. This function may send messages at once: sd-bus queues the
+  /// messages until the connection is authenticated.
   virtual void busConnected() {}
 
   /// Called when the connection is lost. Release every slot of this connection before returning.

@@ -68,8 +68,8 @@ struct OutputPipe {
     if (count > 0) bytes.append(some, 0, static_cast<std::size_t>(count));
   }
 
-  /// Reads until the pipe is empty or at end of file. Keeps one byte more than `outputLimit`, and discards
-  /// the rest. Once it has so many bytes, it also stops at the deadline. `buffer` is working memory.
+  /// Reads until the pipe is empty or at end of file. Keeps at most `outputLimit` + 1 bytes, and discards the
+  /// rest. Once `bytes` has this size, also stops after the deadline. `buffer` is working memory.
   void drain(std::vector<char>& buffer, steady_clock::time_point deadline) {
     for (;;) {
       const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
@@ -78,8 +78,8 @@ struct OutputPipe {
       if (count <= 0) return readEnd.reset();
       const std::size_t room = outputLimit + 1 - bytes.size();
       bytes.append(buffer.data(), std::min(static_cast<std::size_t>(count), room));
-      // If the child writes faster than this loop reads, the pipe is never empty. So stop at the deadline,
-      // but not before `bytes` is full: until then, all bytes from the pipe belong to the output.
+      // If the child writes faster than this loop reads, the pipe is never empty. So stop after the deadline,
+      // but only if `bytes` exceeds the limit: further bytes would be cut off anyway.
       if (bytes.size() > outputLimit && steady_clock::now() >= deadline) return;
     }
   }

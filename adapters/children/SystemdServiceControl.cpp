@@ -3,10 +3,9 @@
 namespace kestrune {
 
 // The shell line stops a systemd user unit. It does not wait until the unit has stopped, and asks for no
-// password. Because the service manager may hang, `timeout` ends systemctl after 1.2 s. A script may contain
-// several of these lines. If 2 s have passed since the first of them began, `timeout` ends systemctl after
-// 0.2 s, because the rest of the script needs time to run. Errors are hidden: few backends have all these
-// units.
+// password. Because the service manager may hang, `timeout` ends systemctl after 1.2 s. A script may run
+// this line for several units, and the rest of the script needs time too. So when 2 s have passed since the
+// first of these lines began, the limit is 0.2 s. Errors are hidden: few backends have all these units.
 std::string SystemdServiceControl::unloadLine(const std::string& label) const {
   return ": ${unload_from:=$SECONDS}; timeout --foreground $((SECONDS - unload_from < 2)).2 "
          "systemctl --user --no-block --no-ask-password stop " +

@@ -63,7 +63,7 @@ void DesktopWorkspace::replaceThisProcess() const {
   for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
   argv.push_back(nullptr);
   setenv(relaunchVariable, std::to_string(getpid()).c_str(), 1);
-  // Do not unblock the signals: a signal that has come since the loop ended stays pending across execv.
+  // Keep the signals blocked: a signal sent since the loop ended then reaches the program that execv starts.
   execv(executable.c_str(), argv.data());
   reportOnce("cannot start " + executable + " again: " + describe(errno));
 }

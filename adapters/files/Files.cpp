@@ -103,7 +103,7 @@ void flush(const fs::path& folder) {
 
 /// A new file that is written completely before it replaces another file, the target. Until then its name is
 /// ".kestrune-new-XXXXXX" in the same folder, and its mode is 0600 whatever the umask is. Its lock (flock)
-/// tells other processes that it is not abandoned. The destructor removes it unless it replaced the target.
+/// shows that the file is in use. The destructor removes the file if it has not replaced the target.
 class NewFile {
  public:
   /// If `target` is a symbolic link, the link itself is replaced. To replace the file that the link points
@@ -235,8 +235,8 @@ fs::path nameToKeep(const fs::path& file) {
   return free;
 }
 
-/// Replaces the file at `path`, or the target of a symbolic link at `path`. `keepsOld`: keeps an old file
-/// under another name.
+/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `keepsOld` is true,
+/// keeps an existing file under another name.
 Result<> replaceFile(const std::string& path, const std::string& contents, bool keepsOld) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;

@@ -17,12 +17,12 @@ class SystemFileManager final : public FileManager {
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  /// The new file keeps the old owner only if this user may set it. The owner can always read the new file. A
+  /// If fchown refuses the old owner, this user owns the new file. The owner always gets read permission. A
   /// symbolic link to /dev/null is replaced, not followed. Fails for a device and for a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
   /// Keeps the old file by a hard link. If the link fails, swaps the old and the new file (RENAME_EXCHANGE).
-  /// If this fails too, nothing changes. If the name for the old file exists, appends a number.
+  /// If the swap fails too, nothing changes. If the name with ".unreadable" exists, adds a number to it.
   Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override;
   Result<> removeItem(const std::string& path) override;

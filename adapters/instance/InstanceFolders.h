@@ -11,7 +11,7 @@ namespace kestrune {
 
 /// The file name of a client's socket while the client answers requests.
 inline constexpr auto runningSocketName = "socket";
-/// The file name of the same socket once the client stops the backend and answers no more requests.
+/// The file name of the same socket while the client ends. The client then answers no more requests.
 inline constexpr auto endingSocketName = "ending";
 
 /// Finds the folder with the lock and the socket of a user's client, so that other processes of the user can

@@ -79,8 +79,8 @@ class Rendezvous::Attempt {
   }
 
   /// Makes the loop call `hear` when the other client sends a message or ends. (The end of a process closes
-  /// its connections.) If `untilItsEnd` is true, `hear` ignores messages; if false, this function asks the
-  /// other client to show its menu.
+  /// its connections.) If `untilItsEnd` is true, `hear` ignores messages. Otherwise, this function asks the
+  /// other client to show its menu, and `hear` takes the first message as the answer.
   void listen(bool untilItsEnd) {
     setPatience(untilItsEnd);
     if (!untilItsEnd) {

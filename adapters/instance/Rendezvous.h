@@ -47,7 +47,7 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// From now on, a process that starts later waits until this process has ended.
   void announceEnd();
 
-  /// Called just before exec. Leaves the lock file open in the new program, which takes over the lock.
+  /// Call this just before exec. Leaves the lock file open in the new program, which takes over the lock.
   void passOn() const;
 
   /// Asks the running client to perform the action of a menu row. Runs the loop until the client answers, at

@@ -37,8 +37,8 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // The path has changed at `noticed`. But if the machine has resumed since then, keep the time of the
-    // resume in `currentSince`: the wait before a loss is reported starts at the resume.
+    // The wait before a loss is reported starts at `currentSince`: when the path changed (`noticed`), or at
+    // the last resume if the machine resumed later.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

@@ -36,8 +36,8 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// Reports of an unchanged path must not delay the report of a changed path. So if the path has changed, this
-/// rule ignores the earlier reports of an unchanged path.
+/// Reports of an unchanged path must not delay the report of a changed path. So if the path has changed, only
+/// the earlier reports of a changed path count.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;

@@ -197,7 +197,7 @@ Device deviceOf(unsigned index, const std::string& folder) {
   return device;
 }
 
-/// Returns the medium that the device's own description states; unknown if it states none. `mediumOf` then
+/// Returns the medium, judged only by the attributes of the device itself. If this is unknown, `mediumOf`
 /// looks at the devices beneath.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const Device device = deviceOf(index, devices + "/" + link.name);

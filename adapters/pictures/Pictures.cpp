@@ -78,8 +78,8 @@ std::uint8_t toByte(double value) {
   return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
 }
 
-/// Returns the QR code of `message`, one pixel per module. Absent when `message` is too long for this error
-/// correction `level`.
+/// Returns the QR code of `message` with its white border, one pixel per module. Absent when `message` is too
+/// long for this error correction `level`.
 std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   constexpr int anyVersion = 0;
   const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(

@@ -85,7 +85,7 @@ void StandardInput::applyHiding() {
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
   if (shown != hidden) {
-    silenced = false;  // the echo is as wanted already, and this object has not switched it off
+    silenced = false;  // ECHO already has the requested value, so there is nothing to undo later
     return;
   }
   settings.c_lflag ^= ECHO;

@@ -17,7 +17,7 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Writes through a new descriptor, because O_NONBLOCK on `descriptor` would also affect other processes.
+  /// Opens the pipe or terminal again: O_NONBLOCK on `descriptor` itself would affect other processes too.
   StandardOutput(EventLoop& loop, int descriptor);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: the buffer of bytes that are not yet

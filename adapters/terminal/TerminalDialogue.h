@@ -36,7 +36,7 @@ class TerminalDialogue {
   struct Step {
     std::string text{};                   ///< the text to print
     std::optional<AlertAnswer> answer{};  ///< set when the dialogue has ended
-    std::string action{};                 ///< the caller performs it on `Alert::target`; empty: none
+    std::string action{};                 ///< the action to perform on `Alert::target`; empty: none
   };
   /// Takes the user's answer to the open question, and returns what to do next.
   Step take(const std::string& line);

@@ -59,8 +59,8 @@ void TerminalFace::add(const Notification& notification) {
   changed();
 }
 
-/// Prints once for several changes that come together. While an alert is open, prints nothing, because the
-/// last lines on the terminal belong to the alert. After the alert is answered, `resume` prints the changes.
+/// Queues a job that prints all changes since the last print. While an alert is open, the job prints nothing,
+/// because the last lines on the terminal belong to the alert. After the answer, `resume` prints the changes.
 void TerminalFace::changed() {
   if (std::exchange(printPending, true)) return;
   queue.async([this] {
@@ -145,7 +145,7 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 
 void TerminalFace::refuseLine() {
   // On a terminal, or while an alert is open, discard the lines after the refused line: they would answer the
-  // wrong question. Otherwise keep these lines: each line from the pipe is a menu command of its own.
+  // wrong question. In a pipe or file without an open alert, each line is a menu command of its own: keep it.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");

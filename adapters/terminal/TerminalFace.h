@@ -19,7 +19,7 @@ namespace kestrune {
 class TerminalFace final : public StatusItem, public AlertQueue, public Notifications {
  public:
   /// `styled`: text may be bold or faint. `colored`: pictures may use colours. Both count only if the output
-  /// is a terminal. `givenLoop` and `givenDesktop` outlive this object.
+  /// is a terminal. `givenLoop` and `givenDesktop` must outlive this object.
   TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
 
   void addToStatusBar(double length) override;
@@ -38,7 +38,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// process exits.
   void close();
 
-  /// Undoes the replacement of standard input by "/dev/null". Call this just before execve.
+  /// Restores standard input, which the constructor replaced by "/dev/null". Call this just before execve.
   void giveBackInput() const { input.giveBack(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new

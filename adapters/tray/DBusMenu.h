@@ -44,7 +44,7 @@ class DBusMenu final : public BusClient {
   DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);
-  /// Tells how the present tray host differs from most hosts. Without a call, no difference is assumed.
+  /// Sets how the present tray host differs from most hosts. By default, it does not differ.
   void setForm(const TrayHostForm& form);
 
   void busConnected() override;

@@ -18,7 +18,7 @@ struct TrayParts {
   SessionBus& bus;
   DispatchQueue& queue;           ///< the main queue
   const MainBundle& bundle;       ///< contains the icon files
-  std::function<void()> onClick;  ///< called at a click if the host does not open the menu itself
+  std::function<void()> onClick;  ///< called at a click if the tray host does not open the menu itself
   /// Called with the activation token that the host sends before a click. The token may have any length, and
   /// may come from any program on the bus. Null: tokens are ignored.
   std::function<void(std::string_view)> onToken = nullptr;

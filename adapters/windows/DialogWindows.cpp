@@ -52,8 +52,8 @@ void DialogWindows::giveUp() {
   alertProcess.reset();
   while (!open.empty()) {
     const Open& lost = open.back();
-    // Leave out the accessory view. Its fields may contain secrets, but desktops keep notifications, and
-    // other programs can read these.
+    // Leave out the accessory view. Its fields may contain secrets, and other programs can read the
+    // notifications that a desktop keeps.
     program.notifications.add({.identifier = "alert-" + std::to_string(lost.id),
                                .title = lost.alert.messageText,
                                .body = lost.alert.informativeText,
@@ -70,8 +70,7 @@ void DialogWindows::setMenu(const Menu& changed) {
 
 void DialogWindows::showMenu() {
   if (menuProcess) return menuProcess->send(dialogs::Raise{std::exchange(token, {})});
-  // The second handler is needed because the process ends without an event if the user closes the window
-  // without a choice.
+  // If the user makes no choice, no event `Chosen` comes. Then the second handler runs when the process ends.
   menuProcess = std::make_unique<DialogProcess>(
       loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
       [this](bool) { menuProcess.reset(); });

@@ -16,7 +16,7 @@ namespace kestrune {
 /// not open menus. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
-  /// `loop` and `program` outlive this object.
+  /// `loop` and `program` must outlive this object.
   DialogWindows(EventLoop& loop, DialogProgram& program);
 
   /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray. The token works once:

@@ -200,7 +200,8 @@ TEST_F(TheAlertWindows, CallNoCompletionAfterClose) {
     present("top");
     windows.close();
   };
-  // The button's action presents "top" and closes the windows, so "top" must never be shown.
+  // The action of the button "quit" requests the alert "top", and then closes all windows. So no window may
+  // open for "top".
   run.say(Pressed{lastId, "quit"});
   EXPECT_TRUE(run.ends());
   settleQueue(loop);
@@ -298,8 +299,8 @@ TEST_P(AlertWindowsWithAProgramThat, BecomeNotifications) {
   for (const char* const message : {"a", "b"}) present(message);
   EXPECT_EQ(answers, Texts{});
   ASSERT_TRUE(areAnswered(2));
-  // The client was not told to close its windows: the fixture does that only in its destructor. So the client
-  // must have ended the program on its own, even a program that hangs.
+  // Only the fixture's destructor calls `windows.close`. So the client must have ended the program on its
+  // own, even a program that hangs.
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
   EXPECT_EQ(answers, (Texts{"a cancelled", "b cancelled"}));

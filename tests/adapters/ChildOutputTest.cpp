@@ -18,7 +18,7 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// A call that takes longer than this has waited for a child's descendant, which holds a pipe open for 60 s.
+// Each measured call must take less time than this. None may wait for a descendant that lives for 60 s.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {
@@ -136,7 +136,7 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // SIGPIPE ends the writing descendant, because readOutput has closed the read ends of its pipes.
+    // readOutput has closed the read ends of the pipes. So SIGPIPE ends the descendant, which still writes.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }

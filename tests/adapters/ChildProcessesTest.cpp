@@ -206,8 +206,8 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
       for (int i = 0; i < 5; ++i) {
         const std::string text = std::to_string(thread * 100 + i);
         const auto child = launch({"out", text, "exit", "0"});
-        // If another child had inherited the write end of this pipe, there would be no end of file when this
-        // child ends, and readOutput would time out.
+        // If another child had inherited the write end of the pipe of `child`, that pipe would have no end of
+        // file when `child` ends, and readOutput would time out.
         if (child->readOutput(patience) != text) continue;
         while (child->isRunning()) std::this_thread::yield();
         if (child->terminationStatus() == 0) ++successes;

@@ -33,7 +33,7 @@ class RecordingMachine {
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
 
-  /// Returns for each started program: its name, KESTRUNE_MENU_CLIENT_RELAUNCH, its PID and its arguments.
+  /// Returns for each started program: its name, $KESTRUNE_MENU_CLIENT_RELAUNCH, its PID, its arguments.
   Texts record() const {
     std::ifstream file(folder.file("record"));
     Texts entries;

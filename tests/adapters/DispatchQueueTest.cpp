@@ -317,7 +317,7 @@ TYPED_TEST(MainQueueContract, DelayCountsFromTheCall) {
 }
 
 TYPED_TEST(MainQueueContract, DelayedJobsRunInTheOrderOfTheirDueTimes) {
-  // The longest delay is so long that job 3 is due last even if a slow machine pauses between these calls.
+  // A slow machine may pause between these calls. With a delay of 0.5 s, job 3 is still due last.
   this->post(Seconds{0.5}, 3);
   this->post(Seconds{0.005}, 1);
   this->post(Seconds{0.010}, 2);

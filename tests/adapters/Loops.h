@@ -15,7 +15,7 @@ struct VirtualLoop {
   CallLog log;
   FakeLoop loop{clock, log};
 
-  /// Lets virtual time pass until `condition` holds; returns false if it does not within 5 s.
+  /// Lets virtual time pass until `condition` holds, for at most 5 s. Then returns whether `condition` holds.
   bool letPassUntil(const std::function<bool()>& condition) {
     for (int step = 0; step < 5000 && !condition(); ++step) loop.advance(Seconds{0.001});
     return condition();

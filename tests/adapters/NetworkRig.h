@@ -35,8 +35,8 @@ inline constexpr NetworkPath viaSomething{.satisfied = true};
 /// `monitor` reports every change at once: its timing, `atOnce`, delays no report.
 struct NetworkRig {
   NetworkRig() {
-    // Switch IPv6 off. Its netlink messages also wake the monitor, so no test would notice if the monitor
-    // missed an IPv4 message.
+    // Switch IPv6 off. Otherwise its netlink messages would wake the monitor too, and no test would notice if
+    // the monitor missed an IPv4 message.
     setIPv6("default/addr_gen_mode", 1);  // no link-local addresses
     setIPv6("all/disable_ipv6", 1);
     setIPv6("default/disable_ipv6", 1);

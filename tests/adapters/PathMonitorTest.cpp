@@ -130,7 +130,7 @@ struct NetworkResume : ::testing::Test, MonitoredNetwork {
     EXPECT_EQ(resumes(), 0u);
   }
 
-  /// Returns the number of updates since the start, each of which must be `viaCable`.
+  /// Returns the number of updates since the start. Checks that every update is `viaCable`.
   std::size_t resumes() {
     EXPECT_TRUE(roundTrip.succeeds(loop));
     EXPECT_TRUE(isIdle(loop));

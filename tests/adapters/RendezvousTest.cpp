@@ -36,10 +36,9 @@ using Tokens = std::vector<std::string>;
 constexpr Seconds moment{0.05};
 const Claim replacement{.kind = Kind::replace, .predecessor = getpid()};
 
-/// A child process that tries to become the one client of the user. It reports to the test: "waiting" if the
-/// claim is not decided at once; then "client" if the child is now the client, or "second" if another process
-/// is the client. A child that is the client reports "shown" at each request to show the menu, and runs until
-/// a signal ends it.
+/// A child process that calls `claim`. If `claim` does not return at once, the child reports "waiting" to the
+/// test. Then it reports "client" if `claim` has returned true, else "second". After "client", it reports
+/// "shown" at each request to show the menu, and runs until a signal ends it.
 struct InstanceProgram : ForkedProgram {
   explicit InstanceProgram(const InstanceFolders& folders, const Claim& claim = {})
       : ForkedProgram([&folders, &claim](const Say& say) {

@@ -162,8 +162,8 @@ TEST_F(DescriptorShortage, LaunchLeaksNoDescriptor) {
 TEST_F(DescriptorShortage, ReservedLaunchHasSpareDescriptors) {
   RealChildren children;
   ChildProcesses& processes = children.processes;
-  // From here on, this process can open no descriptor. But `processes` holds spare descriptors, and
-  // reserveForThisThread closes them: the next launch then opens its pipes with their numbers.
+  // The limit leaves no free descriptor, so a launch fails. reserveForThisThread closes the spare descriptors
+  // of `processes`: the next launch can use their numbers for its pipes.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
   processes.reserveForThisThread();

@@ -244,7 +244,7 @@ TEST_F(StandardOutputTo, AFileGetsTheTextAfterWhatOthersWrote) {
 TEST_F(StandardOutputTo, APipeOrTerminalThatCannotBeOpenedAgainDoesNotBlock) {
   for (const int foreign : {pipe.writing.get(), terminal.inside.get()}) {
     ForkedProgram program([foreign](const ForkedProgram::Say& say) {
-      // The descriptor can be written to, but its file cannot be opened again, as after setuid(2).
+      // After fchmod and setresuid, this process can use the descriptor, but cannot open its file again.
       fchmod(foreign, 0);
       constexpr uid_t nobody = 65534;
       if (geteuid() == 0 && setresuid(nobody, nobody, nobody) != 0) say("is still root");

@@ -36,7 +36,7 @@ std::string nextRow(sd_bus_message* message) {
   return std::to_string(id) + (children.empty() ? "" : "(" + children + ")");
 }
 
-/// A client with a menu of 29 rows. `runOn` starts a tray host, which can own the bus names of a desktop.
+/// A client with a menu of 29 rows. `runOn` starts a tray host for this client.
 struct TrayForm : EmptyDesk {
   TrayForm() {
     for (int id = 1; id <= 29; ++id)

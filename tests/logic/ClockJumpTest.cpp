@@ -30,8 +30,7 @@ struct ClockJump : ControllerTest, ::testing::WithParamInterface<Jump> {
     }
   }
 
-  /// Returns a function. Its first call makes the clocks jump, and runs what is then due on the main thread.
-  /// Later calls do nothing.
+  /// Returns a function. Its first call makes the clocks jump, and runs `serveMain`. Later calls do nothing.
   std::function<void()> jumpOnce() {
     return [this, done = false]() mutable {
       if (std::exchange(done, true)) return;

@@ -83,7 +83,7 @@ struct EnvWriter : ControllerTest {
     EXPECT_EQ(controller->saveEnvValues(values), saved);
     return env();
   }
-  /// Returns the contents of the file after saving `values` while there is no file.
+  /// Removes the file, saves `values`, and returns the contents of the new file.
   std::string afterNone(const Values& values) {
     machine.fileManager.files.erase(envFile);
     EXPECT_EQ(controller->saveEnvValues(values), saved);

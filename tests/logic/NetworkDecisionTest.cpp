@@ -157,8 +157,8 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
 TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // The loss began at 5000 ms, so its report is due at 7000 ms. A burst of messages is going on then. The
-  // report waits for the end of the burst, because the network may come back.
+  // The report is due at 7000 ms. It comes at 7050 ms, because the message at 6800 ms begins a burst of
+  // 250 ms, and the network may be back at the end of the burst.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 

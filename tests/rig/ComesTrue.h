@@ -25,8 +25,8 @@ inline bool comesTrueElsewhere(EventLoop& loop, const std::function<bool()>& con
   return comesTrue(loop, condition);
 }
 
-/// Runs all jobs on the main queue of the loop, then the jobs that these jobs have posted, and so on, 12
-/// times.
+/// Runs the jobs on the main queue of the loop. Then runs the jobs that these jobs have posted, and so on.
+/// Stops after 12 rounds.
 inline void settleQueue(EventLoop& loop) {
   for (int round = 0; round < 12; ++round) {
     bool done = false;

@@ -11,8 +11,8 @@
 
 #include "tests/rig/ForkedProgram.h"
 
-// Only builds with a sanitizer define these functions; in other builds, their addresses are null. With a
-// sanitizer, mallinfo2() counts nothing.
+// Builds with a sanitizer define these functions; they replace mallinfo2(), which counts nothing there. In
+// other builds, the addresses of these functions are null.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
                                                          void (*onFree)(const volatile void*))

@@ -44,7 +44,7 @@ class PrivateBus {
   /// Kills the bus, which closes the connections of its clients without a message.
   void stop() { daemon.reset(); }
 
-  /// Suspends the bus: until thaw(), clients can send messages, but get no answer.
+  /// Suspends the bus: until thaw(), clients can send messages, but the bus delivers none.
   void freeze() const {
     daemon->tell(SIGSTOP);
     waitpid(daemon->pid(), nullptr, WUNTRACED);

@@ -41,7 +41,7 @@ class Soak {
   void live(Seconds duration);
   /// Like live(), but the user quits at a random moment within `duration`.
   void liveAndQuit(Seconds duration);
-  /// Stops the events until the next `live`, repairs the backend, answers all windows and waits for the next
+  /// Stops the events until the next `live`, repairs the backend, cancels all alerts and waits for the next
   /// status. Then checks that no work is under way.
   void calmDown();
   void quit();

@@ -37,7 +37,8 @@ class SoakRules {
   void end() { ending = true; }
 
   bool isCommandUnderWay() const { return linesRunning > 0; }
-  /// Checks that no work is under way or left over, and that the menu shows a healthy backend.
+  /// Checks that no job is queued and no shell line runs. Checks that the menu shows a healthy backend, or a
+  /// stopped backend if auto-connect is off.
   void checkCalm() const;
   /// Checks that the backend was stopped exactly once. Checks that the client holds no power assertion, has
   /// no timer, does not watch the network, and has not changed the menu or the tray icon after the stop.

@@ -131,8 +131,8 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // Give the program a path that no other test uses. Error messages contain the path, and a message that
-    // another test in this process has printed would not be printed again.
+    // Give the program a path that no other test uses. Error messages contain the path, and a process prints
+    // the same message only once.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }

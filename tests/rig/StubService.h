@@ -84,7 +84,7 @@ class StubService {
     done.get_future().get();
   }
 
-  /// Returns when the bus has passed on all answers that this service has sent.
+  /// Returns when the bus daemon has passed all replies of this service on to the callers.
   void settle() {
     perform([this] {
       must(sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",

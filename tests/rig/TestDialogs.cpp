@@ -9,7 +9,7 @@
 
 // A fake KestruneMenuDialogs. Connects to the socket TEST_DIALOGS_SOCKET, on which the test listens. Copies
 // everything from standard input to the socket, and everything from the socket to standard output. Ends when
-// the client or the test closes its side.
+// standard input or the socket is at end of file.
 
 namespace {
 

@@ -111,7 +111,7 @@ std::variant<Message, std::string> decode(const std::string& line) {
     }
     const auto message = fromJson<Message>(object);
     // The library also accepts `true` for 1, truncates numbers that do not fit into an int, and ignores
-    // unknown members. To reject such an event, encode it again and compare the result with the line.
+    // unknown members. To reject such an event, encode it again and compare the result with `object`.
     if (message && (!isChecked || toJson(*message) == object)) return *message;
   } catch (const Json::exception&) {
     // Do not report the text of the exception: it quotes the line, which may contain a secret.

@@ -7,9 +7,9 @@
 #include "ports/Menu.h"
 
 // The protocol between the client and KestruneMenuDialogs: one JSON object per line. Requests go to the
-// program's standard input, events come from its standard output. Both programs link these functions. Each
-// line contains `protocolVersion`, because after an upgrade one of the two running programs may be older. The
-// value of an enumeration is encoded as a number.
+// program's standard input, events come from its standard output. Each line contains `protocolVersion`,
+// because after an upgrade one of the two running programs may be older. The value of an enumeration is
+// encoded as a number.
 
 namespace kestrune::dialogs {
 
@@ -21,8 +21,8 @@ struct ShowAlert {
   Alert alert;
 };
 
-/// Asks to bring all windows to the front. The token lets the next window that is shown or brought to the
-/// front take the focus.
+/// Asks to bring all windows to the front. The token is for the next window that is shown or brought to the
+/// front: with the token, that window gets the focus.
 struct Raise {
   std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
