@@ -39,10 +39,6 @@ ROWS = [
 PAIRING = "https://relay.example.com", "a-token-of-the-phone"
 
 
-class Failed(Exception):
-    """A program ended with an error."""
-
-
 @dataclass
 class Row:
     text: str  # empty for a separator
@@ -78,11 +74,11 @@ class Desktop:
 
     @staticmethod
     def run(*command, check=True, **options):
-        """Runs the command and returns its standard output. If `check`, raises Failed if the exit status is not 0."""
+        """Runs the command and returns its standard output. If `check`, raises ChildProcessError if the command fails."""
         done = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, capture_output=True, text=True,
                               timeout=PATIENCE, **options)
         if check and done.returncode != 0:
-            raise Failed(f"{command} ends with {done.returncode}: {done.stdout}{done.stderr}")
+            raise ChildProcessError(f"{command} ends with {done.returncode}: {done.stdout}{done.stderr}")
         return done.stdout.strip()
 
     @staticmethod
@@ -119,7 +115,7 @@ class Desktop:
             try:
                 if value := condition():
                     return value
-            except (Failed, GLib.Error, LookupError, ValueError) as error:
+            except (ChildProcessError, GLib.Error, LookupError, ValueError) as error:
                 fault = f": {error}"  # the condition may ask for an object that does not exist yet
             if deadline.left() == 0:
                 raise AssertionError(f"not within {seconds:g} s: {what}{fault}")
@@ -163,8 +159,8 @@ class Desktop:
             time.sleep(0.5)
 
     def picture(self, place, path=None):
-        path = path or self.shot("now")
-        return Picture(place.width, self.output_of("convert", path, "-crop", str(place), "-depth", "8", "rgb:-"))
+        data = self.output_of("convert", path or self.shot("now"), "-crop", str(place), "-depth", "8", "rgb:-")
+        return Picture(place.width, data)
 
     def window(self, title):
         """Waits for the client's window with this title, and returns it."""
@@ -267,16 +263,12 @@ class Desktop:
         """Compares all rows of the open menu with `ROWS`."""
         rows = self.rows()
         for number, (row, expected) in enumerate(zip(rows, ROWS), 1):
-            wrong = []
-            if not re.fullmatch(self.told(expected), row.text):
-                wrong.append("text")
-            if row.checked != (number in CHECKED):
-                wrong.append("check mark")
-            # A heading is disabled, except where the desktop shows it as a row that opens a submenu.
-            if row.text and row.enabled != (number in ENABLED | self.submenus):
-                wrong.append("enabled")
-            if wrong:
-                self.tell(False, f"row {number}: {', '.join(wrong)} of {row}")
+            wrong = {"text": not re.fullmatch(self.told(expected), row.text),
+                     "check mark": row.checked != (number in CHECKED),
+                     # A heading is disabled, except where the desktop shows it as a row that opens a submenu.
+                     "enabled": row.text and row.enabled != (number in ENABLED | self.submenus)}
+            if any(wrong.values()):
+                self.tell(False, f"row {number}: {', '.join(name for name in wrong if wrong[name])} of {row}")
         self.tell(len(rows) == len(ROWS), f"the menu has {len(ROWS)} rows: {len(rows)}")
         print("       " + " | ".join(row.text or "—" for row in rows))
 
