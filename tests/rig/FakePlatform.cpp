@@ -50,6 +50,22 @@ struct FakeStatusFeed::Subscription final : StatusSubscription {
   std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
 };
 
+void FakeStatusItem::addToStatusBar(double givenLength) {
+  log.emplace_back("addToStatusBar");
+  length = givenLength;
+}
+
+void FakeStatusItem::setButton(const StatusButton& button) {
+  log.push_back("setButton " + button.toolTip.value_or("-"));
+  buttons.push_back(button);
+}
+
+void FakeStatusItem::setMenu(Menu menu) {
+  log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
+  menus.push_back(std::move(menu));
+  if (whenMenuIsSet) whenMenuIsSet();
+}
+
 void FakeStatusFeed::publish(StatusLine newest) {
   const std::string line = newest();
   const bool isNew = lines.empty() || lines.back() != line;
@@ -161,6 +177,14 @@ FileContents FakeFileManager::contents(const std::string& path) const {
   if (found == files.end()) return {ReadOutcome::unreadable, {}, "not there"};
   if (found->second.size() > sizeLimit) return {ReadOutcome::tooLarge, {}, "too large"};
   return {ReadOutcome::read, found->second};
+}
+
+Result<> FakeFileManager::writeAtomically(const std::string& path, const std::string& contents) {
+  log.push_back("write " + path);
+  if (writeError) return Failure{*writeError};
+  unreadable.erase(path);
+  files[path] = contents;
+  return Done{};
 }
 
 Result<> FakeFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {

@@ -18,20 +18,10 @@ namespace kestrune::testing {
 
 struct FakeStatusItem final : StatusItem {
   explicit FakeStatusItem(CallLog& givenLog) : log(givenLog) {}
-  void addToStatusBar(double givenLength) override {
-    log.emplace_back("addToStatusBar");
-    length = givenLength;
-  }
+  void addToStatusBar(double givenLength) override;
   bool hasButton() const override { return buttonExists; }
-  void setButton(const StatusButton& button) override {
-    log.push_back("setButton " + button.toolTip.value_or("-"));
-    buttons.push_back(button);
-  }
-  void setMenu(Menu menu) override {
-    log.push_back("setMenu " + (menu.items.size() > 1 ? menu.items[1].title : "-"));
-    menus.push_back(std::move(menu));
-    if (whenMenuIsSet) whenMenuIsSet();
-  }
+  void setButton(const StatusButton& button) override;
+  void setMenu(Menu menu) override;
 
   CallLog& log;
   bool buttonExists = true;
@@ -313,13 +303,7 @@ struct FakeFileManager final : FileManager {
     return files.contains(path) || unreadable.contains(path);
   }
   FileContents contents(const std::string& path) const override;
-  Result<> writeAtomically(const std::string& path, const std::string& contents) override {
-    log.push_back("write " + path);
-    if (writeError) return Failure{*writeError};
-    unreadable.erase(path);
-    files[path] = contents;
-    return Done{};
-  }
+  Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override {
     log.push_back("write privately " + path);
     if (keepError) return Failure{*keepError};
