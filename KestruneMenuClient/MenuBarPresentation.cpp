@@ -31,7 +31,7 @@ ImageRef asMenuBarLogo(ImageRef image) {
 
 }  // namespace
 
-// --- lamp, logo, button
+// --- status item: the lamp (a coloured dot), the logo and the button
 
 void AppDelegate::configureStatusItem() {
   statusItem = &platform.statusItem;

@@ -9,7 +9,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t rowLimit = 200;  // characters (grapheme clusters); displayRow() cuts a longer text
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // bytes; displayRow() reads no more of a longer text
+constexpr std::size_t rowByteLimit = 64 * rowLimit;  // displayRow() reads at most so many bytes
 
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.

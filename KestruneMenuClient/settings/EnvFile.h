@@ -53,10 +53,10 @@ class EnvFile {
   /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
-  /// Returns the text with `values`: rewrites every line that defines one of the keys, and appends the
-  /// missing keys in ascending order. Replaces each newline character (see `trimmed` in Text.h) by a line
-  /// feed. CR LF is two newline characters, and becomes two line feeds. Absent when the result would exceed
-  /// `limit` bytes.
+  /// Returns the text of the file after setting `values`: rewrites every line that defines one of the keys,
+  /// and appends the missing keys in ascending order. In the whole text, each newline character (see
+  /// `trimmed` in Text.h) becomes a line feed, so CR LF becomes two line feeds. Absent when the result would
+  /// exceed `limit` bytes.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
   /// Returns whether `with(values)` would change a non-empty value that the user has not seen. `shown`: the

@@ -22,7 +22,6 @@ bool isFault(std::string_view line) {
                       [line](const CodexItem& item) { return contains(line, item.label); });
 }
 
-/// Removes `prefix` from the start of `line`; returns false when the line starts differently.
 bool takePrefix(std::string_view& line, std::string_view prefix) {
   if (!line.starts_with(prefix)) return false;
   line.remove_prefix(prefix.size());

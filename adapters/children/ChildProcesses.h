@@ -36,8 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  // `reserveForThisThread` closes these descriptors. A later launch can then open its pipes, even if this
-  // process had no free descriptor (RLIMIT_NOFILE).
+  // Placeholders that `reserveForThisThread` closes. A later launch can then open its pipes with their
+  // numbers, even if all other descriptors are in use (RLIMIT_NOFILE).
   std::array<FileDescriptor, 4> spare;
 };
 

@@ -60,11 +60,11 @@ std::string repoArgument(const std::string& repo) {
   return std::string("\"") + repoVariable + "=" + (canBeQuoted(repo) ? repo : ".") + "\"";
 }
 
-/// Returns the text without blanks at its ends: parsers ignore blanks around "=" and at the end of a line.
+/// Returns the text without spaces at its start, and without spaces and carriage returns at its end. Parsers
+/// of desktop entries ignore these characters.
 std::string_view withoutBlanks(std::string_view text) {
-  const auto first = text.find_first_not_of(' ');
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \r") + 1 - first);
+  text = text.substr(0, text.find_last_not_of(" \r") + 1);
+  return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
 
 struct Value {

@@ -57,7 +57,7 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
-  // For tests:
+  // Only tests call the functions below:
 
   /// Runs jobs of the main queue until the queue is empty.
   void runMain();
