@@ -28,8 +28,8 @@ struct OperationResult {
 };
 
 /// The controller: holds the application's state and performs all menu actions. Its callbacks hold shared and
-/// weak pointers to it, so a `std::shared_ptr` must own the controller of a running client. Main thread,
-/// unless a comment says otherwise.
+/// weak pointers to it. So a `std::shared_ptr` must own the controller before a method that sets callbacks is
+/// called. Main thread, unless a comment says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
                           public std::enable_shared_from_this<AppDelegate> {
@@ -137,8 +137,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
   /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
-  /// that the user saw. If saving overwrites a value that the user neither saw nor entered, first copies the
-  /// file to ".env.previous", and shows a notification after saving. If `shown` is null, makes no copy.
+  /// that the dialog showed. The file may hold another value now, for example if it has changed while the
+  /// dialog was open. If saving would overwrite such a value, first copies the file to ".env.previous", and
+  /// shows a notification after saving. If `shown` is null, makes no copy.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no
@@ -217,7 +218,6 @@ class AppDelegate final : public ApplicationDelegate,
   const std::string repoPath;
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
   const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
-  /// The state that the menu shows.
   StatusSnapshot current;
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;

@@ -72,7 +72,6 @@ const std::map<std::string_view, bool Request::*> flags{
 std::unique_ptr<Host> host;
 std::shared_ptr<ApplicationDelegate> delegate;
 
-/// Prints `words` on standard error, after the program's name.
 void complain(const std::string& words) {
   std::fprintf(stderr, "KestruneMenuClient: %s\n", words.c_str());
 }

@@ -20,8 +20,8 @@ namespace kestrune::dialogs {
 /// need more room.
 int pixels(double points);
 
-/// Returns the desktop's font with this weight and this size; 13 points are the size of the desktop's font.
-/// The minimum size is 8 pt (at 96 dpi), or the size of the desktop's font if that font is smaller than 8 pt.
+/// Returns the desktop's font with this weight, at `points` / 13 times its size. The result is not smaller
+/// than 8 pt (at 96 dpi), or than the desktop's font if that font is smaller than 8 pt.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt prefer an installed colour emoji font to a black-and-white font. If no colour emoji font is

@@ -30,8 +30,9 @@ class DialogWindow : public QDialog {
   /// the program's name.
   void setName(const QString& name);
 
-  /// Called once, when the window is mapped but not painted yet. A derived class overrides this
-  /// to do slow work that does not change the window's layout.
+  /// Called once, after the window is mapped and before it is painted. A derived class does slow
+  /// work here and not in its constructor, so that the window appears sooner. This work must not
+  /// change the window's layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;

@@ -67,7 +67,6 @@ class Input {
   /// Returns the next `count` bytes, or all bytes that are left if there are fewer.
   std::string_view piece(std::size_t count) { return take(count); }
 
-  /// Returns all bytes that are left.
   std::string_view rest() { return take(left.size()); }
 
  private:

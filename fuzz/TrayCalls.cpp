@@ -167,7 +167,7 @@ class Desk {
                                            method.member) >= 0,
             "a call can be made");
     const BusMessage owned(message);
-    // Skip arguments that D-Bus cannot carry, such as text that is not UTF-8.
+    // Skip the call if D-Bus cannot carry its arguments, for example text that is not UTF-8.
     if (append(message, types, input) < 0) return;
     answered = false;
     sd_bus_slot* slot = nullptr;

@@ -47,7 +47,6 @@ class Host {
   [[noreturn]] virtual void leave(int status) = 0;
 };
 
-/// The options with which the program was started.
 struct StartOptions {
   Face face = Face::tray;
   bool background = false;               ///< do not make a running client show its menu

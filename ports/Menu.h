@@ -18,7 +18,6 @@ class ActionTarget {
   virtual void performAction(std::string_view action) = 0;
 };
 
-/// One row of a menu.
 struct MenuItem {
   int id = 0;  ///< greater than 0, unique in its menu; a row keeps its id when the menu is replaced
   bool isSeparator = false;

@@ -17,9 +17,10 @@ class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end. Some
-  /// pipes hold less than 64 KiB, and a full pipe blocks the child. So each call also reads from a full pipe
-  /// if the child has written less than 64 KiB to this pipe.
+  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end: if a pipe
+  /// is full before the child has written 64 KiB to it, each call also reads from this pipe. So the child can
+  /// write 64 KiB to each pipe, even if the pipe holds less. A child that writes more may block until
+  /// `readOutput` is called.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -13,7 +13,7 @@ enum class ImagePosition { noImage = 0, imageOnly = 1 };
 /// The look of a status item's button.
 struct StatusButton {
   std::string title{};
-  ImageRef image{};  ///< null: no image
+  ImageRef image{};
   ImagePosition imagePosition = ImagePosition::noImage;
   std::optional<std::string> toolTip{};
   std::optional<std::string> accessibilityLabel{};

@@ -219,7 +219,7 @@ std::string withoutControls(std::string_view text) {
 }
 
 std::string displayRow(std::string_view text) {
-  // To save time, cut the text before the conversion: `text` may have many megabytes.
+  // Cut `text` before withoutControls(), to save time: `text` may have many megabytes.
   return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
 }
 

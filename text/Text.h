@@ -10,7 +10,6 @@
 
 namespace kestrune {
 
-/// Returns whether `bytes` are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
 /// Returns `text` without the white space and newlines at its two ends. White space means the tab and
@@ -49,7 +48,6 @@ std::vector<std::string> split(std::string_view text, char separator);
 /// Returns the longest prefix of `text` that has at most `limit` bytes and does not end inside a code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
-/// Returns `text` without terminal escape sequences.
 std::string withoutEscapeSequences(std::string_view text);
 
 /// Returns `text` made safe to display. Removes the terminal escape sequences. Then replaces each control

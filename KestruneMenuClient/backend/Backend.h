@@ -36,7 +36,8 @@ std::string clientCommand(std::string_view subcommand);
 std::string shellEscape(std::string_view text);
 
 /// Returns a line that enters the backend's folder, activates its virtual environment and runs
-/// `clientCommand`. Does not escape `repoPath`.
+/// `clientCommand`. Puts `repoPath` between single quotes as it is. So the line does not work if `repoPath`
+/// contains a single quote.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
 
 /// Returns a shell script that ends all services and processes of the backend. The script exits with status

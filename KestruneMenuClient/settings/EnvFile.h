@@ -31,8 +31,9 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 /// Values of the backend's .env by key. A key must not contain an equals sign.
 using EnvValues = std::map<std::string, std::string>;
 
-/// The text of the backend's .env: lines of the form KEY=VALUE, without quotes, escapes or trailing comments.
-/// `value` and `with` split the text into lines by different rules: see there. Pure; any thread.
+/// The text of the backend's .env: lines of the form KEY=VALUE. Quotes, backslashes and "#" have no special
+/// meaning in a value. `value` and `with` split the text into lines by different rules, which their comments
+/// describe. Reads and writes no file. Any thread.
 class EnvFile {
  public:
   /// Stands for a file that does not exist. It has no line, whereas an empty file has one empty line.
@@ -40,8 +41,8 @@ class EnvFile {
   /// `contents` must be well-formed UTF-8.
   explicit EnvFile(std::string contents);
 
-  /// Returns the file with the text `read`; absent when the file could not be read (also when it does not
-  /// exist), or when the bytes are not well-formed UTF-8.
+  /// `read`: the result of reading the file. Returns an EnvFile with the text that was read; absent if the
+  /// file does not exist or could not be read, or if its bytes are not well-formed UTF-8.
   static std::optional<EnvFile> in(FileContents read);
 
   /// Returns the whole text; empty for a file that does not exist.

@@ -146,7 +146,8 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
     // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file. A line end would split the value into
-    // two lines. If the dialog already showed a line end (`before`), then the line ends in .env are not LF.
+    // two lines. When the client reads .env, only LF ends a line. So if the value that the dialog showed
+    // (`before`) already contained a line end, .env has line ends other than LF.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);

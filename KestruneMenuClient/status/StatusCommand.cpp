@@ -14,7 +14,7 @@ constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};
 
-/// Returns `json`, from which `status` was parsed, in the format that the user has chosen.
+/// Returns the status in the format that the user has chosen. `status` is the parsed `json`.
 std::string formatted(const std::string& json, const PublishedStatus& status, StatusFormat format) {
   if (format == StatusFormat::json) return json + "\n";
   if (format == StatusFormat::waybar) return statusForWaybar(status) + "\n";

@@ -34,11 +34,11 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void applicationWillTerminate() override;
 
  private:
-  /// Subscribes to the status of the running client.
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();
-  /// Determines the status when no client runs: waits until the network is known, then asks the backend.
+  /// Determines the status when no client runs: waits until it is known how the machine is connected to the
+  /// network, then asks the backend.
   void check();
   void askBackend();
   void checkDidFinish();

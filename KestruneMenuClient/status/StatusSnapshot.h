@@ -15,7 +15,6 @@ namespace kestrune {
 /// The status text that is shown while auto-connect is off.
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
-/// How the machine is connected to the network.
 enum class NetworkKind { unknown, none, wifi, wired, cellular, other };
 NetworkKind networkKind(const NetworkPath& path);
 
@@ -44,7 +43,7 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot);
 /// asked the backend itself.
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient);
 
-/// What this program reads in a line of `statusJson`.
+/// The part of a `statusJson` line that `parseStatusJson` returns.
 struct PublishedStatus {
   ConnectionLampState lamp = ConnectionLampState::warning;
   bool keepsAwake = false;

@@ -57,8 +57,9 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  std::deque<AlertRequest> stacking;  ///< requests of a button inside an open alert; shown above that alert
-  bool performing = false;            ///< whether the action of a button inside an alert is running
+  /// Alerts that the action of a button inside an open alert has requested. Each is shown above that alert.
+  std::deque<AlertRequest> stacking;
+  bool performing = false;  ///< whether the action of a button inside an alert is running
   int lastId = 0;
 };
 

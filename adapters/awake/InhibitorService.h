@@ -76,7 +76,9 @@ class InhibitorService final : public BusClient {
   Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
   Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
   std::map<std::uint32_t, Grant> grants;  ///< key: holder
-  std::map<std::uint64_t, Grant> lateGrants;  ///< requests that timed out; key: serial number of the call
+  /// Requests that timed out. If the service grants one later, `answered` gives the inhibitor back. Key:
+  /// serial number of the call.
+  std::map<std::uint64_t, Grant> lateGrants;
   BusSlot answers;
 };
 

@@ -10,11 +10,12 @@
 
 namespace kestrune {
 
-/// Holds power assertions (which keep the machine or its display awake) as idle inhibitors of D-Bus services.
-/// A suspend that the user asks for is never blocked.
+/// Keeps the machine or its display awake (power assertions). For each assertion, requests idle inhibitors
+/// from D-Bus services. A suspend that the user asks for is never blocked.
 ///
-/// An assertion is held only if every service that `servicesFor` returns has granted an inhibitor for it. So
-/// an assertion can be lost when a service starts, ends or starts again.
+/// An assertion is held only while every service that `servicesFor` returns has granted an inhibitor for it.
+/// An assertion can be lost when a service ends, because its inhibitors end with it. An assertion can also be
+/// lost when a service starts, because the new service has not granted an inhibitor yet.
 ///
 /// `create` blocks for at most 250 ms for each service (`InhibitorService::inhibit`).
 class Inhibitors final : public PowerAssertions {

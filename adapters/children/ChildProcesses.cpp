@@ -53,7 +53,8 @@ struct OutputPipe {
 
   /// Reads from the pipe if it is full although the child has written less than 64 KiB in total. A pipe may
   /// hold less than 64 KiB: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe
-  /// only one or two pages. A page counts as full when the next write does not fit into it.
+  /// only one or two pages. A short write that does not fit into the rest of a page starts a new page. So a
+  /// pipe can be full although its pages hold fewer bytes than their size.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};

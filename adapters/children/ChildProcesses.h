@@ -19,9 +19,9 @@ class ChildProcesses final : public Processes {
   /// of the child or destroys its Process.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// When the child's output has been read, or the Process is destroyed, the child or a descendant may still
-  /// have a pipe open. `leftover` is called with each such pipe. If `leftover` is null, the pipe is closed,
-  /// and a process that writes to it gets SIGPIPE.
+  /// When `readOutput` returns or the Process is destroyed, a pipe may not be at end of file: the child or a
+  /// descendant may still have the write end open. `leftover` is called with the read end of each such pipe.
+  /// If `leftover` is null, the read end is closed, and a process that writes to the pipe gets SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
@@ -36,8 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  // Placeholders that `reserveForThisThread` closes. A later launch can then open its pipes with their
-  // numbers, even if all other descriptors are in use (RLIMIT_NOFILE).
+  // Placeholders, open only to keep four descriptor numbers in use. `reserveForThisThread` closes them. A
+  // later launch can then open its pipes, even if all other numbers are in use (RLIMIT_NOFILE).
   std::array<FileDescriptor, 4> spare;
 };
 

@@ -7,7 +7,6 @@
 
 namespace kestrune {
 
-/// How `spawn` starts a child process.
 struct SpawnOptions {
   std::string executable;              ///< looked up on PATH when it has no slash
   std::vector<std::string> arguments;  ///< without argv[0], the name of the program
@@ -15,7 +14,8 @@ struct SpawnOptions {
   int input = 0;
   int output = 1;
   int error = 2;
-  std::vector<std::string> environment{};  ///< "NAME=VALUE" each, added to the environment of this process
+  /// "NAME=VALUE" each. The child gets these variables and those of this process.
+  std::vector<std::string> environment{};
 };
 
 /// Starts a child in a session of its own (setsid), with default signal handling and no signal blocked.

@@ -132,7 +132,8 @@ class NewFile {
   /// temporary files that killed processes of this user have left in the folder.
   Result<> write(std::string_view contents) {
     removeAbandoned(folder);
-    // Repeat if another process has removed the file as abandoned, between its creation and its lock.
+    // Repeat if another process has taken the new file for an abandoned one: it has locked the file, or has
+    // removed it before this process locked it.
     do {
       name = folder / (std::string(prefix) + std::string(randomPart));
       file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
@@ -155,9 +156,10 @@ class NewFile {
   }
 
   /// Replaces the target like `replaceTarget`, but keeps the old file as `kept`. No file may exist at `kept`.
-  /// Makes `kept` a hard link to the old file. If link(2) fails, copies the old file; if this user may not
-  /// read it, swaps the old file and the new file by RENAME_EXCHANGE. If this process is killed just before
-  /// the swap, `kept` is the complete new file.
+  /// Makes `kept` a hard link to the old file. If link(2) fails, copies the old file to `kept`. If the old
+  /// file cannot be read either, renames the new file to `kept`, then swaps `kept` and the target
+  /// (RENAME_EXCHANGE). If this process is killed between these two steps, the target is still the old file,
+  /// and `kept` is the complete new file.
   Result<> replaceTargetKeeping(const fs::path& kept) {
     if (link(target.c_str(), kept.c_str()) == 0) return replaceTarget();
     // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
@@ -227,7 +229,8 @@ bool isNowhere(const fs::path& file) {
   return stat(file.c_str(), &state) == 0 && S_ISCHR(state.st_mode) && state.st_rdev == makedev(1, 3);
 }
 
-/// Returns the name under which an unreadable file is kept.
+/// Returns a name under which to keep the old file: the first of FILE.unreadable, FILE.unreadable-2,
+/// FILE.unreadable-3 and so on that does not exist yet.
 fs::path nameToKeep(const fs::path& file) {
   const std::string name = file.string() + ".unreadable";
   std::string free = name;

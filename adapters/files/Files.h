@@ -17,12 +17,14 @@ class SystemFileManager final : public FileManager {
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  /// If fchown refuses the old owner, this user owns the new file. The owner always gets read permission. A
-  /// symbolic link to /dev/null is replaced, not followed. Fails for a device and for a FIFO.
+  /// The new file gets the owner of the old file. If fchown(2) fails, the user of this process owns it. The
+  /// owner always gets read permission. Follows symbolic links, but replaces a link to /dev/null. Fails if
+  /// `path` is a folder, a device or a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
-  /// Keeps the old file by a hard link. If the link fails, swaps the old and the new file (RENAME_EXCHANGE).
-  /// If the swap fails too, nothing changes. If the name with ".unreadable" exists, adds a number to it.
+  /// Keeps the old file as FILE.unreadable, or as FILE.unreadable-2 and so on if this name exists. Makes a
+  /// hard link for that. If link(2) fails, copies the old file. If the old file cannot be read either, swaps
+  /// the old and the new file (RENAME_EXCHANGE). If the swap fails too, nothing changes.
   Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override;
   Result<> removeItem(const std::string& path) override;

@@ -213,7 +213,8 @@ void Rendezvous::takePlace() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Listen even without the lock: other processes can then reach this client. But do not listen if another
+    // Locking can fail although no other client holds the lock, for example if the file cannot be created.
+    // Listen in this case too, so that other processes can reach this client. But do not listen if another
     // client holds the lock or listens, or if this client listens already.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   } else if (wasLocked && server.isInPlace()) {

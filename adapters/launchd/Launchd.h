@@ -8,7 +8,8 @@
 
 namespace kestrune {
 
-/// Launch agents: property lists of the programs that launchd starts at login.
+/// Finds and builds the files of launch agents on macOS. Such a file is a property list. It names a program
+/// that launchd starts at login.
 class LaunchdAgents final : public LaunchAgents {
  public:
   /// `givenFiles` must outlive this object.
@@ -29,7 +30,6 @@ class LaunchdAgents final : public LaunchAgents {
 /// Builds shell lines that unload the user's launchd jobs and end processes.
 class LaunchdServiceControl final : public ServiceControl {
  public:
-  /// `userID`: the numeric ID of the user who owns the jobs.
   explicit LaunchdServiceControl(unsigned userID) : domain("gui/" + std::to_string(userID)) {}
 
   std::string unloadLine(const std::string& label) const override;

@@ -40,7 +40,8 @@ struct SerialQueue::State {
 };
 
 SerialQueue::SerialQueue(std::string label) : name(std::move(label)), state(std::make_shared<State>()) {
-  // At login, many processes start at once, and some of them end soon. So try for a second.
+  // A thread cannot be created while there are too many processes and threads (EAGAIN). At login, many
+  // processes start at once, and some of them end soon. So try again for a second.
   for (int attempt = 1;; ++attempt) {
     try {
       // Detach the thread, so that the end of the process need not wait for it: a job may take long.

@@ -10,8 +10,8 @@ namespace kestrune {
 /// A serial queue with its own thread. A job of this queue may destroy the queue.
 class SerialQueue final : public DispatchQueue {
  public:
-  /// Starts the thread. If that fails for a second (EAGAIN), prints an error on standard error and ends the
-  /// process.
+  /// Starts the thread. If that fails (EAGAIN), tries again for one second. If every attempt fails, prints an
+  /// error on standard error and ends the process.
   explicit SerialQueue(std::string label);
   ~SerialQueue() override;
   SerialQueue(const SerialQueue&) = delete;

@@ -37,8 +37,8 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // The wait before a loss is reported starts at `currentSince`: when the path changed (`noticed`), or at
-    // the last resume if the machine resumed later.
+    // A loss is reported after it has lasted for some time. This time begins when the path changed
+    // (`noticed`), or at the last resume if that was later. `resume` has stored its time in `currentSince`.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

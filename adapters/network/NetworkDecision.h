@@ -36,8 +36,8 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// Reports of an unchanged path must not delay the report of a changed path. So if the path has changed, only
-/// the earlier reports of a changed path count.
+/// Reports of an unchanged path must not delay the report of a changed path. So for the report of a changed
+/// path, only earlier reports of a changed path are counted towards `manyReports`.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -59,8 +59,9 @@ class NetworkDecision {
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
   bool isQuestionDue(Seconds now) const { return burst && now >= questionDue(); }
   /// Takes the answer of the kernel; absent when the question failed. After a failure, the last known path
-  /// stays. If no path is known, assumes a satisfied path of unknown medium, so that the client goes on to
-  /// supervise the backend. Returns the path to report now; absent when there is nothing to report.
+  /// stays. If no path is known, assumes that the network is up (`satisfied`) and its medium unknown, because
+  /// the client reconnects the backend's services at the first report. Returns the path to report now; absent
+  /// when there is nothing to report.
   std::optional<NetworkPath> takeAnswer(std::optional<RoutedPath> answer, Seconds now);
   /// Returns the path to report now; absent when no report is due.
   std::optional<NetworkPath> takeReport(Seconds now);

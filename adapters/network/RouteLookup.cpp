@@ -147,8 +147,8 @@ void takeLink(const nlmsghdr& message, Links& links) {
   constexpr unsigned wanted = IFF_UP | IFF_LOWER_UP | IFF_RUNNING;
   link.usable = (header->ifi_flags & (wanted | IFF_LOOPBACK)) == wanted;
   link.master = numberOf(attributes[IFLA_MASTER]);
-  // IFLA_LINK is the index of the device beneath this one. For a pair, it is the index of the other end. If
-  // IFLA_LINK_NETNSID is present, IFLA_LINK is an index of another network namespace. Ignore these indices.
+  // IFLA_LINK is the index of the device beneath this one. Ignore it in two cases: for a pair, it is the
+  // index of the other end; if IFLA_LINK_NETNSID is present, it is an index in another network namespace.
   if (!isPair(link) && attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = numberOf(attributes[IFLA_LINK]);
   // Read IFLA_INFO_DATA for a bond only: the attribute types in it have another meaning for other kinds.
   const auto details = attributesIn(link.kind == "bond" ? description[IFLA_INFO_DATA] : nullptr);

@@ -62,7 +62,8 @@ void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
   }
 }
 
-/// Returns an image with as many points as the first bitmap has pixels; null if there are no bitmaps.
+/// Returns an image whose width and height in points are those of the first of `bitmaps` in pixels. Null if
+/// there are no bitmaps.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();

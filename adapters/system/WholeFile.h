@@ -5,9 +5,9 @@
 
 namespace kestrune {
 
-/// Reads the whole file at `path`, at most `FileManager::sizeLimit` bytes, into `contents`. On failure,
-/// `contents` is unchanged. Any thread. Do not use std::ifstream instead: libstdc++ is linked statically, and
-/// its streams would add 0.4 MB of code.
+/// Reads the whole file at `path` into `contents`. Fails if the file has more than `FileManager::sizeLimit`
+/// bytes. On failure, `contents` is unchanged. Any thread. Do not use std::ifstream instead: libstdc++ is
+/// linked statically, and its streams would add 0.4 MB of code.
 std::error_code readWholeFile(const std::string& path, std::string& contents);
 
 }  // namespace kestrune

@@ -12,8 +12,9 @@ namespace {
 
 constexpr auto emptyingWord = "清空";
 
-/// A character cell shows two pixels: this block is the lower pixel, the background above it is the upper
-/// pixel. The upper half block is not used, because many fonts leave a gap above it.
+/// A character cell shows two pixels. With colours, this block is the lower pixel, and the background above
+/// it is the upper pixel. Only cells without colours (`lightBlocks`) need the upper half block: many fonts
+/// leave a gap above it.
 constexpr auto lowerHalf = "▄";
 /// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
 /// whether the upper pixel and the lower pixel are dark.

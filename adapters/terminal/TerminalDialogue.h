@@ -13,7 +13,7 @@ inline constexpr auto terminalRule = "──────────────
 
 /// How text is emphasised on a terminal.
 struct TextStyles {
-  bool enabled = false;  ///< when false, the functions return the text unchanged
+  bool enabled = false;
 
   std::string bold(const std::string& text) const { return enabled ? "\033[1m" + text + "\033[0m" : text; }
   std::string faint(const std::string& text) const { return enabled ? "\033[2m" + text + "\033[0m" : text; }
@@ -34,7 +34,7 @@ class TerminalDialogue {
   std::string begin();
 
   struct Step {
-    std::string text{};                   ///< the text to print
+    std::string text{};
     std::optional<AlertAnswer> answer{};  ///< set when the dialogue has ended
     std::string action{};                 ///< the action to perform on `Alert::target`; empty: none
   };

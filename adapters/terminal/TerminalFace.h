@@ -38,7 +38,9 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// process exits.
   void close();
 
-  /// Restores standard input, which the constructor replaced by "/dev/null". Call this just before execve.
+  /// Makes descriptor 0 the standard input again, for the program that execve starts. Since the constructor,
+  /// this object reads the input through another descriptor, and descriptor 0 is "/dev/null". Call this just
+  /// before execve.
   void giveBackInput() const { input.giveBack(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new

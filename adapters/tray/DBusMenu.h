@@ -28,8 +28,9 @@ struct MenuLayout {
   bool operator==(const MenuLayout&) const = default;
 };
 
-/// Returns the layout of `items` for the tray host that `form` describes. Some hosts need submenus, or other
-/// escapes for underscores in labels, or other names for the keys of shortcuts.
+/// Returns the layout of `items` for the tray host that `form` describes. `form` decides three things: how
+/// underscores in labels are escaped, how the keys of shortcuts are named, and whether some rows are moved
+/// into submenus. Without submenus, the menu itself contains all rows.
 MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
@@ -44,7 +45,8 @@ class DBusMenu final : public BusClient {
   DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
 
   void setMenu(Menu menu);
-  /// Sets how the present tray host differs from most hosts. By default, it does not differ.
+  /// Rebuilds the menu for the tray host that `form` describes. Before the first call, the menu suits most
+  /// hosts.
   void setForm(const TrayHostForm& form);
 
   void busConnected() override;

@@ -70,7 +70,8 @@ void DialogWindows::setMenu(const Menu& changed) {
 
 void DialogWindows::showMenu() {
   if (menuProcess) return menuProcess->send(dialogs::Raise{std::exchange(token, {})});
-  // If the user makes no choice, no event `Chosen` comes. Then the second handler runs when the process ends.
+  // The second handler runs if the process ends without an event `Chosen`, for example because the user has
+  // closed the menu.
   menuProcess = std::make_unique<DialogProcess>(
       loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
       [this](bool) { menuProcess.reset(); });

@@ -10,10 +10,10 @@
 
 namespace kestrune {
 
-/// Shows alerts and the menu as windows of the program KestruneMenuDialogs. One process shows an alert and
-/// the alerts on top of it, another process shows the menu. An alert that cannot be shown becomes a
-/// notification and counts as cancelled. The menu window is for desktops without a tray and for trays that do
-/// not open menus. Main thread.
+/// Shows alerts and the menu as windows of the program KestruneMenuDialogs. One process shows all open
+/// alerts, each on top of the one before. Another process shows the menu. An alert that cannot be shown
+/// becomes a notification and counts as cancelled. The menu window is for desktops without a tray and for
+/// trays that do not open menus. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
   /// `loop` and `program` must outlive this object.

@@ -136,7 +136,8 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // readOutput has closed the read ends of the pipes. So SIGPIPE ends the descendant, which still writes.
+    // `processes` was constructed without `leftover`, so readOutput has closed the read ends of the pipes.
+    // SIGPIPE then ends the descendant, which still writes.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }

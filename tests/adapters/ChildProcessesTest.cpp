@@ -219,7 +219,7 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- after `reserveForThisThread` (see ports/Process.h)
+// --- `reserveForThisThread`, which kills all children and lets only the calling thread launch more
 
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 

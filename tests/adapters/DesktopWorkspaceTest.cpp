@@ -87,7 +87,8 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // Fork: each message is printed only once per process, and an earlier test may have printed this one.
+  // reportOnce prints each message once per process. Call it in a child process, so that this process can
+  // repeat the test (--gtest_repeat). No other test causes this message.
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");

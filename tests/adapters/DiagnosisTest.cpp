@@ -54,7 +54,8 @@ struct Diagnosis : ::testing::Test {
 
   std::string described() { return describeSession(processes, "/nowhere/windows"); }
 
-  /// Returns the description on a machine that has only `timeout` and the program `name`, a bash script.
+  /// Returns `described()` while PATH contains only `timeout` and the program `name`, a bash script that
+  /// consists of `lines`.
   std::string describedWith(const std::string& name, const std::string& lines) {
     const std::string program = programs.file(name), timeout = programs.file("timeout");
     if (!std::filesystem::exists(timeout)) std::filesystem::create_symlink("/usr/bin/timeout", timeout);

@@ -179,7 +179,7 @@ TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
   EXPECT_EQ(names(), Names{".env"});
 }
 
-// --- replaceUnreadable keeps the old file: by a hard link, or by RENAME_EXCHANGE
+// --- replaceUnreadable keeps the old file under another name: by a hard link, a copy or RENAME_EXCHANGE
 
 struct UnreadableFile : FileManager {
   /// If this process runs as root, gives the files to the user nobody and switches to this user. Root could

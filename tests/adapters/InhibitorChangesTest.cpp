@@ -9,7 +9,7 @@ namespace {
 struct InhibitorChanges : AwakeDesk {
   void SetUp() override { startBuses(); }
 
-  /// Waits until the assertion is lost, then releases it, as the client does with a lost assertion.
+  /// Waits until the power assertion `identifier` is no longer held, then releases it, as the client does.
   void lose(std::uint32_t identifier) {
     EXPECT_TRUE(comesAbout([&] { return !inhibitors->isHeld(identifier); }));
     inhibitors->release(identifier);

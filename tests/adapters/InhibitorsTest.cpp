@@ -209,7 +209,7 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // a minute has passed now, because time in suspend counts
+  clock.suspend(Seconds{0.1});  // the last 0.1 s of the minute; time in suspend counts too
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }

@@ -199,7 +199,7 @@ TEST_F(LocalServiceTest, TokenIsInNoCommandLineOrEnvironment) {
     }
   });
   EXPECT_EQ(ask(token), ".");
-  server.reset();  // waits for the server's thread, which counts `processes`
+  server.reset();  // waits for the end of the server's thread, which writes `processes` and `places`
   EXPECT_GE(processes, 1);
   EXPECT_EQ(places, "");
 }

@@ -32,7 +32,7 @@ inline constexpr NetworkPath viaCable{.satisfied = true, .usesWiredEthernet = tr
 inline constexpr NetworkPath viaSomething{.satisfied = true};
 
 /// A network namespace with a cable and Wi-Fi. Both have a carrier and an IPv4 address, but no default route.
-/// `monitor` reports every change at once: its timing, `atOnce`, delays no report.
+/// `monitor` has the timing `atOnce`, so it reports every change without delay.
 struct NetworkRig {
   NetworkRig() {
     // Switch IPv6 off. Otherwise its netlink messages would wake the monitor too, and no test would notice if
@@ -79,7 +79,6 @@ struct NetworkRig {
   std::optional<NetworkMonitor> monitor{std::in_place, loop, clock, bus, devices.file(""), atOnce};
 };
 
-/// A NetworkRig, and the list of the monitor's updates.
 struct MonitoredNetwork : NetworkRig {
   void start() {
     monitor->start(loop.mainQueue(), [this](NetworkPath path) { updates.push_back(path); });
@@ -92,7 +91,6 @@ struct MonitoredNetwork : NetworkRig {
     return ::testing::AssertionFailure() << ::testing::PrintToString(updates);
   }
 
-  /// Starts the monitor, waits for the update `path`, and clears `updates`.
   void startOn(const NetworkPath& path) {
     start();
     ASSERT_TRUE(becomes(path));

@@ -120,7 +120,6 @@ class RealChildren {
   std::list<Milestone> milestones;
 };
 
-/// Returns the number that follows `name` in `text`.
 inline pid_t numberBehind(const std::string& text, const std::string& name) {
   const auto at = text.find(name + " ");
   if (at == std::string::npos) throw std::runtime_error("no " + name + " in: " + text);

@@ -173,7 +173,8 @@ TEST_F(RequestServerTest, FailedListenHasTheErrno) {
 
 TEST_F(RequestServerTest, PollingPausesWithoutDescriptors) {
   const auto asking = peer("show\n");
-  // These timers make the loop open its timerfds now. While `none` exists, it can open no descriptor.
+  // These timers make the loop open its timerfds now. Later, the resource limit `none` prevents this process
+  // from opening descriptors.
   loop.after(Seconds{60}, [] {});
   loop.scheduleRepeating(Seconds{60}, [] {});
   int turns = 0;

@@ -99,7 +99,6 @@ struct TrayRegistration : EmptyDesk {
     bus.connect();
     item->addToStatusBar(StatusItem::squareLength);
   }
-  /// Starts the bus and a tray, and shows the item. Returns whether the tray gets the item.
   bool showsItem() {
     daemon.start();
     showTray();

@@ -103,7 +103,8 @@ TEST_F(KeepAwake, IsHeldOnlyWhileBothPreferencesAreOn) {
 struct KeepAwakeToggle : KeepAwake {
   KeepAwakeToggle() { makeStatusItem(); }
 
-  /// Chooses the keep-awake row. Expects `calls`, then updates of the menu and the button, then a window.
+  /// Chooses the menu row for keep-awake. Expects `calls`, then updates of the menu and the button, then an
+  /// alert.
   void toggle(const std::string& lamp, bool on, CallLog calls) {
     newCalls();
     choose("toggleKeepAwake");

@@ -112,7 +112,7 @@ struct OddAgents final : LaunchAgents {
   void repair(const std::string&, const std::string&) override {}
 
   bool registered = false;
-  std::optional<std::string> text;  ///< what `document` returns
+  std::optional<std::string> text;
 };
 
 TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {

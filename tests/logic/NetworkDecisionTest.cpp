@@ -72,7 +72,7 @@ struct Machine {
 
   void startOn(const RoutedPath& path) { change(0, path), passUntil(0); }
 
-  /// Lets 100 s pass after the last change, and returns all reports.
+  /// Lets another 100 s pass without a change, and returns all reports.
   const Said& saidInTheEnd() {
     passUntil(now() + 100'000);
     EXPECT_EQ(decision.due(), std::nullopt);
@@ -157,8 +157,8 @@ TEST_F(NetworkDecisionTest, AsksAtMostFourTimesASecond) {
 TEST_F(NetworkDecisionTest, LossIsReportedTwoSecondsAfterItsBeginning) {
   startOn(wired);
   for (long message = 5000; message < 9000; message += 300) change(message, none);
-  // The report is due at 7000 ms. It comes at 7050 ms, because the message at 6800 ms begins a burst of
-  // 250 ms, and the network may be back at the end of the burst.
+  // The report is due at 7000 ms. But the message at 6800 ms begins a burst, which ends at 7050 ms. The
+  // report waits for this end, because the network may be back by then.
   EXPECT_EQ(saidInTheEnd(), (Said{{0, "wired"}, {7050, "none"}}));
 }
 

@@ -4,7 +4,8 @@
 
 namespace kestrune {
 
-/// Gives tests access to private fields of the controller whose values no port shows.
+/// Gives tests access to private fields of the controller. Tests cannot observe the values of these fields
+/// through the interfaces in ports/.
 struct AppDelegateState {
   AppDelegate& controller;
 

@@ -331,7 +331,8 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
   std::optional<std::string> keepError;    ///< if set, the error of `writePrivately` and `replaceUnreadable`
-  std::optional<std::string> readError;    ///< if set, every read returns this and `ReadOutcome::passing`
+  /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
+  std::optional<std::string> readError;
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before each read
 };
@@ -364,7 +365,6 @@ struct RealParts {
 };
 Platform platformWith(FakePlatform& fakes, const RealParts& real);
 
-/// A platform whose ports are all fakes.
 struct FakePlatform {
   CallLog log;
   VirtualClock clock;

@@ -6,8 +6,6 @@
 
 #include "ports/Alert.h"
 
-// Functions that make views, and an alert that contains them.
-
 namespace kestrune::testing {
 
 inline View label(const std::string& text) {

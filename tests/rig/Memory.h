@@ -11,8 +11,8 @@
 
 #include "tests/rig/ForkedProgram.h"
 
-// Builds with a sanitizer define these functions; they replace mallinfo2(), which counts nothing there. In
-// other builds, the addresses of these functions are null.
+// The runtime of a sanitizer defines these functions. In a build with a sanitizer, mallinfo2() counts
+// nothing, so the code below calls these functions instead. In other builds, their addresses are null.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
                                                          void (*onFree)(const volatile void*))

@@ -14,7 +14,7 @@ namespace kestrune::testing {
 /// The calls that the fakes have received, in order.
 using CallLog = std::vector<std::string>;
 
-/// A clock that stands still. It advances only when a test advances it, or when `sleep` is called.
+/// A clock that advances only when `sleep` or `suspend` is called.
 class VirtualClock final : public Clock {
  public:
   Seconds awakeTime() const override { return awake; }

@@ -21,8 +21,8 @@ struct ShowAlert {
   Alert alert;
 };
 
-/// Asks to bring all windows to the front. The token is for the next window that is shown or brought to the
-/// front: with the token, that window gets the focus.
+/// Asks to bring all open windows to the front. The token lets one window take the focus: an open window or,
+/// if no window is open, the next window that is shown.
 struct Raise {
   std::string activationToken{};  ///< XDG_ACTIVATION_TOKEN; empty for no token
 };
