@@ -8,7 +8,7 @@ namespace kestrune {
 namespace {
 
 constexpr double logoSize = 22;     // points
-constexpr Seconds trialLimit{2.0};  // the longest time that a new program may take to print its version
+constexpr Seconds trialLimit{2.0};  // how long a restart waits until the client's program prints its version
 
 /// Returns a random UUID (version 4).
 std::string makeUUID() {

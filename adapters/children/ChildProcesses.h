@@ -36,8 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  // Placeholders, open only to keep four descriptor numbers in use. `reserveForThisThread` closes them. A
-  // later launch can then open its pipes, even if all other numbers are in use (RLIMIT_NOFILE).
+  // Four open descriptors, whose numbers are reserved for the pipes of one launch. `reserveForThisThread`
+  // closes them, so that its thread can launch a child even if the process has reached RLIMIT_NOFILE.
   std::array<FileDescriptor, 4> spare;
 };
 

@@ -28,9 +28,9 @@ class AutostartEntries final : public LaunchAgents {
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// If the entry's program no longer exists, replaces its path by the path of the running program. Then also
-  /// replaces the entry's repository path by `repoPath` if no folder exists at the old path. Does nothing if
-  /// the running program is in a build folder: the removal of this folder would break the entry again.
+  /// Does nothing if the entry's program exists, or if the running program is in a build folder: the removal
+  /// of that folder would break the entry again. Otherwise, makes the entry start the running program. If the
+  /// entry's repository folder does not exist either, also replaces its path with `repoPath`.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:

@@ -44,7 +44,7 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// locks, or if the other client does not end within `endPatience`. Standard error then says why.
   bool claim(const Claim& claim);
 
-  /// From now on, a process that starts later waits until this process has ended.
+  /// After this call, a client that starts waits until this process has ended.
   void announceEnd();
 
   /// Call this just before exec. Leaves the lock file open in the new program, which takes over the lock.

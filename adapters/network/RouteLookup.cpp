@@ -197,8 +197,8 @@ Device deviceOf(unsigned index, const std::string& folder) {
   return device;
 }
 
-/// Returns the medium, judged only by the attributes of the device itself. If this is unknown, `mediumOf`
-/// looks at the devices beneath.
+/// Returns the medium that the device's own attributes show. If they show none, `mediumOf` looks at the
+/// device's lower devices, such as the ports of a bridge.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const Device device = deviceOf(index, devices + "/" + link.name);
   if (device.wireless) return Medium::wiFi;

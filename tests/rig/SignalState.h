@@ -8,7 +8,8 @@
 
 namespace kestrune::testing {
 
-/// Saves the signal mask and dispositions of this process. The destructor restores the saved state.
+/// Saves the signal mask of the calling thread, and the dispositions of the signals in `numbers`. The
+/// destructor restores both.
 class SignalState {
  public:
   SignalState() {
