@@ -171,7 +171,10 @@ class LinuxHost final : public Host {
     if (!rendezvous.claim(claim)) return false;
     bus.connect(terminal ? SessionBus::Absence::expected : SessionBus::Absence::fault);
     systemBus.connect();
-    if (tray) advice.emplace(bus, loop, notifications);
+    if (tray) {
+      bus.waitUntilReady();  // so that the tray gets the item while the controller is still starting
+      advice.emplace(bus, loop, notifications);
+    }
     return true;
   }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "adapters/loop/SystemClock.h"
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
@@ -13,6 +14,7 @@ namespace {
 
 constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
+constexpr Seconds longestHandshake{0.02};
 constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
 constexpr auto localPath = "/org/freedesktop/DBus/Local";
 constexpr auto localInterface = "org.freedesktop.DBus.Local";
@@ -84,6 +86,14 @@ void BusConnection::tryToConnect() {
     firstAnswer.reset(slot);
   }
   use(bus);
+}
+
+void BusConnection::waitUntilReady() {
+  const Seconds end = timeOf(CLOCK_MONOTONIC) + longestHandshake;
+  for (Seconds left = longestHandshake; bus != nullptr && sd_bus_is_ready(bus) == 0 && left.count() > 0;
+       left = end - timeOf(CLOCK_MONOTONIC)) {
+    if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, static_cast<std::uint64_t>(left.count() * 1e6));
+  }
 }
 
 void BusConnection::use(sd_bus* opened) {

@@ -89,6 +89,10 @@ class BusConnection {
   /// delays of at most 30 s. Prints each error once, but not a missing bus if `absence` is `expected`.
   void connect(Absence absence = Absence::fault);
 
+  /// Blocks until the bus has authenticated the connection, for 20 ms at most. Until then, sd-bus queues all
+  /// messages. Returns at once without a connection.
+  void waitUntilReady();
+
   /// Takes ownership of the open connection `opened`, and tells all clients that it is open. Call this only
   /// while there is no other connection.
   void use(sd_bus* opened);

@@ -57,10 +57,21 @@ TEST_F(BusConnection, ConnectsToABusThatStartsLater) {
   EXPECT_EQ(probe.losses, 0);
 }
 
+TEST_F(BusConnection, CanWaitForTheAuthentication) {
+  bus.waitUntilReady();  // returns although there is no connection
+  daemon.start();
+  bus.connect();
+  EXPECT_EQ(sd_bus_is_ready(probe.bus), 0);
+  // One call waits for 20 ms at most, and the bus of a busy machine may need more.
+  for (int calls = 0; calls < 1000 && sd_bus_is_ready(probe.bus) == 0; ++calls) bus.waitUntilReady();
+  EXPECT_GT(sd_bus_is_ready(probe.bus), 0);
+}
+
 TEST_F(BusConnection, DoesNotBlockOnAStoppedBus) {
   daemon.start();
   daemon.freeze();
   EXPECT_LT(durationOf([this] { bus.connect(); }), atOnce);
+  EXPECT_LT(durationOf([this] { bus.waitUntilReady(); }), atOnce);
   EXPECT_LT(durationOf([this] { settleQueue(loop); }), atOnce);
   daemon.thaw();
   probe.catchUp(loop);
