@@ -51,8 +51,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
-  /// Returns lines of text for a bug report, without secrets. They describe the backend's folder and the
-  /// client's preferences.
+  /// Returns a description of the backend's folder and the client's preferences for a bug report: lines of
+  /// text without secrets.
   static std::string describeBackend(Platform& platform);
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
@@ -137,9 +137,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// the file cannot be read.
   std::optional<std::string> loadEnvValue(std::string_view key) const;
   /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
-  /// that the dialog showed. The file may hold another value now, for example if it has changed while the
-  /// dialog was open. If saving would overwrite such a value, first copies the file to ".env.previous", and
-  /// shows a notification after saving. If `shown` is null, makes no copy.
+  /// that the dialog showed. If saving would overwrite a non-empty value that the dialog did not show (for
+  /// example, because the file has changed meanwhile), first copies the file to ".env.previous", and shows a
+  /// notification after saving. If `shown` is null, makes no copy.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no

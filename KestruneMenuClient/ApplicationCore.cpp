@@ -45,8 +45,9 @@ void AppDelegate::applicationWillTerminate() {
   platform.pathMonitor.cancel();
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
-  // Drop the queued commands and kill the children that run commands. Otherwise a command could restart a
-  // service after the stop script has ended it.
+  // Drop the queued commands (`close`) and kill the running ones (`reserveForThisThread`). Otherwise a
+  // command could restart a service that the stop script has stopped. Afterwards, only this thread can start
+  // a child process.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();

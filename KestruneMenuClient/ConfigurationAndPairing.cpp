@@ -117,8 +117,9 @@ void AppDelegate::showPairingQR() {
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
   if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
-  // A value can contain a line end, because `EnvFile::value` does not end a line at CR LF. Do not show such a
-  // value: it includes the next lines of .env, and they may hold secrets.
+  // For `EnvFile::value`, a line ends only at an LF without a CR before it. If .env has other line ends (such
+  // as CR LF), a value contains a line end and the lines after it. Do not show this value, because these
+  // lines may hold secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     return fail(
         ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"

@@ -69,7 +69,7 @@ const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
 
 void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState state, int) {
   if (statusItem == nullptr) fatalError("the menu is built before the status item exists");
-  // Move a copy into `status`: a plain assignment would keep the memory of an earlier, longer text.
+  // Assign a temporary string: a plain copy would keep the larger buffer of an earlier, longer text.
   current.status = std::string(statusText);
   current.lamp = state;
   current.officialMode = isOfficialConnectionMode();

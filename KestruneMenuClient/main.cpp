@@ -81,7 +81,6 @@ void complain(const std::string& words) {
   std::exit(usageError);
 }
 
-/// Writes `text` to standard output. On failure, prints the reason on standard error and returns false.
 bool print(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
   std::perror("KestruneMenuClient: cannot write to standard output");

@@ -10,18 +10,18 @@
 #include "ports/Alert.h"
 
 // These functions derive the sizes, fonts and colours of a view from the desktop's settings. A view states
-// its lengths and font sizes in points, a unit of this program: `pixels` converts lengths, and `fontFor`
-// converts font sizes. The unit pt below is not this point but 1/72 inch.
+// its lengths and font sizes in points. A point is a unit of this program, not 1/72 inch: `pixels` converts
+// lengths, and `fontFor` converts font sizes.
 
 namespace kestrune::dialogs {
 
-/// Converts a length from points to logical pixels. If the desktop's font is at most 10 pt (at 96 dpi), a
-/// point is one pixel. If the font is larger, a point grows in proportion to the font, because texts then
-/// need more room.
+/// Converts a length from points to logical pixels. If the size of the desktop's font is at most 13.3 pixels,
+/// one point is one pixel. With a larger font, one point is more than one pixel, in proportion to the font
+/// size, because texts then need more room.
 int pixels(double points);
 
-/// Returns the desktop's font with this weight, at `points` / 13 times its size. The result is not smaller
-/// than 8 pt (at 96 dpi), or than the desktop's font if that font is smaller than 8 pt.
+/// Returns the desktop's font with this weight, scaled by `points` / 13. Never scales the font down to less
+/// than 11 pixels.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt prefer an installed colour emoji font to a black-and-white font. If no colour emoji font is

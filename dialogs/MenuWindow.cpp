@@ -48,7 +48,7 @@ class MenuRow final : public QPushButton {
  public:
   explicit MenuRow(int itemId);
 
-  const int id;  ///< the identifier of the row's menu item
+  const int id;
 
   /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
   /// is painted in bold, as the heading of its section. `keyWidth` is the width of the menu's widest

@@ -62,7 +62,8 @@ void Session::perform(const ShowAlert& request) {
     forget(id);
     tell(Answered{id, answer});
     if (alerts.empty()) return end(0);
-    // Give the focus to the window below. Not every desktop session has a window manager that does this.
+    // Give the focus to the alert that the answered alert covered. Not every desktop session has a window
+    // manager that does this.
     alerts.back()->activateWindow();
   };
   alerts.push_back(window);

@@ -24,7 +24,7 @@ namespace {
 
 // The next three lengths are in points (see Appearance.h).
 constexpr double largeButton = 30;
-constexpr double smallestScroll = 120;  // the least height of a scroll view; a lower one would be hard to use
+constexpr double smallestScroll = 120;   // a scroll view does not shrink below this height
 constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
 
 constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; the rest of a longer text is not laid out

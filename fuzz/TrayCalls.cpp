@@ -97,7 +97,7 @@ int append(sd_bus_message* message, std::string_view types, Input& input) {
   return result;
 }
 
-/// Aborts when the action of a disabled row is performed.
+/// Aborts when the action of a disabled menu item is performed. Only enabled items have the action "allowed".
 struct Target final : ActionTarget {
   void performAction(std::string_view action) override {
     require(action == "allowed", "what is disabled does nothing");

@@ -31,8 +31,8 @@ struct Insets {
   bool operator==(const Insets&) const = default;
 };
 
-/// Describes the contents of an alert: a tree of views that a face (tray or terminal) draws. Sizes are in
-/// points; a width or height of 0 fits the content. Members that do not apply to `kind` are ignored.
+/// A node in the tree of views that is the content of an alert. Sizes are in points; a view with width or
+/// height 0 is as wide or high as its content. Members that do not apply to `kind` are ignored.
 struct View {
   ViewKind kind = ViewKind::container;
   std::string identifier{};          ///< of a field: the unique key of its text in `AlertAnswer::fields`
@@ -86,7 +86,7 @@ struct AlertAnswer {
 struct AlertRequest {
   /// Returns the alert. Called just before the alert is shown, so that its text is up to date.
   std::function<Alert()> describe;
-  /// Called once: when the user answers or cancels the alert, or when the alert cannot be shown.
+  /// Called at most once: when the user answers or cancels the alert, or when the alert cannot be shown.
   std::function<void(const AlertAnswer&)> completion;
   /// At most one alert with this identifier is open or waiting at a time. If the identifier is empty, there
   /// is no such limit.
@@ -101,7 +101,8 @@ class Alerts {
   virtual ~Alerts() = default;
 
   /// Queues `request`, and returns before any function of `request` is called. If an alert with the same
-  /// identifier is open or waiting, drops `request` and brings the open alerts to the front.
+  /// identifier is open or waiting, ignores `request`: calls none of its functions, and brings the open
+  /// alerts to the front.
   virtual void present(AlertRequest request) = 0;
 };
 

@@ -12,7 +12,8 @@ namespace kestrune {
 /// The user interface of the client: the tray, or text in a terminal.
 enum class Face { tray, terminal };
 
-/// The machine that the program runs on. Main thread.
+/// The operating system as the program uses it: the `Platform`, the check for another running client,
+/// standard output, and the exit of the process. Call its functions on the main thread.
 class Host {
  public:
   virtual ~Host() = default;

@@ -30,8 +30,9 @@ struct Image {
 /// An image, or null. A struct that contains an `ImageRef` compares the pointer, not the pixels.
 using ImageRef = std::shared_ptr<Image>;
 
-/// A colour filter. Saturation 0 makes the image grey, 1 keeps its colours. Brightness is added to every
-/// channel, so 0 changes nothing. Contrast 1 changes nothing.
+/// A colour filter; the default values change nothing. Saturation 0 makes the image grey. Contrast multiplies
+/// the distance of red, green and blue from medium grey. Brightness is added to red, green and blue; 1 stands
+/// for full intensity.
 struct ColorControls {
   double saturation = 1;
   double brightness = 0;

@@ -46,7 +46,8 @@ using Job = std::function<void()>;
 /// Runs jobs one at a time, in the order in which they were posted.
 class DispatchQueue {
  public:
-  /// Does the same as `close`. A job that runs on the main thread must not destroy its own queue.
+  /// Does the same as `close`. Main thread. A job must not destroy its own queue, unless the queue has its
+  /// own thread.
   virtual ~DispatchQueue() = default;
 
   virtual const std::string& label() const = 0;

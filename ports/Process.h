@@ -17,9 +17,9 @@ class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running. Call this repeatedly while you wait for the child's end: a pipe
-  /// may hold less than 64 KiB, and each call reads from a full pipe until the child has written 64 KiB to
-  /// it. A child that writes more may block until `readOutput` is called.
+  /// Returns whether the child is running; does not block. Call this repeatedly while you wait for the
+  /// child's end: a full pipe blocks the child, so each call makes room in a full pipe. A child that writes
+  /// more than 64 KiB to a pipe may block until `readOutput` is called.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -21,7 +21,7 @@ struct StatusButton {
   bool operator==(const StatusButton&) const = default;
 };
 
-/// The client's item in the desktop's status bar: a menu, and usually a button. Each face (tray or terminal)
+/// The client's item in the status bar: a menu, and usually a button. Each user interface (tray or terminal)
 /// implements `StatusItem` and `Alerts`. Main thread.
 class StatusItem {
  public:

@@ -42,7 +42,7 @@ std::string shortened(std::string_view text, std::size_t limit);
 /// Returns `text` with every `from` replaced by `to`. `from` must not be empty.
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
 
-/// Returns the parts of `text` that `separator` separates. A separator at the end starts no further part.
+/// Splits `text` at each `separator`. A separator at the end adds no empty part: "a,b," has two parts.
 std::vector<std::string> split(std::string_view text, char separator);
 
 /// Returns the longest prefix of `text` that has at most `limit` bytes and does not end inside a code point.

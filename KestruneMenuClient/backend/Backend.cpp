@@ -25,7 +25,6 @@ constexpr const char* processPatterns[] = {
     "halvask-desktop-bridge", "127.0.0.1:18765:127.0.0.1:8765",
 };
 
-/// The TCP ports that the backend listens on.
 constexpr int listeningPorts[] = {8765, 8766};
 
 constexpr Seconds graceAfterTerminate{0.2};

@@ -28,16 +28,16 @@ RepoLocation locateRepo(const MainBundle& mainBundle);
 /// activates. Main thread.
 bool holdsBackend(const FileManager& files, const std::string& repoPath);
 
-/// Returns a shell line that runs a subcommand of the backend's command-line client. If that program is
-/// missing or fails, the line runs the legacy client.
+/// Returns a shell line that runs a subcommand of the backend's command-line client, kestrune-mac-client. If
+/// this program is missing or fails, the line runs the same subcommand of the legacy client,
+/// halvask-mac-client.
 std::string clientCommand(std::string_view subcommand);
 
 /// Returns `text` quoted as a single word of a shell line.
 std::string shellEscape(std::string_view text);
 
-/// Returns a line that enters the backend's folder, activates its virtual environment and runs
-/// `clientCommand`. Puts `repoPath` between single quotes as it is. So the line does not work if `repoPath`
-/// contains a single quote.
+/// Returns a shell line that enters the backend's folder, activates its virtual environment and runs the line
+/// of `clientCommand`. `repoPath` must not contain a single quote: it is quoted, but not escaped.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
 
 /// Returns a shell script that ends all services and processes of the backend. The script exits with status
@@ -54,7 +54,6 @@ struct CommandResult {
 };
 
 inline constexpr Seconds defaultCommandTimeout{12.0};
-/// The interval at which a running command is polled.
 inline constexpr Seconds commandPollInterval{0.05};
 /// Appended to the output of a command that was ended at its time limit.
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";

@@ -36,7 +36,8 @@ using EnvValues = std::map<std::string, std::string>;
 /// describe. Reads and writes no file. Any thread.
 class EnvFile {
  public:
-  /// Stands for a file that does not exist. It has no line, whereas an empty file has one empty line.
+  /// Stands for a file that does not exist. `with` then writes the first key in line 1; in an empty file,
+  /// `with` leaves line 1 empty.
   EnvFile() = default;
   /// `contents` must be well-formed UTF-8.
   explicit EnvFile(std::string contents);
@@ -49,15 +50,16 @@ class EnvFile {
   const std::string& text() const { return contents; }
 
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
-  /// absent when there is no such line. A line feed ends a line, except after a carriage return.
+  /// absent when there is no such line. LF ends a line, but CR LF does not: in a file with CR LF at each line
+  /// end, the value contains all lines that follow.
   std::optional<std::string> value(std::string_view key) const;
   /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
-  /// Returns the text of the file after setting `values`: rewrites every line that defines one of the keys,
-  /// and appends the missing keys in ascending order. In the whole text, each newline character (see
-  /// `trimmed` in Text.h) becomes a line feed, so CR LF becomes two line feeds. Absent when the result would
-  /// exceed `limit` bytes.
+  /// Returns the text with `values` set; absent when it would exceed `limit` bytes. Sets the value in every
+  /// line that begins with one of the keys and an equals sign, and appends the missing keys in ascending
+  /// order. Here each newline character (see `trimmed` in Text.h) ends a line, and becomes LF in the result.
+  /// So CR LF ends two lines.
   std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
 
   /// Returns whether `with(values)` would change a non-empty value that the user has not seen. `shown`: the

@@ -114,7 +114,7 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
       makeSettingsHint("建議分開管理兩個 Token：手機 App 用 KESTRUNE_APP_API_TOKEN；Mac 本機服務用 "
                        "KESTRUNE_MAC_SERVICE_TOKEN。"),
   };
-  // State no height for the document: it is as high as its content, and scrolls inside the window.
+  // Set no height for `document`: it is then as high as its content, and `scroll` scrolls it.
   View document{.kind = ViewKind::container, .width = documentWidth, .children = {std::move(stack)}};
   View scroll{.kind = ViewKind::scroll,
               .width = dialogWidth,
@@ -145,9 +145,9 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file. A line end would split the value into
-    // two lines. When the client reads .env, only LF ends a line. So if the value that the dialog showed
-    // (`before`) already contained a line end, .env has line ends other than LF.
+    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file. A newline character would split the
+    // value into two lines. The client reads a value up to the first LF that does not follow a CR. So if the
+    // value that was read (`before`) already contains a newline, .env has newlines such as CR LF.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);

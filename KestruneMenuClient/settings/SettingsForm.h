@@ -19,8 +19,9 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 /// Returns the trimmed texts of the fields by key. Omits fields that `answer` does not contain.
 EnvValues settingsOf(const AlertAnswer& answer);
 
-/// Returns why one of `values` cannot be saved, as text for the user; absent when all can be saved. `shown`
-/// holds the values that the fields showed when the dialog was opened.
+/// Returns a text for the user that says why one of `values` cannot be saved; absent when all can be saved.
+/// `shown` holds the values of the fields when the dialog was opened. If the value contains a line end, and
+/// already did so in `shown`, the text says that the line ends of .env are wrong.
 std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvValues& shown);
 
 }  // namespace kestrune

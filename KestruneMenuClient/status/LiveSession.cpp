@@ -77,8 +77,8 @@ bool LiveSession::isKnown(std::string LiveSession::*member) const {
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   LiveSession session;
   if (!answer) return session;
-  // Reject an answer that is nested too deeply. Backends read the same answer with Python's json module,
-  // which rejects it too.
+  // Reject an answer that is nested too deeply, as the backend does: it reads the same answer with Python's
+  // json module, which limits the depth.
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
     tooDeep = tooDeep || depth > answerDepthLimit;

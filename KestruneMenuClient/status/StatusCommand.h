@@ -20,7 +20,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   struct Options {
     StatusFormat format = StatusFormat::text;
     bool follow = false;    ///< print each change instead of exiting
-    bool exitZero = false;  ///< exit with 0 whatever the lamp (the backend's health) is
+    bool exitZero = false;  ///< exit with 0 even if the status says that the backend is not healthy
   };
 
   /// `print` prints a text or queues it for printing, and returns false if the text cannot be printed.

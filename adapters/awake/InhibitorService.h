@@ -39,9 +39,9 @@ class InhibitorService final : public BusClient {
   bool isPresent() const;
 
   /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Waits at most 250 ms
-  /// for an answer. Returns whether `holder` now has an inhibitor. Returns false at once while the bus is not
-  /// connected, and for a minute after a timeout; a restart of the service ends this minute. If the service
-  /// answers that it lacks "Inhibit" at every path, `isPresent` becomes false.
+  /// for the answer, and returns whether `holder` now has an inhibitor. Returns false at once while
+  /// `isPresent` is false. After a timeout, returns false at once for a minute, or until the service
+  /// restarts.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Gives back the inhibitor of `holder`, if any.
   void giveBack(std::uint32_t holder);

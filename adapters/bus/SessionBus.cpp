@@ -115,7 +115,8 @@ void BusConnection::disconnect() {
   disconnection.reset();
   firstAnswer.reset();
   sd_bus_detach_event(bus);
-  // Close the connection without flushing it: a flush would block while the bus daemon is stopped.
+  // Close the connection without flushing it: sd_bus_flush would block while the bus daemon does not read,
+  // for example while SIGSTOP has stopped it.
   bus = sd_bus_close_unref(bus);
 }
 

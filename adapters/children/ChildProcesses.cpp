@@ -51,10 +51,10 @@ struct OutputPipe {
     return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
   }
 
-  /// Reads from the pipe if it is full although the child has written less than 64 KiB in total. A pipe may
-  /// hold less than 64 KiB: when the pipes of a user exceed pipe-user-pages-soft, the kernel gives a new pipe
-  /// only one or two pages. A short write that does not fit into the rest of a page starts a new page. So a
-  /// pipe can be full although its pages hold fewer bytes than their size.
+  /// Reads from the pipe if it is full although the child has written less than 64 KiB in total. This happens
+  /// for two reasons. If the pipes of the user exceed pipe-user-pages-soft, a new pipe has only one or two
+  /// pages. And a small write that does not fit into the rest of a page starts a new page, so that this rest
+  /// stays unused.
   void makeRoom() {
     static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     pollfd writable{writeEnd.get(), POLLOUT, 0};
@@ -131,8 +131,9 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // Sends the signal even after the child is reaped, because descendants may remain. While the group has
-  // members, the kernel does not reuse its ID.
+  // Sends the signal even after the child is reaped, because descendants may remain in the group. While any
+  // remains, the kernel does not reuse the ID of the group. If none remains, kill(2) fails with ESRCH:
+  // callers call this right after the child is reaped, too soon for a reuse of the ID.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {

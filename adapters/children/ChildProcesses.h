@@ -19,9 +19,9 @@ class ChildProcesses final : public Processes {
   /// of the child or destroys its Process.
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
-  /// When `readOutput` returns or the Process is destroyed, a pipe may not be at end of file: the child or a
-  /// descendant may still have the write end open. `leftover` is called with the read end of each such pipe.
-  /// If `leftover` is null, the read end is closed, and a process that writes to the pipe gets SIGPIPE.
+  /// `leftover` takes over the read end of a pipe that is not at end of file when `readOutput` returns or the
+  /// Process is destroyed. The child or a descendant may still write to this pipe. If `leftover` is null, the
+  /// read end is closed, and a process that writes to the pipe gets SIGPIPE.
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
@@ -36,8 +36,8 @@ class ChildProcesses final : public Processes {
   struct Register;
 
   const std::shared_ptr<Register> children;  // shared with every Process, which may outlive this object
-  // Four open descriptors, whose numbers are reserved for the pipes of one launch. `reserveForThisThread`
-  // closes them, so that its thread can launch a child even if the process has reached RLIMIT_NOFILE.
+  // Four open descriptors of /dev/null. `reserveForThisThread` closes them, so that the next launch can open
+  // its pipes even if the process has reached RLIMIT_NOFILE.
   std::array<FileDescriptor, 4> spare;
 };
 

@@ -16,7 +16,8 @@ constexpr std::size_t mostAtOnce = 65536;  // bytes that are read from a pipe at
 // would keep the loop busy, and a service that writes a line now and then would wake the loop for each line.
 constexpr std::uint64_t interval = 50'000;
 
-/// Reads from the pipe and discards the bytes. Returns false at end of file or on an error.
+/// Reads from the pipe and discards the bytes. Returns false at end of file, or on an error other than EAGAIN
+/// and EINTR.
 bool readAway(const FileDescriptor& pipe) {
   std::vector<char> buffer(mostAtOnce);
   const ssize_t count = read(pipe.get(), buffer.data(), buffer.size());

@@ -7,9 +7,10 @@
 
 namespace kestrune {
 
-/// Reads and discards the output of processes that go on running after the command that started them. Such a
-/// process, for example a service, may have the pipe for the command's output open. If the read end of this
-/// pipe were closed, SIGPIPE would end the process at its next write. Main thread, except `add`.
+/// Reads and discards the output of processes, for example services, that still run when the command that
+/// started them has ended. They may still have the pipe for the command's output open. If the client closed
+/// the read end of the pipe, SIGPIPE would end these processes at their next write. Main thread, except
+/// `add`.
 class LeftoverPipes {
  public:
   /// The largest number of pipes. When another pipe is added, the oldest pipe is closed, and the process that

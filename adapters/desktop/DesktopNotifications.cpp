@@ -17,7 +17,7 @@ constexpr auto daemonInterface = "org.freedesktop.Notifications";
 
 constexpr auto applicationName = "Kestrune";
 
-constexpr std::size_t lastingLimit = 32;       // size of `lasting`; older notifications cannot be withdrawn
+constexpr std::size_t lastingLimit = 32;       // only the newest 32 lasting notifications can be withdrawn
 constexpr std::uint64_t unsentLimit = 64;      // messages queued in sd-bus; with more, `add` does nothing
 constexpr std::size_t bodyLimit = 1000;        // characters; the rest of a longer body is not shown
 constexpr std::size_t bodyByteLimit = 16'000;  // bytes; a longer body is cut before `bodyLimit` applies

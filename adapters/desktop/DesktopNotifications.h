@@ -21,8 +21,8 @@ class DesktopNotifications final : public Notifications, public BusClient {
   /// Does nothing, because desktops have their own settings for permissions.
   void requestAuthorization(unsigned) override {}
   void add(const Notification& notification) override;
-  /// Withdraws the notification `identifier`, if it is one of the last 32 lasting notifications and the
-  /// daemon that shows it still runs.
+  /// Withdraws the notification `identifier` if the daemon that shows it still runs. Works only for the 32
+  /// newest notifications that are `Notification::lasting`.
   void withdraw(const std::string& identifier) override;
 
   void busLost() override;

@@ -171,8 +171,8 @@ class NewFile {
       if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
       return replaceTarget();
     }
-    // First rename the new file to `kept`, then swap both files. If the new file still had its temporary name
-    // then, the old file would get this name, and another process could remove the old file as abandoned.
+    // Rename the new file to `kept` first: the swap below gives the name of the new file to the old file. If
+    // that were a temporary name, another process could take the old file for abandoned and remove it.
     if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
     name = kept;
     if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
@@ -191,9 +191,9 @@ class NewFile {
   void finish() {
     name.clear();
     if (access) {
-      // Set the owner before the mode, because fchown clears the set-user-ID and set-group-ID bits. Set the
-      // ACL before the mode too: if the old file had an ACL, the group bits of its mode are the ACL's mask.
-      // In a file without an ACL, these bits would grant rights to the group.
+      // Set the mode last. fchown clears the set-user-ID and set-group-ID bits of the mode. If the old file
+      // had an ACL, the group bits of its mode are the mask of that ACL. While the new file has no ACL, these
+      // bits would grant rights to its group.
       const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
                            fchown(file.get(), uid_t(-1), access->group) == 0) &&
                           access->list && setAccessList(file.get(), *access->list) &&

@@ -17,14 +17,14 @@ class SystemFileManager final : public FileManager {
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  /// The new file gets the owner of the old file. If fchown(2) fails, the user of this process owns it. The
-  /// owner always gets read permission. Follows symbolic links, but replaces a link to /dev/null. Fails if
-  /// `path` is a folder, a device or a FIFO.
+  /// The new file gets the owner, mode and ACL of the old file, and its owner can always read it. If
+  /// fchown(2) fails, the user of this process owns the new file. Follows a symbolic link, but a link to
+  /// /dev/null is itself replaced. Fails if `path` is a folder, a device or a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
-  /// Keeps the old file as FILE.unreadable, or as FILE.unreadable-2 and so on if this name exists. Makes a
-  /// hard link for that. If link(2) fails, copies the old file. If the old file cannot be read either, swaps
-  /// the old and the new file (RENAME_EXCHANGE). If the swap fails too, nothing changes.
+  /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on. Makes a hard
+  /// link to the old file. If link(2) fails, makes a copy. If the old file cannot be read for the copy,
+  /// exchanges the names of the old and the new file (RENAME_EXCHANGE).
   Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override;
   Result<> removeItem(const std::string& path) override;

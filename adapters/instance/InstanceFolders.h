@@ -27,9 +27,9 @@ class InstanceFolders {
   /// runtime folder that is missing or belongs to another user.
   std::string current() const;
 
-  /// Connects to the socket `socketName` in the folder `current()`, else in the folder for a client that has
-  /// started without a runtime folder. Returns an empty descriptor when no process of this user accepts the
-  /// connection at once.
+  /// Connects to the socket `socketName` in the folder `current()`. If that fails, tries the folder below
+  /// `state`: a client uses that folder if it finds no runtime folder when it starts. Returns an empty
+  /// descriptor if no process of this user accepts the connection at once.
   FileDescriptor connect(const char* socketName) const;
 
  private:

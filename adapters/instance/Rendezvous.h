@@ -44,7 +44,8 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// locks, or if the other client does not end within `endPatience`. Standard error then says why.
   bool claim(const Claim& claim);
 
-  /// After this call, a client that starts waits until this process has ended.
+  /// Call this when this process is about to end. A client that is started later waits for the end of this
+  /// process.
   void announceEnd();
 
   /// Call this just before exec. Leaves the lock file open in the new program, which takes over the lock.

@@ -37,8 +37,9 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // A loss is reported after it has lasted for some time. This time begins when the path changed
-    // (`noticed`), or at the last resume if that was later. `resume` has stored its time in `currentSince`.
+    // The delay before the report of a network loss begins at `currentSince`. `resume` sets `currentSince` to
+    // the time of the resume from suspend. Keep that time if it is later than `noticed`, the time when the
+    // path changed.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

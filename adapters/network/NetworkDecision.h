@@ -36,8 +36,8 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// Reports of an unchanged path must not delay the report of a changed path. So for the report of a changed
-/// path, only earlier reports of a changed path are counted towards `manyReports`.
+/// When the path has changed, these rules ignore earlier reports of an unchanged path, so that those reports
+/// do not delay the report of the change.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -58,10 +58,10 @@ class NetworkDecision {
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
   bool isQuestionDue(Seconds now) const { return burst && now >= questionDue(); }
-  /// Takes the answer of the kernel; absent when the question failed. After a failure, the last known path
-  /// stays. If no path is known, assumes that the network is up (`satisfied`) and its medium unknown, because
-  /// the client reconnects the backend's services at the first report. Returns the path to report now; absent
-  /// when there is nothing to report.
+  /// Takes the answer of the kernel, absent if the question failed. Returns the path to report now, absent if
+  /// there is nothing to report. After a failure, the last known path stays. If the first question fails,
+  /// assumes that the network is up (`satisfied`) and its medium unknown: without a first report, the client
+  /// would not reconnect the backend's services.
   std::optional<NetworkPath> takeAnswer(std::optional<RoutedPath> answer, Seconds now);
   /// Returns the path to report now; absent when no report is due.
   std::optional<NetworkPath> takeReport(Seconds now);

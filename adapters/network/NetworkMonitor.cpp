@@ -17,8 +17,9 @@ namespace {
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
-/// The rtnetlink multicast groups whose messages may mean a changed path. The route groups are not enough:
-/// the kernel sends no message for routes that vanish with an address or, in IPv4, with an interface.
+/// The rtnetlink multicast groups whose messages may mean that packets to the Internet take another route.
+/// The route groups are not enough: the kernel may send no message for an IPv4 route that it deletes because
+/// an address was removed or an interface went down.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 

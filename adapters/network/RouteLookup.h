@@ -44,11 +44,11 @@ enum class Medium { unknown, wiFi, cellular, wired };
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices);
 
 /// Finds the interface through which packets to the Internet leave, and its medium. Asks the kernel for the
-/// route to a global address (RTM_GETROUTE); no packet is sent to that address. Returns the IPv4 path if its
-/// interface is usable, else the IPv6 path if its interface is usable, else an unsatisfied path. Fails when
-/// the kernel reports an error, unless the error means that there is no route. If an interface appears or
-/// disappears meanwhile, tries again; makes at most `attempts` attempts. `devices`: as for `mediumOf`. Any
-/// thread.
+/// route to a global address (RTM_GETROUTE); no packet is sent to that address. Returns the IPv4 route if its
+/// interface is usable, else the IPv6 route if its interface is usable, else a default `RoutedPath` (no
+/// connection). Fails if the kernel reports an error that does not mean "no route". If an interface appears
+/// or disappears meanwhile, starts again; fails if this happens `attempts` times. `devices`: as for
+/// `mediumOf`. Any thread.
 Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts = 3);
 
 }  // namespace kestrune

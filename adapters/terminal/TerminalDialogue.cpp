@@ -12,9 +12,9 @@ namespace {
 
 constexpr auto emptyingWord = "清空";
 
-/// A character cell shows two pixels. With colours, this block is the lower pixel, and the background above
-/// it is the upper pixel. Only cells without colours (`lightBlocks`) need the upper half block: many fonts
-/// leave a gap above it.
+/// A character cell shows two pixels, one above the other. In a cell with colours, this block is the lower
+/// pixel, and the background is the upper pixel. Many fonts leave a gap above the upper half block, so only
+/// cells without colours (`lightBlocks`) use it.
 constexpr auto lowerHalf = "▄";
 /// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
 /// whether the upper pixel and the lower pixel are dark.
@@ -155,7 +155,7 @@ std::string TerminalDialogue::picture(const Image& pictured) const {
     return (columns == 0 || each.width <= columns) && (rows == 0 || rowsFor(each) <= rows);
   });
   if (fitting == bitmaps.rend()) {
-    // Print no picture: a QR code that is cut or has broken lines cannot be scanned.
+    // Print no picture: nobody can scan a QR code if the terminal cuts it off or wraps its lines.
     return "（終端機太小，圖放不下：需要 " + std::to_string(bitmaps.front().width) + " 欄、" +
            std::to_string(rowsFor(bitmaps.front())) + " 列。）\n";
   }

@@ -11,7 +11,6 @@ namespace kestrune {
 
 inline constexpr auto terminalRule = "────────────────────────────";
 
-/// How text is emphasised on a terminal.
 struct TextStyles {
   bool enabled = false;
 
@@ -24,7 +23,8 @@ struct TextStyles {
 /// bottom, and a last one for the number of a button. Main thread.
 class TerminalDialogue {
  public:
-  /// `givenColors`: pictures may use colours. `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
+  /// `givenColors`: the alert's image may be printed in colours. `givenColumns`, `givenRows`: the terminal's
+  /// size; 0: unknown.
   TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors, int givenColumns,
                    int givenRows);
   TerminalDialogue(const TerminalDialogue&) = delete;

@@ -145,7 +145,7 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 
 void TerminalFace::refuseLine() {
   // On a terminal, or while an alert is open, discard the lines after the refused line: they would answer the
-  // wrong question. In a pipe or file without an open alert, each line is a menu command of its own: keep it.
+  // wrong question. Otherwise, keep these lines: in a pipe or a file, each is a menu command of its own.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");

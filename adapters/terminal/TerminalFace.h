@@ -13,13 +13,14 @@
 
 namespace kestrune {
 
-/// The user interface in a terminal: prints the menu and the alerts on standard output, for machines and
-/// sessions without a desktop. The user types the number of a row, or its key. A terminal gets the whole menu
-/// once, and later only changed rows. A pipe gets the whole menu at each change. Main thread.
+/// The user interface without a desktop: prints the menu and the alerts on standard output. To choose a row
+/// of the menu, the user types the row's number or its shortcut key. After a change of the menu, prints only
+/// the changed rows on a terminal, but the whole menu into a pipe. Call its functions on the main thread.
 class TerminalFace final : public StatusItem, public AlertQueue, public Notifications {
  public:
-  /// `styled`: text may be bold or faint. `colored`: pictures may use colours. Both count only if the output
-  /// is a terminal. `givenLoop` and `givenDesktop` must outlive this object.
+  /// `styled`: text may be bold or faint. `colored`: the image in an alert, such as a QR code, may be printed
+  /// in colours. Both have an effect only if standard output is a terminal. `givenLoop` and `givenDesktop`
+  /// must outlive this object.
   TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
 
   void addToStatusBar(double length) override;

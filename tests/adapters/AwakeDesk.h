@@ -47,7 +47,8 @@ inline const std::string loginCall =
 
 using Calls = std::vector<std::string>;
 
-/// A session bus and a system bus. The test starts and stops both buses and the services on them.
+/// A fixture with a private session bus and a private system bus. At first, no bus and no service runs: each
+/// test starts what it needs.
 struct AwakeDesk : ::testing::Test {
   AwakeDesk() { quarterSeconds = 0; }
 

@@ -136,8 +136,8 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // `processes` was constructed without `leftover`, so readOutput has closed the read ends of the pipes.
-    // SIGPIPE then ends the descendant, which still writes.
+    // `processes` has no function that takes over open pipes, so `readOutput` has closed their read ends. The
+    // descendant still writes to a pipe, so SIGPIPE ends it.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }

@@ -219,15 +219,14 @@ TEST_F(ChildProcess, ManyThreadsCanLaunchAtOnce) {
   EXPECT_FALSE(hasChildren());
 }
 
-// --- `reserveForThisThread`, which kills all children and lets only the calling thread launch more
-
+/// Tests `reserveForThisThread`, which kills all children and lets only the calling thread launch more.
 struct ReservedProcesses : ::testing::Test, RealChildren {};
 
 TEST_F(ReservedProcesses, WholeGroupOfAChildIsKilled) {
   const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
   processes.reserveForThisThread();
   EXPECT_TRUE(ends(*child));
-  // The child's descendant also has the pipe open. `readOutput` returns only when both processes have ended.
+  // `ids` has printed the ID of the process group of the child and of the descendant that `leave` forked.
   EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
 }
 
@@ -259,8 +258,6 @@ TEST_F(ReservedProcesses, DescendantsInOtherSessionsAreSpared) {
   EXPECT_EQ(child->terminationStatus(), 0);
   EXPECT_TRUE(service.runs());
 }
-
-// --- what a child inherits
 
 using ::testing::ExitedWithCode;
 

@@ -27,7 +27,7 @@ struct DesktopNotifications : NotifyingDesk {
     connect();
   }
   void addLasting(const char* identifier) { notifications->add({identifier, identifier, "", true}); }
-  /// Returns when the client has received all answers that the daemon has sent.
+  /// Waits until the client has received all answers that the daemon has sent.
   void settle() {
     daemon->settle();
     ASSERT_TRUE(trip.succeeds(loop));

@@ -87,8 +87,8 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   machine.add("gio", std::filesystem::perms::owner_read);
-  // reportOnce prints each message once per process. Call it in a child process, so that this process can
-  // repeat the test (--gtest_repeat). No other test causes this message.
+  // A process prints each error message of `open` only once. So call `open` in a forked child: then this
+  // process can repeat the test (--gtest_repeat).
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
     for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");

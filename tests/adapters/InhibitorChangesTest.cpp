@@ -9,7 +9,8 @@ namespace {
 struct InhibitorChanges : AwakeDesk {
   void SetUp() override { startBuses(); }
 
-  /// Waits until the power assertion `identifier` is no longer held, then releases it, as the client does.
+  /// Waits until the power assertion `identifier` is lost. Then releases it, because the client also releases
+  /// an assertion that it has lost.
   void lose(std::uint32_t identifier) {
     EXPECT_TRUE(comesAbout([&] { return !inhibitors->isHeld(identifier); }));
     inhibitors->release(identifier);

@@ -12,7 +12,8 @@
 
 namespace kestrune::testing {
 
-/// Stands for a process that starts the client. `claims` tries to become the only client of the user.
+/// Stands for one process of the client. `claims` returns whether this process has become the only client of
+/// the user.
 struct Start {
   Start(EventLoop& loop, const InstanceFolders& folders)
       : rendezvous(loop, folders, [this](const std::string& token) { shown.push_back(token); }) {}

@@ -204,9 +204,9 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// This monitor uses the delays of the client, not of NetworkRig (0 s). So it asks the kernel only after all
-/// three commands below have run. Then the route differs from the reported one only in the source address.
-/// Even so, the monitor must report the path again.
+/// The test replaces the monitor of NetworkRig, which has no delays, by a monitor with the delays of the
+/// client. So the new monitor looks up the route only after all three changes of the second `network.ip`. The
+/// route then differs from the reported route only in its source address, and must be reported again.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   monitor.emplace(loop, clock, bus, devices.file(""));
@@ -253,8 +253,6 @@ TEST_F(NetworkMonitorTest, ReadsSysfs) {
   program.waitForEnd();
 }
 
-// --- descriptors of the monitor
-
 TEST_F(NetworkMonitorTest, DestroyedMonitorLeavesNoDescriptor) {
   startOn(disconnected);
   monitor->cancel();
@@ -290,8 +288,8 @@ void runWithoutDescriptors(MonitoredNetwork& rig, const ForkedProgram::Say& say)
       seen.push_back(path);
     });
   };
-  // At their first use, the loop and a sanitizer open descriptors that they keep. The first monitor makes
-  // them do so, because they cannot open any under the limit that is set for the second monitor.
+  // Run a first monitor without a limit on descriptors. The loop and a sanitizer open descriptors at their
+  // first use and keep them. Under the limit for the second monitor, they could not open any.
   NetworkMonitor first(loop, rig.clock, bus, rig.devices.file(""));
   start(first);
   comesTrue(loop, [&seen] { return seen.size() == 1; });

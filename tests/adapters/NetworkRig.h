@@ -53,7 +53,6 @@ struct NetworkRig {
                 "address add " + address + " dev " + name});
   }
 
-  /// Switches IPv6 on, and gives the cable and the Wi-Fi an IPv6 address each.
   void useIPv6() const {
     setIPv6("all/disable_ipv6", 0);
     network.ip({"address add fd00:1::2/64 dev cable nodad", "address add fd00:2::2/64 dev wifi nodad"});

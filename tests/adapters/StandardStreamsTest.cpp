@@ -357,7 +357,8 @@ TEST(ReportOnce, DoesNotBlockWhileNobodyReads) {
   fcntl(pipe.writing.get(), F_SETFL, 0);
   dup2(pipe.writing.get(), STDERR_FILENO);
   reportOnce("held up");
-  // The pipe was full, so the call above has printed nothing. The next call prints the message.
+  // The pipe was full, so the `reportOnce` above has printed nothing. After the pipe is emptied, the next
+  // `reportOnce` must print the message.
   fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
   while (read(pipe.reading.get(), piece, sizeof piece) > 0) {
   }

@@ -57,7 +57,6 @@ inline Alert errorWindow(std::string title, std::string content) {
           .buttons = {"好"}};
 }
 
-/// A controller that works on fake ports.
 struct ControllerTest : ::testing::Test {
   FakePlatform machine;
   std::shared_ptr<AppDelegate> controller = std::make_shared<AppDelegate>(machine.platform);

@@ -99,8 +99,8 @@ TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
-/// Fake launch agents for which `areRead` returns false. A test sets the results of `isRegistered` and
-/// `document`.
+/// Fake launch agents of a machine where nothing starts agents at login (`areRead` is false). A test sets the
+/// results of `isRegistered` and `document`.
 struct OddAgents final : LaunchAgents {
   bool areRead() const override { return false; }
   std::string path(const std::string& label) const override { return "/agents/" + label; }

@@ -22,7 +22,8 @@ std::string nameOf(const NetworkPath& path) {
   return path.usesWiredEthernet ? "wired" : "other";
 }
 
-/// A machine whose network a test changes. All times are in milliseconds since the machine's start.
+/// A simulated machine. A test changes its network with `change`. All times are in milliseconds of virtual
+/// time since the construction of this object.
 struct Machine {
   struct Report {
     long when;

@@ -116,7 +116,8 @@ struct RefreshWithSession : RefreshCycle {
         R"({"projects":[{"selected":true,"title":"Shop","thread_name":"Fix the checkout page for tablets"}]})";
   }
 
-  /// Starts a refresh, and runs it until the controller has handled the backend's report.
+  /// Runs a refresh until the controller has handled the output of the backend's status command. Does not run
+  /// the next job, which reads the session.
   void beginRefresh(bool triggerNotification = false) {
     controller->refreshStatus(triggerNotification);
     machine.loop.runOneWorkerJob();

@@ -28,7 +28,8 @@ struct Settings : WithStatusItem {
     machine.loop.settle();
   }
 
-  /// Returns the views in the stack of the newest dialog.
+  /// Returns the content of the newest settings dialog, from top to bottom: labels, a button, and for each
+  /// setting a stack that contains a label and a field.
   const std::vector<View>& items() const {
     return machine.alerts.shown.back().accessoryView->children.at(0).children.at(0).children.at(0).children;
   }

@@ -11,7 +11,7 @@ namespace {
 
 using nlohmann::json;
 
-/// A snapshot (status as shown) in which no member has its default value.
+/// A snapshot in which no member has its default value.
 const StatusSnapshot full{.lamp = ConnectionLampState::error,
                           .status = "異常",
                           .officialMode = true,

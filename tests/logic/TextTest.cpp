@@ -12,8 +12,9 @@
 namespace kestrune::testing {
 namespace {
 
-/// Returns all code points for which `condition` is true. `condition` gets each code point twice: as UTF-8
-/// and as a number. Leaves out surrogates, which well-formed UTF-8 cannot contain.
+/// Returns all code points for which `condition` is true. The arguments of `condition` are the same code
+/// point: `text` as UTF-8, `character` as a number. Leaves out surrogates, which well-formed UTF-8 cannot
+/// contain.
 std::set<utf8proc_int32_t> charactersOf(
     const std::function<bool(const std::string& text, utf8proc_int32_t character)>& condition) {
   std::set<utf8proc_int32_t> found;

@@ -327,10 +327,11 @@ struct FakeFileManager final : FileManager {
   CallLog& log;
   std::map<std::string, std::string> files;
   std::set<std::string> unreadable;        ///< files that exist but cannot be read
-  std::optional<std::string> writeError;   ///< if set, the error of every write
+  std::optional<std::string> writeError;   ///< if set, the error of `writeAtomically` and `replaceUnreadable`
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
-  std::optional<std::string> keepError;    ///< if set, the error of `writePrivately` and `replaceUnreadable`
+  /// If set, the error of `writePrivately`, and of `replaceUnreadable` if the file exists.
+  std::optional<std::string> keepError;
   /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
   std::optional<std::string> readError;
   mutable std::vector<std::string> asked;  ///< the files that were read, in order

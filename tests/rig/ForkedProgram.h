@@ -61,7 +61,6 @@ class ForkedProgram {
 
   void tell(int signal) const { kill(target, signal); }
 
-  /// Sends the signal to the child, and returns when the child has ended.
   void end(int signal = SIGKILL) {
     tell(signal);
     waitForEnd();

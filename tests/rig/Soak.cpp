@@ -112,7 +112,7 @@ void Soak::happen() {
     return weights;
   }();
   while (next <= machine.clock.awakeTime() && machine.clock.awakeTime() < end) {
-    // Let some events follow each other closely: many faults need two events at almost the same time.
+    // Let some events follow each other closely: many bugs occur only if two events almost coincide.
     next =
         machine.clock.awakeTime() + (chance.comesUp(0.3) ? chance.between(0, 1.5) : chance.between(5, 150));
     int left = static_cast<int>(chance.below(static_cast<std::size_t>(sum)));
@@ -145,8 +145,8 @@ void Soak::userChooses() {
   std::vector<std::string> offered;
   for (const auto& item : machine.statusItem.menu().items) {
     if (item.action.empty() || !item.enabled || item.action == "quit") continue;
-    // While auto-connect is off, little happens. So offer each row that turns it on eight times instead of
-    // once.
+    // While auto-connect is off, little happens. So each menu row that enables auto-connect gets eight
+    // entries in `offered`, and is chosen more often.
     const bool turnsOn = item.action == "toggleAutoConnect" || item.action == "refreshNow";
     for (int times = isOff && turnsOn ? 8 : 1; times > 0; --times) offered.push_back(item.action);
   }

@@ -139,7 +139,6 @@ class StandInDialogs {
 
   std::string program() const { return folder.file("dialogs"); }
 
-  /// Replaces the program by a shell script.
   void replaceBy(const std::string& script) const {
     std::filesystem::remove(program());
     std::ofstream(program()) << "#!/bin/sh\n" << script << "\n";

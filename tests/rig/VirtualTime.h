@@ -37,8 +37,8 @@ class VirtualClock final : public Clock {
   Seconds asleep{0};
 };
 
-/// A fake main loop with queues and timers, without threads. Runs jobs and timers only while a test calls
-/// `run` or one of the functions after "For tests".
+/// A fake main loop with queues and timers, without threads. Jobs and timers run only while a test calls
+/// `run` or a function such as `settle` or `advance`.
 class FakeLoop final : public Application, public Dispatch, public Timers {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);

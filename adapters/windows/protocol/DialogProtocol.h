@@ -71,8 +71,9 @@ using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// Returns the message in `line`, or the reason why the line is invalid. An event is accepted only if it is
-/// exactly as `encode` writes it. The values in a request are not checked.
+/// Returns the message in `line`, or the reason why the line is invalid. `decodeEvent` rejects every event
+/// that is not the same JSON as `encode` writes for it, for example an event with an unknown member.
+/// `decodeRequest` does not check this, because only the client writes requests.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 
