@@ -35,7 +35,7 @@ QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, i
   return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
 }
 
-/// Shows a context menu with "Copy" and "Select All". QLabel itself shows a context menu only for links.
+/// Shows a context menu with "Copy" and "Select All". A QLabel has a context menu of its own only for a link.
 void showContextMenu(QLabel* label, QPoint place) {
   const auto titled = [](const char* word, QKeySequence::StandardKey key) {
     return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +

@@ -46,8 +46,8 @@ using Job = std::function<void()>;
 /// Runs jobs one at a time, in the order in which they were posted.
 class DispatchQueue {
  public:
-  /// Does the same as `close`. Main thread. A job must not destroy its own queue, unless the queue has its
-  /// own thread.
+  /// Does the same as `close`. Called on the main thread, or by a job of this queue if the queue has a thread
+  /// of its own.
   virtual ~DispatchQueue() = default;
 
   virtual const std::string& label() const = 0;

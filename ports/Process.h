@@ -18,8 +18,8 @@ class Process {
   virtual ~Process() = default;
 
   /// Returns whether the child is running; does not block. Call this repeatedly while you wait for the
-  /// child's end: a full pipe blocks the child, so each call makes room in a full pipe. A child that writes
-  /// more than 64 KiB to a pipe may block until `readOutput` is called.
+  /// child's end: each call also makes room in the pipes. In this way, a child can write 64 KiB to each pipe.
+  /// If it writes more, it may block until `readOutput` is called.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -145,14 +145,14 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file. A newline character would split the
-    // value into two lines. The client reads a value up to the first LF that does not follow a CR. So if the
-    // value that was read (`before`) already contains a newline, .env has newlines such as CR LF.
+    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
+    // A line end inside the value would split it into two lines of .env.
     if (!EnvFile::holdsLineEnd(found->second)) continue;
     const auto before = shown.find(row.key);
     if (before == shown.end() || !EnvFile::holdsLineEnd(trimmed(before->second)))
       return title + "的內容不能換行。設定沒有保存。";
+    // The value had the line end already when it was read from .env: the lines there do not end at LF.
     return ".env 的換行字元不是 LF（例如 CR LF），" + title +
            "讀到的值包含其他行的內容。請把 .env 的換行改成 LF，再打開設定。設定沒有保存。";
   }

@@ -36,8 +36,7 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// When the path has changed, these rules ignore earlier reports of an unchanged path, so that those reports
-/// do not delay the report of the change.
+/// A report of the same path as before never delays the report of a changed path.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -51,9 +50,8 @@ class NetworkDecision {
   /// yet, the wait before that report starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// Returns when the caller must act next; absent if there is nothing to do. After `notice` or `resume`, the
-  /// next step is to ask the kernel, because the known path may be outdated. Otherwise, the next step is to
-  /// call `takeReport`.
+  /// Returns the time of the caller's next step; absent if there is none. The step is to ask the kernel if
+  /// `isQuestionDue` is true at that time, else to call `takeReport`.
   std::optional<Seconds> due() const;
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
