@@ -1,7 +1,6 @@
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "fuzz/Controller.h"
 #include "fuzz/Fuzz.h"
-#include "text/Text.h"
 
 // Fuzzes the pairing link. The input: a value to percent-encode, and the text of the backend's .env.
 

@@ -1,10 +1,10 @@
 #include "adapters/desktop/DesktopNotifications.h"
+#include "tests/rig/BusText.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/RealDesktop.h"
 #include "tests/rig/RoundTrip.h"
 #include "tests/rig/SignalState.h"
-#include "tests/rig/VirtualTime.h"
 
 // Tests of the notifications with a real daemon (dunst).
 

@@ -360,9 +360,7 @@ struct RealParts {
   Processes* processes = nullptr;
   const ServiceControl* serviceControl = nullptr;
   LaunchAgents* launchAgents = nullptr;
-  StatusItem* statusItem = nullptr;
   Alerts* alerts = nullptr;
-  Images* images = nullptr;
 };
 Platform platformWith(FakePlatform& fakes, const RealParts& real);
 

@@ -1,30 +1,20 @@
 #pragma once
 
-#include <sys/stat.h>
-#include <systemd/sd-bus.h>
-#include <unistd.h>
-
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "tests/rig/BusText.h"
 #include "tests/rig/ForkedProgram.h"
-#include "tests/rig/Namespaces.h"
 #include "tests/rig/ScratchFolder.h"
-#include "tests/rig/StubService.h"
 
 namespace kestrune::testing {
 
 /// An Xvfb display, and a home folder for the programs on this display.
 class RealDisplay {
  public:
-  std::string variable() const { return "DISPLAY=:" + number; }
-
   /// Returns variables for a program's environment. They make the program use this display and home folder,
   /// and hide the settings of the machine's desktop from it.
   std::vector<std::string> variables() const {
-    return {variable(),
+    return {"DISPLAY=:" + number,
             "HOME=" + home.file(""),
             "XDG_CONFIG_HOME=" + home.file("config"),
             "XDG_CONFIG_DIRS=" + home.file("no-config"),

@@ -21,7 +21,6 @@
 
 #include "adapters/system/FileDescriptor.h"
 #include "tests/rig/BusText.h"
-#include "tests/rig/ComesTrue.h"
 
 namespace kestrune::testing {
 

@@ -75,13 +75,9 @@ class Screen {
   Screen(EventLoop& givenLoop, int givenDescriptor)
       : loop(givenLoop), descriptor(fcntl(givenDescriptor, F_DUPFD_CLOEXEC, 3)) {
     fcntl(descriptor.get(), F_SETFL, fcntl(descriptor.get(), F_GETFL) | O_NONBLOCK);
-    lookAgain();
-  }
-
-  void lookAgain() {
     readable = loop.onDescriptor(descriptor.get(), EPOLLIN, [this] { read(); });
   }
-  void lookAway() { readable.reset(); }
+
   void close() {
     readable.reset();
     descriptor.reset();
@@ -123,11 +119,11 @@ class TerminalRig {
  public:
   enum class Line { pipes, terminal };
 
-  explicit TerminalRig(EventLoop& givenLoop, Line givenLine, bool colored = false)
+  TerminalRig(EventLoop& givenLoop, Line givenLine)
       : loop(givenLoop), line(givenLine), screen(loop, outgoing()) {
     const StandardStreams streams(line == Line::terminal ? terminal.inside.get() : toProgram.reading.get(),
                                   line == Line::terminal ? terminal.inside.get() : fromProgram.writing.get());
-    face = std::make_unique<TerminalFace>(loop, colored, colored, desktop);
+    face = std::make_unique<TerminalFace>(loop, false, false, desktop);
     toProgram.reading.reset();
     fromProgram.writing.reset();
     face->addToStatusBar(StatusItem::squareLength);

@@ -164,9 +164,4 @@ void FakeLoop::advance(Seconds duration) {
   }
 }
 
-void FakeLoop::suspend(Seconds duration) {
-  clock.suspend(duration);
-  settle();
-}
-
 }  // namespace kestrune::testing

@@ -70,8 +70,6 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   void settle();
   /// Advances the clock by `duration`, and runs everything that becomes due on the way.
   void advance(Seconds duration);
-  /// Pretends that the machine was suspended for `duration`, then runs everything that is due.
-  void suspend(Seconds duration);
 
   /// What the loop can run in one step: a job of the main queue, a delayed job, the action of a timer, or a
   /// job of a worker queue.
