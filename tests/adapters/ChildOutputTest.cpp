@@ -21,14 +21,7 @@ constexpr std::size_t limit = std::size_t{16} << 20;
 // Each measured call must take less time than this. None may wait for a descendant that lives for 60 s.
 constexpr Seconds generous{20.0};
 
-struct ChildOutput : ::testing::Test, RealChildren {
-  std::string outputOf(const Arguments& arguments) {
-    const auto child = launch(arguments);
-    std::string output = child->readOutput(patience);
-    EXPECT_TRUE(ends(*child));
-    return output;
-  }
-};
+struct ChildOutput : ::testing::Test, RealChildren {};
 
 TEST_F(ChildOutput, StandardOutputComesBeforeStandardError) {
   EXPECT_EQ(outputOf({"err", "b\n", "out", "a\n", "err", "d\n", "out", "c\n"}), "a\nc\nb\nd\n");

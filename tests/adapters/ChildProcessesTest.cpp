@@ -12,6 +12,7 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ProcessEnd.h"
 #include "tests/rig/ScopedVariable.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {
@@ -262,14 +263,6 @@ TEST_F(ReservedProcesses, DescendantsInOtherSessionsAreSpared) {
 using ::testing::ExitedWithCode;
 
 struct ChildInheritance : ::testing::Test, RealChildren {
-  std::string outputOf(const std::string& program, const Arguments& arguments) {
-    const auto launched = processes.launch(program, arguments);
-    std::string output = (*launched)->readOutput(patience);
-    EXPECT_TRUE(ends(**launched));
-    return output;
-  }
-  std::string outputOf(const Arguments& arguments) { return outputOf(TEST_CHILD, arguments); }
-
   using Signals = std::bitset<64>;
   inline static const Signals none;
 
@@ -325,21 +318,16 @@ TEST_F(ChildInheritance, ChildInheritsEnvironmentAndWorkingDirectory) {
   const std::filesystem::path before = std::filesystem::current_path();
   const std::string here = std::filesystem::canonical(folder.file("."));
   std::filesystem::current_path(here);
-  EXPECT_EQ(outputOf("/bin/sh", {"-c", "echo \"$KESTRUNE_TEST_VARIABLE\"; pwd -P"}),
+  EXPECT_EQ(outputOf({"-c", "echo \"$KESTRUNE_TEST_VARIABLE\"; pwd -P"}, "/bin/sh"),
             "a value, 值\n" + here + "\n");
   std::filesystem::current_path(before);
 }
 
 TEST_F(ChildInheritance, ChildInheritsStandardInput) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const FileDescriptor near(ends[1]);
-  const FileDescriptor before(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
-  dup2(ends[0], STDIN_FILENO);
-  close(ends[0]);
-  ASSERT_EQ(write(near.get(), "a line\n", 7), 7);
+  const PipeEnds pipe;
+  const StandardStreams streams(pipe.reading.get(), STDOUT_FILENO);
+  ASSERT_EQ(write(pipe.writing.get(), "a line\n", 7), 7);
   EXPECT_EQ(outputOf({"copy-input"}), "a line\n");
-  dup2(before.get(), STDIN_FILENO);
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "adapters/children/ChildProcesses.h"
+#include "tests/rig/FileTest.h"
 #include "tests/rig/PrivateBus.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/StubService.h"
@@ -18,16 +18,14 @@ namespace {
 template <typename... Values>
 StubService::Behaviour answering(const char* member, const char* types, Values... values) {
   return [=](sd_bus_message* call) {
-    if (std::strcmp(sd_bus_message_get_member(call), member) != 0) return false;
-    return sd_bus_reply_method_return(call, types, values...) >= 0;
+    return isMethod(call, member) && sd_bus_reply_method_return(call, types, values...) >= 0;
   };
 }
 
 /// Behaves as a session manager with one inhibitor: answers GetInhibitors, and GetAppId of the inhibitor.
 bool sessionManager(sd_bus_message* call) {
-  const std::string member = sd_bus_message_get_member(call);
-  if (member == "GetInhibitors") return sd_bus_reply_method_return(call, "ao", 1, "/inhibitor/1") >= 0;
-  return member == "GetAppId" && sd_bus_reply_method_return(call, "s", "a\x1b[31mplayer") >= 0;
+  if (isMethod(call, "GetInhibitors")) return sd_bus_reply_method_return(call, "ao", 1, "/inhibitor/1") >= 0;
+  return isMethod(call, "GetAppId") && sd_bus_reply_method_return(call, "s", "a\x1b[31mplayer") >= 0;
 }
 
 bool watcher(sd_bus_message* call) {
@@ -59,8 +57,7 @@ struct Diagnosis : ::testing::Test {
   std::string describedWith(const std::string& name, const std::string& lines) {
     const std::string program = programs.file(name), timeout = programs.file("timeout");
     if (!std::filesystem::exists(timeout)) std::filesystem::create_symlink("/usr/bin/timeout", timeout);
-    std::ofstream(program) << "#!/bin/bash\n" << lines;
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    put(program, "#!/bin/bash\n" + lines, 0755);
     const ScopedVariable path("PATH", programs.file(""));
     return described();
   }

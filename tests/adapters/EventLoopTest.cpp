@@ -15,6 +15,7 @@
 #include "adapters/children/Spawn.h"
 #include "adapters/system/FileDescriptor.h"
 #include "tests/adapters/Loops.h"
+#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ResourceLimit.h"
 #include "tests/rig/StandInDialogs.h"
 
@@ -144,12 +145,10 @@ struct EventLoopAlone : ::testing::Test {
 };
 
 TEST_F(EventLoopAlone, SIGPIPEAndSIGXFSZBecomeErrors) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  close(ends[0]);
-  EXPECT_EQ(write(ends[1], "x", 1), -1);
+  PipeEnds pipe;
+  pipe.reading.reset();
+  EXPECT_EQ(write(pipe.writing.get(), "x", 1), -1);
   EXPECT_EQ(errno, EPIPE);
-  close(ends[1]);
   const ScratchFolder folder;
   const FileDescriptor file(open(folder.file("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   const ResourceLimit noRoom(RLIMIT_FSIZE, 0);
@@ -172,10 +171,7 @@ TEST_F(EventLoopAlone, WorkerThreadsBlockSignals) {
 }
 
 TEST_F(EventLoopAlone, HandlerMayDestroyItsOwnSource) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const FileDescriptor output(ends[0]);
-  const FileDescriptor input(ends[1]);
+  const PipeEnds pipe;
   int handled = 0;
   EventSource writable;
   EventSource delayed;
@@ -189,7 +185,7 @@ TEST_F(EventLoopAlone, HandlerMayDestroyItsOwnSource) {
       handled += text.starts_with("long");
     };
   };
-  writable = loop.onDescriptor(input.get(), EPOLLOUT, destroying(writable));
+  writable = loop.onDescriptor(pipe.writing.get(), EPOLLOUT, destroying(writable));
   delayed = loop.after(Seconds{0.001}, destroying(delayed));
   signalled = loop.onSignal(SIGUSR1, destroying(signalled));
   raise(SIGUSR1);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 
 #include "adapters/desktop/DesktopNotifications.h"
@@ -24,10 +23,6 @@ inline std::string notify(const std::string& title, const std::string& body, boo
   return "/org/freedesktop/Notifications Notify 'Kestrune', 0, '/logo.png', '" + title + "', '" + body +
          "', [], {'desktop-entry': s 'com.dovrel.kestrune.menuclient', " +
          (lasting ? "'resident': b true}, 0" : "'transient': b true}, -1");
-}
-
-inline bool isMethod(sd_bus_message* call, const char* member) {
-  return std::strcmp(sd_bus_message_get_member(call), member) == 0;
 }
 
 /// Behaves as a notification daemon that does not read markup.

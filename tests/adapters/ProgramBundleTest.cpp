@@ -30,12 +30,7 @@ struct RunningProgram : ::testing::Test, RealChildren {
   /// of the resource `name`.`extension` ("none" if there is no such resource).
   std::string say(const std::string& started, const std::string& command, const std::string& name = "logo",
                   const std::string& extension = "png") {
-    const auto launched = processes.launch(started, {command, name, extension});
-    EXPECT_TRUE(launched);
-    std::string said = (*launched)->readOutput(patience);
-    EXPECT_TRUE(ends(**launched));
-    EXPECT_EQ((*launched)->terminationStatus(), 0) << said;
-    return said;
+    return outputOf({command, name, extension}, started);
   }
   std::string paths(const std::string& resource = "none") const {
     return bin + "\n" + program + "\n" + fs::current_path().string() + "\n" + resource + "\n";

@@ -66,11 +66,20 @@ class RealChildren {
   RealChildren(const RealChildren&) = delete;
   RealChildren& operator=(const RealChildren&) = delete;
 
-  /// Launches a child with `arguments`. Never returns null; throws if the launch fails.
-  std::unique_ptr<Process> launch(const Arguments& arguments) {
-    auto launched = processes.launch(TEST_CHILD, arguments);
+  /// Launches a child. Never returns null; throws if the launch fails.
+  std::unique_ptr<Process> launch(const Arguments& arguments, const std::string& program = TEST_CHILD) {
+    auto launched = processes.launch(program, arguments);
     if (!launched) throw std::runtime_error(launched.reason());
     return std::move(*launched);
+  }
+
+  /// Launches a child, and waits for its end, which must be a success. Returns its output.
+  std::string outputOf(const Arguments& arguments, const std::string& program = TEST_CHILD) {
+    const auto child = launch(arguments, program);
+    std::string output = child->readOutput(patience);
+    EXPECT_TRUE(ends(*child));
+    EXPECT_EQ(child->terminationStatus(), 0) << output;
+    return output;
   }
 
   /// Launches a child that performs the steps `arguments` (see TestChild.cpp), then the steps `rest`. Returns

@@ -1,17 +1,9 @@
-#include "KestruneMenuClient/AppDelegate.h"
 #include "adapters/loop/SystemClock.h"
 #include "tests/adapters/RealChildren.h"
+#include "tests/rig/AppDelegateState.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ScopedVariable.h"
-
-namespace kestrune {
-
-inline void PrintTo(const CommandResult& result, std::ostream* stream) {
-  *stream << (result.ok ? "ok \"" : "not ok \"") << result.output << "\"";
-}
-
-}  // namespace kestrune
 
 namespace kestrune::testing {
 namespace {

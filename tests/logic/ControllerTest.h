@@ -34,10 +34,6 @@ inline void PrintTo(const OperationResult& result, std::ostream* stream) {
   *stream << (result.ok ? "ok \"" : "not ok \"") << result.message << "\"";
 }
 
-inline void PrintTo(const CommandResult& result, std::ostream* stream) {
-  *stream << (result.ok ? "ok \"" : "not ok \"") << result.output << "\"";
-}
-
 }  // namespace kestrune
 
 namespace kestrune::testing {

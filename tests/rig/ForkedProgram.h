@@ -19,6 +19,17 @@
 
 namespace kestrune::testing {
 
+/// The two ends of a pipe. Both are close-on-exec.
+struct PipeEnds {
+  PipeEnds() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    reading.reset(ends[0]);
+    writing.reset(ends[1]);
+  }
+  FileDescriptor reading, writing;
+};
+
 /// A child process that runs a function of the test. The test reads the child's lines and its standard error
 /// through pipes. The destructor kills the child.
 class ForkedProgram {
@@ -85,15 +96,18 @@ class ForkedProgram {
   /// Starts the child, which runs `body`. With `inGroup`, the child gets its own process group, and tell()
   /// sends signals to the whole group.
   void run(bool inGroup, const std::function<void(int output)>& body) {
-    const FileDescriptor output = makePipe(lines), error = makePipe(errors);
+    PipeEnds output, error;
+    for (const auto* const each : {&output, &error}) fcntl(each->reading.get(), F_SETFL, O_NONBLOCK);
+    lines = std::move(output.reading);
+    errors = std::move(error.reading);
     const pid_t parent = getpid();
     process = fork();
     if (process == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       if (getppid() != parent) _exit(1);
       if (inGroup) setpgid(0, 0);
-      dup2(error.get(), STDERR_FILENO);
-      body(output.get());
+      dup2(error.writing.get(), STDERR_FILENO);
+      body(output.writing.get());
       _exit(0);
     }
     if (process < 0) throw std::runtime_error("cannot fork");
@@ -109,15 +123,6 @@ class ForkedProgram {
   }
 
  private:
-  /// Makes a pipe. `reader` gets the reading end, which is non-blocking. Returns the writing end.
-  static FileDescriptor makePipe(FileDescriptor& reader) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    reader.reset(ends[0]);
-    fcntl(ends[0], F_SETFL, O_NONBLOCK);
-    return FileDescriptor(ends[1]);
-  }
-
   /// Empties the pipe, and appends what it read to `text`. Returns false if the writing end is closed.
   static bool take(const FileDescriptor& pipe, std::string& text) {
     char buffer[4096];

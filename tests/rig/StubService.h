@@ -24,6 +24,10 @@
 
 namespace kestrune::testing {
 
+inline bool isMethod(sd_bus_message* call, const char* member) {
+  return std::strcmp(sd_bus_message_get_member(call), member) == 0;
+}
+
 /// A fake service on a bus, which records its calls. It has its own thread, so that the thread under test may
 /// block on a call. The destructor disconnects the service.
 class StubService {
@@ -95,7 +99,7 @@ class StubService {
   /// Answers every Inhibit with a cookie, counted up from `first`, and every other call with an empty reply.
   static Behaviour grants(std::uint32_t first) {
     return [next = first](sd_bus_message* call) mutable {
-      if (std::strcmp(sd_bus_message_get_member(call), "Inhibit") == 0) {
+      if (isMethod(call, "Inhibit")) {
         sd_bus_reply_method_return(call, "u", next++);
       } else {
         sd_bus_reply_method_return(call, "");
@@ -119,7 +123,7 @@ class StubService {
   /// later. The test must unref it.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
-      if (std::strcmp(sd_bus_message_get_member(call), member) == 0) held = sd_bus_message_ref(call);
+      if (isMethod(call, member)) held = sd_bus_message_ref(call);
       return true;
     };
   }

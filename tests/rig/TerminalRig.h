@@ -14,6 +14,7 @@
 #include "adapters/terminal/TerminalFace.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/FakePlatform.h"
+#include "tests/rig/ForkedProgram.h"
 
 namespace kestrune::testing {
 
@@ -44,17 +45,6 @@ class StandardStreams {
 
   const FileDescriptor oldInput;
   const FileDescriptor oldOutput;
-};
-
-struct PipeEnds {
-  PipeEnds() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    reading.reset(ends[0]);
-    writing.reset(ends[1]);
-  }
-  FileDescriptor reading;
-  FileDescriptor writing;
 };
 
 struct PseudoTerminal {
