@@ -1,11 +1,9 @@
-#include <sstream>
-#include <vector>
-
 #include "adapters/files/AutostartEntries.h"
 #include "adapters/files/Files.h"
 #include "fuzz/Fuzz.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ScratchFolder.h"
+#include "text/Text.h"
 
 // Fuzzes autostart entries. The input: the path of the running program, the path of the repository, a byte,
 // the text of the entry. If the byte is 'v', KESTRUNE_REPO_PATH is set to the path of the repository.
@@ -13,18 +11,11 @@
 namespace {
 
 using namespace kestrune;
-using fuzz::contentsOf;
-using fuzz::put;
 using fuzz::require;
+using testing::contentsOf;
+using testing::put;
 
 constexpr auto label = "com.example.client";
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
 
 /// Repairs the entry `text`, which may be damaged. Checks that the repair changes only the lines Exec,
 /// TryExec and Path, and neither enables nor disables the entry.
@@ -38,8 +29,8 @@ void repair(AutostartEntries& entries, const std::string& repo, const std::strin
   const std::string repaired = contentsOf(path);
   if (repaired == text) return;
 
-  const auto before = linesOf(text);
-  const auto after = linesOf(repaired);
+  const auto before = split(text, '\n');
+  const auto after = split(repaired, '\n');
   require(before.size() == after.size(), "a repair keeps the number of lines");
   for (std::size_t i = 0; i < before.size(); ++i) {
     const bool isOurs =
@@ -56,7 +47,7 @@ void lead(AutostartEntries& entries, const std::string& repo, const std::string&
   const std::string path = entries.path(label);
   const auto document = entries.document(label, "/gone/KestruneMenuClient", repo);
   if (!document) return;
-  require(linesOf(*document).size() == 12, "a path adds no line to an entry");
+  require(split(*document, '\n').size() == 12, "a path adds no line to an entry");
   put(path, *document);
   require(entries.isRegistered(label), "a new entry is enabled");
   entries.repair(label, repo);

@@ -6,9 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <string_view>
 
 // A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. libFuzzer calls
@@ -24,15 +21,6 @@ inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
   std::abort();
-}
-
-inline std::string contentsOf(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-inline void put(const std::string& file, const std::string& text) {
-  std::ofstream(file, std::ios::binary) << text;
 }
 
 /// Splits the input of a fuzzer into pieces. After the end of the input, every piece is empty or zero.

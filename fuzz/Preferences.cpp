@@ -13,9 +13,9 @@
 namespace {
 
 using namespace kestrune;
-using fuzz::contentsOf;
 using fuzz::require;
 using nlohmann::json;
+using testing::contentsOf;
 
 /// Returns the preferences in `text` without `key`; empty if `text` is not a JSON object.
 json othersIn(const std::string& text, const std::string& key) {
@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string key(input.text());
   const std::string value(input.text());
   const std::string text(input.rest());
-  fuzz::put(path, text);
+  testing::put(path, text);
 
   static_cast<void>(PreferencesFile(files, path).boolForKey(key));
   static_cast<void>(PreferencesFile(files, path).stringForKey(key));

@@ -1,10 +1,8 @@
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
-#include <vector>
 
 #include "fuzz/Fuzz.h"
+#include "tests/rig/ScratchFolder.h"
 
 // Runs a fuzzer with each file of the given folders, in builds without libFuzzer.
 
@@ -15,8 +13,7 @@ namespace fs = std::filesystem;
 void replay(const fs::path& file) {
   std::printf("%s\n", file.c_str());
   std::fflush(stdout);
-  std::ifstream stream(file, std::ios::binary);
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
+  const std::string bytes = kestrune::testing::contentsOf(file);
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 

@@ -22,13 +22,12 @@ class RecordingMachine {
   RecordingMachine() { std::filesystem::create_directory(folder.file("bin")); }
 
   /// Adds a recording program to PATH, and returns the path of its file.
-  std::string add(const std::string& name,
-                  std::filesystem::perms permissions = std::filesystem::perms::owner_all) {
+  std::string add(const std::string& name, mode_t mode = 0700) {
     const std::string program = folder.file("bin/" + name);
-    std::ofstream(program) << "#!/bin/sh\nprintf '%s\\0' " << name
-                           << " \"$KESTRUNE_MENU_CLIENT_RELAUNCH\" \"$$\" \"$@\" >>'" << folder.file("record")
-                           << "'\n";
-    std::filesystem::permissions(program, permissions);
+    put(program,
+        "#!/bin/sh\nprintf '%s\\0' " + name + " \"$KESTRUNE_MENU_CLIENT_RELAUNCH\" \"$$\" \"$@\" >>'" +
+            folder.file("record") + "'\n",
+        mode);
     return program;
   }
   void remove(const std::string& name) { std::filesystem::remove(folder.file("bin/" + name)); }
@@ -79,14 +78,14 @@ TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
   machine.add("gio");
   openOnDesktop("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"gio", "", "open", "/a/folder"}));
-  machine.add("xdg-open", std::filesystem::perms::owner_read);
+  machine.add("xdg-open", 0400);
   openOnDesktop("/a/folder");
   EXPECT_EQ(machine.record().size(), 10u) << "where xdg-open may not run";
   EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
-  machine.add("gio", std::filesystem::perms::owner_read);
+  machine.add("gio", 0400);
   // A process prints each error message of `open` only once. So call `open` in a forked child: then this
   // process can repeat the test (--gtest_repeat).
   ForkedProgram program([this](const ForkedProgram::Say&) {
@@ -138,7 +137,7 @@ TEST_F(DesktopWorkspaceOn, AFailureToStartANewInstanceHasAReason) {
   DesktopWorkspace workspace(loop, bundle, {}, false);
   machine.remove("client");
   EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"No such file or directory"});
-  machine.add("client", std::filesystem::perms::owner_read);
+  machine.add("client", 0400);
   EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"Permission denied"});
   bundle.executable = std::nullopt;
   EXPECT_EQ(DesktopWorkspace(loop, bundle, {}, false).openNewInstance(bundle.bundlePath()),

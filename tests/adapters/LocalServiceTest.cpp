@@ -7,7 +7,6 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 #include "adapters/children/CurlLocalService.h"
@@ -191,10 +190,9 @@ TEST_F(LocalServiceTest, TokenIsInNoCommandLineOrEnvironment) {
     for (const auto& process : fs::directory_iterator("/proc")) {
       if (!std::isdigit(static_cast<unsigned char>(process.path().filename().string()[0]))) continue;
       for (const char* const name : {"cmdline", "environ"}) {
-        std::ostringstream text;
-        text << std::ifstream(process.path() / name).rdbuf();
-        if (text.str().find("/desktop/projects") != std::string::npos) ++processes;
-        if (text.str().find(token) != std::string::npos) places += (process.path() / name).string() + " ";
+        const std::string text = contentsOf(process.path() / name);
+        if (text.find("/desktop/projects") != std::string::npos) ++processes;
+        if (text.find(token) != std::string::npos) places += (process.path() / name).string() + " ";
       }
     }
   });
@@ -240,8 +238,7 @@ TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
 /// Replaces curl by a shell script.
 struct CurlScript {
   explicit CurlScript(const std::string& lines) {
-    std::ofstream(programs.file("curl")) << "#!/bin/sh\n" << lines;
-    fs::permissions(programs.file("curl"), fs::perms::owner_all);
+    put(programs.file("curl"), "#!/bin/sh\n" + lines, 0755);
   }
 
   const ScratchFolder programs;

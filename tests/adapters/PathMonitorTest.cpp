@@ -1,5 +1,3 @@
-#include <deque>
-
 #include "tests/adapters/NetworkRig.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/RoundTrip.h"
@@ -7,30 +5,6 @@
 
 namespace kestrune::testing {
 namespace {
-
-/// A queue that keeps its jobs until the test runs them one by one.
-class HeldQueue final : public DispatchQueue {
- public:
-  const std::string& label() const override { return name; }
-  void async(Job job) override { jobs.push_back(std::move(job)); }
-  void close() override { jobs.clear(); }
-
-  bool isEmpty() const { return jobs.empty(); }
-  bool isRunning() const { return running; }
-
-  void runOne() {
-    const Job job = std::move(jobs.front());
-    jobs.pop_front();
-    running = true;
-    job();
-    running = false;
-  }
-
- private:
-  const std::string name = "held";
-  std::deque<Job> jobs;
-  bool running = false;
-};
 
 /// A network with a fake monitor: the test plugs the cable in or pulls it out.
 struct FakeNetwork {
@@ -62,22 +36,30 @@ struct RealNetwork : NetworkRig {
 template <typename Network>
 struct PathMonitorContract : ::testing::Test {
   void start() {
-    network.monitor->start(queue, [this](NetworkPath path) {
-      EXPECT_TRUE(queue.isRunning());
+    network.monitor->start(held.mainQueue(), [this](NetworkPath path) {
+      EXPECT_TRUE(areRunning);
       updates.push_back(path);
     });
   }
 
   /// Waits for an update; returns whether its path is `path`.
   bool reports(const NetworkPath& path) {
-    if (!network.comesTrue([this] { return !queue.isEmpty(); })) return false;
+    if (!network.comesTrue([this] { return held.mainJobs() > 0; })) return false;
     const std::size_t before = updates.size();
-    while (!queue.isEmpty()) queue.runOne();
+    runJobs();
     return updates.size() > before && updates.back() == path;
   }
+  void runJobs() {
+    areRunning = true;
+    held.runMain();
+    areRunning = false;
+  }
 
+  VirtualClock clock;
+  CallLog log;
+  FakeLoop held{clock, log};  ///< keeps the jobs with the updates until runJobs()
+  bool areRunning = false;
   Network network;
-  HeldQueue queue;
   std::vector<NetworkPath> updates;
 };
 
@@ -98,10 +80,10 @@ TYPED_TEST(PathMonitorContract, CancelDropsQueuedUpdates) {
   this->start();
   EXPECT_TRUE(this->reports(disconnected));
   this->network.plugIn();
-  ASSERT_TRUE(this->network.comesTrue([this] { return !this->queue.isEmpty(); }));
+  ASSERT_TRUE(this->network.comesTrue([this] { return this->held.mainJobs() > 0; }));
   this->network.monitor->cancel();
   this->network.monitor->cancel();
-  while (!this->queue.isEmpty()) this->queue.runOne();
+  this->runJobs();
   EXPECT_EQ(this->updates.size(), 1u);
 }
 

@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "tests/adapters/Instances.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ResourceLimit.h"
@@ -149,7 +147,7 @@ TEST_F(RequestServerTest, PathLongerThanSunPathWorks) {
 }
 
 TEST_F(RequestServerTest, DeadSocketOrLinkIsReplaced) {
-  std::ofstream(folder.file("precious")) << "kept";
+  put(folder.file("precious"), "kept");
   std::filesystem::remove(socket);
   std::filesystem::create_symlink(folder.file("precious"), socket);
   for (int i = 0; i < 2; ++i) {
@@ -158,9 +156,7 @@ TEST_F(RequestServerTest, DeadSocketOrLinkIsReplaced) {
     RequestServer dead(loop, nullptr, nullptr);
     ASSERT_FALSE(dead.listen(place));
   }
-  std::string text;
-  std::ifstream(folder.file("precious")) >> text;
-  EXPECT_EQ(text, "kept");
+  EXPECT_EQ(contentsOf(folder.file("precious")), "kept");
 }
 
 TEST_F(RequestServerTest, FailedListenHasTheErrno) {

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "adapters/system/Errors.h"
@@ -236,9 +235,7 @@ TEST_F(StandardOutputTo, AFileGetsTheTextAfterWhatOthersWrote) {
   output.write("menu\n");
   ASSERT_EQ(write(file.get(), "between\n", 8), 8);
   output.write("menu again\n");
-  std::stringstream contents;
-  contents << std::ifstream(path).rdbuf();
-  EXPECT_EQ(contents.str(), "before\nmenu\nbetween\nmenu again\n");
+  EXPECT_EQ(contentsOf(path), "before\nmenu\nbetween\nmenu again\n");
 }
 
 TEST_F(StandardOutputTo, APipeOrTerminalThatCannotBeOpenedAgainDoesNotBlock) {

@@ -4,10 +4,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "tests/rig/ScratchFolder.h"
@@ -15,17 +13,6 @@
 namespace kestrune::testing {
 
 namespace fs = std::filesystem;
-
-inline void put(const std::string& file, const std::string& contents, mode_t mode = 0644) {
-  std::ofstream(file, std::ios::binary) << contents;
-  chmod(file.c_str(), mode);
-}
-
-inline std::string contentsOf(const std::string& file) {
-  std::ostringstream text;
-  text << std::ifstream(file, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 inline mode_t modeOf(const std::string& file) {
   struct stat state {};

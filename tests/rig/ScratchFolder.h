@@ -1,7 +1,11 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -25,5 +29,16 @@ class ScratchFolder {
  private:
   std::string made;
 };
+
+inline void put(const std::string& file, const std::string& contents, mode_t mode = 0644) {
+  std::ofstream(file, std::ios::binary) << contents;
+  chmod(file.c_str(), mode);
+}
+
+inline std::string contentsOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
 
 }  // namespace kestrune::testing

@@ -141,8 +141,7 @@ class StandInDialogs {
 
   void replaceBy(const std::string& script) const {
     std::filesystem::remove(program());
-    std::ofstream(program()) << "#!/bin/sh\n" << script << "\n";
-    std::filesystem::permissions(program(), std::filesystem::perms::owner_all);
+    put(program(), "#!/bin/sh\n" + script + "\n", 0755);
   }
 
   /// Waits until the program has been started `number` times, and returns the last of these runs. Throws at
