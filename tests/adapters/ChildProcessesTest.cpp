@@ -179,12 +179,15 @@ TEST_F(ChildProcess, TerminateGroupEndsDescendantsOfAnEndedChild) {
   EXPECT_TRUE(groupEnds(group));
 }
 
-TEST_F(ChildProcess, TerminateGroupSparesDescendantsInOtherSessions) {
+TEST_F(ChildProcess, DescendantsInOtherSessionsAreSpared) {
   const auto child = launch({"leave-session", "60"});
   ASSERT_TRUE(ends(*child));
   const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));
   child->terminateGroup();
   EXPECT_TRUE(service.runs());
+  processes.reserveForThisThread();
+  EXPECT_TRUE(service.runs());
+  EXPECT_EQ(child->terminationStatus(), 0);
 }
 
 TEST_F(ChildProcess, FailedLaunchHasTheSystemsErrorMessage) {
@@ -249,15 +252,6 @@ TEST_F(ReservedProcesses, OnlyTheReservingThreadCanLaunch) {
     EXPECT_EQ(child->readOutput(patience), "here");
   }).join();
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
-}
-
-TEST_F(ReservedProcesses, DescendantsInOtherSessionsAreSpared) {
-  const auto child = launch({"ids", "leave-session", "60"});
-  ASSERT_TRUE(ends(*child));
-  const Leftover service(numberBehind(child->readOutput(Seconds{0}), "left"));
-  processes.reserveForThisThread();
-  EXPECT_EQ(child->terminationStatus(), 0);
-  EXPECT_TRUE(service.runs());
 }
 
 using ::testing::ExitedWithCode;

@@ -86,17 +86,6 @@ TEST_F(InhibitorChanges, MoveToASessionManagerThatAppears) {
   EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
 }
 
-TEST_F(InhibitorChanges, FallBackToLogind) {
-  saver = serve(saverName, StubService::grants(3));
-  login = serve(loginName, locks.grants());
-  connect();
-  const auto identifier = create(display).value();
-  saver.reset();
-  lose(identifier);
-  EXPECT_TRUE(create(display));
-  EXPECT_EQ(locks.held(), 1u);
-}
-
 // --- buses that end and start again
 
 TEST_F(InhibitorChanges, AreLostWithTheBusesUntilTheyComeBack) {

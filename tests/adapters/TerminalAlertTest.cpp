@@ -96,15 +96,6 @@ TEST_F(TerminalAlert, IsAnsweredByTheLastLineWithoutAnEnd) {
   EXPECT_EQ(answers, (Answers{"a 1", "b cancelled"}));
 }
 
-TEST_F(TerminalAlert, StaysOpenWhenTheMenuIsAskedFor) {
-  present("a");
-  rig.printed();
-  rig.face->printMenu();
-  EXPECT_NE(rig.printed().find("the-row"), std::string::npos);
-  rig.after("2\n");
-  EXPECT_EQ(answers, Answers{"a 1"});
-}
-
 struct TerminalForm : ::testing::TestWithParam<TerminalRig::Line> {
   void SetUp() override {
     rig.face->setMenu({{{.id = 1, .title = "the-row"}}});

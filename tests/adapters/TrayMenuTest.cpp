@@ -185,19 +185,6 @@ TEST_F(TrayMenu, RunsTheActionThatWasShownAtTheClick) {
   EXPECT_EQ(host->rows(), Texts{});
 }
 
-TEST_F(TrayMenu, WritesShortcutsAsGdkKeyNames) {
-  const auto shortcut = [this](const std::string& key) {
-    item->setMenu({{{.id = 1, .title = "row", .action = "act", .keyEquivalent = key}}});
-    return host->menu("GetProperty", "is", 1, "shortcut");
-  };
-  EXPECT_EQ(shortcut("l"), "aas [['Control', 'l']]");
-  EXPECT_EQ(shortcut("r"), "aas [['Control', 'r']]");
-  EXPECT_EQ(shortcut("R"), "aas [['Control', 'Shift', 'r']]");
-  EXPECT_EQ(shortcut(","), "aas [['Control', 'comma']]");
-  item->setMenu({{{.id = 1, .title = "row", .action = "act"}}});
-  EXPECT_EQ(host->rows(), Texts{"(1, {'enabled': b true, 'label': s 'row'}, [])"});
-}
-
 struct TrayMenuChanges : TrayDesk {
   void SetUp() override {
     TrayDesk::SetUp();
