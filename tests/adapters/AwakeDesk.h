@@ -26,8 +26,6 @@ inline constexpr auto display = PowerAssertionType::noDisplaySleep;
 inline constexpr auto system = PowerAssertionType::preventUserIdleSystemSleep;
 
 inline constexpr Seconds patienceWithAService{0.25};
-/// The limit for operations that must not block. A blocking sd-bus call without an answer would take 25 s.
-inline constexpr Seconds soon{5.0};
 
 /// The number of D-Bus calls with a timeout of 250 ms. InhibitorsTest.cpp replaces sd_bus_call to count them.
 inline int quarterSeconds = 0;

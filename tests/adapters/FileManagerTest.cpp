@@ -192,6 +192,10 @@ struct UnreadableFile : FileManager {
                       setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
     if (!done) throw std::runtime_error("no other user");
   }
+  static void refuseHardLinksAndExchange(int errorOfExchange) {
+    refuseHardLinks(EPERM);
+    refuseCall(SYS_renameat2, errorOfExchange);
+  }
   /// Calls `prepare` and then `replaceUnreadable` in a process of its own. Returns the error's message, or
   /// "replaced".
   std::string replaceAfter(const std::function<void()>& prepare) {
@@ -204,17 +208,23 @@ struct UnreadableFile : FileManager {
     return program.line();
   }
 
+  /// Expects the new file with the old mode, and `original` under the other name with the mode `keptMode`.
+  void expectReplaced(mode_t keptMode) const {
+    EXPECT_EQ(contentsOf(kept), original);
+    EXPECT_EQ(modeOf(kept), keptMode);
+    EXPECT_EQ(contentsOf(path), "new");
+    EXPECT_EQ(modeOf(path), 0640U);
+    EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
+  }
+
+  const std::string original = "what \xFF was";
   const std::string kept = path + ".unreadable";
 };
 
 TEST_F(UnreadableFile, OldFileIsKept) {
-  put("what \xFF was", 0640);
+  put(original, 0640);
   EXPECT_TRUE(files.replaceUnreadable(path, "new"));
-  EXPECT_EQ(contentsOf(kept), "what \xFF was");
-  EXPECT_EQ(modeOf(kept), 0640U);
-  EXPECT_EQ(contentsOf(path), "new");
-  EXPECT_EQ(modeOf(path), 0640U);
-  EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
+  expectReplaced(0640);
 }
 
 TEST_F(UnreadableFile, EachOldFileGetsAFreeName) {
@@ -249,17 +259,9 @@ TEST_F(UnreadableFile, NewFileIsReadableForItsOwner) {
 }
 
 TEST_F(UnreadableFile, ReadableFileIsCopiedWithoutHardLinks) {
-  put("what \xFF was", 0640);
-  EXPECT_EQ(replaceAfter([] {
-              refuseHardLinks(EPERM);
-              refuseCall(SYS_renameat2, EINVAL);
-            }),
-            "replaced");
-  EXPECT_EQ(contentsOf(kept), "what \xFF was");
-  EXPECT_EQ(modeOf(kept), 0600U);
-  EXPECT_EQ(contentsOf(path), "new");
-  EXPECT_EQ(modeOf(path), 0640U);
-  EXPECT_EQ(names(), (Names{".env", ".env.unreadable"}));
+  put(original, 0640);
+  EXPECT_EQ(replaceAfter([] { refuseHardLinksAndExchange(EINVAL); }), "replaced");
+  expectReplaced(0600);
 }
 
 TEST_F(UnreadableFile, FileIsExchangedWithoutHardLinks) {
@@ -276,11 +278,7 @@ TEST_F(UnreadableFile, FileIsExchangedWithoutHardLinks) {
 TEST_F(UnreadableFile, NothingChangesWithoutHardLinkAndExchange) {
   for (const int error : {EINVAL, ENOSYS}) {
     put("text", 0000);
-    EXPECT_EQ(replaceAfter([error] {
-                refuseHardLinks(EPERM);
-                refuseCall(SYS_renameat2, error);
-              }),
-              "Operation not permitted");
+    EXPECT_EQ(replaceAfter([error] { refuseHardLinksAndExchange(error); }), "Operation not permitted");
     EXPECT_EQ(modeOf(path), 0000U);
     EXPECT_EQ(names(), Names{".env"});
     chmod(path.c_str(), 0600);
@@ -289,9 +287,9 @@ TEST_F(UnreadableFile, NothingChangesWithoutHardLinkAndExchange) {
 }
 
 TEST_F(UnreadableFile, NothingChangesWhenTheNewFileCannotBeWritten) {
-  put("what \xFF was");
+  put(original);
   EXPECT_EQ(replaceAfter([] { refuseCall(SYS_fsync, ENOSPC); }), "No space left on device");
-  EXPECT_EQ(contentsOf(path), "what \xFF was");
+  EXPECT_EQ(contentsOf(path), original);
   EXPECT_EQ(names(), Names{".env"});
 }
 

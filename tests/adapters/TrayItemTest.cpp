@@ -87,9 +87,6 @@ TEST_F(TrayItem, PassesTheActivationTokenOn) {
   EXPECT_EQ(lastToken, "token");
 }
 
-constexpr Seconds atOnce{5.0};  // far below the 25 s after which a call to a frozen (SIGSTOP) bus times out
-using Registrations = std::vector<std::string>;
-
 Menu oneRow(const std::string& title) {
   return {{{.id = 1, .title = title}}};
 }
@@ -178,12 +175,12 @@ TEST_F(TrayRegistration, DoesNotBlockOnAFrozenBus) {
               item->setMenu(oneRow("after"));
               settleQueue(loop);
             }),
-            atOnce);
+            soon);
   daemon.thaw();
   EXPECT_EQ(label(), "s 'after'");
   EXPECT_EQ(probe.connections, 1);
   daemon.freeze();
-  EXPECT_LT(durationOf([this] { item.reset(); }), atOnce);
+  EXPECT_LT(durationOf([this] { item.reset(); }), soon);
   daemon.thaw();
 }
 
@@ -191,7 +188,7 @@ TEST_F(TrayRegistration, EndsWithTheItem) {
   ASSERT_TRUE(showsItem());
   item.reset();
   EXPECT_EQ(host->property("Id"), "error org.freedesktop.DBus.Error.UnknownObject");
-  EXPECT_EQ(host->rows(), Registrations{"error org.freedesktop.DBus.Error.UnknownObject"});
+  EXPECT_EQ(host->rows(), News{"error org.freedesktop.DBus.Error.UnknownObject"});
 }
 
 }  // namespace

@@ -9,6 +9,9 @@
 
 namespace kestrune::testing {
 
+/// The limit for operations that must not block. A blocking sd-bus call without an answer would take 25 s.
+inline constexpr Seconds soon{5.0};
+
 /// Listens to one of the program's bus connections. Counts how often the connection was made and lost.
 class RoundTrip final : public BusClient {
  public:
