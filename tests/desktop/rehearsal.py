@@ -11,13 +11,10 @@ from rig.client import CONNECTED
 from rig.display import Screen
 from rig.panel import Panel
 from rig.processes import PORTS, listening_ports, processes_of, program_of, wait_for_end
-from rig.session import PROGRAM, Session
+from rig.session import AS_SERVICE, PROGRAM, Session
 
 APPLICATION = "/usr/share/applications/com.dovrel.kestrune.menuclient.desktop"
 NEXT_VERSION = "/packages/second/*.deb"
-
-# Sets SYSTEMD_EXEC_PID, as the service manager does for the main process of a service.
-AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 
 PROGRAM_OF_WINDOWS = "KestruneMenuDialogs"
 LOGIN_ROW, REPORT_ROW, RESTART_ROW = 14, 21, 27
@@ -36,7 +33,7 @@ class Rehearsal(unittest.TestCase):
     def log_in(self):
         """Starts the user unit's command, as a service manager does, and then the autostart entries. Returns the unit's
         client."""
-        unit = self.session.start("--background", through=["sh", "-c", AS_SERVICE])
+        unit = self.session.start("--background", through=AS_SERVICE)
         self.session.spawn("dex", "--autostart", "--environment", "XFCE").wait()
         return unit
 
@@ -56,8 +53,7 @@ class Rehearsal(unittest.TestCase):
     def quit(self):
         [client], services = processes_of("KestruneMenuClient"), self.session.services()
         self.panel.click_last_row(self.panel.open_menu())
-        for pid in [client, *services]:
-            wait_for_end(pid)
+        wait_for_end(client, *services)
         self.assertTrue(listening_ports().isdisjoint(PORTS))
 
     def test_installed_packages_work_through_login_and_upgrade(self):
@@ -82,9 +78,7 @@ class Rehearsal(unittest.TestCase):
         unit = self.log_in()
         traffic.wait_for_status(CONNECTED)
         self.bus.wait_for_client()
-        for pid in processes_of("KestruneMenuClient"):
-            if pid != self.bus.pid():
-                wait_for_end(pid)
+        wait_for_end(*set(processes_of("KestruneMenuClient")) - {self.bus.pid()})
         self.assertEqual(processes_of("KestruneMenuClient"), [self.bus.pid()])
         if unit.pid != self.bus.pid():
             self.assertEqual(unit.status(), 0)

@@ -54,8 +54,7 @@ class Buses(unittest.TestCase):
         begin = time.monotonic()
         self.assertEqual(client.quit(), 0)
         self.assertLess(time.monotonic() - begin, STOP_LIMIT + SLACK)
-        for pid in services:
-            wait_for_end(pid, SLACK)
+        wait_for_end(*services, seconds=SLACK)
         self.assertEqual(client.errors.all(), "")
 
     def test_a_bus_that_refuses_match_rules_is_not_left(self):

@@ -7,7 +7,7 @@ from rig import isolation
 from rig.bus import Bus
 from rig.client import CHECKING, CONNECTED, DISABLED, NO_BUS
 from rig.processes import running, wait_for_end
-from rig.session import SOURCE, Session
+from rig.session import AS_SERVICE, SOURCE, Session
 from rig.windows import NOT_CONNECTING, STOPPED
 
 STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
@@ -15,9 +15,6 @@ STOPPED_BY_HAND = "🔴 連線狀態：已手動關停，背景服務已停止"
 COMMAND, = [line.removeprefix("ExecStart=")
             for line in (SOURCE / "packaging/kestrune-menu-client.service").read_text().splitlines()
             if line.startswith("ExecStart=")]
-
-# Sets SYSTEMD_EXEC_PID, as the service manager does for the main process of a service.
-AS_SERVICE = 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
 
 
 class Typed(unittest.TestCase):
@@ -28,17 +25,13 @@ class Typed(unittest.TestCase):
         self.session.backend("refresh")
         self.services = self.session.services()
 
-    def assertServicesEnd(self):
-        for pid in self.services:
-            wait_for_end(pid)
-
     def assertCommand(self, stop, stopped, status, start, started):
         """Checks that the key `stop` stops the services and the key `start` starts them, and that each key opens a
         dialogue and changes the menu."""
         self.client.type(stop)
         self.assertEqual(self.client.next_window(), stopped)
         self.client.type("1")
-        self.assertServicesEnd()
+        wait_for_end(*self.services)
         menu = self.client.menu_with(2, status)
         self.assertEqual((menu.rows[15].mark, menu.rows[18].key, menu.rows[18].title), (False, "r", "立即重新檢查連線"))
         self.assertEqual([menu.rows[number].title for number in (8, 9)], ["同步專案：未同步", "同步會話：尚未啟動"])
@@ -65,13 +58,13 @@ class Typed(unittest.TestCase):
         self.assertEqual(self.client.quit(), 0)
         self.assertEqual(self.client.errors.all(), NO_BUS)
         self.assertEqual(self.session.events.pending(), [])
-        self.assertServicesEnd()
+        wait_for_end(*self.services)
 
     def test_a_restart_keeps_the_process_and_the_terminal(self):
         self.client = self.session.real_terminal()
         self.assertEqual(self.client.checked().status, CONNECTED)
         self.client.type("R")
-        self.assertServicesEnd()
+        wait_for_end(*self.services)
         self.client.menu_with(2, CHECKING)
         self.client.menu_with(2, CONNECTED)
         self.assertIn(self.client.pid, running())
@@ -114,7 +107,7 @@ class Unit(unittest.TestCase):
         return self.bus.pid()
 
     def test_a_restart_keeps_the_process_and_reaps_earlier_children(self):
-        client = self.start(through=["sh", "-c", AS_SERVICE])
+        client = self.start(through=AS_SERVICE)
         self.bus.click(25)
         opened = int(self.session.events.next())
         self.assertEqual(self.restart(), client.pid)

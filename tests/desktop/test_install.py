@@ -95,8 +95,7 @@ class Login(unittest.TestCase):
         subprocess.run(["desktop-file-validate", self.entry], check=True, timeout=PATIENCE)
         services = self.session.services()
         self.assertEqual(client.quit(), 0)
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
         # Start the services first. Otherwise the client may ask for the project too early, and show none for a while.
         self.session.backend("refresh")
         traffic = bus.monitor()
@@ -116,8 +115,7 @@ class Login(unittest.TestCase):
         bus.click(29)
         wait_for_end(pid)
         self.assertEqual(login.wait(PATIENCE), 0)
-        for each in services:
-            wait_for_end(each)
+        wait_for_end(*services)
 
 
 isolation.main()

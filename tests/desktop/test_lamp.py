@@ -80,8 +80,7 @@ class Lamp(unittest.TestCase):
         self.assertEqual(self.client.menu_with(2, CONNECTED).title, "Kestrune · 已連線 · Kestrune Menu Client")
         services = self.session.services()
         self.assertQuits()
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
 
 
 isolation.main()

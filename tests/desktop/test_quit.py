@@ -31,8 +31,7 @@ class Quit(unittest.TestCase):
         self.assertLessEqual(set(PORTS), listening_ports())
 
     def assertStopped(self):
-        for pid in self.services:
-            wait_for_end(pid)
+        wait_for_end(*self.services)
         self.session.wait_for_ends()
         self.assertEqual(self.session.processes(), [])
         self.assertEqual(listening_ports(), set())

@@ -65,8 +65,7 @@ class Start(unittest.TestCase):
         self.session.wait_for_start()
         self.assertEqual(client.end(), 0)
         self.assertEqual((client.output.all(), client.errors.all()), ("", NO_BUS_FOR_THE_TRAY))
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
 
     def test_standard_error_names_a_missing_system_bus_and_no_output_of_commands(self):
         self.session.stub_backend(REPORTING_BACKEND + "echo '秘密的話' >&2\n")

@@ -118,8 +118,7 @@ class Descriptors(Dialogue):
         most = resource.prlimit(self.client.pid, resource.RLIMIT_NOFILE)[1]
         resource.prlimit(self.client.pid, resource.RLIMIT_NOFILE, (first_free, most))
         self.assertEqual(self.client.quit(), 0)
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
 
 
 isolation.main()

@@ -54,8 +54,7 @@ class InPanel(unittest.TestCase):
         self.panel.click_last_row(self.panel.open_menu())
         self.assertEqual(client.status(), 0)
         self.assertEqual(client.errors.all().count("\n"), 1)
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
         self.assertTrue(listening_ports().isdisjoint(PORTS))
 
     def test_an_open_menu_stays_open_and_changes_in_place(self):

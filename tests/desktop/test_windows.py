@@ -71,16 +71,14 @@ class Quitting(OnScreen):
         self.assertEqual(len(windows), 2)
         menu.find("push button", "退出 Kestrune").press()
         self.assertEqual(self.session.events.next(), "stopping")
-        for window in windows:
-            wait_for_end(window)
+        wait_for_end(*windows)
         self.assertIn(self.client.pid, running())
         self.client.send(signal.SIGTERM)
         self.session.gate.open()
         self.assertEqual(self.session.events.next(), "stopping")
         self.session.gate.open()
         self.assertEqual(self.client.status(), 0)
-        for pid in services:
-            wait_for_end(pid)
+        wait_for_end(*services)
         before -= set(services)
         self.session.wait_for_ends(besides=before)
         self.assertLessEqual(set(self.session.processes()), before)

@@ -49,16 +49,18 @@ def memory(pid, name):
     raise AssertionError(f"{pid} is gone")
 
 
-def wait_for_end(pid, seconds=PATIENCE):
-    try:
-        process = os.pidfd_open(pid)
-    except ProcessLookupError:
-        return
-    try:
-        if not select.select([process], [], [], seconds)[0]:
-            raise AssertionError(f"still running after {seconds:g} s: {pid} {read_process(pid, 'cmdline')}")
-    finally:
-        os.close(process)
+def wait_for_end(*pids, seconds=PATIENCE):
+    """Waits until these processes have ended, at most `seconds` for each."""
+    for pid in pids:
+        try:
+            process = os.pidfd_open(pid)
+        except ProcessLookupError:
+            continue
+        try:
+            if not select.select([process], [], [], seconds)[0]:
+                raise AssertionError(f"still running after {seconds:g} s: {pid} {read_process(pid, 'cmdline')}")
+        finally:
+            os.close(process)
 
 
 def end_process(pid, number=signal.SIGKILL):

@@ -54,6 +54,9 @@ echo "stopping" > "$HOME/events"
 read -r < "$HOME/gate"
 """
 
+# Starts the client like a service manager, which sets SYSTEMD_EXEC_PID for the main process of a service.
+AS_SERVICE = "sh", "-c", 'SYSTEMD_EXEC_PID=$$ exec "$0" "$@"'
+
 SWITCHED_OFF = '{"autoConnectEnabled": false}'
 
 # A secret for tests, which must not appear in any command line or environment.
@@ -188,8 +191,7 @@ class Session(contextlib.ExitStack):
 
     def wait_for_ends(self, besides=frozenset()):
         """Waits until the killed processes have ended, at most MOMENT for each. Ignores the processes in `besides`."""
-        for pid in set(self.processes()) - besides:
-            wait_for_end(pid, MOMENT)
+        wait_for_end(*set(self.processes()) - besides, seconds=MOMENT)
 
     @staticmethod
     def wait_for_peer():
