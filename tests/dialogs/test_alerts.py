@@ -7,8 +7,8 @@ import signal
 from pathlib import Path
 
 from rig import isolation
-from rig.alerts import Alerts, answered
-from rig.asked import alert, field, raising, view
+from rig.asked import alert, answered, field, raising, view
+from rig.desk import OnDesk
 from rig.display import Screen
 from rig.processes import read_process, running
 from rig.waiting import PATIENCE
@@ -18,7 +18,7 @@ GUIDE = ("官方 ChatGPT 手機連接流程：\n\n1. 確認 Mac 已安裝並登�
 REPORT = "\n".join(f"[OK] 檢查 {i}: com.dovrel.kestrune.part{i} 正在運行 <b>&amp; {i * 37}</b>" for i in range(400))
 
 
-class Texts(Alerts):
+class Texts(OnDesk):
     def test_a_short_text_is_not_cut(self):
         program, window = self.opened(alert(1, "官方 ChatGPT 連接說明", GUIDE))
         self.screen.screenshot("short")
@@ -88,7 +88,7 @@ class Texts(Alerts):
         self.assertOnScreen(window, *window.all())
 
 
-class Copies(Alerts):
+class Copies(OnDesk):
     """The tests paste the copied text into a field of a second alert, to read it there."""
 
     def copy_all(self, window):
@@ -146,7 +146,7 @@ class Copies(Alerts):
         self.assertEqual(self.pasted(program), answered(2, 0, copy="一 <b>\n二 &"))
 
 
-class Buttons(Alerts):
+class Buttons(OnDesk):
     three = "保存並刷新", "打開 .env", "取消"
 
     def test_each_button_answers_its_index(self):
@@ -168,20 +168,6 @@ class Buttons(Alerts):
         self.screen.keys("Return")
         self.assertEnds(program, answered(1, 0, a="x"))
 
-    def test_space_presses_the_focused_button(self):
-        program, window = self.opened(alert(1, buttons=self.three))
-        window.find("push button", self.three[0]).has_focus()
-        self.screen.keys("Tab")
-        window.find("push button", self.three[1]).has_focus()
-        self.screen.keys("space")
-        self.assertEnds(program, answered(1, 1))
-
-    def test_escape_cancels_or_presses_a_single_button(self):
-        for request, button in ((alert(1, buttons=self.three), None), (alert(1), 0)):
-            program, _ = self.opened(request)
-            self.screen.keys("Escape")
-            self.assertEnds(program, answered(1, button))
-
     def test_many_wide_buttons_stay_on_the_screen(self):
         titles = [f"按鈕 {i} " + "寬" * 20 for i in range(5)]
         _, window = self.opened(alert(1, buttons=titles))
@@ -189,7 +175,7 @@ class Buttons(Alerts):
         self.assertOnScreen(window, *window.all())
 
 
-class Stacked(Alerts):
+class Stacked(OnDesk):
     def setUp(self):
         super().setUp()
         self.lower = alert(1, "下", buttons=["一", "二"], view=view("button", text="更多", action="more"))
@@ -226,7 +212,7 @@ class Stacked(Alerts):
         self.assertEnds(program, answered(1, 0))
 
 
-class Life(Alerts):
+class Life(OnDesk):
     def test_the_end_of_the_input_closes_everything_without_an_answer(self):
         program, _ = self.opened(alert(1), alert(2, "上", view=field("a")))
         program.end_input()
@@ -234,14 +220,14 @@ class Life(Alerts):
 
     def test_the_end_of_the_input_without_a_window_ends_the_program(self):
         for half_a_request in b"", b'{"version": 3, "showAlert"':
-            program = self.program()
+            program = self.start()
             program.process.stdin.write(half_a_request)
             program.end_input()
             self.assertEnds(program)
 
     def test_without_a_display_it_ends_without_an_answer(self):
         for environment in ({"DISPLAY": ""}, {"DISPLAY": ":9999"}):
-            program = self.program(environment=environment)
+            program = self.start(environment=environment)
             program.end_input()
             self.assertNotEqual(program.status(), 0)
             self.assertIn("display", program.complaint())
@@ -250,7 +236,7 @@ class Life(Alerts):
         program, _ = self.opened(alert(1))
         other = Screen(self.desk, self.width, self.height)
         self.desk.environment["DISPLAY"] = self.screen.name
-        away = self.program(environment={"DISPLAY": other.name})
+        away = self.start(environment={"DISPLAY": other.name})
         away.show(alert(1))
         other.stop()
         self.assertNotEqual(away.status(), 0)
@@ -273,19 +259,19 @@ class Life(Alerts):
         self.assertEqual((os.WTERMSIG(status), os.WCOREDUMP(status)), (signal.SIGABRT, False))
 
     def test_it_starts_no_session_bus(self):
-        program = self.program(environment={"DBUS_SESSION_BUS_ADDRESS": None, "XDG_RUNTIME_DIR": None})
+        program = self.start(environment={"DBUS_SESSION_BUS_ADDRESS": None, "XDG_RUNTIME_DIR": None})
         program.show(alert(1))
         self.assertFalse([pid for pid in running() if read_process(pid, "comm") == b"dbus-launch\n"])
         program.end_input()
         self.assertEqual(program.status(), 0)
 
 
-class Refusals(Alerts):
+class Refusals(OnDesk):
     def test_invalid_lines_are_refused(self):
         version = json.dumps({**alert(1, "geheim"), "version": 4}).encode()
         for line, reason in ((version, "version 4 of the protocol"), (b"geheim", ""),
                              (b'{"version": 3, "geheim": 1}', "")):
-            program = self.program()
+            program = self.start()
             program.process.stdin.write(line + b"\n")
             event = program.event()
             self.assertEqual(list(event), ["refused"])

@@ -6,7 +6,7 @@ from pathlib import Path
 from gi.repository import GLib
 
 from rig import isolation
-from rig.asked import alert, field, menu, title_of, view
+from rig.asked import alert, field, menu, view
 from rig.desk import OnDesk
 from rig.display import Rectangle
 from rig.waiting import Deadline
@@ -14,14 +14,6 @@ from rig.wire import Peer, answers, values
 
 
 class Windows(OnDesk):
-    def opened(self, request, **environment):
-        """Starts the program, sends `request` to it, and returns the window that opens."""
-        program = self.program(environment=environment)
-        program.send(request)
-        window = program.window(title_of(request))
-        self.assertEqual(program.event(), {"shown": {"id": request.get("showAlert", {}).get("id", 0)}})
-        return window
-
     def background(self, window, scale=1):
         left, top, *_ = window.place()
         [shade] = set(self.screen.picture(Rectangle(scale * left + 1, scale * top + 1, 2, 2)).shades())
@@ -30,8 +22,8 @@ class Windows(OnDesk):
 
 class DarkDesktop(Windows):
     def test_a_placeholder_stands_out_from_its_field(self):
-        window = self.opened(alert(1, view=view("stack", field("first"), field("second", placeholder="提示"))),
-                             **self.desk.dark_kde())
+        form = view("stack", field("first"), field("second", placeholder="提示"))
+        _, window = self.opened(alert(1, view=form), environment=self.desk.dark_kde())
         self.screen.screenshot("placeholder-dark")
         left, top, width, height = window.find("text", "提示").place()
         shades = self.screen.picture(Rectangle(left, top, width, height).within(4)).shades()
@@ -63,7 +55,7 @@ class OwnFonts(Windows):
         """Returns a picture of `text` as a window shows it with these fonts only."""
         for font in fonts:
             (self.folder / font).symlink_to(self.installed[font])
-        window = self.opened(alert(1, "標題", text), FONTCONFIG_FILE=str(self.folder / "fonts.conf"))
+        _, window = self.opened(alert(1, text=text), environment={"FONTCONFIG_FILE": str(self.folder / "fonts.conf")})
         place = window.find("label", text).place()
         self.screen.screenshot("fonts-" + "-".join(fonts))
         return self.screen.picture(Rectangle(*place))
@@ -119,7 +111,7 @@ class Preferences(Windows):
         for name, request in (("alert", alert(1, view=field("a", placeholder="x"))), ("menu", menu())):
             for scale in (1, 2):
                 with self.subTest(name=name, scale=scale):
-                    window = self.opened(request, QT_SCALE_FACTOR=str(scale))
+                    _, window = self.opened(request, environment={"QT_SCALE_FACTOR": str(scale)})
                     self.screen.screenshot(f"dark-{name}-{scale}")
                     self.assertBecomes(window, dark=True, scale=scale)
 
@@ -127,12 +119,12 @@ class Preferences(Windows):
         for preferred in (NOTHING, LIGHT):
             with self.subTest(preferred):
                 Portal(self, preferred)
-                self.assertBecomes(self.opened(alert(1)), dark=False)
+                self.assertBecomes(self.opened(alert(1))[1], dark=False)
                 self.doCleanups()
 
     def test_a_change_is_followed_and_taken_back(self):
         portal = Portal(self, LIGHT)
-        window = self.opened(alert(1, text="\n".join("文字" * 20 for _ in range(50)), view=field("a", "x")))
+        _, window = self.opened(alert(1, text="\n".join("文字" * 20 for _ in range(50)), view=field("a", "x")))
         for preferred in (DARK, LIGHT, DARK, NOTHING):
             # The second signal reports another setting, contrast. It must have no effect.
             portal.change(preferred)
@@ -141,14 +133,14 @@ class Preferences(Windows):
 
     def test_a_portal_that_does_not_answer_is_not_waited_for(self):
         portal = Portal(self, None)
-        window = self.opened(alert(1))
+        _, window = self.opened(alert(1))
         self.assertBecomes(window, dark=False)
         portal.change(DARK)
         self.assertBecomes(window, dark=True)
 
     def test_a_theme_that_is_dark_keeps_its_colours(self):
         Portal(self, DARK)
-        window = self.opened(alert(1), **self.desk.dark_kde())
+        _, window = self.opened(alert(1), environment=self.desk.dark_kde())
         self.assertEqual(self.background(window), sum((0x23, 0x26, 0x29)) / 3)
 
 

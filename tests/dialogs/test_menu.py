@@ -15,16 +15,11 @@ class Menus(OnDesk):
         self.screen.point_at(0, 0)
 
     def open(self, shown=None):
-        self.program = OnDesk.program(self)
-        self.program.show(shown or menu())
-        self.window = self.program.window("Kestrune")
+        self.program, self.window = self.opened(shown or menu())
         self.rows = {node.name(): node for node in self.window.all() if node.role() in ("push button", "check box")}
 
     def assertEnds(self, *events):
-        for event in events:
-            self.assertEqual(self.program.event(), event)
-        self.assertEqual(self.program.status(), 0)
-        self.assertEqual(self.program.complaint(), "")
+        OnDesk.assertEnds(self, self.program, *events)
 
     def marked(self):
         return [name for name, row in self.rows.items() if "focused" in row.states()]

@@ -19,7 +19,7 @@ class Tiled(OnDesk):
         cls.sway = Sway(cls.desk)
 
     def open(self, request, name):
-        program = self.program()
+        program = self.start()
         program.show(request)
         return program, self.sway.new_window(name)
 

@@ -1,13 +1,13 @@
 """The views inside an alert: fields, pictures, labels, and the containers around them."""
 
 from rig import isolation
-from rig.alerts import Alerts, answered
-from rig.asked import alert, field, insets, picture, titled, view
+from rig.asked import alert, answered, field, insets, picture, titled, view
+from rig.desk import OnDesk
 
 REPORT = "\n".join(f"[OK] 檢查 {i}: com.dovrel.kestrune.part{i} 正在運行 <b>&amp; {i * 37}</b>" for i in range(400))
 
 
-class Views(Alerts):
+class Views(OnDesk):
     def test_a_field_returns_any_text_unchanged(self):
         texts = ["長" * 100_000, "line\nend\r\n\0\x1b\u202e", "   ", "a" * 32_767 + "b"]
         form = view("stack", *(field(f"f{i}", text) for i, text in enumerate(texts)))
@@ -47,9 +47,8 @@ class Views(Alerts):
         self.assertFalse([text for text in told if "Q" in text or "W" in text])
 
     def test_a_picture_is_drawn_in_the_resolution_of_the_screen(self):
-        program = self.program(environment={"QT_SCALE_FACTOR": "2"})
-        program.show(alert(1, view=picture(["01" * 100] * 200, side=100)))
-        left, top, width, height = program.window("標題").find("graphic", "圖").place()
+        _, window = self.opened(alert(1, view=picture(["01" * 100] * 200, side=100)), environment={"QT_SCALE_FACTOR": "2"})
+        left, top, width, height = window.find("graphic", "圖").place()
         self.assertEqual(self.colours(2 * left, 2 * top, 2 * width, 2 * height), {(0, 0, 0), (255, 255, 255)})
 
     def test_labels_keep_their_width_and_number_of_lines(self):
@@ -84,7 +83,7 @@ class Views(Alerts):
         self.assertEqual(program.event()["answered"]["answer"]["button"], 0)
 
 
-class SmallScreen(Alerts):
+class SmallScreen(OnDesk):
     width, height = 640, 480
 
     def test_a_long_text_with_a_view_leaves_room_for_the_buttons(self):

@@ -1,4 +1,4 @@
-"""Makes the requests that the client sends to KestruneMenuDialogs."""
+"""Makes the requests that the client sends to KestruneMenuDialogs, and its answers."""
 
 VERSION = 3  # the version of the protocol
 
@@ -25,6 +25,11 @@ def alert(number, title="標題", text="內容", buttons=("好",), style="inform
 def title_of(request):
     """Returns the title of the window that the request opens."""
     return request["showAlert"]["alert"]["messageText"] if "showAlert" in request else "Kestrune"
+
+
+def answered(number, button, **fields):
+    """Makes the event by which a window reports its answer."""
+    return {"answered": {"id": number, "answer": {"button": button, "fields": fields}}}
 
 
 def raising(token=""):

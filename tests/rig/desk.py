@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from rig.accessibility import ScreenReader
-from rig.asked import VERSION
+from rig.asked import VERSION, title_of
 from rig.bus import Bus
 from rig.display import Rectangle, Screen
 from rig.session import BUILD, Session
@@ -43,11 +43,29 @@ class OnDesk(unittest.TestCase):
         cls.desk = Desk(cls, width=cls.width, height=cls.height)
         cls.screen, cls.reader = cls.desk.screen, cls.desk.reader
 
+    def opened(self, *requests, name=None, environment=None):
+        """Starts the program and shows these windows. Returns the program and the last window."""
+        program = self.start(environment=environment)
+        program.show(*requests)
+        return program, program.window(name or title_of(requests[-1]))
+
+    def assertEnds(self, program, *events):
+        for event in events:
+            self.assertEqual(program.event(), event)
+        self.assertEqual(program.status(), 0)
+        self.assertEqual(program.complaint(), "")
+
+    def assertOnScreen(self, *nodes):
+        for node in nodes:
+            left, top, wide, high = node.place()
+            self.assertTrue(0 <= left <= left + wide <= self.width, f"{node} at {node.place()}")
+            self.assertTrue(0 <= top <= top + high <= self.height, f"{node} at {node.place()}")
+
     def colours(self, *place):
         """Returns the set of colours in a part of the screen."""
         return self.screen.picture(Rectangle(*place)).pixels()
 
-    def program(self, *arguments, **options):
+    def start(self, *arguments, **options):
         program = Program(self.desk, *arguments, **options)
         self.addCleanup(program.__exit__)
         return program
