@@ -21,12 +21,6 @@ struct Preferences : FileTest {
   void put(const std::string& contents) const { testing::put(path, contents); }
 };
 
-TEST_F(Preferences, FileIsAJSONObject) {
-  preferences.setBool("autoConnectEnabled", false);
-  preferences.setString("connectionMode", "official_chatgpt");
-  EXPECT_EQ(written(), (json{{"autoConnectEnabled", false}, {"connectionMode", "official_chatgpt"}}));
-}
-
 TEST_F(Preferences, FileIsReadAtEachCall) {
   PreferencesFile other(files, path);
   preferences.setBool("flag", true);

@@ -40,6 +40,7 @@ TEST_F(Lifecycle, StartsInOrder) {
   CallLog calls = newCalls();
   calls.resize(start.size());
   EXPECT_EQ(calls, start);
+  EXPECT_EQ(machine.statusItem.length, -2);
   EXPECT_EQ(statusQueries(), 1U);
   EXPECT_TRUE(machine.notifications.posted.empty());
   EXPECT_TRUE(stopScriptWasLast());

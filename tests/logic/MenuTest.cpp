@@ -113,13 +113,6 @@ struct Button : ControllerTest {
   const StatusButton& button() const { return machine.statusItem.button(); }
 };
 
-TEST_F(Button, FirstShowsTheWarningLampThenTheMenu) {
-  controller->configureStatusItem();
-  EXPECT_EQ(machine.statusItem.length, -2);
-  EXPECT_EQ(newCalls(), (CallLog{"addToStatusBar", "setButton Kestrune · 檢查中 · 目前專案",
-                                 "setMenu 🟡 連線狀態：正在檢查狀態…"}));
-}
-
 TEST_F(Button, DrawingWithoutAStatusItemAborts) {
   ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_DEATH(controller->rebuildMenu("x", Lamp::ok, 0),
