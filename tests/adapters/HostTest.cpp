@@ -35,27 +35,26 @@ class Demonstration final : public ApplicationDelegate {
 
 /// Runs an application with the terminal face (the user interface in a terminal) and all real adapters.
 struct TerminalHost : ::testing::Test {
-  static void demonstrate() {
-    const auto host = makeHost({.face = Face::terminal});
-    Demonstration demonstration(host->platform());
-    host->platform().application->run(demonstration);
-  }
+  using Variables = std::map<std::string, std::optional<std::string>>;
 
-  /// Returns what the application prints on a terminal. `term` and `noColor` are the values of TERM and
-  /// NO_COLOR; absent: not set.
-  std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
-    PseudoTerminal terminal;
+  /// Runs the application with these standard streams and environment variables. Absent: not set.
+  static void demonstrate(int input, int output, const Variables& variables = {}) {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
-      const auto set = [](const char* name, const std::optional<std::string>& value) {
-        value ? setenv(name, value->c_str(), 1) : unsetenv(name);
-      };
-      set("TERM", term);
-      set("NO_COLOR", noColor);
-      const StandardStreams streams(terminal.inside.get(), terminal.inside.get());
-      demonstrate();
+      for (const auto& [name, value] : variables)
+        value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+      const StandardStreams streams(input, output);
+      const auto host = makeHost({.face = Face::terminal});
+      Demonstration demonstration(host->platform());
+      host->platform().application->run(demonstration);
       say("done");
     });
-    EXPECT_EQ(program.line(), "done");
+    ASSERT_EQ(program.line(), "done");
+  }
+
+  /// Returns what the application prints on a terminal.
+  std::string shown(const std::optional<std::string>& term, const std::optional<std::string>& noColor) {
+    const PseudoTerminal terminal;
+    demonstrate(terminal.inside.get(), terminal.inside.get(), {{"TERM", term}, {"NO_COLOR", noColor}});
     Screen screen(loop, terminal.outside.get());
     EXPECT_TRUE(screen.shows("> "));
     return screen.text;
@@ -80,16 +79,9 @@ TEST_F(TerminalHost, UsesNoColoursIfTheyAreSwitchedOffOrTheTerminalIsDumb) {
 }
 
 TEST_F(TerminalHost, UsesNoColoursInAPipe) {
-  PipeEnds pipe;
-  ForkedProgram program([&](const ForkedProgram::Say& say) {
-    setenv("TERM", "xterm", 1);
-    unsetenv("NO_COLOR");
-    const PseudoTerminal terminal;
-    const StandardStreams streams(terminal.inside.get(), pipe.writing.get());
-    demonstrate();
-    say("done");
-  });
-  ASSERT_EQ(program.line(), "done");
+  const PseudoTerminal terminal;
+  const PipeEnds pipe;
+  demonstrate(terminal.inside.get(), pipe.writing.get(), {{"TERM", "xterm"}, {"NO_COLOR", std::nullopt}});
   Screen screen(loop, pipe.reading.get());
   EXPECT_TRUE(screen.shows("the row"));
   EXPECT_EQ(screen.text.find('\x1b'), std::string::npos);
@@ -98,13 +90,8 @@ TEST_F(TerminalHost, UsesNoColoursInAPipe) {
 TEST_F(TerminalHost, WorksWithoutInputAsAService) {
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   for (const int input : {nothing.get(), -1}) {
-    PipeEnds pipe;
-    ForkedProgram program([&](const ForkedProgram::Say& say) {
-      const StandardStreams streams(input, pipe.writing.get());
-      demonstrate();
-      say("done");
-    });
-    ASSERT_EQ(program.line(), "done");
+    const PipeEnds pipe;
+    demonstrate(input, pipe.writing.get());
     Screen screen(loop, pipe.reading.get());
     EXPECT_TRUE(screen.shows("the news：of the day"));
     EXPECT_TRUE(screen.shows("the row"));

@@ -53,12 +53,10 @@ struct RawPeer {
     hasEnded = count == 0 || errno == ECONNRESET;
   }
   bool hears(const std::string& expected) {
-    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
-    return comesTrue(loop, [&] { return read(), text == expected; });
+    return comesTrueElsewhere(loop, [&] { return read(), text == expected; });
   }
   bool isDisconnected() {
-    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
-    return comesTrue(loop, [&] { return read(), hasEnded; });
+    return comesTrueElsewhere(loop, [&] { return read(), hasEnded; });
   }
 
   EventLoop& loop;

@@ -30,11 +30,7 @@ struct RealLoop {
   SystemClock clock;
   EventLoop loop;
 
-  bool letPassUntil(const std::function<bool()>& condition) {
-    // The tick wakes the loop, so that it checks `condition` even if only other threads have been active.
-    const auto tick = loop.scheduleRepeating(Seconds{0.001}, [] {});
-    return comesTrue(loop, condition);
-  }
+  bool letPassUntil(const std::function<bool()>& condition) { return comesTrueElsewhere(loop, condition); }
 
   void keepBusy(Seconds duration) {
     const Seconds end = clock.awakeTime() + duration;

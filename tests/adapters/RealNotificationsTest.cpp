@@ -66,12 +66,9 @@ struct RealDaemon : ::testing::Test {
   bool hasShown(unsigned count) {
     return comesTrueElsewhere(loop, [this, count] {
       sd_bus_message* reply = nullptr;
-      std::uint32_t displayed = 0;
       sd_bus_get_property(caller, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
                           "org.dunstproject.cmd0", "displayedLength", nullptr, &reply, "u");
-      if (reply != nullptr) sd_bus_message_read(reply, "u", &displayed);
-      sd_bus_message_unref(reply);
-      return displayed == count;
+      return textOf(BusMessage(reply)) == "u " + std::to_string(count);
     });
   }
 
