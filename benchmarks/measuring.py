@@ -16,7 +16,7 @@ from gi.repository import GLib  # noqa: E402
 
 from rig import isolation  # noqa: E402
 from rig.bus import ITEM, MENU, PROPERTIES, Bus, SystemBus  # noqa: E402
-from rig.processes import end_process, read_process  # noqa: E402
+from rig.processes import end_process, memory_sizes, read_process  # noqa: E402
 from rig.session import BUILD, PROGRAM, Session  # noqa: E402
 from rig.wire import CALL, DAEMON, SIGNAL, Peer, answers, refuses  # noqa: E402
 
@@ -57,11 +57,6 @@ class Desk(Session):
         for name in ("QT_ACCESSIBILITY", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON"):
             del self.environment[name]
         self.bus, self.system_bus = Bus(self, configuration), SystemBus(self)
-
-    def end_programs(self):
-        """Kills all processes of the session except the buses and the screen."""
-        for pid in set(self.processes()) - {each.pid for each in self.others}:
-            end_process(pid)
 
 
 class Tray(Peer):
@@ -149,7 +144,9 @@ class InTray:
         os.kill(self.pid, 9)
         used = os.wait4(self.pid, 0)[2]
         self.tray.kill()
-        self.desk.end_programs()
+        # Kill all processes of the session except the buses and the screen.
+        for pid in set(self.desk.processes()) - {each.pid for each in self.desk.others}:
+            end_process(pid)
         return self.tray.changes, used.ru_nvcsw, (used.ru_utime + used.ru_stime) * 1000
 
 
@@ -176,13 +173,7 @@ def family(pid):
 
 def memory(pids):
     """Returns the PSS, RSS and private dirty memory of all the processes together, in kB."""
-    total = {"Pss:": 0, "Rss:": 0, "Private_Dirty:": 0}
-    for pid in pids:
-        for line in read(pid, "smaps_rollup").splitlines()[1:]:
-            name, value, _ = line.split()
-            if name in total:
-                total[name] += int(value)
-    return tuple(total.values())
+    return [sum(column) for column in zip(*map(memory_sizes, pids))]
 
 
 class Activity:

@@ -52,12 +52,10 @@ class Input {
     return piece;
   }
 
-  /// Returns the next `count` bytes, or all bytes that are left if there are fewer.
-  std::string_view piece(std::size_t count) { return take(count); }
-
   std::string_view rest() { return take(left.size()); }
 
  private:
+  /// Returns the next `count` bytes, or all bytes that are left if there are fewer.
   std::string_view take(std::size_t count) {
     const std::string_view piece = left.substr(0, count);
     left.remove_prefix(piece.size());

@@ -91,11 +91,6 @@ class Texts(OnDesk):
 class Copies(OnDesk):
     """The tests paste the copied text into a field of a second alert, to read it there."""
 
-    def copy_all(self, window):
-        """Copies the whole focused text. Waits until the keys are handled: a second alert must not get them."""
-        self.screen.keys("ctrl+a", "ctrl+c", "Tab")
-        window.find("push button", "好").has_focus()
-
     def menu_of(self, node):
         """Right-clicks on the node and returns the menu that opens."""
         self.reader.signals.clear()
@@ -115,7 +110,9 @@ class Copies(OnDesk):
         text = window.find("text")
         self.assertGreater(text.text().count("\n"), 6)
         text.focus()
-        self.copy_all(window)
+        self.screen.keys("ctrl+a", "ctrl+c", "Tab")
+        # Wait until the keys are handled: a second alert must not get them.
+        window.find("push button", "好").has_focus()
         self.assertEqual(self.pasted(program), answered(2, 0, copy=f"前\n\n{line}\n後"))
 
     def test_texts_are_copied_by_the_context_menu(self):

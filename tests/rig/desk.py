@@ -67,7 +67,7 @@ class OnDesk(unittest.TestCase):
 
     def start(self, *arguments, **options):
         program = Program(self.desk, *arguments, **options)
-        self.addCleanup(program.__exit__)
+        self.addCleanup(program.close)
         return program
 
 
@@ -80,10 +80,7 @@ class Program:
         self.desk = desk
         self.begun = b""
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
+    def close(self):
         self.process.kill()
         self.process.wait()
         for stream in (self.process.stdin, self.process.stdout, self.process.stderr):

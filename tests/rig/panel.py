@@ -85,7 +85,7 @@ class Panel:
         so_far = len(self.screen.events.so_far)
         self.screen.click(*self.icon.centre())
         window = self.wait_for_popup(so_far)
-        self.wait_for_rows(window)
+        self.screen.wait_for_picture(self.rows(window), lambda picture: picture.bands() == ROWS, f"{ROWS} rows")
         return window
 
     def wait_for_popup(self, after=0):
@@ -99,9 +99,6 @@ class Panel:
     def rows(self, window):
         """Returns the place of the menu without its border."""
         return self.screen.geometry(window).within(4 * self.screen.scale)
-
-    def wait_for_rows(self, window):
-        self.screen.wait_for_picture(self.rows(window), lambda picture: picture.bands() == ROWS, f"{ROWS} rows")
 
     def last_row(self, window):
         rows = self.rows(window)

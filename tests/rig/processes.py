@@ -49,6 +49,13 @@ def memory(pid, name):
     raise AssertionError(f"{pid} is gone")
 
 
+def memory_sizes(pid):
+    """Returns the PSS, RSS and private dirty memory of the process in kB. They are 0 if the process has ended."""
+    lines = map(str.split, read_process(pid, "smaps_rollup").decode().splitlines()[1:])
+    sizes = {name: int(size) for name, size, _ in lines}
+    return [sizes.get(name, 0) for name in ("Pss:", "Rss:", "Private_Dirty:")]
+
+
 def wait_for_end(*pids, seconds=PATIENCE):
     """Waits until these processes have ended, at most `seconds` for each."""
     for pid in pids:

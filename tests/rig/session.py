@@ -109,7 +109,8 @@ class Session(contextlib.ExitStack):
         # A login shell resets PATH, so the profile of the user has to extend PATH.
         self.profile = self.home / ".bash_profile"
         self.profile.write_text('PATH="$HOME/bin:$PATH"\n')
-        self.copy_backend(self.repo)
+        shutil.copytree(SOURCE / "examples/backend", self.repo, symlinks=True,
+                        ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
         self.backend_program = self.repo / ".venv/bin/kestrune-mac-client"
         self.events = Events(self.home / "events")
         self.callback(self.events.close)
@@ -204,11 +205,6 @@ class Session(contextlib.ExitStack):
             time.sleep(0.01)
 
     # --- the backend
-
-    @staticmethod
-    def copy_backend(folder):
-        shutil.copytree(SOURCE / "examples/backend", folder, symlinks=True,
-                        ignore=shutil.ignore_patterns("run", ".env", "__pycache__"))
 
     def backend(self, *arguments):
         """Runs the command line of the sample backend, and returns its output."""
