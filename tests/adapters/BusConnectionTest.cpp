@@ -32,19 +32,6 @@ TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   EXPECT_EQ(removed.connections, 0);
 }
 
-TEST_F(BusConnection, ReconnectsOnceAfterEachRestartOfTheBus) {
-  daemon.start();
-  bus.connect();
-  probe.catchUp(loop);
-  for (int restart = 1; restart <= 2; ++restart) {
-    daemon.stop();
-    daemon.start();
-    ASSERT_TRUE(comesTrue(loop, [this, restart] { return probe.connections == restart + 1; }));
-    EXPECT_EQ(probe.losses, restart);
-    probe.catchUp(loop);
-  }
-}
-
 TEST_F(BusConnection, CanWaitForTheAuthentication) {
   bus.waitUntilReady();  // returns although there is no connection
   daemon.start();

@@ -42,9 +42,7 @@ TEST_F(HostileTextOnTheTray, IsHarmless) {
   }
 }
 
-struct HostileTextInANotification : NotifyingDesk {
-  void SetUp() override { bus.start(); }
-};
+using HostileTextInANotification = NotifyingDesk;
 
 TEST_F(HostileTextInANotification, IsHarmless) {
   for (const auto& behaviour : {plain, markup}) {

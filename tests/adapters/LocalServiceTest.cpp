@@ -237,9 +237,7 @@ TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
 
 /// Replaces curl by a shell script.
 struct CurlScript {
-  explicit CurlScript(const std::string& lines) {
-    put(programs.file("curl"), "#!/bin/sh\n" + lines, 0755);
-  }
+  explicit CurlScript(const std::string& lines) { put(programs.file("curl"), "#!/bin/sh\n" + lines, 0755); }
 
   const ScratchFolder programs;
   const ScopedVariable path{"PATH", programs.file("")};

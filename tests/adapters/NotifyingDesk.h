@@ -38,8 +38,10 @@ inline bool markup(sd_bus_message* call) {
   return true;
 }
 
-/// A desktop whose bus and notification daemon the test starts and stops.
+/// A desktop whose bus runs when the test begins. The test starts and stops the notification daemon.
 struct NotifyingDesk : ::testing::Test {
+  void SetUp() override { bus.start(); }
+
   SignalState restored;
   PrivateBus bus;
   EventLoop loop;
