@@ -172,7 +172,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// Copies `report.codex` into `current`, and sets `current.checkedAt` to the current time.
   void take(const StatusReport& report);
   void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
-  /// Rebuilds the menu and redraws the button.
+  /// Rebuilds the menu with this status, and redraws the status item's button.
   void show(const std::string& statusText, ConnectionLampState state);
   bool isReconnecting() const { return current.reconnecting; }
   void periodicRefreshDidTick();

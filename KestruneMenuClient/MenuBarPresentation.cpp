@@ -8,7 +8,7 @@ namespace kestrune {
 namespace {
 
 constexpr double logoSize = 22;     // points
-constexpr Seconds trialLimit{2.0};  // how long a restart waits until the client's program prints its version
+constexpr Seconds trialLimit{2.0};  // time limit for the trial run with "--version" before a restart
 
 /// Returns a random UUID (version 4).
 std::string makeUUID() {

@@ -73,9 +73,9 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // Put the desktop's font before the emoji fonts: otherwise digits could come from an emoji font. The
-  // desktop's font may be an alias like "Sans Serif", and Qt tries the substitutions before it resolves an
-  // alias. So take the name of the real font from QFontInfo.
+  // If the desktop's font is an alias like "Sans Serif", Qt tries its substitutions before it resolves the
+  // alias. Then digits could come from an emoji font. So make the real font, which QFontInfo names, the first
+  // substitution.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const auto& family : {QStringLiteral("Noto Color Emoji"), QStringLiteral("Twemoji")}) {

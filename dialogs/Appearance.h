@@ -47,7 +47,8 @@ class ColorScheme final : public QObject {
   ColorScheme();
 
  private Q_SLOTS:
-  /// Applies color-scheme: the last argument of the portal's `Read` reply or `SettingChanged` signal.
+  /// Applies the colour scheme in the last argument of `message`, which is the reply of the portal's method
+  /// `Read` or the portal's signal `SettingChanged`.
   void follow(const QDBusMessage& message);
 
  private:

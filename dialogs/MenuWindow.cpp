@@ -28,7 +28,6 @@ constexpr double edge = 6;  // space above the first row and below the last row
 constexpr double beforeKeys = 16;
 constexpr double separatorHeight = 9;
 
-/// Returns the shortcut of an item. The result is empty if the item has no shortcut.
 QKeySequence keysOf(const MenuItem& item) {
   const QString key = QString::fromStdString(item.keyEquivalent);
   if (key.isEmpty()) return {};
@@ -331,7 +330,8 @@ void MenuWindow::moveFocus(bool next) {
   if (!focusNextPrevChild(next)) return;
   QWidget* const row = focusWidget();
   area->ensureWidgetVisible(row, 0, row->height());
-  // Rows above the first choosable row never get the focus. When that row gets the focus, show them too.
+  // When the first choosable row has got the focus, scroll to the top. The rows above it cannot get the
+  // focus, so the arrow keys would never scroll to them.
   const auto first =
       std::find_if(rows.begin(), rows.end(), [](const MenuRow* each) { return each->isChoosable(); });
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);

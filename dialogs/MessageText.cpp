@@ -35,7 +35,8 @@ QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, i
   return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
 }
 
-/// Shows a context menu with "Copy" and "Select All". A QLabel has a context menu of its own only for a link.
+/// Shows a context menu with "Copy" and "Select All". In Qt 6.4, QLabel itself shows a context menu only
+/// when the user clicks on a link, even if the text can be selected.
 void showContextMenu(QLabel* label, QPoint place) {
   const auto titled = [](const char* word, QKeySequence::StandardKey key) {
     return QCoreApplication::translate("QWidgetTextControl", word) + QLatin1Char('\t') +

@@ -12,7 +12,8 @@ namespace {
 
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
 constexpr qsizetype lookBack = 64;       // UTF-16 units; how far to search backwards for a place to break
-/// How many UTF-16 units `elidedInTheMiddle` measures at the start of a long text, and again at its end.
+/// In UTF-16 units. If a text is longer than twice this length, `elidedInTheMiddle` drops all but this many
+/// units at each end before it measures the text, because measuring a long text is slow.
 constexpr qsizetype keptEnd = 1500;
 
 const QString addedBreak = QStringLiteral("\u2060\n");

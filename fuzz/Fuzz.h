@@ -8,15 +8,14 @@
 #include <cstring>
 #include <string_view>
 
-// A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. libFuzzer calls
-// the function again and again with new bytes. In every other build, `Replay.cpp` calls it with the files of
-// the fuzzer's corpus.
+// A fuzzer is one function that takes any bytes, and aborts if an invariant does not hold. In a build with
+// libFuzzer, libFuzzer calls the function again and again with new bytes. In a build without libFuzzer,
+// `Replay.cpp` calls it once for each file of the fuzzer's corpus.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kestrune::fuzz {
 
-/// If the invariant `what` does not hold, prints it and aborts.
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);

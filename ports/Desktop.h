@@ -41,7 +41,7 @@ class Workspace {
   /// Opens a file or folder in the desktop's default program. Does not report the result.
   virtual void open(const std::string& path) = 0;
 
-  /// Returns the path of the Codex App on this host, whether the app is installed or not.
+  /// Returns the path where the Codex App would be on this host. Does not check whether the app is installed.
   virtual std::string codexAppPath() const = 0;
 
   /// Restarts this application from the bundle at `bundlePath`. Normally starts a second process, which waits

@@ -18,9 +18,9 @@ class Host {
  public:
   virtual ~Host() = default;
 
-  /// Returns whether this process is now the only client of this user. If another client runs, makes that
-  /// client show its menu, unless `StartOptions::background` is set. But if this process was started to
-  /// replace that client, waits until that client has ended.
+  /// Returns whether this process is now the only client of this user. If this process was started to replace
+  /// a running client, first waits until that client has ended. Otherwise, if another client runs, returns
+  /// false, and makes that client show its menu (unless `StartOptions::background` is set).
   virtual bool becomeOnlyInstance() = 0;
 
   virtual Platform& platform() = 0;

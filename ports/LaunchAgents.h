@@ -11,7 +11,6 @@ class LaunchAgents {
  public:
   virtual ~LaunchAgents() = default;
 
-  /// Returns the path of the file of the agent `label`.
   virtual std::string path(const std::string& label) const = 0;
 
   /// Returns whether this machine has a desktop that starts agents at login.

@@ -39,8 +39,9 @@ class Requests {
  public:
   virtual ~Requests() = default;
 
-  /// Sets the function that performs the action of a menu row for another program. The function returns the
-  /// reason of a failure in one line; absent on success. Requests before this call are refused.
+  /// Sets the function that performs the action of a menu row when another program requests it. The function
+  /// returns one line that says why it failed; absent on success. Requests that come before this call are
+  /// refused.
   virtual void onPerform(std::function<std::optional<std::string>(const std::string& action)> perform) = 0;
 };
 

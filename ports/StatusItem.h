@@ -10,7 +10,6 @@ namespace kestrune {
 
 enum class ImagePosition { noImage = 0, imageOnly = 1 };
 
-/// The look of a status item's button.
 struct StatusButton {
   std::string title{};
   ImageRef image{};

@@ -44,8 +44,8 @@ std::string backendCommandLine(const std::string& repoPath, std::string_view sub
 /// 0 even if a service or process could not be ended.
 std::string stopScript(const ServiceControl& control);
 
-/// The result of one shell command. `ok` is true if the command exited with status 0 before the timeout.
-/// `output` is never empty after `runShellCommand`.
+/// The result of one shell command. `ok`: whether the command exited with status 0 before the timeout.
+/// `output`: what the command printed; if it printed no text or could not be started, a message for the user.
 struct CommandResult {
   bool ok = false;
   std::string output;
@@ -58,9 +58,9 @@ inline constexpr Seconds commandPollInterval{0.05};
 /// Appended to the output of a command that was ended at its time limit.
 inline constexpr auto commandTimedOut = "命令逾時，已停止等待。";
 
-/// Runs a line in a login shell and waits for the shell's end. If the shell runs longer than `timeout`, ends
-/// it and returns within about 0.2 s. If a service that the shell started keeps an output pipe of the shell
-/// open, returns at most 1 s after the shell's end. The result reports every failure. Blocks; any thread.
+/// Runs a line in a login shell, and waits until the shell ends. After `timeout`, sends signals that end the
+/// shell and its process group, and returns about 0.2 s later. If another process keeps an output pipe of the
+/// shell open, returns at most 1 s after the shell's end. Blocks; any thread.
 CommandResult runShellCommand(Processes& processes, Clock& clock, const std::string& commandLine,
                               Seconds timeout = defaultCommandTimeout);
 

@@ -80,8 +80,8 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       result += line;
     }
   }
-  // An empty file has one empty line, so the first appended key is on the second line. A file that does not
-  // exist has no line.
+  // Each appended key follows an empty line. If the file exists but is empty, line 1 becomes the empty line.
+  // If the file does not exist, the first key is in line 1, without an empty line before it.
   if (exists && contents.empty()) startLine();
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {

@@ -36,8 +36,8 @@ using EnvValues = std::map<std::string, std::string>;
 /// describe. Reads and writes no file. Any thread.
 class EnvFile {
  public:
-  /// Stands for a file that does not exist. `with` then writes the first key in line 1; in an empty file,
-  /// `with` leaves line 1 empty.
+  /// Makes an EnvFile for a file that does not exist: `with` writes the first key in line 1. For a file that
+  /// exists but is empty, use `EnvFile("")`: then `with` leaves line 1 empty.
   EnvFile() = default;
   /// `contents` must be well-formed UTF-8.
   explicit EnvFile(std::string contents);

@@ -6,8 +6,8 @@
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "ports/Alert.h"
 
-// The dialog that edits five settings of the backend's .env: its views, and the values of its fields. All
-// functions are pure; any thread.
+// Functions for the dialog that edits five settings of the backend's .env. They build the dialog, return the
+// texts of its fields, and check these texts. All functions are pure. Any thread may call them.
 
 namespace kestrune {
 
@@ -20,8 +20,8 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 EnvValues settingsOf(const AlertAnswer& answer);
 
 /// Returns a text for the user that says why one of `values` cannot be saved; absent when all can be saved.
-/// `shown` holds the values of the fields when the dialog was opened. If the value contains a line end, and
-/// already did so in `shown`, the text says that the line ends of .env are wrong.
+/// `shown` holds the values of the fields when the dialog was opened. If a value contains a line end in
+/// both `values` and `shown`, .env has line ends other than LF (such as CR LF), and the text says so.
 std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvValues& shown);
 
 }  // namespace kestrune

@@ -37,13 +37,14 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();
-  /// Determines the status when no client runs: waits until it is known how the machine is connected to the
-  /// network, then asks the backend.
+  /// Gets the status without a client. First waits until `platform.pathMonitor` has reported the network
+  /// path, then asks the backend.
   void check();
   void askBackend();
   void checkDidFinish();
   void after(Seconds delay, void (StatusCommand::*then)());
-  /// Prints a line of `statusJson` in the chosen format. Returns false if the line cannot be parsed.
+  /// `json`: a status as `statusJson` writes it. Prints the status in the format `options.format`. Returns
+  /// false if `json` cannot be parsed.
   bool show(const std::string& json);
 
   Platform& platform;

@@ -36,8 +36,8 @@ class AlertQueue : public Alerts {
   /// a time, so it prompts again for the last alert in `open`, or for the menu if no alert is open.
   virtual void resume() {}
 
-  /// Performs `action`, the action of a button inside the alert `id`. If this alert is not open, performs no
-  /// action.
+  /// Call this when the user has pressed a button in the accessory view (the content) of the alert `id`.
+  /// Performs the button's `action`, and leaves the alert open. If the alert is not open, performs nothing.
   void press(int id, const std::string& action);
 
   /// Removes the alert `id` and calls its completion. Does nothing when the alert is not open. If `answer`
@@ -57,7 +57,7 @@ class AlertQueue : public Alerts {
   std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
-  /// Alerts that the action of a button inside an open alert has requested. Each is shown above that alert.
+  /// Alerts that were requested while `performing` was true. Each is shown above the open alerts.
   std::deque<AlertRequest> stacking;
   bool performing = false;  ///< whether the action of a button inside an alert is running
   int lastId = 0;

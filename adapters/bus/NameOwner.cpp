@@ -17,8 +17,8 @@ void NameOwner::busConnected() {
   sd_bus_message* call = nullptr;
   if (sd_bus_message_new_method_call(bus, &call, busName, busPath, busName, "GetNameOwner") < 0) return;
   const BusMessage owned(call);
-  // Set no timeout: a timeout is an error, and this call is not repeated after an error. A bus daemon that is
-  // stopped (SIGSTOP) answers after SIGCONT.
+  // Set no timeout. A stopped bus daemon (SIGSTOP) answers only after SIGCONT. A timeout would end the call
+  // with an error before that. The call is not repeated, so the owner would stay unknown.
   if (sd_bus_message_append(call, "s", name.c_str()) >= 0 &&
       sd_bus_call_async(bus, &slot, call, &answered, this, UINT64_MAX) >= 0) {
     question.reset(slot);

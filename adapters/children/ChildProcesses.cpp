@@ -131,9 +131,9 @@ class ChildProcesses::Child final : public Process {
   void terminate() override { signal(SIGTERM); }
   void interrupt() override { signal(SIGINT); }
 
-  // Sends the signal even after the child is reaped, because descendants may remain in the group. While any
-  // remains, the kernel does not reuse the ID of the group. If none remains, kill(2) fails with ESRCH:
-  // callers call this right after the child is reaped, too soon for a reuse of the ID.
+  // Sends the signal even if the child is reaped, because descendants may remain in its process group. While
+  // one remains, the kernel does not reuse the ID of the group. If none remains, kill(2) fails with ESRCH:
+  // callers call this right after the child is reaped, when its ID is not yet reused.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Writes shell lines that stop systemd user units and end processes.
+/// Returns shell commands, one line each, that stop systemd user units or end processes. Does not run them.
 class SystemdServiceControl final : public ServiceControl {
  public:
   std::string unloadLine(const std::string& label) const override;

@@ -63,7 +63,7 @@ void DesktopWorkspace::replaceThisProcess() const {
   for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
   argv.push_back(nullptr);
   setenv(relaunchVariable, std::to_string(getpid()).c_str(), 1);
-  // Leave the signals blocked that the event loop has blocked, for example SIGTERM. If one of them arrives
+  // Do not unblock the signals that the event loop has blocked, for example SIGTERM. If one of them arrives
   // after the loop has ended, it stays pending across execv, and the new program receives it.
   execv(executable.c_str(), argv.data());
   reportOnce("cannot start " + executable + " again: " + describe(errno));

@@ -24,7 +24,7 @@ class SystemFileManager final : public FileManager {
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
   /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on. Makes a hard
   /// link to the old file. If link(2) fails, makes a copy. If the old file cannot be read for the copy,
-  /// exchanges the names of the old and the new file (RENAME_EXCHANGE).
+  /// writes the new file as FILE.unreadable, then swaps the two names (RENAME_EXCHANGE).
   Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override;
   Result<> removeItem(const std::string& path) override;

@@ -39,9 +39,10 @@ class Rendezvous final : public StatusFeed, public Requests {
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
   /// Returns whether this process has become the client; if so, it answers requests from now on. Runs the
-  /// loop while it waits for another client. Waits for a client that is ending, whatever the kind of `claim`.
-  /// Becomes the client without the lock if the lock file cannot be created, if the file system supports no
-  /// locks, or if the other client does not end within `endPatience`. Standard error then says why.
+  /// loop while it waits for the answer or the end of another client. If another client is already ending,
+  /// waits for its end, whatever the kind of `claim`. If the lock file cannot be created, the file system
+  /// supports no locks, or the end takes longer than `endPatience`, becomes the client without the lock and
+  /// says why on standard error.
   bool claim(const Claim& claim);
 
   /// Call this when this process is about to end. A client that is started later waits for the end of this

@@ -67,7 +67,7 @@ class RequestServer {
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
   EventSource callers;
-  EventSource rest;  ///< the timer that watches the listening socket again, 1 s after accept4 has failed
+  EventSource rest;  ///< timer: for 1 s after accept4 has failed, the listening socket is not watched
   std::list<Peer> peers;
   StatusLine newest;                ///< null until the first status is published
   std::optional<std::string> told;  ///< the last status line sent to any peer; absent if none was sent

@@ -37,9 +37,9 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // The delay before the report of a network loss begins at `currentSince`. `resume` sets `currentSince` to
-    // the time of the resume from suspend. Keep that time if it is later than `noticed`, the time when the
-    // path changed.
+    // `reportDue` counts the delay before a report from `currentSince`. If `resume` ran after `noticed` (the
+    // time of the first message of the burst), `currentSince` is the time of the resume. Keep that later
+    // time.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

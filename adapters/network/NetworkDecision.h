@@ -28,7 +28,8 @@ struct PathTiming {
 };
 
 /// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer. `now` is
-/// always the time of a clock that stops during suspend.
+/// always the time of a clock that stops during suspend. `loss`, `memory` and `rest` are members of
+/// PathTiming.
 ///
 /// A burst of messages from the kernel leads to one question to the kernel. A changed path is reported at
 /// once, but the loss of the network only after it has lasted `loss`. After a shorter loss or a resume from

@@ -18,7 +18,7 @@ namespace kestrune {
 /// standard error, and asks again with growing delays. Main thread.
 class NetworkMonitor final : public PathMonitor, private BusClient {
  public:
-  /// `devices`: a folder like /sys/class/net. All references must outlive this object.
+  /// `devices`: a folder like /sys/class/net. `loop`, `clock` and `bus` must outlive this object.
   NetworkMonitor(EventLoop& loop, const Clock& clock, SystemBus& bus, std::string devices = "/sys/class/net",
                  const PathTiming& timing = {});
   ~NetworkMonitor() override { cancel(); }

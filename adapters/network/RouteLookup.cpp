@@ -219,7 +219,7 @@ NetlinkSocket openRtnetlink() {
 
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices) {
   Medium best = Medium::unknown;
-  std::vector<unsigned> stack{index};  // the interface and all devices beneath it, each once, by index
+  std::vector<unsigned> stack{index};  // interface indices: `index`, then the devices beneath it
   const auto add = [&stack](unsigned each) {
     if (std::find(stack.begin(), stack.end(), each) == stack.end()) stack.push_back(each);
   };
@@ -251,7 +251,8 @@ Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts) {
     if (unrouted != 0 || found.interface == 0) continue;
     Links links;
     const int error = askForLinks(socket.get(), found.interface, links);
-    // The kernel reports EINTR when an interface appeared or disappeared during the dump.
+    // If an interface appears or disappears during the dump, the kernel sets NLM_F_DUMP_INTR, and libmnl
+    // reports EINTR. Then start again.
     if (error == EINTR && attempts > 1) return lookUpRoute(devices, attempts - 1);
     if (error != 0 && !meansNone(error)) return Failure{describe(error)};
     if (error != 0 || !links[found.interface].usable) continue;

@@ -62,8 +62,8 @@ void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
   }
 }
 
-/// Returns an image whose width and height in points are those of the first of `bitmaps` in pixels. Null if
-/// there are no bitmaps.
+/// Returns an image that contains all `bitmaps`; null if there are none. Its size in points equals the size
+/// of the first bitmap in pixels.
 ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();

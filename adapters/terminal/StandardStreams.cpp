@@ -23,8 +23,9 @@ constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten outp
 
 /// Returns a new descriptor for the file that `descriptor` refers to; empty if `descriptor` is closed. Opens
 /// a pipe or terminal again with O_NONBLOCK: fcntl(2) on `descriptor` would also set the flag for all other
-/// processes that share the open file description. Duplicates any other descriptor: a regular file never
-/// blocks, and must keep the file offset that other processes share.
+/// processes that share the open file description. Duplicates a regular file, which must keep the shared
+/// file offset, a socket, and a pipe or terminal that cannot be opened again. A duplicate may block, so its
+/// user calls poll(2) before each read or write.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
@@ -105,8 +106,8 @@ std::size_t StandardInput::longestLine() const {
 
 void StandardInput::discardUnfinishedLine() {
   if (!terminal || !readable || isInBackground()) return;
-  // Read all finished lines, one per read. The last read finds no line and fails with EAGAIN, but makes the
-  // kernel move typed bytes from the driver to the line discipline. tcflush empties only the line discipline.
+  // Read all finished lines, one per read, until EAGAIN. tcflush empties only the line discipline, but typed
+  // bytes may still be in the driver. The last read (EAGAIN) moves them into the line discipline.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty()) goOn();
@@ -131,7 +132,7 @@ void StandardInput::start(Reader given) {
   reader = std::move(given);
   if (terminal) {
     continued = loop.onSignal(SIGCONT, [this] {
-      // Another program may have changed the terminal's settings while this job was in the background.
+      // Another program may have changed the terminal's settings while this process was in the background.
       silenced = false;
       applyHiding();
       goOn();

@@ -17,7 +17,8 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput {
  public:
-  /// Opens the pipe or terminal again: O_NONBLOCK on `descriptor` itself would affect other processes too.
+  /// If `descriptor` is a pipe or a terminal, opens it again with O_NONBLOCK: setting the flag on
+  /// `descriptor` itself would affect other processes that share it. Duplicates any other descriptor.
   StandardOutput(EventLoop& loop, int descriptor);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: the buffer of bytes that are not yet

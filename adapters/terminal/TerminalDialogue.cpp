@@ -13,8 +13,8 @@ namespace {
 constexpr auto emptyingWord = "清空";
 
 /// A character cell shows two pixels, one above the other. In a cell with colours, this block is the lower
-/// pixel, and the background is the upper pixel. Many fonts leave a gap above the upper half block, so only
-/// cells without colours (`lightBlocks`) use it.
+/// pixel, and the background is the upper pixel. Cells with colours do not use the upper half block "▀",
+/// because many fonts leave a gap above it.
 constexpr auto lowerHalf = "▄";
 /// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
 /// whether the upper pixel and the lower pixel are dark.

@@ -144,8 +144,9 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 }
 
 void TerminalFace::refuseLine() {
-  // On a terminal, or while an alert is open, discard the lines after the refused line: they would answer the
-  // wrong question. Otherwise, keep these lines: in a pipe or a file, each is a menu command of its own.
+  // The line is too long, so the same prompt is printed again. On a terminal, or while an alert is open,
+  // discard the lines after the long line: the next of them would be taken as the answer to this prompt.
+  // Otherwise, keep these lines: in a pipe or a file, each line is a menu command of its own.
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");

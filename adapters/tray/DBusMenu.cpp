@@ -48,9 +48,9 @@ int readIds(sd_bus_message* call, Ids& ids) {
   return result;
 }
 
-/// Appends a container. Calls `fill`, which appends the container's values, unless the container cannot be
-/// opened. Reports no error: after a failed allocation, sd-bus refuses to send the message (ESTALE or
-/// EBADMSG).
+/// Opens a container, calls `fill` to append its values, and closes it. If the container cannot be opened,
+/// does not call `fill`. Reports no error, because sending fails later: after a failed allocation, sd-bus
+/// refuses to send the message (ESTALE or EBADMSG).
 template <typename Fill>
 void container(sd_bus_message* message, char type, const char* contents, const Fill& fill) {
   if (sd_bus_message_open_container(message, type, contents) < 0) return;

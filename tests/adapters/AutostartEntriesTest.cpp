@@ -40,8 +40,9 @@ struct AutostartEntriesTest : FileTest {
 
   void put(const std::string& text) const { testing::put(path, text); }
 
-  /// Creates a program in the folder `below`, and returns its path. To the file $NOTES, the program writes
-  /// $KESTRUNE_REPO_PATH (if unset: its working directory), its own path and its arguments.
+  /// Creates a program in the folder `below`, and returns its path. The program writes three things to
+  /// the file $NOTES: $KESTRUNE_REPO_PATH (or its working directory if the variable is unset), its own path,
+  /// and its arguments.
   std::string program(const std::string& below, const std::string& name = "KestruneMenuClient") const {
     fs::create_directories(home.file(below));
     const std::string file = home.file(below) + "/" + name;

@@ -129,8 +129,8 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     std::string output;
     EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
     EXPECT_LE(output.size(), limit);
-    // `processes` has no function that takes over open pipes, so `readOutput` has closed their read ends. The
-    // descendant still writes to a pipe, so SIGPIPE ends it.
+    // `processes` was constructed without the callback that takes over pipes which a descendant holds open.
+    // So `readOutput` has closed the read ends. SIGPIPE ends the descendant when it writes to a pipe.
     EXPECT_TRUE(kestrune::testing::ends(numberBehind(output, "left")));
   }
 }

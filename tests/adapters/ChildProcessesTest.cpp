@@ -230,7 +230,8 @@ TEST_F(ReservedProcesses, WholeGroupOfAChildIsKilled) {
   const auto child = launchUpTo({"ids", "ignore", std::to_string(SIGTERM), "leave", "60"});
   processes.reserveForThisThread();
   EXPECT_TRUE(ends(*child));
-  // `ids` has printed the ID of the process group of the child and of the descendant that `leave` forked.
+  // `ids` has printed the ID of the child's process group ("pgid"). The descendant that `leave` forked is in
+  // the same group.
   EXPECT_TRUE(groupEnds(numberBehind(child->readOutput(patience), "pgid")));
 }
 

@@ -137,7 +137,7 @@ TEST_F(WriteFileAtomically, TargetOfALinkIsReplacedOrCreated) {
     EXPECT_TRUE(files.writeAtomically(folder.file(link), "by " + link));
     EXPECT_EQ(contentsOf(path), "by " + link);
     EXPECT_TRUE(fs::is_symlink(folder.file(link)));
-    fs::remove(path);  // so that the next link points to no file
+    fs::remove(path);  // in the next iteration, `link` is a dangling link
   }
 }
 

@@ -39,7 +39,7 @@ struct RealLoop {
   }
 };
 
-/// Runs a virtual or real loop for `duration`.
+/// `duration` may be at most 5 s, the time limit of `VirtualLoop::letPassUntil`.
 template <typename Loop>
 void letPass(Loop& loop, Seconds duration) {
   const Seconds end = loop.clock.continuousTime() + duration;

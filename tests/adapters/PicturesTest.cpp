@@ -293,8 +293,9 @@ TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
     for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
     return found;
   };
-  // A symbol of version 5 is 37 modules wide, one of version 6 is 41. Version 5 holds 84 bytes with error
-  // correction level M, and 106 bytes with level L.
+  // Version 5 (37 modules wide) holds 84 bytes with error correction level M, and 106 bytes with level L. So
+  // a text of 85 to 106 bytes gets two symbols: version 5 with level L, and version 6 (41 modules wide) with
+  // level M.
   EXPECT_EQ(widths(84), std::vector{37});
   EXPECT_EQ(widths(85), (std::vector{37, 41}));
   EXPECT_EQ(widths(106), (std::vector{37, 41}));

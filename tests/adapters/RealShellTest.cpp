@@ -8,7 +8,8 @@
 namespace kestrune::testing {
 namespace {
 
-/// The controller, which runs shell commands with the real bash.
+/// A test fixture with a controller that runs shell commands in the real bash. Only the clock and the child
+/// processes are real; the rest of the platform is fake.
 struct RealShell : ::testing::Test, RealChildren {
   // Set HOME to a temporary folder, so that bash does not read the profile of the user who runs the tests.
   const ScopedVariable home{"HOME", folder.file(".")};

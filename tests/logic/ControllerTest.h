@@ -63,7 +63,7 @@ struct ControllerTest : ::testing::Test {
     newCalls();
   }
 
-  /// Returns the port calls that the fakes have logged since the previous newCalls().
+  /// Returns the calls that the fakes in `machine` have logged since the previous newCalls().
   CallLog newCalls() { return std::exchange(machine.log, {}); }
 
   /// From now on, a shell line that contains `text` behaves like `script`.

@@ -13,7 +13,6 @@ struct NetworkChange : WithStatusItem {
     newCalls();
   }
 
-  /// Reports `path` as the new network path, and runs all jobs that are due.
   void report(const NetworkPath& path) {
     machine.pathMonitor.report(path);
     machine.loop.settle();

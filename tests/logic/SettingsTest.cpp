@@ -195,7 +195,6 @@ TEST_F(Settings, SavingRefusesLineEndsAndIllFormedUtf8) {
   EXPECT_EQ(reconnects(), 0U);
 }
 
-/// Records the requested alerts, and shows none.
 struct SilentAlerts final : Alerts {
   void present(AlertRequest request) override { requests.push_back(std::move(request)); }
   std::vector<AlertRequest> requests;

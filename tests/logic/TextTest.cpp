@@ -214,7 +214,8 @@ TEST(DisplayRow, CutsAnEndlessGraphemeClusterBetweenCodePoints) {
   EXPECT_EQ(row.rfind("x\u0301", 0), 0U);
 }
 
-// Noncharacters like U+FFFE are replaced too: a D-Bus library refuses a whole message that contains one.
+// `withoutControls` replaces control characters, but also noncharacters such as U+FFFE, because sd-bus
+// refuses a string that contains a noncharacter (EINVAL).
 TEST(ReadableText, HasNoControlCharacters) {
   EXPECT_EQ(charactersOf([](const std::string& text, auto character) {
               return withoutControls(text) != (commandsAScreen(character) ? " " : text);

@@ -330,7 +330,8 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> writeError;   ///< if set, the error of `writeAtomically` and `replaceUnreadable`
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
-  /// If set, the error of `writePrivately`, and of `replaceUnreadable` if the file exists.
+  /// If set, `writePrivately` fails with this error. `replaceUnreadable` first keeps the old file under
+  /// another name; if there is an old file, this step fails with this error.
   std::optional<std::string> keepError;
   /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
   std::optional<std::string> readError;

@@ -67,7 +67,7 @@ class ForkedProgram {
     }
   }
 
-  /// Returns whether the test has read every line and the child has not ended.
+  /// Returns whether the child still runs and line() has returned every line that the child has sent so far.
   bool isSilent() const { return next == heard.size() && !arrives(0); }
 
   void tell(int signal) const { kill(target, signal); }

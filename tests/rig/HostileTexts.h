@@ -43,7 +43,8 @@ struct HostileText {
 };
 
 /// Returns texts that would break a terminal or a window, or deceive the user, if the program showed them
-/// unchanged. Each text begins with "before" and ends with "behind". Long texts have at least `length` bytes.
+/// unchanged. Each text begins with "before" and ends with "behind". Some texts are hostile because they are
+/// very long: each of these has more than `length` bytes.
 inline std::vector<HostileText> hostileTexts(std::size_t length = 1 << 20) {
   using namespace std::string_literals;
   const auto many = [length](std::string_view piece) {

@@ -20,7 +20,6 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const 
 
 namespace kestrune::testing {
 
-/// Returns how many bytes of the heap are in use.
 inline std::size_t heapInUse() {
   if (__sanitizer_get_current_allocated_bytes != nullptr) return __sanitizer_get_current_allocated_bytes();
   const auto heap = mallinfo2();

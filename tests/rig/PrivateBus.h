@@ -41,7 +41,7 @@ class PrivateBus {
     daemon->firstLine();
   }
 
-  /// Kills the bus, which closes the connections of its clients without a message.
+  /// Kills the bus daemon. Its clients get no D-Bus message; they only find their connections closed.
   void stop() { daemon.reset(); }
 
   /// Suspends the bus: until thaw(), clients can send messages, but the bus delivers none.

@@ -125,7 +125,7 @@ void Soak::happen() {
 }
 
 void Soak::networkReports() {
-  // Wi-Fi occurs twice, so that the same path is often reported two times in a row.
+  // Wi-Fi is listed twice, so that it is chosen twice as often as each other path.
   static const std::vector<NetworkPath> paths{{},
                                               {.satisfied = true},
                                               {.satisfied = true, .usesWiFi = true},

@@ -26,8 +26,8 @@
 
 namespace kestrune::testing {
 
-/// Waits until all children of this process are reaped. At the time limit, kills the remaining children and
-/// returns false.
+/// Waits until this process has no children, not even zombies. At the time limit, kills and reaps the
+/// children that the calling thread has started, and returns false.
 inline bool hasNoChildren(EventLoop& loop) {
   const bool none = comesTrue(loop, [] {
     siginfo_t state{};
@@ -117,8 +117,9 @@ class DialogsRun {
   std::function<void(const dialogs::Request&)> whenAsked;
 };
 
-/// A fake KestruneMenuDialogs. Each run of the program connects to this object. Over the connection, the test
-/// gets the client's requests and answers them.
+/// Replaces KestruneMenuDialogs in a test. The client starts `program()`, a fake KestruneMenuDialogs. Each
+/// run of the fake connects to this object, so that the test can read the client's requests and answer them
+/// (`DialogsRun`).
 class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)
@@ -131,8 +132,8 @@ class StandInDialogs {
     if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener.get(), 8) != 0)
       throw std::runtime_error("no socket");
-    // Give the program a path that no other test uses. Error messages contain the path, and a process prints
-    // the same message only once.
+    // Give the program a path that no other test uses, because error messages contain this path. `reportOnce`
+    // prints equal messages only once per process, so a later test would miss its message.
     std::filesystem::create_symlink(TEST_DIALOGS, program());
     arriving = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   }

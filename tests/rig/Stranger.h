@@ -12,7 +12,6 @@ namespace kestrune::testing {
 /// A bus connection that sends signals. Tests use it to forge the signals of other programs and of the bus.
 class Stranger {
  public:
-  /// If `name` is not null, the connection requests this bus name.
   explicit Stranger(const PrivateBus& daemon, const char* name = nullptr) {
     const bool done = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, daemon.address().c_str()) >= 0 &&
                       sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0 &&

@@ -74,7 +74,6 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   /// What the loop can run in one step: a job of the main queue, a delayed job, the action of a timer, or a
   /// job of a worker queue.
   enum class Step { main, delayed, tick, worker };
-  /// Called after each step, with its kind.
   std::function<void(Step)> whenStepIsDone;
 
   bool isTerminated() const { return terminated; }

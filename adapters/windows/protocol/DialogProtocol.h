@@ -43,7 +43,8 @@ struct Shown {
   int id = 0;  ///< identifier of the alert; 0 for the menu
 };
 
-/// Says that a button inside the accessory view of an alert was pressed.
+/// Says that the user pressed a button in the content of an alert (`Alert::accessoryView`). The alert stays
+/// open. `action`: the action of that button.
 struct Pressed {
   int id = 0;
   std::string action;
@@ -71,9 +72,9 @@ using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 std::string encode(const Request& request);
 std::string encode(const Event& event);
 
-/// Returns the message in `line`, or the reason why the line is invalid. `decodeEvent` rejects every event
-/// that is not the same JSON as `encode` writes for it, for example an event with an unknown member.
-/// `decodeRequest` does not check this, because only the client writes requests.
+/// Returns the message in `line`, or the reason why the line is invalid. `decodeEvent` accepts a line only if
+/// `encode` writes the decoded event as the same JSON; for example, it rejects an unknown member.
+/// `decodeRequest` does not compare the JSON, because KestruneMenuDialogs trusts the client.
 std::variant<Request, std::string> decodeRequest(const std::string& line);
 std::variant<Event, std::string> decodeEvent(const std::string& line);
 
