@@ -10,7 +10,7 @@ namespace kestrune {
 struct AppDelegate::MenuRow {
   int number;               ///< place in the menu; `rowAt` chooses between rows with the same place
   const char* title = "";   ///< empty: a separator
-  const char* action = "";  ///< this row's argument to `performAction`; empty: none
+  const char* action = "";  ///< `performAction(action)` performs this row; empty: the row has no action
   const char* key = "";
   void (AppDelegate::*run)() = nullptr;            ///< null: the row is disabled
   bool (AppDelegate::*isOn)() const = nullptr;     ///< whether the row is checked; null: it has no check mark

@@ -72,7 +72,7 @@ OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   FileManager& files = platform.fileManager;
   if (const auto made = files.createDirectory(path.substr(0, path.rfind('/'))); !made)
     return {false, made.reason()};
-  // Ignore failures of removeItem: usually the file does not exist.
+  // Ignore failures of removeItem, which also fails if the file does not exist.
   if (!enabled) {
     files.removeItem(path);
     files.removeItem(legacyUserLaunchAgentPath());

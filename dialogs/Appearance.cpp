@@ -73,9 +73,9 @@ QFont fontFor(double points, FontWeight weight) {
 
 void preferColorEmoji() {
   const QFont font = QApplication::font();
-  // If the desktop's font is an alias like "Sans Serif", Qt tries its substitutions before it resolves the
-  // alias. Then digits could come from an emoji font. So make the real font, which QFontInfo names, the first
-  // substitution.
+  // If the desktop's font is an alias like "Sans Serif", Qt tries the substitutions of the alias before it
+  // resolves the alias. The substitutions added below are emoji fonts, which contain digits. So that Qt does
+  // not take digits from them, make the real font, which QFontInfo names, the first substitution.
   QStringList substitutions{QFontInfo(font).family()};
   const QStringList installed = QFontDatabase::families();
   for (const auto& family : {QStringLiteral("Noto Color Emoji"), QStringLiteral("Twemoji")}) {

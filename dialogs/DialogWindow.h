@@ -9,7 +9,8 @@ namespace kestrune::dialogs {
 
 bool isOnWayland();
 
-/// Lets the scroll bar handle a key. Returns whether the key scrolls: arrows, Page Up, Page Down, Home, End.
+/// Passes a key event to the scroll bar. Returns whether the bar has used the key: it uses the arrows, Page
+/// Up, Page Down, Home and End.
 bool scrollByKey(QScrollBar& bar, QKeyEvent& event);
 
 /// The base class of this program's windows.

@@ -199,7 +199,6 @@ void MenuRow::updateToolTip() {
 
 namespace {
 
-/// Tells screen readers the kind of a row and its shortcut.
 class AccessibleRow final : public QAccessibleWidget {
  public:
   explicit AccessibleRow(MenuRow& represented) : QAccessibleWidget(&represented), row(represented) {}

@@ -23,7 +23,8 @@ class MenuWindow final : public DialogWindow {
   std::function<void(int item)> onChosen;
   std::function<void()> onClosed;  ///< called when the user closes the window without a choice
 
-  /// Shows `menu`. If the item IDs are the same as before, updates the rows in place and keeps the focus.
+  /// Sets the rows to the items of `menu`; does not show the window. If the item IDs are the same as before,
+  /// updates the rows in place and keeps the focus.
   void setMenu(const Menu& menu);
 
  protected:

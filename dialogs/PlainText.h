@@ -23,7 +23,8 @@ QString withoutMnemonics(QString text);
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
 /// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
-/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` can find the break.
+/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` can find and remove
+/// the break.
 QString withLongLinesBroken(const QString& text);
 QString withoutAddedBreaks(QString text);
 

@@ -172,7 +172,7 @@ class Picture final : public QLabel {
   QImage image;
 };
 
-/// A vertical scroll area whose height may be less than its size hint.
+/// A vertical scroll area. It is at least as wide as its content. Its height can shrink to `smallestScroll`.
 class ScrollView final : public QScrollArea {
  public:
   explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {

@@ -59,7 +59,7 @@ QIcon programIcon() {
   return icon;
 }
 
-/// Translates the words in Qt's context menus of texts and fields to Traditional Chinese.
+/// Translates Qt's context menus for selectable text and text fields into Traditional Chinese.
 class QtWords final : public QTranslator {
  public:
   QString translate(const char*, const char* text, const char*, int) const override {

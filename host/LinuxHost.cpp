@@ -172,7 +172,7 @@ class LinuxHost final : public Host {
     bus.connect(terminal ? SessionBus::Absence::expected : SessionBus::Absence::fault);
     systemBus.connect();
     if (tray) {
-      bus.waitUntilReady();  // so that the tray gets the item while the controller is still starting
+      bus.waitUntilReady();  // otherwise the tray gets the item only after the controller has started
       advice.emplace(bus, loop, notifications);
     }
     return true;

@@ -63,10 +63,10 @@ class QRCodeGenerator {
  public:
   virtual ~QRCodeGenerator() = default;
 
-  /// Encodes the bytes of `message` in byte mode. Each bitmap is a symbol with one pixel for each module,
-  /// black on white, and a quiet zone (white margin) of four modules. The last bitmap is the symbol with
-  /// error-correction level M. If the symbol with level L is smaller, it comes first, for a screen that is
-  /// too small for level M. Empty when the message is too long for level M or cannot be encoded.
+  /// Encodes the bytes of `message` in byte mode. Returns two symbols if the symbol with error-correction
+  /// level L is smaller than the symbol with level M (L first, for a small screen); otherwise only M. Each
+  /// bitmap has one pixel for each module, black on white, and a quiet zone (white margin) of four modules.
+  /// Returns an empty vector when the message is too long for level M or cannot be encoded.
   virtual std::vector<Bitmap> generate(const std::string& message) = 0;
 };
 

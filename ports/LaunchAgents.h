@@ -5,8 +5,9 @@
 
 namespace kestrune {
 
-/// Registers programs (agents) that start at login. Each agent has one file, named after its label. On Linux,
-/// this file is an autostart entry. Main thread.
+/// Programs (agents) that the desktop starts at login. Each agent has one file, named after its label; on
+/// Linux, an autostart entry. To register an agent, the caller writes `document` to the file `path`. Main
+/// thread.
 class LaunchAgents {
  public:
   virtual ~LaunchAgents() = default;

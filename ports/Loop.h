@@ -46,8 +46,8 @@ using Job = std::function<void()>;
 /// Runs jobs one at a time, in the order in which they were posted.
 class DispatchQueue {
  public:
-  /// Does the same as `close`. Called on the main thread, or by a job of this queue if the queue has a thread
-  /// of its own.
+  /// Does the same as `close`. Main thread. Exception: if the queue has a thread of its own, one of its jobs
+  /// may destroy the queue.
   virtual ~DispatchQueue() = default;
 
   virtual const std::string& label() const = 0;
@@ -69,7 +69,6 @@ class MainQueue : public DispatchQueue {
 
 enum class QualityOfService { standard, userInitiated };
 
-/// The thread that runs the jobs of a serial queue: a thread that only this queue uses, or the main thread.
 enum class QueueTarget { ownThread, mainThread };
 
 /// Creates the queues of the process.

@@ -17,9 +17,9 @@ class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running; does not block. Call this repeatedly while you wait for the
-  /// child's end: each call also makes room in the pipes. In this way, a child can write 64 KiB to each pipe.
-  /// If it writes more, it may block until `readOutput` is called.
+  /// Returns whether the child is running; does not block. If a pipe is full before the child has written 64
+  /// KiB to it, reads from this pipe, so that the child can go on. So call this repeatedly while you wait for
+  /// the child's end. A child that writes more than 64 KiB to a pipe may block until `readOutput` is called.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

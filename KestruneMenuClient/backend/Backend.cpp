@@ -90,7 +90,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
     child.terminate();
     clock.sleep(graceAfterTerminate);
     if (child.isRunning()) child.interrupt();
-    // Also end the shell's children: otherwise each refresh that times out would leave processes behind.
+    // Also end the shell's children. Otherwise they would keep running after each command that times out.
     child.terminateGroup();
   }
 

@@ -9,14 +9,13 @@ namespace kestrune {
 
 namespace {
 
-/// Returns whether a line begins at `at` by the rule of `EnvFile::value`: a line feed ends a line, except
-/// after a carriage return.
+/// Returns whether a line begins at `at`. As in `EnvFile::value`, an LF ends a line, unless it follows a CR.
 bool beginsLine(std::string_view text, std::size_t at) {
   return at == 0 || (text[at - 1] == '\n' && (at == 1 || text[at - 2] != '\r'));
 }
 
-/// Returns the end of the line that contains `begin`, by the same rule: the position of the line feed that
-/// ends the line, or the end of the text.
+/// Returns the end of the line that contains `begin`, by the same rule: the position of the LF that ends the
+/// line, or the end of the text.
 std::size_t endOfLine(std::string_view text, std::size_t begin) {
   auto end = text.find('\n', begin);
   while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
@@ -80,9 +79,10 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       result += line;
     }
   }
-  // Each appended key follows an empty line. If the file exists but is empty, line 1 becomes the empty line.
-  // If the file does not exist, the first key is in line 1, without an empty line before it.
+  // A file that exists but is empty has one line, which is empty. A file that does not exist has no line.
   if (exists && contents.empty()) startLine();
+  // Put an empty line before each appended key, but none before the first one if the last line is already
+  // empty, or if the file has no line.
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {
     if (std::exchange(needsEmptyLine, true)) startLine();

@@ -50,8 +50,8 @@ class EnvFile {
   const std::string& text() const { return contents; }
 
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
-  /// absent when there is no such line. LF ends a line, but CR LF does not: in a file with CR LF at each line
-  /// end, the value contains all lines that follow.
+  /// absent when there is no such line. As in the backend, an LF ends a line, unless it follows a CR. So a
+  /// file in which each LF follows a CR is one line.
   std::optional<std::string> value(std::string_view key) const;
   /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;

@@ -151,8 +151,8 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto before = shown.find(row.key);
     if (before == shown.end() || !EnvFile::holdsLineEnd(trimmed(before->second)))
       return title + "的內容不能換行。設定沒有保存。";
-    // The value contained a line end already when it was read from .env. `EnvFile::value` reads up to an LF
-    // that does not follow a CR. So .env has other line ends, such as CR LF.
+    // The value already contained a line end when it was read from .env. `EnvFile::value` ends a value only
+    // at an LF that does not follow a CR, so .env has line ends other than LF, such as CR LF.
     return ".env 的換行字元不是 LF（例如 CR LF），" + title +
            "讀到的值包含其他行的內容。請把 .env 的換行改成 LF，再打開設定。設定沒有保存。";
   }

@@ -20,8 +20,9 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 EnvValues settingsOf(const AlertAnswer& answer);
 
 /// Returns a text for the user that says why one of `values` cannot be saved; absent when all can be saved.
-/// `shown` holds the values of the fields when the dialog was opened. If a value contains a line end in
-/// both `values` and `shown`, .env has line ends other than LF (such as CR LF), and the text says so.
+/// `shown` holds the values of the fields when the dialog was opened. If a value with a line end had one
+/// already in `shown`, the line end came from .env, not from the user. The text then says that .env has line
+/// ends other than LF (such as CR LF).
 std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvValues& shown);
 
 }  // namespace kestrune

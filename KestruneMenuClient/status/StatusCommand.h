@@ -37,8 +37,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void subscribe();
   void heard(const std::string& line);
   void clientIsAbsent();
-  /// Gets the status without a client. First waits until `platform.pathMonitor` has reported the network
-  /// path, then asks the backend.
+  /// Gets the status from the backend instead of the client. Asks the backend after `platform.pathMonitor`
+  /// has reported the network path.
   void check();
   void askBackend();
   void checkDidFinish();

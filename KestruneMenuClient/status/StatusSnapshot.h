@@ -18,7 +18,7 @@ inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 enum class NetworkKind { unknown, none, wifi, wired, cellular, other };
 NetworkKind networkKind(const NetworkPath& path);
 
-/// A snapshot: the state that menu rows 2 to 11 show at one moment.
+/// The state that menu rows 2 to 11 show at one moment.
 struct StatusSnapshot {
   ConnectionLampState lamp = ConnectionLampState::warning;
   std::string status{};

@@ -24,8 +24,8 @@ struct InhibitorProtocol {
   int (*appendArguments)(sd_bus_message* call, const char* reason);
 };
 
-/// A service that grants idle inhibitors, and the inhibitors that it has granted. Never starts the service.
-/// The destructor gives all inhibitors back. Main thread.
+/// A client of a service that grants idle inhibitors. Keeps the inhibitors that the service has granted.
+/// Never makes the bus daemon start the service. The destructor gives all inhibitors back. Main thread.
 class InhibitorService final : public BusClient {
  public:
   /// `connection` and `clock` must outlive this object.

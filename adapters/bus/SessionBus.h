@@ -69,7 +69,7 @@ class BusClient {
 
 enum class BusKind { session, system };
 
-/// The connection to a message bus. Connects again when the bus comes back. Main thread.
+/// A connection to a message bus. Connects again when the bus comes back. Use it on the main thread only.
 class BusConnection {
  public:
   BusConnection(EventLoop& loop, BusKind kind);
@@ -90,7 +90,7 @@ class BusConnection {
   void connect(Absence absence = Absence::fault);
 
   /// Blocks until the bus has authenticated the connection, for 20 ms at most. Until then, sd-bus queues all
-  /// messages. Returns at once without a connection.
+  /// messages. If there is no connection, returns at once.
   void waitUntilReady();
 
   /// Takes ownership of the open connection `opened`, and tells all clients that it is open. Call this only

@@ -132,8 +132,8 @@ class ChildProcesses::Child final : public Process {
   void interrupt() override { signal(SIGINT); }
 
   // Sends the signal even if the child is reaped, because descendants may remain in its process group. While
-  // one remains, the kernel does not reuse the ID of the group. If none remains, kill(2) fails with ESRCH:
-  // callers call this right after the child is reaped, when its ID is not yet reused.
+  // one remains, the kernel does not reuse the ID of the group. When none remains, kill(2) fails with ESRCH
+  // until the kernel reuses the ID. So call this while the child runs, or right after it is reaped.
   void terminateGroup() override { kill(-pid, SIGTERM); }
 
   int terminationStatus() const override {

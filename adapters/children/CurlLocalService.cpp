@@ -18,7 +18,7 @@ constexpr Seconds grace{1.0};          // curl gets SIGTERM if it still runs thi
 constexpr Seconds pollInterval{0.01};  // between two checks whether curl has exited
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
-/// Returns whether the token may be part of an HTTP header line: it has no control character.
+/// Returns whether `token` has no control characters, so that it may be part of an HTTP header line.
 bool canStandInHeader(const std::string& token) {
   return std::none_of(token.begin(), token.end(), [](char each) {
     const auto byte = static_cast<unsigned char>(each);

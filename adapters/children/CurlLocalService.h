@@ -11,7 +11,7 @@ namespace kestrune {
 /// arguments and environment.
 class CurlLocalService final : public LocalService {
  public:
-  /// `limit`: how long a request may take. `children` and `clock` must outlive this object.
+  /// `givenLimit`: how long a request may take. `givenChildren` and `givenClock` must outlive this object.
   CurlLocalService(ChildProcesses& givenChildren, Clock& givenClock, Seconds givenLimit = Seconds{5})
       : children(givenChildren), clock(givenClock), limit(givenLimit) {}
 

@@ -14,7 +14,8 @@ struct SpawnOptions {
   int input = 0;
   int output = 1;
   int error = 2;
-  /// "NAME=VALUE" each. The child gets these variables and those of this process.
+  /// More variables for the child, each as "NAME=VALUE". The child also gets the variables of this process.
+  /// If a name occurs in both, getenv(3) returns the value given here.
   std::vector<std::string> environment{};
 };
 

@@ -23,7 +23,8 @@ constexpr std::size_t bodyLimit = 1000;        // characters; the rest of a long
 constexpr std::size_t bodyByteLimit = 16'000;  // bytes; a longer body is cut before `bodyLimit` applies
 constexpr std::size_t bodyLineLimit = 40;
 
-/// Returns `body` without control characters, shortened to `bodyLimit` characters and `bodyLineLimit` lines.
+/// Returns `body` without control characters. Shortens it to `bodyByteLimit` bytes, `bodyLimit` characters
+/// and `bodyLineLimit` lines.
 std::string readableBody(std::string_view body) {
   const std::string_view beginning = withinBytes(body, bodyByteLimit);
   bool cut = beginning.size() < body.size();

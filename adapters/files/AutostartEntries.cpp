@@ -41,8 +41,9 @@ std::string unescaped(std::string_view value) {
   return text;
 }
 
-/// Returns whether all parsers of desktop entries read `text` in the same way between double quotes in the
-/// key Exec. They differ on characters that must be escaped there, and on "=" in the name of a program.
+/// Returns whether `text` can stand between double quotes in the key Exec. Rejects invalid UTF-8, control
+/// characters, and characters that need an escape sequence, because desktops read these in different ways.
+/// Rejects "=" because the path of a program must not contain it there.
 bool canBeQuoted(std::string_view text) {
   return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
            return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||

@@ -132,8 +132,8 @@ class NewFile {
   /// temporary files that killed processes of this user have left in the folder.
   Result<> write(std::string_view contents) {
     removeAbandoned(folder);
-    // Repeat if another process has taken the new file for an abandoned one: it has locked the file, or has
-    // removed it before this process locked it.
+    // Until this process has locked the new file, another process may lock the file and remove it as
+    // abandoned. So repeat if the file is locked by another process, or is missing.
     do {
       name = folder / (std::string(prefix) + std::string(randomPart));
       file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
@@ -171,8 +171,9 @@ class NewFile {
       if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
       return replaceTarget();
     }
-    // Rename the new file to `kept` first: the swap below gives the name of the new file to the old file. If
-    // that were a temporary name, another process could take the old file for abandoned and remove it.
+    // Do not swap the temporary file with the target directly: the old file would then have the temporary
+    // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
+    // the swap, the old file is at `kept`.
     if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
     name = kept;
     if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;

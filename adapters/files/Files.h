@@ -10,16 +10,16 @@
 
 namespace kestrune {
 
-/// The files of this machine. Except for `createDirectory`, a failure changes nothing. Any thread.
+/// The files of this machine. A call that fails leaves the existing files unchanged. Any thread.
 class SystemFileManager final : public FileManager {
  public:
   explicit SystemFileManager(std::string givenHome) : home(std::move(givenHome)) {}
 
   bool fileExists(const std::string& path) const override;
   FileContents contents(const std::string& path) const override;
-  /// The new file gets the owner, mode and ACL of the old file, and its owner can always read it. If
-  /// fchown(2) fails, the user of this process owns the new file. Follows a symbolic link, but a link to
-  /// /dev/null is itself replaced. Fails if `path` is a folder, a device or a FIFO.
+  /// The new file gets the owner, mode and ACL of the old file; S_IRUSR is added to the mode. If fchown(2)
+  /// fails, the user of this process owns the new file. Follows a symbolic link, but a link to /dev/null is
+  /// itself replaced. Fails if `path` is a folder, a device or a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
   /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on. Makes a hard

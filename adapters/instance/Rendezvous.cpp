@@ -185,7 +185,7 @@ void Rendezvous::publish(StatusLine line) {
 }
 
 /// Returns whether the file that this process has locked is still at its path. If it was removed, another
-/// process can create and lock a new file there, and the lock protects nothing.
+/// process can create and lock a new file there, so the lock of this process protects nothing.
 bool Rendezvous::isLocked() const {
   return isFileAt(lock, place + lockName);
 }

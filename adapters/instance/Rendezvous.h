@@ -28,9 +28,9 @@ struct Claim {
   Seconds endPatience{12.0};      ///< longest wait for the end of another client
 };
 
-/// The lock and the socket of the one client of a user. The process that holds the lock is the client; the
-/// kernel releases the lock when that process ends. Other processes of the user send requests to the client
-/// over the socket. Main thread.
+/// Makes sure that a user has at most one client, and connects the user's other processes to it. The process
+/// that holds the lock is the client; the kernel releases the lock when that process ends. The other
+/// processes send requests to the client over a socket. Main thread.
 class Rendezvous final : public StatusFeed, public Requests {
  public:
   /// `onShow` runs when a process that starts later asks for the menu. Its argument is the activation token
@@ -40,9 +40,9 @@ class Rendezvous final : public StatusFeed, public Requests {
 
   /// Returns whether this process has become the client; if so, it answers requests from now on. Runs the
   /// loop while it waits for the answer or the end of another client. If another client is already ending,
-  /// waits for its end, whatever the kind of `claim`. If the lock file cannot be created, the file system
-  /// supports no locks, or the end takes longer than `endPatience`, becomes the client without the lock and
-  /// says why on standard error.
+  /// waits for its end, whatever the kind of `claim`. Becomes the client without the lock, and says why on
+  /// standard error, if the lock file cannot be created, if the file system supports no locks, or if the
+  /// other client takes longer than `endPatience` to end.
   bool claim(const Claim& claim);
 
   /// Call this when this process is about to end. A client that is started later waits for the end of this
@@ -56,7 +56,6 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// most for `limit`. Returns one line that says why the action was not performed; absent on success.
   std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
-  /// Returns the PID of the running client; absent when no client runs.
   std::optional<pid_t> runningClient() const;
 
   /// Publishes a status line. Also creates the lock and the socket again when they are missing. If that

@@ -15,7 +15,8 @@ constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a request line
 constexpr Seconds descriptorRest{1.0};
-/// The socket's file name before listen(2): other processes must not find a socket that refuses connections.
+/// The file name of the socket until listen(2) has succeeded. Then the file is renamed, so that other
+/// processes never find a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
 
 }  // namespace

@@ -37,9 +37,9 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // `reportDue` counts the delay before a report from `currentSince`. If `resume` ran after `noticed` (the
-    // time of the first message of the burst), `currentSince` is the time of the resume. Keep that later
-    // time.
+    // The delay before a report starts at `currentSince` (see `reportDue`). `noticed` is the time of the
+    // first sign of the change. If the machine has resumed from suspend after that sign, `resume` has already
+    // set `currentSince` to the time of the resume: keep that time.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

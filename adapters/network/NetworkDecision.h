@@ -9,8 +9,9 @@
 
 namespace kestrune {
 
-/// The route that the kernel chooses for packets to the Internet. The fields after `path` tell two networks
-/// of one medium apart. The addresses are in network byte order; a missing address is empty.
+/// The route that the kernel chooses for packets to the Internet. The fields after `path` distinguish two
+/// networks of the same medium, such as two Wi-Fi networks. The addresses are in network byte order; a
+/// missing address is empty.
 struct RoutedPath {
   NetworkPath path;
   unsigned interface = 0;  ///< interface index; 0 for none
@@ -37,7 +38,7 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// A report of the same path as before never delays the report of a changed path.
+/// Exception: for the report of a changed path, both rules count only the earlier reports of a changed path.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
@@ -47,12 +48,12 @@ class NetworkDecision {
   /// Call this when the path may have changed. The question to the kernel is then due after a short delay, or
   /// at once if no path has been reported yet.
   void notice(Seconds now);
-  /// Call this when the machine has resumed from suspend. If the loss of the network has not been reported
-  /// yet, the wait before that report starts again, because networks need a moment to reconnect.
+  /// Call this when the machine has resumed from suspend. If the network is lost and the loss is not reported
+  /// yet, the wait before its report starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
 
-  /// Returns the time of the caller's next step; absent if there is none. The step is to ask the kernel if
-  /// `isQuestionDue` is true at that time, else to call `takeReport`.
+  /// Returns the time of the caller's next step; absent if there is none. If `isQuestionDue` is true at that
+  /// time, the step is to ask the kernel for the route. Otherwise it is to call `takeReport`.
   std::optional<Seconds> due() const;
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.

@@ -95,8 +95,8 @@ struct Request {
 
 using Take = std::function<void(const nlmsghdr&)>;
 
-/// Sends a request, and passes each message of the answer to `take`. Does not block, because the kernel has
-/// queued the answer when sendto returns. Returns 0 or an errno value.
+/// Sends a request, and passes each message of the answer to `take`. Does not block: the kernel queues the
+/// answer during sendto(2), and each further part of a dump during recvfrom(2). Returns 0 or an errno value.
 int ask(mnl_socket* socket, const nlmsghdr& request, Take take) {
   const auto pass = [](const nlmsghdr* message, void* data) {
     (*static_cast<Take*>(data))(*message);

@@ -33,8 +33,8 @@ struct Link {
 using Links = std::map<unsigned, Link>;  ///< key: interface index
 
 /// The physical medium beneath an interface. If there are several, the one that this enum lists last counts.
-/// For example, a bridge of Wi-Fi and a cable counts as wired. A Wi-Fi station cannot be in a bridge, so the
-/// Wi-Fi device is an access point, and the route to the Internet is through the cable.
+/// For example, a bridge of Wi-Fi and a cable counts as wired: its Wi-Fi device is normally an access point,
+/// so the route to the Internet is through the cable.
 enum class Medium { unknown, wiFi, cellular, wired };
 
 /// Returns the medium of the interface `index`. If the interface itself has no medium (bridge, bond, VLAN,

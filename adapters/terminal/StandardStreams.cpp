@@ -21,15 +21,15 @@ constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardType
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
 
-/// Returns a new descriptor for the file that `descriptor` refers to; empty if `descriptor` is closed. Opens
-/// a pipe or terminal again with O_NONBLOCK: fcntl(2) on `descriptor` would also set the flag for all other
-/// processes that share the open file description. Duplicates a regular file, which must keep the shared
-/// file offset, a socket, and a pipe or terminal that cannot be opened again. A duplicate may block, so its
-/// user calls poll(2) before each read or write.
+/// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
+/// device (such as a terminal) again with O_NONBLOCK. If that fails, or for another type of file, duplicates
+/// `descriptor`: then read(2) and write(2) may block, so the caller must call poll(2) first.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   if (fstat(descriptor, &state) != 0) return {};
   FileDescriptor own;
+  // Do not set O_NONBLOCK by fcntl(2): that changes it for all processes that share the open file
+  // description. Do not open a regular file again: a new open file description has its own file offset.
   if (S_ISFIFO(state.st_mode) || S_ISCHR(state.st_mode)) {
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     own.reset(open(path.c_str(), accessMode | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));

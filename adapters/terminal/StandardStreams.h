@@ -40,7 +40,7 @@ class StandardOutput {
 class StandardInput {
  public:
   struct Reader {
-    /// Called once per line: with the line without its end, or with std::nullopt if the line is too long.
+    /// Called once per line, with the line without its newline, or with std::nullopt if the line is too long.
     /// Jobs that one call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line

@@ -87,8 +87,8 @@ std::string TerminalDialogue::begin() {
   return text + advance();
 }
 
-/// Returns the text up to the next field. If no field is left, returns the rest of the text, the line of
-/// buttons and the image.
+/// Moves `next` to the next field, and returns the text before this field. If no field is left, returns the
+/// rest of the text, the line of buttons and the image.
 std::string TerminalDialogue::advance() {
   std::string text;
   for (; next < parts.size() && !isField(*parts[next]); ++next) text += textOf(*parts[next]);

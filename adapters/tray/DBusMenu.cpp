@@ -49,8 +49,8 @@ int readIds(sd_bus_message* call, Ids& ids) {
 }
 
 /// Opens a container, calls `fill` to append its values, and closes it. If the container cannot be opened,
-/// does not call `fill`. Reports no error, because sending fails later: after a failed allocation, sd-bus
-/// refuses to send the message (ESTALE or EBADMSG).
+/// does not call `fill`. Reports no error: if an allocation fails here, sd_bus_send(3) later fails with
+/// ESTALE or EBADMSG.
 template <typename Fill>
 void container(sd_bus_message* message, char type, const char* contents, const Fill& fill) {
   if (sd_bus_message_open_container(message, type, contents) < 0) return;

@@ -122,8 +122,9 @@ void StatusNotifierItem::busConnected() {
                                 &hostRegistered, &ignoreReply, this) >= 0) {
     hostMatch.reset(slot);
   }
-  // `hosts` has already sent its GetNameOwner calls. The bus daemon answers them before it forwards the
-  // registration below. So `hosts->form()` is known when a host reads this item for the first time.
+  // `hosts->form()` depends on the answers to the GetNameOwner calls that `hosts` has already sent. The bus
+  // daemon answers these calls before it forwards the registration below. A host reads this item only after
+  // the registration. So the form is known by then.
   registerWithWatcher();
 }
 

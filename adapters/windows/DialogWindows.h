@@ -19,9 +19,10 @@ class DialogWindows final : public AlertQueue {
   /// `loop` and `program` must outlive this object.
   DialogWindows(EventLoop& loop, DialogProgram& program);
 
-  /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the last click in the tray. The token works once:
-  /// it lets the next window that is opened or raised take the focus. Any program on the bus may send a token
-  /// of any length. So a token of over 4096 bytes counts as empty.
+  /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the user's last click in the tray, or of the last
+  /// start of the program while this client runs. The token works once: it lets the next window that is
+  /// opened or raised take the focus. A token of over 4096 bytes counts as empty, because any program on the
+  /// bus may send a token of any length.
   void giveToken(std::string_view given);
 
   /// Sets the menu. An open menu window follows the change.

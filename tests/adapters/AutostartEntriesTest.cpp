@@ -18,7 +18,8 @@ namespace {
 constexpr auto label = "com.example.client";
 
 /// Folder names. The client writes a path with one of `plainNames` into an Exec key. It refuses a path with
-/// one of `otherNames`: each contains a character that not all desktops unescape in the same way.
+/// one of `otherNames`: each contains "=", which the path of a program in Exec must not contain, or a
+/// character that not all desktops unescape in the same way.
 const std::vector<std::string> plainNames{"plain", "with blank 引號 '單' a;b|c&d<e>f*? [x] {y} #hash ~ (z)!"};
 const std::vector<std::string> otherNames{"引號 \"雙\"", "$HOME",          "`id`",      "100% %f %%",
                                           "a=b",         "back\\slash\\n", "tab\there", "line\nend"};

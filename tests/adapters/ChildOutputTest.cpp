@@ -18,7 +18,8 @@ namespace kestrune::testing {
 namespace {
 
 constexpr std::size_t limit = std::size_t{16} << 20;
-// Each measured call must take less time than this. None may wait for a descendant that lives for 60 s.
+// The time limit of each measured call. A call that waits for a descendant exceeds this limit, because the
+// descendants live for 60 s.
 constexpr Seconds generous{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {};

@@ -226,8 +226,7 @@ TEST_F(EventLoopAlone, SignalsAndReapsOnlyGivenChildren) {
   loop.signalChild(stranger, SIGTERM);
   loop.signalChild(own, SIGTERM);
   EXPECT_TRUE(comesTrue(loop, [own] { return kill(own, 0) != 0; }));
-  // The child has been reaped, so this call must do nothing: another process may have its PID now.
-  loop.signalChild(own, SIGTERM);
+  loop.signalChild(own, SIGTERM);  // must do nothing: `own` has been reaped, so its PID may be reused
   kill(stranger, SIGKILL);
   int status = 0;
   EXPECT_EQ(waitpid(stranger, &status, 0), stranger);

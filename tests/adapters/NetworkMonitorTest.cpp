@@ -204,9 +204,9 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// The test replaces the monitor of NetworkRig, which has no delays, by a monitor with the delays of the
-/// client. So the new monitor looks up the route only after all three changes of the second `network.ip`. The
-/// route then differs from the reported route only in its source address, and must be reported again.
+/// A route that differs from the reported route only in its source address must be reported. The test gives
+/// the monitor the delays of the client (NetworkRig sets none). So the monitor looks up the route only after
+/// the three commands of the second `network.ip`.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   monitor.emplace(loop, clock, bus, devices.file(""));

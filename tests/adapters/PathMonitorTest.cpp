@@ -57,7 +57,7 @@ struct PathMonitorContract : ::testing::Test {
 
   VirtualClock clock;
   CallLog log;
-  FakeLoop held{clock, log};  ///< keeps the jobs with the updates until runJobs()
+  FakeLoop held{clock, log};  ///< holds the monitor's updates until runJobs() is called
   bool areRunning = false;
   Network network;
   std::vector<NetworkPath> updates;

@@ -162,8 +162,8 @@ TEST_F(DescriptorShortage, LaunchLeaksNoDescriptor) {
 TEST_F(DescriptorShortage, ReservedLaunchHasSpareDescriptors) {
   RealChildren children;
   ChildProcesses& processes = children.processes;
-  // The limit leaves no free descriptor, so a launch fails. reserveForThisThread closes the spare descriptors
-  // of `processes`: the next launch can use their numbers for its pipes.
+  // Without a free descriptor, a launch fails. reserveForThisThread closes the spare descriptors of
+  // `processes`, so that the next launch can open its pipes.
   const ResourceLimit limit(RLIMIT_NOFILE, limitWith(0));
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(EMFILE));
   processes.reserveForThisThread();

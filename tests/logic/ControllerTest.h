@@ -115,7 +115,6 @@ struct ControllerTest : ::testing::Test {
 
   void setAutoConnect(bool enabled) { machine.userDefaults.setBool("autoConnectEnabled", enabled); }
 
-  /// Starts the controller, and runs all jobs that are due.
   void startUp() {
     controller->applicationDidFinishLaunching();
     machine.loop.settle();

@@ -77,7 +77,7 @@ struct EnvWriter : ControllerTest {
   const OperationResult saved{true, "設定已保存到 /home/u/backend/.env"};
   const OperationResult fullDisk{false, "No space left on device"};
 
-  /// Returns the contents of the file after saving `values` into a file with `text`.
+  /// Replaces the contents of the file with `text`, saves `values`, and returns the new contents.
   std::string after(const std::string& text, const Values& values) {
     env() = text;
     EXPECT_EQ(controller->saveEnvValues(values), saved);

@@ -7,7 +7,7 @@ namespace kestrune::testing {
 namespace {
 
 struct Lifecycle : ControllerTest {
-  /// The calls that a start makes before the first refresh.
+  /// The calls that the client makes when it starts, before it refreshes its status for the first time.
   const CallLog start{"setActivationPolicy 1",
                       "requestAuthorization 6",
                       "addToStatusBar",

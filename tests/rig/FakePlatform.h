@@ -160,7 +160,8 @@ struct FakePathMonitor final : PathMonitor {
     log.emplace_back("cancel path monitor");
     onUpdate = nullptr;
   }
-  /// Pretends that the path is `path` now. Does nothing before `start` and after `cancel`.
+  /// Reports `path` as the network path: queues a job that calls `onUpdate`. Does nothing before `start` and
+  /// after `cancel`.
   void report(const NetworkPath& path) {
     if (!onUpdate) return;
     queue->async([this, path] {
@@ -330,8 +331,8 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> writeError;   ///< if set, the error of `writeAtomically` and `replaceUnreadable`
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
-  /// If set, `writePrivately` fails with this error. `replaceUnreadable` first keeps the old file under
-  /// another name; if there is an old file, this step fails with this error.
+  /// If set, the error of `writePrivately`. If there is an old file, also the error of `replaceUnreadable`,
+  /// which cannot keep that file under another name.
   std::optional<std::string> keepError;
   /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
   std::optional<std::string> readError;

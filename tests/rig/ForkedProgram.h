@@ -19,7 +19,6 @@
 
 namespace kestrune::testing {
 
-/// The two ends of a pipe. Both are close-on-exec.
 struct PipeEnds {
   PipeEnds() {
     int ends[2];

@@ -67,7 +67,7 @@ void Soak::calmDown() {
   }
   // Advance by more than the refresh intervals of the controller, so that it refreshes its whole state.
   machine.loop.advance(Seconds{100});
-  machine.processes.scripts = {};  // frees the memory of the scripts
+  machine.processes.scripts = {};  // frees memory, because SoakTest measures the heap next
   machine.localService.answer.reset();
   rules.checkCalm();
 }

@@ -141,7 +141,8 @@ void SoakRules::keepsSecrets(const std::string& text) const {
   if (contains(text, secret)) rule(false, "a token shows in: " + text);
 }
 
-/// Clears the records of the fakes, which would otherwise grow without limit.
+/// Deletes old records of the fakes, so that the records do not grow without limit. Moves the log to
+/// `history`, which keeps the last 15 entries.
 void SoakRules::forgetWhatWasSeen() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();
