@@ -50,8 +50,6 @@ class DispatchQueue {
   /// may destroy the queue.
   virtual ~DispatchQueue() = default;
 
-  virtual const std::string& label() const = 0;
-
   /// Queues `job` and returns. The call itself never runs `job`. Any thread.
   virtual void async(Job job) = 0;
 

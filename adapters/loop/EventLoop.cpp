@@ -1,6 +1,7 @@
 #include "adapters/loop/EventLoop.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,17 +9,21 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <utility>
 
-#include "adapters/loop/SerialQueue.h"
 #include "adapters/loop/SystemClock.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/system/WholeFile.h"
@@ -29,6 +34,10 @@ namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
+
+constexpr int attempts = 20;  // to start a thread
+constexpr std::chrono::milliseconds attemptInterval{50};
+constexpr std::size_t threadNameLimit = 15;  // bytes: TASK_COMM_LEN of the kernel, less the NUL
 
 /// Ends the process if `result` is a negative errno: the loop cannot run without the call that has failed.
 void require(int result, const char* what) {
@@ -53,13 +62,81 @@ EventSource withHandler(sd_event_source* source, Handler handler) {
   return EventSource(source);
 }
 
+/// A serial queue with its own thread. A job of this queue may destroy the queue.
+class SerialQueue final : public DispatchQueue {
+ public:
+  /// Starts the thread. If that fails (EAGAIN), tries again for one second. If every attempt fails, prints an
+  /// error on standard error and ends the process.
+  explicit SerialQueue(const std::string& label) {
+    // A thread cannot be created while there are too many processes and threads (EAGAIN). At login, many
+    // processes start at once, and some of them end soon. So try again for a second.
+    for (int attempt = 1;; ++attempt) {
+      try {
+        // Detach the thread, so that the end of the process need not wait for it: a job may take long.
+        std::thread([shared = state, threadName = label.substr(0, threadNameLimit)] {
+          pthread_setname_np(pthread_self(), threadName.c_str());
+          shared->run();
+        }).detach();
+        return;
+      } catch (const std::system_error& failure) {
+        if (attempt == attempts) require(-failure.code().value(), "cannot start a thread for commands");
+        std::this_thread::sleep_for(attemptInterval);
+      }
+    }
+  }
+
+  ~SerialQueue() override { close(); }
+
+  void async(Job job) override {
+    const std::lock_guard lock(state->mutex);
+    if (state->closed) return;
+    state->jobs.push_back(std::move(job));
+    state->changed.notify_one();
+  }
+
+  void close() override {
+    std::deque<Job> dropped;  // destroyed after the lock is released: a job's destructor may call this queue
+    {
+      const std::lock_guard lock(state->mutex);
+      state->closed = true;
+      dropped.swap(state->jobs);
+    }
+    state->changed.notify_one();
+  }
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Job> jobs;
+    bool closed = false;
+
+    void run() {
+      std::unique_lock lock(mutex);
+      for (;;) {
+        changed.wait(lock, [this] { return closed || !jobs.empty(); });
+        if (closed) return;
+        Job job = std::move(jobs.front());
+        jobs.pop_front();
+        lock.unlock();
+        job();
+        // Destroy the job while the mutex is free: the destructor of a captured object may post another job.
+        job = nullptr;
+        lock.lock();
+      }
+    }
+  };
+
+  // shared with the queue's thread, which may outlive the queue
+  const std::shared_ptr<State> state = std::make_shared<State>();
+};
+
 }  // namespace
 
 /// A queue whose jobs run on the main thread. Any thread may post a job; an eventfd then wakes the loop.
 class EventLoop::LoopQueue final : public MainQueue {
  public:
-  LoopQueue(EventLoop& givenLoop, std::string label)
-      : loop(givenLoop), name(std::move(label)), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "eventfd");
     source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
       std::uint64_t count = 0;
@@ -69,8 +146,6 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   ~LoopQueue() override { close(); }
-
-  const std::string& label() const override { return name; }
 
   void async(Job job) override { asyncAfter(Seconds{0}, std::move(job)); }
 
@@ -116,7 +191,6 @@ class EventLoop::LoopQueue final : public MainQueue {
   }
 
   EventLoop& loop;
-  const std::string name;
   const FileDescriptor wakeUp;
   EventSource source;
   EventSource alarm;  // fires when the first delayed job is due
@@ -181,7 +255,7 @@ EventLoop::EventLoop() {
   std::signal(SIGCHLD, SIG_DFL);
 
   require(sd_event_new(&loop), "event loop");
-  queue = std::make_unique<LoopQueue>(*this, "main");
+  queue = std::make_unique<LoopQueue>(*this);
   signals.push_back(onSignal(SIGCHLD, [this] { reapEnded(); }));
   for (const int each : endingSignals) {
     struct sigaction inherited {};
@@ -277,8 +351,8 @@ MainQueue& EventLoop::mainQueue() {
 
 std::unique_ptr<DispatchQueue> EventLoop::makeSerialQueue(std::string label, QualityOfService,
                                                           QueueTarget target) {
-  if (target == QueueTarget::ownThread) return std::make_unique<SerialQueue>(std::move(label));
-  return std::make_unique<LoopQueue>(*this, std::move(label));
+  if (target == QueueTarget::ownThread) return std::make_unique<SerialQueue>(label);
+  return std::make_unique<LoopQueue>(*this);
 }
 
 std::unique_ptr<Timer> EventLoop::scheduleRepeating(Seconds interval, std::function<void()> action) {

@@ -13,7 +13,7 @@ struct Lifecycle : ControllerTest {
                       "addToStatusBar",
                       "setButton Kestrune · 檢查中 · 目前專案",
                       "setMenu 🟡 連線狀態：正在檢查狀態…",
-                      "start path monitor on kestrune.menu.monitor",
+                      "start path monitor",
                       "scheduleRepeating 20.000000"};
 
   bool stopScriptWasLast() const {
@@ -40,6 +40,7 @@ TEST_F(Lifecycle, StartsInOrder) {
   CallLog calls = newCalls();
   calls.resize(start.size());
   EXPECT_EQ(calls, start);
+  EXPECT_EQ(machine.pathMonitor.queue, state.monitorQueue.get());
   EXPECT_EQ(machine.statusItem.length, -2);
   EXPECT_EQ(statusQueries(), 1U);
   EXPECT_TRUE(machine.notifications.posted.empty());

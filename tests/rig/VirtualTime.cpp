@@ -9,7 +9,6 @@ class FakeLoop::QueueFake final : public MainQueue {
   QueueFake(FakeLoop& givenLoop, std::string label, std::deque<Job>& givenJobs)
       : loop(givenLoop), name(std::move(label)), jobs(givenJobs) {}
   ~QueueFake() override { *open = false; }
-  const std::string& label() const override { return name; }
   void async(Job job) override {
     if (*open) jobs.push_back(unlessClosed(std::move(job)));
   }
