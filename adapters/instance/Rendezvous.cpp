@@ -12,6 +12,7 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/files/ProgramBundle.h"
+#include "adapters/loop/SystemClock.h"
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
@@ -21,8 +22,8 @@ namespace {
 constexpr auto lockName = "/lock";
 /// The environment variable with the descriptor number of the lock file that `passOn` left open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The wait before the next `look` if another client holds the lock but has no socket. That client is
-/// starting (it locks before it listens) or ending (it closes its socket before it unlocks).
+/// The wait before `becomesClient` looks again if another client holds the lock but has no socket. That
+/// client is starting (it locks before it listens) or ending (it closes its socket before it unlocks).
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
@@ -46,91 +47,29 @@ bool isLine(const std::string& word) {
          std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
 }
 
+/// What was heard from the process at the other end of a connection: a line, its end, or nothing in time.
+enum class Heard { answer, end, nothing };
+
+/// Runs the loop until the other process sends a line or ends (its end closes the connection), at most for
+/// `limit`. Appends the line to `answer`. If `socket` is empty, just waits for the time `limit`. Returns
+/// absent if the loop is told to end.
+std::optional<Heard> waitForAnswer(EventLoop& loop, const FileDescriptor& socket, Seconds limit,
+                                   std::string& answer) {
+  std::optional<Heard> heard;
+  const auto hear = [&] {
+    if (!receive(socket, answer)) {
+      heard = Heard::end;
+    } else if (answer.ends_with('\n')) {
+      heard = Heard::answer;
+    }
+  };
+  const EventSource input = socket ? loop.onDescriptor(socket.get(), EPOLLIN, hear) : nullptr;
+  const EventSource deadline = loop.after(limit, [&heard] { heard = Heard::nothing; });
+  loop.runUntil([&heard] { return heard.has_value(); });
+  return heard;
+}
+
 }  // namespace
-
-/// Decides whether this process becomes the client. Used for one call of `claim`.
-class Rendezvous::Attempt {
- public:
-  Attempt(Rendezvous& givenSelf, const Claim& givenClaim) : self(givenSelf), claim(givenClaim) {}
-
-  bool succeeds() {
-    setPatience(claim.kind == Claim::Kind::replace);
-    look();
-    self.loop.runUntil([this] { return isClient.has_value(); });
-    return isClient.value_or(false);
-  }
-
- private:
-  void look() {
-    if ((other = self.folders.connect(runningSocketName))) {
-      const bool replaces = claim.kind == Claim::Kind::replace && claim.predecessor == peerOf(other).pid;
-      if (!replaces && claim.kind != Claim::Kind::show) {
-        isClient = false;
-        return;
-      }
-      listen(replaces);
-    } else if ((other = self.folders.connect(endingSocketName))) {
-      listen(true);
-    } else if (self.takeLock(self.folders.current()) == std::errc::operation_would_block) {
-      lookAgainSoon();
-    } else {
-      isClient = true;
-    }
-  }
-
-  /// Makes the loop call `hear` when the other client sends a message or ends. (The end of a process closes
-  /// its connections.) If `untilItsEnd` is true, `hear` ignores messages. Otherwise, this function asks the
-  /// other client to show its menu, and `hear` takes the first message as the answer.
-  void listen(bool untilItsEnd) {
-    setPatience(untilItsEnd);
-    if (!untilItsEnd) {
-      const bool hasToken = !claim.activationToken.empty() && isLine(claim.activationToken);
-      sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
-    }
-    input = self.loop.onDescriptor(other.get(), EPOLLIN, [this] { hear(); });
-  }
-
-  void hear() {
-    std::string answer;
-    if (!receive(other, answer)) return lookAgainSoon();
-    if (!answer.empty() && !waitsForEnd) isClient = false;
-  }
-
-  void lookAgainSoon() {
-    input.reset();
-    other.reset();
-    retry = self.loop.after(lookInterval, [this] { look(); });
-  }
-
-  void setPatience(bool forEnd) {
-    if (deadline && waitsForEnd == forEnd) return;
-    waitsForEnd = forEnd;
-    deadline = self.loop.after(forEnd ? claim.endPatience : claim.answerPatience, [this] { giveUp(); });
-  }
-
-  void giveUp() {
-    const bool hangs = static_cast<bool>(other);
-    input.reset();
-    other.reset();
-    if (waitsForEnd) {
-      isClient = true;
-    } else if ((other = self.folders.connect(endingSocketName))) {
-      listen(true);  // the other client did not answer, because it is ending: wait for its end
-    } else {
-      isClient = false;
-      if (!hangs)
-        reportOnce("another client has locked " + self.folders.current() + lockName +
-                   " and answers no requests: not starting");
-    }
-  }
-
-  Rendezvous& self;
-  const Claim& claim;
-  std::optional<bool> isClient;  ///< whether this process is the client; absent: not decided yet
-  bool waitsForEnd = false;
-  FileDescriptor other;  ///< the connection to the other client
-  EventSource input, deadline, retry;
-};
 
 Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
                        std::function<void(const std::string&)> onShow)
@@ -142,9 +81,45 @@ Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
       }) {}
 
 bool Rendezvous::claim(const Claim& claim) {
-  isClient = Attempt(*this, claim).succeeds();
+  isClient = becomesClient(claim);
   if (isClient) takePlace();
   return isClient;
+}
+
+bool Rendezvous::becomesClient(const Claim& claim) {
+  // This process waits either for the answer of the other client or for its end.
+  bool waitsForEnd = claim.kind == Claim::Kind::replace;
+  Seconds waitBegan = timeOf(CLOCK_MONOTONIC);
+  for (;;) {
+    bool mustEnd = waitsForEnd;  // not changed while another client holds the lock but has no socket
+    FileDescriptor other = folders.connect(runningSocketName);
+    if (other) {
+      mustEnd = claim.kind == Claim::Kind::replace && claim.predecessor == peerOf(other).pid;
+      if (!mustEnd && claim.kind != Claim::Kind::show) return false;
+    } else if ((other = folders.connect(endingSocketName))) {
+      mustEnd = true;
+    } else if (takeLock(folders.current()) != std::errc::operation_would_block) {
+      return true;
+    }
+    const Seconds present = timeOf(CLOCK_MONOTONIC);
+    if (std::exchange(waitsForEnd, mustEnd) != mustEnd) waitBegan = present;
+    const Seconds patience = waitsForEnd ? claim.endPatience : claim.answerPatience;
+    const Seconds left = waitBegan + patience - present;
+    if (left <= Seconds{0}) {
+      if (!waitsForEnd && !other)
+        reportOnce("another client has locked " + folders.current() + lockName +
+                   " and answers no requests: not starting");
+      return waitsForEnd;
+    }
+    if (other && !waitsForEnd) {
+      const bool hasToken = !claim.activationToken.empty() && isLine(claim.activationToken);
+      sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
+    }
+    std::string answer;
+    const auto heard = waitForAnswer(loop, other, other ? left : lookInterval, answer);
+    if (!heard || (heard == Heard::answer && !waitsForEnd)) return false;
+    // Look again: the other client has ended, or has not answered because it is ending, or has no socket yet.
+  }
 }
 
 void Rendezvous::announceEnd() {
@@ -163,13 +138,9 @@ std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds li
   if (!client) return folders.connect(endingSocketName) ? "the client is about to end" : "no client runs";
   sendLine(client, "perform " + action);
   std::string answer;
-  bool isOver = false;
-  const EventSource deadline = loop.after(limit, [&isOver] { isOver = true; });
-  const EventSource input = loop.onDescriptor(
-      client.get(), EPOLLIN, [&] { isOver = !receive(client, answer) || answer.ends_with('\n'); });
-  loop.runUntil([&isOver] { return isOver; });
+  if (waitForAnswer(loop, client, limit, answer) != Heard::answer)
+    return "the client that runs does not answer";
   if (answer == "ok\n") return std::nullopt;
-  if (!answer.ends_with('\n')) return "the client that runs does not answer";
   answer.pop_back();
   return answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer;
 }

@@ -67,8 +67,9 @@ class Rendezvous final : public StatusFeed, public Requests {
   void onPerform(std::function<std::optional<std::string>(const std::string&)> perform) override;
 
  private:
-  class Attempt;
-
+  /// Decides whether this process becomes the client. Looks for another client again and again, until there
+  /// is none or the wait for it is over.
+  bool becomesClient(const Claim& claim);
   bool isLocked() const;
   std::error_code takeLock(const std::string& folder);
   void takePlace();
