@@ -1,7 +1,5 @@
 #include "adapters/files/PreferencesFile.h"
 
-#include <nlohmann/json.hpp>
-
 #include <filesystem>
 #include <utility>
 
@@ -33,64 +31,45 @@ std::optional<Json> parsed(const std::string& text) {
 
 }  // namespace
 
-PreferencesFile::PreferencesFile(FileManager& givenFiles, std::string givenPath)
-    : files(givenFiles),
-      path(std::move(givenPath)),
-      unsaved(std::make_unique<Json>(Json::object())),
-      lastRead(std::make_unique<Json>(Json::object())) {}
-
-PreferencesFile::~PreferencesFile() = default;
-
 Json PreferencesFile::current() const {
   const FileContents found = files.contents(path);
   // After a temporary failure to read the file, the preferences that were read last stay in force.
-  if (found.outcome != ReadOutcome::passing) *lastRead = parsed(found.bytes).value_or(Json::object());
-  Json preferences = *lastRead;
-  preferences.update(*unsaved);
+  if (found.outcome != ReadOutcome::passing) lastRead = parsed(found.bytes).value_or(Json::object());
+  Json preferences = lastRead;
+  preferences.update(unsaved);
   return preferences;
 }
 
 std::optional<bool> PreferencesFile::boolForKey(const std::string& key) const {
-  const Json preferences = current();
-  const auto found = preferences.find(key);
-  return found != preferences.end() && found->is_boolean() ? std::optional(found->get<bool>()) : std::nullopt;
+  const Json value = current().value(key, Json());
+  return value.is_boolean() ? std::optional(value.get<bool>()) : std::nullopt;
 }
 
 std::optional<std::string> PreferencesFile::stringForKey(const std::string& key) const {
-  const Json preferences = current();
-  const auto found = preferences.find(key);
-  return found != preferences.end() && found->is_string() ? std::optional(found->get<std::string>())
-                                                          : std::nullopt;
-}
-
-void PreferencesFile::setBool(const std::string& key, bool value) {
-  set(key, value);
-}
-
-void PreferencesFile::setString(const std::string& key, const std::string& value) {
-  set(key, value);
+  const Json value = current().value(key, Json());
+  return value.is_string() ? std::optional(value.get<std::string>()) : std::nullopt;
 }
 
 void PreferencesFile::set(const std::string& key, Json value) {
-  (*unsaved)[key] = std::move(value);
+  unsaved[key] = std::move(value);
   if (const Result<> saved = save(); !saved) {
     reportOnce("cannot write the preferences " + path + ": " + saved.reason());
   } else {
-    *unsaved = Json::object();
+    unsaved = Json::object();
   }
 }
 
-Result<> PreferencesFile::save() const {
+Result<> PreferencesFile::save() {
   if (const auto failure = makeFolders(fs::path(path).parent_path())) return Failure{failure.message()};
   const FileContents found = files.contents(path);
   // Do not write after a temporary failure: the keys that could not be read would be lost.
   if (found.outcome == ReadOutcome::passing) return Failure{found.problem};
   const std::optional<Json> old = parsed(found.bytes);
   Json preferences = old.value_or(Json::object());
-  preferences.update(*unsaved);
+  preferences.update(unsaved);
   const std::string text = preferences.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   Result<> saved = old ? files.writeAtomically(path, text) : files.replaceUnreadable(path, text);
-  if (saved) *lastRead = std::move(preferences);
+  if (saved) lastRead = std::move(preferences);
   return saved;
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 
-#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "ports/FileManager.h"
 #include "ports/UserDefaults.h"
@@ -14,24 +15,26 @@ namespace kestrune {
 /// programs take effect. Keys that the client does not know are kept.
 class PreferencesFile final : public UserDefaults {
  public:
-  /// `files` must outlive this object.
-  PreferencesFile(FileManager& files, std::string path);
-  ~PreferencesFile() override;
+  /// `givenFiles` must outlive this object.
+  PreferencesFile(FileManager& givenFiles, std::string givenPath)
+      : files(givenFiles), path(std::move(givenPath)) {}
 
   std::optional<bool> boolForKey(const std::string& key) const override;
   std::optional<std::string> stringForKey(const std::string& key) const override;
-  void setBool(const std::string& key, bool value) override;
-  void setString(const std::string& key, const std::string& value) override;
+  void setBool(const std::string& key, bool value) override { set(key, value); }
+  void setString(const std::string& key, const std::string& value) override { set(key, value); }
 
  private:
   nlohmann::json current() const;
   void set(const std::string& key, nlohmann::json value);
-  Result<> save() const;
+  Result<> save();
 
   FileManager& files;
   const std::string path;
-  const std::unique_ptr<nlohmann::json> unsaved;   ///< values that were set but could not be written yet
-  const std::unique_ptr<nlohmann::json> lastRead;  ///< the last values read; used if a read fails temporarily
+  /// Values that were set but could not be written yet.
+  nlohmann::json unsaved = nlohmann::json::object();
+  /// The last values read; used if a read fails temporarily.
+  mutable nlohmann::json lastRead = nlohmann::json::object();
 };
 
 }  // namespace kestrune
