@@ -31,8 +31,6 @@ class InhibitorService final : public BusClient {
   /// `connection` and `clock` must outlive this object.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol);
   ~InhibitorService() override;
-  InhibitorService(const InhibitorService&) = delete;
-  InhibitorService& operator=(const InhibitorService&) = delete;
 
   /// Returns whether the service is known to run. For a minute after the service has answered that it lacks
   /// the method "Inhibit", returns false.

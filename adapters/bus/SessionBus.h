@@ -74,8 +74,6 @@ class BusConnection {
  public:
   BusConnection(EventLoop& loop, BusKind kind);
   ~BusConnection();
-  BusConnection(const BusConnection&) = delete;
-  BusConnection& operator=(const BusConnection&) = delete;
 
   /// Tells `client` of the current connection, if there is one, and of each later connection. Clients are
   /// told in the order in which they were added.

@@ -112,8 +112,6 @@ class NewFile {
   ~NewFile() {
     if (!name.empty()) unlink(name.c_str());
   }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
 
   /// Records owner, mode and ACL of the target, to set them on the new file later. Does nothing if the target
   /// is missing or is a symbolic link. Fails if the target is a folder, a device or a FIFO.

@@ -26,8 +26,6 @@ class EventLoop final : public Application, public Dispatch, public Timers {
  public:
   EventLoop();
   ~EventLoop() override;
-  EventLoop(const EventLoop&) = delete;
-  EventLoop& operator=(const EventLoop&) = delete;
 
   sd_event* event() const { return loop; }
 

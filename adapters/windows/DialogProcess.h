@@ -41,8 +41,6 @@ class DialogProcess {
   /// once, after the last event.
   DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
   ~DialogProcess();
-  DialogProcess(const DialogProcess&) = delete;
-  DialogProcess& operator=(const DialogProcess&) = delete;
 
   /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets the program's first window take the
   /// focus; it is empty if there is none. If the start fails, reports why, does not call `onEnd`, and returns
