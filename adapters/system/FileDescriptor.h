@@ -21,9 +21,6 @@ class FileDescriptor {
   explicit operator bool() const { return value >= 0; }
   int get() const { return value; }  ///< -1 when there is no descriptor
 
-  /// Gives up the descriptor without closing it, and returns it. The caller then owns the descriptor.
-  int release() { return std::exchange(value, -1); }
-
   void reset(int descriptor = -1) {
     if (value >= 0) ::close(value);
     value = descriptor;

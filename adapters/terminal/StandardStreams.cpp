@@ -39,13 +39,8 @@ FileDescriptor openAgain(int descriptor, int accessMode) {
 }
 
 void leaveNothingForChildren() {
-  FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (!nothing) return;
-  if (nothing.get() != STDIN_FILENO) {
-    dup2(nothing.get(), STDIN_FILENO);
-  } else {
-    fcntl(nothing.release(), F_SETFD, 0);
-  }
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (nothing) dup2(nothing.get(), STDIN_FILENO);
 }
 
 }  // namespace

@@ -27,8 +27,8 @@ using Lines = std::vector<std::string>;
 constexpr auto tooLong = "(too long)";
 
 struct StandardInputOn : ::testing::Test {
-  /// Constructs `input` while `descriptor` is standard input (-1: standard input is closed). Calls
-  /// `input->start` only if `start`.
+  /// Constructs `input` while `descriptor` is standard input. Calls `input->start` only if
+  /// `start`.
   void read(int descriptor, bool start = true) {
     {
       const StandardStreams streams(descriptor, STDERR_FILENO);
@@ -177,7 +177,7 @@ TEST_F(StandardInputOn, AnythingEndsOnceAndLeavesTheLoopIdle) {
   terminal.outside.reset();
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const FileDescriptor folder(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const int descriptor : {pipe.reading.get(), terminal.inside.get(), nothing.get(), folder.get(), -1}) {
+  for (const int descriptor : {pipe.reading.get(), terminal.inside.get(), nothing.get(), folder.get()}) {
     ends = 0;
     read(descriptor);
     EXPECT_EQ(ends, 0) << "nothing comes before the loop runs";
@@ -191,7 +191,7 @@ TEST_F(StandardInputOn, AnythingEndsOnceAndLeavesTheLoopIdle) {
 
 TEST_F(StandardInputOn, AnythingLeavesDevNullForChildren) {
   const PseudoTerminal terminal;
-  for (const int descriptor : {pipe.reading.get(), terminal.inside.get(), -1}) {
+  for (const int descriptor : {pipe.reading.get(), terminal.inside.get()}) {
     read(descriptor, false);
     ASSERT_TRUE(left.has_value()) << "a child would take the first file that it opens for its standard input";
     EXPECT_EQ(left->st_rdev, makedev(1, 3));
