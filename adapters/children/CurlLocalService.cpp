@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 
