@@ -45,9 +45,9 @@ void leaveNothingForChildren() {
 
 }  // namespace
 
-StandardOutput::StandardOutput(EventLoop& loop, int descriptor)
-    : screen(isatty(descriptor) == 1 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1),
-      writer(loop, openAgain(descriptor, O_WRONLY), pendingLimit) {}
+StandardOutput::StandardOutput(EventLoop& givenLoop, int descriptor)
+    : DescriptorWriter(givenLoop, openAgain(descriptor, O_WRONLY), pendingLimit),
+      screen(isatty(descriptor) == 1 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1) {}
 
 winsize StandardOutput::size() const {
   winsize size{};

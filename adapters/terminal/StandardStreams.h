@@ -15,15 +15,11 @@
 namespace kestrune {
 
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
-class StandardOutput {
+class StandardOutput final : public DescriptorWriter {
  public:
   /// If `descriptor` is a pipe or a terminal, opens it again with O_NONBLOCK: setting the flag on
   /// `descriptor` itself would affect other processes that share it. Duplicates any other descriptor.
   StandardOutput(EventLoop& loop, int descriptor);
-
-  /// Returns false and sets `errno` if the text was dropped. ENOBUFS: the buffer of bytes that are not yet
-  /// written has no room for the text. Any other error: this or an earlier write(2) has failed.
-  bool write(std::string_view text) { return writer.write(text); }
 
   bool isTerminal() const { return static_cast<bool>(screen); }
 
@@ -32,7 +28,6 @@ class StandardOutput {
 
  private:
   const FileDescriptor screen;  ///< used to ask for the size; empty if the output is no terminal
-  DescriptorWriter writer;
 };
 
 /// Reads lines from standard input, through a new descriptor. Makes descriptor 0 refer to "/dev/null", so
