@@ -119,10 +119,6 @@ class LinuxHost final : public Host {
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal =
           std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb, notifications);
-      loop.onTerminate([this] {
-        rendezvous.announceEnd();
-        terminal->close();
-      });
     } else {
       windows = std::make_unique<DialogWindows>(loop, dialogProgram);
       tray = std::make_unique<StatusNotifierItem>(TrayParts{
@@ -137,11 +133,12 @@ class LinuxHost final : public Host {
                 if (advice) advice->trayChanged();
               },
       });
-      loop.onTerminate([this] {
-        rendezvous.announceEnd();
-        windows->close();
-      });
     }
+    loop.onTerminate([this] {
+      rendezvous.announceEnd();
+      if (terminal) terminal->close();
+      if (windows) windows->close();
+    });
     parts = std::make_unique<Platform>(Platform{
         .application = &loop,
         .dispatch = loop,
