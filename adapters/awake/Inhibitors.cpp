@@ -4,13 +4,9 @@
 #include <initializer_list>
 #include <iterator>
 
-#include "adapters/system/Identity.h"
-
 namespace kestrune {
 
 namespace {
-
-constexpr auto applicationName = "Kestrune";
 
 int appendNameAndReason(sd_bus_message* call, const char* reason) {
   return sd_bus_message_append(call, "ss", applicationName, reason);

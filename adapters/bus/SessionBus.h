@@ -13,6 +13,11 @@ namespace kestrune {
 inline constexpr auto busName = "org.freedesktop.DBus";
 inline constexpr auto busPath = "/org/freedesktop/DBus";
 
+/// The names that this program gives itself in calls to D-Bus services. The desktop entries are named after
+/// `applicationIdentifier`.
+inline constexpr auto applicationName = "Kestrune";
+inline constexpr auto applicationIdentifier = "com.dovrel.kestrune.menuclient";
+
 struct BusSlotDeleter {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };

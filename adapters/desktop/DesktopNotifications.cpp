@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "adapters/system/Identity.h"
 #include "text/Text.h"
 
 namespace kestrune {
@@ -14,8 +13,6 @@ namespace {
 constexpr auto daemonName = "org.freedesktop.Notifications";
 constexpr auto daemonPath = "/org/freedesktop/Notifications";
 constexpr auto daemonInterface = "org.freedesktop.Notifications";
-
-constexpr auto applicationName = "Kestrune";
 
 constexpr std::size_t lastingLimit = 32;       // only the newest 32 lasting notifications can be withdrawn
 constexpr std::uint64_t unsentLimit = 64;      // messages queued in sd-bus; with more, `add` does nothing
