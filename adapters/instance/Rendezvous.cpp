@@ -118,6 +118,7 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     std::string answer;
     const auto heard = waitForAnswer(loop, other, other ? left : lookInterval, answer);
     if (!heard || (heard == Heard::answer && !waitsForEnd)) return false;
+    if (heard == Heard::end) waitForAnswer(loop, {}, lookInterval, answer);  // just pauses
     // Look again: the other client has ended, or has not answered because it is ending, or has no socket yet.
   }
 }
