@@ -58,15 +58,14 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     if (!call) return false;
     Grant grant{owner.owner(), protocol.paths[path], 0, {}};
     sd_bus_error error{};
-    sd_bus_message* answer = nullptr;
-    const int result = sd_bus_call(bus, call.get(), answerTime, &error, &answer);
-    const BusMessage reply(answer);
+    BusMessage reply;
+    const int result = sd_bus_call(bus, call.get(), answerTime, &error, Into(reply));
     const bool isOffered = result >= 0 || !saysNotOffered(&error);
     sd_bus_error_free(&error);
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
       expectLateGrant(call.get(), std::move(grant));
-    } else if (result >= 0 && read(answer, grant)) {
+    } else if (result >= 0 && read(reply.get(), grant)) {
       grants.insert_or_assign(holder, std::move(grant));
     }
     if (isOffered) return holds(holder);
@@ -102,8 +101,7 @@ bool InhibitorService::holds(std::uint32_t holder) const {
 
 void InhibitorService::busConnected() {
   // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_filter(bus, &slot, &answered, this) >= 0) answers.reset(slot);
+  sd_bus_add_filter(bus, Into(answers), &answered, this);
 }
 
 void InhibitorService::busLost() {
@@ -120,11 +118,10 @@ void InhibitorService::ownerChanged() {
 /// Returns a message that calls "Inhibit"; null on failure. Its destination is the service's unique name,
 /// because a call to the well-known name would make the bus daemon start a service that has ended.
 BusMessage InhibitorService::newRequest(const std::string& reason) const {
-  sd_bus_message* call = nullptr;
-  sd_bus_message_new_method_call(bus, &call, owner.owner().c_str(), protocol.paths[path], protocol.interface,
-                                 "Inhibit");
-  BusMessage request(call);
-  if (request && protocol.appendArguments(call, reason.c_str()) < 0) request.reset();
+  BusMessage request;
+  sd_bus_message_new_method_call(bus, Into(request), owner.owner().c_str(), protocol.paths[path],
+                                 protocol.interface, "Inhibit");
+  if (request && protocol.appendArguments(request.get(), reason.c_str()) < 0) request.reset();
   return request;
 }
 

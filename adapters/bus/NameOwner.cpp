@@ -10,19 +10,15 @@ NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName, Chan
 }
 
 void NameOwner::busConnected() {
-  sd_bus_slot* slot = nullptr;
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
                            "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
-  if (sd_bus_add_match_async(bus, &slot, rule.c_str(), &changed, &ignoreReply, this) >= 0) match.reset(slot);
-  sd_bus_message* call = nullptr;
-  if (sd_bus_message_new_method_call(bus, &call, busName, busPath, busName, "GetNameOwner") < 0) return;
-  const BusMessage owned(call);
+  sd_bus_add_match_async(bus, Into(match), rule.c_str(), &changed, &ignoreReply, this);
+  BusMessage call;
+  if (sd_bus_message_new_method_call(bus, Into(call), busName, busPath, busName, "GetNameOwner") < 0) return;
   // Set no timeout. A stopped bus daemon (SIGSTOP) answers only after SIGCONT. A timeout would end the call
   // with an error before that. The call is not repeated, so the owner would stay unknown.
-  if (sd_bus_message_append(call, "s", name.c_str()) >= 0 &&
-      sd_bus_call_async(bus, &slot, call, &answered, this, UINT64_MAX) >= 0) {
-    question.reset(slot);
-  }
+  if (sd_bus_message_append(call.get(), "s", name.c_str()) >= 0)
+    sd_bus_call_async(bus, Into(question), call.get(), &answered, this, UINT64_MAX);
 }
 
 void NameOwner::busLost() {

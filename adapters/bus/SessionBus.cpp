@@ -63,9 +63,8 @@ void BusConnection::connect(Absence givenAbsence) {
 void BusConnection::tryToConnect() {
   int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
   if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
-  sd_bus_slot* slot = nullptr;
   if (result >= 0) {
-    result = sd_bus_match_signal(bus, &slot, nullptr, localPath, localInterface, "Disconnected",
+    result = sd_bus_match_signal(bus, Into(disconnection), nullptr, localPath, localInterface, "Disconnected",
                                  &disconnected, this);
   }
   if (result < 0) {
@@ -79,12 +78,9 @@ void BusConnection::tryToConnect() {
                "): going on without it" + (isMissing && isSession ? withoutDesktop : ""));
     return;
   }
-  disconnection.reset(slot);
   // An open connection does not prove that the bus works: a socket can accept connections although nobody
   // answers. So the retry delay is reset only when the bus has answered this call.
-  if (sd_bus_call_method_async(bus, &slot, busName, busPath, busName, "GetId", &answered, this, "") >= 0) {
-    firstAnswer.reset(slot);
-  }
+  sd_bus_call_method_async(bus, Into(firstAnswer), busName, busPath, busName, "GetId", &answered, this, "");
   use(bus);
 }
 

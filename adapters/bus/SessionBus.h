@@ -31,6 +31,23 @@ struct BusMessageDeleter {
 /// Owns a reference to a message; null when the message could not be created.
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
+/// Passes a BusSlot or a BusMessage to a function of sd-bus that stores a new slot or message through a
+/// pointer: write Into(slot) where the function expects sd_bus_slot**. If the function fails, `slot` becomes
+/// null.
+template <typename Owner>
+class Into {
+  using Pointer = typename Owner::pointer;
+
+ public:
+  explicit Into(Owner& given) : owner(given) {}
+  ~Into() { owner.reset(stored); }
+  operator Pointer*() { return &stored; }
+
+ private:
+  Owner& owner;
+  Pointer stored = nullptr;
+};
+
 /// A reply handler for sd_bus_add_match_async; does nothing. If the bus daemon refuses the match rule, the
 /// connection stays open, and only the signals of this rule do not arrive. Without a reply handler, sd-bus
 /// would close the connection after a refusal.

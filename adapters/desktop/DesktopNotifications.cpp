@@ -61,11 +61,8 @@ void DesktopNotifications::daemonChanged(const std::optional<std::string>& befor
   // ran, keep `lasting`: these notifications may be waiting in the bus, which starts the daemon for them.
   if (!before.value_or("").empty()) lasting.clear();
   if (daemon.owner().empty()) return;
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_method_async(bus, &slot, daemon.owner().c_str(), daemonPath, daemonInterface,
-                               "GetCapabilities", &answered, this, "") >= 0) {
-    question.reset(slot);
-  }
+  sd_bus_call_method_async(bus, Into(question), daemon.owner().c_str(), daemonPath, daemonInterface,
+                           "GetCapabilities", &answered, this, "");
 }
 
 int DesktopNotifications::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
@@ -93,17 +90,16 @@ void DesktopNotifications::add(const Notification& notification) {
   // Daemons with a list of notifications obey the hint. They leave "transient" notifications out of the list,
   // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
   // expiration.
-  sd_bus_message* call = nullptr;
-  sd_bus_message_new_method_call(bus, &call, daemonName, daemonPath, daemonInterface, "Notify");
-  const BusMessage notify(call);
-  if (!notify) return;
-  sd_bus_message_append(call, "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
+  BusMessage call;
+  sd_bus_message_new_method_call(bus, Into(call), daemonName, daemonPath, daemonInterface, "Notify");
+  if (!call) return;
+  sd_bus_message_append(call.get(), "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
   // Request a reply only for a lasting notification: `withdraw` needs the number in the reply. If slot and
   // handler are null, sd-bus requests no reply. Set no timeout, because at login the daemon may start slowly.
-  sd_bus_call_async(bus, lasts ? &slot : nullptr, call, lasts ? &shown : nullptr, sent, UINT64_MAX);
+  sd_bus_call_async(bus, lasts ? &slot : nullptr, call.get(), lasts ? &shown : nullptr, sent, UINT64_MAX);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
 }

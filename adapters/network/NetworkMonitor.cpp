@@ -115,12 +115,9 @@ void NetworkMonitor::report(std::optional<NetworkPath> path) {
 }
 
 void NetworkMonitor::busConnected() {
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_match_signal_async(bus, &slot, "org.freedesktop.login1", "/org/freedesktop/login1",
-                                "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
-                                &ignoreReply, this) >= 0) {
-    sleepSignal.reset(slot);
-  }
+  sd_bus_match_signal_async(bus, Into(sleepSignal), "org.freedesktop.login1", "/org/freedesktop/login1",
+                            "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
+                            &ignoreReply, this);
 }
 
 int NetworkMonitor::prepareForSleep(sd_bus_message* signal, void* data, sd_bus_error*) {

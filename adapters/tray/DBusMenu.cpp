@@ -124,9 +124,9 @@ int unknownId(sd_bus_error* error, int id) {
 }
 
 BusMessage replyTo(sd_bus_message* call) {
-  sd_bus_message* reply = nullptr;
-  sd_bus_message_new_method_return(call, &reply);
-  return BusMessage(reply);
+  BusMessage reply;
+  sd_bus_message_new_method_return(call, Into(reply));
+  return reply;
 }
 
 int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void*,
@@ -167,9 +167,7 @@ DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue)
 }
 
 void DBusMenu::busConnected() {
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_vtable(bus, &slot, objectPath, menuInterface, interface, this) >= 0)
-    object.reset(slot);
+  sd_bus_add_object_vtable(bus, Into(object), objectPath, menuInterface, interface, this);
 }
 
 void DBusMenu::busLost() {

@@ -115,13 +115,9 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
 }
 
 void StatusNotifierItem::busConnected() {
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_vtable(bus, &slot, objectPath, itemInterface, interface, this) >= 0)
-    object.reset(slot);
-  if (sd_bus_match_signal_async(bus, &slot, nullptr, watcherPath, watcherName, "StatusNotifierHostRegistered",
-                                &hostRegistered, &ignoreReply, this) >= 0) {
-    hostMatch.reset(slot);
-  }
+  sd_bus_add_object_vtable(bus, Into(object), objectPath, itemInterface, interface, this);
+  sd_bus_match_signal_async(bus, Into(hostMatch), nullptr, watcherPath, watcherName,
+                            "StatusNotifierHostRegistered", &hostRegistered, &ignoreReply, this);
   // `hosts->form()` depends on the answers to the GetNameOwner calls that `hosts` has already sent. The bus
   // daemon answers these calls before it forwards the registration below. A host reads this item only after
   // the registration. So the form is known by then.
@@ -136,11 +132,8 @@ void StatusNotifierItem::busLost() {
 
 void StatusNotifierItem::registerWithWatcher() {
   // Register the object path instead of this program's bus name: sd_bus_get_unique_name would block.
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_method_async(bus, &slot, watcherName, watcherPath, watcherName,
-                               "RegisterStatusNotifierItem", &registered, this, "s", objectPath) >= 0) {
-    registration.reset(slot);
-  }
+  sd_bus_call_method_async(bus, Into(registration), watcherName, watcherPath, watcherName,
+                           "RegisterStatusNotifierItem", &registered, this, "s", objectPath);
 }
 
 int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_error*) {

@@ -40,16 +40,14 @@ void TrayAdvice::look() {
   if (bus == nullptr) return;
   if (unanswered == looksInVain) return timer.reset();
   ++unanswered;
-  sd_bus_message* call = nullptr;
-  if (sd_bus_message_new_method_call(bus, &call, watcherName, StatusNotifierItem::watcherPath,
+  BusMessage call;
+  if (sd_bus_message_new_method_call(bus, Into(call), watcherName, StatusNotifierItem::watcherPath,
                                      "org.freedesktop.DBus.Properties", "Get") < 0) {
     return;
   }
-  const BusMessage owned(call);
-  sd_bus_message_set_auto_start(call, 0);
-  sd_bus_message_append(call, "ss", watcherName, "IsStatusNotifierHostRegistered");
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_async(bus, &slot, call, &answered, this, 0) >= 0) question.reset(slot);
+  sd_bus_message_set_auto_start(call.get(), 0);
+  sd_bus_message_append(call.get(), "ss", watcherName, "IsStatusNotifierHostRegistered");
+  sd_bus_call_async(bus, Into(question), call.get(), &answered, this, 0);
 }
 
 int TrayAdvice::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
