@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -12,17 +10,14 @@ namespace kestrune {
 namespace {
 
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
-// How long the service is not called after a timeout, or after one of `notOfferedErrors`.
+// How long the service is not called after a timeout, or after an error for which `saysNotOffered` is true.
 constexpr Seconds pause{60.0};
 constexpr std::size_t lateGrantLimit = 16;
 
-constexpr std::array notOfferedErrors{SD_BUS_ERROR_UNKNOWN_METHOD,    SD_BUS_ERROR_UNKNOWN_OBJECT,
-                                      SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_NOT_SUPPORTED,
-                                      SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN};
-
 bool saysNotOffered(const sd_bus_error* error) {
-  return std::any_of(notOfferedErrors.begin(), notOfferedErrors.end(),
-                     [error](const char* name) { return sd_bus_error_has_name(error, name) != 0; });
+  return sd_bus_error_has_names(error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_OBJECT,
+                                SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_NOT_SUPPORTED,
+                                SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
 }
 
 }  // namespace

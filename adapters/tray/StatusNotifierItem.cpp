@@ -141,8 +141,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
   if (failure == nullptr) {
     const auto& self = *static_cast<StatusNotifierItem*>(data);
     if (self.parts.onRegistered) self.parts.onRegistered();
-  } else if (sd_bus_error_has_name(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
-             sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
+  } else if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce(
         "no tray on this desktop: the icon appears as soon as there is one; "
         "where there is no desktop, use --terminal");

@@ -53,14 +53,14 @@ void TrayAdvice::look() {
 int TrayAdvice::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
   auto& self = *static_cast<TrayAdvice*>(data);
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
-  const auto is = [failure](const char* name) { return sd_bus_error_has_name(failure, name) != 0; };
-  if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_TIMEOUT)) return 0;
+  if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT)) return 0;
   self.unanswered = 0;
   self.timer.reset();
   int there = 0;
   const bool hasNoHost =
       failure == nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
-  if (hasNoHost || is(SD_BUS_ERROR_NAME_HAS_NO_OWNER) || is(SD_BUS_ERROR_SERVICE_UNKNOWN)) {
+  if (hasNoHost ||
+      sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     self.trayMissing();
   } else if (self.advised) {
     self.notifications.withdraw(advice.identifier);
