@@ -157,7 +157,6 @@ const sd_bus_vtable DBusMenu::interface[] = {
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("ItemsPropertiesUpdated", "a(ia{sv})a(ias)", 0),
     SD_BUS_SIGNAL("LayoutUpdated", "ui", 0),
-    SD_BUS_SIGNAL("ItemActivationRequested", "iu", 0),
     SD_BUS_VTABLE_END,
 };
 

@@ -77,14 +77,8 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_METHOD("ContextMenu", "ii", "", &click, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_SIGNAL("NewTitle", "", 0),
     SD_BUS_SIGNAL("NewIcon", "", 0),
-    SD_BUS_SIGNAL("NewAttentionIcon", "", 0),
-    SD_BUS_SIGNAL("NewOverlayIcon", "", 0),
-    SD_BUS_SIGNAL("NewMenu", "", 0),
     SD_BUS_SIGNAL("NewToolTip", "", 0),
-    SD_BUS_SIGNAL("NewStatus", "s", 0),
-    SD_BUS_SIGNAL("NewIconThemePath", "s", 0),
     SD_BUS_VTABLE_END,
 };
 
