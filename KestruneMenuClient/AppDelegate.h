@@ -188,7 +188,7 @@ class AppDelegate final : public ApplicationDelegate,
   std::string envPath() const { return repoPath + "/.env"; }
   std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
   std::string publicAPIURL() const;
-  EnvFile envTemplate() const;
+  EnvFile envFile() const { return EnvFile(platform.fileManager.contents(envPath())); }
   std::string pairingToken() const;
   /// Returns the initial values of the settings dialog.
   EnvValues settingsValues() const;

@@ -25,13 +25,11 @@ constexpr auto settingsIdentifier = "settings";
 // --- the backend's .env
 
 std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
-  const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
-  return file ? file->value(key) : std::nullopt;
+  return envFile().value(key);
 }
 
 std::optional<std::string> AppDelegate::loadEnvValue(const char* key, const char* legacyKey) const {
-  const auto file = EnvFile::in(platform.fileManager.contents(envPath()));
-  return file ? file->value(key, legacyKey) : std::nullopt;
+  return envFile().value(key, legacyKey);
 }
 
 OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
@@ -40,20 +38,22 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   FileContents found = files.contents(path);
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
   if (found.outcome == ReadOutcome::passing) return {false, found.problem};
-  const auto old = EnvFile::in(std::move(found));
-  const EnvFile seed = old ? EnvFile() : envTemplate();
-  const auto contents = (old ? *old : seed).with(values, FileManager::sizeLimit);
+  const EnvFile old(std::move(found));
+  constexpr std::size_t limit = FileManager::sizeLimit;
+  const auto contents = old.isThere()
+                            ? old.with(values, limit)
+                            : EnvFile(files.contents(repoPath + "/.env.example")).with(values, limit);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
 
   const std::string previous = path + ".previous";
-  const bool losesValue = old && shown && old->losesValue(values, *shown);
+  const bool losesValue = shown && old.losesValue(values, *shown);
   if (losesValue) {
-    if (const auto kept = files.writePrivately(previous, old->text()); !kept)
+    if (const auto kept = files.writePrivately(previous, old.text()); !kept)
       return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
   }
   // If .env could not be read as text, keep it under another name. It may be the only copy of the settings.
   const auto written =
-      old ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
+      old.isThere() ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
   if (!written) return {false, written.reason()};
   if (losesValue) {
     platform.notifications.add({.identifier = previous,
@@ -62,12 +62,6 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
                                 .lasting = true});
   }
   return {true, "設定已保存到 " + path};
-}
-
-EnvFile AppDelegate::envTemplate() const {
-  const std::string path = repoPath + "/.env.example";
-  if (!platform.fileManager.fileExists(path)) return {};
-  return EnvFile::in(platform.fileManager.contents(path)).value_or(EnvFile());
 }
 
 // --- pairing link and QR code

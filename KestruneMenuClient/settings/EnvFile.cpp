@@ -30,12 +30,9 @@ EnvValues::const_iterator entryFor(std::string_view line, const EnvValues& value
 
 }  // namespace
 
-EnvFile::EnvFile(std::string givenContents) : exists(true), contents(std::move(givenContents)) {}
-
-std::optional<EnvFile> EnvFile::in(FileContents read) {
-  if (read.outcome != ReadOutcome::read || !isValidUtf8(read.bytes)) return std::nullopt;
-  return EnvFile(std::move(read.bytes));
-}
+EnvFile::EnvFile(FileContents read)
+    : exists(read.outcome == ReadOutcome::read && isValidUtf8(read.bytes)),
+      contents(exists ? std::move(read.bytes) : std::string()) {}
 
 std::optional<std::string> EnvFile::value(std::string_view key, std::string_view legacyKey) const {
   auto found = value(key);

@@ -36,17 +36,14 @@ using EnvValues = std::map<std::string, std::string>;
 /// describe. Reads and writes no file. Any thread.
 class EnvFile {
  public:
-  /// Makes an EnvFile for a file that does not exist: `with` writes the first key in line 1. For a file that
-  /// exists but is empty, use `EnvFile("")`: then `with` leaves line 1 empty.
-  EnvFile() = default;
-  /// `contents` must be well-formed UTF-8.
-  explicit EnvFile(std::string contents);
+  /// `read`: the result of reading the file.
+  explicit EnvFile(FileContents read);
 
-  /// `read`: the result of reading the file. Returns an EnvFile with the text that was read; absent if the
-  /// file does not exist or could not be read, or if its bytes are not well-formed UTF-8.
-  static std::optional<EnvFile> in(FileContents read);
+  /// Returns whether the file was read and is well-formed UTF-8. If not, the text is empty and has no line, so
+  /// `with` writes the first key in line 1. An empty file has one empty line, which `with` keeps as line 1.
+  bool isThere() const { return exists; }
 
-  /// Returns the whole text; empty for a file that does not exist.
+  /// Returns the whole text; empty if `isThere` is false.
   const std::string& text() const { return contents; }
 
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
@@ -70,7 +67,7 @@ class EnvFile {
   static bool holdsLineEnd(std::string_view text);
 
  private:
-  bool exists = false;
+  bool exists;
   std::string contents;
 };
 

@@ -144,7 +144,7 @@ std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvVal
     const auto found = values.find(row.key);
     if (found == values.end()) continue;
     const std::string title = "「" + std::string(row.title) + "」";
-    // Ill-formed UTF-8 would make `EnvFile::in` reject the whole file.
+    // Ill-formed UTF-8 would make `EnvFile` reject the whole file.
     if (!isValidUtf8(found->second)) return title + "的內容不是有效的 UTF-8 文字。設定沒有保存。";
     // A line end inside the value would split it into two lines of .env.
     if (!EnvFile::holdsLineEnd(found->second)) continue;

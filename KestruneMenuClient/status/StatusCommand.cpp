@@ -95,8 +95,8 @@ void StatusCommand::askBackend() {
     found.session = LiveSession::disabled;
     return checkDidFinish();
   }
-  const auto file = EnvFile::in(platform.fileManager.contents(repoPath + "/.env"));
-  const auto token = file ? file->value(env::macServiceToken, env::legacyMacServiceToken) : std::nullopt;
+  const EnvFile file(platform.fileManager.contents(repoPath + "/.env"));
+  const auto token = file.value(env::macServiceToken, env::legacyMacServiceToken);
   workerQueue->async([self = shared_from_this(), token] {
     Platform& machine = self->platform;
     const CommandResult result =
