@@ -123,23 +123,19 @@ void AppDelegate::actOnPathUpdate(bool changed) {
 
 void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
                                     const std::optional<std::string>& extraContent) {
-  MainQueue& mainQueue = platform.dispatch.mainQueue();
-  mainQueue.async([self = shared_from_this()] {
+  platform.dispatch.mainQueue().async([self = shared_from_this()] {
     self->current.reconnecting = true;
     self->syncSleepAssertionWithSettings();
     self->show("正在重新連線…", ConnectionLampState::warning);
   });
-  workerQueue->async([self = shared_from_this(), &mainQueue, showWindow, title, extraContent] {
-    CommandResult outcome = self->runShellCommand(self->backendCommandLine("refresh"));
-    mainQueue.async([=, &mainQueue, result = std::move(outcome)]() mutable {
-      // Wait a moment: the status of services that were just started is not meaningful yet.
-      mainQueue.asyncAfter(settlingTime, [=, result = std::move(result)] {
-        self->refreshStatus(false);
-        if (!showWindow) return;
-        std::string content = prettifyOutput(result.output);
-        if (extraContent && !extraContent->empty()) content += "\n\n" + *extraContent;
-        self->showResultWindow(title, content, !result.ok);
-      });
+  runOnWorker(backendCommandLine("refresh"), defaultTimeout, [=, this](const CommandResult& result) {
+    // Wait a moment: the status of services that were just started is not meaningful yet.
+    platform.dispatch.mainQueue().asyncAfter(settlingTime, [=, self = shared_from_this()] {
+      self->refreshStatus(false);
+      if (!showWindow) return;
+      std::string content = prettifyOutput(result.output);
+      if (extraContent && !extraContent->empty()) content += "\n\n" + *extraContent;
+      self->showResultWindow(title, content, !result.ok);
     });
   });
 }
