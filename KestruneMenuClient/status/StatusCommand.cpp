@@ -46,14 +46,8 @@ void StatusCommand::applicationWillTerminate() {
 }
 
 void StatusCommand::subscribe() {
-  const auto weak = weak_from_this();
-  subscription = platform.statusFeed.subscribe(
-      [weak](const std::string& line) {
-        if (const auto self = weak.lock()) self->heard(line);
-      },
-      [weak] {
-        if (const auto self = weak.lock()) self->clientIsAbsent();
-      });
+  subscription = platform.statusFeed.subscribe([this](const std::string& line) { heard(line); },
+                                               [this] { clientIsAbsent(); });
 }
 
 void StatusCommand::heard(const std::string& line) {
@@ -123,9 +117,7 @@ void StatusCommand::checkDidFinish() {
 }
 
 void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
-  next = platform.timers.scheduleOnce(delay, [weak = weak_from_this(), then] {
-    if (const auto self = weak.lock()) (*self.*then)();
-  });
+  next = platform.timers.scheduleOnce(delay, [this, then] { (this->*then)(); });
 }
 
 bool StatusCommand::show(const std::string& json) {
