@@ -35,7 +35,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     presentAutoConnectDisabledState();
   }
   platform.launchAgents.repair(launchAgentLabel, repoPath);
-  platform.requests.onPerform([weak = weak_from_this()](const std::string& action) {
+  platform.statusFeed.onPerform([weak = weak_from_this()](const std::string& action) {
     const auto self = weak.lock();
     return self ? self->performRequest(action) : "the client is about to end";
   });

@@ -97,7 +97,7 @@ std::optional<std::string> AppDelegate::makePairingURL() const {
 }
 
 ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) const {
-  auto symbols = platform.qrCodes.generate(text);
+  auto symbols = platform.images.qrCode(text);
   if (symbols.empty()) return nullptr;
   return std::make_shared<Image>(
       Image{.width = size, .height = size, .isTemplate = false, .bitmaps = std::move(symbols)});

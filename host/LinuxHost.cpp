@@ -146,7 +146,6 @@ class LinuxHost final : public Host {
         .clock = clock,
         .statusItem = terminal ? static_cast<StatusItem&>(*terminal) : *tray,
         .statusFeed = rendezvous,
-        .requests = rendezvous,
         .alerts = terminal ? static_cast<Alerts&>(*terminal) : *windows,
         .images = images,
         .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
@@ -160,7 +159,6 @@ class LinuxHost final : public Host {
         .serviceControl = services,
         .launchAgents = agents,
         .localService = localService,
-        .qrCodes = qrCodes,
     });
   }
 
@@ -245,7 +243,6 @@ class LinuxHost final : public Host {
   Inhibitors assertions;
   NetworkMonitor pathMonitor{loop, clock, systemBus};
   CurlLocalService localService{processes, clock};
-  QRSymbols qrCodes;
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<StandardOutput> output;

@@ -41,7 +41,7 @@ struct ColorControls {
   bool operator==(const ColorControls&) const = default;
 };
 
-/// Reads and filters images. Main thread.
+/// Reads and filters images, and makes QR codes. Main thread.
 class Images {
  public:
   virtual ~Images() = default;
@@ -56,18 +56,12 @@ class Images {
 
   /// Returns a filtered copy of `image`; null when the copy cannot be made.
   virtual ImageRef applyColorControls(const Image& image, const ColorControls& controls) = 0;
-};
 
-/// Encodes QR symbols. Main thread.
-class QRCodeGenerator {
- public:
-  virtual ~QRCodeGenerator() = default;
-
-  /// Encodes the bytes of `message` in byte mode. Returns two symbols if the symbol with error-correction
-  /// level L is smaller than the symbol with level M (L first, for a small screen); otherwise only M. Each
-  /// bitmap has one pixel for each module, black on white, and a quiet zone (white margin) of four modules.
-  /// Returns an empty vector when the message is too long for level M or cannot be encoded.
-  virtual std::vector<Bitmap> generate(const std::string& message) = 0;
+  /// Makes QR codes of the bytes of `message` in byte mode. Returns two symbols if the symbol with
+  /// error-correction level L is smaller than the symbol with level M (L first, for a small screen); otherwise
+  /// only M. Each bitmap has one pixel for each module, black on white, and a quiet zone (white margin) of four
+  /// modules. Returns an empty vector when the message is too long for level M or cannot be encoded.
+  virtual std::vector<Bitmap> qrCode(const std::string& message) = 0;
 };
 
 }  // namespace kestrune

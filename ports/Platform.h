@@ -28,7 +28,6 @@ struct Platform {
   Clock& clock;
   StatusItem& statusItem;
   StatusFeed& statusFeed;
-  Requests& requests;
   Alerts& alerts;
   Images& images;
   Notifications& notifications;
@@ -42,7 +41,6 @@ struct Platform {
   const ServiceControl& serviceControl;
   LaunchAgents& launchAgents;
   LocalService& localService;
-  QRCodeGenerator& qrCodes;
 };
 
 }  // namespace kestrune

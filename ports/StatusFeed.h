@@ -7,16 +7,14 @@
 
 namespace kestrune {
 
-/// A subscription to the client's status. The destructor ends the subscription. Main thread.
-class StatusSubscription {
- public:
-  virtual ~StatusSubscription() = default;
-};
+/// A subscription to the client's status. Destroying it ends the subscription. Main thread.
+using StatusSubscription = std::shared_ptr<void>;
 
 /// Returns the newest status as one line, without a line end.
 using StatusLine = std::function<std::string()>;
 
-/// Publishes the client's status to the user's other processes, and lets them subscribe to it. Main thread.
+/// Publishes the client's status to the user's other processes, and lets them subscribe to it. Also receives
+/// their requests. Main thread.
 class StatusFeed {
  public:
   virtual ~StatusFeed() = default;
@@ -30,14 +28,8 @@ class StatusFeed {
   /// `onLine` soon with the newest line, then with each later line. Calls `onAbsence` when no client runs, or
   /// when the running client sends no first line in time. Calls neither function before `subscribe` returns.
   /// The result is never null.
-  virtual std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
-                                                        std::function<void()> onAbsence) = 0;
-};
-
-/// Receives requests from other programs of this user. Main thread.
-class Requests {
- public:
-  virtual ~Requests() = default;
+  virtual StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
+                                       std::function<void()> onAbsence) = 0;
 
   /// Sets the function that performs the action of a menu row when another program requests it. The function
   /// returns one line that says why it failed; absent on success. Requests that come before this call are

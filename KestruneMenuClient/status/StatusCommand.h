@@ -53,7 +53,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const Preferences preferences;
   const std::string repoPath;
   const std::unique_ptr<DispatchQueue> workerQueue;
-  std::unique_ptr<StatusSubscription> subscription;
+  StatusSubscription subscription;
   std::unique_ptr<Timer> next;
   bool hasHeard = false;  ///< true from a client's first status until this client ends
   bool isChecking = false;

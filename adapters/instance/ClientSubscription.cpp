@@ -14,7 +14,7 @@ constexpr Seconds patience{2.0};                         // longest wait for the
 
 /// Receives the status lines of the running client, and of each client that starts later. If a client accepts
 /// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
-class ClientSubscription final : public StatusSubscription {
+class ClientSubscription final {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
                      std::function<void(const std::string&)> givenOnLine,
@@ -106,9 +106,9 @@ class ClientSubscription final : public StatusSubscription {
 
 }  // namespace
 
-std::unique_ptr<StatusSubscription> Rendezvous::subscribe(std::function<void(const std::string&)> onLine,
-                                                          std::function<void()> onAbsence) {
-  return std::make_unique<ClientSubscription>(loop, folders, std::move(onLine), std::move(onAbsence));
+StatusSubscription Rendezvous::subscribe(std::function<void(const std::string&)> onLine,
+                                         std::function<void()> onAbsence) {
+  return std::make_shared<ClientSubscription>(loop, folders, std::move(onLine), std::move(onAbsence));
 }
 
 }  // namespace kestrune

@@ -31,7 +31,7 @@ struct Claim {
 /// Makes sure that a user has at most one client, and connects the user's other processes to it. The process
 /// that holds the lock is the client; the kernel releases the lock when that process ends. The other
 /// processes send requests to the client over a socket. Main thread.
-class Rendezvous final : public StatusFeed, public Requests {
+class Rendezvous final : public StatusFeed {
  public:
   /// `onShow` runs when a process that starts later asks for the menu. Its argument is the activation token
   /// of that process, or empty. If this process called `passOn` and then exec, it still holds the lock, and
@@ -62,8 +62,8 @@ class Rendezvous final : public StatusFeed, public Requests {
   /// fails, standard error says why, and the next call tries again.
   void publish(StatusLine line) override;
 
-  std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
-                                                std::function<void()> onAbsence) override;
+  StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
+                               std::function<void()> onAbsence) override;
   void onPerform(std::function<std::optional<std::string>(const std::string&)> perform) override;
 
  private:

@@ -148,7 +148,7 @@ ImageRef PngImages::applyColorControls(const Image& image, const ColorControls& 
   return filtered;
 }
 
-std::vector<Bitmap> QRSymbols::generate(const std::string& message) {
+std::vector<Bitmap> PngImages::qrCode(const std::string& message) {
   const auto usual = symbolFor(message, QR_ECLEVEL_M);
   if (!usual) return {};
   const auto compact = symbolFor(message, QR_ECLEVEL_L);

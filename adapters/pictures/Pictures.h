@@ -9,6 +9,7 @@ namespace kestrune {
 
 /// Reads images from PNG files and from ICNS files that contain PNGs. "name.png" has one pixel per point. An
 /// optional "name-N.png" beside it is the same picture, N pixels wide; N is 16, 22, 24, 32, 44, 48 or 64.
+/// Makes QR codes with libqrencode.
 class PngImages final : public Images {
  public:
   /// `imageNamed` searches `dataFolders` in this order. In each folder, it looks into the icon theme hicolor
@@ -18,15 +19,10 @@ class PngImages final : public Images {
   ImageRef imageFromFile(const std::string& path) override;
   ImageRef imageNamed(const std::string& name) override;
   ImageRef applyColorControls(const Image& image, const ColorControls& controls) override;
+  std::vector<Bitmap> qrCode(const std::string& message) override;
 
  private:
   const std::vector<std::string> dataFolders;
-};
-
-/// Makes QR codes with libqrencode.
-class QRSymbols final : public QRCodeGenerator {
- public:
-  std::vector<Bitmap> generate(const std::string& message) override;
 };
 
 }  // namespace kestrune

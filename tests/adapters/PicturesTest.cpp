@@ -251,12 +251,12 @@ Pixel pixel(const Bitmap& bitmap, int column, int row) {
 const Pixel black{0, 0, 0, 255};
 const Pixel white{255, 255, 255, 255};
 
-struct QRSymbolsTest : ::testing::Test {
-  QRSymbols symbols;
+struct QRCodesTest : ::testing::Test {
+  PngImages images{std::vector<std::string>()};
 };
 
-TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
-  const Bitmap bitmap = symbols.generate("kestrune://configure?apiUrl=a&token=b").at(0);
+TEST_F(QRCodesTest, AreBlackOnWhiteWithAQuietZone) {
+  const Bitmap bitmap = images.qrCode("kestrune://configure?apiUrl=a&token=b").at(0);
   EXPECT_EQ(bitmap.width, bitmap.height);
   // A symbol of version V is 17 + 4 V modules wide. The quiet zone (white margin) adds 4 on each side.
   EXPECT_EQ((bitmap.width - 8 - 17) % 4, 0);
@@ -273,11 +273,11 @@ TEST_F(QRSymbolsTest, AreBlackOnWhiteWithAQuietZone) {
   EXPECT_EQ(pixel(bitmap, 4, 4), black);
 }
 
-TEST_F(QRSymbolsTest, AreDecodedWhateverTheMessageAndItsLength) {
+TEST_F(QRCodesTest, AreDecodedWhateverTheMessageAndItsLength) {
   std::vector<std::string> messages{"a", "0123456789", "ABC 123", "a%2Bb%3D%26", "$'()*,;:@/-._~!"};
   for (std::size_t length = 60; length < 2331; length += 421) messages.emplace_back(length, 't');
   for (const auto& message : messages) {
-    for (const auto& bitmap : symbols.generate(message)) {
+    for (const auto& bitmap : images.qrCode(message)) {
       std::vector<std::string> rows(static_cast<std::size_t>(bitmap.height));
       for (std::size_t at = 0; at < bitmap.rgba.size(); at += 4) {
         rows[at / 4 / static_cast<std::size_t>(bitmap.width)] += static_cast<char>(bitmap.rgba[at]);
@@ -287,10 +287,10 @@ TEST_F(QRSymbolsTest, AreDecodedWhateverTheMessageAndItsLength) {
   }
 }
 
-TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
+TEST_F(QRCodesTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
   const auto widths = [this](std::size_t length) {
     std::vector<int> found;
-    for (const auto& each : symbols.generate(std::string(length, 'a'))) found.push_back(each.width - 8);
+    for (const auto& each : images.qrCode(std::string(length, 'a'))) found.push_back(each.width - 8);
     return found;
   };
   // Version 5 (37 modules wide) holds 84 bytes with error correction level M, and 106 bytes with level L. So
@@ -301,15 +301,15 @@ TEST_F(QRSymbolsTest, AreOfLevelMAfterOneOfLevelLIfThatIsSmaller) {
   EXPECT_EQ(widths(106), (std::vector{37, 41}));
 }
 
-TEST_F(QRSymbolsTest, HoldAtMost2331Bytes) {
+TEST_F(QRCodesTest, HoldAtMost2331Bytes) {
   // Version 40, the largest, holds 2331 bytes with level M. It could hold more digits in numeric mode, but
   // every text is encoded in byte mode.
   constexpr std::size_t most = 2331;
   for (const char letter : {'a', '1'}) {
-    EXPECT_EQ(symbols.generate(std::string(most, letter)).back().width, 177 + 8);
-    EXPECT_TRUE(symbols.generate(std::string(most + 1, letter)).empty());
+    EXPECT_EQ(images.qrCode(std::string(most, letter)).back().width, 177 + 8);
+    EXPECT_TRUE(images.qrCode(std::string(most + 1, letter)).empty());
   }
-  EXPECT_TRUE(symbols.generate("").empty());
+  EXPECT_TRUE(images.qrCode("").empty());
 }
 
 }  // namespace

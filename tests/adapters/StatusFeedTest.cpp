@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 struct Heard {
   Lines lines;
   int absences = 0;
-  std::unique_ptr<StatusSubscription> subscription;
+  StatusSubscription subscription;
 
   void subscribeTo(StatusFeed& feed) {
     subscription =
@@ -96,7 +96,7 @@ TYPED_TEST(StatusFeedContract, AbsenceIsToldAndALaterClientIsFound) {
 TYPED_TEST(StatusFeedContract, CallbackMayDestroyItsSubscription) {
   this->startClient();
   this->client().publish([] { return "1"; });
-  std::unique_ptr<StatusSubscription> subscription;
+  StatusSubscription subscription;
   int calls = 0;
   const auto leave = [&] {
     ++calls;

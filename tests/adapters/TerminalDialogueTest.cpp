@@ -116,13 +116,12 @@ std::vector<std::string> drawn(const std::string& text) {
 }
 
 TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
-  QRSymbols symbols;
   for (const std::string& message :
        {std::string("a"),
         "kestrune://configure?apiUrl=https://relay.example.com&token=" + std::string(40, 't'),
         std::string(300, 'x')}) {
     for (const bool colored : {false, true}) {
-      Image image{.width = 260, .height = 260, .bitmaps = symbols.generate(message)};
+      Image image{.width = 260, .height = 260, .bitmaps = PngImages({}).qrCode(message)};
       TerminalDialogue dialogue({.style = AlertStyle::informational,
                                  .messageText = "Code",
                                  .informativeText = "",
@@ -139,8 +138,7 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
 
 /// Returns what a dialogue with a QR code of `message` prints first, on a terminal of the given size.
 std::string beginOfCode(const std::string& message, int columns, int rows) {
-  QRSymbols symbols;
-  const Image image{.width = 260, .height = 260, .bitmaps = symbols.generate(message)};
+  const Image image{.width = 260, .height = 260, .bitmaps = PngImages({}).qrCode(message)};
   const View picture{.kind = ViewKind::image, .image = std::make_shared<Image>(image)};
   return TerminalDialogue(form({picture, label("below")}), {}, false, columns, rows).begin();
 }

@@ -81,7 +81,7 @@ TEST_F(PairingDialog, ReadsTheAddressOnce) {
     env() = "KESTRUNE_PUBLIC_API_URL=" + number + "\nHALVASK_APP_API_TOKEN=" + number;
   };
   choose("showPairingQR");
-  EXPECT_EQ(machine.qrCodes.messages, std::vector<std::string>{"kestrune://configure?apiUrl=1&token=2"});
+  EXPECT_EQ(machine.images.messages, std::vector<std::string>{"kestrune://configure?apiUrl=1&token=2"});
   EXPECT_EQ(stack().children.at(1).text, "API URL：1");
 }
 
@@ -120,7 +120,7 @@ TEST_F(PairingDialog, ShowsThePictureAndTheAddress) {
   EXPECT_EQ(picture->height, 260);
   EXPECT_EQ(::testing::PrintToString(dialog()).find("secret"), std::string::npos);
   EXPECT_EQ(
-      machine.qrCodes.messages,
+      machine.images.messages,
       std::vector<std::string>{"kestrune://configure?apiUrl=https://relay.test%3Fa%3D1&token=top%20secret"});
 }
 
@@ -130,8 +130,8 @@ TEST_F(PairingDialog, IsAnErrorWithoutATokenOrAPicture) {
     choose("showPairingQR");
     EXPECT_EQ(closeWindow(), noToken);
   }
-  EXPECT_TRUE(machine.qrCodes.messages.empty());
-  machine.qrCodes.fails = true;
+  EXPECT_TRUE(machine.images.messages.empty());
+  machine.images.qrCodeFails = true;
   EXPECT_EQ(controller->makeQRCodeImage("link"), nullptr);
   env() = "KESTRUNE_APP_API_TOKEN=abc";
   choose("showPairingQR");
@@ -150,10 +150,10 @@ TEST_F(PairingDialog, RefusesAValueWithALineEnd) {
     choose("showPairingQR");
     EXPECT_EQ(closeWindow(), lineEnds);
   }
-  EXPECT_TRUE(machine.qrCodes.messages.empty());
+  EXPECT_TRUE(machine.images.messages.empty());
   env() = "KESTRUNE_APP_API_TOKEN=token\r\n";
   choose("showPairingQR");
-  EXPECT_EQ(machine.qrCodes.messages.size(), 1U) << "a line end behind a value is no part of it";
+  EXPECT_EQ(machine.images.messages.size(), 1U) << "a line end behind a value is no part of it";
 }
 
 }  // namespace

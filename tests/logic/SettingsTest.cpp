@@ -250,7 +250,7 @@ TEST_F(Settings, PairingDialogIsStackedOnTheSettings) {
     machine.loop.settle();
     EXPECT_EQ(newCalls(), CallLog{});
   }
-  EXPECT_EQ(machine.qrCodes.messages,
+  EXPECT_EQ(machine.images.messages,
             std::vector<std::string>{"kestrune://configure?apiUrl=https://relay.example.com&token=pressed"});
   EXPECT_EQ(machine.alerts.shown.size(), 3U);
   machine.alerts.answer(save, {{appToken, "unsaved"}});

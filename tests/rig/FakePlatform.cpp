@@ -46,10 +46,6 @@ class FakeProcess final : public Process {
 
 }  // namespace
 
-struct FakeStatusFeed::Subscription final : StatusSubscription {
-  std::shared_ptr<std::function<void(const std::optional<std::string>&)>> hear;
-};
-
 void FakeStatusItem::addToStatusBar(double givenLength) {
   log.emplace_back("addToStatusBar");
   length = givenLength;
@@ -74,14 +70,13 @@ void FakeStatusFeed::publish(StatusLine newest) {
   runs = true;
 }
 
-std::unique_ptr<StatusSubscription> FakeStatusFeed::subscribe(std::function<void(const std::string&)> onLine,
-                                                              std::function<void()> onAbsence) {
-  auto made = std::make_unique<Subscription>();
-  made->hear = std::make_shared<std::function<void(const std::optional<std::string>&)>>(
+StatusSubscription FakeStatusFeed::subscribe(std::function<void(const std::string&)> onLine,
+                                             std::function<void()> onAbsence) {
+  auto made = std::make_shared<std::function<void(const std::optional<std::string>&)>>(
       [onLine = std::move(onLine), onAbsence = std::move(onAbsence)](const std::optional<std::string>& line) {
         line ? onLine(*line) : onAbsence();
       });
-  subscribers.push_back(made->hear);
+  subscribers.push_back(made);
   queue.async([each = subscribers.back(), line = runs ? std::optional(lines.back()) : std::nullopt] {
     if (const auto hear = each.lock()) (*hear)(line);
   });
@@ -206,7 +201,6 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .clock = either(real.clock, fakes.clock),
       .statusItem = fakes.statusItem,
       .statusFeed = fakes.statusFeed,
-      .requests = fakes.requests,
       .alerts = either(real.alerts, fakes.alerts),
       .images = fakes.images,
       .notifications = fakes.notifications,
@@ -220,7 +214,6 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
       .serviceControl = either(real.serviceControl, fakes.serviceControl),
       .launchAgents = either(real.launchAgents, fakes.launchAgents),
       .localService = fakes.localService,
-      .qrCodes = fakes.qrCodes,
   };
 }
 

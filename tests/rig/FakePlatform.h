@@ -39,26 +39,22 @@ struct FakeStatusItem final : StatusItem {
 struct FakeStatusFeed final : StatusFeed {
   explicit FakeStatusFeed(DispatchQueue& givenQueue) : queue(givenQueue) {}
   void publish(StatusLine line) override;
-  std::unique_ptr<StatusSubscription> subscribe(std::function<void(const std::string&)> onLine,
-                                                std::function<void()> onAbsence) override;
+  StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
+                               std::function<void()> onAbsence) override;
+  void onPerform(std::function<std::optional<std::string>(const std::string&)> given) override {
+    perform = std::move(given);
+  }
   /// Pretends that the running client has ended. Tells all `subscribers` that no client runs.
   void end();
 
   DispatchQueue& queue;
   std::vector<std::string> lines;  ///< the published lines, without those that equal the previous line
   bool runs = false;               ///< whether a client runs
+  std::function<std::optional<std::string>(const std::string&)> perform;
 
  private:
-  struct Subscription;
   void tell(std::optional<std::string> line);
   std::vector<std::weak_ptr<std::function<void(const std::optional<std::string>&)>>> subscribers;
-};
-
-struct FakeRequests final : Requests {
-  void onPerform(std::function<std::optional<std::string>(const std::string&)> given) override {
-    perform = std::move(given);
-  }
-  std::function<std::optional<std::string>(const std::string&)> perform;
 };
 
 struct FakeAlerts final : AlertQueue {
@@ -104,13 +100,21 @@ struct FakeImages final : Images {
     return found != named.end() ? found->second : nullptr;
   }
   ImageRef applyColorControls(const Image& image, const ColorControls& controls) override;
+  /// Makes the same QR code for every message: one black pixel.
+  std::vector<Bitmap> qrCode(const std::string& message) override {
+    messages.push_back(message);
+    if (qrCodeFails) return {};
+    return {{1, 1, {0, 0, 0, 255}}};
+  }
 
   std::map<std::string, ImageRef> files;
   std::map<std::string, ImageRef> named;
   bool filterFails = false;
+  bool qrCodeFails = false;
   std::vector<std::string> asked;  ///< paths and names of all requested images, in order
   std::vector<ImageRef> read;      ///< images read from files, in order
   std::vector<ColorControls> filtered;
+  std::vector<std::string> messages;  ///< messages of all requested QR codes, in order
 };
 
 struct FakeNotifications final : Notifications {
@@ -286,18 +290,6 @@ struct FakeLocalService final : LocalService {
   std::function<void()> whileAsked;
 };
 
-/// Makes the same QR code for every message: one black pixel. Makes no QR code while `fails` is true.
-struct FakeQRCodes final : QRCodeGenerator {
-  std::vector<Bitmap> generate(const std::string& message) override {
-    messages.push_back(message);
-    if (fails) return {};
-    return {{1, 1, {0, 0, 0, 255}}};
-  }
-
-  bool fails = false;
-  std::vector<std::string> messages;
-};
-
 struct FakeFileManager final : FileManager {
   explicit FakeFileManager(CallLog& givenLog) : log(givenLog) {}
   bool fileExists(const std::string& path) const override {
@@ -372,7 +364,6 @@ struct FakePlatform {
   FakeLoop loop{clock, log};
   FakeStatusItem statusItem{log};
   FakeStatusFeed statusFeed{loop.mainQueue()};
-  FakeRequests requests;
   FakeAlerts alerts{loop.mainQueue(), log};
   FakeImages images;
   FakeNotifications notifications{log};
@@ -385,7 +376,6 @@ struct FakePlatform {
   FakeFileManager fileManager{log};
   LaunchdAgents launchAgents{fileManager};
   FakeLocalService localService{clock, log};
-  FakeQRCodes qrCodes;
   FakeWorkspace workspace{log};
   Platform platform = platformWith(*this, {});
 };

@@ -154,6 +154,7 @@ void SoakRules::forgetWhatWasSeen() {
   forget(machine.images.asked);
   forget(machine.images.read);
   forget(machine.images.filtered);
+  forget(machine.images.messages);
   forget(machine.notifications.posted);
   forget(machine.powerAssertions.names);
   forget(machine.powerAssertions.levels);
@@ -161,7 +162,6 @@ void SoakRules::forgetWhatWasSeen() {
   forget(machine.processes.launches);
   forget(machine.processes.readPatience);
   forget(machine.localService.tokens);
-  forget(machine.qrCodes.messages);
   forget(machine.fileManager.asked);
 }
 
