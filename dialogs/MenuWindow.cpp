@@ -234,7 +234,7 @@ QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
 
 }  // namespace
 
-MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new QScrollArea) {
+MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(nullptr), area(new QScrollArea) {
   QAccessible::installFactory(&accessibleRow);
   setName(QString());
   setFocusPolicy(Qt::ClickFocus);
@@ -247,45 +247,41 @@ MenuWindow::MenuWindow() : DialogWindow(nullptr), area(new QScrollArea) {
   area->setWidgetResizable(true);
   area->viewport()->setAutoFillBackground(false);
   whole->addWidget(area);
+
+  auto* const content = new QWidget;
+  auto* const layout = new QVBoxLayout(content);
+  layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
+  layout->setSpacing(0);
+  for (const auto& item : menu.items) {
+    auto* const row = new MenuRow(item.id);
+    connect(row, &QPushButton::clicked, this, [this, row] {
+      if (row->isChoosable()) choose(row->id);
+    });
+    layout->addWidget(row);
+    rows.push_back(row);
+  }
+  layout->addStretch();
+  area->setWidget(content);
+  content->setAutoFillBackground(false);
+  setMenu(menu);
+  setFocus();
+  resize(widthForRows(), std::min(content->sizeHint().height(), roomForWindow().height()));
 }
 
 void MenuWindow::setMenu(const Menu& menu) {
-  const bool isNew = rows.empty() ||
-                     !std::equal(rows.begin(), rows.end(), menu.items.begin(), menu.items.end(),
-                                 [](const MenuRow* row, const MenuItem& item) { return row->id == item.id; });
-  QWidget* const content = isNew ? new QWidget : nullptr;
-  if (isNew) {
-    auto* const layout = new QVBoxLayout(content);
-    layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
-    layout->setSpacing(0);
-    rows.clear();
-    for (const auto& item : menu.items) {
-      auto* const row = new MenuRow(item.id);
-      connect(row, &QPushButton::clicked, this, [this, row] {
-        if (row->isChoosable()) choose(row->id);
-      });
-      layout->addWidget(row);
-      rows.push_back(row);
-    }
-    layout->addStretch();
-  }
   int keyWidth = 0;
   for (const auto& item : menu.items) {
     const QString keys = keysOf(item).toString(QKeySequence::NativeText);
     keyWidth = std::max(keyWidth, fontMetrics().horizontalAdvance(keys));
   }
   bool beginsSection = true;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
+  for (std::size_t i = 0; i < rows.size() && i < menu.items.size(); ++i) {
     rows[i]->setItem(menu.items[i], beginsSection, keyWidth);
     beginsSection = menu.items[i].isSeparator;
   }
   // The window may become wider, but never narrower. Otherwise its width would jump at each change of the
   // menu.
-  if (!isNew) return resize(std::max(width(), widthForRows()), height());
-  area->setWidget(content);
-  content->setAutoFillBackground(false);
-  setFocus();
-  resize(widthForRows(), std::min(content->sizeHint().height(), roomForWindow().height()));
+  resize(std::max(width(), widthForRows()), height());
 }
 
 int MenuWindow::widthForRows() const {

@@ -17,14 +17,15 @@ class MenuRow;
 /// meant for another window could choose a row.
 class MenuWindow final : public DialogWindow {
  public:
-  MenuWindow();
+  /// Creates the window with one row for each item of `menu`, and does not show it yet.
+  explicit MenuWindow(const Menu& menu);
 
   /// Called with the ID of the item that the user chose, after the window is hidden.
   std::function<void(int item)> onChosen;
   std::function<void()> onClosed;  ///< called when the user closes the window without a choice
 
-  /// Sets the rows to the items of `menu`; does not show the window. If the item IDs are the same as before,
-  /// updates the rows in place and keeps the focus.
+  /// Updates the rows in place and keeps the focus. `menu` must have the same item IDs as the menu that the
+  /// constructor got.
   void setMenu(const Menu& menu);
 
  protected:

@@ -109,14 +109,13 @@ bool Session::raise() {
 void Session::perform(const ShowMenu& request) {
   if (menu) return menu->setMenu(request.menu);
 
-  menu = std::make_unique<MenuWindow>();
+  menu = std::make_unique<MenuWindow>(request.menu);
   menu->onShown = [this] { tell(Shown{}); };
   menu->onChosen = [this](int item) {
     tell(Chosen{item});
     end(0);
   };
   menu->onClosed = [this] { end(0); };
-  menu->setMenu(request.menu);
   menu->present();
 }
 

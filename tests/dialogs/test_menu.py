@@ -194,13 +194,6 @@ class Following(Menus):
         self.reader.wait(lambda: self.window.find("label", "🟢"), "other status")
         self.assertEqual(self.window.place()[2], width)
 
-    def test_other_ids_replace_all_rows(self):
-        self.open()
-        self.program.send(rows(item(1, "甲", "a"), item(3, "乙", "b")))
-        self.reader.wait(lambda: self.window.names("push button") == ["甲", "乙"], "other rows")
-        self.screen.keys("End", "Return")
-        self.assertEnds({"chosen": {"item": 3}})
-
 
 class SmallScreen(Menus):
     width, height = 640, 480
