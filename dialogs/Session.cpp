@@ -48,7 +48,7 @@ void Session::read() {
 }
 
 void Session::take(const std::string& line) {
-  const auto decoded = decodeRequest(line);
+  const auto decoded = decode<Request>(line);
   if (const auto* const reason = std::get_if<std::string>(&decoded)) return refuse(*reason);
   std::visit([this](const auto& request) { perform(request); }, std::get<Request>(decoded));
 }

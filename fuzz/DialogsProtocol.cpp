@@ -19,8 +19,8 @@ using nlohmann::json;
 /// Decodes `line`. If `line` is a message, encodes the message again, and checks that the new line contains
 /// the same JSON as `line`.
 template <typename Message>
-void echo(const std::string& line, std::variant<Message, std::string> (*decode)(const std::string&)) {
-  const auto decoded = decode(line);
+void echo(const std::string& line) {
+  const auto decoded = decode<Message>(line);
   const auto* const message = std::get_if<Message>(&decoded);
   if (message == nullptr) {
     require(!std::get<std::string>(decoded).empty(), "a refused line has a reason");
@@ -39,14 +39,14 @@ void carry(const std::string& text) {
   const Menu menu{{{.id = 1, .title = text, .action = text, .keyEquivalent = text}}};
   for (const Request& request : {Request(ShowAlert{1, alert}), Request(ShowMenu{menu})}) {
     const std::string line = encode(request);
-    require(std::holds_alternative<Request>(decodeRequest(line)), "a request with any text is understood");
-    echo(line, &decodeRequest);
+    require(std::holds_alternative<Request>(decode<Request>(line)), "a request with any text is understood");
+    echo<Request>(line);
   }
   for (const Event& event :
        {Event(Pressed{1, text}), Event(Answered{1, {0, {{text, text}}}}), Event(Refused{text})}) {
     const std::string line = encode(event);
-    require(std::holds_alternative<Event>(decodeEvent(line)), "an event with any text is understood");
-    echo(line, &decodeEvent);
+    require(std::holds_alternative<Event>(decode<Event>(line)), "an event with any text is understood");
+    echo<Event>(line);
   }
 }
 
@@ -54,7 +54,7 @@ void carry(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string line(fuzz::Input(data, size).rest());
-  echo(line, &decodeEvent);
+  echo<Event>(line);
   if (!line.starts_with('{')) carry(line.substr(0, 64));
   return 0;
 }

@@ -111,7 +111,7 @@ void DialogProcess::readSome() {
   begun.append(buffer, static_cast<std::size_t>(count));
   const auto stillAlive = alive;
   for (std::size_t end; (end = begun.find('\n', unsearched)) != std::string::npos;) {
-    const auto event = dialogs::decodeEvent(begun.substr(0, end));
+    const auto event = dialogs::decode<dialogs::Event>(begun.substr(0, end));
     begun.erase(0, end + 1);
     unsearched = 0;
     if (const auto* const problem = std::get_if<std::string>(&event))

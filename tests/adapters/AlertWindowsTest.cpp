@@ -84,7 +84,8 @@ TEST_F(TheAlertWindows, ShowAnAlertAndPassItsAnswerOn) {
   EXPECT_EQ(request.alert, asked);
   run.say(Shown{request.id});
   // The answer comes in two pieces. The client must ignore everything that comes after the answer.
-  const std::string answer = dialogs::encode(Answered{request.id, {0, {{"name", "new"}}}}) + "\n";
+  const std::string answer =
+      dialogs::encode<dialogs::Event>(Answered{request.id, {0, {{"name", "new"}}}}) + "\n";
   run.say(answer.substr(0, 5));
   settleQueue(loop);
   run.say(answer.substr(5) + answer + "nonsense\n");

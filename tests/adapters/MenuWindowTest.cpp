@@ -101,7 +101,7 @@ TEST_F(TheMenuWindow, PerformsTheChosenRowOnceAndCanBeShownAgainByIt) {
     window.setMenu({{{.id = 1, .title = "new"}}});
     window.showMenu();
   };
-  const std::string line = dialogs::encode(Chosen{3}) + "\n";
+  const std::string line = dialogs::encode<dialogs::Event>(Chosen{3}) + "\n";
   run.say(line + line + "nonsense\n");
   DialogsRun& second = stand.run(2);
   EXPECT_EQ(second.asked<ShowMenu>(1).front().menu.items[0].title, "new");

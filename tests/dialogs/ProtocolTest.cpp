@@ -11,14 +11,9 @@ namespace {
 using namespace std::string_literals;
 using nlohmann::json;
 
-template <typename Message>
-Message decoded(const Request& request) {
-  return std::get<Message>(std::get<Request>(decodeRequest(encode(request))));
-}
-
-template <typename Message>
-Message decoded(const Event& event) {
-  return std::get<Message>(std::get<Event>(decodeEvent(encode(event))));
+template <typename Message, typename Whole>
+Message decoded(const Whole& whole) {
+  return std::get<Message>(std::get<Whole>(decode<Whole>(encode(whole))));
 }
 
 Alert decodedAlert(const Alert& alert) {
@@ -117,7 +112,7 @@ TEST(DialogProtocol, NamesTheVersionsWhenTheyDiffer) {
   for (const int version : {0, 2, -1}) {
     json line = json::parse(encode(Request{Raise{"t"}}));
     line["version"] = version;
-    EXPECT_EQ(std::get<std::string>(decodeRequest(line.dump())),
+    EXPECT_EQ(std::get<std::string>(decode<Request>(line.dump())),
               "it speaks version " + std::to_string(version) +
                   " of the protocol, this half version 3; install both from the same build");
   }
@@ -129,8 +124,8 @@ TEST(DialogProtocol, RefusesOtherLinesWithoutQuotingThem) {
        {""s, "secret"s, "{"s, "{}"s, "[]"s, "null"s, "1"s, "\"secret\""s, "\xff\xfe"s, "\0"s,
         R"({"version":3})"s, R"({"version":"secret","shown":{"id":1}})"s, R"({"version":3,"secret":1})"s,
         R"([{"version":3,"shown":{"id":1}}])"s, deep, deep + std::string(deep.size(), ']')}) {
-    EXPECT_EQ(std::get<std::string>(decodeRequest(line)), rubbish) << line.substr(0, 80);
-    EXPECT_EQ(std::get<std::string>(decodeEvent(line)), rubbish) << line.substr(0, 80);
+    EXPECT_EQ(std::get<std::string>(decode<Request>(line)), rubbish) << line.substr(0, 80);
+    EXPECT_EQ(std::get<std::string>(decode<Event>(line)), rubbish) << line.substr(0, 80);
   }
 }
 
@@ -161,10 +156,10 @@ TEST(DialogProtocol, RefusesEventsThatDecodingWouldChange) {
                             Event{Answered{4, {2, {{"a", "x"}}}}}}) {
     json object = json::parse(encode(event));
     object["unknown"] = 1;
-    EXPECT_EQ(std::get<std::string>(decodeEvent(object.dump())), rubbish);
+    EXPECT_EQ(std::get<std::string>(decode<Event>(object.dump())), rubbish);
     object.erase("unknown");
     forEachChange(object, [&refused](const json& changed) {
-      const auto result = decodeEvent(changed.dump());
+      const auto result = decode<Event>(changed.dump());
       if (const auto* const accepted = std::get_if<Event>(&result)) {
         EXPECT_EQ(json::parse(encode(*accepted)), changed);
       } else {

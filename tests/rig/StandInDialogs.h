@@ -103,7 +103,7 @@ class DialogsRun {
     }
     begun.append(buffer, static_cast<std::size_t>(count));
     for (std::size_t end; (end = begun.find('\n')) != std::string::npos; begun.erase(0, end + 1)) {
-      requests.push_back(std::get<dialogs::Request>(dialogs::decodeRequest(begun.substr(0, end))));
+      requests.push_back(std::get<dialogs::Request>(dialogs::decode<dialogs::Request>(begun.substr(0, end))));
       if (whenAsked) whenAsked(requests.back());
     }
   }

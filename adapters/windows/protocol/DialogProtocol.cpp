@@ -72,12 +72,6 @@ Json toJson(const Message& message) {
       {names<Message>[message.index()], std::visit([](const auto& each) { return Json(each); }, message)}};
 }
 
-template <typename Message>
-std::string toLine(const Message& message) {
-  // Replace invalid UTF-8 in the texts instead of failing.
-  return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 /// Returns the message in `object`; absent if it is none of the alternatives of the variant `Message`. `kind`
 /// is the index of the first alternative to try.
 template <typename Message, std::size_t kind = 0>
@@ -88,6 +82,14 @@ std::optional<Message> fromJson(const Json& object) {
     return found->template get<std::variant_alternative_t<kind, Message>>();
   }
   return std::nullopt;
+}
+
+}  // namespace
+
+template <typename Message>
+std::string encode(const Message& message) {
+  // Replace invalid UTF-8 in the texts instead of failing.
+  return toJson(message).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 template <typename Message>
@@ -119,22 +121,9 @@ std::variant<Message, std::string> decode(const std::string& line) {
   return rubbish;
 }
 
-}  // namespace
-
-std::string encode(const Request& request) {
-  return toLine(request);
-}
-
-std::string encode(const Event& event) {
-  return toLine(event);
-}
-
-std::variant<Request, std::string> decodeRequest(const std::string& line) {
-  return decode<Request>(line);
-}
-
-std::variant<Event, std::string> decodeEvent(const std::string& line) {
-  return decode<Event>(line);
-}
+template std::string encode(const Request&);
+template std::string encode(const Event&);
+template std::variant<Request, std::string> decode(const std::string&);
+template std::variant<Event, std::string> decode(const std::string&);
 
 }  // namespace kestrune::dialogs

@@ -68,14 +68,14 @@ struct Refused {
 
 using Event = std::variant<Shown, Pressed, Answered, Chosen, Refused>;
 
-/// Returns the message as a line, without a line end.
-std::string encode(const Request& request);
-std::string encode(const Event& event);
+/// Returns the message as a line, without a line end. `Message` is Request or Event.
+template <typename Message>
+std::string encode(const Message& message);
 
-/// Returns the message in `line`, or the reason why the line is invalid. `decodeEvent` accepts a line only if
-/// `encode` writes the decoded event as the same JSON; for example, it rejects an unknown member.
-/// `decodeRequest` does not compare the JSON, because KestruneMenuDialogs trusts the client.
-std::variant<Request, std::string> decodeRequest(const std::string& line);
-std::variant<Event, std::string> decodeEvent(const std::string& line);
+/// Returns the message in `line`, or the reason why the line is invalid. `Message` is Request or Event. An
+/// event is accepted only if `encode` writes the decoded event as the same JSON; for example, an unknown
+/// member is rejected. A request is not compared, because KestruneMenuDialogs trusts the client.
+template <typename Message>
+std::variant<Message, std::string> decode(const std::string& line);
 
 }  // namespace kestrune::dialogs
