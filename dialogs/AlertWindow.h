@@ -27,8 +27,7 @@ class AlertWindow final : public DialogWindow {
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:
-  /// Called when the user presses Escape, or closes the window through the window manager (for example, with
-  /// the close button).
+  /// Called when the user presses Escape or closes the window.
   void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
   void furnish() override;

@@ -17,9 +17,10 @@ class Process {
  public:
   virtual ~Process() = default;
 
-  /// Returns whether the child is running; does not block. If a pipe is full before the child has written 64
-  /// KiB to it, reads from this pipe, so that the child can go on. So call this repeatedly while you wait for
-  /// the child's end. A child that writes more than 64 KiB to a pipe may block until `readOutput` is called.
+  /// Returns whether the child is running; does not block. The kernel may make a pipe smaller than 64 KiB
+  /// (see pipe-user-pages-soft in pipe(7)). Call this repeatedly while you wait for the child's end: it reads
+  /// from a full pipe, so that the child can write 64 KiB to each. A child that writes more may block until
+  /// `readOutput` is called.
   virtual bool isRunning() = 0;
 
   /// Sends SIGTERM to the child, unless it has ended.

@@ -39,8 +39,8 @@ class EnvFile {
   /// `read`: the result of reading the file.
   explicit EnvFile(FileContents read);
 
-  /// Returns whether the file was read and is well-formed UTF-8. If not, the text is empty and has no line, so
-  /// `with` writes the first key in line 1. An empty file has one empty line, which `with` keeps as line 1.
+  /// Returns whether the file was read and is well-formed UTF-8. If not, the text is empty and has no line,
+  /// so `with` writes the first key in line 1. An empty file has one empty line, which `with` keeps.
   bool isThere() const { return exists; }
 
   /// Returns the whole text; empty if `isThere` is false.

@@ -9,7 +9,7 @@ namespace kestrune {
 
 namespace {
 
-/// While no client runs, --follow calls `check` as often as a client would refresh its status.
+/// While no client runs, --follow calls `checkBackend` as often as a client would refresh its status.
 constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};
@@ -55,18 +55,18 @@ void StatusCommand::heard(const std::string& line) {
   hasHeard = show(line);
   if (hasHeard) return;
   subscription.reset();
-  check();
+  checkBackend();
 }
 
 void StatusCommand::clientIsAbsent() {
   if (std::exchange(hasHeard, false)) {
-    after(successorPatience, &StatusCommand::check);
+    after(successorPatience, &StatusCommand::checkBackend);
   } else {
-    check();
+    checkBackend();
   }
 }
 
-void StatusCommand::check() {
+void StatusCommand::checkBackend() {
   next.reset();
   if (std::exchange(isChecking, true)) return;
   if (found.network != NetworkKind::unknown) return askBackend();

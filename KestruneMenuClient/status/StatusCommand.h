@@ -39,7 +39,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void clientIsAbsent();
   /// Gets the status from the backend instead of the client. Asks the backend after `platform.pathMonitor`
   /// has reported the network path.
-  void check();
+  void checkBackend();
   void askBackend();
   void checkDidFinish();
   void after(Seconds delay, void (StatusCommand::*then)());
@@ -57,7 +57,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   std::unique_ptr<Timer> next;
   bool hasHeard = false;  ///< true from a client's first status until this client ends
   bool isChecking = false;
-  StatusSnapshot found;  ///< the result of the last `check`
+  StatusSnapshot found;  ///< the result of the last `checkBackend`
   std::string shown;     ///< the text that was printed last
   int code = 1;
 };

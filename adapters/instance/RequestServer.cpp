@@ -14,7 +14,7 @@ namespace {
 constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a request line
-constexpr Seconds descriptorRest{1.0};
+constexpr Seconds acceptDelay{1.0};
 /// The file name of the socket until listen(2) has succeeded. Then the file is renamed, so that other
 /// processes never find a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
@@ -25,8 +25,8 @@ RequestServer::RequestServer(EventLoop& givenLoop, Show givenShow, Perform given
     : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
 
 std::error_code RequestServer::listen(const std::string& folder) {
-  rest.reset();
-  callers.reset();
+  acceptTimer.reset();
+  acceptSource.reset();
   const std::string unfinished = folder + "/" + newSocketName;
   unlink(unfinished.c_str());
   listener = instanceSocket(folder, newSocketName, &bind);
@@ -37,7 +37,7 @@ std::error_code RequestServer::listen(const std::string& folder) {
     return failure;
   }
   place = folder;
-  callers = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
+  acceptSource = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   return {};
 }
 
@@ -67,8 +67,9 @@ void RequestServer::accept() {
   if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
   // accept4 has failed, for example because the process has no free descriptor (EMFILE). Stop watching the
   // listener for a while, or the loop would spin.
-  sd_event_source_set_enabled(callers.get(), SD_EVENT_OFF);
-  rest = loop.after(descriptorRest, [this] { sd_event_source_set_enabled(callers.get(), SD_EVENT_ON); });
+  sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_OFF);
+  acceptTimer =
+      loop.after(acceptDelay, [this] { sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_ON); });
 }
 
 void RequestServer::add(FileDescriptor socket) {

@@ -66,8 +66,8 @@ class RequestServer {
   const Perform perform;
   FileDescriptor listener;
   std::string place;  ///< the folder of the socket
-  EventSource callers;
-  EventSource rest;  ///< timer: for 1 s after accept4 has failed, the listening socket is not watched
+  EventSource acceptSource;
+  EventSource acceptTimer;  ///< for 1 s after accept4 has failed, the listening socket is not watched
   std::list<Peer> peers;
   StatusLine newest;                ///< null until the first status is published
   std::optional<std::string> told;  ///< the last status line sent to any peer; absent if none was sent

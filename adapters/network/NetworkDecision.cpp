@@ -37,9 +37,9 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // The delay before a report starts at `currentSince` (see `reportDue`). `noticed` is the time of the
-    // first sign of the change. If the machine has resumed from suspend after that sign, `resume` has already
-    // set `currentSince` to the time of the resume: keep that time.
+    // `reportDue` counts the delay of a report from `currentSince`: from `noticed`, the time of the first
+    // sign of the change. But if the machine has resumed from suspend since then, `resume` has set
+    // `currentSince` to the time of the resume: keep that time.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

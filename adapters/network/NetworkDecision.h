@@ -38,7 +38,8 @@ struct PathTiming {
 ///
 /// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
 /// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// Exception: for the report of a changed path, both rules count only the earlier reports of a changed path.
+/// Reports of an unchanged path do not delay the report of a changed path: for that report, only the earlier
+/// reports of a changed path count.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;

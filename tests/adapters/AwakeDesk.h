@@ -93,8 +93,8 @@ struct AwakeDesk : ::testing::Test {
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);
   }
-  /// Calls `create` while a service does not answer. Sets `nobodyAnswers` during the call, so that the
-  /// timeout of 250 ms is not replaced by a longer one.
+  /// Calls `create` when a service does not answer. Otherwise this rig replaces the client's timeout of 250
+  /// ms by a longer one; `nobodyAnswers` prevents that.
   std::optional<std::uint32_t> createUnanswered(PowerAssertionType type) {
     nobodyAnswers = true;
     const auto identifier = create(type);

@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t limit = std::size_t{16} << 20;
 // The time limit of each measured call. A call that waits for a descendant exceeds this limit, because the
 // descendants live for 60 s.
-constexpr Seconds generous{20.0};
+constexpr Seconds callLimit{20.0};
 
 struct ChildOutput : ::testing::Test, RealChildren {};
 
@@ -108,7 +108,7 @@ TEST_F(ChildOutput, ReadingStopsAfterThePatienceWhenADescendantHoldsThePipe) {
   EXPECT_TRUE(output.starts_with("x\nleft ")) << output;
   EXPECT_TRUE(output.ends_with("\ny\n")) << output;
   EXPECT_GE(duration, Seconds{0.1});
-  EXPECT_LT(duration, generous);
+  EXPECT_LT(duration, callLimit);
   EXPECT_TRUE(ends(*child));
   EXPECT_EQ(child->terminationStatus(), 0);
 }
@@ -119,7 +119,7 @@ TEST_F(ChildOutput, ReadingEndsWithTheLastWriter) {
     child->terminateGroup();
     child->readOutput(Seconds{60});
   });
-  EXPECT_LT(duration, generous);
+  EXPECT_LT(duration, callLimit);
   EXPECT_TRUE(ends(*child));
 }
 
@@ -128,7 +128,7 @@ TEST_F(ChildOutput, ReadingStopsWhenADescendantWritesWithoutEnd) {
     const auto child = launch({"leave-flooding", "60"});
     ASSERT_TRUE(ends(*child));
     std::string output;
-    EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), generous);
+    EXPECT_LT(durationOf([&] { output = child->readOutput(each); }), callLimit);
     EXPECT_LE(output.size(), limit);
     // `processes` was constructed without the callback that takes over pipes which a descendant holds open.
     // So `readOutput` has closed the read ends. SIGPIPE ends the descendant when it writes to a pipe.

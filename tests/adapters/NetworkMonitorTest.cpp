@@ -204,9 +204,9 @@ TEST_F(NetworkMonitorTest, NewIPv6RuleIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// A route that differs from the reported route only in its source address must be reported. The test gives
-/// the monitor the delays of the client (NetworkRig sets none). So the monitor looks up the route only after
-/// the three commands of the second `network.ip`.
+/// A route that differs from the reported route only in its source address must be reported. The delays of
+/// this monitor are those of the client, not the delays of zero in NetworkRig. So the monitor looks up the
+/// route only after all commands of the second `network.ip`.
 TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   network.ip({viaGateway});
   monitor.emplace(loop, clock, bus, devices.file(""));

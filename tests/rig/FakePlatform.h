@@ -323,8 +323,8 @@ struct FakeFileManager final : FileManager {
   std::optional<std::string> writeError;   ///< if set, the error of `writeAtomically` and `replaceUnreadable`
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
   std::optional<std::string> removeError;  ///< if set, the error of every removal
-  /// If set, the error of `writePrivately`. If there is an old file, also the error of `replaceUnreadable`,
-  /// which cannot keep that file under another name.
+  /// If set, `writePrivately` fails with this error. If there is an old file, `replaceUnreadable` fails with
+  /// it too, as if the old file could not be kept under another name.
   std::optional<std::string> keepError;
   /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
   std::optional<std::string> readError;

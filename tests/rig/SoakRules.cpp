@@ -96,7 +96,7 @@ void SoakRules::look() {
     checkMenu(machine.statusItem.menu());
   }
   if (logged("setButton ")) checkButton(machine.statusItem.button());
-  forgetWhatWasSeen();
+  dropOldRecords();
 }
 
 void SoakRules::checkMenu(const Menu& menu) const {
@@ -143,7 +143,7 @@ void SoakRules::keepsSecrets(const std::string& text) const {
 
 /// Deletes old records of the fakes, so that the records do not grow without limit. Moves the log to
 /// `history`, which keeps the last 15 entries.
-void SoakRules::forgetWhatWasSeen() {
+void SoakRules::dropOldRecords() {
   for (auto& entry : machine.log) history.push_back(std::move(entry));
   while (history.size() > 15) history.pop_front();
   keepLast(machine.statusItem.menus);

@@ -51,7 +51,7 @@ class SoakRules {
   void checkButton(const StatusButton& button) const;
   void checkWindow(const Alert& alert) const;
   void keepsSecrets(const std::string& text) const;
-  void forgetWhatWasSeen();
+  void dropOldRecords();
   void rule(bool holds, std::string_view words) const;
 
   FakePlatform& machine;
