@@ -58,9 +58,10 @@ class Images {
   virtual ImageRef applyColorControls(const Image& image, const ColorControls& controls) = 0;
 
   /// Makes QR codes of the bytes of `message` in byte mode. Returns two symbols if the symbol with
-  /// error-correction level L is smaller than the symbol with level M (L first, for a small screen); otherwise
-  /// only M. Each bitmap has one pixel for each module, black on white, and a quiet zone (white margin) of four
-  /// modules. Returns an empty vector when the message is too long for level M or cannot be encoded.
+  /// error-correction level L is smaller than the symbol with level M (L first, for a small screen);
+  /// otherwise only M. Each bitmap has one pixel for each module, black on white, and a quiet zone (white
+  /// margin) of four modules. Returns an empty vector when the message is too long for level M or cannot be
+  /// encoded.
   virtual std::vector<Bitmap> qrCode(const std::string& message) = 0;
 };
 
