@@ -19,10 +19,10 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home);
 /// Returns the trimmed texts of the fields by key. Omits fields that `answer` does not contain.
 EnvValues settingsOf(const AlertAnswer& answer);
 
-/// Returns a text for the user that says why one of `values` cannot be saved; absent when all can be saved.
-/// `shown` holds the values of the fields when the dialog was opened. If a value with a line end had one
-/// already in `shown`, the line end came from .env, not from the user. The text then says that .env has line
-/// ends other than LF (such as CR LF).
+/// Returns a text for the user that says why one of `values` cannot be saved; absent when all can be saved. A
+/// value that contains a line end (`EnvFile::holdsLineEnd`) cannot be saved. `shown` holds the values that
+/// the fields had when the dialog was opened. If the field contained a line end already then, the text says
+/// that .env has the wrong line ends (such as CR LF).
 std::optional<std::string> faultOfSettings(const EnvValues& values, const EnvValues& shown);
 
 }  // namespace kestrune

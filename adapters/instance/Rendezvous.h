@@ -38,11 +38,11 @@ class Rendezvous final : public StatusFeed {
   /// the constructor takes over this lock.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
-  /// Tries to become the client, and returns whether it has; if so, this process answers requests from now
-  /// on. If another client runs, does what the kind of `claim` says, and runs the loop meanwhile. If that
-  /// client is already ending, waits for its end, whatever the kind. Becomes the client without the lock, and
-  /// says why on standard error, if the lock file cannot be created, if the file system supports no locks, or
-  /// if the other client takes longer than `endPatience` to end.
+  /// Tries to become the client. Returns true on success: this process then answers requests. If another
+  /// client runs, acts as `claim.kind` says. If another client is ending, waits for its end. Runs the loop
+  /// while it waits. In three cases, this process becomes the client without the lock, and prints the reason
+  /// on standard error: the lock file cannot be created, the file system supports no locks, or the other
+  /// client takes longer than `endPatience` to end.
   bool claim(const Claim& claim);
 
   /// Call this when this process is about to end. A client that is started later waits for the end of this

@@ -258,7 +258,7 @@ struct QRCodesTest : ::testing::Test {
 TEST_F(QRCodesTest, AreBlackOnWhiteWithAQuietZone) {
   const Bitmap bitmap = images.qrCode("kestrune://configure?apiUrl=a&token=b").at(0);
   EXPECT_EQ(bitmap.width, bitmap.height);
-  // A symbol of version V is 17 + 4 V modules wide. The quiet zone (white margin) adds 4 on each side.
+  // A QR code of version V is 17 + 4 V modules wide. The quiet zone (white margin) adds 4 on each side.
   EXPECT_EQ((bitmap.width - 8 - 17) % 4, 0);
   std::set<Pixel> colours;
   for (int row = 0; row < bitmap.height; ++row) {

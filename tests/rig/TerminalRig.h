@@ -141,7 +141,7 @@ class TerminalRig {
     screen.read();
   }
 
-  /// Like settle(). Returns what was printed since the last call, and clears the screen.
+  /// Calls settle(). Returns the text on the screen, and clears the screen.
   std::string printed() {
     settle();
     return std::exchange(screen.text, {});
