@@ -11,7 +11,7 @@ namespace kestrune::dialogs {
 namespace {
 
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
-constexpr qsizetype lookBack = 64;       // UTF-16 units; how far to search backwards for a place to break
+constexpr qsizetype lookBack = 64;       // UTF-16 units; a line break is searched so far before `longestLine`
 /// In UTF-16 units. If a text is longer than twice this length, `elidedInTheMiddle` drops all but this many
 /// units at each end before it measures the text, because measuring a long text is slow.
 constexpr qsizetype keptEnd = 1500;

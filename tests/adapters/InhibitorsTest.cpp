@@ -209,7 +209,8 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
-  clock.suspend(Seconds{0.1});  // the last 0.1 s of the minute; time in suspend counts too
+  // End the minute in which the service is not asked again. Time in suspend counts too.
+  clock.suspend(Seconds{0.1});
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
 }

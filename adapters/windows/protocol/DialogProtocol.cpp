@@ -104,7 +104,8 @@ std::variant<Message, std::string> decode(const std::string& line) {
       hasFraction = hasFraction || value.is_number_float();
       return true;
     });
-    // The library casts numbers to int unchecked: for a float such as 1e99, this is undefined behaviour.
+    // Reject floating-point numbers: the library casts a number to int without a range check, and for a
+    // number such as 1e99 this is undefined behaviour.
     if (isChecked && hasFraction) return rubbish;
     const int version = object.at("version").get<int>();
     if (version != protocolVersion) {
