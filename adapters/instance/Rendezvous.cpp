@@ -103,8 +103,8 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     }
     const Seconds present = timeOf(CLOCK_MONOTONIC);
     if (std::exchange(waitsForEnd, mustEnd) != mustEnd) waitBegan = present;
-    const Seconds patience = waitsForEnd ? claim.endPatience : claim.answerPatience;
-    const Seconds left = waitBegan + patience - present;
+    const Seconds limit = waitsForEnd ? claim.endPatience : claim.answerPatience;
+    const Seconds left = waitBegan + limit - present;
     if (left <= Seconds{0}) {
       if (!waitsForEnd && !other)
         reportOnce("another client has locked " + folders.current() + lockName +
