@@ -86,9 +86,12 @@ void BusConnection::tryToConnect() {
 
 void BusConnection::waitUntilReady() {
   const Seconds end = timeOf(CLOCK_MONOTONIC) + longestHandshake;
-  for (Seconds left = longestHandshake; bus != nullptr && sd_bus_is_ready(bus) == 0 && left.count() > 0;
-       left = end - timeOf(CLOCK_MONOTONIC)) {
-    if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, static_cast<std::uint64_t>(left.count() * 1e6));
+  while (bus != nullptr && sd_bus_is_ready(bus) == 0) {
+    const Seconds left = end - timeOf(CLOCK_MONOTONIC);
+    if (left <= Seconds{0}) return;
+    int result = sd_bus_process(bus, nullptr);
+    if (result == 0) result = sd_bus_wait(bus, static_cast<std::uint64_t>(left.count() * 1e6));
+    if (result < 0) return;  // the connection is lost, and will be made again
   }
 }
 
