@@ -22,8 +22,9 @@ namespace {
 constexpr auto lockName = "/lock";
 /// The environment variable with the descriptor number of the lock file that `passOn` left open across exec.
 constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The wait before `becomesClient` looks again if another client holds the lock but has no socket. That
-/// client is starting (it locks before it listens) or ending (it closes its socket before it unlocks).
+/// The pause before `becomesClient` looks again if the connection to another client was closed, or if another
+/// client holds the lock but has no socket. Such a client is starting (it locks before it listens) or ending
+/// (it closes its socket before it unlocks).
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
@@ -118,7 +119,8 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     std::string answer;
     const auto heard = waitForAnswer(loop, other, other ? left : lookInterval, answer);
     if (!heard || (heard == Heard::answer && !waitsForEnd)) return false;
-    if (heard == Heard::end) waitForAnswer(loop, {}, lookInterval, answer);  // just pauses
+    // Pause, because the other process may close or answer every connection at once.
+    if (heard != Heard::nothing && !waitForAnswer(loop, {}, lookInterval, answer)) return false;
     // Look again: the other client has ended, or has not answered because it is ending, or has no socket yet.
   }
 }

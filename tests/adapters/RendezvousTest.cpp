@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "adapters/files/Files.h"
 #include "tests/adapters/Instances.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/Namespaces.h"
@@ -108,6 +109,20 @@ TEST_F(RendezvousTest, StartWaitsForAClientThatBeginsToEnd) {
   const auto end = loop.after(moment * 3, [&] { first.reset(); });
   EXPECT_TRUE(start()->claims({.answerPatience = moment * 2}));
   EXPECT_EQ(first, nullptr);
+}
+
+TEST_F(RendezvousTest, StartPausesBeforeItAsksAClientThatClosesEveryConnectionAgain) {
+  ASSERT_FALSE(makeFolders(place));
+  const FileDescriptor listening = instanceSocket(place, "socket", &::bind);
+  ASSERT_EQ(listen(listening.get(), 8), 0);
+  int connections = 0;
+  const EventSource accepting = loop.onDescriptor(listening.get(), EPOLLIN, [&] {
+    const FileDescriptor closed(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    ++connections;
+  });
+  EXPECT_TRUE(isTurnedDown({.answerPatience = moment * 4}));
+  EXPECT_GE(connections, 2);
+  EXPECT_LE(connections, 12);  // in 0.2 s, with a pause of 20 ms
 }
 
 TEST_F(RendezvousTest, StartGivesWayToAHangingClient) {
