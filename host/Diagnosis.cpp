@@ -76,7 +76,7 @@ property=($tray /StatusNotifierWatcher org.freedesktop.DBus.Properties Get ss $t
 read -r _ _ host < <(call user "${property[@]}" IsStatusNotifierHostRegistered)
 [[ ! $host ]] || IFS='"' read -ra items < <(call user "${property[@]}" RegisteredStatusNotifierItems)
 [[ $host == true ]] && echo "  shows items: yes"
-[[ $host == false ]] && echo "  shows items: no, there is no host"
+[[ $host == false ]] && echo "  shows items: no, no tray host is registered"
 for ((i = 1; i < ${#items[@]}; i += 2)); do echo "  item: ${items[i]}"; done
 
 notifications=org.freedesktop.Notifications

@@ -10,6 +10,7 @@
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
+#include "text/Text.h"
 
 namespace kestrune {
 
@@ -38,7 +39,7 @@ void DesktopWorkspace::open(const std::string& path) {
     if (failure == 0) return loop.reap(pid);
     failures += ": " + program + ": " + describe(failure);
   }
-  reportOnce("cannot open a folder or file" + failures);
+  reportOnce("cannot open " + withoutControls(absolute) + failures + "; install xdg-utils");
 }
 
 Result<> DesktopWorkspace::openNewInstance(const std::string&) {

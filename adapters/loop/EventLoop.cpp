@@ -39,7 +39,7 @@ constexpr int attempts = 20;  // to start a thread
 constexpr std::chrono::milliseconds attemptInterval{50};
 constexpr std::size_t threadNameLimit = 15;  // bytes: TASK_COMM_LEN of the kernel, less the NUL
 
-/// Ends the process if `result` is a negative errno: the loop cannot run without the call that has failed.
+/// Ends the process if `result` is a negative errno: the client cannot run without the call that has failed.
 void require(int result, const char* what) {
   if (result >= 0) return;
   std::fprintf(stderr, "KestruneMenuClient: %s: %s\n", what, std::strerror(-result));
@@ -86,6 +86,8 @@ class SerialQueue final : public DispatchQueue {
   }
 
   ~SerialQueue() override { close(); }
+  SerialQueue(const SerialQueue&) = delete;
+  SerialQueue& operator=(const SerialQueue&) = delete;
 
   void async(Job job) override {
     const std::lock_guard lock(state->mutex);
@@ -137,7 +139,7 @@ class SerialQueue final : public DispatchQueue {
 class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    require(wakeUp.get() < 0 ? -errno : 0, "eventfd");
+    require(wakeUp.get() < 0 ? -errno : 0, "cannot create an eventfd");
     source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
       std::uint64_t count = 0;
       static_cast<void>(!read(wakeUp.get(), &count, sizeof count));
@@ -254,7 +256,7 @@ EventLoop::EventLoop() {
   // Some parents leave SIGCHLD ignored: the kernel would then discard the exit status of our children.
   std::signal(SIGCHLD, SIG_DFL);
 
-  require(sd_event_new(&loop), "event loop");
+  require(sd_event_new(&loop), "cannot create the event loop");
   queue = std::make_unique<LoopQueue>(*this);
   signals.push_back(onSignal(SIGCHLD, [this] { reapEnded(); }));
   for (const int each : endingSignals) {
@@ -273,7 +275,7 @@ EventLoop::~EventLoop() {
 }
 
 void EventLoop::runUntil(const std::function<bool()>& done) {
-  while (!done() && !terminating) require(sd_event_run(loop, UINT64_MAX), "event loop");
+  while (!done() && !terminating) require(sd_event_run(loop, UINT64_MAX), "cannot run the event loop");
 }
 
 EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler) {
@@ -282,7 +284,7 @@ EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler)
   sigaddset(&mask, signalNumber);
   pthread_sigmask(SIG_BLOCK, &mask, nullptr);
   sd_event_source* made = nullptr;
-  require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "signal");
+  require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "cannot watch a signal");
   return withHandler(made, std::move(handler));
 }
 
@@ -293,7 +295,8 @@ EventSource EventLoop::after(Seconds delay, std::function<void()> handler) {
 EventSource EventLoop::at(clockid_t clock, Seconds due, std::function<void()> handler) {
   const auto microseconds = static_cast<std::uint64_t>(std::ceil(std::max(due.count(), 0.0) * 1e6));
   sd_event_source* made = nullptr;
-  require(sd_event_add_time(loop, &made, clock, microseconds, exactly, callHandler, nullptr), "timer");
+  require(sd_event_add_time(loop, &made, clock, microseconds, exactly, callHandler, nullptr),
+          "cannot add a timer");
   return withHandler(made, std::move(handler));
 }
 
@@ -301,7 +304,7 @@ EventSource EventLoop::onDescriptor(int descriptor, unsigned events, std::functi
   sd_event_source* made = nullptr;
   const int result = sd_event_add_io(loop, &made, descriptor, events, callHandler, nullptr);
   if (result == -EPERM) return nullptr;
-  require(result, "descriptor");
+  require(result, "cannot watch a file descriptor");
   return withHandler(made, std::move(handler));
 }
 

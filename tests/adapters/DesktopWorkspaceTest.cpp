@@ -94,8 +94,8 @@ TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   });
   program.waitForEnd();
   EXPECT_EQ(program.standardError(),
-            "KestruneMenuClient: cannot open a folder or file"
-            ": xdg-open: No such file or directory: gio: Permission denied\n");
+            "KestruneMenuClient: cannot open /a/folder"
+            ": xdg-open: No such file or directory: gio: Permission denied; install xdg-utils\n");
 }
 
 TEST_F(DesktopWorkspaceOn, AnyNameIsOpenedAsOneAbsoluteArgument) {
