@@ -27,8 +27,7 @@ using Lines = std::vector<std::string>;
 constexpr auto tooLong = "(too long)";
 
 struct StandardInputOn : ::testing::Test {
-  /// Constructs `input` while `descriptor` is standard input. Calls `input->start` only if
-  /// `start`.
+  /// Constructs `input` while `descriptor` is standard input. Calls `input->start` only if `start` is true.
   void read(int descriptor, bool start = true) {
     {
       const StandardStreams streams(descriptor, STDERR_FILENO);

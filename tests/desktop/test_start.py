@@ -83,9 +83,10 @@ class Start(unittest.TestCase):
         self.assertEqual(ended.si_code, os.CLD_KILLED)  # CLD_DUMPED would mean that there is a core dump
 
     def test_it_starts_with_all_standard_streams_closed(self):
-        client = self.session.start(through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])
-        self.session.wait_for_start()
-        self.assertEqual(client.end(), 0)
+        for arguments in ([], ["--terminal"]):
+            client = self.session.start(*arguments, through=["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"])
+            self.session.wait_for_start()
+            self.assertEqual(client.end(), 0)
 
 
 class BadBackend(unittest.TestCase):

@@ -111,7 +111,7 @@ struct Course {
 
 struct NetworkDecisionCourse : NetworkDecisionTest, ::testing::WithParamInterface<Course> {};
 
-TEST_P(NetworkDecisionCourse, ReportsWhatIsExpected) {
+TEST_P(NetworkDecisionCourse, LeadsToTheseReports) {
   startOn(GetParam().first);
   for (const auto& [when, path] : GetParam().events) path ? change(when, *path) : resume(when);
   EXPECT_EQ(saidInTheEnd(), GetParam().said);
