@@ -24,7 +24,7 @@ constexpr auto usage =
     "\n"
     "  --terminal    show the menu on standard output, and read commands from standard input\n"
     "  --background  if a client already runs, exit without making it show its menu\n"
-    "  --status      print the status and exit; this starts and stops nothing.\n"
+    "  --status      print the status and exit; this starts and stops no service.\n"
     "                The exit status is the lamp: 0 green, 3 yellow, 4 red\n"
     "  --json        with --status: print one line of JSON\n"
     "  --waybar      with --status: print one line for a custom module of Waybar\n"

@@ -147,7 +147,7 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
 
 int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
   if (!isBroadcast(signal)) return 0;
-  // A host has started. Register again, because the watcher may have refused the item while no host ran.
+  // A tray host has started. Register again, because the watcher may have refused the item while no host ran.
   // Registering twice is harmless.
   static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
   return 0;
