@@ -43,6 +43,7 @@ class StandardInput {
         nullptr;  ///< called when SIGCONT continues this process in the foreground; may be null
   };
 
+  /// Descriptor 0 must be open; the constructor of `EventLoop` opens it if it is closed.
   explicit StandardInput(EventLoop& loop);
 
   void start(Reader reader);
