@@ -89,7 +89,7 @@ TEST(StatusSnapshot, ParsesItsOwnJson) {
   const PublishedStatus status = parseStatusJson(value.dump()).value();
   EXPECT_EQ(status.lamp, ConnectionLampState::error);
   EXPECT_TRUE(status.keepsAwake);
-  EXPECT_EQ(status.lines, value["lines"]);
+  EXPECT_EQ(json(status.lines), value["lines"]);
 }
 
 TEST(StatusSnapshot, RejectsOtherJson) {
