@@ -96,7 +96,7 @@ bool InhibitorService::holds(std::uint32_t holder) const {
 
 void InhibitorService::busConnected() {
   // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
-  sd_bus_add_filter(bus, Into(answers), &answered, this);
+  sd_bus_add_filter(bus, Into(answers), &handler<&InhibitorService::answered>, this);
 }
 
 void InhibitorService::busLost() {
@@ -120,18 +120,17 @@ BusMessage InhibitorService::newRequest(const std::string& reason) const {
   return request;
 }
 
-int InhibitorService::answered(sd_bus_message* message, void* data, sd_bus_error*) {
-  auto& self = *static_cast<InhibitorService*>(data);
+int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {
   std::uint64_t serial = 0;
   if (sd_bus_message_get_reply_cookie(message, &serial) < 0) return 0;
-  const auto found = self.lateGrants.find(serial);
-  if (found == self.lateGrants.end()) return 0;
+  const auto found = lateGrants.find(serial);
+  if (found == lateGrants.end()) return 0;
   // Accept an answer only from the service, or from the bus daemon, which answers if the service is gone.
   const char* const sender = sd_bus_message_get_sender(message);
   if (!isFromBusDaemon(message) && (sender == nullptr || found->second.owner != sender)) return 0;
   Grant grant = std::move(found->second);
-  self.lateGrants.erase(found);
-  if (self.read(message, grant)) self.giveBack(grant);
+  lateGrants.erase(found);
+  if (read(message, grant)) giveBack(grant);
   return 1;
 }
 

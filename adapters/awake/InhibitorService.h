@@ -64,7 +64,7 @@ class InhibitorService final : public BusClient {
   bool read(sd_bus_message* reply, Grant& grant) const;
   void giveBack(const Grant& grant) const;
   void ownerChanged();
-  static int answered(sd_bus_message* message, void* self, sd_bus_error* error);
+  int answered(sd_bus_message* message, sd_bus_error* error);
 
   const Clock& clock;
   const InhibitorProtocol protocol;

@@ -12,13 +12,13 @@ NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName, Chan
 void NameOwner::busConnected() {
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
                            "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
-  sd_bus_add_match_async(bus, Into(match), rule.c_str(), &changed, &ignoreReply, this);
+  sd_bus_add_match_async(bus, Into(match), rule.c_str(), &handler<&NameOwner::changed>, &ignoreReply, this);
   BusMessage call;
   if (sd_bus_message_new_method_call(bus, Into(call), busName, busPath, busName, "GetNameOwner") < 0) return;
   // Set no timeout. A stopped bus daemon (SIGSTOP) answers only after SIGCONT. A timeout would end the call
   // with an error before that. The call is not repeated, so the owner would stay unknown.
   if (sd_bus_message_append(call.get(), "s", name.c_str()) >= 0)
-    sd_bus_call_async(bus, Into(question), call.get(), &answered, this, UINT64_MAX);
+    sd_bus_call_async(bus, Into(question), call.get(), &handler<&NameOwner::answered>, this, UINT64_MAX);
 }
 
 void NameOwner::busLost() {
@@ -31,27 +31,23 @@ void NameOwner::set(std::string owner) {
   onChange(std::exchange(current, std::move(owner)));
 }
 
-int NameOwner::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
-  auto& self = *static_cast<NameOwner*>(data);
+void NameOwner::answered(sd_bus_message* reply) {
   // Ignore the reply if a NameOwnerChanged signal came before it: the signal has already set the owner.
-  if (self.isKnown()) return 0;
+  if (isKnown()) return;
   const char* owner = nullptr;
   if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
-    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) self.set({});
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) set({});
   } else if (sd_bus_message_read(reply, "s", &owner) >= 0) {
-    self.set(owner);
+    set(owner);
   }
-  return 0;
 }
 
-int NameOwner::changed(sd_bus_message* signal, void* data, sd_bus_error*) {
-  const char* name = nullptr;
+void NameOwner::changed(sd_bus_message* signal) {
+  const char* changedName = nullptr;
   const char* before = nullptr;
   const char* after = nullptr;
-  if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", &name, &before, &after) >= 0) {
-    static_cast<NameOwner*>(data)->set(after);
-  }
-  return 0;
+  if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", &changedName, &before, &after) >= 0)
+    set(after);
 }
 
 }  // namespace kestrune

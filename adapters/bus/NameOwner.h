@@ -27,8 +27,8 @@ class NameOwner final : public BusClient {
 
  private:
   void set(std::string owner);
-  static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int changed(sd_bus_message* signal, void* self, sd_bus_error* error);
+  void answered(sd_bus_message* reply);
+  void changed(sd_bus_message* signal);
 
   const std::string name;
   const Change onChange;

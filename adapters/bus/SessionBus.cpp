@@ -65,7 +65,7 @@ void BusConnection::tryToConnect() {
   if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {
     result = sd_bus_match_signal(bus, Into(disconnection), nullptr, localPath, localInterface, "Disconnected",
-                                 &disconnected, this);
+                                 &handler<&BusConnection::disconnected>, this);
   }
   if (result < 0) {
     if (bus != nullptr) sd_bus_detach_event(bus);
@@ -80,7 +80,8 @@ void BusConnection::tryToConnect() {
   }
   // An open connection does not prove that the bus works: a socket can accept connections although nobody
   // answers. So the retry delay is reset only when the bus has answered this call.
-  sd_bus_call_method_async(bus, Into(firstAnswer), busName, busPath, busName, "GetId", &answered, this, "");
+  sd_bus_call_method_async(bus, Into(firstAnswer), busName, busPath, busName, "GetId",
+                           &handler<&BusConnection::answered>, this, "");
   use(bus);
 }
 
@@ -128,16 +129,13 @@ void BusConnection::connectLater() {
   retryDelay = std::min(retryDelay * 2, longestRetry);
 }
 
-int BusConnection::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
-  if (!sd_bus_message_is_method_error(reply, nullptr))
-    static_cast<BusConnection*>(data)->retryDelay = firstRetry;
-  return 0;
+void BusConnection::answered(sd_bus_message* reply) {
+  if (!sd_bus_message_is_method_error(reply, nullptr)) retryDelay = firstRetry;
 }
 
-int BusConnection::disconnected(sd_bus_message*, void* data, sd_bus_error*) {
+void BusConnection::disconnected(sd_bus_message*) {
   // Reconnect later: the connection must not be destroyed inside its own callback.
-  static_cast<BusConnection*>(data)->connectLater();
-  return 0;
+  connectLater();
 }
 
 }  // namespace kestrune

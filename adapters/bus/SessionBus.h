@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "adapters/loop/EventLoop.h"
@@ -41,12 +42,31 @@ class Into {
  public:
   explicit Into(Owner& given) : owner(given) {}
   ~Into() { owner.reset(stored); }
+  Into(const Into&) = delete;
+  Into& operator=(const Into&) = delete;
   operator Pointer*() { return &stored; }
 
  private:
   Owner& owner;
   Pointer stored = nullptr;
 };
+
+template <typename Class, typename Function>
+Class& classOf(Function Class::*method);
+
+/// Makes a message handler for sd-bus from a member function. The handler's user data must be the object. A
+/// function that handles a reply or a signal is `void (sd_bus_message*)`. A function that handles a method
+/// call is `int (sd_bus_message*, sd_bus_error*)`, and returns what sd_bus_message_handler_t(3) demands.
+template <auto method>
+int handler(sd_bus_message* message, void* data, sd_bus_error* error) {
+  auto& object = *static_cast<std::remove_reference_t<decltype(classOf(method))>*>(data);
+  if constexpr (std::is_invocable_v<decltype(method), decltype(object), sd_bus_message*>) {
+    (object.*method)(message);
+    return 0;
+  } else {
+    return (object.*method)(message, error);
+  }
+}
 
 /// A reply handler for sd_bus_add_match_async; does nothing. If the bus daemon refuses the match rule, the
 /// connection stays open, and only the signals of this rule do not arrive. Without a reply handler, sd-bus
@@ -124,8 +144,8 @@ class BusConnection {
   void tell(BusClient& client);
   void disconnect();
   void connectLater();
-  static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int disconnected(sd_bus_message* message, void* self, sd_bus_error* error);
+  void answered(sd_bus_message* reply);
+  void disconnected(sd_bus_message* message);
 
   EventLoop& loop;
   const BusKind kind;

@@ -62,19 +62,17 @@ void DesktopNotifications::daemonChanged(const std::optional<std::string>& befor
   if (!before.value_or("").empty()) lasting.clear();
   if (daemon.owner().empty()) return;
   sd_bus_call_method_async(bus, Into(question), daemon.owner().c_str(), daemonPath, daemonInterface,
-                           "GetCapabilities", &answered, this, "");
+                           "GetCapabilities", &handler<&DesktopNotifications::answered>, this, "");
 }
 
-int DesktopNotifications::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
-  auto& self = *static_cast<DesktopNotifications*>(data);
-  if (sd_bus_message_enter_container(reply, 'a', "s") < 0) return 0;
+void DesktopNotifications::answered(sd_bus_message* reply) {
+  if (sd_bus_message_enter_container(reply, 'a', "s") < 0) return;
   bool markup = false;
   const char* capability = nullptr;
   int result = 0;
   while ((result = sd_bus_message_read(reply, "s", &capability)) > 0)
     markup = markup || std::strcmp(capability, "body-markup") == 0;
-  if (result == 0) self.readsMarkup = markup;
-  return 0;
+  if (result == 0) readsMarkup = markup;
 }
 
 void DesktopNotifications::add(const Notification& notification) {
@@ -99,17 +97,16 @@ void DesktopNotifications::add(const Notification& notification) {
                         lasts ? noExpiration : defaultExpiration);
   // Request a reply only for a lasting notification: `withdraw` needs the number in the reply. If slot and
   // handler are null, sd-bus requests no reply. Set no timeout, because at login the daemon may start slowly.
-  sd_bus_call_async(bus, lasts ? &slot : nullptr, call.get(), lasts ? &shown : nullptr, sent, UINT64_MAX);
+  sd_bus_call_async(bus, lasts ? &slot : nullptr, call.get(), lasts ? &handler<&Lasting::shown> : nullptr,
+                    sent, UINT64_MAX);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
 }
 
-int DesktopNotifications::shown(sd_bus_message* reply, void* data, sd_bus_error*) {
-  auto& sent = *static_cast<Lasting*>(data);
-  sent.reply.reset();
-  sd_bus_message_read(reply, "u", &sent.number);
-  if (sent.withdrawn) sent.self.withdraw(std::string(sent.identifier));
-  return 0;
+void DesktopNotifications::Lasting::shown(sd_bus_message* answer) {
+  reply.reset();
+  sd_bus_message_read(answer, "u", &number);
+  if (withdrawn) self.withdraw(std::string(identifier));
 }
 
 void DesktopNotifications::withdraw(const std::string& identifier) {

@@ -35,12 +35,13 @@ class DesktopNotifications final : public Notifications, public BusClient {
     BusSlot reply{};           ///< the pending call of "Notify"; null after the daemon has answered
     std::uint32_t number = 0;  ///< the daemon's number for the notification; 0: unknown
     bool withdrawn = false;
+
+    void shown(sd_bus_message* answer);
   };
 
   void daemonChanged(const std::optional<std::string>& before);
   std::string bodyText(const std::string& body) const;
-  static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int shown(sd_bus_message* reply, void* lasting, sd_bus_error* error);
+  void answered(sd_bus_message* reply);
 
   const std::string icon;
   NameOwner daemon;

@@ -116,18 +116,13 @@ void NetworkMonitor::report(std::optional<NetworkPath> path) {
 
 void NetworkMonitor::busConnected() {
   sd_bus_match_signal_async(bus, Into(sleepSignal), "org.freedesktop.login1", "/org/freedesktop/login1",
-                            "org.freedesktop.login1.Manager", "PrepareForSleep", &prepareForSleep,
-                            &ignoreReply, this);
+                            "org.freedesktop.login1.Manager", "PrepareForSleep",
+                            &handler<&NetworkMonitor::prepareForSleep>, &ignoreReply, this);
 }
 
-int NetworkMonitor::prepareForSleep(sd_bus_message* signal, void* data, sd_bus_error*) {
+void NetworkMonitor::prepareForSleep(sd_bus_message* signal) {
   int goesToSleep = 1;
-  if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0) return 0;
-  if (goesToSleep == 0) static_cast<NetworkMonitor*>(data)->resumed();
-  return 0;
-}
-
-void NetworkMonitor::resumed() {
+  if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0 || goesToSleep != 0) return;
   stopListening();
   decision.resume(clock.awakeTime());
   wait();

@@ -34,10 +34,9 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   bool listen();
   void stopListening();
   void report(std::optional<NetworkPath> path);
-  void resumed();
   void busConnected() override;
   void busLost() override { sleepSignal.reset(); }
-  static int prepareForSleep(sd_bus_message* signal, void* self, sd_bus_error* error);
+  void prepareForSleep(sd_bus_message* signal);
 
   EventLoop& loop;
   const Clock& clock;

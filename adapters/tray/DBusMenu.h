@@ -66,11 +66,6 @@ class DBusMenu final : public BusClient {
   int aboutToShow(sd_bus_message* call, sd_bus_error* error);
   int aboutToShowGroup(sd_bus_message* call, sd_bus_error* error);
 
-  /// Turns one of the methods above into a handler for sd-bus.
-  template <int (DBusMenu::*method)(sd_bus_message*, sd_bus_error*)>
-  static int handler(sd_bus_message* call, void* self, sd_bus_error* error) {
-    return (static_cast<DBusMenu*>(self)->*method)(call, error);
-  }
   static const sd_bus_vtable interface[];
 
   DispatchQueue& queue;

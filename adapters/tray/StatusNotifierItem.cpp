@@ -72,11 +72,13 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", &property, 0, 0),
     SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_METHOD("Activate", "ii", "", &activate, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("SecondaryActivate", "ii", "", &click, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ContextMenu", "ii", "", &click, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Scroll", "is", "", &ignore, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &provideToken, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("SecondaryActivate", "ii", "", &handler<&StatusNotifierItem::click>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ContextMenu", "ii", "", &handler<&StatusNotifierItem::click>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Scroll", "is", "", &handler<&StatusNotifierItem::ignore>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &handler<&StatusNotifierItem::provideToken>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("NewIcon", "", 0),
     SD_BUS_SIGNAL("NewToolTip", "", 0),
     SD_BUS_VTABLE_END,
@@ -111,7 +113,8 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
 void StatusNotifierItem::busConnected() {
   sd_bus_add_object_vtable(bus, Into(object), objectPath, itemInterface, interface, this);
   sd_bus_match_signal_async(bus, Into(hostMatch), nullptr, watcherPath, watcherName,
-                            "StatusNotifierHostRegistered", &hostRegistered, &ignoreReply, this);
+                            "StatusNotifierHostRegistered", &handler<&StatusNotifierItem::hostRegistered>,
+                            &ignoreReply, this);
   // `hosts->form()` depends on the answers to the GetNameOwner calls that `hosts` has already sent. The bus
   // daemon answers these calls before it forwards the registration below. A host reads this item only after
   // the registration. So the form is known by then.
@@ -127,14 +130,14 @@ void StatusNotifierItem::busLost() {
 void StatusNotifierItem::registerWithWatcher() {
   // Register the object path instead of this program's bus name: sd_bus_get_unique_name would block.
   sd_bus_call_method_async(bus, Into(registration), watcherName, watcherPath, watcherName,
-                           "RegisterStatusNotifierItem", &registered, this, "s", objectPath);
+                           "RegisterStatusNotifierItem", &handler<&StatusNotifierItem::registered>, this, "s",
+                           objectPath);
 }
 
-int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_error*) {
+void StatusNotifierItem::registered(sd_bus_message* reply) {
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
   if (failure == nullptr) {
-    const auto& self = *static_cast<StatusNotifierItem*>(data);
-    if (self.parts.onRegistered) self.parts.onRegistered();
+    if (parts.onRegistered) parts.onRegistered();
   } else if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce(
         "no tray on this desktop: the icon appears as soon as there is one; "
@@ -142,15 +145,12 @@ int StatusNotifierItem::registered(sd_bus_message* reply, void* data, sd_bus_err
   } else {
     reportOnce(std::string("the tray did not take the icon: ") + failure->name);
   }
-  return 0;
 }
 
-int StatusNotifierItem::hostRegistered(sd_bus_message* signal, void* data, sd_bus_error*) {
-  if (!isBroadcast(signal)) return 0;
+void StatusNotifierItem::hostRegistered(sd_bus_message* signal) {
   // A tray host has started. Register again, because the watcher may have refused the item while no host ran.
   // Registering twice is harmless.
-  static_cast<StatusNotifierItem*>(data)->registerWithWatcher();
-  return 0;
+  if (isBroadcast(signal)) registerWithWatcher();
 }
 
 void StatusNotifierItem::formChanged() {
@@ -193,27 +193,25 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   return text("");
 }
 
-int StatusNotifierItem::activate(sd_bus_message* call, void* data, sd_bus_error* error) {
-  if (static_cast<StatusNotifierItem*>(data)->hosts->form().menuAtError)
+int StatusNotifierItem::activate(sd_bus_message* call, sd_bus_error* error) {
+  if (hosts->form().menuAtError)
     return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host opens the menu");
-  return click(call, data, error);
+  return click(call, error);
 }
 
-int StatusNotifierItem::click(sd_bus_message* call, void* data, sd_bus_error*) {
-  auto& self = *static_cast<StatusNotifierItem*>(data);
-  self.parts.queue.async(self.parts.onClick);
+int StatusNotifierItem::click(sd_bus_message* call, sd_bus_error*) {
+  parts.queue.async(parts.onClick);
   return sd_bus_reply_method_return(call, "");
 }
 
-int StatusNotifierItem::provideToken(sd_bus_message* call, void* data, sd_bus_error*) {
+int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error*) {
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
-  const auto& self = *static_cast<StatusNotifierItem*>(data);
-  if (self.parts.onToken) self.parts.onToken(given);
+  if (parts.onToken) parts.onToken(given);
   return sd_bus_reply_method_return(call, "");
 }
 
-int StatusNotifierItem::ignore(sd_bus_message* call, void*, sd_bus_error*) {
+int StatusNotifierItem::ignore(sd_bus_message* call, sd_bus_error*) {
   return sd_bus_reply_method_return(call, "");
 }
 

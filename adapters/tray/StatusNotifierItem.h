@@ -52,14 +52,14 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   void registerWithWatcher();
   void formChanged();
   std::string iconName() const;
-  static int registered(sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int hostRegistered(sd_bus_message* signal, void* self, sd_bus_error* error);
+  void registered(sd_bus_message* reply);
+  void hostRegistered(sd_bus_message* signal);
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
-  static int activate(sd_bus_message* call, void* self, sd_bus_error* error);
-  static int click(sd_bus_message* call, void* self, sd_bus_error* error);
-  static int provideToken(sd_bus_message* call, void* self, sd_bus_error* error);
-  static int ignore(sd_bus_message* call, void* self, sd_bus_error* error);
+  int activate(sd_bus_message* call, sd_bus_error* error);
+  int click(sd_bus_message* call, sd_bus_error* error);
+  int provideToken(sd_bus_message* call, sd_bus_error* error);
+  int ignore(sd_bus_message* call, sd_bus_error* error);
   static const sd_bus_vtable interface[];
 
   const TrayParts parts;

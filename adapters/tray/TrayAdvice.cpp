@@ -47,25 +47,23 @@ void TrayAdvice::look() {
   }
   sd_bus_message_set_auto_start(call.get(), 0);
   sd_bus_message_append(call.get(), "ss", watcherName, "IsStatusNotifierHostRegistered");
-  sd_bus_call_async(bus, Into(question), call.get(), &answered, this, 0);
+  sd_bus_call_async(bus, Into(question), call.get(), &handler<&TrayAdvice::answered>, this, 0);
 }
 
-int TrayAdvice::answered(sd_bus_message* reply, void* data, sd_bus_error*) {
-  auto& self = *static_cast<TrayAdvice*>(data);
+void TrayAdvice::answered(sd_bus_message* reply) {
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
-  if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT)) return 0;
-  self.unanswered = 0;
-  self.timer.reset();
+  if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT)) return;
+  unanswered = 0;
+  timer.reset();
   int there = 0;
   const bool hasNoHost =
       failure == nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
   if (hasNoHost ||
       sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
-    self.trayMissing();
-  } else if (self.advised) {
-    self.notifications.withdraw(advice.identifier);
+    trayMissing();
+  } else if (advised) {
+    notifications.withdraw(advice.identifier);
   }
-  return 0;
 }
 
 void TrayAdvice::trayChanged() {

@@ -31,7 +31,7 @@ class TrayAdvice final : public BusClient {
   void lookAfter(Seconds delay);
   void look();
   void trayMissing();
-  static int answered(sd_bus_message* reply, void* self, sd_bus_error* error);
+  void answered(sd_bus_message* reply);
 
   Timers& timers;
   Notifications& notifications;
