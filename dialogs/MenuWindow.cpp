@@ -45,157 +45,144 @@ QKeySequence keysOf(const MenuItem& item) {
 /// The user's next key press would then choose that row by mistake.
 class MenuRow final : public QPushButton {
  public:
-  explicit MenuRow(int itemId);
+  explicit MenuRow(int itemId) : id(itemId) {
+    // If no button has the focus, Return presses the first auto-default button of a QDialog. So no row may be
+    // such a button.
+    setAutoDefault(false);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+  }
 
   const int id;
 
   /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
   /// is painted in bold, as the heading of its section. `keyWidth` is the width of the menu's widest
   /// shortcut, in pixels.
-  void setItem(const MenuItem& item, bool beginsSection, int keyWidth);
+  void setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
+    const bool isLabel = !item.isSeparator && !item.enabled && item.action.empty();
+    accessibleRole = item.isSeparator ? QAccessible::Separator
+                     : isLabel        ? QAccessible::StaticText
+                     : item.checked   ? QAccessible::CheckBox
+                                      : QAccessible::PushButton;
+    wholeTitle = QString::fromStdString(displayRow(item.title));
+    keyRoom = keyWidth;
+    QFont font;
+    font.setWeight(isLabel && beginsSection ? QFont::DemiBold : QFont::Normal);
+    setFont(font);
+    setAccessibleName(wholeTitle);
+    setText(withoutMnemonics(wholeTitle));
+    // Set the shortcut after the text, because setText removes it.
+    setShortcut(keysOf(item));
+    setCheckable(item.checked.has_value());
+    setChecked(item.checked.value_or(false));
+    choosable = item.enabled && !item.isSeparator;
+    setFocusPolicy(choosable ? Qt::StrongFocus : Qt::NoFocus);
+    updateToolTip();
+    updateGeometry();
+    update();
+  }
 
   bool isChoosable() const { return choosable; }
 
   /// Returns the role that screen readers announce: separator, text, check box or push button.
   QAccessible::Role role() const { return accessibleRole; }
 
-  QSize sizeHint() const override;
+  QSize sizeHint() const override {
+    QStyleOptionMenuItem measured = option();
+    if (measured.menuItemType == QStyleOptionMenuItem::Separator) return {0, pixels(separatorHeight)};
+    const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
+    // Put the title into `text` too, because the style Breeze measures `text` and ignores `content`.
+    measured.text.prepend(withoutMnemonics(wholeTitle));
+    // Some styles add reservedShortcutWidth to the width of the row, others do not. So set it to 0 for the
+    // style, and add it to the style's result below.
+    const int keys = std::exchange(measured.reservedShortcutWidth, 0);
+    return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
+           QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
+  }
+
   QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
 
  protected:
   void nextCheckState() override {}
-  void keyPressEvent(QKeyEvent* event) override;
-  void enterEvent(QEnterEvent* event) override;
-  void paintEvent(QPaintEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
+
+  void keyPressEvent(QKeyEvent* event) override {
+    switch (event->key()) {
+      case Qt::Key_Return:
+      case Qt::Key_Enter:
+        return click();
+      case Qt::Key_Space:
+        return QPushButton::keyPressEvent(event);
+      default:
+        // Pass the other keys directly to the window: the scroll area would handle the arrow keys itself.
+        QCoreApplication::sendEvent(window(), event);
+    }
+  }
+
+  void enterEvent(QEnterEvent* event) override {
+    QPushButton::enterEvent(event);
+    if (choosable && isActiveWindow()) setFocus(Qt::MouseFocusReason);
+  }
+
+  void paintEvent(QPaintEvent*) override {
+    QStyleOptionMenuItem drawn = option();
+    drawn.text.prepend(withoutMnemonics(elidedTitle()));
+    QPainter painter(this);
+    style()->drawControl(QStyle::CE_MenuItem, &drawn, &painter, this);
+  }
+
+  void resizeEvent(QResizeEvent* event) override {
+    QPushButton::resizeEvent(event);
+    updateToolTip();
+  }
 
  private:
-  QStyleOptionMenuItem option() const;
-  QString elidedTitle() const;
-  void updateToolTip();
+  /// Returns the style options of the row. Their `text` lacks the title: the caller prepends the whole title
+  /// or a shortened one. For a row with a shortcut, `text` is a tab and the shortcut, because widget styles
+  /// right-align the part after a tab.
+  QStyleOptionMenuItem option() const {
+    QStyleOptionMenuItem made;
+    made.initFrom(this);
+    made.menuItemType = accessibleRole == QAccessible::Separator ? QStyleOptionMenuItem::Separator
+                                                                 : QStyleOptionMenuItem::Normal;
+    made.menuHasCheckableItems = true;
+    made.maxIconWidth = 0;
+    made.menuRect = rect();
+    made.font = font();
+    if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
+    made.checked = isChecked();
+    const QColor color = colorFor(choosable ? TextColor::primary : TextColor::secondary, palette());
+    // Set all three roles, because a style may take the text colour from any of them.
+    for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+      made.palette.setColor(role, color);
+    made.state.setFlag(QStyle::State_Selected, hasFocus() && choosable);
+    made.state.setFlag(QStyle::State_Sunken, isDown() && choosable);
+    if (!shortcut().isEmpty()) {
+      made.reservedShortcutWidth = keyRoom;
+      made.text = QLatin1Char('\t') + shortcut().toString(QKeySequence::NativeText);
+    }
+    return made;
+  }
+
+  /// Returns the title, shortened with "…" to the width that the style leaves for the title.
+  QString elidedTitle() const {
+    // sizeHint() is the size of the row with the whole title.
+    const int missing = sizeHint().width() - width();
+    if (missing <= 0) return wholeTitle;
+    const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
+    return fontMetrics().elidedText(wholeTitle, Qt::ElideRight, std::max(0, whole - missing));
+  }
+
+  /// If the row shows a shortened title, sets the whole title as tool tip. Converts the whole title to HTML,
+  /// because QToolTip would take some plain titles for HTML.
+  void updateToolTip() {
+    setToolTip(elidedTitle() == wholeTitle ? QString()
+                                           : Qt::convertFromPlainText(wholeTitle, Qt::WhiteSpaceNormal));
+  }
 
   bool choosable = false;
   QAccessible::Role accessibleRole = QAccessible::StaticText;
   QString wholeTitle;
   int keyRoom = 0;
 };
-
-MenuRow::MenuRow(int itemId) : id(itemId) {
-  // If no button has the focus, Return presses the first auto-default button of a QDialog. So no row may be
-  // such a button.
-  setAutoDefault(false);
-  setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-}
-
-void MenuRow::setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
-  const bool isLabel = !item.isSeparator && !item.enabled && item.action.empty();
-  accessibleRole = item.isSeparator ? QAccessible::Separator
-                   : isLabel        ? QAccessible::StaticText
-                   : item.checked   ? QAccessible::CheckBox
-                                    : QAccessible::PushButton;
-  wholeTitle = QString::fromStdString(displayRow(item.title));
-  keyRoom = keyWidth;
-  QFont font;
-  font.setWeight(isLabel && beginsSection ? QFont::DemiBold : QFont::Normal);
-  setFont(font);
-  setAccessibleName(wholeTitle);
-  setText(withoutMnemonics(wholeTitle));
-  // Set the shortcut after the text, because setText removes it.
-  setShortcut(keysOf(item));
-  setCheckable(item.checked.has_value());
-  setChecked(item.checked.value_or(false));
-  choosable = item.enabled && !item.isSeparator;
-  setFocusPolicy(choosable ? Qt::StrongFocus : Qt::NoFocus);
-  updateToolTip();
-  updateGeometry();
-  update();
-}
-
-/// Returns the style options of the row. Their `text` lacks the title: the caller prepends the whole title or
-/// a shortened one. For a row with a shortcut, `text` is a tab and the shortcut, because widget styles
-/// right-align the part after a tab.
-QStyleOptionMenuItem MenuRow::option() const {
-  QStyleOptionMenuItem made;
-  made.initFrom(this);
-  made.menuItemType = accessibleRole == QAccessible::Separator ? QStyleOptionMenuItem::Separator
-                                                               : QStyleOptionMenuItem::Normal;
-  made.menuHasCheckableItems = true;
-  made.maxIconWidth = 0;
-  made.menuRect = rect();
-  made.font = font();
-  if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
-  made.checked = isChecked();
-  const QColor color = colorFor(choosable ? TextColor::primary : TextColor::secondary, palette());
-  // Set all three roles, because a style may take the text colour from any of them.
-  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
-    made.palette.setColor(role, color);
-  made.state.setFlag(QStyle::State_Selected, hasFocus() && choosable);
-  made.state.setFlag(QStyle::State_Sunken, isDown() && choosable);
-  if (!shortcut().isEmpty()) {
-    made.reservedShortcutWidth = keyRoom;
-    made.text = QLatin1Char('\t') + shortcut().toString(QKeySequence::NativeText);
-  }
-  return made;
-}
-
-QSize MenuRow::sizeHint() const {
-  QStyleOptionMenuItem measured = option();
-  if (measured.menuItemType == QStyleOptionMenuItem::Separator) return {0, pixels(separatorHeight)};
-  const QSize content(fontMetrics().size(Qt::TextSingleLine, wholeTitle).width(), fontMetrics().height());
-  // Put the title into `text` too, because the style Breeze measures `text` and ignores `content`.
-  measured.text.prepend(withoutMnemonics(wholeTitle));
-  // Some styles add reservedShortcutWidth to the width of the row, others do not. So set it to 0 for the
-  // style, and add it to the style's result below.
-  const int keys = std::exchange(measured.reservedShortcutWidth, 0);
-  return style()->sizeFromContents(QStyle::CT_MenuItem, &measured, content, this) +
-         QSize(keys > 0 ? keys + pixels(beforeKeys) : 0, 0);
-}
-
-/// Returns the title, shortened with "…" to the width that the style leaves for the title.
-QString MenuRow::elidedTitle() const {
-  // sizeHint() is the size of the row with the whole title.
-  const int missing = sizeHint().width() - width();
-  if (missing <= 0) return wholeTitle;
-  const int whole = fontMetrics().size(Qt::TextSingleLine, wholeTitle).width();
-  return fontMetrics().elidedText(wholeTitle, Qt::ElideRight, std::max(0, whole - missing));
-}
-
-void MenuRow::keyPressEvent(QKeyEvent* event) {
-  switch (event->key()) {
-    case Qt::Key_Return:
-    case Qt::Key_Enter:
-      return click();
-    case Qt::Key_Space:
-      return QPushButton::keyPressEvent(event);
-    default:
-      // Pass the other keys directly to the window: the scroll area would handle the arrow keys itself.
-      QCoreApplication::sendEvent(window(), event);
-  }
-}
-
-void MenuRow::enterEvent(QEnterEvent* event) {
-  QPushButton::enterEvent(event);
-  if (choosable && isActiveWindow()) setFocus(Qt::MouseFocusReason);
-}
-
-void MenuRow::paintEvent(QPaintEvent*) {
-  QStyleOptionMenuItem drawn = option();
-  drawn.text.prepend(withoutMnemonics(elidedTitle()));
-  QPainter painter(this);
-  style()->drawControl(QStyle::CE_MenuItem, &drawn, &painter, this);
-}
-
-void MenuRow::resizeEvent(QResizeEvent* event) {
-  QPushButton::resizeEvent(event);
-  updateToolTip();
-}
-
-/// If the row shows a shortened title, sets the whole title as tool tip. Converts the whole title to HTML,
-/// because QToolTip would take some plain titles for HTML.
-void MenuRow::updateToolTip() {
-  setToolTip(elidedTitle() == wholeTitle ? QString()
-                                         : Qt::convertFromPlainText(wholeTitle, Qt::WhiteSpaceNormal));
-}
 
 namespace {
 
