@@ -51,7 +51,7 @@ Seconds NetworkDecision::reportDue() const {
   const bool differs = current->path != reported->path;
   const bool isLoss = differs && !current->path.satisfied;
   const auto& times = differs ? changes : reports;
-  const bool flaps = times.size() == manyReports && times.back() - times.front() < timing.memory;
+  const bool flaps = times.size() == manyReports && currentSince - times.front() < timing.memory;
   if (!flaps) return currentSince + (isLoss ? timing.loss : Seconds{0});
   return (isLoss ? std::max(currentSince, times.back()) : times.back()) + timing.rest;
 }

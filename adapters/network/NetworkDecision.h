@@ -24,7 +24,7 @@ struct RoutedPath {
 struct PathTiming {
   Seconds burst{0.25};   ///< delay from the first kernel message of a burst to the route lookup
   Seconds loss{2.0};     ///< how long a loss of the network lasts before it is reported
-  Seconds memory{60.0};  ///< the network flaps when the last `manyReports` reports came within this time
+  Seconds memory{60.0};  ///< the network flaps if `manyReports` reports came within this time before a change
   Seconds rest{10.0};    ///< least time from one report to the next while the network flaps
 };
 
@@ -36,10 +36,10 @@ struct PathTiming {
 /// once, but the loss of the network only after it has lasted `loss`. After a shorter loss or a resume from
 /// suspend, the path is reported even if it is the same as before, because open connections may be broken.
 ///
-/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory`. While it
-/// flaps, `rest` must pass between two reports, and a loss is reported only after it has lasted `rest`.
-/// Reports of an unchanged path do not delay the report of a changed path: for that report, only the earlier
-/// reports of a changed path count.
+/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory` before the
+/// present change. While it flaps, `rest` must pass between two reports, and a loss is reported only after it
+/// has lasted `rest`. Reports of an unchanged path do not delay the report of a changed path: for that
+/// report, only the earlier reports of a changed path count.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
