@@ -64,6 +64,12 @@ class Run(unittest.TestCase):
         self.assertEqual(self.run_it()[0], 1)
         self.assertEqual(self.session.processes(), [])
 
+    def test_the_client_gets_the_locale_of_the_user(self):
+        write_script(self.tree / "build/release/KestruneMenuClient", 'echo "LC_ALL=${LC_ALL-unset}"')
+        for environment, printed in (({"LC_ALL": "POSIX"}, "POSIX"), ({}, "unset")):
+            _, output, _ = self.run_it(KESTRUNE_REPO_PATH="/backend", **environment)
+            self.assertTrue(output.endswith(f"\nLC_ALL={printed}\n"), output)
+
     def test_it_fails_if_another_process_listens_on_a_port(self):
         for port in (8766, 8765):
             self.listen(port)
