@@ -17,6 +17,12 @@ namespace {
 
 constexpr auto sharedFolder = "kestrune-menu-client";
 
+/// Returns `path` without slashes at its end.
+std::string withoutSlash(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
+}
+
 std::string homeFolder(const MainBundle& environment) {
   if (const auto home = environment.environmentVariable("HOME"); home && !home->empty()) return *home;
   const passwd* const user = getpwuid(getuid());
@@ -62,10 +68,8 @@ std::string takeVariable(const char* name) {
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   // Ignore an XDG base directory if its path is relative: XDG base directories must be absolute paths.
-  const auto absolute = [](std::string path) {
-    if (!path.starts_with('/')) path.clear();
-    while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-    return path;
+  const auto absolute = [](const std::string& path) {
+    return path.starts_with('/') ? withoutSlash(path) : std::string();
   };
   const auto orElse = [](const std::string& value, const std::string& otherwise) {
     return value.empty() ? otherwise : value;
@@ -74,7 +78,7 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
     return environment.environmentVariable(name).value_or("");
   };
 
-  const std::string home = homeFolder(environment);
+  const std::string home = withoutSlash(homeFolder(environment));
   UserFolders folders;
   folders.home = home;
   folders.config = orElse(absolute(variable("XDG_CONFIG_HOME")), home + "/.config");

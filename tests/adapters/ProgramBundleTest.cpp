@@ -102,6 +102,9 @@ TEST(UserFolders, RelativePathInAListIsIgnored) {
 }
 
 TEST(UserFolders, VariablesSetTheFoldersWithoutTrailingSlash) {
+  EXPECT_EQ(foldersOf({{"HOME", "/home/u//"}}).home, "/home/u");
+  EXPECT_EQ(foldersOf({{"HOME", "/home/u/"}}).config, "/home/u/.config");
+  EXPECT_EQ(foldersOf({{"HOME", "/"}}).home, "/");
   const UserFolders folders = foldersOf({{"XDG_CONFIG_HOME", "/c/"},
                                          {"XDG_STATE_HOME", "/s/"},
                                          {"XDG_RUNTIME_DIR", "/r/"},
