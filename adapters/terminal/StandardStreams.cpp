@@ -105,7 +105,7 @@ void StandardInput::discardUnfinishedLine() {
   // bytes may still be in the driver. The last read (EAGAIN) moves them into the line discipline.
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
-  if (!lines.empty()) goOn();
+  if (!lines.empty() || !input) goOn();
   if (!input) return;
   tcflush(input.get(), TCIFLUSH);
   begun = "";

@@ -187,6 +187,15 @@ TEST_F(TerminalTyping, IsKeptIfItsLineWasFinishedBefore) {
   EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
 }
 
+TEST_F(TerminalTyping, EndIsNoticedWhenTheMenuIsPrintedAtTheSameTime) {
+  type("\x04", "");
+  rig.face->printMenu();  // discards what was typed, and so reads the end of the input before the loop does
+  bool isCancelled = false;
+  rig.face->present({[] { return Alert{.messageText = "?", .informativeText = "", .buttons = {"OK"}}; },
+                     [&isCancelled](const AlertAnswer& given) { isCancelled = !given.button; }});
+  EXPECT_TRUE(comesTrue(loop, [&] { return isCancelled; }));
+}
+
 TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
   type("2", "2");
   std::optional<AlertAnswer> answer;
