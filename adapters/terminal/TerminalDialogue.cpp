@@ -127,7 +127,11 @@ TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
 std::string TerminalDialogue::question() const {
   if (!asksForField()) return "按鈕編號> ";
   const View& field = *parts[next];
-  const std::string value = displayRow(field.text);
+  // Show only the first line of the value. If .env has CR LF line ends, the value contains the lines after
+  // it, and these may hold secrets.
+  std::string_view line;
+  LineSplitter(field.text).next(line);
+  const std::string value = displayRow(line) + (line.size() < field.text.size() ? " …" : "");
   std::string present;
   if (asksForSecret()) {
     present = value.empty() ? "（未填，輸入時不顯示）" : "（已填，不顯示）";

@@ -54,6 +54,13 @@ TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
   EXPECT_EQ(dialogue.take("1").answer->fields.at("key"), "sk-secret");
 }
 
+TEST(TerminalDialogue, ShowsOnlyTheFirstLineOfAValue) {
+  // If .env has CR LF line ends, a value contains the lines after it, and these may hold secrets.
+  TerminalDialogue dialogue(form({field("url", "https://a\r\nOPENAI_API_KEY=sk-secret")}), {}, false, 0, 0);
+  dialogue.begin();
+  EXPECT_EQ(dialogue.question(), "Field url［https://a …］> ");
+}
+
 TEST(TerminalDialogue, NumbersTheButtonsInsideAfterItsOwn) {
   TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, false, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n[1] Save  [2] Cancel  [3] Show  [4] Hide  \n"), std::string::npos);
