@@ -171,6 +171,18 @@ TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   EXPECT_EQ(names(), Names{"file"});
 }
 
+TEST_F(WriteFileAtomically, IsPrivateIfTheOldGroupOrACLIsUnknown) {
+  for (const long call : {SYS_fchown, SYS_getxattr}) {
+    testing::put(path, "old", 0664);
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      refuseCall(static_cast<int>(call), EPERM);
+      say(files.writeAtomically(path, "new") ? "saved" : "not saved");
+    });
+    EXPECT_EQ(program.line(), "saved");
+    EXPECT_EQ(modeOf(path), 0600U) << call;
+  }
+}
+
 struct MakeFolders : Files {};
 
 TEST_F(MakeFolders, ExistingFoldersStay) {

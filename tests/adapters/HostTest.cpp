@@ -1,5 +1,7 @@
 #include <libintl.h>
+#include <sched.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <filesystem>
@@ -99,6 +101,27 @@ TEST_F(TerminalHost, WorksWithoutInputAsAService) {
 }
 
 namespace fs = std::filesystem;
+
+/// Returns whether this process has the pipe open that is the standard output of the process `pid`.
+bool hasOutputPipeOf(pid_t pid) {
+  const fs::path pipe = fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/1");
+  std::error_code ignored;
+  return std::ranges::any_of(fs::directory_iterator("/proc/self/fd"),
+                             [&](const auto& each) { return fs::read_symlink(each, ignored) == pipe; });
+}
+
+TEST(WholeHost, KeepsThePipeOfAServiceThatItsCommandLeavesRunning) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    const auto host = makeHost({});
+    auto child = std::move(*host->platform().processes.launch("/bin/sh", {"-c", "sleep 60 & echo $!"}));
+    while (child->isRunning()) sched_yield();
+    const pid_t service = std::stoi(child->readOutput(Seconds{0.1}));
+    child.reset();
+    say(hasOutputPipeOf(service) ? "open" : "closed");
+    kill(service, SIGKILL);
+  });
+  EXPECT_EQ(program.line(), "open");
+}
 
 /// Writes a catalogue of translated messages (.mo file), as msgfmt does.
 void writeCatalogue(const fs::path& file, std::map<std::string, std::string> messages) {

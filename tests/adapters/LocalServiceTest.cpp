@@ -175,6 +175,12 @@ TEST_F(LocalServiceTest, TokenIsSentUnchanged) {
 
 TEST_F(LocalServiceTest, TokenWithControlCharactersIsRefused) {
   answerWith(httpAnswer("."));
+TEST_F(LocalServiceTest, EmptyTokenIsSent) {
+  answerWith(httpAnswer("."));
+  EXPECT_EQ(ask(""), ".");
+  EXPECT_NE(request().find("\nAuthorization: Bearer"), std::string::npos) << request();
+}
+
   for (const std::string token : {"a\nX-Other: b", "a\rb", "a\tb", "\x1B[31m", "\x7F"}) {
     EXPECT_EQ(ask(token), std::nullopt);
   }

@@ -118,14 +118,18 @@ struct OddAgents final : LaunchAgents {
 TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {
   setAutoConnect(false);
   OddAgents agents;
-  agents.text = "agent";
   Platform platform = platformWith(machine, {.launchAgents = &agents});
   const auto alone = std::make_shared<AppDelegate>(platform);
   alone->configureStatusItem();
+  alone->performAction("toggleLaunchAtLogin");  // fails
+  EXPECT_EQ(machine.notifications.posted.size(), 0U);
+  agents.text = "agent";
   alone->performAction("toggleLaunchAtLogin");
   EXPECT_EQ(files["/agents/com.dovrel.kestrune.menuclient"], "agent");
   ASSERT_EQ(machine.notifications.posted.size(), 1U);
   EXPECT_EQ(machine.notifications.posted[0].title, "Kestrune 不會在登入時啟動");
+  EXPECT_EQ(machine.notifications.posted[0].body,
+            "這台電腦沒有安裝桌面環境，登入時沒有程式會讀取這個自動啟動項目。");
   agents.registered = true;
   alone->performAction("toggleLaunchAtLogin");
   EXPECT_EQ(machine.notifications.posted.size(), 1U);

@@ -149,6 +149,9 @@ TEST_F(LiveSessionRefresh, AsksAgainAfterFortyFiveSeconds) {
   ask();
   EXPECT_EQ(requests(), 2U);
   EXPECT_EQ(completions, 4);
+  machine.clock.suspend(Seconds{45});
+  ask();
+  EXPECT_EQ(requests(), 3U);
 }
 
 TEST_F(LiveSessionRefresh, RequestDuringAQueryCompletesAtOnce) {

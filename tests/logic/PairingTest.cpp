@@ -131,6 +131,8 @@ TEST_F(PairingDialog, IsAnErrorWithoutATokenOrAPicture) {
     EXPECT_EQ(closeWindow(), noToken);
   }
   EXPECT_TRUE(machine.images.messages.empty());
+  EXPECT_EQ(controller->makeQRCodeImage("link", 100)->width, 100);
+  machine.images.messages.clear();
   machine.images.qrCodeFails = true;
   EXPECT_EQ(controller->makeQRCodeImage("link"), nullptr);
   env() = "KESTRUNE_APP_API_TOKEN=abc";

@@ -42,6 +42,14 @@ TEST_F(Paths, RepositoryIsAboveTheLastDistFolder) {
     bundle.bundle = path;
     EXPECT_EQ(repoPath(), "/home/u/backend") << path;
   }
+  bundle.currentDirectory = "/";
+  EXPECT_EQ(repoPath(), "/");
+}
+
+TEST_F(Paths, EmptySubcommandIsPassedOn) {
+  EXPECT_EQ(
+      AppDelegate::kestruneClientCommand(""),
+      "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client  || halvask-mac-client ; }");
 }
 
 TEST_F(Paths, ControllerKeepsItsRepository) {
