@@ -12,7 +12,9 @@
 #include "adapters/children/CurlLocalService.h"
 #include "adapters/loop/SystemClock.h"
 #include "tests/rig/ComesTrue.h"
+#include "tests/rig/ForkedProgram.h"
 #include "tests/rig/NetworkNamespace.h"
+#include "tests/rig/RefusedCall.h"
 #include "tests/rig/ScopedVariable.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/VirtualTime.h"
@@ -173,14 +175,14 @@ TEST_F(LocalServiceTest, TokenIsSentUnchanged) {
   }
 }
 
-TEST_F(LocalServiceTest, TokenWithControlCharactersIsRefused) {
-  answerWith(httpAnswer("."));
 TEST_F(LocalServiceTest, EmptyTokenIsSent) {
   answerWith(httpAnswer("."));
   EXPECT_EQ(ask(""), ".");
   EXPECT_NE(request().find("\nAuthorization: Bearer"), std::string::npos) << request();
 }
 
+TEST_F(LocalServiceTest, TokenWithControlCharactersIsRefused) {
+  answerWith(httpAnswer("."));
   for (const std::string token : {"a\nX-Other: b", "a\rb", "a\tb", "\x1B[31m", "\x7F"}) {
     EXPECT_EQ(ask(token), std::nullopt);
   }
@@ -230,6 +232,18 @@ TEST_F(LocalServiceTest, MissingCurlIsReported) {
       ::testing::internal::GetCapturedStderr(),
       "KestruneMenuClient: cannot run curl: No such file or directory; the menu shows no project and no "
       "thread\n");
+}
+
+TEST_F(LocalServiceTest, RefusedMemfdIsReported) {
+  ForkedProgram program([this](const ForkedProgram::Say& say) {
+    refuseCall(SYS_memfd_create, EPERM);
+    say(ask() ? "answer" : "no answer");
+  });
+  EXPECT_EQ(program.line(), "no answer");
+  program.waitForEnd();
+  EXPECT_EQ(program.standardError(),
+            "KestruneMenuClient: cannot run curl: Operation not permitted; the menu shows no project and no "
+            "thread\n");
 }
 
 TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {
