@@ -251,10 +251,11 @@ Result<> replaceFile(const std::string& path, const std::string& contents, bool 
 
 /// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
 bool isPassing(const std::error_code& failure) {
-  // The errors from ESTALE to EHOSTUNREACH come from network file systems.
-  static constexpr int passing[] = {EMFILE,   ENFILE,    ENOMEM,    EIO,         ESTALE,
-                                    ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
-  return std::any_of(std::begin(passing), std::end(passing),
+  // EAGAIN: a file server holds a lease on the file (fcntl(2), F_SETLEASE). The errors from ESTALE to
+  // EHOSTUNREACH come from network file systems.
+  static constexpr int temporary[] = {EMFILE, ENFILE,   ENOMEM,    EIO,       EAGAIN,
+                                      ESTALE, ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
+  return std::any_of(std::begin(temporary), std::end(temporary),
                      [&](int error) { return failure == systemError(error); });
 }
 

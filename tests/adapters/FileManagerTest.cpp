@@ -93,6 +93,22 @@ struct FileManager : FileTest {
   const std::string path = folder.file(".env");
 };
 
+TEST_F(FileManager, TellsATemporaryFailureFromAnUnreadableFile) {
+  put("text");
+  for (const auto& [outcome, errors] :
+       {std::pair(ReadOutcome::passing, std::vector{EMFILE, ENFILE, ENOMEM, EIO, ESTALE, EAGAIN, ETIMEDOUT,
+                                                    EHOSTDOWN, EHOSTUNREACH}),
+        std::pair(ReadOutcome::unreadable, std::vector{EACCES, ENOENT, ELOOP, ENXIO})}) {
+    for (const int error : errors) {
+      ForkedProgram program([&](const ForkedProgram::Say& say) {
+        refuseCall(SYS_openat, error);
+        say(files.contents(path).outcome == outcome ? "right" : "wrong");
+      });
+      EXPECT_EQ(program.line(), "right") << error;
+    }
+  }
+}
+
 TEST_F(FileManager, NewFoldersHaveTheDefaultMode) {
   const mode_t before = umask(022);
   EXPECT_TRUE(files.createDirectory(folder.file("a/b")));
