@@ -39,10 +39,12 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
   if (found.outcome == ReadOutcome::passing) return {false, found.problem};
   const EnvFile old(std::move(found));
+  FileContents example;
+  if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
+  if (example.outcome == ReadOutcome::passing) return {false, example.problem};
   constexpr std::size_t limit = FileManager::sizeLimit;
-  const auto contents = old.isThere()
-                            ? old.with(values, limit)
-                            : EnvFile(files.contents(repoPath + "/.env.example")).with(values, limit);
+  const auto contents =
+      old.isThere() ? old.with(values, limit) : EnvFile(std::move(example)).with(values, limit);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
 
   const std::string previous = path + ".previous";

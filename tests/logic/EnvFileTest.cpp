@@ -189,6 +189,17 @@ TEST_F(EnvWriter, LeavesTheFileAfterATemporaryReadError) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
+TEST_F(EnvWriter, MakesNoFileAfterATemporaryReadErrorOfTheTemplate) {
+  machine.fileManager.files.clear();
+  machine.fileManager.files[templateFile] = "KEY=\nOTHER=needed";
+  machine.fileManager.whenRead = [this] {
+    if (machine.fileManager.asked.back() == templateFile)
+      machine.fileManager.readError = "Input/output error";
+  };
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, "Input/output error"}));
+  EXPECT_EQ(newCalls(), CallLog{});
+}
+
 TEST_F(EnvWriter, LeavesAFileAboveTheSizeLimit) {
   const std::string text = "KEY=old\n" + std::string(FileManager::sizeLimit - 8, '#');
   const std::string larger = text + "#";
