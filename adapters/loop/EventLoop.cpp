@@ -19,6 +19,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <span>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -33,6 +34,8 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+/// The other signals that the client handles: the end of a child, and the signals of a terminal.
+constexpr std::array otherSignals{SIGCHLD, SIGCONT, SIGWINCH};
 constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
 
 constexpr int attempts = 20;  // to start a thread
@@ -44,6 +47,14 @@ void require(int result, const char* what) {
   if (result >= 0) return;
   std::fprintf(stderr, "KestruneMenuClient: %s: %s\n", what, std::strerror(-result));
   std::_Exit(EXIT_FAILURE);
+}
+
+/// Blocks or unblocks signals in this thread. `how`: as for pthread_sigmask(3).
+void mask(int how, std::span<const int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int each : signals) sigaddset(&set, each);
+  pthread_sigmask(how, &set, nullptr);
 }
 
 using Handler = std::function<void()>;
@@ -244,11 +255,8 @@ EventLoop::EventLoop() {
   openMissingStandardStreams();
   // Block these signals before any thread starts: threads inherit the mask. If a thread did not block them,
   // the kernel could deliver a signal to that thread, and the loop would miss the signal.
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  sigaddset(&blocked, SIGCHLD);
-  for (const int each : endingSignals) sigaddset(&blocked, each);
-  pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+  mask(SIG_BLOCK, endingSignals);
+  mask(SIG_BLOCK, otherSignals);
   // Ignore these signals: by default they end the process, and the backend would not be stopped.
   for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
   // With SIGXFSZ ignored, a write beyond RLIMIT_FSIZE fails with EFBIG and does not end the process.
@@ -279,10 +287,7 @@ void EventLoop::runUntil(const std::function<bool()>& done) {
 }
 
 EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler) {
-  sigset_t mask;
-  sigemptyset(&mask);
-  sigaddset(&mask, signalNumber);
-  pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+  mask(SIG_BLOCK, {{signalNumber}});
   sd_event_source* made = nullptr;
   require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "cannot watch a signal");
   return withHandler(made, std::move(handler));

@@ -165,7 +165,7 @@ TEST_F(EventLoopAlone, WorkerThreadsBlockSignals) {
     told.set_value(mask);
   });
   const sigset_t mask = told.get_future().get();
-  for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGCHLD}) {
+  for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGCHLD, SIGCONT, SIGWINCH}) {
     EXPECT_TRUE(sigismember(&mask, each)) << sigabbrev_np(each);
   }
 }
