@@ -178,7 +178,9 @@ class LinuxHost final : public Host {
   std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
-    return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
+    const std::string client = describeClient(loop, rendezvous);
+    loop.unblockEndingSignals();  // the next call does not run the loop
+    return client + describeSession(processes, dialogsPath());
   }
 
   void endWithOutput() override {

@@ -313,6 +313,10 @@ EventSource EventLoop::onDescriptor(int descriptor, unsigned events, std::functi
   return withHandler(made, std::move(handler));
 }
 
+void EventLoop::unblockEndingSignals() {
+  mask(SIG_UNBLOCK, endingSignals);
+}
+
 void EventLoop::reap(pid_t child) {
   children.insert(child);
   reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already

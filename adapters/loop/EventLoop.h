@@ -32,7 +32,12 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Runs the loop until `done` returns true or `terminate` has been called.
   void runUntil(const std::function<bool()>& done);
 
-  /// Blocks the signal, and calls `handler` on the main thread each time the signal arrives.
+  /// From now on, SIGTERM, SIGINT, SIGHUP and SIGQUIT end the process at once. Call this before a long wait
+  /// that does not run the loop, if nothing needs to be done at the end of the process.
+  void unblockEndingSignals();
+
+  /// Blocks the signal, and calls `handler` on the main thread each time the signal arrives. If other threads
+  /// run, they must block the signal too: the constructor blocks SIGCONT and SIGWINCH for this reason.
   EventSource onSignal(int signalNumber, std::function<void()> handler);
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
   EventSource after(Seconds delay, std::function<void()> handler);

@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import socket
 import subprocess
 import unittest
@@ -163,6 +164,16 @@ class Diagnosis(StatusTest):
                 caller.send(b"\n")
                 self.assertEqual(asking.status(), 0)
         self.assertIn("  does not answer, or has another version\n", asking.output.all())
+
+    def test_an_interrupt_ends_diagnose_while_the_session_hangs(self):
+        with socket.socket(socket.AF_UNIX) as silent:
+            silent.bind(str(self.session.runtime / "silent"))
+            silent.listen()
+            self.session.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={self.session.runtime}/silent"
+            asking = self.session.start("--diagnose")
+            with silent.accept()[0]:
+                asking.send(signal.SIGINT)
+                self.assertEqual(asking.status(), -signal.SIGINT)
 
     def test_a_full_standard_output_is_an_error(self):
         for options in (["--diagnose"], ["--status"], ["--status", "--follow"], ["--help"]):
