@@ -11,7 +11,6 @@ namespace kestrune {
 
 namespace {
 
-constexpr int backlog = 16;
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of a request line
 constexpr Seconds acceptDelay{1.0};
@@ -30,7 +29,7 @@ std::error_code RequestServer::listen(const std::string& folder) {
   const std::string unfinished = folder + "/" + newSocketName;
   unlink(unfinished.c_str());
   listener = instanceSocket(folder, newSocketName, &bind);
-  if (!listener || ::listen(listener.get(), backlog) < 0 ||
+  if (!listener || ::listen(listener.get(), SOMAXCONN) < 0 ||
       rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
     const std::error_code failure = lastError();
     listener.reset();

@@ -351,7 +351,14 @@ TEST_F(RendezvousTest, PerformReturnsWhyNoClientAnswers) {
   const auto hanging = hangingClient();
   EXPECT_EQ(start()->rendezvous.ask("quit", moment), "the client that runs does not answer");
   hanging->rendezvous.announceEnd();
-  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client is about to end");
+  EXPECT_EQ(start()->rendezvous.ask("quit"), Failure{"the client is about to end"});
+}
+
+TEST_F(RendezvousTest, HangingClientIsFoundAfterManyConnections) {
+  const auto hanging = hangingClient();
+  const auto other = start();
+  for (int connection = 1; connection <= 100; ++connection)
+    ASSERT_TRUE(other->rendezvous.runningClient()) << connection;
 }
 
 struct InstanceFoldersTest : ::testing::Test {
