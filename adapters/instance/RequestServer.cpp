@@ -1,5 +1,7 @@
 #include "adapters/instance/RequestServer.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -35,13 +37,19 @@ std::error_code RequestServer::listen(const std::string& folder) {
     listener.reset();
     return failure;
   }
+  struct stat made {};
+  lstat((folder + "/" + runningSocketName).c_str(), &made);
   place = folder;
+  device = made.st_dev;
+  inode = made.st_ino;
   acceptSource = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   return {};
 }
 
 bool RequestServer::isInPlace() const {
-  return listener && access((place + "/" + runningSocketName).c_str(), F_OK) == 0;
+  struct stat there {};
+  return listener && lstat((place + "/" + runningSocketName).c_str(), &there) == 0 &&
+         there.st_dev == device && there.st_ino == inode;
 }
 
 void RequestServer::publish(StatusLine line) {

@@ -32,7 +32,7 @@ class RequestServer {
   /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
   std::error_code listen(const std::string& folder);
 
-  /// Returns whether the file of the socket still exists.
+  /// Returns whether the file that `listen` has created is still at its path.
   bool isInPlace() const;
 
   /// Sends a status line to the peers that wait for one; see StatusFeed.h.
@@ -65,6 +65,8 @@ class RequestServer {
   const Show show;
   const Perform perform;
   FileDescriptor listener;
+  dev_t device = 0;   ///< with `inode`: identifies the file of the socket
+  ino_t inode = 0;
   std::string place;  ///< the folder of the socket
   EventSource acceptSource;
   EventSource acceptTimer;  ///< for 1 s after accept4 has failed, the listening socket is not watched

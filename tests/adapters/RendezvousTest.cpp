@@ -316,6 +316,15 @@ TEST_F(RendezvousTest, ClientTakesItsPlaceBackAfterAnother) {
 TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
   Start first(loop, InstanceFolders("", state, ""));
   ASSERT_TRUE(first.claims());
+TEST_F(RendezvousTest, ClientThatLostItsPlaceLeavesTheSocketOfTheOther) {
+  const auto first = client();
+  std::filesystem::remove_all(place);
+  const auto other = client();
+  first->rendezvous.announceEnd();
+  EXPECT_TRUE(isTurnedDown());
+  EXPECT_EQ(other->shown.size(), 1U);
+}
+
   EXPECT_TRUE(std::filesystem::exists(stateSocket));
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(first.shown.size(), 1U);
