@@ -107,9 +107,12 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     const Seconds limit = waitsForEnd ? claim.endPatience : claim.answerPatience;
     const Seconds left = waitBegan + limit - present;
     if (left <= Seconds{0}) {
-      if (!waitsForEnd && !other)
-        reportOnce("another client has locked " + folders.current() + lockName +
-                   " and answers no requests: not starting");
+      if (!waitsForEnd) {
+        reportOnce(other ? "the client that runs (process " + std::to_string(peerOf(other).pid) +
+                               ") does not answer: not starting; kill it to start another one"
+                         : "another client has locked " + folders.current() + lockName +
+                               " and answers no requests: not starting");
+      }
       return waitsForEnd;
     }
     if (other && !waitsForEnd) {

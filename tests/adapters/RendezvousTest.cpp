@@ -127,7 +127,10 @@ TEST_F(RendezvousTest, StartPausesBeforeItAsksAClientThatClosesEveryConnectionAg
 
 TEST_F(RendezvousTest, StartGivesWayToAHangingClient) {
   const auto first = hangingClient();
+  const StandardErrorText errors;
   EXPECT_TRUE(isTurnedDown({.activationToken = "token", .answerPatience = moment}));
+  EXPECT_EQ(errors.text(), "KestruneMenuClient: the client that runs (process " + std::to_string(getpid()) +
+                               ") does not answer: not starting; kill it to start another one\n");
   EXPECT_TRUE(comesTrue(stopped, [&] { return !first->shown.empty(); }));
   EXPECT_EQ(first->shown, Tokens{"token"});
   EXPECT_EQ(Claim{}.answerPatience, Seconds{2});
