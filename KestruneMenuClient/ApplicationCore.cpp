@@ -37,7 +37,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   platform.launchAgents.repair(launchAgentLabel, repoPath);
   platform.statusFeed.onPerform([weak = weak_from_this()](const std::string& action) {
     const auto self = weak.lock();
-    return self ? self->performRequest(action) : "the client is about to end";
+    return self ? self->performRequest(action) : Failure{"the client is about to end"};
   });
 }
 

@@ -123,16 +123,16 @@ std::string AppDelegate::describeActions() {
   return lines;
 }
 
-std::optional<std::string> AppDelegate::performRequest(const std::string& action) {
+Result<> AppDelegate::performRequest(const std::string& action) {
   const auto isNamed = [&action](const MenuRow& row) { return row.run != nullptr && row.action == action; };
   if (std::none_of(std::begin(menuRows), std::end(menuRows), isNamed))
-    return "unknown action: " + action + "; \"--perform help\" lists all actions";
+    return Failure{"unknown action: " + action + "; \"--perform help\" lists all actions"};
   for (int number = 1; number <= lastRow; ++number) {
     if (isStatusRow(number) || !isNamed(rowAt(number))) continue;
     performAction(action);
-    return std::nullopt;
+    return Done{};
   }
-  return "no enabled menu row has this action now: " + action;
+  return Failure{"no enabled menu row has this action now: " + action};
 }
 
 }  // namespace kestrune

@@ -132,9 +132,9 @@ void tellStatus(const Request& request) {
 void perform(const std::string& action) {
   if (action == "help") answer(AppDelegate::describeActions());
   host = makeHost({});
-  const auto refusal = host->perform(action);
-  if (refusal) complain(*refusal);
-  host->leave(!refusal && print("ok\n") ? 0 : failure);
+  const auto performed = host->perform(action);
+  if (!performed) complain(performed.reason());
+  host->leave(performed && print("ok\n") ? 0 : failure);
 }
 
 void runClient() {

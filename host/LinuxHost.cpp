@@ -175,7 +175,7 @@ class LinuxHost final : public Host {
 
   Platform& platform() override { return *parts; }
 
-  std::optional<std::string> perform(const std::string& action) override { return rendezvous.ask(action); }
+  Result<> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
     const std::string client = describeClient(loop, rendezvous);

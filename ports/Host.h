@@ -25,10 +25,10 @@ class Host {
 
   virtual Platform& platform() = 0;
 
-  /// Makes the running client perform the action of a menu row, and waits for that client's answer. Returns
-  /// the reason of a failure in one line; absent on success. Call this only in a process that is not the
-  /// client, and call no other function of the host in that process except `leave`.
-  virtual std::optional<std::string> perform(const std::string& action) = 0;
+  /// Makes the running client perform the action of a menu row, and waits for that client's answer. If it
+  /// fails, the reason is one line. Call this only in a process that is not the client, and call no other
+  /// function of the host in that process except `leave`.
+  virtual Result<> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report, in lines of text without secrets. Does not
   /// activate D-Bus services. Call this only in a process that is not the client, and call no other function

@@ -18,8 +18,8 @@ struct Done {
   bool operator==(const Done&) const = default;
 };
 
-/// A value, or the reason of a failure. Every operation of a port that can fail returns a `Result`. A value
-/// that may be absent without a failure is a `std::optional` instead.
+/// A value, or the reason of a failure. A port's operation returns a `Result` if its caller uses the reason,
+/// else a `std::optional` value. An absent value never means success.
 template <typename Value = Done>
 class Result {
  public:

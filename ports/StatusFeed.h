@@ -2,8 +2,9 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
+
+#include "ports/Result.h"
 
 namespace kestrune {
 
@@ -31,10 +32,9 @@ class StatusFeed {
   virtual StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                        std::function<void()> onAbsence) = 0;
 
-  /// Sets the function that performs the action of a menu row when another program requests it. The function
-  /// returns one line that says why it failed; absent on success. Requests that come before this call are
-  /// refused.
-  virtual void onPerform(std::function<std::optional<std::string>(const std::string& action)> perform) = 0;
+  /// Sets the function that performs the action of a menu row when another program requests it. If it fails,
+  /// the reason is one line. Requests that come before this call are refused.
+  virtual void onPerform(std::function<Result<>(const std::string& action)> perform) = 0;
 };
 
 }  // namespace kestrune

@@ -78,7 +78,7 @@ Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
       folders(std::move(givenFolders)),
       lock(passedOnLock()),
       server(givenLoop, std::move(onShow), [this](const std::string& action) {
-        return perform ? perform(action) : "the client has not started yet";
+        return perform ? perform(action) : Failure{"the client has not started yet"};
       }) {}
 
 bool Rendezvous::claim(const Claim& claim) {
@@ -138,17 +138,18 @@ void Rendezvous::passOn() const {
   setenv(passedOnVariable, std::to_string(lock.get()).c_str(), 1);
 }
 
-std::optional<std::string> Rendezvous::ask(const std::string& action, Seconds limit) {
-  if (!isLine(action)) return "an action is one word";
+Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
+  if (!isLine(action)) return Failure{"an action is one word"};
   const FileDescriptor client = folders.connect(runningSocketName);
-  if (!client) return folders.connect(endingSocketName) ? "the client is about to end" : "no client runs";
+  if (!client)
+    return Failure{folders.connect(endingSocketName) ? "the client is about to end" : "no client runs"};
   sendLine(client, "perform " + action);
   std::string answer;
   if (waitForAnswer(loop, client, limit, answer) != Heard::answer)
-    return "the client that runs does not answer";
-  if (answer == "ok\n") return std::nullopt;
+    return Failure{"the client that runs does not answer"};
+  if (answer == "ok\n") return Done{};
   answer.pop_back();
-  return answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer;
+  return Failure{answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer};
 }
 
 std::optional<pid_t> Rendezvous::runningClient() const {
@@ -203,7 +204,7 @@ void Rendezvous::takePlace() {
   }
 }
 
-void Rendezvous::onPerform(std::function<std::optional<std::string>(const std::string&)> givenPerform) {
+void Rendezvous::onPerform(std::function<Result<>(const std::string&)> givenPerform) {
   perform = std::move(givenPerform);
 }
 

@@ -53,8 +53,8 @@ class Rendezvous final : public StatusFeed {
   void passOn() const;
 
   /// Asks the running client to perform the action of a menu row. Runs the loop until the client answers, at
-  /// most for `limit`. Returns one line that says why the action was not performed; absent on success.
-  std::optional<std::string> ask(const std::string& action, Seconds limit = Seconds{2.0});
+  /// most for `limit`. If the action was not performed, the reason is one line.
+  Result<> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
   std::optional<pid_t> runningClient() const;
 
@@ -64,7 +64,7 @@ class Rendezvous final : public StatusFeed {
 
   StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                std::function<void()> onAbsence) override;
-  void onPerform(std::function<std::optional<std::string>(const std::string&)> perform) override;
+  void onPerform(std::function<Result<>(const std::string&)> perform) override;
 
  private:
   /// Decides whether this process becomes the client. Looks for another client again and again, until there
@@ -78,7 +78,7 @@ class Rendezvous final : public StatusFeed {
   const InstanceFolders folders;
   FileDescriptor lock;
   std::string place;  ///< the folder of the lock file
-  std::function<std::optional<std::string>(const std::string&)> perform;
+  std::function<Result<>(const std::string&)> perform;
   RequestServer server;
   bool isClient = false;
 };

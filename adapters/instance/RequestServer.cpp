@@ -112,8 +112,8 @@ void RequestServer::answer(Peer& peer, const std::string& line) {
     show(argument);
     tell(peer, "ok");
   } else if (request == "perform") {
-    const auto problem = perform(argument);
-    tell(peer, problem ? "error " + *problem : "ok");
+    const Result<> performed = perform(argument);
+    tell(peer, performed ? "ok" : "error " + performed.reason());
   } else {
     tell(peer, "error unknown request");
   }

@@ -24,8 +24,7 @@ namespace kestrune {
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;
-  /// Performs an action. Returns why the action cannot be performed; absent when it was performed.
-  using Perform = std::function<std::optional<std::string>(const std::string& action)>;
+  using Perform = std::function<Result<>(const std::string& action)>;
 
   RequestServer(EventLoop& loop, Show show, Perform perform);
 
@@ -65,9 +64,9 @@ class RequestServer {
   const Show show;
   const Perform perform;
   FileDescriptor listener;
+  std::string place;  ///< the folder of the socket
   dev_t device = 0;   ///< with `inode`: identifies the file of the socket
   ino_t inode = 0;
-  std::string place;  ///< the folder of the socket
   EventSource acceptSource;
   EventSource acceptTimer;  ///< for 1 s after accept4 has failed, the listening socket is not watched
   std::list<Peer> peers;

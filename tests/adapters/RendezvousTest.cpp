@@ -316,9 +316,6 @@ TEST_F(RendezvousTest, ClientTakesItsPlaceBackAfterAnother) {
   EXPECT_EQ(first->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
-  Start first(loop, InstanceFolders("", state, ""));
-  ASSERT_TRUE(first.claims());
 TEST_F(RendezvousTest, ClientThatLostItsPlaceLeavesTheSocketOfTheOther) {
   const auto first = client();
   std::filesystem::remove_all(place);
@@ -328,6 +325,9 @@ TEST_F(RendezvousTest, ClientThatLostItsPlaceLeavesTheSocketOfTheOther) {
   EXPECT_EQ(other->shown.size(), 1U);
 }
 
+TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
+  Start first(loop, InstanceFolders("", state, ""));
+  ASSERT_TRUE(first.claims());
   EXPECT_TRUE(std::filesystem::exists(stateSocket));
   EXPECT_TRUE(isTurnedDown());
   EXPECT_EQ(first.shown.size(), 1U);
@@ -345,23 +345,23 @@ TEST_F(RendezvousTest, ClientMovesToTheStateFolderWhenTheRuntimeFolderVanishes) 
 
 TEST_F(RendezvousTest, PerformReturnsTheAnswerOfTheClient) {
   const auto first = client();
-  EXPECT_EQ(start()->rendezvous.ask("quit"), "the client has not started yet");
+  EXPECT_EQ(start()->rendezvous.ask("quit"), Failure{"the client has not started yet"});
   Tokens performed;
-  first->rendezvous.onPerform([&](const std::string& action) -> std::optional<std::string> {
+  first->rendezvous.onPerform([&](const std::string& action) -> Result<> {
     performed.push_back(action);
-    if (action == "quit") return std::nullopt;
-    return "unknown action: " + action;
+    if (action == "quit") return Done{};
+    return Failure{"unknown action: " + action};
   });
-  EXPECT_EQ(start()->rendezvous.ask("quit"), std::nullopt);
-  EXPECT_EQ(start()->rendezvous.ask("fly away"), "unknown action: fly away");
-  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"), "an action is one word");
+  EXPECT_EQ(start()->rendezvous.ask("quit"), Result<>(Done{}));
+  EXPECT_EQ(start()->rendezvous.ask("fly away"), Failure{"unknown action: fly away"});
+  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"), Failure{"an action is one word"});
   EXPECT_EQ(performed, (Tokens{"quit", "fly away"}));
 }
 
 TEST_F(RendezvousTest, PerformReturnsWhyNoClientAnswers) {
-  EXPECT_EQ(start()->rendezvous.ask("quit"), "no client runs");
+  EXPECT_EQ(start()->rendezvous.ask("quit"), Failure{"no client runs"});
   const auto hanging = hangingClient();
-  EXPECT_EQ(start()->rendezvous.ask("quit", moment), "the client that runs does not answer");
+  EXPECT_EQ(start()->rendezvous.ask("quit", moment), Failure{"the client that runs does not answer"});
   hanging->rendezvous.announceEnd();
   EXPECT_EQ(start()->rendezvous.ask("quit"), Failure{"the client is about to end"});
 }

@@ -35,11 +35,11 @@ struct RequestServerTest : ::testing::Test, Instances {
   std::vector<std::string> asked;
   std::function<void()> whilePerforming;
   RequestServer server{loop, [this](const std::string& token) { asked.push_back("show:" + token); },
-                       [this](const std::string& action) -> std::optional<std::string> {
+                       [this](const std::string& action) -> Result<> {
                          asked.push_back("perform:" + action);
                          if (whilePerforming) whilePerforming();
-                         if (action == "quit") return std::nullopt;
-                         return "no such row";
+                         if (action == "quit") return Done{};
+                         return Failure{"no such row"};
                        }};
 };
 

@@ -37,9 +37,9 @@ struct RequestedCommands : ControllerTest {
     startUp();
   }
   std::string refusal(const std::string& action) {
-    const auto problem = machine.statusFeed.perform(action);
+    const Result<> performed = machine.statusFeed.perform(action);
     machine.loop.settle();
-    return problem.value_or("");
+    return performed ? "" : performed.reason();
   }
 };
 
@@ -90,7 +90,7 @@ TEST_F(RequestedCommands, RefuseDisabledRows) {
   EXPECT_EQ(refusal("refreshNow"), "no enabled menu row has this action now: refreshNow");
   controller->reconnectServices(false);
   machine.loop.runMain();
-  EXPECT_NE(machine.statusFeed.perform("stopConnection"), std::nullopt);
+  EXPECT_FALSE(machine.statusFeed.perform("stopConnection"));
   machine.loop.settle();
   setAutoConnect(false);
   EXPECT_EQ(stops(), 0U);

@@ -41,16 +41,14 @@ struct FakeStatusFeed final : StatusFeed {
   void publish(StatusLine line) override;
   StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                std::function<void()> onAbsence) override;
-  void onPerform(std::function<std::optional<std::string>(const std::string&)> given) override {
-    perform = std::move(given);
-  }
+  void onPerform(std::function<Result<>(const std::string&)> given) override { perform = std::move(given); }
   /// Pretends that the running client has ended. Tells all `subscribers` that no client runs.
   void end();
 
   DispatchQueue& queue;
   std::vector<std::string> lines;  ///< the published lines, without those that equal the previous line
   bool runs = false;               ///< whether a client runs
-  std::function<std::optional<std::string>(const std::string&)> perform;
+  std::function<Result<>(const std::string&)> perform;
 
  private:
   void tell(std::optional<std::string> line);
