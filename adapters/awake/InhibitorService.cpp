@@ -34,7 +34,7 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
 }
 
 InhibitorService::~InhibitorService() {
-  for (const auto& [holder, grant] : grants) giveBack(grant);
+  for (const auto& [holder, grant] : grants) release(grant);
 }
 
 bool InhibitorService::isPresent() const {
@@ -73,7 +73,7 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
   return false;
 }
 
-/// Called when `call` has timed out. Stores `grant`, so that `answered` can give the inhibitor back if the
+/// Called when `call` has timed out. Stores `grant`, so that `answered` can release the inhibitor if the
 /// service grants it later.
 void InhibitorService::expectLateGrant(sd_bus_message* call, Grant grant) {
   std::uint64_t serial = 0;
@@ -82,10 +82,10 @@ void InhibitorService::expectLateGrant(sd_bus_message* call, Grant grant) {
   if (lateGrants.size() > lateGrantLimit) lateGrants.erase(lateGrants.begin());
 }
 
-void InhibitorService::giveBack(std::uint32_t holder) {
+void InhibitorService::release(std::uint32_t holder) {
   const auto found = grants.find(holder);
   if (found == grants.end()) return;
-  giveBack(found->second);
+  release(found->second);
   grants.erase(found);
 }
 
@@ -130,13 +130,13 @@ int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {
   if (!isFromBusDaemon(message) && (sender == nullptr || found->second.owner != sender)) return 0;
   Grant grant = std::move(found->second);
   lateGrants.erase(found);
-  if (read(message, grant)) giveBack(grant);
+  if (read(message, grant)) release(grant);
   return 1;
 }
 
 /// Reads the cookie or the descriptor in the service's reply into `grant`. Returns false for an error reply.
 bool InhibitorService::read(sd_bus_message* reply, Grant& grant) const {
-  if (protocol.giveBackMethod != nullptr) return sd_bus_message_read(reply, "u", &grant.cookie) > 0;
+  if (protocol.releaseMethod != nullptr) return sd_bus_message_read(reply, "u", &grant.cookie) > 0;
   int descriptor = -1;
   if (sd_bus_message_read(reply, "h", &descriptor) <= 0) return false;
   // Duplicate the received descriptor (SCM_RIGHTS): the message owns the original, and will close it.
@@ -146,10 +146,10 @@ bool InhibitorService::read(sd_bus_message* reply, Grant& grant) const {
 
 /// Releases an inhibitor that has a cookie. Calls the unique name of the process that granted it, because no
 /// other process knows the cookie. An inhibitor without a cookie ends when its descriptor is closed.
-void InhibitorService::giveBack(const Grant& grant) const {
-  if (protocol.giveBackMethod == nullptr || bus == nullptr) return;
+void InhibitorService::release(const Grant& grant) const {
+  if (protocol.releaseMethod == nullptr || bus == nullptr) return;
   sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,
-                           protocol.giveBackMethod, nullptr, nullptr, "u", grant.cookie);
+                           protocol.releaseMethod, nullptr, nullptr, "u", grant.cookie);
 }
 
 }  // namespace kestrune

@@ -20,12 +20,12 @@ struct InhibitorProtocol {
   std::vector<const char*> paths;
   /// The method that releases an inhibitor by its cookie. Null for a service that grants a descriptor instead
   /// of a cookie: closing the descriptor releases the inhibitor.
-  const char* giveBackMethod;
+  const char* releaseMethod;
   int (*appendArguments)(sd_bus_message* call, const char* reason);
 };
 
 /// A client of a service that grants idle inhibitors. Keeps the inhibitors that the service has granted.
-/// Never makes the bus daemon start the service. The destructor gives all inhibitors back. Main thread.
+/// Never makes the bus daemon start the service. The destructor releases all inhibitors. Main thread.
 class InhibitorService final : public BusClient {
  public:
   /// `connection` and `clock` must outlive this object.
@@ -41,8 +41,8 @@ class InhibitorService final : public BusClient {
   /// `isPresent` is false. After a timeout, returns false at once for a minute, or until the service
   /// restarts.
   bool inhibit(std::uint32_t holder, const std::string& reason);
-  /// Gives back the inhibitor of `holder`, if any.
-  void giveBack(std::uint32_t holder);
+  /// Releases the inhibitor of `holder`, if any.
+  void release(std::uint32_t holder);
   /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now. When
   /// the bus connection is lost, all inhibitors are lost too.
   bool holds(std::uint32_t holder) const;
@@ -62,7 +62,7 @@ class InhibitorService final : public BusClient {
   bool mayBeAsked() const;
   void expectLateGrant(sd_bus_message* call, Grant grant);
   bool read(sd_bus_message* reply, Grant& grant) const;
-  void giveBack(const Grant& grant) const;
+  void release(const Grant& grant) const;
   void ownerChanged();
   int answered(sd_bus_message* message, sd_bus_error* error);
 
@@ -74,7 +74,7 @@ class InhibitorService final : public BusClient {
   Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
   Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
   std::map<std::uint32_t, Grant> grants;  ///< key: holder
-  /// Requests that timed out. If the service grants one later, `answered` gives the inhibitor back. Key:
+  /// Requests that timed out. If the service grants one later, `answered` releases the inhibitor. Key:
   /// serial number of the call.
   std::map<std::uint64_t, Grant> lateGrants;
   BusSlot answers;

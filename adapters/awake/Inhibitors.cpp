@@ -16,7 +16,7 @@ const InhibitorProtocol gnomeSessionManager{
     .name = "org.gnome.SessionManager",
     .interface = "org.gnome.SessionManager",
     .paths = {"/org/gnome/SessionManager"},
-    .giveBackMethod = "Uninhibit",
+    .releaseMethod = "Uninhibit",
     .appendArguments =
         [](sd_bus_message* call, const char* reason) {
           constexpr std::uint32_t noWindow = 0, idle = 8;
@@ -28,7 +28,7 @@ const InhibitorProtocol freedesktopScreenSaver{
     .name = "org.freedesktop.ScreenSaver",
     .interface = "org.freedesktop.ScreenSaver",
     .paths = {"/org/freedesktop/ScreenSaver", "/ScreenSaver"},
-    .giveBackMethod = "UnInhibit",
+    .releaseMethod = "UnInhibit",
     .appendArguments = &appendNameAndReason,
 };
 
@@ -36,7 +36,7 @@ const InhibitorProtocol freedesktopPowerManagement{
     .name = "org.freedesktop.PowerManagement",
     .interface = "org.freedesktop.PowerManagement.Inhibit",
     .paths = {"/org/freedesktop/PowerManagement/Inhibit"},
-    .giveBackMethod = "UnInhibit",
+    .releaseMethod = "UnInhibit",
     .appendArguments = &appendNameAndReason,
 };
 
@@ -44,7 +44,7 @@ const InhibitorProtocol logind{
     .name = "org.freedesktop.login1",
     .interface = "org.freedesktop.login1.Manager",
     .paths = {"/org/freedesktop/login1"},
-    .giveBackMethod = nullptr,
+    .releaseMethod = nullptr,
     .appendArguments =
         [](sd_bus_message* call, const char* reason) {
           return sd_bus_message_append(call, "ssss", "idle", applicationName, reason, "block");
@@ -79,7 +79,7 @@ bool Inhibitors::isHeld(std::uint32_t identifier) {
 void Inhibitors::release(std::uint32_t identifier) {
   if (assertions.erase(identifier) == 0) return;
   for (auto* const service : {&sessionManager, &screenSaver, &powerManagement, &login})
-    service->giveBack(identifier);
+    service->release(identifier);
 }
 
 /// Returns the running services that must each grant an inhibitor for an assertion of this type.

@@ -20,7 +20,7 @@ namespace kestrune {
 /// `create` blocks for at most 250 ms for each service (`InhibitorService::inhibit`).
 class Inhibitors final : public PowerAssertions {
  public:
-  /// The buses and the clock must outlive this object. The destructor gives back all inhibitors.
+  /// The buses and the clock must outlive this object. The destructor releases all inhibitors.
   Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock);
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
