@@ -200,8 +200,8 @@ class LinuxHost final : public Host {
   [[noreturn]] void leave(int status) override {
     std::fflush(nullptr);
     if (workspace.replacesThisProcess()) {
-      if (terminal) terminal->giveBackInput();
-      rendezvous.passOn();
+      if (terminal) terminal->restoreInput();
+      rendezvous.keepLockAcrossExec();
       workspace.replaceThisProcess();
       status = EXIT_FAILURE;
     }

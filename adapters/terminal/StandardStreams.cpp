@@ -66,7 +66,7 @@ StandardInput::StandardInput(EventLoop& givenLoop)
   std::signal(SIGTTOU, SIG_IGN);
 }
 
-void StandardInput::giveBack() const {
+void StandardInput::restore() const {
   if (input) dup2(input.get(), STDIN_FILENO);
 }
 

@@ -50,7 +50,7 @@ class StandardInput {
 
   /// Undoes the replacement of standard input by "/dev/null". To be called before execve, so that the new
   /// program can read standard input.
-  void giveBack() const;
+  void restore() const;
 
   bool isTerminal() const { return terminal; }
 

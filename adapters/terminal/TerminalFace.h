@@ -42,7 +42,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// Makes descriptor 0 the standard input again, for the program that execve starts. Since the constructor,
   /// this object reads the input through another descriptor, and descriptor 0 is "/dev/null". Call this just
   /// before execve.
-  void giveBackInput() const { input.giveBack(); }
+  void restoreInput() const { input.restore(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new
   /// prompt does not show it. Text that is being typed into an open alert is kept.

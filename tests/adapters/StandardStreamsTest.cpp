@@ -65,7 +65,7 @@ TEST_F(StandardInputOn, APipeIsGivenBackToWhoeverTakesOver) {
   put(pipe.writing, "for the next\n");
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const StandardStreams streams(nothing.get(), STDERR_FILENO);
-  input->giveBack();
+  input->restore();
   char buffer[64];
   const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
   ASSERT_GT(count, 0);
