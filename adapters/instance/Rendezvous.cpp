@@ -20,8 +20,9 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// The environment variable with the descriptor number of the lock file that `passOn` left open across exec.
-constexpr auto passedOnVariable = "KESTRUNE_MENU_CLIENT_LOCK";
+/// The environment variable with the descriptor number of the lock file that `keepLockAcrossExec` left open
+/// across exec.
+constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
 /// The pause before `becomesClient` looks again if the connection to another client was closed, or if another
 /// client holds the lock but has no socket. Such a client is starting (it locks before it listens) or ending
 /// (it closes its socket before it unlocks).
@@ -29,8 +30,8 @@ constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
 
-FileDescriptor passedOnLock() {
-  const int descriptor = std::atoi(takeVariable(passedOnVariable).c_str());
+FileDescriptor inheritedLock() {
+  const int descriptor = std::atoi(takeVariable(lockVariable).c_str());
   const bool isThere = descriptor > STDERR_FILENO && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
   return FileDescriptor(isThere ? descriptor : -1);
 }
@@ -76,14 +77,14 @@ Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
                        std::function<void(const std::string&)> onShow)
     : loop(givenLoop),
       folders(std::move(givenFolders)),
-      lock(passedOnLock()),
+      lock(inheritedLock()),
       server(givenLoop, std::move(onShow), [this](const std::string& action) {
         return perform ? perform(action) : Failure{"the client has not started yet"};
       }) {}
 
 bool Rendezvous::claim(const Claim& claim) {
   isClient = becomesClient(claim);
-  if (isClient) takePlace();
+  if (isClient) lockAndListen();
   return isClient;
 }
 
@@ -133,9 +134,9 @@ void Rendezvous::announceEnd() {
   isClient = false;
 }
 
-void Rendezvous::passOn() const {
+void Rendezvous::keepLockAcrossExec() const {
   if (!lock || fcntl(lock.get(), F_SETFD, 0) != 0) return;
-  setenv(passedOnVariable, std::to_string(lock.get()).c_str(), 1);
+  setenv(lockVariable, std::to_string(lock.get()).c_str(), 1);
 }
 
 Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
@@ -158,7 +159,7 @@ std::optional<pid_t> Rendezvous::runningClient() const {
 }
 
 void Rendezvous::publish(StatusLine line) {
-  if (isClient && !(isLocked() && server.isInPlace())) takePlace();
+  if (isClient && !(isLocked() && server.isInPlace())) lockAndListen();
   server.publish(std::move(line));
 }
 
@@ -183,7 +184,7 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
   return {};
 }
 
-void Rendezvous::takePlace() {
+void Rendezvous::lockAndListen() {
   const bool wasLocked = isLocked();
   const std::string folder = wasLocked ? place : folders.current();
   if (const auto failure = takeLock(folder)) {

@@ -34,8 +34,8 @@ struct Claim {
 class Rendezvous final : public StatusFeed {
  public:
   /// `onShow` runs when a process that starts later asks for the menu. Its argument is the activation token
-  /// of that process, or empty. If this process called `passOn` and then exec, it still holds the lock, and
-  /// the constructor takes over this lock.
+  /// of that process, or empty. If this process called `keepLockAcrossExec` and then exec, it still holds the
+  /// lock, and the constructor takes over this lock.
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
   /// Tries to become the client. Returns true on success: this process then answers requests. If another
@@ -50,7 +50,7 @@ class Rendezvous final : public StatusFeed {
   void announceEnd();
 
   /// Call this just before exec. Leaves the lock file open in the new program, which takes over the lock.
-  void passOn() const;
+  void keepLockAcrossExec() const;
 
   /// Asks the running client to perform the action of a menu row. Runs the loop until the client answers, at
   /// most for `limit`. If the action was not performed, the reason is one line.
@@ -72,7 +72,7 @@ class Rendezvous final : public StatusFeed {
   bool becomesClient(const Claim& claim);
   bool isLocked() const;
   std::error_code takeLock(const std::string& folder);
-  void takePlace();
+  void lockAndListen();
 
   EventLoop& loop;
   const InstanceFolders folders;

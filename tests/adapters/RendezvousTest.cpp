@@ -261,9 +261,9 @@ TEST_F(RendezvousTest, LockIsKeptAcrossExec) {
     EventLoop own;
     Start before(own, folders);
     before.claims();
-    before.rendezvous.passOn();
-    // The client calls `passOn` just before exec, and exec closes the listening socket. This test calls no
-    // exec. It removes the socket's file instead, so that nothing can connect to `before`.
+    before.rendezvous.keepLockAcrossExec();
+    // The client calls `keepLockAcrossExec` just before exec, and exec closes the listening socket. This test
+    // calls no exec. It removes the socket's file instead, so that nothing can connect to `before`.
     std::filesystem::remove(socket);
     // The constructor of `after` takes over the lock of `before`. So `another` does not get the lock.
     Start after(own, folders), another(own, folders);
