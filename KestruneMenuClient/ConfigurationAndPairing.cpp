@@ -37,11 +37,11 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   const std::string path = envPath();
   FileContents found = files.contents(path);
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
-  if (found.outcome == ReadOutcome::passing) return {false, found.problem};
+  if (found.outcome == ReadOutcome::temporaryFailure) return {false, found.problem};
   const EnvFile old(std::move(found));
   FileContents example;
   if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
-  if (example.outcome == ReadOutcome::passing) return {false, example.problem};
+  if (example.outcome == ReadOutcome::temporaryFailure) return {false, example.problem};
   constexpr std::size_t limit = FileManager::sizeLimit;
   const auto contents =
       old.isThere() ? old.with(values, limit) : EnvFile(std::move(example)).with(values, limit);

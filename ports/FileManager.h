@@ -9,9 +9,9 @@ namespace kestrune {
 
 enum class ReadOutcome {
   read,
-  unreadable,  ///< missing, not a regular file, or not permitted
-  tooLarge,    ///< longer than `FileManager::sizeLimit`
-  passing,     ///< no free descriptor, no memory, or an I/O error; a later try may succeed
+  unreadable,        ///< missing, not a regular file, or not permitted
+  tooLarge,          ///< longer than `FileManager::sizeLimit`
+  temporaryFailure,  ///< no free descriptor, no memory, or an I/O error; a later try may succeed
 };
 struct FileContents {
   ReadOutcome outcome = ReadOutcome::unreadable;

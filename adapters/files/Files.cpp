@@ -250,7 +250,7 @@ Result<> replaceFile(const std::string& path, const std::string& contents, bool 
 }
 
 /// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
-bool isPassing(const std::error_code& failure) {
+bool isTemporary(const std::error_code& failure) {
   // EAGAIN: a file server holds a lease on the file (fcntl(2), F_SETLEASE). The errors from ESTALE to
   // EHOSTUNREACH come from network file systems.
   static constexpr int temporary[] = {EMFILE, ENFILE,   ENOMEM,    EIO,       EAGAIN,
@@ -284,7 +284,7 @@ FileContents SystemFileManager::contents(const std::string& path) const {
   const std::error_code failure = readWholeFile(path, bytes);
   if (!failure) return {ReadOutcome::read, std::move(bytes)};
   const ReadOutcome outcome = failure == std::errc::file_too_large ? ReadOutcome::tooLarge
-                              : isPassing(failure)                 ? ReadOutcome::passing
+                              : isTemporary(failure)               ? ReadOutcome::temporaryFailure
                                                                    : ReadOutcome::unreadable;
   return {outcome, {}, failure.message()};
 }

@@ -34,7 +34,7 @@ std::optional<Json> parsed(const std::string& text) {
 Json PreferencesFile::current() const {
   const FileContents found = files.contents(path);
   // After a temporary failure to read the file, the preferences that were read last stay in force.
-  if (found.outcome != ReadOutcome::passing) lastRead = parsed(found.bytes).value_or(Json::object());
+  if (found.outcome != ReadOutcome::temporaryFailure) lastRead = parsed(found.bytes).value_or(Json::object());
   Json preferences = lastRead;
   preferences.update(unsaved);
   return preferences;
@@ -63,7 +63,7 @@ Result<> PreferencesFile::save() {
   if (const auto failure = makeFolders(fs::path(path).parent_path())) return Failure{failure.message()};
   const FileContents found = files.contents(path);
   // Do not write after a temporary failure: the keys that could not be read would be lost.
-  if (found.outcome == ReadOutcome::passing) return Failure{found.problem};
+  if (found.outcome == ReadOutcome::temporaryFailure) return Failure{found.problem};
   const std::optional<Json> old = parsed(found.bytes);
   Json preferences = old.value_or(Json::object());
   preferences.update(unsaved);

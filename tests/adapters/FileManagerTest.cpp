@@ -96,8 +96,8 @@ struct FileManager : FileTest {
 TEST_F(FileManager, TellsATemporaryFailureFromAnUnreadableFile) {
   put("text");
   for (const auto& [outcome, errors] :
-       {std::pair(ReadOutcome::passing, std::vector{EMFILE, ENFILE, ENOMEM, EIO, ESTALE, EAGAIN, ETIMEDOUT,
-                                                    EHOSTDOWN, EHOSTUNREACH}),
+       {std::pair(ReadOutcome::temporaryFailure, std::vector{EMFILE, ENFILE, ENOMEM, EIO, ESTALE, EAGAIN,
+                                                             ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH}),
         std::pair(ReadOutcome::unreadable, std::vector{EACCES, ENOENT, ELOOP, ENXIO})}) {
     for (const int error : errors) {
       ForkedProgram program([&](const ForkedProgram::Say& say) {

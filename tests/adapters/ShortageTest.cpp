@@ -199,7 +199,7 @@ TEST_F(DescriptorShortage, EnvFileStaysAsItIs) {
   EXPECT_EQ(neededFor([&] {
               const FileContents found = files.contents(path);
               if (found.outcome == ReadOutcome::read) return bool(files.writeAtomically(path, "TOKEN=new\n"));
-              EXPECT_EQ(found.outcome, ReadOutcome::passing);
+              EXPECT_EQ(found.outcome, ReadOutcome::temporaryFailure);
               EXPECT_EQ(found.problem, shortage);
               EXPECT_EQ(files.writeAtomically(path, "TOKEN=new\n"), Failure{shortage});
               EXPECT_EQ(files.replaceUnreadable(path, "TOKEN=new\n"), Failure{shortage});

@@ -167,7 +167,7 @@ std::size_t FakeProcesses::launchesOf(const std::string& text) const {
 FileContents FakeFileManager::contents(const std::string& path) const {
   asked.push_back(path);
   if (whenRead) whenRead();
-  if (readError) return {ReadOutcome::passing, {}, *readError};
+  if (readError) return {ReadOutcome::temporaryFailure, {}, *readError};
   const auto found = files.find(path);
   if (found == files.end()) return {ReadOutcome::unreadable, {}, "not there"};
   if (found->second.size() > sizeLimit) return {ReadOutcome::tooLarge, {}, "too large"};

@@ -324,7 +324,7 @@ struct FakeFileManager final : FileManager {
   /// If set, `writePrivately` fails with this error. If there is an old file, `replaceUnreadable` fails with
   /// it too, as if the old file could not be kept under another name.
   std::optional<std::string> keepError;
-  /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::passing`).
+  /// If set, every read fails with this error. The failure is temporary (`ReadOutcome::temporaryFailure`).
   std::optional<std::string> readError;
   mutable std::vector<std::string> asked;  ///< the files that were read, in order
   std::function<void()> whenRead;          ///< called before each read
