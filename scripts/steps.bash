@@ -16,8 +16,6 @@ test_packages=(libgtest-dev dbus systemd util-linux iproute2 xvfb xauth xfce4-pa
     "${package_packages[@]}" lintian appstream man-db)
 # Packages for the benchmarks.
 benchmark_packages=(libbenchmark-dev dbus xvfb x11-utils python3-gi util-linux iproute2)
-# Packages for the sanitizer builds. These use clang, so that clang checks the code as well as GCC.
-sanitizer_packages=(clang libclang-rt-14-dev)
 
 log=$(mktemp)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -f -- "$log"' EXIT
@@ -85,6 +83,17 @@ install_missing() {
         step "Installing ${missing[*]}" as_root env DEBIAN_FRONTEND=noninteractive \
             apt-get -q -y --no-install-recommends install "${missing[@]}") ||
         fail "The packages could not be installed, for the reason above. Once there is a network, as root: $command"
+}
+
+# install_clang: installs clang and the libraries of its sanitizers. The sanitizer builds use clang, so that clang checks
+# the code as well as GCC.
+install_clang() {
+    local version
+    install_missing clang
+    version=$(clang -dumpversion)
+    # Ubuntu 22.04 has no package libclang-rt-14-dev: there clang already depends on the libraries.
+    compgen -G "$(clang -print-resource-dir)/lib/*/libclang_rt.fuzzer*" >/dev/null ||
+        install_missing "libclang-rt-${version%%.*}-dev"
 }
 
 # install_missing_fonts: installs a Chinese font if the system has no such font, and likewise a colour emoji font.
