@@ -1,4 +1,4 @@
-# Functions and package lists for run, test, .ci/run, fuzz/run and the scripts in packaging/. Source this file.
+# Functions and package lists for the scripts of this project. Source this file.
 
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
