@@ -31,10 +31,13 @@ make_root() {
     mv -- "$root.new" "$root"
 }
 
-# make_packages: builds the client's packages from this tree, in $work/packages.
+# make_packages: builds the client's packages from this tree, in $work/packages. Builds in the cache: root's files in the
+# folder build/release of the tree would stop the next ./run of the user.
 make_packages() {
-    build release
-    step "Packing the client" cpack --config build/release/CPackConfig.cmake -B "$work/packages"
+    local build=$cache/build$PWD
+    step "Configuring the client" cmake --preset release -B "$build"
+    step "Building the client" cmake --build "$build"
+    step "Packing the client" cpack --config "$build/CPackConfig.cmake" -B "$work/packages"
 }
 
 # A script that mounts the machine's control groups (version 2) at /sys/fs/cgroup, and runs its arguments as a command.
