@@ -109,6 +109,8 @@ check() {
 host() {
     local name=$1
     [ "$(id -u)" -eq 0 ] || fail "systemd-nspawn needs root: sudo tests/hosts/$name"
+    [ "$(. /etc/os-release && echo "${VERSION_CODENAME:-}")" = "$suite" ] ||
+        fail "This needs Debian 12 ($suite): the packages are built on this machine, and installed in a system of that release."
     install_missing "${build_packages[@]}" "${package_packages[@]}" mmdebstrap systemd-container
     mkdir -p -- "$cache"
     work=$(mktemp -d -p /var/tmp)
