@@ -20,15 +20,13 @@ ANSWER_LIMIT = 2.0
 
 
 def read_settings():
-    """Returns the KEY=VALUE lines of .env as a dict; raises OSError when .env cannot be read."""
+    """Returns the KEY=VALUE lines of .env as a dict; raises OSError when .env cannot be read.
+    Follows the rules of docs/backend.md, so that the client finds the same values."""
     settings = {}
-    for line in ENV_FILE.read_text("utf-8", "replace").splitlines():
+    for line in ENV_FILE.read_bytes().decode("utf-8", "replace").split("\n"):
         key, equals, value = line.partition("=")
-        if equals and not line.lstrip().startswith("#"):
-            value = value.strip()
-            if len(value) >= 2 and value[0] == value[-1] and value[0] in "'\"":
-                value = value[1:-1]
-            settings[key.strip()] = value
+        if equals:
+            settings.setdefault(key, value.strip())
     return settings
 
 
