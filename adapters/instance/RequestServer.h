@@ -19,8 +19,9 @@ namespace kestrune {
 ///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
 ///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason
 ///
-/// The answer to any other line is "error" and a reason. Disconnects a peer (a connected process) if it sends
-/// a line of more than 4096 bytes or does not read its answers. A 65th peer replaces the oldest. Main thread.
+/// The answer to any other line is "error" and a reason. Disconnects a peer (a connected process) if it has
+/// sent 4096 bytes or more of an unfinished line, or does not read its answers. A 65th peer replaces the
+/// oldest. Main thread.
 class RequestServer {
  public:
   using Show = std::function<void(const std::string& activationToken)>;
