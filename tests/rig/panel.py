@@ -14,7 +14,6 @@ CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
   <property name="configver" type="int" value="2"/>
   <property name="panels" type="array">
     <value type="int" value="1"/>
-    <property name="dark-mode" type="bool" value="{dark}"/>
     <property name="panel-1" type="empty">
       <property name="position" type="string" value="p=6;x=0;y=0"/>
       <property name="position-locked" type="bool" value="true"/>
@@ -42,14 +41,14 @@ WATCHER = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", "org.kde.St
 
 
 class Panel:
-    def __init__(self, session, bus, screen, dark=False):
+    def __init__(self, session, bus, screen):
         self.session = session
         self.bus = bus
         self.screen = screen
         shutil.copy(SETTINGS_SERVICE, bus.services)
         folder = session.config / "xfce4/xfconf/xfce-perchannel-xml"
         folder.mkdir(parents=True)
-        (folder / "xfce4-panel.xml").write_text(CHANNEL.format(size=PANEL_HEIGHT, dark=str(dark).lower()))
+        (folder / "xfce4-panel.xml").write_text(CHANNEL.format(size=PANEL_HEIGHT))
         session.environment.update({
             "GDK_SCALE": str(screen.scale),
             "PANGO_LANGUAGE": "zh_TW",  # chooses how Chinese characters are drawn
