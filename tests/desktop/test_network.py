@@ -23,8 +23,7 @@ class Cable(unittest.TestCase):
     def setUp(self):
         # Mounts a new /sys, because the old one shows the devices of the machine, not those of this namespace.
         subprocess.run(["mount", "-t", "sysfs", "sysfs", "/sys"], check=True)
-        self.change("up", "link add cable type veth peer name wall", "link set wall up", "link set cable up",
-                    "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1")
+        self.change("up", *isolation.CABLE)
         self.session = Session(self)
         self.session.stub_backend(COUNTING_BACKEND)
         self.bus = Bus(self.session)

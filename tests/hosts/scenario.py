@@ -18,6 +18,7 @@ from gi.repository import GLib
 
 from rig.accessibility import ScreenReader
 from rig.display import Picture, Rectangle, scan
+from rig.isolation import CABLE
 from rig.waiting import Deadline
 
 PATIENCE = 90.0  # seconds; the client checks the backend every 20 s, and a desktop without a GPU is slow
@@ -340,8 +341,7 @@ class Desktop:
     def check_notification(self):
         """Checks that the desktop shows a notification when a network appears."""
         self.clear_notifications()
-        for words in ("link add cable type veth peer name wall", "link set wall up", "link set cable up",
-                      "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1"):
+        for words in CABLE:
             self.run("sudo", "ip", *words.split())
         self.check("the desktop shows a notification when the network changes",
                    lambda: "Kestrune 網路已變更" in self.notifications())

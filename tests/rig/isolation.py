@@ -12,6 +12,9 @@ import unittest
 
 MARK = "KESTRUNE_TEST_ISOLATED"
 SKIPPED = 77  # the exit status that CMake counts as skipped
+# Arguments of ip(8): these commands add a network cable with a default route.
+CABLE = ("link add cable type veth peer name wall", "link set wall up", "link set cable up",
+         "address add 192.0.2.2/24 dev cable", "route add default via 192.0.2.1")
 
 
 def main():
