@@ -238,7 +238,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventLoop& loop;
   const Seconds interval;
   const std::function<void()> action;
-  Seconds due{0};
+  Seconds due = timeOf(CLOCK_BOOTTIME);  // of the last tick; at first, of the start
   EventSource source;
 };
 
