@@ -270,8 +270,9 @@ EventLoop::EventLoop() {
   for (const int each : endingSignals) {
     struct sigaction inherited {};
     sigaction(each, nullptr, &inherited);
-    // nohup starts programs with SIGHUP ignored: leave it ignored.
-    if (each == SIGHUP && inherited.sa_handler == SIG_IGN) continue;
+    // Leave an ignored signal ignored. nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT
+    // and SIGQUIT for a background job. A blocked signal is delivered although it is ignored.
+    if (each != SIGTERM && inherited.sa_handler == SIG_IGN) continue;
     signals.push_back(onSignal(each, [this] { terminate(); }));
   }
 }

@@ -76,12 +76,13 @@ TEST_P(EndingSignal, PreventsTheLaunch) {
   EXPECT_EXIT(run(), ExitedWithCode(0), "^$");
 }
 
-TEST(IgnoredHangup, StaysIgnored) {
+TEST(IgnoredSignals, StayIgnored) {
   const auto run = [] {
-    std::signal(SIGHUP, SIG_IGN);
+    // nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT and SIGQUIT for a background job.
+    for (const int each : {SIGHUP, SIGINT, SIGQUIT}) std::signal(each, SIG_IGN);
     WholeRun app;
     app.onLaunch = [](WholeRun& self) {
-      signalThisProcess(SIGHUP);
+      for (const int each : {SIGHUP, SIGINT, SIGQUIT}) signalThisProcess(each);
       self.loop.mainQueue().asyncAfter(Seconds{0.01}, [] {
         WholeRun::say("still there, ");
         signalThisProcess(SIGTERM);
