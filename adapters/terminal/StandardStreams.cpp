@@ -19,6 +19,7 @@ constexpr std::size_t lineLimit = 65536;              // bytes; maximum length o
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
+constexpr Seconds lookInterval{0.2};                  // see `applyHiding`
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
@@ -76,12 +77,19 @@ void StandardInput::hideTyping(bool hide) {
 }
 
 void StandardInput::applyHiding() {
-  if (!terminal || !input || hidden == silenced || isInBackground()) return;
+  foreground.reset();
+  if (!terminal || !input || (!hidden && !silenced)) return;
+  if (isInBackground()) {
+    // A shell may bring a running job to the foreground without SIGCONT. Look for this while a secret is
+    // asked for: the shell has switched the echo on.
+    if (hidden) foreground = loop.after(lookInterval, [this] { resume(); });
+    return;
+  }
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
-  if (shown != hidden) {
-    silenced = false;  // ECHO already has the requested value, so there is nothing to undo later
+  if (shown != hidden) {  // ECHO already has the requested value
+    if (!hidden) silenced = false;
     return;
   }
   settings.c_lflag ^= ECHO;
@@ -126,15 +134,17 @@ void StandardInput::discardTyped() {
 void StandardInput::start(Reader given) {
   reader = std::move(given);
   if (terminal) {
-    continued = loop.onSignal(SIGCONT, [this] {
-      // Another program may have changed the terminal's settings while this process was in the background.
-      silenced = false;
-      applyHiding();
-      goOn();
-      if (reader.onContinued && !isInBackground()) reader.onContinued();
-    });
+    continued = loop.onSignal(SIGCONT, [this] { resume(); });
   }
   wait();
+}
+
+/// Called when this process may have come to the foreground. The shell or another program may have changed
+/// the terminal's settings meanwhile.
+void StandardInput::resume() {
+  applyHiding();
+  goOn();
+  if (reader.onContinued && !isInBackground()) reader.onContinued();
 }
 
 void StandardInput::wait() {

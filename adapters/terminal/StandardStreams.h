@@ -40,7 +40,7 @@ class StandardInput {
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< called when SIGCONT continues this process in the foreground; may be null
+        nullptr;  ///< called when this process is continued in the foreground; may be null
   };
 
   /// Descriptor 0 must be open; the constructor of `EventLoop` opens it if it is closed.
@@ -55,7 +55,7 @@ class StandardInput {
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
-  /// has switched it off. While this process is in the background, the change waits for the next SIGCONT.
+  /// has switched it off. While this process is in the background, the change waits for the foreground.
   void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
@@ -70,6 +70,7 @@ class StandardInput {
 
  private:
   void wait();
+  void resume();
   void goOn();
   bool takeTurn();
   bool readSome();
@@ -89,7 +90,7 @@ class StandardInput {
   Reader reader;
   std::optional<std::string> begun{""};  ///< the unfinished line; absent if it is already too long
   EventSource readable;
-  EventSource continued;
+  EventSource continued, foreground;
 };
 
 }  // namespace kestrune

@@ -264,6 +264,17 @@ TEST_P(TerminalSecret, KeepsTheEchoOffIfItWasOffBefore) {
   EXPECT_FALSE(isEchoed());
 }
 
+TEST_P(TerminalSecret, RestoresTheEchoAfterASIGCONTThatChangedNothing) {
+  present(form({field("key", "", ViewKind::secureTextField)}));
+  EXPECT_TRUE(rig.screen.shows("Field key"));
+  raise(SIGCONT);
+  EXPECT_TRUE(comesTrue(loop, [this] { return rig.screen.count("Field key") == 2; })) << "asks again";
+  EXPECT_FALSE(isEchoed());
+  rig.type("sk\n");
+  EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
+  EXPECT_TRUE(isEchoed());
+}
+
 TEST_P(TerminalSecret, IsAskedForAgainWithoutEchoAfterSIGCONT) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));

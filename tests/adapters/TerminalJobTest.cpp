@@ -33,6 +33,16 @@ struct TerminalJob : ::testing::Test {
     };
     show();
     const EventSource change = loop.onSignal(SIGUSR2, show);
+    const EventSource secret = loop.onSignal(SIGALRM, [&face] {
+      face.present({[] {
+                      View key{.kind = ViewKind::secureTextField, .accessibilityLabel = "key"};
+                      return Alert{.messageText = "?",
+                                   .informativeText = "",
+                                   .buttons = {"OK"},
+                                   .accessoryView = std::move(key)};
+                    },
+                    [](const AlertAnswer&) {}});
+    });
     bool asked = false;
     const EventSource question = loop.onSignal(SIGUSR1, [&asked] { asked = true; });
     for (;;) {
@@ -68,6 +78,8 @@ struct TerminalJob : ::testing::Test {
       if (command == 'c') kill(job, SIGCONT);
       if (command == 'm') kill(job, SIGUSR2);
       if (command == 'i') kill(job, SIGUSR1);
+      if (command == 's') kill(job, SIGALRM);
+      if (command == 'e') setEcho(inside);
       if (command == '?') {
         int status = 0;
         say(waitpid(job, &status, WUNTRACED | WNOHANG) == 0 ? "runs" : "stopped or ended");
@@ -75,6 +87,18 @@ struct TerminalJob : ::testing::Test {
     }
     kill(job, SIGKILL);
     waitpid(job, nullptr, 0);
+  }
+
+  static void setEcho(int inside) {
+    termios settings{};
+    tcgetattr(inside, &settings);
+    settings.c_lflag |= ECHO;
+    tcsetattr(inside, TCSANOW, &settings);
+  }
+  bool isEchoed() const {
+    termios settings{};
+    tcgetattr(terminal.inside.get(), &settings);
+    return (settings.c_lflag & ECHO) != 0;
   }
 
   void command(char letter) { ASSERT_EQ(write(commands.writing.get(), &letter, 1), 1); }
@@ -123,6 +147,23 @@ TEST_F(TerminalJob, PrintsTheMenuAgainWhenItIsContinuedInTheForegroundOnly) {
   command('c');
   EXPECT_TRUE(screen.shows("row 0\n列號或按鍵> "));
   EXPECT_EQ(screen.count("row 0"), 1U);
+}
+
+TEST_F(TerminalJob, HidesASecretAgainInTheForegroundWithoutSIGCONT) {
+  command('f');
+  command('c');
+  command('s');
+  ASSERT_TRUE(screen.shows("key（未填，輸入時不顯示）> "));
+  command('b');
+  command('e');
+  command('c');  // bash sends SIGCONT for the command "bg", but not for "fg" after it
+  command('i');
+  ASSERT_EQ(shell.line(), "idle");
+  EXPECT_TRUE(isEchoed());
+  screen.text.clear();
+  command('f');
+  EXPECT_TRUE(screen.shows("key（未填，輸入時不顯示）> "));
+  EXPECT_FALSE(isEchoed());
 }
 
 TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {
