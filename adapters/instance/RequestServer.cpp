@@ -1,5 +1,6 @@
 #include "adapters/instance/RequestServer.h"
 
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -112,6 +113,9 @@ void RequestServer::answer(Peer& peer, const std::string& line) {
     show(argument);
     tell(peer, "ok");
   } else if (request == "perform") {
+    // A process that has left has already reported that the client does not answer.
+    pollfd state{peer.socket.get(), 0, 0};
+    if (poll(&state, 1, 0) > 0 && (state.revents & POLLHUP) != 0) return drop(peer);
     const Result<> performed = perform(argument);
     tell(peer, performed ? "ok" : "error " + performed.reason());
   } else {

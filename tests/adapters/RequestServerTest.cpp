@@ -61,6 +61,14 @@ TEST_F(RequestServerTest, LinesAreAnsweredInOrder) {
   EXPECT_TRUE(comesTrue(loop, [&] { return asked.size() == 3; }));
 }
 
+TEST_F(RequestServerTest, PerformOfAPeerThatHasLeftIsIgnored) {
+  // The peer has already reported that the client did not answer.
+  peer("perform quit\n").reset();
+  const auto later = peer("show 1\n");
+  ASSERT_TRUE(later->hears("ok\n"));
+  EXPECT_EQ(asked, (std::vector<std::string>{"show:1"}));
+}
+
 TEST_F(RequestServerTest, UnknownRequestIsAnError) {
   for (const std::string request :
        {"", " ", "Show", "showing", " show", "quit", "GET / HTTP/1.1\r", "\xff"}) {
