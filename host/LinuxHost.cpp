@@ -178,9 +178,8 @@ class LinuxHost final : public Host {
   Result<> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
-    const std::string client = describeClient(loop, rendezvous);
-    loop.unblockEndingSignals();  // the next call does not run the loop
-    return client + describeSession(processes, dialogsPath());
+    loop.unblockEndingSignals();  // `describeSession` does not run the loop
+    return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
   }
 
   void endWithOutput() override {
