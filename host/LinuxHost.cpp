@@ -30,6 +30,7 @@
 #include "adapters/loop/SystemClock.h"
 #include "adapters/network/NetworkMonitor.h"
 #include "adapters/pictures/Pictures.h"
+#include "adapters/system/Errors.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "adapters/terminal/TerminalFace.h"
@@ -192,7 +193,7 @@ class LinuxHost final : public Host {
     if (!output) output.emplace(loop, STDOUT_FILENO);
     if (output->write(text)) return true;
     // Print nothing for EPIPE: a program that reads the output, such as `head`, may exit at any time.
-    if (errno != EPIPE) std::perror("KestruneMenuClient: cannot write to standard output");
+    if (errno != EPIPE) reportOnce("cannot write to standard output: " + kestrune::describe(errno));
     return false;
   }
 
