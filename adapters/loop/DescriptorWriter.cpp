@@ -27,10 +27,13 @@ bool DescriptorWriter::write(std::string_view text) {
     errno = ENOBUFS;
     return false;
   }
-  if (output) pending += text;
-  if (output && !writable) flush();
+  if (output) {
+    failure = 0;
+    pending += text;
+    if (!writable) flush();
+  }
   errno = failure;
-  return static_cast<bool>(output);
+  return failure == 0;
 }
 
 /// Writes like write(2), but fails with EAGAIN where write(2) would block.
@@ -58,6 +61,7 @@ void DescriptorWriter::flush() {
       return;
     } else if (errno != EINTR) {
       failure = errno;
+      if (failure == ENOSPC || failure == EDQUOT) break;  // there may be space for later texts
       // Remove the event source before the descriptor is closed. Otherwise, epoll would keep reporting events
       // while another process shares the open file description.
       writable.reset();

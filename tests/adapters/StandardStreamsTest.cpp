@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -14,6 +15,7 @@
 #include "adapters/system/Errors.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "tests/rig/ForkedProgram.h"
+#include "tests/rig/Namespaces.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/StandardErrorText.h"
 #include "tests/rig/TerminalRig.h"
@@ -265,6 +267,24 @@ TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsIgnored) {
     settleQueue(loop);
     EXPECT_FALSE(output.isTerminal());
   }
+}
+
+TEST_F(StandardOutputTo, AFullDiskGoesOnWhenThereIsSpaceAgain) {
+  requireNamespaces("--mount");
+  const ScratchFolder folder;
+  ForkedProgram program([&folder](const ForkedProgram::Say& say) {
+    if (!enterMountNamespace() || mount("none", folder.file(".").c_str(), "tmpfs", 0, "size=4k") != 0) {
+      return say("no disk");
+    }
+    EventLoop own;
+    const FileDescriptor file(open(folder.file("log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600));
+    StandardOutput output(own, file.get());
+    say(output.write(std::string(4096, 'x')) ? "written" : "dropped");
+    say(output.write("lost") ? "written" : "dropped");
+    say(ftruncate(file.get(), 0) == 0 && output.write("kept") ? "written" : "dropped");
+    say(contentsOf(folder.file("log")));
+  });
+  for (const char* const said : {"written", "dropped", "written", "kept"}) EXPECT_EQ(program.line(), said);
 }
 
 TEST_F(StandardOutputTo, AFullPipeLeavesTheLoopIdle) {
