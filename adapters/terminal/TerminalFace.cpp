@@ -123,7 +123,7 @@ void TerminalFace::prompt(std::string text) {
   ++prompts;
   const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
   input.hideTyping(dialogue != nullptr && dialogue->asksForSecret());
-  if (input.isTerminal()) {
+  if (input.isTerminal() && !inputEnded) {
     text += dialogue != nullptr ? dialogue->question() : "列號或按鍵> ";
   } else if (dialogue != nullptr && dialogue->asksForField()) {
     text += dialogue->question() + "\n";

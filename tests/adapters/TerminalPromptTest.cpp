@@ -203,6 +203,16 @@ TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
                        return Alert{.messageText = "?", .informativeText = "", .buttons = {"Yes", "No"}};
                      },
                      [&answer](const AlertAnswer& given) { answer = given; }});
+TEST_F(TerminalTyping, EndIsToldAndNoPromptFollows) {
+  rig.type("\x04");
+  EXPECT_TRUE(rig.screen.shows("\n輸入已結束"));
+  rig.screen.text.clear();
+  show("last");
+  EXPECT_TRUE(rig.screen.shows("last\n"));
+  rig.settle();
+  EXPECT_EQ(rig.screen.count("> "), 0U);
+}
+
   EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
   rig.type("\n");
   EXPECT_TRUE(comesTrue(loop, [&] { return answer.has_value(); }));
