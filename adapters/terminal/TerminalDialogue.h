@@ -43,6 +43,11 @@ class TerminalDialogue {
 
   /// Returns the text to print above the open question when this question is asked again.
   std::string again() const;
+  /// Call this when the terminal has another size. The next `again` draws the image for this size.
+  void resize(int newColumns, int newRows) {
+    columns = newColumns;
+    rows = newRows;
+  }
 
   std::string question() const;
   bool asksForField() const { return next < parts.size(); }
@@ -58,8 +63,7 @@ class TerminalDialogue {
   const Alert alert;
   const TextStyles styles;
   const bool colors;
-  const int columns;
-  const int rows;
+  int columns, rows;
   std::vector<const View*> parts;    ///< the labels and fields of the alert's view
   std::vector<const View*> buttons;  ///< buttons inside the view, numbered after the alert's own buttons
   const View* image = nullptr;       ///< printed below all texts, so that it stays on the screen

@@ -31,13 +31,17 @@ void TerminalFace::addToStatusBar(double) {
                .onEnd =
                    [this] {
                      inputEnded = true;
+                     if (input.isTerminal())
+                       output.write(
+                           "\n輸入已結束。要退出，請按 Ctrl+C，或執行 KestruneMenuClient --perform quit。\n");
                      if (!open.empty()) finishAlert({});
                    },
                .onContinued = [this] { open.empty() ? printMenu() : resume(); }});
   if (output.isTerminal()) {
     resized = loop.onSignal(SIGWINCH, [this] {
       redraw = loop.after(resizePause, [this] {
-        if (open.empty()) printMenu();
+        if (open.empty()) return printMenu();
+        if (!dialogues.back()->asksForField()) resume();
       });
     });
   }
@@ -204,6 +208,8 @@ void TerminalFace::finishAlert(const AlertAnswer& given) {
 void TerminalFace::resume() {
   if (open.empty()) return prompt(printPending ? changes() : "");
   if (inputEnded) return finishAlert({});
+  const winsize size = output.size();
+  dialogues.back()->resize(size.ws_col, size.ws_row);
   prompt(dialogues.back()->again());
 }
 

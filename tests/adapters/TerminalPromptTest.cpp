@@ -122,6 +122,22 @@ TEST_F(TerminalChanges, OfTheTerminalsSizePrintTheWholeMenuOnce) {
   EXPECT_EQ(shown(), whole);
 }
 
+TEST_F(TerminalChanges, OfTheTerminalsSizeDrawThePictureOfAnAlertAgain) {
+  setHeight(3);
+  rig.face->present({[] {
+                       View picture{.kind = ViewKind::image, .image = makeTestImage(8, 255, 255, 255)};
+                       return Alert{.messageText = "?",
+                                    .informativeText = "",
+                                    .buttons = {"OK"},
+                                    .accessoryView = std::move(picture)};
+                     },
+                     [](const AlertAnswer&) {}});
+  EXPECT_TRUE(rig.screen.shows("終端機太小"));
+  setHeight(24);
+  raise(SIGWINCH);
+  EXPECT_TRUE(rig.screen.shows("████████\n"));
+}
+
 TEST_F(TerminalChanges, RepeatTheTitleWhereTheTopScrollsAway) {
   setHeight(7);
   EXPECT_EQ(shown("?\n"), std::string("?\n") + whole);
@@ -187,6 +203,16 @@ TEST_F(TerminalTyping, IsKeptIfItsLineWasFinishedBefore) {
   EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
 }
 
+TEST_F(TerminalTyping, EndIsToldAndNoPromptFollows) {
+  rig.type("\x04");
+  EXPECT_TRUE(rig.screen.shows("\n輸入已結束"));
+  rig.screen.text.clear();
+  show("last");
+  EXPECT_TRUE(rig.screen.shows("last\n"));
+  rig.settle();
+  EXPECT_EQ(rig.screen.count("> "), 0U);
+}
+
 TEST_F(TerminalTyping, EndIsNoticedWhenTheMenuIsPrintedAtTheSameTime) {
   type("\x04", "");
   rig.face->printMenu();  // discards what was typed, and so reads the end of the input before the loop does
@@ -203,16 +229,6 @@ TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
                        return Alert{.messageText = "?", .informativeText = "", .buttons = {"Yes", "No"}};
                      },
                      [&answer](const AlertAnswer& given) { answer = given; }});
-TEST_F(TerminalTyping, EndIsToldAndNoPromptFollows) {
-  rig.type("\x04");
-  EXPECT_TRUE(rig.screen.shows("\n輸入已結束"));
-  rig.screen.text.clear();
-  show("last");
-  EXPECT_TRUE(rig.screen.shows("last\n"));
-  rig.settle();
-  EXPECT_EQ(rig.screen.count("> "), 0U);
-}
-
   EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
   rig.type("\n");
   EXPECT_TRUE(comesTrue(loop, [&] { return answer.has_value(); }));
