@@ -19,9 +19,9 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 // KestruneMenuClient and KestruneMenuDialogs, and all their ancestors. If one shell runs several of these
 // lines, only the first one sets `spared`.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
-  return "[ \"$spared\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
+  return "[ \"${spared-}\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
          "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "
-         "pid=$(sed -n 's/^PPid:\\t//p' /proc/$pid/status 2>/dev/null); done; done; "
+         "pid=$(sed -n 's/^PPid:\\t//p' /proc/$pid/status 2>/dev/null) || true; done; done; "
          "for pid in $(pgrep -f '[" +
          pattern.substr(0, 1) + "]" + pattern.substr(1) +
          "'); do [[ $spared == *\" $pid \"* ]] || kill $pid 2>/dev/null; done || true";

@@ -75,6 +75,14 @@ class StopScript(unittest.TestCase):
         self.assertEqual(process.stdout.readline(), b"there\n")
         return process
 
+    def test_options_of_the_login_shell_stop_no_line(self):
+        self.session.profile.write_text(self.session.profile.read_text() + "set -eu\n")
+        part = self.called(PARTS[0])
+        # pgrep names a process that has ended meanwhile.
+        self.session.program("pgrep", '[ "$1" != KestruneMenu ] || { echo 4194305; exit; }\nexec /usr/bin/pgrep "$@"\n')
+        self.stop()
+        wait_for_end(part.pid)
+
     def called(self, words):
         """Starts a process whose command line begins with these words."""
         return self.ready(["/bin/bash", "-c", 'exec -a "$0" cat -', words])
