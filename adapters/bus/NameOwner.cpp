@@ -13,12 +13,8 @@ void NameOwner::busConnected() {
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
                            "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
   sd_bus_add_match_async(bus, Into(match), rule.c_str(), &handler<&NameOwner::changed>, &ignoreReply, this);
-  BusMessage call;
-  if (sd_bus_message_new_method_call(bus, Into(call), busName, busPath, busName, "GetNameOwner") < 0) return;
-  // Set no timeout. A stopped bus daemon (SIGSTOP) answers only after SIGCONT. A timeout would end the call
-  // with an error before that. The call is not repeated, so the owner would stay unknown.
-  if (sd_bus_message_append(call.get(), "s", name.c_str()) >= 0)
-    sd_bus_call_async(bus, Into(question), call.get(), &handler<&NameOwner::answered>, this, UINT64_MAX);
+  sd_bus_call_method_async(bus, Into(question), busName, busPath, busName, "GetNameOwner",
+                           &handler<&NameOwner::answered>, this, "s", name.c_str());
 }
 
 void NameOwner::busLost() {

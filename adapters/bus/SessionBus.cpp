@@ -62,6 +62,9 @@ void BusConnection::connect(Absence givenAbsence) {
 
 void BusConnection::tryToConnect() {
   int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
+  // Set no time limit for calls: at login, services may answer late, and no call is repeated. A stopped bus
+  // daemon (SIGSTOP) answers only after SIGCONT.
+  if (result >= 0) result = sd_bus_set_method_call_timeout(bus, UINT64_MAX);
   if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {
     result = sd_bus_match_signal(bus, Into(disconnection), nullptr, localPath, localInterface, "Disconnected",
