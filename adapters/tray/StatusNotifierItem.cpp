@@ -164,7 +164,9 @@ std::string StatusNotifierItem::iconName() const {
   if (!hosts->form().iconFiles || !button.image) return "";
   const auto& bitmaps = bitmapsOf(button);
   const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
-  return parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
+  std::string path =
+      parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
+  return isValidUtf8(path) ? path : "";  // sd-bus refuses other text, and the whole reply with it
 }
 
 int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* propertyName,

@@ -250,6 +250,8 @@ TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
   EXPECT_EQ(show(nullptr), "s ''");
   EXPECT_EQ(show(makeTestImage(2, 10, 20, 30)), "s '/share/logo.png'");
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s '/share/grey.png'");
+  bundle.resources["codex-menubar-grey.png"] = "/not\xFFtext/grey.png";
+  EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
   bundle.resources.clear();
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
 }
