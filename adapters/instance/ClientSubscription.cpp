@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
 constexpr Seconds patience{2.0};                         // longest wait for the first line of a client
+constexpr Seconds reconnectPause{0.2};
 
 /// Receives the status lines of the running client, and of each client that starts later. If a client accepts
 /// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
@@ -80,14 +81,20 @@ class ClientSubscription final {
   }
 
   /// Closes the connection if one is open, and tells the subscriber that no client runs. If the client had
-  /// sent a line, first tries to connect to a new client, and tells the subscriber only if this fails.
+  /// sent a line, first tries to connect again, and tells the subscriber only if this fails.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
     deadline.reset();
     socket.reset();
     unread.clear();
-    if (wasHeard && connect()) return;
+    if (wasHeard) {
+      // Pause: if there are too many subscribers, each new connection ends that of another one.
+      deadline = loop.after(reconnectPause, [this] {
+        if (!connect()) disconnect();
+      });
+      return;
+    }
     const auto tell = onAbsence;
     tell();
   }

@@ -373,6 +373,17 @@ TEST_F(RendezvousTest, HangingClientIsFoundAfterManyConnections) {
     ASSERT_TRUE(other->rendezvous.runningClient()) << connection;
 }
 
+TEST_F(RendezvousTest, MoreSubscribersThanTheServerTakesLeaveTheLoopIdle) {
+  const auto first = client();
+  first->rendezvous.publish([] { return "1"; });
+  int heard = 0;
+  std::vector<StatusSubscription> subscriptions;
+  for (int i = 0; i < 66; ++i)
+    subscriptions.push_back(first->rendezvous.subscribe([&heard](const std::string&) { ++heard; }, [] {}));
+  EXPECT_TRUE(comesTrue(loop, [&heard] { return heard >= 66; }));
+  EXPECT_TRUE(isIdle(loop));
+}
+
 struct InstanceFoldersTest : ::testing::Test {
   ScratchFolder folder;
   const std::string runtimes = folder.file("user"), own = runtimes + "/" + std::to_string(geteuid());
