@@ -205,9 +205,10 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                                                         int input) {
   std::unique_lock lock(children->mutex);
   children->reapAbandoned();
-  if (children->onlyThread && *children->onlyThread != std::this_thread::get_id()) {
-    return Failure{describe(ECANCELED)};
-  }
+  const auto isReserved = [this] {
+    return children->onlyThread && *children->onlyThread != std::this_thread::get_id();
+  };
+  if (isReserved()) return Failure{describe(ECANCELED)};
   OutputPipe output;
   OutputPipe error;
   if (const int failure = output.open()) return Failure{describe(failure)};
@@ -218,7 +219,14 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .output = output.writeEnd.get(),
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
-  int failure = spawn(options, pid);
+  // Unlock meanwhile: exec may hang in a dead network file system, and the end of the client needs the lock.
+  const auto start = [&] {
+    lock.unlock();
+    const int failure = spawn(options, pid);
+    lock.lock();
+    return failure;
+  };
+  int failure = start();
   // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
   // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
   for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
@@ -226,9 +234,14 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     std::this_thread::sleep_for(attemptInterval);
     lock.lock();
     children->reapAbandoned();
-    failure = spawn(options, pid);
+    failure = start();
   }
   if (failure != 0) return Failure{describe(failure)};
+  if (isReserved()) {  // meanwhile
+    kill(-pid, SIGKILL);
+    children->abandoned.push_back(pid);
+    return Failure{describe(ECANCELED)};
+  }
   children->running.push_back(pid);
   return std::make_unique<Child>(children, pid, std::move(output), std::move(error));
 }
