@@ -86,6 +86,8 @@ void Session::perform(const Raise& request) {
   // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
+  // There is nothing to raise. The next window takes the token, and must not be mapped again without it.
+  if (alerts.empty() && !menu) return;
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
   // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.

@@ -60,18 +60,34 @@ class Tiled(OnDesk):
         # If the first window had been mapped again, it would be the next new window.
         self.sway.new_window("上")
 
-    def test_raising_moves_a_window_before_it_learns_that_it_lost_the_focus(self):
-        program, _ = self.open(alert(1, "短", view=field("a", "abc")), "短")
-        text = program.window("短").find("text")
-        text.ask(TEXT, "SetCaretOffset", "(i)", 2)
+    def raise_from_workspace_2(self, program):
+        """Changes to workspace 2, and raises the windows of the program before it learns that they lost the focus."""
         program.process.send_signal(signal.SIGSTOP)
         self.sway.command("workspace 2")
         self.addCleanup(self.sway.command, "workspace 1")
         program.send(raising())
         program.process.send_signal(signal.SIGCONT)
+
+    def test_raising_moves_a_window_before_it_learns_that_it_lost_the_focus(self):
+        program, _ = self.open(alert(1, "短", view=field("a", "abc")), "短")
+        text = program.window("短").find("text")
+        text.ask(TEXT, "SetCaretOffset", "(i)", 2)
+        self.raise_from_workspace_2(program)
         self.sway.new_window("短")
         self.assertEqual([(workspace, focused) for workspace, _, _, focused in self.sway.windows()], [("2", True)])
         self.assertEqual((text.property(TEXT, "CaretOffset"), text.ask(TEXT, "GetNSelections")[0]), (2, 0))
+
+    def test_raising_before_the_first_window_does_not_map_this_window_again(self):
+        self.sway.command('no_focus [title="後"]')
+        earlier, _ = self.open(alert(1, "先"), "先")
+        earlier.window("先")
+        later = self.start()
+        later.send(raising("token"))
+        later.show(alert(1, "後"))
+        # The earlier program maps its window again after a delay. The same delay of the later program, if it waits at
+        # all, began before and so ends before.
+        self.raise_from_workspace_2(earlier)
+        self.assertEqual([self.sway.event("new")["pid"] for _ in range(2)], [later.process.pid, earlier.process.pid])
 
 
 isolation.main()
