@@ -1,3 +1,4 @@
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -30,13 +31,12 @@ constexpr auto usage =
     "  --version  show the version and exit\n";
 
 /// Prevents core dumps, because they would contain what the user types. Sets RLIMIT_CORE to 1: with 0, the
-/// kernel would still pipe the dump to a crash reporter. Does not call prctl(PR_SET_DUMPABLE, 0), because the
-/// desktop portal would then refuse to tell this process the desktop's colour preference.
+/// kernel would still pipe the dump to a crash reporter. If the hard limit is 0, calls
+/// prctl(PR_SET_DUMPABLE, 0) instead. That is only the second choice, because the desktop portal then refuses
+/// to tell this process the desktop's colour preference.
 void forbidCoreDumps() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_CORE, &limit) != 0 || limit.rlim_max == 0) return;
-  limit = {1, 1};
-  setrlimit(RLIMIT_CORE, &limit);
+  const rlimit limit{1, 1};
+  if (setrlimit(RLIMIT_CORE, &limit) != 0) prctl(PR_SET_DUMPABLE, 0);
 }
 
 /// Keeps libdbus from starting a session bus when there is none. Starting a bus would delay the window, and

@@ -4,6 +4,7 @@ import json
 import os
 import resource
 import signal
+import subprocess
 from pathlib import Path
 
 from rig import isolation
@@ -254,6 +255,15 @@ class Life(OnDesk):
         os.kill(program.process.pid, signal.SIGABRT)
         _, status = os.waitpid(program.process.pid, 0)
         self.assertEqual((os.WTERMSIG(status), os.WCOREDUMP(status)), (signal.SIGABRT, False))
+
+    def test_only_if_it_cannot_set_the_core_limit_it_is_not_dumpable(self):
+        unprivileged = "setpriv", "--bounding-set=-all"
+        for limit, readable in ((1, True), (0, False)):
+            program = self.start(through=[*unprivileged, "prlimit", f"--core={limit}"])
+            program.show(alert(1, view=field("a", "x", secure=True)))
+            # Without privileges, the link can be read only if the process is dumpable.
+            link = subprocess.run([*unprivileged, "readlink", f"/proc/{program.process.pid}/exe"], capture_output=True)
+            self.assertEqual((limit, link.stdout != b""), (limit, readable))
 
     def test_it_starts_no_session_bus(self):
         program = self.start(environment={"DBUS_SESSION_BUS_ADDRESS": None, "XDG_RUNTIME_DIR": None})

@@ -72,10 +72,11 @@ class OnDesk(unittest.TestCase):
 
 
 class Program:
-    """A running KestruneMenuDialogs. The test takes the place of the client."""
+    """A running KestruneMenuDialogs. The test takes the place of the client. If `through` is given, this other program
+    starts KestruneMenuDialogs."""
 
-    def __init__(self, desk, *arguments, **options):
-        self.process = desk.spawn(PROGRAM, *arguments, **{
+    def __init__(self, desk, *arguments, through=(), **options):
+        self.process = desk.spawn(*through, PROGRAM, *arguments, **{
             "stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
         self.desk = desk
         self.begun = b""
