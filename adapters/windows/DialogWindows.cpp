@@ -41,8 +41,13 @@ void DialogWindows::alertEvent(const dialogs::Event& event) {
   if (const auto* const pressed = std::get_if<dialogs::Pressed>(&event)) {
     press(pressed->id, pressed->action);
   } else if (const auto* const answered = std::get_if<dialogs::Answered>(&event)) {
+    const bool wasBottom = !open.empty() && open.front().id == answered->id;
     answer(answered->id, answered->answer);
-    if (open.empty()) alertProcess.reset();
+    if (!wasBottom) return;
+    // The program ends when its last alert is closed. If alerts are still open here, it has not read the
+    // requests for them, so show them in a new process. If that fails, `show` empties `open`.
+    alertProcess.reset();
+    for (std::size_t each = 0; each < open.size(); ++each) show(open[each]);
   }
 }
 

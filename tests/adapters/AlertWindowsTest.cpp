@@ -147,6 +147,27 @@ TEST_F(TheAlertWindows, GiveUpAWholeStackFromTheTop) {
   EXPECT_NE(notifications.posted[0].identifier, notifications.posted[1].identifier);
 }
 
+TEST_F(TheAlertWindows, OpenAgainIfTheProgramEndsBeforeItReadsTheRequest) {
+  DialogsRun& run = open("bottom");
+  target->onPerform = [this] { present("top"); };
+  run.say(Pressed{lastId, "explain"});
+  run.say(Pressed{lastId, "explain"});
+  run.asked<ShowAlert>(3);
+  run.say(Answered{lastId, {1}});
+  run.end();
+  DialogsRun& next = stand.run(2);
+  const std::vector<ShowAlert> shown = next.asked<ShowAlert>(2);
+  EXPECT_EQ(shown[0].alert, alert("top"));
+  next.say(Answered{lastId, {1}});  // an alert that is not open any more
+  next.say(Answered{shown[1].id, {0}});
+  next.say(Answered{shown[0].id, {1}});
+  ASSERT_TRUE(areAnswered(3));
+  EXPECT_EQ(answers, (Texts{"bottom 1", "top 0", "top 1"}));
+  EXPECT_EQ(stand.runs.size(), 2u);
+  EXPECT_EQ(notified(), Texts{});
+  EXPECT_EQ(errors.text(), "");
+}
+
 TEST_F(TheAlertWindows, DoNotBlockWhenTheProgramReadsSlowly) {
   Alert large = alert("large");
   // The request passes through a pipe to the fake program, and then through a socket to this test. The text
