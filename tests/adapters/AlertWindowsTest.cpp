@@ -253,6 +253,7 @@ TEST_F(TheAlertWindows, BecomeNotificationsWithoutADisplay) {
 }
 
 TEST_F(TheAlertWindows, HaveNoTimeLimitOnceTheWindowIsShown) {
+  EXPECT_EQ(program.patience, Seconds{5});
   constexpr Seconds limit{3};
   program.patience = limit;
   present("a");
