@@ -234,6 +234,20 @@ TEST_F(Logo, IsCachedInColourAndInGrey) {
   EXPECT_EQ(machine.statusItem.button().image, grey);
 }
 
+TEST_F(Logo, MissingIsLookedUpAgain) {
+  makeStatusItem();
+  const StatusButton& button = machine.statusItem.button();
+  EXPECT_EQ(button.image, nullptr);
+  EXPECT_EQ(button.title, "");
+  EXPECT_EQ(button.imagePosition, ImagePosition::imageOnly);
+  EXPECT_EQ(button.toolTip, "Kestrune · 檢查中 · 目前專案");
+  EXPECT_EQ(button.accessibilityLabel, button.toolTip);
+  EXPECT_EQ(controller->loadMenuBarLogo(Lamp::ok), nullptr);
+  bundleHasPng();
+  expectMenuBarSize(controller->loadMenuBarLogo(Lamp::ok));
+  expectMenuBarSize(controller->loadMenuBarLogo(Lamp::warning));
+}
+
 TEST_F(Logo, FailedConversionToGreyIsRetried) {
   bundleHasPng();
   machine.images.filterFails = true;
