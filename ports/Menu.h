@@ -24,7 +24,7 @@ struct MenuItem {
   std::string title{};
   std::string action{};           ///< name of the action that the row performs; empty: none
   std::string keyEquivalent{};    ///< shortcut key, pressed with Ctrl (upper case: Ctrl+Shift); empty: none
-  std::optional<bool> checked{};  ///< absent: the row has no check mark, and no space for one
+  std::optional<bool> checked{};  ///< absent: the row has no check mark
   bool enabled = true;
   std::weak_ptr<ActionTarget> target{};
 
