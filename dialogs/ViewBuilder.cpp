@@ -1,8 +1,10 @@
 #include "dialogs/ViewBuilder.h"
 
-#include <QEvent>
+#include <QContextMenuEvent>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
@@ -109,6 +111,18 @@ class Field final : public QLineEdit {
   }
 
  protected:
+  // In a masked field, Qt's undo removes the whole text, and redo does not restore it. So switch undo off.
+  void keyPressEvent(QKeyEvent* event) override {
+    if (echoMode() == QLineEdit::Normal || !event->matches(QKeySequence::Undo))
+      QLineEdit::keyPressEvent(event);
+  }
+  void contextMenuEvent(QContextMenuEvent* event) override {
+    QMenu* const menu = createStandardContextMenu();
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    if (echoMode() != QLineEdit::Normal) menu->actions().constFirst()->setEnabled(false);
+    menu->popup(event->globalPos());
+  }
+
   void changeEvent(QEvent* event) override {
     QLineEdit::changeEvent(event);
     if (event->type() == QEvent::PaletteChange) dimPlaceholder();

@@ -27,7 +27,7 @@ class Views(OnDesk):
         self.reader.signals.clear()
         self.screen.keys("End")
         self.screen.type("QW")
-        self.screen.keys("BackSpace", "ctrl+a", "ctrl+c", "ctrl+Insert")
+        self.screen.keys("BackSpace", "ctrl+z", "ctrl+a", "ctrl+c", "ctrl+Insert")
 
         def changes():
             return [str(values) for _, _, _, kind, values in self.reader.heard() if kind == "TextChanged"]
