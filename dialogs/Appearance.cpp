@@ -102,7 +102,8 @@ QColor colorFor(TextColor color, const QPalette& palette) {
 QSize roomForWindow() {
   QSize room(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
   for (const QScreen* const screen : QGuiApplication::screens()) {
-    room = room.boundedTo(screen->availableSize());
+    // While no screen is connected, Qt lists one of size 0.
+    if (!screen->availableSize().isEmpty()) room = room.boundedTo(screen->availableSize());
   }
   return room - windowFrame;
 }
