@@ -25,7 +25,7 @@ DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
   if (beneath != nullptr) setWindowModality(Qt::WindowModal);
 }
 
-void DialogWindow::present() {
+void DialogWindow::present(bool isTop) {
   if (isMinimized()) setWindowState(windowState() & ~Qt::WindowMinimized);
   auto* const field = isHidden() ? qobject_cast<QLineEdit*>(focusWidget()) : nullptr;
   const int cursor = field != nullptr ? field->cursorPosition() : 0;
@@ -34,7 +34,7 @@ void DialogWindow::present() {
   // the end of a long text would be visible. So restore the cursor position, which also deselects the text.
   if (field != nullptr) field->setCursorPosition(cursor);
   raise();
-  activateWindow();
+  if (isTop) activateWindow();
 }
 
 void DialogWindow::setName(const QString& name) {

@@ -23,8 +23,9 @@ class DialogWindow : public QDialog {
   /// Called once, after the window has appeared on the screen and has been painted.
   std::function<void()> onShown;
 
-  /// Shows the window, restores it if it is minimised, raises it, and asks for the keyboard focus.
-  void present();
+  /// Shows the window, restores it if it is minimised, and raises it. If it is the top window, also asks for
+  /// the keyboard focus.
+  void present(bool isTop = true);
 
  protected:
   /// Sets the window's title, and its name for screen readers. If `name` is empty, both are

@@ -99,12 +99,14 @@ bool Session::raise() {
   if (menu) windows.push_back(menu.get());
   // A Wayland program is not told whether its window is minimised or its activation token was refused. So
   // hide the windows: then `present` maps them again, on the current workspace. Do not hide an active window,
-  // because the user may be typing in it.
-  const bool mapsAgain = isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow();
+  // because the user may be typing in it. Do not hide a window that has not appeared yet (`onShown` is set).
+  const bool mapsAgain =
+      isOnWayland() && !windows.empty() && !windows.back()->onShown && !windows.back()->isActiveWindow();
   if (mapsAgain) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
-  for (auto* const each : windows) each->present();
+  // Only the top window asks for the focus: the first window that asks uses up the activation token.
+  for (auto* const each : windows) each->present(each == windows.back());
   return mapsAgain;
 }
 
