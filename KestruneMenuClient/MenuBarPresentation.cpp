@@ -109,8 +109,8 @@ void AppDelegate::stopConnection() {
 }
 
 void AppDelegate::showStatus() {
-  runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
-    updateCodexRuntimeSummaries(result.output);
+  queryStatus([this](const CommandResult& result, const StatusReport& report) {
+    take(report);
     refreshStatus(false);
     std::string content = prettifyOutput(result.output);
     if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
@@ -124,8 +124,7 @@ void AppDelegate::showStatus() {
 }
 
 void AppDelegate::showCodexRuntimeStatus() {
-  runOnWorker(backendCommandLine("status"), defaultTimeout, [this](const CommandResult& result) {
-    const StatusReport report(result.ok, result.output);
+  queryStatus([this](const CommandResult& result, const StatusReport& report) {
     take(report);
     rebuildMenu("Codex 診斷已更新", report.lamp, 0);
     showResultWindow("Codex 版本與 Remote Control", prettifyOutput(result.output), false);

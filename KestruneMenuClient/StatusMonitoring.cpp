@@ -28,15 +28,20 @@ void AppDelegate::take(const StatusReport& report) {
 
 // --- refresh cycle
 
-void AppDelegate::refreshStatus(bool triggerNotification) {
-  if (statusRefreshInProgress) return;
-  statusRefreshInProgress = true;
-  workerQueue->async([self = shared_from_this(), triggerNotification] {
-    const CommandResult result = self->runShellCommand(self->backendCommandLine("status"));
+void AppDelegate::queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then) {
+  workerQueue->async([self = shared_from_this(), then = std::move(then)] {
+    CommandResult result = self->runShellCommand(self->backendCommandLine("status"));
+    // Parse the output here: it may have 16 MiB, and would block the main thread.
+    const StatusReport report(result.ok, result.output);
     self->platform.dispatch.mainQueue().async(
-        [self, triggerNotification, report = StatusReport(result.ok, result.output)] {
-          self->statusQueryDidFinish(report, triggerNotification);
-        });
+        [self, then, report, result = std::move(result)] { then(result, report); });
+  });
+}
+
+void AppDelegate::refreshStatus(bool triggerNotification) {
+  if (std::exchange(statusRefreshInProgress, true)) return;
+  queryStatus([this, triggerNotification](const CommandResult&, const StatusReport& report) {
+    statusQueryDidFinish(report, triggerNotification);
   });
 }
 
