@@ -88,6 +88,15 @@ class Run(unittest.TestCase):
         holder.stdout.close()
         holder.wait()
 
+    def test_a_file_system_without_locks_is_no_running_client(self):
+        place = self.session.runtime / "kestrune-menu-client"
+        place.mkdir()
+        (place / "lock").touch()
+        self.stub("flock", "exit 71")  # the exit status of flock after ENOLCK
+        status, output, errors = self.run_it(KESTRUNE_REPO_PATH="/mine")
+        self.assertEqual((status, errors), (0, ""))
+        self.assertTrue(output.endswith("\nclient --terminal on /mine\n"))
+
     def test_it_fails_if_sudo_cannot_ask_for_a_password(self):
         (self.session.home / "missing").touch()
         self.assertFails("without a terminal sudo cannot ask for a password. As root: apt-get install")
