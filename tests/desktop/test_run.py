@@ -59,6 +59,16 @@ class Run(unittest.TestCase):
             self.assertTrue(output.endswith(f"\nclient --terminal on {self.sample}\n"), output)
             self.assertEqual(len(self.session.processes()), 3)
 
+    def test_the_sample_backend_gets_no_file_with_tokens(self):
+        example = self.tree / "examples/backend"
+        (example / "run").mkdir()
+        for name in (".env", ".env.previous", ".env.unreadable-2", ".kestrune-new-AbC123", "env.off", "run/theirs"):
+            (example / name).write_text("KESTRUNE_APP_API_TOKEN=of the user\n")
+        self.assertEqual(self.run_it()[::2], (0, ""))
+        files = [file for file in self.sample.rglob("*") if file.is_file()]
+        self.assertIn(self.sample / ".env.example", files)
+        self.assertEqual([file for file in files if b"=of the user" in file.read_bytes()], [])
+
     def test_a_client_that_cannot_start_leaves_nothing_running(self):
         (self.session.home / "broken").touch()
         self.assertEqual(self.run_it()[0], 1)
