@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -11,11 +12,30 @@
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RefusedCall.h"
 
+namespace {
+
+/// If set, called before each fsync with its descriptor.
+std::function<void(int)> whenFlushed;
+
+}  // namespace
+
+// Replaces fsync(2) of the C library in this program, to observe the order of fsync and rename.
+extern "C" int fsync(int descriptor) {
+  if (whenFlushed) whenFlushed(descriptor);
+  return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
 namespace kestrune::testing {
 namespace {
 
+bool isFolder(int descriptor) {
+  struct stat state {};
+  return fstat(descriptor, &state) == 0 && S_ISDIR(state.st_mode);
+}
+
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
+  void TearDown() override { whenFlushed = nullptr; }
 
   SystemFileManager files{"/home/u"};
   const std::string path = folder.file(".env");
@@ -92,6 +112,25 @@ TEST_F(FileManager, ReadersSeeTheOldOrTheNewFile) {
   for (int save = 0; readings < 200; ++save) EXPECT_TRUE(files.writeAtomically(path, texts[save % 2]));
   reader.join();
   EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(FileManager, FileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
+  std::vector<std::string> flushed;
+  whenFlushed = [&](int descriptor) {
+    const std::string file = "/proc/self/fd/" + std::to_string(descriptor);
+    flushed.push_back((isFolder(descriptor) ? fs::read_symlink(file).string() : contentsOf(file)) +
+                      " while .env is " + contentsOf(path));
+  };
+  const std::string folderAfterRename = fs::path(path).parent_path().string() + " while .env is new";
+  put("old");
+  EXPECT_TRUE(files.writePrivately(path, "new"));
+  EXPECT_EQ(flushed, (std::vector<std::string>{"new while .env is old", folderAfterRename}));
+  put("old");
+  flushed.clear();
+  EXPECT_TRUE(files.writeAtomically(path, "new"));
+  EXPECT_EQ(flushed,
+            (std::vector<std::string>{"new while .env is old", "new while .env is new", folderAfterRename}))
+      << "the second time for owner and mode";
 }
 
 TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
