@@ -159,24 +159,20 @@ class NewFile {
   /// (RENAME_EXCHANGE). If this process is killed between these two steps, the target is still the old file,
   /// and `kept` is the complete new file.
   Result<> replaceTargetKeeping(const fs::path& kept) {
-    if (link(target.c_str(), kept.c_str()) == 0) return replaceTarget();
-    // The hard link has failed: the file system supports no hard links, or the kernel refuses a hard link to
-    // another user's file (if fs.protected_hardlinks is set).
-    const Failure unlinkable = lastFailure();
-    if (std::string bytes; !readWholeFile(target, bytes)) {
+    if (link(target.c_str(), kept.c_str()) != 0) {
+      // The file system supports no hard links, or the kernel refuses a hard link to another user's file (if
+      // fs.protected_hardlinks is set).
+      const Failure unlinkable = lastFailure();
+      std::string bytes;
+      if (readWholeFile(target, bytes)) return swapWithTarget(kept, unlinkable);
       NewFile copy(kept);
       if (const Result<> written = copy.write(bytes); !written) return written;
       if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
-      return replaceTarget();
     }
-    // Do not swap the temporary file with the target directly: the old file would then have the temporary
-    // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
-    // the swap, the old file is at `kept`.
-    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
-    name = kept;
-    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
-    finish();
-    return Done{};
+    const Result<> replaced = replaceTarget();
+    // On NFS, rename(2) can fail although the server has renamed the file. Then `kept` is the only old file.
+    if (!replaced && isThere(name)) unlink(kept.c_str());
+    return replaced;
   }
 
  private:
@@ -186,6 +182,18 @@ class NewFile {
     mode_t mode;
     std::optional<std::string> list;  ///< the ACL; absent when it could not be read
   };
+
+  /// Returns `unlinkable` if the kernel refuses the swap.
+  Result<> swapWithTarget(const fs::path& kept, const Failure& unlinkable) {
+    // Do not swap the temporary file with the target directly: the old file would then have the temporary
+    // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
+    // the swap, the old file is at `kept`.
+    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
+    name = kept;
+    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
+    finish();
+    return Done{};
+  }
 
   void finish() {
     name.clear();

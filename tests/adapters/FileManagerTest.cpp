@@ -276,6 +276,38 @@ TEST_F(UnreadableFile, NothingChangesWhenTheNewFileCannotBeWritten) {
   EXPECT_EQ(names(), Names{".env"});
 }
 
+TEST_F(UnreadableFile, FailedRenameLeavesNoOtherFile) {
+  const auto refuseRenames = [] { answerRenames(SECCOMP_RET_ERRNO | EBUSY); };
+  put(original);
+  EXPECT_EQ(replaceAfter(refuseRenames), "Device or resource busy");
+  EXPECT_EQ(names(), Names{".env"});
+  EXPECT_EQ(replaceAfter([&] {
+              refuseHardLinks(EPERM);
+              whenFlushed = [&](int descriptor) {
+                if (isFolder(descriptor)) refuseRenames();  // the copy has got its name
+              };
+            }),
+            "Device or resource busy");
+  EXPECT_EQ(names(), Names{".env"});
+  EXPECT_EQ(contentsOf(path), original);
+}
+
+TEST_F(UnreadableFile, OldFileIsKeptIfTheRenameWasDoneAndFails) {
+  put(original);
+  const auto renameTheNewFile = [this](int descriptor) {
+    if (!isFolder(descriptor)) return;  // the copy has not got its name yet
+    for (const auto& name : names())
+      if (name.starts_with(".kestrune-new-")) fs::rename(folder.file(name), path);
+  };
+  EXPECT_EQ(replaceAfter([&] {
+              refuseHardLinks(EPERM);
+              whenFlushed = renameTheNewFile;
+            }),
+            "No such file or directory");
+  EXPECT_EQ(contentsOf(path), "new");
+  EXPECT_EQ(contentsOf(kept), original);
+}
+
 TEST_F(UnreadableFile, KilledReplacementAlwaysLeavesAFile) {
   put("");
   std::mt19937 random(20);

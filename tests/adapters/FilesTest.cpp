@@ -235,7 +235,7 @@ TEST_F(NewFiles, ModeIs0600WhateverTheUmask) {
 TEST_F(NewFiles, TemporaryFileHasMode0600) {
   put(path, "old", 0644);
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    dieAtRename();
+    answerRenames(SECCOMP_RET_KILL_PROCESS);
     say(files.writeAtomically(path, "new") ? "saved" : "not saved");
   });
   EXPECT_EQ(program.line(), "end");

@@ -48,13 +48,13 @@ inline void refuseSending(unsigned length, int error) {
   install({sizeof filter / sizeof *filter, filter});
 }
 
-/// From now on, any rename call kills this process.
-inline void dieAtRename() {
+/// From now on, a seccomp filter answers any rename call with `action` (SECCOMP_RET_…).
+inline void answerRenames(unsigned action) {
 #ifdef SYS_rename
-  answerCall(SYS_rename, SECCOMP_RET_KILL_PROCESS);
+  answerCall(SYS_rename, action);
 #endif
-  answerCall(SYS_renameat, SECCOMP_RET_KILL_PROCESS);
-  answerCall(SYS_renameat2, SECCOMP_RET_KILL_PROCESS);
+  answerCall(SYS_renameat, action);
+  answerCall(SYS_renameat2, action);
 }
 
 /// From now on, every attempt to make a hard link fails with `error`, as on a file system without hard links.
