@@ -89,6 +89,13 @@ std::map<std::string, Value> valuesOf(const std::vector<std::string>& lines) {
   return values;
 }
 
+/// Returns whether nothing exists at `path`. If stat(2) fails for another reason, such as EACCES, or ESTALE
+/// on NFS, returns false: a file may exist.
+bool isMissing(const fs::path& path) {
+  std::error_code failure;
+  return fs::status(path, failure).type() == fs::file_type::not_found;
+}
+
 bool isInBuildFolder(const fs::path& program) {
   std::error_code failure;
   for (fs::path folder = program.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
@@ -166,9 +173,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   const std::string gone = unescaped(values["TryExec"].text);
   const std::string& former = values["Exec"].text;
   std::string command = replacingAll(former, launchCommand(gone), launchCommand(*present));
-  std::error_code failure;
   const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() && command != former;
-  if (!isOurs || fs::exists(gone, failure) || isInBuildFolder(*present)) return;
+  if (!isOurs || !isMissing(gone) || isInBuildFolder(*present)) return;
   if (!document(label, *present, repoPath)) {
     reportOnce("cannot repair " + path(label) +
                ": an entry cannot hold the path of the program or the backend");
@@ -176,10 +182,10 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // Perhaps the user moved the repository together with the program. If there is no folder at the old path
+    // Perhaps the user moved the repository together with the program. If there is nothing at the old path
     // (`repo`), write the new path (`repoPath`) into the entry.
     const std::string repo = unescaped(start->second.text);
-    if (!fs::is_directory(repo, failure)) {
+    if (isMissing(repo)) {
       command = replacingAll(command, repoArgument(repo), repoArgument(absolute(repoPath)));
       lines[start->second.line] = "Path=" + escaped(absolute(repoPath));
     }

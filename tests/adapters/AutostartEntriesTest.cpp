@@ -227,6 +227,20 @@ TEST_F(AutostartEntriesTest, RepairLeavesOtherEntriesAlone) {
   EXPECT_FALSE(fs::exists(path)) << "made where there is none";
 }
 
+TEST_F(AutostartEntriesTest, RepairLeavesPathsThatCannotBeChecked) {
+  bundle.executable = program("there");
+  bundle.environment["KESTRUNE_REPO_PATH"] = "set";
+  fs::create_symlink("loop", home.file("loop"));  // stat fails with ELOOP, also for root
+  const std::string gone = home.file("gone") + "/KestruneMenuClient";
+  const std::string unchecked = home.file("loop") + "/KestruneMenuClient";
+  for (const auto& [former, expected] :
+       {std::pair(unchecked, unchecked), std::pair(gone, *bundle.executable)}) {
+    put(*agents.document(label, former, home.file("loop")));
+    agents.repair(label, "/repo");
+    EXPECT_EQ(contentsOf(path), agents.document(label, expected, home.file("loop")));
+  }
+}
+
 TEST_F(AutostartEntriesTest, RepairKeepsTheChangesOfTheUser) {
   bundle.executable = program("there");
   const std::string gone = home.file("gone") + "/KestruneMenuClient";
