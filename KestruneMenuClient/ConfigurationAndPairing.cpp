@@ -47,20 +47,28 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
       old.isThere() ? old.with(values, limit) : EnvFile(std::move(example)).with(values, limit);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
 
-  const std::string previous = path + ".previous";
-  const bool losesValue = shown && old.losesValue(values, *shown);
-  if (losesValue) {
-    if (const auto kept = files.writePrivately(previous, old.text()); !kept)
-      return notSaved("無法把原有的設定保留為 " + previous + "：" + kept.reason() + "。");
+  std::string kept;  // path of the file that keeps the old settings; empty if there is none
+  std::string reason;
+  if (shown && old.losesValue(values, *shown)) {
+    kept = path + ".previous";
+    reason = "設定視窗沒有顯示的值已被覆蓋";
+    if (const auto copied = files.writePrivately(kept, old.text()); !copied)
+      return notSaved("無法把原有的設定保留為 " + kept + "：" + copied.reason() + "。");
   }
-  // If .env could not be read as text, keep it under another name. It may be the only copy of the settings.
-  const auto written =
-      old.isThere() ? files.writeAtomically(path, *contents) : files.replaceUnreadable(path, *contents);
-  if (!written) return {false, written.reason()};
-  if (losesValue) {
-    platform.notifications.add({.identifier = previous,
+  if (old.isThere()) {
+    if (const auto written = files.writeAtomically(path, *contents); !written)
+      return {false, written.reason()};
+  } else {
+    // If .env could not be read as text, keep it under another name. It may be the only copy of the settings.
+    const auto replaced = files.replaceUnreadable(path, *contents);
+    if (!replaced) return {false, replaced.reason()};
+    kept = *replaced;
+    reason = "無法讀取 .env，它已被新檔案取代";
+  }
+  if (shown && !kept.empty()) {
+    platform.notifications.add({.identifier = kept,
                                 .title = "原有設定已保留",
-                                .body = "設定視窗沒有顯示的值已被覆蓋，原檔案保留在 " + previous,
+                                .body = reason + "，原檔案保留在 " + kept,
                                 .lasting = true});
   }
   return {true, "設定已保存到 " + path};

@@ -41,9 +41,9 @@ class FileManager {
   virtual Result<> writePrivately(const std::string& path, const std::string& contents) = 0;
 
   /// Like `writeAtomically`, for a file whose contents could not be read. If the old file is a regular file,
-  /// keeps it in the same folder, with ".unreadable" appended to its name. After a failure, the old file is
-  /// still at `path`.
-  virtual Result<> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
+  /// keeps it in the same folder, with ".unreadable" appended to its name. Returns the path of the kept file;
+  /// empty if there was no old file. After a failure, the old file is still at `path`.
+  virtual Result<std::string> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
   /// Creates the folder and its missing parents, with mode 0777 & ~umask. Succeeds if the folder exists.
   virtual Result<> createDirectory(const std::string& path) = 0;

@@ -245,16 +245,18 @@ fs::path nameToKeep(const fs::path& file) {
   return free;
 }
 
-/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `keepsOld` is true,
-/// keeps an existing file under another name.
-Result<> replaceFile(const std::string& path, const std::string& contents, bool keepsOld) {
+/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not
+/// null, keeps an existing file under another name, and sets `kept` to this name.
+Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;
   if (isNowhere(target)) target = path;
   NewFile file(target);
   if (const Result<> recorded = file.keepAccess(); !recorded) return recorded;
   if (const Result<> written = file.write(contents); !written) return written;
-  return keepsOld && file.hasOld() ? file.replaceTargetKeeping(nameToKeep(target)) : file.replaceTarget();
+  if (!kept || !file.hasOld()) return file.replaceTarget();
+  *kept = nameToKeep(target);
+  return file.replaceTargetKeeping(*kept);
 }
 
 /// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
@@ -298,7 +300,7 @@ FileContents SystemFileManager::contents(const std::string& path) const {
 }
 
 Result<> SystemFileManager::writeAtomically(const std::string& path, const std::string& contents) {
-  return replaceFile(path, contents, false);
+  return replaceFile(path, contents);
 }
 
 Result<> SystemFileManager::writePrivately(const std::string& path, const std::string& contents) {
@@ -307,8 +309,12 @@ Result<> SystemFileManager::writePrivately(const std::string& path, const std::s
   return written ? file.replaceTarget() : written;
 }
 
-Result<> SystemFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
-  return replaceFile(path, contents, true);
+Result<std::string> SystemFileManager::replaceUnreadable(const std::string& path,
+                                                         const std::string& contents) {
+  std::string kept;
+  if (const Result<> replaced = replaceFile(path, contents, &kept); !replaced)
+    return Failure{replaced.reason()};
+  return kept;
 }
 
 Result<> SystemFileManager::createDirectory(const std::string& path) {

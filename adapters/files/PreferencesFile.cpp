@@ -68,9 +68,13 @@ Result<> PreferencesFile::save() {
   Json preferences = old.value_or(Json::object());
   preferences.update(unsaved);
   const std::string text = preferences.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  Result<> saved = old ? files.writeAtomically(path, text) : files.replaceUnreadable(path, text);
-  if (saved) lastRead = std::move(preferences);
-  return saved;
+  if (old) {
+    if (const auto written = files.writeAtomically(path, text); !written) return written;
+  } else if (const auto replaced = files.replaceUnreadable(path, text); !replaced) {
+    return Failure{replaced.reason()};
+  }
+  lastRead = std::move(preferences);
+  return Done{};
 }
 
 }  // namespace kestrune

@@ -45,10 +45,15 @@ TYPED_TEST(FileManagerContract, ReadsTheLastWrite) {
   }
   EXPECT_TRUE(this->files.writePrivately(this->path("a"), "private"));
   expectRead(this->files.contents(this->path("a")), "private");
-  EXPECT_TRUE(this->files.replaceUnreadable(this->path("a"), "readable"));
-  expectRead(this->files.contents(this->path("a")), "readable");
-  EXPECT_TRUE(this->files.replaceUnreadable(this->path("b"), "new"));
-  expectRead(this->files.contents(this->path("b")), "new");
+}
+
+TYPED_TEST(FileManagerContract, NamesTheUnreadableFileThatItKept) {
+  using Kept = Result<std::string>;
+  const std::string path = this->path("a");
+  EXPECT_EQ(this->files.replaceUnreadable(path, "first"), Kept(""));
+  EXPECT_EQ(this->files.replaceUnreadable(path, "second"), Kept(path + ".unreadable"));
+  expectRead(this->files.contents(path), "second");
+  expectRead(this->files.contents(path + ".unreadable"), "first");
 }
 
 TYPED_TEST(FileManagerContract, TooLargeFileIsNotRead) {

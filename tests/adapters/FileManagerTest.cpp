@@ -185,7 +185,7 @@ struct UnreadableFile : FileManager {
     ForkedProgram program([&](const ForkedProgram::Say& say) {
       becomeOrdinaryUser();
       prepare();
-      const Result<> done = files.replaceUnreadable(path, "new");
+      const auto done = files.replaceUnreadable(path, "new");
       say(done ? "replaced" : done.reason());
     });
     return program.line();
@@ -214,7 +214,7 @@ TEST_F(UnreadableFile, EachOldFileGetsAFreeName) {
   fs::create_symlink("nowhere", kept + "-2");
   for (const char* const text : {"first", "third"}) {
     put(text);
-    EXPECT_TRUE(files.replaceUnreadable(path, "new"));
+    EXPECT_EQ(*files.replaceUnreadable(path, "new"), kept + (*text == 'f' ? "" : "-3"));
   }
   EXPECT_EQ(contentsOf(kept), "first");
   EXPECT_TRUE(fs::is_symlink(kept + "-2"));
@@ -225,7 +225,7 @@ TEST_F(UnreadableFile, LinkStaysAndItsTargetIsKept) {
   const std::string target = folder.file("target");
   std::ofstream(target) << "text";
   fs::create_symlink("target", path);
-  EXPECT_TRUE(files.replaceUnreadable(path, "new"));
+  EXPECT_EQ(*files.replaceUnreadable(path, "new"), target + ".unreadable");
   EXPECT_TRUE(fs::is_symlink(path));
   EXPECT_EQ(contentsOf(target), "new");
   EXPECT_EQ(contentsOf(target + ".unreadable"), "text");

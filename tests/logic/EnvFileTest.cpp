@@ -182,6 +182,25 @@ TEST_F(EnvWriter, KeepsAnUnreadableFile) {
   EXPECT_EQ(env(), "KEY=\xFF");
 }
 
+TEST_F(EnvWriter, DialogNamesTheUnreadableFileThatWasKept) {
+  env() = "OTHER=lost\nKEY=\xFF";
+  const EnvValues shown{{"KEY", ""}};
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}, &shown), saved);
+  const std::string kept = std::string(envFile) + ".unreadable";
+  EXPECT_EQ(machine.notifications.posted,
+            (std::vector{Notification{.identifier = kept,
+                                      .title = "原有設定已保留",
+                                      .body = "無法讀取 .env，它已被新檔案取代，原檔案保留在 " + kept,
+                                      .lasting = true}}));
+  for (const bool isFirst : {false, true}) {
+    if (isFirst) machine.fileManager.files.erase(envFile);
+    EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}, &shown), saved);
+  }
+  env() = "KEY=\xFF";
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), saved);
+  EXPECT_EQ(machine.notifications.posted.size(), 1U) << "only for the dialog, and only for a kept file";
+}
+
 TEST_F(EnvWriter, LeavesTheFileAfterATemporaryReadError) {
   machine.fileManager.readError = "Too many open files";
   env() = "KEY=old";

@@ -182,12 +182,16 @@ Result<> FakeFileManager::writeAtomically(const std::string& path, const std::st
   return Done{};
 }
 
-Result<> FakeFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
+Result<std::string> FakeFileManager::replaceUnreadable(const std::string& path, const std::string& contents) {
+  std::string kept;
   if (fileExists(path)) {
     log.push_back("keep unreadable " + path);
     if (keepError) return Failure{*keepError};
+    kept = path + ".unreadable";
+    if (files.contains(path)) files[kept] = files[path];
   }
-  return writeAtomically(path, contents);
+  if (const Result<> written = writeAtomically(path, contents); !written) return Failure{written.reason()};
+  return kept;
 }
 
 Platform platformWith(FakePlatform& fakes, const RealParts& real) {

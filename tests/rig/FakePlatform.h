@@ -301,7 +301,7 @@ struct FakeFileManager final : FileManager {
     files[path] = contents;
     return Done{};
   }
-  Result<> replaceUnreadable(const std::string& path, const std::string& contents) override;
+  Result<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override {
     log.push_back("create folder " + path);
     if (folderError) return Failure{*folderError};
