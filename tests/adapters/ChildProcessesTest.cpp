@@ -12,7 +12,6 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ProcessEnd.h"
 #include "tests/rig/ScopedVariable.h"
-#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {
@@ -119,14 +118,6 @@ struct ChildProcess : ::testing::Test, RealChildren {
     return waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
   }
 };
-
-TEST_F(ChildProcess, CanHandleSIGTERM) {
-  const auto child = launchUpTo({"on-term", "bye"});
-  child->terminate();
-  ASSERT_TRUE(ends(*child));
-  EXPECT_EQ(child->terminationStatus(), 7);
-  EXPECT_EQ(child->readOutput(Seconds{0}), "bye");
-}
 
 TEST_F(ChildProcess, AbandonedChildIsReapedAtTheNextLaunch) {
   auto child = launchUpTo({"ids"});
@@ -316,13 +307,6 @@ TEST_F(ChildInheritance, ChildInheritsEnvironmentAndWorkingDirectory) {
   EXPECT_EQ(outputOf({"-c", "echo \"$KESTRUNE_TEST_VARIABLE\"; pwd -P"}, "/bin/sh"),
             "a value, 值\n" + here + "\n");
   std::filesystem::current_path(before);
-}
-
-TEST_F(ChildInheritance, ChildInheritsStandardInput) {
-  const PipeEnds pipe;
-  const StandardStreams streams(pipe.reading.get(), STDOUT_FILENO);
-  ASSERT_EQ(write(pipe.writing.get(), "a line\n", 7), 7);
-  EXPECT_EQ(outputOf({"copy-input"}), "a line\n");
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 //   of TEXT                     let later floods repeat TEXT instead of "x"
 //   narrow N                    set the capacity of both pipes to N bytes
 //   ignore SIGNAL               ignore the signal with this number
-//   on-term TEXT                at SIGTERM, write TEXT to standard output and exit with status 7
 //   descriptors                 print the numbers of the open descriptors
 //   signals                     print the masks of the blocked and the ignored signals, from /proc
 //   ids                         print "pid N pgid N sid N"
@@ -22,13 +21,11 @@
 //   leave-flooding SECONDS      like leave, but the descendant writes to both pipes all the time
 //   leave-session SECONDS       like leave, but the descendant is in a new session and closes both pipes
 //   touch FILE                  create FILE; if FILE is a named pipe, open it for writing and close it
-//   copy-input                  copy the first line of standard input to standard output
 //   pause                       wait for a signal
 //   exit STATUS                 exit with this status
 
 namespace {
 
-std::string onTerm;
 std::string floodText = "x";
 
 void put(int descriptor, const std::string& text) {
@@ -93,10 +90,6 @@ void leaveDescendant(unsigned seconds, const std::string& kind) {
   for (;;) pause();
 }
 
-void copyLine() {
-  for (char next = 0; next != '\n' && read(STDIN_FILENO, &next, 1) == 1;) put(STDOUT_FILENO, {next});
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -104,8 +97,7 @@ int main(int count, char** arguments) {
     const std::string verb = arguments[i];
     const std::string argument = i + 1 < count ? arguments[i + 1] : "";
     const auto number = std::strtol(argument.c_str(), nullptr, 10);
-    const bool alone = verb == "descriptors" || verb == "signals" || verb == "ids" || verb == "pause" ||
-                       verb == "copy-input";
+    const bool alone = verb == "descriptors" || verb == "signals" || verb == "ids" || verb == "pause";
     if (!alone) ++i;
     if (verb == "out") {
       put(STDOUT_FILENO, argument);
@@ -121,12 +113,6 @@ int main(int count, char** arguments) {
       }
     } else if (verb == "ignore") {
       signal(static_cast<int>(number), SIG_IGN);
-    } else if (verb == "on-term") {
-      onTerm = argument;
-      signal(SIGTERM, [](int) {
-        put(STDOUT_FILENO, onTerm);
-        _exit(7);
-      });
     } else if (verb == "descriptors") {
       for (int descriptor = 0; descriptor < 1024; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) != -1) put(STDOUT_FILENO, std::to_string(descriptor) + " ");
@@ -141,8 +127,6 @@ int main(int count, char** arguments) {
       leaveDescendant(static_cast<unsigned>(number), verb);
     } else if (verb == "touch") {
       close(open(argument.c_str(), O_WRONLY | O_CREAT, 0600));
-    } else if (verb == "copy-input") {
-      copyLine();
     } else if (verb == "pause") {
       pause();
     } else if (verb == "exit") {
