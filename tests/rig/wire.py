@@ -144,8 +144,7 @@ class Listener:
             return
         # Without shutdown(), the reading thread would stay blocked and keep the connection open.
         self.connection.socket.shutdown(socket.SHUT_RDWR)
-        if threading.current_thread() is not self.reader:
-            self.reader.join()
+        self.reader.join()
         self.connection.close()
 
 
@@ -191,13 +190,3 @@ def answers(signature="", *arguments):
 
 def refuses(error):
     return lambda peer, call: peer.connection.send(Gio.DBusMessage.new_method_error_literal(call, error, "no"))
-
-
-def dies(peer, _):
-    """A behaviour: the peer dies before it answers."""
-    peer.kill()
-
-
-def does(*behaviours):
-    """Returns a behaviour that runs these behaviours one after the other."""
-    return lambda peer, call: [each(peer, call) for each in behaviours]
