@@ -1,6 +1,5 @@
 """Tests that the client stops the backend before it ends, however it is ended, and leaves no process behind."""
 
-import os
 import signal
 import unittest
 
@@ -57,16 +56,6 @@ class Quit(unittest.TestCase):
         self.assertEqual(client.end(signal.SIGQUIT), 0)
         self.assertStopped()
         self.assertEqual(client.errors.all(), NO_BUS)
-
-    def test_ctrl_c_and_a_closed_terminal_quit(self):
-        self.session.prefer(SWITCHED_OFF)
-        for end in (lambda client: os.write(client.input, b"\x03"), lambda client: client.hang_up()):
-            self.refresh()
-            client = self.session.real_terminal()
-            client.next_menu()
-            end(client)
-            self.assertEqual(client.status(), 0)
-            self.assertStopped()
 
     def test_signals_and_a_second_client_wait_until_the_stop_is_over(self):
         self.session.program("pgrep", HELD_UP_ONCE)

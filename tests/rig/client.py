@@ -87,22 +87,13 @@ class Client:
         with suppress(ProcessLookupError):
             self.process.kill()
         self.process.wait()
-        self.close_input()
+        if self.input is not None:
+            os.close(self.input)
+        self.input = None
         for text in (self.output, self.errors):
             if text:
                 text.close()
         self.output = self.errors = None
-
-    def close_input(self):
-        if self.input is not None:
-            os.close(self.input)
-        self.input = None
-
-    def hang_up(self):
-        """Closes the terminal in which the client runs."""
-        self.close_input()
-        self.output.close()
-        self.output = None
 
     def age(self):
         return time.monotonic() - self.started
