@@ -6,6 +6,7 @@
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ResourceLimit.h"
 #include "tests/rig/SignalState.h"
+#include "tests/rig/StandardErrorText.h"
 
 namespace kestrune::testing {
 namespace {
@@ -102,8 +103,12 @@ struct UnwritablePreferences : Preferences {
 };
 
 TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
-  unwritable.setBool("flag", true);
-  unwritable.setBool("flag", false);
+  {
+    const StandardErrorText errors;
+    unwritable.setBool("flag", true);
+    unwritable.setBool("flag", false);
+    EXPECT_NE(errors.text().find("cannot write the preferences " + place), std::string::npos);
+  }
   makeWritable();
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   unwritable.setString("text", "t");

@@ -1,15 +1,16 @@
-"""Tests how the client starts: with each option, without a bus, with closed streams, with a backend that is missing or
-prints control characters, and as a second client."""
+"""Tests how the client starts: with each option, without a bus, with closed streams, with few descriptors, with a
+backend that is missing or prints control characters, and as a second client."""
 
 import os
 import signal
 import socket
 import unittest
+from contextlib import suppress
 
 from rig import isolation
 from rig.client import CONNECTED, NO_BUS, NO_BUS_FOR_THE_TRAY, NO_SYSTEM_BUS
 from rig.processes import running, wait_for_end
-from rig.session import REPORTING_BACKEND, Session
+from rig.session import REPORTING_BACKEND, SWITCHED_OFF, Session
 
 
 class Options(unittest.TestCase):
@@ -81,6 +82,23 @@ class Start(unittest.TestCase):
         client.send(signal.SIGSEGV)
         ended = os.waitid(os.P_PID, client.pid, os.WEXITED | os.WNOWAIT)
         self.assertEqual(ended.si_code, os.CLD_KILLED)  # CLD_DUMPED would mean that there is a core dump
+
+    def test_with_too_few_descriptors_it_says_why_it_ends(self):
+        self.session.prefer(SWITCHED_OFF)
+        statuses = []
+        for limit in range(4, 48, 4):
+            with self.subTest(limit=limit):
+                client = self.session.terminal(through=["prlimit", f"--nofile={limit}"])
+                with suppress(BrokenPipeError):  # the client has ended already
+                    client.type("q")
+                statuses.append(client.status())
+                if statuses[-1]:
+                    self.assertIn("Too many open files", client.errors.all())
+                else:
+                    self.assertIn("退出 Kestrune", client.output.all())
+        # With few descriptors the client fails; from some limit on it always works.
+        self.assertEqual(statuses, sorted(statuses, reverse=True))
+        self.assertEqual(set(statuses), {0, 1})
 
     def test_it_starts_with_all_standard_streams_closed(self):
         for arguments in ([], ["--terminal"]):

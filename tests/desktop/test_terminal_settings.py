@@ -5,23 +5,48 @@ import os
 import pty
 import struct
 import termios
+import unittest
 
 from rig import isolation
-from rig.dialogue import Dialogue
 from rig.display import Screen
+from rig.session import COUNTING_BACKEND, SWITCHED_OFF, Session
 from rig.waiting import Deadline
 
 KEY = "OpenAI API Key"
 PLACEHOLDER_URL = "https://relay.example.com"
 
 
-class InATerminal(Dialogue):
-    def start(self, text=None, **environment):
+class InATerminal(unittest.TestCase):
+    def setUp(self):
+        self.session = Session(self)
+        # This fake systemctl prints nothing and succeeds, like the real one when it stops a loaded unit.
+        self.session.program("systemctl", "exit 0\n")
+        self.session.stub_backend(COUNTING_BACKEND)
+        # While auto-connect is off, the client runs no command by itself.
+        self.session.prefer(SWITCHED_OFF)
+
+    def start(self, text="", **environment):
         """Starts the client in a pseudo-terminal, with this text in .env."""
-        self.env.write_text(text or "")
+        (self.session.repo / ".env").write_text(text)
         self.client = self.session.real_terminal(environment=environment)
         self.read = 0
         self.expect("列號或按鍵> ")
+
+    def expect(self, words):
+        """Waits for these words in the output since the last call."""
+        at = self.client.output.wait(lambda text: text.find(words, self.read) + 1, f"“{words}”") - 1
+        self.read = at + len(words)
+
+    def ask(self, line, answer):
+        self.client.type(line)
+        self.expect(answer)
+
+    def reach_the_key(self):
+        """Opens the settings, and leaves all fields before the key as they are."""
+        self.ask(",", "手機連線 API URL")
+        self.expect("> ")
+        for _ in range(4):
+            self.ask("", "> ")
 
     def echoes(self):
         return bool(termios.tcgetattr(self.client.input)[3] & termios.ECHO)
@@ -42,9 +67,7 @@ class InATerminal(Dialogue):
 
     def test_the_echo_is_off_for_the_key_and_on_again_at_the_end(self):
         self.start()
-        self.open_settings()
-        for _ in range(4):
-            self.ask("", "> ")
+        self.reach_the_key()
         self.assertTrue(self.client.output.so_far[:self.read].endswith(f"{KEY}（未填，輸入時不顯示）> "))
         self.assertFalse(self.echoes())
         self.assertEqual(self.client.end(), 0)
@@ -61,8 +84,8 @@ class InATerminal(Dialogue):
             with self.subTest(token=token, colours=colours):
                 self.start(f"KESTRUNE_APP_API_TOKEN={token}\n", TERM=term)
                 fcntl.ioctl(self.client.input, termios.TIOCSWINSZ, struct.pack("HHHH", *size, 0, 0))
-                self.fill_in()
-                self.expect("按鈕編號> ")
+                self.reach_the_key()
+                self.ask("", "按鈕編號> ")
                 begin = self.read
                 self.ask("4", f"API URL：{PLACEHOLDER_URL}")
                 self.expect("按鈕編號> ")
