@@ -19,17 +19,6 @@ struct InhibitorChanges : AwakeDesk {
 
 // --- services that start and end
 
-TEST_F(InhibitorChanges, ANewOwnerOfTheNameIsAskedInstead) {
-  saver = serve(saverName, StubService::grants(3));
-  connect();
-  const auto identifier = create(display).value();
-  const auto replacement = serve(saverName, StubService::grants(8));
-  lose(identifier);
-  EXPECT_TRUE(create(display));
-  EXPECT_EQ(replacement->calls(), Calls{saverCall});
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
-}
-
 TEST_F(InhibitorChanges, AreLostWithLogindUntilItRestarts) {
   login = serve(loginName, locks.grants());
   connect();

@@ -125,22 +125,6 @@ TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, HoldLogindDescriptorsCloseOnExec) {
-  const auto inheritable = [] {
-    std::set<int> found;
-    for (int descriptor = 3; descriptor < 1024; ++descriptor) {
-      const int flags = fcntl(descriptor, F_GETFD);
-      if (flags != -1 && (flags & FD_CLOEXEC) == 0) found.insert(descriptor);
-    }
-    return found;
-  };
-  login = serve(loginName, locks.grants());
-  connect();
-  const auto before = inheritable();
-  ASSERT_TRUE(create(system));
-  EXPECT_EQ(inheritable(), before);
-}
-
 TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
