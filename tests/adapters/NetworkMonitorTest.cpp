@@ -155,10 +155,6 @@ TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
       through("bridge_of_both",
               {"link add made type bridge", "link set wifi master made", "link set cable master made"},
               viaCable),
-      through("macvlan_over_a_bridge",
-              {"link add bridge type bridge", "link set wifi master bridge", "link set bridge up",
-               "link add link bridge name made type macvlan"},
-              viaWiFi),
   });
 }
 

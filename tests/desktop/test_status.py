@@ -117,12 +117,6 @@ class Performing(unittest.TestCase):
         self.assertEqual(self.session.run("--perform", "quit"), (0, "ok\n", ""))
         self.assertEqual(client.process.wait(), 0)
 
-    def test_perform_without_a_client_only_lists_actions(self):
-        status, output, errors = self.session.run("--perform", "help")
-        self.assertEqual((status, errors), (0, ""))
-        self.assertIn("\nshowSettings            連線與 Token 設定…\n", output)
-        self.assertEqual(self.session.run("--perform", "quit"), (1, "", "KestruneMenuClient: no client runs\n"))
-
 
 class Diagnosis(StatusTest):
     def setUp(self):

@@ -50,13 +50,6 @@ TEST_F(Preferences, OnlyTheExactTextSelectsTheOfficialMode) {
   }
 }
 
-TEST_F(Preferences, IgnoreValuesOfTheWrongType) {
-  stored["autoConnectEnabled"] = std::string("false");
-  stored["keepAwakeEnabled"] = std::string("");
-  stored["connectionMode"] = true;
-  expectRead(true, true, false);
-}
-
 struct ConnectionModeToggle : WithStatusItem {
   std::variant<bool, std::string> stored() const { return machine.userDefaults.values.at("connectionMode"); }
 };
