@@ -86,8 +86,11 @@ void Session::perform(const Raise& request) {
   // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  // There is nothing to raise. The next window takes the token, and must not be mapped again without it.
-  if (alerts.empty() && !menu) return;
+  // A window that has not appeared yet takes the token. Do not map it again: the token works once.
+  const DialogWindow* const top = menu             ? menu.get()
+                                  : alerts.empty() ? nullptr
+                                                   : static_cast<DialogWindow*>(alerts.back());
+  if (top == nullptr || top->onShown) return;
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
   // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.
@@ -99,9 +102,8 @@ bool Session::raise() {
   if (menu) windows.push_back(menu.get());
   // A Wayland program is not told whether its window is minimised or its activation token was refused. So
   // hide the windows: then `present` maps them again, on the current workspace. Do not hide an active window,
-  // because the user may be typing in it. Do not hide a window that has not appeared yet (`onShown` is set).
-  const bool mapsAgain =
-      isOnWayland() && !windows.empty() && !windows.back()->onShown && !windows.back()->isActiveWindow();
+  // because the user may be typing in it.
+  const bool mapsAgain = isOnWayland() && !windows.empty() && !windows.back()->isActiveWindow();
   if (mapsAgain) {
     for (auto each = windows.rbegin(); each != windows.rend(); ++each) (*each)->hide();
   }
