@@ -229,7 +229,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   int failure = start();
   // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
   // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
-  for (int attempt = 1; failure == EAGAIN && children->onlyThread && attempt < reservedAttempts; ++attempt) {
+  for (int attempt = 1;
+       failure == EAGAIN && children->onlyThread && !isReserved() && attempt < reservedAttempts; ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
     lock.lock();
@@ -237,7 +238,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     failure = start();
   }
   if (failure != 0) return Failure{describe(failure)};
-  if (isReserved()) {  // meanwhile
+  if (isReserved()) {  // reserved during the spawn
     kill(-pid, SIGKILL);
     children->abandoned.push_back(pid);
     return Failure{describe(ECANCELED)};
