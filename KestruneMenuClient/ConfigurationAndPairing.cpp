@@ -43,8 +43,8 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
   if (example.outcome == ReadOutcome::temporaryFailure) return {false, example.problem};
   constexpr std::size_t limit = FileManager::sizeLimit;
-  const auto contents =
-      old.isThere() ? old.with(values, limit) : EnvFile(std::move(example)).with(values, limit);
+  const EnvFile fresh(std::move(example));
+  const auto contents = (old.isThere() ? old : fresh).with(values, limit);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
 
   std::string kept;  // path of the file that keeps the old settings; empty if there is none

@@ -12,11 +12,9 @@ constexpr Seconds trialLimit{2.0};  // time limit for the trial run with "--vers
 
 /// Returns a random UUID (version 4).
 std::string makeUUID() {
-  // Seed once: std::random_device may open a file, and throws if it cannot.
-  static std::mt19937 random{std::random_device{}()};
-  const auto word = [](unsigned keep, unsigned set) {
-    return (static_cast<unsigned>(random()) & keep) | set;
-  };
+  // Construct it once: it may open a file, and throws if it cannot.
+  static std::random_device random;
+  const auto word = [](unsigned keep, unsigned set) { return (random() & keep) | set; };
   char text[37];
   std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%04X%08X", word(0xffffffff, 0), word(0xffff, 0),
                 word(0x0fff, 0x4000), word(0x3fff, 0x8000), word(0xffff, 0), word(0xffffffff, 0));

@@ -117,9 +117,10 @@ class Field final : public QLineEdit {
       QLineEdit::keyPressEvent(event);
   }
   void contextMenuEvent(QContextMenuEvent* event) override {
+    if (echoMode() == QLineEdit::Normal) return QLineEdit::contextMenuEvent(event);
     QMenu* const menu = createStandardContextMenu();
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    if (echoMode() != QLineEdit::Normal) menu->actions().constFirst()->setEnabled(false);
+    menu->actions().constFirst()->setEnabled(false);
     menu->popup(event->globalPos());
   }
 

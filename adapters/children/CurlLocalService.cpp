@@ -42,11 +42,10 @@ std::string withMilliseconds(Seconds limit) {
   return text;
 }
 
-std::nullopt_t cannotRun(const std::string& reason) {
+void reportCannotRun(const std::string& reason) {
   // Do not report ECANCELED: a launch fails with this error because the client is ending.
   if (reason != describe(ECANCELED))
     reportOnce("cannot run curl: " + reason + "; the menu shows no project and no thread");
-  return std::nullopt;
 }
 
 }  // namespace
@@ -54,13 +53,19 @@ std::nullopt_t cannotRun(const std::string& reason) {
 std::optional<std::string> CurlLocalService::getProjects(const std::string& token) {
   if (!canStandInHeader(token)) return std::nullopt;
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
-  if (!header) return cannotRun(describe(errno));
+  if (!header) {
+    reportCannotRun(describe(errno));
+    return std::nullopt;
+  }
   // -q makes curl ignore the user's .curlrc. --noproxy "*" makes curl connect without a proxy.
   const auto launched = children.launch(
       "curl",
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
-  if (!launched) return cannotRun(launched.reason());
+  if (!launched) {
+    reportCannotRun(launched.reason());
+    return std::nullopt;
+  }
   Process& child = **launched;
   const Seconds deadline = clock.awakeTime() + limit + grace;
   std::string answer = child.readOutput(limit + grace);

@@ -96,9 +96,9 @@ void DesktopNotifications::add(const Notification& notification) {
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
   // Request a reply only for a lasting notification: `withdraw` needs the number in the reply. If slot and
-  // handler are null, sd-bus requests no reply. Set no timeout, because at login the daemon may start slowly.
+  // handler are null, sd-bus requests no reply.
   sd_bus_call_async(bus, lasts ? &slot : nullptr, call.get(), lasts ? &handler<&Lasting::shown> : nullptr,
-                    sent, UINT64_MAX);
+                    sent, 0);
   if (sent != nullptr) sent->reply.reset(slot);
   if (lasting.size() > lastingLimit) lasting.pop_front();
 }

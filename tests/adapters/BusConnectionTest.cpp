@@ -32,11 +32,14 @@ TEST_F(BusConnection, ClientsHearOfConnectionAndLossOnce) {
   EXPECT_EQ(removed.connections, 0);
 }
 
-TEST_F(BusConnection, CanWaitForTheAuthentication) {
+TEST_F(BusConnection, CanWaitForTheAuthenticationAndHasNoTimeout) {
   bus.waitUntilReady();  // returns although there is no connection
   daemon.start();
   bus.connect();
   EXPECT_EQ(sd_bus_is_ready(probe.bus), 0);
+  std::uint64_t timeout = 0;
+  sd_bus_get_method_call_timeout(probe.bus, &timeout);
+  EXPECT_EQ(timeout, UINT64_MAX);
   // One call waits for 20 ms at most, and the bus of a busy machine may need more.
   for (int calls = 0; calls < 1000 && sd_bus_is_ready(probe.bus) == 0; ++calls) bus.waitUntilReady();
   EXPECT_GT(sd_bus_is_ready(probe.bus), 0);
