@@ -140,7 +140,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// that the dialog showed. If saving would overwrite a non-empty value that the dialog did not show (for
   /// example, because the file has changed meanwhile), first copies the file to ".env.previous". A .env that
   /// cannot be read is kept as ".env.unreadable". After saving, a notification names the file that was kept.
-  /// If `shown` is null, makes no copy and shows no notification.
+  /// If `shown` is null, makes no ".env.previous" and shows no notification.
   OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no

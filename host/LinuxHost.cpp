@@ -179,7 +179,7 @@ class LinuxHost final : public Host {
   Result<> perform(const std::string& action) override { return rendezvous.ask(action); }
 
   std::string describe() override {
-    loop.unblockEndingSignals();  // `describeSession` does not run the loop
+    loop.unblockEndingSignals();  // Ctrl+C must end this process: `describeSession` does not run the loop
     return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
   }
 

@@ -11,7 +11,7 @@ enum class ReadOutcome {
   read,
   unreadable,        ///< missing, not a regular file, or not permitted
   tooLarge,          ///< longer than `FileManager::sizeLimit`
-  temporaryFailure,  ///< no free descriptor, no memory, or an I/O error; a later try may succeed
+  temporaryFailure,  ///< such as EMFILE, EIO or EAGAIN; a later try may succeed
 };
 struct FileContents {
   ReadOutcome outcome = ReadOutcome::unreadable;

@@ -62,8 +62,8 @@ void BusConnection::connect(Absence givenAbsence) {
 
 void BusConnection::tryToConnect() {
   int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
-  // Set no time limit for calls: at login, services may answer late, and no call is repeated. A stopped bus
-  // daemon (SIGSTOP) answers only after SIGCONT.
+  // Set no timeout: at login, services may answer late, and a stopped bus daemon (SIGSTOP) answers only after
+  // SIGCONT. Most calls are not repeated.
   if (result >= 0) result = sd_bus_set_method_call_timeout(bus, UINT64_MAX);
   if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {

@@ -219,7 +219,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .output = output.writeEnd.get(),
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
-  // Unlock meanwhile: exec may hang in a dead network file system, and the end of the client needs the lock.
+  // exec may hang in a dead network file system. Unlock, because the end of the client needs the lock.
   const auto start = [&] {
     lock.unlock();
     const int failure = spawn(options, pid);

@@ -162,15 +162,16 @@ class NewFile {
     if (link(target.c_str(), kept.c_str()) != 0) {
       // The file system supports no hard links, or the kernel refuses a hard link to another user's file (if
       // fs.protected_hardlinks is set).
-      const Failure unlinkable = lastFailure();
+      const Failure linkFailure = lastFailure();
       std::string bytes;
-      if (readWholeFile(target, bytes)) return swapWithTarget(kept, unlinkable);
+      if (readWholeFile(target, bytes)) return swapWithTarget(kept, linkFailure);
       NewFile copy(kept);
       if (const Result<> written = copy.write(bytes); !written) return written;
       if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
     }
     const Result<> replaced = replaceTarget();
-    // On NFS, rename(2) can fail although the server has renamed the file. Then `kept` is the only old file.
+    // On NFS, rename(2) can fail although the server has renamed the file. Then the old file exists only as
+    // `kept`.
     if (!replaced && isThere(name)) unlink(kept.c_str());
     return replaced;
   }
@@ -183,14 +184,14 @@ class NewFile {
     std::optional<std::string> list;  ///< the ACL; absent when it could not be read
   };
 
-  /// Returns `unlinkable` if the kernel refuses the swap.
-  Result<> swapWithTarget(const fs::path& kept, const Failure& unlinkable) {
+  /// If renameat2(2) fails, returns `linkFailure`.
+  Result<> swapWithTarget(const fs::path& kept, const Failure& linkFailure) {
     // Do not swap the temporary file with the target directly: the old file would then have the temporary
     // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
     // the swap, the old file is at `kept`.
-    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return unlinkable;
+    if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return linkFailure;
     name = kept;
-    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return unlinkable;
+    if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return linkFailure;
     finish();
     return Done{};
   }
@@ -246,7 +247,7 @@ fs::path nameToKeep(const fs::path& file) {
 }
 
 /// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not
-/// null, keeps an existing file under another name, and sets `kept` to this name.
+/// null, keeps an existing file under another name, and sets `*kept` to its path.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;

@@ -81,7 +81,7 @@ class ClientSubscription final {
   }
 
   /// Closes the connection if one is open, and tells the subscriber that no client runs. If the client had
-  /// sent a line, first tries to connect again, and tells the subscriber only if this fails.
+  /// sent a line, first connects again after 0.2 s, and tells the subscriber only if this fails.
   void disconnect() {
     const bool wasHeard = socket && !deadline;
     input.reset();
@@ -89,7 +89,7 @@ class ClientSubscription final {
     socket.reset();
     unread.clear();
     if (wasHeard) {
-      // Pause: if there are too many subscribers, each new connection ends that of another one.
+      // Pause: beyond 64 subscribers, the server drops the oldest for each new one.
       deadline = loop.after(reconnectPause, [this] {
         if (!connect()) disconnect();
       });
@@ -108,7 +108,7 @@ class ClientSubscription final {
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< calls `disconnect`; set until the client sends its first line
+  EventSource deadline;  ///< limits the wait for the first line, or delays a reconnect
 };
 
 }  // namespace

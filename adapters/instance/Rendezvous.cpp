@@ -110,7 +110,7 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     if (left <= Seconds{0}) {
       if (!waitsForEnd) {
         reportOnce(other ? "the client that runs (process " + std::to_string(peerOf(other).pid) +
-                               ") does not answer: not starting; kill it to start another one"
+                               ") does not answer: not starting; continue it with kill -CONT, or kill it"
                          : "another client has locked " + folders.current() + lockName +
                                " and answers no requests: not starting");
       }

@@ -15,7 +15,7 @@ namespace kestrune {
 namespace {
 
 constexpr std::size_t peerLimit = 64;
-constexpr std::size_t requestLimit = 4096;  // bytes of a request line
+constexpr std::size_t requestLimit = 4096;  // bytes of an unfinished request line
 constexpr Seconds acceptDelay{1.0};
 /// The file name of the socket until listen(2) has succeeded. Then the file is renamed, so that other
 /// processes never find a socket that refuses connections.

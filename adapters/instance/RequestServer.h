@@ -17,9 +17,8 @@ namespace kestrune {
 ///     status           sends the newest status line, as soon as there is one
 ///     follow           sends the newest status line, and then each later status line
 ///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
-///     perform ACTION   chooses the menu row that has this action; answers "ok", or "error" and a reason.
-///     Does
-///                      nothing if the process has left
+///     perform ACTION   chooses the menu row of this action; answers "ok", or "error" and a reason.
+///                      Ignored if the peer has left
 ///
 /// The answer to any other line is "error" and a reason. Disconnects a peer (a connected process) if it has
 /// sent 4096 bytes or more of an unfinished line, or does not read its answers. A 65th peer replaces the

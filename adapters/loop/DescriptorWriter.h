@@ -18,9 +18,9 @@ class DescriptorWriter {
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: with this text, the number of
-  /// bytes that wait would exceed the limit. ENOSPC or EDQUOT: the disk is full; later texts are written when
-  /// there is space. Any other error: write(2) has failed with this error, now or before, and the descriptor
-  /// is closed.
+  /// bytes that wait would exceed the limit. ENOSPC or EDQUOT: the disk or the quota is full; later texts are
+  /// written when there is space. Any other error: write(2) has failed with this error, now or before, and
+  /// the descriptor is closed.
   bool write(std::string_view text);
 
  private:

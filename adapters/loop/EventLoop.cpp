@@ -238,7 +238,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventLoop& loop;
   const Seconds interval;
   const std::function<void()> action;
-  Seconds due = timeOf(CLOCK_BOOTTIME);  // of the last tick; at first, of the start
+  Seconds due = timeOf(CLOCK_BOOTTIME);  // the next tick; before `wait`, the start
   EventSource source;
 };
 
@@ -271,7 +271,7 @@ EventLoop::EventLoop() {
     struct sigaction inherited {};
     sigaction(each, nullptr, &inherited);
     // Leave an ignored signal ignored. nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT
-    // and SIGQUIT for a background job. A blocked signal is delivered although it is ignored.
+    // and SIGQUIT for a background job. signalfd(2) reports a blocked signal even if it is ignored.
     if (each != SIGTERM && inherited.sa_handler == SIG_IGN) continue;
     signals.push_back(onSignal(each, [this] { terminate(); }));
   }
@@ -288,7 +288,7 @@ void EventLoop::runUntil(const std::function<bool()>& done) {
 }
 
 EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler) {
-  mask(SIG_BLOCK, {{signalNumber}});
+  mask(SIG_BLOCK, std::array{signalNumber});
   sd_event_source* made = nullptr;
   require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "cannot watch a signal");
   return withHandler(made, std::move(handler));

@@ -80,8 +80,8 @@ void StandardInput::applyHiding() {
   foreground.reset();
   if (!terminal || !input || (!hidden && !silenced)) return;
   if (isInBackground()) {
-    // A shell may bring a running job to the foreground without SIGCONT. Look for this while a secret is
-    // asked for: the shell has switched the echo on.
+    // A shell may bring a running job to the foreground without SIGCONT, with the echo on. So check
+    // every 0.2 s while a secret is asked for.
     if (hidden) foreground = loop.after(lookInterval, [this] { resume(); });
     return;
   }

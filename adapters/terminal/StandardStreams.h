@@ -40,7 +40,7 @@ class StandardInput {
     std::function<void(const std::optional<std::string>&)> onLine;
     std::function<void()> onEnd;  ///< called once, after the last line
     std::function<void()> onContinued =
-        nullptr;  ///< called when this process is continued in the foreground; may be null
+        nullptr;  ///< called when this process is in the foreground again; may be null
   };
 
   /// Descriptor 0 must be open; the constructor of `EventLoop` opens it if it is closed.

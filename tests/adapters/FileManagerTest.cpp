@@ -292,7 +292,7 @@ TEST_F(UnreadableFile, FailedRenameLeavesNoOtherFile) {
   EXPECT_EQ(contentsOf(path), original);
 }
 
-TEST_F(UnreadableFile, OldFileIsKeptIfTheRenameWasDoneAndFails) {
+TEST_F(UnreadableFile, OldFileIsKeptIfADoneRenameReportsFailure) {
   put(original);
   const auto renameTheNewFile = [this](int descriptor) {
     if (!isFolder(descriptor)) return;  // the copy has not got its name yet

@@ -171,7 +171,7 @@ TEST_F(WriteFileAtomically, FullDiskLeavesOnlyTheOldFile) {
   EXPECT_EQ(names(), Names{"file"});
 }
 
-TEST_F(WriteFileAtomically, IsPrivateIfTheOldGroupOrACLIsUnknown) {
+TEST_F(WriteFileAtomically, IsPrivateIfGroupOrACLCannotBeKept) {
   for (const long call : {SYS_fchown, SYS_getxattr}) {
     testing::put(path, "old", 0664);
     ForkedProgram program([&](const ForkedProgram::Say& say) {

@@ -102,7 +102,7 @@ TEST_F(TerminalHost, WorksWithoutInputAsAService) {
 
 namespace fs = std::filesystem;
 
-/// Returns whether this process has the pipe open that is the standard output of the process `pid`.
+/// Returns whether this process has the standard output pipe of `pid` open.
 bool hasOutputPipeOf(pid_t pid) {
   const fs::path pipe = fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/1");
   std::error_code ignored;

@@ -125,7 +125,7 @@ TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
-TEST_F(Inhibitors, AreGivenBackByTheDestructor) {
+TEST_F(Inhibitors, AreReleasedByTheDestructor) {
   saver = serve(saverName, StubService::grants(3));
   login = serve(loginName, locks.grants());
   connect();

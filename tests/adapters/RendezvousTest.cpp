@@ -130,7 +130,7 @@ TEST_F(RendezvousTest, StartGivesWayToAHangingClient) {
   const StandardErrorText errors;
   EXPECT_TRUE(isTurnedDown({.activationToken = "token", .answerPatience = moment}));
   EXPECT_EQ(errors.text(), "KestruneMenuClient: the client that runs (process " + std::to_string(getpid()) +
-                               ") does not answer: not starting; kill it to start another one\n");
+                               ") does not answer: not starting; continue it with kill -CONT, or kill it\n");
   EXPECT_TRUE(comesTrue(stopped, [&] { return !first->shown.empty(); }));
   EXPECT_EQ(first->shown, Tokens{"token"});
   EXPECT_EQ(Claim{}.answerPatience, Seconds{2});

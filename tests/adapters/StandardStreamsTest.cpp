@@ -62,7 +62,7 @@ struct StandardInputOn : ::testing::Test {
   int ends = 0;
 };
 
-TEST_F(StandardInputOn, APipeIsGivenBackToWhoeverTakesOver) {
+TEST_F(StandardInputOn, APipeIsRestoredForTheNextProgram) {
   read(pipe.reading.get(), false);
   put(pipe.writing, "for the next\n");
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -269,7 +269,7 @@ TEST_F(StandardOutputTo, AFullDiskOrAClosedDescriptorOrReaderIsIgnored) {
   }
 }
 
-TEST_F(StandardOutputTo, AFullDiskGoesOnWhenThereIsSpaceAgain) {
+TEST_F(StandardOutputTo, AFullDiskIsWrittenAgainWhenThereIsSpace) {
   requireNamespaces("--mount");
   const ScratchFolder folder;
   ForkedProgram program([&folder](const ForkedProgram::Say& say) {
