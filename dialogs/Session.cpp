@@ -86,11 +86,12 @@ void Session::perform(const Raise& request) {
   // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  // A window that has not appeared yet takes the token. Do not map it again: the token works once.
   const DialogWindow* const top = menu             ? menu.get()
                                   : alerts.empty() ? nullptr
                                                    : static_cast<DialogWindow*>(alerts.back());
-  if (top == nullptr || top->onShown) return;
+  // On Wayland, a window that has not appeared yet takes the token. Do not map it again: the token works
+  // once. On X11, raise it: another window may cover it, and therefore it has not appeared.
+  if (top == nullptr || (top->onShown && isOnWayland())) return;
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
   // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.
