@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <optional>
@@ -31,6 +32,7 @@ constexpr std::size_t leastRoom = 65536;
 // Once `reserveForThisThread` has been called, a launch whose fork fails with EAGAIN is tried again for 1 s.
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
+constexpr std::chrono::milliseconds startPatience{200};  // longest wait of `reserveForThisThread`
 
 using std::chrono::steady_clock;
 
@@ -97,6 +99,8 @@ struct ChildProcesses::Register {
   std::vector<pid_t> running;    // children whose Process object exists; that object will reap them
   std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
+  int starting = 0;                           // children that are being started, without the lock
+  std::condition_variable started;            // notified when `starting` becomes 0
 
   void reapAbandoned() {
     std::erase_if(abandoned, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
@@ -221,9 +225,11 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   pid_t pid = 0;
   // exec may hang in a dead network file system. Unlock, because the end of the client needs the lock.
   const auto start = [&] {
+    ++children->starting;
     lock.unlock();
     const int failure = spawn(options, pid);
     lock.lock();
+    if (--children->starting == 0) children->started.notify_all();
     return failure;
   };
   int failure = start();
@@ -248,7 +254,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
 }
 
 void ChildProcesses::reserveForThisThread() {
-  const std::lock_guard lock(children->mutex);
+  std::unique_lock lock(children->mutex);
   children->onlyThread = std::this_thread::get_id();
   children->reapAbandoned();
   // Close the spare descriptors, because the next launch needs free descriptors for its pipes.
@@ -256,6 +262,8 @@ void ChildProcesses::reserveForThisThread() {
   for (const auto* const pids : {&children->running, &children->abandoned}) {
     for (const pid_t pid : *pids) kill(-pid, SIGKILL);
   }
+  // Another thread kills the child that it is starting now. Wait for this, but not for an exec that hangs.
+  children->started.wait_for(lock, startPatience, [this] { return children->starting == 0; });
 }
 
 }  // namespace kestrune
