@@ -43,18 +43,16 @@ struct FileManager : FileTest {
 
 TEST_F(FileManager, TellsATemporaryFailureFromAnUnreadableFile) {
   put("text");
-  for (const auto& [outcome, errors] :
-       {std::pair(ReadOutcome::temporaryFailure, std::vector{EMFILE, ENFILE, ENOMEM, EIO, ESTALE, EAGAIN,
-                                                             ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH}),
-        std::pair(ReadOutcome::unreadable, std::vector{EACCES, ENOENT, ELOOP, ENXIO})}) {
-    for (const int error : errors) {
-      ForkedProgram program([&](const ForkedProgram::Say& say) {
-        refuseCall(SYS_openat, error);
-        say(files.contents(path).outcome == outcome ? "right" : "wrong");
-      });
-      EXPECT_EQ(program.line(), "right") << error;
-    }
-  }
+  const auto expect = [this](ReadOutcome outcome, int error) {
+    ForkedProgram program([&](const ForkedProgram::Say& say) {
+      refuseCall(SYS_openat, error);
+      say(files.contents(path).outcome == outcome ? "right" : "wrong");
+    });
+    EXPECT_EQ(program.line(), "right") << error;
+  };
+  for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, ESTALE, EAGAIN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH})
+    expect(ReadOutcome::temporaryFailure, error);
+  for (const int error : {EACCES, ENOENT, ELOOP, ENXIO}) expect(ReadOutcome::unreadable, error);
 }
 
 TEST_F(FileManager, NewFoldersHaveTheDefaultMode) {
