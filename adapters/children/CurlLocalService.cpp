@@ -42,10 +42,10 @@ std::string withMilliseconds(Seconds limit) {
   return text;
 }
 
-void reportCannotRun(const std::string& reason) {
+void reportNotAsked(const std::string& failed, const std::string& reason) {
   // Do not report ECANCELED: a launch fails with this error because the client is ending.
   if (reason != describe(ECANCELED))
-    reportOnce("cannot run curl: " + reason + "; the menu shows no project and no thread");
+    reportOnce("cannot " + failed + ": " + reason + "; the menu shows no project and no thread");
 }
 
 }  // namespace
@@ -54,7 +54,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
   if (!canStandInHeader(token)) return std::nullopt;
   const FileDescriptor header = fileInMemory("Authorization: Bearer " + token + "\n");
   if (!header) {
-    reportCannotRun(describe(errno));
+    reportNotAsked("create a memfd for curl", describe(errno));
     return std::nullopt;
   }
   // -q makes curl ignore the user's .curlrc. --noproxy "*" makes curl connect without a proxy.
@@ -63,7 +63,7 @@ std::optional<std::string> CurlLocalService::getProjects(const std::string& toke
       {"-q", "--silent", "--max-time", withMilliseconds(limit), "--noproxy", "*", "--header", "@-", address},
       header.get());
   if (!launched) {
-    reportCannotRun(launched.reason());
+    reportNotAsked("run curl", launched.reason());
     return std::nullopt;
   }
   Process& child = **launched;

@@ -242,7 +242,8 @@ TEST_F(LocalServiceTest, RefusedMemfdIsReported) {
   EXPECT_EQ(program.line(), "no answer");
   program.waitForEnd();
   EXPECT_EQ(program.standardError(),
-            "KestruneMenuClient: cannot run curl: Operation not permitted; the menu shows no project and no "
+            "KestruneMenuClient: cannot create a memfd for curl: Operation not permitted; the menu shows no "
+            "project and no "
             "thread\n");
 }
 
