@@ -44,7 +44,7 @@ bool isFileAt(const FileDescriptor& file, const std::string& path) {
 }
 
 /// Returns whether `word` can be part of a request: it is short and has no control character.
-bool isLine(const std::string& word) {
+bool canBeSent(const std::string& word) {
   return word.size() <= wordLimit &&
          std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
 }
@@ -117,7 +117,7 @@ bool Rendezvous::becomesClient(const Claim& claim) {
       return waitsForEnd;
     }
     if (other && !waitsForEnd) {
-      const bool hasToken = !claim.activationToken.empty() && isLine(claim.activationToken);
+      const bool hasToken = !claim.activationToken.empty() && canBeSent(claim.activationToken);
       sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
     }
     std::string answer;
@@ -140,7 +140,8 @@ void Rendezvous::keepLockAcrossExec() const {
 }
 
 Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
-  if (!isLine(action)) return Failure{"an action is one word"};
+  if (!canBeSent(action))
+    return Failure{"invalid action: longer than 1024 bytes, or with a control character"};
   const FileDescriptor client = folders.connect(runningSocketName);
   if (!client)
     return Failure{folders.connect(endingSocketName) ? "the client is about to end" : "no client runs"};

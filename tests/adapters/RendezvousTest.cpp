@@ -354,7 +354,8 @@ TEST_F(RendezvousTest, PerformReturnsTheAnswerOfTheClient) {
   });
   EXPECT_EQ(start()->rendezvous.ask("quit"), Result<>(Done{}));
   EXPECT_EQ(start()->rendezvous.ask("fly away"), Failure{"unknown action: fly away"});
-  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"), Failure{"an action is one word"});
+  EXPECT_EQ(start()->rendezvous.ask("a\nperform quit"),
+            Failure{"invalid action: longer than 1024 bytes, or with a control character"});
   EXPECT_EQ(performed, (Tokens{"quit", "fly away"}));
 }
 
