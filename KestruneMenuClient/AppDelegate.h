@@ -124,7 +124,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// the titles that the action's menu row can have.
   static std::string describeActions();
   /// Performs `action`, which another program has requested. Fails if no enabled menu row has this action
-  /// now. The reason is in English.
+  /// now. The reason of a failure is in English.
   Result<> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError);

@@ -89,8 +89,9 @@ void Session::perform(const Raise& request) {
   const DialogWindow* const top = menu             ? menu.get()
                                   : alerts.empty() ? nullptr
                                                    : static_cast<DialogWindow*>(alerts.back());
-  // On Wayland, a window that has not appeared yet takes the token. Do not map it again: the token works
-  // once. On X11, raise it: another window may cover it, and therefore it has not appeared.
+  // `onShown` is set until the window has appeared. On Wayland, such a window uses the token when it appears.
+  // Do not map it again, because the token works only once. On X11, raise it: perhaps it has not appeared
+  // because another window covers it.
   if (top == nullptr || (top->onShown && isOnWayland())) return;
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be

@@ -120,7 +120,7 @@ class Field final : public QLineEdit {
     if (echoMode() == QLineEdit::Normal) return QLineEdit::contextMenuEvent(event);
     QMenu* const menu = createStandardContextMenu();
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->actions().constFirst()->setEnabled(false);
+    menu->actions().constFirst()->setEnabled(false);  // the first action is Undo
     menu->popup(event->globalPos());
   }
 

@@ -25,8 +25,8 @@ class Host {
 
   virtual Platform& platform() = 0;
 
-  /// Makes the running client perform the action of a menu row, and waits for that client's answer. If it
-  /// fails, the reason is one line. Call this only in a process that is not the client, and call no other
+  /// Makes the running client perform the action of a menu row, and waits for that client's answer. The
+  /// reason of a failure is one line. Call this only in a process that is not the client, and call no other
   /// function of the host in that process except `leave`.
   virtual Result<> perform(const std::string& action) = 0;
 

@@ -55,7 +55,8 @@ class Processes {
 
   /// Sends SIGKILL to the process groups of all running children, and does not wait for the children. From
   /// then on, `launch` fails on every thread except the calling thread, which can still launch the child that
-  /// stops the backend. Call this once, shortly before this process ends.
+  /// stops the backend. Waits at most 200 ms for a `launch` in progress on another thread, which then kills
+  /// its child and fails. Call this once, shortly before this process ends.
   virtual void reserveForThisThread() = 0;
 };
 

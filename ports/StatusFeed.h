@@ -32,8 +32,8 @@ class StatusFeed {
   virtual StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                        std::function<void()> onAbsence) = 0;
 
-  /// Sets the function that performs the action of a menu row when another program requests it. If it fails,
-  /// the reason is one line. Requests that come before this call are refused.
+  /// Sets the function that performs the action of a menu row when another program requests it. The reason of
+  /// a failure is one line. Requests that come before this call are refused.
   virtual void onPerform(std::function<Result<>(const std::string& action)> perform) = 0;
 };
 

@@ -51,12 +51,13 @@ class Into {
   Pointer stored = nullptr;
 };
 
+/// Only declared, for decltype.
 template <typename Class, typename Function>
 Class& classOf(Function Class::*method);
 
 /// Makes a message handler for sd-bus from a member function. The handler's user data must be the object. A
-/// function that handles a reply or a signal is `void (sd_bus_message*)`. A function that handles a method
-/// call is `int (sd_bus_message*, sd_bus_error*)`, and returns what sd_bus_message_handler_t(3) demands.
+/// function that handles replies or signals is `void (sd_bus_message*)`. A function that handles method calls
+/// or filters messages is `int (sd_bus_message*, sd_bus_error*)`: sd_bus_add_object(3) describes its result.
 template <auto method>
 int handler(sd_bus_message* message, void* data, sd_bus_error* error) {
   auto& object = *static_cast<std::remove_reference_t<decltype(classOf(method))>*>(data);

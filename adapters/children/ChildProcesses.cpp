@@ -97,10 +97,10 @@ struct ChildProcesses::Register {
   const TakePipe leftover;
   std::mutex mutex;
   std::vector<pid_t> running;    // children whose Process object exists; that object will reap them
-  std::vector<pid_t> abandoned;  // children whose Process object is destroyed; `reapAbandoned` reaps them
+  std::vector<pid_t> abandoned;  // children without a Process object; `reapAbandoned` reaps them
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
-  int starting = 0;                           // children that are being started, without the lock
-  std::condition_variable started;            // notified when `starting` becomes 0
+  int starting = 0;                           // calls of `spawn` in progress; they do not hold the lock
+  std::condition_variable noneStarting;       // notified when `starting` becomes 0
 
   void reapAbandoned() {
     std::erase_if(abandoned, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
@@ -209,10 +209,10 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                                                         int input) {
   std::unique_lock lock(children->mutex);
   children->reapAbandoned();
-  const auto isReserved = [this] {
+  const auto isReservedForAnotherThread = [this] {
     return children->onlyThread && *children->onlyThread != std::this_thread::get_id();
   };
-  if (isReserved()) return Failure{describe(ECANCELED)};
+  if (isReservedForAnotherThread()) return Failure{describe(ECANCELED)};
   OutputPipe output;
   OutputPipe error;
   if (const int failure = output.open()) return Failure{describe(failure)};
@@ -223,20 +223,21 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .output = output.writeEnd.get(),
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
-  // exec may hang in a dead network file system. Unlock, because the end of the client needs the lock.
+  // Unlock: exec may hang on a network file system, and `reserveForThisThread` needs the lock.
   const auto start = [&] {
     ++children->starting;
     lock.unlock();
     const int failure = spawn(options, pid);
     lock.lock();
-    if (--children->starting == 0) children->started.notify_all();
+    if (--children->starting == 0) children->noneStarting.notify_all();
     return failure;
   };
   int failure = start();
   // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
   // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
-  for (int attempt = 1;
-       failure == EAGAIN && children->onlyThread && !isReserved() && attempt < reservedAttempts; ++attempt) {
+  for (int attempt = 1; failure == EAGAIN && children->onlyThread && !isReservedForAnotherThread() &&
+                        attempt < reservedAttempts;
+       ++attempt) {
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
     lock.lock();
@@ -244,7 +245,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     failure = start();
   }
   if (failure != 0) return Failure{describe(failure)};
-  if (isReserved()) {  // reserved during the spawn
+  if (isReservedForAnotherThread()) {  // reserved during the spawn
     kill(-pid, SIGKILL);
     children->abandoned.push_back(pid);
     return Failure{describe(ECANCELED)};
@@ -262,8 +263,9 @@ void ChildProcesses::reserveForThisThread() {
   for (const auto* const pids : {&children->running, &children->abandoned}) {
     for (const pid_t pid : *pids) kill(-pid, SIGKILL);
   }
-  // Another thread kills the child that it is starting now. Wait for this, but not for an exec that hangs.
-  children->started.wait_for(lock, startPatience, [this] { return children->starting == 0; });
+  // A thread that is in `spawn` now kills its child afterwards. Wait for that, but at most 200 ms, because
+  // exec may hang.
+  children->noneStarting.wait_for(lock, startPatience, [this] { return children->starting == 0; });
 }
 
 }  // namespace kestrune

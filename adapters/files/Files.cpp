@@ -170,8 +170,8 @@ class NewFile {
       if (const Result<> replaced = copy.replaceTarget(); !replaced) return replaced;
     }
     const Result<> replaced = replaceTarget();
-    // On NFS, rename(2) can fail although the server has renamed the file. Then the old file exists only as
-    // `kept`.
+    // Remove `kept` only if the new file has not been renamed. On NFS, rename(2) can fail although the server
+    // has renamed the file; then only `kept` holds the old file.
     if (!replaced && isThere(name)) unlink(kept.c_str());
     return replaced;
   }
@@ -184,7 +184,8 @@ class NewFile {
     std::optional<std::string> list;  ///< the ACL; absent when it could not be read
   };
 
-  /// If renameat2(2) fails, returns `linkFailure`.
+  /// Renames the new file to `kept`, then swaps `kept` and the target. On failure, returns `linkFailure`, the
+  /// error of link(2).
   Result<> swapWithTarget(const fs::path& kept, const Failure& linkFailure) {
     // Do not swap the temporary file with the target directly: the old file would then have the temporary
     // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
@@ -246,8 +247,8 @@ fs::path nameToKeep(const fs::path& file) {
   return free;
 }
 
-/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not
-/// null, keeps an existing file under another name, and sets `*kept` to its path.
+/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null
+/// and there is an old file, keeps the old file at the path that `nameToKeep` returns, stored in `*kept`.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;

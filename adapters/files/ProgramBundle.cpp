@@ -17,8 +17,8 @@ namespace {
 
 constexpr auto sharedFolder = "kestrune-menu-client";
 
-/// Returns `path` without slashes at its end.
-std::string withoutSlash(std::string path) {
+/// Returns `path` without slashes at its end; "/" stays "/".
+std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   return path;
 }
@@ -69,7 +69,7 @@ std::string takeVariable(const char* name) {
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   // Ignore an XDG base directory if its path is relative: XDG base directories must be absolute paths.
   const auto absolute = [](const std::string& path) {
-    return path.starts_with('/') ? withoutSlash(path) : std::string();
+    return path.starts_with('/') ? withoutTrailingSlashes(path) : std::string();
   };
   const auto orElse = [](const std::string& value, const std::string& otherwise) {
     return value.empty() ? otherwise : value;
@@ -78,7 +78,7 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
     return environment.environmentVariable(name).value_or("");
   };
 
-  const std::string home = withoutSlash(homeFolder(environment));
+  const std::string home = withoutTrailingSlashes(homeFolder(environment));
   UserFolders folders;
   folders.home = home;
   folders.config = orElse(absolute(variable("XDG_CONFIG_HOME")), home + "/.config");

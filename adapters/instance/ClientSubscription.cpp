@@ -27,7 +27,7 @@ class ClientSubscription final {
         watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (watch) changes = loop.onDescriptor(watch.get(), EPOLLIN, [this] { folderChanged(); });
     watchFolder();
-    if (!connect()) deadline = loop.after(Seconds{0}, [this] { disconnect(); });
+    if (!connect()) timer = loop.after(Seconds{0}, [this] { disconnect(); });
   }
 
  private:
@@ -61,7 +61,7 @@ class ClientSubscription final {
     if (!socket) return false;
     sendLine(socket, "follow");
     input = loop.onDescriptor(socket.get(), EPOLLIN, [this] { read(); });
-    deadline = loop.after(patience, [this] { disconnect(); });
+    timer = loop.after(patience, [this] { disconnect(); });
     return true;
   }
 
@@ -72,7 +72,7 @@ class ClientSubscription final {
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
       const std::string line = unread.substr(0, lineEnd);
       unread.erase(0, lineEnd + 1);
-      deadline.reset();
+      timer.reset();
       const auto tell = onLine;
       tell(line);
       if (stillThere.expired()) return;
@@ -80,17 +80,18 @@ class ClientSubscription final {
     if (unread.size() > lineLimit) disconnect();
   }
 
-  /// Closes the connection if one is open, and tells the subscriber that no client runs. If the client had
-  /// sent a line, first connects again after 0.2 s, and tells the subscriber only if this fails.
+  /// Closes the connection if one is open. If the client had sent a line, connects again after 0.2 s.
+  /// Otherwise, or if that fails, tells the subscriber that no client runs.
   void disconnect() {
-    const bool wasHeard = socket && !deadline;
+    const bool wasHeard = socket && !timer;
     input.reset();
-    deadline.reset();
+    timer.reset();
     socket.reset();
     unread.clear();
     if (wasHeard) {
-      // Pause: beyond 64 subscribers, the server drops the oldest for each new one.
-      deadline = loop.after(reconnectPause, [this] {
+      // With more than 64 peers, the server disconnects the oldest for each new one. Without a pause, they
+      // would reconnect in a busy loop.
+      timer = loop.after(reconnectPause, [this] {
         if (!connect()) disconnect();
       });
       return;
@@ -108,7 +109,7 @@ class ClientSubscription final {
   FileDescriptor socket;
   std::string unread;
   EventSource changes, input;
-  EventSource deadline;  ///< limits the wait for the first line, or delays a reconnect
+  EventSource timer;  ///< limits the wait for the first line, or delays a reconnect
 };
 
 }  // namespace

@@ -113,7 +113,8 @@ void RequestServer::answer(Peer& peer, const std::string& line) {
     show(argument);
     tell(peer, "ok");
   } else if (request == "perform") {
-    // A process that has left has already reported that the client does not answer.
+    // Do nothing if the peer has closed the connection: after its time limit, it has reported that the client
+    // does not answer.
     pollfd state{peer.socket.get(), 0, 0};
     if (poll(&state, 1, 0) > 0 && (state.revents & POLLHUP) != 0) return drop(peer);
     const Result<> performed = perform(argument);

@@ -18,7 +18,7 @@ namespace kestrune {
 ///     follow           sends the newest status line, and then each later status line
 ///     show [TOKEN]     shows the menu (TOKEN: an XDG activation token), and answers "ok"
 ///     perform ACTION   chooses the menu row of this action; answers "ok", or "error" and a reason.
-///                      Ignored if the peer has left
+///                      Ignored if the peer has closed the connection
 ///
 /// The answer to any other line is "error" and a reason. Disconnects a peer (a connected process) if it has
 /// sent 4096 bytes or more of an unfinished line, or does not read its answers. A 65th peer replaces the

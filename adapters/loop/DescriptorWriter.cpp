@@ -61,7 +61,7 @@ void DescriptorWriter::flush() {
       return;
     } else if (errno != EINTR) {
       failure = errno;
-      if (failure == ENOSPC || failure == EDQUOT) break;  // there may be space for later texts
+      if (failure == ENOSPC || failure == EDQUOT) break;  // keep the descriptor: there may be space later
       // Remove the event source before the descriptor is closed. Otherwise, epoll would keep reporting events
       // while another process shares the open file description.
       writable.reset();

@@ -18,9 +18,9 @@ class DescriptorWriter {
   DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: with this text, the number of
-  /// bytes that wait would exceed the limit. ENOSPC or EDQUOT: the disk or the quota is full; later texts are
-  /// written when there is space. Any other error: write(2) has failed with this error, now or before, and
-  /// the descriptor is closed.
+  /// bytes that wait would exceed the limit. ENOSPC or EDQUOT: the disk or the quota is full, and the bytes
+  /// that waited are dropped too; later texts are written when there is space. Any other error: write(2) has
+  /// failed with this error, now or before, and the descriptor is closed.
   bool write(std::string_view text);
 
  private:
@@ -32,7 +32,7 @@ class DescriptorWriter {
   const std::size_t limit;
   const bool mayBlock;
   std::string pending;
-  int failure = EBADF;   ///< errno of the write that failed; EBADF if the constructor got no descriptor
+  int failure = EBADF;   ///< errno of the last write, or 0; EBADF if the constructor got no descriptor
   std::size_t sent = 0;  ///< how many bytes of `pending` have been written
   EventSource writable;
 };

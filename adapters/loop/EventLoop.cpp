@@ -34,8 +34,8 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-/// The other signals that the client handles: the end of a child, and the signals of a terminal.
-constexpr std::array otherSignals{SIGCHLD, SIGCONT, SIGWINCH};
+/// The other signals that the client handles: the end of a child, and what `adapters/terminal` watches.
+constexpr std::array otherHandledSignals{SIGCHLD, SIGCONT, SIGWINCH};
 constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
 
 constexpr int attempts = 20;  // to start a thread
@@ -50,7 +50,7 @@ void require(int result, const char* what) {
 }
 
 /// Blocks or unblocks signals in this thread. `how`: as for pthread_sigmask(3).
-void mask(int how, std::span<const int> signals) {
+void changeSignalMask(int how, std::span<const int> signals) {
   sigset_t set;
   sigemptyset(&set);
   for (const int each : signals) sigaddset(&set, each);
@@ -238,7 +238,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventLoop& loop;
   const Seconds interval;
   const std::function<void()> action;
-  Seconds due = timeOf(CLOCK_BOOTTIME);  // the next tick; before `wait`, the start
+  Seconds due = timeOf(CLOCK_BOOTTIME);  // time of the next tick; of the start until the first `wait`
   EventSource source;
 };
 
@@ -255,8 +255,8 @@ EventLoop::EventLoop() {
   openMissingStandardStreams();
   // Block these signals before any thread starts: threads inherit the mask. If a thread did not block them,
   // the kernel could deliver a signal to that thread, and the loop would miss the signal.
-  mask(SIG_BLOCK, endingSignals);
-  mask(SIG_BLOCK, otherSignals);
+  changeSignalMask(SIG_BLOCK, endingSignals);
+  changeSignalMask(SIG_BLOCK, otherHandledSignals);
   // Ignore these signals: by default they end the process, and the backend would not be stopped.
   for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
   // With SIGXFSZ ignored, a write beyond RLIMIT_FSIZE fails with EFBIG and does not end the process.
@@ -270,8 +270,9 @@ EventLoop::EventLoop() {
   for (const int each : endingSignals) {
     struct sigaction inherited {};
     sigaction(each, nullptr, &inherited);
-    // Leave an ignored signal ignored. nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT
-    // and SIGQUIT for a background job. signalfd(2) reports a blocked signal even if it is ignored.
+    // Leave an ignored signal ignored, except SIGTERM: nohup(1) ignores SIGHUP, and a shell without job
+    // control ignores SIGINT and SIGQUIT for a background job. Add no event source for such a signal:
+    // signalfd(2) reports a blocked signal even if it is ignored.
     if (each != SIGTERM && inherited.sa_handler == SIG_IGN) continue;
     signals.push_back(onSignal(each, [this] { terminate(); }));
   }
@@ -288,7 +289,7 @@ void EventLoop::runUntil(const std::function<bool()>& done) {
 }
 
 EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler) {
-  mask(SIG_BLOCK, std::array{signalNumber});
+  changeSignalMask(SIG_BLOCK, std::array{signalNumber});
   sd_event_source* made = nullptr;
   require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "cannot watch a signal");
   return withHandler(made, std::move(handler));
@@ -315,7 +316,7 @@ EventSource EventLoop::onDescriptor(int descriptor, unsigned events, std::functi
 }
 
 void EventLoop::unblockEndingSignals() {
-  mask(SIG_UNBLOCK, endingSignals);
+  changeSignalMask(SIG_UNBLOCK, endingSignals);
 }
 
 void EventLoop::reap(pid_t child) {

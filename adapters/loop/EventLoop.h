@@ -32,9 +32,9 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// Runs the loop until `done` returns true or `terminate` has been called.
   void runUntil(const std::function<bool()>& done);
 
-  /// Unblocks SIGTERM, SIGINT, SIGHUP and SIGQUIT: they have their inherited action, which normally ends the
-  /// process at once. Call this before a long wait that does not run the loop, if nothing needs to be done at
-  /// the end of the process.
+  /// Unblocks SIGTERM, SIGINT, SIGHUP and SIGQUIT: each then has its inherited disposition, which is normally
+  /// to end the process. Call this before a long wait that does not run the loop, in a process that needs no
+  /// cleanup at its end.
   void unblockEndingSignals();
 
   /// Blocks the signal, and calls `handler` on the main thread each time the signal arrives. If other threads

@@ -19,7 +19,7 @@ constexpr std::size_t lineLimit = 65536;              // bytes; maximum length o
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
-constexpr Seconds lookInterval{0.2};                  // see `applyHiding`
+constexpr Seconds foregroundInterval{0.2};            // how often `applyHiding` checks for the foreground
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
@@ -77,19 +77,19 @@ void StandardInput::hideTyping(bool hide) {
 }
 
 void StandardInput::applyHiding() {
-  foreground.reset();
+  foregroundCheck.reset();
   if (!terminal || !input || (!hidden && !silenced)) return;
   if (isInBackground()) {
-    // A shell may bring a running job to the foreground without SIGCONT, with the echo on. So check
-    // every 0.2 s while a secret is asked for.
-    if (hidden) foreground = loop.after(lookInterval, [this] { resume(); });
+    // After `bg`, bash's `fg` sends no SIGCONT, and the echo may be on. So check every 0.2 s while a secret
+    // is asked for.
+    if (hidden) foregroundCheck = loop.after(foregroundInterval, [this] { resume(); });
     return;
   }
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
-  if (shown != hidden) {  // ECHO already has the requested value
-    if (!hidden) silenced = false;
+  if (shown != hidden) {
+    if (shown) silenced = false;  // there is nothing to undo later
     return;
   }
   settings.c_lflag ^= ECHO;

@@ -55,7 +55,8 @@ class StandardInput {
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
-  /// has switched it off. While this process is in the background, the change waits for the foreground.
+  /// has switched it off. In the background, changes nothing at once: the echo goes off when this process is
+  /// in the foreground again, and on at the next SIGCONT or call there.
   void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
@@ -90,7 +91,7 @@ class StandardInput {
   Reader reader;
   std::optional<std::string> begun{""};  ///< the unfinished line; absent if it is already too long
   EventSource readable;
-  EventSource continued, foreground;
+  EventSource continued, foregroundCheck;
 };
 
 }  // namespace kestrune

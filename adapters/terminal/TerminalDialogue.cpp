@@ -127,8 +127,8 @@ TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
 std::string TerminalDialogue::question() const {
   if (!asksForField()) return "按鈕編號> ";
   const View& field = *parts[next];
-  // Show only the first line of the value. If .env has CR LF line ends, the value contains the lines after
-  // it, and these may hold secrets.
+  // If .env has CR LF line ends, the value includes the lines that follow it, which may hold secrets. So show
+  // only its first line.
   std::string_view line;
   LineSplitter(field.text).next(line);
   const std::string value = displayRow(line) + (line.size() < field.text.size() ? " …" : "");

@@ -166,7 +166,7 @@ std::string StatusNotifierItem::iconName() const {
   const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
   std::string path =
       parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
-  return isValidUtf8(path) ? path : "";  // sd-bus refuses other text, and the whole reply with it
+  return isValidUtf8(path) ? path : "";  // a string that is not UTF-8 would make the whole reply fail
 }
 
 int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* propertyName,

@@ -44,8 +44,8 @@ void DialogWindows::alertEvent(const dialogs::Event& event) {
     const bool wasBottom = !open.empty() && open.front().id == answered->id;
     answer(answered->id, answered->answer);
     if (!wasBottom) return;
-    // The program ends when its last alert is closed. If alerts are still open here, it has not read the
-    // requests for them, so show them in a new process. If that fails, `show` empties `open`.
+    // The program ends when its bottom alert is answered. It has not read the requests for the alerts that
+    // are still in `open`, so show them in a new process. If that fails, `show` empties `open`.
     alertProcess.reset();
     for (std::size_t each = 0; each < open.size(); ++each) show(open[each]);
   }

@@ -14,14 +14,14 @@
 
 namespace {
 
-/// If set, called before each fsync with its descriptor.
-std::function<void(int)> whenFlushed;
+/// If set, called with the descriptor before each fsync.
+std::function<void(int)> beforeFsync;
 
 }  // namespace
 
 // Replaces fsync(2) of the C library in this program, to observe the order of fsync and rename.
 extern "C" int fsync(int descriptor) {
-  if (whenFlushed) whenFlushed(descriptor);
+  if (beforeFsync) beforeFsync(descriptor);
   return static_cast<int>(syscall(SYS_fsync, descriptor));
 }
 
@@ -35,7 +35,7 @@ bool isFolder(int descriptor) {
 
 struct FileManager : FileTest {
   void put(const std::string& text, mode_t mode = 0600) const { testing::put(path, text, mode); }
-  void TearDown() override { whenFlushed = nullptr; }
+  void TearDown() override { beforeFsync = nullptr; }
 
   SystemFileManager files{"/home/u"};
   const std::string path = folder.file(".env");
@@ -114,7 +114,7 @@ TEST_F(FileManager, ReadersSeeTheOldOrTheNewFile) {
 
 TEST_F(FileManager, FileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
   std::vector<std::string> flushed;
-  whenFlushed = [&](int descriptor) {
+  beforeFsync = [&](int descriptor) {
     const std::string file = "/proc/self/fd/" + std::to_string(descriptor);
     flushed.push_back((isFolder(descriptor) ? fs::read_symlink(file).string() : contentsOf(file)) +
                       " while .env is " + contentsOf(path));
@@ -128,7 +128,7 @@ TEST_F(FileManager, FileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
   EXPECT_TRUE(files.writeAtomically(path, "new"));
   EXPECT_EQ(flushed,
             (std::vector<std::string>{"new while .env is old", "new while .env is new", folderAfterRename}))
-      << "the second time for owner and mode";
+      << "the second fsync is for owner and mode";
 }
 
 TEST_F(FileManager, KilledSaveLeavesTheOldOrTheNewFile) {
@@ -281,8 +281,8 @@ TEST_F(UnreadableFile, FailedRenameLeavesNoOtherFile) {
   EXPECT_EQ(names(), Names{".env"});
   EXPECT_EQ(replaceAfter([&] {
               refuseHardLinks(EPERM);
-              whenFlushed = [&](int descriptor) {
-                if (isFolder(descriptor)) refuseRenames();  // the copy has got its name
+              beforeFsync = [&](int descriptor) {
+                if (isFolder(descriptor)) refuseRenames();  // the copy has been renamed to `kept`
               };
             }),
             "Device or resource busy");
@@ -290,16 +290,16 @@ TEST_F(UnreadableFile, FailedRenameLeavesNoOtherFile) {
   EXPECT_EQ(contentsOf(path), original);
 }
 
-TEST_F(UnreadableFile, OldFileIsKeptIfADoneRenameReportsFailure) {
+TEST_F(UnreadableFile, OldFileIsKeptIfRenameFailsAfterItWasDone) {
   put(original);
   const auto renameTheNewFile = [this](int descriptor) {
-    if (!isFolder(descriptor)) return;  // the copy has not got its name yet
+    if (!isFolder(descriptor)) return;  // the copy has not been renamed to `kept` yet
     for (const auto& name : names())
       if (name.starts_with(".kestrune-new-")) fs::rename(folder.file(name), path);
   };
   EXPECT_EQ(replaceAfter([&] {
               refuseHardLinks(EPERM);
-              whenFlushed = renameTheNewFile;
+              beforeFsync = renameTheNewFile;
             }),
             "No such file or directory");
   EXPECT_EQ(contentsOf(path), "new");

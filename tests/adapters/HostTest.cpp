@@ -110,7 +110,7 @@ bool hasOutputPipeOf(pid_t pid) {
                              [&](const auto& each) { return fs::read_symlink(each, ignored) == pipe; });
 }
 
-TEST(WholeHost, KeepsThePipeOfAServiceThatItsCommandLeavesRunning) {
+TEST(WholeHost, KeepsTheOutputPipeOfAServiceThatOutlivesItsCommand) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     const auto host = makeHost({});
     auto child = std::move(*host->platform().processes.launch("/bin/sh", {"-c", "sleep 60 & echo $!"}));

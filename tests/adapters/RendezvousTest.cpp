@@ -316,7 +316,7 @@ TEST_F(RendezvousTest, ClientTakesItsPlaceBackAfterAnother) {
   EXPECT_EQ(first->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, ClientThatLostItsPlaceLeavesTheSocketOfTheOther) {
+TEST_F(RendezvousTest, EndingClientDoesNotRenameTheSocketOfAnother) {
   const auto first = client();
   std::filesystem::remove_all(place);
   const auto other = client();
@@ -374,7 +374,7 @@ TEST_F(RendezvousTest, HangingClientIsFoundAfterManyConnections) {
     ASSERT_TRUE(other->rendezvous.runningClient()) << connection;
 }
 
-TEST_F(RendezvousTest, MoreSubscribersThanTheServerTakesLeaveTheLoopIdle) {
+TEST_F(RendezvousTest, TooManySubscribersDoNotSpinTheLoop) {
   const auto first = client();
   first->rendezvous.publish([] { return "1"; });
   int heard = 0;

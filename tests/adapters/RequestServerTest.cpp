@@ -61,8 +61,7 @@ TEST_F(RequestServerTest, LinesAreAnsweredInOrder) {
   EXPECT_TRUE(comesTrue(loop, [&] { return asked.size() == 3; }));
 }
 
-TEST_F(RequestServerTest, PerformOfAPeerThatHasLeftIsIgnored) {
-  // The peer has already reported that the client did not answer.
+TEST_F(RequestServerTest, PerformIsIgnoredIfThePeerHasClosedTheConnection) {
   peer("perform quit\n").reset();
   const auto later = peer("show 1\n");
   ASSERT_TRUE(later->hears("ok\n"));

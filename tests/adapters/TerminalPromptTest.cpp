@@ -203,7 +203,7 @@ TEST_F(TerminalTyping, IsKeptIfItsLineWasFinishedBefore) {
   EXPECT_TRUE(performs({"3", "5", "4"})) << ::testing::PrintToString(target->performed);
 }
 
-TEST_F(TerminalTyping, EndIsToldAndNoPromptFollows) {
+TEST_F(TerminalTyping, EndOfInputIsReportedWithoutANewPrompt) {
   rig.type("\x04");
   EXPECT_TRUE(rig.screen.shows("\n輸入已結束"));
   rig.screen.text.clear();

@@ -184,7 +184,7 @@ TEST(LoopTimer, WaitsAWholeIntervalSoonAfterBoot) {
 }
 
 /// Runs tests of this program in a time namespace whose CLOCK_BOOTTIME differs by `offset` seconds.
-void passWithBoottime(long offset, const std::string& tests) {
+void expectTestsPassWithBoottime(long offset, const std::string& tests) {
   std::vector<std::string> words{"unshare"};
   if (needsUserNamespace()) words.insert(words.end(), {"--user", "--map-root-user"});
   words.insert(words.end(),
@@ -204,7 +204,7 @@ void passWithBoottime(long offset, const std::string& tests) {
 /// where CLOCK_BOOTTIME is a year ahead.
 TEST(FarClocks, MonotonicAndBoottimeAreNotMixedUp) {
   requireNamespaces("--time --boottime 1 --fork");
-  passWithBoottime(
+  expectTestsPassWithBoottime(
       365 * 24 * 3600,
       "ClockContract*:TheSystemClock*:TimerContract*:*MainQueue*:*QueueContract*:EventLoopAlone*:RealShell."
       "Stops*");
@@ -212,7 +212,7 @@ TEST(FarClocks, MonotonicAndBoottimeAreNotMixedUp) {
 
 TEST(FarClocks, TimersWaitAWholeIntervalSoonAfterBoot) {
   requireNamespaces("--time --boottime 1 --fork");
-  passWithBoottime(1 - std::stol(contentsOf("/proc/uptime")), "LoopTimer.*");
+  expectTestsPassWithBoottime(1 - std::stol(contentsOf("/proc/uptime")), "LoopTimer.*");
 }
 
 }  // namespace

@@ -75,7 +75,7 @@ TEST_F(TrayAdviceTo, SaysNothingIfATrayComesWithin30Seconds) {
   start();
   EXPECT_EQ(adviceAfter(Seconds{29.9}), 0U);
   watch(watcherWithHost(true));
-  EXPECT_EQ(adviceAfter(Seconds{0.1}), 0U);  // waits until the client has asked the watcher
+  EXPECT_EQ(adviceAfter(Seconds{0.1}), 0U);
 }
 
 TEST_F(TrayAdviceTo, WithdrawsTheNotificationWhenAHostShowsIcons) {

@@ -98,7 +98,7 @@ class Run(unittest.TestCase):
         holder.stdout.close()
         holder.wait()
 
-    def test_a_file_system_without_locks_is_no_running_client(self):
+    def test_it_starts_on_a_file_system_without_locks(self):
         place = self.session.runtime / "kestrune-menu-client"
         place.mkdir()
         (place / "lock").touch()

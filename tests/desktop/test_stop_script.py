@@ -75,10 +75,10 @@ class StopScript(unittest.TestCase):
         self.assertEqual(process.stdout.readline(), b"there\n")
         return process
 
-    def test_options_of_the_login_shell_stop_no_line(self):
+    def test_all_lines_run_under_set_eu(self):
         self.session.profile.write_text(self.session.profile.read_text() + "set -eu\n")
         part = self.called(PARTS[0])
-        # pgrep names a process that has ended meanwhile.
+        # The PID of a process that has ended meanwhile.
         self.session.program("pgrep", '[ "$1" != KestruneMenu ] || { echo 4194305; exit; }\nexec /usr/bin/pgrep "$@"\n')
         self.stop()
         wait_for_end(part.pid)

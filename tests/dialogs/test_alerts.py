@@ -256,7 +256,7 @@ class Life(OnDesk):
         _, status = os.waitpid(program.process.pid, 0)
         self.assertEqual((os.WTERMSIG(status), os.WCOREDUMP(status)), (signal.SIGABRT, False))
 
-    def test_only_if_it_cannot_set_the_core_limit_it_is_not_dumpable(self):
+    def test_it_is_not_dumpable_only_if_it_cannot_set_the_core_limit(self):
         unprivileged = "setpriv", "--bounding-set=-all"
         for limit, readable in ((1, True), (0, False)):
             program = self.start(through=[*unprivileged, "prlimit", f"--core={limit}"])

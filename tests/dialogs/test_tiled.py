@@ -84,7 +84,8 @@ class Tiled(OnDesk):
         later = self.start()
         later.send(raising("token"))
         later.show(alert(1, "後"))
-        # The earlier program maps its window again after a delay. If the later program waits too, its delay ends first.
+        # The earlier program maps its window again after a delay. If the later program also mapped
+        # its window again, its second event "new" would come first.
         self.raise_from_workspace_2(earlier)
         self.assertEqual([self.sway.event("new")["pid"] for _ in range(2)], [later.process.pid, earlier.process.pid])
 

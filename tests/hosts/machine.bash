@@ -31,8 +31,8 @@ make_root() {
     mv -- "$root.new" "$root"
 }
 
-# make_packages: builds the client's packages from this tree, in $work/packages. Builds in the cache: root's files in the
-# folder build/release of the tree would stop the next ./run of the user.
+# make_packages: builds the client's packages from this tree, in $work/packages. Builds in $cache: files of root in the
+# folder build/release of the tree would make the user's next ./run fail.
 make_packages() {
     local build=$cache/build$PWD
     step "Configuring the client" cmake --preset release -B "$build"

@@ -182,7 +182,7 @@ TEST_F(EnvWriter, KeepsAnUnreadableFile) {
   EXPECT_EQ(env(), "KEY=\xFF");
 }
 
-TEST_F(EnvWriter, DialogNamesTheUnreadableFileThatWasKept) {
+TEST_F(EnvWriter, NotifiesWhereTheUnreadableFileIsKept) {
   env() = "OTHER=lost\nKEY=\xFF";
   const EnvValues shown{{"KEY", ""}};
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}, &shown), saved);

@@ -121,7 +121,7 @@ TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {
   Platform platform = platformWith(machine, {.launchAgents = &agents});
   const auto alone = std::make_shared<AppDelegate>(platform);
   alone->configureStatusItem();
-  alone->performAction("toggleLaunchAtLogin");  // fails
+  alone->performAction("toggleLaunchAtLogin");  // fails: there is no document
   EXPECT_EQ(machine.notifications.posted.size(), 0U);
   agents.text = "agent";
   alone->performAction("toggleLaunchAtLogin");

@@ -278,7 +278,8 @@ struct RandomMachine : Machine {
       if (changes.empty() || changes.back().path != report.path) changes.push_back(report);
     }
     // A report may come this many milliseconds later than `patience`. A burst of messages delays the report
-    // by up to 250 ms. There can be two such bursts: one at the change, and one when the report is due.
+    // by up to 250 ms. There can be two such bursts: one at the change, and one when the report is due. The
+    // decision counts from the start of the burst, which may be earlier than the change.
     constexpr long bursts = 500;
     const bool isFlapping = flaps(changes, changes.size(), calmSince - bursts);
     const long patience = isFlapping ? 10'000 : network.path.satisfied ? 0 : 2'000;
