@@ -116,10 +116,8 @@ class LinuxHost final : public Host {
     prctl(PR_SET_DUMPABLE, 0);
     if (claim.kind == Claim::Kind::replace) loop.reapInherited();
     if (options.face == Face::terminal) {
-      const auto noColor = bundle.environmentVariable("NO_COLOR");
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
-      terminal =
-          std::make_unique<TerminalFace>(loop, !dumb && (!noColor || noColor->empty()), !dumb, notifications);
+      terminal = std::make_unique<TerminalFace>(loop, !dumb && !isSet("NO_COLOR"), notifications);
     } else {
       windows = std::make_unique<DialogWindows>(loop, dialogProgram);
       tray = std::make_unique<StatusNotifierItem>(TrayParts{

@@ -47,13 +47,8 @@ bool isDark(const Bitmap& bitmap, int column, int row) {
 
 }  // namespace
 
-TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors,
-                                   int givenColumns, int givenRows)
-    : alert(std::move(givenAlert)),
-      styles(givenStyles),
-      colors(givenColors),
-      columns(givenColumns),
-      rows(givenRows) {
+TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows)
+    : alert(std::move(givenAlert)), styles(givenStyles), columns(givenColumns), rows(givenRows) {
   if (alert.accessoryView) collect(*alert.accessoryView);
 }
 
@@ -171,10 +166,10 @@ std::string TerminalDialogue::picture(const Image& pictured) const {
       const bool above = isDark(bitmap, column, row);
       const bool below = isDark(bitmap, column, row + 1);
       const char* const wanted = cellColors[above][below];
-      if (colors && std::exchange(last, wanted) != wanted) text += wanted;
-      text += colors ? lowerHalf : lightBlocks[above][below];
+      if (styles.enabled && std::exchange(last, wanted) != wanted) text += wanted;
+      text += styles.enabled ? lowerHalf : lightBlocks[above][below];
     }
-    if (colors) text += plainColors;
+    if (styles.enabled) text += plainColors;
     text += "\n";
   }
   return text;

@@ -11,8 +11,9 @@ namespace kestrune {
 
 inline constexpr auto terminalRule = "────────────────────────────";
 
+/// Escape sequences for the text on a terminal.
 struct TextStyles {
-  bool enabled = false;
+  bool enabled = false;  ///< false: print no escape sequence
 
   std::string bold(const std::string& text) const { return enabled ? "\033[1m" + text + "\033[0m" : text; }
   std::string faint(const std::string& text) const { return enabled ? "\033[2m" + text + "\033[0m" : text; }
@@ -23,10 +24,8 @@ struct TextStyles {
 /// bottom, and a last one for the number of a button. Main thread.
 class TerminalDialogue {
  public:
-  /// `givenColors`: the alert's image may be printed in colours. `givenColumns`, `givenRows`: the terminal's
-  /// size; 0: unknown.
-  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, bool givenColors, int givenColumns,
-                   int givenRows);
+  /// `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
+  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows);
   TerminalDialogue(const TerminalDialogue&) = delete;
   TerminalDialogue& operator=(const TerminalDialogue&) = delete;
 
@@ -62,7 +61,6 @@ class TerminalDialogue {
 
   const Alert alert;
   const TextStyles styles;
-  const bool colors;
   int columns, rows;
   std::vector<const View*> parts;    ///< the labels and fields of the alert's view
   std::vector<const View*> buttons;  ///< buttons inside the view, numbered after the alert's own buttons

@@ -17,14 +17,13 @@ constexpr Seconds resizePause{0.2};
 
 }  // namespace
 
-TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop)
+TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop)
     : AlertQueue(givenLoop.mainQueue()),
       loop(givenLoop),
       desktop(givenDesktop),
       output(loop, STDOUT_FILENO),
       input(loop),
-      styles{styled && output.isTerminal()},
-      colors(colored && output.isTerminal()) {}
+      styles{styled && output.isTerminal()} {}
 
 void TerminalFace::addToStatusBar(double) {
   input.start({.onLine = [this](const std::optional<std::string>& line) { handleLine(line); },
@@ -176,8 +175,7 @@ void TerminalFace::choose(const std::string& text) {
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // the line was typed for the menu
   const winsize size = output.size();
-  dialogues.push_back(
-      std::make_unique<TerminalDialogue>(shown.alert, styles, colors, size.ws_col, size.ws_row));
+  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, styles, size.ws_col, size.ws_row));
   std::string text = dialogues.back()->begin();
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);

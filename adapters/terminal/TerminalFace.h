@@ -18,10 +18,10 @@ namespace kestrune {
 /// the changed rows on a terminal, but the whole menu into a pipe. Call its functions on the main thread.
 class TerminalFace final : public StatusItem, public AlertQueue, public Notifications {
  public:
-  /// `styled`: text may be bold or faint. `colored`: the image in an alert, such as a QR code, may be printed
-  /// in colours. Both have an effect only if standard output is a terminal. `givenLoop` and `givenDesktop`
-  /// must outlive this object.
-  TerminalFace(EventLoop& givenLoop, bool styled, bool colored, Notifications& givenDesktop);
+  /// `styled`: text may be bold or faint, and the image in an alert, such as a QR code, may be printed in
+  /// colours. This has an effect only if standard output is a terminal. `givenLoop` and `givenDesktop` must
+  /// outlive this object.
+  TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop);
 
   void addToStatusBar(double length) override;
   bool hasButton() const override { return true; }
@@ -70,7 +70,6 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   StandardOutput output;
   StandardInput input;
   const TextStyles styles;
-  const bool colors;
   bool inputEnded = false;
 
   std::string title, shownTitle;  ///< the client's state in one line: now, and as last printed

@@ -11,7 +11,7 @@ namespace {
 TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   TerminalDialogue dialogue(form({label("first"), stack({label("Field a"), field("a", "1")}),
                                   label("between"), field("b", ""), label("last")}),
-                            {}, false, 0, 0);
+                            {}, 0, 0);
   EXPECT_EQ(dialogue.begin(),
             "\nℹ Form\n────────────────────────────\nAbout it\n"
             "（每一欄按 Enter 保留原值，輸入「清空」清除。）\n\nfirst\n");
@@ -29,7 +29,7 @@ TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
 TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
   TerminalDialogue dialogue(form({field("kept", "1"), field("blank", "2"), field("emptied", "3"),
                                   field("emptied-widely", "4"), field("replaced", "5")}),
-                            {}, false, 0, 0);
+                            {}, 0, 0);
   dialogue.begin();
   for (const char* const line : {"", "  ", "清空", " 清空 ", " x y "}) dialogue.take(line);
   EXPECT_EQ(
@@ -41,7 +41,7 @@ TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
 TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
   TerminalDialogue dialogue(form({field("key", "sk-secret", ViewKind::secureTextField),
                                   field("other", "", ViewKind::secureTextField), field("plain", "")}),
-                            {}, false, 0, 0);
+                            {}, 0, 0);
   EXPECT_EQ(dialogue.begin().find("sk-secret"), std::string::npos);
   EXPECT_TRUE(dialogue.asksForSecret());
   EXPECT_EQ(dialogue.question(), "Field key（已填，不顯示）> ");
@@ -56,13 +56,13 @@ TEST(TerminalDialogue, ShowsOnlyWhetherThereIsASecret) {
 
 TEST(TerminalDialogue, ShowsOnlyTheFirstLineOfAValue) {
   // If .env has CR LF line ends, a value contains the lines after it, and these may hold secrets.
-  TerminalDialogue dialogue(form({field("url", "https://a\r\nOPENAI_API_KEY=sk-secret")}), {}, false, 0, 0);
+  TerminalDialogue dialogue(form({field("url", "https://a\r\nOPENAI_API_KEY=sk-secret")}), {}, 0, 0);
   dialogue.begin();
   EXPECT_EQ(dialogue.question(), "Field url［https://a …］> ");
 }
 
 TEST(TerminalDialogue, NumbersTheButtonsInsideAfterItsOwn) {
-  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, false, 0, 0);
+  TerminalDialogue dialogue(form({button("Show", "show"), button("Hide", "hide")}), {}, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n[1] Save  [2] Cancel  [3] Show  [4] Hide  \n"), std::string::npos);
   const auto step = dialogue.take("4");
   EXPECT_EQ(step.action, "hide");
@@ -79,7 +79,7 @@ TEST(TerminalDialogue, MarksHeadingsAndHintsInColour) {
   heading.fontWeight = FontWeight::semibold;
   View hint = label("hint");
   hint.textColor = TextColor::secondary;
-  TerminalDialogue dialogue(form({heading, hint}), {true}, false, 0, 0);
+  TerminalDialogue dialogue(form({heading, hint}), {true}, 0, 0);
   EXPECT_NE(dialogue.begin().find("\n\n\033[1mheading\033[0m\n\033[2mhint\033[0m\n"), std::string::npos);
 }
 
@@ -135,7 +135,7 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
                                  .buttons = {"OK"},
                                  .accessoryView = View{.kind = ViewKind::image,
                                                        .image = std::make_shared<Image>(std::move(image))}},
-                                {}, colored, 0, 0);
+                                {.enabled = colored}, 0, 0);
       std::string text = dialogue.begin();
       text.erase(0, text.find("[1] OK  \n") + 9);
       EXPECT_EQ(scanned(drawn(text)), message) << text;
@@ -147,7 +147,7 @@ TEST(TerminalDialogue, DrawsAQRCodeThatCanBeScanned) {
 std::string beginOfCode(const std::string& message, int columns, int rows) {
   const Image image{.width = 260, .height = 260, .bitmaps = PngImages({}).qrCode(message)};
   const View picture{.kind = ViewKind::image, .image = std::make_shared<Image>(image)};
-  return TerminalDialogue(form({picture, label("below")}), {}, false, columns, rows).begin();
+  return TerminalDialogue(form({picture, label("below")}), {}, columns, rows).begin();
 }
 
 TEST(TerminalDialogue, FitsAPairingCodeAndItsPromptInto80By24) {

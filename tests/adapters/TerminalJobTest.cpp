@@ -22,7 +22,7 @@ struct TerminalJob : ::testing::Test {
     EventLoop loop;
     CallLog log;
     FakeNotifications desktop{log};
-    TerminalFace face(loop, false, false, desktop);
+    TerminalFace face(loop, false, desktop);
     const auto target = std::make_shared<RecordingTarget>();
     target->onPerform = [&] { say("performed " + target->performed.back()); };
     face.addToStatusBar(StatusItem::squareLength);

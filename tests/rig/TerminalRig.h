@@ -113,7 +113,7 @@ class TerminalRig {
       : loop(givenLoop), line(givenLine), screen(loop, outgoing()) {
     const StandardStreams streams(line == Line::terminal ? terminal.inside.get() : toProgram.reading.get(),
                                   line == Line::terminal ? terminal.inside.get() : fromProgram.writing.get());
-    face = std::make_unique<TerminalFace>(loop, false, false, desktop);
+    face = std::make_unique<TerminalFace>(loop, false, desktop);
     toProgram.reading.reset();
     fromProgram.writing.reset();
     face->addToStatusBar(StatusItem::squareLength);
