@@ -122,7 +122,7 @@ class Packages(unittest.TestCase):
         needed = self.packages(DIALOGS, "Depends")
         self.assertIn(f"{CLIENT} (= {self.field(DIALOGS, 'Version')})", needed)
         self.assertTrue(any(each.startswith("libqt6widgets6") for each in needed), needed)
-        self.assertLessEqual({"fonts-noto-cjk", "qt6-wayland"}, self.packages(DIALOGS, "Recommends"))
+        self.assertLessEqual({"fonts-noto-cjk", "fonts-noto-color-emoji", "qt6-wayland"}, self.packages(DIALOGS, "Recommends"))
 
     def test_lintian_finds_no_fault(self):
         self.assertEqual(run("lintian", "--allow-root", "--no-cfg", "--fail-on", "error,warning", *self.files.values()), "")

@@ -27,7 +27,8 @@ class Options(unittest.TestCase):
             status, output, errors = self.session.run(option)
             self.assertEqual((status, errors), (0, ""))
             self.assertRegex(output, "^Usage: KestruneMenuClient ")
-            for word in ("--terminal", "--help", "--version", "KESTRUNE_REPO_PATH"):
+            for word in ("--terminal", "--help", "--version", "KESTRUNE_REPO_PATH", "environment.d", ".xsessionrc",
+                         "sway/config", ".profile", "start at login"):
                 self.assertIn(word, output)
         status, output, errors = self.session.run("--version")
         self.assertEqual((status, errors), (0, ""))
