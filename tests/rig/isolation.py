@@ -53,6 +53,8 @@ def enter():
     for as_root in ([], ["--user", "--map-root-user"]):
         unshare = ["unshare", *as_root, *namespaces, "--"]
         trial = subprocess.run([*unshare, "ip", "link", "set", "lo", "up"], capture_output=True, text=True)
+        if trial.returncode == 127:  # `ip` is not installed
+            sys.exit(trial.stderr.strip())
         if trial.returncode == 0:
             os.environ[MARK] = "1"
             os.execvp("unshare", [*unshare, sys.executable, *sys.orig_argv[1:]])
