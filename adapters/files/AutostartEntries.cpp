@@ -147,7 +147,10 @@ std::optional<std::string> AutostartEntries::document(const std::string&, const 
   const std::string repo = absolute(repoPath);
   if (!canBeQuoted(executablePath) || !isValidUtf8(repo)) return std::nullopt;
   std::string command = launchCommand(executablePath);
-  if (!bundle.environmentVariable(repoVariable).value_or("").empty()) {
+  // Some sessions, such as MATE, ignore the key Path. Without KESTRUNE_REPO_PATH, only a program below the
+  // folder "dist" of the repository would find the repository there.
+  if (!bundle.bundlePath().starts_with(repo + "/dist/") ||
+      !bundle.environmentVariable(repoVariable).value_or("").empty()) {
     command = "env " + repoArgument(repo) + " " + command;
   }
   return "[Desktop Entry]\n"
