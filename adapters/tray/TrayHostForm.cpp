@@ -15,6 +15,9 @@ struct KnownHost {
 
 // If several of these hosts run, `TrayHostFinder::form` returns the form of the first one in this list.
 const KnownHost knownHosts[] = {
+    // GNOME Flashback. It also owns the names of GNOME Shell and of the watcher, but its panel shows GTK
+    // menus.
+    {"org.gnome.Flashback", false, {}},
     // GNOME Shell. It shows icons only with the AppIndicator extension, which makes the shell the watcher.
     {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
     // KDE Plasma. Its watcher is another process (kded).

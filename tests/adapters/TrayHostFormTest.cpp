@@ -155,6 +155,8 @@ TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   EXPECT_EQ(layout(), flat);
   runOn({}, plasma);
   EXPECT_EQ(layout(), flat);
+  runOn({gnomeShell, "org.gnome.Flashback"});
+  EXPECT_EQ(layout(), flat);
 }
 
 TEST_F(TrayForm, ChangeOfTheFormIsSentToTheHost) {
