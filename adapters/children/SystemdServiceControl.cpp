@@ -20,7 +20,7 @@ std::string SystemdServiceControl::unloadLine(const std::string& label) const {
 // lines, only the first one sets `spared`.
 std::string SystemdServiceControl::endMatchingLine(const std::string& pattern) const {
   return "[ \"${spared-}\" ] || for pid in $PPID $(pgrep KestruneMenu); do "
-         "while [ ${pid:-0} -gt 1 ]; do spared+=\" $pid \"; "
+         "while [ ${pid:-0} -gt 0 ]; do spared+=\" $pid \"; "
          "pid=$(sed -n 's/^PPid:\\t//p' /proc/$pid/status 2>/dev/null) || true; done; done; "
          "for pid in $(pgrep -f '[" +
          pattern.substr(0, 1) + "]" + pattern.substr(1) +

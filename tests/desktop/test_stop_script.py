@@ -147,8 +147,9 @@ class StopScript(unittest.TestCase):
         self.session.program("systemctl", "")
         # A bash with a single command replaces itself by this command (exec). With `exit $?` as a second command, bash
         # keeps running under its own name.
-        client = 'exec -a "$0" bash -c \'"$@"; exit $?\' "$0" "$@"'
-        self.assertEqual(self.stop("bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
+        client = 'exec -a "$0" bash -c \'trap "exit 9" TERM; "$@"; exit $?\' "$0" "$@"'
+        for through in ([], ["unshare", "--pid", "--fork", "--mount-proc"]):  # in the second case, as PID 1
+            self.assertEqual(self.stop(*through, "bash", "-c", client, "/home/u/kestrune-desktop-bridge/menu"), "")
         terminal = 'exec -a "$0" bash -c \'bash -c "\\"\\$@\\"; exit \\$?" menu "$@"; exit $?\' "$0" "$@"'
         self.assertEqual(self.stop("bash", "-c", terminal, "terminal --directory=/home/u/kestrune-desktop-bridge"), "")
 
