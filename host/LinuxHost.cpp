@@ -111,7 +111,9 @@ class LinuxHost final : public Host {
         notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
-                  options.face == Face::terminal || isMainProcessOfService(bundle)) {
+                  isMainProcessOfService(bundle)   ? Starter::service
+                  : options.face == Face::terminal ? Starter::terminal
+                                                   : Starter::desktop) {
     // Prevent core dumps: the memory of this process holds the user's secrets.
     prctl(PR_SET_DUMPABLE, 0);
     if (claim.kind == Claim::Kind::replace) loop.reapInherited();

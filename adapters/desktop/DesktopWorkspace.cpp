@@ -15,12 +15,12 @@
 namespace kestrune {
 
 DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundle,
-                                   std::vector<std::string> givenArguments, bool givenInPlace)
+                                   std::vector<std::string> givenArguments, Starter givenStarter)
     : loop(givenLoop),
       executable(bundle.executablePath().value_or("")),
       workingDirectory(bundle.currentDirectoryPath()),
       arguments(std::move(givenArguments)),
-      inPlace(givenInPlace) {}
+      starter(givenStarter) {}
 
 void DesktopWorkspace::open(const std::string& path) {
   const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
@@ -28,7 +28,15 @@ void DesktopWorkspace::open(const std::string& path) {
   const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
   std::string failures;
   using Command = std::pair<std::string, std::vector<std::string>>;
-  for (const auto& [program, words] : {Command("xdg-open", {absolute}), Command("gio", {"open", absolute})}) {
+  std::vector<Command> commands{{"xdg-open", {absolute}}, {"gio", {"open", absolute}}};
+  // When a service ends, systemd kills the processes in its cgroup. So start the desktop's program in a scope
+  // of its own, if possible: it may hold unsaved work.
+  if (starter == Starter::service) {
+    constexpr auto script =
+        "systemd-run --user --scope --quiet --collect xdg-open \"$0\" || xdg-open \"$0\" || gio open \"$0\"";
+    commands = {{"/bin/sh", {"-c", script, absolute}}};
+  }
+  for (const auto& [program, words] : commands) {
     pid_t pid = 0;
     const int failure = spawn({.executable = program,
                                .arguments = words,
@@ -43,7 +51,7 @@ void DesktopWorkspace::open(const std::string& path) {
 }
 
 Result<> DesktopWorkspace::openNewInstance(const std::string&) {
-  if (inPlace) {
+  if (starter != Starter::desktop) {
     replacing = true;
     return Done{};
   }

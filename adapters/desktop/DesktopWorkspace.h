@@ -12,14 +12,17 @@ namespace kestrune {
 /// The environment variable that a restart sets for the new client. It contains the PID of the old client.
 inline constexpr auto relaunchVariable = "KESTRUNE_MENU_CLIENT_RELAUNCH";
 
+/// What has started the client.
+enum class Starter { desktop, terminal, service };
+
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are the arguments of this process. If `inPlace`, a restart replaces this process by exec,
-  /// because a terminal or a service manager waits for this process. Otherwise, a restart starts the new
+  /// `arguments` are the arguments of this process. A terminal or a service manager waits for the process
+  /// that it has started: then a restart replaces this process by exec. Otherwise, a restart starts the new
   /// client as a second process.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
-                   bool inPlace);
+                   Starter starter);
 
   void open(const std::string& path) override;
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
@@ -36,7 +39,7 @@ class DesktopWorkspace final : public Workspace {
   const std::string executable;
   const std::string workingDirectory;
   const std::vector<std::string> arguments;
-  const bool inPlace;
+  const Starter starter;
   bool replacing = false;
 };
 

@@ -54,8 +54,8 @@ class RecordingMachine {
 struct DesktopWorkspaceOn : ::testing::Test {
   DesktopWorkspaceOn() { bundle.currentDirectory = machine.folder.file("there"); }
 
-  void openOnDesktop(const std::string& path) {
-    DesktopWorkspace(loop, bundle, {}, false).open(path);
+  void openPath(const std::string& path, Starter starter = Starter::desktop) {
+    DesktopWorkspace(loop, bundle, {}, starter).open(path);
     EXPECT_TRUE(hasNoChildren(loop));
   }
 
@@ -69,19 +69,32 @@ struct DesktopWorkspaceOn : ::testing::Test {
 TEST_F(DesktopWorkspaceOn, ADesktopOpensFilesByXdgOpen) {
   machine.add("xdg-open");
   machine.add("gio");
-  openOnDesktop("/a/folder");
+  openPath("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
   EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {
   machine.add("gio");
-  openOnDesktop("/a/folder");
+  openPath("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"gio", "", "open", "/a/folder"}));
   machine.add("xdg-open", 0400);
-  openOnDesktop("/a/folder");
+  openPath("/a/folder");
   EXPECT_EQ(machine.record().size(), 10u) << "where xdg-open may not run";
   EXPECT_EQ(errors.text(), "");
+}
+
+TEST_F(DesktopWorkspaceOn, AServiceOpensFilesInAScopeOfTheirOwn) {
+  const std::string path = "/a 'folder'";
+  const std::string tool = machine.add("systemd-run");
+  openPath(path, Starter::service);
+  EXPECT_EQ(machine.started(),
+            (Texts{"systemd-run", "", "--user", "--scope", "--quiet", "--collect", "xdg-open", path}));
+  std::ofstream(tool) << "#!/bin/sh\nexit 1\n";
+  machine.add("gio");
+  openPath(path, Starter::service);
+  EXPECT_EQ(machine.record().back(), path) << "where systemd-run fails and xdg-open is missing";
+  EXPECT_EQ(machine.record().size(), 9u + 5u);
 }
 
 TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
@@ -90,7 +103,8 @@ TEST_F(DesktopWorkspaceOn, AFailureToOpenIsReportedOnce) {
   // process can repeat the test (--gtest_repeat).
   ForkedProgram program([this](const ForkedProgram::Say&) {
     EventLoop own;
-    for (int each = 0; each < 2; ++each) DesktopWorkspace(own, bundle, {}, false).open("/a/folder");
+    for (int each = 0; each < 2; ++each)
+      DesktopWorkspace(own, bundle, {}, Starter::desktop).open("/a/folder");
   });
   program.waitForEnd();
   EXPECT_EQ(program.standardError(),
@@ -103,7 +117,7 @@ TEST_F(DesktopWorkspaceOn, AnyNameIsOpenedAsOneAbsoluteArgument) {
   std::size_t opened = 0;
   for (const std::string name :
        {"--help", "-", "two words", "two\nlines\n", "https://example.org/", "$(touch x);'\"", "", "資料夾"}) {
-    openOnDesktop(name);
+    openPath(name);
     EXPECT_EQ(machine.record().size(), 4 * ++opened) << name;
     EXPECT_EQ(machine.record().back(), bundle.currentDirectory + "/" + name);
   }
@@ -114,7 +128,7 @@ TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
   const std::string gate = machine.folder.file("gate");
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   std::ofstream(machine.folder.file("bin/xdg-open"), std::ios::app) << ": <'" << gate << "'\n";
-  DesktopWorkspace(loop, bundle, {}, false).open("/a/folder");
+  DesktopWorkspace(loop, bundle, {}, Starter::desktop).open("/a/folder");
   // This open blocks until the program has opened the FIFO, so the program is running from here on.
   const FileDescriptor held(open(gate.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
@@ -123,7 +137,7 @@ TEST_F(DesktopWorkspaceOn, OpeningDoesNotWaitForTheProgram) {
 
 TEST_F(DesktopWorkspaceOn, ANewInstanceGetsTheArgumentsOfThisOne) {
   bundle.executable = machine.add("client");
-  DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, false);
+  DesktopWorkspace workspace(loop, bundle, {"--one", "two words"}, Starter::desktop);
   EXPECT_TRUE(workspace.openNewInstance(bundle.bundlePath()));
   EXPECT_TRUE(hasNoChildren(loop));
   EXPECT_EQ(machine.started(), (Texts{"client", std::to_string(getpid()), "--one", "two words"}));
@@ -134,13 +148,13 @@ TEST_F(DesktopWorkspaceOn, ANewInstanceGetsTheArgumentsOfThisOne) {
 
 TEST_F(DesktopWorkspaceOn, AFailureToStartANewInstanceHasAReason) {
   bundle.executable = machine.add("client");
-  DesktopWorkspace workspace(loop, bundle, {}, false);
+  DesktopWorkspace workspace(loop, bundle, {}, Starter::desktop);
   machine.remove("client");
   EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"No such file or directory"});
   machine.add("client", 0400);
   EXPECT_EQ(workspace.openNewInstance(bundle.bundlePath()), Failure{"Permission denied"});
   bundle.executable = std::nullopt;
-  EXPECT_EQ(DesktopWorkspace(loop, bundle, {}, false).openNewInstance(bundle.bundlePath()),
+  EXPECT_EQ(DesktopWorkspace(loop, bundle, {}, Starter::desktop).openNewInstance(bundle.bundlePath()),
             Failure{"No such file or directory"});
   EXPECT_EQ(machine.record(), Texts{});
 }
@@ -148,7 +162,7 @@ TEST_F(DesktopWorkspaceOn, AFailureToStartANewInstanceHasAReason) {
 TEST_F(DesktopWorkspaceOn, InPlaceThisProcessCallsExecAtItsEnd) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    DesktopWorkspace workspace(loop, bundle, {"--terminal"}, true);
+    DesktopWorkspace workspace(loop, bundle, {"--terminal"}, Starter::terminal);
     say(workspace.replacesThisProcess() ? "too early" : "not yet");
     if (const auto opened = workspace.openNewInstance(""); !opened) say(opened.reason());
     say(machine.record().empty() && workspace.replacesThisProcess() ? "will" : "will not");
@@ -166,7 +180,7 @@ TEST_F(DesktopWorkspaceOn, InPlaceThisProcessCallsExecAtItsEnd) {
 TEST_F(DesktopWorkspaceOn, InPlaceAFailedExecReturns) {
   bundle.executable = machine.add("client");
   ForkedProgram program([this](const ForkedProgram::Say& say) {
-    DesktopWorkspace workspace(loop, bundle, {}, true);
+    DesktopWorkspace workspace(loop, bundle, {}, Starter::terminal);
     workspace.openNewInstance("");
     machine.remove("client");
     workspace.replaceThisProcess();
