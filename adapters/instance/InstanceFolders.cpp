@@ -3,14 +3,18 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
+#include "adapters/files/Files.h"
+
 namespace kestrune {
 
 constexpr auto folderName = "/kestrune-menu-client";
+constexpr auto linkName = "/kestrune-menu-client/session";
 
 InstanceFolders::InstanceFolders(std::string runtime, std::string givenState, const std::string& userRuntimes)
     : runtimes{std::move(runtime), userRuntimes + "/" + std::to_string(geteuid())},
@@ -24,11 +28,19 @@ std::string InstanceFolders::current() const {
 }
 
 FileDescriptor InstanceFolders::connect(const char* socketName) const {
-  for (const std::string& folder : {current(), state + folderName}) {
+  for (const std::string& folder : {current(), state + folderName, state + linkName}) {
     FileDescriptor socket = instanceSocket(folder, socketName, &::connect);
     if (socket && peerOf(socket).uid == geteuid()) return socket;
   }
   return {};
+}
+
+void InstanceFolders::leaveLink(const std::string& folder) const {
+  if (folder == runtimes.back() + folderName || folder == state + folderName) return;
+  const std::string link = state + linkName;
+  if (makeFolders(state + folderName)) return;
+  unlink(link.c_str());
+  static_cast<void>(!symlink(folder.c_str(), link.c_str()));
 }
 
 bool isOwnFolder(const std::string& path) {

@@ -28,9 +28,14 @@ class InstanceFolders {
   std::string current() const;
 
   /// Connects to the socket `socketName` in the folder `current()`. If that fails, tries the folder below
-  /// `state`: a client uses that folder if it finds no runtime folder when it starts. Returns an empty
-  /// descriptor if no process of this user accepts the connection at once.
+  /// `state`: a client uses that folder if it finds no runtime folder when it starts. Then tries the folder
+  /// to which the link of `leaveLink` points. Returns an empty descriptor if no process of this user accepts
+  /// the connection at once.
   FileDescriptor connect(const char* socketName) const;
+
+  /// Call this when a client listens in `folder`. If processes without a session would not find this folder,
+  /// leaves a symbolic link to it below `state`. Ignores failures.
+  void leaveLink(const std::string& folder) const;
 
  private:
   const std::vector<std::string> runtimes;

@@ -200,10 +200,10 @@ void Rendezvous::lockAndListen() {
   } else if (wasLocked && server.isInPlace()) {
     return;
   }
-  if (const auto failure = server.listen(folder)) {
-    reportOnce("cannot listen on " + folder + "/" + runningSocketName + ": " + failure.message() +
-               "; a second start cannot reach this client");
-  }
+  const auto failure = server.listen(folder);
+  if (!failure) return folders.leaveLink(folder);
+  reportOnce("cannot listen on " + folder + "/" + runningSocketName + ": " + failure.message() +
+             "; a second start cannot reach this client");
 }
 
 void Rendezvous::onPerform(std::function<Result<>(const std::string&)> givenPerform) {

@@ -90,6 +90,19 @@ TEST_F(RendezvousTest, LaterStartsGiveWayAndAskTheClientToShowItsMenu) {
   EXPECT_EQ(start()->rendezvous.runningClient(), getpid());
 }
 
+TEST_F(RendezvousTest, ClientInTheRuntimeFolderOfAnotherSessionIsFound) {
+  const InstanceFolders usual("", state, folder.file("none")), others(folder.file("usual"), state, runtime);
+  for (int sessions = 0; sessions < 2; ++sessions) {
+    const auto first = client();
+    for (const auto& elsewhere : {usual, others}) {
+      EXPECT_FALSE(Start(loop, elsewhere).claims());
+      EXPECT_EQ(Start(loop, elsewhere).rendezvous.runningClient(), getpid());
+    }
+    EXPECT_EQ(first->shown.size(), 2U);
+  }
+  EXPECT_TRUE(Start(loop, usual).claims());
+}
+
 TEST_F(RendezvousTest, StartWaitsForAnEndingClientOrItsPredecessor) {
   for (const Kind kind : {Kind::show, Kind::giveWay, Kind::replace}) {
     auto first = client();
