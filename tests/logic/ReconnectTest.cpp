@@ -217,6 +217,26 @@ TEST_F(StopConnection, GivesTheScriptEightSeconds) {
   EXPECT_EQ(statusRow(), stoppedRow);
 }
 
+TEST_F(StopConnection, RefreshThatEndsLaterRedrawsTheOldLampUntilTheNextTick) {
+  // With a token, the refresh ends with a query of the live session, which runs after the stop script.
+  env() = "KESTRUNE_MAC_SERVICE_TOKEN=t";
+  controller->startPeriodicRefresh();
+  controller->refreshStatus(false);
+  controller->performAction("stopConnection");
+  machine.loop.runOneWorkerJob();  // the status query
+  machine.loop.runMain();
+  EXPECT_EQ(machine.powerAssertions.held.size(), 2U);
+  machine.loop.runOneWorkerJob();  // the stop script
+  machine.loop.runMain();
+  EXPECT_EQ(statusRow(), stoppedRow);
+  machine.loop.settle();  // the query of the live session
+  EXPECT_EQ(statusRow(), connectedRow);
+  EXPECT_EQ(title(18), "立即重新檢查連線");
+  EXPECT_TRUE(machine.powerAssertions.held.empty());
+  machine.loop.advance(Seconds{20.1});
+  EXPECT_EQ(statusRow(), disabledRow);
+}
+
 TEST_F(StopConnection, LeavesTheFinalRefreshOfAReconnect) {
   controller->reconnectServices(false);
   controller->performAction("stopConnection");
