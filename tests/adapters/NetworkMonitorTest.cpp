@@ -211,6 +211,26 @@ TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
+/// With the delays of the client, the route is looked up 0.25 s after the first message of a burst. Messages
+/// that nobody reads must not keep the loop turning meanwhile, nor hide the change at the end of the burst.
+TEST_F(NetworkMonitorTest, BurstOfMessagesCostsAFewTurnsOfTheLoop) {
+  network.ip({viaGateway});
+  monitor.emplace(loop, clock, bus, devices.file(""));
+  startOn(viaCable);
+  const auto turns = [this] {
+    std::uint64_t count = 0;
+    sd_event_get_iteration(loop.event(), &count);
+    return count;
+  };
+  const std::uint64_t before = turns();
+  Commands burst;
+  for (int mtu = 2000; mtu < 3000; ++mtu) burst.push_back("link set wifi mtu " + std::to_string(mtu));
+  burst.emplace_back("route add default via 10.2.0.1 metric 50");
+  network.ip(burst);
+  EXPECT_TRUE(becomes(viaWiFi));
+  EXPECT_LT(turns() - before, 50U);
+}
+
 TEST_F(NetworkMonitorTest, UnrelatedChangesAreNotReported) {
   useIPv6();
   network.ip({viaGateway});
