@@ -95,6 +95,13 @@ TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
       comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
 }
 
+TEST_F(Inhibitors, AskThePowerManagementAloneForTheSystemWithoutLogind) {
+  power = serve(powerName, StubService::grants(5));
+  connect();
+  EXPECT_TRUE(create(system));
+  EXPECT_EQ(power->calls(), Calls{powerCall});
+}
+
 TEST_F(Inhibitors, UseTheSecondPathOfTheScreenSaver) {
   saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(3)));
   connect();
@@ -197,6 +204,16 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   clock.suspend(Seconds{0.1});
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
+}
+
+TEST_F(Inhibitors, AskASilentServiceAtOnceAfterItsRestart) {
+  saver = serve(saverName, StubService::saysNothing());
+  connect();
+  EXPECT_FALSE(createUnanswered(display));
+  saver.reset();
+  saver = serve(saverName, StubService::grants(3));
+  ASSERT_TRUE(sessionTrip.succeeds(loop));
+  EXPECT_TRUE(create(display));
 }
 
 TEST_F(Inhibitors, GiveBackALateGrant) {
