@@ -100,7 +100,7 @@ TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
 }
 
 /// Fake launch agents of a machine where nothing starts agents at login (`areRead` is false). A test sets the
-/// results of `isRegistered` and `document`.
+/// results of `isRegistered` and `document`. `repairs` has the arguments of each call of `repair`.
 struct OddAgents final : LaunchAgents {
   bool areRead() const override { return false; }
   std::string path(const std::string& label) const override { return "/agents/" + label; }
@@ -109,11 +109,22 @@ struct OddAgents final : LaunchAgents {
                                       const std::string&) const override {
     return text;
   }
-  void repair(const std::string&, const std::string&) override {}
+  void repair(const std::string& label, const std::string& repoPath) override {
+    repairs.push_back(label + " " + repoPath);
+  }
 
   bool registered = false;
   std::optional<std::string> text;
+  std::vector<std::string> repairs;
 };
+
+TEST_F(LaunchAtLogin, StartRepairsTheCurrentAgentOnce) {
+  setAutoConnect(false);
+  OddAgents agents;
+  Platform platform = platformWith(machine, {.launchAgents = &agents});
+  std::make_shared<AppDelegate>(platform)->applicationDidFinishLaunching();
+  EXPECT_EQ(agents.repairs, std::vector<std::string>{"com.dovrel.kestrune.menuclient /home/u/backend"});
+}
 
 TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {
   setAutoConnect(false);
