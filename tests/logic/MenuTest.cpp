@@ -63,6 +63,8 @@ TEST_F(MenuRows, AreTwentyNineInOrder) {
       command(29, "退出 Kestrune", "quit", "q"),
   };
   EXPECT_EQ(build("正在檢查狀態…").items, expected);
+  controller->rebuildMenu("正在檢查狀態…", Lamp::warning, 7);
+  EXPECT_EQ(machine.statusItem.menu().items, expected) << "pendingCount changes nothing";
 }
 
 TEST_F(MenuRows, ShowTheCurrentTextsAndShortenTheThreadName) {
