@@ -161,6 +161,25 @@ TEST_F(ClientSubscriptionTest, SuccessorOfAnEndingClientIsFound) {
   EXPECT_EQ(heard.absences, 0);
 }
 
+TEST_F(ClientSubscriptionTest, ClientThatSendsAnEndlessLineCountsAsAbsent) {
+  std::filesystem::create_directories(place);
+  FileDescriptor listening = instanceSocket(place, "socket", &::bind);
+  ASSERT_EQ(listen(listening.get(), 1), 0);
+  Heard heard;
+  heard.subscribeTo(other());
+  const FileDescriptor sending(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  listening.reset();  // so that the subscription cannot connect again
+  ASSERT_TRUE(sendLine(sending, "1"));
+  ASSERT_TRUE(letPassUntil([&] { return heard.lines == Lines{"1"}; }));
+  std::string rest((std::size_t{1} << 20) + 1, 'x');  // one byte more than a line may have
+  EXPECT_TRUE(letPassUntil([&] {
+    const ssize_t sent = send(sending.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
+    if (sent > 0) rest.erase(0, static_cast<std::size_t>(sent));
+    return heard.absences == 1;
+  }));
+  EXPECT_EQ(heard.lines, Lines{"1"});
+}
+
 TEST_F(ClientSubscriptionTest, SilentClientCountsAsAbsent) {
   EventLoop stopped;
   Start hung(stopped, folders);
