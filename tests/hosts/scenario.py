@@ -365,6 +365,18 @@ class Desktop:
         self.start_host()
         self.check("the icon appears in a host that starts after the client", lambda: self.icon_is(coloured=True))
 
+    def check_unit(self):
+        """Checks that the unit restarts a client that has crashed, and that what the client has opened keeps running."""
+        (self.root / "xdg-open").write_text("#!/bin/sh\nexec sleep 12345\n")
+        self.run("sudo", "install", self.root / "xdg-open", "/usr/local/bin")
+        self.client("--perform", "openProjectFolder")
+        opened = self.wait(lambda: self.run("pgrep", "-fx", "sleep 12345"), "opened program")
+        before = self.manager("show", "--value", "--property=MainPID", UNIT)
+        self.run("kill", "-KILL", before)
+        self.check("the unit starts the client again after a crash", lambda: self.lamp() == 0 and before != self.manager(
+            "show", "--value", "--property=MainPID", UNIT))
+        self.tell(os.path.exists(f"/proc/{opened}"), "… and the program that opened a folder keeps running")
+
     def check_missing_tray(self):
         """Checks that the client shows a notification when there has been no tray host for half a minute."""
         self.check("without a host, a notification says what to do", lambda: "再啟動一次 Kestrune" in self.notifications())
@@ -395,5 +407,5 @@ class Desktop:
     def parts(self):
         return [self.check_icon, self.check_menu, self.check_click, self.check_change_in_open_menu,
                 self.check_keep_awake, self.check_notification, self.check_light_and_dark,
-                self.check_restart_of_host, self.check_late_host]
+                self.check_restart_of_host, self.check_late_host, self.check_unit]
 
