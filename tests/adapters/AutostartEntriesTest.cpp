@@ -93,6 +93,16 @@ TEST_F(AutostartEntriesTest, EntryStartsTheProgramInTheBackground) {
             "X-GNOME-Autostart-enabled=true\n");
 }
 
+TEST_F(AutostartEntriesTest, RelativeRepositoryBecomesAbsolute) {
+  bundle.bundle = "/home/u/repo/dist/app";
+  bundle.currentDirectory = "/home/u";
+  bundle.environment["KESTRUNE_REPO_PATH"] = "repo";
+  const std::string entry = *agents.document(label, "/opt/client", "repo");
+  EXPECT_NE(entry.find("\nExec=env \"KESTRUNE_REPO_PATH=/home/u/repo\" \"/opt/client\""), entry.npos)
+      << entry;
+  EXPECT_NE(entry.find("\nPath=/home/u/repo\n"), entry.npos) << entry;
+}
+
 TEST_F(AutostartEntriesTest, EntriesAreValidDesktopEntries) {
   for (const bool named : {false, true}) {
     if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";

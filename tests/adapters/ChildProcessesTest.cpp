@@ -12,6 +12,7 @@
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ProcessEnd.h"
 #include "tests/rig/ScopedVariable.h"
+#include "tests/rig/TerminalRig.h"
 
 namespace kestrune::testing {
 namespace {
@@ -268,6 +269,10 @@ TEST_F(ChildInheritance, ChildInheritsOnlyStandardDescriptors) {
   ASSERT_EQ(fcntl(low.get(), F_GETFD), 0) << "must be one that a child inherits";
   ASSERT_EQ(fcntl(high.get(), F_GETFD), 0) << "must be one that a child inherits";
   EXPECT_EQ(outputOf({"descriptors"}), "0 1 2 ");
+  const PipeEnds pipe;
+  const StandardStreams streams(pipe.reading.get(), STDOUT_FILENO);
+  ASSERT_EQ(write(pipe.writing.get(), "a line\n", 7), 7);
+  EXPECT_EQ(outputOf({"-c", "read -r line; echo \"$line\""}, "/bin/sh"), "a line\n");
 }
 
 TEST_F(ChildInheritance, PipesWorkWhenStandardDescriptorsAreClosed) {

@@ -2,6 +2,7 @@
 #include <linux/if.h>
 #include <linux/if_tun.h>
 #include <linux/rtnetlink.h>
+#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -351,6 +352,16 @@ TEST_F(NetworkMonitorTest, ReportsThatTheKernelRefusesToDescribeTheInterfaceOfAn
     say(answer ? "answered" : answer.reason());
   });
   EXPECT_EQ(program.line(), "No buffer space available");
+}
+
+TEST_F(NetworkMonitorTest, KernelWithoutIPv6HasNoPath) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    // Only the request for the IPv6 route has this length.
+    refuseSending(NLMSG_LENGTH(sizeof(rtmsg)) + RTA_LENGTH(sizeof(in6_addr)), EOPNOTSUPP);
+    auto answer = lookUpRoute("");
+    say(!answer ? answer.reason() : answer->path.satisfied ? "path" : "no path");
+  });
+  EXPECT_EQ(program.line(), "no path");
 }
 
 }  // namespace

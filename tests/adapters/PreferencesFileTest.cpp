@@ -50,6 +50,17 @@ TEST_F(Preferences, UnknownKeysAreKept) {
   EXPECT_EQ(written(), json::parse(R"({"theirs": {"deep": [1, 2.5, null, "文"]}, "flag": false})"));
 }
 
+TEST_F(Preferences, SymbolicLinkAndModeAreKept) {
+  const std::string target = folder.file("target");
+  testing::put(target, R"({"theirs": 1})", 0640);
+  fs::create_directories(fs::path(path).parent_path());
+  fs::create_symlink(target, path);
+  preferences.setBool("flag", true);
+  EXPECT_TRUE(fs::is_symlink(path));
+  EXPECT_EQ(json::parse(contentsOf(target)), (json{{"theirs", 1}, {"flag", true}}));
+  EXPECT_EQ(modeOf(target), 0640U);
+}
+
 TEST_F(Preferences, FileAndFoldersArePrivate) {
   const std::string deep = folder.file("a/b/preferences.json");
   PreferencesFile(files, deep).setBool("flag", true);

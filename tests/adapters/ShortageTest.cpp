@@ -57,6 +57,35 @@ TEST(ProcessShortage, QueueWithoutAThreadEndsTheProcess) {
             "KestruneMenuClient: cannot start a thread for commands: Resource temporarily unavailable\n");
 }
 
+/// Returns the state of a thread of this process: 'S' while it sleeps, '?' if there is no such thread.
+char stateOfThread(pid_t thread) {
+  const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
+  const auto name = text.rfind(") ");
+  return name == std::string::npos ? '?' : text[name + 2];
+}
+
+TEST(ProcessShortage, QueueWaitsUntilAThreadCanBeStarted) {
+  ForkedProgram program([](const ForkedProgram::Say& say) {
+    EventLoop loop;
+    std::unique_ptr<NoMoreProcesses> shortage;
+    std::promise<void> begun, ran;
+    std::thread helper([&, starting = gettid()] {
+      begun.get_future().wait();
+      while (stateOfThread(starting) != 'S') sched_yield();
+      shortage.reset();
+    });
+    shortage = std::make_unique<NoMoreProcesses>();
+    begun.set_value();
+    const auto queue =
+        loop.makeSerialQueue("worker", QualityOfService::userInitiated, QueueTarget::ownThread);
+    queue->async([&ran] { ran.set_value(); });
+    ran.get_future().wait();
+    say("ran");
+    helper.join();
+  });
+  EXPECT_EQ(program.line(), "ran");
+}
+
 TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     ChildProcesses processes;
@@ -70,13 +99,6 @@ TEST(ProcessShortage, LaunchFailsWithEAGAINAndWorksLater) {
   });
   for (int i = 0; i < 3; ++i) EXPECT_EQ(program.line(), std::strerror(EAGAIN));
   EXPECT_EQ(program.line(), "started");
-}
-
-/// Returns the state of a thread of this process: 'S' while it sleeps, '?' if there is no such thread.
-char stateOfThread(pid_t thread) {
-  const std::string text = contentsOf("/proc/self/task/" + std::to_string(thread) + "/stat");
-  const auto name = text.rfind(") ");
-  return name == std::string::npos ? '?' : text[name + 2];
 }
 
 TEST(ProcessShortage, ReservedLaunchRetriesUntilAProcessIsFree) {

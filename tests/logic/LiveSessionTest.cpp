@@ -53,6 +53,15 @@ struct LiveSessionRefresh : ControllerTest {
   std::function<void()> whenComplete;
 };
 
+TEST_F(LiveSessionRefresh, SkippedRequestDoesNotReadTheToken) {
+  ask();
+  env().clear();
+  machine.fileManager.asked.clear();
+  ask();
+  EXPECT_EQ(machine.fileManager.asked, std::vector<std::string>{});
+  EXPECT_EQ(completions, 2);
+}
+
 TEST_F(LiveSessionRefresh, AsksOnTheWorkerAndCompletesOnTheMainThread) {
   begin();
   machine.loop.runMain();

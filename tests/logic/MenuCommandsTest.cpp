@@ -57,6 +57,7 @@ TEST_F(RequestedCommands, RefuseUnknownActions) {
   newCalls();
   for (const std::string action : {"", "fly", "Quit", "quit ", "quit\n"}) {
     EXPECT_EQ(refusal(action), "unknown action: " + action + "; \"--perform help\" lists all actions");
+    controller->performAction(action);  // from a menu or a button
   }
   // This action belongs to a button of the settings, not to a row of the menu.
   EXPECT_EQ(refusal("showPairingQR"), "no enabled menu row has this action now: showPairingQR");

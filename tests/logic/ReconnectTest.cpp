@@ -62,6 +62,7 @@ TEST_F(Reconnect, WindowShowsTheOutputAndTheExtraContent) {
   for (const auto& [extraContent, content] : cases) {
     reconnect(true, extraContent);
     EXPECT_EQ(closeWindow(), informationWindow("刷新連線", content));
+    EXPECT_EQ(title(18), "手動停止連線") << "also after a status that failed";
   }
 }
 
@@ -88,6 +89,7 @@ TEST_F(Reconnect, WindowIsShownWhenTheFinalRefreshIsDropped) {
   machine.loop.advance(Seconds{1.25});
   EXPECT_EQ(statusQueries(), 0U);
   EXPECT_EQ(machine.alerts.shown.size(), 1U);
+  controller->rebuildMenu("", ConnectionLampState::ok, 0);
   EXPECT_EQ(title(18), reconnectingCommand);
 }
 
