@@ -31,6 +31,10 @@ class Texts(OnDesk):
         window.find("push button", "好").press()
         self.assertEnds(program, answered(1, 0))
 
+    def test_a_warning_has_its_own_sign(self):
+        _, window = self.opened(alert(1, style="warning"))
+        self.assertGreater(len(self.colours(*window.find("graphic", "警告").place())), 2)
+
     def test_texts_are_plain_text(self):
         title, button = "<i>a</i> & b 🎉\0\nc\u202e", "&好 <u>"
         text = ("<b>粗</b> &amp; & <img src='/etc/hostname'>\nhttp://x.example\n"
