@@ -3,6 +3,7 @@
 from rig import isolation
 from rig.asked import alert, answered, field, insets, picture, titled, view
 from rig.desk import OnDesk
+from rig.display import Rectangle
 
 REPORT = "\n".join(f"[OK] 檢查 {i}: com.dovrel.kestrune.part{i} 正在運行 <b>&amp; {i * 37}</b>" for i in range(400))
 
@@ -65,6 +66,17 @@ class Views(OnDesk):
         tops = [top for _, top, *_ in places]
         self.assertEqual([below - above - height for above, below, height in zip(tops, tops[1:], heights)], [7] * 3)
         self.assertEqual(window.names("label")[1:], [text] * 3 + [one["text"]])
+
+    def test_long_values_show_their_ends(self):
+        values = [{"text": "x" * 200 + end, "width": 200} for end in "lw"]
+        labels = [view("label", lineBreak="truncateMiddle", **value) for value in values]
+        fields = [view("textField", **value) for value in values]
+        _, window = self.opened(alert(1, view=view("stack", field("focused"), *labels, *fields)))
+        for role in "label", "text":
+            places = [node.place() for node in window.all() if node.role() == role][-2:]
+            ends = [self.screen.picture(Rectangle(left + width * 3 // 4, top, width // 4, height)).data
+                    for left, top, width, height in places]
+            self.assertEqual(len(set(ends)), 2, role)
 
     def test_a_container_keeps_its_size_and_puts_its_content_in_the_middle(self):
         stack = view("stack", picture(["01"], name="中"), view("label", text="下", width=290, textAlignment="center"),
