@@ -6,6 +6,7 @@ from rig import isolation
 from rig.asked import alert, field, menu, raising, view
 from rig.desk import OnDesk
 from rig.sway import Sway
+from rig.waiting import Text, own
 
 TEXT = "org.a11y.atspi.Text"
 REPORT = "\n".join(f"[OK] 檢查 {i}" for i in range(400))
@@ -51,6 +52,20 @@ class Tiled(OnDesk):
             self.assertEqual(self.sway.new_window(name)["type"], "floating_con")
         self.assertEqual([(workspace, name, focused) for workspace, name, _, focused in self.sway.windows()],
                          [("1", "Kestrune", False), ("1", "下", False), ("1", "上", True)])
+
+    def test_raising_moves_the_menu(self):
+        program, _ = self.open(menu(), "Kestrune")
+        self.raise_from_workspace_2(program)
+        self.sway.new_window("Kestrune")
+        self.assertEqual([workspace for workspace, *_ in self.sway.windows()], ["2"])
+
+    def test_a_token_is_used_by_the_next_window(self):
+        program = self.start(environment={"WAYLAND_DEBUG": "1"})
+        errors = Text(own(program.process.stderr))
+        self.addCleanup(errors.close)
+        program.send(raising("the-token"), alert(1))
+        self.sway.new_window("標題")
+        errors.wait(lambda text: '.activate("the-token"' in text, "use of the token")
 
     def test_raising_leaves_an_active_window_where_it_is(self):
         program, _ = self.open(alert(1, "下"), "下")
