@@ -86,13 +86,17 @@ void Session::perform(const Raise& request) {
   // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  const DialogWindow* const top = menu             ? menu.get()
-                                  : alerts.empty() ? nullptr
-                                                   : static_cast<DialogWindow*>(alerts.back());
-  // `onShown` is set until the window has appeared. On Wayland, such a window uses the token when it appears.
-  // Do not map it again, because the token works only once. On X11, raise it: perhaps it has not appeared
-  // because another window covers it.
-  if (top == nullptr || (top->onShown && isOnWayland())) return;
+  DialogWindow* const top = menu             ? menu.get()
+                            : alerts.empty() ? nullptr
+                                             : static_cast<DialogWindow*>(alerts.back());
+  if (top == nullptr) return;
+  // `onShown` is set until the window has appeared. On Wayland, do not map such a window again: it may have
+  // used a token already, and a token works only once. On X11, raise it: perhaps it has not appeared because
+  // another window covers it.
+  if (top->onShown && isOnWayland()) {
+    if (!request.activationToken.empty()) top->activateWindow();
+    return;
+  }
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
   // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.

@@ -59,13 +59,20 @@ class Tiled(OnDesk):
         self.sway.new_window("Kestrune")
         self.assertEqual([workspace for workspace, *_ in self.sway.windows()], ["2"])
 
-    def test_a_token_is_used_by_the_next_window(self):
-        program = self.start(environment={"WAYLAND_DEBUG": "1"})
-        errors = Text(own(program.process.stderr))
-        self.addCleanup(errors.close)
-        program.send(raising("the-token"), alert(1))
-        self.sway.new_window("標題")
-        errors.wait(lambda text: '.activate("the-token"' in text, "use of the token")
+    def test_a_token_is_used_by_a_window_that_has_not_appeared(self):
+        self.sway.command('no_focus [title="後"]')
+        self.open(alert(1, "先"), "先")
+        requests = raising("the-token"), alert(1, "後")
+        for order in requests, reversed(requests):
+            program = self.start(environment={"WAYLAND_DEBUG": "1"})
+            errors = Text(own(program.process.stderr))
+            self.addCleanup(errors.close)
+            # Let the program read both requests at once, so that the window does not appear between them.
+            program.process.send_signal(signal.SIGSTOP)
+            program.send(*order)
+            program.process.send_signal(signal.SIGCONT)
+            self.sway.event("new")
+            errors.wait(lambda text: '.activate("the-token"' in text, "use of the token")
 
     def test_raising_leaves_an_active_window_where_it_is(self):
         program, _ = self.open(alert(1, "下"), "下")
