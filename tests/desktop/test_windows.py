@@ -54,6 +54,13 @@ class Windows(OnScreen):
         self.bus.click(16)
         self.assertShows(AWAKE)
 
+    def test_rows_about_codex(self):
+        for row, title, warns in (22, "Codex 版本與 Remote Control", False), (23, "未找到 Codex App", True):
+            self.bus.click(row)
+            shown, window = self.read(title)
+            self.assertEqual(shown.warns, warns)
+            self.choose(window)
+
 
 class Quitting(OnScreen):
     def test_windows_close_before_the_backend_is_stopped(self):
