@@ -2,13 +2,16 @@
 
 import unittest
 
+from gi.repository import GLib
+
 from rig import isolation
 from rig.bus import ITEM, Bus
 from rig.client import CONNECTED, RECONNECTING
 from rig.display import Rectangle, Screen
-from rig.panel import Panel
+from rig.panel import WATCHER, Panel
 from rig.processes import PORTS, listening_ports, wait_for_end
-from rig.session import GATED_BACKEND, Session
+from rig.session import GATED_BACKEND, SWITCHED_OFF, Session
+from rig.wire import Peer, answers
 
 SIZES = [16, 22, 24, 32, 44, 48, 64]
 
@@ -56,6 +59,16 @@ class InPanel(unittest.TestCase):
         self.assertEqual(client.errors.all().count("\n"), 1)
         wait_for_end(*services)
         self.assertTrue(listening_ports().isdisjoint(PORTS))
+
+    def test_advice_is_shown_without_a_tray_and_withdrawn_with_one(self):
+        self.session.environment["KESTRUNE_TEST_TICK"] = "0.2"  # seconds, instead of 30
+        self.session.prefer(SWITCHED_OFF)
+        Peer(self.bus, "org.freedesktop.Notifications", answers("u", 7))
+        traffic = self.bus.monitor()
+        self.start_client()
+        traffic.wait_for("Notify", lambda call: call[3] == "Kestrune 已啟動，但桌面沒有系統匣")
+        Peer(self.bus, WATCHER[0], answers("v", GLib.Variant("b", True)))
+        self.assertEqual(traffic.wait_for("CloseNotification"), [7])
 
     def test_an_open_menu_stays_open_and_changes_in_place(self):
         self.session.stub_backend(GATED_BACKEND)
