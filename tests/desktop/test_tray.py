@@ -1,5 +1,6 @@
 """The tray face (the user interface in a desktop's tray) in a real panel, and what it exports on the bus."""
 
+import shutil
 import unittest
 
 from gi.repository import GLib
@@ -9,8 +10,8 @@ from rig.bus import ITEM, Bus
 from rig.client import CONNECTED, RECONNECTING
 from rig.display import Rectangle, Screen
 from rig.panel import WATCHER, Panel
-from rig.processes import PORTS, listening_ports, wait_for_end
-from rig.session import GATED_BACKEND, SWITCHED_OFF, Session
+from rig.processes import PORTS, listening_ports, wait_for_end, write_script
+from rig.session import GATED_BACKEND, PROGRAM, SWITCHED_OFF, Session
 from rig.wire import Peer, answers
 
 SIZES = [16, 22, 24, 32, 44, 48, 64]
@@ -69,6 +70,22 @@ class InPanel(unittest.TestCase):
         traffic.wait_for("Notify", lambda call: call[3] == "Kestrune 已啟動，但桌面沒有系統匣")
         Peer(self.bus, WATCHER[0], answers("v", GLib.Variant("b", True)))
         self.assertEqual(traffic.wait_for("CloseNotification"), [7])
+
+    def test_the_windows_get_the_activation_tokens(self):
+        program = shutil.copy(PROGRAM, self.session.home)
+        write_script(self.session.home / "KestruneMenuDialogs",
+                     'while read -r request; do echo "${request:0:40}"; done > "$HOME/events"\n')
+        self.session.prefer(SWITCHED_OFF)
+        self.session.start(program=program, environment={"DISPLAY": ":0"})
+        self.bus.wait_for_client()
+        self.bus.call(ITEM, "ProvideXdgActivationToken", "s", "of-a-click")
+        self.bus.call(ITEM, "Activate", "ii", 0, 0)
+        self.assertIn("of-a-click", self.session.events.next())
+        self.assertIn("showMenu", self.session.events.next())
+        self.session.run(program=program, environment={"XDG_ACTIVATION_TOKEN": "of-a-start"})
+        # The menu may change before, for example when the network is known.
+        while "of-a-start" not in self.session.events.next():
+            pass
 
     def test_an_open_menu_stays_open_and_changes_in_place(self):
         self.session.stub_backend(GATED_BACKEND)
