@@ -180,7 +180,10 @@ class Packages(unittest.TestCase):
             for each in Path("/usr/lib/systemd/user").glob(pattern):
                 (units / each.name).symlink_to(each)
         text = (self.tree / UNIT).read_text()
-        self.assertIn("\nExecStart=KestruneMenuClient --background\n", text)
+        self.assertEqual({
+            "ExecStart=KestruneMenuClient --background", "KillMode=mixed", "TimeoutStopSec=25", "Restart=on-failure",
+            "RestartPreventExitStatus=2", "OOMPolicy=continue", "PartOf=graphical-session.target",
+            "WantedBy=graphical-session.target"} - set(text.splitlines()), set())
         unit = units / Path(UNIT).name
         unit.write_text(text.replace("ExecStart=", f"ExecStart={self.tree}/usr/bin/"))
         self.assertEqual(run("systemd-analyze", "--user", "--man=no", "verify", unit,
