@@ -75,6 +75,9 @@ class StopScript(unittest.TestCase):
         self.assertEqual(process.stdout.readline(), b"there\n")
         return process
 
+    def test_it_has_thirteen_lines(self):
+        self.assertEqual(self.script.count("\n"), 12)
+
     def test_all_lines_run_under_set_eu(self):
         self.session.profile.write_text(self.session.profile.read_text() + "set -eu\n")
         part = self.called(PARTS[0])
