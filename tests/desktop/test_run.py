@@ -41,6 +41,11 @@ class Run(unittest.TestCase):
                               stdin=subprocess.DEVNULL, capture_output=True, text=True)
         return done.returncode, done.stdout, done.stderr
 
+    def assertStarts(self, client, *options, **environment):
+        status, output, errors = self.run_it(*options, **environment)
+        self.assertEqual((status, errors), (0, ""))
+        self.assertTrue(output.endswith(f"\nclient {client}\n"), output)
+
     def assertFails(self, line, *options, **environment):
         status, output, errors = self.run_it(*options, **environment)
         self.assertEqual((status, errors.count("\n")), (1, 1), output + errors)
@@ -52,12 +57,25 @@ class Run(unittest.TestCase):
         listener = socket.create_server(("127.0.0.1", port))
         self.addCleanup(listener.close)
 
-    def test_the_sample_backend_is_used_again(self):
-        for _ in range(2):
-            status, output, errors = self.run_it()
-            self.assertEqual((status, errors), (0, ""))
-            self.assertTrue(output.endswith(f"\nclient --terminal on {self.sample}\n"), output)
+    def test_the_sample_backend_is_used_again_until_it_is_reset(self):
+        marker = self.sample / "marker"
+        for options, kept in ((), False), ((), True), (("--reset",), False):
+            self.assertStarts(f"--terminal on {self.sample}", *options)
+            self.assertEqual(marker.exists(), kept)
             self.assertEqual(len(self.session.processes()), 3)
+            marker.touch()
+
+    def test_the_tray_face_needs_a_display_and_a_bus(self):
+        desktop = {"DISPLAY": ":0", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/bus", "KESTRUNE_REPO_PATH": "/mine"}
+        self.stub("fc-list", "echo font")
+        self.assertStarts(" on /mine", **desktop)
+        self.assertStarts("--terminal on /mine", "--terminal", **desktop)
+        for missing in "DISPLAY", "DBUS_SESSION_BUS_ADDRESS":
+            self.assertStarts("--terminal on /mine", **{**desktop, missing: ""})
+
+    def test_an_unknown_option_is_refused(self):
+        status, _, errors = self.run_it("--resett")
+        self.assertEqual((status, errors.partition("\n")[0]), (2, "run: unknown option: --resett"))
 
     def test_the_sample_backend_gets_no_file_with_tokens(self):
         example = self.tree / "examples/backend"
@@ -103,9 +121,7 @@ class Run(unittest.TestCase):
         place.mkdir()
         (place / "lock").touch()
         self.stub("flock", "exit 71")  # the exit status of flock after ENOLCK
-        status, output, errors = self.run_it(KESTRUNE_REPO_PATH="/mine")
-        self.assertEqual((status, errors), (0, ""))
-        self.assertTrue(output.endswith("\nclient --terminal on /mine\n"))
+        self.assertStarts("--terminal on /mine", KESTRUNE_REPO_PATH="/mine")
 
     def test_it_fails_if_sudo_cannot_ask_for_a_password(self):
         (self.session.home / "missing").touch()
@@ -132,9 +148,7 @@ class Run(unittest.TestCase):
     def test_it_fails_without_a_writable_state_folder(self):
         self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="/proc/nowhere")
         self.assertFails("by XDG_STATE_HOME", XDG_STATE_HOME="", HOME="")
-        status, output, errors = self.run_it(XDG_STATE_HOME="/proc/nowhere", KESTRUNE_REPO_PATH="/mine")
-        self.assertEqual((status, errors), (0, ""))
-        self.assertTrue(output.endswith("\nclient --terminal on /mine\n"))
+        self.assertStarts("--terminal on /mine", XDG_STATE_HOME="/proc/nowhere", KESTRUNE_REPO_PATH="/mine")
 
     def test_it_fails_without_a_writable_build_folder(self):
         (self.tree / "build").rename(self.tree / "elsewhere")
