@@ -4,6 +4,7 @@ import shutil
 import socket
 import subprocess
 import unittest
+from pathlib import Path
 
 from rig import isolation
 from rig.processes import write_script
@@ -72,6 +73,10 @@ class Run(unittest.TestCase):
         self.assertStarts("--terminal on /mine", "--terminal", **desktop)
         for missing in "DISPLAY", "DBUS_SESSION_BUS_ADDRESS":
             self.assertStarts("--terminal on /mine", **{**desktop, missing: ""})
+
+    def test_a_relative_folder_is_looked_for_where_the_user_is(self):
+        for folder in ".", "../my backend":
+            self.assertStarts(f"--terminal on {Path.cwd()}/{folder}", KESTRUNE_REPO_PATH=folder)
 
     def test_an_unknown_option_is_refused(self):
         status, _, errors = self.run_it("--resett")
