@@ -67,7 +67,8 @@ as_root() {
 install_missing() {
     local missing=() package command
     for package; do
-        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+        # This prints a line for each architecture for which the package is installed.
+        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -x installed >/dev/null || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     command="apt-get install --no-install-recommends ${missing[*]}"

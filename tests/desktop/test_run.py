@@ -142,6 +142,11 @@ class Run(unittest.TestCase):
         self.assertEqual([line.split()[-1] for line in asked[:1]], ["update"])
         self.assertIn("install g++", asked[1])
 
+    def test_a_package_of_two_architectures_is_installed(self):
+        # dpkg-query fills in the format once for each architecture.
+        self.stub("dpkg-query", r'for _ in amd64 i386; do printf "${2/*\}/installed}"; done')
+        self.assertStarts("--terminal on /mine", KESTRUNE_REPO_PATH="/mine")
+
     def test_packages_that_cannot_be_installed_are_named(self):
         (self.session.home / "missing").touch()
         self.stub("sudo", '[ "$1" = --non-interactive ] && shift && "$@"')
