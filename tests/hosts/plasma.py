@@ -7,7 +7,7 @@ import sys
 from gi.repository import Gio, GLib
 
 from hosts.pointer import Pointer
-from hosts.scenario import PICTURES, SETTINGS, Desktop
+from hosts.scenario import PICTURES, ROWS, SETTINGS, Desktop
 from rig.accessibility import Node
 from rig.display import Rectangle
 
@@ -116,6 +116,8 @@ class Plasma(Desktop):
             self.tell(beside and menu.top + menu.height > self.height - 80,
                       f"a {name} click opens the menu at the icon, at {menu}")
             self.tell(not self.dialogs(), "… and no window")
+            inside = [row for row in self.rows() if 0 <= row.place.top < row.place.top + row.place.height <= self.height]
+            self.tell(len(inside) == len(ROWS), f"… with {len(ROWS)} rows on the screen: {len(inside)}")
             keys = self.menu.children()[SETTINGS - 1].keys()
             self.tell(keys == "Ctrl+,", f"row {SETTINGS} has the key {keys}")
             self.close_menu()

@@ -127,6 +127,10 @@ class SwayDesktop(Desktop):
         self.close_menu()
         self.select_own()
 
+    def check_late_host(self):
+        super().check_late_host()
+        self.check("… and the advice goes away", lambda: "再啟動一次 Kestrune" not in self.notifications())
+
     def check_menu_window(self):
         """Checks that a second start of the client, such as by a key binding, opens the menu as a window."""
         self.client()
