@@ -72,6 +72,9 @@ class Tiled(OnDesk):
             program.send(*order)
             program.process.send_signal(signal.SIGCONT)
             self.sway.event("new")
+            errors.wait(lambda text: ".get_toplevel(" in text, "new window")
+            if '"xdg_activation_v1", 1, new id' not in errors.so_far:
+                self.skipTest("Qt 6.2 uses no activation tokens")
             errors.wait(lambda text: '.activate("the-token"' in text, "use of the token")
 
     def test_raising_leaves_an_active_window_where_it_is(self):
