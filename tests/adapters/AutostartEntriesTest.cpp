@@ -1,12 +1,7 @@
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "adapters/files/AutostartEntries.h"
 #include "adapters/files/Files.h"
-#include "adapters/system/FileDescriptor.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/OutputOf.h"
@@ -55,24 +50,15 @@ struct AutostartEntriesTest : FileTest {
     return file;
   }
 
-  /// Runs `command`, which starts the program in the background. Returns what the program writes to $NOTES
-  /// before it closes the file, or "silence after …" if it writes nothing for 5 s.
+  /// Runs `command`, which starts the program in the background. Returns what the command prints, and what
+  /// the program writes to $NOTES before it closes the file or 5 s are over.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
-    unlink(notes.c_str());
+    fs::remove(notes);
     EXPECT_EQ(mkfifo(notes.c_str(), 0600), 0);
-    const FileDescriptor pipe(open(notes.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     const ScopedVariable noted("NOTES", notes);
     const ScopedVariable unset("KESTRUNE_REPO_PATH", std::nullopt);
-    EXPECT_EQ(outputOf(command), "");
-    std::string text;
-    for (pollfd readable{pipe.get(), POLLIN, 0}; poll(&readable, 1, 5000) == 1;) {
-      char buffer[4096];
-      const ssize_t count = read(pipe.get(), buffer, sizeof buffer);
-      if (count <= 0) return text;
-      text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return "silence after " + text;
+    return outputOf("{ timeout 5 cat \"$NOTES\" & " + command + "; wait; }");
   }
 };
 
@@ -216,12 +202,7 @@ TEST_F(AutostartEntriesTest, RepairLeavesOtherEntriesAlone) {
   const std::string gone = home.file("gone") + "/KestruneMenuClient";
   const std::string building = program("tree/build/release");
   std::ofstream(home.file("tree/build/CMakeCache.txt")) << "\n";
-  struct Case {
-    const char* name;
-    std::string entry;
-    std::optional<std::string> running;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, std::string, std::optional<std::string>> cases[] = {
       {"its program is there", *agents.document(label, there, "/repo"), program("other")},
       {"the running one may go as easily", *agents.document(label, gone, "/repo"), building},
       {"the running one cannot be written", *agents.document(label, gone, "/repo"), program("a$b")},
@@ -231,11 +212,11 @@ TEST_F(AutostartEntriesTest, RepairLeavesOtherEntriesAlone) {
       {"it has no program", "[Desktop Entry]\nExec=\"" + gone + "\"\n", there},
       {"it is empty", "", there},
   };
-  for (const auto& each : cases) {
-    put(each.entry);
-    bundle.executable = each.running;
+  for (const auto& [name, entry, running] : cases) {
+    put(entry);
+    bundle.executable = running;
     agents.repair(label, "/repo");
-    EXPECT_EQ(contentsOf(path), each.entry) << each.name;
+    EXPECT_EQ(contentsOf(path), entry) << name;
   }
   fs::remove(path);
   bundle.executable = there;

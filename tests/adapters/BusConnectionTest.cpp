@@ -1,9 +1,8 @@
 #include <sys/socket.h>
-#include <sys/un.h>
 
-#include <cstring>
+#include <filesystem>
 
-#include "tests/rig/SignalState.h"
+#include "adapters/instance/InstanceFolders.h"
 #include "tests/rig/StandardErrorText.h"
 #include "tests/rig/TrayDesk.h"
 
@@ -68,12 +67,8 @@ TEST_F(BusConnection, ReconnectsWhenTheBusEndsBeforeItAnswers) {
 }
 
 TEST_F(BusConnection, RetryDelayGrowsWhileNobodyAnswers) {
-  const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const std::string path = daemon.address().substr(std::strlen("unix:path="));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  ASSERT_EQ(bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const std::filesystem::path path = daemon.address().substr(std::string_view("unix:path=").size());
+  const FileDescriptor listening = instanceSocket(path.parent_path(), path.filename().c_str(), &::bind);
   ASSERT_EQ(listen(listening.get(), 8), 0);
   std::vector<std::chrono::steady_clock::time_point> attempts;
   const EventSource accepting = loop.onDescriptor(listening.get(), EPOLLIN, [&] {

@@ -95,6 +95,7 @@ TEST_F(DeviceMediaTest, RingOfStackedDevicesEnds) {
   EXPECT_EQ(medium(2), Medium::unknown);
 }
 
+// If a bridge has Wi-Fi and a cable, the Wi-Fi is an access point for other machines, so the cable counts.
 TEST_F(DeviceMediaTest, BridgeHasTheMediumOfItsUsableMembers) {
   add(2, "bridge", "bridge");
   EXPECT_EQ(medium(2), Medium::unknown);

@@ -301,7 +301,6 @@ struct MainQueueContract : ::testing::Test {
   }
 };
 
-using Loops = ::testing::Types<VirtualLoop, RealLoop>;
 TYPED_TEST_SUITE(MainQueueContract, Loops);
 
 TYPED_TEST(MainQueueContract, DelayCountsFromTheCall) {

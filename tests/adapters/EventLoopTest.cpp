@@ -279,7 +279,6 @@ struct ApplicationContract : ::testing::Test, ApplicationDelegate {
   }
 };
 
-using Loops = ::testing::Types<VirtualLoop, RealLoop>;
 TYPED_TEST_SUITE(ApplicationContract, Loops);
 
 TYPED_TEST(ApplicationContract, DelegateHearsOfStartAndEndOnce) {

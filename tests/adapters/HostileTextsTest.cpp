@@ -104,13 +104,11 @@ TEST_P(HostileTextInATerminal, IsHarmlessInAnAlert) {
                              .text = each.text,
                              .accessibilityLabel = each.text}}};
     bool answered = false;
-    rig.face->present({[&] {
-                         return Alert{.messageText = each.text,
-                                      .informativeText = each.text,
-                                      .buttons = {each.text},
-                                      .accessoryView = stack};
-                       },
-                       [&](const AlertAnswer&) { answered = true; }});
+    rig.present({.messageText = each.text,
+                 .informativeText = each.text,
+                 .buttons = {each.text},
+                 .accessoryView = stack},
+                [&](const AlertAnswer&) { answered = true; });
     // The output contains "before" five times: in the message, the informative text, the label, and the
     // field's name and value. Counting is slow, so count only when the output ends with a prompt.
     const auto ends = [&](std::string_view end) { return rig.screen.text.ends_with(end); };

@@ -103,7 +103,9 @@ TEST_F(Inhibitors, AskThePowerManagementAloneForTheSystemWithoutLogind) {
 }
 
 TEST_F(Inhibitors, UseTheSecondPathOfTheScreenSaver) {
-  saver = serve(saverName, StubService::offersAt("/ScreenSaver", StubService::grants(3)));
+  saver = serve(saverName, [grant = StubService::grants(3)](sd_bus_message* call) {
+    return std::string_view(sd_bus_message_get_path(call)) == "/ScreenSaver" && grant(call);
+  });
   connect();
   const auto first = create(display).value();
   EXPECT_TRUE(create(display));

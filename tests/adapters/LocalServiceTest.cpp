@@ -243,8 +243,7 @@ TEST_F(LocalServiceTest, RefusedMemfdIsReported) {
   program.waitForEnd();
   EXPECT_EQ(program.standardError(),
             "KestruneMenuClient: cannot create a memfd for curl: Operation not permitted; the menu shows no "
-            "project and no "
-            "thread\n");
+            "project and no thread\n");
 }
 
 TEST_F(LocalServiceTest, NothingIsAskedOnceLaunchesAreReserved) {

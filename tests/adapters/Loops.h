@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include "adapters/loop/EventLoop.h"
 #include "adapters/loop/SystemClock.h"
 #include "tests/rig/ComesTrue.h"
@@ -38,6 +40,8 @@ struct RealLoop {
     }
   }
 };
+
+using Loops = ::testing::Types<VirtualLoop, RealLoop>;
 
 /// `duration` may be at most 5 s, the time limit of `VirtualLoop::letPassUntil`.
 template <typename Loop>

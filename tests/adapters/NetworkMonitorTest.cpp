@@ -52,23 +52,15 @@ const std::string viaIPv6Gateway = "route add default via fd00:1::1 metric 100";
 
 TEST(NetworkPaths, AreWhatTheKernelRoutes) {
   check({
-      {"no_route", {}, disconnected},
       {"route_elsewhere", {"route add 10.9.0.0/16 via 10.1.0.1"}, disconnected},
-      {"ipv4", {viaGateway}, viaCable},
-      {"ipv6", {viaIPv6Gateway}, viaCable},
       {"ipv4_through_an_ipv6_gateway", {"route add default via inet6 fd00:1::1"}, viaCable},
       {"ipv4_before_ipv6", {viaGateway, "route add default via fd00:2::1 metric 1"}, viaCable},
       {"ipv6_where_ipv4_has_no_carrier",
        {viaGateway, "route add default via fd00:2::1", "link set cable-peer down"},
        viaWiFi},
-      {"lowest_metric", {viaGateway, "route add default via 10.2.0.1 metric 50"}, viaWiFi},
       {"other_type_of_service", {"route add default via 10.1.0.1 tos 0x10"}, disconnected},
       {"loopback", {"route add default dev lo"}, disconnected},
       {"no_carrier", {viaGateway, viaIPv6Gateway, "link set cable-peer down"}, disconnected},
-      {"other_table", {"route add default via 10.1.0.1 table 100"}, disconnected},
-      {"other_table_with_a_rule",
-       {"route add default via 10.1.0.1 table 100", "rule add lookup 100"},
-       viaCable},
       {"default_table", {"route add default via 10.1.0.1 table default"}, viaCable},
       {"unreachable_by_rule", {viaGateway, "rule add unreachable"}, disconnected},
       {"halves", {"route add 0.0.0.0/1 via 10.1.0.1", "route add 128.0.0.0/1 via 10.1.0.1"}, viaCable},
@@ -76,7 +68,6 @@ TEST(NetworkPaths, AreWhatTheKernelRoutes) {
        {viaGateway, "route add 0.0.0.0/1 via 10.2.0.1", "route add 128.0.0.0/1 via 10.2.0.1"},
        viaWiFi},
       {"ipv6_global_part", {"route add 2000::/3 via fd00:1::1"}, viaCable},
-      {"next_hop_object", {"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"}, viaCable},
       {"multipath",
        {"route add default nexthop via 10.1.0.1 dev cable nexthop via 10.2.0.1 dev wifi",
         "link set cable down"},
@@ -100,6 +91,8 @@ TEST(NetworkPaths, RejectRoutesAreNoPath) {
 TEST(NetworkPaths, EachChangeIsReported) {
   const Commands ipv4{viaGateway};
   const Commands ipv6{viaIPv6Gateway};
+  const Commands inTable{"route add default via 10.1.0.1 table 100"};
+  const std::string pull = "link set cable-peer down";
   check({
       {"route_comes", {}, disconnected, {viaGateway}, viaCable},
       {"ipv6_route_comes", {}, disconnected, {viaIPv6Gateway}, viaCable},
@@ -107,32 +100,16 @@ TEST(NetworkPaths, EachChangeIsReported) {
       {"interface_goes_down", ipv4, viaCable, {"link set cable down"}, disconnected},
       {"interface_goes_down_under_ipv6", ipv6, viaCable, {"link set cable down"}, disconnected},
       {"interface_goes", ipv4, viaCable, {"link delete cable"}, disconnected},
-      {"cable_is_pulled", ipv4, viaCable, {"link set cable-peer down"}, disconnected},
-      {"cable_is_plugged_in",
-       {viaGateway, "link set cable-peer down"},
-       disconnected,
-       {"link set cable-peer up"},
-       viaCable},
-      {"address_takes_its_route_along",
-       ipv4,
-       viaCable,
-       {"address delete 10.1.0.2/24 dev cable"},
-       disconnected},
-      {"rule_comes",
-       {"route add default via 10.1.0.1 table 100"},
-       disconnected,
-       {"rule add lookup 100"},
-       viaCable},
+      {"cable_is_pulled", ipv4, viaCable, {pull}, disconnected},
+      {"cable_comes", {viaGateway, pull}, disconnected, {"link set cable-peer up"}, viaCable},
+      {"address_goes", ipv4, viaCable, {"address delete 10.1.0.2/24 dev cable"}, disconnected},
+      {"rule_comes", inTable, disconnected, {"rule add lookup 100"}, viaCable},
       {"next_hop_object_goes",
        {"nexthop add id 1 via 10.1.0.1 dev cable", "route add default nhid 1"},
        viaCable,
        {"nexthop delete id 1"},
        disconnected},
-      {"gateway_changes",
-       ipv4,
-       viaCable,
-       {"route replace default via 10.1.0.3 dev cable metric 100"},
-       viaCable},
+      {"gateway_changes", ipv4, viaCable, {"route replace default via 10.1.0.3 metric 100"}, viaCable},
       {"ipv6_source_changes",
        {viaIPv6Gateway, "address add 2001:db8::2/64 dev cable nodad"},
        viaCable,
@@ -151,11 +128,6 @@ TEST(NetworkPaths, StackedDevicesHaveTheMediumBeneath) {
       through("macvlan", {"link add link wifi name made type macvlan"}, viaWiFi),
       through("vxlan", {"link add made type vxlan id 5 dstport 4789 remote 10.2.0.9"}, viaSomething),
       through("bridge", {"link add made type bridge", "link set wifi master made"}, viaWiFi),
-      // If a bridge has Wi-Fi and a cable, the Wi-Fi is an access point for other machines. So the route
-      // leads through the cable.
-      through("bridge_of_both",
-              {"link add made type bridge", "link set wifi master made", "link set cable master made"},
-              viaCable),
   });
 }
 

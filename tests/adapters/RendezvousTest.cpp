@@ -338,14 +338,6 @@ TEST_F(RendezvousTest, EndingClientDoesNotRenameTheSocketOfAnother) {
   EXPECT_EQ(other->shown.size(), 1U);
 }
 
-TEST_F(RendezvousTest, ClientWithoutARuntimeFolderIsFound) {
-  Start first(loop, InstanceFolders("", state, ""));
-  ASSERT_TRUE(first.claims());
-  EXPECT_TRUE(std::filesystem::exists(stateSocket));
-  EXPECT_TRUE(isTurnedDown());
-  EXPECT_EQ(first.shown.size(), 1U);
-}
-
 TEST_F(RendezvousTest, ClientMovesToTheStateFolderWhenTheRuntimeFolderVanishes) {
   const auto first = client();
   std::filesystem::remove_all(runtime);

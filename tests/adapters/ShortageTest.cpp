@@ -249,16 +249,11 @@ TEST_F(DescriptorShortage, PreferencesLoseNoKey) {
 
 // --- descriptors for D-Bus
 
-struct BusDescriptorShortage : EmptyDesk {
+struct BusDescriptorShortage : TrayDesk {
   SignalState restored;
 };
 
 TEST_F(BusDescriptorShortage, TrayItemAppearsAfterTheShortage) {
-  daemon.start();
-  showTray();
-  bus.connect();
-  item->addToStatusBar(StatusItem::squareLength);
-  ASSERT_TRUE(host->hasItem());
   host.reset();
   daemon.stop();
   daemon.start();

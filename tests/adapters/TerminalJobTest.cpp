@@ -1,5 +1,4 @@
 #include <sys/ioctl.h>
-#include <termios.h>
 
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RecordingTarget.h"
@@ -57,8 +56,7 @@ struct TerminalJob : ::testing::Test {
     const int inside = terminal.inside.get();
     ioctl(inside, TIOCSCTTY, 0);
     std::signal(SIGTTOU, SIG_IGN);
-    termios settings{};
-    tcgetattr(inside, &settings);
+    termios settings = terminal.settings();
     settings.c_lflag |= TOSTOP;
     tcsetattr(inside, TCSANOW, &settings);
     const pid_t job = fork();
@@ -79,7 +77,7 @@ struct TerminalJob : ::testing::Test {
       if (command == 'm') kill(job, SIGUSR2);
       if (command == 'i') kill(job, SIGUSR1);
       if (command == 's') kill(job, SIGALRM);
-      if (command == 'e') setEcho(inside);
+      if (command == 'e') terminal.setEcho(true);
       if (command == '?') {
         int status = 0;
         say(waitpid(job, &status, WUNTRACED | WNOHANG) == 0 ? "runs" : "stopped or ended");
@@ -87,18 +85,6 @@ struct TerminalJob : ::testing::Test {
     }
     kill(job, SIGKILL);
     waitpid(job, nullptr, 0);
-  }
-
-  static void setEcho(int inside) {
-    termios settings{};
-    tcgetattr(inside, &settings);
-    settings.c_lflag |= ECHO;
-    tcsetattr(inside, TCSANOW, &settings);
-  }
-  bool isEchoed() const {
-    termios settings{};
-    tcgetattr(terminal.inside.get(), &settings);
-    return (settings.c_lflag & ECHO) != 0;
   }
 
   void command(char letter) { ASSERT_EQ(write(commands.writing.get(), &letter, 1), 1); }
@@ -159,11 +145,11 @@ TEST_F(TerminalJob, HidesASecretAgainInTheForegroundWithoutSIGCONT) {
   command('c');  // bash sends SIGCONT for the command "bg", but not for "fg" after it
   command('i');
   ASSERT_EQ(shell.line(), "idle");
-  EXPECT_TRUE(isEchoed());
+  EXPECT_TRUE(terminal.isEchoed());
   screen.text.clear();
   command('f');
   EXPECT_TRUE(screen.shows("key（未填，輸入時不顯示）> "));
-  EXPECT_FALSE(isEchoed());
+  EXPECT_FALSE(terminal.isEchoed());
 }
 
 TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {

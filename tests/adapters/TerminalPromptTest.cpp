@@ -19,8 +19,7 @@ TEST(TerminalPrompt, FollowsEveryPrintOnATerminal) {
   EXPECT_TRUE(rig.screen.shows("沒有這一列：unknown\n列號或按鍵> "));
   rig.type("1\n");
   EXPECT_TRUE(rig.screen.shows("這一列只供查看：row\n列號或按鍵> "));
-  rig.face->present({[] { return Alert{.messageText = "?", .informativeText = "", .buttons = {"OK"}}; },
-                     [](const AlertAnswer&) {}});
+  rig.present({.messageText = "?", .informativeText = "", .buttons = {"OK"}});
   EXPECT_TRUE(rig.screen.shows("[1] OK  \n按鈕編號> "));
   rig.type("2\n");
   EXPECT_TRUE(rig.screen.shows("請輸入按鈕編號。\n按鈕編號> "));
@@ -124,14 +123,8 @@ TEST_F(TerminalChanges, OfTheTerminalsSizePrintTheWholeMenuOnce) {
 
 TEST_F(TerminalChanges, OfTheTerminalsSizeDrawThePictureOfAnAlertAgain) {
   setHeight(3);
-  rig.face->present({[] {
-                       View picture{.kind = ViewKind::image, .image = makeTestImage(8, 255, 255, 255)};
-                       return Alert{.messageText = "?",
-                                    .informativeText = "",
-                                    .buttons = {"OK"},
-                                    .accessoryView = std::move(picture)};
-                     },
-                     [](const AlertAnswer&) {}});
+  const View picture{.kind = ViewKind::image, .image = makeTestImage(8, 255, 255, 255)};
+  rig.present({.messageText = "?", .informativeText = "", .buttons = {"OK"}, .accessoryView = picture});
   EXPECT_TRUE(rig.screen.shows("終端機太小"));
   setHeight(24);
   raise(SIGWINCH);
@@ -217,18 +210,16 @@ TEST_F(TerminalTyping, EndIsNoticedWhenTheMenuIsPrintedAtTheSameTime) {
   type("\x04", "");
   rig.face->printMenu();  // discards what was typed, and so reads the end of the input before the loop does
   bool isCancelled = false;
-  rig.face->present({[] { return Alert{.messageText = "?", .informativeText = "", .buttons = {"OK"}}; },
-                     [&isCancelled](const AlertAnswer& given) { isCancelled = !given.button; }});
+  rig.present({.messageText = "?", .informativeText = "", .buttons = {"OK"}},
+              [&](const AlertAnswer& given) { isCancelled = !given.button; });
   EXPECT_TRUE(comesTrue(loop, [&] { return isCancelled; }));
 }
 
 TEST_F(TerminalTyping, IsNotTheAnswerToALaterQuestion) {
   type("2", "2");
   std::optional<AlertAnswer> answer;
-  rig.face->present({[] {
-                       return Alert{.messageText = "?", .informativeText = "", .buttons = {"Yes", "No"}};
-                     },
-                     [&answer](const AlertAnswer& given) { answer = given; }});
+  rig.present({.messageText = "?", .informativeText = "", .buttons = {"Yes", "No"}},
+              [&](const AlertAnswer& given) { answer = given; });
   EXPECT_TRUE(rig.screen.shows("按鈕編號> "));
   rig.type("\n");
   EXPECT_TRUE(comesTrue(loop, [&] { return answer.has_value(); }));
@@ -239,8 +230,7 @@ TEST(TerminalPrompt, FollowsAReportOf2Megabytes) {
   EventLoop loop;
   TerminalRig rig(loop, TerminalRig::Line::terminal);
   const std::string report(2'000'000, 'x');
-  rig.face->present({[&] { return Alert{.messageText = "?", .informativeText = report, .buttons = {"OK"}}; },
-                     [](const AlertAnswer&) {}});
+  rig.present({.messageText = "?", .informativeText = report, .buttons = {"OK"}});
   EXPECT_TRUE(comesTrue(loop, [&] { return rig.screen.text.ends_with("[1] OK  \n按鈕編號> "); }));
 }
 

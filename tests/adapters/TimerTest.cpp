@@ -50,7 +50,6 @@ struct TimerContract : ::testing::Test {
   }
 };
 
-using Loops = ::testing::Types<VirtualLoop, RealLoop>;
 TYPED_TEST_SUITE(TimerContract, Loops);
 
 TYPED_TEST(TimerContract, FirstIntervalCountsFromTheCall) {

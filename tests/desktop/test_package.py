@@ -25,31 +25,17 @@ UNIT = "usr/lib/systemd/user/kestrune-menu-client.service"
 SHARED = "usr/share/kestrune-menu-client"
 DOCUMENTS = "usr/share/doc"
 ICONS = "usr/share/icons/hicolor"
-
-
-def icon(folder):
-    return f"{ICONS}/{folder}/apps/KestruneMacClient.png"
-
-
-def manual(program):
-    return f"usr/share/man/man1/{program}.1.gz"
-
-
-def completion(program):
-    return f"usr/share/bash-completion/completions/{program}"
-
-
-def binary(program):
-    return f"usr/bin/{program}"
-
+ICON = ICONS + "/{}/apps/KestruneMacClient.png"
+MANUAL = "usr/share/man/man1/{}.1.gz"
+COMPLETION = "usr/share/bash-completion/completions/{}"
 
 FILES = {package: {
-    *(make(program) for make in (binary, manual, completion)),
+    *(path.format(program) for path in ("usr/bin/{}", MANUAL, COMPLETION)),
     *(f"{DOCUMENTS}/{package}/{name}" for name in ("copyright", "changelog.gz", "changelog.Debian.gz")),
 } for package, program in PROGRAMS.items()}
 FILES[CLIENT] |= {
     DESKTOP_ENTRY, METAINFO, UNIT,
-    *map(icon, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
+    *map(ICON.format, SIDES), f"{ICONS}/scalable/apps/KestruneMacClient.svg",
     *(f"{SHARED}/codex-menubar{size}.png" for size in ("", "-grey", "-16", "-24", "-32", "-44", "-48", "-64")),
 }
 # How the names of packages of graphical desktops begin. The client must depend on no such package.
@@ -98,7 +84,7 @@ class Packages(unittest.TestCase):
                     self.assertEqual((each.mode & 0o7777, each.uid, each.gid), (0o755 if executable else 0o644, 0, 0))
 
     def test_packages_have_these_names_fields_and_changes(self):
-        version = run(self.tree / binary(PROGRAMS[CLIENT]), "--version").split()[1]
+        version = run(self.tree / "usr/bin" / PROGRAMS[CLIENT], "--version").split()[1]
         architecture = run("dpkg", "--print-architecture").strip()
         revision = f"{version}-0kestrune2"
         for package, file in self.files.items():
@@ -139,15 +125,15 @@ class Packages(unittest.TestCase):
 
     def test_icons_are_as_large_as_their_folders_say(self):
         for folder, side in SIDES.items():
-            header = (self.tree / icon(folder)).read_bytes()[:24]
+            header = (self.tree / ICON.format(folder)).read_bytes()[:24]
             self.assertEqual((header[:8], header[16:]), (b"\x89PNG\r\n\x1a\n", side.to_bytes(4, "big") * 2))
 
     def test_manuals_and_completions_list_all_options(self):
         for program in PROGRAMS.values():
             with self.subTest(program):
-                options = re.findall(r"^  (--\S+)", run(self.tree / binary(program), "--help"), re.MULTILINE)
+                options = re.findall(r"^  (--\S+)", run(self.tree / "usr/bin" / program, "--help"), re.MULTILINE)
                 self.assertGreaterEqual(len(options), 2)
-                text = run("man", "--warnings", "--local-file", self.tree / manual(program),
+                text = run("man", "--warnings", "--local-file", self.tree / MANUAL.format(program),
                            env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "100"})
                 self.assertNotRegex(text, r"warning:|@\w+@")
                 self.assertEqual(re.findall(r"^ {7}(--\S+)", text, re.MULTILINE), options)
@@ -162,11 +148,11 @@ class Packages(unittest.TestCase):
                 -F) "$3" "$program" "" "$before"; printf '%s\n' "${COMPREPLY[@]}" ;;
                 -W) compgen -W "$3" ;;
             esac
-        """, self.tree / completion(program), self.tree / binary(program), before).split()
+        """, self.tree / COMPLETION.format(program), self.tree / "usr/bin" / program, before).split()
 
     def test_desktop_entry_and_completion_offer_existing_actions(self):
         program = PROGRAMS[CLIENT]
-        actions = [line.split()[0] for line in run(self.tree / binary(program), "--perform", "help").splitlines()]
+        actions = [line.split()[0] for line in run(self.tree / "usr/bin" / program, "--perform", "help").splitlines()]
         self.assertEqual(self.offered(program, "--perform"), ["help", *actions])
         offered = re.findall("^Exec=.*KestruneMenuClient --perform (\\w+)", (self.tree / DESKTOP_ENTRY).read_text(), re.MULTILINE)
         self.assertEqual(offered, ["showSettings", "showStatus", "toggleAutoConnect", "quit"])
@@ -215,10 +201,10 @@ class Packages(unittest.TestCase):
         for package, program in PROGRAMS.items():
             for each in FILES[package]:
                 self.assertTrue((root / each).is_file(), each)
-            self.assertRegex(run(root / binary(program), "--version"), f"^{program} ")
+            self.assertRegex(run(root / "usr/bin" / program, "--version"), f"^{program} ")
         self.dpkg("--purge", DIALOGS)
-        self.assertFalse((root / binary(PROGRAMS[DIALOGS])).exists())
-        self.assertRegex(run(root / binary(PROGRAMS[CLIENT]), "--version"), "^KestruneMenuClient ")
+        self.assertFalse((root / "usr/bin" / PROGRAMS[DIALOGS]).exists())
+        self.assertRegex(run(root / "usr/bin" / PROGRAMS[CLIENT], "--version"), "^KestruneMenuClient ")
         self.dpkg("--purge", CLIENT)
         self.assertEqual(list((root / "usr").rglob("*")), [])
 

@@ -22,13 +22,7 @@ PLACEHOLDER_URL = "https://relay.example.com"
 LENGTH = "org.a11y.atspi.Text", "CharacterCount"
 
 # Login shells and curl write their command lines and environments to the file "seen". No secret may appear there.
-LOG_OF_SHELLS = """
-cat /proc/$$/cmdline /proc/$$/environ >> "$HOME/seen"
-"""
-CURL = """
-cat /proc/$$/cmdline /proc/$$/environ >> "{home}/seen"
-exec /usr/bin/curl "$@"
-"""
+LOG = '\ncat /proc/$$/cmdline /proc/$$/environ >> "{}/seen"\n'
 
 BLACK_AND_WHITE = {(0, 0, 0), (255, 255, 255)}
 
@@ -71,10 +65,10 @@ class Settings(OnScreen):
         settings.find("push button", PAIRING_BUTTON).press()
         window = self.window(PAIRING)
         self.screen.screenshot(f"pairing-{type(self).__name__}")
-        graphic = self.frame(window.find("graphic", PAIRING))
+        graphic = Rectangle(*window.find("graphic", PAIRING).place())
         self.assertEqual((graphic.width, graphic.height), (260, 260))
         self.assertEqual(self.screen.picture(graphic).pixels(), BLACK_AND_WHITE)
-        self.assertEqual(self.screen.scan(self.frame(window)), link)
+        self.assertEqual(self.screen.scan(Rectangle(*window.place())), link)
         return window
 
 
@@ -108,8 +102,8 @@ class FirstSettings(Settings):
         super().setUpClass()
         real = cls.session.backend_program.rename(cls.session.backend_program.with_name("real-client"))
         cls.session.stub_backend(CAUTIOUS_BACKEND.format(real))
-        cls.session.profile.write_text(cls.session.profile.read_text() + LOG_OF_SHELLS)
-        cls.session.program("curl", CURL.format(home=cls.session.home))
+        cls.session.profile.write_text(cls.session.profile.read_text() + LOG.format("$HOME"))
+        cls.session.program("curl", LOG.format(cls.session.home) + 'exec /usr/bin/curl "$@"\n')
         cls.seen = cls.session.home / "seen"
         cls.client = cls.session.start()
         cls.session.wait_for_start()

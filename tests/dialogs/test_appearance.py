@@ -13,14 +13,7 @@ from rig.waiting import Deadline
 from rig.wire import Peer, answers, values
 
 
-class Windows(OnDesk):
-    def background(self, window, scale=1):
-        left, top, *_ = window.place()
-        [shade] = set(self.screen.picture(Rectangle(scale * left + 1, scale * top + 1, 2, 2)).shades())
-        return shade
-
-
-class DarkDesktop(Windows):
+class DarkDesktop(OnDesk):
     def test_a_placeholder_stands_out_from_its_field(self):
         form = view("stack", field("first"), field("second", placeholder="提示"))
         _, window = self.opened(alert(1, view=form), environment=self.desk.dark_kde())
@@ -42,7 +35,7 @@ FONTS = """<?xml version="1.0"?>
 LATIN_AND_GREY_EMOJI, CHINESE, EMOJI = "DejaVuSans.ttf", "NotoSansCJK-Regular.ttc", "NotoColorEmoji.ttf"
 
 
-class OwnFonts(Windows):
+class OwnFonts(OnDesk):
     """The program sees only those fonts of the machine that a test chooses."""
 
     def setUp(self):
@@ -97,8 +90,13 @@ class Portal(Peer):
                              "ssv", *names, GLib.Variant("u", preferred))
 
 
-class Preferences(Windows):
+class Preferences(OnDesk):
     """Colour preferences on a desktop whose theme is light."""
+
+    def background(self, window, scale=1):
+        left, top, *_ = window.place()
+        [shade] = set(self.screen.picture(Rectangle(scale * left + 1, scale * top + 1, 2, 2)).shades())
+        return shade
 
     def assertBecomes(self, window, *, dark, scale=1):
         """Waits until the window is dark or light. No signal announces this, so it watches the screen."""

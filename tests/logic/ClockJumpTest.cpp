@@ -88,13 +88,6 @@ TEST_P(ClockJump, DuringTheSettlingTimeRefreshesOnce) {
   expectTicksGoOn();
 }
 
-TEST_P(ClockJump, WhenIdleCausesOneTick) {
-  jump();
-  machine.loop.settle();
-  EXPECT_EQ(statusQueries(), 1U);
-  expectTicksGoOn();
-}
-
 INSTANTIATE_TEST_SUITE_P(Of, ClockJump,
                          ::testing::Values(Jump{"AnHourAsleep", true, Seconds{3600}},
                                            Jump{"AYearAsleep", true, year}, Jump{"AYearAwake", false, year}),

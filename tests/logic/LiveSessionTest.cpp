@@ -216,11 +216,7 @@ TEST(SelectedSession, DamagedAnswerGivesPlaceholders) {
 }
 
 TEST(SelectedSession, LoneSurrogateMattersOnlyInShownTexts) {
-  struct Case {
-    const char* projects;
-    Session session;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, Session> cases[] = {
       {R"([{"title":"\udcff"},{"selected":true,"title":"a","path":"\uD83D x"}])", {"a", "a"}},
       {R"([{"selected":true,"title":"a","\udcff":1,"x":"\ud83d\ud83d"}])", {"a", "a"}},
       {R"([{"selected":true,"title":"\ud83d\ude00","x":"\ude00\ud83d"}])", {"😀", "😀"}},
@@ -229,7 +225,7 @@ TEST(SelectedSession, LoneSurrogateMattersOnlyInShownTexts) {
       {R"([{"selected":true,"title":"\ud83dx","thread_name":"b"}])", placeholders},
       {R"([{"selected":true,"title":"\ud83d\u0041"}])", placeholders},
   };
-  for (const auto& each : cases) EXPECT_EQ(ofProjects(each.projects), each.session) << each.projects;
+  for (const auto& [projects, session] : cases) EXPECT_EQ(ofProjects(projects), session) << projects;
   for (const char* const damaged : {R"({"projects":[{"selected":true,"title":"a"}],"x":"\ud83)",
                                     R"({"projects":[{"selected":true,"title":"a\u12g4"}]})",
                                     R"({"projects":[{"selected":true,"title":"a"}]\ud83d})",
@@ -269,12 +265,7 @@ TEST(SelectedSession, SelectedFollowsTheTruthValuesOfPython) {
 }
 
 TEST(SelectedSession, IgnoresNamesThatAreNotStrings) {
-  struct Case {
-    const char* title;
-    const char* threadName;
-    Session session;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, const char*, Session> cases[] = {
       {R"("a")", R"("b")", {"a", "b"}},
       {R"("a")", "null", {"a", "a"}},
       {R"("a")", R"("")", {"a", "a"}},
@@ -292,11 +283,11 @@ TEST(SelectedSession, IgnoresNamesThatAreNotStrings) {
       {R"("\u5c08\u6848")", R"("\ud83d\ude00")", {"專案", "😀"}},
       {R"("專案")", R"("a\nb")", {"專案", "a\nb"}},
   };
-  for (const Case& each : cases) {
-    EXPECT_EQ(ofProjects(std::string(R"([{"selected":true,"title":)") + each.title +
-                         ",\"thread_name\":" + each.threadName + "}]"),
-              each.session)
-        << each.title << " " << each.threadName;
+  for (const auto& [title, threadName, session] : cases) {
+    EXPECT_EQ(ofProjects(std::string(R"([{"selected":true,"title":)") + title +
+                         ",\"thread_name\":" + threadName + "}]"),
+              session)
+        << title << " " << threadName;
   }
 }
 

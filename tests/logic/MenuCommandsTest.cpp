@@ -110,20 +110,6 @@ TEST_F(MenuCommands, ChosenRowOfADestroyedControllerDoesNothing) {
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
-TEST_F(MenuCommands, DisabledRowDoesNothing) {
-  state.reconnectInProgress = true;
-  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
-  newCalls();
-  for (const MenuItem& item : machine.statusItem.menu().items) {
-    if (!item.enabled || item.isSeparator) performMenuItem(item);
-  }
-  MenuItem quit = machine.statusItem.row(29);
-  quit.enabled = false;
-  performMenuItem(quit);
-  machine.loop.settle();
-  EXPECT_EQ(newCalls(), CallLog{});
-}
-
 TEST_F(MenuCommands, RefreshNowSwitchesAutoConnectOnAndReconnects) {
   setAutoConnect(false);
   refreshAnswers({.output = "[OK] tunnel: up"});
@@ -233,29 +219,23 @@ TEST_F(MenuCommands, RestartGivesTheNewProgramTwoSeconds) {
   EXPECT_TRUE(machine.loop.isTerminated());
 }
 
-/// The test parameter is a menu action that shows the output of the backend's status command in a window.
-struct BothStatusCommands : WithStatusItem, ::testing::WithParamInterface<const char*> {
-  const Alert& window() const { return machine.alerts.shown.back(); }
-};
-
-TEST_P(BothStatusCommands, ShowTheReportDuringARefresh) {
+TEST_F(MenuCommands, BothStatusCommandsShowTheReportDuringARefresh) {
   state.statusRefreshInProgress = true;
   setAutoConnect(false);
   backendAnswers({.output = "[OK] Codex CLI: 0.46.0（b）\n\n[FAIL] c: d\ne [OK]"});
-  choose(GetParam());
-  EXPECT_EQ(statusQueries(), 1U);
-  controller->rebuildMenu("x", ConnectionLampState::ok, 0);
-  EXPECT_EQ(title(4), "Codex：OK 0.46.0");
-  ASSERT_EQ(machine.alerts.shown.size(), 1U);
-  EXPECT_EQ(window(),
-            informationWindow(window().messageText, "🟢 Codex CLI: 0.46.0（b）\n\n🔴 c: d\ne 🟢"));
+  for (const char* const action : {"showStatus", "showCodexRuntimeStatus"}) {
+    machine.processes.launches.clear();
+    choose(action);
+    EXPECT_EQ(statusQueries(), 1U);
+    controller->rebuildMenu("x", ConnectionLampState::ok, 0);
+    EXPECT_EQ(title(4), "Codex：OK 0.46.0");
+    const Alert window = closeWindow();
+    EXPECT_EQ(window,
+              informationWindow(window.messageText, "🟢 Codex CLI: 0.46.0（b）\n\n🔴 c: d\ne 🟢"));
+  }
   EXPECT_TRUE(machine.notifications.posted.empty());
   EXPECT_FALSE(controller->isAutoConnectEnabled());
 }
-
-INSTANTIATE_TEST_SUITE_P(Commands, BothStatusCommands,
-                         ::testing::Values("showStatus", "showCodexRuntimeStatus"),
-                         [](const auto& each) { return each.param; });
 
 using ShowStatus = WithStatusItem;
 
@@ -298,23 +278,17 @@ TEST_F(ShowStatus, StartsARefreshAndShowsItsWindow) {
 using ShowCodexRuntimeStatus = WithStatusItem;
 
 TEST_F(ShowCodexRuntimeStatus, ShowsTheLampAndNoErrorWindow) {
-  struct Case {
-    int status;
-    const char* output;
-    const char* row;
-    const char* content;
-  };
-  const Case cases[] = {
+  const std::tuple<int, const char*, const char*, const char*> cases[] = {
       {0, "[FAIL] Codex CLI: missing", "🟢 連線狀態：Codex 診斷已更新", "🔴 Codex CLI: missing"},
       {0, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新", "🔴 tunnel: down"},
       {1, "[FAIL] tunnel: down", "🔴 連線狀態：Codex 診斷已更新", "🔴 tunnel: down"},
       {1, "x", "🟡 連線狀態：Codex 診斷已更新", "x"},
   };
-  for (const Case& each : cases) {
-    backendAnswers({.status = each.status, .output = each.output});
+  for (const auto& [status, output, shown, content] : cases) {
+    backendAnswers({.status = status, .output = output});
     choose("showCodexRuntimeStatus");
-    EXPECT_EQ(statusRow(), each.row) << each.output;
-    EXPECT_EQ(closeWindow(), informationWindow("Codex 版本與 Remote Control", each.content));
+    EXPECT_EQ(statusRow(), shown) << output;
+    EXPECT_EQ(closeWindow(), informationWindow("Codex 版本與 Remote Control", content));
   }
   EXPECT_EQ(title(4), "Codex：尚未檢查");
 }

@@ -90,19 +90,15 @@ TEST_F(MenuRows, ConnectionCommandDependsOnReconnectAndAutoConnect) {
   const MenuItem reconnecting = label(18, "正在重新檢查並恢復連線…");
   const MenuItem stop = command(18, "手動停止連線", "stopConnection", "x");
   const MenuItem check = command(18, "立即重新檢查連線", "refreshNow", "r");
-  struct Case {
-    bool reconnectInProgress;
-    bool autoConnect;
-    const MenuItem& row;
-  };
-  const Case cases[] = {
-      {true, true, reconnecting}, {true, false, reconnecting}, {false, true, stop}, {false, false, check}};
   Menu expected = build();
-  for (const Case& each : cases) {
-    state.reconnectInProgress = each.reconnectInProgress;
-    setAutoConnect(each.autoConnect);
-    expected.items[14] = command(15, "自動維持連線", "toggleAutoConnect", "a", each.autoConnect);
-    expected.items[17] = each.row;
+  for (const auto& [reconnects, autoConnect, shown] : {std::tuple{true, true, reconnecting},
+                                                       {true, false, reconnecting},
+                                                       {false, true, stop},
+                                                       {false, false, check}}) {
+    state.reconnectInProgress = reconnects;
+    setAutoConnect(autoConnect);
+    expected.items[14] = command(15, "自動維持連線", "toggleAutoConnect", "a", autoConnect);
+    expected.items[17] = shown;
     EXPECT_EQ(build(), expected);
   }
 }

@@ -15,11 +15,6 @@ struct Preferences : ControllerTest {
   }
 };
 
-TEST_F(Preferences, HaveDefaults) {
-  expectRead(true, true, false);
-  EXPECT_TRUE(stored.empty()) << "reading writes nothing";
-}
-
 TEST_F(Preferences, AreStoredUnderTheirKeysAndNotCached) {
   controller->setAutoConnectEnabled(false);
   EXPECT_EQ(stored, (std::map<std::string, Value>{{"autoConnectEnabled", false}}));

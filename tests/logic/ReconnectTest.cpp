@@ -12,27 +12,11 @@ struct Reconnect : WithStatusItem {
   }
 };
 
-TEST_F(Reconnect, RunsOnTheWorkerAndIsShownOnTheMainQueue) {
-  controller->reconnectServices(false);
-  EXPECT_EQ(newCalls(), CallLog{});
-  EXPECT_EQ(machine.loop.workerJobs(), 1U);
-  machine.loop.runMain();
-  EXPECT_EQ(newCalls(),
-            (CallLog{"create display assertion", "create system assertion",
-                     std::string("setMenu ") + reconnectingRow, "setButton Kestrune · 檢查中 · 目前專案"}));
-  EXPECT_EQ(title(11), "保持喚醒：已開啟");
-  EXPECT_EQ(title(18), reconnectingCommand);
-  EXPECT_FALSE(row(18).enabled);
-  ASSERT_TRUE(machine.loop.runOneWorkerJob());
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_EQ(machine.processes.launches.back().arguments,
-            (std::vector<std::string>{"-lc", controller->backendCommandLine("refresh")}));
-}
-
 TEST_F(Reconnect, GivesTheBackendTwelveSecondsAndSettlingTime) {
   refreshAnswers({.runtime = Seconds{11.9}, .output = "x"});
   controller->reconnectServices(true);
   EXPECT_NEAR(timeOfWorkerJob().count(), 11.9, 0.051);
+  EXPECT_EQ(machine.processes.launches.back().arguments.back(), controller->backendCommandLine("refresh"));
   machine.clock.sleep(Seconds{5});
   machine.loop.settle();
   machine.loop.advance(Seconds{1.19});
@@ -153,17 +137,6 @@ struct StopConnection : WithStatusItem {
   void stop() { choose("stopConnection"); }
 };
 
-TEST_F(StopConnection, RunsTheStopScriptOnTheWorker) {
-  controller->performAction("stopConnection");
-  machine.loop.runMain();
-  EXPECT_EQ(newCalls(), CallLog{});
-  ASSERT_TRUE(machine.loop.runOneWorkerJob());
-  EXPECT_EQ(newCalls(), CallLog{"launch /bin/bash"});
-  EXPECT_EQ(machine.processes.launches.back().arguments,
-            (std::vector<std::string>{"-lc", controller->backendServiceStopCommand()}));
-  EXPECT_TRUE(machine.userDefaults.values.empty());
-}
-
 TEST_F(StopConnection, UpdatesTheStateInOrder) {
   backendAnswers({.output = "[OK] Codex CLI: 1"});
   refresh();
@@ -212,6 +185,8 @@ TEST_F(StopConnection, GivesTheScriptEightSeconds) {
   stopAnswers({.runtime = Seconds{60}, .output = "x"});
   controller->performAction("stopConnection");
   EXPECT_NEAR(timeOfWorkerJob().count(), 8.2, 0.051);
+  EXPECT_EQ(machine.processes.launches.back().arguments.back(), controller->backendServiceStopCommand());
+  EXPECT_TRUE(machine.userDefaults.values.empty());
   machine.loop.settle();
   EXPECT_EQ(closeWindow(),
             informationWindow(windowTitle, "x\n命令逾時，已停止等待。\n\n已同步關閉自動連線。"));

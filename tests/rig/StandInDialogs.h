@@ -1,14 +1,11 @@
 #pragma once
 
-#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <list>
@@ -18,6 +15,7 @@
 #include <variant>
 #include <vector>
 
+#include "adapters/instance/InstanceFolders.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/windows/protocol/DialogProtocol.h"
 #include "tests/rig/ComesTrue.h"
@@ -124,14 +122,9 @@ class StandInDialogs {
  public:
   explicit StandInDialogs(EventLoop& givenLoop)
       : loop(givenLoop),
-        listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+        listener(instanceSocket(folder.file("."), "socket", &::bind)),
         variable("TEST_DIALOGS_SOCKET", folder.file("socket")) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, folder.file("socket").c_str());
-    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener.get(), 8) != 0)
-      throw std::runtime_error("no socket");
+    if (::listen(listener.get(), 8) != 0) throw std::runtime_error("no socket");
     // Give the program a path that no other test uses, because error messages contain this path. `reportOnce`
     // prints equal messages only once per process, so a later test would miss its message.
     std::filesystem::create_symlink(TEST_DIALOGS, program());

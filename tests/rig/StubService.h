@@ -132,12 +132,6 @@ class StubService {
     return [](sd_bus_message*) { return false; };
   }
 
-  static Behaviour offersAt(std::string path, Behaviour behaviour) {
-    return [path = std::move(path), behaviour = std::move(behaviour)](sd_bus_message* call) {
-      return path == sd_bus_message_get_path(call) && behaviour(call);
-    };
-  }
-
  private:
   static void must(int result, const char* what) {
     if (result < 0) throw std::runtime_error(std::string("stub: ") + what + ": " + std::strerror(-result));

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <memory>
@@ -54,6 +55,17 @@ struct PseudoTerminal {
     for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
     outside.reset(ends[0]);
     inside.reset(ends[1]);
+  }
+  bool isEchoed() const { return (settings().c_lflag & ECHO) != 0; }
+  void setEcho(bool on) const {
+    termios changed = settings();
+    changed.c_lflag = on ? changed.c_lflag | ECHO : changed.c_lflag & ~tcflag_t{ECHO};
+    tcsetattr(inside.get(), TCSANOW, &changed);
+  }
+  termios settings() const {
+    termios found{};
+    tcgetattr(inside.get(), &found);
+    return found;
   }
   FileDescriptor outside;  ///< the master: the test's keyboard and screen
   FileDescriptor inside;   ///< the slave: standard input and output of the program
@@ -127,6 +139,12 @@ class TerminalRig {
   void endInput() {
     if (line == Line::terminal) return type("\x04");
     toProgram.writing.reset();
+  }
+
+  /// Presents an alert that was described before its turn has come.
+  void present(
+      Alert alert, std::function<void(const AlertAnswer&)> completion = [](const auto&) {}) const {
+    face->present({[alert = std::move(alert)] { return alert; }, std::move(completion)});
   }
 
   void closeScreen() {

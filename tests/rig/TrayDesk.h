@@ -4,7 +4,6 @@
 #include <systemd/sd-bus.h>
 
 #include <cstring>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -78,44 +77,11 @@ class TrayHost {
   std::string menu(const char* member, const char* types, Arguments... arguments) {
     return textOf(call(menuPath, menuInterface, member, types, arguments...));
   }
+  /// Returns the revision and the whole menu.
+  std::string layout() { return menu("GetLayout", "iias", 0, -1, 0); }
   std::string clicked(int id) { return menu("Event", "isvu", id, "clicked", "i", 0, 0u); }
   std::string property(const char* name) {
     return textOf(call(itemPath, "org.freedesktop.DBus.Properties", "Get", "ss", itemInterface, name));
-  }
-
-  /// Returns the names of all properties of the item, with their values as text.
-  std::map<std::string, std::string> properties() {
-    const BusMessage all = call(itemPath, "org.freedesktop.DBus.Properties", "GetAll", "s", itemInterface);
-    std::map<std::string, std::string> found;
-    sd_bus_message* const message = all.get();
-    if (message == nullptr || sd_bus_message_is_method_error(message, nullptr)) return {{textOf(all), ""}};
-    must(sd_bus_message_enter_container(message, 'a', "{sv}"), "properties");
-    while (sd_bus_message_at_end(message, 0) == 0) {
-      must(sd_bus_message_enter_container(message, 'e', "sv"), "property");
-      const char* name = nullptr;
-      must(sd_bus_message_read(message, "s", &name), "name");
-      found[name] = detail::nextValue(message);
-      must(sd_bus_message_exit_container(message), "end of property");
-    }
-    return found;
-  }
-
-  /// Returns the rows of the menu, each as "(id, {properties}, [children])".
-  std::vector<std::string> rows() {
-    const BusMessage layout = call(menuPath, menuInterface, "GetLayout", "iias", 0, -1, 0);
-    std::vector<std::string> found;
-    sd_bus_message* const message = layout.get();
-    if (message == nullptr || sd_bus_message_is_method_error(message, nullptr)) return {textOf(layout)};
-    must(sd_bus_message_skip(message, "u"), "revision");
-    must(sd_bus_message_enter_container(message, 'r', "ia{sv}av"), "root");
-    must(sd_bus_message_skip(message, "ia{sv}"), "properties of the root");
-    must(sd_bus_message_enter_container(message, 'a', "v"), "rows");
-    while (sd_bus_message_at_end(message, 0) == 0) {
-      must(sd_bus_message_enter_container(message, 'v', "(ia{sv}av)"), "row");
-      found.push_back(detail::nextValue(message));
-      must(sd_bus_message_exit_container(message), "end of row");
-    }
-    return found;
   }
 
   /// Waits until all signals that the item has sent so far have arrived. The answer to Ping comes after them.

@@ -9,7 +9,7 @@ import unittest
 from rig.accessibility import ScreenReader
 from rig.asked import VERSION, title_of
 from rig.bus import Bus
-from rig.display import Rectangle, Screen
+from rig.display import Screen
 from rig.session import BUILD, Session
 from rig.waiting import PATIENCE, Deadline
 
@@ -60,10 +60,6 @@ class OnDesk(unittest.TestCase):
             left, top, wide, high = node.place()
             self.assertTrue(0 <= left <= left + wide <= self.width, f"{node} at {node.place()}")
             self.assertTrue(0 <= top <= top + high <= self.height, f"{node} at {node.place()}")
-
-    def colours(self, *place):
-        """Returns the set of colours in a part of the screen."""
-        return self.screen.picture(Rectangle(*place)).pixels()
 
     def start(self, *arguments, **options):
         program = Program(self.desk, *arguments, **options)

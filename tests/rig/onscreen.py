@@ -4,7 +4,6 @@ import unittest
 
 from rig.client import Window
 from rig.desk import Desk
-from rig.display import Rectangle
 from rig.processes import end_process, processes_of, wait_for_end
 from rig.session import COUNTING_BACKEND, SWITCHED_OFF, counted
 
@@ -67,7 +66,3 @@ class OnScreen(unittest.TestCase):
     def windows():
         """Returns the ids of the processes that show windows."""
         return processes_of("KestruneMenuDialogs")
-
-    @staticmethod
-    def frame(node):
-        return Rectangle(*node.place())

@@ -17,16 +17,11 @@ def read_process(pid, name):
     return b""
 
 
-def process_state(pid):
-    """Returns the letter of the process's state, or b"" if there is no such process."""
-    return read_process(pid, "stat").rpartition(b") ")[2][:1]
-
-
 def running():
     """Returns the ids of all processes of the namespace that are not zombies."""
     # Reads the state. An empty command line would not prove a zombie: in execve, a process has none for a moment.
     return [int(name) for name in os.listdir("/proc")
-            if name.isdigit() and process_state(name) not in (b"", b"Z", b"X")]
+            if name.isdigit() and read_process(name, "stat").rpartition(b") ")[2][:1] not in (b"", b"Z", b"X")]
 
 
 def program_of(pid):
