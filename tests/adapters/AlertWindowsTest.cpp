@@ -286,6 +286,15 @@ TEST_F(TheAlertWindows, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
+TEST_F(TheAlertWindows, ReportAProgramThatMayNotRun) {
+  stand.replaceBy("exit 0");
+  std::filesystem::permissions(stand.program(), std::filesystem::perms::owner_read);
+  present("a");
+  ASSERT_TRUE(areAnswered(1));
+  EXPECT_EQ(errors.text(), complaint("Permission denied"));
+  EXPECT_EQ(notified(), Texts{"a|about a"});
+}
+
 /// A script that runs instead of the dialogs program and shows no window. The client must report `reason`.
 struct Failure {
   const char* name;

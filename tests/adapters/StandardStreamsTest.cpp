@@ -62,6 +62,20 @@ struct StandardInputOn : ::testing::Test {
   int ends = 0;
 };
 
+TEST_F(StandardInputOn, ASocketDoesNotBlockTheLoop) {
+  int both[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both), 0);
+  const FileDescriptor inside(both[0]);
+  FileDescriptor outside(both[1]);
+  read(inside.get());
+  put(outside, "one\ntwo");
+  settleQueue(loop);  // would hang
+  EXPECT_EQ(lines, Lines{"one"});
+  outside.reset();
+  ASSERT_TRUE(ended());
+  EXPECT_EQ(lines, (Lines{"one", "two"}));
+}
+
 TEST_F(StandardInputOn, APipeIsRestoredForTheNextProgram) {
   read(pipe.reading.get(), false);
   put(pipe.writing, "for the next\n");

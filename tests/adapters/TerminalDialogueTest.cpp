@@ -26,6 +26,12 @@ TEST(TerminalDialogue, AsksForEachFieldWhereItStands) {
   EXPECT_EQ(answer->fields, (std::map<std::string, std::string>{{"a", "2"}, {"b", "3"}}));
 }
 
+TEST(TerminalDialogue, MarksAWarning) {
+  Alert alert = form({});
+  alert.style = AlertStyle::warning;
+  EXPECT_TRUE(TerminalDialogue(alert, {}, 0, 0).begin().starts_with("\n⚠ Form\n"));
+}
+
 TEST(TerminalDialogue, KeepsClearsAndReplacesValues) {
   TerminalDialogue dialogue(form({field("kept", "1"), field("blank", "2"), field("emptied", "3"),
                                   field("emptied-widely", "4"), field("replaced", "5")}),

@@ -119,6 +119,24 @@ TEST_F(TerminalMenu, RefusesDisabledRows) {
   EXPECT_EQ(target->performed, CallLog{});
 }
 
+TEST_F(TerminalMenu, KeepsAnUnfinishedLineFromAPipe) {
+  rig.after("no such");
+  menu.items[0].title = "changed";
+  rig.face->setMenu(menu);
+  rig.face->printMenu();
+  rig.settle();
+  EXPECT_EQ(rig.after(" row\n"), "沒有這一列：no such row\n");
+}
+
+TEST_F(TerminalMenu, RefusesALineThatIsTooLongAndKeepsTheNextFromAPipe) {
+  for (int piece = 0; piece < 70; ++piece) {
+    rig.type(std::string(1000, 'x'));
+    rig.settle();
+  }
+  EXPECT_EQ(rig.after("\n3\n"), "這一行太長，沒有採用：最多 65536 個位元組。請重新輸入。\n");
+  EXPECT_EQ(target->performed, CallLog{"refresh"});
+}
+
 TEST_F(TerminalMenu, StaysAliveWhenItsReaderIsGone) {
   rig.closeScreen();
   menu.items[0].title = "changed";

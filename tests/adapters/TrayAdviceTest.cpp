@@ -59,6 +59,13 @@ struct TrayAdviceTo : ::testing::Test {
   }
 };
 
+TEST_F(TrayAdviceTo, SaysNothingIfTheWatcherDoesNotKnowTheProperty) {
+  start();
+  watch(StubService::offersNothing());
+  EXPECT_EQ(adviceAfter(TrayAdvice::patience), 0U);
+  EXPECT_EQ(timers.liveTimers(), 0U);
+}
+
 TEST_F(TrayAdviceTo, NotifiesOnceWithoutATray) {
   EXPECT_EQ(TrayAdvice::patience, Seconds{30});
   start();

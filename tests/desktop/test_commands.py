@@ -106,6 +106,14 @@ class Unit(unittest.TestCase):
         self.assertEqual([self.session.events.next() for _ in range(2)], ["stopping"] * 2)
         return self.bus.pid()
 
+    def test_a_descendant_of_a_service_is_replaced_by_a_new_process(self):
+        client = self.start(environment={"SYSTEMD_EXEC_PID": "1"})
+        after = self.restart()
+        self.assertEqual(client.status(), 0)
+        self.assertNotEqual(after, client.pid)
+        self.bus.click(29)
+        wait_for_end(after)
+
     def test_a_restart_keeps_the_process_and_reaps_earlier_children(self):
         client = self.start(through=AS_SERVICE)
         self.bus.click(25)

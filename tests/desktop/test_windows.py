@@ -118,4 +118,13 @@ class Restart(OnScreen):
         wait_for_end(after)
 
 
+class NoScreen(OnScreen):
+    def test_either_variable_names_a_display(self):
+        for wayland, reason in ("", "there is no display"), ("none", "it ended before its window appeared"):
+            self.start(switched_off=True, environment={"DISPLAY": "", "WAYLAND_DISPLAY": wayland})
+            self.bus.click(24)
+            self.client.complained(reason + "\n")
+            self.assertEqual(self.client.end(), 0)
+
+
 isolation.main()
