@@ -74,6 +74,14 @@ class Run(unittest.TestCase):
         for missing in "DISPLAY", "DBUS_SESSION_BUS_ADDRESS":
             self.assertStarts("--terminal on /mine", **{**desktop, missing: ""})
 
+    def test_it_starts_without_fonts_that_cannot_be_installed(self):
+        self.stub("fc-list", "exit 0")
+        self.stub("dpkg-query", 'case ${!#} in fonts-*) exit 1 ;; esac; echo installed')
+        status, output, errors = self.run_it(DISPLAY=":0", DBUS_SESSION_BUS_ADDRESS="unix:path=/bus", KESTRUNE_REPO_PATH="/mine")
+        self.assertEqual(status, 0)
+        self.assertIn("install --no-install-recommends fonts-noto-cjk fonts-noto-color-emoji", errors)
+        self.assertTrue(output.endswith("\nclient  on /mine\n"), output)
+
     def test_a_relative_folder_is_looked_for_where_the_user_is(self):
         for folder in ".", "../my backend":
             self.assertStarts(f"--terminal on {Path.cwd()}/{folder}", KESTRUNE_REPO_PATH=folder)
