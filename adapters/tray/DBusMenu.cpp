@@ -184,7 +184,10 @@ void DBusMenu::setForm(const TrayHostForm& changed) {
 }
 
 void DBusMenu::rebuild() {
-  const MenuLayout before = std::exchange(rows, menuLayout(items, form));
+  MenuLayout before = std::exchange(rows, menuLayout(items, form));
+  // Some hosts, such as MATE's panel, change the check mark of a clicked row themselves. So send the mark
+  // again, also if the action has not changed it.
+  for (const int id : std::exchange(toggled, {})) before.properties[id].erase("toggle-state");
   if (rows == before) return;
   ++revision;
   if (bus != nullptr) announce(before);
@@ -285,7 +288,9 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
 void DBusMenu::choose(int id) {
   const auto item =
       std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
-  if (item != items.end()) queue.async([chosen = *item] { performMenuItem(chosen); });
+  if (item == items.end()) return;
+  toggled.insert(id);
+  queue.async([chosen = *item] { performMenuItem(chosen); });
 }
 
 int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -72,6 +73,7 @@ class DBusMenu final : public BusClient {
   std::vector<MenuItem> items;
   TrayHostForm form;
   MenuLayout rows = menuLayout({}, {});
+  std::set<int> toggled;  ///< IDs of the rows that were clicked since the last `rebuild`
   std::uint32_t revision = 1;
   BusSlot object;
 };

@@ -200,6 +200,13 @@ TEST_F(TrayMenuChanges, SendOnlyTheChangedProperty) {
             Texts{"ItemsPropertiesUpdated [(3, {'shortcut': aas [['Control', 'Shift', 'q']]})], []"});
 }
 
+TEST_F(TrayMenuChanges, SendTheCheckMarkAgainAfterAClick) {
+  host->clicked(4);
+  host->clicked(3);
+  EXPECT_EQ(newsOf(), Texts{"ItemsPropertiesUpdated [(4, {'toggle-state': i 0})], []"});
+  EXPECT_EQ(newsOf(), Texts{});
+}
+
 TEST_F(TrayMenuChanges, SendTheNamesOfRemovedProperties) {
   menu.items[2].keyEquivalent = "";
   menu.items[2].title = "stopping";
