@@ -14,10 +14,10 @@ namespace {
 
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
-/// Returns the text of the tooltip. "<" and "&" become full-width characters, which look the same, because
-/// some hosts take the text for markup and drop a tooltip if its markup is malformed.
-std::string toolTipOf(const StatusButton& button) {
-  return replacingAll(replacingAll(displayRow(button.toolTip.value_or("")), "<", "＜"), "&", "＆");
+/// Returns `text` with "<" and "&" as full-width characters, which look the same. Some hosts take the tooltip
+/// or the description of the icon for markup, and drop the whole tooltip if the markup is malformed.
+std::string withoutMarkup(const std::optional<std::string>& text) {
+  return replacingAll(replacingAll(displayRow(text.value_or("")), "<", "＜"), "&", "＆");
 }
 
 const std::vector<Bitmap>& bitmapsOf(const StatusButton& button) {
@@ -103,7 +103,7 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
   const bool sameImage = button.image == image || (button.image && image && *button.image == *image);
   // There is no signal for a new description of the icon. Hosts read the description again after NewIcon.
   const bool newIcon = !sameImage || button.accessibilityLabel != changed.accessibilityLabel;
-  const bool newToolTip = toolTipOf(button) != toolTipOf(changed);
+  const bool newToolTip = withoutMarkup(button.toolTip) != withoutMarkup(changed.toolTip);
   button = changed;
   if (bus == nullptr) return;
   if (newIcon) sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
@@ -184,11 +184,12 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
   if (name == "IconPixmap") return appendPixmaps(reply, bitmapsOf(self.button));
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
-  if (name == "IconAccessibleDesc") return text(displayRow(self.button.accessibilityLabel.value_or("")));
+  if (name == "IconAccessibleDesc") return text(withoutMarkup(self.button.accessibilityLabel));
   if (name == "ToolTip") {
     // The values are icon name, pixmaps, title and text. The title holds the whole tooltip, because some
     // hosts ignore the text.
-    return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, toolTipOf(self.button).c_str(), "");
+    return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, withoutMarkup(self.button.toolTip).c_str(),
+                                 "");
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);
   if (name == "Menu") return sd_bus_message_append(reply, "o", DBusMenu::objectPath);

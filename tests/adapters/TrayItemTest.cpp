@@ -41,7 +41,7 @@ TEST_F(TrayItem, SignalsOnlyWhatChanged) {
   EXPECT_EQ(host->property("IconPixmap"), "a(iiay) [(1, 1, [255, 40, 50, 60])]");
   button.accessibilityLabel = "R&D < all_of_it";
   EXPECT_EQ(newsOf(), News{"NewIcon"});
-  EXPECT_EQ(host->property("IconAccessibleDesc"), "s 'R&D < all_of_it'");
+  EXPECT_EQ(host->property("IconAccessibleDesc"), "s 'R＆D ＜ all_of_it'");
   button.toolTip = "<b>R&D</b>";
   EXPECT_EQ(newsOf(), News{"NewToolTip"});
   EXPECT_EQ(host->property("ToolTip"), "(sa(iiay)ss) ('', [], '＜b>R＆D＜/b>', '')");
