@@ -25,6 +25,8 @@ const KnownHost knownHosts[] = {
     // LXQt. Its panel owns only the watcher's bus name, which does not tell LXQt from other desktops. So look
     // for the bus name of LXQt's session manager.
     {"org.lxqt.session", false, {.qtKeys = true}},
+    // The notification area of MATE's panel, which shows pixmaps. The next service may run beside it.
+    {"org.mate.panel.applet.NotificationAreaAppletFactory", true, {}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
 };

@@ -256,6 +256,9 @@ TEST_F(TrayForm, IndicatorAppletsGetTheFileOfTheIcon) {
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
   bundle.resources.clear();
   EXPECT_EQ(show(makeTestImage(2, 20, 20, 20)), "s ''");
+  bundle.resources["codex-menubar.png"] = "/share/logo.png";
+  runOn({"org.mate.panel.applet.NotificationAreaAppletFactory"}, indicators);
+  EXPECT_EQ(show(makeTestImage(2, 10, 20, 30)), "s ''");
 }
 
 }  // namespace
