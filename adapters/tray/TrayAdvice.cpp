@@ -18,7 +18,9 @@ const Notification advice{
         "這個桌面沒有顯示系統匣圖示（StatusNotifierItem）的程式，所以看不到 Kestrune "
         "的圖示；連線仍會照常維持。\n"
         "GNOME：請安裝並啟用擴充功能「AppIndicator and KStatusNotifierItem Support」（Debian／Ubuntu "
-        "套件 gnome-shell-extension-appindicator），再重新登入。",
+        "套件 gnome-shell-extension-appindicator），再重新登入。\n"
+        "GNOME Flashback：請在面板加入「Status Notifier Host」。Budgie：請安裝 budgie-indicator-applet，"
+        "並把它加入面板。",
     .lasting = true,
 };
 
