@@ -17,8 +17,8 @@ const Notification advice{
         "再啟動一次 Kestrune 就能打開選單；要有圖示，請裝系統匣（GNOME：AppIndicator）。\n"
         "這個桌面沒有顯示系統匣圖示（StatusNotifierItem）的程式，所以看不到 Kestrune "
         "的圖示；連線仍會照常維持。\n"
-        "GNOME：請安裝並啟用擴充功能「AppIndicator and KStatusNotifierItem Support」（Debian／Ubuntu "
-        "套件 gnome-shell-extension-appindicator），再重新登入。\n"
+        "GNOME：請安裝擴充功能 AppIndicator（Debian／Ubuntu 套件 gnome-shell-extension-appindicator），"
+        "重新登入，再啟用「Ubuntu AppIndicators」。\n"
         "GNOME Flashback：請在面板加入「Status Notifier Host」。Budgie：請安裝 budgie-indicator-applet，"
         "並把它加入面板。",
     .lasting = true,
