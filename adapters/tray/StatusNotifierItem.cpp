@@ -209,7 +209,10 @@ int StatusNotifierItem::click(sd_bus_message* call, sd_bus_error*) {
   return sd_bus_reply_method_return(call, "");
 }
 
-int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error*) {
+int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error* error) {
+  // Many rows open no window that could use the token.
+  if (hosts->form().busyWithToken)
+    return sd_bus_error_set_const(error, SD_BUS_ERROR_UNKNOWN_METHOD, "Give no token to this item");
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
   if (parts.onToken) parts.onToken(given);

@@ -19,7 +19,7 @@ const KnownHost knownHosts[] = {
     // menus.
     {"org.gnome.Flashback", false, {}},
     // GNOME Shell. It shows icons only with the AppIndicator extension, which makes the shell the watcher.
-    {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true}},
+    {"org.gnome.Shell", true, {.submenus = true, .firstUnderscoreOnly = true, .busyWithToken = true}},
     // KDE Plasma. Its watcher is another process (kded).
     {"org.kde.plasmashell", false, {.menuAtError = true, .qtKeys = true}},
     // LXQt. Its panel owns only the watcher's bus name, which does not tell LXQt from other desktops. So look

@@ -15,9 +15,10 @@ struct TrayHostForm {
   /// than an underscore. It shows "a_b_c__d" as "ab_c__d". Most hosts show "abc_d": they hide every single
   /// underscore, and show a double underscore as one underscore.
   bool firstUnderscoreOnly = false;
-  bool menuAtError = false;  ///< if Activate returns an error, the host opens the menu at the icon
-  bool qtKeys = false;       ///< shortcuts need Qt's names of keys (","), not those of GDK ("comma")
-  bool iconFiles = false;    ///< the host ignores pixmaps, but accepts the path of a file as an icon name
+  bool busyWithToken = false;  ///< the host shows a busy pointer until a window uses its activation token
+  bool menuAtError = false;    ///< if Activate returns an error, the host opens the menu at the icon
+  bool qtKeys = false;         ///< shortcuts need Qt's names of keys (","), not those of GDK ("comma")
+  bool iconFiles = false;      ///< the host ignores pixmaps, but accepts the path of a file as an icon name
 
   bool operator==(const TrayHostForm&) const = default;
 };

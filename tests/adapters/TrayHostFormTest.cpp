@@ -159,6 +159,13 @@ TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   EXPECT_EQ(layout(), flat);
 }
 
+TEST_F(TrayForm, GNOMEShellGivesNoToken) {
+  runOn({gnomeShell});
+  EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s",
+                              "token")),
+            "error org.freedesktop.DBus.Error.UnknownMethod");
+}
+
 TEST_F(TrayForm, ChangeOfTheFormIsSentToTheHost) {
   runOn({});
   layout();

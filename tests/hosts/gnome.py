@@ -140,6 +140,14 @@ class Gnome(Desktop):
                       f"row {last} of its submenu, scrolled to the end, lies at {place}, row 29 at {quits}")
         self.close_menu()
 
+    def check_click(self):
+        super().check_click()
+        self.press(25)  # opens no window of the client
+        time.sleep(0.5)
+        waiting = self.shell("imports.gi.Shell.WindowTracker.get_default().get_startup_sequences().length")
+        # On X11, GNOME Shell does not notice that the item has refused the token of the first click.
+        self.tell(waiting <= (not self.wayland), f"the pointer is not busy after a row without a window: {waiting}")
+
     def inhibitors(self):
         return self.run("gnome-session-inhibit", "--list")
 
