@@ -6,12 +6,11 @@
 // service. The input is the answer.
 
 using namespace kestrune;
-using fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const LiveSession session = selectedSession(std::string(fuzz::Input(data, size).rest()));
   for (const std::string& name : {session.projectTitle, session.threadName}) {
-    require(!name.empty() && isValidUtf8(name), "a name is UTF-8 and not empty");
+    fuzz::require(!name.empty() && isValidUtf8(name), "a name is UTF-8 and not empty");
   }
   return 0;
 }

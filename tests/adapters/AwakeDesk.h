@@ -65,11 +65,6 @@ struct AwakeDesk : ::testing::Test {
   RoundTrip sessionTrip{sessionBus};
   RoundTrip systemTrip{systemBus};
 
-  static bool asked(const std::unique_ptr<StubService>& service, const std::string& call) {
-    const Calls calls = service->calls();
-    return std::find(calls.begin(), calls.end(), call) != calls.end();
-  }
-
   std::unique_ptr<StubService> serve(const char* name, StubService::Behaviour behaviour) const {
     const PrivateBus& daemon = name == std::string(loginName) ? systemDaemon : sessionDaemon;
     return std::make_unique<StubService>(daemon.address(), name, std::move(behaviour));
@@ -89,6 +84,13 @@ struct AwakeDesk : ::testing::Test {
   bool knowsAll() { return sessionTrip.succeeds(loop) && systemTrip.succeeds(loop); }
 
   bool comesAbout(const std::function<bool()>& condition) { return comesTrueElsewhere(loop, condition); }
+  /// Waits until the service has received this call; false at the time limit.
+  bool isAsked(const std::unique_ptr<StubService>& service, const std::string& call) {
+    return comesAbout([&] {
+      const Calls calls = service->calls();
+      return std::find(calls.begin(), calls.end(), call) != calls.end();
+    });
+  }
 
   std::optional<std::uint32_t> create(PowerAssertionType type) {
     return inhibitors->create(type, on, reason);

@@ -247,8 +247,6 @@ TEST_F(ReservedProcesses, OnlyTheReservingThreadCanLaunch) {
   EXPECT_EQ(processes.launch(TEST_CHILD, {}).reason(), std::strerror(ECANCELED));
 }
 
-using ::testing::ExitedWithCode;
-
 struct ChildInheritance : ::testing::Test, RealChildren {
   using Signals = std::bitset<64>;
   inline static const Signals none;
@@ -283,7 +281,7 @@ TEST_F(ChildInheritance, PipesWorkWhenStandardDescriptorsAreClosed) {
     const auto child = children.launch({"err", "b", "out", "a"});
     _exit(child->readOutput(patience) == "ab" && children.ends(*child) && report > 0 ? 0 : 1);
   };
-  EXPECT_EXIT(withoutAny(), ExitedWithCode(0), "");
+  EXPECT_EXIT(withoutAny(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ChildInheritance, ChildNeitherBlocksNorIgnoresSignals) {

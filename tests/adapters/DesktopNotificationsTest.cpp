@@ -100,10 +100,7 @@ TEST_F(DesktopNotifications, AreWithdrawnHoweverLateTheirNumberIsKnown) {
   addLasting("a");
   ASSERT_TRUE(comesTo(2));
   notifications->withdraw("a");
-  daemon->perform([&held] {
-    sd_bus_reply_method_return(held, "u", 7);
-    sd_bus_message_unref(held);
-  });
+  daemon->answer(held, StubService::returns("u", 7));
   ASSERT_TRUE(comesTo(3));
   EXPECT_EQ(lastCall(), closing(7));
 }
@@ -150,25 +147,15 @@ TEST_F(DesktopNotifications, ReadTheSameWithAndWithoutMarkupUntilTheDaemonHasAns
   EXPECT_EQ(shown("<a> & b"), "＜a> ＆ b");
   const auto replaced = std::move(daemon);
   start(StubService::saysNothing());
-  replaced->perform([&held] {
-    markup(held);
-    sd_bus_message_unref(held);
-  });
+  replaced->answer(held, markup);
   replaced->settle();
   ASSERT_TRUE(trip.succeeds(loop));
   EXPECT_EQ(shown("<"), "＜") << "the answer was that of another daemon";
 }
 
 TEST_F(DesktopNotifications, ReadTheSameWithAndWithoutMarkupIfCapabilitiesAreUnknown) {
-  for (const StubService::Behaviour& behaviour :
-       {StubService::refuses(SD_BUS_ERROR_UNKNOWN_METHOD), StubService::Behaviour([](sd_bus_message* call) {
-          sd_bus_reply_method_return(call, "u", 7);
-          return true;
-        }),
-        StubService::Behaviour([](sd_bus_message* call) {
-          sd_bus_reply_method_return(call, "");
-          return true;
-        })}) {
+  for (const auto& behaviour : {StubService::refuses(SD_BUS_ERROR_UNKNOWN_METHOD),
+                                StubService::returns("u", 7), StubService::returns("")}) {
     start(behaviour);
     EXPECT_EQ(shown("<a> & b"), "＜a> ＆ b");
   }

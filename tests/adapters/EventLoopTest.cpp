@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/wait.h>
@@ -22,10 +20,7 @@
 namespace kestrune::testing {
 namespace {
 
-using ::testing::ExitedWithCode;
-
-/// An application that prints each of its steps on standard error. `untilTheEnd` runs the application, and
-/// then ends the process.
+/// An application that prints each of its steps on standard error.
 struct WholeRun : ApplicationDelegate {
   EventLoop loop;
   std::function<void(WholeRun&)> onLaunch;
@@ -42,8 +37,21 @@ struct WholeRun : ApplicationDelegate {
     if (onTerminate) onTerminate(*this);
     say("end");
   }
-  [[noreturn]] void untilTheEnd() { _exit(loop.run(*this)); }
 };
+
+/// Runs an application in a process of its own, which first ignores the signals `ignored`. `prepare` is
+/// called before the application runs. Expects that the application prints `steps`, and that the process
+/// exits with 0.
+void expectSteps(const std::string& steps, const std::function<void(WholeRun&)>& prepare,
+                 const std::vector<int>& ignored = {}) {
+  const auto run = [&] {
+    for (const int each : ignored) std::signal(each, SIG_IGN);
+    WholeRun app;
+    prepare(app);
+    _exit(app.loop.run(app));
+  };
+  EXPECT_EXIT(run(), ::testing::ExitedWithCode(0), "^" + steps + "$");
+}
 
 void signalThisProcess(int number) {
   kill(getpid(), number);
@@ -54,64 +62,49 @@ INSTANTIATE_TEST_SUITE_P(Each, EndingSignal, ::testing::Values(SIGTERM, SIGINT, 
                          [](const auto& signal) { return std::string(sigabbrev_np(signal.param)); });
 
 TEST_P(EndingSignal, EndsTheApplicationOnce) {
-  const auto run = [] {
-    WholeRun app;
+  expectSteps("launched, terminating, end", [](WholeRun& app) {
     app.onLaunch = [](WholeRun&) { signalThisProcess(GetParam()); };
     app.onTerminate = [](WholeRun&) {
       for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) signalThisProcess(each);
     };
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, terminating, end$");
+  });
 }
 
 TEST_P(EndingSignal, PreventsTheLaunch) {
-  const auto run = [] {
-    WholeRun app;
+  expectSteps("", [](WholeRun& app) {
     app.onLaunch = [](WholeRun&) {};
     signalThisProcess(GetParam());
     app.loop.runUntil([] { return false; });
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^$");
+  });
 }
 
 TEST(IgnoredSignals, StayIgnored) {
-  const auto run = [] {
-    // nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT and SIGQUIT for a background job.
-    for (const int each : {SIGHUP, SIGINT, SIGQUIT}) std::signal(each, SIG_IGN);
-    WholeRun app;
+  // nohup(1) ignores SIGHUP. A shell without job control ignores SIGINT and SIGQUIT for a background job.
+  static const std::vector<int> ignored{SIGHUP, SIGINT, SIGQUIT};
+  const auto prepare = [](WholeRun& app) {
     app.onLaunch = [](WholeRun& self) {
-      for (const int each : {SIGHUP, SIGINT, SIGQUIT}) signalThisProcess(each);
+      for (const int each : ignored) signalThisProcess(each);
       self.loop.mainQueue().asyncAfter(Seconds{0.01}, [] {
         WholeRun::say("still there, ");
         signalThisProcess(SIGTERM);
       });
     };
-    app.untilTheEnd();
   };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, still there, terminating, end$");
+  expectSteps("launched, still there, terminating, end", prepare, ignored);
 }
 
 TEST(UserSignals, AreIgnored) {
-  const auto run = [] {
-    WholeRun app;
+  expectSteps("launched, still there, terminating, end", [](WholeRun& app) {
     app.onLaunch = [](WholeRun& self) {
       for (const int each : {SIGUSR1, SIGUSR2}) signalThisProcess(each);
       WholeRun::say("still there, ");
       self.loop.terminate();
     };
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, still there, terminating, end$");
+  });
 }
 
 TEST(IgnoredChildSignal, LosesNoExitStatus) {
-  const auto run = [] {
-    // Ignore SIGCHLD, as if the parent of this process had ignored it before exec. While SIGCHLD is ignored,
-    // the kernel discards the exit status of each child.
-    std::signal(SIGCHLD, SIG_IGN);
-    WholeRun app;
+  const auto prepare = [](WholeRun& app) {
     app.onLaunch = [](WholeRun& self) {
       ChildProcesses processes;
       const auto child = std::move(*processes.launch(TEST_CHILD, {"exit", "0"}));
@@ -123,21 +116,20 @@ TEST(IgnoredChildSignal, LosesNoExitStatus) {
       WholeRun::say(child->terminationStatus() == 0 ? "success, " : "failure, ");
       self.loop.terminate();
     };
-    app.untilTheEnd();
   };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "^launched, success, terminating, end$");
+  // Ignore SIGCHLD, as if the parent of this process had ignored it before exec. While SIGCHLD is ignored,
+  // the kernel discards the exit status of each child.
+  expectSteps("launched, success, terminating, end", prepare, {SIGCHLD});
 }
 
 TEST(EndOfTheApplication, OnTerminateRunsBeforeTheDelegateIsTold) {
-  const auto run = [](bool isLaunched) {
-    WholeRun app;
-    app.loop.onTerminate([] { WholeRun::say("closing, "); });
-    app.onLaunch = [](WholeRun& self) { self.loop.terminate(); };
-    if (!isLaunched) app.loop.terminate();
-    app.untilTheEnd();
-  };
-  EXPECT_EXIT(run(true), ExitedWithCode(0), "^launched, closing, terminating, end$");
-  EXPECT_EXIT(run(false), ExitedWithCode(0), "^$");
+  for (const bool isLaunched : {true, false}) {
+    expectSteps(isLaunched ? "launched, closing, terminating, end" : "", [isLaunched](WholeRun& app) {
+      app.loop.onTerminate([] { WholeRun::say("closing, "); });
+      app.onLaunch = [](WholeRun& self) { self.loop.terminate(); };
+      if (!isLaunched) app.loop.terminate();
+    });
+  }
 }
 
 struct EventLoopAlone : ::testing::Test {

@@ -32,11 +32,10 @@ struct Files : FileTest {
   const std::string path = folder.file("file");
 };
 
-struct ReadWholeFile : Files {
-  std::string contents = "before";
-};
+struct ReadWholeFile : Files {};
 
 TEST_F(ReadWholeFile, FailureLeavesTheContentsUnchanged) {
+  std::string contents = "before";
   put("text");
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
   fs::create_symlink("loop", folder.file("loop"));

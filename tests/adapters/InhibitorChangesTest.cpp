@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "tests/adapters/AwakeDesk.h"
 #include "tests/rig/Stranger.h"
 
@@ -72,7 +70,7 @@ TEST_F(InhibitorChanges, MoveToASessionManagerThatAppears) {
   lose(identifier);
   EXPECT_TRUE(create(display));
   EXPECT_EQ(manager->calls(), Calls{managerCall});
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"));
 }
 
 // --- buses that end and start again
@@ -138,7 +136,7 @@ TEST_F(InhibitorChanges, AreReleasedWithoutWaitingForAFrozenBus) {
   sessionDaemon.thaw();
   systemDaemon.thaw();
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"));
 }
 
 }  // namespace

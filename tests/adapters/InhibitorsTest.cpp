@@ -1,5 +1,4 @@
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
 #include <set>
 
@@ -40,7 +39,7 @@ TEST_F(Inhibitors, AskTheSessionManagerAloneForTheDisplay) {
   const auto identifier = create(display).value();
   EXPECT_EQ(manager->newCalls(), Calls{managerCall});
   inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return asked(manager, "/org/gnome/SessionManager Uninhibit 7"); }));
+  EXPECT_TRUE(isAsked(manager, "/org/gnome/SessionManager Uninhibit 7"));
   EXPECT_EQ(saver->calls(), Calls{});
   EXPECT_EQ(power->calls(), Calls{});
   EXPECT_EQ(login->calls(), Calls{});
@@ -55,9 +54,8 @@ TEST_F(Inhibitors, AskBothFreedesktopServicesForTheDisplayWithoutASessionManager
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   EXPECT_EQ(power->newCalls(), Calls{powerCall});
   inhibitors->release(identifier);
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 0"); }));
-  EXPECT_TRUE(
-      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 0"));
+  EXPECT_TRUE(isAsked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"));
   EXPECT_EQ(login->calls(), Calls{});
 }
 
@@ -91,8 +89,7 @@ TEST_F(Inhibitors, AskThePowerManagementForTheSystemAsWell) {
   EXPECT_EQ(saver->calls(), Calls{});
   inhibitors->release(identifier);
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
-  EXPECT_TRUE(
-      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+  EXPECT_TRUE(isAsked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"));
 }
 
 TEST_F(Inhibitors, AskThePowerManagementAloneForTheSystemWithoutLogind) {
@@ -111,7 +108,7 @@ TEST_F(Inhibitors, UseTheSecondPathOfTheScreenSaver) {
   EXPECT_TRUE(create(display));
   EXPECT_EQ(saver->newCalls(), (Calls{saverCall, otherSaverCall, otherSaverCall}));
   inhibitors->release(first);
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(isAsked(saver, "/ScreenSaver UnInhibit 3"));
 }
 
 TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
@@ -130,8 +127,7 @@ TEST_F(Inhibitors, AskAServiceThatLackedTheMethodAgainAfterAMinute) {
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
   EXPECT_EQ(power->newCalls(), (Calls{powerCall, powerCall}));
   inhibitors->release(second);
-  EXPECT_TRUE(
-      comesAbout([this] { return asked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"); }));
+  EXPECT_TRUE(isAsked(power, "/org/freedesktop/PowerManagement/Inhibit UnInhibit 5"));
 }
 
 TEST_F(Inhibitors, AreReleasedByTheDestructor) {
@@ -142,7 +138,7 @@ TEST_F(Inhibitors, AreReleasedByTheDestructor) {
   ASSERT_TRUE(create(system));
   inhibitors.reset();
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"));
 }
 
 // --- services that refuse
@@ -153,7 +149,7 @@ TEST_F(Inhibitors, HoldAllOrNothing) {
   login = serve(loginName, locks.grants());
   connect();
   EXPECT_FALSE(create(display));
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"); }));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 3"));
   EXPECT_FALSE(create(system));
   EXPECT_TRUE(comesAbout([this] { return locks.held() == 0; }));
 }
@@ -171,19 +167,13 @@ TEST_F(Inhibitors, AskNobodyElseIfTheSessionManagerRefuses) {
 }
 
 TEST_F(Inhibitors, RefuseMalformedReplies) {
-  const StubService::Behaviour rubbish = [](sd_bus_message* call) {
-    sd_bus_reply_method_return(call, "as", 2, "no", "cookie");
-    return true;
-  };
+  const auto rubbish = StubService::returns("as", 2, "no", "cookie");
   saver = serve(saverName, rubbish);
   login = serve(loginName, rubbish);
   connect();
   EXPECT_FALSE(create(display));
   EXPECT_FALSE(create(system));
-  saver->behave([](sd_bus_message* call) {
-    sd_bus_reply_method_return(call, "");
-    return true;
-  });
+  saver->behave(StubService::returns(""));
   EXPECT_FALSE(create(display));
 }
 
@@ -199,7 +189,7 @@ TEST_F(Inhibitors, WaitFor250MillisecondsAndThenDoNotAskForAMinute) {
   clock.sleep(Seconds{59.9});
   EXPECT_LT(durationOf([this] { EXPECT_FALSE(createUnanswered(display)); }), soon);
   EXPECT_EQ(quarterSeconds, 1);
-  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
+  ASSERT_TRUE(isAsked(saver, saverCall));
   EXPECT_EQ(saver->newCalls(), Calls{saverCall});
   saver->behave(StubService::grants(3));
   // End the minute in which the service is not asked again. Time in suspend counts too.
@@ -223,12 +213,9 @@ TEST_F(Inhibitors, GiveBackALateGrant) {
   saver = serve(saverName, StubService::holds("Inhibit", held));
   connect();
   EXPECT_FALSE(createUnanswered(display));
-  ASSERT_TRUE(comesAbout([this] { return asked(saver, saverCall); }));
-  saver->perform([&held] {
-    sd_bus_reply_method_return(held, "u", 9);
-    sd_bus_message_unref(held);
-  });
-  EXPECT_TRUE(comesAbout([this] { return asked(saver, "/org/freedesktop/ScreenSaver UnInhibit 9"); }));
+  ASSERT_TRUE(isAsked(saver, saverCall));
+  saver->answer(held, StubService::returns("u", 9));
+  EXPECT_TRUE(isAsked(saver, "/org/freedesktop/ScreenSaver UnInhibit 9"));
 }
 
 }  // namespace

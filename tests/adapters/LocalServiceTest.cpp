@@ -164,10 +164,9 @@ TEST_F(LocalServiceTest, LongAnswerIsCut) {
 }
 
 TEST_F(LocalServiceTest, TokenIsSentUnchanged) {
-  for (const std::string& token :
-       {std::string("with \"quotes\" and 'these'"), std::string("back\\slash\\n"), std::string("a  b"),
-        std::string("$(id) `id` %41 @file"), std::string("密鑰 🔑"), std::string("-H x"),
-        std::string("a:b;c,d"), std::string(60'000, 't')}) {
+  for (const auto& token : std::vector<std::string>{"with \"quotes\" and 'these'", "back\\slash\\n", "a  b",
+                                                    "$(id) `id` %41 @file", "密鑰 🔑", "-H x", "a:b;c,d",
+                                                    std::string(60'000, 't')}) {
     server.reset();
     answerWith(httpAnswer("."));
     EXPECT_EQ(ask(token), ".") << token;

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "adapters/windows/DialogWindows.h"
@@ -18,6 +16,7 @@ using dialogs::ShowMenu;
 using dialogs::Shown;
 
 struct TheMenuWindow : ::testing::Test {
+  void SetUp() override { window.setMenu(menu); }
   ~TheMenuWindow() override {
     window.close();
     EXPECT_TRUE(hasNoChildren(loop)) << "a test leaves a process behind";
@@ -57,7 +56,6 @@ TEST_F(TheMenuWindow, ShowsTheLatestMenu) {
 }
 
 TEST_F(TheMenuWindow, FollowsTheMenuWhileItIsOpen) {
-  window.setMenu(menu);
   DialogsRun& run = open();
   menu.items[0].title = "changed";
   window.setMenu(menu);
@@ -70,7 +68,6 @@ TEST_F(TheMenuWindow, FollowsTheMenuWhileItIsOpen) {
 }
 
 TEST_F(TheMenuWindow, PerformsTheCurrentActionOfTheRow) {
-  window.setMenu(menu);
   DialogsRun& run = open();
   menu.items[2] = {.id = 3, .title = "go", .action = "go", .target = target};
   window.setMenu(menu);
@@ -80,7 +77,6 @@ TEST_F(TheMenuWindow, PerformsTheCurrentActionOfTheRow) {
 }
 
 TEST_F(TheMenuWindow, PerformsNoRowThatIsDisabledOrUnknown) {
-  window.setMenu(menu);
   menu.items[2].enabled = false;
   std::size_t number = 0;
   for (const int row : {3, 1, 2, 99}) {
@@ -95,7 +91,6 @@ TEST_F(TheMenuWindow, PerformsNoRowThatIsDisabledOrUnknown) {
 }
 
 TEST_F(TheMenuWindow, PerformsTheChosenRowOnceAndCanBeShownAgainByIt) {
-  window.setMenu(menu);
   DialogsRun& run = open();
   target->onPerform = [this] {
     window.setMenu({{{.id = 1, .title = "new"}}});
@@ -114,7 +109,6 @@ TEST_F(TheMenuWindow, PerformsTheChosenRowOnceAndCanBeShownAgainByIt) {
 }
 
 TEST_F(TheMenuWindow, ReportsNothingWhenTheUserClosesIt) {
-  window.setMenu(menu);
   open().end();
   EXPECT_TRUE(hasNoChildren(loop));
   settleQueue(loop);
@@ -124,7 +118,6 @@ TEST_F(TheMenuWindow, ReportsNothingWhenTheUserClosesIt) {
 }
 
 TEST_F(TheMenuWindow, IsRaisedWhenItIsShownAgain) {
-  window.setMenu(menu);
   window.giveToken("first");
   window.showMenu();
   DialogsRun& run = open();
@@ -146,7 +139,6 @@ TEST_F(TheMenuWindow, IsClosedWhenItsProgramHangs) {
 }
 
 TEST_F(TheMenuWindow, IsReportedOnceWhenItFailsAndCanBeShownAgain) {
-  window.setMenu(menu);
   const std::string good = stand.program() + "2";
   std::filesystem::rename(stand.program(), good);
   stand.replaceBy("kill -9 $$");

@@ -11,19 +11,13 @@ struct FakeNetwork {
   CallLog log;
   FakePathMonitor fake{log};
   PathMonitor* monitor = &fake;
-  bool connected = false;
+  NetworkPath path = disconnected;
 
-  void plugIn() { connect(true); }
-  void pullOut() { connect(false); }
+  void plugIn() { fake.report(path = viaCable); }
+  void pullOut() { fake.report(path = disconnected); }
   bool comesTrue(const std::function<bool()>& condition) {
-    fake.report(connected ? viaCable : disconnected);
+    fake.report(path);
     return condition();
-  }
-
- private:
-  void connect(bool now) {
-    connected = now;
-    fake.report(connected ? viaCable : disconnected);
   }
 };
 

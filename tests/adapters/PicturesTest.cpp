@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <png.h>
 
 #include <set>

@@ -71,10 +71,9 @@ TEST_F(Preferences, FileAndFoldersArePrivate) {
 
 TEST_F(Preferences, NextWriteKeepsADamagedFileAside) {
   const std::string deep = "{\"theirs\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}";
-  for (const std::string& damage :
-       {std::string("\x7f\x45LF\1\2\3"), std::string(), std::string(R"(["flag", true])"),
-        std::string(R"({"flag": true, "text": "t)"), std::string("{\"flag\": true, \"text\": \"\xff\"}"),
-        deep, std::string(10'000'000, '\0')}) {
+  for (const auto& damage : std::vector<std::string>{
+           "\x7f\x45LF\1\2\3", "", R"(["flag", true])", R"({"flag": true, "text": "t)",
+           "{\"flag\": true, \"text\": \"\xff\"}", deep, std::string(10'000'000, '\0')}) {
     SCOPED_TRACE(damage.substr(0, 30));
     put(damage);
     EXPECT_EQ(preferences.boolForKey("flag"), std::nullopt);
@@ -110,7 +109,6 @@ struct UnwritablePreferences : Preferences {
   PreferencesFile unwritable{files, place + "/preferences.json"};
 
   UnwritablePreferences() { std::ofstream(place) << "a file"; }
-  void makeWritable() const { fs::remove(place); }
 };
 
 TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
@@ -120,7 +118,7 @@ TEST_F(UnwritablePreferences, NextSuccessfulWriteSavesAllValues) {
     unwritable.setBool("flag", false);
     EXPECT_NE(errors.text().find("cannot write the preferences " + place), std::string::npos);
   }
-  makeWritable();
+  fs::remove(place);
   EXPECT_EQ(unwritable.boolForKey("flag"), false);
   unwritable.setString("text", "t");
   EXPECT_EQ(json::parse(contentsOf(place + "/preferences.json")), (json{{"flag", false}, {"text", "t"}}));

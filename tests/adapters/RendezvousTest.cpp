@@ -60,17 +60,14 @@ struct RendezvousTest : ::testing::Test, Instances {
   void TearDown() override { lockFailure = 0; }
 
   std::unique_ptr<Start> start() { return std::make_unique<Start>(loop, folders); }
-  std::unique_ptr<Start> client() {
-    auto made = start();
+  std::unique_ptr<Start> clientOn(EventLoop& itsLoop) const {
+    auto made = std::make_unique<Start>(itsLoop, folders);
     EXPECT_TRUE(made->claims());
     return made;
   }
+  std::unique_ptr<Start> client() { return clientOn(loop); }
   /// Returns a client whose loop never runs, as in a process that hangs.
-  std::unique_ptr<Start> hangingClient() {
-    auto made = std::make_unique<Start>(stopped, folders);
-    EXPECT_TRUE(made->claims());
-    return made;
-  }
+  std::unique_ptr<Start> hangingClient() { return clientOn(stopped); }
   bool isTurnedDown(const Claim& claim = {}) { return !Start(loop, folders).claims(claim); }
 
   EventLoop stopped;

@@ -1,7 +1,5 @@
 #include "ports/StatusFeed.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/adapters/Instances.h"
 #include "tests/rig/FakePlatform.h"
 

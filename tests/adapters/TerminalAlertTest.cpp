@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <csignal>
 
 #include "tests/rig/FormViews.h"

@@ -87,10 +87,11 @@ struct TerminalJob : ::testing::Test {
     waitpid(job, nullptr, 0);
   }
 
-  void command(char letter) { ASSERT_EQ(write(commands.writing.get(), &letter, 1), 1); }
-  void type(std::string_view text) {
-    ASSERT_EQ(write(terminal.outside.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  static void put(const FileDescriptor& end, std::string_view text) {
+    ASSERT_EQ(write(end.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
+  void command(std::string_view letters) { put(commands.writing, letters); }
+  void type(std::string_view text) { put(terminal.outside, text); }
   void TearDown() override { commands.writing.reset(); }
 
   PseudoTerminal terminal;
@@ -106,63 +107,53 @@ struct TerminalJob : ::testing::Test {
 TEST_F(TerminalJob, PrintsInTheBackgroundWithoutSpinning) {
   type("1\n");
   for (int version = 1; version <= 3; ++version) {
-    command('m');
+    command("m");
     EXPECT_TRUE(screen.shows("row " + std::to_string(version)));
   }
-  command('?');
+  command("?");
   EXPECT_EQ(shell.line(), "runs");
-  command('i');
+  command("i");
   EXPECT_EQ(shell.line(), "idle") << "though it cannot read what is there";
 }
 
 TEST_F(TerminalJob, ReadsWhenItIsContinuedInTheForeground) {
   type("1\n");
-  command('m');
+  command("m");
   ASSERT_TRUE(screen.shows("row 1"));
-  command('f');
-  command('c');
+  command("fc");
   EXPECT_EQ(shell.line(), "performed act");
 }
 
 TEST_F(TerminalJob, PrintsTheMenuAgainWhenItIsContinuedInTheForegroundOnly) {
   screen.text.clear();
-  command('c');
-  command('i');
+  command("ci");
   ASSERT_EQ(shell.line(), "idle");
-  command('f');
-  command('c');
+  command("fc");
   EXPECT_TRUE(screen.shows("row 0\n列號或按鍵> "));
   EXPECT_EQ(screen.count("row 0"), 1U);
 }
 
 TEST_F(TerminalJob, HidesASecretAgainInTheForegroundWithoutSIGCONT) {
-  command('f');
-  command('c');
-  command('s');
+  command("fcs");
   ASSERT_TRUE(screen.shows("key（未填，輸入時不顯示）> "));
-  command('b');
-  command('e');
-  command('c');  // bash sends SIGCONT for the command "bg", but not for "fg" after it
-  command('i');
+  // bash sends SIGCONT (c) for the command "bg", but not for "fg" after it.
+  command("beci");
   ASSERT_EQ(shell.line(), "idle");
   EXPECT_TRUE(terminal.isEchoed());
   screen.text.clear();
-  command('f');
+  command("f");
   EXPECT_TRUE(screen.shows("key（未填，輸入時不顯示）> "));
   EXPECT_FALSE(terminal.isEchoed());
 }
 
 TEST_F(TerminalJob, ReadsAgainAfterItWasInTheBackground) {
-  command('f');
-  command('?');
+  command("f?");
   ASSERT_EQ(shell.line(), "runs");
   type("1\n");
   ASSERT_EQ(shell.line(), "performed act");
-  command('b');
-  command('m');
+  command("bm");
   ASSERT_TRUE(screen.shows("row 1"));
-  command('f');
-  command('?');
+  command("f?");
   ASSERT_EQ(shell.line(), "runs");
   type("1\n");
   EXPECT_EQ(shell.line(), "performed act");

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 #include "tests/rig/RecordingTarget.h"

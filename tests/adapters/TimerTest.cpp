@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iterator>

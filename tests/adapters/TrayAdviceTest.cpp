@@ -13,9 +13,7 @@ constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 /// Behaves as the desktop's tray service (StatusNotifierWatcher). `there`: what the service answers when
 /// asked whether a tray host (a panel that shows icons) is registered.
 StubService::Behaviour watcherWithHost(bool there) {
-  return [there](sd_bus_message* call) {
-    return sd_bus_reply_method_return(call, "v", "b", there ? 1 : 0) >= 0;
-  };
+  return StubService::returns("v", "b", there ? 1 : 0);
 }
 
 struct TrayAdviceTo : ::testing::Test {

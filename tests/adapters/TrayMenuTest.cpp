@@ -116,16 +116,8 @@ TEST_F(TrayMenu, RepliesBeforeItRunsTheAction) {
     }
     answeredFirst = answer != nullptr;
   };
-  sd_bus_slot* slot = nullptr;
-  sd_bus_call_method_async(
-      host->connection(), &slot, host->itemName().c_str(), TrayHost::menuPath, TrayHost::menuInterface,
-      "Event",
-      [](sd_bus_message* reply, void* data, sd_bus_error*) {
-        static_cast<BusMessage*>(data)->reset(sd_bus_message_ref(reply));
-        return 0;
-      },
-      &answer, "isvu", 3, "clicked", "i", 0, 0u);
-  const BusSlot pending(slot);
+  const BusSlot pending = host->send(answer, TrayHost::menuPath, TrayHost::menuInterface, "Event", "isvu", 3,
+                                     "clicked", "i", 0, 0u);
   ASSERT_TRUE(comesTrue(loop, [this] { return !target->performed.empty(); }));
   EXPECT_TRUE(answeredFirst);
 }

@@ -5,10 +5,8 @@
 namespace kestrune::testing {
 namespace {
 
-using Value = std::optional<std::string>;
-
 struct EnvReader : ControllerTest {
-  Value load(const std::string& text, const char* key = "KEY") {
+  std::optional<std::string> load(const std::string& text, const char* key = "KEY") {
     env() = text;
     return controller->loadEnvValue(key);
   }

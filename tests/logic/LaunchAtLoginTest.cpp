@@ -12,25 +12,23 @@ const OperationResult switchedOn{true, "已保存開機自動啟動設定，會�
 
 /// Returns the property list (the launch agent's file) that starts `program` at login.
 std::string documentFor(const std::string& program) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-         "<plist version=\"1.0\">\n"
-         "<dict>\n"
-         "  <key>Label</key>\n"
-         "  <string>com.dovrel.kestrune.menuclient</string>\n"
-         "  <key>ProgramArguments</key>\n"
-         "  <array>\n"
-         "    <string>" +
-         program +
-         "</string>\n"
-         "  </array>\n"
-         "  <key>RunAtLoad</key>\n"
-         "  <true/>\n"
-         "  <key>KeepAlive</key>\n"
-         "  <false/>\n"
-         "</dict>\n"
-         "</plist>";
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+  <key>Label</key>
+  <string>com.dovrel.kestrune.menuclient</string>
+  <key>ProgramArguments</key>
+  <array>
+    <string>)" +
+         program + R"(</string>
+  </array>
+  <key>RunAtLoad</key>
+  <true/>
+  <key>KeepAlive</key>
+  <false/>
+</dict>
+</plist>)";
 }
 
 struct LaunchAtLogin : ControllerTest {

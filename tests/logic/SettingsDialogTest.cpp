@@ -133,10 +133,9 @@ TEST_F(Settings, FieldsHaveDefaults) {
 }
 
 TEST_F(Settings, FieldsFallBackToLegacyKeys) {
-  const std::string legacy =
+  env() =
       "HALVASK_APP_API_TOKEN=app\nHALVASK_MAC_SERVICE_TOKEN=service\nHALVASK_PROJECT_ROOT=/old\n"
       "HALVASK_PUBLIC_API_URL=https://old.test\nHALVASK_OPENAI_API_KEY=sk-1\n";
-  env() = legacy;
   open();
   EXPECT_EQ(fields(), (std::map<std::string, std::string>{{apiURL, "https://relay.example.com"},
                                                           {appToken, "app"},

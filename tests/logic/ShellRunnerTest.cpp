@@ -17,14 +17,6 @@ struct ShellRunner : ControllerTest {
   static constexpr double exact = 1e-6;
 };
 
-TEST_F(ShellRunner, PassesTheLineToALoginShell) {
-  const std::string line = "a && b || 'c d'; e | f\n\ng > \"h\" # i\n";
-  controller->runShellCommand(line);
-  ASSERT_EQ(machine.processes.launches.size(), 1U);
-  EXPECT_EQ(machine.processes.launches[0].executable, "/bin/bash");
-  EXPECT_EQ(machine.processes.launches[0].arguments, (std::vector<std::string>{"-lc", line}));
-}
-
 TEST_F(ShellRunner, ResultIsTheExitStatusAndTheTrimmedOutput) {
   const std::pair<const char*, const char*> cases[] = {
       {"", "沒有輸出。"},       {" \n\t　", "沒有輸出。"},

@@ -2,12 +2,18 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "adapters/bus/SessionBus.h"
 
 namespace kestrune::testing {
+
+/// Throws if `result`, which an sd-bus call for `what` has returned, is an error.
+inline void must(int result, const char* what) {
+  if (result < 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));
+}
 
 namespace detail {
 

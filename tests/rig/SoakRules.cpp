@@ -39,10 +39,10 @@ void keepLast(std::vector<T>& all) {
   if (all.size() > 1) all.erase(all.begin(), all.end() - 1);
 }
 
-/// Empties the vector and frees its memory; clear() would keep the memory.
-template <typename T>
-void forget(std::vector<T>& all) {
-  std::vector<T>().swap(all);
+/// Empties the vectors and frees their memory; clear() would keep the memory.
+template <typename... T>
+void forget(std::vector<T>&... each) {
+  (std::vector<T>().swap(each), ...);
 }
 
 }  // namespace
@@ -149,20 +149,11 @@ void SoakRules::dropOldRecords() {
   keepLast(machine.statusItem.menus);
   keepLast(machine.statusItem.buttons);
   keepLast(machine.statusFeed.lines);
-  forget(machine.log);
-  forget(machine.alerts.shown);
-  forget(machine.images.asked);
-  forget(machine.images.read);
-  forget(machine.images.filtered);
-  forget(machine.images.messages);
-  forget(machine.notifications.posted);
-  forget(machine.powerAssertions.names);
-  forget(machine.powerAssertions.levels);
-  forget(machine.userDefaults.asked);
-  forget(machine.processes.launches);
-  forget(machine.processes.readPatience);
-  forget(machine.localService.tokens);
-  forget(machine.fileManager.asked);
+  forget(machine.log, machine.alerts.shown, machine.images.asked, machine.images.read,
+         machine.images.filtered, machine.images.messages, machine.notifications.posted,
+         machine.powerAssertions.names, machine.powerAssertions.levels, machine.userDefaults.asked,
+         machine.processes.launches, machine.processes.readPatience, machine.localService.tokens,
+         machine.fileManager.asked);
 }
 
 void SoakRules::checkCalm() const {

@@ -72,6 +72,14 @@ class StubService {
     perform([this, &changed] { behaviour = std::move(changed); });
   }
 
+  /// Answers the call that `holds` has kept, and unrefs it.
+  void answer(sd_bus_message* held, const Behaviour& how) {
+    perform([&] {
+      how(held);
+      sd_bus_message_unref(held);
+    });
+  }
+
   /// Runs `work` on the service's thread, and returns when `work` is done.
   void perform(const std::function<void()>& work) {
     std::promise<void> done;
@@ -115,12 +123,18 @@ class StubService {
     };
   }
 
+  /// Answers every call with `values`, whose D-Bus types are `types`.
+  template <typename... Values>
+  static Behaviour returns(const char* types, Values... values) {
+    return [=](sd_bus_message* call) { return sd_bus_reply_method_return(call, types, values...) >= 0; };
+  }
+
   static Behaviour saysNothing() {
     return [](sd_bus_message*) { return true; };
   }
 
   /// Answers no call. Puts the newest call of the method `member` into `held`, so that the test can answer it
-  /// later. The test must unref it.
+  /// later by `answer`.
   static Behaviour holds(const char* member, sd_bus_message*& held) {
     return [member, &held](sd_bus_message* call) {
       if (isMethod(call, member)) held = sd_bus_message_ref(call);
@@ -133,10 +147,6 @@ class StubService {
   }
 
  private:
-  static void must(int result, const char* what) {
-    if (result < 0) throw std::runtime_error(std::string("stub: ") + what + ": " + std::strerror(-result));
-  }
-
   void run(std::promise<void>& started) {
     try {
       must(sd_event_new(&loop), "loop");

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,13 +64,19 @@ class TrayHost {
   BusMessage call(const char* path, const char* callInterface, const char* member, const char* types,
                   Arguments... arguments) {
     BusMessage answer;
+    const BusSlot pending = send(answer, path, callInterface, member, types, arguments...);
+    EXPECT_TRUE(comesTrue(loop, [&answer] { return answer != nullptr; })) << member;
+    return answer;
+  }
+  /// Like `call`, but does not wait. `answer` gets the answer, if it comes while the slot exists.
+  template <typename... Arguments>
+  BusSlot send(BusMessage& answer, const char* path, const char* callInterface, const char* member,
+               const char* types, Arguments... arguments) {
     sd_bus_slot* slot = nullptr;
     must(sd_bus_call_method_async(bus, &slot, item.c_str(), path, callInterface, member, &answered, &answer,
                                   types, arguments...),
          member);
-    const BusSlot pending(slot);
-    EXPECT_TRUE(comesTrue(loop, [&answer] { return answer != nullptr; })) << member;
-    return answer;
+    return BusSlot(slot);
   }
   template <typename... Arguments>
   std::string menu(const char* member, const char* types, Arguments... arguments) {
@@ -107,11 +112,6 @@ class TrayHost {
  private:
   static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
   static constexpr auto watcherPath = "/StatusNotifierWatcher";
-
-  static void must(int result, const char* what) {
-    if (result < 0)
-      throw std::runtime_error(std::string("tray host: ") + what + ": " + std::strerror(-result));
-  }
 
   static int registerItem(sd_bus_message* call, void* data, sd_bus_error* error) {
     auto& self = *static_cast<TrayHost*>(data);
