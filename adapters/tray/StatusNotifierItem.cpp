@@ -72,9 +72,7 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", &property, 0, 0),
     SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    // Hidden from introspection: otherwise GNOME's extension delays each click, to wait for a double click.
-    SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>,
-                  SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_HIDDEN),
+    SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("SecondaryActivate", "ii", "", &handler<&StatusNotifierItem::click>,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ContextMenu", "ii", "", &handler<&StatusNotifierItem::click>, SD_BUS_VTABLE_UNPRIVILEGED),

@@ -52,13 +52,6 @@ TEST_F(TrayItem, SignalsOnlyWhatChanged) {
   EXPECT_EQ(host->property("IconAccessibleDesc"), "s ''");
 }
 
-TEST_F(TrayItem, HidesActivateFromIntrospection) {
-  const std::string methods =
-      textOf(host->call(TrayHost::itemPath, "org.freedesktop.DBus.Introspectable", "Introspect", ""));
-  EXPECT_NE(methods.find("\"ContextMenu\""), std::string::npos) << methods;
-  EXPECT_EQ(methods.find("\"Activate\""), std::string::npos) << methods;
-}
-
 TEST_F(TrayItem, CountsEveryButtonAsAClick) {
   int expected = 0;
   for (const char* const method : {"Activate", "SecondaryActivate", "ContextMenu"}) {
