@@ -33,7 +33,10 @@ void DesktopWorkspace::open(const std::string& path) {
   // of its own, if possible: it may hold unsaved work.
   if (starter == Starter::service) {
     constexpr auto script =
-        "systemd-run --user --scope --quiet --collect xdg-open \"$0\" || xdg-open \"$0\" || gio open \"$0\"";
+        "command -v xdg-open && set xdg-open \"$0\" || set gio open \"$0\"\n"
+        "scope='systemd-run --user --scope --quiet --collect'\n"
+        "$scope true && exec $scope \"$@\"\n"
+        "exec \"$@\"";
     commands = {{"/bin/sh", {"-c", script, absolute}}};
   }
   for (const auto& [program, words] : commands) {

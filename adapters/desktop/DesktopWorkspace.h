@@ -18,9 +18,9 @@ enum class Starter { desktop, terminal, service };
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are the arguments of this process. A terminal or a service manager waits for the process
-  /// that it has started: then a restart replaces this process by exec. Otherwise, a restart starts the new
-  /// client as a second process.
+  /// `arguments` are the arguments of this process. If `starter` is a terminal or a service manager, it waits
+  /// for the end of this process: then a restart replaces this process by exec. Otherwise, a restart starts
+  /// the new client as a second process. For a service, `open` starts programs in a systemd scope.
   DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
                    Starter starter);
 

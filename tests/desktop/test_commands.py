@@ -6,7 +6,7 @@ from pathlib import Path
 from rig import isolation
 from rig.bus import Bus
 from rig.client import CHECKING, CONNECTED, DISABLED, NO_BUS
-from rig.processes import read_process, running, wait_for_end
+from rig.processes import running, wait_for_end
 from rig.session import AS_SERVICE, SOURCE, Session
 from rig.windows import NOT_CONNECTING, STOPPED
 
@@ -118,17 +118,16 @@ class Unit(unittest.TestCase):
         client = self.start(through=AS_SERVICE)
         self.bus.click(25)
         opened = int(self.session.events.next())
-        shell = int(read_process(opened, "stat").rpartition(b") ")[2].split()[1])
         self.assertEqual(self.restart(), client.pid)
         # The new instance also knows that it is the main process of a service.
         self.assertEqual(self.restart(), client.pid)
         self.assertIn(opened, running())
         self.session.gate.open()
-        wait_for_end(shell)
+        wait_for_end(opened)
         # When the client answers the second call, it has handled all events that came before its first answer.
         for _ in range(2):
             self.bus.rows()
-        self.assertFalse(Path(f"/proc/{shell}").exists())
+        self.assertFalse(Path(f"/proc/{opened}").exists())
         self.assertEqual(client.end(), 0)
 
 
