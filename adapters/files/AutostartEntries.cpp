@@ -148,11 +148,12 @@ std::optional<std::string> AutostartEntries::document(const std::string&, const 
   if (!canBeQuoted(executablePath) || !isValidUtf8(repo)) return std::nullopt;
   std::string command = launchCommand(executablePath);
   // Some sessions, such as MATE, ignore the key Path. Without KESTRUNE_REPO_PATH, only a program below the
-  // folder "dist" of the repository would find the repository there.
-  if (!bundle.bundlePath().starts_with(repo + "/dist/") ||
-      !bundle.environmentVariable(repoVariable).value_or("").empty()) {
+  // folder "dist" of the repository would find the repository there. But do not name a folder without a
+  // backend: the session may set the variable later, and this entry would override it.
+  const bool isNamed = !bundle.environmentVariable(repoVariable).value_or("").empty();
+  const bool isFoundByPath = bundle.bundlePath().starts_with(repo + "/dist/");
+  if (isNamed || (!isFoundByPath && files.fileExists(repo + "/.venv/bin/activate")))
     command = "env " + repoArgument(repo) + " " + command;
-  }
   return "[Desktop Entry]\n"
          "Type=Application\n"
          "Name=Kestrune\n"

@@ -36,6 +36,10 @@ struct AutostartEntriesTest : FileTest {
   }
 
   void put(const std::string& text) const { testing::put(path, text); }
+  static void makeBackend(const std::string& repo) {
+    fs::create_directories(repo + "/.venv/bin");
+    testing::put(repo + "/.venv/bin/activate", "");
+  }
 
   /// Creates a program in the folder `below`, and returns its path. The program writes three things to
   /// the file $NOTES: $KESTRUNE_REPO_PATH (or its working directory if the variable is unset), its own path,
@@ -51,14 +55,14 @@ struct AutostartEntriesTest : FileTest {
   }
 
   /// Runs `command`, which starts the program in the background. Returns what the command prints, and what
-  /// the program writes to $NOTES before it closes the file or 5 s are over.
+  /// the program writes to $NOTES before it closes the file or 20 s are over.
   std::string notesAfter(const std::string& command) const {
     const std::string notes = home.file("notes");
     fs::remove(notes);
     EXPECT_EQ(mkfifo(notes.c_str(), 0600), 0);
     const ScopedVariable noted("NOTES", notes);
     const ScopedVariable unset("KESTRUNE_REPO_PATH", std::nullopt);
-    return outputOf("{ timeout 5 cat \"$NOTES\" & " + command + "; wait; }");
+    return outputOf("{ timeout 20 cat \"$NOTES\" & " + command + "; wait; }");
   }
 };
 
@@ -77,6 +81,13 @@ TEST_F(AutostartEntriesTest, EntryStartsTheProgramInTheBackground) {
             "Terminal=false\n"
             "StartupNotify=false\n"
             "X-GNOME-Autostart-enabled=true\n");
+}
+
+TEST_F(AutostartEntriesTest, OnlyAFolderWithABackendIsNamed) {
+  const std::string repo = home.file("repo");
+  EXPECT_EQ(agents.document(label, "/opt/client", repo)->find("KESTRUNE_REPO_PATH"), std::string::npos);
+  makeBackend(repo);
+  EXPECT_NE(agents.document(label, "/opt/client", repo)->find("KESTRUNE_REPO_PATH"), std::string::npos);
 }
 
 TEST_F(AutostartEntriesTest, RelativeRepositoryBecomesAbsolute) {
@@ -116,7 +127,8 @@ TEST_F(AutostartEntriesTest, LaunchersRunTheEntryWithTheRightArguments) {
     if (named) bundle.environment["KESTRUNE_REPO_PATH"] = "set";
     for (const auto& name : allNames()) {
       const std::string repo = home.file(name);
-      fs::create_directory(repo);
+      fs::create_directories(repo);
+      if (!named) makeBackend(repo);
       const bool isPlain = std::find(plainNames.begin(), plainNames.end(), name) != plainNames.end();
       const std::string executable = program((isPlain ? name : "other") + "/bin");
       const std::string entry = *agents.document(label, executable, repo);
