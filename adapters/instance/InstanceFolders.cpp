@@ -39,8 +39,9 @@ void InstanceFolders::leaveLink(const std::string& folder) const {
   if (folder == runtimes.back() + folderName || folder == state + folderName) return;
   const std::string link = state + linkName;
   if (makeFolders(state + folderName)) return;
-  unlink(link.c_str());
-  static_cast<void>(!symlink(folder.c_str(), link.c_str()));
+  const std::string unfinished = link + ".new";
+  unlink(unfinished.c_str());
+  if (symlink(folder.c_str(), unfinished.c_str()) == 0) rename(unfinished.c_str(), link.c_str());
 }
 
 bool isOwnFolder(const std::string& path) {
