@@ -42,8 +42,8 @@ class FileManager {
 
   /// Like `writeAtomically`, for a file whose contents could not be read. If the old file is a regular file,
   /// keeps it in the same folder, with ".unreadable" appended to its name. Returns the path of the kept file;
-  /// empty if none was kept. After a failure, the old file is still at `path`. On NFS, it may be the kept
-  /// file instead, because rename(2) can fail although the server has renamed the new file.
+  /// empty if none was kept. After a failure, the old file is still at `path`, but on NFS possibly only at
+  /// the name with ".unreadable": rename(2) can fail although the server has renamed the new file.
   virtual Result<std::string> replaceUnreadable(const std::string& path, const std::string& contents) = 0;
 
   /// Creates the folder and its missing parents, with mode 0777 & ~umask. Succeeds if the folder exists.

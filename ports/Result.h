@@ -18,8 +18,7 @@ struct Done {
   bool operator==(const Done&) const = default;
 };
 
-/// A value, or the reason of a failure. A port's operation that can fail returns a `Result` if its caller
-/// uses the reason. Otherwise it returns a `std::optional`, which is absent on failure and never on success.
+/// A value, or the reason of a failure. A port's operation returns a `Result` if its caller uses the reason.
 template <typename Value = Done>
 class Result {
  public:

@@ -238,7 +238,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventLoop& loop;
   const Seconds interval;
   const std::function<void()> action;
-  Seconds due = timeOf(CLOCK_BOOTTIME);  // time of the next tick; of the start until the first `wait`
+  Seconds due = timeOf(CLOCK_BOOTTIME);  // time of the next tick; before the first `wait`, of the start
   EventSource source;
 };
 

@@ -55,8 +55,8 @@ class StandardInput {
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
-  /// has switched it off. In the background, changes nothing at once: the echo goes off when this process is
-  /// in the foreground again, and on at the next SIGCONT or call there.
+  /// has switched it off. In the background, changes nothing. Back in the foreground, the echo is switched
+  /// off within 0.2 s, but on only at the next SIGCONT or call.
   void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.

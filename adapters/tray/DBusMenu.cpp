@@ -187,7 +187,7 @@ void DBusMenu::rebuild() {
   MenuLayout before = std::exchange(rows, menuLayout(items, form));
   // Some hosts, such as MATE's panel, change the check mark of a clicked row themselves. So send the mark
   // again, also if the action has not changed it.
-  for (const int id : std::exchange(toggled, {})) before.properties[id].erase("toggle-state");
+  for (const int id : std::exchange(clickedRows, {})) before.properties[id].erase("toggle-state");
   if (rows == before) return;
   ++revision;
   if (bus != nullptr) announce(before);
@@ -289,7 +289,7 @@ void DBusMenu::choose(int id) {
   const auto item =
       std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
   if (item == items.end()) return;
-  toggled.insert(id);
+  clickedRows.insert(id);
   queue.async([chosen = *item] { performMenuItem(chosen); });
 }
 

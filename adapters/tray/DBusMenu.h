@@ -73,7 +73,7 @@ class DBusMenu final : public BusClient {
   std::vector<MenuItem> items;
   TrayHostForm form;
   MenuLayout rows = menuLayout({}, {});
-  std::set<int> toggled;  ///< IDs of the rows that were clicked since the last `rebuild`
+  std::set<int> clickedRows;  ///< IDs of the rows that were clicked since the last `rebuild`
   std::uint32_t revision = 1;
   BusSlot object;
 };

@@ -208,7 +208,7 @@ int StatusNotifierItem::click(sd_bus_message* call, sd_bus_error*) {
 }
 
 int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error* error) {
-  // Many rows open no window that could use the token.
+  // Refuse the token: the host would show a busy pointer after each row that opens no window.
   if (hosts->form().busyWithToken)
     return sd_bus_error_set_const(error, SD_BUS_ERROR_UNKNOWN_METHOD, "Give no token to this item");
   const char* given = nullptr;

@@ -15,7 +15,7 @@ struct KnownHost {
 
 // If several of these hosts run, `TrayHostFinder::form` returns the form of the first one in this list.
 const KnownHost knownHosts[] = {
-    // GNOME Flashback. It also owns the names of GNOME Shell and of the watcher, but its panel shows GTK
+    // GNOME Flashback. It also owns the bus name of GNOME Shell, so it must come first. Its panel shows GTK
     // menus.
     {"org.gnome.Flashback", false, {}},
     // GNOME Shell. It shows icons only with the AppIndicator extension, which makes the shell the watcher.
@@ -25,7 +25,8 @@ const KnownHost knownHosts[] = {
     // LXQt. Its panel owns only the watcher's bus name, which does not tell LXQt from other desktops. So look
     // for the bus name of LXQt's session manager.
     {"org.lxqt.session", false, {.qtKeys = true}},
-    // The notification area of MATE's panel, which shows pixmaps. The next service may run beside it.
+    // The notification area of MATE's panel, which shows pixmaps. It must come before the next service, which
+    // may run too.
     {"org.mate.panel.applet.NotificationAreaAppletFactory", true, {}},
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},

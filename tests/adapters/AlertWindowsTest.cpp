@@ -286,7 +286,7 @@ TEST_F(TheAlertWindows, ReportAMissingProgramOnceWithItsPackage) {
              "a|about a", "b|about b"}));
 }
 
-TEST_F(TheAlertWindows, ReportAProgramThatMayNotRun) {
+TEST_F(TheAlertWindows, ReportAProgramThatIsNotExecutable) {
   stand.replaceBy("exit 0");
   std::filesystem::permissions(stand.program(), std::filesystem::perms::owner_read);
   present("a");

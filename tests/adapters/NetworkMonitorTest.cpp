@@ -183,8 +183,8 @@ TEST_F(NetworkMonitorTest, NewSourceAddressIsReported) {
   EXPECT_TRUE(becomes(viaCable));
 }
 
-/// With the delays of the client, the route is looked up 0.25 s after the first message of a burst. Messages
-/// that nobody reads must not keep the loop turning meanwhile, nor hide the change at the end of the burst.
+/// The monitor closes its netlink socket at the first message of a burst, and looks up the route 0.25 s
+/// later. The burst must cost few iterations of the loop, and its last change must be reported.
 TEST_F(NetworkMonitorTest, BurstOfMessagesCostsAFewTurnsOfTheLoop) {
   network.ip({viaGateway});
   monitor.emplace(loop, clock, bus, devices.file(""));
@@ -325,7 +325,7 @@ TEST_F(NetworkMonitorTest, ReportsThatTheKernelRefusesToDescribeTheInterfaceOfAn
   EXPECT_EQ(program.line(), "No buffer space available");
 }
 
-TEST_F(NetworkMonitorTest, KernelWithoutIPv6HasNoPath) {
+TEST_F(NetworkMonitorTest, KernelWithoutIPv6CountsAsNoIPv6Route) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     // Only the request for the IPv6 route has this length.
     refuseSending(NLMSG_LENGTH(sizeof(rtmsg)) + RTA_LENGTH(sizeof(in6_addr)), EOPNOTSUPP);

@@ -255,7 +255,7 @@ TEST_P(TerminalSecret, KeepsTheEchoOffIfItWasOffBefore) {
 TEST_P(TerminalSecret, IsAskedForAgainWithoutEchoAfterEachSIGCONT) {
   present(form({field("key", "", ViewKind::secureTextField)}));
   EXPECT_TRUE(rig.screen.shows("Field key"));
-  rig.terminal.setEcho(true);  // as a shell does. Nothing changes before the second SIGCONT
+  rig.terminal.setEcho(true);  // as a shell does. At the second SIGCONT, the echo is still off
   for (std::size_t asked = 2; asked <= 3; ++asked) {
     raise(SIGCONT);
     EXPECT_TRUE(comesTrue(loop, [&] { return rig.screen.count("Field key") == asked; })) << "asks again";

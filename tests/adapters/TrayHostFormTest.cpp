@@ -159,7 +159,7 @@ TEST_F(TrayForm, OtherHostsGetAFlatMenu) {
   EXPECT_EQ(layout(), flat);
 }
 
-TEST_F(TrayForm, GNOMEShellGivesNoToken) {
+TEST_F(TrayForm, TokensOfGnomeShellAreRefused) {
   runOn({gnomeShell});
   EXPECT_EQ(textOf(host->call(TrayHost::itemPath, TrayHost::itemInterface, "ProvideXdgActivationToken", "s",
                               "token")),

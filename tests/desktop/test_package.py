@@ -154,9 +154,11 @@ class Packages(unittest.TestCase):
         program = PROGRAMS[CLIENT]
         actions = [line.split()[0] for line in run(self.tree / "usr/bin" / program, "--perform", "help").splitlines()]
         self.assertEqual(self.offered(program, "--perform"), ["help", *actions])
-        offered = re.findall("^Exec=.*KestruneMenuClient --perform (\\w+)", (self.tree / DESKTOP_ENTRY).read_text(), re.MULTILINE)
+        entry = (self.tree / DESKTOP_ENTRY).read_text()
+        offered = re.findall("^Exec=.*KestruneMenuClient --perform (\\w+)", entry, re.MULTILINE)
         self.assertEqual(offered, ["showSettings", "showStatus", "toggleAutoConnect", "quit"])
         self.assertLessEqual(set(offered), set(actions))
+        self.assertEqual(entry.count(' || exec KestruneMenuClient"\n'), 2)
 
     def test_systemd_unit_is_valid(self):
         units = self.folder / "units"

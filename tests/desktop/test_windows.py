@@ -119,7 +119,7 @@ class Restart(OnScreen):
 
 
 class NoScreen(OnScreen):
-    def test_either_variable_names_a_display(self):
+    def test_windows_are_tried_if_only_wayland_display_is_set(self):
         for wayland, reason in ("", "there is no display"), ("none", "it ended before its window appeared"):
             self.start(switched_off=True, environment={"DISPLAY": "", "WAYLAND_DISPLAY": wayland})
             self.bus.click(24)

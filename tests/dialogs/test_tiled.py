@@ -1,5 +1,7 @@
 """The windows on Wayland, under a compositor that tiles every window that is not a dialog."""
 
+import os
+import re
 import signal
 
 from rig import isolation
@@ -73,7 +75,8 @@ class Tiled(OnDesk):
             program.process.send_signal(signal.SIGCONT)
             self.sway.event("new")
             errors.wait(lambda text: ".get_toplevel(" in text, "new window")
-            if '"xdg_activation_v1", 1, new id' not in errors.so_far:
+            if not re.search(r'"xdg_activation_v1", \d+, new id', errors.so_far):
+                self.assertNotIn("KESTRUNE_NO_SKIPS", os.environ)
                 self.skipTest("Qt 6.2 uses no activation tokens")
             errors.wait(lambda text: '.activate("the-token"' in text, "use of the token")
 

@@ -141,7 +141,7 @@ class TerminalRig {
     toProgram.writing.reset();
   }
 
-  /// Presents an alert that was described before its turn has come.
+  /// Presents `alert`. Its text is fixed now, not when it is shown.
   void present(
       Alert alert, std::function<void(const AlertAnswer&)> completion = [](const auto&) {}) const {
     face->present({[alert = std::move(alert)] { return alert; }, std::move(completion)});
