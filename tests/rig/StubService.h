@@ -72,8 +72,9 @@ class StubService {
     perform([this, &changed] { behaviour = std::move(changed); });
   }
 
-  /// Answers the call that `holds` has kept, and unrefs it.
-  void answer(sd_bus_message* held, const Behaviour& how) {
+  /// Answers the call that `holds` has kept, and unrefs it. Takes a reference, because only the service's
+  /// thread may read `held`.
+  void answer(sd_bus_message* const& held, const Behaviour& how) {
     perform([&] {
       how(held);
       sd_bus_message_unref(held);
