@@ -238,7 +238,7 @@ class EventLoop::LoopTimer final : public Timer {
   EventLoop& loop;
   const Seconds interval;
   const std::function<void()> action;
-  Seconds due = timeOf(CLOCK_BOOTTIME);  // time of the next tick; before the first `wait`, of the start
+  Seconds due = timeOf(CLOCK_BOOTTIME);  // when the next tick is due; at first, the time of the start
   EventSource source;
 };
 
