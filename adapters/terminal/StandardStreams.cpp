@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -27,21 +26,15 @@ constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten outp
 /// `descriptor`: then read(2) and write(2) may block, so the caller must call poll(2) first.
 FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
-  if (fstat(descriptor, &state) != 0) return {};
   FileDescriptor own;
   // Do not set O_NONBLOCK by fcntl(2): that changes it for all processes that share the open file
   // description. Do not open a regular file again: a new open file description has its own file offset.
-  if (S_ISFIFO(state.st_mode) || S_ISCHR(state.st_mode)) {
+  if (fstat(descriptor, &state) == 0 && (S_ISFIFO(state.st_mode) || S_ISCHR(state.st_mode))) {
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     own.reset(open(path.c_str(), accessMode | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
   if (!own) own.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   return own;
-}
-
-void leaveNothingForChildren() {
-  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (nothing) dup2(nothing.get(), STDIN_FILENO);
 }
 
 }  // namespace
@@ -61,7 +54,8 @@ StandardInput::StandardInput(EventLoop& givenLoop)
       input(openAgain(STDIN_FILENO, O_RDONLY)),
       terminal(input && isatty(input.get()) == 1),
       mayBlock(input && (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0) {
-  leaveNothingForChildren();
+  const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (nothing) dup2(nothing.get(), STDIN_FILENO);
   // If not ignored, these signals would stop this process when it uses the terminal in the background.
   std::signal(SIGTTIN, SIG_IGN);
   std::signal(SIGTTOU, SIG_IGN);
@@ -88,10 +82,8 @@ void StandardInput::applyHiding() {
   termios settings{};
   if (tcgetattr(input.get(), &settings) != 0) return;
   const bool shown = (settings.c_lflag & ECHO) != 0;
-  if (shown != hidden) {
-    if (shown) silenced = false;  // there is nothing to undo later
-    return;
-  }
+  if (shown) silenced = false;  // there is nothing to undo later
+  if (shown != hidden) return;
   settings.c_lflag ^= ECHO;
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
 }
@@ -133,10 +125,12 @@ void StandardInput::discardTyped() {
 
 void StandardInput::start(Reader given) {
   reader = std::move(given);
-  if (terminal) {
-    continued = loop.onSignal(SIGCONT, [this] { resume(); });
-  }
-  wait();
+  if (terminal) continued = loop.onSignal(SIGCONT, [this] { resume(); });
+  // Use edge-triggered epoll, which reports new input only once. In the background, input cannot be read, so
+  // level-triggered epoll would report it endlessly. SIGCONT or new input wakes the loop later.
+  if (input) readable = loop.onDescriptor(input.get(), EPOLLIN | EPOLLET, [this] { goOn(); });
+  // epoll refuses regular files and "/dev/null". They never block, so read them right away.
+  if (!readable) goOn();
 }
 
 /// Called when this process may have come to the foreground. The shell or another program may have changed
@@ -145,14 +139,6 @@ void StandardInput::resume() {
   applyHiding();
   goOn();
   if (reader.onContinued && !isInBackground()) reader.onContinued();
-}
-
-void StandardInput::wait() {
-  // Use edge-triggered epoll, which reports new input only once. In the background, input cannot be read, so
-  // level-triggered epoll would report it endlessly. SIGCONT or new input wakes the loop later.
-  if (input) readable = loop.onDescriptor(input.get(), EPOLLIN | EPOLLET, [this] { goOn(); });
-  // epoll refuses regular files and "/dev/null". They never block, so read them right away.
-  if (!readable) goOn();
 }
 
 /// Handles one line or one read per turn of the loop, so that endless input does not delay other events.
@@ -190,7 +176,11 @@ bool StandardInput::readSome() {
   if (count < 0 && errno == EAGAIN) return false;
   if (count < 0 && errno == EIO && terminal && isInBackground()) return false;
   if (count <= 0) {
-    end();
+    hideTyping(false);
+    readable.reset();
+    continued.reset();
+    input.reset();
+    if (begun != "") lines.push_back(std::exchange(begun, ""));
     return true;
   }
   std::string_view bytes(buffer, static_cast<std::size_t>(count));
@@ -208,14 +198,6 @@ void StandardInput::append(std::string_view piece) {
   } else {
     begun.reset();
   }
-}
-
-void StandardInput::end() {
-  hideTyping(false);
-  readable.reset();
-  continued.reset();
-  input.reset();
-  if (begun != "") lines.push_back(std::exchange(begun, ""));
 }
 
 }  // namespace kestrune

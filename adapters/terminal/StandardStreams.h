@@ -38,9 +38,8 @@ class StandardInput {
     /// Called once per line, with the line without its newline, or with std::nullopt if the line is too long.
     /// Jobs that one call puts on the main queue run before the next call.
     std::function<void(const std::optional<std::string>&)> onLine;
-    std::function<void()> onEnd;  ///< called once, after the last line
-    std::function<void()> onContinued =
-        nullptr;  ///< called when this process is in the foreground again; may be null
+    std::function<void()> onEnd;          ///< called once, after the last line
+    std::function<void()> onContinued{};  ///< called when this process is back in the foreground; may be null
   };
 
   /// Descriptor 0 must be open; the constructor of `EventLoop` opens it if it is closed.
@@ -48,8 +47,7 @@ class StandardInput {
 
   void start(Reader reader);
 
-  /// Undoes the replacement of standard input by "/dev/null". To be called before execve, so that the new
-  /// program can read standard input.
+  /// Makes descriptor 0 refer to standard input again, for the program that execve starts.
   void restore() const;
 
   bool isTerminal() const { return terminal; }
@@ -70,13 +68,11 @@ class StandardInput {
   void discardTyped();
 
  private:
-  void wait();
   void resume();
   void goOn();
   bool takeTurn();
   bool readSome();
   void append(std::string_view piece);
-  void end();
   void applyHiding();
   bool isInBackground() const;
 
@@ -90,8 +86,7 @@ class StandardInput {
   std::deque<std::optional<std::string>> lines;  ///< to be given to `onLine`; std::nullopt: too long
   Reader reader;
   std::optional<std::string> begun{""};  ///< the unfinished line; absent if it is already too long
-  EventSource readable;
-  EventSource continued, foregroundCheck;
+  EventSource readable, continued, foregroundCheck;
 };
 
 }  // namespace kestrune
