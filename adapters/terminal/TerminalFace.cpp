@@ -10,13 +10,6 @@
 
 namespace kestrune {
 
-namespace {
-
-// While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
-constexpr Seconds resizePause{0.2};
-
-}  // namespace
-
 TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop)
     : AlertQueue(givenLoop.mainQueue()),
       loop(givenLoop),
@@ -37,6 +30,8 @@ void TerminalFace::addToStatusBar(double) {
                    },
                .onContinued = [this] { open.empty() ? printMenu() : resume(); }});
   if (output.isTerminal()) {
+    // While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
+    static constexpr Seconds resizePause{0.2};
     resized = loop.onSignal(SIGWINCH, [this] {
       redraw = loop.after(resizePause, [this] {
         if (open.empty()) return printMenu();
@@ -111,8 +106,7 @@ std::string TerminalFace::shownNow(const std::string& text) {
 }
 
 std::string TerminalFace::row(const MenuItem& item) const {
-  std::string text = std::to_string(item.id);
-  text.insert(0, text.size() < 2 ? 2 - text.size() : 0, ' ');
+  std::string text = (item.id < 10 ? " " : "") + std::to_string(item.id);
   if (item.isSeparator) return styles.faint(text + "      " + terminalRule) + "\n";
   text += "  " + (item.keyEquivalent.empty() ? " " : item.keyEquivalent) + " ";
   text += item.checked ? (*item.checked ? "✓ " : "✗ ") : "  ";
@@ -136,14 +130,20 @@ void TerminalFace::prompt(std::string text) {
 
 void TerminalFace::handleLine(const std::optional<std::string>& line) {
   if (!line) return refuseLine();
+  if (!open.empty()) return answerAlert(*line);
   const std::string text(trimmed(*line));
-  if (!open.empty()) {
-    answerAlert(*line);
-  } else if (text.empty() || text == "?") {
-    prompt(wholeMenu());
-  } else {
-    choose(text);
-  }
+  if (text.empty() || text == "?") return prompt(wholeMenu());
+  const auto chosen = std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
+    return std::to_string(item.id) == text || item.keyEquivalent == text;
+  });
+  if (chosen == menu.items.end()) return prompt("沒有這一列：" + displayRow(text) + "\n");
+  if (chosen->action.empty() || !chosen->enabled)
+    return prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
+  performMenuItem(MenuItem(*chosen));
+  // The action may print a prompt, at once or in a job that it queues. If no prompt was printed, print one.
+  queue.async([this, before = prompts] {
+    if (prompts == before && open.empty()) prompt();
+  });
 }
 
 void TerminalFace::refuseLine() {
@@ -153,23 +153,6 @@ void TerminalFace::refuseLine() {
   if (input.isTerminal() || !open.empty()) input.discardTyped();
   prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
          " 個位元組。請重新輸入。\n");
-}
-
-void TerminalFace::choose(const std::string& text) {
-  const auto chosen = std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
-    return std::to_string(item.id) == text || item.keyEquivalent == text;
-  });
-  if (chosen == menu.items.end()) {
-    prompt("沒有這一列：" + displayRow(text) + "\n");
-  } else if (chosen->action.empty() || !chosen->enabled) {
-    prompt("這一列只供查看：" + displayRow(chosen->title) + "\n");
-  } else {
-    performMenuItem(MenuItem(*chosen));
-    // The action may print a prompt, at once or in a job that it queues. If no prompt was printed, print one.
-    queue.async([this, before = prompts] {
-      if (prompts == before && open.empty()) prompt();
-    });
-  }
 }
 
 void TerminalFace::show(const Open& shown) {
@@ -183,9 +166,8 @@ void TerminalFace::show(const Open& shown) {
 }
 
 void TerminalFace::answerAlert(const std::string& line) {
-  TerminalDialogue& dialogue = *dialogues.back();
   std::string text = endOfUnseenLine();
-  const auto step = dialogue.take(line);
+  const auto step = dialogues.back()->take(line);
   text += step.text;
   if (!step.answer && step.action.empty()) return prompt(std::move(text));
   output.write(text);

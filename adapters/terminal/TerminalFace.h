@@ -39,9 +39,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// process exits.
   void close();
 
-  /// Makes descriptor 0 the standard input again, for the program that execve starts. Since the constructor,
-  /// this object reads the input through another descriptor, and descriptor 0 is "/dev/null". Call this just
-  /// before execve.
+  /// Makes descriptor 0 the standard input again (see `StandardInput`). Call this just before execve.
   void restoreInput() const { input.restore(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new
@@ -55,7 +53,6 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   std::string shownNow(const std::string& text);
   void handleLine(const std::optional<std::string>& line);
   void refuseLine();
-  void choose(const std::string& text);
   void show(const Open& shown) override;
   void raise() override {}
   void resume() override;
