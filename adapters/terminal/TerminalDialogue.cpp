@@ -1,7 +1,6 @@
 #include "adapters/terminal/TerminalDialogue.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include "text/Text.h"
@@ -24,14 +23,6 @@ constexpr auto plainColors = "\033[0m";
 /// The characters for a cell without colours, by the same indices as `cellColors`. Assumes light text on a
 /// dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
-
-/// Returns the number in `text`, or 0 if `text` is not a number.
-std::size_t numberIn(const std::string& text) {
-  std::size_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, number);
-  return parsed.ec == std::errc() && parsed.ptr == end ? number : 0;
-}
 
 bool isField(const View& view) {
   return view.kind == ViewKind::textField || view.kind == ViewKind::secureTextField;
@@ -78,8 +69,7 @@ std::string TerminalDialogue::begin() {
   for (std::string_view line; lines.next(line);) text += withoutControls(line) + "\n";
   if (!fields.empty())
     text += "（每一欄按 Enter 保留原值，輸入「" + std::string(emptyingWord) + "」清除。）\n";
-  text += "\n";
-  return text + advance();
+  return text + "\n" + advance();
 }
 
 /// Moves `next` to the next field, and returns the text before this field. If no field is left, returns the
@@ -111,10 +101,11 @@ TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
     return {.text = advance()};
   }
   // An empty line presses the first button.
-  const std::size_t number = answer.empty() ? 1 : numberIn(answer);
-  if (number >= 1 && number <= alert.buttons.size()) return {.answer = AlertAnswer{number - 1, fields}};
-  if (number > alert.buttons.size() && number <= alert.buttons.size() + buttons.size()) {
-    return {.action = buttons[number - alert.buttons.size() - 1]->action};
+  const std::string number = answer.empty() ? "1" : answer;
+  for (std::size_t i = 0; i < alert.buttons.size() + buttons.size(); ++i) {
+    if (std::to_string(i + 1) != number) continue;
+    if (i < alert.buttons.size()) return {.answer = AlertAnswer{i, fields}};
+    return {.action = buttons[i - alert.buttons.size()]->action};
   }
   return {.text = "請輸入按鈕編號。\n"};
 }
@@ -127,17 +118,9 @@ std::string TerminalDialogue::question() const {
   std::string_view line;
   LineSplitter(field.text).next(line);
   const std::string value = displayRow(line) + (line.size() < field.text.size() ? " …" : "");
-  std::string present;
-  if (asksForSecret()) {
-    present = value.empty() ? "（未填，輸入時不顯示）" : "（已填，不顯示）";
-  } else {
-    present = value.empty() ? "（未填）" : "［" + value + "］";
-  }
-  return displayRow(field.accessibilityLabel) + present + "> ";
-}
-
-bool TerminalDialogue::asksForSecret() const {
-  return asksForField() && parts[next]->kind == ViewKind::secureTextField;
+  const std::string name = displayRow(field.accessibilityLabel);
+  if (asksForSecret()) return name + (value.empty() ? "（未填，輸入時不顯示）" : "（已填，不顯示）") + "> ";
+  return name + (value.empty() ? "（未填）" : "［" + value + "］") + "> ";
 }
 
 std::string TerminalDialogue::textOf(const View& view) const {

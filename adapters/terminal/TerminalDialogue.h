@@ -27,7 +27,6 @@ class TerminalDialogue {
   /// `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
   TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows);
   TerminalDialogue(const TerminalDialogue&) = delete;
-  TerminalDialogue& operator=(const TerminalDialogue&) = delete;
 
   /// Returns the text to print first.
   std::string begin();
@@ -51,7 +50,7 @@ class TerminalDialogue {
   std::string question() const;
   bool asksForField() const { return next < parts.size(); }
   /// Returns whether the terminal must not echo the answer.
-  bool asksForSecret() const;
+  bool asksForSecret() const { return asksForField() && parts[next]->kind == ViewKind::secureTextField; }
 
  private:
   void collect(const View& view);
