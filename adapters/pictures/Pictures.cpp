@@ -10,7 +10,6 @@
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 #include "adapters/system/WholeFile.h"
 
@@ -20,8 +19,7 @@ namespace {
 
 constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
 constexpr unsigned largestSide = 1024;  // pixels; larger pictures are refused
-constexpr std::string_view icnsSignature = "icns";
-constexpr std::size_t icnsHeader = 8;  // bytes; four letters and the big-endian length of header and content
+constexpr std::size_t icnsHeader = 8;   // bytes; four letters and the big-endian length of header and content
 
 constexpr int quietZone = 4;  // the white border on each side, in modules (squares of the code)
 constexpr std::size_t bytesPerPixel = 4;
@@ -41,21 +39,15 @@ void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
     bitmaps.push_back(std::move(bitmap));
 }
 
-std::size_t bigEndian(std::string_view bytes) {
-  std::size_t value = 0;
-  for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
-  return value;
-}
-
 /// Adds the pictures in a PNG or ICNS file to `bitmaps`. In an ICNS file, reads only the PNG pictures.
 void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
   std::string content;
   if (readWholeFile(path, content)) return;
   std::string_view rest = content;
-  if (!rest.starts_with(icnsSignature) || rest.size() <= icnsHeader) return addPng(bitmaps, rest);
+  if (!rest.starts_with("icns") || rest.size() <= icnsHeader) return addPng(bitmaps, rest);
   rest.remove_prefix(icnsHeader);
   while (rest.size() > icnsHeader) {
-    const std::size_t length = bigEndian(rest.substr(4, 4));
+    const std::size_t length = png_get_uint_32(reinterpret_cast<png_const_bytep>(rest.data()) + 4);
     if (length <= icnsHeader || length > rest.size()) return;
     addPng(bitmaps, rest.substr(icnsHeader, length - icnsHeader));
     rest.remove_prefix(length);
@@ -69,8 +61,7 @@ ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   auto image = std::make_shared<Image>();
   image->width = bitmaps.front().width;
   image->height = bitmaps.front().height;
-  std::stable_sort(bitmaps.begin(), bitmaps.end(),
-                   [](const Bitmap& a, const Bitmap& b) { return a.width < b.width; });
+  std::ranges::stable_sort(bitmaps, {}, &Bitmap::width);
   image->bitmaps = std::move(bitmaps);
   return image;
 }
@@ -105,8 +96,6 @@ std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
 
 }  // namespace
 
-PngImages::PngImages(std::vector<std::string> folders) : dataFolders(std::move(folders)) {}
-
 ImageRef PngImages::imageFromFile(const std::string& path) {
   std::vector<Bitmap> bitmaps;
   addFile(bitmaps, path);
@@ -120,7 +109,6 @@ ImageRef PngImages::imageFromFile(const std::string& path) {
 }
 
 ImageRef PngImages::imageNamed(const std::string& name) {
-  if (name.find('/') != std::string::npos) return nullptr;
   for (const auto& folder : dataFolders) {
     std::vector<Bitmap> bitmaps;
     for (const int size : sizes) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ports/Image.h"
@@ -14,7 +15,7 @@ class PngImages final : public Images {
  public:
   /// `imageNamed` searches `dataFolders` in this order. In each folder, it looks into the icon theme hicolor
   /// (icons/hicolor/). If the theme lacks the icon, it looks into pixmaps/.
-  explicit PngImages(std::vector<std::string> dataFolders);
+  explicit PngImages(std::vector<std::string> folders) : dataFolders(std::move(folders)) {}
 
   ImageRef imageFromFile(const std::string& path) override;
   ImageRef imageNamed(const std::string& name) override;

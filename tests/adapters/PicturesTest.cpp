@@ -188,13 +188,6 @@ TEST_F(Png, OfAnIconOfTheUserComesBeforeThatOfTheMachine) {
   EXPECT_EQ(widths(images.imageNamed("Other")), std::vector{40});
 }
 
-TEST_F(Png, OfAnIconIsNullIfItsNameIsAPath) {
-  put("own/icons/hicolor/22x22/apps/Example.png", 22);
-  put("own/icons/hicolor/22x22/Example.png", 22);
-  EXPECT_EQ(images.imageNamed("../Example"), nullptr);
-  EXPECT_EQ(images.imageNamed(folder.file("own/icons/hicolor/22x22/Example")), nullptr);
-}
-
 TEST_F(Png, OfAnIconIsNullIfThereIsNone) {
   put("own/icons/hicolor/22x22/apps/Example.png", std::string("no image"));
   EXPECT_EQ(images.imageNamed("Example"), nullptr);
