@@ -8,8 +8,7 @@ namespace kestrune {
 void AlertQueue::present(AlertRequest request) {
   const bool isNew = !isThere(request.identifier);
   const bool comesOnTop = isNew && performing;
-  // If the alert is already open or has to wait, bring the open alerts to the front. Their windows may be
-  // minimised or on another workspace.
+  // The windows of the open alerts may be minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
   queue.async([this] { showNext(); });
@@ -18,9 +17,8 @@ void AlertQueue::present(AlertRequest request) {
 bool AlertQueue::isThere(const std::string& identifier) const {
   if (identifier.empty()) return false;
   const auto isSame = [&identifier](const AlertRequest& each) { return each.identifier == identifier; };
-  return std::any_of(waiting.begin(), waiting.end(), isSame) ||
-         std::any_of(stacking.begin(), stacking.end(), isSame) ||
-         std::any_of(open.begin(), open.end(), [&](const Open& each) { return isSame(each.request); });
+  return std::ranges::any_of(waiting, isSame) || std::ranges::any_of(stacking, isSame) ||
+         std::ranges::any_of(open, isSame, &Open::request);
 }
 
 void AlertQueue::showNext() {
@@ -34,7 +32,7 @@ void AlertQueue::showNext() {
 }
 
 void AlertQueue::press(int id, const std::string& action) {
-  const auto pressed = find(id);
+  const auto pressed = std::ranges::find(open, id, &Open::id);
   const auto target = pressed != open.end() ? pressed->alert.target.lock() : nullptr;
   if (target) {
     performing = true;
@@ -45,7 +43,7 @@ void AlertQueue::press(int id, const std::string& action) {
 }
 
 void AlertQueue::answer(int id, AlertAnswer answer) {
-  const auto ended = find(id);
+  const auto ended = std::ranges::find(open, id, &Open::id);
   if (ended == open.end()) return;
   if (answer.button && *answer.button >= ended->alert.buttons.size()) answer.button.reset();
   const auto completion = std::move(ended->request.completion);
@@ -67,10 +65,6 @@ void AlertQueue::forget() {
   waiting.clear();
   stacking.clear();
   open.clear();
-}
-
-std::vector<AlertQueue::Open>::iterator AlertQueue::find(int id) {
-  return std::find_if(open.begin(), open.end(), [id](const Open& each) { return each.id == id; });
 }
 
 }  // namespace kestrune

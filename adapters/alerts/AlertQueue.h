@@ -54,7 +54,6 @@ class AlertQueue : public Alerts {
   bool isThere(const std::string& identifier) const;
   void showNext();
   void goOn();
-  std::vector<Open>::iterator find(int id);
 
   std::deque<AlertRequest> waiting;
   /// Alerts that were requested while `performing` was true. Each is shown above the open alerts.
