@@ -43,13 +43,11 @@ constexpr bool isNewline(char32_t character) {
          character == 0x2029;
 }
 
-/// Returns whether `decoded` is the tab, a space separator (Zs) or a newline.
-bool isWhiteSpace(const Decoded& decoded) {
-  if (decoded.length == 0) return false;
-  const char32_t character = decoded.character;
-  if (character < 0x80) return character == ' ' || character == '\t' || isNewline(character);
-  return isNewline(character) ||
-         utf8proc_category(static_cast<utf8proc_int32_t>(character)) == UTF8PROC_CATEGORY_ZS;
+/// Returns whether `character` is the tab, a space separator (Zs) or a newline.
+bool isWhiteSpace(char32_t character) {
+  if (isNewline(character) || character == ' ' || character == '\t') return true;
+  if (character < 0x80 || character == invalidCharacter) return false;
+  return utf8proc_category(static_cast<utf8proc_int32_t>(character)) == UTF8PROC_CATEGORY_ZS;
 }
 
 constexpr bool isControl(char32_t character) {
@@ -65,10 +63,8 @@ bool isReadable(char32_t character) {
   return (character < 0xFDD0 || character > 0xFDEF) && (character & 0xFFFE) != 0xFFFE;
 }
 
-std::size_t skip(std::string_view text, std::size_t from, char first, char last) {
-  while (from < text.size() && text[from] >= first && text[from] <= last) ++from;
-  return from;
-}
+constexpr std::string_view parameters = "0123456789:;<=>?";
+constexpr std::string_view intermediates = " !\"#$%&'()*+,-./";
 
 /// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`. A sequence begins with
 /// ESC or with a C1 control character. Returns 0 if there is no sequence, or if it is unterminated.
@@ -78,7 +74,7 @@ std::size_t escapeSequenceLength(std::string_view text) {
   const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
   switch (kind) {
     case '[': {  // a control sequence (CSI)
-      const std::size_t end = skip(text, skip(text, 2, '0', '?'), ' ', '/');
+      const std::size_t end = text.find_first_not_of(intermediates, text.find_first_not_of(parameters, 2));
       return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
     }
     case ']':  // the control strings: OSC, DCS, SOS, PM and APC
@@ -96,7 +92,7 @@ std::size_t escapeSequenceLength(std::string_view text) {
       return 0;
     default: {
       if (isC1) return 0;
-      const std::size_t end = skip(text, 1, ' ', '/');
+      const std::size_t end = text.find_first_not_of(intermediates, 1);
       return end < text.size() && text[end] >= '0' && text[end] <= '~' ? end + 1 : 0;
     }
   }
@@ -132,13 +128,13 @@ bool isValidUtf8(std::string_view bytes) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  for (Decoded first = decode(text); isWhiteSpace(first); first = decode(text))
+  for (Decoded first = decode(text); isWhiteSpace(first.character); first = decode(text))
     text.remove_prefix(first.length);
   while (!text.empty()) {
     std::size_t begin = text.size() - 1;
     while (begin > 0 && text.size() - begin < 4 && isContinuation(text[begin])) --begin;
     const Decoded last = decode(text.substr(begin));
-    if (begin + last.length != text.size() || !isWhiteSpace(last)) break;
+    if (begin + last.length != text.size() || !isWhiteSpace(last.character)) break;
     text = text.substr(0, begin);
   }
   return text;
