@@ -16,8 +16,6 @@ struct StatusButton {
   ImagePosition imagePosition = ImagePosition::noImage;
   std::optional<std::string> toolTip{};
   std::optional<std::string> accessibilityLabel{};
-
-  bool operator==(const StatusButton&) const = default;
 };
 
 /// The client's item in the status bar: a menu, and usually a button. Each user interface (tray or terminal)
