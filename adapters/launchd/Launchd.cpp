@@ -2,14 +2,6 @@
 
 namespace kestrune {
 
-std::string LaunchdAgents::path(const std::string& label) const {
-  return files.homeDirectoryPath() + "/Library/LaunchAgents/" + label + ".plist";
-}
-
-bool LaunchdAgents::isRegistered(const std::string& label) const {
-  return files.fileExists(path(label));
-}
-
 /// Ignores the repository's path: the program finds the repository from its own path.
 std::optional<std::string> LaunchdAgents::document(const std::string& label,
                                                    const std::string& executablePath,
@@ -32,20 +24,6 @@ std::optional<std::string> LaunchdAgents::document(const std::string& label,
   <false/>
 </dict>
 </plist>)";
-}
-
-void LaunchdAgents::repair(const std::string&, const std::string&) {}
-
-std::string LaunchdServiceControl::unloadLine(const std::string& label) const {
-  return "launchctl bootout " + domain + "/" + label + " || true";
-}
-
-std::string LaunchdServiceControl::endMatchingLine(const std::string& pattern) const {
-  return "pkill -f '" + pattern + "' || true";
-}
-
-std::string LaunchdServiceControl::killListenersLine(int port) const {
-  return "lsof -ti tcp:" + std::to_string(port) + " | xargs kill -9 2>/dev/null || true";
 }
 
 }  // namespace kestrune

@@ -15,13 +15,15 @@ class LaunchdAgents final : public LaunchAgents {
   /// `givenFiles` must outlive this object.
   explicit LaunchdAgents(const FileManager& givenFiles) : files(givenFiles) {}
 
-  std::string path(const std::string& label) const override;
+  std::string path(const std::string& label) const override {
+    return files.homeDirectoryPath() + "/Library/LaunchAgents/" + label + ".plist";
+  }
   bool areRead() const override { return true; }
-  bool isRegistered(const std::string& label) const override;
+  bool isRegistered(const std::string& label) const override { return files.fileExists(path(label)); }
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
   /// Does nothing. On macOS, an upgrade does not change the path of the program.
-  void repair(const std::string& label, const std::string& repoPath) override;
+  void repair(const std::string&, const std::string&) override {}
 
  private:
   const FileManager& files;
@@ -32,9 +34,15 @@ class LaunchdServiceControl final : public ServiceControl {
  public:
   explicit LaunchdServiceControl(unsigned userID) : domain("gui/" + std::to_string(userID)) {}
 
-  std::string unloadLine(const std::string& label) const override;
-  std::string endMatchingLine(const std::string& pattern) const override;
-  std::string killListenersLine(int port) const override;
+  std::string unloadLine(const std::string& label) const override {
+    return "launchctl bootout " + domain + "/" + label + " || true";
+  }
+  std::string endMatchingLine(const std::string& pattern) const override {
+    return "pkill -f '" + pattern + "' || true";
+  }
+  std::string killListenersLine(int port) const override {
+    return "lsof -ti tcp:" + std::to_string(port) + " | xargs kill -9 2>/dev/null || true";
+  }
 
  private:
   const std::string domain;
