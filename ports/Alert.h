@@ -94,8 +94,7 @@ struct AlertRequest {
 };
 
 /// Shows alerts one at a time, in the order of the requests. If a button inside an open alert requests
-/// another alert, that alert is shown at once, on top of the open one. Each user interface (tray or terminal)
-/// implements `Alerts` and `StatusItem`. Main thread.
+/// another alert, that alert is shown at once, on top of the open one. Main thread.
 class Alerts {
  public:
   virtual ~Alerts() = default;

@@ -46,9 +46,8 @@ class Images {
  public:
   virtual ~Images() = default;
 
-  /// Returns the image in the file at `path`; null when this file cannot be read or decoded. The
-  /// image's `bitmaps` also hold the picture at other resolutions, from files in the same folder. On Linux,
-  /// for example, the file "name-32.png" has the picture of "name.png" with a width of 32 pixels.
+  /// Returns the image in the file at `path`; null when this file cannot be read or decoded. The image's
+  /// `bitmaps` also hold the picture at other resolutions, from files in the same folder.
   virtual ImageRef imageFromFile(const std::string& path) = 0;
 
   /// Returns the icon `name` of the desktop's icon theme; null when the theme has no such icon.
@@ -60,8 +59,7 @@ class Images {
   /// Makes QR codes of the bytes of `message` in byte mode. Returns two symbols if the symbol with
   /// error-correction level L is smaller than the symbol with level M (L first, for a small screen);
   /// otherwise only M. Each bitmap has one pixel for each module, black on white, and a quiet zone (white
-  /// margin) of four modules. Returns an empty vector when the message is too long for level M or cannot be
-  /// encoded.
+  /// margin) of four modules. Empty when the message is too long for level M or cannot be encoded.
   virtual std::vector<Bitmap> qrCode(const std::string& message) = 0;
 };
 

@@ -6,8 +6,7 @@
 namespace kestrune {
 
 /// Programs (agents) that the desktop starts at login. Each agent has one file, named after its label; on
-/// Linux, an autostart entry. To register an agent, the caller writes `document` to the file `path`. Main
-/// thread.
+/// Linux, an autostart entry. To register an agent, the caller writes `document` to `path`. Main thread.
 class LaunchAgents {
  public:
   virtual ~LaunchAgents() = default;
@@ -20,9 +19,8 @@ class LaunchAgents {
   /// Returns whether the agent's file exists and the agent is not switched off in the desktop's settings.
   virtual bool isRegistered(const std::string& label) const = 0;
 
-  /// Returns the contents of an agent's file. With this file, the program `executablePath` starts at login
-  /// and uses the backend in the folder `repoPath`. Absent when a path contains a character that the file
-  /// format cannot hold.
+  /// Returns the contents of the file with which the program `executablePath` starts at login and uses the
+  /// backend in the folder `repoPath`. Absent if the format cannot hold a character of a path.
   virtual std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                               const std::string& repoPath) const = 0;
 

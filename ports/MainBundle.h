@@ -16,8 +16,7 @@ class MainBundle {
   /// Returns the path that the program's file had when the process started; absent if unknown.
   virtual std::optional<std::string> executablePath() const = 0;
 
-  /// Returns the path of the file "name.extension" among the application's resources; absent when there is no
-  /// such file.
+  /// Returns the path of the application's resource file "name.extension"; absent if there is none.
   virtual std::optional<std::string> pathForResource(const std::string& name,
                                                      const std::string& extension) const = 0;
 

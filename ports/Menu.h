@@ -13,8 +13,7 @@ class ActionTarget {
  public:
   virtual ~ActionTarget() = default;
 
-  /// Performs `action`, which is the `MenuItem::action` or `View::action`. Ignores an unknown action. Main
-  /// thread.
+  /// Performs `action`, a `MenuItem::action` or `View::action`. Ignores an unknown action. Main thread.
   virtual void performAction(std::string_view action) = 0;
 };
 
@@ -35,8 +34,7 @@ struct MenuItem {
   }
 };
 
-/// Describes a whole menu. Each change makes a new `Menu`, which the face (tray or terminal) compares with
-/// the old one.
+/// A whole menu. Each change makes a new `Menu`, which the face (tray or terminal) compares with the old one.
 struct Menu {
   std::vector<MenuItem> items;
 

@@ -27,8 +27,7 @@ class PathMonitor {
   /// after a short interruption, or when the machine got another address or another network of the same type.
   virtual void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) = 0;
 
-  /// Stops the updates. After this returns, `onUpdate` is not called again, not even by a job that is already
-  /// queued. Main thread.
+  /// Stops the updates: `onUpdate` is not called again, not even by a job already queued. Main thread.
   virtual void cancel() = 0;
 };
 

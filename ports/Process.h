@@ -32,8 +32,7 @@ class Process {
   /// Sends SIGTERM to every process in the child's process group.
   virtual void terminateGroup() = 0;
 
-  /// Returns the child's exit status; not 0 if a signal killed the child. Call this after the child has
-  /// ended.
+  /// Returns the child's exit status; not 0 if a signal killed the child. Call this after the child's end.
   virtual int terminationStatus() const = 0;
 
   /// Returns the child's standard output, followed by its standard error. Reads each pipe until end of file,

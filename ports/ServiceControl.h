@@ -16,7 +16,6 @@ class ServiceControl {
   /// Returns a shell line that sends SIGTERM to every process whose command line matches `pattern`, a regular
   /// expression. On Linux, the line sends no signal to processes of `KestruneMenuClient` and
   /// `KestruneMenuDialogs`, nor to their ancestors.
-  ///
   /// `pattern` must begin with a letter or digit. On Linux, the line encloses this character in brackets: for
   /// the pattern "name", it contains "[n]ame". Without the brackets, the pattern would also match the shell
   /// that runs the line.

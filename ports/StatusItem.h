@@ -27,8 +27,7 @@ class StatusItem {
 
   virtual ~StatusItem() = default;
 
-  /// Adds the item to the status bar. If there is no status bar yet, the item appears as soon as there is
-  /// one. Called once, before any other function.
+  /// Adds the item to the status bar, as soon as there is one. Called once, before any other function.
   virtual void addToStatusBar(double length) = 0;
 
   /// Returns whether the item has a button. If it has none, `setButton` must not be called; `setMenu` may.
