@@ -27,9 +27,7 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
     : BusClient(givenConnection),
       clock(givenClock),
       protocol(std::move(givenProtocol)),
-      owner(connection, protocol.name, [this](const auto&) { ownerChanged(); }),
-      absentUntil(clock.continuousTime()),
-      silentUntil(absentUntil) {
+      owner(connection, protocol.name, [this](const auto&) { ownerChanged(); }) {
   connection.add(*this);
 }
 
@@ -42,24 +40,27 @@ bool InhibitorService::isPresent() const {
   return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
-bool InhibitorService::mayBeAsked() const {
-  // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
-  return isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0;
-}
-
 bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
-  while (mayBeAsked()) {
-    const BusMessage call = newRequest(reason);
-    if (!call) return false;
+  // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
+  while (isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0) {
     Grant grant{owner.owner(), protocol.paths[path], 0, {}};
+    // Call the unique name: a call to the well-known name would make the bus daemon start a service that has
+    // ended.
+    BusMessage call, reply;
+    sd_bus_message_new_method_call(bus, Into(call), grant.owner.c_str(), grant.path, protocol.interface,
+                                   "Inhibit");
+    if (protocol.appendArguments(call.get(), reason.c_str()) < 0) return false;
     sd_bus_error error{};
-    BusMessage reply;
     const int result = sd_bus_call(bus, call.get(), answerTime, &error, Into(reply));
     const bool isOffered = result >= 0 || !saysNotOffered(&error);
     sd_bus_error_free(&error);
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
-      expectLateGrant(call.get(), std::move(grant));
+      // Keep the grant, so that `answered` can release the inhibitor if the service grants it later.
+      std::uint64_t serial = 0;
+      sd_bus_message_get_cookie(call.get(), &serial);
+      lateGrants.insert_or_assign(serial, std::move(grant));
+      if (lateGrants.size() > lateGrantLimit) lateGrants.erase(lateGrants.begin());
     } else if (result >= 0 && read(reply.get(), grant)) {
       grants.insert_or_assign(holder, std::move(grant));
     }
@@ -73,20 +74,8 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
   return false;
 }
 
-/// Called when `call` has timed out. Stores `grant`, so that `answered` can release the inhibitor if the
-/// service grants it later.
-void InhibitorService::expectLateGrant(sd_bus_message* call, Grant grant) {
-  std::uint64_t serial = 0;
-  if (sd_bus_message_get_cookie(call, &serial) < 0) return;
-  lateGrants.insert_or_assign(serial, std::move(grant));
-  if (lateGrants.size() > lateGrantLimit) lateGrants.erase(lateGrants.begin());
-}
-
 void InhibitorService::release(std::uint32_t holder) {
-  const auto found = grants.find(holder);
-  if (found == grants.end()) return;
-  release(found->second);
-  grants.erase(found);
+  if (const auto granted = grants.extract(holder)) release(granted.mapped());
 }
 
 bool InhibitorService::holds(std::uint32_t holder) const {
@@ -110,16 +99,6 @@ void InhibitorService::ownerChanged() {
   absentUntil = silentUntil = clock.continuousTime();
 }
 
-/// Returns a message that calls "Inhibit"; null on failure. Its destination is the service's unique name,
-/// because a call to the well-known name would make the bus daemon start a service that has ended.
-BusMessage InhibitorService::newRequest(const std::string& reason) const {
-  BusMessage request;
-  sd_bus_message_new_method_call(bus, Into(request), owner.owner().c_str(), protocol.paths[path],
-                                 protocol.interface, "Inhibit");
-  if (request && protocol.appendArguments(request.get(), reason.c_str()) < 0) request.reset();
-  return request;
-}
-
 int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {
   std::uint64_t serial = 0;
   if (sd_bus_message_get_reply_cookie(message, &serial) < 0) return 0;
@@ -128,9 +107,8 @@ int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {
   // Accept an answer only from the service, or from the bus daemon, which answers if the service is gone.
   const char* const sender = sd_bus_message_get_sender(message);
   if (!isFromBusDaemon(message) && (sender == nullptr || found->second.owner != sender)) return 0;
-  Grant grant = std::move(found->second);
-  lateGrants.erase(found);
-  if (read(message, grant)) release(grant);
+  auto late = lateGrants.extract(found);
+  if (read(message, late.mapped())) release(late.mapped());
   return 1;
 }
 

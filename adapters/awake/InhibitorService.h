@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "adapters/bus/NameOwner.h"
-#include "adapters/bus/SessionBus.h"
 #include "adapters/system/FileDescriptor.h"
 #include "ports/Clock.h"
 
@@ -58,9 +57,6 @@ class InhibitorService final : public BusClient {
     FileDescriptor descriptor;
   };
 
-  BusMessage newRequest(const std::string& reason) const;
-  bool mayBeAsked() const;
-  void expectLateGrant(sd_bus_message* call, Grant grant);
   bool read(sd_bus_message* reply, Grant& grant) const;
   void release(const Grant& grant) const;
   void ownerChanged();
@@ -71,8 +67,8 @@ class InhibitorService final : public BusClient {
   NameOwner owner;
 
   std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
-  Seconds absentUntil;                    ///< `isPresent` is false until this time (Clock::continuousTime)
-  Seconds silentUntil;                    ///< no request is sent until this time (Clock::continuousTime)
+  Seconds absentUntil{};                  ///< `isPresent` is false until this time (Clock::continuousTime)
+  Seconds silentUntil{};                  ///< no request is sent until this time (Clock::continuousTime)
   std::map<std::uint32_t, Grant> grants;  ///< key: holder
   /// Requests that timed out. If the service grants one later, `answered` releases the inhibitor. Key:
   /// serial number of the call.
