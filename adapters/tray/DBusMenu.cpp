@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <set>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -14,27 +12,22 @@ namespace {
 
 constexpr auto menuInterface = "com.canonical.dbusmenu";
 constexpr std::uint32_t protocolVersion = 3;
+constexpr std::string_view clickEvent = "clicked";
 
 constexpr std::array<std::string_view, 7> propertyNames{
     "children-display", "enabled", "label", "shortcut", "toggle-state", "toggle-type", "type"};
 
-/// The properties that a host asks for.
-struct PropertyFilter {
-  bool everything = true;
-  std::set<std::string_view> names{};  ///< the known properties that the host names; not used if `everything`
-
-  bool passes(const std::string& name) const { return everything || names.contains(name); }
-};
+/// The names of the properties that a host asks for; empty: it asks for all properties.
+using PropertyFilter = std::set<std::string_view>;
 
 using Ids = std::span<const std::int32_t>;
 
 int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   int result = sd_bus_message_enter_container(call, 'a', "s");
   for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
-    filter.everything = false;
-    // Keep only the names of known properties: a caller may send millions of names.
+    // Insert "" for an unknown name: a caller may send millions of names.
     const auto known = std::find(propertyNames.begin(), propertyNames.end(), name);
-    if (known != propertyNames.end()) filter.names.insert(*known);
+    filter.insert(known == propertyNames.end() ? "" : *known);
   }
   return result < 0 ? result : sd_bus_message_exit_container(call);
 }
@@ -82,7 +75,7 @@ void appendProperties(sd_bus_message* message, const MenuLayout::Properties& pro
                       const PropertyFilter& filter) {
   container(message, 'a', "{sv}", [&] {
     for (const auto& property : properties) {
-      if (!filter.passes(property.first)) continue;
+      if (!filter.empty() && !filter.contains(property.first)) continue;
       container(message, 'e', "sv", [&] {
         sd_bus_message_append(message, "s", property.first.c_str());
         appendValue(message, property.second);
@@ -113,10 +106,6 @@ void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int dep
       }
     });
   });
-}
-
-bool isClick(const char* event) {
-  return std::strcmp(event, "clicked") == 0;
 }
 
 int unknownId(sd_bus_error* error, int id) {
@@ -203,12 +192,10 @@ void DBusMenu::announce(const MenuLayout& before) {
   std::map<int, MenuLayout::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
   for (const auto& [id, properties] : rows.properties) {
-    const auto known = before.properties.find(id);
-    if (known == before.properties.end()) continue;
-    const MenuLayout::Properties& previous = known->second;
+    if (!before.properties.contains(id)) continue;
+    const MenuLayout::Properties& previous = before.properties.at(id);
     for (const auto& [name, value] : properties) {
-      const auto was = previous.find(name);
-      if (was == previous.end() || was->second != value) updated[id].emplace(name, value);
+      if (!previous.contains(name) || previous.at(name) != value) updated[id].emplace(name, value);
     }
     for (const auto& [name, value] : previous) {
       if (!properties.contains(name)) removed[id].push_back(name);
@@ -216,24 +203,22 @@ void DBusMenu::announce(const MenuLayout& before) {
   }
   if (updated.empty() && removed.empty()) return;
 
-  sd_bus_message* signal = nullptr;
-  if (sd_bus_message_new_signal(bus, &signal, objectPath, menuInterface, "ItemsPropertiesUpdated") < 0)
-    return;
-  const BusMessage owned(signal);
-  container(signal, 'a', "(ia{sv})", [&] {
-    for (const auto& [id, properties] : updated) appendRowProperties(signal, id, properties);
+  BusMessage signal;
+  sd_bus_message_new_signal(bus, Into(signal), objectPath, menuInterface, "ItemsPropertiesUpdated");
+  container(signal.get(), 'a', "(ia{sv})", [&] {
+    for (const auto& [id, properties] : updated) appendRowProperties(signal.get(), id, properties);
   });
-  container(signal, 'a', "(ias)", [&] {
+  container(signal.get(), 'a', "(ias)", [&] {
     for (const auto& row : removed) {
-      container(signal, 'r', "ias", [&] {
-        sd_bus_message_append(signal, "i", row.first);
-        container(signal, 'a', "s", [&] {
-          for (const auto& name : row.second) sd_bus_message_append(signal, "s", name.c_str());
+      container(signal.get(), 'r', "ias", [&] {
+        sd_bus_message_append(signal.get(), "i", row.first);
+        container(signal.get(), 'a', "s", [&] {
+          for (const auto& name : row.second) sd_bus_message_append(signal.get(), "s", name.c_str());
         });
       });
     }
   });
-  sd_bus_send(bus, signal, nullptr);
+  sd_bus_send(bus, signal.get(), nullptr);
 }
 
 int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
@@ -255,15 +240,13 @@ int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
   PropertyFilter filter;
   if (const int result = readIds(call, ids); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
-  // Return each row once, even if the call names it many times. Otherwise a caller could make the reply huge.
-  std::set<int> wanted;
-  std::copy_if(ids.begin(), ids.end(), std::inserter(wanted, wanted.end()),
-               [this](int id) { return hasRow(id); });
 
   const BusMessage reply = replyTo(call);
+  // Return each row once, even if the call names it many times. Otherwise a caller could make the reply huge.
   container(reply.get(), 'a', "(ia{sv})", [&] {
     for (const auto& [id, properties] : rows.properties) {
-      if (ids.empty() || wanted.contains(id)) appendRowProperties(reply.get(), id, properties, filter);
+      const bool isWanted = ids.empty() || std::find(ids.begin(), ids.end(), id) != ids.end();
+      if (isWanted) appendRowProperties(reply.get(), id, properties, filter);
     }
   });
   return sd_bus_send(nullptr, reply.get(), nullptr);
@@ -298,7 +281,7 @@ int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
   const char* name = nullptr;
   if (const int result = sd_bus_message_read(call, "is", &id, &name); result < 0) return result;
   if (!hasRow(id)) return unknownId(error, id);
-  if (isClick(name)) choose(id);
+  if (name == clickEvent) choose(id);
   return sd_bus_reply_method_return(call, "");
 }
 
@@ -319,7 +302,7 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
       unknown.insert(id);
     } else {
       anyKnown = true;
-      if (isClick(name) && clicked.insert(id).second) choose(id);
+      if (name == clickEvent && clicked.insert(id).second) choose(id);
     }
   }
   if (result < 0) return result;
