@@ -1,8 +1,6 @@
 #include "adapters/awake/Inhibitors.h"
 
 #include <algorithm>
-#include <initializer_list>
-#include <iterator>
 
 namespace kestrune {
 
@@ -62,7 +60,15 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
   const std::uint32_t identifier = ++lastIdentifier;
   assertions.emplace(identifier, type);
-  if (inhibit(identifier, type, name)) return identifier;
+  // Call `servicesFor` before each pass of this loop. When a service turns out to have no method "Inhibit",
+  // its `isPresent` becomes false, and `servicesFor` may return other services.
+  for (auto services = servicesFor(type); !services.empty(); services = servicesFor(type)) {
+    const auto next =
+        std::find_if(services.begin(), services.end(),
+                     [identifier](const InhibitorService* each) { return !each->holds(identifier); });
+    if (next == services.end()) return identifier;
+    if (!(*next)->inhibit(identifier, name) && (*next)->isPresent()) break;
+  }
   release(identifier);
   return std::nullopt;
 }
@@ -84,34 +90,16 @@ void Inhibitors::release(std::uint32_t identifier) {
 
 /// Returns the running services that must each grant an inhibitor for an assertion of this type.
 Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
-  Services found;
-  const auto addPresent = [&found](std::initializer_list<InhibitorService*> services) {
-    std::copy_if(services.begin(), services.end(), std::back_inserter(found),
-                 [](const InhibitorService* each) { return each->isPresent(); });
+  const auto present = [](Services services) {
+    std::erase_if(services, [](const InhibitorService* each) { return !each->isPresent(); });
+    return services;
   };
-  if (type == PowerAssertionType::preventUserIdleSystemSleep) {
-    // logind alone is not enough: the power-management service can suspend the machine by itself.
-    addPresent({&login, &powerManagement});
-    return found;
-  }
-  addPresent({&sessionManager});
-  if (found.empty()) addPresent({&screenSaver, &powerManagement});
-  if (found.empty()) addPresent({&login});
+  // logind alone is not enough: the power-management service can suspend the machine by itself.
+  if (type == PowerAssertionType::preventUserIdleSystemSleep) return present({&login, &powerManagement});
+  Services found = present({&sessionManager});
+  if (found.empty()) found = present({&screenSaver, &powerManagement});
+  if (found.empty()) found = present({&login});
   return found;
-}
-
-bool Inhibitors::inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name) {
-  for (;;) {
-    // Call `servicesFor` in every pass of this loop. When a service turns out to have no method "Inhibit",
-    // its `isPresent` becomes false, and `servicesFor` may return other services.
-    const auto services = servicesFor(type);
-    if (services.empty()) return false;
-    const auto next =
-        std::find_if(services.begin(), services.end(),
-                     [identifier](const InhibitorService* each) { return !each->holds(identifier); });
-    if (next == services.end()) return true;
-    if (!(*next)->inhibit(identifier, name) && (*next)->isPresent()) return false;
-  }
 }
 
 }  // namespace kestrune

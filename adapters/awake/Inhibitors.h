@@ -31,7 +31,6 @@ class Inhibitors final : public PowerAssertions {
   using Services = std::vector<InhibitorService*>;
 
   Services servicesFor(PowerAssertionType type);
-  bool inhibit(std::uint32_t identifier, PowerAssertionType type, const std::string& name);
 
   std::map<std::uint32_t, PowerAssertionType> assertions;  ///< key: identifier
   std::uint32_t lastIdentifier = 0;
