@@ -1,7 +1,6 @@
 #include "adapters/desktop/DesktopNotifications.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "text/Text.h"
@@ -10,9 +9,8 @@ namespace kestrune {
 
 namespace {
 
-constexpr auto daemonName = "org.freedesktop.Notifications";
+constexpr auto daemonName = "org.freedesktop.Notifications";  // also the name of its D-Bus interface
 constexpr auto daemonPath = "/org/freedesktop/Notifications";
-constexpr auto daemonInterface = "org.freedesktop.Notifications";
 
 constexpr std::size_t lastingLimit = 32;       // only the newest 32 lasting notifications can be withdrawn
 constexpr std::uint64_t unsentLimit = 64;      // messages queued in sd-bus; with more, `add` does nothing
@@ -24,19 +22,15 @@ constexpr std::size_t bodyLineLimit = 40;
 /// and `bodyLineLimit` lines.
 std::string readableBody(std::string_view body) {
   const std::string_view beginning = withinBytes(body, bodyByteLimit);
-  bool cut = beginning.size() < body.size();
   std::string text;
-  std::size_t count = 0;
   LineSplitter lines(beginning);
-  for (std::string_view line; lines.next(line); ++count) {
-    cut = cut || count == bodyLineLimit;
-    if (count == bodyLineLimit) break;
+  std::string_view line;
+  for (std::size_t count = 0; count < bodyLineLimit && lines.next(line); ++count) {
     if (count > 0) text += '\n';
     text += withoutControls(line);
   }
-  std::string shown = shortened(text, bodyLimit);
-  const bool showsTheCut = shown.size() < text.size();
-  return cut && !showsTheCut ? shown + "..." : shown;
+  if (beginning.size() < body.size() || lines.next(line)) text += "...";
+  return shortened(text, bodyLimit);
 }
 
 }  // namespace
@@ -55,13 +49,11 @@ void DesktopNotifications::busLost() {
 }
 
 void DesktopNotifications::daemonChanged(const std::optional<std::string>& before) {
-  question.reset();
-  readsMarkup.reset();
-  // If another daemon ran before, clear `lasting`: the notifications of that daemon are gone. If no daemon
-  // ran, keep `lasting`: these notifications may be waiting in the bus, which starts the daemon for them.
-  if (!before.value_or("").empty()) lasting.clear();
+  // If another daemon ran before, its notifications are gone, as if the bus had been lost. If no daemon ran,
+  // keep `lasting`: these notifications may be waiting in the bus, which starts the daemon for them.
+  if (!before.value_or("").empty()) busLost();
   if (daemon.owner().empty()) return;
-  sd_bus_call_method_async(bus, Into(question), daemon.owner().c_str(), daemonPath, daemonInterface,
+  sd_bus_call_method_async(bus, Into(question), daemon.owner().c_str(), daemonPath, daemonName,
                            "GetCapabilities", &handler<&DesktopNotifications::answered>, this, "");
 }
 
@@ -71,7 +63,7 @@ void DesktopNotifications::answered(sd_bus_message* reply) {
   const char* capability = nullptr;
   int result = 0;
   while ((result = sd_bus_message_read(reply, "s", &capability)) > 0)
-    markup = markup || std::strcmp(capability, "body-markup") == 0;
+    markup = markup || capability == std::string_view("body-markup");
   if (result == 0) readsMarkup = markup;
 }
 
@@ -89,8 +81,7 @@ void DesktopNotifications::add(const Notification& notification) {
   // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
   // expiration.
   BusMessage call;
-  sd_bus_message_new_method_call(bus, Into(call), daemonName, daemonPath, daemonInterface, "Notify");
-  if (!call) return;
+  sd_bus_message_new_method_call(bus, Into(call), daemonName, daemonPath, daemonName, "Notify");
   sd_bus_message_append(call.get(), "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
@@ -117,7 +108,7 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
   if (found->reply) return;
   // Call the daemon by its unique name, so that the bus does not start another daemon.
   if (found->number != 0) {
-    sd_bus_call_method_async(bus, nullptr, daemon.owner().c_str(), daemonPath, daemonInterface,
+    sd_bus_call_method_async(bus, nullptr, daemon.owner().c_str(), daemonPath, daemonName,
                              "CloseNotification", nullptr, nullptr, "u", found->number);
   }
   lasting.erase(found);
