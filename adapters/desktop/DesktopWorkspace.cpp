@@ -27,8 +27,7 @@ void DesktopWorkspace::open(const std::string& path) {
   // Make the path absolute, so that it cannot be taken for an option or a URL.
   const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
   std::string failures;
-  using Command = std::pair<std::string, std::vector<std::string>>;
-  std::vector<Command> commands{{"xdg-open", {absolute}}, {"gio", {"open", absolute}}};
+  std::vector<SpawnOptions> commands{{"xdg-open", {absolute}}, {"gio", {"open", absolute}}};
   // When a service ends, systemd kills the processes in its cgroup. So start the desktop's program in a scope
   // of its own, if possible: it may hold unsaved work.
   if (starter == Starter::service) {
@@ -39,16 +38,12 @@ void DesktopWorkspace::open(const std::string& path) {
         "exec \"$@\"";
     commands = {{"/bin/sh", {"-c", script, absolute}}};
   }
-  for (const auto& [program, words] : commands) {
+  for (auto& command : commands) {
+    command.input = command.output = command.error = nothing.get();
     pid_t pid = 0;
-    const int failure = spawn({.executable = program,
-                               .arguments = words,
-                               .input = nothing.get(),
-                               .output = nothing.get(),
-                               .error = nothing.get()},
-                              pid);
+    const int failure = spawn(command, pid);
     if (failure == 0) return loop.reap(pid);
-    failures += ": " + program + ": " + describe(failure);
+    failures += ": " + command.executable + ": " + describe(failure);
   }
   reportOnce("cannot open " + withoutControls(absolute) + failures + "; install xdg-utils");
 }
