@@ -158,10 +158,6 @@ void DBusMenu::busConnected() {
   sd_bus_add_object_vtable(bus, Into(object), objectPath, menuInterface, interface, this);
 }
 
-void DBusMenu::busLost() {
-  object.reset();
-}
-
 void DBusMenu::setMenu(Menu menu) {
   items = std::move(menu.items);
   rebuild();

@@ -51,7 +51,6 @@ class DBusMenu final : public BusClient {
   void setForm(const TrayHostForm& form);
 
   void busConnected() override;
-  void busLost() override;
 
  private:
   void rebuild();

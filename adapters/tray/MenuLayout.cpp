@@ -1,6 +1,4 @@
-#include <array>
 #include <cctype>
-#include <utility>
 
 #include "adapters/tray/DBusMenu.h"
 #include "text/Text.h"
@@ -14,7 +12,7 @@ struct Submenu {
   int row;          ///< ID of the row that opens the submenu
   int first, last;  ///< IDs of the rows in the submenu
 };
-constexpr std::array submenus{Submenu{2, 3, 11}, Submenu{20, 21, 27}};
+constexpr Submenu submenus[] = {{2, 3, 11}, {20, 21, 27}};
 
 /// Returns the label that a host displays as `title`. Doubles the underscores that the host would hide: a
 /// single underscore marks the access key.
@@ -27,9 +25,8 @@ std::string label(const std::string& title, const TrayHostForm& form) {
   return text;
 }
 
-/// Returns a shortcut's keys: Control, Shift for an upper-case letter, and the key. Empty for no shortcut.
+/// Returns the keys of a shortcut: Control, Shift for an upper-case letter, and the key `keyEquivalent`.
 MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
-  if (keyEquivalent.empty()) return {};
   MenuLayout::Shortcut keys{"Control"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
   if (std::isupper(letter)) keys.emplace_back("Shift");
@@ -45,7 +42,7 @@ MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& fo
     properties["toggle-type"] = std::string("checkmark");
     properties["toggle-state"] = std::int32_t{*item.checked ? 1 : 0};
   }
-  if (auto keys = shortcut(item.keyEquivalent, form); !keys.empty()) properties["shortcut"] = std::move(keys);
+  if (!item.keyEquivalent.empty()) properties["shortcut"] = shortcut(item.keyEquivalent, form);
   return properties;
 }
 

@@ -1,7 +1,6 @@
 #include "adapters/tray/StatusNotifierItem.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,11 +17,6 @@ constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 /// or the description of the icon for markup, and drop the whole tooltip if the markup is malformed.
 std::string withoutMarkup(const std::optional<std::string>& text) {
   return replacingAll(replacingAll(displayRow(text.value_or("")), "<", "＜"), "&", "＆");
-}
-
-const std::vector<Bitmap>& bitmapsOf(const StatusButton& button) {
-  static const std::vector<Bitmap> none;
-  return button.image ? button.image->bitmaps : none;
 }
 
 bool isGrey(const Bitmap& bitmap) {
@@ -115,16 +109,9 @@ void StatusNotifierItem::busConnected() {
   sd_bus_match_signal_async(bus, Into(hostMatch), nullptr, watcherPath, watcherName,
                             "StatusNotifierHostRegistered", &handler<&StatusNotifierItem::hostRegistered>,
                             &ignoreReply, this);
-  // `hosts->form()` depends on the answers to the GetNameOwner calls that `hosts` has already sent. The bus
-  // daemon answers these calls before it forwards the registration below. A host reads this item only after
-  // the registration. So the form is known by then.
+  // The bus daemon answers the GetNameOwner calls of `hosts` before it forwards the registration below, and a
+  // host reads this item only after the registration. So `hosts->form()` is known by then.
   registerWithWatcher();
-}
-
-void StatusNotifierItem::busLost() {
-  object.reset();
-  hostMatch.reset();
-  registration.reset();
 }
 
 void StatusNotifierItem::registerWithWatcher() {
@@ -162,7 +149,7 @@ void StatusNotifierItem::formChanged() {
 /// has no image.
 std::string StatusNotifierItem::iconName() const {
   if (!hosts->form().iconFiles || !button.image) return "";
-  const auto& bitmaps = bitmapsOf(button);
+  const auto& bitmaps = button.image->bitmaps;
   const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
   std::string path =
       parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
@@ -182,7 +169,7 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "Status") return text("Active");
   if (name == "IconName") return text(self.iconName());
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
-  if (name == "IconPixmap") return appendPixmaps(reply, bitmapsOf(self.button));
+  if (name == "IconPixmap" && self.button.image) return appendPixmaps(reply, self.button.image->bitmaps);
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "IconAccessibleDesc") return text(withoutMarkup(self.button.accessibilityLabel));
   if (name == "ToolTip") {

@@ -32,10 +32,6 @@ struct TrayParts {
 class StatusNotifierItem final : public StatusItem, public BusClient {
  public:
   static constexpr auto objectPath = "/StatusNotifierItem";
-  /// The bus name of the watcher, the program with the list of all tray items. Tray hosts show the items in
-  /// the watcher's list. The D-Bus interface of the watcher has the same name.
-  static constexpr auto watcherName = TrayHostFinder::watcherName;
-  static constexpr auto watcherPath = "/StatusNotifierWatcher";
 
   /// Exports nothing before `addToStatusBar`.
   explicit StatusNotifierItem(TrayParts given);
@@ -46,7 +42,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   void setMenu(Menu menu) override;
 
   void busConnected() override;
-  void busLost() override;
 
  private:
   void registerWithWatcher();

@@ -2,13 +2,11 @@
 
 #include <utility>
 
-#include "adapters/tray/StatusNotifierItem.h"
+#include "adapters/tray/TrayHostForm.h"
 
 namespace kestrune {
 
 namespace {
-
-constexpr auto watcherName = StatusNotifierItem::watcherName;
 
 const Notification advice{
     .identifier = "no-tray",
@@ -43,10 +41,8 @@ void TrayAdvice::look() {
   if (unanswered == looksInVain) return timer.reset();
   ++unanswered;
   BusMessage call;
-  if (sd_bus_message_new_method_call(bus, Into(call), watcherName, StatusNotifierItem::watcherPath,
-                                     "org.freedesktop.DBus.Properties", "Get") < 0) {
-    return;
-  }
+  sd_bus_message_new_method_call(bus, Into(call), watcherName, watcherPath, "org.freedesktop.DBus.Properties",
+                                 "Get");
   sd_bus_message_set_auto_start(call.get(), 0);
   sd_bus_message_append(call.get(), "ss", watcherName, "IsStatusNotifierHostRegistered");
   sd_bus_call_async(bus, Into(question), call.get(), &handler<&TrayAdvice::answered>, this, 0);
@@ -62,7 +58,8 @@ void TrayAdvice::answered(sd_bus_message* reply) {
       failure == nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
   if (hasNoHost ||
       sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
-    trayMissing();
+    if (!std::exchange(missedBefore, true)) return lookAfter(secondLook);
+    if (!std::exchange(advised, true)) notifications.add(advice);
   } else if (advised) {
     notifications.withdraw(advice.identifier);
   }
@@ -70,11 +67,6 @@ void TrayAdvice::answered(sd_bus_message* reply) {
 
 void TrayAdvice::trayChanged() {
   if (advised) look();
-}
-
-void TrayAdvice::trayMissing() {
-  if (!std::exchange(missedBefore, true)) return lookAfter(secondLook);
-  if (!std::exchange(advised, true)) notifications.add(advice);
 }
 
 }  // namespace kestrune

@@ -25,12 +25,9 @@ class TrayAdvice final : public BusClient {
   /// Call this when a tray has accepted the icon. If the notification was shown, checks for a tray again.
   void trayChanged();
 
-  void busLost() override { question.reset(); }
-
  private:
   void lookAfter(Seconds delay);
   void look();
-  void trayMissing();
   void answered(sd_bus_message* reply);
 
   Timers& timers;

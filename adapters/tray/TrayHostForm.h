@@ -8,6 +8,11 @@
 
 namespace kestrune {
 
+/// The bus name and the object path of the watcher, the program with the list of all tray items. Tray hosts
+/// show the items in the watcher's list. `watcherName` is also the name of its D-Bus interface.
+inline constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+inline constexpr auto watcherPath = "/StatusNotifierWatcher";
+
 /// How the present tray host (the program that shows tray icons) differs from most hosts.
 struct TrayHostForm {
   bool submenus = false;  ///< some rows must be moved into submenus, because the host's menu does not scroll
@@ -27,8 +32,6 @@ struct TrayHostForm {
 /// StatusNotifierWatcher (the program with the list of all tray items). Main thread.
 class TrayHostFinder {
  public:
-  static constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
-
   /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher has appeared after the
   /// connection was opened.
   TrayHostFinder(BusConnection& connection, std::function<void()> onForm, std::function<void()> onWatcher);

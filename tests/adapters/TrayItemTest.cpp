@@ -96,9 +96,8 @@ TEST_F(TrayRegistration, IsRepeatedWhenTheWatcherRestarts) {
 
 TEST_F(TrayRegistration, IsNotRepeatedForUnicastSignals) {
   Stranger stranger(daemon);
-  stranger.tellOfOwner(host->itemName(), StatusNotifierItem::watcherName, "", ":1.99");
-  stranger.tell(host->itemName(), StatusNotifierItem::watcherPath, StatusNotifierItem::watcherName,
-                "StatusNotifierHostRegistered", "");
+  stranger.tellOfOwner(host->itemName(), watcherName, "", ":1.99");
+  stranger.tell(host->itemName(), watcherPath, watcherName, "StatusNotifierHostRegistered", "");
   host->catchUp();
   EXPECT_EQ(host->registrations.size(), 1U);
 }
