@@ -91,7 +91,6 @@ void InhibitorService::busConnected() {
 void InhibitorService::busLost() {
   grants.clear();
   lateGrants.clear();
-  answers.reset();
 }
 
 void InhibitorService::ownerChanged() {

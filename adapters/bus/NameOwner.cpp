@@ -18,13 +18,7 @@ void NameOwner::busConnected() {
 }
 
 void NameOwner::busLost() {
-  match.reset();
-  question.reset();
   current.reset();
-}
-
-void NameOwner::set(std::string owner) {
-  onChange(std::exchange(current, std::move(owner)));
 }
 
 void NameOwner::answered(sd_bus_message* reply) {
@@ -32,18 +26,16 @@ void NameOwner::answered(sd_bus_message* reply) {
   if (isKnown()) return;
   const char* owner = nullptr;
   if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
-    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) set({});
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) onChange(std::exchange(current, ""));
   } else if (sd_bus_message_read(reply, "s", &owner) >= 0) {
-    set(owner);
+    onChange(std::exchange(current, owner));
   }
 }
 
 void NameOwner::changed(sd_bus_message* signal) {
-  const char* changedName = nullptr;
-  const char* before = nullptr;
   const char* after = nullptr;
-  if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", &changedName, &before, &after) >= 0)
-    set(after);
+  if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", nullptr, nullptr, &after) >= 0)
+    onChange(std::exchange(current, after));
 }
 
 }  // namespace kestrune

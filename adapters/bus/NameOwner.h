@@ -26,7 +26,6 @@ class NameOwner final : public BusClient {
   std::string owner() const { return current.value_or(""); }
 
  private:
-  void set(std::string owner);
   void answered(sd_bus_message* reply);
   void changed(sd_bus_message* signal);
 

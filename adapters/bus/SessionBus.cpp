@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "adapters/loop/SystemClock.h"
 #include "adapters/system/Errors.h"
@@ -16,23 +17,15 @@ constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
 constexpr Seconds longestHandshake{0.02};
 constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
-constexpr auto localPath = "/org/freedesktop/DBus/Local";
-constexpr auto localInterface = "org.freedesktop.DBus.Local";
 
 }  // namespace
 
-int ignoreReply(sd_bus_message*, void*, sd_bus_error*) {
-  return 0;
-}
-
 bool isFromBusDaemon(sd_bus_message* signal) {
   const char* const sender = sd_bus_message_get_sender(signal);
-  return sender != nullptr && std::strcmp(sender, busName) == 0;
+  return sender != nullptr && sender == std::string_view(busName);
 }
 
-bool isBroadcast(sd_bus_message* signal) {
-  return sd_bus_message_get_destination(signal) == nullptr;
-}
+BusClient::BusClient(BusConnection& given) : connection(given), bus(given.bus) {}
 
 BusClient::~BusClient() {
   connection.remove(*this);
@@ -47,7 +40,7 @@ BusConnection::~BusConnection() {
 
 void BusConnection::add(BusClient& client) {
   clients.push_back(&client);
-  if (bus != nullptr) tell(client);
+  if (bus != nullptr) client.busConnected();
 }
 
 void BusConnection::remove(BusClient& client) {
@@ -57,7 +50,6 @@ void BusConnection::remove(BusClient& client) {
 void BusConnection::connect(Absence givenAbsence) {
   absence = givenAbsence;
   tryToConnect();
-  if (bus == nullptr) connectLater();
 }
 
 void BusConnection::tryToConnect() {
@@ -67,17 +59,19 @@ void BusConnection::tryToConnect() {
   if (result >= 0) result = sd_bus_set_method_call_timeout(bus, UINT64_MAX);
   if (result >= 0) result = sd_bus_attach_event(bus, loop.event(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {
-    result = sd_bus_match_signal(bus, Into(disconnection), nullptr, localPath, localInterface, "Disconnected",
+    result = sd_bus_match_signal(bus, Into(disconnection), nullptr, "/org/freedesktop/DBus/Local",
+                                 "org.freedesktop.DBus.Local", "Disconnected",
                                  &handler<&BusConnection::disconnected>, this);
   }
   if (result < 0) {
     if (bus != nullptr) sd_bus_detach_event(bus);
     bus = sd_bus_close_unref(bus);
+    connectLater();
     // The error is ENOENT when the bus has no socket, and ENOMEDIUM when no address of the bus is known.
     const bool isMissing = result == -ENOENT || result == -ENOMEDIUM;
     if (isMissing && absence == Absence::expected) return;
     const bool isSession = kind == BusKind::session;
-    reportOnce(std::string(isSession ? "no session bus (" : "no system bus (") + std::strerror(-result) +
+    reportOnce(std::string(isSession ? "no session bus (" : "no system bus (") + describe(-result) +
                "): going on without it" + (isMissing && isSession ? withoutDesktop : ""));
     return;
   }
@@ -101,33 +95,25 @@ void BusConnection::waitUntilReady() {
 
 void BusConnection::use(sd_bus* opened) {
   bus = opened;
-  for (auto* const client : clients) tell(*client);
-}
-
-void BusConnection::tell(BusClient& client) {
-  client.bus = bus;
-  client.busConnected();
+  for (auto* const client : clients) client->busConnected();
 }
 
 void BusConnection::disconnect() {
   if (bus == nullptr) return;
-  for (auto* const client : clients) {
-    client->bus = nullptr;
-    client->busLost();
-  }
+  sd_bus* const lost = std::exchange(bus, nullptr);
+  for (auto* const client : clients) client->busLost();
   disconnection.reset();
   firstAnswer.reset();
-  sd_bus_detach_event(bus);
+  sd_bus_detach_event(lost);
   // Close the connection without flushing it: sd_bus_flush would block while the bus daemon does not read,
   // for example while SIGSTOP has stopped it.
-  bus = sd_bus_close_unref(bus);
+  sd_bus_close_unref(lost);
 }
 
 void BusConnection::connectLater() {
   retry = loop.after(retryDelay, [this] {
     disconnect();
     tryToConnect();
-    if (bus == nullptr) connectLater();
   });
   retryDelay = std::min(retryDelay * 2, longestRetry);
 }

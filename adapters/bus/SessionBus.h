@@ -19,18 +19,16 @@ inline constexpr auto busPath = "/org/freedesktop/DBus";
 inline constexpr auto applicationName = "Kestrune";
 inline constexpr auto applicationIdentifier = "com.dovrel.kestrune.menuclient";
 
-struct BusSlotDeleter {
+struct BusUnref {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
 /// Owns a slot of sd-bus: an exported object, a match rule or a pending call. The destructor removes the
 /// object or rule, or cancels the call.
-using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotDeleter>;
+using BusSlot = std::unique_ptr<sd_bus_slot, BusUnref>;
 
-struct BusMessageDeleter {
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
 /// Owns a reference to a message; null when the message could not be created.
-using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
+using BusMessage = std::unique_ptr<sd_bus_message, BusUnref>;
 
 /// Passes a BusSlot or a BusMessage to a function of sd-bus that stores a new slot or message through a
 /// pointer: write Into(slot) where the function expects sd_bus_slot**. If the function fails, `slot` becomes
@@ -72,7 +70,9 @@ int handler(sd_bus_message* message, void* data, sd_bus_error* error) {
 /// A reply handler for sd_bus_add_match_async; does nothing. If the bus daemon refuses the match rule, the
 /// connection stays open, and only the signals of this rule do not arrive. Without a reply handler, sd-bus
 /// would close the connection after a refusal.
-int ignoreReply(sd_bus_message* reply, void* data, sd_bus_error* error);
+inline int ignoreReply(sd_bus_message*, void*, sd_bus_error*) {
+  return 0;
+}
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
 /// only, and any process may send a unicast signal to this connection.
@@ -80,7 +80,9 @@ bool isFromBusDaemon(sd_bus_message* signal);
 
 /// Returns whether the signal is a broadcast. A match rule that names a sender ensures that a broadcast comes
 /// from this sender. It does not ensure this for a unicast signal: any process may send one.
-bool isBroadcast(sd_bus_message* signal);
+inline bool isBroadcast(sd_bus_message* signal) {
+  return sd_bus_message_get_destination(signal) == nullptr;
+}
 
 class BusConnection;
 
@@ -90,7 +92,7 @@ class BusClient {
  public:
   /// `given` must outlive this object. The derived class must call `connection.add`, which may call
   /// `busConnected` before it returns.
-  explicit BusClient(BusConnection& given) : connection(given) {}
+  explicit BusClient(BusConnection& given);
   virtual ~BusClient();
   BusClient(const BusClient&) = delete;
   BusClient& operator=(const BusClient&) = delete;
@@ -99,15 +101,12 @@ class BusClient {
   /// messages until the connection is authenticated.
   virtual void busConnected() {}
 
-  /// Called when the connection is lost. Release every slot of this connection before returning.
+  /// Called when the connection is lost. The client may keep its slots: sd-bus runs none of their handlers.
   virtual void busLost() {}
 
  protected:
   BusConnection& connection;
-  sd_bus* bus = nullptr;  ///< the open connection; null while there is none, also during `busLost`
-
- private:
-  friend BusConnection;
+  sd_bus* const& bus;  ///< the open connection; null while there is none, also during `busLost`
 };
 
 enum class BusKind { session, system };
@@ -138,11 +137,9 @@ class BusConnection {
   /// while there is no other connection.
   void use(sd_bus* opened);
 
-  bool isConnected() const { return bus != nullptr; }
-
  private:
+  friend BusClient;
   void tryToConnect();
-  void tell(BusClient& client);
   void disconnect();
   void connectLater();
   void answered(sd_bus_message* reply);

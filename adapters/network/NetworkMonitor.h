@@ -35,7 +35,6 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   void stopListening();
   void report(std::optional<NetworkPath> path);
   void busConnected() override;
-  void busLost() override { sleepSignal.reset(); }
   void prepareForSleep(sd_bus_message* signal);
 
   EventLoop& loop;
