@@ -34,8 +34,6 @@ namespace kestrune {
 namespace {
 
 constexpr std::array endingSignals{SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-/// The other signals that the client handles: the end of a child, and what `adapters/terminal` watches.
-constexpr std::array otherHandledSignals{SIGCHLD, SIGCONT, SIGWINCH};
 constexpr std::uint64_t exactly = 1;  // microseconds that a timer may be late; with 0, sd-event allows 250 ms
 
 constexpr int attempts = 20;  // to start a thread
@@ -76,11 +74,10 @@ EventSource withHandler(sd_event_source* source, Handler handler) {
 /// A serial queue with its own thread. A job of this queue may destroy the queue.
 class SerialQueue final : public DispatchQueue {
  public:
-  /// Starts the thread. If that fails (EAGAIN), tries again for one second. If every attempt fails, prints an
-  /// error on standard error and ends the process.
+  /// Starts the thread. If there are too many processes and threads (EAGAIN), tries again for one second: at
+  /// login, many processes start at once, and some of them end soon. If every attempt fails, prints an error
+  /// on standard error and ends the process.
   explicit SerialQueue(const std::string& label) {
-    // A thread cannot be created while there are too many processes and threads (EAGAIN). At login, many
-    // processes start at once, and some of them end soon. So try again for a second.
     for (int attempt = 1;; ++attempt) {
       try {
         // Detach the thread, so that the end of the process need not wait for it: a job may take long.
@@ -97,8 +94,6 @@ class SerialQueue final : public DispatchQueue {
   }
 
   ~SerialQueue() override { close(); }
-  SerialQueue(const SerialQueue&) = delete;
-  SerialQueue& operator=(const SerialQueue&) = delete;
 
   void async(Job job) override {
     const std::lock_guard lock(state->mutex);
@@ -109,11 +104,9 @@ class SerialQueue final : public DispatchQueue {
 
   void close() override {
     std::deque<Job> dropped;  // destroyed after the lock is released: a job's destructor may call this queue
-    {
-      const std::lock_guard lock(state->mutex);
-      state->closed = true;
-      dropped.swap(state->jobs);
-    }
+    const std::lock_guard lock(state->mutex);
+    state->closed = true;
+    dropped.swap(state->jobs);
     state->changed.notify_one();
   }
 
@@ -152,8 +145,8 @@ class EventLoop::LoopQueue final : public MainQueue {
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "cannot create an eventfd");
     source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
-      std::uint64_t count = 0;
-      static_cast<void>(!read(wakeUp.get(), &count, sizeof count));
+      eventfd_t count = 0;
+      eventfd_read(wakeUp.get(), &count);
       runJobs();
     });
   }
@@ -167,9 +160,7 @@ class EventLoop::LoopQueue final : public MainQueue {
     if (closed) return;
     const Seconds due = timeOf(CLOCK_MONOTONIC) + std::max(delay, Seconds{0});
     const auto place = jobs.emplace(due, std::move(job));
-    if (place != jobs.begin()) return;
-    const std::uint64_t one = 1;
-    static_cast<void>(!write(wakeUp.get(), &one, sizeof one));
+    if (place == jobs.begin()) eventfd_write(wakeUp.get(), 1);
   }
 
   void close() override {
@@ -185,22 +176,18 @@ class EventLoop::LoopQueue final : public MainQueue {
   /// that the other event sources get their turn.
   void runJobs() {
     const Seconds present = timeOf(CLOCK_MONOTONIC);
-    for (Job job; !loop.terminating && take(present, job);) {
+    std::unique_lock lock(mutex);
+    while (!loop.terminating && !jobs.empty() && jobs.begin()->first <= present) {
+      Job job = std::move(jobs.begin()->second);
+      jobs.erase(jobs.begin());
+      lock.unlock();
       job();
       // Destroy the job while the mutex is free: the destructor of a captured object may post another job.
       job = nullptr;
+      lock.lock();
     }
-    const std::lock_guard lock(mutex);
     if (jobs.empty()) return alarm.reset();
     alarm = loop.at(CLOCK_MONOTONIC, jobs.begin()->first, [this] { runJobs(); });
-  }
-
-  bool take(Seconds present, Job& job) {
-    const std::lock_guard lock(mutex);
-    if (jobs.empty() || jobs.begin()->first > present) return false;
-    job = std::move(jobs.begin()->second);
-    jobs.erase(jobs.begin());
-    return true;
   }
 
   EventLoop& loop;
@@ -227,10 +214,9 @@ class EventLoop::LoopTimer final : public Timer {
     const Seconds present = timeOf(CLOCK_BOOTTIME);
     due += interval;
     if (due <= present) due = present + interval;
-    source = loop.at(CLOCK_BOOTTIME, due, [this] {
+    // Capture a copy of the action: the action may destroy this timer, which owns the action.
+    source = loop.at(CLOCK_BOOTTIME, due, [this, copy = action] {
       wait();
-      // Call a copy: the action may destroy this timer, which owns the action.
-      const auto copy = action;
       copy();
     });
   }
@@ -246,8 +232,7 @@ class EventLoop::LoopTimer final : public Timer {
 /// number, and every child would inherit that file.
 void openMissingStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-    if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
-    static_cast<void>(!open("/dev/null", O_RDWR));
+    if (fcntl(stream, F_GETFD) < 0) static_cast<void>(!open("/dev/null", O_RDWR));
   }
 }
 
@@ -256,11 +241,10 @@ EventLoop::EventLoop() {
   // Block these signals before any thread starts: threads inherit the mask. If a thread did not block them,
   // the kernel could deliver a signal to that thread, and the loop would miss the signal.
   changeSignalMask(SIG_BLOCK, endingSignals);
-  changeSignalMask(SIG_BLOCK, otherHandledSignals);
-  // Ignore these signals: by default they end the process, and the backend would not be stopped.
-  for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2}) std::signal(each, SIG_IGN);
-  // With SIGXFSZ ignored, a write beyond RLIMIT_FSIZE fails with EFBIG and does not end the process.
-  std::signal(SIGXFSZ, SIG_IGN);
+  changeSignalMask(SIG_BLOCK, std::array{SIGCHLD, SIGCONT, SIGWINCH});  // the last two are for the terminal
+  // Ignore these signals: by default they end the process, and the backend would not be stopped. With SIGXFSZ
+  // ignored, a write beyond RLIMIT_FSIZE fails with EFBIG.
+  for (const int each : {SIGPIPE, SIGUSR1, SIGUSR2, SIGXFSZ}) std::signal(each, SIG_IGN);
   // Some parents leave SIGCHLD ignored: the kernel would then discard the exit status of our children.
   std::signal(SIGCHLD, SIG_DFL);
 
@@ -341,10 +325,6 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
   if (children.contains(child)) kill(child, signalNumber);
 }
 
-void EventLoop::setActivationPolicy(ActivationPolicy) {
-  // Nothing to do: this process has no window, so no dock or taskbar shows it.
-}
-
 int EventLoop::run(ApplicationDelegate& delegate) {
   if (!terminating) {
     delegate.applicationDidFinishLaunching();
@@ -353,10 +333,6 @@ int EventLoop::run(ApplicationDelegate& delegate) {
     delegate.applicationWillTerminate();
   }
   return 0;
-}
-
-void EventLoop::terminate() {
-  terminating = true;
 }
 
 MainQueue& EventLoop::mainQueue() {

@@ -3,7 +3,6 @@
 #include <sys/types.h>
 #include <systemd/sd-event.h>
 
-#include <ctime>
 #include <functional>
 #include <memory>
 #include <set>
@@ -58,9 +57,9 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   void onTerminate(std::function<void()> close) { beforeTermination = std::move(close); }
 
   // from the port Application
-  void setActivationPolicy(ActivationPolicy policy) override;
+  void setActivationPolicy(ActivationPolicy) override {}  // this process has no window that a dock could show
   int run(ApplicationDelegate& delegate) override;
-  void terminate() override;
+  void terminate() override { terminating = true; }
 
   // from the port Dispatch
   MainQueue& mainQueue() override;
