@@ -36,30 +36,20 @@ bool hasNoAcl() {
   return errno == ENODATA || errno == ENOTSUP;
 }
 
-Failure lastFailure() {
-  return {describe(errno)};
-}
-
 Result<> writeAll(int descriptor, std::string_view contents) {
   while (!contents.empty()) {
     const ssize_t written = write(descriptor, contents.data(), contents.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return lastFailure();
+    if (written < 0) return Failure{describe(errno)};
     contents.remove_prefix(static_cast<std::size_t>(written));
   }
-  if (fsync(descriptor) != 0) return lastFailure();
+  if (fsync(descriptor) != 0) return Failure{describe(errno)};
   return Done{};
 }
 
 bool isThere(const std::string& name) {
   struct stat state {};
   return lstat(name.c_str(), &state) == 0;
-}
-
-/// Locks the file without blocking. Returns false if another process has locked it. Ignores all other errors,
-/// because some file systems support no locks.
-bool lock(int file) {
-  return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 /// Removes the temporary files that killed processes of this user have left in `folder`. The temporary files
@@ -94,13 +84,6 @@ bool setAccessList(int file, const std::string& list) {
   return fsetxattr(file, aclAttribute, list.data(), list.size(), 0) == 0;
 }
 
-/// Flushes the folder's entries to disk (fsync). Called after a successful rename. Ignores errors, because
-/// the file has already been replaced.
-void flush(const fs::path& folder) {
-  const FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor) fsync(descriptor.get());
-}
-
 /// A new file that is written completely before it replaces another file, the target. Until then its name is
 /// ".kestrune-new-XXXXXX" in the same folder, and its mode is 0600 whatever the umask is. Its lock (flock)
 /// shows that the file is in use. The destructor removes the file if it has not replaced the target.
@@ -131,15 +114,16 @@ class NewFile {
   Result<> write(std::string_view contents) {
     removeAbandoned(folder);
     // Until this process has locked the new file, another process may lock the file and remove it as
-    // abandoned. So repeat if the file is locked by another process, or is missing.
+    // abandoned. So repeat if the file is locked by another process, or is missing. Ignore other errors of
+    // flock(2), because some file systems support no locks.
     do {
       name = folder / (std::string(prefix) + std::string(randomPart));
       file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
       if (!file) {
         name.clear();
-        return lastFailure();
+        return Failure{describe(errno)};
       }
-    } while (!lock(file.get()) || !isThere(name));
+    } while ((flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) || !isThere(name));
     fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these mode bits
     return writeAll(file.get(), contents);
   }
@@ -148,7 +132,7 @@ class NewFile {
   /// to disk. Until owner, mode and ACL are set, only this user can open the file. If they were set before
   /// the rename, a kill of this process could leave a temporary file that others can read.
   Result<> replaceTarget() {
-    if (rename(name.c_str(), target.c_str()) != 0) return lastFailure();
+    if (rename(name.c_str(), target.c_str()) != 0) return Failure{describe(errno)};
     finish();
     return Done{};
   }
@@ -162,7 +146,7 @@ class NewFile {
     if (link(target.c_str(), kept.c_str()) != 0) {
       // The file system supports no hard links, or the kernel refuses a hard link to another user's file (if
       // fs.protected_hardlinks is set).
-      const Failure linkFailure = lastFailure();
+      const Failure linkFailure{describe(errno)};
       std::string bytes;
       if (readWholeFile(target, bytes)) return swapWithTarget(kept, linkFailure);
       NewFile copy(kept);
@@ -211,7 +195,9 @@ class NewFile {
       fsync(file.get());
     }
     file.reset();
-    flush(folder);
+    // Flush the folder's entries to disk. Ignore errors: the file has already been replaced.
+    const FileDescriptor entries(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (entries) fsync(entries.get());
   }
 
   const fs::path target;
@@ -238,17 +224,8 @@ bool isNowhere(const fs::path& file) {
   return stat(file.c_str(), &state) == 0 && S_ISCHR(state.st_mode) && state.st_rdev == makedev(1, 3);
 }
 
-/// Returns a name under which to keep the old file: the first of FILE.unreadable, FILE.unreadable-2,
-/// FILE.unreadable-3 and so on that does not exist yet.
-fs::path nameToKeep(const fs::path& file) {
-  const std::string name = file.string() + ".unreadable";
-  std::string free = name;
-  for (int number = 2; isThere(free); ++number) free = name + "-" + std::to_string(number);
-  return free;
-}
-
 /// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null
-/// and there is an old file, keeps the old file at the path that `nameToKeep` returns, stored in `*kept`.
+/// and there is an old file, keeps the old file as `replaceUnreadable` says, and stores its path in `*kept`.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;
@@ -257,7 +234,9 @@ Result<> replaceFile(const std::string& path, const std::string& contents, std::
   if (const Result<> recorded = file.keepAccess(); !recorded) return recorded;
   if (const Result<> written = file.write(contents); !written) return written;
   if (!kept || !file.hasOld()) return file.replaceTarget();
-  *kept = nameToKeep(target);
+  const std::string name = target.string() + ".unreadable";
+  *kept = name;
+  for (int number = 2; isThere(*kept); ++number) *kept = name + "-" + std::to_string(number);
   return file.replaceTargetKeeping(*kept);
 }
 
@@ -267,8 +246,7 @@ bool isTemporary(const std::error_code& failure) {
   // EHOSTUNREACH come from network file systems.
   static constexpr int temporary[] = {EMFILE, ENFILE,   ENOMEM,    EIO,       EAGAIN,
                                       ESTALE, ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
-  return std::any_of(std::begin(temporary), std::end(temporary),
-                     [&](int error) { return failure == systemError(error); });
+  return std::find(std::begin(temporary), std::end(temporary), failure.value()) != std::end(temporary);
 }
 
 }  // namespace
@@ -325,7 +303,7 @@ Result<> SystemFileManager::createDirectory(const std::string& path) {
 }
 
 Result<> SystemFileManager::removeItem(const std::string& path) {
-  if (unlink(path.c_str()) != 0) return lastFailure();
+  if (unlink(path.c_str()) != 0) return Failure{describe(errno)};
   return Done{};
 }
 

@@ -22,9 +22,7 @@ class SystemFileManager final : public FileManager {
   /// itself replaced. Fails if `path` is a folder, a device or a FIFO.
   Result<> writeAtomically(const std::string& path, const std::string& contents) override;
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
-  /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on. Makes a hard
-  /// link to the old file. If link(2) fails, makes a copy. If the old file cannot be read for the copy,
-  /// writes the new file as FILE.unreadable, then swaps the two names (RENAME_EXCHANGE).
+  /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on.
   Result<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
   Result<> createDirectory(const std::string& path) override;
   Result<> removeItem(const std::string& path) override;
