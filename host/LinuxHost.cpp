@@ -79,21 +79,13 @@ bool isMainProcessOfService(const MainBundle& environment) {
   return environment.environmentVariable("SYSTEMD_EXEC_PID") == std::to_string(getpid());
 }
 
-/// Returns the activation token, by which the desktop lets the window of a started program take the focus;
-/// empty if there is no token.
-std::string takeActivationToken() {
+Claim claimFor(const StartOptions& options) {
+  // By the activation token, the desktop lets the window of a started program take the focus.
   const std::string startupID = takeVariable("DESKTOP_STARTUP_ID");
   const std::string token = takeVariable("XDG_ACTIVATION_TOKEN");
-  return token.empty() ? startupID : token;
-}
-
-Claim claimFor(const StartOptions& options) {
-  const pid_t predecessor = std::atoi(takeVariable(relaunchVariable).c_str());  // 0 if there is none
-  return {.kind = predecessor != 0     ? Claim::Kind::replace
-                  : options.background ? Claim::Kind::giveWay
-                                       : Claim::Kind::show,
-          .predecessor = predecessor,
-          .activationToken = takeActivationToken()};
+  return {.background = options.background,
+          .predecessor = std::atoi(takeVariable(relaunchVariable).c_str()),  // 0 if there is none
+          .activationToken = token.empty() ? startupID : token};
 }
 
 class LinuxHost final : public Host {
@@ -116,7 +108,7 @@ class LinuxHost final : public Host {
                                                    : Starter::desktop) {
     // Prevent core dumps: the memory of this process holds the user's secrets.
     prctl(PR_SET_DUMPABLE, 0);
-    if (claim.kind == Claim::Kind::replace) loop.reapInherited();
+    if (claim.predecessor != 0) loop.reapInherited();
     if (options.face == Face::terminal) {
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && !isSet("NO_COLOR"), notifications);

@@ -90,14 +90,14 @@ bool Rendezvous::claim(const Claim& claim) {
 
 bool Rendezvous::becomesClient(const Claim& claim) {
   // This process waits either for the answer of the other client or for its end.
-  bool waitsForEnd = claim.kind == Claim::Kind::replace;
+  bool waitsForEnd = claim.predecessor != 0;
   Seconds waitBegan = timeOf(CLOCK_MONOTONIC);
   for (;;) {
     bool mustEnd = waitsForEnd;  // not changed while another client holds the lock but has no socket
     FileDescriptor other = folders.connect(runningSocketName);
     if (other) {
-      mustEnd = claim.kind == Claim::Kind::replace && claim.predecessor == peerOf(other).pid;
-      if (!mustEnd && claim.kind != Claim::Kind::show) return false;
+      mustEnd = claim.predecessor != 0 && claim.predecessor == peerOf(other).pid;
+      if (!mustEnd && (claim.background || claim.predecessor != 0)) return false;
     } else if ((other = folders.connect(endingSocketName))) {
       mustEnd = true;
     } else if (takeLock(folders.current()) != std::errc::operation_would_block) {

@@ -14,15 +14,11 @@
 
 namespace kestrune {
 
-/// The argument of `Rendezvous::claim`. The kind says what `claim` does if another client runs.
+/// The argument of `Rendezvous::claim`. By default, if another client runs, `claim` asks that client to show
+/// its menu, and returns false.
 struct Claim {
-  enum class Kind {
-    show,     ///< asks the other client to show its menu, and returns false
-    giveWay,  ///< returns false
-    replace,  ///< waits for the end of the other client if its PID is `predecessor`; else returns false
-  };
-  Kind kind = Kind::show;
-  pid_t predecessor = 0;          ///< PID of the client to replace; used by `replace` only
+  bool background = false;        ///< if another client runs, only return false
+  pid_t predecessor = 0;          ///< if not 0: wait for the end of this client; for any other, return false
   std::string activationToken{};  ///< XDG activation token for the running client; empty when there is none
   Seconds answerPatience{2.0};    ///< longest wait for the answer of the running client
   Seconds endPatience{12.0};      ///< longest wait for the end of another client
@@ -39,7 +35,7 @@ class Rendezvous final : public StatusFeed {
   Rendezvous(EventLoop& loop, InstanceFolders folders, std::function<void(const std::string&)> onShow);
 
   /// Tries to become the client. Returns true on success: this process then answers requests. If another
-  /// client runs, acts as `claim.kind` says. If another client is ending, waits for its end. Runs the loop
+  /// client runs, acts as `claim` says. If another client is ending, waits for its end. Runs the loop
   /// while it waits. In three cases, this process becomes the client without the lock, and prints the reason
   /// on standard error: the lock file cannot be created, the file system supports no locks, or the other
   /// client takes longer than `endPatience` to end.

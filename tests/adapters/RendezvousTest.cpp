@@ -32,10 +32,9 @@ extern "C" int flock(int descriptor, int operation) noexcept {
 namespace kestrune::testing {
 namespace {
 
-using Kind = Claim::Kind;
 using Tokens = std::vector<std::string>;
 constexpr Seconds moment{0.05};
-const Claim replacement{.kind = Kind::replace, .predecessor = getpid()};
+const Claim replacement{.predecessor = getpid()};
 
 /// A child process that calls `claim`. If `claim` does not return at once, the child reports "waiting" to the
 /// test. Then it reports "client" if `claim` has returned true, else "second". After "client", it reports
@@ -77,12 +76,12 @@ TEST_F(RendezvousTest, LaterStartsGiveWayAndAskTheClientToShowItsMenu) {
   const auto first = client();
   EXPECT_TRUE(isTurnedDown());
   EXPECT_TRUE(isTurnedDown({.activationToken = "gnome-1_TIME2"}));
-  // A token that has a line end or is too long arrives as "". `giveWay` and `replace` never ask the client to
-  // show its menu.
+  // A token that has a line end or is too long arrives as "". A start in the background or for a predecessor
+  // never asks the client to show its menu.
   EXPECT_TRUE(isTurnedDown({.activationToken = "a\nperform quit"}));
   EXPECT_TRUE(isTurnedDown({.activationToken = std::string(100000, 'x')}));
-  EXPECT_TRUE(isTurnedDown({.kind = Kind::giveWay}));
-  EXPECT_TRUE(isTurnedDown({.kind = Kind::replace, .predecessor = getppid()}));
+  EXPECT_TRUE(isTurnedDown({.background = true}));
+  EXPECT_TRUE(isTurnedDown({.predecessor = getppid()}));
   EXPECT_EQ(first->shown, (Tokens{"", "gnome-1_TIME2", "", ""}));
   EXPECT_EQ(start()->rendezvous.runningClient(), getpid());
 }
@@ -101,14 +100,14 @@ TEST_F(RendezvousTest, ClientInTheRuntimeFolderOfAnotherSessionIsFound) {
 }
 
 TEST_F(RendezvousTest, StartWaitsForAnEndingClientOrItsPredecessor) {
-  for (const Kind kind : {Kind::show, Kind::giveWay, Kind::replace}) {
+  for (const Claim& claim : {Claim{}, Claim{.background = true}, replacement}) {
     auto first = client();
-    if (kind != Kind::replace) first->rendezvous.announceEnd();
+    if (claim.predecessor == 0) first->rendezvous.announceEnd();
     const auto end = loop.after(moment, [&] {
       EXPECT_TRUE(first->shown.empty());
       first.reset();
     });
-    EXPECT_TRUE(start()->claims({.kind = kind, .predecessor = getpid()}));
+    EXPECT_TRUE(start()->claims(claim));
     EXPECT_EQ(first, nullptr);
   }
 }
@@ -151,7 +150,7 @@ TEST_F(RendezvousTest, SuccessorRunsBesideAClientThatDoesNotEnd) {
   const auto successor = start();
   {
     const StandardErrorText errors;
-    EXPECT_TRUE(successor->claims({.kind = Kind::replace, .predecessor = getpid(), .endPatience = moment}));
+    EXPECT_TRUE(successor->claims({.predecessor = getpid(), .endPatience = moment}));
     EXPECT_EQ(errors.text(),
               "KestruneMenuClient: another client has locked " + place + "/lock: running beside it\n");
   }
@@ -174,7 +173,7 @@ TEST_F(RendezvousTest, NextStartIsTheClientAfterSIGTERMOrSIGKILL) {
 TEST_F(RendezvousTest, SuccessorGivesWayToAClientThatWasFaster) {
   InstanceProgram first(folders);
   ASSERT_EQ(first.line(), "client");
-  InstanceProgram successor(folders, {.kind = Kind::replace, .predecessor = first.pid()});
+  InstanceProgram successor(folders, {.predecessor = first.pid()});
   ASSERT_EQ(successor.line(), "waiting");
   successor.tell(SIGSTOP);
   first.end(SIGTERM);
