@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <map>
 #include <string_view>
-#include <utility>
 
 #include "adapters/system/Errors.h"
 #include "text/Text.h"
@@ -45,10 +44,8 @@ std::string unescaped(std::string_view value) {
 /// characters, and characters that need an escape sequence, because desktops read these in different ways.
 /// Rejects "=" because the path of a program must not contain it there.
 bool canBeQuoted(std::string_view text) {
-  return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char each) {
-           return static_cast<unsigned char>(each) < ' ' || each == 0x7F ||
-                  std::string_view("\"`$\\%=").find(each) != std::string_view::npos;
-         });
+  return isValidUtf8(text) && text.find_first_of("\"`$\\%=\x7F") == std::string_view::npos &&
+         std::none_of(text.begin(), text.end(), [](unsigned char each) { return each < ' '; });
 }
 
 std::string launchCommand(const std::string& executable) {
@@ -106,23 +103,12 @@ bool isInBuildFolder(const fs::path& program) {
 
 }  // namespace
 
-AutostartEntries::AutostartEntries(FileManager& givenFiles, std::string givenFolder,
-                                   const MainBundle& givenBundle, std::vector<std::string> givenDataFolders)
-    : files(givenFiles),
-      folder(std::move(givenFolder)),
-      bundle(givenBundle),
-      dataFolders(std::move(givenDataFolders)) {}
-
 bool AutostartEntries::areRead() const {
   std::error_code failure;
   return !bundle.environmentVariable("XDG_CURRENT_DESKTOP").value_or("").empty() ||
          std::any_of(dataFolders.begin(), dataFolders.end(), [&failure](const std::string& each) {
            return fs::exists(each + "/xsessions", failure) || fs::exists(each + "/wayland-sessions", failure);
          });
-}
-
-std::string AutostartEntries::path(const std::string& label) const {
-  return folder + "/" + label + ".desktop";
 }
 
 bool AutostartEntries::isRegistered(const std::string& label) const {
@@ -134,12 +120,8 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
     const fs::file_status there = fs::status(path(label), failure);
     return fs::exists(there) && !fs::is_character_file(there) && !fs::is_directory(there);
   }
-  const auto values = valuesOf(split(entry.bytes, '\n'));
-  const auto says = [&values](const char* key, const char* value) {
-    const auto found = values.find(key);
-    return found != values.end() && found->second.text == value;
-  };
-  return !says("Hidden", "true") && !says("X-GNOME-Autostart-enabled", "false");
+  auto values = valuesOf(split(entry.bytes, '\n'));
+  return values["Hidden"].text != "true" && values["X-GNOME-Autostart-enabled"].text != "false";
 }
 
 std::optional<std::string> AutostartEntries::document(const std::string&, const std::string& executablePath,

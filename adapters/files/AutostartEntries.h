@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ports/FileManager.h"
@@ -14,13 +15,17 @@ namespace kestrune {
 /// desktop has switched off, by Hidden or X-GNOME-Autostart-enabled, counts as missing.
 class AutostartEntries final : public LaunchAgents {
  public:
-  /// `folder`: the user's autostart folder. `bundle`: the running program. `files` and `bundle` must
-  /// outlive this object.
-  /// `dataFolders`: the XDG data folders, in which installed desktops are looked up.
-  AutostartEntries(FileManager& files, std::string folder, const MainBundle& bundle,
-                   std::vector<std::string> dataFolders = {});
+  /// `givenFolder`: the user's autostart folder. `givenBundle`: the running program. `givenDataFolders`: the
+  /// XDG data folders, in which installed desktops are looked up. `givenFiles` and `givenBundle` must outlive
+  /// this object.
+  AutostartEntries(FileManager& givenFiles, std::string givenFolder, const MainBundle& givenBundle,
+                   std::vector<std::string> givenDataFolders = {})
+      : files(givenFiles),
+        folder(std::move(givenFolder)),
+        bundle(givenBundle),
+        dataFolders(std::move(givenDataFolders)) {}
 
-  std::string path(const std::string& label) const override;
+  std::string path(const std::string& label) const override { return folder + "/" + label + ".desktop"; }
   /// Returns whether this machine has a desktop that reads the entries: true if this process runs in a
   /// desktop session, or if a desktop is installed.
   bool areRead() const override;
