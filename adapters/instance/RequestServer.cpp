@@ -1,7 +1,6 @@
 #include "adapters/instance/RequestServer.h"
 
 #include <poll.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,19 +11,12 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::size_t peerLimit = 64;
 constexpr std::size_t requestLimit = 4096;  // bytes of an unfinished request line
 constexpr Seconds acceptDelay{1.0};
 /// The file name of the socket until listen(2) has succeeded. Then the file is renamed, so that other
 /// processes never find a socket that refuses connections.
 constexpr auto newSocketName = "socket.new";
-
-}  // namespace
-
-RequestServer::RequestServer(EventLoop& givenLoop, Show givenShow, Perform givenPerform)
-    : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
 
 std::error_code RequestServer::listen(const std::string& folder) {
   acceptTimer.reset();
@@ -38,11 +30,8 @@ std::error_code RequestServer::listen(const std::string& folder) {
     listener.reset();
     return failure;
   }
-  struct stat made {};
   lstat((folder + "/" + runningSocketName).c_str(), &made);
   place = folder;
-  device = made.st_dev;
-  inode = made.st_ino;
   acceptSource = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
   return {};
 }
@@ -50,7 +39,7 @@ std::error_code RequestServer::listen(const std::string& folder) {
 bool RequestServer::isInPlace() const {
   struct stat there {};
   return listener && lstat((place + "/" + runningSocketName).c_str(), &there) == 0 &&
-         there.st_dev == device && there.st_ino == inode;
+         there.st_dev == made.st_dev && there.st_ino == made.st_ino;
 }
 
 void RequestServer::publish(StatusLine line) {
@@ -70,18 +59,15 @@ void RequestServer::announceEnd() {
 }
 
 void RequestServer::accept() {
-  FileDescriptor caller(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (caller) return add(std::move(caller));
-  if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-  // accept4 has failed, for example because the process has no free descriptor (EMFILE). Stop watching the
-  // listener for a while, or the loop would spin.
-  sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_OFF);
-  acceptTimer =
-      loop.after(acceptDelay, [this] { sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_ON); });
-}
-
-void RequestServer::add(FileDescriptor socket) {
-  if (peerOf(socket).uid != geteuid()) return;
+  FileDescriptor socket(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+    // accept4 has failed, for example because the process has no free descriptor (EMFILE). Stop watching the
+    // listener for a while, or the loop would spin.
+    sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_OFF);
+    acceptTimer =
+        loop.after(acceptDelay, [this] { sd_event_source_set_enabled(acceptSource.get(), SD_EVENT_ON); });
+  }
+  if (!socket || peerOf(socket).uid != geteuid()) return;
   peers.remove_if([](const Peer& each) { return !each.socket; });
   if (peers.size() >= peerLimit) peers.pop_front();
   Peer& peer = peers.emplace_back(Peer{.socket = std::move(socket)});

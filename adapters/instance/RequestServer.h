@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <list>
 #include <optional>
@@ -28,7 +30,8 @@ class RequestServer {
   using Show = std::function<void(const std::string& activationToken)>;
   using Perform = std::function<Result<>(const std::string& action)>;
 
-  RequestServer(EventLoop& loop, Show show, Perform perform);
+  RequestServer(EventLoop& givenLoop, Show givenShow, Perform givenPerform)
+      : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
 
   /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
   std::error_code listen(const std::string& folder);
@@ -55,7 +58,6 @@ class RequestServer {
   };
 
   void accept();
-  void add(FileDescriptor socket);
   void read(Peer& peer);
   void answer(Peer& peer, const std::string& line);
   void tellStatus(Peer& peer, const std::string& line);
@@ -66,9 +68,8 @@ class RequestServer {
   const Show show;
   const Perform perform;
   FileDescriptor listener;
-  std::string place;  ///< the folder of the socket
-  dev_t device = 0;   ///< with `inode`: identifies the file of the socket
-  ino_t inode = 0;
+  std::string place;    ///< the folder of the socket
+  struct stat made {};  ///< the file of the socket, as `listen` has made it
   EventSource acceptSource;
   EventSource acceptTimer;  ///< for 1 s after accept4 has failed, the listening socket is not watched
   std::list<Peer> peers;
