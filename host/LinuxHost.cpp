@@ -44,12 +44,7 @@ namespace kestrune {
 
 namespace {
 
-constexpr auto folderName = "/kestrune-menu-client";
-/// Notifications show the icon file `iconName`, or `themeIconName` of the icon theme if that file is missing.
-constexpr auto iconName = "codex-menubar-64";
-constexpr auto themeIconName = "KestruneMacClient";
-constexpr int descriptorsNeeded = 32;                    // twice as many as the client keeps open
-constexpr auto dialogsProgram = "/KestruneMenuDialogs";  // relative to the client's folder
+constexpr int descriptorsNeeded = 32;  // twice as many as the client keeps open
 
 /// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
 void followMessageLanguage() {
@@ -96,11 +91,15 @@ class LinuxHost final : public Host {
         bus(loop),
         systemBus(loop),
         rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
-                   [this](const std::string& activationToken) { show(activationToken); }),
+                   [this](const std::string& activationToken) {
+                     if (terminal) return terminal->printMenu();
+                     windows->giveToken(activationToken);
+                     windows->showMenu();
+                   }),
         images(folders.data),
-        preferences(files, folders.config + folderName + "/preferences.json"),
+        preferences(files, folders.config + "/kestrune-menu-client/preferences.json"),
         agents(files, folders.config + "/autostart", bundle, folders.data),
-        notifications(bus, bundle.pathForResource(iconName, "png").value_or(themeIconName)),
+        notifications(bus, bundle.pathForResource("codex-menubar-64", "png").value_or("KestruneMacClient")),
         assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   isMainProcessOfService(bundle)   ? Starter::service
@@ -201,18 +200,7 @@ class LinuxHost final : public Host {
   }
 
  private:
-  /// Called when the user has started the program a second time. The second process sends the request "show"
-  /// to this process, and then exits.
-  void show(const std::string& activationToken) {
-    if (terminal) {
-      terminal->printMenu();
-    } else {
-      windows->giveToken(activationToken);
-      windows->showMenu();
-    }
-  }
-
-  std::string dialogsPath() const { return bundle.bundlePath() + dialogsProgram; }
+  std::string dialogsPath() const { return bundle.bundlePath() + "/KestruneMenuDialogs"; }
 
   bool isSet(const char* variable) const {
     return !bundle.environmentVariable(variable).value_or("").empty();
