@@ -9,11 +9,7 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr Seconds patience{30.0};
-
-}  // namespace
 
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
   const auto process = rendezvous.runningClient();
@@ -25,11 +21,10 @@ std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
     command += (command.empty() ? "" : " ") + word;
     inTerminal = inTerminal || word == "--terminal";
   }
-  std::optional<std::string> status;
-  bool isAbsent = false;
-  const auto subscription = rendezvous.subscribe([&status](const std::string& line) { status = line; },
-                                                 [&isAbsent] { isAbsent = true; });
-  loop.runUntil([&] { return isAbsent || status; });
+  std::optional<std::string> status;  // empty if no client answers
+  const auto subscription =
+      rendezvous.subscribe([&status](const std::string& line) { status = line; }, [&status] { status = ""; });
+  loop.runUntil([&status] { return status.has_value(); });
   const auto told = parseStatusJson(status.value_or(""));
   return "Running client: process " + std::to_string(*process) + ", in the " +
          (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +

@@ -9,12 +9,8 @@
 
 namespace kestrune {
 
-namespace {
-
 // If poll() reports a blocking terminal, pipe or socket as writable, writing this many bytes does not block.
 constexpr std::size_t safeAmount = 256;
-
-}  // namespace
 
 DescriptorWriter::DescriptorWriter(EventLoop& givenLoop, FileDescriptor descriptor, std::size_t givenLimit)
     : loop(givenLoop),

@@ -7,12 +7,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "adapters/network/RouteLookup.h"
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
-
-namespace {
 
 constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
@@ -22,8 +19,6 @@ constexpr Seconds longestRetry{64.0};
 /// an address was removed or an interface went down.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
-
-}  // namespace
 
 NetworkMonitor::NetworkMonitor(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
                                std::string givenDevices, const PathTiming& timing)
