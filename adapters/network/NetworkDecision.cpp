@@ -14,12 +14,6 @@ void remember(std::vector<Seconds>& times, Seconds now) {
 
 }  // namespace
 
-NetworkDecision::NetworkDecision(const PathTiming& givenTiming) : timing(givenTiming) {}
-
-void NetworkDecision::notice(Seconds now) {
-  if (!burst) burst = now;
-}
-
 void NetworkDecision::resume(Seconds now) {
   owed = true;
   currentSince = now;
@@ -37,9 +31,8 @@ std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath>
   if (!answer) answer = current.value_or(RoutedPath{{.satisfied = true}, 0, {}, {}});
   if (answer != current) {
     current = std::move(answer);
-    // `reportDue` counts the delay of a report from `currentSince`: from `noticed`, the time of the first
-    // sign of the change. But if the machine has resumed from suspend since then, `resume` has set
-    // `currentSince` to the time of the resume: keep that time.
+    // `reportDue` counts the delay of a report from the first sign of the change, or from a later resume:
+    // then `resume` has set `currentSince`.
     currentSince = std::max(currentSince, noticed);
   }
   if (reported && reported->path.satisfied && !current->path.satisfied) owed = true;

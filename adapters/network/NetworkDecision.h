@@ -44,11 +44,11 @@ class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;
 
-  explicit NetworkDecision(const PathTiming& timing = {});
+  explicit NetworkDecision(const PathTiming& givenTiming = {}) : timing(givenTiming) {}
 
   /// Call this when the path may have changed. The question to the kernel is then due after a short delay, or
   /// at once if no path has been reported yet.
-  void notice(Seconds now);
+  void notice(Seconds now) { burst = burst.value_or(now); }
   /// Call this when the machine has resumed from suspend. If the network is lost and the loss is not reported
   /// yet, the wait before its report starts again, because networks need a moment to reconnect.
   void resume(Seconds now);
@@ -78,8 +78,7 @@ class NetworkDecision {
   Seconds currentSince{};
   std::optional<RoutedPath> reported;
   bool owed = false;
-  // `reports`: the times of the last `manyReports` reports.
-  // `changes`: the times of the last `manyReports` reports of a changed path.
+  // The times of the last `manyReports` reports. `changes` counts only reports of a changed path.
   std::vector<Seconds> reports, changes;
 };
 
