@@ -177,35 +177,29 @@ bool meansNone(int error) {
 /// virtual devices, such as bridges, are ARPHRD_ETHER too, but may run over any medium.
 constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
 
-/// What sysfs tells about a network device.
-struct Device {
-  bool wireless = false;
-  std::string type;  ///< DEVTYPE in the file uevent, such as "wwan"; empty if it is missing
-};
-
-Device deviceOf(unsigned index, const std::string& folder) {
-  Device device;
-  std::string uevent;
+/// Returns "wlan" for a Wi-Fi device; for any other network device, DEVTYPE in the file uevent of sysfs, such
+/// as "wwan"; empty if it is missing.
+std::string deviceType(unsigned index, const std::string& folder) {
+  std::string uevent, type;
   readWholeFile(folder + "/uevent", uevent);
   for (const auto& line : split(uevent, '\n')) {
-    if (line.starts_with("DEVTYPE=")) device.type = line.substr(line.find('=') + 1);
+    if (line.starts_with("DEVTYPE=")) type = line.substr(line.find('=') + 1);
     // Ignore a device with another index: sysfs may show the devices of another network namespace.
     if (line.starts_with("IFINDEX=") && line != "IFINDEX=" + std::to_string(index)) return {};
   }
   const auto has = [&folder](const char* name) { return access((folder + name).c_str(), F_OK) == 0; };
-  device.wireless = device.type == "wlan" || has("/phy80211") || has("/wireless");
-  return device;
+  return has("/phy80211") || has("/wireless") ? "wlan" : type;
 }
 
 /// Returns the medium that the device's own attributes show. If they show none, `mediumOf` looks at the
 /// device's lower devices, such as the ports of a bridge.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
-  const Device device = deviceOf(index, devices + "/" + link.name);
-  if (device.wireless) return Medium::wiFi;
+  const std::string type = deviceType(index, devices + "/" + link.name);
+  if (type == "wlan") return Medium::wiFi;
   const bool isModem = link.kind == "wwan" || link.kind == "rmnet" || link.hardwareType == ARPHRD_RAWIP;
-  if (isModem || device.type == "wwan") return Medium::cellular;
+  if (isModem || type == "wwan") return Medium::cellular;
   const bool isCable = std::find(cableKinds.begin(), cableKinds.end(), link.kind) != cableKinds.end();
-  const bool isEthernet = link.hardwareType == ARPHRD_ETHER && device.type != "bluetooth";
+  const bool isEthernet = link.hardwareType == ARPHRD_ETHER && type != "bluetooth";
   return isCable && isEthernet && link.lower == 0 ? Medium::wired : Medium::unknown;
 }
 
