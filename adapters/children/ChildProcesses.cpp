@@ -44,13 +44,13 @@ struct OutputPipe {
   FileDescriptor writeEnd;
   std::string bytes{};  ///< what has been read so far
 
-  /// Creates the pipe. Returns 0, or an `errno` value on failure.
-  int open() {
+  /// Creates the pipe. Returns false and sets `errno` on failure.
+  bool open() {
     int descriptors[2];
-    if (pipe2(descriptors, O_CLOEXEC) != 0) return errno;
+    if (pipe2(descriptors, O_CLOEXEC) != 0) return false;
     readEnd.reset(descriptors[0]);
     writeEnd.reset(descriptors[1]);
-    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
+    return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0;
   }
 
   /// Reads from the pipe if it is full although the child has written less than 64 KiB in total. This happens
@@ -200,11 +200,6 @@ ChildProcesses::ChildProcesses(TakePipe leftover)
 }
 
 Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& executable,
-                                                        const std::vector<std::string>& arguments) {
-  return launch(executable, arguments, STDIN_FILENO);
-}
-
-Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& executable,
                                                         const std::vector<std::string>& arguments,
                                                         int input) {
   std::unique_lock lock(children->mutex);
@@ -215,8 +210,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   if (isReservedForAnotherThread()) return Failure{describe(ECANCELED)};
   OutputPipe output;
   OutputPipe error;
-  if (const int failure = output.open()) return Failure{describe(failure)};
-  if (const int failure = error.open()) return Failure{describe(failure)};
+  if (!output.open() || !error.open()) return Failure{describe(errno)};
   const SpawnOptions options{.executable = executable,
                              .arguments = arguments,
                              .input = input,

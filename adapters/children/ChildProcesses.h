@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
 #include <functional>
 #include <memory>
@@ -25,7 +23,9 @@ class ChildProcesses final : public Processes {
   explicit ChildProcesses(TakePipe leftover = {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
-                                          const std::vector<std::string>& arguments) override;
+                                          const std::vector<std::string>& arguments) override {
+    return launch(executable, arguments, STDIN_FILENO);
+  }
   /// Launches a child whose standard input is `input`. Looks up `executable` on PATH if it has no slash.
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments, int input);
