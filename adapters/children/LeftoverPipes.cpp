@@ -27,17 +27,14 @@ bool readAway(const FileDescriptor& pipe) {
 }  // namespace
 
 void LeftoverPipes::add(FileDescriptor readEnd) {
-  loop.mainQueue().async(
-      [this, shared = std::make_shared<FileDescriptor>(std::move(readEnd))] { watch(std::move(*shared)); });
-}
-
-void LeftoverPipes::watch(FileDescriptor readEnd) {
-  if (pipes.size() == limit) pipes.pop_front();
-  const auto pipe = pipes.insert(pipes.end(), {std::move(readEnd)});
-  pipe->readable = loop.onDescriptor(pipe->readEnd.get(), EPOLLIN, [this, pipe] {
-    if (!readAway(pipe->readEnd)) pipes.erase(pipe);
+  loop.mainQueue().async([this, shared = std::make_shared<FileDescriptor>(std::move(readEnd))] {
+    if (pipes.size() == limit) pipes.pop_front();
+    const auto pipe = pipes.insert(pipes.end(), {std::move(*shared)});
+    pipe->readable = loop.onDescriptor(pipe->readEnd.get(), EPOLLIN, [this, pipe] {
+      if (!readAway(pipe->readEnd)) pipes.erase(pipe);
+    });
+    sd_event_source_set_ratelimit(pipe->readable.get(), interval, 1);
   });
-  sd_event_source_set_ratelimit(pipe->readable.get(), interval, 1);
 }
 
 }  // namespace kestrune

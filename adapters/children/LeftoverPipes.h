@@ -30,8 +30,6 @@ class LeftoverPipes {
     EventSource readable{};
   };
 
-  void watch(FileDescriptor readEnd);
-
   EventLoop& loop;
   std::list<Pipe> pipes;  ///< oldest first
 };
