@@ -135,8 +135,7 @@ void Rendezvous::announceEnd() {
 }
 
 void Rendezvous::keepLockAcrossExec() const {
-  if (!lock || fcntl(lock.get(), F_SETFD, 0) != 0) return;
-  setenv(lockVariable, std::to_string(lock.get()).c_str(), 1);
+  if (fcntl(lock.get(), F_SETFD, 0) == 0) setenv(lockVariable, std::to_string(lock.get()).c_str(), 1);
 }
 
 Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
@@ -204,10 +203,6 @@ void Rendezvous::lockAndListen() {
   if (!failure) return folders.leaveLink(folder);
   reportOnce("cannot listen on " + folder + "/" + runningSocketName + ": " + failure.message() +
              "; a second start cannot reach this client");
-}
-
-void Rendezvous::onPerform(std::function<Result<>(const std::string&)> givenPerform) {
-  perform = std::move(givenPerform);
 }
 
 }  // namespace kestrune

@@ -60,7 +60,7 @@ class Rendezvous final : public StatusFeed {
 
   StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                std::function<void()> onAbsence) override;
-  void onPerform(std::function<Result<>(const std::string&)> perform) override;
+  void onPerform(std::function<Result<>(const std::string&)> given) override { perform = std::move(given); }
 
  private:
   /// Decides whether this process becomes the client. Looks for another client again and again, until there
