@@ -19,19 +19,15 @@ constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
 /// Returns whether `token` has no control characters, so that it may be part of an HTTP header line.
 bool canStandInHeader(const std::string& token) {
-  return std::none_of(token.begin(), token.end(), [](char each) {
-    const auto byte = static_cast<unsigned char>(each);
-    return byte < 0x20 || byte == 0x7F;
-  });
+  return std::none_of(token.begin(), token.end(),
+                      [](unsigned char each) { return each < ' ' || each == 0x7F; });
 }
 
 /// Returns a memfd (a file in memory) with `text`, to be read from its start; an empty descriptor on failure.
 FileDescriptor fileInMemory(const std::string& text) {
   FileDescriptor file(memfd_create("header", MFD_CLOEXEC));
-  const auto size = static_cast<ssize_t>(text.size());
-  if (file && (write(file.get(), text.data(), text.size()) != size || lseek(file.get(), 0, SEEK_SET) != 0)) {
+  if (file && pwrite(file.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
     file.reset();
-  }
   return file;
 }
 
