@@ -52,11 +52,8 @@ std::optional<std::string> PreferencesFile::stringForKey(const std::string& key)
 
 void PreferencesFile::set(const std::string& key, Json value) {
   unsaved[key] = std::move(value);
-  if (const Result<> saved = save(); !saved) {
+  if (const Result<> saved = save(); !saved)
     reportOnce("cannot write the preferences " + path + ": " + saved.reason());
-  } else {
-    unsaved = Json::object();
-  }
 }
 
 Result<> PreferencesFile::save() {
@@ -74,6 +71,7 @@ Result<> PreferencesFile::save() {
     return Failure{replaced.reason()};
   }
   lastRead = std::move(preferences);
+  unsaved.clear();
   return Done{};
 }
 

@@ -71,21 +71,19 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   const auto absolute = [](const std::string& path) {
     return path.starts_with('/') ? withoutTrailingSlashes(path) : std::string();
   };
-  const auto orElse = [](const std::string& value, const std::string& otherwise) {
-    return value.empty() ? otherwise : value;
-  };
-  const auto variable = [&environment](const char* name) {
-    return environment.environmentVariable(name).value_or("");
+  const auto baseFolder = [&](const char* variable, const std::string& otherwise) {
+    const std::string path = absolute(environment.environmentVariable(variable).value_or(""));
+    return path.empty() ? otherwise : path;
   };
 
-  const std::string home = withoutTrailingSlashes(homeFolder(environment));
   UserFolders folders;
-  folders.home = home;
-  folders.config = orElse(absolute(variable("XDG_CONFIG_HOME")), home + "/.config");
-  folders.state = orElse(absolute(variable("XDG_STATE_HOME")), home + "/.local/state");
-  folders.runtime = absolute(variable("XDG_RUNTIME_DIR"));
-  folders.data.push_back(orElse(absolute(variable("XDG_DATA_HOME")), home + "/.local/share"));
-  for (const auto& each : split(orElse(variable("XDG_DATA_DIRS"), "/usr/local/share:/usr/share"), ':')) {
+  folders.home = withoutTrailingSlashes(homeFolder(environment));
+  folders.config = baseFolder("XDG_CONFIG_HOME", folders.home + "/.config");
+  folders.state = baseFolder("XDG_STATE_HOME", folders.home + "/.local/state");
+  folders.runtime = baseFolder("XDG_RUNTIME_DIR", "");
+  folders.data.push_back(baseFolder("XDG_DATA_HOME", folders.home + "/.local/share"));
+  const std::string shared = environment.environmentVariable("XDG_DATA_DIRS").value_or("");
+  for (const auto& each : split(shared.empty() ? "/usr/local/share:/usr/share" : shared, ':')) {
     if (auto folder = absolute(each); !folder.empty()) folders.data.push_back(std::move(folder));
   }
   return folders;
