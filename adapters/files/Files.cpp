@@ -258,7 +258,7 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
     if (const auto above = makeFolders(parent, mode)) return above;
   }
   if (mkdir(path.c_str(), mode) == 0) return {};
-  const std::error_code problem = lastError();
+  const std::error_code problem = systemError(errno);
   // If mkdir has failed because another process has just created the folder, return success. If `path` is an
   // existing file that is not a folder, return `not_a_directory`.
   if (fs::is_directory(path, failure)) return {};

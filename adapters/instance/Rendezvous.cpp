@@ -178,7 +178,7 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
       isFileAt(lock, path)
           ? std::move(lock)
           : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return lastError();
+  if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return systemError(errno);
   lock = std::move(file);
   place = folder;
   return {};

@@ -26,7 +26,7 @@ std::error_code RequestServer::listen(const std::string& folder) {
   listener = instanceSocket(folder, newSocketName, &bind);
   if (!listener || ::listen(listener.get(), SOMAXCONN) < 0 ||
       rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
-    const std::error_code failure = lastError();
+    const std::error_code failure = systemError(errno);
     listener.reset();
     return failure;
   }

@@ -15,11 +15,10 @@ namespace kestrune {
 
 std::error_code readWholeFile(const std::string& path, std::string& contents) {
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return lastError();
+  if (!file) return systemError(errno);
   struct stat state {};
-  if (fstat(file.get(), &state) != 0) return lastError();
-  if (S_ISDIR(state.st_mode)) return systemError(EISDIR);
-  if (!S_ISREG(state.st_mode)) return systemError(EINVAL);
+  if (fstat(file.get(), &state) != 0) return systemError(errno);
+  if (!S_ISREG(state.st_mode)) return systemError(S_ISDIR(state.st_mode) ? EISDIR : EINVAL);
   std::string bytes;
   // Read to the end of the file: st_size is too small for files in /proc and files that grow meanwhile.
   const auto size = static_cast<std::size_t>(state.st_size);
@@ -28,11 +27,9 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   for (;;) {
     const ssize_t count = read(file.get(), buffer, sizeof buffer);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return lastError();
+    if (count < 0) return systemError(errno);
     if (count == 0) break;
-    if (bytes.size() + static_cast<std::size_t>(count) > FileManager::sizeLimit) {
-      return systemError(EFBIG);
-    }
+    if (bytes.size() + static_cast<std::size_t>(count) > FileManager::sizeLimit) return systemError(EFBIG);
     bytes.append(buffer, static_cast<std::size_t>(count));
   }
   contents = std::move(bytes);
