@@ -11,7 +11,6 @@ namespace {
 constexpr double dialogWidth = 560;
 constexpr double documentWidth = 540;
 constexpr double rowWidth = 500;
-constexpr double buttonWidth = 220;
 
 struct SettingsRow {
   const char* title;
@@ -30,7 +29,6 @@ View makeSettingsSectionLabel(const char* title) {
           .text = title,
           .fontSize = 12,
           .fontWeight = FontWeight::semibold,
-          .textColor = TextColor::primary,
           .maximumLines = 1,
           .width = rowWidth};
 }
@@ -40,7 +38,6 @@ View makeSettingsHint(const char* text, int lines = 2) {
           .text = text,
           .fontSize = 11,
           .textColor = TextColor::secondary,
-          .lineBreak = LineBreak::wordWrap,
           .maximumLines = lines,
           .width = rowWidth};
 }
@@ -68,14 +65,11 @@ View makeSettingsRow(const char* title, View field) {
              .fontWeight = FontWeight::medium,
              .textColor = TextColor::secondary,
              .maximumLines = 1};
-  return {.kind = ViewKind::stack,
-          .alignment = StackAlignment::leading,
-          .spacing = 4,
-          .children = {std::move(label), std::move(field)}};
+  return {.kind = ViewKind::stack, .spacing = 4, .children = {std::move(label), std::move(field)}};
 }
 
 View makeSettingsButton(const char* title, const char* action) {
-  return {.kind = ViewKind::button, .text = title, .action = action, .width = buttonWidth};
+  return {.kind = ViewKind::button, .text = title, .action = action, .width = 220};
 }
 
 }  // namespace
@@ -86,10 +80,8 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
     return makeSettingsRow(settings.title, std::move(field));
   };
   const auto value = [&values](const SettingsRow& settings) { return values.at(settings.key); };
-  View stack{.kind = ViewKind::stack,
-             .alignment = StackAlignment::leading,
-             .spacing = 10,
-             .insets = {.top = 10, .left = 12, .bottom = 10, .right = 12}};
+  View stack{
+      .kind = ViewKind::stack, .spacing = 10, .insets = {.top = 10, .left = 12, .bottom = 10, .right = 12}};
   stack.children = {
       makeSettingsSectionLabel("手機配對"),
       makeSettingsHint("第一次把手機接到這台 Mac 時，先在菜單欄顯示配對 QR，再用 iPhone "
