@@ -135,7 +135,7 @@ class AppDelegate final : public ApplicationDelegate,
 
   /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
   /// the file cannot be read.
-  std::optional<std::string> loadEnvValue(std::string_view key) const;
+  std::optional<std::string> loadEnvValue(std::string_view key) const { return envFile().value(key); }
   /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
   /// that the dialog showed. If saving would overwrite a non-empty value that the dialog did not show (for
   /// example, because the file has changed meanwhile), first copies the file to ".env.previous". A .env that
@@ -189,10 +189,16 @@ class AppDelegate final : public ApplicationDelegate,
   void trialDidEnd(const Result<>& trial);
 
   std::string envPath() const { return repoPath + "/.env"; }
-  std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const;
-  std::string publicAPIURL() const;
+  std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const {
+    return envFile().value(key, legacyKey);
+  }
+  std::string publicAPIURL() const {
+    return loadEnvValue(env::publicAPIURL).value_or(env::placeholderPublicAPIURL);
+  }
   EnvFile envFile() const { return EnvFile(platform.fileManager.contents(envPath())); }
-  std::string pairingToken() const;
+  std::string pairingToken() const {
+    return loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
+  }
   /// Returns the initial values of the settings dialog.
   EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);

@@ -2,7 +2,6 @@
 
 #include "KestruneMenuClient/AppDelegate.h"
 #include "KestruneMenuClient/settings/SettingsForm.h"
-#include "text/Text.h"
 
 namespace kestrune {
 
@@ -18,19 +17,9 @@ OperationResult notSaved(const std::string& reason) {
   return {false, reason + "設定沒有保存。"};
 }
 
-constexpr auto settingsIdentifier = "settings";
-
 }  // namespace
 
 // --- the backend's .env
-
-std::optional<std::string> AppDelegate::loadEnvValue(std::string_view key) const {
-  return envFile().value(key);
-}
-
-std::optional<std::string> AppDelegate::loadEnvValue(const char* key, const char* legacyKey) const {
-  return envFile().value(key, legacyKey);
-}
 
 OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
   FileManager& files = platform.fileManager;
@@ -92,18 +81,8 @@ std::string AppDelegate::percentEncodeQueryValue(std::string_view value) {
   return encoded;
 }
 
-std::string AppDelegate::publicAPIURL() const {
-  return loadEnvValue(env::publicAPIURL).value_or(env::placeholderPublicAPIURL);
-}
-
-std::string AppDelegate::pairingToken() const {
-  const std::string chosen = loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
-  return std::string(trimmed(chosen));
-}
-
 std::optional<std::string> AppDelegate::makePairingURL() const {
-  const std::string apiURL = publicAPIURL();
-  return pairingURL(apiURL, pairingToken());
+  return pairingURL(publicAPIURL(), pairingToken());
 }
 
 ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) const {
@@ -173,18 +152,16 @@ void AppDelegate::showSettings() {
   const auto completion = [self = shared_from_this(), shown](const AlertAnswer& answer) {
     self->settingsDidClose(answer, *shown);
   };
-  platform.alerts.present({.describe = describe, .completion = completion, .identifier = settingsIdentifier});
+  platform.alerts.present({.describe = describe, .completion = completion, .identifier = "settings"});
 }
 
 EnvValues AppDelegate::settingsValues() const {
-  EnvValues values;
-  values[env::publicAPIURL] = publicAPIURL();
-  values[env::appAPIToken] = loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
-  values[env::macServiceToken] = loadEnvValue(env::macServiceToken, env::legacyMacServiceToken).value_or("");
-  values[env::projectRoot] = loadEnvValue(env::projectRoot, env::legacyProjectRoot)
-                                 .value_or(platform.fileManager.homeDirectoryPath());
-  values[env::openAIAPIKey] = loadEnvValue(env::openAIAPIKey).value_or("");
-  return values;
+  return {{env::publicAPIURL, publicAPIURL()},
+          {env::appAPIToken, pairingToken()},
+          {env::macServiceToken, loadEnvValue(env::macServiceToken, env::legacyMacServiceToken).value_or("")},
+          {env::projectRoot, loadEnvValue(env::projectRoot, env::legacyProjectRoot)
+                                 .value_or(platform.fileManager.homeDirectoryPath())},
+          {env::openAIAPIKey, loadEnvValue(env::openAIAPIKey).value_or("")}};
 }
 
 void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& shown) {
@@ -197,11 +174,8 @@ void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& s
   const EnvValues values = settingsOf(answer);
   if (const auto fault = faultOfSettings(values, shown)) return showResultWindow(failureTitle, *fault, true);
   const OperationResult result = saveEnvValues(values, &shown);
-  if (result.ok) {
-    reconnectServices(true, "設定已保存並開始重新檢查");
-  } else {
-    showResultWindow(failureTitle, result.message, true);
-  }
+  if (!result.ok) return showResultWindow(failureTitle, result.message, true);
+  reconnectServices(true, "設定已保存並開始重新檢查");
 }
 
 }  // namespace kestrune
