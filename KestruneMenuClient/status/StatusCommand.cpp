@@ -4,6 +4,7 @@
 
 #include "KestruneMenuClient/backend/Backend.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
+#include "KestruneMenuClient/settings/Preferences.h"
 
 namespace kestrune {
 
@@ -30,14 +31,8 @@ StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
     : platform(givenPlatform),
       options(givenOptions),
       print(std::move(givenPrint)),
-      preferences(platform.userDefaults),
-      repoPath(locateRepo(platform.mainBundle).path),
       workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
                                                     QueueTarget::ownThread)) {}
-
-void StatusCommand::applicationDidFinishLaunching() {
-  subscribe();
-}
 
 void StatusCommand::applicationWillTerminate() {
   platform.pathMonitor.cancel();
@@ -59,11 +54,8 @@ void StatusCommand::heard(const std::string& line) {
 }
 
 void StatusCommand::clientIsAbsent() {
-  if (std::exchange(hasHeard, false)) {
-    after(successorPatience, &StatusCommand::checkBackend);
-  } else {
-    checkBackend();
-  }
+  if (!std::exchange(hasHeard, false)) return checkBackend();
+  next = platform.timers.scheduleOnce(successorPatience, [this] { checkBackend(); });
 }
 
 void StatusCommand::checkBackend() {
@@ -81,6 +73,7 @@ void StatusCommand::checkBackend() {
 }
 
 void StatusCommand::askBackend() {
+  const Preferences preferences(platform.userDefaults);
   found.officialMode = preferences.isOfficialConnectionMode();
   found.autoConnect = preferences.isAutoConnectEnabled();
   if (!found.autoConnect) {
@@ -89,12 +82,13 @@ void StatusCommand::askBackend() {
     found.session = LiveSession::disabled;
     return checkDidFinish();
   }
+  const std::string repoPath = locateRepo(platform.mainBundle).path;
   const EnvFile file(platform.fileManager.contents(repoPath + "/.env"));
   const auto token = file.value(env::macServiceToken, env::legacyMacServiceToken);
-  workerQueue->async([self = shared_from_this(), token] {
+  workerQueue->async([self = shared_from_this(), token, repoPath] {
     Platform& machine = self->platform;
     const CommandResult result =
-        runShellCommand(machine.processes, machine.clock, backendCommandLine(self->repoPath, "status"));
+        runShellCommand(machine.processes, machine.clock, backendCommandLine(repoPath, "status"));
     const LiveSession session =
         token ? selectedSession(machine.localService.getProjects(*token)) : LiveSession::notConfigured;
     machine.dispatch.mainQueue().async([self, session, report = StatusReport(result.ok, result.output)] {
@@ -113,11 +107,7 @@ void StatusCommand::checkDidFinish() {
   // If a client has started during the check, drop the result: the client's status is newer.
   if (hasHeard) return;
   show(statusJson(found, false));
-  if (options.follow) after(checkInterval, &StatusCommand::subscribe);
-}
-
-void StatusCommand::after(Seconds delay, void (StatusCommand::*then)()) {
-  next = platform.timers.scheduleOnce(delay, [this, then] { (this->*then)(); });
+  if (options.follow) next = platform.timers.scheduleOnce(checkInterval, [this] { subscribe(); });
 }
 
 bool StatusCommand::show(const std::string& json) {

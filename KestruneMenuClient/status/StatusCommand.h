@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "KestruneMenuClient/settings/Preferences.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "ports/Platform.h"
 
@@ -30,7 +29,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   /// Returns the exit status for the process. Valid after the main loop has ended.
   int exitCode() const { return code; }
 
-  void applicationDidFinishLaunching() override;
+  void applicationDidFinishLaunching() override { subscribe(); }
   void applicationWillTerminate() override;
 
  private:
@@ -42,7 +41,6 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void checkBackend();
   void askBackend();
   void checkDidFinish();
-  void after(Seconds delay, void (StatusCommand::*then)());
   /// `json`: a status as `statusJson` writes it. Prints the status in the format `options.format`. Returns
   /// false if `json` cannot be parsed.
   bool show(const std::string& json);
@@ -50,8 +48,6 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   Platform& platform;
   const Options options;
   const std::function<bool(const std::string&)> print;
-  const Preferences preferences;
-  const std::string repoPath;
   const std::unique_ptr<DispatchQueue> workerQueue;
   StatusSubscription subscription;
   std::unique_ptr<Timer> next;
