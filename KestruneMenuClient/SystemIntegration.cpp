@@ -2,29 +2,18 @@
 
 namespace kestrune {
 
-namespace {
-
-constexpr auto assertionName = "Kestrune keeps Mac awake for the mobile bridge";
-
-}  // namespace
-
 // --- keep-awake
 
 void AppDelegate::ensureSleepAssertion() {
+  static constexpr auto name = "Kestrune keeps Mac awake for the mobile bridge";
   PowerAssertions& assertions = platform.powerAssertions;
-  if (displaySleepAssertionID != 0) {
-    if (assertions.isHeld(displaySleepAssertionID) && assertions.isHeld(systemSleepAssertionID)) return;
-    releaseSleepAssertion();
-  }
-  const auto display =
-      assertions.create(PowerAssertionType::noDisplaySleep, powerAssertionLevelOn, assertionName);
+  if (assertions.isHeld(displaySleepAssertionID) && assertions.isHeld(systemSleepAssertionID)) return;
+  releaseSleepAssertion();
+  const auto display = assertions.create(PowerAssertionType::noDisplaySleep, powerAssertionLevelOn, name);
   if (!display) return;
   const auto system =
-      assertions.create(PowerAssertionType::preventUserIdleSystemSleep, powerAssertionLevelOn, assertionName);
-  if (!system) {
-    assertions.release(*display);
-    return;
-  }
+      assertions.create(PowerAssertionType::preventUserIdleSystemSleep, powerAssertionLevelOn, name);
+  if (!system) return assertions.release(*display);
   displaySleepAssertionID = *display;
   systemSleepAssertionID = *system;
 }
