@@ -172,9 +172,9 @@ class AppDelegate final : public ApplicationDelegate,
 
   /// Copies `report.codex` into `current`, and sets `current.checkedAt` to the current time.
   void take(const StatusReport& report);
-  /// Asks the backend for its status on the worker queue, and calls `then` on the main thread.
+  /// Asks the backend for its status on the worker queue. On the main thread, takes the report and calls
+  /// `then`.
   void queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then);
-  void statusQueryDidFinish(const StatusReport& report, bool triggerNotification);
   /// Rebuilds the menu with this status, and redraws the status item's button.
   void show(const std::string& statusText, ConnectionLampState state);
   bool isReconnecting() const { return current.reconnecting; }

@@ -107,8 +107,7 @@ void AppDelegate::stopConnection() {
 }
 
 void AppDelegate::showStatus() {
-  queryStatus([this](const CommandResult& result, const StatusReport& report) {
-    take(report);
+  queryStatus([this](const CommandResult& result, const StatusReport&) {
     refreshStatus(false);
     std::string content = prettifyOutput(result.output);
     if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
@@ -123,7 +122,6 @@ void AppDelegate::showStatus() {
 
 void AppDelegate::showCodexRuntimeStatus() {
   queryStatus([this](const CommandResult& result, const StatusReport& report) {
-    take(report);
     rebuildMenu("Codex 診斷已更新", report.lamp, 0);
     showResultWindow("Codex 版本與 Remote Control", prettifyOutput(result.output), false);
   });

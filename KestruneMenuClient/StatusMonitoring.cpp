@@ -33,34 +33,30 @@ void AppDelegate::queryStatus(std::function<void(const CommandResult&, const Sta
     CommandResult result = self->runShellCommand(self->backendCommandLine("status"));
     // Parse the output here: it may have 16 MiB, and would block the main thread.
     const StatusReport report(result.ok, result.output);
-    self->platform.dispatch.mainQueue().async(
-        [self, then, report, result = std::move(result)] { then(result, report); });
+    self->platform.dispatch.mainQueue().async([self, then, report, result = std::move(result)] {
+      self->take(report);
+      then(result, report);
+    });
   });
 }
 
 void AppDelegate::refreshStatus(bool triggerNotification) {
   if (std::exchange(statusRefreshInProgress, true)) return;
   queryStatus([this, triggerNotification](const CommandResult&, const StatusReport& report) {
-    statusQueryDidFinish(report, triggerNotification);
+    if (report.ok) {
+      syncSleepAssertionWithSettings();
+    } else {
+      releaseSleepAssertion();
+    }
+    refreshLiveSessionSnapshot(
+        [self = shared_from_this(), statusText = report.text, lamp = report.lamp, triggerNotification] {
+          self->current.reconnecting = false;
+          self->statusRefreshInProgress = false;
+          self->show(statusText, lamp);
+          if (triggerNotification)
+            self->showNotification(networkChangedTitle, "偵測到網路切換，已重新檢查本地服務與隧道狀態。");
+        });
   });
-}
-
-void AppDelegate::statusQueryDidFinish(const StatusReport& report, bool triggerNotification) {
-  take(report);
-  if (report.ok) {
-    syncSleepAssertionWithSettings();
-  } else {
-    releaseSleepAssertion();
-  }
-  refreshLiveSessionSnapshot(
-      [self = shared_from_this(), statusText = report.text, lamp = report.lamp, triggerNotification] {
-        self->current.reconnecting = false;
-        self->statusRefreshInProgress = false;
-        self->show(statusText, lamp);
-        if (triggerNotification) {
-          self->showNotification(networkChangedTitle, "偵測到網路切換，已重新檢查本地服務與隧道狀態。");
-        }
-      });
 }
 
 void AppDelegate::presentAutoConnectDisabledState() {
@@ -148,27 +144,23 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
 // --- project and chat thread of the live session
 
 void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
-  const auto finish = [&completion] {
-    if (completion) completion();
-  };
-  if (liveSessionRefreshInProgress) return finish();
-  if (lastLiveSessionRefreshAt &&
-      platform.clock.continuousTime() - *lastLiveSessionRefreshAt < liveSessionInterval) {
-    return finish();
-  }
+  const Job finish = completion ? completion : Job([] {});
+  const bool isFresh = lastLiveSessionRefreshAt &&
+                       platform.clock.continuousTime() - *lastLiveSessionRefreshAt < liveSessionInterval;
+  if (liveSessionRefreshInProgress || isFresh) return finish();
   const auto token = loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
   if (!token) {
     current.session = LiveSession::notConfigured;
     return finish();
   }
   liveSessionRefreshInProgress = true;
-  workerQueue->async([self = shared_from_this(), token = *token, completion] {
+  workerQueue->async([self = shared_from_this(), token = *token, finish] {
     const LiveSession session = selectedSession(self->platform.localService.getProjects(token));
-    self->platform.dispatch.mainQueue().async([self, session, completion] {
+    self->platform.dispatch.mainQueue().async([self, session, finish] {
       self->liveSessionRefreshInProgress = false;
       self->lastLiveSessionRefreshAt = self->platform.clock.continuousTime();
       self->current.session = session;
-      if (completion) completion();
+      finish();
     });
   });
 }
