@@ -15,21 +15,17 @@ using Json = nlohmann::json;
 namespace {
 
 constexpr int schema = 2;
-constexpr auto timeFormat = "%Y-%m-%dT%H:%M:%SZ";
-constexpr auto noClientAnswers = "沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。";
 
 // A text for each enumerator, in the order of the enumerators. `networkRows` is shown in the menu; the other
 // arrays hold the names in JSON.
-template <std::size_t Count>
-using Names = std::array<const char*, Count>;
-constexpr Names<3> lampNames{"ok", "warning", "error"};
-constexpr Names<3> verdictNames{"unknown", "ok", "needs_check"};
-constexpr Names<6> networkNames{"unknown", "none", "wifi", "wired", "cellular", "other"};
-constexpr Names<6> networkRows{"未知網路",       "網路未連線",     "Wi-Fi 已連線",
-                               "有線網路已連線", "行動網路已連線", "網路已連線"};
+constexpr std::array lampNames{"ok", "warning", "error"};
+constexpr std::array verdictNames{"unknown", "ok", "needs_check"};
+constexpr std::array networkNames{"unknown", "none", "wifi", "wired", "cellular", "other"};
+constexpr std::array networkRows{"未知網路",       "網路未連線",     "Wi-Fi 已連線",
+                                 "有線網路已連線", "行動網路已連線", "網路已連線"};
 
 template <typename Enum, std::size_t Count>
-const char* nameOf(Enum value, const Names<Count>& names) {
+const char* nameOf(Enum value, const std::array<const char*, Count>& names) {
   return names[static_cast<std::size_t>(value)];
 }
 
@@ -39,10 +35,6 @@ std::string formatted(std::int64_t time, const char* format, bool local) {
   char text[64] = "";
   if (parts != nullptr) std::strftime(text, sizeof text, format, parts);
   return text;
-}
-
-std::string detailMember(const CodexItem& item) {
-  return std::string(item.name) + "_detail";
 }
 
 std::string asLine(const Json& value) {
@@ -60,7 +52,7 @@ std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromCl
   lines.push_back("檢查時間：" + (snapshot.checkedAt
                                       ? formatted(*snapshot.checkedAt, "%Y-%m-%d %H:%M:%S", true)
                                       : std::string("尚未檢查")));
-  if (!fromClient) lines.emplace_back(noClientAnswers);
+  if (!fromClient) lines.emplace_back("沒有可回應的菜單欄程式，以上是剛才另外檢查的結果。");
   for (std::string& line : lines) line = displayRow(line);
   return lines;
 }
@@ -109,14 +101,14 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
                {"project", project},
                {"thread", thread},
                {"network", nameOf(snapshot.network, networkRows)}}}};
-  if (snapshot.checkedAt) value["checked_at"] = formatted(*snapshot.checkedAt, timeFormat, false);
+  if (snapshot.checkedAt) value["checked_at"] = formatted(*snapshot.checkedAt, "%Y-%m-%dT%H:%M:%SZ", false);
   if (snapshot.session.isKnown(&LiveSession::projectTitle)) value["project"] = project;
   if (snapshot.session.isKnown(&LiveSession::threadName)) value["thread"] = thread;
   if (snapshot.network != NetworkKind::unknown) value["network"] = nameOf(snapshot.network, networkNames);
   for (std::size_t i = 0; i < codexItems.size(); ++i) {
     const auto& [verdict, detail] = snapshot.codex[i];
     value[codexItems[i].name] = nameOf(verdict, verdictNames);
-    value[detailMember(codexItems[i])] = displayRow(detail);
+    value[std::string(codexItems[i].name) + "_detail"] = displayRow(detail);
     value["rows"][codexItems[i].name] = displayRow(codexRow(codexItems[i].rowPrefix, snapshot.codex[i]));
   }
   return asLine(value);
@@ -126,8 +118,7 @@ std::optional<PublishedStatus> parseStatusJson(std::string_view line) {
   try {
     const Json value = Json::parse(line);
     const Json& lampName = value.at("lamp");
-    const auto lamp = std::find_if(lampNames.begin(), lampNames.end(),
-                                   [&lampName](const char* name) { return lampName == name; });
+    const auto lamp = std::find(lampNames.begin(), lampNames.end(), lampName);
     if (value.at("schema") != schema || lamp == lampNames.end()) return std::nullopt;
     return PublishedStatus{static_cast<ConnectionLampState>(lamp - lampNames.begin()),
                            value.at("keeps_awake").get<bool>(),
