@@ -127,7 +127,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// now. The reason of a failure is in English.
   Result<> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
-  void showResultWindow(const std::string& title, const std::string& content, bool isError);
+  void showResultWindow(const std::string& title, const std::string& content, bool isError = false);
   void requestNotificationPermission();
   void showNotification(const std::string& title, const std::string& body);
 

@@ -99,10 +99,9 @@ void AppDelegate::stopConnection() {
     releaseSleepAssertion();
     current.session = LiveSession::disabled;
     show("已手動關停，背景服務已停止", ConnectionLampState::error);
-    showResultWindow("手動關停連線",
-                     result.output.empty() ? "已停止本地服務、桌面橋接與反向隧道，並已關閉自動連線。"
-                                           : prettifyOutput(result.output) + "\n\n已同步關閉自動連線。",
-                     false);
+    showResultWindow("手動關停連線", result.output.empty()
+                                         ? "已停止本地服務、桌面橋接與反向隧道，並已關閉自動連線。"
+                                         : prettifyOutput(result.output) + "\n\n已同步關閉自動連線。");
   });
 }
 
@@ -155,8 +154,7 @@ void AppDelegate::showChatGPTRemoteGuide() {
       "5. 在 ChatGPT App 內確認同一個帳號和 workspace，完成連接。\n\n"
       "Kestrune 自托管路徑仍然使用 VPS Relay、Mac service 和手機 App "
       "Token。兩條路徑可以並行使用：普通遠程控制用官方 ChatGPT App；需要自托管、私有 Relay 或獨立交付時用 "
-      "Kestrune。",
-      false);
+      "Kestrune。");
 }
 
 void AppDelegate::toggleAutoConnect() {
@@ -166,12 +164,11 @@ void AppDelegate::toggleAutoConnect() {
     reconnectServices(false);
     // U+2011 is a non-breaking hyphen.
     showResultWindow("已開啟自動連線",
-                     "之後換 Wi\u2011Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。", false);
+                     "之後換 Wi\u2011Fi、熱點或網路路徑時，Kestrune 會自動重新檢查並嘗試恢復連線。");
   } else {
     runOnWorker(backendServiceStopCommand(), stopTimeout, [](const CommandResult&) {});
     presentAutoConnectDisabledState();
-    showResultWindow("已關閉自動連線", "已停止本地服務、桌面橋接與反向隧道；之後換網時也不會自動重連。",
-                     false);
+    showResultWindow("已關閉自動連線", "已停止本地服務、桌面橋接與反向隧道；之後換網時也不會自動重連。");
   }
 }
 
@@ -185,8 +182,7 @@ void AppDelegate::toggleConnectionMode() {
       official ? "目前模式：官方 ChatGPT。\n\n菜單欄會重點協助你保持 Mac 醒著、打開 Codex App、檢查 ChatGPT "
                  "Remote Ready。Kestrune 自托管服務不會被自動關閉；需要停止時可手動關停連線。"
                : "目前模式：Kestrune 自托管。\n\n菜單欄會重點協助你維持 Mac service、desktop bridge、VPS "
-                 "tunnel、配對 QR 和手機 App Token。",
-      false);
+                 "tunnel、配對 QR 和手機 App Token。");
 }
 
 void AppDelegate::restartMenuClient() {

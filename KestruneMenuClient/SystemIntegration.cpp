@@ -40,13 +40,10 @@ void AppDelegate::toggleKeepAwake() {
   syncSleepAssertionWithSettings();
   show(enabled ? "保持喚醒已開啟" : "保持喚醒已關閉",
        isAutoConnectEnabled() ? ConnectionLampState::warning : ConnectionLampState::error);
-  if (enabled) {
-    showResultWindow(
-        "已開啟保持喚醒",
-        "自動連線開啟期間，Kestrune 會請求 macOS 防止閒置睡眠與螢幕睡眠，讓手機端更容易保持連線。", false);
-  } else {
-    showResultWindow("已關閉保持喚醒", "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。", false);
-  }
+  showResultWindow(
+      enabled ? "已開啟保持喚醒" : "已關閉保持喚醒",
+      enabled ? "自動連線開啟期間，Kestrune 會請求 macOS 防止閒置睡眠與螢幕睡眠，讓手機端更容易保持連線。"
+              : "已釋放防睡眠請求；Mac 會回到系統原本的睡眠策略。");
 }
 
 // --- launch at login
