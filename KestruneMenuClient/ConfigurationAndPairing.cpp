@@ -31,9 +31,8 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   FileContents example;
   if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
   if (example.outcome == ReadOutcome::temporaryFailure) return {false, example.problem};
-  constexpr std::size_t limit = FileManager::sizeLimit;
   const EnvFile fresh(std::move(example));
-  const auto contents = (old.isThere() ? old : fresh).with(values, limit);
+  const auto contents = (old.isThere() ? old : fresh).with(values);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
 
   std::string kept;  // path of the file that keeps the old settings; empty if there is none

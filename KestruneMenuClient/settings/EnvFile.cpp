@@ -51,19 +51,15 @@ std::optional<std::string> EnvFile::value(std::string_view key) const {
   return std::nullopt;
 }
 
-std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t limit) const {
+std::optional<std::string> EnvFile::with(const EnvValues& values) const {
+  constexpr std::size_t limit = FileManager::sizeLimit + 1;  // with the LF that is removed at the end
   std::string result;
-  std::size_t expected = contents.size();
+  std::size_t expected = contents.size() + 1;
   EnvValues missing = values;
   for (const auto& [key, value] : values) expected += key.size() + value.size() + 3;
   result.reserve(expected);
-  bool isFirst = true;
-  const auto startLine = [&result, &isFirst] {
-    if (!std::exchange(isFirst, false)) result += '\n';
-  };
-  const auto define = [&result, &startLine](const auto& entry) {
-    startLine();
-    result.append(entry.first).append("=").append(entry.second);
+  const auto define = [&result](const auto& entry) {
+    result.append(entry.first).append("=").append(entry.second).append("\n");
   };
   LineSplitter lines(contents, CrLf::twoNewlines);
   std::string_view line;
@@ -72,20 +68,20 @@ std::optional<std::string> EnvFile::with(const EnvValues& values, std::size_t li
       define(*entry);
       missing.erase(entry->first);
     } else {
-      startLine();
-      result += line;
+      result.append(line).append("\n");
     }
   }
   // A file that exists but is empty has one line, which is empty. A file that does not exist has no line.
-  if (exists && contents.empty()) startLine();
+  if (exists && contents.empty()) result += '\n';
   // Put an empty line before each appended key, but none before the first one if the last line is already
   // empty, or if the file has no line.
   bool needsEmptyLine = !line.empty();
   for (const auto& entry : missing) {
-    if (std::exchange(needsEmptyLine, true)) startLine();
+    if (std::exchange(needsEmptyLine, true)) result += '\n';
     define(entry);
   }
   if (result.size() > limit) return std::nullopt;
+  if (!result.empty()) result.pop_back();
   return result;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -53,11 +52,11 @@ class EnvFile {
   /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
   std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
 
-  /// Returns the text with `values` set; absent when it would exceed `limit` bytes. Sets the value in every
-  /// line that begins with one of the keys and an equals sign, and appends the missing keys in ascending
-  /// order. Here each newline character (see `trimmed` in Text.h) ends a line, and becomes LF in the result.
-  /// So CR LF ends two lines.
-  std::optional<std::string> with(const EnvValues& values, std::size_t limit) const;
+  /// Returns the text with `values` set; absent when it would exceed `FileManager::sizeLimit`. Sets the value
+  /// in every line that begins with one of the keys and an equals sign, and appends the missing keys in
+  /// ascending order. Here each newline character (see `trimmed` in Text.h) ends a line, and becomes LF in
+  /// the result. So CR LF ends two lines.
+  std::optional<std::string> with(const EnvValues& values) const;
 
   /// Returns whether `with(values)` would change a non-empty value that the user has not seen. `shown`: the
   /// values that the user has seen. Compares values without the white space and newlines around them.
