@@ -121,9 +121,7 @@ void tellStatus(const Request& request) {
   const auto command = std::make_shared<StatusCommand>(
       host->platform(), StatusCommand::Options{format, request.follow, request.exitZero},
       // With --follow, never block: a program that stops reading our output must not keep us from ending.
-      [follows = request.follow](const std::string& text) {
-        return follows ? host->write(text) : print(text);
-      });
+      [&request](const std::string& text) { return request.follow ? host->write(text) : print(text); });
   delegate = command;
   host->endWithOutput();
   host->platform().application->run(*command);
@@ -160,11 +158,8 @@ int main(int argumentCount, char** arguments) {
   host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
                    .background = request.background,
                    .arguments = {arguments + std::min(argumentCount, 1), arguments + argumentCount}});
-  if (request.status) {
-    tellStatus(request);
-  } else if (request.diagnose) {
-    diagnose();
-  } else {
-    runClient();
-  }
+  // Each of these functions ends the process.
+  if (request.status) tellStatus(request);
+  if (request.diagnose) diagnose();
+  runClient();
 }
