@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "KestruneMenuClient/backend/Backend.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
@@ -84,9 +83,7 @@ class AppDelegate final : public ApplicationDelegate,
     return StatusReport(result.ok, result.output).lamp;
   }
   static std::string prettifyOutput(std::string_view output) { return prettified(output); }
-  /// Finds the first line "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL" in the report `output`, where LABEL
-  /// is `label`. Returns "OK DETAIL" or "需檢查 DETAIL", with a shortened DETAIL; absent if there is no such
-  /// line.
+  /// Returns what `codexFinding` finds, as text: "OK DETAIL" or "需檢查 DETAIL"; absent if it finds no line.
   static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
   static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
   void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }

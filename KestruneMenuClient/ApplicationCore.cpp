@@ -29,11 +29,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   configureStatusItem();
   startMonitoringNetwork();
   startPeriodicRefresh();
-  if (isAutoConnectEnabled()) {
-    refreshStatus(false);
-  } else {
-    presentAutoConnectDisabledState();
-  }
+  periodicRefreshDidTick();  // the timer ticks only after its first interval
   platform.launchAgents.repair(launchAgentLabel, repoPath);
   platform.statusFeed.onPerform([weak = weak_from_this()](const std::string& action) {
     const auto self = weak.lock();
@@ -98,9 +94,8 @@ std::string AppDelegate::currentAppBundlePath() const {
   if (std::string bundlePath = platform.mainBundle.bundlePath(); bundlePath.ends_with(suffix))
     return bundlePath;
   const std::string executablePath = currentExecutablePath();
-  if (const auto at = executablePath.rfind(suffix); at != std::string::npos) {
+  if (const auto at = executablePath.rfind(suffix); at != std::string::npos)
     return executablePath.substr(0, at + suffix.size());
-  }
   return repoPath + "/dist/Kestrune Menu Client.app";
 }
 

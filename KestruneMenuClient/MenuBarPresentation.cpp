@@ -58,11 +58,9 @@ ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
     return cachedConnectedLogo;
   }
   if (cachedDisconnectedLogo) return cachedDisconnectedLogo;
-  if (const ImageRef logo = baseMenuBarLogo()) {
-    if (ImageRef grey = makeGrayscaleImage(*logo)) return cachedDisconnectedLogo = std::move(grey);
-  }
-  // No grey logo could be made, so return the logo in colour.
-  return baseMenuBarLogo();
+  if (const ImageRef logo = baseMenuBarLogo()) cachedDisconnectedLogo = makeGrayscaleImage(*logo);
+  // If no grey logo could be made, return the logo in colour.
+  return cachedDisconnectedLogo ? cachedDisconnectedLogo : baseMenuBarLogo();
 }
 
 ImageRef AppDelegate::baseMenuBarLogo() {
@@ -132,10 +130,7 @@ void AppDelegate::openProjectFolder() {
 
 void AppDelegate::openCodexApp() {
   const std::string path = platform.workspace.codexAppPath();
-  if (platform.fileManager.fileExists(path)) {
-    platform.workspace.open(path);
-    return;
-  }
+  if (platform.fileManager.fileExists(path)) return platform.workspace.open(path);
   showResultWindow(
       "未找到 Codex App",
       "請先安裝最新版 Codex App。官方 ChatGPT 手機遠程連接需要 Mac 上運行 Codex App，不能只靠 CLI 或 IDE "

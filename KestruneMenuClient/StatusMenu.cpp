@@ -97,10 +97,9 @@ void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState
 }
 
 void AppDelegate::performAction(std::string_view action) {
-  const auto* const row =
-      std::find_if(std::begin(menuRows), std::end(menuRows),
-                   [action](const MenuRow& each) { return each.run != nullptr && each.action == action; });
-  if (row != std::end(menuRows)) (this->*row->run)();
+  for (const MenuRow& row : menuRows) {
+    if (row.run != nullptr && row.action == action) return (this->*row.run)();
+  }
 }
 
 std::string AppDelegate::describeActions() {
@@ -116,9 +115,7 @@ std::string AppDelegate::describeActions() {
       continue;
     }
     described = row.action;
-    std::string name(described);
-    name.resize(width, ' ');
-    lines += name + "  " + row.title + "\n";
+    lines += row.action + std::string(width + 2 - described.size(), ' ') + row.title + "\n";
   }
   return lines;
 }

@@ -116,9 +116,8 @@ void AppDelegate::actOnPathUpdate(bool changed) {
     }
   } else {
     presentAutoConnectDisabledState();
-    if (changed) {
+    if (changed)
       showNotification(networkChangedTitle, "目前已停用自動重連；需要時請手動點選「立即重新檢查連線」。");
-    }
   }
 }
 

@@ -9,8 +9,6 @@ namespace kestrune {
 namespace {
 
 constexpr auto environmentScript = ".venv/bin/activate";
-constexpr auto clientProgram = "kestrune-mac-client";
-constexpr auto legacyClientProgram = "halvask-mac-client";
 
 /// The labels of the backend's services, current and legacy, in the order in which they are unloaded.
 constexpr const char* serviceLabels[] = {
@@ -32,8 +30,6 @@ constexpr Seconds graceAfterTerminate{0.2};
 // may keep a pipe open, and then there is no end of file.
 constexpr Seconds pipePatience{1.0};
 
-constexpr auto noOutput = "沒有輸出。";
-
 }  // namespace
 
 RepoLocation locateRepo(const MainBundle& mainBundle) {
@@ -52,10 +48,9 @@ bool holdsBackend(const FileManager& files, const std::string& repoPath) {
 }
 
 std::string clientCommand(std::string_view subcommand) {
-  const std::string client = clientProgram;
   const std::string argument(subcommand);
-  return "{ command -v " + client + " >/dev/null 2>&1 && " + client + " " + argument + " || " +
-         legacyClientProgram + " " + argument + "; }";
+  return "{ command -v kestrune-mac-client >/dev/null 2>&1 && kestrune-mac-client " + argument +
+         " || halvask-mac-client " + argument + "; }";
 }
 
 std::string shellEscape(std::string_view text) {
@@ -96,7 +91,7 @@ CommandResult runShellCommand(Processes& processes, Clock& clock, const std::str
 
   std::string text = commandText(child.readOutput(timedOut ? Seconds{0} : pipePatience));
   if (timedOut) return {false, text.empty() ? commandTimedOut : text + "\n" + commandTimedOut};
-  return {child.terminationStatus() == 0, text.empty() ? noOutput : std::move(text)};
+  return {child.terminationStatus() == 0, text.empty() ? "沒有輸出。" : std::move(text)};
 }
 
 std::string commandText(const std::string& bytes) {
