@@ -17,9 +17,7 @@ constexpr std::size_t chatNameLimit = 34;  // characters
 
 /// Returns whether Python treats `value` as true. The service that sends the JSON is a Python program.
 bool isTruthy(const Json& value) {
-  if (value.is_string()) return !value.get_ref<const std::string&>().empty();
-  if (value.is_number()) return value.get<double>() != 0;
-  return value.is_boolean() ? value.get<bool>() : !value.empty();
+  return value != false && value != 0 && value != "" && !value.empty();
 }
 
 /// Returns the member `name`, or a JSON null if there is no such member.
@@ -70,8 +68,7 @@ const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
 
 bool LiveSession::isKnown(std::string LiveSession::*member) const {
   const std::string& text = this->*member;
-  return !text.empty() && text != LiveSession().*member && text != disabled.*member &&
-         text != notConfigured.*member;
+  return text != LiveSession().*member && text != disabled.*member && text != notConfigured.*member;
 }
 
 LiveSession selectedSession(const std::optional<std::string>& answer) {

@@ -81,8 +81,7 @@ CodexFinding codexFinding(std::string_view output, std::string_view label) {
 std::string compactDetail(std::string_view detail) {
   // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
   const std::string plain = withoutEscapeSequences(detail);
-  const std::string_view rest = trimmed(plain);
-  return shortened(trimmed(rest.substr(0, rest.find("（"))), detailLimit);
+  return shortened(trimmed(std::string_view(plain).substr(0, plain.find("（"))), detailLimit);
 }
 
 std::string prettified(std::string_view output) {

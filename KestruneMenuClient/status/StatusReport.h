@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -23,8 +22,6 @@ enum class CodexVerdict { unknown, ok, needsCheck };
 struct CodexFinding {
   CodexVerdict verdict = CodexVerdict::unknown;
   std::string detail{};  ///< at most 44 characters
-
-  bool operator==(const CodexFinding&) const = default;
 };
 
 /// An item of the Codex runtime: its label in a report, the prefix of its menu row, its name in JSON.
