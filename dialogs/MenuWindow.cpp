@@ -45,14 +45,12 @@ QKeySequence keysOf(const MenuItem& item) {
 /// The user's next key press would then choose that row by mistake.
 class MenuRow final : public QPushButton {
  public:
-  explicit MenuRow(int itemId) : id(itemId) {
+  MenuRow() {
     // If no button has the focus, Return presses the first auto-default button of a QDialog. So no row may be
     // such a button.
     setAutoDefault(false);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   }
-
-  const int id;
 
   /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
   /// is painted in bold, as the heading of its section. `keyWidth` is the width of the menu's widest
@@ -240,9 +238,11 @@ MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(nullptr), area(new QScro
   layout->setContentsMargins(0, pixels(edge), 0, pixels(edge));
   layout->setSpacing(0);
   for (const auto& item : menu.items) {
-    auto* const row = new MenuRow(item.id);
-    connect(row, &QPushButton::clicked, this, [this, row] {
-      if (row->isChoosable()) choose(row->id);
+    auto* const row = new MenuRow;
+    connect(row, &QPushButton::clicked, this, [this, row, id = item.id] {
+      if (!row->isChoosable() || isHidden()) return;
+      hide();
+      onChosen(id);
     });
     layout->addWidget(row);
     rows.push_back(row);
@@ -276,19 +276,6 @@ int MenuWindow::widthForRows() const {
   const QSize room = roomForWindow();
   const int bar = wanted.height() > room.height() ? area->verticalScrollBar()->sizeHint().width() : 0;
   return std::min(std::clamp(wanted.width(), pixels(leastWidth), pixels(largestWidth)) + bar, room.width());
-}
-
-void MenuWindow::choose(int id) {
-  if (!onChosen) return;
-  hide();
-  std::exchange(onChosen, nullptr)(id);
-}
-
-void MenuWindow::reject() {
-  if (!onChosen) return;
-  onChosen = nullptr;
-  hide();
-  onClosed();
 }
 
 void MenuWindow::keyPressEvent(QKeyEvent* event) {

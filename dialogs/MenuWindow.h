@@ -20,21 +20,19 @@ class MenuWindow final : public DialogWindow {
   /// Creates the window with one row for each item of `menu`, and does not show it yet.
   explicit MenuWindow(const Menu& menu);
 
-  /// Called with the ID of the item that the user chose, after the window is hidden.
+  /// Called with the ID of the item that the user chose, after the window is hidden. If the user closes the
+  /// window without a choice, QDialog::rejected is emitted instead.
   std::function<void(int item)> onChosen;
-  std::function<void()> onClosed;  ///< called when the user closes the window without a choice
 
   /// Updates the rows in place and keeps the focus. `menu` must have the same item IDs as the menu that the
   /// constructor got.
   void setMenu(const Menu& menu);
 
  protected:
-  void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
   int widthForRows() const;
-  void choose(int id);
   /// Moves the focus to the next or the previous choosable row, and scrolls to it. Wraps around.
   void moveFocus(bool next);
 

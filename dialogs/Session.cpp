@@ -127,7 +127,7 @@ void Session::perform(const ShowMenu& request) {
     tell(Chosen{item});
     end(0);
   };
-  menu->onClosed = [this] { end(0); };
+  QObject::connect(menu.get(), &QDialog::rejected, &input, [this] { end(0); });
   menu->present();
 }
 
