@@ -1,5 +1,6 @@
 #include "dialogs/PlainText.h"
 
+#include <QStringTokenizer>
 #include <QStringView>
 #include <QTextBoundaryFinder>
 #include <string>
@@ -17,16 +18,6 @@ constexpr qsizetype lookBack = 64;       // UTF-16 units; a line break is search
 constexpr qsizetype keptEnd = 1500;
 
 const QString addedBreak = QStringLiteral("\u2060\n");
-
-void appendReadable(std::string& readable, std::string_view line) {
-  for (;;) {
-    const auto tab = line.find('\t');
-    readable += withoutControls(line.substr(0, tab));
-    if (tab == std::string_view::npos) return;
-    readable += '\t';
-    line.remove_prefix(tab + 1);
-  }
-}
 
 /// Returns where to break a line that is longer than `longestLine`. Searches the last `lookBack` units before
 /// that limit: for a space, else for a place between two grapheme clusters (characters with their combining
@@ -48,11 +39,8 @@ QString readableText(std::string_view utf8) {
   std::string readable;
   readable.reserve(utf8.size());
   LineSplitter lines(utf8);
-  bool first = true;
-  for (std::string_view line; lines.next(line); first = false) {
-    if (!first) readable += '\n';
-    appendReadable(readable, line);
-  }
+  for (std::string_view line; lines.next(line);) readable += withoutControls(line, true) + '\n';
+  if (!readable.empty()) readable.pop_back();
   return QString::fromStdString(readable);
 }
 
@@ -73,19 +61,16 @@ QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int 
 QString withLongLinesBroken(const QString& text) {
   QString broken;
   broken.reserve(text.size() + addedBreak.size() * (text.size() / longestLine + 1));
-  for (QStringView rest(text);;) {
-    const auto end = rest.indexOf(QLatin1Char('\n'));
-    auto line = end < 0 ? rest : rest.first(end);
+  for (QStringView line : QStringView(text).tokenize(u'\n')) {
     while (line.size() > longestLine) {
       const auto at = breakIn(line);
       broken.append(line.first(at)).append(addedBreak);
       line = line.sliced(at);
     }
-    broken.append(line);
-    if (end < 0) return broken;
-    broken.append(QLatin1Char('\n'));
-    rest = rest.sliced(end + 1);
+    broken.append(line).append(QLatin1Char('\n'));
   }
+  broken.chop(1);
+  return broken;
 }
 
 QString withoutAddedBreaks(QString text) {

@@ -202,13 +202,14 @@ std::string withoutEscapeSequences(std::string_view text) {
   return plain;
 }
 
-std::string withoutControls(std::string_view text) {
+std::string withoutControls(std::string_view text, bool keepTabs) {
   const std::string withoutSequences = withoutEscapeSequences(text);
   std::string plain;
   plain.reserve(withoutSequences.size());
   for (std::string_view rest = withoutSequences; !rest.empty();) {
     const Decoded decoded = decode(rest);
-    plain += isReadable(decoded.character) ? rest.substr(0, decoded.length) : " ";
+    const bool stays = isReadable(decoded.character) || (keepTabs && decoded.character == '\t');
+    plain += stays ? rest.substr(0, decoded.length) : " ";
     rest.remove_prefix(decoded.length);
   }
   return plain;

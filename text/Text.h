@@ -51,8 +51,9 @@ std::string_view withinBytes(std::string_view text, std::size_t limit);
 std::string withoutEscapeSequences(std::string_view text);
 
 /// Returns `text` made safe to display. Removes the terminal escape sequences. Then replaces each control
-/// character, line end, bidirectional control, noncharacter and ill-formed byte by a space.
-std::string withoutControls(std::string_view text);
+/// character, line end, bidirectional control, noncharacter and ill-formed byte by a space. If `keepTabs` is
+/// true, tabs stay.
+std::string withoutControls(std::string_view text, bool keepTabs = false);
 
 /// Returns `text` ready for a menu row or a tooltip: the result of `withoutControls`, shortened to 200
 /// characters, which is more than any screen shows.
