@@ -30,19 +30,9 @@ constexpr auto usage =
     "  --help     show this and exit\n"
     "  --version  show the version and exit\n";
 
-/// Prevents core dumps, because they would contain what the user types. Sets RLIMIT_CORE to 1: with 0, the
-/// kernel would still pipe the dump to a crash reporter. If the hard limit is 0, calls
-/// prctl(PR_SET_DUMPABLE, 0) instead. That is only the second choice, because the desktop portal then refuses
-/// to tell this process the desktop's colour preference.
-void forbidCoreDumps() {
-  const rlimit limit{1, 1};
-  if (setrlimit(RLIMIT_CORE, &limit) != 0) prctl(PR_SET_DUMPABLE, 0);
-}
-
 /// Keeps libdbus from starting a session bus when there is none. Starting a bus would delay the window, and
 /// the bus would outlive the program.
 void startNoBus() {
-  if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return;
   const char* const folder = std::getenv("XDG_RUNTIME_DIR");
   if (folder == nullptr || access((std::string(folder) + "/bus").c_str(), F_OK) != 0) {
     setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
@@ -74,6 +64,8 @@ class QtWords final : public QTranslator {
   }
 };
 
+/// Masks the text of password fields for screen readers. Qt shows dots on the screen, but sends every
+/// inserted and deleted character to all listeners on the accessibility bus (AT-SPI).
 void tell(QAccessibleEvent* event);
 
 /// Lets Qt send the event to screen readers. Qt does this only while no update handler is installed.
@@ -87,16 +79,13 @@ QString masked(const QString& text) {
   return {text.size(), QChar(0x2022)};
 }
 
-/// Returns whether the event is about text, but from a widget without a text interface. QLabel sends such
-/// events. `tell` drops them, because Qt would warn on standard error about each of them.
-bool isPointless(QAccessibleEvent& event) {
-  if (dynamic_cast<QAccessibleTextCursorEvent*>(&event) == nullptr) return false;
-  QAccessibleInterface* const source = event.accessibleInterface();
-  return source == nullptr || source->textInterface() == nullptr;
-}
-
 void tell(QAccessibleEvent* event) {
-  if (isPointless(*event)) return;
+  // Drop events about text from a widget without a text interface, because Qt would warn on standard error
+  // about each of them. QLabel sends such events.
+  if (dynamic_cast<QAccessibleTextCursorEvent*>(event) != nullptr) {
+    QAccessibleInterface* const source = event->accessibleInterface();
+    if (source == nullptr || source->textInterface() == nullptr) return;
+  }
   const auto* const field = qobject_cast<QLineEdit*>(event->object());
   if (field == nullptr || field->echoMode() == QLineEdit::Normal) return pass(event);
   switch (event->type()) {
@@ -120,13 +109,6 @@ void tell(QAccessibleEvent* event) {
   }
 }
 
-/// Masks the text of password fields for screen readers. Call it once, before the first window. Qt shows dots
-/// on the screen, but sends every inserted and deleted character to all listeners on the accessibility bus
-/// (AT-SPI).
-void hideMaskedText() {
-  QAccessible::installUpdateHandler(&tell);
-}
-
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -142,7 +124,12 @@ int main(int argumentCount, char** arguments) {
     }
   }
 
-  forbidCoreDumps();
+  // Prevent core dumps, because they would contain what the user types. Set RLIMIT_CORE to 1: with 0, the
+  // kernel would still pipe the dump to a crash reporter. If the hard limit is 0, call
+  // prctl(PR_SET_DUMPABLE, 0) instead. That is only the second choice, because the desktop portal then
+  // refuses to tell this process the desktop's colour preference.
+  const rlimit limit{1, 1};
+  if (setrlimit(RLIMIT_CORE, &limit) != 0) prctl(PR_SET_DUMPABLE, 0);
   startNoBus();
   std::signal(SIGPIPE, SIG_IGN);
   // Keep Qt from connecting to the session manager (XSMP). The session manager would otherwise start this
@@ -152,7 +139,7 @@ int main(int argumentCount, char** arguments) {
   unsetenv("XDG_ACTIVATION_TOKEN");
 
   QApplication application(argumentCount, arguments);
-  hideMaskedText();
+  QAccessible::installUpdateHandler(&tell);
   kestrune::dialogs::preferColorEmoji();
   QtWords words;
   QCoreApplication::installTranslator(&words);
