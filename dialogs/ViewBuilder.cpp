@@ -44,13 +44,12 @@ QString brokenIntoLines(const QString& text, const QFont& font, int width, int m
   layout.beginLayout();
   for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
     line.setLineWidth(width);
-    QString part = text.mid(line.textStart(), line.textLength());
     if (lines.size() + 1 == most) {
-      part = text.mid(line.textStart()).replace(QLatin1Char('\n'), QLatin1Char(' '));
-      lines.append(QFontMetrics(font).elidedText(part, Qt::ElideRight, width));
+      const auto rest = text.mid(line.textStart()).replace(QLatin1Char('\n'), QLatin1Char(' '));
+      lines.append(QFontMetrics(font).elidedText(rest, Qt::ElideRight, width));
       break;
     }
-    lines.append(part.remove(QLatin1Char('\n')));
+    lines.append(text.mid(line.textStart(), line.textLength()).remove(QLatin1Char('\n')));
   }
   layout.endLayout();
   return lines.join(QLatin1Char('\n'));
@@ -60,9 +59,9 @@ QString brokenIntoLines(const QString& text, const QFont& font, int width, int m
 /// tip. Screen readers get the whole text; only the painted text is shorter.
 class Label final : public QLabel {
  public:
-  explicit Label(const View& view)
-      : color(view.textColor),
-        alignment(view.textAlignment == TextAlignment::center ? Qt::AlignHCenter : Qt::AlignLeading) {
+  explicit Label(const View& view) : color(view.textColor) {
+    const auto across = view.textAlignment == TextAlignment::center ? Qt::AlignHCenter : Qt::AlignLeading;
+    setAlignment(Qt::AlignTop | across);
     const bool single = view.lineBreak == LineBreak::truncateMiddle;
     setTextFormat(Qt::PlainText);
     setText(single ? readableLine(view.text) : readableText(view.text));
@@ -85,12 +84,11 @@ class Label final : public QLabel {
   void paintEvent(QPaintEvent*) override {
     QPainter painter(this);
     painter.setPen(colorFor(color, palette()));
-    painter.drawText(rect(), static_cast<int>(Qt::AlignTop | alignment), shown);
+    painter.drawText(rect(), static_cast<int>(alignment()), shown);
   }
 
  private:
   const TextColor color;
-  const Qt::Alignment alignment;
   QString shown;
 };
 
@@ -160,11 +158,11 @@ class Field final : public QLineEdit {
 /// image's largest bitmap, in the screen's full resolution.
 class Picture final : public QLabel {
  public:
-  explicit Picture(const View& view) : source(view.image) {
-    const auto& largest = source->bitmaps.back();
-    image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888);
-    setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : source->width)),
-                 static_cast<int>(std::lround(view.height > 0 ? view.height : source->height)));
+  explicit Picture(const View& view) {
+    const auto& largest = view.image->bitmaps.back();
+    image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888).copy();
+    setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : view.image->width)),
+                 static_cast<int>(std::lround(view.height > 0 ? view.height : view.image->height)));
     // This pixmap is never painted. A QLabel has the accessible role of a picture only if it has a pixmap.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
@@ -183,14 +181,15 @@ class Picture final : public QLabel {
   }
 
  private:
-  const ImageRef source;  ///< owns the pixels of `image`
   QImage image;
 };
+
+using OnPressed = std::function<void(const std::string& action)>;
 
 /// A vertical scroll area. It is at least as wide as its content. Its height can shrink to `smallestScroll`.
 class ScrollView final : public QScrollArea {
  public:
-  explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {
+  ScrollView(const View& view, const OnPressed& pressed) : wanted(pixels(view.width), pixels(view.height)) {
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setFrameShape(QFrame::NoFrame);
@@ -199,6 +198,11 @@ class ScrollView final : public QScrollArea {
     setFocusPolicy(Qt::NoFocus);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Preferred);
     if (wanted.height() > 0) setMaximumHeight(wanted.height());
+    if (view.children.empty()) return;
+    QWidget* const content = buildView(view.children.front(), pressed);
+    setWidget(content);
+    // Make `content` transparent again, because setWidget has made it opaque.
+    content->setAutoFillBackground(false);
   }
 
   QSize sizeHint() const override {
@@ -216,8 +220,6 @@ class ScrollView final : public QScrollArea {
   const QSize wanted;
 };
 
-using OnPressed = std::function<void(const std::string& action)>;
-
 QWidget* buildButton(const View& view, const OnPressed& pressed) {
   auto* const button = new QPushButton(withoutMnemonics(readableLine(view.text)));
   if (!view.accessibilityLabel.empty()) button->setAccessibleName(readableLine(view.accessibilityLabel));
@@ -226,16 +228,6 @@ QWidget* buildButton(const View& view, const OnPressed& pressed) {
   QObject::connect(button, &QPushButton::clicked, button,
                    [pressed, action = view.action] { pressed(action); });
   return button;
-}
-
-QWidget* buildScrollView(const View& view, const OnPressed& pressed) {
-  auto* const area = new ScrollView(view);
-  if (view.children.empty()) return area;
-  QWidget* const content = buildView(view.children.front(), pressed);
-  area->setWidget(content);
-  // Make `content` transparent again, because setWidget has made it opaque.
-  content->setAutoFillBackground(false);
-  return area;
 }
 
 /// Builds a stack or a container. Both place their children one below the other. A container centres them
@@ -286,7 +278,7 @@ QWidget* buildView(const View& view, const OnPressed& pressed) {
     case ViewKind::image:
       return view.image ? new Picture(view) : new QWidget;
     case ViewKind::scroll:
-      return buildScrollView(view, pressed);
+      return new ScrollView(view, pressed);
     case ViewKind::stack:
     case ViewKind::container:
       return buildColumn(view, pressed);
