@@ -112,8 +112,6 @@ QWidget* makeTitle(const QString& text, int width) {
   return buildView(view);
 }
 
-}  // namespace
-
 /// A text that scrolls, and that the user can select and copy. Its layout is fast for a text of any length.
 class LongText final : public QPlainTextEdit {
  public:
@@ -155,6 +153,8 @@ class LongText final : public QPlainTextEdit {
 
   QSize preferred;
 };
+
+}  // namespace
 
 AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
     : DialogWindow(beneath), id(number), alertStyle(alert.style), buttonCount(alert.buttons.size()) {
@@ -238,10 +238,10 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
       delete label;
       const int taken = grid->sizeHint().height() + grid->verticalSpacing() +
                         (view != nullptr ? view->sizeHint().height() : 0);
-      longText = new LongText(text, QSize(std::min(pixels(widestLongText), room.width()),
-                                          std::min(pixels(highestLongText), room.height() - taken)));
-      longText->setAccessibleName(accessibleName());
-      grid->addWidget(longText, row++, 0, 1, 2);
+      auto* const shown = new LongText(text, QSize(std::min(pixels(widestLongText), room.width()),
+                                                   std::min(pixels(highestLongText), room.height() - taken)));
+      shown->setAccessibleName(accessibleName());
+      grid->addWidget(shown, row++, 0, 1, 2);
     }
   }
   texts->addStretch();
@@ -279,7 +279,10 @@ void AlertWindow::reject() {
 
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
   // Page Up, Page Down, Home and End scroll the long text, even while a button has the focus.
-  if (longText != nullptr && scrollByKey(*longText->verticalScrollBar(), *event)) return;
+  if (const auto* const longText = body->findChild<QPlainTextEdit*>()) {
+    longText->verticalScrollBar()->event(event);
+    if (event->isAccepted()) return;
+  }
   DialogWindow::keyPressEvent(event);
 }
 

@@ -12,8 +12,6 @@ class QLabel;
 
 namespace kestrune::dialogs {
 
-class LongText;
-
 /// The window of an alert. It fits on the screen with all its buttons, however long the alert's texts are.
 class AlertWindow final : public DialogWindow {
  public:
@@ -40,7 +38,6 @@ class AlertWindow final : public DialogWindow {
   const AlertStyle alertStyle;
   const std::size_t buttonCount;
   QLabel* icon = nullptr;
-  LongText* longText = nullptr;
   QWidget* body = nullptr;  ///< all of the window except the row of buttons
 };
 

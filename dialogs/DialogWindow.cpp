@@ -2,9 +2,7 @@
 
 #include <QEvent>
 #include <QGuiApplication>
-#include <QKeyEvent>
 #include <QLineEdit>
-#include <QScrollBar>
 #include <QShowEvent>
 #include <QWindow>
 #include <utility>
@@ -14,11 +12,6 @@ namespace kestrune::dialogs {
 bool isOnWayland() {
   static const bool answer = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
   return answer;
-}
-
-bool scrollByKey(QScrollBar& bar, QKeyEvent& event) {
-  bar.event(&event);
-  return event.isAccepted();
 }
 
 DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {

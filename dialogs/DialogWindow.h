@@ -3,15 +3,9 @@
 #include <QDialog>
 #include <functional>
 
-class QScrollBar;
-
 namespace kestrune::dialogs {
 
 bool isOnWayland();
-
-/// Passes a key event to the scroll bar. Returns whether the bar has used the key: it uses the arrows, Page
-/// Up, Page Down, Home and End.
-bool scrollByKey(QScrollBar& bar, QKeyEvent& event);
 
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {

@@ -291,7 +291,8 @@ void MenuWindow::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Up:
       return moveFocus(false);
     default:
-      if (!scrollByKey(*area->verticalScrollBar(), *event)) DialogWindow::keyPressEvent(event);
+      area->verticalScrollBar()->event(event);  // accepts the event if the key scrolls
+      if (!event->isAccepted()) DialogWindow::keyPressEvent(event);
   }
 }
 
