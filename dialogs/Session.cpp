@@ -17,7 +17,6 @@ namespace kestrune::dialogs {
 
 namespace {
 
-constexpr std::size_t pieceSize = 65536;  // the most bytes of one read; the default capacity of a pipe
 constexpr std::chrono::milliseconds focusDelay{100};
 
 }  // namespace
@@ -34,23 +33,23 @@ void Session::read() {
   // QSocketNotifier has said that standard input is readable, so one read does not block. Do not set
   // O_NONBLOCK: it would also apply to other processes that share standard input, for example if it is
   // a terminal.
-  char piece[pieceSize];
+  char piece[65536];  // the default capacity of a pipe
   const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
   if (count <= 0) return end(0);
   std::string_view rest(piece, static_cast<std::size_t>(count));
-  for (auto end = rest.find('\n'); end != rest.npos && input.isEnabled(); end = rest.find('\n')) {
-    begun += rest.substr(0, end);
-    rest.remove_prefix(end + 1);
-    take(std::exchange(begun, {}));
+  for (auto at = rest.find('\n'); at != rest.npos && input.isEnabled(); at = rest.find('\n')) {
+    begun += rest.substr(0, at);
+    rest.remove_prefix(at + 1);
+    const auto decoded = decode<Request>(std::exchange(begun, {}));
+    if (const auto* const reason = std::get_if<std::string>(&decoded)) {
+      std::fprintf(stderr, "KestruneMenuDialogs: not understood: %s\n", reason->c_str());
+      tell(Refused{*reason});
+      return end(1);
+    }
+    std::visit([this](const auto& request) { perform(request); }, std::get<Request>(decoded));
   }
   begun += rest;
-}
-
-void Session::take(const std::string& line) {
-  const auto decoded = decode<Request>(line);
-  if (const auto* const reason = std::get_if<std::string>(&decoded)) return refuse(*reason);
-  std::visit([this](const auto& request) { perform(request); }, std::get<Request>(decoded));
 }
 
 void Session::perform(const ShowAlert& request) {
@@ -133,12 +132,6 @@ void Session::perform(const ShowMenu& request) {
 
 void Session::tell(const Event& event) {
   if (std::puts(encode(event).c_str()) == EOF || std::fflush(stdout) != 0) end(1);
-}
-
-void Session::refuse(const std::string& reason) {
-  std::fprintf(stderr, "KestruneMenuDialogs: not understood: %s\n", reason.c_str());
-  tell(Refused{reason});
-  end(1);
 }
 
 void Session::end(int status) {

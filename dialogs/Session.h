@@ -22,7 +22,6 @@ class Session {
 
  private:
   void read();
-  void take(const std::string& line);
   void perform(const ShowAlert& request);
   void perform(const Raise& request);
   void perform(const ShowMenu& request);
@@ -30,7 +29,6 @@ class Session {
   /// active. Returns whether it has hidden them.
   bool raise();
   void tell(const Event& event);
-  void refuse(const std::string& reason);
   void end(int status);
   void forget(int id);
 
