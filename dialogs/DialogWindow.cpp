@@ -32,11 +32,10 @@ void DialogWindow::present(bool isTop) {
 
 void DialogWindow::setName(const QString& name) {
   const QString program = QStringLiteral("Kestrune");
+  const QString shown = name.isEmpty() ? program : name;
   // A task bar shows the titles of many programs. So add the program's name to the title.
-  setWindowTitle(name.contains(program) ? name
-                 : name.isEmpty()       ? program
-                                        : name + QStringLiteral(" — ") + program);
-  setAccessibleName(name.isEmpty() ? program : name);
+  setWindowTitle(shown.contains(program) ? shown : shown + QStringLiteral(" — ") + program);
+  setAccessibleName(shown);
 }
 
 void DialogWindow::showEvent(QShowEvent* event) {

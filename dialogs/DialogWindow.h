@@ -22,13 +22,11 @@ class DialogWindow : public QDialog {
   void present(bool isTop = true);
 
  protected:
-  /// Sets the window's title, and its name for screen readers. If `name` is empty, both are
-  /// the program's name.
+  /// Sets the window's title, and its name for screen readers. An empty `name` stands for the program's name.
   void setName(const QString& name);
 
-  /// Called once, after the window is mapped and before it is painted. A derived class does slow
-  /// work here and not in its constructor, so that the window appears sooner. This work must not
-  /// change the window's layout.
+  /// Called once, after the window is mapped and before it is painted. A derived class does slow work here
+  /// and not in its constructor, so that the window appears sooner. This work must not change the layout.
   virtual void furnish() {}
 
   void showEvent(QShowEvent* event) override;
