@@ -67,19 +67,16 @@ class MenuRow final : public QPushButton {
     font.setWeight(isLabel && beginsSection ? QFont::DemiBold : QFont::Normal);
     setFont(font);
     setAccessibleName(wholeTitle);
-    setText(withoutMnemonics(wholeTitle));
-    // Set the shortcut after the text, because setText removes it.
     setShortcut(keysOf(item));
     setCheckable(item.checked.has_value());
     setChecked(item.checked.value_or(false));
-    choosable = item.enabled && !item.isSeparator;
-    setFocusPolicy(choosable ? Qt::StrongFocus : Qt::NoFocus);
+    setFocusPolicy(item.enabled && !item.isSeparator ? Qt::StrongFocus : Qt::NoFocus);
     updateToolTip();
     updateGeometry();
     update();
   }
 
-  bool isChoosable() const { return choosable; }
+  bool isChoosable() const { return focusPolicy() != Qt::NoFocus; }
 
   /// Returns the role that screen readers announce: separator, text, check box or push button.
   QAccessible::Role role() const { return accessibleRole; }
@@ -117,7 +114,7 @@ class MenuRow final : public QPushButton {
 
   void enterEvent(QEnterEvent* event) override {
     QPushButton::enterEvent(event);
-    if (choosable && isActiveWindow()) setFocus(Qt::MouseFocusReason);
+    if (isChoosable() && isActiveWindow()) setFocus(Qt::MouseFocusReason);
   }
 
   void paintEvent(QPaintEvent*) override {
@@ -139,20 +136,17 @@ class MenuRow final : public QPushButton {
   QStyleOptionMenuItem option() const {
     QStyleOptionMenuItem made;
     made.initFrom(this);
-    made.menuItemType = accessibleRole == QAccessible::Separator ? QStyleOptionMenuItem::Separator
-                                                                 : QStyleOptionMenuItem::Normal;
-    made.menuHasCheckableItems = true;
-    made.maxIconWidth = 0;
+    if (accessibleRole == QAccessible::Separator) made.menuItemType = QStyleOptionMenuItem::Separator;
     made.menuRect = rect();
     made.font = font();
     if (isCheckable()) made.checkType = QStyleOptionMenuItem::NonExclusive;
     made.checked = isChecked();
-    const QColor color = colorFor(choosable ? TextColor::primary : TextColor::secondary, palette());
+    const QColor color = colorFor(isChoosable() ? TextColor::primary : TextColor::secondary, palette());
     // Set all three roles, because a style may take the text colour from any of them.
     for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
       made.palette.setColor(role, color);
-    made.state.setFlag(QStyle::State_Selected, hasFocus() && choosable);
-    made.state.setFlag(QStyle::State_Sunken, isDown() && choosable);
+    made.state.setFlag(QStyle::State_Selected, hasFocus() && isChoosable());
+    made.state.setFlag(QStyle::State_Sunken, isDown() && isChoosable());
     if (!shortcut().isEmpty()) {
       made.reservedShortcutWidth = keyRoom;
       made.text = QLatin1Char('\t') + shortcut().toString(QKeySequence::NativeText);
@@ -176,7 +170,6 @@ class MenuRow final : public QPushButton {
                                            : Qt::convertFromPlainText(wholeTitle, Qt::WhiteSpaceNormal));
   }
 
-  bool choosable = false;
   QAccessible::Role accessibleRole = QAccessible::StaticText;
   QString wholeTitle;
   int keyRoom = 0;
