@@ -1,7 +1,6 @@
 #include "adapters/windows/DialogProcess.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,10 +42,6 @@ DialogProcess::DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, 
       program(givenProgram),
       onEvent(std::move(givenOnEvent)),
       onEnd(std::move(givenOnEnd)) {}
-
-DialogProcess::~DialogProcess() {
-  *alive = false;
-}
 
 bool DialogProcess::start(const std::string& activationToken) {
   if (const auto problem =
@@ -109,7 +104,8 @@ void DialogProcess::readSome() {
   // The text received before has no line end, so search only the new part.
   std::size_t unsearched = begun.size();
   begun.append(buffer, static_cast<std::size_t>(count));
-  const auto stillAlive = alive;
+  // `onEvent` may destroy this object; then `stillThere` expires.
+  const std::weak_ptr<bool> stillThere = alive;
   for (std::size_t end; (end = begun.find('\n', unsearched)) != std::string::npos;) {
     const auto event = dialogs::decode<dialogs::Event>(begun.substr(0, end));
     begun.erase(0, end + 1);
@@ -124,7 +120,7 @@ void DialogProcess::readSome() {
     if ((shown && shown->id == expected) || (answered && answered->id == expected)) deadline.reset();
     const auto handler = onEvent;
     handler(understood);
-    if (!*stillAlive) return;
+    if (stillThere.expired()) return;
   }
   if (begun.size() > lineLimit) finish("it answered without end");
 }

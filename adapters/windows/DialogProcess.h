@@ -40,7 +40,6 @@ class DialogProcess {
   /// `program` must outlive this object. `onEvent` and `onEnd` may destroy this object. `onEnd` is called
   /// once, after the last event.
   DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
-  ~DialogProcess();
 
   /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets the program's first window take the
   /// focus; it is empty if there is none. If the start fails, reports why, does not call `onEnd`, and returns
@@ -72,9 +71,7 @@ class DialogProcess {
   std::string begun;     ///< the start of a line whose end has not arrived yet
   int expected = 0;      ///< ID of the window that must appear before `deadline`
   EventSource deadline;  ///< set while a requested window is not on the screen yet
-  /// Set to false by the destructor. `readSome` keeps a copy of the pointer while it calls `onEvent`, which
-  /// may destroy this object.
-  std::shared_ptr<bool> alive = std::make_shared<bool>(true);
+  const std::shared_ptr<bool> alive = std::make_shared<bool>();
 };
 
 }  // namespace kestrune
