@@ -156,8 +156,8 @@ class LongText final : public QPlainTextEdit {
 
 }  // namespace
 
-AlertWindow::AlertWindow(int number, const Alert& alert, AlertWindow* beneath)
-    : DialogWindow(beneath), id(number), alertStyle(alert.style), buttonCount(alert.buttons.size()) {
+AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
+    : DialogWindow(number, beneath), alertStyle(alert.style), buttonCount(alert.buttons.size()) {
   setName(readableLine(alert.messageText).left(longestTitle));
 
   auto* const layout = new QVBoxLayout(this);

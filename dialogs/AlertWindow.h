@@ -16,9 +16,7 @@ namespace kestrune::dialogs {
 class AlertWindow final : public DialogWindow {
  public:
   /// Creates the window, and does not show it yet. `beneath`: the window that it will cover; null if none.
-  AlertWindow(int number, const Alert& alert, AlertWindow* beneath);
-
-  const int id;
+  AlertWindow(int number, const Alert& alert, QWidget* beneath);
 
   /// Called when a button in the alert's accessory view is pressed.
   std::function<void(const std::string& action)> onPressed;

@@ -14,7 +14,7 @@ bool isOnWayland() {
   return answer;
 }
 
-DialogWindow::DialogWindow(QWidget* beneath) : QDialog(beneath) {
+DialogWindow::DialogWindow(int number, QWidget* beneath) : QDialog(beneath), id(number) {
   if (beneath != nullptr) setWindowModality(Qt::WindowModal);
 }
 

@@ -12,7 +12,9 @@ class DialogWindow : public QDialog {
  public:
   /// Creates a hidden window on top of the window `beneath`. While the new window is open, `beneath` takes no
   /// input. If `beneath` is null, the new window is independent.
-  explicit DialogWindow(QWidget* beneath);
+  DialogWindow(int number, QWidget* beneath);
+
+  const int id;  ///< of the alert; 0 for the menu
 
   /// Called once, after the window has appeared on the screen and has been painted.
   std::function<void()> onShown;

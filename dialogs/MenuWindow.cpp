@@ -212,7 +212,7 @@ QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
 
 }  // namespace
 
-MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(nullptr), area(new QScrollArea) {
+MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(0, nullptr), area(new QScrollArea) {
   QAccessible::installFactory(&accessibleRow);
   setName(QString());
   setFocusPolicy(Qt::ClickFocus);

@@ -26,7 +26,7 @@ Session::Session() : input(STDIN_FILENO, QSocketNotifier::Read) {
 }
 
 Session::~Session() {
-  if (!alerts.empty()) delete alerts.front();
+  if (!windows.empty()) delete windows.front();
 }
 
 void Session::read() {
@@ -54,25 +54,25 @@ void Session::read() {
 
 void Session::perform(const ShowAlert& request) {
   const int id = request.id;
-  auto* const window = new AlertWindow(id, request.alert, alerts.empty() ? nullptr : alerts.back());
+  auto* const window = new AlertWindow(id, request.alert, windows.empty() ? nullptr : windows.back());
   window->onShown = [this, id] { tell(Shown{id}); };
   window->onPressed = [this, id](const std::string& action) { tell(Pressed{id, action}); };
   window->onAnswered = [this, id](const AlertAnswer& answer) {
     forget(id);
     tell(Answered{id, answer});
-    if (alerts.empty()) return end(0);
+    if (windows.empty()) return end(0);
     // Give the focus to the alert that the answered alert covered. Not every desktop session has a window
     // manager that does this.
-    alerts.back()->activateWindow();
+    windows.back()->activateWindow();
   };
-  alerts.push_back(window);
+  windows.push_back(window);
   window->present();
 }
 
 void Session::forget(int id) {
-  while (!alerts.empty()) {
-    AlertWindow* const top = alerts.back();
-    alerts.pop_back();
+  while (!windows.empty()) {
+    DialogWindow* const top = windows.back();
+    windows.pop_back();
     top->deleteLater();
     if (top->id == id) return;
     // This alert covered the answered alert. A user cannot click the buttons of a covered alert, but a screen
@@ -85,10 +85,8 @@ void Session::perform(const Raise& request) {
   // Qt reads the activation token from this environment variable when a window is next activated.
   if (!request.activationToken.empty())
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(request.activationToken));
-  DialogWindow* const top = menu             ? menu.get()
-                            : alerts.empty() ? nullptr
-                                             : static_cast<DialogWindow*>(alerts.back());
-  if (top == nullptr) return;
+  if (windows.empty()) return;
+  DialogWindow* const top = windows.back();
   // `onShown` is set until the window has appeared. On Wayland, do not map such a window again: it may have
   // used a token already, and a token works only once. On X11, raise it: perhaps it has not appeared because
   // another window covers it.
@@ -103,8 +101,6 @@ void Session::perform(const Raise& request) {
 }
 
 bool Session::raise() {
-  std::vector<DialogWindow*> windows(alerts.begin(), alerts.end());
-  if (menu) windows.push_back(menu.get());
   // A Wayland program is not told whether its window is minimised or its activation token was refused. So
   // hide the windows: then `present` maps them again, on the current workspace. Do not hide an active window,
   // because the user may be typing in it.
@@ -118,15 +114,16 @@ bool Session::raise() {
 }
 
 void Session::perform(const ShowMenu& request) {
-  if (menu) return menu->setMenu(request.menu);
+  if (menu != nullptr) return menu->setMenu(request.menu);
 
-  menu = std::make_unique<MenuWindow>(request.menu);
+  menu = new MenuWindow(request.menu);
   menu->onShown = [this] { tell(Shown{}); };
   menu->onChosen = [this](int item) {
     tell(Chosen{item});
     end(0);
   };
-  QObject::connect(menu.get(), &QDialog::rejected, &input, [this] { end(0); });
+  QObject::connect(menu, &QDialog::rejected, &input, [this] { end(0); });
+  windows.push_back(menu);
   menu->present();
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QSocketNotifier>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,8 +8,6 @@
 #include "dialogs/MenuWindow.h"
 
 namespace kestrune::dialogs {
-
-class AlertWindow;
 
 /// Reads the client's requests, one a line, from standard input, and shows them as windows. Writes what the
 /// user does as events to standard output. Ends the main loop: with status 0 when the last window is closed
@@ -32,10 +29,10 @@ class Session {
   void end(int status);
   void forget(int id);
 
-  QSocketNotifier input;             ///< disabled once the main loop has been told to end
-  std::string begun;                 ///< the start of a line whose end has not arrived yet
-  std::vector<AlertWindow*> alerts;  ///< from bottom to top; each window owns the next one
-  std::unique_ptr<MenuWindow> menu;
+  QSocketNotifier input;               ///< disabled once the main loop has been told to end
+  std::string begun;                   ///< the start of a line whose end has not arrived yet
+  std::vector<DialogWindow*> windows;  ///< the menu; or the alerts from bottom to top, each owning the next
+  MenuWindow* menu = nullptr;
 };
 
 }  // namespace kestrune::dialogs
