@@ -52,9 +52,8 @@ int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
 /// word that is wider than `width` makes the result wider than `width`, unless `flags` contains
 /// Qt::TextWrapAnywhere: then lines also break inside such a word.
 QSize wrappedSize(const QString& text, const QFontMetrics& metrics, int width, int flags = 0) {
-  const QRect unlimited(0, 0, width, QWIDGETSIZE_MAX);
   flags |= static_cast<int>(Qt::TextWordWrap) | Qt::TextExpandTabs;
-  return metrics.boundingRect(unlimited, flags, text.left(measuredLength)).size();
+  return metrics.boundingRect(0, 0, width, QWIDGETSIZE_MAX, flags, text.left(measuredLength)).size();
 }
 
 /// Shows a context menu with "Copy" and "Select All". In Qt 6.4, QLabel itself shows a context menu only
@@ -121,9 +120,6 @@ class LongText final : public QPlainTextEdit {
     setReadOnly(true);
     setUndoRedoEnabled(false);
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    setTabChangesFocus(true);
-    setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
     const QString broken = withLongLinesBroken(text);
     setPlainText(broken);
@@ -161,8 +157,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
   setName(readableLine(alert.messageText).left(longestTitle));
 
   auto* const layout = new QVBoxLayout(this);
-  const QMargins margins = layout->contentsMargins();
-  const QSize room = roomForWindow().shrunkBy(margins);
+  const QSize room = roomForWindow().shrunkBy(layout->contentsMargins());
   QWidget* const buttons = makeButtons(alert, room.width());
   const QSize roomForBody = room - QSize(0, buttons->sizeHint().height() + 2 * layout->spacing());
 

@@ -136,15 +136,11 @@ void ColorScheme::follow(const QDBusMessage& message) {
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == preferDark;
   if (dark == darkened) return;
-  if (!dark) {
-    QApplication::setPalette(QPalette());
-  } else if (QApplication::style()->name() == QLatin1String("fusion") && !isDark(QApplication::palette())) {
-    // Only Fusion gets the dark palette, because other styles have palettes of their own.
-    QApplication::setPalette(darkPalette());
-  } else {
-    return;
-  }
+  // Only Fusion gets the dark palette, because other styles have palettes of their own.
+  const bool isFusion = QApplication::style()->name() == QLatin1String("fusion");
+  if (dark && (!isFusion || isDark(QApplication::palette()))) return;
   darkened = dark;
+  QApplication::setPalette(dark ? darkPalette() : QPalette());
 }
 
 }  // namespace kestrune::dialogs
