@@ -64,7 +64,6 @@ void BusConnection::tryToConnect() {
                                  &handler<&BusConnection::disconnected>, this);
   }
   if (result < 0) {
-    if (bus != nullptr) sd_bus_detach_event(bus);
     bus = sd_bus_close_unref(bus);
     connectLater();
     // The error is ENOENT when the bus has no socket, and ENOMEDIUM when no address of the bus is known.
@@ -102,9 +101,6 @@ void BusConnection::disconnect() {
   if (bus == nullptr) return;
   sd_bus* const lost = std::exchange(bus, nullptr);
   for (auto* const client : clients) client->busLost();
-  disconnection.reset();
-  firstAnswer.reset();
-  sd_bus_detach_event(lost);
   // Close the connection without flushing it: sd_bus_flush would block while the bus daemon does not read,
   // for example while SIGSTOP has stopped it.
   sd_bus_close_unref(lost);

@@ -263,8 +263,6 @@ EventLoop::EventLoop() {
 }
 
 EventLoop::~EventLoop() {
-  signals.clear();
-  queue.reset();
   sd_event_unref(loop);
 }
 
