@@ -4,14 +4,10 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr Seconds refreshInterval{20.0};
 constexpr Seconds settlingTime{1.2};
 constexpr Seconds liveSessionInterval{45.0};
 constexpr auto networkChangedTitle = "Kestrune 網路已變更";
-
-}  // namespace
 
 // --- report interpretation
 

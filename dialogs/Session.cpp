@@ -15,11 +15,7 @@
 
 namespace kestrune::dialogs {
 
-namespace {
-
 constexpr std::chrono::milliseconds focusDelay{100};
-
-}  // namespace
 
 Session::Session() : input(STDIN_FILENO, QSocketNotifier::Read) {
   QObject::connect(&input, &QSocketNotifier::activated, &input, [this] { read(); });

@@ -11,14 +11,10 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
 constexpr Seconds longestHandshake{0.02};
 constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
-
-}  // namespace
 
 bool isFromBusDaemon(sd_bus_message* signal) {
   const char* const sender = sd_bus_message_get_sender(signal);

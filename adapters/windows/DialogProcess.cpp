@@ -12,12 +12,8 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::size_t requestLimit = std::size_t{256} << 20;
 constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes; the longest line that the program may send
-
-}  // namespace
 
 void DialogProgram::report(const std::string& reason) {
   if (!hasDisplay || access(path.c_str(), F_OK) == 0) {
