@@ -65,6 +65,7 @@ bool isReadable(char32_t character) {
 
 constexpr std::string_view parameters = "0123456789:;<=>?";
 constexpr std::string_view intermediates = " !\"#$%&'()*+,-./";
+constexpr std::string_view controlStrings = "]PX^_";  // OSC, DCS, SOS, PM and APC
 
 /// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`. A sequence begins with
 /// ESC or with a C1 control character. Returns 0 if there is no sequence, or if it is unterminated.
@@ -72,30 +73,23 @@ std::size_t escapeSequenceLength(std::string_view text) {
   if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
   const bool isC1 = text[0] == '\xC2';
   const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
-  switch (kind) {
-    case '[': {  // a control sequence (CSI)
-      const std::size_t end = text.find_first_not_of(intermediates, text.find_first_not_of(parameters, 2));
-      return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
-    }
-    case ']':  // the control strings: OSC, DCS, SOS, PM and APC
-    case 'P':
-    case 'X':
-    case '^':
-    case '_':
-      for (std::size_t end = 2; end < text.size();) {
-        const Decoded decoded = decode(text.substr(end));
-        if (decoded.character == '\a' || decoded.character == 0x9C) return end + decoded.length;
-        if (text.substr(end).starts_with("\x1B\\")) return end + 2;
-        if (isControl(decoded.character)) return 0;
-        end += decoded.length;
-      }
-      return 0;
-    default: {
-      if (isC1) return 0;
-      const std::size_t end = text.find_first_not_of(intermediates, 1);
-      return end < text.size() && text[end] >= '0' && text[end] <= '~' ? end + 1 : 0;
-    }
+  if (kind == '[') {  // a control sequence (CSI)
+    const std::size_t end = text.find_first_not_of(intermediates, text.find_first_not_of(parameters, 2));
+    return end < text.size() && text[end] >= '@' && text[end] <= '~' ? end + 1 : 0;
   }
+  if (controlStrings.find(kind) != std::string_view::npos) {
+    for (std::size_t end = 2; end < text.size();) {
+      const Decoded decoded = decode(text.substr(end));
+      if (decoded.character == '\a' || decoded.character == 0x9C) return end + decoded.length;
+      if (text.substr(end).starts_with("\x1B\\")) return end + 2;
+      if (isControl(decoded.character)) return 0;
+      end += decoded.length;
+    }
+    return 0;
+  }
+  if (isC1) return 0;
+  const std::size_t end = text.find_first_not_of(intermediates, 1);
+  return end < text.size() && text[end] >= '0' && text[end] <= '~' ? end + 1 : 0;
 }
 
 /// Returns the length in bytes of the first `count` characters (grapheme clusters) of `text`, or of the whole
