@@ -20,9 +20,6 @@ struct Decoded {
 
 constexpr char32_t invalidCharacter = 0xFFFFFFFF;
 
-/// The first bytes of all newline characters in UTF-8. Other characters may have the same first byte.
-constexpr std::string_view newlineStarts = "\n\v\f\r\xC2\xE2";
-
 bool isContinuation(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
@@ -135,18 +132,17 @@ std::string_view trimmed(std::string_view text) {
 }
 
 bool LineSplitter::next(std::string_view& line) {
+  // The first bytes of all newline characters in UTF-8. Other characters may have the same first byte.
+  constexpr std::string_view newlineStarts = "\n\v\f\r\xC2\xE2";
   if (atEnd) return false;
-  for (auto at = rest.find_first_of(newlineStarts); at != std::string_view::npos;
-       at = rest.find_first_of(newlineStarts, at + 1)) {
-    const Decoded found = decode(rest.substr(at));
-    if (!isNewline(found.character)) continue;
-    const bool isPair = crLf == CrLf::oneNewline && rest.substr(at).starts_with("\r\n");
-    line = rest.substr(0, at);
-    rest.remove_prefix(at + (isPair ? 2 : found.length));
-    return true;
-  }
-  line = rest;
-  atEnd = true;
+  auto at = rest.find_first_of(newlineStarts);
+  while (at != std::string_view::npos && !isNewline(decode(rest.substr(at)).character))
+    at = rest.find_first_of(newlineStarts, at + 1);
+  line = rest.substr(0, at);
+  atEnd = at == std::string_view::npos;
+  if (atEnd) return true;
+  const bool isPair = crLf == CrLf::oneNewline && rest.substr(at).starts_with("\r\n");
+  rest.remove_prefix(at + (isPair ? 2 : decode(rest.substr(at)).length));
   return true;
 }
 
