@@ -122,11 +122,10 @@ std::string_view trimmed(std::string_view text) {
   for (Decoded first = decode(text); isWhiteSpace(first.character); first = decode(text))
     text.remove_prefix(first.length);
   while (!text.empty()) {
-    std::size_t begin = text.size() - 1;
-    while (begin > 0 && text.size() - begin < 4 && isContinuation(text[begin])) --begin;
-    const Decoded last = decode(text.substr(begin));
-    if (begin + last.length != text.size() || !isWhiteSpace(last.character)) break;
-    text = text.substr(0, begin);
+    const std::string_view before = withinBytes(text, text.size() - 1);
+    const Decoded last = decode(text.substr(before.size()));
+    if (before.size() + last.length != text.size() || !isWhiteSpace(last.character)) break;
+    text = before;
   }
   return text;
 }
