@@ -110,12 +110,9 @@ std::size_t prefixLength(std::string_view text, std::size_t count) {
 }  // namespace
 
 bool isValidUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const Decoded decoded = decode(bytes);
-    if (decoded.character == invalidCharacter) return false;
-    bytes.remove_prefix(decoded.length);
-  }
-  return true;
+  for (Decoded next = decode(bytes); next.character != invalidCharacter; next = decode(bytes))
+    bytes.remove_prefix(next.length);
+  return bytes.empty();
 }
 
 std::string_view trimmed(std::string_view text) {
