@@ -20,10 +20,6 @@ struct Decoded {
 
 constexpr char32_t invalidCharacter = 0xFFFFFFFF;
 
-bool isContinuation(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 Decoded decode(std::string_view text) {
   if (text.empty()) return {invalidCharacter, 0};
   const auto first = static_cast<unsigned char>(text.front());
@@ -60,13 +56,12 @@ bool isReadable(char32_t character) {
   return (character < 0xFDD0 || character > 0xFDEF) && (character & 0xFFFE) != 0xFFFE;
 }
 
-constexpr std::string_view parameters = "0123456789:;<=>?";
-constexpr std::string_view intermediates = " !\"#$%&'()*+,-./";
-constexpr std::string_view controlStrings = "]PX^_";  // OSC, DCS, SOS, PM and APC
-
 /// Returns the length in bytes of the ECMA-48 escape sequence at the start of `text`. A sequence begins with
 /// ESC or with a C1 control character. Returns 0 if there is no sequence, or if it is unterminated.
 std::size_t escapeSequenceLength(std::string_view text) {
+  constexpr std::string_view parameters = "0123456789:;<=>?";
+  constexpr std::string_view intermediates = " !\"#$%&'()*+,-./";
+  constexpr std::string_view controlStrings = "]PX^_";  // OSC, DCS, SOS, PM and APC
   if (text.size() < 2 || (text[0] != '\x1B' && text[0] != '\xC2')) return 0;
   const bool isC1 = text[0] == '\xC2';
   const char kind = isC1 ? static_cast<char>(text[1] - 0x40) : text[1];
@@ -173,6 +168,7 @@ std::vector<std::string> split(std::string_view text, char separator) {
 
 std::string_view withinBytes(std::string_view text, std::size_t limit) {
   std::size_t end = std::min(text.size(), limit);
+  const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
   while (end < text.size() && end > 0 && isContinuation(text[end])) --end;
   return text.substr(0, end);
 }
