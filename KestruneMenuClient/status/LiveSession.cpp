@@ -20,13 +20,6 @@ bool isTruthy(const Json& value) {
   return value != false && value != 0 && value != "" && !value.empty();
 }
 
-/// Returns the member `name`, or a JSON null if there is no such member.
-const Json& member(const Json& object, const char* name) {
-  static const Json null;
-  const auto found = object.find(name);
-  return found != object.end() ? *found : null;
-}
-
 /// Returns the UTF-16 code unit of the \u escape at the start of `text`; absent when there is no escape.
 std::optional<unsigned> escapedUnit(std::string_view text) {
   constexpr std::size_t length = 6;
@@ -81,21 +74,21 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
     tooDeep = tooDeep || depth > answerDepthLimit;
     return !tooDeep;
   };
-  const Json root = Json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
+  Json root = Json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
   if (tooDeep || !root.is_object()) return session;
-  const Json& projects = member(root, "projects");
+  Json& projects = root["projects"];  // null if there is no such member
   if (!projects.is_array()) return session;
-  for (const Json& project : projects) {
+  for (Json& project : projects) {
     if (!project.is_object()) return session;
-    if (!isTruthy(member(project, "selected"))) continue;
+    if (!isTruthy(project["selected"])) continue;
     bool isText = true;
     const auto take = [&isText](const Json& value, std::string& into) {
       if (!value.is_string() || !isTruthy(value)) return;
       into = value.get<std::string>();
       isText = isText && into.find(surrogateMark) == std::string::npos;
     };
-    const Json& title = member(project, "title");
-    const Json& threadName = member(project, "thread_name");
+    const Json& title = project["title"];
+    const Json& threadName = project["thread_name"];
     take(title, session.projectTitle);
     take(isTruthy(threadName) ? threadName : title, session.threadName);
     return isText ? session : LiveSession();
