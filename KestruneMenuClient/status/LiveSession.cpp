@@ -65,8 +65,7 @@ bool LiveSession::isKnown(std::string LiveSession::*member) const {
 }
 
 LiveSession selectedSession(const std::optional<std::string>& answer) {
-  LiveSession session;
-  if (!answer) return session;
+  if (!answer) return {};
   // Reject an answer that is nested too deeply, as the backend does: it reads the same answer with Python's
   // json module, which limits the depth.
   bool tooDeep = false;
@@ -75,25 +74,24 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
     return !tooDeep;
   };
   Json root = Json::parse(withoutLoneSurrogates(*answer), watchDepth, false);
-  if (tooDeep || !root.is_object()) return session;
+  if (tooDeep || !root.is_object()) return {};
   Json& projects = root["projects"];  // null if there is no such member
-  if (!projects.is_array()) return session;
+  if (!projects.is_array()) return {};
   for (Json& project : projects) {
-    if (!project.is_object()) return session;
+    if (!project.is_object()) return {};
     if (!isTruthy(project["selected"])) continue;
-    bool isText = true;
-    const auto take = [&isText](const Json& value, std::string& into) {
-      if (!value.is_string() || !isTruthy(value)) return;
-      into = value.get<std::string>();
-      isText = isText && into.find(surrogateMark) == std::string::npos;
+    LiveSession session;
+    const auto take = [](const Json& value, std::string& into) {
+      if (value.is_string() && isTruthy(value)) value.get_to(into);
     };
     const Json& title = project["title"];
     const Json& threadName = project["thread_name"];
     take(title, session.projectTitle);
     take(isTruthy(threadName) ? threadName : title, session.threadName);
+    const bool isText = (session.projectTitle + session.threadName).find(surrogateMark) == std::string::npos;
     return isText ? session : LiveSession();
   }
-  return session;
+  return {};
 }
 
 std::string compactThreadName(std::string_view name) {
