@@ -20,14 +20,12 @@ bool isTruthy(const Json& value) {
   return value != false && value != 0 && value != "" && !value.empty();
 }
 
-/// Returns the UTF-16 code unit of the \u escape at the start of `text`; absent when there is no escape.
-std::optional<unsigned> escapedUnit(std::string_view text) {
-  constexpr std::size_t length = 6;
+/// Returns the UTF-16 code unit of the \u escape at the start of `text`; 0 when there is no escape.
+unsigned escapedUnit(std::string_view text) {
+  const std::string_view digits = text.starts_with("\\u") ? text.substr(2, 4) : "";
   unsigned unit = 0;
-  if (text.size() < length || !text.starts_with("\\u")) return std::nullopt;
-  const auto read = std::from_chars(text.data() + 2, text.data() + length, unit, 16);
-  if (read.ec != std::errc() || read.ptr != text.data() + length) return std::nullopt;
-  return unit;
+  const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+  return read.ptr - digits.data() == 4 ? unit : 0;
 }
 
 /// U+FDD0, a noncharacter that replaces each lone surrogate.
@@ -36,17 +34,17 @@ constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
 /// Replaces lone surrogates, because the JSON library rejects a text that contains one. Python's json module
 /// writes lone surrogates for a folder name that is not UTF-8.
 std::string withoutLoneSurrogates(std::string_view answer) {
-  const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xD800 >> 10; };
-  const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >> 10 == 0xDC00 >> 10; };
+  const auto isHigh = [](unsigned unit) { return unit >> 10 == 0xD800 >> 10; };
+  const auto isLow = [](unsigned unit) { return unit >> 10 == 0xDC00 >> 10; };
   std::string whole;
   whole.reserve(answer.size());
   while (!answer.empty()) {
     const auto plain = std::min(answer.find('\\'), answer.size());
     const std::string_view escape = answer.substr(plain);
-    const auto unit = escapedUnit(escape);
+    const unsigned unit = escapedUnit(escape);
     const bool pair = isHigh(unit) && isLow(escapedUnit(escape.substr(6)));
     const bool lone = !pair && (isHigh(unit) || isLow(unit));
-    const auto length = std::min<std::size_t>(escape.size(), pair ? 12 : unit ? 6 : 2);
+    const auto length = std::min<std::size_t>(escape.size(), pair ? 12 : lone ? 6 : 2);
     whole += answer.substr(0, plain);
     whole += lone ? surrogateMark : escape.substr(0, length);
     answer = escape.substr(length);
