@@ -57,11 +57,6 @@ std::string withoutLoneSurrogates(std::string_view answer) {
 const LiveSession LiveSession::disabled{"未同步", "尚未啟動"};
 const LiveSession LiveSession::notConfigured{"未配置", "未配置"};
 
-bool LiveSession::isKnown(std::string LiveSession::*member) const {
-  const std::string& text = this->*member;
-  return text != LiveSession().*member && text != disabled.*member && text != notConfigured.*member;
-}
-
 LiveSession selectedSession(const std::optional<std::string>& answer) {
   if (!answer) return {};
   // Reject an answer that is nested too deeply, as the backend does: it reads the same answer with Python's

@@ -14,9 +14,6 @@ struct LiveSession {
   static const LiveSession disabled;       ///< shown while auto-connect is off
   static const LiveSession notConfigured;  ///< shown when .env has no token for the local service
 
-  /// Returns whether `member` is a real name and not a placeholder.
-  bool isKnown(std::string LiveSession::*member) const;
-
   bool operator==(const LiveSession&) const = default;
 };
 

@@ -46,6 +46,13 @@ std::string withoutMarkup(std::string_view text) {
   return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");
 }
 
+/// Returns the member `name` as a row shows it, or null if it is a placeholder.
+Json nameOrNull(const LiveSession& session, std::string LiveSession::*name) {
+  for (const LiveSession& placeholder : {LiveSession(), LiveSession::disabled, LiveSession::notConfigured})
+    if (session.*name == placeholder.*name) return nullptr;
+  return displayRow(session.*name);
+}
+
 std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromClient) {
   std::vector<std::string> lines = statusRows(snapshot);
   lines.push_back(std::string("自動維持連線：") + (snapshot.autoConnect ? "已開啟" : "已關閉"));
@@ -81,15 +88,13 @@ std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
 }
 
 std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
-  const std::string project = displayRow(snapshot.session.projectTitle);
-  const std::string thread = displayRow(snapshot.session.threadName);
   Json value{{"schema", schema},
              {"source", fromClient ? "client" : "check"},
              {"lamp", nameOf(snapshot.lamp, lampNames)},
              {"checked_at", nullptr},
              {"connection_mode", Preferences::nameOfMode(snapshot.officialMode)},
-             {"project", nullptr},
-             {"thread", nullptr},
+             {"project", nameOrNull(snapshot.session, &LiveSession::projectTitle)},
+             {"thread", nameOrNull(snapshot.session, &LiveSession::threadName)},
              {"network", nullptr},
              {"auto_connect", snapshot.autoConnect},
              {"reconnecting", snapshot.reconnecting},
@@ -98,12 +103,10 @@ std::string statusJson(const StatusSnapshot& snapshot, bool fromClient) {
              {"rows",
               {{"connection_mode", Preferences::labelOfMode(snapshot.officialMode)},
                {"status", displayRow(snapshot.status)},
-               {"project", project},
-               {"thread", thread},
+               {"project", displayRow(snapshot.session.projectTitle)},
+               {"thread", displayRow(snapshot.session.threadName)},
                {"network", nameOf(snapshot.network, networkRows)}}}};
   if (snapshot.checkedAt) value["checked_at"] = formatted(*snapshot.checkedAt, "%Y-%m-%dT%H:%M:%SZ", false);
-  if (snapshot.session.isKnown(&LiveSession::projectTitle)) value["project"] = project;
-  if (snapshot.session.isKnown(&LiveSession::threadName)) value["thread"] = thread;
   if (snapshot.network != NetworkKind::unknown) value["network"] = nameOf(snapshot.network, networkNames);
   for (std::size_t i = 0; i < codexItems.size(); ++i) {
     const auto& [verdict, detail] = snapshot.codex[i];
