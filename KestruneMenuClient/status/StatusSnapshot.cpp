@@ -41,11 +41,6 @@ std::string asLine(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Escapes `text` for Waybar, which interprets markup.
-std::string withoutMarkup(std::string_view text) {
-  return replacingAll(replacingAll(replacingAll(text, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");
-}
-
 /// Returns the member `name` as a row shows it, or null if it is a placeholder.
 Json nameOrNull(const LiveSession& session, std::string LiveSession::*name) {
   for (const LiveSession& placeholder : {LiveSession(), LiveSession::disabled, LiveSession::notConfigured})
@@ -133,7 +128,9 @@ std::optional<PublishedStatus> parseStatusJson(std::string_view line) {
 
 std::string statusForWaybar(const PublishedStatus& status) {
   std::string toolTip;
-  for (const std::string& line : status.lines) toolTip += (toolTip.empty() ? "" : "\n") + withoutMarkup(line);
+  for (const std::string& line : status.lines) toolTip += (toolTip.empty() ? "" : "\n") + line;
+  // Waybar interprets markup.
+  toolTip = replacingAll(replacingAll(replacingAll(toolTip, "&", "&amp;"), "<", "&lt;"), ">", "&gt;");
   const char* const lamp = nameOf(status.lamp, lampNames);
   return asLine({{"text", menuIcon(status.lamp)}, {"alt", lamp}, {"class", lamp}, {"tooltip", toolTip}});
 }
