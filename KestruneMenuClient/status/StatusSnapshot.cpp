@@ -31,9 +31,8 @@ const char* nameOf(Enum value, const std::array<const char*, Count>& names) {
 
 std::string formatted(std::int64_t time, const char* format, bool local) {
   const auto seconds = static_cast<std::time_t>(time);
-  const std::tm* const parts = local ? std::localtime(&seconds) : std::gmtime(&seconds);
   char text[64] = "";
-  if (parts != nullptr) std::strftime(text, sizeof text, format, parts);
+  std::strftime(text, sizeof text, format, local ? std::localtime(&seconds) : std::gmtime(&seconds));
   return text;
 }
 
