@@ -22,19 +22,16 @@ bool isFault(std::string_view line) {
                       [line](const CodexItem& item) { return contains(line, item.label); });
 }
 
-bool takePrefix(std::string_view& line, std::string_view prefix) {
-  if (!line.starts_with(prefix)) return false;
-  line.remove_prefix(prefix.size());
-  return true;
-}
-
 /// Returns the finding if `line` is "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL", where LABEL is `label`.
 /// Returns an unknown finding for any other line. `line` must be trimmed.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
-  const bool isOk = takePrefix(line, okMarker);
-  if (!isOk && !takePrefix(line, failMarker)) return {};
-  if (!takePrefix(line, " ") || !takePrefix(line, label) || !takePrefix(line, ": ")) return {};
-  return {isOk ? CodexVerdict::ok : CodexVerdict::needsCheck, compactDetail(line)};
+  const bool isOk = line.starts_with(okMarker);
+  if (!isOk && !line.starts_with(failMarker)) return {};
+  line.remove_prefix(isOk ? okMarker.size() : failMarker.size());
+  if (!line.starts_with(' ') || !line.substr(1).starts_with(label)) return {};
+  line.remove_prefix(1 + label.size());
+  if (!line.starts_with(": ")) return {};
+  return {isOk ? CodexVerdict::ok : CodexVerdict::needsCheck, compactDetail(line.substr(2))};
 }
 
 }  // namespace
