@@ -18,8 +18,7 @@ bool contains(std::string_view text, std::string_view part) {
 
 bool isFault(std::string_view line) {
   if (!contains(line, "無回應") && !contains(line, "未載入") && !contains(line, failMarker)) return false;
-  return std::none_of(codexItems.begin(), codexItems.end(),
-                      [line](const CodexItem& item) { return contains(line, item.label); });
+  return std::ranges::none_of(codexItems, [line](auto& item) { return contains(line, item.label); });
 }
 
 /// Returns the finding if `line` is "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL", where LABEL is `label`.
