@@ -26,23 +26,10 @@ std::string formatted(const std::string& json, const PublishedStatus& status, St
 
 }  // namespace
 
-StatusCommand::StatusCommand(Platform& givenPlatform, Options givenOptions,
-                             std::function<bool(const std::string&)> givenPrint)
-    : platform(givenPlatform),
-      options(givenOptions),
-      print(std::move(givenPrint)),
-      workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
-                                                    QueueTarget::ownThread)) {}
-
 void StatusCommand::applicationWillTerminate() {
   platform.pathMonitor.cancel();
   workerQueue->close();
   platform.processes.reserveForThisThread();
-}
-
-void StatusCommand::subscribe() {
-  subscription = platform.statusFeed.subscribe([this](const std::string& line) { heard(line); },
-                                               [this] { clientIsAbsent(); });
 }
 
 void StatusCommand::heard(const std::string& line) {

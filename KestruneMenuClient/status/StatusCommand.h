@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "ports/Platform.h"
@@ -22,9 +23,11 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
     bool exitZero = false;  ///< exit with 0 even if the status says that the backend is not healthy
   };
 
-  /// `print` prints a text or queues it for printing, and returns false if the text cannot be printed.
-  /// `platform` must outlive this object.
-  StatusCommand(Platform& platform, Options options, std::function<bool(const std::string&)> print);
+  /// `givenPrint` prints a text or queues it for printing, and returns false if the text cannot be printed.
+  /// `givenPlatform` must outlive this object.
+  StatusCommand(Platform& givenPlatform, Options givenOptions,
+                std::function<bool(const std::string&)> givenPrint)
+      : platform(givenPlatform), options(givenOptions), print(std::move(givenPrint)) {}
 
   /// Returns the exit status for the process. Valid after the main loop has ended.
   int exitCode() const { return code; }
@@ -33,7 +36,10 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   void applicationWillTerminate() override;
 
  private:
-  void subscribe();
+  void subscribe() {
+    subscription = platform.statusFeed.subscribe([this](const std::string& line) { heard(line); },
+                                                 [this] { clientIsAbsent(); });
+  }
   void heard(const std::string& line);
   void clientIsAbsent();
   /// Gets the status from the backend instead of the client. Asks the backend after `platform.pathMonitor`
@@ -48,7 +54,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   Platform& platform;
   const Options options;
   const std::function<bool(const std::string&)> print;
-  const std::unique_ptr<DispatchQueue> workerQueue;
+  const std::unique_ptr<DispatchQueue> workerQueue = platform.dispatch.makeSerialQueue(
+      "kestrune.menu.worker", QualityOfService::userInitiated, QueueTarget::ownThread);
   StatusSubscription subscription;
   std::unique_ptr<Timer> next;
   bool hasHeard = false;  ///< true from a client's first status until this client ends
