@@ -66,10 +66,6 @@ ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   return image;
 }
 
-std::uint8_t toByte(double value) {
-  return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
-}
-
 /// Returns the QR code of `message` with its white border, one pixel per module. Absent when `message` is too
 /// long for this error correction `level`.
 std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
@@ -129,7 +125,8 @@ ImageRef PngImages::applyColorControls(const Image& image, const ColorControls& 
       const double grey = (0.2125 * pixel[0] + 0.7154 * pixel[1] + 0.0721 * pixel[2]) / 255;
       for (int channel = 0; channel < 3; ++channel) {
         const double saturated = grey + (pixel[channel] / 255.0 - grey) * controls.saturation;
-        pixel[channel] = toByte((saturated - 0.5) * controls.contrast + 0.5 + controls.brightness);
+        const double value = (saturated - 0.5) * controls.contrast + 0.5 + controls.brightness;
+        pixel[channel] = static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
       }
     }
   }
