@@ -21,7 +21,7 @@ constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
 constexpr unsigned largestSide = 1024;  // pixels; larger pictures are refused
 constexpr std::size_t icnsHeader = 8;   // bytes; four letters and the big-endian length of header and content
 
-constexpr int quietZone = 4;  // the white border on each side, in modules (squares of the code)
+constexpr std::size_t quietZone = 4;  // the white border on each side, in modules (squares of the code)
 constexpr std::size_t bytesPerPixel = 4;
 constexpr std::uint8_t white = 255;
 constexpr std::uint8_t black = 0;
@@ -77,15 +77,14 @@ std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   if (!symbol) return std::nullopt;
 
   const auto width = static_cast<std::size_t>(symbol->width);
-  const std::size_t side = width + std::size_t{2} * quietZone;
+  const std::size_t side = width + 2 * quietZone;
   Bitmap bitmap{static_cast<int>(side), static_cast<int>(side), {}};
   bitmap.rgba.assign(bytesPerPixel * side * side, white);
-  for (std::size_t row = 0; row < width; ++row) {
-    for (std::size_t column = 0; column < width; ++column) {
-      if ((symbol->data[row * width + column] & 1) == 0) continue;
-      const std::size_t at = bytesPerPixel * ((row + quietZone) * side + column + quietZone);
-      bitmap.rgba[at] = bitmap.rgba[at + 1] = bitmap.rgba[at + 2] = black;
-    }
+  for (std::size_t module = 0; module < width * width; ++module) {
+    if ((symbol->data[module] & 1) == 0) continue;
+    const std::size_t row = quietZone + module / width;
+    const std::size_t column = quietZone + module % width;
+    std::fill_n(&bitmap.rgba[bytesPerPixel * (row * side + column)], 3, black);
   }
   return bitmap;
 }
