@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "ports/FileManager.h"
@@ -20,8 +21,28 @@ class LaunchdAgents final : public LaunchAgents {
   }
   bool areRead() const override { return true; }
   bool isRegistered(const std::string& label) const override { return files.fileExists(path(label)); }
+  /// Ignores the repository's path: the program finds the repository from its own path.
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
-                                      const std::string& repoPath) const override;
+                                      const std::string&) const override {
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+  <key>Label</key>
+  <string>)" +
+           label + R"(</string>
+  <key>ProgramArguments</key>
+  <array>
+    <string>)" +
+           executablePath + R"(</string>
+  </array>
+  <key>RunAtLoad</key>
+  <true/>
+  <key>KeepAlive</key>
+  <false/>
+</dict>
+</plist>)";
+  }
   /// Does nothing. On macOS, an upgrade does not change the path of the program.
   void repair(const std::string&, const std::string&) override {}
 
