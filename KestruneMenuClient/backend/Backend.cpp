@@ -33,10 +33,8 @@ constexpr Seconds pipePatience{1.0};
 }  // namespace
 
 RepoLocation locateRepo(const MainBundle& mainBundle) {
-  if (const auto path = mainBundle.environmentVariable("KESTRUNE_REPO_PATH");
-      path && !trimmed(*path).empty()) {
-    return {*path, "named by KESTRUNE_REPO_PATH"};
-  }
+  const std::string path = mainBundle.environmentVariable("KESTRUNE_REPO_PATH").value_or("");
+  if (!trimmed(path).empty()) return {path, "named by KESTRUNE_REPO_PATH"};
   const std::string bundlePath = mainBundle.bundlePath();
   if (const auto dist = bundlePath.rfind("/dist/"); dist != std::string::npos)
     return {bundlePath.substr(0, dist), "above the last \"dist\" in the path of the program"};
