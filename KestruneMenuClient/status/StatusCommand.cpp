@@ -1,7 +1,5 @@
 #include "KestruneMenuClient/status/StatusCommand.h"
 
-#include <utility>
-
 #include "KestruneMenuClient/backend/Backend.h"
 #include "KestruneMenuClient/settings/EnvFile.h"
 #include "KestruneMenuClient/settings/Preferences.h"
@@ -25,12 +23,6 @@ std::string formatted(const std::string& json, const PublishedStatus& status, St
 }
 
 }  // namespace
-
-void StatusCommand::applicationWillTerminate() {
-  platform.pathMonitor.cancel();
-  workerQueue->close();
-  platform.processes.reserveForThisThread();
-}
 
 void StatusCommand::heard(const std::string& line) {
   next.reset();

@@ -33,7 +33,11 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   int exitCode() const { return code; }
 
   void applicationDidFinishLaunching() override { subscribe(); }
-  void applicationWillTerminate() override;
+  void applicationWillTerminate() override {
+    platform.pathMonitor.cancel();
+    workerQueue->close();
+    platform.processes.reserveForThisThread();
+  }
 
  private:
   void subscribe() {
