@@ -88,7 +88,6 @@ LiveSession selectedSession(const std::optional<std::string>& answer) {
 }
 
 std::string compactThreadName(std::string_view name) {
-  // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
   return shortened(trimmed(withoutEscapeSequences(name)), chatNameLimit);
 }
 

@@ -21,8 +21,8 @@ bool isFault(std::string_view line) {
   return std::ranges::none_of(codexItems, [line](auto& item) { return contains(line, item.label); });
 }
 
-/// Returns the finding if `line` is "[OK] LABEL: DETAIL" or "[FAIL] LABEL: DETAIL", where LABEL is `label`.
-/// Returns an unknown finding for any other line. `line` must be trimmed.
+/// Returns what `line` says, see `codexFinding`; an unknown finding for any other line. `line` must be
+/// trimmed.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = line.starts_with(okMarker);
   if (!isOk && !line.starts_with(failMarker)) return {};
@@ -75,7 +75,6 @@ CodexFinding codexFinding(std::string_view output, std::string_view label) {
 }
 
 std::string compactDetail(std::string_view detail) {
-  // Remove escape sequences before the text is cut: a cut inside a sequence would leave a part of it.
   const std::string plain = withoutEscapeSequences(detail);
   return shortened(trimmed(std::string_view(plain).substr(0, plain.find("（"))), detailLimit);
 }
