@@ -8,9 +8,6 @@ namespace kestrune {
 
 namespace {
 
-constexpr std::size_t rowLimit = 200;  // characters (grapheme clusters); displayRow() cuts a longer text
-constexpr std::size_t rowByteLimit = 64 * rowLimit;  // displayRow() reads at most so many bytes
-
 /// One code point read from UTF-8, and its length in bytes, which is 0 at the end of the text. An ill-formed
 /// byte is read as `invalidCharacter` with length 1.
 struct Decoded {
@@ -198,8 +195,9 @@ std::string withoutControls(std::string_view text, bool keepTabs) {
 }
 
 std::string displayRow(std::string_view text) {
+  constexpr std::size_t limit = 200;  // characters (grapheme clusters)
   // Cut `text` before withoutControls(), to save time: `text` may have many megabytes.
-  return shortened(withoutControls(withinBytes(text, rowByteLimit)), rowLimit);
+  return shortened(withoutControls(withinBytes(text, 64 * limit)), limit);
 }
 
 }  // namespace kestrune
