@@ -21,8 +21,7 @@ bool isFault(std::string_view line) {
   return std::ranges::none_of(codexItems, [line](auto& item) { return contains(line, item.label); });
 }
 
-/// Returns what `line` says, see `codexFinding`; an unknown finding for any other line. `line` must be
-/// trimmed.
+/// Returns what the trimmed `line` says about `label`, see `codexFinding`.
 CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = line.starts_with(okMarker);
   if (!isOk && !line.starts_with(failMarker)) return {};
