@@ -1,13 +1,6 @@
 #include "adapters/bus/NameOwner.h"
 
-#include <utility>
-
 namespace kestrune {
-
-NameOwner::NameOwner(BusConnection& givenConnection, std::string givenName, Change givenOnChange)
-    : BusClient(givenConnection), name(std::move(givenName)), onChange(std::move(givenOnChange)) {
-  connection.add(*this);
-}
 
 void NameOwner::busConnected() {
   const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
@@ -17,19 +10,14 @@ void NameOwner::busConnected() {
                            &handler<&NameOwner::answered>, this, "s", name.c_str());
 }
 
-void NameOwner::busLost() {
-  current.reset();
-}
-
 void NameOwner::answered(sd_bus_message* reply) {
   // Ignore the reply if a NameOwnerChanged signal came before it: the signal has already set the owner.
   if (isKnown()) return;
-  const char* owner = nullptr;
-  if (const sd_bus_error* const error = sd_bus_message_get_error(reply)) {
-    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) onChange(std::exchange(current, ""));
-  } else if (sd_bus_message_read(reply, "s", &owner) >= 0) {
+  const sd_bus_error* const error = sd_bus_message_get_error(reply);
+  const char* owner = "";
+  if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
+      (error == nullptr && sd_bus_message_read(reply, "s", &owner) >= 0))
     onChange(std::exchange(current, owner));
-  }
 }
 
 void NameOwner::changed(sd_bus_message* signal) {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "adapters/bus/SessionBus.h"
 
@@ -14,10 +15,13 @@ class NameOwner final : public BusClient {
   /// `onChange` runs when the owner becomes known and after each change, but not when the bus is lost.
   /// `before`: the previous owner; empty if there was none, absent if it was unknown.
   using Change = std::function<void(const std::optional<std::string>& before)>;
-  NameOwner(BusConnection& connection, std::string name, Change onChange);
+  NameOwner(BusConnection& givenConnection, std::string givenName, Change givenOnChange)
+      : BusClient(givenConnection), name(std::move(givenName)), onChange(std::move(givenOnChange)) {
+    connection.add(*this);
+  }
 
   void busConnected() override;
-  void busLost() override;
+  void busLost() override { current.reset(); }
 
   /// Returns whether the bus daemon has said who owns the name, or that nobody owns it.
   bool isKnown() const { return current.has_value(); }
