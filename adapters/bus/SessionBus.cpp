@@ -45,10 +45,6 @@ void BusConnection::remove(BusClient& client) {
 
 void BusConnection::connect(Absence givenAbsence) {
   absence = givenAbsence;
-  tryToConnect();
-}
-
-void BusConnection::tryToConnect() {
   int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
   // Set no timeout: at login, services may answer late, and a stopped bus daemon (SIGSTOP) answers only after
   // SIGCONT. Most calls are not repeated.
@@ -105,7 +101,7 @@ void BusConnection::disconnect() {
 void BusConnection::connectLater() {
   retry = loop.after(retryDelay, [this] {
     disconnect();
-    tryToConnect();
+    connect(absence);
   });
   retryDelay = std::min(retryDelay * 2, longestRetry);
 }

@@ -139,7 +139,6 @@ class BusConnection {
 
  private:
   friend BusClient;
-  void tryToConnect();
   void disconnect();
   void connectLater();
   void answered(sd_bus_message* reply);
