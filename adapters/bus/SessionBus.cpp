@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "adapters/loop/SystemClock.h"
@@ -11,36 +10,14 @@
 
 namespace kestrune {
 
-constexpr Seconds firstRetry{0.1};
 constexpr Seconds longestRetry{30.0};
 constexpr Seconds longestHandshake{0.02};
 constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
-
-bool isFromBusDaemon(sd_bus_message* signal) {
-  const char* const sender = sd_bus_message_get_sender(signal);
-  return sender != nullptr && sender == std::string_view(busName);
-}
 
 BusClient::BusClient(BusConnection& given) : connection(given), bus(given.bus) {}
 
 BusClient::~BusClient() {
   connection.remove(*this);
-}
-
-BusConnection::BusConnection(EventLoop& givenLoop, BusKind givenKind)
-    : loop(givenLoop), kind(givenKind), retryDelay(firstRetry) {}
-
-BusConnection::~BusConnection() {
-  disconnect();
-}
-
-void BusConnection::add(BusClient& client) {
-  clients.push_back(&client);
-  if (bus != nullptr) client.busConnected();
-}
-
-void BusConnection::remove(BusClient& client) {
-  std::erase(clients, &client);
 }
 
 void BusConnection::connect(Absence givenAbsence) {
@@ -104,15 +81,6 @@ void BusConnection::connectLater() {
     connect(absence);
   });
   retryDelay = std::min(retryDelay * 2, longestRetry);
-}
-
-void BusConnection::answered(sd_bus_message* reply) {
-  if (!sd_bus_message_is_method_error(reply, nullptr)) retryDelay = firstRetry;
-}
-
-void BusConnection::disconnected(sd_bus_message*) {
-  // Reconnect later: the connection must not be destroyed inside its own callback.
-  connectLater();
 }
 
 }  // namespace kestrune

@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <memory>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -76,7 +77,10 @@ inline int ignoreReply(sd_bus_message*, void*, sd_bus_error*) {
 
 /// Returns whether the bus daemon sent the signal. A match rule does not ensure this: it filters broadcasts
 /// only, and any process may send a unicast signal to this connection.
-bool isFromBusDaemon(sd_bus_message* signal);
+inline bool isFromBusDaemon(sd_bus_message* signal) {
+  const char* const sender = sd_bus_message_get_sender(signal);
+  return sender != nullptr && sender == std::string_view(busName);
+}
 
 /// Returns whether the signal is a broadcast. A match rule that names a sender ensures that a broadcast comes
 /// from this sender. It does not ensure this for a unicast signal: any process may send one.
@@ -114,13 +118,16 @@ enum class BusKind { session, system };
 /// A connection to a message bus. Connects again when the bus comes back. Use it on the main thread only.
 class BusConnection {
  public:
-  BusConnection(EventLoop& loop, BusKind kind);
-  ~BusConnection();
+  BusConnection(EventLoop& givenLoop, BusKind givenKind) : loop(givenLoop), kind(givenKind) {}
+  ~BusConnection() { disconnect(); }
 
   /// Tells `client` of the current connection, if there is one, and of each later connection. Clients are
   /// told in the order in which they were added.
-  void add(BusClient& client);
-  void remove(BusClient& client);
+  void add(BusClient& client) {
+    clients.push_back(&client);
+    if (bus != nullptr) client.busConnected();
+  }
+  void remove(BusClient& client) { std::erase(clients, &client); }
 
   /// Whether a missing bus is an error, or normal because the machine has no desktop.
   enum class Absence { fault, expected };
@@ -139,10 +146,15 @@ class BusConnection {
 
  private:
   friend BusClient;
+  static constexpr Seconds firstRetry{0.1};
+
   void disconnect();
   void connectLater();
-  void answered(sd_bus_message* reply);
-  void disconnected(sd_bus_message* message);
+  void answered(sd_bus_message* reply) {
+    if (!sd_bus_message_is_method_error(reply, nullptr)) retryDelay = firstRetry;
+  }
+  /// Connects later, because the connection must not be destroyed inside its own callback.
+  void disconnected(sd_bus_message*) { connectLater(); }
 
   EventLoop& loop;
   const BusKind kind;
@@ -152,7 +164,7 @@ class BusConnection {
   BusSlot disconnection;
   BusSlot firstAnswer;
   EventSource retry;
-  Seconds retryDelay;
+  Seconds retryDelay = firstRetry;
 };
 
 class SessionBus final : public BusConnection {
