@@ -42,7 +42,6 @@ class Into {
   explicit Into(Owner& given) : owner(given) {}
   ~Into() { owner.reset(stored); }
   Into(const Into&) = delete;
-  Into& operator=(const Into&) = delete;
   operator Pointer*() { return &stored; }
 
  private:
@@ -99,7 +98,6 @@ class BusClient {
   explicit BusClient(BusConnection& given);
   virtual ~BusClient();
   BusClient(const BusClient&) = delete;
-  BusClient& operator=(const BusClient&) = delete;
 
   /// Called when a connection has been opened. This function may send messages at once: sd-bus queues the
   /// messages until the connection is authenticated.
