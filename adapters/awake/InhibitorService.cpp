@@ -7,20 +7,10 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of `inhibit`
-// How long the service is not called after a timeout, or after an error for which `saysNotOffered` is true.
+// How long the service is not called after a timeout, or after an answer that it has no method "Inhibit".
 constexpr Seconds pause{60.0};
 constexpr std::size_t lateGrantLimit = 16;
-
-bool saysNotOffered(const sd_bus_error* error) {
-  return sd_bus_error_has_names(error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_OBJECT,
-                                SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_NOT_SUPPORTED,
-                                SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
-}
-
-}  // namespace
 
 InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& givenClock,
                                    InhibitorProtocol givenProtocol)
@@ -52,7 +42,9 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
     if (protocol.appendArguments(call.get(), reason.c_str()) < 0) return false;
     sd_bus_error error{};
     const int result = sd_bus_call(bus, call.get(), answerTime, &error, Into(reply));
-    const bool isOffered = result >= 0 || !saysNotOffered(&error);
+    const bool isOffered = !sd_bus_error_has_names(
+        &error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_OBJECT, SD_BUS_ERROR_UNKNOWN_INTERFACE,
+        SD_BUS_ERROR_NOT_SUPPORTED, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN);
     sd_bus_error_free(&error);
     if (result == -ETIMEDOUT) {
       silentUntil = clock.continuousTime() + pause;
