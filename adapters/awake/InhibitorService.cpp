@@ -17,17 +17,15 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
     : BusClient(givenConnection),
       clock(givenClock),
       protocol(std::move(givenProtocol)),
-      owner(connection, protocol.name, [this](const auto&) { ownerChanged(); }) {
+      owner(connection, protocol.name, [this](const auto&) {
+        path = 0;
+        absentUntil = silentUntil = clock.continuousTime();
+      }) {
   connection.add(*this);
 }
 
 InhibitorService::~InhibitorService() {
   for (const auto& [holder, grant] : grants) release(grant);
-}
-
-bool InhibitorService::isPresent() const {
-  // A service without the method "Inhibit" may be starting. So it counts as present again after `pause`.
-  return bus != nullptr && !owner.owner().empty() && clock.continuousTime() >= absentUntil;
 }
 
 bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
@@ -66,28 +64,9 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
   return false;
 }
 
-void InhibitorService::release(std::uint32_t holder) {
-  if (const auto granted = grants.extract(holder)) release(granted.mapped());
-}
-
-bool InhibitorService::holds(std::uint32_t holder) const {
-  const auto found = grants.find(holder);
-  return found != grants.end() && found->second.owner == owner.owner();
-}
-
 void InhibitorService::busConnected() {
   // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
   sd_bus_add_filter(bus, Into(answers), &handler<&InhibitorService::answered>, this);
-}
-
-void InhibitorService::busLost() {
-  grants.clear();
-  lateGrants.clear();
-}
-
-void InhibitorService::ownerChanged() {
-  path = 0;
-  absentUntil = silentUntil = clock.continuousTime();
 }
 
 int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {

@@ -32,8 +32,8 @@ class InhibitorService final : public BusClient {
   ~InhibitorService() override;
 
   /// Returns whether the service is known to run. For a minute after the service has answered that it lacks
-  /// the method "Inhibit", returns false.
-  bool isPresent() const;
+  /// the method "Inhibit", returns false; then true again, because the service may have been starting.
+  bool isPresent() const { return !owner.owner().empty() && clock.continuousTime() >= absentUntil; }
 
   /// Requests an inhibitor for `holder`, a number other than 0 that the caller chooses. Waits at most 250 ms
   /// for the answer, and returns whether `holder` now has an inhibitor. Returns false at once while
@@ -41,13 +41,21 @@ class InhibitorService final : public BusClient {
   /// restarts.
   bool inhibit(std::uint32_t holder, const std::string& reason);
   /// Releases the inhibitor of `holder`, if any.
-  void release(std::uint32_t holder);
+  void release(std::uint32_t holder) {
+    if (const auto granted = grants.extract(holder)) release(granted.mapped());
+  }
   /// Returns whether `holder` has an inhibitor from the process that owns the service's bus name now. When
   /// the bus connection is lost, all inhibitors are lost too.
-  bool holds(std::uint32_t holder) const;
+  bool holds(std::uint32_t holder) const {
+    const auto found = grants.find(holder);
+    return found != grants.end() && found->second.owner == owner.owner();
+  }
 
   void busConnected() override;
-  void busLost() override;
+  void busLost() override {
+    grants.clear();
+    lateGrants.clear();
+  }
 
  private:
   struct Grant {
@@ -59,7 +67,6 @@ class InhibitorService final : public BusClient {
 
   bool read(sd_bus_message* reply, Grant& grant) const;
   void release(const Grant& grant) const;
-  void ownerChanged();
   int answered(sd_bus_message* message, sd_bus_error* error);
 
   const Clock& clock;
