@@ -4,9 +4,7 @@
 
 namespace kestrune {
 
-namespace {
-
-int appendNameAndReason(sd_bus_message* call, const char* reason) {
+static int appendNameAndReason(sd_bus_message* call, const char* reason) {
   return sd_bus_message_append(call, "ss", applicationName, reason);
 }
 
@@ -48,8 +46,6 @@ const InhibitorProtocol logind{
           return sd_bus_message_append(call, "ssss", "idle", applicationName, reason, "block");
         },
 };
-
-}  // namespace
 
 Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock& clock)
     : sessionManager(sessionBus, clock, gnomeSessionManager),
