@@ -56,17 +56,17 @@ Inhibitors::Inhibitors(SessionBus& sessionBus, SystemBus& systemBus, const Clock
 std::optional<std::uint32_t> Inhibitors::create(PowerAssertionType type, int, const std::string& name) {
   const std::uint32_t identifier = ++lastIdentifier;
   assertions.emplace(identifier, type);
-  // Call `servicesFor` before each pass of this loop. When a service turns out to have no method "Inhibit",
-  // its `isPresent` becomes false, and `servicesFor` may return other services.
-  for (auto services = servicesFor(type); !services.empty(); services = servicesFor(type)) {
+  // Call `servicesFor` in each pass of this loop. When a service turns out to have no method "Inhibit", its
+  // `isPresent` becomes false, and `servicesFor` may return other services.
+  while (!isHeld(identifier)) {
+    const auto services = servicesFor(type);
     const auto next =
-        std::find_if(services.begin(), services.end(),
-                     [identifier](const InhibitorService* each) { return !each->holds(identifier); });
-    if (next == services.end()) return identifier;
-    if (!(*next)->inhibit(identifier, name) && (*next)->isPresent()) break;
+        std::ranges::find_if(services, [&](const auto* each) { return !each->holds(identifier); });
+    if (next != services.end() && ((*next)->inhibit(identifier, name) || !(*next)->isPresent())) continue;
+    release(identifier);
+    return std::nullopt;
   }
-  release(identifier);
-  return std::nullopt;
+  return identifier;
 }
 
 bool Inhibitors::isHeld(std::uint32_t identifier) {
@@ -74,8 +74,7 @@ bool Inhibitors::isHeld(std::uint32_t identifier) {
   if (found == assertions.end()) return false;
   const auto services = servicesFor(found->second);
   return !services.empty() &&
-         std::all_of(services.begin(), services.end(),
-                     [identifier](const InhibitorService* each) { return each->holds(identifier); });
+         std::ranges::all_of(services, [&](const auto* each) { return each->holds(identifier); });
 }
 
 void Inhibitors::release(std::uint32_t identifier) {
