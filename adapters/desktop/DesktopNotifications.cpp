@@ -7,8 +7,6 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr auto daemonName = "org.freedesktop.Notifications";  // also the name of its D-Bus interface
 constexpr auto daemonPath = "/org/freedesktop/Notifications";
 
@@ -17,23 +15,6 @@ constexpr std::uint64_t unsentLimit = 64;      // messages queued in sd-bus; wit
 constexpr std::size_t bodyLimit = 1000;        // characters; the rest of a longer body is not shown
 constexpr std::size_t bodyByteLimit = 16'000;  // bytes; a longer body is cut before `bodyLimit` applies
 constexpr std::size_t bodyLineLimit = 40;
-
-/// Returns `body` without control characters. Shortens it to `bodyByteLimit` bytes, `bodyLimit` characters
-/// and `bodyLineLimit` lines.
-std::string readableBody(std::string_view body) {
-  const std::string_view beginning = withinBytes(body, bodyByteLimit);
-  std::string text;
-  LineSplitter lines(beginning);
-  std::string_view line;
-  for (std::size_t count = 0; count < bodyLineLimit && lines.next(line); ++count) {
-    if (count > 0) text += '\n';
-    text += withoutControls(line);
-  }
-  if (beginning.size() < body.size() || lines.next(line)) text += "...";
-  return shortened(text, bodyLimit);
-}
-
-}  // namespace
 
 DesktopNotifications::DesktopNotifications(SessionBus& givenBus, std::string givenIcon)
     : BusClient(givenBus),
@@ -114,8 +95,19 @@ void DesktopNotifications::withdraw(const std::string& identifier) {
   lasting.erase(found);
 }
 
+/// Returns `body` without control characters, for this daemon. Shortens it to `bodyByteLimit` bytes,
+/// `bodyLimit` characters and `bodyLineLimit` lines.
 std::string DesktopNotifications::bodyText(const std::string& body) const {
-  const std::string text = readableBody(body);
+  const std::string_view beginning = withinBytes(body, bodyByteLimit);
+  std::string text;
+  LineSplitter lines(beginning);
+  std::string_view line;
+  for (std::size_t count = 0; count < bodyLineLimit && lines.next(line); ++count) {
+    if (count > 0) text += '\n';
+    text += withoutControls(line);
+  }
+  if (beginning.size() < body.size() || lines.next(line)) text += "...";
+  text = shortened(text, bodyLimit);
   // Until the daemon says whether it reads markup, send full-width characters, which need no escaping.
   if (!readsMarkup) return replacingAll(replacingAll(text, "<", "＜"), "&", "＆");
   if (!*readsMarkup) return text;
