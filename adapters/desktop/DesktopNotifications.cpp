@@ -55,8 +55,6 @@ void DesktopNotifications::add(const Notification& notification) {
   constexpr std::int32_t defaultExpiration = -1;
   constexpr std::int32_t noExpiration = 0;
   const bool lasts = notification.lasting;
-  Lasting* const sent = lasts ? &lasting.emplace_back(Lasting{*this, notification.identifier}) : nullptr;
-  sd_bus_slot* slot = nullptr;
   // Two arguments say whether the notification lasts: a hint ("resident" or "transient") and the expiration.
   // Daemons with a list of notifications obey the hint. They leave "transient" notifications out of the list,
   // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
@@ -67,11 +65,13 @@ void DesktopNotifications::add(const Notification& notification) {
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
-  // Request a reply only for a lasting notification: `withdraw` needs the number in the reply. If slot and
-  // handler are null, sd-bus requests no reply.
-  sd_bus_call_async(bus, lasts ? &slot : nullptr, call.get(), lasts ? &handler<&Lasting::shown> : nullptr,
-                    sent, 0);
-  if (sent != nullptr) sent->reply.reset(slot);
+  if (!lasts) {
+    sd_bus_send(bus, call.get(), nullptr);  // requests no reply
+    return;
+  }
+  // Request a reply, because `withdraw` needs the number in it.
+  Lasting& sent = lasting.emplace_back(Lasting{*this, notification.identifier});
+  sd_bus_call_async(bus, Into(sent.reply), call.get(), &handler<&Lasting::shown>, &sent, 0);
   if (lasting.size() > lastingLimit) lasting.pop_front();
 }
 
