@@ -23,12 +23,6 @@ DesktopNotifications::DesktopNotifications(SessionBus& givenBus, std::string giv
   connection.add(*this);
 }
 
-void DesktopNotifications::busLost() {
-  question.reset();
-  readsMarkup.reset();
-  lasting.clear();
-}
-
 void DesktopNotifications::daemonChanged(const std::optional<std::string>& before) {
   // If another daemon ran before, its notifications are gone, as if the bus had been lost. If no daemon ran,
   // keep `lasting`: these notifications may be waiting in the bus, which starts the daemon for them.
@@ -82,8 +76,7 @@ void DesktopNotifications::Lasting::shown(sd_bus_message* answer) {
 }
 
 void DesktopNotifications::withdraw(const std::string& identifier) {
-  const auto found = std::find_if(lasting.begin(), lasting.end(),
-                                  [&](const Lasting& each) { return each.identifier == identifier; });
+  const auto found = std::ranges::find(lasting, identifier, &Lasting::identifier);
   if (found == lasting.end()) return;
   found->withdrawn = true;
   if (found->reply) return;

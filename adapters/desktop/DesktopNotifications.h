@@ -25,7 +25,11 @@ class DesktopNotifications final : public Notifications, public BusClient {
   /// newest notifications that are `Notification::lasting`.
   void withdraw(const std::string& identifier) override;
 
-  void busLost() override;
+  void busLost() override {
+    question.reset();
+    readsMarkup.reset();
+    lasting.clear();
+  }
 
  private:
   /// A notification that was sent to the daemon, and that stays until the user or `withdraw` removes it.
