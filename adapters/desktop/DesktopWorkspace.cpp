@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <utility>
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
@@ -14,18 +13,10 @@
 
 namespace kestrune {
 
-DesktopWorkspace::DesktopWorkspace(EventLoop& givenLoop, const MainBundle& bundle,
-                                   std::vector<std::string> givenArguments, Starter givenStarter)
-    : loop(givenLoop),
-      executable(bundle.executablePath().value_or("")),
-      workingDirectory(bundle.currentDirectoryPath()),
-      arguments(std::move(givenArguments)),
-      starter(givenStarter) {}
-
 void DesktopWorkspace::open(const std::string& path) {
   const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   // Make the path absolute, so that it cannot be taken for an option or a URL.
-  const std::string absolute = path.starts_with('/') ? path : workingDirectory + "/" + path;
+  const std::string absolute = path.starts_with('/') ? path : bundle.currentDirectoryPath() + "/" + path;
   std::string failures;
   std::vector<SpawnOptions> commands{{"xdg-open", {absolute}}, {"gio", {"open", absolute}}};
   // When a service ends, systemd kills the processes in its cgroup. So start the desktop's program in a scope
@@ -53,19 +44,17 @@ Result<> DesktopWorkspace::openNewInstance(const std::string&) {
     replacing = true;
     return Done{};
   }
+  const SpawnOptions command{.executable = bundle.executablePath().value_or(""),
+                             .arguments = arguments,
+                             .environment = {std::string(relaunchVariable) + "=" + std::to_string(getpid())}};
   pid_t pid = 0;
-  if (const int failure =
-          spawn({.executable = executable,
-                 .arguments = arguments,
-                 .environment = {std::string(relaunchVariable) + "=" + std::to_string(getpid())}},
-                pid)) {
-    return Failure{describe(failure)};
-  }
+  if (const int failure = spawn(command, pid)) return Failure{describe(failure)};
   loop.reap(pid);
   return Done{};
 }
 
 void DesktopWorkspace::replaceThisProcess() const {
+  const std::string executable = bundle.executablePath().value_or("");
   std::vector<char*> argv{const_cast<char*>(executable.c_str())};
   for (const auto& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
   argv.push_back(nullptr);

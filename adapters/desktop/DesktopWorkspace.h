@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "adapters/loop/EventLoop.h"
@@ -18,11 +19,13 @@ enum class Starter { desktop, terminal, service };
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `arguments` are the arguments of this process. If `starter` is a terminal or a service manager, it waits
-  /// for the end of this process: then a restart replaces this process by exec. Otherwise, a restart starts
-  /// the new client as a second process. For a service, `open` starts programs in a systemd scope.
-  DesktopWorkspace(EventLoop& loop, const MainBundle& bundle, std::vector<std::string> arguments,
-                   Starter starter);
+  /// `givenArguments` are the arguments of this process. If `givenStarter` is a terminal or a service
+  /// manager, it waits for the end of this process: then a restart replaces this process by exec. Otherwise,
+  /// a restart starts the new client as a second process. For a service, `open` starts programs in a systemd
+  /// scope. The loop and the bundle must outlive this object.
+  DesktopWorkspace(EventLoop& givenLoop, const MainBundle& givenBundle,
+                   std::vector<std::string> givenArguments, Starter givenStarter)
+      : loop(givenLoop), bundle(givenBundle), arguments(std::move(givenArguments)), starter(givenStarter) {}
 
   void open(const std::string& path) override;
   std::string codexAppPath() const override { return "/Applications/Codex.app"; }
@@ -36,8 +39,7 @@ class DesktopWorkspace final : public Workspace {
 
  private:
   EventLoop& loop;
-  const std::string executable;
-  const std::string workingDirectory;
+  const MainBundle& bundle;
   const std::vector<std::string> arguments;
   const Starter starter;
   bool replacing = false;
