@@ -30,8 +30,7 @@ class Host {
   virtual Result<> perform(const std::string& action) = 0;
 
   /// Describes the machine and the session for a bug report, in lines of text without secrets. Does not
-  /// activate D-Bus services. Call this only in a process that is not the client, and call no other function
-  /// of the host in that process except `platform` and `leave`.
+  /// activate D-Bus services. The conditions of `perform` apply, but `platform` may be called too.
   virtual std::string describe() = 0;
 
   /// Makes the main loop end when no process can read standard output any more, for example because standard

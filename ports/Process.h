@@ -23,10 +23,8 @@ class Process {
   /// `readOutput` is called.
   virtual bool isRunning() = 0;
 
-  /// Sends SIGTERM to the child, unless it has ended.
+  /// Sends SIGTERM (`terminate`) or SIGINT (`interrupt`) to the child, unless it has ended.
   virtual void terminate() = 0;
-
-  /// Sends SIGINT to the child, unless it has ended.
   virtual void interrupt() = 0;
 
   /// Sends SIGTERM to every process in the child's process group.

@@ -15,10 +15,8 @@ class ServiceControl {
 
   /// Returns a shell line that sends SIGTERM to every process whose command line matches `pattern`, a regular
   /// expression. On Linux, the line sends no signal to processes of `KestruneMenuClient` and
-  /// `KestruneMenuDialogs`, nor to their ancestors.
-  /// `pattern` must begin with a letter or digit. On Linux, the line encloses this character in brackets: for
-  /// the pattern "name", it contains "[n]ame". Without the brackets, the pattern would also match the shell
-  /// that runs the line.
+  /// `KestruneMenuDialogs`, nor to their ancestors. `pattern` must begin with a letter or digit: for "name",
+  /// the line on Linux contains the pattern "[n]ame", which does not match the shell that runs the line.
   virtual std::string endMatchingLine(const std::string& pattern) const = 0;
 
   /// Returns a shell line that sends SIGKILL to the processes that listen on the TCP port `port`.
