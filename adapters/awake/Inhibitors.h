@@ -11,13 +11,11 @@
 namespace kestrune {
 
 /// Keeps the machine or its display awake (power assertions). For each assertion, requests idle inhibitors
-/// from D-Bus services. A suspend that the user asks for is never blocked.
+/// from D-Bus services; waits at most 250 ms for each. A suspend that the user asks for is never blocked.
 ///
 /// An assertion is held only while every service that `servicesFor` returns has granted an inhibitor for it.
-/// An assertion can be lost when a service ends, because its inhibitors end with it. An assertion can also be
-/// lost when a service starts, because the new service has not granted an inhibitor yet.
-///
-/// `create` blocks for at most 250 ms for each service (`InhibitorService::inhibit`).
+/// It can be lost when a service ends, because its inhibitors end with it, and also when a service starts,
+/// because the new service has not granted an inhibitor yet.
 class Inhibitors final : public PowerAssertions {
  public:
   /// The buses and the clock must outlive this object. The destructor releases all inhibitors.
