@@ -134,8 +134,8 @@ class BusConnection {
   /// delays of at most 30 s. Prints each error once, but not a missing bus if `absence` is `expected`.
   void connect(Absence absence = Absence::fault);
 
-  /// Blocks until the bus has authenticated the connection, for 20 ms at most. Until then, sd-bus queues all
-  /// messages. If there is no connection, returns at once.
+  /// Blocks until the bus has authenticated the connection, for 20 ms at most. Without a connection, returns
+  /// at once.
   void waitUntilReady();
 
   /// Takes ownership of the open connection `opened`, and tells all clients that it is open. Call this only
@@ -159,8 +159,7 @@ class BusConnection {
   Absence absence = Absence::fault;
   std::vector<BusClient*> clients;
   sd_bus* bus = nullptr;
-  BusSlot disconnection;
-  BusSlot firstAnswer;
+  BusSlot disconnection, firstAnswer;
   EventSource retry;
   Seconds retryDelay = firstRetry;
 };
