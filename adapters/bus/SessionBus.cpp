@@ -14,10 +14,9 @@ constexpr Seconds longestRetry{30.0};
 constexpr Seconds longestHandshake{0.02};
 constexpr auto withoutDesktop = "; where there is no desktop, use --terminal";
 
-BusClient::BusClient(BusConnection& given) : connection(given), bus(given.bus) {}
-
-BusClient::~BusClient() {
-  connection.remove(*this);
+void BusConnection::add(BusClient& client) {
+  clients.push_back(&client);
+  if (bus != nullptr) client.busConnected();
 }
 
 void BusConnection::connect(Absence givenAbsence) {

@@ -87,29 +87,7 @@ inline bool isBroadcast(sd_bus_message* signal) {
   return sd_bus_message_get_destination(signal) == nullptr;
 }
 
-class BusConnection;
-
-/// An object that uses a bus. On each new connection to the bus, it adds its match rules and exports its
-/// D-Bus objects again. The destructor removes this client from `connection`.
-class BusClient {
- public:
-  /// `given` must outlive this object. The derived class must call `connection.add`, which may call
-  /// `busConnected` before it returns.
-  explicit BusClient(BusConnection& given);
-  virtual ~BusClient();
-  BusClient(const BusClient&) = delete;
-
-  /// Called when a connection has been opened. This function may send messages at once: sd-bus queues the
-  /// messages until the connection is authenticated.
-  virtual void busConnected() {}
-
-  /// Called when the connection is lost. The client may keep its slots: sd-bus runs none of their handlers.
-  virtual void busLost() {}
-
- protected:
-  BusConnection& connection;
-  sd_bus* const& bus;  ///< the open connection; null while there is none, also during `busLost`
-};
+class BusClient;
 
 enum class BusKind { session, system };
 
@@ -121,10 +99,7 @@ class BusConnection {
 
   /// Tells `client` of the current connection, if there is one, and of each later connection. Clients are
   /// told in the order in which they were added.
-  void add(BusClient& client) {
-    clients.push_back(&client);
-    if (bus != nullptr) client.busConnected();
-  }
+  void add(BusClient& client);
   void remove(BusClient& client) { std::erase(clients, &client); }
 
   /// Whether a missing bus is an error, or normal because the machine has no desktop.
@@ -162,6 +137,28 @@ class BusConnection {
   BusSlot disconnection, firstAnswer;
   EventSource retry;
   Seconds retryDelay = firstRetry;
+};
+
+/// An object that uses a bus. On each new connection to the bus, it adds its match rules and exports its
+/// D-Bus objects again. The destructor removes this client from `connection`.
+class BusClient {
+ public:
+  /// `given` must outlive this object. The derived class must call `connection.add`, which may call
+  /// `busConnected` before it returns.
+  explicit BusClient(BusConnection& given) : connection(given), bus(given.bus) {}
+  virtual ~BusClient() { connection.remove(*this); }
+  BusClient(const BusClient&) = delete;
+
+  /// Called when a connection has been opened. This function may send messages at once: sd-bus queues the
+  /// messages until the connection is authenticated.
+  virtual void busConnected() {}
+
+  /// Called when the connection is lost. The client may keep its slots: sd-bus runs none of their handlers.
+  virtual void busLost() {}
+
+ protected:
+  BusConnection& connection;
+  sd_bus* const& bus;  ///< the open connection; null while there is none, also during `busLost`
 };
 
 class SessionBus final : public BusConnection {
