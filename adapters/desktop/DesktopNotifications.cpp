@@ -59,11 +59,11 @@ void DesktopNotifications::add(const Notification& notification) {
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
                         lasts ? noExpiration : defaultExpiration);
+  // Request a reply only for a lasting notification: `withdraw` needs the number in the reply.
   if (!lasts) {
-    sd_bus_send(bus, call.get(), nullptr);  // requests no reply
+    sd_bus_send(bus, call.get(), nullptr);
     return;
   }
-  // Request a reply, because `withdraw` needs the number in it.
   Lasting& sent = lasting.emplace_back(Lasting{*this, notification.identifier});
   sd_bus_call_async(bus, Into(sent.reply), call.get(), &handler<&Lasting::shown>, &sent, 0);
   if (lasting.size() > lastingLimit) lasting.pop_front();
