@@ -24,10 +24,6 @@ InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& 
   connection.add(*this);
 }
 
-InhibitorService::~InhibitorService() {
-  for (const auto& [holder, grant] : grants) release(grant);
-}
-
 bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
   // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
   while (isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0) {

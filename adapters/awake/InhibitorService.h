@@ -29,7 +29,9 @@ class InhibitorService final : public BusClient {
  public:
   /// `connection` and `clock` must outlive this object.
   InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol);
-  ~InhibitorService() override;
+  ~InhibitorService() override {
+    for (const auto& [holder, grant] : grants) release(grant);
+  }
 
   /// Returns whether the service is known to run. For a minute after the service has answered that it lacks
   /// the method "Inhibit", returns false; then true again, because the service may have been starting.
