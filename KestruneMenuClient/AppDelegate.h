@@ -18,14 +18,6 @@ namespace kestrune {
 /// Ends the process because of a programming error: prints `message` on standard error and aborts.
 [[noreturn]] void fatalError(const char* message);
 
-/// The result of a file operation, with a message for the user.
-struct OperationResult {
-  bool ok = false;
-  std::string message;
-
-  bool operator==(const OperationResult&) const = default;
-};
-
 /// The controller: holds the application's state and performs all menu actions. Its callbacks hold shared and
 /// weak pointers to it. So a `std::shared_ptr` must own the controller before a method that sets callbacks is
 /// called. Main thread, unless a comment says otherwise.
@@ -137,8 +129,8 @@ class AppDelegate final : public ApplicationDelegate,
   /// that the dialog showed. If saving would overwrite a non-empty value that the dialog did not show (for
   /// example, because the file has changed meanwhile), first copies the file to ".env.previous". A .env that
   /// cannot be read is kept as ".env.unreadable". After saving, a notification names the file that was kept.
-  /// If `shown` is null, makes no ".env.previous" and shows no notification.
-  OperationResult saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
+  /// If `shown` is null, makes no ".env.previous" and shows no notification. Returns a message for the user.
+  Result<std::string> saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
   /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no
   /// API token. A phone scans the link as a QR code.
@@ -158,7 +150,8 @@ class AppDelegate final : public ApplicationDelegate,
   std::string userLaunchAgentPath() const { return userLaunchAgentPath(launchAgentLabel); }
   std::string legacyUserLaunchAgentPath() const { return userLaunchAgentPath(legacyLaunchAgentLabel); }
   bool isLaunchAtLoginEnabled() const;
-  OperationResult setLaunchAtLoginEnabled(bool enabled);
+  /// Returns a message for the user.
+  Result<std::string> setLaunchAtLoginEnabled(bool enabled);
 
  private:
   friend struct AppDelegateState;  // lets tests read the fields

@@ -13,24 +13,24 @@ std::optional<std::string> pairingURL(const std::string& apiURL, const std::stri
          "&token=" + AppDelegate::percentEncodeQueryValue(token);
 }
 
-OperationResult notSaved(const std::string& reason) {
-  return {false, reason + "設定沒有保存。"};
+Failure notSaved(const std::string& reason) {
+  return {reason + "設定沒有保存。"};
 }
 
 }  // namespace
 
 // --- the backend's .env
 
-OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
+Result<std::string> AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
   FileManager& files = platform.fileManager;
   const std::string path = envPath();
   FileContents found = files.contents(path);
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
-  if (found.outcome == ReadOutcome::temporaryFailure) return {false, found.problem};
+  if (found.outcome == ReadOutcome::temporaryFailure) return Failure{found.problem};
   const EnvFile old(std::move(found));
   FileContents example;
   if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
-  if (example.outcome == ReadOutcome::temporaryFailure) return {false, example.problem};
+  if (example.outcome == ReadOutcome::temporaryFailure) return Failure{example.problem};
   const EnvFile fresh(std::move(example));
   const auto contents = (old.isThere() ? old : fresh).with(values);
   if (!contents) return notSaved("保存後 " + path + " 會超過 16 MiB。");
@@ -45,11 +45,11 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
   }
   if (old.isThere()) {
     if (const auto written = files.writeAtomically(path, *contents); !written)
-      return {false, written.reason()};
+      return Failure{written.reason()};
   } else {
     // If .env could not be read as text, keep it under another name. It may be the only copy of the settings.
     const auto replaced = files.replaceUnreadable(path, *contents);
-    if (!replaced) return {false, replaced.reason()};
+    if (!replaced) return Failure{replaced.reason()};
     kept = *replaced;
     reason = "無法讀取 .env，它已被新檔案取代";
   }
@@ -59,7 +59,7 @@ OperationResult AppDelegate::saveEnvValues(const EnvValues& values, const EnvVal
                                 .body = reason + "，原檔案保留在 " + kept,
                                 .lasting = true});
   }
-  return {true, "設定已保存到 " + path};
+  return "設定已保存到 " + path;
 }
 
 // --- pairing link and QR code
@@ -172,8 +172,8 @@ void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& s
 
   const EnvValues values = settingsOf(answer);
   if (const auto fault = faultOfSettings(values, shown)) return showResultWindow(failureTitle, *fault, true);
-  const OperationResult result = saveEnvValues(values, &shown);
-  if (!result.ok) return showResultWindow(failureTitle, result.message, true);
+  const auto saved = saveEnvValues(values, &shown);
+  if (!saved) return showResultWindow(failureTitle, saved.reason(), true);
   reconnectServices(true, "設定已保存並開始重新檢查");
 }
 

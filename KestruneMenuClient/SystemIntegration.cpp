@@ -53,46 +53,46 @@ bool AppDelegate::isLaunchAtLoginEnabled() const {
          platform.launchAgents.isRegistered(legacyLaunchAgentLabel);
 }
 
-OperationResult AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
+Result<std::string> AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   const std::string path = userLaunchAgentPath();
   FileManager& files = platform.fileManager;
   if (const auto made = files.createDirectory(path.substr(0, path.rfind('/'))); !made)
-    return {false, made.reason()};
+    return Failure{made.reason()};
   // Ignore failures of removeItem, which also fails if the file does not exist.
   if (!enabled) {
     files.removeItem(path);
     files.removeItem(legacyUserLaunchAgentPath());
-    return {true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
+    return "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。";
   }
   const auto document = platform.launchAgents.document(launchAgentLabel, currentExecutablePath(), repoPath);
   if (!document) {
-    return {false,
-            "程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、=），所以沒有開啟。"
-            "請移到名稱簡單的資料夾，再試一次。"};
+    return Failure{
+        "程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、=），所以沒有開啟。"
+        "請移到名稱簡單的資料夾，再試一次。"};
   }
   files.removeItem(legacyUserLaunchAgentPath());
-  if (const auto written = files.writeAtomically(path, *document); !written) return {false, written.reason()};
-  return {true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
+  if (const auto written = files.writeAtomically(path, *document); !written) return Failure{written.reason()};
+  return "已保存開機自動啟動設定，會在下次登入或重開機後生效。";
 }
 
 void AppDelegate::toggleLaunchAtLogin() {
   const bool was = isLaunchAtLoginEnabled();
-  const OperationResult result = setLaunchAtLoginEnabled(!was);
+  const auto result = setLaunchAtLoginEnabled(!was);
   if (isAutoConnectEnabled()) {
     reconnectServices(false);
   } else {
     presentAutoConnectDisabledState();
   }
-  std::string content = result.message;
+  std::string content = result ? *result : result.reason();
   if (content.empty()) {
     content =
         was ? "之後重開 Mac，Kestrune 菜單欄不會自動載入。" : "之後重開 Mac，Kestrune 菜單欄會自動載入。";
   }
-  if (!was && result.ok && !platform.launchAgents.areRead()) {
+  if (!was && result && !platform.launchAgents.areRead()) {
     showNotification("Kestrune 不會在登入時啟動",
                      "這台電腦沒有安裝桌面環境，登入時沒有程式會讀取這個自動啟動項目。");
   }
-  showResultWindow(was ? "已關閉開機自動啟動" : "已開啟開機自動啟動", prettifyOutput(content), !result.ok);
+  showResultWindow(was ? "已關閉開機自動啟動" : "已開啟開機自動啟動", prettifyOutput(content), !result);
 }
 
 }  // namespace kestrune

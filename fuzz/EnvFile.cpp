@@ -60,8 +60,8 @@ void checkLines(const std::vector<std::string>& before, const std::string& after
 void save(Controller& controller, const std::vector<std::string>& before, const std::string& key,
           const std::string& value) {
   const EnvValues shown{{key, controller.delegate->loadEnvValue(key).value_or("")}};
-  const OperationResult result = controller.delegate->saveEnvValues({{key, value}}, &shown);
-  require(result.ok, "what can be written is written");
+  const auto result = controller.delegate->saveEnvValues({{key, value}}, &shown);
+  require(static_cast<bool>(result), "what can be written is written");
   const std::string after = controller.machine.fileManager.files.at(Controller::envFile);
   require(controller.delegate->loadEnvValue(key) == value, "what was written is read back");
   checkLines(before, after, key, key + "=" + value);

@@ -30,8 +30,8 @@ inline void PrintTo(const View& view, std::ostream* stream) {
   PrintTo(Alert{.messageText = "", .informativeText = "", .buttons = {}, .accessoryView = view}, stream);
 }
 
-inline void PrintTo(const OperationResult& result, std::ostream* stream) {
-  *stream << (result.ok ? "ok \"" : "not ok \"") << result.message << "\"";
+inline void PrintTo(const Result<std::string>& result, std::ostream* stream) {
+  *stream << (result ? "ok \"" + *result : "not ok \"" + result.reason()) << "\"";
 }
 
 }  // namespace kestrune

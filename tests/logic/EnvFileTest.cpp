@@ -72,8 +72,8 @@ using Values = std::map<std::string, std::string>;
 
 struct EnvWriter : ControllerTest {
   static constexpr auto templateFile = "/home/u/backend/.env.example";
-  const OperationResult saved{true, "設定已保存到 /home/u/backend/.env"};
-  const OperationResult fullDisk{false, "No space left on device"};
+  const Result<std::string> saved{"設定已保存到 /home/u/backend/.env"};
+  const Failure fullDisk{"No space left on device"};
 
   /// Replaces the contents of the file with `text`, saves `values`, and returns the new contents.
   std::string after(const std::string& text, const Values& values) {
@@ -173,7 +173,7 @@ TEST_F(EnvWriter, KeepsAnUnreadableFile) {
   EXPECT_EQ(env(), "KEY=new");
   EXPECT_EQ(after("KEY=\xFF", {{"KEY", "new"}}), "KEY=new");
   EXPECT_EQ(newCalls(), replacing);
-  machine.fileManager.keepError = fullDisk.message;
+  machine.fileManager.keepError = fullDisk.reason;
   env() = "KEY=\xFF";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
   EXPECT_EQ(newCalls(), CallLog{replacing[0]}) << "and not replaced when it cannot be kept";
@@ -202,7 +202,7 @@ TEST_F(EnvWriter, NotifiesWhereTheUnreadableFileIsKept) {
 TEST_F(EnvWriter, LeavesTheFileAfterATemporaryReadError) {
   machine.fileManager.readError = "Too many open files";
   env() = "KEY=old";
-  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, "Too many open files"}));
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), Failure{"Too many open files"});
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
@@ -213,7 +213,7 @@ TEST_F(EnvWriter, MakesNoFileAfterATemporaryReadErrorOfTheTemplate) {
     if (machine.fileManager.asked.back() == templateFile)
       machine.fileManager.readError = "Input/output error";
   };
-  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, "Input/output error"}));
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), Failure{"Input/output error"});
   EXPECT_EQ(newCalls(), CallLog{});
 }
 
@@ -223,7 +223,7 @@ TEST_F(EnvWriter, LeavesAFileAboveTheSizeLimit) {
   machine.fileManager.files[templateFile] = "KEY=";
   env() = larger;
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}),
-            (OperationResult{false, "/home/u/backend/.env 超過 16 MiB，無法讀取。設定沒有保存。"}));
+            Failure{"/home/u/backend/.env 超過 16 MiB，無法讀取。設定沒有保存。"});
   EXPECT_EQ(newCalls(), CallLog{});
   EXPECT_TRUE(env() == larger);
   EXPECT_TRUE(after(text, {{"KEY", "new"}}).starts_with("KEY=new\n##"));
@@ -231,7 +231,7 @@ TEST_F(EnvWriter, LeavesAFileAboveTheSizeLimit) {
 
 TEST_F(EnvWriter, NeverWritesAFileAboveTheSizeLimit) {
   const std::string text = "KEY=old\n" + std::string(FileManager::sizeLimit - 8, '#');
-  const OperationResult tooLarge{false, "保存後 /home/u/backend/.env 會超過 16 MiB。設定沒有保存。"};
+  const Failure tooLarge{"保存後 /home/u/backend/.env 會超過 16 MiB。設定沒有保存。"};
   env() = text;
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "newer"}}), tooLarge);
   EXPECT_TRUE(env() == text);
@@ -253,7 +253,7 @@ TEST_F(EnvWriter, NeedsLessThanFourTimesTheMemoryOfTheFile) {
 }
 
 TEST_F(EnvWriter, FailedWriteLeavesTheFileAndGivesTheReason) {
-  machine.fileManager.writeError = fullDisk.message;
+  machine.fileManager.writeError = fullDisk.reason;
   env() = "KEY=old";
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
   EXPECT_EQ(controller->loadEnvValue("KEY"), "old");
@@ -261,7 +261,7 @@ TEST_F(EnvWriter, FailedWriteLeavesTheFileAndGivesTheReason) {
   EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), fullDisk);
   EXPECT_EQ(machine.fileManager.files.size(), 0U);
   machine.fileManager.writeError = "";
-  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), (OperationResult{false, ""}));
+  EXPECT_EQ(controller->saveEnvValues({{"KEY", "new"}}), Failure{""});
 }
 
 }  // namespace

@@ -7,8 +7,8 @@ constexpr auto folder = "/home/u/Library/LaunchAgents";
 constexpr auto currentFile = "/home/u/Library/LaunchAgents/com.dovrel.kestrune.menuclient.plist";
 constexpr auto legacyFile = "/home/u/Library/LaunchAgents/com.dovrel.halvask.menuclient.plist";
 
-const OperationResult switchedOff{true, "已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
-const OperationResult switchedOn{true, "已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
+const Result<std::string> switchedOff{"已關閉開機自動啟動；目前這個菜單欄應用會繼續執行，直到你手動退出。"};
+const Result<std::string> switchedOn{"已保存開機自動啟動設定，會在下次登入或重開機後生效。"};
 
 /// Returns the property list (the launch agent's file) that starts `program` at login.
 std::string documentFor(const std::string& program) {
@@ -84,7 +84,7 @@ TEST_F(LaunchAtLogin, FailsWithoutAFolder) {
   machine.fileManager.folderError = "Permission denied";
   for (const bool enabled : {true, false}) {
     arrange(true, true);
-    EXPECT_EQ(controller->setLaunchAtLoginEnabled(enabled), (OperationResult{false, "Permission denied"}));
+    EXPECT_EQ(controller->setLaunchAtLoginEnabled(enabled), Failure{"Permission denied"});
     EXPECT_EQ(newCalls(), CallLog{std::string("create folder ") + folder});
     EXPECT_EQ(files.size(), 2U);
   }
@@ -93,7 +93,7 @@ TEST_F(LaunchAtLogin, FailsWithoutAFolder) {
 TEST_F(LaunchAtLogin, FailedWriteLeavesTheLegacyFileRemoved) {
   machine.fileManager.writeError = "No space left on device";
   arrange(true, true);
-  EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), (OperationResult{false, "No space left on device"}));
+  EXPECT_EQ(controller->setLaunchAtLoginEnabled(true), Failure{"No space left on device"});
   EXPECT_EQ(files, (std::map<std::string, std::string>{{currentFile, "current"}}));
 }
 
@@ -151,10 +151,10 @@ TEST_F(LaunchAtLogin, RefusesAPathThatTheFormatCannotHold) {
   Platform platform = platformWith(machine, {.launchAgents = &agents});
   const auto refused = std::make_shared<AppDelegate>(platform);
   newCalls();
-  EXPECT_EQ(refused->setLaunchAtLoginEnabled(true),
-            (OperationResult{false,
-                             "程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、="
-                             "），所以沒有開啟。請移到名稱簡單的資料夾，再試一次。"}));
+  EXPECT_EQ(
+      refused->setLaunchAtLoginEnabled(true),
+      Failure{"程式或後端的路徑含有自動啟動項目無法表示的字元（例如引號、反斜線、$、`、%、=），所以沒有開啟。"
+              "請移到名稱簡單的資料夾，再試一次。"});
   EXPECT_EQ(newCalls(), CallLog{"create folder /agents"});
 }
 
@@ -186,7 +186,7 @@ TEST_F(LaunchAtLoginToggle, SwitchesOnReconnectsAndShowsOneWindow) {
                                    "launch /bin/bash"});
   EXPECT_EQ(newCalls(), expected);
   EXPECT_EQ(row(14).checked, true);
-  EXPECT_EQ(closeWindow(), informationWindow("已開啟開機自動啟動", switchedOn.message));
+  EXPECT_EQ(closeWindow(), informationWindow("已開啟開機自動啟動", *switchedOn));
   machine.loop.advance(Seconds{2});
   EXPECT_EQ(statusQueries(), 1U);
   EXPECT_EQ(machine.alerts.shown.size(), 1U);
@@ -196,7 +196,7 @@ TEST_F(LaunchAtLoginToggle, LegacyFileAloneIsShownAsOnAndSwitchedOff) {
   arrange(false, true);
   controller->rebuildMenu("x", ConnectionLampState::ok, 0);
   EXPECT_EQ(row(14).checked, true);
-  EXPECT_EQ(toggle(), informationWindow("已關閉開機自動啟動", switchedOff.message));
+  EXPECT_EQ(toggle(), informationWindow("已關閉開機自動啟動", *switchedOff));
   EXPECT_TRUE(files.empty());
   EXPECT_EQ(row(14).checked, false);
   EXPECT_EQ(reconnects(), 1U);
