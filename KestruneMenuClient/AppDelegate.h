@@ -23,23 +23,16 @@ namespace kestrune {
 /// called. Main thread, unless a comment says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
+                          public Preferences,
                           public std::enable_shared_from_this<AppDelegate> {
  public:
   /// `platform` must outlive the controller.
   explicit AppDelegate(Platform& platform);
 
-  // Life cycle, preferences, connection mode, paths (ApplicationCore.cpp)
+  // Life cycle, paths (ApplicationCore.cpp); preferences and connection mode: settings/Preferences.h
 
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
-
-  bool isAutoConnectEnabled() const { return preferences.isAutoConnectEnabled(); }
-  bool isKeepAwakeEnabled() const { return preferences.isKeepAwakeEnabled(); }
-  bool isOfficialConnectionMode() const { return preferences.isOfficialConnectionMode(); }
-  void setAutoConnectEnabled(bool enabled) { preferences.setAutoConnectEnabled(enabled); }
-  void setKeepAwakeEnabled(bool enabled) { preferences.setKeepAwakeEnabled(enabled); }
-  void setOfficialConnectionMode(bool official) { preferences.setOfficialConnectionMode(official); }
-  std::string connectionModeLabel() const { return preferences.connectionModeLabel(); }
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
   /// Returns a description of the backend's folder and the client's preferences for a bug report: lines of
@@ -210,8 +203,6 @@ class AppDelegate final : public ApplicationDelegate,
   void quit();
 
   Platform& platform;
-  Preferences preferences;
-
   StatusItem* statusItem = nullptr;  ///< null until `configureStatusItem` has added it to the status bar
   std::unique_ptr<DispatchQueue> monitorQueue;
   const std::string repoPath;

@@ -14,8 +14,8 @@ void fatalError(const char* message) {
 // --- life cycle
 
 AppDelegate::AppDelegate(Platform& givenPlatform)
-    : platform(givenPlatform),
-      preferences(platform.userDefaults),
+    : Preferences(givenPlatform.userDefaults),
+      platform(givenPlatform),
       monitorQueue(platform.dispatch.makeSerialQueue("kestrune.menu.monitor", QualityOfService::standard,
                                                      QueueTarget::mainThread)),
       repoPath(resolveRepoPath(platform.mainBundle)),
@@ -70,7 +70,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
                                                                          : "set"));
   line("Automatic connection: " + onOff(self.isAutoConnectEnabled()));
   line("Keep awake: " + onOff(self.isKeepAwakeEnabled()));
-  line(std::string("Mode: ") + self.preferences.connectionMode());
+  line(std::string("Mode: ") + nameOfMode(self.isOfficialConnectionMode()));
   line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath() +
        (platform.launchAgents.areRead() ? "" : ", which nothing reads: there is no desktop"));
   return text;

@@ -29,7 +29,6 @@ class Preferences {
 
   /// Returns the mode's name in the store. Every version of the client must use the same names, because all
   /// versions share the store.
-  const char* connectionMode() const { return nameOfMode(isOfficialConnectionMode()); }
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// Returns the mode's name as the menu shows it.
   std::string connectionModeLabel() const { return labelOfMode(isOfficialConnectionMode()); }
