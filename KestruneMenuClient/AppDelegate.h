@@ -26,8 +26,9 @@ class AppDelegate final : public ApplicationDelegate,
                           public Preferences,
                           public std::enable_shared_from_this<AppDelegate> {
  public:
-  /// `platform` must outlive the controller.
-  explicit AppDelegate(Platform& platform);
+  /// `givenPlatform` must outlive the controller.
+  explicit AppDelegate(Platform& givenPlatform)
+      : Preferences(givenPlatform.userDefaults), platform(givenPlatform) {}
 
   // Life cycle, paths (ApplicationCore.cpp); preferences and connection mode: settings/Preferences.h
 
@@ -204,14 +205,16 @@ class AppDelegate final : public ApplicationDelegate,
 
   Platform& platform;
   StatusItem* statusItem = nullptr;  ///< null until `configureStatusItem` has added it to the status bar
-  std::unique_ptr<DispatchQueue> monitorQueue;
-  const std::string repoPath;
+  std::unique_ptr<DispatchQueue> monitorQueue = platform.dispatch.makeSerialQueue(
+      "kestrune.menu.monitor", QualityOfService::standard, QueueTarget::mainThread);
+  const std::string repoPath = resolveRepoPath(platform.mainBundle);
   const std::string launchAgentLabel = "com.dovrel.kestrune.menuclient";
   const std::string legacyLaunchAgentLabel = "com.dovrel.halvask.menuclient";
   StatusSnapshot current;
   ImageRef cachedConnectedLogo;
   ImageRef cachedDisconnectedLogo;
-  std::unique_ptr<DispatchQueue> workerQueue;
+  std::unique_ptr<DispatchQueue> workerQueue = platform.dispatch.makeSerialQueue(
+      "kestrune.menu.worker", QualityOfService::userInitiated, QueueTarget::ownThread);
   bool statusRefreshInProgress = false;
   bool liveSessionRefreshInProgress = false;
   std::optional<Seconds> lastLiveSessionRefreshAt;  ///< by `Clock::continuousTime`; absent: no refresh yet

@@ -13,15 +13,6 @@ void fatalError(const char* message) {
 
 // --- life cycle
 
-AppDelegate::AppDelegate(Platform& givenPlatform)
-    : Preferences(givenPlatform.userDefaults),
-      platform(givenPlatform),
-      monitorQueue(platform.dispatch.makeSerialQueue("kestrune.menu.monitor", QualityOfService::standard,
-                                                     QueueTarget::mainThread)),
-      repoPath(resolveRepoPath(platform.mainBundle)),
-      workerQueue(platform.dispatch.makeSerialQueue("kestrune.menu.worker", QualityOfService::userInitiated,
-                                                    QueueTarget::ownThread)) {}
-
 void AppDelegate::applicationDidFinishLaunching() {
   if (platform.application == nullptr) fatalError("there is no application object");
   platform.application->setActivationPolicy(ActivationPolicy::accessory);
