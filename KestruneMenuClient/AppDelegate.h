@@ -41,7 +41,10 @@ class AppDelegate final : public ApplicationDelegate,
   static std::string describeBackend(Platform& platform);
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
-  std::string currentExecutablePath() const;
+  std::string currentExecutablePath() const {
+    return platform.mainBundle.executablePath().value_or(
+        repoPath + "/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient");
+  }
   std::string currentAppBundlePath() const;
 
   // Commands of the backend (backend/Backend.cpp)
@@ -111,7 +114,10 @@ class AppDelegate final : public ApplicationDelegate,
   Result<> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError = false);
-  void requestNotificationPermission();
+  void requestNotificationPermission() {
+    platform.notifications.requestAuthorization(static_cast<unsigned>(NotificationOption::alert) |
+                                                static_cast<unsigned>(NotificationOption::sound));
+  }
   void showNotification(const std::string& title, const std::string& body);
 
   // The backend's .env, pairing link and QR code, settings dialog (ConfigurationAndPairing.cpp)
@@ -143,7 +149,10 @@ class AppDelegate final : public ApplicationDelegate,
   }
   std::string userLaunchAgentPath() const { return userLaunchAgentPath(launchAgentLabel); }
   std::string legacyUserLaunchAgentPath() const { return userLaunchAgentPath(legacyLaunchAgentLabel); }
-  bool isLaunchAtLoginEnabled() const;
+  bool isLaunchAtLoginEnabled() const {
+    return platform.launchAgents.isRegistered(launchAgentLabel) ||
+           platform.launchAgents.isRegistered(legacyLaunchAgentLabel);
+  }
   /// Returns a message for the user.
   Result<std::string> setLaunchAtLoginEnabled(bool enabled);
 
@@ -155,12 +164,18 @@ class AppDelegate final : public ApplicationDelegate,
   const MenuRow& rowAt(int number) const;
 
   /// Copies `report.codex` into `current`, and sets `current.checkedAt` to the current time.
-  void take(const StatusReport& report);
+  void take(const StatusReport& report) {
+    current.checkedAt = platform.clock.calendarTime();
+    current.codex = report.codex;
+  }
   /// Asks the backend for its status on the worker queue. On the main thread, takes the report and calls
   /// `then`.
   void queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then);
   /// Rebuilds the menu with this status, and redraws the status item's button.
-  void show(const std::string& statusText, ConnectionLampState state);
+  void show(const std::string& statusText, ConnectionLampState state) {
+    rebuildMenu(statusText, state, 0);
+    updateButton(state, "Kestrune");
+  }
   bool isReconnecting() const { return current.reconnecting; }
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);
@@ -187,13 +202,16 @@ class AppDelegate final : public ApplicationDelegate,
   EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);
 
-  void refreshNow();
+  void refreshNow() {
+    setAutoConnectEnabled(true);
+    reconnectServices(true);
+  }
   void stopConnection();
   void showStatus();
   void showCodexRuntimeStatus();
   void openCodexApp();
   void showChatGPTRemoteGuide();
-  void openProjectFolder();
+  void openProjectFolder() { platform.workspace.open(repoPath); }
   void showSettings();
   void showPairingQR();
   void toggleLaunchAtLogin();
@@ -201,7 +219,7 @@ class AppDelegate final : public ApplicationDelegate,
   void toggleKeepAwake();
   void toggleConnectionMode();
   void restartMenuClient();
-  void quit();
+  void quit() { platform.application->terminate(); }
 
   Platform& platform;
   StatusItem* statusItem = nullptr;  ///< null until `configureStatusItem` has added it to the status bar

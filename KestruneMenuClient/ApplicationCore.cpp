@@ -75,11 +75,6 @@ std::optional<std::string> AppDelegate::missingBackendWarning() const {
 
 // --- paths
 
-std::string AppDelegate::currentExecutablePath() const {
-  return platform.mainBundle.executablePath().value_or(
-      repoPath + "/dist/Kestrune Menu Client.app/Contents/MacOS/KestruneMenuClient");
-}
-
 std::string AppDelegate::currentAppBundlePath() const {
   static constexpr std::string_view suffix = ".app";
   if (std::string bundlePath = platform.mainBundle.bundlePath(); bundlePath.ends_with(suffix))

@@ -124,10 +124,6 @@ void AppDelegate::showCodexRuntimeStatus() {
   });
 }
 
-void AppDelegate::openProjectFolder() {
-  platform.workspace.open(repoPath);
-}
-
 void AppDelegate::openCodexApp() {
   const std::string path = platform.workspace.codexAppPath();
   if (platform.fileManager.fileExists(path)) return platform.workspace.open(path);
@@ -210,10 +206,6 @@ void AppDelegate::trialDidEnd(const Result<>& trial) {
   showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + opened.reason(), true);
 }
 
-void AppDelegate::quit() {
-  platform.application->terminate();
-}
-
 // --- result window
 
 void AppDelegate::showResultWindow(const std::string& title, const std::string& content, bool isError) {
@@ -225,11 +217,6 @@ void AppDelegate::showResultWindow(const std::string& title, const std::string& 
 }
 
 // --- notifications
-
-void AppDelegate::requestNotificationPermission() {
-  platform.notifications.requestAuthorization(static_cast<unsigned>(NotificationOption::alert) |
-                                              static_cast<unsigned>(NotificationOption::sound));
-}
 
 void AppDelegate::showNotification(const std::string& title, const std::string& body) {
   platform.notifications.add({.identifier = makeUUID(), .title = title, .body = body});

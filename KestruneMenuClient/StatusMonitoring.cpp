@@ -17,11 +17,6 @@ std::optional<std::string> AppDelegate::diagnosticDetail(std::string_view output
   return codexRow("", finding);
 }
 
-void AppDelegate::take(const StatusReport& report) {
-  current.checkedAt = platform.clock.calendarTime();
-  current.codex = report.codex;
-}
-
 // --- refresh cycle
 
 void AppDelegate::queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then) {
@@ -61,11 +56,6 @@ void AppDelegate::presentAutoConnectDisabledState() {
   show(disabledStatus, ConnectionLampState::warning);
 }
 
-void AppDelegate::show(const std::string& statusText, ConnectionLampState state) {
-  rebuildMenu(statusText, state, 0);
-  updateButton(state, "Kestrune");
-}
-
 void AppDelegate::startPeriodicRefresh() {
   if (refreshTimer) refreshTimer->invalidate();
   refreshTimer = platform.timers.scheduleRepeating(refreshInterval, [weak = weak_from_this()] {
@@ -80,11 +70,6 @@ void AppDelegate::periodicRefreshDidTick() {
   } else {
     presentAutoConnectDisabledState();
   }
-}
-
-void AppDelegate::refreshNow() {
-  setAutoConnectEnabled(true);
-  reconnectServices(true);
 }
 
 // --- network changes

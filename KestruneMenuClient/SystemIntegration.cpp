@@ -48,11 +48,6 @@ void AppDelegate::toggleKeepAwake() {
 
 // --- launch at login
 
-bool AppDelegate::isLaunchAtLoginEnabled() const {
-  return platform.launchAgents.isRegistered(launchAgentLabel) ||
-         platform.launchAgents.isRegistered(legacyLaunchAgentLabel);
-}
-
 Result<std::string> AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   const std::string path = userLaunchAgentPath();
   FileManager& files = platform.fileManager;
