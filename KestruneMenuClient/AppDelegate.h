@@ -179,7 +179,6 @@ class AppDelegate final : public ApplicationDelegate,
   bool isReconnecting() const { return current.reconnecting; }
   void periodicRefreshDidTick();
   void pathDidUpdate(const NetworkPath& path);
-  void actOnPathUpdate(bool changed);
   /// Runs a shell line on the worker queue, and calls `then` with its result on the main thread.
   void runOnWorker(std::string commandLine, Seconds timeout, std::function<void(const CommandResult&)> then);
   /// Polls `trial` (the client's program, started with --version) until it ends or `deadline` has passed.

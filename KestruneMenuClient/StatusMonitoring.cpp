@@ -83,23 +83,18 @@ void AppDelegate::startMonitoringNetwork() {
 void AppDelegate::pathDidUpdate(const NetworkPath& path) {
   const NetworkKind network = networkKind(path);
   const bool changed = std::exchange(current.network, network) != network;
-  platform.dispatch.mainQueue().async(
-      [self = shared_from_this(), changed] { self->actOnPathUpdate(changed); });
-}
-
-void AppDelegate::actOnPathUpdate(bool changed) {
-  if (isAutoConnectEnabled()) {
-    if (changed) {
+  platform.dispatch.mainQueue().async([this, self = shared_from_this(), changed] {
+    if (!isAutoConnectEnabled()) {
+      presentAutoConnectDisabledState();
+      if (changed)
+        showNotification(networkChangedTitle, "目前已停用自動重連；需要時請手動點選「立即重新檢查連線」。");
+    } else if (changed) {
       reconnectServices(false);
       showNotification(networkChangedTitle, "已自動嘗試重新連接本地服務與反向隧道。");
     } else if (!current.reconnecting) {
       refreshStatus(false);
     }
-  } else {
-    presentAutoConnectDisabledState();
-    if (changed)
-      showNotification(networkChangedTitle, "目前已停用自動重連；需要時請手動點選「立即重新檢查連線」。");
-  }
+  });
 }
 
 void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
