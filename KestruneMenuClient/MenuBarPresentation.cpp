@@ -14,10 +14,9 @@ constexpr Seconds trialLimit{2.0};  // time limit for the trial run with "--vers
 std::string makeUUID() {
   // Construct it once: it may open a file, and throws if it cannot.
   static std::random_device random;
-  const auto word = [](unsigned keep, unsigned set) { return (random() & keep) | set; };
   char text[37];
-  std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%04X%08X", word(0xffffffff, 0), word(0xffff, 0),
-                word(0x0fff, 0x4000), word(0x3fff, 0x8000), word(0xffff, 0), word(0xffffffff, 0));
+  std::snprintf(text, sizeof text, "%08X-%04X-4%03X-%04X-%04X%08X", random(), random() & 0xffff,
+                random() & 0xfff, (random() & 0x3fff) | 0x8000, random() & 0xffff, random());
   return text;
 }
 
@@ -44,12 +43,12 @@ void AppDelegate::configureStatusItem() {
 void AppDelegate::updateButton(ConnectionLampState state, const std::string& title) {
   if (statusItem == nullptr) fatalError("the button is updated before the status item exists");
   if (!statusItem->hasButton()) return;
-  StatusButton button;
-  button.image = asMenuBarLogo(loadMenuBarLogo(state));
-  button.imagePosition = ImagePosition::imageOnly;
-  button.toolTip = title + " · " + std::string(menuLabel(state)) + " · " + current.session.projectTitle;
-  button.accessibilityLabel = button.toolTip;
-  statusItem->setButton(button);
+  const std::string text =
+      title + " · " + std::string(menuLabel(state)) + " · " + current.session.projectTitle;
+  statusItem->setButton({.image = asMenuBarLogo(loadMenuBarLogo(state)),
+                         .imagePosition = ImagePosition::imageOnly,
+                         .toolTip = text,
+                         .accessibilityLabel = text});
 }
 
 ImageRef AppDelegate::loadMenuBarLogo(ConnectionLampState state) {
@@ -184,20 +183,18 @@ void AppDelegate::restartMenuClient() {
 }
 
 void AppDelegate::awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline) {
-  const bool isRunning = trial->isRunning();
-  if (isRunning && platform.clock.awakeTime() < deadline) {
-    return platform.dispatch.mainQueue().asyncAfter(
-        commandPollInterval,
-        [self = shared_from_this(), trial, deadline] { self->awaitTrial(trial, deadline); });
+  if (!trial->isRunning()) {
+    const int status = trial->terminationStatus();
+    if (status == 0) return trialDidEnd(Done{});
+    const std::string text = commandText(trial->readOutput(Seconds{0}));
+    return trialDidEnd(Failure{text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
   }
-  if (isRunning) {
+  if (platform.clock.awakeTime() >= deadline) {
     trial->terminateGroup();
     return trialDidEnd(Failure{commandTimedOut});
   }
-  const int status = trial->terminationStatus();
-  if (status == 0) return trialDidEnd(Done{});
-  const std::string text = commandText(trial->readOutput(Seconds{0}));
-  trialDidEnd(Failure{text.empty() ? "程式以狀態 " + std::to_string(status) + " 結束。" : text});
+  platform.dispatch.mainQueue().asyncAfter(
+      commandPollInterval, [=, self = shared_from_this()] { self->awaitTrial(trial, deadline); });
 }
 
 void AppDelegate::trialDidEnd(const Result<>& trial) {
