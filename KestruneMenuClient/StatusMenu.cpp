@@ -5,8 +5,7 @@
 
 namespace kestrune {
 
-/// An element of `menuRows`. `menuRows` lists all rows of the menu except rows 2 to 11: `statusRows` makes
-/// those.
+/// An element of `menuRows`, which lists all rows of the menu except rows 2 to 11: `statusRows` makes those.
 struct AppDelegate::MenuRow {
   int number;               ///< place in the menu; `rowAt` chooses between rows with the same place
   const char* title = "";   ///< empty: a separator
@@ -17,18 +16,10 @@ struct AppDelegate::MenuRow {
   bool (AppDelegate::*applies)() const = nullptr;  ///< whether the row can be shown now; null: always
 };
 
-namespace {
-
 constexpr int lastRow = 29;
 constexpr int firstStatusRow = 2;
 constexpr int lastStatusRow = 11;
 constexpr int notInTheMenu = 0;
-
-constexpr bool isStatusRow(int number) {
-  return number >= firstStatusRow && number <= lastStatusRow;
-}
-
-}  // namespace
 
 using A = AppDelegate;
 const AppDelegate::MenuRow AppDelegate::menuRows[] = {
@@ -62,7 +53,7 @@ const AppDelegate::MenuRow AppDelegate::menuRows[] = {
 
 /// Returns the row that is shown at `number` now.
 const AppDelegate::MenuRow& AppDelegate::rowAt(int number) const {
-  return *std::find_if(std::begin(menuRows), std::end(menuRows), [this, number](const MenuRow& each) {
+  return *std::ranges::find_if(menuRows, [this, number](const MenuRow& each) {
     return each.number == number && (each.applies == nullptr || (this->*each.applies)());
   });
 }
@@ -79,7 +70,7 @@ void AppDelegate::rebuildMenu(const std::string& statusText, ConnectionLampState
   Menu menu;
   for (int number = 1; number <= lastRow; ++number) {
     MenuItem item{.id = number, .enabled = false, .target = weak_from_this()};
-    if (isStatusRow(number)) {
+    if (number >= firstStatusRow && number <= lastStatusRow) {
       item.title = status[static_cast<std::size_t>(number - firstStatusRow)];
     } else {
       const MenuRow& row = rowAt(number);
@@ -122,14 +113,14 @@ std::string AppDelegate::describeActions() {
 
 Result<> AppDelegate::performRequest(const std::string& action) {
   const auto isNamed = [&action](const MenuRow& row) { return row.run != nullptr && row.action == action; };
-  if (std::none_of(std::begin(menuRows), std::end(menuRows), isNamed))
+  const auto* const row = std::ranges::find_if(menuRows, isNamed);
+  if (row == std::end(menuRows))
     return Failure{"unknown action: " + action + "; \"--perform help\" lists all actions"};
-  for (int number = 1; number <= lastRow; ++number) {
-    if (isStatusRow(number) || !isNamed(rowAt(number))) continue;
-    performAction(action);
-    return Done{};
-  }
-  return Failure{"no enabled menu row has this action now: " + action};
+  // All rows with the same action have the same number.
+  if (row->number == notInTheMenu || !isNamed(rowAt(row->number)))
+    return Failure{"no enabled menu row has this action now: " + action};
+  (this->*row->run)();
+  return Done{};
 }
 
 }  // namespace kestrune
