@@ -122,9 +122,10 @@ class AppDelegate final : public ApplicationDelegate,
 
   // The backend's .env, pairing link and QR code, settings dialog (ConfigurationAndPairing.cpp)
 
-  /// Returns the value of `key` in the backend's .env, possibly empty; absent when no line defines the key or
-  /// the file cannot be read.
-  std::optional<std::string> loadEnvValue(std::string_view key) const { return envFile().value(key); }
+  /// Returns what `EnvFile::value` finds in the backend's .env; also absent when the file cannot be read.
+  std::optional<std::string> loadEnvValue(std::string_view key, std::string_view legacyKey = {}) const {
+    return EnvFile(platform.fileManager.contents(envPath())).value(key, legacyKey);
+  }
   /// Sets the keys of `values` in the backend's .env and keeps every other line. `shown` holds the values
   /// that the dialog showed. If saving would overwrite a non-empty value that the dialog did not show (for
   /// example, because the file has changed meanwhile), first copies the file to ".env.previous". A .env that
@@ -187,13 +188,9 @@ class AppDelegate final : public ApplicationDelegate,
   void trialDidEnd(const Result<>& trial);
 
   std::string envPath() const { return repoPath + "/.env"; }
-  std::optional<std::string> loadEnvValue(const char* key, const char* legacyKey) const {
-    return envFile().value(key, legacyKey);
-  }
   std::string publicAPIURL() const {
     return loadEnvValue(env::publicAPIURL).value_or(env::placeholderPublicAPIURL);
   }
-  EnvFile envFile() const { return EnvFile(platform.fileManager.contents(envPath())); }
   std::string pairingToken() const {
     return loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
   }

@@ -1,6 +1,5 @@
 #include "KestruneMenuClient/settings/EnvFile.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "text/Text.h"
@@ -9,17 +8,9 @@ namespace kestrune {
 
 namespace {
 
-/// Returns whether a line begins at `at`. As in `EnvFile::value`, an LF ends a line, unless it follows a CR.
-bool beginsLine(std::string_view text, std::size_t at) {
-  return at == 0 || (text[at - 1] == '\n' && (at == 1 || text[at - 2] != '\r'));
-}
-
-/// Returns the end of the line that contains `begin`, by the same rule: the position of the LF that ends the
-/// line, or the end of the text.
-std::size_t endOfLine(std::string_view text, std::size_t begin) {
-  auto end = text.find('\n', begin);
-  while (end != std::string_view::npos && end > 0 && text[end - 1] == '\r') end = text.find('\n', end + 1);
-  return std::min(end, text.size());
+/// Returns whether the character at `at` ends a line for `EnvFile::value`.
+bool endsLine(std::string_view text, std::size_t at) {
+  return text[at] == '\n' && (at == 0 || text[at - 1] != '\r');
 }
 
 /// Returns the entry of `values` whose key the line defines; `values.end()` when there is no such entry.
@@ -35,20 +26,17 @@ EnvFile::EnvFile(FileContents read)
       contents(exists ? std::move(read.bytes) : std::string()) {}
 
 std::optional<std::string> EnvFile::value(std::string_view key, std::string_view legacyKey) const {
-  auto found = value(key);
-  return found ? std::move(found) : value(legacyKey);
-}
-
-std::optional<std::string> EnvFile::value(std::string_view key) const {
   const std::string prefix = std::string(key) + "=";
   const std::string_view text = contents;
   // Search for the key first: a look at each line would take too long in a file with a million lines.
   for (auto at = text.find(prefix); at != std::string_view::npos; at = text.find(prefix, at + 1)) {
-    if (!beginsLine(text, at)) continue;
+    if (at > 0 && !endsLine(text, at - 1)) continue;
     const std::size_t begin = at + prefix.size();
-    return std::string(trimmed(text.substr(begin, endOfLine(text, begin) - begin)));
+    std::size_t end = begin;
+    while (end < text.size() && !endsLine(text, end)) ++end;
+    return std::string(trimmed(text.substr(begin, end - begin)));
   }
-  return std::nullopt;
+  return legacyKey.empty() ? std::nullopt : value(legacyKey);
 }
 
 std::optional<std::string> EnvFile::with(const EnvValues& values) const {

@@ -46,11 +46,9 @@ class EnvFile {
   const std::string& text() const { return contents; }
 
   /// Returns the trimmed value, possibly empty, in the first line that begins with `key` and an equals sign;
-  /// absent when there is no such line. As in the backend, an LF ends a line, unless it follows a CR. So a
-  /// file in which each LF follows a CR is one line.
-  std::optional<std::string> value(std::string_view key) const;
-  /// Returns the value of `key`, or the value of `legacyKey` if `key` is absent; absent when both are.
-  std::optional<std::string> value(std::string_view key, std::string_view legacyKey) const;
+  /// else the value of `legacyKey`, if given; absent when no line has either key. As in the backend, an LF
+  /// ends a line, unless it follows a CR. So a file in which each LF follows a CR is one line.
+  std::optional<std::string> value(std::string_view key, std::string_view legacyKey = {}) const;
 
   /// Returns the text with `values` set; absent when it would exceed `FileManager::sizeLimit`. Sets the value
   /// in every line that begins with one of the keys and an equals sign, and appends the missing keys in
