@@ -56,11 +56,12 @@ View makeSecureSettingsField(const std::string& text, const std::string& placeho
   return field;
 }
 
-View makeSettingsRow(const char* title, View field) {
+View makeSettingsRow(const SettingsRow& row, View field) {
+  field.identifier = row.key;
   field.width = rowWidth;
-  field.accessibilityLabel = title;
+  field.accessibilityLabel = row.title;
   View label{.kind = ViewKind::label,
-             .text = title,
+             .text = row.title,
              .fontSize = 12,
              .fontWeight = FontWeight::medium,
              .textColor = TextColor::secondary,
@@ -75,11 +76,7 @@ View makeSettingsButton(const char* title, const char* action) {
 }  // namespace
 
 Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
-  const auto row = [](const SettingsRow& settings, View field) {
-    field.identifier = settings.key;
-    return makeSettingsRow(settings.title, std::move(field));
-  };
-  const auto value = [&values](const SettingsRow& settings) { return values.at(settings.key); };
+  const auto value = [&values](const SettingsRow& row) { return values.at(row.key); };
   View stack{
       .kind = ViewKind::stack, .spacing = 10, .insets = {.top = 10, .left = 12, .bottom = 10, .right = 12}};
   stack.children = {
@@ -88,17 +85,17 @@ Alert makeSettingsAlert(const EnvValues& values, const std::string& home) {
                        "系統相機掃描即可自動帶入連線資訊。"),
       makeSettingsButton("顯示手機配對 QR", "showPairingQR"),
       makeSettingsSectionLabel("連線"),
-      row(apiURLRow, makeSettingsField(value(apiURLRow), env::placeholderPublicAPIURL)),
-      row(appTokenRow, makeSettingsField(value(appTokenRow), "手機端 API Token")),
-      row(serviceTokenRow, makeSettingsField(value(serviceTokenRow), "Mac 本機服務 Token")),
+      makeSettingsRow(apiURLRow, makeSettingsField(value(apiURLRow), env::placeholderPublicAPIURL)),
+      makeSettingsRow(appTokenRow, makeSettingsField(value(appTokenRow), "手機端 API Token")),
+      makeSettingsRow(serviceTokenRow, makeSettingsField(value(serviceTokenRow), "Mac 本機服務 Token")),
       makeSettingsSectionLabel("專案"),
-      row(projectRootRow, makeSettingsField(value(projectRootRow), home)),
+      makeSettingsRow(projectRootRow, makeSettingsField(value(projectRootRow), home)),
       makeSettingsHint(
           "專案根目錄用來限定手機端可瀏覽、讀取和展示的項目範圍。手機端新增項目只輸入名稱時，也會放到這個"
           "根目錄下。建議設為存放客戶項目的上層資料夾，例如 ~/APPtest 或你的工作區根目錄。",
           3),
       makeSettingsSectionLabel("語音輸入"),
-      row(openAIKeyRow, makeSecureSettingsField(value(openAIKeyRow), "OpenAI API Key")),
+      makeSettingsRow(openAIKeyRow, makeSecureSettingsField(value(openAIKeyRow), "OpenAI API Key")),
       makeSettingsHint("OPENAI_API_KEY 只用在手機端的語音轉文字。桌面 Codex "
                        "會話的模型、推理級別與權限仍以桌面端目前設定為準。",
                        3),
