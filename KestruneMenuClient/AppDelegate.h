@@ -194,8 +194,6 @@ class AppDelegate final : public ApplicationDelegate,
   std::string pairingToken() const {
     return loadEnvValue(env::appAPIToken, env::legacyAppAPIToken).value_or("");
   }
-  /// Returns the initial values of the settings dialog.
-  EnvValues settingsValues() const;
   void settingsDidClose(const AlertAnswer& answer, const EnvValues& shown);
 
   void refreshNow() {

@@ -93,15 +93,13 @@ ImageRef AppDelegate::makeQRCodeImage(const std::string& text, double size) cons
 
 void AppDelegate::showPairingQR() {
   const auto fail = [this](const char* reason) { showResultWindow("無法生成配對 QR", reason, true); };
-  static constexpr double imageSize = 260;
   // Read each value once, so that the QR code and the text below it agree.
   const std::string apiURL = publicAPIURL();
   const std::string token = pairingToken();
   const auto link = pairingURL(apiURL, token);
   if (!link) return fail("請先在 .env 設定 KESTRUNE_APP_API_TOKEN，然後重新整理連線。");
-  // For `EnvFile::value`, a line ends only at an LF without a CR before it. If .env has other line ends (such
-  // as CR LF), a value contains a line end and the lines after it. Do not show this value, because these
-  // lines may hold secrets.
+  // If .env has line ends other than LF (such as CR LF), a value contains the lines after it. Do not show
+  // this value, because these lines may hold secrets.
   if (EnvFile::holdsLineEnd(apiURL) || EnvFile::holdsLineEnd(token)) {
     return fail(
         ".env 的換行字元不是 LF（例如 CR LF），讀到的 API URL 或 Token 會包含其他行的內容。"
@@ -111,8 +109,8 @@ void AppDelegate::showPairingQR() {
   if (!image) return fail("QR 圖片生成失敗，請稍後再試。");
   View picture{.kind = ViewKind::image,
                .accessibilityLabel = "手機配對 QR",
-               .width = imageSize,
-               .height = imageSize,
+               .width = image->width,
+               .height = image->height,
                .image = image};
   View address{.kind = ViewKind::label,
                .text = "API URL：" + apiURL,
@@ -142,9 +140,15 @@ void AppDelegate::showPairingQR() {
 
 void AppDelegate::showSettings() {
   const auto shown = std::make_shared<EnvValues>();
-  const auto describe = [self = shared_from_this(), shown] {
-    *shown = self->settingsValues();
-    Alert alert = makeSettingsAlert(*shown, self->platform.fileManager.homeDirectoryPath());
+  const auto describe = [this, self = shared_from_this(), shown] {
+    const std::string home = platform.fileManager.homeDirectoryPath();
+    *shown = {
+        {env::publicAPIURL, publicAPIURL()},
+        {env::appAPIToken, pairingToken()},
+        {env::macServiceToken, loadEnvValue(env::macServiceToken, env::legacyMacServiceToken).value_or("")},
+        {env::projectRoot, loadEnvValue(env::projectRoot, env::legacyProjectRoot).value_or(home)},
+        {env::openAIAPIKey, loadEnvValue(env::openAIAPIKey).value_or("")}};
+    Alert alert = makeSettingsAlert(*shown, home);
     alert.target = self;
     return alert;
   };
@@ -152,15 +156,6 @@ void AppDelegate::showSettings() {
     self->settingsDidClose(answer, *shown);
   };
   platform.alerts.present({.describe = describe, .completion = completion, .identifier = "settings"});
-}
-
-EnvValues AppDelegate::settingsValues() const {
-  return {{env::publicAPIURL, publicAPIURL()},
-          {env::appAPIToken, pairingToken()},
-          {env::macServiceToken, loadEnvValue(env::macServiceToken, env::legacyMacServiceToken).value_or("")},
-          {env::projectRoot, loadEnvValue(env::projectRoot, env::legacyProjectRoot)
-                                 .value_or(platform.fileManager.homeDirectoryPath())},
-          {env::openAIAPIKey, loadEnvValue(env::openAIAPIKey).value_or("")}};
 }
 
 void AppDelegate::settingsDidClose(const AlertAnswer& answer, const EnvValues& shown) {
