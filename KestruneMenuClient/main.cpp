@@ -45,7 +45,6 @@ constexpr auto usage =
     "  login shells        ~/.profile:  export KESTRUNE_REPO_PATH=FOLDER\n"
     "The entry for start at login, which the menu makes, holds the folder of the client that made it.\n";
 
-constexpr int failure = 1;
 constexpr int usageError = 2;
 
 /// The parsed command line.
@@ -89,7 +88,7 @@ bool print(const std::string& text) {
 }
 
 [[noreturn]] void answer(const std::string& text) {
-  std::exit(print(text) ? 0 : failure);
+  std::exit(print(text) ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 Request parse(int argumentCount, char** arguments) {
@@ -133,21 +132,13 @@ void perform(const std::string& action) {
   host = makeHost({});
   const auto performed = host->perform(action);
   if (!performed) complain(performed.reason());
-  host->leave(performed && print("ok\n") ? 0 : failure);
-}
-
-void runClient() {
-  if (!host->becomeOnlyInstance()) host->leave(0);
-  const auto controller = std::make_shared<AppDelegate>(host->platform());
-  delegate = controller;
-  if (const auto warning = controller->missingBackendWarning()) complain(*warning);
-  host->leave(host->platform().application->run(*controller));
+  host->leave(performed && print("ok\n") ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 void diagnose() {
   const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" +
                              AppDelegate::describeBackend(host->platform()) + host->describe());
-  host->leave(printed ? 0 : failure);
+  host->leave(printed ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 }  // namespace
@@ -158,8 +149,11 @@ int main(int argumentCount, char** arguments) {
   host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
                    .background = request.background,
                    .arguments = {arguments + std::min(argumentCount, 1), arguments + argumentCount}});
-  // Each of these functions ends the process.
   if (request.status) tellStatus(request);
   if (request.diagnose) diagnose();
-  runClient();
+  if (!host->becomeOnlyInstance()) host->leave(EXIT_SUCCESS);
+  const auto controller = std::make_shared<AppDelegate>(host->platform());
+  delegate = controller;
+  if (const auto warning = controller->missingBackendWarning()) complain(*warning);
+  host->leave(host->platform().application->run(*controller));
 }
