@@ -18,9 +18,8 @@ namespace kestrune {
 /// Ends the process because of a programming error: prints `message` on standard error and aborts.
 [[noreturn]] void fatalError(const char* message);
 
-/// The controller: holds the application's state and performs all menu actions. Its callbacks hold shared and
-/// weak pointers to it. So a `std::shared_ptr` must own the controller before a method that sets callbacks is
-/// called. Main thread, unless a comment says otherwise.
+/// The controller: holds the application's state and performs all menu actions. A `std::shared_ptr` must own
+/// it before a method that sets callbacks is called. Main thread, unless a comment says otherwise.
 class AppDelegate final : public ApplicationDelegate,
                           public ActionTarget,
                           public Preferences,
@@ -36,8 +35,7 @@ class AppDelegate final : public ApplicationDelegate,
   void applicationWillTerminate() override;
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
-  /// Returns a description of the backend's folder and the client's preferences for a bug report: lines of
-  /// text without secrets.
+  /// Describes the backend's folder and the preferences for a bug report, in lines of text without secrets.
   static std::string describeBackend(Platform& platform);
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
@@ -106,11 +104,9 @@ class AppDelegate final : public ApplicationDelegate,
   ImageRef makeGrayscaleImage(const Image& image);
   void rebuildMenu(const std::string& statusText, ConnectionLampState state, int pendingCount);
   void performAction(std::string_view action) override;
-  /// Returns one line of text for each action that `performRequest` accepts. The line holds the action and
-  /// the titles that the action's menu row can have.
+  /// Returns one line for each action that `performRequest` accepts: the action and the titles of its row.
   static std::string describeActions();
-  /// Performs `action`, which another program has requested. Fails if no enabled menu row has this action
-  /// now. The reason of a failure is in English.
+  /// Performs `action` for another program. Fails, in English, if no enabled menu row has this action now.
   Result<> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError = false);
@@ -133,11 +129,9 @@ class AppDelegate final : public ApplicationDelegate,
   /// If `shown` is null, makes no ".env.previous" and shows no notification. Returns a message for the user.
   Result<std::string> saveEnvValues(const EnvValues& values, const EnvValues* shown = nullptr);
   static std::string percentEncodeQueryValue(std::string_view value);
-  /// Returns the pairing link, which gives a phone the backend's URL and API token; absent when .env holds no
-  /// API token. A phone scans the link as a QR code.
+  /// Returns the link that gives a phone the backend's URL and API token; absent when .env has no token.
   std::optional<std::string> makePairingURL() const;
-  /// Returns an image of the QR code for `text`, `size` points wide and high; null when `text` cannot be
-  /// encoded.
+  /// Returns the QR code of `text`, `size` points wide and high; null when `text` cannot be encoded.
   ImageRef makeQRCodeImage(const std::string& text, double size = 260) const;
 
   // Keep-awake, launch at login (SystemIntegration.cpp)
@@ -164,7 +158,6 @@ class AppDelegate final : public ApplicationDelegate,
   static const MenuRow menuRows[];
   const MenuRow& rowAt(int number) const;
 
-  /// Copies `report.codex` into `current`, and sets `current.checkedAt` to the current time.
   void take(const StatusReport& report) {
     current.checkedAt = platform.clock.calendarTime();
     current.codex = report.codex;
@@ -172,7 +165,6 @@ class AppDelegate final : public ApplicationDelegate,
   /// Asks the backend for its status on the worker queue. On the main thread, takes the report and calls
   /// `then`.
   void queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then);
-  /// Rebuilds the menu with this status, and redraws the status item's button.
   void show(const std::string& statusText, ConnectionLampState state) {
     rebuildMenu(statusText, state, 0);
     updateButton(state, "Kestrune");

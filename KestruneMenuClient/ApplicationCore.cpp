@@ -33,8 +33,7 @@ void AppDelegate::applicationWillTerminate() {
   if (refreshTimer) refreshTimer->invalidate();
   releaseSleepAssertion();
   // Drop the queued commands (`close`) and kill the running ones (`reserveForThisThread`). Otherwise a
-  // command could restart a service that the stop script has stopped. Afterwards, only this thread can start
-  // a child process.
+  // command could restart a service that the stop script has stopped.
   workerQueue->close();
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();

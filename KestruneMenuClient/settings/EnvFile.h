@@ -31,11 +31,9 @@ inline constexpr auto placeholderPublicAPIURL = "https://relay.example.com";
 using EnvValues = std::map<std::string, std::string>;
 
 /// The text of the backend's .env: lines of the form KEY=VALUE. Quotes, backslashes and "#" have no special
-/// meaning in a value. `value` and `with` split the text into lines by different rules, which their comments
-/// describe. Reads and writes no file. Any thread.
+/// meaning in a value. `value` and `with` differ in what ends a line. Reads and writes no file. Any thread.
 class EnvFile {
  public:
-  /// `read`: the result of reading the file.
   explicit EnvFile(FileContents read);
 
   /// Returns whether the file was read and is well-formed UTF-8. If not, the text is empty and has no line,
