@@ -105,14 +105,12 @@ void AppDelegate::stopConnection() {
 void AppDelegate::showStatus() {
   queryStatus([this](const CommandResult& result, const StatusReport&) {
     refreshStatus(false);
-    std::string content = prettifyOutput(result.output);
+    std::string hint;
     if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
-      content =
-          "後端資料夾 " + repoPath +
-          " 裡沒有 .venv/bin/activate。請把環境變數 KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n" +
-          content;
+      hint = "後端資料夾 " + repoPath +
+             " 裡沒有 .venv/bin/activate。請把環境變數 KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n";
     }
-    showResultWindow("目前狀態", content, !result.ok);
+    showResultWindow("目前狀態", hint + prettifyOutput(result.output), !result.ok);
   });
 }
 

@@ -65,11 +65,8 @@ void AppDelegate::startPeriodicRefresh() {
 
 void AppDelegate::periodicRefreshDidTick() {
   if (current.reconnecting) return;
-  if (isAutoConnectEnabled()) {
-    refreshStatus(false);
-  } else {
-    presentAutoConnectDisabledState();
-  }
+  if (!isAutoConnectEnabled()) return presentAutoConnectDisabledState();
+  refreshStatus(false);
 }
 
 // --- network changes

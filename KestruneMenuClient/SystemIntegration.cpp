@@ -27,11 +27,8 @@ void AppDelegate::releaseSleepAssertion() {
 }
 
 void AppDelegate::syncSleepAssertionWithSettings() {
-  if (isAutoConnectEnabled() && isKeepAwakeEnabled()) {
-    ensureSleepAssertion();
-  } else {
-    releaseSleepAssertion();
-  }
+  if (isAutoConnectEnabled() && isKeepAwakeEnabled()) return ensureSleepAssertion();
+  releaseSleepAssertion();
 }
 
 void AppDelegate::toggleKeepAwake() {

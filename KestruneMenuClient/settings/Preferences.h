@@ -27,8 +27,7 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
-  /// Returns the mode's name in the store. Every version of the client must use the same names, because all
-  /// versions share the store.
+  /// Returns the mode's name in the store, which all versions of the client share.
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// Returns the mode's name as the menu shows it.
   std::string connectionModeLabel() const { return labelOfMode(isOfficialConnectionMode()); }
