@@ -47,11 +47,10 @@ class AppDelegate final : public ApplicationDelegate,
 
   // Commands of the backend (backend/Backend.cpp)
 
-  static constexpr Seconds defaultTimeout = defaultCommandTimeout;
   static constexpr Seconds stopTimeout{8.0};
 
   /// Runs a shell line and waits for its end, see Backend.h. Blocks; any thread.
-  CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultTimeout) {
+  CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultCommandTimeout) {
     return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
   }
   static std::string shellEscape(std::string_view text) { return kestrune::shellEscape(text); }

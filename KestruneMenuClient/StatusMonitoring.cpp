@@ -101,7 +101,7 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
     self->syncSleepAssertionWithSettings();
     self->show("正在重新連線…", ConnectionLampState::warning);
   });
-  runOnWorker(backendCommandLine("refresh"), defaultTimeout, [=, this](const CommandResult& result) {
+  runOnWorker(backendCommandLine("refresh"), defaultCommandTimeout, [=, this](const CommandResult& result) {
     // Wait a moment: the status of services that were just started is not meaningful yet.
     platform.dispatch.mainQueue().asyncAfter(settlingTime, [=, self = shared_from_this()] {
       self->refreshStatus(false);

@@ -71,7 +71,7 @@ void SoakRules::shellLineBegins(const std::string& line) {
 
 void SoakRules::shellLineIsDone() {
   --linesRunning;
-  const Seconds limit = isStop ? AppDelegate::stopTimeout : AppDelegate::defaultTimeout;
+  const Seconds limit = isStop ? AppDelegate::stopTimeout : defaultCommandTimeout;
   rule(ending || machine.clock.awakeTime() - lineBegan <= limit + grace, "a command outlives its time limit");
 }
 
