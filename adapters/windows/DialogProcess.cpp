@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <utility>
 
 #include "adapters/children/Spawn.h"
 #include "adapters/system/Errors.h"
@@ -16,9 +14,8 @@ constexpr std::size_t requestLimit = std::size_t{256} << 20;
 constexpr std::size_t lineLimit = std::size_t{16} << 20;  // bytes; the longest line that the program may send
 
 void DialogProgram::report(const std::string& reason) {
-  if (!hasDisplay || access(path.c_str(), F_OK) == 0) {
+  if (!hasDisplay || access(path.c_str(), F_OK) == 0)
     return reportOnce("no window from " + path + ": " + reason);
-  }
   reportOnce(
       "no windows: " + path +
       " is missing; notifications are shown instead. Install the package kestrune-menu-dialogs, or start "
@@ -31,13 +28,6 @@ void DialogProgram::report(const std::string& reason) {
                "KestruneMenuClient --terminal。",
        .lasting = true});
 }
-
-DialogProcess::DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent,
-                             OnEnd givenOnEnd)
-    : loop(givenLoop),
-      program(givenProgram),
-      onEvent(std::move(givenOnEvent)),
-      onEnd(std::move(givenOnEnd)) {}
 
 bool DialogProcess::start(const std::string& activationToken) {
   if (const auto problem =
@@ -83,10 +73,6 @@ void DialogProcess::show(const dialogs::Request& request, int id) {
 
 void DialogProcess::send(const dialogs::Request& request) {
   if (input) input->write(dialogs::encode(request) + "\n");
-}
-
-void DialogProcess::kill() {
-  loop.signalChild(pid, SIGKILL);
 }
 
 void DialogProcess::readSome() {

@@ -2,10 +2,12 @@
 
 #include <sys/types.h>
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "adapters/loop/DescriptorWriter.h"
 #include "adapters/loop/EventLoop.h"
@@ -37,9 +39,13 @@ class DialogProcess {
   /// `failed`: whether a problem ended the process. The problem is already reported on standard error.
   using OnEnd = std::function<void(bool failed)>;
 
-  /// `program` must outlive this object. `onEvent` and `onEnd` may destroy this object. `onEnd` is called
-  /// once, after the last event.
-  DialogProcess(EventLoop& loop, DialogProgram& program, OnEvent onEvent, OnEnd onEnd);
+  /// `givenProgram` must outlive this object. The two handlers may destroy this object.
+  /// `givenOnEnd` is called once, after the last event.
+  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
+      : loop(givenLoop),
+        program(givenProgram),
+        onEvent(std::move(givenOnEvent)),
+        onEnd(std::move(givenOnEnd)) {}
 
   /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets the program's first window take the
   /// focus; it is empty if there is none. If the start fails, reports why, does not call `onEnd`, and returns
@@ -53,7 +59,7 @@ class DialogProcess {
   void send(const dialogs::Request& request);
 
   /// Kills the program (SIGKILL).
-  void kill();
+  void kill() { loop.signalChild(pid, SIGKILL); }
 
  private:
   std::optional<std::string> spawnProgram();

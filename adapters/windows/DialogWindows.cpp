@@ -5,13 +5,6 @@
 
 namespace kestrune {
 
-DialogWindows::DialogWindows(EventLoop& givenLoop, DialogProgram& givenProgram)
-    : AlertQueue(givenLoop.mainQueue()), loop(givenLoop), program(givenProgram) {}
-
-void DialogWindows::giveToken(std::string_view given) {
-  token = given.size() <= longestToken ? given : "";
-}
-
 void DialogWindows::close() {
   forget();
   for (auto* const process : {&alertProcess, &menuProcess}) {

@@ -16,14 +16,15 @@ namespace kestrune {
 /// trays that do not open menus. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
-  /// `loop` and `program` must outlive this object.
-  DialogWindows(EventLoop& loop, DialogProgram& program);
+  /// `givenLoop` and `givenProgram` must outlive this object.
+  DialogWindows(EventLoop& givenLoop, DialogProgram& givenProgram)
+      : AlertQueue(givenLoop.mainQueue()), loop(givenLoop), program(givenProgram) {}
 
   /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the user's last click in the tray, or of the last
   /// start of the program while this client runs. The token works once: it lets the next window that is
   /// opened or raised take the focus. A token of over 4096 bytes counts as empty, because any program on the
   /// bus may send a token of any length.
-  void giveToken(std::string_view given);
+  void giveToken(std::string_view given) { token = given.size() <= longestToken ? given : ""; }
 
   /// Sets the menu. An open menu window follows the change.
   void setMenu(const Menu& menu);
@@ -42,7 +43,6 @@ class DialogWindows final : public AlertQueue {
   void giveUp();
 
   static constexpr std::size_t longestToken = 4096;  // bytes
-
   EventLoop& loop;
   DialogProgram& program;
   std::string token;
