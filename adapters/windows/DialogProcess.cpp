@@ -41,26 +41,18 @@ bool DialogProcess::start(const std::string& activationToken) {
 
 /// Returns why the program could not be started; absent on success.
 std::optional<std::string> DialogProcess::spawnProgram() {
-  int in[2];
-  int out[2];
+  int in[2], out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
   const FileDescriptor childInput(in[0]);
-  FileDescriptor ownInput(in[1]);
+  fcntl(in[1], F_SETFL, O_NONBLOCK);
+  input.emplace(loop, FileDescriptor(in[1]), requestLimit);
   if (pipe2(out, O_CLOEXEC) != 0) return describe(errno);
-  FileDescriptor ownOutput(out[0]);
   const FileDescriptor childOutput(out[1]);
-  fcntl(ownInput.get(), F_SETFL, O_NONBLOCK);
-  fcntl(ownOutput.get(), F_SETFL, O_NONBLOCK);
-  if (const int failure = spawn({.executable = program.path,
-                                 .arguments = {},
-                                 .input = childInput.get(),
-                                 .output = childOutput.get()},
-                                pid)) {
-    return describe(failure);
-  }
+  fcntl(out[0], F_SETFL, O_NONBLOCK);
+  output.reset(out[0]);
+  const int failure = spawn({program.path, {}, childInput.get(), childOutput.get()}, pid);
+  if (failure != 0) return describe(failure);
   loop.reap(pid);
-  input = std::make_unique<DescriptorWriter>(loop, std::move(ownInput), requestLimit);
-  output = std::move(ownOutput);
   readable = loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
   return std::nullopt;
 }

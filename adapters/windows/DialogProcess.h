@@ -73,7 +73,7 @@ class DialogProcess {
   pid_t pid = 0;
   FileDescriptor output;
   EventSource readable;
-  std::unique_ptr<DescriptorWriter> input;
+  std::optional<DescriptorWriter> input;
   std::string begun;     ///< the start of a line whose end has not arrived yet
   int expected = 0;      ///< ID of the window that must appear before `deadline`
   EventSource deadline;  ///< set while a requested window is not on the screen yet
