@@ -75,15 +75,12 @@ void DialogProcess::readSome() {
     return finish(deadline ? std::optional<std::string>("it ended before its window appeared")
                            : std::nullopt);
   }
-  // The text received before has no line end, so search only the new part.
-  std::size_t unsearched = begun.size();
-  begun.append(buffer, static_cast<std::size_t>(count));
+  std::string_view bytes(buffer, static_cast<std::size_t>(count));
   // `onEvent` may destroy this object; then `stillThere` expires.
   const std::weak_ptr<bool> stillThere = alive;
-  for (std::size_t end; (end = begun.find('\n', unsearched)) != std::string::npos;) {
-    const auto event = dialogs::decode<dialogs::Event>(begun.substr(0, end));
-    begun.erase(0, end + 1);
-    unsearched = 0;
+  for (std::size_t end; (end = bytes.find('\n')) != bytes.npos; bytes.remove_prefix(end + 1)) {
+    begun += bytes.substr(0, end);
+    const auto event = dialogs::decode<dialogs::Event>(std::exchange(begun, {}));
     if (const auto* const problem = std::get_if<std::string>(&event))
       return finish("it answered: " + *problem);
     const auto& understood = std::get<dialogs::Event>(event);
@@ -96,6 +93,7 @@ void DialogProcess::readSome() {
     handler(understood);
     if (stillThere.expired()) return;
   }
+  begun += bytes;
   if (begun.size() > lineLimit) finish("it answered without end");
 }
 
