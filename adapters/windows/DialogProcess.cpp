@@ -29,18 +29,9 @@ void DialogProgram::report(const std::string& reason) {
        .lasting = true});
 }
 
-bool DialogProcess::start(const std::string& activationToken) {
-  if (const auto problem =
-          program.hasDisplay ? spawnProgram() : std::optional<std::string>("there is no display")) {
-    program.report(*problem);
-    return false;
-  }
-  if (!activationToken.empty()) send(dialogs::Raise{activationToken});
-  return true;
-}
-
 /// Returns why the program could not be started; absent on success.
-std::optional<std::string> DialogProcess::spawnProgram() {
+std::optional<std::string> DialogProcess::start() {
+  if (!program.hasDisplay) return "there is no display";
   int in[2], out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
   const FileDescriptor childInput(in[0]);
@@ -54,17 +45,17 @@ std::optional<std::string> DialogProcess::spawnProgram() {
   if (failure != 0) return describe(failure);
   loop.reap(pid);
   readable = loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
+  if (!activationToken.empty()) send(dialogs::Raise{activationToken});
   return std::nullopt;
 }
 
 void DialogProcess::show(const dialogs::Request& request, int id) {
+  if (!input) {
+    if (const auto problem = start()) return finish(problem);
+  }
   send(request);
   expected = id;
   deadline = loop.after(program.patience, [this] { finish("its window did not appear"); });
-}
-
-void DialogProcess::send(const dialogs::Request& request) {
-  if (input) input->write(dialogs::encode(request) + "\n");
 }
 
 void DialogProcess::readSome() {
@@ -72,8 +63,9 @@ void DialogProcess::readSome() {
   const ssize_t count = read(output.get(), buffer, sizeof buffer);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) {
-    return finish(deadline ? std::optional<std::string>("it ended before its window appeared")
-                           : std::nullopt);
+    if (deadline) return finish("it ended before its window appeared");
+    if (expected != 0) return finish("it ended without an answer");
+    return finish(std::nullopt);  // the user has closed the menu
   }
   std::string_view bytes(buffer, static_cast<std::size_t>(count));
   // `onEvent` may destroy this object; then `stillThere` expires.
@@ -100,11 +92,9 @@ void DialogProcess::readSome() {
 void DialogProcess::finish(const std::optional<std::string>& problem) {
   // Kill the program: one that broke the protocol may keep running after its standard input is closed.
   kill();
-  deadline.reset();
-  readable.reset();
-  input.reset();
   if (problem) program.report(*problem);
-  if (const auto handler = std::exchange(onEnd, nullptr)) handler(problem.has_value());
+  const auto handler = onEnd;  // it destroys this object
+  handler();
 }
 
 }  // namespace kestrune

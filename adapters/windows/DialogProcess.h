@@ -36,47 +36,48 @@ struct DialogProgram {
 class DialogProcess {
  public:
   using OnEvent = std::function<void(const dialogs::Event&)>;
-  /// `failed`: whether a problem ended the process. The problem is already reported on standard error.
-  using OnEnd = std::function<void(bool failed)>;
+  using OnEnd = std::function<void()>;
 
-  /// `givenProgram` must outlive this object. The two handlers may destroy this object.
-  /// `givenOnEnd` is called once, after the last event.
-  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
+  /// `givenLoop` and `givenProgram` must outlive this object. `token` (XDG_ACTIVATION_TOKEN) lets the
+  /// program's first window take the focus; it is empty if there is none. `givenOnEvent` may destroy this
+  /// object. `givenOnEnd` must destroy it. It is called when the process has ended, or cannot be started; a
+  /// problem is already reported on standard error.
+  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, std::string token, OnEvent givenOnEvent,
+                OnEnd givenOnEnd)
       : loop(givenLoop),
         program(givenProgram),
+        activationToken(std::move(token)),
         onEvent(std::move(givenOnEvent)),
         onEnd(std::move(givenOnEnd)) {}
 
-  /// Starts the program. `activationToken` (XDG_ACTIVATION_TOKEN) lets the program's first window take the
-  /// focus; it is empty if there is none. If the start fails, reports why, does not call `onEnd`, and returns
-  /// false.
-  bool start(const std::string& activationToken);
-
-  /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. If the window does not
-  /// appear within `program.patience`, this object kills the process and calls `onEnd(true)`.
+  /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. The first call starts
+  /// the program. If the window does not appear within `program.patience`, kills the process and calls
+  /// `onEnd`.
   void show(const dialogs::Request& request, int id);
 
-  void send(const dialogs::Request& request);
+  /// Call this only after `show`.
+  void send(const dialogs::Request& request) { input->write(dialogs::encode(request) + "\n"); }
 
   /// Kills the program (SIGKILL).
   void kill() { loop.signalChild(pid, SIGKILL); }
 
  private:
-  std::optional<std::string> spawnProgram();
+  std::optional<std::string> start();
   void readSome();
   void finish(const std::optional<std::string>& problem);
 
   EventLoop& loop;
   DialogProgram& program;
-  OnEvent onEvent;
-  OnEnd onEnd;
+  const std::string activationToken;
+  const OnEvent onEvent;
+  const OnEnd onEnd;
   pid_t pid = 0;
   FileDescriptor output;
   EventSource readable;
-  std::optional<DescriptorWriter> input;
-  std::string begun;     ///< the start of a line whose end has not arrived yet
-  int expected = 0;      ///< ID of the window that must appear before `deadline`
-  EventSource deadline;  ///< set while a requested window is not on the screen yet
+  std::optional<DescriptorWriter> input;  ///< empty before `show`
+  std::string begun;                      ///< the start of a line whose end has not arrived yet
+  int expected = 0;                       ///< ID of the window that must appear before `deadline`
+  EventSource deadline;                   ///< set while a requested window is not on the screen yet
   const std::shared_ptr<bool> alive = std::make_shared<bool>();
 };
 

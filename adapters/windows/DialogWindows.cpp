@@ -16,12 +16,8 @@ void DialogWindows::close() {
 void DialogWindows::show(const Open& shown) {
   if (!alertProcess) {
     alertProcess = std::make_unique<DialogProcess>(
-        loop, program, [this](const dialogs::Event& event) { alertEvent(event); },
-        [this](bool failed) {
-          if (!failed) program.report("it ended without an answer");
-          giveUp();
-        });
-    if (!alertProcess->start(std::exchange(token, {}))) return giveUp();
+        loop, program, std::exchange(token, {}), [this](const dialogs::Event& event) { alertEvent(event); },
+        [this] { giveUp(); });
   }
   alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
 }
@@ -71,9 +67,8 @@ void DialogWindows::showMenu() {
   // The second handler runs if the process ends without an event `Chosen`, for example because the user has
   // closed the menu.
   menuProcess = std::make_unique<DialogProcess>(
-      loop, program, [this](const dialogs::Event& event) { menuEvent(event); },
-      [this](bool) { menuProcess.reset(); });
-  if (!menuProcess->start(std::exchange(token, {}))) return menuProcess.reset();
+      loop, program, std::exchange(token, {}), [this](const dialogs::Event& event) { menuEvent(event); },
+      [this] { menuProcess.reset(); });
   menuProcess->show(dialogs::ShowMenu{menu}, 0);
 }
 

@@ -202,9 +202,9 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
   DialogProgram program{anyProgram, true, notifications};
   const auto open = [&] {
     bool ended = false;
-    DialogProcess window(
-        loop, program, [](const dialogs::Event&) {}, [&](bool) { ended = true; });
-    return window.start({}) && comesTrue(loop, [&] { return ended; });
+    DialogProcess window(loop, program, {}, {}, [&ended] { ended = true; });
+    window.show(dialogs::Raise{}, 0);
+    return !ended && comesTrue(loop, [&ended] { return ended; });
   };
   // The first window makes the loop open descriptors that stay open. They must not be counted below.
   ASSERT_TRUE(open());
