@@ -1,7 +1,6 @@
 #include "adapters/windows/DialogWindows.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace kestrune {
 
@@ -20,10 +19,6 @@ void DialogWindows::show(const Open& shown) {
         [this] { giveUp(); });
   }
   alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
-}
-
-void DialogWindows::raise() {
-  if (alertProcess) alertProcess->send(dialogs::Raise{std::exchange(token, {})});
 }
 
 void DialogWindows::alertEvent(const dialogs::Event& event) {
@@ -64,21 +59,17 @@ void DialogWindows::setMenu(const Menu& changed) {
 
 void DialogWindows::showMenu() {
   if (menuProcess) return menuProcess->send(dialogs::Raise{std::exchange(token, {})});
-  // The second handler runs if the process ends without an event `Chosen`, for example because the user has
-  // closed the menu.
-  menuProcess = std::make_unique<DialogProcess>(
-      loop, program, std::exchange(token, {}), [this](const dialogs::Event& event) { menuEvent(event); },
-      [this] { menuProcess.reset(); });
+  const auto onEvent = [this](const dialogs::Event& event) {
+    const auto* const chosen = std::get_if<dialogs::Chosen>(&event);
+    if (chosen == nullptr) return;
+    menuProcess.reset();
+    const auto item = std::ranges::find(menu.items, chosen->item, &MenuItem::id);
+    if (item != menu.items.end()) performMenuItem(MenuItem(*item));
+  };
+  // `onEnd` runs if there is no event `Chosen`, for example because the user has closed the menu.
+  const auto onEnd = [this] { menuProcess.reset(); };
+  menuProcess = std::make_unique<DialogProcess>(loop, program, std::exchange(token, {}), onEvent, onEnd);
   menuProcess->show(dialogs::ShowMenu{menu}, 0);
-}
-
-void DialogWindows::menuEvent(const dialogs::Event& event) {
-  const auto* const chosen = std::get_if<dialogs::Chosen>(&event);
-  if (chosen == nullptr) return;
-  menuProcess.reset();
-  const auto item = std::find_if(menu.items.begin(), menu.items.end(),
-                                 [chosen](const MenuItem& each) { return each.id == chosen->item; });
-  if (item != menu.items.end()) performMenuItem(MenuItem(*item));
 }
 
 }  // namespace kestrune

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/loop/EventLoop.h"
@@ -37,9 +38,10 @@ class DialogWindows final : public AlertQueue {
 
  private:
   void show(const Open& shown) override;
-  void raise() override;
+  void raise() override {
+    if (alertProcess) alertProcess->send(dialogs::Raise{std::exchange(token, {})});
+  }
   void alertEvent(const dialogs::Event& event);
-  void menuEvent(const dialogs::Event& event);
   void giveUp();
 
   static constexpr std::size_t longestToken = 4096;  // bytes
