@@ -7,21 +7,17 @@ namespace nlohmann {
 
 template <typename Value>
 struct adl_serializer<std::optional<Value>> {
-  static void to_json(json& object, const std::optional<Value>& value) {
-    object = value ? json(*value) : json();
-  }
-  static void from_json(const json& object, std::optional<Value>& value) {
-    if (!object.is_null()) value = object.get<Value>();
+  static void to_json(json& to, const std::optional<Value>& value) { to = value ? json(*value) : json(); }
+  static void from_json(const json& from, std::optional<Value>& value) {
+    if (!from.is_null()) value = from.get<Value>();
   }
 };
 
 template <typename Value>
 struct adl_serializer<std::shared_ptr<Value>> {
-  static void to_json(json& object, const std::shared_ptr<Value>& value) {
-    object = value ? json(*value) : json();
-  }
-  static void from_json(const json& object, std::shared_ptr<Value>& value) {
-    if (!object.is_null()) value = std::make_shared<Value>(object.get<Value>());
+  static void to_json(json& to, const std::shared_ptr<Value>& value) { to = value ? json(*value) : json(); }
+  static void from_json(const json& from, std::shared_ptr<Value>& value) {
+    if (!from.is_null()) value = std::make_shared<Value>(from.get<Value>());
   }
 };
 
