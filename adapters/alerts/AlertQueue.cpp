@@ -6,19 +6,16 @@
 namespace kestrune {
 
 void AlertQueue::present(AlertRequest request) {
-  const bool isNew = !isThere(request.identifier);
+  const auto isSame = [&identifier = request.identifier](const AlertRequest& each) {
+    return !identifier.empty() && each.identifier == identifier;
+  };
+  const bool isNew = std::ranges::none_of(waiting, isSame) && std::ranges::none_of(stacking, isSame) &&
+                     std::ranges::none_of(open, isSame, &Open::request);
   const bool comesOnTop = isNew && performing;
   // The windows of the open alerts may be minimised or on another workspace.
   if (!comesOnTop && !open.empty()) raise();
   if (isNew) (performing ? stacking : waiting).push_back(std::move(request));
   queue.async([this] { showNext(); });
-}
-
-bool AlertQueue::isThere(const std::string& identifier) const {
-  if (identifier.empty()) return false;
-  const auto isSame = [&identifier](const AlertRequest& each) { return each.identifier == identifier; };
-  return std::ranges::any_of(waiting, isSame) || std::ranges::any_of(stacking, isSame) ||
-         std::ranges::any_of(open, isSame, &Open::request);
 }
 
 void AlertQueue::showNext() {

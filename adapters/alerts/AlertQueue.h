@@ -51,7 +51,6 @@ class AlertQueue : public Alerts {
   std::vector<Open> open;  ///< from the bottom alert to the top alert
 
  private:
-  bool isThere(const std::string& identifier) const;
   void showNext();
   void goOn();
 
