@@ -4,15 +4,12 @@
 #include <poll.h>
 #include <sys/stat.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <utility>
 
 namespace kestrune {
-
-namespace {
 
 constexpr std::size_t lineLimit = 65536;              // bytes; maximum length of a line from a pipe or a file
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
@@ -24,7 +21,7 @@ constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten outp
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
 /// device (such as a terminal) again with O_NONBLOCK. If that fails, or for another type of file, duplicates
 /// `descriptor`: then read(2) and write(2) may block, so the caller must call poll(2) first.
-FileDescriptor openAgain(int descriptor, int accessMode) {
+static FileDescriptor openAgain(int descriptor, int accessMode) {
   struct stat state {};
   FileDescriptor own;
   // Do not set O_NONBLOCK by fcntl(2): that changes it for all processes that share the open file
@@ -37,17 +34,9 @@ FileDescriptor openAgain(int descriptor, int accessMode) {
   return own;
 }
 
-}  // namespace
-
 StandardOutput::StandardOutput(EventLoop& givenLoop, int descriptor)
     : DescriptorWriter(givenLoop, openAgain(descriptor, O_WRONLY), pendingLimit),
       screen(isatty(descriptor) == 1 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1) {}
-
-winsize StandardOutput::size() const {
-  winsize size{};
-  if (screen) ioctl(screen.get(), TIOCGWINSZ, &size);
-  return size;
-}
 
 StandardInput::StandardInput(EventLoop& givenLoop)
     : loop(givenLoop),
@@ -59,15 +48,6 @@ StandardInput::StandardInput(EventLoop& givenLoop)
   // If not ignored, these signals would stop this process when it uses the terminal in the background.
   std::signal(SIGTTIN, SIG_IGN);
   std::signal(SIGTTOU, SIG_IGN);
-}
-
-void StandardInput::restore() const {
-  if (input) dup2(input.get(), STDIN_FILENO);
-}
-
-void StandardInput::hideTyping(bool hide) {
-  hidden = hide;
-  applyHiding();
 }
 
 void StandardInput::applyHiding() {
@@ -86,11 +66,6 @@ void StandardInput::applyHiding() {
   if (shown != hidden) return;
   settings.c_lflag ^= ECHO;
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
-}
-
-bool StandardInput::isInBackground() const {
-  const pid_t owner = tcgetpgrp(input.get());
-  return owner >= 0 && owner != getpgrp();
 }
 
 std::size_t StandardInput::longestLine() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <deque>
 #include <functional>
@@ -24,7 +25,11 @@ class StandardOutput final : public DescriptorWriter {
   bool isTerminal() const { return static_cast<bool>(screen); }
 
   /// Returns the present size of the terminal; zeros when it is unknown.
-  winsize size() const;
+  winsize size() const {
+    winsize size{};
+    if (screen) ioctl(screen.get(), TIOCGWINSZ, &size);
+    return size;
+  }
 
  private:
   const FileDescriptor screen;  ///< used to ask for the size; empty if the output is no terminal
@@ -48,14 +53,17 @@ class StandardInput {
   void start(Reader reader);
 
   /// Makes descriptor 0 refer to standard input again, for the program that execve starts.
-  void restore() const;
+  void restore() const { dup2(input.get(), STDIN_FILENO); }
 
   bool isTerminal() const { return terminal; }
 
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
   /// has switched it off. In the background, changes nothing. Back in the foreground, the echo is switched
   /// off within 0.2 s, but on only at the next SIGCONT or call.
-  void hideTyping(bool hide);
+  void hideTyping(bool hide) {
+    hidden = hide;
+    applyHiding();
+  }
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
   std::size_t longestLine() const;
@@ -74,7 +82,10 @@ class StandardInput {
   bool readSome();
   void append(std::string_view piece);
   void applyHiding();
-  bool isInBackground() const;
+  bool isInBackground() const {
+    const pid_t owner = tcgetpgrp(input.get());
+    return owner >= 0 && owner != getpgrp();
+  }
 
   EventLoop& loop;
   FileDescriptor input;
