@@ -116,27 +116,23 @@ void StandardInput::resume() {
   if (reader.onContinued && !isInBackground()) reader.onContinued();
 }
 
-/// Handles one line or one read per turn of the loop, so that endless input does not delay other events.
+/// Gives one line to `onLine` or, if no line waits, reads once. Does this once per turn of the loop, so that
+/// endless input does not delay other events. At the end of the input, calls `onEnd`.
 void StandardInput::goOn() {
   if (std::exchange(turnIsDue, true)) return;
   loop.mainQueue().async([this] {
     turnIsDue = false;
-    if (takeTurn()) goOn();
+    if (!lines.empty()) {
+      const std::optional<std::string> line = std::move(lines.front());
+      lines.pop_front();
+      reader.onLine(line);
+      goOn();
+    } else if (input) {
+      if (readSome()) goOn();
+    } else if (reader.onEnd) {
+      std::exchange(reader.onEnd, nullptr)();
+    }
   });
-}
-
-/// Gives one line to `onLine` or, if no line waits, reads once. At the end of the input, calls `onEnd`.
-/// Returns false when there is nothing more to do now.
-bool StandardInput::takeTurn() {
-  if (!lines.empty()) {
-    const std::optional<std::string> line = std::move(lines.front());
-    lines.pop_front();
-    reader.onLine(line);
-    return true;
-  }
-  if (input) return readSome();
-  if (reader.onEnd) std::exchange(reader.onEnd, nullptr)();
-  return false;
 }
 
 /// Reads once. Returns false when there is nothing more to read now.

@@ -78,7 +78,6 @@ class StandardInput {
  private:
   void resume();
   void goOn();
-  bool takeTurn();
   bool readSome();
   void append(std::string_view piece);
   void applyHiding();
