@@ -81,7 +81,6 @@ void StandardInput::discardUnfinishedLine() {
   for (std::size_t line = 0; line < lineDisciplineCapacity && readable && readSome(); ++line) {
   }
   if (!lines.empty() || !input) goOn();
-  if (!input) return;
   tcflush(input.get(), TCIFLUSH);
   begun = "";
 }
@@ -144,8 +143,7 @@ bool StandardInput::readSome() {
   char buffer[pieceSize];
   const ssize_t count = read(input.get(), buffer, sizeof buffer);
   if (count < 0 && errno == EINTR) return true;
-  if (count < 0 && errno == EAGAIN) return false;
-  if (count < 0 && errno == EIO && terminal && isInBackground()) return false;
+  if (count < 0 && (errno == EAGAIN || (errno == EIO && isInBackground()))) return false;
   if (count <= 0) {
     hideTyping(false);
     readable.reset();
@@ -161,14 +159,6 @@ bool StandardInput::readSome() {
   }
   append(bytes);
   return true;
-}
-
-void StandardInput::append(std::string_view piece) {
-  if (begun && begun->size() + piece.size() <= longestLine()) {
-    *begun += piece;
-  } else {
-    begun.reset();
-  }
 }
 
 }  // namespace kestrune

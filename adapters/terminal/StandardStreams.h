@@ -79,7 +79,9 @@ class StandardInput {
   void resume();
   void goOn();
   bool readSome();
-  void append(std::string_view piece);
+  void append(std::string_view piece) {
+    if (begun && begun->append(piece).size() > longestLine()) begun.reset();
+  }
   void applyHiding();
   bool isInBackground() const {
     const pid_t owner = tcgetpgrp(input.get());
