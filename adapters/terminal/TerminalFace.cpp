@@ -129,8 +129,23 @@ void TerminalFace::prompt(std::string text) {
 }
 
 void TerminalFace::handleLine(const std::optional<std::string>& line) {
-  if (!line) return refuseLine();
-  if (!open.empty()) return answerAlert(*line);
+  // The terminal does not echo the line end after a secret.
+  const bool isUnseen = input.isTerminal() && !open.empty() && dialogues.back()->asksForSecret();
+  const std::string lineEnd = isUnseen ? "\n" : "";
+  if (!line) {
+    // The line is too long, so the same prompt is printed again. On a terminal, or while an alert is open,
+    // discard the lines after the long line: the next of them would be taken as the answer to this prompt.
+    // Otherwise, keep these lines: in a pipe or a file, each line is a menu command of its own.
+    if (input.isTerminal() || !open.empty()) input.discardTyped();
+    return prompt(lineEnd + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
+                  " 個位元組。請重新輸入。\n");
+  }
+  if (!open.empty()) {
+    const auto step = dialogues.back()->take(*line);
+    if (!step.answer && step.action.empty()) return prompt(lineEnd + step.text);
+    output.write(lineEnd + step.text);
+    return step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
+  }
   const std::string text(trimmed(*line));
   if (text.empty() || text == "?") return prompt(wholeMenu());
   const auto chosen = std::find_if(menu.items.begin(), menu.items.end(), [&text](const MenuItem& item) {
@@ -146,15 +161,6 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
   });
 }
 
-void TerminalFace::refuseLine() {
-  // The line is too long, so the same prompt is printed again. On a terminal, or while an alert is open,
-  // discard the lines after the long line: the next of them would be taken as the answer to this prompt.
-  // Otherwise, keep these lines: in a pipe or a file, each line is a menu command of its own.
-  if (input.isTerminal() || !open.empty()) input.discardTyped();
-  prompt(endOfUnseenLine() + "這一行太長，沒有採用：最多 " + std::to_string(input.longestLine()) +
-         " 個位元組。請重新輸入。\n");
-}
-
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // the line was typed for the menu
   const winsize size = output.size();
@@ -163,21 +169,6 @@ void TerminalFace::show(const Open& shown) {
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);
   finishAlert({});
-}
-
-void TerminalFace::answerAlert(const std::string& line) {
-  std::string text = endOfUnseenLine();
-  const auto step = dialogues.back()->take(line);
-  text += step.text;
-  if (!step.answer && step.action.empty()) return prompt(std::move(text));
-  output.write(text);
-  step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
-}
-
-/// Returns a line end if the present question asks for a secret, because the terminal does not echo the line
-/// end of the answer. Otherwise returns no text.
-std::string TerminalFace::endOfUnseenLine() const {
-  return input.isTerminal() && !dialogues.empty() && dialogues.back()->asksForSecret() ? "\n" : "";
 }
 
 void TerminalFace::finishAlert(const AlertAnswer& given) {

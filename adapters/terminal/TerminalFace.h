@@ -52,12 +52,9 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   std::string changes();
   std::string shownNow(const std::string& text);
   void handleLine(const std::optional<std::string>& line);
-  void refuseLine();
   void show(const Open& shown) override;
   void raise() override {}
   void resume() override;
-  void answerAlert(const std::string& line);
-  std::string endOfUnseenLine() const;
   void finishAlert(const AlertAnswer& answer);
   void prompt(std::string text = {});
   std::string row(const MenuItem& item) const;
