@@ -1,22 +1,11 @@
 #include "adapters/terminal/TerminalFace.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
-#include <utility>
 
 #include "text/Text.h"
 
 namespace kestrune {
-
-TerminalFace::TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop)
-    : AlertQueue(givenLoop.mainQueue()),
-      loop(givenLoop),
-      desktop(givenDesktop),
-      output(loop, STDOUT_FILENO),
-      input(loop),
-      styles{styled && output.isTerminal()} {}
 
 void TerminalFace::addToStatusBar(double) {
   input.start({.onLine = [this](const std::optional<std::string>& line) { handleLine(line); },
@@ -29,25 +18,20 @@ void TerminalFace::addToStatusBar(double) {
                      if (!open.empty()) finishAlert({});
                    },
                .onContinued = [this] { open.empty() ? printMenu() : resume(); }});
-  if (output.isTerminal()) {
-    // While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
-    static constexpr Seconds resizePause{0.2};
-    resized = loop.onSignal(SIGWINCH, [this] {
-      redraw = loop.after(resizePause, [this] {
-        if (open.empty()) return printMenu();
-        if (!dialogues.back()->asksForField()) resume();
-      });
+  if (!output.isTerminal()) return;
+  // While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
+  static constexpr Seconds resizePause{0.2};
+  resized = loop.onSignal(SIGWINCH, [this] {
+    redraw = loop.after(resizePause, [this] {
+      if (open.empty()) return printMenu();
+      if (!dialogues.back()->asksForField()) resume();
     });
-  }
+  });
 }
 
 void TerminalFace::setButton(const StatusButton& button) {
   std::string text = displayRow(button.toolTip.value_or(button.title));
   if (std::exchange(title, text) != text) changed();
-}
-
-void TerminalFace::setMenu(Menu newMenu) {
-  if (std::exchange(menu, newMenu) != newMenu) changed();
 }
 
 void TerminalFace::add(const Notification& notification) {
@@ -68,11 +52,6 @@ void TerminalFace::changed() {
     input.discardUnfinishedLine();
     prompt(std::move(text));
   });
-}
-
-void TerminalFace::printMenu() {
-  if (open.empty()) input.discardUnfinishedLine();
-  prompt(wholeMenu());
 }
 
 std::string TerminalFace::wholeMenu() {
@@ -171,23 +150,12 @@ void TerminalFace::show(const Open& shown) {
   finishAlert({});
 }
 
-void TerminalFace::finishAlert(const AlertAnswer& given) {
-  dialogues.pop_back();
-  answer(open.back().id, given);
-}
-
 void TerminalFace::resume() {
   if (open.empty()) return prompt(printPending ? changes() : "");
   if (inputEnded) return finishAlert({});
   const winsize size = output.size();
   dialogues.back()->resize(size.ws_col, size.ws_row);
   prompt(dialogues.back()->again());
-}
-
-void TerminalFace::close() {
-  forget();
-  dialogues.clear();
-  input.hideTyping(false);
 }
 
 }  // namespace kestrune

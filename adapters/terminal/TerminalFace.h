@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "adapters/alerts/AlertQueue.h"
@@ -21,12 +22,18 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   /// `styled`: text may be bold or faint, and the image in an alert, such as a QR code, may be printed in
   /// colours. This has an effect only if standard output is a terminal. `givenLoop` and `givenDesktop` must
   /// outlive this object.
-  TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop);
+  TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop)
+      : AlertQueue(givenLoop.mainQueue()),
+        loop(givenLoop),
+        desktop(givenDesktop),
+        styles{styled && output.isTerminal()} {}
 
   void addToStatusBar(double length) override;
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
-  void setMenu(Menu newMenu) override;
+  void setMenu(Menu newMenu) override {
+    if (std::exchange(menu, newMenu) != newMenu) changed();
+  }
 
   void requestAuthorization(unsigned options) override { desktop.requestAuthorization(options); }
   /// Passes the notification to the desktop and also prints it above the menu, because there may be no
@@ -37,14 +44,21 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
 
   /// Drops all alerts and does not call their completions. Restores the terminal's echo. Called before the
   /// process exits.
-  void close();
+  void close() {
+    forget();
+    dialogues.clear();
+    input.hideTyping(false);
+  }
 
   /// Makes descriptor 0 the standard input again (see `StandardInput`). Call this just before execve.
   void restoreInput() const { input.restore(); }
 
   /// Prints the whole menu. Discards what the user has begun to type at the menu's prompt, because the new
   /// prompt does not show it. Text that is being typed into an open alert is kept.
-  void printMenu();
+  void printMenu() {
+    if (open.empty()) input.discardUnfinishedLine();
+    prompt(wholeMenu());
+  }
 
  private:
   void changed();
@@ -55,14 +69,17 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   void show(const Open& shown) override;
   void raise() override {}
   void resume() override;
-  void finishAlert(const AlertAnswer& answer);
+  void finishAlert(const AlertAnswer& given) {
+    dialogues.pop_back();
+    answer(open.back().id, given);
+  }
   void prompt(std::string text = {});
   std::string row(const MenuItem& item) const;
 
   EventLoop& loop;
   Notifications& desktop;
-  StandardOutput output;
-  StandardInput input;
+  StandardOutput output{loop, STDOUT_FILENO};
+  StandardInput input{loop};
   const TextStyles styles;
   bool inputEnded = false;
 
