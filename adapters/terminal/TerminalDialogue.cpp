@@ -7,8 +7,6 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr auto emptyingWord = "清空";
 
 /// A character cell shows two pixels, one above the other. In a cell with colours, this block is the lower
@@ -24,19 +22,16 @@ constexpr auto plainColors = "\033[0m";
 /// dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
 
-bool isField(const View& view) {
+static bool isField(const View& view) {
   return view.kind == ViewKind::textField || view.kind == ViewKind::secureTextField;
 }
 
-bool isDark(const Bitmap& bitmap, int column, int row) {
+static bool isDark(const Bitmap& bitmap, int column, int row) {
   if (row >= bitmap.height) return false;
   constexpr int middle = 128;
-  const auto at = 4 * (static_cast<std::size_t>(row) * static_cast<std::size_t>(bitmap.width) +
-                       static_cast<std::size_t>(column));
+  const auto at = 4 * static_cast<std::size_t>(row * bitmap.width + column);
   return bitmap.rgba[at] < middle && bitmap.rgba[at + 3] >= middle;
 }
-
-}  // namespace
 
 TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows)
     : alert(std::move(givenAlert)), styles(givenStyles), columns(givenColumns), rows(givenRows) {
@@ -44,21 +39,17 @@ TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int
 }
 
 void TerminalDialogue::collect(const View& view) {
-  if (view.kind == ViewKind::button) {
-    buttons.push_back(&view);
-  } else if (isField(view)) {
+  if (view.kind == ViewKind::button) buttons.push_back(&view);
+  if (view.kind == ViewKind::image && view.image) image = view.image.get();
+  if (isField(view)) {
     // Drop a label with the same text as the field's `accessibilityLabel`, which `question` prints.
     if (!parts.empty() && parts.back()->kind == ViewKind::label &&
         parts.back()->text == view.accessibilityLabel) {
       parts.pop_back();
     }
-    parts.push_back(&view);
     fields[view.identifier] = view.text;
-  } else if (view.kind == ViewKind::label) {
-    parts.push_back(&view);
-  } else if (view.kind == ViewKind::image && view.image) {
-    image = &view;
   }
+  if (isField(view) || view.kind == ViewKind::label) parts.push_back(&view);
   for (const auto& child : view.children) collect(child);
 }
 
@@ -90,7 +81,7 @@ std::string TerminalDialogue::again() const {
   };
   for (const auto& button : alert.buttons) add(button);
   for (const auto* const button : buttons) add(button->text);
-  return text + "\n" + (image != nullptr ? picture(*image->image) : "");
+  return text + "\n" + (image != nullptr ? picture() : "");
 }
 
 TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
@@ -130,9 +121,9 @@ std::string TerminalDialogue::textOf(const View& view) const {
 }
 
 /// Draws the largest bitmap that fits above the prompt. Each line of text shows two rows of pixels.
-std::string TerminalDialogue::picture(const Image& pictured) const {
+std::string TerminalDialogue::picture() const {
   const auto rowsFor = [](const Bitmap& bitmap) { return (bitmap.height + 1) / 2 + 1; };
-  const auto& bitmaps = pictured.bitmaps;
+  const auto& bitmaps = image->bitmaps;
   const auto fitting = std::find_if(bitmaps.rbegin(), bitmaps.rend(), [&](const Bitmap& each) {
     return (columns == 0 || each.width <= columns) && (rows == 0 || rowsFor(each) <= rows);
   });

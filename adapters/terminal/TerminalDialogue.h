@@ -56,14 +56,14 @@ class TerminalDialogue {
   void collect(const View& view);
   std::string advance();
   std::string textOf(const View& view) const;
-  std::string picture(const Image& image) const;
+  std::string picture() const;
 
   const Alert alert;
   const TextStyles styles;
   int columns, rows;
   std::vector<const View*> parts;    ///< the labels and fields of the alert's view
   std::vector<const View*> buttons;  ///< buttons inside the view, numbered after the alert's own buttons
-  const View* image = nullptr;       ///< printed below all texts, so that it stays on the screen
+  const Image* image = nullptr;      ///< printed below all texts, so that it stays on the screen
   std::size_t next = 0;              ///< the index of the part that is printed or asked for next
   std::map<std::string, std::string> fields;
 };
