@@ -18,8 +18,7 @@ namespace kestrune {
 /// Writes text to standard output (a terminal, a pipe, a socket or a file) without blocking. Main thread.
 class StandardOutput final : public DescriptorWriter {
  public:
-  /// If `descriptor` is a pipe or a terminal, opens it again with O_NONBLOCK: setting the flag on
-  /// `descriptor` itself would affect other processes that share it. Duplicates any other descriptor.
+  /// Writes through a new descriptor for the same file, and leaves the flags of `descriptor` unchanged.
   StandardOutput(EventLoop& loop, int descriptor);
 
   bool isTerminal() const { return static_cast<bool>(screen); }

@@ -108,7 +108,7 @@ void TerminalFace::prompt(std::string text) {
 }
 
 void TerminalFace::handleLine(const std::optional<std::string>& line) {
-  // The terminal does not echo the line end after a secret.
+  // A terminal does not echo the line end of a secret.
   const bool isUnseen = input.isTerminal() && !open.empty() && dialogues.back()->asksForSecret();
   const std::string lineEnd = isUnseen ? "\n" : "";
   if (!line) {

@@ -73,8 +73,7 @@ template <typename Message>
 std::string encode(const Message& message);
 
 /// Returns the message in `line`, or the reason why the line is invalid. `Message` is Request or Event. An
-/// event is accepted only if `encode` writes the decoded event as the same JSON; for example, an unknown
-/// member is rejected. A request is not compared, because KestruneMenuDialogs trusts the client.
+/// event with anything that `encode` would not write, such as an unknown member, is invalid.
 template <typename Message>
 std::variant<Message, std::string> decode(const std::string& line);
 
