@@ -1,7 +1,6 @@
 #include "adapters/terminal/TerminalDialogue.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "text/Text.h"
 
@@ -31,11 +30,6 @@ static bool isDark(const Bitmap& bitmap, int column, int row) {
   constexpr int middle = 128;
   const auto at = 4 * static_cast<std::size_t>(row * bitmap.width + column);
   return bitmap.rgba[at] < middle && bitmap.rgba[at + 3] >= middle;
-}
-
-TerminalDialogue::TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows)
-    : alert(std::move(givenAlert)), styles(givenStyles), columns(givenColumns), rows(givenRows) {
-  if (alert.accessoryView) collect(*alert.accessoryView);
 }
 
 void TerminalDialogue::collect(const View& view) {

@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ports/Alert.h"
@@ -25,7 +26,10 @@ struct TextStyles {
 class TerminalDialogue {
  public:
   /// `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
-  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows);
+  TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows)
+      : alert(std::move(givenAlert)), styles(givenStyles), columns(givenColumns), rows(givenRows) {
+    if (alert.accessoryView) collect(*alert.accessoryView);
+  }
   TerminalDialogue(const TerminalDialogue&) = delete;
 
   /// Returns the text to print first.
