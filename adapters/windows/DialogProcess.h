@@ -51,8 +51,8 @@ class DialogProcess {
         onEnd(std::move(givenOnEnd)) {}
 
   /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. The first call starts
-  /// the program. If the window does not appear within `program.patience`, kills the process and calls
-  /// `onEnd`.
+  /// the program; if this fails, calls `onEnd` before it returns. If the window does not appear within
+  /// `program.patience`, kills the process and calls `onEnd`.
   void show(const dialogs::Request& request, int id);
 
   /// Call this only after `show`.
