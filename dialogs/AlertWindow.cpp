@@ -153,9 +153,9 @@ class LongText final : public QPlainTextEdit {
 }  // namespace
 
 AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
-    : DialogWindow(number, beneath), alertStyle(alert.style), buttonCount(alert.buttons.size()) {
-  setName(readableLine(alert.messageText).left(longestTitle));
-
+    : DialogWindow(number, readableLine(alert.messageText).left(longestTitle), beneath),
+      alertStyle(alert.style),
+      buttonCount(alert.buttons.size()) {
   auto* const layout = new QVBoxLayout(this);
   const QSize room = roomForWindow().shrunkBy(layout->contentsMargins());
   QWidget* const buttons = makeButtons(alert, room.width());

@@ -1,7 +1,5 @@
 #include "dialogs/DialogWindow.h"
 
-#include <QEvent>
-#include <QGuiApplication>
 #include <QLineEdit>
 #include <QShowEvent>
 #include <QWindow>
@@ -9,13 +7,13 @@
 
 namespace kestrune::dialogs {
 
-bool isOnWayland() {
-  static const bool answer = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
-  return answer;
-}
-
-DialogWindow::DialogWindow(int number, QWidget* beneath) : QDialog(beneath), id(number) {
+DialogWindow::DialogWindow(int number, const QString& name, QWidget* beneath) : QDialog(beneath), id(number) {
   if (beneath != nullptr) setWindowModality(Qt::WindowModal);
+  const QString program = QStringLiteral("Kestrune");
+  const QString shown = name.isEmpty() ? program : name;
+  // A task bar shows the titles of many programs. So add the program's name to the title.
+  setWindowTitle(shown.contains(program) ? shown : shown + QStringLiteral(" — ") + program);
+  setAccessibleName(shown);
 }
 
 void DialogWindow::present(bool isTop) {
@@ -28,14 +26,6 @@ void DialogWindow::present(bool isTop) {
   if (field != nullptr) field->setCursorPosition(cursor);
   raise();
   if (isTop) activateWindow();
-}
-
-void DialogWindow::setName(const QString& name) {
-  const QString program = QStringLiteral("Kestrune");
-  const QString shown = name.isEmpty() ? program : name;
-  // A task bar shows the titles of many programs. So add the program's name to the title.
-  setWindowTitle(shown.contains(program) ? shown : shown + QStringLiteral(" — ") + program);
-  setAccessibleName(shown);
 }
 
 void DialogWindow::showEvent(QShowEvent* event) {

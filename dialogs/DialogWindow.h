@@ -1,18 +1,22 @@
 #pragma once
 
 #include <QDialog>
+#include <QGuiApplication>
 #include <functional>
 
 namespace kestrune::dialogs {
 
-bool isOnWayland();
+inline bool isOnWayland() {
+  return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
 
 /// The base class of this program's windows.
 class DialogWindow : public QDialog {
  public:
   /// Creates a hidden window on top of the window `beneath`. While the new window is open, `beneath` takes no
-  /// input. If `beneath` is null, the new window is independent.
-  DialogWindow(int number, QWidget* beneath);
+  /// input. If `beneath` is null, the new window is independent. Screen readers read `name`, and the title
+  /// shows it. An empty `name` stands for the program's name.
+  DialogWindow(int number, const QString& name, QWidget* beneath);
 
   const int id;  ///< of the alert; 0 for the menu
 
@@ -24,9 +28,6 @@ class DialogWindow : public QDialog {
   void present(bool isTop = true);
 
  protected:
-  /// Sets the window's title, and its name for screen readers. An empty `name` stands for the program's name.
-  void setName(const QString& name);
-
   /// Called once, after the window is mapped and before it is painted. A derived class does slow work here
   /// and not in its constructor, so that the window appears sooner. This work must not change the layout.
   virtual void furnish() {}

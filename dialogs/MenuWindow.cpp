@@ -212,9 +212,8 @@ QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
 
 }  // namespace
 
-MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(0, nullptr), area(new QScrollArea) {
+MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(0, QString(), nullptr), area(new QScrollArea) {
   QAccessible::installFactory(&accessibleRow);
-  setName(QString());
   setFocusPolicy(Qt::ClickFocus);
   setMinimumWidth(pixels(leastWidth));
   auto* const whole = new QVBoxLayout(this);
