@@ -154,7 +154,6 @@ class LongText final : public QPlainTextEdit {
 
 AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
     : DialogWindow(number, readableLine(alert.messageText).left(longestTitle), beneath),
-      alertStyle(alert.style),
       buttonCount(alert.buttons.size()) {
   auto* const layout = new QVBoxLayout(this);
   const QSize room = roomForWindow().shrunkBy(layout->contentsMargins());
@@ -197,13 +196,17 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   grid->setHorizontalSpacing(gap);
 
   const int side = style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, this);
-  icon = new QLabel;
+  const bool isWarning = alert.style == AlertStyle::warning;
+  auto* const icon = new QLabel;
   icon->setFixedSize(side, side);
-  icon->setAccessibleName(alertStyle == AlertStyle::warning ? QStringLiteral("警告")
-                                                            : QStringLiteral("訊息"));
+  icon->setAccessibleName(isWarning ? QStringLiteral("警告") : QStringLiteral("訊息"));
   // A QLabel has the accessible role of a picture only if it has a pixmap. So set one of a single pixel.
-  // `furnish` replaces this pixmap by the icon.
+  // `furnish` replaces it: loading the icon takes longer than building the whole window.
   icon->setPixmap(QPixmap(1, 1));
+  furnish = [this, icon, isWarning] {
+    const auto sign = isWarning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
+    icon->setPixmap(style()->standardIcon(sign, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
+  };
   QWidget* view = nullptr;
   if (alert.accessoryView) {
     view = buildView(*alert.accessoryView, [this](const std::string& action) { onPressed(action); });
@@ -257,14 +260,6 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
   }
   if (row->sizeHint().width() > room) layout->setDirection(QBoxLayout::TopToBottom);
   return row;
-}
-
-void AlertWindow::furnish() {
-  // The icon is loaded only after the window is mapped, so that the window appears sooner. Loading the icon
-  // takes longer than building the whole window.
-  const auto which =
-      alertStyle == AlertStyle::warning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
-  icon->setPixmap(style()->standardIcon(which, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
 }
 
 void AlertWindow::reject() {

@@ -8,8 +8,6 @@
 #include "dialogs/DialogWindow.h"
 #include "ports/Alert.h"
 
-class QLabel;
-
 namespace kestrune::dialogs {
 
 /// The window of an alert. It fits on the screen with all its buttons, however long the alert's texts are.
@@ -26,16 +24,13 @@ class AlertWindow final : public DialogWindow {
   /// Called when the user presses Escape or closes the window.
   void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
-  void furnish() override;
 
  private:
   void makeBody(const Alert& alert, QSize room);
   QWidget* makeButtons(const Alert& alert, int room);
   void answer(std::optional<std::size_t> button);
 
-  const AlertStyle alertStyle;
   const std::size_t buttonCount;
-  QLabel* icon = nullptr;
   QWidget* body = nullptr;  ///< all of the window except the row of buttons
 };
 

@@ -45,7 +45,7 @@ void DialogWindow::limitSize(QSize least, QSize most) {
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && windowHandle()->isExposed()) {
     watched->removeEventFilter(this);
-    if (onShown) furnish();
+    if (furnish) std::exchange(furnish, nullptr)();
     // This call is queued, so that it runs after the expose event has painted the window.
     QMetaObject::invokeMethod(
         this,

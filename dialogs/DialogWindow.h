@@ -30,7 +30,7 @@ class DialogWindow : public QDialog {
  protected:
   /// Called once, after the window is mapped and before it is painted. A derived class does slow work here
   /// and not in its constructor, so that the window appears sooner. This work must not change the layout.
-  virtual void furnish() {}
+  std::function<void()> furnish;
 
   void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
