@@ -128,13 +128,12 @@ class LongText final : public QPlainTextEdit {
     const int beside = around + style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
     const int width = naturalWidth(broken, fontMetrics(), room.width() - beside);
     const int height = wrappedSize(broken, fontMetrics(), width, Qt::TextWrapAnywhere).height() + around;
-    preferred = {width + beside, std::max(std::min(height, room.height()), fewestHeight())};
+    const int fewestHeight = fewestLines * fontMetrics().lineSpacing();
+    preferred = {width + beside, std::max(std::min(height, room.height()), fewestHeight)};
+    setMinimumSize(std::min(preferred.width(), 3 * fewestHeight), fewestHeight);
   }
 
   QSize sizeHint() const override { return preferred; }
-  QSize minimumSizeHint() const override {
-    return {std::min(preferred.width(), 3 * fewestHeight()), fewestHeight()};
-  }
 
  protected:
   /// Copies the original text, without the line breaks that were added to long lines.
@@ -145,8 +144,6 @@ class LongText final : public QPlainTextEdit {
   }
 
  private:
-  int fewestHeight() const { return fewestLines * fontMetrics().lineSpacing(); }
-
   QSize preferred;
 };
 
