@@ -49,9 +49,16 @@ void Session::perform(const ShowAlert& request) {
   auto* const window = new AlertWindow(id, request.alert, windows.empty() ? nullptr : windows.back());
   window->onShown = [this, id] { tell(Shown{id}); };
   window->onPressed = [this, id](const std::string& action) { tell(Pressed{id, action}); };
-  window->onAnswered = [this, id](const AlertAnswer& answer) {
-    forget(id);
-    tell(Answered{id, answer});
+  window->onAnswered = [this, window](const AlertAnswer& answer) {
+    // A user cannot click the buttons of a covered alert, but a screen reader can press them. So close the
+    // alerts that cover the answered alert too, as cancelled.
+    for (; windows.back() != window; windows.pop_back()) {
+      tell(Answered{windows.back()->id, {}});
+      delete windows.back();
+    }
+    windows.pop_back();
+    window->deleteLater();
+    tell(Answered{window->id, answer});
     if (windows.empty()) return end(0);
     // Give the focus to the alert that the answered alert covered. Not every desktop session has a window
     // manager that does this.
@@ -59,18 +66,6 @@ void Session::perform(const ShowAlert& request) {
   };
   windows.push_back(window);
   window->present();
-}
-
-void Session::forget(int id) {
-  while (!windows.empty()) {
-    DialogWindow* const top = windows.back();
-    windows.pop_back();
-    top->deleteLater();
-    if (top->id == id) return;
-    // This alert covered the answered alert. A user cannot click the buttons of a covered alert, but a screen
-    // reader can press them. So close this alert too, as cancelled.
-    tell(Answered{top->id, {}});
-  }
 }
 
 void Session::perform(const Raise& request) {

@@ -27,7 +27,6 @@ class Session {
   bool raise();
   void tell(const Event& event);
   void end(int status);
-  void forget(int id);
 
   QSocketNotifier input;               ///< disabled once the main loop has been told to end
   std::string begun;                   ///< the start of a line whose end has not arrived yet
