@@ -1,7 +1,5 @@
 #include "dialogs/Session.h"
 
-#include <unistd.h>
-
 #include <QCoreApplication>
 #include <QTimer>
 #include <cerrno>
@@ -12,16 +10,6 @@
 #include "dialogs/AlertWindow.h"
 
 namespace kestrune::dialogs {
-
-constexpr std::chrono::milliseconds focusDelay{100};
-
-Session::Session() : input(STDIN_FILENO, QSocketNotifier::Read) {
-  QObject::connect(&input, &QSocketNotifier::activated, &input, [this] { read(); });
-}
-
-Session::~Session() {
-  if (!windows.empty()) delete windows.front();
-}
 
 void Session::read() {
   // QSocketNotifier has said that standard input is readable, so one read does not block. Do not set
@@ -84,7 +72,7 @@ void Session::perform(const Raise& request) {
   if (raise() || !isOnWayland()) return;
   // `raise` has not mapped the windows again, because Qt reports the top window as active. But this may be
   // wrong: Qt learns only a moment later that a window has lost the focus. So try again after a delay.
-  QTimer::singleShot(focusDelay, &input, [this] { raise(); });
+  QTimer::singleShot(std::chrono::milliseconds(100), &input, [this] { raise(); });
 }
 
 bool Session::raise() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <QSocketNotifier>
 #include <string>
 #include <vector>
@@ -14,8 +16,12 @@ namespace kestrune::dialogs {
 /// or standard input ends, with 1 when a request cannot be served or an event cannot be written.
 class Session {
  public:
-  Session();
-  ~Session();
+  Session() : input(STDIN_FILENO, QSocketNotifier::Read) {
+    QObject::connect(&input, &QSocketNotifier::activated, &input, [this] { read(); });
+  }
+  ~Session() {
+    if (!windows.empty()) delete windows.front();
+  }
 
  private:
   void read();
