@@ -100,16 +100,11 @@ class MenuRow final : public QPushButton {
   void nextCheckState() override {}
 
   void keyPressEvent(QKeyEvent* event) override {
-    switch (event->key()) {
-      case Qt::Key_Return:
-      case Qt::Key_Enter:
-        return click();
-      case Qt::Key_Space:
-        return QPushButton::keyPressEvent(event);
-      default:
-        // Pass the other keys directly to the window: the scroll area would handle the arrow keys itself.
-        QCoreApplication::sendEvent(window(), event);
-    }
+    const int key = event->key();
+    if (key == Qt::Key_Return || key == Qt::Key_Enter) return click();
+    if (key == Qt::Key_Space) return QPushButton::keyPressEvent(event);
+    // Pass the other keys directly to the window: the scroll area would handle the arrow keys itself.
+    QCoreApplication::sendEvent(window(), event);
   }
 
   void enterEvent(QEnterEvent* event) override {
@@ -271,21 +266,12 @@ int MenuWindow::widthForRows() const {
 }
 
 void MenuWindow::keyPressEvent(QKeyEvent* event) {
-  switch (event->key()) {
-    case Qt::Key_Home:
-      setFocus();
-      [[fallthrough]];
-    case Qt::Key_Down:
-      return moveFocus(true);
-    case Qt::Key_End:
-      setFocus();
-      [[fallthrough]];
-    case Qt::Key_Up:
-      return moveFocus(false);
-    default:
-      area->verticalScrollBar()->event(event);  // accepts the event if the key scrolls
-      if (!event->isAccepted()) DialogWindow::keyPressEvent(event);
-  }
+  const int key = event->key();
+  if (key == Qt::Key_Home || key == Qt::Key_End) setFocus();
+  if (key == Qt::Key_Home || key == Qt::Key_Down) return moveFocus(true);
+  if (key == Qt::Key_End || key == Qt::Key_Up) return moveFocus(false);
+  area->verticalScrollBar()->event(event);  // accepts the event if the key scrolls
+  if (!event->isAccepted()) DialogWindow::keyPressEvent(event);
 }
 
 void MenuWindow::moveFocus(bool next) {
