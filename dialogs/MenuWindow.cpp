@@ -5,7 +5,6 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QScrollBar>
 #include <QStyleOptionMenuItem>
 #include <QTextDocument>
@@ -19,8 +18,6 @@
 
 namespace kestrune::dialogs {
 
-namespace {
-
 // All five are in points (see Appearance.h). `beforeKeys`: the distance between title and shortcut.
 constexpr double leastWidth = 260;
 constexpr double largestWidth = 520;
@@ -28,14 +25,12 @@ constexpr double edge = 6;  // space above the first row and below the last row
 constexpr double beforeKeys = 16;
 constexpr double separatorHeight = 9;
 
-QKeySequence keysOf(const MenuItem& item) {
+static QKeySequence keysOf(const MenuItem& item) {
   const QString key = QString::fromStdString(item.keyEquivalent);
   if (key.isEmpty()) return {};
   return QKeySequence::fromString(
       (key.front().isUpper() ? QStringLiteral("Ctrl+Shift+") : QStringLiteral("Ctrl+")) + key);
 }
-
-}  // namespace
 
 /// A row in a menu window, painted like an item in the desktop's menus. A press does not change the check
 /// mark of the row; only `setItem` changes it.
@@ -170,8 +165,7 @@ class MenuRow final : public QPushButton {
   int keyRoom = 0;
 };
 
-namespace {
-
+/// What screen readers get to know of a row.
 class AccessibleRow final : public QAccessibleWidget {
  public:
   explicit AccessibleRow(MenuRow& represented) : QAccessibleWidget(&represented), row(represented) {}
@@ -200,15 +194,11 @@ class AccessibleRow final : public QAccessibleWidget {
   MenuRow& row;
 };
 
-QAccessibleInterface* accessibleRow(const QString&, QObject* object) {
-  auto* const row = dynamic_cast<MenuRow*>(object);
-  return row != nullptr ? new AccessibleRow(*row) : nullptr;
-}
-
-}  // namespace
-
-MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(0, QString(), nullptr), area(new QScrollArea) {
-  QAccessible::installFactory(&accessibleRow);
+MenuWindow::MenuWindow(const Menu& menu) : DialogWindow(0, QString(), nullptr) {
+  QAccessible::installFactory([](const QString&, QObject* object) -> QAccessibleInterface* {
+    auto* const row = dynamic_cast<MenuRow*>(object);
+    return row != nullptr ? new AccessibleRow(*row) : nullptr;
+  });
   setFocusPolicy(Qt::ClickFocus);
   setMinimumWidth(pixels(leastWidth));
   auto* const whole = new QVBoxLayout(this);
@@ -280,8 +270,7 @@ void MenuWindow::moveFocus(bool next) {
   area->ensureWidgetVisible(row, 0, row->height());
   // When the first choosable row has got the focus, scroll to the top. The rows above it cannot get the
   // focus, so the arrow keys would never scroll to them.
-  const auto first =
-      std::find_if(rows.begin(), rows.end(), [](const MenuRow* each) { return each->isChoosable(); });
+  const auto first = std::ranges::find_if(rows, &MenuRow::isChoosable);
   if (row == *first) area->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMinimum);
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
+#include <QScrollArea>
 #include <functional>
 #include <vector>
 
 #include "dialogs/DialogWindow.h"
 #include "ports/Menu.h"
-
-class QScrollArea;
 
 namespace kestrune::dialogs {
 
@@ -36,7 +35,7 @@ class MenuWindow final : public DialogWindow {
   /// Moves the focus to the next or the previous choosable row, and scrolls to it. Wraps around.
   void moveFocus(bool next);
 
-  QScrollArea* area;
+  QScrollArea* const area = new QScrollArea;
   std::vector<MenuRow*> rows;
 };
 
