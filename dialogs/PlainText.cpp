@@ -9,20 +9,14 @@
 
 namespace kestrune::dialogs {
 
-namespace {
-
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
 constexpr qsizetype lookBack = 64;       // UTF-16 units; a line break is searched so far before `longestLine`
-/// In UTF-16 units. If a text is longer than twice this length, `elidedInTheMiddle` drops all but this many
-/// units at each end before it measures the text, because measuring a long text is slow.
-constexpr qsizetype keptEnd = 1500;
-
 const QString addedBreak = QStringLiteral("\u2060\n");
 
 /// Returns where to break a line that is longer than `longestLine`. Searches the last `lookBack` units before
 /// that limit: for a space, else for a place between two grapheme clusters (characters with their combining
 /// marks). If one cluster fills all these units, breaks inside the cluster, but not inside a surrogate pair.
-qsizetype breakIn(QStringView line) {
+static qsizetype breakIn(QStringView line) {
   const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
   const auto space = window.first(lookBack).lastIndexOf(QLatin1Char(' '));
   if (space >= 0) return longestLine - lookBack + space + 1;
@@ -33,11 +27,8 @@ qsizetype breakIn(QStringView line) {
   return window[lookBack].isLowSurrogate() ? longestLine - 1 : longestLine;
 }
 
-}  // namespace
-
 QString readableText(std::string_view utf8) {
   std::string readable;
-  readable.reserve(utf8.size());
   LineSplitter lines(utf8);
   for (std::string_view line; lines.next(line);) readable += withoutControls(line, true) + '\n';
   if (!readable.empty()) readable.pop_back();
@@ -53,6 +44,8 @@ QString withoutMnemonics(QString text) {
 }
 
 QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width) {
+  // Keep only both ends of a long text, because measuring it is slow.
+  constexpr qsizetype keptEnd = 1500;  // UTF-16 units
   if (text.size() <= 2 * keptEnd) return metrics.elidedText(text, Qt::ElideMiddle, width);
   const auto ends = text.first(keptEnd) + QChar(0x2026) + text.last(keptEnd);
   return metrics.elidedText(ends, Qt::ElideMiddle, width);
@@ -60,7 +53,6 @@ QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int 
 
 QString withLongLinesBroken(const QString& text) {
   QString broken;
-  broken.reserve(text.size() + addedBreak.size() * (text.size() / longestLine + 1));
   for (QStringView line : QStringView(text).tokenize(u'\n')) {
     while (line.size() > longestLine) {
       const auto at = breakIn(line);
