@@ -16,8 +16,6 @@
 
 namespace kestrune::dialogs {
 
-namespace {
-
 constexpr double ordinaryPoints = 13;
 // If the desktop's font is larger than this, the windows grow with the font. In pixels: 10 pt at 96 dpi.
 constexpr double usualTextSize = 10.0 * 96 / 72;
@@ -30,22 +28,15 @@ constexpr double secondaryShare = 0.68;
 // frame is unknown before the window is mapped.
 constexpr QSize windowFrame(16, 48);
 
-constexpr uint preferDark = 1;  // a value of the portal's setting color-scheme
-constexpr std::chrono::milliseconds portalPatience{100};
-
 /// Returns the size of the desktop's font, in logical pixels.
-double textSize() {
+static double textSize() {
   const QFont font = QApplication::font();
   if (font.pixelSize() > 0) return font.pixelSize();
   return font.pointSizeF() * QGuiApplication::primaryScreen()->logicalDotsPerInchY() / 72;
 }
 
-bool isDark(const QPalette& palette) {
-  return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
-}
-
 /// Returns a dark palette for the widget style Fusion: the one that Fusion itself has in Qt 6.5 and later.
-QPalette darkPalette() {
+static QPalette darkPalette() {
   const QColor window(50, 50, 50);
   QPalette palette(window, window);
   palette.setColor(QPalette::Base, QColor(36, 36, 36));
@@ -54,8 +45,6 @@ QPalette darkPalette() {
     palette.setColor(QPalette::Disabled, role, QColor(130, 130, 130));
   return palette;
 }
-
-}  // namespace
 
 int pixels(double points) {
   return static_cast<int>(std::lround(points * std::max(1.0, textSize() / usualTextSize)));
@@ -83,8 +72,7 @@ void preferColorEmoji() {
   }
   QFontDatabase::addApplicationFont(QStringLiteral(":/resources/lamps.ttf"));
   substitutions.append(QStringLiteral("Kestrune Lamps"));
-  const QStringList families = font.families();
-  for (const QString& family : families) QFont::insertSubstitutions(family, substitutions);
+  for (const QString& family : font.families()) QFont::insertSubstitutions(family, substitutions);
 }
 
 QColor colorFor(TextColor color, const QPalette& palette) {
@@ -124,7 +112,7 @@ ColorScheme::ColorScheme() {
   // and then turn dark.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
-  QTimer::singleShot(portalPatience, &wait, &QEventLoop::quit);
+  QTimer::singleShot(std::chrono::milliseconds(100), &wait, &QEventLoop::quit);
   wait.exec();
 }
 
@@ -134,11 +122,13 @@ void ColorScheme::follow(const QDBusMessage& message) {
   // method `Read` contains the setting in a variant inside another variant.
   QVariant value = message.arguments().last();
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
-  const bool dark = value.toUInt() == preferDark;
+  const bool dark = value.toUInt() == 1;  // "prefer dark"
   if (dark == darkened) return;
   // Only Fusion gets the dark palette, because other styles have palettes of their own.
   const bool isFusion = QApplication::style()->name() == QLatin1String("fusion");
-  if (dark && (!isFusion || isDark(QApplication::palette()))) return;
+  const QPalette now = QApplication::palette();
+  const bool isLight = now.window().color().lightness() >= now.windowText().color().lightness();
+  if (dark && !(isFusion && isLight)) return;
   darkened = dark;
   QApplication::setPalette(dark ? darkPalette() : QPalette());
 }
