@@ -1,11 +1,10 @@
 #pragma once
 
+#include <QWidget>
 #include <functional>
 #include <string>
 
 #include "ports/Alert.h"
-
-class QWidget;
 
 namespace kestrune::dialogs {
 
