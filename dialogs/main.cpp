@@ -30,26 +30,6 @@ constexpr auto usage =
     "  --help     show this and exit\n"
     "  --version  show the version and exit\n";
 
-/// Keeps libdbus from starting a session bus when there is none. Starting a bus would delay the window, and
-/// the bus would outlive the program.
-void startNoBus() {
-  const char* const folder = std::getenv("XDG_RUNTIME_DIR");
-  if (folder == nullptr || access((std::string(folder) + "/bus").c_str(), F_OK) != 0) {
-    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
-  }
-}
-
-QIcon programIcon() {
-  QIcon icon;
-  for (const int side : {16, 24, 32, 48, 64}) {
-    QImageReader reader(QStringLiteral(":/resources/codex-menubar-%1.png").arg(side), "png");
-    // Do not detect the format, because that would load all image plugins.
-    reader.setAutoDetectImageFormat(false);
-    icon.addPixmap(QPixmap::fromImageReader(&reader));
-  }
-  return icon;
-}
-
 /// Translates Qt's context menus for selectable text and text fields into Traditional Chinese.
 class QtWords final : public QTranslator {
  public:
@@ -66,39 +46,31 @@ class QtWords final : public QTranslator {
 
 /// Masks the text of password fields for screen readers. Qt shows dots on the screen, but sends every
 /// inserted and deleted character to all listeners on the accessibility bus (AT-SPI).
-void tell(QAccessibleEvent* event);
-
-/// Lets Qt send the event to screen readers. Qt does this only while no update handler is installed.
-void pass(QAccessibleEvent* event) {
-  QAccessible::installUpdateHandler(nullptr);
-  QAccessible::updateAccessibility(event);
-  QAccessible::installUpdateHandler(&tell);
-}
-
-QString masked(const QString& text) {
-  return {text.size(), QChar(0x2022)};
-}
-
 void tell(QAccessibleEvent* event) {
+  // Qt sends an event to screen readers only while no update handler is installed.
+  const auto pass = [](QAccessibleEvent* passed) {
+    QAccessible::installUpdateHandler(nullptr);
+    QAccessible::updateAccessibility(passed);
+    QAccessible::installUpdateHandler(&tell);
+  };
+  const auto masked = [](const QString& text) { return QString(text.size(), QChar(0x2022)); };
   // Drop events about text from a widget without a text interface, because Qt would warn on standard error
   // about each of them. QLabel sends such events.
   if (dynamic_cast<QAccessibleTextCursorEvent*>(event) != nullptr) {
     QAccessibleInterface* const source = event->accessibleInterface();
     if (source == nullptr || source->textInterface() == nullptr) return;
   }
-  const auto* const field = qobject_cast<QLineEdit*>(event->object());
+  auto* const field = qobject_cast<QLineEdit*>(event->object());
   if (field == nullptr || field->echoMode() == QLineEdit::Normal) return pass(event);
   switch (event->type()) {
     case QAccessible::TextInserted: {
       const auto* const change = static_cast<QAccessibleTextInsertEvent*>(event);
-      QAccessibleTextInsertEvent safe(event->object(), change->changePosition(),
-                                      masked(change->textInserted()));
+      QAccessibleTextInsertEvent safe(field, change->changePosition(), masked(change->textInserted()));
       return pass(&safe);
     }
     case QAccessible::TextRemoved: {
       const auto* const change = static_cast<QAccessibleTextRemoveEvent*>(event);
-      QAccessibleTextRemoveEvent safe(event->object(), change->changePosition(),
-                                      masked(change->textRemoved()));
+      QAccessibleTextRemoveEvent safe(field, change->changePosition(), masked(change->textRemoved()));
       return pass(&safe);
     }
     case QAccessible::TextUpdated:
@@ -130,7 +102,11 @@ int main(int argumentCount, char** arguments) {
   // refuses to tell this process the desktop's colour preference.
   const rlimit limit{1, 1};
   if (setrlimit(RLIMIT_CORE, &limit) != 0) prctl(PR_SET_DUMPABLE, 0);
-  startNoBus();
+  // Keep libdbus from starting a session bus when there is none. Starting a bus would delay the window, and
+  // the bus would outlive the program.
+  const char* const folder = std::getenv("XDG_RUNTIME_DIR");
+  if (folder == nullptr || access((std::string(folder) + "/bus").c_str(), F_OK) != 0)
+    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
   std::signal(SIGPIPE, SIG_IGN);
   // Keep Qt from connecting to the session manager (XSMP). The session manager would otherwise start this
   // program at the next login, but only the client may start it.
@@ -146,7 +122,14 @@ int main(int argumentCount, char** arguments) {
   QCoreApplication::setApplicationName(QStringLiteral("Kestrune"));
   QGuiApplication::setDesktopFileName(QStringLiteral("com.dovrel.kestrune.menuclient"));
   QGuiApplication::setQuitOnLastWindowClosed(false);
-  QGuiApplication::setWindowIcon(programIcon());
+  QIcon icon;
+  for (const int side : {16, 24, 32, 48, 64}) {
+    QImageReader reader(QStringLiteral(":/resources/codex-menubar-%1.png").arg(side), "png");
+    // Do not detect the format, because that would load all image plugins.
+    reader.setAutoDetectImageFormat(false);
+    icon.addPixmap(QPixmap::fromImageReader(&reader));
+  }
+  QGuiApplication::setWindowIcon(icon);
 
   const kestrune::dialogs::ColorScheme scheme;
   const kestrune::dialogs::Session session;
