@@ -2,7 +2,6 @@
 
 #include <QLineEdit>
 #include <QShowEvent>
-#include <QWindow>
 #include <utility>
 
 namespace kestrune::dialogs {
@@ -37,23 +36,16 @@ void DialogWindow::showEvent(QShowEvent* event) {
   if (isOnWayland()) limitSize(size(), size());
 }
 
-void DialogWindow::limitSize(QSize least, QSize most) {
-  windowHandle()->setMinimumSize(least);
-  windowHandle()->setMaximumSize(most);
-}
-
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && windowHandle()->isExposed()) {
     watched->removeEventFilter(this);
     if (furnish) std::exchange(furnish, nullptr)();
+    const auto painted = [this] {
+      if (isOnWayland()) limitSize(minimumSize(), maximumSize());
+      if (onShown) std::exchange(onShown, nullptr)();
+    };
     // This call is queued, so that it runs after the expose event has painted the window.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-          if (isOnWayland()) limitSize(minimumSize(), maximumSize());
-          if (onShown) std::exchange(onShown, nullptr)();
-        },
-        Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, painted, Qt::QueuedConnection);
   }
   return QDialog::eventFilter(watched, event);
 }

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <QGuiApplication>
+#include <QWindow>
 #include <functional>
 
 namespace kestrune::dialogs {
@@ -36,7 +37,10 @@ class DialogWindow : public QDialog {
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
-  void limitSize(QSize least, QSize most);
+  void limitSize(QSize least, QSize most) {
+    windowHandle()->setMinimumSize(least);
+    windowHandle()->setMaximumSize(most);
+  }
 };
 
 }  // namespace kestrune::dialogs
