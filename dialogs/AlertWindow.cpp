@@ -76,10 +76,9 @@ void showContextMenu(QLabel* label, QPoint place) {
   menu->popup(label->mapToGlobal(place));
 }
 
-/// Makes a label that shows the whole text and lets the user select and copy it. The label is as wide as the
-/// text, but at most `most` pixels. A QLabel is used because screen readers read a QLabel when its window
-/// opens. Returns null if the text is longer than 2000 UTF-16 units, or contains a word that is wider than
-/// `most`. The caller owns the label.
+/// Makes a label of the whole text, which the user can select and copy, at most `most` pixels wide. It is a
+/// QLabel because screen readers read a QLabel when its window opens. Returns null if the text is longer than
+/// `mostForLabel`, or contains a word that is wider than `most`.
 QLabel* makeShortText(const QString& text, const QFont& font, int most) {
   if (text.size() > mostForLabel) return nullptr;
   const QFontMetrics metrics(font);
@@ -214,9 +213,8 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
     icon->setPixmap(style()->standardIcon(sign, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
   };
   QWidget* view = nullptr;
-  if (alert.accessoryView) {
+  if (alert.accessoryView)
     view = buildView(*alert.accessoryView, [this](const std::string& action) { onPressed(action); });
-  }
 
   const int beside = side + gap;
   int width = pixels(widestText);

@@ -21,7 +21,6 @@ class AlertWindow final : public DialogWindow {
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:
-  /// Called when the user presses Escape or closes the window.
   void reject() override;
   void keyPressEvent(QKeyEvent* event) override;
 
