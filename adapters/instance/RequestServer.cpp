@@ -19,20 +19,18 @@ constexpr Seconds acceptDelay{1.0};
 constexpr auto newSocketName = "socket.new";
 
 std::error_code RequestServer::listen(const std::string& folder) {
-  acceptTimer.reset();
-  acceptSource.reset();
+  place = folder;
   const std::string unfinished = folder + "/" + newSocketName;
   unlink(unfinished.c_str());
-  listener = instanceSocket(folder, newSocketName, &bind);
-  if (!listener || ::listen(listener.get(), SOMAXCONN) < 0 ||
+  FileDescriptor socket = instanceSocket(folder, newSocketName, &bind);
+  if (!socket || ::listen(socket.get(), SOMAXCONN) < 0 ||
       rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
-    const std::error_code failure = systemError(errno);
-    listener.reset();
-    return failure;
+    return systemError(errno);
   }
   lstat((folder + "/" + runningSocketName).c_str(), &made);
-  place = folder;
-  acceptSource = loop.onDescriptor(listener.get(), EPOLLIN, [this] { accept(); });
+  // Replace the event source while the descriptor that it watches is still open.
+  acceptSource = loop.onDescriptor(socket.get(), EPOLLIN, [this] { accept(); });
+  listener = std::move(socket);
   return {};
 }
 
