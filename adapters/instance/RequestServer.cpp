@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <utility>
 
 #include "adapters/system/Errors.h"
 
@@ -106,24 +105,6 @@ void RequestServer::answer(Peer& peer, const std::string& line) {
   } else {
     tell(peer, "error unknown request");
   }
-}
-
-void RequestServer::tellStatus(Peer& peer, const std::string& line) {
-  if (peer.wish == Wish::oneStatus) peer.wish = Wish::nothing;
-  told = line;
-  tell(peer, line);
-}
-
-/// Sends a line. Disconnects the peer if the line cannot be sent, for example because the peer does not read
-/// and the socket's buffer is full.
-void RequestServer::tell(Peer& peer, const std::string& line) {
-  if (!sendLine(peer.socket, line)) drop(peer);
-}
-
-void RequestServer::drop(Peer& peer) {
-  peer.input.reset();
-  peer.socket.reset();
-  peer.wish = Wish::nothing;
 }
 
 }  // namespace kestrune

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "adapters/instance/InstanceFolders.h"
 #include "adapters/loop/EventLoop.h"
@@ -60,9 +61,18 @@ class RequestServer {
   void accept();
   void read(Peer& peer);
   void answer(Peer& peer, const std::string& line);
-  void tellStatus(Peer& peer, const std::string& line);
-  void tell(Peer& peer, const std::string& line);
-  void drop(Peer& peer);
+  void tellStatus(Peer& peer, const std::string& line) {
+    if (peer.wish == Wish::oneStatus) peer.wish = Wish::nothing;
+    told = line;
+    tell(peer, line);
+  }
+  /// Sends a line. Disconnects the peer if the line cannot be sent, for example because the peer does not
+  /// read and the socket's buffer is full.
+  void tell(Peer& peer, const std::string& line) {
+    if (!sendLine(peer.socket, line)) drop(peer);
+  }
+  /// Disconnects a peer. Its members are destroyed in reverse order: the socket after its event source.
+  void drop(Peer& peer) { const Peer dropped = std::exchange(peer, {}); }
 
   EventLoop& loop;
   const Show show;
