@@ -36,13 +36,6 @@ FileDescriptor inheritedLock() {
   return FileDescriptor(isThere ? descriptor : -1);
 }
 
-bool isFileAt(const FileDescriptor& file, const std::string& path) {
-  struct stat ours {
-  }, there{};
-  return fstat(file.get(), &ours) == 0 && lstat(path.c_str(), &there) == 0 && ours.st_dev == there.st_dev &&
-         ours.st_ino == there.st_ino;
-}
-
 /// Returns whether `word` can be part of a request: it is short and has no control character.
 bool canBeSent(const std::string& word) {
   return word.size() <= wordLimit &&
@@ -159,14 +152,17 @@ std::optional<pid_t> Rendezvous::runningClient() const {
 }
 
 void Rendezvous::publish(StatusLine line) {
-  if (isClient && !(isLocked() && server.isInPlace())) lockAndListen();
+  if (isClient && !(isLocked(place) && server.isInPlace())) lockAndListen();
   server.publish(std::move(line));
 }
 
-/// Returns whether the file that this process has locked is still at its path. If it was removed, another
+/// Returns whether the file that this process has locked is still in `folder`. If it was removed, another
 /// process can create and lock a new file there, so the lock of this process protects nothing.
-bool Rendezvous::isLocked() const {
-  return isFileAt(lock, place + lockName);
+bool Rendezvous::isLocked(const std::string& folder) const {
+  struct stat ours {
+  }, there{};
+  return fstat(lock.get(), &ours) == 0 && lstat((folder + lockName).c_str(), &there) == 0 &&
+         ours.st_dev == there.st_dev && ours.st_ino == there.st_ino;
 }
 
 std::error_code Rendezvous::takeLock(const std::string& folder) {
@@ -175,9 +171,8 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
   // Refuse a folder of another user, who could replace the lock file.
   if (!isOwnFolder(folder)) return systemError(EPERM);
   FileDescriptor file =
-      isFileAt(lock, path)
-          ? std::move(lock)
-          : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+      isLocked(folder) ? std::move(lock)
+                       : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return systemError(errno);
   lock = std::move(file);
   place = folder;
@@ -185,7 +180,7 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
 }
 
 void Rendezvous::lockAndListen() {
-  const bool wasLocked = isLocked();
+  const bool wasLocked = isLocked(place);
   const std::string folder = wasLocked ? place : folders.current();
   if (const auto failure = takeLock(folder)) {
     const bool isHeld = failure == std::errc::operation_would_block;

@@ -66,7 +66,7 @@ class Rendezvous final : public StatusFeed {
   /// Decides whether this process becomes the client. Looks for another client again and again, until there
   /// is none or the wait for it is over.
   bool becomesClient(const Claim& claim);
-  bool isLocked() const;
+  bool isLocked(const std::string& folder) const;
   std::error_code takeLock(const std::string& folder);
   void lockAndListen();
 
