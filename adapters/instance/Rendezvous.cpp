@@ -180,8 +180,7 @@ std::error_code Rendezvous::takeLock(const std::string& folder) {
 }
 
 void Rendezvous::lockAndListen() {
-  const bool wasLocked = isLocked(place);
-  const std::string folder = wasLocked ? place : folders.current();
+  const std::string folder = isLocked(place) ? place : folders.current();
   if (const auto failure = takeLock(folder)) {
     const bool isHeld = failure == std::errc::operation_would_block;
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
@@ -191,8 +190,6 @@ void Rendezvous::lockAndListen() {
     // Listen in this case too, so that other processes can reach this client. But do not listen if another
     // client holds the lock or listens, or if this client listens already.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
-  } else if (wasLocked && server.isInPlace()) {
-    return;
   }
   const auto failure = server.listen(folder);
   if (!failure) return folders.leaveLink(folder);
