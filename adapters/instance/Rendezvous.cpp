@@ -42,26 +42,17 @@ bool canBeSent(const std::string& word) {
          std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
 }
 
-/// What was heard from the process at the other end of a connection: a line, its end, or nothing in time.
-enum class Heard { answer, end, nothing };
-
 /// Runs the loop until the other process sends a line or ends (its end closes the connection), at most for
-/// `limit`. Appends the line to `answer`. If `socket` is empty, just waits for the time `limit`. Returns
-/// absent if the loop is told to end.
-std::optional<Heard> waitForAnswer(EventLoop& loop, const FileDescriptor& socket, Seconds limit,
-                                   std::string& answer) {
-  std::optional<Heard> heard;
-  const auto hear = [&] {
-    if (!receive(socket, answer)) {
-      heard = Heard::end;
-    } else if (answer.ends_with('\n')) {
-      heard = Heard::answer;
-    }
-  };
+/// `limit`. If `socket` is empty, just waits for the time `limit`. Returns what has arrived, perhaps no whole
+/// line; absent if the loop is told to end.
+std::optional<std::string> waitForAnswer(EventLoop& loop, const FileDescriptor& socket, Seconds limit) {
+  std::string answer;
+  bool isOver = false;
+  const auto hear = [&] { isOver = !receive(socket, answer) || answer.ends_with('\n'); };
   const EventSource input = socket ? loop.onDescriptor(socket.get(), EPOLLIN, hear) : nullptr;
-  const EventSource deadline = loop.after(limit, [&heard] { heard = Heard::nothing; });
-  loop.runUntil([&heard] { return heard.has_value(); });
-  return heard;
+  const EventSource deadline = loop.after(limit, [&isOver] { isOver = true; });
+  loop.runUntil([&isOver] { return isOver; });
+  return isOver ? std::optional(answer) : std::nullopt;
 }
 
 }  // namespace
@@ -109,15 +100,14 @@ bool Rendezvous::becomesClient(const Claim& claim) {
       }
       return waitsForEnd;
     }
-    if (other && !waitsForEnd) {
+    if (other) {
       const bool hasToken = !claim.activationToken.empty() && canBeSent(claim.activationToken);
-      sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
+      if (!waitsForEnd) sendLine(other, "show" + (hasToken ? " " + claim.activationToken : ""));
+      const auto answer = waitForAnswer(loop, other, left);
+      if (!answer || (answer->ends_with('\n') && !waitsForEnd)) return false;
     }
-    std::string answer;
-    const auto heard = waitForAnswer(loop, other, other ? left : lookInterval, answer);
-    if (!heard || (heard == Heard::answer && !waitsForEnd)) return false;
     // Pause, because the other process may close or answer every connection at once.
-    if (heard != Heard::nothing && !waitForAnswer(loop, {}, lookInterval, answer)) return false;
+    if (!waitForAnswer(loop, {}, lookInterval)) return false;
     // Look again: the other client has ended, or has not answered because it is ending, or has no socket yet.
   }
 }
@@ -138,9 +128,8 @@ Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
   if (!client)
     return Failure{folders.connect(endingSocketName) ? "the client is about to end" : "no client runs"};
   sendLine(client, "perform " + action);
-  std::string answer;
-  if (waitForAnswer(loop, client, limit, answer) != Heard::answer)
-    return Failure{"the client that runs does not answer"};
+  std::string answer = waitForAnswer(loop, client, limit).value_or("");
+  if (!answer.ends_with('\n')) return Failure{"the client that runs does not answer"};
   if (answer == "ok\n") return Done{};
   answer.pop_back();
   return Failure{answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer};
