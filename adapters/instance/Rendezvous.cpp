@@ -23,9 +23,8 @@ constexpr auto lockName = "/lock";
 /// The environment variable with the descriptor number of the lock file that `keepLockAcrossExec` left open
 /// across exec.
 constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
-/// The pause before `becomesClient` looks again if the connection to another client was closed, or if another
-/// client holds the lock but has no socket. Such a client is starting (it locks before it listens) or ending
-/// (it closes its socket before it unlocks).
+/// The pause before `claim` looks again for another client. A client holds the lock but has no socket while
+/// it starts (it locks before it listens) or ends (it closes its socket before it unlocks).
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 constexpr std::string_view refusal = "error ";
@@ -67,12 +66,6 @@ Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
       }) {}
 
 bool Rendezvous::claim(const Claim& claim) {
-  isClient = becomesClient(claim);
-  if (isClient) lockAndListen();
-  return isClient;
-}
-
-bool Rendezvous::becomesClient(const Claim& claim) {
   // This process waits either for the answer of the other client or for its end.
   bool waitsForEnd = claim.predecessor != 0;
   Seconds waitBegan = timeOf(CLOCK_MONOTONIC);
@@ -85,20 +78,19 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     } else if ((other = folders.connect(endingSocketName))) {
       mustEnd = true;
     } else if (takeLock(folders.current()) != std::errc::operation_would_block) {
-      return true;
+      break;
     }
     const Seconds present = timeOf(CLOCK_MONOTONIC);
     if (std::exchange(waitsForEnd, mustEnd) != mustEnd) waitBegan = present;
     const Seconds limit = waitsForEnd ? claim.endPatience : claim.answerPatience;
     const Seconds left = waitBegan + limit - present;
     if (left <= Seconds{0}) {
-      if (!waitsForEnd) {
-        reportOnce(other ? "the client that runs (process " + std::to_string(peerOf(other).pid) +
-                               ") does not answer: not starting; continue it with kill -CONT, or kill it"
-                         : "another client has locked " + folders.current() + lockName +
-                               " and answers no requests: not starting");
-      }
-      return waitsForEnd;
+      if (waitsForEnd) break;
+      reportOnce(other ? "the client that runs (process " + std::to_string(peerOf(other).pid) +
+                             ") does not answer: not starting; continue it with kill -CONT, or kill it"
+                       : "another client has locked " + folders.current() + lockName +
+                             " and answers no requests: not starting");
+      return false;
     }
     if (other) {
       const bool hasToken = !claim.activationToken.empty() && canBeSent(claim.activationToken);
@@ -110,11 +102,9 @@ bool Rendezvous::becomesClient(const Claim& claim) {
     if (!waitForAnswer(loop, {}, lookInterval)) return false;
     // Look again: the other client has ended, or has not answered because it is ending, or has no socket yet.
   }
-}
-
-void Rendezvous::announceEnd() {
-  server.announceEnd();
-  isClient = false;
+  isClient = true;
+  lockAndListen();
+  return true;
 }
 
 void Rendezvous::keepLockAcrossExec() const {

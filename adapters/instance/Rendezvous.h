@@ -43,7 +43,10 @@ class Rendezvous final : public StatusFeed {
 
   /// Call this when this process is about to end. A client that is started later waits for the end of this
   /// process.
-  void announceEnd();
+  void announceEnd() {
+    server.announceEnd();
+    isClient = false;
+  }
 
   /// Call this just before exec. Leaves the lock file open in the new program, which takes over the lock.
   void keepLockAcrossExec() const;
@@ -63,9 +66,6 @@ class Rendezvous final : public StatusFeed {
   void onPerform(std::function<Result<>(const std::string&)> given) override { perform = std::move(given); }
 
  private:
-  /// Decides whether this process becomes the client. Looks for another client again and again, until there
-  /// is none or the wait for it is over.
-  bool becomesClient(const Claim& claim);
   bool isLocked(const std::string& folder) const;
   std::error_code takeLock(const std::string& folder);
   void lockAndListen();
