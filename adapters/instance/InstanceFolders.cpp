@@ -57,11 +57,10 @@ FileDescriptor instanceSocket(const std::string& folder, const char* name,
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", opened.get(), name);
-  const void* const bytes = &address;
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // Set the mode of the socket first: bind(2) creates the file with the mode of the socket.
   if (socket && (fchmod(socket.get(), 0600) != 0 ||
-                 use(socket.get(), static_cast<const sockaddr*>(bytes), sizeof address) != 0)) {
+                 use(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)) {
     socket.reset();
   }
   return socket;
