@@ -15,7 +15,7 @@ constexpr Seconds reconnectPause{0.2};
 
 /// Receives the status lines of the running client, and of each client that starts later. If a client accepts
 /// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
-class ClientSubscription final {
+class ClientSubscription final : public std::enable_shared_from_this<ClientSubscription> {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,
                      std::function<void(const std::string&)> givenOnLine,
@@ -39,8 +39,7 @@ class ClientSubscription final {
     // Repeat until the same folder is watched twice in a row: a missing folder may be created just before its
     // parent is watched, and then no event reports it.
     do {
-      before = watched;
-      watched = folder;
+      before = std::exchange(watched, folder);
       while (inotify_add_watch(watch.get(), watched.c_str(), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR) < 0 &&
              watched.has_relative_path()) {
         watched = watched.parent_path();
@@ -68,7 +67,7 @@ class ClientSubscription final {
   void read() {
     if (!receive(socket, unread)) return disconnect();
     // `onLine` may destroy this subscription; then `stillThere` expires.
-    const std::weak_ptr<bool> stillThere = alive;
+    const auto stillThere = weak_from_this();
     for (std::size_t lineEnd; (lineEnd = unread.find('\n')) != std::string::npos;) {
       const std::string line = unread.substr(0, lineEnd);
       unread.erase(0, lineEnd + 1);
@@ -88,23 +87,21 @@ class ClientSubscription final {
     timer.reset();
     socket.reset();
     unread.clear();
-    if (wasHeard) {
-      // With more than 64 peers, the server disconnects the oldest for each new one. Without a pause, they
-      // would reconnect in a busy loop.
-      timer = loop.after(reconnectPause, [this] {
-        if (!connect()) disconnect();
-      });
-      return;
+    if (!wasHeard) {
+      const auto tell = onAbsence;
+      return tell();
     }
-    const auto tell = onAbsence;
-    tell();
+    // With more than 64 peers, the server disconnects the oldest for each new one. Without a pause, they
+    // would reconnect in a busy loop.
+    timer = loop.after(reconnectPause, [this] {
+      if (!connect()) disconnect();
+    });
   }
 
   EventLoop& loop;
   const InstanceFolders& folders;
   const std::function<void(const std::string&)> onLine;
   const std::function<void()> onAbsence;
-  const std::shared_ptr<bool> alive = std::make_shared<bool>();
   const FileDescriptor watch;  ///< inotify instance that watches the folder of the socket
   FileDescriptor socket;
   std::string unread;
