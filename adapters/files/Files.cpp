@@ -99,15 +99,16 @@ class NewFile {
   /// Records owner, mode and ACL of the target, to set them on the new file later. Does nothing if the target
   /// is missing or is a symbolic link. Fails if the target is a folder, a device or a FIFO.
   Result<> keepAccess() {
-    struct stat old {};
-    if (lstat(target.c_str(), &old) != 0 || S_ISLNK(old.st_mode)) return Done{};
-    if (!S_ISREG(old.st_mode)) return Failure{describe(S_ISDIR(old.st_mode) ? EISDIR : EINVAL)};
-    access = Access{old.st_uid, old.st_gid, (old.st_mode & 07777) | S_IRUSR, accessList(target)};
+    struct stat found {};
+    if (lstat(target.c_str(), &found) != 0 || S_ISLNK(found.st_mode)) return Done{};
+    if (!S_ISREG(found.st_mode)) return Failure{describe(S_ISDIR(found.st_mode) ? EISDIR : EINVAL)};
+    old = found;
+    oldList = accessList(target);
     return Done{};
   }
 
   /// Returns whether `keepAccess` has found a file to replace.
-  bool hasOld() const { return access.has_value(); }
+  bool hasOld() const { return old.has_value(); }
 
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
   /// temporary files that killed processes of this user have left in the folder.
@@ -161,13 +162,6 @@ class NewFile {
   }
 
  private:
-  struct Access {
-    uid_t owner;
-    gid_t group;
-    mode_t mode;
-    std::optional<std::string> list;  ///< the ACL; absent when it could not be read
-  };
-
   /// Renames the new file to `kept`, then swaps `kept` and the target. On failure, returns `linkFailure`, the
   /// error of link(2).
   Result<> swapWithTarget(const fs::path& kept, const Failure& linkFailure) {
@@ -183,15 +177,15 @@ class NewFile {
 
   void finish() {
     name.clear();
-    if (access) {
+    if (old) {
       // Set the mode last. fchown clears the set-user-ID and set-group-ID bits of the mode. If the old file
       // had an ACL, the group bits of its mode are the mask of that ACL. While the new file has no ACL, these
       // bits would grant rights to its group.
-      const bool shared = (fchown(file.get(), access->owner, access->group) == 0 ||
-                           fchown(file.get(), uid_t(-1), access->group) == 0) &&
-                          access->list && setAccessList(file.get(), *access->list) &&
-                          fchmod(file.get(), access->mode) == 0;
-      if (!shared) fchmod(file.get(), access->mode & ~mode_t{077});
+      const mode_t mode = (old->st_mode & 07777) | S_IRUSR;
+      const bool shared = (fchown(file.get(), old->st_uid, old->st_gid) == 0 ||
+                           fchown(file.get(), uid_t(-1), old->st_gid) == 0) &&
+                          oldList && setAccessList(file.get(), *oldList) && fchmod(file.get(), mode) == 0;
+      if (!shared) fchmod(file.get(), mode & ~mode_t{077});
       fsync(file.get());
     }
     file.reset();
@@ -204,7 +198,8 @@ class NewFile {
   const fs::path folder;
   std::string name;  ///< path of the new file; empty while the destructor has no file to remove
   FileDescriptor file;
-  std::optional<Access> access;
+  std::optional<struct stat> old;      ///< absent until `keepAccess` has found a file to replace
+  std::optional<std::string> oldList;  ///< the ACL of the old file; absent when it could not be read
 };
 
 /// If `path` is a symbolic link, replaces `path` by the final target, which may be missing (dangling link).
