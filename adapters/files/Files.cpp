@@ -36,17 +36,6 @@ bool hasNoAcl() {
   return errno == ENODATA || errno == ENOTSUP;
 }
 
-Result<> writeAll(int descriptor, std::string_view contents) {
-  while (!contents.empty()) {
-    const ssize_t written = write(descriptor, contents.data(), contents.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return Failure{describe(errno)};
-    contents.remove_prefix(static_cast<std::size_t>(written));
-  }
-  if (fsync(descriptor) != 0) return Failure{describe(errno)};
-  return Done{};
-}
-
 bool isThere(const std::string& name) {
   struct stat state {};
   return lstat(name.c_str(), &state) == 0;
@@ -91,7 +80,7 @@ class NewFile {
  public:
   /// If `target` is a symbolic link, the link itself is replaced. To replace the file that the link points
   /// to, the caller must resolve the link first.
-  explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)), folder(target.parent_path()) {}
+  explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)) {}
   ~NewFile() {
     if (!name.empty()) unlink(name.c_str());
   }
@@ -113,20 +102,25 @@ class NewFile {
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
   /// temporary files that killed processes of this user have left in the folder.
   Result<> write(std::string_view contents) {
-    removeAbandoned(folder);
+    removeAbandoned(target.parent_path());
     // Until this process has locked the new file, another process may lock the file and remove it as
     // abandoned. So repeat if the file is locked by another process, or is missing. Ignore other errors of
     // flock(2), because some file systems support no locks.
     do {
-      name = folder / (std::string(prefix) + std::string(randomPart));
-      file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
-      if (!file) {
-        name.clear();
-        return Failure{describe(errno)};
-      }
+      std::string created = target.parent_path() / (std::string(prefix) + std::string(randomPart));
+      file = FileDescriptor(mkostemp(created.data(), O_CLOEXEC));
+      if (!file) return Failure{describe(errno)};
+      name = created;
     } while ((flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) || !isThere(name));
     fchmod(file.get(), S_IRUSR | S_IWUSR);  // the umask may have cleared these mode bits
-    return writeAll(file.get(), contents);
+    while (!contents.empty()) {
+      const ssize_t written = ::write(file.get(), contents.data(), contents.size());
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0) return Failure{describe(errno)};
+      contents.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (fsync(file.get()) != 0) return Failure{describe(errno)};
+    return Done{};
   }
 
   /// Renames the new file to the target, then sets the recorded owner, mode and ACL, then flushes the folder
@@ -166,8 +160,7 @@ class NewFile {
   /// error of link(2).
   Result<> swapWithTarget(const fs::path& kept, const Failure& linkFailure) {
     // Do not swap the temporary file with the target directly: the old file would then have the temporary
-    // name, and another process could remove it as abandoned. So rename the new file to `kept` first. After
-    // the swap, the old file is at `kept`.
+    // name, and another process could remove it as abandoned.
     if (renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0) return linkFailure;
     name = kept;
     if (renameat2(AT_FDCWD, kept.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return linkFailure;
@@ -190,12 +183,11 @@ class NewFile {
     }
     file.reset();
     // Flush the folder's entries to disk. Ignore errors: the file has already been replaced.
-    const FileDescriptor entries(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FileDescriptor entries(open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (entries) fsync(entries.get());
   }
 
   const fs::path target;
-  const fs::path folder;
   std::string name;  ///< path of the new file; empty while the destructor has no file to remove
   FileDescriptor file;
   std::optional<struct stat> old;      ///< absent until `keepAccess` has found a file to replace
