@@ -205,18 +205,15 @@ Result<> followLinks(fs::path& path) {
   return Failure{describe(ELOOP)};
 }
 
-/// Returns whether `file` is /dev/null, or a link to it.
-bool isNowhere(const fs::path& file) {
-  struct stat state {};
-  return stat(file.c_str(), &state) == 0 && S_ISCHR(state.st_mode) && state.st_rdev == makedev(1, 3);
-}
-
 /// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null
 /// and there is an old file, keeps the old file as `replaceUnreadable` says, and stores its path in `*kept`.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;
-  if (isNowhere(target)) target = path;
+  struct stat state {};
+  const bool leadsToDevNull =
+      stat(target.c_str(), &state) == 0 && S_ISCHR(state.st_mode) && state.st_rdev == makedev(1, 3);
+  if (leadsToDevNull) target = path;
   NewFile file(target);
   if (const Result<> recorded = file.keepAccess(); !recorded) return recorded;
   if (const Result<> written = file.write(contents); !written) return written;
@@ -225,15 +222,6 @@ Result<> replaceFile(const std::string& path, const std::string& contents, std::
   *kept = name;
   for (int number = 2; isThere(*kept); ++number) *kept = name + "-" + std::to_string(number);
   return file.replaceTargetKeeping(*kept);
-}
-
-/// Returns whether `failure` is temporary, such as EMFILE or ESTALE: the file itself may be in order.
-bool isTemporary(const std::error_code& failure) {
-  // EAGAIN: a file server holds a lease on the file (fcntl(2), F_SETLEASE). The errors from ESTALE to
-  // EHOSTUNREACH come from network file systems.
-  static constexpr int temporary[] = {EMFILE, ENFILE,   ENOMEM,    EIO,       EAGAIN,
-                                      ESTALE, ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
-  return std::find(std::begin(temporary), std::end(temporary), failure.value()) != std::end(temporary);
 }
 
 }  // namespace
@@ -252,16 +240,17 @@ std::error_code makeFolders(const std::string& path, mode_t mode) {
   return problem == std::errc::file_exists ? std::make_error_code(std::errc::not_a_directory) : problem;
 }
 
-bool SystemFileManager::fileExists(const std::string& path) const {
-  return access(path.c_str(), F_OK) == 0;
-}
-
 FileContents SystemFileManager::contents(const std::string& path) const {
+  // After one of these errors, the file itself may be in order. EAGAIN: a file server holds a lease on the
+  // file (fcntl(2), F_SETLEASE). The errors from ESTALE to EHOSTUNREACH come from network file systems.
+  static constexpr int temporary[] = {EMFILE, ENFILE,   ENOMEM,    EIO,       EAGAIN,
+                                      ESTALE, ENOTCONN, ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH};
   std::string bytes;
   const std::error_code failure = readWholeFile(path, bytes);
   if (!failure) return {ReadOutcome::read, std::move(bytes)};
+  const bool isTemporary = std::ranges::find(temporary, failure.value()) != std::end(temporary);
   const ReadOutcome outcome = failure == std::errc::file_too_large ? ReadOutcome::tooLarge
-                              : isTemporary(failure)               ? ReadOutcome::temporaryFailure
+                              : isTemporary                        ? ReadOutcome::temporaryFailure
                                                                    : ReadOutcome::unreadable;
   return {outcome, {}, failure.message()};
 }
