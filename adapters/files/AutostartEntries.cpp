@@ -126,7 +126,7 @@ bool AutostartEntries::isRegistered(const std::string& label) const {
 
 std::optional<std::string> AutostartEntries::document(const std::string&, const std::string& executablePath,
                                                       const std::string& repoPath) const {
-  const std::string repo = absolute(repoPath);
+  const std::string repo = fs::path(bundle.currentDirectoryPath()) / repoPath;
   if (!canBeQuoted(executablePath) || !isValidUtf8(repo)) return std::nullopt;
   std::string command = launchCommand(executablePath);
   // Some sessions, such as MATE, ignore the key Path. Without KESTRUNE_REPO_PATH, only a program below the
@@ -143,8 +143,7 @@ std::optional<std::string> AutostartEntries::document(const std::string&, const 
          "Comment[zh_TW]=保持手機連線\n"
          "Exec=" +
          command + "\nTryExec=" + escaped(executablePath) + "\nPath=" + escaped(repo) +
-         "\n"
-         "Icon=KestruneMacClient\n"
+         "\nIcon=KestruneMacClient\n"
          "Terminal=false\n"
          "StartupNotify=false\n"
          "X-GNOME-Autostart-enabled=true\n";
@@ -172,8 +171,9 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
     // (`repo`), write the new path (`repoPath`) into the entry.
     const std::string repo = unescaped(start->second.text);
     if (isMissing(repo)) {
-      command = replacingAll(command, repoArgument(repo), repoArgument(absolute(repoPath)));
-      lines[start->second.line] = "Path=" + escaped(absolute(repoPath));
+      const std::string replacement = fs::path(bundle.currentDirectoryPath()) / repoPath;
+      command = replacingAll(command, repoArgument(repo), repoArgument(replacement));
+      lines[start->second.line] = "Path=" + escaped(replacement);
     }
   }
   lines[values["Exec"].line] = "Exec=" + command;
@@ -183,10 +183,6 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   if (const Result<> written = files.writeAtomically(path(label), repaired); !written) {
     reportOnce("cannot repair " + path(label) + ": " + written.reason());
   }
-}
-
-std::string AutostartEntries::absolute(const std::string& repoPath) const {
-  return repoPath.starts_with('/') ? repoPath : bundle.currentDirectoryPath() + "/" + repoPath;
 }
 
 }  // namespace kestrune

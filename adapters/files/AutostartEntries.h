@@ -39,8 +39,6 @@ class AutostartEntries final : public LaunchAgents {
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:
-  std::string absolute(const std::string& repoPath) const;
-
   FileManager& files;
   const std::string folder;
   const MainBundle& bundle;
