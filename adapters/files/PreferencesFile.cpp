@@ -1,6 +1,5 @@
 #include "adapters/files/PreferencesFile.h"
 
-#include <filesystem>
 #include <utility>
 
 #include "adapters/files/Files.h"
@@ -8,17 +7,13 @@
 
 namespace kestrune {
 
-namespace fs = std::filesystem;
 using Json = nlohmann::json;
-
-namespace {
-
-constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client's keys need fewer than 1000
-constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
 
 /// Returns the JSON object in `text`; absent if `text` is no JSON object, too large or too deep. The depth is
 /// limited because nlohmann::json writes by recursion: a deeply nested value would overflow the stack.
-std::optional<Json> parsed(const std::string& text) {
+static std::optional<Json> parsed(const std::string& text) {
+  constexpr std::size_t sizeLimit = std::size_t{1} << 20;  // bytes; the client's keys need fewer than 1000
+  constexpr int depthLimit = 100;  // levels of nested values; the client itself nests none
   if (text.size() > sizeLimit) return std::nullopt;
   bool tooDeep = false;
   const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
@@ -28,8 +23,6 @@ std::optional<Json> parsed(const std::string& text) {
   Json found = Json::parse(text, watchDepth, false);
   return tooDeep || !found.is_object() ? std::nullopt : std::optional(std::move(found));
 }
-
-}  // namespace
 
 Json PreferencesFile::current() const {
   const FileContents found = files.contents(path);
@@ -57,7 +50,7 @@ void PreferencesFile::set(const std::string& key, Json value) {
 }
 
 Result<> PreferencesFile::save() {
-  if (const auto failure = makeFolders(fs::path(path).parent_path())) return Failure{failure.message()};
+  if (const auto failure = makeFolders(path.substr(0, path.rfind('/')))) return Failure{failure.message()};
   const FileContents found = files.contents(path);
   // Do not write after a temporary failure: the keys that could not be read would be lost.
   if (found.outcome == ReadOutcome::temporaryFailure) return Failure{found.problem};

@@ -15,8 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto sharedFolder = "kestrune-menu-client";
-
 /// Returns `path` without slashes at its end; "/" stays "/".
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
@@ -47,7 +45,7 @@ std::optional<std::string> ProgramBundle::pathForResource(const std::string& nam
   // In the build tree and in the backend's folder, `resources` is beside the program. A package installs the
   // resources under `share`.
   for (const auto& resources :
-       {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / sharedFolder}) {
+       {fs::path(folder) / "resources", fs::path(folder).parent_path() / "share" / "kestrune-menu-client"}) {
     std::error_code failure;
     if (const auto path = resources / (name + "." + extension); fs::exists(path, failure)) return path;
   }
