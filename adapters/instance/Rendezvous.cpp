@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <string_view>
 #include <utility>
 
 #include "adapters/files/Files.h"
@@ -27,7 +26,6 @@ constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
 /// it starts (it locks before it listens) or ends (it closes its socket before it unlocks).
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
-constexpr std::string_view refusal = "error ";
 
 FileDescriptor inheritedLock() {
   const int descriptor = std::atoi(takeVariable(lockVariable).c_str());
@@ -122,7 +120,7 @@ Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
   if (!answer.ends_with('\n')) return Failure{"the client that runs does not answer"};
   if (answer == "ok\n") return Done{};
   answer.pop_back();
-  return Failure{answer.starts_with(refusal) ? answer.substr(refusal.size()) : answer};
+  return Failure{answer.substr(answer.find(' ') + 1)};  // without "error "
 }
 
 std::optional<pid_t> Rendezvous::runningClient() const {
