@@ -161,9 +161,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   const bool isOurs = fs::path(gone).filename() == fs::path(*present).filename() && command != former;
   if (!isOurs || !isMissing(gone) || isInBuildFolder(*present)) return;
   if (!document(label, *present, repoPath)) {
-    reportOnce("cannot repair " + path(label) +
-               ": an entry cannot hold the path of the program or the backend");
-    return;
+    return reportOnce("cannot repair " + path(label) +
+                      ": an entry cannot hold the path of the program or the backend");
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
@@ -180,9 +179,8 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   lines[values["TryExec"].line] = "TryExec=" + escaped(*present);
   std::string repaired;
   for (const auto& line : lines) repaired += line + "\n";
-  if (const Result<> written = files.writeAtomically(path(label), repaired); !written) {
+  if (const Result<> written = files.writeAtomically(path(label), repaired); !written)
     reportOnce("cannot repair " + path(label) + ": " + written.reason());
-  }
 }
 
 }  // namespace kestrune
