@@ -96,7 +96,6 @@ class NewFile {
     return Done{};
   }
 
-  /// Returns whether `keepAccess` has found a file to replace.
   bool hasOld() const { return old.has_value(); }
 
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
