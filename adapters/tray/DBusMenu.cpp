@@ -41,15 +41,8 @@ int readIds(sd_bus_message* call, Ids& ids) {
   return result;
 }
 
-/// Opens a container, calls `fill` to append its values, and closes it. If the container cannot be opened,
-/// does not call `fill`. Reports no error: if an allocation fails here, sd_bus_send(3) later fails with
-/// ESTALE or EBADMSG.
-template <typename Fill>
-void container(sd_bus_message* message, char type, const char* contents, const Fill& fill) {
-  if (sd_bus_message_open_container(message, type, contents) < 0) return;
-  fill();
-  sd_bus_message_close_container(message);
-}
+// The functions that append to a message report no error: if an allocation fails in one of them,
+// sd_bus_send(3) later fails with ESTALE or EBADMSG.
 
 void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
   if (const auto* const text = std::get_if<std::string>(&value)) {
@@ -60,52 +53,54 @@ void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
     sd_bus_message_append(message, "v", "i", *number);
   } else {
     // The interface expects a list of key combinations, each a list of keys. A row has one combination.
-    container(message, 'v', "aas", [&] {
-      container(message, 'a', "as", [&] {
-        container(message, 'a', "s", [&] {
-          for (const auto& key : std::get<MenuLayout::Shortcut>(value))
-            sd_bus_message_append(message, "s", key.c_str());
-        });
-      });
-    });
+    sd_bus_message_open_container(message, 'v', "aas");
+    sd_bus_message_open_container(message, 'a', "as");
+    sd_bus_message_open_container(message, 'a', "s");
+    for (const auto& key : std::get<MenuLayout::Shortcut>(value))
+      sd_bus_message_append(message, "s", key.c_str());
+    sd_bus_message_close_container(message);
+    sd_bus_message_close_container(message);
+    sd_bus_message_close_container(message);
   }
 }
 
 void appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
                       const PropertyFilter& filter) {
-  container(message, 'a', "{sv}", [&] {
-    for (const auto& property : properties) {
-      if (!filter.empty() && !filter.contains(property.first)) continue;
-      container(message, 'e', "sv", [&] {
-        sd_bus_message_append(message, "s", property.first.c_str());
-        appendValue(message, property.second);
-      });
-    }
-  });
+  sd_bus_message_open_container(message, 'a', "{sv}");
+  for (const auto& [name, value] : properties) {
+    if (!filter.empty() && !filter.contains(name)) continue;
+    sd_bus_message_open_container(message, 'e', "sv");
+    sd_bus_message_append(message, "s", name.c_str());
+    appendValue(message, value);
+    sd_bus_message_close_container(message);
+  }
+  sd_bus_message_close_container(message);
 }
 
 void appendRowProperties(sd_bus_message* message, int id, const MenuLayout::Properties& properties,
                          const PropertyFilter& filter = {}) {
-  container(message, 'r', "ia{sv}", [&] {
-    sd_bus_message_append(message, "i", id);
-    appendProperties(message, properties, filter);
-  });
+  sd_bus_message_open_container(message, 'r', "ia{sv}");
+  sd_bus_message_append(message, "i", id);
+  appendProperties(message, properties, filter);
+  sd_bus_message_close_container(message);
 }
 
 /// Appends the row `id` and the rows below it, down to `depth` levels; a negative `depth` means all levels.
 void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int depth,
                 const PropertyFilter& filter) {
-  container(message, 'r', "ia{sv}av", [&] {
-    sd_bus_message_append(message, "i", id);
-    appendProperties(message, rows.properties.at(id), filter);
-    container(message, 'a', "v", [&] {
-      const auto below = rows.children.find(id);
-      if (depth == 0 || below == rows.children.end()) return;
-      for (const int child : below->second) {
-        container(message, 'v', "(ia{sv}av)", [&] { appendTree(message, rows, child, depth - 1, filter); });
-      }
-    });
-  });
+  sd_bus_message_open_container(message, 'r', "ia{sv}av");
+  sd_bus_message_append(message, "i", id);
+  appendProperties(message, rows.properties.at(id), filter);
+  sd_bus_message_open_container(message, 'a', "v");
+  if (depth != 0 && rows.children.contains(id)) {
+    for (const int child : rows.children.at(id)) {
+      sd_bus_message_open_container(message, 'v', "(ia{sv}av)");
+      appendTree(message, rows, child, depth - 1, filter);
+      sd_bus_message_close_container(message);
+    }
+  }
+  sd_bus_message_close_container(message);
+  sd_bus_message_close_container(message);
 }
 
 int unknownId(sd_bus_error* error, int id) {
@@ -201,19 +196,19 @@ void DBusMenu::announce(const MenuLayout& before) {
 
   BusMessage signal;
   sd_bus_message_new_signal(bus, Into(signal), objectPath, menuInterface, "ItemsPropertiesUpdated");
-  container(signal.get(), 'a', "(ia{sv})", [&] {
-    for (const auto& [id, properties] : updated) appendRowProperties(signal.get(), id, properties);
-  });
-  container(signal.get(), 'a', "(ias)", [&] {
-    for (const auto& row : removed) {
-      container(signal.get(), 'r', "ias", [&] {
-        sd_bus_message_append(signal.get(), "i", row.first);
-        container(signal.get(), 'a', "s", [&] {
-          for (const auto& name : row.second) sd_bus_message_append(signal.get(), "s", name.c_str());
-        });
-      });
-    }
-  });
+  sd_bus_message_open_container(signal.get(), 'a', "(ia{sv})");
+  for (const auto& [id, properties] : updated) appendRowProperties(signal.get(), id, properties);
+  sd_bus_message_close_container(signal.get());
+  sd_bus_message_open_container(signal.get(), 'a', "(ias)");
+  for (const auto& [id, names] : removed) {
+    sd_bus_message_open_container(signal.get(), 'r', "ias");
+    sd_bus_message_append(signal.get(), "i", id);
+    sd_bus_message_open_container(signal.get(), 'a', "s");
+    for (const auto& name : names) sd_bus_message_append(signal.get(), "s", name.c_str());
+    sd_bus_message_close_container(signal.get());
+    sd_bus_message_close_container(signal.get());
+  }
+  sd_bus_message_close_container(signal.get());
   sd_bus_send(bus, signal.get(), nullptr);
 }
 
@@ -239,12 +234,12 @@ int DBusMenu::getGroupProperties(sd_bus_message* call, sd_bus_error*) {
 
   const BusMessage reply = replyTo(call);
   // Return each row once, even if the call names it many times. Otherwise a caller could make the reply huge.
-  container(reply.get(), 'a', "(ia{sv})", [&] {
-    for (const auto& [id, properties] : rows.properties) {
-      const bool isWanted = ids.empty() || std::find(ids.begin(), ids.end(), id) != ids.end();
-      if (isWanted) appendRowProperties(reply.get(), id, properties, filter);
-    }
-  });
+  sd_bus_message_open_container(reply.get(), 'a', "(ia{sv})");
+  for (const auto& [id, properties] : rows.properties) {
+    const bool isWanted = ids.empty() || std::find(ids.begin(), ids.end(), id) != ids.end();
+    if (isWanted) appendRowProperties(reply.get(), id, properties, filter);
+  }
+  sd_bus_message_close_container(reply.get());
   return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
