@@ -144,8 +144,8 @@ const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue)
-    : BusClient(givenConnection), queue(givenQueue) {
+DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue, const TrayHostForm& givenForm)
+    : BusClient(givenConnection), queue(givenQueue), form(givenForm) {
   connection.add(*this);
 }
 
@@ -155,11 +155,6 @@ void DBusMenu::busConnected() {
 
 void DBusMenu::setMenu(Menu menu) {
   items = std::move(menu.items);
-  rebuild();
-}
-
-void DBusMenu::setForm(const TrayHostForm& changed) {
-  form = changed;
   rebuild();
 }
 

@@ -42,18 +42,16 @@ class DBusMenu final : public BusClient {
   static constexpr auto objectPath = "/MenuBar";
 
   /// `givenQueue` runs the actions of chosen rows, so that the host need not wait for the end of an action.
-  /// `givenQueue` must outlive this object.
-  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue);
+  /// `givenForm` describes the present tray host. Both must outlive this object.
+  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue, const TrayHostForm& givenForm);
 
   void setMenu(Menu menu);
-  /// Rebuilds the menu for the tray host that `form` describes. Before the first call, the menu suits most
-  /// hosts.
-  void setForm(const TrayHostForm& form);
+  /// Makes the rows from the menu and the form. Call this when the form has changed.
+  void rebuild();
 
   void busConnected() override;
 
  private:
-  void rebuild();
   void announce(const MenuLayout& before);
   bool hasRow(int id) const { return rows.properties.contains(id); }
   void choose(int id);
@@ -70,7 +68,7 @@ class DBusMenu final : public BusClient {
 
   DispatchQueue& queue;
   std::vector<MenuItem> items;
-  TrayHostForm form;
+  const TrayHostForm& form;
   MenuLayout rows = menuLayout({}, {});
   std::set<int> clickedRows;  ///< IDs of the rows that were clicked since the last `rebuild`
   std::uint32_t revision = 1;

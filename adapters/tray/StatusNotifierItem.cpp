@@ -81,9 +81,12 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
 StatusNotifierItem::StatusNotifierItem(TrayParts given) : BusClient(given.bus), parts(std::move(given)) {}
 
 void StatusNotifierItem::addToStatusBar(double) {
-  exportedMenu.emplace(connection, parts.queue);
-  hosts.emplace(
-      connection, [this] { formChanged(); }, [this] { registerWithWatcher(); });
+  const auto formChanged = [this] {
+    exportedMenu->rebuild();
+    sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
+  };
+  hosts.emplace(connection, formChanged, [this] { registerWithWatcher(); });
+  exportedMenu.emplace(connection, parts.queue, hosts->form());
   connection.add(*this);
 }
 
@@ -138,11 +141,6 @@ void StatusNotifierItem::hostRegistered(sd_bus_message* signal) {
   // A tray host has started. Register again, because the watcher may have refused the item while no host ran.
   // Registering twice is harmless.
   if (isBroadcast(signal)) registerWithWatcher();
-}
-
-void StatusNotifierItem::formChanged() {
-  exportedMenu->setForm(hosts->form());
-  sd_bus_emit_signal(bus, objectPath, itemInterface, "NewIcon", "");
 }
 
 /// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts, and if the button

@@ -45,7 +45,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
 
  private:
   void registerWithWatcher();
-  void formChanged();
   std::string iconName() const;
   void registered(sd_bus_message* reply);
   void hostRegistered(sd_bus_message* signal);
@@ -58,8 +57,8 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static const sd_bus_vtable interface[];
 
   const TrayParts parts;
-  std::optional<DBusMenu> exportedMenu;
   std::optional<TrayHostFinder> hosts;
+  std::optional<DBusMenu> exportedMenu;
   StatusButton button;
   BusSlot object, hostMatch, registration;
 };
