@@ -4,7 +4,6 @@
 #include <array>
 #include <span>
 #include <string_view>
-#include <utility>
 
 namespace kestrune {
 
@@ -144,18 +143,8 @@ const sd_bus_vtable DBusMenu::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-DBusMenu::DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue, const TrayHostForm& givenForm)
-    : BusClient(givenConnection), queue(givenQueue), form(givenForm) {
-  connection.add(*this);
-}
-
 void DBusMenu::busConnected() {
   sd_bus_add_object_vtable(bus, Into(object), objectPath, menuInterface, interface, this);
-}
-
-void DBusMenu::setMenu(Menu menu) {
-  items = std::move(menu.items);
-  rebuild();
 }
 
 void DBusMenu::rebuild() {

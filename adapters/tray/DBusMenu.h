@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -43,9 +44,15 @@ class DBusMenu final : public BusClient {
 
   /// `givenQueue` runs the actions of chosen rows, so that the host need not wait for the end of an action.
   /// `givenForm` describes the present tray host. Both must outlive this object.
-  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue, const TrayHostForm& givenForm);
+  DBusMenu(BusConnection& givenConnection, DispatchQueue& givenQueue, const TrayHostForm& givenForm)
+      : BusClient(givenConnection), queue(givenQueue), form(givenForm) {
+    connection.add(*this);
+  }
 
-  void setMenu(Menu menu);
+  void setMenu(Menu menu) {
+    items = std::move(menu.items);
+    rebuild();
+  }
   /// Makes the rows from the menu and the form. Call this when the form has changed.
   void rebuild();
 

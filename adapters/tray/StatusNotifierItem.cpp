@@ -1,7 +1,6 @@
 #include "adapters/tray/StatusNotifierItem.h"
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 #include "adapters/system/Errors.h"
@@ -78,8 +77,6 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_VTABLE_END,
 };
 
-StatusNotifierItem::StatusNotifierItem(TrayParts given) : BusClient(given.bus), parts(std::move(given)) {}
-
 void StatusNotifierItem::addToStatusBar(double) {
   const auto formChanged = [this] {
     exportedMenu->rebuild();
@@ -88,11 +85,6 @@ void StatusNotifierItem::addToStatusBar(double) {
   hosts.emplace(connection, formChanged, [this] { registerWithWatcher(); });
   exportedMenu.emplace(connection, parts.queue, hosts->form());
   connection.add(*this);
-}
-
-void StatusNotifierItem::setMenu(Menu menu) {
-  if (parts.onMenu) parts.onMenu(menu);
-  exportedMenu->setMenu(std::move(menu));
 }
 
 void StatusNotifierItem::setButton(const StatusButton& changed) {

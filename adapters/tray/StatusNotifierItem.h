@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/tray/DBusMenu.h"
@@ -34,12 +35,15 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   static constexpr auto objectPath = "/StatusNotifierItem";
 
   /// Exports nothing before `addToStatusBar`.
-  explicit StatusNotifierItem(TrayParts given);
+  explicit StatusNotifierItem(TrayParts given) : BusClient(given.bus), parts(std::move(given)) {}
 
   void addToStatusBar(double length) override;
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
-  void setMenu(Menu menu) override;
+  void setMenu(Menu menu) override {
+    if (parts.onMenu) parts.onMenu(menu);
+    exportedMenu->setMenu(std::move(menu));
+  }
 
   void busConnected() override;
 

@@ -24,16 +24,6 @@ const Notification advice{
 
 }  // namespace
 
-TrayAdvice::TrayAdvice(SessionBus& givenBus, Timers& givenTimers, Notifications& givenNotifications)
-    : BusClient(givenBus), timers(givenTimers), notifications(givenNotifications) {
-  connection.add(*this);
-  lookAfter(patience);
-}
-
-void TrayAdvice::lookAfter(Seconds delay) {
-  timer = timers.scheduleOnce(delay, [this] { look(); });
-}
-
 void TrayAdvice::look() {
   // Schedule the next check now, in case no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
@@ -63,10 +53,6 @@ void TrayAdvice::answered(sd_bus_message* reply) {
   } else if (advised) {
     notifications.withdraw(advice.identifier);
   }
-}
-
-void TrayAdvice::trayChanged() {
-  if (advised) look();
 }
 
 }  // namespace kestrune

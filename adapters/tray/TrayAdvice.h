@@ -20,13 +20,21 @@ class TrayAdvice final : public BusClient {
   static constexpr int looksInVain = 10;  ///< after this many unanswered checks in a row, no more are made
 
   /// All arguments must outlive this object.
-  TrayAdvice(SessionBus& bus, Timers& givenTimers, Notifications& givenNotifications);
+  TrayAdvice(SessionBus& givenBus, Timers& givenTimers, Notifications& givenNotifications)
+      : BusClient(givenBus), timers(givenTimers), notifications(givenNotifications) {
+    connection.add(*this);
+    lookAfter(patience);
+  }
 
   /// Call this when a tray has accepted the icon. If the notification was shown, checks for a tray again.
-  void trayChanged();
+  void trayChanged() {
+    if (advised) look();
+  }
 
  private:
-  void lookAfter(Seconds delay);
+  void lookAfter(Seconds delay) {
+    timer = timers.scheduleOnce(delay, [this] { look(); });
+  }
   void look();
   void answered(sd_bus_message* reply);
 
