@@ -122,28 +122,26 @@ int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus
 
 }  // namespace
 
-const sd_bus_vtable DBusMenu::interface[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("Version", "u", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("TextDirection", "s", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Status", "s", &constantProperty, 0, 0),
-    SD_BUS_PROPERTY("IconThemePath", "as", &constantProperty, 0, 0),
-    SD_BUS_METHOD("GetLayout", "iias", "u(ia{sv}av)", &handler<&DBusMenu::getLayout>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetGroupProperties", "aias", "a(ia{sv})", &handler<&DBusMenu::getGroupProperties>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetProperty", "is", "v", &handler<&DBusMenu::getProperty>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Event", "isvu", "", &handler<&DBusMenu::event>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("EventGroup", "a(isvu)", "ai", &handler<&DBusMenu::eventGroup>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("AboutToShow", "i", "b", &handler<&DBusMenu::aboutToShow>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("AboutToShowGroup", "ai", "aiai", &handler<&DBusMenu::aboutToShowGroup>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_SIGNAL("ItemsPropertiesUpdated", "a(ia{sv})a(ias)", 0),
-    SD_BUS_SIGNAL("LayoutUpdated", "ui", 0),
-    SD_BUS_VTABLE_END,
-};
-
 void DBusMenu::busConnected() {
+  constexpr auto everyUser = SD_BUS_VTABLE_UNPRIVILEGED;
+  static const sd_bus_vtable interface[] = {
+      SD_BUS_VTABLE_START(0),
+      SD_BUS_PROPERTY("Version", "u", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_PROPERTY("TextDirection", "s", &constantProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_PROPERTY("Status", "s", &constantProperty, 0, 0),
+      SD_BUS_PROPERTY("IconThemePath", "as", &constantProperty, 0, 0),
+      SD_BUS_METHOD("GetLayout", "iias", "u(ia{sv}av)", &handler<&DBusMenu::getLayout>, everyUser),
+      SD_BUS_METHOD("GetGroupProperties", "aias", "a(ia{sv})", &handler<&DBusMenu::getGroupProperties>,
+                    everyUser),
+      SD_BUS_METHOD("GetProperty", "is", "v", &handler<&DBusMenu::getProperty>, everyUser),
+      SD_BUS_METHOD("Event", "isvu", "", &handler<&DBusMenu::event>, everyUser),
+      SD_BUS_METHOD("EventGroup", "a(isvu)", "ai", &handler<&DBusMenu::eventGroup>, everyUser),
+      SD_BUS_METHOD("AboutToShow", "i", "b", &handler<&DBusMenu::aboutToShow>, everyUser),
+      SD_BUS_METHOD("AboutToShowGroup", "ai", "aiai", &handler<&DBusMenu::aboutToShowGroup>, everyUser),
+      SD_BUS_SIGNAL("ItemsPropertiesUpdated", "a(ia{sv})a(ias)", 0),
+      SD_BUS_SIGNAL("LayoutUpdated", "ui", 0),
+      SD_BUS_VTABLE_END,
+  };
   sd_bus_add_object_vtable(bus, Into(object), objectPath, menuInterface, interface, this);
 }
 

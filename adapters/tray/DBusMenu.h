@@ -71,8 +71,6 @@ class DBusMenu final : public BusClient {
   int aboutToShow(sd_bus_message* call, sd_bus_error* error);
   int aboutToShowGroup(sd_bus_message* call, sd_bus_error* error);
 
-  static const sd_bus_vtable interface[];
-
   DispatchQueue& queue;
   std::vector<MenuItem> items;
   const TrayHostForm& form;

@@ -45,38 +45,6 @@ int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
 
 }  // namespace
 
-const sd_bus_vtable StatusNotifierItem::interface[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("Category", "s", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Id", "s", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Title", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("Status", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("WindowId", "i", &property, 0, 0),
-    SD_BUS_PROPERTY("IconThemePath", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("IconName", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("IconPixmap", "a(iiay)", &property, 0, 0),
-    SD_BUS_PROPERTY("IconAccessibleDesc", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("OverlayIconName", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("OverlayIconPixmap", "a(iiay)", &property, 0, 0),
-    SD_BUS_PROPERTY("AttentionIconName", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("AttentionIconPixmap", "a(iiay)", &property, 0, 0),
-    SD_BUS_PROPERTY("AttentionAccessibleDesc", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("AttentionMovieName", "s", &property, 0, 0),
-    SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", &property, 0, 0),
-    SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("SecondaryActivate", "ii", "", &handler<&StatusNotifierItem::click>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ContextMenu", "ii", "", &handler<&StatusNotifierItem::click>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Scroll", "is", "", &handler<&StatusNotifierItem::ignore>, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &handler<&StatusNotifierItem::provideToken>,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_SIGNAL("NewIcon", "", 0),
-    SD_BUS_SIGNAL("NewToolTip", "", 0),
-    SD_BUS_VTABLE_END,
-};
-
 void StatusNotifierItem::addToStatusBar(double) {
   const auto formChanged = [this] {
     exportedMenu->rebuild();
@@ -100,6 +68,37 @@ void StatusNotifierItem::setButton(const StatusButton& changed) {
 }
 
 void StatusNotifierItem::busConnected() {
+  constexpr auto everyUser = SD_BUS_VTABLE_UNPRIVILEGED;
+  static const sd_bus_vtable interface[] = {
+      SD_BUS_VTABLE_START(0),
+      SD_BUS_PROPERTY("Category", "s", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_PROPERTY("Id", "s", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_PROPERTY("Title", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("Status", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("WindowId", "i", &property, 0, 0),
+      SD_BUS_PROPERTY("IconThemePath", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("IconName", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("IconPixmap", "a(iiay)", &property, 0, 0),
+      SD_BUS_PROPERTY("IconAccessibleDesc", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("OverlayIconName", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("OverlayIconPixmap", "a(iiay)", &property, 0, 0),
+      SD_BUS_PROPERTY("AttentionIconName", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("AttentionIconPixmap", "a(iiay)", &property, 0, 0),
+      SD_BUS_PROPERTY("AttentionAccessibleDesc", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("AttentionMovieName", "s", &property, 0, 0),
+      SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", &property, 0, 0),
+      SD_BUS_PROPERTY("ItemIsMenu", "b", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_PROPERTY("Menu", "o", &property, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+      SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>, everyUser),
+      SD_BUS_METHOD("SecondaryActivate", "ii", "", &handler<&StatusNotifierItem::click>, everyUser),
+      SD_BUS_METHOD("ContextMenu", "ii", "", &handler<&StatusNotifierItem::click>, everyUser),
+      SD_BUS_METHOD("Scroll", "is", "", &handler<&StatusNotifierItem::ignore>, everyUser),
+      SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &handler<&StatusNotifierItem::provideToken>,
+                    everyUser),
+      SD_BUS_SIGNAL("NewIcon", "", 0),
+      SD_BUS_SIGNAL("NewToolTip", "", 0),
+      SD_BUS_VTABLE_END,
+  };
   sd_bus_add_object_vtable(bus, Into(object), objectPath, itemInterface, interface, this);
   sd_bus_match_signal_async(bus, Into(hostMatch), nullptr, watcherPath, watcherName,
                             "StatusNotifierHostRegistered", &handler<&StatusNotifierItem::hostRegistered>,

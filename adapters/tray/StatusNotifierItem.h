@@ -58,7 +58,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   int click(sd_bus_message* call, sd_bus_error* error);
   int provideToken(sd_bus_message* call, sd_bus_error* error);
   int ignore(sd_bus_message* call, sd_bus_error* error);
-  static const sd_bus_vtable interface[];
 
   const TrayParts parts;
   std::optional<TrayHostFinder> hosts;
