@@ -43,6 +43,10 @@ int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   return sd_bus_message_close_container(reply);
 }
 
+int ignore(sd_bus_message* call, void*, sd_bus_error*) {
+  return sd_bus_reply_method_return(call, "");
+}
+
 }  // namespace
 
 void StatusNotifierItem::addToStatusBar(double) {
@@ -92,7 +96,7 @@ void StatusNotifierItem::busConnected() {
       SD_BUS_METHOD("Activate", "ii", "", &handler<&StatusNotifierItem::activate>, everyUser),
       SD_BUS_METHOD("SecondaryActivate", "ii", "", &handler<&StatusNotifierItem::click>, everyUser),
       SD_BUS_METHOD("ContextMenu", "ii", "", &handler<&StatusNotifierItem::click>, everyUser),
-      SD_BUS_METHOD("Scroll", "is", "", &handler<&StatusNotifierItem::ignore>, everyUser),
+      SD_BUS_METHOD("Scroll", "is", "", &ignore, everyUser),
       SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", &handler<&StatusNotifierItem::provideToken>,
                     everyUser),
       SD_BUS_SIGNAL("NewIcon", "", 0),
@@ -134,33 +138,14 @@ void StatusNotifierItem::hostRegistered(sd_bus_message* signal) {
   if (isBroadcast(signal)) registerWithWatcher();
 }
 
-/// Returns the path of the icon file for hosts that ignore pixmaps. Empty for other hosts, and if the button
-/// has no image.
-std::string StatusNotifierItem::iconName() const {
-  if (!hosts->form().iconFiles || !button.image) return "";
-  const auto& bitmaps = button.image->bitmaps;
-  const bool grey = std::all_of(bitmaps.begin(), bitmaps.end(), isGrey);
-  std::string path =
-      parts.bundle.pathForResource(grey ? "codex-menubar-grey" : "codex-menubar", "png").value_or("");
-  return isValidUtf8(path) ? path : "";  // a string that is not UTF-8 would make the whole reply fail
-}
-
 int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* propertyName,
                                  sd_bus_message* reply, void* data, sd_bus_error*) {
   const auto& self = *static_cast<const StatusNotifierItem*>(data);
   const std::string_view name = propertyName;
-  const auto text = [reply](const std::string& value) {
-    return sd_bus_message_append(reply, "s", value.c_str());
-  };
-  if (name == "Category") return text("ApplicationStatus");
-  if (name == "Id") return text("kestrune-menu-client");
-  if (name == "Title") return text("Kestrune");
-  if (name == "Status") return text("Active");
-  if (name == "IconName") return text(self.iconName());
+  const ImageRef& image = self.button.image;
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
-  if (name == "IconPixmap" && self.button.image) return appendPixmaps(reply, self.button.image->bitmaps);
+  if (name == "IconPixmap" && image) return appendPixmaps(reply, image->bitmaps);
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
-  if (name == "IconAccessibleDesc") return text(withoutMarkup(self.button.accessibilityLabel));
   if (name == "ToolTip") {
     // The values are icon name, pixmaps, title and text. The title holds the whole tooltip, because some
     // hosts ignore the text.
@@ -169,7 +154,20 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);
   if (name == "Menu") return sd_bus_message_append(reply, "o", DBusMenu::objectPath);
-  return text("");
+
+  std::string text;
+  if (name == "Category") text = "ApplicationStatus";
+  if (name == "Id") text = "kestrune-menu-client";
+  if (name == "Title") text = "Kestrune";
+  if (name == "Status") text = "Active";
+  if (name == "IconAccessibleDesc") text = withoutMarkup(self.button.accessibilityLabel);
+  if (name == "IconName" && image && self.hosts->form().iconFiles) {
+    const bool grey = std::all_of(image->bitmaps.begin(), image->bitmaps.end(), isGrey);
+    const char* const file = grey ? "codex-menubar-grey" : "codex-menubar";
+    text = self.parts.bundle.pathForResource(file, "png").value_or("");
+    if (!isValidUtf8(text)) text.clear();  // a string that is not UTF-8 would make the whole reply fail
+  }
+  return sd_bus_message_append(reply, "s", text.c_str());
 }
 
 int StatusNotifierItem::activate(sd_bus_message* call, sd_bus_error* error) {
@@ -190,10 +188,6 @@ int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error* error) 
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
   if (parts.onToken) parts.onToken(given);
-  return sd_bus_reply_method_return(call, "");
-}
-
-int StatusNotifierItem::ignore(sd_bus_message* call, sd_bus_error*) {
   return sd_bus_reply_method_return(call, "");
 }
 

@@ -49,7 +49,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
 
  private:
   void registerWithWatcher();
-  std::string iconName() const;
   void registered(sd_bus_message* reply);
   void hostRegistered(sd_bus_message* signal);
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
@@ -57,7 +56,6 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   int activate(sd_bus_message* call, sd_bus_error* error);
   int click(sd_bus_message* call, sd_bus_error* error);
   int provideToken(sd_bus_message* call, sd_bus_error* error);
-  int ignore(sd_bus_message* call, sd_bus_error* error);
 
   const TrayParts parts;
   std::optional<TrayHostFinder> hosts;
