@@ -19,10 +19,8 @@ constexpr Submenu submenus[] = {{2, 3, 11}, {20, 21, 27}};
 std::string label(const std::string& title, const TrayHostForm& form) {
   std::string text = displayRow(title);
   if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
-  for (std::size_t at = 0; at + 1 < text.size(); ++at) {
-    if (text[at] == '_' && text[at + 1] != '_') return text.insert(at, 1, '_');
-  }
-  return text;
+  const std::size_t after = text.find_first_not_of('_', text.find('_'));
+  return after == std::string::npos ? text : text.insert(after, 1, '_');
 }
 
 /// Returns the keys of a shortcut: Control, Shift for an upper-case letter, and the key `keyEquivalent`.
