@@ -1,12 +1,8 @@
 #include "adapters/tray/TrayAdvice.h"
 
-#include <utility>
-
 #include "adapters/tray/TrayHostForm.h"
 
 namespace kestrune {
-
-namespace {
 
 const Notification advice{
     .identifier = "no-tray",
@@ -21,8 +17,6 @@ const Notification advice{
         "並把它加入面板。",
     .lasting = true,
 };
-
-}  // namespace
 
 void TrayAdvice::look() {
   // Schedule the next check now, in case no answer comes: the bus may be lost, or the watcher may hang.
@@ -48,9 +42,9 @@ void TrayAdvice::answered(sd_bus_message* reply) {
       failure == nullptr && sd_bus_message_read(reply, "v", "b", &there) >= 0 && there == 0;
   if (hasNoHost ||
       sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
-    if (!std::exchange(missedBefore, true)) return lookAfter(secondLook);
-    if (!std::exchange(advised, true)) notifications.add(advice);
-  } else if (advised) {
+    if (++misses == 1) return lookAfter(secondLook);
+    if (misses == 2) notifications.add(advice);
+  } else if (misses > 1) {
     notifications.withdraw(advice.identifier);
   }
 }

@@ -28,7 +28,7 @@ class TrayAdvice final : public BusClient {
 
   /// Call this when a tray has accepted the icon. If the notification was shown, checks for a tray again.
   void trayChanged() {
-    if (advised) look();
+    if (misses > 1) look();
   }
 
  private:
@@ -43,8 +43,7 @@ class TrayAdvice final : public BusClient {
   BusSlot question;
   std::unique_ptr<Timer> timer;
   int unanswered = 0;  ///< number of checks in a row without an answer
-  bool missedBefore = false;
-  bool advised = false;
+  int misses = 0;      ///< number of checks that found no tray; the second one shows the notification
 };
 
 }  // namespace kestrune
