@@ -8,11 +8,10 @@ namespace kestrune {
 namespace {
 
 /// Rows that are moved into a submenu if the host's menu does not scroll.
-struct Submenu {
+constexpr struct {
   int row;          ///< ID of the row that opens the submenu
   int first, last;  ///< IDs of the rows in the submenu
-};
-constexpr Submenu submenus[] = {{2, 3, 11}, {20, 21, 27}};
+} submenus[] = {{2, 3, 11}, {20, 21, 27}};
 
 /// Returns the label that a host displays as `title`. Doubles the underscores that the host would hide: a
 /// single underscore marks the access key.

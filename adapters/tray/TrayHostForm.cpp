@@ -5,16 +5,12 @@
 
 namespace kestrune {
 
-namespace {
-
-struct KnownHost {
+// If several of these hosts run, `TrayHostFinder::form` returns the form of the first one in this list.
+const struct {
   const char* program;  ///< bus name of the program
   bool isWatcher;       ///< true: the program shows icons only while it is also the StatusNotifierWatcher
   TrayHostForm form;
-};
-
-// If several of these hosts run, `TrayHostFinder::form` returns the form of the first one in this list.
-const KnownHost knownHosts[] = {
+} knownHosts[] = {
     // GNOME Flashback. It also owns the bus name of GNOME Shell, so it must come first. Its panel shows GTK
     // menus.
     {"org.gnome.Flashback", false, {}},
@@ -31,8 +27,6 @@ const KnownHost knownHosts[] = {
     // The service behind the indicator applets of MATE and XFCE.
     {"org.ayatana.indicator.application", false, {.iconFiles = true}},
 };
-
-}  // namespace
 
 TrayHostFinder::TrayHostFinder(BusConnection& connection, std::function<void()> givenOnForm,
                                std::function<void()> onWatcher)
