@@ -30,14 +30,12 @@ struct MenuLayout {
   bool operator==(const MenuLayout&) const = default;
 };
 
-/// Returns the layout of `items` for the tray host that `form` describes. `form` decides three things: how
-/// underscores in labels are escaped, how the keys of shortcuts are named, and whether some rows are moved
-/// into submenus. Without submenus, the menu itself contains all rows.
+/// Returns the layout of `items` for the tray host that `form` describes. Without submenus, the menu itself
+/// contains all rows.
 MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
-/// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts (programs that show
-/// tray icons) read menus. An open menu shows changed properties in place. It closes only when rows come, go
-/// or move, because the host must then rebuild it. Main thread.
+/// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts read menus. An open
+/// menu shows changed properties in place. It closes only when rows come, go or move. Main thread.
 class DBusMenu final : public BusClient {
  public:
   static constexpr auto objectPath = "/MenuBar";

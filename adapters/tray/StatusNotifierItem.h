@@ -14,18 +14,18 @@
 
 namespace kestrune {
 
-/// The objects that a tray item uses. The objects behind the references outlive the item.
+/// The objects that a tray item uses. The objects behind the references outlive the item. The last three
+/// functions may be null.
 struct TrayParts {
   SessionBus& bus;
   DispatchQueue& queue;           ///< the main queue
   const MainBundle& bundle;       ///< contains the icon files
   std::function<void()> onClick;  ///< called at a click if the tray host does not open the menu itself
   /// Called with the activation token that the host sends before a click. The token may have any length, and
-  /// may come from any program on the bus. Null: tokens are ignored.
+  /// may come from any program on the bus.
   std::function<void(std::string_view)> onToken = nullptr;
-  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed; null: not called
-  /// Called when a StatusNotifierWatcher has accepted the item. Null: not called.
-  std::function<void()> onRegistered = nullptr;
+  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed
+  std::function<void()> onRegistered = nullptr;       ///< called when a watcher has accepted the item
 };
 
 /// A status item with a menu, exported on the session bus as org.kde.StatusNotifierItem. Registers with each

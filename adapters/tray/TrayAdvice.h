@@ -14,8 +14,7 @@ class TrayAdvice final : public BusClient {
  public:
   /// The delay before the first check, and between an unanswered check and the next one.
   static constexpr Seconds patience{30.0};
-  /// The delay before a second check if the first check found no tray. The panel may have been restarting, so
-  /// the notification is shown only if the second check finds no tray either.
+  /// The delay before a second check if the first one found no tray: the panel may have been restarting.
   static constexpr Seconds secondLook{5.0};
   static constexpr int looksInVain = 10;  ///< after this many unanswered checks in a row, no more are made
 

@@ -28,8 +28,7 @@ struct TrayHostForm {
   bool operator==(const TrayHostForm&) const = default;
 };
 
-/// Looks for the bus names of known tray hosts to find out which of these hosts runs. Also looks for the
-/// StatusNotifierWatcher (the program with the list of all tray items). Main thread.
+/// Finds out by bus names which known tray host runs, and when a watcher appears. Main thread.
 class TrayHostFinder {
  public:
   /// `onForm` runs when the form has changed. `onWatcher` runs when a watcher has appeared after the
