@@ -48,10 +48,12 @@ void NetworkMonitor::cancel() {
 
 void NetworkMonitor::act() {
   const Seconds now = clock.awakeTime();
-  if (decision.isQuestionDue(now)) {
-    ask(now);
-  } else {
-    report(decision.takeReport(now));
+  const auto path = decision.isQuestionDue(now) ? decision.takeAnswer(ask(), now) : decision.takeReport(now);
+  if (path) {
+    queue->async([shared = onUpdate, path = *path] {
+      // Call a copy: the function may cancel this monitor, which destroys the original.
+      if (const auto update = *shared) update(path);
+    });
   }
   wait();
 }
@@ -69,20 +71,21 @@ void NetworkMonitor::notice() {
   wait();
 }
 
-void NetworkMonitor::ask(Seconds now) {
+/// Asks the kernel for the route, and listens for changes of the answer. Absent if the kernel refuses.
+std::optional<RoutedPath> NetworkMonitor::ask() {
   // Listen before asking, or a change between the answer and the start of listening would be missed.
   const auto answer = listen() ? lookUpRoute(devices) : Result<RoutedPath>(Failure{describe(errno)});
-  report(decision.takeAnswer(answer ? std::optional(*answer) : std::nullopt, now));
   if (answer) {
     retry.reset();
     retryDelay = firstRetry;
-    return;
+    return *answer;
   }
   stopListening();
   reportOnce("cannot read routes over netlink (" + answer.reason() + "): network changes are not noticed");
   // The delay doubles: a kernel that always refuses must not cause frequent wake-ups.
   retry = loop.after(retryDelay, [this] { notice(); });
   retryDelay = std::min(retryDelay * 2, longestRetry);
+  return std::nullopt;
 }
 
 /// Opens an rtnetlink socket that receives changes from now on. Returns false with errno set on failure.
@@ -99,14 +102,6 @@ bool NetworkMonitor::listen() {
 void NetworkMonitor::stopListening() {
   changed.reset();
   socket.reset();
-}
-
-void NetworkMonitor::report(std::optional<NetworkPath> path) {
-  if (!path) return;
-  queue->async([shared = onUpdate, path = *path] {
-    // Call a copy: the function may cancel this monitor, which destroys the original.
-    if (const auto update = *shared) update(path);
-  });
 }
 
 void NetworkMonitor::busConnected() {

@@ -30,10 +30,9 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   void act();
   void wait();
   void notice();
-  void ask(Seconds now);
+  std::optional<RoutedPath> ask();
   bool listen();
   void stopListening();
-  void report(std::optional<NetworkPath> path);
   void busConnected() override;
   void prepareForSleep(sd_bus_message* signal);
 
