@@ -5,24 +5,9 @@
 
 namespace kestrune {
 
-namespace {
-
-void remember(std::vector<Seconds>& times, Seconds now) {
+static void remember(std::vector<Seconds>& times, Seconds now) {
   if (times.size() == NetworkDecision::manyReports) times.erase(times.begin());
   times.push_back(now);
-}
-
-}  // namespace
-
-void NetworkDecision::resume(Seconds now) {
-  owed = true;
-  currentSince = now;
-  notice(now);
-}
-
-std::optional<Seconds> NetworkDecision::due() const {
-  if (burst) return questionDue();
-  return isPending() ? std::optional(reportDue()) : std::nullopt;
 }
 
 std::optional<NetworkPath> NetworkDecision::takeAnswer(std::optional<RoutedPath> answer, Seconds now) {

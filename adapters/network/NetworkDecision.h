@@ -51,11 +51,18 @@ class NetworkDecision {
   void notice(Seconds now) { burst = burst.value_or(now); }
   /// Call this when the machine has resumed from suspend. If the network is lost and the loss is not reported
   /// yet, the wait before its report starts again, because networks need a moment to reconnect.
-  void resume(Seconds now);
+  void resume(Seconds now) {
+    owed = true;
+    currentSince = now;
+    notice(now);
+  }
 
   /// Returns the time of the caller's next step; absent if there is none. If `isQuestionDue` is true at that
   /// time, the step is to ask the kernel for the route. Otherwise it is to call `takeReport`.
-  std::optional<Seconds> due() const;
+  std::optional<Seconds> due() const {
+    if (burst) return questionDue();
+    return isPending() ? std::optional(reportDue()) : std::nullopt;
+  }
 
   /// Returns whether to ask the kernel now. The caller then passes the answer to `takeAnswer`.
   bool isQuestionDue(Seconds now) const { return burst && now >= questionDue(); }

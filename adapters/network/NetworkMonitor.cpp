@@ -5,13 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <utility>
 
 #include "adapters/system/Errors.h"
 
 namespace kestrune {
 
-constexpr Seconds firstRetry{0.25};
 constexpr Seconds longestRetry{64.0};
 
 /// The rtnetlink multicast groups whose messages may mean that packets to the Internet take another route.
@@ -19,15 +17,6 @@ constexpr Seconds longestRetry{64.0};
 /// an address was removed or an interface went down.
 constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
                             RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
-
-NetworkMonitor::NetworkMonitor(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
-                               std::string givenDevices, const PathTiming& timing)
-    : BusClient(givenBus),
-      loop(givenLoop),
-      clock(givenClock),
-      devices(std::move(givenDevices)),
-      decision(timing),
-      retryDelay(firstRetry) {}
 
 void NetworkMonitor::start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) {
   queue = &givenQueue;
@@ -56,11 +45,6 @@ void NetworkMonitor::act() {
     });
   }
   wait();
-}
-
-void NetworkMonitor::wait() {
-  timer.reset();
-  if (const auto due = decision.due()) timer = loop.after(*due - clock.awakeTime(), [this] { act(); });
 }
 
 void NetworkMonitor::notice() {
@@ -97,11 +81,6 @@ bool NetworkMonitor::listen() {
   }
   changed = loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
   return true;
-}
-
-void NetworkMonitor::stopListening() {
-  changed.reset();
-  socket.reset();
 }
 
 void NetworkMonitor::busConnected() {

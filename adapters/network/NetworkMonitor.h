@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "adapters/bus/SessionBus.h"
 #include "adapters/network/NetworkDecision.h"
@@ -18,21 +19,34 @@ namespace kestrune {
 /// standard error, and asks again with growing delays. Main thread.
 class NetworkMonitor final : public PathMonitor, private BusClient {
  public:
-  /// `devices`: a folder like /sys/class/net. `loop`, `clock` and `bus` must outlive this object.
-  NetworkMonitor(EventLoop& loop, const Clock& clock, SystemBus& bus, std::string devices = "/sys/class/net",
-                 const PathTiming& timing = {});
+  /// `givenDevices`: a folder like /sys/class/net. The loop, the clock and the bus must outlive this object.
+  NetworkMonitor(EventLoop& givenLoop, const Clock& givenClock, SystemBus& givenBus,
+                 std::string givenDevices = "/sys/class/net", const PathTiming& timing = {})
+      : BusClient(givenBus),
+        loop(givenLoop),
+        clock(givenClock),
+        devices(std::move(givenDevices)),
+        decision(timing) {}
   ~NetworkMonitor() override { cancel(); }
 
   void start(DispatchQueue& queue, std::function<void(NetworkPath)> onUpdate) override;
   void cancel() override;
 
  private:
+  static constexpr Seconds firstRetry{0.25};
+
   void act();
-  void wait();
+  void wait() {
+    timer.reset();
+    if (const auto due = decision.due()) timer = loop.after(*due - clock.awakeTime(), [this] { act(); });
+  }
   void notice();
   std::optional<RoutedPath> ask();
   bool listen();
-  void stopListening();
+  void stopListening() {
+    changed.reset();
+    socket.reset();
+  }
   void busConnected() override;
   void prepareForSleep(sd_bus_message* signal);
 
@@ -45,7 +59,7 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   BusSlot sleepSignal;
   NetlinkSocket socket;
   EventSource changed, timer, retry;
-  Seconds retryDelay;  // how long to wait before the retry, if the next `ask` fails
+  Seconds retryDelay = firstRetry;  // how long to wait before the retry, if the next `ask` fails
 };
 
 }  // namespace kestrune
