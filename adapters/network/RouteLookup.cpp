@@ -214,9 +214,6 @@ NetlinkSocket openRtnetlink() {
 Medium mediumOf(unsigned index, const Links& links, const std::string& devices) {
   Medium best = Medium::unknown;
   std::vector<unsigned> stack{index};  // interface indices: `index`, then the devices beneath it
-  const auto add = [&stack](unsigned each) {
-    if (std::find(stack.begin(), stack.end(), each) == stack.end()) stack.push_back(each);
-  };
   for (std::size_t i = 0; i < stack.size(); ++i) {
     const auto found = links.find(stack[i]);
     if (found == links.end()) continue;
@@ -224,10 +221,10 @@ Medium mediumOf(unsigned index, const Links& links, const std::string& devices) 
     const Medium own = ownMedium(stack[i], link, devices);
     best = std::max(best, own);
     if (own != Medium::unknown) continue;
-    if (link.activeMember != 0) add(link.activeMember);
-    if (link.lower != 0) add(link.lower);
-    for (const auto& [member, described] : links) {
-      if (described.master == stack[i] && described.usable && link.activeMember == 0) add(member);
+    for (const auto& [each, described] : links) {
+      const bool isMember = described.master == stack[i] && described.usable && link.activeMember == 0;
+      const bool isBeneath = isMember || each == link.activeMember || each == link.lower;
+      if (isBeneath && std::find(stack.begin(), stack.end(), each) == stack.end()) stack.push_back(each);
     }
   }
   return best;
