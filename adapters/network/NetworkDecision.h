@@ -29,17 +29,15 @@ struct PathTiming {
 };
 
 /// Decides when to ask the kernel for the route (`lookUpRoute`), and when to report its answer. `now` is
-/// always the time of a clock that stops during suspend. `loss`, `memory` and `rest` are members of
-/// PathTiming.
+/// always the time of a clock that stops during suspend. See PathTiming for `loss`, `memory` and `rest`.
 ///
 /// A burst of messages from the kernel leads to one question to the kernel. A changed path is reported at
 /// once, but the loss of the network only after it has lasted `loss`. After a shorter loss or a resume from
 /// suspend, the path is reported even if it is the same as before, because open connections may be broken.
 ///
-/// The network flaps (goes up and down) if the last `manyReports` reports came within `memory` before the
-/// present change. While it flaps, `rest` must pass between two reports, and a loss is reported only after it
-/// has lasted `rest`. Reports of an unchanged path do not delay the report of a changed path: for that
-/// report, only the earlier reports of a changed path count.
+/// While the network flaps (see `memory`), `rest` must pass between two reports, and a loss is reported only
+/// after it has lasted `rest`. Reports of an unchanged path do not delay the report of a changed path: for
+/// that report, only the earlier reports of a changed path count.
 class NetworkDecision {
  public:
   static constexpr std::size_t manyReports = 4;

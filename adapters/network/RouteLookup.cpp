@@ -1,7 +1,6 @@
 #include "adapters/network/RouteLookup.h"
 
 #include <arpa/inet.h>
-#include <libmnl/libmnl.h>
 #include <linux/if.h>
 #include <linux/if_arp.h>
 #include <linux/if_link.h>
@@ -38,8 +37,6 @@ constexpr std::array noneErrors{
     EINVAL,        // a route of type blackhole
     ENODEV,        // the interface has just vanished
 };
-
-constexpr std::size_t datagramSize = 32768;  // bytes; the largest datagram of a netlink dump
 
 /// The attributes of a message, by type. A missing attribute is null. Types from 64 on are left out.
 using Attributes = std::array<const nlattr*, 64>;
@@ -103,7 +100,7 @@ int ask(mnl_socket* socket, const nlmsghdr& request, Take take) {
     return (message->nlmsg_flags & NLM_F_MULTI) != 0 ? MNL_CB_OK : MNL_CB_STOP;
   };
   if (mnl_socket_sendto(socket, &request, request.nlmsg_len) < 0) return errno;
-  alignas(nlmsghdr) std::array<char, datagramSize> buffer;
+  alignas(nlmsghdr) std::array<char, 32768> buffer;  // the size of the largest datagram of a netlink dump
   int result = MNL_CB_OK;
   while (result == MNL_CB_OK) {
     const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
@@ -191,8 +188,7 @@ std::string deviceType(unsigned index, const std::string& folder) {
   return has("/phy80211") || has("/wireless") ? "wlan" : type;
 }
 
-/// Returns the medium that the device's own attributes show. If they show none, `mediumOf` looks at the
-/// device's lower devices, such as the ports of a bridge.
+/// Returns the medium that the device's own attributes show.
 Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   const std::string type = deviceType(index, devices + "/" + link.name);
   if (type == "wlan") return Medium::wiFi;
