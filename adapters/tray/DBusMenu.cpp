@@ -10,7 +10,6 @@ namespace kestrune {
 namespace {
 
 constexpr auto menuInterface = "com.canonical.dbusmenu";
-constexpr std::uint32_t protocolVersion = 3;
 constexpr std::string_view clickEvent = "clicked";
 
 constexpr std::array<std::string_view, 7> propertyNames{
@@ -18,7 +17,6 @@ constexpr std::array<std::string_view, 7> propertyNames{
 
 /// The names of the properties that a host asks for; empty: it asks for all properties.
 using PropertyFilter = std::set<std::string_view>;
-
 using Ids = std::span<const std::int32_t>;
 
 int readFilter(sd_bus_message* call, PropertyFilter& filter) {
@@ -115,7 +113,7 @@ BusMessage replyTo(sd_bus_message* call) {
 int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void*,
                      sd_bus_error*) {
   const std::string_view property = name;
-  if (property == "Version") return sd_bus_message_append(reply, "u", protocolVersion);
+  if (property == "Version") return sd_bus_message_append(reply, "u", 3);
   if (property == "IconThemePath") return sd_bus_message_append(reply, "as", 0);
   return sd_bus_message_append(reply, "s", property == "Status" ? "normal" : "ltr");
 }
