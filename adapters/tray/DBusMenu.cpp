@@ -157,9 +157,8 @@ void DBusMenu::rebuild() {
 /// closes it, so send this signal only when rows come, go or move. Even then, send the changed properties
 /// too, because some hosts do not read the properties of all rows again.
 void DBusMenu::announce(const MenuLayout& before) {
-  if (rows.children != before.children) {
+  if (rows.children != before.children)
     sd_bus_emit_signal(bus, objectPath, menuInterface, "LayoutUpdated", "ui", revision, MenuLayout::root);
-  }
   std::map<int, MenuLayout::Properties> updated;
   std::map<int, std::vector<std::string>> removed;
   for (const auto& [id, properties] : rows.properties) {
@@ -230,9 +229,8 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   if (!hasRow(id)) return unknownId(error, id);
   const auto& properties = rows.properties.at(id);
   const auto found = properties.find(name);
-  if (found == properties.end()) {
+  if (found == properties.end())
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "Item %d has no such property", id);
-  }
   const BusMessage reply = replyTo(call);
   appendValue(reply.get(), found->second);
   return sd_bus_send(nullptr, reply.get(), nullptr);
@@ -240,8 +238,7 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
 
 /// Runs the action of the row `id` in a later job, so that the host gets its reply first.
 void DBusMenu::choose(int id) {
-  const auto item =
-      std::find_if(items.begin(), items.end(), [id](const MenuItem& each) { return each.id == id; });
+  const auto item = std::ranges::find(items, id, &MenuItem::id);
   if (item == items.end()) return;
   clickedRows.insert(id);
   queue.async([chosen = *item] { performMenuItem(chosen); });
@@ -258,9 +255,7 @@ int DBusMenu::event(sd_bus_message* call, sd_bus_error* error) {
 
 int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
   // Choose each row once, even if the call contains many clicks on it.
-  std::set<int> clicked;
-  std::set<int> unknown;
-  bool anyKnown = false;
+  std::set<int> clicked, known, unknown;
   int result = sd_bus_message_enter_container(call, 'a', "(isvu)");
   while (result >= 0 && (result = sd_bus_message_enter_container(call, 'r', "isvu")) > 0) {
     std::int32_t id = 0;
@@ -269,15 +264,11 @@ int DBusMenu::eventGroup(sd_bus_message* call, sd_bus_error* error) {
     if (result >= 0) result = sd_bus_message_skip(call, "vu");
     if (result >= 0) result = sd_bus_message_exit_container(call);
     if (result < 0) break;
-    if (!hasRow(id)) {
-      unknown.insert(id);
-    } else {
-      anyKnown = true;
-      if (name == clickEvent && clicked.insert(id).second) choose(id);
-    }
+    (hasRow(id) ? known : unknown).insert(id);
+    if (hasRow(id) && name == clickEvent && clicked.insert(id).second) choose(id);
   }
   if (result < 0) return result;
-  if (!anyKnown && !unknown.empty()) return unknownId(error, *unknown.begin());
+  if (known.empty() && !unknown.empty()) return unknownId(error, *unknown.begin());
   const std::vector<int> listed(unknown.begin(), unknown.end());
   const BusMessage reply = replyTo(call);
   sd_bus_message_append_array(reply.get(), 'i', listed.data(), listed.size() * sizeof(int));
