@@ -228,16 +228,12 @@ class EventLoop::LoopTimer final : public Timer {
   EventSource source;
 };
 
-/// Opens /dev/null for each closed standard stream. Otherwise, the next opened file would get the stream's
-/// number, and every child would inherit that file.
-void openMissingStandardStreams() {
+EventLoop::EventLoop() {
+  // Open /dev/null for each closed standard stream. Otherwise, the next opened file would get the stream's
+  // number, and every child would inherit that file.
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) < 0) static_cast<void>(!open("/dev/null", O_RDWR));
   }
-}
-
-EventLoop::EventLoop() {
-  openMissingStandardStreams();
   // Block these signals before any thread starts: threads inherit the mask. If a thread did not block them,
   // the kernel could deliver a signal to that thread, and the loop would miss the signal.
   changeSignalMask(SIG_BLOCK, endingSignals);
