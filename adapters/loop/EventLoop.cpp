@@ -144,11 +144,8 @@ class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "cannot create an eventfd");
-    source = loop.onDescriptor(wakeUp.get(), EPOLLIN, [this] {
-      eventfd_t count = 0;
-      eventfd_read(wakeUp.get(), &count);
-      runJobs();
-    });
+    // Edge-triggered epoll reports each write once, so the count of the eventfd need not be read.
+    source = loop.onDescriptor(wakeUp.get(), EPOLLIN | EPOLLET, [this] { runJobs(); });
   }
 
   ~LoopQueue() override { close(); }
