@@ -199,28 +199,26 @@ class EventLoop::LoopQueue final : public MainQueue {
 /// A repeating timer on CLOCK_BOOTTIME, which also counts the time in suspend.
 class EventLoop::LoopTimer final : public Timer {
  public:
-  LoopTimer(EventLoop& givenLoop, Seconds givenInterval, std::function<void()> givenAction)
-      : loop(givenLoop), interval(givenInterval), action(std::move(givenAction)) {
-    wait();
+  LoopTimer(EventLoop& givenLoop, Seconds givenInterval, const std::function<void()>& action)
+      : loop(givenLoop), interval(givenInterval) {
+    wait(action);
   }
 
   void invalidate() override { source.reset(); }
 
  private:
-  void wait() {
+  void wait(const std::function<void()>& action) {
     const Seconds present = timeOf(CLOCK_BOOTTIME);
     due += interval;
     if (due <= present) due = present + interval;
-    // Capture a copy of the action: the action may destroy this timer, which owns the action.
-    source = loop.at(CLOCK_BOOTTIME, due, [this, copy = action] {
-      wait();
-      copy();
+    source = loop.at(CLOCK_BOOTTIME, due, [this, action] {
+      wait(action);
+      action();  // may destroy this timer
     });
   }
 
   EventLoop& loop;
   const Seconds interval;
-  const std::function<void()> action;
   Seconds due = timeOf(CLOCK_BOOTTIME);  // when the next tick is due; at first, the time of the start
   EventSource source;
 };
@@ -340,7 +338,7 @@ std::unique_ptr<Timer> EventLoop::scheduleRepeating(Seconds interval, std::funct
 #ifdef KESTRUNE_SHORT_TICKS
   if (const char* seconds = std::getenv("KESTRUNE_TEST_TICK")) interval = Seconds(std::atof(seconds));
 #endif
-  return std::make_unique<LoopTimer>(*this, interval, std::move(action));
+  return std::make_unique<LoopTimer>(*this, interval, action);
 }
 
 }  // namespace kestrune
