@@ -25,7 +25,6 @@
 #include <thread>
 #include <utility>
 
-#include "adapters/loop/SystemClock.h"
 #include "adapters/system/FileDescriptor.h"
 #include "adapters/system/WholeFile.h"
 
@@ -253,10 +252,6 @@ EventLoop::EventLoop() {
   }
 }
 
-EventLoop::~EventLoop() {
-  sd_event_unref(loop);
-}
-
 void EventLoop::runUntil(const std::function<bool()>& done) {
   while (!done() && !terminating) require(sd_event_run(loop, UINT64_MAX), "cannot run the event loop");
 }
@@ -266,10 +261,6 @@ EventSource EventLoop::onSignal(int signalNumber, std::function<void()> handler)
   sd_event_source* made = nullptr;
   require(sd_event_add_signal(loop, &made, signalNumber, callHandler, nullptr), "cannot watch a signal");
   return withHandler(made, std::move(handler));
-}
-
-EventSource EventLoop::after(Seconds delay, std::function<void()> handler) {
-  return at(CLOCK_MONOTONIC, timeOf(CLOCK_MONOTONIC) + delay, std::move(handler));
 }
 
 EventSource EventLoop::at(clockid_t clock, Seconds due, std::function<void()> handler) {
@@ -315,17 +306,12 @@ void EventLoop::signalChild(pid_t child, int signalNumber) {
 }
 
 int EventLoop::run(ApplicationDelegate& delegate) {
-  if (!terminating) {
-    delegate.applicationDidFinishLaunching();
-    runUntil([] { return false; });
-    if (beforeTermination) beforeTermination();
-    delegate.applicationWillTerminate();
-  }
+  if (terminating) return 0;
+  delegate.applicationDidFinishLaunching();
+  runUntil([] { return false; });
+  if (beforeTermination) beforeTermination();
+  delegate.applicationWillTerminate();
   return 0;
-}
-
-MainQueue& EventLoop::mainQueue() {
-  return *queue;
 }
 
 std::unique_ptr<DispatchQueue> EventLoop::makeSerialQueue(std::string label, QualityOfService,

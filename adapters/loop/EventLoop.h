@@ -6,8 +6,10 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
+#include "adapters/loop/SystemClock.h"
 #include "ports/Loop.h"
 
 namespace kestrune {
@@ -24,7 +26,7 @@ using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 class EventLoop final : public Application, public Dispatch, public Timers {
  public:
   EventLoop();
-  ~EventLoop() override;
+  ~EventLoop() override { sd_event_unref(loop); }
 
   sd_event* event() const { return loop; }
 
@@ -40,7 +42,9 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   /// run, they must block the signal too: the constructor blocks SIGCONT and SIGWINCH for this reason.
   EventSource onSignal(int signalNumber, std::function<void()> handler);
   /// Calls `handler` once on the main thread after `delay`. Time in suspend does not count (CLOCK_MONOTONIC).
-  EventSource after(Seconds delay, std::function<void()> handler);
+  EventSource after(Seconds delay, std::function<void()> handler) {
+    return at(CLOCK_MONOTONIC, timeOf(CLOCK_MONOTONIC) + delay, std::move(handler));
+  }
   /// Calls `handler` on the main thread while the descriptor is ready for one of `events` (EPOLLIN,
   /// EPOLLOUT). This is level-triggered, unless `events` contains EPOLLET. Returns null for a descriptor that
   /// epoll refuses with EPERM, such as a regular file.
@@ -62,7 +66,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   void terminate() override { terminating = true; }
 
   // from the port Dispatch
-  MainQueue& mainQueue() override;
+  MainQueue& mainQueue() override { return *queue; }
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
 
@@ -77,7 +81,7 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   void reapEnded();
 
   sd_event* loop = nullptr;
-  std::unique_ptr<LoopQueue> queue;
+  std::unique_ptr<MainQueue> queue;
   std::vector<EventSource> signals;
   std::set<pid_t> children;  // children that were given to `reap` and have not been reaped yet
   std::function<void()> beforeTermination;
