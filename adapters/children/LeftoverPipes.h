@@ -25,13 +25,8 @@ class LeftoverPipes {
   void add(FileDescriptor readEnd);
 
  private:
-  struct Pipe {
-    FileDescriptor readEnd;
-    EventSource readable{};
-  };
-
   EventLoop& loop;
-  std::list<Pipe> pipes;  ///< oldest first
+  std::list<EventSource> pipes;  ///< oldest first; the handler of each owns the read end
 };
 
 }  // namespace kestrune
