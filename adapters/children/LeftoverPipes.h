@@ -18,8 +18,6 @@ class LeftoverPipes {
   static constexpr std::size_t limit = 16;
 
   explicit LeftoverPipes(EventLoop& givenLoop) : loop(givenLoop) {}
-  LeftoverPipes(const LeftoverPipes&) = delete;
-  LeftoverPipes& operator=(const LeftoverPipes&) = delete;
 
   /// Takes over a non-blocking read end. Closes it when no process has the write end open. Any thread.
   void add(FileDescriptor readEnd);
