@@ -168,9 +168,7 @@ class ChildProcesses::Child final : public Process {
     // Hold the lock from waitpid until the PID is removed from `running`. Because another process may get the
     // PID after waitpid, `reserveForThisThread` might otherwise kill that process.
     const std::lock_guard lock(siblings->mutex);
-    const pid_t result = waitpid(pid, &status, WNOHANG);
-    if (result == 0 || (result < 0 && errno == EINTR)) return false;
-    if (result < 0) status = -1;
+    if (waitpid(pid, &status, WNOHANG) == 0) return false;
     std::erase(siblings->running, pid);
     return reaped = true;
   }
