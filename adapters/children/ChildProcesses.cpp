@@ -215,26 +215,22 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                              .output = output.writeEnd.get(),
                              .error = error.writeEnd.get()};
   pid_t pid = 0;
-  // Unlock: exec may hang on a network file system, and `reserveForThisThread` needs the lock.
-  const auto start = [&] {
+  int failure = 0;
+  for (int attempt = 1;; ++attempt) {
     ++children->starting;
+    // Unlock: exec may hang on a network file system, and `reserveForThisThread` needs the lock.
     lock.unlock();
-    const int failure = spawn(options, pid);
+    failure = spawn(options, pid);
     lock.lock();
     if (--children->starting == 0) children->noneStarting.notify_all();
-    return failure;
-  };
-  int failure = start();
-  // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
-  // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
-  for (int attempt = 1; failure == EAGAIN && children->onlyThread && !isReservedForAnotherThread() &&
-                        attempt < reservedAttempts;
-       ++attempt) {
+    // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
+    // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
+    const bool isReserved = children->onlyThread == std::this_thread::get_id();
+    if (failure != EAGAIN || !isReserved || attempt == reservedAttempts) break;
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
     lock.lock();
     children->reapAbandoned();
-    failure = start();
   }
   if (failure != 0) return Failure{describe(failure)};
   if (isReservedForAnotherThread()) {  // reserved during the spawn
