@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "adapters/children/Spawn.h"
+#include "adapters/loop/SystemClock.h"
 #include "adapters/system/Errors.h"
 #include "text/Text.h"
 
@@ -33,8 +34,6 @@ constexpr std::size_t leastRoom = 65536;
 constexpr int reservedAttempts = 20;
 constexpr std::chrono::milliseconds attemptInterval{50};
 constexpr std::chrono::milliseconds startPatience{200};  // longest wait of `reserveForThisThread`
-
-using std::chrono::steady_clock;
 
 /// The pipe for the standard output or standard error of a child. Used by one thread at a time.
 struct OutputPipe {
@@ -72,21 +71,25 @@ struct OutputPipe {
   }
 
   /// Reads until the pipe is empty or at end of file. Keeps at most `outputLimit` + 1 bytes, and discards the
-  /// rest. Once `bytes` has this size, also stops after the deadline. `buffer` is working memory.
-  void drain(std::vector<char>& buffer, steady_clock::time_point deadline) {
-    for (;;) {
-      const ssize_t count = read(readEnd.get(), buffer.data(), buffer.size());
+  /// rest. Once `bytes` has this size, also stops after the deadline, a time of CLOCK_MONOTONIC.
+  void drain(Seconds deadline) {
+    char buffer[8192];
+    while (readEnd) {
+      const ssize_t count = read(readEnd.get(), buffer, sizeof buffer);
       if (count < 0 && errno == EINTR) continue;
       if (count < 0 && errno == EAGAIN) return;
       if (count <= 0) return readEnd.reset();
       const std::size_t room = outputLimit + 1 - bytes.size();
-      bytes.append(buffer.data(), std::min(static_cast<std::size_t>(count), room));
+      bytes.append(buffer, std::min(static_cast<std::size_t>(count), room));
       // If the child writes faster than this loop reads, the pipe is never empty. So stop after the deadline,
       // but only if `bytes` exceeds the limit: further bytes would be cut off anyway.
-      if (bytes.size() > outputLimit && steady_clock::now() >= deadline) return;
+      if (bytes.size() > outputLimit && timeOf(CLOCK_MONOTONIC) >= deadline) return;
     }
   }
 };
+
+/// The pipe for the standard output, and the pipe for the standard error.
+using OutputPipes = std::array<OutputPipe, 2>;
 
 }  // namespace
 
@@ -109,12 +112,8 @@ struct ChildProcesses::Register {
 
 class ChildProcesses::Child final : public Process {
  public:
-  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, OutputPipe givenOutput,
-        OutputPipe givenError)
-      : siblings(std::move(givenRegister)),
-        pid(givenPid),
-        out(std::move(givenOutput)),
-        err(std::move(givenError)) {}
+  Child(std::shared_ptr<Register> givenRegister, pid_t givenPid, OutputPipes givenPipes)
+      : siblings(std::move(givenRegister)), pid(givenPid), pipes(std::move(givenPipes)) {}
 
   ~Child() override {
     leavePipes();
@@ -127,8 +126,7 @@ class ChildProcesses::Child final : public Process {
 
   bool isRunning() override {
     if (reaped || reap()) return false;
-    out.makeRoom();
-    err.makeRoom();
+    for (auto& each : pipes) each.makeRoom();
     return true;
   }
 
@@ -145,17 +143,16 @@ class ChildProcesses::Child final : public Process {
   }
 
   std::string readOutput(Seconds patience) override {
-    const auto deadline = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(patience);
-    std::vector<char> buffer(8192);
-    out.writeEnd.reset();
-    err.writeEnd.reset();
+    const Seconds deadline = timeOf(CLOCK_MONOTONIC) + patience;
+    for (auto& each : pipes) each.writeEnd.reset();
+    auto& [out, err] = pipes;
     for (;;) {
-      if (out.readEnd) out.drain(buffer, deadline);
-      if (err.readEnd) err.drain(buffer, deadline);
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+      for (auto& each : pipes) each.drain(deadline);
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - timeOf(CLOCK_MONOTONIC)).count();
       if ((!out.readEnd && !err.readEnd) || left <= 0) break;
-      std::array<pollfd, 2> waiting{{{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}}};
-      poll(waiting.data(), waiting.size(), static_cast<int>(left));
+      pollfd waiting[] = {{out.readEnd.get(), POLLIN, 0}, {err.readEnd.get(), POLLIN, 0}};
+      poll(waiting, std::size(waiting), static_cast<int>(left));
     }
     leavePipes();
     std::string output = std::move(out.bytes) + err.bytes;
@@ -178,16 +175,15 @@ class ChildProcesses::Child final : public Process {
   }
 
   void leavePipes() {
-    for (OutputPipe* const each : {&out, &err}) {
-      if (each->readEnd && siblings->leftover) siblings->leftover(std::move(each->readEnd));
-      each->readEnd.reset();
+    for (auto& each : pipes) {
+      if (each.readEnd && siblings->leftover) siblings->leftover(std::move(each.readEnd));
+      each.readEnd.reset();
     }
   }
 
   const std::shared_ptr<Register> siblings;
   const pid_t pid;
-  OutputPipe out;
-  OutputPipe err;
+  OutputPipes pipes;
   int status = -1;
   bool reaped = false;
 };
@@ -206,8 +202,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     return children->onlyThread && *children->onlyThread != std::this_thread::get_id();
   };
   if (isReservedForAnotherThread()) return Failure{describe(ECANCELED)};
-  OutputPipe output;
-  OutputPipe error;
+  OutputPipes pipes;
+  auto& [output, error] = pipes;
   if (!output.open() || !error.open()) return Failure{describe(errno)};
   const SpawnOptions options{.executable = executable,
                              .arguments = arguments,
@@ -239,7 +235,7 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     return Failure{describe(ECANCELED)};
   }
   children->running.push_back(pid);
-  return std::make_unique<Child>(children, pid, std::move(output), std::move(error));
+  return std::make_unique<Child>(children, pid, std::move(pipes));
 }
 
 void ChildProcesses::reserveForThisThread() {
