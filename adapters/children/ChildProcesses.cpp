@@ -95,9 +95,7 @@ using OutputPipes = std::array<OutputPipe, 2>;
 
 /// The children that have not been reaped. `mutex` guards the members below it.
 struct ChildProcesses::Register {
-  explicit Register(TakePipe givenLeftover) : leftover(std::move(givenLeftover)) {}
-
-  const TakePipe leftover;
+  TakePipe leftover;
   std::mutex mutex;
   std::vector<pid_t> running;    // children whose Process object exists; that object will reap them
   std::vector<pid_t> abandoned;  // children without a Process object; `reapAbandoned` reaps them
@@ -176,8 +174,7 @@ class ChildProcesses::Child final : public Process {
 
   void leavePipes() {
     for (auto& each : pipes) {
-      if (each.readEnd && siblings->leftover) siblings->leftover(std::move(each.readEnd));
-      each.readEnd.reset();
+      if (each.readEnd) siblings->leftover(std::move(each.readEnd));
     }
   }
 
@@ -188,8 +185,8 @@ class ChildProcesses::Child final : public Process {
   bool reaped = false;
 };
 
-ChildProcesses::ChildProcesses(TakePipe leftover)
-    : children(std::make_shared<Register>(std::move(leftover))) {
+ChildProcesses::ChildProcesses(TakePipe leftover) : children(std::make_shared<Register>()) {
+  children->leftover = std::move(leftover);
   for (auto& each : spare) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 

@@ -18,9 +18,9 @@ class ChildProcesses final : public Processes {
   using TakePipe = std::function<void(FileDescriptor readEnd)>;
 
   /// `leftover` takes over the read end of a pipe that is not at end of file when `readOutput` returns or the
-  /// Process is destroyed. The child or a descendant may still write to this pipe. If `leftover` is null, the
-  /// read end is closed, and a process that writes to the pipe gets SIGPIPE.
-  explicit ChildProcesses(TakePipe leftover = {});
+  /// Process is destroyed. The child or a descendant may still write to this pipe. By default, the read end
+  /// is closed, and a process that writes to the pipe gets SIGPIPE.
+  explicit ChildProcesses(TakePipe leftover = [](FileDescriptor) {});
 
   Result<std::unique_ptr<Process>> launch(const std::string& executable,
                                           const std::vector<std::string>& arguments) override {
