@@ -1,6 +1,5 @@
 #include "adapters/loop/DescriptorWriter.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -11,12 +10,6 @@ namespace kestrune {
 
 // If poll() reports a blocking terminal, pipe or socket as writable, writing this many bytes does not block.
 constexpr std::size_t safeAmount = 256;
-
-DescriptorWriter::DescriptorWriter(EventLoop& givenLoop, FileDescriptor descriptor, std::size_t givenLimit)
-    : loop(givenLoop),
-      output(std::move(descriptor)),
-      limit(givenLimit),
-      mayBlock((fcntl(output.get(), F_GETFL) & O_NONBLOCK) == 0) {}
 
 bool DescriptorWriter::write(std::string_view text) {
   if (!pending.empty() && pending.size() - sent + text.size() > limit) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <string>
 #include <string_view>
@@ -13,9 +15,10 @@ namespace kestrune {
 /// memory, up to a limit. Main thread.
 class DescriptorWriter {
  public:
-  /// `limit`: how many bytes may wait until the descriptor accepts them. If none wait, a text that is longer
-  /// than the limit is accepted too.
-  DescriptorWriter(EventLoop& loop, FileDescriptor descriptor, std::size_t limit);
+  /// `givenLimit`: how many bytes may wait until the descriptor accepts them. If none wait, a text that is
+  /// longer than the limit is accepted too.
+  DescriptorWriter(EventLoop& givenLoop, FileDescriptor descriptor, std::size_t givenLimit)
+      : loop(givenLoop), output(std::move(descriptor)), limit(givenLimit) {}
 
   /// Returns false and sets `errno` if the text was dropped. ENOBUFS: with this text, the number of
   /// bytes that wait would exceed the limit. ENOSPC or EDQUOT: the disk or the quota is full, and the bytes
@@ -30,7 +33,7 @@ class DescriptorWriter {
   EventLoop& loop;
   FileDescriptor output;
   const std::size_t limit;
-  const bool mayBlock;
+  const bool mayBlock = (fcntl(output.get(), F_GETFL) & O_NONBLOCK) == 0;
   std::string pending;
   int failure = EBADF;   ///< errno of the last write, or 0; EBADF if the constructor got no descriptor
   std::size_t sent = 0;  ///< how many bytes of `pending` have been written

@@ -6,7 +6,6 @@
 #include <functional>
 #include <memory>
 #include <set>
-#include <utility>
 #include <vector>
 
 #include "adapters/loop/SystemClock.h"
