@@ -14,20 +14,17 @@ constexpr Seconds patience{30.0};
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
   const auto process = rendezvous.runningClient();
   if (!process) return "Running client: none\n";
-  std::string arguments, command;
+  std::string arguments;  // each ends in a NUL, which `withoutControls` replaces by a space
   readWholeFile("/proc/" + std::to_string(*process) + "/cmdline", arguments);
-  bool inTerminal = false;
-  for (const auto& word : split(arguments, '\0')) {
-    command += (command.empty() ? "" : " ") + word;
-    inTerminal = inTerminal || word == "--terminal";
-  }
+  using namespace std::string_literals;
+  const bool inTerminal = arguments.find("\0--terminal\0"s) != std::string::npos;
   std::optional<std::string> status;  // empty if no client answers
   const auto subscription =
       rendezvous.subscribe([&status](const std::string& line) { status = line; }, [&status] { status = ""; });
   loop.runUntil([&status] { return status.has_value(); });
   const auto told = parseStatusJson(status.value_or(""));
   return "Running client: process " + std::to_string(*process) + ", in the " +
-         (inTerminal ? "terminal" : "tray") + ": " + withoutControls(command) + "\n" +
+         (inTerminal ? "terminal" : "tray") + ": " + std::string(trimmed(withoutControls(arguments))) + "\n" +
          (told ? std::string("  lamp: ") + std::string(menuIcon(told->lamp)) +
                      (told->keepsAwake ? ", keeps the machine awake" : ", does not keep the machine awake") +
                      "\n"
