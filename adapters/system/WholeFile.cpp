@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <utility>
 
 #include "adapters/system/Errors.h"
@@ -20,9 +19,6 @@ std::error_code readWholeFile(const std::string& path, std::string& contents) {
   if (fstat(file.get(), &state) != 0) return systemError(errno);
   if (!S_ISREG(state.st_mode)) return systemError(S_ISDIR(state.st_mode) ? EISDIR : EINVAL);
   std::string bytes;
-  // Read to the end of the file: st_size is too small for files in /proc and files that grow meanwhile.
-  const auto size = static_cast<std::size_t>(state.st_size);
-  bytes.reserve(std::min(size, FileManager::sizeLimit));
   char buffer[16384];
   for (;;) {
     const ssize_t count = read(file.get(), buffer, sizeof buffer);
