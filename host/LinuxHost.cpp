@@ -46,15 +46,6 @@ namespace {
 
 constexpr int descriptorsNeeded = 32;  // twice as many as the client keeps open
 
-/// Makes strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
-void followMessageLanguage() {
-  setlocale(LC_MESSAGES, "");
-  // Without this call, glibc converts messages to ASCII, because LC_CTYPE is "C": Chinese becomes "?".
-  bind_textdomain_codeset("libc", "UTF-8");
-  // Open the message catalogue now: later, opening it could fail with EMFILE.
-  static_cast<void>(std::strerror(ENOENT));
-}
-
 /// Prints an error and exits if fewer than `descriptorsNeeded` descriptors are free.
 void requireDescriptors() {
   std::vector<FileDescriptor> taken;
@@ -239,7 +230,12 @@ class LinuxHost final : public Host {
 }  // namespace
 
 std::unique_ptr<Host> makeHost(const StartOptions& options) {
-  followMessageLanguage();
+  // Make strerror use the user's language (LC_MESSAGES). The other categories of the locale stay "C".
+  setlocale(LC_MESSAGES, "");
+  // Without this call, glibc converts messages to ASCII, because LC_CTYPE is "C": Chinese becomes "?".
+  bind_textdomain_codeset("libc", "UTF-8");
+  // Open the message catalogue now: later, opening it could fail with EMFILE.
+  static_cast<void>(std::strerror(ENOENT));
   requireDescriptors();
   return std::make_unique<LinuxHost>(options);
 }
