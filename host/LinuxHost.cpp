@@ -162,7 +162,7 @@ class LinuxHost final : public Host {
 
   std::string describe() override {
     loop.unblockEndingSignals();  // Ctrl+C must end this process: `describeSession` does not run the loop
-    return describeClient(loop, rendezvous) + describeSession(processes, dialogsPath());
+    return describeClient(loop, rendezvous) + describeSession(processes, dialogProgram.path);
   }
 
   void endWithOutput() override {
@@ -191,8 +191,6 @@ class LinuxHost final : public Host {
   }
 
  private:
-  std::string dialogsPath() const { return bundle.bundlePath() + "/KestruneMenuDialogs"; }
-
   bool isSet(const char* variable) const {
     return !bundle.environmentVariable(variable).value_or("").empty();
   }
@@ -219,7 +217,8 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<StandardOutput> output;
-  DialogProgram dialogProgram{dialogsPath(), isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
+  DialogProgram dialogProgram{bundle.bundlePath() + "/KestruneMenuDialogs",
+                              isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   std::unique_ptr<TerminalFace> terminal;
   std::unique_ptr<DialogWindows> windows;
   std::unique_ptr<StatusNotifierItem> tray;
