@@ -13,15 +13,14 @@ namespace kestrune {
 int spawn(const SpawnOptions& options, pid_t& pid) {
   posix_spawnattr_t attributes;
   posix_spawn_file_actions_t actions;
-  sigset_t none;
-  sigset_t all;
-  sigemptyset(&none);
-  sigfillset(&all);
+  sigset_t signals;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(
       &attributes, static_cast<short>(POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
-  posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setsigdefault(&attributes, &all);
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
+  sigfillset(&signals);
+  posix_spawnattr_setsigdefault(&attributes, &signals);
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, options.input, STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, options.output, STDOUT_FILENO);
