@@ -14,9 +14,8 @@ namespace kestrune {
 
 std::error_code readWholeFile(const std::string& path, std::string& contents) {
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return systemError(errno);
   struct stat state {};
-  if (fstat(file.get(), &state) != 0) return systemError(errno);
+  if (!file || fstat(file.get(), &state) != 0) return systemError(errno);
   if (!S_ISREG(state.st_mode)) return systemError(S_ISDIR(state.st_mode) ? EISDIR : EINVAL);
   std::string bytes;
   char buffer[16384];
