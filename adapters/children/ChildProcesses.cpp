@@ -195,10 +195,8 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
                                                         int input) {
   std::unique_lock lock(children->mutex);
   children->reapAbandoned();
-  const auto isReservedForAnotherThread = [this] {
-    return children->onlyThread && *children->onlyThread != std::this_thread::get_id();
-  };
-  if (isReservedForAnotherThread()) return Failure{describe(ECANCELED)};
+  const auto self = std::this_thread::get_id();
+  if (children->onlyThread.value_or(self) != self) return Failure{describe(ECANCELED)};
   OutputPipes pipes;
   auto& [output, error] = pipes;
   if (!output.open() || !error.open()) return Failure{describe(errno)};
@@ -218,15 +216,14 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
     if (--children->starting == 0) children->noneStarting.notify_all();
     // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
     // killed child counts only until this loop reaps it, and other processes of the user may end meanwhile.
-    const bool isReserved = children->onlyThread == std::this_thread::get_id();
-    if (failure != EAGAIN || !isReserved || attempt == reservedAttempts) break;
+    if (failure != EAGAIN || children->onlyThread != self || attempt == reservedAttempts) break;
     lock.unlock();
     std::this_thread::sleep_for(attemptInterval);
     lock.lock();
     children->reapAbandoned();
   }
   if (failure != 0) return Failure{describe(failure)};
-  if (isReservedForAnotherThread()) {  // reserved during the spawn
+  if (children->onlyThread.value_or(self) != self) {  // reserved during the spawn
     kill(-pid, SIGKILL);
     children->abandoned.push_back(pid);
     return Failure{describe(ECANCELED)};
