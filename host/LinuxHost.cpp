@@ -3,6 +3,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
@@ -11,7 +12,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "adapters/awake/Inhibitors.h"
 #include "adapters/bus/SessionBus.h"
@@ -44,14 +44,12 @@ namespace kestrune {
 
 namespace {
 
-constexpr int descriptorsNeeded = 32;  // twice as many as the client keeps open
-
-/// Prints an error and exits if fewer than `descriptorsNeeded` descriptors are free.
+/// Prints an error and exits if fewer than 32 descriptors are free, twice as many as the client keeps open.
 void requireDescriptors() {
-  std::vector<FileDescriptor> taken;
-  for (int i = 0; i < descriptorsNeeded; ++i) {
-    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (taken.back()) continue;
+  std::array<FileDescriptor, 32> taken;
+  for (auto& each : taken) {
+    each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (each) continue;
     std::fprintf(stderr,
                  "KestruneMenuClient: cannot start: too few file descriptors (%s); raise `ulimit -n`\n",
                  std::strerror(errno));
