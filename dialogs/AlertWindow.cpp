@@ -212,9 +212,7 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
     const auto sign = isWarning ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
     icon->setPixmap(style()->standardIcon(sign, nullptr, this).pixmap(icon->size(), devicePixelRatioF()));
   };
-  QWidget* view = nullptr;
-  if (alert.accessoryView)
-    view = buildView(*alert.accessoryView, [this](const std::string& action) { onPressed(action); });
+  QWidget* const view = alert.accessoryView ? buildView(*alert.accessoryView) : nullptr;
 
   const int beside = side + gap;
   int width = pixels(widestText);
@@ -250,6 +248,9 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
 
   if (view != nullptr)
     grid->addWidget(view, row, 0, 1, 2, canShrink(*view) ? Qt::Alignment() : Qt::AlignHCenter);
+  for (const auto* const button : body->findChildren<QPushButton*>())
+    connect(button, &QPushButton::clicked, this,
+            [this, action = button->objectName().toStdString()] { onPressed(action); });
 }
 
 void AlertWindow::reject() {

@@ -184,12 +184,10 @@ class Picture final : public QLabel {
   QImage image;
 };
 
-using OnPressed = std::function<void(const std::string& action)>;
-
 /// A vertical scroll area. It is at least as wide as its content. Its height can shrink to `smallestScroll`.
 class ScrollView final : public QScrollArea {
  public:
-  ScrollView(const View& view, const OnPressed& pressed) : wanted(pixels(view.width), pixels(view.height)) {
+  explicit ScrollView(const View& view) : wanted(pixels(view.width), pixels(view.height)) {
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setFrameShape(QFrame::NoFrame);
@@ -199,7 +197,7 @@ class ScrollView final : public QScrollArea {
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Preferred);
     if (wanted.height() > 0) setMaximumHeight(wanted.height());
     if (view.children.empty()) return;
-    QWidget* const content = buildView(view.children.front(), pressed);
+    QWidget* const content = buildView(view.children.front());
     setWidget(content);
     // Make `content` transparent again, because setWidget has made it opaque.
     content->setAutoFillBackground(false);
@@ -220,19 +218,18 @@ class ScrollView final : public QScrollArea {
   const QSize wanted;
 };
 
-QWidget* buildButton(const View& view, const OnPressed& pressed) {
+QWidget* buildButton(const View& view) {
   auto* const button = new QPushButton(withoutMnemonics(readableLine(view.text)));
+  button->setObjectName(QString::fromStdString(view.action));
   if (!view.accessibilityLabel.empty()) button->setAccessibleName(readableLine(view.accessibilityLabel));
   button->setMinimumHeight(pixels(largeButton));
   if (view.width > 0) button->setFixedWidth(std::max(pixels(view.width), button->minimumSizeHint().width()));
-  QObject::connect(button, &QPushButton::clicked, button,
-                   [pressed, action = view.action] { pressed(action); });
   return button;
 }
 
 /// Builds a stack or a container. Both place their children one below the other. A container centres them
 /// horizontally; a stack does so only if its alignment is `centerX`.
-QWidget* buildColumn(const View& view, const OnPressed& pressed) {
+QWidget* buildColumn(const View& view) {
   auto* const column = new QWidget;
   auto* const layout = new QVBoxLayout(column);
   layout->setSpacing(pixels(view.spacing));
@@ -240,7 +237,7 @@ QWidget* buildColumn(const View& view, const OnPressed& pressed) {
                              pixels(view.insets.bottom));
   const bool centred = view.kind == ViewKind::container || view.alignment == StackAlignment::centerX;
   for (const auto& child : view.children) {
-    QWidget* const widget = buildView(child, pressed);
+    QWidget* const widget = buildView(child);
     // Do not align a widget that can shrink: an aligned widget would keep the height of its size hint.
     layout->addWidget(widget, 0,
                       canShrink(*widget) ? Qt::Alignment()
@@ -266,7 +263,7 @@ bool canShrink(const QWidget& widget) {
   return dynamic_cast<const QScrollArea*>(&widget) != nullptr || widget.findChild<QScrollArea*>() != nullptr;
 }
 
-QWidget* buildView(const View& view, const OnPressed& pressed) {
+QWidget* buildView(const View& view) {
   switch (view.kind) {
     case ViewKind::label:
       return new Label(view);
@@ -274,14 +271,14 @@ QWidget* buildView(const View& view, const OnPressed& pressed) {
     case ViewKind::secureTextField:
       return new Field(view);
     case ViewKind::button:
-      return buildButton(view, pressed);
+      return buildButton(view);
     case ViewKind::image:
       return view.image ? new Picture(view) : new QWidget;
     case ViewKind::scroll:
-      return new ScrollView(view, pressed);
+      return new ScrollView(view);
     case ViewKind::stack:
     case ViewKind::container:
-      return buildColumn(view, pressed);
+      return buildColumn(view);
   }
   return new QWidget;
 }
