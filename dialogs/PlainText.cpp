@@ -43,14 +43,6 @@ QString withoutMnemonics(QString text) {
   return text.replace(QLatin1Char('&'), QStringLiteral("&&"));
 }
 
-QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width) {
-  // Keep only both ends of a long text, because measuring it is slow.
-  constexpr qsizetype keptEnd = 1500;  // UTF-16 units
-  if (text.size() <= 2 * keptEnd) return metrics.elidedText(text, Qt::ElideMiddle, width);
-  const auto ends = text.first(keptEnd) + QChar(0x2026) + text.last(keptEnd);
-  return metrics.elidedText(ends, Qt::ElideMiddle, width);
-}
-
 QString withLongLinesBroken(const QString& text) {
   QString broken;
   for (QStringView line : QStringView(text).tokenize(u'\n')) {

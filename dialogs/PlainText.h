@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QFontMetrics>
 #include <QString>
 #include <string_view>
 
@@ -18,9 +17,6 @@ QString readableLine(std::string_view utf8);
 
 /// Returns `text` with each "&" doubled, for a widget that would underline the character after a single "&".
 QString withoutMnemonics(QString text);
-
-/// Returns `text`, with "…" in the middle if it is wider than `width` pixels. Fast for any length.
-QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width);
 
 /// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
 /// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` can find and remove

@@ -55,6 +55,15 @@ QString brokenIntoLines(const QString& text, const QFont& font, int width, int m
   return lines.join(QLatin1Char('\n'));
 }
 
+/// Returns `text`, with "…" in the middle if it is wider than `width` pixels. Fast for any length.
+QString elidedInTheMiddle(const QString& text, const QFontMetrics& metrics, int width) {
+  // Keep only both ends of a long text, because measuring it is slow.
+  constexpr qsizetype keptEnd = 1500;  // UTF-16 units
+  if (text.size() <= 2 * keptEnd) return metrics.elidedText(text, Qt::ElideMiddle, width);
+  const auto ends = text.first(keptEnd) + QChar(0x2026) + text.last(keptEnd);
+  return metrics.elidedText(ends, Qt::ElideMiddle, width);
+}
+
 /// A QLabel that shortens a text that is too wide or has too many lines, and shows the whole text as its tool
 /// tip. Screen readers get the whole text; only the painted text is shorter.
 class Label final : public QLabel {
