@@ -13,7 +13,9 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QStringTokenizer>
 #include <QStyle>
+#include <QTextBoundaryFinder>
 #include <QTextDocumentFragment>
 #include <algorithm>
 #include <utility>
@@ -41,6 +43,10 @@ constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow wi
 constexpr qsizetype measuredLength = 20'000;  // UTF-16 units measured; no screen shows a longer text
 constexpr int roomForRounding = 2;            // pixels added to a measured width, which QFontMetrics rounds
 constexpr int fewestLines = 4;
+
+constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
+constexpr qsizetype lookBack = 64;       // UTF-16 units; a line break is searched so far before `longestLine`
+const QString addedBreak = QStringLiteral("\u2060\n");  // the invisible word joiner tells it from LF
 
 /// Returns the width that the text needs without wrapping, in pixels; at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
@@ -110,6 +116,35 @@ QWidget* makeTitle(const QString& text, int width) {
   return buildView(view);
 }
 
+/// Returns where to break a line that is longer than `longestLine`. Searches the last `lookBack` units before
+/// that limit: for a space, else for a place between two grapheme clusters (characters with their combining
+/// marks). If one cluster fills all these units, breaks inside the cluster, but not inside a surrogate pair.
+qsizetype breakIn(QStringView line) {
+  const auto window = line.mid(longestLine - lookBack, 2 * lookBack);
+  const auto space = window.first(lookBack).lastIndexOf(QLatin1Char(' '));
+  if (space >= 0) return longestLine - lookBack + space + 1;
+  QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window.constData(), window.size());
+  finder.setPosition(lookBack);
+  const auto between = finder.isAtBoundary() ? lookBack : finder.toPreviousBoundary();
+  if (between > 0) return longestLine - lookBack + between;
+  return window[lookBack].isLowSurrogate() ? longestLine - 1 : longestLine;
+}
+
+/// Returns `text` with `addedBreak` inserted into lines that are too long to be laid out fast.
+QString withLongLinesBroken(const QString& text) {
+  QString broken;
+  for (QStringView line : QStringView(text).tokenize(u'\n')) {
+    while (line.size() > longestLine) {
+      const auto at = breakIn(line);
+      broken.append(line.first(at)).append(addedBreak);
+      line = line.sliced(at);
+    }
+    broken.append(line).append(QLatin1Char('\n'));
+  }
+  broken.chop(1);
+  return broken;
+}
+
 /// A text that scrolls, and that the user can select and copy. Its layout is fast for a text of any length.
 class LongText final : public QPlainTextEdit {
  public:
@@ -138,7 +173,7 @@ class LongText final : public QPlainTextEdit {
   /// Copies the original text, without the line breaks that were added to long lines.
   QMimeData* createMimeDataFromSelection() const override {
     auto* const copied = new QMimeData;
-    copied->setText(withoutAddedBreaks(textCursor().selection().toPlainText()));
+    copied->setText(textCursor().selection().toPlainText().remove(addedBreak));
     return copied;
   }
 

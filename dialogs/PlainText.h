@@ -18,10 +18,4 @@ QString readableLine(std::string_view utf8);
 /// Returns `text` with each "&" doubled, for a widget that would underline the character after a single "&".
 QString withoutMnemonics(QString text);
 
-/// Returns `text` with line breaks added to lines that are too long to be laid out fast. Puts an invisible
-/// character (word joiner, U+2060) before each added break, so that `withoutAddedBreaks` can find and remove
-/// the break.
-QString withLongLinesBroken(const QString& text);
-QString withoutAddedBreaks(QString text);
-
 }  // namespace kestrune::dialogs
