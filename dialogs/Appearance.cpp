@@ -9,10 +9,10 @@
 #include <QScreen>
 #include <QStyle>
 #include <QTimer>
+#include <QWidget>
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cmath>
 
 namespace kestrune::dialogs {
 
@@ -22,7 +22,7 @@ constexpr double usualTextSize = 10.0 * 96 / 72;
 // `fontFor` returns no font below this size, unless the desktop's font is smaller. In pixels: 8 pt at 96 dpi.
 constexpr double smallestPrint = 8.0 * 96 / 72;
 // The share of the text colour in the colour of secondary text. The rest is the window colour.
-constexpr double secondaryShare = 0.68;
+constexpr double textShare = 0.68;
 
 // What the frame adds to the width and height of a window, in pixels. This is an estimate, because the real
 // frame is unknown before the window is mapped.
@@ -47,7 +47,7 @@ static QPalette darkPalette() {
 }
 
 int pixels(double points) {
-  return static_cast<int>(std::lround(points * std::max(1.0, textSize() / usualTextSize)));
+  return qRound(points * std::max(1.0, textSize() / usualTextSize));
 }
 
 QFont fontFor(double points, FontWeight weight) {
@@ -55,7 +55,7 @@ QFont fontFor(double points, FontWeight weight) {
   const double ordinary = textSize();
   const double wanted = ordinary * points / ordinaryPoints;
   QFont font = QApplication::font();
-  font.setPixelSize(static_cast<int>(std::lround(std::max(wanted, std::min(ordinary, smallestPrint)))));
+  font.setPixelSize(qRound(std::max(wanted, std::min(ordinary, smallestPrint))));
   font.setWeight(weights.at(static_cast<std::size_t>(weight)));
   return font;
 }
@@ -80,9 +80,7 @@ QColor colorFor(TextColor color, const QPalette& palette) {
   if (color == TextColor::primary) return text;
   // Do not use the colours for disabled text: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
-  const auto blend = [](int over, int under) {
-    return static_cast<int>(std::lround(secondaryShare * over + (1 - secondaryShare) * under));
-  };
+  const auto blend = [](int over, int under) { return qRound(textShare * over + (1 - textShare) * under); };
   return {blend(text.red(), window.red()), blend(text.green(), window.green()),
           blend(text.blue(), window.blue())};
 }

@@ -14,7 +14,6 @@
 #include <QTextLayout>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "dialogs/Appearance.h"
@@ -170,8 +169,8 @@ class Picture final : public QLabel {
   explicit Picture(const View& view) {
     const auto& largest = view.image->bitmaps.back();
     image = QImage(largest.rgba.data(), largest.width, largest.height, QImage::Format_RGBA8888).copy();
-    setFixedSize(static_cast<int>(std::lround(view.width > 0 ? view.width : view.image->width)),
-                 static_cast<int>(std::lround(view.height > 0 ? view.height : view.image->height)));
+    setFixedSize(qRound(view.width > 0 ? view.width : view.image->width),
+                 qRound(view.height > 0 ? view.height : view.image->height));
     // This pixmap is never painted. A QLabel has the accessible role of a picture only if it has a pixmap.
     setPixmap(QPixmap(1, 1));
     setAccessibleName(readableLine(view.accessibilityLabel));
