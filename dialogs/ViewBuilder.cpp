@@ -244,13 +244,11 @@ QWidget* buildColumn(const View& view) {
   layout->setContentsMargins(pixels(view.insets.left), pixels(view.insets.top), pixels(view.insets.right),
                              pixels(view.insets.bottom));
   const bool centred = view.kind == ViewKind::container || view.alignment == StackAlignment::centerX;
+  const Qt::Alignment across = centred ? Qt::AlignHCenter : Qt::AlignLeading;
   for (const auto& child : view.children) {
     QWidget* const widget = buildView(child);
     // Do not align a widget that can shrink: an aligned widget would keep the height of its size hint.
-    layout->addWidget(widget, 0,
-                      canShrink(*widget) ? Qt::Alignment()
-                      : centred          ? Qt::AlignHCenter
-                                         : Qt::AlignLeading);
+    layout->addWidget(widget, 0, canShrink(*widget) ? Qt::Alignment() : across);
   }
   // A picture or a large font may need more room than the view states. Then make the column larger than
   // stated.
