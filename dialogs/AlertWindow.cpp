@@ -188,16 +188,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
       buttonCount(alert.buttons.size()) {
   auto* const layout = new QVBoxLayout(this);
   const QSize room = roomForWindow().shrunkBy(layout->contentsMargins());
-  auto* const buttons = new QWidget;
-  auto* const row = new QBoxLayout(QBoxLayout::LeftToRight, buttons);
-  row->setContentsMargins(0, 0, 0, 0);
-  row->addStretch();
-  for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
-    auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
-    connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
-    row->addWidget(button);
-  }
-  if (buttons->sizeHint().width() > room.width()) row->setDirection(QBoxLayout::TopToBottom);
+  QWidget* const buttons = makeButtons(alert, room.width());
   const QSize roomForBody = room - QSize(0, buttons->sizeHint().height() + 2 * layout->spacing());
 
   makeBody(alert, roomForBody);
@@ -286,6 +277,20 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   for (const auto* const button : body->findChildren<QPushButton*>())
     connect(button, &QPushButton::clicked, this,
             [this, action = button->objectName().toStdString()] { onPressed(action); });
+}
+
+QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
+  auto* const row = new QWidget;
+  auto* const layout = new QBoxLayout(QBoxLayout::LeftToRight, row);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addStretch();
+  for (std::size_t i = 0; i < alert.buttons.size(); ++i) {
+    auto* const button = new QPushButton(withoutMnemonics(readableLine(alert.buttons[i])));
+    connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
+    layout->addWidget(button);
+  }
+  if (row->sizeHint().width() > room) layout->setDirection(QBoxLayout::TopToBottom);
+  return row;
 }
 
 void AlertWindow::reject() {

@@ -26,6 +26,7 @@ class AlertWindow final : public DialogWindow {
 
  private:
   void makeBody(const Alert& alert, QSize room);
+  QWidget* makeButtons(const Alert& alert, int room);
   void answer(std::optional<std::size_t> button);
 
   const std::size_t buttonCount;
