@@ -293,11 +293,6 @@ QWidget* AlertWindow::makeButtons(const Alert& alert, int room) {
   return row;
 }
 
-void AlertWindow::reject() {
-  // Closing an alert that has a single button counts as pressing that button.
-  answer(buttonCount == 1 ? std::optional<std::size_t>(0) : std::nullopt);
-}
-
 void AlertWindow::keyPressEvent(QKeyEvent* event) {
   // Page Up, Page Down, Home and End scroll the long text, even while a button has the focus.
   if (const auto* const longText = body->findChild<QPlainTextEdit*>()) {

@@ -21,7 +21,8 @@ class AlertWindow final : public DialogWindow {
   std::function<void(const AlertAnswer& answer)> onAnswered;  ///< called once, after the window is hidden
 
  protected:
-  void reject() override;
+  /// Closing an alert that has a single button counts as pressing that button.
+  void reject() override { answer(buttonCount == 1 ? std::optional<std::size_t>(0) : std::nullopt); }
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
