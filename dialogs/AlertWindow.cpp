@@ -36,9 +36,7 @@ constexpr double highestLongText = 520;
 
 constexpr double betweenTexts = 2;  // added to the spacing of the widget style
 
-constexpr qsizetype longestTitle = 300;  // UTF-16 units; the rest of a longer title is cut off
-constexpr int mostTitleLines = 3;
-
+constexpr qsizetype longestTitle = 300;       // UTF-16 units; the rest of a longer title is cut off
 constexpr qsizetype mostForLabel = 2000;      // UTF-16 units; QLabel is slow with a longer text
 constexpr qsizetype measuredLength = 20'000;  // UTF-16 units measured; no screen shows a longer text
 constexpr int roomForRounding = 2;            // pixels added to a measured width, which QFontMetrics rounds
@@ -46,7 +44,7 @@ constexpr int fewestLines = 4;
 
 constexpr qsizetype longestLine = 2000;  // UTF-16 units; longer lines are laid out too slowly
 constexpr qsizetype lookBack = 64;       // UTF-16 units; a line break is searched so far before `longestLine`
-const QString addedBreak = QStringLiteral("\u2060\n");  // the invisible word joiner tells it from LF
+const QString addedBreak = QStringLiteral("\u2060\n");  // LF, marked by the invisible word joiner
 
 /// Returns the width that the text needs without wrapping, in pixels; at most `most`.
 int naturalWidth(const QString& text, const QFontMetrics& metrics, int most) {
@@ -112,7 +110,7 @@ QWidget* makeTitle(const QString& text, int width) {
     return title;
   }
   View view{.kind = ViewKind::label, .text = text.toStdString(), .fontWeight = FontWeight::semibold};
-  view.maximumLines = mostTitleLines;
+  view.maximumLines = 3;
   return buildView(view);
 }
 
@@ -148,8 +146,7 @@ QString withLongLinesBroken(const QString& text) {
 /// A text that scrolls, and that the user can select and copy. Its layout is fast for a text of any length.
 class LongText final : public QPlainTextEdit {
  public:
-  /// The preferred size has room for the whole text, but is at most `room` (in pixels). The widget can shrink
-  /// to a few lines.
+  /// Prefers a size with room for the whole text, but at most `room` pixels. It can shrink to a few lines.
   LongText(const QString& text, QSize room) {
     setReadOnly(true);
     setUndoRedoEnabled(false);
@@ -245,8 +242,7 @@ void AlertWindow::makeBody(const Alert& alert, QSize room) {
   if (view != nullptr) width = std::max(pixels(narrowestText), view->sizeHint().width() - beside);
   width = std::max(1, std::min(width, room.width() - beside));
 
-  // The texts stand beside the icon. If the icon is taller than the texts, the two stretches centre the texts
-  // vertically.
+  // If the icon is taller than the texts beside it, the two stretches centre the texts vertically.
   auto* const texts = new QVBoxLayout;
   texts->addStretch();
   texts->addWidget(makeTitle(readableLine(alert.messageText).left(longestTitle), width), 0, Qt::AlignLeading);
