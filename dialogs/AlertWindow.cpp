@@ -189,8 +189,7 @@ AlertWindow::AlertWindow(int number, const Alert& alert, QWidget* beneath)
   const QSize roomForBody = room - QSize(0, buttons->sizeHint().height() + 2 * layout->spacing());
 
   makeBody(alert, roomForBody);
-  const QSize least = body->minimumSizeHint();
-  if (least.width() > roomForBody.width() || least.height() > roomForBody.height()) {
+  if (const QSize least = body->minimumSizeHint(); least.boundedTo(roomForBody) != least) {
     // The body is too large for the screen. Scroll it, so that the buttons stay visible.
     auto* const area = new QScrollArea;
     area->setFrameShape(QFrame::NoFrame);
