@@ -29,7 +29,6 @@ constexpr double smallestScroll = 120;   // a scroll view does not shrink below 
 constexpr double widestNaturally = 500;  // the maximum width of a label whose view states no width
 
 constexpr qsizetype longestLabel = 20'000;  // UTF-16 units; the rest of a longer text is not laid out
-constexpr float placeholderShare = 0.5;     // opacity of the placeholder; the text itself has opacity 1
 constexpr int innerMargin = 2;              // pixels that QLineEdit leaves free on the left and on the right
 
 /// Returns `text` with line breaks, so that no line is wider than `width`. If there are more than `most`
@@ -156,7 +155,7 @@ class Field final : public QLineEdit {
     // Use the text colour: with KDE's settings, PlaceholderText is black, even on a dark desktop.
     QPalette dimmed = palette();
     QColor color = dimmed.color(QPalette::Active, QPalette::Text);
-    color.setAlphaF(placeholderShare);
+    color.setAlphaF(0.5F);
     dimmed.setColor(QPalette::PlaceholderText, color);
     if (dimmed != palette()) setPalette(dimmed);
   }
@@ -181,8 +180,7 @@ class Picture final : public QLabel {
     QRectF place(QPointF(), QSizeF(image.size()).scaled(size(), Qt::KeepAspectRatio));
     place.moveCenter(QRectF(rect()).center());
     QPainter painter(this);
-    // Smooth the picture only if it is shrunk. In an enlarged picture, smoothing would blur the edges of a QR
-    // code.
+    // Smooth only a picture that is shrunk: in an enlarged one, it would blur the edges of a QR code.
     painter.setRenderHint(QPainter::SmoothPixmapTransform,
                           image.width() > place.width() * devicePixelRatioF() + 0.5);
     painter.drawImage(place, image);
@@ -250,8 +248,7 @@ QWidget* buildColumn(const View& view) {
     // Do not align a widget that can shrink: an aligned widget would keep the height of its size hint.
     layout->addWidget(widget, 0, canShrink(*widget) ? Qt::Alignment() : across);
   }
-  // A picture or a large font may need more room than the view states. Then make the column larger than
-  // stated.
+  // Make the column larger than the view states if a picture or a large font needs more room.
   const QSize least = column->minimumSizeHint();
   if (view.width > 0) column->setFixedWidth(std::max(pixels(view.width), least.width()));
   if (canShrink(*column)) {
