@@ -17,10 +17,8 @@
 namespace kestrune::dialogs {
 
 constexpr double ordinaryPoints = 13;
-// If the desktop's font is larger than this, the windows grow with the font. In pixels: 10 pt at 96 dpi.
-constexpr double usualTextSize = 10.0 * 96 / 72;
-// `fontFor` returns no font below this size, unless the desktop's font is smaller. In pixels: 8 pt at 96 dpi.
-constexpr double smallestPrint = 8.0 * 96 / 72;
+constexpr double usualTextSize = 10.0 * 96 / 72;  // in pixels: 10 pt at 96 dpi
+constexpr double smallestPrint = 8.0 * 96 / 72;   // in pixels: 8 pt at 96 dpi
 // The share of the text colour in the colour of secondary text. The rest is the window colour.
 constexpr double textShare = 0.68;
 
@@ -106,8 +104,7 @@ ColorScheme::ColorScheme() {
   question << setting[0] << setting[1];
   auto* const answer = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
   connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] { follow(answer->reply()); });
-  // Wait for the portal's answer here. Otherwise, on a dark desktop, the first window would be painted light
-  // and then turn dark.
+  // Wait for the answer: else, on a dark desktop, the first window would be painted light and then turn dark.
   QEventLoop wait;
   connect(answer, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
   QTimer::singleShot(std::chrono::milliseconds(100), &wait, &QEventLoop::quit);
@@ -116,8 +113,7 @@ ColorScheme::ColorScheme() {
 
 void ColorScheme::follow(const QDBusMessage& message) {
   if (message.type() == QDBusMessage::ErrorMessage || message.arguments().isEmpty()) return;
-  // The portal's signal `SettingChanged` contains the setting in a variant. The reply of the portal's
-  // method `Read` contains the setting in a variant inside another variant.
+  // `SettingChanged` contains the setting in a variant, the reply of `Read` in a variant inside another.
   QVariant value = message.arguments().last();
   while (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
   const bool dark = value.toUInt() == 1;  // "prefer dark"

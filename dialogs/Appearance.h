@@ -20,8 +20,7 @@ namespace kestrune::dialogs {
 /// size, because texts then need more room.
 int pixels(double points);
 
-/// Returns the desktop's font with this weight, scaled by `points` / 13. Never scales the font down to less
-/// than 11 pixels.
+/// Returns the desktop's font with this weight, scaled by `points` / 13; never down to less than 11 pixels.
 QFont fontFor(double points, FontWeight weight);
 
 /// Makes Qt prefer an installed colour emoji font to a black-and-white font. If no colour emoji font is
@@ -42,8 +41,7 @@ class ColorScheme final : public QObject {
   Q_OBJECT
 
  public:
-  /// Asks the desktop portal for the preferred colour scheme, and waits at most 100 ms for the answer. A
-  /// later answer still takes effect.
+  /// Asks the desktop portal, and waits at most 100 ms for the answer. A later answer still takes effect.
   ColorScheme();
 
  private Q_SLOTS:
