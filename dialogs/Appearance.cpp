@@ -19,12 +19,6 @@ namespace kestrune::dialogs {
 constexpr double ordinaryPoints = 13;
 constexpr double usualTextSize = 10.0 * 96 / 72;  // in pixels: 10 pt at 96 dpi
 constexpr double smallestPrint = 8.0 * 96 / 72;   // in pixels: 8 pt at 96 dpi
-// The share of the text colour in the colour of secondary text. The rest is the window colour.
-constexpr double textShare = 0.68;
-
-// What the frame adds to the width and height of a window, in pixels. This is an estimate, because the real
-// frame is unknown before the window is mapped.
-constexpr QSize windowFrame(16, 48);
 
 /// Returns the size of the desktop's font, in logical pixels.
 static double textSize() {
@@ -78,6 +72,7 @@ QColor colorFor(TextColor color, const QPalette& palette) {
   if (color == TextColor::primary) return text;
   // Do not use the colours for disabled text: many themes make them too pale to read.
   const QColor window = palette.color(QPalette::Active, QPalette::Window);
+  constexpr double textShare = 0.68;  // the rest is the window colour
   const auto blend = [](int over, int under) { return qRound(textShare * over + (1 - textShare) * under); };
   return {blend(text.red(), window.red()), blend(text.green(), window.green()),
           blend(text.blue(), window.blue())};
@@ -89,7 +84,8 @@ QSize roomForWindow() {
     // While no screen is connected, Qt lists one of size 0.
     if (!screen->availableSize().isEmpty()) room = room.boundedTo(screen->availableSize());
   }
-  return room - windowFrame;
+  // Estimate what the frame adds, because the real frame is unknown before the window is mapped.
+  return room - QSize(16, 48);
 }
 
 ColorScheme::ColorScheme() {
