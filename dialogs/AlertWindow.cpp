@@ -33,7 +33,6 @@ constexpr double narrowestText = 300;
 constexpr double widestText = 440;
 constexpr double widestLongText = 640;
 constexpr double highestLongText = 520;
-
 constexpr double betweenTexts = 2;  // added to the spacing of the widget style
 
 constexpr qsizetype longestTitle = 300;       // UTF-16 units; the rest of a longer title is cut off
