@@ -31,13 +31,10 @@ std::string homeFolder(const MainBundle& environment) {
 
 ProgramBundle::ProgramBundle() {
   std::error_code failure;
-  if (const auto path = fs::read_symlink("/proc/self/exe", failure); !failure) {
-    executable = path;
-    folder = path.parent_path();
-  }
+  if (const auto path = fs::read_symlink("/proc/self/exe", failure); !failure) executable = path;
   const auto current = fs::current_path(failure);
   workingDirectory = failure ? "/" : current.string();
-  if (folder.empty()) folder = workingDirectory;
+  folder = executable ? fs::path(*executable).parent_path().string() : workingDirectory;
 }
 
 std::optional<std::string> ProgramBundle::pathForResource(const std::string& name,
