@@ -63,12 +63,9 @@ std::string takeVariable(const char* name) {
 
 UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   // Ignore an XDG base directory if its path is relative: XDG base directories must be absolute paths.
-  const auto absolute = [](const std::string& path) {
-    return path.starts_with('/') ? withoutTrailingSlashes(path) : std::string();
-  };
   const auto baseFolder = [&](const char* variable, const std::string& otherwise) {
-    const std::string path = absolute(environment.environmentVariable(variable).value_or(""));
-    return path.empty() ? otherwise : path;
+    const std::string path = environment.environmentVariable(variable).value_or("");
+    return path.starts_with('/') ? withoutTrailingSlashes(path) : otherwise;
   };
 
   UserFolders folders;
@@ -79,7 +76,7 @@ UserFolders UserFolders::fromEnvironment(const MainBundle& environment) {
   folders.data.push_back(baseFolder("XDG_DATA_HOME", folders.home + "/.local/share"));
   const std::string shared = environment.environmentVariable("XDG_DATA_DIRS").value_or("");
   for (const auto& each : split(shared.empty() ? "/usr/local/share:/usr/share" : shared, ':')) {
-    if (auto folder = absolute(each); !folder.empty()) folders.data.push_back(std::move(folder));
+    if (each.starts_with('/')) folders.data.push_back(withoutTrailingSlashes(each));
   }
   return folders;
 }
