@@ -96,8 +96,6 @@ class NewFile {
     return Done{};
   }
 
-  bool hasOld() const { return old.has_value(); }
-
   /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
   /// temporary files that killed processes of this user have left in the folder.
   Result<> write(std::string_view contents) {
@@ -131,12 +129,16 @@ class NewFile {
     return Done{};
   }
 
-  /// Replaces the target like `replaceTarget`, but keeps the old file as `kept`. No file may exist at `kept`.
-  /// Makes `kept` a hard link to the old file. If link(2) fails, copies the old file to `kept`. If the old
-  /// file cannot be read either, renames the new file to `kept`, then swaps `kept` and the target
-  /// (RENAME_EXCHANGE). If this process is killed between these two steps, the target is still the old file,
-  /// and `kept` is the complete new file.
-  Result<> replaceTargetKeeping(const fs::path& kept) {
+  /// Replaces the target like `replaceTarget`, but keeps the old file, if `keepAccess` has found one. Stores
+  /// the path at which the old file is kept in `kept`. Makes it a hard link to the old file. If link(2)
+  /// fails, copies the old file. If the old file cannot be read either, renames the new file to `kept`, then
+  /// swaps `kept` and the target (RENAME_EXCHANGE). If this process is killed between these two steps, the
+  /// target is still the old file, and `kept` is the complete new file.
+  Result<> replaceTargetKeepingOld(std::string& kept) {
+    if (!old) return replaceTarget();
+    const std::string wanted = target.string() + ".unreadable";
+    kept = wanted;
+    for (int number = 2; isThere(kept); ++number) kept = wanted + "-" + std::to_string(number);
     if (link(target.c_str(), kept.c_str()) != 0) {
       // The file system supports no hard links, or the kernel refuses a hard link to another user's file (if
       // fs.protected_hardlinks is set).
@@ -155,8 +157,7 @@ class NewFile {
   }
 
  private:
-  /// Renames the new file to `kept`, then swaps `kept` and the target. On failure, returns `linkFailure`, the
-  /// error of link(2).
+  /// Does the last two steps of `replaceTargetKeepingOld`. On failure, returns `linkFailure`.
   Result<> swapWithTarget(const fs::path& kept, const Failure& linkFailure) {
     // Do not swap the temporary file with the target directly: the old file would then have the temporary
     // name, and another process could remove it as abandoned.
@@ -204,8 +205,8 @@ Result<> followLinks(fs::path& path) {
   return Failure{describe(ELOOP)};
 }
 
-/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null
-/// and there is an old file, keeps the old file as `replaceUnreadable` says, and stores its path in `*kept`.
+/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null,
+/// keeps the old file, and stores its path in `*kept`.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;
@@ -216,11 +217,7 @@ Result<> replaceFile(const std::string& path, const std::string& contents, std::
   NewFile file(target);
   if (const Result<> recorded = file.keepAccess(); !recorded) return recorded;
   if (const Result<> written = file.write(contents); !written) return written;
-  if (!kept || !file.hasOld()) return file.replaceTarget();
-  const std::string name = target.string() + ".unreadable";
-  *kept = name;
-  for (int number = 2; isThere(*kept); ++number) *kept = name + "-" + std::to_string(number);
-  return file.replaceTargetKeeping(*kept);
+  return kept ? file.replaceTargetKeepingOld(*kept) : file.replaceTarget();
 }
 
 }  // namespace
