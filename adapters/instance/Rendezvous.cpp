@@ -59,9 +59,7 @@ Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
     : loop(givenLoop),
       folders(std::move(givenFolders)),
       lock(inheritedLock()),
-      server(givenLoop, std::move(onShow), [this](const std::string& action) {
-        return perform ? perform(action) : Failure{"the client has not started yet"};
-      }) {}
+      server(givenLoop, std::move(onShow)) {}
 
 bool Rendezvous::claim(const Claim& claim) {
   // This process waits either for the answer of the other client or for its end.

@@ -63,7 +63,7 @@ class Rendezvous final : public StatusFeed {
 
   StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                std::function<void()> onAbsence) override;
-  void onPerform(std::function<Result<>(const std::string&)> given) override { perform = std::move(given); }
+  void onPerform(RequestServer::Perform perform) override { server.onPerform(std::move(perform)); }
 
  private:
   bool isLocked(const std::string& folder) const;
@@ -74,7 +74,6 @@ class Rendezvous final : public StatusFeed {
   const InstanceFolders folders;
   FileDescriptor lock;
   std::string place;  ///< the folder of the lock file
-  std::function<Result<>(const std::string&)> perform;
   RequestServer server;
   bool isClient = false;
 };

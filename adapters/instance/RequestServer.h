@@ -31,11 +31,12 @@ class RequestServer {
   using Show = std::function<void(const std::string& activationToken)>;
   using Perform = std::function<Result<>(const std::string& action)>;
 
-  RequestServer(EventLoop& givenLoop, Show givenShow, Perform givenPerform)
-      : loop(givenLoop), show(std::move(givenShow)), perform(std::move(givenPerform)) {}
+  RequestServer(EventLoop& givenLoop, Show givenShow) : loop(givenLoop), show(std::move(givenShow)) {}
 
   /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
   std::error_code listen(const std::string& folder);
+
+  void onPerform(Perform given) { perform = std::move(given); }
 
   /// Returns whether the file that `listen` has created is still at its path.
   bool isInPlace() const;
@@ -76,7 +77,7 @@ class RequestServer {
 
   EventLoop& loop;
   const Show show;
-  const Perform perform;
+  Perform perform = [](const std::string&) { return Failure{"the client has not started yet"}; };
   FileDescriptor listener;
   std::string place;    ///< the folder of the socket
   struct stat made {};  ///< the file of the socket, as `listen` has made it

@@ -14,6 +14,12 @@ struct RequestServerTest : ::testing::Test, Instances {
   RequestServerTest() {
     std::filesystem::create_directories(place);
     EXPECT_FALSE(server.listen(place));
+    server.onPerform([this](const std::string& action) -> Result<> {
+      asked.push_back("perform:" + action);
+      if (whilePerforming) whilePerforming();
+      if (action == "quit") return Done{};
+      return Failure{"no such row"};
+    });
   }
 
   std::unique_ptr<RawPeer> peer(const std::string& text) {
@@ -34,13 +40,7 @@ struct RequestServerTest : ::testing::Test, Instances {
 
   std::vector<std::string> asked;
   std::function<void()> whilePerforming;
-  RequestServer server{loop, [this](const std::string& token) { asked.push_back("show:" + token); },
-                       [this](const std::string& action) -> Result<> {
-                         asked.push_back("perform:" + action);
-                         if (whilePerforming) whilePerforming();
-                         if (action == "quit") return Done{};
-                         return Failure{"no such row"};
-                       }};
+  RequestServer server{loop, [this](const std::string& token) { asked.push_back("show:" + token); }};
 };
 
 TEST_F(RequestServerTest, LinesAreAnsweredInOrder) {
@@ -152,7 +152,7 @@ TEST_F(RequestServerTest, DeadSocketOrLinkIsReplaced) {
   for (int i = 0; i < 2; ++i) {
     ASSERT_FALSE(server.listen(place));
     EXPECT_EQ(answer("show"), "ok\n");
-    RequestServer dead(loop, nullptr, nullptr);
+    RequestServer dead(loop, nullptr);
     ASSERT_FALSE(dead.listen(place));
   }
   EXPECT_EQ(contentsOf(folder.file("precious")), "kept");
