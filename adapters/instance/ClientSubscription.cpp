@@ -1,6 +1,7 @@
 #include <sys/inotify.h>
 
 #include <filesystem>
+#include <memory>
 #include <utility>
 
 #include "adapters/instance/Rendezvous.h"

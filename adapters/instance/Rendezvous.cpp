@@ -121,16 +121,6 @@ Result<> Rendezvous::ask(const std::string& action, Seconds limit) {
   return Failure{answer.substr(answer.find(' ') + 1)};  // without "error "
 }
 
-std::optional<pid_t> Rendezvous::runningClient() const {
-  const FileDescriptor socket = folders.connect(runningSocketName);
-  return socket ? std::optional(peerOf(socket).pid) : std::nullopt;
-}
-
-void Rendezvous::publish(StatusLine line) {
-  if (isClient && !(isLocked(place) && server.isInPlace())) lockAndListen();
-  server.publish(std::move(line));
-}
-
 /// Returns whether the file that this process has locked is still in `folder`. If it was removed, another
 /// process can create and lock a new file there, so the lock of this process protects nothing.
 bool Rendezvous::isLocked(const std::string& folder) const {

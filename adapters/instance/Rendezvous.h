@@ -3,10 +3,10 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "adapters/instance/InstanceFolders.h"
 #include "adapters/instance/RequestServer.h"
@@ -55,11 +55,17 @@ class Rendezvous final : public StatusFeed {
   /// most for `limit`. If the action was not performed, the reason is one line.
   Result<> ask(const std::string& action, Seconds limit = Seconds{2.0});
 
-  std::optional<pid_t> runningClient() const;
+  std::optional<pid_t> runningClient() const {
+    const FileDescriptor socket = folders.connect(runningSocketName);
+    return socket ? std::optional(peerOf(socket).pid) : std::nullopt;
+  }
 
   /// Publishes a status line. Also creates the lock and the socket again when they are missing. If that
   /// fails, standard error says why, and the next call tries again.
-  void publish(StatusLine line) override;
+  void publish(StatusLine line) override {
+    if (isClient && !(isLocked(place) && server.isInPlace())) lockAndListen();
+    server.publish(std::move(line));
+  }
 
   StatusSubscription subscribe(std::function<void(const std::string&)> onLine,
                                std::function<void()> onAbsence) override;
