@@ -19,8 +19,7 @@ namespace kestrune {
 namespace {
 
 constexpr auto lockName = "/lock";
-/// The environment variable with the descriptor number of the lock file that `keepLockAcrossExec` left open
-/// across exec.
+/// The environment variable with the number of the descriptor that `keepLockAcrossExec` has left open.
 constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
 /// The pause before `claim` looks again for another client. A client holds the lock but has no socket while
 /// it starts (it locks before it listens) or ends (it closes its socket before it unlocks).
