@@ -15,9 +15,8 @@ namespace kestrune {
 /// desktop has switched off, by Hidden or X-GNOME-Autostart-enabled, counts as missing.
 class AutostartEntries final : public LaunchAgents {
  public:
-  /// `givenFolder`: the user's autostart folder. `givenBundle`: the running program. `givenDataFolders`: the
-  /// XDG data folders, in which installed desktops are looked up. `givenFiles` and `givenBundle` must outlive
-  /// this object.
+  /// `givenFolder`: the user's autostart folder. `givenDataFolders`: the XDG data folders, in which installed
+  /// desktops are looked up. `givenFiles` and `givenBundle` must outlive this object.
   AutostartEntries(FileManager& givenFiles, std::string givenFolder, const MainBundle& givenBundle,
                    std::vector<std::string> givenDataFolders = {})
       : files(givenFiles),
@@ -26,16 +25,13 @@ class AutostartEntries final : public LaunchAgents {
         dataFolders(std::move(givenDataFolders)) {}
 
   std::string path(const std::string& label) const override { return folder + "/" + label + ".desktop"; }
-  /// Returns whether this machine has a desktop that reads the entries: true if this process runs in a
-  /// desktop session, or if a desktop is installed.
+  /// Returns true if this process runs in a desktop session, or if a desktop is installed.
   bool areRead() const override;
   bool isRegistered(const std::string& label) const override;
   std::optional<std::string> document(const std::string& label, const std::string& executablePath,
                                       const std::string& repoPath) const override;
 
-  /// Does nothing if the entry's program exists, or if the running program is in a build folder: the removal
-  /// of that folder would break the entry again. Otherwise, makes the entry start the running program. If the
-  /// entry's repository folder does not exist either, also replaces its path with `repoPath`.
+  /// Does nothing if the running program is in a build folder, whose removal would break the entry again.
   void repair(const std::string& label, const std::string& repoPath) override;
 
  private:
