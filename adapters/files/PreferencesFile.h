@@ -31,10 +31,8 @@ class PreferencesFile final : public UserDefaults {
 
   FileManager& files;
   const std::string path;
-  /// Values that were set but could not be written yet.
-  nlohmann::json unsaved = nlohmann::json::object();
-  /// The last values read; used if a read fails temporarily.
-  mutable nlohmann::json lastRead = nlohmann::json::object();
+  nlohmann::json unsaved = nlohmann::json::object();  ///< values that were set but could not be written yet
+  mutable nlohmann::json lastRead = nlohmann::json::object();  ///< used while reads fail temporarily
 };
 
 }  // namespace kestrune
