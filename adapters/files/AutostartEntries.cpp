@@ -28,14 +28,12 @@ std::string escaped(std::string text) {
 }
 
 std::string unescaped(std::string_view value) {
+  constexpr std::string_view codes = "ntrs", characters = "\n\t\r ";
   std::string text;
   for (std::size_t i = 0; i < value.size(); ++i) {
-    if (value[i] != '\\' || i + 1 == value.size()) {
-      text += value[i];
-      continue;
-    }
-    const char code = value[++i];
-    text += code == 'n' ? '\n' : code == 't' ? '\t' : code == 'r' ? '\r' : code == 's' ? ' ' : code;
+    const bool isEscape = value[i] == '\\' && i + 1 < value.size();
+    const auto code = isEscape ? codes.find(value[++i]) : std::string_view::npos;
+    text += code == std::string_view::npos ? value[i] : characters[code];
   }
   return text;
 }
@@ -104,10 +102,9 @@ bool isInBuildFolder(const fs::path& program) {
 }  // namespace
 
 bool AutostartEntries::areRead() const {
-  std::error_code failure;
   return !bundle.environmentVariable("XDG_CURRENT_DESKTOP").value_or("").empty() ||
-         std::any_of(dataFolders.begin(), dataFolders.end(), [&failure](const std::string& each) {
-           return fs::exists(each + "/xsessions", failure) || fs::exists(each + "/wayland-sessions", failure);
+         std::ranges::any_of(dataFolders, [this](const std::string& each) {
+           return files.fileExists(each + "/xsessions") || files.fileExists(each + "/wayland-sessions");
          });
 }
 
