@@ -269,11 +269,6 @@ Result<std::string> SystemFileManager::replaceUnreadable(const std::string& path
   return kept;
 }
 
-Result<> SystemFileManager::createDirectory(const std::string& path) {
-  if (const auto failure = makeFolders(path, 0777)) return Failure{failure.message()};
-  return Done{};
-}
-
 Result<> SystemFileManager::removeItem(const std::string& path) {
   if (unlink(path.c_str()) != 0) return Failure{describe(errno)};
   return Done{};

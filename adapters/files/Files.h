@@ -11,6 +11,10 @@
 
 namespace kestrune {
 
+/// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if the folder exists. Any
+/// thread.
+std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
+
 /// The files of this machine. A call that fails leaves the existing files unchanged. Any thread.
 class SystemFileManager final : public FileManager {
  public:
@@ -25,16 +29,15 @@ class SystemFileManager final : public FileManager {
   Result<> writePrivately(const std::string& path, const std::string& contents) override;
   /// Keeps the old file as FILE.unreadable; if this name exists, as FILE.unreadable-2 and so on.
   Result<std::string> replaceUnreadable(const std::string& path, const std::string& contents) override;
-  Result<> createDirectory(const std::string& path) override;
+  Result<> createDirectory(const std::string& path) override {
+    if (const auto failure = makeFolders(path, 0777)) return Failure{failure.message()};
+    return Done{};
+  }
   Result<> removeItem(const std::string& path) override;
   std::string homeDirectoryPath() const override { return home; }
 
  private:
   const std::string home;
 };
-
-/// Creates the folder `path` and its parents with `mode`, less the umask. Succeeds if the folder exists. Any
-/// thread.
-std::error_code makeFolders(const std::string& path, mode_t mode = 0700);
 
 }  // namespace kestrune
