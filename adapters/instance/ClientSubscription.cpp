@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
 constexpr Seconds patience{2.0};                         // longest wait for the first line of a client
-constexpr Seconds reconnectPause{0.2};
 
 /// Receives the status lines of the running client, and of each client that starts later. If a client accepts
 /// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
@@ -94,7 +93,7 @@ class ClientSubscription final : public std::enable_shared_from_this<ClientSubsc
     }
     // With more than 64 peers, the server disconnects the oldest for each new one. Without a pause, they
     // would reconnect in a busy loop.
-    timer = loop.after(reconnectPause, [this] {
+    timer = loop.after(Seconds{0.2}, [this] {
       if (!connect()) disconnect();
     });
   }
