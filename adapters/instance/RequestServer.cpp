@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include "adapters/system/Errors.h"
 
@@ -18,15 +17,13 @@ constexpr Seconds acceptDelay{1.0};
 constexpr auto newSocketName = "socket.new";
 
 std::error_code RequestServer::listen(const std::string& folder) {
-  place = folder;
+  path = std::filesystem::path(folder) / runningSocketName;
   const std::string unfinished = folder + "/" + newSocketName;
   unlink(unfinished.c_str());
   FileDescriptor socket = instanceSocket(folder, newSocketName, &bind);
-  if (!socket || ::listen(socket.get(), SOMAXCONN) < 0 ||
-      rename(unfinished.c_str(), (folder + "/" + runningSocketName).c_str()) < 0) {
+  if (!socket || ::listen(socket.get(), SOMAXCONN) < 0 || rename(unfinished.c_str(), path.c_str()) < 0)
     return systemError(errno);
-  }
-  lstat((folder + "/" + runningSocketName).c_str(), &made);
+  lstat(path.c_str(), &made);
   // Replace the event source while the descriptor that it watches is still open.
   acceptSource = loop.onDescriptor(socket.get(), EPOLLIN, [this] { accept(); });
   listener = std::move(socket);
@@ -35,8 +32,8 @@ std::error_code RequestServer::listen(const std::string& folder) {
 
 bool RequestServer::isInPlace() const {
   struct stat there {};
-  return listener && lstat((place + "/" + runningSocketName).c_str(), &there) == 0 &&
-         there.st_dev == made.st_dev && there.st_ino == made.st_ino;
+  return listener && lstat(path.c_str(), &there) == 0 && there.st_dev == made.st_dev &&
+         there.st_ino == made.st_ino;
 }
 
 void RequestServer::publish(StatusLine line) {
@@ -48,11 +45,6 @@ void RequestServer::publish(StatusLine line) {
   for (Peer& each : peers) {
     if (waits(each)) tellStatus(each, current);
   }
-}
-
-void RequestServer::announceEnd() {
-  if (!isInPlace()) return;
-  rename((place + "/" + runningSocketName).c_str(), (place + "/" + endingSocketName).c_str());
 }
 
 void RequestServer::accept() {

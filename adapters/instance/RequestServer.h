@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <list>
 #include <optional>
@@ -45,9 +47,10 @@ class RequestServer {
   void publish(StatusLine line);
 
   /// Renames the socket to "ending". Another process can connect to "ending" to wait for the end of this
-  /// process, because the kernel closes the connection when this process ends. This process answers no
-  /// requests on "ending".
-  void announceEnd();
+  /// process, because the kernel closes the connection when this process ends.
+  void announceEnd() {
+    if (isInPlace()) rename(path.c_str(), (path.parent_path() / endingSocketName).c_str());
+  }
 
  private:
   enum class Wish { nothing, oneStatus, everyStatus };
@@ -79,8 +82,8 @@ class RequestServer {
   const Show show;
   Perform perform = [](const std::string&) { return Failure{"the client has not started yet"}; };
   FileDescriptor listener;
-  std::string place;    ///< the folder of the socket
-  struct stat made {};  ///< the file of the socket, as `listen` has made it
+  std::filesystem::path path;  ///< the path of the socket
+  struct stat made {};         ///< the file of the socket, as `listen` has made it
   EventSource acceptSource;
   EventSource acceptTimer;  ///< for 1 s after accept4 has failed, the listening socket is not watched
   std::list<Peer> peers;
