@@ -163,8 +163,7 @@ void AutostartEntries::repair(const std::string& label, const std::string& repoP
   }
 
   if (const auto start = values.find("Path"); start != values.end()) {
-    // Perhaps the user moved the repository together with the program. If there is nothing at the old path
-    // (`repo`), write the new path (`repoPath`) into the entry.
+    // Perhaps the user moved the repository together with the program.
     const std::string repo = unescaped(start->second.text);
     if (isMissing(repo)) {
       const std::string replacement = fs::path(bundle.currentDirectoryPath()) / repoPath;

@@ -78,8 +78,7 @@ bool setAccessList(int file, const std::string& list) {
 /// shows that the file is in use. The destructor removes the file if it has not replaced the target.
 class NewFile {
  public:
-  /// If `target` is a symbolic link, the link itself is replaced. To replace the file that the link points
-  /// to, the caller must resolve the link first.
+  /// If `target` is a symbolic link, the link itself is replaced.
   explicit NewFile(fs::path givenTarget) : target(std::move(givenTarget)) {}
   ~NewFile() {
     if (!name.empty()) unlink(name.c_str());
@@ -96,8 +95,7 @@ class NewFile {
     return Done{};
   }
 
-  /// Creates the new file, writes `contents` to it and flushes it to disk (fsync). First removes the
-  /// temporary files that killed processes of this user have left in the folder.
+  /// Creates the new file, writes `contents` to it and flushes it to disk (fsync).
   Result<> write(std::string_view contents) {
     removeAbandoned(target.parent_path());
     // Until this process has locked the new file, another process may lock the file and remove it as
