@@ -150,9 +150,8 @@ void Rendezvous::lockAndListen() {
     reportOnce(isHeld ? "another client has locked " + folder + lockName + ": running beside it"
                       : "cannot lock " + folder + lockName + ": " + failure.message() +
                             "; a second start may not find this client");
-    // Locking can fail although no other client holds the lock, for example if the file cannot be created.
-    // Listen in this case too, so that other processes can reach this client. But do not listen if another
-    // client holds the lock or listens, or if this client listens already.
+    // Other processes must be able to reach this client even without a lock, for example if the file cannot
+    // be created. But do not listen if another client holds the lock or listens, or if this client does.
     if (isHeld || server.isInPlace() || folders.connect(runningSocketName)) return;
   }
   const auto failure = server.listen(folder);
