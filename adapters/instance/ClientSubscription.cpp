@@ -49,8 +49,7 @@ class ClientSubscription final : public std::enable_shared_from_this<ClientSubsc
 
   void folderChanged() {
     alignas(inotify_event) char events[4096];
-    while (::read(watch.get(), events, sizeof events) > 0) {
-    }
+    if (::read(watch.get(), events, sizeof events) <= 0) return;
     watchFolder();
     if (!socket) connect();
   }
