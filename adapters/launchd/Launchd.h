@@ -9,8 +9,7 @@
 
 namespace kestrune {
 
-/// Finds and builds the files of launch agents on macOS. Such a file is a property list. It names a program
-/// that launchd starts at login.
+/// Finds and builds the files of launch agents on macOS. Such a file is a property list.
 class LaunchdAgents final : public LaunchAgents {
  public:
   /// `givenFiles` must outlive this object.
