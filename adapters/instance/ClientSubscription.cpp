@@ -13,8 +13,7 @@ namespace {
 constexpr std::size_t lineLimit = std::size_t{1} << 20;  // bytes; status lines have a few thousand at most
 constexpr Seconds patience{2.0};                         // longest wait for the first line of a client
 
-/// Receives the status lines of the running client, and of each client that starts later. If a client accepts
-/// the connection but sends no line within 2 s, disconnects and tells the subscriber that no client runs.
+/// Receives the status lines of the running client, and of each client that starts later.
 class ClientSubscription final : public std::enable_shared_from_this<ClientSubscription> {
  public:
   ClientSubscription(EventLoop& givenLoop, const InstanceFolders& givenFolders,

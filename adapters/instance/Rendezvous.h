@@ -41,8 +41,7 @@ class Rendezvous final : public StatusFeed {
   /// client takes longer than `endPatience` to end.
   bool claim(const Claim& claim);
 
-  /// Call this when this process is about to end. A client that is started later waits for the end of this
-  /// process.
+  /// Call this when this process is about to end. A client that starts later then waits for that end.
   void announceEnd() {
     server.announceEnd();
     isClient = false;

@@ -70,8 +70,7 @@ class RequestServer {
     told = line;
     tell(peer, line);
   }
-  /// Sends a line. Disconnects the peer if the line cannot be sent, for example because the peer does not
-  /// read and the socket's buffer is full.
+  /// Sends a line. Disconnects the peer if that fails, for example because the socket's buffer is full.
   void tell(Peer& peer, const std::string& line) {
     if (!sendLine(peer.socket, line)) drop(peer);
   }
