@@ -76,20 +76,12 @@ class LinuxHost final : public Host {
  public:
   explicit LinuxHost(const StartOptions& options)
       : claim(claimFor(options)),
-        folders(UserFolders::fromEnvironment(bundle)),
-        bus(loop),
-        systemBus(loop),
         rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
                    [this](const std::string& activationToken) {
                      if (terminal) return terminal->printMenu();
                      windows->giveToken(activationToken);
                      windows->showMenu();
                    }),
-        images(folders.data),
-        preferences(files, folders.config + "/kestrune-menu-client/preferences.json"),
-        agents(files, folders.config + "/autostart", bundle, folders.data),
-        notifications(bus, bundle.pathForResource("codex-menubar-64", "png").value_or("KestruneMacClient")),
-        assertions(bus, systemBus, clock),
         workspace(loop, bundle, options.arguments,
                   isMainProcessOfService(bundle)   ? Starter::service
                   : options.face == Face::terminal ? Starter::terminal
@@ -195,21 +187,22 @@ class LinuxHost final : public Host {
 
   const Claim claim;
   const ProgramBundle bundle;
-  const UserFolders folders;
+  const UserFolders folders = UserFolders::fromEnvironment(bundle);
   SystemFileManager files{folders.home};
   EventLoop loop;
   SystemClock clock;
-  SessionBus bus;
-  SystemBus systemBus;
+  SessionBus bus{loop};
+  SystemBus systemBus{loop};
   Rendezvous rendezvous;
-  PngImages images;
-  PreferencesFile preferences;
-  AutostartEntries agents;
+  PngImages images{folders.data};
+  PreferencesFile preferences{files, folders.config + "/kestrune-menu-client/preferences.json"};
+  AutostartEntries agents{files, folders.config + "/autostart", bundle, folders.data};
   LeftoverPipes leftovers{loop};
   ChildProcesses processes{[this](FileDescriptor pipe) { leftovers.add(std::move(pipe)); }};
   SystemdServiceControl services;
-  DesktopNotifications notifications;
-  Inhibitors assertions;
+  DesktopNotifications notifications{
+      bus, bundle.pathForResource("codex-menubar-64", "png").value_or("KestruneMacClient")};
+  Inhibitors assertions{bus, systemBus, clock};
   NetworkMonitor pathMonitor{loop, clock, systemBus};
   CurlLocalService localService{processes, clock};
   DesktopWorkspace workspace;
