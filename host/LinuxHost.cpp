@@ -101,10 +101,7 @@ class LinuxHost final : public Host {
           .onClick = [this] { windows->showMenu(); },
           .onToken = [this](std::string_view token) { windows->giveToken(token); },
           .onMenu = [this](const Menu& menu) { windows->setMenu(menu); },
-          .onRegistered =
-              [this] {
-                if (advice) advice->trayChanged();
-              },
+          .onRegistered = [this] { advice->trayChanged(); },
       });
     }
     loop.onTerminate([this] {
