@@ -47,14 +47,11 @@ namespace {
 /// Prints an error and exits if fewer than 32 descriptors are free, twice as many as the client keeps open.
 void requireDescriptors() {
   std::array<FileDescriptor, 32> taken;
-  for (auto& each : taken) {
-    each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (each) continue;
-    std::fprintf(stderr,
-                 "KestruneMenuClient: cannot start: too few file descriptors (%s); raise `ulimit -n`\n",
-                 std::strerror(errno));
-    std::_Exit(EXIT_FAILURE);
-  }
+  for (auto& each : taken) each.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (taken.back()) return;
+  std::fprintf(stderr, "KestruneMenuClient: cannot start: too few file descriptors (%s); raise `ulimit -n`\n",
+               std::strerror(errno));
+  std::_Exit(EXIT_FAILURE);
 }
 
 /// Returns whether systemd started this process as the main process of a service. When the main process ends,
