@@ -76,8 +76,8 @@ class LinuxHost final : public Host {
         rendezvous(loop, InstanceFolders(folders.runtime, folders.state),
                    [this](const std::string& activationToken) {
                      if (terminal) return terminal->printMenu();
-                     windows->giveToken(activationToken);
-                     windows->showMenu();
+                     windows.giveToken(activationToken);
+                     windows.showMenu();
                    }),
         workspace(loop, bundle, options.arguments,
                   isMainProcessOfService(bundle)   ? Starter::service
@@ -89,31 +89,20 @@ class LinuxHost final : public Host {
     if (options.face == Face::terminal) {
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && !isSet("NO_COLOR"), notifications);
-    } else {
-      windows = std::make_unique<DialogWindows>(loop, dialogProgram);
-      tray = std::make_unique<StatusNotifierItem>(TrayParts{
-          .bus = bus,
-          .queue = loop.mainQueue(),
-          .bundle = bundle,
-          .onClick = [this] { windows->showMenu(); },
-          .onToken = [this](std::string_view token) { windows->giveToken(token); },
-          .onMenu = [this](const Menu& menu) { windows->setMenu(menu); },
-          .onRegistered = [this] { advice->trayChanged(); },
-      });
     }
     loop.onTerminate([this] {
       rendezvous.announceEnd();
       if (terminal) terminal->close();
-      if (windows) windows->close();
+      windows.close();
     });
     parts = std::make_unique<Platform>(Platform{
         .application = &loop,
         .dispatch = loop,
         .timers = loop,
         .clock = clock,
-        .statusItem = terminal ? static_cast<StatusItem&>(*terminal) : *tray,
+        .statusItem = terminal ? static_cast<StatusItem&>(*terminal) : tray,
         .statusFeed = rendezvous,
-        .alerts = terminal ? static_cast<Alerts&>(*terminal) : *windows,
+        .alerts = terminal ? static_cast<Alerts&>(*terminal) : windows,
         .images = images,
         .notifications = terminal ? static_cast<Notifications&>(*terminal) : notifications,
         .powerAssertions = assertions,
@@ -133,7 +122,7 @@ class LinuxHost final : public Host {
     if (!rendezvous.claim(claim)) return false;
     bus.connect(terminal ? SessionBus::Absence::expected : SessionBus::Absence::fault);
     systemBus.connect();
-    if (tray) {
+    if (!terminal) {
       bus.waitUntilReady();  // otherwise the tray gets the item only after the controller has started
       advice.emplace(bus, loop, notifications);
     }
@@ -204,9 +193,17 @@ class LinuxHost final : public Host {
   std::optional<StandardOutput> output;
   DialogProgram dialogProgram{bundle.bundlePath() + "/KestruneMenuDialogs",
                               isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
-  std::unique_ptr<TerminalFace> terminal;
-  std::unique_ptr<DialogWindows> windows;
-  std::unique_ptr<StatusNotifierItem> tray;
+  std::unique_ptr<TerminalFace> terminal;  ///< if not null, used instead of `windows` and `tray`
+  DialogWindows windows{loop, dialogProgram};
+  StatusNotifierItem tray{{
+      .bus = bus,
+      .queue = loop.mainQueue(),
+      .bundle = bundle,
+      .onClick = [this] { windows.showMenu(); },
+      .onToken = [this](std::string_view token) { windows.giveToken(token); },
+      .onMenu = [this](const Menu& menu) { windows.setMenu(menu); },
+      .onRegistered = [this] { advice->trayChanged(); },
+  }};
   std::optional<TrayAdvice> advice;
   std::unique_ptr<Platform> parts;
 };
