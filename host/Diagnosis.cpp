@@ -9,8 +9,6 @@
 
 namespace kestrune {
 
-constexpr Seconds patience{30.0};
-
 std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
   const auto process = rendezvous.runningClient();
   if (!process) return "Running client: none\n";
@@ -34,7 +32,7 @@ std::string describeClient(EventLoop& loop, Rendezvous& rendezvous) {
 std::string describeSession(Processes& processes, const std::string& windows) {
   const auto launched = processes.launch("/bin/bash", {"-c", sessionScript, "bash", windows});
   if (!launched) return "Session: unknown: cannot run bash: " + launched.reason() + "\n";
-  const std::string text = (*launched)->readOutput(patience);
+  const std::string text = (*launched)->readOutput(Seconds{30.0});
   (*launched)->terminateGroup();
   // Remove control characters: answers of other processes may contain some, and a terminal would obey them.
   std::string plain;
