@@ -15,7 +15,7 @@ constexpr std::size_t lineLimit = 65536;              // bytes; maximum length o
 constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
 constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
-constexpr Seconds foregroundInterval{0.2};            // how often `applyHiding` checks for the foreground
+constexpr Seconds foregroundInterval{0.2};            // how often `hideTyping` checks for the foreground
 constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
@@ -50,7 +50,8 @@ StandardInput::StandardInput(EventLoop& givenLoop)
   std::signal(SIGTTOU, SIG_IGN);
 }
 
-void StandardInput::applyHiding() {
+void StandardInput::hideTyping(bool hide) {
+  hidden = hide;
   foregroundCheck.reset();
   if (!terminal || !input || (!hidden && !silenced)) return;
   if (isInBackground()) {
@@ -110,7 +111,7 @@ void StandardInput::start(Reader given) {
 /// Called when this process may have come to the foreground. The shell or another program may have changed
 /// the terminal's settings meanwhile.
 void StandardInput::resume() {
-  applyHiding();
+  hideTyping(hidden);
   goOn();
   if (reader.onContinued && !isInBackground()) reader.onContinued();
 }

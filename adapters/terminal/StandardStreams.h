@@ -59,10 +59,7 @@ class StandardInput {
   /// Switches off the terminal's echo of typed text. With `hide` false, switches it on again if this object
   /// has switched it off. In the background, changes nothing. Back in the foreground, the echo is switched
   /// off within 0.2 s, but on only at the next SIGCONT or call.
-  void hideTyping(bool hide) {
-    hidden = hide;
-    applyHiding();
-  }
+  void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
   std::size_t longestLine() const;
@@ -81,7 +78,6 @@ class StandardInput {
   void append(std::string_view piece) {
     if (begun && begun->append(piece).size() > longestLine()) begun.reset();
   }
-  void applyHiding();
   bool isInBackground() const {
     const pid_t owner = tcgetpgrp(input.get());
     return owner >= 0 && owner != getpgrp();
