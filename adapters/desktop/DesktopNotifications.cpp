@@ -46,9 +46,8 @@ void DesktopNotifications::add(const Notification& notification) {
   std::uint64_t unsent = 0;
   if (bus == nullptr || sd_bus_get_n_queued_write(bus, &unsent) < 0 || unsent > unsentLimit) return;
   constexpr std::uint32_t replacesNone = 0;
-  constexpr std::int32_t defaultExpiration = -1;
-  constexpr std::int32_t noExpiration = 0;
   const bool lasts = notification.lasting;
+  const std::int32_t expiration = lasts ? 0 : -1;  // 0: never; -1: the daemon's default
   // Two arguments say whether the notification lasts: a hint ("resident" or "transient") and the expiration.
   // Daemons with a list of notifications obey the hint. They leave "transient" notifications out of the list,
   // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
@@ -58,7 +57,7 @@ void DesktopNotifications::add(const Notification& notification) {
   sd_bus_message_append(call.get(), "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
                         displayRow(notification.title).c_str(), bodyText(notification.body).c_str(), 0, 2,
                         "desktop-entry", "s", applicationIdentifier, lasts ? "resident" : "transient", "b", 1,
-                        lasts ? noExpiration : defaultExpiration);
+                        expiration);
   // Request a reply only for a lasting notification: `withdraw` needs the number in the reply.
   if (!lasts) {
     sd_bus_send(bus, call.get(), nullptr);
