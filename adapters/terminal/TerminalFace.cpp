@@ -24,7 +24,7 @@ void TerminalFace::addToStatusBar(double) {
   resized = loop.onSignal(SIGWINCH, [this] {
     redraw = loop.after(resizePause, [this] {
       if (open.empty()) return printMenu();
-      if (!dialogues.back()->asksForField()) resume();
+      if (!dialogues.back().asksForField()) resume();
     });
   });
 }
@@ -97,7 +97,7 @@ std::string TerminalFace::row(const MenuItem& item) const {
 /// to a limit, and then drops writes. So two writes could print the text without the prompt.
 void TerminalFace::prompt(std::string text) {
   ++prompts;
-  const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : dialogues.back().get();
+  const TerminalDialogue* const dialogue = dialogues.empty() ? nullptr : &dialogues.back();
   input.hideTyping(dialogue != nullptr && dialogue->asksForSecret());
   if (input.isTerminal() && !inputEnded) {
     text += dialogue != nullptr ? dialogue->question() : "列號或按鍵> ";
@@ -109,7 +109,7 @@ void TerminalFace::prompt(std::string text) {
 
 void TerminalFace::handleLine(const std::optional<std::string>& line) {
   // A terminal does not echo the line end of a secret.
-  const bool isUnseen = input.isTerminal() && !open.empty() && dialogues.back()->asksForSecret();
+  const bool isUnseen = input.isTerminal() && !open.empty() && dialogues.back().asksForSecret();
   const std::string lineEnd = isUnseen ? "\n" : "";
   if (!line) {
     // The line is too long, so the same prompt is printed again. On a terminal, or while an alert is open,
@@ -120,7 +120,7 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
                   " 個位元組。請重新輸入。\n");
   }
   if (!open.empty()) {
-    const auto step = dialogues.back()->take(*line);
+    const auto step = dialogues.back().take(*line);
     if (!step.answer && step.action.empty()) return prompt(lineEnd + step.text);
     output.write(lineEnd + step.text);
     return step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
@@ -143,8 +143,7 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
 void TerminalFace::show(const Open& shown) {
   if (dialogues.empty()) input.discardUnfinishedLine();  // the line was typed for the menu
   const winsize size = output.size();
-  dialogues.push_back(std::make_unique<TerminalDialogue>(shown.alert, styles, size.ws_col, size.ws_row));
-  std::string text = dialogues.back()->begin();
+  std::string text = dialogues.emplace_back(shown.alert, styles, size.ws_col, size.ws_row).begin();
   if (!inputEnded) return prompt(std::move(text));
   output.write(text);
   finishAlert({});
@@ -154,8 +153,8 @@ void TerminalFace::resume() {
   if (open.empty()) return prompt(printPending ? changes() : "");
   if (inputEnded) return finishAlert({});
   const winsize size = output.size();
-  dialogues.back()->resize(size.ws_col, size.ws_row);
-  prompt(dialogues.back()->again());
+  dialogues.back().resize(size.ws_col, size.ws_row);
+  prompt(dialogues.back().again());
 }
 
 }  // namespace kestrune

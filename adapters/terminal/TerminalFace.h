@@ -1,10 +1,9 @@
 #pragma once
 
-#include <memory>
+#include <list>
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/terminal/StandardStreams.h"
@@ -89,7 +88,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   bool printPending = false;
   std::size_t prompts = 0;  ///< number of prompts printed so far
 
-  std::vector<std::unique_ptr<TerminalDialogue>> dialogues;  ///< one dialogue for each open alert
+  std::list<TerminalDialogue> dialogues;  ///< one dialogue for each open alert
   EventSource resized, redraw;
 };
 
