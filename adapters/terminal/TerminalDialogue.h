@@ -36,7 +36,7 @@ class TerminalDialogue {
   std::string begin();
 
   struct Step {
-    std::string text{};
+    std::string text{};                   ///< empty if there is an answer or an action
     std::optional<AlertAnswer> answer{};  ///< set when the dialogue has ended
     std::string action{};                 ///< the action to perform on `Alert::target`; empty: none
   };

@@ -121,9 +121,9 @@ void TerminalFace::handleLine(const std::optional<std::string>& line) {
   }
   if (!open.empty()) {
     const auto step = dialogues.back().take(*line);
-    if (!step.answer && step.action.empty()) return prompt(lineEnd + step.text);
-    output.write(lineEnd + step.text);
-    return step.answer ? finishAlert(*step.answer) : press(open.back().id, step.action);
+    if (step.answer) return finishAlert(*step.answer);
+    if (!step.action.empty()) return press(open.back().id, step.action);
+    return prompt(lineEnd + step.text);
   }
   const std::string text(trimmed(*line));
   if (text.empty() || text == "?") return prompt(wholeMenu());
