@@ -20,9 +20,8 @@ void TerminalFace::addToStatusBar(double) {
                .onContinued = [this] { open.empty() ? printMenu() : resume(); }});
   if (!output.isTerminal()) return;
   // While a window is being resized, many SIGWINCH arrive. Redraw only after a pause without SIGWINCH.
-  static constexpr Seconds resizePause{0.2};
   resized = loop.onSignal(SIGWINCH, [this] {
-    redraw = loop.after(resizePause, [this] {
+    redraw = loop.after(Seconds{0.2}, [this] {
       if (open.empty()) return printMenu();
       if (!dialogues.back().asksForField()) resume();
     });
