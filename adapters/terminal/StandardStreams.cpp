@@ -1,6 +1,5 @@
 #include "adapters/terminal/StandardStreams.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -39,10 +38,7 @@ StandardOutput::StandardOutput(EventLoop& givenLoop, int descriptor)
       screen(isatty(descriptor) == 1 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 3) : -1) {}
 
 StandardInput::StandardInput(EventLoop& givenLoop)
-    : loop(givenLoop),
-      input(openAgain(STDIN_FILENO, O_RDONLY)),
-      terminal(input && isatty(input.get()) == 1),
-      mayBlock(input && (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0) {
+    : loop(givenLoop), input(openAgain(STDIN_FILENO, O_RDONLY)) {
   const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   if (nothing) dup2(nothing.get(), STDIN_FILENO);
   // If not ignored, these signals would stop this process when it uses the terminal in the background.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -85,8 +86,8 @@ class StandardInput {
 
   EventLoop& loop;
   FileDescriptor input;
-  const bool terminal;
-  const bool mayBlock;
+  const bool terminal = isatty(input.get()) == 1;
+  const bool mayBlock = (fcntl(input.get(), F_GETFL) & O_NONBLOCK) == 0;
   bool turnIsDue = false;  ///< whether the main queue holds a job that reads lines or gives them to `onLine`
   bool hidden = false;     ///< whether typed text must not be echoed
   bool silenced = false;   ///< whether this object has switched the echo off
