@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <string_view>
 #include <utility>
 
 namespace kestrune {
@@ -149,12 +150,13 @@ bool StandardInput::readSome() {
     if (begun != "") lines.push_back(std::exchange(begun, ""));
     return true;
   }
-  std::string_view bytes(buffer, static_cast<std::size_t>(count));
-  for (std::size_t end; (end = bytes.find('\n')) != std::string_view::npos; bytes.remove_prefix(end + 1)) {
-    append(bytes.substr(0, end));
-    lines.push_back(std::exchange(begun, ""));
+  for (const char each : std::string_view(buffer, static_cast<std::size_t>(count))) {
+    if (each == '\n') {
+      lines.push_back(std::exchange(begun, ""));
+    } else if (begun && begun->append(1, each).size() > longestLine()) {
+      begun.reset();
+    }
   }
-  append(bytes);
   return true;
 }
 

@@ -8,7 +8,6 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "adapters/loop/DescriptorWriter.h"
 #include "adapters/loop/EventLoop.h"
@@ -76,9 +75,6 @@ class StandardInput {
   void resume();
   void goOn();
   bool readSome();
-  void append(std::string_view piece) {
-    if (begun && begun->append(piece).size() > longestLine()) begun.reset();
-  }
   bool isInBackground() const {
     const pid_t owner = tcgetpgrp(input.get());
     return owner >= 0 && owner != getpgrp();
