@@ -8,15 +8,13 @@ namespace kestrune {
 
 constexpr auto emptyingWord = "清空";
 
-/// A character cell shows two pixels, one above the other. In a cell with colours, this block is the lower
-/// pixel, and the background is the upper pixel. Cells with colours do not use the upper half block "▀",
-/// because many fonts leave a gap above it.
+/// In a cell with colours, this block is the lower pixel, and the background is the upper pixel. The upper
+/// half block "▀" is not used there, because many fonts leave a gap above it.
 constexpr auto lowerHalf = "▄";
 /// Escape sequences for black and white, which do not depend on the terminal's colour scheme. The indices say
 /// whether the upper pixel and the lower pixel are dark.
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
-constexpr auto plainColors = "\033[0m";
 /// The characters for a cell without colours, by the same indices as `cellColors`. Assumes light text on a
 /// dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
@@ -137,7 +135,7 @@ std::string TerminalDialogue::picture() const {
       if (styles.enabled && std::exchange(last, wanted) != wanted) text += wanted;
       text += styles.enabled ? lowerHalf : lightBlocks[above][below];
     }
-    if (styles.enabled) text += plainColors;
+    if (styles.enabled) text += "\033[0m";
     text += "\n";
   }
   return text;
