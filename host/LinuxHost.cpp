@@ -139,8 +139,7 @@ class LinuxHost final : public Host {
   }
 
   void endWithOutput() override {
-    // The 0 requests no events, but epoll always reports EPOLLERR and EPOLLHUP. Either event means that no
-    // process can read the output any more.
+    // With 0 for the events, epoll still reports EPOLLERR and EPOLLHUP: no process can read the output.
     outputEnd = loop.onDescriptor(STDOUT_FILENO, 0, [this] { loop.terminate(); });
   }
 
