@@ -31,7 +31,7 @@ static bool isDark(const Bitmap& bitmap, int column, int row) {
 }
 
 void TerminalDialogue::collect(const View& view) {
-  if (view.kind == ViewKind::button) buttons.push_back(&view);
+  if (view.kind == ViewKind::button) buttons.emplace_back(view.text, view.action);
   if (view.kind == ViewKind::image && view.image) image = view.image.get();
   if (isField(view)) {
     // Drop a label with the same text as the field's `accessibilityLabel`, which `question` prints.
@@ -67,12 +67,8 @@ std::string TerminalDialogue::advance() {
 std::string TerminalDialogue::again() const {
   if (asksForField()) return "";
   std::string text;
-  std::size_t number = 0;
-  const auto add = [&text, &number](const std::string& title) {
-    text += "[" + std::to_string(++number) + "] " + displayRow(title) + "  ";
-  };
-  for (const auto& button : alert.buttons) add(button);
-  for (const auto* const button : buttons) add(button->text);
+  for (std::size_t i = 0; i < buttons.size(); ++i)
+    text += "[" + std::to_string(i + 1) + "] " + displayRow(buttons[i].first) + "  ";
   return text + "\n" + (image != nullptr ? picture() : "");
 }
 
@@ -85,10 +81,10 @@ TerminalDialogue::Step TerminalDialogue::take(const std::string& line) {
   }
   // An empty line presses the first button.
   const std::string number = answer.empty() ? "1" : answer;
-  for (std::size_t i = 0; i < alert.buttons.size() + buttons.size(); ++i) {
+  for (std::size_t i = 0; i < buttons.size(); ++i) {
     if (std::to_string(i + 1) != number) continue;
     if (i < alert.buttons.size()) return {.answer = AlertAnswer{i, fields}};
-    return {.action = buttons[i - alert.buttons.size()]->action};
+    return {.action = buttons[i].second};
   }
   return {.text = "請輸入按鈕編號。\n"};
 }

@@ -28,6 +28,7 @@ class TerminalDialogue {
   /// `givenColumns`, `givenRows`: the terminal's size; 0: unknown.
   TerminalDialogue(Alert givenAlert, TextStyles givenStyles, int givenColumns, int givenRows)
       : alert(std::move(givenAlert)), styles(givenStyles), columns(givenColumns), rows(givenRows) {
+    for (const auto& title : alert.buttons) buttons.emplace_back(title, "");
     if (alert.accessoryView) collect(*alert.accessoryView);
   }
   TerminalDialogue(const TerminalDialogue&) = delete;
@@ -65,10 +66,11 @@ class TerminalDialogue {
   const Alert alert;
   const TextStyles styles;
   int columns, rows;
-  std::vector<const View*> parts;    ///< the labels and fields of the alert's view
-  std::vector<const View*> buttons;  ///< buttons inside the view, numbered after the alert's own buttons
-  const Image* image = nullptr;      ///< printed below all texts, so that it stays on the screen
-  std::size_t next = 0;              ///< the index of the part that is printed or asked for next
+  std::vector<const View*> parts;  ///< the labels and fields of the alert's view
+  /// Titles and actions: the alert's own buttons, which have no action, and then the buttons inside the view.
+  std::vector<std::pair<std::string, std::string>> buttons;
+  const Image* image = nullptr;  ///< printed below all texts, so that it stays on the screen
+  std::size_t next = 0;          ///< the index of the part that is printed or asked for next
   std::map<std::string, std::string> fields;
 };
 
