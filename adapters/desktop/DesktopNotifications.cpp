@@ -48,10 +48,9 @@ void DesktopNotifications::add(const Notification& notification) {
   constexpr std::uint32_t replacesNone = 0;
   const bool lasts = notification.lasting;
   const std::int32_t expiration = lasts ? 0 : -1;  // 0: never; -1: the daemon's default
-  // Two arguments say whether the notification lasts: a hint ("resident" or "transient") and the expiration.
-  // Daemons with a list of notifications obey the hint. They leave "transient" notifications out of the list,
-  // and GNOME Shell removes a notification at a click unless it is "resident". Other daemons obey the
-  // expiration.
+  // A hint ("resident" or "transient") and the expiration both say whether the notification lasts. Daemons
+  // with a list of notifications obey the hint: they leave "transient" ones out of the list, and GNOME Shell
+  // removes a notification at a click unless it is "resident". Other daemons obey the expiration.
   BusMessage call;
   sd_bus_message_new_method_call(bus, Into(call), daemonName, daemonPath, daemonName, "Notify");
   sd_bus_message_append(call.get(), "susssasa{sv}i", applicationName, replacesNone, icon.c_str(),
