@@ -11,12 +11,10 @@
 
 namespace kestrune {
 
-constexpr std::size_t lineLimit = 65536;              // bytes; maximum length of a line from a pipe or a file
-constexpr std::size_t pieceSize = 4096;               // bytes; the most that one read returns
-constexpr std::size_t discardLimit = 1 << 20;         // bytes that `discardTyped` discards at most
-constexpr std::size_t lineDisciplineCapacity = 4096;  // bytes; a terminal's input buffer (N_TTY_BUF_SIZE)
-constexpr Seconds foregroundInterval{0.2};            // how often `hideTyping` checks for the foreground
-constexpr std::size_t pendingLimit = 1 << 20;         // bytes of unwritten output; more output is dropped
+constexpr std::size_t pieceSize = 4096;        // bytes; the most that one read returns
+constexpr std::size_t discardLimit = 1 << 20;  // bytes that `discardTyped` discards at most
+constexpr Seconds foregroundInterval{0.2};     // how often `hideTyping` checks for the foreground
+constexpr std::size_t pendingLimit = 1 << 20;  // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
 /// device (such as a terminal) again with O_NONBLOCK. If that fails, or for another type of file, duplicates
@@ -64,12 +62,6 @@ void StandardInput::hideTyping(bool hide) {
   if (shown != hidden) return;
   settings.c_lflag ^= ECHO;
   if (tcsetattr(input.get(), TCSANOW, &settings) == 0) silenced = hidden;
-}
-
-std::size_t StandardInput::longestLine() const {
-  // In canonical mode, the kernel cuts a typed line that does not fit into its buffer. So a line that fills
-  // the buffer (4095 bytes and the line end) may have been cut, and counts as too long.
-  return terminal ? lineDisciplineCapacity - 2 : lineLimit;
 }
 
 void StandardInput::discardUnfinishedLine() {

@@ -62,7 +62,11 @@ class StandardInput {
   void hideTyping(bool hide);
 
   /// Returns the maximum length of a line in bytes. For a longer line, `onLine` is called with std::nullopt.
-  std::size_t longestLine() const;
+  std::size_t longestLine() const {
+    // In canonical mode, the kernel cuts a typed line that does not fit into its buffer. So a line that fills
+    // the buffer (4095 bytes and the line end) may have been cut, and counts as too long.
+    return terminal ? lineDisciplineCapacity - 2 : lineLimit;
+  }
 
   /// Discards the unfinished line that the user is typing, but keeps finished lines. Does nothing on a pipe
   /// or a file, or while this process is in the background (the user then types for another program).
@@ -80,6 +84,8 @@ class StandardInput {
     return owner >= 0 && owner != getpgrp();
   }
 
+  static constexpr std::size_t lineLimit = 65536;              ///< bytes; maximum for a pipe or a file
+  static constexpr std::size_t lineDisciplineCapacity = 4096;  ///< bytes; N_TTY_BUF_SIZE of the kernel
   EventLoop& loop;
   FileDescriptor input;
   const bool terminal = isatty(input.get()) == 1;
