@@ -15,8 +15,7 @@ constexpr auto lowerHalf = "▄";
 /// whether the upper pixel and the lower pixel are dark.
 constexpr const char* cellColors[2][2] = {{"\033[38;5;231;48;5;231m", "\033[38;5;16;48;5;231m"},
                                           {"\033[38;5;231;48;5;16m", "\033[38;5;16;48;5;16m"}};
-/// The characters for a cell without colours, by the same indices as `cellColors`. Assumes light text on a
-/// dark screen.
+/// The characters for a cell without colours, by the same indices, for light text on a dark screen.
 constexpr const char* lightBlocks[2][2] = {{"█", "▀"}, {"▄", " "}};
 
 static bool isField(const View& view) {

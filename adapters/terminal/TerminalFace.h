@@ -18,9 +18,8 @@ namespace kestrune {
 /// the changed rows on a terminal, but the whole menu into a pipe. Call its functions on the main thread.
 class TerminalFace final : public StatusItem, public AlertQueue, public Notifications {
  public:
-  /// `styled`: text may be bold or faint, and the image in an alert, such as a QR code, may be printed in
-  /// colours. This has an effect only if standard output is a terminal. `givenLoop` and `givenDesktop` must
-  /// outlive this object.
+  /// `styled`: if standard output is a terminal, text may be bold or faint, and the image in an alert, such
+  /// as a QR code, may be printed in colours. `givenLoop` and `givenDesktop` must outlive this object.
   TerminalFace(EventLoop& givenLoop, bool styled, Notifications& givenDesktop)
       : AlertQueue(givenLoop.mainQueue()),
         loop(givenLoop),
