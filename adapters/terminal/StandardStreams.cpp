@@ -13,7 +13,6 @@ namespace kestrune {
 
 constexpr std::size_t pieceSize = 4096;        // bytes; the most that one read returns
 constexpr std::size_t discardLimit = 1 << 20;  // bytes that `discardTyped` discards at most
-constexpr Seconds foregroundInterval{0.2};     // how often `hideTyping` checks for the foreground
 constexpr std::size_t pendingLimit = 1 << 20;  // bytes of unwritten output; more output is dropped
 
 /// Returns a new descriptor for the same file; empty if `descriptor` is closed. Opens a pipe or a character
@@ -52,7 +51,7 @@ void StandardInput::hideTyping(bool hide) {
   if (isInBackground()) {
     // After `bg`, bash's `fg` sends no SIGCONT, and the echo may be on. So check every 0.2 s while a secret
     // is asked for.
-    if (hidden) foregroundCheck = loop.after(foregroundInterval, [this] { resume(); });
+    if (hidden) foregroundCheck = loop.after(Seconds{0.2}, [this] { resume(); });
     return;
   }
   termios settings{};
