@@ -19,9 +19,8 @@ enum class Starter { desktop, terminal, service };
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `givenArguments` are the arguments of this process. If `givenStarter` is a terminal or a service
-  /// manager, it waits for the end of this process: then a restart replaces this process by exec. Otherwise,
-  /// a restart starts the new client as a second process. For a service, `open` starts programs in a systemd
+  /// `givenArguments` are the arguments of this process. A terminal or a service manager waits for the end of
+  /// this process, so a restart then replaces it by exec. For a service, `open` starts programs in a systemd
   /// scope. The loop and the bundle must outlive this object.
   DesktopWorkspace(EventLoop& givenLoop, const MainBundle& givenBundle,
                    std::vector<std::string> givenArguments, Starter givenStarter)

@@ -40,8 +40,7 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   void add(const Notification& notification) override;
   void withdraw(const std::string& identifier) override { desktop.withdraw(identifier); }
 
-  /// Drops all alerts and does not call their completions. Restores the terminal's echo. Called before the
-  /// process exits.
+  /// Drops all alerts without calling their completions, and restores the terminal's echo. Call this at exit.
   void close() {
     forget();
     dialogues.clear();
