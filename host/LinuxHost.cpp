@@ -194,7 +194,7 @@ class LinuxHost final : public Host {
                               isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   std::unique_ptr<TerminalFace> terminal;  ///< if not null, used instead of `windows` and `tray`
   DialogWindows windows{loop, dialogProgram};
-  StatusNotifierItem tray{{
+  StatusNotifierItem tray{TrayParts{
       .bus = bus,
       .queue = loop.mainQueue(),
       .bundle = bundle,
