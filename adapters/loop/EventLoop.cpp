@@ -82,7 +82,7 @@ class SerialQueue final : public DispatchQueue {
         // Detach the thread, so that the end of the process need not wait for it: a job may take long.
         std::thread([shared = state, threadName = label.substr(0, threadNameLimit)] {
           pthread_setname_np(pthread_self(), threadName.c_str());
-          shared->run();
+          while (const Job job = shared->take()) job();
         }).detach();
         return;
       } catch (const std::system_error& failure) {
@@ -116,19 +116,14 @@ class SerialQueue final : public DispatchQueue {
     std::deque<Job> jobs;
     bool closed = false;
 
-    void run() {
+    /// Waits for the next job. Returns null when the queue is closed.
+    Job take() {
       std::unique_lock lock(mutex);
-      for (;;) {
-        changed.wait(lock, [this] { return closed || !jobs.empty(); });
-        if (closed) return;
-        Job job = std::move(jobs.front());
-        jobs.pop_front();
-        lock.unlock();
-        job();
-        // Destroy the job while the mutex is free: the destructor of a captured object may post another job.
-        job = nullptr;
-        lock.lock();
-      }
+      changed.wait(lock, [this] { return closed || !jobs.empty(); });
+      if (closed) return nullptr;
+      Job job = std::move(jobs.front());
+      jobs.pop_front();
+      return job;
     }
   };
 
