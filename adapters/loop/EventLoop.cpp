@@ -167,18 +167,17 @@ class EventLoop::LoopQueue final : public MainQueue {
   /// that the other event sources get their turn.
   void runJobs() {
     const Seconds present = timeOf(CLOCK_MONOTONIC);
-    std::unique_lock lock(mutex);
-    while (!loop.terminating && !jobs.empty() && jobs.begin()->first <= present) {
-      Job job = std::move(jobs.begin()->second);
-      jobs.erase(jobs.begin());
-      lock.unlock();
-      job();
-      // Destroy the job while the mutex is free: the destructor of a captured object may post another job.
-      job = nullptr;
-      lock.lock();
-    }
+    while (const Job job = takeDue(present)) job();
+    const std::lock_guard lock(mutex);
     if (jobs.empty()) return alarm.reset();
     alarm = loop.at(CLOCK_MONOTONIC, jobs.begin()->first, [this] { runJobs(); });
+  }
+
+  /// Takes the first job if it is due. Returns null if it is not, or if the loop is to end.
+  Job takeDue(Seconds present) {
+    const std::lock_guard lock(mutex);
+    if (loop.terminating || jobs.empty() || jobs.begin()->first > present) return nullptr;
+    return std::move(jobs.extract(jobs.begin()).mapped());
   }
 
   EventLoop& loop;
