@@ -1,6 +1,11 @@
 #pragma once
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <list>
+#include <memory>
+#include <utility>
 
 #include "adapters/loop/EventLoop.h"
 #include "adapters/system/FileDescriptor.h"
@@ -20,9 +25,25 @@ class LeftoverPipes {
   explicit LeftoverPipes(EventLoop& givenLoop) : loop(givenLoop) {}
 
   /// Takes over a non-blocking read end. Closes it when no process has the write end open. Any thread.
-  void add(FileDescriptor readEnd);
+  void add(FileDescriptor readEnd) {
+    loop.mainQueue().async([this, pipe = std::make_shared<FileDescriptor>(std::move(readEnd))] {
+      if (pipes.size() == limit) pipes.pop_front();
+      const auto readable = pipes.emplace(pipes.end());
+      *readable = loop.onDescriptor(pipe->get(), EPOLLIN, [this, pipe, readable] {
+        char buffer[65536];
+        const ssize_t count = read(pipe->get(), buffer, sizeof buffer);
+        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) pipes.erase(readable);
+      });
+      sd_event_source_set_ratelimit(readable->get(), readInterval, 1);
+    });
+  }
 
  private:
+  // The least time in microseconds between two reads of a pipe. Without it, a service that writes without end
+  // would keep the loop busy, and a service that writes a line now and then would wake the loop for each
+  // line.
+  static constexpr std::uint64_t readInterval = 50'000;
+
   EventLoop& loop;
   std::list<EventSource> pipes;  ///< oldest first; the handler of each owns the read end
 };
