@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -97,14 +97,15 @@ using OutputPipes = std::array<OutputPipe, 2>;
 struct ChildProcesses::Register {
   TakePipe leftover;
   std::mutex mutex;
-  std::vector<pid_t> running;    // children whose Process object exists; that object will reap them
-  std::vector<pid_t> abandoned;  // children without a Process object; `reapAbandoned` reaps them
+  // Key: PID. False: the Process of the child will reap it. True: it has none, and `reapAbandoned` will.
+  std::map<pid_t, bool> isAbandoned;
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
   int starting = 0;                           // calls of `spawn` in progress; they do not hold the lock
   std::condition_variable noneStarting;       // notified when `starting` becomes 0
 
   void reapAbandoned() {
-    std::erase_if(abandoned, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    std::erase_if(isAbandoned,
+                  [](const auto& each) { return each.second && waitpid(each.first, nullptr, WNOHANG) != 0; });
   }
 };
 
@@ -117,8 +118,7 @@ class ChildProcesses::Child final : public Process {
     leavePipes();
     const std::lock_guard lock(siblings->mutex);
     if (reaped) return;
-    std::erase(siblings->running, pid);
-    siblings->abandoned.push_back(pid);
+    siblings->isAbandoned[pid] = true;
     siblings->reapAbandoned();
   }
 
@@ -160,11 +160,11 @@ class ChildProcesses::Child final : public Process {
 
  private:
   bool reap() {
-    // Hold the lock from waitpid until the PID is removed from `running`. Because another process may get the
-    // PID after waitpid, `reserveForThisThread` might otherwise kill that process.
+    // Hold the lock from waitpid until the PID is removed from `siblings`. Because another process may get
+    // the PID after waitpid, `reserveForThisThread` might otherwise kill that process.
     const std::lock_guard lock(siblings->mutex);
     if (waitpid(pid, &status, WNOHANG) == 0) return false;
-    std::erase(siblings->running, pid);
+    siblings->isAbandoned.erase(pid);
     return reaped = true;
   }
 
@@ -225,10 +225,10 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   if (failure != 0) return Failure{describe(failure)};
   if (children->onlyThread.value_or(self) != self) {  // reserved during the spawn
     kill(-pid, SIGKILL);
-    children->abandoned.push_back(pid);
+    children->isAbandoned[pid] = true;
     return Failure{describe(ECANCELED)};
   }
-  children->running.push_back(pid);
+  children->isAbandoned[pid] = false;
   return std::make_unique<Child>(children, pid, std::move(pipes));
 }
 
@@ -238,9 +238,7 @@ void ChildProcesses::reserveForThisThread() {
   children->reapAbandoned();
   // Close the spare descriptors, because the next launch needs free descriptors for its pipes.
   for (auto& each : spare) each.reset();
-  for (const auto* const pids : {&children->running, &children->abandoned}) {
-    for (const pid_t pid : *pids) kill(-pid, SIGKILL);
-  }
+  for (const auto& each : children->isAbandoned) kill(-each.first, SIGKILL);
   // A thread that is in `spawn` now kills its child afterwards. Wait for that, but at most 200 ms, because
   // exec may hang.
   children->noneStarting.wait_for(lock, startPatience, [this] { return children->starting == 0; });
