@@ -3,7 +3,6 @@
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 
 #include "adapters/system/Errors.h"
@@ -11,12 +10,6 @@
 namespace kestrune {
 
 constexpr Seconds longestRetry{64.0};
-
-/// The rtnetlink multicast groups whose messages may mean that packets to the Internet take another route.
-/// The route groups are not enough: the kernel may send no message for an IPv4 route that it deletes because
-/// an address was removed or an interface went down.
-constexpr std::array groups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
-                            RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,   RTNLGRP_IPV6_RULE,   RTNLGRP_NEXTHOP};
 
 void NetworkMonitor::start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) {
   queue = &givenQueue;
@@ -76,7 +69,11 @@ std::optional<RoutedPath> NetworkMonitor::ask() {
 bool NetworkMonitor::listen() {
   socket = openRtnetlink();
   if (!socket) return false;
-  for (int group : groups) {
+  // The messages of these groups may mean that packets to the Internet take another route. The route groups
+  // are not enough: the kernel may send no message for an IPv4 route that it deletes because an address was
+  // removed or an interface went down.
+  for (int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
+                    RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE, RTNLGRP_IPV6_RULE, RTNLGRP_NEXTHOP}) {
     if (mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0) return false;
   }
   changed = loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
