@@ -89,9 +89,8 @@ void NetworkMonitor::busConnected() {
 void NetworkMonitor::prepareForSleep(sd_bus_message* signal) {
   int goesToSleep = 1;
   if (!isBroadcast(signal) || sd_bus_message_read(signal, "b", &goesToSleep) < 0 || goesToSleep != 0) return;
-  stopListening();
   decision.resume(clock.awakeTime());
-  wait();
+  notice();
 }
 
 }  // namespace kestrune
