@@ -20,7 +20,7 @@ void NetworkMonitor::start(DispatchQueue& givenQueue, std::function<void(Network
 }
 
 void NetworkMonitor::cancel() {
-  if (onUpdate) *onUpdate = nullptr;
+  onUpdate.reset();
   connection.remove(*this);
   sleepSignal.reset();
   timer.reset();
@@ -32,9 +32,8 @@ void NetworkMonitor::act() {
   const Seconds now = clock.awakeTime();
   const auto path = decision.isQuestionDue(now) ? decision.takeAnswer(ask(), now) : decision.takeReport(now);
   if (path) {
-    queue->async([shared = onUpdate, path = *path] {
-      // Call a copy: the function may cancel this monitor, which destroys the original.
-      if (const auto update = *shared) update(path);
+    queue->async([shared = std::weak_ptr(onUpdate), path = *path] {
+      if (const auto update = shared.lock()) (*update)(path);
     });
   }
   wait();

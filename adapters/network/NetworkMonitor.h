@@ -54,7 +54,7 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   const Clock& clock;
   const std::string devices;
   DispatchQueue* queue = nullptr;
-  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // shared with the jobs on the queue
+  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // null once the monitor is canceled
   NetworkDecision decision;
   BusSlot sleepSignal;
   NetlinkSocket socket;
