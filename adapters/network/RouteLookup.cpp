@@ -29,15 +29,6 @@ namespace {
 constexpr auto ipv4Destination = "198.41.0.4";
 constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
 
-/// The errors which mean that there is no usable route or interface.
-constexpr std::array noneErrors{
-    ENETUNREACH,   // no route, or a route of type throw
-    EHOSTUNREACH,  // a route of type unreachable
-    EACCES,        // a route of type prohibit
-    EINVAL,        // a route of type blackhole
-    ENODEV,        // the interface has just vanished
-};
-
 /// The attributes of a message, by type. A missing attribute is null. Types from 64 on are left out.
 using Attributes = std::array<const nlattr*, 64>;
 
@@ -166,8 +157,13 @@ int askForLinks(mnl_socket* socket, unsigned index, Links& links) {
   return ask(socket, *Request<ifinfomsg>(RTM_GETLINK, NLM_F_DUMP).message, take);
 }
 
+/// Returns whether an error means that there is no usable route or interface.
 bool meansNone(int error) {
-  return std::find(noneErrors.begin(), noneErrors.end(), error) != noneErrors.end();
+  return error == ENETUNREACH ||   // no route, or a route of type throw
+         error == EHOSTUNREACH ||  // a route of type unreachable
+         error == EACCES ||        // a route of type prohibit
+         error == EINVAL ||        // a route of type blackhole
+         error == ENODEV;          // the interface has just vanished
 }
 
 /// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired. Hardware has no kind. Other kinds of
@@ -233,7 +229,7 @@ Result<RoutedPath> lookUpRoute(const std::string& devices, int attempts) {
   for (const int family : {AF_INET, AF_INET6}) {
     RoutedPath found;
     const int unrouted = askForRoute(socket.get(), static_cast<unsigned char>(family), found);
-    // Treat every IPv6 error as "no route": a kernel without IPv6 reports errors other than `noneErrors`.
+    // Treat every IPv6 error as "no route": a kernel without IPv6 reports errors unknown to `meansNone`.
     if (unrouted != 0 && !meansNone(unrouted) && family != AF_INET6) refusal = unrouted;
     if (unrouted != 0 || found.interface == 0) continue;
     Links links;
