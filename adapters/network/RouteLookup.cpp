@@ -166,10 +166,6 @@ bool meansNone(int error) {
          error == ENODEV;          // the interface has just vanished
 }
 
-/// The kinds (IFLA_INFO_KIND) of Ethernet devices that count as wired. Hardware has no kind. Other kinds of
-/// virtual devices, such as bridges, are ARPHRD_ETHER too, but may run over any medium.
-constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
-
 /// Returns "wlan" for a Wi-Fi device; for any other network device, DEVTYPE in the file uevent of sysfs, such
 /// as "wwan"; empty if it is missing.
 std::string deviceType(unsigned index, const std::string& folder) {
@@ -190,7 +186,10 @@ Medium ownMedium(unsigned index, const Link& link, const std::string& devices) {
   if (type == "wlan") return Medium::wiFi;
   const bool isModem = link.kind == "wwan" || link.kind == "rmnet" || link.hardwareType == ARPHRD_RAWIP;
   if (isModem || type == "wwan") return Medium::cellular;
-  const bool isCable = std::find(cableKinds.begin(), cableKinds.end(), link.kind) != cableKinds.end();
+  // Only these kinds of Ethernet devices count as wired. Hardware has no kind. Other kinds of virtual
+  // devices, such as bridges, are ARPHRD_ETHER too, but may run over any medium.
+  constexpr std::array<std::string_view, 5> cableKinds{"", "veth", "netkit", "dsa", "dummy"};
+  const bool isCable = std::ranges::find(cableKinds, link.kind) != cableKinds.end();
   const bool isEthernet = link.hardwareType == ARPHRD_ETHER && type != "bluetooth";
   return isCable && isEthernet && link.lower == 0 ? Medium::wired : Medium::unknown;
 }
