@@ -200,18 +200,13 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   OutputPipes pipes;
   auto& [output, error] = pipes;
   if (!output.open() || !error.open()) return Failure{describe(errno)};
-  const SpawnOptions options{.executable = executable,
-                             .arguments = arguments,
-                             .input = input,
-                             .output = output.writeEnd.get(),
-                             .error = error.writeEnd.get()};
   pid_t pid = 0;
   int failure = 0;
   for (int attempt = 1;; ++attempt) {
     ++children->starting;
     // Unlock: exec may hang on a network file system, and `reserveForThisThread` needs the lock.
     lock.unlock();
-    failure = spawn(options, pid);
+    failure = spawn({executable, arguments, input, output.writeEnd.get(), error.writeEnd.get()}, pid);
     lock.lock();
     if (--children->starting == 0) children->noneStarting.notify_all();
     // At the limit of processes (RLIMIT_NPROC), fork fails with EAGAIN. A later attempt usually succeeds: a
