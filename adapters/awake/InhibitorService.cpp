@@ -12,18 +12,6 @@ constexpr std::uint64_t answerTime = 250'000;  // microseconds; longest wait of 
 constexpr Seconds pause{60.0};
 constexpr std::size_t lateGrantLimit = 16;
 
-InhibitorService::InhibitorService(BusConnection& givenConnection, const Clock& givenClock,
-                                   InhibitorProtocol givenProtocol)
-    : BusClient(givenConnection),
-      clock(givenClock),
-      protocol(std::move(givenProtocol)),
-      owner(connection, protocol.name, [this](const auto&) {
-        path = 0;
-        absentUntil = silentUntil = clock.continuousTime();
-      }) {
-  connection.add(*this);
-}
-
 bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) {
   // Require an authenticated connection: sd_bus_call would wait for authentication without a time limit.
   while (isPresent() && clock.continuousTime() >= silentUntil && sd_bus_is_ready(bus) > 0) {

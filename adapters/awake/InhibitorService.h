@@ -27,8 +27,11 @@ struct InhibitorProtocol {
 /// Never makes the bus daemon start the service. The destructor releases all inhibitors. Main thread.
 class InhibitorService final : public BusClient {
  public:
-  /// `connection` and `clock` must outlive this object.
-  InhibitorService(BusConnection& connection, const Clock& clock, InhibitorProtocol protocol);
+  /// The connection, the clock and the protocol must outlive this object.
+  InhibitorService(BusConnection& given, const Clock& givenClock, const InhibitorProtocol& givenProtocol)
+      : BusClient(given), clock(givenClock), protocol(givenProtocol) {
+    connection.add(*this);
+  }
   ~InhibitorService() override {
     for (const auto& [holder, grant] : grants) release(grant);
   }
@@ -72,8 +75,11 @@ class InhibitorService final : public BusClient {
   int answered(sd_bus_message* message, sd_bus_error* error);
 
   const Clock& clock;
-  const InhibitorProtocol protocol;
-  NameOwner owner;
+  const InhibitorProtocol& protocol;
+  NameOwner owner{connection, protocol.name, [this](const auto&) {
+                    path = 0;
+                    absentUntil = silentUntil = clock.continuousTime();
+                  }};
 
   std::size_t path = 0;                   ///< index of the path in use, in `protocol.paths`
   Seconds absentUntil{};                  ///< `isPresent` is false until this time (Clock::continuousTime)
