@@ -8,9 +8,6 @@
 
 namespace kestrune {
 
-// If poll() reports a blocking terminal, pipe or socket as writable, writing this many bytes does not block.
-constexpr std::size_t safeAmount = 256;
-
 bool DescriptorWriter::write(std::string_view text) {
   if (!pending.empty() && pending.size() - sent + text.size() > limit) {
     errno = ENOBUFS;
@@ -33,7 +30,8 @@ ssize_t DescriptorWriter::writeSome(std::string_view text) const {
       errno = EAGAIN;
       return -1;
     }
-    text = text.substr(0, safeAmount);
+    // If poll() reports a blocking terminal, pipe or socket as writable, writing 256 bytes does not block.
+    text = text.substr(0, 256);
   }
   return ::write(output.get(), text.data(), text.size());
 }
