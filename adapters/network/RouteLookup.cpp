@@ -23,12 +23,6 @@ namespace kestrune {
 
 namespace {
 
-// The destinations for which the kernel looks up a route: addresses of a root name server. No packet is sent.
-// Root servers are outside of every local network, and are routed like any other host on the Internet.
-// Do not use addresses that are reserved for documentation: machines may have reject routes for them.
-constexpr auto ipv4Destination = "198.41.0.4";
-constexpr auto ipv6Destination = "2001:503:ba3e::2:30";
-
 /// The attributes of a message, by type. A missing attribute is null. Types from 64 on are left out.
 using Attributes = std::array<const nlattr*, 64>;
 
@@ -107,8 +101,11 @@ int askForRoute(mnl_socket* socket, unsigned char family, RoutedPath& path) {
   const std::size_t size = family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr);
   request.header->rtm_family = family;
   request.header->rtm_dst_len = static_cast<unsigned char>(8 * size);
+  // Addresses of a root name server. No packet is sent. Root servers are outside of every local network, and
+  // are routed like any other host on the Internet. Do not use addresses that are reserved for documentation:
+  // machines may have reject routes for them.
   in6_addr address{};
-  inet_pton(family, family == AF_INET ? ipv4Destination : ipv6Destination, &address);
+  inet_pton(family, family == AF_INET ? "198.41.0.4" : "2001:503:ba3e::2:30", &address);
   mnl_attr_put(request.message, RTA_DST, size, &address);
   return ask(socket, *request.message, [&path](const nlmsghdr& message) {
     const auto [header, attributes] = partsOf<rtmsg>(message);
