@@ -9,8 +9,6 @@
 
 namespace kestrune {
 
-constexpr Seconds longestRetry{64.0};
-
 void NetworkMonitor::start(DispatchQueue& givenQueue, std::function<void(NetworkPath)> givenOnUpdate) {
   queue = &givenQueue;
   onUpdate = std::make_shared<std::function<void(NetworkPath)>>(std::move(givenOnUpdate));

@@ -33,7 +33,7 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   void cancel() override;
 
  private:
-  static constexpr Seconds firstRetry{0.25};
+  static constexpr Seconds firstRetry{0.25}, longestRetry{64.0};
 
   void act();
   void wait() {
