@@ -277,11 +277,6 @@ void EventLoop::unblockEndingSignals() {
   changeSignalMask(SIG_UNBLOCK, endingSignals);
 }
 
-void EventLoop::reap(pid_t child) {
-  children.insert(child);
-  reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already
-}
-
 /// Reaps only the children that were given to `reap`; other code reaps all other children. Runs at each
 /// SIGCHLD. Uses no pidfds: each is a descriptor, and the process may have no free descriptor.
 void EventLoop::reapEnded() {

@@ -50,7 +50,10 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   EventSource onDescriptor(int descriptor, unsigned events, std::function<void()> handler);
 
   /// Reaps `child` when it ends. No other code may wait for this child.
-  void reap(pid_t child);
+  void reap(pid_t child) {
+    children.insert(child);
+    reapEnded();  // the child may have ended, and its SIGCHLD may have been handled already
+  }
   /// Calls `reap` for every child that was started before this process called execve.
   void reapInherited();
   /// Sends a signal to a child that was given to `reap`. Does nothing when the child has been reaped.
