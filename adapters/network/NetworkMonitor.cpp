@@ -37,14 +37,6 @@ void NetworkMonitor::act() {
   wait();
 }
 
-void NetworkMonitor::notice() {
-  // A network change often causes many messages. Stop listening, so that the later messages do not wake the
-  // process. `ask` listens again.
-  stopListening();
-  decision.notice(clock.awakeTime());
-  wait();
-}
-
 /// Asks the kernel for the route, and listens for changes of the answer. Absent if the kernel refuses.
 std::optional<RoutedPath> NetworkMonitor::ask() {
   // Listen before asking, or a change between the answer and the start of listening would be missed.
@@ -75,12 +67,6 @@ bool NetworkMonitor::listen() {
   }
   changed = loop.onDescriptor(mnl_socket_get_fd(socket.get()), EPOLLIN, [this] { notice(); });
   return true;
-}
-
-void NetworkMonitor::busConnected() {
-  sd_bus_match_signal_async(bus, Into(sleepSignal), "org.freedesktop.login1", "/org/freedesktop/login1",
-                            "org.freedesktop.login1.Manager", "PrepareForSleep",
-                            &handler<&NetworkMonitor::prepareForSleep>, &ignoreReply, this);
 }
 
 void NetworkMonitor::prepareForSleep(sd_bus_message* signal) {

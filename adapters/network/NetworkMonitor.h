@@ -40,14 +40,24 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
     timer.reset();
     if (const auto due = decision.due()) timer = loop.after(*due - clock.awakeTime(), [this] { act(); });
   }
-  void notice();
+  void notice() {
+    // A network change often causes many messages. Stop listening, so that the later messages do not wake the
+    // process. `ask` listens again.
+    stopListening();
+    decision.notice(clock.awakeTime());
+    wait();
+  }
   std::optional<RoutedPath> ask();
   bool listen();
   void stopListening() {
     changed.reset();
     socket.reset();
   }
-  void busConnected() override;
+  void busConnected() override {
+    sd_bus_match_signal_async(bus, Into(sleepSignal), "org.freedesktop.login1", "/org/freedesktop/login1",
+                              "org.freedesktop.login1.Manager", "PrepareForSleep",
+                              &handler<&NetworkMonitor::prepareForSleep>, &ignoreReply, this);
+  }
   void prepareForSleep(sd_bus_message* signal);
 
   EventLoop& loop;
