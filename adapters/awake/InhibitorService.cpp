@@ -48,11 +48,6 @@ bool InhibitorService::inhibit(std::uint32_t holder, const std::string& reason) 
   return false;
 }
 
-void InhibitorService::busConnected() {
-  // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
-  sd_bus_add_filter(bus, Into(answers), &handler<&InhibitorService::answered>, this);
-}
-
 int InhibitorService::answered(sd_bus_message* message, sd_bus_error*) {
   std::uint64_t serial = 0;
   if (sd_bus_message_get_reply_cookie(message, &serial) < 0) return 0;
@@ -74,14 +69,6 @@ bool InhibitorService::read(sd_bus_message* reply, Grant& grant) const {
   // Duplicate the received descriptor (SCM_RIGHTS): the message owns the original, and will close it.
   grant.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
   return static_cast<bool>(grant.descriptor);
-}
-
-/// Releases an inhibitor that has a cookie. Calls the unique name of the process that granted it, because no
-/// other process knows the cookie. An inhibitor without a cookie ends when its descriptor is closed.
-void InhibitorService::release(const Grant& grant) const {
-  if (protocol.releaseMethod == nullptr || bus == nullptr) return;
-  sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,
-                           protocol.releaseMethod, nullptr, nullptr, "u", grant.cookie);
 }
 
 }  // namespace kestrune

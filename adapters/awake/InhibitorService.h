@@ -56,7 +56,10 @@ class InhibitorService final : public BusClient {
     return found != grants.end() && found->second.owner == owner.owner();
   }
 
-  void busConnected() override;
+  void busConnected() override {
+    // Use a filter, because sd-bus calls no handler for the late answer to a call that timed out.
+    sd_bus_add_filter(bus, Into(answers), &handler<&InhibitorService::answered>, this);
+  }
   void busLost() override {
     grants.clear();
     lateGrants.clear();
@@ -71,7 +74,13 @@ class InhibitorService final : public BusClient {
   };
 
   bool read(sd_bus_message* reply, Grant& grant) const;
-  void release(const Grant& grant) const;
+  /// Releases an inhibitor that has a cookie. Calls the unique name of the process that granted it, because
+  /// no other process knows the cookie. An inhibitor without a cookie ends when its descriptor is closed.
+  void release(const Grant& grant) const {
+    if (protocol.releaseMethod == nullptr || bus == nullptr) return;
+    sd_bus_call_method_async(bus, nullptr, grant.owner.c_str(), grant.path, protocol.interface,
+                             protocol.releaseMethod, nullptr, nullptr, "u", grant.cookie);
+  }
   int answered(sd_bus_message* message, sd_bus_error* error);
 
   const Clock& clock;

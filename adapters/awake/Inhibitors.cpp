@@ -77,12 +77,6 @@ bool Inhibitors::isHeld(std::uint32_t identifier) {
          std::ranges::all_of(services, [&](const auto* each) { return each->holds(identifier); });
 }
 
-void Inhibitors::release(std::uint32_t identifier) {
-  if (assertions.erase(identifier) == 0) return;
-  for (auto* const service : {&sessionManager, &screenSaver, &powerManagement, &login})
-    service->release(identifier);
-}
-
 /// Returns the running services that must each grant an inhibitor for an assertion of this type.
 Inhibitors::Services Inhibitors::servicesFor(PowerAssertionType type) {
   const auto present = [](Services services) {

@@ -23,7 +23,11 @@ class Inhibitors final : public PowerAssertions {
 
   std::optional<std::uint32_t> create(PowerAssertionType type, int level, const std::string& name) override;
   bool isHeld(std::uint32_t identifier) override;
-  void release(std::uint32_t identifier) override;
+  void release(std::uint32_t identifier) override {
+    if (assertions.erase(identifier) == 0) return;
+    for (auto* const service : {&sessionManager, &screenSaver, &powerManagement, &login})
+      service->release(identifier);
+  }
 
  private:
   using Services = std::vector<InhibitorService*>;
