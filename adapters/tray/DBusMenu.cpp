@@ -50,14 +50,9 @@ void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
     sd_bus_message_append(message, "v", "i", *number);
   } else {
     // The interface expects a list of key combinations, each a list of keys. A row has one combination.
-    sd_bus_message_open_container(message, 'v', "aas");
-    sd_bus_message_open_container(message, 'a', "as");
-    sd_bus_message_open_container(message, 'a', "s");
-    for (const auto& key : std::get<MenuLayout::Shortcut>(value))
-      sd_bus_message_append(message, "s", key.c_str());
-    sd_bus_message_close_container(message);
-    sd_bus_message_close_container(message);
-    sd_bus_message_close_container(message);
+    const auto& [shift, key] = std::get<MenuLayout::Shortcut>(value);
+    if (shift) sd_bus_message_append(message, "v", "aas", 1, 3, "Control", "Shift", key.c_str());
+    if (!shift) sd_bus_message_append(message, "v", "aas", 1, 2, "Control", key.c_str());
   }
 }
 

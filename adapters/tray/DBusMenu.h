@@ -18,7 +18,7 @@ namespace kestrune {
 
 /// A menu in the form of com.canonical.dbusmenu: the properties of each row, and the tree of rows.
 struct MenuLayout {
-  using Shortcut = std::vector<std::string>;  ///< keys that are pressed together
+  using Shortcut = std::pair<bool, std::string>;  ///< whether Shift is pressed with Control; the key
   using Value = std::variant<std::string, bool, std::int32_t, Shortcut>;
   using Properties = std::map<std::string, Value, std::less<>>;
 

@@ -22,14 +22,11 @@ std::string label(const std::string& title, const TrayHostForm& form) {
   return after == std::string::npos ? text : text.insert(after, 1, '_');
 }
 
-/// Returns the keys of a shortcut: Control, Shift for an upper-case letter, and the key `keyEquivalent`.
+/// Returns the shortcut with the key `keyEquivalent`. An upper-case letter needs Shift.
 MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
-  MenuLayout::Shortcut keys{"Control"};
+  if (keyEquivalent == "," && !form.qtKeys) return {false, "comma"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
-  if (std::isupper(letter)) keys.emplace_back("Shift");
-  const bool isNamed = keyEquivalent == "," && !form.qtKeys;
-  keys.push_back(isNamed ? "comma" : std::string(1, static_cast<char>(std::tolower(letter))));
-  return keys;
+  return {std::isupper(letter) != 0, std::string(1, static_cast<char>(std::tolower(letter)))};
 }
 
 MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& form) {
