@@ -139,7 +139,7 @@ void DBusMenu::busConnected() {
 }
 
 void DBusMenu::rebuild() {
-  MenuLayout before = std::exchange(rows, menuLayout(items, form));
+  MenuLayout before = std::exchange(rows, MenuLayout(items, form));
   // Some hosts, such as MATE's panel, change the check mark of a clicked row themselves. So send the mark
   // again, also if the action has not changed it.
   for (const int id : std::exchange(clickedRows, {})) before.properties[id].erase("toggle-state");

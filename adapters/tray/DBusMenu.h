@@ -18,21 +18,21 @@ namespace kestrune {
 
 /// A menu in the form of com.canonical.dbusmenu: the properties of each row, and the tree of rows.
 struct MenuLayout {
+  /// Makes the layout of `items` for the tray host that `form` describes. Without submenus, the menu itself
+  /// contains all rows.
+  MenuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
+
   using Shortcut = std::pair<bool, std::string>;  ///< whether Shift is pressed with Control; the key
   using Value = std::variant<std::string, bool, std::int32_t, Shortcut>;
   using Properties = std::map<std::string, Value, std::less<>>;
 
   static constexpr int root = 0;  ///< the ID of the menu itself
 
-  std::map<int, Properties> properties;      ///< of the menu itself and of each row, by ID
-  std::map<int, std::vector<int>> children;  ///< key: ID of the menu or of a submenu; value: IDs of its rows
+  std::map<int, Properties> properties;                  ///< of the menu itself and of each row, by ID
+  std::map<int, std::vector<int>> children{{root, {}}};  ///< IDs of rows, by ID of their menu or submenu
 
   bool operator==(const MenuLayout&) const = default;
 };
-
-/// Returns the layout of `items` for the tray host that `form` describes. Without submenus, the menu itself
-/// contains all rows.
-MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form);
 
 /// Exports a menu as com.canonical.dbusmenu, the D-Bus interface from which tray hosts read menus. An open
 /// menu shows changed properties in place. It closes only when rows come, go or move. Main thread.
@@ -72,7 +72,7 @@ class DBusMenu final : public BusClient {
   DispatchQueue& queue;
   std::vector<MenuItem> items;
   const TrayHostForm& form;
-  MenuLayout rows = menuLayout({}, {});
+  MenuLayout rows{{}, {}};
   std::set<int> clickedRows;  ///< IDs of the rows that were clicked since the last `rebuild`
   std::uint32_t revision = 1;
   BusSlot object;

@@ -42,24 +42,21 @@ MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& fo
 
 }  // namespace
 
-MenuLayout menuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form) {
-  MenuLayout rows;
-  rows.children[MenuLayout::root] = {};
-  for (const auto& item : items) rows.properties.emplace(item.id, propertiesOf(item, form));
+MenuLayout::MenuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form) {
+  for (const auto& item : items) properties.emplace(item.id, propertiesOf(item, form));
   for (const auto& item : items) {
-    int parent = MenuLayout::root;
+    int parent = root;
     for (const auto& submenu : submenus) {
       if (!form.submenus || item.id < submenu.first || item.id > submenu.last) continue;
-      if (rows.properties.contains(submenu.row)) parent = submenu.row;
+      if (properties.contains(submenu.row)) parent = submenu.row;
     }
-    rows.children[parent].push_back(item.id);
+    children[parent].push_back(item.id);
   }
-  for (const auto& [id, children] : rows.children) {
-    rows.properties[id]["children-display"] = std::string("submenu");
+  for (const auto& [id, rows] : children) {
+    properties[id]["children-display"] = std::string("submenu");
     // Enable each row that opens a submenu, because hosts do not open the submenu of a disabled row.
-    if (id != MenuLayout::root) rows.properties[id]["enabled"] = true;
+    if (id != root) properties[id]["enabled"] = true;
   }
-  return rows;
 }
 
 }  // namespace kestrune
