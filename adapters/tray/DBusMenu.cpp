@@ -1,7 +1,6 @@
 #include "adapters/tray/DBusMenu.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
 #include <string_view>
 
@@ -12,8 +11,8 @@ namespace {
 constexpr auto menuInterface = "com.canonical.dbusmenu";
 constexpr std::string_view clickEvent = "clicked";
 
-constexpr std::array<std::string_view, 7> propertyNames{
-    "children-display", "enabled", "label", "shortcut", "toggle-state", "toggle-type", "type"};
+constexpr std::string_view propertyNames[] = {"children-display", "enabled",     "label", "shortcut",
+                                              "toggle-state",     "toggle-type", "type"};
 
 /// The names of the properties that a host asks for; empty: it asks for all properties.
 using PropertyFilter = std::set<std::string_view>;
@@ -23,8 +22,8 @@ int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   int result = sd_bus_message_enter_container(call, 'a', "s");
   for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
     // Insert "" for an unknown name: a caller may send millions of names.
-    const auto known = std::find(propertyNames.begin(), propertyNames.end(), name);
-    filter.insert(known == propertyNames.end() ? "" : *known);
+    const auto* const known = std::ranges::find(propertyNames, std::string_view(name));
+    filter.insert(known == std::end(propertyNames) ? "" : *known);
   }
   return result < 0 ? result : sd_bus_message_exit_container(call);
 }
@@ -187,8 +186,7 @@ void DBusMenu::announce(const MenuLayout& before) {
 }
 
 int DBusMenu::getLayout(sd_bus_message* call, sd_bus_error* error) {
-  std::int32_t parent = 0;
-  std::int32_t depth = 0;
+  std::int32_t parent = 0, depth = 0;
   PropertyFilter filter;
   if (const int result = sd_bus_message_read(call, "ii", &parent, &depth); result < 0) return result;
   if (const int result = readFilter(call, filter); result < 0) return result;
