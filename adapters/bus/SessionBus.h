@@ -143,8 +143,8 @@ class BusConnection {
 /// D-Bus objects again. The destructor removes this client from `connection`.
 class BusClient {
  public:
-  /// `given` must outlive this object. The derived class must call `connection.add`, which may call
-  /// `busConnected` before it returns.
+  /// `given` must outlive this object. A derived class that overrides a function below must call
+  /// `connection.add`, which may call `busConnected` before it returns.
   explicit BusClient(BusConnection& given) : connection(given), bus(given.bus) {}
   virtual ~BusClient() { connection.remove(*this); }
   BusClient(const BusClient&) = delete;

@@ -22,8 +22,7 @@ void TrayAdvice::look() {
   // Schedule the next check now, in case no answer comes: the bus may be lost, or the watcher may hang.
   lookAfter(patience);
   if (bus == nullptr) return;
-  if (unanswered == looksInVain) return timer.reset();
-  ++unanswered;
+  if (++unanswered > looksInVain) return timer.reset();
   BusMessage call;
   sd_bus_message_new_method_call(bus, Into(call), watcherName, watcherPath, "org.freedesktop.DBus.Properties",
                                  "Get");

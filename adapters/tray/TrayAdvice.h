@@ -21,7 +21,6 @@ class TrayAdvice final : public BusClient {
   /// All arguments must outlive this object.
   TrayAdvice(SessionBus& givenBus, Timers& givenTimers, Notifications& givenNotifications)
       : BusClient(givenBus), timers(givenTimers), notifications(givenNotifications) {
-    connection.add(*this);
     lookAfter(patience);
   }
 
