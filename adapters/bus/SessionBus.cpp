@@ -21,6 +21,7 @@ void BusConnection::add(BusClient& client) {
 
 void BusConnection::connect(Absence givenAbsence) {
   absence = givenAbsence;
+  disconnect();
   int result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
   // Set no timeout: at login, services may answer late, and a stopped bus daemon (SIGSTOP) answers only after
   // SIGCONT. Most calls are not repeated.
@@ -29,11 +30,11 @@ void BusConnection::connect(Absence givenAbsence) {
   if (result >= 0) {
     result = sd_bus_match_signal(bus, Into(disconnection), nullptr, "/org/freedesktop/DBus/Local",
                                  "org.freedesktop.DBus.Local", "Disconnected",
-                                 &handler<&BusConnection::disconnected>, this);
+                                 &handler<&BusConnection::connectLater>, this);
   }
   if (result < 0) {
     bus = sd_bus_close_unref(bus);
-    connectLater();
+    connectLater(nullptr);
     // The error is ENOENT when the bus has no socket, and ENOMEDIUM when no address of the bus is known.
     const bool isMissing = result == -ENOENT || result == -ENOMEDIUM;
     if (isMissing && absence == Absence::expected) return;
@@ -74,11 +75,8 @@ void BusConnection::disconnect() {
   sd_bus_close_unref(lost);
 }
 
-void BusConnection::connectLater() {
-  retry = loop.after(retryDelay, [this] {
-    disconnect();
-    connect(absence);
-  });
+void BusConnection::connectLater(sd_bus_message*) {
+  retry = loop.after(retryDelay, [this] { connect(absence); });
   retryDelay = std::min(retryDelay * 2, longestRetry);
 }
 

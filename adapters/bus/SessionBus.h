@@ -81,8 +81,7 @@ inline bool isFromBusDaemon(sd_bus_message* signal) {
   return sender != nullptr && sender == std::string_view(busName);
 }
 
-/// Returns whether the signal is a broadcast. A match rule that names a sender ensures that a broadcast comes
-/// from this sender. It does not ensure this for a unicast signal: any process may send one.
+/// Returns whether the signal is a broadcast, which comes from the sender that the match rule names, if any.
 inline bool isBroadcast(sd_bus_message* signal) {
   return sd_bus_message_get_destination(signal) == nullptr;
 }
@@ -122,12 +121,11 @@ class BusConnection {
   static constexpr Seconds firstRetry{0.1};
 
   void disconnect();
-  void connectLater();
+  /// Handles the signal "Disconnected" too: a connection must not be destroyed inside its own callback.
+  void connectLater(sd_bus_message* disconnected);
   void answered(sd_bus_message* reply) {
     if (!sd_bus_message_is_method_error(reply, nullptr)) retryDelay = firstRetry;
   }
-  /// Connects later, because the connection must not be destroyed inside its own callback.
-  void disconnected(sd_bus_message*) { connectLater(); }
 
   EventLoop& loop;
   const BusKind kind;
@@ -161,13 +159,11 @@ class BusClient {
   sd_bus* const& bus;  ///< the open connection; null while there is none, also during `busLost`
 };
 
-class SessionBus final : public BusConnection {
- public:
+struct SessionBus final : BusConnection {
   explicit SessionBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::session) {}
 };
 
-class SystemBus final : public BusConnection {
- public:
+struct SystemBus final : BusConnection {
   explicit SystemBus(EventLoop& eventLoop) : BusConnection(eventLoop, BusKind::system) {}
 };
 
