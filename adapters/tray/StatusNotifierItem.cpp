@@ -121,21 +121,14 @@ void StatusNotifierItem::registerWithWatcher() {
 
 void StatusNotifierItem::registered(sd_bus_message* reply) {
   const sd_bus_error* const failure = sd_bus_message_get_error(reply);
-  if (failure == nullptr) {
-    if (parts.onRegistered) parts.onRegistered();
-  } else if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
+  if (failure == nullptr) return parts.onRegistered();
+  if (sd_bus_error_has_names(failure, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_SERVICE_UNKNOWN)) {
     reportOnce(
         "no tray on this desktop: the icon appears as soon as there is one; "
         "where there is no desktop, use --terminal");
   } else {
     reportOnce(std::string("the tray did not take the icon: ") + failure->name);
   }
-}
-
-void StatusNotifierItem::hostRegistered(sd_bus_message* signal) {
-  // A tray host has started. Register again, because the watcher may have refused the item while no host ran.
-  // Registering twice is harmless.
-  if (isBroadcast(signal)) registerWithWatcher();
 }
 
 int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* propertyName,
@@ -176,18 +169,13 @@ int StatusNotifierItem::activate(sd_bus_message* call, sd_bus_error* error) {
   return click(call, error);
 }
 
-int StatusNotifierItem::click(sd_bus_message* call, sd_bus_error*) {
-  parts.queue.async(parts.onClick);
-  return sd_bus_reply_method_return(call, "");
-}
-
 int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error* error) {
   // Refuse the token: the host would show a busy pointer after each row that opens no window.
   if (hosts->form().busyWithToken)
     return sd_bus_error_set_const(error, SD_BUS_ERROR_UNKNOWN_METHOD, "Give no token to this item");
   const char* given = nullptr;
   if (const int result = sd_bus_message_read(call, "s", &given); result < 0) return result;
-  if (parts.onToken) parts.onToken(given);
+  parts.onToken(given);
   return sd_bus_reply_method_return(call, "");
 }
 

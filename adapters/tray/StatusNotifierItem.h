@@ -14,8 +14,7 @@
 
 namespace kestrune {
 
-/// The objects that a tray item uses. The objects behind the references outlive the item. The last three
-/// functions may be null.
+/// The objects that a tray item uses. The objects behind the references outlive the item.
 struct TrayParts {
   SessionBus& bus;
   DispatchQueue& queue;           ///< the main queue
@@ -23,9 +22,9 @@ struct TrayParts {
   std::function<void()> onClick;  ///< called at a click if the tray host does not open the menu itself
   /// Called with the activation token that the host sends before a click. The token may have any length, and
   /// may come from any program on the bus.
-  std::function<void(std::string_view)> onToken = nullptr;
-  std::function<void(const Menu&)> onMenu = nullptr;  ///< called when the menu has changed
-  std::function<void()> onRegistered = nullptr;       ///< called when a watcher has accepted the item
+  std::function<void(std::string_view)> onToken = [](std::string_view) {};
+  std::function<void(const Menu&)> onMenu = [](const Menu&) {};  ///< called when the menu has changed
+  std::function<void()> onRegistered = [] {};  ///< called when a watcher has accepted the item
 };
 
 /// A status item with a menu, exported on the session bus as org.kde.StatusNotifierItem. Registers with each
@@ -41,7 +40,7 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   bool hasButton() const override { return true; }
   void setButton(const StatusButton& button) override;
   void setMenu(Menu menu) override {
-    if (parts.onMenu) parts.onMenu(menu);
+    parts.onMenu(menu);
     exportedMenu->setMenu(std::move(menu));
   }
 
@@ -50,11 +49,18 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
  private:
   void registerWithWatcher();
   void registered(sd_bus_message* reply);
-  void hostRegistered(sd_bus_message* signal);
+  /// A tray host has started. Registers again, because the watcher may have refused the item while no host
+  /// ran. Registering twice is harmless.
+  void hostRegistered(sd_bus_message* signal) {
+    if (isBroadcast(signal)) registerWithWatcher();
+  }
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
   int activate(sd_bus_message* call, sd_bus_error* error);
-  int click(sd_bus_message* call, sd_bus_error* error);
+  int click(sd_bus_message* call, sd_bus_error*) {
+    parts.queue.async(parts.onClick);
+    return sd_bus_reply_method_return(call, "");
+  }
   int provideToken(sd_bus_message* call, sd_bus_error* error);
 
   const TrayParts parts;
