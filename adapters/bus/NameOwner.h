@@ -20,7 +20,13 @@ class NameOwner final : public BusClient {
     connection.add(*this);
   }
 
-  void busConnected() override;
+  void busConnected() override {
+    const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
+                             "',interface='" + busName + "',member='NameOwnerChanged',arg0='" + name + "'";
+    sd_bus_add_match_async(bus, Into(match), rule.c_str(), &handler<&NameOwner::changed>, &ignoreReply, this);
+    sd_bus_call_method_async(bus, Into(question), busName, busPath, busName, "GetNameOwner",
+                             &handler<&NameOwner::answered>, this, "s", name.c_str());
+  }
   void busLost() override { current.reset(); }
 
   /// Returns whether the bus daemon has said who owns the name, or that nobody owns it.
@@ -30,8 +36,20 @@ class NameOwner final : public BusClient {
   std::string owner() const { return current.value_or(""); }
 
  private:
-  void answered(sd_bus_message* reply);
-  void changed(sd_bus_message* signal);
+  void answered(sd_bus_message* reply) {
+    // Ignore the reply if a NameOwnerChanged signal came before it: the signal has already set the owner.
+    if (isKnown()) return;
+    const sd_bus_error* const error = sd_bus_message_get_error(reply);
+    const char* owner = "";
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) ||
+        (error == nullptr && sd_bus_message_read(reply, "s", &owner) >= 0))
+      onChange(std::exchange(current, owner));
+  }
+  void changed(sd_bus_message* signal) {
+    const char* after = nullptr;
+    if (isFromBusDaemon(signal) && sd_bus_message_read(signal, "sss", nullptr, nullptr, &after) >= 0)
+      onChange(std::exchange(current, after));
+  }
 
   const std::string name;
   const Change onChange;
