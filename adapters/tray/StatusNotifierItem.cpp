@@ -135,15 +135,14 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
                                  sd_bus_message* reply, void* data, sd_bus_error*) {
   const auto& self = *static_cast<const StatusNotifierItem*>(data);
   const std::string_view name = propertyName;
-  const ImageRef& image = self.button.image;
+  const auto& shown = self.button;
   if (name == "WindowId") return sd_bus_message_append(reply, "i", 0);
-  if (name == "IconPixmap" && image) return appendPixmaps(reply, image->bitmaps);
+  if (name == "IconPixmap" && shown.image) return appendPixmaps(reply, shown.image->bitmaps);
   if (name.ends_with("IconPixmap")) return sd_bus_message_append(reply, "a(iiay)", 0);
   if (name == "ToolTip") {
     // The values are icon name, pixmaps, title and text. The title holds the whole tooltip, because some
     // hosts ignore the text.
-    return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, withoutMarkup(self.button.toolTip).c_str(),
-                                 "");
+    return sd_bus_message_append(reply, "(sa(iiay)ss)", "", 0, withoutMarkup(shown.toolTip).c_str(), "");
   }
   if (name == "ItemIsMenu") return sd_bus_message_append(reply, "b", 1);
   if (name == "Menu") return sd_bus_message_append(reply, "o", DBusMenu::objectPath);
@@ -153,9 +152,9 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   if (name == "Id") text = "kestrune-menu-client";
   if (name == "Title") text = "Kestrune";
   if (name == "Status") text = "Active";
-  if (name == "IconAccessibleDesc") text = withoutMarkup(self.button.accessibilityLabel);
-  if (name == "IconName" && image && self.hosts->form().iconFiles) {
-    const bool grey = std::all_of(image->bitmaps.begin(), image->bitmaps.end(), isGrey);
+  if (name == "IconAccessibleDesc") text = withoutMarkup(shown.accessibilityLabel);
+  if (name == "IconName" && shown.image && self.hosts->form().iconFiles) {
+    const bool grey = std::ranges::all_of(shown.image->bitmaps, isGrey);
     const char* const file = grey ? "codex-menubar-grey" : "codex-menubar";
     text = self.parts.bundle.pathForResource(file, "png").value_or("");
     if (!isValidUtf8(text)) text.clear();  // a string that is not UTF-8 would make the whole reply fail
