@@ -21,7 +21,7 @@ using Ids = std::span<const std::int32_t>;
 int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   int result = sd_bus_message_enter_container(call, 'a', "s");
   for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
-    // Insert "" for an unknown name: a caller may send millions of names.
+    // Insert "" for an unknown name: the filter must not stay empty, and a caller may send millions of names.
     const auto* const known = std::ranges::find(propertyNames, std::string_view(name));
     filter.insert(known == std::end(propertyNames) ? "" : *known);
   }
