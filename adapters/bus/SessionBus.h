@@ -35,16 +35,14 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusUnref>;
 /// pointer: write Into(slot) where the function expects sd_bus_slot**. If the function fails, `slot` becomes
 /// null.
 template <typename Owner>
-class Into {
+struct Into {
   using Pointer = typename Owner::pointer;
 
- public:
   explicit Into(Owner& given) : owner(given) {}
   ~Into() { owner.reset(stored); }
   Into(const Into&) = delete;
   operator Pointer*() { return &stored; }
 
- private:
   Owner& owner;
   Pointer stored = nullptr;
 };
