@@ -7,11 +7,10 @@ namespace kestrune {
 
 namespace {
 
-/// Rows that are moved into a submenu if the host's menu does not scroll.
+/// Rows that are moved into a submenu if the host's menu does not scroll: all rows after `row`, up to `last`.
 constexpr struct {
-  int row;          ///< ID of the row that opens the submenu
-  int first, last;  ///< IDs of the rows in the submenu
-} submenus[] = {{2, 3, 11}, {20, 21, 27}};
+  int row, last;  ///< IDs of the row that opens the submenu, and of the last row in it
+} submenus[] = {{2, 11}, {20, 27}};
 
 /// Returns the label that a host displays as `title`. Doubles the underscores that the host would hide: a
 /// single underscore marks the access key.
@@ -47,7 +46,7 @@ MenuLayout::MenuLayout(const std::vector<MenuItem>& items, const TrayHostForm& f
   for (const auto& item : items) {
     int parent = root;
     for (const auto& submenu : submenus) {
-      if (!form.submenus || item.id < submenu.first || item.id > submenu.last) continue;
+      if (!form.submenus || item.id <= submenu.row || item.id > submenu.last) continue;
       if (properties.contains(submenu.row)) parent = submenu.row;
     }
     children[parent].push_back(item.id);
