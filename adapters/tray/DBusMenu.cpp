@@ -221,11 +221,10 @@ int DBusMenu::getProperty(sd_bus_message* call, sd_bus_error* error) {
   if (const int result = sd_bus_message_read(call, "is", &id, &name); result < 0) return result;
   if (!hasRow(id)) return unknownId(error, id);
   const auto& properties = rows.properties.at(id);
-  const auto found = properties.find(name);
-  if (found == properties.end())
+  if (!properties.contains(name))
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "Item %d has no such property", id);
   const BusMessage reply = replyTo(call);
-  appendValue(reply.get(), found->second);
+  appendValue(reply.get(), properties.at(name));
   return sd_bus_send(nullptr, reply.get(), nullptr);
 }
 
