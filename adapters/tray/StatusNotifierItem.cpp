@@ -162,12 +162,6 @@ int StatusNotifierItem::property(sd_bus*, const char*, const char*, const char* 
   return sd_bus_message_append(reply, "s", text.c_str());
 }
 
-int StatusNotifierItem::activate(sd_bus_message* call, sd_bus_error* error) {
-  if (hosts->form().menuAtError)
-    return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host opens the menu");
-  return click(call, error);
-}
-
 int StatusNotifierItem::provideToken(sd_bus_message* call, sd_bus_error* error) {
   // Refuse the token: the host would show a busy pointer after each row that opens no window.
   if (hosts->form().busyWithToken)

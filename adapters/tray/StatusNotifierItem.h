@@ -55,7 +55,11 @@ class StatusNotifierItem final : public StatusItem, public BusClient {
   }
   static int property(sd_bus* bus, const char* path, const char* interface, const char* name,
                       sd_bus_message* reply, void* self, sd_bus_error* error);
-  int activate(sd_bus_message* call, sd_bus_error* error);
+  int activate(sd_bus_message* call, sd_bus_error* error) {
+    if (hosts->form().menuAtError)
+      return sd_bus_error_set_const(error, SD_BUS_ERROR_NOT_SUPPORTED, "The host opens the menu");
+    return click(call, error);
+  }
   int click(sd_bus_message* call, sd_bus_error*) {
     parts.queue.async(parts.onClick);
     return sd_bus_reply_method_return(call, "");
