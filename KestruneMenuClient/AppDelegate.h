@@ -178,6 +178,7 @@ class AppDelegate final : public ApplicationDelegate,
   void awaitTrial(const std::shared_ptr<Process>& trial, Seconds deadline);
   void trialDidEnd(const Result<>& trial);
 
+  bool holdsBackend() const { return platform.fileManager.fileExists(repoPath + "/" + environmentScript); }
   std::string envPath() const { return repoPath + "/.env"; }
   std::string publicAPIURL() const {
     return loadEnvValue(env::publicAPIURL).value_or(env::placeholderPublicAPIURL);

@@ -50,8 +50,8 @@ std::string AppDelegate::describeBackend(Platform& platform) {
   const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
   line("Program: " + self.currentExecutablePath());
   line("Backend: " + repo.path + ", " + repo.rule);
-  for (const char* const file : {"/.venv/bin/activate", "/.env"}) {
-    const std::string path = repo.path + file;
+  for (const char* const file : {environmentScript, ".env"}) {
+    const std::string path = repo.path + "/" + file;
     line("  " + path + ": " + (platform.fileManager.fileExists(path) ? "there" : "missing"));
   }
   const auto token = self.loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
@@ -67,7 +67,7 @@ std::string AppDelegate::describeBackend(Platform& platform) {
 }
 
 std::optional<std::string> AppDelegate::missingBackendWarning() const {
-  if (holdsBackend(platform.fileManager, repoPath)) return std::nullopt;
+  if (holdsBackend()) return std::nullopt;
   return "no backend in " + withoutControls(repoPath) + ", " + locateRepo(platform.mainBundle).rule +
          ": it has no .venv/bin/activate. Set KESTRUNE_REPO_PATH to the folder of the backend.";
 }

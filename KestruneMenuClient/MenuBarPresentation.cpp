@@ -106,7 +106,7 @@ void AppDelegate::showStatus() {
   queryStatus([this](const CommandResult& result, const StatusReport&) {
     refreshStatus(false);
     std::string hint;
-    if (!result.ok && !holdsBackend(platform.fileManager, repoPath)) {
+    if (!result.ok && !holdsBackend()) {
       hint = "後端資料夾 " + repoPath +
              " 裡沒有 .venv/bin/activate。請把環境變數 KESTRUNE_REPO_PATH 設為後端的資料夾，再重新啟動。\n\n";
     }

@@ -6,10 +6,6 @@
 
 namespace kestrune {
 
-namespace {
-
-constexpr auto environmentScript = ".venv/bin/activate";
-
 /// The labels of the backend's services, current and legacy, in the order in which they are unloaded.
 constexpr const char* serviceLabels[] = {
     "com.kestrune.mac-service", "com.kestrune.mac-tunnel", "com.kestrune.desktop-bridge",
@@ -30,8 +26,6 @@ constexpr Seconds graceAfterTerminate{0.2};
 // may keep a pipe open, and then there is no end of file.
 constexpr Seconds pipePatience{1.0};
 
-}  // namespace
-
 RepoLocation locateRepo(const MainBundle& mainBundle) {
   const std::string path = mainBundle.environmentVariable("KESTRUNE_REPO_PATH").value_or("");
   if (!trimmed(path).empty()) return {path, "named by KESTRUNE_REPO_PATH"};
@@ -39,10 +33,6 @@ RepoLocation locateRepo(const MainBundle& mainBundle) {
   if (const auto dist = bundlePath.rfind("/dist/"); dist != std::string::npos)
     return {bundlePath.substr(0, dist), "above the last \"dist\" in the path of the program"};
   return {mainBundle.currentDirectoryPath(), "the working directory"};
-}
-
-bool holdsBackend(const FileManager& files, const std::string& repoPath) {
-  return files.fileExists(repoPath + "/" + environmentScript);
 }
 
 std::string clientCommand(std::string_view subcommand) {

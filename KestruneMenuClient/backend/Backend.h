@@ -4,13 +4,12 @@
 #include <string_view>
 
 #include "ports/Clock.h"
-#include "ports/FileManager.h"
 #include "ports/MainBundle.h"
 #include "ports/Process.h"
 #include "ports/ServiceControl.h"
 
 // Finds the backend's folder, builds shell lines, and runs them. One line runs the backend's command-line
-// client; another stops the backend's services. Any thread, unless a comment says otherwise.
+// client; another stops the backend's services. Any thread.
 
 namespace kestrune {
 
@@ -24,9 +23,8 @@ struct RepoLocation {
 /// "/dist/"; else the working directory. Does not check that the folder exists.
 RepoLocation locateRepo(const MainBundle& mainBundle);
 
-/// Returns whether the folder `repoPath` contains the virtual environment that `backendCommandLine`
-/// activates. Main thread.
-bool holdsBackend(const FileManager& files, const std::string& repoPath);
+/// The file in the backend's folder that activates the backend's virtual environment.
+inline constexpr auto environmentScript = ".venv/bin/activate";
 
 /// Returns a shell line that runs a subcommand of the backend's command-line client, kestrune-mac-client. If
 /// this program is missing or fails, the line runs the same subcommand of the legacy client,
