@@ -5,22 +5,10 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr double logoSize = 22;     // points
 constexpr Seconds trialLimit{2.0};  // time limit for the trial run with "--version" before a restart
 
-/// Returns a random UUID (version 4).
-std::string makeUUID() {
-  // Construct it once: it may open a file, and throws if it cannot.
-  static std::random_device random;
-  char text[37];
-  std::snprintf(text, sizeof text, "%08X-%04X-4%03X-%04X-%04X%08X", random(), random() & 0xffff,
-                random() & 0xfff, (random() & 0x3fff) | 0x8000, random() & 0xffff, random());
-  return text;
-}
-
-ImageRef asMenuBarLogo(ImageRef image) {
+static ImageRef asMenuBarLogo(ImageRef image) {
   if (image) {
     image->isTemplate = false;
     image->width = logoSize;
@@ -28,8 +16,6 @@ ImageRef asMenuBarLogo(ImageRef image) {
   }
   return image;
 }
-
-}  // namespace
 
 // --- status item: the lamp (a coloured dot), the logo and the button
 
@@ -214,7 +200,12 @@ void AppDelegate::showResultWindow(const std::string& title, const std::string& 
 // --- notifications
 
 void AppDelegate::showNotification(const std::string& title, const std::string& body) {
-  platform.notifications.add({.identifier = makeUUID(), .title = title, .body = body});
+  // Construct it once: it may open a file, and throws if it cannot.
+  static std::random_device random;
+  char uuid[37];  // a random UUID (version 4)
+  std::snprintf(uuid, sizeof uuid, "%08X-%04X-4%03X-%04X-%04X%08X", random(), random() & 0xffff,
+                random() & 0xfff, (random() & 0x3fff) | 0x8000, random() & 0xffff, random());
+  platform.notifications.add({.identifier = uuid, .title = title, .body = body});
 }
 
 }  // namespace kestrune
