@@ -6,20 +6,16 @@
 
 namespace kestrune {
 
-namespace {
-
 /// Returns whether the character at `at` ends a line for `EnvFile::value`.
-bool endsLine(std::string_view text, std::size_t at) {
+static bool endsLine(std::string_view text, std::size_t at) {
   return text[at] == '\n' && (at == 0 || text[at - 1] != '\r');
 }
 
 /// Returns the entry of `values` whose key the line defines; `values.end()` when there is no such entry.
-EnvValues::const_iterator entryFor(std::string_view line, const EnvValues& values) {
+static EnvValues::const_iterator entryFor(std::string_view line, const EnvValues& values) {
   const auto equals = line.find('=');
   return equals != std::string_view::npos ? values.find(std::string(line.substr(0, equals))) : values.end();
 }
-
-}  // namespace
 
 EnvFile::EnvFile(FileContents read)
     : exists(read.outcome == ReadOutcome::read && isValidUtf8(read.bytes)),
