@@ -70,7 +70,10 @@ class AppDelegate final : public ApplicationDelegate,
   }
   static std::string prettifyOutput(std::string_view output) { return prettified(output); }
   /// Returns what `codexFinding` finds, as text: "OK DETAIL" or "需檢查 DETAIL"; absent if it finds no line.
-  static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label);
+  static std::optional<std::string> diagnosticDetail(std::string_view output, std::string_view label) {
+    const CodexFinding finding = codexFinding(output, label);
+    return finding.verdict == CodexVerdict::unknown ? std::nullopt : std::optional(codexRow("", finding));
+  }
   static std::string compactDiagnosticDetail(std::string_view detail) { return compactDetail(detail); }
   void updateCodexRuntimeSummaries(std::string_view output) { take(StatusReport(true, output)); }
 

@@ -9,14 +9,6 @@ constexpr Seconds settlingTime{1.2};
 constexpr Seconds liveSessionInterval{45.0};
 constexpr auto networkChangedTitle = "Kestrune 網路已變更";
 
-// --- report interpretation
-
-std::optional<std::string> AppDelegate::diagnosticDetail(std::string_view output, std::string_view label) {
-  const CodexFinding finding = codexFinding(output, label);
-  if (finding.verdict == CodexVerdict::unknown) return std::nullopt;
-  return codexRow("", finding);
-}
-
 // --- refresh cycle
 
 void AppDelegate::queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then) {
