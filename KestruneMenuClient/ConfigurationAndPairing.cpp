@@ -5,19 +5,15 @@
 
 namespace kestrune {
 
-namespace {
-
-std::optional<std::string> pairingURL(const std::string& apiURL, const std::string& token) {
+static std::optional<std::string> pairingURL(const std::string& apiURL, const std::string& token) {
   if (token.empty()) return std::nullopt;
   return "kestrune://configure?apiUrl=" + AppDelegate::percentEncodeQueryValue(apiURL) +
          "&token=" + AppDelegate::percentEncodeQueryValue(token);
 }
 
-Failure notSaved(const std::string& reason) {
+static Failure notSaved(const std::string& reason) {
   return {reason + "設定沒有保存。"};
 }
-
-}  // namespace
 
 // --- the backend's .env
 
@@ -28,8 +24,7 @@ Result<std::string> AppDelegate::saveEnvValues(const EnvValues& values, const En
   if (found.outcome == ReadOutcome::tooLarge) return notSaved(path + " 超過 16 MiB，無法讀取。");
   if (found.outcome == ReadOutcome::temporaryFailure) return Failure{found.problem};
   const EnvFile old(std::move(found));
-  FileContents example;
-  if (!old.isThere()) example = files.contents(repoPath + "/.env.example");
+  FileContents example = old.isThere() ? FileContents() : files.contents(repoPath + "/.env.example");
   if (example.outcome == ReadOutcome::temporaryFailure) return Failure{example.problem};
   const EnvFile fresh(std::move(example));
   const auto contents = (old.isThere() ? old : fresh).with(values);
