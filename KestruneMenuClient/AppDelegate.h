@@ -36,7 +36,7 @@ class AppDelegate final : public ApplicationDelegate,
 
   static std::string resolveRepoPath(const MainBundle& mainBundle) { return locateRepo(mainBundle).path; }
   /// Describes the backend's folder and the preferences for a bug report, in lines of text without secrets.
-  static std::string describeBackend(Platform& platform);
+  std::string describeBackend() const;
   /// Returns a warning, in English, if the backend's folder holds no backend; absent if it holds one.
   std::optional<std::string> missingBackendWarning() const;
   std::string currentExecutablePath() const {

@@ -41,27 +41,25 @@ void AppDelegate::applicationWillTerminate() {
 
 // --- diagnosis
 
-std::string AppDelegate::describeBackend(Platform& platform) {
-  const AppDelegate self(platform);
-  const RepoLocation repo = locateRepo(platform.mainBundle);
+std::string AppDelegate::describeBackend() const {
   const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
   std::string text;
   // Remove control characters: a path may contain some, and a terminal would obey them.
   const auto line = [&text](const std::string& words) { text += withoutControls(words) + "\n"; };
-  line("Program: " + self.currentExecutablePath());
-  line("Backend: " + repo.path + ", " + repo.rule);
+  line("Program: " + currentExecutablePath());
+  line("Backend: " + repoPath + ", " + locateRepo(platform.mainBundle).rule);
   for (const char* const file : {environmentScript, ".env"}) {
-    const std::string path = repo.path + "/" + file;
+    const std::string path = repoPath + "/" + file;
     line("  " + path + ": " + (platform.fileManager.fileExists(path) ? "there" : "missing"));
   }
-  const auto token = self.loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
+  const auto token = loadEnvValue(env::macServiceToken, env::legacyMacServiceToken);
   line(std::string("  token of the local service: ") + (!token           ? "not set"
                                                         : token->empty() ? "empty"
                                                                          : "set"));
-  line("Automatic connection: " + onOff(self.isAutoConnectEnabled()));
-  line("Keep awake: " + onOff(self.isKeepAwakeEnabled()));
-  line(std::string("Mode: ") + nameOfMode(self.isOfficialConnectionMode()));
-  line("Start at login: " + onOff(self.isLaunchAtLoginEnabled()) + ", " + self.userLaunchAgentPath() +
+  line("Automatic connection: " + onOff(isAutoConnectEnabled()));
+  line("Keep awake: " + onOff(isKeepAwakeEnabled()));
+  line(std::string("Mode: ") + nameOfMode(isOfficialConnectionMode()));
+  line("Start at login: " + onOff(isLaunchAtLoginEnabled()) + ", " + userLaunchAgentPath() +
        (platform.launchAgents.areRead() ? "" : ", which nothing reads: there is no desktop"));
   return text;
 }

@@ -136,8 +136,8 @@ void perform(const std::string& action) {
 }
 
 void diagnose() {
-  const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" +
-                             AppDelegate::describeBackend(host->platform()) + host->describe());
+  const std::string backend = AppDelegate(host->platform()).describeBackend();
+  const bool printed = print("KestruneMenuClient " KESTRUNE_VERSION "\n" + backend + host->describe());
   host->leave(printed ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 

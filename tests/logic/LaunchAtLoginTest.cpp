@@ -142,8 +142,7 @@ TEST_F(LaunchAtLogin, NotifiesWhenNoDesktopReadsTheAgent) {
   agents.registered = true;
   alone->performAction("toggleLaunchAtLogin");
   EXPECT_EQ(machine.notifications.posted.size(), 1U);
-  EXPECT_NE(AppDelegate::describeBackend(platform).find("which nothing reads: there is no desktop\n"),
-            std::string::npos);
+  EXPECT_NE(alone->describeBackend().find("which nothing reads: there is no desktop\n"), std::string::npos);
 }
 
 TEST_F(LaunchAtLogin, RefusesAPathThatTheFormatCannotHold) {
