@@ -100,13 +100,11 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    if (row.action == described) {  // same action as the row before: add the title to the last line
-      lines.pop_back();
-      lines += std::string(" / ") + row.title + "\n";
-      continue;
-    }
+    const bool again = row.action == described;  // as in the row before: add the title to the last line
+    if (again) lines.pop_back();
     described = row.action;
-    lines += row.action + std::string(width + 2 - described.size(), ' ') + row.title + "\n";
+    lines += again ? " / " : row.action + std::string(width + 2 - described.size(), ' ');
+    lines += row.title + std::string("\n");
   }
   return lines;
 }
