@@ -12,6 +12,7 @@
 #include "KestruneMenuClient/settings/Preferences.h"
 #include "KestruneMenuClient/status/StatusSnapshot.h"
 #include "ports/Platform.h"
+#include "text/Text.h"
 
 namespace kestrune {
 
@@ -53,7 +54,10 @@ class AppDelegate final : public ApplicationDelegate,
   CommandResult runShellCommand(const std::string& commandLine, Seconds timeout = defaultCommandTimeout) {
     return kestrune::runShellCommand(platform.processes, platform.clock, commandLine, timeout);
   }
-  static std::string shellEscape(std::string_view text) { return kestrune::shellEscape(text); }
+  /// Returns `text` quoted as a single word of a shell line.
+  static std::string shellEscape(std::string_view text) {
+    return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
+  }
   static std::string kestruneClientCommand(std::string_view subcommand) { return clientCommand(subcommand); }
   std::string backendCommandLine(std::string_view subcommand) const {
     return kestrune::backendCommandLine(repoPath, subcommand);

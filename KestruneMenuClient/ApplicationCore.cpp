@@ -2,7 +2,6 @@
 #include <cstdlib>
 
 #include "KestruneMenuClient/AppDelegate.h"
-#include "text/Text.h"
 
 namespace kestrune {
 

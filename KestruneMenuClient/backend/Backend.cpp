@@ -41,10 +41,6 @@ std::string clientCommand(std::string_view subcommand) {
          " || halvask-mac-client " + argument + "; }";
 }
 
-std::string shellEscape(std::string_view text) {
-  return "'" + replacingAll(text, "'", "'\"'\"'") + "'";
-}
-
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand) {
   return "cd '" + repoPath + "' && source " + environmentScript + " && " + clientCommand(subcommand);
 }

@@ -31,9 +31,6 @@ inline constexpr auto environmentScript = ".venv/bin/activate";
 /// halvask-mac-client.
 std::string clientCommand(std::string_view subcommand);
 
-/// Returns `text` quoted as a single word of a shell line.
-std::string shellEscape(std::string_view text);
-
 /// Returns a shell line that enters the backend's folder, activates its virtual environment and runs the line
 /// of `clientCommand`. `repoPath` must not contain a single quote: it is quoted, but not escaped.
 std::string backendCommandLine(const std::string& repoPath, std::string_view subcommand);
