@@ -66,8 +66,7 @@ class AppDelegate final : public ApplicationDelegate,
   /// Runs the stop script. Blocks for about 9 s at most: 8 s for the script, then 1 s to read its output.
   void stopBackendServicesSynchronously() { runShellCommand(backendServiceStopCommand(), stopTimeout); }
 
-  // Interpretation of reports, refresh cycle, network changes, project and chat thread (StatusMonitoring.cpp
-  // and status/)
+  // Reports (status/), refresh cycle, network changes, project and chat thread (StatusMonitoring.cpp)
 
   static ConnectionLampState inferLampState(const CommandResult& result) {
     return StatusReport(result.ok, result.output).lamp;

@@ -10,8 +10,6 @@ void fatalError(const char* message) {
   std::abort();
 }
 
-// --- life cycle
-
 void AppDelegate::applicationDidFinishLaunching() {
   if (platform.application == nullptr) fatalError("there is no application object");
   platform.application->setActivationPolicy(ActivationPolicy::accessory);
@@ -37,8 +35,6 @@ void AppDelegate::applicationWillTerminate() {
   platform.processes.reserveForThisThread();
   stopBackendServicesSynchronously();
 }
-
-// --- diagnosis
 
 std::string AppDelegate::describeBackend() const {
   const auto onOff = [](bool on) { return std::string(on ? "on" : "off"); };
@@ -68,8 +64,6 @@ std::optional<std::string> AppDelegate::missingBackendWarning() const {
   return "no backend in " + withoutControls(repoPath) + ", " + locateRepo(platform.mainBundle).rule +
          ": it has no .venv/bin/activate. Set KESTRUNE_REPO_PATH to the folder of the backend.";
 }
-
-// --- paths
 
 std::string AppDelegate::currentAppBundlePath() const {
   static constexpr std::string_view suffix = ".app";

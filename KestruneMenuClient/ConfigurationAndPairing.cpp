@@ -15,8 +15,6 @@ static Failure notSaved(const std::string& reason) {
   return {reason + "設定沒有保存。"};
 }
 
-// --- the backend's .env
-
 Result<std::string> AppDelegate::saveEnvValues(const EnvValues& values, const EnvValues* shown) {
   FileManager& files = platform.fileManager;
   const std::string path = envPath();
@@ -56,8 +54,6 @@ Result<std::string> AppDelegate::saveEnvValues(const EnvValues& values, const En
   }
   return "設定已保存到 " + path;
 }
-
-// --- pairing link and QR code
 
 std::string AppDelegate::percentEncodeQueryValue(std::string_view value) {
   static constexpr std::string_view digits = "0123456789ABCDEF";

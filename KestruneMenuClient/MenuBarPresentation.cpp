@@ -64,7 +64,7 @@ ImageRef AppDelegate::makeGrayscaleImage(const Image& image) {
       platform.images.applyColorControls(image, {.saturation = 0.0, .brightness = 0.0, .contrast = 1.0}));
 }
 
-// --- commands
+// --- commands, result window, notifications
 
 void AppDelegate::runOnWorker(std::string commandLine, Seconds timeout,
                               std::function<void(const CommandResult&)> then) {
@@ -187,8 +187,6 @@ void AppDelegate::trialDidEnd(const Result<>& trial) {
   showResultWindow("重新啟動失敗", "無法重新打開 Kestrune 菜單欄：" + opened.reason(), true);
 }
 
-// --- result window
-
 void AppDelegate::showResultWindow(const std::string& title, const std::string& content, bool isError) {
   Alert alert{.style = isError ? AlertStyle::warning : AlertStyle::informational,
               .messageText = title,
@@ -196,8 +194,6 @@ void AppDelegate::showResultWindow(const std::string& title, const std::string& 
               .buttons = {"好"}};
   platform.alerts.present({[alert = std::move(alert)] { return alert; }, [](const AlertAnswer&) {}});
 }
-
-// --- notifications
 
 void AppDelegate::showNotification(const std::string& title, const std::string& body) {
   // Construct it once: it may open a file, and throws if it cannot.

@@ -9,8 +9,6 @@ constexpr Seconds settlingTime{1.2};
 constexpr Seconds liveSessionInterval{45.0};
 constexpr auto networkChangedTitle = "Kestrune 網路已變更";
 
-// --- refresh cycle
-
 void AppDelegate::queryStatus(std::function<void(const CommandResult&, const StatusReport&)> then) {
   workerQueue->async([self = shared_from_this(), then = std::move(then)] {
     CommandResult result = self->runShellCommand(self->backendCommandLine("status"));
@@ -61,8 +59,6 @@ void AppDelegate::periodicRefreshDidTick() {
   refreshStatus(false);
 }
 
-// --- network changes
-
 void AppDelegate::startMonitoringNetwork() {
   platform.pathMonitor.start(*monitorQueue, [weak = weak_from_this()](const NetworkPath& path) {
     if (const auto self = weak.lock()) self->pathDidUpdate(path);
@@ -104,8 +100,6 @@ void AppDelegate::reconnectServices(bool showWindow, const std::string& title,
     });
   });
 }
-
-// --- project and chat thread of the live session
 
 void AppDelegate::refreshLiveSessionSnapshot(const Job& completion) {
   const Job finish = completion ? completion : Job([] {});
