@@ -62,23 +62,16 @@ void tell(QAccessibleEvent* event) {
   }
   auto* const field = qobject_cast<QLineEdit*>(event->object());
   if (field == nullptr || field->echoMode() == QLineEdit::Normal) return pass(event);
-  switch (event->type()) {
-    case QAccessible::TextInserted: {
-      const auto* const change = static_cast<QAccessibleTextInsertEvent*>(event);
-      QAccessibleTextInsertEvent safe(field, change->changePosition(), masked(change->textInserted()));
-      return pass(&safe);
-    }
-    case QAccessible::TextRemoved: {
-      const auto* const change = static_cast<QAccessibleTextRemoveEvent*>(event);
-      QAccessibleTextRemoveEvent safe(field, change->changePosition(), masked(change->textRemoved()));
-      return pass(&safe);
-    }
-    case QAccessible::TextUpdated:
-    case QAccessible::ValueChanged:
-      return;  // Drop the event, because it contains the whole text of the password field.
-    default:
-      return pass(event);
+  if (const auto* const inserted = dynamic_cast<QAccessibleTextInsertEvent*>(event)) {
+    QAccessibleTextInsertEvent safe(field, inserted->changePosition(), masked(inserted->textInserted()));
+    return pass(&safe);
   }
+  if (const auto* const removed = dynamic_cast<QAccessibleTextRemoveEvent*>(event)) {
+    QAccessibleTextRemoveEvent safe(field, removed->changePosition(), masked(removed->textRemoved()));
+    return pass(&safe);
+  }
+  // Drop these two, because they contain the whole text of the password field.
+  if (event->type() != QAccessible::TextUpdated && event->type() != QAccessible::ValueChanged) pass(event);
 }
 
 }  // namespace
