@@ -1,6 +1,5 @@
 #include "dialogs/Session.h"
 
-#include <QCoreApplication>
 #include <QTimer>
 #include <cerrno>
 #include <chrono>
@@ -12,9 +11,8 @@
 namespace kestrune::dialogs {
 
 void Session::read() {
-  // QSocketNotifier has said that standard input is readable, so one read does not block. Do not set
-  // O_NONBLOCK: it would also apply to other processes that share standard input, for example if it is
-  // a terminal.
+  // One read does not block: QSocketNotifier has said that standard input is readable. Do not set O_NONBLOCK,
+  // because it would also apply to other processes that share standard input, such as a shell.
   char piece[65536];  // the default capacity of a pipe
   const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
@@ -100,17 +98,6 @@ void Session::perform(const ShowMenu& request) {
   QObject::connect(menu, &QDialog::rejected, &input, [this] { end(0); });
   windows.push_back(menu);
   menu->present();
-}
-
-void Session::tell(const Event& event) {
-  if (std::puts(encode(event).c_str()) == EOF || std::fflush(stdout) != 0) end(1);
-}
-
-void Session::end(int status) {
-  // The first call decides the exit status; later calls do nothing.
-  if (!input.isEnabled()) return;
-  input.setEnabled(false);
-  QCoreApplication::exit(status);
 }
 
 }  // namespace kestrune::dialogs

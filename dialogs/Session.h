@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <QCoreApplication>
 #include <QSocketNotifier>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -31,8 +33,15 @@ class Session {
   /// Brings all windows to the front. On Wayland, hides them and shows them again, unless the top window is
   /// active. Returns whether it has hidden them.
   bool raise();
-  void tell(const Event& event);
-  void end(int status);
+  void tell(const Event& event) {
+    if (std::puts(encode(event).c_str()) == EOF || std::fflush(stdout) != 0) end(1);
+  }
+  /// The first call decides the exit status; later calls do nothing.
+  void end(int status) {
+    if (!input.isEnabled()) return;
+    input.setEnabled(false);
+    QCoreApplication::exit(status);
+  }
 
   QSocketNotifier input;               ///< disabled once the main loop has been told to end
   std::string begun;                   ///< the start of a line whose end has not arrived yet
