@@ -31,6 +31,7 @@ void DialogProgram::report(const std::string& reason) {
 
 /// Returns why the program could not be started; absent on success.
 std::optional<std::string> DialogProcess::start() {
+  const std::string token = std::exchange(program.token, {});
   if (!program.hasDisplay) return "there is no display";
   int in[2], out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
@@ -45,7 +46,7 @@ std::optional<std::string> DialogProcess::start() {
   if (failure != 0) return describe(failure);
   loop.reap(pid);
   readable = loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
-  if (!activationToken.empty()) send(dialogs::Raise{activationToken});
+  if (!token.empty()) send(dialogs::Raise{token});
   return std::nullopt;
 }
 

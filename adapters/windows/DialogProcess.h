@@ -23,6 +23,7 @@ struct DialogProgram {
   bool hasDisplay;
   Notifications& notifications;
   Seconds patience{5.0};  ///< how long a window may take to appear
+  std::string token{};    ///< XDG_ACTIVATION_TOKEN for the next window that is opened or raised, or empty
   bool isReportedMissing = false;
 
   /// Reports on standard error why a window could not be shown. If there is a display but the program is not
@@ -38,15 +39,12 @@ class DialogProcess {
   using OnEvent = std::function<void(const dialogs::Event&)>;
   using OnEnd = std::function<void()>;
 
-  /// `givenLoop` and `givenProgram` must outlive this object. `token` (XDG_ACTIVATION_TOKEN) lets the
-  /// program's first window take the focus; it is empty if there is none. `givenOnEvent` may destroy this
-  /// object. `givenOnEnd` must destroy it. It is called when the process has ended, or cannot be started; a
-  /// problem is already reported on standard error.
-  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, std::string token, OnEvent givenOnEvent,
-                OnEnd givenOnEnd)
+  /// `givenLoop` and `givenProgram` must outlive this object. `givenOnEvent` may destroy this object.
+  /// `givenOnEnd` must destroy it. It is called when the process has ended, or cannot be started; a problem
+  /// is already reported on standard error.
+  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
       : loop(givenLoop),
         program(givenProgram),
-        activationToken(std::move(token)),
         onEvent(std::move(givenOnEvent)),
         onEnd(std::move(givenOnEnd)) {}
 
@@ -58,7 +56,9 @@ class DialogProcess {
   /// Call this only after `show`.
   void send(const dialogs::Request& request) { input->write(dialogs::encode(request) + "\n"); }
 
-  /// Kills the program (SIGKILL).
+  /// Brings the windows to the front. Call this only after `show`.
+  void raise() { send(dialogs::Raise{std::exchange(program.token, {})}); }
+
   void kill() { loop.signalChild(pid, SIGKILL); }
 
  private:
@@ -68,7 +68,6 @@ class DialogProcess {
 
   EventLoop& loop;
   DialogProgram& program;
-  const std::string activationToken;
   const OnEvent onEvent;
   const OnEnd onEnd;
   pid_t pid = 0;

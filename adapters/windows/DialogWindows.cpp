@@ -15,8 +15,7 @@ void DialogWindows::close() {
 void DialogWindows::show(const Open& shown) {
   if (!alertProcess) {
     alertProcess = std::make_unique<DialogProcess>(
-        loop, program, std::exchange(token, {}), [this](const dialogs::Event& event) { alertEvent(event); },
-        [this] { giveUp(); });
+        loop, program, [this](const dialogs::Event& event) { alertEvent(event); }, [this] { giveUp(); });
   }
   alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
 }
@@ -58,7 +57,7 @@ void DialogWindows::setMenu(const Menu& changed) {
 }
 
 void DialogWindows::showMenu() {
-  if (menuProcess) return menuProcess->send(dialogs::Raise{std::exchange(token, {})});
+  if (menuProcess) return menuProcess->raise();
   const auto onEvent = [this](const dialogs::Event& event) {
     const auto* const chosen = std::get_if<dialogs::Chosen>(&event);
     if (chosen == nullptr) return;
@@ -68,7 +67,7 @@ void DialogWindows::showMenu() {
   };
   // `onEnd` runs if there is no event `Chosen`, for example because the user has closed the menu.
   const auto onEnd = [this] { menuProcess.reset(); };
-  menuProcess = std::make_unique<DialogProcess>(loop, program, std::exchange(token, {}), onEvent, onEnd);
+  menuProcess = std::make_unique<DialogProcess>(loop, program, onEvent, onEnd);
   menuProcess->show(dialogs::ShowMenu{menu}, 0);
 }
 

@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/loop/EventLoop.h"
@@ -25,7 +24,7 @@ class DialogWindows final : public AlertQueue {
   /// start of the program while this client runs. The token works once: it lets the next window that is
   /// opened or raised take the focus. A token of over 4096 bytes counts as empty, because any program on the
   /// bus may send a token of any length.
-  void giveToken(std::string_view given) { token = given.size() <= longestToken ? given : ""; }
+  void giveToken(std::string_view given) { program.token = given.size() <= 4096 ? given : ""; }
 
   /// Sets the menu. An open menu window follows the change.
   void setMenu(const Menu& menu);
@@ -39,15 +38,13 @@ class DialogWindows final : public AlertQueue {
  private:
   void show(const Open& shown) override;
   void raise() override {
-    if (alertProcess) alertProcess->send(dialogs::Raise{std::exchange(token, {})});
+    if (alertProcess) alertProcess->raise();
   }
   void alertEvent(const dialogs::Event& event);
   void giveUp();
 
-  static constexpr std::size_t longestToken = 4096;  // bytes
   EventLoop& loop;
   DialogProgram& program;
-  std::string token;
   Menu menu;
   std::unique_ptr<DialogProcess> alertProcess;
   std::unique_ptr<DialogProcess> menuProcess;

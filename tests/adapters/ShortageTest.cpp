@@ -202,7 +202,7 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
   DialogProgram program{anyProgram, true, notifications};
   const auto open = [&] {
     bool ended = false;
-    DialogProcess window(loop, program, {}, {}, [&ended] { ended = true; });
+    DialogProcess window(loop, program, {}, [&ended] { ended = true; });
     window.show(dialogs::Raise{}, 0);
     return !ended && comesTrue(loop, [&ended] { return ended; });
   };
