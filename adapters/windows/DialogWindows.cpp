@@ -34,8 +34,7 @@ void DialogWindows::alertEvent(const dialogs::Event& event) {
   }
 }
 
-/// Called when the process that shows the alerts cannot be started or has ended. Shows a notification for
-/// each open alert, the top alert first, and answers each alert as cancelled.
+/// Called when the process of the alerts cannot be started or has ended. Begins with the top alert.
 void DialogWindows::giveUp() {
   alertProcess.reset();
   while (!open.empty()) {
@@ -48,12 +47,6 @@ void DialogWindows::giveUp() {
                                .lasting = true});
     answer(lost.id, {});
   }
-}
-
-void DialogWindows::setMenu(const Menu& changed) {
-  if (menu == changed) return;
-  menu = changed;
-  if (menuProcess) menuProcess->send(dialogs::ShowMenu{menu});
 }
 
 void DialogWindows::showMenu() {

@@ -12,8 +12,7 @@ namespace kestrune {
 
 /// Shows alerts and the menu as windows of the program KestruneMenuDialogs. One process shows all open
 /// alerts, each on top of the one before. Another process shows the menu. An alert that cannot be shown
-/// becomes a notification and counts as cancelled. The menu window is for desktops without a tray and for
-/// trays that do not open menus. Main thread.
+/// becomes a notification and counts as cancelled. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
   /// `givenLoop` and `givenProgram` must outlive this object.
@@ -27,7 +26,11 @@ class DialogWindows final : public AlertQueue {
   void giveToken(std::string_view given) { program.token = given.size() <= 4096 ? given : ""; }
 
   /// Sets the menu. An open menu window follows the change.
-  void setMenu(const Menu& menu);
+  void setMenu(const Menu& changed) {
+    if (menu == changed) return;
+    menu = changed;
+    if (menuProcess) menuProcess->send(dialogs::ShowMenu{menu});
+  }
   /// Shows the menu window, or brings it to the front. If it cannot be shown, reports why on standard error.
   void showMenu();
 
