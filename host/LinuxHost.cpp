@@ -190,10 +190,10 @@ class LinuxHost final : public Host {
   DesktopWorkspace workspace;
   EventSource outputEnd;
   std::optional<StandardOutput> output;
-  DialogProgram dialogProgram{bundle.bundlePath() + "/KestruneMenuDialogs",
+  DialogProgram dialogProgram{loop, bundle.bundlePath() + "/KestruneMenuDialogs",
                               isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"), notifications};
   std::unique_ptr<TerminalFace> terminal;  ///< if not null, used instead of `windows` and `tray`
-  DialogWindows windows{loop, dialogProgram};
+  DialogWindows windows{dialogProgram};
   StatusNotifierItem tray{TrayParts{
       .bus = bus,
       .queue = loop.mainQueue(),

@@ -37,15 +37,15 @@ std::optional<std::string> DialogProcess::start() {
   if (pipe2(in, O_CLOEXEC) != 0) return describe(errno);
   const FileDescriptor childInput(in[0]);
   fcntl(in[1], F_SETFL, O_NONBLOCK);
-  input.emplace(loop, FileDescriptor(in[1]), requestLimit);
+  input.emplace(program.loop, FileDescriptor(in[1]), requestLimit);
   if (pipe2(out, O_CLOEXEC) != 0) return describe(errno);
   const FileDescriptor childOutput(out[1]);
   fcntl(out[0], F_SETFL, O_NONBLOCK);
   output.reset(out[0]);
   const int failure = spawn({program.path, {}, childInput.get(), childOutput.get()}, pid);
   if (failure != 0) return describe(failure);
-  loop.reap(pid);
-  readable = loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
+  program.loop.reap(pid);
+  readable = program.loop.onDescriptor(output.get(), EPOLLIN, [this] { readSome(); });
   if (!token.empty()) send(dialogs::Raise{token});
   return std::nullopt;
 }
@@ -56,7 +56,7 @@ void DialogProcess::show(const dialogs::Request& request, int id) {
   }
   send(request);
   expected = id;
-  deadline = loop.after(program.patience, [this] { finish("its window did not appear"); });
+  deadline = program.loop.after(program.patience, [this] { finish("its window did not appear"); });
 }
 
 void DialogProcess::readSome() {

@@ -19,6 +19,7 @@ namespace kestrune {
 
 /// The program KestruneMenuDialogs, which shows the client's windows. Its package is optional.
 struct DialogProgram {
+  EventLoop& loop;
   std::string path;
   bool hasDisplay;
   Notifications& notifications;
@@ -39,14 +40,11 @@ class DialogProcess {
   using OnEvent = std::function<void(const dialogs::Event&)>;
   using OnEnd = std::function<void()>;
 
-  /// `givenLoop` and `givenProgram` must outlive this object. `givenOnEvent` may destroy this object.
-  /// `givenOnEnd` must destroy it. It is called when the process has ended, or cannot be started; a problem
-  /// is already reported on standard error.
-  DialogProcess(EventLoop& givenLoop, DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
-      : loop(givenLoop),
-        program(givenProgram),
-        onEvent(std::move(givenOnEvent)),
-        onEnd(std::move(givenOnEnd)) {}
+  /// `givenProgram` must outlive this object. `givenOnEvent` may destroy this object. `givenOnEnd` must
+  /// destroy it. It is called when the process has ended, or cannot be started; a problem is already reported
+  /// on standard error.
+  DialogProcess(DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
+      : program(givenProgram), onEvent(std::move(givenOnEvent)), onEnd(std::move(givenOnEnd)) {}
 
   /// Sends a request for the window of the alert `id`, or for the menu if `id` is 0. The first call starts
   /// the program; if this fails, calls `onEnd` before it returns. If the window does not appear within
@@ -59,14 +57,13 @@ class DialogProcess {
   /// Brings the windows to the front. Call this only after `show`.
   void raise() { send(dialogs::Raise{std::exchange(program.token, {})}); }
 
-  void kill() { loop.signalChild(pid, SIGKILL); }
+  void kill() { program.loop.signalChild(pid, SIGKILL); }
 
  private:
   std::optional<std::string> start();
   void readSome();
   void finish(const std::optional<std::string>& problem);
 
-  EventLoop& loop;
   DialogProgram& program;
   const OnEvent onEvent;
   const OnEnd onEnd;

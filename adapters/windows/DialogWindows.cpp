@@ -15,7 +15,7 @@ void DialogWindows::close() {
 void DialogWindows::show(const Open& shown) {
   if (!alertProcess) {
     alertProcess = std::make_unique<DialogProcess>(
-        loop, program, [this](const dialogs::Event& event) { alertEvent(event); }, [this] { giveUp(); });
+        program, [this](const dialogs::Event& event) { alertEvent(event); }, [this] { giveUp(); });
   }
   alertProcess->show(dialogs::ShowAlert{shown.id, shown.alert}, shown.id);
 }
@@ -60,7 +60,7 @@ void DialogWindows::showMenu() {
   };
   // `onEnd` runs if there is no event `Chosen`, for example because the user has closed the menu.
   const auto onEnd = [this] { menuProcess.reset(); };
-  menuProcess = std::make_unique<DialogProcess>(loop, program, onEvent, onEnd);
+  menuProcess = std::make_unique<DialogProcess>(program, onEvent, onEnd);
   menuProcess->show(dialogs::ShowMenu{menu}, 0);
 }
 

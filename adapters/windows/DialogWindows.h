@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "adapters/alerts/AlertQueue.h"
-#include "adapters/loop/EventLoop.h"
 #include "adapters/windows/DialogProcess.h"
 
 namespace kestrune {
@@ -15,9 +14,9 @@ namespace kestrune {
 /// becomes a notification and counts as cancelled. Main thread.
 class DialogWindows final : public AlertQueue {
  public:
-  /// `givenLoop` and `givenProgram` must outlive this object.
-  DialogWindows(EventLoop& givenLoop, DialogProgram& givenProgram)
-      : AlertQueue(givenLoop.mainQueue()), loop(givenLoop), program(givenProgram) {}
+  /// `givenProgram` must outlive this object.
+  explicit DialogWindows(DialogProgram& givenProgram)
+      : AlertQueue(givenProgram.loop.mainQueue()), program(givenProgram) {}
 
   /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the user's last click in the tray, or of the last
   /// start of the program while this client runs. The token works once: it lets the next window that is
@@ -46,7 +45,6 @@ class DialogWindows final : public AlertQueue {
   void alertEvent(const dialogs::Event& event);
   void giveUp();
 
-  EventLoop& loop;
   DialogProgram& program;
   Menu menu;
   std::unique_ptr<DialogProcess> alertProcess;

@@ -66,8 +66,8 @@ struct TheAlertWindows : ::testing::Test {
   CallLog log;
   FakeNotifications notifications{log};
   std::shared_ptr<RecordingTarget> target = std::make_shared<RecordingTarget>();
-  DialogProgram program{stand.program(), true, notifications};
-  DialogWindows windows{loop, program};
+  DialogProgram program{loop, stand.program(), true, notifications};
+  DialogWindows windows{program};
   Texts answers;
   std::map<std::string, std::string> lastFields;
   int lastId = 0;

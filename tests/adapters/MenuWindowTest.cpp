@@ -43,8 +43,8 @@ struct TheMenuWindow : ::testing::Test {
   }};
   CallLog log;
   FakeNotifications notifications{log};
-  DialogProgram program{stand.program(), true, notifications};
-  DialogWindows window{loop, program};
+  DialogProgram program{loop, stand.program(), true, notifications};
+  DialogWindows window{program};
 };
 
 TEST_F(TheMenuWindow, ShowsTheLatestMenu) {

@@ -199,10 +199,10 @@ TEST_F(DescriptorShortage, OpeningAWindowLeaksNoDescriptor) {
   EventLoop loop;
   CallLog log;
   FakeNotifications notifications{log};
-  DialogProgram program{anyProgram, true, notifications};
+  DialogProgram program{loop, anyProgram, true, notifications};
   const auto open = [&] {
     bool ended = false;
-    DialogProcess window(loop, program, {}, [&ended] { ended = true; });
+    DialogProcess window(program, {}, [&ended] { ended = true; });
     window.show(dialogs::Raise{}, 0);
     return !ended && comesTrue(loop, [&ended] { return ended; });
   };
