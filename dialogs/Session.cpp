@@ -31,10 +31,9 @@ void Session::read() {
 }
 
 void Session::perform(const ShowAlert& request) {
-  const int id = request.id;
-  auto* const window = new AlertWindow(id, request.alert, windows.empty() ? nullptr : windows.back());
-  window->onShown = [this, id] { tell(Shown{id}); };
-  window->onPressed = [this, id](const std::string& action) { tell(Pressed{id, action}); };
+  auto* const window = new AlertWindow(request.id, request.alert, windows.empty() ? nullptr : windows.back());
+  window->onShown = [this, window] { tell(Shown{window->id}); };
+  window->onPressed = [this, window](const std::string& action) { tell(Pressed{window->id, action}); };
   window->onAnswered = [this, window](const AlertAnswer& answer) {
     // A user cannot click the buttons of a covered alert, but a screen reader can press them. So close the
     // alerts that cover the answered alert too, as cancelled.
