@@ -41,8 +41,7 @@ static QKeySequence keysOf(const MenuItem& item) {
 class MenuRow final : public QPushButton {
  public:
   MenuRow() {
-    // If no button has the focus, Return presses the first auto-default button of a QDialog. So no row may be
-    // such a button.
+    // While no button has the focus, Return would press the first auto-default button of the dialog.
     setAutoDefault(false);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   }
@@ -120,9 +119,8 @@ class MenuRow final : public QPushButton {
   }
 
  private:
-  /// Returns the style options of the row. Their `text` lacks the title: the caller prepends the whole title
-  /// or a shortened one. For a row with a shortcut, `text` is a tab and the shortcut, because widget styles
-  /// right-align the part after a tab.
+  /// Returns the style options of the row. The caller must prepend the title, whole or shortened, to `text`.
+  /// A shortcut stands in `text` after a tab, because widget styles right-align the part after a tab.
   QStyleOptionMenuItem option() const {
     QStyleOptionMenuItem made;
     made.initFrom(this);
@@ -243,8 +241,7 @@ void MenuWindow::setMenu(const Menu& menu) {
     rows[i]->setItem(menu.items[i], beginsSection, keyWidth);
     beginsSection = menu.items[i].isSeparator;
   }
-  // The window may become wider, but never narrower. Otherwise its width would jump at each change of the
-  // menu.
+  // The window never becomes narrower: otherwise its width would jump at each change of the menu.
   resize(std::max(width(), widthForRows()), height());
 }
 

@@ -43,8 +43,7 @@ struct Shown {
   int id = 0;  ///< identifier of the alert; 0 for the menu
 };
 
-/// Says that the user pressed a button in the content of an alert (`Alert::accessoryView`). The alert stays
-/// open. `action`: the action of that button.
+/// Says that the user pressed the button with this `View::action` inside an alert. The alert stays open.
 struct Pressed {
   int id = 0;
   std::string action;
