@@ -90,12 +90,4 @@ void DialogProcess::readSome() {
   if (begun.size() > lineLimit) finish("it answered without end");
 }
 
-void DialogProcess::finish(const std::optional<std::string>& problem) {
-  // Kill the program: one that broke the protocol may keep running after its standard input is closed.
-  kill();
-  if (problem) program.report(*problem);
-  const auto handler = onEnd;  // it destroys this object
-  handler();
-}
-
 }  // namespace kestrune

@@ -62,7 +62,13 @@ class DialogProcess {
  private:
   std::optional<std::string> start();
   void readSome();
-  void finish(const std::optional<std::string>& problem);
+  void finish(const std::optional<std::string>& problem) {
+    // Kill the program: one that broke the protocol may keep running after its standard input is closed.
+    kill();
+    if (problem) program.report(*problem);
+    const auto handler = onEnd;  // it destroys this object
+    handler();
+  }
 
   DialogProgram& program;
   const OnEvent onEvent;

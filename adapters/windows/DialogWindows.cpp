@@ -4,14 +4,6 @@
 
 namespace kestrune {
 
-void DialogWindows::close() {
-  forget();
-  for (auto* const process : {&alertProcess, &menuProcess}) {
-    if (*process) (*process)->kill();
-    process->reset();
-  }
-}
-
 void DialogWindows::show(const Open& shown) {
   if (!alertProcess) {
     alertProcess = std::make_unique<DialogProcess>(

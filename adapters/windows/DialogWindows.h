@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "adapters/alerts/AlertQueue.h"
 #include "adapters/windows/DialogProcess.h"
@@ -35,7 +36,12 @@ class DialogWindows final : public AlertQueue {
 
   /// Closes the windows. Drops all alerts and does not call their completions. Called before the client
   /// exits.
-  void close();
+  void close() {
+    forget();
+    for (auto* const process : {&alertProcess, &menuProcess}) {
+      if (*process) std::exchange(*process, nullptr)->kill();
+    }
+  }
 
  private:
   void show(const Open& shown) override;
