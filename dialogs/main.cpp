@@ -74,21 +74,8 @@ void tell(QAccessibleEvent* event) {
   if (event->type() != QAccessible::TextUpdated && event->type() != QAccessible::ValueChanged) pass(event);
 }
 
-}  // namespace
-
-int main(int argumentCount, char** arguments) {
-  for (int i = 1; i < argumentCount; ++i) {
-    const std::string_view argument = arguments[i];
-    if (argument == "--help" || argument == "-h") {
-      std::fputs(usage, stdout);
-      return 0;
-    }
-    if (argument == "--version") {
-      std::puts("KestruneMenuDialogs " KESTRUNE_VERSION);
-      return 0;
-    }
-  }
-
+/// Sets limits, signals and variables of the process. Call it before QApplication, which reads the variables.
+void prepareProcess() {
   // Prevent core dumps, because they would contain what the user types. Set RLIMIT_CORE to 1: with 0, the
   // kernel would still pipe the dump to a crash reporter. If the hard limit is 0, call
   // prctl(PR_SET_DUMPABLE, 0) instead. That is only the second choice, because the desktop portal then
@@ -106,7 +93,24 @@ int main(int argumentCount, char** arguments) {
   unsetenv("SESSION_MANAGER");
   // Ignore an inherited activation token. The client sends the tokens for this program's windows in requests.
   unsetenv("XDG_ACTIVATION_TOKEN");
+}
 
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  for (int i = 1; i < argumentCount; ++i) {
+    const std::string_view argument = arguments[i];
+    if (argument == "--help" || argument == "-h") {
+      std::fputs(usage, stdout);
+      return 0;
+    }
+    if (argument == "--version") {
+      std::puts("KestruneMenuDialogs " KESTRUNE_VERSION);
+      return 0;
+    }
+  }
+
+  prepareProcess();
   QApplication application(argumentCount, arguments);
   QAccessible::installUpdateHandler(&tell);
   kestrune::dialogs::preferColorEmoji();
