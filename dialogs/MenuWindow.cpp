@@ -46,9 +46,8 @@ class MenuRow final : public QPushButton {
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   }
 
-  /// Shows `item` in this row. If `beginsSection` is true and the item is disabled and has no action, the row
-  /// is painted in bold, as the heading of its section. `keyWidth` is the width of the menu's widest
-  /// shortcut, in pixels.
+  /// Shows `item` in this row. A label that begins a section is painted in bold, as its heading. `keyWidth`
+  /// is the width of the menu's widest shortcut, in pixels.
   void setItem(const MenuItem& item, bool beginsSection, int keyWidth) {
     const bool isLabel = !item.isSeparator && !item.enabled && item.action.empty();
     accessibleRole = item.isSeparator ? QAccessible::Separator

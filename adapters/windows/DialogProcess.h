@@ -28,8 +28,7 @@ struct DialogProgram {
   bool isReportedMissing = false;
 
   /// Reports on standard error why a window could not be shown. If there is a display but the program is not
-  /// installed, reports this instead of `reason`, and shows a notification. Prints each message only once,
-  /// and shows the notification only once.
+  /// installed, reports this instead of `reason`, and shows a notification. Says each thing only once.
   void report(const std::string& reason);
 };
 

@@ -21,8 +21,7 @@ class DialogWindows final : public AlertQueue {
 
   /// Stores the activation token (XDG_ACTIVATION_TOKEN) of the user's last click in the tray, or of the last
   /// start of the program while this client runs. The token works once: it lets the next window that is
-  /// opened or raised take the focus. A token of over 4096 bytes counts as empty, because any program on the
-  /// bus may send a token of any length.
+  /// opened or raised take the focus. A token of over 4096 bytes counts as empty: any program may send one.
   void giveToken(std::string_view given) { program.token = given.size() <= 4096 ? given : ""; }
 
   /// Sets the menu. An open menu window follows the change.
