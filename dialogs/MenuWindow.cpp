@@ -70,8 +70,6 @@ class MenuRow final : public QPushButton {
   }
 
   bool isChoosable() const { return focusPolicy() != Qt::NoFocus; }
-
-  /// Returns the role that screen readers announce: separator, text, check box or push button.
   QAccessible::Role role() const { return accessibleRole; }
 
   QSize sizeHint() const override {
