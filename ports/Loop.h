@@ -96,24 +96,8 @@ class Timers {
 
   /// Runs `action` on the main thread every `interval`, first after one interval. The interval includes
   /// time in suspend. If several runs are overdue after a suspend, or because the main thread was busy, runs
-  /// `action` only once for all of them. Main thread.
+  /// `action` only once for all of them. `action` may destroy the timer. Main thread.
   virtual std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) = 0;
-
-  /// Runs `action` once on the main thread, after `delay`. The delay includes time in suspend. Main thread.
-  std::unique_ptr<Timer> scheduleOnce(Seconds delay, std::function<void()> action) {
-    auto once = std::make_unique<OneShot>();
-    once->timer = scheduleRepeating(delay, [timer = &once->timer, action = std::move(action)] {
-      timer->reset();
-      action();
-    });
-    return once;
-  }
-
- private:
-  struct OneShot final : Timer {
-    void invalidate() override { timer.reset(); }
-    std::unique_ptr<Timer> timer;
-  };
 };
 
 }  // namespace kestrune

@@ -41,6 +41,7 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
 
  private:
   void subscribe() {
+    next.reset();
     subscription = platform.statusFeed.subscribe([this](const std::string& line) { heard(line); },
                                                  [this] { clientIsAbsent(); });
   }
@@ -61,8 +62,8 @@ class StatusCommand final : public ApplicationDelegate, public std::enable_share
   const std::unique_ptr<DispatchQueue> workerQueue = platform.dispatch.makeSerialQueue(
       "kestrune.menu.worker", QualityOfService::userInitiated, QueueTarget::ownThread);
   StatusSubscription subscription;
-  std::unique_ptr<Timer> next;
-  bool hasHeard = false;  ///< true from a client's first status until this client ends
+  std::unique_ptr<Timer> next;  ///< ticks once, because its action resets it
+  bool hasHeard = false;        ///< true from a client's first status until this client ends
   bool isChecking = false;
   StatusSnapshot found;  ///< the result of the last `checkBackend`
   std::string shown;     ///< the text that was printed last

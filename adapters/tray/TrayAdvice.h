@@ -31,7 +31,7 @@ class TrayAdvice final : public BusClient {
 
  private:
   void lookAfter(Seconds delay) {
-    timer = timers.scheduleOnce(delay, [this] { look(); });
+    timer = timers.scheduleRepeating(delay, [this] { look(); });
   }
   void look();
   void answered(sd_bus_message* reply);
@@ -39,9 +39,9 @@ class TrayAdvice final : public BusClient {
   Timers& timers;
   Notifications& notifications;
   BusSlot question;
-  std::unique_ptr<Timer> timer;
-  int unanswered = 0;  ///< number of checks in a row without an answer
-  int misses = 0;      ///< number of checks that found no tray; the second one shows the notification
+  std::unique_ptr<Timer> timer;  ///< ticks once, because `look` replaces or resets it
+  int unanswered = 0;            ///< number of checks in a row without an answer
+  int misses = 0;  ///< number of checks that found no tray; the second one shows the notification
 };
 
 }  // namespace kestrune

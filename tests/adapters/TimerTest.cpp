@@ -132,15 +132,6 @@ TYPED_TEST(TimerContract, ActionMayDestroyAnotherDueTimer) {
   EXPECT_EQ(count, 1);
 }
 
-TYPED_TEST(TimerContract, ScheduleOnceRunsItsActionOnceUnlessDestroyed) {
-  int count = 0;
-  this->timer = this->loop.loop.scheduleOnce(interval, [&] { ++count; });
-  this->loop.loop.scheduleOnce(interval, [&] { count += 10; }).reset();
-  EXPECT_TRUE(this->loop.letPassUntil([&] { return count > 0; }));
-  letPass(this->loop, fewIntervals);
-  EXPECT_EQ(count, 1);
-}
-
 template <typename ClockUnderTest>
 struct ClockContract : ::testing::Test {
   ClockUnderTest clock;
