@@ -90,9 +90,10 @@ void StatusCommand::checkDidFinish() {
 }
 
 bool StatusCommand::show(const std::string& json) {
+  static constexpr int exitCodes[] = {0, 3, 4};  // for each ConnectionLampState
   const auto status = parseStatusJson(json);
   if (!status) return false;
-  code = options.exitZero ? 0 : statusExitCode(status->lamp);
+  code = options.exitZero ? 0 : exitCodes[static_cast<std::size_t>(status->lamp)];
   const std::string text = formatted(json, *status, options.format);
   if (text == shown) return true;
   const bool apart = options.format == StatusFormat::text && !shown.empty();

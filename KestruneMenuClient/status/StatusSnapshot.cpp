@@ -134,9 +134,4 @@ std::string statusForWaybar(const PublishedStatus& status) {
   return asLine({{"text", menuIcon(status.lamp)}, {"alt", lamp}, {"class", lamp}, {"tooltip", toolTip}});
 }
 
-int statusExitCode(ConnectionLampState lamp) {
-  static constexpr std::array codes{0, 3, 4};
-  return codes[static_cast<std::size_t>(lamp)];
-}
-
 }  // namespace kestrune

@@ -55,7 +55,4 @@ std::optional<PublishedStatus> parseStatusJson(std::string_view line);
 /// Returns one line for a custom module of Waybar, a status bar.
 std::string statusForWaybar(const PublishedStatus& status);
 
-/// Returns the exit status of --status: 0 for ok, 3 for a warning, 4 for an error.
-int statusExitCode(ConnectionLampState lamp);
-
 }  // namespace kestrune
