@@ -14,9 +14,7 @@ struct Failure {
   bool operator==(const Failure&) const = default;
 };
 
-struct Done {
-  bool operator==(const Done&) const = default;
-};
+using Done = std::monostate;
 
 /// A value, or the reason of a failure. A port's operation returns a `Result` if its caller uses the reason.
 template <typename Value = Done>
