@@ -50,7 +50,6 @@ Result<std::string> AppDelegate::setLaunchAtLoginEnabled(bool enabled) {
   FileManager& files = platform.fileManager;
   if (const auto made = files.createDirectory(path.substr(0, path.rfind('/'))); !made)
     return Failure{made.reason()};
-  // Ignore failures of removeItem, which also fails if the file does not exist.
   if (!enabled) {
     files.removeItem(path);
     files.removeItem(legacyUserLaunchAgentPath());

@@ -49,7 +49,8 @@ class FileManager {
   /// Creates the folder and its missing parents, with mode 0777 & ~umask. Succeeds if the folder exists.
   virtual Result<> createDirectory(const std::string& path) = 0;
 
-  virtual Result<> removeItem(const std::string& path) = 0;
+  /// Removes a file, if it exists. Does not report a failure.
+  virtual void removeItem(const std::string& path) = 0;
 
   /// Returns the path of the user's home folder, without a trailing slash.
   virtual std::string homeDirectoryPath() const = 0;

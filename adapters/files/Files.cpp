@@ -267,9 +267,4 @@ Result<std::string> SystemFileManager::replaceUnreadable(const std::string& path
   return kept;
 }
 
-Result<> SystemFileManager::removeItem(const std::string& path) {
-  if (unlink(path.c_str()) != 0) return Failure{describe(errno)};
-  return Done{};
-}
-
 }  // namespace kestrune

@@ -33,7 +33,7 @@ class SystemFileManager final : public FileManager {
     if (const auto failure = makeFolders(path, 0777)) return Failure{failure.message()};
     return Done{};
   }
-  Result<> removeItem(const std::string& path) override;
+  void removeItem(const std::string& path) override { unlink(path.c_str()); }
   std::string homeDirectoryPath() const override { return home; }
 
  private:
