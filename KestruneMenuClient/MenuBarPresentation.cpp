@@ -108,7 +108,7 @@ void AppDelegate::showCodexRuntimeStatus() {
 }
 
 void AppDelegate::openCodexApp() {
-  const std::string path = platform.workspace.codexAppPath();
+  const std::string path = "/Applications/Codex.app";
   if (platform.fileManager.fileExists(path)) return platform.workspace.open(path);
   showResultWindow(
       "未找到 Codex App",

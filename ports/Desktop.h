@@ -41,9 +41,6 @@ class Workspace {
   /// Opens a file or folder in the desktop's default program. Does not report the result.
   virtual void open(const std::string& path) = 0;
 
-  /// Returns the path where the Codex App would be on this host. Does not check whether the app is installed.
-  virtual std::string codexAppPath() const = 0;
-
   /// Restarts this application from the bundle at `bundlePath`. Normally starts a second process, which waits
   /// until this process has ended. If a terminal or a service manager waits for this process, starts nothing
   /// and returns success: `Host::leave` later replaces this process by exec. A failure of that exec is not

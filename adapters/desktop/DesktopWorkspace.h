@@ -27,7 +27,6 @@ class DesktopWorkspace final : public Workspace {
       : loop(givenLoop), bundle(givenBundle), arguments(std::move(givenArguments)), starter(givenStarter) {}
 
   void open(const std::string& path) override;
-  std::string codexAppPath() const override { return "/Applications/Codex.app"; }
   Result<> openNewInstance(const std::string& bundlePath) override;
 
   /// Returns whether `openNewInstance` has requested a restart in place. If so, the caller must call

@@ -72,7 +72,6 @@ TEST_F(DesktopWorkspaceOn, ADesktopOpensFilesByXdgOpen) {
   openPath("/a/folder");
   EXPECT_EQ(machine.started(), (Texts{"xdg-open", "", "/a/folder"}));
   EXPECT_EQ(errors.text(), "");
-  EXPECT_EQ(DesktopWorkspace(loop, bundle, {}, Starter::desktop).codexAppPath(), "/Applications/Codex.app");
 }
 
 TEST_F(DesktopWorkspaceOn, ADesktopWithoutXdgOpenUsesGio) {

@@ -333,7 +333,6 @@ struct FakeFileManager final : FileManager {
 struct FakeWorkspace final : Workspace {
   explicit FakeWorkspace(CallLog& givenLog) : log(givenLog) {}
   void open(const std::string& path) override { log.push_back("open " + path); }
-  std::string codexAppPath() const override { return "/Applications/Codex.app"; }
   Result<> openNewInstance(const std::string& bundlePath) override {
     log.push_back("open new instance of " + bundlePath);
     if (launchError) return Failure{*launchError};
