@@ -48,7 +48,7 @@ void AppDelegate::presentAutoConnectDisabledState() {
 
 void AppDelegate::startPeriodicRefresh() {
   if (refreshTimer) refreshTimer->invalidate();
-  refreshTimer = platform.timers.scheduleRepeating(refreshInterval, [weak = weak_from_this()] {
+  refreshTimer = platform.dispatch.scheduleRepeating(refreshInterval, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->periodicRefreshDidTick();
   });
 }

@@ -98,7 +98,6 @@ class LinuxHost final : public Host {
     parts = std::make_unique<Platform>(Platform{
         .application = &loop,
         .dispatch = loop,
-        .timers = loop,
         .clock = clock,
         .statusItem = terminal ? static_cast<StatusItem&>(*terminal) : tray,
         .statusFeed = rendezvous,

@@ -69,18 +69,6 @@ enum class QualityOfService { standard, userInitiated };
 
 enum class QueueTarget { ownThread, mainThread };
 
-/// Creates the queues of the process.
-class Dispatch {
- public:
-  virtual ~Dispatch() = default;
-
-  virtual MainQueue& mainQueue() = 0;
-
-  /// Returns a new queue, never null. Main thread.
-  virtual std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
-                                                         QueueTarget target) = 0;
-};
-
 /// A running timer. The destructor stops it.
 class Timer {
  public:
@@ -90,9 +78,16 @@ class Timer {
   virtual void invalidate() = 0;
 };
 
-class Timers {
+/// Creates the queues and the timers of the process.
+class Dispatch {
  public:
-  virtual ~Timers() = default;
+  virtual ~Dispatch() = default;
+
+  virtual MainQueue& mainQueue() = 0;
+
+  /// Returns a new queue, never null. Main thread.
+  virtual std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
+                                                         QueueTarget target) = 0;
 
   /// Runs `action` on the main thread every `interval`, first after one interval. The interval includes
   /// time in suspend. If several runs are overdue after a suspend, or because the main thread was busy, runs

@@ -24,7 +24,6 @@ namespace kestrune {
 struct Platform {
   Application* application;
   Dispatch& dispatch;
-  Timers& timers;
   Clock& clock;
   StatusItem& statusItem;
   StatusFeed& statusFeed;

@@ -34,7 +34,7 @@ void StatusCommand::heard(const std::string& line) {
 
 void StatusCommand::clientIsAbsent() {
   if (!std::exchange(hasHeard, false)) return checkBackend();
-  next = platform.timers.scheduleRepeating(successorPatience, [this] { checkBackend(); });
+  next = platform.dispatch.scheduleRepeating(successorPatience, [this] { checkBackend(); });
 }
 
 void StatusCommand::checkBackend() {
@@ -86,7 +86,7 @@ void StatusCommand::checkDidFinish() {
   // If a client has started during the check, drop the result: the client's status is newer.
   if (hasHeard) return;
   show(statusJson(found, false));
-  if (options.follow) next = platform.timers.scheduleRepeating(checkInterval, [this] { subscribe(); });
+  if (options.follow) next = platform.dispatch.scheduleRepeating(checkInterval, [this] { subscribe(); });
 }
 
 bool StatusCommand::show(const std::string& json) {

@@ -22,7 +22,7 @@ using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 /// The main loop, on sd-event: the main queue, timers, descriptors, children, and the signals that end the
 /// process. Construct it before the first thread starts, because it blocks signals for the whole process.
 /// Call its functions on the thread that constructed it.
-class EventLoop final : public Application, public Dispatch, public Timers {
+class EventLoop final : public Application, public Dispatch {
  public:
   EventLoop();
   ~EventLoop() override { sd_event_unref(loop); }
@@ -71,8 +71,6 @@ class EventLoop final : public Application, public Dispatch, public Timers {
   MainQueue& mainQueue() override { return *queue; }
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
-
-  // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
  private:

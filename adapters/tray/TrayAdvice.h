@@ -19,8 +19,8 @@ class TrayAdvice final : public BusClient {
   static constexpr int looksInVain = 10;  ///< after this many unanswered checks in a row, no more are made
 
   /// All arguments must outlive this object.
-  TrayAdvice(SessionBus& givenBus, Timers& givenTimers, Notifications& givenNotifications)
-      : BusClient(givenBus), timers(givenTimers), notifications(givenNotifications) {
+  TrayAdvice(SessionBus& givenBus, Dispatch& givenDispatch, Notifications& givenNotifications)
+      : BusClient(givenBus), dispatch(givenDispatch), notifications(givenNotifications) {
     lookAfter(patience);
   }
 
@@ -31,12 +31,12 @@ class TrayAdvice final : public BusClient {
 
  private:
   void lookAfter(Seconds delay) {
-    timer = timers.scheduleRepeating(delay, [this] { look(); });
+    timer = dispatch.scheduleRepeating(delay, [this] { look(); });
   }
   void look();
   void answered(sd_bus_message* reply);
 
-  Timers& timers;
+  Dispatch& dispatch;
   Notifications& notifications;
   BusSlot question;
   std::unique_ptr<Timer> timer;  ///< ticks once, because `look` replaces or resets it

@@ -201,7 +201,6 @@ Platform platformWith(FakePlatform& fakes, const RealParts& real) {
   return {
       .application = &fakes.loop,
       .dispatch = fakes.loop,
-      .timers = fakes.loop,
       .clock = either(real.clock, fakes.clock),
       .statusItem = fakes.statusItem,
       .statusFeed = fakes.statusFeed,

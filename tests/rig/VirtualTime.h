@@ -39,7 +39,7 @@ class VirtualClock final : public Clock {
 
 /// A fake main loop with queues and timers, without threads. Jobs and timers run only while a test calls
 /// `run` or a function such as `settle` or `advance`.
-class FakeLoop final : public Application, public Dispatch, public Timers {
+class FakeLoop final : public Application, public Dispatch {
  public:
   FakeLoop(VirtualClock& clock, CallLog& log);
   ~FakeLoop() override;
@@ -53,8 +53,6 @@ class FakeLoop final : public Application, public Dispatch, public Timers {
   MainQueue& mainQueue() override;
   std::unique_ptr<DispatchQueue> makeSerialQueue(std::string label, QualityOfService qualityOfService,
                                                  QueueTarget target) override;
-
-  // from the port Timers
   std::unique_ptr<Timer> scheduleRepeating(Seconds interval, std::function<void()> action) override;
 
   // Only tests call the functions below:
