@@ -58,10 +58,4 @@ void AlertQueue::goOn() {
   });
 }
 
-void AlertQueue::forget() {
-  waiting.clear();
-  stacking.clear();
-  open.clear();
-}
-
 }  // namespace kestrune

@@ -45,7 +45,11 @@ class AlertQueue : public Alerts {
   void answer(int id, AlertAnswer answer);
 
   /// Drops the open and the waiting alerts without calling their completions.
-  void forget();
+  void forget() {
+    waiting.clear();
+    stacking.clear();
+    open.clear();
+  }
 
   DispatchQueue& queue;
   std::vector<Open> open;  ///< from the bottom alert to the top alert
