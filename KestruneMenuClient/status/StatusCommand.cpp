@@ -44,9 +44,8 @@ void StatusCommand::checkBackend() {
   const auto update = [weak = weak_from_this()](const NetworkPath& path) {
     const auto self = weak.lock();
     if (!self) return;
-    const bool isFirst = self->found.network == NetworkKind::unknown;
-    self->found.network = networkKind(path);
-    if (isFirst) self->askBackend();
+    const auto before = std::exchange(self->found.network, networkKind(path));
+    if (before == NetworkKind::unknown) self->askBackend();
   };
   platform.pathMonitor.start(platform.dispatch.mainQueue(), update);
 }

@@ -60,13 +60,6 @@ std::vector<std::string> statusLines(const StatusSnapshot& snapshot, bool fromCl
 
 }  // namespace
 
-NetworkKind networkKind(const NetworkPath& path) {
-  if (!path.satisfied) return NetworkKind::none;
-  if (path.usesWiFi) return NetworkKind::wifi;
-  if (path.usesWiredEthernet) return NetworkKind::wired;
-  return path.usesCellular ? NetworkKind::cellular : NetworkKind::other;
-}
-
 std::vector<std::string> statusRows(const StatusSnapshot& snapshot) {
   std::vector<std::string> rows{
       std::string(menuIcon(snapshot.lamp)) + " 連線狀態：" + snapshot.status,

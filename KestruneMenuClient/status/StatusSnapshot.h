@@ -16,7 +16,12 @@ namespace kestrune {
 inline constexpr auto disabledStatus = "已停用，不會啟動背景服務";
 
 enum class NetworkKind { unknown, none, wifi, wired, cellular, other };
-NetworkKind networkKind(const NetworkPath& path);
+inline NetworkKind networkKind(const NetworkPath& path) {
+  if (!path.satisfied) return NetworkKind::none;
+  if (path.usesWiFi) return NetworkKind::wifi;
+  if (path.usesWiredEthernet) return NetworkKind::wired;
+  return path.usesCellular ? NetworkKind::cellular : NetworkKind::other;
+}
 
 /// The state that menu rows 2 to 11 show at one moment.
 struct StatusSnapshot {
