@@ -34,16 +34,6 @@ CodexFinding findingIn(std::string_view line, std::string_view label) {
 
 }  // namespace
 
-std::string_view menuIcon(ConnectionLampState state) {
-  static constexpr std::string_view icons[] = {"🟢", "🟡", "🔴"};
-  return icons[static_cast<std::size_t>(state)];
-}
-
-std::string_view menuLabel(ConnectionLampState state) {
-  static constexpr std::string_view labels[] = {"已連線", "檢查中", "異常"};
-  return labels[static_cast<std::size_t>(state)];
-}
-
 std::string codexRow(std::string_view prefix, const CodexFinding& finding) {
   const std::string row(prefix);
   if (finding.verdict == CodexVerdict::unknown) return row + "尚未檢查";

@@ -12,9 +12,17 @@ namespace kestrune {
 /// The backend's health, which the lamp shows as green, yellow or red.
 enum class ConnectionLampState { ok, warning, error };
 
-/// `menuIcon` returns the lamp as a coloured dot; `menuLabel` returns it as a word.
-std::string_view menuIcon(ConnectionLampState state);
-std::string_view menuLabel(ConnectionLampState state);
+/// Returns the lamp as a coloured dot.
+inline std::string_view menuIcon(ConnectionLampState state) {
+  static constexpr std::string_view icons[] = {"🟢", "🟡", "🔴"};
+  return icons[static_cast<std::size_t>(state)];
+}
+
+/// Returns the lamp as a word.
+inline std::string_view menuLabel(ConnectionLampState state) {
+  static constexpr std::string_view labels[] = {"已連線", "檢查中", "異常"};
+  return labels[static_cast<std::size_t>(state)];
+}
 
 enum class CodexVerdict { unknown, ok, needsCheck };
 
