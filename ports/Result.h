@@ -25,10 +25,9 @@ class Result {
   Result(Failure failure) : outcome(std::move(failure)) {}
 
   explicit operator bool() const { return std::holds_alternative<Value>(outcome); }
-  /// The next three operators may be called only when there is a value.
+  /// The next two operators may be called only when there is a value.
   Value& operator*() { return std::get<Value>(outcome); }
   const Value& operator*() const { return std::get<Value>(outcome); }
-  Value* operator->() { return &**this; }
   /// Returns why the operation failed. May be called only when there is no value.
   const std::string& reason() const { return std::get<Failure>(outcome).reason; }
 

@@ -329,8 +329,8 @@ TEST_F(NetworkMonitorTest, KernelWithoutIPv6CountsAsNoIPv6Route) {
   ForkedProgram program([](const ForkedProgram::Say& say) {
     // Only the request for the IPv6 route has this length.
     refuseSending(NLMSG_LENGTH(sizeof(rtmsg)) + RTA_LENGTH(sizeof(in6_addr)), EOPNOTSUPP);
-    auto answer = lookUpRoute("");
-    say(!answer ? answer.reason() : answer->path.satisfied ? "path" : "no path");
+    const auto answer = lookUpRoute("");
+    say(!answer ? answer.reason() : (*answer).path.satisfied ? "path" : "no path");
   });
   EXPECT_EQ(program.line(), "no path");
 }
