@@ -29,7 +29,6 @@ class FileManager {
   /// Returns whether a file or folder exists at `path`. A dangling symbolic link does not count.
   virtual bool fileExists(const std::string& path) const = 0;
 
-  /// Reads a whole file. Anything but a regular file is `ReadOutcome::unreadable`.
   virtual FileContents contents(const std::string& path) const = 0;
 
   /// Replaces or creates the file atomically: a reader sees the old or the new contents, even after a power

@@ -25,19 +25,18 @@ class ApplicationDelegate {
 /// only its item in the status bar.
 enum class ActivationPolicy { regular = 0, accessory = 1 };
 
-/// Tells the desktop how to show this process. Runs the main loop.
+/// Tells the desktop how to show this process. Runs the main loop. Main thread.
 class Application {
  public:
   virtual ~Application() = default;
 
-  /// Sets how the desktop shows the application. Main thread.
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 
   /// Runs the main loop until `terminate` is called, and tells `delegate` of the start and the end. Returns
-  /// the exit status of the process. Called once, on the main thread.
+  /// the exit status of the process. Called once.
   virtual int run(ApplicationDelegate& delegate) = 0;
 
-  /// Ends the main loop as soon as the running callback has returned. Further calls do nothing. Main thread.
+  /// Ends the main loop as soon as the running callback has returned. Further calls do nothing.
   virtual void terminate() = 0;
 };
 
