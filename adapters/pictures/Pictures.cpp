@@ -23,8 +23,6 @@ constexpr std::size_t icnsHeader = 8;   // bytes; four letters and the big-endia
 
 constexpr std::size_t quietZone = 4;  // the white border on each side, in modules (squares of the code)
 constexpr std::size_t bytesPerPixel = 4;
-constexpr std::uint8_t white = 255;
-constexpr std::uint8_t black = 0;
 
 /// Adds the picture in a PNG to `bitmaps`. Skips a PNG that is damaged or too large.
 void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
@@ -79,12 +77,12 @@ std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   const auto width = static_cast<std::size_t>(symbol->width);
   const std::size_t side = width + 2 * quietZone;
   Bitmap bitmap{static_cast<int>(side), static_cast<int>(side), {}};
-  bitmap.rgba.assign(bytesPerPixel * side * side, white);
+  bitmap.rgba.assign(bytesPerPixel * side * side, 255);  // opaque white
   for (std::size_t module = 0; module < width * width; ++module) {
     if ((symbol->data[module] & 1) == 0) continue;
     const std::size_t row = quietZone + module / width;
     const std::size_t column = quietZone + module % width;
-    std::fill_n(&bitmap.rgba[bytesPerPixel * (row * side + column)], 3, black);
+    std::fill_n(&bitmap.rgba[bytesPerPixel * (row * side + column)], 3, std::uint8_t{0});  // black
   }
   return bitmap;
 }
