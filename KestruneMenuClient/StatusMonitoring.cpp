@@ -23,8 +23,8 @@ void AppDelegate::queryStatus(std::function<void(const CommandResult&, const Sta
 
 void AppDelegate::refreshStatus(bool triggerNotification) {
   if (std::exchange(statusRefreshInProgress, true)) return;
-  queryStatus([this, triggerNotification](const CommandResult&, const StatusReport& report) {
-    if (report.ok) {
+  queryStatus([this, triggerNotification](const CommandResult& result, const StatusReport& report) {
+    if (result.ok) {
       syncSleepAssertionWithSettings();
     } else {
       releaseSleepAssertion();

@@ -40,8 +40,8 @@ std::string codexRow(std::string_view prefix, const CodexFinding& finding) {
   return row + (finding.verdict == CodexVerdict::ok ? "OK " : "需檢查 ") + finding.detail;
 }
 
-StatusReport::StatusReport(bool givenOk, std::string_view output)
-    : ok(givenOk), lamp(ok ? ConnectionLampState::ok : ConnectionLampState::warning), text("狀態未知") {
+StatusReport::StatusReport(bool ok, std::string_view output)
+    : lamp(ok ? ConnectionLampState::ok : ConnectionLampState::warning), text("狀態未知") {
   LineSplitter lines(output);
   bool isFirst = true;
   for (std::string_view line; lines.next(line); isFirst = false) {

@@ -54,7 +54,6 @@ std::string codexRow(std::string_view prefix, const CodexFinding& finding);
 struct StatusReport {
   StatusReport(bool ok, std::string_view output);
 
-  bool ok;
   ConnectionLampState lamp;
   std::string text;  ///< for the menu: `menuLabel(lamp)`, or the output's first line if `ok` is false
   CodexFindings codex;
