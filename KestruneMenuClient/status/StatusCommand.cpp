@@ -6,23 +6,19 @@
 
 namespace kestrune {
 
-namespace {
-
 /// While no client runs, --follow calls `checkBackend` as often as a client would refresh its status.
 constexpr Seconds checkInterval{20.0};
 /// How long to wait for a new client after the old one has ended. A restart of the client takes less.
 constexpr Seconds successorPatience{1.0};
 
 /// Returns the status in the format that the user has chosen. `status` is the parsed `json`.
-std::string formatted(const std::string& json, const PublishedStatus& status, StatusFormat format) {
+static std::string formatted(const std::string& json, const PublishedStatus& status, StatusFormat format) {
   if (format == StatusFormat::json) return json + "\n";
   if (format == StatusFormat::waybar) return statusForWaybar(status) + "\n";
   std::string text;
   for (const std::string& line : status.lines) text += line + "\n";
   return text;
 }
-
-}  // namespace
 
 void StatusCommand::heard(const std::string& line) {
   next.reset();

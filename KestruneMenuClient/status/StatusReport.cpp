@@ -6,23 +6,21 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::size_t detailLimit = 44;  // characters; compactDetail() cuts a longer detail
 constexpr std::string_view okMarker = "[OK]";
 constexpr std::string_view failMarker = "[FAIL]";
 
-bool contains(std::string_view text, std::string_view part) {
+static bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-bool isFault(std::string_view line) {
+static bool isFault(std::string_view line) {
   if (!contains(line, "無回應") && !contains(line, "未載入") && !contains(line, failMarker)) return false;
   return std::ranges::none_of(codexItems, [line](auto& item) { return contains(line, item.label); });
 }
 
 /// Returns what the trimmed `line` says about `label`, see `codexFinding`.
-CodexFinding findingIn(std::string_view line, std::string_view label) {
+static CodexFinding findingIn(std::string_view line, std::string_view label) {
   const bool isOk = line.starts_with(okMarker);
   if (!isOk && !line.starts_with(failMarker)) return {};
   line.remove_prefix(isOk ? okMarker.size() : failMarker.size());
@@ -31,8 +29,6 @@ CodexFinding findingIn(std::string_view line, std::string_view label) {
   if (!line.starts_with(": ")) return {};
   return {isOk ? CodexVerdict::ok : CodexVerdict::needsCheck, compactDetail(line.substr(2))};
 }
-
-}  // namespace
 
 std::string codexRow(std::string_view prefix, const CodexFinding& finding) {
   const std::string row(prefix);
