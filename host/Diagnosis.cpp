@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "KestruneMenuClient/status/StatusSnapshot.h"
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 #include "host/SessionScript.h"
 #include "text/Text.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "adapters/bus/NameOwner.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "ports/Clock.h"
 #include "ports/PowerAssertions.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "adapters/loop/SystemClock.h"
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -19,7 +19,7 @@
 
 #include "adapters/children/Spawn.h"
 #include "adapters/loop/SystemClock.h"
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "ports/Process.h"
 
 namespace kestrune {

@@ -5,8 +5,7 @@
 
 #include <algorithm>
 
-#include "adapters/system/Errors.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "adapters/loop/EventLoop.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -7,8 +7,7 @@
 #include <cstdlib>
 
 #include "adapters/children/Spawn.h"
-#include "adapters/system/Errors.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -5,7 +5,7 @@
 #include <map>
 #include <string_view>
 
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -16,9 +16,7 @@
 #include <iterator>
 #include <optional>
 
-#include "adapters/system/Errors.h"
-#include "adapters/system/FileDescriptor.h"
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "adapters/files/Files.h"
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

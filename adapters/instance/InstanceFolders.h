@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -12,7 +12,7 @@
 #include "adapters/files/Files.h"
 #include "adapters/files/ProgramBundle.h"
 #include "adapters/loop/SystemClock.h"
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

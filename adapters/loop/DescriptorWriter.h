@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "adapters/loop/EventLoop.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

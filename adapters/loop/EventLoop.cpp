@@ -25,8 +25,7 @@
 #include <thread>
 #include <utility>
 
-#include "adapters/system/FileDescriptor.h"
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

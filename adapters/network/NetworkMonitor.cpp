@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -15,8 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "adapters/system/Errors.h"
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -11,7 +11,7 @@
 #include <optional>
 #include <string_view>
 
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

@@ -11,7 +11,7 @@
 
 #include "adapters/loop/DescriptorWriter.h"
 #include "adapters/loop/EventLoop.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

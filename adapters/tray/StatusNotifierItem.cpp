@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 #include "text/Text.h"
 
 namespace kestrune {

@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "adapters/children/Spawn.h"
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 
 namespace kestrune {
 

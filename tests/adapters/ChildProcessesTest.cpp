@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/adapters/RealChildren.h"
 #include "tests/rig/FakePlatform.h"
 #include "tests/rig/ProcessEnd.h"

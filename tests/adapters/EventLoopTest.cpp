@@ -11,7 +11,7 @@
 
 #include "adapters/children/ChildProcesses.h"
 #include "adapters/children/Spawn.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/adapters/Loops.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/ResourceLimit.h"

@@ -9,9 +9,7 @@
 #include <memory>
 
 #include "adapters/files/Files.h"
-#include "adapters/system/Errors.h"
-#include "adapters/system/FileDescriptor.h"
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 #include "tests/rig/FileTest.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/RefusedCall.h"

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "adapters/children/ChildProcesses.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/ScratchFolder.h"
 #include "tests/rig/SignalState.h"

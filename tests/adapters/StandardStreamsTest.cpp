@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "adapters/system/Errors.h"
+#include "adapters/system/System.h"
 #include "adapters/terminal/StandardStreams.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/Namespaces.h"

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/rig/ProcessEnd.h"
 
 namespace kestrune::testing {

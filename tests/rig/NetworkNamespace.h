@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/rig/Namespaces.h"
 
 namespace kestrune::testing {

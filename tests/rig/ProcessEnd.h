@@ -8,7 +8,7 @@
 #include <csignal>
 #include <stdexcept>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/rig/ComesTrue.h"
 
 namespace kestrune::testing {

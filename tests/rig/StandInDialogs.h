@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "adapters/instance/InstanceFolders.h"
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "adapters/windows/protocol/DialogProtocol.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/ScopedVariable.h"

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 
 namespace kestrune::testing {
 

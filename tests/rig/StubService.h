@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "tests/rig/BusText.h"
 
 namespace kestrune::testing {

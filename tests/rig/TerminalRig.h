@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "adapters/system/FileDescriptor.h"
+#include "adapters/system/System.h"
 #include "adapters/terminal/TerminalFace.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/FakePlatform.h"

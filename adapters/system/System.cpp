@@ -1,16 +1,28 @@
-#include "adapters/system/WholeFile.h"
+#include "adapters/system/System.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <cstdio>
+#include <mutex>
+#include <set>
 #include <utility>
 
-#include "adapters/system/Errors.h"
-#include "adapters/system/FileDescriptor.h"
 #include "ports/FileManager.h"
 
 namespace kestrune {
+
+void reportOnce(const std::string& message) {
+  static std::mutex mutex;
+  static std::set<std::string> said;
+  const std::lock_guard lock(mutex);
+  // Drop the message if printing would block. For example, after Ctrl+S, a write to a terminal blocks until
+  // the user presses Ctrl+Q.
+  pollfd output{STDERR_FILENO, POLLOUT, 0};
+  if (poll(&output, 1, 0) == 0) return;
+  if (said.insert(message).second) std::fprintf(stderr, "KestruneMenuClient: %s\n", message.c_str());
+}
 
 std::error_code readWholeFile(const std::string& path, std::string& contents) {
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
