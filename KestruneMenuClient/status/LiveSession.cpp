@@ -10,18 +10,16 @@ namespace kestrune {
 
 using Json = nlohmann::json;
 
-namespace {
-
 constexpr int answerDepthLimit = 990;
 constexpr std::size_t chatNameLimit = 34;  // characters
 
 /// Returns whether Python treats `value` as true. The service that sends the JSON is a Python program.
-bool isTruthy(const Json& value) {
+static bool isTruthy(const Json& value) {
   return value != false && value != 0 && value != "" && !value.empty();
 }
 
 /// Returns the UTF-16 code unit of the \u escape at the start of `text`; 0 when there is no escape.
-unsigned escapedUnit(std::string_view text) {
+static unsigned escapedUnit(std::string_view text) {
   const std::string_view digits = text.starts_with("\\u") ? text.substr(2, 4) : "";
   unsigned unit = 0;
   const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
@@ -33,7 +31,7 @@ constexpr std::string_view surrogateMark = "\xEF\xB7\x90";
 
 /// Replaces lone surrogates, because the JSON library rejects a text that contains one. Python's json module
 /// writes lone surrogates for a folder name that is not UTF-8.
-std::string withoutLoneSurrogates(std::string_view answer) {
+static std::string withoutLoneSurrogates(std::string_view answer) {
   const auto isHigh = [](unsigned unit) { return unit >> 10 == 0xD800 >> 10; };
   const auto isLow = [](unsigned unit) { return unit >> 10 == 0xDC00 >> 10; };
   std::string whole;
@@ -51,8 +49,6 @@ std::string withoutLoneSurrogates(std::string_view answer) {
   }
   return whole;
 }
-
-}  // namespace
 
 const LiveSession LiveSession::disabled{"未同步", "尚未啟動"};
 const LiveSession LiveSession::notConfigured{"未配置", "未配置"};

@@ -13,21 +13,17 @@ namespace kestrune {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 /// Returns `path` without slashes at its end; "/" stays "/".
-std::string withoutTrailingSlashes(std::string path) {
+static std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   return path;
 }
 
-std::string homeFolder(const MainBundle& environment) {
+static std::string homeFolder(const MainBundle& environment) {
   if (const auto home = environment.environmentVariable("HOME"); home && !home->empty()) return *home;
   const passwd* const user = getpwuid(getuid());
   return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
 }
-
-}  // namespace
 
 ProgramBundle::ProgramBundle() {
   std::error_code failure;

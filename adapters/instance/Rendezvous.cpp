@@ -16,8 +16,6 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr auto lockName = "/lock";
 /// The environment variable with the number of the descriptor that `keepLockAcrossExec` has left open.
 constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
@@ -26,14 +24,14 @@ constexpr auto lockVariable = "KESTRUNE_MENU_CLIENT_LOCK";
 constexpr Seconds lookInterval{0.02};
 constexpr std::size_t wordLimit = 1024;  // bytes; maximum for an action and for an activation token
 
-FileDescriptor inheritedLock() {
+static FileDescriptor inheritedLock() {
   const int descriptor = std::atoi(takeVariable(lockVariable).c_str());
   const bool isThere = descriptor > STDERR_FILENO && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
   return FileDescriptor(isThere ? descriptor : -1);
 }
 
 /// Returns whether `word` can be part of a request: it is short and has no control character.
-bool canBeSent(const std::string& word) {
+static bool canBeSent(const std::string& word) {
   return word.size() <= wordLimit &&
          std::none_of(word.begin(), word.end(), [](unsigned char each) { return each < ' '; });
 }
@@ -41,7 +39,8 @@ bool canBeSent(const std::string& word) {
 /// Runs the loop until the other process sends a line or ends (its end closes the connection), at most for
 /// `limit`. If `socket` is empty, just waits for the time `limit`. Returns what has arrived, perhaps no whole
 /// line; absent if the loop is told to end.
-std::optional<std::string> waitForAnswer(EventLoop& loop, const FileDescriptor& socket, Seconds limit) {
+static std::optional<std::string> waitForAnswer(EventLoop& loop, const FileDescriptor& socket,
+                                                Seconds limit) {
   std::string answer;
   bool isOver = false;
   const auto hear = [&] { isOver = !receive(socket, answer) || answer.ends_with('\n'); };
@@ -50,8 +49,6 @@ std::optional<std::string> waitForAnswer(EventLoop& loop, const FileDescriptor& 
   loop.runUntil([&isOver] { return isOver; });
   return isOver ? std::optional(answer) : std::nullopt;
 }
-
-}  // namespace
 
 Rendezvous::Rendezvous(EventLoop& givenLoop, InstanceFolders givenFolders,
                        std::function<void(const std::string&)> onShow)

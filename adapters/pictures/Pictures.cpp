@@ -15,8 +15,6 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr std::array sizes{22, 16, 24, 32, 44, 48, 64};
 constexpr unsigned largestSide = 1024;  // pixels; larger pictures are refused
 constexpr std::size_t icnsHeader = 8;   // bytes; four letters and the big-endian length of header and content
@@ -25,7 +23,7 @@ constexpr std::size_t quietZone = 4;  // the white border on each side, in modul
 constexpr std::size_t bytesPerPixel = 4;
 
 /// Adds the picture in a PNG to `bitmaps`. Skips a PNG that is damaged or too large.
-void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
+static void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
   png_image reader{};
   reader.version = PNG_IMAGE_VERSION;
   if (!png_image_begin_read_from_memory(&reader, bytes.data(), bytes.size())) return;
@@ -38,7 +36,7 @@ void addPng(std::vector<Bitmap>& bitmaps, std::string_view bytes) {
 }
 
 /// Adds the pictures in a PNG or ICNS file to `bitmaps`. In an ICNS file, reads only the PNG pictures.
-void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
+static void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
   std::string content;
   if (readWholeFile(path, content)) return;
   std::string_view rest = content;
@@ -54,7 +52,7 @@ void addFile(std::vector<Bitmap>& bitmaps, const std::string& path) {
 
 /// Returns an image that contains all `bitmaps`; null if there are none. Its size in points equals the size
 /// of the first bitmap in pixels.
-ImageRef makeImage(std::vector<Bitmap> bitmaps) {
+static ImageRef makeImage(std::vector<Bitmap> bitmaps) {
   if (bitmaps.empty()) return nullptr;
   auto image = std::make_shared<Image>();
   image->width = bitmaps.front().width;
@@ -66,7 +64,7 @@ ImageRef makeImage(std::vector<Bitmap> bitmaps) {
 
 /// Returns the QR code of `message` with its white border, one pixel per module. Absent when `message` is too
 /// long for this error correction `level`.
-std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
+static std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   constexpr int anyVersion = 0;
   const std::unique_ptr<QRcode, decltype(&QRcode_free)> symbol(
       QRcode_encodeData(static_cast<int>(message.size()),
@@ -86,8 +84,6 @@ std::optional<Bitmap> symbolFor(const std::string& message, QRecLevel level) {
   }
   return bitmap;
 }
-
-}  // namespace
 
 ImageRef PngImages::imageFromFile(const std::string& path) {
   std::vector<Bitmap> bitmaps;

@@ -6,8 +6,6 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr auto menuInterface = "com.canonical.dbusmenu";
 constexpr std::string_view clickEvent = "clicked";
 
@@ -18,7 +16,7 @@ constexpr std::string_view propertyNames[] = {"children-display", "enabled",    
 using PropertyFilter = std::set<std::string_view>;
 using Ids = std::span<const std::int32_t>;
 
-int readFilter(sd_bus_message* call, PropertyFilter& filter) {
+static int readFilter(sd_bus_message* call, PropertyFilter& filter) {
   int result = sd_bus_message_enter_container(call, 'a', "s");
   for (const char* name = nullptr; result >= 0 && (result = sd_bus_message_read(call, "s", &name)) > 0;) {
     // Insert "" for an unknown name: the filter must not stay empty, and a caller may send millions of names.
@@ -29,7 +27,7 @@ int readFilter(sd_bus_message* call, PropertyFilter& filter) {
 }
 
 /// Reads an array of IDs. Afterwards, `ids` points into the message `call` and is valid as long as `call`.
-int readIds(sd_bus_message* call, Ids& ids) {
+static int readIds(sd_bus_message* call, Ids& ids) {
   const void* data = nullptr;
   std::size_t size = 0;
   const int result = sd_bus_message_read_array(call, 'i', &data, &size);
@@ -40,7 +38,7 @@ int readIds(sd_bus_message* call, Ids& ids) {
 // The functions that append to a message report no error: if an allocation fails in one of them,
 // sd_bus_send(3) later fails with ESTALE or EBADMSG.
 
-void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
+static void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
   if (const auto* const text = std::get_if<std::string>(&value)) {
     sd_bus_message_append(message, "v", "s", text->c_str());
   } else if (const auto* const flag = std::get_if<bool>(&value)) {
@@ -55,8 +53,8 @@ void appendValue(sd_bus_message* message, const MenuLayout::Value& value) {
   }
 }
 
-void appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
-                      const PropertyFilter& filter) {
+static void appendProperties(sd_bus_message* message, const MenuLayout::Properties& properties,
+                             const PropertyFilter& filter) {
   sd_bus_message_open_container(message, 'a', "{sv}");
   for (const auto& [name, value] : properties) {
     if (!filter.empty() && !filter.contains(name)) continue;
@@ -68,8 +66,8 @@ void appendProperties(sd_bus_message* message, const MenuLayout::Properties& pro
   sd_bus_message_close_container(message);
 }
 
-void appendRowProperties(sd_bus_message* message, int id, const MenuLayout::Properties& properties,
-                         const PropertyFilter& filter = {}) {
+static void appendRowProperties(sd_bus_message* message, int id, const MenuLayout::Properties& properties,
+                                const PropertyFilter& filter = {}) {
   sd_bus_message_open_container(message, 'r', "ia{sv}");
   sd_bus_message_append(message, "i", id);
   appendProperties(message, properties, filter);
@@ -77,8 +75,8 @@ void appendRowProperties(sd_bus_message* message, int id, const MenuLayout::Prop
 }
 
 /// Appends the row `id` and the rows below it, down to `depth` levels; a negative `depth` means all levels.
-void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int depth,
-                const PropertyFilter& filter) {
+static void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int depth,
+                       const PropertyFilter& filter) {
   sd_bus_message_open_container(message, 'r', "ia{sv}av");
   sd_bus_message_append(message, "i", id);
   appendProperties(message, rows.properties.at(id), filter);
@@ -94,25 +92,23 @@ void appendTree(sd_bus_message* message, const MenuLayout& rows, int id, int dep
   sd_bus_message_close_container(message);
 }
 
-int unknownId(sd_bus_error* error, int id) {
+static int unknownId(sd_bus_error* error, int id) {
   return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The menu has no item %d", id);
 }
 
-BusMessage replyTo(sd_bus_message* call) {
+static BusMessage replyTo(sd_bus_message* call) {
   BusMessage reply;
   sd_bus_message_new_method_return(call, Into(reply));
   return reply;
 }
 
-int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void*,
-                     sd_bus_error*) {
+static int constantProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void*,
+                            sd_bus_error*) {
   const std::string_view property = name;
   if (property == "Version") return sd_bus_message_append(reply, "u", 3);
   if (property == "IconThemePath") return sd_bus_message_append(reply, "as", 0);
   return sd_bus_message_append(reply, "s", property == "Status" ? "normal" : "ltr");
 }
-
-}  // namespace
 
 void DBusMenu::busConnected() {
   constexpr auto everyUser = SD_BUS_VTABLE_UNPRIVILEGED;

@@ -5,8 +5,6 @@
 
 namespace kestrune {
 
-namespace {
-
 /// Rows that are moved into a submenu if the host's menu does not scroll: all rows after `row`, up to `last`.
 constexpr struct {
   int row, last;  ///< IDs of the row that opens the submenu, and of the last row in it
@@ -14,7 +12,7 @@ constexpr struct {
 
 /// Returns the label that a host displays as `title`. Doubles the underscores that the host would hide: a
 /// single underscore marks the access key.
-std::string label(const std::string& title, const TrayHostForm& form) {
+static std::string label(const std::string& title, const TrayHostForm& form) {
   std::string text = displayRow(title);
   if (!form.firstUnderscoreOnly) return replacingAll(text, "_", "__");
   const std::size_t after = text.find_first_not_of('_', text.find('_'));
@@ -22,13 +20,13 @@ std::string label(const std::string& title, const TrayHostForm& form) {
 }
 
 /// Returns the shortcut with the key `keyEquivalent`. An upper-case letter needs Shift.
-MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
+static MenuLayout::Shortcut shortcut(const std::string& keyEquivalent, const TrayHostForm& form) {
   if (keyEquivalent == "," && !form.qtKeys) return {false, "comma"};
   const auto letter = static_cast<unsigned char>(keyEquivalent.front());
   return {std::isupper(letter) != 0, std::string(1, static_cast<char>(std::tolower(letter)))};
 }
 
-MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& form) {
+static MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& form) {
   if (item.isSeparator) return {{"type", std::string("separator")}};
   MenuLayout::Properties properties{{"label", label(item.title, form)}, {"enabled", item.enabled}};
   if (item.checked) {
@@ -38,8 +36,6 @@ MenuLayout::Properties propertiesOf(const MenuItem& item, const TrayHostForm& fo
   if (!item.keyEquivalent.empty()) properties["shortcut"] = shortcut(item.keyEquivalent, form);
   return properties;
 }
-
-}  // namespace
 
 MenuLayout::MenuLayout(const std::vector<MenuItem>& items, const TrayHostForm& form) {
   for (const auto& item : items) properties.emplace(item.id, propertiesOf(item, form));

@@ -8,17 +8,15 @@
 
 namespace kestrune {
 
-namespace {
-
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 
 /// Returns `text` with "<" and "&" as full-width characters, which look the same. Some hosts take the tooltip
 /// or the description of the icon for markup, and drop the whole tooltip if the markup is malformed.
-std::string withoutMarkup(const std::optional<std::string>& text) {
+static std::string withoutMarkup(const std::optional<std::string>& text) {
   return replacingAll(replacingAll(displayRow(text.value_or("")), "<", "＜"), "&", "＆");
 }
 
-bool isGrey(const Bitmap& bitmap) {
+static bool isGrey(const Bitmap& bitmap) {
   const auto& rgba = bitmap.rgba;
   for (std::size_t at = 0; at + 3 < rgba.size(); at += 4) {
     if (rgba[at] != rgba[at + 1] || rgba[at] != rgba[at + 2]) return false;
@@ -28,7 +26,7 @@ bool isGrey(const Bitmap& bitmap) {
 
 /// Appends the bitmaps of an icon. The protocol demands ARGB32 in network byte order, so each pixel is
 /// converted from RGBA.
-int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
+static int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   sd_bus_message_open_container(reply, 'a', "(iiay)");
   for (const auto& bitmap : bitmaps) {
     auto argb = bitmap.rgba;
@@ -43,11 +41,9 @@ int appendPixmaps(sd_bus_message* reply, const std::vector<Bitmap>& bitmaps) {
   return sd_bus_message_close_container(reply);
 }
 
-int ignore(sd_bus_message* call, void*, sd_bus_error*) {
+static int ignore(sd_bus_message* call, void*, sd_bus_error*) {
   return sd_bus_reply_method_return(call, "");
 }
-
-}  // namespace
 
 void StatusNotifierItem::addToStatusBar(double) {
   const auto formChanged = [this] {
