@@ -27,7 +27,6 @@
 #include "adapters/files/ProgramBundle.h"
 #include "adapters/instance/Rendezvous.h"
 #include "adapters/loop/EventLoop.h"
-#include "adapters/loop/SystemClock.h"
 #include "adapters/network/NetworkMonitor.h"
 #include "adapters/pictures/Pictures.h"
 #include "adapters/system/System.h"

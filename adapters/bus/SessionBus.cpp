@@ -5,7 +5,6 @@
 #include <string>
 #include <utility>
 
-#include "adapters/loop/SystemClock.h"
 #include "adapters/system/System.h"
 
 namespace kestrune {

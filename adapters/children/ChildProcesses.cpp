@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "adapters/children/Spawn.h"
-#include "adapters/loop/SystemClock.h"
+#include "adapters/loop/EventLoop.h"
 #include "adapters/system/System.h"
 #include "text/Text.h"
 

@@ -11,7 +11,6 @@
 
 #include "adapters/files/Files.h"
 #include "adapters/files/ProgramBundle.h"
-#include "adapters/loop/SystemClock.h"
 #include "adapters/system/System.h"
 
 namespace kestrune {

@@ -3,15 +3,33 @@
 #include <sys/types.h>
 #include <systemd/sd-event.h>
 
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <set>
+#include <thread>
 #include <vector>
 
-#include "adapters/loop/SystemClock.h"
+#include "ports/Clock.h"
 #include "ports/Loop.h"
 
 namespace kestrune {
+
+/// Returns the current time of a kernel clock, such as CLOCK_MONOTONIC. Any thread.
+inline Seconds timeOf(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// Implements the port Clock with the clocks of the kernel. Any thread.
+class SystemClock final : public Clock {
+ public:
+  Seconds awakeTime() const override { return timeOf(CLOCK_MONOTONIC); }
+  Seconds continuousTime() const override { return timeOf(CLOCK_BOOTTIME); }
+  std::int64_t calendarTime() const override { return std::time(nullptr); }
+  void sleep(Seconds duration) override { std::this_thread::sleep_for(duration); }
+};
 
 struct EventSourceDeleter {
   void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "adapters/children/CurlLocalService.h"
-#include "adapters/loop/SystemClock.h"
+#include "adapters/loop/EventLoop.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/ForkedProgram.h"
 #include "tests/rig/NetworkNamespace.h"

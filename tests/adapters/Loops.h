@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "adapters/loop/EventLoop.h"
-#include "adapters/loop/SystemClock.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/SignalState.h"
 #include "tests/rig/VirtualTime.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "adapters/loop/SystemClock.h"
+#include "adapters/loop/EventLoop.h"
 #include "adapters/network/NetworkMonitor.h"
 #include "tests/rig/ComesTrue.h"
 #include "tests/rig/NetworkNamespace.h"

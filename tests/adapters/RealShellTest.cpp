@@ -1,4 +1,4 @@
-#include "adapters/loop/SystemClock.h"
+#include "adapters/loop/EventLoop.h"
 #include "tests/adapters/RealChildren.h"
 #include "tests/rig/AppDelegateState.h"
 #include "tests/rig/FakePlatform.h"
