@@ -18,8 +18,7 @@ struct StatusButton {
   std::optional<std::string> accessibilityLabel{};
 };
 
-/// The client's item in the status bar: a menu, and usually a button. Each user interface (tray or terminal)
-/// implements `StatusItem` and `Alerts`. Main thread.
+/// The client's item in the status bar: a menu, and usually a button. Main thread.
 class StatusItem {
  public:
   /// The `length` for `addToStatusBar` that makes an item as wide as the bar is high.

@@ -46,7 +46,7 @@ def check_file(path, room, links):
         bracket, header = match.groups()
         if bracket == "<":
             if header in STREAMS:
-                faults.append(f"{where}: {header} adds 0.4 MB of libstdc++ to the program; see WholeFile.h")
+                faults.append(f"{where}: {header} adds 0.4 MB of libstdc++ to the program; see readWholeFile")
             if room.startswith(PORTABLE) and header not in STANDARD | PURE:
                 faults.append(f"{where}: {header} is a header of the host")
             continue
