@@ -111,7 +111,8 @@ class AppDelegate final : public ApplicationDelegate,
   void performAction(std::string_view action) override;
   /// Returns one line for each action that `performRequest` accepts: the action and the titles of its row.
   static std::string describeActions();
-  /// Performs `action` for another program. Fails, in English, if no enabled menu row has this action now.
+  /// Performs `action` for another program. Fails if no enabled menu row has this action now, with a reason
+  /// in English.
   Result<> performRequest(const std::string& action);
   /// Shows a window with one button; returns at once.
   void showResultWindow(const std::string& title, const std::string& content, bool isError = false);

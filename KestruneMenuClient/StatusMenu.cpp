@@ -6,6 +6,7 @@
 namespace kestrune {
 
 /// An element of `menuRows`, which lists all rows of the menu except rows 2 to 11: `statusRows` makes those.
+/// Rows with the same action stand side by side and have the same number.
 struct AppDelegate::MenuRow {
   int number;               ///< place in the menu; `rowAt` chooses between rows with the same place
   const char* title = "";   ///< empty: a separator
@@ -114,7 +115,6 @@ Result<> AppDelegate::performRequest(const std::string& action) {
   const auto* const row = std::ranges::find_if(menuRows, isNamed);
   if (row == std::end(menuRows))
     return Failure{"unknown action: " + action + "; \"--perform help\" lists all actions"};
-  // All rows with the same action have the same number.
   if (row->number == notInTheMenu || !isNamed(rowAt(row->number)))
     return Failure{"no enabled menu row has this action now: " + action};
   (this->*row->run)();

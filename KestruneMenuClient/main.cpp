@@ -149,6 +149,7 @@ int main(int argumentCount, char** arguments) {
   host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
                    .background = request.background,
                    .arguments = {arguments + std::min(argumentCount, 1), arguments + argumentCount}});
+  // Each of the next two functions ends the process.
   if (request.status) tellStatus(request);
   if (request.diagnose) diagnose();
   if (!host->becomeOnlyInstance()) host->leave(EXIT_SUCCESS);

@@ -21,8 +21,8 @@ class PowerAssertions {
   virtual std::optional<std::uint32_t> create(PowerAssertionType type, int level,
                                               const std::string& name) = 0;
 
-  /// Returns whether the assertion is still held, as far as is known. A lost assertion stays lost: release
-  /// it, and create another one.
+  /// Returns whether the assertion is still held, as far as is known; false for an unknown identifier. A lost
+  /// assertion stays lost: release it, and create another one.
   virtual bool isHeld(std::uint32_t identifier) = 0;
 
   /// Releases the assertion, even if `isHeld` returns false. Ignores an unknown identifier.

@@ -27,7 +27,7 @@ class Preferences {
     store.setString(DefaultsKey::connectionMode, nameOfMode(official));
   }
 
-  /// Returns the mode's name in the store, which all versions of the client share.
+  /// Returns the mode's name in the store. Never change a name: all versions of the client share the store.
   static const char* nameOfMode(bool official) { return official ? officialMode : selfHostedMode; }
   /// Returns the mode's name as the menu shows it.
   std::string connectionModeLabel() const { return labelOfMode(isOfficialConnectionMode()); }

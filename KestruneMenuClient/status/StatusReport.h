@@ -50,8 +50,9 @@ using CodexFindings = std::array<CodexFinding, codexItems.size()>;
 /// Returns a menu row such as "Codex：OK 0.46.0".
 std::string codexRow(std::string_view prefix, const CodexFinding& finding);
 
-/// A parsed report. `ok` is true if the command exited with status 0 before the timeout.
+/// A parsed report.
 struct StatusReport {
+  /// `ok`: whether the command exited with status 0 before the timeout.
   StatusReport(bool ok, std::string_view output);
 
   ConnectionLampState lamp;
