@@ -125,11 +125,11 @@ class NewFile {
     return Done{};
   }
 
-  /// Replaces the target like `replaceTarget`, but keeps the old file, if `keepAccess` has found one. Stores
-  /// the path at which the old file is kept in `kept`. Makes it a hard link to the old file. If link(2)
-  /// fails, copies the old file. If the old file cannot be read either, renames the new file to `kept`, then
-  /// swaps `kept` and the target (RENAME_EXCHANGE). If this process is killed between these two steps, the
-  /// target is still the old file, and `kept` is the complete new file.
+  /// Replaces the target like `replaceTarget`. If `keepAccess` has found an old file, also keeps that file,
+  /// and sets `kept` to its new path. Makes `kept` a hard link to the old file. If link(2) fails, copies the
+  /// old file to `kept`. If the old file cannot be read either, renames the new file to `kept`, then swaps
+  /// `kept` and the target (RENAME_EXCHANGE). If this process is killed between these two steps, the target
+  /// is still the old file, and `kept` is the complete new file.
   Result<> replaceTargetKeepingOld(std::string& kept) {
     if (!old) return replaceTarget();
     const std::string wanted = target.string() + ".unreadable";
@@ -201,8 +201,8 @@ Result<> followLinks(fs::path& path) {
   return Failure{describe(ELOOP)};
 }
 
-/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null,
-/// keeps the old file, and stores its path in `*kept`.
+/// Replaces the file at `path`. Follows a symbolic link, unless it leads to /dev/null. If `kept` is not null
+/// and there is an old file, keeps the old file, and stores its path in `*kept`.
 Result<> replaceFile(const std::string& path, const std::string& contents, std::string* kept = nullptr) {
   fs::path target(path);
   if (const Result<> found = followLinks(target); !found) return found;

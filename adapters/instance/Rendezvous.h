@@ -17,7 +17,7 @@ namespace kestrune {
 /// The argument of `Rendezvous::claim`. By default, if another client runs, `claim` asks that client to show
 /// its menu, and returns false.
 struct Claim {
-  bool background = false;        ///< if another client runs, only return false
+  bool background = false;        ///< if another client runs, only return false; no effect with `predecessor`
   pid_t predecessor = 0;          ///< if not 0: wait for the end of this client; for any other, return false
   std::string activationToken{};  ///< XDG activation token for the running client; empty when there is none
   Seconds answerPatience{2.0};    ///< longest wait for the answer of the running client

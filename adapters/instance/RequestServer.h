@@ -36,6 +36,8 @@ class RequestServer {
   RequestServer(EventLoop& givenLoop, Show givenShow) : loop(givenLoop), show(std::move(givenShow)) {}
 
   /// Creates the socket in `folder`, which must exist; replaces an existing socket. Peers stay connected.
+  /// On failure, a socket that was created before still answers, but only counts as in place in this
+  /// `folder`.
   std::error_code listen(const std::string& folder);
 
   void onPerform(Perform given) { perform = std::move(given); }

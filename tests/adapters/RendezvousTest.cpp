@@ -100,7 +100,8 @@ TEST_F(RendezvousTest, ClientInTheRuntimeFolderOfAnotherSessionIsFound) {
 }
 
 TEST_F(RendezvousTest, StartWaitsForAnEndingClientOrItsPredecessor) {
-  for (const Claim& claim : {Claim{}, Claim{.background = true}, replacement}) {
+  for (const Claim& claim : {Claim{}, Claim{.background = true}, replacement,
+                             Claim{.background = true, .predecessor = getpid()}}) {
     auto first = client();
     if (claim.predecessor == 0) first->rendezvous.announceEnd();
     const auto end = loop.after(moment, [&] {

@@ -320,7 +320,7 @@ struct FakeFileManager final : FileManager {
   std::set<std::string> unreadable;        ///< files that exist but cannot be read
   std::optional<std::string> writeError;   ///< if set, the error of `writeAtomically` and `replaceUnreadable`
   std::optional<std::string> folderError;  ///< if set, the error of every `createDirectory`
-  std::optional<std::string> removeError;  ///< if set, the error of every removal
+  std::optional<std::string> removeError;  ///< if set, every removal fails
   /// If set, `writePrivately` fails with this error. If there is an old file, `replaceUnreadable` fails with
   /// it too, as if the old file could not be kept under another name.
   std::optional<std::string> keepError;
