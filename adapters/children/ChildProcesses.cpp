@@ -97,14 +97,14 @@ using OutputPipes = std::array<OutputPipe, 2>;
 struct ChildProcesses::Register {
   TakePipe leftover;
   std::mutex mutex;
-  // Key: PID. False: the Process of the child will reap it. True: it has none, and `reapAbandoned` will.
-  std::map<pid_t, bool> isAbandoned;
+  // Key: PID. Value: whether the child is abandoned: it has no Process, and `reapAbandoned` reaps it.
+  std::map<pid_t, bool> unreaped;
   std::optional<std::thread::id> onlyThread;  // absent: any thread may launch children
   int starting = 0;                           // calls of `spawn` in progress; they do not hold the lock
   std::condition_variable noneStarting;       // notified when `starting` becomes 0
 
   void reapAbandoned() {
-    std::erase_if(isAbandoned,
+    std::erase_if(unreaped,
                   [](const auto& each) { return each.second && waitpid(each.first, nullptr, WNOHANG) != 0; });
   }
 };
@@ -118,7 +118,7 @@ class ChildProcesses::Child final : public Process {
     leavePipes();
     const std::lock_guard lock(siblings->mutex);
     if (reaped) return;
-    siblings->isAbandoned[pid] = true;
+    siblings->unreaped[pid] = true;
     siblings->reapAbandoned();
   }
 
@@ -164,7 +164,7 @@ class ChildProcesses::Child final : public Process {
     // the PID after waitpid, `reserveForThisThread` might otherwise kill that process.
     const std::lock_guard lock(siblings->mutex);
     if (waitpid(pid, &status, WNOHANG) == 0) return false;
-    siblings->isAbandoned.erase(pid);
+    siblings->unreaped.erase(pid);
     return reaped = true;
   }
 
@@ -220,10 +220,10 @@ Result<std::unique_ptr<Process>> ChildProcesses::launch(const std::string& execu
   if (failure != 0) return Failure{describe(failure)};
   if (children->onlyThread.value_or(self) != self) {  // reserved during the spawn
     kill(-pid, SIGKILL);
-    children->isAbandoned[pid] = true;
+    children->unreaped[pid] = true;
     return Failure{describe(ECANCELED)};
   }
-  children->isAbandoned[pid] = false;
+  children->unreaped[pid] = false;
   return std::make_unique<Child>(children, pid, std::move(pipes));
 }
 
@@ -233,7 +233,7 @@ void ChildProcesses::reserveForThisThread() {
   children->reapAbandoned();
   // Close the spare descriptors, because the next launch needs free descriptors for its pipes.
   for (auto& each : spare) each.reset();
-  for (const auto& each : children->isAbandoned) kill(-each.first, SIGKILL);
+  for (const auto& each : children->unreaped) kill(-each.first, SIGKILL);
   // A thread that is in `spawn` now kills its child afterwards. Wait for that, but at most 200 ms, because
   // exec may hang.
   children->noneStarting.wait_for(lock, startPatience, [this] { return children->starting == 0; });

@@ -13,7 +13,7 @@ constexpr Seconds grace{1.0};          // curl gets SIGTERM if it still runs thi
 constexpr Seconds pollInterval{0.01};  // between two checks whether curl has exited
 constexpr auto address = "http://127.0.0.1:8765/desktop/projects";
 
-/// Reports why curl could not be asked. Returns that there is no answer.
+/// Reports why curl could not be asked, unless the client is ending. Returns an absent answer.
 static std::nullopt_t notAsked(const std::string& failed, const std::string& reason) {
   // Do not report ECANCELED: a launch fails with this error because the client is ending.
   if (reason != describe(ECANCELED))

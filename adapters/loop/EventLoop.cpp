@@ -137,7 +137,7 @@ class EventLoop::LoopQueue final : public MainQueue {
  public:
   explicit LoopQueue(EventLoop& givenLoop) : loop(givenLoop), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     require(wakeUp.get() < 0 ? -errno : 0, "cannot create an eventfd");
-    // Edge-triggered epoll reports each write once, so the count of the eventfd need not be read.
+    // Edge-triggered: each write wakes the loop again, although the count of the eventfd is never read.
     source = loop.onDescriptor(wakeUp.get(), EPOLLIN | EPOLLET, [this] { runJobs(); });
   }
 
@@ -204,8 +204,9 @@ class EventLoop::LoopTimer final : public Timer {
     due += interval;
     if (due <= present) due = present + interval;
     source = loop.at(CLOCK_BOOTTIME, due, [this, action] {
+      // `callHandler` runs a copy of this handler: `wait` destroys the original, `action` perhaps the timer.
       wait(action);
-      action();  // may destroy this timer
+      action();
     });
   }
 

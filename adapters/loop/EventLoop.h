@@ -43,7 +43,7 @@ using EventSource = std::unique_ptr<sd_event_source, EventSourceDeleter>;
 class EventLoop final : public Application, public Dispatch {
  public:
   EventLoop();
-  ~EventLoop() override { sd_event_unref(loop); }
+  ~EventLoop() override { sd_event_unref(loop); }  // each event source keeps the sd_event until its own end
 
   sd_event* event() const { return loop; }
 

@@ -64,7 +64,8 @@ class NetworkMonitor final : public PathMonitor, private BusClient {
   const Clock& clock;
   const std::string devices;
   DispatchQueue* queue = nullptr;
-  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;  // null once the monitor is canceled
+  /// Null before `start` and after `cancel`. The jobs on the queue hold it weakly, so `cancel` stops them.
+  std::shared_ptr<std::function<void(NetworkPath)>> onUpdate;
   NetworkDecision decision;
   BusSlot sleepSignal;
   NetlinkSocket socket;
