@@ -146,7 +146,7 @@ void diagnose() {
 int main(int argumentCount, char** arguments) {
   const Request request = parse(argumentCount, arguments);
   if (request.action) perform(*request.action);
-  host = makeHost({.face = request.terminal ? Face::terminal : Face::tray,
+  host = makeHost({.terminal = request.terminal,
                    .background = request.background,
                    .arguments = {arguments + std::min(argumentCount, 1), arguments + argumentCount}});
   // Each of the next two functions ends the process.

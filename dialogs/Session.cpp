@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <string_view>
+#include <utility>
 #include <variant>
 
 #include "dialogs/AlertWindow.h"
@@ -17,10 +19,11 @@ void Session::read() {
   const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
   if (count <= 0) return end(0);
-  begun.append(piece, static_cast<std::size_t>(count));
-  for (auto at = begun.find('\n'); at != begun.npos && input.isEnabled(); at = begun.find('\n')) {
-    const auto decoded = decode<Request>(begun.substr(0, at));
-    begun.erase(0, at + 1);
+  std::string_view rest(piece, static_cast<std::size_t>(count));
+  for (auto at = rest.find('\n'); at != rest.npos && input.isEnabled(); at = rest.find('\n')) {
+    begun += rest.substr(0, at);
+    rest.remove_prefix(at + 1);
+    const auto decoded = decode<Request>(std::exchange(begun, {}));
     if (const auto* const reason = std::get_if<std::string>(&decoded)) {
       std::fprintf(stderr, "KestruneMenuDialogs: not understood: %s\n", reason->c_str());
       tell(Refused{*reason});
@@ -28,6 +31,7 @@ void Session::read() {
     }
     std::visit([this](const auto& request) { perform(request); }, std::get<Request>(decoded));
   }
+  begun += rest;
 }
 
 void Session::perform(const ShowAlert& request) {

@@ -78,13 +78,13 @@ class LinuxHost final : public Host {
                      windows.showMenu();
                    }),
         workspace(loop, bundle, options.arguments,
-                  isMainProcessOfService(bundle)   ? Starter::service
-                  : options.face == Face::terminal ? Starter::terminal
-                                                   : Starter::desktop) {
+                  isMainProcessOfService(bundle) ? Starter::service
+                  : options.terminal             ? Starter::terminal
+                                                 : Starter::desktop) {
     // Prevent core dumps: the memory of this process holds the user's secrets.
     prctl(PR_SET_DUMPABLE, 0);
     if (claim.predecessor != 0) loop.reapInherited();
-    if (options.face == Face::terminal) {
+    if (options.terminal) {
       const bool dumb = bundle.environmentVariable("TERM").value_or("dumb") == "dumb";
       terminal = std::make_unique<TerminalFace>(loop, !dumb && !isSet("NO_COLOR"), notifications);
     }

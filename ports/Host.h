@@ -8,9 +8,6 @@
 
 namespace kestrune {
 
-/// The user interface of the client: the tray, or text in a terminal.
-enum class Face { tray, terminal };
-
 /// The operating system as the program uses it: the `Platform`, the check for another running client,
 /// standard output, and the exit of the process. Call its functions on the main thread.
 class Host {
@@ -47,7 +44,7 @@ class Host {
 };
 
 struct StartOptions {
-  Face face = Face::tray;
+  bool terminal = false;                 ///< show the menu as text in a terminal, not in the tray
   bool background = false;               ///< do not make a running client show its menu
   std::vector<std::string> arguments{};  ///< all command-line arguments; a restart passes them to the program
 };

@@ -48,7 +48,7 @@ std::vector<std::string> split(std::string_view text, char separator);
 /// Returns the longest prefix of `text` that has at most `limit` bytes and does not end inside a code point.
 std::string_view withinBytes(std::string_view text, std::size_t limit);
 
-/// Call this before the text is cut: a cut inside an escape sequence would leave a part of it.
+/// Call this before the text is cut to the shown length: a cut inside a sequence would leave a part of it.
 std::string withoutEscapeSequences(std::string_view text);
 
 /// Returns `text` made safe to display. Removes the terminal escape sequences. Then replaces each control

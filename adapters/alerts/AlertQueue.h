@@ -30,7 +30,7 @@ class AlertQueue : public Alerts {
 
   /// Brings the open alerts to the front. Called when `present` does not show its alert, because this alert
   /// is already open or has to wait until the open alerts are closed.
-  virtual void raise() = 0;
+  virtual void raise() {}
 
   /// Called after `press` or `answer`, unless a further alert has been shown. The terminal shows one thing at
   /// a time, so it prompts again for the last alert in `open`, or for the menu if no alert is open.

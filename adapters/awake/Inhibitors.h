@@ -102,8 +102,8 @@ class InhibitorService final : public BusClient {
   BusSlot answers;
 };
 
-/// Keeps the machine or its display awake (power assertions). For each assertion, requests idle inhibitors
-/// from D-Bus services; waits at most 250 ms for each. A suspend that the user asks for is never blocked.
+/// Keeps the machine or its display awake (power assertions). For each assertion, `create` requests idle
+/// inhibitors from D-Bus services, and waits at most 250 ms for each service. Never inhibits suspend itself.
 ///
 /// An assertion is held only while every service that `servicesFor` returns has granted an inhibitor for it.
 /// It can be lost when a service ends, because its inhibitors end with it, and also when a service starts,

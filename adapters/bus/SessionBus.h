@@ -79,7 +79,8 @@ inline bool isFromBusDaemon(sd_bus_message* signal) {
   return sender != nullptr && sender == std::string_view(busName);
 }
 
-/// Returns whether the signal is a broadcast, which comes from the sender that the match rule names, if any.
+/// Returns whether the signal is a broadcast. If the match rule names a sender, a broadcast comes from it; a
+/// unicast signal may come from any process.
 inline bool isBroadcast(sd_bus_message* signal) {
   return sd_bus_message_get_destination(signal) == nullptr;
 }
@@ -119,7 +120,8 @@ class BusConnection {
   static constexpr Seconds firstRetry{0.1};
 
   void disconnect();
-  /// Handles the signal "Disconnected" too: a connection must not be destroyed inside its own callback.
+  /// Calls `connect` after `retryDelay`. Also handles the signal "Disconnected" (otherwise, the argument is
+  /// null), because a connection must not be destroyed inside its own callback.
   void connectLater(sd_bus_message* disconnected);
   void answered(sd_bus_message* reply) {
     if (!sd_bus_message_is_method_error(reply, nullptr)) retryDelay = firstRetry;
@@ -150,6 +152,7 @@ class BusClient {
   virtual void busConnected() {}
 
   /// Called when the connection is lost. The client may keep its slots: sd-bus runs none of their handlers.
+  /// But reset a slot here if the client tests it for a pending call: it does not become null by itself.
   virtual void busLost() {}
 
  protected:

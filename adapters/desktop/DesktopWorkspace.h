@@ -19,9 +19,9 @@ enum class Starter { desktop, terminal, service };
 /// Opens files with the desktop's default programs, and restarts the client. Main thread.
 class DesktopWorkspace final : public Workspace {
  public:
-  /// `givenArguments` are the arguments of this process. A terminal or a service manager waits for the end of
-  /// this process, so a restart then replaces it by exec. For a service, `open` starts programs in a systemd
-  /// scope. The loop and the bundle must outlive this object.
+  /// `givenArguments` are the arguments of this process. A restart starts a second process, or replaces this
+  /// process by exec if `givenStarter` waits for its end (terminal, service manager). For a service, `open`
+  /// starts programs in a systemd scope. The loop and the bundle must outlive this object.
   DesktopWorkspace(EventLoop& givenLoop, const MainBundle& givenBundle,
                    std::vector<std::string> givenArguments, Starter givenStarter)
       : loop(givenLoop), bundle(givenBundle), arguments(std::move(givenArguments)), starter(givenStarter) {}

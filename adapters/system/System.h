@@ -7,8 +7,6 @@
 #include <system_error>
 #include <utility>
 
-// What all adapters need of POSIX: descriptors, errors and whole files.
-
 namespace kestrune {
 
 /// Owns a file descriptor. The destructor closes it.

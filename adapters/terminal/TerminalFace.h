@@ -64,7 +64,6 @@ class TerminalFace final : public StatusItem, public AlertQueue, public Notifica
   std::string shownNow(const std::string& text);
   void handleLine(const std::optional<std::string>& line);
   void show(const Open& shown) override;
-  void raise() override {}
   void resume() override;
   void finishAlert(const AlertAnswer& given) {
     dialogues.pop_back();

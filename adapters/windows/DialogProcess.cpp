@@ -66,7 +66,7 @@ void DialogProcess::readSome() {
   if (count <= 0) {
     if (deadline) return finish("it ended before its window appeared");
     if (expected != 0) return finish("it ended without an answer");
-    return finish(std::nullopt);  // the user has closed the menu
+    return finish(std::nullopt);  // a menu may end without an event: the user can close it
   }
   std::string_view bytes(buffer, static_cast<std::size_t>(count));
   // `onEvent` may destroy this object; then `stillThere` expires.

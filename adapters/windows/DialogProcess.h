@@ -40,8 +40,8 @@ class DialogProcess {
   using OnEnd = std::function<void()>;
 
   /// `givenProgram` must outlive this object. `givenOnEvent` may destroy this object. `givenOnEnd` must
-  /// destroy it. It is called when the process has ended, or cannot be started; a problem is already reported
-  /// on standard error.
+  /// destroy this object. The process then has ended, or could not be started, and a problem is already
+  /// reported on standard error.
   DialogProcess(DialogProgram& givenProgram, OnEvent givenOnEvent, OnEnd givenOnEnd)
       : program(givenProgram), onEvent(std::move(givenOnEvent)), onEnd(std::move(givenOnEnd)) {}
 
@@ -77,8 +77,8 @@ class DialogProcess {
   EventSource readable;
   std::optional<DescriptorWriter> input;  ///< empty before `show`
   std::string begun;                      ///< the start of a line whose end has not arrived yet
-  int expected = 0;                       ///< ID of the window that must appear before `deadline`
-  EventSource deadline;                   ///< set while a requested window is not on the screen yet
+  int expected = 0;      ///< ID of the window that must appear before `deadline`; 0: the menu
+  EventSource deadline;  ///< set while a requested window is not on the screen yet
   const std::shared_ptr<bool> alive = std::make_shared<bool>();
 };
 

@@ -45,7 +45,7 @@ struct TerminalHost : ::testing::Test {
       for (const auto& [name, value] : variables)
         value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
       const StandardStreams streams(input, output);
-      const auto host = makeHost({.face = Face::terminal});
+      const auto host = makeHost({.terminal = true});
       Demonstration demonstration(host->platform());
       host->platform().application->run(demonstration);
       say("done");
@@ -165,7 +165,7 @@ struct MessageLanguage : ::testing::Test {
       setenv("LANGUAGE", "test", 1);
       setenv("LOCPATH", folder.file(".").c_str(), 1);
       bindtextdomain("libc", folder.file(".").c_str());
-      const auto host = makeHost({.face = Face::terminal});
+      const auto host = makeHost({.terminal = true});
       body(host->platform().processes, say);
     });
   }
