@@ -6,7 +6,8 @@ import time
 
 from gi.repository import Gio, GLib
 
-from hosts.scenario import Desktop, Row
+from hosts.menu import Row
+from hosts.scenario import Desktop
 from rig.display import Rectangle
 
 EXTENSION = "ubuntu-appindicators@ubuntu.com"

@@ -6,8 +6,9 @@ import sys
 
 from gi.repository import Gio, GLib
 
+from hosts.menu import ROWS, SETTINGS
 from hosts.pointer import Pointer
-from hosts.scenario import PICTURES, ROWS, SETTINGS, Desktop
+from hosts.scenario import PICTURES, Desktop
 from rig.accessibility import Node
 from rig.display import Rectangle
 

@@ -6,8 +6,9 @@ import re
 import sys
 from pathlib import Path
 
+from hosts.menu import GUIDE, PROJECT_ROW, STATUS
 from hosts.pointer import Pointer
-from hosts.scenario import GUIDE, PROJECT_ROW, STATUS, Desktop
+from hosts.scenario import Desktop
 from rig.display import Rectangle
 from rig.sway import Sway
 
