@@ -101,7 +101,7 @@ std::string AppDelegate::describeActions() {
   std::string_view described;
   for (const MenuRow& row : menuRows) {
     if (row.run == nullptr || row.number == notInTheMenu) continue;
-    const bool again = row.action == described;  // as in the row before: add the title to the last line
+    const bool again = row.action == described;  // the previous row has this action: extend its line
     if (again) lines.pop_back();
     described = row.action;
     lines += again ? " / " : row.action + std::string(width + 2 - described.size(), ' ');
